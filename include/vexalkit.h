@@ -1,0 +1,1663 @@
+/*
+ * VexalKit: a DICOM toolkit behind a flat C interface.
+ *
+ * CONVENTIONS, which hold for every function below unless its comment says otherwise
+ *
+ * Status.   A function returns a VX_STATUS: VX_NORMAL_COMPLETION (1) or one of the codes from 4000 up.
+ *           VX_Error_Message gives the text of a code.
+ * Order.    1. The library is not initialised: VX_LIBRARY_NOT_INITIALIZED, nothing is written.
+ *           2. A required pointer is null: VX_NULL_POINTER_PARM.
+ *           3. A handle is unknown: VX_INVALID_APPLICATION_ID, VX_INVALID_MESSAGE_ID, VX_INVALID_ITEM_ID or
+ *              VX_INVALID_FILE_ID. Steps 2 and 3 may come in either order.
+ *           4. The work; outputs are written only when a call gets this far. VX_SYSTEM_ERROR stands for
+ * memory that could not be had, in every function. Handles.  Non-negative int32_t; -1 is none. A function
+ * that yields a handle writes -1 where it can not; a function that frees writes -1 through the pointer.
+ * Messages, items and files share one number space. Tags.     uint32_t, the group in the high half, the
+ * element in the low half. A tag is private when its group is odd and none of 1, 3, 5, 7 and 0xFFFF. Strings.
+ * NUL-terminated bytes in, copied by the library; out they are copied into the caller's buffer, whose size is
+ * in bytes and counts the NUL. Memory.   Nothing that the library hands out is freed by the caller, other
+ * than by the function of this interface that takes its handle. Threads.  Any thread may call any function,
+ * except VX_Library_Initialization, VX_Library_Reset and VX_Library_Release, which must run alone. Two
+ * threads may use different objects freely; on one object, calls that change values or move value cursors
+ * must be serialised by the caller. Log.      A failure writes its place and reason to the log at the point
+ * of failure.
+ *
+ * "PS3.n" in a comment names the part of the DICOM standard that a fact comes from.
+ */
+#ifndef VEXALKIT_H
+#define VEXALKIT_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define VX_API __attribute__((visibility("default")))
+#define VX_PRINTF(format_index, first_value) __attribute__((format(printf, format_index, first_value)))
+#else
+#define VX_API
+#define VX_PRINTF(format_index, first_value)
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Version ------------------------------------------------------------------------------------------ */
+
+#define VX_VERSION_STRING "5.3.0"
+/* The version text that a ready-built ConfigRecord or DictionaryRecord carries (or a null pointer). */
+#define VX_BUILD_VERSION "VexalKit, Version 5.3.0"
+
+/* ---- Status codes -------------------------------------------------------------------------------------- */
+
+typedef int32_t VX_STATUS;
+
+enum {
+  VX_NORMAL_COMPLETION = 1,
+  VX_ALREADY_REGISTERED = 4000,
+  VX_ASSOCIATION_ABORTED = 4001,
+  VX_ASSOCIATION_CLOSED = 4002,
+  VX_ASSOCIATION_REJECTED = 4003,
+  VX_ATTRIBUTE_HAS_VALUES = 4004,
+  VX_BUFFER_TOO_SMALL = 4005,
+  VX_CALLBACK_CANNOT_COMPLY = 4006,
+  VX_CALLBACK_DATA_SIZE_NEGATIVE = 4007,
+  VX_CALLBACK_DATA_SIZE_UNEVEN = 4008,
+  VX_CALLBACK_PARM_ERROR = 4009,
+  VX_CALLBACK_REGISTERED = 4010,
+  VX_CANNOT_COMPLY = 4011,
+  VX_CANT_ACCESS_SERVICES_FILE = 4012,
+  VX_CONFIG_INFO_ERROR = 4013,
+  VX_CONFIG_INFO_MISSING = 4014,
+  VX_DDFILE_ERROR = 4015,
+  VX_DOES_NOT_VALIDATE = 4016,
+  VX_EMPTY_VALUE = 4017,
+  VX_END_OF_DATA = 4018,
+  VX_EXT_INFO_UNAVAILABLE = 4019,
+  VX_FOUND_PRIVATE_BLOCK = 4020,
+  VX_FUNCTION_UNAVAILABLE = 4021,
+  VX_INCOMPATIBLE_VR = 4022,
+  VX_INCOMPATIBLE_VALUE = 4023,
+  VX_INVALID_APPLICATION_ID = 4024,
+  VX_INVALID_APPLICATION_TITLE = 4025,
+  VX_INVALID_ASSOCIATION_ID = 4026,
+  VX_INVALID_CHARS_IN_VALUE = 4027,
+  VX_INVALID_COMMAND = 4028,
+  VX_INVALID_DATA_TYPE = 4029,
+  VX_END_OF_LIST = 4030,
+  VX_INVALID_GROUP = 4031,
+  VX_INVALID_HOST_NAME = 4032,
+  VX_INVALID_ITEM_ID = 4033,
+  VX_INVALID_LENGTH_FOR_TITLE = 4034,
+  VX_INVALID_LENGTH_FOR_VR = 4035,
+  VX_INVALID_MESSAGE_ID = 4037,
+  VX_INVALID_MESSAGE_RECEIVED = 4038,
+  VX_INVALID_PARAMETER_NAME = 4039,
+  VX_INVALID_PORT_NUMBER = 4040,
+  VX_INVALID_PRIVATE_CODE = 4041,
+  VX_INVALID_SERVICE_LIST_NAME = 4042,
+  VX_INVALID_TAG = 4043,
+  VX_INVALID_TRANSFER_SYNTAX = 4044,
+  VX_INVALID_VALUE_FOR_VR = 4045,
+  VX_INVALID_VALUE_NUMBER = 4046,
+  VX_INVALID_VR_CODE = 4047,
+  VX_LOG_EMPTY = 4048,
+  VX_MESSAGE_EMPTY = 4049,
+  VX_MESSAGE_VALIDATES = 4050,
+  VX_MISSING_CONFIG_PARM = 4051,
+  VX_MSGFILE_ERROR = 4052,
+  VX_MUST_BE_POSITIVE = 4053,
+  VX_NETWORK_SHUT_DOWN = 4054,
+  VX_NO_APPLICATIONS_REGISTERED = 4055,
+  VX_NO_CALLBACK = 4056,
+  VX_NO_CONDITION_FUNCTION = 4057,
+  VX_NO_FILE_SYSTEM = 4058,
+  VX_NO_INFO_REGISTERED = 4059,
+  VX_NO_VEXAL_INI = 4061,
+  VX_NO_MORE_ATTRIBUTES = 4062,
+  VX_NO_MORE_VALUES = 4063,
+  VX_NO_PROFILE = 4064,
+  VX_NO_REQUEST_PENDING = 4065,
+  VX_NON_SERVICE_ATTRIBUTE = 4066,
+  VX_NOT_FOUND = 4067,
+  VX_NOT_ONE_OF_ENUMERATED_VALUES = 4068,
+  VX_NOT_ONE_OF_DEFINED_TERMS = 4069,
+  VX_NULL_POINTER_PARM = 4070,
+  VX_NULL_VALUE = 4071,
+  VX_PROTOCOL_ERROR = 4072,
+  VX_REQUIRED_ATTRIBUTE_MISSING = 4073,
+  VX_REQUIRED_DATASET_MISSING = 4074,
+  VX_REQUIRED_VALUE_MISSING = 4075,
+  VX_STATE_VIOLATION = 4076,
+  VX_SYSTEM_CALL_INTERRUPTED = 4077,
+  VX_SYSTEM_ERROR = 4078,
+  VX_TAG_ALREADY_EXISTS = 4079,
+  VX_TEMP_FILE_ERROR = 4080,
+  VX_TIMEOUT = 4081,
+  VX_TOO_FEW_VALUES = 4082,
+  VX_TOO_MANY_BLOCKS = 4083,
+  VX_TOO_MANY_VALUES = 4084,
+  VX_UNABLE_TO_CHECK_CONDITION = 4085,
+  VX_UNACCEPTABLE_SERVICE = 4086,
+  VX_UNEXPECTED_EOD = 4087,
+  VX_UNKNOWN_ITEM = 4088,
+  VX_UNKNOWN_SERVICE = 4089,
+  VX_VALUE_MAY_NOT_BE_NULL = 4090,
+  VX_VALUE_NOT_ALLOWED = 4091,
+  VX_VALUE_OUT_OF_RANGE = 4092,
+  VX_VALUE_TOO_LARGE = 4093,
+  VX_VR_ALREADY_VALID = 4094,
+  VX_LIBRARY_ALREADY_INITIALIZED = 4095,
+  VX_LIBRARY_NOT_INITIALIZED = 4096,
+  VX_INVALID_DIRECTORY_RECORD_OFFSET = 4097,
+  VX_INVALID_FILE_ID = 4098,
+  VX_INVALID_DICOMDIR_ID = 4099,
+  VX_INVALID_ENTITY_ID = 4100,
+  VX_INVALID_MRDR_ID = 4101,
+  VX_UNABLE_TO_GET_ITEM_ID = 4102,
+  VX_INVALID_PAD = 4103,
+  VX_ENTITY_ALREADY_EXISTS = 4104,
+  VX_INVALID_LOWER_DIR_RECORD = 4105,
+  VX_INVALID_DIR_RECORD_TYPE = 4106,
+  VX_UNKNOWN_HOST_CONNECTED = 4107,
+  VX_INACTIVITY_TIMEOUT = 4108,
+  VX_INVALID_SOP_CLASS_UID = 4109,
+  VX_INVALID_VERSION = 4110,
+  VX_OUT_OF_ORDER_TAG = 4111,
+  VX_CONNECTION_FAILED = 4112,
+  VX_UNKNOWN_HOST_NAME = 4113,
+  VX_INVALID_FILE = 4114,
+  VX_NEGOTIATION_ABORTED = 4115,
+  VX_INVALID_SR_ID = 4116,
+  VX_UNABLE_TO_GET_SR_ID = 4117,
+  VX_DUPLICATE_NAME = 4118,
+  VX_DUPLICATE_SYNTAX = 4119,
+  VX_EMPTY_LIST = 4120,
+  VX_MISSING_NAME = 4121,
+  VX_INVALID_SERVICE_NAME = 4122,
+  VX_SERVICE_IN_USE = 4123,
+  VX_INVALID_SYNTAX_NAME = 4124,
+  VX_SYNTAX_IN_USE = 4125,
+  VX_ENCAPSULATED_NOT_FOUND = 4126,
+  VX_ENCAPSULATED_TOO_SHORT = 4127,
+  VX_MISSING_DELIMITER = 4128,
+  VX_COMPRESSION_FAILURE = 4129,
+  VX_END_OF_FRAME = 4130,
+  VX_MUST_CONTINUE_BEFORE_READING = 4131,
+  VX_COMPRESSOR_REQUIRED = 4132,
+  VX_DECOMPRESSOR_REQUIRED = 4133,
+  VX_DATA_AVAILABLE = 4134,
+  VX_ZLIB_ERROR = 4135,
+  VX_NOT_META_SOP = 4136,
+  VX_INVALID_ENCAPSULATED_PIXEL_DATA = 4137,
+  VX_MAX_OPERATIONS_EXCEEDED = 4139,
+  VX_INVALID_RECORD_ID = 4140,
+  VX_INVALID_VR_IN_STREAM = 4142,
+  VX_NOT_SUPPORTED = 4143
+};
+
+/* ---- Value representations (PS3.5 section 6.2) ----------------------------------------------------------
+ */
+
+/* OV, SV and UV have no code: their elements are carried as VX_VR_UN. */
+typedef int32_t VX_VR;
+
+enum {
+  VX_VR_AE = 0,
+  VX_VR_AS = 1,
+  VX_VR_CS = 2,
+  VX_VR_DA = 3,
+  VX_VR_DS = 4,
+  VX_VR_DT = 5,
+  VX_VR_IS = 6,
+  VX_VR_LO = 7,
+  VX_VR_LT = 8,
+  VX_VR_PN = 9,
+  VX_VR_SH = 10,
+  VX_VR_ST = 11,
+  VX_VR_TM = 12,
+  VX_VR_UC = 13,
+  VX_VR_UR = 14,
+  VX_VR_UT = 15,
+  VX_VR_UI = 16,
+  VX_VR_SS = 17,
+  VX_VR_US = 18,
+  VX_VR_AT = 19,
+  VX_VR_SL = 20,
+  VX_VR_UL = 21,
+  VX_VR_FL = 22,
+  VX_VR_FD = 23,
+  VX_VR_UN = 24,
+  VX_VR_OB = 25,
+  VX_VR_OW = 26,
+  VX_VR_OL = 27,
+  VX_VR_OD = 28,
+  VX_VR_OF = 29,
+  VX_VR_SQ = 30
+};
+
+/* ---- Native data types of the generic value calls -------------------------------------------------------
+ */
+
+typedef int32_t VX_DATA_TYPE;
+
+enum {
+  VX_STRING_TYPE = 0,    /* NUL-terminated char[] */
+  VX_INT_TYPE = 1,       /* int32_t */
+  VX_UINT_TYPE = 2,      /* uint32_t */
+  VX_SHORTINT_TYPE = 3,  /* int16_t */
+  VX_USHORTINT_TYPE = 4, /* uint16_t */
+  VX_LONGINT_TYPE = 5,   /* int32_t, whatever the platform's long is */
+  VX_ULONGINT_TYPE = 6,  /* uint32_t */
+  VX_FLOAT_TYPE = 7,     /* float */
+  VX_DOUBLE_TYPE = 8,    /* double */
+  VX_BUFFER_TYPE = 9     /* bytes */
+};
+
+/* ---- Transfer syntaxes (PS3.5 section 10) and byte orders -----------------------------------------------
+ */
+
+typedef int32_t VX_TRANSFER_SYNTAX;
+
+enum {
+  IMPLICIT_LITTLE_ENDIAN = 100,
+  EXPLICIT_LITTLE_ENDIAN = 101,
+  EXPLICIT_BIG_ENDIAN = 102,
+  IMPLICIT_BIG_ENDIAN = 103,
+  DEFLATED_EXPLICIT_LITTLE_ENDIAN = 104,
+  RLE = 105,
+  JPEG_BASELINE = 106,
+  JPEG_EXTENDED_2_4 = 107,
+  JPEG_EXTENDED_3_5 = 108,
+  JPEG_SPEC_NON_HIER_6_8 = 109,
+  JPEG_SPEC_NON_HIER_7_9 = 110,
+  JPEG_FULL_PROG_NON_HIER_10_12 = 111,
+  JPEG_FULL_PROG_NON_HIER_11_13 = 112,
+  JPEG_LOSSLESS_NON_HIER_14 = 113,
+  JPEG_LOSSLESS_NON_HIER_15 = 114,
+  JPEG_EXTENDED_HIER_16_18 = 115,
+  JPEG_EXTENDED_HIER_17_19 = 116,
+  JPEG_SPEC_HIER_20_22 = 117,
+  JPEG_SPEC_HIER_21_23 = 118,
+  JPEG_FULL_PROG_HIER_24_26 = 119,
+  JPEG_FULL_PROG_HIER_25_27 = 120,
+  JPEG_LOSSLESS_HIER_28 = 121,
+  JPEG_LOSSLESS_HIER_29 = 122,
+  JPEG_LOSSLESS_HIER_14 = 123,
+  JPEG_2000_LOSSLESS_ONLY = 124,
+  JPEG_2000 = 125,
+  JPEG_LS_LOSSLESS = 126,
+  JPEG_LS_LOSSY = 127,
+  MPEG2_MPML = 128,
+  PRIVATE_SYNTAX_1 = 129,
+  PRIVATE_SYNTAX_2 = 130,
+  JPEG_2000_MC_LOSSLESS_ONLY = 131,
+  JPEG_2000_MC = 132,
+  MPEG2_MPHL = 133,
+  MPEG4_AVC_H264_HP_LEVEL_4_1 = 134,
+  MPEG4_AVC_H264_BDC_HP_LEVEL_4_1 = 135,
+  MPEG4_AVC_H264_HP_LEVEL_4_2_2D = 136,
+  MPEG4_AVC_H264_HP_LEVEL_4_2_3D = 137,
+  MPEG4_AVC_H264_STEREO_HP_LEVEL_4_2 = 138,
+  JPIP_REFERENCED = 139,
+  JPIP_REFERENCED_DEFLATE = 140
+};
+
+typedef int32_t VX_BYTE_ORDER;
+
+enum { VX_ORDER_LITTLE_ENDIAN = 100, VX_ORDER_BIG_ENDIAN = 101 };
+
+/* ---- DIMSE commands (PS3.7 section E.1) ------------------------------------------------------------------
+ */
+
+enum {
+  C_STORE_RQ = 0x0001,
+  C_STORE_RSP = 0x8001,
+  C_GET_RQ = 0x0010,
+  C_GET_RSP = 0x8010,
+  C_FIND_RQ = 0x0020,
+  C_FIND_RSP = 0x8020,
+  C_MOVE_RQ = 0x0021,
+  C_MOVE_RSP = 0x8021,
+  C_ECHO_RQ = 0x0030,
+  C_ECHO_RSP = 0x8030,
+  N_EVENT_REPORT_RQ = 0x0100,
+  N_EVENT_REPORT_RSP = 0x8100,
+  N_GET_RQ = 0x0110,
+  N_GET_RSP = 0x8110,
+  N_SET_RQ = 0x0120,
+  N_SET_RSP = 0x8120,
+  N_ACTION_RQ = 0x0130,
+  N_ACTION_RSP = 0x8130,
+  N_CREATE_RQ = 0x0140,
+  N_CREATE_RSP = 0x8140,
+  N_DELETE_RQ = 0x0150,
+  N_DELETE_RSP = 0x8150,
+  C_CANCEL_RQ = 0x0FFF
+};
+
+/* ---- Requests of a value callback ------------------------------------------------------------------------
+ */
+
+typedef int32_t VX_CALLBACK_REQUEST;
+
+enum {
+  VX_REQUEST_DATA = 300,   /* Out: *DataSize, *DataBuffer, *IsLast. The library wants the next piece. */
+  VX_REQUEST_LENGTH = 301, /* Out: *DataSize, the total length in bytes; 0 is allowed. */
+  VX_PROVIDE_DATA = 302,   /* In: a piece. Length 0 with *IsLast ends a value. */
+  VX_PROVIDE_LENGTH = 303, /* In: the length; *DataBuffer points to the uint32_t stream offset, or is null. */
+  VX_PROVIDE_LENGTH_KEPT = 304,   /* As 303, and the value will not be delivered: it stays in the stream. */
+  VX_PROVIDE_OFFSET_TABLE = 305,  /* In: the item of the offset table of an encapsulated value. */
+  VX_FREE_DATA = 306,             /* The library has no further use of the value. */
+  VX_REQUEST_DATA_AT_OFFSET = 307 /* In: *DataSize, an offset; out as for 300. */
+};
+
+/* ---- Configuration keys
+ * ------------------------------------------------------------------------------------ */
+
+/* A key is VX_CFG_ and the name that profiles use; data/vexalkit.pro says what each one does. */
+typedef int32_t VX_INT_KEY;
+
+enum {
+  VX_CFG_ARTIM_TIMEOUT = 0,
+  VX_CFG_ASSOC_REPLY_TIMEOUT = 1,
+  VX_CFG_COMPRESSION_CHROM_FACTOR = 2,
+  VX_CFG_COMPRESSION_J2K_LOSSY_QUALITY = 3,
+  VX_CFG_COMPRESSION_J2K_LOSSY_RATIO = 4,
+  VX_CFG_COMPRESSION_LUM_FACTOR = 5,
+  VX_CFG_CONNECT_TIMEOUT = 6,
+  VX_CFG_DEFLATE_COMPRESSION_LEVEL = 7,
+  VX_CFG_DESIRED_LAST_PDU_SIZE = 8,
+  VX_CFG_FLATE_GROW_OUTPUT_BUF_SIZE = 9,
+  VX_CFG_IGNORE_JPEG_BAD_SUFFIX = 10,
+  VX_CFG_INACTIVITY_TIMEOUT = 11,
+  VX_CFG_LARGE_DATA_SIZE = 12,
+  VX_CFG_LIST_SQ_DEPTH_LIMIT = 13,
+  VX_CFG_LIST_VALUE_LIMIT = 14,
+  VX_CFG_LOG_FILE_LINE_LENGTH = 15,
+  VX_CFG_LOG_FILE_SIZE = 16,
+  VX_CFG_LOG_MEMORY_SIZE = 17,
+  VX_CFG_MAX_PENDING_CONNECTIONS = 18,
+  VX_CFG_NUM_HISTORICAL_LOG_FILES = 19,
+  VX_CFG_NUMBER_OF_CAP_FILES = 20,
+  VX_CFG_OBOW_BUFFER_SIZE = 21,
+  VX_CFG_RELEASE_TIMEOUT = 22,
+  VX_CFG_TCPIP_LISTEN_PORT = 23,
+  VX_CFG_TCPIP_RECEIVE_BUFFER_SIZE = 24,
+  VX_CFG_TCPIP_SEND_BUFFER_SIZE = 25,
+  VX_CFG_WORK_BUFFER_SIZE = 26,
+  VX_CFG_WRITE_TIMEOUT = 27
+};
+
+typedef int32_t VX_LONG_KEY;
+
+enum {
+  VX_CFG_CALLBACK_MIN_DATA_SIZE = 0,
+  VX_CFG_CAPTURE_FILE_SIZE = 1,
+  VX_CFG_PDU_MAXIMUM_LENGTH = 2,
+  VX_CFG_PIXEL_BUFFER_SIZE = 3
+};
+
+typedef int32_t VX_BOOL_KEY;
+
+enum {
+  VX_CFG_ACCEPT_ANY_APPLICATION_TITLE = 0,
+  VX_CFG_ACCEPT_ANY_CONTEXT_NAME = 1,
+  VX_CFG_ACCEPT_ANY_HOSTNAME = 2,
+  VX_CFG_ACCEPT_ANY_PRESENTATION_CONTEXT = 3,
+  VX_CFG_ACCEPT_ANY_PROTOCOL_VERSION = 4,
+  VX_CFG_ACCEPT_DIFFERENT_IC_UID = 5,
+  VX_CFG_ACCEPT_DIFFERENT_VERSION = 6,
+  VX_CFG_ACCEPT_MULTIPLE_PRES_CONTEXTS = 7,
+  VX_CFG_ACCEPT_RELATED_GENERAL_SERVICES = 8,
+  VX_CFG_ACCEPT_STORAGE_SERVICE_CONTEXTS = 9,
+  VX_CFG_ALLOW_COMMA_IN_DS_FL_FD_STRINGS = 10,
+  VX_CFG_ALLOW_INVALID_LENGTH_FOR_VR = 11,
+  VX_CFG_ALLOW_INVALID_PRIVATE_ATTRIBUTES = 12,
+  VX_CFG_ALLOW_INVALID_PRIVATE_CREATOR_CODES = 13,
+  VX_CFG_ALLOW_LIBRARY_EXCEPTION_HANDLER = 14,
+  VX_CFG_ALLOW_OUT_OF_ORDER_TAGS = 15,
+  VX_CFG_ATT_00081190_USE_UT_VR = 16,
+  VX_CFG_ATT_00287FE0_USE_UT_VR = 17,
+  VX_CFG_ATT_0040E010_USE_UT_VR = 18,
+  VX_CFG_ATT_0074100A_USE_ST_VR = 19,
+  VX_CFG_AUTO_ECHO_SUPPORT = 20,
+  VX_CFG_BLANK_FILL_LOG_FILE = 21,
+  VX_CFG_COMBINE_DATA_WITH_HEADER = 22,
+  VX_CFG_COMPRESSION_ALLOW_FRAGS = 23,
+  VX_CFG_COMPRESSION_J2K_LOSSY_USE_QUALITY = 24,
+  VX_CFG_COMPRESSION_J2K_SIGNED_TOLERANCE = 25,
+  VX_CFG_COMPRESSION_USE_HEADER_QUERY = 26,
+  VX_CFG_COMPRESSION_WHEN_J2K_USE_LOSSY = 27,
+  VX_CFG_CREATE_OFFSET_TABLE = 28,
+  VX_CFG_DEFLATE_ALLOW_FLUSH = 29,
+  VX_CFG_DICOMDIR_STREAM_STORAGE = 30,
+  VX_CFG_DUPLICATE_ENCAPSULATED_ICON = 31,
+  VX_CFG_ORVEN_OPEN_FILE = 32,
+  VX_CFG_ELIMINATE_ITEM_REFERENCES = 33,
+  VX_CFG_EMPTY_PRIVATE_CREATOR_CODES = 34,
+  VX_CFG_EXPLICIT_VR_TO_UN_FOR_LENGTH_GT_64K = 35,
+  VX_CFG_EXPORT_EMPTY_PRIVATE_CREATOR_CODES = 36,
+  VX_CFG_EXPORT_GROUP_LENGTHS_TO_MEDIA = 37,
+  VX_CFG_EXPORT_GROUP_LENGTHS_TO_NETWORK = 38,
+  VX_CFG_EXPORT_PRIVATE_ATTRIBUTES_TO_MEDIA = 39,
+  VX_CFG_EXPORT_PRIVATE_ATTRIBUTES_TO_NETWORK = 40,
+  VX_CFG_EXPORT_UN_VR_TO_MEDIA = 41,
+  VX_CFG_EXPORT_UN_VR_TO_NETWORK = 42,
+  VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ = 43,
+  VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ_IN_DICOMDIR = 44,
+  VX_CFG_FORCE_DICM_IN_PREFIX = 45,
+  VX_CFG_FORCE_JAVA_BIG_ENDIAN = 46,
+  VX_CFG_FORCE_OPEN_EMPTY_ITEM = 47,
+  VX_CFG_HARD_CLOSE_TCP_IP_CONNECTION = 48,
+  VX_CFG_INSURE_EVEN_UID_LENGTH = 49,
+  VX_CFG_LIST_UN_ATTRIBUTES = 50,
+  VX_CFG_LOG_FILE_BACKUP = 51,
+  VX_CFG_MSG_FILE_ITEM_OBJ_TRACE = 52,
+  VX_CFG_NETWORK_CAPTURE = 53,
+  VX_CFG_PRIVATE_SYNTAX_1_ENCAPSULATED = 54,
+  VX_CFG_PRIVATE_SYNTAX_1_EXPLICIT_VR = 55,
+  VX_CFG_PRIVATE_SYNTAX_1_LITTLE_ENDIAN = 56,
+  VX_CFG_PRIVATE_SYNTAX_2_ENCAPSULATED = 57,
+  VX_CFG_PRIVATE_SYNTAX_2_EXPLICIT_VR = 58,
+  VX_CFG_PRIVATE_SYNTAX_2_LITTLE_ENDIAN = 59,
+  VX_CFG_REJECT_INVALID_VR = 60,
+  VX_CFG_RELEASE_SQ_ITEMS = 61,
+  VX_CFG_REMOVE_PADDING_CHARS = 62,
+  VX_CFG_REMOVE_SINGLE_TRAILING_SPACE = 63,
+  VX_CFG_RETURN_COMMA_IN_DS_FL_FD_STRINGS = 64,
+  VX_CFG_REWRITE_CAPTURE_FILES = 65,
+  VX_CFG_SEND_ECHO_PRIORITY = 66,
+  VX_CFG_SEND_LENGTH_TO_END = 67,
+  VX_CFG_SEND_MSG_ID_RESPONSE = 68,
+  VX_CFG_SEND_RECOGNITION_CODE = 69,
+  VX_CFG_SEND_RESPONSE_PRIORITY = 70,
+  VX_CFG_SEND_SOP_CLASS_UID = 71,
+  VX_CFG_SEND_SOP_INSTANCE_UID = 72,
+  VX_CFG_TCPIP_DISABLE_NAGLE = 73,
+  VX_CFG_TOLERATE_INVALID_IN_DEFAULT_CHARSET = 74,
+  VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE = 75,
+  VX_CFG_USE_FREE_DATA_CALLBACK = 76,
+  VX_CFG_ALLOW_DUPLICATE_CREATOR_CODES = 77
+};
+
+typedef int32_t VX_STRING_KEY;
+
+enum {
+  VX_CFG_ACCEPT_LIST_OF_APPLICATION_TITLES = 0,
+  VX_CFG_CAPTURE_FILE = 1,
+  VX_CFG_COMPRESSION_RGB_TRANSFORM_FORMAT = 2,
+  VX_CFG_DECODER_TAG_FILTER = 3,
+  VX_CFG_DEFLATED_EXPLICIT_LITTLE_ENDIAN_SYNTAX = 4,
+  VX_CFG_DICTIONARY_ACCESS = 5,
+  VX_CFG_DICTIONARY_FILE = 6,
+  VX_CFG_EXPLICIT_BIG_ENDIAN_SYNTAX = 7,
+  VX_CFG_EXPLICIT_LITTLE_ENDIAN_SYNTAX = 8,
+  VX_CFG_IMPLEMENTATION_CLASS_UID = 9,
+  VX_CFG_IMPLEMENTATION_VERSION = 10,
+  VX_CFG_IMPLICIT_BIG_ENDIAN_SYNTAX = 11,
+  VX_CFG_IMPLICIT_LITTLE_ENDIAN_SYNTAX = 12,
+  VX_CFG_INITIATOR_NAME = 13,
+  VX_CFG_IP_TYPE = 14,
+  VX_CFG_JPEG_2000_LOSSLESS_ONLY_SYNTAX = 15,
+  VX_CFG_JPEG_2000_MC_LOSSLESS_ONLY_SYNTAX = 16,
+  VX_CFG_JPEG_2000_MC_SYNTAX = 17,
+  VX_CFG_JPEG_2000_SYNTAX = 18,
+  VX_CFG_JPEG_BASELINE_SYNTAX = 19,
+  VX_CFG_JPEG_EXTENDED_2_4_SYNTAX = 20,
+  VX_CFG_JPEG_EXTENDED_3_5_SYNTAX = 21,
+  VX_CFG_JPEG_EXTENDED_HIER_16_18_SYNTAX = 22,
+  VX_CFG_JPEG_EXTENDED_HIER_17_19_SYNTAX = 23,
+  VX_CFG_JPEG_FULL_PROG_HIER_24_26_SYNTAX = 24,
+  VX_CFG_JPEG_FULL_PROG_HIER_25_27_SYNTAX = 25,
+  VX_CFG_JPEG_FULL_PROG_NON_HIER_10_12_SYNTAX = 26,
+  VX_CFG_JPEG_FULL_PROG_NON_HIER_11_13_SYNTAX = 27,
+  VX_CFG_JPEG_LOSSLESS_HIER_14_SYNTAX = 28,
+  VX_CFG_JPEG_LOSSLESS_HIER_28_SYNTAX = 29,
+  VX_CFG_JPEG_LOSSLESS_HIER_29_SYNTAX = 30,
+  VX_CFG_JPEG_LOSSLESS_NON_HIER_14_SYNTAX = 31,
+  VX_CFG_JPEG_LOSSLESS_NON_HIER_15_SYNTAX = 32,
+  VX_CFG_JPEG_LS_LOSSLESS_SYNTAX = 33,
+  VX_CFG_JPEG_LS_LOSSY_SYNTAX = 34,
+  VX_CFG_JPEG_SPEC_HIER_20_22_SYNTAX = 35,
+  VX_CFG_JPEG_SPEC_HIER_21_23_SYNTAX = 36,
+  VX_CFG_JPEG_SPEC_NON_HIER_6_8_SYNTAX = 37,
+  VX_CFG_JPEG_SPEC_NON_HIER_7_9_SYNTAX = 38,
+  VX_CFG_JPIP_REFERENCED_DEFLATE_SYNTAX = 39,
+  VX_CFG_JPIP_REFERENCED_SYNTAX = 40,
+  VX_CFG_LARGE_DATA_STORE = 41,
+  VX_CFG_LOCAL_APPL_CONTEXT_NAME = 42,
+  VX_CFG_LOG_FILE = 43,
+  VX_CFG_MPEG2_MPHL_SYNTAX = 44,
+  VX_CFG_MPEG2_MPML_SYNTAX = 45,
+  VX_CFG_MPEG4_AVC_H264_BDC_HP_LEVEL_4_1_SYNTAX = 46,
+  VX_CFG_MPEG4_AVC_H264_HP_LEVEL_4_1_SYNTAX = 47,
+  VX_CFG_MPEG4_AVC_H264_HP_LEVEL_4_2_2D_SYNTAX = 48,
+  VX_CFG_MPEG4_AVC_H264_HP_LEVEL_4_2_3D_SYNTAX = 49,
+  VX_CFG_MPEG4_AVC_H264_STEREO_HP_LEVEL_4_2_SYNTAX = 50,
+  VX_CFG_MSG_INFO_FILE = 51,
+  VX_CFG_NULL_TYPE3_VALIDATION = 52,
+  VX_CFG_PEGASUS_OPCODE_PATH = 53,
+  VX_CFG_PRIVATE_SYNTAX_1_SYNTAX = 54,
+  VX_CFG_PRIVATE_SYNTAX_2_SYNTAX = 55,
+  VX_CFG_RECEIVER_NAME = 56,
+  VX_CFG_RLE_SYNTAX = 57,
+  VX_CFG_TEMP_FILE_DIRECTORY = 58,
+  VX_CFG_UNKNOWN_VR_CODE = 59,
+  VX_CFG_VEXALKIT_3_APPLICATIONS = 60,
+  VX_CFG_VEXALKIT_3_PROFILE = 61,
+  VX_CFG_VEXALKIT_3_SERVICES = 62
+};
+
+typedef int32_t VX_LOG_KEY;
+
+enum {
+  VX_CFG_ERROR_MESSAGE = 0,
+  VX_CFG_INFO_MESSAGE = 1,
+  VX_CFG_WARNING_MESSAGE = 2,
+  VX_CFG_T1_MESSAGE = 3,
+  VX_CFG_T2_MESSAGE = 4,
+  VX_CFG_T3_MESSAGE = 5,
+  VX_CFG_T4_MESSAGE = 6,
+  VX_CFG_T5_MESSAGE = 7,
+  VX_CFG_T6_MESSAGE = 8,
+  VX_CFG_T7_MESSAGE = 9,
+  VX_CFG_T8_MESSAGE = 10,
+  VX_CFG_T9_MESSAGE = 11
+};
+
+enum {
+  VX_INT_KEY_COUNT = 28,
+  VX_LONG_KEY_COUNT = 4,
+  VX_BOOL_KEY_COUNT = 78,
+  VX_STRING_KEY_COUNT = 63,
+  VX_LOG_KEY_COUNT = 12
+};
+
+/* Log destinations, a set of bits. */
+enum { VX_LOG_TO_FILE = 1, VX_LOG_TO_MEMORY = 2, VX_LOG_TO_SCREEN = 4, VX_LOG_OFF = 16 };
+
+/* Log levels, one bit each. */
+enum {
+  VX_LOG_T1 = 1,
+  VX_LOG_T2 = 2,
+  VX_LOG_T3 = 4,
+  VX_LOG_T4 = 8,
+  VX_LOG_T5 = 16,
+  VX_LOG_T6 = 32,
+  VX_LOG_T7 = 64,
+  VX_LOG_T8 = 128,
+  VX_LOG_T9 = 256,
+  VX_LOG_INFO = 512,
+  VX_LOG_WARNING = 1024,
+  VX_LOG_ERROR = 2048
+};
+
+/* ---- Records
+ * ------------------------------------------------------------------------------------------------ */
+
+/*
+ * All settings of the toolkit. A program may build one at compile time and hand it over through
+ * VX_Library_Initialization; the library then works in this record and never frees it. Every array is indexed
+ * by the key enumerations above.
+ */
+typedef struct ConfigRecord {
+  const char* version;                            /* VX_BUILD_VERSION, or null */
+  const char* string_values[VX_STRING_KEY_COUNT]; /* never null: "" for a key without a value */
+  uint32_t string_owned[VX_STRING_KEY_COUNT];     /* 1 for a text that the library allocated */
+  int32_t int_values[VX_INT_KEY_COUNT];
+  uint32_t log_destinations[VX_LOG_KEY_COUNT]; /* VX_LOG_TO_FILE and so on */
+  uint32_t bool_values[VX_BOOL_KEY_COUNT];     /* 0 or 1 */
+  int32_t long_values[VX_LONG_KEY_COUNT];
+  int32_t service_count;
+  const char* const* service_names;
+  const char* const* service_uids;
+  const uint32_t* service_commands; /* command bits, as the services profile names them */
+  const int32_t* service_numbers;   /* keys into the Message Info File */
+  const int32_t* service_kinds;     /* 30 base, 20 meta */
+  const int32_t* sop_class_counts;
+  const int32_t* const* sop_classes; /* service numbers of the members of a meta service */
+  int32_t item_count;
+  const char* const* item_names;
+  const int32_t* item_numbers;
+  const char* const* applications;    /* the applications profile, ended by a null pointer */
+  const char* const* accepted_titles; /* ended by a null pointer; null when there are none */
+} ConfigRecord;
+
+/* One attribute of the Data Dictionary. */
+typedef struct DictEntry {
+  const struct DictEntry* Next; /* next of the chain */
+  uint32_t Tag;                 /* 0xGGGG00EE for a private tag */
+  int32_t VR;
+  uint16_t VMLow;
+  uint16_t VMHigh;         /* 255: no limit */
+  const char* Name;        /* at most 99 bytes */
+  const char* PrivateCode; /* creator code without trailing blanks; null for a standard tag */
+} DictEntry;
+
+enum { VX_DICTIONARY_CHAINS = 850 };
+
+/* A finished dictionary: chain n holds the entries whose Tag modulo VX_DICTIONARY_CHAINS is n. */
+typedef struct DictionaryRecord {
+  const char* version; /* VX_BUILD_VERSION, or null */
+  const DictEntry* const* chains;
+} DictionaryRecord;
+
+/* What an enhanced log receiver gets; valid during the call only. */
+typedef struct VX_LOG_RECORD {
+  int32_t Type;       /* 1 error, 2 warning, 3 info, 5 to 13 for T1 to T9, 14 unknown */
+  int32_t Hour;       /* 0 to 23 */
+  int32_t Minute;     /* 0 to 59 */
+  int32_t Second;     /* 0 to 60 */
+  int32_t Hundredths; /* 0 to 99 */
+  int32_t Day;        /* day of the month, from 1 */
+  int32_t Month;      /* 0 to 11 */
+  int32_t Year;       /* years since 1900 */
+  const char* LevelText;
+  const char* Prefix;
+  const char* ThreadText;
+  const char* TimeText;
+  const char* FunctionName; /* empty when the caller gave none */
+  const char* Message;
+} VX_LOG_RECORD;
+
+/* ---- Callbacks
+ * ------------------------------------------------------------------------------------------------ */
+
+/* Called once by VX_Library_Initialization and by each VX_Library_Reset. The record lives as long as the
+ * library. */
+typedef ConfigRecord* (*VX_CONFIG_FUNCTION)(void);
+typedef const DictionaryRecord* (*VX_DICTIONARY_FUNCTION)(void);
+/* Stored and never called: templates come from the Message Info File. */
+typedef void* (*VX_MESSAGE_INFO_FUNCTION)(void);
+
+/* Takes a piece of a value. The piece is valid during the call. VX_NORMAL_COMPLETION goes on. */
+typedef VX_STATUS (*VX_READER_FUNCTION)(int32_t MsgID, uint32_t Tag, void* UserInfo, uint32_t DataSize,
+                                        void* DataBuffer, int32_t IsFirst, int32_t IsLast);
+/* Gives the next piece of a value; the buffer must stay valid until the next call. Sizes are even. */
+typedef VX_STATUS (*VX_WRITER_FUNCTION)(int32_t MsgID, uint32_t Tag, int32_t IsFirst, void* UserInfo,
+                                        int32_t* DataSize, void** DataBuffer, int32_t* IsLast);
+/* Holds a value outside the library; see the VX_CALLBACK_REQUEST codes. */
+typedef VX_STATUS (*VX_VALUE_CALLBACK)(int32_t MsgID, uint32_t Tag, void* UserInfo,
+                                       VX_CALLBACK_REQUEST Request, uint32_t* DataSize, void** DataBuffer,
+                                       int32_t IsFirst, int32_t* IsLast);
+typedef VX_STATUS (*VX_PRIVATE_VALUE_CALLBACK)(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                               uint8_t Element, void* UserInfo, VX_CALLBACK_REQUEST Request,
+                                               uint32_t* DataSize, void** DataBuffer, int32_t IsFirst,
+                                               int32_t* IsLast);
+/* Takes a block of an encoded stream, of even length, valid during the call. */
+typedef VX_STATUS (*VX_STREAM_OUTPUT)(int32_t MsgID, void* UserInfo, uint32_t DataSize, void* DataBuffer,
+                                      int32_t IsFirst, int32_t IsLast);
+/* Gives the next block of a stream, of even length; it must stay valid until the next call. */
+typedef VX_STATUS (*VX_STREAM_INPUT)(int32_t MsgID, void* UserInfo, int32_t IsFirst, uint32_t* DataSize,
+                                     void** DataBuffer, int32_t* IsLast);
+/* The same for files; FileName is the name that the file object carries. */
+typedef VX_STATUS (*VX_FILE_INPUT)(const char* FileName, void* UserInfo, uint32_t* DataSize,
+                                   void** DataBuffer, int32_t IsFirst, int32_t* IsLast);
+typedef VX_STATUS (*VX_FILE_OUTPUT)(const char* FileName, void* UserInfo, uint32_t DataSize, void* DataBuffer,
+                                    int32_t IsFirst, int32_t IsLast);
+/* Log receivers, called on the logging thread without a lock held. */
+typedef void (*VX_LOG_FUNCTION)(int32_t Severity, const char* Line);
+typedef void (*VX_ENHANCED_LOG_FUNCTION)(const VX_LOG_RECORD* Record);
+/* Takes one line of the memory log; returns 1 to go on. */
+typedef int32_t (*VX_MEMORY_LOG_READER)(const char* Line, int32_t IsFirst, int32_t IsLast);
+
+/* ---- Lifecycle
+ * --------------------------------------------------------------------------------------------------- */
+
+/*
+ * Starts the library. With ConfigFunction and DictionaryFunction null, finds and reads vexal.ini, the three
+ * profiles that it names and the dictionary file; otherwise the functions supply ready-built records.
+ * VX_LIBRARY_ALREADY_INITIALIZED; VX_NO_VEXAL_INI: no ini file was found; VX_CONFIG_INFO_ERROR: a profile is
+ * missing or wrong; VX_INVALID_VERSION: a ready-built record is of another version; VX_DDFILE_ERROR,
+ * VX_MISSING_CONFIG_PARM: the dictionary could not be read, and the library stays initialised, so that
+ * VX_Library_Release is the way out. Must run alone.
+ */
+VX_API VX_STATUS VX_Library_Initialization(VX_CONFIG_FUNCTION ConfigFunction,
+                                           VX_DICTIONARY_FUNCTION DictionaryFunction,
+                                           VX_MESSAGE_INFO_FUNCTION MessageInfoFunction);
+
+/*
+ * Drops every object, voids every handle and reads the configuration and the dictionary anew.
+ * VX_CONFIG_INFO_ERROR, VX_INVALID_VERSION, VX_DDFILE_ERROR, VX_MISSING_CONFIG_PARM. Must run alone.
+ */
+VX_API VX_STATUS VX_Library_Reset(void);
+
+/*
+ * Ends the library and gives all its memory back; VX_Library_Initialization may follow. Must run alone.
+ */
+VX_API VX_STATUS VX_Library_Release(void);
+
+/*
+ * Names the ini file of the next initialisation; null removes the name. The name lives until the release.
+ * VX_LIBRARY_ALREADY_INITIALIZED once the library runs.
+ */
+VX_API VX_STATUS VX_Set_VexalINI(const char* Path);
+
+/*
+ * Registers an application entity under its title of 1 to 16 bytes; ApplicationID gets its handle.
+ * VX_INVALID_LENGTH_FOR_TITLE, VX_ALREADY_REGISTERED.
+ */
+VX_API VX_STATUS VX_Register_Application(int32_t* ApplicationID, const char* ApplicationTitle);
+
+/*
+ * Releases an application with its registered callbacks; ApplicationID becomes -1.
+ */
+VX_API VX_STATUS VX_Release_Application(int32_t* ApplicationID);
+
+/*
+ * The text of a status, a constant string; "Unknown Error" for a number that is none. Works at any time.
+ */
+VX_API const char* VX_Error_Message(VX_STATUS Status);
+
+/*
+ * Copies the version, "5.3.0". VX_BUFFER_TOO_SMALL below 6 bytes. Works at any time.
+ */
+VX_API VX_STATUS VX_Get_Version_String(int32_t BufferSize, char* Buffer);
+
+/* ---- Memory
+ * ------------------------------------------------------------------------------------------------------ */
+
+/*
+ * Gives completely free blocks of the pools back to the system, for at most MaxSeconds (0: no limit).
+ * VX_VALUE_OUT_OF_RANGE below 0. A call during another thread's clean-up returns at once.
+ */
+VX_API VX_STATUS VX_Cleanup_Memory(int32_t MaxSeconds);
+
+/*
+ * TotalBytes gets the bytes of all blocks and buffers held, FreeBytes those of blocks that have a free slot,
+ * plus all direct buffers. Slots that a thread keeps at hand count as free.
+ */
+VX_API VX_STATUS VX_Report_Memory(uint64_t* TotalBytes, uint64_t* FreeBytes);
+
+/* ---- Log
+ * ---------------------------------------------------------------------------------------------------------
+ */
+
+/*
+ * Formats a message and logs it at one VX_LOG_ level. Returns 0; 4 for a null or empty Format, 7 before a
+ * configuration exists, 2 if the log file failed, 8 if the memory log could not be allocated.
+ */
+VX_API int32_t VXlog(uint32_t Level, const char* Format, ...) VX_PRINTF(2, 3);
+
+/*
+ * The same with the name of a function in the line.
+ */
+VX_API int32_t VXlog_Function(const char* FunctionName, uint32_t Level, const char* Format, ...)
+    VX_PRINTF(3, 4);
+
+/*
+ * Sets the text, of at most 10 characters, at the head of each line, without leading white space; null
+ * empties it. Returns the stored text.
+ */
+VX_API const char* VX_Set_Log_Prefix(const char* Prefix);
+
+/*
+ * Sets the receiver of whole log lines; null takes it away. Does nothing before initialisation.
+ */
+VX_API void VX_Register_MemoryLog_Function(VX_LOG_FUNCTION Function);
+
+/*
+ * Sets the receiver of log records; null takes it away. Does nothing before initialisation.
+ */
+VX_API void VX_Register_Enhanced_MemoryLog_Function(VX_ENHANCED_LOG_FUNCTION Function);
+
+/*
+ * Hands the memory log over, oldest line first; a non-zero Clear empties it after the last line.
+ * VX_LOG_EMPTY; VX_CALLBACK_CANNOT_COMPLY as soon as Callback returns other than 1.
+ */
+VX_API VX_STATUS VX_MemoryLog_To_Function(int32_t Clear, VX_MEMORY_LOG_READER Callback);
+
+/* ---- Configuration
+ * ----------------------------------------------------------------------------------------------- */
+
+/*
+ * Sets an integer setting; a value out of bounds is brought into them, or refused with VX_MUST_BE_POSITIVE.
+ * VX_INVALID_PARAMETER_NAME for an unknown key.
+ */
+VX_API VX_STATUS VX_Set_Int_Config_Value(VX_INT_KEY Key, int32_t Value);
+
+/*
+ * Reads an integer setting. VX_INVALID_PARAMETER_NAME, *Value then 0.
+ */
+VX_API VX_STATUS VX_Get_Int_Config_Value(VX_INT_KEY Key, int32_t* Value);
+
+/*
+ * As VX_Set_Int_Config_Value, for the settings that hold byte counts.
+ */
+VX_API VX_STATUS VX_Set_Long_Config_Value(VX_LONG_KEY Key, int32_t Value);
+
+/*
+ * As VX_Get_Int_Config_Value, for the settings that hold byte counts.
+ */
+VX_API VX_STATUS VX_Get_Long_Config_Value(VX_LONG_KEY Key, int32_t* Value);
+
+/*
+ * Turns a switch on (any non-zero Value) or off. VX_INVALID_PARAMETER_NAME.
+ */
+VX_API VX_STATUS VX_Set_Bool_Config_Value(VX_BOOL_KEY Key, int32_t Value);
+
+/*
+ * Reads a switch as 0 or 1. VX_INVALID_PARAMETER_NAME.
+ */
+VX_API VX_STATUS VX_Get_Bool_Config_Value(VX_BOOL_KEY Key, int32_t* Value);
+
+/*
+ * Stores a copy of a text; "<none>", "none", "na", "n/a" and "" store the empty text.
+ * VX_INVALID_PARAMETER_NAME; VX_CANNOT_COMPLY if the text is malformed for its key or could not be stored.
+ */
+VX_API VX_STATUS VX_Set_String_Config_Value(VX_STRING_KEY Key, const char* Value);
+
+/*
+ * Copies a text. VX_INVALID_PARAMETER_NAME; VX_BUFFER_TOO_SMALL, nothing copied.
+ */
+VX_API VX_STATUS VX_Get_String_Config_Value(VX_STRING_KEY Key, int32_t BufferSize, char* Buffer);
+
+/*
+ * Sets where messages of a level go, a set of VX_LOG_TO_ bits. Errors always go to the file too.
+ * VX_INVALID_PARAMETER_NAME.
+ */
+VX_API VX_STATUS VX_Set_Log_Destination(VX_LOG_KEY Key, uint32_t Destination);
+
+/*
+ * Reads where messages of a level go. VX_INVALID_PARAMETER_NAME.
+ */
+VX_API VX_STATUS VX_Get_Log_Destination(VX_LOG_KEY Key, uint32_t* Destination);
+
+/* ---- Services
+ * ---------------------------------------------------------------------------------------------------- */
+
+/*
+ * The name of the service with this SOP class UID. VX_INVALID_SOP_CLASS_UID, the buffer then empty;
+ * VX_BUFFER_TOO_SMALL, as much as fits then copied.
+ */
+VX_API VX_STATUS VX_Get_VexalKit_Service(const char* Uid, char* ServiceName, int32_t BufferSize);
+
+/*
+ * The SOP class UID of a service. VX_UNKNOWN_SERVICE, VX_BUFFER_TOO_SMALL.
+ */
+VX_API VX_STATUS VX_Get_UID_From_VexalKit_Service(const char* ServiceName, char* Uid, int32_t BufferSize);
+
+/* The names of the services and items of the configuration that comes with the toolkit, in alphabetical
+ * order. */
+extern VX_API const char* const Services[220];
+extern VX_API const char* const Items[898];
+
+/* ---- Messages and items
+ * ------------------------------------------------------------------------------------------ */
+
+/*
+ * Opens a message without service and command; it takes any attribute that the dictionary knows.
+ */
+VX_API VX_STATUS VX_Open_Empty_Message(int32_t* MsgID);
+
+/*
+ * Opens an item without a name.
+ */
+VX_API VX_STATUS VX_Open_Empty_Item(int32_t* ItemID);
+
+/*
+ * Opens a message with the attributes that its template names; it takes no others. A service that the
+ * configuration lacks gives an unrestricted message and normal status. VX_INVALID_COMMAND; VX_MSGFILE_ERROR:
+ * the template could not be read.
+ */
+VX_API VX_STATUS VX_Open_Message(int32_t* MsgID, const char* ServiceName, uint16_t Command);
+
+/*
+ * Opens an item with the attributes that its template names. VX_MSGFILE_ERROR.
+ */
+VX_API VX_STATUS VX_Open_Item(int32_t* ItemID, const char* ItemName);
+
+/*
+ * Frees a message with its values; MsgID becomes -1. Items that no other sequence references go with it.
+ */
+VX_API VX_STATUS VX_Free_Message(int32_t* MsgID);
+
+/*
+ * Frees an item. One that a sequence references lives on until the last such sequence goes, with normal
+ * status.
+ */
+VX_API VX_STATUS VX_Free_Item(int32_t* ItemID);
+
+/*
+ * Clears all values; the attributes stay, private creators apart (EMPTY_PRIVATE_CREATOR_CODES).
+ */
+VX_API VX_STATUS VX_Empty_Message(int32_t MsgID);
+
+/*
+ * The same for an item. VX_INVALID_ITEM_ID.
+ */
+VX_API VX_STATUS VX_Empty_Item(int32_t ItemID);
+
+/*
+ * Replaces service and command. Messages and files only, else VX_INVALID_MESSAGE_ID. VX_INVALID_COMMAND.
+ */
+VX_API VX_STATUS VX_Set_Service_Command(int32_t MsgID, const char* ServiceName, uint16_t Command);
+
+/*
+ * Gives the object's own name string, valid until the object is freed or renamed, and its command.
+ */
+VX_API VX_STATUS VX_Get_Message_Service(int32_t MsgID, const char** ServiceName, uint16_t* Command);
+
+/*
+ * Adds an attribute that the dictionary knows, without a value. VX_INVALID_TAG, VX_TAG_ALREADY_EXISTS.
+ */
+VX_API VX_STATUS VX_Add_Standard_Attribute(int32_t MsgID, uint32_t Tag);
+
+/*
+ * Adds an attribute that the dictionary does not know. VX_INVALID_TAG: it does know it; VX_INVALID_VR_CODE,
+ * VX_TAG_ALREADY_EXISTS.
+ */
+VX_API VX_STATUS VX_Add_Nonstandard_Attribute(int32_t MsgID, uint32_t Tag, VX_VR VR);
+
+/*
+ * Takes an attribute out with its values. VX_INVALID_TAG.
+ */
+VX_API VX_STATUS VX_Delete_Attribute(int32_t MsgID, uint32_t Tag);
+
+/*
+ * Takes out every attribute from FirstTag to LastTag, both included; none is no fault.
+ */
+VX_API VX_STATUS VX_Delete_Range(int32_t MsgID, uint32_t FirstTag, uint32_t LastTag);
+
+/*
+ * Starts to walk the attributes in ascending order. Any output may be null. Count is the number of values, 1
+ * for a bulk VR. VX_MESSAGE_EMPTY.
+ */
+VX_API VX_STATUS VX_Get_First_Attribute(int32_t MsgID, uint32_t* Tag, VX_VR* VR, int32_t* Count);
+
+/*
+ * The next attribute of the walk. VX_MESSAGE_EMPTY, VX_NO_MORE_ATTRIBUTES.
+ */
+VX_API VX_STATUS VX_Get_Next_Attribute(int32_t MsgID, uint32_t* Tag, VX_VR* VR, int32_t* Count);
+
+/*
+ * VR and value count of one attribute; the walk goes on behind it. VX_INVALID_TAG.
+ */
+VX_API VX_STATUS VX_Get_Attribute_Info(int32_t MsgID, uint32_t Tag, VX_VR* VR, int32_t* Count);
+
+/*
+ * Changes the VR of an attribute: between the bulk VRs, OW to US or SS and back, US to SS and back, and UN to
+ * any, whose bytes are then read as implicit little endian. VX_INVALID_TAG, VX_INVALID_VR_CODE,
+ * VX_VR_ALREADY_VALID: no other change is possible; any status of the decoder for a UN value that does not
+ * fit, the value then unchanged.
+ */
+VX_API VX_STATUS VX_Set_Value_Representation(int32_t MsgID, uint32_t Tag, VX_VR VR);
+
+/* ---- Values of any kind
+ * ------------------------------------------------------------------------------------------ */
+
+/*
+ * The number of values, 1 for a bulk VR. VX_EMPTY_VALUE: none yet; VX_NULL_VALUE: one without data; *Count is
+ * then 0. VX_INVALID_TAG.
+ */
+VX_API VX_STATUS VX_Get_Value_Count(int32_t MsgID, uint32_t Tag, int32_t* Count);
+
+/*
+ * The length in bytes of value ValueNumber, counted from 1; for a bulk VR the whole length whatever the
+ * number. VX_INVALID_TAG, VX_INVALID_VALUE_NUMBER, VX_EMPTY_VALUE, VX_NULL_VALUE, VX_CALLBACK_CANNOT_COMPLY.
+ */
+VX_API VX_STATUS VX_Get_Value_Length(int32_t MsgID, uint32_t Tag, int32_t ValueNumber, uint32_t* Length);
+
+/*
+ * Copies the whole value of UN, OB or OW; words are in the machine's byte order. VX_INVALID_TAG,
+ * VX_INCOMPATIBLE_VR, VX_EMPTY_VALUE, VX_NULL_VALUE; VX_BUFFER_TOO_SMALL: *Length is the size of the piece
+ * that did not fit.
+ */
+VX_API VX_STATUS VX_Get_Value_To_Buffer(int32_t MsgID, uint32_t Tag, uint32_t BufferSize, void* Buffer,
+                                        uint32_t* Length);
+
+/*
+ * Hands the value of a numeric or bulk VR, UR or UT to Function piece by piece, without a copy.
+ * VX_INVALID_TAG, VX_INCOMPATIBLE_VR, VX_EMPTY_VALUE, VX_NULL_VALUE; VX_CALLBACK_CANNOT_COMPLY: Function or a
+ * value callback refused.
+ */
+VX_API VX_STATUS VX_Get_Value_To_Function(int32_t MsgID, uint32_t Tag, void* UserInfo,
+                                          VX_READER_FUNCTION Function);
+
+/*
+ * Reads the first value in any native type; Length gets the bytes written. VX_BUFFER_TOO_SMALL, and as the
+ * typed functions below.
+ */
+VX_API VX_STATUS VX_Get_Value(int32_t MsgID, uint32_t Tag, VX_DATA_TYPE DataType, uint32_t BufferSize,
+                              void* Buffer, uint32_t* Length);
+
+/*
+ * Reads the next value. VX_NO_MORE_VALUES; VX_INCOMPATIBLE_VR for VX_BUFFER_TYPE.
+ */
+VX_API VX_STATUS VX_Get_Next_Value(int32_t MsgID, uint32_t Tag, VX_DATA_TYPE DataType, uint32_t BufferSize,
+                                   void* Buffer, uint32_t* Length);
+
+/*
+ * Sets the first value, dropping all others; Value points to the native type. As the typed functions below.
+ */
+VX_API VX_STATUS VX_Set_Value(int32_t MsgID, uint32_t Tag, VX_DATA_TYPE DataType, const void* Value);
+
+/*
+ * Adds a value behind the last.
+ */
+VX_API VX_STATUS VX_Set_Next_Value(int32_t MsgID, uint32_t Tag, VX_DATA_TYPE DataType, const void* Value);
+
+/*
+ * Takes the value away; the attribute stays, and is added if it was not there. VX_INVALID_TAG.
+ */
+VX_API VX_STATUS VX_Set_Value_To_Empty(int32_t MsgID, uint32_t Tag);
+
+/*
+ * Gives the attribute one value without data. VX_INVALID_TAG.
+ */
+VX_API VX_STATUS VX_Set_Value_To_NULL(int32_t MsgID, uint32_t Tag);
+
+/*
+ * Adds a value without data behind the last; multi-valued text VRs only, else VX_INCOMPATIBLE_VR.
+ */
+VX_API VX_STATUS VX_Set_Next_Value_To_NULL(int32_t MsgID, uint32_t Tag);
+
+/*
+ * Replaces a bulk value by a copy of Length bytes. VX_INVALID_TAG, VX_INCOMPATIBLE_VR, VX_TOO_MANY_VALUES;
+ * VX_INVALID_VALUE_FOR_VR: an odd length, other than for OB.
+ */
+VX_API VX_STATUS VX_Set_Value_From_Buffer(int32_t MsgID, uint32_t Tag, const void* Buffer, uint32_t Length);
+
+/*
+ * Fills the value of OB, OW, OL, OD, OF, UR or UT from the pieces that Function gives. VX_INVALID_TAG,
+ * VX_INCOMPATIBLE_VR, VX_CALLBACK_CANNOT_COMPLY, VX_CALLBACK_DATA_SIZE_UNEVEN,
+ * VX_CALLBACK_DATA_SIZE_NEGATIVE, VX_CALLBACK_PARM_ERROR.
+ */
+VX_API VX_STATUS VX_Set_Value_From_Function(int32_t MsgID, uint32_t Tag, void* UserInfo,
+                                            VX_WRITER_FUNCTION Function);
+
+/*
+ * Deletes the value under the attribute's cursor, which moves to the one before. VX_INVALID_TAG,
+ * VX_INCOMPATIBLE_VR, VX_EMPTY_VALUE, VX_NULL_VALUE, VX_NO_MORE_VALUES.
+ */
+VX_API VX_STATUS VX_Delete_Current_Value(int32_t MsgID, uint32_t Tag);
+
+/*
+ * Reverses the bytes of each element of an OW, OL, OD or OF value in place; OB is left alone. VX_INVALID_TAG,
+ * VX_INCOMPATIBLE_VR, VX_CALLBACK_REGISTERED, VX_TEMP_FILE_ERROR, VX_EMPTY_VALUE, VX_NULL_VALUE.
+ */
+VX_API VX_STATUS VX_Byte_Swap_OBOW(int32_t MsgID, uint32_t Tag);
+
+/* ---- Setting values from native types
+ * ------------------------------------------------------------------------ */
+
+/*
+ * Each function converts its argument to the form of the attribute's VR and stores it; an attribute that is
+ * not there is added, as far as the object takes it. VX_Set_Value_From_... drops all earlier values,
+ * VX_Set_Next_Value_From_... adds behind the last. For SQ the value is the ID of an item, which the sequence
+ * then references.
+ *
+ * VX_INVALID_TAG, VX_TOO_MANY_VALUES, VX_NULL_POINTER_PARM (null text); VX_INCOMPATIBLE_VR: the VR does not
+ * take this type; VX_VALUE_OUT_OF_RANGE: the number does not fit; VX_INVALID_ENCAPSULATED_PIXEL_DATA.
+ * VX_INVALID_VALUE_FOR_VR and VX_INVALID_CHARS_IN_VALUE for a text that breaks the rules of its VR (PS3.5
+ * section 6.2) come with the value stored all the same.
+ */
+
+/* Sets the first value from a NUL-terminated text. */
+VX_API VX_STATUS VX_Set_Value_From_String(int32_t MsgID, uint32_t Tag, const char* Value);
+/* Adds a value from a NUL-terminated text. */
+VX_API VX_STATUS VX_Set_Next_Value_From_String(int32_t MsgID, uint32_t Tag, const char* Value);
+
+/* Sets the first value from an int32_t. */
+VX_API VX_STATUS VX_Set_Value_From_Int(int32_t MsgID, uint32_t Tag, int32_t Value);
+/* Adds a value from an int32_t. */
+VX_API VX_STATUS VX_Set_Next_Value_From_Int(int32_t MsgID, uint32_t Tag, int32_t Value);
+
+/* Sets the first value from a uint32_t. */
+VX_API VX_STATUS VX_Set_Value_From_UInt(int32_t MsgID, uint32_t Tag, uint32_t Value);
+/* Adds a value from a uint32_t. */
+VX_API VX_STATUS VX_Set_Next_Value_From_UInt(int32_t MsgID, uint32_t Tag, uint32_t Value);
+
+/* Sets the first value from an int16_t. */
+VX_API VX_STATUS VX_Set_Value_From_ShortInt(int32_t MsgID, uint32_t Tag, int16_t Value);
+/* Adds a value from an int16_t. */
+VX_API VX_STATUS VX_Set_Next_Value_From_ShortInt(int32_t MsgID, uint32_t Tag, int16_t Value);
+
+/* Sets the first value from a uint16_t. */
+VX_API VX_STATUS VX_Set_Value_From_UShortInt(int32_t MsgID, uint32_t Tag, uint16_t Value);
+/* Adds a value from a uint16_t. */
+VX_API VX_STATUS VX_Set_Next_Value_From_UShortInt(int32_t MsgID, uint32_t Tag, uint16_t Value);
+
+/* Sets the first value from an int32_t. */
+VX_API VX_STATUS VX_Set_Value_From_LongInt(int32_t MsgID, uint32_t Tag, int32_t Value);
+/* Adds a value from an int32_t. */
+VX_API VX_STATUS VX_Set_Next_Value_From_LongInt(int32_t MsgID, uint32_t Tag, int32_t Value);
+
+/* Sets the first value from a uint32_t. */
+VX_API VX_STATUS VX_Set_Value_From_ULongInt(int32_t MsgID, uint32_t Tag, uint32_t Value);
+/* Adds a value from a uint32_t. */
+VX_API VX_STATUS VX_Set_Next_Value_From_ULongInt(int32_t MsgID, uint32_t Tag, uint32_t Value);
+
+/* Sets the first value from a float. */
+VX_API VX_STATUS VX_Set_Value_From_Float(int32_t MsgID, uint32_t Tag, float Value);
+/* Adds a value from a float. */
+VX_API VX_STATUS VX_Set_Next_Value_From_Float(int32_t MsgID, uint32_t Tag, float Value);
+
+/* Sets the first value from a double. */
+VX_API VX_STATUS VX_Set_Value_From_Double(int32_t MsgID, uint32_t Tag, double Value);
+/* Adds a value from a double. */
+VX_API VX_STATUS VX_Set_Next_Value_From_Double(int32_t MsgID, uint32_t Tag, double Value);
+
+/* ---- Reading values into native types
+ * ------------------------------------------------------------------------- */
+
+/*
+ * VX_Get_Value_To_... reads the first value and puts the attribute's cursor on it, VX_Get_Next_Value_To_...
+ * moves the cursor on and reads there. Numbers come from DS, IS, the numeric VRs and SQ (the item's ID);
+ * texts from all but UN and the bulk VRs.
+ *
+ * VX_NULL_POINTER_PARM, VX_INVALID_TAG, VX_INCOMPATIBLE_VR, VX_EMPTY_VALUE, VX_NULL_VALUE, VX_NO_MORE_VALUES;
+ * VX_VALUE_OUT_OF_RANGE: the number does not fit the type; VX_INCOMPATIBLE_VALUE: the text is no number;
+ * VX_BUFFER_TOO_SMALL: as much of the text as fits was copied, and the cursor stays on it.
+ */
+
+/* Reads the first value as a NUL-terminated text. */
+VX_API VX_STATUS VX_Get_Value_To_String(int32_t MsgID, uint32_t Tag, int32_t BufferSize, char* Buffer);
+/* Reads the next value as a NUL-terminated text. */
+VX_API VX_STATUS VX_Get_Next_Value_To_String(int32_t MsgID, uint32_t Tag, int32_t BufferSize, char* Buffer);
+
+/* Reads the first value as an int32_t. */
+VX_API VX_STATUS VX_Get_Value_To_Int(int32_t MsgID, uint32_t Tag, int32_t* Value);
+/* Reads the next value as an int32_t. */
+VX_API VX_STATUS VX_Get_Next_Value_To_Int(int32_t MsgID, uint32_t Tag, int32_t* Value);
+
+/* Reads the first value as a uint32_t. */
+VX_API VX_STATUS VX_Get_Value_To_UInt(int32_t MsgID, uint32_t Tag, uint32_t* Value);
+/* Reads the next value as a uint32_t. */
+VX_API VX_STATUS VX_Get_Next_Value_To_UInt(int32_t MsgID, uint32_t Tag, uint32_t* Value);
+
+/* Reads the first value as an int16_t. */
+VX_API VX_STATUS VX_Get_Value_To_ShortInt(int32_t MsgID, uint32_t Tag, int16_t* Value);
+/* Reads the next value as an int16_t. */
+VX_API VX_STATUS VX_Get_Next_Value_To_ShortInt(int32_t MsgID, uint32_t Tag, int16_t* Value);
+
+/* Reads the first value as a uint16_t. */
+VX_API VX_STATUS VX_Get_Value_To_UShortInt(int32_t MsgID, uint32_t Tag, uint16_t* Value);
+/* Reads the next value as a uint16_t. */
+VX_API VX_STATUS VX_Get_Next_Value_To_UShortInt(int32_t MsgID, uint32_t Tag, uint16_t* Value);
+
+/* Reads the first value as an int32_t. */
+VX_API VX_STATUS VX_Get_Value_To_LongInt(int32_t MsgID, uint32_t Tag, int32_t* Value);
+/* Reads the next value as an int32_t. */
+VX_API VX_STATUS VX_Get_Next_Value_To_LongInt(int32_t MsgID, uint32_t Tag, int32_t* Value);
+
+/* Reads the first value as a uint32_t. */
+VX_API VX_STATUS VX_Get_Value_To_ULongInt(int32_t MsgID, uint32_t Tag, uint32_t* Value);
+/* Reads the next value as a uint32_t. */
+VX_API VX_STATUS VX_Get_Next_Value_To_ULongInt(int32_t MsgID, uint32_t Tag, uint32_t* Value);
+
+/* Reads the first value as a float. */
+VX_API VX_STATUS VX_Get_Value_To_Float(int32_t MsgID, uint32_t Tag, float* Value);
+/* Reads the next value as a float. */
+VX_API VX_STATUS VX_Get_Next_Value_To_Float(int32_t MsgID, uint32_t Tag, float* Value);
+
+/* Reads the first value as a double. */
+VX_API VX_STATUS VX_Get_Value_To_Double(int32_t MsgID, uint32_t Tag, double* Value);
+/* Reads the next value as a double. */
+VX_API VX_STATUS VX_Get_Next_Value_To_Double(int32_t MsgID, uint32_t Tag, double* Value);
+
+/* ---- Data dictionary
+ * --------------------------------------------------------------------------------------------- */
+
+/*
+ * The name of a tag. VX_INVALID_TAG: the dictionary lacks it; VX_MISSING_CONFIG_PARM: there is no dictionary;
+ * VX_BUFFER_TOO_SMALL: as much of the name as fits was copied.
+ */
+VX_API VX_STATUS VX_Get_Tag_Info(uint32_t Tag, char* Buffer, int32_t BufferSize);
+
+/*
+ * Name, VR and bounds of the number of values (255: no limit) of a tag. As VX_Get_Tag_Info;
+ * VX_NULL_POINTER_PARM for Tag 0 too.
+ */
+VX_API VX_STATUS VX_Get_Tags_Dict_Info(uint32_t Tag, char* Buffer, int32_t BufferSize, VX_VR* VR,
+                                       uint16_t* VMLow, uint16_t* VMHigh);
+
+/*
+ * As VX_Get_Tag_Info, for a private attribute by creator code, group and low byte of the element.
+ */
+VX_API VX_STATUS VX_Get_pTag_Info(const char* PrivateCode, uint16_t Group, uint8_t Element, char* Buffer,
+                                  int32_t BufferSize);
+
+/*
+ * As VX_Get_Tags_Dict_Info, for a private attribute.
+ */
+VX_API VX_STATUS VX_Get_pTags_Dict_Info(const char* PrivateCode, uint16_t Group, uint8_t Element,
+                                        char* Buffer, int32_t BufferSize, VX_VR* VR, uint16_t* VMLow,
+                                        uint16_t* VMHigh);
+
+/*
+ * The keyword of a standard tag, made from its name (PS3.6 section 6). VX_INVALID_TAG,
+ * VX_MISSING_CONFIG_PARM; VX_BUFFER_TOO_SMALL, nothing copied.
+ */
+VX_API VX_STATUS VX_Get_Tag_Keyword(uint32_t Tag, char* Buffer, int32_t BufferSize);
+
+/* ---- Private attributes (PS3.5 section 7.8)
+ * ---------------------------------------------------------------------- */
+
+/*
+ * A private attribute is named by creator code (trailing blanks do not count), group and low byte of the
+ * element; the library finds the block. VX_INVALID_GROUP: the group is not private; VX_NOT_FOUND: the object
+ * has no block of this creator; VX_TOO_MANY_BLOCKS: all 240 blocks are taken. In the pValue functions a
+ * missing block, and in those that set a missing attribute too, gives VX_INVALID_PRIVATE_CODE.
+ */
+/*
+ * Adds the creator; one that is there is no fault. VX_INVALID_GROUP, VX_TOO_MANY_BLOCKS.
+ */
+VX_API VX_STATUS VX_Add_Private_Block(int32_t MsgID, const char* PrivateCode, uint16_t Group);
+
+/*
+ * Deletes the creator and all attributes of its block. VX_INVALID_GROUP, VX_NOT_FOUND.
+ */
+VX_API VX_STATUS VX_Delete_Private_Block(int32_t MsgID, const char* PrivateCode, uint16_t Group);
+
+/*
+ * Adds an attribute. One that the dictionary knows takes its VR from there and adds the block; for any other
+ * the block must exist, and VR counts. VX_TAG_ALREADY_EXISTS, VX_INVALID_VR_CODE, VX_INVALID_GROUP,
+ * VX_NOT_FOUND.
+ */
+VX_API VX_STATUS VX_Add_Private_Attribute(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                          uint8_t Element, VX_VR VR);
+
+/*
+ * Deletes one attribute. VX_INVALID_GROUP, VX_NOT_FOUND, VX_INVALID_TAG.
+ */
+VX_API VX_STATUS VX_Delete_Private_Attribute(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                             uint8_t Element);
+
+/*
+ * As VX_Get_Attribute_Info.
+ */
+VX_API VX_STATUS VX_Get_pAttribute_Info(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                        uint8_t Element, VX_VR* VR, int32_t* Count);
+
+/*
+ * As VX_Set_Value_Representation.
+ */
+VX_API VX_STATUS VX_Set_pValue_Representation(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                              uint8_t Element, VX_VR VR);
+
+/* As VX_Get_Value_Count. */
+VX_API VX_STATUS VX_Get_pValue_Count(int32_t MsgID, const char* PrivateCode, uint16_t Group, uint8_t Element,
+                                     int32_t* Count);
+/* As VX_Get_Value_Length. */
+VX_API VX_STATUS VX_Get_pValue_Length(int32_t MsgID, const char* PrivateCode, uint16_t Group, uint8_t Element,
+                                      int32_t ValueNumber, uint32_t* Length);
+/* As VX_Get_Value. */
+VX_API VX_STATUS VX_Get_pValue(int32_t MsgID, const char* PrivateCode, uint16_t Group, uint8_t Element,
+                               VX_DATA_TYPE DataType, uint32_t BufferSize, void* Buffer, uint32_t* Length);
+/* As VX_Get_Next_Value. */
+VX_API VX_STATUS VX_Get_Next_pValue(int32_t MsgID, const char* PrivateCode, uint16_t Group, uint8_t Element,
+                                    VX_DATA_TYPE DataType, uint32_t BufferSize, void* Buffer,
+                                    uint32_t* Length);
+/* As VX_Get_Value_To_Buffer. */
+VX_API VX_STATUS VX_Get_pValue_To_Buffer(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                         uint8_t Element, uint32_t BufferSize, void* Buffer,
+                                         uint32_t* Length);
+/* As VX_Get_Value_To_Function. */
+VX_API VX_STATUS VX_Get_pValue_To_Function(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                           uint8_t Element, void* UserInfo, VX_READER_FUNCTION Function);
+/* As VX_Set_Value. */
+VX_API VX_STATUS VX_Set_pValue(int32_t MsgID, const char* PrivateCode, uint16_t Group, uint8_t Element,
+                               VX_DATA_TYPE DataType, const void* Value);
+/* As VX_Set_Next_Value. */
+VX_API VX_STATUS VX_Set_Next_pValue(int32_t MsgID, const char* PrivateCode, uint16_t Group, uint8_t Element,
+                                    VX_DATA_TYPE DataType, const void* Value);
+/* As VX_Set_Value_From_Buffer. */
+VX_API VX_STATUS VX_Set_pValue_From_Buffer(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                           uint8_t Element, const void* Buffer, uint32_t Length);
+/* As VX_Set_Value_From_Function. */
+VX_API VX_STATUS VX_Set_pValue_From_Function(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                             uint8_t Element, void* UserInfo, VX_WRITER_FUNCTION Function);
+/* As VX_Set_Value_To_NULL. */
+VX_API VX_STATUS VX_Set_pValue_To_NULL(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                       uint8_t Element);
+/* As VX_Set_Next_Value_To_NULL. */
+VX_API VX_STATUS VX_Set_Next_pValue_To_NULL(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                            uint8_t Element);
+/* As VX_Set_Value_To_Empty. */
+VX_API VX_STATUS VX_Set_pValue_To_Empty(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                        uint8_t Element);
+
+/* As VX_Set_Value_From_String. */
+VX_API VX_STATUS VX_Set_pValue_From_String(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                           uint8_t Element, const char* Value);
+/* As VX_Set_Next_Value_From_String. */
+VX_API VX_STATUS VX_Set_Next_pValue_From_String(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                                uint8_t Element, const char* Value);
+/* As VX_Set_Value_From_Int. */
+VX_API VX_STATUS VX_Set_pValue_From_Int(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                        uint8_t Element, int32_t Value);
+/* As VX_Set_Next_Value_From_Int. */
+VX_API VX_STATUS VX_Set_Next_pValue_From_Int(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                             uint8_t Element, int32_t Value);
+/* As VX_Set_Value_From_UInt. */
+VX_API VX_STATUS VX_Set_pValue_From_UInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                         uint8_t Element, uint32_t Value);
+/* As VX_Set_Next_Value_From_UInt. */
+VX_API VX_STATUS VX_Set_Next_pValue_From_UInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                              uint8_t Element, uint32_t Value);
+/* As VX_Set_Value_From_ShortInt. */
+VX_API VX_STATUS VX_Set_pValue_From_ShortInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                             uint8_t Element, int16_t Value);
+/* As VX_Set_Next_Value_From_ShortInt. */
+VX_API VX_STATUS VX_Set_Next_pValue_From_ShortInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                                  uint8_t Element, int16_t Value);
+/* As VX_Set_Value_From_UShortInt. */
+VX_API VX_STATUS VX_Set_pValue_From_UShortInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                              uint8_t Element, uint16_t Value);
+/* As VX_Set_Next_Value_From_UShortInt. */
+VX_API VX_STATUS VX_Set_Next_pValue_From_UShortInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                                   uint8_t Element, uint16_t Value);
+/* As VX_Set_Value_From_LongInt. */
+VX_API VX_STATUS VX_Set_pValue_From_LongInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                            uint8_t Element, int32_t Value);
+/* As VX_Set_Next_Value_From_LongInt. */
+VX_API VX_STATUS VX_Set_Next_pValue_From_LongInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                                 uint8_t Element, int32_t Value);
+/* As VX_Set_Value_From_ULongInt. */
+VX_API VX_STATUS VX_Set_pValue_From_ULongInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                             uint8_t Element, uint32_t Value);
+/* As VX_Set_Next_Value_From_ULongInt. */
+VX_API VX_STATUS VX_Set_Next_pValue_From_ULongInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                                  uint8_t Element, uint32_t Value);
+/* As VX_Set_Value_From_Float. */
+VX_API VX_STATUS VX_Set_pValue_From_Float(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                          uint8_t Element, float Value);
+/* As VX_Set_Next_Value_From_Float. */
+VX_API VX_STATUS VX_Set_Next_pValue_From_Float(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                               uint8_t Element, float Value);
+/* As VX_Set_Value_From_Double. */
+VX_API VX_STATUS VX_Set_pValue_From_Double(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                           uint8_t Element, double Value);
+/* As VX_Set_Next_Value_From_Double. */
+VX_API VX_STATUS VX_Set_Next_pValue_From_Double(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                                uint8_t Element, double Value);
+
+/* As VX_Get_Value_To_String. */
+VX_API VX_STATUS VX_Get_pValue_To_String(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                         uint8_t Element, int32_t BufferSize, char* Buffer);
+/* As VX_Get_Next_Value_To_String. */
+VX_API VX_STATUS VX_Get_Next_pValue_To_String(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                              uint8_t Element, int32_t BufferSize, char* Buffer);
+/* As VX_Get_Value_To_Int. */
+VX_API VX_STATUS VX_Get_pValue_To_Int(int32_t MsgID, const char* PrivateCode, uint16_t Group, uint8_t Element,
+                                      int32_t* Value);
+/* As VX_Get_Next_Value_To_Int. */
+VX_API VX_STATUS VX_Get_Next_pValue_To_Int(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                           uint8_t Element, int32_t* Value);
+/* As VX_Get_Value_To_UInt. */
+VX_API VX_STATUS VX_Get_pValue_To_UInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                       uint8_t Element, uint32_t* Value);
+/* As VX_Get_Next_Value_To_UInt. */
+VX_API VX_STATUS VX_Get_Next_pValue_To_UInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                            uint8_t Element, uint32_t* Value);
+/* As VX_Get_Value_To_ShortInt. */
+VX_API VX_STATUS VX_Get_pValue_To_ShortInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                           uint8_t Element, int16_t* Value);
+/* As VX_Get_Next_Value_To_ShortInt. */
+VX_API VX_STATUS VX_Get_Next_pValue_To_ShortInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                                uint8_t Element, int16_t* Value);
+/* As VX_Get_Value_To_UShortInt. */
+VX_API VX_STATUS VX_Get_pValue_To_UShortInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                            uint8_t Element, uint16_t* Value);
+/* As VX_Get_Next_Value_To_UShortInt. */
+VX_API VX_STATUS VX_Get_Next_pValue_To_UShortInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                                 uint8_t Element, uint16_t* Value);
+/* As VX_Get_Value_To_LongInt. */
+VX_API VX_STATUS VX_Get_pValue_To_LongInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                          uint8_t Element, int32_t* Value);
+/* As VX_Get_Next_Value_To_LongInt. */
+VX_API VX_STATUS VX_Get_Next_pValue_To_LongInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                               uint8_t Element, int32_t* Value);
+/* As VX_Get_Value_To_ULongInt. */
+VX_API VX_STATUS VX_Get_pValue_To_ULongInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                           uint8_t Element, uint32_t* Value);
+/* As VX_Get_Next_Value_To_ULongInt. */
+VX_API VX_STATUS VX_Get_Next_pValue_To_ULongInt(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                                uint8_t Element, uint32_t* Value);
+/* As VX_Get_Value_To_Float. */
+VX_API VX_STATUS VX_Get_pValue_To_Float(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                        uint8_t Element, float* Value);
+/* As VX_Get_Next_Value_To_Float. */
+VX_API VX_STATUS VX_Get_Next_pValue_To_Float(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                             uint8_t Element, float* Value);
+/* As VX_Get_Value_To_Double. */
+VX_API VX_STATUS VX_Get_pValue_To_Double(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                         uint8_t Element, double* Value);
+/* As VX_Get_Next_Value_To_Double. */
+VX_API VX_STATUS VX_Get_Next_pValue_To_Double(int32_t MsgID, const char* PrivateCode, uint16_t Group,
+                                              uint8_t Element, double* Value);
+
+/* ---- Values held by a callback
+ * ----------------------------------------------------------------------------------- */
+
+/*
+ * Registers Function for a standard tag of VR OB, OW, OL, OD or OF: when this application reads a file or
+ * binds its callbacks to a message, the value then lives with the function. A second call replaces function
+ * and UserInfo. VX_INVALID_TAG for a private tag.
+ */
+VX_API VX_STATUS VX_Register_Callback_Function(int32_t ApplicationID, uint32_t Tag, void* UserInfo,
+                                               VX_VALUE_CALLBACK Function);
+
+/*
+ * The same for a private attribute.
+ */
+VX_API VX_STATUS VX_Register_pCallback_Function(int32_t ApplicationID, const char* PrivateCode,
+                                                uint16_t Group, uint8_t Element, void* UserInfo,
+                                                VX_PRIVATE_VALUE_CALLBACK Function);
+
+/*
+ * Removes a registration; bound attributes stay bound. VX_INVALID_TAG: there is none.
+ */
+VX_API VX_STATUS VX_Release_Callback_Function(int32_t ApplicationID, uint32_t Tag);
+
+/*
+ * The same for a private attribute. VX_INVALID_TAG: there is none.
+ */
+VX_API VX_STATUS VX_Release_pCallback_Function(int32_t ApplicationID, const char* PrivateCode, uint16_t Group,
+                                               uint8_t Element);
+
+/*
+ * Binds all registered callbacks to the attributes of a message that have no value yet.
+ */
+VX_API VX_STATUS VX_Set_Message_Callbacks(int32_t ApplicationID, int32_t MsgID);
+
+/* ---- Transfer syntaxes
+ * ------------------------------------------------------------------------------------------- */
+
+/*
+ * The UID of a transfer syntax as the configuration has it. VX_INVALID_TRANSFER_SYNTAX, VX_BUFFER_TOO_SMALL.
+ */
+VX_API VX_STATUS VX_Get_Transfer_Syntax_From_Enum(VX_TRANSFER_SYNTAX Syntax, char* Uid, int32_t BufferSize);
+
+/*
+ * The transfer syntax of a UID; trailing blanks of Uid are cut in place. VX_INVALID_TRANSFER_SYNTAX, *Syntax
+ * then IMPLICIT_LITTLE_ENDIAN.
+ */
+VX_API VX_STATUS VX_Get_Enum_From_Transfer_Syntax(char* Uid, VX_TRANSFER_SYNTAX* Syntax);
+
+/*
+ * Sets the transfer syntax of a message, of an item that holds Pixel Data, or of a file, where it is the
+ * value of (0002,0010). VX_INVALID_MESSAGE_ID for other objects, VX_INVALID_TRANSFER_SYNTAX.
+ */
+VX_API VX_STATUS VX_Set_Message_Transfer_Syntax(int32_t MsgID, VX_TRANSFER_SYNTAX Syntax);
+
+/*
+ * Reads it. VX_STATE_VIOLATION: none was set; VX_INVALID_MESSAGE_ID, VX_INVALID_TRANSFER_SYNTAX, and for a
+ * file the status of reading (0002,0010).
+ */
+VX_API VX_STATUS VX_Get_Message_Transfer_Syntax(int32_t MsgID, VX_TRANSFER_SYNTAX* Syntax);
+
+/*
+ * Forgets it; for a file only checks that (0002,0010) names one. As VX_Get_Message_Transfer_Syntax.
+ */
+VX_API VX_STATUS VX_Reset_Message_Transfer_Syntax(int32_t MsgID);
+
+/* ---- Streams
+ * ----------------------------------------------------------------------------------------------------- */
+
+/*
+ * Encodes the attributes from StartTag to EndTag, both included, and hands them to Callback in blocks of even
+ * length; the last call has IsLast 1. VX_INVALID_TRANSFER_SYNTAX, VX_MESSAGE_EMPTY,
+ * VX_CALLBACK_CANNOT_COMPLY, VX_INVALID_LENGTH_FOR_VR: a value is too long for its length field;
+ * VX_TOO_FEW_VALUES: a value callback ended early; VX_ZLIB_ERROR. The object must not change meanwhile.
+ */
+VX_API VX_STATUS VX_Message_To_Stream(int32_t MsgID, uint32_t StartTag, uint32_t EndTag,
+                                      VX_TRANSFER_SYNTAX Syntax, void* UserInfo, VX_STREAM_OUTPUT Callback);
+
+/*
+ * Decodes a stream into the object, which keeps what it holds. Attributes below StartTag are skipped; the
+ * first tag above EndTag ends the decode. On a failure ErrorTag gets the tag in hand and what was read stays.
+ * VX_INVALID_TRANSFER_SYNTAX, VX_CALLBACK_CANNOT_COMPLY, VX_CALLBACK_PARM_ERROR,
+ * VX_CALLBACK_DATA_SIZE_UNEVEN, VX_UNEXPECTED_EOD, VX_INVALID_VALUE_FOR_VR: broken item structure or nesting
+ * beyond the limit of 128 levels; VX_OUT_OF_ORDER_TAG, VX_INVALID_VR_IN_STREAM, VX_INVALID_LENGTH_FOR_VR,
+ * VX_VALUE_TOO_LARGE, VX_ZLIB_ERROR. Callback must not use the object.
+ */
+VX_API VX_STATUS VX_Stream_To_Message(int32_t MsgID, uint32_t StartTag, uint32_t EndTag,
+                                      VX_TRANSFER_SYNTAX Syntax, uint32_t* ErrorTag, void* UserInfo,
+                                      VX_STREAM_INPUT Callback);
+
+/*
+ * The same; Offset gets the offset in the stream of the element where the decode stopped, or of the end.
+ */
+VX_API VX_STATUS VX_Stream_To_Message_With_Offset(int32_t MsgID, uint32_t StartTag, uint32_t EndTag,
+                                                  VX_TRANSFER_SYNTAX Syntax, uint32_t* ErrorTag,
+                                                  uint32_t* Offset, void* UserInfo, VX_STREAM_INPUT Callback);
+
+/*
+ * The bytes that VX_Message_To_Stream would write, without deflation; 0xFFFFFFFF if a value is of undefined
+ * length. VX_INVALID_TRANSFER_SYNTAX, VX_CALLBACK_CANNOT_COMPLY, VX_VALUE_TOO_LARGE: beyond 32 bits.
+ */
+VX_API VX_STATUS VX_Get_Stream_Length(int32_t MsgID, uint32_t StartTag, uint32_t EndTag, uint32_t* Length,
+                                      VX_TRANSFER_SYNTAX Syntax);
+
+/* ---- Files (PS3.10 section 7)
+ * ------------------------------------------------------------------------------------ */
+
+/*
+ * Makes a file object for a service and command, filled from the template. A service name that starts with
+ * "DICOMDIR" makes a directory. VX_INVALID_COMMAND, VX_MSGFILE_ERROR.
+ */
+VX_API VX_STATUS VX_Create_File(int32_t* FileID, const char* FileName, const char* ServiceName,
+                                uint16_t Command);
+
+/*
+ * Makes a file object with the attributes of the meta group only.
+ */
+VX_API VX_STATUS VX_Create_Empty_File(int32_t* FileID, const char* FileName);
+
+/*
+ * Turns a message into a file, with a zero preamble and without group 0000; the ID stays.
+ * VX_INVALID_MESSAGE_ID unless it is a message.
+ */
+VX_API VX_STATUS VX_Message_To_File(int32_t MsgID, const char* FileName);
+
+/*
+ * Turns a file into a message, without group 0002; the ID stays. VX_INVALID_FILE_ID.
+ */
+VX_API VX_STATUS VX_File_To_Message(int32_t FileID);
+
+/*
+ * Frees a file object; FileID becomes -1. VX_INVALID_FILE_ID.
+ */
+VX_API VX_STATUS VX_Free_File(int32_t* FileID);
+
+/*
+ * Clears all values. VX_INVALID_FILE_ID: unknown; VX_INVALID_MESSAGE_ID: not a file.
+ */
+VX_API VX_STATUS VX_Empty_File(int32_t FileID);
+
+/*
+ * Copies the name. VX_BUFFER_TOO_SMALL, VX_INVALID_FILE_ID.
+ */
+VX_API VX_STATUS VX_Get_Filename(int32_t FileID, char* FileName, int32_t BufferSize);
+
+/*
+ * Replaces the name. VX_INVALID_FILE_ID.
+ */
+VX_API VX_STATUS VX_Reset_Filename(int32_t FileID, const char* FileName);
+
+/*
+ * Copies the 128 bytes of the preamble out. VX_INVALID_FILE_ID.
+ */
+VX_API VX_STATUS VX_Get_File_Preamble(int32_t FileID, char* Preamble);
+
+/*
+ * Copies 128 bytes in. VX_INVALID_FILE_ID.
+ */
+VX_API VX_STATUS VX_Set_File_Preamble(int32_t FileID, const char* Preamble);
+
+/*
+ * The bytes that VX_Write_File would write without padding and deflation; 0xFFFFFFFF if a value is of
+ * undefined length. VX_INVALID_FILE_ID, VX_INVALID_TRANSFER_SYNTAX; VX_VALUE_TOO_LARGE: beyond 32 bits;
+ * *Length is then 0.
+ */
+VX_API VX_STATUS VX_Get_File_Length(int32_t FileID, uint32_t* Length);
+
+/*
+ * Reads a whole file from Callback into the object. The values that callbacks of the application hold go
+ * there. VX_INVALID_APPLICATION_ID, VX_INVALID_FILE_ID, VX_INVALID_FILE: the prefix is not "DICM" and
+ * FORCE_DICM_IN_PREFIX is off; VX_INVALID_TRANSFER_SYNTAX, and as VX_Stream_To_Message.
+ */
+VX_API VX_STATUS VX_Open_File(int32_t ApplicationID, int32_t FileID, void* UserInfo, VX_FILE_INPUT Callback);
+
+/*
+ * The same, but for the attributes that a callback holds the value stays in the file and its offset is
+ * reported. As VX_Open_File; VX_VALUE_TOO_LARGE: an offset beyond 32 bits.
+ */
+VX_API VX_STATUS VX_Open_File_Bypass_OBOW(int32_t ApplicationID, int32_t FileID, void* UserInfo,
+                                          VX_FILE_INPUT Callback);
+
+/*
+ * Reads up to and including Tag. Offset gets the offset in the file of the element where reading stopped. As
+ * VX_Open_File.
+ */
+VX_API VX_STATUS VX_Open_File_Upto_Tag(int32_t ApplicationID, int32_t FileID, void* UserInfo, uint32_t Tag,
+                                       uint32_t* Offset, VX_FILE_INPUT Callback);
+
+/*
+ * Reads up to Tag, whose attribute is there with its length, its value unread. As VX_Open_File.
+ */
+VX_API VX_STATUS VX_Open_File_Upto_Tag_Bypass_Value(int32_t ApplicationID, int32_t FileID, void* UserInfo,
+                                                    uint32_t Tag, uint32_t* Offset, VX_FILE_INPUT Callback);
+
+/*
+ * Writes the file to Callback: preamble, meta group in explicit little endian, the rest in the syntax that
+ * (0002,0010) names. A Pad above 0, even and at most WORK_BUFFER_SIZE, pads the length to a multiple of it
+ * with (FFFC,FFFC), unless lengths are undefined or deflated. VX_INVALID_FILE_ID, VX_INVALID_PAD,
+ * VX_INVALID_TRANSFER_SYNTAX, and as VX_Message_To_Stream.
+ */
+VX_API VX_STATUS VX_Write_File(int32_t FileID, int32_t Pad, void* UserInfo, VX_FILE_OUTPUT Callback);
+
+/*
+ * The same with the value callbacks of an application bound first and released after.
+ * VX_INVALID_APPLICATION_ID.
+ */
+VX_API VX_STATUS VX_Write_File_By_Callback(int32_t ApplicationID, int32_t FileID, int32_t Pad, void* UserInfo,
+                                           VX_FILE_OUTPUT Callback);
+
+/* ---- Listing
+ * ----------------------------------------------------------------------------------------------------- */
+
+/*
+ * Lists an object to a file, or to the standard output with a null name or one that can not be opened. Does
+ * nothing before initialisation. The caller must hold the object to itself.
+ */
+VX_API void VX_List_Message(int32_t MsgID, const char* FileName);
+
+/*
+ * The same for an item.
+ */
+VX_API void VX_List_Item(int32_t ItemID, const char* FileName);
+
+/*
+ * The same for a file.
+ */
+VX_API void VX_List_File(int32_t FileID, const char* FileName);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
