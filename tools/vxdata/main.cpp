@@ -1,0 +1,56 @@
+// vxdata: turns the text tables of this project into the binary files that the library reads.
+
+#include <cstdio>
+#include <exception>
+#include <string_view>
+
+#include "commands.h"
+#include "text.h"
+
+namespace {
+
+constexpr const char* kHelp = R"(usage: vxdata COMMAND ...
+
+  dict TABLE... -o FILE        compile text tables to a binary data dictionary
+  undict FILE [-o TABLE]       write a binary dictionary as a text table
+  keywords TABLE...            list attributes whose keyword in the table differs from the one
+                               that the library derives from the name
+
+Faults go to standard error as file:line: error: reason. Output files appear whole or not at all.
+Exit code: 0 done, 1 faults in the data, 2 wrong usage or a file that can't be used.
+)";
+
+struct Command {
+  std::string_view name;
+  int (*run)(int, char**);
+};
+
+constexpr Command kCommands[] = {
+    {"dict", vxdata::run_dict},
+    {"undict", vxdata::run_undict},
+    {"keywords", vxdata::run_keywords},
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string_view word = argc > 1 ? argv[1] : "";
+  if (word == "--help" || word == "-h" || word == "help") {
+    std::fputs(kHelp, stdout);
+    return 0;
+  }
+  try {
+    for (const Command& command : kCommands) {
+      if (command.name == word) return command.run(argc - 2, argv + 2);
+    }
+    std::fprintf(stderr, "vxdata: %s; see vxdata --help\n",
+                 word.empty() ? "a command is missing" : "unknown command");
+  } catch (const vxdata::WrongUsage& fault) {
+    std::fprintf(stderr, "vxdata %s: %s; see vxdata --help\n", argv[1], fault.text.c_str());
+  } catch (const vxdata::Unusable& fault) {
+    std::fprintf(stderr, "vxdata: %s\n", fault.text.c_str());
+  } catch (const std::exception& fault) {
+    std::fprintf(stderr, "vxdata: %s\n", fault.what());
+  }
+  return 2;
+}
