@@ -1,0 +1,39 @@
+// The decoder: fills an object from a stream.
+#pragma once
+
+#include <cstdint>
+
+#include "config/transfer_syntax.h"
+#include "model/object.h"
+
+namespace vx {
+
+using ConnectionInput = VX_STATUS (*)(int32_t connection, void* user, uint32_t* size, void** data,
+                                      int32_t first, int32_t* last);
+
+// What one decode is asked for and what it tells.
+struct ReadRequest {
+  VX_STREAM_INPUT MessageInput = nullptr;  // the first of the three that is set is used
+  VX_FILE_INPUT FileInput = nullptr;
+  ConnectionInput NetworkInput = nullptr;
+  int32_t ConnectionID = -1;
+  const char* FileName = nullptr;
+  void* UserInfo = nullptr;
+  int32_t ApplicationID = 0;
+  Encoding encoding{};
+  uint32_t StartTag = 0;
+  uint32_t EndTag = 0xFFFFFFFFU;
+  bool StopAtEnd = false;
+  bool KeepValuesOut = false;
+  bool Deflate = false;
+  bool BeforeDeflate = false;
+  bool LogFailure = false;
+
+  uint32_t ErrorTag = 0;    // out
+  uint64_t StopOffset = 0;  // out
+};
+// Decodes into the object, whose lock is held throughout. Files start with preamble and prefix. The statuses
+// of VX_Stream_To_Message.
+VX_STATUS decode_object(MsgObj& object, ReadRequest& request);
+
+}  // namespace vx

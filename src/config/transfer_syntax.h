@@ -1,0 +1,30 @@
+// Transfer syntaxes: one table.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+#include "frame/status.h"
+
+namespace vx {
+
+// How a stream of a syntax is written.
+struct Encoding {
+  VX_TRANSFER_SYNTAX syntax;
+  bool big_endian;
+  bool explicit_vr;
+  bool encapsulated;
+};
+
+bool is_transfer_syntax(VX_TRANSFER_SYNTAX syntax);
+// VX_INVALID_TRANSFER_SYNTAX gives implicit little endian properties.
+VX_STATUS syntax_encoding(VX_TRANSFER_SYNTAX syntax, Encoding& encoding);
+// The UID as configured; empty for an unknown code. Returns the length.
+std::size_t syntax_uid(VX_TRANSFER_SYNTAX syntax, char* buffer, std::size_t size);
+const char* syntax_display_name(VX_TRANSFER_SYNTAX syntax);
+// By configured UID, without regard to case; trailing blanks and NULs do not count.
+VX_STATUS syntax_from_uid(std::string_view uid, VX_TRANSFER_SYNTAX& syntax);
+// By enumerator name, without regard to case; 0 if unknown.
+VX_STATUS syntax_from_name(std::string_view name, VX_TRANSFER_SYNTAX& syntax);
+
+}  // namespace vx

@@ -1,0 +1,36 @@
+// Every limit of the library that is not a setting, with its reason.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace vx {
+
+// Sequences inside sequences, in streams, in the text forms and in every walk of an object. Real objects stay
+// below 20; each level costs a few hundred bytes of stack in the recursive readers.
+inline constexpr int kMaxNesting = 128;
+
+// Bytes taken in one step while a value of announced length arrives: memory grows with the data, not with the
+// announcement.
+inline constexpr std::size_t kReadChunk = 1U << 20;
+
+// A private creator code (LO allows 64 characters; multi-byte sets need more bytes).
+inline constexpr std::size_t kMaxCreatorCode = 513;
+
+// An attribute name of the dictionary.
+inline constexpr std::size_t kMaxName = 99;
+
+// A line of a profile, less the line end.
+inline constexpr std::size_t kMaxProfileLine = 298;
+
+// A path in the configuration, with its terminator.
+inline constexpr std::size_t kMaxPath = 260;
+
+// A text of a log message, with its terminator, and the buffer that it is formatted in.
+inline constexpr std::size_t kMaxLogText = 256;
+inline constexpr std::size_t kLogFormatBuffer = 1024;
+
+// Output of inflate for each byte of input. Deflate itself can not exceed 1032 to 1.
+inline constexpr std::size_t kMaxInflateRatio = 1100;
+
+}  // namespace vx

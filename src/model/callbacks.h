@@ -1,0 +1,39 @@
+// Values that an application's callback holds.
+#pragma once
+
+#include <cstdint>
+#include <type_traits>
+
+#include "frame/app.h"
+#include "model/object.h"
+
+namespace vx {
+
+// A registration of an application, or its copy that is bound to an object.
+struct CBObj {
+  uint32_t Tag;  // 0 for a private registration; its tag in the object once bound
+  VX_VALUE_CALLBACK Function;
+  char PrivateCode[514];
+  uint16_t Group;
+  uint8_t Element;
+  VX_PRIVATE_VALUE_CALLBACK PrivateFunction;
+  void* UserInfo;
+};
+static_assert(std::is_trivially_destructible_v<CBObj>);
+
+void bind_all(AppObj& app, MsgObj& object);
+// Binds the application's registration for this attribute, if there is one. Cheap for an application without
+// registrations.
+void bind_one(int32_t application_id, MsgObj& object, TagObj& attribute);
+void unbind_all(AppObj& app, MsgObj& object);
+void unbind_one(MsgObj& object, TagObj& attribute);
+CBObj* find_binding(MsgObj& object, const TagObj& attribute);
+void free_bindings(MsgObj& object);
+
+// One request to the callback that holds the attribute. VX_NO_CALLBACK if none does.
+VX_STATUS call_value_callback(MsgObj& object, TagObj& attribute, VX_CALLBACK_REQUEST request, uint32_t* size,
+                              void** data, bool first, int32_t* last);
+// Request 301; VX_NO_CALLBACK when the attribute is not bound, VX_CALLBACK_CANNOT_COMPLY.
+VX_STATUS ask_length(MsgObj& object, TagObj& attribute, uint32_t& length);
+
+}  // namespace vx

@@ -1,0 +1,45 @@
+// The scanner of character sets (PS3.3 section C.12.1.1.2, PS3.5 section 6.1): counts characters and tells
+// what can not stand in a text under a Specific Character Set.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "model/object.h"
+
+namespace vx {
+
+struct CharsetMasks {
+  uint32_t values = 1;  // union over all values of (0008,0005), with kCodeExtensions
+  uint32_t first = 1;
+};
+inline constexpr uint32_t kCodeExtensions = 0x10000;
+
+// Character sets of one object, looked up once; for a run of values of one object.
+struct CharsetCache {
+  bool known = false;
+  VX_STATUS status = VX_NORMAL_COMPLETION;
+  CharsetMasks masks;
+};
+
+// The masks of the object or, when it has no (0008,0005), of its holders. VX_VALUE_TOO_LARGE and other
+// failures of reading the attribute, logged.
+VX_STATUS charset_masks(MsgObj& object, CharsetMasks& masks);
+VX_STATUS charset_masks(MsgObj& object, CharsetCache* cache, CharsetMasks& masks);
+
+enum class Scan { Single, Taken, Invalid };
+// Looks at the character at `position`. Single: the byte stands by itself, the caller tests and counts it.
+// Taken: a multi-byte character or an escape sequence, counted, and position stands at its last byte.
+// Invalid: logged.
+Scan scan_character(std::string_view text, std::size_t& position, uint32_t values_mask, uint32_t& active_mask,
+                    int& characters);
+// A byte that stands by itself, under ISO-IR 6: false if it counts as a bad character. Logs.
+bool check_default_character(uint32_t tag, uint8_t byte, uint32_t active_mask);
+
+// True if backslashes inside escape sequences must not split the value (LO, PN, SH, UC under code
+// extensions).
+bool needs_escape_aware_split(const CharsetMasks& masks);
+// The end of the value that starts at `start`: the next backslash that separates, or the size of the text.
+std::size_t split_point(std::string_view text, std::size_t start, bool escape_aware);
+
+}  // namespace vx
