@@ -7,6 +7,8 @@ namespace vxdata {
 
 int run_dict(int argc, char** argv);
 int run_undict(int argc, char** argv);
+int run_msg(int argc, char** argv);
+int run_unmsg(int argc, char** argv);
 int run_keywords(int argc, char** argv);
 
 }  // namespace vxdata

@@ -13,6 +13,10 @@ constexpr const char* kHelp = R"(usage: vxdata COMMAND ...
 
   dict TABLE... -o FILE        compile text tables to a binary data dictionary
   undict FILE [-o TABLE]       write a binary dictionary as a text table
+  msg --services PROFILE --dict TABLE[,TABLE] TEMPLATES... -o FILE
+                               compile templates to a Message Info File
+  unmsg --services PROFILE --dict TABLE FILE [-o TEMPLATES]
+                               write a Message Info File as templates, all references resolved
   keywords TABLE...            list attributes whose keyword in the table differs from the one
                                that the library derives from the name
 
@@ -26,9 +30,8 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
-    {"dict", vxdata::run_dict},
-    {"undict", vxdata::run_undict},
-    {"keywords", vxdata::run_keywords},
+    {"dict", vxdata::run_dict},   {"undict", vxdata::run_undict},     {"msg", vxdata::run_msg},
+    {"unmsg", vxdata::run_unmsg}, {"keywords", vxdata::run_keywords},
 };
 
 }  // namespace
