@@ -21,6 +21,12 @@ struct CBObj {
 };
 static_assert(std::is_trivially_destructible_v<CBObj>);
 
+// What an application registers. `wanted` carries tag and function, or code (without trailing blanks), group,
+// element and private function. A registration for the same attribute is replaced. VX_SYSTEM_ERROR.
+VX_STATUS register_callback(AppObj& app, const CBObj& wanted);
+// Removes the registration for the attribute that `key` names. VX_INVALID_TAG: there is none.
+VX_STATUS release_callback(AppObj& app, const CBObj& key);
+
 void bind_all(AppObj& app, MsgObj& object);
 // Binds the application's registration for this attribute, if there is one. Cheap for an application without
 // registrations.
@@ -35,5 +41,7 @@ VX_STATUS call_value_callback(MsgObj& object, TagObj& attribute, VX_CALLBACK_REQ
                               void** data, bool first, int32_t* last);
 // Request 301; VX_NO_CALLBACK when the attribute is not bound, VX_CALLBACK_CANNOT_COMPLY.
 VX_STATUS ask_length(MsgObj& object, TagObj& attribute, uint32_t& length);
+// VX_Get_Value_To_Function on a bound attribute.
+VX_STATUS read_from_callback(MsgObj& object, TagObj& attribute, void* user, VX_READER_FUNCTION function);
 
 }  // namespace vx

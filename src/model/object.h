@@ -22,8 +22,8 @@ struct ValTagObj;
 
 // One piece of a value; its bytes follow it in the same allocation.
 struct ValueObj {
-  uint32_t Length;  // bytes of Data; 1 for an item
-  uint32_t Unused;
+  uint32_t Length;    // bytes of Data; 1 for an item
+  uint32_t Capacity;  // bytes that a piece which grows has room for; 0: just Length
   void* Data;  // the bytes, or the MsgObj of an item; null for a value without data
   ValueObj* Next;
 };

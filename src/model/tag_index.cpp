@@ -1,0 +1,188 @@
+#include "model/tag_index.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <type_traits>
+
+#include "frame/pool.h"
+
+namespace vx {
+namespace {
+
+// A block fills a 512-byte buffer. Fresh blocks are left a quarter empty, so that insertions split few.
+constexpr uint32_t kBlockSize = 42;
+constexpr uint32_t kBlockFill = 32;
+
+struct Block {
+  uint32_t count;
+  uint32_t tags[kBlockSize];
+  TagObj* attributes[kBlockSize];
+};
+static_assert(sizeof(Block) <= 512 && std::is_trivially_destructible_v<Block>);
+
+// Elements of a sorted array below `value`, without branches that depend on the data.
+uint32_t count_below(const uint32_t* values, uint32_t count, uint32_t value) {
+  uint32_t base = 0;
+  while (count > 1) {
+    const uint32_t half = count / 2;
+    base += values[base + half - 1] < value ? half : 0;
+    count -= half;
+  }
+  return base + (count == 1 && values[base] < value ? 1U : 0U);
+}
+
+template <typename T>
+void open_gap(T* array, uint32_t count, uint32_t at) {
+  std::memmove(array + at + 1, array + at, (count - at) * sizeof(T));
+}
+template <typename T>
+void close_gap(T* array, uint32_t count, uint32_t at) {
+  std::memmove(array + at, array + at + 1, (count - at - 1) * sizeof(T));
+}
+
+Block* new_block() {
+  auto* block = static_cast<Block*>(allocate_raw(sizeof(Block)));
+  if (block != nullptr) block->count = 0;
+  return block;
+}
+
+void block_insert(Block& block, uint32_t at, TagObj& attribute) {
+  open_gap(block.tags, block.count, at);
+  open_gap(block.attributes, block.count, at);
+  block.tags[at] = attribute.Tag;
+  block.attributes[at] = &attribute;
+  ++block.count;
+}
+
+}  // namespace
+
+struct TagIndex {
+  uint32_t count;
+  uint32_t capacity;
+  uint32_t* firsts;  // owned
+  Block** blocks;    // owned, with the blocks
+};
+static_assert(std::is_trivially_destructible_v<TagIndex>);
+
+namespace {
+
+bool reserve_blocks(TagIndex& index, uint32_t wanted) {
+  if (wanted <= index.capacity) return true;
+  const uint32_t capacity = std::max(wanted, index.capacity * 2);
+  void* firsts = reallocate(capacity * sizeof(uint32_t), index.firsts);
+  if (firsts == nullptr) return false;
+  index.firsts = static_cast<uint32_t*>(firsts);
+  void* blocks = reallocate(capacity * sizeof(Block*), index.blocks);
+  if (blocks == nullptr) return false;
+  index.blocks = static_cast<Block**>(blocks);
+  index.capacity = capacity;
+  return true;
+}
+
+// A new empty block in front of block `at`.
+Block* add_block(TagIndex& index, uint32_t at) {
+  if (!reserve_blocks(index, index.count + 1)) return nullptr;
+  Block* block = new_block();
+  if (block == nullptr) return nullptr;
+  open_gap(index.firsts, index.count, at);
+  open_gap(index.blocks, index.count, at);
+  index.blocks[at] = block;
+  ++index.count;
+  return block;
+}
+
+// The block that a tag belongs to: the last one whose first tag is not above it.
+uint32_t block_of(const TagIndex& index, uint32_t tag) {
+  const uint32_t below = count_below(index.firsts, index.count, tag);
+  if (below < index.count && index.firsts[below] == tag) return below;
+  return below == 0 ? 0 : below - 1;
+}
+
+}  // namespace
+
+TagIndex* build_index(TagObj* first) {
+  auto* index = static_cast<TagIndex*>(allocate(sizeof(TagIndex)));
+  if (index == nullptr) return nullptr;
+  Block* block = nullptr;
+  for (TagObj* attribute = first; attribute != nullptr; attribute = attribute->Next) {
+    if (block == nullptr || block->count == kBlockFill) {
+      block = add_block(*index, index->count);
+      if (block == nullptr) {
+        free_index(index);
+        return nullptr;
+      }
+      index->firsts[index->count - 1] = attribute->Tag;
+    }
+    block->tags[block->count] = attribute->Tag;
+    block->attributes[block->count] = attribute;
+    ++block->count;
+  }
+  return index;
+}
+
+void free_index(TagIndex* index) {
+  if (index == nullptr) return;
+  for (uint32_t i = 0; i < index->count; ++i) release(index->blocks[i]);
+  release(index->blocks);
+  release(index->firsts);
+  release(index);
+}
+
+TagObj* index_lower_bound(const TagIndex& index, uint32_t tag) {
+  if (index.count == 0) return nullptr;
+  const uint32_t at = block_of(index, tag);
+  const Block& block = *index.blocks[at];
+  const uint32_t place = count_below(block.tags, block.count, tag);
+  if (place < block.count) return block.attributes[place];
+  return at + 1 < index.count ? index.blocks[at + 1]->attributes[0] : nullptr;
+}
+
+bool index_insert(TagIndex& index, TagObj& attribute) {
+  const uint32_t tag = attribute.Tag;
+  uint32_t at = index.count == 0 ? 0 : block_of(index, tag);
+  if (index.count == 0 && add_block(index, 0) == nullptr) return false;
+  Block* block = index.blocks[at];
+  uint32_t place = count_below(block->tags, block->count, tag);
+  if (block->count == kBlockSize) {
+    Block* right = add_block(index, at + 1);
+    if (right == nullptr) return false;
+    // A table that grows at its end gets full blocks; anywhere else the block is halved.
+    const bool at_end = place == kBlockSize && at + 2 == index.count;
+    const uint32_t keep = at_end ? kBlockSize : kBlockSize / 2;
+    right->count = kBlockSize - keep;
+    std::memcpy(right->tags, block->tags + keep, right->count * sizeof(uint32_t));
+    std::memcpy(right->attributes, block->attributes + keep, right->count * sizeof(TagObj*));
+    block->count = keep;
+    index.firsts[at + 1] = right->count == 0 ? tag : right->tags[0];
+    if (place > keep || at_end) {
+      place -= keep;
+      block = right;
+      ++at;
+    }
+  }
+  block_insert(*block, place, attribute);
+  index.firsts[at] = block->tags[0];
+  return true;
+}
+
+void index_erase(TagIndex& index, uint32_t tag) {
+  if (index.count == 0) return;
+  const uint32_t at = block_of(index, tag);
+  Block& block = *index.blocks[at];
+  const uint32_t place = count_below(block.tags, block.count, tag);
+  if (place == block.count || block.tags[place] != tag) return;
+  close_gap(block.tags, block.count, place);
+  close_gap(block.attributes, block.count, place);
+  --block.count;
+  if (block.count != 0) {
+    index.firsts[at] = block.tags[0];
+    return;
+  }
+  release(&block);
+  close_gap(index.firsts, index.count, at);
+  close_gap(index.blocks, index.count, at);
+  --index.count;
+}
+
+}  // namespace vx
