@@ -2,6 +2,7 @@
 // what can not stand in a text under a Specific Character Set.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -36,10 +37,15 @@ Scan scan_character(std::string_view text, std::size_t& position, uint32_t value
 // A byte that stands by itself, under ISO-IR 6: false if it counts as a bad character. Logs.
 bool check_default_character(uint32_t tag, uint8_t byte, uint32_t active_mask);
 
-// True if backslashes inside escape sequences must not split the value (LO, PN, SH, UC under code
-// extensions).
-bool needs_escape_aware_split(const CharsetMasks& masks);
+// How a text of several values must be cut: a byte 0x5C is no separator where it is half of a character.
+enum SplitMode : uint8_t {
+  kSplitPlain,      // every backslash separates
+  kSplitEscapes,    // not between ESC $ B or ESC $ ( D and the escape sequence that ends it
+  kSplitDoubleByte  // not as second byte of a GBK or GB18030 character
+};
+SplitMode needs_escape_aware_split(const CharsetMasks& masks);
 // The end of the value that starts at `start`: the next backslash that separates, or the size of the text.
-std::size_t split_point(std::string_view text, std::size_t start, bool escape_aware);
+// Each value starts under the initial character sets.
+std::size_t split_point(std::string_view text, std::size_t start, SplitMode mode);
 
 }  // namespace vx
