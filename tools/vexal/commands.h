@@ -1,0 +1,14 @@
+// The subcommands, each in its own file.
+#pragma once
+
+#include "args.h"
+
+namespace vexal {
+
+extern const Command kDump;
+extern const Command kConvert;
+extern const Command kModify;
+extern const Command kLookup;
+extern const Command kConfig;
+
+}  // namespace vexal

@@ -1,0 +1,313 @@
+// DICOM files as the program opens them.
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <cstring>
+
+#include "files.h"
+#include "names.h"
+#include "session.h"
+
+namespace vexal {
+namespace {
+
+// Bulk attributes that are worth leaving in the file (PS3.6): pixels, documents, waveforms, spectra, meshes,
+// overlays.
+constexpr uint32_t kBulkTags[] = {0x7FE00010, 0x7FE00008, 0x7FE00009, 0x00420011, 0x54001010, 0x56000020,
+                                  0x00660016, 0x00660023, 0x00660040, 0x00660041, 0x00640009, 0x00281408};
+
+constexpr std::size_t kPiece = 256 * 1024;
+
+uint32_t little32(const char* p) {
+  uint32_t value = 0;
+  std::memcpy(&value, p, sizeof value);
+  return value;
+}
+
+uint32_t little16(const char* p) {
+  uint16_t value = 0;
+  std::memcpy(&value, p, sizeof value);
+  return value;
+}
+
+bool are_vr_letters(const char* p) {
+  return std::isupper(static_cast<unsigned char>(p[0])) != 0 &&
+         std::isupper(static_cast<unsigned char>(p[1])) != 0;
+}
+
+uint64_t key_of(int32_t id, uint32_t tag) {
+  return (static_cast<uint64_t>(static_cast<uint32_t>(id)) << 32) | tag;
+}
+
+// (0002,0010) of a meta group in explicit little endian.
+std::string find_syntax_uid(const char* bytes, std::size_t size, std::size_t position) {
+  while (position + 12 <= size && little16(bytes + position) == 2) {
+    const uint32_t element = little16(bytes + position + 2);
+    const char* vr = bytes + position + 4;
+    const bool is_long = std::memcmp(vr, "OB", 2) == 0 || std::memcmp(vr, "UN", 2) == 0;
+    const std::size_t header = is_long ? 12 : 8;
+    const std::size_t length = is_long ? little32(bytes + position + 8) : little16(bytes + position + 6);
+    if (length > size - position - header) break;
+    if (element == 0x0010) {
+      std::string uid(bytes + position + header, length);
+      while (!uid.empty() && (uid.back() == '\0' || uid.back() == ' ')) uid.pop_back();
+      return uid;
+    }
+    position += header + length;
+  }
+  return "";
+}
+
+// A bare data set starts with a low group: 0008 in nearly all files, 0000 to 0010 otherwise.
+VX_TRANSFER_SYNTAX guess_data_set(const char* bytes, std::size_t size) {
+  if (size < 8) return 0;
+  const uint32_t little_group = little16(bytes);
+  const uint32_t big_group = (static_cast<uint32_t>(static_cast<unsigned char>(bytes[0])) << 8) |
+                             static_cast<unsigned char>(bytes[1]);
+  const bool little = little_group <= 0x0020 && (little_group != 0 || little16(bytes + 2) == 0);
+  const bool big = big_group <= 0x0020 && big_group != 0;
+  const bool letters = are_vr_letters(bytes + 4);
+  if (little && little_group != 0) return letters ? EXPLICIT_LITTLE_ENDIAN : IMPLICIT_LITTLE_ENDIAN;
+  if (big) return letters ? EXPLICIT_BIG_ENDIAN : IMPLICIT_BIG_ENDIAN;
+  return little ? (letters ? EXPLICIT_LITTLE_ENDIAN : IMPLICIT_LITTLE_ENDIAN) : 0;
+}
+
+void reverse_elements(char* data, std::size_t length, uint32_t width) {
+  for (std::size_t i = 0; i + width <= length; i += width) std::reverse(data + i, data + i + width);
+}
+
+int32_t register_application() {
+  static std::atomic<uint32_t> counter{0};
+  int32_t id = -1;
+  const std::string title = "VEXAL_" + std::to_string(counter.fetch_add(1));
+  VX_Register_Application(&id, title.c_str());
+  return id;
+}
+
+}  // namespace
+
+FileHead inspect_head(const char* bytes, std::size_t size) {
+  FileHead head;
+  head.has_preamble = size >= 132 && std::memcmp(bytes + 128, "DICM", 4) == 0;
+  if (head.has_preamble) {
+    head.syntax_uid = find_syntax_uid(bytes, size, 132);
+    return head;
+  }
+  if (size >= 8 && little16(bytes) == 2 && are_vr_letters(bytes + 4)) {
+    head.meta_without_preamble = true;
+    head.syntax_uid = find_syntax_uid(bytes, size, 0);
+    return head;
+  }
+  head.data_set = guess_data_set(bytes, size);
+  return head;
+}
+
+DicomFile::DicomFile() : application_(register_application()) {
+  for (const uint32_t tag : kBulkTags) VX_Register_Callback_Function(application_, tag, this, value_callback);
+}
+
+DicomFile::~DicomFile() {
+  if (id_ >= 0) VX_Free_File(&id_);
+  VX_Release_Application(&application_);
+}
+
+const KeptValue* DicomFile::kept(int32_t id, uint32_t tag) const {
+  const auto found = kept_.find(key_of(id, tag));
+  return found == kept_.end() ? nullptr : &found->second;
+}
+
+void DicomFile::note_failure(VX_STATUS status, uint32_t tag, uint64_t offset) {
+  problem_ =
+      describe_failure(status, static_cast<int64_t>(offset - std::min(offset, source_.offset_shift())), tag);
+}
+
+VX_STATUS DicomFile::open(const std::string& path, const OpenOptions& options) {
+  path_ = path;
+  kept_.clear();
+  if (id_ >= 0) VX_Free_File(&id_);
+  problem_ = source_.open(path);
+  if (!problem_.empty()) return VX_INVALID_FILE;
+  char head_bytes[4096];
+  const int64_t got = source_.read_at(0, head_bytes, sizeof head_bytes);
+  if (got < 0) {
+    problem_ = "can not read";
+    return VX_INVALID_FILE;
+  }
+  const FileHead head = inspect_head(head_bytes, static_cast<std::size_t>(got));
+  if (!head.has_preamble && !head.meta_without_preamble) {
+    if (head.data_set == 0) {
+      problem_ = got == 0 ? "is empty" : "is no DICOM file: no \"DICM\" at byte 128, no data set at byte 0";
+      return VX_INVALID_FILE;
+    }
+    return open_data_set(head.data_set, options);
+  }
+  if (head.meta_without_preamble) source_.pretend_preamble();
+  OpenOptions effective = options;
+  // Offsets in a deflated stream lead nowhere in the file.
+  VX_TRANSFER_SYNTAX syntax = 0;
+  std::string uid = head.syntax_uid;
+  if (VX_Get_Enum_From_Transfer_Syntax(uid.data(), &syntax) == VX_NORMAL_COMPLETION &&
+      (syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || syntax == JPIP_REFERENCED_DEFLATE)) {
+    effective.keep_values_out = false;
+  }
+  return open_file(effective);
+}
+
+VX_STATUS DicomFile::open_file(const OpenOptions& options) {
+  is_file_ = true;
+  VX_STATUS status = VX_Create_Empty_File(&id_, path_.c_str());
+  if (status != VX_NORMAL_COMPLETION) {
+    problem_ = VX_Error_Message(status);
+    return status;
+  }
+  uint32_t offset = 0;
+  if (options.last_tag != 0xFFFFFFFFU) {
+    status =
+        VX_Open_File_Upto_Tag(application_, id_, &source_, options.last_tag, &offset, FileSource::file_input);
+  } else if (options.keep_values_out) {
+    status = VX_Open_File_Bypass_OBOW(application_, id_, &source_, FileSource::file_input);
+  } else {
+    int32_t plain = -1;
+    VX_Register_Application(&plain, ("PLAIN_" + std::to_string(application_)).c_str());
+    status = VX_Open_File(plain, id_, &source_, FileSource::file_input);
+    VX_Release_Application(&plain);
+  }
+  if (status != VX_NORMAL_COMPLETION && problem_.empty()) problem_ = VX_Error_Message(status);
+  if (VX_Get_Message_Transfer_Syntax(id_, &syntax_) != VX_NORMAL_COMPLETION) syntax_ = 0;
+  return status;
+}
+
+VX_STATUS DicomFile::open_data_set(VX_TRANSFER_SYNTAX syntax, const OpenOptions& options) {
+  is_file_ = false;
+  syntax_ = syntax;
+  VX_STATUS status = VX_Open_Empty_Message(&id_);
+  if (status != VX_NORMAL_COMPLETION) {
+    problem_ = VX_Error_Message(status);
+    return status;
+  }
+  uint32_t error_tag = 0;
+  uint32_t offset = 0;
+  status = VX_Stream_To_Message_With_Offset(id_, 0, options.last_tag, syntax, &error_tag, &offset, &source_,
+                                            FileSource::message_input);
+  if (status != VX_NORMAL_COMPLETION) note_failure(status, error_tag, offset);
+  return status;
+}
+
+VX_STATUS DicomFile::set_syntax(VX_TRANSFER_SYNTAX syntax) {
+  if (!is_file_) {
+    const VX_STATUS status = VX_Message_To_File(id_, path_.c_str());
+    if (status != VX_NORMAL_COMPLETION) return status;
+    is_file_ = true;
+  }
+  return VX_Set_Message_Transfer_Syntax(id_, syntax);
+}
+
+VX_STATUS DicomFile::value_callback(int32_t id, uint32_t tag, void* user, VX_CALLBACK_REQUEST request,
+                                    uint32_t* size, void** data, int32_t first, int32_t* last) {
+  return static_cast<DicomFile*>(user)->value_request(id, tag, request, size, data, first != 0, last);
+}
+
+VX_STATUS DicomFile::value_request(int32_t id, uint32_t tag, VX_CALLBACK_REQUEST request, uint32_t* size,
+                                   void** data, bool first, int32_t* last) {
+  switch (request) {
+    case VX_PROVIDE_LENGTH_KEPT: {
+      KeptValue value;
+      uint32_t offset = 0;
+      if (data != nullptr && *data != nullptr) std::memcpy(&offset, *data, sizeof offset);
+      value.offset = offset - std::min<uint64_t>(offset, source_.offset_shift());
+      value.length = *size;
+      kept_[key_of(id, tag)] = value;
+      if (value.length != 0xFFFFFFFFU) source_.skip(offset, value.length);
+      return VX_NORMAL_COMPLETION;
+    }
+    case VX_REQUEST_LENGTH: {
+      const KeptValue* value = kept(id, tag);
+      *size = value != nullptr ? value->length : 0;
+      return VX_NORMAL_COMPLETION;
+    }
+    case VX_REQUEST_DATA:
+      return next_piece(id, tag, size, data, first, last);
+    case VX_FREE_DATA:
+      return VX_NORMAL_COMPLETION;
+    default:
+      return VX_CANNOT_COMPLY;
+  }
+}
+
+VX_STATUS DicomFile::next_piece(int32_t id, uint32_t tag, uint32_t* size, void** data, bool first,
+                                int32_t* last) {
+  if (first) {
+    const KeptValue* value = kept(id, tag);
+    if (value == nullptr) return VX_CANNOT_COMPLY;
+    reader_ = {};
+    reader_.id = id;
+    reader_.tag = tag;
+    reader_.offset = value->offset;
+    reader_.encapsulated = value->length == 0xFFFFFFFFU;
+    reader_.end = value->offset + value->length;
+    if (reader_.encapsulated) {
+      bool delimited = true;
+      reader_.end = encapsulated_end(value->offset, delimited);
+      reader_.delimiter_missing = !delimited;
+    }
+    VX_VR vr = VX_VR_OB;
+    VX_Get_Attribute_Info(id, tag, &vr, nullptr);
+    const bool big = syntax_ == EXPLICIT_BIG_ENDIAN || syntax_ == IMPLICIT_BIG_ENDIAN;
+    if (big && !reader_.encapsulated) {
+      reader_.width = vr == VX_VR_OW ? 2 : vr == VX_VR_OL || vr == VX_VR_OF ? 4 : vr == VX_VR_OD ? 8 : 1;
+    }
+    if (piece_.size() < kPiece + 8) piece_.resize(kPiece + 8);
+  }
+  const std::size_t wanted =
+      static_cast<std::size_t>(std::min<uint64_t>(kPiece, reader_.end - reader_.offset));
+  const int64_t got = source_.read_at(reader_.offset, piece_.data(), wanted);
+  // A value that is shorter than its length said can not be written; the file is damaged or changed
+  // meanwhile.
+  if (got < 0 || static_cast<std::size_t>(got) != wanted) return VX_CANNOT_COMPLY;
+  if (reader_.width > 1) reverse_elements(piece_.data(), wanted, reader_.width);
+  reader_.offset += wanted;
+  *size = static_cast<uint32_t>(wanted);
+  *data = piece_.data();
+  *last = reader_.offset >= reader_.end ? 1 : 0;
+  if (*last != 0 && reader_.delimiter_missing) {
+    std::memcpy(piece_.data() + wanted, "\xFE\xFF\xDD\xE0\0\0\0\0", 8);
+    *size += 8;
+  }
+  return VX_NORMAL_COMPLETION;
+}
+
+// Behind the sequence delimiter of an encapsulated value, or the end of the last whole fragment.
+uint64_t DicomFile::encapsulated_end(uint64_t offset, bool& delimited) const {
+  char header[8];
+  delimited = false;
+  while (source_.read_at(offset, header, sizeof header) == 8) {
+    const uint32_t tag = (little16(header) << 16) | little16(header + 2);
+    if (tag == 0xFFFEE0DDU) {
+      delimited = true;
+      return offset + 8;
+    }
+    const uint64_t end = offset + 8 + little32(header + 4);
+    if (tag != 0xFFFEE000U || end > source_.size()) break;
+    offset = end;
+  }
+  return offset;
+}
+
+bool DicomFile::read_kept(const KeptValue& value, bool (*take)(void*, const char*, std::size_t),
+                          void* context) {
+  uint64_t offset = value.offset;
+  bool delimited = true;
+  const uint64_t end =
+      value.length == 0xFFFFFFFFU ? encapsulated_end(offset, delimited) : offset + value.length;
+  if (piece_.size() < kPiece + 8) piece_.resize(kPiece + 8);
+  while (offset < end) {
+    const std::size_t wanted = static_cast<std::size_t>(std::min<uint64_t>(kPiece, end - offset));
+    const int64_t got = source_.read_at(offset, piece_.data(), wanted);
+    if (got <= 0) return false;
+    if (!take(context, piece_.data(), static_cast<std::size_t>(got))) return false;
+    offset += static_cast<uint64_t>(got);
+  }
+  return true;
+}
+
+}  // namespace vexal

@@ -1,0 +1,230 @@
+// Blocks from files and to files.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+#include "files.h"
+#include "session.h"
+
+namespace vexal {
+namespace {
+
+constexpr std::size_t kBlock = 256 * 1024;
+// What stands in for bytes that nobody looks at. One library-wide block of zeros.
+char dummy_block[1 << 20];
+
+std::string system_text(const std::string& what, int error) {
+  return what + ": " + std::strerror(error);
+}
+
+}  // namespace
+
+FileSource::~FileSource() {
+  close();
+}
+
+void FileSource::close() {
+  if (fd_ >= 0) ::close(fd_);
+  fd_ = -1;
+}
+
+std::string FileSource::open(const std::string& path) {
+  fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd_ < 0) return system_text("can not open", errno);
+  struct stat status {};
+  if (::fstat(fd_, &status) != 0) return system_text("can not open", errno);
+  if (S_ISDIR(status.st_mode)) return "is a folder";
+  seekable_ = S_ISREG(status.st_mode);
+  size_ = seekable_ ? static_cast<uint64_t>(status.st_size) : 0;
+  position_ = 0;
+  skip_from_ = skip_to_ = 0;
+  preamble_given_ = false;
+  missing_preamble_ = false;
+  return "";
+}
+
+int64_t FileSource::read_at(uint64_t offset, void* buffer, std::size_t length) const {
+  auto* out = static_cast<char*>(buffer);
+  std::size_t done = 0;
+  while (done < length) {
+    const ssize_t got = ::pread(fd_, out + done, length - done, static_cast<off_t>(offset + done));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return -1;
+    if (got == 0) break;
+    done += static_cast<std::size_t>(got);
+  }
+  return static_cast<int64_t>(done);
+}
+
+void FileSource::skip(uint64_t stream_offset, uint64_t length) {
+  if (!seekable_ || stream_offset < offset_shift()) return;
+  skip_from_ = stream_offset - offset_shift();
+  skip_to_ = std::min(skip_from_ + length, size_);
+}
+
+VX_STATUS FileSource::next(uint32_t* size, void** data, int32_t* last) {
+  if (missing_preamble_ && !preamble_given_) {
+    preamble_given_ = true;
+    if (block_.size() < kBlock) block_.resize(kBlock);
+    std::memset(block_.data(), 0, 128);
+    std::memcpy(block_.data() + 128, "DICM", 4);
+    *size = 132;
+    *data = block_.data();
+    *last = size_ == 0 ? 1 : 0;
+    return VX_NORMAL_COMPLETION;
+  }
+  if (position_ >= skip_from_ && position_ < skip_to_) {
+    const uint64_t length = std::min<uint64_t>(sizeof dummy_block, skip_to_ - position_);
+    position_ += length;
+    *size = static_cast<uint32_t>(length);
+    *data = dummy_block;
+    *last = position_ >= size_ ? 1 : 0;
+    return VX_NORMAL_COMPLETION;
+  }
+  const std::size_t wanted =
+      seekable_ ? static_cast<std::size_t>(std::min<uint64_t>(kBlock, size_ - std::min(size_, position_)))
+                : kBlock;
+  if (block_.size() < std::max<std::size_t>(wanted, 132)) block_.resize(std::max<std::size_t>(wanted, 132));
+  std::size_t done = 0;
+  bool ended = false;
+  while (done < wanted) {
+    const ssize_t got =
+        seekable_ ? ::pread(fd_, block_.data() + done, wanted - done, static_cast<off_t>(position_ + done))
+                  : ::read(fd_, block_.data() + done, wanted - done);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return VX_CALLBACK_CANNOT_COMPLY;
+    if (got == 0) {
+      ended = true;
+      break;
+    }
+    done += static_cast<std::size_t>(got);
+  }
+  position_ += done;
+  *size = static_cast<uint32_t>(done);
+  *data = block_.data();
+  *last = ended || (seekable_ && position_ >= size_) ? 1 : 0;
+  return VX_NORMAL_COMPLETION;
+}
+
+VX_STATUS FileSource::file_input(const char*, void* user, uint32_t* size, void** data, int32_t,
+                                 int32_t* last) {
+  return static_cast<FileSource*>(user)->next(size, data, last);
+}
+
+VX_STATUS FileSource::message_input(int32_t, void* user, int32_t, uint32_t* size, void** data,
+                                    int32_t* last) {
+  return static_cast<FileSource*>(user)->next(size, data, last);
+}
+
+FileSink::~FileSink() {
+  if (fd_ >= 0) ::close(fd_);
+  if (!temporary_.empty()) ::unlink(temporary_.c_str());
+}
+
+std::string FileSink::open(const std::string& path) {
+  path_ = path;
+  std::string name = path + ".XXXXXX";
+  fd_ = ::mkostemp(name.data(), O_CLOEXEC);
+  if (fd_ < 0) return system_text("can not create a file beside it", errno);
+  temporary_ = name;
+  // Temporary files are born private; the finished one gets what a new file, or the one replaced, would have.
+  struct stat status {};
+  mode_t mode = 0;
+  if (::stat(path.c_str(), &status) == 0) {
+    mode = status.st_mode & 07777;
+  } else {
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    mode = 0666 & ~mask;
+  }
+  if (::fchmod(fd_, mode) != 0) return system_text("can not set the mode", errno);
+  buffer_.resize(kBlock);
+  used_ = 0;
+  error_ = 0;
+  return "";
+}
+
+bool FileSink::write_all(const char* data, std::size_t length) {
+  while (length > 0) {
+    const ssize_t done = ::write(fd_, data, length);
+    if (done < 0 && errno == EINTR) continue;
+    if (done < 0) {
+      error_ = errno;
+      return false;
+    }
+    data += done;
+    length -= static_cast<std::size_t>(done);
+  }
+  return true;
+}
+
+bool FileSink::flush() {
+  const std::size_t length = used_;
+  used_ = 0;
+  return write_all(buffer_.data(), length);
+}
+
+bool FileSink::write(const void* data, std::size_t length) {
+  const char* bytes = static_cast<const char*>(data);
+  if (length >= kBlock / 2) return flush() && write_all(bytes, length);
+  if (length > buffer_.size() - used_ && !flush()) return false;
+  std::memcpy(buffer_.data() + used_, bytes, length);
+  used_ += length;
+  return true;
+}
+
+std::string FileSink::commit() {
+  if (!flush()) return system_text("can not write", error_);
+  if (::close(fd_) != 0) {
+    fd_ = -1;
+    return system_text("can not write", errno);
+  }
+  fd_ = -1;
+  if (::rename(temporary_.c_str(), path_.c_str()) != 0) return system_text("can not replace it", errno);
+  temporary_.clear();
+  return "";
+}
+
+VX_STATUS FileSink::file_output(const char*, void* user, uint32_t size, void* data, int32_t, int32_t) {
+  auto& sink = *static_cast<FileSink*>(user);
+  return sink.write(data, size) ? VX_NORMAL_COMPLETION : VX_CALLBACK_CANNOT_COMPLY;
+}
+
+std::vector<std::string> expand_paths(const std::vector<std::string>& paths, bool& failed) {
+  namespace fs = std::filesystem;
+  std::vector<std::string> files;
+  for (const std::string& path : paths) {
+    std::error_code error;
+    if (!fs::is_directory(path, error)) {
+      if (error && !fs::exists(path)) {
+        report(path, "can not open: " + error.message());
+        failed = true;
+      } else {
+        files.push_back(path);
+      }
+      continue;
+    }
+    std::vector<std::string> inside;
+    const auto options = fs::directory_options::skip_permission_denied;
+    for (fs::recursive_directory_iterator it(path, options, error), end; it != end && !error;
+         it.increment(error)) {
+      std::error_code ignored;
+      if (it->is_regular_file(ignored)) inside.push_back(it->path().string());
+    }
+    if (error) {
+      report(path, error.message());
+      failed = true;
+    }
+    std::sort(inside.begin(), inside.end());
+    files.insert(files.end(), inside.begin(), inside.end());
+  }
+  return files;
+}
+
+}  // namespace vexal

@@ -1,0 +1,169 @@
+// Files in and out: blocks to and from the library, large values that stay in their file, safe replacement.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "vexalkit.h"
+
+namespace vexal {
+
+// Values below this size are read into memory; larger ones of the known bulk tags stay in the file.
+inline constexpr int32_t kKeepInMemory = 65536;
+
+// A value that was left in its file.
+struct KeptValue {
+  uint64_t offset = 0;
+  uint32_t length = 0;  // 0xFFFFFFFF: encapsulated
+};
+
+// Reads one file in large blocks. Where values are kept out, the stretch of a kept value is passed over with
+// dummy blocks instead of being read.
+class FileSource {
+ public:
+  FileSource() = default;
+  ~FileSource();
+  FileSource(const FileSource&) = delete;
+  FileSource& operator=(const FileSource&) = delete;
+
+  // An error text, empty on success.
+  std::string open(const std::string& path);
+  void close();
+  uint64_t size() const { return size_; }
+  // Bytes at an offset; fewer at the end of the file, -1 on an error.
+  int64_t read_at(uint64_t offset, void* buffer, std::size_t length) const;
+
+  // 132 bytes of preamble and prefix go first, for a file that lacks them; offsets of the library then run
+  // ahead.
+  void pretend_preamble() { missing_preamble_ = true; }
+  uint64_t offset_shift() const { return missing_preamble_ ? 132 : 0; }
+  // What follows from here on for `length` bytes of the stream need not be read.
+  void skip(uint64_t stream_offset, uint64_t length);
+
+  VX_STATUS next(uint32_t* size, void** data, int32_t* last);
+  static VX_STATUS file_input(const char* name, void* user, uint32_t* size, void** data, int32_t first,
+                              int32_t* last);
+  static VX_STATUS message_input(int32_t id, void* user, int32_t first, uint32_t* size, void** data,
+                                 int32_t* last);
+
+ private:
+  int fd_ = -1;
+  bool seekable_ = false;
+  bool missing_preamble_ = false;
+  bool preamble_given_ = false;
+  uint64_t size_ = 0;
+  uint64_t position_ = 0;  // in the file
+  uint64_t skip_from_ = 0;
+  uint64_t skip_to_ = 0;
+  std::vector<char> block_;
+};
+
+// Writes to a temporary name in the folder of the target and renames when all is there. Dropped without
+// commit, it leaves nothing behind.
+class FileSink {
+ public:
+  FileSink() = default;
+  ~FileSink();
+  FileSink(const FileSink&) = delete;
+  FileSink& operator=(const FileSink&) = delete;
+
+  std::string open(const std::string& path);  // an error text, empty on success
+  std::string commit();
+  bool write(const void* data, std::size_t length);
+  static VX_STATUS file_output(const char* name, void* user, uint32_t size, void* data, int32_t first,
+                               int32_t last);
+
+ private:
+  bool flush();
+  bool write_all(const char* data, std::size_t length);
+
+  int fd_ = -1;
+  std::string path_;
+  std::string temporary_;
+  std::vector<char> buffer_;
+  std::size_t used_ = 0;
+  int error_ = 0;
+};
+
+// How a file is to be opened.
+struct OpenOptions {
+  bool keep_values_out = true;
+  uint32_t last_tag = 0xFFFFFFFFU;  // read no further than this tag
+};
+
+// One DICOM file, open as a library object. Everything it needs belongs to it; the files of different threads
+// do not meet.
+class DicomFile {
+ public:
+  DicomFile();
+  ~DicomFile();
+  DicomFile(const DicomFile&) = delete;
+  DicomFile& operator=(const DicomFile&) = delete;
+
+  // Opens and decodes. What could be read stays readable when the status is a failure.
+  VX_STATUS open(const std::string& path, const OpenOptions& options);
+  // "offset 12 (0028,0010) Rows: ..." of the failure, or the text of the system.
+  const std::string& problem() const { return problem_; }
+  bool readable() const { return id_ >= 0; }
+
+  int32_t id() const { return id_; }
+  bool is_file() const { return is_file_; }  // false: a data set without preamble and meta group
+  VX_TRANSFER_SYNTAX syntax() const { return syntax_; }
+  const std::string& path() const { return path_; }
+  // The value that stayed in the file, or null.
+  const KeptValue* kept(int32_t id, uint32_t tag) const;
+  // Hands a kept value out in its file's byte order, piece by piece; false on a read error or a refusal.
+  bool read_kept(const KeptValue& value, bool (*take)(void* context, const char* data, std::size_t size),
+                 void* context);
+  // The file object becomes writable under another syntax.
+  VX_STATUS set_syntax(VX_TRANSFER_SYNTAX syntax);
+
+ private:
+  struct Reader {  // state of the library reading a kept value back
+    int32_t id = -1;
+    uint32_t tag = 0;
+    uint64_t offset = 0;
+    uint64_t end = 0;
+    uint32_t width = 1;
+    bool encapsulated = false;
+    bool delimiter_missing = false;  // the file ends inside the value
+  };
+  VX_STATUS open_file(const OpenOptions& options);
+  VX_STATUS open_data_set(VX_TRANSFER_SYNTAX syntax, const OpenOptions& options);
+  void note_failure(VX_STATUS status, uint32_t tag, uint64_t offset);
+  VX_STATUS value_request(int32_t id, uint32_t tag, VX_CALLBACK_REQUEST request, uint32_t* size, void** data,
+                          bool first, int32_t* last);
+  VX_STATUS next_piece(int32_t id, uint32_t tag, uint32_t* size, void** data, bool first, int32_t* last);
+  uint64_t encapsulated_end(uint64_t offset, bool& delimited) const;
+  static VX_STATUS value_callback(int32_t id, uint32_t tag, void* user, VX_CALLBACK_REQUEST request,
+                                  uint32_t* size, void** data, int32_t first, int32_t* last);
+
+  int32_t application_ = -1;
+  int32_t id_ = -1;
+  bool is_file_ = true;
+  VX_TRANSFER_SYNTAX syntax_ = 0;
+  std::string path_;
+  std::string problem_;
+  FileSource source_;
+  std::unordered_map<uint64_t, KeptValue> kept_;
+  Reader reader_;
+  std::vector<char> piece_;
+};
+
+// What stands at the head of a file.
+struct FileHead {
+  bool has_preamble = false;  // "DICM" at 128
+  bool meta_without_preamble = false;
+  VX_TRANSFER_SYNTAX data_set = 0;  // guessed syntax of a bare data set, 0 for none
+  std::string syntax_uid;           // (0002,0010), if found
+};
+FileHead inspect_head(const char* bytes, std::size_t size);
+
+// The regular files under the paths given, folders walked in order of name; a path that does not exist is
+// reported and sets `failed`.
+std::vector<std::string> expand_paths(const std::vector<std::string>& paths, bool& failed);
+
+}  // namespace vexal

@@ -1,0 +1,91 @@
+// The program vexal: one subcommand a task, all on the public interface of the library.
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <string>
+
+#include "args.h"
+#include "session.h"
+#include "vexalkit.h"
+
+namespace vexal {
+namespace {
+
+constexpr Option kCommonOptions[] = {
+    {"--config", "INI", "read this vexal.ini instead of searching for one"},
+    {"--verbose", nullptr, "show information messages of the library too"},
+    {"--quiet", nullptr, "show no warnings"},
+    {"--help", nullptr, "show this help"},
+};
+
+void print_options(std::span<const Option> options) {
+  for (const Option& option : options) {
+    const std::string left =
+        std::string(option.name) + (option.value != nullptr ? " " + std::string(option.value) : "");
+    std::printf("  %-26s %s\n", left.c_str(), option.help);
+  }
+}
+
+void print_command_help(const Command& command) {
+  std::printf("usage: vexal %s %s\n\n%s\n", command.name, command.arguments, command.summary);
+  if (*command.details != '\0') std::printf("\n%s\n", command.details);
+  std::printf("\nOptions:\n");
+  print_options(command.options);
+  print_options(kCommonOptions);
+}
+
+void print_help() {
+  std::printf("usage: vexal COMMAND [OPTION...] [ARGUMENT...]\n\nCommands:\n");
+  for (const Command& command : commands()) std::printf("  %-10s %s\n", command.name, command.summary);
+  std::printf(
+      "\nvexal COMMAND --help tells more. Exit status: 0 success, 1 findings, 2 usage or input error.\n");
+}
+
+int run_command(const Command& command, std::span<char* const> words) {
+  for (const char* word : words) {
+    if (std::strcmp(word, "--") == 0) break;
+    if (std::strcmp(word, "--help") == 0) {
+      print_command_help(command);
+      return kSuccess;
+    }
+  }
+  Args args;
+  if (!args.parse(command.options, words)) return kUsage;
+  Session session;
+  if (!session.start(args)) return kUsage;
+  return command.run(args);
+}
+
+}  // namespace
+
+std::span<const Option> common_options() {
+  return kCommonOptions;
+}
+
+}  // namespace vexal
+
+int main(int argc, char** argv) {
+  using namespace vexal;
+  try {
+    if (argc < 2) {
+      print_help();
+      return kUsage;
+    }
+    const std::string name = argv[1];
+    if (name == "--help" || name == "help" || name == "-h") {
+      print_help();
+      return kSuccess;
+    }
+    if (name == "--version") {
+      std::printf("vexal %s\n", VX_VERSION_STRING);
+      return kSuccess;
+    }
+    for (const Command& command : commands()) {
+      if (name == command.name) return run_command(command, std::span<char* const>(argv + 2, argv + argc));
+    }
+    complain("unknown command %s; vexal --help lists the commands", name.c_str());
+  } catch (const std::exception& error) {
+    complain("%s", error.what());
+  }
+  return kUsage;
+}

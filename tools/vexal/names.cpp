@@ -1,0 +1,163 @@
+#include "names.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <mutex>
+#include <unordered_map>
+
+#include "embedded.h"
+
+namespace vexal {
+namespace {
+
+char lower(char c) {
+  return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+}
+
+std::string to_lower(std::string_view text) {
+  std::string result(text);
+  std::transform(result.begin(), result.end(), result.begin(), lower);
+  return result;
+}
+
+bool parse_hex(std::string_view digits, uint32_t& value) {
+  if (digits.empty() || digits.size() > 8) return false;
+  value = 0;
+  for (const char c : digits) {
+    if (std::isxdigit(static_cast<unsigned char>(c)) == 0) return false;
+    const char l = lower(c);
+    value = value * 16 + static_cast<uint32_t>(l <= '9' ? l - '0' : l - 'a' + 10);
+  }
+  return true;
+}
+
+struct Row {
+  uint32_t tag;
+  std::string keyword;
+};
+
+// Built on first need, ascending by tag.
+const std::vector<Row>& rows() {
+  static const std::vector<Row> table = [] {
+    std::vector<Row> result;
+    result.reserve(5300);
+    std::string_view text = embedded_keywords();
+    while (text.size() > 9) {
+      const std::size_t end = std::min(text.find('\n'), text.size());
+      uint32_t tag = 0;
+      if (end > 9 && parse_hex(text.substr(0, 8), tag))
+        result.push_back({tag, std::string(text.substr(9, end - 9))});
+      text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    std::sort(result.begin(), result.end(), [](const Row& a, const Row& b) { return a.tag < b.tag; });
+    return result;
+  }();
+  return table;
+}
+
+const std::unordered_map<std::string, uint32_t>& by_keyword() {
+  static const std::unordered_map<std::string, uint32_t> table = [] {
+    std::unordered_map<std::string, uint32_t> result;
+    result.reserve(rows().size());
+    for (const Row& row : rows()) result.emplace(to_lower(row.keyword), row.tag);
+    return result;
+  }();
+  return table;
+}
+
+}  // namespace
+
+std::string format_tag(uint32_t tag) {
+  char text[16];
+  std::snprintf(text, sizeof text, "(%04X,%04X)", tag >> 16, tag & 0xFFFFU);
+  return text;
+}
+
+const std::string& tag_keyword(uint32_t tag) {
+  static const std::string none;
+  static const std::string group_length = "GroupLength";
+  const uint32_t group_class = tag >> 24;
+  const uint32_t wanted = group_class == 0x50 || group_class == 0x60 ? tag & 0xFF00FFFFU : tag;
+  // A flat table of the tags seen last: listings meet the same few hundred tags again and again.
+  struct Slot {
+    uint32_t tag;
+    const std::string* keyword;
+  };
+  static thread_local Slot cache[1024];
+  Slot& slot = cache[(wanted ^ (wanted >> 13)) & 1023U];
+  if (slot.keyword != nullptr && slot.tag == wanted) return *slot.keyword;
+  const auto& table = rows();
+  const auto found = std::lower_bound(table.begin(), table.end(), wanted,
+                                      [](const Row& row, uint32_t t) { return row.tag < t; });
+  const bool hit = found != table.end() && found->tag == wanted;
+  slot = {wanted, hit ? &found->keyword : (tag & 0xFFFFU) == 0 ? &group_length : &none};
+  return *slot.keyword;
+}
+
+bool parse_tag(std::string_view text, uint32_t& tag) {
+  if (text.size() >= 2 && text.front() == '(' && text.back() == ')') text = text.substr(1, text.size() - 2);
+  if (const std::size_t comma = text.find(','); comma != std::string_view::npos) {
+    uint32_t group = 0;
+    uint32_t element = 0;
+    if (!parse_hex(text.substr(0, comma), group) || !parse_hex(text.substr(comma + 1), element)) return false;
+    if (group > 0xFFFFU || element > 0xFFFFU) return false;
+    tag = (group << 16) | element;
+    return true;
+  }
+  if (const auto found = by_keyword().find(to_lower(text)); found != by_keyword().end()) {
+    tag = found->second;
+    return true;
+  }
+  if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
+  return text.size() == 8 && parse_hex(text, tag);
+}
+
+const char* vr_letters(VX_VR vr) {
+  static const char* const kLetters[] = {"AE", "AS", "CS", "DA", "DS", "DT", "IS", "LO", "LT", "PN", "SH",
+                                         "ST", "TM", "UC", "UR", "UT", "UI", "SS", "US", "AT", "SL", "UL",
+                                         "FL", "FD", "UN", "OB", "OW", "OL", "OD", "OF", "SQ"};
+  return vr >= 0 && vr <= VX_VR_SQ ? kLetters[vr] : "??";
+}
+
+std::size_t edit_distance(std::string_view a, std::string_view b, std::size_t limit) {
+  if (a.size() > b.size() + limit || b.size() > a.size() + limit) return limit + 1;
+  std::vector<std::size_t> row(b.size() + 1);
+  for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    std::size_t diagonal = row[0];
+    row[0] = i;
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const std::size_t above = row[j];
+      const std::size_t change = diagonal + (lower(a[i - 1]) == lower(b[j - 1]) ? 0 : 1);
+      row[j] = std::min({above + 1, row[j - 1] + 1, change});
+      diagonal = above;
+    }
+  }
+  return row[b.size()];
+}
+
+std::vector<std::string> similar_keywords(std::string_view word, std::size_t limit) {
+  struct Candidate {
+    std::size_t score;
+    const std::string* keyword;
+  };
+  const std::size_t reach = std::max<std::size_t>(2, word.size() / 4);
+  const std::string wanted = to_lower(word);
+  std::vector<Candidate> candidates;
+  for (const Row& row : rows()) {
+    std::size_t score = edit_distance(word, row.keyword, reach);
+    if (score > reach) {
+      if (wanted.size() < 4 || to_lower(row.keyword).find(wanted) == std::string::npos) continue;
+      score = reach + row.keyword.size() - wanted.size();
+    }
+    candidates.push_back({score, &row.keyword});
+  }
+  std::stable_sort(candidates.begin(), candidates.end(),
+                   [](const Candidate& a, const Candidate& b) { return a.score < b.score; });
+  std::vector<std::string> result;
+  for (std::size_t i = 0; i < candidates.size() && i < limit; ++i) result.push_back(*candidates[i].keyword);
+  return result;
+}
+
+}  // namespace vexal

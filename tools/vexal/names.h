@@ -1,0 +1,26 @@
+// Names of tags: from keywords and numbers to tags and back.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "vexalkit.h"
+
+namespace vexal {
+
+// "(0010,0020)".
+std::string format_tag(uint32_t tag);
+// The keyword of a standard tag, "" if it has none. Groups 50xx and 60xx give the keyword of 5000 and 6000.
+const std::string& tag_keyword(uint32_t tag);
+// "(gggg,eeee)", "gggg,eeee", "ggggeeee", "0xggggeeee" or a keyword (case does not count); false if it is
+// none.
+bool parse_tag(std::string_view text, uint32_t& tag);
+const char* vr_letters(VX_VR vr);
+// Keywords near a word, best first, at most `limit`.
+std::vector<std::string> similar_keywords(std::string_view word, std::size_t limit);
+// Edit distance of two words without regard to case, at most `limit` + 1.
+std::size_t edit_distance(std::string_view a, std::string_view b, std::size_t limit);
+
+}  // namespace vexal

@@ -1,0 +1,91 @@
+#include "session.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "embedded.h"
+#include "names.h"
+
+namespace vexal {
+namespace {
+
+std::string source_text;
+thread_local const std::string* current_file = nullptr;
+
+// The library's messages become lines on standard error. The receiver runs on the thread that logged.
+void receive_log(const VX_LOG_RECORD* record) {
+  const char* level = record->Type == 1 ? "error" : record->Type == 2 ? "warning" : "info";
+  if (current_file != nullptr) {
+    std::fprintf(stderr, "%s: %s: %s\n", current_file->c_str(), level, record->Message);
+  } else {
+    std::fprintf(stderr, "vexal: %s: %s\n", level, record->Message);
+  }
+}
+
+void set_up_log(const Args& args) {
+  // Errors go to the log file whatever the settings say, and people's folders stay clean.
+  VX_Set_Bool_Config_Value(VX_CFG_BLANK_FILL_LOG_FILE, 0);
+  VX_Set_Bool_Config_Value(VX_CFG_LOG_FILE_BACKUP, 0);
+  VX_Set_String_Config_Value(VX_CFG_LOG_FILE, "/dev/null");
+  for (VX_LOG_KEY key = 0; key < VX_LOG_KEY_COUNT; ++key) VX_Set_Log_Destination(key, VX_LOG_OFF);
+  if (args.has("--quiet")) return;
+  VX_Register_Enhanced_MemoryLog_Function(receive_log);
+  VX_Set_Log_Destination(VX_CFG_WARNING_MESSAGE, 0);
+  if (args.has("--verbose")) VX_Set_Log_Destination(VX_CFG_INFO_MESSAGE, 0);
+}
+
+}  // namespace
+
+Session::~Session() {
+  if (started_) VX_Library_Release();
+}
+
+bool Session::start(const Args& args) {
+  const std::string named = args.get("--config");
+  if (!named.empty()) VX_Set_VexalINI(named.c_str());
+  VX_STATUS status = VX_Library_Initialization(nullptr, nullptr, nullptr);
+  const char* variable = std::getenv("VEXAL_INI");
+  if (status == VX_NO_VEXAL_INI && named.empty() && variable == nullptr) {
+    status = VX_Library_Initialization(embedded_config, embedded_dictionary, nullptr);
+    source_text = "built into the program (no vexal.ini on the search path)";
+  } else if (!named.empty()) {
+    source_text = named;
+  } else {
+    source_text =
+        variable != nullptr ? std::string(variable) + " (VEXAL_INI)" : "vexal.ini on the search path";
+  }
+  if (status != VX_NORMAL_COMPLETION) {
+    complain("%s: %s", source_text.c_str(), VX_Error_Message(status));
+    if (status == VX_NO_VEXAL_INI)
+      complain("name an existing file, or unset it to use the built-in settings");
+    VX_Library_Release();
+    return false;
+  }
+  started_ = true;
+  set_up_log(args);
+  return true;
+}
+
+const std::string& configuration_source() {
+  return source_text;
+}
+
+CurrentFile::CurrentFile(const std::string& path) {
+  current_file = &path;
+}
+CurrentFile::~CurrentFile() {
+  current_file = nullptr;
+}
+
+void report(const std::string& path, const std::string& text) {
+  std::fprintf(stderr, "%s: %s\n", path.c_str(), text.c_str());
+}
+
+std::string describe_failure(VX_STATUS status, int64_t offset, uint32_t tag) {
+  std::string text;
+  if (offset >= 0) text += "offset " + std::to_string(offset) + " ";
+  if (tag != 0) text += format_tag(tag) + " " + tag_keyword(tag) + ": ";
+  return text + VX_Error_Message(status);
+}
+
+}  // namespace vexal

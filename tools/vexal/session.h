@@ -1,0 +1,42 @@
+// The life of the library inside the program: configuration, log, problems.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "args.h"
+#include "vexalkit.h"
+
+namespace vexal {
+
+class Session {
+ public:
+  Session() = default;
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+  // Finds the configuration, or falls back to the one inside the program; false after a line on standard
+  // error.
+  bool start(const Args& args);
+
+ private:
+  bool started_ = false;
+};
+
+// Where the configuration in force came from, for people.
+const std::string& configuration_source();
+
+// The file that the calling thread works on: named in front of what the library logs on this thread.
+class CurrentFile {
+ public:
+  explicit CurrentFile(const std::string& path);
+  ~CurrentFile();
+  CurrentFile(const CurrentFile&) = delete;
+  CurrentFile& operator=(const CurrentFile&) = delete;
+};
+
+// One line about a file: "PATH: offset 12 (0028,0010) Rows: text".
+void report(const std::string& path, const std::string& text);
+std::string describe_failure(VX_STATUS status, int64_t offset, uint32_t tag);
+
+}  // namespace vexal
