@@ -49,18 +49,14 @@ void set_get(benchmark::State& state, uint32_t tag, VX_STATUS (*set)(int32_t, ui
   }
   VX_Free_Message(&id);
 }
-BENCHMARK_CAPTURE(set_get<int32_t>, Int_SL, 0x00186020, VX_Set_Value_From_Int, VX_Get_Value_To_Int);
-BENCHMARK_CAPTURE(set_get<uint32_t>, UInt_UL, 0x00186018, VX_Set_Value_From_UInt, VX_Get_Value_To_UInt);
-BENCHMARK_CAPTURE(set_get<int16_t>, ShortInt_SS, 0x00189219, VX_Set_Value_From_ShortInt,
-                  VX_Get_Value_To_ShortInt);
-BENCHMARK_CAPTURE(set_get<uint16_t>, UShortInt_US, 0x00280010, VX_Set_Value_From_UShortInt,
-                  VX_Get_Value_To_UShortInt);
-BENCHMARK_CAPTURE(set_get<int32_t>, LongInt_IS, 0x00200013, VX_Set_Value_From_LongInt,
-                  VX_Get_Value_To_LongInt);
-BENCHMARK_CAPTURE(set_get<uint32_t>, ULongInt_DS, 0x00180050, VX_Set_Value_From_ULongInt,
-                  VX_Get_Value_To_ULongInt);
-BENCHMARK_CAPTURE(set_get<float>, Float_FL, 0x00089459, VX_Set_Value_From_Float, VX_Get_Value_To_Float);
-BENCHMARK_CAPTURE(set_get<double>, Double_FD, 0x00189073, VX_Set_Value_From_Double, VX_Get_Value_To_Double);
+BENCHMARK_CAPTURE(set_get, Int_SL, 0x00186020, VX_Set_Value_From_Int, VX_Get_Value_To_Int);
+BENCHMARK_CAPTURE(set_get, UInt_UL, 0x00186018, VX_Set_Value_From_UInt, VX_Get_Value_To_UInt);
+BENCHMARK_CAPTURE(set_get, ShortInt_SS, 0x00189219, VX_Set_Value_From_ShortInt, VX_Get_Value_To_ShortInt);
+BENCHMARK_CAPTURE(set_get, UShortInt_US, 0x00280010, VX_Set_Value_From_UShortInt, VX_Get_Value_To_UShortInt);
+BENCHMARK_CAPTURE(set_get, LongInt_IS, 0x00200013, VX_Set_Value_From_LongInt, VX_Get_Value_To_LongInt);
+BENCHMARK_CAPTURE(set_get, ULongInt_DS, 0x00180050, VX_Set_Value_From_ULongInt, VX_Get_Value_To_ULongInt);
+BENCHMARK_CAPTURE(set_get, Float_FL, 0x00089459, VX_Set_Value_From_Float, VX_Get_Value_To_Float);
+BENCHMARK_CAPTURE(set_get, Double_FD, 0x00189073, VX_Set_Value_From_Double, VX_Get_Value_To_Double);
 
 void set_get_string(benchmark::State& state) {
   bench::start_library();
