@@ -48,7 +48,7 @@ extern "C" {
 /* The version text that a ready-built ConfigRecord or DictionaryRecord carries (or a null pointer). */
 #define VX_BUILD_VERSION "VexalKit, Version 5.3.0"
 
-/* ---- Status codes -------------------------------------------------------------------------------------- */
+/* ---- Status codes ------------------------------------------------------------------------------------- */
 
 typedef int32_t VX_STATUS;
 
