@@ -196,8 +196,7 @@ enum {
   VX_NOT_SUPPORTED = 4143
 };
 
-/* ---- Value representations (PS3.5 section 6.2) ----------------------------------------------------------
- */
+/* ---- Value representations (PS3.5 section 6.2) -------------------------------------------------------- */
 
 /* OV, SV and UV have no code: their elements are carried as VX_VR_UN. */
 typedef int32_t VX_VR;
@@ -236,8 +235,7 @@ enum {
   VX_VR_SQ = 30
 };
 
-/* ---- Native data types of the generic value calls -------------------------------------------------------
- */
+/* ---- Native data types of the generic value calls ----------------------------------------------------- */
 
 typedef int32_t VX_DATA_TYPE;
 
@@ -254,8 +252,7 @@ enum {
   VX_BUFFER_TYPE = 9     /* bytes */
 };
 
-/* ---- Transfer syntaxes (PS3.5 section 10) and byte orders -----------------------------------------------
- */
+/* ---- Transfer syntaxes (PS3.5 section 10) and byte orders --------------------------------------------- */
 
 typedef int32_t VX_TRANSFER_SYNTAX;
 
@@ -307,8 +304,7 @@ typedef int32_t VX_BYTE_ORDER;
 
 enum { VX_ORDER_LITTLE_ENDIAN = 100, VX_ORDER_BIG_ENDIAN = 101 };
 
-/* ---- DIMSE commands (PS3.7 section E.1) ------------------------------------------------------------------
- */
+/* ---- DIMSE commands (PS3.7 section E.1) --------------------------------------------------------------- */
 
 enum {
   C_STORE_RQ = 0x0001,
@@ -336,8 +332,7 @@ enum {
   C_CANCEL_RQ = 0x0FFF
 };
 
-/* ---- Requests of a value callback ------------------------------------------------------------------------
- */
+/* ---- Requests of a value callback --------------------------------------------------------------------- */
 
 typedef int32_t VX_CALLBACK_REQUEST;
 
