@@ -347,8 +347,7 @@ enum {
   VX_REQUEST_DATA_AT_OFFSET = 307 /* In: *DataSize, an offset; out as for 300. */
 };
 
-/* ---- Configuration keys
- * ------------------------------------------------------------------------------------ */
+/* ---- Configuration keys ------------------------------------------------------------------------------- */
 
 /* A key is VX_CFG_ and the name that profiles use; data/vexalkit.pro says what each one does. */
 typedef int32_t VX_INT_KEY;
@@ -588,8 +587,7 @@ enum {
   VX_LOG_ERROR = 2048
 };
 
-/* ---- Records
- * ------------------------------------------------------------------------------------------------ */
+/* ---- Records ------------------------------------------------------------------------------------------ */
 
 /*
  * All settings of the toolkit. A program may build one at compile time and hand it over through
@@ -656,8 +654,7 @@ typedef struct VX_LOG_RECORD {
   const char* Message;
 } VX_LOG_RECORD;
 
-/* ---- Callbacks
- * ------------------------------------------------------------------------------------------------ */
+/* ---- Callbacks ---------------------------------------------------------------------------------------- */
 
 /* Called once by VX_Library_Initialization and by each VX_Library_Reset. The record lives as long as the
  * library. */
@@ -697,8 +694,7 @@ typedef void (*VX_ENHANCED_LOG_FUNCTION)(const VX_LOG_RECORD* Record);
 /* Takes one line of the memory log; returns 1 to go on. */
 typedef int32_t (*VX_MEMORY_LOG_READER)(const char* Line, int32_t IsFirst, int32_t IsLast);
 
-/* ---- Lifecycle
- * --------------------------------------------------------------------------------------------------- */
+/* ---- Lifecycle ---------------------------------------------------------------------------------------- */
 
 /*
  * Starts the library. With ConfigFunction and DictionaryFunction null, finds and reads vexal.ini, the three
@@ -750,8 +746,7 @@ VX_API const char* VX_Error_Message(VX_STATUS Status);
  */
 VX_API VX_STATUS VX_Get_Version_String(int32_t BufferSize, char* Buffer);
 
-/* ---- Memory
- * ------------------------------------------------------------------------------------------------------ */
+/* ---- Memory ------------------------------------------------------------------------------------------- */
 
 /*
  * Gives completely free blocks of the pools back to the system, for at most MaxSeconds (0: no limit).
@@ -765,9 +760,7 @@ VX_API VX_STATUS VX_Cleanup_Memory(int32_t MaxSeconds);
  */
 VX_API VX_STATUS VX_Report_Memory(uint64_t* TotalBytes, uint64_t* FreeBytes);
 
-/* ---- Log
- * ---------------------------------------------------------------------------------------------------------
- */
+/* ---- Log ---------------------------------------------------------------------------------------------- */
 
 /*
  * Formats a message and logs it at one VX_LOG_ level. Returns 0; 4 for a null or empty Format, 7 before a
@@ -803,8 +796,7 @@ VX_API void VX_Register_Enhanced_MemoryLog_Function(VX_ENHANCED_LOG_FUNCTION Fun
  */
 VX_API VX_STATUS VX_MemoryLog_To_Function(int32_t Clear, VX_MEMORY_LOG_READER Callback);
 
-/* ---- Configuration
- * ----------------------------------------------------------------------------------------------- */
+/* ---- Configuration ------------------------------------------------------------------------------------ */
 
 /*
  * Sets an integer setting; a value out of bounds is brought into them, or refused with VX_MUST_BE_POSITIVE.
@@ -859,8 +851,7 @@ VX_API VX_STATUS VX_Set_Log_Destination(VX_LOG_KEY Key, uint32_t Destination);
  */
 VX_API VX_STATUS VX_Get_Log_Destination(VX_LOG_KEY Key, uint32_t* Destination);
 
-/* ---- Services
- * ---------------------------------------------------------------------------------------------------- */
+/* ---- Services ----------------------------------------------------------------------------------------- */
 
 /*
  * The name of the service with this SOP class UID. VX_INVALID_SOP_CLASS_UID, the buffer then empty;
@@ -878,8 +869,7 @@ VX_API VX_STATUS VX_Get_UID_From_VexalKit_Service(const char* ServiceName, char*
 extern VX_API const char* const Services[220];
 extern VX_API const char* const Items[898];
 
-/* ---- Messages and items
- * ------------------------------------------------------------------------------------------ */
+/* ---- Messages and items ------------------------------------------------------------------------------- */
 
 /*
  * Opens a message without service and command; it takes any attribute that the dictionary knows.
@@ -979,8 +969,7 @@ VX_API VX_STATUS VX_Get_Attribute_Info(int32_t MsgID, uint32_t Tag, VX_VR* VR, i
  */
 VX_API VX_STATUS VX_Set_Value_Representation(int32_t MsgID, uint32_t Tag, VX_VR VR);
 
-/* ---- Values of any kind
- * ------------------------------------------------------------------------------------------ */
+/* ---- Values of any kind ------------------------------------------------------------------------------- */
 
 /*
  * The number of values, 1 for a bulk VR. VX_EMPTY_VALUE: none yet; VX_NULL_VALUE: one without data; *Count is
@@ -1074,8 +1063,7 @@ VX_API VX_STATUS VX_Delete_Current_Value(int32_t MsgID, uint32_t Tag);
  */
 VX_API VX_STATUS VX_Byte_Swap_OBOW(int32_t MsgID, uint32_t Tag);
 
-/* ---- Setting values from native types
- * ------------------------------------------------------------------------ */
+/* ---- Setting values from native types ----------------------------------------------------------------- */
 
 /*
  * Each function converts its argument to the form of the attribute's VR and stores it; an attribute that is
@@ -1134,8 +1122,7 @@ VX_API VX_STATUS VX_Set_Value_From_Double(int32_t MsgID, uint32_t Tag, double Va
 /* Adds a value from a double. */
 VX_API VX_STATUS VX_Set_Next_Value_From_Double(int32_t MsgID, uint32_t Tag, double Value);
 
-/* ---- Reading values into native types
- * ------------------------------------------------------------------------- */
+/* ---- Reading values into native types ----------------------------------------------------------------- */
 
 /*
  * VX_Get_Value_To_... reads the first value and puts the attribute's cursor on it, VX_Get_Next_Value_To_...
@@ -1192,8 +1179,7 @@ VX_API VX_STATUS VX_Get_Value_To_Double(int32_t MsgID, uint32_t Tag, double* Val
 /* Reads the next value as a double. */
 VX_API VX_STATUS VX_Get_Next_Value_To_Double(int32_t MsgID, uint32_t Tag, double* Value);
 
-/* ---- Data dictionary
- * --------------------------------------------------------------------------------------------- */
+/* ---- Data dictionary ---------------------------------------------------------------------------------- */
 
 /*
  * The name of a tag. VX_INVALID_TAG: the dictionary lacks it; VX_MISSING_CONFIG_PARM: there is no dictionary;
@@ -1227,8 +1213,7 @@ VX_API VX_STATUS VX_Get_pTags_Dict_Info(const char* PrivateCode, uint16_t Group,
  */
 VX_API VX_STATUS VX_Get_Tag_Keyword(uint32_t Tag, char* Buffer, int32_t BufferSize);
 
-/* ---- Private attributes (PS3.5 section 7.8)
- * ---------------------------------------------------------------------- */
+/* ---- Private attributes (PS3.5 section 7.8) ----------------------------------------------------------- */
 
 /*
  * A private attribute is named by creator code (trailing blanks do not count), group and low byte of the
@@ -1424,8 +1409,7 @@ VX_API VX_STATUS VX_Get_pValue_To_Double(int32_t MsgID, const char* PrivateCode,
 VX_API VX_STATUS VX_Get_Next_pValue_To_Double(int32_t MsgID, const char* PrivateCode, uint16_t Group,
                                               uint8_t Element, double* Value);
 
-/* ---- Values held by a callback
- * ----------------------------------------------------------------------------------- */
+/* ---- Values held by a callback ------------------------------------------------------------------------ */
 
 /*
  * Registers Function for a standard tag of VR OB, OW, OL, OD or OF: when this application reads a file or
@@ -1458,8 +1442,7 @@ VX_API VX_STATUS VX_Release_pCallback_Function(int32_t ApplicationID, const char
  */
 VX_API VX_STATUS VX_Set_Message_Callbacks(int32_t ApplicationID, int32_t MsgID);
 
-/* ---- Transfer syntaxes
- * ------------------------------------------------------------------------------------------- */
+/* ---- Transfer syntaxes -------------------------------------------------------------------------------- */
 
 /*
  * The UID of a transfer syntax as the configuration has it. VX_INVALID_TRANSFER_SYNTAX, VX_BUFFER_TOO_SMALL.
@@ -1489,8 +1472,7 @@ VX_API VX_STATUS VX_Get_Message_Transfer_Syntax(int32_t MsgID, VX_TRANSFER_SYNTA
  */
 VX_API VX_STATUS VX_Reset_Message_Transfer_Syntax(int32_t MsgID);
 
-/* ---- Streams
- * ----------------------------------------------------------------------------------------------------- */
+/* ---- Streams ------------------------------------------------------------------------------------------ */
 
 /*
  * Encodes the attributes from StartTag to EndTag, both included, and hands them to Callback in blocks of even
@@ -1527,8 +1509,7 @@ VX_API VX_STATUS VX_Stream_To_Message_With_Offset(int32_t MsgID, uint32_t StartT
 VX_API VX_STATUS VX_Get_Stream_Length(int32_t MsgID, uint32_t StartTag, uint32_t EndTag, uint32_t* Length,
                                       VX_TRANSFER_SYNTAX Syntax);
 
-/* ---- Files (PS3.10 section 7)
- * ------------------------------------------------------------------------------------ */
+/* ---- Files (PS3.10 section 7) ------------------------------------------------------------------------- */
 
 /*
  * Makes a file object for a service and command, filled from the template. A service name that starts with
@@ -1632,8 +1613,7 @@ VX_API VX_STATUS VX_Write_File(int32_t FileID, int32_t Pad, void* UserInfo, VX_F
 VX_API VX_STATUS VX_Write_File_By_Callback(int32_t ApplicationID, int32_t FileID, int32_t Pad, void* UserInfo,
                                            VX_FILE_OUTPUT Callback);
 
-/* ---- Listing
- * ----------------------------------------------------------------------------------------------------- */
+/* ---- Listing ------------------------------------------------------------------------------------------ */
 
 /*
  * Lists an object to a file, or to the standard output with a null name or one that can not be opened. Does
