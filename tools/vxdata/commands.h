@@ -9,6 +9,8 @@ int run_dict(int argc, char** argv);
 int run_undict(int argc, char** argv);
 int run_msg(int argc, char** argv);
 int run_unmsg(int argc, char** argv);
+int run_check(int argc, char** argv);
+int run_report(int argc, char** argv);
 int run_keywords(int argc, char** argv);
 
 }  // namespace vxdata

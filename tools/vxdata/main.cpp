@@ -17,6 +17,11 @@ constexpr const char* kHelp = R"(usage: vxdata COMMAND ...
                                compile templates to a Message Info File
   unmsg --services PROFILE --dict TABLE FILE [-o TEMPLATES]
                                write a Message Info File as templates, all references resolved
+  check --services PROFILE --dict TABLE[,TABLE] [--names FILE] [--conditions FILE] TEMPLATES...
+                               prove the tables against each other; --names is the source of the
+                               exported tables, --conditions the source of the predicate table
+  report --services PROFILE --dict TABLE[,TABLE] TEMPLATES...
+                               count what the templates hold and list what they lack
   keywords TABLE...            list attributes whose keyword in the table differs from the one
                                that the library derives from the name
 
@@ -29,10 +34,17 @@ struct Command {
   int (*run)(int, char**);
 };
 
+// clang-format off
 constexpr Command kCommands[] = {
-    {"dict", vxdata::run_dict},   {"undict", vxdata::run_undict},     {"msg", vxdata::run_msg},
-    {"unmsg", vxdata::run_unmsg}, {"keywords", vxdata::run_keywords},
+    {"dict", vxdata::run_dict},
+    {"undict", vxdata::run_undict},
+    {"msg", vxdata::run_msg},
+    {"unmsg", vxdata::run_unmsg},
+    {"check", vxdata::run_check},
+    {"report", vxdata::run_report},
+    {"keywords", vxdata::run_keywords},
 };
+// clang-format on
 
 }  // namespace
 
