@@ -44,9 +44,9 @@ class Lock {
   void lock_slow(uint32_t me);
   void wake_one();
 
-  std::atomic<uint32_t> owner_;    // thread number, 0 when open
-  std::atomic<uint32_t> waiters_;  // threads that sleep on owner_
-  uint32_t depth_;                 // re-entries of the owner
+  std::atomic<uint32_t> owner_{0};    // thread number, 0 when open
+  std::atomic<uint32_t> waiters_{0};  // threads that sleep on owner_
+  uint32_t depth_{0};                 // re-entries of the owner
 };
 static_assert(std::is_trivially_destructible_v<Lock>);
 
