@@ -72,7 +72,8 @@ void encode_attribute(Writer& out, const Attribute& attribute, const Dictionary&
   for (const ValueList& list : attribute.values) {
     for (const auto& value : list.values) {
       if (value.empty() || !is_value_of(value, vr)) {
-        fault("\"" + printable(value) + "\" is no value of VR " + std::string(vr_letters(vr)));
+        fault(format("\"%s\" is no value of VR %s", printable(value).c_str(),
+                     std::string(vr_letters(vr)).c_str()));
       }
       put_record(out, tag, static_cast<unsigned>(list.number) + (list.enumerated ? 0 : kDefinedTerm), value);
     }
