@@ -1,0 +1,171 @@
+// Many threads with objects of their own: opening, filling, encoding, decoding and freeing. Meant for the
+// thread sanitizer, and for a look at how throughput grows. VEXAL_THREAD_SECONDS sets the length of a run.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "vexalkit.h"
+
+namespace {
+
+double run_seconds() {
+  const char* text = std::getenv("VEXAL_THREAD_SECONDS");
+  return text != nullptr ? std::atof(text) : 0.5;
+}
+
+struct Bytes {
+  std::string data;
+};
+
+VX_STATUS take(int32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
+  static_cast<Bytes*>(user)->data.append(static_cast<const char*>(data), size);
+  return VX_NORMAL_COMPLETION;
+}
+
+VX_STATUS give(int32_t, void* user, int32_t, uint32_t* size, void** data, int32_t* last) {
+  auto& bytes = *static_cast<Bytes*>(user);
+  *size = static_cast<uint32_t>(bytes.data.size());
+  *data = bytes.data.data();
+  *last = 1;
+  return VX_NORMAL_COMPLETION;
+}
+
+// One round of work; false if anything went wrong.
+bool one_round(uint32_t seed, Bytes& bytes) {
+  int32_t id = -1;
+  const bool templated = seed % 2 == 0;
+  VX_STATUS status = templated ? VX_Open_Message(&id, "STANDARD_CT", C_STORE_RQ) : VX_Open_Empty_Message(&id);
+  if (status != VX_NORMAL_COMPLETION) return false;
+  const std::string patient = "PATIENT " + std::to_string(seed);
+  bool good = VX_Set_Value_From_String(id, 0x00100020, patient.c_str()) == VX_NORMAL_COMPLETION &&
+              VX_Set_Value_From_UShortInt(id, 0x00280010, 512) == VX_NORMAL_COMPLETION &&
+              VX_Set_Value_From_String(id, 0x00080008, "ORIGINAL") == VX_NORMAL_COMPLETION &&
+              VX_Set_Next_Value_From_String(id, 0x00080008, "PRIMARY") == VX_NORMAL_COMPLETION &&
+              VX_Set_Value_From_Double(id, 0x00180050, 1.25) == VX_NORMAL_COMPLETION;
+  for (int i = 0; i < 4 && good; ++i) {
+    int32_t item = -1;
+    good = VX_Open_Empty_Item(&item) == VX_NORMAL_COMPLETION &&
+           VX_Set_Value_From_String(item, 0x00081155, "1.2.3.4") == VX_NORMAL_COMPLETION &&
+           VX_Set_Next_Value_From_Int(id, 0x00081140, item) == VX_NORMAL_COMPLETION;
+  }
+  const std::vector<char> pixels(4096, static_cast<char>(seed));
+  good = good && VX_Set_Value_From_Buffer(id, 0x7FE00010, pixels.data(), 4096) == VX_NORMAL_COMPLETION;
+  bytes.data.clear();
+  const VX_TRANSFER_SYNTAX syntax = static_cast<VX_TRANSFER_SYNTAX>(IMPLICIT_LITTLE_ENDIAN + seed % 5);
+  if (syntax == IMPLICIT_BIG_ENDIAN) {
+    VX_Free_Message(&id);
+    return good;
+  }
+  good =
+      good && VX_Message_To_Stream(id, 0x00080000, 0xFFFFFFFF, syntax, &bytes, take) == VX_NORMAL_COMPLETION;
+  VX_Free_Message(&id);
+  if (!good || VX_Open_Empty_Message(&id) != VX_NORMAL_COMPLETION) return false;
+  uint32_t error_tag = 0;
+  good = VX_Stream_To_Message(id, 0x00080000, 0xFFFFFFFF, syntax, &error_tag, &bytes, give) ==
+         VX_NORMAL_COMPLETION;
+  char text[64] = "";
+  good = good && VX_Get_Value_To_String(id, 0x00100020, sizeof text, text) == VX_NORMAL_COMPLETION &&
+         patient == text;
+  int32_t count = 0;
+  good = good && VX_Get_Value_Count(id, 0x00081140, &count) == VX_NORMAL_COMPLETION && count == 4;
+  VX_Free_Message(&id);
+  return good;
+}
+
+// Rounds a second of `threads` threads together.
+double throughput(unsigned threads, double seconds, std::atomic<uint64_t>& failures) {
+  std::atomic<uint64_t> rounds{0};
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> workers;
+  const auto start = std::chrono::steady_clock::now();
+  for (unsigned t = 0; t < threads; ++t) {
+    workers.emplace_back([&, t] {
+      Bytes bytes;
+      uint64_t mine = 0;
+      for (uint32_t seed = t * 1000003U; !stop.load(std::memory_order_relaxed); ++seed, ++mine) {
+        if (!one_round(seed, bytes)) failures.fetch_add(1);
+      }
+      rounds.fetch_add(mine);
+    });
+  }
+  std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+  stop = true;
+  for (std::thread& worker : workers) worker.join();
+  return static_cast<double>(rounds.load()) /
+         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+class Threads : public testing::Test {
+ protected:
+  void SetUp() override {
+    VX_Set_VexalINI((std::string(VEXAL_BINARY_DIR) + "/share/vexalkit/vexal.ini").c_str());
+    ASSERT_EQ(VX_Library_Initialization(nullptr, nullptr, nullptr), VX_NORMAL_COMPLETION);
+    VX_Set_String_Config_Value(VX_CFG_LOG_FILE, "/dev/null");
+    for (VX_LOG_KEY key = 0; key < VX_LOG_KEY_COUNT; ++key) VX_Set_Log_Destination(key, VX_LOG_OFF);
+  }
+  void TearDown() override { VX_Library_Release(); }
+};
+
+TEST_F(Threads, SixteenWithObjectsOfTheirOwn) {
+  std::atomic<uint64_t> failures{0};
+  const double one = throughput(1, run_seconds(), failures);
+  const double many = throughput(16, run_seconds(), failures);
+  EXPECT_EQ(failures.load(), 0U);
+  RecordProperty("ratio", std::to_string(many / one));
+  std::printf("one thread: %.0f rounds a second; sixteen: %.0f, %.2f times as many on %u processors\n", one,
+              many, many / one, std::thread::hardware_concurrency());
+}
+
+// Everything freed: the pools hold what they held after the first round, and no thread keeps slots for
+// itself.
+TEST_F(Threads, MemoryComesBack) {
+  std::atomic<uint64_t> failures{0};
+  throughput(4, 0.1, failures);
+  uint64_t total_before = 0;
+  uint64_t free_before = 0;
+  Bytes bytes;
+  for (uint32_t seed = 0; seed < 20; ++seed) one_round(seed, bytes);
+  ASSERT_EQ(VX_Report_Memory(&total_before, &free_before), VX_NORMAL_COMPLETION);
+  for (uint32_t seed = 0; seed < 2000; ++seed) ASSERT_TRUE(one_round(seed, bytes));
+  uint64_t total = 0;
+  uint64_t free_bytes = 0;
+  ASSERT_EQ(VX_Report_Memory(&total, &free_bytes), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(total, total_before);
+  EXPECT_EQ(failures.load(), 0U);
+  ASSERT_EQ(VX_Cleanup_Memory(0), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(VX_Report_Memory(&total, &free_bytes), VX_NORMAL_COMPLETION);
+  EXPECT_LT(total, total_before);
+}
+
+// Readers of settings and log lines while others change them.
+TEST_F(Threads, SettingsMayChangeMeanwhile) {
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> workers;
+  std::atomic<uint64_t> failures{0};
+  for (int t = 0; t < 3; ++t) {
+    workers.emplace_back([&, t] {
+      char text[128];
+      Bytes bytes;
+      for (uint32_t i = 0; !stop; ++i) {
+        VX_Set_String_Config_Value(VX_CFG_IMPLEMENTATION_VERSION, i % 2 == 0 ? "ONE" : "ANOTHER");
+        VX_Get_String_Config_Value(VX_CFG_IMPLEMENTATION_VERSION, sizeof text, text);
+        if (std::string(text) != "ONE" && std::string(text) != "ANOTHER") failures.fetch_add(1);
+        VX_Set_Int_Config_Value(VX_CFG_LARGE_DATA_SIZE, 200 + t);
+        VX_Set_Bool_Config_Value(VX_CFG_REMOVE_PADDING_CHARS, static_cast<int32_t>(i % 2));
+        VXlog(VX_LOG_WARNING, "line %u", i);
+        if (!one_round(i, bytes)) failures.fetch_add(1);
+      }
+    });
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  stop = true;
+  for (std::thread& worker : workers) worker.join();
+  EXPECT_EQ(failures.load(), 0U);
+}
+
+}  // namespace
