@@ -34,6 +34,8 @@ void bind_one(int32_t application_id, MsgObj& object, TagObj& attribute);
 void unbind_all(AppObj& app, MsgObj& object);
 void unbind_one(MsgObj& object, TagObj& attribute);
 CBObj* find_binding(MsgObj& object, const TagObj& attribute);
+// Forgets the binding of an attribute; its value is left alone.
+void drop_binding(MsgObj& object, const TagObj& attribute);
 void free_bindings(MsgObj& object);
 
 // One request to the callback that holds the attribute. VX_NO_CALLBACK if none does.

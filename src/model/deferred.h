@@ -24,7 +24,8 @@ inline int32_t directory_sort(const MsgObj& object) {
 }
 
 inline VX_STATUS decode_up_to(MsgObj& object, uint32_t tag) {
-  if (object.DirectoryInfo == nullptr || decode_deferred == nullptr) [[likely]] return kOk;
+  if (object.DirectoryInfo == nullptr || decode_deferred == nullptr) [[likely]]
+    return kOk;
   return directory_sort(object) == kDeferredStream ? decode_deferred(object, tag) : kOk;
 }
 inline VX_STATUS decode_all(MsgObj& object) {

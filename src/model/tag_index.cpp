@@ -69,7 +69,7 @@ namespace {
 
 bool reserve_blocks(TagIndex& index, uint32_t wanted) {
   if (wanted <= index.capacity) return true;
-  const uint32_t capacity = std::max(wanted, index.capacity * 2);
+  const uint32_t capacity = std::max({wanted, index.capacity * 2, 16U});
   void* firsts = reallocate(capacity * sizeof(uint32_t), index.firsts);
   if (firsts == nullptr) return false;
   index.firsts = static_cast<uint32_t*>(firsts);

@@ -1,0 +1,447 @@
+#include "model/attributes.h"
+
+#include <cstddef>
+#include <cstring>
+
+#include "frame/log.h"
+#include "frame/pool.h"
+#include "model/deferred.h"
+#include "model/dictionary.h"
+#include "model/message_info.h"
+#include "model/seams.h"
+#include "model/tag_index.h"
+#include "model/values.h"
+
+namespace vx {
+namespace {
+
+// An index pays once a table has more attributes than a walk goes through in a few cache lines.
+constexpr int32_t kIndexFrom = 32;
+constexpr int kLongWalk = 8;
+
+// The first attribute whose tag is not below `tag`, searched from the cursor, which stays. All of the
+// functions in this block run under the object's semaphore.
+TagObj* walk(MsgObj& object, uint32_t tag, bool& gave_up) {
+  TagObj* at = object.CurrentTag != nullptr ? object.CurrentTag : object.FirstTag;
+  const int limit = object.AttributeCount > kIndexFrom ? kLongWalk : INT32_MAX;
+  int steps = 0;
+  gave_up = false;
+  if (at->Tag < tag) {
+    while (at != nullptr && at->Tag < tag) {
+      if (++steps > limit) {
+        gave_up = true;
+        return nullptr;
+      }
+      at = at->Next;
+    }
+    return at;
+  }
+  while (at->Previous != nullptr && at->Previous->Tag >= tag) {
+    if (++steps > limit) {
+      gave_up = true;
+      return nullptr;
+    }
+    at = at->Previous;
+  }
+  return at;
+}
+
+TagObj* plain_search(MsgObj& object, uint32_t tag) {
+  TagObj* at = object.FirstTag;
+  while (at != nullptr && at->Tag < tag) at = at->Next;
+  return at;
+}
+
+TagObj* search(MsgObj& object, uint32_t tag) {
+  // Most searches are for the place behind the last attribute, the cursor's own, or the one behind it.
+  if (object.LastTag == nullptr || object.LastTag->Tag < tag) return nullptr;
+  TagObj* at = object.CurrentTag;
+  if (at != nullptr) {
+    if (at->Tag == tag) return at;
+    if (at->Tag < tag && at->Next != nullptr && at->Next->Tag >= tag) return at->Next;
+  }
+  if (object.Index == nullptr) {
+    bool gave_up;
+    at = walk(object, tag, gave_up);
+    if (!gave_up) return at;
+    object.Index = build_index(object.FirstTag);
+    if (object.Index == nullptr) return plain_search(object, tag);
+  }
+  return index_lower_bound(*object.Index, tag);
+}
+
+// The same, and the cursor goes to the place.
+TagObj* search_and_move(MsgObj& object, uint32_t tag) {
+  TagObj* at = search(object, tag);
+  object.CurrentTag = at != nullptr ? at : object.LastTag;
+  return at;
+}
+
+void link_before(MsgObj& object, TagObj& attribute, TagObj* behind) {
+  TagObj* previous = behind != nullptr ? behind->Previous : object.LastTag;
+  attribute.Next = behind;
+  attribute.Previous = previous;
+  (previous != nullptr ? previous->Next : object.FirstTag) = &attribute;
+  (behind != nullptr ? behind->Previous : object.LastTag) = &attribute;
+  object.CurrentTag = &attribute;
+  if (++object.AttributeCount == 1) object.NextTag = &attribute;
+  if (object.Index != nullptr && !index_insert(*object.Index, attribute)) {
+    free_index(object.Index);
+    object.Index = nullptr;
+  }
+}
+
+void unlink(MsgObj& object, TagObj& attribute) {
+  if (object.Index != nullptr) index_erase(*object.Index, attribute.Tag);
+  TagObj* next = attribute.Next;
+  TagObj* previous = attribute.Previous;
+  (previous != nullptr ? previous->Next : object.FirstTag) = next;
+  (next != nullptr ? next->Previous : object.LastTag) = previous;
+  if (object.CurrentTag == &attribute) object.CurrentTag = object.FirstTag;
+  if (object.NextTag == &attribute) object.NextTag = object.FirstTag;
+  attribute.Next = attribute.Previous = nullptr;
+  --object.AttributeCount;
+}
+
+void keep_removed(MsgObj& object, TagObj& attribute) {
+  TagObj** place = &object.RemovedTags;
+  while (*place != nullptr && (*place)->Tag < attribute.Tag) place = &(*place)->Next;
+  attribute.Next = *place;
+  *place = &attribute;
+}
+
+TagObj* take_removed(MsgObj& object, uint32_t tag) {
+  TagObj** place = &object.RemovedTags;
+  while (*place != nullptr && (*place)->Tag < tag) place = &(*place)->Next;
+  TagObj* found = *place;
+  if (found == nullptr || found->Tag != tag) return nullptr;
+  *place = found->Next;
+  return found;
+}
+
+void reset_record(TagObj& attribute) {
+  release(attribute.AuxBuffer);
+  const TagObj old = attribute;
+  attribute = TagObj{};
+  attribute.Tag = old.Tag;
+  attribute.VR = old.VR;
+  attribute.VMLow = old.VMLow;
+  attribute.VMHigh = old.VMHigh;
+  attribute.Template = old.Template;
+  attribute.Storage = 'M';
+}
+
+TagObj* make_record(MsgObj& object, uint32_t tag, int32_t vr, uint16_t vm_low, uint16_t vm_high) {
+  TagObj* attribute = object.RemovedTags == nullptr || is_private(tag) ? nullptr : take_removed(object, tag);
+  if (attribute != nullptr) {
+    reset_record(*attribute);
+    return attribute;
+  }
+  attribute = new_object<TagObj>(Pool::TagObj);
+  if (attribute == nullptr) return nullptr;
+  attribute->Tag = tag;
+  attribute->VR = vr;
+  attribute->VMLow = vm_low;
+  attribute->VMHigh = vm_high;
+  attribute->Storage = 'M';
+  return attribute;
+}
+
+// A removed attribute stays known when validation would miss it.
+bool stays_known(const TagObj& attribute) {
+  const uint16_t group = tag_group(attribute.Tag);
+  return group % 2 == 0 && group >= 8 && attribute.Template != nullptr &&
+         attribute.Template->AttributeType != kType3;
+}
+
+// The value goes when the attribute is out of the table: callbacks then run without the object's lock.
+void dispose(MsgObj& object, TagObj& attribute) {
+  if (!stays_known(attribute)) {
+    free_tag(object, &attribute, true);
+    return;
+  }
+  clear_value(object, attribute, false, true);
+  const Guard guard(object.Semaphore);
+  keep_removed(object, attribute);
+}
+
+VX_STATUS tell(const TagObj& attribute, uint32_t* tag, VX_VR* vr, int32_t* count) {
+  if (tag != nullptr) *tag = attribute.Tag;
+  if (vr != nullptr) *vr = attribute.VR;
+  if (count != nullptr) *count = is_bulk_vr(attribute.VR) ? 1 : attribute.ValueCount;
+  return kOk;
+}
+
+VX_STATUS next_under_guard(MsgObj& object, uint32_t* tag, VX_VR* vr, int32_t* count) {
+  if (object.FirstTag == nullptr) return VX_MESSAGE_EMPTY;
+  TagObj* attribute = object.NextTag;
+  if (attribute == nullptr) return VX_NO_MORE_ATTRIBUTES;
+  object.NextTag = attribute->Next;
+  return tell(*attribute, tag, vr, count);
+}
+
+// A repeating group takes after its base group when the object holds the base attribute.
+VX_STATUS add_repeating(MsgObj& object, uint32_t tag, TagObj*& out) {
+  const TagObj* base = find_tag(object, repeating_base(tag));
+  if (base == nullptr) return VX_NOT_FOUND;
+  const VX_STATUS status = new_tag(object, tag, base->VR, base->VMLow, base->VMHigh, &out);
+  if (status == kOk) {
+    out->Template = base->Template;
+  } else if (status != VX_TAG_ALREADY_EXISTS) {
+    VX_LOG_ERR("VXI_newTag", "VXI_newTag failed: %s", status_text(status));
+    return VX_SYSTEM_ERROR;
+  }
+  return kOk;
+}
+
+}  // namespace
+
+TagObj* find_tag(MsgObj& object, uint32_t tag) {
+  const Guard guard(object.Semaphore);
+  TagObj* at = search_and_move(object, tag);
+  return at != nullptr && at->Tag == tag ? at : nullptr;
+}
+
+TagObj* lower_bound_tag(MsgObj& object, uint32_t tag) {
+  const Guard guard(object.Semaphore);
+  return search(object, tag);
+}
+
+VX_STATUS new_tag(MsgObj& object, uint32_t tag, int32_t vr, uint16_t vm_low, uint16_t vm_high, TagObj** out) {
+  if (out != nullptr) *out = nullptr;
+  if (!is_vr(vr)) return VX_INVALID_VR_CODE;
+  const Guard guard(object.Semaphore);
+  TagObj* at = search_and_move(object, tag);
+  if (at != nullptr && at->Tag == tag) {
+    if (out != nullptr) *out = at;
+    return VX_TAG_ALREADY_EXISTS;
+  }
+  TagObj* attribute = make_record(object, tag, vr, vm_low, vm_high);
+  if (attribute == nullptr) return VX_SYSTEM_ERROR;
+  link_before(object, *attribute, at);
+  object.TemplatePending = 1;
+  object.FirstOfFrame = 1;
+  object.Started = 0;
+  if (out != nullptr) *out = attribute;
+  return kOk;
+}
+
+VX_STATUS find_or_add_tag(MsgObj& object, uint32_t tag, const char* creator, TagObj*& out) {
+  VX_STATUS status = decode_up_to(object, tag);
+  if (status != kOk) return status;
+  out = find_tag(object, tag);
+  if (out != nullptr) return kOk;
+  if (is_repeating(tag)) {
+    status = add_repeating(object, tag, out);
+    if (status != VX_NOT_FOUND) return status;
+  }
+  if (object.TemplateApplied != 0) return VX_INVALID_TAG;
+  DictInfo info{};
+  if (dictionary_lookup(tag, creator, info) != kOk) return VX_INVALID_TAG;
+  status = new_tag(object, tag, info.vr, 1, 255, &out);
+  return status == kOk || status == VX_TAG_ALREADY_EXISTS ? kOk : VX_SYSTEM_ERROR;
+}
+
+VX_STATUS add_standard_attribute(MsgObj& object, uint32_t tag, TagObj** out) {
+  DictInfo info{};
+  if (out != nullptr) *out = nullptr;
+  if (dictionary_lookup(tag, {}, info) != kOk) return VX_INVALID_TAG;
+  return new_tag(object, tag, info.vr, 1, 255, out);
+}
+
+VX_STATUS add_nonstandard_attribute(MsgObj& object, uint32_t tag, int32_t vr, TagObj** out) {
+  DictInfo info{};
+  if (out != nullptr) *out = nullptr;
+  if (dictionary_lookup(tag, {}, info) == kOk) return VX_INVALID_TAG;
+  return new_tag(object, tag, vr, 1, 255, out);
+}
+
+VX_STATUS delete_attribute(MsgObj& object, uint32_t tag) {
+  const VX_STATUS status = decode_up_to(object, tag);
+  if (status != kOk) return status;
+  TagObj* attribute;
+  {
+    const Guard guard(object.Semaphore);
+    attribute = find_tag(object, tag);
+    if (attribute == nullptr) return VX_INVALID_TAG;
+    unlink(object, *attribute);
+  }
+  dispose(object, *attribute);
+  return kOk;
+}
+
+VX_STATUS delete_range(MsgObj& object, uint32_t first, uint32_t last) {
+  const VX_STATUS status = decode_all(object);
+  if (status != kOk) return status;
+  for (;;) {
+    TagObj* attribute;
+    {
+      const Guard guard(object.Semaphore);
+      attribute = search(object, first);
+      object.CurrentTag = object.FirstTag;
+      if (attribute == nullptr || attribute->Tag > last) return kOk;
+      // The next search starts here, unless this is the last round.
+      object.CurrentTag = attribute->Next;
+      unlink(object, *attribute);
+    }
+    dispose(object, *attribute);
+  }
+}
+
+void free_tag(MsgObj& object, TagObj* attribute, bool free_items) {
+  clear_value(object, *attribute, false, free_items);
+  release(attribute->AuxBuffer);
+  pool_free(Pool::TagObj, attribute);
+}
+
+void free_all_tags(MsgObj& object) {
+  free_index(object.Index);
+  object.Index = nullptr;
+  TagObj* chains[] = {object.FirstTag, object.RemovedTags};
+  object.FirstTag = object.LastTag = object.RemovedTags = object.CurrentTag = object.NextTag = nullptr;
+  object.AttributeCount = 0;
+  for (TagObj* attribute : chains) {
+    while (attribute != nullptr) {
+      TagObj* next = attribute->Next;
+      free_tag(object, attribute, true);
+      attribute = next;
+    }
+  }
+}
+
+VX_STATUS first_attribute(MsgObj& object, uint32_t* tag, VX_VR* vr, int32_t* count) {
+  const VX_STATUS status = decode_all(object);
+  if (status != kOk) return status;
+  const Guard guard(object.Semaphore);
+  object.NextTag = object.FirstTag;
+  return next_under_guard(object, tag, vr, count);
+}
+
+VX_STATUS next_attribute(MsgObj& object, uint32_t* tag, VX_VR* vr, int32_t* count) {
+  const VX_STATUS status = decode_all(object);
+  if (status != kOk) return status;
+  const Guard guard(object.Semaphore);
+  return next_under_guard(object, tag, vr, count);
+}
+
+VX_STATUS attribute_info(MsgObj& object, uint32_t tag, VX_VR* vr, int32_t* count) {
+  const VX_STATUS status = decode_up_to(object, tag);
+  if (status != kOk) return status;
+  const Guard guard(object.Semaphore);
+  TagObj* attribute = find_tag(object, tag);
+  if (attribute == nullptr) return VX_INVALID_TAG;
+  object.NextTag = attribute;
+  return next_under_guard(object, nullptr, vr, count);
+}
+
+VX_STATUS find_attribute(int32_t id, uint32_t tag, MsgObj*& object, TagObj*& attribute) {
+  object = find_object(id);
+  if (object == nullptr) return VX_INVALID_MESSAGE_ID;
+  const VX_STATUS status = decode_up_to(*object, tag);
+  if (status != kOk) return status;
+  attribute = find_tag(*object, tag);
+  return attribute != nullptr ? kOk : VX_INVALID_TAG;
+}
+
+// --- Change of VR ---
+
+namespace {
+
+int32_t pieces(const TagObj& attribute) {
+  int32_t count = 0;
+  for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) ++count;
+  return count;
+}
+
+// The bytes stay; the count follows the new class. Bytes can not turn into items.
+VX_STATUS replace_vr(TagObj& attribute, int32_t vr) {
+  if (vr == VX_VR_SQ && (attribute.Length != 0 || attribute.Storage != 'M')) return VX_VR_ALREADY_VALID;
+  if (attribute.Length != 0 && attribute.Storage == 'M') {
+    attribute.ValueCount =
+        is_numeric_vr(vr) ? static_cast<int32_t>(attribute.Length / vr_width(vr)) : pieces(attribute);
+  }
+  attribute.VR = vr;
+  set_cursor(attribute, {});
+  return kOk;
+}
+
+void put_back(TagObj& attribute, const TagObj& old) {
+  attribute.VR = old.VR;
+  attribute.FirstValue = old.FirstValue;
+  attribute.LastValue = old.LastValue;
+  attribute.ValueCount = old.ValueCount;
+  attribute.Length = old.Length;
+  attribute.Storage = old.Storage;
+  attribute.DecoderMark = old.DecoderMark;
+}
+
+// The bytes of a chain in one run: the piece itself, or a copy in `copy`.
+VX_STATUS gather(const TagObj& attribute, const void*& bytes, void*& copy) {
+  copy = nullptr;
+  bytes = attribute.FirstValue->Data;
+  if (attribute.FirstValue->Next == nullptr) return kOk;
+  copy = allocate_raw(attribute.Length);
+  if (copy == nullptr) {
+    VX_LOG_ERR("VX_Set_Value_Representation", "Unable to allocate temporary buffer to store tag's value");
+    return VX_SYSTEM_ERROR;
+  }
+  std::size_t used = 0;
+  for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
+    if (value->Length != 0) std::memcpy(static_cast<uint8_t*>(copy) + used, value->Data, value->Length);
+    used += value->Length;
+  }
+  bytes = copy;
+  return kOk;
+}
+
+// The old chain is kept aside until the new value stands, so that a failure loses nothing.
+VX_STATUS reinterpret(MsgObj& object, TagObj& attribute, int32_t vr) {
+  const void* bytes;
+  void* copy;
+  VX_STATUS status = gather(attribute, bytes, copy);
+  if (status != kOk) return status;
+  const TagObj old = attribute;
+  attribute.FirstValue = attribute.LastValue = nullptr;
+  attribute.ValueCount = 0;
+  attribute.Length = 0;
+  set_cursor(attribute, {});
+  attribute.VR = vr;
+  status = convert_from_un(object, attribute, bytes, old.Length);
+  release(copy);
+  if (status == kOk) {
+    for (ValueObj* value = old.FirstValue; value != nullptr;) {
+      ValueObj* next = value->Next;
+      free_value(value);
+      value = next;
+    }
+  } else {
+    clear_value(object, attribute, false, true);
+    put_back(attribute, old);
+  }
+  return status;
+}
+
+}  // namespace
+
+VX_STATUS set_value_representation(MsgObj& object, TagObj& attribute, int32_t vr) {
+  if (!is_vr(vr)) return VX_INVALID_VR_CODE;
+  switch (attribute.VR) {
+    case VX_VR_OB:
+    case VX_VR_OW:
+    case VX_VR_OL:
+    case VX_VR_OD:
+    case VX_VR_OF:
+      return replace_vr(attribute, vr);
+    case VX_VR_US:
+      return vr == VX_VR_SS || vr == VX_VR_OW ? replace_vr(attribute, vr) : VX_VR_ALREADY_VALID;
+    case VX_VR_SS:
+      return vr == VX_VR_US || vr == VX_VR_OW ? replace_vr(attribute, vr) : VX_VR_ALREADY_VALID;
+    case VX_VR_UN:
+      if (attribute.Length == 0 || attribute.FirstValue == nullptr) return replace_vr(attribute, vr);
+      return reinterpret(object, attribute, vr);
+    default:
+      return VX_VR_ALREADY_VALID;
+  }
+}
+
+}  // namespace vx
