@@ -1,0 +1,270 @@
+// The program as people run it: every subcommand, its output, its exit status, and what it leaves on disk.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+  int exit = -1;
+  std::string out;  // standard output and error together, in the order written
+};
+
+Outcome run(const std::string& arguments) {
+  const std::string command =
+      "unset VEXAL_INI; PATH=/usr/bin:/bin " VEXAL_BINARY_DIR "/tools/vexal/vexal " + arguments + " 2>&1";
+  Outcome outcome;
+  std::FILE* pipe = ::popen(command.c_str(), "r");
+  if (pipe == nullptr) return outcome;
+  char block[4096];
+  std::size_t got = 0;
+  while ((got = std::fread(block, 1, sizeof block, pipe)) > 0) outcome.out.append(block, got);
+  const int status = ::pclose(pipe);
+  outcome.exit = WIFEXITED(status) ? WEXITSTATUS(status) : 128;
+  return outcome;
+}
+
+void append16(std::string& out, uint32_t v) {
+  out.push_back(static_cast<char>(v));
+  out.push_back(static_cast<char>(v >> 8));
+}
+
+void append_element(std::string& out, uint32_t tag, const char* vr, std::string value) {
+  if (value.size() % 2 != 0) value.push_back(std::string(vr) == "UI" ? '\0' : ' ');
+  append16(out, tag >> 16);
+  append16(out, tag & 0xFFFFU);
+  out += vr;
+  const std::string kind = vr;
+  if (kind == "OB" || kind == "OW" || kind == "SQ" || kind == "UT") {
+    append16(out, 0);
+    append16(out, static_cast<uint32_t>(value.size()) & 0xFFFFU);
+    append16(out, static_cast<uint32_t>(value.size()) >> 16);
+  } else {
+    append16(out, static_cast<uint32_t>(value.size()));
+  }
+  out += value;
+}
+
+std::string number(uint32_t v) {
+  std::string text;
+  append16(text, v);
+  return text;
+}
+
+// An explicit little endian image with a sequence, a private block and 128 KiB of pixels.
+std::string sample() {
+  std::string item;
+  append_element(item, 0x00081150, "UI", "1.2.840.10008.5.1.4.1.1.2");
+  append_element(item, 0x00081155, "UI", "1.2.3");
+  std::string item_header;
+  append16(item_header, 0xFFFE);
+  append16(item_header, 0xE000);
+  append16(item_header, static_cast<uint32_t>(item.size()));
+  append16(item_header, 0);
+  std::string meta;
+  append_element(meta, 0x00020001, "OB", std::string("\0\1", 2));
+  append_element(meta, 0x00020002, "UI", "1.2.840.10008.5.1.4.1.1.7");
+  append_element(meta, 0x00020003, "UI", "1.2.3.4");
+  append_element(meta, 0x00020010, "UI", "1.2.840.10008.1.2.1");
+  std::string file(128, '\0');
+  file += "DICM";
+  append_element(file, 0x00020000, "UL", number(static_cast<uint32_t>(meta.size())) + number(0));
+  file += meta;
+  append_element(file, 0x00080016, "UI", "1.2.840.10008.5.1.4.1.1.7");
+  append_element(file, 0x00080018, "UI", "1.2.3.4");
+  append_element(file, 0x00080060, "CS", "OT");
+  append_element(file, 0x00081140, "SQ", item_header + item);
+  append_element(file, 0x00090010, "LO", "SOMEBODY");
+  append_element(file, 0x00091001, "LO", "secret");
+  append_element(file, 0x00100010, "PN", "Doe^John");
+  append_element(file, 0x00100030, "DA", "19700101");
+  append_element(file, 0x00280010, "US", number(256));
+  append_element(file, 0x00280011, "US", number(256));
+  std::string pixels;
+  for (uint32_t i = 0; i < 65536; ++i) append16(pixels, i);
+  append_element(file, 0x7FE00010, "OW", pixels);
+  return file;
+}
+
+class Program : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (fs::temp_directory_path() / "vexal-test-XXXXXX").string();
+    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+    folder_ = pattern;
+    write("a.dcm", sample());
+  }
+  void TearDown() override { fs::remove_all(folder_); }
+  std::string path(const std::string& name) const { return (folder_ / name).string(); }
+  void write(const std::string& name, const std::string& bytes) {
+    std::ofstream(path(name), std::ios::binary) << bytes;
+  }
+  std::string read(const std::string& name) {
+    std::ifstream in(path(name), std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  }
+  // The listing of the data set without the lines that say where large values lie.
+  std::string listing(const std::string& name) {
+    std::string text = run("dump " + path(name)).out;
+    std::string kept;
+    std::size_t start = 0;
+    while (start < text.size()) {
+      const std::size_t end = std::min(text.find('\n', start), text.size());
+      const std::string line = text.substr(start, end - start);
+      if (line.rfind("(0002,", 0) != 0 && line.rfind("(7FE0,", 0) != 0) kept += line + "\n";
+      start = end + 1;
+    }
+    return kept;
+  }
+  std::size_t files_in_folder() const {
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()));
+  }
+  fs::path folder_;
+};
+
+TEST_F(Program, DumpShowsValuesAndPlaces) {
+  const Outcome all = run("dump " + path("a.dcm"));
+  EXPECT_EQ(all.exit, 0) << all.out;
+  for (const char* expected :
+       {"(0010,0010) PN        8  PatientName", "Doe^John",
+        "(0008,1140) SQ        -  ReferencedImageSequence", "1 item",
+        "    (0008,1155) UI        5  ReferencedSOPInstanceUID", "(0009,1001) LO        6  -",
+        "(0028,0010) US        2  Rows                              256",
+        "(7FE0,0010) OW   131072  PixelData"}) {
+    EXPECT_NE(all.out.find(expected), std::string::npos) << expected << " in\n" << all.out;
+  }
+  const Outcome one =
+      run("dump --tag 'ReferencedImageSequence[0].ReferencedSOPInstanceUID' --tag Rows " + path("a.dcm"));
+  EXPECT_EQ(one.exit, 0);
+  EXPECT_EQ(std::count(one.out.begin(), one.out.end(), '\n'), 2) << one.out;
+  const Outcome json = run("dump --json " + path("a.dcm"));
+  EXPECT_NE(json.out.find(R"({"tag":"00100010","vr":"PN","keyword":"PatientName","value":["Doe^John"]})"),
+            std::string::npos);
+  EXPECT_NE(json.out.find(R"("creator":"SOMEBODY","value":["secret"])"), std::string::npos);
+  EXPECT_NE(json.out.find(R"("vr":"US","keyword":"Rows","value":[256])"), std::string::npos);
+}
+
+TEST_F(Program, ConvertsThereAndBack) {
+  const std::string before = listing("a.dcm");
+  const std::string original = read("a.dcm");
+  for (const char* syntax : {"implicit", "big-endian", "deflated", "1.2.840.10008.1.2.1"}) {
+    const Outcome there =
+        run(std::string("convert --to ") + syntax + " " + path("a.dcm") + " " + path("b.dcm"));
+    ASSERT_EQ(there.exit, 0) << syntax << there.out;
+    EXPECT_EQ(listing("b.dcm"), before) << syntax;
+    ASSERT_EQ(run("convert --to explicit " + path("b.dcm") + " " + path("c.dcm")).exit, 0) << syntax;
+    // Behind the meta group, whose writer has changed, the bytes are those of the original.
+    const std::string back = read("c.dcm");
+    const std::string data_set = original.substr(original.find(std::string("\x08\0\x16\0", 4)));
+    ASSERT_GT(back.size(), data_set.size());
+    EXPECT_TRUE(back.substr(back.size() - data_set.size()) == data_set) << syntax;
+  }
+  const Outcome undefined =
+      run("convert --undefined-lengths --pad 1024 --to explicit " + path("a.dcm") + " " + path("u.dcm"));
+  EXPECT_EQ(undefined.exit, 0) << undefined.out;
+  const Outcome padded = run("convert --pad 1024 --to explicit " + path("a.dcm") + " " + path("p.dcm"));
+  EXPECT_EQ(padded.exit, 0) << padded.out;
+  EXPECT_EQ(fs::file_size(path("p.dcm")) % 1024, 0U);
+  EXPECT_EQ(run("convert --to jpeg " + path("a.dcm") + " " + path("x.dcm")).exit, 2);
+}
+
+TEST_F(Program, ConvertsAFolder) {
+  fs::create_directories(folder_ / "in" / "deep");
+  write("in/one.dcm", sample());
+  write("in/deep/two.dcm", sample());
+  EXPECT_EQ(run("convert --to implicit " + path("in") + " " + path("out")).exit, 0);
+  EXPECT_TRUE(fs::exists(folder_ / "out" / "one.dcm"));
+  EXPECT_TRUE(fs::exists(folder_ / "out" / "deep" / "two.dcm"));
+}
+
+TEST_F(Program, ModifySetsAddsClearsAndDeletes) {
+  const Outcome outcome =
+      run("modify --set 'PatientName=Roe^Jane' --set 0008,0008='ORIGINAL\\PRIMARY' --add "
+          "ImageType=AXIAL --delete PatientBirthDate --clear Modality --set "
+          "'ReferencedImageSequence[0].ReferencedSOPInstanceUID=9.9' --set "
+          "'ReferencedImageSequence[+].ReferencedSOPInstanceUID=8.8' --set '{SOMEBODY}0009,01=open' " +
+          path("a.dcm") + " " + path("b.dcm"));
+  ASSERT_EQ(outcome.exit, 0) << outcome.out;
+  const std::string text = run("dump " + path("b.dcm")).out;
+  for (const char* expected : {"Roe^Jane", "ORIGINAL\\PRIMARY\\AXIAL", "2 items", "9.9", "8.8", "open"}) {
+    EXPECT_NE(text.find(expected), std::string::npos) << expected << " in\n" << text;
+  }
+  EXPECT_EQ(text.find("PatientBirthDate"), std::string::npos);
+  EXPECT_NE(text.find("(0008,0060) CS        0  Modality"), std::string::npos) << text;
+  EXPECT_NE(text.find("(7FE0,0010) OW   131072"), std::string::npos);
+}
+
+TEST_F(Program, ARefusedChangeLeavesTheFileAsItWas) {
+  const std::string before = read("a.dcm");
+  const Outcome bad_value = run("modify --set PatientBirthDate=yesterday " + path("a.dcm"));
+  EXPECT_EQ(bad_value.exit, 2);
+  EXPECT_NE(bad_value.out.find("PatientBirthDate"), std::string::npos) << bad_value.out;
+  const Outcome bad_word = run("modify --set PatientNme=X " + path("a.dcm"));
+  EXPECT_EQ(bad_word.exit, 2);
+  EXPECT_NE(bad_word.out.find("PatientName"), std::string::npos) << bad_word.out;
+  EXPECT_TRUE(read("a.dcm") == before);
+  EXPECT_EQ(files_in_folder(), 1U);
+  EXPECT_EQ(run("modify --set PatientBirthDate=19800101 " + path("a.dcm")).exit, 0);
+  EXPECT_NE(run("dump " + path("a.dcm")).out.find("19800101"), std::string::npos);
+  EXPECT_EQ(files_in_folder(), 1U);
+}
+
+TEST_F(Program, DamagedAndStrangeFiles) {
+  const std::string whole = sample();
+  write("cut.dcm", whole.substr(0, whole.size() - 70000));
+  const Outcome cut = run("dump " + path("cut.dcm"));
+  EXPECT_EQ(cut.exit, 2);
+  EXPECT_NE(cut.out.find("Doe^John"), std::string::npos) << cut.out;
+  EXPECT_NE(cut.out.find("Unexpected end of stream data"), std::string::npos) << cut.out;
+  EXPECT_EQ(run("convert --to implicit " + path("cut.dcm") + " " + path("out.dcm")).exit, 2);
+  EXPECT_FALSE(fs::exists(path("out.dcm")));
+  write("empty", "");
+  write("text.txt", "This is no DICOM file at all, but a text of some length that goes on for a while.");
+  EXPECT_EQ(run("dump " + path("empty")).exit, 2);
+  EXPECT_EQ(run("dump " + path("text.txt")).exit, 2);
+  EXPECT_EQ(run("dump " + path("nowhere.dcm")).exit, 2);
+  // A bare data set, without preamble and meta group.
+  write("bare", whole.substr(whole.find(std::string("\x08\0\x16\0", 4))));
+  const Outcome bare = run("dump " + path("bare"));
+  EXPECT_EQ(bare.exit, 0) << bare.out;
+  EXPECT_NE(bare.out.find("Doe^John"), std::string::npos);
+}
+
+TEST_F(Program, LookupAndConfig) {
+  EXPECT_NE(run("lookup PatientName").out.find("(0010,0010) PN  VM 1  PatientName"), std::string::npos);
+  EXPECT_NE(run("lookup 00280010").out.find("Rows"), std::string::npos);
+  EXPECT_NE(run("lookup 1.2.840.10008.1.2.1").out.find("Explicit VR Little Endian"), std::string::npos);
+  EXPECT_NE(run("lookup STANDARD_CT").out.find("1.2.840.10008.5.1.4.1.1.2"), std::string::npos);
+  EXPECT_NE(run("lookup BEAM_ITEM").out.find("item BEAM_ITEM"), std::string::npos);
+  const Outcome miss = run("lookup PatientNam");
+  EXPECT_EQ(miss.exit, 1);
+  EXPECT_NE(miss.out.find("PatientName"), std::string::npos);
+  const Outcome config = run("config LARGE_DATA_SIZE");
+  EXPECT_EQ(config.exit, 0);
+  EXPECT_NE(config.out.find("LARGE_DATA_SIZE = 200"), std::string::npos) << config.out;
+  EXPECT_NE(config.out.find("built into the program"), std::string::npos) << config.out;
+  const Outcome named = run("config --config " VEXAL_BINARY_DIR "/share/vexalkit/vexal.ini LARGE_DATA_SIZE");
+  EXPECT_EQ(named.exit, 0) << named.out;
+  EXPECT_EQ(run("config --config /nowhere/vexal.ini").exit, 2);
+}
+
+TEST_F(Program, HelpAndUsage) {
+  for (const char* command : {"dump", "convert", "modify", "lookup", "config"}) {
+    const Outcome help = run(std::string(command) + " --help");
+    EXPECT_EQ(help.exit, 0);
+    EXPECT_NE(help.out.find(std::string("usage: vexal ") + command), std::string::npos);
+    EXPECT_EQ(run(std::string(command) + " --nonsense").exit, 2);
+  }
+  EXPECT_EQ(run("").exit, 2);
+  EXPECT_EQ(run("nonsense").exit, 2);
+}
+
+}  // namespace
