@@ -12,7 +12,7 @@
 
 #include "frame/lock.h"
 #include "frame/log.h"
-#include "frame/pool_locks.h"
+#include "frame/named_locks.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define VX_POISON 1

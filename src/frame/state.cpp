@@ -19,6 +19,10 @@ const char* library_banner() {
   return VX_BUILD_VERSION;
 }
 
+const char* library_build_date() {
+  return __DATE__;
+}
+
 const char* library_build_description() {
 #if defined(__x86_64__)
 #define VX_MACHINE "x86-64"

@@ -49,6 +49,7 @@ const char* recorded_ini_path();
 
 // The banner that versions of ready-built records are compared with.
 const char* library_banner();
+const char* library_build_date();
 const char* library_build_description();
 
 }  // namespace vx

@@ -1,4 +1,4 @@
-// The locks behind the pools, for the list of named locks that SAVE_SEMAPHORES asks for.
+// Locks of the pools and the log, for the list of named locks that SAVE_SEMAPHORES asks for.
 #pragma once
 
 #include <cstddef>
@@ -7,8 +7,9 @@
 
 namespace vx {
 
+const Lock& log_lock();
+const Lock& direct_buffer_lock();
 const Lock& pool_lock(std::size_t index);
 const char* pool_name(std::size_t index);
-const Lock& direct_buffer_lock();
 
 }  // namespace vx
