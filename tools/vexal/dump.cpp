@@ -176,7 +176,7 @@ class Dumper {
 
   void append_name(uint32_t tag, const Creators& creators) {
     if (!is_private(tag)) {
-      const std::string& keyword = tag_keyword(tag);
+      const std::string_view keyword = tag_keyword(tag);
       out_ += keyword.empty() ? "-" : keyword;
       return;
     }

@@ -11,9 +11,8 @@ namespace vexal {
 ConfigRecord* embedded_config();
 const DictionaryRecord* embedded_dictionary();
 
-// One line a standard tag, ascending: eight hex digits, TAB, keyword, LF.
-std::string_view embedded_keywords();
-// One line a UID: UID, TAB, name, TAB, kind, LF.
-std::string_view embedded_uids();
+// data/dictionary.tsv and data/uids.tsv as they stand there.
+std::string_view dictionary_table();
+std::string_view uid_table();
 
 }  // namespace vexal

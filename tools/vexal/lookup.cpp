@@ -7,6 +7,7 @@
 #include "embedded.h"
 #include "json.h"
 #include "names.h"
+#include "tables.h"
 
 namespace vexal {
 namespace {
@@ -41,8 +42,8 @@ bool look_up_tag(const std::string& word, Answer& answer) {
     vm += "-" + std::to_string(high);
   }
   answer.kind = "attribute";
-  answer.text =
-      format_tag(tag) + " " + vr_letters(vr) + "  VM " + vm + "  " + tag_keyword(tag) + "  \"" + name + "\"";
+  answer.text = format_tag(tag) + " " + vr_letters(vr) + "  VM " + vm + "  " + std::string(tag_keyword(tag)) +
+                "  \"" + name + "\"";
   add_member(answer, "tag", format_tag(tag));
   add_member(answer, "vr", vr_letters(vr));
   add_member(answer, "vm", vm);
@@ -53,24 +54,20 @@ bool look_up_tag(const std::string& word, Answer& answer) {
 
 bool look_up_uid(const std::string& word, Answer& answer) {
   if (word.find_first_not_of("0123456789.") != std::string::npos) return false;
-  std::string_view rows = embedded_uids();
+  std::string_view rows = uid_table();
+  std::string_view row;
   bool found = false;
-  while (!rows.empty() && !found) {
-    const std::size_t end = std::min(rows.find('\n'), rows.size());
-    const std::string_view row = rows.substr(0, end);
-    if (row.size() > word.size() && row.starts_with(word) && row[word.size()] == '\t') {
-      const std::string_view rest = row.substr(word.size() + 1);
-      const std::size_t tab = std::min(rest.find('\t'), rest.size());
-      answer.text = word + "  " + std::string(rest.substr(0, tab));
-      add_member(answer, "uid", word);
-      add_member(answer, "name", rest.substr(0, tab));
-      if (tab < rest.size()) {
-        answer.text += "  (" + std::string(rest.substr(tab + 1)) + ")";
-        add_member(answer, "sort", rest.substr(tab + 1));
-      }
-      found = true;
-    }
-    rows.remove_prefix(std::min(end + 1, rows.size()));
+  while (!found && next_line(rows, row)) {
+    if (next_cell(row) != word) continue;
+    const std::string_view kind = next_cell(row);
+    const std::string_view name = next_cell(row);
+    const std::string_view retired = next_cell(row);
+    answer.text = word + "  " + std::string(name) + "  (" + std::string(kind);
+    answer.text += retired.empty() ? ")" : ", retired)";
+    add_member(answer, "uid", word);
+    add_member(answer, "name", name);
+    add_member(answer, "sort", kind);
+    found = true;
   }
   char service[64];
   if (VX_Get_VexalKit_Service(word.c_str(), service, sizeof service) == VX_NORMAL_COMPLETION) {

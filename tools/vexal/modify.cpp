@@ -97,7 +97,7 @@ bool is_one_value(VX_VR vr) {
 }
 
 std::string attribute_name(uint32_t tag) {
-  return format_tag(tag) + " " + tag_keyword(tag);
+  return format_tag(tag) + " " + std::string(tag_keyword(tag));
 }
 
 VX_STATUS set_bulk(const Place& place, const std::string& value, std::string& error) {

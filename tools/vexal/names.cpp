@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "embedded.h"
+#include "tables.h"
 
 namespace vexal {
 namespace {
@@ -34,7 +35,7 @@ bool parse_hex(std::string_view digits, uint32_t& value) {
 
 struct Row {
   uint32_t tag;
-  std::string keyword;
+  std::string_view keyword;
 };
 
 // Built on first need, ascending by tag.
@@ -42,13 +43,17 @@ const std::vector<Row>& rows() {
   static const std::vector<Row> table = [] {
     std::vector<Row> result;
     result.reserve(5300);
-    std::string_view text = embedded_keywords();
-    while (text.size() > 9) {
-      const std::size_t end = std::min(text.find('\n'), text.size());
+    std::string_view text = dictionary_table();
+    std::string_view line;
+    while (next_line(text, line)) {
+      // "0010,0020", or "60xx,3000" for a repeating group.
+      std::string digits(next_cell(line));
+      digits.erase(std::remove(digits.begin(), digits.end(), ','), digits.end());
+      std::replace(digits.begin(), digits.end(), 'x', '0');
+      next_cell(line);
+      next_cell(line);
       uint32_t tag = 0;
-      if (end > 9 && parse_hex(text.substr(0, 8), tag))
-        result.push_back({tag, std::string(text.substr(9, end - 9))});
-      text.remove_prefix(std::min(end + 1, text.size()));
+      if (parse_hex(digits, tag)) result.push_back({tag, next_cell(line)});
     }
     std::sort(result.begin(), result.end(), [](const Row& a, const Row& b) { return a.tag < b.tag; });
     return result;
@@ -74,25 +79,24 @@ std::string format_tag(uint32_t tag) {
   return text;
 }
 
-const std::string& tag_keyword(uint32_t tag) {
-  static const std::string none;
-  static const std::string group_length = "GroupLength";
+std::string_view tag_keyword(uint32_t tag) {
   const uint32_t group_class = tag >> 24;
   const uint32_t wanted = group_class == 0x50 || group_class == 0x60 ? tag & 0xFF00FFFFU : tag;
   // A flat table of the tags seen last: listings meet the same few hundred tags again and again.
   struct Slot {
     uint32_t tag;
-    const std::string* keyword;
+    bool known;
+    std::string_view keyword;
   };
   static thread_local Slot cache[1024];
   Slot& slot = cache[(wanted ^ (wanted >> 13)) & 1023U];
-  if (slot.keyword != nullptr && slot.tag == wanted) return *slot.keyword;
+  if (slot.known && slot.tag == wanted) return slot.keyword;
   const auto& table = rows();
   const auto found = std::lower_bound(table.begin(), table.end(), wanted,
                                       [](const Row& row, uint32_t t) { return row.tag < t; });
   const bool hit = found != table.end() && found->tag == wanted;
-  slot = {wanted, hit ? &found->keyword : (tag & 0xFFFFU) == 0 ? &group_length : &none};
-  return *slot.keyword;
+  slot = {wanted, true, hit ? found->keyword : (tag & 0xFFFFU) == 0 ? "GroupLength" : std::string_view()};
+  return slot.keyword;
 }
 
 bool parse_tag(std::string_view text, uint32_t& tag) {
@@ -140,7 +144,7 @@ std::size_t edit_distance(std::string_view a, std::string_view b, std::size_t li
 std::vector<std::string> similar_keywords(std::string_view word, std::size_t limit) {
   struct Candidate {
     std::size_t score;
-    const std::string* keyword;
+    std::string_view keyword;
   };
   const std::size_t reach = std::max<std::size_t>(2, word.size() / 4);
   const std::string wanted = to_lower(word);
@@ -151,12 +155,12 @@ std::vector<std::string> similar_keywords(std::string_view word, std::size_t lim
       if (wanted.size() < 4 || to_lower(row.keyword).find(wanted) == std::string::npos) continue;
       score = reach + row.keyword.size() - wanted.size();
     }
-    candidates.push_back({score, &row.keyword});
+    candidates.push_back({score, row.keyword});
   }
   std::stable_sort(candidates.begin(), candidates.end(),
                    [](const Candidate& a, const Candidate& b) { return a.score < b.score; });
   std::vector<std::string> result;
-  for (std::size_t i = 0; i < candidates.size() && i < limit; ++i) result.push_back(*candidates[i].keyword);
+  for (std::size_t i = 0; i < candidates.size() && i < limit; ++i) result.emplace_back(candidates[i].keyword);
   return result;
 }
 

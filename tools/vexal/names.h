@@ -13,7 +13,7 @@ namespace vexal {
 // "(0010,0020)".
 std::string format_tag(uint32_t tag);
 // The keyword of a standard tag, "" if it has none. Groups 50xx and 60xx give the keyword of 5000 and 6000.
-const std::string& tag_keyword(uint32_t tag);
+std::string_view tag_keyword(uint32_t tag);
 // "(gggg,eeee)", "gggg,eeee", "ggggeeee", "0xggggeeee" or a keyword (case does not count); false if it is
 // none.
 bool parse_tag(std::string_view text, uint32_t& tag);

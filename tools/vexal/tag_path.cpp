@@ -50,7 +50,8 @@ std::string parse_step(std::string_view text, PathStep& step) {
 }
 
 std::string failed(const char* what, uint32_t tag, VX_STATUS status) {
-  return std::string(what) + " " + format_tag(tag) + " " + tag_keyword(tag) + ": " + VX_Error_Message(status);
+  return std::string(what) + " " + format_tag(tag) + " " + std::string(tag_keyword(tag)) + ": " +
+         VX_Error_Message(status);
 }
 
 // The tag of a step in this object; 0 if the private block is not there and may not be made.
