@@ -96,10 +96,6 @@ bool is_one_value(VX_VR vr) {
   return vr == VX_VR_LT || vr == VX_VR_ST || vr == VX_VR_UT || vr == VX_VR_UR;
 }
 
-std::string attribute_name(uint32_t tag) {
-  return format_tag(tag) + " " + std::string(tag_keyword(tag));
-}
-
 VX_STATUS set_bulk(const Place& place, const std::string& value, std::string& error) {
   if (value.empty() || value[0] != '@') {
     error = "a bulk value comes from a file: give @FILE";
@@ -185,7 +181,7 @@ bool apply(DicomFile& file, const Change& change) {
     }
     const VX_STATUS status = apply_at(place, change, error);
     if (status == VX_NORMAL_COMPLETION) continue;
-    report(file.path(), change.text + ": " + attribute_name(place.tag) + ": " +
+    report(file.path(), change.text + ": " + describe_tag(place.tag) + ": " +
                             (error.empty() ? VX_Error_Message(status) : error.c_str()));
     return false;
   }

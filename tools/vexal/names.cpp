@@ -79,6 +79,10 @@ std::string format_tag(uint32_t tag) {
   return text;
 }
 
+std::string describe_tag(uint32_t tag) {
+  return format_tag(tag) + " " + std::string(tag_keyword(tag));
+}
+
 std::string_view tag_keyword(uint32_t tag) {
   const uint32_t group_class = tag >> 24;
   const uint32_t wanted = group_class == 0x50 || group_class == 0x60 ? tag & 0xFF00FFFFU : tag;

@@ -12,6 +12,8 @@ namespace vexal {
 
 // "(0010,0020)".
 std::string format_tag(uint32_t tag);
+// "(0010,0020) PatientID".
+std::string describe_tag(uint32_t tag);
 // The keyword of a standard tag, "" if it has none. Groups 50xx and 60xx give the keyword of 5000 and 6000.
 std::string_view tag_keyword(uint32_t tag);
 // "(gggg,eeee)", "gggg,eeee", "ggggeeee", "0xggggeeee" or a keyword (case does not count); false if it is

@@ -84,7 +84,7 @@ void report(const std::string& path, const std::string& text) {
 std::string describe_failure(VX_STATUS status, int64_t offset, uint32_t tag) {
   std::string text;
   if (offset >= 0) text += "offset " + std::to_string(offset) + " ";
-  if (tag != 0) text += format_tag(tag) + " " + std::string(tag_keyword(tag)) + ": ";
+  if (tag != 0) text += describe_tag(tag) + ": ";
   return text + VX_Error_Message(status);
 }
 

@@ -50,8 +50,7 @@ std::string parse_step(std::string_view text, PathStep& step) {
 }
 
 std::string failed(const char* what, uint32_t tag, VX_STATUS status) {
-  return std::string(what) + " " + format_tag(tag) + " " + std::string(tag_keyword(tag)) + ": " +
-         VX_Error_Message(status);
+  return std::string(what) + " " + describe_tag(tag) + ": " + VX_Error_Message(status);
 }
 
 // The tag of a step in this object; 0 if the private block is not there and may not be made.
@@ -106,9 +105,7 @@ std::string step_items(int32_t object, uint32_t tag, int index, bool create, std
   }
   if (wanted >= items.size()) {
     items.clear();
-    return create ? "there is no item " + std::to_string(wanted) + " in " + format_tag(tag) + " " +
-                        tag_keyword(tag)
-                  : "";
+    return create ? "there is no item " + std::to_string(wanted) + " in " + describe_tag(tag) : "";
   }
   items = {items[wanted]};
   return "";
