@@ -28,6 +28,9 @@ struct CharsetCache {
 VX_STATUS charset_masks(MsgObj& object, CharsetMasks& masks);
 VX_STATUS charset_masks(MsgObj& object, CharsetCache* cache, CharsetMasks& masks);
 
+// True if every byte is a character: no code extensions and no multi-byte set.
+bool is_single_byte(const CharsetMasks& masks);
+
 enum class Scan { Single, Taken, Invalid };
 // Looks at the character at `position`. Single: the byte stands by itself, the caller tests and counts it.
 // Taken: a multi-byte character or an escape sequence, counted, and position stands at its last byte.
