@@ -21,7 +21,6 @@ namespace {
 constexpr char kFunction[] = "VXI_Read_Message_Info";
 constexpr uint32_t kSignature = 0xF003F003;
 constexpr uint32_t kMarker = 0xF002F002;
-constexpr std::size_t kPreambleSize = 20;
 constexpr std::size_t kEntrySize = 6;
 constexpr std::size_t kRecordSize = 8;
 constexpr std::size_t kMaxData = 0xFFFF;
