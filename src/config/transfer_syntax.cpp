@@ -1,0 +1,243 @@
+#include "config/transfer_syntax.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "config/config.h"
+#include "frame/lock.h"
+#include "frame/state.h"
+#include "frame/text.h"
+
+namespace vx {
+namespace {
+
+// A private syntax takes its properties from settings.
+enum Property : uint8_t { kNo, kYes, kByKey };
+
+struct SyntaxRow {
+  VX_TRANSFER_SYNTAX syntax;
+  const char* name;
+  VX_STRING_KEY uid;
+  const char* display;
+  Property explicit_vr;
+  Property big_endian;
+  Property encapsulated;
+};
+
+// In the order of their codes.
+constexpr SyntaxRow kSyntaxes[] = {
+    {IMPLICIT_LITTLE_ENDIAN, "IMPLICIT_LITTLE_ENDIAN", VX_CFG_IMPLICIT_LITTLE_ENDIAN_SYNTAX,
+     "Implicit Little Endian", kNo, kNo, kNo},
+    {EXPLICIT_LITTLE_ENDIAN, "EXPLICIT_LITTLE_ENDIAN", VX_CFG_EXPLICIT_LITTLE_ENDIAN_SYNTAX,
+     "Explicit Little Endian", kYes, kNo, kNo},
+    {EXPLICIT_BIG_ENDIAN, "EXPLICIT_BIG_ENDIAN", VX_CFG_EXPLICIT_BIG_ENDIAN_SYNTAX, "Explicit Big Endian",
+     kYes, kYes, kNo},
+    {IMPLICIT_BIG_ENDIAN, "IMPLICIT_BIG_ENDIAN", VX_CFG_IMPLICIT_BIG_ENDIAN_SYNTAX, "Implicit Big Endian",
+     kNo, kYes, kNo},
+    {DEFLATED_EXPLICIT_LITTLE_ENDIAN, "DEFLATED_EXPLICIT_LITTLE_ENDIAN",
+     VX_CFG_DEFLATED_EXPLICIT_LITTLE_ENDIAN_SYNTAX, "Deflated Explicit Little Endian", kYes, kNo, kNo},
+    {RLE, "RLE", VX_CFG_RLE_SYNTAX, "RLE", kYes, kNo, kYes},
+    {JPEG_BASELINE, "JPEG_BASELINE", VX_CFG_JPEG_BASELINE_SYNTAX, "JPEG Baseline", kYes, kNo, kYes},
+    {JPEG_EXTENDED_2_4, "JPEG_EXTENDED_2_4", VX_CFG_JPEG_EXTENDED_2_4_SYNTAX, "JPEG Extended 2 4", kYes, kNo,
+     kYes},
+    {JPEG_EXTENDED_3_5, "JPEG_EXTENDED_3_5", VX_CFG_JPEG_EXTENDED_3_5_SYNTAX, "JPEG Extended 3 5", kYes, kNo,
+     kYes},
+    {JPEG_SPEC_NON_HIER_6_8, "JPEG_SPEC_NON_HIER_6_8", VX_CFG_JPEG_SPEC_NON_HIER_6_8_SYNTAX,
+     "JPEG Spec Non Hier 6 8", kYes, kNo, kYes},
+    {JPEG_SPEC_NON_HIER_7_9, "JPEG_SPEC_NON_HIER_7_9", VX_CFG_JPEG_SPEC_NON_HIER_7_9_SYNTAX,
+     "JPEG Spec Non Hier 7 9", kYes, kNo, kYes},
+    {JPEG_FULL_PROG_NON_HIER_10_12, "JPEG_FULL_PROG_NON_HIER_10_12",
+     VX_CFG_JPEG_FULL_PROG_NON_HIER_10_12_SYNTAX, "JPEG Full Progression Non Hier 10 12", kYes, kNo, kYes},
+    {JPEG_FULL_PROG_NON_HIER_11_13, "JPEG_FULL_PROG_NON_HIER_11_13",
+     VX_CFG_JPEG_FULL_PROG_NON_HIER_11_13_SYNTAX, "JPEG Full Progression Non Hier 11 13", kYes, kNo, kYes},
+    {JPEG_LOSSLESS_NON_HIER_14, "JPEG_LOSSLESS_NON_HIER_14", VX_CFG_JPEG_LOSSLESS_NON_HIER_14_SYNTAX,
+     "JPEG Lossless Non Hier 14", kYes, kNo, kYes},
+    {JPEG_LOSSLESS_NON_HIER_15, "JPEG_LOSSLESS_NON_HIER_15", VX_CFG_JPEG_LOSSLESS_NON_HIER_15_SYNTAX,
+     "JPEG Lossless Non Hier 15", kYes, kNo, kYes},
+    {JPEG_EXTENDED_HIER_16_18, "JPEG_EXTENDED_HIER_16_18", VX_CFG_JPEG_EXTENDED_HIER_16_18_SYNTAX,
+     "JPEG Extended Hier 16 18", kYes, kNo, kYes},
+    {JPEG_EXTENDED_HIER_17_19, "JPEG_EXTENDED_HIER_17_19", VX_CFG_JPEG_EXTENDED_HIER_17_19_SYNTAX,
+     "JPEG Extended Hier 17 19", kYes, kNo, kYes},
+    {JPEG_SPEC_HIER_20_22, "JPEG_SPEC_HIER_20_22", VX_CFG_JPEG_SPEC_HIER_20_22_SYNTAX, "JPEG Spec Hier 20 22",
+     kYes, kNo, kYes},
+    {JPEG_SPEC_HIER_21_23, "JPEG_SPEC_HIER_21_23", VX_CFG_JPEG_SPEC_HIER_21_23_SYNTAX, "JPEG Spec Hier 21 23",
+     kYes, kNo, kYes},
+    {JPEG_FULL_PROG_HIER_24_26, "JPEG_FULL_PROG_HIER_24_26", VX_CFG_JPEG_FULL_PROG_HIER_24_26_SYNTAX,
+     "JPEG Full Progression Hier 24 26", kYes, kNo, kYes},
+    {JPEG_FULL_PROG_HIER_25_27, "JPEG_FULL_PROG_HIER_25_27", VX_CFG_JPEG_FULL_PROG_HIER_25_27_SYNTAX,
+     "JPEG Full Progression Hier 25 27", kYes, kNo, kYes},
+    {JPEG_LOSSLESS_HIER_28, "JPEG_LOSSLESS_HIER_28", VX_CFG_JPEG_LOSSLESS_HIER_28_SYNTAX,
+     "JPEG Lossless Hier 28", kYes, kNo, kYes},
+    {JPEG_LOSSLESS_HIER_29, "JPEG_LOSSLESS_HIER_29", VX_CFG_JPEG_LOSSLESS_HIER_29_SYNTAX,
+     "JPEG Lossless Hier 29", kYes, kNo, kYes},
+    {JPEG_LOSSLESS_HIER_14, "JPEG_LOSSLESS_HIER_14", VX_CFG_JPEG_LOSSLESS_HIER_14_SYNTAX,
+     "JPEG Lossless Hier 14", kYes, kNo, kYes},
+    {JPEG_2000_LOSSLESS_ONLY, "JPEG_2000_LOSSLESS_ONLY", VX_CFG_JPEG_2000_LOSSLESS_ONLY_SYNTAX,
+     "JPEG 2000 Lossless Only", kYes, kNo, kYes},
+    {JPEG_2000, "JPEG_2000", VX_CFG_JPEG_2000_SYNTAX, "JPEG 2000", kYes, kNo, kYes},
+    {JPEG_LS_LOSSLESS, "JPEG_LS_LOSSLESS", VX_CFG_JPEG_LS_LOSSLESS_SYNTAX, "JPEG-LS Lossless", kYes, kNo,
+     kYes},
+    {JPEG_LS_LOSSY, "JPEG_LS_LOSSY", VX_CFG_JPEG_LS_LOSSY_SYNTAX, "JPEG-LS Lossy (Near-Lossless)", kYes, kNo,
+     kYes},
+    {MPEG2_MPML, "MPEG2_MPML", VX_CFG_MPEG2_MPML_SYNTAX, "MPEG2 Main Profile @ Main Level", kYes, kNo, kYes},
+    {PRIVATE_SYNTAX_1, "PRIVATE_SYNTAX_1", VX_CFG_PRIVATE_SYNTAX_1_SYNTAX, "User Defined Private Syntax 1",
+     kByKey, kByKey, kByKey},
+    {PRIVATE_SYNTAX_2, "PRIVATE_SYNTAX_2", VX_CFG_PRIVATE_SYNTAX_2_SYNTAX, "User Defined Private Syntax 2",
+     kByKey, kByKey, kByKey},
+    {JPEG_2000_MC_LOSSLESS_ONLY, "JPEG_2000_MC_LOSSLESS_ONLY", VX_CFG_JPEG_2000_MC_LOSSLESS_ONLY_SYNTAX,
+     "JPEG 2000 Part 2 Multi-compoent Lossless Only", kYes, kNo, kYes},
+    {JPEG_2000_MC, "JPEG_2000_MC", VX_CFG_JPEG_2000_MC_SYNTAX, "JPEG 2000 Part 2 Multi-compoent", kYes, kNo,
+     kYes},
+    {MPEG2_MPHL, "MPEG2_MPHL", VX_CFG_MPEG2_MPHL_SYNTAX, "MPEG2 Main Profile @ High Level", kYes, kNo, kYes},
+    {MPEG4_AVC_H264_HP_LEVEL_4_1, "MPEG4_AVC_H264_HP_LEVEL_4_1", VX_CFG_MPEG4_AVC_H264_HP_LEVEL_4_1_SYNTAX,
+     "MPEG-4 AVC/H.264 High Profile / Level 4.1", kYes, kNo, kYes},
+    {MPEG4_AVC_H264_BDC_HP_LEVEL_4_1, "MPEG4_AVC_H264_BDC_HP_LEVEL_4_1",
+     VX_CFG_MPEG4_AVC_H264_BDC_HP_LEVEL_4_1_SYNTAX, "MPEG-4 AVC/H.264 BD-compatible High Profile / Level 4.1",
+     kYes, kNo, kYes},
+    {MPEG4_AVC_H264_HP_LEVEL_4_2_2D, "MPEG4_AVC_H264_HP_LEVEL_4_2_2D",
+     VX_CFG_MPEG4_AVC_H264_HP_LEVEL_4_2_2D_SYNTAX, "MPEG-4 AVC/H.264 High Profile / Level 4.2 For 2D Video",
+     kYes, kNo, kYes},
+    {MPEG4_AVC_H264_HP_LEVEL_4_2_3D, "MPEG4_AVC_H264_HP_LEVEL_4_2_3D",
+     VX_CFG_MPEG4_AVC_H264_HP_LEVEL_4_2_3D_SYNTAX, "MPEG-4 AVC/H.264 High Profile / Level 4.2 For 3D Video",
+     kYes, kNo, kYes},
+    {MPEG4_AVC_H264_STEREO_HP_LEVEL_4_2, "MPEG4_AVC_H264_STEREO_HP_LEVEL_4_2",
+     VX_CFG_MPEG4_AVC_H264_STEREO_HP_LEVEL_4_2_SYNTAX, "MPEG-4 AVC/H.264 Stereo High Profile / Level 4.2",
+     kYes, kNo, kYes},
+    {JPIP_REFERENCED, "JPIP_REFERENCED", VX_CFG_JPIP_REFERENCED_SYNTAX, "JPIP Referenced", kYes, kNo, kYes},
+    {JPIP_REFERENCED_DEFLATE, "JPIP_REFERENCED_DEFLATE", VX_CFG_JPIP_REFERENCED_DEFLATE_SYNTAX,
+     "JPIP Referenced Deflate", kYes, kNo, kYes},
+};
+
+constexpr VX_TRANSFER_SYNTAX kFirst = IMPLICIT_LITTLE_ENDIAN;
+constexpr VX_TRANSFER_SYNTAX kLast = JPIP_REFERENCED_DEFLATE;
+static_assert(std::size(kSyntaxes) == kLast - kFirst + 1);
+static_assert([] {
+  for (std::size_t i = 0; i < std::size(kSyntaxes); ++i) {
+    if (kSyntaxes[i].syntax != kFirst + static_cast<VX_TRANSFER_SYNTAX>(i)) return false;
+  }
+  return true;
+}());
+
+// Settings may give two syntaxes one UID; the first of these has it.
+constexpr VX_TRANSFER_SYNTAX kUidOrder[] = {
+    IMPLICIT_LITTLE_ENDIAN,
+    IMPLICIT_BIG_ENDIAN,
+    EXPLICIT_LITTLE_ENDIAN,
+    EXPLICIT_BIG_ENDIAN,
+    DEFLATED_EXPLICIT_LITTLE_ENDIAN,
+    RLE,
+    JPEG_BASELINE,
+    JPEG_EXTENDED_2_4,
+    JPEG_EXTENDED_3_5,
+    JPEG_SPEC_NON_HIER_6_8,
+    JPEG_SPEC_NON_HIER_7_9,
+    JPEG_FULL_PROG_NON_HIER_10_12,
+    JPEG_FULL_PROG_NON_HIER_11_13,
+    JPEG_LOSSLESS_NON_HIER_14,
+    JPEG_LOSSLESS_NON_HIER_15,
+    JPEG_EXTENDED_HIER_16_18,
+    JPEG_EXTENDED_HIER_17_19,
+    JPEG_SPEC_HIER_20_22,
+    JPEG_SPEC_HIER_21_23,
+    JPEG_FULL_PROG_HIER_24_26,
+    JPEG_FULL_PROG_HIER_25_27,
+    JPEG_LOSSLESS_HIER_28,
+    JPEG_LOSSLESS_HIER_29,
+    JPEG_LOSSLESS_HIER_14,
+    JPEG_2000_LOSSLESS_ONLY,
+    JPEG_2000,
+    JPEG_2000_MC_LOSSLESS_ONLY,
+    JPEG_2000_MC,
+    JPEG_LS_LOSSLESS,
+    JPEG_LS_LOSSY,
+    MPEG2_MPML,
+    MPEG2_MPHL,
+    MPEG4_AVC_H264_HP_LEVEL_4_1,
+    MPEG4_AVC_H264_BDC_HP_LEVEL_4_1,
+    MPEG4_AVC_H264_HP_LEVEL_4_2_2D,
+    MPEG4_AVC_H264_HP_LEVEL_4_2_3D,
+    MPEG4_AVC_H264_STEREO_HP_LEVEL_4_2,
+    JPIP_REFERENCED,
+    JPIP_REFERENCED_DEFLATE,
+    PRIVATE_SYNTAX_1,
+    PRIVATE_SYNTAX_2,
+};
+static_assert(std::size(kUidOrder) == std::size(kSyntaxes));
+
+struct PrivateKeys {
+  VX_BOOL_KEY explicit_vr;
+  VX_BOOL_KEY little_endian;
+  VX_BOOL_KEY encapsulated;
+};
+constexpr PrivateKeys kPrivateKeys[] = {
+    {VX_CFG_PRIVATE_SYNTAX_1_EXPLICIT_VR, VX_CFG_PRIVATE_SYNTAX_1_LITTLE_ENDIAN,
+     VX_CFG_PRIVATE_SYNTAX_1_ENCAPSULATED},
+    {VX_CFG_PRIVATE_SYNTAX_2_EXPLICIT_VR, VX_CFG_PRIVATE_SYNTAX_2_LITTLE_ENDIAN,
+     VX_CFG_PRIVATE_SYNTAX_2_ENCAPSULATED},
+};
+
+const SyntaxRow* find_row(VX_TRANSFER_SYNTAX syntax) {
+  return is_transfer_syntax(syntax) ? &kSyntaxes[syntax - kFirst] : nullptr;
+}
+
+}  // namespace
+
+bool is_transfer_syntax(VX_TRANSFER_SYNTAX syntax) {
+  return syntax >= kFirst && syntax <= kLast;
+}
+
+VX_STATUS syntax_encoding(VX_TRANSFER_SYNTAX syntax, Encoding& encoding) {
+  const SyntaxRow* row = find_row(syntax);
+  if (row == nullptr) {
+    encoding = Encoding{IMPLICIT_LITTLE_ENDIAN, false, false, false};
+    return VX_INVALID_TRANSFER_SYNTAX;
+  }
+  if (row->explicit_vr == kByKey) {
+    const PrivateKeys& keys = kPrivateKeys[syntax - PRIVATE_SYNTAX_1];
+    encoding = Encoding{syntax, !config_bool(keys.little_endian), config_bool(keys.explicit_vr),
+                        config_bool(keys.encapsulated)};
+  } else {
+    encoding = Encoding{syntax, row->big_endian == kYes, row->explicit_vr == kYes, row->encapsulated == kYes};
+  }
+  return kOk;
+}
+
+std::size_t syntax_uid(VX_TRANSFER_SYNTAX syntax, char* buffer, std::size_t size) {
+  const SyntaxRow* row = find_row(syntax);
+  if (row != nullptr) return config_text(row->uid, buffer, size);
+  copy_text(buffer, size, "");
+  return 0;
+}
+
+const char* syntax_display_name(VX_TRANSFER_SYNTAX syntax) {
+  const SyntaxRow* row = find_row(syntax);
+  return row != nullptr ? row->display : "";
+}
+
+VX_STATUS syntax_from_uid(std::string_view uid, VX_TRANSFER_SYNTAX& syntax) {
+  constexpr std::string_view kPadding(" \0", 2);
+  uid = uid.substr(0, uid.find_last_not_of(kPadding) + 1);
+  syntax = IMPLICIT_LITTLE_ENDIAN;
+  // A key without a UID stands for no syntax, so an empty text is none.
+  if (uid.empty()) return VX_INVALID_TRANSFER_SYNTAX;
+  const Guard guard(state().charParamSemaphore);
+  const ConfigRecord& record = config();
+  for (const VX_TRANSFER_SYNTAX candidate : kUidOrder) {
+    if (!equals_ignoring_case(uid, record.string_values[find_row(candidate)->uid])) continue;
+    syntax = candidate;
+    return kOk;
+  }
+  return VX_INVALID_TRANSFER_SYNTAX;
+}
+
+VX_STATUS syntax_from_name(std::string_view name, VX_TRANSFER_SYNTAX& syntax) {
+  for (const SyntaxRow& row : kSyntaxes) {
+    if (!equals_ignoring_case(name, row.name)) continue;
+    syntax = row.syntax;
+    return kOk;
+  }
+  syntax = 0;
+  return VX_INVALID_TRANSFER_SYNTAX;
+}
+
+}  // namespace vx
