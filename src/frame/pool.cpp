@@ -356,8 +356,9 @@ void* resize_direct(Slot* slot, std::size_t size) {
   DirectBuffer* buffer = direct_of(slot);
   const std::size_t old_size = slot->size;
   unlink_direct(buffer, old_size);
-  void* memory = heap_failed(std::realloc(buffer, bytes));
+  void* memory = std::realloc(buffer, bytes);
   if (memory == nullptr) {
+    heap_failed(nullptr);
     link_direct(buffer, old_size);
     return nullptr;
   }
