@@ -12,13 +12,10 @@
 namespace vx {
 namespace {
 
-template <typename... Values>
-void line(const char* format, Values... values) {
-  log_line(VX_LOG_T6, nullptr, format, values...);
-}
+#define LINE(...) log_line(VX_LOG_T6, nullptr, __VA_ARGS__)
 
 void list_text(VX_STRING_KEY key) {
-  line("|  %s = %s", string_keys()[static_cast<std::size_t>(key)].name, config_text(key).c_str());
+  LINE("|  %s = %s", string_keys()[static_cast<std::size_t>(key)].name, config_text(key).c_str());
 }
 
 bool is_profile_path(VX_STRING_KEY key) {
@@ -27,7 +24,7 @@ bool is_profile_path(VX_STRING_KEY key) {
 }
 
 void list_section(Section section) {
-  line("[%s]", section_name(section));
+  LINE("[%s]", section_name(section));
   if (section == Section::VexalKit3) {
     list_text(VX_CFG_VEXALKIT_3_PROFILE);
     list_text(VX_CFG_VEXALKIT_3_SERVICES);
@@ -35,7 +32,7 @@ void list_section(Section section) {
   }
   for (VX_INT_KEY key = 0; key < VX_INT_KEY_COUNT; ++key) {
     const IntKey& row = int_keys()[static_cast<std::size_t>(key)];
-    if (row.section == section) line("|  %s = %d", row.name, config_int(key));
+    if (row.section == section) LINE("|  %s = %d", row.name, config_int(key));
   }
   for (VX_STRING_KEY key = 0; key < VX_STRING_KEY_COUNT; ++key) {
     const StringKey& row = string_keys()[static_cast<std::size_t>(key)];
@@ -43,11 +40,11 @@ void list_section(Section section) {
   }
   for (VX_LONG_KEY key = 0; key < VX_LONG_KEY_COUNT; ++key) {
     const IntKey& row = long_keys()[static_cast<std::size_t>(key)];
-    if (row.section == section) line("|  %s = %ld", row.name, static_cast<long>(config_long(key)));
+    if (row.section == section) LINE("|  %s = %ld", row.name, static_cast<long>(config_long(key)));
   }
   for (VX_BOOL_KEY key = 0; key < VX_BOOL_KEY_COUNT; ++key) {
     const BoolKey& row = bool_keys()[static_cast<std::size_t>(key)];
-    if (row.section == section && row.listed) line("|  %s = %s", row.name, config_bool(key) ? "Yes" : "No");
+    if (row.section == section && row.listed) LINE("|  %s = %s", row.name, config_bool(key) ? "Yes" : "No");
   }
 }
 
@@ -68,12 +65,12 @@ std::string destination_words(uint32_t bits) {
 
 void list_destinations() {
   for (std::size_t i = 0; i < VX_LOG_KEY_COUNT; ++i) {
-    line("|  %s = %s", log_keys()[i], destination_words(config().log_destinations[i]).c_str());
+    LINE("|  %s = %s", log_keys()[i], destination_words(config().log_destinations[i]).c_str());
   }
 }
 
 void list_file(VX_STRING_KEY key) {
-  line("=== %s ===", config_text(key).c_str());
+  LINE("=== %s ===", config_text(key).c_str());
 }
 
 void list_commands(uint32_t commands) {
@@ -82,37 +79,37 @@ void list_commands(uint32_t commands) {
     if ((commands & (uint32_t{1} << bit)) == 0) continue;
     for (const CommandRow& row : command_rows()) {
       if (row.bit != uint32_t{1} << bit) continue;
-      line("|  COMMAND_%d = %s", bit + 1, row.name);
+      LINE("|  COMMAND_%d = %s", bit + 1, row.name);
       break;
     }
   }
 }
 
 void list_services(const ConfigRecord& record) {
-  line("[SERVICE_TABLE]");
-  line("|  NUMBER_OF_SERVICES_SUPPORTED = %d", record.service_count);
+  LINE("[SERVICE_TABLE]");
+  LINE("|  NUMBER_OF_SERVICES_SUPPORTED = %d", record.service_count);
   for (int32_t i = 0; i < record.service_count; ++i) {
-    line("|  %s = %4.4d", record.service_names[i], record.service_numbers[i]);
+    LINE("|  %s = %4.4d", record.service_names[i], record.service_numbers[i]);
   }
   for (int32_t i = 0; i < record.service_count; ++i) {
-    line("[%4.4d]", record.service_numbers[i]);
-    line("|  NAME = %s", record.service_names[i]);
-    line("|  UID = %s", record.service_uids[i]);
+    LINE("[%4.4d]", record.service_numbers[i]);
+    LINE("|  NAME = %s", record.service_names[i]);
+    LINE("|  UID = %s", record.service_uids[i]);
     if (record.service_kinds[i] != kMetaService) {
-      line("|  TYPE = BASE");
+      LINE("|  TYPE = BASE");
       list_commands(record.service_commands[i]);
       continue;
     }
-    line("|  TYPE = META");
-    line("|  SOP_CLASSES_INCLUDED = %d", record.sop_class_counts[i]);
+    LINE("|  TYPE = META");
+    LINE("|  SOP_CLASSES_INCLUDED = %d", record.sop_class_counts[i]);
     for (int32_t member = 0; member < record.sop_class_counts[i]; ++member) {
-      line("|  SOP_CLASS_%d = %4.4d", member + 1, record.sop_classes[i][member]);
+      LINE("|  SOP_CLASS_%d = %4.4d", member + 1, record.sop_classes[i][member]);
     }
   }
-  line("[ITEM_TABLE]");
-  line("|  NUMBER_OF_ITEMS_SUPPORTED = %d", record.item_count);
+  LINE("[ITEM_TABLE]");
+  LINE("|  NUMBER_OF_ITEMS_SUPPORTED = %d", record.item_count);
   for (int32_t i = 0; i < record.item_count; ++i) {
-    line("|  %s = %4.4d", record.item_names[i], record.item_numbers[i]);
+    LINE("|  %s = %4.4d", record.item_names[i], record.item_numbers[i]);
   }
 }
 
@@ -122,13 +119,13 @@ void list_applications(const ConfigRecord& record) {
   for (const char* const* text = record.applications; *text != nullptr; ++text) {
     VX_TRANSFER_SYNTAX syntax = 0;
     if (**text == '[') {
-      line("%s", *text);
+      LINE("%s", *text);
       member = 0;
     } else if (syntax_from_name(*text, syntax) == kOk || text[1] == nullptr) {
       // A member of a syntax list stands without its key.
-      line("SYNTAX_%d = %s", ++member, *text);
+      LINE("SYNTAX_%d = %s", ++member, *text);
     } else {
-      line("%s = %s", text[0], text[1]);
+      LINE("%s = %s", text[0], text[1]);
       ++text;
     }
   }
@@ -139,9 +136,9 @@ void list_applications(const ConfigRecord& record) {
 void config_write_listing() {
   if (!log_enabled(VX_LOG_T6)) return;
   const ConfigRecord& record = config();
-  line("%s, %s", library_banner(), library_build_date());
-  line("%s", library_build_description());
-  line("=== VEXAL_INI ===");
+  LINE("%s, %s", library_banner(), library_build_date());
+  LINE("%s", library_build_description());
+  LINE("=== VEXAL_INI ===");
   for (int section = 0; section < kSectionCount; ++section) {
     list_section(static_cast<Section>(section));
     if (section != 0) continue;
