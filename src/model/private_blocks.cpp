@@ -66,7 +66,7 @@ VX_STATUS add_creator(MsgObj& object, std::string_view code, uint32_t tag, const
 // The road of an attribute that the dictionary knows. True if it is in the object now.
 bool add_from_dictionary(MsgObj& object, std::string_view creator, uint16_t group, uint8_t element,
                          const DictInfo& info) {
-  uint32_t slot;
+  uint32_t slot = 0;
   VX_STATUS status = add_private_block(object, creator, group, &slot, 0, nullptr);
   if (status != kOk) {
     VX_LOG_ERR("VX_Add_Private_Attribute", "Unable to add private block specified in dictionary: %s",
@@ -104,7 +104,7 @@ VX_STATUS find_private_block(MsgObj& object, std::string_view creator, uint16_t 
 
 VX_STATUS private_tag(MsgObj& object, std::string_view creator, uint16_t group, uint8_t element,
                       uint32_t& tag) {
-  uint32_t slot;
+  uint32_t slot = 0;
   const VX_STATUS status = find_private_block(object, creator, group, slot);
   if (status != VX_FOUND_PRIVATE_BLOCK) return status;
   tag = block_base(slot) | element;
@@ -128,7 +128,7 @@ VX_STATUS add_private_block(MsgObj& object, std::string_view creator, uint16_t g
 }
 
 VX_STATUS delete_private_block(MsgObj& object, std::string_view creator, uint16_t group) {
-  uint32_t slot;
+  uint32_t slot = 0;
   VX_STATUS status = find_private_block(object, creator, group, slot);
   if (status != VX_FOUND_PRIVATE_BLOCK) return as_not_found(status);
   status = delete_attribute(object, slot);
@@ -138,7 +138,7 @@ VX_STATUS delete_private_block(MsgObj& object, std::string_view creator, uint16_
 
 VX_STATUS add_private_attribute(MsgObj& object, std::string_view creator, uint16_t group, uint8_t element,
                                 int32_t vr) {
-  uint32_t tag;
+  uint32_t tag = 0;
   VX_STATUS status = private_tag(object, creator, group, element, tag);
   if (status == kOk && find_tag(object, tag) != nullptr) return VX_TAG_ALREADY_EXISTS;
   if (status != kOk && status != VX_NOT_FOUND && status != VX_TOO_MANY_BLOCKS) return status;
