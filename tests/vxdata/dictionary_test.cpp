@@ -80,11 +80,24 @@ TEST(Dictionary, ShippedFileIsWhatTheReaderAsksFor) {
   }
 }
 
+TEST(Dictionary, TheFullFileHoldsTheDefaultOne) {
+  const auto full = read_dictionary(kShare + "vexalkit-full.dct");
+  const auto small = read_dictionary(kShare + "vexalkit.dct");
+  EXPECT_GT(full.size(), small.size());
+  for (const auto& [key, entry] : small) {
+    const auto at = full.find(key);
+    ASSERT_NE(at, full.end()) << key.second;
+    EXPECT_EQ(at->second.name, entry.name);
+  }
+}
+
 TEST(Dictionary, DecompilingAndCompilingGivesTheSameBytes) {
   const Workshop shop;
-  ASSERT_EQ(shop.run("undict " + kShare + "vexalkit.dct -o table").exit, 0);
-  ASSERT_EQ(shop.run("dict table -o again").exit, 0);
-  EXPECT_EQ(shop.read("again"), slurp(kShare + "vexalkit.dct"));
+  for (const char* name : {"vexalkit.dct", "vexalkit-full.dct"}) {
+    ASSERT_EQ(shop.run("undict " + kShare + name + " -o table").exit, 0);
+    ASSERT_EQ(shop.run("dict table -o again").exit, 0);
+    EXPECT_EQ(shop.read("again"), slurp(kShare + name));
+  }
 }
 
 TEST(Dictionary, RecordsOfSeveralTablesAreMergedInOrder) {

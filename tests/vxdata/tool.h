@@ -41,6 +41,7 @@ class Workshop {
   }
   std::string read(const std::string& name) const { return slurp(folder_ / name); }
   bool has(const std::string& name) const { return std::filesystem::exists(folder_ / name); }
+  std::string folder() const { return folder_.string(); }
   size_t files() const {
     size_t count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(folder_))

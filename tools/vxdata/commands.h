@@ -11,6 +11,7 @@ int run_msg(int argc, char** argv);
 int run_unmsg(int argc, char** argv);
 int run_check(int argc, char** argv);
 int run_report(int argc, char** argv);
+int run_embed(int argc, char** argv);
 int run_keywords(int argc, char** argv);
 
 }  // namespace vxdata

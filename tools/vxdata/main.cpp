@@ -22,6 +22,9 @@ constexpr const char* kHelp = R"(usage: vxdata COMMAND ...
                                exported tables, --conditions the source of the predicate table
   report --services PROFILE --dict TABLE[,TABLE] TEMPLATES...
                                count what the templates hold and list what they lack
+  embed --dict TABLE[,TABLE] --pro FILE --srv FILE --app FILE [--ini FILE] -o FILE
+                               write the dictionary and the profiles as C++ source with the functions
+                               vexal_embedded_config and vexal_embedded_dictionary
   keywords TABLE...            list attributes whose keyword in the table differs from the one
                                that the library derives from the name
 
@@ -42,6 +45,7 @@ constexpr Command kCommands[] = {
     {"unmsg", vxdata::run_unmsg},
     {"check", vxdata::run_check},
     {"report", vxdata::run_report},
+    {"embed", vxdata::run_embed},
     {"keywords", vxdata::run_keywords},
 };
 // clang-format on
