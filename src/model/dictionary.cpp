@@ -15,40 +15,17 @@
 namespace vx {
 namespace {
 
-struct Slot {
-  const DictEntry* entry;
-  uint32_t tag;
-  uint32_t code_hash;  // 0 for a standard tag
-};
-
 // Written while the library starts and ends, read without a lock in between.
 struct Table {
   const DictEntry* const* chains;  // null while there is no dictionary
   bool ready_made;                 // a caller's record, which needs no DICTIONARY_FILE
   DictionaryFile* file;            // owned; null for a caller's record
-  Slot* slots;                     // owned; null if there was no memory, lookups then walk the chains
+  const DictEntry** slots;         // owned; null if there was no memory, lookups then walk the chains
   uint32_t shift;                  // of the hash, to a slot number
   uint32_t mask;
 };
 Table table;
 const DictEntry* file_chains[VX_DICTIONARY_CHAINS];
-
-// A hash of a creator code, never 0.
-uint32_t hash_code(std::string_view code) {
-  constexpr uint64_t kFactor = 0x9E3779B97F4A7C15U;
-  uint64_t hash = code.size() * kFactor;
-  while (code.size() >= 8) {
-    uint64_t word = 0;
-    std::memcpy(&word, code.data(), 8);
-    hash = (hash ^ word) * kFactor;
-    hash ^= hash >> 29;
-    code.remove_prefix(8);
-  }
-  uint64_t word = 0;
-  if (!code.empty()) std::memcpy(&word, code.data(), code.size());
-  hash = (hash ^ word) * kFactor;
-  return static_cast<uint32_t>(hash >> 32) | 1U;
-}
 
 uint32_t first_slot(uint32_t tag, uint32_t code_hash) {
   const uint64_t key = (static_cast<uint64_t>(code_hash) << 32) | tag;
@@ -59,39 +36,30 @@ std::string_view code_of(const DictEntry& entry) {
   return entry.PrivateCode == nullptr ? std::string_view() : std::string_view(entry.PrivateCode);
 }
 
-// The slot that holds the key, or the free one where it belongs.
-Slot& probe(uint32_t tag, uint32_t code_hash, std::string_view code) {
-  for (uint32_t at = first_slot(tag, code_hash);; ++at) {
-    Slot& slot = table.slots[at & table.mask];
-    if (slot.entry == nullptr) return slot;
-    if (slot.tag != tag || slot.code_hash != code_hash) continue;
-    if (code_hash == 0 || code_of(*slot.entry) == code) return slot;
+// The slot that holds the key, or the free one where it belongs. Standard tags have no code.
+const DictEntry*& probe(uint32_t tag, std::string_view code) {
+  const bool is_private_tag = is_private(tag);
+  for (uint32_t at = first_slot(tag, is_private_tag ? hash_code(code) : 0);; ++at) {
+    const DictEntry*& slot = table.slots[at & table.mask];
+    if (slot == nullptr) return slot;
+    if (slot->Tag == tag && (!is_private_tag || code_of(*slot) == code)) return slot;
   }
-}
-
-// `replace`: a later entry hides an earlier one of the same key, as at the head of a chain.
-void add_to_hash(const DictEntry& entry, bool replace) {
-  const std::string_view code = is_private(entry.Tag) ? code_of(entry) : std::string_view();
-  const uint32_t code_hash = is_private(entry.Tag) ? hash_code(code) : 0;
-  Slot& slot = probe(entry.Tag, code_hash, code);
-  if (slot.entry == nullptr || replace) slot = {&entry, entry.Tag, code_hash};
 }
 
 void make_slots(std::size_t entries) {
   uint32_t bits = 6;
   while ((std::size_t{1} << bits) < entries * 2) ++bits;
-  table.slots = static_cast<Slot*>(std::calloc(std::size_t{1} << bits, sizeof(Slot)));
+  table.slots = static_cast<const DictEntry**>(std::calloc(std::size_t{1} << bits, sizeof(DictEntry*)));
   table.shift = 64 - bits;
   table.mask = (1U << bits) - 1;
 }
 
 const DictEntry* find_entry(uint32_t tag, std::string_view code) {
-  const bool is_private_tag = is_private(tag);
-  if (table.slots != nullptr) return probe(tag, is_private_tag ? hash_code(code) : 0, code).entry;
+  if (table.slots != nullptr) return probe(tag, code);
   if (table.chains == nullptr) return nullptr;
   for (const DictEntry* entry = table.chains[tag % VX_DICTIONARY_CHAINS]; entry != nullptr;
        entry = entry->Next) {
-    if (entry->Tag == tag && (!is_private_tag || code_of(*entry) == code)) return entry;
+    if (entry->Tag == tag && (!is_private(tag) || code_of(*entry) == code)) return entry;
   }
   return nullptr;
 }
@@ -113,6 +81,22 @@ int32_t override_vr(uint32_t tag, int32_t vr) {
 
 }  // namespace
 
+uint32_t hash_code(std::string_view code) {
+  constexpr uint64_t kFactor = 0x9E3779B97F4A7C15U;
+  uint64_t hash = code.size() * kFactor;
+  while (code.size() >= 8) {
+    uint64_t word = 0;
+    std::memcpy(&word, code.data(), 8);
+    hash = (hash ^ word) * kFactor;
+    hash ^= hash >> 29;
+    code.remove_prefix(8);
+  }
+  uint64_t word = 0;
+  if (!code.empty()) std::memcpy(&word, code.data(), code.size());
+  hash = (hash ^ word) * kFactor;
+  return static_cast<uint32_t>(hash >> 32) | 1U;
+}
+
 void install_dictionary(DictionaryFile* file) {
   table.file = file;
   table.chains = file_chains;
@@ -121,7 +105,8 @@ void install_dictionary(DictionaryFile* file) {
     const DictEntry*& head = file_chains[entry.Tag % VX_DICTIONARY_CHAINS];
     entry.Next = head;
     head = &entry;
-    if (table.slots != nullptr) add_to_hash(entry, true);
+    // A later entry hides an earlier one of the same key, as at the head of a chain.
+    if (table.slots != nullptr) probe(entry.Tag, code_of(entry)) = &entry;
   }
 }
 
@@ -135,8 +120,10 @@ void install_dictionary(const DictEntry* const* chains) {
   make_slots(count);
   if (table.slots == nullptr) return;
   for (int i = 0; i < VX_DICTIONARY_CHAINS; ++i) {
-    for (const DictEntry* entry = chains[i]; entry != nullptr; entry = entry->Next)
-      add_to_hash(*entry, false);
+    for (const DictEntry* entry = chains[i]; entry != nullptr; entry = entry->Next) {
+      const DictEntry*& slot = probe(entry->Tag, code_of(*entry));
+      if (slot == nullptr) slot = entry;
+    }
   }
 }
 

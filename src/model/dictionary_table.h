@@ -10,25 +10,38 @@
 
 namespace vx {
 
-// One read from a file: the bytes, which names and codes point into, and the entries in file order.
-struct DictionaryFile {
-  char* bytes = nullptr;  // owned, from malloc
-  std::vector<DictEntry> entries;
+// Texts that stay where they are until all go at once.
+class NameArena {
+ public:
+  NameArena() = default;
+  NameArena(const NameArena&) = delete;
+  NameArena& operator=(const NameArena&) = delete;
+  ~NameArena();
+  // A NUL-terminated copy. Throws bad_alloc.
+  const char* add(std::string_view text);
 
-  DictionaryFile() = default;
-  DictionaryFile(const DictionaryFile&) = delete;
-  DictionaryFile& operator=(const DictionaryFile&) = delete;
-  ~DictionaryFile();
+ private:
+  std::vector<char*> blocks_;
+  std::size_t left_ = 0;
+  char* next_ = nullptr;
 };
 
-// Reads the file at `path`. On a failure, logged, the entries before it are there. VX_DDFILE_ERROR,
-// VX_SYSTEM_ERROR.
+// A dictionary file in memory: entries in file order, their names, and each creator code once.
+struct DictionaryFile {
+  std::vector<DictEntry> entries;
+  NameArena texts;
+};
+
+// Reads the file at `path`, or the bytes of one. On a failure, logged, the entries before it are there.
+// VX_DDFILE_ERROR. Throws bad_alloc.
 VX_STATUS read_dictionary_file(const char* path, DictionaryFile& file);
-// The records in `bytes`, which are changed in place: names and codes get their terminators.
-VX_STATUS parse_dictionary(char* bytes, std::size_t size, std::vector<DictEntry>& entries);
+VX_STATUS read_dictionary_bytes(const char* bytes, std::size_t size, DictionaryFile& file);
 
 // Puts a file, or the chains of a caller's record, in the place of the table.
 void install_dictionary(DictionaryFile* file);  // taken over
 void install_dictionary(const DictEntry* const* chains);
+
+// A hash of a creator code, never 0.
+uint32_t hash_code(std::string_view code);
 
 }  // namespace vx
