@@ -16,6 +16,7 @@ struct ReadRequest {
   VX_STREAM_INPUT MessageInput = nullptr;  // the first of the three that is set is used
   VX_FILE_INPUT FileInput = nullptr;
   ConnectionInput NetworkInput = nullptr;
+  int32_t ObjectID = -1;  // for MessageInput; set by decode_object
   int32_t ConnectionID = -1;
   const char* FileName = nullptr;
   void* UserInfo = nullptr;
@@ -35,5 +36,12 @@ struct ReadRequest {
 // Decodes into the object, whose lock is held throughout. Files start with preamble and prefix. The statuses
 // of VX_Stream_To_Message.
 VX_STATUS decode_object(MsgObj& object, ReadRequest& request);
+
+// True for the syntaxes whose data set is compressed as a whole.
+constexpr bool is_deflated(VX_TRANSFER_SYNTAX syntax) {
+  return syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || syntax == JPIP_REFERENCED_DEFLATE;
+}
+// The first tag from which a stream that is asked to be deflated is: what comes before stays plain.
+inline constexpr uint32_t kFirstDeflatedTag = 0x00040000U;
 
 }  // namespace vx

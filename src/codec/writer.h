@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include "config/transfer_syntax.h"
 #include "model/object.h"
@@ -16,7 +15,7 @@ using ConnectionOutput = VX_STATUS (*)(int32_t connection, void* user, uint32_t 
 using RawOutput = VX_STATUS (*)(void* user, uint32_t follows, uint32_t size, void* data, int32_t first,
                                 int32_t last);
 
-// The state of one encode. Fill in the upper half, call prepare, write, finish.
+// What one encode is asked for.
 struct StreamWriter {
   int32_t MsgID = -1;
   Destination destination = Destination::Stream;
@@ -28,37 +27,20 @@ struct StreamWriter {
   const char* FileName = nullptr;
   void* UserInfo = nullptr;
   int32_t ApplicationID = 0;  // whose value callbacks apply; 0 for none
-  Encoding encoding{};        // in force now
-  Encoding next{};            // of the data set, while MetaPending
-  bool MetaPending = false;
+  Encoding encoding{};        // in force at the start
+  Encoding next{};            // of the data set, with MetaPending
+  bool MetaPending = false;   // the meta group of a file comes first
   bool Deflate = false;
-  bool BeforeDeflate = false;
+  bool BeforeDeflate = false;  // deflate begins with the first attribute from kFirstDeflatedTag on
   bool UndefinedLengths = false;
   bool NoGroupLengths = false;
   const uint32_t* TagList = nullptr;     // zero-ended
   const int32_t* OffsetTable = nullptr;  // pairs of item id and file offset
   uint32_t OffsetCount = 0;
-
-  // --- owned by the encoder ---
-  uint8_t* Buffer = nullptr;
-  uint32_t Capacity = 0;
-  uint32_t Used = 0;
-  bool IsFirst = true;
-  bool InItem = false;
-  bool DeflateUnstarted = true;
-  int depth = 0;
-  void* zstream = nullptr;
-  std::vector<uint32_t> lengths;  // of items and sequences, in the order of the walk
-  std::size_t next_length = 0;
-
-  StreamWriter() = default;
-  ~StreamWriter();  // frees buffer and deflate state
-  StreamWriter(const StreamWriter&) = delete;
-  StreamWriter& operator=(const StreamWriter&) = delete;
 };
 
 // Walks the object from first to last tag and ends with the last flush. The statuses of VX_Message_To_Stream.
-VX_STATUS encode_object(StreamWriter& writer, MsgObj& object, uint32_t first, uint32_t last);
+VX_STATUS encode_object(const StreamWriter& writer, MsgObj& object, uint32_t first, uint32_t last);
 
 // --- lengths: the same rules without output ---
 
