@@ -24,8 +24,8 @@ class CreatorMap {
   const Entry* find(uint32_t stream_tag) const;
 
  private:
-  std::vector<Entry> entries_;       // ascending by group and stream block
-  mutable std::size_t last_ = 0;     // elements of one block follow one another
+  std::vector<Entry> entries_;    // ascending by group and stream block
+  mutable std::size_t last_ = 0;  // elements of one block follow one another
 };
 
 // The tag of an element of the stream once its block has moved.

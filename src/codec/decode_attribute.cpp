@@ -1,6 +1,7 @@
 // From an element of the stream to an attribute of the object: private blocks, VRs, duplicates.
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "codec/byte_order.h"
 #include "codec/decoder.h"
@@ -45,7 +46,8 @@ VX_STATUS Decoder::store_element(Frame& frame, Element element) {
     return skip_value(element, frame.depth);
   }
   TagObj* attribute = nullptr;
-  if (VX_STATUS status = place_attribute(frame, element, creator, attribute); status != VX_NORMAL_COMPLETION) {
+  if (VX_STATUS status = place_attribute(frame, element, creator, attribute);
+      status != VX_NORMAL_COMPLETION) {
     VX_LOG_ERR(kDecodeFunction, "Error adding stream tag (%4.4X,%4.4X):", tag_group(element.tag),
                tag_element(element.tag));
     VX_LOG_ERR(kDecodeFunction, "|   \"%s\"", status_text(status));
@@ -197,8 +199,8 @@ Decoder::Outcome Decoder::reconcile_and_read(Frame& frame, TagObj& attribute, co
     if (vr != VX_VR_UN) return convert_un(frame, attribute, element);
   } else if (explicit_vr && element.vr != vr) {
     if (log_enabled(VX_LOG_T8)) {
-      log_line(VX_LOG_T8, kDecodeFunction, "(%4.4X,%4.4X): changing VR from %s to %s encoded in stream", group,
-               tag_element(element.tag), vr_letters(vr), vr_letters(element.vr));
+      log_line(VX_LOG_T8, kDecodeFunction, "(%4.4X,%4.4X): changing VR from %s to %s encoded in stream",
+               group, tag_element(element.tag), vr_letters(vr), vr_letters(element.vr));
     }
     vr = element.vr;
   }
@@ -212,7 +214,8 @@ Decoder::Outcome Decoder::reconcile_and_read(Frame& frame, TagObj& attribute, co
 Decoder::Outcome Decoder::convert_un(Frame& frame, TagObj& attribute, const Element& element) {
   MsgObj& object = frame.object;
   if (element.length == 0) return read_value(frame, attribute, element, false);
-  const bool too_long = !is_bulk_vr(attribute.VR) && attribute.VR != VX_VR_SQ && element.length >= kMaxSimpleLength;
+  const bool too_long =
+      !is_bulk_vr(attribute.VR) && attribute.VR != VX_VR_SQ && element.length >= kMaxSimpleLength;
   if (too_long || stops_at(frame, element.tag)) attribute.VR = VX_VR_UN;
   if (is_bulk_vr(attribute.VR)) {
     const Encoding outer = encoding_;
@@ -253,11 +256,13 @@ VX_STATUS Decoder::run_value(TagObj& attribute, uint32_t length, int depth) {
   return outcome.status == VX_END_OF_DATA ? VX_UNEXPECTED_EOD : outcome.status;
 }
 
-VX_STATUS convert_from_un(MsgObj& object, TagObj& attribute, const void* bytes, uint32_t length) {
+VX_STATUS convert_from_un(MsgObj& object, TagObj& attribute, const void* bytes, uint32_t length) try {
   Guard lock(object.Semaphore);
   ReadRequest request;
   Decoder decoder(object, request, bytes, length);
   return decoder.run_value(attribute, length, 0);
+} catch (const std::bad_alloc&) {
+  return VX_SYSTEM_ERROR;
 }
 
 }  // namespace vx

@@ -28,8 +28,8 @@ class EncodingScope {
 };
 
 VX_STATUS not_an_item(uint32_t tag) {
-  VX_LOG_ERR(kDecodeFunction, "Item tag (FFFE,E000) expected, (%.4X,%.4X) encountered in stream", tag_group(tag),
-             tag_element(tag));
+  VX_LOG_ERR(kDecodeFunction, "Item tag (FFFE,E000) expected, (%.4X,%.4X) encountered in stream",
+             tag_group(tag), tag_element(tag));
   return VX_INVALID_VALUE_FOR_VR;
 }
 
@@ -80,7 +80,8 @@ VX_STATUS Decoder::read_sequence(Frame& frame, TagObj& attribute, uint32_t lengt
     if (undefined) continue;
     const uint64_t used = in_.offset() - start;
     if (used > remaining) {
-      VX_LOG_ERR(kDecodeFunction, "(%4.4X,%4.4X): an item goes on behind the end of its sequence, at offset %llu",
+      VX_LOG_ERR(kDecodeFunction,
+                 "(%4.4X,%4.4X): an item goes on behind the end of its sequence, at offset %llu",
                  tag_group(attribute.Tag), tag_element(attribute.Tag),
                  static_cast<unsigned long long>(in_.offset()));
       return VX_INVALID_VALUE_FOR_VR;

@@ -34,8 +34,11 @@ std::string_view cut_trailing_blank(std::string_view text, bool on) {
   if (on && !text.empty() && text.back() == ' ' && !all_blank(text)) text.remove_suffix(1);
   return text;
 }
-bool splits_by_escapes(int32_t vr) {
-  return vr == VX_VR_LO || vr == VX_VR_PN || vr == VX_VR_SH || vr == VX_VR_UC;
+// Only then a backslash may be part of a character.
+bool may_hold_wide_characters(int32_t vr, std::string_view text) {
+  if (vr != VX_VR_LO && vr != VX_VR_PN && vr != VX_VR_SH && vr != VX_VR_UC) return false;
+  return std::any_of(text.begin(), text.end(),
+                     [](char c) { return c == '\x1B' || static_cast<uint8_t>(c) >= 0x80; });
 }
 bool is_stored_all_the_same(VX_STATUS status) {
   return status == VX_NORMAL_COMPLETION || status == VX_INVALID_VALUE_FOR_VR ||
@@ -71,7 +74,8 @@ Decoder::Outcome Decoder::read_simple(Frame& frame, TagObj& attribute, const Ele
     return {VX_VALUE_TOO_LARGE, false};
   }
   const uint8_t* bytes = nullptr;
-  if (VX_STATUS status = in_.take(element.length, bytes); status != VX_NORMAL_COMPLETION) return {status, false};
+  if (VX_STATUS status = in_.take(element.length, bytes); status != VX_NORMAL_COMPLETION)
+    return {status, false};
   if (stops_at(frame, element.tag)) return VX_NORMAL_COMPLETION;
   const VX_STATUS status = set_simple(frame, attribute, bytes, element.length, encoding_.big_endian);
   if (attribute.Tag == kCharacterSet) frame.charsets.known = false;
@@ -94,16 +98,17 @@ VX_STATUS Decoder::set_texts(Frame& frame, TagObj& attribute, std::string_view t
   if (is_one_value_text(attribute.VR) || text.find('\\') == std::string_view::npos) {
     return set_text(object, attribute, cut_trailing_blank(text, cut), true, &frame.charsets);
   }
-  bool escapes = false;
-  if (splits_by_escapes(attribute.VR) && text.find('\x1B') != std::string_view::npos) {
+  SplitMode mode = kSplitPlain;
+  if (may_hold_wide_characters(attribute.VR, text)) {
     CharsetMasks masks;
-    escapes = charset_masks(object, &frame.charsets, masks) == VX_NORMAL_COMPLETION &&
-              needs_escape_aware_split(masks);
+    if (charset_masks(object, &frame.charsets, masks) == VX_NORMAL_COMPLETION) {
+      mode = needs_escape_aware_split(masks);
+    }
   }
   VX_STATUS result = VX_NORMAL_COMPLETION;
   std::size_t start = 0;
   for (bool first = true;; first = false) {
-    const std::size_t end = split_point(text, start, escapes);
+    const std::size_t end = split_point(text, start, mode);
     const std::string_view piece = cut_trailing_blank(text.substr(start, end - start), cut);
     const VX_STATUS status = set_text(object, attribute, piece, first, &frame.charsets);
     if (!is_stored_all_the_same(status)) return status;
@@ -121,7 +126,8 @@ Decoder::Outcome Decoder::read_bulk(Frame& frame, TagObj& attribute, const Eleme
   if (request_.ApplicationID != 0 && attribute.Storage != 'C' && attribute.VR != VX_VR_UN) {
     bind_one(request_.ApplicationID, object, attribute);
   }
-  if (attribute.Storage == 'C' && length < static_cast<uint32_t>(config_long(VX_CFG_CALLBACK_MIN_DATA_SIZE))) {
+  if (attribute.Storage == 'C' &&
+      length < static_cast<uint32_t>(config_long(VX_CFG_CALLBACK_MIN_DATA_SIZE))) {
     unbind_one(object, attribute);
   }
   const bool bound = attribute.Storage == 'C';
@@ -204,7 +210,8 @@ VX_STATUS Decoder::read_run(MsgObj& object, TagObj& attribute, const Run& run) {
 }
 
 // One piece of the value, filled where it lies. Its size follows what has arrived, not what was announced.
-VX_STATUS Decoder::read_piece(MsgObj& object, TagObj& attribute, const Run& run, uint64_t done, uint32_t& got) {
+VX_STATUS Decoder::read_piece(MsgObj& object, TagObj& attribute, const Run& run, uint64_t done,
+                              uint32_t& got) {
   const uint64_t left = run.length - done;
   const auto largest = 100 * static_cast<uint64_t>(config_long(VX_CFG_PIXEL_BUFFER_SIZE));
   uint64_t size = std::min(std::max<uint64_t>({kReadChunk, done, in_.available()}), largest);
@@ -258,7 +265,8 @@ VX_STATUS Decoder::fill_piece(uint8_t* bytes, uint32_t length, uint32_t width, u
 }
 
 // One piece for a value that does not lie in memory, or may go elsewhere.
-VX_STATUS Decoder::store_chunk(MsgObj& object, TagObj& attribute, const Run& run, uint64_t done, uint32_t& got) {
+VX_STATUS Decoder::store_chunk(MsgObj& object, TagObj& attribute, const Run& run, uint64_t done,
+                               uint32_t& got) {
   const uint64_t left = run.length - done;
   const auto work = static_cast<std::size_t>(config_int(VX_CFG_WORK_BUFFER_SIZE));
   std::size_t chunk = in_.available();
@@ -305,7 +313,8 @@ VX_STATUS Decoder::read_encapsulated(Frame& frame, TagObj& attribute, uint32_t t
     object.TransferSyntax = encoding_.syntax;
   }
   if (!encoding_.encapsulated) {
-    VX_LOG_WARN(kDecodeFunction, "Undefined length pixel data encountered in non-encapsulated transfer syntax");
+    VX_LOG_WARN(kDecodeFunction,
+                "Undefined length pixel data encountered in non-encapsulated transfer syntax");
   }
   if (tag != kPixelData) {
     VX_LOG_WARN(kDecodeFunction,
@@ -336,8 +345,8 @@ VX_STATUS Decoder::next_fragment(uint32_t& length, bool& ended) {
   const VX_STATUS status = in_.need(kFragmentHeader, header);
   if (status == VX_END_OF_DATA && in_.available() == 0) {
     VX_LOG_WARN(kDecodeFunction,
-                "(%4.4X,%4.4X): End of file encountered before sequence delimiter encountered", tag_group(tag_),
-                tag_element(tag_));
+                "(%4.4X,%4.4X): End of file encountered before sequence delimiter encountered",
+                tag_group(tag_), tag_element(tag_));
     ended = true;
     return VX_NORMAL_COMPLETION;
   }
@@ -350,9 +359,8 @@ VX_STATUS Decoder::next_fragment(uint32_t& length, bool& ended) {
     return VX_NORMAL_COMPLETION;
   }
   if (tag == kItemTag && length != kUndefinedLength) return VX_NORMAL_COMPLETION;
-  VX_LOG_ERR(kDecodeFunction,
-             "Expecting item tag or sequence delimiter in stream, encountered (%.4X,%.4X)", tag_group(tag),
-             tag_element(tag));
+  VX_LOG_ERR(kDecodeFunction, "Expecting item tag or sequence delimiter in stream, encountered (%.4X,%.4X)",
+             tag_group(tag), tag_element(tag));
   return VX_INVALID_VALUE_FOR_VR;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <cstring>
+#include <new>
 
 #include "codec/byte_order.h"
 #include "config/config.h"
@@ -34,10 +35,12 @@ bool is_known_vr(char first, char second) {
 
 }  // namespace
 
-VX_STATUS decode_object(MsgObj& object, ReadRequest& request) {
+VX_STATUS decode_object(MsgObj& object, ReadRequest& request) try {
   request.ObjectID = object.ID;
   Decoder decoder(object, request);
   return decoder.run();
+} catch (const std::bad_alloc&) {
+  return VX_SYSTEM_ERROR;
 }
 
 VX_STATUS Decoder::run() {
@@ -148,8 +151,8 @@ bool Decoder::stop_before_next(const Frame& frame) {
 
 // --- The meta group of a file, and deflate behind it ---
 
-// The length of the meta group is used up. Many writers have it wrong: while the next tag still belongs to the
-// group, the group goes on.
+// The length of the meta group is used up. Many writers have it wrong: while the next tag still belongs to
+// the group, the group goes on.
 VX_STATUS Decoder::leave_meta_at_end(Frame& frame) {
   const uint8_t* header = nullptr;
   const VX_STATUS status = in_.need(8, header);
@@ -198,8 +201,8 @@ VX_STATUS Decoder::after_meta_element(MsgObj& object, uint32_t tag) {
   }
   VX_TRANSFER_SYNTAX syntax = 0;
   if (syntax_from_uid(uid, syntax) != VX_NORMAL_COMPLETION) {
-    VX_LOG_ERR(kDecodeFunction, "Invalid Transfer syntax UID found in file: %.*s", static_cast<int>(uid.size()),
-               uid.data());
+    VX_LOG_ERR(kDecodeFunction, "Invalid Transfer syntax UID found in file: %.*s",
+               static_cast<int>(uid.size()), uid.data());
     return VX_INVALID_TRANSFER_SYNTAX;
   }
   syntax_encoding(syntax, next_);
@@ -292,7 +295,8 @@ Decoder::Step Decoder::structural_tag(Frame& frame, uint32_t tag, VX_STATUS& sta
     in_.advance(8);
     return Step::Again;
   }
-  VX_LOG_ERR(kDecodeFunction, "(%4.4X,%4.4X) encountered in stream where an attribute is expected, at offset %llu",
+  VX_LOG_ERR(kDecodeFunction,
+             "(%4.4X,%4.4X) encountered in stream where an attribute is expected, at offset %llu",
              tag_group(tag), tag_element(tag), static_cast<unsigned long long>(in_.offset()));
   status = VX_INVALID_VALUE_FOR_VR;
   return Step::Fail;

@@ -40,7 +40,7 @@ class Decoder {
   struct Element {
     uint32_t tag = 0;
     uint32_t length = 0;
-    int32_t vr = VX_VR_UN;  // of the stream; UN when it names none or one without a code
+    int32_t vr = VX_VR_UN;   // of the stream; UN when it names none or one without a code
     uint8_t swap_width = 0;  // bytes to turn around in a value whose VR has no code, in big endian
     bool keep_un = false;    // a VR without a code: not a UN to be looked up in the dictionary
   };

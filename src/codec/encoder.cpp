@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <new>
 #include <unordered_map>
 #include <vector>
 
@@ -159,9 +160,10 @@ VX_STATUS Encoder::header(const TagObj& attribute, uint32_t length) {
   bool long_form = has_long_header(attribute.VR);
   if (!long_form && length > kMaxShortLength) {
     if (!walk_.rules.long_to_un) {
-      VX_LOG_ERR(kFunction,
-                 "Tag 0x%8.8X has a value length that exceeds the space available to an EXPLICIT value length",
-                 attribute.Tag);
+      VX_LOG_ERR(
+          kFunction,
+          "Tag 0x%8.8X has a value length that exceeds the space available to an EXPLICIT value length",
+          attribute.Tag);
       return VX_INVALID_LENGTH_FOR_VR;
     }
     letters = "UN";
@@ -260,12 +262,14 @@ VX_STATUS Encoder::tags(const TagObj& attribute, bool big_endian) {
     const auto* data = static_cast<const uint8_t*>(piece->Data);
     for (uint32_t at = 0; at + sizeof(uint32_t) <= piece->Length; at += sizeof(uint32_t)) {
       uint8_t* bytes = nullptr;
-      if (VX_STATUS status = out_.room(sizeof(uint32_t), bytes); status != VX_NORMAL_COMPLETION) return status;
+      if (VX_STATUS status = out_.room(sizeof(uint32_t), bytes); status != VX_NORMAL_COMPLETION)
+        return status;
       store_tag(bytes, load32(data + at, false), big_endian);
       out_.used(sizeof(uint32_t));
     }
     if (const uint32_t odd = piece->Length % sizeof(uint32_t); odd != 0) {
-      if (VX_STATUS status = out_.put(data + piece->Length - odd, odd); status != VX_NORMAL_COMPLETION) return status;
+      if (VX_STATUS status = out_.put(data + piece->Length - odd, odd); status != VX_NORMAL_COMPLETION)
+        return status;
     }
   }
   return VX_NORMAL_COMPLETION;
@@ -283,7 +287,8 @@ VX_STATUS Encoder::bulk(const TagObj& attribute, uint32_t width) {
 VX_STATUS Encoder::block(const void* data, std::size_t size, uint32_t width) {
   if (size == 0) return VX_NORMAL_COMPLETION;
   if (width > 1) return swapped_block(static_cast<const uint8_t*>(data), size, width);
-  return size >= walk_.rules.large || size > out_.free_room() ? out_.direct(data, size) : out_.put(data, size);
+  return size >= walk_.rules.large || size > out_.free_room() ? out_.direct(data, size)
+                                                              : out_.put(data, size);
 }
 
 VX_STATUS Encoder::swapped_block(const uint8_t* data, std::size_t size, uint32_t width) {
@@ -379,9 +384,11 @@ VX_STATUS Encoder::item(MsgObj& item, int depth) {
 
 }  // namespace
 
-VX_STATUS encode_object(const StreamWriter& writer, MsgObj& object, uint32_t first, uint32_t last) {
+VX_STATUS encode_object(const StreamWriter& writer, MsgObj& object, uint32_t first, uint32_t last) try {
   Encoder encoder(writer);
   return encoder.run(object, first, last);
+} catch (const std::bad_alloc&) {
+  return VX_SYSTEM_ERROR;
 }
 
 }  // namespace vx

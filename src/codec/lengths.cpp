@@ -1,4 +1,5 @@
 #include <cstring>
+#include <new>
 
 #include "codec/byte_order.h"
 #include "codec/walk.h"
@@ -195,8 +196,8 @@ ExportRules export_rules(Destination destination) {
   rules.un = on(VX_CFG_EXPORT_UN_VR_TO_MEDIA, VX_CFG_EXPORT_UN_VR_TO_NETWORK);
   rules.private_attributes =
       on(VX_CFG_EXPORT_PRIVATE_ATTRIBUTES_TO_MEDIA, VX_CFG_EXPORT_PRIVATE_ATTRIBUTES_TO_NETWORK);
-  rules.group_lengths = config_bool(media ? VX_CFG_EXPORT_GROUP_LENGTHS_TO_MEDIA
-                                          : VX_CFG_EXPORT_GROUP_LENGTHS_TO_NETWORK);
+  rules.group_lengths =
+      config_bool(media ? VX_CFG_EXPORT_GROUP_LENGTHS_TO_MEDIA : VX_CFG_EXPORT_GROUP_LENGTHS_TO_NETWORK);
   rules.empty_creators = config_bool(VX_CFG_EXPORT_EMPTY_PRIVATE_CREATOR_CODES);
   rules.long_to_un = config_bool(VX_CFG_EXPLICIT_VR_TO_UN_FOR_LENGTH_GT_64K);
   config_text(VX_CFG_UNKNOWN_VR_CODE, rules.un_letters, sizeof rules.un_letters);
@@ -247,9 +248,11 @@ VX_STATUS admit(WalkState& walk, MsgObj& object, TagObj& attribute, bool top, bo
   }
   if (is_encapsulated(walk, object, attribute, top)) attribute.VR = VX_VR_OB;
   if (attribute.VR >= VX_VR_OB && attribute.VR <= VX_VR_OF) {
-    if (walk.application_id != 0 && attribute.Storage != 'C') bind_one(walk.application_id, object, attribute);
+    if (walk.application_id != 0 && attribute.Storage != 'C')
+      bind_one(walk.application_id, object, attribute);
     if (attribute.Storage == 'C' && attribute.ValueCount == 0) {
-      if (VX_STATUS status = ask_callback(walk, object, attribute); status != VX_NORMAL_COMPLETION) return status;
+      if (VX_STATUS status = ask_callback(walk, object, attribute); status != VX_NORMAL_COMPLETION)
+        return status;
     }
   }
   if (attribute.ValueCount == 0) return VX_NORMAL_COMPLETION;
@@ -272,14 +275,14 @@ uint64_t plain_value_length(const WalkState& walk, const MsgObj& object, const T
   return length;
 }
 
-VX_STATUS measure(WalkState walk, MsgObj& object, uint32_t first, uint32_t last, std::vector<uint32_t>* lengths,
-                  uint64_t& total) {
+VX_STATUS measure(WalkState walk, MsgObj& object, uint32_t first, uint32_t last,
+                  std::vector<uint32_t>* lengths, uint64_t& total) {
   Measurer measurer(walk, lengths);
   return measurer.object(object, lower_bound_tag(object, first), last, 0, total);
 }
 
 VX_STATUS run_length(MsgObj& object, uint32_t first, uint32_t last, const LengthQuery& query,
-                     uint64_t& length) {
+                     uint64_t& length) try {
   WalkState walk{};
   walk.rules = export_rules(query.destination);
   walk.encoding = walk.next = query.encoding;
@@ -290,6 +293,8 @@ VX_STATUS run_length(MsgObj& object, uint32_t first, uint32_t last, const Length
   const VX_STATUS status = measure(walk, object, first, last, nullptr, total);
   if (status == VX_NORMAL_COMPLETION) length = total == kUnknown ? uint64_t{kUndefinedLength} : total;
   return status;
+} catch (const std::bad_alloc&) {
+  return VX_SYSTEM_ERROR;
 }
 
 }  // namespace vx

@@ -1,21 +1,15 @@
 #include "codec/stream_calls.h"
 
-#include <new>
-
 #include "codec/reader.h"
 #include "codec/writer.h"
 #include "config/config.h"
 
 namespace vx {
 
-namespace {
-
-bool undefined_lengths(const MsgObj& object) {
+bool undefined_lengths_of(const MsgObj& object) {
   return config_bool(object.ObjectKind == Kind::Dicomdir ? VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ_IN_DICOMDIR
                                                          : VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ);
 }
-
-}  // namespace
 
 VX_STATUS narrow_offset(uint64_t offset, VX_STATUS status, uint32_t& narrow) {
   const bool fits = offset <= 0xFFFFFFFFU;
@@ -23,10 +17,11 @@ VX_STATUS narrow_offset(uint64_t offset, VX_STATUS status, uint32_t& narrow) {
   return fits || status != VX_NORMAL_COMPLETION ? status : VX_VALUE_TOO_LARGE;
 }
 
-VX_STATUS message_to_stream(MsgObj& object, uint32_t first, uint32_t last, VX_TRANSFER_SYNTAX syntax, void* user,
-                            VX_STREAM_OUTPUT callback) try {
+VX_STATUS message_to_stream(MsgObj& object, uint32_t first, uint32_t last, VX_TRANSFER_SYNTAX syntax,
+                            void* user, VX_STREAM_OUTPUT callback) {
   StreamWriter writer;
-  if (VX_STATUS status = syntax_encoding(syntax, writer.encoding); status != VX_NORMAL_COMPLETION) return status;
+  if (VX_STATUS status = syntax_encoding(syntax, writer.encoding); status != VX_NORMAL_COMPLETION)
+    return status;
   writer.MsgID = object.ID;
   writer.MessageCallback = callback;
   writer.UserInfo = user;
@@ -34,16 +29,15 @@ VX_STATUS message_to_stream(MsgObj& object, uint32_t first, uint32_t last, VX_TR
   writer.BeforeDeflate = writer.Deflate && first < kFirstDeflatedTag;
   writer.UndefinedLengths = config_bool(VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ);
   return encode_object(writer, object, first, last);
-} catch (const std::bad_alloc&) {
-  return VX_SYSTEM_ERROR;
 }
 
 VX_STATUS stream_to_message(MsgObj& object, uint32_t first, uint32_t last, VX_TRANSFER_SYNTAX syntax,
-                            uint32_t& error_tag, uint32_t* offset, void* user, VX_STREAM_INPUT callback) try {
+                            uint32_t& error_tag, uint32_t* offset, void* user, VX_STREAM_INPUT callback) {
   error_tag = 0;
   if (offset != nullptr) *offset = 0;
   ReadRequest request;
-  if (VX_STATUS status = syntax_encoding(syntax, request.encoding); status != VX_NORMAL_COMPLETION) return status;
+  if (VX_STATUS status = syntax_encoding(syntax, request.encoding); status != VX_NORMAL_COMPLETION)
+    return status;
   request.MessageInput = callback;
   request.UserInfo = user;
   request.StartTag = first;
@@ -53,24 +47,21 @@ VX_STATUS stream_to_message(MsgObj& object, uint32_t first, uint32_t last, VX_TR
   const VX_STATUS status = decode_object(object, request);
   error_tag = request.ErrorTag;
   return offset != nullptr ? narrow_offset(request.StopOffset, status, *offset) : status;
-} catch (const std::bad_alloc&) {
-  return VX_SYSTEM_ERROR;
 }
 
 VX_STATUS stream_length(MsgObj& object, uint32_t first, uint32_t last, VX_TRANSFER_SYNTAX syntax,
-                        uint32_t& length) try {
+                        uint32_t& length) {
   length = 0;
   LengthQuery query;
-  if (VX_STATUS status = syntax_encoding(syntax, query.encoding); status != VX_NORMAL_COMPLETION) return status;
-  query.undefined_lengths = undefined_lengths(object);
+  if (VX_STATUS status = syntax_encoding(syntax, query.encoding); status != VX_NORMAL_COMPLETION)
+    return status;
+  query.undefined_lengths = undefined_lengths_of(object);
   uint64_t wide = 0;
   const VX_STATUS status = run_length(object, first, last, query, wide);
   if (status != VX_NORMAL_COMPLETION) return status;
   if (wide > kUndefinedLength) return VX_VALUE_TOO_LARGE;
   length = static_cast<uint32_t>(wide);
   return status;
-} catch (const std::bad_alloc&) {
-  return VX_SYSTEM_ERROR;
 }
 
 }  // namespace vx

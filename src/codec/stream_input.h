@@ -20,8 +20,9 @@ class StreamInput {
   StreamInput(const StreamInput&) = delete;
   StreamInput& operator=(const StreamInput&) = delete;
 
-  // A pointer to the next n bytes, which stay where they are. VX_END_OF_DATA with what there is in the window;
-  // the failures of the input function; VX_SYSTEM_ERROR, VX_ZLIB_ERROR. The pointer lives until the next call.
+  // A pointer to the next n bytes, which stay where they are. VX_END_OF_DATA with what there is in the
+  // window; the failures of the input function; VX_SYSTEM_ERROR, VX_ZLIB_ERROR. The pointer lives until the
+  // next call.
   VX_STATUS need(std::size_t n, const uint8_t*& bytes) {
     if (available() < n) {
       if (VX_STATUS status = gather(n); status != VX_NORMAL_COMPLETION) return status;

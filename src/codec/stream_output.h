@@ -20,7 +20,8 @@ class StreamOutput {
 
   // VX_SYSTEM_ERROR without memory or output function.
   VX_STATUS open();
-  // Room for n bytes (at most kMinCapacity) in the buffer; the caller fills it and tells how much with used().
+  // Room for n bytes (at most kMinCapacity) in the buffer; the caller fills it and tells how much with
+  // used().
   VX_STATUS room(std::size_t n, uint8_t*& bytes) {
     if (capacity_ - used_ < n) {
       if (VX_STATUS status = flush(false, 0); status != VX_NORMAL_COMPLETION) return status;
@@ -56,7 +57,7 @@ class StreamOutput {
   bool is_first_ = true;
 
   z_stream* zstream_ = nullptr;
-  uint8_t* deflated_ = nullptr;   // the output of zlib
+  uint8_t* deflated_ = nullptr;    // the output of zlib
   std::size_t deflated_used_ = 0;  // with the byte that an odd output left behind
   uint64_t deflated_total_ = 0;
 };

@@ -60,7 +60,7 @@ inline constexpr uint64_t kUnknown = ~uint64_t{0};
 // Measures the attributes from first to last and stores the group lengths that are going to be written.
 // `lengths` (null: not wanted) gets the lengths of the defined-length sequences and items in the order of the
 // walk; kUndefinedLength for one whose content has no known length. `total` is kUnknown then.
-VX_STATUS measure(WalkState walk, MsgObj& object, uint32_t first, uint32_t last, std::vector<uint32_t>* lengths,
-                  uint64_t& total);
+VX_STATUS measure(WalkState walk, MsgObj& object, uint32_t first, uint32_t last,
+                  std::vector<uint32_t>* lengths, uint64_t& total);
 
 }  // namespace vx
