@@ -22,6 +22,7 @@ namespace {
 
 constexpr uint32_t kMetaLength = 0x00020000U;
 constexpr uint32_t kMetaSyntax = 0x00020010U;
+constexpr uint32_t kLastCommand = 0x0000FFFFU;
 constexpr uint32_t kDropTypes = 0x1F;  // filter entries that drop an attribute whatever the object holds
 constexpr uint16_t kStructure = 0xFFFE;
 
@@ -168,6 +169,7 @@ VX_STATUS Decoder::leave_meta_at_end(Frame& frame) {
 
 VX_STATUS Decoder::leave_meta(Frame& frame) {
   meta_pending_ = false;
+  frame.last_tag = kLastCommand;  // the data set has an order of its own, and no command group
   in_.tolerate_odd_blocks(false);
   if (!syntax_known_) {
     frame.first_test = encoding_.explicit_vr;  // nobody said how the data set is encoded

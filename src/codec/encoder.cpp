@@ -44,6 +44,7 @@ class Encoder {
 
  private:
   VX_STATUS walk(MsgObj& object, TagObj* from, uint32_t last, int depth);
+  bool is_behind_plain_part(uint32_t tag) const;
   VX_STATUS preamble(const MsgObj& object);
   VX_STATUS attribute(MsgObj& object, TagObj& attribute, int depth);
   VX_STATUS header(const TagObj& attribute, uint32_t length);
@@ -97,8 +98,16 @@ VX_STATUS Encoder::run(MsgObj& object, uint32_t first, uint32_t last) {
   deflate_pending_ = writer_.Deflate && writer_.BeforeDeflate;
   if (writer_.Deflate && !writer_.BeforeDeflate) status = out_.start_deflate();
   if (status == VX_NORMAL_COMPLETION && is_file(object)) status = preamble(object);
-  if (status == VX_NORMAL_COMPLETION) status = walk(object, lower_bound_tag(object, first), last, 0);
+  const WalkOrder order = walk_order(walk_, first, last);
+  for (int i = 0; i < order.count && status == VX_NORMAL_COMPLETION; ++i) {
+    status = walk(object, lower_bound_tag(object, order.ranges[i].first), order.ranges[i].last, 0);
+  }
   return status == VX_NORMAL_COMPLETION ? out_.finish() : status;
+}
+
+// Of a stream that begins plain: the meta group of a file, or whatever is below kFirstDeflatedTag.
+bool Encoder::is_behind_plain_part(uint32_t tag) const {
+  return writer_.MetaPending ? tag_group(tag) != 2 : tag >= kFirstDeflatedTag;
 }
 
 VX_STATUS Encoder::preamble(const MsgObj& object) {
@@ -118,7 +127,7 @@ VX_STATUS Encoder::preamble(const MsgObj& object) {
 VX_STATUS Encoder::walk(MsgObj& object, TagObj* from, uint32_t last, int depth) {
   for (TagObj* a = from; a != nullptr && a->Tag <= last; a = a->Next) {
     const bool top = depth == 0;
-    if (top && deflate_pending_ && a->Tag >= kFirstDeflatedTag) {
+    if (top && deflate_pending_ && is_behind_plain_part(a->Tag)) {
       deflate_pending_ = false;
       if (VX_STATUS status = out_.start_deflate(); status != VX_NORMAL_COMPLETION) return status;
     }

@@ -231,7 +231,7 @@ VX_STATUS admit(WalkState& walk, MsgObj& object, TagObj& attribute, bool top, bo
   write = false;
   if (top) {
     if (walk.tag_list != nullptr && !in_tag_list(walk.tag_list, tag)) return VX_NORMAL_COMPLETION;
-    if (walk.meta_pending && group > 2) {
+    if (walk.meta_pending && group != 2) {
       walk.meta_pending = false;
       walk.encoding = walk.next;
     }
@@ -278,7 +278,22 @@ uint64_t plain_value_length(const WalkState& walk, const MsgObj& object, const T
 VX_STATUS measure(WalkState walk, MsgObj& object, uint32_t first, uint32_t last,
                   std::vector<uint32_t>* lengths, uint64_t& total) {
   Measurer measurer(walk, lengths);
-  return measurer.object(object, lower_bound_tag(object, first), last, 0, total);
+  const WalkOrder order = walk_order(walk, first, last);
+  total = 0;
+  for (int i = 0; i < order.count; ++i) {
+    const TagRange range = order.ranges[i];
+    uint64_t part = 0;
+    const VX_STATUS status =
+        measurer.object(object, lower_bound_tag(object, range.first), range.last, 0, part);
+    if (status != VX_NORMAL_COMPLETION) return status;
+    total = add(total, part);
+  }
+  return VX_NORMAL_COMPLETION;
+}
+
+WalkOrder walk_order(const WalkState& walk, uint32_t first, uint32_t last) {
+  if (!walk.meta_pending || first >= kMetaGroup.first || last <= kMetaGroup.last) return {{{first, last}}, 1};
+  return {{kMetaGroup, {first, kMetaGroup.first - 1}, {kMetaGroup.last + 1, last}}, 3};
 }
 
 VX_STATUS run_length(MsgObj& object, uint32_t first, uint32_t last, const LengthQuery& query,

@@ -57,6 +57,18 @@ uint64_t plain_value_length(const WalkState& walk, const MsgObj& object, const T
 
 inline constexpr uint64_t kUnknown = ~uint64_t{0};
 
+// The order of a walk: ascending, but in a file the meta group comes first whatever tags the data set has.
+struct TagRange {
+  uint32_t first;
+  uint32_t last;
+};
+inline constexpr TagRange kMetaGroup{0x00020000U, 0x0002FFFFU};
+struct WalkOrder {
+  TagRange ranges[3];
+  int count;
+};
+WalkOrder walk_order(const WalkState& walk, uint32_t first, uint32_t last);
+
 // Measures the attributes from first to last and stores the group lengths that are going to be written.
 // `lengths` (null: not wanted) gets the lengths of the defined-length sequences and items in the order of the
 // walk; kUndefinedLength for one whose content has no known length. `total` is kUnknown then.

@@ -164,20 +164,31 @@ VX_STATUS file_length(MsgObj& object, uint64_t& length) {
   LengthQuery query;
   query.destination = Destination::Media;
   query.undefined_lengths = undefined_lengths_of(object);
-  uint64_t meta = 0;
-  uint64_t data = 0;
-  syntax_encoding(EXPLICIT_LITTLE_ENDIAN, query.encoding);
-  VX_STATUS status = run_length(object, 0, 0x0002FFFFU, query, meta);
-  if (status == VX_NORMAL_COMPLETION) {
-    syntax_encoding(syntax, query.encoding);
-    status = run_length(object, 0x00030000U, 0xFFFFFFFFU, query, data);
+  length = kPreambleLength;
+  // The meta group, and what stands in the data set before and behind it by number.
+  struct Part {
+    VX_TRANSFER_SYNTAX syntax;
+    uint32_t first;
+    uint32_t last;
+  };
+  const Part parts[] = {{EXPLICIT_LITTLE_ENDIAN, 0x00020000U, 0x0002FFFFU},
+                        {syntax, 0, 0x0001FFFFU},
+                        {syntax, 0x00030000U, 0xFFFFFFFFU}};
+  for (const Part& part : parts) {
+    uint64_t bytes = 0;
+    syntax_encoding(part.syntax, query.encoding);
+    const VX_STATUS status = run_length(object, part.first, part.last, query, bytes);
+    if (status != VX_NORMAL_COMPLETION) {
+      VX_LOG_ERR(kFunction, "Internal call to VX_Get_Stream_Length failed: %s", status_text(status));
+      length = 0;
+      return status;
+    }
+    if (bytes == kUndefinedLength || length == kUndefinedLength) {
+      length = kUndefinedLength;
+    } else {
+      length += bytes;
+    }
   }
-  if (status != VX_NORMAL_COMPLETION) {
-    VX_LOG_ERR(kFunction, "Internal call to VX_Get_Stream_Length failed: %s", status_text(status));
-    return status;
-  }
-  const bool undefined = meta == kUndefinedLength || data == kUndefinedLength;
-  length = undefined ? kUndefinedLength : kPreambleLength + meta + data;
   return VX_NORMAL_COMPLETION;
 }
 
