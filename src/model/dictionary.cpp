@@ -1,5 +1,6 @@
 #include "model/dictionary.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -62,6 +63,19 @@ const DictEntry* find_entry(uint32_t tag, std::string_view code) {
     if (entry->Tag == tag && (!is_private(tag) || code_of(*entry) == code)) return entry;
   }
   return nullptr;
+}
+
+// The text of DICTIONARY_FILE that was last seen to have a value. Looking into a text takes a lock, which has
+// no place in every lookup; its address does not.
+std::atomic<const char*> seen_file;
+
+bool has_dictionary_file() {
+  const char*& setting = config().string_values[VX_CFG_DICTIONARY_FILE];
+  const char* text = std::atomic_ref<const char*>(setting).load(std::memory_order_relaxed);
+  if (text == seen_file.load(std::memory_order_relaxed)) return true;
+  if (config_first_char(VX_CFG_DICTIONARY_FILE) == '\0') return false;
+  seen_file.store(text, std::memory_order_relaxed);
+  return true;
 }
 
 int32_t override_vr(uint32_t tag, int32_t vr) {
@@ -141,11 +155,12 @@ void dictionary_drop() {
   std::free(table.slots);
   delete table.file;
   table = Table{};
+  seen_file.store(nullptr, std::memory_order_relaxed);
   std::memset(file_chains, 0, sizeof file_chains);
 }
 
 VX_STATUS dictionary_lookup(uint32_t tag, std::string_view creator, DictInfo& info) {
-  if (!table.ready_made && config_first_char(VX_CFG_DICTIONARY_FILE) == '\0') return VX_MISSING_CONFIG_PARM;
+  if (!table.ready_made && !has_dictionary_file()) return VX_MISSING_CONFIG_PARM;
   if (is_private(tag)) {
     if (tag_element(tag) == 0) {
       info = {VX_VR_UL, 1, 1, nullptr};
