@@ -64,7 +64,7 @@ def as_list(value):
 
 
 def strip(text):
-    return str(text).rstrip(" \0")
+    return str(text).strip(" \0")
 
 
 def compare(name, ours, theirs, where=""):
@@ -165,7 +165,7 @@ def check_writing(name, path, folder):
             continue
         counts["written"] += 1
         after, _ = read_json(out)
-        strip_places = lambda d: [e for e in d["elements"] if e["tag"][:4] != "0002" and "offset" not in e]
+        strip_places = lambda d: [e for e in d["elements"] if e["tag"][:4] not in ("0002", "7FE0")]
         if after is None or compact(strip_places(after)) != compact(strip_places(before)):
             fail("%s: other content after convert to %s" % (name, target))
         written = pydicom.dcmread(out)
@@ -197,7 +197,7 @@ def compact(elements):
     for element in elements:
         if element["tag"].endswith("0000"):
             continue
-        copy = {k: v for k, v in element.items() if k != "items"}
+        copy = {k: v for k, v in element.items() if k not in ("items", "offset")}
         if element["tag"][:4] not in ("0008", "0010", "0018", "0020", "0028"):
             copy.pop("vr", None)
             copy = {"tag": copy["tag"]} if "value" not in copy else copy

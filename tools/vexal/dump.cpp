@@ -143,7 +143,7 @@ class Dumper {
     bool first = true;
     VX_STATUS status = VX_Get_First_Attribute(id, &tag, &vr, &count);
     while (status == VX_NORMAL_COMPLETION) {
-      if (!(count == 0 && is_empty_meta(tag))) {
+      if (in_file(id, tag, vr, count)) {
         attribute(id, tag, vr, count, depth, creators, first);
         first = false;
         if (streaming_ && out_.size() >= kFlushAt) flush();
@@ -168,9 +168,11 @@ class Dumper {
     out_.clear();
   }
 
-  // A file object lists every attribute that a meta group may have; those without a value are not in the
-  // file.
-  static bool is_empty_meta(uint32_t tag) { return (tag >> 16) == 2; }
+  // A file object has every attribute that a meta group may have; those without a value are not in the file.
+  static bool in_file(int32_t id, uint32_t tag, VX_VR vr, int32_t count) {
+    if ((tag >> 16) != 2) return true;
+    return count > 0 && (vr != VX_VR_OB || VX_Get_Value_Count(id, tag, &count) != VX_EMPTY_VALUE);
+  }
 
   // --- names ---
 
