@@ -4,9 +4,21 @@
 
 namespace {
 
+// The source that holds the predicates' names, wherever in its folder.
+std::string predicate_table() {
+  const std::filesystem::path folder = VEXAL_SOURCE_DIR "/src/validate";
+  if (!std::filesystem::is_directory(folder)) return "";
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    if (slurp(entry.path()).find("\"A00041430_IS_PRIVATE\"") != std::string::npos)
+      return entry.path().string();
+  }
+  return "";
+}
+
 TEST(Check, TheShippedTablesPass) {
   const Workshop shop;
   std::string arguments = "check" + kTables + " --names " VEXAL_SOURCE_DIR "/src/model/name_tables.cpp ";
+  if (const std::string table = predicate_table(); !table.empty()) arguments += "--conditions " + table + " ";
   const Outcome outcome = shop.run(arguments + kData + "templates/*.tsv");
   EXPECT_EQ(outcome.exit, 0) << outcome.err;
 }
