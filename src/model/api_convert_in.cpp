@@ -1,5 +1,6 @@
 // Exported functions that set values from native types.
 
+#include "frame/no_throw.h"
 #include "frame/state.h"
 #include "model/attributes.h"
 #include "model/convert.h"
@@ -12,7 +13,8 @@ VX_STATUS set(int32_t id, uint32_t tag, VX_DATA_TYPE type, const void* value, bo
   if (object == nullptr) return VX_INVALID_MESSAGE_ID;
   vx::TagObj* attribute = nullptr;
   const VX_STATUS status = vx::find_or_add_tag(*object, tag, "", attribute);
-  return status != VX_NORMAL_COMPLETION ? status : vx::set_value(*object, *attribute, type, value, first);
+  if (status != VX_NORMAL_COMPLETION) return status;
+  return vx::no_throw([&] { return vx::set_value(*object, *attribute, type, value, first); });
 }
 
 }  // namespace

@@ -1,0 +1,393 @@
+// Message templates: what a file's records become, what objects get of it, faulty files.
+#include "model/message_info.h"
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "frame/seams.h"
+#include "model/attributes.h"
+#include "model/message_info_file.h"
+#include "model/private_blocks.h"
+#include "support.h"
+
+namespace {
+
+constexpr VX_STATUS kOk = VX_NORMAL_COMPLETION;
+
+std::string number(uint64_t value, int bytes) {
+  std::string text;
+  for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) text += static_cast<char>(value >> shift);
+  return text;
+}
+
+// The records of one message or item.
+class Body {
+ public:
+  Body() { record(0xF002F002, 0, ""); }
+  Body& record(uint32_t tag, int parameter, const std::string& data) {
+    bytes_ += number(tag, 4) + number(static_cast<uint64_t>(parameter), 2) + number(data.size(), 2) + data;
+    return *this;
+  }
+  // An attribute with its type, and its VR where one is given.
+  Body& add(uint32_t tag, const std::string& type, const std::string& vr = "") {
+    tag_ = tag;
+    if (!vr.empty()) record(tag, 9500, vr);
+    return record(tag, 9999, type);
+  }
+  Body& with(int parameter, const std::string& data) { return record(tag_, parameter, data); }
+  const std::string& bytes() const { return bytes_; }
+
+ private:
+  std::string bytes_;
+  uint32_t tag_ = 0;
+};
+
+class InfoBuilder {
+ public:
+  InfoBuilder& service(int service, uint16_t command, const Body& body) {
+    commands_[service][command] = place(body);
+    return *this;
+  }
+  InfoBuilder& item(int item, const Body& body) {
+    items_[item] = place(body);
+    return *this;
+  }
+  std::string bytes() const {
+    std::string services;
+    std::string tables;
+    for (int i = 1; i <= last(commands_); ++i) {
+      services += number(static_cast<uint64_t>(i), 2) + number(tables.size(), 4);
+      const auto at = commands_.find(i);
+      if (at != commands_.end()) {
+        for (const auto& [command, offset] : at->second) tables += number(command, 2) + number(offset, 4);
+      }
+      tables += number(0, 2);
+    }
+    std::string items;
+    for (int i = 1; i <= last(items_); ++i) {
+      const auto at = items_.find(i);
+      items += number(static_cast<uint64_t>(i), 2) + number(at == items_.end() ? 0 : at->second, 4);
+    }
+    const std::size_t service_offset = 28;
+    const std::size_t item_offset = service_offset + services.size();
+    const std::size_t table_offset = item_offset + items.size();
+    return number(0xF003F003, 4) + number(0, 4) + number(service_offset, 4) +
+           number(static_cast<uint64_t>(last(commands_)), 2) + number(table_offset, 4) +
+           number(item_offset, 4) + number(static_cast<uint64_t>(last(items_)), 2) +
+           number(table_offset + tables.size(), 4) + services + items + tables + bodies_;
+  }
+
+ private:
+  template <typename Map>
+  static int last(const Map& map) {
+    return map.empty() ? 0 : map.rbegin()->first;
+  }
+  uint64_t place(const Body& body) {
+    const uint64_t offset = bodies_.size();
+    bodies_ += body.bytes();
+    return offset;
+  }
+  std::map<int, std::map<uint16_t, uint64_t>> commands_;
+  std::map<int, uint64_t> items_;
+  std::string bodies_;
+};
+
+// Service 2 is STANDARD_CT, 3 STANDARD_MR; items 501 and 502 are REF_IMAGE and PATIENT.
+Body ct_body() {
+  Body body;
+  body.add(0x00080008, "1", "CS").with(1, "ORIGINAL").with(1, "DERIVED").with(1002, "PRIMARY").with(3, "AXIAL");
+  body.add(0x00080016, "1", "UI").with(9600, "1.2.840.10008.5.1.4.1.1.2");
+  body.add(0x00081140, "1C", "SQ").with(2000, "SOME_CONDITION").with(1, "REF_IMAGE");
+  body.add(0x00090001 | 0x1000, "3").with(9700, "ACME 1.0");
+  body.add(0x00090002 | 0x1000, "2").with(9700, "ACME 1.0");
+  body.add(0x00100010, "2");
+  body.add(0x00280100, "1", "US").with(1, "8").with(1, "16").with(9600, "16");
+  body.add(0x00290010 | 0x1000, "3", "LT").with(9700, "OTHER CODE");
+  body.add(0x7FE00010, "1C");
+  return body;
+}
+
+class MessageInfo : public support::LibraryTest {
+ protected:
+  void SetUp() override {
+    LibraryTest::SetUp();
+    InfoBuilder builder;
+    builder.service(2, C_STORE_RQ, ct_body());
+    builder.item(501, Body().add(0x00081150, "1").add(0x00081155, "1"));
+    install(builder.bytes());
+  }
+  void TearDown() override {
+    vx::model_drop();
+    LibraryTest::TearDown();
+  }
+  void install(const std::string& bytes) {
+    vx::model_drop();
+    clear_log();
+    set_text(VX_CFG_MSG_INFO_FILE, folder().write("test.msg", bytes));
+  }
+  static std::vector<uint32_t> tags_of(int32_t id, uint32_t from = 0x00080000) {
+    std::vector<uint32_t> tags;
+    uint32_t tag = 0;
+    for (VX_STATUS status = VX_Get_First_Attribute(id, &tag, nullptr, nullptr); status == kOk;
+         status = VX_Get_Next_Attribute(id, &tag, nullptr, nullptr)) {
+      if (tag >= from) tags.push_back(tag);
+    }
+    return tags;
+  }
+  static std::string text(int32_t id, uint32_t tag) {
+    char buffer[128];
+    const VX_STATUS status = VX_Get_Value_To_String(id, tag, sizeof buffer, buffer);
+    return status == kOk ? buffer : "#" + std::to_string(status);
+  }
+  static const vx::TagObj* record(int32_t id, uint32_t tag) {
+    return vx::find_tag(*vx::find_object(id), tag);
+  }
+};
+
+TEST_F(MessageInfo, AMessageOpensWithItsAttributes) {
+  int32_t id = -1;
+  ASSERT_EQ(VX_Open_Message(&id, "STANDARD_CT", C_STORE_RQ), kOk);
+  const std::vector<uint32_t> expected = {0x00080008, 0x00080016, 0x00081140, 0x00090010,
+                                          0x00091001, 0x00091002, 0x00100010, 0x00280100,
+                                          0x00290010, 0x00291010, 0x7FE00010};
+  EXPECT_EQ(tags_of(id), expected);
+  EXPECT_EQ(text(id, 0x00090010), "ACME 1.0");
+  EXPECT_EQ(text(id, 0x00290010), "OTHER CODE");
+  EXPECT_EQ(text(id, 0x00280100), "#" + std::to_string(VX_EMPTY_VALUE));  // defaults stay in the template
+  EXPECT_EQ(record(id, 0x00091002)->VR, VX_VR_US);
+  EXPECT_EQ(record(id, 0x00080008)->VMLow, 2);
+  EXPECT_EQ(record(id, 0x00291010)->VR, VX_VR_LT);
+  EXPECT_EQ(record(id, 0x00291010)->VMHigh, 255);
+  EXPECT_EQ(vx::find_object(id)->TemplateApplied, 1);
+  EXPECT_EQ(VX_Set_Value_From_String(id, 0x00100020, "x"), VX_INVALID_TAG);
+  EXPECT_EQ(VX_Set_Value_From_String(id, 0x00100010, "x"), kOk);
+  // A required attribute that comes back has its rules again.
+  ASSERT_EQ(VX_Delete_Attribute(id, 0x00100010), kOk);
+  ASSERT_EQ(VX_Add_Standard_Attribute(id, 0x00100010), kOk);
+  ASSERT_NE(record(id, 0x00100010)->Template, nullptr);
+  EXPECT_EQ(record(id, 0x00100010)->Template->AttributeType, vx::kType2);
+  VX_Free_Message(&id);
+}
+
+TEST_F(MessageInfo, RulesAreSharedAndReadOnce) {
+  int32_t ids[2] = {-1, -1};
+  ASSERT_EQ(VX_Open_Message(&ids[0], "STANDARD_CT", C_STORE_RQ), kOk);
+  set_text(VX_CFG_MSG_INFO_FILE, folder().path("absent.msg"));
+  ASSERT_EQ(VX_Open_Message(&ids[1], "STANDARD_CT", C_STORE_RQ), kOk);
+  EXPECT_EQ(record(ids[0], 0x00080008)->Template, record(ids[1], 0x00080008)->Template);
+  int32_t other = -1;
+  EXPECT_EQ(VX_Open_Message(&other, "STANDARD_CT", N_GET_RQ), VX_MSGFILE_ERROR);
+  EXPECT_EQ(other, -1);
+  EXPECT_TRUE(has_log("Could not open message info file " + folder().path("absent.msg")));
+  // These hold nothing but the command, and need no file.
+  for (const uint16_t command : {C_STORE_RSP, N_DELETE_RQ, N_DELETE_RSP, C_ECHO_RQ, C_ECHO_RSP}) {
+    ASSERT_EQ(VX_Open_Message(&other, "STANDARD_CT", command), kOk) << command;
+    EXPECT_EQ(vx::find_object(other)->TemplateApplied, 0);
+    EXPECT_TRUE(tags_of(other).empty());
+  }
+}
+
+TEST_F(MessageInfo, RecordsBecomeRules) {
+  const vx::MsgTemplate* found = nullptr;
+  ASSERT_EQ(vx::get_template("STANDARD_CT", C_STORE_RQ, found), kOk);
+  EXPECT_STREQ(found->Name, "STANDARD_CT");
+  std::map<uint32_t, const vx::TagObj*> attributes;
+  for (const vx::TagObj* at = found->FirstTag; at != nullptr; at = at->Next) attributes[at->Tag] = at;
+  const auto values = [&](uint32_t tag) {
+    std::string all;
+    const vx::ValTagObj& rules = *attributes.at(tag)->Template;
+    for (const vx::CNode* node = rules.ValidValues.Head; node != nullptr; node = node->Next) {
+      const auto* value = static_cast<const vx::ValidValueObj*>(node->Data);
+      EXPECT_EQ(value->Value[value->Length], '\0');
+      all += std::to_string(value->ValueNumber) + (value->IsEnumerated != 0 ? "=" : "~") +
+             (value->Length == 2 ? std::to_string(value->Value[0]) : value->Value) + " ";
+    }
+    return all + std::to_string(rules.MaxValueNumber);
+  };
+  EXPECT_EQ(values(0x00080008), "1=ORIGINAL 1=DERIVED 2~PRIMARY 3=AXIAL 3");
+  EXPECT_EQ(values(0x00081140), "1=REF_IMAGE 1");
+  EXPECT_EQ(values(0x00280100), "1=8 1=16 1");  // numbers in the form that values have
+  EXPECT_STREQ(attributes.at(0x00081140)->Template->Condition, "SOME_CONDITION");
+  EXPECT_EQ(attributes.at(0x00080016)->Template->Condition, nullptr);
+  EXPECT_EQ(attributes.at(0x00280100)->FirstValue->Length, 2U);
+  const vx::TagObj& creator = *attributes.at(0x00290010);
+  EXPECT_EQ(creator.VMLow, 0);
+  EXPECT_EQ(creator.VMHigh, 1);
+  EXPECT_EQ(creator.Template->AttributeType, vx::kType1);
+  EXPECT_STREQ(vx::template_creator(*found, *attributes.at(0x00291010)), "OTHER CODE");
+  EXPECT_STREQ(vx::template_creator(*found, *attributes.at(0x00100010)), "");
+
+  Body body;
+  body.add(0x00100010, "2", "PN").with(9600, "A^B").with(9600, "<null>");
+  body.add(0x00100020, "2").with(9600, "");
+  install(InfoBuilder().service(2, C_STORE_RQ, body).bytes());
+  ASSERT_EQ(vx::get_template("STANDARD_CT", C_STORE_RQ, found), kOk);
+  EXPECT_EQ(found->FirstTag->ValueCount, 1);
+  EXPECT_EQ(found->FirstTag->Length, 0U);
+  EXPECT_EQ(found->FirstTag->Next->ValueCount, 0);
+}
+
+TEST_F(MessageInfo, TypesInLetters) {
+  for (const int32_t type : {vx::kType1, vx::kType1C, vx::kType2, vx::kType2C, vx::kType3}) {
+    EXPECT_EQ(vx::attribute_type_from_text(vx::attribute_type_text(type), 2), type);
+  }
+  EXPECT_STREQ(vx::attribute_type_text(vx::kTypeNotSet), "??");
+  EXPECT_EQ(vx::attribute_type_from_text("2", 1), vx::kType2);
+  EXPECT_EQ(vx::attribute_type_from_text("3C", 2), vx::kTypeNotSet);
+  EXPECT_EQ(vx::attribute_type_from_text("", 0), vx::kTypeNotSet);
+}
+
+TEST_F(MessageInfo, ItemsOpenByName) {
+  int32_t id = -1;
+  ASSERT_EQ(VX_Open_Item(&id, "REF_IMAGE"), kOk);
+  EXPECT_EQ(tags_of(id), (std::vector<uint32_t>{0x00081150, 0x00081155}));
+  EXPECT_EQ(VX_Open_Item(&id, "PATIENT"), VX_MSGFILE_ERROR);
+  EXPECT_TRUE(has_log("This item is not in the info file: PATIENT."));
+  EXPECT_EQ(VX_Open_Item(&id, "NO_SUCH_ITEM"), kOk);
+}
+
+TEST_F(MessageInfo, BlocksTakeTheFirstFreePlace) {
+  int32_t id = -1;
+  ASSERT_EQ(VX_Open_Empty_Message(&id), kOk);
+  vx::MsgObj& object = *vx::find_object(id);
+  ASSERT_EQ(VX_Add_Private_Block(id, "RESIDENT", 0x0009), kOk);
+  ASSERT_EQ(VX_Set_Service_Command(id, "STANDARD_CT", C_STORE_RQ), kOk);
+  ASSERT_EQ(VX_Add_Standard_Attribute(id, 0x00100010), kOk);
+  EXPECT_EQ(vx::fill_from_template(object, 0, false), kOk);
+  EXPECT_EQ(text(id, 0x00090010), "RESIDENT");
+  EXPECT_EQ(text(id, 0x00090011), "ACME 1.0");
+  EXPECT_NE(record(id, 0x00091102), nullptr);
+  EXPECT_EQ(record(id, 0x00091002), nullptr);
+  EXPECT_NE(record(id, 0x00100010)->Template, nullptr);  // one that was there takes the rules
+}
+
+TEST_F(MessageInfo, ValidationPutsRulesOnWhatIsThere) {
+  int32_t id = -1;
+  ASSERT_EQ(VX_Open_Empty_Message(&id), kOk);
+  vx::MsgObj& object = *vx::find_object(id);
+  ASSERT_EQ(VX_Set_Service_Command(id, "STANDARD_CT", C_STORE_RQ), kOk);
+  ASSERT_EQ(VX_Set_Value_From_String(id, 0x00100010, "A^B"), kOk);
+  ASSERT_EQ(VX_Set_Value_From_Int(id, 0x00280100, 16), kOk);
+  // One attribute only.
+  EXPECT_EQ(vx::fill_from_template(object, 0x00280100, true), kOk);
+  EXPECT_NE(record(id, 0x00280100)->Template, nullptr);
+  EXPECT_EQ(record(id, 0x00100010)->Template, nullptr);
+  // A private block that is not there ends it.
+  EXPECT_EQ(vx::fill_from_template(object, 0, true), VX_NOT_FOUND);
+  ASSERT_EQ(VX_Add_Private_Block(id, "OTHER CODE", 0x0029), kOk);
+  ASSERT_EQ(VX_Add_Private_Block(id, "FIRST", 0x0009), kOk);
+  ASSERT_EQ(VX_Add_Private_Block(id, "ACME 1.0", 0x0009), kOk);
+  ASSERT_EQ(VX_Add_Private_Attribute(id, "ACME 1.0", 0x0009, 2, VX_VR_US), kOk);
+  EXPECT_EQ(vx::fill_from_template(object, 0, true), kOk);
+  EXPECT_EQ(text(id, 0x00100010), "A^B");
+  EXPECT_EQ(record(id, 0x00100010)->Template->AttributeType, vx::kType2);
+  EXPECT_NE(record(id, 0x00091102)->Template, nullptr);
+  EXPECT_EQ(record(id, 0x00080016), nullptr);
+  EXPECT_EQ(object.TemplateApplied, 0);
+}
+
+TEST_F(MessageInfo, FaultsOfTheFileAreNamed) {
+  const std::string good = InfoBuilder().service(2, C_STORE_RQ, Body().add(0x00100010, "2")).bytes();
+  const auto patched = [&](std::size_t at, const std::string& bytes) {
+    return std::string(good).replace(at, bytes.size(), bytes);
+  };
+  const auto of_body = [](const Body& body) { return InfoBuilder().service(2, C_STORE_RQ, body).bytes(); };
+  const struct {
+    std::string bytes;
+    const char* log;
+  } rows[] = {
+      {"", "End of Info file reached."},
+      {patched(0, "X"), "is not a valid VexalKit-3 Message Info file."},
+      {patched(5, "X"), "is not a valid VexalKit-3 Message Info file."},
+      {good.substr(0, 15), "Error reading preamble cmd offset: "},
+      {good.substr(0, 27), "Unable to read preamble from "},
+      {patched(12, number(1, 2)), "This service is not in the info file: STANDARD_CT."},
+      {patched(28 + 6, number(9, 2)), "private services numbered incorrectly"},
+      {patched(8, number(0xFFFFFFF0, 4)), "Unable to read msg from "},
+      {patched(14, number(0xFFFFFFF0, 4)), "Unable to read cmd from "},
+      {patched(28 + 8, number(0xFFFFFFFF, 4)), "Unable to read cmd from "},
+      {InfoBuilder().service(2, N_GET_RQ, Body()).bytes(),
+       "Unable to find STANDARD_CT in Info file. Incompatible vexalkit.srv and info.pfl files."},
+      {patched(24, number(0xFFFFFFFF, 4)), "Cannot find beginning of message."},
+      {of_body(Body().record(0x00100010, 9999, "4")), "Invalid Cond.Type in message."},
+      {of_body(Body().add(0x00100010, "2", "UN")), "Invalid VR Code in message."},
+      {of_body(Body().add(0x00100010, "2", "ZZ")), "Invalid VR Code in message."},
+      {of_body(Body().add(0x00100010, "2", "L")), "Invalid VR Code in message."},
+      {of_body(Body().add(0x00100010, "2").add(0x00080005, "2")), "Message is not in tag/parm sequence"},
+      {of_body(Body().record(0x00100010, 9500, "PN")), "No type code for tag 0x00100010 in Message File."},
+      {of_body(Body().add(0x00101234, "2")), "No dictionary entry for tag 0x00101234 in Message File."},
+      {of_body(Body().add(0x00091077, "2").with(9700, "ACME 1.0")),
+       "No dictionary entry for private tag 0x0009, \"ACME 1.0\", 0x77 in Message File."},
+      {of_body(Body().add(0x00280100, "2", "US").with(1, "word")),
+       "Failed to read valid value for tag 0x280100"},
+      {of_body(Body().add(0x00280100, "2", "US").with(9600, "word")),
+       "Failed to read default for tag 0x280100"},
+      {good.substr(0, good.size() - 1), "test.msg: Unexpected EOF"},
+      {good.substr(0, good.size() - 3), "Error reading message info file."},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.log);
+    install(row.bytes);
+    int32_t id = 5;
+    EXPECT_EQ(VX_Open_Message(&id, "STANDARD_CT", C_STORE_RQ), VX_MSGFILE_ERROR);
+    EXPECT_EQ(id, -1);
+    EXPECT_TRUE(has_log(row.log)) << testing::PrintToString(log_lines());
+  }
+  set_text(VX_CFG_MSG_INFO_FILE, "");
+  int32_t id = 5;
+  EXPECT_EQ(VX_Open_Message(&id, "STANDARD_CT", C_STORE_RQ), VX_MSGFILE_ERROR);
+  EXPECT_TRUE(has_log("Could not open message info file, configuration value not set."));
+}
+
+// The dictionary's VR counts; values read for another class of VR must not be taken for items or numbers.
+TEST_F(MessageInfo, TheDictionaryOverridesTheFile) {
+  install(InfoBuilder().service(2, C_STORE_RQ, Body().add(0x00081140, "3", "LO").with(9600, "text")).bytes());
+  const vx::MsgTemplate* found = nullptr;
+  ASSERT_EQ(vx::get_template("STANDARD_CT", C_STORE_RQ, found), kOk);
+  EXPECT_EQ(found->FirstTag->VR, VX_VR_SQ);
+  EXPECT_EQ(found->FirstTag->FirstValue, nullptr);
+}
+
+// Any cut and any changed byte ends in a template or in a status, with nothing left behind.
+TEST_F(MessageInfo, DamagedFilesEndInAStatus) {
+  InfoBuilder builder;
+  builder.service(2, C_STORE_RQ, ct_body());
+  builder.item(1, Body().add(0x00081150, "1"));
+  const std::string good = builder.bytes();
+  const auto read = [&](const std::string& bytes) {
+    const std::string path = folder().write("damaged.msg", bytes);
+    int good_reads = 0;
+    for (const int command : {static_cast<int>(C_STORE_RQ), 0}) {
+      vx::MsgTemplate result{};
+      const int32_t which = command == 0 ? 1 : 2;
+      const VX_STATUS status =
+          vx::read_template({path.c_str(), "NAME", static_cast<uint16_t>(command), which}, result);
+      EXPECT_TRUE(status == kOk || status == VX_MSGFILE_ERROR) << status;
+      if (status == kOk) {
+        ++good_reads;
+        uint32_t previous = 0;
+        for (const vx::TagObj* at = result.FirstTag; at != nullptr; at = at->Next) {
+          EXPECT_GT(at->Tag, previous);
+          previous = at->Tag;
+        }
+        vx::free_template_parts(result);
+      } else {
+        EXPECT_EQ(result.FirstTag, nullptr);
+      }
+    }
+    return good_reads;
+  };
+  EXPECT_EQ(read(good), 2);
+  for (std::size_t size = 0; size < good.size(); ++size) read(good.substr(0, size));
+  for (std::size_t at = 0; at < good.size(); ++at) {
+    for (const char value : {'\0', '\xFF', static_cast<char>(good[at] ^ 1)}) {
+      std::string bad = good;
+      bad[at] = value;
+      read(bad);
+    }
+  }
+}
+
+}  // namespace
