@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <regex>
 #include <thread>
 
 #include "support.h"
@@ -12,6 +11,13 @@ namespace vx {
 namespace {
 
 using std::filesystem::exists;
+
+// A text with each digit as "#".
+std::string shape(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; }, '#');
+  return text;
+}
 
 class LogTest : public support::LibraryTest {
  protected:
@@ -68,9 +74,7 @@ TEST_F(LogTest, LineHasAllItsParts) {
   const std::string head = "ABCDEFGHIJ(" + std::to_string(::gettid()) + ") ";
   EXPECT_EQ(line.substr(0, head.size()), head);
   const std::string tail = line.substr(head.size());
-  EXPECT_TRUE(std::regex_match(
-      tail, std::regex("\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d\\d VX3\\(VX_Test\\) E: one twothree")))
-      << tail;
+  EXPECT_EQ(shape(tail), "##-## ##:##:##.## VX#(VX_Test) E: one twothree");
   EXPECT_EQ(VXlog(VX_LOG_ERROR, "%s", "plain"), 0);
   EXPECT_TRUE(has_log(" VX3 E: plain"));
 }
@@ -346,10 +350,9 @@ TEST_F(LogTest, ThreadsNeverTearARecord) {
     });
   }
   for (std::thread& thread : threads) thread.join();
-  const std::regex pattern("thread \\d line \\d+");
   int whole = 0;
   for (const std::string& text : messages()) {
-    whole += std::regex_match(text, pattern) ? 1 : 0;
+    whole += shape(text).starts_with("thread # line #") ? 1 : 0;
   }
   EXPECT_EQ(whole, kThreads * kEach);
 }
