@@ -3,10 +3,14 @@
 #include <atomic>
 #include <cctype>
 #include <cstring>
+#include <mutex>
 
+#include "embedded.h"
 #include "files.h"
 #include "names.h"
 #include "session.h"
+#include "tables.h"
+#include "tag_path.h"
 
 namespace vexal {
 namespace {
@@ -76,6 +80,55 @@ void reverse_elements(char* data, std::size_t length, uint32_t width) {
   for (std::size_t i = 0; i + width <= length; i += width) std::reverse(data + i, data + i + width);
 }
 
+// A transfer syntax that the library does not know is most likely an encapsulated one (PS3.5 section A.4): it
+// takes the place of a private syntax, of which there are two.
+void adopt_unknown_syntax(const std::string& uid) {
+  static std::mutex mutex;
+  const std::lock_guard lock(mutex);
+  for (const VX_STRING_KEY key : {VX_CFG_PRIVATE_SYNTAX_1_SYNTAX, VX_CFG_PRIVATE_SYNTAX_2_SYNTAX}) {
+    char taken[65] = "";
+    VX_Get_String_Config_Value(key, sizeof taken, taken);
+    if (*taken != '\0' && uid != taken) continue;
+    VX_Set_String_Config_Value(key, uid.c_str());
+    return;
+  }
+}
+
+// Attributes whose VR is US or SS by Pixel Representation (PS3.5 annex A.1): those that the dictionary marks
+// US/SS.
+bool is_signed_by_pixels(uint32_t tag) {
+  static const std::vector<uint32_t> tags = [] {
+    std::vector<uint32_t> result;
+    std::string_view text = dictionary_table();
+    std::string_view line;
+    while (next_line(text, line)) {
+      const std::string_view digits = next_cell(line);
+      uint32_t tag_of_line = 0;
+      if (next_cell(line).starts_with("US/SS") && parse_tag(digits, tag_of_line))
+        result.push_back(tag_of_line);
+    }
+    return result;
+  }();
+  return std::binary_search(tags.begin(), tags.end(), tag);
+}
+
+void make_signed(int32_t id, int depth) {
+  if (depth > 128) return;
+  uint32_t tag = 0;
+  VX_VR vr = 0;
+  std::vector<uint32_t> sequences;
+  std::vector<uint32_t> numbers;
+  for (VX_STATUS status = VX_Get_First_Attribute(id, &tag, &vr, nullptr); status == VX_NORMAL_COMPLETION;
+       status = VX_Get_Next_Attribute(id, &tag, &vr, nullptr)) {
+    if (vr == VX_VR_SQ) sequences.push_back(tag);
+    if (vr == VX_VR_US && is_signed_by_pixels(tag)) numbers.push_back(tag);
+  }
+  for (const uint32_t number : numbers) VX_Set_Value_Representation(id, number, VX_VR_SS);
+  for (const uint32_t sequence : sequences) {
+    for (const int32_t item : sequence_items(id, sequence)) make_signed(item, depth + 1);
+  }
+}
+
 int32_t register_application() {
   static std::atomic<uint32_t> counter{0};
   int32_t id = -1;
@@ -139,18 +192,38 @@ VX_STATUS DicomFile::open(const std::string& path, const OpenOptions& options) {
       problem_ = got == 0 ? "is empty" : "is no DICOM file: no \"DICM\" at byte 128, no data set at byte 0";
       return VX_INVALID_FILE;
     }
-    return open_data_set(head.data_set, options);
+    has_meta_ = false;
+    // The reader of files also finds out about implicit VR by itself; only big endian needs to be told.
+    if (head.data_set == EXPLICIT_BIG_ENDIAN || head.data_set == IMPLICIT_BIG_ENDIAN) {
+      return open_data_set(head.data_set, options);
+    }
   }
-  if (head.meta_without_preamble) source_.pretend_preamble();
+  if (!head.has_preamble) source_.pretend_preamble();
   OpenOptions effective = options;
   // Offsets in a deflated stream lead nowhere in the file.
   VX_TRANSFER_SYNTAX syntax = 0;
   std::string uid = head.syntax_uid;
-  if (VX_Get_Enum_From_Transfer_Syntax(uid.data(), &syntax) == VX_NORMAL_COMPLETION &&
-      (syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || syntax == JPIP_REFERENCED_DEFLATE)) {
+  if (!uid.empty() && VX_Get_Enum_From_Transfer_Syntax(uid.data(), &syntax) != VX_NORMAL_COMPLETION) {
+    adopt_unknown_syntax(uid);
+  } else if (syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || syntax == JPIP_REFERENCED_DEFLATE) {
     effective.keep_values_out = false;
   }
-  return open_file(effective);
+  const VX_STATUS status = open_file(effective);
+  find_syntax(head.data_set);
+  return status;
+}
+
+// What the file says, or for a bare data set what it looks like. Implicit VR leaves signed numbers to be told
+// from unsigned ones.
+void DicomFile::find_syntax(VX_TRANSFER_SYNTAX guess) {
+  if (!readable()) return;
+  if (VX_Get_Message_Transfer_Syntax(id_, &syntax_) != VX_NORMAL_COMPLETION) syntax_ = guess;
+  uint16_t representation = 0;
+  const bool implicit = syntax_ == IMPLICIT_LITTLE_ENDIAN || syntax_ == IMPLICIT_BIG_ENDIAN;
+  if (implicit && VX_Get_Value_To_UShortInt(id_, 0x00280103, &representation) == VX_NORMAL_COMPLETION &&
+      representation == 1) {
+    make_signed(id_, 0);
+  }
 }
 
 VX_STATUS DicomFile::open_file(const OpenOptions& options) {
@@ -173,7 +246,6 @@ VX_STATUS DicomFile::open_file(const OpenOptions& options) {
     VX_Release_Application(&plain);
   }
   if (status != VX_NORMAL_COMPLETION && problem_.empty()) problem_ = VX_Error_Message(status);
-  if (VX_Get_Message_Transfer_Syntax(id_, &syntax_) != VX_NORMAL_COMPLETION) syntax_ = 0;
   return status;
 }
 
@@ -190,6 +262,7 @@ VX_STATUS DicomFile::open_data_set(VX_TRANSFER_SYNTAX syntax, const OpenOptions&
   status = VX_Stream_To_Message_With_Offset(id_, 0, options.last_tag, syntax, &error_tag, &offset, &source_,
                                             FileSource::message_input);
   if (status != VX_NORMAL_COMPLETION) note_failure(status, error_tag, offset);
+  find_syntax(syntax);
   return status;
 }
 

@@ -34,6 +34,8 @@ ConfigRecord* embedded_config() {
   return record;
 }
 
-const DictionaryRecord* embedded_dictionary() { return vexal_embedded_dictionary(); }
+const DictionaryRecord* embedded_dictionary() {
+  return vexal_embedded_dictionary();
+}
 
 }  // namespace vexal

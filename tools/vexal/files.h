@@ -110,7 +110,8 @@ class DicomFile {
   bool readable() const { return id_ >= 0; }
 
   int32_t id() const { return id_; }
-  bool is_file() const { return is_file_; }  // false: a data set without preamble and meta group
+  // False: a data set without meta group, which has to be given a transfer syntax before it can be written.
+  bool has_meta() const { return has_meta_; }
   VX_TRANSFER_SYNTAX syntax() const { return syntax_; }
   const std::string& path() const { return path_; }
   // The value that stayed in the file, or null.
@@ -132,6 +133,7 @@ class DicomFile {
     bool delimiter_missing = false;  // the file ends inside the value
   };
   VX_STATUS open_file(const OpenOptions& options);
+  void find_syntax(VX_TRANSFER_SYNTAX guess);
   VX_STATUS open_data_set(VX_TRANSFER_SYNTAX syntax, const OpenOptions& options);
   void note_failure(VX_STATUS status, uint32_t tag, uint64_t offset);
   VX_STATUS value_request(int32_t id, uint32_t tag, VX_CALLBACK_REQUEST request, uint32_t* size, void** data,
@@ -143,7 +145,8 @@ class DicomFile {
 
   int32_t application_ = -1;
   int32_t id_ = -1;
-  bool is_file_ = true;
+  bool is_file_ = true;  // the object behind id_, not a message
+  bool has_meta_ = true;
   VX_TRANSFER_SYNTAX syntax_ = 0;
   std::string path_;
   std::string problem_;

@@ -91,10 +91,9 @@ bool look_up_service(const std::string& word, Answer& answer) {
 }
 
 bool look_up_item(const std::string& word, Answer& answer) {
-  const auto end = std::end(Items);
-  const auto row = std::lower_bound(std::begin(Items), end, word.c_str(),
-                                    [](const char* a, const char* b) { return std::strcmp(a, b) < 0; });
-  if (row == end || word != *row) return false;
+  const bool known =
+      std::any_of(std::begin(Items), std::end(Items), [&](const char* name) { return word == name; });
+  if (!known) return false;
   answer.kind = "item";
   answer.text = "item " + word;
   add_member(answer, "item", word);

@@ -208,7 +208,7 @@ int run(const Args& args) {
   for (const Change& change : changes) {
     if (!apply(file, change)) return kUsage;
   }
-  if (!file.is_file() && file.set_syntax(file.syntax()) != VX_NORMAL_COMPLETION) {
+  if (!file.has_meta() && file.set_syntax(file.syntax()) != VX_NORMAL_COMPLETION) {
     report(in, "can not be written as a file: its transfer syntax has no UID");
     return kUsage;
   }

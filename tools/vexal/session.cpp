@@ -22,6 +22,13 @@ void receive_log(const VX_LOG_RECORD* record) {
   }
 }
 
+// A program for people reads what there is: odd file sizes, private attributes without or with two creators.
+void set_up_reading() {
+  VX_Set_Bool_Config_Value(VX_CFG_ORVEN_OPEN_FILE, 1);
+  VX_Set_Bool_Config_Value(VX_CFG_ALLOW_INVALID_PRIVATE_ATTRIBUTES, 1);
+  VX_Set_Bool_Config_Value(VX_CFG_ALLOW_DUPLICATE_CREATOR_CODES, 1);
+}
+
 void set_up_log(const Args& args) {
   // Errors go to the log file whatever the settings say, and people's folders stay clean.
   VX_Set_Bool_Config_Value(VX_CFG_BLANK_FILL_LOG_FILE, 0);
@@ -62,6 +69,7 @@ bool Session::start(const Args& args) {
     return false;
   }
   started_ = true;
+  set_up_reading();
   set_up_log(args);
   return true;
 }
