@@ -227,7 +227,7 @@ bool grow(std::size_t index) {
   PoolRecord& pool = g_pools[index];
   const std::size_t stride = pool.stride();
   const std::size_t count = kPools[index].block_count;
-  void* bytes = heap_failed(std::malloc(sizeof(CPlex) + stride * count));
+  void* bytes = heap_failed(region_allocate(index, sizeof(CPlex) + stride * count));
   if (bytes == nullptr) return false;
   auto* block = new (bytes) CPlex{pool.blocks};
   pool.blocks = block;
@@ -334,6 +334,7 @@ void* new_direct(std::size_t size, bool zeroed) {
     }
     return nullptr;
   }
+  advise_huge(memory, bytes);
   auto* buffer = static_cast<DirectBuffer*>(memory);
   Slot* slot = buffer->slot();
   slot->pool = kDirect;
@@ -362,6 +363,7 @@ void* resize_direct(Slot* slot, std::size_t size) {
     link_direct(buffer, old_size);
     return nullptr;
   }
+  advise_huge(memory, bytes);
   buffer = static_cast<DirectBuffer*>(memory);
   buffer->slot()->size = size;
   link_direct(buffer, size);
@@ -466,11 +468,11 @@ void log_invalid_free(const char* name) {
   VX_LOG_ERR(nullptr, "Invalid %s free", name);
 }
 
-void free_blocks(CPlex* block, std::size_t bytes) {
+void free_blocks(std::size_t index, CPlex* block, std::size_t bytes) {
   while (block != nullptr) {
     CPlex* next = block->next;
     allow(block, bytes);
-    std::free(block);
+    region_free(index, block);
     block = next;
   }
 }
@@ -547,7 +549,7 @@ VX_STATUS clean_pool(std::size_t index, CleanUp& work) {
     }
     if (found != 0) drop_doomed_slots(pool);
   }
-  free_blocks(doomed, bytes);
+  free_blocks(index, doomed, bytes);
   const uint64_t freed = uint64_t{bytes} * static_cast<uint64_t>(found);
   work.freed += freed;
   VX_LOG_INF(nullptr, "CleanupEmptyBlocks: %d CPlex handled", handled);
@@ -677,7 +679,7 @@ void set_pixel_buffer_size(std::size_t size) {
     // With buffers out, the pool keeps its slots, and what does not fit them stands alone.
     g_pixel_size.store(size, std::memory_order_relaxed);
   }
-  free_blocks(old, bytes);
+  free_blocks(kPixel, old, bytes);
 }
 
 void set_direct_allocation(bool on) {
@@ -744,7 +746,7 @@ void drop_all_memory() {
   for (std::size_t index = 0; index < kPoolCount; ++index) {
     PoolRecord& pool = g_pools[index];
     const Guard guard(pool.lock);
-    free_blocks(std::exchange(pool.blocks, nullptr), block_bytes(index));
+    free_blocks(index, std::exchange(pool.blocks, nullptr), block_bytes(index));
     pool.free_list = nullptr;
     pool.free_count = 0;
     pool.object_size = 0;
