@@ -12,6 +12,7 @@
 
 #include "frame/lock.h"
 #include "frame/log.h"
+#include "frame/regions.h"
 #include "frame/named_locks.h"
 
 #if defined(__SANITIZE_ADDRESS__)
