@@ -263,7 +263,9 @@ Decoder::Step Decoder::end_of_data(Frame& frame, VX_STATUS& status) {
       status = meta_pending_ ? leave_meta(frame) : begin_inflate();
       return status == VX_NORMAL_COMPLETION ? Step::Again : Step::Fail;
     }
-    return Step::Fail;
+    // A value of odd length leaves the stream odd, and the byte that makes it even stands at its end.
+    const bool pad = frame.extent == Extent::Top && in_.available() == 1 && *in_.bytes() == 0;
+    if (!pad) return Step::Fail;
   }
   switch (frame.extent) {
     case Extent::Top:
