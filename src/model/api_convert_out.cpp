@@ -6,10 +6,14 @@
 
 namespace {
 
+// An unknown object comes before a null output.
+VX_STATUS null_output(int32_t id) {
+  return vx::find_object(id) == nullptr ? VX_INVALID_MESSAGE_ID : VX_NULL_POINTER_PARM;
+}
+
 VX_STATUS get_number(int32_t id, uint32_t tag, VX_DATA_TYPE type, void* value, bool first) {
   VX_REQUIRE_LIBRARY();
-  if (vx::find_object(id) == nullptr) return VX_INVALID_MESSAGE_ID;
-  VX_REQUIRE_POINTER(value);
+  if (value == nullptr) return null_output(id);
   vx::MsgObj* object = nullptr;
   vx::TagObj* attribute = nullptr;
   const VX_STATUS status = vx::find_attribute(id, tag, object, attribute);
@@ -18,8 +22,7 @@ VX_STATUS get_number(int32_t id, uint32_t tag, VX_DATA_TYPE type, void* value, b
 
 VX_STATUS get_text(int32_t id, uint32_t tag, int32_t size, char* buffer, bool first) {
   VX_REQUIRE_LIBRARY();
-  if (vx::find_object(id) == nullptr) return VX_INVALID_MESSAGE_ID;
-  VX_REQUIRE_POINTER(buffer);
+  if (buffer == nullptr) return null_output(id);
   vx::MsgObj* object = nullptr;
   vx::TagObj* attribute = nullptr;
   const VX_STATUS status = vx::find_attribute(id, tag, object, attribute);
@@ -29,9 +32,7 @@ VX_STATUS get_text(int32_t id, uint32_t tag, int32_t size, char* buffer, bool fi
 VX_STATUS get_any(int32_t id, uint32_t tag, VX_DATA_TYPE type, uint32_t size, void* buffer, uint32_t* length,
                   bool first) {
   VX_REQUIRE_LIBRARY();
-  if (vx::find_object(id) == nullptr) return VX_INVALID_MESSAGE_ID;
-  VX_REQUIRE_POINTER(buffer);
-  VX_REQUIRE_POINTER(length);
+  if (buffer == nullptr || length == nullptr) return null_output(id);
   vx::MsgObj* object = nullptr;
   vx::TagObj* attribute = nullptr;
   const VX_STATUS status = vx::find_attribute(id, tag, object, attribute);
