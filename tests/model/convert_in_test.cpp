@@ -6,6 +6,7 @@
 #include <random>
 #include <set>
 
+#include "frame/pool.h"
 #include "model/attributes.h"
 #include "model/convert.h"
 #include "value_fixture.h"
@@ -308,6 +309,24 @@ TEST_F(ConvertIn, EncapsulatedPixelsStayOutOfAPlainMessage) {
   EXPECT_EQ(item->RefCount, 0);
   vx::find_object(id())->TransferSyntax = JPEG_BASELINE;
   EXPECT_EQ(VX_Set_Value_From_Int(id(), tag, id_of_item), VX_NORMAL_COMPLETION);
+}
+
+TEST_F(ConvertIn, WithoutMemoryNothingIsStored) {
+  for (const VX_VR vr : {VX_VR_LO, VX_VR_US, VX_VR_DS}) {
+    const uint32_t tag = attribute(vr);
+    vx::fail_allocation_after(1);
+    EXPECT_EQ(VX_Set_Value_From_String(id(), tag, "12"), VX_SYSTEM_ERROR);
+    vx::fail_allocation_after(0);
+    EXPECT_EQ(text(tag), "#4017");
+    EXPECT_EQ(VX_Set_Value_From_String(id(), tag, "12"), VX_NORMAL_COMPLETION);
+  }
+  int32_t item = -1;
+  ASSERT_EQ(VX_Open_Empty_Item(&item), VX_NORMAL_COMPLETION);
+  const uint32_t sequence = attribute(VX_VR_SQ);
+  vx::fail_allocation_after(1);
+  EXPECT_EQ(VX_Set_Value_From_Int(id(), sequence, item), VX_SYSTEM_ERROR);
+  vx::fail_allocation_after(0);
+  EXPECT_EQ(vx::find_object(item)->RefCount, 0);
 }
 
 TEST_F(ConvertIn, AFullAttributeTakesNoMore) {

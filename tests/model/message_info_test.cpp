@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "frame/pool.h"
 #include "frame/seams.h"
 #include "model/attributes.h"
 #include "model/message_info_file.h"
@@ -356,6 +357,29 @@ TEST_F(MessageInfo, TheDictionaryOverridesTheFile) {
   EXPECT_EQ(found->FirstTag->FirstValue, nullptr);
 }
 
+// Memory that runs out at any point of opening leaves no message and no half of a template.
+TEST_F(MessageInfo, OpeningWithoutMemory) {
+  VX_STATUS status = VX_SYSTEM_ERROR;
+  int failures = 0;
+  for (uint64_t allocation = 1; status != kOk; ++allocation) {
+    ASSERT_LT(allocation, 1000U);
+    vx::model_drop();
+    int32_t id = 5;
+    vx::fail_allocation_after(allocation);
+    status = VX_Open_Message(&id, "STANDARD_CT", C_STORE_RQ);
+    vx::fail_allocation_after(0);
+    if (status == kOk) break;
+    ++failures;
+    ASSERT_EQ(status, VX_SYSTEM_ERROR) << allocation;
+    ASSERT_EQ(id, -1);
+    int32_t next = -1;
+    ASSERT_EQ(VX_Open_Message(&next, "STANDARD_CT", C_STORE_RQ), kOk);
+    ASSERT_EQ(tags_of(next).size(), 11U);
+    VX_Free_Message(&next);
+  }
+  EXPECT_GT(failures, 50);
+}
+
 // Any cut and any changed byte ends in a template or in a status, with nothing left behind.
 TEST_F(MessageInfo, DamagedFilesEndInAStatus) {
   InfoBuilder builder;
@@ -390,8 +414,15 @@ TEST_F(MessageInfo, DamagedFilesEndInAStatus) {
       }
     }
   };
+  const auto used = [] {
+    uint64_t total = 0;
+    uint64_t free_bytes = 0;
+    vx::report_memory(total, free_bytes);
+    return total - free_bytes;
+  };
   read(good);
   EXPECT_EQ(good_reads, 2);
+  const uint64_t used_before = used();
   for (std::size_t size = 0; size < good.size(); ++size) read(good.substr(0, size));
   for (std::size_t at = 0; at < good.size(); ++at) {
     for (const char value : {'\0', '\xFF', static_cast<char>(good[at] ^ 1)}) {
@@ -400,6 +431,7 @@ TEST_F(MessageInfo, DamagedFilesEndInAStatus) {
       read(bad);
     }
   }
+  EXPECT_EQ(used(), used_before);
   ::close(memory);
 }
 
