@@ -130,7 +130,7 @@ VX_STATUS Decoder::place_creator(Frame& frame, uint32_t tag, std::string_view co
   if (status != VX_NORMAL_COMPLETION) {
     VX_LOG_WARN(kDecodeFunction, "Unable to add private creator (%.4X,%.4x) \"%.*s\": %s (ignoring)", group,
                 tag_element(tag), length, code.data(), status_text(status));
-    return status == VX_SYSTEM_ERROR ? status : VX_NORMAL_COMPLETION;
+    return VX_NORMAL_COMPLETION;
   }
   frame.creators.add(tag, slot, code);
   return VX_NORMAL_COMPLETION;
