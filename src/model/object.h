@@ -24,10 +24,11 @@ struct ValTagObj;
 struct ValueObj {
   uint32_t Length;    // bytes of Data; 1 for an item
   uint32_t Capacity;  // bytes that a piece which grows has room for; 0: just Length
-  void* Data;  // the bytes, or the MsgObj of an item; null for a value without data
+  void* Data;         // the bytes, or the MsgObj of an item; null for a value without data
   ValueObj* Next;
 };
 
+// What finding and reading touch comes first: in a large table each cache line counts.
 struct TagObj {
   uint32_t Tag;
   int32_t ValueCount;
@@ -36,19 +37,19 @@ struct TagObj {
   char DecoderMark;  // kReadFromUn on a sequence that was read from UN
   uint8_t ReadStarted;
   uint8_t ReadFinished;
+  int32_t VR;
+  int32_t CursorNumber;  // from 1
   ValueObj* FirstValue;
-  ValueObj* LastValue;
   ValueObj* CursorValue;
   ValueObj* CursorPrevious;
-  int32_t CursorNumber;  // from 1
-  int32_t VR;
+  ValueObj* LastValue;
+  TagObj* Next;
+  TagObj* Previous;
+  ValTagObj* Template;  // shared with the template; null if no template names the attribute
+  void* AuxBuffer;      // owned
   uint16_t VMLow;
   uint16_t VMHigh;       // 255: no limit
   uint32_t ValueOffset;  // stream offset of a value that a callback holds
-  ValTagObj* Template;   // shared with the template; null if no template names the attribute
-  TagObj* Next;
-  TagObj* Previous;
-  void* AuxBuffer;  // owned
 };
 
 inline constexpr uint32_t kUndefinedLength = 0xFFFFFFFFU;

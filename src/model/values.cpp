@@ -163,8 +163,6 @@ void* grow_last(TagObj& attribute, uint32_t length, uint32_t limit) {
         while (before->Next != last) before = before->Next;
         before->Next = grown;
       }
-      if (attribute.CursorValue == last) attribute.CursorValue = grown;
-      if (attribute.CursorPrevious == last) attribute.CursorPrevious = grown;
       attribute.LastValue = last = grown;
     }
   }
