@@ -82,7 +82,7 @@ std::string sample() {
   append_element(file, 0x00080018, "UI", "1.2.3.4");
   append_element(file, 0x00080060, "CS", "OT");
   append_element(file, 0x00081140, "SQ", item_header + item);
-  append_element(file, 0x00090010, "LO", "SOMEBODY");
+  append_element(file, 0x00090010, "LO", "GEMS_IDEN_01");
   append_element(file, 0x00091001, "LO", "secret");
   append_element(file, 0x00100010, "PN", "Doe^John");
   append_element(file, 0x00100030, "DA", "19700101");
@@ -136,7 +136,7 @@ TEST_F(Program, DumpShowsValuesAndPlaces) {
   for (const char* expected :
        {"(0010,0010) PN        8  PatientName", "Doe^John",
         "(0008,1140) SQ        -  ReferencedImageSequence", "1 item",
-        "    (0008,1155) UI        5  ReferencedSOPInstanceUID", "(0009,1001) LO        6  -",
+        "    (0008,1155) UI        5  ReferencedSOPInstanceUID", "(0009,1001) LO        6  Full fidelity",
         "(0028,0010) US        2  Rows                              256",
         "(7FE0,0010) OW   131072  PixelData"}) {
     EXPECT_NE(all.out.find(expected), std::string::npos) << expected << " in\n" << all.out;
@@ -148,7 +148,7 @@ TEST_F(Program, DumpShowsValuesAndPlaces) {
   const Outcome json = run("dump --json " + path("a.dcm"));
   EXPECT_NE(json.out.find(R"({"tag":"00100010","vr":"PN","keyword":"PatientName","value":["Doe^John"]})"),
             std::string::npos);
-  EXPECT_NE(json.out.find(R"("creator":"SOMEBODY","value":["secret"])"), std::string::npos);
+  EXPECT_NE(json.out.find(R"("creator":"GEMS_IDEN_01","value":["secret"])"), std::string::npos);
   EXPECT_NE(json.out.find(R"("vr":"US","keyword":"Rows","value":[256])"), std::string::npos);
 }
 
@@ -190,7 +190,7 @@ TEST_F(Program, ModifySetsAddsClearsAndDeletes) {
       run("modify --set 'PatientName=Roe^Jane' --set 0008,0008='ORIGINAL\\PRIMARY' --add "
           "ImageType=AXIAL --delete PatientBirthDate --clear Modality --set "
           "'ReferencedImageSequence[0].ReferencedSOPInstanceUID=9.9' --set "
-          "'ReferencedImageSequence[+].ReferencedSOPInstanceUID=8.8' --set '{SOMEBODY}0009,01=open' " +
+          "'ReferencedImageSequence[+].ReferencedSOPInstanceUID=8.8' --set '{GEMS_IDEN_01}0009,01=open' " +
           path("a.dcm") + " " + path("b.dcm"));
   ASSERT_EQ(outcome.exit, 0) << outcome.out;
   const std::string text = run("dump " + path("b.dcm")).out;
