@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "config/config.h"
+#include "frame/pool.h"
 #include "frame/state.h"
 #include "support.h"
 
@@ -104,6 +105,39 @@ TEST_F(LibraryLifeTest, BannerAndNamedLocks) {
        {" S.logSemaphore\n", " S.msgObjSemaphore\n", " S.b4.Semaphore\n", " S.ValTagObj.Semaphore\n"}) {
     EXPECT_NE(locks.find(name), std::string::npos) << name;
   }
+}
+
+// Each allocation of a start fails once; the next start must find nothing in its way.
+TEST_F(LibraryLifeTest, StartsFailCleanlyWithoutMemory) {
+  for (uint64_t n = 1; n < 100000; ++n) {
+    fail_allocation_after(n);
+    const VX_STATUS status = initialize();
+    const bool reached = status == VX_NORMAL_COMPLETION;
+    fail_allocation_after(0);
+    if (!reached) {
+      EXPECT_TRUE(status == VX_CONFIG_INFO_ERROR || status == VX_SYSTEM_ERROR || status == VX_DDFILE_ERROR)
+          << status;
+    }
+    VX_Library_Release();
+    if (reached) return;
+  }
+  FAIL() << "the library never started";
+}
+
+TEST_F(LibraryLifeTest, SettingsWithoutMemoryAreRefusedAndEmpty) {
+  ASSERT_EQ(initialize(), VX_NORMAL_COMPLETION);
+  set_text(VX_CFG_IMPLEMENTATION_CLASS_UID, "1.2.3");
+  fail_allocation_after(1);
+  EXPECT_EQ(VX_Set_String_Config_Value(VX_CFG_IMPLEMENTATION_CLASS_UID, "1.2.4"), VX_CANNOT_COMPLY);
+  EXPECT_EQ(get_text(VX_CFG_IMPLEMENTATION_CLASS_UID), "");
+  int32_t id = 5;
+  ASSERT_EQ(VX_Register_Application(&id, "FIRST"), VX_NORMAL_COMPLETION);
+  for (uint64_t n = 1; n <= 2; ++n) {
+    fail_allocation_after(n);
+    EXPECT_EQ(VX_Register_Application(&id, "SECOND"), VX_SYSTEM_ERROR);
+    EXPECT_EQ(id, -1);
+  }
+  EXPECT_EQ(VX_Register_Application(&id, "SECOND"), VX_NORMAL_COMPLETION);
 }
 
 // ---- Ready-built records ----
