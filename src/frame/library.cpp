@@ -57,8 +57,10 @@ void take_down() {
 }
 
 void set_up_state() {
+  static bool used = false;  // untouched memory is zero already, and stays untouched
   StateBlock& block = state();
-  std::memset(static_cast<void*>(&block), 0, sizeof block);
+  if (used) std::memset(static_cast<void*>(&block), 0, sizeof block);
+  used = true;
   block.messages.set_up();
   block.applications.set_up(kFirstApplicationId);
   block.sessions.set_up(kFirstSessionId);

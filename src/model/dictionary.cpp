@@ -7,6 +7,7 @@
 
 #include "config/config.h"
 #include "frame/limits.h"
+#include "frame/lock.h"
 #include "frame/seams.h"
 #include "frame/state.h"
 #include "frame/text.h"
@@ -21,11 +22,15 @@ struct Table {
   const DictEntry* const* chains;  // null while there is no dictionary
   bool ready_made;                 // a caller's record, which needs no DICTIONARY_FILE
   DictionaryFile* file;            // owned; null for a caller's record
-  const DictEntry** slots;         // owned; null if there was no memory, lookups then walk the chains
   uint32_t shift;                  // of the hash, to a slot number
   uint32_t mask;
 };
 Table table;
+// The hash beside the chains; owned. Null if there was no memory, and for a caller's record until lookups are
+// many: a program that asks a few times should not pay for a walk over all entries.
+std::atomic<const DictEntry**> table_slots;
+std::atomic<uint32_t> chain_walks;
+constexpr uint32_t kWalksBeforeHash = 64;
 const DictEntry* file_chains[VX_DICTIONARY_CHAINS];
 
 uint32_t first_slot(uint32_t tag, uint32_t code_hash) {
@@ -38,26 +43,45 @@ std::string_view code_of(const DictEntry& entry) {
 }
 
 // The slot that holds the key, or the free one where it belongs. Standard tags have no code.
-const DictEntry*& probe(uint32_t tag, std::string_view code) {
+const DictEntry*& probe(const DictEntry** slots, uint32_t tag, std::string_view code) {
   const bool is_private_tag = is_private(tag);
   for (uint32_t at = first_slot(tag, is_private_tag ? hash_code(code) : 0);; ++at) {
-    const DictEntry*& slot = table.slots[at & table.mask];
+    const DictEntry*& slot = slots[at & table.mask];
     if (slot == nullptr) return slot;
     if (slot->Tag == tag && (!is_private_tag || code_of(*slot) == code)) return slot;
   }
 }
 
-void make_slots(std::size_t entries) {
+const DictEntry** make_slots(std::size_t entries) {
   uint32_t bits = 6;
   while ((std::size_t{1} << bits) < entries * 2) ++bits;
-  table.slots = static_cast<const DictEntry**>(std::calloc(std::size_t{1} << bits, sizeof(DictEntry*)));
   table.shift = 64 - bits;
   table.mask = (1U << bits) - 1;
+  return static_cast<const DictEntry**>(std::calloc(std::size_t{1} << bits, sizeof(DictEntry*)));
+}
+
+void hash_chains() {
+  const Guard guard(state().dictionSemaphore);
+  if (table_slots.load(std::memory_order_relaxed) != nullptr) return;
+  std::size_t count = 0;
+  for (int i = 0; i < VX_DICTIONARY_CHAINS; ++i) {
+    for (const DictEntry* entry = table.chains[i]; entry != nullptr; entry = entry->Next) ++count;
+  }
+  const DictEntry** slots = make_slots(count);
+  if (slots == nullptr) return;
+  for (int i = 0; i < VX_DICTIONARY_CHAINS; ++i) {
+    for (const DictEntry* entry = table.chains[i]; entry != nullptr; entry = entry->Next) {
+      const DictEntry*& slot = probe(slots, entry->Tag, code_of(*entry));
+      if (slot == nullptr) slot = entry;
+    }
+  }
+  table_slots.store(slots, std::memory_order_release);
 }
 
 const DictEntry* find_entry(uint32_t tag, std::string_view code) {
-  if (table.slots != nullptr) return probe(tag, code);
+  if (const DictEntry** slots = table_slots.load(std::memory_order_acquire)) return probe(slots, tag, code);
   if (table.chains == nullptr) return nullptr;
+  if (chain_walks.fetch_add(1, std::memory_order_relaxed) == kWalksBeforeHash) hash_chains();
   for (const DictEntry* entry = table.chains[tag % VX_DICTIONARY_CHAINS]; entry != nullptr;
        entry = entry->Next) {
     if (entry->Tag == tag && (!is_private(tag) || code_of(*entry) == code)) return entry;
@@ -114,31 +138,20 @@ uint32_t hash_code(std::string_view code) {
 void install_dictionary(DictionaryFile* file) {
   table.file = file;
   table.chains = file_chains;
-  make_slots(file->entries.size());
+  const DictEntry** slots = make_slots(file->entries.size());
   for (DictEntry& entry : file->entries) {
     const DictEntry*& head = file_chains[entry.Tag % VX_DICTIONARY_CHAINS];
     entry.Next = head;
     head = &entry;
     // A later entry hides an earlier one of the same key, as at the head of a chain.
-    if (table.slots != nullptr) probe(entry.Tag, code_of(entry)) = &entry;
+    if (slots != nullptr) probe(slots, entry.Tag, code_of(entry)) = &entry;
   }
+  table_slots.store(slots, std::memory_order_release);
 }
 
 void install_dictionary(const DictEntry* const* chains) {
   table.chains = chains;
   table.ready_made = true;
-  std::size_t count = 0;
-  for (int i = 0; i < VX_DICTIONARY_CHAINS; ++i) {
-    for (const DictEntry* entry = chains[i]; entry != nullptr; entry = entry->Next) ++count;
-  }
-  make_slots(count);
-  if (table.slots == nullptr) return;
-  for (int i = 0; i < VX_DICTIONARY_CHAINS; ++i) {
-    for (const DictEntry* entry = chains[i]; entry != nullptr; entry = entry->Next) {
-      const DictEntry*& slot = probe(entry->Tag, code_of(*entry));
-      if (slot == nullptr) slot = entry;
-    }
-  }
 }
 
 VX_STATUS dictionary_take_record(const DictionaryRecord* record) {
@@ -152,7 +165,8 @@ VX_STATUS dictionary_take_record(const DictionaryRecord* record) {
 }
 
 void dictionary_drop() {
-  std::free(table.slots);
+  std::free(table_slots.exchange(nullptr));
+  chain_walks.store(0, std::memory_order_relaxed);
   delete table.file;
   table = Table{};
   seen_file.store(nullptr, std::memory_order_relaxed);

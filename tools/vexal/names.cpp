@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
-#include <mutex>
-#include <unordered_map>
 
 #include "embedded.h"
 #include "tables.h"
@@ -55,20 +53,14 @@ const std::vector<Row>& rows() {
       uint32_t tag = 0;
       if (parse_hex(digits, tag)) result.push_back({tag, next_cell(line)});
     }
-    std::sort(result.begin(), result.end(), [](const Row& a, const Row& b) { return a.tag < b.tag; });
     return result;
   }();
   return table;
 }
 
-const std::unordered_map<std::string, uint32_t>& by_keyword() {
-  static const std::unordered_map<std::string, uint32_t> table = [] {
-    std::unordered_map<std::string, uint32_t> result;
-    result.reserve(rows().size());
-    for (const Row& row : rows()) result.emplace(to_lower(row.keyword), row.tag);
-    return result;
-  }();
-  return table;
+bool equals_ignoring_case(std::string_view a, std::string_view b) {
+  return a.size() == b.size() &&
+         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return lower(x) == lower(y); });
 }
 
 }  // namespace
@@ -113,8 +105,9 @@ bool parse_tag(std::string_view text, uint32_t& tag) {
     tag = (group << 16) | element;
     return true;
   }
-  if (const auto found = by_keyword().find(to_lower(text)); found != by_keyword().end()) {
-    tag = found->second;
+  for (const Row& row : rows()) {
+    if (!equals_ignoring_case(row.keyword, text)) continue;
+    tag = row.tag;
     return true;
   }
   if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);

@@ -62,11 +62,20 @@ std::string dictionary_source(const Dictionary& dictionary) {
          "  uint8_t vr, low, high;\n"
          "};\n\n"
          "constexpr Row kRows[] = {\n" +
-         rows + "};\n\n" + format("DictEntry entries[%zu];\n", dictionary.entries().size()) +
+         rows +
+         "};\n\n"
+         "// All entries in one go: touching them page by page would cost more than filling them in.\n"
+         "DictEntry* make_entries() {\n"
+         "  const std::size_t size = std::size(kRows) * sizeof(DictEntry);\n"
+         "  void* memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | "
+         "MAP_POPULATE, -1, 0);\n"
+         "  return memory == MAP_FAILED ? new DictEntry[std::size(kRows)] : "
+         "static_cast<DictEntry*>(memory);\n"
+         "}\n\n"
          "const DictEntry* chains[VX_DICTIONARY_CHAINS];\n"
          "DictionaryRecord dictionary;\n\n"
          "void link_dictionary() {\n"
-         "  DictEntry* entry = entries;\n"
+         "  DictEntry* entry = make_entries();\n"
          "  for (const Row& row : kRows) {\n"
          "    const DictEntry*& head = chains[row.tag % VX_DICTIONARY_CHAINS];\n"
          "    *entry = {head, row.tag, row.vr, row.low, row.high, kNames + row.name,\n"
@@ -190,6 +199,9 @@ std::string applications_source(const std::string& path) {
 
 constexpr const char* kHead = R"(// Made from the tables under data/ by vxdata embed; not for editing.
 
+#include <sys/mman.h>
+
+#include <cstddef>
 #include <iterator>
 #include <string_view>
 
