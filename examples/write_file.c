@@ -29,8 +29,14 @@ static const struct Text kTexts[] = {
     {0x00100030, "19700101"},
     {0x0020000D, "2.25.281203742058117450321771942093122"},
     {0x0020000E, "2.25.281203742058117450321771942093123"},
+    {0x00200010, "1"},
+    {0x00200011, "1"},
+    {0x00200013, "1"},
     {0x00280004, "MONOCHROME2"},
 };
+
+/* Attributes that must be there but may be empty. */
+static const uint32_t kEmpty[] = {0x00080050, 0x00080090, 0x00100040, 0x00200020, 0x00200060};
 
 struct Number {
   uint32_t tag;
