@@ -68,6 +68,9 @@ int main(int argc, char** argv) {
   for (i = 0; status == VX_NORMAL_COMPLETION && i < sizeof kNumbers / sizeof kNumbers[0]; ++i) {
     status = VX_Set_Value_From_UShortInt(id, kNumbers[i].tag, kNumbers[i].value);
   }
+  for (i = 0; status == VX_NORMAL_COMPLETION && i < sizeof kEmpty / sizeof kEmpty[0]; ++i) {
+    status = VX_Set_Value_To_NULL(id, kEmpty[i]);
+  }
   if (status == VX_NORMAL_COMPLETION)
     status = VX_Set_Value_From_Buffer(id, 0x7FE00010, pixels, sizeof pixels);
   if (status == VX_NORMAL_COMPLETION) status = VX_Write_File(id, 0, file, take_block);
