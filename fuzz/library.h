@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <iterator>
 
 #include "config/keys.h"
 #include "vexalkit.h"
@@ -25,6 +24,21 @@ inline ConfigRecord* configuration() {
   }
   for (uint32_t& destination : record.log_destinations) destination = VX_LOG_OFF;
   record.string_values[VX_CFG_LOG_FILE] = "/dev/null";
+  static const char* const name = "STANDARD_ECHO";
+  static const char* const uid = "1.2.840.10008.1.1";
+  static const uint32_t commands = 0;
+  static const int32_t number = 1;
+  static const int32_t kind = 30;
+  static const int32_t none = 0;
+  static const int32_t* const no_classes = nullptr;
+  record.service_count = 1;
+  record.service_names = &name;
+  record.service_uids = &uid;
+  record.service_commands = &commands;
+  record.service_numbers = &number;
+  record.service_kinds = &kind;
+  record.sop_class_counts = &none;
+  record.sop_classes = &no_classes;
   return &record;
 }
 
