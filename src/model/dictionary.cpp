@@ -57,7 +57,10 @@ const DictEntry** make_slots(std::size_t entries) {
   while ((std::size_t{1} << bits) < entries * 2) ++bits;
   table.shift = 64 - bits;
   table.mask = (1U << bits) - 1;
-  return static_cast<const DictEntry**>(std::calloc(std::size_t{1} << bits, sizeof(DictEntry*)));
+  const std::size_t size = sizeof(DictEntry*) << bits;
+  auto* slots = static_cast<const DictEntry**>(std::calloc(1, size));
+  if (slots != nullptr) touch_memory(slots, size);
+  return slots;
 }
 
 void hash_chains() {

@@ -2,11 +2,13 @@
 // padding of creator codes, which would cost more in fresh memory than in reading.
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -282,6 +284,19 @@ VX_STATUS load(DictionaryFile& file) {
 
 }  // namespace
 
+void touch_memory(void* start, std::size_t size) {
+#ifdef MADV_POPULATE_WRITE
+  constexpr std::uintptr_t kPage = 4096;
+  const std::uintptr_t first = (reinterpret_cast<std::uintptr_t>(start) + kPage - 1) & ~(kPage - 1);
+  const std::uintptr_t end = (reinterpret_cast<std::uintptr_t>(start) + size) & ~(kPage - 1);
+  // A refusal is no fault: the pages then come one by one.
+  if (end > first) ::madvise(reinterpret_cast<void*>(first), end - first, MADV_POPULATE_WRITE);
+#else
+  static_cast<void>(start);
+  static_cast<void>(size);
+#endif
+}
+
 NameArena::~NameArena() {
   for (char* block : blocks_) delete[] block;
 }
@@ -293,6 +308,7 @@ const char* NameArena::add(std::string_view text) {
     blocks_.reserve(blocks_.size() + 1);
     blocks_.push_back(next_ = new char[block]);
     left_ = block;
+    touch_memory(next_, block);
   }
   char* copy = next_;
   if (!text.empty()) std::memcpy(copy, text.data(), text.size());
@@ -318,6 +334,7 @@ VX_STATUS read_dictionary_file(const char* path, DictionaryFile& file) {
   const bool sized = ::fstat(descriptor.get(), &info) == 0 && info.st_size > 0;
   file.entries.reserve(
       std::min<std::size_t>(sized ? static_cast<std::size_t>(info.st_size) / 300 : 0, 1U << 16));
+  touch_memory(file.entries.data(), file.entries.capacity() * sizeof(DictEntry));
   Source source(descriptor.get());
   if (Reader(source, file).read_all()) return kOk;
   VX_LOG_ERR(kFunction, "Error reading %s", path);
