@@ -44,7 +44,7 @@ struct alignas(16) Origin {
 constinit Lock g_lock;
 Region* g_regions = nullptr;  // the first one is being filled
 SpareBlock* g_spare[kPoolCount];
-std::size_t g_heap_bytes = 0;
+[[maybe_unused]] std::size_t g_heap_bytes = 0;
 
 void* map_region() {
   // Twice the size always holds an aligned region; what is left over goes back.
@@ -63,7 +63,7 @@ bool lies_in(const void* block, const Region* region) {
   return (reinterpret_cast<uintptr_t>(block) & ~(kRegion - 1)) == reinterpret_cast<uintptr_t>(region);
 }
 
-Origin* carve(std::size_t size) {
+[[maybe_unused]] Origin* carve(std::size_t size) {
   Region* region = g_regions;
   if (region == nullptr || size > kRegion - region->used) {
     region = static_cast<Region*>(map_region());
