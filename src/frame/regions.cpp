@@ -38,7 +38,8 @@ struct SpareBlock {
 
 // Before each block: where it came from.
 struct alignas(16) Origin {
-  Region* region;  // null: the heap
+  Region* region;    // null: the heap
+  std::size_t size;  // with this header
 };
 
 constinit Lock g_lock;
@@ -73,8 +74,19 @@ bool lies_in(const void* block, const Region* region) {
   }
   auto* origin = reinterpret_cast<Origin*>(reinterpret_cast<char*>(region) + region->used);
   region->used += size;
-  origin->region = region;
+  *origin = {region, size};
   return origin;
+}
+
+// A block that was given back. Those of the pixel pool differ in size when its setting changed.
+[[maybe_unused]] Origin* take_spare(std::size_t pool, std::size_t size) {
+  for (SpareBlock** link = &g_spare[pool]; *link != nullptr; link = &(*link)->next) {
+    Origin* origin = reinterpret_cast<Origin*>(*link) - 1;
+    if (origin->size != size) continue;
+    *link = (*link)->next;
+    return origin;
+  }
+  return nullptr;
 }
 
 void drop_region(Region* region) {
@@ -102,11 +114,8 @@ void* region_allocate(std::size_t pool, std::size_t size) {
 #ifndef VX_PLAIN_HEAP
   {
     const Guard guard(g_lock);
-    Origin* origin = nullptr;
-    if (SpareBlock* spare = g_spare[pool]; spare != nullptr) {
-      g_spare[pool] = spare->next;
-      origin = reinterpret_cast<Origin*>(spare) - 1;
-    } else if (g_heap_bytes + whole > kFromHeap && whole <= kLargestBlock) {
+    Origin* origin = take_spare(pool, whole);
+    if (origin == nullptr && g_heap_bytes + whole > kFromHeap && whole <= kLargestBlock) {
       origin = carve(whole);
     }
     if (origin != nullptr) {
@@ -119,7 +128,7 @@ void* region_allocate(std::size_t pool, std::size_t size) {
   (void)pool;
   auto* origin = static_cast<Origin*>(std::malloc(whole));
   if (origin == nullptr) return nullptr;
-  origin->region = nullptr;
+  *origin = {nullptr, whole};
   return origin + 1;
 }
 

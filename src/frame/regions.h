@@ -9,8 +9,8 @@
 
 namespace vx {
 
-// A block for a pool, aligned to 16 bytes, unset; null if there is no memory. Blocks of one pool are of one
-// size, unless they are larger than half a mebibyte.
+// A block for a pool, aligned to 16 bytes, unset; null if there is no memory. A pool gets its own blocks of
+// the same size again.
 void* region_allocate(std::size_t pool, std::size_t size);
 void region_free(std::size_t pool, void* block);
 

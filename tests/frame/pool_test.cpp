@@ -280,6 +280,32 @@ TEST_F(PoolTest, PixelBuffersFollowTheirSetting) {
   release(fits);
 }
 
+class SmallPixelBufferTest : public PoolTest {
+ protected:
+  std::string profile_lines() override { return "PIXEL_BUFFER_SIZE = 40000\n"; }
+};
+
+// The blocks of the small buffers wait to be used again, and must not be taken for large ones.
+TEST_F(SmallPixelBufferTest, BlocksOfAnotherSizeAreNotReused) {
+  std::vector<Record*> records;  // as many as make the pools ask for large regions
+  for (int i = 0; i < 20000; ++i) records.push_back(new_record());
+  std::vector<void*> buffers;
+  for (int i = 0; i < 8; ++i) buffers.push_back(allocate(40000 + 12));
+  for (void* buffer : buffers) release(buffer);
+  set_long(VX_CFG_PIXEL_BUFFER_SIZE, 131072);
+  buffers.clear();
+  for (std::size_t i = 0; i < 8; ++i) {
+    buffers.push_back(allocate(131072 + 12));
+    std::memset(buffers.back(), static_cast<int>(i), 131072 + 12);
+  }
+  for (std::size_t i = 0; i < 8; ++i) {
+    const auto* bytes = static_cast<const unsigned char*>(buffers[i]);
+    EXPECT_EQ(std::count(bytes, bytes + 131072 + 12, static_cast<unsigned char>(i)), 131072 + 12);
+    release(buffers[i]);
+  }
+  for (Record* record : records) pool_free(Pool::TagObj, record);
+}
+
 class DirectAllocationTest : public PoolTest {
  protected:
   void SetUp() override {
