@@ -40,7 +40,7 @@ const char* failure_text(VX_STATUS status) {
 
 VX_STATUS Decoder::store_element(Frame& frame, Element element) {
   std::string_view creator;
-  if (!map_private(frame, element, creator)) {
+  if (is_private(element.tag) && !map_private(frame, element, creator)) {
     log_line(VX_LOG_T8, kDecodeFunction, "Private stream tag (%4.4X,%4.4X) ignored: no creator",
              tag_group(element.tag), tag_element(element.tag));
     return skip_value(element, frame.depth);
@@ -65,7 +65,12 @@ VX_STATUS Decoder::store_element(Frame& frame, Element element) {
   }
   if (VX_STATUS status = check_length(element, *attribute); status != VX_NORMAL_COMPLETION) return status;
   attribute->DecoderMark = 0;
-  const Outcome outcome = reconcile_and_read(frame, *attribute, element);
+  // Most elements are texts and numbers under the VR that they are known by.
+  const bool plain = encoding_.explicit_vr ? element.vr == attribute->VR : attribute->VR < VX_VR_UN;
+  const bool simple =
+      plain && attribute->VR < VX_VR_UN && element.length != 0 && element.length < kMaxSimpleLength;
+  const Outcome outcome =
+      simple ? read_simple(frame, *attribute, element) : reconcile_and_read(frame, *attribute, element);
   if (outcome.status == VX_NORMAL_COMPLETION) return outcome.status;
   const uint16_t group = tag_group(element.tag);
   if (outcome.consumed && outcome.status != VX_SYSTEM_ERROR) {
@@ -138,7 +143,7 @@ VX_STATUS Decoder::place_creator(Frame& frame, uint32_t tag, std::string_view co
 
 // Brings a private element to the block that its creator has in the object. False: no creator owns it.
 bool Decoder::map_private(Frame& frame, Element& element, std::string_view& creator) {
-  if (!is_private(element.tag) || tag_element(element.tag) < 0x1000) return true;
+  if (tag_element(element.tag) < 0x1000) return true;
   if (const CreatorMap::Entry* entry = frame.creators.find(element.tag)) {
     creator = entry->code;
     element.tag = rebased_tag(element.tag, entry->block);

@@ -27,6 +27,21 @@ constexpr uint32_t kPieceAlignment = 8;
 constexpr std::size_t kSmallBlock = 1024;
 constexpr std::size_t kFragmentHeader = 8;
 
+// The text up to a NUL, and whether a backslash is in it.
+std::string_view text_of(const char* bytes, std::size_t length, bool& splits) {
+  constexpr std::size_t kShort = 32;  // where a search by library functions does not pay
+  std::string_view text(bytes, length);
+  if (length > kShort) {
+    text = text.substr(0, text.find('\0'));
+    splits = text.find('\\') != std::string_view::npos;
+    return text;
+  }
+  for (std::size_t i = 0; i < length; ++i) {
+    if (bytes[i] == '\0') return text.substr(0, i);
+    splits = splits || bytes[i] == '\\';
+  }
+  return text;
+}
 bool all_blank(std::string_view text) {
   return text.find_first_not_of(' ') == std::string_view::npos;
 }
@@ -88,14 +103,15 @@ VX_STATUS Decoder::set_simple(Frame& frame, TagObj& attribute, const uint8_t* by
     return store_value(frame.object, attribute, bytes, length,
                        {.first = true, .last = true, .from_stream = true, .big_endian = big_endian});
   }
-  const std::string_view text(reinterpret_cast<const char*>(bytes), length);
-  return set_texts(frame, attribute, text.substr(0, text.find('\0')));
+  bool splits = false;
+  const std::string_view text = text_of(reinterpret_cast<const char*>(bytes), length, splits);
+  return set_texts(frame, attribute, text, splits);
 }
 
-VX_STATUS Decoder::set_texts(Frame& frame, TagObj& attribute, std::string_view text) {
+VX_STATUS Decoder::set_texts(Frame& frame, TagObj& attribute, std::string_view text, bool splits) {
   MsgObj& object = frame.object;
   const bool cut = config_bool(VX_CFG_REMOVE_SINGLE_TRAILING_SPACE);
-  if (is_one_value_text(attribute.VR) || text.find('\\') == std::string_view::npos) {
+  if (!splits || is_one_value_text(attribute.VR)) {
     return set_text(object, attribute, cut_trailing_blank(text, cut), true, &frame.charsets);
   }
   SplitMode mode = kSplitPlain;

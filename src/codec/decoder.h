@@ -86,7 +86,7 @@ class Decoder {
   Outcome read_simple(Frame& frame, TagObj& attribute, const Element& element);
   VX_STATUS set_simple(Frame& frame, TagObj& attribute, const uint8_t* bytes, uint32_t length,
                        bool big_endian);
-  VX_STATUS set_texts(Frame& frame, TagObj& attribute, std::string_view text);
+  VX_STATUS set_texts(Frame& frame, TagObj& attribute, std::string_view text, bool splits);
   Outcome read_bulk(Frame& frame, TagObj& attribute, const Element& element);
   VX_STATUS announce(MsgObj& object, TagObj& attribute, uint32_t length, bool kept);
   struct Run {  // a run of bytes of a bulk value
