@@ -218,8 +218,6 @@ VX_STATUS syntax_from_uid(std::string_view uid, VX_TRANSFER_SYNTAX& syntax) {
   constexpr std::string_view kPadding(" \0", 2);
   uid = uid.substr(0, uid.find_last_not_of(kPadding) + 1);
   syntax = IMPLICIT_LITTLE_ENDIAN;
-  // A key without a UID stands for no syntax, so an empty text is none.
-  if (uid.empty()) return VX_INVALID_TRANSFER_SYNTAX;
   const Guard guard(state().charParamSemaphore);
   const ConfigRecord& record = config();
   for (const VX_TRANSFER_SYNTAX candidate : kUidOrder) {

@@ -22,7 +22,8 @@ VX_STATUS syntax_encoding(VX_TRANSFER_SYNTAX syntax, Encoding& encoding);
 // The UID as configured; empty for an unknown code. Returns the length.
 std::size_t syntax_uid(VX_TRANSFER_SYNTAX syntax, char* buffer, std::size_t size);
 const char* syntax_display_name(VX_TRANSFER_SYNTAX syntax);
-// By configured UID, without regard to case; trailing blanks and NULs do not count.
+// By configured UID, without regard to case; trailing blanks and NULs do not count. An empty text finds the
+// first syntax whose UID is not configured.
 VX_STATUS syntax_from_uid(std::string_view uid, VX_TRANSFER_SYNTAX& syntax);
 // By enumerator name, without regard to case; 0 if unknown.
 VX_STATUS syntax_from_name(std::string_view name, VX_TRANSFER_SYNTAX& syntax);

@@ -139,7 +139,11 @@ TEST_F(SyntaxTest, UidsAndCodesLeadToEachOther) {
   EXPECT_EQ(VX_Get_Transfer_Syntax_From_Enum(IMPLICIT_LITTLE_ENDIAN, uid, 18), VX_NORMAL_COMPLETION);
   EXPECT_EQ(VX_Get_Transfer_Syntax_From_Enum(IMPLICIT_LITTLE_ENDIAN, nullptr, 18), VX_NULL_POINTER_PARM);
   VX_TRANSFER_SYNTAX code = 0;
-  for (const char* unknown : {"1.2.3", "", " "}) {
+  std::string empty = "  ";
+  VX_TRANSFER_SYNTAX first_without_uid = 0;
+  EXPECT_EQ(VX_Get_Enum_From_Transfer_Syntax(empty.data(), &first_without_uid), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(first_without_uid, IMPLICIT_BIG_ENDIAN);
+  for (const char* unknown : {"1.2.3", "1.2.840.10008.1.2.99"}) {
     std::string text = unknown;
     code = 0;
     EXPECT_EQ(VX_Get_Enum_From_Transfer_Syntax(text.data(), &code), VX_INVALID_TRANSFER_SYNTAX);
