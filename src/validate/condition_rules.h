@@ -1,0 +1,27 @@
+// The table of conditions, as text: a row a line, sorted by name.
+//
+// A rule is clauses, joined by & and | and evaluated from left to right; behind "->" stand the answers that
+// take the place of fails, holds and unknown. A clause is
+//   tags[:value][?] verb [arguments]
+// where tags are one tag, "own" (the attribute that the condition belongs to), or several: with commas all of
+// them must fulfil the verb, with slashes one. The value is 1 if none is named, * is any. With ? a value that
+// can't be read fails; otherwise the answer is unknown. Arguments are alternatives between slashes.
+//
+//   present, absent, plural      by what the object holds: a null value is a value
+//   counted, uncounted, multivalued   by the values that an application sees: a null value is none
+//   null                         there, without a value
+//   is, not                      the value begins with a text; a $ at its end stands for the value's end
+//   =, >, <>                     the value as a number
+//   points, lists                the first value is the tag; one of the values is
+//   optional                     not there, or of type 3 in the object's template
+//   uneven                       two numbers that aren't both 1
+#pragma once
+
+#include <string_view>
+
+namespace vx {
+
+extern const std::string_view kConditionRules;      // NAME: rule
+extern const std::string_view kUnjudgedConditions;  // NAME; they need more than the object at hand
+
+}  // namespace vx

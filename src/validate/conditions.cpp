@@ -1,0 +1,309 @@
+#include "validate/conditions.h"
+
+#include <charconv>
+#include <cstring>
+#include <optional>
+
+#include "model/attributes.h"
+#include "model/message_info.h"
+#include "validate/condition_rules.h"
+#include "vexalkit.h"
+
+namespace vx {
+
+namespace {
+
+struct Clause;
+using Verb = int32_t (*)(int32_t object_id, uint32_t tag, const Clause& clause);
+
+struct Clause {
+  std::string_view tags;
+  int32_t value_number = 1;  // 0: any
+  bool lenient = false;      // a value that can't be read fails
+  Verb verb = nullptr;
+  std::string_view arguments;
+};
+
+constexpr int32_t answer(bool holds) {
+  return holds ? kConditionHolds : kConditionFails;
+}
+
+// Cuts the part before the first of `separators` off the text; what was cut at is in `separator`, 0 at the
+// end.
+std::string_view take_part(std::string_view& text, std::string_view separators, char& separator) {
+  const std::size_t at = text.find_first_of(separators);
+  const std::string_view part = text.substr(0, at);
+  separator = at == std::string_view::npos ? '\0' : text[at];
+  text.remove_prefix(at == std::string_view::npos ? text.size() : at + 1);
+  return part;
+}
+
+template <class Test>
+bool any_argument(const Clause& clause, Test test) {
+  std::string_view rest = clause.arguments;
+  for (char separator = '/'; separator != '\0';) {
+    if (test(take_part(rest, "/", separator))) return true;
+  }
+  return false;
+}
+
+template <class Number>
+Number to_number(std::string_view text, int base) {
+  Number number = 0;
+  std::from_chars(text.data(), text.data() + text.size(), number, base);
+  return number;
+}
+
+// --- Presence ---
+
+TagObj* look_up(int32_t object_id, uint32_t tag) {
+  MsgObj* object = nullptr;
+  TagObj* attribute = nullptr;
+  return find_attribute(object_id, tag, object, attribute) == VX_NORMAL_COMPLETION ? attribute : nullptr;
+}
+
+int32_t held_values(int32_t object_id, uint32_t tag) {
+  const TagObj* attribute = look_up(object_id, tag);
+  return attribute != nullptr ? attribute->ValueCount : 0;
+}
+
+int32_t counted_values(int32_t object_id, uint32_t tag) {
+  int32_t count = 0;
+  return VX_Get_Value_Count(object_id, tag, &count) == VX_NORMAL_COMPLETION ? count : 0;
+}
+
+int32_t verb_present(int32_t object_id, uint32_t tag, const Clause&) {
+  return answer(held_values(object_id, tag) > 0);
+}
+int32_t verb_absent(int32_t object_id, uint32_t tag, const Clause&) {
+  return answer(held_values(object_id, tag) <= 0);
+}
+int32_t verb_plural(int32_t object_id, uint32_t tag, const Clause&) {
+  return answer(held_values(object_id, tag) > 1);
+}
+int32_t verb_counted(int32_t object_id, uint32_t tag, const Clause&) {
+  return answer(counted_values(object_id, tag) > 0);
+}
+int32_t verb_uncounted(int32_t object_id, uint32_t tag, const Clause&) {
+  return answer(counted_values(object_id, tag) <= 0);
+}
+int32_t verb_multivalued(int32_t object_id, uint32_t tag, const Clause&) {
+  return answer(counted_values(object_id, tag) > 1);
+}
+
+int32_t verb_null(int32_t object_id, uint32_t tag, const Clause&) {
+  int32_t count = 0;
+  const VX_STATUS status = VX_Get_Value_Count(object_id, tag, &count);
+  return answer(status == VX_NULL_VALUE || status == VX_EMPTY_VALUE);
+}
+
+int32_t verb_optional(int32_t object_id, uint32_t tag, const Clause&) {
+  const TagObj* attribute = look_up(object_id, tag);
+  if (attribute == nullptr) return kConditionHolds;
+  return answer(attribute->Template != nullptr && attribute->Template->AttributeType == kType3);
+}
+
+// --- Texts ---
+
+// A value that doesn't fit counts as one that can't be read. UIDs and query levels get more room.
+constexpr int32_t kTextSize = 20;
+constexpr int32_t kLongTextSize = 50;
+constexpr uint32_t kSopClassUid = 0x00080016;
+constexpr uint32_t kQueryLevel = 0x00080052;
+
+int32_t text_size(uint32_t tag) {
+  return tag == kSopClassUid || tag == kQueryLevel ? kLongTextSize : kTextSize;
+}
+
+bool matches(const Clause& clause, std::string_view value) {
+  return any_argument(clause, [value](std::string_view text) {
+    if (text.ends_with('$')) return value == text.substr(0, text.size() - 1);
+    return value.starts_with(text);
+  });
+}
+
+int32_t any_value_matches(int32_t object_id, uint32_t tag, const Clause& clause) {
+  char text[kLongTextSize];
+  const int32_t size = text_size(tag);
+  VX_STATUS status = VX_Get_Value_To_String(object_id, tag, size, text);
+  while (status == VX_NORMAL_COMPLETION) {
+    if (matches(clause, text)) return kConditionHolds;
+    status = VX_Get_Next_Value_To_String(object_id, tag, size, text);
+  }
+  return kConditionFails;
+}
+
+int32_t verb_is(int32_t object_id, uint32_t tag, const Clause& clause) {
+  if (clause.value_number == 0) return any_value_matches(object_id, tag, clause);
+  char text[kLongTextSize];
+  const int32_t size = text_size(tag);
+  VX_STATUS status = VX_Get_Value_To_String(object_id, tag, size, text);
+  for (int32_t number = 1; number < clause.value_number; ++number) {
+    status = VX_Get_Next_Value_To_String(object_id, tag, size, text);
+  }
+  return status == VX_NORMAL_COMPLETION ? answer(matches(clause, text)) : kConditionUnknown;
+}
+
+int32_t verb_not(int32_t object_id, uint32_t tag, const Clause& clause) {
+  const int32_t is = verb_is(object_id, tag, clause);
+  return is == kConditionUnknown ? is : answer(is == kConditionFails);
+}
+
+// --- Numbers and tags ---
+
+template <class Test>
+int32_t compare_number(int32_t object_id, uint32_t tag, const Clause& clause, Test test) {
+  int32_t value = 0;
+  if (VX_Get_Value_To_Int(object_id, tag, &value) != VX_NORMAL_COMPLETION) return kConditionUnknown;
+  return answer(any_argument(
+      clause, [value, test](std::string_view text) { return test(value, to_number<int32_t>(text, 10)); }));
+}
+
+int32_t verb_equal(int32_t object_id, uint32_t tag, const Clause& clause) {
+  return compare_number(object_id, tag, clause, [](int32_t value, int32_t other) { return value == other; });
+}
+int32_t verb_greater(int32_t object_id, uint32_t tag, const Clause& clause) {
+  return compare_number(object_id, tag, clause, [](int32_t value, int32_t other) { return value > other; });
+}
+int32_t verb_unequal(int32_t object_id, uint32_t tag, const Clause& clause) {
+  return compare_number(object_id, tag, clause, [](int32_t value, int32_t other) { return value != other; });
+}
+
+int32_t verb_uneven(int32_t object_id, uint32_t tag, const Clause&) {
+  int32_t first = 0;
+  int32_t second = 0;
+  if (VX_Get_Value_To_Int(object_id, tag, &first) != VX_NORMAL_COMPLETION ||
+      VX_Get_Next_Value_To_Int(object_id, tag, &second) != VX_NORMAL_COMPLETION) {
+    return kConditionUnknown;
+  }
+  return answer(first != 1 || second != 1);
+}
+
+int32_t verb_points(int32_t object_id, uint32_t tag, const Clause& clause) {
+  uint32_t value = 0;
+  if (VX_Get_Value_To_ULongInt(object_id, tag, &value) != VX_NORMAL_COMPLETION) return kConditionUnknown;
+  return answer(value == to_number<uint32_t>(clause.arguments, 16));
+}
+
+int32_t verb_lists(int32_t object_id, uint32_t tag, const Clause& clause) {
+  const uint32_t wanted = to_number<uint32_t>(clause.arguments, 16);
+  uint32_t value = 0;
+  VX_STATUS status = VX_Get_Value_To_ULongInt(object_id, tag, &value);
+  if (status != VX_NORMAL_COMPLETION) return kConditionUnknown;
+  while (status == VX_NORMAL_COMPLETION) {
+    if (value == wanted) return kConditionHolds;
+    status = VX_Get_Next_Value_To_ULongInt(object_id, tag, &value);
+  }
+  return kConditionFails;
+}
+
+constexpr struct {
+  std::string_view name;
+  Verb verb;
+} kVerbs[] = {
+    {"is", verb_is},           {"present", verb_present},     {"absent", verb_absent},
+    {"counted", verb_counted}, {"uncounted", verb_uncounted}, {"not", verb_not},
+    {"=", verb_equal},         {"<>", verb_unequal},          {">", verb_greater},
+    {"points", verb_points},   {"lists", verb_lists},         {"multivalued", verb_multivalued},
+    {"plural", verb_plural},   {"null", verb_null},           {"optional", verb_optional},
+    {"uneven", verb_uneven},
+};
+
+// --- Rules ---
+
+std::string_view trim(std::string_view text) {
+  while (text.starts_with(' ')) text.remove_prefix(1);
+  while (text.ends_with(' ')) text.remove_suffix(1);
+  return text;
+}
+
+Clause parse_clause(std::string_view text) {
+  Clause clause;
+  char separator = '\0';
+  std::string_view rest = trim(text);
+  clause.tags = take_part(rest, " ", separator);
+  if (clause.tags.ends_with('?')) {
+    clause.lenient = true;
+    clause.tags.remove_suffix(1);
+  }
+  if (const std::size_t at = clause.tags.find(':'); at != std::string_view::npos) {
+    clause.value_number = to_number<int32_t>(clause.tags.substr(at + 1), 10);
+    clause.tags = clause.tags.substr(0, at);
+  }
+  const std::string_view verb = take_part(rest, " ", separator);
+  clause.arguments = rest;
+  for (const auto& row : kVerbs) {
+    if (row.name == verb) clause.verb = row.verb;
+  }
+  return clause;
+}
+
+// Of several tags all, or one, must fulfil the verb; a value that can't be read ends the search.
+int32_t evaluate_clause(const Clause& clause, int32_t object_id, uint32_t own_tag) {
+  if (clause.verb == nullptr) return kConditionUnknown;
+  std::string_view rest = clause.tags;
+  char separator = '\0';
+  int32_t deciding = kConditionHolds;
+  do {
+    const std::string_view text = take_part(rest, ",/", separator);
+    const uint32_t tag = text == "own" ? own_tag : to_number<uint32_t>(text, 16);
+    int32_t result = clause.verb(object_id, tag, clause);
+    if (result == kConditionUnknown && clause.lenient) result = kConditionFails;
+    if (separator != '\0') deciding = separator == '/' ? kConditionHolds : kConditionFails;
+    if (separator == '\0' || result == deciding || result == kConditionUnknown) return result;
+  } while (true);
+}
+
+int32_t evaluate_clauses(std::string_view rule, int32_t object_id, uint32_t own_tag) {
+  char join = '\0';
+  int32_t result = evaluate_clause(parse_clause(take_part(rule, "&|", join)), object_id, own_tag);
+  while (join != '\0' && result != kConditionUnknown) {
+    const bool decided = result == (join == '&' ? kConditionFails : kConditionHolds);
+    const std::string_view clause = take_part(rule, "&|", join);
+    if (!decided) result = evaluate_clause(parse_clause(clause), object_id, own_tag);
+  }
+  return result;
+}
+
+int32_t evaluate_rule(std::string_view rule, int32_t object_id, uint32_t own_tag) {
+  constexpr std::string_view kAnswers = "-> ";
+  const std::size_t at = rule.find(kAnswers);
+  const int32_t result = evaluate_clauses(trim(rule.substr(0, at)), object_id, own_tag);
+  if (at == std::string_view::npos) return result;
+  return rule[at + kAnswers.size() + static_cast<std::size_t>(result)] - '0';
+}
+
+// Binary search in the text itself: what is behind the name, or nothing.
+std::optional<std::string_view> find_row(std::string_view table, std::string_view name) {
+  std::size_t low = 0;
+  std::size_t high = table.size();
+  while (low < high) {
+    const std::size_t middle = low + (high - low) / 2;
+    const std::size_t before = middle == 0 ? std::string_view::npos : table.rfind('\n', middle - 1);
+    const std::size_t start = before == std::string_view::npos ? 0 : before + 1;
+    const std::size_t end = table.find('\n', middle);
+    std::string_view rest = table.substr(start, end - start);
+    char separator = '\0';
+    const int order = name.compare(take_part(rest, ":", separator));
+    if (order == 0) return rest;
+    if (order < 0) {
+      high = start;
+    } else {
+      low = end + 1;
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+int32_t evaluate_condition(std::string_view name, int32_t object_id, uint32_t tag) {
+  const std::optional<std::string_view> rule = find_row(kConditionRules, name);
+  return rule ? evaluate_rule(*rule, object_id, tag) : kConditionUnknown;
+}
+
+bool is_condition(std::string_view name) {
+  return find_row(kConditionRules, name).has_value() || find_row(kUnjudgedConditions, name).has_value();
+}
+
+}  // namespace vx
