@@ -1,0 +1,418 @@
+// Conditions against real objects: each form of rule, and each that answers in its own way.
+#include "validate/conditions.h"
+
+#include <charconv>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <set>
+
+#include "model/attributes.h"
+#include "model/message_info.h"
+#include "support.h"
+#include "validate/condition_rules.h"
+
+namespace {
+
+uint32_t to_tag(std::string_view text) {
+  uint32_t tag = 0;
+  std::from_chars(text.data(), text.data() + text.size(), tag, 16);
+  return tag;
+}
+
+std::vector<std::string> split(const std::string& text, char separator) {
+  std::vector<std::string> parts;
+  std::istringstream stream(text + separator);
+  for (std::string part; std::getline(stream, part, separator);) parts.push_back(part);
+  return parts;
+}
+
+struct Case {
+  const char* name;
+  const char* content;  // attributes between semicolons: TAG=values, TAG= (null), TAG (no value), TAG*items
+  int32_t expected;
+};
+
+class Conditions : public support::LibraryTest {
+ protected:
+  // No tag is known, so that the cases choose the VRs.
+  std::string dictionary() override { return support::DictionaryFile().bytes(); }
+  // Tags of other VRs than the text of most cases.
+  static VX_VR vr_of(uint32_t tag) {
+    static const std::map<uint32_t, VX_VR> kOthers = {
+        {0x00080016, VX_VR_UI}, {0x00181083, VX_VR_IS}, {0x00186044, VX_VR_US}, {0x00280002, VX_VR_US},
+        {0x00280009, VX_VR_AT}, {0x00280034, VX_VR_IS}, {0x00280101, VX_VR_US}, {0x00289001, VX_VR_UL},
+        {0x00701801, VX_VR_SQ}, {0x00720306, VX_VR_US}, {0x00720308, VX_VR_US}, {0x300A0080, VX_VR_IS}};
+    const auto found = kOthers.find(tag);
+    return found != kOthers.end() ? found->second : VX_VR_LO;
+  }
+
+  void TearDown() override {
+    close();
+    LibraryTest::TearDown();
+  }
+  void close() {
+    for (int32_t& id : objects_) VX_Free_Item(&id);
+    objects_.clear();
+  }
+
+  int32_t open() {
+    int32_t id = 0;
+    EXPECT_EQ(VX_Open_Empty_Item(&id), VX_NORMAL_COMPLETION);
+    objects_.insert(objects_.begin(), id);
+    return id;
+  }
+
+  void set_attribute(int32_t id, const std::string& text) {
+    const uint32_t tag = to_tag(text.substr(0, 8));
+    const std::string rest = text.substr(8);
+    ASSERT_EQ(VX_Add_Nonstandard_Attribute(id, tag, vr_of(tag)), VX_NORMAL_COMPLETION) << text;
+    if (rest == "=") {
+      ASSERT_EQ(VX_Set_Value_To_NULL(id, tag), VX_NORMAL_COMPLETION);
+    }
+    if (rest.size() < 2) return;
+    bool first = true;
+    if (rest[0] == '*') {
+      for (int count = rest[1] - '0'; count > 0; --count, first = false) {
+        auto* const set = first ? VX_Set_Value_From_Int : VX_Set_Next_Value_From_Int;
+        ASSERT_EQ(set(id, tag, open()), VX_NORMAL_COMPLETION);
+      }
+      return;
+    }
+    for (const std::string& value : split(rest.substr(1), '\\')) {
+      if (vr_of(tag) == VX_VR_AT) {
+        auto* const set = first ? VX_Set_Value_From_ULongInt : VX_Set_Next_Value_From_ULongInt;
+        ASSERT_EQ(set(id, tag, to_tag(value)), VX_NORMAL_COMPLETION) << text;
+      } else {
+        auto* const set = first ? VX_Set_Value_From_String : VX_Set_Next_Value_From_String;
+        ASSERT_EQ(set(id, tag, value.c_str()), VX_NORMAL_COMPLETION) << text;
+      }
+      first = false;
+    }
+  }
+
+  int32_t fill(const std::string& content) {
+    const int32_t id = open();
+    if (content.empty()) return id;
+    for (const std::string& attribute : split(content, ';')) set_attribute(id, attribute);
+    return id;
+  }
+
+  void check(std::initializer_list<Case> cases, uint32_t own_tag = 0) {
+    for (const Case& row : cases) {
+      EXPECT_EQ(vx::evaluate_condition(row.name, fill(row.content), own_tag), row.expected)
+          << row.name << " with " << row.content;
+      close();
+    }
+  }
+
+ private:
+  std::vector<int32_t> objects_;
+};
+
+TEST_F(Conditions, PresenceByLookupTakesNullForAValue) {
+  check({{"A00281052_PRESENT", "", 0},
+         {"A00281052_PRESENT", "00281052", 0},
+         {"A00281052_PRESENT", "00281052=", 1},
+         {"A00281052_PRESENT", "00281052=1", 1},
+         {"A00281052_NOT_PRESENT", "", 1},
+         {"A00281052_NOT_PRESENT", "00281052", 1},
+         {"A00281052_NOT_PRESENT", "00281052=", 0},
+         {"A0028OA02_PRESENT", "00280A02=FIDUCIAL", 1},
+         {"A00880130_NOT_PRESENT", "", 1},
+         {"A00880130_NOT_PRESENT", "00880140=1.2", 0},
+         {"A00880130_NOT_PRESENT", "00880130=A", 0},
+         {"A00701801_HAS_MULTIPLE_ITEMS", "00701801*1", 0},
+         {"A00701801_HAS_MULTIPLE_ITEMS", "00701801*2", 1}});
+}
+
+TEST_F(Conditions, PresenceByCountTakesNullForNone) {
+  check({{"A00720316_PRESENT", "", 0},
+         {"A00720316_PRESENT", "00720316", 0},
+         {"A00720316_PRESENT", "00720316=", 0},
+         {"A00720316_PRESENT", "00720316=1", 1},
+         {"A00189403_NOT_EMPTY", "00189403=", 0},
+         {"A00189403_NOT_EMPTY", "00189403=1", 1},
+         {"A00286110_MULTIVALUED", "00286110=1", 0},
+         {"A00286110_MULTIVALUED", "00286110=1\\2", 1},
+         {"A300A02A2_IS_NON_NULL", "300A02A2=", 0},
+         {"A300A02A2_IS_NON_NULL", "300A02A2=1", 1},
+         {"A300A00E1_IS_NULL", "", 0},
+         {"A300A00E1_IS_NULL", "300A00E1=", 1},
+         {"A300A00E1_IS_NULL", "300A00E1=LEAD", 0}});
+}
+
+TEST_F(Conditions, GroupsAndListsOfTags) {
+  check({{"A00200032_OR_A00200037_IS_PRESENT", "", 0},
+         {"A00200032_OR_A00200037_IS_PRESENT", "00200032=1", 1},
+         {"A00200032_OR_A00200037_IS_PRESENT", "00200032=;00200037=1", 1},
+         {"A00189328_OR_A00189330_NOT_PRESENT", "00189328=1", 1},
+         {"A00189328_OR_A00189330_NOT_PRESENT", "00189328=1;00189330=1", 0},
+         {"A00081134_A00081140_A0008114A_NOT_PRESENT", "", 1},
+         {"A00081134_A00081140_A0008114A_NOT_PRESENT", "0008114A=1", 0},
+         {"A00720026_AND_A00720406_PRESENT", "00720026=1", 0},
+         {"A00720026_AND_A00720406_PRESENT", "00720026=1;00720406=1", 1},
+         {"A0040A130_PRESENT_AND_NOT_PRESENT_A0040A138_AND_A0040A13A", "0040A130=POINT", 1},
+         {"A0040A130_PRESENT_AND_NOT_PRESENT_A0040A138_AND_A0040A13A", "0040A130=POINT;0040A13A=1", 0},
+         {"A00280121_PRESENT_AND_A7FE00010_OR_A00287FE0_PRESENT", "00280121=1", 0},
+         {"A00280121_PRESENT_AND_A7FE00010_OR_A00287FE0_PRESENT", "00287FE0=1", 0},
+         {"A00280121_PRESENT_AND_A7FE00010_OR_A00287FE0_PRESENT", "00280121=1;00287FE0=1", 1}});
+}
+
+TEST_F(Conditions, TextsCompareByPrefix) {
+  check({{"A00080008_IS_ORIGINAL", "", 2},
+         {"A00080008_IS_ORIGINAL", "00080008=", 2},
+         {"A00080008_IS_ORIGINAL", "00080008=ORIGINAL\\PRIMARY", 1},
+         {"A00080008_IS_ORIGINAL", "00080008=ORIGINALS", 1},
+         {"A00080008_IS_ORIGINAL", "00080008=ORIGIN", 0},
+         {"A00080008_IS_ORIGINAL", "00080008=DERIVED\\ORIGINAL", 0},
+         {"A00080008_IS_ORIGINAL", "00080008=ORIGINAL AND TOO LONG", 2},
+         {"A00080008_IS_ORIGINAL_OR_MIXED", "00080008=MIXED", 1},
+         {"A00700294_IS_RULER_OR_AXIS_OR_CROSSHAIR", "00700294=CROSSHAIR", 1},
+         {"A00189037_IS_NOT_NONE_OR_REALTIME", "00189037=REALTIME", 0},
+         {"A00189037_IS_NOT_NONE_OR_REALTIME", "00189037=PROSPECTIVE", 1},
+         {"A00189037_IS_NOT_NONE_OR_REALTIME", "", 2},
+         {"A00720050_IS_FD", "00720050=FD", 1},
+         {"A00720050_IS_FD", "00720050=FL", 0},
+         {"A30040005_IS_RIGID_OR_NON_RIGID", "30040005=RIGID", 1},
+         {"A30040005_IS_RIGID_OR_NON_RIGID", "30040005=RIGIDS", 0},
+         {"A30040005_IS_RIGID_OR_NON_RIGID", "30040005=NON_RIGID", 1},
+         {"A00180015_IS_PAIRED_STRUCTURE", "00180015=KNEE", 1},
+         {"A00180015_IS_PAIRED_STRUCTURE", "00180015=CHEST", 0},
+         {"A00080016_ENHANCED_XA", "00080016=1.2.840.10008.5.1.4.1.1.12.1.1", 1},
+         {"A00080016_NOT_LEGACY_CONVERTED_ENHANCED_PET", "00080016=1.2.840.10008.5.1.4.1.1.128.1", 0},
+         {"A00080016_NOT_LEGACY_CONVERTED_ENHANCED_PET", "00080016=1.2.840.10008.5.1.4.1.1.128", 1},
+         {"A300A0432_IS SYM_SQUARE_OR_SYM_CIRCULAR", "300A0432=SYM_CIRCULAR", 1}});
+}
+
+TEST_F(Conditions, OtherValuesThanTheFirst) {
+  check({{"A00080008_VAL3_IS_PORTAL", "00080008=A\\B\\PORTAL", 1},
+         {"A00080008_VAL3_IS_PORTAL", "00080008=A\\PORTAL\\C", 0},
+         {"A00080008_VAL3_IS_PORTAL", "00080008=A\\B", 2},
+         {"A00080008_VAL3_IS_PORTAL", "", 2},
+         {"A00080008_VAL3_IS_STEREO_L_OR_STEREO_R", "00080008=A\\B\\STEREO R", 1},
+         {"A00541000_VAL2_IS_REPROJECTION", "00541000=STATIC\\REPROJECTION", 1},
+         {"A00080008_VAL_4_IS_TRANSMISSION_AND_VAL_3_IS_NOT_RATEDxGATEDxTOMO",
+          "00080008=A\\B\\TOMO\\TRANSMISSION", 0},
+         {"A00080008_VAL_4_IS_TRANSMISSION_AND_VAL_3_IS_NOT_RATEDxGATEDxTOMO",
+          "00080008=A\\B\\STATIC\\TRANSMISSION", 1},
+         {"A00180020_HAS_VALUES_IR", "00180020=SE\\IR", 1},
+         {"A00180020_HAS_VALUES_IR", "00180020=SE\\EP", 0},
+         {"A00180020_HAS_VALUES_IR", "", 0},
+         {"A00180022_WHICH_INCLUDE_HEART_GATING", "00180022=FC\\PPG", 1},
+         {"A00180022_WHICH_INCLUDE_HEART_GATING", "00180022=FC", 0}});
+}
+
+TEST_F(Conditions, NumbersAndTags) {
+  check({{"A00186044_IS_1", "", 0},
+         {"A00186044_IS_1", "00186044=1", 1},
+         {"A00186044_IS_0_OR_1", "00186044=0", 1},
+         {"A00186044_IS_0_OR_1", "00186044=2", 0},
+         {"A00280002_GREATER_THAN_1", "", 2},
+         {"A00280002_GREATER_THAN_1", "00280002=1", 0},
+         {"A00280002_GREATER_THAN_1", "00280002=3", 1},
+         {"A00289001_GREAT_1", "", 0},
+         {"A00289001_GREAT_1", "00289001=2", 1},
+         {"A300A0080_IS_NON_ZERO", "300A0080=", 0},
+         {"A300A0080_IS_NON_ZERO", "300A0080=0", 0},
+         {"A300A0080_IS_NON_ZERO", "300A0080=-1", 1},
+         {"A00280009_POINTS_TO_FRAME_TIME", "", 2},
+         {"A00280009_POINTS_TO_FRAME_TIME", "00280009=00181063", 1},
+         {"A00280009_POINTS_TO_FRAME_TIME", "00280009=00181065\\00181063", 0},
+         {"A00280009_CONTAINS_TAG_FOR_PHASE_VECTOR", "", 2},
+         {"A00280009_CONTAINS_TAG_FOR_PHASE_VECTOR", "00280009=00540010\\00540030", 1},
+         {"A00280009_CONTAINS_TAG_FOR_PHASE_VECTOR", "00280009=00540010\\00540020", 0},
+         {"A00280009_CONTAINS_TAG_A00540070", "00280009=00540070", 1}});
+}
+
+TEST_F(Conditions, ClausesStopAtTheFirstThatDecides) {
+  constexpr char kPalette[] = "A00280004_IS_PALETTE_COLOR_OR_ARGB";
+  constexpr char kTiled[] = "A00720304_IS_TILED_AND_A00720306_OR_00720308_GREATER_THAN_1";
+  constexpr char kThree[] =
+      "A00080008_VAL1_IS_ORIGINAL_AND_A00080068_IS_FOR_PRESENTATION_OR_A00080008_VAL1_IS_DERIVED";
+  check({{"A00120062_IS_YES_AND_A00120063_NOT_PRESENT", "00120062=YES", 1},
+         {"A00120062_IS_YES_AND_A00120063_NOT_PRESENT", "00120062=NO", 0},
+         {"A00120062_IS_YES_AND_A00120063_NOT_PRESENT", "", 2},
+         {"A00120062_IS_YES_AND_A00120063_NOT_PRESENT", "00120063=A", 0},
+         {"A00280004_IS_MONOCHROME2_AND_A00280101_GT_1", "00280004=MONOCHROME2", 2},
+         {"A00280004_IS_MONOCHROME2_AND_A00280101_GT_1", "00280004=RGB", 0},
+         {"A00280004_IS_MONOCHROME2_AND_A00280101_GT_1", "00280004=MONOCHROME2;00280101=8", 1},
+         {"A00280004_IS_NOT_MONOCHROME2_OR_A00480120_IS_PRESENT", "00480120=1", 1},
+         {"A00280004_IS_NOT_MONOCHROME2_OR_A00480120_IS_PRESENT", "", 2},
+         {"A00280004_IS_NOT_MONOCHROME2_OR_A00480120_IS_PRESENT", "00280004=MONOCHROME2", 0},
+         {"A00080016_ENHANCED_PET_OR_A00189621_PRESENT", "00189621=1", 2},
+         {"A00080016_ENHANCED_PET_OR_A00189621_PRESENT", "00080016=1.2.840.10008.5.1.4.1.1.130", 1},
+         {"A00080016_ENHANCED_PET_OR_A00189621_PRESENT", "00080016=1.2;00189621=", 1},
+         {"A00080016_ENHANCED_PET_OR_A00189621_PRESENT", "00080016=1.2", 0},
+         {kPalette, "00089205=COLOR", 2},
+         {kPalette, "00280004=ARGB", 1},
+         {kPalette, "00280004=RGB;00089205=MIXED", 1},
+         {kPalette, "00280004=RGB", 0},
+         {kTiled, "00720304=CINE", 0},
+         {kTiled, "00720304=TILED", 2},
+         {kTiled, "00720304=TILED;00720306=1;00720308=2", 1},
+         {kThree, "00080008=DERIVED", 1},
+         {kThree, "00080008=ORIGINAL", 2},
+         {kThree, "00080008=ORIGINAL;00080068=FOR PROCESSING", 0},
+         {"A00720304_IS_CINE_AND_AA00720330_NOT_PRESENT", "00720304=CINE;00720330=A", 0}});
+}
+
+TEST_F(Conditions, QueryLevels) {
+  const char* const levels[] = {"STUDY_LEVEL_MOVE_OR_ABOVE", "SERIES_LEVEL_MOVE_OR_ABOVE",
+                                "IMAGE_LEVEL_MOVE_OR_ABOVE", "A00080052_STUDY_OR_BELOW",
+                                "A00080052_SERIES_QUERY_OR_BELOW"};
+  const struct {
+    const char* content;
+    int32_t expected[5];
+  } rows[] = {{"", {2, 2, 2, 2, 2}},
+              {"00080052=PATIENT", {1, 1, 1, 0, 0}},
+              {"00080052=STUDY", {1, 1, 1, 1, 0}},
+              {"00080052=SERIES", {0, 1, 1, 1, 1}},
+              {"00080052=IMAGE", {0, 0, 1, 1, 1}},
+              {"00080052=WORKLIST", {0, 0, 0, 0, 0}}};
+  for (const auto& row : rows) {
+    for (int level = 0; level < 5; ++level) check({{levels[level], row.content, row.expected[level]}});
+  }
+}
+
+// What most answer with 0 and 2 in the two states, these don't; and what they read isn't always in the name.
+TEST_F(Conditions, AnswersOfTheirOwn) {
+  check({{"A00041430_IS_PRIVATE", "", 0},
+         {"A00181508_IS_DYNAMIC", "", 0},
+         {"A00181508_IS_DYNAMIC", "00181500=DYNAMIC", 1},
+         {"A00700100_IS_MAGNIFY", "", 0},
+         {"A00700100_IS_TRUE_SIZE", "", 0},
+         {"A00700100_IS_TRUE_SIZE", "00700100=TRUE SIZE", 1},
+         {"A00720510_IS_3D_RENDERING", "", 0},
+         {"A00720510_IS_MPR_OR_3D_RENDERING", "", 0},
+         {"A00720510_IS_SLAB_OR_MPR", "", 0},
+         {"A300A00CE_IS_CONTINUATION", "", 0},
+         {"A300A0348_IS_WHL_MODWEIGHTS", "", 0},
+         {"A00080064_IS_DF", "00080064=DF", 1},
+         {"A00080064_IS_DF", "00080064=WSD", 2},
+         {"A00080064_IS_DF", "", 2},
+         {"A00181508_IS_CARM", "00181508=COLUMN", 2},
+         {"A00181508_IS_CARM_AND_A00189474_YES", "00181508=CARM;00189474=NO", 2},
+         {"A00181508_IS_CARM_AND_A00189474_YES", "00181508=CARM;00189474=YES", 1},
+         {"A00181508_IS_COLUMN", "00181508=CARM", 2},
+         {"A00220039_IS_TRANSVERSE", "00220039=LINEAR", 2},
+         {"A00286101_IS_AVG_SUB", "00286101=TID", 2},
+         {"A00286101_IS_REV_TID", "00286101=TID", 2},
+         {"A00286101_IS_TID_OR_REV_TID", "00286101=NONE", 2},
+         {"A00286101_IS_TID_OR_REV_TID", "00286101=REV_TID", 1},
+         {"MASK_OPERATION_IS_TID", "00286101=TID", 1},
+         {"MASK_OPERATION_IS_TID", "00286101=NONE", 2},
+         {"PRIVATE_DIRECTORY_RECORD", "00041430=PRIVATE", 1},
+         {"PRIVATE_DIRECTORY_RECORD", "00041430=STUDY", 2},
+         {"CONTENT_IS_REFERENCED", "", 2},
+         {"CONTENT_IS_REFERENCED", "0040A010=CONTAINS", 0},
+         {"CONTENT_IS_REFERENCED", "0040A010=HAS OBS CONTEXT", 2},
+         {"A00089007_IS_ORIGINAL_AND_A00089206_IS_NOT_DISTORTED", "00089007=ORIGINAL;00189206=VOLUME", 1},
+         {"A00620008_IS_NOT_MANUAL", "300A0308=MANUAL", 0},
+         {"A00620008_IS_NOT_MANUAL", "00620008=AUTOMATIC", 2}});
+  constexpr char kMotion[] = "A00189170_NOT_NONE_OR_REALTIME_AND_A00209250_NOT_PRESENT_OR_TIME_OR_BOTH";
+  check({{kMotion, "", 2},
+         {kMotion, "00189170=NONE", 0},
+         {kMotion, "00189170=GATING", 1},
+         {kMotion, "00189170=GATING;00720038=1;00209250=AMPLITUDE", 0},
+         {kMotion, "00189170=GATING;00720038=1;00209250=BOTH", 1}});
+}
+
+TEST_F(Conditions, OwnAttribute) {
+  for (const char* name :
+       {"A00209250_NOT_TIME", "DIMENSIONS_ARE_DESCRIBED_BY_INTERVAL_SPACING", "OVERLAY_DATA_IN_GROUP",
+        "PIXEL_COMPONENT_CALIBRATION_EXISTS", "LOSSY_COMPRESSION_PERFORMED"}) {
+    check(
+        {{name, "00209250=TIME", 0}, {name, "60020010", 0}, {name, "60020010=", 1}, {name, "60020010=1", 1}},
+        0x60020010);
+  }
+}
+
+TEST_F(Conditions, TemplateRatesPixelSpacing) {
+  constexpr char kPlane[] = "IMAGE_PART_OF_SERIES_WHICH_DOES_NOT_REQUIRE_IMAGE_PLANE_MODULE";
+  constexpr char kAspect[] = "A00280034_NOT_1_TO_1_AND_IMAGE_PLANE_MODULE_NOT_APPLICABLE_TO_IMAGE";
+  check({{kPlane, "", 1},
+         {kPlane, "00280030=1", 0},
+         {kAspect, "", 2},
+         {kAspect, "00280034=1", 2},
+         {kAspect, "00280034=1\\1", 0},
+         {kAspect, "00280034=1\\2", 1},
+         {kAspect, "00280030=1;00280034=1\\2", 0}});
+  const int32_t id = fill("00280030=1;00280034=4\\3");
+  vx::TagObj* spacing = vx::find_tag(*vx::find_object(id), 0x00280030);
+  ASSERT_NE(spacing, nullptr);
+  vx::ValTagObj rating{};
+  spacing->Template = &rating;
+  for (const int32_t type : {vx::kType1, vx::kType1C, vx::kType2, vx::kType3, vx::kTypeNotSet}) {
+    rating.AttributeType = type;
+    EXPECT_EQ(vx::evaluate_condition(kPlane, id, 0), type == vx::kType3 ? 1 : 0) << type;
+    EXPECT_EQ(vx::evaluate_condition(kAspect, id, 0), type == vx::kType3 ? 1 : 0) << type;
+  }
+  spacing->Template = nullptr;
+}
+
+TEST_F(Conditions, NothingChangesInTheObject) {
+  const int32_t id = fill("00080008=A\\B\\PORTAL");
+  vx::evaluate_condition("A00080008_VAL3_IS_PORTAL", id, 0);
+  vx::evaluate_condition("A00281052_PRESENT", id, 0);
+  int32_t count = 0;
+  EXPECT_EQ(VX_Get_Value_Count(id, 0x00080008, &count), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(count, 3);
+  EXPECT_EQ(vx::find_tag(*vx::find_object(id), 0x00281052), nullptr);
+}
+
+// Every row, of the rules and of the names without one.
+TEST_F(Conditions, EveryNameIsFound) {
+  const std::regex form(
+      R"(((own|[0-9A-F]{8}([,/][0-9A-F]{8})*)(:[2-4*])?\??)"
+      R"(( (present|absent|plural|counted|uncounted|multivalued|null|optional|uneven))"
+      R"(| (is|not) [A-Z0-9_./$][A-Z0-9_./$ ]*| (=|>|<>) [0-9/]+| (points|lists) [0-9A-F]{8})( [&|] |$))+)");
+  std::set<std::string> names;
+  const int32_t empty = open();
+  for (const std::string_view table : {vx::kConditionRules, vx::kUnjudgedConditions}) {
+    const bool judged = table == vx::kConditionRules;
+    std::istringstream lines{std::string(table)};
+    std::string previous;
+    for (std::string line; std::getline(lines, line);) {
+      const std::string name = line.substr(0, line.find(':'));
+      EXPECT_TRUE(vx::is_condition(name)) << name;
+      EXPECT_TRUE(names.insert(name).second) << name;
+      EXPECT_LT(previous, name);
+      previous = name;
+      if (judged) {
+        const std::string rule = line.substr(name.size() + 2);
+        const std::size_t arrow = rule.find(" -> ");
+        EXPECT_TRUE(std::regex_match(rule.substr(0, arrow), form)) << line;
+        EXPECT_GE(vx::evaluate_condition(name, empty, 0), 0) << name;
+      } else {
+        EXPECT_EQ(vx::evaluate_condition(name, empty, 0), vx::kConditionUnknown) << name;
+      }
+      EXPECT_FALSE(vx::is_condition(name + "_")) << name;
+    }
+  }
+  EXPECT_EQ(names.size(), 786U);
+  EXPECT_TRUE(log_lines().empty());  // an attribute that isn't there is no news
+  EXPECT_TRUE(vx::is_condition("A00181700_IS_CIRCULAR"));
+  for (const char* name : {"", "A", "ZZZ", "A00080008_IS_ORIGINA", ": own present", "\n"}) {
+    EXPECT_FALSE(vx::is_condition(name)) << name;
+    EXPECT_EQ(vx::evaluate_condition(name, empty, 0), vx::kConditionUnknown) << name;
+  }
+}
+
+// What the templates ask for has a row.
+TEST_F(Conditions, TemplatesNameOnlyKnownConditions) {
+  int found = 0;
+  for (const char* file : {"modules.tsv", "macros.tsv", "items.tsv", "messages.tsv"}) {
+    std::ifstream lines(std::string(VEXAL_SOURCE_DIR "/data/templates/") + file);
+    for (std::string line; std::getline(lines, line);) {
+      for (const std::string& field : split(line, '\t')) {
+        if (field.size() < 2 || field[0] != '?' || line[0] == '#') continue;
+        EXPECT_TRUE(vx::is_condition(field.substr(1))) << file << ": " << field;
+        ++found;
+      }
+    }
+  }
+  EXPECT_GT(found, 0);
+}
+
+}  // namespace
