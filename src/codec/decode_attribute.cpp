@@ -3,9 +3,9 @@
 #include <cstring>
 #include <new>
 
-#include "codec/byte_order.h"
 #include "codec/decoder.h"
 #include "config/config.h"
+#include "frame/byte_order.h"
 #include "frame/limits.h"
 #include "frame/lock.h"
 #include "frame/log.h"

@@ -1,10 +1,10 @@
 // Sequences and their items, and values that are passed over.
 #include <algorithm>
 
-#include "codec/byte_order.h"
 #include "codec/decoder.h"
 #include "config/config.h"
 #include "config/services.h"
+#include "frame/byte_order.h"
 #include "frame/limits.h"
 #include "frame/log.h"
 #include "model/values.h"

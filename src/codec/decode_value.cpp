@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "codec/byte_order.h"
 #include "codec/decoder.h"
 #include "config/config.h"
+#include "frame/byte_order.h"
 #include "frame/limits.h"
 #include "frame/log.h"
 #include "frame/text.h"

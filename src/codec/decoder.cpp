@@ -4,9 +4,9 @@
 #include <cstring>
 #include <new>
 
-#include "codec/byte_order.h"
 #include "config/config.h"
 #include "frame/app.h"
+#include "frame/byte_order.h"
 #include "frame/lock.h"
 #include "frame/log.h"
 #include "model/attributes.h"

@@ -5,12 +5,12 @@
 #include <unordered_map>
 #include <vector>
 
-#include "codec/byte_order.h"
 #include "codec/reader.h"
 #include "codec/stream_output.h"
 #include "codec/walk.h"
 #include "codec/writer.h"
 #include "config/config.h"
+#include "frame/byte_order.h"
 #include "frame/limits.h"
 #include "frame/log.h"
 #include "model/attributes.h"

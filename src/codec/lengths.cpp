@@ -1,9 +1,9 @@
 #include <cstring>
 #include <new>
 
-#include "codec/byte_order.h"
 #include "codec/walk.h"
 #include "config/config.h"
+#include "frame/byte_order.h"
 #include "frame/limits.h"
 #include "frame/log.h"
 #include "model/attributes.h"

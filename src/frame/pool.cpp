@@ -12,8 +12,8 @@
 
 #include "frame/lock.h"
 #include "frame/log.h"
-#include "frame/regions.h"
 #include "frame/named_locks.h"
+#include "frame/regions.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define VX_POISON 1

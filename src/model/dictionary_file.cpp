@@ -15,8 +15,8 @@
 #include <new>
 #include <string>
 
-#include "codec/byte_order.h"
 #include "config/config.h"
+#include "frame/byte_order.h"
 #include "frame/limits.h"
 #include "frame/log.h"
 #include "frame/seams.h"

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "codec/byte_order.h"
+#include "frame/byte_order.h"
 #include "frame/limits.h"
 #include "frame/log.h"
 #include "frame/pool.h"

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "codec/byte_order.h"
+#include "frame/byte_order.h"
 #include "support.h"
 #include "vexalkit.h"
 
