@@ -141,14 +141,6 @@ void eliminate_references(const MsgObj* item) {
   }
 }
 
-VX_STATUS add_command_attributes(MsgObj& object) {
-  for (const CommandAttribute& row : kCommandAttributes) {
-    const VX_STATUS status = new_tag(object, row.element, row.vr, 1, 1, nullptr);
-    if (status != kOk && status != VX_TAG_ALREADY_EXISTS) return status;
-  }
-  return kOk;
-}
-
 // A failed opening leaves nothing; a fault of the file has one status.
 VX_STATUS give_up(MsgObj*& object, VX_STATUS status) {
   state().messages.remove(object->ID);
@@ -193,6 +185,14 @@ VX_STATUS open_object(Kind kind, const char* name, MsgObj*& out) {
   }
   if (tracing()) trace_object(*object, true, false);
   out = object;
+  return kOk;
+}
+
+VX_STATUS add_command_attributes(MsgObj& object) {
+  for (const CommandAttribute& row : kCommandAttributes) {
+    const VX_STATUS status = new_tag(object, row.element, row.vr, 1, 1, nullptr);
+    if (status != kOk && status != VX_TAG_ALREADY_EXISTS) return status;
+  }
   return kOk;
 }
 

@@ -146,6 +146,8 @@ void empty_object(MsgObj& object);
 // Replaces the name; an object that can not get a copy keeps the old one (VX_SYSTEM_ERROR).
 VX_STATUS set_object_name(MsgObj& object, const char* name);
 VX_STATUS set_service_command(MsgObj& object, const char* service, uint16_t command);
+// Adds what the object lacks of the attributes of group 0000.
+VX_STATUS add_command_attributes(MsgObj& object);
 // Adds delta to the reference count, with the object trace; the new count.
 int32_t adjust_references(MsgObj& item, int32_t delta);
 inline bool is_file(const MsgObj& object) {

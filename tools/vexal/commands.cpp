@@ -5,7 +5,7 @@
 namespace vexal {
 
 std::span<const Command> commands() {
-  static const std::array<Command, 5> kCommands = {kDump, kConvert, kModify, kLookup, kConfig};
+  static const std::array<Command, 6> kCommands = {kDump, kValidate, kConvert, kModify, kLookup, kConfig};
   return kCommands;
 }
 

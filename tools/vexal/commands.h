@@ -6,6 +6,7 @@
 namespace vexal {
 
 extern const Command kDump;
+extern const Command kValidate;
 extern const Command kConvert;
 extern const Command kModify;
 extern const Command kLookup;

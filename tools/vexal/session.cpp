@@ -11,9 +11,11 @@ namespace {
 
 std::string source_text;
 thread_local const std::string* current_file = nullptr;
+thread_local bool warnings_muted = false;
 
 // The library's messages become lines on standard error. The receiver runs on the thread that logged.
 void receive_log(const VX_LOG_RECORD* record) {
+  if (warnings_muted && record->Type != 1) return;
   const char* level = record->Type == 1 ? "error" : record->Type == 2 ? "warning" : "info";
   if (current_file != nullptr) {
     std::fprintf(stderr, "%s: %s: %s\n", current_file->c_str(), level, record->Message);
@@ -85,6 +87,13 @@ CurrentFile::CurrentFile(const std::string& path) {
 }
 CurrentFile::~CurrentFile() {
   current_file = nullptr;
+}
+
+MutedWarnings::MutedWarnings() {
+  warnings_muted = true;
+}
+MutedWarnings::~MutedWarnings() {
+  warnings_muted = false;
 }
 
 void report(const std::string& path, const std::string& text) {

@@ -35,6 +35,15 @@ class CurrentFile {
   CurrentFile& operator=(const CurrentFile&) = delete;
 };
 
+// While it lives, what the library logs on this thread below an error is not shown.
+class MutedWarnings {
+ public:
+  MutedWarnings();
+  ~MutedWarnings();
+  MutedWarnings(const MutedWarnings&) = delete;
+  MutedWarnings& operator=(const MutedWarnings&) = delete;
+};
+
 // One line about a file: "PATH: offset 12 (0028,0010) Rows: text".
 void report(const std::string& path, const std::string& text);
 std::string describe_failure(VX_STATUS status, int64_t offset, uint32_t tag);
