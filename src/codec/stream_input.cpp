@@ -152,7 +152,7 @@ VX_STATUS StreamInput::start_inflate() {
     raw_[0].data = carried_;
   }
   raw_[1] = rest_;
-  output_size_ = std::clamp(raw_[0].size + raw_[1].size, kMinOutput, kReadChunk);
+  output_size_ = std::clamp(raw_[0].size + raw_[1].size, kMinOutput, kMaxInflated);
   zstream_ = new_zlib_stream();
   output_ = static_cast<uint8_t*>(allocate_raw(output_size_));
   if (zstream_ == nullptr || output_ == nullptr) {

@@ -30,7 +30,7 @@ inline constexpr std::size_t kMaxPath = 260;
 inline constexpr std::size_t kMaxLogText = 256;
 inline constexpr std::size_t kLogFormatBuffer = 1024;
 
-// Output of inflate for each byte of input. Deflate itself can not exceed 1032 to 1.
-inline constexpr std::size_t kMaxInflateRatio = 1100;
+// Inflated bytes that are held at a time: the ratio of a stream then costs no memory.
+inline constexpr std::size_t kMaxInflated = 1U << 20;
 
 }  // namespace vx
