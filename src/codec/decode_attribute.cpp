@@ -48,19 +48,17 @@ VX_STATUS Decoder::store_element(Frame& frame, Element element) {
   TagObj* attribute = nullptr;
   if (VX_STATUS status = place_attribute(frame, element, creator, attribute);
       status != VX_NORMAL_COMPLETION) {
-    VX_LOG_ERR(kDecodeFunction, "Error adding stream tag (%4.4X,%4.4X):", tag_group(element.tag),
-               tag_element(element.tag));
-    VX_LOG_ERR(kDecodeFunction, "|   \"%s\"", status_text(status));
+    fault("Error adding stream tag (%4.4X,%4.4X):", tag_group(element.tag), tag_element(element.tag));
+    fault("|   \"%s\"", status_text(status));
     return status == VX_SYSTEM_ERROR ? status : skip_value(element, frame.depth);
   }
   if (attribute->ValueCount > 0) {
-    VX_LOG_WARN(kDecodeFunction, "Tag %08x is duplicated", element.tag);
+    warn("Tag %08x is duplicated", element.tag);
     if (filter_matches(element.tag, kDuplicateTypes)) {
-      VX_LOG_WARN(kDecodeFunction, "Tag %08x new value is ignored due to DECODER_TAG_FILTER settings",
-                  element.tag);
+      warn("Tag %08x new value is ignored due to DECODER_TAG_FILTER settings", element.tag);
       return skip_value(element, frame.depth);
     }
-    VX_LOG_WARN(kDecodeFunction, "Tag %08x new value will be used", element.tag);
+    warn("Tag %08x new value will be used", element.tag);
     clear_value(frame.object, *attribute, true, true);
   }
   if (VX_STATUS status = check_length(element, *attribute); status != VX_NORMAL_COMPLETION) return status;
@@ -83,10 +81,9 @@ VX_STATUS Decoder::store_element(Frame& frame, Element element) {
   }
   if (!failure_logged_) {
     failure_logged_ = true;  // the sequences around it need not say so again
-    VX_LOG_ERR(kDecodeFunction, "(%4.4X,%4.4X): %s", group, tag_element(element.tag),
-               "Error encountered during encode:");
-    VX_LOG_ERR(kDecodeFunction, "|   %s", failure_text(outcome.status));
-    VX_LOG_ERR(kDecodeFunction, "|   at byte offset %llu", static_cast<unsigned long long>(in_.offset()));
+    fault("(%4.4X,%4.4X): %s", group, tag_element(element.tag), "Error encountered during encode:");
+    fault("|   %s", failure_text(outcome.status));
+    fault("|   at byte offset %llu", static_cast<unsigned long long>(in_.offset()));
   }
   return outcome.status;
 }
@@ -115,8 +112,8 @@ VX_STATUS Decoder::place_creator(Frame& frame, uint32_t tag, std::string_view co
   if (status == VX_FOUND_PRIVATE_BLOCK) {
     const bool duplicates = config_bool(VX_CFG_ALLOW_DUPLICATE_CREATOR_CODES);
     if (!duplicates && block_has_values(object, code, group)) {
-      VX_LOG_WARN(kDecodeFunction, "Ignoring duplicate private creator code: (%4.4X,%4.4X) %.*s", group,
-                  tag_element(tag), length, code.data());
+      warn("Ignoring duplicate private creator code: (%4.4X,%4.4X) %.*s", group, tag_element(tag), length,
+           code.data());
       return VX_NORMAL_COMPLETION;
     }
     if (duplicates && slot != tag && find_tag(object, tag) == nullptr) {
@@ -133,8 +130,8 @@ VX_STATUS Decoder::place_creator(Frame& frame, uint32_t tag, std::string_view co
     status = add_private_block(object, code, group, &slot, place, kDecodeFunction);
   }
   if (status != VX_NORMAL_COMPLETION) {
-    VX_LOG_WARN(kDecodeFunction, "Unable to add private creator (%.4X,%.4x) \"%.*s\": %s (ignoring)", group,
-                tag_element(tag), length, code.data(), status_text(status));
+    warn("Unable to add private creator (%.4X,%.4x) \"%.*s\": %s (ignoring)", group, tag_element(tag), length,
+         code.data(), status_text(status));
     return VX_NORMAL_COMPLETION;
   }
   frame.creators.add(tag, slot, code);
@@ -174,15 +171,18 @@ VX_STATUS Decoder::place_attribute(Frame& frame, const Element& element, std::st
   return new_tag(object, tag, vr, 1, 255, &out);
 }
 
-VX_STATUS Decoder::check_length(const Element& element, const TagObj& attribute) const {
+VX_STATUS Decoder::check_length(const Element& element, const TagObj& attribute) {
   if (element.vr == VX_VR_UN && (element.keep_un || element.length == kUndefinedLength)) {
     return VX_NORMAL_COMPLETION;
   }
   const int32_t vr = element.vr == VX_VR_UN ? attribute.VR : element.vr;
   if (!is_numeric_vr(vr) || element.length % vr_width(vr) == 0) return VX_NORMAL_COMPLETION;
-  VX_LOG_ERR(kDecodeFunction, "Total attribute length (%u) not a multiple of size ", element.length);
-  VX_LOG_ERR(kDecodeFunction, "for VR (%s): %u, tag '0x%X'", vr_letters(vr), vr_width(vr), element.tag);
-  return config_bool(VX_CFG_ALLOW_INVALID_LENGTH_FOR_VR) ? VX_NORMAL_COMPLETION : VX_INVALID_LENGTH_FOR_VR;
+  const bool allowed = config_bool(VX_CFG_ALLOW_INVALID_LENGTH_FOR_VR);
+  if (!allowed || may_tell()) {
+    fault("Total attribute length (%u) not a multiple of size ", element.length);
+    fault("for VR (%s): %u, tag '0x%X'", vr_letters(vr), vr_width(vr), element.tag);
+  }
+  return allowed ? VX_NORMAL_COMPLETION : VX_INVALID_LENGTH_FOR_VR;
 }
 
 Decoder::Outcome Decoder::reconcile_and_read(Frame& frame, TagObj& attribute, const Element& element) {
@@ -236,6 +236,7 @@ Decoder::Outcome Decoder::convert_un(Frame& frame, TagObj& attribute, const Elem
   if (vr == VX_VR_SQ) {
     ReadRequest request;
     Decoder nested(object, request, bytes, element.length);
+    nested.told_ = told_;
     status = nested.run_value(attribute, element.length, frame.depth);
   } else {
     status = set_simple(frame, attribute, bytes, element.length, false);
@@ -243,8 +244,8 @@ Decoder::Outcome Decoder::convert_un(Frame& frame, TagObj& attribute, const Elem
     if (stored && attribute.ValueCount > 0) status = VX_NORMAL_COMPLETION;
   }
   if (status == VX_NORMAL_COMPLETION) return status;
-  VX_LOG_WARN(kDecodeFunction, "Unable to convert tag (%4.4X,%4.4X) from UN to %s, ignoring",
-              tag_group(element.tag), tag_element(element.tag), vr_letters(vr));
+  warn("Unable to convert tag (%4.4X,%4.4X) from UN to %s, ignoring", tag_group(element.tag),
+       tag_element(element.tag), vr_letters(vr));
   clear_value(object, attribute, false, true);
   attribute.VR = VX_VR_UN;
   return store_value(object, attribute, bytes, element.length, {});

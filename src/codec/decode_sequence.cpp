@@ -27,19 +27,18 @@ class EncodingScope {
   const Encoding outer_;
 };
 
-VX_STATUS not_an_item(uint32_t tag) {
-  VX_LOG_ERR(kDecodeFunction, "Item tag (FFFE,E000) expected, (%.4X,%.4X) encountered in stream",
-             tag_group(tag), tag_element(tag));
+}  // namespace
+
+VX_STATUS Decoder::not_an_item(uint32_t tag) {
+  fault("Item tag (FFFE,E000) expected, (%.4X,%.4X) encountered in stream", tag_group(tag), tag_element(tag));
   return VX_INVALID_VALUE_FOR_VR;
 }
 
-bool too_deep(int depth) {
+bool Decoder::too_deep(int depth) {
   if (depth <= kMaxNesting) return false;
-  VX_LOG_ERR(kDecodeFunction, "Sequences are nested in more than %d levels", kMaxNesting);
+  fault("Sequences are nested in more than %d levels", kMaxNesting);
   return true;
 }
-
-}  // namespace
 
 // Takes the header of the next item, or of the delimiter. Inside a UN value both are little endian even where
 // the stream is not (PS3.5 section 6.2.2).
@@ -63,8 +62,8 @@ VX_STATUS Decoder::read_sequence(Frame& frame, TagObj& attribute, uint32_t lengt
   bool any = false;
   while (undefined || remaining > 0) {
     if (!undefined && remaining < 8) {
-      VX_LOG_ERR(kDecodeFunction, "(%4.4X,%4.4X): sequence length leaves %u bytes that are no item",
-                 tag_group(attribute.Tag), tag_element(attribute.Tag), static_cast<uint32_t>(remaining));
+      fault("(%4.4X,%4.4X): sequence length leaves %u bytes that are no item", tag_group(attribute.Tag),
+            tag_element(attribute.Tag), static_cast<uint32_t>(remaining));
       return VX_INVALID_VALUE_FOR_VR;
     }
     const uint64_t start = in_.offset();
@@ -80,10 +79,9 @@ VX_STATUS Decoder::read_sequence(Frame& frame, TagObj& attribute, uint32_t lengt
     if (undefined) continue;
     const uint64_t used = in_.offset() - start;
     if (used > remaining) {
-      VX_LOG_ERR(kDecodeFunction,
-                 "(%4.4X,%4.4X): an item goes on behind the end of its sequence, at offset %llu",
-                 tag_group(attribute.Tag), tag_element(attribute.Tag),
-                 static_cast<unsigned long long>(in_.offset()));
+      fault("(%4.4X,%4.4X): an item goes on behind the end of its sequence, at offset %llu",
+            tag_group(attribute.Tag), tag_element(attribute.Tag),
+            static_cast<unsigned long long>(in_.offset()));
       return VX_INVALID_VALUE_FOR_VR;
     }
     remaining -= used;
@@ -112,9 +110,8 @@ VX_STATUS Decoder::read_item(Frame& frame, TagObj& attribute, uint32_t length, b
   if (frame.charsets.known) inner.charsets = frame.charsets;  // until the item brings its own
   status = decode_elements(inner);
   if (status == VX_NORMAL_COMPLETION && inner.extent == Extent::Defined && in_.offset() > inner.end) {
-    VX_LOG_WARN(kDecodeFunction, "(%4.4X,%4.4X): an item of %u bytes holds %llu", tag_group(attribute.Tag),
-                tag_element(attribute.Tag), length,
-                static_cast<unsigned long long>(in_.offset() - inner.start));
+    warn("(%4.4X,%4.4X): an item of %u bytes holds %llu", tag_group(attribute.Tag),
+         tag_element(attribute.Tag), length, static_cast<unsigned long long>(in_.offset() - inner.start));
   }
   return status;
 }
@@ -128,8 +125,8 @@ VX_STATUS Decoder::skip_value(const Element& element, int depth) {
   }
   if (element.vr == VX_VR_SQ && undefined) return skip_sequence(depth, false);
   if (!is_bulk_vr(element.vr) && element.vr != VX_VR_SQ && element.length >= 0x80000000U) {
-    VX_LOG_ERR(kDecodeFunction, "(%4.4X,%4.4X): length 0x%8.8X is not possible for VR %s",
-               tag_group(element.tag), tag_element(element.tag), element.length, vr_letters(element.vr));
+    fault("(%4.4X,%4.4X): length 0x%8.8X is not possible for VR %s", tag_group(element.tag),
+          tag_element(element.tag), element.length, vr_letters(element.vr));
     return VX_VALUE_TOO_LARGE;
   }
   return undefined ? skip_fragments() : in_.discard(element.length);
@@ -166,7 +163,7 @@ VX_STATUS Decoder::skip_item(int depth, bool first_test) {
     const uint8_t* header = nullptr;
     VX_STATUS status = in_.need(8, header);
     if (status == VX_END_OF_DATA && in_.available() == 0) {
-      VX_LOG_ERR(kDecodeFunction, "Missing Item Delimiter in input stream");
+      fault("Missing Item Delimiter in input stream");
       return VX_INVALID_VALUE_FOR_VR;
     }
     if (status != VX_NORMAL_COMPLETION) return status;

@@ -84,8 +84,8 @@ Decoder::Outcome Decoder::read_value(Frame& frame, TagObj& attribute, const Elem
 
 Decoder::Outcome Decoder::read_simple(Frame& frame, TagObj& attribute, const Element& element) {
   if (element.length >= kMaxSimpleLength) {
-    VX_LOG_ERR(kDecodeFunction, "(%4.4X,%4.4X): length 0x%8.8X is not possible for VR %s",
-               tag_group(element.tag), tag_element(element.tag), element.length, vr_letters(attribute.VR));
+    fault("(%4.4X,%4.4X): length 0x%8.8X is not possible for VR %s", tag_group(element.tag),
+          tag_element(element.tag), element.length, vr_letters(attribute.VR));
     return {VX_VALUE_TOO_LARGE, false};
   }
   const uint8_t* bytes = nullptr;
@@ -163,7 +163,7 @@ Decoder::Outcome Decoder::read_bulk(Frame& frame, TagObj& attribute, const Eleme
   } else if (length == kUndefinedLength) {
     status = read_encapsulated(frame, attribute, element.tag);
   } else if (element.tag == kPixelData && frame.depth == 0 && encoding_.encapsulated) {
-    VX_LOG_ERR(kDecodeFunction, "Defined length pixel data encountered in encapsulated transfer syntax");
+    fault("Defined length pixel data encountered in encapsulated transfer syntax");
     status = VX_INVALID_VALUE_FOR_VR;
   } else {
     Run run{.length = length};
@@ -186,8 +186,8 @@ VX_STATUS Decoder::announce(MsgObj& object, TagObj& attribute, uint32_t length, 
   uint32_t narrow = static_cast<uint32_t>(offset);
   const bool fits = offset <= 0xFFFFFFFFU;
   if (!fits && kept) {
-    VX_LOG_ERR(kDecodeFunction, "(%4.4X,%4.4X): value at offset %llu cannot be left in the stream",
-               tag_group(attribute.Tag), tag_element(attribute.Tag), static_cast<unsigned long long>(offset));
+    fault("(%4.4X,%4.4X): value at offset %llu cannot be left in the stream", tag_group(attribute.Tag),
+          tag_element(attribute.Tag), static_cast<unsigned long long>(offset));
     return VX_VALUE_TOO_LARGE;
   }
   void* data = fits ? &narrow : nullptr;
@@ -329,13 +329,11 @@ VX_STATUS Decoder::read_encapsulated(Frame& frame, TagObj& attribute, uint32_t t
     object.TransferSyntax = encoding_.syntax;
   }
   if (!encoding_.encapsulated) {
-    VX_LOG_WARN(kDecodeFunction,
-                "Undefined length pixel data encountered in non-encapsulated transfer syntax");
+    warn("Undefined length pixel data encountered in non-encapsulated transfer syntax");
   }
   if (tag != kPixelData) {
-    VX_LOG_WARN(kDecodeFunction,
-                "Undefined length attribute (%.4X,%.4X) encountered in message that should not be undefined",
-                tag_group(tag), tag_element(tag));
+    warn("Undefined length attribute (%.4X,%.4X) encountered in message that should not be undefined",
+         tag_group(tag), tag_element(tag));
   }
   bool first = true;
   for (;;) {
@@ -360,9 +358,8 @@ VX_STATUS Decoder::next_fragment(uint32_t& length, bool& ended) {
   const uint8_t* header = nullptr;
   const VX_STATUS status = in_.need(kFragmentHeader, header);
   if (status == VX_END_OF_DATA && in_.available() == 0) {
-    VX_LOG_WARN(kDecodeFunction,
-                "(%4.4X,%4.4X): End of file encountered before sequence delimiter encountered",
-                tag_group(tag_), tag_element(tag_));
+    warn("(%4.4X,%4.4X): End of file encountered before sequence delimiter encountered", tag_group(tag_),
+         tag_element(tag_));
     ended = true;
     return VX_NORMAL_COMPLETION;
   }
@@ -375,8 +372,8 @@ VX_STATUS Decoder::next_fragment(uint32_t& length, bool& ended) {
     return VX_NORMAL_COMPLETION;
   }
   if (tag == kItemTag && length != kUndefinedLength) return VX_NORMAL_COMPLETION;
-  VX_LOG_ERR(kDecodeFunction, "Expecting item tag or sequence delimiter in stream, encountered (%.4X,%.4X)",
-             tag_group(tag), tag_element(tag));
+  fault("Expecting item tag or sequence delimiter in stream, encountered (%.4X,%.4X)", tag_group(tag),
+        tag_element(tag));
   return VX_INVALID_VALUE_FOR_VR;
 }
 

@@ -1,6 +1,7 @@
 #include "codec/decoder.h"
 
 #include <cctype>
+#include <cstdarg>
 #include <cstring>
 #include <new>
 
@@ -72,6 +73,22 @@ VX_STATUS Decoder::run() {
   if (status == VX_END_OF_DATA) status = VX_UNEXPECTED_EOD;
   if (request_.LogFailure) log_failure(status);
   return status;
+}
+
+void Decoder::warn(const char* format, ...) {
+  if (!may_tell()) return;
+  va_list values;
+  va_start(values, format);
+  log_line_v(VX_LOG_WARNING, kDecodeFunction, format, values);
+  va_end(values);
+}
+
+void Decoder::fault(const char* format, ...) {
+  if (told_ != &own_told_ && !may_tell()) return;
+  va_list values;
+  va_start(values, format);
+  log_line_v(VX_LOG_ERROR, kDecodeFunction, format, values);
+  va_end(values);
 }
 
 void Decoder::log_failure(VX_STATUS status) const {
@@ -158,8 +175,8 @@ VX_STATUS Decoder::leave_meta_at_end(Frame& frame) {
   const uint8_t* header = nullptr;
   const VX_STATUS status = in_.need(8, header);
   if (status == VX_NORMAL_COMPLETION && tag_group(load_tag(header, encoding_.big_endian)) == 2) {
-    VX_LOG_WARN(kDecodeFunction, "Group length (0002,0000) is too short: group 0002 goes on at offset %llu",
-                static_cast<unsigned long long>(in_.offset()));
+    warn("Group length (0002,0000) is too short: group 0002 goes on at offset %llu",
+         static_cast<unsigned long long>(in_.offset()));
     meta_end_ = ~uint64_t{0};
     return VX_NORMAL_COMPLETION;
   }
@@ -243,8 +260,8 @@ Decoder::Step Decoder::next_header(Frame& frame, Element& element, VX_STATUS& st
   tag_ = tag;
   if (group == kStructure) return structural_tag(frame, tag, status);
   if (tag < frame.last_tag && !config_bool(VX_CFG_ALLOW_OUT_OF_ORDER_TAGS)) {
-    VX_LOG_ERR(kDecodeFunction, "Tags not in ascending order: (%.4x,%.4x) found after (%.4x,%.4x)", group,
-               tag_element(tag), tag_group(frame.last_tag), tag_element(frame.last_tag));
+    fault("Tags not in ascending order: (%.4x,%.4x) found after (%.4x,%.4x)", group, tag_element(tag),
+          tag_group(frame.last_tag), tag_element(frame.last_tag));
     status = VX_OUT_OF_ORDER_TAG;
     return Step::Fail;
   }
@@ -272,10 +289,10 @@ Decoder::Step Decoder::end_of_data(Frame& frame, VX_STATUS& status) {
       status = VX_NORMAL_COMPLETION;
       return Step::Complete;
     case Extent::Undefined:
-      VX_LOG_ERR(kDecodeFunction, "Missing Item Delimiter in input stream");
+      fault("Missing Item Delimiter in input stream");
       break;
     case Extent::Defined:
-      VX_LOG_ERR(kDecodeFunction, "Not all item data in input stream");
+      fault("Not all item data in input stream");
       break;
   }
   tag_ = kItemTag;
@@ -294,14 +311,13 @@ Decoder::Step Decoder::structural_tag(Frame& frame, uint32_t tag, VX_STATUS& sta
     return Step::Complete;
   }
   if (tag == kItemEnd || (tag == kSequenceEnd && frame.extent != Extent::Undefined)) {
-    VX_LOG_WARN(kDecodeFunction, "(%4.4X,%4.4X): delimiter that ends nothing, at offset %llu (ignoring)",
-                tag_group(tag), tag_element(tag), static_cast<unsigned long long>(in_.offset()));
+    warn("(%4.4X,%4.4X): delimiter that ends nothing, at offset %llu (ignoring)", tag_group(tag),
+         tag_element(tag), static_cast<unsigned long long>(in_.offset()));
     in_.advance(8);
     return Step::Again;
   }
-  VX_LOG_ERR(kDecodeFunction,
-             "(%4.4X,%4.4X) encountered in stream where an attribute is expected, at offset %llu",
-             tag_group(tag), tag_element(tag), static_cast<unsigned long long>(in_.offset()));
+  fault("(%4.4X,%4.4X) encountered in stream where an attribute is expected, at offset %llu", tag_group(tag),
+        tag_element(tag), static_cast<unsigned long long>(in_.offset()));
   status = VX_INVALID_VALUE_FOR_VR;
   return Step::Fail;
 }
@@ -311,7 +327,7 @@ VX_STATUS Decoder::first_element_test(const uint8_t* header, uint32_t tag) {
   if (!encoding_.explicit_vr || tag_group(tag) == kStructure) return VX_NORMAL_COMPLETION;
   if (is_known_vr(static_cast<char>(header[4]), static_cast<char>(header[5]))) return VX_NORMAL_COMPLETION;
   if (config_bool(VX_CFG_REJECT_INVALID_VR)) {
-    VX_LOG_ERR(kDecodeFunction, "Invalid VR (0x%.2x 0x%.2x) detected in stream.", header[4], header[5]);
+    fault("Invalid VR (0x%.2x 0x%.2x) detected in stream.", header[4], header[5]);
     return VX_INVALID_VR_IN_STREAM;
   }
   encoding_.syntax = IMPLICIT_LITTLE_ENDIAN;
@@ -341,17 +357,16 @@ VX_STATUS Decoder::read_length(const uint8_t* header, Element& element) {
     element.keep_un = true;
     element.swap_width = big ? 8 : 0;
   } else if (config_bool(VX_CFG_REJECT_INVALID_VR)) {
-    VX_LOG_ERR(kDecodeFunction, "Invalid VR (0x%.2x 0x%.2x) for attribute (%.4x,%.4x) detected in stream.",
-               header[4], header[5], tag_group(element.tag), tag_element(element.tag));
+    fault("Invalid VR (0x%.2x 0x%.2x) for attribute (%.4x,%.4x) detected in stream.", header[4], header[5],
+          tag_group(element.tag), tag_element(element.tag));
     return VX_INVALID_VR_IN_STREAM;
   } else if ((first == '?' && second == '?') || (first == 'U' && second == 'K')) {
     element.length = load16(header + 6, big);
     return VX_NORMAL_COMPLETION;
   }
   if (header[6] != 0 || header[7] != 0) {
-    VX_LOG_WARN(kDecodeFunction,
-                "Tag (%04x,%04x) of VR %c%c reserved bytes incorrect.  Assuming encoded as 2 byte length",
-                tag_group(element.tag), tag_element(element.tag), first, second);
+    warn("Tag (%04x,%04x) of VR %c%c reserved bytes incorrect.  Assuming encoded as 2 byte length",
+         tag_group(element.tag), tag_element(element.tag), first, second);
     element.length = load16(header + 6, big);
     return VX_NORMAL_COMPLETION;
   }

@@ -74,7 +74,7 @@ class Decoder {
   VX_STATUS place_creator(Frame& frame, uint32_t tag, std::string_view code);
   bool map_private(Frame& frame, Element& element, std::string_view& creator);
   VX_STATUS place_attribute(Frame& frame, const Element& element, std::string_view creator, TagObj*& out);
-  VX_STATUS check_length(const Element& element, const TagObj& attribute) const;
+  VX_STATUS check_length(const Element& element, const TagObj& attribute);
   Outcome reconcile_and_read(Frame& frame, TagObj& attribute, const Element& element);
   Outcome convert_un(Frame& frame, TagObj& attribute, const Element& element);
   bool stops_at(const Frame& frame, uint32_t tag) const {
@@ -115,7 +115,15 @@ class Decoder {
   VX_STATUS skip_sequence(int depth, bool from_un);
   VX_STATUS skip_item(int depth, bool first_test);
 
+  VX_STATUS not_an_item(uint32_t tag);
+  bool too_deep(int depth);
+
   void log_failure(VX_STATUS status) const;
+  // Lines of the log. A stream can be made to cause any number of them: those about what is passed over are
+  // counted, and so is every line of a decoder inside another.
+  void warn(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  void fault(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  bool may_tell() { return ++*told_ <= kMaxTold; }
 
   MsgObj& top_;
   ReadRequest& request_;
@@ -129,6 +137,9 @@ class Decoder {
   bool before_deflate_ = false;
   uint32_t tag_ = 0;  // the tag in hand
   bool failure_logged_ = false;
+  static constexpr int64_t kMaxTold = 1000;
+  int64_t own_told_ = 0;
+  int64_t* told_ = &own_told_;  // shared with the decoders of values inside
 };
 
 inline constexpr char kDecodeFunction[] = "VXI_decode";

@@ -370,11 +370,14 @@ Scan scan_character(std::string_view text, std::size_t& position, uint32_t value
   }
 }
 
-bool check_default_character(uint32_t tag, uint8_t byte, uint32_t active_mask) {
+bool check_default_character(uint32_t tag, uint8_t byte, uint32_t active_mask, int& told) {
+  constexpr int kMaxTold = 8;
   if ((active_mask & kIr6) == 0 || byte < 0xA0) return true;
-  VX_LOG_WARN("VXI_CheckDefaultChar",
-              "Character (0x%02X) invalid for ISO-IR 6 character set in attribute (%04X,%04X)", byte,
-              tag_group(tag), tag_element(tag));
+  if (told++ < kMaxTold) {
+    VX_LOG_WARN("VXI_CheckDefaultChar",
+                "Character (0x%02X) invalid for ISO-IR 6 character set in attribute (%04X,%04X)", byte,
+                tag_group(tag), tag_element(tag));
+  }
   return config_bool(VX_CFG_TOLERATE_INVALID_IN_DEFAULT_CHARSET);
 }
 

@@ -37,8 +37,9 @@ enum class Scan { Single, Taken, Invalid };
 // Invalid: logged.
 Scan scan_character(std::string_view text, std::size_t& position, uint32_t values_mask, uint32_t& active_mask,
                     int& characters);
-// A byte that stands by itself, under ISO-IR 6: false if it counts as a bad character. Logs.
-bool check_default_character(uint32_t tag, uint8_t byte, uint32_t active_mask);
+// A byte that stands by itself, under ISO-IR 6: false if it counts as a bad character. Logs, a few times a
+// value: `told` counts the lines.
+bool check_default_character(uint32_t tag, uint8_t byte, uint32_t active_mask, int& told);
 
 // How a text of several values must be cut: a byte 0x5C is no separator where it is half of a character.
 enum SplitMode : uint8_t {

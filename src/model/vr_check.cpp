@@ -348,6 +348,7 @@ VX_STATUS scan_text(uint32_t tag, std::string_view text, const TextRule& rule, c
                     int& longest) {
   uint32_t active = masks.first;
   int characters = 0;
+  int told = 0;
   longest = 0;
   for (std::size_t i = 0; i < text.size(); ++i) {
     switch (scan_character(text, i, masks.values, active, characters)) {
@@ -360,7 +361,7 @@ VX_STATUS scan_text(uint32_t tag, std::string_view text, const TextRule& rule, c
     }
     const char byte = text[i];
     const uint8_t kind = class_of(byte);
-    if ((kind & rule.bad) != 0 || !check_default_character(tag, static_cast<uint8_t>(byte), active)) {
+    if ((kind & rule.bad) != 0 || !check_default_character(tag, static_cast<uint8_t>(byte), active, told)) {
       return kBadCharacter;
     }
     if (rule.pieces && byte == '=') {
