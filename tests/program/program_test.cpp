@@ -238,6 +238,30 @@ TEST_F(Program, DamagedAndStrangeFiles) {
   EXPECT_NE(bare.out.find("Doe^John"), std::string::npos);
 }
 
+// Rules of the SOP class, findings by severity, paths into sequences, exit status.
+TEST_F(Program, ValidateTellsWhatBreaksTheRules) {
+  Outcome outcome = run("validate " + path("a.dcm"));
+  EXPECT_EQ(outcome.exit, 1);
+  EXPECT_NE(outcome.out.find("    (0020,000D) StudyInstanceUID: "), std::string::npos) << outcome.out;
+  EXPECT_NE(outcome.out.find("1 file validated, 1 with errors: "), std::string::npos) << outcome.out;
+
+  const std::string to = path("b.dcm");
+  ASSERT_EQ(run("modify --set 'ReferencedImageSequence[0].Modality=CT' " + path("a.dcm") + " " + to).exit, 0);
+  outcome = run("validate --json --attribute ReferencedImageSequence " + to);
+  EXPECT_EQ(outcome.exit, 0) << outcome.out;
+  EXPECT_NE(outcome.out.find("{\"severity\":\"warning\",\"tag\":\"00080060\","
+                             "\"path\":\"ReferencedImageSequence[0].Modality\","),
+            std::string::npos)
+      << outcome.out;
+  EXPECT_EQ(outcome.out.find("StudyInstanceUID"), std::string::npos) << outcome.out;
+  EXPECT_EQ(run("validate --level errors --attribute ReferencedImageSequence " + to).exit, 0);
+
+  // A SOP class without a service is no finding.
+  ASSERT_EQ(run("modify --set SOPClassUID=1.2.3 " + path("a.dcm") + " " + path("c.dcm")).exit, 0);
+  EXPECT_EQ(run("validate " + path("c.dcm")).exit, 2);
+  EXPECT_EQ(run("validate --level some " + to).exit, 2);
+}
+
 TEST_F(Program, LookupAndConfig) {
   EXPECT_NE(run("lookup PatientName").out.find("(0010,0010) PN  VM 1  PatientName"), std::string::npos);
   EXPECT_NE(run("lookup 00280010").out.find("Rows"), std::string::npos);
