@@ -6,6 +6,7 @@ Compares values element by element with what pydicom reads, and lets dcmtk and g
 Exit 77 (skipped) where the samples or pydicom are missing.
 """
 import json
+import multiprocessing
 import os
 import shutil
 import subprocess
@@ -236,15 +237,33 @@ def check_modify(folder):
         fail("modify: dcmdump reads another name")
 
 
-with tempfile.TemporaryDirectory() as folder:
-    for name, path in valid_samples():
+def check_sample(sample):
+    """All checks of one file, in a process of its own: what failed, and what was counted."""
+    name, path = sample
+    failures.clear()
+    for key in counts:
+        counts[key] = 0
+    with tempfile.TemporaryDirectory() as own:
         try:
             if check_reading(name, path):
-                check_writing(name, path, folder)
+                check_writing(name, path, own)
         except subprocess.TimeoutExpired as error:
             fail("%s: takes too long: %s" % (name, error.cmd))
         except (AttributeError, ValueError, KeyError, NotImplementedError) as error:
             print("not compared:", name, type(error).__name__, error)
-    check_modify(folder)
-print(", ".join("%d %s" % (v, k) for k, v in counts.items()), ",", len(failures), "failures")
-sys.exit(1 if failures else 0)
+    return list(failures), dict(counts)
+
+
+if __name__ == "__main__":
+    all_failures, totals = [], dict(counts)
+    with multiprocessing.Pool() as pool:
+        for failed, counted in pool.imap_unordered(check_sample, list(valid_samples())):
+            all_failures += failed
+            for key, value in counted.items():
+                totals[key] += value
+    failures.clear()
+    with tempfile.TemporaryDirectory() as folder:
+        check_modify(folder)
+    all_failures += failures
+    print(", ".join("%d %s" % (v, k) for k, v in totals.items()) + ",", len(all_failures), "failures")
+    sys.exit(1 if all_failures else 0)
