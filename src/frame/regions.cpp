@@ -19,9 +19,9 @@
 namespace vx {
 namespace {
 
-constexpr std::size_t kRegion = std::size_t{2} << 20;  // the size and the alignment of a huge page
-constexpr std::size_t kFromHeap = 512U * 1024U;        // a small program never takes a region
-constexpr std::size_t kLargestBlock = kRegion / 4;
+constexpr std::size_t kRegion = std::size_t{2} << 20;             // the size and the alignment of a huge page
+[[maybe_unused]] constexpr std::size_t kFromHeap = 512U * 1024U;  // a small program never takes a region
+[[maybe_unused]] constexpr std::size_t kLargestBlock = kRegion / 4;
 constexpr std::size_t kHugeBuffer = 2 * kRegion;
 
 // At the head of each region. A block that is given back waits for the next of its pool, or for the region to

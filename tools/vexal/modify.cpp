@@ -45,7 +45,9 @@ constexpr VerbRow kVerbs[] = {{"--set", Verb::Set, true},
                               {"--new-uid", Verb::NewUid, false}};
 
 bool read_changes(const Args& args, std::vector<Change>& changes) {
-  for (const auto& [option, text] : args.in_order()) {
+  for (const auto& given : args.in_order()) {
+    const std::string& option = given.first;
+    const std::string& text = given.second;
     const auto row = std::find_if(std::begin(kVerbs), std::end(kVerbs),
                                   [&](const VerbRow& r) { return option == r.option; });
     if (row == std::end(kVerbs)) continue;
