@@ -20,31 +20,29 @@ constexpr int32_t kIndexFrom = 32;
 constexpr int kLongWalk = 8;
 constexpr uint32_t kNear = 0x100;
 
-// The first attribute whose tag is not below `tag`, searched from the cursor, which stays. All of the
-// functions in this block run under the object's semaphore.
-TagObj* walk(MsgObj& object, uint32_t tag, bool& gave_up) {
-  TagObj* at = object.CurrentTag != nullptr ? object.CurrentTag : object.FirstTag;
+// The first attribute from `at` on whose tag is not below `tag`. All of the functions in this block run under
+// the object's semaphore. False after too many steps.
+bool walk_forward(TagObj*& at, uint32_t tag, int limit) {
+  for (int steps = 0; at != nullptr && at->Tag < tag; at = at->Next) {
+    if (++steps > limit) return false;
+  }
+  return true;
+}
+bool walk_backward(TagObj*& at, uint32_t tag, int limit) {
+  for (int steps = 0; at->Previous != nullptr && at->Previous->Tag >= tag; at = at->Previous) {
+    if (++steps > limit) return false;
+  }
+  return true;
+}
+
+// The same for the whole table: from the cursor, and from the head, where what everyone asks for lies.
+bool walk(MsgObj& object, uint32_t tag, TagObj*& at) {
   const int limit = object.AttributeCount > kIndexFrom ? kLongWalk : INT32_MAX;
-  int steps = 0;
-  gave_up = false;
-  if (at->Tag < tag) {
-    while (at != nullptr && at->Tag < tag) {
-      if (++steps > limit) {
-        gave_up = true;
-        return nullptr;
-      }
-      at = at->Next;
-    }
-    return at;
-  }
-  while (at->Previous != nullptr && at->Previous->Tag >= tag) {
-    if (++steps > limit) {
-      gave_up = true;
-      return nullptr;
-    }
-    at = at->Previous;
-  }
-  return at;
+  at = object.CurrentTag != nullptr ? object.CurrentTag : object.FirstTag;
+  if (at->Tag < tag) return walk_forward(at, tag, limit);
+  if (walk_backward(at, tag, limit)) return true;
+  at = object.FirstTag;
+  return walk_forward(at, tag, limit);
 }
 
 TagObj* plain_search(MsgObj& object, uint32_t tag) {
@@ -63,17 +61,11 @@ TagObj* search(MsgObj& object, uint32_t tag) {
     if (tag - at->Tag <= kNear && at->Next != nullptr && at->Next->Tag >= tag) return at->Next;
   }
   if (object.Index == nullptr) {
-    bool gave_up;
-    at = walk(object, tag, gave_up);
-    if (!gave_up) return at;
+    if (walk(object, tag, at)) return at;
     object.Index = build_index(object.FirstTag);
     if (object.Index == nullptr) return plain_search(object, tag);
   }
-  at = index_lower_bound(*object.Index, tag);
-  // The record lies on two lines: let both come at once.
-  if (at != nullptr) {
-  }
-  return at;
+  return index_lower_bound(*object.Index, tag);
 }
 
 // The same, and the cursor goes to the place.

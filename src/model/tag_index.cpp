@@ -10,9 +10,8 @@
 namespace vx {
 namespace {
 
-// A block fills a 512-byte buffer. Fresh blocks are left a quarter empty, so that insertions split few.
+// A block fills a 512-byte buffer.
 constexpr uint32_t kBlockSize = 42;
-constexpr uint32_t kBlockFill = 32;
 
 struct Block {
   uint32_t count;
@@ -106,7 +105,7 @@ TagIndex* build_index(TagObj* first) {
   if (index == nullptr) return nullptr;
   Block* block = nullptr;
   for (TagObj* attribute = first; attribute != nullptr; attribute = attribute->Next) {
-    if (block == nullptr || block->count == kBlockFill) {
+    if (block == nullptr || block->count == kBlockSize) {
       block = add_block(*index, index->count);
       if (block == nullptr) {
         free_index(index);
