@@ -31,13 +31,13 @@ struct ValueObj {
 // What finding and reading touch comes first: in a large table each cache line counts.
 struct TagObj {
   uint32_t Tag;
+  int32_t VR;
   int32_t ValueCount;
   uint32_t Length;   // bytes of all values; items in a sequence; kUndefinedLength: not known
   char Storage;      // 'M' memory, 'F' temporary file, 'C' callback
   char DecoderMark;  // kReadFromUn on a sequence that was read from UN
   uint8_t ReadStarted;
   uint8_t ReadFinished;
-  int32_t VR;
   int32_t CursorNumber;  // from 1
   ValueObj* FirstValue;
   ValueObj* CursorValue;

@@ -414,11 +414,14 @@ VX_STATUS cursor_nth(const TagObj& attribute, ValueCursor& cursor, int32_t numbe
 }
 
 ValueCursor get_cursor(const TagObj& attribute) {
+  if (is_numeric_vr(attribute.VR)) return {attribute.CursorNumber, nullptr, nullptr};
   return {attribute.CursorNumber, attribute.CursorValue, attribute.CursorPrevious};
 }
 
 void set_cursor(TagObj& attribute, const ValueCursor& cursor) {
   attribute.CursorNumber = cursor.number;
+  // A number has no place in the chain, and the fields lie on another line of the cache.
+  if (is_numeric_vr(attribute.VR)) return;
   attribute.CursorValue = cursor.value;
   attribute.CursorPrevious = cursor.previous;
 }
