@@ -121,9 +121,9 @@ constexpr auto kClassOfWords = [] {
   return classes;
 }();
 
-constexpr std::size_t kThreadSlots = 128;          // the most that a thread keeps of one pool
-constexpr std::size_t kThreadBytes = 64U * 1024U;  // or their bytes
-constexpr std::size_t kLargestCached = 4096;       // bigger objects would lie idle
+constexpr std::size_t kThreadSlots = 1024;  // the most that a thread keeps of one pool: a large message
+constexpr std::size_t kThreadBytes = 256U * 1024U;  // or their bytes
+constexpr std::size_t kLargestCached = 4096;        // bigger objects would lie idle
 
 constinit PoolRecord g_pools[kPoolCount] = {};
 constinit Lock g_direct_lock;  // mallocSemaphore
