@@ -1,0 +1,166 @@
+// The session: one for each association, shared by both sides of it; its guard and its registry.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <span>
+#include <type_traits>
+
+#include "config/services.h"
+#include "config/transfer_syntax.h"
+#include "frame/app.h"
+#include "frame/lock.h"
+#include "frame/state.h"
+#include "net/service_lists.h"
+
+namespace vx {
+
+struct AssociationParameters;
+struct DUL_Association;
+
+// One usable combination of presentation context and service.
+struct AcceptedContext {
+  uint8_t ContextId;
+  int32_t ServiceNumber;
+  const SopObj* Service;
+  uint32_t ServiceCommands;
+  char SopClassUid[68];
+  char TransferSyntaxUid[68];
+  VX_TRANSFER_SYNTAX TransferSyntax;
+  int32_t IsMeta;  // the entry stands for a Meta SOP class or one of its components
+};
+static_assert(std::is_trivially_destructible_v<AcceptedContext>);
+
+// One outstanding operation.
+struct RequestRecord {
+  RequestRecord* Next;
+  RequestRecord* Previous;
+  uint32_t MessageId;
+  int32_t ServiceNumber;
+  const SopObj* Service;  // of received requests
+  uint8_t ContextId;
+  char InstanceUid[65];  // of a received request; empty if none
+};
+static_assert(std::is_trivially_destructible_v<RequestRecord>);
+
+struct RequestList {
+  RequestRecord* Head;
+  RequestRecord* Tail;
+  int32_t Count;
+};
+
+struct RemoteApplication {
+  RemoteApplication* Next;
+  char Title[20];
+  char HostName[40];
+  int32_t Port;
+  char ServiceListName[130];
+  bool FromProfile;  // from the profile alone, with no arguments
+};
+static_assert(std::is_trivially_destructible_v<RemoteApplication>);
+
+struct SesObj {
+  int32_t AssociationID;
+  AppObj* Application;
+  AssociationParameters* Parameters;  // owned; freed by the first send or the accept
+  DUL_Association* Dul;               // owned
+  int32_t IsRequester;
+  int32_t RequestPending;     // between the wait and accept or reject
+  int32_t FromSocket;         // made by VX_Process_Association_Request
+  int32_t InNetworkFunction;  // under session_lock(): a thread is inside a blocking call
+  int32_t AbortRequested;     // under session_lock(): another thread wants it to end
+  ServiceList* Services;
+  int32_t AcceptedContextCount;
+  int32_t ContextCount;
+  RemoteApplication* Remote;  // null on the accepting side
+  int32_t AcceptedEntryCount;
+  AcceptedContext* AcceptedEntries;  // owned; the components of a Meta SOP class follow it
+  uint16_t MaxOperationsInvoked;
+  uint16_t MaxOperationsPerformed;
+  RequestList PendingRequests;   // sent, not yet answered
+  RequestList ReceivedRequests;  // received, not yet answered
+  Lock RequestSemaphore;         // guards both lists
+};
+static_assert(std::is_trivially_destructible_v<SesObj>);
+
+// The connection record of the encoder's output and the decoder's input.
+struct PduStream {
+  uint32_t Magic;
+  DUL_Association* Dul;  // cleared when the association dies
+  int32_t IsData;        // 0 while the command passes
+  int32_t Timeout;       // reading
+  int32_t LastStatus;    // reading: outcome of the last PDV read
+  uint8_t ContextId;
+  int32_t NoDataSet;
+  uint32_t BufferSize;
+  uint32_t Length;  // value bytes in the fragment being filled
+  uint8_t* Base;
+  uint8_t* WritePointer;
+  uint8_t* FragmentStart;  // where the header of the fragment being filled goes
+  uint32_t Remaining;
+};
+inline constexpr uint32_t kPduStreamMagic = 0xF123FF87U;
+
+inline std::span<const AcceptedContext> accepted_of(const SesObj& session) {
+  return {session.AcceptedEntries, static_cast<std::size_t>(session.AcceptedEntryCount)};
+}
+
+// --- Life ---
+
+// Guards the registry, the busy and abort marks of every session, and all that a report reads: a session is
+// unregistered, and its Parameters and transport are taken away, under this lock only.
+inline Lock& session_lock() {
+  return state().sessions.semaphore;
+}
+// A registered session, marked busy, of no application's list yet; null after a line in the log.
+SesObj* new_session(AppObj& app, bool requester);
+// Puts it in the list of its application. False if there is no memory.
+bool attach_session(SesObj& session);
+// Drops the upper-layer handle and frees all that the session owns. The ID is dead from then on.
+void free_session(SesObj* session);
+// Sends an A-ABORT if the handle is alive, and frees the session.
+void abort_session(SesObj* session);
+// Takes the parameters away, and frees them.
+void drop_parameters(SesObj& session);
+bool is_alive(const SesObj& session);  // the upper-layer handle is valid
+
+// --- The guard: one thread at a time inside the blocking calls of a session ---
+
+// Marks the session busy. VX_INVALID_ASSOCIATION_ID; VX_SYSTEM_ERROR, after a line in the log under
+// `function`, while another thread is inside.
+VX_STATUS enter_session(int32_t id, const char* function, SesObj*& out);
+// Takes the mark away. VX_ASSOCIATION_ABORTED: another thread asked for it, and the session is gone.
+VX_STATUS leave_session(SesObj* session);
+bool abort_was_requested(const SesObj& session);
+// For reports: the session, or null, while the lock is held.
+class SessionReport {
+ public:
+  explicit SessionReport(int32_t id)
+      : guard_(session_lock()), session_(static_cast<SesObj*>(state().sessions.find(id))) {}
+  SesObj* get() const { return session_; }
+  SesObj* operator->() const { return session_; }
+
+ private:
+  Guard guard_;
+  SesObj* session_;
+};
+
+// --- Requests ---
+
+RequestRecord* new_request();
+void free_request(RequestRecord* request);
+void add_request(SesObj& session, RequestList& list, RequestRecord* request);
+// Takes it out and frees it.
+void remove_request(SesObj& session, RequestList& list, RequestRecord* request);
+RequestRecord* find_request(SesObj& session, const RequestList& list, uint32_t message_id);
+
+// --- Negotiation, both sides ---
+
+// Fills AcceptedEntries from the contexts of Parameters. VX_INVALID_TRANSFER_SYNTAX after a line in the log;
+// VX_SYSTEM_ERROR.
+VX_STATUS make_accepted_entries(SesObj& session);
+// The parameters at level T3. Mode 1 is the request, 2 the response.
+enum class ParameterLog { Request = 1, Response = 2 };
+void log_association_parameters(const AssociationParameters& parameters, ParameterLog mode);
+
+}  // namespace vx
