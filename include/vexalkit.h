@@ -666,6 +666,26 @@ typedef struct ValErrObj {
 typedef int32_t ValidationLevel;
 enum { VX_Errors_Only = 1, VX_Errors_And_Warnings = 2, VX_All_Findings = 3 };
 
+/*
+ * A secure channel of the caller's making, used in place of plain reads and writes. The library copies the
+ * table, not what it points to. The socket is connected and non-blocking, and stays the library's; Role is 0
+ * on the side that connected and 1 on the side that accepted; time-outs are in seconds.
+ */
+typedef struct SS_Functions {
+  /* Makes the channel. 0: it stands; anything else fails the connection. */
+  int32_t (*SS_Open)(int32_t Socket, int32_t Role, void* ApplicationContext, void** SecureContext);
+  /* Reads Length bytes, or fewer if no more are at hand. 0: *Count bytes came; 2: nothing came in time; else
+   * failure.
+   */
+  int32_t (*SS_Read)(void* SecureContext, void* ApplicationContext, void* Buffer, uint32_t Length,
+                     uint32_t* Count, int32_t Timeout);
+  /* Writes all Length bytes. 0: done; 2: the peer took too long; else failure. */
+  int32_t (*SS_Write)(void* SecureContext, void* ApplicationContext, const void* Buffer, uint32_t Length,
+                      uint32_t* Count, int32_t Timeout);
+  /* Called once, before the socket is closed. */
+  void (*SS_Close)(void* SecureContext, void* ApplicationContext);
+} SS_Functions;
+
 /* ---- Callbacks ---------------------------------------------------------------------------------------- */
 
 /* Called once by VX_Library_Initialization and by each VX_Library_Reset. The record lives as long as the

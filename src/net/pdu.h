@@ -1,0 +1,132 @@
+// The PDUs of the upper layer (PS3.8 section 9.3) and what both sides negotiate through them.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "frame/status.h"
+
+namespace vx {
+
+enum PduType : uint8_t {
+  kAssociateRq = 1,
+  kAssociateAc = 2,
+  kAssociateRj = 3,
+  kPDataTf = 4,
+  kReleaseRq = 5,
+  kReleaseRp = 6,
+  kAbort = 7
+};
+
+inline constexpr std::size_t kPduHeader = 6;
+inline constexpr std::size_t kShortPdu = 10;
+inline constexpr std::size_t kPdvHeader = 12;  // of a P-DATA-TF with one PDV
+inline constexpr std::size_t kUid = 68;        // room for a UID, of which 64 come from the wire
+inline constexpr int kMostContexts = 128;
+inline constexpr int kMostSyntaxes = 26;       // of one context
+inline constexpr int kMostRelatedClasses = 9;  // of one context, received
+inline constexpr uint8_t kNoAnswer = 0xDD;     // result of a context that the peer did not mention
+inline constexpr uint16_t kWindowAbsent = 65535;
+inline constexpr uint8_t kRoleAbsent = 0xFF;
+
+struct TransferSyntaxEntry {
+  char uid[kUid];
+  VX_TRANSFER_SYNTAX code;
+};
+
+struct PresentationContext {
+  uint8_t id;  // 0 marks an unused record and is never sent
+  char abstractSyntax[kUid];
+  int32_t transferSyntaxCount;
+  TransferSyntaxEntry* transferSyntaxes;  // owned; proposed, in order
+  uint8_t result;                         // 0 to 4 of PS3.8, or kNoAnswer
+  char acceptedTransferSyntax[kUid];
+  VX_TRANSFER_SYNTAX acceptedTransferSyntaxCode;
+  uint16_t extendedNegotiationLength;  // in use
+  uint16_t extendedNegotiationCapacity;
+  uint8_t* extendedNegotiation;  // owned, may be null
+  bool negotiationInfoSet;       // the application replaced the data for this association
+  uint8_t scuRole;               // 0 or 1; kRoleAbsent without a role item
+  uint8_t scpRole;
+  char serviceClassUid[kUid];  // of common extended negotiation; empty for none
+  int32_t relatedClassCount;
+  char (*relatedClasses)[kUid];  // owned
+};
+static_assert(std::is_trivially_destructible_v<PresentationContext>);
+
+struct AssociationParameters {
+  char calledTitle[20];
+  char callingTitle[20];
+  char applicationContextName[kUid];
+  uint16_t protocolVersion;  // from the peer; always sent as 1
+  int32_t contextCount;
+  PresentationContext* contexts;  // owned; in proposal order
+  uint32_t maximumPduLength;      // sent; after a parse the peer's
+  char implementationClassUid[kUid];
+  char remoteImplementationClassUid[kUid];
+  char implementationVersion[20];
+  char remoteImplementationVersion[20];
+  uint16_t maxOperationsInvoked;  // kWindowAbsent: not sent
+  uint16_t maxOperationsPerformed;
+  uint16_t rejectResult;
+  uint16_t rejectSource;
+  uint16_t rejectReason;
+  char callingHostName[48];
+  char callingAddress[72];
+  char calledHostName[40];
+  char calledPort[8];
+  int32_t userIdentityType;  // 0 none, 1 name, 2 name and passcode, 3 Kerberos, 4 SAML, 5 JSON Web Token
+  uint8_t userIdentityResponseRequested;
+  uint8_t* userIdentityPrimary;  // owned
+  uint16_t userIdentityPrimaryLength;
+  uint8_t* userIdentitySecondary;  // owned
+  uint16_t userIdentitySecondaryLength;
+  uint8_t* userIdentityResponse;  // owned
+  uint16_t userIdentityResponseLength;
+  bool sendUserIdentityResponse;
+  bool receivedUserIdentityResponse;
+  int32_t nextAcceptableService;
+};
+static_assert(std::is_trivially_destructible_v<AssociationParameters>);
+
+inline std::span<PresentationContext> contexts_of(const AssociationParameters& parameters) {
+  return {parameters.contexts, static_cast<std::size_t>(parameters.contextCount)};
+}
+
+// With the window absent; null if there is no memory.
+AssociationParameters* new_association_parameters();
+void free_association_parameters(AssociationParameters* parameters);
+// Makes room for `count` zeroed contexts with roles absent and codes -1; the former ones are freed.
+bool set_context_count(AssociationParameters& parameters, int32_t count);
+// Room for the transfer syntaxes of a context, zeroed.
+bool set_syntax_count(PresentationContext& context, int32_t count);
+// A copy of `length` bytes of extended negotiation data; null and 0 take the data away.
+bool set_extended_negotiation(PresentationContext& context, const void* data, uint16_t length);
+// Room for related general SOP classes, zeroed.
+bool set_related_count(PresentationContext& context, int32_t count);
+
+// --- Building ---
+
+// The wire form of an A-ASSOCIATE-RQ (type 1) or -AC (type 2).
+void Build_Associate_PDU(const AssociationParameters& parameters, PduType type, std::vector<uint8_t>& pdu);
+// One of the four short PDUs; the bytes of the last three fields.
+void build_short_pdu(uint8_t (&pdu)[kShortPdu], PduType type, uint8_t b7 = 0, uint8_t b8 = 0, uint8_t b9 = 0);
+// The header of a P-DATA-TF with one PDV, in the 12 bytes in front of its value.
+void build_pdv_header(uint8_t* header, uint32_t value_length, uint8_t context_id, bool is_data, bool is_last);
+
+// --- Parsing ---
+
+// An A-ASSOCIATE-RQ or -AC, header included, into the parameters. For an A-ASSOCIATE-AC they hold the
+// proposal, whose contexts have been marked as unanswered. `pdu` holds exactly what was received; DUL_NORMAL,
+// DUL_DEFORMED_PDU, DUL_UNKNOWN_PDU, DUL_NO_MEMORY of upper_layer.h.
+int32_t parse_associate(std::span<const uint8_t> pdu, AssociationParameters& parameters);
+// Before an A-ASSOCIATE-AC is parsed: no context is answered.
+void mark_unanswered(AssociationParameters& parameters);
+
+// Forgets what INSURE_EVEN_UID_LENGTH was when first looked at.
+void reset_uid_padding();
+
+}  // namespace vx
