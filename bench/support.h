@@ -16,16 +16,25 @@ inline void require(VX_STATUS status, const char* what) {
   std::exit(1);
 }
 
-// The library, started once with the configuration that VEXAL_INI or the build folder names.
+// With the configuration that VEXAL_INI or the build folder names.
+inline void open_library() {
+  if (std::getenv("VEXAL_INI") == nullptr) VX_Set_VexalINI(VEXAL_BENCH_INI);
+  require(VX_Library_Initialization(nullptr, nullptr, nullptr), "VX_Library_Initialization");
+  VX_Set_String_Config_Value(VX_CFG_LOG_FILE, "/dev/null");
+  for (VX_LOG_KEY key = 0; key < VX_LOG_KEY_COUNT; ++key) VX_Set_Log_Destination(key, VX_LOG_OFF);
+}
+
+// The library, started once.
 inline void start_library() {
-  static const bool started = [] {
-    if (std::getenv("VEXAL_INI") == nullptr) VX_Set_VexalINI(VEXAL_BENCH_INI);
-    require(VX_Library_Initialization(nullptr, nullptr, nullptr), "VX_Library_Initialization");
-    VX_Set_String_Config_Value(VX_CFG_LOG_FILE, "/dev/null");
-    for (VX_LOG_KEY key = 0; key < VX_LOG_KEY_COUNT; ++key) VX_Set_Log_Destination(key, VX_LOG_OFF);
-    return true;
-  }();
+  static const bool started = (open_library(), true);
   (void)started;
+}
+
+// For what happens once in the life of a library. Objects are gone afterwards.
+inline void restart_library() {
+  start_library();
+  VX_Library_Release();
+  open_library();
 }
 
 // A stream of bytes in memory, written by an encode and read by a decode.

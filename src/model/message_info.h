@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 #include <type_traits>
 
 #include "frame/list.h"
@@ -19,8 +20,9 @@ struct ValidValueObj {
 
 // The rules for one attribute, shared by all objects of a template.
 struct ValTagObj {
-  CObList ValidValues;    // of ValidValueObj; item names for a sequence
-  const char* Condition;  // name of the predicate, or null
+  CObList ValidValues;             // of ValidValueObj; item names for a sequence
+  const char* Condition;           // name of the predicate, or null
+  std::string_view ConditionRule;  // what it says; empty for one that nothing can be told of
   uint16_t MaxValueNumber;
   int32_t AttributeType;  // 0 "1", 1 "1C", 2 "2", 3 "2C", 4 "3", 7 not set
 };

@@ -12,6 +12,7 @@
 #include "frame/text.h"
 #include "model/convert.h"
 #include "model/dictionary.h"
+#include "model/seams.h"
 #include "model/values.h"
 #include "model/vr.h"
 
@@ -353,6 +354,10 @@ VX_STATUS Builder::condition(std::string_view data) {
   if (name == nullptr) return VX_SYSTEM_ERROR;
   release(const_cast<char*>(current_->Template->Condition));
   current_->Template->Condition = name;
+  current_->Template->ConditionRule = {};
+  if (find_condition != nullptr && !find_condition(data, current_->Template->ConditionRule)) {
+    VX_LOG_WARN(kFunction, "Unknown validate function: %s", name);
+  }
   return kOk;
 }
 

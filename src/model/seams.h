@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "model/object.h"
 
@@ -17,6 +18,9 @@ void free_file_info(MsgObj& object);
 // text: lines at level T1 when an object is opened, freed or counted.
 void trace_object(const MsgObj& object, bool created, bool freed);
 
+// validate: the rule of a condition, empty for one that can not be judged; false if no condition has the name.
+// The text lives as long as the library.
+[[gnu::weak]] bool find_condition(std::string_view name, std::string_view& rule);
 // pixel: state of an encapsulated value.
 [[gnu::weak]] void release_encapsulation_state(MsgObj& object);
 // media: directory records of an object whose service becomes, or no longer is, a directory.

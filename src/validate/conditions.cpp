@@ -6,6 +6,7 @@
 
 #include "model/attributes.h"
 #include "model/message_info.h"
+#include "model/seams.h"
 #include "validate/condition_rules.h"
 #include "vexalkit.h"
 
@@ -28,13 +29,17 @@ constexpr int32_t answer(bool holds) {
   return holds ? kConditionHolds : kConditionFails;
 }
 
-// Cuts the part before the first of `separators` off the text; what was cut at is in `separator`, 0 at the
-// end.
+// Cuts the part before the first of `separators`, one or two, off the text; what was cut at is in
+// `separator`, 0 at the end.
 std::string_view take_part(std::string_view& text, std::string_view separators, char& separator) {
-  const std::size_t at = text.find_first_of(separators);
+  const auto separates = [separators](char c) {
+    return c == separators[0] || (separators.size() > 1 && c == separators[1]);
+  };
+  std::size_t at = 0;
+  while (at < text.size() && !separates(text[at])) ++at;
   const std::string_view part = text.substr(0, at);
-  separator = at == std::string_view::npos ? '\0' : text[at];
-  text.remove_prefix(at == std::string_view::npos ? text.size() : at + 1);
+  separator = at < text.size() ? text[at] : '\0';
+  text.remove_prefix(at < text.size() ? at + 1 : at);
   return part;
 }
 
@@ -265,14 +270,6 @@ int32_t evaluate_clauses(std::string_view rule, int32_t object_id, uint32_t own_
   return result;
 }
 
-int32_t evaluate_rule(std::string_view rule, int32_t object_id, uint32_t own_tag) {
-  constexpr std::string_view kAnswers = "-> ";
-  const std::size_t at = rule.find(kAnswers);
-  const int32_t result = evaluate_clauses(trim(rule.substr(0, at)), object_id, own_tag);
-  if (at == std::string_view::npos) return result;
-  return rule[at + kAnswers.size() + static_cast<std::size_t>(result)] - '0';
-}
-
 // Binary search in the text itself: what is behind the name, or nothing.
 std::optional<std::string_view> find_row(std::string_view table, std::string_view name) {
   std::size_t low = 0;
@@ -297,13 +294,24 @@ std::optional<std::string_view> find_row(std::string_view table, std::string_vie
 
 }  // namespace
 
-int32_t evaluate_condition(std::string_view name, int32_t object_id, uint32_t tag) {
-  const std::optional<std::string_view> rule = find_row(kConditionRules, name);
-  return rule ? evaluate_rule(*rule, object_id, tag) : kConditionUnknown;
+int32_t evaluate_condition(std::string_view rule, int32_t object_id, uint32_t tag) {
+  if (rule.empty()) return kConditionUnknown;
+  // Behind "-> " stand three digits, at the end.
+  constexpr std::size_t kAnswers = 6;
+  std::string_view clauses = rule;
+  const bool translated = rule.size() > kAnswers && rule.substr(rule.size() - kAnswers, 3) == "-> ";
+  if (translated) clauses.remove_suffix(kAnswers);
+  const int32_t result = evaluate_clauses(clauses, object_id, tag);
+  return translated ? rule[rule.size() - 3 + static_cast<std::size_t>(result)] - '0' : result;
 }
 
-bool is_condition(std::string_view name) {
-  return find_row(kConditionRules, name).has_value() || find_row(kUnjudgedConditions, name).has_value();
+bool find_condition(std::string_view name, std::string_view& rule) {
+  rule = {};
+  if (const auto row = find_row(kConditionRules, name)) {
+    rule = *row;
+    return true;
+  }
+  return find_row(kUnjudgedConditions, name).has_value();
 }
 
 }  // namespace vx

@@ -8,10 +8,8 @@ namespace vx {
 
 enum : int32_t { kConditionFails = 0, kConditionHolds = 1, kConditionUnknown = 2 };
 
-// Looks only at the object at hand, and changes nothing in it but value cursors. `tag` is the attribute that
-// the condition belongs to.
-int32_t evaluate_condition(std::string_view name, int32_t object_id, uint32_t tag);
-// True if the table has the name. An unknown name evaluates to kConditionUnknown.
-bool is_condition(std::string_view name);
+// `rule` as find_condition gives it; an empty one is unknown. Looks only at the object at hand, and changes
+// nothing in it but value cursors. `tag` is the attribute that the condition belongs to.
+int32_t evaluate_condition(std::string_view rule, int32_t object_id, uint32_t tag);
 
 }  // namespace vx

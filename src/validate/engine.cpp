@@ -160,7 +160,7 @@ VX_STATUS Walk::missing(MsgObj& object, const MsgTemplate& source, const TagObj&
   if (rules->AttributeType == kType3 || rules->AttributeType == kTypeNotSet) return kOk;
   if (is_conditional(rules)) {
     if (rules->Condition == nullptr) return kOk;
-    if (evaluate_condition(rules->Condition, object.ID, wanted.Tag) != kConditionHolds) return kOk;
+    if (evaluate_condition(rules->ConditionRule, object.ID, wanted.Tag) != kConditionHolds) return kOk;
   }
   if (is_private(wanted.Tag) && has_private(object, source, wanted)) return kOk;
   return record_finding(findings_, {object, wanted.Tag, kError, VX_REQUIRED_ATTRIBUTE_MISSING});
@@ -197,7 +197,7 @@ VX_STATUS Walk::presence(const Spot& at) {
   if (is_conditional(&rules)) {
     required = kConditionUnknown;
     if (rules.Condition != nullptr) {
-      required = evaluate_condition(rules.Condition, at.object.ID, at.attribute.Tag);
+      required = evaluate_condition(rules.ConditionRule, at.object.ID, at.attribute.Tag);
     } else {
       const VX_STATUS status = record(at, kRemark, VX_NO_CONDITION_FUNCTION);
       if (status != kOk) return status;

@@ -144,6 +144,7 @@ TEST_F(MessageInfo, RecordsBecomeRules) {
   EXPECT_EQ(values(0x00081140), "1=REF_IMAGE 1");
   EXPECT_EQ(values(0x00280100), "1=8 1=16 1");  // numbers in the form that values have
   EXPECT_STREQ(attributes.at(0x00081140)->Template->Condition, "SOME_CONDITION");
+  EXPECT_TRUE(has_log("Unknown validate function: SOME_CONDITION"));
   EXPECT_EQ(attributes.at(0x00080016)->Template->Condition, nullptr);
   EXPECT_EQ(attributes.at(0x00280100)->FirstValue->Length, 2U);
   const vx::TagObj& creator = *attributes.at(0x00290010);
