@@ -154,9 +154,12 @@ void* heap_failed(void* block) {
 
 // ---- The slots that a thread has at hand ----
 
+// Two stacks, the older one full or empty. Slots leave and arrive a stack at a time and keep their order, so that
+// what was freed last goes out first, and a large message lies as orderly in memory the tenth time as the first.
 struct Bin {
   Slot* head;
-  uint32_t count;
+  Slot* older;
+  uint32_t count;  // slots of `head`; `older` has `limit`
   uint32_t limit;  // 0 until the thread first meets the pool, and for pools it must not keep
   std::size_t object_size;
 };
@@ -169,18 +172,19 @@ struct ThreadCache {
 [[gnu::tls_model("initial-exec")]] thread_local ThreadCache* t_cache = nullptr;
 [[gnu::tls_model("initial-exec")]] thread_local bool t_cache_gone = false;
 
-void return_to_pool(std::size_t index, Bin& bin, uint32_t keep) {
+// Puts a whole stack back on top of the pool's.
+void return_to_pool(std::size_t index, Slot* stack) {
+  if (stack == nullptr) return;
   PoolRecord& pool = g_pools[index];
   const Guard guard(pool.lock);
-  while (bin.count > keep) {
-    Slot* slot = bin.head;
-    bin.head = slot->next;
-    --bin.count;
+  Slot* last = stack;
+  for (Slot* slot = stack; slot != nullptr; slot = slot->next) {
     slot->state.store(kFree, std::memory_order_relaxed);
-    slot->next = pool.free_list;
-    pool.free_list = slot;
     ++pool.free_count;
+    last = slot;
   }
+  last->next = pool.free_list;
+  pool.free_list = stack;
 }
 
 // Forgets what went with an earlier generation of blocks.
@@ -194,7 +198,10 @@ void refresh(ThreadCache& cache) {
 void flush_thread_cache(ThreadCache& cache) {
   refresh(cache);
   for (std::size_t index = 0; index < kPoolCount; ++index) {
-    if (cache.bins[index].count != 0) return_to_pool(index, cache.bins[index], 0);
+    Bin& bin = cache.bins[index];
+    return_to_pool(index, std::exchange(bin.older, nullptr));
+    return_to_pool(index, std::exchange(bin.head, nullptr));
+    bin.count = 0;
   }
 }
 
@@ -218,9 +225,10 @@ ThreadCache* thread_cache() {
 
 // ---- Pools ----
 
+// Slots of one stack of a thread.
 uint32_t thread_limit(std::size_t stride) {
   if (stride > kLargestCached + sizeof(Slot)) return 0;
-  return static_cast<uint32_t>(std::clamp<std::size_t>(kThreadBytes / stride, 2, kThreadSlots));
+  return static_cast<uint32_t>(std::clamp<std::size_t>(kThreadBytes / stride, 2, kThreadSlots) / 2);
 }
 
 // Adds a block. The pool's lock is held.
@@ -269,13 +277,13 @@ Taken take_from_pool(std::size_t index, std::size_t size, Bin* bin) {
   if (bin == nullptr) return {taken, false};
   bin->object_size = pool.object_size;
   bin->limit = thread_limit(pool.stride());
-  for (uint32_t more = bin->limit / 2; more > 0 && pool.free_list != nullptr; --more) {
-    Slot* slot = pop_free(pool);
-    slot->state.store(kCached, std::memory_order_relaxed);
-    slot->next = bin->head;
-    bin->head = slot;
-    ++bin->count;
+  bin->head = bin->limit != 0 ? pool.free_list : nullptr;
+  Slot* last = nullptr;
+  for (bin->count = 0; bin->count < bin->limit && pool.free_list != nullptr; ++bin->count) {
+    last = pop_free(pool);
+    last->state.store(kCached, std::memory_order_relaxed);
   }
+  if (last != nullptr) last->next = nullptr;
   return {taken, false};
 }
 
@@ -388,6 +396,10 @@ std::size_t class_of(std::size_t size) {
   ThreadCache* cache = thread_cache();
   Bin* bin = cache != nullptr ? &cache->bins[index] : nullptr;
   Slot* slot = nullptr;
+  if (bin != nullptr && bin->head == nullptr && bin->older != nullptr) {
+    bin->head = std::exchange(bin->older, nullptr);
+    bin->count = bin->limit;
+  }
   if (bin != nullptr && bin->head != nullptr && slot_size <= bin->object_size) {
     slot = bin->head;
     bin->head = slot->next;
@@ -433,7 +445,11 @@ inline void* take(std::size_t index, std::size_t size, std::size_t slot_size, bo
       bin.limit = thread_limit(g_pools[index].stride());
     }
     if (bin.limit != 0) {
-      if (bin.count >= bin.limit) return_to_pool(index, bin, bin.limit / 2);
+      if (bin.count >= bin.limit) {
+        return_to_pool(index, bin.older);
+        bin.older = std::exchange(bin.head, nullptr);
+        bin.count = 0;
+      }
       slot->state.store(kCached, std::memory_order_relaxed);
       slot->next = bin.head;
       bin.head = slot;

@@ -12,10 +12,11 @@ namespace {
 
 // A block fills a 512-byte buffer.
 constexpr uint32_t kBlockSize = 42;
+constexpr uint32_t kNoTag = 0xFFFFFFFF;
 
 struct Block {
   uint32_t count;
-  uint32_t tags[kBlockSize];
+  uint32_t tags[kBlockSize];  // ascending; kNoTag from `count` on
   TagObj* attributes[kBlockSize];
 };
 static_assert(sizeof(Block) <= 512 && std::is_trivially_destructible_v<Block>);
@@ -31,6 +32,13 @@ uint32_t count_below(const uint32_t* values, uint32_t count, uint32_t value) {
   return base + (count == 1 && values[base] < value ? 1U : 0U);
 }
 
+// Tags of a block below `tag`. Every place is compared, which the compiler does several at a time.
+uint32_t place_of(const Block& block, uint32_t tag) {
+  uint32_t below = 0;
+  for (uint32_t i = 0; i < kBlockSize; ++i) below += block.tags[i] < tag ? 1U : 0U;
+  return below;
+}
+
 template <typename T>
 void open_gap(T* array, uint32_t count, uint32_t at) {
   std::memmove(array + at + 1, array + at, (count - at) * sizeof(T));
@@ -42,7 +50,9 @@ void close_gap(T* array, uint32_t count, uint32_t at) {
 
 Block* new_block() {
   auto* block = static_cast<Block*>(allocate_raw(sizeof(Block)));
-  if (block != nullptr) block->count = 0;
+  if (block == nullptr) return nullptr;
+  block->count = 0;
+  std::fill_n(block->tags, kBlockSize, kNoTag);
   return block;
 }
 
@@ -132,10 +142,11 @@ TagObj* index_lower_bound(const TagIndex& index, uint32_t tag) {
   if (index.count == 0) return nullptr;
   const uint32_t at = block_of(index, tag);
   const Block& block = *index.blocks[at];
-  // The lines of the tags come in together, not one by one as the search meets them.
-  __builtin_prefetch(block.tags + 15);
-  __builtin_prefetch(block.tags + 31);
-  const uint32_t place = count_below(block.tags, block.count, tag);
+  // The lines of the block come in together, not one by one as the search meets them.
+  for (std::size_t line = 64; line < sizeof(Block); line += 64) {
+    __builtin_prefetch(reinterpret_cast<const char*>(&block) + line);
+  }
+  const uint32_t place = place_of(block, tag);
   if (place < block.count) return block.attributes[place];
   return at + 1 < index.count ? index.blocks[at + 1]->attributes[0] : nullptr;
 }
@@ -145,7 +156,7 @@ bool index_insert(TagIndex& index, TagObj& attribute) {
   uint32_t at = index.count == 0 ? 0 : block_of(index, tag);
   if (index.count == 0 && add_block(index, 0) == nullptr) return false;
   Block* block = index.blocks[at];
-  uint32_t place = count_below(block->tags, block->count, tag);
+  uint32_t place = place_of(*block, tag);
   if (block->count == kBlockSize) {
     Block* right = add_block(index, at + 1);
     if (right == nullptr) return false;
@@ -155,6 +166,7 @@ bool index_insert(TagIndex& index, TagObj& attribute) {
     right->count = kBlockSize - keep;
     std::memcpy(right->tags, block->tags + keep, right->count * sizeof(uint32_t));
     std::memcpy(right->attributes, block->attributes + keep, right->count * sizeof(TagObj*));
+    std::fill_n(block->tags + keep, right->count, kNoTag);
     block->count = keep;
     index.firsts[at + 1] = right->count == 0 ? tag : right->tags[0];
     if (place > keep || at_end) {
@@ -172,11 +184,11 @@ void index_erase(TagIndex& index, uint32_t tag) {
   if (index.count == 0) return;
   const uint32_t at = block_of(index, tag);
   Block& block = *index.blocks[at];
-  const uint32_t place = count_below(block.tags, block.count, tag);
+  const uint32_t place = place_of(block, tag);
   if (place == block.count || block.tags[place] != tag) return;
   close_gap(block.tags, block.count, place);
   close_gap(block.attributes, block.count, place);
-  --block.count;
+  block.tags[--block.count] = kNoTag;
   // A first tag that has gone still parts this block from the one in front.
   if (block.count != 0) return;
   release(&block);
