@@ -1,14 +1,16 @@
-// Conditions against real objects: each form of rule, and each that answers in its own way.
+// Conditions as a validation gives their answers: each form of rule, and each that answers in its own way.
 #include "validate/conditions.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cstdio>
 #include <fstream>
 #include <map>
 #include <regex>
 #include <set>
 
-#include "model/attributes.h"
-#include "model/message_info.h"
+#include "frame/seams.h"
+#include "info_file.h"
 #include "model/seams.h"
 #include "support.h"
 #include "validate/condition_rules.h"
@@ -45,8 +47,45 @@ struct Case {
   int32_t expected;
 };
 
+// All names of the table, in its order.
+const std::vector<std::string>& condition_names() {
+  static const std::vector<std::string> names = [] {
+    std::vector<std::string> all;
+    for (const std::string_view table : {vx::kConditionRules, vx::kUnjudgedConditions}) {
+      std::istringstream lines{std::string(table)};
+      for (std::string line; std::getline(lines, line);) all.push_back(line.substr(0, line.find(':')));
+    }
+    return all;
+  }();
+  return names;
+}
+
+// Every condition has an attribute of its own in the template, which tells its answer.
+uint32_t probe_of(std::string_view name) {
+  const auto& names = condition_names();
+  const auto at = std::find(names.begin(), names.end(), name);
+  EXPECT_NE(at, names.end()) << name;
+  return 0x41000001U + static_cast<uint32_t>(at - names.begin());
+}
+
+constexpr uint32_t kPixelSpacing = 0x00280030;
+
 class Conditions : public support::LibraryTest {
  protected:
+  void SetUp() override {
+    LibraryTest::SetUp();
+    install("");
+  }
+  // The template of the messages; it knows Pixel Spacing where a type is given.
+  void install(const std::string& spacing_type) {
+    support::Body body;
+    if (!spacing_type.empty()) body.add(kPixelSpacing, spacing_type, "LO");
+    for (const std::string& name : condition_names()) body.add(probe_of(name), "1C", "LO").with(2000, name);
+    vx::model_drop();
+    set_text(VX_CFG_MSG_INFO_FILE,
+             folder().write("test.msg", support::InfoBuilder().service(2, C_STORE_RQ, body).bytes()));
+  }
+
   // No tag is known, so that the cases choose the VRs.
   std::string dictionary() override { return support::DictionaryFile().bytes(); }
   // Tags of other VRs than the text of most cases.
@@ -61,9 +100,11 @@ class Conditions : public support::LibraryTest {
 
   void TearDown() override {
     close();
+    vx::model_drop();
     LibraryTest::TearDown();
   }
   void close() {
+    if (message_ > 0) VX_Free_Message(&message_);
     for (int32_t& id : objects_) VX_Free_Item(&id);
     objects_.clear();
   }
@@ -104,21 +145,44 @@ class Conditions : public support::LibraryTest {
   }
 
   int32_t fill(const std::string& content) {
-    const int32_t id = open();
-    if (content.empty()) return id;
-    for (const std::string& attribute : split(content, ';')) set_attribute(id, attribute);
-    return id;
+    close();
+    EXPECT_EQ(VX_Open_Empty_Message(&message_), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(VX_Set_Service_Command(message_, "STANDARD_CT", C_STORE_RQ), VX_NORMAL_COMPLETION);
+    if (content.empty()) return message_;
+    for (const std::string& attribute : split(content, ';')) set_attribute(message_, attribute);
+    return message_;
   }
 
-  void check(std::initializer_list<Case> cases, uint32_t own_tag = 0) {
+  // What a validation finds in one attribute.
+  static std::vector<VX_STATUS> findings(int32_t id, uint32_t tag) {
+    std::vector<VX_STATUS> found;
+    ValErrObj* finding = nullptr;
+    EXPECT_EQ(VX_Validate_Message(id, &finding, VX_All_Findings), VX_DOES_NOT_VALIDATE);
+    for (; finding != nullptr; VX_Get_Next_Validate_Error(id, &finding)) {
+      if (finding->Tag == tag) found.push_back(finding->Status);
+    }
+    return found;
+  }
+
+  // The answer shows on an attribute that has a value: required, not allowed, or it can't be told.
+  static int32_t answer(int32_t id, std::string_view name) {
+    const uint32_t probe = probe_of(name);
+    VX_Add_Nonstandard_Attribute(id, probe, VX_VR_LO);
+    EXPECT_EQ(VX_Set_Value_From_String(id, probe, "1"), VX_NORMAL_COMPLETION);
+    const std::vector<VX_STATUS> found = findings(id, probe);
+    if (found.empty()) return 1;
+    if (found == std::vector<VX_STATUS>{VX_VALUE_NOT_ALLOWED}) return 0;
+    return found == std::vector<VX_STATUS>{VX_UNABLE_TO_CHECK_CONDITION} ? 2 : -1;
+  }
+
+  void check(std::initializer_list<Case> cases) {
     for (const Case& row : cases) {
-      EXPECT_EQ(evaluate(row.name, fill(row.content), own_tag), row.expected)
-          << row.name << " with " << row.content;
-      close();
+      EXPECT_EQ(answer(fill(row.content), row.name), row.expected) << row.name << " with " << row.content;
     }
   }
 
  private:
+  int32_t message_ = -1;
   std::vector<int32_t> objects_;
 };
 
@@ -152,6 +216,59 @@ TEST_F(Conditions, PresenceByCountTakesNullForNone) {
          {"A300A00E1_IS_NULL", "", 0},
          {"A300A00E1_IS_NULL", "300A00E1=", 1},
          {"A300A00E1_IS_NULL", "300A00E1=LEAD", 0}});
+}
+
+// A null value tells the two ways of looking apart.
+TEST_F(Conditions, EachNameThatCountsValues) {
+  constexpr struct {
+    const char* name;
+    const char* with;  // what else it needs
+    uint32_t tag;
+    int32_t null;  // the answer for a null value, and for a value
+    int32_t filled;
+  } kRows[] = {
+      {"A00400551_PRESENT", "", 0x00400551, 0, 1},
+      {"A0022004E_PRESENT", "", 0x0022004E, 0, 1},
+      {"A0040A162_PRESENT", "", 0x0040A162, 0, 1},
+      {"A0040A30A_PRESENT", "", 0x0040A30A, 0, 1},
+      {"A00420011_IS_PRESENT", "", 0x00420011, 0, 1},
+      {"A00686430_IS_PRESENT", "", 0x00686430, 0, 1},
+      {"A006864C0_IS_PRESENT", "", 0x006864C0, 0, 1},
+      {"A00686610_IS_PRESENT", "", 0x00686610, 0, 1},
+      {"A00720312_PRESENT", "", 0x00720312, 0, 1},
+      {"A00780050_IS_PRESENT", "", 0x00780050, 0, 1},
+      {"A20100160_IS_PRESENT", "", 0x20100160, 0, 1},
+      {"A300A0114_PRESENT", "", 0x300A0114, 0, 1},
+      {"A00404071_AND_A00404072_NOT_PRESENT", "", 0x00404071, 1, 0},
+      {"A00404071_AND_A00404074_NOT_PRESENT", "", 0x00404074, 1, 0},
+      {"A00404072_AND_A00404074_NOT_PRESENT", "", 0x00404072, 1, 0},
+      {"A0040A040_IS_TCOORD_REF_AND_DATETIME_NEEDED", "0040A040=TCOORD", 0x0040A132, 1, 0},
+      {"A0040A130_PRESENT_AND_NOT_PRESENT_A0040A132_AND_A0040A13A", "0040A130=POINT", 0x0040A132, 1, 0},
+      {"A0040A130_PRESENT_AND_NOT_PRESENT_A0040A132_AND_A0040A138", "0040A130=POINT", 0x0040A138, 1, 0},
+      {"A0040A130_PRESENT_AND_A0040A138_A0040A13A_NOT_PRESENT", "0040A130=POINT", 0x0040A138, 1, 0},
+      {"A0040A130_PRESENT_AND_A0040A132_A0040A13A_NOT_PRESENT", "0040A130=POINT", 0x0040A13A, 1, 0},
+      {"A0040A132_A0040A138_NOT_PRESENT", "", 0x0040A132, 1, 0},
+      {"A0040A132_A0040A13A_NOT_PRESENT", "", 0x0040A13A, 1, 0},
+      {"A00686430_IS_NOT_PRESENT_AND_A00686350_IS_PRESENT", "00686350=1", 0x00686430, 1, 0},
+      {"A006864C0_IS_NOT_PRESENT_AND_A006862C0_IS_PRESENT", "006862C0=1", 0x006864C0, 1, 0},
+      {"A00686550_IS_NOT_PRESENT_AND_A00686350_IS_PRESENT", "", 0x00686350, 0, 1},
+      {"A00686590_IS_NOT_PRESENT_AND_A006862C0_IS_PRESENT", "", 0x006862C0, 0, 1},
+      {"A006865A0_IS_NOT_PRESENT_AND_A00686350_IS_PRESENT", "00686350=1", 0x006865A0, 1, 0},
+      {"A006865D0_IS_NOT_PRESENT_AND_A006862C0_IS_PRESENT", "006862C0=1", 0x006865D0, 1, 0},
+      {"A006865E0_IS_NOT_PRESENT_AND_A00686350_IS_PRESENT", "00686350=1", 0x006865E0, 1, 0},
+      {"A00686610_IS_NOT_PRESENT_AND_A006862C0_IS_PRESENT", "006862C0=1", 0x00686610, 1, 0},
+      {"A00700010_AND_A00700011_NOT_PRESENT", "", 0x00700010, 1, 0},
+      {"A00700010_OR_A00700011_PRESENT", "", 0x00700011, 0, 1},
+      {"A00700230_PRESENT_OR_A00700294_IS_CUTLINE_OR_INFINITELINE", "00700294=RULER", 0x00700230, 0, 1},
+      {"A00720402_PRESENT_OR_A00720026_PRESENT_AND_A00720404_NOT_PRESENT", "", 0x00720402, 0, 1},
+  };
+  for (const auto& row : kRows) {
+    char tag[9];
+    std::snprintf(tag, sizeof tag, "%08X", row.tag);
+    const std::string front = std::string(row.with) + (*row.with != '\0' ? ";" : "") + tag;
+    EXPECT_EQ(answer(fill(front + "="), row.name), row.null) << row.name;
+    EXPECT_EQ(answer(fill(front + "=1"), row.name), row.filled) << row.name;
+  }
 }
 
 TEST_F(Conditions, GroupsAndListsOfTags) {
@@ -330,13 +447,21 @@ TEST_F(Conditions, AnswersOfTheirOwn) {
          {kMotion, "00189170=GATING;00720038=1;00209250=BOTH", 1}});
 }
 
+// Absent: 0 and 2 look alike, but 2 would show on the attribute without a value.
 TEST_F(Conditions, OwnAttribute) {
   for (const char* name :
        {"A00209250_NOT_TIME", "DIMENSIONS_ARE_DESCRIBED_BY_INTERVAL_SPACING", "OVERLAY_DATA_IN_GROUP",
         "PIXEL_COMPONENT_CALIBRATION_EXISTS", "LOSSY_COMPRESSION_PERFORMED"}) {
-    check(
-        {{name, "00209250=TIME", 0}, {name, "60020010", 0}, {name, "60020010=", 1}, {name, "60020010=1", 1}},
-        0x60020010);
+    const uint32_t own = probe_of(name);
+    const int32_t id = fill("00209250=TIME");
+    using Found = std::vector<VX_STATUS>;
+    EXPECT_EQ(findings(id, own), Found{}) << name;
+    VX_Add_Nonstandard_Attribute(id, own, VX_VR_LO);
+    EXPECT_EQ(findings(id, own), Found{}) << name;
+    VX_Set_Value_To_NULL(id, own);
+    EXPECT_EQ(findings(id, own), Found{VX_VALUE_MAY_NOT_BE_NULL}) << name;
+    VX_Set_Value_From_String(id, own, "1");
+    EXPECT_EQ(findings(id, own), Found{}) << name;
   }
 }
 
@@ -350,27 +475,37 @@ TEST_F(Conditions, TemplateRatesPixelSpacing) {
          {kAspect, "00280034=1\\1", 0},
          {kAspect, "00280034=1\\2", 1},
          {kAspect, "00280030=1;00280034=1\\2", 0}});
-  const int32_t id = fill("00280030=1;00280034=4\\3");
-  vx::TagObj* spacing = vx::find_tag(*vx::find_object(id), 0x00280030);
-  ASSERT_NE(spacing, nullptr);
-  vx::ValTagObj rating{};
-  spacing->Template = &rating;
-  for (const int32_t type : {vx::kType1, vx::kType1C, vx::kType2, vx::kType3, vx::kTypeNotSet}) {
-    rating.AttributeType = type;
-    EXPECT_EQ(evaluate(kPlane, id, 0), type == vx::kType3 ? 1 : 0) << type;
-    EXPECT_EQ(evaluate(kAspect, id, 0), type == vx::kType3 ? 1 : 0) << type;
+  for (const char* type : {"1", "1C", "2", "2C", "3"}) {
+    install(type);
+    const int32_t optional = type[0] == '3' ? 1 : 0;
+    check({{kPlane, "00280030=1;00280034=4\\3", optional}, {kAspect, "00280030=1;00280034=4\\3", optional}});
   }
-  spacing->Template = nullptr;
+}
+
+// In a message that has nothing but the attributes in question.
+TEST_F(Conditions, UnjudgedNamesCanNotTell) {
+  const int32_t id = fill("");
+  for (const std::string& name : condition_names()) {
+    if (vx::kUnjudgedConditions.find("\n" + name + "\n") == std::string_view::npos) continue;
+    VX_Add_Nonstandard_Attribute(id, probe_of(name), VX_VR_LO);
+    VX_Set_Value_To_NULL(id, probe_of(name));
+  }
+  ValErrObj* finding = nullptr;
+  ASSERT_EQ(VX_Validate_Message(id, &finding, VX_All_Findings), VX_DOES_NOT_VALIDATE);
+  int told = 0;
+  for (; finding != nullptr; VX_Get_Next_Validate_Error(id, &finding)) {
+    told += finding->Status == VX_UNABLE_TO_CHECK_CONDITION ? 1 : 0;
+  }
+  EXPECT_GT(told, 250);
 }
 
 TEST_F(Conditions, NothingChangesInTheObject) {
   const int32_t id = fill("00080008=A\\B\\PORTAL");
-  evaluate("A00080008_VAL3_IS_PORTAL", id, 0);
-  evaluate("A00281052_PRESENT", id, 0);
+  EXPECT_EQ(answer(id, "A00080008_VAL3_IS_PORTAL"), 1);
   int32_t count = 0;
   EXPECT_EQ(VX_Get_Value_Count(id, 0x00080008, &count), VX_NORMAL_COMPLETION);
   EXPECT_EQ(count, 3);
-  EXPECT_EQ(vx::find_tag(*vx::find_object(id), 0x00281052), nullptr);
+  EXPECT_EQ(VX_Get_Attribute_Info(id, 0x00281052, nullptr, nullptr), VX_INVALID_TAG);
 }
 
 // Every row, of the rules and of the names without one.
