@@ -146,7 +146,7 @@ TEST(MessageFile, ShippedContentsAgreeWithTheStandard) {
       {"STANDARD_CT", 1, 0x00200032, 9999, "1"},
       {"STANDARD_CT", 1, 0x00281052, 9999, "1"},
       {"STANDARD_CT", 1, 0x00100010, 9999, "2"},
-      {"STANDARD_CT", 1, 0x00180010, 9999, "3"},  // the contrast module is not mandatory
+      {"STANDARD_CT", 1, 0x00180010, 9999, "2C"},  // the contrast module is not mandatory
       {"STANDARD_CT", 1, 0x0020000D, 9999, "1"},
       {"STANDARD_MR", 1, 0x00180020, 9999, "1"},
       {"STANDARD_SEC_CAPTURE", 1, 0x00080060, 9999, "3"},  // relaxes what other objects require

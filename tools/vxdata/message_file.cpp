@@ -66,7 +66,11 @@ void encode_attribute(Writer& out, const Attribute& attribute, const Dictionary&
   const bool has_values = !attribute.values.empty() || !attribute.items.empty() || attribute.default_value;
   if (attribute.vr || has_values) put_record(out, tag, kVr, vr_letters(vr));
   if (!attribute.creator.empty()) put_record(out, tag, kCreator, attribute.creator);
-  if (!attribute.condition.empty()) put_record(out, tag, kCondition, attribute.condition);
+  if (!attribute.condition.empty()) {
+    put_record(out, tag, kCondition, attribute.condition);
+  } else if (attribute.type == kType1C) {
+    put_record(out, tag, kCondition, kMayBePresent);  // whatever the condition is, null is wrong
+  }
   if (!attribute.items.empty() && vr != kVrSq) fault(tag_text(tag) + " is no sequence and holds no items");
   for (const auto& item : attribute.items) put_record(out, tag, kDefinedTerm + 1, item);
   for (const ValueList& list : attribute.values) {

@@ -82,19 +82,19 @@ bool stays_inside(const std::string& condition, const Body& body) {
   return true;
 }
 
-// A module that need not be there asks for nothing by itself.
+// A module that need not be there asks for nothing by itself. What it demands may be missing, but it may not
+// be null where it is.
 void weaken(Body& body, const Reference& use) {
   const Body all = body;
   for (auto& [tag, attribute] : body) {
+    if (attribute.type == kType3) continue;
     if (is_conditional(attribute.type)) {
-      if (!attribute.condition.empty() && stays_inside(attribute.condition, all)) continue;
-    } else if (attribute.type != kType3 && !use.condition.empty()) {
+      if (attribute.condition.empty() || stays_inside(attribute.condition, all)) continue;
+      attribute.condition = kMayBePresent;
+    } else {
       attribute.type = attribute.type == kType1 ? kType1C : kType2C;
-      attribute.condition = use.condition;
-      continue;
+      attribute.condition = use.condition.empty() ? std::string(kMayBePresent) : use.condition;
     }
-    attribute.type = kType3;
-    attribute.condition.clear();
   }
 }
 
@@ -127,12 +127,12 @@ void merge(Attribute& into, const Attribute& from) {
     return;
   }
   // A condition that fails forbids the attribute; it must not do so where another module allows it.
-  const std::string agreed = into.condition == from.condition ? into.condition : std::string();
+  const bool agreed = into.condition == from.condition;
   if (rank(from.type) < rank(into.type)) {
     into.type = from.type;
     into.place = from.place;
   }
-  into.condition = agreed;
+  if (!agreed) into.condition = is_conditional(into.type) ? kMayBePresent : "";
 }
 
 }  // namespace

@@ -44,6 +44,11 @@ inline bool is_conditional(AttributeType type) {
   return type == kType1C || type == kType2C;
 }
 
+// The condition that only asks whether the attribute has a value: it may be missing and may be there, but not
+// be null where type 1C does not allow it. Where the standard says that it "may be present otherwise", and
+// where nothing tells whether the condition holds.
+inline constexpr const char* kMayBePresent = "LOSSY_COMPRESSION_PERFORMED";
+
 struct ValueList {
   int number = 1;  // of the value in the attribute
   bool enumerated = false;
