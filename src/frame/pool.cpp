@@ -154,8 +154,9 @@ void* heap_failed(void* block) {
 
 // ---- The slots that a thread has at hand ----
 
-// Two stacks, the older one full or empty. Slots leave and arrive a stack at a time and keep their order, so that
-// what was freed last goes out first, and a large message lies as orderly in memory the tenth time as the first.
+// Two stacks, the older one full or empty. Slots leave and arrive a stack at a time and keep their order, so
+// that what was freed last goes out first, and a large message lies as orderly in memory the tenth time as
+// the first.
 struct Bin {
   Slot* head;
   Slot* older;
