@@ -20,18 +20,10 @@ constexpr std::size_t kMostServiceName = 49;
 using Entries = std::vector<ProfileReader::Entry>;
 
 LoadResult read_entries(std::string_view content, std::size_t value_limit, Entries& entries) {
-  ProfileReader reader(content, value_limit);
-  ProfileReader::Entry entry;
-  for (;;) {
-    switch (reader.next(entry)) {
-      case ProfileReader::Result::End:
-        return LoadResult::Ok;
-      case ProfileReader::Result::Failed:
-        return LoadResult::FailedRead;
-      case ProfileReader::Result::Entry:
-        entries.push_back(entry);
-    }
-  }
+  return for_each_entry(content, value_limit, [&entries](const ProfileReader::Entry& entry) {
+    entries.push_back(entry);
+    return LoadResult::Ok;
+  });
 }
 
 bool is(std::string_view text, const char* word) {

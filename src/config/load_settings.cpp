@@ -155,26 +155,10 @@ LoadResult read_profile_entry(const ProfileReader::Entry& entry) {
   return LoadResult::Ok;
 }
 
-template <typename Take>
-LoadResult for_each_entry(std::string_view content, Take take) {
-  ProfileReader reader(content, kIniValueLimit);
-  ProfileReader::Entry entry;
-  for (;;) {
-    switch (reader.next(entry)) {
-      case ProfileReader::Result::End:
-        return LoadResult::Ok;
-      case ProfileReader::Result::Failed:
-        return LoadResult::FailedRead;
-      case ProfileReader::Result::Entry:
-        if (const LoadResult result = take(entry); result != LoadResult::Ok) return result;
-    }
-  }
-}
-
 }  // namespace
 
 LoadResult read_ini(std::string_view content) {
-  return for_each_entry(content, [](const ProfileReader::Entry& entry) {
+  return for_each_entry(content, kIniValueLimit, [](const ProfileReader::Entry& entry) {
     if (find_section(entry.section) != Section::VexalKit3) return LoadResult::Ok;
     const int32_t key = find_string_key(entry.key, Section::VexalKit3);
     if (key >= 0) return read_ini_path(key, entry);
@@ -186,7 +170,7 @@ LoadResult read_ini(std::string_view content) {
 }
 
 LoadResult read_profile(std::string_view content) {
-  return for_each_entry(content, read_profile_entry);
+  return for_each_entry(content, kIniValueLimit, read_profile_entry);
 }
 
 }  // namespace vx

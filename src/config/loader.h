@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "config/line.h"
 #include "config/record.h"
 #include "config/tables.h"
 
@@ -16,6 +17,23 @@ enum class LoadResult : uint8_t { Ok, NoIni, MissingParameter, FailedRead, Inval
 inline constexpr std::size_t kIniValueLimit = 260;
 inline constexpr std::size_t kServiceValueLimit = 128;
 inline constexpr std::size_t kApplicationValueLimit = 80;
+
+// Hands each entry to `take`, up to the first that it does not answer with Ok.
+template <typename Take>
+LoadResult for_each_entry(std::string_view content, std::size_t value_limit, Take take) {
+  ProfileReader reader(content, value_limit);
+  ProfileReader::Entry entry;
+  for (;;) {
+    switch (reader.next(entry)) {
+      case ProfileReader::Result::End:
+        return LoadResult::Ok;
+      case ProfileReader::Result::Failed:
+        return LoadResult::FailedRead;
+      case ProfileReader::Result::Entry:
+        if (const LoadResult result = take(entry); result != LoadResult::Ok) return result;
+    }
+  }
+}
 
 // Finds and reads vexal.ini; sets config_path().
 LoadResult find_ini(std::string& content);
