@@ -332,6 +332,13 @@ enum {
   C_CANCEL_RQ = 0x0FFF
 };
 
+/* ---- Negotiation (PS3.7 annex D.3) -------------------------------------------------------------------- */
+
+enum {
+  VX_NO_ROLE = 0xFF,   /* no SCP/SCU role selection */
+  VX_NO_WINDOW = 65535 /* no asynchronous operations window */
+};
+
 /* ---- Requests of a value callback --------------------------------------------------------------------- */
 
 typedef int32_t VX_CALLBACK_REQUEST;
@@ -685,6 +692,48 @@ typedef struct SS_Functions {
   /* Called once, before the socket is closed. */
   void (*SS_Close)(void* SecureContext, void* ApplicationContext);
 } SS_Functions;
+
+/* ---- Records of associations --------------------------------------------------------------------------- */
+
+/* What VX_Get_Association_Info tells. */
+typedef struct AssocInfo {
+  uint32_t NumberOfProposedContexts;
+  uint32_t NumberOfAcceptedContexts;
+  char RemoteApplicationTitle[20];
+  char RemoteHostName[66];
+  int32_t Socket; /* the library's; for waiting on it only */
+  char RemoteIPAddress[66];
+  char LocalApplicationTitle[20];
+  char RemoteImplementationClassUID[66];
+  char RemoteImplementationVersion[20];
+  uint32_t LocalMaximumPDUSize;
+  uint32_t RemoteMaximumPDUSize; /* 0: no limit */
+  uint16_t MaxOperationsInvoked; /* 1 when no window was negotiated; 0: no limit */
+  uint16_t MaxOperationsPerformed;
+  int32_t UserIdentityType; /* 0 none, 1 user name, 2 user name and passcode, 3 Kerberos, 4 SAML */
+  uint8_t PositiveResponseRequested;
+  uint8_t PositiveResponseReceived;
+} AssocInfo;
+
+typedef struct RelatedClass {
+  char ServiceName[50]; /* empty for a SOP class without a service */
+  char SopClassUid[66];
+} RelatedClass;
+
+/* What VX_Get_First_Acceptable_Service and its twin tell. */
+typedef struct ServiceInfo {
+  char ServiceName[52];
+  VX_TRANSFER_SYNTAX SyntaxType; /* the accepted one */
+  int32_t RoleNegotiated;        /* of this side: 0 SCU, 1 SCP, 2 both */
+  int32_t PresentationContextId;
+  char SopClassUid[66];
+  char BaseServiceClassUid[66]; /* of common extended negotiation */
+  int32_t RelatedClassCount;
+  RelatedClass RelatedClasses[10];
+} ServiceInfo;
+
+typedef int32_t USER_IDENTITY_FIELD_TYPE;
+enum { VX_PRIMARY_FIELD = 0, VX_SECONDARY_FIELD = 1, VX_SERVER_RESPONSE = 2 };
 
 /* ---- Callbacks ---------------------------------------------------------------------------------------- */
 
@@ -1540,6 +1589,91 @@ VX_API VX_STATUS VX_Stream_To_Message_With_Offset(int32_t MsgID, uint32_t StartT
  */
 VX_API VX_STATUS VX_Get_Stream_Length(int32_t MsgID, uint32_t StartTag, uint32_t EndTag, uint32_t* Length,
                                       VX_TRANSFER_SYNTAX Syntax);
+
+/* ---- Service lists and negotiation data (PS3.8 section 7.1, PS3.7 annex D.3) -------------------------- */
+
+/*
+ * Names a list of transfer syntaxes, best first; the array ends with 0. VX_DUPLICATE_NAME: the name exists,
+ * in memory or in the applications profile; VX_DUPLICATE_SYNTAX; VX_EMPTY_LIST; VX_SYSTEM_ERROR: a syntax
+ * without a UID, a name of more than 33 bytes, or no memory.
+ */
+VX_API VX_STATUS VX_NewSyntaxList(const char* SyntaxListName, const VX_TRANSFER_SYNTAX* Syntaxes);
+
+/*
+ * Names a service with what it is proposed or accepted with: a syntax list (null: the four uncompressed
+ * syntaxes) and the roles of this side, 0 or 1 each, or VX_NO_ROLE in both for no role selection.
+ * VX_DUPLICATE_NAME; VX_INVALID_SOP_CLASS_UID: the service is not in the services profile; VX_SYSTEM_ERROR:
+ * a null or too long Name (129 bytes), an unknown syntax list, or no memory.
+ */
+VX_API VX_STATUS VX_NewServiceFromName(const char* Name, const char* ServiceName, const char* SyntaxListName,
+                                       uint8_t SCURole, uint8_t SCPRole);
+
+/*
+ * The same for the service with this SOP class UID.
+ */
+VX_API VX_STATUS VX_NewServiceFromUID(const char* Name, const char* Uid, const char* SyntaxListName,
+                                      uint8_t SCURole, uint8_t SCPRole);
+
+/*
+ * The same with extended negotiation data (PS3.7 section D.3.3.5), which is copied.
+ */
+VX_API VX_STATUS VX_NewServiceWithExtInfoFromName(const char* Name, const char* ServiceName,
+                                                  const char* SyntaxListName, uint8_t SCURole,
+                                                  uint8_t SCPRole, const void* ExtInfo,
+                                                  uint32_t ExtInfoLength);
+
+/*
+ * The same for the service with this SOP class UID.
+ */
+VX_API VX_STATUS VX_NewServiceWithExtInfoFromUID(const char* Name, const char* Uid,
+                                                 const char* SyntaxListName, uint8_t SCURole, uint8_t SCPRole,
+                                                 const void* ExtInfo, uint32_t ExtInfoLength);
+
+/*
+ * Names a service list, made of named services in the order of proposal; the array ends with a null pointer.
+ * The list keeps copies of them. VX_DUPLICATE_NAME: the list exists, in memory or in the applications
+ * profile, or a service comes twice; VX_MISSING_NAME: an unknown service; VX_SYSTEM_ERROR: an empty list or
+ * name, or no memory.
+ */
+VX_API VX_STATUS VX_NewProposedServiceList(const char* ServiceListName, const char* const* ServiceNames);
+
+/*
+ * The same with an asynchronous operations window (PS3.7 section D.3.3.3): operations in flight that this
+ * side may invoke and perform; 0 is no limit, 1 and 1 negotiate no window.
+ */
+VX_API VX_STATUS VX_NewProposedServiceListAsync(const char* ServiceListName, const char* const* ServiceNames,
+                                                uint16_t MaxOperationsInvoked,
+                                                uint16_t MaxOperationsPerformed);
+
+/*
+ * Frees a service list; no open association may use it. VX_INVALID_SERVICE_LIST_NAME; VX_SYSTEM_ERROR for
+ * null.
+ */
+VX_API VX_STATUS VX_FreeServiceList(const char* ServiceListName);
+
+/*
+ * Frees a named service; lists made from it keep their copies. VX_INVALID_SERVICE_NAME; VX_SYSTEM_ERROR for
+ * null.
+ */
+VX_API VX_STATUS VX_FreeService(const char* Name);
+
+/*
+ * Frees a syntax list. VX_INVALID_SYNTAX_NAME; VX_SYNTAX_IN_USE: a named service uses it; VX_SYSTEM_ERROR for
+ * null.
+ */
+VX_API VX_STATUS VX_FreeSyntaxList(const char* SyntaxListName);
+
+/*
+ * Extended negotiation data that an application proposes, or answers with, for a service whose list has none;
+ * copied, and replaced by a later call. VX_INVALID_APPLICATION_ID, VX_UNKNOWN_SERVICE, VX_SYSTEM_ERROR.
+ */
+VX_API VX_STATUS VX_Set_Negotiation_Info(int32_t ApplicationID, const char* ServiceName, const void* Data,
+                                         uint32_t Length);
+
+/*
+ * Takes the data away again. VX_INVALID_APPLICATION_ID, VX_UNKNOWN_SERVICE, VX_NO_INFO_REGISTERED.
+ */
+VX_API VX_STATUS VX_Clear_Negotiation_Info(int32_t ApplicationID, const char* ServiceName);
 
 /* ---- Files (PS3.10 section 7) ------------------------------------------------------------------------- */
 

@@ -25,7 +25,9 @@ void release_application_callbacks(AppObj& app);
 // model: templates and whatever else hangs off the pools.
 void model_drop();
 
-// net: associations, transport, capture, exception filter.
+// net: associations, transport, capture, exception filter. network_drop() closes what is open still, and
+// forgets all lists.
+[[gnu::weak]] void network_drop();
 [[gnu::weak]] void transport_shut_down();
 [[gnu::weak]] void release_application_sessions(AppObj& app);
 [[gnu::weak]] void capture_start();

@@ -49,19 +49,10 @@ struct RequestList {
   int32_t Count;
 };
 
-struct RemoteApplication {
-  RemoteApplication* Next;
-  char Title[20];
-  char HostName[40];
-  int32_t Port;
-  char ServiceListName[130];
-  bool FromProfile;  // from the profile alone, with no arguments
-};
-static_assert(std::is_trivially_destructible_v<RemoteApplication>);
-
 struct SesObj {
   int32_t AssociationID;
-  AppObj* Application;
+  AppObj* Application;  // under session_lock(); null once it is released while the session is busy
+  int32_t ApplicationID;
   AssociationParameters* Parameters;  // owned; freed by the first send or the accept
   DUL_Association* Dul;               // owned
   int32_t IsRequester;
@@ -72,7 +63,6 @@ struct SesObj {
   ServiceList* Services;
   int32_t AcceptedContextCount;
   int32_t ContextCount;
-  RemoteApplication* Remote;  // null on the accepting side
   int32_t AcceptedEntryCount;
   AcceptedContext* AcceptedEntries;  // owned; the components of a Meta SOP class follow it
   uint16_t MaxOperationsInvoked;
@@ -120,9 +110,16 @@ bool attach_session(SesObj& session);
 void free_session(SesObj* session);
 // Sends an A-ABORT if the handle is alive, and frees the session.
 void abort_session(SesObj* session);
+// Releases the association if the handle is alive, and frees the session. VX_ASSOCIATION_ABORTED.
+VX_STATUS close_session(SesObj* session);
 // Takes the parameters away, and frees them.
 void drop_parameters(SesObj& session);
 bool is_alive(const SesObj& session);  // the upper-layer handle is valid
+// Ends the associations of an application. A thread inside one is told to abort, and frees the session
+// itself.
+void end_sessions(AppObj& app);
+// Closes every connection. The records go with their pools.
+void drop_sessions();
 
 // --- The guard: one thread at a time inside the blocking calls of a session ---
 
@@ -132,6 +129,9 @@ VX_STATUS enter_session(int32_t id, const char* function, SesObj*& out);
 // Takes the mark away. VX_ASSOCIATION_ABORTED: another thread asked for it, and the session is gone.
 VX_STATUS leave_session(SesObj* session);
 bool abort_was_requested(const SesObj& session);
+// The same as enter_session for who wants the session to end: while another thread is inside it is told to
+// abort, and the session given is null.
+VX_STATUS enter_to_abort(int32_t id, SesObj*& out);
 // For reports: the session, or null, while the lock is held.
 class SessionReport {
  public:

@@ -42,17 +42,18 @@ std::vector<Row> read_table() {
   return rows;
 }
 
-// Every argument of the interface is an integer, a pointer or a floating number; the first ten machine words
-// cover the integers and pointers of the longest function, and a function ignores what it does not take.
+// Every argument of the interface is an integer, a pointer or a floating number; the first fourteen machine
+// words cover the integers and pointers of the longest function, and a function ignores what it does not
+// take.
 using Generic = VX_STATUS (*)(intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t,
-                              intptr_t, intptr_t);
+                              intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t);
 
 VX_STATUS call(const Row& row, intptr_t first, intptr_t second, intptr_t rest) {
   void* symbol = dlsym(RTLD_DEFAULT, row.name.c_str());
   EXPECT_NE(symbol, nullptr) << row.name << " is not exported";
   if (symbol == nullptr) return VX_SYSTEM_ERROR;
   const auto function = reinterpret_cast<Generic>(symbol);
-  return function(first, second, rest, rest, rest, rest, rest, rest, rest, rest);
+  return function(first, second, rest, rest, rest, rest, rest, rest, rest, rest, rest, rest, rest, rest);
 }
 
 TEST(Interface, EveryNameIsExported) {
@@ -86,7 +87,7 @@ const std::set<VX_STATUS> kRefusals = {
     VX_NULL_POINTER_PARM,    VX_INVALID_APPLICATION_ID, VX_INVALID_MESSAGE_ID, VX_INVALID_ITEM_ID,
     VX_INVALID_FILE_ID,      VX_INVALID_PARAMETER_NAME, VX_INVALID_TAG,        VX_INVALID_TRANSFER_SYNTAX,
     VX_INVALID_VALUE_NUMBER, VX_BUFFER_TOO_SMALL,       VX_INVALID_PAD,        VX_INVALID_PRIVATE_CODE,
-    VX_INVALID_GROUP,
+    VX_INVALID_GROUP,        VX_INVALID_ASSOCIATION_ID, VX_SYSTEM_ERROR,
 };
 // Calls that are right with these arguments.
 const std::set<std::string> kFine = {"VX_Cleanup_Memory",        "VX_Library_Reset",
