@@ -99,7 +99,7 @@ inline std::span<PresentationContext> contexts_of(const AssociationParameters& p
 // With the window absent; null if there is no memory.
 AssociationParameters* new_association_parameters();
 void free_association_parameters(AssociationParameters* parameters);
-// Makes room for `count` zeroed contexts with roles absent and codes -1; the former ones are freed.
+// Makes room for `count` zeroed contexts with roles absent; the former ones are freed.
 bool set_context_count(AssociationParameters& parameters, int32_t count);
 // Room for the transfer syntaxes of a context, zeroed.
 bool set_syntax_count(PresentationContext& context, int32_t count);
@@ -110,8 +110,9 @@ bool set_related_count(PresentationContext& context, int32_t count);
 
 // --- Building ---
 
-// The wire form of an A-ASSOCIATE-RQ (type 1) or -AC (type 2).
-void Build_Associate_PDU(const AssociationParameters& parameters, PduType type, std::vector<uint8_t>& pdu);
+// The wire form of an A-ASSOCIATE-RQ (type 1) or -AC (type 2). False, after a line in the log, if an item
+// outgrows its length field.
+bool Build_Associate_PDU(const AssociationParameters& parameters, PduType type, std::vector<uint8_t>& pdu);
 // One of the four short PDUs; the bytes of the last three fields.
 void build_short_pdu(uint8_t (&pdu)[kShortPdu], PduType type, uint8_t b7 = 0, uint8_t b8 = 0, uint8_t b9 = 0);
 // The header of a P-DATA-TF with one PDV, in the 12 bytes in front of its value.

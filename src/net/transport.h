@@ -26,8 +26,7 @@ enum TL_STATUS : int32_t {
   TL_IO_FAILURE,      // a wait failed, or an abort interrupted a write
   TL_READ_FAILED,     // the peer closed, network error, abort, or inactivity after the first byte
   TL_WRITE_TIMEOUT,
-  TL_WRITE_FAILED,
-  TL_INTERRUPTED
+  TL_WRITE_FAILED
 };
 
 // One TCP connection; owned by the upper-layer handle.
@@ -38,8 +37,7 @@ struct TL_Transport {
   void* secureContext;
   void* applicationContext;       // the caller's
   SS_Functions* secureFunctions;  // owned copy; null for plain sockets
-  int32_t captureStream;
-  void* captureHandle;
+  void* captureStream;            // of the network capture; null when it is off
   bool isRequester;
   sockaddr_storage localAddress;
   sockaddr_storage remoteAddressRaw;
@@ -53,7 +51,6 @@ static_assert(std::is_trivially_destructible_v<TL_Transport>);
 // A listening port, in one list for the whole library.
 struct TL_ListenPortObj;
 
-void TL_Initialize();
 // Closes and frees every listening port.
 void TL_Reset();
 
