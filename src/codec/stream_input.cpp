@@ -108,7 +108,7 @@ VX_STATUS StreamInput::gather(std::size_t n) {
   const bool in_scratch = scratch_ != nullptr && cursor_ >= scratch_ && cursor_ < scratch_ + scratch_size_;
   const auto at = in_scratch ? static_cast<std::size_t>(cursor_ - scratch_) : 0;
   if (!grow_scratch(have)) return VX_SYSTEM_ERROR;
-  std::memmove(scratch_, in_scratch ? scratch_ + at : cursor_, have);
+  if (have != 0) std::memmove(scratch_, in_scratch ? scratch_ + at : cursor_, have);
   VX_STATUS status = VX_NORMAL_COMPLETION;
   while (have < n) {
     if (rest_.size == 0) {

@@ -94,7 +94,7 @@ VX_STATUS find_or_make_creator(MsgObj& object, std::string_view code, uint16_t g
   if (found == VX_FOUND_PRIVATE_BLOCK) return kOk;
   VX_STATUS status = found;
   if (found == VX_NOT_FOUND) status = new_tag(object, slot, VX_VR_LO, 1, 1, &made);
-  if (status != kOk) {
+  if (status != kOk || made == nullptr) {
     VX_LOG_ERR(kFunction, "Unable to create Private Creator Code attribute: %s", status_text(status));
     return VX_SYSTEM_ERROR;
   }

@@ -114,7 +114,7 @@ VX_STATUS private_tag(MsgObj& object, std::string_view creator, uint16_t group, 
 VX_STATUS add_private_block(MsgObj& object, std::string_view creator, uint16_t group, uint32_t* slot,
                             uint32_t at, const char* function) {
   const Guard guard(object.Semaphore);
-  uint32_t place;
+  uint32_t place = 0;
   VX_STATUS status = find_private_block(object, creator, group, place);
   if (status == VX_FOUND_PRIVATE_BLOCK) {
     if (slot != nullptr) *slot = place;

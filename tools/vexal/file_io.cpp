@@ -23,6 +23,16 @@ std::string system_text(const std::string& what, int error) {
   return what + ": " + std::strerror(error);
 }
 
+// Asking for it changes it for a moment, so that it is asked for once.
+mode_t creation_mask() {
+  static const mode_t mask = [] {
+    const mode_t now = ::umask(077);
+    ::umask(now);
+    return now;
+  }();
+  return mask;
+}
+
 }  // namespace
 
 FileSource::~FileSource() {
@@ -139,9 +149,7 @@ std::string FileSink::open(const std::string& path) {
   if (::stat(path.c_str(), &status) == 0) {
     mode = status.st_mode & 07777;
   } else {
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    mode = 0666 & ~mask;
+    mode = 0666 & ~creation_mask();
   }
   if (::fchmod(fd_, mode) != 0) return system_text("can not set the mode", errno);
   buffer_.resize(kBlock);
