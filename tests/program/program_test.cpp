@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <string>
 
 namespace {
@@ -43,7 +44,7 @@ void append_element(std::string& out, uint32_t tag, const char* vr, std::string 
   append16(out, tag & 0xFFFFU);
   out += vr;
   const std::string kind = vr;
-  if (kind == "OB" || kind == "OW" || kind == "SQ" || kind == "UT") {
+  if (kind == "OB" || kind == "OW" || kind == "SQ" || kind == "UT" || kind == "UV") {
     append16(out, 0);
     append16(out, static_cast<uint32_t>(value.size()) & 0xFFFFU);
     append16(out, static_cast<uint32_t>(value.size()) >> 16);
@@ -262,6 +263,101 @@ TEST_F(Program, ValidateTellsWhatBreaksTheRules) {
   EXPECT_EQ(run("validate --level some " + to).exit, 2);
 }
 
+// Identifiers and other messages: the service by name or by what they hold, the command that fits.
+TEST_F(Program, ValidateChoosesTheRulesOfAMessage) {
+  const std::string query = path("query.dcm");
+  const std::string changes =
+      " --set QueryRetrieveLevel=STUDY --set 'StudyInstanceUID=1.2.3\\1.2.4' "
+      "--delete SOPClassUID --delete PatientName ";
+  ASSERT_EQ(run("modify" + changes + path("a.dcm") + " " + query).exit, 0);
+  Outcome outcome = run("validate --service STUDY_ROOT_QR_FIND --level all " + query);
+  EXPECT_NE(outcome.out.find("STUDY_ROOT_QR_FIND C_FIND_RQ: 0 errors"), std::string::npos) << outcome.out;
+  EXPECT_EQ(outcome.out.find("StudyInstanceUID"), std::string::npos) << outcome.out;
+  outcome = run("validate --service STUDY_ROOT_QR_FIND --command C_FIND_RSP " + query);
+  EXPECT_NE(outcome.out.find("STUDY_ROOT_QR_FIND C_FIND_RSP: "), std::string::npos) << outcome.out;
+  EXPECT_NE(outcome.out.find("StudyInstanceUID: Too many values"), std::string::npos) << outcome.out;
+  outcome = run("validate --service STUDY_ROOT_QR_FIND --command N_GET_RQ " + query);
+  EXPECT_EQ(outcome.exit, 2);
+  EXPECT_NE(outcome.out.find("no rules for STUDY_ROOT_QR_FIND N_GET_RQ"), std::string::npos) << outcome.out;
+  EXPECT_EQ(run("validate --command NONSENSE " + query).exit, 2);
+
+  const std::string step = path("step.dcm");
+  ASSERT_EQ(
+      run("modify --set SOPClassUID=1.2.840.10008.3.1.2.3.3 --set PerformedProcedureStepID=1 "
+          "--set PerformedStationAETitle=A --set PerformedProcedureStepStartDate=20240131 "
+          "--set PerformedProcedureStepStartTime=1010 --set PerformedProcedureStepStatus=\"IN PROGRESS\" "
+          "--set 'ScheduledStepAttributesSequence[0].StudyInstanceUID=1.2.3' " +
+          path("a.dcm") + " " + step)
+          .exit,
+      0);
+  outcome = run("validate " + step);
+  EXPECT_NE(outcome.out.find("PERFORMED_PROCEDURE_STEP N_CREATE_RQ: "), std::string::npos) << outcome.out;
+}
+
+// What the standard asks for stands behind each finding.
+TEST_F(Program, ValidateTellsWhatIsAskedFor) {
+  std::string count;
+  append_element(count, 0x00080428, "UV", std::string(8, '\1'));
+  std::string file = sample();
+  write("uv.dcm", file.insert(file.find(std::string("\x08\0\x40\x11", 4)), count));
+  const std::string to = path("b.dcm");
+  ASSERT_EQ(run("modify --set PatientSex=X --set ImageType= " + path("uv.dcm") + " " + to).exit, 0);
+  const Outcome outcome = run("validate --level all " + to);
+  for (const char* line :
+       {"(0010,0040) PatientSex \"X\": Value not an enumerated value [M | F | O]",
+        "(0028,0002) SamplesPerPixel: Required attribute not in message [type 1]", "| SECONDARY]",
+        "(0020,000D) StudyInstanceUID: Required attribute not in message [type 1]",
+        "(0008,0428) TotalNumberOfStudyRecords: VR parameter is invalid [VR UV, which is "
+        "carried as UN and loses "
+        "nothing]"}) {
+    EXPECT_NE(outcome.out.find(line), std::string::npos) << line << "\n" << outcome.out;
+  }
+  // A null value in an optional attribute is no more than a remark.
+  EXPECT_GT(outcome.out.find("(0008,0008) ImageType: "), outcome.out.find("  remarks\n")) << outcome.out;
+  const Outcome json = run("validate --json --attribute PatientSex " + to);
+  EXPECT_NE(json.out.find("\"wanted\":\"M | F | O\",\"vr\":\"CS\",\"vm\":\"1\",\"type\":\"2\",\"values\":"
+                          "[{\"valueNumber\":1,\"enumerated\":true,\"list\":[\"M\",\"F\",\"O\"]}]}"),
+            std::string::npos)
+      << json.out;
+}
+
+TEST_F(Program, TemplateShowsWhatAClassDemands) {
+  Outcome outcome = run("template STANDARD_CT");
+  EXPECT_EQ(outcome.exit, 0);
+  EXPECT_NE(outcome.out.find("STANDARD_CT C_STORE_RQ 1.2.840.10008.5.1.4.1.1.2\n"), std::string::npos);
+  const auto line = [&outcome](const std::string& start) {
+    const std::size_t at = outcome.out.find("\n" + start);
+    return at == std::string::npos ? "" : outcome.out.substr(at + 1, outcome.out.find('\n', at + 1) - at - 1);
+  };
+  EXPECT_TRUE(std::regex_match(line("(0010,0040)"),
+                               std::regex(R"(\(0010,0040\)  2 +CS  1 +PatientSex +M \| F \| O)")))
+      << line("(0010,0040)");
+  EXPECT_EQ(outcome.out.find("ReferencedImageSequence."), std::string::npos);
+  outcome = run("template 1.2.840.10008.5.1.4.1.1.2 --depth 1");
+  EXPECT_NE(line("(0008,1155)").find("Sequence.ReferencedSOPInstanceUID"), std::string::npos)
+      << line("(0008,1155)");
+  // An item holds items of its own kind; the way down ends all the same.
+  EXPECT_EQ(run("template SR_CONTENT --depth 9").exit, 0);
+  outcome = run("template --json STUDY_ROOT_QR_FIND");
+  EXPECT_EQ(
+      outcome.out.find("{\"service\":\"STUDY_ROOT_QR_FIND\",\"command\":\"C_FIND_RQ\",\"uid\":\"1.2.840"),
+      0U);
+  EXPECT_NE(
+      outcome.out.find(
+          "{\"tag\":\"00080052\",\"path\":\"QueryRetrieveLevel\",\"vr\":\"CS\",\"vm\":\"1\",\"type\":\"1\""),
+      std::string::npos);
+  outcome = run("template STUDY_ROOT_QR_FIND N_GET_RQ");
+  EXPECT_EQ(outcome.exit, 1);
+  EXPECT_NE(outcome.out.find("it has: C_FIND_RQ"), std::string::npos) << outcome.out;
+  outcome = run("template STANDRD_CT");
+  EXPECT_EQ(outcome.exit, 1);
+  EXPECT_NE(outcome.out.find("near: STANDARD_CT"), std::string::npos) << outcome.out;
+  // With a profile of the user's the names come from there.
+  outcome = run("template --config " VEXAL_BINARY_DIR "/share/vexalkit/vexal.ini STANDARD_CT");
+  EXPECT_NE(outcome.out.find("PatientSex"), std::string::npos) << outcome.out;
+  EXPECT_EQ(run("template").exit, 2);
+}
+
 TEST_F(Program, LookupAndConfig) {
   EXPECT_NE(run("lookup PatientName").out.find("(0010,0010) PN  VM 1  PatientName"), std::string::npos);
   EXPECT_NE(run("lookup 00280010").out.find("Rows"), std::string::npos);
@@ -281,7 +377,7 @@ TEST_F(Program, LookupAndConfig) {
 }
 
 TEST_F(Program, HelpAndUsage) {
-  for (const char* command : {"dump", "convert", "modify", "lookup", "config"}) {
+  for (const char* command : {"dump", "convert", "modify", "validate", "template", "lookup", "config"}) {
     const Outcome help = run(std::string(command) + " --help");
     EXPECT_EQ(help.exit, 0);
     EXPECT_NE(help.out.find(std::string("usage: vexal ") + command), std::string::npos);

@@ -5,7 +5,8 @@
 namespace vexal {
 
 std::span<const Command> commands() {
-  static const std::array<Command, 6> kCommands = {kDump, kValidate, kConvert, kModify, kLookup, kConfig};
+  static const std::array<Command, 7> kCommands = {kDump,     kValidate, kConvert, kModify,
+                                                   kTemplate, kLookup,   kConfig};
   return kCommands;
 }
 

@@ -9,6 +9,7 @@ extern const Command kDump;
 extern const Command kValidate;
 extern const Command kConvert;
 extern const Command kModify;
+extern const Command kTemplate;
 extern const Command kLookup;
 extern const Command kConfig;
 

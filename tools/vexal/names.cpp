@@ -33,6 +33,7 @@ bool parse_hex(std::string_view digits, uint32_t& value) {
 
 struct Row {
   uint32_t tag;
+  std::string_view vr;
   std::string_view keyword;
 };
 
@@ -48,14 +49,27 @@ const std::vector<Row>& rows() {
       std::string digits(next_cell(line));
       digits.erase(std::remove(digits.begin(), digits.end(), ','), digits.end());
       std::replace(digits.begin(), digits.end(), 'x', '0');
-      next_cell(line);
+      const std::string_view vr = next_cell(line);
       next_cell(line);
       uint32_t tag = 0;
-      if (parse_hex(digits, tag)) result.push_back({tag, next_cell(line)});
+      if (parse_hex(digits, tag)) result.push_back({tag, vr, next_cell(line)});
     }
     return result;
   }();
   return table;
+}
+
+// Groups 50xx and 60xx stand under 5000 and 6000.
+uint32_t base_tag(uint32_t tag) {
+  const uint32_t group_class = tag >> 24;
+  return group_class == 0x50 || group_class == 0x60 ? tag & 0xFF00FFFFU : tag;
+}
+
+const Row* find_row(uint32_t tag) {
+  const auto& table = rows();
+  const auto found = std::lower_bound(table.begin(), table.end(), tag,
+                                      [](const Row& row, uint32_t other) { return row.tag < other; });
+  return found != table.end() && found->tag == tag ? &*found : nullptr;
 }
 
 bool equals_ignoring_case(std::string_view a, std::string_view b) {
@@ -76,8 +90,7 @@ std::string describe_tag(uint32_t tag) {
 }
 
 std::string_view tag_keyword(uint32_t tag) {
-  const uint32_t group_class = tag >> 24;
-  const uint32_t wanted = group_class == 0x50 || group_class == 0x60 ? tag & 0xFF00FFFFU : tag;
+  const uint32_t wanted = base_tag(tag);
   // A flat table of the tags seen last: listings meet the same few hundred tags again and again.
   struct Slot {
     uint32_t tag;
@@ -87,12 +100,18 @@ std::string_view tag_keyword(uint32_t tag) {
   static thread_local Slot cache[1024];
   Slot& slot = cache[(wanted ^ (wanted >> 13)) & 1023U];
   if (slot.known && slot.tag == wanted) return slot.keyword;
-  const auto& table = rows();
-  const auto found = std::lower_bound(table.begin(), table.end(), wanted,
-                                      [](const Row& row, uint32_t t) { return row.tag < t; });
-  const bool hit = found != table.end() && found->tag == wanted;
-  slot = {wanted, true, hit ? found->keyword : (tag & 0xFFFFU) == 0 ? "GroupLength" : std::string_view()};
+  const Row* found = find_row(wanted);
+  slot = {wanted, true,
+          found != nullptr       ? found->keyword
+          : (tag & 0xFFFFU) == 0 ? "GroupLength"
+                                 : std::string_view()};
   return slot.keyword;
+}
+
+std::string_view standard_vr(uint32_t tag) {
+  const Row* found = find_row(base_tag(tag));
+  if (found == nullptr) return "";
+  return found->vr.starts_with("UN/") ? found->vr.substr(3) : found->vr;
 }
 
 bool parse_tag(std::string_view text, uint32_t& tag) {

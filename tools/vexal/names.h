@@ -16,6 +16,8 @@ std::string format_tag(uint32_t tag);
 std::string describe_tag(uint32_t tag);
 // The keyword of a standard tag, "" if it has none. Groups 50xx and 60xx give the keyword of 5000 and 6000.
 std::string_view tag_keyword(uint32_t tag);
+// The VR of the standard, also one that the library carries as UN ("UV"); "" for a tag that it does not know.
+std::string_view standard_vr(uint32_t tag);
 // "(gggg,eeee)", "gggg,eeee", "ggggeeee", "0xggggeeee" or a keyword (case does not count); false if it is
 // none.
 bool parse_tag(std::string_view text, uint32_t& tag);

@@ -10,6 +10,7 @@ namespace vexal {
 namespace {
 
 std::string source_text;
+bool embedded = false;
 thread_local const std::string* current_file = nullptr;
 thread_local bool warnings_muted = false;
 
@@ -58,6 +59,7 @@ bool Session::start(const Args& args) {
   const char* variable = std::getenv("VEXAL_INI");
   if (status == VX_NO_VEXAL_INI && named.empty() && variable == nullptr) {
     status = VX_Library_Initialization(embedded_config, embedded_dictionary, nullptr);
+    embedded = true;
     source_text = "built into the program (no vexal.ini on the search path)";
   } else if (!named.empty()) {
     source_text = named;
@@ -80,6 +82,10 @@ bool Session::start(const Args& args) {
 
 const std::string& configuration_source() {
   return source_text;
+}
+
+bool is_embedded_configuration() {
+  return embedded;
 }
 
 CurrentFile::CurrentFile(const std::string& path) {

@@ -25,6 +25,8 @@ class Session {
 
 // Where the configuration in force came from, for people.
 const std::string& configuration_source();
+// True if it is the one inside the program.
+bool is_embedded_configuration();
 
 // The file that the calling thread works on: named in front of what the library logs on this thread.
 class CurrentFile {

@@ -3,12 +3,14 @@
 #include <cstdio>
 #include <map>
 #include <mutex>
+#include <utility>
 
 #include "commands.h"
 #include "files.h"
 #include "json.h"
 #include "names.h"
 #include "parallel.h"
+#include "rules.h"
 #include "session.h"
 #include "tag_path.h"
 
@@ -18,12 +20,16 @@ namespace {
 constexpr Option kOptions[] = {
     {"--level", "LEVEL", "what to show: errors, warnings (default: with the errors) or all"},
     {"--attribute", "PATH", "only what concerns this attribute and what is below it (may be repeated)"},
+    {"--service", "NAME", "go by the rules of this service, whatever the SOP class"},
+    {"--command", "NAME", "of the service (default: C_STORE_RQ, else the request that fits best)"},
     {"--json", nullptr, "one JSON object a file, one line each, and one for the summary"},
     {"--threads", "N", "files read at once (default: the processors)"},
 };
 
 constexpr uint32_t kSopClass = 0x00080016;
 constexpr uint32_t kMediaSopClass = 0x00020002;
+constexpr uint32_t kQueryLevel = 0x00080052;
+constexpr uint32_t kScheduledSteps = 0x00400100;
 constexpr std::size_t kShown = 64;  // bytes of a value
 constexpr int kLevels = 3;
 constexpr const char* kSingular[] = {"error", "warning", "remark"};
@@ -32,7 +38,18 @@ constexpr const char* kPlural[] = {"errors", "warnings", "remarks"};
 struct ValidateSettings {
   ValidationLevel level = VX_Errors_And_Warnings;
   bool json = false;
+  std::string service;
+  uint16_t command = 0;  // 0: the usual one
   std::vector<std::vector<PathStep>> paths;
+};
+
+// By what rules a file is checked.
+struct Standard {
+  std::string service;
+  uint16_t command = 0;
+  std::string title() const {
+    return command == C_STORE_RQ ? service : service + " " + std::string(vxdata::command_name(command));
+  }
 };
 
 struct Found {
@@ -55,11 +72,21 @@ VX_STATUS run_validation(int32_t id, ValidationLevel level, std::vector<ValErrOb
   return status;
 }
 
+// What identifies instances may hold a list of UIDs (PS3.4 section C.2.2.2.2) where the dictionary knows one.
+bool is_uid_list(const ValErrObj& finding, uint16_t command) {
+  VX_VR vr = 0;
+  return finding.Status == VX_TOO_MANY_VALUES &&
+         (command == C_FIND_RQ || command == C_MOVE_RQ || command == C_GET_RQ) &&
+         VX_Get_Attribute_Info(finding.MsgItemID, finding.Tag, &vr, nullptr) == VX_NORMAL_COMPLETION &&
+         vr == VX_VR_UI;
+}
+
 // A finding does not tell how serious it is; the level that first records it does. What a lower level records
 // comes in the same order at a higher one.
-VX_STATUS validate_levels(int32_t id, ValidationLevel highest, std::vector<Found>& found) {
+VX_STATUS validate_levels(int32_t id, const ValidateSettings& settings, uint16_t command,
+                          std::vector<Found>& found) {
   const MutedWarnings muted;  // what they tell comes as findings
-  for (ValidationLevel level = VX_Errors_Only; level <= highest; ++level) {
+  for (ValidationLevel level = VX_Errors_Only; level <= settings.level; ++level) {
     std::vector<ValErrObj> findings;
     const VX_STATUS status = run_validation(id, level, findings);
     if (status != VX_MESSAGE_VALIDATES && status != VX_DOES_NOT_VALIDATE) return status;
@@ -72,6 +99,7 @@ VX_STATUS validate_levels(int32_t id, ValidationLevel highest, std::vector<Found
     }
     found = std::move(merged);
   }
+  std::erase_if(found, [command](const Found& one) { return is_uid_list(one.what, command); });
   return VX_NORMAL_COMPLETION;
 }
 
@@ -79,6 +107,13 @@ VX_STATUS validate_levels(int32_t id, ValidationLevel highest, std::vector<Found
 class Tree {
  public:
   explicit Tree(int32_t root) : root_(root) {}
+  void set_standard(const Standard& standard) { standard_ = standard; }
+
+  // Null where no rule is known.
+  const Rule* rule(int32_t object, uint32_t tag) {
+    const Rules* known = rules(object);
+    return known != nullptr ? find_rule(*known, tag) : nullptr;
+  }
 
   // "SequenceOfItems[0].Attribute".
   std::string path(int32_t object, uint32_t tag) {
@@ -114,6 +149,15 @@ class Tree {
     return name + "[" + std::to_string(home.index) + "]";
   }
 
+  // Items go by the first type that their sequence takes.
+  const Rules* rules(int32_t object) {
+    const RuleBook& book = RuleBook::get();
+    const Home* home = find(object);
+    if (home == nullptr) return book.message(standard_.service, standard_.command);
+    const Rule* sequence = rule(home->object, home->tag);
+    return sequence != nullptr && !sequence->items.empty() ? book.item(sequence->items.front()) : nullptr;
+  }
+
   const Home* find(int32_t object) {
     if (object == root_) return nullptr;
     if (homes_.empty()) add(root_);
@@ -138,6 +182,7 @@ class Tree {
   }
 
   int32_t root_;
+  Standard standard_;
   std::map<int32_t, Home> homes_;
 };
 
@@ -183,6 +228,50 @@ std::string counted(const std::size_t (&counts)[kLevels], ValidationLevel level)
   return text;
 }
 
+// Long lists are cut: template shows them whole.
+std::string shorten(std::string text) {
+  constexpr std::size_t kLimit = 160;
+  if (text.size() <= kLimit) return text;
+  return text.substr(0, text.rfind(" | ", kLimit)) + " | ...";
+}
+
+std::string type_text(const Rule& rule, const char* link) {
+  std::string text = "type " + std::string(vxdata::type_text(rule.type));
+  return rule.condition.empty() ? text : text + link + rule.condition;
+}
+
+// What stays UN in the library, though the standard has a VR for it.
+bool is_carried_as_un(const ValErrObj& finding) {
+  const std::string_view vr = standard_vr(finding.Tag);
+  return finding.Status == VX_INVALID_VR_CODE && (vr == "OV" || vr == "SV" || vr == "UV");
+}
+
+// What the standard asks for where the finding is; empty if there is nothing to tell.
+std::string wanted_text(const ValErrObj& finding, const Rule* rule) {
+  const std::string vr(standard_vr(finding.Tag));
+  if (is_carried_as_un(finding)) return "VR " + vr + ", which is carried as UN and loses nothing";
+  switch (finding.Status) {
+    case VX_NON_SERVICE_ATTRIBUTE:
+      return "";
+    case VX_TOO_FEW_VALUES:
+    case VX_TOO_MANY_VALUES:
+      return "VM " + multiplicity_text(finding.Tag);
+    case VX_NOT_ONE_OF_ENUMERATED_VALUES:
+    case VX_NOT_ONE_OF_DEFINED_TERMS:
+      return rule != nullptr ? shorten(values_text(*rule, finding.ValueNumber)) : "";
+    case VX_REQUIRED_ATTRIBUTE_MISSING:
+    case VX_REQUIRED_VALUE_MISSING:
+    case VX_VALUE_MAY_NOT_BE_NULL:
+    case VX_NO_CONDITION_FUNCTION:
+    case VX_UNABLE_TO_CHECK_CONDITION:
+      return rule != nullptr ? type_text(*rule, " if ") : "";
+    case VX_VALUE_NOT_ALLOWED:
+      return rule != nullptr ? type_text(*rule, ", only if ") : "";
+    default:
+      return vr.empty() ? "" : "VR " + vr;
+  }
+}
+
 void append_text(std::string& out, Tree& tree, const std::vector<Found>& found, ValidationLevel level) {
   for (int severity = 0; severity < level; ++severity) {
     bool first = true;
@@ -198,9 +287,25 @@ void append_text(std::string& out, Tree& tree, const std::vector<Found>& found, 
         if (what.ValueNumber > 1) out += " value " + std::to_string(what.ValueNumber);
         out += " \"" + printable(value_text(what)) + "\"";
       }
-      out += ": " + std::string(VX_Error_Message(what.Status)) + "\n";
+      out += ": " + std::string(VX_Error_Message(what.Status));
+      const std::string wanted = wanted_text(what, tree.rule(what.MsgItemID, what.Tag));
+      out += wanted.empty() ? "\n" : " [" + wanted + "]\n";
     }
   }
+}
+
+void append_wanted(std::string& out, const ValErrObj& finding, const Rule* rule) {
+  const std::string text = wanted_text(finding, rule);
+  if (!text.empty()) {
+    out += ",\"wanted\":";
+    append_json(out, text);
+  }
+  if (const std::string_view vr = standard_vr(finding.Tag); !vr.empty()) {
+    out += ",\"vr\":";
+    append_json(out, vr);
+    out += ",\"vm\":\"" + multiplicity_text(finding.Tag) + "\"";
+  }
+  if (rule != nullptr) append_rule_json(out, *rule);
 }
 
 void append_json_findings(std::string& out, Tree& tree, const std::vector<Found>& found,
@@ -228,6 +333,7 @@ void append_json_findings(std::string& out, Tree& tree, const std::vector<Found>
       }
       out += ",\"status\":" + std::to_string(what.Status) + ",\"rule\":";
       append_json(out, std::string_view(VX_Error_Message(what.Status)));
+      append_wanted(out, what, tree.rule(what.MsgItemID, what.Tag));
       out += '}';
     }
   }
@@ -241,28 +347,85 @@ struct Totals {
   std::size_t counts[kLevels] = {};
 };
 
-// Gives the object the service of its SOP class; an error text, empty on success.
-std::string set_service(int32_t id, std::string& service) {
-  char uid[65] = "";
+std::string text_of(int32_t id, uint32_t tag) {
+  char text[128] = "";
+  return VX_Get_Value_To_String(id, tag, sizeof text, text) == VX_NORMAL_COMPLETION ? text : "";
+}
+
+std::string service_of(const std::string& uid) {
   char name[128] = "";
-  if (VX_Get_Value_To_String(id, kSopClass, sizeof uid, uid) != VX_NORMAL_COMPLETION &&
-      VX_Get_Value_To_String(id, kMediaSopClass, sizeof uid, uid) != VX_NORMAL_COMPLETION) {
-    return "not validated: no SOP class UID";
+  const bool known = VX_Get_VexalKit_Service(uid.c_str(), name, sizeof name) == VX_NORMAL_COMPLETION;
+  return known ? name : "";
+}
+
+// An identifier names no SOP class; its level, or what it asks about, tells the service.
+std::string service_of_identifier(int32_t id) {
+  const std::string level = text_of(id, kQueryLevel);
+  if (!level.empty()) return level == "PATIENT" ? "PATIENT_ROOT_QR_FIND" : "STUDY_ROOT_QR_FIND";
+  const bool steps = VX_Get_Attribute_Info(id, kScheduledSteps, nullptr, nullptr) == VX_NORMAL_COMPLETION;
+  return steps ? "MODALITY_WORKLIST_FIND" : "";
+}
+
+// How many attributes the rules do not know; behind it, how many of those that they always demand are
+// missing.
+using Misfits = std::pair<std::size_t, std::size_t>;
+
+Misfits count_misfits(int32_t id, const Rules& rules) {
+  Misfits count;
+  uint32_t tag = 0;
+  VX_STATUS status = VX_Get_First_Attribute(id, &tag, nullptr, nullptr);
+  for (; status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Attribute(id, &tag, nullptr, nullptr)) {
+    if (tag >= 0x00080000 && find_rule(rules, tag) == nullptr) ++count.first;
   }
-  if (VX_Get_VexalKit_Service(uid, name, sizeof name) != VX_NORMAL_COMPLETION) {
-    return "not validated: no service for SOP class " + printable(uid);
+  for (const Rule& rule : rules) {
+    if (rule.type != vxdata::kType1 && rule.type != vxdata::kType2) continue;
+    if (VX_Get_Attribute_Info(id, rule.tag, nullptr, nullptr) != VX_NORMAL_COMPLETION) ++count.second;
   }
-  service = name;
-  const VX_STATUS status = VX_Set_Service_Command(id, name, C_STORE_RQ);
-  return status == VX_NORMAL_COMPLETION ? "" : service + ": " + VX_Error_Message(status);
+  return count;
+}
+
+// An object does not tell the command that it came with: of the requests the one that it fits best, and of
+// equals the one of the highest number, which puts creations and actions before reports.
+uint16_t fitting_command(int32_t id, const std::string& service) {
+  const RuleBook& book = RuleBook::get();
+  uint16_t best = book.usual_command(service);
+  if (best == 0 || best == C_STORE_RQ) return C_STORE_RQ;
+  Misfits fewest = count_misfits(id, *book.message(service, best));
+  for (const uint16_t command : book.commands(service)) {
+    if (command >= kResponse) continue;
+    const Misfits count = count_misfits(id, *book.message(service, command));
+    if (count < fewest || (count == fewest && command > best)) best = command;
+    fewest = std::min(fewest, count);
+  }
+  return best;
+}
+
+// Chooses the rules; an error text, empty on success.
+std::string choose_standard(int32_t id, const ValidateSettings& settings, Standard& standard) {
+  standard.service = settings.service;
+  std::string uid = text_of(id, kSopClass);
+  const bool identifier = uid.empty();
+  if (identifier) uid = text_of(id, kMediaSopClass);
+  if (standard.service.empty()) standard.service = service_of(uid);
+  if (standard.service.empty() && identifier) standard.service = service_of_identifier(id);
+  if (standard.service.empty() && uid.empty()) return "not validated: no SOP class UID; --service names one";
+  if (standard.service.empty()) return "not validated: no service for SOP class " + printable(uid);
+  const RuleBook& book = RuleBook::get();
+  standard.command = settings.command != 0 ? settings.command : fitting_command(id, standard.service);
+  if (book.problem().empty() && book.message(standard.service, standard.command) == nullptr) {
+    return "not validated: no rules for " + standard.title();
+  }
+  const VX_STATUS status = VX_Set_Service_Command(id, standard.service.c_str(), standard.command);
+  return status == VX_NORMAL_COMPLETION ? "" : standard.title() + ": " + VX_Error_Message(status);
 }
 
 std::string examine(const DicomFile& file, const ValidateSettings& settings, Tree& tree,
-                    std::vector<Found>& found, std::string& service) {
-  std::string problem = set_service(file.id(), service);
+                    std::vector<Found>& found, Standard& standard) {
+  std::string problem = choose_standard(file.id(), settings, standard);
   if (!problem.empty()) return problem;
-  const VX_STATUS status = validate_levels(file.id(), settings.level, found);
-  if (status != VX_NORMAL_COMPLETION) return service + ": " + VX_Error_Message(status);
+  tree.set_standard(standard);
+  const VX_STATUS status = validate_levels(file.id(), settings, standard.command, found);
+  if (status != VX_NORMAL_COMPLETION) return standard.title() + ": " + VX_Error_Message(status);
   if (settings.paths.empty()) return "";
   std::vector<Place> places;
   for (const auto& path : settings.paths) resolve_path(file.id(), path, false, places);
@@ -284,8 +447,8 @@ FileResult validate_file(const std::string& path, const ValidateSettings& settin
   if (file.open(path, {}) != VX_NORMAL_COMPLETION) return fail(path, file.problem(), totals);
   Tree tree(file.id());
   std::vector<Found> found;
-  std::string service;
-  const std::string problem = examine(file, settings, tree, found, service);
+  Standard standard;
+  const std::string problem = examine(file, settings, tree, found, standard);
   if (!problem.empty()) return fail(path, problem, totals);
 
   std::size_t counts[kLevels] = {};
@@ -296,12 +459,13 @@ FileResult validate_file(const std::string& path, const ValidateSettings& settin
     out += "{\"file\":";
     append_json(out, path);
     out += ",\"service\":";
-    append_json(out, service);
+    append_json(out, standard.service);
+    out += ",\"command\":\"" + std::string(vxdata::command_name(standard.command)) + "\"";
     out += ",\"findings\":[";
     append_json_findings(out, tree, found, settings.level);
     out += "]}\n";
   } else {
-    out += path + ": " + service + ": " + counted(counts, settings.level) + "\n";
+    out += path + ": " + standard.title() + ": " + counted(counts, settings.level) + "\n";
     append_text(out, tree, found, settings.level);
   }
   result.exit = counts[0] != 0 ? kFindings : kSuccess;
@@ -347,6 +511,14 @@ int run(const Args& args) {
   settings.json = args.has("--json");
   long threads = default_threads();
   if (!args.number("--threads", 1, 256, threads) || !read_level(args, settings.level)) return kUsage;
+  settings.service = args.get("--service");
+  if (args.has("--command")) {
+    settings.command = vxdata::command_value(args.get("--command"));
+    if (settings.command == 0) {
+      complain("--command %s: there is no such command", args.get("--command").c_str());
+      return kUsage;
+    }
+  }
   for (const std::string& text : args.all("--attribute")) {
     std::vector<PathStep> path;
     const std::string error = parse_path(text, path);
@@ -376,8 +548,11 @@ const Command kValidate = {
     "validate",
     "[OPTION...] PATH...",
     "check files and folders against the rules of their SOP class",
-    "The SOP class UID of a file chooses the rules. Findings come grouped by severity: tag, path, value,\n"
-    "rule. Exit status: 1 if there are errors; 2 if a file can not be read or its SOP class has no service.",
+    "The SOP class UID of a file chooses the rules; an identifier of a query goes by its level. Findings "
+    "come\n"
+    "grouped by severity: tag, path, value, rule, and in brackets what the standard asks for. Exit status: "
+    "1\n"
+    "if there are errors; 2 if a file can not be read or its SOP class has no service.",
     kOptions,
     run};
 
