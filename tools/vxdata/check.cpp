@@ -7,6 +7,7 @@
 
 #include "bytes.h"
 #include "commands.h"
+#include "conditions.h"
 #include "message_file.h"
 #include "tables.h"
 
@@ -27,28 +28,16 @@ std::vector<std::string> quoted_strings(std::string_view text) {
   return strings;
 }
 
-// Conditions on a text answer "can't tell" where the attribute is missing; those on presence, numbers or any
-// of several values answer yes or no.
-bool answers_without_attribute(std::string_view condition) {
-  constexpr std::string_view kWords[] = {"PRESENT", "NULL",        "ZERO",   "EMPTY",
-                                         "HAS_",    "MULTIVALUED", "INCLUDE"};
-  return std::any_of(std::begin(kWords), std::end(kWords),
-                     [&](std::string_view word) { return condition.find(word) != std::string_view::npos; });
-}
-
 class Checker {
  public:
   Checker(Tables& tables, Problems& problems) : tables_(tables), problems_(problems) {}
 
-  void run(const std::string& conditions_file, const std::string& names_file) {
-    if (!conditions_file.empty()) {
-      for (auto& name : quoted_strings(read_file(conditions_file))) known_conditions_.insert(std::move(name));
-    }
+  void run(const std::string& conditions_files, const std::string& names_file) {
+    if (!conditions_files.empty()) conditions_ = read_conditions(split(conditions_files, ','));
     for (const Block& block : tables_.templates.blocks()) {
       for (const auto& row : block.rows) check_row(row);
-      // The library opens directory records by name; no sequence lists them.
-      const bool record = block.kind == BlockKind::kItem && block.name.rfind("DIR_REC_", 0) == 0;
-      if (block.kind == BlockKind::kMessage || record) reach(block);
+      // Items are opened by name too, whether a sequence lists them or not.
+      if (block.kind == BlockKind::kMessage || block.kind == BlockKind::kItem) reach(block);
     }
     for (const Block& block : tables_.templates.blocks()) {
       if (block.kind == BlockKind::kMessage || block.kind == BlockKind::kItem) check_body(block);
@@ -86,7 +75,7 @@ class Checker {
       return std::isalnum(c) != 0 || c == '_' || c == ' ' || c == '-';
     });
     if (!plain) fault(place, "not the name of a condition: " + name);
-    if (!known_conditions_.empty() && known_conditions_.count(name) == 0) {
+    if (!conditions_.empty() && conditions_.find(name) == conditions_.end()) {
       fault(place, "no predicate of the name " + name);
     }
     for (const uint32_t tag : condition_tags(name)) {
@@ -108,6 +97,15 @@ class Checker {
         if (vr == "CS" && (!code || value.size() > 16)) fault(attribute.place, "no code string: " + value);
       }
     }
+    // Numbers are compared as text: "1.0" would not be "1".
+    if (vr == "DS" && !attribute.values.empty()) fault(attribute.place, "a list of values of VR DS");
+    const auto open = [](const ValueList& list) { return !list.enumerated; };
+    if (!attribute.values.empty() && attribute.values.back().enumerated &&
+        (attribute.tag == kImageType ||
+         std::any_of(attribute.values.begin(), attribute.values.end(), open))) {
+      fault(attribute.place,
+            "the last list decides for all values, and some are open: it must be one of defined terms");
+    }
     if (known != nullptr && highest > known->vm.high) {
       fault(attribute.place,
             format("value %d of an attribute of VM %s", highest, vm_text(known->vm).c_str()));
@@ -122,19 +120,50 @@ class Checker {
     }
   }
 
-  // A condition on an attribute that its message or item cannot hold is decided once and for all, and as a
-  // rule wrongly.
   void check_body(const Block& block) {
     const Body& body = tables_.templates.expand(block, problems_);
     encode_body(body, tables_.dictionary, problems_);
     for (const auto& [tag, attribute] : body) {
-      if (!answers_without_attribute(attribute.condition)) continue;
-      for (const uint32_t read : condition_tags(attribute.condition)) {
-        if (body.find(read) != body.end()) continue;
-        const auto key = std::make_pair(attribute.place.line, read);
-        if (!reported_.insert(std::make_pair(*attribute.place.file, key)).second) continue;
-        warn(attribute.place, tag_text(tag) + " has a condition on " + tag_text(read) + ", which " +
-                                  block.name + " does not hold");
+      const auto condition = conditions_.find(attribute.condition);
+      if (condition == conditions_.end() || !condition->second.judged) continue;
+      check_tags_read(block.name, body, attribute, condition->second.tags);
+      for (const Clause& clause : condition->second.clauses) check_clause(body, attribute, clause);
+    }
+  }
+
+  // A condition on an attribute that its message or item cannot hold is decided once and for all, and as a
+  // rule wrongly.
+  void check_tags_read(const std::string& name, const Body& body, const Attribute& attribute,
+                       const std::vector<uint32_t>& tags) {
+    for (const uint32_t read : tags) {
+      if (body.find(read) != body.end()) continue;
+      const auto place = std::make_pair(*attribute.place.file, std::make_pair(attribute.place.line, read));
+      if (!reported_.insert(place).second) continue;
+      fault(attribute.place, tag_text(attribute.tag) + " has a condition on " + tag_text(read) + ", which " +
+                                 name + " does not hold");
+    }
+  }
+
+  // Conditions on a text look at the first value where no other is named, and at the start of the value.
+  void check_clause(const Body& body, const Attribute& attribute, const Clause& clause) {
+    const DictionaryEntry* known = tables_.dictionary.find(clause.tag);
+    if (known != nullptr && clause.value == 0 && known->vm.low == 1 && known->vm.high > 1) {
+      fault(attribute.place,
+            attribute.condition + " looks at the first of several values of " + tag_text(clause.tag));
+    }
+    const auto read = body.find(clause.tag);
+    if (read == body.end()) return;
+    for (const ValueList& list : read->second.values) {
+      for (const auto& value : list.values) {
+        for (const auto& literal : clause.literals) {
+          const auto listed = [&](const std::string& text) {
+            return std::find(list.values.begin(), list.values.end(), text) != list.values.end();
+          };
+          const bool taken =
+              std::find(clause.literals.begin(), clause.literals.end(), value) != clause.literals.end();
+          if (taken || value.rfind(literal, 0) != 0 || !listed(literal)) continue;
+          fault(attribute.place, attribute.condition + " also holds for " + value);
+        }
       }
     }
   }
@@ -149,14 +178,16 @@ class Checker {
       const auto& attribute = std::get<Attribute>(row);
       for (const auto& item : attribute.items) {
         const Block* next = tables_.templates.find(item);
-        if (next != nullptr) {
+        if (next != nullptr && !is_bare(*next)) {
           reach(*next);
         } else if (bare_items_.insert(item).second) {
-          warn(attribute.place, "item " + item + " has no contents");
+          fault(attribute.place, "item " + item + " has no contents");
         }
       }
     }
   }
+
+  static bool is_bare(const Block& block) { return block.rows.empty(); }
 
   void check_names(const std::string& path) {
     const std::string text = read_file(path);
@@ -187,7 +218,7 @@ class Checker {
 
   Tables& tables_;
   Problems& problems_;
-  std::unordered_set<std::string> known_conditions_;
+  Conditions conditions_;
   std::unordered_set<const Block*> reached_;
   std::unordered_set<std::string> bare_items_;
   std::set<std::pair<std::string, std::pair<int, uint32_t>>> reported_;

@@ -84,7 +84,7 @@ uint32_t command_bit(uint16_t value) {
 }
 
 bool has_no_contents(uint16_t command) {
-  constexpr uint16_t kCommands[] = {0x8001, 0x0030, 0x8030, 0x0FFF, 0x0150, 0x8150};
+  constexpr uint16_t kCommands[] = {0x8001, 0x0030, 0x8030, 0x0FFF, 0x0110, 0x0150, 0x8150};
   for (const uint16_t one : kCommands) {
     if (one == command) return true;
   }

@@ -15,6 +15,7 @@ int run_report(int argc, char** argv) {
   size_t attributes = 0;
   size_t conditional = 0;
   size_t unconditioned = 0;
+  size_t allowed = 0;
   size_t with_values = 0;
   const auto count = [&](const Body& body) {
     for (const auto& [tag, attribute] : body) {
@@ -23,39 +24,55 @@ int run_report(int argc, char** argv) {
       if (!is_conditional(attribute.type)) continue;
       ++conditional;
       if (attribute.condition.empty()) ++unconditioned;
+      if (attribute.condition == kMayBePresent) ++allowed;
     }
   };
+  const auto print_unknown = [](const std::string& name, const Block& block) {
+    for (const auto& reason : block.unknown) std::cout << name << ": " << reason << '\n';
+  };
   int messages = 0;
-  int bare = 0;
+  int without_data = 0;
+  int unknown = 0;
   for (const Service& service : tables.profile.services()) {
-    std::string missing;
     for (const uint16_t command : service.commands) {
       const Block* block = tables.message(service.name, command);
-      if (block != nullptr) {
+      const std::string name = service.name + " " + std::string(command_name(command));
+      if (block != nullptr) print_unknown(name, *block);
+      if (block != nullptr && !block->rows.empty()) {
         count(tables.templates.expand(*block, problems));
         ++messages;
-      } else if (!has_no_contents(command)) {
-        missing.append(" ").append(command_name(command));
-        ++bare;
+      } else if (has_no_contents(command) || (block != nullptr && block->unknown.empty())) {
+        ++without_data;
+      } else {
+        if (block == nullptr) std::cout << name << ": no contents\n";
+        ++unknown;
       }
     }
-    if (!missing.empty()) std::cout << service.name << " without contents:" << missing << '\n';
   }
   int items = 0;
+  int empty_items = 0;
   for (const Item& item : tables.profile.items()) {
     const Block* block = tables.templates.find(item.name);
-    if (block == nullptr) {
-      std::cout << "item without contents: " << item.name << '\n';
-    } else {
+    if (block != nullptr) print_unknown("item " + item.name, *block);
+    if (block == nullptr) std::cout << "item " << item.name << ": no contents\n";
+    if (block != nullptr && !block->rows.empty()) {
       count(tables.templates.expand(*block, problems));
       ++items;
+    } else if (block != nullptr && block->unknown.empty()) {
+      ++empty_items;
     }
   }
+  for (const Block& block : tables.templates.blocks()) {
+    if (block.kind == BlockKind::kIod) print_unknown(block.title.empty() ? block.name : block.title, block);
+  }
   std::cout << tables.dictionary.entries().size() << " dictionary entries\n"
-            << messages << " messages with contents, " << bare << " without\n"
-            << items << " of " << tables.profile.items().size() << " items with contents\n"
+            << messages << " messages with contents, " << without_data << " without a data set, " << unknown
+            << " not known\n"
+            << items << " of " << tables.profile.items().size() << " items with contents, " << empty_items
+            << " by nature without\n"
             << attributes << " places of attributes, " << with_values << " with lists of values\n"
-            << conditional << " conditional, " << unconditioned << " of them without a predicate\n";
+            << conditional << " conditional, " << unconditioned << " of them without a predicate, " << allowed
+            << " may be there whatever the condition is\n";
   return problems.errors() == 0 ? 0 : 1;
 }
 

@@ -231,6 +231,11 @@ void Templates::open_block(const std::vector<std::string>& fields, Place place, 
 
 void Templates::read_row(const std::vector<std::string>& fields, Place place, Problems& problems) {
   const auto fault = [&](const std::string& text) { problems.error(*place.file, place.line, text); };
+  if (fields[0] == "unknown") {
+    if (fields.size() != 2) return fault("unknown wants a reason");
+    blocks_.back().unknown.push_back(fields[1]);
+    return;
+  }
   if (fields[0] == "include" || fields[0] == "use") {
     Reference reference{fields.size() > 1 ? fields[1] : "", 'M', {}, place};
     if (reference.name.empty()) return fault(fields[0] + " wants the name of a block");

@@ -11,6 +11,7 @@
 //
 //   include NAME               all of another block, as it stands
 //   use     NAME  M|C|U  [?CONDITION]   a module with its usage
+//   unknown REASON             the contents are not known, or not all of them; vxdata report lists why
 //   GGGG,EEEE  TYPE  KEYWORD  OPTIONS   an attribute; TYPE 1, 1C, 2, 2C or 3, with a "!" behind it where
 //                                       the line overrules the other modules of the object
 //
@@ -89,6 +90,7 @@ struct Block {
   std::string title;
   std::vector<uint16_t> commands;  // of a message
   std::vector<std::variant<Attribute, Reference>> rows;
+  std::vector<std::string> unknown;  // what is not known of the contents
   Place place;
 };
 
@@ -124,7 +126,7 @@ std::string join_values(const std::vector<std::string>& values);
 
 std::string attribute_line(const Attribute& attribute);
 
-// The attributes that a condition's name says it reads.
-std::vector<uint32_t> condition_tags(std::string_view name);
+// The attributes that the name or the rule of a condition says it reads.
+std::vector<uint32_t> condition_tags(std::string_view text);
 
 }  // namespace vxdata
