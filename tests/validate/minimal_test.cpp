@@ -1,0 +1,309 @@
+// For each storage class the smallest object that its template allows: it validates, and not without any of
+// its attributes.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "config/services.h"
+#include "model/message_info.h"
+#include "model/object.h"
+#include "model/vr.h"
+#include "support.h"
+
+namespace {
+
+constexpr VX_STATUS kOk = VX_NORMAL_COMPLETION;
+
+struct Found {
+  int32_t object;
+  uint32_t tag;
+  int32_t value;
+  VX_STATUS status;
+};
+
+std::string describe(const Found& found) {
+  char text[160];
+  const vx::MsgObj* object = vx::find_object(found.object);
+  std::snprintf(text, sizeof text, "%s (%04X,%04X) value %d: %s",
+                object != nullptr ? object->ServiceName : "?", found.tag >> 16, found.tag & 0xFFFFU,
+                found.value, VX_Error_Message(found.status));
+  return text;
+}
+
+std::vector<Found> validate(int32_t id) {
+  std::vector<Found> found;
+  ValErrObj* finding = nullptr;
+  const VX_STATUS status = VX_Validate_Message(id, &finding, VX_Errors_And_Warnings);
+  EXPECT_TRUE(status == VX_MESSAGE_VALIDATES || status == VX_DOES_NOT_VALIDATE) << VX_Error_Message(status);
+  for (; finding != nullptr; VX_Get_Next_Validate_Error(id, &finding)) {
+    found.push_back({finding->MsgItemID, finding->Tag, finding->ValueNumber, finding->Status});
+  }
+  return found;
+}
+
+// The first value that the rules list for one place. Colour would bring palettes with it, which go when it
+// goes.
+const vx::ValidValueObj* first_listed(const vx::TagObj& rule, int number) {
+  const vx::ValTagObj& rules = *rule.Template;
+  constexpr uint32_t kPixelPresentation = 0x00089205;
+  for (const vx::CNode* node = rules.ValidValues.Head; node != nullptr; node = node->Next) {
+    const auto* entry = static_cast<const vx::ValidValueObj*>(node->Data);
+    const std::string_view text(entry->Value, entry->Length);
+    if (rule.Tag == kPixelPresentation && (text == "COLOR" || text == "MIXED")) continue;
+    if (rules.MaxValueNumber <= 1 || entry->ValueNumber == number) return entry;
+  }
+  return nullptr;
+}
+
+const char* text_for(int32_t vr) {
+  switch (vr) {
+    case VX_VR_AS:
+      return "030Y";
+    case VX_VR_DA:
+      return "20240131";
+    case VX_VR_DT:
+      return "20240131101010";
+    case VX_VR_TM:
+      return "101010";
+    case VX_VR_UI:
+      return "1.2.3";
+    case VX_VR_UR:
+      return "http://host/path";
+    case VX_VR_PN:
+      return "Doe^Jane";
+    case VX_VR_AE:
+    case VX_VR_CS:
+    case VX_VR_LO:
+    case VX_VR_LT:
+    case VX_VR_SH:
+    case VX_VR_ST:
+    case VX_VR_UC:
+    case VX_VR_UT:
+      return "A";
+    default:
+      return "1";
+  }
+}
+
+// The template of a message or an item.
+const vx::MsgTemplate* template_of(int32_t id) {
+  const vx::MsgObj& object = *vx::find_object(id);
+  const bool item = object.ObjectKind == vx::Kind::Item;
+  const vx::MsgTemplate* source = nullptr;
+  EXPECT_EQ(vx::get_template(object.ServiceName, item ? uint16_t{0} : object.Command, source), kOk);
+  return source;
+}
+
+const vx::TagObj* rule_of(int32_t id, uint32_t tag) {
+  const vx::MsgTemplate* source = template_of(id);
+  const vx::TagObj* rule = source != nullptr ? source->FirstTag : nullptr;
+  while (rule != nullptr && rule->Tag != tag) rule = rule->Next;
+  return rule;
+}
+
+template <class Number>
+Number stored(const vx::ValidValueObj& entry) {
+  Number value = 0;
+  std::memcpy(&value, entry.Value, std::min<std::size_t>(sizeof value, entry.Length));
+  return value;
+}
+
+VX_STATUS set_number(int32_t id, const vx::TagObj& rule, const vx::ValidValueObj* listed, bool first) {
+  if (rule.VR == VX_VR_AT) {
+    return (first ? VX_Set_Value_From_ULongInt : VX_Set_Next_Value_From_ULongInt)(id, rule.Tag, 0x00080018);
+  }
+  int32_t value = 1;
+  if (listed != nullptr) {
+    switch (rule.VR) {
+      case VX_VR_SS:
+        value = stored<int16_t>(*listed);
+        break;
+      case VX_VR_US:
+        value = stored<uint16_t>(*listed);
+        break;
+      case VX_VR_FL:
+        value = static_cast<int32_t>(stored<float>(*listed));
+        break;
+      case VX_VR_FD:
+        value = static_cast<int32_t>(stored<double>(*listed));
+        break;
+      default:
+        value = stored<int32_t>(*listed);
+    }
+  }
+  return (first ? VX_Set_Value_From_Int : VX_Set_Next_Value_From_Int)(id, rule.Tag, value);
+}
+
+void set_values(int32_t id, const vx::TagObj& rule) {
+  char bytes[8] = {};
+  if (vx::is_bulk_vr(rule.VR)) {
+    ASSERT_EQ(VX_Set_Value_From_Buffer(id, rule.Tag, bytes, sizeof bytes), kOk);
+    return;
+  }
+  int count = std::max<int>({1, rule.VMLow, rule.Template->MaxValueNumber});
+  if (rule.VMHigh != 255) count = std::min<int>(count, rule.VMHigh);
+  for (int number = 1; number <= count; ++number) {
+    const vx::ValidValueObj* listed = first_listed(rule, number);
+    VX_STATUS status = kOk;
+    if (vx::is_numeric_vr(rule.VR)) {
+      status = set_number(id, rule, listed, number == 1);
+    } else {
+      const char* text = listed != nullptr ? listed->Value : text_for(rule.VR);
+      status = (number == 1 ? VX_Set_Value_From_String : VX_Set_Next_Value_From_String)(id, rule.Tag, text);
+    }
+    ASSERT_EQ(status, kOk) << describe({id, rule.Tag, number, status});
+  }
+}
+
+bool always_required(const vx::TagObj& rule) {
+  const int32_t type = rule.Template->AttributeType;
+  return rule.Tag >= 0x00080000 && (type == vx::kType1 || type == vx::kType2);
+}
+
+void fill(int32_t id, int depth);
+
+void add(int32_t id, const vx::TagObj& rule, int depth) {
+  if (rule.VR != VX_VR_SQ) {
+    set_values(id, rule);
+    return;
+  }
+  int32_t item = -1;
+  ASSERT_EQ(VX_Open_Empty_Item(&item), kOk);
+  ASSERT_EQ(VX_Set_Value_From_Int(id, rule.Tag, item), kOk);
+  const vx::ValidValueObj* type = first_listed(rule, 1);
+  if (type == nullptr) return;
+  ASSERT_EQ(vx::set_object_name(*vx::find_object(item), type->Value), kOk);
+  fill(item, depth + 1);
+}
+
+void fill(int32_t id, int depth) {
+  ASSERT_LT(depth, 20);
+  const vx::MsgTemplate* source = template_of(id);
+  ASSERT_NE(source, nullptr);
+  for (const vx::TagObj* rule = source->FirstTag; rule != nullptr; rule = rule->Next) {
+    if (always_required(*rule)) add(id, *rule, depth);
+  }
+}
+
+// True if the condition of an attribute looks at another one.
+bool depends_on(const vx::TagObj& rule, uint32_t tag) {
+  char text[9];
+  std::snprintf(text, sizeof text, "%08X", tag);
+  return rule.Template->ConditionRule.find(text) != std::string_view::npos;
+}
+
+// What is found without an attribute: that it is missing. Of attributes that stand in for each other the next
+// one may be asked for as well.
+bool tells_of(const std::vector<Found>& found, int32_t object, const vx::TagObj& removed) {
+  const auto right = [&](const Found& one) {
+    if (one.object == object && one.tag == removed.Tag) return one.status == VX_REQUIRED_ATTRIBUTE_MISSING;
+    const vx::TagObj* other = rule_of(one.object, one.tag);
+    return !always_required(removed) && other != nullptr && depends_on(*other, removed.Tag);
+  };
+  const auto itself = [&](const Found& one) { return one.object == object && one.tag == removed.Tag; };
+  return std::all_of(found.begin(), found.end(), right) &&
+         std::count_if(found.begin(), found.end(), itself) == 1;
+}
+
+// Adds what the conditions demand, one attribute at a time, since one may settle the other.
+void satisfy(int32_t id) {
+  for (int rounds = 0; rounds < 500; ++rounds) {
+    const std::vector<Found> found = validate(id);
+    const auto missing = std::find_if(found.begin(), found.end(), [](const Found& one) {
+      return one.status == VX_REQUIRED_ATTRIBUTE_MISSING;
+    });
+    if (missing == found.end()) return;
+    const vx::TagObj* rule = rule_of(missing->object, missing->tag);
+    ASSERT_NE(rule, nullptr);
+    add(missing->object, *rule, 1);
+  }
+  FAIL() << "the conditions find no end";
+}
+
+class Minimal : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    VX_Set_VexalINI(VEXAL_BINARY_DIR "/share/vexalkit/vexal.ini");
+    ASSERT_EQ(VX_Library_Initialization(nullptr, nullptr, nullptr), kOk);
+    VX_Set_String_Config_Value(VX_CFG_LOG_FILE, "/dev/null");
+    for (VX_LOG_KEY key = 0; key < VX_LOG_KEY_COUNT; ++key) VX_Set_Log_Destination(key, VX_LOG_OFF);
+  }
+  static void TearDownTestSuite() { VX_Library_Release(); }
+
+  static std::vector<std::string> storage_classes() {
+    std::vector<std::string> names;
+    for (int number = 1; number < 1000; ++number) {
+      const vx::SopObj* service = vx::find_service_by_number(number);
+      if (service == nullptr || service->kind != vx::kBaseService) continue;
+      const vx::MsgTemplate* source = nullptr;
+      if (vx::check_service_command(service->name, C_STORE_RQ) != kOk) continue;
+      if (vx::get_template(service->name, C_STORE_RQ, source) == kOk) names.emplace_back(service->name);
+    }
+    return names;
+  }
+  static int32_t build(const std::string& service) {
+    int32_t id = -1;
+    EXPECT_EQ(VX_Open_Empty_Message(&id), kOk);
+    EXPECT_EQ(VX_Set_Service_Command(id, service.c_str(), C_STORE_RQ), kOk);
+    fill(id, 0);
+    satisfy(id);
+    return id;
+  }
+
+  // Every object of the tree, the message first.
+  static void walk(int32_t id, const std::function<void(int32_t)>& visit) {
+    visit(id);
+    std::vector<int32_t> items;
+    for (const vx::TagObj* at = vx::find_object(id)->FirstTag; at != nullptr; at = at->Next) {
+      if (at->VR != VX_VR_SQ) continue;
+      for (const vx::ValueObj* value = at->FirstValue; value != nullptr; value = value->Next) {
+        if (value->Data != nullptr) items.push_back(static_cast<vx::MsgObj*>(value->Data)->ID);
+      }
+    }
+    for (const int32_t item : items) walk(item, visit);
+  }
+};
+
+TEST_F(Minimal, ValidatesAndNotWithoutAnyOfItsAttributes) {
+  const std::vector<std::string> classes = storage_classes();
+  EXPECT_GE(classes.size(), 130U);
+  int removals = 0;
+  for (const std::string& service : classes) {
+    SCOPED_TRACE(service);
+    int32_t id = build(service);
+    for (const Found& found : validate(id)) ADD_FAILURE() << describe(found);
+
+    std::set<std::string> seen;  // item types: each is taken apart once a class
+    std::vector<std::pair<int32_t, uint32_t>> parts;
+    walk(id, [&](int32_t object) {
+      const vx::MsgObj& record = *vx::find_object(object);
+      if (object != id && !seen.insert(record.ServiceName).second) return;
+      for (const vx::TagObj* at = record.FirstTag; at != nullptr; at = at->Next) {
+        if (at->Tag >= 0x00080000) parts.emplace_back(object, at->Tag);
+      }
+    });
+    for (const auto& [object, tag] : parts) {
+      if (vx::find_object(object) == nullptr) continue;  // its sequence was made anew
+      const vx::TagObj* rule = rule_of(object, tag);
+      ASSERT_NE(rule, nullptr);
+      ASSERT_EQ(VX_Delete_Attribute(object, tag), kOk);
+      ++removals;
+      const std::vector<Found> found = validate(id);
+      if (!tells_of(found, object, *rule)) {
+        std::string all;
+        for (const Found& one : found) all += "\n  " + describe(one);
+        ADD_FAILURE() << "without " << describe({object, tag, 0, kOk}) << ":" << all;
+      }
+      add(object, *rule, 1);
+      satisfy(id);
+    }
+    VX_Free_Message(&id);
+  }
+  EXPECT_GT(removals, 4000);
+}
+
+}  // namespace
