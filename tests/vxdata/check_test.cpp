@@ -17,7 +17,8 @@ TEST(Check, TheShippedTablesPass) {
 TEST(Check, PlantedFaultsAreFound) {
   const std::string profile =
       "[SERVICE_TABLE]\nNUMBER_OF_SERVICES_SUPPORTED = 1\nS = 0001\n"
-      "[0001]\nNAME = S\nUID = 1.2\nTYPE = BASE\nCOMMAND_1 = C_STORE_RQ\n"
+      "[0001]\nNAME = S\nUID = 1.2\nTYPE = BASE\nCOMMAND_1 = C_STORE_RQ\nCOMMAND_2 = C_FIND_RQ\nCOMMAND_3 = "
+      "C_FIND_RSP\n"
       "[ITEM_TABLE]\nNUMBER_OF_ITEMS_SUPPORTED = 1\nI = 0001\n";
   const std::string dictionary =
       "0008,0008\tCS\t2-n\tImageType\tImage Type\n"
@@ -60,6 +61,10 @@ TEST(Check, PlantedFaultsAreFound) {
       {"t", sound + "0028,0010\t1C\tRows\t?A00090060_IS_MR\n", 1, "reads an unknown attribute 0009,0060"},
       {"t", sound + "0028,0010\t1C\tRows\t?A00080060_NOT_PRESENT\n", 1,
        "t:5: error: 0028,0010 has a condition on 0008,0060, which I does not hold"},
+      {"t", sound + "message\tS\tC_FIND_RQ\n0008,0060\t1\tModality\n", 1,
+       "t:6: error: a query demands 0008,0060"},
+      {"t", sound + "message\tS\tC_FIND_RSP\n0008,0060\t2\tModality\n", 1,
+       "t:6: error: a response demands 0008,0060"},
       {"t", sound + "module\tlost\n", 0, "t:5: warning: lost is reached from no message"},
       {"t", "message\tS\tC_STORE_RQ\n0008,1140\t3\tReferencedImageSequence\t>I\n", 1,
        "t:2: error: item I has no contents"},

@@ -15,6 +15,9 @@ namespace vxdata {
 namespace {
 
 constexpr uint32_t kImageType = 0x00080008;
+constexpr uint32_t kQueryLevel = 0x00080052;
+constexpr uint16_t kResponse = 0x8000;
+constexpr uint16_t kFindRequest = 0x0020;
 constexpr int kImageTypeJudged = 3;  // later values of Image Type are never compared
 
 std::vector<std::string> quoted_strings(std::string_view text) {
@@ -123,11 +126,23 @@ class Checker {
   void check_body(const Block& block) {
     const Body& body = tables_.templates.expand(block, problems_);
     encode_body(body, tables_.dictionary, problems_);
+    for (const uint16_t command : block.commands) check_demands(command, body);
     for (const auto& [tag, attribute] : body) {
       const auto condition = conditions_.find(attribute.condition);
       if (condition == conditions_.end() || !condition->second.judged) continue;
       check_tags_read(block.name, body, attribute, condition->second.tags);
       for (const Clause& clause : condition->second.clauses) check_clause(body, attribute, clause);
+    }
+  }
+
+  // A response that tells of a failure has no data set, and keys of a query come as the user pleases.
+  void check_demands(uint16_t command, const Body& body) {
+    const bool response = (command & kResponse) != 0;
+    for (const auto& [tag, attribute] : body) {
+      if (is_conditional(attribute.type) || attribute.type == kType3) continue;
+      if (response) fault(attribute.place, "a response demands " + tag_text(tag));
+      if (command == kFindRequest && tag != kQueryLevel)
+        fault(attribute.place, "a query demands " + tag_text(tag));
     }
   }
 
