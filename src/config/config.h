@@ -48,6 +48,9 @@ struct FilterEntry {
 // True if an entry whose type is in `types` matches the tag. Cheap when there is no filter.
 bool filter_matches(uint32_t tag, uint32_t types);
 
+// True for one of the titles of ACCEPT_LIST_OF_APPLICATION_TITLES.
+bool accepts_title(const char* title);
+
 // Expansion of "$(NAME)/rest" and "%NAME%/rest" in a path; VX3INIDIR is the folder of vexal.ini. A value
 // without a variable is copied. False after a line in the log.
 bool expand_path(const char* value, std::string& expanded);

@@ -167,6 +167,13 @@ void drop_titles() {
   g_titles = nullptr;
 }
 
+bool accepts_title(const char* title) {
+  const Guard guard(state().charParamSemaphore);
+  const char* const* accepted = config().accepted_titles;
+  while (accepted != nullptr && *accepted != nullptr && std::strcmp(*accepted, title) != 0) ++accepted;
+  return accepted != nullptr && *accepted != nullptr;
+}
+
 bool parse_filter(std::string_view text) {
   text = text.substr(0, kMostFilter);
   drop_filter();

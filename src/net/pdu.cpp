@@ -286,6 +286,16 @@ bool set_extended_negotiation(PresentationContext& context, const void* data, ui
   return true;
 }
 
+bool set_identity_response(AssociationParameters& parameters, const void* data, uint16_t length) {
+  release(parameters.userIdentityResponse);
+  parameters.userIdentityResponseLength = 0;
+  parameters.userIdentityResponse = static_cast<uint8_t*>(allocate_raw(length));
+  if (parameters.userIdentityResponse == nullptr) return false;
+  std::memcpy(parameters.userIdentityResponse, data, length);
+  parameters.userIdentityResponseLength = length;
+  return true;
+}
+
 bool set_related_count(PresentationContext& context, int32_t count) {
   release(context.relatedClasses);
   context.relatedClasses = nullptr;

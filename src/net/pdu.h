@@ -105,6 +105,8 @@ bool set_context_count(AssociationParameters& parameters, int32_t count);
 bool set_syntax_count(PresentationContext& context, int32_t count);
 // A copy of `length` bytes of extended negotiation data; null and 0 take the data away.
 bool set_extended_negotiation(PresentationContext& context, const void* data, uint16_t length);
+// A copy of the server's answer to a user identity.
+bool set_identity_response(AssociationParameters& parameters, const void* data, uint16_t length);
 // Room for related general SOP classes, zeroed.
 bool set_related_count(PresentationContext& context, int32_t count);
 

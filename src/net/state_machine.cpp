@@ -312,6 +312,7 @@ DUL_STATUS send_request(const Step& step) {
 }
 
 DUL_STATUS confirm_accept(const Step& step) {
+  mark_unanswered(*step.data.parameters);
   const DUL_STATUS status = Read_PDU(step.dul);
   step.dul.state = step.next;
   if (status == DUL_NORMAL) return retrieve_parameters(step.dul, *step.data.parameters);
@@ -402,8 +403,12 @@ DUL_STATUS answer_release(const Step& step) {
 
 DUL_STATUS close_quietly(const Step& step) {
   Destroy_Association_Handle(step.dul);
-  return step.event == Event::TransportClosed && step.next == 1 && step.dul.state == 2 ? DUL_NO_ASSOCIATION
-                                                                                       : DUL_PROVIDER_ABORTED;
+  return DUL_PROVIDER_ABORTED;
+}
+
+DUL_STATUS forget_connection(const Step& step) {
+  Destroy_Association_Handle(step.dul);
+  return DUL_NO_ASSOCIATION;
 }
 
 DUL_STATUS answer_collision(const Step& step) {
@@ -432,8 +437,7 @@ DUL_STATUS abort_as_provider(const Step& step) {
 
 DUL_STATUS indicate_abort(const Step& step) {
   if (step.event == Event::ArtimExpired) return close_quietly(step);
-  const DUL_STATUS status = Read_PDU(step.dul);
-  if (status == DUL_READ_TIMEOUT && step.dul.readPhase == 2 && step.dul.state != 2) return status;
+  Read_PDU(step.dul);
   VX_LOG_ERR(name_of(step.event), "Peer aborted Association");
   Destroy_Association_Handle(step.dul);
   return DUL_PEER_ABORTED;
@@ -464,15 +468,24 @@ DUL_STATUS refuse_abort(const Step&) {
 }
 
 using ActionFunction = DUL_STATUS (*)(const Step& step);
+// clang-format off
 constexpr ActionFunction kActionFunctions[] = {
-    nullptr,           issue_connect,    send_request,     confirm_accept,    confirm_reject,
-    await_request,     indicate_request, send_accept,      send_reject,       send_data,
-    indicate_data,     send_release,     indicate_release, confirm_release,   answer_release,
-    close_quietly,     indicate_data,    send_data,        indicate_release,  answer_collision,
-    confirm_collision, abort_as_user,    indicate_abort,   indicate_abort,    report_closed,
-    close_quietly,     read_and_drop,    read_and_abort,   abort_as_provider, close_connection,
-    refuse_abort,
+    nullptr,
+    // AE-1 to AE-8
+    issue_connect, send_request, confirm_accept, confirm_reject,
+    await_request, indicate_request, send_accept, send_reject,
+    // DT-1, DT-2
+    send_data, indicate_data,
+    // AR-1 to AR-10
+    send_release, indicate_release, confirm_release, answer_release, close_quietly,
+    indicate_data, send_data, indicate_release, answer_collision, confirm_collision,
+    // AA-1 to AA-8
+    abort_as_user, indicate_abort, indicate_abort, report_closed,
+    forget_connection, read_and_drop, read_and_abort, abort_as_provider,
+    // Close, NotOpen
+    close_connection, refuse_abort,
 };
+// clang-format on
 static_assert(std::size(kActionFunctions) == kActions);
 
 constexpr Event kPduEvents[] = {

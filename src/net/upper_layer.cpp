@@ -99,11 +99,7 @@ DUL_STATUS negotiate(DUL_Association& dul, AssociationParameters& parameters) {
   const int32_t reply = config_int(VX_CFG_ASSOC_REPLY_TIMEOUT);
   start(dul.replyTimer, reply);
   set_deadline(dul, reply > 0 ? reply + std::max(config_int(VX_CFG_INACTIVITY_TIMEOUT), 0) : 0);
-  uint8_t type = 0;
-  status = VXI_nextPDUtype(dul, type);
-  if (status == DUL_NORMAL && type == kAssociateAc) mark_unanswered(parameters);
-  if (status == DUL_NORMAL) status = process_PDU(type, dul, &parameters);
-  if (status == DUL_UNKNOWN_PDU && dul.readPhase == 1 && dul.state == 5) run_event(dul, Event::InvalidPdu);
+  status = next_pdu(dul, &parameters);
   if (one_of(status, {DUL_NORMAL, DUL_PEER_ABORTED, DUL_PEER_REJECTED})) return status;
   run_event(dul, Event::TransportClosed);
   VX_LOG_ERR("DUL_associate_request", "Error on process_PDU call: %s", DUL_Status_Text(status));
