@@ -89,6 +89,10 @@ TEST_F(Templates, ModulesAreMergedByTheRulesOfUsage) {
       {"macros within macros",
        "macro\tx\ninclude\ty\nmacro\ty\n0028,0010\t2\tRows\n" + message + "include\tx\n",
        "0028,0010\t2\tRows\n"},
+      {"lines of a site's own",
+       one + message + "use\ta\tM\nextend\ta\n0028,0010\t3!\tRows\n" +
+           "extend\tS\tC_STORE_RQ\n0029,1010\t1\t-\t:LO\t@ACME\n",
+       "0008,0060\t1\tModality\n0028,0010\t3\tRows\n0029,1010\t1\t-\t:LO\t@ACME\n"},
       {"VR, creator and default of an attribute that the dictionary lacks",
        message + "0029,1010\t3\t-\t:LO\t@ACME\t*<null>\n", "0029,1010\t3\t-\t:LO\t@ACME\t*<null>\n"},
   };
@@ -115,6 +119,8 @@ TEST_F(Templates, FaultsNameTheirLine) {
       {"0028,0011\t1\tColumns", "is not in the dictionary"},
       {"0028,1050\t3\tWindowCenter\t=x\ninclude\tnothing", "no block of the name nothing"},
       {"include", "wants the name of a block"},
+      {"extend\tnothing", "no block of the name nothing"},
+      {"extend\tS\tC_ECHO_RQ", "no block of the name S"},
       {"use\ta\tX", "usage is M, C or U"},
       {"message\tT\tC_STORE_RQ", "no service of the name T"},
       {"message\tS\tC_STORE_RQ", "has contents already"},

@@ -44,7 +44,7 @@ class Checker {
     }
     for (const Block& block : tables_.templates.blocks()) {
       if (block.kind == BlockKind::kMessage || block.kind == BlockKind::kItem) check_body(block);
-      if (reached_.find(&block) == reached_.end())
+      if (block.kind != BlockKind::kExtension && reached_.find(&block) == reached_.end())
         warn(block.place, block.name + " is reached from no message");
     }
     if (!names_file.empty()) check_names(names_file);

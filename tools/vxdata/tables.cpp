@@ -9,6 +9,7 @@ Tables::Tables(const Arguments& arguments, Problems& problems) {
   dictionary.sort(problems);
   profile.read(arguments.required("--services"), problems);
   for (const auto& path : arguments.inputs(1, 1000)) templates.read(path, problems);
+  templates.join_extensions(problems);
   index_messages(problems);
   check_items(problems);
 }

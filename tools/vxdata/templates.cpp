@@ -9,11 +9,9 @@ namespace {
 
 constexpr std::array<std::string_view, 5> kTypes = {"1", "1C", "2", "2C", "3"};
 
-constexpr std::pair<std::string_view, BlockKind> kKinds[] = {{"module", BlockKind::kModule},
-                                                             {"macro", BlockKind::kMacro},
-                                                             {"item", BlockKind::kItem},
-                                                             {"iod", BlockKind::kIod},
-                                                             {"message", BlockKind::kMessage}};
+constexpr std::pair<std::string_view, BlockKind> kKinds[] = {
+    {"module", BlockKind::kModule}, {"macro", BlockKind::kMacro},     {"item", BlockKind::kItem},
+    {"iod", BlockKind::kIod},       {"message", BlockKind::kMessage}, {"extend", BlockKind::kExtension}};
 
 std::optional<BlockKind> block_kind(std::string_view word) {
   for (const auto& [name, kind] : kKinds) {
@@ -208,8 +206,9 @@ void Templates::open_block(const std::vector<std::string>& fields, Place place, 
   block.place = place;
   block.name = fields.size() > 1 ? fields[1] : "";
   if (block.name.empty()) problems.error(*place.file, place.line, "a " + fields[0] + " wants a name");
-  if (block.kind == BlockKind::kMessage) {
+  if (block.kind == BlockKind::kMessage || block.kind == BlockKind::kExtension) {
     for (const auto& word : split(fields.size() > 2 ? fields[2] : "", ' ')) {
+      if (word.empty() && block.kind == BlockKind::kExtension) continue;
       const uint16_t command = command_value(word);
       if (command == 0) {
         problems.error(*place.file, place.line, "unknown command " + word);
@@ -221,8 +220,9 @@ void Templates::open_block(const std::vector<std::string>& fields, Place place, 
     block.title = fields[2];
   }
   blocks_.push_back(std::move(block));
-  const Block& made = blocks_.back();
-  if (made.kind != BlockKind::kMessage && !index_.emplace(made.name, &made).second) {
+  Block& made = blocks_.back();
+  const bool named = made.kind != BlockKind::kMessage && made.kind != BlockKind::kExtension;
+  if (named && !index_.emplace(made.name, &made).second) {
     const Place& first = index_.at(made.name)->place;
     problems.error(*place.file, place.line,
                    made.name + " stands already at " + *first.file + format(":%d", first.line));
@@ -297,6 +297,39 @@ void Templates::read(const std::string& path, Problems& problems) {
     } else {
       read_row(fields, place, problems);
     }
+  }
+}
+
+std::vector<Block*> Templates::extended_by(const Block& extension) {
+  std::vector<Block*> targets;
+  if (extension.commands.empty()) {
+    if (const auto at = index_.find(extension.name); at != index_.end()) targets.push_back(at->second);
+    return targets;
+  }
+  for (Block& block : blocks_) {
+    const auto wanted = [&](uint16_t command) {
+      return std::find(extension.commands.begin(), extension.commands.end(), command) !=
+             extension.commands.end();
+    };
+    if (block.kind == BlockKind::kMessage && block.name == extension.name &&
+        std::any_of(block.commands.begin(), block.commands.end(), wanted)) {
+      targets.push_back(&block);
+    }
+  }
+  return targets;
+}
+
+void Templates::join_extensions(Problems& problems) {
+  for (Block& extension : blocks_) {
+    if (extension.kind != BlockKind::kExtension) continue;
+    const auto targets = extended_by(extension);
+    if (targets.empty()) {
+      problems.error(*extension.place.file, extension.place.line, "no block of the name " + extension.name);
+    }
+    for (Block* target : targets) {
+      target->rows.insert(target->rows.end(), extension.rows.begin(), extension.rows.end());
+    }
+    extension.rows.clear();
   }
 }
 

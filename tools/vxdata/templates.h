@@ -6,6 +6,8 @@
 //   item    NAME  title        what an item of a sequence holds; NAME from the services profile
 //   iod     NAME  title        the modules of an object definition
 //   message SERVICE COMMANDS   what messages of a service hold; several commands with blanks between
+//   extend  NAME               further lines for a block that stands elsewhere: what a site adds of its own,
+//   extend  SERVICE COMMANDS   or changes, in a file of its own
 //
 // Lines of a block:
 //
@@ -82,13 +84,13 @@ struct Reference {
   Place place;
 };
 
-enum class BlockKind { kModule, kMacro, kItem, kIod, kMessage };
+enum class BlockKind { kModule, kMacro, kItem, kIod, kMessage, kExtension };
 
 struct Block {
   BlockKind kind = BlockKind::kModule;
   std::string name;  // of a message: the service
   std::string title;
-  std::vector<uint16_t> commands;  // of a message
+  std::vector<uint16_t> commands;  // of a message, and of what extends one
   std::vector<std::variant<Attribute, Reference>> rows;
   std::vector<std::string> unknown;  // what is not known of the contents
   Place place;
@@ -100,6 +102,8 @@ using Body = std::map<uint32_t, Attribute>;
 class Templates {
  public:
   void read(const std::string& path, Problems& problems);
+  // Adds the lines of all extensions to their blocks, once everything is read.
+  void join_extensions(Problems& problems);
 
   const std::deque<Block>& blocks() const { return blocks_; }
   const Block* find(const std::string& name) const;  // any block but messages
@@ -111,11 +115,12 @@ class Templates {
  private:
   void open_block(const std::vector<std::string>& fields, Place place, Problems& problems);
   void read_row(const std::vector<std::string>& fields, Place place, Problems& problems);
+  std::vector<Block*> extended_by(const Block& extension);
   void merge_reference(Body& body, const Reference& reference, Problems& problems);
 
   std::deque<std::string> files_;
   std::deque<Block> blocks_;
-  std::unordered_map<std::string, const Block*> index_;
+  std::unordered_map<std::string, Block*> index_;
   std::unordered_map<const Block*, Body> bodies_;
   std::unordered_map<const Block*, bool> open_;
 };
