@@ -2,6 +2,7 @@
 //
 //   items.dcm    2,000 items of 100 elements each, explicit VR little endian
 //   private.dcm  1,000 private blocks of 200 elements each at the top level
+//   ct.dcm       a CT image of 512 by 512 pixels
 //   pixels.dcm   a multi-frame image with 16-bit pixels (200 MiB unless told otherwise)
 #include <cstdint>
 #include <cstdio>
@@ -10,6 +11,8 @@
 #include <iostream>
 #include <string>
 #include <vector>
+
+#include "ct_image.h"
 
 namespace {
 
@@ -55,7 +58,8 @@ class Stream {
   std::string bytes_;
 };
 
-std::string header(const std::string& sop_class, const std::string& instance) {
+// Preamble and meta group.
+std::string meta_header(const std::string& sop_class, const std::string& instance) {
   Stream meta;
   meta.long_header(0x00020001, "OB", 2);
   meta.append(std::string("\0\1", 2));
@@ -70,12 +74,29 @@ std::string header(const std::string& sop_class, const std::string& instance) {
   file.u16(4);
   file.u32(static_cast<uint32_t>(meta.bytes().size()));
   file.append(meta.bytes());
+  return file.take();
+}
+
+std::string header(const std::string& sop_class, const std::string& instance) {
   Stream data;
   data.text(0x00080016, "UI", sop_class);
   data.text(0x00080018, "UI", instance);
   data.text(0x00080060, "CS", "OT");
-  file.append(data.bytes());
-  return file.take();
+  return meta_header(sop_class, instance) + data.bytes();
+}
+
+std::string ct_file() {
+  Stream file;
+  file.append(meta_header("1.2.840.10008.5.1.4.1.1.2", "1.2.3.4.5.6.7.1"));
+  for (const bench::ImageRow& row : bench::kCtImage) {
+    if (std::string(row.vr) == "US") {
+      file.us(row.tag, static_cast<uint32_t>(std::atoi(row.value)));
+    } else {
+      file.text(row.tag, row.vr, row.value);
+    }
+  }
+  file.long_header(0x7FE00010, "OW", 512 * 512 * 2);
+  return file.take() + std::string(512 * 512 * 2, '\0');
 }
 
 // 100 elements of the kinds that functional groups and structured reports are made of.
@@ -201,7 +222,8 @@ int main(int argc, char** argv) {
   const std::string folder = argv[1];
   const uint32_t mib = argc > 2 ? static_cast<uint32_t>(std::atoi(argv[2])) : 200;
   const bool good = write(folder + "/items.dcm", items_file()) &&
-                    write(folder + "/private.dcm", private_file()) && pixel_file(folder + "/pixels.dcm", mib);
+                    write(folder + "/private.dcm", private_file()) && write(folder + "/ct.dcm", ct_file()) &&
+                    pixel_file(folder + "/pixels.dcm", mib);
   if (!good) std::cerr << "make_inputs: could not write to " << folder << "\n";
   return good ? 0 : 2;
 }

@@ -5,88 +5,10 @@
 #include <chrono>
 #include <string>
 
+#include "ct_image.h"
 #include "support.h"
 
 namespace {
-
-constexpr char kCt[] = "1.2.840.10008.5.1.4.1.1.2";
-
-// A CT image as a scanner makes it; further values of an attribute stand behind backslashes.
-constexpr struct {
-  uint32_t tag;
-  const char* value;
-} kImage[] = {
-    {0x00080005, "ISO_IR 100"},
-    {0x00080008, "ORIGINAL\\PRIMARY\\AXIAL"},
-    {0x00080012, "20240131"},
-    {0x00080013, "101500.123"},
-    {0x00080016, kCt},
-    {0x00080018, "1.2.3.4.5.6.7.1"},
-    {0x00080020, "20240131"},
-    {0x00080021, "20240131"},
-    {0x00080022, "20240131"},
-    {0x00080023, "20240131"},
-    {0x00080030, "101010"},
-    {0x00080031, "101110"},
-    {0x00080032, "101210"},
-    {0x00080033, "101211"},
-    {0x00080050, "A12345"},
-    {0x00080060, "CT"},
-    {0x00080070, "ACME Imaging"},
-    {0x00080080, "General Hospital"},
-    {0x00080090, "Miller^Anna"},
-    {0x00081010, "CT1"},
-    {0x00081030, "Abdomen with contrast"},
-    {0x0008103E, "Abdomen 5.0"},
-    {0x00081090, "Scanner 64"},
-    {0x00100010, "Doe^Jane"},
-    {0x00100020, "P-100200"},
-    {0x00100030, "19700203"},
-    {0x00100040, "F"},
-    {0x00101010, "053Y"},
-    {0x00101030, "71.5"},
-    {0x00180015, "ABDOMEN"},
-    {0x00180022, "HELICAL MODE"},
-    {0x00180050, "5.0"},
-    {0x00180060, "120"},
-    {0x00180090, "500"},
-    {0x00181000, "SN-42"},
-    {0x00181020, "6.1"},
-    {0x00181030, "Abdomen routine"},
-    {0x00181100, "360"},
-    {0x00181120, "0"},
-    {0x00181130, "150"},
-    {0x00181140, "CW"},
-    {0x00181150, "500"},
-    {0x00181151, "240"},
-    {0x00181160, "BODY FILTER"},
-    {0x00181210, "B30f"},
-    {0x00185100, "FFS"},
-    {0x0020000D, "1.2.3.4.5.6.7"},
-    {0x0020000E, "1.2.3.4.5.6.7.0"},
-    {0x00200010, "1"},
-    {0x00200011, "2"},
-    {0x00200012, "1"},
-    {0x00200013, "17"},
-    {0x00200032, "-180.0\\-180.0\\55.5"},
-    {0x00200037, "1\\0\\0\\0\\1\\0"},
-    {0x00200052, "1.2.3.4.5.6.7.9"},
-    {0x00201040, ""},
-    {0x00201041, "55.5"},
-    {0x00280002, "1"},
-    {0x00280004, "MONOCHROME2"},
-    {0x00280010, "512"},
-    {0x00280011, "512"},
-    {0x00280030, "0.703125\\0.703125"},
-    {0x00280100, "16"},
-    {0x00280101, "12"},
-    {0x00280102, "11"},
-    {0x00280103, "0"},
-    {0x00281050, "40\\300"},
-    {0x00281051, "400\\1500"},
-    {0x00281052, "-1024"},
-    {0x00281053, "1"},
-};
 
 void set_values(int32_t id, uint32_t tag, const std::string& values) {
   std::size_t start = 0;
@@ -102,7 +24,7 @@ void set_values(int32_t id, uint32_t tag, const std::string& values) {
 void add_more(int32_t id, std::size_t wanted) {
   int32_t source = -1;
   bench::require(VX_Open_Message(&source, "STANDARD_CT", C_STORE_RQ), "VX_Open_Message");
-  std::size_t count = std::size(kImage);
+  std::size_t count = std::size(bench::kCtImage);
   uint32_t tag = 0;
   VX_VR vr = 0;
   VX_STATUS status = VX_Get_First_Attribute(source, &tag, &vr, nullptr);
@@ -124,7 +46,7 @@ bench::Memory image(std::size_t attributes) {
   bench::start_library();
   int32_t id = -1;
   bench::require(VX_Open_Empty_Message(&id), "open");
-  for (const auto& row : kImage) set_values(id, row.tag, row.value);
+  for (const auto& row : bench::kCtImage) set_values(id, row.tag, row.value);
   add_more(id, attributes);
   bench::Memory memory;
   bench::require(

@@ -146,18 +146,16 @@ VX_STATUS add_attribute(Filling& fill, const TagObj& source) {
   return kOk;
 }
 
-// Puts the rules on an attribute that the object has; one that it lacks stays absent.
-VX_STATUS update_attribute(Filling& fill, const TagObj& source) {
+// Puts the rules on a private attribute that the object has, in whichever block.
+VX_STATUS update_private(Filling& fill, const TagObj& source) {
   uint32_t tag = source.Tag;
-  if (is_private(tag)) {
-    const bool creator = is_private_creator(tag);
-    const std::string_view code = creator ? creator_value(source) : template_creator(fill.source, source);
-    if (!code.empty()) {
-      uint32_t slot = 0;
-      const VX_STATUS found = find_private_block(fill.object, code, tag_group(tag), slot);
-      if (found != VX_FOUND_PRIVATE_BLOCK) return VX_NOT_FOUND;
-      tag = creator ? slot : rebase(tag, slot);
-    }
+  const bool creator = is_private_creator(tag);
+  const std::string_view code = creator ? creator_value(source) : template_creator(fill.source, source);
+  if (!code.empty()) {
+    uint32_t slot = 0;
+    const VX_STATUS found = find_private_block(fill.object, code, tag_group(tag), slot);
+    if (found != VX_FOUND_PRIVATE_BLOCK) return VX_NOT_FOUND;
+    tag = creator ? slot : rebase(tag, slot);
   }
   TagObj* attribute = find_tag(fill.object, tag);
   if (attribute != nullptr) take_rules(*attribute, source);
@@ -229,10 +227,18 @@ VX_STATUS fill_from_template(MsgObj& object, uint32_t filter, bool for_validatio
       get_template(object.ServiceName == nullptr ? kNoName : object.ServiceName, command, source);
   if (status != kOk) return status;
   Filling fill{object, *source};
+  TagObj* held = object.FirstTag;  // goes along with the template; what the object lacks stays absent
   for (const TagObj* attribute = source->FirstTag; attribute != nullptr; attribute = attribute->Next) {
     if (filter != 0 && attribute->Tag < filter) continue;
     if (filter != 0 && attribute->Tag > filter) break;
-    status = for_validation ? update_attribute(fill, *attribute) : add_attribute(fill, *attribute);
+    if (!for_validation) {
+      status = add_attribute(fill, *attribute);
+    } else if (is_private(attribute->Tag)) {
+      status = update_private(fill, *attribute);
+    } else {
+      while (held != nullptr && held->Tag < attribute->Tag) held = held->Next;
+      if (held != nullptr && held->Tag == attribute->Tag) take_rules(*held, *attribute);
+    }
     if (status != kOk) return status;
   }
   object.TemplateApplied = filter == 0 && !for_validation ? 1 : 0;
