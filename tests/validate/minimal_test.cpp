@@ -1,5 +1,5 @@
-// For each storage class the smallest object that its template allows: it validates, and not without any of
-// its attributes.
+// For each storage class, and each other message, the smallest object that its template allows: it validates,
+// and not without any of its attributes.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -234,21 +234,30 @@ class Minimal : public testing::Test {
   }
   static void TearDownTestSuite() { VX_Library_Release(); }
 
-  static std::vector<std::string> storage_classes() {
-    std::vector<std::string> names;
+  struct Message {
+    std::string service;
+    uint16_t command;
+  };
+  // Every message that has a template.
+  static std::vector<Message> messages() {
+    std::vector<Message> all;
     for (int number = 1; number < 1000; ++number) {
       const vx::SopObj* service = vx::find_service_by_number(number);
       if (service == nullptr || service->kind != vx::kBaseService) continue;
-      const vx::MsgTemplate* source = nullptr;
-      if (vx::check_service_command(service->name, C_STORE_RQ) != kOk) continue;
-      if (vx::get_template(service->name, C_STORE_RQ, source) == kOk) names.emplace_back(service->name);
+      for (const vx::CommandRow& row : vx::command_rows()) {
+        const vx::MsgTemplate* source = nullptr;
+        if (vx::check_service_command(service->name, row.field) != kOk) continue;
+        if (vx::get_template(service->name, row.field, source) != kOk || source->FirstTag == nullptr)
+          continue;
+        all.push_back({service->name, row.field});
+      }
     }
-    return names;
+    return all;
   }
-  static int32_t build(const std::string& service) {
+  static int32_t build(const Message& message) {
     int32_t id = -1;
     EXPECT_EQ(VX_Open_Empty_Message(&id), kOk);
-    EXPECT_EQ(VX_Set_Service_Command(id, service.c_str(), C_STORE_RQ), kOk);
+    EXPECT_EQ(VX_Set_Service_Command(id, message.service.c_str(), message.command), kOk);
     fill(id, 0);
     satisfy(id);
     return id;
@@ -269,12 +278,14 @@ class Minimal : public testing::Test {
 };
 
 TEST_F(Minimal, ValidatesAndNotWithoutAnyOfItsAttributes) {
-  const std::vector<std::string> classes = storage_classes();
-  EXPECT_GE(classes.size(), 130U);
+  const std::vector<Message> all = messages();
+  const auto stored = [](const Message& message) { return message.command == C_STORE_RQ; };
+  EXPECT_GE(std::count_if(all.begin(), all.end(), stored), 140);
+  EXPECT_GE(all.size(), 350U);
   int removals = 0;
-  for (const std::string& service : classes) {
-    SCOPED_TRACE(service);
-    int32_t id = build(service);
+  for (const Message& message : all) {
+    SCOPED_TRACE(message.service + " " + vx::command_name(message.command));
+    int32_t id = build(message);
     for (const Found& found : validate(id)) ADD_FAILURE() << describe(found);
 
     std::set<std::string> seen;  // item types: each is taken apart once a class
@@ -294,9 +305,9 @@ TEST_F(Minimal, ValidatesAndNotWithoutAnyOfItsAttributes) {
       ++removals;
       const std::vector<Found> found = validate(id);
       if (!tells_of(found, object, *rule)) {
-        std::string all;
-        for (const Found& one : found) all += "\n  " + describe(one);
-        ADD_FAILURE() << "without " << describe({object, tag, 0, kOk}) << ":" << all;
+        std::string told;
+        for (const Found& one : found) told += "\n  " + describe(one);
+        ADD_FAILURE() << "without " << describe({object, tag, 0, kOk}) << ":" << told;
       }
       add(object, *rule, 1);
       satisfy(id);
