@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""What vexal validate finds in the valid samples, beside what dciodvfy finds in them.
+"""What vexal validate finds, beside what dciodvfy finds: in the valid samples, and in an object of each storage class
+that has nothing but its SOP class and so misses all that the class demands.
 
 usage: validators.py [--list] VEXAL SAMPLES
 Compares findings about attributes of the object definition, place by place and class by class, and fails when vexal
@@ -12,10 +13,13 @@ import multiprocessing
 import os
 import re
 import shutil
+import struct
 import subprocess
 import sys
+import tempfile
 
 WANTED = 0.90
+SERVICES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "data", "vexalkit.srv")
 MISSING, FORBIDDEN, REPRESENTATION = "missing required attributes", "forbidden values", "value representation"
 
 # The status of a finding, by what it is about. Places inside an item that is not known at all are left alone.
@@ -78,7 +82,7 @@ def their_place(text):
 
 
 def theirs(path):
-    """The object definition was known, and {(class, place)}."""
+    """The file was read and its object definition known, and {(class, place)}."""
     result = subprocess.run(["dciodvfy", "-new", path], capture_output=True, timeout=60)
     text = (result.stdout + result.stderr).decode("latin-1")
     found = set()
@@ -89,17 +93,32 @@ def theirs(path):
         for kind, pattern in THEIRS:
             if pattern.search(match.group(2)):
                 found.add((kind, place))
-    return path, "Information Object Not found" not in text, found
+    readable = not re.search("Information Object Not found|Dicom dataset read failed", text)
+    return path, readable and result.returncode >= 0, found
 
 
-def main():
-    arguments = [a for a in sys.argv[1:] if a != "--list"]
-    show = len(arguments) != len(sys.argv) - 1
-    vexal, samples = arguments
-    if not os.path.isdir(samples) or shutil.which("dciodvfy") is None:
-        print("no samples, or no dciodvfy: skipped")
-        return 77
-    paths = list(valid_samples(samples))
+def element(group, number, vr, text):
+    value = text.encode() + (b"\0" if len(text) % 2 else b"")
+    return struct.pack("<HH2sH", group, number, vr, len(value)) + value
+
+
+def bare_objects(folder):
+    """A file for each storage service, with SOP class and instance only."""
+    with open(SERVICES, encoding="utf-8") as profile:
+        sections = re.findall(r"NAME = (\S+)\nUID = (\S+)\n((?:[A-Z_]\S* = .*\n)*)", profile.read())
+    for name, uid, rest in sections:
+        if "C_STORE_RQ" not in rest or name == "DICOMDIR":
+            continue
+        meta = element(2, 2, b"UI", uid) + element(2, 3, b"UI", "1.2.3.4") + element(2, 16, b"UI", "1.2.840.10008.1.2.1")
+        path = os.path.join(folder, name + ".dcm")
+        with open(path, "wb") as out:
+            out.write(bytes(128) + b"DICM" + struct.pack("<HH2sHI", 2, 0, b"UL", 4, len(meta)) + meta)
+            out.write(element(8, 0x16, b"UI", uid) + element(8, 0x18, b"UI", "1.2.3.4"))
+        yield path
+
+
+def compare(title, vexal, paths, folder, show):
+    """Prints the agreement; whether it is good enough."""
     mine = ours(vexal, paths)
     counts = collections.defaultdict(collections.Counter)
     with multiprocessing.Pool() as pool:
@@ -115,18 +134,31 @@ def main():
                 counts[kind][where] += 1
                 counts["all"][where] += 1
                 if show and where != "both":
-                    print("%-6s  %s: %s: %s (%s)" % (where, kind, os.path.relpath(path, samples), place, service))
-    print("%d files of %d services" % (sum(counts["files"].values()), len(counts["files"])))
+                    print("%-6s  %s: %s: %s (%s)" % (where, kind, os.path.relpath(path, folder), place, service))
+    print("%s: %d files of %d services" % (title, sum(counts["files"].values()), len(counts["files"])))
     for kind in (MISSING, FORBIDDEN, REPRESENTATION, "all"):
         both, only_theirs = counts[kind]["both"], counts[kind]["theirs"]
-        share = 100.0 * both / (both + only_theirs) if both + only_theirs else 100.0
-        print("%-28s %4d of dciodvfy's %4d found (%.1f %%), %d more" % (kind, both, both + only_theirs, share,
-                                                                         counts[kind]["ours"]))
+        if both + only_theirs == 0:
+            continue
+        print("%-28s %4d of dciodvfy's %4d found (%.1f %%), %d more" % (
+            kind, both, both + only_theirs, 100.0 * both / (both + only_theirs), counts[kind]["ours"]))
     total = counts["all"]["both"] + counts["all"]["theirs"]
     if total == 0:
         print("nothing was compared")
-        return 1
-    return 0 if counts["all"]["both"] >= WANTED * total else 1
+    return total > 0 and counts["all"]["both"] >= WANTED * total
+
+
+def main():
+    arguments = [a for a in sys.argv[1:] if a != "--list"]
+    show = len(arguments) != len(sys.argv) - 1
+    vexal, samples = arguments
+    if not os.path.isdir(samples) or shutil.which("dciodvfy") is None:
+        print("no samples, or no dciodvfy: skipped")
+        return 77
+    good = compare("samples", vexal, list(valid_samples(samples)), samples, show)
+    with tempfile.TemporaryDirectory() as folder:
+        good = compare("bare objects", vexal, list(bare_objects(folder)), folder, show) and good
+    return 0 if good else 1
 
 
 if __name__ == "__main__":
