@@ -18,8 +18,8 @@ void free_file_info(MsgObj& object);
 // text: lines at level T1 when an object is opened, freed or counted.
 void trace_object(const MsgObj& object, bool created, bool freed);
 
-// validate: the rule of a condition, empty for one that can not be judged; false if no condition has the name.
-// The text lives as long as the library.
+// validate: the rule of a condition, empty for one that can not be judged; false if no condition has the
+// name. The text lives as long as the library.
 [[gnu::weak]] bool find_condition(std::string_view name, std::string_view& rule);
 // pixel: state of an encapsulated value.
 [[gnu::weak]] void release_encapsulation_state(MsgObj& object);
