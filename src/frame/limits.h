@@ -33,11 +33,12 @@ inline constexpr std::size_t kLogFormatBuffer = 1024;
 // Inflated bytes that are held at a time: the ratio of a stream then costs no memory.
 inline constexpr std::size_t kMaxInflated = 1U << 20;
 
-// An A-ASSOCIATE PDU, header not counted, beyond PDU_MAXIMUM_LENGTH. What 128 contexts of 26 transfer syntaxes
-// and a full user information item need is a third of it.
+// An A-ASSOCIATE PDU, header not counted, beyond PDU_MAXIMUM_LENGTH. What 128 contexts of 26 transfer
+// syntaxes and a full user information item need is a third of it.
 inline constexpr std::size_t kMaxAssociatePdu = 1U << 20;
 
-// Bytes of an A-ASSOCIATE-RQ that are taken in one step beyond the input buffer, which grows with what arrived.
+// Bytes of an A-ASSOCIATE-RQ that are taken in one step beyond the input buffer, which grows with what
+// arrived.
 inline constexpr std::size_t kAssociateStep = 64U * 1024U;
 
 }  // namespace vx

@@ -293,7 +293,7 @@ VX_STATUS Walk::listed(const Spot& at, std::string_view bytes, const ValueCursor
     const bool applies = rules.MaxValueNumber <= 1 || entry->ValueNumber == value.number;
     if (applies && std::string_view(entry->Value, entry->Length) == bytes) return kOk;
   }
-  if (at.attribute.Tag == kImageType && value.number > kImageTypeValues) return kOk;
+  if (entry == nullptr || (at.attribute.Tag == kImageType && value.number > kImageTypeValues)) return kOk;
   return entry->IsEnumerated != 0 ? record(at, kError, VX_NOT_ONE_OF_ENUMERATED_VALUES, &value)
                                   : record(at, kWarning, VX_NOT_ONE_OF_DEFINED_TERMS, &value);
 }
