@@ -117,9 +117,9 @@ long send_some(int socket, iovec* pieces, int count) {
   return sendmsg(socket, &message, MSG_NOSIGNAL);
 }
 
-bool send_queue_empty(int socket) {
+int unacknowledged(int socket) {
   int waiting = 0;
-  return ioctl(socket, SIOCOUTQ, &waiting) != 0 || waiting == 0;
+  return ioctl(socket, SIOCOUTQ, &waiting) == 0 ? waiting : 0;
 }
 
 void pause_for(int64_t nanoseconds) {

@@ -32,8 +32,8 @@ int poll_socket(int socket, bool for_reading, int64_t nanoseconds);
 // As recv and sendmsg, without a signal when the peer is gone.
 long receive_some(int socket, void* buffer, std::size_t size);
 long send_some(int socket, iovec* pieces, int count);
-// True once nothing that was sent is without an acknowledgement.
-bool send_queue_empty(int socket);
+// Bytes that were sent and not yet acknowledged; 0 when that can not be told.
+int unacknowledged(int socket);
 void pause_for(int64_t nanoseconds);
 
 // An IPv4 address inside IPv6 becomes a plain one.

@@ -321,23 +321,34 @@ TL_STATUS write_secure(const char* caller, TL_Transport& transport, const iovec*
 
 // --- Closing ---
 
-// What was sent gets up to a tick to arrive: the reset that closes the connection would drop it.
-void wait_for_send_queue(int socket) {
-  const int64_t end = monotonic_now() + kSecond;
-  for (int64_t pause = 100'000; !send_queue_empty(socket) && monotonic_now() < end;
-       pause = std::min<int64_t>(pause * 2, 20'000'000)) {
+// What was sent gets time to arrive, as the reset that closes the connection would drop it: a tick from the
+// last progress, and no longer than a write may take.
+void wait_for_send_queue(const TL_Transport& transport) {
+  constexpr int64_t kShortest = 100'000;
+  constexpr int64_t kLongest = 20'000'000;
+  const int64_t begun = monotonic_now();
+  const int64_t end = begun + at_least_one(config_int(VX_CFG_WRITE_TIMEOUT)) * kSecond;
+  int64_t progress = begun;
+  int before = INT_MAX;
+  for (int64_t pause = kShortest;; pause = std::min(pause * 2, kLongest)) {
+    const int left = unacknowledged(transport.socket);
+    const int64_t now = monotonic_now();
+    if (left == 0 || now >= end) return;
+    if (left < before && !aborted(&transport)) progress = now;
+    if (now - progress >= kSecond) return;
+    before = left;
     pause_for(pause);
   }
 }
 
 void prepare_close(const TL_Transport& transport) {
   if (config_bool(VX_CFG_HARD_CLOSE_TCP_IP_CONNECTION)) {
-    if (!transport.midWrite.load(std::memory_order_relaxed)) wait_for_send_queue(transport.socket);
+    if (!transport.midWrite.load(std::memory_order_relaxed)) wait_for_send_queue(transport);
     return;
   }
   if (!aborted(&transport) && poll_socket(transport.socket, true, kSecond) > 0) return;
   if (aborted(&transport) && !transport.midWrite.load(std::memory_order_relaxed)) {
-    wait_for_send_queue(transport.socket);
+    wait_for_send_queue(transport);
   }
   if (!set_linger(transport.socket, true) && errno != EINVAL) {
     VX_LOG_WARN("TL_Close_Transport", "Set linger option on socket to force reset failed: (%d)%s",
