@@ -1675,6 +1675,205 @@ VX_API VX_STATUS VX_Set_Negotiation_Info(int32_t ApplicationID, const char* Serv
  */
 VX_API VX_STATUS VX_Clear_Negotiation_Info(int32_t ApplicationID, const char* ServiceName);
 
+/* ---- Associations (PS3.8 section 7) ------------------------------------------------------------------- */
+
+/*
+ * Opens an association as requester: resolves the remote application, connects within CONNECT_TIMEOUT,
+ * proposes the service list, and waits for the answer for ASSOC_REPLY_TIMEOUT seconds. Port, host and list
+ * that are null come from the applications profile. AssociationID is -1 after a failure.
+ *
+ * VX_INVALID_APPLICATION_ID, VX_INVALID_PORT_NUMBER, VX_INVALID_SERVICE_LIST_NAME, VX_INVALID_HOST_NAME (more
+ * than 39 bytes), VX_INVALID_APPLICATION_TITLE (1 to 16 bytes); VX_CONFIG_INFO_MISSING: the remote
+ * application or the list is not configured; VX_CONFIG_INFO_ERROR: a list of more than 128 services;
+ * VX_ASSOCIATION_REJECTED: by the peer, or its answer was not acceptable (the log tells);
+ * VX_CONNECTION_FAILED; VX_UNKNOWN_HOST_NAME; VX_NEGOTIATION_ABORTED: anything else that ended the
+ * negotiation; VX_SYSTEM_ERROR.
+ */
+VX_API VX_STATUS VX_Open_Association(int32_t ApplicationID, int32_t* AssociationID,
+                                     const char* RemoteApplicationTitle, const int32_t* RemotePort,
+                                     const char* RemoteHost, const char* ServiceList);
+
+/*
+ * The same through a secure channel, whose functions are copied. VX_NULL_VALUE: one of them is missing.
+ */
+VX_API VX_STATUS VX_Open_Secure_Association(int32_t ApplicationID, int32_t* AssociationID,
+                                            const char* RemoteApplicationTitle, const int32_t* RemotePort,
+                                            const char* RemoteHost, const char* ServiceList,
+                                            const SS_Functions* Functions, void* ApplicationContext);
+
+/*
+ * The same with a user identity (PS3.7 section D.3.3.7); Functions null: a plain connection.
+ * VX_CONFIG_INFO_MISSING also when the fields do not fit the type: a user name (1), a Kerberos ticket (3) or
+ * a SAML assertion (4) go in the primary field alone, a passcode (2) in the secondary one.
+ */
+VX_API VX_STATUS VX_Open_Association_With_Identity(
+    int32_t ApplicationID, int32_t* AssociationID, const char* RemoteApplicationTitle,
+    const int32_t* RemotePort, const char* RemoteHost, const char* ServiceList, const SS_Functions* Functions,
+    void* ApplicationContext, int32_t UserIdentityType, uint8_t PositiveResponseRequested,
+    const void* PrimaryField, uint16_t PrimaryLength, const void* SecondaryField, uint16_t SecondaryLength);
+
+/*
+ * Releases an association, waiting for the answer for RELEASE_TIMEOUT seconds; AssociationID becomes -1.
+ * VX_INVALID_ASSOCIATION_ID; VX_SYSTEM_ERROR: another thread is inside the association;
+ * VX_ASSOCIATION_ABORTED: the release failed, and the association is gone all the same.
+ */
+VX_API VX_STATUS VX_Close_Association(int32_t* AssociationID);
+
+/*
+ * Aborts an association; AssociationID becomes -1. The one function that may be called while another thread
+ * is inside the association: that thread's call then ends within about a second with VX_ASSOCIATION_ABORTED.
+ * VX_INVALID_ASSOCIATION_ID.
+ */
+VX_API VX_STATUS VX_Abort_Association(int32_t* AssociationID);
+
+/*
+ * Reports on an association: from the open or the wait on, until the first message is sent or the association
+ * is accepted. Never blocks. VX_INVALID_ASSOCIATION_ID; VX_STATE_VIOLATION: too late.
+ */
+VX_API VX_STATUS VX_Get_Association_Info(int32_t AssociationID, AssocInfo* Info);
+
+/*
+ * The first accepted service of an association, in the order of proposal; as long as VX_Get_Association_Info.
+ * VX_END_OF_LIST, VX_INVALID_ASSOCIATION_ID, VX_STATE_VIOLATION, VX_SYSTEM_ERROR.
+ */
+VX_API VX_STATUS VX_Get_First_Acceptable_Service(int32_t AssociationID, ServiceInfo* Info);
+
+/*
+ * The next one.
+ */
+VX_API VX_STATUS VX_Get_Next_Acceptable_Service(int32_t AssociationID, ServiceInfo* Info);
+
+/*
+ * On a pending association: replaces the extended negotiation data that is answered for a service for which
+ * the peer sent some. VX_INVALID_ASSOCIATION_ID, VX_NO_REQUEST_PENDING, VX_UNKNOWN_SERVICE,
+ * VX_VALUE_TOO_LARGE above 65535 bytes.
+ */
+VX_API VX_STATUS VX_Set_Negotiation_Info_For_Association(int32_t AssociationID, const char* ServiceName,
+                                                         const void* Data, uint32_t Length);
+
+/*
+ * The extended negotiation data of the peer for a service: a pointer into the association, valid as long as
+ * VX_Get_Association_Info works. VX_INVALID_ASSOCIATION_ID, VX_UNKNOWN_SERVICE, VX_EXT_INFO_UNAVAILABLE.
+ */
+VX_API VX_STATUS VX_Get_Negotiation_Info(int32_t AssociationID, const char* ServiceName, const void** Data,
+                                         uint32_t* Length);
+
+/*
+ * The service of the Meta SOP class under which the last request came. VX_BUFFER_TOO_SMALL,
+ * VX_INVALID_ASSOCIATION_ID; VX_NOT_META_SOP; VX_NOT_FOUND: no request is open.
+ */
+VX_API VX_STATUS VX_Get_Meta_ServiceName(int32_t AssociationID, char* Buffer, int32_t BufferSize);
+
+/*
+ * The length of a field of the user identity, 0 if there is none; as long as VX_Get_Association_Info.
+ * VX_INVALID_ASSOCIATION_ID, VX_STATE_VIOLATION; VX_SYSTEM_ERROR for another field.
+ */
+VX_API VX_STATUS VX_Get_User_Identity_Length(int32_t AssociationID, USER_IDENTITY_FIELD_TYPE Field,
+                                             uint16_t* Length);
+
+/*
+ * Copies a field of the user identity, without a terminator. VX_BUFFER_TOO_SMALL and as above.
+ */
+VX_API VX_STATUS VX_Get_User_Identity_Info(int32_t AssociationID, USER_IDENTITY_FIELD_TYPE Field,
+                                           void* Buffer, uint16_t BufferSize);
+
+/* ---- Messages on an association (PS3.7) ---------------------------------------------------------------- */
+/*
+ * One thread at a time may be inside an association: a second one gets VX_SYSTEM_ERROR at once, with a line
+ * in the log. VX_ASSOCIATION_ABORTED, VX_ASSOCIATION_CLOSED (the peer released it), VX_NETWORK_SHUT_DOWN,
+ * VX_INACTIVITY_TIMEOUT, VX_INVALID_MESSAGE_RECEIVED and, from the functions that read, VX_SYSTEM_ERROR and
+ * VX_CALLBACK_CANNOT_COMPLY mean that the association is gone. All give VX_INVALID_ASSOCIATION_ID, and
+ * VX_STATE_VIOLATION while an association is waiting to be accepted.
+ */
+
+/*
+ * Sends a request, or a C-CANCEL-RQ, on the first accepted context of the message's service that fits its
+ * transfer syntax, if one is set. Fills what the command group lacks: message ID, classes, priority, data set
+ * type. Blocks until the last byte is written; each write waits for WRITE_TIMEOUT at most. The message stays
+ * the application's and may be sent again. VX_INVALID_MESSAGE_ID; VX_UNACCEPTABLE_SERVICE: no context fits;
+ * VX_MAX_OPERATIONS_EXCEEDED: the operations window is full; VX_REQUIRED_ATTRIBUTE_MISSING; VX_SYSTEM_ERROR.
+ * After these the association stands as before.
+ */
+VX_API VX_STATUS VX_Send_Request_Message(int32_t AssociationID, int32_t MsgID);
+
+/*
+ * The same on the context of an entry of the association's service list, for components of a Meta SOP class
+ * and where several contexts would fit.
+ */
+VX_API VX_STATUS VX_Send_Request_Message_For_Service(int32_t AssociationID, int32_t MsgID,
+                                                     const char* ServiceName);
+
+/*
+ * Sends a response with the low 16 bits of Status. (0000,0120) names the request that it answers; without a
+ * value it is the oldest one that is open. A pending C-FIND, C-GET or C-MOVE response (0xFF00, 0xFF01) leaves
+ * the request open. Statuses as above.
+ */
+VX_API VX_STATUS VX_Send_Response_Message(int32_t AssociationID, uint32_t Status, int32_t MsgID);
+
+/*
+ * Sends a C-STORE-RQ whose data set comes from the application as encoded bytes of a file (PS3.10), in the
+ * transfer syntax of the context. Callback(AssociationID, tag 0xFFFFFFFF, UserInfo, ...) is asked with
+ * VX_REQUEST_DATA from the start of the file until the identity of the object is known, then once with
+ * VX_REQUEST_DATA_AT_OFFSET, *DataSize holding the offset to go on from, then with VX_REQUEST_DATA to the
+ * end. It may not call network functions of the association. VX_UNKNOWN_SERVICE, VX_SYSTEM_ERROR, the
+ * statuses of VX_Open_File and those above.
+ */
+VX_API VX_STATUS VX_Send_Request(int32_t AssociationID, int32_t Reserved, void* UserInfo,
+                                 VX_VALUE_CALLBACK Callback);
+
+/*
+ * The same for a named service; null as VX_Send_Request.
+ */
+VX_API VX_STATUS VX_Send_Request_For_Service(int32_t AssociationID, const char* ServiceName, int32_t Reserved,
+                                             void* UserInfo, VX_VALUE_CALLBACK Callback);
+
+/*
+ * Reads the next message into a new one, which the application frees. Timeout is in seconds: 0 looks once, a
+ * negative one waits without a limit; within a message INACTIVITY_TIMEOUT counts. ServiceName is the
+ * message's own text and lives as long as it. VX_TIMEOUT: nothing came, and the association stands.
+ * VX_MUST_CONTINUE_BEFORE_READING: a message has been read in part. Verification requests are answered here
+ * when AUTO_ECHO_SUPPORT is on and the service list does not hold that service; the wait then starts anew.
+ */
+VX_API VX_STATUS VX_Read_Message(int32_t AssociationID, int32_t Timeout, int32_t* MsgID,
+                                 const char** ServiceName, uint16_t* Command);
+
+/*
+ * The same up to a tag of the data set, which is the last one read. With 0x00010000 only the command is read.
+ * VX_INVALID_TAG below that.
+ */
+VX_API VX_STATUS VX_Read_Message_To_Tag(int32_t AssociationID, int32_t Timeout, uint32_t StopTag,
+                                        int32_t* MsgID, const char** ServiceName, uint16_t* Command);
+
+/*
+ * Reads the rest of a message; when it fails, *MsgID becomes -1. VX_INVALID_MESSAGE_ID: it is not one that
+ * was read in part.
+ */
+VX_API VX_STATUS VX_Continue_Read_Message(int32_t AssociationID, int32_t* MsgID);
+
+/*
+ * The same up to a tag. VX_INVALID_TAG: the message has been read past it.
+ */
+VX_API VX_STATUS VX_Continue_Read_Message_To_Tag(int32_t AssociationID, uint32_t StopTag, int32_t* MsgID);
+
+/*
+ * Hands over the rest of the data set as encoded bytes, as they came, instead of decoding it: the message is
+ * left as it is. Of a deflated data set that was decoded in part the rest comes inflated. The callback
+ * returns VX_NORMAL_COMPLETION to go on, and may not call network functions of the association; if it
+ * refuses, the association is gone. VX_INVALID_MESSAGE_ID: there is nothing to go on with, or the request was
+ * answered.
+ */
+VX_API VX_STATUS VX_Continue_Read_Message_To_Stream(int32_t AssociationID, int32_t* MsgID, void* UserInfo,
+                                                    VX_STREAM_OUTPUT Callback);
+
+/*
+ * Reads a C-STORE-RQ and hands over a file of it (PS3.10) without the 132 bytes at its head: the meta group,
+ * then the data set as it came. FileName null makes one. ServiceName is a constant of the configuration. The
+ * message is freed; its response is due.
+ */
+VX_API VX_STATUS VX_Read_To_Stream(int32_t AssociationID, int32_t Timeout, const char** ServiceName,
+                                   uint16_t* Command, const char* FileName, void* UserInfo,
+                                   VX_STREAM_OUTPUT Callback);
+
 /* ---- Files (PS3.10 section 7) ------------------------------------------------------------------------- */
 
 /*

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "frame/byte_order.h"
+
 namespace vx {
 
 namespace {
@@ -35,6 +37,32 @@ const CreatorMap::Entry* CreatorMap::find(uint32_t stream_tag) const {
   if (at == entries_.end() || key(*at) != wanted) return nullptr;
   last_ = static_cast<std::size_t>(at - entries_.begin());
   return &*at;
+}
+
+// An entry is its three numbers, the length of its code, and the code.
+std::string CreatorMap::save() const {
+  std::string bytes;
+  for (const Entry& entry : entries_) {
+    const auto length = static_cast<uint16_t>(entry.code.size());
+    const char head[] = {static_cast<char>(entry.group),
+                         static_cast<char>(entry.group >> 8),
+                         static_cast<char>(entry.stream_block),
+                         static_cast<char>(entry.block),
+                         static_cast<char>(length),
+                         static_cast<char>(length >> 8)};
+    bytes.append(head, sizeof head).append(entry.code);
+  }
+  return bytes;
+}
+
+void CreatorMap::restore(std::string_view bytes) {
+  constexpr std::size_t kHead = 6;
+  while (bytes.size() >= kHead) {
+    const std::size_t length = load16(bytes.data() + 4, false);
+    entries_.push_back({load16(bytes.data(), false), static_cast<uint8_t>(bytes[2]),
+                        static_cast<uint8_t>(bytes[3]), std::string(bytes.substr(kHead, length))});
+    bytes.remove_prefix(std::min(bytes.size(), kHead + length));
+  }
 }
 
 }  // namespace vx

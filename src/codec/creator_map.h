@@ -20,6 +20,10 @@ class CreatorMap {
   };
   // A second creator at one place of the stream takes the place of the first.
   void add(uint32_t stream_creator, uint32_t creator, std::string_view code);
+  // The entries as bytes, and back.
+  std::string save() const;
+  void restore(std::string_view bytes);
+  bool empty() const { return entries_.empty(); }
   // The block of a private element of the stream, or null.
   const Entry* find(uint32_t stream_tag) const;
 

@@ -4,12 +4,14 @@
 #include <cstdarg>
 #include <cstring>
 #include <new>
+#include <string>
 
 #include "config/config.h"
 #include "frame/app.h"
 #include "frame/byte_order.h"
 #include "frame/lock.h"
 #include "frame/log.h"
+#include "frame/pool.h"
 #include "model/attributes.h"
 #include "model/callbacks.h"
 #include "model/convert.h"
@@ -56,8 +58,7 @@ VX_STATUS Decoder::run() {
     if (AppObj* app = find_application(request_.ApplicationID)) bind_all(*app, top_);
   }
   Frame frame{top_};
-  VX_STATUS status = VX_NORMAL_COMPLETION;
-  if (deflate_ && !before_deflate_) status = in_.start_inflate();
+  VX_STATUS status = begin(frame);
   if (status == VX_NORMAL_COMPLETION && is_file(top_)) {
     meta_pending_ = true;
     frame.first_test = true;
@@ -71,8 +72,54 @@ VX_STATUS Decoder::run() {
   if (status == VX_NORMAL_COMPLETION) return status;
   request_.ErrorTag = tag_;
   if (status == VX_END_OF_DATA) status = VX_UNEXPECTED_EOD;
-  if (request_.LogFailure) log_failure(status);
+  // Why the input function refused is for its owner to tell.
+  if (request_.LogFailure && status != VX_CALLBACK_CANNOT_COMPLY) log_failure(status);
   return status;
+}
+
+VX_STATUS Decoder::begin(Frame& frame) {
+  if (request_.Rest != nullptr && *request_.Rest != nullptr) return resume(frame);
+  return deflate_ && !before_deflate_ ? in_.start_inflate() : VX_NORMAL_COMPLETION;
+}
+
+// Goes on where a former decode of the same stream stopped.
+VX_STATUS Decoder::resume(Frame& frame) {
+  DecodeRest* rest = *request_.Rest;
+  *request_.Rest = nullptr;
+  frame.last_tag = rest->LastTag;
+  VX_STATUS status = VX_NORMAL_COMPLETION;
+  if (rest->Started) {
+    frame.creators.restore({reinterpret_cast<const char*>(rest->Creators), rest->CreatorsLength});
+    status = in_.resume(*rest);
+  } else if (deflate_ && !before_deflate_) {
+    status = in_.start_inflate();
+  }
+  free_decode_rest(rest);
+  return status;
+}
+
+// Stops before the element whose header comes next, with all that a later decode needs.
+Decoder::Step Decoder::stop(Frame& frame, uint32_t tag, VX_STATUS& status) {
+  DecodeRest* rest = new_decode_rest();
+  status = rest != nullptr ? in_.save(*rest) : VX_SYSTEM_ERROR;
+  const std::string creators = frame.creators.save();
+  if (status == VX_NORMAL_COMPLETION && !creators.empty()) {
+    rest->Creators = static_cast<uint8_t*>(allocate_raw(creators.size()));
+    rest->CreatorsLength = creators.size();
+    if (rest->Creators == nullptr) {
+      status = VX_SYSTEM_ERROR;
+    } else {
+      std::memcpy(rest->Creators, creators.data(), creators.size());
+    }
+  }
+  if (status != VX_NORMAL_COMPLETION) {
+    free_decode_rest(rest);
+    return Step::Fail;
+  }
+  rest->NextTag = tag;
+  rest->LastTag = frame.last_tag;
+  *request_.Rest = rest;
+  return Step::Complete;
 }
 
 void Decoder::warn(const char* format, ...) {
@@ -258,6 +305,7 @@ Decoder::Step Decoder::next_header(Frame& frame, Element& element, VX_STATUS& st
   }
   request_.StopOffset = in_.offset();
   tag_ = tag;
+  if (request_.Rest != nullptr && frame.depth == 0 && tag > request_.EndTag) return stop(frame, tag, status);
   if (group == kStructure) return structural_tag(frame, tag, status);
   if (tag < frame.last_tag && !config_bool(VX_CFG_ALLOW_OUT_OF_ORDER_TAGS)) {
     fault("Tags not in ascending order: (%.4x,%.4x) found after (%.4x,%.4x)", group, tag_element(tag),

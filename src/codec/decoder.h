@@ -57,6 +57,9 @@ class Decoder {
   VX_STATUS read_preamble();
   VX_STATUS decode_elements(Frame& frame);
   bool stop_before_next(const Frame& frame);
+  VX_STATUS begin(Frame& frame);
+  VX_STATUS resume(Frame& frame);
+  Step stop(Frame& frame, uint32_t tag, VX_STATUS& status);
   VX_STATUS leave_meta_at_end(Frame& frame);
   VX_STATUS leave_meta(Frame& frame);
   VX_STATUS begin_inflate();

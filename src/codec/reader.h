@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "codec/decode_rest.h"
 #include "config/transfer_syntax.h"
 #include "model/object.h"
 
@@ -29,6 +30,9 @@ struct ReadRequest {
   bool Deflate = false;
   bool BeforeDeflate = false;
   bool LogFailure = false;
+  // For a reader that stops and goes on: where a former decode stopped, or null; afterwards where this one
+  // stopped before a tag above EndTag, or null if it came to the end.
+  DecodeRest** Rest = nullptr;
 
   uint32_t ErrorTag = 0;    // out
   uint64_t StopOffset = 0;  // out

@@ -33,6 +33,7 @@ StreamInput::~StreamInput() {
   }
   release(output_);
   release(scratch_);
+  for (uint8_t* bytes : resumed_) release(bytes);
 }
 
 VX_STATUS StreamInput::call_input(uint32_t& size, void*& data, int32_t& last) {
@@ -239,6 +240,66 @@ VX_STATUS StreamInput::inflate_block(Span& block) {
       return VX_NORMAL_COMPLETION;
     }
   }
+}
+
+// --- Stopping and going on ---
+
+namespace {
+
+// Both spans, one behind the other; null if there is no memory, or nothing to copy.
+bool join(const uint8_t* a, std::size_t a_size, const uint8_t* b, std::size_t b_size, uint8_t*& out,
+          std::size_t& size) {
+  size = a_size + b_size;
+  out = nullptr;
+  if (size == 0) return true;
+  out = static_cast<uint8_t*>(allocate_raw(size));
+  if (out == nullptr) return false;
+  if (a_size != 0) std::memcpy(out, a, a_size);
+  if (b_size != 0) std::memcpy(out + a_size, b, b_size);
+  return true;
+}
+
+}  // namespace
+
+VX_STATUS StreamInput::save(DecodeRest& rest) {
+  rest.Started = true;
+  rest.InputEnded = is_last_;
+  if (!join(cursor_, available(), rest_.data, rest_.size, rest.Plain, rest.PlainLength)) {
+    return VX_SYSTEM_ERROR;
+  }
+  if (zstream_ == nullptr) return VX_NORMAL_COMPLETION;
+  // Of the two raw spans at most the second one is left: zlib has taken the first.
+  const Span left = raw_[0].size != 0 ? raw_[0] : raw_[1];
+  if (!join(zstream_->next_in, zstream_->avail_in, left.data, left.size, rest.Raw, rest.RawLength)) {
+    return VX_SYSTEM_ERROR;
+  }
+  rest.OutputFull = output_full_;
+  rest.StreamEnded = stream_ended_;
+  rest.InflateStatus = inflate_status_;
+  rest.Zlib = zstream_;
+  zstream_ = nullptr;
+  return VX_NORMAL_COMPLETION;
+}
+
+VX_STATUS StreamInput::resume(DecodeRest& rest) {
+  is_first_ = !rest.Started;
+  is_last_ = rest.InputEnded;
+  std::swap(resumed_[0], rest.Plain);
+  std::swap(resumed_[1], rest.Raw);
+  cursor_ = resumed_[0];
+  end_ = cursor_ + rest.PlainLength;
+  end_offset_ = rest.PlainLength;
+  if (rest.Zlib == nullptr) return VX_NORMAL_COMPLETION;
+  output_ = static_cast<uint8_t*>(allocate_raw(kMinOutput));
+  if (output_ == nullptr) return VX_SYSTEM_ERROR;
+  output_size_ = kMinOutput;
+  std::swap(zstream_, rest.Zlib);
+  zstream_->avail_in = 0;
+  raw_[0] = {resumed_[1], rest.RawLength};
+  output_full_ = rest.OutputFull;
+  stream_ended_ = rest.StreamEnded;
+  inflate_status_ = rest.InflateStatus;
+  return VX_NORMAL_COMPLETION;
 }
 
 VX_STATUS StreamInput::finish() {

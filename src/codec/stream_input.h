@@ -54,6 +54,14 @@ class StreamInput {
   VX_STATUS judge_odd_blocks() const {
     return odd_seen_ ? VX_CALLBACK_DATA_SIZE_UNEVEN : VX_NORMAL_COMPLETION;
   }
+  // Takes down what has been taken and is not used up. VX_SYSTEM_ERROR.
+  VX_STATUS save(DecodeRest& rest);
+  // Goes on from there; what `rest` holds is taken over.
+  VX_STATUS resume(DecodeRest& rest);
+  // What is at hand is the last of the stream.
+  bool at_last() const {
+    return rest_.size == 0 && (zstream_ != nullptr ? stream_ended_ : is_last_ && raw_[0].size == 0);
+  }
   // Ends inflate, if it was started. VX_ZLIB_ERROR.
   VX_STATUS finish();
 
@@ -89,6 +97,7 @@ class StreamInput {
   std::size_t output_size_ = 0;
   Span raw_[2];  // deflated bytes that were read ahead as plain ones
   uint8_t carried_[16];
+  uint8_t* resumed_[2] = {nullptr, nullptr};  // owned; what was taken over
   bool output_full_ = false;
   bool stream_ended_ = false;
   VX_STATUS inflate_status_ = VX_NORMAL_COMPLETION;  // told once the bytes before the fault are used up

@@ -66,7 +66,7 @@ void release_contents(MsgObj& object) {
     pool_free(Pool::ValErrObj, list_remove_head(object.ValidationErrors));
   }
   release_name(object.ServiceName);
-  release(object.StreamResume);
+  if (object.StreamResume != nullptr) release_stream_resume(object);
   if (object.EncapsulationState != nullptr && release_encapsulation_state != nullptr) {
     release_encapsulation_state(object);
   }

@@ -89,7 +89,7 @@ struct MsgObj {
   VX_TRANSFER_SYNTAX TransferSyntax;
   void* DirectoryInfo;  // first word tells its sort; owned
   FileInfo* File;       // of files and directories; owned
-  void* StreamResume;   // owned
+  void* StreamResume;   // a DecodeRest of the codec, owned
   void* Compressor;
   void* Decompressor;
   Lock Semaphore;

@@ -13,6 +13,8 @@ namespace vx {
 VX_STATUS convert_from_un(MsgObj& object, TagObj& attribute, const void* bytes, uint32_t length);
 // codec: the transfer syntax of an object as VX_Get_Message_Transfer_Syntax gives it.
 VX_STATUS get_message_syntax(MsgObj& object, VX_TRANSFER_SYNTAX& syntax);
+// codec: drops what a read that stopped before its end left behind.
+void release_stream_resume(MsgObj& object);
 // media: frees the FileInfo of a file or directory.
 void free_file_info(MsgObj& object);
 // text: lines at level T1 when an object is opened, freed or counted.

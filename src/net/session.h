@@ -70,26 +70,11 @@ struct SesObj {
   RequestList PendingRequests;   // sent, not yet answered
   RequestList ReceivedRequests;  // received, not yet answered
   Lock RequestSemaphore;         // guards both lists
+  int32_t ReadEnded;             // all of the message that is read in parts has come
+  uint8_t* PduBuffer;            // owned; kept from one send to the next
+  uint32_t PduBufferSize;
 };
 static_assert(std::is_trivially_destructible_v<SesObj>);
-
-// The connection record of the encoder's output and the decoder's input.
-struct PduStream {
-  uint32_t Magic;
-  DUL_Association* Dul;  // cleared when the association dies
-  int32_t IsData;        // 0 while the command passes
-  int32_t Timeout;       // reading
-  int32_t LastStatus;    // reading: outcome of the last PDV read
-  uint8_t ContextId;
-  int32_t NoDataSet;
-  uint32_t BufferSize;
-  uint32_t Length;  // value bytes in the fragment being filled
-  uint8_t* Base;
-  uint8_t* WritePointer;
-  uint8_t* FragmentStart;  // where the header of the fragment being filled goes
-  uint32_t Remaining;
-};
-inline constexpr uint32_t kPduStreamMagic = 0xF123FF87U;
 
 inline std::span<const AcceptedContext> accepted_of(const SesObj& session) {
   return {session.AcceptedEntries, static_cast<std::size_t>(session.AcceptedEntryCount)};
