@@ -1,4 +1,5 @@
 // Reading messages.
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <new>
@@ -686,9 +687,17 @@ VX_STATUS add_meta(MsgObj& message) {
   return kOk;
 }
 
-// Without its last flag: the data set follows.
+// The meta group, without the head of a file before it and without the last flag: the data set follows.
+struct MetaGroup {
+  Receiver& receiver;
+  uint32_t skip = sizeof(FileInfo::Preamble) + sizeof(FileInfo::Prefix);
+};
 VX_STATUS give_meta(int32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
-  return static_cast<Receiver*>(user)->give(static_cast<const uint8_t*>(data), size, false);
+  auto& meta = *static_cast<MetaGroup*>(user);
+  const uint32_t skipped = std::min(size, meta.skip);
+  meta.skip -= skipped;
+  if (skipped == size) return kOk;
+  return meta.receiver.give(static_cast<const uint8_t*>(data) + skipped, size - skipped, false);
 }
 
 VX_STATUS stream_as_file(int32_t association, int32_t& id, const char* file_name, Receiver& receiver) {
@@ -704,7 +713,8 @@ VX_STATUS stream_as_file(int32_t association, int32_t& id, const char* file_name
   if (status != kOk) return failed("VX_Message_To_File", status);
   status = VX_Set_Message_Transfer_Syntax(id, syntax);
   if (status != kOk) return failed("VX_Set_Message_Transfer_Syntax", status);
-  status = VX_Message_To_Stream(id, 0x00020000U, 0x0002FFFFU, EXPLICIT_LITTLE_ENDIAN, &receiver, give_meta);
+  MetaGroup meta{receiver};
+  status = VX_Message_To_Stream(id, 0x00020000U, 0x0002FFFFU, EXPLICIT_LITTLE_ENDIAN, &meta, give_meta);
   if (status != kOk) return failed("VX_Message_To_Stream", status);
   status = stream_rest(association, id, receiver);
   return status == kOk ? kOk : failed("VX_Continue_Read_Message_To_Stream", status);

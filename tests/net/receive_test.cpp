@@ -439,6 +439,41 @@ TEST_F(ReceiveTest, ResponsesFindTheirRequests) {
   VX_Free_Message(&request);
 }
 
+TEST_F(ReceiveTest, ADataSetAsAFile) {
+  int32_t sent = sample();
+  for (const Context& context : kContexts) {
+    const Bytes data = data_set(sent, context.syntax);
+    send(cut(context.id, data, 60));
+    Bytes file;
+    const char* service = nullptr;
+    uint16_t command = 0;
+    ASSERT_EQ(VX_Read_To_Stream(id_, 10, &service, &command, nullptr, &file, take), VX_NORMAL_COMPLETION);
+    EXPECT_STREQ(service, "STANDARD_CT");
+    EXPECT_EQ(command, C_STORE_RQ);
+    ASSERT_EQ(file.back(), '$');
+    file.pop_back();
+    EXPECT_TRUE(file.ends_with(data));
+    // With the head that it lacks it is a file.
+    Bytes whole = Bytes(128, '\0') + "DICM" + file;
+    int32_t read_back = -1;
+    VX_Create_Empty_File(&read_back, "x");
+    const auto give = [](const char*, void* user, uint32_t* size, void** bytes, int32_t,
+                         int32_t* last) -> VX_STATUS {
+      auto& all = *static_cast<Bytes*>(user);
+      *size = static_cast<uint32_t>(all.size());
+      *bytes = all.data();
+      *last = 1;
+      return VX_NORMAL_COMPLETION;
+    };
+    EXPECT_EQ(VX_Open_File(app_, read_back, &whole, give), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(text(read_back, 0x00020003), "1.2.3.4");
+    EXPECT_EQ(text(read_back, 0x00100010), "Doe^Jane");
+    VX_Free_File(&read_back);
+    answer();
+  }
+  VX_Free_Message(&sent);
+}
+
 // --- More than one thread ---
 
 TEST_F(ReceiveTest, ASecondThreadIsSentAwayAndAnAbortIsHeard) {

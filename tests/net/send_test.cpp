@@ -51,7 +51,7 @@ class SendTest : public NetTest {
     if (peer_.joinable()) peer_.join();
     NetTest::TearDown();
   }
-  void start(uint32_t maximum) {
+  void start(uint32_t maximum, const char* list = "All") {
     peer_ = std::thread([this, maximum] {
       RawPeer raw = listener_.accept();
       raw.accept(maximum);
@@ -64,7 +64,7 @@ class SendTest : public NetTest {
         now = Received{};
       }
     });
-    id_ = open("All", listener_.port());
+    id_ = open(list, listener_.port());
   }
   // The n-th message as received.
   Received message(std::size_t n) {
@@ -201,6 +201,107 @@ TEST_F(SendTest, TheSyntaxOfTheContextIsUsed) {
   VX_Set_Message_Transfer_Syntax(ct, RLE);
   EXPECT_EQ(VX_Send_Request_Message(id_, ct), VX_UNACCEPTABLE_SERVICE);
   VX_Free_Message(&ct);
+}
+
+// A file in memory, handed out in pieces, that can be asked to go on from an offset.
+struct File {
+  Bytes bytes;
+  std::size_t piece;
+  std::size_t at = 0;
+  int resumed = 0;
+
+  static VX_STATUS give(int32_t, uint32_t, void* user, VX_CALLBACK_REQUEST request, uint32_t* size,
+                        void** data, int32_t first, int32_t* last) {
+    auto& file = *static_cast<File*>(user);
+    if (request == VX_REQUEST_DATA_AT_OFFSET) {
+      file.at = *size;
+      ++file.resumed;
+    } else if (first != 0) {
+      file.at = 0;
+    }
+    const std::size_t part = std::min(file.piece, file.bytes.size() - file.at);
+    *data = file.bytes.data() + file.at;
+    *size = static_cast<uint32_t>(part);
+    file.at += part;
+    *last = file.at == file.bytes.size() ? 1 : 0;
+    return VX_NORMAL_COMPLETION;
+  }
+};
+
+Bytes file_of(int32_t message, VX_TRANSFER_SYNTAX syntax) {
+  int32_t copy = -1;
+  EXPECT_EQ(VX_Create_Empty_File(&copy, "x"), VX_NORMAL_COMPLETION);
+  char uid[80];
+  VX_Get_Transfer_Syntax_From_Enum(syntax, uid, sizeof uid);
+  Bytes meta;
+  const auto put = [&](const char* vr, uint32_t tag, Bytes value) {
+    if (value.size() % 2 != 0) value += '\0';
+    meta += little16(tag >> 16) + little16(tag) + vr + little16(static_cast<uint32_t>(value.size())) + value;
+  };
+  put("UI", 0x00020002, kCt);
+  put("UI", 0x00020003, "1.2.3.4");
+  put("UI", 0x00020010, uid);
+  VX_Free_File(&copy);
+  Bytes data;
+  const auto take = [](int32_t, void* user, uint32_t size, void* bytes, int32_t, int32_t) -> VX_STATUS {
+    static_cast<Bytes*>(user)->append(static_cast<const char*>(bytes), size);
+    return VX_NORMAL_COMPLETION;
+  };
+  EXPECT_EQ(VX_Message_To_Stream(message, 0x00010000, 0xFFFFFFFF, syntax, &data, take), VX_NORMAL_COMPLETION);
+  return Bytes(128, '\0') + "DICM" + little16(2) + little16(0) + "UL" + little16(4) +
+         little32(static_cast<uint32_t>(meta.size())) + meta + data;
+}
+
+TEST_F(SendTest, ADataSetThatTheApplicationHasEncoded) {
+  make_list("Stored", {{"STANDARD_CT", {EXPLICIT_LITTLE_ENDIAN}},
+                       {"STANDARD_CT", {EXPLICIT_BIG_ENDIAN}},
+                       {"STANDARD_CT", {DEFLATED_EXPLICIT_LITTLE_ENDIAN}}});
+  int32_t ct =
+      new_message("STANDARD_CT", C_STORE_RQ,
+                  {{0x00080016, kCt}, {0x00080018, "1.2.3.4"}, {0x00100010, "A^B"}, {0x00080060, "CT"}});
+  VX_Add_Standard_Attribute(ct, 0x7FE00010);
+  const Bytes pixels(20000, '\5');
+  VX_Set_Value_From_Buffer(ct, 0x7FE00010, pixels.data(), 20000);
+  start(4096, "Stored");
+  std::size_t count = 0;
+  for (const VX_TRANSFER_SYNTAX syntax :
+       {EXPLICIT_LITTLE_ENDIAN, EXPLICIT_BIG_ENDIAN, DEFLATED_EXPLICIT_LITTLE_ENDIAN}) {
+    for (const std::size_t piece : {std::size_t{2}, std::size_t{500}, std::size_t{100000}}) {
+      File file{file_of(ct, syntax), piece};
+      const VX_STATUS status = count % 2 == 0
+                                   ? VX_Send_Request(id_, 0, &file, File::give)
+                                   : VX_Send_Request_For_Service(id_, "STANDARD_CT", 0, &file, File::give);
+      ASSERT_EQ(status, VX_NORMAL_COMPLETION) << syntax << " " << piece;
+      EXPECT_EQ(file.resumed, 1);
+      const Received got = message(count++);
+      EXPECT_TRUE(got.good);
+      EXPECT_EQ(got.data, data_set(ct, syntax)) << syntax << " " << piece;
+      EXPECT_TRUE(holds(got.command, 0x00000002, kCt));
+      EXPECT_TRUE(holds(got.command, 0x00001000, "1.2.3.4"));
+    }
+  }
+  File nothing{"", 1};
+  EXPECT_NE(VX_Send_Request(id_, 0, &nothing, File::give), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(VX_Send_Request(id_, 0, &nothing, nullptr), VX_NULL_POINTER_PARM);
+  File again{file_of(ct, EXPLICIT_LITTLE_ENDIAN), 1000};
+  EXPECT_EQ(VX_Send_Request(id_, 0, &again, File::give), VX_NORMAL_COMPLETION) << "the association stands";
+  VX_Free_Message(&ct);
+}
+
+TEST_F(SendTest, TheWindowIsKept) {
+  make_list("Async", {{"STUDY_ROOT_QR_FIND", {IMPLICIT_LITTLE_ENDIAN}}}, 3, 1);
+  start(16384, "Async");
+  int32_t cancel = new_message("STUDY_ROOT_QR_FIND", C_CANCEL_RQ);
+  for (int i = 0; i < 5; ++i) {
+    int32_t find = new_message("STUDY_ROOT_QR_FIND", C_FIND_RQ, {{0x00100020, "X"}});
+    EXPECT_EQ(VX_Send_Request_Message(id_, find), i < 3 ? VX_NORMAL_COMPLETION : VX_MAX_OPERATIONS_EXCEEDED)
+        << i;
+    VX_Free_Message(&find);
+  }
+  EXPECT_EQ(VX_Send_Request_Message(id_, cancel), VX_NORMAL_COMPLETION) << "no operation of its own";
+  message(3);
+  EXPECT_EQ(messages_.size(), 4U) << "nothing of the others left";
+  VX_Free_Message(&cancel);
 }
 
 TEST_F(SendTest, ABrokenConnectionEndsTheAssociation) {
