@@ -772,6 +772,10 @@ typedef VX_STATUS (*VX_FILE_OUTPUT)(const char* FileName, void* UserInfo, uint32
 /* Log receivers, called on the logging thread without a lock held. */
 typedef void (*VX_LOG_FUNCTION)(int32_t Severity, const char* Line);
 typedef void (*VX_ENHANCED_LOG_FUNCTION)(const VX_LOG_RECORD* Record);
+/* Gets the code of a fault, for instance 0xC0000005, on the thread that faulted, inside a signal handler. */
+typedef void (*VX_EXCEPTION_HANDLER)(uint32_t Code);
+/* Told of a transfer of PDVs: EventCode 3 after a write, 4 after a read. */
+typedef void (*VX_TRANSFER_FUNCTION)(int32_t EventCode, void* UserData, void* Context);
 /* Takes one line of the memory log; returns 1 to go on. */
 typedef int32_t (*VX_MEMORY_LOG_READER)(const char* Line, int32_t IsFirst, int32_t IsLast);
 
@@ -826,6 +830,20 @@ VX_API const char* VX_Error_Message(VX_STATUS Status);
  * Copies the version, "5.3.0". VX_BUFFER_TOO_SMALL below 6 bytes. Works at any time.
  */
 VX_API VX_STATUS VX_Get_Version_String(int32_t BufferSize, char* Buffer);
+
+/*
+ * Stores a handler for faults of the process, or none with null, and starts the exception filter if
+ * ALLOW_LIBRARY_EXCEPTION_HANDLER is on. On SIGSEGV, SIGBUS, SIGILL and SIGFPE the filter writes what
+ * happened to the standard error, calls the handler and goes on to the signal's former action, which as a
+ * rule ends the process. Answers VX_NORMAL_COMPLETION.
+ */
+VX_API VX_STATUS VX_Set_Library_Exception_Handler(VX_EXCEPTION_HANDLER Handler);
+
+/*
+ * Has Function called after each transfer of presentation data values while ALLOW_LIBRARY_EXCEPTION_HANDLER
+ * is on; null ends it. Context is the library's own. Answers VX_NORMAL_COMPLETION.
+ */
+VX_API VX_STATUS VX_Set_Exception(void* UserData, VX_TRANSFER_FUNCTION Function);
 
 /* ---- Memory ------------------------------------------------------------------------------------------- */
 
@@ -1675,6 +1693,125 @@ VX_API VX_STATUS VX_Set_Negotiation_Info(int32_t ApplicationID, const char* Serv
  */
 VX_API VX_STATUS VX_Clear_Negotiation_Info(int32_t ApplicationID, const char* ServiceName);
 
+/* ---- Listening ports ---------------------------------------------------------------------------------- */
+
+/*
+ * The socket that listens on TCPIP_LISTEN_PORT, which starts to listen if it does not yet. It stays the
+ * library's: it is for waiting on it. VX_SYSTEM_ERROR: it can not listen.
+ */
+VX_API VX_STATUS VX_Get_Listen_Socket(int32_t* Socket);
+
+/*
+ * The socket of a port that a wait function has opened. VX_INVALID_PORT_NUMBER: there is none.
+ */
+VX_API VX_STATUS VX_Get_Listen_Socket_For_Port(int32_t Port, int32_t* Socket);
+
+/*
+ * Ends listening on a port; a thread that waits on it gets VX_TIMEOUT. Associations that were accepted on it
+ * go on. VX_INVALID_PORT_NUMBER: the library does not listen there.
+ */
+VX_API VX_STATUS VX_Close_Listen_Port(int32_t Port);
+
+/*
+ * The same for the port on one local address, or on all addresses. Address may be null.
+ */
+VX_API VX_STATUS VX_Close_Listen_Port_On_Address(int32_t Port, const char* Address);
+
+/* ---- Accepting associations (PS3.8 section 7.1) ------------------------------------------------------- */
+
+/*
+ * Waits for an association on the default port and makes the automatic checks: protocol version, application
+ * context, called title, host name and presentation contexts, which are taken from ServiceList in its order.
+ * A request that fails them is rejected, and the wait goes on; so it does after an association that is for
+ * verification only, which the library serves itself unless the list holds the service. Timeout is in
+ * seconds: -1 waits without end, 0 looks once. *ApplicationID is the application of the called title, or the
+ * first one. The caller answers with VX_Accept_Association or VX_Reject_Association; until then the reports
+ * on the association work.
+ *
+ * VX_NO_APPLICATIONS_REGISTERED; VX_INVALID_SERVICE_LIST_NAME; VX_TIMEOUT; VX_SYSTEM_CALL_INTERRUPTED;
+ * VX_NEGOTIATION_ABORTED: a connection came and ended before its request was complete, or the port can not be
+ * had. The listening port stays open between calls. Several threads may wait on one port.
+ */
+VX_API VX_STATUS VX_Wait_For_Association(const char* ServiceList, int32_t Timeout, int32_t* ApplicationID,
+                                         int32_t* AssociationID);
+
+/*
+ * The same on a port, which is opened on first use, for one application; -1 is any.
+ * VX_INVALID_APPLICATION_ID; VX_INVALID_PORT_NUMBER.
+ */
+VX_API VX_STATUS VX_Wait_For_Association_On_Port(const char* ServiceList, int32_t Timeout,
+                                                 int32_t ApplicationID, int32_t Port, int32_t* AssociationID);
+
+/*
+ * The same on one local address. A null Address means all of them, and then a Port below 1 the default one.
+ */
+VX_API VX_STATUS VX_Wait_For_Association_On_Address(const char* ServiceList, int32_t Timeout,
+                                                    int32_t ApplicationID, int32_t Port, const char* Address,
+                                                    int32_t* AssociationID);
+
+/*
+ * The three again through a secure channel of the caller's. VX_NULL_VALUE: a slot of Functions is null.
+ */
+VX_API VX_STATUS VX_Wait_For_Secure_Association(const char* ServiceList, int32_t Timeout,
+                                                int32_t* ApplicationID, int32_t* AssociationID,
+                                                const SS_Functions* Functions, void* ApplicationContext);
+VX_API VX_STATUS VX_Wait_For_Secure_Association_On_Port(const char* ServiceList, int32_t Timeout,
+                                                        int32_t ApplicationID, int32_t Port,
+                                                        int32_t* AssociationID, const SS_Functions* Functions,
+                                                        void* ApplicationContext);
+VX_API VX_STATUS VX_Wait_For_Secure_Association_On_Address(const char* ServiceList, int32_t Timeout,
+                                                           int32_t ApplicationID, int32_t Port,
+                                                           const char* Address, int32_t* AssociationID,
+                                                           const SS_Functions* Functions,
+                                                           void* ApplicationContext);
+
+/*
+ * Takes the association request from a socket that was accepted, by VX_Wait_For_Connection for instance, and
+ * that is the library's from then on, whatever the result. The request must come within ARTIM_TIMEOUT. As
+ * VX_Wait_For_Association, but what would make that wait go on ends the call: VX_ASSOCIATION_REJECTED: the
+ * checks have rejected the request; VX_ASSOCIATION_CLOSED: it was for verification, and it is over.
+ */
+VX_API VX_STATUS VX_Process_Association_Request(int32_t Socket, const char* ServiceList,
+                                                int32_t* ApplicationID, int32_t* AssociationID);
+VX_API VX_STATUS VX_Process_Secure_Association_Request(int32_t Socket, const char* ServiceList,
+                                                       int32_t* ApplicationID, int32_t* AssociationID,
+                                                       const SS_Functions* Functions,
+                                                       void* ApplicationContext);
+
+/*
+ * Waits for a connection on the default port, on a port, or on a port of one local address, and hands its
+ * socket over: the caller's, non-blocking, with the configured options, until VX_Process_Association_Request
+ * takes it. VX_TIMEOUT; VX_INVALID_PORT_NUMBER; VX_NEGOTIATION_ABORTED; VX_SYSTEM_ERROR: the port can not be
+ * had.
+ */
+VX_API VX_STATUS VX_Wait_For_Connection(int32_t Timeout, int32_t* Socket);
+VX_API VX_STATUS VX_Wait_For_Connection_On_Port(int32_t Timeout, int32_t Port, int32_t* Socket);
+VX_API VX_STATUS VX_Wait_For_Connection_On_Address(int32_t Timeout, int32_t Port, const char* Address,
+                                                   int32_t* Socket);
+
+/*
+ * Accepts a pending association; messages may follow, and the reports on the request are over. Extended
+ * negotiation data goes back only as the application has set it. VX_NO_REQUEST_PENDING;
+ * VX_ASSOCIATION_ABORTED: the answer could not be sent, and the association is gone.
+ */
+VX_API VX_STATUS VX_Accept_Association(int32_t AssociationID);
+
+/*
+ * The same with a positive answer to the peer's user identity; a response is for the types 3 (Kerberos), 4
+ * (SAML) and 5 (JSON Web Token) and may be null with length 0 otherwise. VX_STATE_VIOLATION: the request held
+ * no identity, or asked for no answer, or its type takes no response. PS3.7 section D.3.3.7.
+ */
+VX_API VX_STATUS VX_Accept_Association_With_Identity(int32_t AssociationID, const void* ServerResponse,
+                                                     uint16_t ServerResponseLength);
+
+/*
+ * Rejects a pending association, waits for the peer to close, at most ARTIM_TIMEOUT, and frees it; the ID is
+ * dead. Reasons: 1 no reason, transient; 2 calling title not recognized; 3 congestion, 4 local limit
+ * exceeded, both transient; 5 called title not recognized; 6 application context not supported; 7 to 15
+ * further ones of PS3.8 table 9-21, of which some only close the connection; any other: no reason.
+ * VX_NO_REQUEST_PENDING.
+ */
+VX_API VX_STATUS VX_Reject_Association(int32_t AssociationID, int32_t Reason);
 /* ---- Associations (PS3.8 section 7) ------------------------------------------------------------------- */
 
 /*

@@ -4,6 +4,7 @@
 #include <linux/sockios.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -119,7 +120,12 @@ long send_some(int socket, iovec* pieces, int count) {
 
 int unacknowledged(int socket) {
   int waiting = 0;
-  return ioctl(socket, SIOCOUTQ, &waiting) == 0 ? waiting : 0;
+  if (ioctl(socket, SIOCOUTQ, &waiting) != 0 || waiting == 0) return 0;
+  // A connection that the peer has reset keeps its count.
+  tcp_info info{};
+  socklen_t size = sizeof info;
+  const bool known = getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0;
+  return known && info.tcpi_state == TCP_CLOSE ? 0 : waiting;
 }
 
 void pause_for(int64_t nanoseconds) {

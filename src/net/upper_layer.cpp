@@ -8,6 +8,7 @@
 #include "frame/log.h"
 #include "frame/pool.h"
 #include "frame/text.h"
+#include "net/exception_filter.h"
 #include "net/session.h"
 #include "net/socket.h"
 #include "net/state_machine.h"
@@ -334,9 +335,11 @@ DUL_STATUS DUL_write_pdvs(DUL_Association** handle, const PdvToSend* pdv) {
   if (pdv == nullptr) return DUL_NULL_PDV_LIST;
   DUL_Association* dul = *handle;
   if (const DUL_STATUS status = check_handle(dul); status != DUL_NORMAL) return status;
+  before_transfer();
   EventData data;
   data.pdv = pdv;
   DUL_STATUS status = run_event(*dul, Event::PDataRequest, data);
+  if (status == DUL_NORMAL) after_transfer(kWritten, const_cast<PdvToSend*>(pdv));
   if (status == DUL_NORMAL || status == DUL_WRONG_ORDER) return status;
   *handle = nullptr;
   if (!abort_asked(*dul)) return run_event(*dul, Event::TransportClosed);
@@ -351,6 +354,7 @@ DUL_STATUS DUL_write_pdvs(DUL_Association** handle, const PdvToSend* pdv) {
 DUL_STATUS DUL_read_pdvs(DUL_Association* dul, int32_t timeout) {
   if (const DUL_STATUS status = check_handle(dul); status != DUL_NORMAL) return status;
   if (dul->state != 6 && dul->state != 7) return DUL_WRONG_ORDER;
+  before_transfer();
   if (dul->midMessage == 0) {
     start(dul->replyTimer, timeout);
   } else {
@@ -375,6 +379,7 @@ DUL_STATUS DUL_read_pdvs(DUL_Association* dul, int32_t timeout) {
     }
   }
   stop_timers(*dul);
+  if (status == DUL_PDATA_ARRIVED) after_transfer(kRead, dul);
   return status;
 }
 
