@@ -1,6 +1,7 @@
 // One association over a socket pair: data, time-outs, release and its collision, aborts of another thread.
 #include <thread>
 
+#include "net/socket.h"
 #include "net/wire.h"
 
 namespace {
@@ -263,6 +264,88 @@ TEST_F(UpperLayer, AReleaseCollisionIsSeenThrough) {
   EXPECT_EQ(DUL_release_request(dul_), DUL_RELEASE_REQUESTED);
   EXPECT_LT(seconds_since(stalled), 2.5);
   EXPECT_FALSE(alive());
+}
+
+// --- A peer that stalls, resets or floods, state by state ---
+
+TEST_F(UpperLayer, ARequesterWithoutAProperAnswer) {
+  const std::string half = simple_accept().substr(0, 40);
+  struct Case {
+    const char* what;
+    std::string answer;
+    bool reset, drip;
+    DUL_STATUS expected;
+  };
+  const Case cases[] = {{"silence", "", false, false, DUL_PROVIDER_ABORTED},
+                        {"reset", "", true, false, DUL_PROVIDER_ABORTED},
+                        {"half an answer", half, false, false, DUL_PROVIDER_ABORTED},
+                        {"an answer that drips", simple_accept(), false, true, DUL_PROVIDER_ABORTED},
+                        {"no DICOM", "SSH-2.0-OpenSSH\r\n", false, false, DUL_PROVIDER_ABORTED},
+                        {"a rejection", short_pdu(3, 1, 1, 7), false, false, DUL_PEER_REJECTED},
+                        {"a short rejection", pdu(3, "ab"), false, false, DUL_PROVIDER_ABORTED},
+                        {"an abort", short_pdu(7, 0, 2, 1), false, false, DUL_PEER_ABORTED}};
+  const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), size), 0);
+  ASSERT_EQ(::listen(listener, 4), 0);
+  ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    std::atomic<bool> over{false};
+    std::thread acceptor([&] {
+      const Peer peer(::accept(listener, nullptr, nullptr));
+      if (c.reset) set_linger(peer.socket(), true);
+      if (c.reset) return;
+      peer.receive(1000, 10);
+      for (std::size_t at = 0; at < c.answer.size() && !over; at += c.drip ? 1 : c.answer.size()) {
+        peer.send(c.drip ? c.answer.substr(at, 1) : c.answer);
+        if (c.drip) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      }
+      while (!over) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    });
+    AssociationParameters* proposal = new_association_parameters();
+    std::snprintf(proposal->calledHostName, sizeof proposal->calledHostName, "127.0.0.1");
+    std::snprintf(proposal->calledPort, sizeof proposal->calledPort, "%d", ntohs(address.sin_port));
+    DUL_Association* handle = nullptr;
+    const auto begun = Clock::now();
+    EXPECT_EQ(DUL_associate_request(16384, proposal, &handle, nullptr, nullptr), c.expected);
+    EXPECT_LT(seconds_since(begun), 2.9);
+    EXPECT_EQ(handle, nullptr);
+    if (c.expected == DUL_PEER_REJECTED) {
+      EXPECT_EQ(proposal->rejectReason, 7);
+    }
+    over = true;
+    acceptor.join();
+    free_association_parameters(proposal);
+  }
+  ::close(listener);
+}
+
+TEST_F(UpperLayer, APeerThatFloodsAnEndedAssociationIsLeftInTime) {
+  const std::string flood = pdu(4, pdv(1, 0, std::string(10000, 'x')));
+  for (const int state : {3, 6, 8}) {
+    SCOPED_TRACE(state);
+    connect(state, true);
+    std::atomic<bool> over{false};
+    std::thread sender([&] {
+      while (!over) peer_.send(flood);
+    });
+    const auto begun = Clock::now();
+    if (state == 3) {
+      EXPECT_EQ(DUL_associate_reject(dul_, 1, 1, 1), DUL_NORMAL);
+    } else if (state == 6) {
+      EXPECT_EQ(DUL_abort_request(dul_), DUL_NORMAL);
+    } else {
+      EXPECT_EQ(DUL_release_response(dul_), DUL_PROVIDER_ABORTED);
+    }
+    EXPECT_NEAR(seconds_since(begun), 1, 0.8);
+    EXPECT_FALSE(alive());
+    over = true;
+    sender.join();
+  }
 }
 
 // --- Abort from another thread ---
