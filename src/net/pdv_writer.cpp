@@ -11,7 +11,6 @@
 namespace vx {
 namespace {
 
-constexpr uint32_t kPdvOverhead = 6;   // of a PDU's length: PDV length, context, control header
 constexpr uint32_t kLeastMaximum = 8;  // room for two bytes of value
 constexpr uint32_t kLeastBuffer = 4096;
 
