@@ -817,7 +817,8 @@ VX_API VX_STATUS VX_Set_VexalINI(const char* Path);
 VX_API VX_STATUS VX_Register_Application(int32_t* ApplicationID, const char* ApplicationTitle);
 
 /*
- * Releases an application with its registered callbacks; ApplicationID becomes -1.
+ * Releases an application with its registered callbacks and its associations: these are closed, or aborted
+ * where another thread is inside one. ApplicationID becomes -1.
  */
 VX_API VX_STATUS VX_Release_Application(int32_t* ApplicationID);
 

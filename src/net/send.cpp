@@ -52,9 +52,7 @@ VX_STATUS send_data_set(const SesObj& session, PdvWriter& writer, MsgObj& messag
   StreamWriter stream = stream_writer(session, writer, plan.syntax);
   stream.Deflate = is_deflated(plan.syntax);
   writer.begin_data();
-  const VX_STATUS status = encode_object(stream, message, kFirstDataTag, kLastDataTag);
-  if (status == kOk) log_message(message, false, plan.context_id);
-  return status;
+  return encode_object(stream, message, kFirstDataTag, kLastDataTag);
 }
 
 void bind_callbacks(const SesObj& session, MsgObj& message) {
@@ -102,6 +100,7 @@ VX_STATUS SendMessageTo(SesObj* session, MsgObj& message, const char* service_na
   status = writer.open(plan.context_id, plan.has_data_set);
   if (status == kOk) status = send_command(*session, writer, message, plan.context_id);
   if (status == kOk && plan.has_data_set) status = send_data_set(*session, writer, message, plan);
+  if (status == kOk) log_message(message, false, plan.context_id);
   return conclude(session, writer, plan, status);
 }
 

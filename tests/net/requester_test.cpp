@@ -146,6 +146,46 @@ TEST_F(RequesterTest, ReportsTellWhatWasNegotiatedUntilTheFirstMessage) {
   EXPECT_EQ(id, -1);
 }
 
+// What the arguments leave open comes from the profile, which is read once.
+TEST_F(RequesterTest, RemoteApplicationsOfTheProfile) {
+  const auto script = [](RawPeer& raw) {
+    raw.accept(16384);
+    Pdu last;
+    while (raw.receive(last) && last.type != kAbort) {
+    }
+  };
+  const int32_t port = listener_.port();
+  const auto open = [&](const int32_t* to, const char* host, const char* list) {
+    int32_t id = -1;
+    std::thread peer([&] {
+      RawPeer raw = listener_.accept();
+      script(raw);
+    });
+    const VX_STATUS status = VX_Open_Association(app_, &id, "VEXAL_SCP", to, host, list);
+    AssocInfo info{};
+    if (status == VX_NORMAL_COMPLETION) {
+      VX_Get_Association_Info(id, &info);
+      VX_Abort_Association(&id);
+    } else {
+      RawPeer::connect(port);  // lets the peer go
+    }
+    peer.join();
+    return status == VX_NORMAL_COMPLETION
+               ? std::to_string(info.NumberOfProposedContexts) + " " + info.RemoteHostName
+               : std::string(VX_Error_Message(status));
+  };
+  EXPECT_EQ(open(&port, nullptr, nullptr), "34 localhost");
+  EXPECT_EQ(open(&port, "127.0.0.1", nullptr), "34 127.0.0.1");
+  EXPECT_EQ(open(&port, "127.0.0.1", "Two"), "2 127.0.0.1");
+  // A record that fits what is given is used as it stands.
+  EXPECT_EQ(open(nullptr, "127.0.0.1", "Two"), "2 127.0.0.1");
+  int32_t id = -1;
+  EXPECT_EQ(VX_Open_Association(app_, &id, "VEXAL_SCP", nullptr, nullptr, nullptr), VX_CONNECTION_FAILED)
+      << "without arguments the profile counts, whatever was used before";
+  EXPECT_EQ(VX_Open_Association(app_, &id, "Plain_Syntaxes", &port, nullptr, "Two"), VX_CONFIG_INFO_MISSING);
+  EXPECT_TRUE(has_log("|  Unable to retrieve HOST_NAME for Plain_Syntaxes"));
+}
+
 TEST_F(RequesterTest, AnswersThatAreNotAcceptable) {
   struct Row {
     const char* text;
