@@ -80,6 +80,7 @@ Encoder::Encoder(const StreamWriter& writer) : writer_(writer), out_(writer) {
   walk_.next = writer.MetaPending ? writer.next : writer.encoding;
   walk_.meta_pending = writer.MetaPending;
   walk_.no_group_lengths = writer.NoGroupLengths;
+  walk_.keep_group_lengths = writer.KeepGroupLengths;
   walk_.undefined_lengths = writer.UndefinedLengths;
   walk_.tag_list = writer.TagList;
   walk_.application_id = writer.ApplicationID;

@@ -125,7 +125,8 @@ VX_STATUS Measurer::object(MsgObj& object, TagObj* from, uint32_t last, int dept
 VX_STATUS Measurer::close(MsgObj& object, Group& group) {
   TagObj* attribute = group.attribute;
   group.attribute = nullptr;
-  if (attribute == nullptr) return VX_NORMAL_COMPLETION;
+  if (attribute == nullptr || (walk_.keep_group_lengths && attribute->ValueCount > 0))
+    return VX_NORMAL_COMPLETION;
   const uint32_t value = group.sum < kUndefinedLength ? static_cast<uint32_t>(group.sum) : kUndefinedLength;
   return set_group_length(object, *attribute, value);
 }

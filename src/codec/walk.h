@@ -30,6 +30,7 @@ struct WalkState {
   Encoding next;
   bool meta_pending;
   bool no_group_lengths;
+  bool keep_group_lengths;  // those with a value keep it
   bool undefined_lengths;
   const uint32_t* tag_list;
   int32_t application_id;

@@ -34,6 +34,7 @@ struct StreamWriter {
   bool BeforeDeflate = false;  // deflate begins with the first attribute from kFirstDeflatedTag on
   bool UndefinedLengths = false;
   bool NoGroupLengths = false;
+  bool KeepGroupLengths = false;         // what they count follows in part from elsewhere
   const uint32_t* TagList = nullptr;     // zero-ended
   const int32_t* OffsetTable = nullptr;  // pairs of item id and file offset
   uint32_t OffsetCount = 0;

@@ -255,6 +255,7 @@ VX_STATUS SendMessageFromCallbackToStream(const SesObj& session, PdvWriter& writ
   if (!front.deflated()) {
     StreamWriter stream = stream_writer(session, writer, plan.syntax);
     stream.ConnectionCallback = put_front;
+    stream.KeepGroupLengths = true;
     status = encode_object(stream, message, kFirstDataTag, kLastFrontTag);
   }
   bool last = false;

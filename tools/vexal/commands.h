@@ -12,5 +12,13 @@ extern const Command kModify;
 extern const Command kTemplate;
 extern const Command kLookup;
 extern const Command kConfig;
+extern const Command kEcho;
+extern const Command kStore;
+extern const Command kFind;
+extern const Command kGet;
+extern const Command kMove;
+extern const Command kMpps;
+extern const Command kCommit;
+extern const Command kReceive;
 
 }  // namespace vexal

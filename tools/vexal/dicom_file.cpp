@@ -43,8 +43,8 @@ uint64_t key_of(int32_t id, uint32_t tag) {
   return (static_cast<uint64_t>(static_cast<uint32_t>(id)) << 32) | tag;
 }
 
-// (0002,0010) of a meta group in explicit little endian.
-std::string find_syntax_uid(const char* bytes, std::size_t size, std::size_t position) {
+// The UIDs of a meta group in explicit little endian.
+void find_meta_uids(const char* bytes, std::size_t size, std::size_t position, FileHead& head) {
   while (position + 12 <= size && little16(bytes + position) == 2) {
     const uint32_t element = little16(bytes + position + 2);
     const char* vr = bytes + position + 4;
@@ -52,14 +52,25 @@ std::string find_syntax_uid(const char* bytes, std::size_t size, std::size_t pos
     const std::size_t header = is_long ? 12 : 8;
     const std::size_t length = is_long ? little32(bytes + position + 8) : little16(bytes + position + 6);
     if (length > size - position - header) break;
-    if (element == 0x0010) {
-      std::string uid(bytes + position + header, length);
-      while (!uid.empty() && (uid.back() == '\0' || uid.back() == ' ')) uid.pop_back();
-      return uid;
+    std::string* uid = element == 0x0002   ? &head.sop_class_uid
+                       : element == 0x0003 ? &head.sop_instance_uid
+                       : element == 0x0010 ? &head.syntax_uid
+                                           : nullptr;
+    if (uid != nullptr) {
+      uid->assign(bytes + position + header, length);
+      while (!uid->empty() && (uid->back() == '\0' || uid->back() == ' ')) uid->pop_back();
     }
     position += header + length;
   }
-  return "";
+  if (position + 4 > size || head.syntax_uid == "1.2.840.10008.1.2.1.99" ||
+      head.syntax_uid == "1.2.840.10008.1.2.4.95")
+    return;
+  const bool big = head.syntax_uid == "1.2.840.10008.1.2.2";
+  const auto half = [&](std::size_t at) {
+    const uint32_t value = little16(bytes + at);
+    return big ? __builtin_bswap16(static_cast<uint16_t>(value)) : value;
+  };
+  head.first_tag = (half(position) << 16) | half(position + 2);
 }
 
 // A bare data set starts with a low group: 0008 in nearly all files, 0000 to 0010 otherwise.
@@ -143,12 +154,12 @@ FileHead inspect_head(const char* bytes, std::size_t size) {
   FileHead head;
   head.has_preamble = size >= 132 && std::memcmp(bytes + 128, "DICM", 4) == 0;
   if (head.has_preamble) {
-    head.syntax_uid = find_syntax_uid(bytes, size, 132);
+    find_meta_uids(bytes, size, 132, head);
     return head;
   }
   if (size >= 8 && little16(bytes) == 2 && are_vr_letters(bytes + 4)) {
     head.meta_without_preamble = true;
-    head.syntax_uid = find_syntax_uid(bytes, size, 0);
+    find_meta_uids(bytes, size, 0, head);
     return head;
   }
   head.data_set = guess_data_set(bytes, size);
@@ -159,8 +170,13 @@ DicomFile::DicomFile() : application_(register_application()) {
   for (const uint32_t tag : kBulkTags) VX_Register_Callback_Function(application_, tag, this, value_callback);
 }
 
+void DicomFile::free_object() {
+  if (id_ >= 0) is_file_ ? VX_Free_File(&id_) : VX_Free_Message(&id_);
+  id_ = -1;
+}
+
 DicomFile::~DicomFile() {
-  if (id_ >= 0) VX_Free_File(&id_);
+  free_object();
   VX_Release_Application(&application_);
 }
 
@@ -177,7 +193,7 @@ void DicomFile::note_failure(VX_STATUS status, uint32_t tag, uint64_t offset) {
 VX_STATUS DicomFile::open(const std::string& path, const OpenOptions& options) {
   path_ = path;
   kept_.clear();
-  if (id_ >= 0) VX_Free_File(&id_);
+  free_object();
   problem_ = source_.open(path);
   if (!problem_.empty()) return VX_INVALID_FILE;
   char head_bytes[4096];
@@ -273,6 +289,15 @@ VX_STATUS DicomFile::set_syntax(VX_TRANSFER_SYNTAX syntax) {
     is_file_ = true;
   }
   return VX_Set_Message_Transfer_Syntax(id_, syntax);
+}
+
+VX_STATUS DicomFile::become_message(const char* service, uint16_t command) {
+  if (is_file_) {
+    const VX_STATUS status = VX_File_To_Message(id_);
+    if (status != VX_NORMAL_COMPLETION) return status;
+    is_file_ = false;
+  }
+  return VX_Set_Service_Command(id_, service, command);
 }
 
 VX_STATUS DicomFile::value_callback(int32_t id, uint32_t tag, void* user, VX_CALLBACK_REQUEST request,

@@ -33,6 +33,16 @@ mode_t creation_mask() {
   return mask;
 }
 
+// The new name of a file, made to last.
+std::string sync_folder(const std::string& path) {
+  const std::string folder = std::filesystem::path(path).parent_path().string();
+  const int fd = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return system_text("can not open the folder", errno);
+  const int error = ::fsync(fd) != 0 ? errno : 0;
+  ::close(fd);
+  return error != 0 ? system_text("can not write the folder", error) : "";
+}
+
 }  // namespace
 
 FileSource::~FileSource() {
@@ -133,11 +143,18 @@ VX_STATUS FileSource::message_input(int32_t, void* user, int32_t, uint32_t* size
 }
 
 FileSink::~FileSink() {
+  drop();
+}
+
+void FileSink::drop() {
   if (fd_ >= 0) ::close(fd_);
+  fd_ = -1;
   if (!temporary_.empty()) ::unlink(temporary_.c_str());
+  temporary_.clear();
 }
 
 std::string FileSink::open(const std::string& path) {
+  drop();
   path_ = path;
   std::string name = path + ".XXXXXX";
   fd_ = ::mkostemp(name.data(), O_CLOEXEC);
@@ -187,8 +204,14 @@ bool FileSink::write(const void* data, std::size_t length) {
   return true;
 }
 
-std::string FileSink::commit() {
+std::string FileSink::place(
+    const std::function<std::string(const std::string& temporary, std::string& final_path)>& choose) {
+  return flush() ? choose(temporary_, path_) : system_text("can not write", error_);
+}
+
+std::string FileSink::commit(bool durable) {
   if (!flush()) return system_text("can not write", error_);
+  if (durable && ::fsync(fd_) != 0) return system_text("can not write", errno);
   if (::close(fd_) != 0) {
     fd_ = -1;
     return system_text("can not write", errno);
@@ -196,7 +219,7 @@ std::string FileSink::commit() {
   fd_ = -1;
   if (::rename(temporary_.c_str(), path_.c_str()) != 0) return system_text("can not replace it", errno);
   temporary_.clear();
-  return "";
+  return durable ? sync_folder(path_) : "";
 }
 
 VX_STATUS FileSink::file_output(const char*, void* user, uint32_t size, void* data, int32_t, int32_t) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -71,8 +72,15 @@ class FileSink {
   FileSink& operator=(const FileSink&) = delete;
 
   std::string open(const std::string& path);  // an error text, empty on success
-  std::string commit();
+  // With `durable`, the file and its name are on the disk when it returns.
+  std::string commit(bool durable = false);
+  void drop();  // without commit; a new open follows, or nothing
   bool write(const void* data, std::size_t length);
+  const std::string& path() const { return path_; }
+  // Chooses the final name when the content is there: `choose` gets the temporary name and gives the final
+  // one, or an error text. Both lie in one file system.
+  std::string place(
+      const std::function<std::string(const std::string& temporary, std::string& final_path)>& choose);
   static VX_STATUS file_output(const char* name, void* user, uint32_t size, void* data, int32_t first,
                                int32_t last);
 
@@ -119,6 +127,8 @@ class DicomFile {
   // Hands a kept value out in its file's byte order, piece by piece; false on a read error or a refusal.
   bool read_kept(const KeptValue& value, bool (*take)(void* context, const char* data, std::size_t size),
                  void* context);
+  // The object becomes a message of this service and command, without meta group.
+  VX_STATUS become_message(const char* service, uint16_t command);
   // The file object becomes writable under another syntax.
   VX_STATUS set_syntax(VX_TRANSFER_SYNTAX syntax);
 
@@ -132,6 +142,7 @@ class DicomFile {
     bool encapsulated = false;
     bool delimiter_missing = false;  // the file ends inside the value
   };
+  void free_object();
   VX_STATUS open_file(const OpenOptions& options);
   void find_syntax(VX_TRANSFER_SYNTAX guess);
   VX_STATUS open_data_set(VX_TRANSFER_SYNTAX syntax, const OpenOptions& options);
@@ -162,6 +173,9 @@ struct FileHead {
   bool meta_without_preamble = false;
   VX_TRANSFER_SYNTAX data_set = 0;  // guessed syntax of a bare data set, 0 for none
   std::string syntax_uid;           // (0002,0010), if found
+  std::string sop_class_uid;        // (0002,0002), likewise
+  std::string sop_instance_uid;     // (0002,0003)
+  uint32_t first_tag = 0;           // behind the meta group, if it is seen and not deflated
 };
 FileHead inspect_head(const char* bytes, std::size_t size);
 

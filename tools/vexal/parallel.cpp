@@ -16,35 +16,6 @@ using Clock = std::chrono::steady_clock;
 
 // Finished results wait for their turn; workers that run far ahead of the printer wait, so that memory is
 // bounded.
-class Progress {
- public:
-  explicit Progress(std::size_t total)
-      : total_(total),
-        start_(Clock::now()),
-        terminal_(::isatty(STDERR_FILENO) != 0 && ::isatty(STDOUT_FILENO) == 0) {}
-  void step(std::size_t done) {
-    const auto now = Clock::now();
-    if (!terminal_ || now - start_ < std::chrono::seconds(1) || now - shown_ < std::chrono::milliseconds(200))
-      return;
-    shown_ = now;
-    const double seconds = std::chrono::duration<double>(now - start_).count();
-    const double rate = static_cast<double>(done) / seconds;
-    std::fprintf(stderr, "\r%zu of %zu files, %.0f a second, %.0f s left ", done, total_, rate,
-                 static_cast<double>(total_ - done) / std::max(rate, 1e-9));
-    drawn_ = true;
-  }
-  void end() const {
-    if (drawn_) std::fprintf(stderr, "\r%60s\r", "");
-  }
-
- private:
-  std::size_t total_;
-  Clock::time_point start_;
-  Clock::time_point shown_{};
-  bool terminal_;
-  bool drawn_ = false;
-};
-
 class OrderedRun {
  public:
   OrderedRun(const std::vector<std::string>& files, const std::function<FileResult(const std::string&)>& work)
@@ -100,6 +71,27 @@ class OrderedRun {
 };
 
 }  // namespace
+
+Progress::Progress(std::size_t total)
+    : total_(total),
+      start_(Clock::now()),
+      terminal_(::isatty(STDERR_FILENO) != 0 && ::isatty(STDOUT_FILENO) == 0) {}
+
+void Progress::step(std::size_t done) {
+  const auto now = Clock::now();
+  if (!terminal_ || now - start_ < std::chrono::seconds(1) || now - shown_ < std::chrono::milliseconds(200))
+    return;
+  shown_ = now;
+  const double seconds = std::chrono::duration<double>(now - start_).count();
+  const double rate = static_cast<double>(done) / seconds;
+  std::fprintf(stderr, "\r%zu of %zu files, %.0f a second, %.0f s left ", done, total_, rate,
+               static_cast<double>(total_ - done) / std::max(rate, 1e-9));
+  drawn_ = true;
+}
+
+void Progress::end() const {
+  if (drawn_) std::fprintf(stderr, "\r%60s\r", "");
+}
 
 unsigned default_threads() {
   return std::max(1U, std::thread::hardware_concurrency());

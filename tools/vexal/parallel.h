@@ -1,11 +1,28 @@
 // Work on many files at once, results in the order of the files.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace vexal {
+
+// A line on standard error that tells how far a long work is, once it takes longer than a second. Silent
+// where that is no terminal.
+class Progress {
+ public:
+  explicit Progress(std::size_t total);
+  void step(std::size_t done);
+  void end() const;  // takes the line away
+
+ private:
+  std::size_t total_;
+  std::chrono::steady_clock::time_point start_;
+  std::chrono::steady_clock::time_point shown_{};
+  bool terminal_;
+  bool drawn_ = false;
+};
 
 struct FileResult {
   std::string output;  // for standard output

@@ -1,0 +1,379 @@
+#!/usr/bin/env python3
+"""vexal and the network programs of others, as client and as server, over loopback.
+
+usage: network.py VEXAL SAMPLES
+Verification, storage, query, retrieval, worklist and TLS; data sets have to arrive byte for byte. Exit 77 (skipped)
+where dcmtk or the samples are missing.
+"""
+import json
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+
+VEXAL, SAMPLES = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
+if shutil.which("storescp") is None or not os.path.isdir(SAMPLES):
+    print("dcmtk or the samples are missing: skipped")
+    sys.exit(77)
+
+failures = []
+checks = 0
+os.environ.pop("VEXAL_INI", None)
+os.environ["TCP_NODELAY"] = "1"
+
+
+def check(good, text):
+    global checks
+    checks += 1
+    if not good:
+        failures.append(text)
+        print("FAIL", text, flush=True)
+
+
+def run(*command, timeout=120):
+    return subprocess.run([str(c) for c in command], capture_output=True, timeout=timeout)
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class Server:
+    """A program that listens on a port, for the length of a with block."""
+
+    def __init__(self, command, port, folder=None):
+        self.command, self.port, self.folder = [str(c) for c in command], port, folder
+
+    def __enter__(self):
+        self.process = subprocess.Popen(self.command, cwd=self.folder, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        for _ in range(200):
+            try:
+                socket.create_connection(("127.0.0.1", self.port), timeout=1).close()
+                return self
+            except OSError:
+                time.sleep(0.05)
+        raise RuntimeError("does not listen: " + " ".join(self.command))
+
+    def __exit__(self, *_):
+        self.process.send_signal(signal.SIGTERM)
+        try:
+            self.process.communicate(timeout=15)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            check(False, "does not end on SIGTERM: " + self.command[0])
+
+
+def data_set(path):
+    """The bytes behind the meta group."""
+    with open(path, "rb") as file:
+        content = file.read()
+    if content[128:132] != b"DICM":
+        return content
+    length = int.from_bytes(content[140:144], "little")  # (0002,0000) comes first
+    return content[144 + length:]
+
+
+def meta_text(path, element):
+    with open(path, "rb") as file:
+        content = file.read(4096)
+    at, end = 144, 144 + int.from_bytes(content[140:144], "little")
+    while at < end:
+        number = int.from_bytes(content[at + 2:at + 4], "little")
+        long = content[at + 4:at + 6] in (b"OB", b"UN")
+        head = 12 if long else 8
+        length = int.from_bytes(content[at + 8:at + 12] if long else content[at + 6:at + 8], "little")
+        if number == element:
+            return content[at + head:at + head + length].strip(b"\0 ").decode("latin-1")
+        at += head + length
+    return ""
+
+
+def valid_samples():
+    """One file for each instance: valid, with preamble and meta group, of a class that is stored."""
+    seen = {}
+    with open(os.path.join(SAMPLES, "README.md"), encoding="utf-8") as readme:
+        for line in readme:
+            cells = line.rstrip("\n").split("\t")
+            path = os.path.join(SAMPLES, cells[0])
+            if len(cells) < 7 or not cells[-1].startswith("valid") or not os.path.isfile(path):
+                continue
+            with open(path, "rb") as file:
+                head = file.read(140)
+            if head[128:132] != b"DICM" or head[132:136] != b"\x02\0\0\0":
+                continue
+            instance, sop_class = meta_text(path, 3), meta_text(path, 2)
+            if os.path.basename(path).startswith("query-") or "unknown-ts" in path:
+                continue
+            if instance and sop_class and sop_class != "1.2.840.10008.1.3.10" and os.path.getsize(path) % 2 == 0:
+                seen.setdefault(instance, path)
+    return seen
+
+
+def arrived(folder):
+    """Files by instance."""
+    found = {}
+    for root, _, names in os.walk(folder):
+        for name in names:
+            path = os.path.join(root, name)
+            found[meta_text(path, 3)] = path
+    return found
+
+
+def content(path):
+    """What vexal lists of the data set, without padding; other programs may take private values for UN, so none of these."""
+    return standard(json.loads(run(VEXAL, "dump", "--json", path).stdout)["elements"])
+
+
+def standard(elements):
+    return [(e["tag"], values(e)) for e in elements if e["tag"] > "0003" and int(e["tag"][3], 16) % 2 == 0 and
+            not e["tag"].endswith("0000") and e["tag"] != "FFFCFFFC"]
+
+
+def values(element):
+    if "items" in element:
+        return [standard(item) for item in element["items"]]
+    if "value" in element:
+        return [(v.strip(" \0") or None) if isinstance(v, str) else v for v in element["value"]]
+    return element.get("hex")
+
+
+def same_files(samples, folder, title):
+    """Byte for byte; where an unusual start was written anew, in content."""
+    found = arrived(folder)
+    anew = 0
+    for instance, path in samples.items():
+        name = os.path.relpath(path, SAMPLES)
+        if instance not in found:
+            check(False, "%s: %s did not arrive" % (title, name))
+        elif data_set(found[instance]) != data_set(path):
+            anew += 1
+            check(content(found[instance]) == content(path), "%s: %s arrived with other content" % (title, name))
+    check(anew * 10 <= len(samples), "%s: %d of %d with other bytes" % (title, anew, len(samples)))
+
+
+def verification(folder):
+    port = free_port()
+    with Server([VEXAL, "receive", port, "--dir", folder], port):
+        result = run("echoscu", "-aec", "VEXAL", "localhost", port)
+        check(result.returncode == 0, "echoscu to vexal: " + result.stderr.decode())
+        result = run(VEXAL, "echo", "localhost", port, "--count", 100)
+        check(result.returncode == 0, "vexal echo to vexal: " + result.stderr.decode())
+    port = free_port()
+    with Server(["storescp", port], port, folder):
+        result = run(VEXAL, "echo", "localhost", port)
+        check(result.returncode == 0, "vexal echo to storescp: " + result.stderr.decode())
+    check(run(VEXAL, "echo", "localhost", free_port()).returncode == 3, "vexal echo to nobody")
+
+
+PEER_SYNTAXES = {
+    "1.2.840.10008.1.2": "-xi", "1.2.840.10008.1.2.1": "-xe", "1.2.840.10008.1.2.2": "-xb", "1.2.840.10008.1.2.1.99": "-xd",
+    "1.2.840.10008.1.2.4.50": "-xy", "1.2.840.10008.1.2.4.51": "-xx", "1.2.840.10008.1.2.4.70": "-xs",
+    "1.2.840.10008.1.2.4.80": "-xt", "1.2.840.10008.1.2.4.81": "-xu", "1.2.840.10008.1.2.4.90": "-xv",
+    "1.2.840.10008.1.2.4.91": "-xw", "1.2.840.10008.1.2.5": "-xr"}
+
+
+def storage(folder):
+    samples = valid_samples()
+    sent = {}
+    everything = {i: p for i, p in samples.items() if run_lookup(meta_text(p, 2))}
+    known = dict(everything)
+    # Ours to theirs: storescp takes every syntax, and keeps the bytes as they came.
+    out = os.path.join(folder, "theirs")
+    os.mkdir(out)
+    port = free_port()
+    with Server(["storescp", "+xa", "+B", "-od", out, port], port):
+        result = run(VEXAL, "store", "localhost", port, "--no-convert", "--json", *known.values())
+        for line in result.stdout.decode().splitlines():
+            if '"stored":false' not in line:
+                continue
+            outcome = json.loads(line)
+            # Classes and syntaxes that this peer does not have.
+            if outcome["problem"].startswith("the peer takes no"):
+                del known[outcome["instance"]]
+            else:
+                check(False, "vexal store to storescp: " + line)
+    print("%d of %d objects fit storescp" % (len(known), len(everything)))
+    same_files(known, out, "vexal store to storescp")
+    known = everything
+    # Theirs to ours: storescu encodes each data set anew, in the syntax of the file.
+    out = os.path.join(folder, "ours")
+    port = free_port()
+    with Server([VEXAL, "receive", port, "--dir", out], port):
+        for syntax, option in PEER_SYNTAXES.items():
+            group = {i: p for i, p in known.items() if meta_text(p, 0x10) == syntax}
+            if group:
+                run("storescu", "-R", "-nh", option, "-aec", "VEXAL", "localhost", port, *group.values())
+                sent.update(group)
+    taken = arrived(out)
+    sent = {i: p for i, p in sent.items() if i in taken and meta_text(taken[i], 0x10) == meta_text(p, 0x10)}
+    check(len(sent) >= 60, "storescu to vexal receive: only %d arrived in their own syntax" % len(sent))
+    for instance, path in sent.items():
+        check(content(taken[instance]) == content(path), "storescu to vexal receive: " + path)
+    # Ours to ours, four associations, a window of eight.
+    out = os.path.join(folder, "both")
+    port = free_port()
+    with Server([VEXAL, "receive", port, "--dir", out, "--tree"], port):
+        result = run(VEXAL, "store", "localhost", port, "--associations", 4, "--window", 8, *known.values())
+        check(result.returncode == 0, "vexal store to vexal receive: " + result.stderr.decode()[-2000:])
+    same_files(known, out, "vexal store to vexal receive")
+
+
+def run_lookup(uid):
+    """Whether the library knows a service for this class."""
+    return run(VEXAL, "lookup", uid).returncode == 0 and b"service" in run(VEXAL, "lookup", uid).stdout
+
+
+ARCHIVE = """NetworkTCPPort = {port}
+MaxPDUSize = 16384
+MaxAssociations = 16
+HostTable BEGIN
+receiver = (RECEIVER, localhost, {receiver})
+HostTable END
+VendorTable BEGIN
+VendorTable END
+AETable BEGIN
+ARCHIVE {folder} RW (200, 1024mb) ANY
+AETable END
+"""
+
+
+def queries(folder):
+    samples = {i: p for i, p in valid_samples().items() if meta_text(p, 0x10) in ("1.2.840.10008.1.2", "1.2.840.10008.1.2.1")
+               and meta_text(p, 2) in ("1.2.840.10008.5.1.4.1.1.2", "1.2.840.10008.5.1.4.1.1.4", "1.2.840.10008.5.1.4.1.1.7")}
+    base = os.path.join(folder, "archive")
+    os.mkdir(base)
+    port, receiver = free_port(), free_port()
+    config = os.path.join(folder, "archive.cfg")
+    with open(config, "w", encoding="ascii") as file:
+        file.write(ARCHIVE.format(port=port, receiver=receiver, folder=base))
+    archive = ("localhost", port, "--aec", "ARCHIVE")
+    with Server(["dcmqrscp", "-c", config, "+xe"], port):
+        result = run(VEXAL, "store", *archive, *samples.values())
+        # This archive turns down what has no study.
+        check(result.returncode in (0, 1), "vexal store to dcmqrscp: " + result.stderr.decode()[-2000:])
+        ours = run(VEXAL, "find", *archive, "--level", "study", "--json")
+        check(ours.returncode == 0, "vexal find: " + ours.stderr.decode())
+        studies = {line for line in ours.stdout.decode().splitlines()}
+        theirs = run("findscu", "-S", "-aec", "ARCHIVE", "-k", "QueryRetrieveLevel=STUDY", "-k", "StudyInstanceUID", "localhost", port)
+        count = theirs.stderr.decode().count("(0020,000d)") or theirs.stdout.decode().count("(0020,000d)")
+        check(len(studies) == count > 0, "vexal find: %d studies, findscu %d" % (len(studies), count))
+        # All of one study, both ways.
+        uid = json.loads(sorted(studies)[0])["StudyInstanceUID"]
+        images = run(VEXAL, "find", *archive, "--level", "image", "-k", "StudyInstanceUID=" + uid, "--json").stdout.decode()
+        images = {json.loads(line)["SOPInstanceUID"] for line in images.splitlines()}
+        wanted = {i: samples[i] for i in images if i in samples}
+        check(len(wanted) > 0, "vexal find at image level")
+        out = os.path.join(folder, "got")
+        result = run(VEXAL, "get", *archive, "--level", "study", "-k", "StudyInstanceUID=" + uid, "--dir", out)
+        check(result.returncode == 0, "vexal get: " + result.stderr.decode())
+        check(set(arrived(out)) == images, "vexal get: other instances than the archive has")
+        out = os.path.join(folder, "moved")
+        with Server([VEXAL, "receive", receiver, "--dir", out, "--aet", "RECEIVER"], receiver):
+            result = run(VEXAL, "move", *archive, "--to", "RECEIVER", "--level", "study", "-k", "StudyInstanceUID=" + uid)
+            check(result.returncode == 0, "vexal move: " + result.stderr.decode())
+        check(set(arrived(out)) == images, "vexal move: other instances than the archive has")
+        result = run(VEXAL, "move", *archive, "--to", "NOBODY", "--level", "study", "-k", "StudyInstanceUID=" + uid)
+        check(result.returncode == 3 and b"0xA801" in result.stderr, "vexal move to an unknown node: " + result.stderr.decode())
+        limited = run(VEXAL, "find", *archive, "--level", "study", "--json", "--limit", 1)
+        check(len(limited.stdout.splitlines()) == 1, "vexal find --limit")
+
+
+WORKLIST = """(0008,0050) SH [A{n}]
+(0010,0010) PN [TEST^WORK{n}]
+(0010,0020) LO [P{n}]
+(0020,000d) UI [1.2.3.4.{n}]
+(0032,1060) LO [PROCEDURE {n}]
+(0040,0100) SQ
+(fffe,e000) -
+(0008,0060) CS [{modality}]
+(0040,0001) AE [STATION]
+(0040,0002) DA [20240{n}01]
+(0040,0003) TM [0{n}3000]
+(0040,0007) LO [STEP {n}]
+(0040,0009) SH [S{n}]
+(fffe,e00d) -
+(fffe,e0dd) -
+(0040,1001) SH [R{n}]
+"""
+
+
+def worklist(folder):
+    base = os.path.join(folder, "worklists")
+    os.makedirs(os.path.join(base, "WORKLIST"))
+    open(os.path.join(base, "WORKLIST", "lockfile"), "w", encoding="ascii").close()
+    for n in range(1, 5):
+        text = os.path.join(folder, "entry.txt")
+        with open(text, "w", encoding="ascii") as file:
+            file.write(WORKLIST.format(n=n, modality="CT" if n < 4 else "MR"))
+        run("dump2dcm", text, os.path.join(base, "WORKLIST", "entry%d.wl" % n))
+    port = free_port()
+    with Server(["wlmscpfs", "-dfp", base, port], port):
+        result = run(VEXAL, "find", "localhost", port, "--aec", "WORKLIST", "--level", "worklist", "--json",
+                     "-k", "ScheduledProcedureStepSequence[0].Modality=CT")
+        lines = result.stdout.decode().splitlines()
+        check(result.returncode == 0 and len(lines) == 3 and all("STEP" in line for line in lines),
+              "vexal find --level worklist: " + result.stdout.decode() + result.stderr.decode())
+
+
+def make_certificates(folder):
+    """An authority, a certificate for localhost under it, and one that stands alone."""
+    def openssl(*words):
+        subprocess.run(["openssl", *words], cwd=folder, check=True, capture_output=True)
+    openssl("req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=Authority", "-keyout", "ca.key", "-out", "ca.pem")
+    openssl("req", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=localhost", "-keyout", "node.key", "-out", "node.csr")
+    with open(os.path.join(folder, "extension.cnf"), "w", encoding="ascii") as file:
+        file.write("subjectAltName=DNS:localhost,IP:127.0.0.1\n")
+    openssl("x509", "-req", "-in", "node.csr", "-CA", "ca.pem", "-CAkey", "ca.key", "-CAcreateserial", "-days", "2", "-extfile",
+            "extension.cnf", "-out", "node.pem")
+    openssl("req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=localhost", "-keyout", "bad.key", "-out", "bad.pem")
+    return {n: os.path.join(folder, n) for n in ("ca.pem", "node.pem", "node.key", "bad.pem", "bad.key")}
+
+
+def tls(folder):
+    if shutil.which("openssl") is None:
+        print("openssl is missing: TLS left out")
+        return
+    files = make_certificates(folder)
+    sample = next(iter(valid_samples().values()))
+    good = ["--tls", "--tls-cert", files["node.pem"], "--tls-key", files["node.key"], "--tls-ca", files["ca.pem"]]
+    bad = ["--tls", "--tls-cert", files["bad.pem"], "--tls-key", files["bad.key"], "--tls-ca", files["ca.pem"]]
+    port = free_port()
+    out = os.path.join(folder, "tls")
+    with Server([VEXAL, "receive", port, "--dir", out, *good], port):
+        check(run(VEXAL, "echo", "localhost", port, *good).returncode == 0, "vexal echo over TLS")
+        check(run(VEXAL, "echo", "localhost", port, *good, "--tls-profile", "bcp195-strict").returncode == 0, "strict TLS")
+        check(run(VEXAL, "store", "localhost", port, *good, sample).returncode == 0, "vexal store over TLS")
+        check(run("echoscu", "+tls", files["node.key"], files["node.pem"], "+cf", files["ca.pem"], "localhost", port).returncode == 0,
+              "echoscu over TLS to vexal")
+        check(run(VEXAL, "echo", "localhost", port, *bad).returncode == 3, "a certificate of nobody is refused by the acceptor")
+        check(run(VEXAL, "echo", "localhost", port).returncode == 3, "plain to TLS")
+    check(len(arrived(out)) == 1, "one object over TLS")
+    port = free_port()
+    with Server([VEXAL, "receive", port, "--dir", out, *bad], port):
+        check(run(VEXAL, "echo", "localhost", port, *good).returncode == 3, "a certificate of nobody is refused by the requester")
+    port = free_port()
+    with Server(["storescp", "+tls", files["node.key"], files["node.pem"], "+cf", files["ca.pem"], port], port, folder):
+        result = run(VEXAL, "store", "localhost", port, *good, sample)
+        check(result.returncode == 0, "vexal store over TLS to storescp: " + result.stderr.decode())
+
+
+def main():
+    for part in (verification, storage, queries, worklist, tls):
+        with tempfile.TemporaryDirectory() as folder:
+            start = time.time()
+            try:
+                part(folder)
+            except Exception as error:  # a peer that can not be started is a failure of this check alone
+                check(False, "%s: %r" % (part.__name__, error))
+            print("%-14s %5.1f s" % (part.__name__, time.time() - start), flush=True)
+    print("%d checks, %d failures" % (checks, len(failures)))
+    return 1 if failures else 0
+
+
+sys.exit(main())

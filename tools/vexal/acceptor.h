@@ -1,0 +1,77 @@
+// The accepting side of the program: one thread takes connections, others serve associations.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "args.h"
+#include "tls.h"
+#include "vexalkit.h"
+
+namespace vexal {
+
+// Rows of an option table.
+#define VEXAL_ACCEPTOR_OPTIONS                                                                        \
+  {"--aet", "TITLE", "own application entity title (default VEXAL)"},                                 \
+      {"--address", "ADDRESS", "listen on this address only"},                                        \
+      {"--strict", nullptr, "turn away peers that call another title than --aet"},                    \
+      {"--allow", "TITLE", "take associations from this calling title only; may be repeated"},        \
+      {"--max-associations", "N", "associations served at once; more wait (default 64)"},             \
+      {"--idle", "S", "seconds without a message after which an association is ended (default 300)"}, \
+      {"--timeout", "S", "seconds to wait for a request, and within a message (default 30)"},         \
+      VEXAL_TLS_OPTIONS
+
+// Who is at the other end, as the negotiation told.
+struct Caller {
+  std::string calling_title;
+  std::string called_title;
+  std::string address;
+};
+
+class Acceptor {
+ public:
+  // Serves one association that stands, from its first message to its end, by way of serve_messages() or of
+  // its own. Runs on many threads at once.
+  using Handler = std::function<void(int32_t association, const Caller& caller)>;
+
+  // Reads the options and sets the library up; PORT is the first path. False after a line on standard error.
+  bool read(const Args& args);
+  // Serves until a signal (INT, TERM) asks for an end; associations under way get to the end of their
+  // message. The exit code.
+  int run(const std::string& service_list, const Handler& handler);
+
+  int32_t port() const { return port_; }
+  int32_t timeout() const { return timeout_; }
+  const std::string& title() const { return title_; }
+  int32_t application() const { return application_; }
+  // An end was asked for.
+  bool stopping() const { return stopping_.load(std::memory_order_relaxed); }
+
+  // Hands each message of an association to `take` until the peer releases it, falls silent or the program
+  // stops. The message arrives as its command group alone, with the data set still on the network; `take`
+  // reads that, answers, and frees the message. False from `take` ends the association.
+  using Taker =
+      std::function<bool(int32_t association, int32_t message, const char* service, uint16_t command)>;
+  void serve_messages(int32_t association, const Taker& take) const;
+
+ private:
+  void serve_socket(int32_t socket, const std::string& service_list, const Handler& handler);
+  bool is_welcome(int32_t association, Caller& caller) const;
+
+  int32_t port_ = 0;
+  int32_t timeout_ = 30;
+  int32_t idle_ = 300;
+  std::size_t most_ = 64;
+  std::string title_;
+  std::string address_;
+  std::vector<std::string> allowed_;
+  bool strict_ = false;
+  Tls tls_;
+  int32_t application_ = -1;
+  std::atomic<bool> stopping_{false};
+};
+
+}  // namespace vexal

@@ -1,0 +1,179 @@
+// vexal find: what does an archive or a worklist server know?
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+
+#include "commands.h"
+#include "files.h"
+#include "json.h"
+#include "network.h"
+#include "query.h"
+#include "session.h"
+#include "write_options.h"
+
+namespace vexal {
+namespace {
+
+constexpr Option kOptions[] = {
+    VEXAL_QUERY_OPTIONS,
+    {"--limit", "N", "cancel after this many answers"},
+    {"--json", nullptr, "one line of JSON an answer"},
+    {"--out", "DIR", "write each answer as a DICOM file into this folder"},
+    VEXAL_PEER_OPTIONS,
+};
+
+// Columns as wide as their longest cell.
+void print_table(const std::vector<QueryKey>& keys, const std::vector<std::vector<std::string>>& rows) {
+  constexpr std::size_t kWidest = 64;
+  std::vector<std::size_t> widths;
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    // The last step of a path is its name.
+    std::size_t width = keys[i].text.size() - (keys[i].text.rfind('.') + 1);
+    for (const auto& row : rows) width = std::max(width, row[i].size());
+    widths.push_back(std::min(width, kWidest));
+  }
+  const auto print_cell = [&](std::size_t i, std::string cell) {
+    if (cell.size() > kWidest) cell = cell.substr(0, kWidest - 3) + "...";
+    if (i + 1 == keys.size()) {
+      std::printf("%s\n", cell.c_str());
+    } else {
+      std::printf("%-*s  ", static_cast<int>(widths[i]), cell.c_str());
+    }
+  };
+  for (std::size_t i = 0; i < keys.size(); ++i)
+    print_cell(i, keys[i].text.substr(keys[i].text.rfind('.') + 1));
+  for (const auto& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) print_cell(i, row[i]);
+  }
+}
+
+void print_json(const std::vector<QueryKey>& keys, const std::vector<std::string>& row) {
+  std::string line = "{";
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    if (i != 0) line += ',';
+    append_json(line, keys[i].text);
+    line += ':';
+    append_json(line, row[i]);
+  }
+  std::printf("%s}\n", line.c_str());
+}
+
+// The identifier of an answer as a file. An error text, empty on success.
+std::string write_answer(Message& answer, const std::string& path) {
+  VX_Delete_Range(answer.id, 0, 0x0000FFFF);
+  VX_STATUS status = VX_Message_To_File(answer.id, path.c_str());
+  if (status == VX_NORMAL_COMPLETION)
+    status = VX_Set_Message_Transfer_Syntax(answer.id, EXPLICIT_LITTLE_ENDIAN);
+  FileSink sink;
+  std::string error = sink.open(path);
+  if (!error.empty()) return error;
+  if (status == VX_NORMAL_COMPLETION) status = VX_Write_File(answer.id, 0, &sink, FileSink::file_output);
+  error = status == VX_NORMAL_COMPLETION ? sink.commit() : VX_Error_Message(status);
+  VX_Free_File(&answer.id);
+  return error;
+}
+
+struct Results {
+  const Args& args;
+  const std::vector<QueryKey>& keys;
+  std::vector<std::vector<std::string>> rows;
+  std::size_t count = 0;
+  bool failed = false;
+
+  void take(Message& answer) {
+    ++count;
+    std::vector<std::string> row;
+    for (const QueryKey& key : keys) row.push_back(values_at(answer.id, key.path));
+    if (args.has("--json")) {
+      print_json(keys, row);
+    } else if (!args.has("--out")) {
+      rows.push_back(std::move(row));
+    }
+    if (!args.has("--out")) return;
+    char name[32];
+    std::snprintf(name, sizeof name, "/answer%05zu.dcm", count);
+    const std::string path = args.get("--out") + name;
+    const std::string error = write_answer(answer, path);
+    if (error.empty()) return;
+    report(path, error);
+    failed = true;
+  }
+};
+
+// The answers to the request, one after the other. An error text, empty on success.
+std::string read_answers(Association& association, const Peer& peer, long limit, Results& results) {
+  bool cancelled = false;
+  for (;;) {
+    Message answer;
+    const char* service = nullptr;
+    uint16_t command = 0;
+    const VX_STATUS status =
+        association.check(VX_Read_Message(association.id(), peer.timeout, &answer.id, &service, &command));
+    if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
+    if (command != C_FIND_RSP) continue;
+    const uint16_t code = answer.status();
+    if (!is_pending(code)) return code == 0 || (cancelled && code == 0xFE00) ? "" : describe_answer(answer);
+    if (cancelled) continue;
+    const std::string name = service;
+    results.take(answer);
+    if (limit == 0 || results.count < static_cast<std::size_t>(limit)) continue;
+    Message cancel;
+    if (cancel.make(name.c_str(), C_CANCEL_RQ) == VX_NORMAL_COMPLETION)
+      VX_Send_Request_Message(association.id(), cancel.id);
+    cancelled = true;
+  }
+}
+
+int run(const Args& args) {
+  Peer peer;
+  Query query;
+  long limit = 0;
+  if (!peer.read(args) || !query.read(args, QueryKind::Find) || !args.number("--limit", 1, 100000000, limit))
+    return kUsage;
+  if (args.has("--out")) {
+    std::error_code error;
+    std::filesystem::create_directories(args.get("--out"), error);
+    if (error) {
+      complain("--out %s: %s", args.get("--out").c_str(), error.message().c_str());
+      return kUsage;
+    }
+  }
+  Message request;
+  ServiceListName list;
+  std::vector<std::string> unknown;
+  if (!query.fill(request, C_FIND_RQ) ||
+      !list.make({{query.sop_class(), {EXPLICIT_LITTLE_ENDIAN, IMPLICIT_LITTLE_ENDIAN}}}, 1, unknown)) {
+    return kUsage;
+  }
+  Association association;
+  VX_STATUS status = association.open(peer, list);
+  if (status == VX_NORMAL_COMPLETION)
+    status = association.check(VX_Send_Request_Message(association.id(), request.id));
+  if (status != VX_NORMAL_COMPLETION) {
+    complain("%s:%d: %s", peer.host.c_str(), peer.port, VX_Error_Message(status));
+    return kNetwork;
+  }
+  Results results{args, query.keys(), {}};
+  const std::string error = read_answers(association, peer, limit, results);
+  association.close();
+  if (!args.has("--json") && !results.rows.empty()) print_table(query.keys(), results.rows);
+  if (!args.has("--json")) std::fprintf(stderr, "%zu found\n", results.count);
+  if (!error.empty()) {
+    complain("%s:%d: %s", peer.host.c_str(), peer.port, error.c_str());
+    return kNetwork;
+  }
+  return results.failed ? kUsage : kSuccess;
+}
+
+}  // namespace
+
+const Command kFind = {"find",
+                       "HOST PORT --level LEVEL [-k KEY[=VALUE]...] [OPTION...]",
+                       "query an archive or a worklist server (C-FIND)",
+                       "Keys with a value are matched, with wildcards * and ? and ranges such as\n"
+                       "StudyDate=20240101-20240131; the others come back as columns. --level worklist\n"
+                       "queries a modality worklist: -k 'ScheduledProcedureStepSequence[0].Modality=CT'.",
+                       kOptions,
+                       run};
+
+}  // namespace vexal

@@ -1,0 +1,250 @@
+// vexal get and vexal move: have an archive send what a query names, here or to another node.
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "commands.h"
+#include "json.h"
+#include "network.h"
+#include "query.h"
+#include "session.h"
+#include "storage.h"
+
+namespace vexal {
+namespace {
+
+constexpr Option kGetOptions[] = {
+    VEXAL_QUERY_OPTIONS,
+    {"--dir", "DIR", "folder for the files (default: this one)"},
+    {"--tree", nullptr, "folders by study and series below it"},
+    {"--class", "CLASS",
+     "a storage class to take, by service name or UID; may be repeated (default: all that fit)"},
+    {"--json", nullptr, "the result as JSON"},
+    VEXAL_PEER_OPTIONS,
+};
+
+constexpr Option kMoveOptions[] = {
+    VEXAL_QUERY_OPTIONS,
+    {"--to", "TITLE", "where the objects go: the title of a node that the archive knows"},
+    {"--json", nullptr, "the result as JSON"},
+    VEXAL_PEER_OPTIONS,
+};
+
+constexpr std::size_t kMostContexts = 128;
+
+// Compressed syntaxes that archives keep; a context has room for no more than 26.
+const std::vector<VX_TRANSFER_SYNTAX> kRetrieveSyntaxes = {EXPLICIT_LITTLE_ENDIAN,
+                                                           IMPLICIT_LITTLE_ENDIAN,
+                                                           DEFLATED_EXPLICIT_LITTLE_ENDIAN,
+                                                           JPEG_BASELINE,
+                                                           JPEG_EXTENDED_2_4,
+                                                           JPEG_LOSSLESS_NON_HIER_14,
+                                                           JPEG_LOSSLESS_HIER_14,
+                                                           JPEG_LS_LOSSLESS,
+                                                           JPEG_LS_LOSSY,
+                                                           JPEG_2000_LOSSLESS_ONLY,
+                                                           JPEG_2000,
+                                                           RLE,
+                                                           MPEG2_MPML,
+                                                           MPEG2_MPHL,
+                                                           MPEG4_AVC_H264_HP_LEVEL_4_1};
+
+struct Tally {
+  uint32_t remaining = 0;
+  uint32_t completed = 0;
+  uint32_t failed = 0;
+  uint32_t warning = 0;
+  uint16_t status = 0xFFFF;
+  std::string text;  // of the final status
+};
+
+// The counts of sub-operations that an answer holds (PS3.7 section 9.1.4).
+void count(const Message& answer, Tally& tally) {
+  tally.remaining = answer.number(0x00001020, tally.remaining);
+  tally.completed = answer.number(0x00001021, tally.completed);
+  tally.failed = answer.number(0x00001022, tally.failed);
+  tally.warning = answer.number(0x00001023, tally.warning);
+  tally.status = answer.status();
+  tally.text = describe_answer(answer);
+}
+
+void show_progress(const Tally& tally) {
+  if (::isatty(STDERR_FILENO) == 0) return;
+  std::fprintf(stderr, "\r%u done, %u failed, %u left ", tally.completed + tally.warning, tally.failed,
+               tally.remaining);
+}
+
+int print_result(const Args& args, const Peer& peer, const Tally& tally) {
+  if (::isatty(STDERR_FILENO) != 0) std::fprintf(stderr, "\r%50s\r", "");
+  if (args.has("--json")) {
+    std::string line = "{\"completed\":" + std::to_string(tally.completed) +
+                       ",\"failed\":" + std::to_string(tally.failed) +
+                       ",\"warnings\":" + std::to_string(tally.warning) +
+                       ",\"status\":" + std::to_string(tally.status) + ",\"text\":";
+    append_json(line, tally.text);
+    std::printf("%s}\n", line.c_str());
+  } else {
+    std::printf("%u retrieved, %u with a warning, %u failed\n", tally.completed + tally.warning,
+                tally.warning, tally.failed);
+  }
+  if (tally.status == 0) return kSuccess;
+  complain("%s:%d: %s", peer.host.c_str(), peer.port, tally.text.c_str());
+  return is_warning(tally.status) ? kFindings : kNetwork;
+}
+
+// Storage classes to take on a get, as many as fit beside the query's own context.
+bool storage_proposals(const Args& args, std::vector<Proposal>& proposals) {
+  std::vector<std::string> classes;
+  for (const std::string& word : args.all("--class")) {
+    char uid[68] = "";
+    const bool name = VX_Get_UID_From_VexalKit_Service(word.c_str(), uid, sizeof uid) == VX_NORMAL_COMPLETION;
+    if (!name && service_of_class(word).empty()) {
+      complain("--class %s: no such service; vexal lookup finds names", word.c_str());
+      return false;
+    }
+    classes.push_back(name ? uid : word);
+  }
+  if (classes.empty()) classes = storage_classes(false);
+  for (const std::string& sop_class : classes) {
+    if (proposals.size() < kMostContexts) proposals.push_back({sop_class, kRetrieveSyntaxes, 0, 1});
+  }
+  return true;
+}
+
+// Objects that arrive and answers to the get, until the last one. An error text, empty on success.
+std::string serve_get(Association& association, const Peer& peer, ObjectWriter& writer, Tally& tally) {
+  for (;;) {
+    Message message;
+    const char* service = nullptr;
+    uint16_t command = 0;
+    VX_STATUS status = association.check(
+        VX_Read_Message_To_Tag(association.id(), peer.timeout, 0x00010000, &message.id, &service, &command));
+    if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
+    if (command == C_STORE_RQ) {
+      const std::string name = service;
+      const uint32_t request = message.number(0x00000110, 0);
+      StoredObject stored;
+      const int32_t answer = writer.take(association.id(), message.id, stored);
+      message.id = -1;
+      if (answer < 0 || !send_response(association.id(), name.c_str(), C_STORE_RSP, request,
+                                       static_cast<uint16_t>(answer))) {
+        association.check(VX_SYSTEM_ERROR);
+        return "the association was lost";
+      }
+      continue;
+    }
+    status = association.check(read_rest(association.id(), message.id));
+    if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
+    if (command != C_GET_RSP) continue;
+    count(message, tally);
+    if (!is_pending(tally.status)) return "";
+    show_progress(tally);
+  }
+}
+
+std::string wait_for_move(Association& association, const Peer& peer, Tally& tally) {
+  for (;;) {
+    Message answer;
+    const char* service = nullptr;
+    uint16_t command = 0;
+    const VX_STATUS status =
+        association.check(VX_Read_Message(association.id(), peer.timeout, &answer.id, &service, &command));
+    if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
+    if (command != C_MOVE_RSP) continue;
+    count(answer, tally);
+    if (!is_pending(tally.status)) return "";
+    show_progress(tally);
+  }
+}
+
+// Opens the association and sends the request; kSuccess, or an exit code after a line on standard error.
+int begin(Association& association, const Peer& peer, const std::vector<Proposal>& proposals,
+          ServiceListName& list, Message& request) {
+  std::vector<std::string> unknown;
+  if (!list.make(proposals, 1, unknown) || list.empty()) {
+    complain("the presentation contexts can not be proposed");
+    return kUsage;
+  }
+  VX_STATUS status = association.open(peer, list);
+  if (status == VX_NORMAL_COMPLETION)
+    status = association.check(VX_Send_Request_Message(association.id(), request.id));
+  if (status == VX_NORMAL_COMPLETION) return kSuccess;
+  complain("%s:%d: %s", peer.host.c_str(), peer.port, VX_Error_Message(status));
+  return kNetwork;
+}
+
+const std::vector<VX_TRANSFER_SYNTAX> kPlain = {EXPLICIT_LITTLE_ENDIAN, IMPLICIT_LITTLE_ENDIAN};
+
+int run_get(const Args& args) {
+  Peer peer;
+  Query query;
+  Message request;
+  if (!peer.read(args) || !query.read(args, QueryKind::Get) || !query.fill(request, C_GET_RQ)) return kUsage;
+  std::vector<Proposal> proposals = {{query.sop_class(), kPlain}};
+  if (!storage_proposals(args, proposals)) return kUsage;
+  StorageOptions storage;
+  storage.folder = args.get("--dir", ".");
+  storage.tree = args.has("--tree");
+  std::error_code failure;
+  std::filesystem::create_directories(storage.folder, failure);
+  if (failure) {
+    complain("--dir %s: %s", storage.folder.c_str(), failure.message().c_str());
+    return kUsage;
+  }
+  ServiceListName list;
+  Association association;
+  if (const int exit = begin(association, peer, proposals, list, request); exit != kSuccess) return exit;
+  ObjectWriter writer(storage, peer.title);
+  Tally tally;
+  const std::string error = serve_get(association, peer, writer, tally);
+  association.close();
+  if (error.empty()) return print_result(args, peer, tally);
+  complain("%s:%d: %s", peer.host.c_str(), peer.port, error.c_str());
+  return kNetwork;
+}
+
+int run_move(const Args& args) {
+  Peer peer;
+  Query query;
+  Message request;
+  const std::string destination = args.get("--to");
+  if (!is_title(destination)) {
+    complain("--to %s: name the node that gets the objects, with a title of 1 to 16 characters",
+             destination.c_str());
+    return kUsage;
+  }
+  if (!peer.read(args) || !query.read(args, QueryKind::Move) || !query.fill(request, C_MOVE_RQ))
+    return kUsage;
+  VX_Set_Value_From_String(request.id, 0x00000600, destination.c_str());
+  ServiceListName list;
+  Association association;
+  if (const int exit = begin(association, peer, {{query.sop_class(), kPlain}}, list, request);
+      exit != kSuccess)
+    return exit;
+  Tally tally;
+  const std::string error = wait_for_move(association, peer, tally);
+  association.close();
+  if (error.empty()) return print_result(args, peer, tally);
+  complain("%s:%d: %s", peer.host.c_str(), peer.port, error.c_str());
+  return kNetwork;
+}
+
+}  // namespace
+
+const Command kGet = {"get",
+                      "HOST PORT --level LEVEL -k KEY=VALUE [OPTION...]",
+                      "retrieve objects over the same association (C-GET)",
+                      "The objects that the keys name arrive as files, as vexal receive would write them.",
+                      kGetOptions,
+                      run_get};
+
+const Command kMove = {
+    "move",
+    "HOST PORT --to TITLE --level LEVEL -k KEY=VALUE [OPTION...]",
+    "have an archive send objects to a node (C-MOVE)",
+    "The archive opens an association of its own to the node; vexal receive can be that node.",
+    kMoveOptions,
+    run_move};
+
+}  // namespace vexal

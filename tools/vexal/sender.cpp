@@ -1,0 +1,153 @@
+#include "sender.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "session.h"
+
+namespace vexal {
+namespace {
+
+// What any uncompressed file can be turned into.
+const std::vector<VX_TRANSFER_SYNTAX> kPlain = {EXPLICIT_LITTLE_ENDIAN, IMPLICIT_LITTLE_ENDIAN};
+constexpr std::size_t kBlock = 1U << 20;
+
+bool is_compressed(VX_TRANSFER_SYNTAX syntax) {
+  return syntax >= RLE;
+}
+
+std::string service_or_uid(const std::string& sop_class) {
+  const std::string service = service_of_class(sop_class);
+  return service.empty() ? sop_class : service;
+}
+
+}  // namespace
+
+std::string ObjectFile::look_at() {
+  FileSource source;
+  std::string error = source.open(path);
+  if (!error.empty()) return error;
+  size = source.size();
+  char bytes[4096];
+  const int64_t got = source.read_at(0, bytes, sizeof bytes);
+  const FileHead head = inspect_head(bytes, static_cast<std::size_t>(std::max<int64_t>(got, 0)));
+  std::string uid = head.syntax_uid;
+  if (head.has_preamble && !head.sop_class_uid.empty() && !head.sop_instance_uid.empty() && !uid.empty() &&
+      VX_Get_Enum_From_Transfer_Syntax(uid.data(), &syntax) == VX_NORMAL_COMPLETION) {
+    sop_class = head.sop_class_uid;
+    instance = head.sop_instance_uid;
+    // The library looks at the data set up to (0008,0018): one that starts behind it goes out as an object.
+    whole = head.first_tag == 0 || head.first_tag <= 0x00080018U;
+    return "";
+  }
+  DicomFile file;
+  if (file.open(path, {true, 0x00080018}) != VX_NORMAL_COMPLETION && !file.readable()) return file.problem();
+  sop_class = text_of(file.id(), 0x00080016);
+  instance = text_of(file.id(), 0x00080018);
+  syntax = file.syntax();
+  if (sop_class.empty() || instance.empty()) return "has no SOP Class UID or SOP Instance UID";
+  return "";
+}
+
+std::vector<Proposal> proposals_for(std::span<const ObjectFile* const> files, bool convert) {
+  std::map<std::string, std::set<VX_TRANSFER_SYNTAX>> classes;
+  for (const ObjectFile* file : files) classes[file->sop_class].insert(file->syntax);
+  std::vector<Proposal> proposals;
+  for (const auto& [sop_class, syntaxes] : classes) {
+    bool plain = false;
+    for (const VX_TRANSFER_SYNTAX syntax : syntaxes) {
+      plain = plain || !is_compressed(syntax);
+      if (syntax != EXPLICIT_LITTLE_ENDIAN && syntax != IMPLICIT_LITTLE_ENDIAN) {
+        proposals.push_back({sop_class, {syntax}});
+      } else if (syntaxes.size() == 1 || !convert) {
+        proposals.push_back({sop_class, {syntax}});
+      }
+    }
+    if (!plain || !convert) continue;
+    for (const VX_TRANSFER_SYNTAX syntax : kPlain) {
+      const bool there = std::any_of(proposals.begin(), proposals.end(), [&](const Proposal& p) {
+        return p.sop_class == sop_class && p.syntaxes[0] == syntax;
+      });
+      if (!there) proposals.push_back({sop_class, {syntax}});
+    }
+  }
+  return proposals;
+}
+
+VX_TRANSFER_SYNTAX ObjectSender::choose(const std::vector<AcceptedContext>& accepted,
+                                        const ObjectFile& file) const {
+  VX_TRANSFER_SYNTAX found = 0;
+  for (const AcceptedContext& context : accepted) {
+    if (context.sop_class != file.sop_class) continue;
+    if (context.syntax == file.syntax) return file.syntax;
+    const bool plain = !is_compressed(context.syntax) && !is_compressed(file.syntax);
+    if (plain && convert_ && (found == 0 || context.syntax == EXPLICIT_LITTLE_ENDIAN)) found = context.syntax;
+  }
+  return found;
+}
+
+// The bytes from the start, or from where the library goes on.
+VX_STATUS ObjectSender::give(int32_t, uint32_t, void* user, VX_CALLBACK_REQUEST request, uint32_t* size,
+                             void** data, int32_t, int32_t* last) {
+  auto& sender = *static_cast<ObjectSender*>(user);
+  if (request == VX_REQUEST_DATA_AT_OFFSET) sender.offset_ = *size;
+  const int64_t got = sender.source_.read_at(sender.offset_, sender.block_.data(), kBlock);
+  if (got < 0) return VX_CANNOT_COMPLY;
+  sender.offset_ += static_cast<uint64_t>(got);
+  *size = static_cast<uint32_t>(got);
+  *data = sender.block_.data();
+  *last = sender.offset_ >= sender.source_.size() ? 1 : 0;
+  return VX_NORMAL_COMPLETION;
+}
+
+VX_STATUS ObjectSender::send_bytes(int32_t association, const ObjectFile& file, std::string& problem) {
+  offset_ = 0;
+  if (block_.empty()) block_.resize(kBlock);
+  problem = source_.open(file.path);
+  if (!problem.empty()) return VX_INVALID_FILE;
+  const std::string service = service_of_class(file.sop_class);
+  const VX_STATUS status = VX_Send_Request_For_Service(association, service.c_str(), 0, this, give);
+  source_.close();
+  // Part of a data set may have gone out: nothing else can follow it.
+  sent_in_part_ = status == VX_SYSTEM_ERROR;
+  return status;
+}
+
+VX_STATUS ObjectSender::send_object(int32_t association, const ObjectFile& file, VX_TRANSFER_SYNTAX syntax,
+                                    std::string& problem) {
+  DicomFile object;
+  VX_STATUS status = object.open(file.path, {});
+  if (status != VX_NORMAL_COMPLETION) {
+    problem = object.problem();
+    return status;
+  }
+  status = object.become_message(service_of_class(file.sop_class).c_str(), C_STORE_RQ);
+  if (status == VX_NORMAL_COMPLETION) status = VX_Set_Message_Transfer_Syntax(object.id(), syntax);
+  if (status == VX_NORMAL_COMPLETION)
+    status = VX_Set_Value_From_String(object.id(), 0x00001000, file.instance.c_str());
+  if (status != VX_NORMAL_COMPLETION) return status;
+  status = VX_Send_Request_Message(association, object.id());
+  sent_in_part_ = status != VX_NORMAL_COMPLETION && status != VX_UNACCEPTABLE_SERVICE &&
+                  status != VX_MAX_OPERATIONS_EXCEEDED;
+  return status;
+}
+
+ObjectSender::Result ObjectSender::send(int32_t association, const std::vector<AcceptedContext>& accepted,
+                                        const ObjectFile& file, std::string& problem) {
+  const VX_TRANSFER_SYNTAX syntax = choose(accepted, file);
+  if (syntax == 0) {
+    problem = "the peer takes no " + service_or_uid(file.sop_class) + " in " + uid_of_syntax(file.syntax);
+    return Result::Refused;
+  }
+  CurrentFile current(file.path);
+  sent_in_part_ = false;
+  const VX_STATUS status = syntax == file.syntax && file.whole
+                               ? send_bytes(association, file, problem)
+                               : send_object(association, file, syntax, problem);
+  if (status == VX_NORMAL_COMPLETION) return Result::Sent;
+  if (problem.empty()) problem = VX_Error_Message(status);
+  return sent_in_part_ || !is_alive(association) ? Result::Lost : Result::Refused;
+}
+
+}  // namespace vexal

@@ -1,0 +1,60 @@
+// Files go out over an association, as themselves where the peer takes them.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "files.h"
+#include "network.h"
+
+namespace vexal {
+
+// A file with an object to send.
+struct ObjectFile {
+  std::string path;
+  std::string sop_class;
+  std::string instance;
+  VX_TRANSFER_SYNTAX syntax = 0;
+  bool whole = false;  // preamble, meta group and a usual start are there: the bytes can go out as they are
+  uint64_t size = 0;
+
+  // Fills everything in from the path. An error text, empty on success.
+  std::string look_at();
+};
+
+// The contexts that files need: for each class its syntaxes one by one, so that the peer can take each as it
+// is, and with `convert` the plain ones that an uncompressed file can be turned into.
+std::vector<Proposal> proposals_for(std::span<const ObjectFile* const> files, bool convert);
+
+// Sends C-STORE requests on an association of either side. Not for two threads at once.
+class ObjectSender {
+ public:
+  explicit ObjectSender(bool convert) : convert_(convert) {}
+
+  enum class Result {
+    Sent,     // an answer will come
+    Refused,  // nothing went out, and the association stands
+    Lost      // the association has ended, or has to
+  };
+  Result send(int32_t association, const std::vector<AcceptedContext>& accepted, const ObjectFile& file,
+              std::string& problem);
+
+ private:
+  // The syntax in which a file can go out, its own if possible; 0 if there is none.
+  VX_TRANSFER_SYNTAX choose(const std::vector<AcceptedContext>& accepted, const ObjectFile& file) const;
+  VX_STATUS send_bytes(int32_t association, const ObjectFile& file, std::string& problem);
+  VX_STATUS send_object(int32_t association, const ObjectFile& file, VX_TRANSFER_SYNTAX syntax,
+                        std::string& problem);
+  static VX_STATUS give(int32_t id, uint32_t tag, void* user, VX_CALLBACK_REQUEST request, uint32_t* size,
+                        void** data, int32_t first, int32_t* last);
+
+  bool convert_;
+  bool sent_in_part_ = false;
+  FileSource source_;  // of the file whose bytes go out, with where they go on
+  uint64_t offset_ = 0;
+  std::vector<char> block_;
+};
+
+}  // namespace vexal
