@@ -19,7 +19,7 @@ class RequesterTest : public NetTest {
   }
   // Opens against a peer that runs `script` after its answer.
   VX_STATUS open_against(const std::function<void(RawPeer&)>& script, int32_t& id, const char* list = "Two") {
-    std::thread peer([&] {
+    std::thread peer([this, script] {  // a copy: the thread goes on after this call
       RawPeer raw = listener_.accept();
       script(raw);
     });
