@@ -687,6 +687,19 @@ VX_STATUS add_meta(MsgObj& message) {
   return kOk;
 }
 
+VX_STATUS add_source(MsgObj& message, int32_t association) {
+  char title[sizeof SesObj::RemoteTitle] = "";
+  {
+    const SessionReport session(association);
+    if (session.get() != nullptr) {
+      copy_text(title, sizeof title, remote_title(*session.get(), session->Parameters));
+    }
+  }
+  if (*title == '\0') return kOk;
+  const VX_STATUS status = add_text(message, 0x00020016U, VX_VR_AE, title);
+  return status == kOk ? kOk : failed("VX_ATT_SOURCE_APPLICATION_ENTITY_TITLE", status);
+}
+
 // The meta group, without the head of a file before it and without the last flag: the data set follows.
 struct MetaGroup {
   Receiver& receiver;
@@ -705,6 +718,7 @@ VX_STATUS stream_as_file(int32_t association, int32_t& id, const char* file_name
   if (message == nullptr) return VX_INVALID_MESSAGE_ID;
   const VX_TRANSFER_SYNTAX syntax = message->TransferSyntax;
   VX_STATUS status = add_meta(*message);
+  if (status == kOk) status = add_source(*message, association);
   if (status != kOk) return status;
   char made[80];
   std::snprintf(made, sizeof made, "session%dmsg%did%ld", association, id,

@@ -4,6 +4,7 @@
 
 #include "frame/log.h"
 #include "frame/pool.h"
+#include "frame/text.h"
 #include "net/pdu.h"
 #include "net/upper_layer.h"
 
@@ -36,6 +37,11 @@ bool is_alive(const SesObj& session) {
   return dul_alive(session.Dul);
 }
 
+const char* remote_title(const SesObj& session, const AssociationParameters* parameters) {
+  if (parameters == nullptr) return session.RemoteTitle;
+  return session.IsRequester != 0 ? parameters->calledTitle : parameters->callingTitle;
+}
+
 void drop_parameters(SesObj& session) {
   if (session.Parameters == nullptr) return;
   AssociationParameters* parameters = nullptr;
@@ -43,6 +49,7 @@ void drop_parameters(SesObj& session) {
     const Guard guard(session_lock());
     std::swap(parameters, session.Parameters);
   }
+  copy_text(session.RemoteTitle, sizeof session.RemoteTitle, remote_title(session, parameters));
   free_association_parameters(parameters);
 }
 

@@ -67,6 +67,7 @@ struct SesObj {
   AcceptedContext* AcceptedEntries;  // owned; the components of a Meta SOP class follow it
   uint16_t MaxOperationsInvoked;
   uint16_t MaxOperationsPerformed;
+  char RemoteTitle[20];          // once Parameters have gone
   RequestList PendingRequests;   // sent, not yet answered
   RequestList ReceivedRequests;  // received, not yet answered
   Lock RequestSemaphore;         // guards both lists
@@ -97,6 +98,8 @@ void free_session(SesObj* session);
 void abort_session(SesObj* session);
 // Releases the association if the handle is alive, and frees the session. VX_ASSOCIATION_ABORTED.
 VX_STATUS close_session(SesObj* session);
+// The title of the other side, from the parameters while there are any.
+const char* remote_title(const SesObj& session, const AssociationParameters* parameters);
 // Takes the parameters away, and frees them.
 void drop_parameters(SesObj& session);
 bool is_alive(const SesObj& session);  // the upper-layer handle is valid

@@ -467,6 +467,7 @@ TEST_F(ReceiveTest, ADataSetAsAFile) {
     };
     EXPECT_EQ(VX_Open_File(app_, read_back, &whole, give), VX_NORMAL_COMPLETION);
     EXPECT_EQ(text(read_back, 0x00020003), "1.2.3.4");
+    EXPECT_EQ(text(read_back, 0x00020016), "THEM");
     EXPECT_EQ(text(read_back, 0x00100010), "Doe^Jane");
     VX_Free_File(&read_back);
     answer();
