@@ -2116,6 +2116,118 @@ VX_API VX_STATUS VX_Write_File(int32_t FileID, int32_t Pad, void* UserInfo, VX_F
 VX_API VX_STATUS VX_Write_File_By_Callback(int32_t ApplicationID, int32_t FileID, int32_t Pad, void* UserInfo,
                                            VX_FILE_OUTPUT Callback);
 
+/* ---- Directories in memory (PS3.10 section 8, PS3.3 annex F) ------------------------------------------ */
+
+/*
+ * A directory is a file of service "DICOMDIR": VX_Create_File, then VX_Open_File or the functions below, then
+ * VX_Write_File. Its records are items of (0004,1220), a tree of entities: the records at one place of it.
+ * While it is in memory (0004,1200), (0004,1202), (0004,1400), (0004,1420) and (0004,1504) hold item ids;
+ * they are written as offsets. Opening a directory whose offsets lead nowhere gives
+ * VX_INVALID_DIRECTORY_RECORD_OFFSET, one with a record that is met twice VX_SYSTEM_ERROR; the tree then
+ * holds what can be reached.
+ *
+ * All answer VX_INVALID_DICOMDIR_ID unless DirID is such a directory; VX_INVALID_ITEM_ID: no record of it;
+ * VX_UNABLE_TO_GET_ITEM_ID: a chain of records is broken. Threads may use one directory; those that walk it
+ * with VX_Dir_Next_Record need entities of their own, since each has one iterator. RecordName is the item's
+ * name, such as "DIR_REC_PATIENT", and belongs to the item.
+ */
+
+/*
+ * The root entity and its first record. An empty root gives RecordID 0 and IsLast 1.
+ * VX_UNABLE_TO_GET_ITEM_ID: there is no root; VX_Dir_Add_Entity makes it.
+ */
+VX_API VX_STATUS VX_Dir_Root_Entity(int32_t DirID, int32_t* EntityID, int32_t* RecordID,
+                                    const char** RecordName, int32_t* IsLast);
+
+/*
+ * The first record of an entity, from which VX_Dir_Next_Record goes on. An empty root gives RecordID 0 and
+ * IsLast 1. VX_INVALID_ENTITY_ID.
+ */
+VX_API VX_STATUS VX_Dir_First_Record(int32_t DirID, int32_t EntityID, int32_t* RecordID,
+                                     const char** RecordName, int32_t* IsLast);
+
+/*
+ * The next record of an entity. At the end RecordID is 0, IsLast 1 and RecordName null. VX_INVALID_ENTITY_ID.
+ */
+VX_API VX_STATUS VX_Dir_Next_Record(int32_t DirID, int32_t EntityID, int32_t* RecordID,
+                                    const char** RecordName, int32_t* IsLast);
+
+/*
+ * The entity below a record and its first record; EntityID and FirstRecordID are 0 if there is none.
+ */
+VX_API VX_STATUS VX_Dir_Next_Entity(int32_t DirID, int32_t RecordID, int32_t* EntityID,
+                                    int32_t* FirstRecordID, const char** RecordName, int32_t* IsLast);
+
+/*
+ * The number of records in the tree. VX_UNABLE_TO_GET_ITEM_ID: there is no root.
+ */
+VX_API VX_STATUS VX_Dir_Root_Count(int32_t DirID, int32_t* Count);
+
+/*
+ * The number of records of an entity. VX_INVALID_ENTITY_ID.
+ */
+VX_API VX_STATUS VX_Dir_Entity_Count(int32_t DirID, int32_t EntityID, int32_t* Count);
+
+/*
+ * The number of records from a record down, itself included.
+ */
+VX_API VX_STATUS VX_Dir_Item_Count(int32_t DirID, int32_t RecordID, int32_t* Count);
+
+/*
+ * Makes the entity below a record, with one record, whose type (0004,1430) comes from its name;
+ * ParentRecordID 0 makes the root. VX_ENTITY_ALREADY_EXISTS: RecordID is then its first record, EntityID 0.
+ * The record is there, but PS3.3 section F.4 does not have it at this place: VX_INVALID_LOWER_DIR_RECORD,
+ * VX_INVALID_DIR_RECORD_TYPE. VX_MSGFILE_ERROR.
+ */
+VX_API VX_STATUS VX_Dir_Add_Entity(int32_t DirID, int32_t ParentRecordID, const char* RecordName,
+                                   int32_t* EntityID, int32_t* RecordID);
+
+/*
+ * Appends a record to an entity. VX_INVALID_ENTITY_ID, and as VX_Dir_Add_Entity.
+ */
+VX_API VX_STATUS VX_Dir_Add_Record(int32_t DirID, int32_t EntityID, const char* RecordName,
+                                   int32_t* RecordID);
+
+/*
+ * Deletes a record and all below. An entity that loses its last record goes, unless it is the root.
+ */
+VX_API VX_STATUS VX_Dir_Delete_Record(int32_t DirID, int32_t RecordID);
+
+/*
+ * Deletes all records below a record.
+ */
+VX_API VX_STATUS VX_Dir_Delete_Referenced_Entity(int32_t DirID, int32_t RecordID);
+
+/*
+ * Makes a multi-referenced file record, which stands outside the tree, and refers RecordID to it. It goes
+ * with its last reference.
+ */
+VX_API VX_STATUS VX_Dir_Open_MRDR(int32_t DirID, int32_t RecordID, const char* RecordName, int32_t* MrdrID);
+
+/*
+ * Refers a record to such a record, in place of a former one. VX_INVALID_MRDR_ID.
+ */
+VX_API VX_STATUS VX_Dir_Reference_MRDR(int32_t DirID, int32_t RecordID, int32_t MrdrID);
+
+/*
+ * Drops the reference, if there is one.
+ */
+VX_API VX_STATUS VX_Dir_Remove_Ref_MRDR(int32_t DirID, int32_t RecordID);
+
+/*
+ * Sorts each entity by record type, then by the attributes that tell records of the type apart (names and ids
+ * of patients, dates and times of studies, instance numbers); empty values go last. (0004,1220) then has the
+ * records in the order of a walk; those that no chain reaches are dropped.
+ */
+VX_API VX_STATUS VX_Dir_Sort(int32_t DirID);
+
+/*
+ * Packs the attributes of a record from (0004,1505) on into the bytes of their stream, until one of them is
+ * asked for: a large directory takes less memory. DICOMDIR_STREAM_STORAGE does the same while a directory is
+ * read.
+ */
+VX_API VX_STATUS VX_Dir_Stream_Directory_Record(int32_t DirID, int32_t RecordID);
+
 /* ---- Validation --------------------------------------------------------------------------------------- */
 
 /*

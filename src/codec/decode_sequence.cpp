@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "codec/decoder.h"
+#include "codec/saved_data.h"
 #include "config/config.h"
 #include "config/services.h"
 #include "frame/byte_order.h"
@@ -60,6 +61,9 @@ VX_STATUS Decoder::read_sequence(Frame& frame, TagObj& attribute, uint32_t lengt
   const bool undefined = length == kUndefinedLength;
   uint64_t remaining = length;
   bool any = false;
+  const bool records =
+      request_.Directory != nullptr && frame.depth == 0 && attribute.Tag == kDirectoryRecords;
+  if (records) request_.Directory->met = true;
   while (undefined || remaining > 0) {
     if (!undefined && remaining < 8) {
       fault("(%4.4X,%4.4X): sequence length leaves %u bytes that are no item", tag_group(attribute.Tag),
@@ -74,6 +78,7 @@ VX_STATUS Decoder::read_sequence(Frame& frame, TagObj& attribute, uint32_t lengt
     if (undefined && tag == kSequenceEnd) break;
     if (tag != kItemTag) return not_an_item(tag);
     status = read_item(frame, attribute, item_length, from_un);
+    if (status == VX_NORMAL_COMPLETION && records) status = note_record(start, attribute);
     if (status != VX_NORMAL_COMPLETION) return status;
     any = true;
     if (undefined) continue;
@@ -87,6 +92,12 @@ VX_STATUS Decoder::read_sequence(Frame& frame, TagObj& attribute, uint32_t lengt
     remaining -= used;
   }
   return any ? VX_NORMAL_COMPLETION : set_null(frame.object, attribute);
+}
+
+VX_STATUS Decoder::note_record(uint64_t offset, const TagObj& attribute) {
+  auto* record = static_cast<MsgObj*>(attribute.LastValue->Data);
+  request_.Directory->records.push_back({offset, record});
+  return request_.Directory->save_records ? save_attributes(*record, kFirstRecordKey) : VX_NORMAL_COMPLETION;
 }
 
 VX_STATUS Decoder::read_item(Frame& frame, TagObj& attribute, uint32_t length, bool from_un) {

@@ -111,6 +111,7 @@ class Decoder {
 
   // decode_sequence.cpp: items, and what is passed over.
   VX_STATUS read_sequence(Frame& frame, TagObj& attribute, uint32_t length, bool from_un);
+  VX_STATUS note_record(uint64_t offset, const TagObj& attribute);
   VX_STATUS read_item(Frame& frame, TagObj& attribute, uint32_t length, bool from_un);
   VX_STATUS next_item(bool from_un, uint32_t& tag, uint32_t& length);
   VX_STATUS skip_value(const Element& element, int depth);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "codec/reader.h"
+#include "codec/saved_data.h"
 #include "codec/stream_output.h"
 #include "codec/walk.h"
 #include "codec/writer.h"
@@ -59,6 +60,7 @@ class Encoder {
   VX_STATUS swapped_block(const uint8_t* data, std::size_t size, uint32_t width);
   VX_STATUS end_of_block(uint32_t width);
   VX_STATUS from_callback(MsgObj& object, TagObj& attribute, uint32_t width);
+  VX_STATUS saved(const MsgObj& object);
   VX_STATUS sequence(const TagObj& attribute, int depth);
   VX_STATUS item(MsgObj& item, int depth);
   uint32_t next_length() { return walk_.undefined_lengths ? kUndefinedLength : lengths_[next_length_++]; }
@@ -90,8 +92,10 @@ Encoder::Encoder(const StreamWriter& writer) : writer_(writer), out_(writer) {
 }
 
 VX_STATUS Encoder::run(MsgObj& object, uint32_t first, uint32_t last) {
+  VX_STATUS status = last != 0xFFFFFFFFU ? decode_up_to(object, last) : VX_NORMAL_COMPLETION;
+  if (status != VX_NORMAL_COMPLETION) return status;
   if (object.FirstTag == nullptr) return VX_MESSAGE_EMPTY;
-  VX_STATUS status = out_.open();
+  status = out_.open();
   if (status != VX_NORMAL_COMPLETION) return status;
   uint64_t total = 0;
   status = measure(walk_, object, first, last, &lengths_, total);
@@ -103,6 +107,7 @@ VX_STATUS Encoder::run(MsgObj& object, uint32_t first, uint32_t last) {
   for (int i = 0; i < order.count && status == VX_NORMAL_COMPLETION; ++i) {
     status = walk(object, lower_bound_tag(object, order.ranges[i].first), order.ranges[i].last, 0);
   }
+  if (status == VX_NORMAL_COMPLETION && last == 0xFFFFFFFFU) status = saved(object);
   return status == VX_NORMAL_COMPLETION ? out_.finish() : status;
 }
 
@@ -370,6 +375,13 @@ VX_STATUS Encoder::from_callback(MsgObj& object, TagObj& attribute, uint32_t wid
   return end_of_block(width);
 }
 
+// Data that the object keeps undecoded stand behind its attributes. The walk of the lengths has compared the
+// syntaxes.
+VX_STATUS Encoder::saved(const MsgObj& object) {
+  const SavedData* data = saved_data(object);
+  return data != nullptr ? block(data->bytes(), data->Length, 1) : VX_NORMAL_COMPLETION;
+}
+
 // --- Sequences ---
 
 VX_STATUS Encoder::sequence(const TagObj& attribute, int depth) {
@@ -388,6 +400,7 @@ VX_STATUS Encoder::item(MsgObj& item, int depth) {
   const uint32_t length = next_length();
   VX_STATUS status = structure(kItemTag, length);
   if (status == VX_NORMAL_COMPLETION) status = walk(item, item.FirstTag, 0xFFFFFFFFU, depth);
+  if (status == VX_NORMAL_COMPLETION) status = saved(item);
   if (status != VX_NORMAL_COMPLETION || length != kUndefinedLength) return status;
   return structure(kItemEnd, 0);
 }

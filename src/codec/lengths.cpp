@@ -1,6 +1,7 @@
 #include <cstring>
 #include <new>
 
+#include "codec/saved_data.h"
 #include "codec/walk.h"
 #include "config/config.h"
 #include "frame/byte_order.h"
@@ -119,6 +120,14 @@ VX_STATUS Measurer::object(MsgObj& object, TagObj* from, uint32_t last, int dept
     if (!beyond) total = add(total, bytes);
   }
   if (beyond && lengths_ != nullptr) lengths_->resize(kept);
+  if (const SavedData* saved = saved_data(object); saved != nullptr && last == 0xFFFFFFFFU) {
+    if (saved->Syntax != walk_.encoding.syntax) {
+      VX_LOG_ERR(kFunction,
+                 "Transfer syntax of saved data does not match transfer syntax to determine length for.");
+      return VX_SYSTEM_ERROR;
+    }
+    total = add(total, saved->Length);
+  }
   return close(object, group);
 }
 
@@ -306,7 +315,8 @@ VX_STATUS run_length(MsgObj& object, uint32_t first, uint32_t last, const Length
   walk.application_id = query.application_id;
   length = 0;
   uint64_t total = 0;
-  const VX_STATUS status = measure(walk, object, first, last, nullptr, total);
+  VX_STATUS status = last != 0xFFFFFFFFU ? decode_up_to(object, last) : VX_NORMAL_COMPLETION;
+  if (status == VX_NORMAL_COMPLETION) status = measure(walk, object, first, last, nullptr, total);
   if (status == VX_NORMAL_COMPLETION) length = total == kUnknown ? uint64_t{kUndefinedLength} : total;
   return status;
 } catch (const std::bad_alloc&) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "codec/decode_rest.h"
 #include "config/transfer_syntax.h"
@@ -11,6 +12,19 @@ namespace vx {
 
 using ConnectionInput = VX_STATUS (*)(int32_t connection, void* user, uint32_t* size, void** data,
                                       int32_t first, int32_t* last);
+
+// Where the records of a directory were read.
+struct RecordOffset {
+  uint64_t offset;  // of the item tag
+  MsgObj* record;
+};
+struct DirectoryRead {
+  bool save_records = false;  // what a record holds beside its references stays undecoded
+  bool met = false;           // the sequence has been read
+  std::vector<RecordOffset> records{};
+};
+inline constexpr uint32_t kDirectoryRecords = 0x00041220U;
+inline constexpr uint32_t kFirstRecordKey = 0x00041505U;  // the first tag behind a record's references
 
 // What one decode is asked for and what it tells.
 struct ReadRequest {
@@ -33,6 +47,7 @@ struct ReadRequest {
   // For a reader that stops and goes on: where a former decode stopped, or null; afterwards where this one
   // stopped before a tag above EndTag, or null if it came to the end.
   DecodeRest** Rest = nullptr;
+  DirectoryRead* Directory = nullptr;  // of a directory; may be null
 
   uint32_t ErrorTag = 0;    // out
   uint64_t StopOffset = 0;  // out

@@ -85,10 +85,7 @@ VX_STATUS fill_by_service(MsgObj& object, const char* service, uint16_t command)
     log_line(VX_LOG_T7, "VX_Create_File", "WARNING: No Service %s, Command %s in info file.", service,
              name != nullptr ? name : "");
   }
-  if (object.ObjectKind == Kind::Dicomdir && create_directory_records != nullptr) {
-    return create_directory_records(object);
-  }
-  return VX_NORMAL_COMPLETION;
+  return object.ObjectKind == Kind::Dicomdir ? create_directory_records(object) : VX_NORMAL_COMPLETION;
 }
 
 }  // namespace
@@ -127,7 +124,7 @@ VX_STATUS message_to_file(MsgObj& object, const char* file_name) {
 
 VX_STATUS file_to_message(MsgObj& object) {
   free_file_info(object);
-  if (release_directory_records != nullptr) release_directory_records(object);
+  if (object.DirectoryInfo != nullptr) release_directory_records(object);
   const VX_STATUS status = delete_range(object, 0x00020000U, 0x0002FFFFU);
   object.ObjectKind = Kind::Message;
   return status;

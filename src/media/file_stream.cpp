@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "codec/message_syntax.h"
 #include "codec/reader.h"
@@ -14,6 +15,7 @@
 #include "frame/app.h"
 #include "frame/lock.h"
 #include "frame/log.h"
+#include "media/directory.h"
 #include "media/file.h"
 #include "model/attributes.h"
 #include "model/callbacks.h"
@@ -225,7 +227,7 @@ VX_STATUS fill_meta_group(MsgObj& object) {
   return status;
 }
 
-VX_STATUS read_file(MsgObj& object, const FileRead& read) {
+VX_STATUS read_file(MsgObj& object, const FileRead& read) try {
   constexpr char kFunction[] = "VX_Open_File";
   ReadRequest request;
   request.FileInput = read.callback;
@@ -236,7 +238,11 @@ VX_STATUS read_file(MsgObj& object, const FileRead& read) {
   request.EndTag = read.last_tag;
   request.StopAtEnd = read.stop_at_tag;
   request.KeepValuesOut = read.keep_values_out;
-  const VX_STATUS status = decode_object(object, request);
+  DirectoryRead directory;
+  directory.save_records = config_bool(VX_CFG_DICOMDIR_STREAM_STORAGE);
+  if (directory_state(object) != nullptr) request.Directory = &directory;
+  Guard lock(object.Semaphore);
+  VX_STATUS status = decode_object(object, request);
   const uint16_t group = tag_group(request.ErrorTag);
   const uint16_t element = tag_element(request.ErrorTag);
   if (status != VX_NORMAL_COMPLETION && object.ObjectKind == Kind::Dicomdir) {
@@ -246,7 +252,13 @@ VX_STATUS read_file(MsgObj& object, const FileRead& read) {
     VX_LOG_WARN(kFunction, "Error with tag (%.4x,%.4x) at byte offset %llu when parsing file", group, element,
                 static_cast<unsigned long long>(request.StopOffset));
   }
+  if (directory.met) {
+    const VX_STATUS linked = link_directory(object, directory.records, status == VX_NORMAL_COMPLETION);
+    if (status == VX_NORMAL_COMPLETION) status = linked;
+  }
   return read.offset != nullptr ? narrow_offset(request.StopOffset, status, *read.offset) : status;
+} catch (const std::bad_alloc&) {
+  return VX_SYSTEM_ERROR;
 }
 
 VX_STATUS write_file(MsgObj& object, int32_t application_id, int32_t pad, void* user,
@@ -258,6 +270,12 @@ VX_STATUS write_file(MsgObj& object, int32_t application_id, int32_t pad, void* 
   if (status == VX_NORMAL_COMPLETION) status = fill_meta_group(object);
   if (status == VX_NORMAL_COMPLETION && pad > 0) {
     status = pad_file(object, static_cast<uint32_t>(pad), writer.Deflate);
+  }
+  std::vector<int32_t> offsets;
+  if (status == VX_NORMAL_COMPLETION && directory_state(object) != nullptr) {
+    status = record_offsets(object, writer, offsets);
+    writer.OffsetTable = offsets.data();
+    writer.OffsetCount = static_cast<uint32_t>(offsets.size() / 2);
   }
   if (status != VX_NORMAL_COMPLETION) return status;
   writer.FileCallback = callback;

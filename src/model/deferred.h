@@ -12,9 +12,9 @@ namespace vx {
 // The sorts of DirectoryInfo, the first word of what it points to.
 enum DirectorySort : int32_t {
   kDirectoryInMemory = 0,
-  kDirectoryRecord = 1,
+  kDirectoryHandler = 1,
   kDeferredStream = 2,
-  kDirectoryHandler = 3
+  kDirectoryRecord = 3
 };
 
 inline int32_t directory_sort(const MsgObj& object) {

@@ -49,7 +49,7 @@ void release_name(char* name) {
 
 void release_directory(MsgObj& object) {
   const int32_t sort = directory_sort(object);
-  if (sort < kDirectoryInMemory || sort > kDirectoryHandler) {
+  if (sort < kDirectoryInMemory || sort > kDirectoryRecord) {
     VX_LOG_ERR("VXI_freeMessage", "Message object has unknown directory info type (%d)", sort);
   } else if (release_directory_records != nullptr) {
     release_directory_records(object);

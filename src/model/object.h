@@ -72,6 +72,7 @@ struct MsgObj {
   char LargeDataStore;
   int32_t LargeDataSize;
   int32_t ParentID;  // holder of the sequence that last took this item; 0 for none
+  int32_t EntityID;  // of a record in a directory's tree; 0 for none
   CObList FileValues;
   CObList Callbacks;  // of CBObj, owned
   TagObj* FirstTag;

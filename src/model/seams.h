@@ -25,7 +25,8 @@ void trace_object(const MsgObj& object, bool created, bool freed);
 [[gnu::weak]] bool find_condition(std::string_view name, std::string_view& rule);
 // pixel: state of an encapsulated value.
 [[gnu::weak]] void release_encapsulation_state(MsgObj& object);
-// media: directory records of an object whose service becomes, or no longer is, a directory.
+// media: directory records of an object whose service becomes, or no longer is, a directory. The second
+// frees all that DirectoryInfo holds, or takes a record out of its directory, and leaves it null.
 [[gnu::weak]] VX_STATUS create_directory_records(MsgObj& object);
 [[gnu::weak]] void release_directory_records(MsgObj& object);
 // codec, media: stream data that is not decoded yet, up to a tag.

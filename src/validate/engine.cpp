@@ -8,6 +8,7 @@
 #include "config/services.h"
 #include "frame/log.h"
 #include "frame/text.h"
+#include "media/directory.h"
 #include "model/attributes.h"
 #include "model/charset_scan.h"
 #include "model/convert.h"
@@ -318,6 +319,12 @@ bool is_blank(const MsgObj& item) {
 VX_STATUS Walk::item(const Spot& at, MsgObj& item, const ValueCursor& value) {
   const ValTagObj* rules = at.attribute.Template;
   VX_STATUS status = kOk;
+  if (at.attribute.Tag == kDirectoryRecords) {
+    status = name_record(item);
+    if (status != kOk || is_nameless(item)) return status;
+    if (find_item_number(item.ServiceName) < 0)
+      return record(at, kError, VX_NOT_ONE_OF_DEFINED_TERMS, &value);
+  }
   if (const ValidValueObj* first = first_entry(rules)) {
     if (is_nameless(item)) status = set_object_name(item, first->Value);
     if (status != kOk) return status;

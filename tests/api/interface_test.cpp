@@ -88,6 +88,7 @@ const std::set<VX_STATUS> kRefusals = {
     VX_INVALID_FILE_ID,      VX_INVALID_PARAMETER_NAME, VX_INVALID_TAG,        VX_INVALID_TRANSFER_SYNTAX,
     VX_INVALID_VALUE_NUMBER, VX_BUFFER_TOO_SMALL,       VX_INVALID_PAD,        VX_INVALID_PRIVATE_CODE,
     VX_INVALID_GROUP,        VX_INVALID_ASSOCIATION_ID, VX_SYSTEM_ERROR,       VX_INVALID_PORT_NUMBER,
+    VX_INVALID_DICOMDIR_ID,  VX_INVALID_RECORD_ID,
 };
 // Calls that are right with these arguments.
 const std::set<std::string> kFine = {"VX_Cleanup_Memory",        "VX_Library_Reset",
@@ -99,7 +100,8 @@ TEST_F(RunningInterface, NullPointersAndUnknownHandlesAreRefused) {
   for (const Row& row : read_table()) {
     if (row.needs_library != "yes" || kFine.count(row.name) != 0) continue;
     EXPECT_TRUE(kRefusals.count(call(row, 0, 0, 0)) != 0) << row.name << " with null arguments";
-    if (row.handles == "object" || row.handles == "item" || row.handles == "file") {
+    if (row.handles == "object" || row.handles == "item" || row.handles == "file" ||
+        row.handles == "directory" || row.handles == "record") {
       if (row.ownership != "-") continue;
       for (const intptr_t handle : {-1, 99, 123456, 0x7FFFFFFF}) {
         const VX_STATUS status = call(row, handle, 0, 0);

@@ -1,0 +1,389 @@
+// Directories in memory: built, written, read again, changed and sorted; and directories that lie.
+#include <functional>
+#include <map>
+
+#include "codec/streams.h"
+
+namespace {
+
+using namespace streams;
+using support::LibraryTest;
+
+class Directory : public LibraryTest {
+ protected:
+  void SetUp() override {
+    LibraryTest::SetUp();
+    ASSERT_EQ(begin_with_full_data(), VX_NORMAL_COMPLETION);
+    ASSERT_EQ(VX_Register_Application(&app_, "DIRECTORIES"), VX_NORMAL_COMPLETION);
+    dir_ = create();
+  }
+  static int32_t create(const char* syntax = "1.2.840.10008.1.2.1") {
+    int32_t id = -1;
+    EXPECT_EQ(VX_Create_File(&id, "DICOMDIR", "DICOMDIR", 1), VX_NORMAL_COMPLETION);
+    VX_Set_Value_From_String(id, 0x00020010, syntax);
+    return id;
+  }
+  struct Added {
+    int32_t entity = 0;
+    int32_t record = 0;
+  };
+  Added add_entity(int32_t parent, const char* name, VX_STATUS expected = VX_NORMAL_COMPLETION) const {
+    Added added;
+    EXPECT_EQ(VX_Dir_Add_Entity(dir_, parent, name, &added.entity, &added.record), expected);
+    return added;
+  }
+  int32_t add(int32_t entity, const char* name, VX_STATUS expected = VX_NORMAL_COMPLETION) const {
+    int32_t record = 0;
+    EXPECT_EQ(VX_Dir_Add_Record(dir_, entity, name, &record), expected);
+    return record;
+  }
+  // PATIENT > STUDY > SERIES > three images, and a patient alone.
+  void build() {
+    patients_ = add_entity(0, "DIR_REC_PATIENT");
+    studies_ = add_entity(patients_.record, "DIR_REC_STUDY");
+    series_ = add_entity(studies_.record, "DIR_REC_SERIES");
+    images_ = add_entity(series_.record, "DIR_REC_IMAGE");
+    image_2_ = add(images_.entity, "DIR_REC_IMAGE");
+    image_3_ = add(images_.entity, "DIR_REC_IMAGE");
+    patient_2_ = add(patients_.entity, "DIR_REC_PATIENT");
+    VX_Set_Value_From_String(patients_.record, 0x00100010, "Zeta");
+    VX_Set_Value_From_String(patient_2_, 0x00100010, "Alpha");
+    VX_Set_Value_From_String(images_.record, 0x00200013, "10");
+    VX_Set_Value_From_String(image_2_, 0x00200013, "2");
+  }
+  static std::string write(int32_t id) {
+    Sink sink;
+    EXPECT_EQ(VX_Write_File(id, 0, &sink, &file_output), VX_NORMAL_COMPLETION);
+    return sink.bytes;
+  }
+  int32_t read(const std::string& bytes, VX_STATUS expected = VX_NORMAL_COMPLETION) const {
+    int32_t id = -1;
+    EXPECT_EQ(VX_Create_File(&id, "DICOMDIR", "DICOMDIR", 1), VX_NORMAL_COMPLETION);
+    Source source{bytes};
+    EXPECT_EQ(VX_Open_File(app_, id, &source, &file_input), expected);
+    return id;
+  }
+  // The tree as text: "PATIENT Zeta(STUDY(...))", by the walking functions alone.
+  static std::string tree(int32_t id) {
+    int32_t entity = 0;
+    int32_t record = 0;
+    int32_t last = 0;
+    const char* name = nullptr;
+    const VX_STATUS status = VX_Dir_Root_Entity(id, &entity, &record, &name, &last);
+    return status == VX_NORMAL_COMPLETION ? entity_text(id, entity, record, name, last) : "no root";
+  }
+  static std::string entity_text(int32_t id, int32_t entity, int32_t record, const char* name, int32_t last) {
+    std::string out;
+    for (int guard = 0; record != 0 && guard < 1000; ++guard) {
+      out += std::string(name).substr(8);
+      for (const uint32_t tag : {0x00100010U, 0x00200013U}) {
+        char value[80] = "";
+        if (VX_Get_Value_To_String(record, tag, sizeof value, value) == VX_NORMAL_COMPLETION)
+          out += std::string(" ") + value;
+      }
+      int32_t below = 0;
+      int32_t first = 0;
+      int32_t is_last = 0;
+      EXPECT_EQ(VX_Dir_Next_Entity(id, record, &below, &first, &name, &is_last), VX_NORMAL_COMPLETION);
+      if (below != 0) out += "(" + entity_text(id, below, first, name, is_last) + ")";
+      const bool was_last = last != 0;
+      EXPECT_EQ(VX_Dir_Next_Record(id, entity, &record, &name, &last), VX_NORMAL_COMPLETION);
+      EXPECT_EQ(was_last, record == 0);
+      if (record != 0) out += ",";
+    }
+    return out;
+  }
+  static int32_t reference(int32_t id, uint32_t tag) {
+    int32_t value = -1;
+    VX_Get_Value_To_Int(id, tag, &value);
+    return value;
+  }
+  static int32_t records(int32_t id) {
+    int32_t count = -1;
+    VX_Get_Attribute_Info(id, 0x00041220, nullptr, &count);
+    return count;
+  }
+  static int32_t total(int32_t id) {
+    int32_t count = -1;
+    VX_Dir_Root_Count(id, &count);
+    return count;
+  }
+  int32_t app_ = -1;
+  int32_t dir_ = -1;
+  Added patients_, studies_, series_, images_;
+  int32_t image_2_ = 0, image_3_ = 0, patient_2_ = 0;
+};
+
+constexpr char kTree[] = "PATIENT Zeta(STUDY(SERIES(IMAGE 10,IMAGE 2,IMAGE))),PATIENT Alpha";
+
+TEST_F(Directory, ANewOneHasNoRoot) {
+  int32_t count = 0;
+  EXPECT_EQ(VX_Dir_Root_Count(dir_, &count), VX_UNABLE_TO_GET_ITEM_ID);
+  EXPECT_EQ(tree(dir_), "no root");
+  EXPECT_EQ(VX_Dir_Sort(dir_), VX_UNABLE_TO_GET_ITEM_ID);
+  int32_t file = -1;
+  VX_Create_Empty_File(&file, "x");
+  EXPECT_EQ(VX_Dir_Root_Count(file, &count), VX_INVALID_DICOMDIR_ID);
+}
+
+TEST_F(Directory, WrittenAndReadInEveryForm) {
+  build();
+  EXPECT_EQ(tree(dir_), kTree);
+  int32_t mrdr = 0;
+  ASSERT_EQ(VX_Dir_Open_MRDR(dir_, image_2_, "DIR_REC_MRDR", &mrdr), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(VX_Dir_Reference_MRDR(dir_, image_3_, mrdr), VX_NORMAL_COMPLETION);
+  for (const char* syntax : {"1.2.840.10008.1.2.1", "1.2.840.10008.1.2", "1.2.840.10008.1.2.2"}) {
+    for (const bool undefined : {false, true}) {
+      for (const bool packed : {false, true}) {
+        SCOPED_TRACE(testing::Message() << syntax << undefined << packed);
+        set_bool(VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ_IN_DICOMDIR, undefined);
+        set_bool(VX_CFG_DICOMDIR_STREAM_STORAGE, packed);
+        VX_Set_Value_From_String(dir_, 0x00020010, syntax);
+        const std::string bytes = write(dir_);
+        int32_t again = read(bytes);
+        EXPECT_EQ(total(again), 7);
+        EXPECT_EQ(records(again), 8);
+        const bool same_syntax = std::string_view(syntax) == "1.2.840.10008.1.2.1";
+        if (packed && same_syntax) {
+          EXPECT_EQ(write(again), bytes) << "with the records still packed";
+        }
+        EXPECT_EQ(tree(again), kTree);
+        if (!packed) {
+          EXPECT_EQ(write(again), bytes);
+        }
+        VX_Free_File(&again);
+      }
+    }
+  }
+}
+
+TEST_F(Directory, RecordsPackedByHandAreTheSame) {
+  build();
+  const std::string bytes = write(dir_);
+  for (const int32_t record : {patients_.record, patients_.record, image_2_}) {
+    EXPECT_EQ(VX_Dir_Stream_Directory_Record(dir_, record), VX_NORMAL_COMPLETION);
+  }
+  EXPECT_EQ(write(dir_), bytes);
+  EXPECT_EQ(tree(dir_), kTree);
+  EXPECT_EQ(write(dir_), bytes);
+}
+
+TEST_F(Directory, WhatMayLieWhere) {
+  EXPECT_EQ(VX_Dir_Add_Entity(dir_, 77777, "DIR_REC_STUDY", &patients_.entity, &patients_.record),
+            VX_INVALID_ITEM_ID);
+  build();
+  const Added exists = add_entity(patients_.record, "DIR_REC_STUDY", VX_ENTITY_ALREADY_EXISTS);
+  EXPECT_EQ(exists.entity, 0);
+  EXPECT_EQ(exists.record, studies_.record);
+  const Added wrong = add_entity(patient_2_, "DIR_REC_IMAGE", VX_INVALID_LOWER_DIR_RECORD);
+  EXPECT_EQ(total(dir_), 8) << "it is there all the same";
+  add_entity(wrong.record, "DIR_REC_PRIVATE");
+  add(patients_.entity, "DIR_REC_STUDY", VX_INVALID_LOWER_DIR_RECORD);
+  VX_Set_Value_From_String(image_3_, 0x00041430, "STRANGE ");
+  add_entity(image_3_, "DIR_REC_PRIVATE", VX_INVALID_DIR_RECORD_TYPE);
+  EXPECT_TRUE(has_log("DIR_REC_IMAGE is NOT a valid lower-level record type for PATIENT"));
+  int32_t count = 0;
+  EXPECT_EQ(VX_Dir_Item_Count(dir_, patients_.record, &count), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(count, 7);
+  EXPECT_EQ(VX_Dir_Entity_Count(dir_, images_.entity, &count), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(count, 3);
+  EXPECT_EQ(VX_Dir_Entity_Count(dir_, -5, &count), VX_INVALID_ENTITY_ID);
+}
+
+TEST_F(Directory, Deleting) {
+  build();
+  // The middle, the last, the first and the only one.
+  EXPECT_EQ(VX_Dir_Delete_Record(dir_, image_2_), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(VX_Dir_Delete_Record(dir_, image_2_), VX_INVALID_ITEM_ID);
+  EXPECT_EQ(tree(dir_), "PATIENT Zeta(STUDY(SERIES(IMAGE 10,IMAGE))),PATIENT Alpha");
+  EXPECT_EQ(VX_Dir_Delete_Record(dir_, image_3_), VX_NORMAL_COMPLETION);
+  image_3_ = add(images_.entity, "DIR_REC_IMAGE");
+  EXPECT_EQ(VX_Dir_Delete_Record(dir_, images_.record), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(reference(series_.record, 0x00041420), image_3_);
+  EXPECT_EQ(VX_Dir_Delete_Record(dir_, image_3_), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(reference(series_.record, 0x00041420), 0);
+  int32_t count = 0;
+  EXPECT_EQ(VX_Dir_Entity_Count(dir_, images_.entity, &count), VX_INVALID_ENTITY_ID);
+  EXPECT_EQ(records(dir_), 4);
+  add_entity(series_.record, "DIR_REC_IMAGE");
+  EXPECT_EQ(VX_Dir_Delete_Referenced_Entity(dir_, patients_.record), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(VX_Dir_Delete_Referenced_Entity(dir_, patients_.record), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(tree(dir_), "PATIENT Zeta,PATIENT Alpha");
+  EXPECT_EQ(total(dir_), 2);
+  // The root keeps its entity.
+  EXPECT_EQ(VX_Dir_Delete_Record(dir_, patients_.record), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(reference(dir_, 0x00041200), patient_2_);
+  EXPECT_EQ(VX_Dir_Delete_Record(dir_, patient_2_), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(reference(dir_, 0x00041200), 0);
+  EXPECT_EQ(reference(dir_, 0x00041202), 0);
+  EXPECT_EQ(tree(dir_), "");
+  EXPECT_EQ(total(dir_), 0);
+  const std::string empty = write(dir_);
+  EXPECT_EQ(tree(read(empty)), "");
+  add(patients_.entity, "DIR_REC_TOPIC");
+  EXPECT_EQ(tree(dir_), "TOPIC");
+  EXPECT_EQ(add_entity(0, "DIR_REC_TOPIC", VX_ENTITY_ALREADY_EXISTS).entity, 0);
+}
+
+TEST_F(Directory, DeletingUnderTheIterator) {
+  build();
+  int32_t record = 0;
+  int32_t last = 0;
+  const char* name = nullptr;
+  VX_Dir_First_Record(dir_, images_.entity, &record, &name, &last);
+  VX_Dir_Next_Record(dir_, images_.entity, &record, &name, &last);
+  EXPECT_EQ(record, image_2_);
+  VX_Dir_Delete_Record(dir_, image_2_);
+  EXPECT_EQ(VX_Dir_Next_Record(dir_, images_.entity, &record, &name, &last), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(record, image_3_);
+  EXPECT_EQ(last, 1);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(VX_Dir_Next_Record(dir_, images_.entity, &record, &name, &last), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(record, 0);
+    EXPECT_EQ(name, nullptr);
+  }
+}
+
+TEST_F(Directory, RecordsThatOthersReferTo) {
+  build();
+  int32_t mrdr = 0;
+  int32_t other = 0;
+  ASSERT_EQ(VX_Dir_Open_MRDR(dir_, image_2_, "DIR_REC_MRDR", &mrdr), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(VX_Dir_Reference_MRDR(dir_, image_3_, mrdr), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(VX_Dir_Reference_MRDR(dir_, image_3_, patient_2_), VX_INVALID_MRDR_ID);
+  EXPECT_EQ(VX_Dir_Reference_MRDR(dir_, mrdr, mrdr), VX_INVALID_ITEM_ID);
+  EXPECT_EQ(reference(mrdr, 0x00041600), 2);
+  EXPECT_EQ(VX_Dir_Reference_MRDR(dir_, image_3_, mrdr), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(reference(mrdr, 0x00041600), 2) << "the same again";
+  // Another one takes over the only reference of the first.
+  ASSERT_EQ(VX_Dir_Remove_Ref_MRDR(dir_, image_2_), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(records(dir_), 8);
+  ASSERT_EQ(VX_Dir_Open_MRDR(dir_, image_3_, "DIR_REC_MRDR", &other), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(records(dir_), 8);
+  EXPECT_EQ(reference(mrdr, 0x00041600), -1) << "gone";
+  EXPECT_EQ(total(dir_), 7);
+  EXPECT_EQ(VX_Dir_Sort(dir_), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(records(dir_), 8);
+  // It goes with the record deep below that is deleted from above.
+  EXPECT_EQ(VX_Dir_Delete_Record(dir_, patients_.record), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(records(dir_), 1);
+}
+
+TEST_F(Directory, Sorting) {
+  build();
+  add(images_.entity, "DIR_REC_PRIVATE");
+  const int32_t dose = add(images_.entity, "DIR_REC_RT_DOSE");
+  VX_Set_Value_From_String(dose, 0x00200013, "1");
+  EXPECT_EQ(VX_Dir_Sort(dir_), VX_NORMAL_COMPLETION);
+  const char* sorted = "PATIENT Alpha,PATIENT Zeta(STUDY(SERIES(IMAGE 2,IMAGE 10,IMAGE,RT_DOSE 1,PRIVATE)))";
+  EXPECT_EQ(tree(dir_), sorted);
+  EXPECT_EQ(reference(dir_, 0x00041200), patient_2_);
+  EXPECT_EQ(reference(dir_, 0x00041202), patients_.record);
+  // The sequence has the order of a walk.
+  int32_t id = 0;
+  const int32_t expected[] = {patient_2_, patients_.record, studies_.record, series_.record, image_2_};
+  for (std::size_t i = 0; i < std::size(expected); ++i) {
+    i == 0 ? VX_Get_Value_To_Int(dir_, 0x00041220, &id) : VX_Get_Next_Value_To_Int(dir_, 0x00041220, &id);
+    EXPECT_EQ(id, expected[i]) << i;
+  }
+  add(images_.entity, "DIR_REC_IMAGE");
+  EXPECT_EQ(tree(read(write(dir_))), std::string(sorted).insert(std::string(sorted).size() - 3, ",IMAGE"));
+}
+
+TEST_F(Directory, MoreEntitiesThanTheCounterHas) {
+  const Added root = add_entity(0, "DIR_REC_PRIVATE");
+  std::map<int32_t, int> seen = {{root.entity, 1}};
+  for (int i = 0; i < 32000; ++i) {
+    const int32_t record = add(root.entity, "DIR_REC_PRIVATE");
+    ++seen[add_entity(record, "DIR_REC_PRIVATE").entity];
+  }
+  EXPECT_EQ(seen.size(), 32001U);
+  EXPECT_EQ(total(dir_), 64001);
+}
+
+// --- Directories that lie ---
+
+// Puts an offset into a directory's bytes: that of `target`'s item, found by its place in the sequence.
+class Forged {
+ public:
+  explicit Forged(std::string bytes) : bytes_(std::move(bytes)) {
+    const std::string item("\xFE\xFF\x00\xE0", 4);
+    for (std::size_t at = bytes_.find(item); at != std::string::npos; at = bytes_.find(item, at + 1))
+      items_.push_back(at);
+  }
+  uint32_t offset(std::size_t record) const { return static_cast<uint32_t>(items_[record]); }
+  void set(std::size_t record, uint32_t tag, uint32_t value) {
+    char head[4];
+    vx::store_tag(head, tag, false);
+    const std::size_t at = bytes_.find(std::string(head, 4), record == kTop ? 132 : items_[record]);
+    vx::store32(bytes_.data() + at + 8, value, false);
+  }
+  const std::string& bytes() const { return bytes_; }
+  static constexpr std::size_t kTop = ~std::size_t{0};
+
+ private:
+  std::string bytes_;
+  std::vector<std::size_t> items_;
+};
+
+TEST_F(Directory, OffsetsThatLeadNowhereOrBack) {
+  build();
+  // In the file: patient, study, series, three images, patient.
+  const std::string good = write(dir_);
+  struct Case {
+    const char* what;
+    std::function<void(Forged&)> forge;
+    VX_STATUS status;
+    const char* tree;
+  };
+  const Case cases[] = {
+      {"nowhere", [](Forged& f) { f.set(2, 0x00041420, 4); }, VX_INVALID_DIRECTORY_RECORD_OFFSET,
+       "PATIENT Zeta(STUDY(SERIES)),PATIENT Alpha"},
+      {"root nowhere", [](Forged& f) { f.set(Forged::kTop, 0x00041200, 0xFFFFFFFE); },
+       VX_INVALID_DIRECTORY_RECORD_OFFSET, ""},
+      {"to itself", [](Forged& f) { f.set(6, 0x00041400, f.offset(6)); }, VX_SYSTEM_ERROR, kTree},
+      {"below itself", [](Forged& f) { f.set(6, 0x00041420, f.offset(6)); }, VX_SYSTEM_ERROR, kTree},
+      {"up", [](Forged& f) { f.set(5, 0x00041420, f.offset(1)); }, VX_SYSTEM_ERROR, kTree},
+      {"two ways to one", [](Forged& f) { f.set(6, 0x00041420, f.offset(3)); }, VX_SYSTEM_ERROR, kTree},
+      {"loop of two", [](Forged& f) { f.set(6, 0x00041400, f.offset(0)); }, VX_SYSTEM_ERROR, kTree},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Forged forged(good);
+    c.forge(forged);
+    int32_t id = read(forged.bytes(), c.status);
+    EXPECT_EQ(tree(id), c.tree);
+    // What was read can be changed and written.
+    EXPECT_EQ(VX_Dir_Sort(id), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(total(read(write(id))), total(id));
+    VX_Free_File(&id);
+  }
+  EXPECT_TRUE(has_log("Circular reference in DICOMDIR!"));
+  EXPECT_TRUE(has_log("Invalid Directory Record Offset 4"));
+  // A file that ends early is linked as far as it goes.
+  int32_t id = read(good.substr(0, Forged(good).offset(5) + 20), VX_INVALID_VALUE_FOR_VR);
+  EXPECT_EQ(tree(id), "PATIENT Zeta(STUDY(SERIES(IMAGE 10,IMAGE 2)))");
+}
+
+TEST_F(Directory, ReferencesChangedByHandEndAWalk) {
+  build();
+  VX_Set_Value_From_Int(image_3_, 0x00041400, images_.record);
+  EXPECT_EQ(VX_Dir_Sort(dir_), VX_UNABLE_TO_GET_ITEM_ID);
+  int32_t count = 0;
+  EXPECT_EQ(VX_Dir_Item_Count(dir_, patients_.record, &count), VX_UNABLE_TO_GET_ITEM_ID);
+  EXPECT_EQ(VX_Dir_Delete_Record(dir_, patients_.record), VX_UNABLE_TO_GET_ITEM_ID);
+  VX_Set_Value_From_Int(image_3_, 0x00041400, dir_);
+  EXPECT_EQ(VX_Dir_Sort(dir_), VX_UNABLE_TO_GET_ITEM_ID);
+}
+
+TEST_F(Directory, BecomesAMessageAndADirectoryAgain) {
+  build();
+  ASSERT_EQ(VX_File_To_Message(dir_), VX_NORMAL_COMPLETION);
+  int32_t count = 0;
+  EXPECT_EQ(VX_Dir_Root_Count(dir_, &count), VX_INVALID_DICOMDIR_ID);
+  ASSERT_EQ(VX_Message_To_File(dir_, "DICOMDIR"), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(VX_Set_Service_Command(dir_, "DICOMDIR", 1), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(VX_Dir_Root_Count(dir_, &count), VX_UNABLE_TO_GET_ITEM_ID);
+}
+
+}  // namespace
