@@ -217,6 +217,19 @@ void write_user_information(ItemWriter& out, const AssociationParameters& parame
   write_identity(out, parameters, type);
 }
 
+// A zeroed array in place of the former one; the count is 0 if there is no memory for it.
+template <typename T>
+bool replace_array(T*& array, int32_t& count, int32_t wanted) {
+  release(array);
+  array = nullptr;
+  count = 0;
+  if (wanted == 0) return true;
+  array = static_cast<T*>(allocate(static_cast<std::size_t>(wanted) * sizeof(T)));
+  if (array == nullptr) return false;
+  count = wanted;
+  return true;
+}
+
 void free_context(PresentationContext& context) {
   release(context.transferSyntaxes);
   release(context.extendedNegotiation);
@@ -248,14 +261,7 @@ void free_association_parameters(AssociationParameters* parameters) {
 
 bool set_context_count(AssociationParameters& parameters, int32_t count) {
   for (PresentationContext& context : contexts_of(parameters)) free_context(context);
-  release(parameters.contexts);
-  parameters.contexts = nullptr;
-  parameters.contextCount = 0;
-  if (count == 0) return true;
-  parameters.contexts = static_cast<PresentationContext*>(
-      allocate(static_cast<std::size_t>(count) * sizeof(PresentationContext)));
-  if (parameters.contexts == nullptr) return false;
-  parameters.contextCount = count;
+  if (!replace_array(parameters.contexts, parameters.contextCount, count)) return false;
   for (PresentationContext& context : contexts_of(parameters)) {
     context.scuRole = context.scpRole = kRoleAbsent;
   }
@@ -263,15 +269,7 @@ bool set_context_count(AssociationParameters& parameters, int32_t count) {
 }
 
 bool set_syntax_count(PresentationContext& context, int32_t count) {
-  release(context.transferSyntaxes);
-  context.transferSyntaxes = nullptr;
-  context.transferSyntaxCount = 0;
-  if (count == 0) return true;
-  context.transferSyntaxes = static_cast<TransferSyntaxEntry*>(
-      allocate(static_cast<std::size_t>(count) * sizeof(TransferSyntaxEntry)));
-  if (context.transferSyntaxes == nullptr) return false;
-  context.transferSyntaxCount = count;
-  return true;
+  return replace_array(context.transferSyntaxes, context.transferSyntaxCount, count);
 }
 
 bool set_extended_negotiation(PresentationContext& context, const void* data, uint16_t length) {
@@ -297,14 +295,7 @@ bool set_identity_response(AssociationParameters& parameters, const void* data, 
 }
 
 bool set_related_count(PresentationContext& context, int32_t count) {
-  release(context.relatedClasses);
-  context.relatedClasses = nullptr;
-  context.relatedClassCount = 0;
-  if (count == 0) return true;
-  context.relatedClasses = static_cast<char(*)[kUid]>(allocate(static_cast<std::size_t>(count) * kUid));
-  if (context.relatedClasses == nullptr) return false;
-  context.relatedClassCount = count;
-  return true;
+  return replace_array(context.relatedClasses, context.relatedClassCount, count);
 }
 
 bool Build_Associate_PDU(const AssociationParameters& parameters, PduType type, std::vector<uint8_t>& pdu) {

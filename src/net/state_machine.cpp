@@ -311,13 +311,17 @@ DUL_STATUS send_request(const Step& step) {
   return send_associate(step.dul, step.event, *step.data.parameters, kAssociateRq);
 }
 
+// Takes an A-ASSOCIATE-RQ or -AC that was read, or was not, into the parameters.
+DUL_STATUS take_parameters(const Step& step, DUL_STATUS read) {
+  step.dul.state = step.next;
+  if (read == DUL_NORMAL) return retrieve_parameters(step.dul, *step.data.parameters);
+  VX_LOG_ERR(name_of(step.event), "Error on Read_PDU call");
+  return read;
+}
+
 DUL_STATUS confirm_accept(const Step& step) {
   mark_unanswered(*step.data.parameters);
-  const DUL_STATUS status = Read_PDU(step.dul);
-  step.dul.state = step.next;
-  if (status == DUL_NORMAL) return retrieve_parameters(step.dul, *step.data.parameters);
-  VX_LOG_ERR(name_of(step.event), "Error on Read_PDU call");
-  return status;
+  return take_parameters(step, Read_PDU(step.dul));
 }
 
 DUL_STATUS confirm_reject(const Step& step) {
@@ -341,11 +345,7 @@ DUL_STATUS await_request(const Step& step) {
 }
 
 DUL_STATUS indicate_request(const Step& step) {
-  const DUL_STATUS status = read_proposal(step.dul);
-  step.dul.state = step.next;
-  if (status == DUL_NORMAL) return retrieve_parameters(step.dul, *step.data.parameters);
-  VX_LOG_ERR(name_of(step.event), "Error on Read_PDU call");
-  return status;
+  return take_parameters(step, read_proposal(step.dul));
 }
 
 DUL_STATUS send_accept(const Step& step) {
