@@ -3,6 +3,7 @@
 //   items.dcm    2,000 items of 100 elements each, explicit VR little endian
 //   private.dcm  1,000 private blocks of 200 elements each at the top level
 //   ct.dcm       a CT image of 512 by 512 pixels
+//   small.dcm    an image of 33 KB
 //   pixels.dcm   a multi-frame image with 16-bit pixels (200 MiB unless told otherwise)
 #include <cstdint>
 #include <cstdio>
@@ -186,6 +187,23 @@ std::string private_file() {
   return file.take();
 }
 
+// 128 x 128 pixels of 16 bits.
+std::string small_file() {
+  Stream file;
+  file.append(header("1.2.840.10008.5.1.4.1.1.7.3", "1.2.3.4.5.6.7.100000"));
+  file.us(0x00280002, 1);
+  file.text(0x00280004, "CS", "MONOCHROME2");
+  file.us(0x00280010, 128);
+  file.us(0x00280011, 128);
+  file.us(0x00280100, 16);
+  file.us(0x00280101, 16);
+  file.us(0x00280102, 15);
+  file.us(0x00280103, 0);
+  file.long_header(0x7FE00010, "OW", 32768);
+  file.append(std::string(32768, '\x5A'));
+  return file.take();
+}
+
 bool pixel_file(const std::string& path, uint32_t mib) {
   Stream file;
   file.append(header("1.2.840.10008.5.1.4.1.1.7.3", "1.2.3.4.3"));
@@ -223,7 +241,7 @@ int main(int argc, char** argv) {
   const uint32_t mib = argc > 2 ? static_cast<uint32_t>(std::atoi(argv[2])) : 200;
   const bool good = write(folder + "/items.dcm", items_file()) &&
                     write(folder + "/private.dcm", private_file()) && write(folder + "/ct.dcm", ct_file()) &&
-                    pixel_file(folder + "/pixels.dcm", mib);
+                    write(folder + "/small.dcm", small_file()) && pixel_file(folder + "/pixels.dcm", mib);
   if (!good) std::cerr << "make_inputs: could not write to " << folder << "\n";
   return good ? 0 : 2;
 }

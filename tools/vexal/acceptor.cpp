@@ -58,7 +58,7 @@ class Crew {
     std::thread([this, work = std::move(work)] {
       work();
       // The loop has to look again at connections that wait for a free thread.
-      on_signal_free();
+      finished();
     }).detach();
   }
   std::size_t busy() const {
@@ -71,7 +71,7 @@ class Crew {
   }
 
  private:
-  void on_signal_free() {
+  void finished() {
     const char byte = 1;
     [[maybe_unused]] const ssize_t ignored = ::write(wake_pipe[1], &byte, 1);
     const std::lock_guard lock(mutex_);
