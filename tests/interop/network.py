@@ -321,6 +321,52 @@ def worklist(folder):
               "vexal find --level worklist: " + result.stdout.decode() + result.stderr.decode())
 
 
+def archive(folder):
+    """vexal serve, used by others and by vexal."""
+    samples = {i: p for i, p in valid_samples().items() if meta_text(p, 0x10) in ("1.2.840.10008.1.2", "1.2.840.10008.1.2.1")
+               and meta_text(p, 2) in ("1.2.840.10008.5.1.4.1.1.2", "1.2.840.10008.5.1.4.1.1.4", "1.2.840.10008.5.1.4.1.1.7")}
+    lists = os.path.join(folder, "lists")
+    os.mkdir(lists)
+    for n in range(1, 5):
+        text = os.path.join(folder, "entry.txt")
+        with open(text, "w", encoding="ascii") as file:
+            file.write(WORKLIST.format(n=n, modality="CT" if n < 4 else "MR"))
+        run("dump2dcm", text, os.path.join(lists, "entry%d.wl" % n))
+    port, receiver = free_port(), free_port()
+    command = [VEXAL, "serve", port, "--dir", os.path.join(folder, "objects"), "--worklist", lists,
+               "--node", "RECEIVER=localhost:%d" % receiver, "--aet", "ARCHIVE"]
+    names = ("-aec", "ARCHIVE", "localhost", port)
+    with Server(command, port):
+        check(run("storescu", "-R", *names, *samples.values()).returncode == 0, "storescu to vexal serve")
+    with Server(command, port):  # what was stored is there after an end
+        found = run(VEXAL, "find", "localhost", port, "--level", "image", "--json").stdout.decode().splitlines()
+        found = {json.loads(line)["SOPInstanceUID"]: json.loads(line)["StudyInstanceUID"] for line in found}
+        check(set(found) == {i for i in samples if i in found} and len(found) > 5, "vexal find at vexal serve: %d instances" % len(found))
+        study = sorted(found.values())[-1]
+        wanted = {i for i in found if found[i] == study}
+        keys = ("-k", "QueryRetrieveLevel=STUDY", "-k", "StudyInstanceUID=" + study)
+        theirs = run("findscu", "-S", *names[:2], *keys, "-k", "PatientName", "-k", "NumberOfStudyRelatedInstances", *names[2:])
+        text = theirs.stderr.decode() + theirs.stdout.decode()
+        check("(0020,1208) IS [%d" % len(wanted) in text, "findscu at vexal serve: " + text[-1500:])
+        out = os.path.join(folder, "got")
+        os.mkdir(out)
+        result = run("getscu", "-S", *names[:2], *keys, "+B", "-od", out, *names[2:])
+        check(set(arrived(out)) == wanted, "getscu at vexal serve: " + result.stderr.decode())
+        out = os.path.join(folder, "moved")
+        os.mkdir(out)
+        with Server(["storescp", "+xa", "+B", "-od", out, receiver], receiver):
+            result = run("movescu", "-S", "-aem", "RECEIVER", *names[:2], *keys, *names[2:])
+        check(set(arrived(out)) == wanted, "movescu at vexal serve: " + result.stderr.decode())
+        for level in ("PATIENT", "SERIES", "IMAGE"):
+            result = run("findscu", "-P" if level == "PATIENT" else "-S", *names[:2], "-k", "QueryRetrieveLevel=" + level,
+                         "-k", "PatientID", "-k", "StudyInstanceUID", "-k", "SeriesInstanceUID", *names[2:])
+            check(result.returncode == 0, "findscu at level %s: " % level + result.stderr.decode())
+        result = run("findscu", "-W", *names[:2], "-k", "PatientName", "-k", "(0040,0100)[0].Modality=CT", "-k",
+                     "(0040,0100)[0].ScheduledProcedureStepDescription", *names[2:])
+        text = result.stderr.decode() + result.stdout.decode()
+        check(text.count("TEST^WORK") == 3 and text.count("STEP ") == 3, "findscu -W at vexal serve: " + text[-1500:])
+
+
 def make_certificates(folder):
     """An authority, a certificate for localhost under it, and one that stands alone."""
     def openssl(*words):
@@ -364,7 +410,7 @@ def tls(folder):
 
 
 def main():
-    for part in (verification, storage, queries, worklist, tls):
+    for part in (verification, storage, queries, worklist, archive, tls):
         with tempfile.TemporaryDirectory() as folder:
             start = time.time()
             try:

@@ -14,8 +14,6 @@
 #include <thread>
 #include <vector>
 
-#include "network.h"
-
 namespace vexal {
 namespace {
 
@@ -139,7 +137,8 @@ bool Acceptor::read(const Args& args) {
 bool Acceptor::is_welcome(int32_t association, Caller& caller) const {
   AssocInfo info;
   if (VX_Get_Association_Info(association, &info) != VX_NORMAL_COMPLETION) return false;
-  caller = {info.RemoteApplicationTitle, info.LocalApplicationTitle, info.RemoteIPAddress};
+  caller = {info.RemoteApplicationTitle, info.LocalApplicationTitle, info.RemoteIPAddress,
+            accepted_contexts(association)};
   return allowed_.empty() ||
          std::find(allowed_.begin(), allowed_.end(), caller.calling_title) != allowed_.end();
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "args.h"
+#include "network.h"
 #include "tls.h"
 #include "vexalkit.h"
 
@@ -29,6 +30,7 @@ struct Caller {
   std::string calling_title;
   std::string called_title;
   std::string address;
+  std::vector<AcceptedContext> contexts;
 };
 
 class Acceptor {

@@ -20,5 +20,6 @@ extern const Command kMove;
 extern const Command kMpps;
 extern const Command kCommit;
 extern const Command kReceive;
+extern const Command kServe;
 
 }  // namespace vexal

@@ -278,6 +278,22 @@ std::string all_text_of(int32_t object, uint32_t tag) {
   return text;
 }
 
+void set_all_text(int32_t object, uint32_t tag, const std::string& values) {
+  if (values.empty()) {
+    VX_Set_Value_To_NULL(object, tag);
+    return;
+  }
+  bool first = true;
+  for (std::size_t start = 0; start <= values.size();) {
+    const std::size_t end = std::min(values.find('\\', start), values.size());
+    const std::string piece = values.substr(start, end - start);
+    first ? VX_Set_Value_From_String(object, tag, piece.c_str())
+          : VX_Set_Next_Value_From_String(object, tag, piece.c_str());
+    first = false;
+    start = end + 1;
+  }
+}
+
 std::string Message::text(uint32_t tag) const {
   return text_of(id, tag);
 }

@@ -142,6 +142,9 @@ class Message {
 std::string text_of(int32_t object, uint32_t tag);
 // All values, joined by backslashes.
 std::string all_text_of(int32_t object, uint32_t tag);
+// The other way round; values that break the rules of their VR are set all the same. "" leaves it without a
+// value.
+void set_all_text(int32_t object, uint32_t tag, const std::string& values);
 
 // Kinds of DIMSE statuses (PS3.7 annex C).
 bool is_pending(uint16_t status);

@@ -51,16 +51,7 @@ const Row* find_word(const Row (&rows)[N], const std::string& word) {
 // One value after the other. A key may hold what its VR does not allow, such as a wildcard in a date; the
 // library then stores it and says so.
 bool set_values(const Place& place, const std::string& value) {
-  bool first = true;
-  std::size_t start = 0;
-  while (start <= value.size()) {
-    const std::size_t end = std::min(value.find('\\', start), value.size());
-    const std::string piece = value.substr(start, end - start);
-    first ? VX_Set_Value_From_String(place.object, place.tag, piece.c_str())
-          : VX_Set_Next_Value_From_String(place.object, place.tag, piece.c_str());
-    first = false;
-    start = end + 1;
-  }
+  set_all_text(place.object, place.tag, value);
   int32_t count = 0;
   return VX_Get_Value_Count(place.object, place.tag, &count) == VX_NORMAL_COMPLETION && count > 0;
 }

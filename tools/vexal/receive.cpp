@@ -124,7 +124,8 @@ int run(const Args& args) {
     return kUsage;
   }
   ServiceListName list;
-  if (!make_storage_list(list, args.has("--prefer-compressed"))) {
+  std::vector<std::string> unknown;
+  if (!list.make(storage_services(args.has("--prefer-compressed")), 1, unknown)) {
     complain("the storage services can not be offered");
     return kUsage;
   }

@@ -68,7 +68,7 @@ std::vector<std::string> storage_classes(bool with_retired) {
   return classes;
 }
 
-bool make_storage_list(ServiceListName& list, bool prefer_compressed) {
+std::vector<Proposal> storage_services(bool prefer_compressed) {
   std::vector<VX_TRANSFER_SYNTAX> plain = {EXPLICIT_LITTLE_ENDIAN, IMPLICIT_LITTLE_ENDIAN,
                                            EXPLICIT_BIG_ENDIAN, DEFLATED_EXPLICIT_LITTLE_ENDIAN};
   std::vector<VX_TRANSFER_SYNTAX> syntaxes;
@@ -79,8 +79,7 @@ bool make_storage_list(ServiceListName& list, bool prefer_compressed) {
   // Verification is left out: the library answers it by itself.
   std::vector<Proposal> proposals;
   for (const std::string& sop_class : storage_classes(true)) proposals.push_back({sop_class, syntaxes});
-  std::vector<std::string> unknown;
-  return list.make(proposals, 1, unknown) && !list.empty();
+  return proposals;
 }
 
 std::string ObjectWriter::start(int32_t, VX_TRANSFER_SYNTAX syntax, const StoredObject& stored) {

@@ -15,7 +15,7 @@ std::vector<std::string> storage_classes(bool with_retired);
 
 // All of them, in every transfer syntax. `list` must be
 // empty.
-bool make_storage_list(class ServiceListName& list, bool prefer_compressed);
+std::vector<Proposal> storage_services(bool prefer_compressed);
 
 struct StorageOptions {
   std::string folder;
