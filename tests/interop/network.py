@@ -337,7 +337,8 @@ def archive(folder):
                "--node", "RECEIVER=localhost:%d" % receiver, "--aet", "ARCHIVE"]
     names = ("-aec", "ARCHIVE", "localhost", port)
     with Server(command, port):
-        check(run("storescu", "-R", *names, *samples.values()).returncode == 0, "storescu to vexal serve")
+        result = run("storescu", "-R", "-nh", *names, *samples.values())
+        check(result.returncode == 0, "storescu to vexal serve: " + result.stderr.decode()[-1500:])
     with Server(command, port):  # what was stored is there after an end
         found = run(VEXAL, "find", "localhost", port, "--level", "image", "--json").stdout.decode().splitlines()
         found = {json.loads(line)["SOPInstanceUID"]: json.loads(line)["StudyInstanceUID"] for line in found}

@@ -271,9 +271,10 @@ std::string all_text_of(int32_t object, uint32_t tag) {
        status == VX_NORMAL_COMPLETION;
        status = VX_Get_Next_Value_To_String(object, tag, sizeof buffer, buffer)) {
     std::string value = buffer;
-    while (!value.empty() && value.back() == ' ') value.pop_back();
+    const std::size_t start = std::min(value.find_first_not_of(' '), value.size());
+    while (value.size() > start && value.back() == ' ') value.pop_back();
     if (!text.empty()) text += '\\';
-    text += value;
+    text.append(value, start);
   }
   return text;
 }
