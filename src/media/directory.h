@@ -9,6 +9,7 @@
 #include "codec/reader.h"
 #include "codec/writer.h"
 #include "model/object.h"
+#include "model/seams.h"
 
 namespace vx {
 
@@ -51,8 +52,6 @@ VX_STATUS get_reference(MsgObj& object, uint32_t tag, int32_t& value);
 VX_STATUS set_reference(MsgObj& object, uint32_t tag, int32_t value);
 // The type of a record without blanks at its end; empty if it has none.
 std::string record_type(MsgObj& record);
-// Gives a record without a name that of its type. A type that can be no name is passed over.
-VX_STATUS name_record(MsgObj& record);
 // What a new record has: no references, in use, the type that its name tells.
 VX_STATUS fill_new_record(MsgObj& record, std::string_view type);
 

@@ -29,6 +29,8 @@ void trace_object(const MsgObj& object, bool created, bool freed);
 // frees all that DirectoryInfo holds, or takes a record out of its directory, and leaves it null.
 [[gnu::weak]] VX_STATUS create_directory_records(MsgObj& object);
 [[gnu::weak]] void release_directory_records(MsgObj& object);
+// media: gives a directory record without a name that of its type. A type that can be no name is passed over.
+[[gnu::weak]] VX_STATUS name_record(MsgObj& record);
 // codec, media: stream data that is not decoded yet, up to a tag.
 [[gnu::weak]] VX_STATUS decode_deferred(MsgObj& object, uint32_t tag);
 // codec: values on temporary files.

@@ -8,7 +8,6 @@
 #include "config/services.h"
 #include "frame/log.h"
 #include "frame/text.h"
-#include "media/directory.h"
 #include "model/attributes.h"
 #include "model/charset_scan.h"
 #include "model/convert.h"
@@ -16,6 +15,7 @@
 #include "model/message_info.h"
 #include "model/message_info_file.h"
 #include "model/private_blocks.h"
+#include "model/seams.h"
 #include "validate/conditions.h"
 #include "validate/findings.h"
 

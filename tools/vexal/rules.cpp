@@ -40,9 +40,16 @@ void append_array(std::string& out, const std::vector<std::string>& values) {
 
 }  // namespace
 
-RuleBook::RuleBook() try {
+RuleBook::RuleBook() {
   take_names();
-  const std::string path = setting(VX_CFG_MSG_INFO_FILE);
+  try {
+    read(setting(VX_CFG_MSG_INFO_FILE));
+  } catch (const vxdata::Unusable& unusable) {
+    problem_ = unusable.text;
+  }
+}
+
+void RuleBook::read(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   std::ostringstream bytes;
   bytes << file.rdbuf();
@@ -51,8 +58,6 @@ RuleBook::RuleBook() try {
   for (const vxdata::DecodedEntry& entry : entries_) {
     index_[{entry.number, entry.command}] = &entry.attributes;
   }
-} catch (const vxdata::Unusable& unusable) {
-  problem_ = unusable.text;
 }
 
 const RuleBook& RuleBook::get() {

@@ -36,6 +36,7 @@ class RuleBook {
  private:
   RuleBook();
   void take_names();
+  void read(const std::string& path);  // throws vxdata::Unusable
   const Rules* find(const std::map<std::string, int>& numbers, const std::string& name,
                     uint16_t command) const;
 
