@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "codec/reader.h"
 #include "config/config.h"
 #include "config/services.h"
 #include "frame/log.h"
@@ -25,7 +26,6 @@ namespace {
 constexpr char kFunction[] = "VXI_Prepare_For_Validation";
 constexpr uint16_t kFirstGroup = 3;  // command and meta group have rules of their own
 constexpr uint32_t kImageType = 0x00080008;
-constexpr uint32_t kDirectoryRecords = 0x00041220;
 constexpr int32_t kImageTypeValues = 3;  // what stands behind them is free
 constexpr int kMaxDepth = 128;
 

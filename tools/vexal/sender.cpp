@@ -54,7 +54,9 @@ std::vector<Proposal> proposals_for(std::span<const ObjectFile* const> files, bo
   std::map<std::string, std::set<VX_TRANSFER_SYNTAX>> classes;
   for (const ObjectFile* file : files) classes[file->sop_class].insert(file->syntax);
   std::vector<Proposal> proposals;
-  for (const auto& [sop_class, syntaxes] : classes) {
+  for (const auto& entry : classes) {
+    const std::string& sop_class = entry.first;
+    const std::set<VX_TRANSFER_SYNTAX>& syntaxes = entry.second;
     bool plain = false;
     for (const VX_TRANSFER_SYNTAX syntax : syntaxes) {
       plain = plain || !is_compressed(syntax);
