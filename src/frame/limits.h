@@ -41,4 +41,8 @@ inline constexpr std::size_t kMaxAssociatePdu = 1U << 20;
 // arrived.
 inline constexpr std::size_t kAssociateStep = 64U * 1024U;
 
+// Bytes of one frame, and samples of one pixel, that a codec works on.
+inline constexpr std::size_t kMaxFrame = 0x7FFFFFFFU;
+inline constexpr uint32_t kMaxSamples = 4;
+
 }  // namespace vx

@@ -1,0 +1,102 @@
+#include "pixel/codec.h"
+
+#include <cstring>
+
+namespace vx {
+namespace {
+
+struct Row {
+  int status;
+  const char* text;
+};
+constexpr Row kTexts[] = {
+    {kCodecDone, "no error"},
+    {kCodecNoMemory, "out of memory"},
+    {kCodecNotAStream, "the data is no stream of this codec"},
+    {kCodecBadMarker, "a marker segment is broken"},
+    {kCodecUnsupported, "the stream uses a process that is not supported"},
+    {kCodecBadTable, "a table is missing or broken"},
+    {kCodecBadCode, "the coded data is broken"},
+    {kCodecShort, "the data ends before the image"},
+    {kCodecTooLarge, "the image is too large for the codec"},
+    {kCodecOtherImage, "the stream holds an image of another size or depth"},
+    {kCodecHighBits, "samples have bits above Bits Stored"},
+    {kCodecRefused, "the codec refused the data"},
+    {kCodecNotLoaded, "the codec's library is not installed"},
+    {kCodecOddColumns, "YBR_FULL_422 needs an even number of columns"},
+    {kCodecBadEnd, "the end of image is missing"},
+    {kCodecDataShort, "data of the image is missing"},
+};
+
+struct SyntaxCodec {
+  VX_TRANSFER_SYNTAX syntax;
+  const Codec* codec;
+};
+constexpr SyntaxCodec kCodecs[] = {
+    {JPEG_BASELINE, &kJpegCodec},
+    {JPEG_EXTENDED_2_4, &kJpegCodec},
+    {JPEG_LOSSLESS_HIER_14, &kJpegLosslessCodec},
+    {JPEG_2000_LOSSLESS_ONLY, &kJpeg2000Codec},
+    {JPEG_2000, &kJpeg2000Codec},
+    {JPEG_LS_LOSSLESS, &kJpegLsCodec},
+    {JPEG_LS_LOSSY, &kJpegLsCodec},
+};
+
+}  // namespace
+
+const char* codec_text(int status) {
+  for (const Row& row : kTexts) {
+    if (row.status == status) return row.text;
+  }
+  return "unknown error";
+}
+
+const Codec* codec_for(VX_TRANSFER_SYNTAX syntax) {
+  for (const SyntaxCodec& row : kCodecs) {
+    if (row.syntax == syntax) return row.codec;
+  }
+  return nullptr;
+}
+
+bool strip_high_bits(const ImageAttributes& image, const uint8_t* frame, std::vector<uint16_t>& samples) {
+  const std::size_t count = image.FrameSize / 2;
+  samples.resize(count);
+  std::memcpy(samples.data(), frame, count * 2);
+  if (image.BitsStored >= 16) return true;
+  const auto mask = static_cast<uint16_t>((1U << image.BitsStored) - 1);
+  const auto high = static_cast<uint16_t>(~mask);
+  const auto sign = static_cast<uint16_t>(image.PixelRepresentation != 0 ? (mask >> 1) + 1 : 0);
+  bool fits = true;
+  for (uint16_t& sample : samples) {
+    const uint16_t expected = (sample & sign) != 0 ? high : 0;
+    fits = fits && (sample & high) == expected;
+    sample = sample & mask;
+  }
+  return fits;
+}
+
+bool bytes_fit(const ImageAttributes& image, const uint8_t* frame) {
+  if (image.BitsStored >= 8) return true;
+  uint8_t all = 0;
+  for (uint32_t i = 0; i < image.FrameSize; ++i) all |= frame[i];
+  return (all >> image.BitsStored) == 0;
+}
+
+void extend_sign(const ImageAttributes& image, uint8_t* frame, uint32_t precision) {
+  if (image.PixelRepresentation == 0 || precision == 0 || precision >= image.BitsAllocated) return;
+  const int shift = static_cast<int>(image.BitsAllocated - precision);
+  if (image.BitsAllocated == 8) {
+    for (uint32_t i = 0; i < image.FrameSize; ++i) {
+      frame[i] = static_cast<uint8_t>(static_cast<int8_t>(frame[i] << shift) >> shift);
+    }
+    return;
+  }
+  for (uint32_t i = 0; i + 1 < image.FrameSize; i += 2) {
+    uint16_t v;
+    std::memcpy(&v, frame + i, 2);
+    v = static_cast<uint16_t>(static_cast<int16_t>(v << shift) >> shift);
+    std::memcpy(frame + i, &v, 2);
+  }
+}
+
+}  // namespace vx

@@ -1,0 +1,89 @@
+// Codecs of whole frames. Gathering the pieces of a frame and handing the result on is the same for all of
+// them and stands in standard.cpp.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "pixel/image.h"
+
+namespace vx {
+
+// What a codec answers: 0, a fault, or one of the two that leave an image behind.
+enum CodecStatus : int {
+  kCodecDone = 0,
+  kCodecNoMemory = -1,
+  kCodecNotAStream = -2,
+  kCodecBadMarker = -3,
+  kCodecUnsupported = -4,
+  kCodecBadTable = -5,
+  kCodecBadCode = -6,
+  kCodecShort = -7,
+  kCodecTooLarge = -8,
+  kCodecOtherImage = -9,  // sizes of the stream are not those of the image
+  kCodecHighBits = -10,   // samples have bits above Bits Stored, and the process would lose them
+  kCodecRefused = -11,    // by the library behind the codec
+  kCodecNotLoaded = -12,
+  kCodecOddColumns = -13,
+  kCodecBadEnd = -1008,    // the end of image is missing; the image is there
+  kCodecDataShort = -1562  // data of the image is missing; what there was is decoded
+};
+// The text of a status.
+const char* codec_text(int status);
+
+// How a frame is compressed.
+struct CodecSettings {
+  int luminance = 32;    // JPEG: factors of the tables of annex K; 32 takes them as they are
+  int chrominance = 32;  // as above
+  bool subsample = true;
+  int near = 0;             // JPEG-LS: the largest error
+  bool lossless = true;     // JPEG 2000
+  uint64_t milli_bits = 0;  // JPEG 2000: target in thousandths of a bit a pixel
+};
+
+// What the head of a stream says.
+struct CodecHead {
+  uint32_t rows = 0;
+  uint32_t columns = 0;
+  uint32_t components = 0;
+  uint32_t precision = 0;
+};
+
+// What a decode adds to its image.
+struct CodecResult {
+  uint32_t missing_bytes = 0;  // with kCodecDataShort
+};
+
+struct Codec {
+  const char* compress_name;
+  const char* decompress_name;
+  bool (*load)();
+  int (*query)(const uint8_t* data, std::size_t size, CodecHead& head);
+  // A frame as the image describes it, pixel by pixel, FrameSize bytes.
+  int (*compress)(const ImageAttributes& image, const CodecSettings& settings, const uint8_t* frame,
+                  std::vector<uint8_t>& out);
+  // Into `frame`, FrameSize bytes. With `to_rgb` a YBR_FULL_422 image comes out as RGB, rows x columns x 3
+  // bytes.
+  int (*decompress)(const ImageAttributes& image, bool to_rgb, const uint8_t* data, std::size_t size,
+                    uint8_t* frame, CodecResult& result);
+  // As jpeg::find_end.
+  std::size_t (*find_end)(const uint8_t* data, std::size_t size, std::size_t& from);
+};
+
+// The codec of a transfer syntax, or null.
+const Codec* codec_for(VX_TRANSFER_SYNTAX syntax);
+
+extern const Codec kJpegCodec;
+extern const Codec kJpegLosslessCodec;
+extern const Codec kJpegLsCodec;
+extern const Codec kJpeg2000Codec;
+
+// Samples of 16 bits with what stands above Bits Stored taken off. False if that is more than the sign.
+bool strip_high_bits(const ImageAttributes& image, const uint8_t* frame, std::vector<uint16_t>& samples);
+// Gives samples of a signed image their sign back.
+void extend_sign(const ImageAttributes& image, uint8_t* frame, uint32_t precision);
+// True if samples of 8 bits keep to Bits Stored.
+bool bytes_fit(const ImageAttributes& image, const uint8_t* frame);
+
+}  // namespace vx

@@ -1,0 +1,478 @@
+// The RLE codec (PS3.5 annex G): byte planes, each in PackBits.
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "frame/byte_order.h"
+#include "frame/log.h"
+#include "frame/pool.h"
+#include "frame/state.h"
+#include "pixel/image.h"
+#include "pixel/rle.h"
+
+namespace vx {
+namespace {
+
+constexpr char kCompressor[] = "VX_RLE_Compressor";
+constexpr char kDecompressor[] = "VX_RLE_Decompressor";
+constexpr uint32_t kHeaderBytes = 64;
+constexpr uint32_t kMaxSegments = 15;
+constexpr uint32_t kMaxRun = 128;
+
+// Where the bytes of a segment lie in the frame.
+struct Plane {
+  uint32_t start;
+  uint32_t stride;
+};
+struct Layout {
+  uint32_t segments;
+  uint32_t pixels;
+  std::array<Plane, kMaxSegments> planes;
+};
+
+// False if the image needs more segments than the header has offsets.
+bool make_layout(const ImageAttributes& image, Layout& layout) {
+  const uint32_t width = image.sample_bytes();
+  const uint32_t samples = image.SamplesPerPixel;
+  layout.segments = samples * width;
+  layout.pixels = image.Rows * image.Columns;
+  if (samples == 0 || layout.segments > kMaxSegments) return false;
+  const bool planar = image.PlanarConfiguration != 0;
+  for (uint32_t i = 0; i < layout.segments; ++i) {
+    const uint32_t sample = i / width;
+    const uint32_t byte = width - 1 - i % width;  // the most significant one first
+    layout.planes[i] = planar ? Plane{sample * layout.pixels * width + byte, width}
+                              : Plane{sample * width + byte, samples * width};
+  }
+  return true;
+}
+
+VX_STATUS refuse(const char* function, const char* text) {
+  VXlog_Function(function, VX_LOG_ERROR, "%s", text);
+  return VX_CALLBACK_CANNOT_COMPLY;
+}
+
+// --- Compression ---
+
+class Packer {
+ public:
+  explicit Packer(uint8_t* out) : begin_(out), out_(out) {}
+  void row(const uint8_t* bytes, uint32_t size);
+  uint32_t size() const { return static_cast<uint32_t>(out_ - begin_); }
+  void pad() {
+    if (size() % 2 != 0) *out_++ = 0;
+  }
+
+ private:
+  void flush(const uint8_t* bytes, uint32_t literals, uint32_t copies) {
+    if (literals != 0) {
+      *out_++ = static_cast<uint8_t>(literals - 1);
+      std::memcpy(out_, bytes, literals);
+      out_ += literals;
+    }
+    if (copies != 0) {
+      *out_++ = static_cast<uint8_t>(257 - copies);
+      *out_++ = bytes[literals];
+    }
+  }
+  uint8_t* begin_;
+  uint8_t* out_;
+};
+
+// One row; a run never crosses its end. `held` bytes from `start` on are not written yet: among them `marked`
+// that will be a replicate run, and behind those `tail` equal ones.
+void Packer::row(const uint8_t* bytes, uint32_t size) {
+  uint32_t start = 0;
+  uint32_t held = 0;
+  uint32_t tail = 0;
+  uint32_t marked = 0;
+  for (uint32_t i = 0; i < size; ++i) {
+    bool full = false;
+    ++held;
+    if (held == 1) {
+      tail = 1;
+    } else if (bytes[i] == bytes[i - 1] && tail != 0) {
+      ++tail;
+      full = (tail == 4 && held >= 5) || (tail == 3 && marked > 0);
+    } else {
+      if (tail >= 4 || (tail == 3 && marked != 0)) {
+        marked = tail;
+        full = true;
+      } else if (tail == 3) {
+        marked = 3;
+      } else {
+        marked = tail == 2 && held == 3 && marked == 0 ? 2 : 0;
+      }
+      tail = 1;
+    }
+    if (held == kMaxRun && !full) {
+      if (marked == 0) {
+        if (tail > 2) marked = tail;
+        tail = 0;
+      } else {
+        marked = 0;
+      }
+      full = true;
+    }
+    if (i + 1 == size) {
+      if (tail >= 2) {
+        marked = tail;
+        tail = 0;
+      } else if (marked == 0) {
+        tail = 0;
+      }
+      full = true;
+    }
+    if (!full) continue;
+    flush(bytes + start, held - marked - tail, marked);
+    start += held - tail;
+    held = tail;
+    marked = 0;
+  }
+  if (held != 0) flush(bytes + start, held, 0);
+}
+
+}  // namespace
+
+uint64_t rle_bound(const ImageAttributes& image) {
+  // A literal run that no replicate run pays for has at least 126 bytes; a row may end with two short runs.
+  const uint64_t row = uint64_t{image.Columns} + image.Columns / 64 + 4;
+  return kHeaderBytes + (row * image.Rows + 1) * image.SamplesPerPixel * image.sample_bytes();
+}
+
+bool rle_encode(const ImageAttributes& image, const uint8_t* frame, uint8_t* out, uint32_t& size) {
+  Layout layout;
+  if (!make_layout(image, layout)) return false;
+  std::unique_ptr<uint8_t[]> row;
+  if (layout.segments > 1) {
+    row.reset(new (std::nothrow) uint8_t[image.Columns]);
+    if (row == nullptr) return false;
+  }
+  std::memset(out, 0, kHeaderBytes);
+  store32(out, layout.segments, false);
+  uint32_t total = kHeaderBytes;
+  for (uint32_t segment = 0; segment < layout.segments; ++segment) {
+    store32(out + 4 + 4 * std::size_t{segment}, total, false);
+    const Plane plane = layout.planes[segment];
+    const uint8_t* from = frame + plane.start;
+    Packer packer(out + total);
+    for (uint32_t y = 0; y < image.Rows; ++y) {
+      if (row == nullptr) {
+        packer.row(from, image.Columns);
+        from += image.Columns;
+        continue;
+      }
+      for (uint32_t x = 0; x < image.Columns; ++x, from += plane.stride) row[x] = *from;
+      packer.row(row.get(), image.Columns);
+    }
+    packer.pad();
+    total += packer.size();
+  }
+  size = total;
+  return true;
+}
+
+namespace {
+
+struct RLEContext {
+  ImageAttributes image;
+  uint8_t* FrameBuffer = nullptr;
+  uint32_t BytesBuffered = 0;
+  uint8_t* OutputBuffer = nullptr;
+
+  ~RLEContext() {
+    release(FrameBuffer);
+    release(OutputBuffer);
+  }
+};
+
+VX_STATUS open_frame(const char* function, int32_t id, ImageAttributes& image, uint8_t*& frame) {
+  MsgObj* object = library_initialized() ? find_object(id) : nullptr;
+  if (object == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
+  if (VX_STATUS status = read_image_attributes(*object, "getDicomAttributes", image); status != kOk)
+    return status;
+  if (image.TransferSyntax != RLE) {
+    return refuse(function, function == kCompressor ? "Compressor called for non RLE transfer syntax."
+                                                    : "Decompressor called for non RLE transfer syntax.");
+  }
+  release(frame);
+  frame = static_cast<uint8_t*>(allocate_raw(std::size_t{image.FrameSize} + 1));
+  if (frame == nullptr) {
+    log_line(VX_LOG_ERROR, nullptr,
+             function == kCompressor ? "Unable to allocate buffer to hold frame of size %lu"
+                                     : "VXI_newBuffer failed for storing decompressed frame of size: %lu",
+             static_cast<unsigned long>(image.FrameSize));
+    return VX_CALLBACK_CANNOT_COMPLY;
+  }
+  return kOk;
+}
+
+VX_STATUS compress(RLEContext& context, uint32_t size, const void* data, bool last, uint32_t& out_size,
+                   void*& out) {
+  const ImageAttributes& image = context.image;
+  const uint32_t room = image.FrameSize + image.FrameSize % 2;
+  if (size > room - context.BytesBuffered) {
+    VXlog_Function(kCompressor, VX_LOG_ERROR,
+                   "Internal error, buffer overrun on input pixel buffer.  Frame size: %lu",
+                   static_cast<unsigned long>(image.FrameSize));
+    return VX_CANNOT_COMPLY;
+  }
+  if (size != 0) std::memcpy(context.FrameBuffer + context.BytesBuffered, data, size);
+  context.BytesBuffered += size;
+  if (!last) return kOk;
+  // What an image of less than a frame leaves unset goes out as zeros.
+  if (context.BytesBuffered < image.FrameSize) {
+    std::memset(context.FrameBuffer + context.BytesBuffered, 0, image.FrameSize - context.BytesBuffered);
+  }
+  const uint64_t bound = rle_bound(image);
+  if (bound > UINT32_MAX) return VX_CALLBACK_CANNOT_COMPLY;
+  release(context.OutputBuffer);
+  context.OutputBuffer = static_cast<uint8_t*>(allocate_raw(bound));
+  if (context.OutputBuffer == nullptr) {
+    log_line(VX_LOG_ERROR, nullptr, "Unable to allocate output buffer to hold frame of size %lu",
+             static_cast<unsigned long>(image.FrameSize));
+    return VX_CALLBACK_CANNOT_COMPLY;
+  }
+  if (!rle_encode(image, context.FrameBuffer, context.OutputBuffer, out_size)) {
+    return refuse(kCompressor, "The image has more samples than an RLE frame has segments for");
+  }
+  out = context.OutputBuffer;
+  return kOk;
+}
+
+// --- Decompression ---
+
+// Spreads a run over its plane.
+void put_literals(uint8_t* to, uint32_t stride, const uint8_t* from, uint32_t count) {
+  if (stride == 1) {
+    std::memcpy(to, from, count);
+    return;
+  }
+  for (uint32_t i = 0; i < count; ++i, to += stride) *to = from[i];
+}
+void put_copies(uint8_t* to, uint32_t stride, uint8_t byte, uint32_t count) {
+  if (stride == 1) {
+    std::memset(to, byte, count);
+    return;
+  }
+  for (uint32_t i = 0; i < count; ++i, to += stride) *to = byte;
+}
+
+}  // namespace
+
+const char* RleDecoder::begin(const ImageAttributes& image, uint8_t* frame) {
+  Layout layout;
+  if (!make_layout(image, layout)) return "The image has more samples than an RLE frame has segments for";
+  *this = {};
+  image_ = &image;
+  frame_ = frame;
+  pixels_ = layout.pixels;
+  return nullptr;
+}
+
+const char* RleDecoder::read_header(const uint8_t* header) {
+  Layout layout;
+  make_layout(*image_, layout);
+  segments_ = load32(header, false);
+  if (segments_ != layout.segments) return "The RLE header does not have the segments of the image";
+  for (uint32_t i = 0; i < segments_; ++i) {
+    offsets_[i] = load32(header + 4 + 4 * std::size_t{i}, false);
+    if (i == 0 ? offsets_[0] != kHeaderBytes : offsets_[i] <= offsets_[i - 1]) {
+      return "The offsets of the RLE header do not ascend from 64";
+    }
+  }
+  offsets_[segments_] = UINT32_MAX;
+  header_read_ = true;
+  position_ = kHeaderBytes;
+  start_segment(0);
+  return nullptr;
+}
+
+void RleDecoder::start_segment(uint32_t index) {
+  Layout layout;
+  make_layout(*image_, layout);
+  segment_ = index;
+  segment_bytes_ = 0;
+  stride_ = layout.planes[index].stride;
+  to_ = frame_ + layout.planes[index].start;
+}
+
+// Takes as many whole runs as there are. `used` tells how much of the input that is.
+const char* RleDecoder::runs(const uint8_t* data, uint32_t size, uint32_t& used) {
+  used = 0;
+  while (used < size && output_ < image_->FrameSize) {
+    if (position_ == offsets_[segment_ + 1]) start_segment(segment_ + 1);
+    const uint8_t control = data[used];
+    if (segment_bytes_ == pixels_) {  // the pad behind a segment
+      ++used;
+      ++position_;
+      continue;
+    }
+    const bool literal = control < 128;
+    const uint32_t count = literal ? control + 1U : 257U - control;
+    const uint32_t need = control == 128 ? 1 : literal ? count + 1 : 2;
+    if (control != 128 && (count > pixels_ - segment_bytes_ || need > offsets_[segment_ + 1] - position_)) {
+      // Some encoders pad in the middle.
+      if (count != 1 && count != 33) {
+        return output_ + count > image_->FrameSize ? "RLE run crosses frame boundary"
+                                                   : "RLE run crosses RLE segment boundary";
+      }
+      ++used;
+      ++position_;
+      continue;
+    }
+    if (need > size - used) return nullptr;
+    if (control != 128) {
+      if (literal) {
+        put_literals(to_, stride_, data + used + 1, count);
+      } else {
+        put_copies(to_, stride_, data[used + 1], count);
+      }
+      segment_bytes_ += count;
+      output_ += count;
+      if (segment_bytes_ < pixels_) to_ += std::size_t{count} * stride_;
+    }
+    used += need;
+    position_ += need;
+  }
+  return nullptr;
+}
+
+const char* RleDecoder::take(const uint8_t* data, uint32_t size) {
+  while (size != 0 && !done()) {
+    if (!header_read_) {
+      const uint32_t n = std::min(size, kHeaderBytes - split_);
+      std::memcpy(split_buffer_ + split_, data, n);
+      split_ += n;
+      data += n;
+      size -= n;
+      if (split_ < kHeaderBytes) return nullptr;
+      split_ = 0;
+      if (const char* fault = read_header(split_buffer_); fault != nullptr) return fault;
+      continue;
+    }
+    uint32_t used = 0;
+    if (split_ == 0) {
+      const char* fault = runs(data, size, used);
+      if (fault != nullptr || done()) return fault;
+      split_ = size - used;  // less than a run
+      std::memcpy(split_buffer_, data + used, split_);
+      return nullptr;
+    }
+    // A run that began in an earlier input grows byte by byte until it is whole.
+    split_buffer_[split_++] = *data++;
+    --size;
+    if (const char* fault = runs(split_buffer_, split_, used); fault != nullptr) return fault;
+    split_ -= used;
+    if (used != 0 && split_ != 0) std::memmove(split_buffer_, split_buffer_ + used, split_);
+  }
+  return nullptr;
+}
+
+const char* RleDecoder::missing() const {
+  if (done()) return nullptr;
+  return split_ != 0 && header_read_ ? "RLE run incomplete" : "RLE frame incomplete";
+}
+
+namespace {
+
+struct RLEInput {
+  ImageAttributes image;
+  RleDecoder decoder;
+  uint8_t* FrameBuffer = nullptr;
+  bool delivered = false;
+
+  ~RLEInput() { release(FrameBuffer); }
+};
+
+template <typename Context>
+VX_STATUS end_run(void** context) {
+  if (context == nullptr || *context == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
+  delete static_cast<Context*>(*context);
+  *context = nullptr;
+  return kOk;
+}
+
+template <typename Context>
+Context* run_context(const char* function, void** context, bool first) {
+  if (context == nullptr) return nullptr;
+  if (*context == nullptr && first) {
+    *context = new (std::nothrow) Context;
+    if (*context == nullptr) refuse(function, "VXI_newBuffer failure for Context");
+  }
+  return static_cast<Context*>(*context);
+}
+
+VX_STATUS drop_run(VX_STATUS status, void** context, VX_STATUS (*end)(void**)) {
+  if (status != kOk) end(context);
+  return status;
+}
+
+VX_STATUS decompress(RLEInput& context, uint32_t size, const void* data, bool last, uint32_t& out_size,
+                     void*& out) {
+  if (size != 0) {
+    const char* fault = context.decoder.take(static_cast<const uint8_t*>(data), size);
+    if (fault != nullptr) return refuse(kDecompressor, fault);
+  }
+  if (context.decoder.done()) {
+    if (context.delivered) return kOk;
+    context.delivered = true;
+    // Pieces of a value are even.
+    context.FrameBuffer[context.image.FrameSize] = 0;
+    out = context.FrameBuffer;
+    out_size = context.image.FrameSize + context.image.FrameSize % 2;
+    return kOk;
+  }
+  return last ? refuse(kDecompressor, context.decoder.missing()) : kOk;
+}
+
+}  // namespace
+}  // namespace vx
+
+using namespace vx;
+
+VX_STATUS VX_RLE_Compressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
+                            uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
+                            int32_t Release) {
+  if (Release != 0) return end_run<RLEContext>(Context);
+  if (OutSize == nullptr || OutBuffer == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
+  *OutSize = 0;
+  *OutBuffer = nullptr;
+  auto* context = run_context<RLEContext>(kCompressor, Context, IsFirst != 0);
+  if (context == nullptr || (DataSize != 0 && DataBuffer == nullptr)) return VX_CALLBACK_CANNOT_COMPLY;
+  VX_STATUS status = kOk;
+  if (IsFirst != 0) {
+    context->BytesBuffered = 0;
+    status = open_frame(kCompressor, MsgID, context->image, context->FrameBuffer);
+  }
+  if (status == kOk) status = compress(*context, DataSize, DataBuffer, IsLast != 0, *OutSize, *OutBuffer);
+  return drop_run(status, Context, &end_run<RLEContext>);
+}
+
+VX_STATUS VX_RLE_Decompressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
+                              uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
+                              int32_t Release) {
+  if (Release != 0) return end_run<RLEInput>(Context);
+  if (OutSize == nullptr || OutBuffer == nullptr) {
+    if (IsLast != 0) return kOk;
+    end_run<RLEInput>(Context);
+    return VX_CALLBACK_CANNOT_COMPLY;
+  }
+  *OutSize = 0;
+  *OutBuffer = nullptr;
+  auto* context = run_context<RLEInput>(kDecompressor, Context, IsFirst != 0);
+  if (context == nullptr || (DataSize != 0 && DataBuffer == nullptr)) return VX_CALLBACK_CANNOT_COMPLY;
+  VX_STATUS status = kOk;
+  if (IsFirst != 0) {
+    context->delivered = false;
+    status = open_frame(kDecompressor, MsgID, context->image, context->FrameBuffer);
+    if (status == kOk) {
+      const char* fault = context->decoder.begin(context->image, context->FrameBuffer);
+      if (fault != nullptr) status = refuse(kDecompressor, fault);
+    }
+  }
+  if (status == kOk) status = decompress(*context, DataSize, DataBuffer, IsLast != 0, *OutSize, *OutBuffer);
+  return drop_run(status, Context, &end_run<RLEInput>);
+}

@@ -1,0 +1,525 @@
+// VX_Standard_Compressor and VX_Standard_Decompressor: the checks on an image, the gathering of a frame from
+// its pieces, and the codec of its transfer syntax.
+#include "pixel/standard.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstring>
+#include <new>
+
+#include "config/config.h"
+#include "config/transfer_syntax.h"
+#include "frame/limits.h"
+#include "frame/log.h"
+#include "frame/pool.h"
+#include "frame/state.h"
+#include "model/attributes.h"
+#include "pixel/strip.h"
+
+namespace vx {
+namespace {
+
+constexpr char kCompressor[] = "VX_Standard_Compressor";
+constexpr char kDecompressor[] = "VX_Standard_Decompressor";
+constexpr uint32_t kQueryBytes = 16384;
+
+struct Direction {
+  const char* function;
+  bool compresses;
+};
+constexpr Direction kCompress{kCompressor, true};
+constexpr Direction kDecompress{kDecompressor, false};
+
+// --- The checks on an image ---
+
+enum class Family { None, Baseline, Extended, Lossless, JpegLs, Jpeg2000 };
+
+Family family_of(VX_TRANSFER_SYNTAX syntax) {
+  switch (syntax) {
+    case JPEG_BASELINE:
+      return Family::Baseline;
+    case JPEG_EXTENDED_2_4:
+      return Family::Extended;
+    case JPEG_LOSSLESS_HIER_14:
+      return Family::Lossless;
+    case JPEG_LS_LOSSLESS:
+    case JPEG_LS_LOSSY:
+      return Family::JpegLs;
+    case JPEG_2000_LOSSLESS_ONLY:
+    case JPEG_2000:
+      return Family::Jpeg2000;
+    default:
+      return Family::None;
+  }
+}
+
+bool is_grey(const ImageAttributes& image) {
+  return image.photometric().starts_with("MONOCHROME");
+}
+bool is_rgb(const ImageAttributes& image) {
+  return image.photometric().starts_with("RGB");
+}
+bool is_jpeg2000_colour(const ImageAttributes& image) {
+  return image.photometric().starts_with("YBR_ICT") || image.photometric().starts_with("YBR_RCT");
+}
+bool is_packed(const ImageAttributes& image) {
+  return is_packed_422(image.photometric());
+}
+bool is_colour_of_8(const ImageAttributes& image) {
+  return image.SamplesPerPixel == 3 && image.BitsAllocated == 8 && image.BitsStored == 8;
+}
+
+// A check that an image of the family must pass; the two texts are those of the compressor and the
+// decompressor.
+struct ImageCheck {
+  Family family;
+  bool (*passes)(const ImageAttributes& image, bool compresses);
+  const char* compressor;
+  const char* decompressor;
+};
+constexpr ImageCheck kChecks[] = {
+    {Family::Baseline, [](const ImageAttributes& i, bool) { return i.BitsStored == 8; },
+     "BASELINE requires bits stored = 8", "BASELINE must be 8 bits stored. VX_Standard_Decompressor"},
+    {Family::Extended,
+     [](const ImageAttributes& i, bool) {
+       return i.BitsStored == 8 || i.BitsStored == 10 || i.BitsStored == 12;
+     },
+     "EXTENDED_2_4 requires bits stored = 8,10,or 12",
+     "EXTENDED_2_4 must be 8,10, or 12 bits stored. VX_Standard_Decompressor"},
+    {Family::Baseline,
+     [](const ImageAttributes& i, bool c) {
+       return !c || !is_grey(i) || i.BitsStored != 8 || i.BitsAllocated != 16;
+     },
+     "No support for LOSSY bits allocated=16, bits stored=8. VX_Standard_Compressor", ""},
+    {Family::Extended,
+     [](const ImageAttributes& i, bool c) {
+       return !c || !is_grey(i) || i.BitsStored != 8 || i.BitsAllocated != 16;
+     },
+     "No support for LOSSY bits allocated=16, bits stored=8. VX_Standard_Compressor", ""},
+    {Family::Lossless, [](const ImageAttributes& i, bool) { return i.BitsStored >= 2 && i.BitsStored <= 16; },
+     "LOSSLESS requires bits stored between 2 and 16. VX_Standard_Compressor",
+     "LOSSLESS requires bits stored between 2 and 16. VX_Standard_Decompressor"},
+    {Family::Lossless, [](const ImageAttributes& i, bool) { return !is_packed(i); },
+     "LOSSLESS YBR_FULL_422 not supported", "LOSSLESS YBR_FULL_422 not supported. VX_Standard_Decompressor"},
+    {Family::JpegLs, [](const ImageAttributes& i, bool) { return !is_packed(i); },
+     "JLS YBR_FULL_422 not supported", "JPEG-LS: YBR_FULL_422 not supported. VX_Standard_Decompressor"},
+    {Family::JpegLs, [](const ImageAttributes& i, bool) { return !is_rgb(i) || is_colour_of_8(i); },
+     "JPEG-LS: RGB requires 3 samples per pixel, 8 bits allocated and 8 bits stored. VX_Standard_Compressor",
+     "JPEG-LS: RGB requires 3 samples per pixel, 8 bits allocated and 8 bits stored. "
+     "VX_Standard_Decompressor"},
+    {Family::JpegLs,
+     [](const ImageAttributes& i, bool) { return !is_grey(i) || i.BitsAllocated >= i.BitsStored; },
+     "JPEG-LS: grayscale requires bits allocated to be >= bits stored. VX_Standard_Compressor",
+     "JPEG-LS: grayscale requires bits allocated to be >= bits stored. VX_Standard_Decompressor"},
+    {Family::JpegLs, [](const ImageAttributes& i, bool) { return is_grey(i) || is_rgb(i); },
+     "Unsupported photometric interpretation %s. VX_Standard_Compressor",
+     "Unsupported photometric interpretation %s. VX_Standard_Decompressor"},
+    {Family::Jpeg2000, [](const ImageAttributes& i, bool) { return !is_packed(i); },
+     "J2K YBR_FULL_422 not supported", "JPEG_2000 YBR_FULL_422 not supported. VX_Standard_Decompressor"},
+    {Family::Jpeg2000,
+     [](const ImageAttributes& i, bool c) {
+       return (!is_rgb(i) && (c || !is_jpeg2000_colour(i))) || is_colour_of_8(i);
+     },
+     "JPEG_2000 RGB requires 3 samples per pixel, 8 bits allocated and 8 bits stored. VX_Standard_Compressor",
+     "JPEG_2000 RGB requires 3 samples per pixel, 8 bits allocated and 8 bits stored. "
+     "VX_Standard_Decompressor"},
+    {Family::Jpeg2000,
+     [](const ImageAttributes& i, bool) { return !is_grey(i) || i.BitsAllocated >= i.BitsStored; },
+     "JPEG_2000 grayscale requires bits allocated to be >= bits stored. VX_Standard_Compressor",
+     "JPEG_2000 grayscale requires bits allocated to be >= bits stored. VX_Standard_Decompressor"},
+    {Family::Jpeg2000,
+     [](const ImageAttributes& i, bool c) {
+       return is_grey(i) || is_rgb(i) || (!c && is_jpeg2000_colour(i));
+     },
+     "Unsupported photometric interpretation %s. VX_Standard_Compressor",
+     "Unsupported photometric interpretation %s. VX_Standard_Decompressor"},
+};
+
+VX_STATUS refuse(const char* function, const char* format, ...) __attribute__((format(printf, 2, 3)));
+VX_STATUS refuse(const char* function, const char* format, ...) {
+  va_list values;
+  va_start(values, format);
+  log_line_v(VX_LOG_ERROR, function, format, values);
+  va_end(values);
+  return VX_CALLBACK_CANNOT_COMPLY;
+}
+
+VX_STATUS check_image(const Direction& direction, const char* function, const ImageAttributes& image) {
+  const Family family = family_of(image.TransferSyntax);
+  if (family == Family::None) {
+    return refuse(function, "Transfer syntax unsupported by %s: %s ", direction.function,
+                  syntax_display_name(image.TransferSyntax));
+  }
+  for (const ImageCheck& check : kChecks) {
+    if (check.family != family || check.passes(image, direction.compresses)) continue;
+    log_line(VX_LOG_ERROR, function, direction.compresses ? check.compressor : check.decompressor,
+             image.PhotometricInterpretation);
+    return VX_CALLBACK_CANNOT_COMPLY;
+  }
+  return kOk;
+}
+
+VX_STATUS load_codec(const Direction& direction, const char* function, const Codec& codec) {
+  if (codec.load()) return kOk;
+  const char* name = direction.compresses ? codec.compress_name : codec.decompress_name;
+  // One of these texts has no point at its end.
+  const char* end = direction.compresses && std::strcmp(name, "OP_D2SEPLUS") == 0 ? "" : ".";
+  return refuse(function, "%s: failed to load Pegasus opcode %s (error: %d)%s", direction.function, name,
+                static_cast<int>(kCodecNotLoaded), end);
+}
+
+// --- The header query ---
+
+// What a query leaves on the attribute: ten words, as image files begin with.
+struct BITMAPINFOHEADER {
+  uint32_t Size;
+  int32_t Width;
+  int32_t Height;
+  uint16_t Planes;
+  uint16_t BitCount;
+  uint32_t Compression;
+  uint32_t SizeImage;
+  uint32_t Rest[4];
+};
+static_assert(sizeof(BITMAPINFOHEADER) == 40);
+
+// Takes the measures of the head where the object's differ.
+void correct_measures(const TagObj& pixels, const char* function, ImageAttributes& image) {
+  BITMAPINFOHEADER header;
+  std::memcpy(&header, pixels.AuxBuffer, sizeof header);
+  const auto rows = static_cast<uint32_t>(header.Height);
+  const auto columns = static_cast<uint32_t>(header.Width);
+  if (rows != image.Rows) {
+    VX_LOG_ERR(function, "Error. Tag VX_ATT_ROWS [%d] differs from BITMAPINFOHEADER [%d], corrected",
+               static_cast<int>(image.Rows), static_cast<int>(rows));
+  }
+  if (columns != image.Columns) {
+    VX_LOG_WARN(function, "Error. Tag VX_ATT_COLS [%d] differs from BITMAPINFOHEADER [%d], corrected",
+                static_cast<int>(image.Columns), static_cast<int>(columns));
+  }
+  const uint64_t old_pixels = uint64_t{image.Rows} * image.Columns;
+  const uint64_t bytes = old_pixels == 0 ? 0 : image.FrameSize / old_pixels * rows * columns;
+  if (bytes == 0 || bytes > kMaxFrame) return;
+  image.Rows = rows;
+  image.Columns = columns;
+  image.FrameSize = static_cast<uint32_t>(bytes);
+}
+
+VX_STATUS read_attributes(MsgObj& object, ImageAttributes& image) {
+  const VX_STATUS status = read_image_attributes(object, "getDicomAttributes", image);
+  if (status != kOk || !config_bool(VX_CFG_COMPRESSION_USE_HEADER_QUERY)) return status;
+  const TagObj* pixels = find_tag(object, kPixelData);
+  if (pixels != nullptr && pixels->AuxBuffer != nullptr && image.TransferSyntax != RLE) {
+    correct_measures(*pixels, "getHeaderAttributes", image);
+  }
+  return kOk;
+}
+
+VX_STATUS gather_head(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
+  auto& bytes = *static_cast<std::vector<uint8_t>*>(user);
+  try {
+    bytes.insert(bytes.end(), static_cast<uint8_t*>(data), static_cast<uint8_t*>(data) + size);
+  } catch (...) {
+    return VX_SYSTEM_ERROR;
+  }
+  return bytes.size() < kQueryBytes ? kOk : static_cast<VX_STATUS>(VX_END_OF_DATA);
+}
+
+VX_STATUS query_image_header(MsgObj& object, TagObj& attribute) {
+  constexpr char kFunction[] = "queryEncapsulatedData";
+  if (attribute.VR < VX_VR_OB || attribute.VR > VX_VR_OF) return VX_INCOMPATIBLE_VR;
+  VX_TRANSFER_SYNTAX syntax = 0;
+  if (encapsulated_syntax(object, syntax) != kOk || syntax == RLE) return VX_INVALID_TRANSFER_SYNTAX;
+  OFFSET_TABLE_CONTEXT context{};
+  VX_STATUS status = read_head(object, attribute, context);
+  std::vector<uint8_t> bytes;
+  if (status == kOk) {
+    context.State = VXI_SEGMENT_WAITING_DELIMITER;
+    context.Position = context.HeadBytes;
+    Stripper stripper(object, attribute, context, {gather_head, &bytes, true}, true, nullptr);
+    status = stripper.walk(true);
+  }
+  release(context.MainTable);
+  if (status != kOk && status != VX_END_OF_DATA && status != VX_END_OF_FRAME) {
+    return refuse(kFunction, "stripEncapsulatedData failed. Error: %s", status_text(status));
+  }
+  const Codec* codec = codec_for(syntax);
+  if (codec == nullptr) return VX_INVALID_TRANSFER_SYNTAX;
+  if (status = load_codec(kDecompress, kFunction, *codec); status != kOk) return status;
+  CodecHead head;
+  if (int fault = codec->query(bytes.data(), bytes.size(), head); fault != kCodecDone) {
+    return refuse(kFunction, "Pegasus responded RES_ERR.  Status = %s", codec_text(fault));
+  }
+  BITMAPINFOHEADER header{sizeof(BITMAPINFOHEADER),
+                          static_cast<int32_t>(head.columns),
+                          static_cast<int32_t>(head.rows),
+                          1,
+                          static_cast<uint16_t>(head.components * head.precision),
+                          0,
+                          0,
+                          {}};
+  release(attribute.AuxBuffer);
+  attribute.AuxBuffer = allocate_raw(sizeof header);
+  if (attribute.AuxBuffer == nullptr) return refuse(kFunction, "Failed to allocated BITMAPINFOHEADER");
+  std::memcpy(attribute.AuxBuffer, &header, sizeof header);
+  return kOk;
+}
+
+// --- A run ---
+
+struct StandardContext {
+  explicit StandardContext(const Direction& d) : direction(d) {}
+  const Direction& direction;
+  ImageAttributes image;
+  const Codec* codec = nullptr;
+  std::vector<uint8_t> input;  // pieces of the frame or of the stream
+  std::vector<uint8_t> OutputBuffer;
+  std::size_t searched = 0;  // of the stream, for its end
+  bool to_rgb = false;
+  bool delivered = false;
+  bool Failed = false;
+};
+
+VX_STATUS open_run(MsgObj& object, StandardContext& run) {
+  const Direction& direction = run.direction;
+  ImageAttributes& image = run.image;
+  if (read_attributes(object, image) != kOk)
+    return refuse(direction.function, "Failed to get image attributes.");
+  if (direction.compresses && image.PlanarConfiguration == 1 &&
+      (image.SamplesPerPixel != 3 || image.BitsAllocated != 8)) {
+    return refuse(
+        direction.function,
+        "Message must contain VX_ATT_PLANAR_CONFIGURATION (equal to 1) with 8 bits allocated per sample");
+  }
+  if (VX_STATUS status = check_image(direction, direction.function, image); status != kOk) return status;
+  run.codec = codec_for(image.TransferSyntax);
+  if (VX_STATUS status = load_codec(direction, direction.function, *run.codec); status != kOk) return status;
+  if (direction.compresses && is_packed(image) && image.FrameSize % 4 != 0) {
+    return refuse(direction.function, "YBR data should be given in a multiple of 4 bytes");
+  }
+  if (!direction.compresses) {
+    const OFFSET_TABLE_CONTEXT* context = encapsulation(object);
+    run.to_rgb = context != nullptr && context->ToRgb && is_packed(image);
+    if (run.to_rgb) {
+      const uint64_t bytes = uint64_t{image.Rows} * image.Columns * 3;
+      if (bytes > kMaxFrame) return refuse(direction.function, "Failed to get image attributes.");
+      image.FrameSize = static_cast<uint32_t>(bytes);
+    }
+  }
+  run.input.clear();
+  run.searched = 0;
+  run.delivered = false;
+  return kOk;
+}
+
+void append(std::vector<uint8_t>& bytes, const void* data, uint32_t size) {
+  const auto* from = static_cast<const uint8_t*>(data);
+  bytes.insert(bytes.end(), from, from + size);
+}
+
+// Planes into pixels.
+void interleave(const ImageAttributes& image, std::vector<uint8_t>& frame) {
+  std::vector<uint8_t> pixels(frame.size());
+  const std::size_t plane = std::size_t{image.Rows} * image.Columns;
+  for (std::size_t s = 0; s < 3; ++s) {
+    for (std::size_t i = 0; i < plane; ++i) pixels[3 * i + s] = frame[s * plane + i];
+  }
+  frame.swap(pixels);
+}
+
+void hand_out(StandardContext& run, uint32_t& out_size, void*& out) {
+  if (run.OutputBuffer.size() % 2 != 0) run.OutputBuffer.push_back(0);
+  out = run.OutputBuffer.data();
+  out_size = static_cast<uint32_t>(run.OutputBuffer.size());
+  run.delivered = true;
+}
+
+VX_STATUS compress(StandardContext& run, uint32_t size, const void* data, bool last, uint32_t& out_size,
+                   void*& out) {
+  const ImageAttributes& image = run.image;
+  // A frame of an odd number of bytes may have its pad with it.
+  const std::size_t room = image.FrameSize + image.FrameSize % 2;
+  if (size > room - run.input.size()) {
+    return refuse(kCompressor, "Pegasus responded RES_ERR when executing.  Status = %s",
+                  codec_text(kCodecOtherImage));
+  }
+  const bool whole = last && run.input.empty() && size >= image.FrameSize && image.PlanarConfiguration == 0;
+  const auto* frame = static_cast<const uint8_t*>(data);
+  if (!whole) {
+    if (run.input.empty()) run.input.reserve(room);
+    if (size != 0) append(run.input, data, size);
+    if (!last) return kOk;
+    if (run.input.size() < image.FrameSize) {
+      refuse(kCompressor, "Pegasus returned RES_DONE before consuming entire image.");
+      return refuse(kCompressor, "Frame size: %ld, bytes processed: %ld", static_cast<long>(image.FrameSize),
+                    static_cast<long>(run.input.size()));
+    }
+    if (image.PlanarConfiguration == 1) interleave(image, run.input);
+    frame = run.input.data();
+  }
+  const int status = run.codec->compress(image, codec_settings(image), frame, run.OutputBuffer);
+  if (status != kCodecDone) {
+    return refuse(kCompressor, "Pegasus responded RES_ERR when compressing.  Status = %s",
+                  codec_text(status));
+  }
+  hand_out(run, out_size, out);
+  return kOk;
+}
+
+// What a decode says beside the image. False: it counts as a failure.
+bool accept(const StandardContext& run, int status, const CodecResult& result) {
+  if (status == kCodecBadEnd) {
+    const int ignore = run.codec == &kJpegLosslessCodec ? config_int(VX_CFG_IGNORE_JPEG_BAD_SUFFIX) : -1;
+    if (ignore < 0) {
+      VX_LOG_WARN(kDecompressor,
+                  "Invalid format of JPEG, image still decompressed. JPEG EOI marker may be bad.");
+    }
+    return ignore != 0;
+  }
+  if (status == kCodecDataShort) {
+    VX_LOG_WARN(kDecompressor, "Invalid format of JPEG, %d bytes data short. ",
+                static_cast<int>(result.missing_bytes));
+    return true;
+  }
+  return status == kCodecDone;
+}
+
+VX_STATUS decompress(StandardContext& run, uint32_t size, const void* data, bool last, uint32_t& out_size,
+                     void*& out) {
+  if (run.delivered) return kOk;  // pads
+  const auto* stream = static_cast<const uint8_t*>(data);
+  std::size_t length = size;
+  if (!run.input.empty() || size == 0) {
+    if (size != 0) append(run.input, data, size);
+    stream = run.input.data();
+    length = run.input.size();
+  }
+  if (length == 0) {
+    if (last) {
+      VX_LOG_WARN(kDecompressor,
+                  "Decompressor did not return data on AisLast call. VX_Standard_Decompressor");
+    }
+    return kOk;
+  }
+  const std::size_t end = run.codec->find_end(stream, length, run.searched);
+  if (end == 0 && !last) {
+    if (run.input.empty()) append(run.input, data, size);
+    return kOk;
+  }
+  run.OutputBuffer.resize(run.image.FrameSize);
+  CodecResult result;
+  const int status = run.codec->decompress(run.image, run.to_rgb, stream, end != 0 ? end : length,
+                                           run.OutputBuffer.data(), result);
+  if (!accept(run, status, result)) {
+    return refuse(kDecompressor, "Pegasus responded RES_ERR when decompressing.  Status = %s",
+                  codec_text(status));
+  }
+  hand_out(run, out_size, out);
+  return kOk;
+}
+
+VX_STATUS end_run(void** context) {
+  if (context == nullptr || *context == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
+  delete static_cast<StandardContext*>(*context);
+  *context = nullptr;
+  return kOk;
+}
+
+VX_STATUS run_codec(const Direction& direction, int32_t id, void** context, uint32_t size, const void* data,
+                    uint32_t* out_size, void** out, bool first, bool last) try {
+  if (context == nullptr || out_size == nullptr || out == nullptr || (size != 0 && data == nullptr)) {
+    return VX_CALLBACK_CANNOT_COMPLY;
+  }
+  *out_size = 0;
+  *out = nullptr;
+  MsgObj* object = library_initialized() ? find_object(id) : nullptr;
+  if (object == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
+  if (first) {
+    end_run(context);
+    *context = new (std::nothrow) StandardContext(direction);
+    if (*context == nullptr) {
+      return refuse(direction.function,
+                    direction.compresses ? "malloc failure for Context" : "malloc failure for Context.");
+    }
+  }
+  auto* run = static_cast<StandardContext*>(*context);
+  if (run == nullptr || run->Failed) return VX_CALLBACK_CANNOT_COMPLY;
+  VX_STATUS status = first ? open_run(*object, *run) : kOk;
+  if (status == kOk) {
+    status = direction.compresses ? compress(*run, size, data, last, *out_size, *out)
+                                  : decompress(*run, size, data, last, *out_size, *out);
+  }
+  run->Failed = status != kOk;
+  return status;
+} catch (const std::bad_alloc&) {
+  return refuse(direction.function, "malloc failure");
+}
+
+}  // namespace
+
+bool subsamples_rgb() {
+  return config_text(VX_CFG_COMPRESSION_RGB_TRANSFORM_FORMAT) == "YBR_FULL_422";
+}
+
+bool is_lossy_target(VX_TRANSFER_SYNTAX syntax) {
+  return syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4 ||
+         (syntax == JPEG_2000 && config_bool(VX_CFG_COMPRESSION_WHEN_J2K_USE_LOSSY));
+}
+
+CodecSettings codec_settings(const ImageAttributes& image) {
+  CodecSettings settings;
+  settings.luminance = config_int(VX_CFG_COMPRESSION_LUM_FACTOR);
+  settings.chrominance = config_int(VX_CFG_COMPRESSION_CHROM_FACTOR);
+  settings.subsample = subsamples_rgb();
+  settings.near = image.TransferSyntax == JPEG_LS_LOSSY ? 10 : 0;
+  settings.lossless = !is_lossy_target(image.TransferSyntax);
+  if (config_bool(VX_CFG_COMPRESSION_J2K_LOSSY_USE_QUALITY)) {
+    const uint64_t bits = is_rgb(image) ? 24 : image.BitsStored;
+    const auto quality = static_cast<uint64_t>(std::max(config_int(VX_CFG_COMPRESSION_J2K_LOSSY_QUALITY), 0));
+    settings.milli_bits = bits * 1000 / 10 * quality;
+  } else {
+    const auto ratio = static_cast<uint64_t>(std::max(config_int(VX_CFG_COMPRESSION_J2K_LOSSY_RATIO), 1));
+    settings.milli_bits = uint64_t{image.SamplesPerPixel} * image.BitsAllocated * 1000 / ratio;
+  }
+  return settings;
+}
+
+void query_image_header_if_wanted(MsgObj& object, TagObj& attribute) try {
+  if (!config_bool(VX_CFG_COMPRESSION_USE_HEADER_QUERY) || attribute.AuxBuffer != nullptr) return;
+  VX_TRANSFER_SYNTAX syntax = 0;
+  if (encapsulated_syntax(object, syntax) != kOk || syntax == RLE) return;
+  const VX_STATUS status = query_image_header(object, attribute);
+  if (status == kOk) return;
+  VX_LOG_ERR("VXI_QueryEncapsulatedData", "VXI_QueryEncapsulatedData failed with an error: %s",
+             status_text(status));
+  VX_LOG_ERR("VX_Get_Encapsulated_Value_To_Function", "VXI_QueryEncapsulatedData returned an error: %s",
+             status_text(status));
+  release(attribute.AuxBuffer);
+  attribute.AuxBuffer = nullptr;
+} catch (const std::bad_alloc&) {
+}
+
+}  // namespace vx
+
+using namespace vx;
+
+VX_STATUS VX_Standard_Compressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
+                                 uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
+                                 int32_t Release) {
+  if (Release != 0) return end_run(Context);
+  return run_codec(kCompress, MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0,
+                   IsLast != 0);
+}
+
+VX_STATUS VX_Standard_Decompressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
+                                   uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
+                                   int32_t Release) {
+  if (Release != 0) return end_run(Context);
+  return run_codec(kDecompress, MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0,
+                   IsLast != 0);
+}
+
+VX_STATUS VX_Thread_Release(void) {
+  VX_REQUIRE_LIBRARY();
+  return kOk;  // the codecs keep nothing for a thread
+}

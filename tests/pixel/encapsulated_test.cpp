@@ -1,0 +1,269 @@
+// Values built and taken apart without a codec: items, tables, frames.
+#include "model/callbacks.h"
+#include "pixels.h"
+
+namespace {
+
+using namespace pixels;
+
+const std::string kA = "aaaa", kB = "bbbbbb", kC = "cc";
+
+class Encapsulated : public PixelTest {
+ protected:
+  // Three frames of 4 bytes in the image's eyes; what is stored has any size.
+  void prepare_frames(int frames) {
+    prepare(RLE, {.rows = 2, .columns = 2, .frames = frames});
+    clear_log();
+  }
+};
+
+TEST_F(Encapsulated, FramesBecomeItemsAndTheTableGrows) {
+  prepare_frames(3);
+  ASSERT_EQ(set_frame(id_, true, {.bytes = kA, .piece = 2}), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(set_frame(id_, false, {.bytes = kB}), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(set_frame(id_, false, {.bytes = kC, .piece = 0, .late_last = true}), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(VX_Close_Encapsulated_Value(id_, kPixelData), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(value(id_), table({0, 20, 34}) + item("aa") + item("aa") + item(kB) + item(kC) + kDelimiter);
+  Taken offsets;
+  ASSERT_EQ(VX_Get_Offset_Table_To_Function(id_, &offsets, &take), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(offsets.bytes, le32(12) + le32(0) + le32(20) + le32(34));
+
+  std::vector<std::string> frames;
+  EXPECT_EQ(get_frames(id_, frames), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(frames, (std::vector<std::string>{kA, kB, kC}));
+  Taken more;
+  EXPECT_EQ(VX_Get_Next_Encapsulated_Value_To_Function(id_, kPixelData, &more, &take), VX_NO_MORE_VALUES);
+
+  set_bool(VX_CFG_CREATE_OFFSET_TABLE, false);
+  ASSERT_EQ(set_frame(id_, true, {.bytes = kA}), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(set_frame(id_, false, {.bytes = kB}), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(VX_Close_Encapsulated_Value(id_, kPixelData), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(value(id_), table({}) + item(kA) + item(kB) + kDelimiter);
+  Taken none;
+  EXPECT_EQ(VX_Get_Offset_Table_To_Function(id_, &none, &take), VX_EMPTY_VALUE);
+}
+
+TEST_F(Encapsulated, ALongTableIsRewrittenInPlace) {
+  prepare_frames(500);
+  std::vector<uint32_t> offsets;
+  for (uint32_t i = 0; i < 500; ++i) {
+    offsets.push_back(i * 10);
+    ASSERT_EQ(set_frame(id_, i == 0, {.bytes = "xy"}), VX_NORMAL_COMPLETION);
+  }
+  ASSERT_EQ(VX_Close_Encapsulated_Value(id_, kPixelData), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(value(id_).substr(0, 8 + 2000), table(offsets));
+  std::string bytes;
+  EXPECT_EQ(get_frame(id_, 499, bytes), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(bytes, "xy");
+}
+
+TEST_F(Encapsulated, RefusalsOfAWriter) {
+  prepare_frames(1);
+  EXPECT_EQ(VX_Close_Encapsulated_Value(id_, kPixelData), VX_INVALID_TAG);
+  EXPECT_EQ(set_frame(id_, true, {.bytes = "odd"}), VX_CALLBACK_DATA_SIZE_UNEVEN);
+  const auto no_buffer = [](int32_t, uint32_t, int32_t, void*, uint32_t* size, void** data, int32_t* last) {
+    *size = 2;
+    *data = nullptr;
+    *last = 1;
+    return static_cast<VX_STATUS>(VX_NORMAL_COMPLETION);
+  };
+  EXPECT_EQ(VX_Set_Encapsulated_Value_From_Function(id_, kPixelData, nullptr, no_buffer),
+            VX_CALLBACK_PARM_ERROR);
+  const auto fails_late = [](int32_t, uint32_t, int32_t first, void*, uint32_t* size, void** data,
+                             int32_t* last) {
+    static char bytes[2];
+    *size = 2;
+    *data = bytes;
+    *last = 0;
+    return static_cast<VX_STATUS>(first != 0 ? VX_NORMAL_COMPLETION : VX_CANNOT_COMPLY);
+  };
+  EXPECT_EQ(VX_Set_Encapsulated_Value_From_Function(id_, kPixelData, nullptr, fails_late),
+            VX_CALLBACK_CANNOT_COMPLY);
+  uint32_t length = 0;
+  char buffer[8];
+  EXPECT_EQ(VX_Get_Value_To_Buffer(id_, kPixelData, 8, buffer, &length), VX_EMPTY_VALUE);
+  VX_Set_Message_Transfer_Syntax(id_, EXPLICIT_LITTLE_ENDIAN);
+  EXPECT_EQ(set_frame(id_, true, {.bytes = "ab"}), VX_INVALID_TRANSFER_SYNTAX);
+  EXPECT_EQ(VX_Register_Compression_Callbacks(id_, nullptr, nullptr), VX_INVALID_TRANSFER_SYNTAX);
+}
+
+// Whatever the pieces of a value and its fragments, the same frames come out.
+TEST_F(Encapsulated, EverySplitOfEveryLayoutGivesTheSameFrames) {
+  const std::string head = table({0, 20, 34});
+  const std::string body = item("aa") + item("aa") + item(kB) + item(kC);
+  const std::string with_empty_fragments =
+      table({0, 28, 50}) + item("aa") + item("") + item("aa") + item(kB) + item("") + item(kC);
+  const std::vector<std::string> expected{kA, kB, kC};
+  prepare_frames(3);
+  for (const std::string& stored :
+       {head + body + kDelimiter, head + body, with_empty_fragments + kDelimiter}) {
+    for (std::size_t piece = 1; piece <= stored.size(); ++piece) {
+      SCOPED_TRACE(testing::Message() << stored.size() << " bytes in pieces of " << piece);
+      set_value(id_, stored, piece);
+      std::vector<std::string> frames;
+      ASSERT_EQ(get_frames(id_, frames), VX_NORMAL_COMPLETION);
+      ASSERT_EQ(frames, expected);
+      for (const int number : {2, 0, 1, 1, 2}) {
+        std::string bytes;
+        ASSERT_EQ(get_frame(id_, number, bytes), VX_NORMAL_COMPLETION);
+        ASSERT_EQ(bytes, expected[static_cast<std::size_t>(number)]);
+      }
+      // A walk goes on behind the frame that was asked for.
+      std::string bytes;
+      ASSERT_EQ(get_frame(id_, 0, bytes), VX_NORMAL_COMPLETION);
+      Taken next;
+      ASSERT_EQ(VX_Get_Next_Encapsulated_Value_To_Function(id_, kPixelData, &next, &take), VX_END_OF_FRAME);
+      ASSERT_EQ(next.bytes, kB);
+      ASSERT_EQ(get_frame(id_, 3, bytes), VX_NO_MORE_VALUES);
+    }
+  }
+}
+
+TEST_F(Encapsulated, WithoutATableEachFragmentIsAFrameAndTheWholeIsOneRun) {
+  prepare_frames(3);
+  const std::string stored = table({}) + item(kA) + item(kB) + item(kC) + kDelimiter;
+  for (std::size_t piece = 1; piece <= stored.size(); ++piece) {
+    set_value(id_, stored, piece);
+    std::string bytes;
+    ASSERT_EQ(get_frame(id_, 1, bytes), VX_NORMAL_COMPLETION);
+    ASSERT_EQ(bytes, kB);
+    ASSERT_EQ(get_frame(id_, 2, bytes), VX_NORMAL_COMPLETION);
+    ASSERT_EQ(bytes, kC);
+    ASSERT_EQ(get_frame(id_, 0, bytes), VX_NORMAL_COMPLETION);
+    ASSERT_EQ(bytes, kA);
+    ASSERT_EQ(get_frame(id_, 3, bytes), VX_NO_MORE_VALUES);
+    std::vector<std::string> frames;
+    ASSERT_EQ(get_frames(id_, frames), VX_NORMAL_COMPLETION);
+    ASSERT_EQ(frames, std::vector<std::string>{kA + kB + kC});
+  }
+  // An image of one frame has it in all its fragments, whatever its table says.
+  prepare_frames(1);
+  for (const auto& head : {table({}), table({0}), table({0, 12, 999})}) {
+    set_value(id_, head + item(kA) + item(kB) + kDelimiter, 7);
+    std::string bytes;
+    ASSERT_EQ(get_frame(id_, 0, bytes), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(bytes, kA + kB);
+    EXPECT_EQ(get_frame(id_, 1, bytes), VX_NO_MORE_VALUES);
+  }
+}
+
+TEST_F(Encapsulated, ATableThatDoesNotFitIsPassedOver) {
+  prepare_frames(3);
+  const std::string body = item(kA) + item(kB) + item(kC) + kDelimiter;
+  for (const auto& offsets : std::vector<std::vector<uint32_t>>{
+           {0, 0, 0}, {0, 26, 12}, {0, 12, 4000}, {4, 12, 26}, {0xFFFFFFFFU, 1, 2}}) {
+    set_value(id_, table(offsets) + body, 5);
+    std::string bytes;
+    ASSERT_EQ(get_frame(id_, 2, bytes), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(bytes, kC);
+    EXPECT_TRUE(has_log("offset table does not fit"));
+    clear_log();
+  }
+  // Inside its value, but between the fragments: noticed on the way.
+  set_value(id_, table({0, 14, 28}) + body, 5);
+  std::vector<std::string> frames;
+  EXPECT_EQ(get_frames(id_, frames), VX_NORMAL_COMPLETION);
+  EXPECT_TRUE(has_log("offset table does not fit"));
+}
+
+TEST_F(Encapsulated, BrokenValues) {
+  prepare_frames(2);
+  const std::string good = table({0, 12}) + item(kA) + item(kC) + kDelimiter;
+  const auto status_of = [&](const std::string& stored) {
+    set_value(id_, stored, 3);
+    std::vector<std::string> frames;
+    std::string bytes;
+    get_frame(id_, 1, bytes);
+    return get_frames(id_, frames);
+  };
+  EXPECT_EQ(status_of(good.substr(0, 7)), VX_ENCAPSULATED_TOO_SHORT);
+  std::string wrong = good;
+  wrong[4] = '\x7F';
+  EXPECT_EQ(status_of(wrong), VX_ENCAPSULATED_TOO_SHORT);
+  for (const std::size_t at : {16, 17, 18, 19}) {
+    wrong = good;
+    wrong[at] = 'x';
+    EXPECT_EQ(status_of(wrong), VX_MISSING_DELIMITER) << at;
+    EXPECT_TRUE(has_log("VXI_SEGMENT_WAITING_DELIMITER"));
+  }
+  // Whatever is cut or changed ends in a status.
+  for (std::size_t at = 0; at < good.size(); ++at) {
+    status_of(good.substr(0, at));
+    for (int bit = 0; bit < 8; ++bit) {
+      wrong = good;
+      wrong[at] = static_cast<char>(wrong[at] ^ (1 << bit));
+      status_of(wrong);
+    }
+  }
+}
+
+TEST_F(Encapsulated, NativeFramesByNumber) {
+  VX_Set_Message_Transfer_Syntax(id_, EXPLICIT_LITTLE_ENDIAN);
+  describe(id_, {.rows = 2, .columns = 2, .frames = 3});
+  std::string bytes;
+  for (std::size_t piece = 1; piece <= 12; ++piece) {
+    set_value(id_, "aaaabbbbcccc", piece);
+    EXPECT_EQ(get_frame(id_, 1, bytes), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(bytes, "bbbb");
+    EXPECT_EQ(get_frame(id_, 2, bytes), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(bytes, "cccc");
+    EXPECT_EQ(get_frame(id_, 3, bytes), VX_NO_MORE_VALUES);
+    EXPECT_EQ(get_frame(id_, -1, bytes), VX_EMPTY_VALUE);
+  }
+  set_value(id_, "aaaabb", 2);
+  EXPECT_EQ(get_frame(id_, 1, bytes), VX_NO_MORE_VALUES);
+}
+
+// A callback that holds the value: what it was given, and what it gives from an offset on.
+struct Holder {
+  std::string table;
+  std::string body;
+  static VX_STATUS call(int32_t, uint32_t, void* user, VX_CALLBACK_REQUEST request, uint32_t* size,
+                        void** data, int32_t, int32_t*) {
+    auto& holder = *static_cast<Holder*>(user);
+    static std::string given;
+    switch (request) {
+      case VX_PROVIDE_OFFSET_TABLE:
+        holder.table.assign(static_cast<const char*>(*data), *size);
+        break;
+      case VX_PROVIDE_DATA:
+        holder.body.append(static_cast<const char*>(*data), *size);
+        break;
+      case VX_REQUEST_LENGTH:
+        *size = static_cast<uint32_t>(holder.table.size() + holder.body.size());
+        break;
+      case VX_REQUEST_DATA_AT_OFFSET:
+        given = (holder.table + holder.body).substr(*size, 5);
+        *size = static_cast<uint32_t>(given.size());
+        *data = given.data();
+        break;
+      default:
+        break;
+    }
+    return VX_NORMAL_COMPLETION;
+  }
+};
+
+TEST_F(Encapsulated, AValueThatACallbackHolds) {
+  prepare_frames(3);
+  int32_t app = -1;
+  Holder holder;
+  ASSERT_EQ(VX_Register_Application(&app, "PIXELS"), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(VX_Register_Callback_Function(app, kPixelData, &holder, &Holder::call), VX_NORMAL_COMPLETION);
+  VX_Add_Standard_Attribute(id_, kPixelData);
+  ASSERT_EQ(VX_Set_Message_Callbacks(app, id_), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(set_frame(id_, true, {.bytes = kA}), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(set_frame(id_, false, {.bytes = kB}), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(set_frame(id_, false, {.bytes = kC}), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(VX_Close_Encapsulated_Value(id_, kPixelData), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(holder.table, table({0, 12, 26}));
+  EXPECT_EQ(holder.body, item(kA) + item(kB) + item(kC) + kDelimiter);
+  std::vector<std::string> frames;
+  EXPECT_EQ(get_frames(id_, frames), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(frames, (std::vector<std::string>{kA, kB, kC}));
+  std::string bytes;
+  EXPECT_EQ(get_frame(id_, 1, bytes), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(bytes, kB);
+}
+
+}  // namespace

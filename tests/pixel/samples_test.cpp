@@ -1,0 +1,122 @@
+// Real compressed files: every frame decodes to the pixels that other programs recorded beside the file.
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include "pixels.h"
+
+namespace {
+
+using namespace pixels;
+namespace fs = std::filesystem;
+
+fs::path sample_folder() {
+  const char* named = std::getenv("VEXAL_SAMPLES");
+  return named != nullptr ? fs::path(named) : fs::path(VEXAL_SOURCE_DIR) / ".." / "shared" / "samples";
+}
+
+std::string load(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream content;
+  content << file.rdbuf();
+  return content.str();
+}
+
+VX_STATUS give(const char*, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
+  auto& bytes = *static_cast<std::string*>(user);
+  *size = static_cast<uint32_t>(bytes.size());
+  *data = bytes.data();
+  *last = 1;
+  return VX_NORMAL_COMPLETION;
+}
+
+class PixelSamples : public support::LibraryTest {
+ protected:
+  void SetUp() override {
+    LibraryTest::SetUp();
+    if (!fs::is_directory(sample_folder())) GTEST_SKIP() << "no samples in " << sample_folder();
+    ASSERT_EQ(begin_with_full_data(), VX_NORMAL_COMPLETION);
+    ASSERT_EQ(VX_Register_Application(&app_, "PIXELS"), VX_NORMAL_COMPLETION);
+    set_bool(VX_CFG_ORVEN_OPEN_FILE, true);
+  }
+  // The hashes that programs recorded.
+  static std::set<std::string> recorded(const std::string& name) {
+    std::set<std::string> hashes;
+    const std::string text = load(sample_folder() / "expected" / (name + ".json"));
+    const std::string key = "\"sha256_planar0\": \"";
+    for (std::size_t at = text.find(key); at != std::string::npos; at = text.find(key, at + 1)) {
+      hashes.insert(text.substr(at + key.size(), 64));
+    }
+    return hashes;
+  }
+  static int number(int32_t id, uint32_t tag, int otherwise) {
+    int value = otherwise;
+    return VX_Get_Value_To_Int(id, tag, &value) == VX_NORMAL_COMPLETION ? value : otherwise;
+  }
+  // All frames of a file, pixel by pixel; the status of the first failure.
+  VX_STATUS decode(const std::string& name, std::string& pixels) {
+    pixels.clear();
+    std::string bytes = load(sample_folder() / name);
+    int32_t id = -1;
+    VX_Create_Empty_File(&id, "sample");
+    VX_STATUS status = VX_Open_File(app_, id, &bytes, &give);
+    VX_TRANSFER_SYNTAX syntax = 0;
+    if (status == VX_NORMAL_COMPLETION) status = VX_Get_Message_Transfer_Syntax(id, &syntax);
+    if (status == VX_NORMAL_COMPLETION) {
+      status = VX_Register_Compression_Callbacks(
+          id, nullptr, syntax == RLE ? VX_RLE_Decompressor : VX_Standard_Decompressor);
+    }
+    const int frames = std::max(number(id, 0x00280008, 1), 1);
+    const int samples = number(id, 0x00280002, 1);
+    const auto width = static_cast<std::size_t>(number(id, 0x00280100, 8) / 8);
+    const auto plane = static_cast<std::size_t>(number(id, 0x00280010, 0)) *
+                       static_cast<std::size_t>(number(id, 0x00280011, 0));
+    for (int i = 0; i < frames && status == VX_NORMAL_COMPLETION; ++i) {
+      std::string frame;
+      status = get_frame(id, i, frame);
+      frame.resize(std::min(frame.size(), plane * static_cast<std::size_t>(samples) * width));
+      if (syntax == RLE && samples == 3 && number(id, 0x00280006, 0) == 1) {
+        std::string by_pixel = frame;
+        for (std::size_t s = 0; s < 3; ++s) {
+          for (std::size_t p = 0; p < plane; ++p) {
+            std::memcpy(by_pixel.data() + (3 * p + s) * width, frame.data() + (s * plane + p) * width, width);
+          }
+        }
+        frame.swap(by_pixel);
+      }
+      pixels += frame;
+    }
+    VX_Free_File(&id);
+    return status;
+  }
+  int32_t app_ = -1;
+};
+
+TEST_F(PixelSamples, DecodeToTheRecordedPixels) {
+  int equal = 0;
+  std::map<std::string, std::string> others;
+  for (const char* part : {"ts", "pix", "enc", "obj", "made"}) {
+    for (const auto& entry : fs::directory_iterator(sample_folder() / part)) {
+      const std::string name = std::string(part) + "/" + entry.path().filename().string();
+      const std::set<std::string> hashes = recorded(name);
+      if (hashes.empty()) continue;
+      if (load(sample_folder() / "expected" / (name + ".json")).find("\"encapsulated\": {") ==
+          std::string::npos)
+        continue;
+      std::string pixels;
+      const VX_STATUS status = decode(name, pixels);
+      if (status == VX_NORMAL_COMPLETION && hashes.count(sha256(pixels)) != 0) {
+        ++equal;
+      } else {
+        others[name] = status == VX_NORMAL_COMPLETION ? "other pixels" : VX_Error_Message(status);
+      }
+    }
+  }
+  for (const auto& [name, reason] : others) std::printf("%s: %s\n", name.c_str(), reason.c_str());
+  EXPECT_GE(equal, 40);
+}
+
+}  // namespace

@@ -1,0 +1,362 @@
+// The standard compressor: what it refuses, what comes back, and hostile streams.
+#include <cmath>
+
+#include "pixel/codec.h"
+#include "pixel/jpeg.h"
+#include "pixels.h"
+
+namespace {
+
+using namespace pixels;
+
+class Standard : public PixelTest {
+ protected:
+  void use(VX_TRANSFER_SYNTAX syntax, const Image& image) {
+    prepare(syntax, image, VX_Standard_Compressor, VX_Standard_Decompressor);
+  }
+  // One frame through the compressor and back.
+  VX_STATUS there_and_back(const std::string& frame, std::size_t piece, std::string& back) {
+    VX_STATUS status = set_frame(id_, true, {.bytes = frame, .piece = piece, .late_last = piece != 0});
+    if (status != VX_NORMAL_COMPLETION) return status;
+    EXPECT_EQ(VX_Close_Encapsulated_Value(id_, kPixelData), VX_NORMAL_COMPLETION);
+    return get_frame(id_, 0, back);
+  }
+  std::string stream() {
+    const std::string stored = value(id_);
+    return stored.substr(12 + 8, stored.size() - 28);
+  }
+};
+
+double root_mean_square(const std::string& a, const std::string& b, std::size_t width) {
+  double sum = 0;
+  for (std::size_t i = 0; i + width <= a.size(); i += width) {
+    uint16_t x = 0;
+    uint16_t y = 0;
+    std::memcpy(&x, a.data() + i, width);
+    std::memcpy(&y, b.data() + i, width);
+    sum += (static_cast<double>(x) - y) * (static_cast<double>(x) - y);
+  }
+  return std::sqrt(sum / (static_cast<double>(a.size()) / static_cast<double>(width)));
+}
+
+TEST_F(Standard, RefusesWhatTheSyntaxDoesNotTake) {
+  struct Case {
+    VX_TRANSFER_SYNTAX syntax;
+    Image image;
+    const char* text;
+  };
+  const Image grey16{.rows = 4, .columns = 4, .allocated = 16, .stored = 12};
+  const Image packed{.rows = 2, .columns = 2, .samples = 3, .photometric = "YBR_FULL_422"};
+  const Image rgb16{
+      .rows = 2, .columns = 2, .samples = 3, .allocated = 16, .stored = 16, .photometric = "RGB"};
+  Image nine = grey16;
+  nine.stored = 9;
+  Image wide8 = grey16;
+  wide8.stored = 8;
+  const Case cases[] = {
+      {JPEG_BASELINE, grey16, "BASELINE requires bits stored = 8"},
+      {JPEG_BASELINE, wide8, "No support for LOSSY bits allocated=16, bits stored=8. VX_Standard_Compressor"},
+      {JPEG_EXTENDED_2_4, nine, "EXTENDED_2_4 requires bits stored = 8,10,or 12"},
+      {JPEG_LOSSLESS_HIER_14, packed, "LOSSLESS YBR_FULL_422 not supported"},
+      {JPEG_LS_LOSSLESS, packed, "JLS YBR_FULL_422 not supported"},
+      {JPEG_LS_LOSSLESS, rgb16,
+       "JPEG-LS: RGB requires 3 samples per pixel, 8 bits allocated and 8 bits stored."},
+      {JPEG_2000, packed, "J2K YBR_FULL_422 not supported"},
+      {JPEG_2000, rgb16, "JPEG_2000 RGB requires 3 samples per pixel, 8 bits allocated and 8 bits stored."},
+      {JPEG_2000_MC, grey16, "Transfer syntax unsupported by VX_Standard_Compressor: "},
+  };
+  for (const Case& c : cases) {
+    use(c.syntax, c.image);
+    const std::string frame(c.image.frame_size(), '\0');
+    EXPECT_EQ(set_frame(id_, true, {.bytes = frame}), VX_CALLBACK_CANNOT_COMPLY);
+    EXPECT_TRUE(has_log(c.text)) << c.text;
+    clear_log();
+  }
+  use(JPEG_BASELINE, {.rows = 4, .columns = 4});
+  EXPECT_EQ(set_frame(id_, true, {.bytes = "too short"}), VX_CALLBACK_DATA_SIZE_UNEVEN);
+  EXPECT_EQ(set_frame(id_, true, {.bytes = "short!"}), VX_CALLBACK_CANNOT_COMPLY);
+  EXPECT_TRUE(has_log("Frame size: 16, bytes processed: 6"));
+  void* context = nullptr;
+  EXPECT_EQ(VX_Standard_Compressor(id_, &context, 0, nullptr, nullptr, nullptr, 0, 0, 1),
+            VX_CALLBACK_CANNOT_COMPLY);
+}
+
+TEST_F(Standard, LosslessSyntaxesGiveBackEveryBit) {
+  uint32_t seed = 100;
+  for (const VX_TRANSFER_SYNTAX syntax :
+       {JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, JPEG_2000}) {
+    std::vector<Image> images{{.stored = 8}, {.samples = 3, .photometric = "RGB"}};
+    images.push_back({.samples = 3, .planar = 1, .photometric = "RGB"});
+    images.push_back({.stored = 7});
+    images.push_back({.is_signed = 1});
+    for (int stored = 9; stored <= 16; ++stored) {
+      images.push_back({.allocated = 16, .stored = stored});
+      images.push_back({.allocated = 16, .stored = stored, .is_signed = 1});
+    }
+    images.push_back({.allocated = 16, .stored = 2});
+    for (Image image : images) {
+      for (const auto& [rows, columns] : {std::pair{1, 1}, {1, 37}, {37, 1}, {33, 31}}) {
+        image.rows = rows;
+        image.columns = columns;
+        SCOPED_TRACE(testing::Message()
+                     << "syntax " << syntax << ", " << image.photometric << ' ' << image.stored << '/'
+                     << image.allocated << " signed " << image.is_signed << ' ' << rows << 'x' << columns);
+        use(syntax, image);
+        std::string frame = picture(image, ++seed);
+        std::string expected = frame;
+        if (image.planar == 1) {
+          const std::size_t plane = frame.size() / 3;
+          for (std::size_t i = 0; i < frame.size(); ++i) expected[i] = frame[i % 3 * plane + i / 3];
+        }
+        frame.resize(frame.size() + frame.size() % 2);
+        expected.resize(frame.size());
+        std::string back;
+        ASSERT_EQ(there_and_back(frame, rows == 33 ? 10 : 0, back), VX_NORMAL_COMPLETION);
+        ASSERT_TRUE(back == expected);
+      }
+    }
+  }
+}
+
+TEST_F(Standard, BitsAboveTheImageAreKeptOrRefused) {
+  const Image image{.rows = 8, .columns = 8, .allocated = 16, .stored = 12};
+  std::string frame = picture(image, 5);
+  frame[1] = static_cast<char>(frame[1] | 0x40);  // an overlay
+  for (const VX_TRANSFER_SYNTAX syntax : {JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY}) {
+    use(syntax, image);
+    std::string back;
+    ASSERT_EQ(there_and_back(frame, 0, back), VX_NORMAL_COMPLETION);
+    EXPECT_TRUE(back == frame);
+  }
+  use(JPEG_EXTENDED_2_4, image);
+  EXPECT_EQ(set_frame(id_, true, {.bytes = frame}), VX_CALLBACK_CANNOT_COMPLY);
+  EXPECT_TRUE(has_log("samples have bits above Bits Stored"));
+}
+
+TEST_F(Standard, LossySyntaxesStayNear) {
+  set_bool(VX_CFG_COMPRESSION_WHEN_J2K_USE_LOSSY, true);
+  set_bool(VX_CFG_COMPRESSION_J2K_LOSSY_USE_QUALITY, false);
+  set_int(VX_CFG_COMPRESSION_J2K_LOSSY_RATIO, 4);
+  set_int(VX_CFG_COMPRESSION_LUM_FACTOR, 4);
+  set_int(VX_CFG_COMPRESSION_CHROM_FACTOR, 4);
+  struct Case {
+    VX_TRANSFER_SYNTAX syntax;
+    Image image;
+    double limit;
+  };
+  const Case cases[] = {
+      {JPEG_BASELINE, {.rows = 40, .columns = 33}, 3},
+      {JPEG_BASELINE, {.rows = 16, .columns = 34, .samples = 3, .photometric = "YBR_FULL_422"}, 8},
+      {JPEG_EXTENDED_2_4, {.rows = 40, .columns = 33}, 3},
+      {JPEG_EXTENDED_2_4, {.rows = 40, .columns = 33, .allocated = 16, .stored = 12}, 4},
+      {JPEG_EXTENDED_2_4, {.rows = 40, .columns = 33, .allocated = 16, .stored = 10}, 4},
+      {JPEG_LS_LOSSY, {.rows = 40, .columns = 33, .allocated = 16, .stored = 12}, 10},
+      {JPEG_LS_LOSSY, {.rows = 40, .columns = 33, .allocated = 16, .stored = 2}, 1},
+      {JPEG_2000, {.rows = 40, .columns = 33, .allocated = 16, .stored = 12}, 200},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << "syntax " << c.syntax << ' ' << c.image.stored << ' '
+                                    << c.image.photometric);
+    use(c.syntax, c.image);
+    const std::string frame = picture(c.image, 3);
+    std::string back;
+    ASSERT_EQ(there_and_back(frame, 0, back), VX_NORMAL_COMPLETION);
+    ASSERT_EQ(back.size(), frame.size());
+    EXPECT_LE(root_mean_square(frame, back, static_cast<std::size_t>(c.image.allocated / 8)), c.limit);
+    EXPECT_LT(value(id_).size(), frame.size() + 400);
+  }
+}
+
+TEST_F(Standard, StreamsInPiecesOfAnySizeAndWithoutATable) {
+  Image image{.rows = 20, .columns = 21, .allocated = 16, .stored = 12, .frames = 2};
+  for (const VX_TRANSFER_SYNTAX syntax : {JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY}) {
+    const std::vector<std::string> frames{picture(image, 1), picture(image, 2)};
+    std::vector<std::string> streams;
+    image.frames = 1;
+    for (const std::string& frame : frames) {
+      use(syntax, image);
+      std::string back;
+      ASSERT_EQ(there_and_back(frame, 0, back), VX_NORMAL_COMPLETION);
+      streams.push_back(stream());
+    }
+    image.frames = 2;
+    use(syntax, image);
+    std::string cut = table({});
+    for (const std::string& one : streams) {
+      for (std::size_t at = 0; at < one.size(); at += 30) cut += item(one.substr(at, 30));
+    }
+    for (const std::size_t piece : {std::size_t{1}, std::size_t{29}, std::size_t{100000}}) {
+      SCOPED_TRACE(testing::Message() << "syntax " << syntax << ", pieces of " << piece);
+      set_value(id_, cut + kDelimiter, piece);
+      std::vector<std::string> read;
+      ASSERT_EQ(get_frames(id_, read), VX_NORMAL_COMPLETION);
+      ASSERT_TRUE(read == frames);
+      std::string bytes;
+      ASSERT_EQ(get_frame(id_, 1, bytes), VX_NORMAL_COMPLETION);
+      ASSERT_TRUE(bytes == frames[1]);
+      ASSERT_EQ(get_frame(id_, 2, bytes), VX_NO_MORE_VALUES);
+    }
+  }
+}
+
+TEST_F(Standard, CutAndChangedStreamsEndInAStatus) {
+  set_int(VX_CFG_COMPRESSION_LUM_FACTOR, 16);
+  const Image image{.rows = 9, .columns = 11, .allocated = 16, .stored = 12};
+  const Image bytes8{.rows = 9, .columns = 11};
+  for (const auto& [syntax, shape] : {std::pair{JPEG_LOSSLESS_HIER_14, image},
+                                      {JPEG_EXTENDED_2_4, image},
+                                      {JPEG_BASELINE, bytes8},
+                                      {JPEG_LS_LOSSLESS, image},
+                                      {JPEG_2000_LOSSLESS_ONLY, image}}) {
+    SCOPED_TRACE(testing::Message() << "syntax " << syntax);
+    use(syntax, shape);
+    std::string frame = picture(shape, 8);
+    frame.resize(frame.size() + frame.size() % 2);
+    std::string back;
+    ASSERT_EQ(there_and_back(frame, 0, back), VX_NORMAL_COMPLETION);
+    const std::string good = stream();
+    const auto try_stream = [&](const std::string& bytes) {
+      set_value(id_, table({}) + item(bytes) + kDelimiter, bytes.size() + 100);
+      std::string out;
+      const VX_STATUS status = get_frame(id_, 0, out);
+      EXPECT_EQ(out.size() % 2, 0U);
+      return status;
+    };
+    for (std::size_t at = 0; at < good.size(); ++at) {
+      try_stream(good.substr(0, at));
+      for (const int change : {0x01, 0x10, 0xFF}) {
+        std::string wrong = good;
+        wrong[at] = static_cast<char>(wrong[at] ^ change);
+        try_stream(wrong);
+      }
+    }
+  }
+}
+
+// Differences of every predictor and point transform, coded here by the rules of annex H.
+class LosslessStream {
+ public:
+  LosslessStream(const Image& image, int selection, int shift, int interval_rows)
+      : image_(image), selection_(selection), shift_(shift), interval_(interval_rows) {}
+  std::string encode(const std::vector<uint16_t>& samples) {
+    out_ = std::string("\xFF\xD8\xFF\xC3", 4);
+    const int n = image_.samples;
+    word(8 + 3 * n);
+    byte(image_.stored);
+    word(image_.rows);
+    word(image_.columns);
+    byte(n);
+    for (int i = 0; i < n; ++i) out_ += std::string{static_cast<char>(10 + i), 0x11, 0};
+    // All 17 categories have codes of 5 bits.
+    out_ += std::string("\xFF\xC4", 2);
+    word(19 + 17);
+    byte(0);
+    for (int i = 1; i <= 16; ++i) byte(i == 5 ? 17 : 0);
+    for (int i = 0; i < 17; ++i) byte(i);
+    if (interval_ != 0) {
+      out_ += std::string("\xFF\xDD\0\4", 4);
+      word(interval_ * image_.columns);
+    }
+    out_ += std::string("\xFF\xDA", 2);
+    word(6 + 2 * n);
+    byte(n);
+    for (int i = 0; i < n; ++i) out_ += std::string{static_cast<char>(10 + i), 0};
+    byte(selection_);
+    byte(0);
+    byte(shift_);
+    const auto at = [&](int y, int x, int c) {
+      return samples[static_cast<std::size_t>((y * image_.columns + x) * n + c)] >> shift_;
+    };
+    for (int y = 0; y < image_.rows; ++y) {
+      const bool restarts = interval_ != 0 && y != 0 && y % interval_ == 0;
+      if (restarts) {
+        flush();
+        out_ += std::string{'\xFF', static_cast<char>(0xD0 + (y / interval_ - 1) % 8)};
+      }
+      const bool first = y == 0 || restarts;
+      for (int x = 0; x < image_.columns; ++x) {
+        for (int c = 0; c < n; ++c) {
+          int prediction = 1 << (image_.stored - shift_ - 1);
+          if (first && x > 0) prediction = at(y, x - 1, c);
+          if (!first && x == 0) prediction = at(y - 1, x, c);
+          if (!first && x > 0) {
+            const int a = at(y, x - 1, c), b = at(y - 1, x, c), d = at(y - 1, x - 1, c);
+            const int table[] = {0, a, b, d, a + b - d, a + ((b - d) >> 1), b + ((a - d) >> 1), (a + b) >> 1};
+            prediction = table[selection_];
+          }
+          put(at(y, x, c) - prediction);
+        }
+      }
+    }
+    flush();
+    return out_ + std::string("\xFF\xD9", 2);
+  }
+
+ private:
+  void byte(int v) { out_ += static_cast<char>(v); }
+  void word(int v) {
+    byte(v >> 8);
+    byte(v);
+  }
+  void bit(int b) {
+    bits_ = bits_ << 1 | b;
+    if (++count_ < 8) return;
+    byte(bits_);
+    if ((bits_ & 0xFF) == 0xFF) byte(0);
+    bits_ = count_ = 0;
+  }
+  void put(int difference) {
+    const auto d = static_cast<int16_t>(difference);
+    int n = 0;
+    while (n < 16 && std::abs(d) >= 1 << n) ++n;
+    for (int i = 4; i >= 0; --i) bit(n >> i & 1);
+    if (n == 16) return;
+    const int low = d < 0 ? d - 1 : d;
+    for (int i = n - 1; i >= 0; --i) bit(low >> i & 1);
+  }
+  void flush() {
+    while (count_ != 0) bit(1);
+  }
+  Image image_;
+  int selection_, shift_, interval_;
+  std::string out_;
+  int bits_ = 0;
+  int count_ = 0;
+};
+
+TEST(JpegLossless, EveryPredictorPointTransformAndInterval) {
+  uint32_t seed = 0;
+  for (const int stored : {2, 8, 12, 16}) {
+    for (const int samples : {1, 3}) {
+      const Image image{.rows = 13,
+                        .columns = 17,
+                        .samples = samples,
+                        .allocated = 16,
+                        .stored = stored,
+                        .photometric = samples == 3 ? "RGB" : "MONOCHROME2"};
+      const std::string frame = picture(image, ++seed);
+      std::vector<uint16_t> pixels(frame.size() / 2);
+      std::memcpy(pixels.data(), frame.data(), frame.size());
+      for (int selection = 1; selection <= 7; ++selection) {
+        for (const int shift : {0, 1}) {
+          for (const int interval : {0, 1, 5}) {
+            const std::string stream = LosslessStream(image, selection, shift, interval).encode(pixels);
+            const auto* data = reinterpret_cast<const uint8_t*>(stream.data());
+            vx::jpeg::Shape shape;
+            ASSERT_EQ(vx::jpeg::query(data, stream.size(), shape), vx::jpeg::kNone);
+            std::vector<uint16_t> out(pixels.size());
+            ASSERT_EQ(vx::jpeg::decode(data, stream.size(), shape, true, out.data()), vx::jpeg::kNone);
+            EXPECT_TRUE(shape.ends_well);
+            for (std::size_t i = 0; i < out.size(); ++i) {
+              ASSERT_EQ(out[i], pixels[i] >> shift << shift)
+                  << "selection " << selection << " shift " << shift << " interval " << interval << " bits "
+                  << stored;
+            }
+          }
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
