@@ -1751,6 +1751,20 @@ VX_API VX_STATUS VX_Standard_Decompressor(int32_t MsgID, void** Context, uint32_
                                           int32_t IsLast, int32_t Release);
 
 /*
+ * Makes a deep copy of a message, an item or a file, its Pixel Data in TransferSyntax: frames go through the
+ * decompressor of the source and through Compressor, one at a time. Both functions given become the copy's.
+ * Without Compressor and with the same syntax the value is copied as it is. With
+ * UPDATE_GROUP_0028_ON_DUPLICATE the attributes that tell of compression are brought up to date. A failure
+ * leaves in *DestID what was copied so far, for the caller to free. VX_INVALID_MESSAGE_ID, also for
+ * directories and structured reports; VX_INVALID_TRANSFER_SYNTAX, VX_DECOMPRESSOR_REQUIRED,
+ * VX_COMPRESSOR_REQUIRED, VX_COMPRESSION_FAILURE, VX_CANNOT_COMPLY: Pixel Data is less than a frame;
+ * VX_CALLBACK_CANNOT_COMPLY, and what the functions answer.
+ */
+VX_API VX_STATUS VX_Duplicate_Message(int32_t SourceID, int32_t* DestID, VX_TRANSFER_SYNTAX TransferSyntax,
+                                      VX_COMPRESSION_CALLBACK Compressor,
+                                      VX_COMPRESSION_CALLBACK Decompressor);
+
+/*
  * Releases what the codecs keep for the calling thread; a thread that used them calls it before it ends.
  */
 VX_API VX_STATUS VX_Thread_Release(void);

@@ -87,11 +87,13 @@ OFFSET_TABLE_CONTEXT* encapsulation(MsgObj& object) {
 OFFSET_TABLE_CONTEXT* new_encapsulation(MsgObj& object, bool keep_auxiliary) {
   OffsetTable* auxiliary = nullptr;
   uint32_t room = 0;
+  bool to_rgb = false;
   if (OFFSET_TABLE_CONTEXT* old = encapsulation(object); old != nullptr) {
     if (keep_auxiliary) {
       auxiliary = old->AuxiliaryTable;
       room = old->AuxiliaryRoom;
       old->AuxiliaryTable = nullptr;
+      to_rgb = old->ToRgb;
     }
     release_encapsulation_state(object);
   }
@@ -103,6 +105,7 @@ OFFSET_TABLE_CONTEXT* new_encapsulation(MsgObj& object, bool keep_auxiliary) {
   }
   context->AuxiliaryTable = auxiliary;
   context->AuxiliaryRoom = room;
+  context->ToRgb = to_rgb;
   object.EncapsulationState = context;
   return context;
 }

@@ -1,0 +1,516 @@
+// VX_Duplicate_Message: a deep copy of an object, its pixels brought to another transfer syntax.
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "codec/message_syntax.h"
+#include "config/config.h"
+#include "config/transfer_syntax.h"
+#include "frame/limits.h"
+#include "frame/log.h"
+#include "frame/no_throw.h"
+#include "frame/pool.h"
+#include "frame/state.h"
+#include "model/attributes.h"
+#include "model/callbacks.h"
+#include "model/convert.h"
+#include "model/deferred.h"
+#include "model/values.h"
+#include "pixel/compression.h"
+#include "pixel/compression_attributes.h"
+#include "pixel/encapsulated.h"
+#include "pixel/image.h"
+
+namespace vx {
+namespace {
+
+constexpr char kFunction[] = "VX_Duplicate_Message";
+constexpr uint32_t kSyntaxTag = 0x00020010U;
+
+struct Codecs {
+  VX_COMPRESSION_CALLBACK compressor;
+  VX_COMPRESSION_CALLBACK decompressor;
+};
+
+// --- Frames into a target ---
+
+// Cuts what comes into frames, compresses each, and appends it to the target's Pixel Data.
+class FrameFeeder {
+ public:
+  FrameFeeder(MsgObj& target, TagObj& attribute)
+      : target_(target),
+        attribute_(attribute),
+        codec_(target, target.Compressor),
+        frame_count_(frame_count(target)) {}
+
+  VX_STATUS begin() {
+    clear_value(target_, attribute_, true, false);
+    if (VX_STATUS status = measure_frame(); status != kOk) return status;
+    target_.Started = 0;
+    start_frame();
+    return kOk;
+  }
+
+  VX_STATUS feed(const void* data, uint32_t size, bool last) {
+    if (data == nullptr && size != 0) return VX_CALLBACK_PARM_ERROR;
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    while (size != 0 && frames_done_ < frame_count_) {
+      const uint32_t part = std::min(size, static_cast<uint32_t>(target_.FrameBytesLeft));
+      const bool ends = part == static_cast<uint32_t>(target_.FrameBytesLeft);
+      if (VX_STATUS status = pass_on(bytes, part, ends); status != kOk) return status;
+      target_.FrameBytesLeft -= static_cast<int32_t>(part);
+      bytes += part;
+      size -= part;
+      if (ends) {
+        if (VX_STATUS status = end_frame(); status != kOk) return status;
+      }
+    }
+    extra_bytes_ += size;
+    return last ? finish() : kOk;
+  }
+
+ private:
+  VX_STATUS require(uint32_t tag, uint32_t& value, const char* text) {
+    if (read_number(target_, tag, value) == kOk) return kOk;
+    VX_LOG_ERR(kFunction, "%s", text);
+    return VX_CALLBACK_CANNOT_COMPLY;
+  }
+  VX_STATUS measure_frame() {
+    uint32_t bits = 0;
+    uint32_t rows = 0;
+    uint32_t columns = 0;
+    VX_STATUS status = require(kBitsAllocated, bits, "Bits Allocated is required by the compressor\n");
+    if (status == kOk) status = require(kRows, rows, "rows is required by the compressor\n");
+    if (status == kOk) status = require(kColumns, columns, "columns is required by the compressor\n");
+    if (status != kOk) return status;
+    char photometric[21];
+    if (read_text(target_, kPhotometric, photometric, sizeof photometric) != kOk) {
+      VX_LOG_ERR(kFunction, "Photometric Interpretation is required by the compressor\n");
+      return VX_CALLBACK_CANNOT_COMPLY;
+    }
+    uint32_t samples = 0;
+    if (status = read_samples(photometric, samples); status != kOk) return status;
+    if (is_packed_422(photometric)) samples = 2;
+    const uint64_t size =
+        uint64_t{bits / 8} * std::min(columns, 0xFFFFU) * std::min(rows, 0xFFFFU) * std::min(samples, 0xFFU);
+    if (size == 0 || size > kMaxFrame || bits > 64) return VX_CALLBACK_CANNOT_COMPLY;
+    target_.FrameSize = static_cast<int32_t>(size);
+    return kOk;
+  }
+  VX_STATUS read_samples(std::string_view photometric, uint32_t& samples) {
+    VX_STATUS status = read_number(target_, kSamplesPerPixel, samples);
+    if (status == kOk) return kOk;
+    samples = photometric.starts_with("MONOCHROME") ? 1 : 3;
+    if (status == VX_EMPTY_VALUE || status == VX_NULL_VALUE) {
+      VX_LOG_WARN(kFunction, "Sample Per Pixel has no values default value will be used\n");
+    } else if (status != VX_INVALID_TAG) {
+      return VX_CALLBACK_CANNOT_COMPLY;
+    }
+    TagObj* attribute = nullptr;
+    if (find_or_add_tag(target_, kSamplesPerPixel, "", attribute) != kOk) {
+      VX_LOG_ERR(kFunction, "Failed to add the tag Sample Per Pixel\n");
+      return VX_CALLBACK_CANNOT_COMPLY;
+    }
+    if (set_value(target_, *attribute, VX_UINT_TYPE, &samples, true) != kOk) {
+      VX_LOG_ERR(kFunction, "Failed to set the default value to tag Sample Per Pixel\n");
+      return VX_CALLBACK_CANNOT_COMPLY;
+    }
+    return kOk;
+  }
+  void start_frame() {
+    target_.FrameBytesLeft = target_.FrameSize;
+    target_.FirstOfFrame = 1;
+  }
+  VX_STATUS pass_on(const void* data, uint32_t size, bool last) {
+    if (codec_.present()) {
+      if (VX_STATUS status = codec_.call(data, size, last, data, size); status != kOk) return status;
+    }
+    if (size == 0) return kOk;
+    const VX_STATUS status =
+        store_fragment(target_, attribute_, data, size, {!stored_, target_.FirstOfFrame != 0});
+    stored_ = true;
+    target_.FirstOfFrame = 0;
+    return status;
+  }
+  VX_STATUS end_frame() {
+    ++frames_done_;
+    target_.Started = 1;
+    start_frame();
+    return codec_.finish();
+  }
+  VX_STATUS finish() {
+    codec_.abandon();
+    if (frames_done_ == frame_count_) {
+      if (extra_bytes_ != 0) {
+        VX_LOG_WARN(
+            kFunction,
+            "There are %d bytes more than the current frame size of %d . The padding characters will be "
+            "ignored\n",
+            static_cast<int>(std::min<uint64_t>(extra_bytes_, INT32_MAX)), target_.FrameSize);
+      }
+      return kOk;
+    }
+    const auto missing = static_cast<unsigned long>(target_.FrameBytesLeft);
+    if (target_.FrameBytesLeft == target_.FrameSize && frames_done_ != 0) return kOk;
+    if (frames_done_ == 0) {
+      VX_LOG_ERR(
+          kFunction,
+          "Unable to duplicate, size of pixel data too small and not a full frame.  Missing data: %lu bytes "
+          "of %lu bytes in frame.",
+          missing, static_cast<unsigned long>(target_.FrameSize));
+      return VX_CANNOT_COMPLY;
+    }
+    log_line(VX_LOG_T8, kFunction,
+             "When duplicating, size of pixel data was not a multiple of the frame size.  Could be padding.  "
+             "Expected remaining data: %lu",
+             missing);
+    return kOk;
+  }
+
+  MsgObj& target_;
+  TagObj& attribute_;
+  CodecRun codec_;
+  const uint32_t frame_count_;
+  uint32_t frames_done_ = 0;
+  uint64_t extra_bytes_ = 0;
+  bool stored_ = false;
+};
+
+// --- Pixels out of a source ---
+
+// Takes pieces; `last` comes with the last one, which may be empty.
+template <typename Take>
+struct Drain {
+  Take take;
+  uint64_t frame_size = 0;  // 0: no frames
+  uint64_t in_frame = 0;
+  VX_STATUS status = kOk;
+
+  // A decompressor pads a frame of an odd number of bytes: the pad is not part of the image.
+  static VX_STATUS encapsulated(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t,
+                                int32_t last) {
+    auto& drain = *static_cast<Drain*>(user);
+    if (last != 0) {
+      drain.in_frame = 0;
+      return kOk;
+    }
+    const auto part = static_cast<uint32_t>(std::min<uint64_t>(size, drain.frame_size - drain.in_frame));
+    drain.in_frame += part;
+    return drain.status = drain.take(data, part, false);
+  }
+  static VX_STATUS plain(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t last) {
+    auto& drain = *static_cast<Drain*>(user);
+    return drain.status = drain.take(data, size, last != 0);
+  }
+};
+
+template <typename Take>
+VX_STATUS read_plain(MsgObj& source, TagObj& attribute, Take take) {
+  Drain<Take> drain{take};
+  const VX_STATUS status = value_to_function(source, attribute, &drain, &Drain<Take>::plain);
+  return drain.status != kOk ? drain.status : status;
+}
+
+template <typename Take>
+VX_STATUS read_frames(MsgObj& source, TagObj& attribute, bool to_rgb, Take take) {
+  Drain<Take> drain{take};
+  if (VX_STATUS status = frame_bytes(source, drain.frame_size); status != kOk) return status;
+  if (to_rgb) drain.frame_size = drain.frame_size / 2 * 3;
+  OFFSET_TABLE_CONTEXT* context = new_encapsulation(source, false);
+  if (context == nullptr) return VX_SYSTEM_ERROR;
+  context->ToRgb = to_rgb;
+  VX_STATUS status = VX_END_OF_FRAME;
+  for (bool next = false; status == VX_END_OF_FRAME; next = true) {
+    status = get_encapsulated(source, attribute, &drain, &Drain<Take>::encapsulated, next);
+  }
+  if (context = encapsulation(source); context != nullptr) context->ToRgb = false;
+  if (drain.status != kOk) return drain.status;
+  return status == kOk ? take(nullptr, 0, true) : status;
+}
+
+// --- The copy ---
+
+class Duplicator {
+ public:
+  Duplicator(MsgObj& source, VX_TRANSFER_SYNTAX syntax, Codecs codecs, int depth)
+      : source_(source), syntax_(syntax), codecs_(codecs), depth_(depth) {}
+
+  VX_STATUS run(int32_t& target_id) {
+    target_id = -1;
+    if (depth_ > kMaxNesting) return VX_SYSTEM_ERROR;
+    if (VX_STATUS status = decode_all(source_); status != kOk) return status;
+    VX_TRANSFER_SYNTAX own = 0;
+    if (get_message_syntax(source_, own) == kOk) source_.TransferSyntax = own;
+    if (!is_transfer_syntax(syntax_)) {
+      VX_LOG_INF(kFunction, "Invalid transfer syntax: %d", static_cast<int>(syntax_));
+      return VX_INVALID_TRANSFER_SYNTAX;
+    }
+    from_encapsulated_ = is_encapsulated_syntax(source_.TransferSyntax);
+    to_encapsulated_ = is_encapsulated_syntax(syntax_);
+    if (VX_STATUS status = check_codecs(); status != kOk) {
+      VX_LOG_ERR(kFunction, "Error. %s", status_text(status));
+      return status;
+    }
+    if (VX_STATUS status = open_target(target_id); status != kOk) return status;
+    if (VX_STATUS status = copy_object(); status != kOk) return status;
+    for (TagObj* from = source_.FirstTag; from != nullptr; from = from->Next) {
+      if (from->Tag == kSyntaxTag && is_file(*target_)) continue;
+      if (VX_STATUS status = copy_attribute(*from); status != kOk) return status;
+    }
+    return kOk;
+  }
+
+ private:
+  VX_STATUS check_codecs() const {
+    const bool same = source_.TransferSyntax == syntax_;
+    const bool decompresses = source_.Decompressor != nullptr;
+    const bool compresses = codecs_.compressor != nullptr;
+    if (from_encapsulated_ && !same && !decompresses) return VX_DECOMPRESSOR_REQUIRED;
+    if (to_encapsulated_ && same && compresses && !decompresses) return VX_DECOMPRESSOR_REQUIRED;
+    if (to_encapsulated_ && !compresses && (!same || decompresses)) return VX_COMPRESSOR_REQUIRED;
+    return kOk;
+  }
+
+  VX_STATUS open_target(int32_t& id) {
+    VX_STATUS status = kOk;
+    switch (source_.ObjectKind) {
+      case Kind::Message:
+        status = VX_Open_Empty_Message(&id);
+        break;
+      case Kind::Item:
+        status = open_item("MOUSE", target_);
+        id = target_ != nullptr ? target_->ID : -1;
+        break;
+      case Kind::File:
+        status = VX_Create_Empty_File(&id, source_.File != nullptr ? source_.File->FileName : "");
+        break;
+      case Kind::Dicomdir:
+        VX_LOG_ERR(kFunction, "Unable to duplicate DICOMDIRs!");
+        return VX_INVALID_MESSAGE_ID;
+      case Kind::SrItem:
+        VX_LOG_ERR(kFunction, "Unable to duplicate SR objects!");
+        return VX_INVALID_MESSAGE_ID;
+    }
+    target_ = status == kOk ? find_object(id) : nullptr;
+    return status == kOk && target_ == nullptr ? static_cast<VX_STATUS>(VX_SYSTEM_ERROR) : status;
+  }
+
+  VX_STATUS copy_object() {
+    MsgObj& target = *target_;
+    target.TransferSyntax = syntax_;
+    target.SyntaxSet = 1;
+    if (target.ObjectKind != Kind::Item) {
+      if (VX_STATUS status = set_message_syntax(target, syntax_); status != kOk) return status;
+    }
+    target.Compressor = reinterpret_cast<void*>(codecs_.compressor);
+    target.Decompressor = reinterpret_cast<void*>(codecs_.decompressor);
+    if (VX_STATUS status = set_object_name(target, source_.ServiceName); status != kOk) {
+      VX_LOG_ERR(kFunction, "Unable to allocate buffer to store destination msg's Service Name");
+      return status;
+    }
+    target.ServiceNumber = source_.ServiceNumber;
+    target.Command = source_.Command;
+    target.PrivateTag = source_.PrivateTag;
+    if (target.File != nullptr && source_.File != nullptr) {
+      std::memcpy(target.File->Preamble, source_.File->Preamble, sizeof target.File->Preamble);
+      std::memcpy(target.File->Prefix, source_.File->Prefix, sizeof target.File->Prefix);
+    }
+    for (const CNode* node = source_.Callbacks.Head; node != nullptr; node = node->Next) {
+      auto* record = new_object<CBObj>(Pool::CBObj);
+      if (record == nullptr) return VX_SYSTEM_ERROR;
+      *record = *static_cast<const CBObj*>(node->Data);
+      if (list_add_tail(target.Callbacks, record) == nullptr) {
+        pool_free(Pool::CBObj, record);
+        return VX_SYSTEM_ERROR;
+      }
+    }
+    return kOk;
+  }
+
+  VX_STATUS copy_attribute(TagObj& from) {
+    MsgObj& target = *target_;
+    TagObj* to = find_tag(target, from.Tag);
+    if (to != nullptr) {
+      clear_value(target, *to, true, true);
+    } else if (VX_STATUS status = new_tag(target, from.Tag, from.VR, from.VMLow, from.VMHigh, &to);
+               status != kOk) {
+      return status;
+    }
+    to->VR = from.VR;
+    to->VMLow = from.VMLow;
+    to->VMHigh = from.VMHigh;
+    to->Template = from.Template;
+    to->DecoderMark = from.DecoderMark;
+    to->Storage = from.Storage == 'C' ? 'C' : 'M';
+    VX_STATUS status = kOk;
+    if (from.Tag == kPixelData) {
+      status = copy_pixels(from, *to);
+      if (status == VX_EMPTY_VALUE) status = kOk;
+    } else if (from.VR == VX_VR_SQ) {
+      status = copy_items(from, *to);
+    } else if (from.Storage == 'C') {
+      status = copy_from_callback(from, *to);
+    } else {
+      status = copy_chain(from, *to);
+    }
+    if (status == kOk) restore_cursor(from, *to);
+    return status;
+  }
+
+  static void restore_cursor(const TagObj& from, TagObj& to) {
+    ValueCursor cursor;
+    cursor_first(to, cursor);
+    if (from.CursorNumber > 1) cursor_nth(to, cursor, from.CursorNumber);
+    set_cursor(to, cursor);
+  }
+
+  VX_STATUS copy_chain(const TagObj& from, TagObj& to) const {
+    for (const ValueObj* value = from.FirstValue; value != nullptr; value = value->Next) {
+      ValueObj* copy = new_value(value->Length);
+      if (copy == nullptr) return VX_SYSTEM_ERROR;
+      if (value->Length != 0) std::memcpy(copy->Data, value->Data, value->Length);
+      append_value(to, copy, 0, value->Length);
+    }
+    to.ValueCount = from.ValueCount;
+    to.Length = from.Length;
+    return kOk;
+  }
+
+  VX_STATUS copy_from_callback(TagObj& from, TagObj& to) const {
+    MsgObj& target = *target_;
+    bool first = true;
+    const VX_STATUS status = read_plain(source_, from, [&](void* data, uint32_t size, bool last) {
+      const VX_STATUS stored = store_value(target, to, data, size, {.first = first, .last = last});
+      first = false;
+      return stored;
+    });
+    return status == VX_EMPTY_VALUE ? kOk : status;
+  }
+
+  VX_STATUS copy_items(const TagObj& from, TagObj& to) const {
+    for (const ValueObj* value = from.FirstValue; value != nullptr; value = value->Next) {
+      auto* item = static_cast<MsgObj*>(value->Data);
+      if (item == nullptr) {
+        if (VX_STATUS status = append_null(to); status != kOk) return status;
+        continue;
+      }
+      const bool icon = to_encapsulated_ && config_bool(VX_CFG_DUPLICATE_ENCAPSULATED_ICON) &&
+                        find_tag(*item, kPixelData) != nullptr;
+      int32_t id = -1;
+      Duplicator copy(*item, icon ? syntax_ : EXPLICIT_LITTLE_ENDIAN, icon ? codecs_ : Codecs{}, depth_ + 1);
+      VX_STATUS status = copy.run(id);
+      MsgObj* made = find_object(id);
+      if (status == kOk && made == nullptr) status = VX_SYSTEM_ERROR;
+      if (status == kOk) status = adopt_item(target_, to, made);
+      if (status == kOk) {
+        status = append_item(to, *made);
+        if (status != kOk) adjust_references(*made, -1);
+      }
+      if (status != kOk) {
+        if (made != nullptr) free_item(*made, true);
+        return status;
+      }
+    }
+    return kOk;
+  }
+
+  // --- Pixel Data ---
+
+  VX_STATUS copy_pixels(TagObj& from, TagObj& to) {
+    if (!from_encapsulated_ && !to_encapsulated_) {
+      return from.Storage == 'C' ? copy_from_callback(from, to) : copy_chain(from, to);
+    }
+    if (to_encapsulated_ && source_.TransferSyntax == syntax_ && codecs_.compressor == nullptr) {
+      to.VR = VX_VR_OB;
+      return from.Storage == 'C' ? copy_from_callback(from, to) : copy_chain(from, to);
+    }
+    const std::string label =
+        from_encapsulated_ ? decompressed_photometric(source_, source_.TransferSyntax) : "";
+    char own[21];
+    read_text(source_, kPhotometric, own, sizeof own);
+    const bool to_rgb = !label.empty() && is_packed_422(own);
+    // The label is right before the target's compressor looks at it; so is the order of samples.
+    if (!label.empty()) {
+      if (VX_STATUS status = put_text(*target_, kPhotometric, label); status != kOk) {
+        VX_LOG_WARN(kFunction, "Unable to set Photometric Interpretation after decompression: %s",
+                    status_text(status));
+      }
+    }
+    if (from_encapsulated_ && source_.TransferSyntax != RLE) clear_planar();
+    if (!to_encapsulated_) return decompress_pixels(from, to, to_rgb);
+    const VX_STATUS status = compress_pixels(from, to, to_rgb);
+    if (status != kOk) return status;
+    if ((syntax_ >= JPEG_BASELINE && syntax_ <= MPEG2_MPML) || syntax_ > PRIVATE_SYNTAX_2) clear_planar();
+    return kOk;
+  }
+
+  void clear_planar() {
+    uint32_t planar = 0;
+    TagObj* attribute = find_tag(*target_, kPlanarConfiguration);
+    if (attribute == nullptr || read_number(*target_, kPlanarConfiguration, planar) != kOk || planar == 0)
+      return;
+    planar = 0;
+    set_value(*target_, *attribute, VX_UINT_TYPE, &planar, true);
+  }
+
+  VX_STATUS decompress_pixels(TagObj& from, TagObj& to, bool to_rgb) {
+    MsgObj& target = *target_;
+    uint32_t bits = 0;
+    read_number(source_, kBitsAllocated, bits);
+    to.VR = bits > 8 ? VX_VR_OW : VX_VR_OB;
+    bool first = true;
+    uint64_t total = 0;
+    return read_frames(source_, from, to_rgb, [&](const void* data, uint32_t size, bool last) -> VX_STATUS {
+      if (last && total % 2 != 0) {  // all frames together are even
+        data = "";
+        size = 1;
+      }
+      total += size;
+      if (size == 0 && !last) return kOk;
+      const VX_STATUS stored = store_value(target, to, data, size, {.first = first, .last = last});
+      first = false;
+      return stored;
+    });
+  }
+
+  VX_STATUS compress_pixels(TagObj& from, TagObj& to, bool to_rgb) {
+    to.VR = from.VR;
+    FrameFeeder feeder(*target_, to);
+    if (from.Length == 0 && from.Storage != 'C') return copy_chain(from, to);
+    if (VX_STATUS status = feeder.begin(); status != kOk) return status;
+    const auto feed = [&](const void* data, uint32_t size, bool last) {
+      return feeder.feed(data, size, last);
+    };
+    VX_STATUS status =
+        from_encapsulated_ ? read_frames(source_, from, to_rgb, feed) : read_plain(source_, from, feed);
+    if (status != kOk) return status;
+    status = close_encapsulated(*target_, to);
+    to.VR = VX_VR_OB;
+    if (status == kOk && config_bool(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE))
+      write_compression_attributes(*target_);
+    return status;
+  }
+
+  MsgObj& source_;
+  const VX_TRANSFER_SYNTAX syntax_;
+  const Codecs codecs_;
+  const int depth_;
+  MsgObj* target_ = nullptr;
+  bool from_encapsulated_ = false;
+  bool to_encapsulated_ = false;
+};
+
+}  // namespace
+}  // namespace vx
+
+VX_STATUS VX_Duplicate_Message(int32_t SourceID, int32_t* DestID, VX_TRANSFER_SYNTAX TransferSyntax,
+                               VX_COMPRESSION_CALLBACK Compressor, VX_COMPRESSION_CALLBACK Decompressor) {
+  VX_REQUIRE_LIBRARY();
+  VX_REQUIRE_POINTER(DestID);
+  *DestID = -1;
+  vx::MsgObj* source = vx::find_object(SourceID);
+  if (source == nullptr) return VX_INVALID_MESSAGE_ID;
+  return vx::no_throw([&] {
+    return vx::Duplicator(*source, TransferSyntax, {Compressor, Decompressor}, 0).run(*DestID);
+  });
+}
