@@ -58,6 +58,7 @@ VX_STATUS Decoder::run() {
     if (AppObj* app = find_application(request_.ApplicationID)) bind_all(*app, top_);
   }
   Frame frame{top_};
+  if (request_.OpenItem) frame.extent = Extent::Undefined;
   VX_STATUS status = begin(frame);
   if (status == VX_NORMAL_COMPLETION && is_file(top_)) {
     meta_pending_ = true;

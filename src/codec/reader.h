@@ -47,6 +47,8 @@ struct ReadRequest {
   // For a reader that stops and goes on: where a former decode stopped, or null; afterwards where this one
   // stopped before a tag above EndTag, or null if it came to the end.
   DecodeRest** Rest = nullptr;
+  bool OpenItem =
+      false;  // the stream is the content of an item of undefined length, and ends with its delimiter
   DirectoryRead* Directory = nullptr;  // of a directory; may be null
 
   uint32_t ErrorTag = 0;    // out

@@ -49,6 +49,7 @@ void save_lock_addresses() {
 // Every object goes without being looked at; what lies outside the pools goes first.
 void take_down() {
   if (network_drop != nullptr) network_drop();
+  if (media_drop != nullptr) media_drop();
   model_drop();
   dictionary_drop();
   config_drop();

@@ -35,4 +35,7 @@ void model_drop();
 [[gnu::weak]] VX_STATUS prepare_exception_filter();
 [[gnu::weak]] VX_STATUS remove_exception_filter();
 
+// media: closes the files of directories.
+[[gnu::weak]] void media_drop();
+
 }  // namespace vx

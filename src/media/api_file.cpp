@@ -4,6 +4,7 @@
 #include "frame/state.h"
 #include "frame/text.h"
 #include "media/file.h"
+#include "media/handler.h"
 #include "model/object.h"
 #include "vexalkit.h"
 
@@ -15,9 +16,15 @@ vx::MsgObj* find_file(int32_t id) {
   return object != nullptr && vx::is_file(*object) ? object : nullptr;
 }
 
+// Null also for a directory on disk, which has functions of its own.
+vx::MsgObj* find_whole_file(int32_t id) {
+  vx::MsgObj* object = find_file(id);
+  return object != nullptr && vx::directory_handler(*object) == nullptr ? object : nullptr;
+}
+
 VX_STATUS open_file(int32_t file_id, const vx::FileRead& read, bool plain_file_only = false) {
   if (vx::find_application(read.application_id) == nullptr) return VX_INVALID_APPLICATION_ID;
-  vx::MsgObj* object = find_file(file_id);
+  vx::MsgObj* object = find_whole_file(file_id);
   if (object == nullptr) return VX_INVALID_FILE_ID;
   if (plain_file_only && object->ObjectKind != vx::Kind::File) return VX_INVALID_FILE_ID;
   return vx::read_file(*object, read);
@@ -168,7 +175,7 @@ VX_STATUS VX_Open_File_Upto_Tag_Bypass_Value(int32_t ApplicationID, int32_t File
 VX_STATUS VX_Write_File(int32_t FileID, int32_t Pad, void* UserInfo, VX_FILE_OUTPUT Callback) {
   VX_REQUIRE_LIBRARY();
   VX_REQUIRE_POINTER(Callback);
-  vx::MsgObj* object = find_file(FileID);
+  vx::MsgObj* object = find_whole_file(FileID);
   if (object == nullptr) return VX_INVALID_FILE_ID;
   return vx::write_file(*object, 0, Pad, UserInfo, Callback);
 }
@@ -178,7 +185,7 @@ VX_STATUS VX_Write_File_By_Callback(int32_t ApplicationID, int32_t FileID, int32
   VX_REQUIRE_LIBRARY();
   VX_REQUIRE_POINTER(Callback);
   if (vx::find_application(ApplicationID) == nullptr) return VX_INVALID_APPLICATION_ID;
-  vx::MsgObj* object = find_file(FileID);
+  vx::MsgObj* object = find_whole_file(FileID);
   if (object == nullptr) return VX_INVALID_FILE_ID;
   return vx::write_file(*object, ApplicationID, Pad, UserInfo, Callback);
 }

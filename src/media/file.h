@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "model/object.h"
 
@@ -35,6 +36,7 @@ VX_STATUS read_file(MsgObj& object, const FileRead& read);
 VX_STATUS write_file(MsgObj& object, int32_t application_id, int32_t pad, void* user,
                      VX_FILE_OUTPUT callback);
 
+std::string generated_uid(const MsgObj& object, std::size_t most, std::size_t least);
 // Fills the attributes of the meta group that have no value.
 VX_STATUS fill_meta_group(MsgObj& object);
 

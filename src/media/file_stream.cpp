@@ -83,8 +83,11 @@ VX_STATUS fill_configured(MsgObj& object, uint32_t tag, int32_t vr, VX_STRING_KE
   return VX_SYSTEM_ERROR;
 }
 
-// A UID below that of the implementation, from the time of day, the thread and the object.
-std::string generated_uid(const MsgObj& object) {
+}  // namespace
+
+// A UID below that of the implementation, from the time of day, the thread and the object: at most `most`
+// characters of what these give, then filled up to `least`.
+std::string generated_uid(const MsgObj& object, std::size_t most, std::size_t least) {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   const auto hundredths = std::chrono::duration_cast<std::chrono::milliseconds>(now).count() / 10;
   const auto part = static_cast<uint32_t>(hundredths % 100);
@@ -101,12 +104,14 @@ std::string generated_uid(const MsgObj& object) {
   std::snprintf(text, sizeof text, "%s.%u.%u%u.%d%u", config_text(VX_CFG_IMPLEMENTATION_CLASS_UID).c_str(),
                 current_thread_number(), second == 0 ? 60U : second, part, static_cast<int>(1 + next()),
                 static_cast<uint32_t>(object.ID));
-  std::string uid = std::string(text).substr(0, kUidLength - 1);
-  while (uid.size() < kUidLength) {
+  std::string uid = std::string(text).substr(0, most);
+  while (uid.size() < least) {
     uid += uid.size() % 6 == 0 ? '.' : static_cast<char>('1' + next() % 9);
   }
   return uid;
 }
+
+namespace {
 
 VX_STATUS fill_version(MsgObj& object) {
   constexpr uint8_t kVersion[] = {0, 1};
@@ -222,7 +227,8 @@ VX_STATUS fill_meta_group(MsgObj& object) {
   if (sop_class.empty() && directory) sop_class = kDirectoryClass;
   fill_identity(object, kMetaClass, sop_class, "class");
   const bool generate = directory && !has_value(find_tag(object, kMetaInstance));
-  fill_identity(object, kMetaInstance, generate ? generated_uid(object) : text_of(object, kSopInstance),
+  fill_identity(object, kMetaInstance,
+                generate ? generated_uid(object, kUidLength - 1, kUidLength) : text_of(object, kSopInstance),
                 "instance");
   return status;
 }

@@ -1,0 +1,564 @@
+// Directories on disk: created, walked, changed and updated; updates that fail at any write; directories that
+// lie.
+#include <filesystem>
+#include <functional>
+
+#include "codec/streams.h"
+#include "media/file_op.h"
+
+namespace {
+
+using namespace streams;
+using support::LibraryTest;
+
+class Handler : public LibraryTest {
+ protected:
+  void SetUp() override {
+    LibraryTest::SetUp();
+    ASSERT_EQ(begin_with_full_data(), VX_NORMAL_COMPLETION);
+    ASSERT_EQ(VX_Register_Application(&app_, "HANDLER"), VX_NORMAL_COMPLETION);
+    path_ = folder().path("DICOMDIR");
+  }
+  void TearDown() override {
+    vx::fail_file_change_after(0, false);
+    LibraryTest::TearDown();
+  }
+  int32_t create() const {
+    int32_t id = -1;
+    EXPECT_EQ(VX_DDH_Create(path_.c_str(), "SET", 0, &id), VX_NORMAL_COMPLETION);
+    return id;
+  }
+  int32_t open(VX_STATUS expected = VX_NORMAL_COMPLETION) const {
+    int32_t id = -1;
+    EXPECT_EQ(VX_DDH_Open(path_.c_str(), &id), expected);
+    return id;
+  }
+  static int32_t add(int32_t parent, const char* type, const char* name = nullptr) {
+    int32_t id = 0;
+    EXPECT_EQ(VX_DDH_Add_Record(parent, type, &id), VX_NORMAL_COMPLETION)
+        << (type != nullptr ? type : "null");
+    if (name != nullptr) VX_Set_Value_From_String(id, 0x00100010, name);
+    return id;
+  }
+  static int32_t first(int32_t parent) {
+    int32_t id = -1;
+    EXPECT_EQ(VX_DDH_Get_First_Lower_Record(parent, &id), VX_NORMAL_COMPLETION);
+    return id;
+  }
+  static int32_t next(int32_t record) {
+    int32_t id = -1;
+    EXPECT_EQ(VX_DDH_Get_Next_Record(record, &id), VX_NORMAL_COMPLETION);
+    return id;
+  }
+  // Patients A, B and C; A has a study with a series of two images.
+  void build() const {
+    int32_t id = create();
+    const int32_t a = add(id, "PATIENT", "A");
+    add(id, nullptr, "B");
+    const int32_t series = add(add(a, "STUDY"), nullptr);
+    add(series, "1.2.840.10008.5.1.4.1.1.2", "I1");
+    add(series, nullptr, "I2");
+    add(id, "PATIENT", "C");
+    EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+    VX_Free_File(&id);
+  }
+  // What a handler sees, by records alone.
+  static std::string tree(int32_t parent, int depth = 0) {
+    std::string out;
+    for (int32_t id = first(parent); id != 0 && depth < 10; id = next(id)) {
+      char type[80] = "";
+      char name[80] = "";
+      VX_Get_Value_To_String(id, 0x00041430, sizeof type, type);
+      VX_Get_Value_To_String(id, 0x00100010, sizeof name, name);
+      out += (out.empty() ? "" : ",") + std::string(type) + (*name != '\0' ? std::string(" ") + name : "");
+      const std::string below = tree(id, depth + 1);
+      if (!below.empty()) out += "(" + below + ")";
+    }
+    return out;
+  }
+  // What a reader of the whole file sees, which follows every offset.
+  std::string whole() const {
+    int32_t id = -1;
+    EXPECT_EQ(VX_Create_File(&id, "DICOMDIR", "DICOMDIR", 1), VX_NORMAL_COMPLETION);
+    Source source{folder().read("DICOMDIR")};
+    EXPECT_EQ(VX_Open_File(app_, id, &source, &file_input), VX_NORMAL_COMPLETION);
+    int32_t entity = 0;
+    int32_t record = 0;
+    int32_t last = 0;
+    const char* name = nullptr;
+    EXPECT_EQ(VX_Dir_Root_Entity(id, &entity, &record, &name, &last), VX_NORMAL_COMPLETION);
+    std::string out = entity_text(id, entity, record);
+    // (0004,1202) is the last of the root.
+    int32_t stored = -1;
+    VX_Get_Value_To_Int(id, 0x00041202, &stored);
+    int32_t true_last = 0;
+    for (VX_Dir_First_Record(id, entity, &record, &name, &last); record != 0;) {
+      true_last = record;
+      VX_Dir_Next_Record(id, entity, &record, &name, &last);
+    }
+    EXPECT_EQ(stored, true_last);
+    VX_Free_File(&id);
+    return out;
+  }
+  static std::string entity_text(int32_t dir, int32_t entity, int32_t record) {
+    std::string out;
+    int32_t last = 0;
+    const char* item = nullptr;
+    while (record != 0) {
+      char type[80] = "";
+      char name[80] = "";
+      VX_Get_Value_To_String(record, 0x00041430, sizeof type, type);
+      VX_Get_Value_To_String(record, 0x00100010, sizeof name, name);
+      out += (out.empty() ? "" : ",") + std::string(type) + (*name != '\0' ? std::string(" ") + name : "");
+      int32_t below = 0;
+      int32_t lower = 0;
+      EXPECT_EQ(VX_Dir_Next_Entity(dir, record, &below, &lower, &item, &last), VX_NORMAL_COMPLETION);
+      if (below != 0) out += "(" + entity_text(dir, below, lower) + ")";
+      EXPECT_EQ(VX_Dir_Next_Record(dir, entity, &record, &item, &last), VX_NORMAL_COMPLETION);
+    }
+    return out;
+  }
+  std::string bytes() const { return folder().read("DICOMDIR"); }
+  bool journal_left() const { return std::filesystem::exists(path_ + ".vxj"); }
+  int32_t app_ = -1;
+  std::string path_;
+};
+
+constexpr char kTree[] = "PATIENT A(STUDY(SERIES(IMAGE I1,IMAGE I2))),PATIENT B,PATIENT C";
+
+TEST_F(Handler, CreatedFilledAndReadByBoth) {
+  for (const bool undefined : {false, true}) {
+    set_bool(VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ_IN_DICOMDIR, undefined);
+    build();
+    EXPECT_EQ(whole(), kTree);
+    int32_t id = open();
+    EXPECT_EQ(tree(id), kTree);
+    char text[80] = "";
+    VX_Get_Value_To_String(id, 0x00020003, sizeof text, text);
+    EXPECT_GE(std::string(text).size(), 60U);
+    // A second update moves the end; only one delimiter stands there.
+    add(first(first(id)), "SERIES");
+    add(id, "PATIENT", "D");
+    EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+    const char* expected = "PATIENT A(STUDY(SERIES(IMAGE I1,IMAGE I2),SERIES)),PATIENT B,PATIENT C,PATIENT D";
+    EXPECT_EQ(tree(id), expected);
+    EXPECT_EQ(whole(), expected);
+    const std::string delimiter("\xFE\xFF\xDD\xE0\0\0\0\0", 8);
+    EXPECT_EQ(bytes().find(delimiter), undefined ? bytes().size() - 8 : std::string::npos);
+    const std::string before = bytes();
+    EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(bytes(), before) << "nothing to do";
+    EXPECT_FALSE(journal_left());
+    // Whole files are read and written by others.
+    Source source{before};
+    EXPECT_EQ(VX_Open_File(app_, id, &source, &file_input), VX_INVALID_FILE_ID);
+    Sink sink;
+    EXPECT_EQ(VX_Write_File(id, 0, &sink, &file_output), VX_INVALID_FILE_ID);
+    VX_Free_File(&id);
+    std::filesystem::remove(path_);
+  }
+}
+
+TEST_F(Handler, TypesAndPlaces) {
+  int32_t id = create();
+  int32_t record = 0;
+  EXPECT_EQ(first(id), 0);
+  EXPECT_EQ(VX_DDH_Add_Record(id, "SERIES", &record), VX_INVALID_LOWER_DIR_RECORD);
+  const int32_t other = add(add(id, "PRIVATE"), "ANYTHING");
+  EXPECT_EQ(VX_DDH_Add_Record(other, "PRIVATE", &record), VX_INVALID_DIR_RECORD_TYPE);
+  const int32_t series = add(add(add(id, nullptr), nullptr), nullptr);
+  EXPECT_EQ(VX_DDH_Add_Record(series, "1.2.3.4", &record), VX_INVALID_LOWER_DIR_RECORD);
+  const int32_t overlay = add(series, "OVERLAY");
+  EXPECT_EQ(VX_DDH_Add_Record(overlay, "PRIVATE", &record), VX_INVALID_DIR_RECORD_TYPE);
+  VX_DIR_RECORD_TYPE type = VX_DIR_PATIENT;
+  EXPECT_EQ(VX_DDH_Get_Record_Type(overlay, &type), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(type, VX_DIR_UNKNOWN);
+  EXPECT_EQ(VX_DDH_Get_Record_Type(add(series, "1.2.840.10008.5.1.4.1.1.88.59"), &type),
+            VX_NORMAL_COMPLETION);
+  EXPECT_EQ(type, VX_DIR_KEY_OBJECT_DOC);
+  // Not in the table, but with pixels.
+  EXPECT_EQ(VX_DDH_Get_Record_Type(add(series, "1.2.840.10008.5.1.4.1.1.77.1.6"), &type),
+            VX_NORMAL_COMPLETION);
+  EXPECT_EQ(type, VX_DIR_IMAGE);
+  EXPECT_EQ(VX_DDH_Get_Parent_Record(overlay, &record), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(record, series);
+  EXPECT_EQ(VX_DDH_Get_Record_Type(id, &type), VX_INVALID_RECORD_ID);
+  EXPECT_EQ(VX_DDH_Update(overlay), VX_INVALID_DICOMDIR_ID);
+  VX_Free_File(&id);
+  EXPECT_EQ(VX_DDH_Get_Next_Record(series, &record), VX_INVALID_RECORD_ID);
+}
+
+TEST_F(Handler, DeletingAndReleasing) {
+  build();
+  struct Case {
+    const char* what;
+    std::function<void(int32_t)> work;
+    const char* tree;
+  };
+  const Case cases[] = {
+      {"first", [](int32_t id) { VX_DDH_Delete_Record(first(id)); }, "PATIENT B,PATIENT C"},
+      {"middle", [](int32_t id) { VX_DDH_Delete_Record(next(first(id))); },
+       "PATIENT A(STUDY(SERIES(IMAGE I1,IMAGE I2))),PATIENT C"},
+      {"last", [](int32_t id) { VX_DDH_Delete_Record(next(next(first(id)))); },
+       "PATIENT A(STUDY(SERIES(IMAGE I1,IMAGE I2))),PATIENT B"},
+      {"first two",
+       [](int32_t id) {
+         VX_DDH_Delete_Record(first(id));
+         VX_DDH_Delete_Record(first(id));
+       },
+       "PATIENT C"},
+      {"all",
+       [](int32_t id) {
+         while (int32_t record = first(id)) VX_DDH_Delete_Record(record);
+       },
+       ""},
+      {"last two and one added",
+       [](int32_t id) {
+         const int32_t b = next(first(id));
+         VX_DDH_Delete_Record(next(b));
+         VX_DDH_Delete_Record(b);
+         add(id, "PATIENT", "D");
+       },
+       "PATIENT A(STUDY(SERIES(IMAGE I1,IMAGE I2))),PATIENT D"},
+      {"added and deleted", [](int32_t id) { VX_DDH_Delete_Record(add(id, "PATIENT", "D")); }, kTree},
+      {"all and one added",
+       [](int32_t id) {
+         while (int32_t record = first(id)) VX_DDH_Delete_Record(record);
+         add(add(id, "PATIENT", "D"), "STUDY");
+       },
+       "PATIENT D(STUDY)"},
+      {"below", [](int32_t id) { VX_DDH_Delete_Record(first(first(id))); }, "PATIENT A,PATIENT B,PATIENT C"},
+      {"image behind released ones",
+       [](int32_t id) {
+         const int32_t b = next(first(id));
+         const int32_t c = next(b);
+         VX_DDH_Release_Record(first(id));
+         VX_DDH_Release_Record(b);
+         VX_DDH_Delete_Record(c);
+       },
+       "PATIENT A(STUDY(SERIES(IMAGE I1,IMAGE I2))),PATIENT B"},
+      {"added behind what was never reached",
+       [](int32_t id) {
+         add(first(id), "STUDY");
+         VX_DDH_Release_Record(first(id));
+       },
+       "PATIENT A(STUDY(SERIES(IMAGE I1,IMAGE I2)),STUDY),PATIENT B,PATIENT C"},
+      {"released and reached again",
+       [](int32_t id) {
+         for (int round = 0; round < 2; ++round) {
+           for (int32_t record = first(id); record != 0;) {
+             const int32_t following = next(record);
+             VX_DDH_Release_Record(record);
+             record = following;
+           }
+         }
+         EXPECT_EQ(tree(id), kTree);
+       },
+       kTree},
+  };
+  const std::string good = bytes();
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    folder().write("DICOMDIR", good);
+    int32_t id = open();
+    c.work(id);
+    EXPECT_EQ(bytes(), good) << "nothing is written before the update";
+    EXPECT_EQ(tree(id), c.tree);
+    EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(tree(id), c.tree);
+    EXPECT_EQ(whole(), c.tree);
+    add(id, "PATIENT", "Z");
+    EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(whole(), std::string(c.tree) + (*c.tree != '\0' ? "," : "") + "PATIENT Z");
+    VX_Free_File(&id);
+  }
+}
+
+// Every write, cut and sync fails once, or all from there on do, as when the machine stops.
+TEST_F(Handler, AnUpdateIsWholeOrNotDone) {
+  for (const bool undefined : {false, true}) {
+    set_bool(VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ_IN_DICOMDIR, undefined);
+    std::filesystem::remove(path_);
+    build();
+    const std::string good = bytes();
+    const auto work = [](int32_t id) {
+      VX_DDH_Delete_Record(next(first(id)));
+      add(add(id, "PATIENT", "D"), "STUDY");
+      add(first(first(id)), "SERIES");
+    };
+    const char* changed = "PATIENT A(STUDY(SERIES(IMAGE I1,IMAGE I2),SERIES)),PATIENT C,PATIENT D(STUDY)";
+    int failures = 0;
+    for (int n = 1; n < 100; ++n) {
+      for (const bool for_good : {false, true}) {
+        SCOPED_TRACE(testing::Message() << undefined << " " << n << " " << for_good);
+        folder().write("DICOMDIR", good);
+        std::filesystem::remove(path_ + ".vxj");
+        int32_t id = open();
+        work(id);
+        vx::fail_file_change_after(n, for_good);
+        const VX_STATUS status = VX_DDH_Update(id);
+        vx::fail_file_change_after(0, false);
+        if (status == VX_NORMAL_COMPLETION) {
+          EXPECT_EQ(whole(), changed);
+          VX_Free_File(&id);
+          if (for_good) n = 100;
+          continue;
+        }
+        ++failures;
+        EXPECT_EQ(status, VX_INVALID_FILE);
+        if (!for_good) {
+          // The same changes go through the next time.
+          EXPECT_EQ(bytes(), good);
+          EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+          EXPECT_EQ(whole(), changed);
+          VX_Free_File(&id);
+          continue;
+        }
+        VX_Free_File(&id);
+        int32_t again = open();
+        EXPECT_EQ(tree(again), kTree);
+        EXPECT_EQ(bytes(), good);
+        EXPECT_FALSE(journal_left());
+        VX_Free_File(&again);
+      }
+    }
+    EXPECT_GT(failures, 12);
+  }
+}
+
+TEST_F(Handler, WhatStandsInTheWayOfAnUpdate) {
+  build();
+  const std::string good = bytes();
+  const auto try_update = [&](VX_STATUS expected) {
+    int32_t id = open();
+    add(id, "PATIENT", "D");
+    EXPECT_EQ(VX_DDH_Update(id), expected);
+    VX_Free_File(&id);
+  };
+  // Padding goes, anything else stays and refuses.
+  const std::string padding = Writer().element(0xFFFCFFFC, "OB", std::string(20, '\0')).str();
+  folder().write("DICOMDIR", good + padding);
+  try_update(VX_NORMAL_COMPLETION);
+  EXPECT_EQ(bytes().find(padding.substr(0, 12)), std::string::npos);
+  EXPECT_EQ(whole(), std::string(kTree) + ",PATIENT D");
+  folder().write("DICOMDIR", good + Writer().element(0x00080005, "CS", "ISO_IR 100").str());
+  try_update(VX_INVALID_FILE);
+  // Somebody else has changed it, or is doing so.
+  folder().write("DICOMDIR", good);
+  int32_t one = open();
+  int32_t other = open();
+  add(one, "PATIENT", "E");
+  add(other, "PATIENT", "F");
+  EXPECT_EQ(VX_DDH_Update(one), VX_NORMAL_COMPLETION);
+  const std::string after = bytes();
+  EXPECT_EQ(VX_DDH_Update(other), VX_INVALID_FILE);
+  EXPECT_EQ(bytes(), after);
+  vx::FileOp* locked = vx::open_file_op(path_.c_str());
+  ASSERT_EQ(vx::make_writable(*locked), VX_NORMAL_COMPLETION);
+  ASSERT_TRUE(vx::lock_file(*locked, true));
+  add(one, "PATIENT", "G");
+  EXPECT_EQ(VX_DDH_Update(one), VX_CALLBACK_CANNOT_COMPLY);
+  vx::free_file_op(locked);
+  EXPECT_EQ(VX_DDH_Update(one), VX_NORMAL_COMPLETION);
+  VX_Free_File(&one);
+  VX_Free_File(&other);
+}
+
+int32_t count_record(int32_t, void* user) {
+  ++*static_cast<int*>(user);
+  return 0;
+}
+
+TEST_F(Handler, Traversing) {
+  build();
+  int32_t id = open();
+  struct State {
+    std::string seen;
+    std::string script;  // one answer a record; "r" releases the parent's parent, "x" the record itself
+  };
+  const auto visit = [](int32_t record, void* user) {
+    auto& state = *static_cast<State*>(user);
+    char type[20] = "";
+    VX_Get_Value_To_String(record, 0x00041430, sizeof type, type);
+    state.seen += *type;
+    const char answer = state.script.empty() ? '0' : state.script[0];
+    if (!state.script.empty()) state.script.erase(0, 1);
+    int32_t parent = 0;
+    if (answer == 'x') VX_DDH_Release_Record(record);
+    if (answer == 'r' && VX_DDH_Get_Parent_Record(record, &parent) == VX_NORMAL_COMPLETION) {
+      VX_DDH_Get_Parent_Record(parent, &parent);
+      VX_DDH_Release_Record(parent);
+    }
+    return answer >= '0' && answer <= '9' ? answer - '0' : 0;
+  };
+  const auto walk = [&](const char* script, VX_STATUS expected = VX_NORMAL_COMPLETION) {
+    State state{"", script};
+    EXPECT_EQ(VX_DDH_Traverse_Records(id, &state, visit), expected) << script;
+    return state.seen;
+  };
+  EXPECT_EQ(walk(""), "PSSIIPP");
+  EXPECT_EQ(walk("2"), "PPP");
+  EXPECT_EQ(walk("0001"), "PSSIPP") << "out of the images";
+  EXPECT_EQ(walk("1"), "P");
+  EXPECT_EQ(walk("003"), "PSS");
+  EXPECT_EQ(walk("7", VX_CALLBACK_CANNOT_COMPLY), "P");
+  EXPECT_EQ(walk("xxxxxxx"), "PSSIIPP");
+  EXPECT_EQ(walk("000r"), "PSSIPP") << "the study is let go from below: on behind it";
+  EXPECT_EQ(walk(""), "PSSIIPP");
+  const auto update = [](int32_t, void* user) {
+    EXPECT_EQ(VX_DDH_Update(*static_cast<int32_t*>(user)), VX_STATE_VIOLATION);
+    return 3;
+  };
+  EXPECT_EQ(VX_DDH_Traverse_Records(id, &id, update), VX_NORMAL_COMPLETION);
+  VX_Free_File(&id);
+}
+
+TEST_F(Handler, OffsetsThatLeadAstray) {
+  build();
+  const std::string good = bytes();
+  const std::string item("\xFE\xFF\x00\xE0", 4);
+  std::vector<std::size_t> at;  // of the records in the file: images, series, study, A, B, C
+  for (std::size_t i = good.find(item); i != std::string::npos; i = good.find(item, i + 1)) at.push_back(i);
+  ASSERT_EQ(at.size(), 7U);
+  const auto forge = [&](std::size_t record, uint32_t tag, std::size_t value) {
+    std::string bad = good;
+    char head[4];
+    vx::store_tag(head, tag, false);
+    vx::store32(bad.data() + bad.find(std::string(head, 4), at[record]) + 8, static_cast<uint32_t>(value),
+                false);
+    folder().write("DICOMDIR", bad);
+  };
+  struct Case {
+    const char* what;
+    std::size_t record;
+    uint32_t tag;
+    std::size_t value;
+  };
+  const Case cases[] = {
+      {"loop of one", 6, 0x00041400, at[6]},  {"loop of two", 6, 0x00041400, at[5]},
+      {"below itself", 4, 0x00041420, at[4]}, {"up to the patient", 1, 0x00041420, at[4]},
+      {"odd", 6, 0x00041400, at[5] + 1},      {"into the head", 6, 0x00041400, 132},
+      {"between", 6, 0x00041400, at[5] + 8},  {"behind the end", 6, 0x00041420, 0xFFFFFFFE},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    forge(c.record, c.tag, c.value);
+    int32_t id = open();
+    int count = 0;
+    EXPECT_EQ(VX_DDH_Traverse_Records(id, &count, &count_record), VX_INVALID_DIRECTORY_RECORD_OFFSET);
+    EXPECT_LT(count, 20);
+    int32_t record = 0;
+    if (c.tag == 0x00041400) {
+      EXPECT_EQ(VX_DDH_Add_Record(id, "PATIENT", &record), VX_INVALID_DIRECTORY_RECORD_OFFSET);
+    }
+    EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+    VX_Free_File(&id);
+  }
+  // Many ways to the same records.
+  std::string bytes_of_many;
+  {
+    std::filesystem::remove(path_);
+    int32_t id = create();
+    int32_t parent = id;
+    for (int level = 0; level < 30; ++level) {
+      const int32_t left = add(parent, "PRIVATE");
+      add(parent, "PRIVATE");
+      parent = left;
+    }
+    EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+    VX_Free_File(&id);
+    bytes_of_many = bytes();
+  }
+  std::vector<std::size_t> places;
+  for (std::size_t i = bytes_of_many.find(item); i != std::string::npos; i = bytes_of_many.find(item, i + 1))
+    places.push_back(i);
+  char head[4];
+  vx::store_tag(head, 0x00041420, false);
+  const auto lower_at = [&](std::size_t record) {
+    return bytes_of_many.find(std::string(head, 4), record) + 8;
+  };
+  for (const std::size_t place : places) {
+    // The second of a level takes what the first one leads to.
+    const uint32_t sibling =
+        vx::load32(bytes_of_many.data() + bytes_of_many.find(std::string("\4\0\0\x14", 4), place) + 8, false);
+    if (sibling != 0)
+      vx::store32(bytes_of_many.data() + lower_at(sibling),
+                  vx::load32(bytes_of_many.data() + lower_at(place), false), false);
+  }
+  folder().write("DICOMDIR", bytes_of_many);
+  int32_t id = open();
+  int count = 0;
+  EXPECT_EQ(VX_DDH_Traverse_Records(id, &count, &count_record), VX_INVALID_DIRECTORY_RECORD_OFFSET);
+  EXPECT_LT(count, 1000);
+  VX_Free_File(&id);
+}
+
+TEST_F(Handler, FilesThatAreNone) {
+  int32_t id = -1;
+  EXPECT_EQ(VX_DDH_Open(folder().path("nothing").c_str(), &id), VX_CALLBACK_CANNOT_COMPLY);
+  EXPECT_EQ(VX_DDH_Open(folder().path().c_str(), &id), VX_CALLBACK_CANNOT_COMPLY);
+  build();
+  const std::string good = bytes();
+  // Cut anywhere it opens to a status, never to more than there is.
+  for (std::size_t length = 0; length < good.size(); length += 7) {
+    folder().write("DICOMDIR", good.substr(0, length));
+    id = -1;
+    if (VX_DDH_Open(path_.c_str(), &id) != VX_NORMAL_COMPLETION) {
+      EXPECT_EQ(id, -1);
+      continue;
+    }
+    int count = 0;
+    VX_DDH_Traverse_Records(id, &count, &count_record);
+    EXPECT_LE(count, 7);
+    int32_t record = 0;
+    if (VX_DDH_Add_Record(id, "PATIENT", &record) == VX_NORMAL_COMPLETION) {
+      EXPECT_NE(VX_DDH_Update(id), VX_NORMAL_COMPLETION) << length;
+    }
+    VX_Free_File(&id);
+  }
+  EXPECT_EQ(VX_DDH_Create(folder().path("no/folder").c_str(), nullptr, 0, &id), VX_CALLBACK_CANNOT_COMPLY);
+  EXPECT_EQ(VX_DDH_Create(path_.c_str(), nullptr, 424242, &id), VX_INVALID_MESSAGE_ID);
+  EXPECT_EQ(bytes(), good.substr(0, bytes().size())) << "the old file stays";
+}
+
+TEST_F(Handler, CopyingValues) {
+  int32_t file = -1;
+  int32_t message = -1;
+  int32_t target = -1;
+  VX_Create_Empty_File(&file, "file");
+  VX_Set_Value_From_String(file, 0x00020010, "1.2.840.10008.1.2");
+  VX_Set_Value_From_String(file, 0x00020003, "1.2.3");
+  VX_Set_Value_From_String(file, 0x00041130, "OLD");
+  VX_Set_Value_From_String(file, 0x00041141, "README");
+  VX_Set_Value_From_String(file, 0x00100010, "Doe");
+  VX_Set_Value_From_String(file, 0x00100020, "7");
+  VX_Open_Empty_Message(&message);
+  const uint32_t list[] = {0x00100000, 0};
+  EXPECT_EQ(VX_DDH_Copy_Values(file, message, list), VX_NORMAL_COMPLETION);
+  const auto text_of = [](int32_t id, uint32_t tag) {
+    char text[80] = "-";
+    VX_Get_Value_To_String(id, tag, sizeof text, text);
+    return std::string(text);
+  };
+  EXPECT_EQ(text_of(message, 0x00100010), "Doe");
+  EXPECT_EQ(text_of(message, 0x00020003), "-");
+  VX_Create_Empty_File(&target, "target");
+  const uint32_t one[] = {0x00100020, 0};
+  EXPECT_EQ(VX_DDH_Copy_Values(message, target, one), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(text_of(target, 0x00100020), "7");
+  EXPECT_EQ(text_of(target, 0x00100010), "-");
+  EXPECT_EQ(VX_DDH_Copy_Values(file, target, nullptr), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(text_of(target, 0x00100010), "Doe");
+  EXPECT_EQ(text_of(target, 0x00020010), "1.2.840.10008.1.2");
+  EXPECT_EQ(VX_DDH_Copy_Values(file, 4711, nullptr), VX_INVALID_MESSAGE_ID);
+  // A new directory takes over the head of another.
+  int32_t id = -1;
+  ASSERT_EQ(VX_DDH_Create(path_.c_str(), "NEW", file, &id), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(text_of(id, 0x00041141), "README");
+  EXPECT_EQ(text_of(id, 0x00041130), "NEW");
+  EXPECT_EQ(text_of(id, 0x00020003), "1.2.3");
+  EXPECT_EQ(text_of(id, 0x00020010), "1.2.840.10008.1.2.1");
+  EXPECT_EQ(text_of(id, 0x00100010), "-");
+}
+
+}  // namespace
