@@ -1,0 +1,191 @@
+// Deep copies, their pixels from syntax to syntax.
+#include <cmath>
+
+#include "pixels.h"
+
+namespace {
+
+using namespace pixels;
+
+class Duplicate : public PixelTest {
+ protected:
+  std::string text(int32_t id, uint32_t tag) {
+    char buffer[256];
+    const VX_STATUS status = VX_Get_Value_To_String(id, tag, sizeof buffer, buffer);
+    return status == VX_NORMAL_COMPLETION ? buffer : "#" + std::to_string(status);
+  }
+  void TearDown() override {
+    VX_Free_Message(&copy_);
+    PixelTest::TearDown();
+  }
+  VX_STATUS duplicate(int32_t source, VX_TRANSFER_SYNTAX syntax, bool codecs = true) {
+    VX_Free_Message(&copy_);
+    const bool rle = syntax == RLE;
+    return VX_Duplicate_Message(source, &copy_, syntax,
+                                codecs ? (rle ? VX_RLE_Compressor : VX_Standard_Compressor) : nullptr,
+                                codecs ? (rle ? VX_RLE_Decompressor : VX_Standard_Decompressor) : nullptr);
+  }
+  // A native message with the frames of an image.
+  std::string native(const Image& image, uint32_t seed) {
+    VX_Empty_Message(id_);
+    VX_Set_Message_Transfer_Syntax(id_, EXPLICIT_LITTLE_ENDIAN);
+    describe(id_, image);
+    std::string pixels;
+    for (int i = 0; i < image.frames; ++i) pixels += picture(image, seed + static_cast<uint32_t>(i));
+    if (pixels.size() % 2 != 0) pixels += '\0';
+    set_value(id_, pixels, 1000);
+    return pixels;
+  }
+  int32_t copy_ = -1;
+};
+
+TEST_F(Duplicate, EverythingButThePixelsIsCopied) {
+  native({.rows = 2, .columns = 2}, 1);
+  VX_Set_Value_From_String(id_, 0x00080008, "ORIGINAL");
+  VX_Set_Next_Value_From_String(id_, 0x00080008, "PRIMARY");
+  int32_t item_id = -1;
+  ASSERT_EQ(VX_Open_Empty_Item(&item_id), VX_NORMAL_COMPLETION);
+  VX_Set_Value_From_String(item_id, 0x00100010, "In^Item");
+  VX_Add_Standard_Attribute(id_, 0x0040A730);
+  ASSERT_EQ(VX_Set_Value_From_Int(id_, 0x0040A730, item_id), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(duplicate(id_, EXPLICIT_BIG_ENDIAN, false), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(value(copy_), value(id_));
+  EXPECT_EQ(text(copy_, 0x00080008), "ORIGINAL");
+  char buffer[64];
+  EXPECT_EQ(VX_Get_Next_Value_To_String(copy_, 0x00080008, sizeof buffer, buffer), VX_NORMAL_COMPLETION);
+  EXPECT_STREQ(buffer, "PRIMARY");
+  int32_t copied_item = -1;
+  ASSERT_EQ(VX_Get_Value_To_Int(copy_, 0x0040A730, &copied_item), VX_NORMAL_COMPLETION);
+  EXPECT_NE(copied_item, item_id);
+  EXPECT_EQ(text(copied_item, 0x00100010), "In^Item");
+  VX_TRANSFER_SYNTAX syntax = 0;
+  VX_Get_Message_Transfer_Syntax(copy_, &syntax);
+  EXPECT_EQ(syntax, EXPLICIT_BIG_ENDIAN);
+}
+
+TEST_F(Duplicate, CallbacksThatAreNeeded) {
+  const Image image{.rows = 4, .columns = 4};
+  native(image, 1);
+  EXPECT_EQ(duplicate(id_, RLE, false), VX_COMPRESSOR_REQUIRED);
+  EXPECT_EQ(duplicate(id_, 1), VX_INVALID_TRANSFER_SYNTAX);
+  EXPECT_TRUE(has_log("Error. "));
+  ASSERT_EQ(duplicate(id_, RLE), VX_NORMAL_COMPLETION);
+  VX_Register_Compression_Callbacks(copy_, nullptr, nullptr);
+  int32_t second = -1;
+  EXPECT_EQ(VX_Duplicate_Message(copy_, &second, EXPLICIT_LITTLE_ENDIAN, nullptr, nullptr),
+            VX_DECOMPRESSOR_REQUIRED);
+  EXPECT_EQ(VX_Duplicate_Message(copy_, &second, RLE, VX_RLE_Compressor, nullptr), VX_DECOMPRESSOR_REQUIRED);
+  // The same syntax without functions: the items as they are.
+  ASSERT_EQ(VX_Duplicate_Message(copy_, &second, RLE, nullptr, nullptr), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(value(second), value(copy_));
+  VX_Free_Message(&second);
+}
+
+TEST_F(Duplicate, LosslessChainsBringBackTheSamePixels) {
+  // Frames of an odd number of bytes are padded in each item, and not between frames of the native value.
+  for (const Image& image :
+       {Image{.rows = 5, .columns = 7, .frames = 3},
+        Image{.rows = 6, .columns = 7, .allocated = 16, .stored = 12, .is_signed = 1, .frames = 2},
+        Image{.rows = 5, .columns = 7, .samples = 3, .frames = 3, .photometric = "RGB"}}) {
+    const std::string pixels = native(image, 7);
+    set_bool(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE, true);
+    int32_t at = id_;
+    std::vector<int32_t> made;
+    for (const VX_TRANSFER_SYNTAX syntax :
+         {RLE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, RLE}) {
+      int32_t next = -1;
+      const bool rle = syntax == RLE;
+      ASSERT_EQ(VX_Duplicate_Message(at, &next, syntax, rle ? VX_RLE_Compressor : VX_Standard_Compressor,
+                                     rle ? VX_RLE_Decompressor : VX_Standard_Decompressor),
+                VX_NORMAL_COMPLETION)
+          << syntax;
+      EXPECT_EQ(text(next, 0x00280004),
+                syntax == JPEG_2000_LOSSLESS_ONLY && image.samples == 3 ? "YBR_RCT" : image.photometric);
+      made.push_back(next);
+      at = next;
+    }
+    EXPECT_EQ(text(at, 0x00280004), image.photometric);
+    EXPECT_EQ(text(at, 0x00282110), "#" + std::to_string(VX_INVALID_TAG));
+    ASSERT_EQ(duplicate(at, EXPLICIT_LITTLE_ENDIAN, false), VX_NORMAL_COMPLETION);
+    EXPECT_TRUE(value(copy_) == pixels);
+    for (int32_t id : made) VX_Free_Message(&id);
+  }
+}
+
+TEST_F(Duplicate, PlanesBecomePixelsWhereTheSyntaxWantsThem) {
+  const Image planar{.rows = 4, .columns = 6, .samples = 3, .planar = 1, .frames = 2, .photometric = "RGB"};
+  const std::string pixels = native(planar, 3);
+  ASSERT_EQ(duplicate(id_, JPEG_LS_LOSSLESS), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(text(copy_, 0x00280006), "0");
+  std::string frame;
+  ASSERT_EQ(get_frame(copy_, 1, frame), VX_NORMAL_COMPLETION);
+  for (std::size_t i = 0; i < 72; ++i) ASSERT_EQ(frame[i], pixels[72 + i % 3 * 24 + i / 3]);
+  ASSERT_EQ(duplicate(id_, RLE), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(text(copy_, 0x00280006), "1");
+}
+
+TEST_F(Duplicate, LossyCopiesSaySo) {
+  set_bool(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE, true);
+  set_bool(VX_CFG_COMPRESSION_WHEN_J2K_USE_LOSSY, true);
+  set_bool(VX_CFG_COMPRESSION_J2K_LOSSY_USE_QUALITY, false);
+  for (const uint32_t tag : {0x00282110U, 0x00282112U, 0x00282114U}) {
+    VX_Add_Nonstandard_Attribute(id_, tag, tag == 0x00282112U ? VX_VR_DS : VX_VR_CS);
+  }
+  VX_Add_Nonstandard_Attribute(id_, 0x00082111, VX_VR_ST);
+  const Image rgb{.rows = 32, .columns = 32, .samples = 3, .photometric = "RGB"};
+  native(rgb, 4);
+  VX_Set_Value_From_String(id_, 0x00080008, "ORIGINAL");
+  VX_Set_Next_Value_From_String(id_, 0x00080008, "PRIMARY");
+  ASSERT_EQ(duplicate(id_, JPEG_2000), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(text(copy_, 0x00280004), "YBR_ICT");
+  EXPECT_EQ(text(copy_, 0x00282110), "01");
+  EXPECT_EQ(text(copy_, 0x00282114), "ISO_15444_1");
+  EXPECT_EQ(text(copy_, 0x00082111), "JPEG 2000 Lossy: Compression Ratio: 10.00:1");
+  EXPECT_GT(std::atof(text(copy_, 0x00282112).c_str()), 5);
+  EXPECT_EQ(text(copy_, 0x00080008), "DERIVED");
+  // Packed colour comes back under the label that its bytes have.
+  ASSERT_EQ(duplicate(id_, JPEG_BASELINE), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(text(copy_, 0x00280004), "YBR_FULL_422");
+  EXPECT_EQ(text(copy_, 0x00082111),
+            "JPEG Baseline (Process 1): Luminance Factor: 32, Chrominance Factor: 32");
+  for (const VX_TRANSFER_SYNTAX syntax : {EXPLICIT_LITTLE_ENDIAN, JPEG_LS_LOSSLESS}) {
+    int32_t back = -1;
+    const bool native_target = syntax == EXPLICIT_LITTLE_ENDIAN;
+    ASSERT_EQ(VX_Duplicate_Message(copy_, &back, syntax, native_target ? nullptr : VX_Standard_Compressor,
+                                   native_target ? nullptr : VX_Standard_Decompressor),
+              VX_NORMAL_COMPLETION);
+    EXPECT_EQ(text(back, 0x00280004), "RGB");
+    std::string frame;
+    ASSERT_EQ(get_frame(back, 0, frame), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(frame.size(), rgb.frame_size());
+    VX_Free_Message(&back);
+  }
+  // Without relabelling the bytes stay packed.
+  set_bool(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE, false);
+  int32_t packed = -1;
+  ASSERT_EQ(VX_Duplicate_Message(copy_, &packed, EXPLICIT_LITTLE_ENDIAN, nullptr, nullptr),
+            VX_NORMAL_COMPLETION);
+  EXPECT_EQ(text(packed, 0x00280004), "YBR_FULL_422");
+  EXPECT_EQ(value(packed).size(), rgb.frame_size() / 3 * 2);
+  VX_Free_Message(&packed);
+  ASSERT_EQ(duplicate(id_, JPEG_LS_LOSSY), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(text(copy_, 0x00282110).substr(0, 1), "#");
+}
+
+TEST_F(Duplicate, PixelDataThatDoesNotFitItsFrames) {
+  const Image image{.rows = 4, .columns = 4, .frames = 2};
+  const std::string pixels = native(image, 2);
+  set_value(id_, pixels.substr(0, 10), 4);
+  EXPECT_EQ(duplicate(id_, RLE), VX_CANNOT_COMPLY);
+  EXPECT_TRUE(has_log("Missing data: 6 bytes of 16 bytes in frame."));
+  set_value(id_, pixels + "padding!", 4);
+  EXPECT_EQ(duplicate(id_, RLE), VX_NORMAL_COMPLETION);
+  EXPECT_TRUE(has_log("There are 8 bytes more than the current frame size of 16"));
+  set_value(id_, pixels.substr(0, 20), 4);
+  EXPECT_EQ(duplicate(id_, RLE), VX_NORMAL_COMPLETION);
+  std::string frame;
+  EXPECT_EQ(get_frame(copy_, 0, frame), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(frame, pixels.substr(0, 16));
+}
+
+}  // namespace
