@@ -1,0 +1,136 @@
+// Directories from hostile bytes: read whole, changed and written; read record by record, changed in place.
+// The first byte chooses what is done.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "vexalkit.h"
+
+namespace {
+
+struct Source {
+  std::string_view bytes;
+  std::size_t at = 0;
+};
+VX_STATUS input(const char*, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
+  auto& source = *static_cast<Source*>(user);
+  const std::size_t part = std::min<std::size_t>(512, source.bytes.size() - source.at);
+  *data = const_cast<char*>(source.bytes.data()) + source.at;
+  *size = static_cast<uint32_t>(part);
+  source.at += part;
+  *last = source.at == source.bytes.size() ? 1 : 0;
+  return VX_NORMAL_COMPLETION;
+}
+VX_STATUS output(const char*, void* user, uint32_t size, void* data, int32_t, int32_t) {
+  static_cast<std::string*>(user)->append(static_cast<const char*>(data), size);
+  return VX_NORMAL_COMPLETION;
+}
+
+int32_t application() {
+  static int32_t id = [] {
+    int32_t app = -1;
+    VX_Set_VexalINI(VEXAL_FUZZ_INI);
+    if (VX_Library_Initialization(nullptr, nullptr, nullptr) != VX_NORMAL_COMPLETION) __builtin_trap();
+    VX_Set_String_Config_Value(VX_CFG_LOG_FILE, "/dev/null");
+    for (VX_LOG_KEY key = 0; key < VX_LOG_KEY_COUNT; ++key) VX_Set_Log_Destination(key, VX_LOG_OFF);
+    VX_Register_Application(&app, "FUZZ");
+    VX_Set_Bool_Config_Value(VX_CFG_ORVEN_OPEN_FILE, 1);
+    return app;
+  }();
+  return id;
+}
+
+// Walks the whole tree; what is linked is a tree, so this comes to an end.
+int32_t walk(int32_t dir, int32_t entity, int32_t record, int depth) {
+  int32_t count = 0;
+  int32_t last = 0;
+  const char* name = nullptr;
+  while (record != 0) {
+    ++count;
+    int32_t below = 0;
+    int32_t first = 0;
+    if (depth < 200 &&
+        VX_Dir_Next_Entity(dir, record, &below, &first, &name, &last) == VX_NORMAL_COMPLETION && below != 0) {
+      count += walk(dir, below, first, depth + 1);
+    }
+    if (VX_Dir_Next_Record(dir, entity, &record, &name, &last) != VX_NORMAL_COMPLETION) break;
+  }
+  return count;
+}
+
+void whole(std::string_view bytes, int way) {
+  int32_t dir = -1;
+  if (VX_Create_File(&dir, "fuzz", "DICOMDIR", 1) != VX_NORMAL_COMPLETION) __builtin_trap();
+  VX_Set_Bool_Config_Value(VX_CFG_DICOMDIR_STREAM_STORAGE, way & 1);
+  Source source{bytes};
+  VX_Open_File(application(), dir, &source, &input);
+  int32_t entity = 0;
+  int32_t record = 0;
+  int32_t last = 0;
+  int32_t total = 0;
+  const char* name = nullptr;
+  if (VX_Dir_Root_Entity(dir, &entity, &record, &name, &last) == VX_NORMAL_COMPLETION) {
+    VX_Dir_Root_Count(dir, &total);
+    if (walk(dir, entity, record, 0) > total) __builtin_trap();
+    int32_t added = 0;
+    VX_Dir_Add_Record(dir, entity, "DIR_REC_PRIVATE", &added);
+    if ((way & 2) != 0) VX_Dir_Delete_Record(dir, record);
+    VX_Dir_Sort(dir);
+  }
+  std::string written;
+  VX_Write_File(dir, 0, &written, &output);
+  VX_Free_File(&dir);
+}
+
+struct Steps {
+  uint32_t seed;
+  std::size_t left;  // no more calls than there is room for records
+};
+int32_t step(int32_t record, void* user) {
+  auto& steps = *static_cast<Steps*>(user);
+  if (steps.left-- == 0) __builtin_trap();
+  steps.seed = steps.seed * 1103515245U + 12345U;
+  const uint32_t choice = steps.seed >> 16 & 15U;
+  int32_t other = 0;
+  if (choice < 3) VX_DDH_Release_Record(record);
+  if (choice == 3 && VX_DDH_Get_Parent_Record(record, &other) == VX_NORMAL_COMPLETION)
+    VX_DDH_Release_Record(other);
+  if (choice == 4) VX_DDH_Delete_Record(record);
+  if (choice == 5) VX_DDH_Add_Record(record, nullptr, &other);
+  return choice == 6 ? 2 : choice == 7 ? 1 : 0;
+}
+
+void in_place(std::string_view bytes, int way) {
+  const std::string path = "/dev/shm/fuzz_directory." + std::to_string(getpid());
+  std::FILE* file = std::fopen(path.c_str(), "wb");
+  if (file == nullptr) return;
+  std::fwrite(bytes.data(), 1, bytes.size(), file);
+  std::fclose(file);
+  int32_t dir = -1;
+  if (VX_DDH_Open(path.c_str(), &dir) == VX_NORMAL_COMPLETION) {
+    Steps steps{static_cast<uint32_t>(way), bytes.size() / 16 + 4096};
+    VX_DDH_Traverse_Records(dir, &steps, &step);
+    int32_t record = 0;
+    VX_DDH_Add_Record(dir, "PATIENT", &record);
+    VX_DDH_Update(dir);
+    steps.left = bytes.size() + 4096;
+    VX_DDH_Traverse_Records(dir, &steps, &step);
+    VX_DDH_Update(dir);
+    VX_Free_File(&dir);
+  }
+  unlink(path.c_str());
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+  application();
+  if (size == 0) return 0;
+  const std::string_view bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
+  (data[0] & 0x80) != 0 ? whole(bytes, data[0]) : in_place(bytes, data[0]);
+  return 0;
+}
