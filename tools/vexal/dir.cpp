@@ -11,7 +11,6 @@
 #include "files.h"
 #include "json.h"
 #include "names.h"
-#include "rules.h"
 #include "session.h"
 #include "tag_path.h"
 
@@ -349,6 +348,46 @@ fs::path find_file(const fs::path& folder, const std::string& file_id) {
 
 // --- Adding files ---
 
+// What records of a type hold beside their references, by the library's templates.
+struct Keys {
+  std::vector<uint32_t> copied;       // from the file; 0 at the end
+  std::map<uint32_t, bool> required;  // whether null will do
+};
+
+// The tags of the findings of a validation that have a status.
+std::vector<uint32_t> findings_of(int32_t record, VX_STATUS wanted) {
+  std::vector<uint32_t> tags;
+  ValErrObj* finding = nullptr;
+  for (VX_STATUS status = VX_Validate_Message(record, &finding, VX_Errors_Only); finding != nullptr;) {
+    if (finding->Status == wanted && finding->Tag > kSyntaxInFile) tags.push_back(finding->Tag);
+    status = VX_Get_Next_Validate_Error(record, &finding);
+    if (status != VX_NORMAL_COMPLETION) break;
+  }
+  return tags;
+}
+
+// An empty record tells by its findings what has to be there, and one of nulls what may not be null.
+Keys learn_keys(const std::string& type) {
+  Keys keys;
+  int32_t record = -1;
+  keys.copied.push_back(0x00080005);
+  if (VX_Open_Item(&record, item_name(type).c_str()) == VX_NORMAL_COMPLETION) {
+    uint32_t tag = 0;
+    for (VX_STATUS status = VX_Get_First_Attribute(record, &tag, nullptr, nullptr);
+         status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Attribute(record, &tag, nullptr, nullptr)) {
+      if (tag > kSyntaxInFile && tag != 0x00080005) keys.copied.push_back(tag);
+    }
+    for (const uint32_t missing : findings_of(record, VX_REQUIRED_VALUE_MISSING)) {
+      keys.required[missing] = true;
+      VX_Set_Value_To_NULL(record, missing);
+    }
+    for (const uint32_t null : findings_of(record, VX_VALUE_MAY_NOT_BE_NULL)) keys.required[null] = false;
+    VX_Free_Item(&record);
+  }
+  keys.copied.push_back(0);
+  return keys;
+}
+
 class Builder {
  public:
   Builder(Directory& directory, bool any_names) : directory_(directory), any_names_(any_names) {}
@@ -362,8 +401,14 @@ class Builder {
   bool fill(int32_t record, const std::string& type, DicomFile& file, std::string& reason);
   int32_t place(const std::string& type, DicomFile& file, std::string& reason);
 
+  const Keys& keys_of(const std::string& type) {
+    const auto known = keys_.find(type);
+    return known != keys_.end() ? known->second : keys_.emplace(type, learn_keys(type)).first->second;
+  }
+
   Directory& directory_;
   const bool any_names_;
+  std::map<std::string, Keys> keys_;
   std::map<std::string, int32_t> known_;  // patients, studies and series by parent, type and key
   std::map<std::string, int32_t> files_;  // by upper case File ID
   std::set<std::string> instances_;
@@ -390,28 +435,20 @@ void Builder::learn() {
 
 // The attributes of the record's type that the file has; those that may be null where it has none.
 bool Builder::fill(int32_t record, const std::string& type, DicomFile& file, std::string& reason) {
-  const Rules* rules = RuleBook::get().item(item_name(type));
-  std::vector<uint32_t> tags = {0x00080005};
-  for (const Rule& rule : rules != nullptr ? *rules : Rules()) {
-    if (rule.tag > kSyntaxInFile) tags.push_back(rule.tag);
-  }
-  std::sort(tags.begin(), tags.end());
-  tags.push_back(0);
-  const VX_STATUS status = VX_DDH_Copy_Values(file.id(), record, tags.data());
+  const Keys& keys = keys_of(type);
+  const VX_STATUS status = VX_DDH_Copy_Values(file.id(), record, keys.copied.data());
   if (status != VX_NORMAL_COMPLETION) {
     reason = VX_Error_Message(status);
     return false;
   }
-  for (const Rule& rule : rules != nullptr ? *rules : Rules()) {
-    if (rule.tag <= kSyntaxInFile || (rule.type != vxdata::kType1 && rule.type != vxdata::kType2)) continue;
+  for (const auto& [tag, may_be_null] : keys.required) {
     int32_t count = 0;
-    const bool has_value = VX_Get_Value_Count(record, rule.tag, &count) == VX_NORMAL_COMPLETION && count > 0;
-    if (has_value) continue;
-    if (rule.type == vxdata::kType1) {
-      reason = "it lacks " + describe_tag(rule.tag) + ", which a record of type " + type + " has to have";
+    if (VX_Get_Value_Count(record, tag, &count) == VX_NORMAL_COMPLETION && count > 0) continue;
+    if (!may_be_null) {
+      reason = "it lacks " + describe_tag(tag) + ", which a record of type " + type + " has to have";
       return false;
     }
-    VX_Set_Value_To_NULL(record, rule.tag);
+    VX_Set_Value_To_NULL(record, tag);
   }
   return true;
 }
