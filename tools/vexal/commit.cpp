@@ -153,27 +153,22 @@ int run(const Args& args) {
   const std::string service = service_of_class(kCommitmentClass);
   const std::string transaction = new_uid();
   ServiceListName list;
-  std::vector<std::string> unknown;
   VX_STATUS status = request.make(service.c_str(), N_ACTION_RQ);
   if (status == VX_NORMAL_COMPLETION) status = fill(request, references, transaction);
-  if (status != VX_NORMAL_COMPLETION ||
-      !list.make({{kCommitmentClass, {EXPLICIT_LITTLE_ENDIAN, IMPLICIT_LITTLE_ENDIAN}}}, 1, unknown)) {
+  if (status != VX_NORMAL_COMPLETION) {
     complain("%s: %s", service.c_str(), VX_Error_Message(status));
     return kUsage;
   }
   Association association;
-  status = association.open(peer, list);
-  if (status == VX_NORMAL_COMPLETION)
-    status = association.check(VX_Send_Request_Message(association.id(), request.id));
-  if (status != VX_NORMAL_COMPLETION) {
-    complain("%s:%d: %s", peer.host.c_str(), peer.port, VX_Error_Message(status));
-    return kNetwork;
+  if (const int exit =
+          open_with_request(association, peer, {{kCommitmentClass, kPlainSyntaxes}}, list, request);
+      exit != kSuccess) {
+    return exit;
   }
   const std::string error = wait_for_report(association, static_cast<int32_t>(wait), transaction, references);
   association.close();
   if (error.empty()) return print_result(args, references);
-  complain("%s:%d: %s", peer.host.c_str(), peer.port, error.c_str());
-  return kNetwork;
+  return network_problem(peer, error);
 }
 
 }  // namespace

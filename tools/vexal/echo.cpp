@@ -45,8 +45,7 @@ int run(const Args& args) {
   Association association;
   const VX_STATUS status = association.open(peer, list);
   if (status != VX_NORMAL_COMPLETION) {
-    complain("%s:%d: %s", peer.host.c_str(), peer.port, VX_Error_Message(status));
-    return kNetwork;
+    return network_problem(peer, VX_Error_Message(status));
   }
   const auto opened = Clock::now();
   Message request;
@@ -61,8 +60,7 @@ int run(const Args& args) {
   const double seconds = std::chrono::duration<double>(Clock::now() - opened).count();
   association.close();
   if (!error.empty()) {
-    complain("%s:%d: %s", peer.host.c_str(), peer.port, error.c_str());
-    return kNetwork;
+    return network_problem(peer, error);
   }
   const double opening = std::chrono::duration<double, std::milli>(opened - start).count();
   if (args.has("--json")) {

@@ -140,28 +140,19 @@ int run(const Args& args) {
   }
   Message request;
   ServiceListName list;
-  std::vector<std::string> unknown;
-  if (!query.fill(request, C_FIND_RQ) ||
-      !list.make({{query.sop_class(), {EXPLICIT_LITTLE_ENDIAN, IMPLICIT_LITTLE_ENDIAN}}}, 1, unknown)) {
-    return kUsage;
-  }
   Association association;
-  VX_STATUS status = association.open(peer, list);
-  if (status == VX_NORMAL_COMPLETION)
-    status = association.check(VX_Send_Request_Message(association.id(), request.id));
-  if (status != VX_NORMAL_COMPLETION) {
-    complain("%s:%d: %s", peer.host.c_str(), peer.port, VX_Error_Message(status));
-    return kNetwork;
+  if (!query.fill(request, C_FIND_RQ)) return kUsage;
+  if (const int exit =
+          open_with_request(association, peer, {{query.sop_class(), kPlainSyntaxes}}, list, request);
+      exit != kSuccess) {
+    return exit;
   }
   Results results{args, query.keys(), {}};
   const std::string error = read_answers(association, peer, limit, results);
   association.close();
   if (!args.has("--json") && !results.rows.empty()) print_table(query.keys(), results.rows);
   if (!args.has("--json")) std::fprintf(stderr, "%zu found\n", results.count);
-  if (!error.empty()) {
-    complain("%s:%d: %s", peer.host.c_str(), peer.port, error.c_str());
-    return kNetwork;
-  }
+  if (!error.empty()) return network_problem(peer, error);
   return results.failed ? kUsage : kSuccess;
 }
 

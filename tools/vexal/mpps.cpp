@@ -128,27 +128,23 @@ int run(const Args& args) {
   Message request;
   const std::string service = service_of_class(kStepClass);
   ServiceListName list;
-  std::vector<std::string> unknown;
   if (request.make(service.c_str(), verb->command) != VX_NORMAL_COMPLETION ||
-      !fill(request, *verb, peer, args.all("-k")) ||
-      !list.make({{kStepClass, {EXPLICIT_LITTLE_ENDIAN, IMPLICIT_LITTLE_ENDIAN}}}, 1, unknown)) {
+      !fill(request, *verb, peer, args.all("-k"))) {
     return kUsage;
   }
   // Affected on a creation, requested on a change.
   VX_Set_Value_From_String(request.id, create ? 0x00001000 : 0x00001001, uid.c_str());
   Association association;
-  VX_STATUS status = association.open(peer, list);
-  if (status == VX_NORMAL_COMPLETION)
-    status = association.check(VX_Send_Request_Message(association.id(), request.id));
+  if (const int exit = open_with_request(association, peer, {{kStepClass, kPlainSyntaxes}}, list, request);
+      exit != kSuccess) {
+    return exit;
+  }
   Message answer;
   const char* name = nullptr;
   uint16_t command = 0;
-  if (status == VX_NORMAL_COMPLETION)
-    status = association.check(VX_Read_Message(association.id(), peer.timeout, &answer.id, &name, &command));
-  if (status != VX_NORMAL_COMPLETION) {
-    complain("%s:%d: %s", peer.host.c_str(), peer.port, VX_Error_Message(status));
-    return kNetwork;
-  }
+  const VX_STATUS status =
+      association.check(VX_Read_Message(association.id(), peer.timeout, &answer.id, &name, &command));
+  if (status != VX_NORMAL_COMPLETION) return network_problem(peer, VX_Error_Message(status));
   const uint16_t code = answer.status();
   const std::string text = describe_answer(answer);
   answer.reset();

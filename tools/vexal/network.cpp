@@ -70,6 +70,8 @@ bool read_title(const Args& args, const char* option, const char* otherwise, std
 
 }  // namespace
 
+const std::vector<VX_TRANSFER_SYNTAX> kPlainSyntaxes = {EXPLICIT_LITTLE_ENDIAN, IMPLICIT_LITTLE_ENDIAN};
+
 bool is_title(const std::string& title) {
   return !title.empty() && title.size() <= 16 && title.find_first_not_of(' ') != std::string::npos &&
          std::none_of(title.begin(), title.end(),
@@ -254,6 +256,24 @@ VX_STATUS Message::make(const char* service, uint16_t command) {
   reset();
   const VX_STATUS status = VX_Open_Empty_Message(&id);
   return status == VX_NORMAL_COMPLETION ? VX_Set_Service_Command(id, service, command) : status;
+}
+
+int network_problem(const Peer& peer, const std::string& text) {
+  complain("%s:%d: %s", peer.host.c_str(), peer.port, text.c_str());
+  return kNetwork;
+}
+
+int open_with_request(Association& association, const Peer& peer, const std::vector<Proposal>& proposals,
+                      ServiceListName& list, const Message& request) {
+  std::vector<std::string> unknown;
+  if (!list.make(proposals, 1, unknown) || list.empty()) {
+    complain("the presentation contexts can not be proposed");
+    return kUsage;
+  }
+  VX_STATUS status = association.open(peer, list);
+  if (status == VX_NORMAL_COMPLETION)
+    status = association.check(VX_Send_Request_Message(association.id(), request.id));
+  return status == VX_NORMAL_COMPLETION ? kSuccess : network_problem(peer, VX_Error_Message(status));
 }
 
 std::string text_of(int32_t object, uint32_t tag) {

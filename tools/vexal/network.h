@@ -50,6 +50,9 @@ void set_up_network(int32_t timeout);
 // "104" or the like; false after a line on standard error.
 bool parse_port(const std::string& text, int32_t& port);
 
+// What any uncompressed data set can be sent in.
+extern const std::vector<VX_TRANSFER_SYNTAX> kPlainSyntaxes;
+
 // One presentation context to propose or to accept.
 struct Proposal {
   std::string sop_class;
@@ -137,6 +140,13 @@ class Message {
 
   int32_t id = -1;
 };
+
+// Opens an association with these contexts and sends a request on it; kSuccess, or an exit code after a line
+// on standard error. The list has to outlive the association.
+int open_with_request(Association& association, const Peer& peer, const std::vector<Proposal>& proposals,
+                      ServiceListName& list, const Message& request);
+// "vexal: HOST:PORT: text" on standard error; kNetwork.
+int network_problem(const Peer& peer, const std::string& text);
 
 // The first value of an attribute as text without padding, "" if there is none.
 std::string text_of(int32_t object, uint32_t tag);

@@ -158,30 +158,12 @@ std::string wait_for_move(Association& association, const Peer& peer, Tally& tal
   }
 }
 
-// Opens the association and sends the request; kSuccess, or an exit code after a line on standard error.
-int begin(Association& association, const Peer& peer, const std::vector<Proposal>& proposals,
-          ServiceListName& list, Message& request) {
-  std::vector<std::string> unknown;
-  if (!list.make(proposals, 1, unknown) || list.empty()) {
-    complain("the presentation contexts can not be proposed");
-    return kUsage;
-  }
-  VX_STATUS status = association.open(peer, list);
-  if (status == VX_NORMAL_COMPLETION)
-    status = association.check(VX_Send_Request_Message(association.id(), request.id));
-  if (status == VX_NORMAL_COMPLETION) return kSuccess;
-  complain("%s:%d: %s", peer.host.c_str(), peer.port, VX_Error_Message(status));
-  return kNetwork;
-}
-
-const std::vector<VX_TRANSFER_SYNTAX> kPlain = {EXPLICIT_LITTLE_ENDIAN, IMPLICIT_LITTLE_ENDIAN};
-
 int run_get(const Args& args) {
   Peer peer;
   Query query;
   Message request;
   if (!peer.read(args) || !query.read(args, QueryKind::Get) || !query.fill(request, C_GET_RQ)) return kUsage;
-  std::vector<Proposal> proposals = {{query.sop_class(), kPlain}};
+  std::vector<Proposal> proposals = {{query.sop_class(), kPlainSyntaxes}};
   if (!storage_proposals(args, proposals)) return kUsage;
   StorageOptions storage;
   storage.folder = args.get("--dir", ".");
@@ -194,14 +176,14 @@ int run_get(const Args& args) {
   }
   ServiceListName list;
   Association association;
-  if (const int exit = begin(association, peer, proposals, list, request); exit != kSuccess) return exit;
+  if (const int exit = open_with_request(association, peer, proposals, list, request); exit != kSuccess)
+    return exit;
   ObjectWriter writer(storage, peer.title);
   Tally tally;
   const std::string error = serve_get(association, peer, writer, tally);
   association.close();
   if (error.empty()) return print_result(args, peer, tally);
-  complain("%s:%d: %s", peer.host.c_str(), peer.port, error.c_str());
-  return kNetwork;
+  return network_problem(peer, error);
 }
 
 int run_move(const Args& args) {
@@ -219,15 +201,15 @@ int run_move(const Args& args) {
   VX_Set_Value_From_String(request.id, 0x00000600, destination.c_str());
   ServiceListName list;
   Association association;
-  if (const int exit = begin(association, peer, {{query.sop_class(), kPlain}}, list, request);
+  if (const int exit =
+          open_with_request(association, peer, {{query.sop_class(), kPlainSyntaxes}}, list, request);
       exit != kSuccess)
     return exit;
   Tally tally;
   const std::string error = wait_for_move(association, peer, tally);
   association.close();
   if (error.empty()) return print_result(args, peer, tally);
-  complain("%s:%d: %s", peer.host.c_str(), peer.port, error.c_str());
-  return kNetwork;
+  return network_problem(peer, error);
 }
 
 }  // namespace

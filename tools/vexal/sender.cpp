@@ -9,8 +9,6 @@
 namespace vexal {
 namespace {
 
-// What any uncompressed file can be turned into.
-const std::vector<VX_TRANSFER_SYNTAX> kPlain = {EXPLICIT_LITTLE_ENDIAN, IMPLICIT_LITTLE_ENDIAN};
 constexpr std::size_t kBlock = 1U << 20;
 
 bool is_compressed(VX_TRANSFER_SYNTAX syntax) {
@@ -67,7 +65,7 @@ std::vector<Proposal> proposals_for(std::span<const ObjectFile* const> files, bo
       }
     }
     if (!plain || !convert) continue;
-    for (const VX_TRANSFER_SYNTAX syntax : kPlain) {
+    for (const VX_TRANSFER_SYNTAX syntax : kPlainSyntaxes) {
       const bool there = std::any_of(proposals.begin(), proposals.end(), [&](const Proposal& p) {
         return p.sop_class == sop_class && p.syntaxes[0] == syntax;
       });
