@@ -1751,6 +1751,17 @@ VX_API VX_STATUS VX_Standard_Decompressor(int32_t MsgID, void** Context, uint32_
                                           int32_t IsLast, int32_t Release);
 
 /*
+ * Decompresses whatever the codecs can, without the checks of the two decompressors above: also JPEG with
+ * spectral selection and progressive JPEG, JPEG Lossless with all predictors under its older syntax, every
+ * photometric interpretation, RLE with 1 and 32 bits allocated. Colour comes out as the image is labelled,
+ * but YBR_ICT and YBR_RCT as RGB. For programs that show or convert images of others.
+ * VX_CALLBACK_CANNOT_COMPLY, after lines in the log.
+ */
+VX_API VX_STATUS VX_General_Decompressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
+                                         uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
+                                         int32_t Release);
+
+/*
  * Makes a deep copy of a message, an item or a file, its Pixel Data in TransferSyntax: frames go through the
  * decompressor of the source and through Compressor, one at a time. Both functions given become the copy's.
  * Without Compressor and with the same syntax the value is copied as it is. With

@@ -40,6 +40,9 @@ constexpr SyntaxCodec kCodecs[] = {
     {JPEG_2000, &kJpeg2000Codec},
     {JPEG_LS_LOSSLESS, &kJpegLsCodec},
     {JPEG_LS_LOSSY, &kJpegLsCodec},
+    {JPEG_SPEC_NON_HIER_6_8, &kJpegCodec},
+    {JPEG_FULL_PROG_NON_HIER_10_12, &kJpegCodec},
+    {JPEG_LOSSLESS_NON_HIER_14, &kJpegLosslessCodec},
 };
 
 }  // namespace

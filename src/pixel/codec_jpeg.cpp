@@ -212,9 +212,11 @@ int decode_8bit(const DecodeJob& job) {
       info.jpeg_color_space = JCS_YCbCr;
       info.out_color_space = job.to_rgb ? JCS_RGB : JCS_YCbCr;
       if (!job.to_rgb) info.do_fancy_upsampling = FALSE;
-    } else {
+    } else if (image.photometric().starts_with("RGB")) {
       info.jpeg_color_space = holds_ycc(info) ? JCS_YCbCr : JCS_RGB;
       info.out_color_space = JCS_RGB;
+    } else {
+      info.out_color_space = info.jpeg_color_space = JCS_YCbCr;  // as it is
     }
     info.dct_method = JDCT_ISLOW;
     lib.start_decompress(&info);
@@ -236,6 +238,15 @@ int decode_8bit(const DecodeJob& job) {
   }
   lib.destroy_decompress(&info);
   return status;
+}
+
+// Each scan of a progressive stream costs the whole image, however few bytes it has.
+bool has_too_many_scans(const uint8_t* data, std::size_t size) {
+  int scans = 0;
+  for (std::size_t i = 0; i + 1 < size; ++i) {
+    if (data[i] == 0xFF && data[i + 1] == 0xDA && ++scans > jpeg::kMaxScans) return true;
+  }
+  return false;
 }
 
 // Samples of 8 bits in an image that gives them 16.
@@ -264,8 +275,8 @@ int decompress(const ImageAttributes& image, bool to_rgb, const uint8_t* data, s
   jpeg::Shape shape;
   if (jpeg::Fault fault = jpeg::query(data, size, shape); fault != jpeg::kNone) return status_of(fault);
   if (shape.process == 0xC3 || shape.precision == 12) return decode_own(image, data, size, shape, frame);
-  // A progressive stream may have any number of scans for each of its bytes.
-  if (shape.process > 0xC1 || shape.precision != 8) return kCodecUnsupported;
+  if (shape.process > 0xC2 || shape.precision != 8 || image.BitsAllocated < 8) return kCodecUnsupported;
+  if (shape.process == 0xC2 && has_too_many_scans(data, size)) return kCodecUnsupported;
   if (!load_library()) return kCodecNotLoaded;
   const bool packed = is_packed_422(image.photometric());
   if (packed && !to_rgb && image.Columns % 2 != 0) return kCodecOddColumns;

@@ -253,6 +253,16 @@ bool is_image(const opj_image_t& decoded, const ImageAttributes& image) {
   return true;
 }
 
+// Eight pixels a byte, the first in the lowest bit.
+void pack_bits(const opj_image_t& decoded, std::size_t pixels, uint8_t* frame) {
+  const std::size_t stride = decoded.numcomps;
+  std::memset(frame, 0, (pixels * stride + 7) / 8);
+  for (std::size_t i = 0; i < pixels * stride; ++i) {
+    const OPJ_INT32 value = decoded.comps[i % stride].data[i / stride];
+    frame[i / 8] = static_cast<uint8_t>(frame[i / 8] | ((value & 1) << (i % 8)));
+  }
+}
+
 template <typename Sample>
 void copy_samples(const opj_image_t& decoded, std::size_t pixels, uint8_t* frame) {
   const std::size_t stride = decoded.numcomps;
@@ -290,6 +300,10 @@ int decompress(const ImageAttributes& image, bool, const uint8_t* data, std::siz
   if (lib.decode(handles.codec, handles.stream, handles.image) == OPJ_FALSE) return kCodecBadCode;
   if (!is_image(*handles.image, image)) return kCodecOtherImage;
   const std::size_t pixels = std::size_t{image.Rows} * image.Columns;
+  if (image.BitsAllocated == 1) {
+    pack_bits(*handles.image, pixels, frame);
+    return kCodecDone;
+  }
   if (image.BitsAllocated == 16) {
     copy_samples<uint16_t>(*handles.image, pixels, frame);
   } else {

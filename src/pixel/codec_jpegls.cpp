@@ -126,7 +126,7 @@ int decompress(const ImageAttributes& image, bool, const uint8_t* data, std::siz
   CodecHead head;
   if (int status = read_shape(data, size, head); status != kCodecDone) return status;
   if (head.rows != image.Rows || head.columns != image.Columns || head.components != image.SamplesPerPixel ||
-      head.precision < 2 || head.precision > image.BitsAllocated) {
+      image.BitsAllocated < 8 || head.precision < 2 || head.precision > image.BitsAllocated) {
     return kCodecOtherImage;
   }
   if (!load_library()) return kCodecNotLoaded;

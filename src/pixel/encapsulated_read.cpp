@@ -132,11 +132,18 @@ VX_STATUS get_encapsulated_frame(MsgObj& object, TagObj& attribute, uint32_t fra
   return status == kOk ? closing_call(object, attribute, user, callback) : status;
 }
 
-// Where the object counts single bits, a frame of whole bytes has eight pixels in each.
-uint64_t native_frame_bytes(MsgObj& object, uint64_t bytes) {
+// Frames of single bits follow each other without a gap: behind the first one they begin at a byte only by
+// chance.
+bool starts_at_a_byte(MsgObj& object, uint32_t frame) {
   uint32_t bits = 0;
+  uint32_t rows = 0;
+  uint32_t columns = 0;
+  uint32_t samples = 0;
   read_number(object, kBitsAllocated, bits);
-  return bits == 1 && bytes % 8 == 0 ? bytes / 8 : bytes;
+  read_number(object, kRows, rows);
+  read_number(object, kColumns, columns);
+  read_number(object, kSamplesPerPixel, samples);
+  return bits != 1 || frame == 0 || uint64_t{rows} * columns * samples % 8 == 0;
 }
 
 VX_STATUS get_native_frame(MsgObj& object, TagObj& attribute, uint32_t frame, void* user,
@@ -145,7 +152,7 @@ VX_STATUS get_native_frame(MsgObj& object, TagObj& attribute, uint32_t frame, vo
   if (attribute.Length == 0 && attribute.Storage != 'C') return without_data(attribute);
   uint64_t bytes = 0;
   if (VX_STATUS status = frame_bytes(object, bytes); status != kOk) return status;
-  bytes = native_frame_bytes(object, bytes);
+  if (!starts_at_a_byte(object, frame)) return VX_EMPTY_VALUE;
   uint64_t start = 0;
   if (__builtin_mul_overflow(bytes, uint64_t{frame}, &start) || start > UINT32_MAX ||
       bytes > UINT32_MAX - start) {

@@ -114,6 +114,10 @@ VX_STATUS frame_bytes(MsgObj& object, uint64_t& bytes) {
   char photometric[21];
   read_text(object, kPhotometric, photometric, sizeof photometric);
   if (is_packed_422(photometric)) samples = 2;
+  if (bits == 1) {
+    bytes = (static_cast<uint64_t>(rows) * columns * samples + 7) / 8;
+    return kOk;
+  }
   if (__builtin_mul_overflow(static_cast<uint64_t>(rows) * columns,
                              static_cast<uint64_t>(samples) * ((bits + 7) / 8), &bytes)) {
     return VX_EMPTY_VALUE;
@@ -133,7 +137,7 @@ VX_STATUS encapsulated_syntax(MsgObj& object, VX_TRANSFER_SYNTAX& syntax) {
   return VX_INVALID_TRANSFER_SYNTAX;
 }
 
-VX_STATUS read_image_attributes(MsgObj& object, const char* function, ImageAttributes& image) {
+VX_STATUS read_image_attributes(MsgObj& object, const char* function, ImageAttributes& image, bool any) {
   image = {};
   if (object.SyntaxSet != 0) {
     image.TransferSyntax = object.TransferSyntax;
@@ -156,12 +160,13 @@ VX_STATUS read_image_attributes(MsgObj& object, const char* function, ImageAttri
     return refuse(function, "Message must contain VX_ATT_PHOTOMETRIC_INTERPRETATION: %s",
                   status_text(status));
   }
-  if (status = check_photometric(function, image); status != kOk) return status;
+  if (status = any ? kOk : check_photometric(function, image); status != kOk) return status;
   status = read_number(object, kBitsStored, image.BitsStored);
   if (status != kOk)
     return refuse(function, "Message must contain VX_ATT_BITS_STORED: %s", status_text(status));
   status = read_number(object, kBitsAllocated, image.BitsAllocated);
-  if (status != kOk || (image.BitsAllocated != 8 && image.BitsAllocated != 16)) {
+  const bool known = image.BitsAllocated == 8 || image.BitsAllocated == 16;
+  if (status != kOk || (!known && (!any || (image.BitsAllocated != 1 && image.BitsAllocated != 32)))) {
     return refuse(function, "%s", "Message must contain VX_ATT_BITS_ALLOCATED, and must be 8 or 16");
   }
   for (const NumberRule& rule : kSizes) {

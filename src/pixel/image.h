@@ -52,10 +52,17 @@ struct ImageAttributes {
   uint32_t PixelRepresentation = 0;
   uint32_t FrameSize = 0;
 
+  // Bytes of each plane of bytes; eight pixels share a byte where one has a single bit.
+  uint32_t plane_bytes() const {
+    const uint64_t pixels = uint64_t{Rows} * Columns;
+    return static_cast<uint32_t>(BitsAllocated == 1 ? (pixels * SamplesPerPixel + 7) / 8 : pixels);
+  }
   std::string_view photometric() const { return PhotometricInterpretation; }
   uint32_t sample_bytes() const { return (BitsAllocated + 7) / 8; }
 };
-// Reads them all; `function` names the caller in the log. VX_CALLBACK_CANNOT_COMPLY.
-VX_STATUS read_image_attributes(MsgObj& object, const char* function, ImageAttributes& image);
+// Reads them all; `function` names the caller in the log. With `any` every photometric interpretation and 1,
+// 8, 16 and 32 bits allocated will do. VX_CALLBACK_CANNOT_COMPLY.
+VX_STATUS read_image_attributes(MsgObj& object, const char* function, ImageAttributes& image,
+                                bool any = false);
 
 }  // namespace vx

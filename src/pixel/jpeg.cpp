@@ -150,6 +150,12 @@ Fault decode(const uint8_t* data, std::size_t size, Shape& shape, bool wide, voi
     return kBadMarker;
   }
   if (found.subsampled) return kUnsupported;
+  if (found.process == 0xC2 && found.precision == 12 && wide) {
+    const Fault fault = decode_progressive12(head, out);
+    shape = found;
+    shape.ends_well = fault == kNone;
+    return fault;
+  }
   uint32_t done = 0;  // a bit for each component
   while (done != (1U << found.components) - 1) {
     if (Fault fault = head.next(marker); fault != kNone) return fault;

@@ -8,6 +8,9 @@
 
 namespace vx::jpeg {
 
+// Scans of one progressive image that are taken.
+inline constexpr int kMaxScans = 200;
+
 // What goes wrong; 0 is success.
 enum Fault : int {
   kNone = 0,
@@ -34,9 +37,9 @@ struct Shape {
 // Reads the head up to the start of frame; also of processes that are not decoded here.
 Fault query(const uint8_t* data, std::size_t size, Shape& shape);
 
-// Decodes SOF3, or SOF1 with 12 bits, into samples of 8 bits (precision up to 8, unless `wide`) or 16 bits in
-// the machine's order, components interleaved. `out` has room for rows x columns x components samples; the
-// shape is what query() gave and the caller agreed to.
+// Decodes SOF3, or SOF1 and SOF2 with 12 bits, into samples of 8 bits (precision up to 8, unless `wide`) or
+// 16 bits in the machine's order, components interleaved. `out` has room for rows x columns x components
+// samples; the shape is what query() gave and the caller agreed to.
 Fault decode(const uint8_t* data, std::size_t size, Shape& shape, bool wide, void* out);
 
 struct Source {

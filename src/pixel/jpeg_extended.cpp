@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstdlib>
 #include <new>
 
 #include "pixel/jpeg_head.h"
@@ -67,6 +68,21 @@ void inverse(const Block& coefficients, std::array<uint16_t, 64>& samples) {
   }
 }
 
+// The part of a block that lies in the image.
+void put_block(const Head& head, std::size_t component, uint32_t x, uint32_t y, const Block& coefficients,
+               uint16_t* out) {
+  std::array<uint16_t, 64> samples;
+  inverse(coefficients, samples);
+  const uint32_t stride = head.shape.components;
+  const uint32_t rows = std::min(8U, head.shape.rows - 8 * y);
+  const uint32_t columns = std::min(8U, head.shape.columns - 8 * x);
+  for (uint32_t r = 0; r < rows; ++r) {
+    uint16_t* to =
+        out + ((std::size_t{8} * y + r) * head.shape.columns + std::size_t{8} * x) * stride + component;
+    for (uint32_t c = 0; c < columns; ++c, to += stride) *to = samples[8 * r + c];
+  }
+}
+
 class ExtendedDecoder {
  public:
   ExtendedDecoder(Head& head, uint16_t* out) : head_(head), out_(out), bits_(head.position(), head.left()) {}
@@ -123,16 +139,7 @@ class ExtendedDecoder {
       if (k > 63) return kBadCode;
       coefficients[kZigzag[k]] = extend(bits_.take(size), size) * steps[k];
     }
-    std::array<uint16_t, 64> samples;
-    inverse(coefficients, samples);
-    const uint32_t stride = head_.shape.components;
-    const uint32_t rows = std::min(8U, head_.shape.rows - 8 * y);
-    const uint32_t columns = std::min(8U, head_.shape.columns - 8 * x);
-    for (uint32_t r = 0; r < rows; ++r) {
-      uint16_t* to =
-          out_ + ((std::size_t{8} * y + r) * head_.shape.columns + std::size_t{8} * x) * stride + component;
-      for (uint32_t c = 0; c < columns; ++c, to += stride) *to = samples[8 * r + c];
-    }
+    put_block(head_, component, x, y, coefficients, out_);
     return kNone;
   }
 
@@ -140,6 +147,162 @@ class ExtendedDecoder {
   uint16_t* out_;
   BitReader bits_;
   std::array<int32_t, 4> last_dc_{};
+};
+
+// --- Progressive streams (annex G): coefficients gather over any number of scans ---
+
+class ProgressiveDecoder {
+ public:
+  explicit ProgressiveDecoder(Head& head)
+      : head_(head), across_((head.shape.columns + 7) / 8), down_((head.shape.rows + 7) / 8) {
+    coefficients_.resize(std::size_t{across_} * down_ * 64 * head.shape.components);
+  }
+
+  Fault scan() {
+    const Scan& scan = head_.scan;
+    const bool dc = scan.start == 0;
+    if (scan.end > 63 || scan.start > scan.end || scan.low > 13) return kBadMarker;
+    if (dc ? scan.end != 0 : scan.count != 1) return kBadMarker;
+    for (uint32_t i = 0; i < scan.count; ++i) {
+      const bool has_table =
+          dc ? scan.high != 0 || head_.dc[scan.dc[i]].valid() : head_.ac[scan.ac[i]].valid();
+      if (!has_table) return kBadTable;
+    }
+    BitReader bits(head_.position(), head_.left());
+    last_dc_.fill(0);
+    end_of_band_ = 0;
+    const uint32_t units = across_ * down_;
+    for (uint32_t unit = 0; unit < units; ++unit) {
+      if (head_.restart_interval != 0 && unit != 0 && unit % head_.restart_interval == 0) {
+        if (!bits.restart()) return kShort;
+        last_dc_.fill(0);
+        end_of_band_ = 0;
+      }
+      for (uint32_t i = 0; i < scan.count; ++i) {
+        int16_t* block = at(scan.component[i], unit);
+        Fault fault = kNone;
+        if (dc) {
+          fault = scan.high == 0 ? first_dc(bits, i, block) : refine_dc(bits, block);
+        } else {
+          fault = scan.high == 0 ? first_ac(bits, block) : refine_ac(bits, block);
+        }
+        if (fault != kNone) return fault;
+      }
+      if (bits.overrun()) return kShort;
+    }
+    head_.continue_at(bits.position());
+    return kNone;
+  }
+
+  Fault finish(uint16_t* out) {
+    for (uint32_t c = 0; c < head_.shape.components; ++c) {
+      const auto& steps = head_.quantisation[head_.components[c].quantisation];
+      if (steps[0] == 0) return kBadTable;
+      for (uint32_t y = 0; y < down_; ++y) {
+        for (uint32_t x = 0; x < across_; ++x) {
+          const int16_t* from = at(c, y * across_ + x);
+          Block block{};
+          for (std::size_t k = 0; k < 64; ++k) block[kZigzag[k]] = from[k] * steps[k];
+          put_block(head_, c, x, y, block, out);
+        }
+      }
+    }
+    return kNone;
+  }
+
+ private:
+  // In zigzag order.
+  int16_t* at(uint32_t component, uint32_t unit) {
+    return coefficients_.data() + (std::size_t{component} * across_ * down_ + unit) * 64;
+  }
+  int16_t scaled(int32_t value) const { return static_cast<int16_t>(value * (1 << head_.scan.low)); }
+
+  Fault first_dc(BitReader& bits, uint32_t i, int16_t* block) {
+    uint8_t n = 0;
+    bits.fill();
+    if (!bits.code(head_.dc[head_.scan.dc[i]], n) || n > 15) return kBadCode;
+    int32_t& last = last_dc_[head_.scan.component[i]];
+    last = static_cast<int16_t>(last + extend(bits.take(n), n));
+    block[0] = scaled(last);
+    return kNone;
+  }
+  Fault refine_dc(BitReader& bits, int16_t* block) {
+    bits.fill();
+    if (bits.take(1) != 0) block[0] = static_cast<int16_t>(block[0] | (1 << head_.scan.low));
+    return kNone;
+  }
+  Fault first_ac(BitReader& bits, int16_t* block) {
+    if (end_of_band_ != 0) {
+      --end_of_band_;
+      return kNone;
+    }
+    for (uint32_t k = head_.scan.start; k <= head_.scan.end; ++k) {
+      uint8_t symbol = 0;
+      bits.fill();
+      if (!bits.code(head_.ac[head_.scan.ac[0]], symbol)) return kBadCode;
+      const int n = symbol & 15;
+      const int run = symbol >> 4;
+      if (n == 0 && run != 15) {
+        end_of_band_ = (1U << run) - 1 + bits.take(run);
+        break;
+      }
+      k += static_cast<uint32_t>(run);
+      if (n == 0) continue;
+      if (k > head_.scan.end) return kBadCode;
+      block[k] = scaled(extend(bits.take(n), n));
+    }
+    return kNone;
+  }
+  // One more bit of a coefficient that is known not to be zero.
+  void refine(BitReader& bits, int16_t& value) const {
+    const int step = 1 << head_.scan.low;
+    bits.fill();
+    if (bits.take(1) == 0 || (std::abs(value) & step) != 0) return;
+    value = static_cast<int16_t>(value < 0 ? value - step : value + step);
+  }
+  Fault refine_ac(BitReader& bits, int16_t* block) {
+    uint32_t k = head_.scan.start;
+    const uint32_t end = head_.scan.end;
+    for (; end_of_band_ == 0 && k <= end; ++k) {
+      uint8_t symbol = 0;
+      bits.fill();
+      if (!bits.code(head_.ac[head_.scan.ac[0]], symbol) || (symbol & 15) > 1) return kBadCode;
+      int zeros = symbol >> 4;
+      int32_t fresh = 0;
+      if ((symbol & 15) != 0) {
+        fresh = bits.take(1) != 0 ? 1 : -1;
+      } else if (zeros != 15) {
+        end_of_band_ = (1U << zeros) + bits.take(zeros);
+        break;
+      }
+      // Zeros are counted; what is not zero is refined on the way.
+      for (; k <= end; ++k) {
+        if (block[k] != 0) {
+          refine(bits, block[k]);
+        } else if (--zeros < 0) {
+          break;
+        }
+      }
+      if (fresh != 0) {
+        if (k > end) return kBadCode;
+        block[k] = scaled(fresh);
+      }
+    }
+    if (end_of_band_ != 0) {
+      for (; k <= end; ++k) {
+        if (block[k] != 0) refine(bits, block[k]);
+      }
+      --end_of_band_;
+    }
+    return kNone;
+  }
+
+  Head& head_;
+  const uint32_t across_;
+  const uint32_t down_;
+  std::vector<int16_t> coefficients_;
+  std::array<int32_t, 4> last_dc_{};
+  uint32_t end_of_band_ = 0;
 };
 
 // --- Encoding ---
@@ -292,6 +455,21 @@ class ExtendedEncoder {
 
 Fault decode_extended12(Head& head, void* out) {
   return ExtendedDecoder(head, static_cast<uint16_t*>(out)).run();
+}
+
+Fault decode_progressive12(Head& head, void* out) try {
+  ProgressiveDecoder decoder(head);
+  for (int scans = 0;; ++scans) {
+    uint8_t marker = 0;
+    if (Fault fault = head.next(marker); fault != kNone) return scans == 0 ? fault : kShort;
+    if (marker == 0xD9) return scans == 0 ? kShort : decoder.finish(static_cast<uint16_t*>(out));
+    if (marker != 0xDA) return kBadMarker;
+    // Each scan costs the whole image, however few bytes it has.
+    if (scans == kMaxScans) return kUnsupported;
+    if (Fault fault = decoder.scan(); fault != kNone) return fault;
+  }
+} catch (const std::bad_alloc&) {
+  return kMemory;
 }
 
 Fault encode_extended12(const Source& source, int factor, std::vector<uint8_t>& out) try {

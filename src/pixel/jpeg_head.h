@@ -58,5 +58,7 @@ class Head {
 
 Fault decode_lossless(Head& head, bool wide, void* out);
 Fault decode_extended12(Head& head, void* out);
+// All scans, up to and with the end of image.
+Fault decode_progressive12(Head& head, void* out);
 
 }  // namespace vx::jpeg

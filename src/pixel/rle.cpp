@@ -11,6 +11,7 @@
 #include "frame/state.h"
 #include "pixel/image.h"
 #include "pixel/rle.h"
+#include "pixel/run.h"
 
 namespace vx {
 namespace {
@@ -36,8 +37,8 @@ struct Layout {
 bool make_layout(const ImageAttributes& image, Layout& layout) {
   const uint32_t width = image.sample_bytes();
   const uint32_t samples = image.SamplesPerPixel;
-  layout.segments = samples * width;
-  layout.pixels = image.Rows * image.Columns;
+  layout.segments = image.BitsAllocated == 1 ? 1 : samples * width;
+  layout.pixels = image.plane_bytes();
   if (samples == 0 || layout.segments > kMaxSegments) return false;
   const bool planar = image.PlanarConfiguration != 0;
   for (uint32_t i = 0; i < layout.segments; ++i) {
@@ -176,22 +177,23 @@ bool rle_encode(const ImageAttributes& image, const uint8_t* frame, uint8_t* out
 
 namespace {
 
-struct RLEContext {
+struct RLEContext final : RunContext {
+  RLEContext() : RunContext(true) {}
   ImageAttributes image;
   uint8_t* FrameBuffer = nullptr;
   uint32_t BytesBuffered = 0;
   uint8_t* OutputBuffer = nullptr;
 
-  ~RLEContext() {
+  ~RLEContext() override {
     release(FrameBuffer);
     release(OutputBuffer);
   }
 };
 
-VX_STATUS open_frame(const char* function, int32_t id, ImageAttributes& image, uint8_t*& frame) {
+VX_STATUS open_frame(const char* function, int32_t id, bool any, ImageAttributes& image, uint8_t*& frame) {
   MsgObj* object = library_initialized() ? find_object(id) : nullptr;
   if (object == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
-  if (VX_STATUS status = read_image_attributes(*object, "getDicomAttributes", image); status != kOk)
+  if (VX_STATUS status = read_image_attributes(*object, "getDicomAttributes", image, any); status != kOk)
     return status;
   if (image.TransferSyntax != RLE) {
     return refuse(function, function == kCompressor ? "Compressor called for non RLE transfer syntax."
@@ -378,35 +380,40 @@ const char* RleDecoder::missing() const {
 
 namespace {
 
-struct RLEInput {
+struct RLEInput final : RunContext {
+  RLEInput() : RunContext(true) {}
   ImageAttributes image;
   RleDecoder decoder;
   uint8_t* FrameBuffer = nullptr;
   bool delivered = false;
 
-  ~RLEInput() { release(FrameBuffer); }
+  ~RLEInput() override { release(FrameBuffer); }
 };
 
+// The context of a call, made where a frame begins; null for a call that does not belong to one.
 template <typename Context>
-VX_STATUS end_run(void** context) {
-  if (context == nullptr || *context == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
-  delete static_cast<Context*>(*context);
-  *context = nullptr;
-  return kOk;
-}
-
-template <typename Context>
-Context* run_context(const char* function, void** context, bool first) {
-  if (context == nullptr) return nullptr;
-  if (*context == nullptr && first) {
-    *context = new (std::nothrow) Context;
-    if (*context == nullptr) refuse(function, "VXI_newBuffer failure for Context");
+Context* run_context(const char* function, const CodecCall& call) {
+  if (call.context == nullptr || (call.size != 0 && call.data == nullptr)) return nullptr;
+  if (*call.context == nullptr && call.first) {
+    *call.context = static_cast<RunContext*>(new (std::nothrow) Context);
+    if (*call.context == nullptr) refuse(function, "VXI_newBuffer failure for Context");
   }
-  return static_cast<Context*>(*context);
+  return dynamic_cast<Context*>(run_of(call.context));
 }
 
-VX_STATUS drop_run(VX_STATUS status, void** context, VX_STATUS (*end)(void**)) {
-  if (status != kOk) end(context);
+VX_STATUS compress_call(const CodecCall& call) {
+  if (call.out_size == nullptr || call.out == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
+  *call.out_size = 0;
+  *call.out = nullptr;
+  auto* context = run_context<RLEContext>(kCompressor, call);
+  if (context == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
+  VX_STATUS status = kOk;
+  if (call.first) {
+    context->BytesBuffered = 0;
+    status = open_frame(kCompressor, call.id, false, context->image, context->FrameBuffer);
+  }
+  if (status == kOk) status = compress(*context, call.size, call.data, call.last, *call.out_size, *call.out);
+  if (status != kOk) end_run(call.context);
   return status;
 }
 
@@ -429,50 +436,46 @@ VX_STATUS decompress(RLEInput& context, uint32_t size, const void* data, bool la
 }
 
 }  // namespace
-}  // namespace vx
 
-using namespace vx;
-
-VX_STATUS VX_RLE_Compressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
-                            uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
-                            int32_t Release) {
-  if (Release != 0) return end_run<RLEContext>(Context);
-  if (OutSize == nullptr || OutBuffer == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
-  *OutSize = 0;
-  *OutBuffer = nullptr;
-  auto* context = run_context<RLEContext>(kCompressor, Context, IsFirst != 0);
-  if (context == nullptr || (DataSize != 0 && DataBuffer == nullptr)) return VX_CALLBACK_CANNOT_COMPLY;
-  VX_STATUS status = kOk;
-  if (IsFirst != 0) {
-    context->BytesBuffered = 0;
-    status = open_frame(kCompressor, MsgID, context->image, context->FrameBuffer);
-  }
-  if (status == kOk) status = compress(*context, DataSize, DataBuffer, IsLast != 0, *OutSize, *OutBuffer);
-  return drop_run(status, Context, &end_run<RLEContext>);
-}
-
-VX_STATUS VX_RLE_Decompressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
-                              uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
-                              int32_t Release) {
-  if (Release != 0) return end_run<RLEInput>(Context);
-  if (OutSize == nullptr || OutBuffer == nullptr) {
-    if (IsLast != 0) return kOk;
-    end_run<RLEInput>(Context);
+VX_STATUS rle_decompress(const CodecCall& call, bool any) {
+  if (call.out_size == nullptr || call.out == nullptr) {
+    if (call.last) return kOk;
+    end_run(call.context);
     return VX_CALLBACK_CANNOT_COMPLY;
   }
-  *OutSize = 0;
-  *OutBuffer = nullptr;
-  auto* context = run_context<RLEInput>(kDecompressor, Context, IsFirst != 0);
-  if (context == nullptr || (DataSize != 0 && DataBuffer == nullptr)) return VX_CALLBACK_CANNOT_COMPLY;
+  *call.out_size = 0;
+  *call.out = nullptr;
+  auto* context = run_context<RLEInput>(kDecompressor, call);
+  if (context == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
   VX_STATUS status = kOk;
-  if (IsFirst != 0) {
+  if (call.first) {
     context->delivered = false;
-    status = open_frame(kDecompressor, MsgID, context->image, context->FrameBuffer);
+    status = open_frame(kDecompressor, call.id, any, context->image, context->FrameBuffer);
     if (status == kOk) {
       const char* fault = context->decoder.begin(context->image, context->FrameBuffer);
       if (fault != nullptr) status = refuse(kDecompressor, fault);
     }
   }
-  if (status == kOk) status = decompress(*context, DataSize, DataBuffer, IsLast != 0, *OutSize, *OutBuffer);
-  return drop_run(status, Context, &end_run<RLEInput>);
+  if (status == kOk)
+    status = decompress(*context, call.size, call.data, call.last, *call.out_size, *call.out);
+  if (status != kOk) end_run(call.context);
+  return status;
+}
+
+}  // namespace vx
+
+VX_STATUS VX_RLE_Compressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
+                            uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
+                            int32_t Release) {
+  if (Release != 0) return vx::end_run(Context);
+  return vx::compress_call(
+      {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0});
+}
+
+VX_STATUS VX_RLE_Decompressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
+                              uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
+                              int32_t Release) {
+  if (Release != 0) return vx::end_run(Context);
+  return vx::rle_decompress(
+      {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0}, false);
 }

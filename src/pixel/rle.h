@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "pixel/image.h"
+#include "pixel/run.h"
 
 namespace vx {
 
@@ -41,5 +42,8 @@ class RleDecoder {
   uint8_t split_buffer_[130] = {};
   bool header_read_ = false;
 };
+
+// One call of the decompressor; with `any` for every image that RLE can hold.
+VX_STATUS rle_decompress(const CodecCall& call, bool any);
 
 }  // namespace vx

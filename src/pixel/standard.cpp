@@ -14,6 +14,8 @@
 #include "frame/pool.h"
 #include "frame/state.h"
 #include "model/attributes.h"
+#include "pixel/rle.h"
+#include "pixel/run.h"
 #include "pixel/strip.h"
 
 namespace vx {
@@ -21,14 +23,17 @@ namespace {
 
 constexpr char kCompressor[] = "VX_Standard_Compressor";
 constexpr char kDecompressor[] = "VX_Standard_Decompressor";
+constexpr char kGeneralDecompressor[] = "VX_General_Decompressor";
 constexpr uint32_t kQueryBytes = 16384;
 
 struct Direction {
   const char* function;
   bool compresses;
+  bool any;  // image that the codec takes
 };
-constexpr Direction kCompress{kCompressor, true};
-constexpr Direction kDecompress{kDecompressor, false};
+constexpr Direction kCompress{kCompressor, true, false};
+constexpr Direction kDecompress{kDecompressor, false, false};
+constexpr Direction kDecompressAny{kGeneralDecompressor, false, true};
 
 // --- The checks on an image ---
 
@@ -146,10 +151,12 @@ VX_STATUS refuse(const char* function, const char* format, ...) {
 
 VX_STATUS check_image(const Direction& direction, const char* function, const ImageAttributes& image) {
   const Family family = family_of(image.TransferSyntax);
-  if (family == Family::None) {
+  const bool known = direction.any ? codec_for(image.TransferSyntax) != nullptr : family != Family::None;
+  if (!known) {
     return refuse(function, "Transfer syntax unsupported by %s: %s ", direction.function,
                   syntax_display_name(image.TransferSyntax));
   }
+  if (direction.any) return image.BitsAllocated <= 16 ? kOk : refuse(function, "Bits Allocated is beyond 16");
   for (const ImageCheck& check : kChecks) {
     if (check.family != family || check.passes(image, direction.compresses)) continue;
     log_line(VX_LOG_ERROR, function, direction.compresses ? check.compressor : check.decompressor,
@@ -205,8 +212,8 @@ void correct_measures(const TagObj& pixels, const char* function, ImageAttribute
   image.FrameSize = static_cast<uint32_t>(bytes);
 }
 
-VX_STATUS read_attributes(MsgObj& object, ImageAttributes& image) {
-  const VX_STATUS status = read_image_attributes(object, "getDicomAttributes", image);
+VX_STATUS read_attributes(MsgObj& object, bool any, ImageAttributes& image) {
+  const VX_STATUS status = read_image_attributes(object, "getDicomAttributes", image, any);
   if (status != kOk || !config_bool(VX_CFG_COMPRESSION_USE_HEADER_QUERY)) return status;
   const TagObj* pixels = find_tag(object, kPixelData);
   if (pixels != nullptr && pixels->AuxBuffer != nullptr && image.TransferSyntax != RLE) {
@@ -267,8 +274,8 @@ VX_STATUS query_image_header(MsgObj& object, TagObj& attribute) {
 
 // --- A run ---
 
-struct StandardContext {
-  explicit StandardContext(const Direction& d) : direction(d) {}
+struct StandardContext final : RunContext {
+  explicit StandardContext(const Direction& d) : RunContext(false), direction(d) {}
   const Direction& direction;
   ImageAttributes image;
   const Codec* codec = nullptr;
@@ -283,7 +290,7 @@ struct StandardContext {
 VX_STATUS open_run(MsgObj& object, StandardContext& run) {
   const Direction& direction = run.direction;
   ImageAttributes& image = run.image;
-  if (read_attributes(object, image) != kOk)
+  if (read_attributes(object, direction.any, image) != kOk)
     return refuse(direction.function, "Failed to get image attributes.");
   if (direction.compresses && image.PlanarConfiguration == 1 &&
       (image.SamplesPerPixel != 3 || image.BitsAllocated != 8)) {
@@ -418,41 +425,46 @@ VX_STATUS decompress(StandardContext& run, uint32_t size, const void* data, bool
   return kOk;
 }
 
-VX_STATUS end_run(void** context) {
-  if (context == nullptr || *context == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
-  delete static_cast<StandardContext*>(*context);
-  *context = nullptr;
-  return kOk;
-}
-
-VX_STATUS run_codec(const Direction& direction, int32_t id, void** context, uint32_t size, const void* data,
-                    uint32_t* out_size, void** out, bool first, bool last) try {
-  if (context == nullptr || out_size == nullptr || out == nullptr || (size != 0 && data == nullptr)) {
+VX_STATUS run_codec(const Direction& direction, const CodecCall& call) try {
+  if (call.context == nullptr || call.out_size == nullptr || call.out == nullptr ||
+      (call.size != 0 && call.data == nullptr)) {
     return VX_CALLBACK_CANNOT_COMPLY;
   }
-  *out_size = 0;
-  *out = nullptr;
-  MsgObj* object = library_initialized() ? find_object(id) : nullptr;
+  *call.out_size = 0;
+  *call.out = nullptr;
+  MsgObj* object = library_initialized() ? find_object(call.id) : nullptr;
   if (object == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
-  if (first) {
-    end_run(context);
-    *context = new (std::nothrow) StandardContext(direction);
-    if (*context == nullptr) {
+  if (call.first) {
+    end_run(call.context);
+    *call.context = static_cast<RunContext*>(new (std::nothrow) StandardContext(direction));
+    if (*call.context == nullptr) {
       return refuse(direction.function,
                     direction.compresses ? "malloc failure for Context" : "malloc failure for Context.");
     }
   }
-  auto* run = static_cast<StandardContext*>(*context);
+  auto* run = dynamic_cast<StandardContext*>(run_of(call.context));
   if (run == nullptr || run->Failed) return VX_CALLBACK_CANNOT_COMPLY;
-  VX_STATUS status = first ? open_run(*object, *run) : kOk;
+  VX_STATUS status = call.first ? open_run(*object, *run) : kOk;
   if (status == kOk) {
-    status = direction.compresses ? compress(*run, size, data, last, *out_size, *out)
-                                  : decompress(*run, size, data, last, *out_size, *out);
+    status = direction.compresses
+                 ? compress(*run, call.size, call.data, call.last, *call.out_size, *call.out)
+                 : decompress(*run, call.size, call.data, call.last, *call.out_size, *call.out);
   }
   run->Failed = status != kOk;
   return status;
 } catch (const std::bad_alloc&) {
   return refuse(direction.function, "malloc failure");
+}
+
+// RLE has a decoder of its own, which finds the end of a frame by its size.
+VX_STATUS run_general(const CodecCall& call) {
+  MsgObj* object = library_initialized() ? find_object(call.id) : nullptr;
+  if (object == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
+  VX_TRANSFER_SYNTAX syntax = 0;
+  const RunContext* run = run_of(call.context);
+  const bool rle = call.first ? encapsulated_syntax(*object, syntax) == kOk && syntax == RLE
+                              : run != nullptr && run->is_rle;
+  return rle ? rle_decompress(call, true) : run_codec(kDecompressAny, call);
 }
 
 }  // namespace
@@ -507,16 +519,23 @@ VX_STATUS VX_Standard_Compressor(int32_t MsgID, void** Context, uint32_t DataSiz
                                  uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
                                  int32_t Release) {
   if (Release != 0) return end_run(Context);
-  return run_codec(kCompress, MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0,
-                   IsLast != 0);
+  return run_codec(kCompress,
+                   {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0});
 }
 
 VX_STATUS VX_Standard_Decompressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
                                    uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
                                    int32_t Release) {
   if (Release != 0) return end_run(Context);
-  return run_codec(kDecompress, MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0,
-                   IsLast != 0);
+  return run_codec(kDecompress,
+                   {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0});
+}
+
+VX_STATUS VX_General_Decompressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
+                                  uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
+                                  int32_t Release) {
+  if (Release != 0) return end_run(Context);
+  return run_general({MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0});
 }
 
 VX_STATUS VX_Thread_Release(void) {
