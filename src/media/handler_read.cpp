@@ -23,7 +23,6 @@ namespace {
 constexpr char kFunction[] = "DecodeRecord";
 constexpr uint32_t kItemHeader = 8;
 constexpr uint32_t kItem = 0xFFFEE000U;
-constexpr uint32_t kItemDelimiter = 0xFFFEE00DU;
 constexpr uint32_t kSequenceDelimiter = 0xFFFEE0DDU;
 constexpr uint32_t kDeepest = 1024;  // levels
 constexpr uint32_t kLeastRecord = 16;
