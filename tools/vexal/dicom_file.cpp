@@ -291,6 +291,13 @@ VX_STATUS DicomFile::set_syntax(VX_TRANSFER_SYNTAX syntax) {
   return VX_Set_Message_Transfer_Syntax(id_, syntax);
 }
 
+void DicomFile::adopt(int32_t id) {
+  free_object();
+  kept_.clear();
+  id_ = id;
+  is_file_ = true;
+}
+
 VX_STATUS DicomFile::become_message(const char* service, uint16_t command) {
   if (is_file_) {
     const VX_STATUS status = VX_File_To_Message(id_);

@@ -127,6 +127,8 @@ class DicomFile {
   // Hands a kept value out in its file's byte order, piece by piece; false on a read error or a refusal.
   bool read_kept(const KeptValue& value, bool (*take)(void* context, const char* data, std::size_t size),
                  void* context);
+  // Another file object takes the place of the one that was opened; it is freed with this.
+  void adopt(int32_t id);
   // The object becomes a message of this service and command, without meta group.
   VX_STATUS become_message(const char* service, uint16_t command);
   // The file object becomes writable under another syntax.
