@@ -177,6 +177,25 @@ TEST_F(Program, ConvertsThereAndBack) {
   EXPECT_EQ(run("convert --to jpeg " + path("a.dcm") + " " + path("x.dcm")).exit, 2);
 }
 
+// Compressed without loss and back, the pixels at the end of the file are those of the original.
+TEST_F(Program, ConvertsPixels) {
+  const std::string slice = std::string(VEXAL_SOURCE_DIR) + "/examples/data/slice.dcm";
+  fs::copy_file(slice, path("slice.dcm"));
+  const std::string original = read("slice.dcm");
+  const std::string pixels = original.substr(original.size() / 2);
+  for (const char* syntax : {"rle", "jpeg-lossless", "jpeg-ls", "jpeg2000"}) {
+    const Outcome there = run(std::string("convert --to ") + syntax + " " + slice + " " + path("b.dcm"));
+    ASSERT_EQ(there.exit, 0) << syntax << there.out;
+    EXPECT_LT(fs::file_size(path("b.dcm")), original.size()) << syntax;
+    ASSERT_EQ(run("convert --to explicit " + path("b.dcm") + " " + path("c.dcm")).exit, 0) << syntax;
+    EXPECT_TRUE(read("c.dcm").ends_with(pixels)) << syntax;
+  }
+  // A lossy image is another instance.
+  const std::string uid = run("dump --tag SOPInstanceUID " + slice).out;
+  ASSERT_EQ(run("convert --to jpeg2000-lossy " + slice + " " + path("lossy.dcm")).exit, 0);
+  EXPECT_NE(run("dump --tag SOPInstanceUID " + path("lossy.dcm")).out, uid);
+}
+
 TEST_F(Program, ConvertsAFolder) {
   fs::create_directories(folder_ / "in" / "deep");
   write("in/one.dcm", sample());
