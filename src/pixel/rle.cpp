@@ -1,6 +1,8 @@
 // The RLE codec (PS3.5 annex G): byte planes, each in PackBits.
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -82,6 +84,47 @@ class Packer {
   uint8_t* out_;
 };
 
+// How many of the bytes from `p` on, at most `most`, differ from the one before them.
+uint32_t count_changes(const uint8_t* p, uint32_t most) {
+  constexpr uint64_t kLow = 0x0101010101010101U;
+  uint32_t n = 0;
+  while (n + 8 <= most) {
+    uint64_t here;
+    uint64_t before;
+    std::memcpy(&here, p + n, sizeof here);
+    std::memcpy(&before, p + n - 1, sizeof before);
+    const uint64_t difference = here ^ before;
+    const uint64_t equal = (difference - kLow) & ~difference & (kLow << 7);
+    if (equal != 0) return n + static_cast<uint32_t>(std::countr_zero(equal)) / 8;
+    n += 8;
+  }
+  while (n < most && p[n] != p[static_cast<std::ptrdiff_t>(n) - 1]) ++n;
+  return n;
+}
+// How many are equal to the one before `p`.
+uint32_t count_equal(const uint8_t* p, uint32_t most) {
+  uint32_t n = 0;
+  while (n + 8 <= most) {
+    uint64_t here;
+    uint64_t before;
+    std::memcpy(&here, p + n, sizeof here);
+    std::memcpy(&before, p + n - 1, sizeof before);
+    if (here != before) return n + static_cast<uint32_t>(std::countr_zero(here ^ before)) / 8;
+    n += 8;
+  }
+  while (n < most && p[n] == p[-1]) ++n;
+  return n;
+}
+
+// Every `stride`-th byte.
+void gather(const uint8_t* from, uint32_t stride, uint32_t count, uint8_t* to) {
+  if (stride == 2) {  // with a constant step the compiler moves many at once
+    for (uint32_t i = 0; i < count; ++i) to[i] = from[2 * std::size_t{i}];
+    return;
+  }
+  for (uint32_t i = 0; i < count; ++i, from += stride) to[i] = *from;
+}
+
 // One row; a run never crosses its end. `held` bytes from `start` on are not written yet: among them `marked`
 // that will be a replicate run, and behind those `tail` equal ones.
 void Packer::row(const uint8_t* bytes, uint32_t size) {
@@ -90,6 +133,20 @@ void Packer::row(const uint8_t* bytes, uint32_t size) {
   uint32_t tail = 0;
   uint32_t marked = 0;
   for (uint32_t i = 0; i < size; ++i) {
+    // Stretches in which nothing is decided, short of a full scratch and of the row's last byte.
+    if (i + 1 < size && held < kMaxRun - 1) {
+      const uint32_t most = std::min(kMaxRun - 1 - held, size - 1 - i);
+      uint32_t passed = 0;
+      if (tail == 1) {
+        passed = count_changes(bytes + i, most);
+        if (passed != 0) marked = 0;
+      } else if (tail > 4 && tail == held) {
+        passed = count_equal(bytes + i, most);
+        tail += passed;
+      }
+      held += passed;
+      i += passed;
+    }
     bool full = false;
     ++held;
     if (held == 1) {
@@ -165,7 +222,8 @@ bool rle_encode(const ImageAttributes& image, const uint8_t* frame, uint8_t* out
         from += image.Columns;
         continue;
       }
-      for (uint32_t x = 0; x < image.Columns; ++x, from += plane.stride) row[x] = *from;
+      gather(from, plane.stride, image.Columns, row.get());
+      from += std::size_t{plane.stride} * image.Columns;
       packer.row(row.get(), image.Columns);
     }
     packer.pad();
