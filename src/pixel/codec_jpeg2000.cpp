@@ -371,7 +371,7 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
   parameters.irreversible = settings.lossless ? 0 : 1;
   parameters.tcp_mct = colour ? 1 : 0;
   // Each resolution halves the image.
-  const int halvings = std::bit_width(std::min(image.Rows, image.Columns)) - 1;
+  const auto halvings = static_cast<int>(std::bit_width(std::min(image.Rows, image.Columns))) - 1;
   parameters.numresolution = std::min(6, halvings + 1);
   out.clear();
   Memory memory{nullptr, &out, 0, 0};

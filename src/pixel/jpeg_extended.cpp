@@ -423,7 +423,7 @@ class ExtendedEncoder {
   template <typename Take>
   void walk(Take take) const {
     const auto emit = [&](bool ac, uint32_t run, int value) {
-      const int n = std::bit_width(static_cast<uint32_t>(value < 0 ? -value : value));
+      const auto n = static_cast<int>(std::bit_width(static_cast<uint32_t>(value < 0 ? -value : value)));
       const auto low = static_cast<uint32_t>(value < 0 ? value - 1 : value) & ((1U << n) - 1);
       take(ac, (run << 4) | static_cast<uint32_t>(n), low, n);
     };

@@ -143,7 +143,7 @@ int category_of(int32_t& value) {
   const auto narrow = static_cast<int16_t>(value);
   value = narrow;
   if (narrow == INT16_MIN) return 16;
-  return std::bit_width(static_cast<uint32_t>(narrow < 0 ? -narrow : narrow));
+  return static_cast<int>(std::bit_width(static_cast<uint32_t>(narrow < 0 ? -narrow : narrow)));
 }
 
 template <typename Sample>
