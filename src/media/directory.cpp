@@ -175,6 +175,10 @@ DirectoryState* directory_state(MsgObj& object) {
   return is_tree ? static_cast<DirectoryState*>(object.DirectoryInfo) : nullptr;
 }
 
+void forget_tree(MsgObj& object) {
+  if (DirectoryState* state = directory_state(object)) free_tree(*state);
+}
+
 VX_STATUS find_record(MsgObj& directory, int32_t id, bool in_tree, MsgObj*& record) {
   record = id > 0 ? find_object(id) : nullptr;
   const bool ours = record != nullptr && record->ObjectKind == Kind::Item && record->ParentID == directory.ID;

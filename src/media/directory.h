@@ -59,6 +59,8 @@ VX_STATUS fill_new_record(MsgObj& record, std::string_view type);
 
 // Null unless the object is a directory with a tree.
 DirectoryState* directory_state(MsgObj& object);
+// The tree goes; the records are not touched.
+void forget_tree(MsgObj& object);
 // The record, if it is one of this directory; in its tree with `in_tree`. VX_INVALID_ITEM_ID.
 VX_STATUS find_record(MsgObj& directory, int32_t id, bool in_tree, MsgObj*& record);
 EntityObj* find_entity(DirectoryState& state, int32_t id);

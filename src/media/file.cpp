@@ -11,6 +11,7 @@
 #include "frame/log.h"
 #include "frame/pool.h"
 #include "frame/text.h"
+#include "media/directory.h"
 #include "model/attributes.h"
 #include "model/convert.h"
 #include "model/message_info.h"
@@ -147,6 +148,7 @@ VX_STATUS empty_file(MsgObj& object) {
   if (!is_file(object)) return VX_INVALID_MESSAGE_ID;
   Guard lock(object.Semaphore);
   empty_object(object);
+  forget_tree(object);
   return VX_NORMAL_COMPLETION;
 }
 

@@ -32,6 +32,7 @@ struct LevelHead {
 struct RecordWalk {
   std::vector<RecordNode*> path{};  // the record that was handed out stands last
   bool cut = false;                 // what stood behind the last is gone
+  bool gone = false;                // so is the directory
   RecordWalk* outer = nullptr;
 };
 

@@ -158,6 +158,7 @@ void release_handler(MsgObj& directory) {
   DirectoryHandler* handler = directory_handler(directory);
   if (handler == nullptr) return;
   release_below(*handler);
+  for (RecordWalk* walk = handler->Walks; walk != nullptr; walk = walk->outer) walk->gone = true;
   free_file_op(handler->File);
   release(handler);
 }

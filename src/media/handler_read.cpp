@@ -476,6 +476,7 @@ VX_STATUS traverse(DirectoryHandler& handler, LevelHead& start, void* user,
     walk.path.push_back(node);
     walk.cut = false;
     const int32_t answer = callback(node->Item->ID, user);
+    if (walk.gone) return VX_INVALID_RECORD_ID;
     if (answer == 3) break;
     if (answer < 0 || answer > 3) {
       status = VX_CALLBACK_CANNOT_COMPLY;

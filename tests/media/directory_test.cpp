@@ -376,6 +376,14 @@ TEST_F(Directory, ReferencesChangedByHandEndAWalk) {
   EXPECT_EQ(VX_Dir_Sort(dir_), VX_UNABLE_TO_GET_ITEM_ID);
 }
 
+TEST_F(Directory, EmptiedItStartsAgain) {
+  build();
+  EXPECT_EQ(VX_Empty_File(dir_), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(tree(dir_), "no root");
+  add_entity(0, "DIR_REC_PATIENT");
+  EXPECT_EQ(tree(dir_), "PATIENT");
+}
+
 TEST_F(Directory, BecomesAMessageAndADirectoryAgain) {
   build();
   ASSERT_EQ(VX_File_To_Message(dir_), VX_NORMAL_COMPLETION);
