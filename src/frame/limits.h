@@ -37,6 +37,9 @@ inline constexpr std::size_t kMaxInflated = 1U << 20;
 // syntaxes and a full user information item need is a third of it.
 inline constexpr std::size_t kMaxAssociatePdu = 1U << 20;
 
+// A command group. Real ones take some hundred bytes; lists of attributes and errors within them are short.
+inline constexpr std::size_t kMaxCommand = 1U << 20;
+
 // Bytes of an A-ASSOCIATE-RQ that are taken in one step beyond the input buffer, which grows with what
 // arrived.
 inline constexpr std::size_t kAssociateStep = 64U * 1024U;

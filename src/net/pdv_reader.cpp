@@ -1,5 +1,6 @@
 #include "net/pdv_reader.h"
 
+#include "frame/limits.h"
 #include "frame/log.h"
 
 namespace vx {
@@ -51,6 +52,7 @@ bool PdvReader::next(const uint8_t*& data, uint32_t& size, bool& last) {
   const PdvRecord& pdv = *dul_->pdvList;
   if (has_context_ && pdv.contextId != context_id_) return refuse("Context unexpectedly changed");
   if (pdv.isData != is_data_) return refuse("Unexpected PDV type on read");
+  if (!is_data_ && (command_size_ += pdv.length) > kMaxCommand) return refuse("The command is too long");
   expect_context(pdv.contextId);
   data = pdv.data;
   size = pdv.length;

@@ -1,6 +1,7 @@
 // Hands the presentation data values of a message to whoever reads it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "frame/status.h"
@@ -51,6 +52,7 @@ class PdvReader {
   int32_t timeout_;
   ReadOutcome outcome_ = ReadOutcome::Arrived;
   uint8_t context_id_ = 0;
+  std::size_t command_size_ = 0;
   bool has_context_ = false;
   bool is_data_ = false;
   bool ended_ = false;

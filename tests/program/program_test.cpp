@@ -395,7 +395,8 @@ TEST_F(Program, LookupAndConfig) {
 }
 
 TEST_F(Program, HelpAndUsage) {
-  for (const char* command : {"dump", "convert", "modify", "validate", "template", "lookup", "config"}) {
+  for (const char* command : {"dump", "convert", "modify", "validate", "template", "lookup", "config", "echo",
+                              "store", "receive", "find", "get", "move", "mpps", "commit", "serve"}) {
     const Outcome help = run(std::string(command) + " --help");
     EXPECT_EQ(help.exit, 0);
     EXPECT_NE(help.out.find(std::string("usage: vexal ") + command), std::string::npos);
@@ -403,6 +404,62 @@ TEST_F(Program, HelpAndUsage) {
   }
   EXPECT_EQ(run("").exit, 2);
   EXPECT_EQ(run("nonsense").exit, 2);
+}
+
+// The network subcommands without a peer: 2 for what can not be meant, 3 where nobody answers. Nobody listens
+// on port 1.
+TEST_F(Program, NetworkUsage) {
+  struct Row {
+    std::string arguments;
+    int exit;
+    const char* text;
+  };
+  const std::string file = path("a.dcm");
+  const std::string there = " localhost 1 --timeout 2 --quiet ";
+  const Row rows[] = {
+      {"echo localhost", 2, "give the HOST and the PORT"},
+      {"echo localhost 0", 2, "a port is a number from 1 to 65535"},
+      {"echo localhost 104x", 2, "a port is a number from 1 to 65535"},
+      {"echo localhost 1 --aet waytoolongatitleforthis", 2, "a title has 1 to 16 characters"},
+      {"echo localhost 1 --count 0", 2, "not a number from 1"},
+      {"echo localhost 1 --timeout soon", 2, "not a number from 1"},
+      {"echo localhost 1 --tls-cert x", 2, "needs --tls"},
+      {"echo localhost 1 --tls --tls-ca /nowhere.pem", 2, "/nowhere.pem: No such file"},
+      {"echo" + there, 3, "Failed to connect"},
+      {"store localhost 1", 2, "name the files or folders"},
+      {"store localhost 1 /nowhere", 2, "there is nothing to send"},
+      {"store localhost 1 --window 0 " + file, 2, "not a number from 1 to 65534"},
+      {"store" + there + file, 3, "0 of 1 stored"},
+      {"store" + there + "--json " + file, 3, "\"stored\":false"},
+      {"receive", 2, "give the PORT"},
+      {"receive 99999", 2, "a port is a number from 1 to 65535"},
+      {"receive 11112 --max-associations 0", 2, "not a number from 1"},
+      {"receive 11112 --on-study x", 2, "--on-study needs --tree"},
+      {"receive 11112 --dir /proc/nowhere", 2, "No such file"},
+      {"receive 11112 --address 203.0.113.1", 3, "can not listen"},
+      {"receive 11112 --tls", 2, "--tls-cert"},
+      {"find localhost 1 --level nonsense", 2, "--level nonsense"},
+      {"find localhost 1 -k Nonsense=1", 2, "no attribute is called Nonsense"},
+      {"find" + there, 3, "Failed to connect"},
+      {"get localhost 1 --level study", 2, "name what is wanted with -k"},
+      {"get" + there + "-k StudyInstanceUID=1.2", 3, "Failed to connect"},
+      {"move localhost 1 -k StudyInstanceUID=1.2", 2, "--to"},
+      {"move" + there + "--to X -k StudyInstanceUID=1.2", 3, "Failed to connect"},
+      {"mpps localhost 1", 2, "say what to do"},
+      {"mpps localhost 1 nonsense", 2, "say what to do"},
+      {"mpps localhost 1 complete", 2, "--uid"},
+      {"mpps" + there + "create", 3, "Failed to connect"},
+      {"commit localhost 1", 2, "name the files or folders"},
+      {"commit" + there + file, 3, "Failed to connect"},
+      {"serve 11112 --node X", 2, "give TITLE=HOST:PORT"},
+      {"serve 11112 --dir /proc/nowhere", 2, "No such file"},
+      {"serve 11112 --worklist /nowhere --dir " + path("archive"), 2, "is no folder"},
+  };
+  for (const Row& row : rows) {
+    const Outcome outcome = run(row.arguments);
+    EXPECT_EQ(outcome.exit, row.exit) << row.arguments << "\n" << outcome.out;
+    EXPECT_NE(outcome.out.find(row.text), std::string::npos) << row.arguments << "\n" << outcome.out;
+  }
 }
 
 }  // namespace

@@ -41,6 +41,7 @@ constexpr char kStrictSuites13[] = "TLS_AES_256_GCM_SHA384:TLS_CHACHA20_POLY1305
 std::string openssl_problem() {
   const unsigned long code = ERR_get_error();
   ERR_clear_error();
+  if (ERR_SYSTEM_ERROR(code)) return std::strerror(ERR_GET_REASON(code));
   const char* reason = code != 0 ? ERR_reason_error_string(code) : nullptr;
   return reason != nullptr ? reason : "unknown problem";
 }

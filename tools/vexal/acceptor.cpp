@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <csignal>
 #include <cstring>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -21,6 +23,17 @@ using Clock = std::chrono::steady_clock;
 
 // Connections that have not said anything yet. More than this many, and the oldest go.
 constexpr std::size_t kMostParked = 2048;
+
+// All descriptors that the system lets this program have; a third of them may be parked.
+std::size_t most_parked() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return kMostParked;
+  if (limit.rlim_cur < limit.rlim_max) {
+    const rlimit raised{limit.rlim_max, limit.rlim_max};
+    if (::setrlimit(RLIMIT_NOFILE, &raised) == 0) limit = raised;
+  }
+  return std::clamp<std::size_t>(limit.rlim_cur / 3, 1, kMostParked);
+}
 
 int wake_pipe[2] = {-1, -1};
 
@@ -48,16 +61,23 @@ struct Parked {
 // Threads that serve associations, counted.
 class Crew {
  public:
-  void start(std::function<void()> work) {
+  // False if the system has no thread left.
+  bool start(std::function<void()> work) {
     {
       const std::lock_guard lock(mutex_);
       ++busy_;
     }
-    std::thread([this, work = std::move(work)] {
-      work();
-      // The loop has to look again at connections that wait for a free thread.
+    try {
+      std::thread([this, work = std::move(work)] {
+        work();
+        // The loop has to look again at connections that wait for a free thread.
+        finished();
+      }).detach();
+      return true;
+    } catch (const std::system_error&) {
       finished();
-    }).detach();
+      return false;
+    }
   }
   std::size_t busy() const {
     const std::lock_guard lock(mutex_);
@@ -124,7 +144,6 @@ bool Acceptor::read(const Args& args) {
   allowed_ = args.all("--allow");
   strict_ = args.has("--strict");
   set_up_network(timeout_);
-  VX_Set_Int_Config_Value(VX_CFG_ARTIM_TIMEOUT, timeout_);
   VX_Set_Int_Config_Value(VX_CFG_MAX_PENDING_CONNECTIONS, 512);
   VX_Set_Bool_Config_Value(VX_CFG_ACCEPT_ANY_HOSTNAME, 1);
   VX_Set_Bool_Config_Value(VX_CFG_ACCEPT_ANY_APPLICATION_TITLE, strict_ ? 0 : 1);
@@ -202,12 +221,14 @@ int Acceptor::run(const std::string& service_list, const Handler& handler) {
     return kNetwork;
   }
   Crew crew;
+  const std::size_t most = most_parked();
   std::vector<Parked> parked;
+  const auto drop_oldest = [&] {
+    ::close(parked.front().socket);
+    parked.erase(parked.begin());
+  };
   const auto park = [&](int32_t taken) {
-    if (parked.size() >= kMostParked) {
-      ::close(parked.front().socket);
-      parked.erase(parked.begin());
-    }
+    if (parked.size() >= most) drop_oldest();
     parked.push_back({taken, Clock::now() + std::chrono::seconds(timeout_)});
   };
   if (first == VX_NORMAL_COMPLETION) park(socket);
@@ -217,8 +238,8 @@ int Acceptor::run(const std::string& service_list, const Handler& handler) {
     entries.assign({{wake_pipe[0], POLLIN, 0}, {listener, POLLIN, 0}});
     int wait = 60000;
     for (const Parked& connection : parked) {
-      entries.push_back({connection.socket, static_cast<short>(room ? POLLIN : 0), 0});
-      wait = std::min(wait, milliseconds_to(connection.deadline));
+      entries.push_back({room ? connection.socket : -1, POLLIN, 0});
+      if (room) wait = std::min(wait, milliseconds_to(connection.deadline));
     }
     if (::poll(entries.data(), entries.size(), wait) < 0 && errno != EINTR) break;
     if ((entries[0].revents & POLLIN) != 0 && drain_pipe()) break;
@@ -229,7 +250,8 @@ int Acceptor::run(const std::string& service_list, const Handler& handler) {
       const Parked connection = parked[i];
       if (entries[i + 2].revents != 0 && free > 0) {
         --free;
-        crew.start([&, connection] { serve_socket(connection.socket, service_list, handler); });
+        if (!crew.start([&, connection] { serve_socket(connection.socket, service_list, handler); }))
+          ::close(connection.socket);
       } else if (room && Clock::now() >= connection.deadline) {
         ::close(connection.socket);
       } else {
@@ -238,7 +260,20 @@ int Acceptor::run(const std::string& service_list, const Handler& handler) {
     }
     parked.swap(rest);
     if ((entries[1].revents & POLLIN) == 0) continue;
-    while (take_connection(socket) == VX_NORMAL_COMPLETION) park(socket);
+    // Not all at once: who comes in this round is not dropped before it was looked at.
+    VX_STATUS status = VX_NORMAL_COMPLETION;
+    for (std::size_t i = 0; i < most / 2 + 1; ++i) {
+      status = take_connection(socket);
+      if (status != VX_NORMAL_COMPLETION) break;
+      park(socket);
+    }
+    if (status == VX_NORMAL_COMPLETION || status == VX_TIMEOUT) continue;
+    // No descriptor is left: one that says nothing makes room.
+    if (!parked.empty()) {
+      drop_oldest();
+    } else {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
   }
   stopping_ = true;
   VX_Close_Listen_Port(port_);

@@ -291,13 +291,14 @@ std::string Catalog::synchronise() {
     if (!it->is_regular_file(ignored) || it->path().extension() != ".dcm") continue;
     if (known.contains(it->path().lexically_relative(folder_).string())) continue;
     // A file that is no object is not the index's business.
-    const std::string text = add(it->path().string());
+    bool index_failed = false;
+    const std::string text = add(it->path().string(), index_failed);
     if (!text.empty()) report(it->path().string(), text);
   }
   return run("COMMIT") ? "" : problem("index");
 }
 
-std::string Catalog::add(const std::string& path) {
+std::string Catalog::add(const std::string& path, bool& index_failed) {
   ObjectFile file;
   file.path = path;
   std::string text = file.look_at();
@@ -326,7 +327,8 @@ std::string Catalog::add(const std::string& path) {
   }
   const int result = sqlite3_step(insert_);
   sqlite3_reset(insert_);
-  return result == SQLITE_DONE ? "" : problem("index");
+  index_failed = result != SQLITE_DONE;
+  return index_failed ? problem("index") : "";
 }
 
 std::string Catalog::find(

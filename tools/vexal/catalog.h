@@ -35,7 +35,7 @@ class Catalog {
 
   // Takes a file in, in place of an older one of the same instance. On return the row stays whatever becomes
   // of the process.
-  std::string add(const std::string& path);
+  std::string add(const std::string& path, bool& index_failed);
 
   // Calls `take` for each entity of the level that matches, with a value for each key, until it gives false.
   std::string find(

@@ -100,6 +100,7 @@ void set_up_network(int32_t timeout) {
   VX_Set_Int_Config_Value(VX_CFG_WRITE_TIMEOUT, timeout);
   VX_Set_Int_Config_Value(VX_CFG_INACTIVITY_TIMEOUT, timeout);
   VX_Set_Int_Config_Value(VX_CFG_RELEASE_TIMEOUT, timeout);
+  VX_Set_Int_Config_Value(VX_CFG_ARTIM_TIMEOUT, timeout);
 }
 
 Peer::~Peer() {

@@ -30,6 +30,9 @@ constexpr Option kOptions[] = {
     VEXAL_ACCEPTOR_OPTIONS,
 };
 
+// Requests that a peer may send ahead of the answers, which come in their order.
+constexpr uint16_t kWindow = 64;
+
 // Runs a command by the shell and waits for it.
 void run_command(const std::string& command, const std::vector<std::string>& settings) {
   std::vector<std::string> texts = settings;
@@ -125,7 +128,7 @@ int run(const Args& args) {
   }
   ServiceListName list;
   std::vector<std::string> unknown;
-  if (!list.make(storage_services(args.has("--prefer-compressed")), 1, unknown)) {
+  if (!list.make(storage_services(args.has("--prefer-compressed")), kWindow, unknown)) {
     complain("the storage services can not be offered");
     return kUsage;
   }

@@ -42,6 +42,7 @@ constexpr uint16_t kPendingStatus = 0xFF00;
 constexpr uint16_t kCancelled = 0xFE00;
 constexpr uint16_t kUnknownDestination = 0xA801;
 constexpr uint16_t kNoMatch = 0xA900;  // the identifier does not match the SOP class
+constexpr uint16_t kOutOfResources = 0xA700;
 constexpr uint16_t kUnableToProcess = 0xC000;
 constexpr uint16_t kSubOperationsFailed = 0xB000;
 constexpr uint16_t kAllFailed = 0xA702;
@@ -172,10 +173,11 @@ class Archive {
     int32_t status = writer.take(request.association, message, stored);
     if (status < 0) return false;
     if (!stored.path.empty()) {
-      const std::string error = catalog_.add(stored.path);
+      bool index_failed = false;
+      const std::string error = catalog_.add(stored.path, index_failed);
       if (!error.empty()) {
         report(stored.path, error);
-        status = kUnableToProcess;
+        status = index_failed ? kOutOfResources : kUnableToProcess;
       }
     }
     return send_response(request.association, request.service.c_str(), request.response, request.id,
@@ -414,6 +416,11 @@ int run(const Args& args) {
   if (!acceptor.read(args) || !read_nodes(args, nodes) ||
       !args.number("--max-size", 1, 0x7FFFFFFFFFFFL, most))
     return kUsage;
+  if (std::error_code none;
+      args.has("--worklist") && !std::filesystem::is_directory(args.get("--worklist"), none)) {
+    complain("--worklist %s: is no folder", args.get("--worklist").c_str());
+    return kUsage;
+  }
   Archive archive(args, acceptor, nodes);
   archive.storage().most_bytes = static_cast<uint64_t>(most);
   std::error_code failure;
@@ -432,6 +439,7 @@ int run(const Args& args) {
   if (args.has("--worklist")) proposals.push_back({kWorklistFind, plain});
   ServiceListName list;
   std::vector<std::string> unknown;
+  // One request at a time, so that what comes during a query can only take it back.
   if (!list.make(proposals, 1, unknown)) {
     complain("the services can not be offered");
     return kUsage;

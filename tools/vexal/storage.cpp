@@ -22,6 +22,23 @@ VX_STATUS append_bytes(int32_t, void* user, uint32_t size, void* data, int32_t, 
   return VX_NORMAL_COMPLETION;
 }
 
+// The data set of a request that is no object, decoded in memory once it is known to be of a sane size.
+VX_STATUS append_identifier(int32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
+  constexpr std::size_t kMost = 16U << 20;
+  auto& bytes = *static_cast<std::string*>(user);
+  if (size > kMost - bytes.size()) return VX_CANNOT_COMPLY;
+  bytes.append(static_cast<const char*>(data), size);
+  return VX_NORMAL_COMPLETION;
+}
+
+VX_STATUS give_identifier(int32_t, void* user, int32_t, uint32_t* size, void** data, int32_t* last) {
+  auto& bytes = *static_cast<std::string*>(user);
+  *size = static_cast<uint32_t>(bytes.size());
+  *data = bytes.data();
+  *last = 1;
+  return VX_NORMAL_COMPLETION;
+}
+
 // Preamble, prefix and meta group of a file (PS3.10 section 7.1); the library writes all three for a file's
 // group 0002.
 VX_STATUS encode_head(const StoredObject& object, VX_TRANSFER_SYNTAX syntax, const std::string& calling_title,
@@ -172,7 +189,14 @@ int32_t ObjectWriter::take(int32_t association, int32_t message, StoredObject& s
 VX_STATUS read_rest(int32_t association, int32_t& message) {
   uint32_t kind = 0x0101;
   VX_Get_Value_To_UInt(message, 0x00000800, &kind);
-  return kind == 0x0101 ? VX_NORMAL_COMPLETION : VX_Continue_Read_Message(association, &message);
+  if (kind == 0x0101) return VX_NORMAL_COMPLETION;
+  std::string bytes;
+  VX_STATUS status = VX_Continue_Read_Message_To_Stream(association, &message, &bytes, append_identifier);
+  if (status != VX_NORMAL_COMPLETION) return status;
+  VX_TRANSFER_SYNTAX syntax = 0;
+  VX_Get_Message_Transfer_Syntax(message, &syntax);
+  uint32_t tag = 0;
+  return VX_Stream_To_Message(message, 0x00010000, 0xFFFFFFFF, syntax, &tag, &bytes, give_identifier);
 }
 
 bool send_response(int32_t association, const char* service, uint16_t command, uint32_t request_id,

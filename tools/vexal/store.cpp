@@ -199,9 +199,8 @@ class Worker {
   // Sends from `job` on until the queue is empty or the association is lost.
   void work(Job* job) {
     under_way_.clear();
-    const std::size_t window = settings_.window == 0 || association_.window() == 0
-                                   ? 1
-                                   : std::min<std::size_t>(settings_.window, association_.window());
+    const std::size_t window =
+        association_.window() == 0 ? settings_.window : std::min(settings_.window, association_.window());
     while (job != nullptr || !under_way_.empty()) {
       while (job != nullptr && under_way_.size() < window) {
         if (!send(*job)) return;
