@@ -83,8 +83,7 @@ class Peers : public support::LibraryTest {
     VX_TRANSFER_SYNTAX syntax = 0;
     if (VX_Open_File(app_, id, &stream, &read_bytes) == VX_NORMAL_COMPLETION &&
         VX_Get_Message_Transfer_Syntax(id, &syntax) == VX_NORMAL_COMPLETION) {
-      VX_Register_Compression_Callbacks(id, nullptr,
-                                        syntax == RLE ? VX_RLE_Decompressor : VX_Standard_Decompressor);
+      VX_Register_Compression_Callbacks(id, nullptr, VX_General_Decompressor);
       std::string frame;
       int planar = 0;
       VX_Get_Value_To_Int(id, 0x00280006, &planar);
@@ -185,8 +184,12 @@ TEST_F(Peers, AgreeAboutTwelveBitsWithLoss) {
       VX_Duplicate_Message(id, &copy, JPEG_EXTENDED_2_4, VX_Standard_Compressor, VX_Standard_Decompressor),
       VX_NORMAL_COMPLETION);
   save(copy, "ours.dcm");
-  ASSERT_TRUE(run("dcmcjpeg +ee " + path("native.dcm") + " " + path("theirs.dcm")));
-  for (const char* name : {"ours.dcm", "theirs.dcm"}) {
+  const std::pair<const char*, const char*> made[] = {
+      {"+ee", "sequential.dcm"}, {"+es", "spectral.dcm"}, {"+ep", "progressive.dcm"}};
+  for (const auto& [process, name] : made) {
+    ASSERT_TRUE(run(std::string("dcmcjpeg ") + process + " " + path("native.dcm") + " " + path(name)));
+  }
+  for (const char* name : {"ours.dcm", "sequential.dcm", "spectral.dcm", "progressive.dcm"}) {
     ASSERT_TRUE(run("dcmdjpeg " + path(name) + " " + path("back.dcm")));
     const std::string ours = pixels_of(name, image.frame_size());
     EXPECT_LE(largest_difference(ours, pixels_of("back.dcm", image.frame_size())), 0) << name;
