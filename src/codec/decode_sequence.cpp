@@ -63,7 +63,10 @@ VX_STATUS Decoder::read_sequence(Frame& frame, TagObj& attribute, uint32_t lengt
   bool any = false;
   const bool records =
       request_.Directory != nullptr && frame.depth == 0 && attribute.Tag == kDirectoryRecords;
-  if (records) request_.Directory->met = true;
+  if (records) {
+    request_.Directory->met = true;
+    request_.Directory->records.clear();  // of a sequence that this one takes the place of
+  }
   while (undefined || remaining > 0) {
     if (!undefined && remaining < 8) {
       fault("(%4.4X,%4.4X): sequence length leaves %u bytes that are no item", tag_group(attribute.Tag),

@@ -456,7 +456,7 @@ VX_STATUS link_directory(MsgObj& directory, const std::vector<RecordOffset>& rec
 // --- Offsets for a write ---
 
 VX_STATUS record_offsets(MsgObj& directory, const StreamWriter& writer, std::vector<int32_t>& pairs) {
-  const TagObj* sequence = find_tag(directory, kDirectoryRecords);
+  const TagObj* sequence = find_records(directory);
   if (sequence == nullptr) return kOk;
   LengthQuery query;
   query.destination = writer.destination;

@@ -99,7 +99,9 @@ VX_STATUS open_mrdr(MsgObj& directory, int32_t record_id, const char* name, int3
 VX_STATUS reference_mrdr(MsgObj& directory, int32_t record_id, int32_t mrdr_id);
 VX_STATUS remove_mrdr_reference(MsgObj& directory, int32_t record_id);
 VX_STATUS sort_directory(MsgObj& directory);
-// The attribute that holds all records; added if it is missing, without a null value.
+// The attribute that holds all records, or null: a file may have it with another VR.
+TagObj* find_records(MsgObj& directory);
+// The same; added if it is missing, without a null value.
 VX_STATUS record_sequence(MsgObj& directory, TagObj*& sequence);
 
 // --- Reading and writing ---

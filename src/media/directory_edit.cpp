@@ -12,10 +12,15 @@ namespace vx {
 
 using namespace directory_tags;
 
+TagObj* find_records(MsgObj& directory) {
+  TagObj* sequence = find_tag(directory, kDirectoryRecords);
+  return sequence != nullptr && sequence->VR == VX_VR_SQ ? sequence : nullptr;
+}
+
 VX_STATUS record_sequence(MsgObj& directory, TagObj*& sequence) {
   VX_STATUS status = new_tag(directory, kDirectoryRecords, VX_VR_SQ, 1, 1, &sequence);
   if (status != kOk && status != VX_TAG_ALREADY_EXISTS) return status;
-  if (sequence->Length == 0) clear_value(directory, *sequence, false, true);
+  if (sequence->Length == 0 || sequence->VR != VX_VR_SQ) clear_value(directory, *sequence, false, true);
   sequence->VR = VX_VR_SQ;
   return kOk;
 }
@@ -37,7 +42,7 @@ VX_STATUS append_record(MsgObj& directory, MsgObj& record) {
 // Takes the doomed records out of the sequence, all in one walk through it.
 VX_STATUS remove_doomed(MsgObj& directory, const std::vector<int32_t>& doomed) {
   if (doomed.empty()) return kOk;
-  TagObj* sequence = find_tag(directory, kDirectoryRecords);
+  TagObj* sequence = find_records(directory);
   ValueObj* previous = nullptr;
   for (ValueObj* value = sequence != nullptr ? sequence->FirstValue : nullptr; value != nullptr;) {
     ValueObj* next = value->Next;

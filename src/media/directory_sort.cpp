@@ -216,7 +216,7 @@ VX_STATUS sort_directory(MsgObj& directory) {
     order.push_back(record);
     if (EntityObj* below = entity_below(directory, *record)) status = visit(*below);
   }
-  TagObj* sequence = find_tag(directory, kDirectoryRecords);
+  TagObj* sequence = find_records(directory);
   if (status == kOk && sequence != nullptr && !order.empty()) reorder(directory, *sequence, order);
   return status;
 }

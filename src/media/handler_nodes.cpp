@@ -50,9 +50,14 @@ void release_item(RecordNode& node) {
   MsgObj* item = node.Item;
   if (item == nullptr) return;
   node.Item = nullptr;
-  Guard lock(item->Semaphore);
-  item->DirectoryInfo = nullptr;
-  if (adjust_references(*item, -1) <= 0) free_item(*item, false);
+  int32_t references = 0;
+  {
+    // Not held while the item goes: the lock goes with it.
+    const Guard lock(item->Semaphore);
+    item->DirectoryInfo = nullptr;
+    references = adjust_references(*item, -1);
+  }
+  if (references <= 0) free_item(*item, false);
 }
 
 void forget_item(MsgObj& item) {

@@ -365,6 +365,25 @@ TEST_F(Directory, OffsetsThatLeadNowhereOrBack) {
   EXPECT_EQ(tree(id), "PATIENT Zeta(STUDY(SERIES(IMAGE 10,IMAGE 2)))");
 }
 
+TEST_F(Directory, RecordsUnderAnotherRepresentation) {
+  build();
+  std::string bytes = write(dir_);
+  const std::size_t at = bytes.find(std::string("\4\0\x20\x12SQ", 6));
+  ASSERT_NE(at, std::string::npos);
+  bytes.replace(at + 4, 2, "OB");
+  int32_t id = -1;
+  VX_Create_File(&id, "DICOMDIR", "DICOMDIR", 1);
+  Source source{bytes};
+  VX_Open_File(app_, id, &source, &file_input);
+  int32_t entity = 0;
+  int32_t record = 0;
+  VX_Dir_Add_Entity(id, 0, "DIR_REC_PATIENT", &entity, &record);
+  VX_Dir_Sort(id);
+  Sink sink;
+  VX_Write_File(id, 0, &sink, &file_output);
+  VX_Free_File(&id);
+}
+
 TEST_F(Directory, ReferencesChangedByHandEndAWalk) {
   build();
   VX_Set_Value_From_Int(image_3_, 0x00041400, images_.record);
