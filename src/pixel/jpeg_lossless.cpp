@@ -29,14 +29,43 @@ int32_t predict(int32_t a, int32_t b, int32_t c) {
   }
 }
 
-bool difference(BitReader& bits, const HuffmanDecoder& table, int32_t& value) {
-  uint8_t category = 0;
-  bits.fill();
-  if (!bits.code(table, category) || category > 16) return false;
-  // 16 stands for a difference of 32768 and has no bits.
-  value = category == 16 ? 32768 : extend(bits.take(category), category);
-  return true;
-}
+// Code and difference in one look, where both together are short.
+class DifferenceTable {
+ public:
+  explicit DifferenceTable(const HuffmanDecoder& codes) : codes_(codes) {
+    for (uint32_t bits = 0; bits < entries_.size(); ++bits) {
+      const HuffmanDecoder::Entry code = codes.look(bits >> (kBits - HuffmanDecoder::kLookBits));
+      const int total = code.length + code.value;
+      if (code.length == 0 || total > kBits) continue;
+      const uint32_t low = (bits >> (kBits - total)) & ((1U << code.value) - 1);
+      entries_[bits] = {static_cast<int16_t>(extend(low, code.value)), static_cast<uint8_t>(total)};
+    }
+  }
+  // False if the bits are no code.
+  bool next(BitReader& bits, int32_t& value) const {
+    bits.fill();
+    const Entry entry = entries_[bits.peek(kBits)];
+    if (entry.length != 0) [[likely]] {
+      bits.skip(entry.length);
+      value = entry.value;
+      return true;
+    }
+    uint8_t category = 0;
+    if (!bits.code(codes_, category) || category > 16) return false;
+    // 16 stands for a difference of 32768 and has no bits.
+    value = category == 16 ? 32768 : extend(bits.take(category), category);
+    return true;
+  }
+
+ private:
+  static constexpr int kBits = 12;
+  struct Entry {
+    int16_t value;
+    uint8_t length;  // 0: look at the code alone
+  };
+  std::array<Entry, 1U << kBits> entries_{};
+  const HuffmanDecoder& codes_;
+};
 
 template <typename Sample>
 class LosslessDecoder {
@@ -50,6 +79,8 @@ class LosslessDecoder {
     for (uint32_t i = 0; i < scan.count; ++i) {
       if (!head_.dc[scan.dc[i]].valid()) return kBadTable;
     }
+    tables_.reserve(scan.count);
+    for (uint32_t i = 0; i < scan.count; ++i) tables_.emplace_back(head_.dc[scan.dc[i]]);
     const uint32_t columns = head_.shape.columns;
     // Only intervals of whole rows are allowed (H.1.1).
     if (head_.restart_interval % columns != 0) return kUnsupported;
@@ -101,7 +132,7 @@ class LosslessDecoder {
       for (uint32_t i = 0; i < scan.count; ++i) {
         const std::size_t at = x + scan.component[i];
         int32_t value = 0;
-        if (!difference(bits_, head_.dc[scan.dc[i]], value)) return bits_.overrun() ? kShort : kBadCode;
+        if (!tables_[i].next(bits_, value)) return bits_.overrun() ? kShort : kBadCode;
         int32_t prediction = origin;
         if (x != 0) {
           const int32_t a = line[at - stride_] >> shift;
@@ -122,6 +153,7 @@ class LosslessDecoder {
   Head& head_;
   Sample* out_;
   BitReader bits_;
+  std::vector<DifferenceTable> tables_;  // of the components of the scan
   const std::size_t stride_;
 };
 
@@ -193,9 +225,11 @@ void write_scan(const Source& source, std::vector<uint8_t>& out) {
 
 }  // namespace
 
-Fault decode_lossless(Head& head, bool wide, void* out) {
+Fault decode_lossless(Head& head, bool wide, void* out) try {
   if (wide) return LosslessDecoder(head, static_cast<uint16_t*>(out)).run();
   return LosslessDecoder(head, static_cast<uint8_t*>(out)).run();
+} catch (const std::bad_alloc&) {
+  return kMemory;
 }
 
 Fault encode_lossless(const Source& source, std::vector<uint8_t>& out) try {
