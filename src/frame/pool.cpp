@@ -206,19 +206,21 @@ void flush_thread_cache(ThreadCache& cache) {
   }
 }
 
+// On the heap: the thread-local block of the library has to stay small, or a running process can not load it.
 struct CacheOwner {
-  ThreadCache cache{};
+  ThreadCache* cache = new (std::nothrow) ThreadCache{};
   ~CacheOwner() {
     t_cache = nullptr;
     t_cache_gone = true;
-    flush_thread_cache(cache);
+    if (cache != nullptr) flush_thread_cache(*cache);
+    delete cache;
   }
 };
 
 ThreadCache* thread_cache() {
   if (t_cache == nullptr && !t_cache_gone) {
     thread_local CacheOwner owner;
-    t_cache = &owner.cache;
+    t_cache = owner.cache;
   }
   if (t_cache != nullptr) refresh(*t_cache);
   return t_cache;
