@@ -104,6 +104,10 @@ def stored_objects(folder):
     return found, others
 
 
+def count_objects(folder):
+    return sum(name.endswith(".dcm") for _, _, names in os.walk(folder) for name in names)
+
+
 def item(kind, body):
     return struct.pack(">BBH", kind, 0, len(body)) + body
 
@@ -593,7 +597,10 @@ def kills(folder):
             with Server(kind, out, port=port) as server:
                 store = subprocess.Popen([VEXAL, "store", "localhost", str(port), "--json", "--quiet", "--associations", "4", "--window",
                                           "4", "--retries", "0", "--timeout", "5", sources], stdout=subprocess.PIPE)
-                time.sleep(random.uniform(0.02, 0.2 if kind == "receive" else 0.4))
+                # As soon as some more objects lie there: a moment in the middle, however fast the machine is.
+                enough = count_objects(out) + random.randrange(1, 40)
+                while count_objects(out) < enough and store.poll() is None:
+                    time.sleep(0.001)
                 server.kill()
                 start = time.monotonic()
                 text = store.communicate(timeout=60)[0]
