@@ -22,5 +22,6 @@ extern const Command kMpps;
 extern const Command kCommit;
 extern const Command kReceive;
 extern const Command kServe;
+extern const Command kWeb;
 
 }  // namespace vexal

@@ -22,42 +22,6 @@ constexpr Option kOptions[] = {
     VEXAL_PEER_OPTIONS,
 };
 
-// Columns as wide as their longest cell.
-void print_table(const std::vector<QueryKey>& keys, const std::vector<std::vector<std::string>>& rows) {
-  constexpr std::size_t kWidest = 64;
-  std::vector<std::size_t> widths;
-  for (std::size_t i = 0; i < keys.size(); ++i) {
-    // The last step of a path is its name.
-    std::size_t width = keys[i].text.size() - (keys[i].text.rfind('.') + 1);
-    for (const auto& row : rows) width = std::max(width, row[i].size());
-    widths.push_back(std::min(width, kWidest));
-  }
-  const auto print_cell = [&](std::size_t i, std::string cell) {
-    if (cell.size() > kWidest) cell = cell.substr(0, kWidest - 3) + "...";
-    if (i + 1 == keys.size()) {
-      std::printf("%s\n", cell.c_str());
-    } else {
-      std::printf("%-*s  ", static_cast<int>(widths[i]), cell.c_str());
-    }
-  };
-  for (std::size_t i = 0; i < keys.size(); ++i)
-    print_cell(i, keys[i].text.substr(keys[i].text.rfind('.') + 1));
-  for (const auto& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) print_cell(i, row[i]);
-  }
-}
-
-void print_json(const std::vector<QueryKey>& keys, const std::vector<std::string>& row) {
-  std::string line = "{";
-  for (std::size_t i = 0; i < keys.size(); ++i) {
-    if (i != 0) line += ',';
-    append_json(line, keys[i].text);
-    line += ':';
-    append_json(line, row[i]);
-  }
-  std::printf("%s}\n", line.c_str());
-}
-
 // The identifier of an answer as a file. An error text, empty on success.
 std::string write_answer(Message& answer, const std::string& path) {
   VX_Delete_Range(answer.id, 0, 0x0000FFFF);

@@ -32,6 +32,7 @@ class Query {
   bool read(const Args& args, QueryKind kind);
   const std::string& sop_class() const { return sop_class_; }
   const std::vector<QueryKey>& keys() const { return keys_; }
+  const std::vector<std::string>& values() const { return values_; }  // beside keys()
   // The request with its identifier.
   bool fill(Message& request, uint16_t command) const;
 
@@ -46,5 +47,10 @@ class Query {
 
 // All values at a path, joined by backslashes; "" if there are none.
 std::string values_at(int32_t object, const std::vector<PathStep>& path);
+
+// Answers for people: a row of heads and one for each answer, columns as wide as their longest cell.
+void print_table(const std::vector<QueryKey>& keys, const std::vector<std::vector<std::string>>& rows);
+// An answer as one line of JSON.
+void print_json(const std::vector<QueryKey>& keys, const std::vector<std::string>& row);
 
 }  // namespace vexal

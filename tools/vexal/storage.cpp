@@ -120,10 +120,11 @@ VX_STATUS ObjectWriter::take_bytes(int32_t, void* user, uint32_t size, void* dat
   return VX_NORMAL_COMPLETION;
 }
 
-std::string ObjectWriter::finish(StoredObject& stored) {
-  if (options_.tree) {
-    const std::string error =
-        sink_.place([&](const std::string& temporary, std::string& final_path) -> std::string {
+std::string place_object(FileSink& sink, const StorageOptions& options, StoredObject& stored) {
+  const std::string error =
+      sink.place([&](const std::string& temporary, std::string& final_path) -> std::string {
+        std::string folder = options.folder;
+        if (options.tree) {
           DicomFile file;
           if (file.open(temporary, {true, 0x0020000E}) != VX_NORMAL_COMPLETION && !file.readable())
             return file.problem();
@@ -132,19 +133,19 @@ std::string ObjectWriter::finish(StoredObject& stored) {
           // Palettes and the like belong to no study.
           if (!is_safe_name(stored.study)) stored.study = "no-study";
           if (!is_safe_name(stored.series)) stored.series = "no-series";
-          const std::string folder = options_.folder + "/" + stored.study + "/" + stored.series;
+          folder += "/" + stored.study + "/" + stored.series;
           std::error_code failure;
           std::filesystem::create_directories(folder, failure);
           if (failure) return folder + ": " + failure.message();
-          final_path = folder + "/" + stored.instance + ".dcm";
-          return "";
-        });
-    if (!error.empty()) return error;
-  }
-  stored.path = sink_.path();
-  const std::string error = sink_.commit(options_.durable);
-  if (!error.empty()) stored.path.clear();
-  return error;
+        }
+        final_path = folder + "/" + stored.instance + ".dcm";
+        return "";
+      });
+  if (!error.empty()) return error;
+  stored.path = sink.path();
+  const std::string failure = sink.commit(options.durable);
+  if (!failure.empty()) stored.path.clear();
+  return failure;
 }
 
 int32_t ObjectWriter::take(int32_t association, int32_t message, StoredObject& stored) {
@@ -176,7 +177,7 @@ int32_t ObjectWriter::take(int32_t association, int32_t message, StoredObject& s
     return too_large_ && status == VX_NORMAL_COMPLETION ? kTooLarge : -1;
   }
   if (error.empty()) {
-    error = failed_ ? "can not write" : finish(stored);
+    error = failed_ ? "can not write" : place_object(sink_, options_, stored);
     if (!error.empty()) answer = kOutOfResources;
   }
   if (!error.empty()) {

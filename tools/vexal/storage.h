@@ -34,6 +34,10 @@ struct StoredObject {
   uint64_t bytes = 0;
 };
 
+// Gives a file that is written to its end the final name of its object, and fills in where it is; with `tree`
+// the study and the series too. An error text, empty on success.
+std::string place_object(FileSink& sink, const StorageOptions& options, StoredObject& stored);
+
 // The file side of one association's C-STORE requests. Not for two threads at once.
 class ObjectWriter {
  public:
@@ -46,7 +50,6 @@ class ObjectWriter {
 
  private:
   std::string start(int32_t message, VX_TRANSFER_SYNTAX syntax, const StoredObject& stored);
-  std::string finish(StoredObject& stored);
   static VX_STATUS take_bytes(int32_t id, void* user, uint32_t size, void* data, int32_t first, int32_t last);
 
   const StorageOptions& options_;

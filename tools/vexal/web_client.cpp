@@ -1,0 +1,240 @@
+#include "web_client.h"
+
+#include <curl/curl.h>
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace vexal {
+namespace {
+
+constexpr std::size_t kMostText = 256U << 20;  // of an answer that is kept in memory
+constexpr std::size_t kMostTold = 300;         // of what a server says of a failure
+constexpr std::size_t kSendBuffer = 1U << 20;
+
+// curl_easy_setopt and the like are macros as well, so the names stand in brackets.
+struct Curl {
+  decltype(&curl_global_init) global_init = nullptr;
+  decltype(&curl_easy_init) init = nullptr;
+  decltype(&(curl_easy_setopt)) set = nullptr;
+  decltype(&curl_easy_perform) perform = nullptr;
+  decltype(&(curl_easy_getinfo)) info = nullptr;
+  decltype(&curl_easy_reset) reset = nullptr;
+  decltype(&curl_easy_cleanup) cleanup = nullptr;
+  decltype(&curl_easy_strerror) error_text = nullptr;
+  decltype(&curl_slist_append) append = nullptr;
+  decltype(&curl_slist_free_all) free_list = nullptr;
+};
+Curl g_curl;
+
+template <typename Function>
+bool find_symbol(void* library, const char* name, Function& function) {
+  function = reinterpret_cast<Function>(::dlsym(library, name));
+  return function != nullptr;
+}
+
+bool open_curl() {
+  void* library = ::dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL);
+  Curl& c = g_curl;
+  if (library == nullptr || !find_symbol(library, "curl_global_init", c.global_init) ||
+      !find_symbol(library, "curl_easy_init", c.init) || !find_symbol(library, "curl_easy_setopt", c.set) ||
+      !find_symbol(library, "curl_easy_perform", c.perform) ||
+      !find_symbol(library, "curl_easy_getinfo", c.info) ||
+      !find_symbol(library, "curl_easy_reset", c.reset) ||
+      !find_symbol(library, "curl_easy_cleanup", c.cleanup) ||
+      !find_symbol(library, "curl_easy_strerror", c.error_text) ||
+      !find_symbol(library, "curl_slist_append", c.append) ||
+      !find_symbol(library, "curl_slist_free_all", c.free_list)) {
+    complain("web services need libcurl: %s", ::dlerror());
+    return false;
+  }
+  return c.global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+}
+
+const char* environment(const char* name) {
+  const char* text = std::getenv(name);
+  return text != nullptr ? text : "";
+}
+
+}  // namespace
+
+bool WebPeer::read(const Args& args, const std::string& address) {
+  url = address;
+  while (!url.empty() && url.back() == '/') url.pop_back();
+  if (!url.starts_with("http://") && !url.starts_with("https://")) {
+    complain("%s: give the URL of the web services, such as http://host:8042/dicom-web", address.c_str());
+    return false;
+  }
+  if (!args.number("--timeout", 1, 86400, timeout)) return false;
+  credentials = args.get("--user");
+  if (!credentials.empty() && credentials.find(':') == std::string::npos)
+    credentials += std::string(":") + environment("VEXAL_WEB_PASSWORD");
+  const std::string token = args.get("--token", environment("VEXAL_WEB_TOKEN"));
+  headers = args.all("--header");
+  if (!token.empty()) headers.push_back("Authorization: Bearer " + token);
+  for (const std::string& header : headers) {
+    if (header.find(':') != std::string::npos && header.find_first_of("\r\n") == std::string::npos) continue;
+    complain("--header %s: write 'Name: value'", header.c_str());
+    return false;
+  }
+  authorities = args.get("--tls-ca");
+  certificate = args.get("--tls-cert");
+  key = args.get("--tls-key");
+  verify = !args.has("--tls-no-verify");
+  return open_curl();
+}
+
+std::string WebAnswer::describe() const {
+  if (!problem.empty()) return problem;
+  std::string told = "HTTP status " + std::to_string(status);
+  std::string body = text.substr(0, kMostTold);
+  for (char& c : body) {
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
+  }
+  body.erase(0, std::min(body.find_first_not_of(' '), body.size()));
+  if (!body.empty()) told += ": " + body;
+  return told;
+}
+
+std::string percent_encoded(std::string_view text) {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  constexpr std::string_view kReserved = "\"#<>&=+%";
+  std::string out;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte > 0x20 && byte < 0x7F && kReserved.find(c) == std::string_view::npos) {
+      out += c;
+    } else {
+      out += '%';
+      out += kDigits[byte >> 4];
+      out += kDigits[byte & 15U];
+    }
+  }
+  return out;
+}
+
+// One request and its answer, for the callbacks.
+struct WebClient::Transfer {
+  void* handle = nullptr;
+  const WebTaker* taker = nullptr;
+  const WebBody* body = nullptr;
+  uint64_t sent = 0;
+  WebAnswer answer;
+  std::string problem;
+
+  bool take(std::string_view bytes) {
+    if (answer.status == 0) {
+      const char* type = nullptr;
+      g_curl.info(handle, CURLINFO_RESPONSE_CODE, &answer.status);
+      if (g_curl.info(handle, CURLINFO_CONTENT_TYPE, &type) == CURLE_OK && type != nullptr)
+        answer.content_type = type;
+    }
+    if (taker != nullptr && answer.status >= 200 && answer.status < 300) {
+      problem = (*taker)(answer.content_type, bytes);
+    } else if (bytes.size() > kMostText - answer.text.size()) {
+      problem = "the answer is too large";
+    } else {
+      answer.text.append(bytes);
+    }
+    return problem.empty();
+  }
+
+  static std::size_t on_answer(char* data, std::size_t, std::size_t size, void* user) {
+    return static_cast<Transfer*>(user)->take({data, size}) ? size : CURL_WRITEFUNC_ERROR;
+  }
+
+  static std::size_t on_send(char* buffer, std::size_t width, std::size_t count, void* user) {
+    auto& transfer = *static_cast<Transfer*>(user);
+    const int64_t got = transfer.body->read(transfer.sent, buffer, width * count);
+    if (got < 0) {
+      transfer.problem = "can not be read to its end";
+      return CURL_READFUNC_ABORT;
+    }
+    transfer.sent += static_cast<uint64_t>(got);
+    return static_cast<std::size_t>(got);
+  }
+
+  // A connection that the server had closed meanwhile, or a login: from the start again.
+  static int on_rewind(void* user, curl_off_t offset, int origin) {
+    if (origin != SEEK_SET) return CURL_SEEKFUNC_CANTSEEK;
+    static_cast<Transfer*>(user)->sent = static_cast<uint64_t>(offset);
+    return CURL_SEEKFUNC_OK;
+  }
+};
+
+WebClient::WebClient(const WebPeer& peer) : peer_(peer), handle_(g_curl.init()) {}
+
+WebClient::~WebClient() {
+  if (handle_ != nullptr) g_curl.cleanup(handle_);
+}
+
+WebAnswer WebClient::get(const std::string& resource, const char* accept, const WebTaker& taker) {
+  Transfer transfer;
+  if (taker) transfer.taker = &taker;
+  return perform(transfer, resource, accept);
+}
+
+WebAnswer WebClient::post(const std::string& resource, const char* accept, const WebBody& body) {
+  Transfer transfer;
+  transfer.body = &body;
+  return perform(transfer, resource, accept);
+}
+
+WebAnswer WebClient::perform(Transfer& transfer, const std::string& resource, const char* accept) {
+  const Curl& c = g_curl;
+  if (handle_ == nullptr) {
+    transfer.answer.problem = "no memory";
+    return transfer.answer;
+  }
+  transfer.handle = handle_;
+  c.reset(handle_);  // the connection stays
+  curl_slist* headers = c.append(nullptr, ("Accept: " + std::string(accept)).c_str());
+  for (const std::string& header : peer_.headers) headers = c.append(headers, header.c_str());
+  char told[CURL_ERROR_SIZE] = "";
+  const std::string url = peer_.url + resource;
+  c.set(handle_, CURLOPT_URL, url.c_str());
+  c.set(handle_, CURLOPT_PROTOCOLS_STR, "http,https");
+  c.set(handle_, CURLOPT_NOSIGNAL, 1L);
+  c.set(handle_, CURLOPT_USERAGENT, "vexal");
+  c.set(handle_, CURLOPT_ERRORBUFFER, told);
+  c.set(handle_, CURLOPT_CONNECTTIMEOUT, peer_.timeout);
+  c.set(handle_, CURLOPT_LOW_SPEED_LIMIT, 1L);
+  c.set(handle_, CURLOPT_LOW_SPEED_TIME, peer_.timeout);
+  c.set(handle_, CURLOPT_WRITEFUNCTION, Transfer::on_answer);
+  c.set(handle_, CURLOPT_WRITEDATA, &transfer);
+  if (!peer_.credentials.empty()) {
+    c.set(handle_, CURLOPT_USERPWD, peer_.credentials.c_str());
+    c.set(handle_, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC));
+  }
+  if (!peer_.authorities.empty()) c.set(handle_, CURLOPT_CAINFO, peer_.authorities.c_str());
+  if (!peer_.certificate.empty()) c.set(handle_, CURLOPT_SSLCERT, peer_.certificate.c_str());
+  if (!peer_.key.empty()) c.set(handle_, CURLOPT_SSLKEY, peer_.key.c_str());
+  if (!peer_.verify) {
+    c.set(handle_, CURLOPT_SSL_VERIFYPEER, 0L);
+    c.set(handle_, CURLOPT_SSL_VERIFYHOST, 0L);
+  }
+  if (transfer.body != nullptr) {
+    headers = c.append(headers, ("Content-Type: " + transfer.body->content_type).c_str());
+    headers = c.append(headers, "Expect:");
+    c.set(handle_, CURLOPT_POST, 1L);
+    c.set(handle_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(transfer.body->size));
+    c.set(handle_, CURLOPT_UPLOAD_BUFFERSIZE, static_cast<long>(kSendBuffer));
+    c.set(handle_, CURLOPT_READFUNCTION, Transfer::on_send);
+    c.set(handle_, CURLOPT_READDATA, &transfer);
+    c.set(handle_, CURLOPT_SEEKFUNCTION, Transfer::on_rewind);
+    c.set(handle_, CURLOPT_SEEKDATA, &transfer);
+  }
+  c.set(handle_, CURLOPT_HTTPHEADER, headers);
+  const CURLcode code = c.perform(handle_);
+  c.free_list(headers);
+  WebAnswer& answer = transfer.answer;
+  if (code == CURLE_OK) {
+    c.info(handle_, CURLINFO_RESPONSE_CODE, &answer.status);
+  } else {
+    answer.problem = !transfer.problem.empty() ? transfer.problem : *told != '\0' ? told : c.error_text(code);
+  }
+  return std::move(answer);
+}
+
+}  // namespace vexal
