@@ -11,6 +11,7 @@
 #include "model/attributes.h"
 #include "model/callbacks.h"
 #include "model/convert.h"
+#include "model/file_values.h"
 #include "model/values.h"
 #include "model/vr.h"
 
@@ -156,6 +157,11 @@ Decoder::Outcome Decoder::read_bulk(Frame& frame, TagObj& attribute, const Eleme
     }
   }
   VX_STATUS status = VX_NORMAL_COMPLETION;
+  // The announced length decides where the value lives, before a byte of it has come.
+  if (!kept && element.swap_width == 0 && goes_to_file(object, attribute, length)) {
+    clear_value(object, attribute, true, false);
+    if (status = begin_file_value(object, attribute); status != VX_NORMAL_COMPLETION) return {status, false};
+  }
   if (kept) {
     attribute.ValueCount = 1;
     attribute.Length = length;
@@ -172,8 +178,7 @@ Decoder::Outcome Decoder::read_bulk(Frame& frame, TagObj& attribute, const Eleme
     } else if (encoding_.big_endian) {
       run.width = word_width(attribute.VR);
     }
-    run.direct = !bound && (object.LargeDataStore == 'M' ||
-                            length < static_cast<uint32_t>(object.LargeDataSize) || element.swap_width != 0);
+    run.direct = attribute.Storage == 'M';
     if (element.tag == kPixelData) run.piece = frame_size(object, length);
     status = read_run(object, attribute, run);
   }
@@ -383,7 +388,7 @@ VX_STATUS Decoder::read_fragment(MsgObj& object, TagObj& attribute, uint32_t len
     return bound && status != VX_SYSTEM_ERROR ? VX_CALLBACK_CANNOT_COMPLY : status;
   };
   Run run{.length = kFragmentHeader + uint64_t{length}, .first = first, .last = false};
-  run.direct = !bound && (object.LargeDataStore == 'M' || attribute.Storage == 'M');
+  run.direct = attribute.Storage == 'M';
   if (encoding_.big_endian) {  // headers are kept in little endian
     uint8_t header[kFragmentHeader];
     store_tag(header, kItemTag, false);

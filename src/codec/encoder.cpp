@@ -16,6 +16,7 @@
 #include "frame/log.h"
 #include "model/attributes.h"
 #include "model/callbacks.h"
+#include "model/file_values.h"
 #include "model/values.h"
 #include "model/vr.h"
 
@@ -216,7 +217,7 @@ VX_STATUS Encoder::value(MsgObj& object, TagObj& attribute, uint64_t length) {
     const bool swap = big && vr != VX_VR_OB && vr != VX_VR_UN && length != kUndefinedLength;
     return from_callback(object, attribute, swap ? vr_width(vr) : 1);
   }
-  if (attribute.Length > 0 && attribute.FirstValue == nullptr) {
+  if (attribute.Length > 0 && attribute.FirstValue == nullptr && attribute.Storage != 'F') {
     VX_LOG_ERR(kFunction, "(%4.4X,%4.4X): the value was left in its stream", tag_group(attribute.Tag),
                tag_element(attribute.Tag));
     return VX_TOO_FEW_VALUES;
@@ -235,15 +236,17 @@ VX_STATUS Encoder::value(MsgObj& object, TagObj& attribute, uint64_t length) {
 
 VX_STATUS Encoder::texts(const TagObj& attribute, uint64_t length) {
   uint64_t written = 0;
-  for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
+  PieceWalk walk(attribute);
+  while (const ValueObj* value = walk.next()) {
     VX_STATUS status = out_.put(value->Data, value->Length);
     written += value->Length;
-    if (status == VX_NORMAL_COMPLETION && value->Next != nullptr) {
+    if (status == VX_NORMAL_COMPLETION && walk.more()) {
       status = out_.put("\\", 1);
       ++written;
     }
     if (status != VX_NORMAL_COMPLETION) return status;
   }
+  if (walk.status() != VX_NORMAL_COMPLETION) return walk.status();
   if (written == length) return VX_NORMAL_COMPLETION;
   return out_.put(attribute.VR == VX_VR_UI ? "" : " ", 1);
 }
@@ -291,10 +294,12 @@ VX_STATUS Encoder::tags(const TagObj& attribute, bool big_endian) {
 }
 
 VX_STATUS Encoder::bulk(const TagObj& attribute, uint32_t width) {
-  for (const ValueObj* piece = attribute.FirstValue; piece != nullptr; piece = piece->Next) {
+  PieceWalk walk(attribute);
+  while (const ValueObj* piece = walk.next()) {
     const VX_STATUS status = block(piece->Data, piece->Length, width);
     if (status != VX_NORMAL_COMPLETION) return status;
   }
+  if (walk.status() != VX_NORMAL_COMPLETION) return walk.status();
   return end_of_block(width);
 }
 

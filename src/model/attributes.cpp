@@ -1,4 +1,5 @@
 #include "model/attributes.h"
+#include "model/file_values.h"
 
 #include <cstddef>
 #include <cstring>
@@ -423,6 +424,9 @@ VX_STATUS reinterpret(MsgObj& object, TagObj& attribute, int32_t vr) {
 
 VX_STATUS set_value_representation(MsgObj& object, TagObj& attribute, int32_t vr) {
   if (!is_vr(vr)) return VX_INVALID_VR_CODE;
+  if (attribute.Storage == 'F' && (attribute.VR == VX_VR_UN || !is_bulk_vr(vr))) {
+    if (VX_STATUS status = load_file_value(object, attribute); status != kOk) return status;
+  }
   switch (attribute.VR) {
     case VX_VR_OB:
     case VX_VR_OW:

@@ -8,6 +8,7 @@
 #include "frame/log.h"
 #include "frame/text.h"
 #include "model/convert.h"
+#include "model/file_values.h"
 #include "model/values.h"
 #include "model/vr.h"
 
@@ -145,8 +146,11 @@ VX_STATUS extract_numeric(const TagObj& attribute, int32_t position, Number& num
   return kOk;
 }
 
-VX_STATUS value_at(const ValueCursor& cursor, const ValueObj*& value) {
+VX_STATUS value_at(const TagObj& attribute, const ValueCursor& cursor, const ValueObj*& value) {
   value = cursor.value;
+  if (attribute.Storage == 'F') {
+    if (VX_STATUS status = view_file_block(attribute, cursor.number, value); status != kOk) return status;
+  }
   if (value == nullptr) return VX_NO_MORE_VALUES;
   return value->Data == nullptr ? VX_NULL_VALUE : kOk;
 }
@@ -160,7 +164,7 @@ VX_STATUS extract(const TagObj& attribute, const ValueCursor& cursor, Number& nu
   const bool text = attribute.VR == VX_VR_DS || attribute.VR == VX_VR_IS;
   if (!text && attribute.VR != VX_VR_SQ) return VX_INCOMPATIBLE_VR;
   const ValueObj* value = nullptr;
-  const VX_STATUS status = value_at(cursor, value);
+  const VX_STATUS status = value_at(attribute, cursor, value);
   if (status != kOk) return status;
   if (text) return parse_text(text_of(*value), attribute.VR == VX_VR_DS, number);
   number.as_long = static_cast<const MsgObj*>(value->Data)->ID;
@@ -306,7 +310,7 @@ VX_STATUS view_text(const TagObj& attribute, const ValueCursor& cursor, char (&s
   if (is_numeric_vr(attribute.VR)) return print_numeric(attribute, cursor.number, scratch, text);
   if (is_bulk_vr(attribute.VR)) return VX_INCOMPATIBLE_VR;
   const ValueObj* value = nullptr;
-  const VX_STATUS status = value_at(cursor, value);
+  const VX_STATUS status = value_at(attribute, cursor, value);
   if (status != kOk) return status;
   if (attribute.VR == VX_VR_SQ) {
     text = print(scratch, static_cast<const MsgObj*>(value->Data)->ID);

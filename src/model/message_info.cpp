@@ -1,4 +1,5 @@
 #include "model/message_info.h"
+#include "model/file_values.h"
 
 #include <cstring>
 #include <new>
@@ -246,6 +247,7 @@ VX_STATUS fill_from_template(MsgObj& object, uint32_t filter, bool for_validatio
 }
 
 void model_drop() {
+  release_all_file_values();
   std::memset(buckets, 0, sizeof buckets);
 }
 

@@ -61,7 +61,6 @@ void release_directory(MsgObj& object) {
 void release_contents(MsgObj& object) {
   free_all_tags(object);
   free_bindings(object);
-  list_clear(object.FileValues);
   while (object.ValidationErrors.Head != nullptr) {
     pool_free(Pool::ValErrObj, list_remove_head(object.ValidationErrors));
   }

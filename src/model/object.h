@@ -19,6 +19,7 @@ const char* kind_label(Kind kind);  // "MESSAGE", ...
 struct MsgObj;
 struct TagIndex;
 struct ValTagObj;
+struct FileObj;
 
 // One piece of a value; its bytes follow it in the same allocation.
 struct ValueObj {
@@ -50,6 +51,7 @@ struct TagObj {
   uint16_t VMLow;
   uint16_t VMHigh;       // 255: no limit
   uint32_t ValueOffset;  // stream offset of a value that a callback holds
+  FileObj* File;         // owned; the blocks of a value on temporary files
 };
 
 inline constexpr uint32_t kUndefinedLength = 0xFFFFFFFFU;
@@ -71,9 +73,8 @@ struct MsgObj {
   uint16_t Command;  // 65535 until set
   char LargeDataStore;
   int32_t LargeDataSize;
-  int32_t ParentID;  // holder of the sequence that last took this item; 0 for none
-  int32_t EntityID;  // of a record in a directory's tree; 0 for none
-  CObList FileValues;
+  int32_t ParentID;   // holder of the sequence that last took this item; 0 for none
+  int32_t EntityID;   // of a record in a directory's tree; 0 for none
   CObList Callbacks;  // of CBObj, owned
   TagObj* FirstTag;
   TagObj* LastTag;

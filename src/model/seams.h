@@ -33,7 +33,5 @@ void trace_object(const MsgObj& object, bool created, bool freed);
 [[gnu::weak]] VX_STATUS name_record(MsgObj& record);
 // codec, media: stream data that is not decoded yet, up to a tag.
 [[gnu::weak]] VX_STATUS decode_deferred(MsgObj& object, uint32_t tag);
-// codec: values on temporary files.
-[[gnu::weak]] void release_file_values(MsgObj& object, TagObj& attribute);
 
 }  // namespace vx

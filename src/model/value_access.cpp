@@ -6,6 +6,7 @@
 #include "frame/log.h"
 #include "frame/pool.h"
 #include "model/callbacks.h"
+#include "model/file_values.h"
 #include "model/values.h"
 
 namespace vx {
@@ -98,6 +99,10 @@ VX_STATUS value_length(MsgObj& object, TagObj& attribute, int32_t number, uint32
   if (number > attribute.ValueCount) return VX_INVALID_VALUE_NUMBER;
   if (is_numeric_vr(attribute.VR)) return numeric_length(attribute, length);
   ValueCursor cursor;
+  if (attribute.Storage == 'F') {
+    length = file_block_length(attribute, number);
+    return kOk;
+  }
   if (cursor_nth(attribute, cursor, number) != kOk) return VX_INVALID_VALUE_NUMBER;
   length = attribute.VR == VX_VR_SQ ? static_cast<uint32_t>(attribute.ValueCount) : cursor.value->Length;
   return kOk;
@@ -115,7 +120,8 @@ VX_STATUS value_to_buffer(const TagObj& attribute, uint32_t size, void* buffer, 
     return VX_NULL_VALUE;
   }
   length = 0;
-  for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
+  PieceWalk walk(attribute);
+  while (const ValueObj* value = walk.next()) {
     if (value->Length > size - length) {
       length = value->Length;
       return VX_BUFFER_TOO_SMALL;
@@ -123,7 +129,7 @@ VX_STATUS value_to_buffer(const TagObj& attribute, uint32_t size, void* buffer, 
     if (value->Length != 0) std::memcpy(static_cast<uint8_t*>(buffer) + length, value->Data, value->Length);
     length += value->Length;
   }
-  return kOk;
+  return walk.status();
 }
 
 VX_STATUS value_to_function(MsgObj& object, TagObj& attribute, void* user, VX_READER_FUNCTION function) {
@@ -133,8 +139,8 @@ VX_STATUS value_to_function(MsgObj& object, TagObj& attribute, void* user, VX_RE
   if (attribute.Length == 0) return without_data(attribute);
   uint32_t total = 0;
   bool first = true;
-  for (ValueObj* value = attribute.FirstValue; value != nullptr;) {
-    ValueObj* next = value->Next;
+  PieceWalk walk(attribute);
+  while (const ValueObj* value = walk.next()) {
     total += value->Length;
     const bool last = total >= attribute.Length;
     attribute.ReadFinished = last ? 1 : 0;
@@ -145,9 +151,8 @@ VX_STATUS value_to_function(MsgObj& object, TagObj& attribute, void* user, VX_RE
     }
     if (last) break;
     first = false;
-    value = next;
   }
-  return kOk;
+  return walk.status() == kOk ? kOk : VX_EMPTY_VALUE;
 }
 
 VX_STATUS value_from_buffer(MsgObj& object, TagObj& attribute, const void* buffer, uint32_t length) {
@@ -194,13 +199,19 @@ VX_STATUS value_from_function(MsgObj& object, TagObj& attribute, void* user, VX_
   }
 }
 
-VX_STATUS delete_current_value(MsgObj& /*object*/, TagObj& attribute) {
+VX_STATUS delete_current_value(MsgObj& object, TagObj& attribute) {
   if (is_numeric_vr(attribute.VR) || (is_bulk_vr(attribute.VR) && attribute.VR != VX_VR_UN)) {
     return VX_INCOMPATIBLE_VR;
   }
   if (attribute.Length == 0) {
     if (attribute.ValueCount == 0 || attribute.ValueCount < attribute.CursorNumber) return VX_EMPTY_VALUE;
     if (attribute.ValueCount == 1) return VX_NULL_VALUE;
+  }
+  if (attribute.Storage == 'F') {
+    const int32_t number = std::max(attribute.CursorNumber, 1);
+    const VX_STATUS status = delete_file_block(object, attribute, number);
+    if (status == kOk) attribute.CursorNumber = std::max(number - 1, 1);
+    return status;
   }
   ValueObj* taken = nullptr;
   VX_STATUS status = unlink_current(attribute, taken);

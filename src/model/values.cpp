@@ -15,6 +15,7 @@
 #include "frame/log.h"
 #include "frame/pool.h"
 #include "model/callbacks.h"
+#include "model/file_values.h"
 #include "model/seams.h"
 
 namespace vx {
@@ -28,15 +29,6 @@ bool counts_by_number(const TagObj& attribute) {
 
 uint32_t work_buffer_size() {
   return static_cast<uint32_t>(std::max(config_int(VX_CFG_WORK_BUFFER_SIZE), 64));
-}
-
-// Where a large value lives. Storage on files is not to be had, so memory takes its part.
-char large_storage(const MsgObj& object) {
-  static std::atomic_flag warned;
-  if (object.LargeDataStore != 'M' && !warned.test_and_set()) {
-    VX_LOG_WARN("VXI_storeValue", "LARGE_DATA_STORE is not MEM: large values stay in memory all the same");
-  }
-  return 'M';
 }
 
 void free_chain(ValueObj* value) {
@@ -196,9 +188,27 @@ VX_STATUS extend_chain(TagObj& attribute, uint32_t length, void*& room) {
   return kOk;
 }
 
-void choose_storage(const MsgObj& object, TagObj& attribute, uint32_t length) {
-  if (attribute.VR == VX_VR_SQ || is_numeric_vr(attribute.VR)) return;
-  if (static_cast<int64_t>(length) >= object.LargeDataSize) attribute.Storage = large_storage(object);
+// Swapped bytes pass through a buffer on their way to the file.
+VX_STATUS store_in_file(MsgObj& object, TagObj& attribute, const void* data, uint32_t length,
+                        StoreFlags flags) {
+  if (!changes_order(attribute.VR, flags)) {
+    return append_to_file(object, attribute, data, length, flags.first, flags.last);
+  }
+  const uint32_t piece = std::min(work_buffer_size() & ~7U, length);
+  void* buffer = allocate_raw(piece);
+  if (buffer == nullptr) return VX_SYSTEM_ERROR;
+  VX_STATUS status = kOk;
+  const auto* from = static_cast<const uint8_t*>(data);
+  bool first = flags.first;
+  for (uint32_t left = length; left != 0 && status == kOk; first = false) {
+    const uint32_t size = std::min(piece, left);
+    copy_in_order(attribute.VR, buffer, from, size, flags);
+    from += size;
+    left -= size;
+    status = append_to_file(object, attribute, buffer, size, first, flags.last && left == 0);
+  }
+  release(buffer);
+  return status;
 }
 
 bool holds(const MsgObj& object, std::vector<const MsgObj*>& work, const MsgObj* wanted) {
@@ -258,6 +268,7 @@ void append_value(TagObj& attribute, ValueObj* value, int32_t count, uint32_t le
 }
 
 VX_STATUS append_null(TagObj& attribute) {
+  if (attribute.Storage == 'F') return append_null_to_file(attribute);
   ValueObj* value = new_value(0);
   if (value == nullptr) return VX_SYSTEM_ERROR;
   append_value(attribute, value, 1, 0);
@@ -312,7 +323,7 @@ void clear_value(MsgObj& object, TagObj& attribute, bool keep_callback, bool fre
       attribute.Storage = 'M';
     }
   } else if (attribute.Storage == 'F') {
-    if (release_file_values != nullptr) release_file_values(object, attribute);
+    release_file_value(attribute);
     attribute.Storage = 'M';
   }
   clear_chain(attribute, free_items);
@@ -325,7 +336,8 @@ void clear_value(MsgObj& object, TagObj& attribute, bool keep_callback, bool fre
 VX_STATUS store_value(MsgObj& object, TagObj& attribute, const void* data, uint32_t length,
                       StoreFlags flags) {
   if (data == nullptr || length == 0) {
-    if (!flags.last || attribute.Storage != 'C') return kOk;
+    if (!flags.last || attribute.Storage == 'M') return kOk;
+    if (attribute.Storage == 'F') return append_to_file(object, attribute, nullptr, 0, false, true);
     return provide(object, attribute, nullptr, 0, flags.first, true);
   }
   if (attribute.VR == VX_VR_SQ) return VX_INCOMPATIBLE_VR;
@@ -334,20 +346,21 @@ VX_STATUS store_value(MsgObj& object, TagObj& attribute, const void* data, uint3
   }
   if (flags.first) attribute.ValueCount = 0;
   if (attribute.Storage == 'C') return store_in_callback(object, attribute, data, length, flags);
+  if (flags.first && attribute.Storage == 'M' && goes_to_file(object, attribute, length)) {
+    clear_chain(attribute, false);
+    if (VX_STATUS status = begin_file_value(object, attribute); status != kOk) return status;
+  }
+  if (attribute.Storage == 'F') return store_in_file(object, attribute, data, length, flags);
   void* room = nullptr;
   const VX_STATUS status = reserve_value(object, attribute, length, flags.first, room);
   if (status == kOk) copy_in_order(attribute.VR, room, data, length, flags);
   return status;
 }
 
-VX_STATUS reserve_value(MsgObj& object, TagObj& attribute, uint32_t length, bool first, void*& data) {
+VX_STATUS reserve_value(MsgObj& /*object*/, TagObj& attribute, uint32_t length, bool first, void*& data) {
   data = nullptr;
-  if (attribute.Storage == 'C') return VX_SYSTEM_ERROR;
-  if (first) {
-    clear_chain(attribute, false);
-    choose_storage(object, attribute, length);
-  }
   if (attribute.Storage != 'M') return VX_SYSTEM_ERROR;
+  if (first) clear_chain(attribute, false);
   return length == 0 ? kOk : extend_chain(attribute, length, data);
 }
 

@@ -22,7 +22,8 @@ struct StoreFlags {
 };
 VX_STATUS store_value(MsgObj& object, TagObj& attribute, const void* data, uint32_t length, StoreFlags flags);
 // A new value piece of `length` unset bytes at the tail, for the caller to fill; Length and ValueCount grow
-// at once. Memory storage only. With `first` the old chain goes.
+// at once. Memory storage only,
+// whatever the length. With `first` the old chain goes.
 VX_STATUS reserve_value(MsgObj& object, TagObj& attribute, uint32_t length, bool first, void*& data);
 // One value without data, or one item reference, at the tail.
 VX_STATUS append_null(TagObj& attribute);

@@ -15,6 +15,7 @@
 #include "model/callbacks.h"
 #include "model/convert.h"
 #include "model/deferred.h"
+#include "model/file_values.h"
 #include "model/values.h"
 #include "pixel/compression.h"
 #include "pixel/compression_attributes.h"
@@ -365,6 +366,7 @@ class Duplicator {
   }
 
   VX_STATUS copy_chain(const TagObj& from, TagObj& to) const {
+    if (from.Storage == 'F') return copy_file(from, to);
     for (const ValueObj* value = from.FirstValue; value != nullptr; value = value->Next) {
       ValueObj* copy = new_value(value->Length);
       if (copy == nullptr) return VX_SYSTEM_ERROR;
@@ -374,6 +376,20 @@ class Duplicator {
     to.ValueCount = from.ValueCount;
     to.Length = from.Length;
     return kOk;
+  }
+
+  VX_STATUS copy_file(const TagObj& from, TagObj& to) const {
+    if (goes_to_file(*target_, to, from.Length)) {
+      if (VX_STATUS status = begin_file_value(*target_, to); status != kOk) return status;
+    }
+    PieceWalk walk(from);
+    for (bool first = true; const ValueObj* piece = walk.next(); first = false) {
+      const VX_STATUS status = piece->Length == 0 ? append_null(to)
+                                                  : store_value(*target_, to, piece->Data, piece->Length,
+                                                                {.first = first, .last = !walk.more()});
+      if (status != kOk) return status;
+    }
+    return walk.status();
   }
 
   VX_STATUS copy_from_callback(TagObj& from, TagObj& to) const {

@@ -7,6 +7,7 @@
 #include "frame/log.h"
 #include "frame/pool.h"
 #include "model/callbacks.h"
+#include "model/file_values.h"
 #include "model/seams.h"
 #include "pixel/compression.h"
 #include "pixel/encapsulated.h"
@@ -47,12 +48,23 @@ VX_STATUS provide_table(MsgObj& object, TagObj& attribute, const OffsetTable* ta
   return status;
 }
 
+VX_STATUS write_table_to_file(MsgObj& object, TagObj& attribute, const OffsetTable* table, bool keep) {
+  const uint32_t size = kItemHeader + (table != nullptr ? table->Length : 0);
+  auto* bytes = static_cast<uint8_t*>(allocate_raw(size));
+  if (bytes == nullptr) return VX_SYSTEM_ERROR;
+  write_table_item(bytes, table);
+  const VX_STATUS status = set_first_in_file(object, attribute, bytes, size, keep);
+  release(bytes);
+  return status;
+}
+
 VX_STATUS store_first_table(MsgObj& object, TagObj& attribute, const OffsetTable* table) {
   const uint32_t size = kItemHeader + (table != nullptr ? table->Length : 0);
   if (attribute.Storage == 'C') {
     attribute.Length = 0;
     return provide_table(object, attribute, table, size);
   }
+  if (attribute.Storage == 'F') return write_table_to_file(object, attribute, table, false);
   void* room = nullptr;
   const VX_STATUS status = reserve_value(object, attribute, size, true, room);
   if (status == kOk) write_table_item(static_cast<uint8_t*>(room), table);
@@ -62,8 +74,12 @@ VX_STATUS store_first_table(MsgObj& object, TagObj& attribute, const OffsetTable
 // The first piece of a value in memory holds the table's item and nothing else; it grows by doubling.
 VX_STATUS rewrite_table(MsgObj& object, TagObj& attribute, const OffsetTable* table) {
   if (attribute.Storage == 'C') return provide_table(object, attribute, table, 4);
-  ValueObj* piece = attribute.FirstValue;
   const uint32_t size = kItemHeader + table->Length;
+  if (attribute.Storage == 'F') {
+    if (file_block_length(attribute, 1) + 4 != size) return VX_SYSTEM_ERROR;
+    return write_table_to_file(object, attribute, table, true);
+  }
+  ValueObj* piece = attribute.FirstValue;
   if (piece == nullptr || piece->Length + 4 != size) return VX_SYSTEM_ERROR;
   if (attribute.Length > kUndefinedLength - 5) return VX_VALUE_TOO_LARGE;
   if (size > std::max(piece->Capacity, piece->Length)) {
@@ -109,7 +125,7 @@ VX_STATUS store_item(MsgObj& object, TagObj& attribute, const void* data, uint32
     store_tag(bytes, kItemTag, false);
     store32(bytes + 4, size + pad, false);
   };
-  if (attribute.Storage == 'C') {
+  if (attribute.Storage != 'M') {
     uint8_t bytes[kItemHeader];
     header(bytes);
     VX_STATUS status = store_value(object, attribute, bytes, sizeof bytes, {.first = false, .last = false});
@@ -159,7 +175,12 @@ class FrameWriter {
         if (!first_pass) remove();
         return end(VX_CALLBACK_PARM_ERROR);
       }
-      if (!data_seen_ && first_frame_) clear_value(object_, attribute_, true, false);
+      if (!data_seen_ && first_frame_) {
+        clear_value(object_, attribute_, true, false);
+        if (goes_to_file(object_, attribute_, size)) {
+          if (VX_STATUS status = begin_file_value(object_, attribute_); status != kOk) return end(status);
+        }
+      }
       data_seen_ = true;
       if (VX_STATUS status = pass_on(data, size, last != 0); status != kOk) return end(status);
     }
@@ -215,6 +236,7 @@ class FrameWriter {
       uint32_t size = length;
       return call_value_callback(object_, attribute_, VX_PROVIDE_LENGTH, &size, nullptr, false, nullptr);
     }
+    if (attribute_.Storage == 'F') return patch_fragment_length(attribute_, length);
     const ValueObj* item = attribute_.FirstValue != nullptr ? attribute_.FirstValue->Next : nullptr;
     if (item == nullptr || item->Length < kItemHeader) return VX_SYSTEM_ERROR;
     store32(static_cast<uint8_t*>(item->Data) + 4, length, false);

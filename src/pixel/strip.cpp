@@ -8,7 +8,9 @@
 #include "frame/log.h"
 #include "frame/pool.h"
 #include "model/callbacks.h"
+#include "model/file_values.h"
 #include "model/seams.h"
+#include "model/values.h"
 #include "pixel/image.h"
 
 namespace vx {
@@ -25,6 +27,7 @@ VX_STATUS ValueSource::at(uint32_t position, ValueObj*& piece, uint32_t& piece_s
   data = nullptr;
   size = 0;
   if (attribute_.Storage == 'C') return from_callback(position, data, size);
+  if (attribute_.Storage == 'F') return from_file(position, data, size);
   if (piece == nullptr || position < piece_start) {
     piece = attribute_.FirstValue;
     piece_start = 0;
@@ -36,6 +39,36 @@ VX_STATUS ValueSource::at(uint32_t position, ValueObj*& piece, uint32_t& piece_s
   if (piece == nullptr) return kOk;
   data = static_cast<const uint8_t*>(piece->Data) + (position - piece_start);
   size = piece->Length - (position - piece_start);
+  return kOk;
+}
+
+ValueSource::~ValueSource() {
+  if (block_ != nullptr) free_value(block_);
+}
+
+VX_STATUS ValueSource::from_file(uint32_t position, const uint8_t*& data, uint32_t& size) {
+  int32_t number = std::max(block_number_, 1);
+  uint32_t start = block_start_;
+  if (position < start) {
+    number = 1;
+    start = 0;
+  }
+  uint32_t length = 0;
+  for (; number <= attribute_.ValueCount; ++number, start += length) {
+    length = file_block_length(attribute_, number);
+    if (position - start < length) break;
+  }
+  if (number > attribute_.ValueCount) return kOk;
+  if (block_ == nullptr || number != block_number_) {
+    if (block_ != nullptr) free_value(block_);
+    block_number_ = 0;
+    block_start_ = 0;
+    if (VX_STATUS status = read_file_block(attribute_, number, block_); status != kOk) return status;
+    block_number_ = number;
+    block_start_ = start;
+  }
+  data = static_cast<const uint8_t*>(block_->Data) + (position - start);
+  size = block_->Length - (position - start);
   return kOk;
 }
 

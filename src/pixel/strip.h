@@ -12,6 +12,9 @@ namespace vx {
 class ValueSource {
  public:
   ValueSource(MsgObj& object, TagObj& attribute) : object_(object), attribute_(attribute) {}
+  ~ValueSource();
+  ValueSource(const ValueSource&) = delete;
+  ValueSource& operator=(const ValueSource&) = delete;
   // Bytes from `position` on, valid until the next call; none behind the end. `piece` and `piece_start`
   // remember the place in a chain. VX_CALLBACK_CANNOT_COMPLY.
   VX_STATUS at(uint32_t position, ValueObj*& piece, uint32_t& piece_start, const uint8_t*& data,
@@ -23,11 +26,15 @@ class ValueSource {
 
  private:
   VX_STATUS from_callback(uint32_t position, const uint8_t*& data, uint32_t& size);
+  VX_STATUS from_file(uint32_t position, const uint8_t*& data, uint32_t& size);
   MsgObj& object_;
   TagObj& attribute_;
   bool first_ = true;
   ValueObj* piece_ = nullptr;  // of copy()
   uint32_t piece_start_ = 0;
+  ValueObj* block_ = nullptr;  // owned: the block of a file that was read last
+  int32_t block_number_ = 0;
+  uint32_t block_start_ = 0;
 };
 
 // Where the data of the fragments goes. VX_NORMAL_COMPLETION goes on.
