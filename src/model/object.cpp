@@ -59,6 +59,7 @@ void release_directory(MsgObj& object) {
 }
 
 void release_contents(MsgObj& object) {
+  if (object.ReportNode != nullptr && release_report_node != nullptr) release_report_node(object);
   free_all_tags(object);
   free_bindings(object);
   while (object.ValidationErrors.Head != nullptr) {

@@ -91,6 +91,7 @@ struct MsgObj {
   VX_TRANSFER_SYNTAX TransferSyntax;
   void* DirectoryInfo;  // first word tells its sort; owned
   FileInfo* File;       // of files and directories; owned
+  void* ReportNode;     // an SrRecObj of src/sr, while the object is part of a report tree; owned
   void* StreamResume;   // a DecodeRest of the codec, owned
   void* Compressor;
   void* Decompressor;

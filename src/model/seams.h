@@ -31,6 +31,8 @@ void trace_object(const MsgObj& object, bool created, bool freed);
 [[gnu::weak]] void release_directory_records(MsgObj& object);
 // media: gives a directory record without a name that of its type. A type that can be no name is passed over.
 [[gnu::weak]] VX_STATUS name_record(MsgObj& record);
+// sr: takes an object out of the report tree that it is part of, with all nodes below.
+[[gnu::weak]] void release_report_node(MsgObj& object);
 // codec, media: stream data that is not decoded yet, up to a tag.
 [[gnu::weak]] VX_STATUS decode_deferred(MsgObj& object, uint32_t tag);
 
