@@ -128,13 +128,13 @@ VX_STATUS fill_new_record(MsgObj& record, std::string_view type) {
   if (status == kOk) status = set_reference(record, kNext, 0);
   TagObj* attribute = nullptr;
   if (status == kOk) status = new_tag(record, kInUse, VX_VR_US, 1, 1, &attribute);
-  if (status == kOk || status == VX_TAG_ALREADY_EXISTS) {
+  if (attribute != nullptr) {
     attribute->VR = VX_VR_US;
     status = store_value(record, *attribute, &kIsInUse, sizeof kIsInUse, {});
   }
   if (status != kOk || type.empty()) return status;
   status = new_tag(record, kType, VX_VR_CS, 1, 1, &attribute);
-  if (status != kOk && status != VX_TAG_ALREADY_EXISTS) return status;
+  if (attribute == nullptr) return status;
   return attribute->ValueCount > 0 && attribute->Length > 0
              ? kOk
              : set_text(record, *attribute, type, true, nullptr);

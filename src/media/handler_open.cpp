@@ -178,7 +178,7 @@ VX_STATUS fill_directory(MsgObj& directory, const char* file_set) {
   }
   TagObj* flag = nullptr;
   if (status == kOk) status = new_tag(directory, kConsistency, VX_VR_US, 1, 1, &flag);
-  if (status == kOk || status == VX_TAG_ALREADY_EXISTS) {
+  if (flag != nullptr) {
     status = store_value(directory, *flag, &kConsistent, sizeof kConsistent, {});
   }
   if (status == kOk) status = set_reference(directory, kFirst, 0);

@@ -39,6 +39,10 @@ class Faults : public support::LibraryTest {
   }
 };
 
+[[gnu::no_sanitize("undefined", "address")]] void write_to_null() {
+  *static_cast<volatile int*>(nullptr) = 1;
+}
+
 int overflow(int depth) {
   volatile char block[4096];
   block[0] = static_cast<char>(depth);
@@ -47,7 +51,7 @@ int overflow(int depth) {
 
 TEST_F(Faults, AreReportedAndEndTheProcessAsBefore) {
   int status = 0;
-  std::string text = run([] { *static_cast<volatile int*>(nullptr) = 1; }, status);
+  std::string text = run(write_to_null, status);
   EXPECT_NE(text.find("SEVERE SYSTEM ERROR"), std::string::npos);
   EXPECT_NE(text.find("SYSTEM EXCEPTION C0000005 (EXCEPTION_ACCESS_VIOLATION) AT ADDRESS 0x0"),
             std::string::npos);
