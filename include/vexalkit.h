@@ -765,7 +765,10 @@ typedef VX_STATUS (*VX_STREAM_OUTPUT)(int32_t MsgID, void* UserInfo, uint32_t Da
 /* Gives the next block of a stream, of even length; it must stay valid until the next call. */
 typedef VX_STATUS (*VX_STREAM_INPUT)(int32_t MsgID, void* UserInfo, int32_t IsFirst, uint32_t* DataSize,
                                      void** DataBuffer, int32_t* IsLast);
-/* The same for files; FileName is the name that the file object carries. */
+/* Gives the next block of a text, of any length; it must stay valid until the next call. */
+typedef VX_STATUS (*VX_TEXT_INPUT)(int32_t MsgID, void* UserInfo, uint32_t* DataSize, void** DataBuffer,
+                                   int32_t IsFirst, int32_t* IsLast);
+/* As VX_STREAM_INPUT for files; FileName is the name that the file object carries. */
 typedef VX_STATUS (*VX_FILE_INPUT)(const char* FileName, void* UserInfo, uint32_t* DataSize,
                                    void** DataBuffer, int32_t IsFirst, int32_t* IsLast);
 typedef VX_STATUS (*VX_FILE_OUTPUT)(const char* FileName, void* UserInfo, uint32_t DataSize, void* DataBuffer,
@@ -3214,6 +3217,53 @@ VX_API VX_STATUS VX_SRH_Get_CONTAINER_Data(int32_t NodeID, int32_t* Continuity, 
  * failure. VX_EMPTY_VALUE: no reference; VX_VALUE_OUT_OF_RANGE: there is no such node.
  */
 VX_API VX_STATUS VX_SRH_Get_Reference(int32_t NodeID, int32_t* TargetID);
+/* ---- JSON (PS3.18 annex F) ---------------------------------------------------------------------------- */
+
+/*
+ * Options of VX_Message_To_Json; VX_JSON_STANDARD also of the reader.
+ */
+typedef enum {
+  VX_JSON_INCLUDE_BULK = 1,       /* values of OB, OW, OL, OD and OF other than Pixel Data */
+  VX_JSON_INCLUDE_PIXEL_DATA = 2, /* the value of (7FE0,0010) */
+  VX_JSON_EXCLUDE_SEQUENCES = 4,  /* sequences without their items */
+  VX_JSON_EXCLUDE_PRIVATE = 8,    /* no private attributes, nor their creators */
+  VX_JSON_INDENT = 16,            /* by 4; stays on for all later calls of the process */
+  VX_JSON_STANDARD = 32           /* the DICOM JSON Model to the letter, see below */
+} VX_JSON_OPTION;
+
+/*
+ * Writes an object as one JSON object to Callback, in blocks, the last one padded with a blank to an even
+ * sum. Nothing is written unless all can be. Group lengths are left out. By default the form is the toolkit's
+ * own: numbers are strings, a null value among others is an empty string, and <, >, &, quotes and control
+ * characters in texts are written as XML references. With VX_JSON_STANDARD numbers are JSON numbers (IS and
+ * DS where the number reads back as the same text), null values are null, texts are as they are, groups 0000
+ * and 0002 are left out, and so is encapsulated Pixel Data, which has no inline form. Text in ISO_IR 192 is
+ * passed on; bytes of other character sets become the code points of the same value. UN is always written.
+ * VX_INVALID_MESSAGE_ID; VX_MESSAGE_EMPTY; VX_SYSTEM_ERROR: Callback refused, or no memory;
+ * VX_INVALID_VALUE_FOR_VR: sequences nested beyond 128 levels; VX_CALLBACK_CANNOT_COMPLY: a value that a
+ * callback holds could not be read. The object must not change meanwhile.
+ */
+VX_API VX_STATUS VX_Message_To_Json(int32_t MsgID, void* UserInfo, int32_t Options,
+                                    VX_STREAM_OUTPUT Callback);
+
+/*
+ * Adds the attributes of a JSON object in the toolkit's own form to an object, which keeps what it holds; an
+ * attribute that is there gets the new value and the VR of the document. Private blocks are found or added by
+ * their creators. One bad member does not stop the others: the status is that of the last bad one, also
+ * VX_INVALID_VALUE_FOR_VR and VX_INVALID_CHARS_IN_VALUE for values that were stored all the same.
+ * VX_INVALID_MESSAGE_ID; VX_CALLBACK_CANNOT_COMPLY: Callback failed, or the text is no JSON (the log has the
+ * place); VX_SYSTEM_ERROR: it is no object; VX_INVALID_TAG; VX_INVALID_VR_IN_STREAM;
+ * VX_REQUIRED_VALUE_MISSING: a private creator without a code; VX_NOT_FOUND: a private attribute without a
+ * creator; VX_INCOMPATIBLE_VALUE; VX_VALUE_OUT_OF_RANGE. Callback must not use the object.
+ */
+VX_API VX_STATUS VX_Json_To_Message(int32_t MsgID, void* UserInfo, VX_TEXT_INPUT Callback);
+
+/*
+ * The same with Options: with VX_JSON_STANDARD the document is in the standard's form, and texts are taken as
+ * they stand. As VX_Json_To_Message.
+ */
+VX_API VX_STATUS VX_Json_To_Message_With_Options(int32_t MsgID, void* UserInfo, int32_t Options,
+                                                 VX_TEXT_INPUT Callback);
 
 /* ---- Listing ------------------------------------------------------------------------------------------ */
 

@@ -408,6 +408,27 @@ TEST_F(Program, HelpAndUsage) {
 
 // The network subcommands without a peer: 2 for what can not be meant, 3 where nobody answers. Nobody listens
 // on port 1.
+TEST_F(Program, JsonAndBack) {
+  const std::string a = path("a.dcm");
+  for (const std::string form : {"", "--own "}) {
+    const std::string json = path("j.json");
+    ASSERT_EQ(run("json " + form + a + " > " + json).exit, 0);
+    const std::string text = run("json " + form + a).out;
+    EXPECT_NE(text.find("\"00081155\": {\"Value\": [\"1.2.3\"], \"vr\": \"UI\"}"), std::string::npos);
+    EXPECT_EQ(run("json --back " + form + json + " " + path("j.dcm")).exit, 0);
+    const std::string again = run("json " + form + path("j.dcm")).out;
+    EXPECT_EQ(again.substr(again.find("\"0008")), text.substr(text.find("\"0008")));
+  }
+  EXPECT_EQ(run("json " + a + " " + a).out, run("json " + a).out + run("json " + a).out);
+  EXPECT_EQ(run("json --no-bulk " + a).out.find("InlineBinary"), std::string::npos);
+  write("bad.json", "{\"00100020\": {\"vr\": ");
+  EXPECT_EQ(run("json --back " + path("bad.json") + " " + path("x.dcm")).exit, 2);
+  EXPECT_FALSE(fs::exists(path("x.dcm")));
+  write("part.json", R"({"00100020": {"vr": "LO", "Value": ["A"]}, "00100010": {"vr": "XX"}})");
+  EXPECT_EQ(run("json --back " + path("part.json") + " " + path("x.dcm")).exit, 1);
+  EXPECT_EQ(run("json").exit, 2);
+}
+
 TEST_F(Program, NetworkUsage) {
   struct Row {
     std::string arguments;

@@ -8,6 +8,7 @@ namespace vexal {
 extern const Command kDump;
 extern const Command kValidate;
 extern const Command kConvert;
+extern const Command kJson;
 extern const Command kModify;
 extern const Command kTemplate;
 extern const Command kLookup;

@@ -1,0 +1,445 @@
+// Objects to JSON. The text is emitted directly; it is the one that jansson dumps with sorted keys.
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "codec/stream_output.h"
+#include "frame/limits.h"
+#include "frame/lock.h"
+#include "frame/log.h"
+#include "frame/no_throw.h"
+#include "model/attributes.h"
+#include "model/convert.h"
+#include "model/deferred.h"
+#include "model/values.h"
+#include "model/vr.h"
+#include "text/base64.h"
+#include "text/json.h"
+#include "text/utf8.h"
+
+namespace vx {
+
+namespace {
+
+constexpr char kFunction[] = "VX_Message_To_Json";
+constexpr uint32_t kFirstDataSetTag = 0x00040000U;  // groups 0000 and 0002 are no part of the model
+
+std::atomic<bool> indent_setting{false};
+
+template <typename T>
+T numeric_at(const TagObj& attribute, int32_t number) {
+  T value{};
+  const void* data = numeric_value(attribute, number);
+  if (data != nullptr) std::memcpy(&value, data, sizeof value);
+  return value;
+}
+
+// A text that is the JSON number which reads back as this very text.
+bool is_own_number(std::string_view text, bool decimal) {
+  char again[40];
+  std::to_chars_result end{};
+  std::from_chars_result read{};
+  if (int64_t whole = 0; text.size() <= 18) {
+    read = std::from_chars(text.data(), text.data() + text.size(), whole);
+    if (read.ec == std::errc{} && read.ptr == text.data() + text.size()) {
+      end = std::to_chars(again, again + sizeof again, whole);
+      return std::string_view(again, static_cast<std::size_t>(end.ptr - again)) == text;
+    }
+  }
+  double real = 0;
+  if (!decimal || text.find('.') == std::string_view::npos) return false;
+  read = std::from_chars(text.data(), text.data() + text.size(), real);
+  if (read.ec != std::errc{} || read.ptr != text.data() + text.size() || !std::isfinite(real)) return false;
+  end = std::to_chars(again, again + sizeof again, real);
+  return std::string_view(again, static_cast<std::size_t>(end.ptr - again)) == text;
+}
+
+class JsonWriter {
+ public:
+  JsonWriter(int32_t options, bool indent, bool encapsulated)
+      : options_(options),
+        standard_((options & VX_JSON_STANDARD) != 0),
+        indent_(indent),
+        encapsulated_(encapsulated) {}
+  VX_STATUS object(MsgObj& object, TextSet inherited, int depth);
+  std::string& text() { return out_; }
+
+ private:
+  // Brackets, commas and line ends.
+  void open(char bracket) {
+    out_ += bracket;
+    ++level_;
+    fresh_ = true;
+  }
+  void close(char bracket) {
+    --level_;
+    if (!fresh_) line();
+    out_ += bracket;
+    fresh_ = false;
+  }
+  void line() {
+    if (!indent_) return;
+    out_ += '\n';
+    out_.append(static_cast<std::size_t>(level_) * 4, ' ');
+  }
+  void next() {
+    if (!fresh_) out_ += indent_ ? "," : ", ";
+    fresh_ = false;
+    line();
+  }
+  void key(std::string_view name) {
+    next();
+    out_ += '"';
+    out_ += name;
+    out_ += "\": ";
+  }
+  void string(std::string_view text, TextSet set);
+  void quoted(std::string_view text) { ((out_ += '"') += text) += '"'; }
+
+  bool admitted(const TagObj& attribute) const;
+  VX_STATUS attribute(MsgObj& object, TagObj& attribute, TextSet set, int depth);
+  VX_STATUS values(const TagObj& attribute, TextSet set);
+  VX_STATUS bulk(MsgObj& object, TagObj& attribute);
+  VX_STATUS items(const TagObj& attribute, TextSet set, int depth);
+  void person(std::string_view name, TextSet set);
+  void number(const TagObj& attribute, int32_t number);
+  template <typename T>
+  void real(T value, int prescribed, int exact);
+
+  const int32_t options_;
+  const bool standard_;
+  const bool indent_;
+  const bool encapsulated_;
+  std::string out_;
+  std::string work_;
+  int level_ = 0;
+  bool fresh_ = true;
+};
+
+void JsonWriter::string(std::string_view text, TextSet set) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  out_ += '"';
+  for (const char c : to_utf8(text, set, work_)) {
+    const auto byte = static_cast<uint8_t>(c);
+    if (!standard_) {
+      const char* escape = c == '<'    ? "&lt;"
+                           : c == '>'  ? "&gt;"
+                           : c == '&'  ? "&amp;"
+                           : c == '"'  ? "&quot;"
+                           : c == '\'' ? "&apos;"
+                                       : nullptr;
+      if (escape != nullptr) {
+        out_ += escape;
+        continue;
+      }
+      if (byte > 0 && byte < 0x20) {
+        const char reference[] = {'&', '#', static_cast<char>('0' + byte / 10),
+                                  static_cast<char>('0' + byte % 10), ';'};
+        out_.append(reference, sizeof reference);
+        continue;
+      }
+    }
+    if (c == '"' || c == '\\') {
+      out_ += '\\';
+      out_ += c;
+    } else if (byte >= 0x20) {
+      out_ += c;
+    } else {
+      static constexpr char kShort[] = "\b\f\n\r\t";
+      static constexpr char kLetters[] = "bfnrt";
+      out_ += '\\';
+      if (const void* at = std::memchr(kShort, c, 5); at != nullptr) {
+        out_ += kLetters[static_cast<const char*>(at) - kShort];
+      } else {
+        const char escape[] = {'u', '0', '0', kHex[byte >> 4], kHex[byte & 15U]};
+        out_.append(escape, sizeof escape);
+      }
+    }
+  }
+  out_ += '"';
+}
+
+bool JsonWriter::admitted(const TagObj& attribute) const {
+  if (tag_element(attribute.Tag) == 0) return false;
+  if (standard_ && attribute.Tag < kFirstDataSetTag) return false;
+  return (options_ & VX_JSON_EXCLUDE_PRIVATE) == 0 || !is_private(attribute.Tag);
+}
+
+VX_STATUS JsonWriter::object(MsgObj& object, TextSet inherited, int depth) {
+  if (depth > kMaxNesting) return VX_INVALID_VALUE_FOR_VR;
+  const TextSet set = text_set_of(object, inherited);
+  open('{');
+  for (TagObj* a = object.FirstTag; a != nullptr; a = a->Next) {
+    if (!admitted(*a)) continue;
+    const VX_STATUS status = attribute(object, *a, set, depth);
+    set_cursor(*a, {});
+    if (status == VX_NORMAL_COMPLETION) continue;
+    VX_LOG_ERR(
+        kFunction,
+        "jsWriteDcmAttribute failed to write DICOM attribute for attribute %4.4X%4.4X to JSON, error \"%s\"",
+        tag_group(a->Tag), tag_element(a->Tag), status_text(status));
+    return status;
+  }
+  close('}');
+  return VX_NORMAL_COMPLETION;
+}
+
+VX_STATUS JsonWriter::attribute(MsgObj& object, TagObj& attribute, TextSet set, int depth) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  char name[8];
+  for (unsigned i = 0; i < 8; ++i) name[i] = kHex[(attribute.Tag >> (28 - 4 * i)) & 15U];
+  key({name, sizeof name});
+  open('{');
+  VX_STATUS status = VX_NORMAL_COMPLETION;
+  const bool held = attribute.Storage == 'C';
+  const bool has_value =
+      held || (attribute.ValueCount != 0 && !(attribute.ValueCount == 1 && attribute.Length == 0));
+  if (!has_value) {
+  } else if (attribute.VR == VX_VR_SQ) {
+    if ((options_ & VX_JSON_EXCLUDE_SEQUENCES) == 0) status = items(attribute, set, depth);
+  } else if (is_bulk_vr(attribute.VR)) {
+    status = bulk(object, attribute);
+  } else if (held) {
+    VX_LOG_WARN(kFunction, "Value of attribute %4.4X%4.4X is held by a callback and left out",
+                tag_group(attribute.Tag), tag_element(attribute.Tag));
+  } else {
+    status = values(attribute, set);
+  }
+  if (status != VX_NORMAL_COMPLETION) return status;
+  key("vr");
+  quoted({vr_letters(attribute.VR), 2});
+  close('}');
+  return VX_NORMAL_COMPLETION;
+}
+
+VX_STATUS JsonWriter::items(const TagObj& attribute, TextSet set, int depth) {
+  key("Value");
+  open('[');
+  for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
+    auto* item = static_cast<MsgObj*>(value->Data);
+    if (item == nullptr) continue;
+    next();
+    if (const VX_STATUS status = decode_all(*item); status != VX_NORMAL_COMPLETION) return status;
+    const VX_STATUS status = object(*item, set, depth + 1);
+    if (status != VX_NORMAL_COMPLETION) {
+      VX_LOG_ERR(kFunction, "jsWriteDcmItem failed for attribute %lX, error \"%s\"",
+                 static_cast<unsigned long>(attribute.Tag), status_text(status));
+      return status;
+    }
+  }
+  close(']');
+  return VX_NORMAL_COMPLETION;
+}
+
+// Values lie in the machine's order; JSON has them in little endian.
+void add_little_endian(Base64Writer& out, int32_t vr, const void* data, std::size_t size) {
+  if constexpr (std::endian::native == std::endian::big) {
+    std::string swapped(size, '\0');
+    copy_swapped(swapped.data(), data, size, vr_width(vr));
+    out.add(swapped.data(), size);
+  } else {
+    static_cast<void>(vr);
+    out.add(data, size);
+  }
+}
+
+struct BulkText {
+  Base64Writer out;
+  int32_t vr;
+};
+
+VX_STATUS take_piece(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
+  return no_throw([&] {
+    auto& text = *static_cast<BulkText*>(user);
+    add_little_endian(text.out, text.vr, data, size);
+    return VX_STATUS{VX_NORMAL_COMPLETION};
+  });
+}
+
+VX_STATUS JsonWriter::bulk(MsgObj& object, TagObj& attribute) {
+  const bool pixels = attribute.Tag == kPixelData;
+  const int32_t wanted = pixels ? VX_JSON_INCLUDE_PIXEL_DATA : VX_JSON_INCLUDE_BULK;
+  if ((options_ & wanted) == 0 && (pixels || attribute.VR != VX_VR_UN)) return VX_NORMAL_COMPLETION;
+  // Encapsulated data has no inline form in the model (PS3.18 section F.2.7).
+  if (standard_ && pixels && encapsulated_) {
+    VX_LOG_WARN(kFunction, "Encapsulated Pixel Data has no inline form in JSON and is left out");
+    return VX_NORMAL_COMPLETION;
+  }
+  const std::size_t before = out_.size();
+  const bool was_fresh = fresh_;
+  key("InlineBinary");
+  out_ += '"';
+  const std::size_t start = out_.size();
+  BulkText text{Base64Writer(out_), attribute.VR};
+  if (attribute.Storage == 'M') {
+    for (const ValueObj* piece = attribute.FirstValue; piece != nullptr; piece = piece->Next) {
+      add_little_endian(text.out, attribute.VR, piece->Data, piece->Length);
+    }
+  } else if (const VX_STATUS status = value_to_function(object, attribute, &text, &take_piece);
+             status != VX_NORMAL_COMPLETION) {
+    VX_LOG_ERR(kFunction, "VX_Get_Value_To_Function failed for attribute %lX with status %s",
+               static_cast<unsigned long>(attribute.Tag), status_text(status));
+    return status;
+  }
+  text.out.finish();
+  if (out_.size() == start) {
+    out_.resize(before);
+    fresh_ = was_fresh;
+  } else {
+    out_ += '"';
+  }
+  return VX_NORMAL_COMPLETION;
+}
+
+// Up to three groups; a last one that is empty is kept, so that the text comes back as it was.
+void JsonWriter::person(std::string_view name, TextSet set) {
+  static constexpr std::string_view kGroups[] = {"Alphabetic", "Ideographic", "Phonetic"};
+  open('{');
+  for (std::size_t i = 0; i < 3; ++i) {
+    const std::size_t end = i < 2 ? name.find('=') : std::string_view::npos;
+    const std::string_view group = name.substr(0, end);
+    const bool last = end == std::string_view::npos;
+    if (!group.empty() || (last && i > 0)) {
+      key(kGroups[i]);
+      string(group, set);
+    }
+    if (last) break;
+    name.remove_prefix(end + 1);
+  }
+  close('}');
+}
+
+template <typename T>
+void JsonWriter::real(T value, int prescribed, int exact) {
+  char text[40];
+  if (!std::isfinite(value)) {
+    quoted(std::isnan(value) ? (standard_ ? "NaN" : "nan") : value < 0 ? "-inf" : "inf");
+    return;
+  }
+  std::to_chars_result end{};
+  if (standard_) {
+    end = std::to_chars(text, text + sizeof text, value);
+    out_.append(text, end.ptr);
+    // A real without a point would be read as an integer, which has fewer digits and no negative zero.
+    if (std::find_if(text, end.ptr, [](char c) { return c == '.' || c == 'e'; }) == end.ptr) out_ += ".0";
+    return;
+  }
+  end = std::to_chars(text, text + sizeof text, value, std::chars_format::general, prescribed);
+  T again{};
+  std::from_chars(text, end.ptr, again);
+  if (again != value) end = std::to_chars(text, text + sizeof text, value, std::chars_format::general, exact);
+  quoted({text, static_cast<std::size_t>(end.ptr - text)});
+}
+
+void JsonWriter::number(const TagObj& attribute, int32_t number) {
+  if (attribute.VR == VX_VR_FL) return real(numeric_at<float>(attribute, number), 7, 9);
+  if (attribute.VR == VX_VR_FD) return real(numeric_at<double>(attribute, number), 16, 17);
+  if (attribute.VR == VX_VR_AT) {
+    char text[9];
+    std::snprintf(text, sizeof text, "%08X", numeric_at<uint32_t>(attribute, number));
+    return quoted(text);
+  }
+  int64_t value = 0;
+  switch (attribute.VR) {
+    case VX_VR_SS:
+      value = numeric_at<int16_t>(attribute, number);
+      break;
+    case VX_VR_US:
+      value = numeric_at<uint16_t>(attribute, number);
+      break;
+    case VX_VR_SL:
+      value = numeric_at<int32_t>(attribute, number);
+      break;
+    default:
+      value = numeric_at<uint32_t>(attribute, number);
+      break;
+  }
+  char text[24];
+  const auto end = std::to_chars(text, text + sizeof text, value);
+  if (!standard_) out_ += '"';
+  out_.append(text, end.ptr);
+  if (!standard_) out_ += '"';
+}
+
+VX_STATUS JsonWriter::values(const TagObj& attribute, TextSet set) {
+  key("Value");
+  open('[');
+  ValueCursor cursor;
+  cursor_first(attribute, cursor);
+  for (int32_t n = 1; n <= attribute.ValueCount; ++n) {
+    if (n > 1 && !is_numeric_vr(attribute.VR)) {
+      if (const VX_STATUS status = cursor_next(attribute, cursor); status != VX_NORMAL_COMPLETION)
+        return status;
+    }
+    next();
+    if (is_numeric_vr(attribute.VR)) {
+      number(attribute, n);
+      continue;
+    }
+    char scratch[80];
+    std::string_view text;
+    const VX_STATUS status = view_text(attribute, cursor, scratch, text);
+    if (status != VX_NORMAL_COMPLETION && status != VX_NULL_VALUE) {
+      VX_LOG_WARN(kFunction, "jsWriteDcmText for attribute 0x%8.8X value[%d] returns \"%s\"", attribute.Tag,
+                  n, status_text(status));
+      if (n == attribute.ValueCount) return status;
+      text = {};
+    }
+    const bool is_null = status != VX_NORMAL_COMPLETION || text.empty();
+    if (standard_ && is_null) {
+      out_ += "null";
+    } else if (attribute.VR == VX_VR_PN) {
+      is_null ? (open('{'), close('}')) : person(text, set);
+    } else if (standard_ && (attribute.VR == VX_VR_IS || attribute.VR == VX_VR_DS) &&
+               is_own_number(text, attribute.VR == VX_VR_DS)) {
+      out_ += text;
+    } else {
+      string(text, set);
+    }
+  }
+  close(']');
+  return VX_NORMAL_COMPLETION;
+}
+
+bool is_encapsulated_syntax(MsgObj& object) {
+  VX_TRANSFER_SYNTAX syntax = 0;
+  Encoding encoding{};
+  return get_message_syntax(object, syntax) == VX_NORMAL_COMPLETION &&
+         syntax_encoding(syntax, encoding) == VX_NORMAL_COMPLETION && encoding.encapsulated;
+}
+
+}  // namespace
+
+VX_STATUS object_to_json(MsgObj& object, int32_t options, void* user, VX_STREAM_OUTPUT callback) {
+  if ((options & VX_JSON_INDENT) != 0) indent_setting.store(true, std::memory_order_relaxed);
+  const Guard guard(object.Semaphore);
+  if (const VX_STATUS status = decode_all(object); status != VX_NORMAL_COMPLETION) return status;
+  if (object.FirstTag == nullptr) {
+    VX_LOG_INF(kFunction, "Message has no attributes.");
+    return VX_MESSAGE_EMPTY;
+  }
+  JsonWriter json(options, indent_setting.load(std::memory_order_relaxed), is_encapsulated_syntax(object));
+  VX_STATUS status = json.object(object, TextSet::None, 0);
+  if (status != VX_NORMAL_COMPLETION) {
+    VX_LOG_ERR(kFunction, "MessageToJson failed to write DICOM message to JSON, error \"%s\"",
+               status_text(status));
+    return status;
+  }
+  std::string& text = json.text();
+  if (text.size() % 2 != 0) text += ' ';
+  StreamWriter writer;
+  writer.MsgID = object.ID;
+  writer.MessageCallback = callback;
+  writer.UserInfo = user;
+  StreamOutput out(writer);
+  status = out.open();
+  if (status == VX_NORMAL_COMPLETION) status = out.put(text.data(), text.size());
+  if (status == VX_NORMAL_COMPLETION) status = out.finish();
+  return status == VX_CALLBACK_CANNOT_COMPLY ? VX_STATUS{VX_SYSTEM_ERROR} : status;
+}
+
+}  // namespace vx

@@ -1,0 +1,211 @@
+#include <jansson.h>
+
+#include "codec/streams.h"
+
+namespace {
+
+using namespace streams;
+using support::LibraryTest;
+
+struct Text {
+  std::string bytes;
+  std::size_t block = 0;
+  std::size_t at = 0;
+};
+VX_STATUS give(int32_t, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
+  auto& text = *static_cast<Text*>(user);
+  const std::size_t part =
+      std::min(text.block == 0 ? text.bytes.size() : text.block, text.bytes.size() - text.at);
+  *data = text.bytes.data() + text.at;
+  *size = static_cast<uint32_t>(part);
+  text.at += part;
+  *last = text.at == text.bytes.size() ? 1 : 0;
+  return VX_NORMAL_COMPLETION;
+}
+VX_STATUS take(int32_t, void* user, uint32_t size, void* data, int32_t first, int32_t last) {
+  return static_cast<Sink*>(user)->take(size, data, first, last);
+}
+
+class Json : public LibraryTest {
+ protected:
+  static std::string write(int32_t id, int32_t options, VX_STATUS expected = VX_NORMAL_COMPLETION) {
+    Sink sink;
+    EXPECT_EQ(VX_Message_To_Json(id, &sink, options, &take), expected);
+    while (!sink.bytes.empty() && sink.bytes.back() == ' ') sink.bytes.pop_back();
+    return sink.bytes;
+  }
+  static VX_STATUS read(int32_t id, std::string json, int32_t options = 0, std::size_t block = 0) {
+    Text text{std::move(json), block};
+    return VX_Json_To_Message_With_Options(id, &text, options, &give);
+  }
+  // The text as jansson dumps it.
+  static std::string dumped(const std::string& json) {
+    json_t* value = json_loads(json.c_str(), JSON_DECODE_ANY, nullptr);
+    char* text = value != nullptr ? json_dumps(value, JSON_SORT_KEYS | JSON_ENCODE_ANY) : nullptr;
+    std::string out = text != nullptr ? text : "no JSON";
+    std::free(text);
+    json_decref(value);
+    return out;
+  }
+  static void fill(int32_t id) {
+    VX_Set_Value_From_String(id, 0x00080005, "ISO_IR 100");
+    VX_Set_Value_From_String(id, 0x00080008, "ORIGINAL");
+    VX_Set_Next_Value_To_NULL(id, 0x00080008);
+    VX_Set_Value_From_String(id, 0x00100010, "M\xFCller^A==B");
+    VX_Set_Value_From_String(id, 0x00204000, "a<b>&\"'\\\r\n\f.");
+    VX_Set_Value_From_UInt(id, 0x00280009, 0x00181063);
+    VX_Set_Value_From_Int(id, 0x0072007A, -5);
+    VX_Set_Next_Value_From_Int(id, 0x0072007A, 7);
+    VX_Set_Value_To_NULL(id, 0x00100020);
+    VX_Add_Nonstandard_Attribute(id, 0x00980011, VX_VR_UN);
+    VX_Set_Value_From_Buffer(id, 0x7FE00010, "abcd", 4);
+    VX_Add_Private_Block(id, "ACME 1.0", 0x0009);
+    VX_Add_Private_Attribute(id, "ACME 1.0", 0x0009, 0x02, VX_VR_US);
+    VX_Set_pValue_From_Int(id, "ACME 1.0", 0x0009, 0x02, 3);
+    int32_t item = -1;
+    VX_Open_Empty_Item(&item);
+    VX_Set_Value_From_Int(id, 0x00081140, item);
+    VX_Set_Value_From_String(item, 0x00100010, "\xC4");
+  }
+};
+
+constexpr int32_t kAll = VX_JSON_INCLUDE_BULK | VX_JSON_INCLUDE_PIXEL_DATA;
+
+TEST_F(Json, BothFormsAreWhatJanssonDumpsAndComeBack) {
+  const Object message;
+  fill(message);
+  for (const int32_t form : {0, static_cast<int32_t>(VX_JSON_STANDARD)}) {
+    const std::string json = write(message, kAll | form);
+    EXPECT_EQ(json, dumped(json));
+    for (const std::size_t block : {0U, 1U}) {
+      const Object copy;
+      EXPECT_EQ(read(copy, json, form, block), VX_NORMAL_COMPLETION);
+      EXPECT_EQ(write(copy, kAll | form), json);
+      char name[64] = "";
+      VX_Get_Value_To_String(copy, 0x00100010, sizeof name, name);
+      EXPECT_STREQ(name, "M\xFCller^A==B");
+      char comment[64] = "";
+      VX_Get_Value_To_String(copy, 0x00204000, sizeof comment, comment);
+      EXPECT_STREQ(comment, "a<b>&\"'\\\r\n\f.");
+    }
+  }
+}
+
+TEST_F(Json, TheTwoForms) {
+  const Object message;
+  fill(message);
+  const std::string own = write(message, 0);
+  EXPECT_NE(own.find(R"("00080008": {"Value": ["ORIGINAL", ""], "vr": "CS"})"), std::string::npos) << own;
+  EXPECT_NE(own.find(R"("0072007A": {"Value": ["-5", "7"], "vr": "SS"})"), std::string::npos);
+  EXPECT_NE(own.find("a&lt;b&gt;&amp;&quot;&apos;\\\\&#13;&#10;&#12;."), std::string::npos);
+  EXPECT_NE(own.find(R"({"Alphabetic": "M)"
+                     "\xC3\xBC"
+                     R"(ller^A", "Phonetic": "B"})"),
+            std::string::npos);
+  EXPECT_NE(own.find(R"("7FE00010": {"vr": "OW"})"), std::string::npos);
+  EXPECT_NE(own.find(R"("00100020": {"vr": "LO"})"), std::string::npos);
+  const std::string standard = write(message, VX_JSON_STANDARD | VX_JSON_INCLUDE_PIXEL_DATA);
+  EXPECT_NE(standard.find(R"(["ORIGINAL", null])"), std::string::npos);
+  EXPECT_NE(standard.find(R"("Value": [-5, 7])"), std::string::npos);
+  EXPECT_NE(standard.find(R"(a<b>&\"'\\\r\n\f.)"), std::string::npos);
+  EXPECT_NE(standard.find(R"({"InlineBinary": "YWJjZA==", "vr": "OW"})"), std::string::npos);
+  const std::string less = write(message, VX_JSON_EXCLUDE_PRIVATE | VX_JSON_EXCLUDE_SEQUENCES);
+  EXPECT_EQ(less.find("\"0009"), std::string::npos);
+  EXPECT_NE(less.find(R"("00081140": {"vr": "SQ"})"), std::string::npos);
+}
+
+TEST_F(Json, EmptyObjectsAndRefusals) {
+  const Object message;
+  EXPECT_EQ(write(message, 0, VX_MESSAGE_EMPTY), "");
+  EXPECT_EQ(VX_Message_To_Json(message, nullptr, 0, nullptr), VX_NULL_POINTER_PARM);
+  EXPECT_EQ(read(9, "{}"), VX_INVALID_MESSAGE_ID);
+  EXPECT_EQ(read(message, "{}"), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(read(message, "[]"), VX_SYSTEM_ERROR);
+  EXPECT_EQ(read(message, R"({"00100020": {"vr": "LO")"), VX_CALLBACK_CANNOT_COMPLY);
+  VX_Set_Value_From_String(message, 0x00100020, "x");
+  Sink sink;
+  sink.refuse_at = 0;
+  EXPECT_EQ(VX_Message_To_Json(message, &sink, 0, &take), VX_SYSTEM_ERROR);
+}
+
+TEST_F(Json, PrivateBlocksInAnyOrderAndElsewhere) {
+  const Object message;
+  VX_Add_Private_Block(message, "OTHER", 0x0009);
+  EXPECT_EQ(
+      read(message,
+           R"({"00091002": {"vr": "US", "Value": [3, "4"]}, "00090010": {"vr": "LO", "Value": ["ACME 1.0"]},
+                             "00090200": {"vr": "LO", "Value": ["x"]}})"),
+      VX_INVALID_TAG);
+  int32_t value = 0;
+  EXPECT_EQ(VX_Get_pValue_To_Int(message, "ACME 1.0", 0x0009, 0x02, &value), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(value, 3);
+  EXPECT_EQ(VX_Get_Value_To_Int(message, 0x00091102, &value), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(read(message, R"({"000B1002": {"vr": "US", "Value": [3]}})"), VX_NOT_FOUND);
+}
+
+TEST_F(Json, OneBadMemberDoesNotStopTheOthers) {
+  const Object message;
+  EXPECT_EQ(
+      read(message, R"({"00080008": {"vr": "CS", "Value": "A"}, "00100020": {"vr": "LO", "Value": ["id"]},
+                             "0010": {"vr": "LO"}, "00100040": 5, "00281050": {"vr": "DS", "Value": [0.30000000000000004]},
+                             "00280010": {"vr": "US", "InlineBinary": "AQIDBA=="},
+                             "00081140": {"vr": "SQ", "Value": [{}, 7]}, "00204000": {"vr": "LT", "Value": ["a\u0000b"]}})"),
+      VX_INVALID_CHARS_IN_VALUE);
+  char id[16] = "";
+  VX_Get_Value_To_String(message, 0x00100020, sizeof id, id);
+  EXPECT_STREQ(id, "id");
+  const std::string json = write(message, VX_JSON_STANDARD);
+  EXPECT_NE(json.find(R"("00280010": {"Value": [513, 1027], "vr": "US"})"), std::string::npos) << json;
+  EXPECT_NE(json.find(R"("00281050": {"Value": [0.3], "vr": "DS"})"), std::string::npos) << json;
+}
+
+TEST_F(Json, NumbersKeepTheirBits) {
+  const Object message;
+  VX_Add_Nonstandard_Attribute(message, 0x00980003, VX_VR_FD);
+  VX_Add_Nonstandard_Attribute(message, 0x00980005, VX_VR_FL);
+  const double wide[] = {0.1, 1.0 / 3, 5e-324, 1.7976931348623157e308, -0.0, 9223372036854775808.0};
+  const float narrow[] = {0.1F, 1.0F / 3, 1e-45F, 16777216.0F};
+  for (const double v : wide) VX_Set_Next_Value_From_Double(message, 0x00980003, v);
+  for (const float v : narrow) VX_Set_Next_Value_From_Float(message, 0x00980005, v);
+  for (const int32_t form : {0, static_cast<int32_t>(VX_JSON_STANDARD)}) {
+    const Object copy;
+    EXPECT_EQ(read(copy, write(message, form), form), VX_NORMAL_COMPLETION);
+    double got = 0;
+    VX_Get_Value_To_Double(copy, 0x00980003, &got);
+    for (const double v : wide) {
+      EXPECT_EQ(std::memcmp(&got, &v, sizeof v), 0) << v;
+      VX_Get_Next_Value_To_Double(copy, 0x00980003, &got);
+    }
+    float less = 0;
+    VX_Get_Value_To_Float(copy, 0x00980005, &less);
+    for (const float v : narrow) {
+      EXPECT_EQ(less, v);
+      VX_Get_Next_Value_To_Float(copy, 0x00980005, &less);
+    }
+  }
+}
+
+TEST_F(Json, DepthIsBounded) {
+  std::string json;
+  for (int i = 0; i < 600; ++i) json += R"({"00081140": {"vr": "SQ", "Value": [)";
+  json += "{}";
+  for (int i = 0; i < 600; ++i) json += "]}}";
+  const Object message;
+  EXPECT_NE(read(message, json), VX_NORMAL_COMPLETION);
+}
+
+TEST_F(Json, CutAndChangedTextsAreSurvived) {
+  const Object message;
+  fill(message);
+  const std::string json = write(message, kAll | VX_JSON_STANDARD);
+  for (std::size_t i = 0; i < json.size(); ++i) {
+    const Object cut;
+    EXPECT_EQ(read(cut, json.substr(0, i)), VX_CALLBACK_CANNOT_COMPLY);
+    std::string changed = json;
+    changed[i] = static_cast<char>(changed[i] ^ 5);
+    const Object other;
+    read(other, changed, VX_JSON_STANDARD);
+  }
+}
+
+}  // namespace
