@@ -1,0 +1,123 @@
+#!/usr/bin/env python3
+"""JSON that vexal wrote is what dcm2json writes and what pydicom reads, and theirs is read by vexal.
+
+usage: text_forms.py VEXAL SAMPLES
+Files in UTF-8 or ASCII, uncompressed. Exit 77 (skipped) where the samples, dcmtk or pydicom are missing.
+"""
+import glob
+import json
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import warnings
+
+try:
+    import pydicom
+except ImportError:
+    print("pydicom is not installed: skipped")
+    sys.exit(77)
+
+warnings.simplefilter("ignore")
+VEXAL, SAMPLES = sys.argv[1], sys.argv[2]
+if not os.path.isdir(SAMPLES) or shutil.which("dcm2json") is None:
+    print("no samples or no dcm2json: skipped")
+    sys.exit(77)
+
+# A private attribute without its creator, a sequence in UN, and a character set that the peer adds.
+LEFT_OUT = ("made/private-two-creators.dcm", "made/un-defined-length-sq.dcm", "odd/empty-charset.dcm")
+failures = []
+counts = {"files": 0, "elements": 0, "of dcm2json": 0, "of pydicom": 0}
+
+
+def run(*command):
+    return subprocess.run(command, capture_output=True, timeout=60)
+
+
+def plain(value):
+    """A value in a form in which the spellings of one number are equal."""
+    if isinstance(value, dict):
+        return {k: plain(v) for k, v in value.items() if plain(v) not in ("", None, [], {})}
+    if isinstance(value, list):
+        return [plain(v) for v in value]
+    try:
+        return f"{float(value):.6g}"  # FL has no more digits, whoever prints how many
+    except (TypeError, ValueError):
+        return value.strip(" ^") if isinstance(value, str) else value
+
+
+def elements(document):
+    """What a document says of its attributes: bulk values and UN apart, of which programs think differently."""
+    known = {}
+    for tag, member in document.items():
+        if member["vr"] in ("OB", "OW", "OF", "OD", "OL", "OV", "UN") or int(tag[:4], 16) % 2 or tag[4:] == "0000":
+            continue
+        values = member.get("Value", [])
+        known[tag] = [elements(v) for v in values] if member["vr"] == "SQ" else plain(values)
+    return known
+
+
+def compare(name, ours, theirs, who):
+    a, b = elements(ours), elements(theirs)
+    for tag in sorted(a.keys() & b.keys()):
+        counts["elements"] += 1
+        if a[tag] != b[tag] and (a[tag] or b[tag]) and [x for x in b[tag] if x not in (None, {})]:
+            failures.append(f"{name} {tag}: {str(a[tag])[:80]} against {str(b[tag])[:80]} of {who}")
+            return
+    if set(a) != set(b):
+        failures.append(f"{name}: {sorted(set(a) ^ set(b))[:5]} only in one, {who}")
+
+
+def back(name, document, ours, work, who):
+    """The peer's JSON makes the file that ours does."""
+    path = os.path.join(work, "in.json")
+    with open(path, "w", encoding="utf-8") as out:
+        json.dump(document, out)
+    result = run(VEXAL, "json", "--back", path, path + ".dcm")
+    if result.returncode != 0:
+        failures.append(f"{name}: vexal does not read the JSON of {who}: {result.stderr.decode()[:100]}")
+        return
+    compare(name, json.loads(run(VEXAL, "json", path + ".dcm").stdout), ours, who)
+
+
+with tempfile.TemporaryDirectory() as work:
+    for path in sorted(glob.glob(os.path.join(SAMPLES, "**", "*.dcm"), recursive=True)):
+        name = os.path.relpath(path, SAMPLES)
+        if os.path.getsize(path) > 2_000_000 or name.startswith(("bad", "made/broken", "made/stress")) or name in LEFT_OUT:
+            continue
+        try:
+            dataset = pydicom.dcmread(path)
+            if dataset.file_meta.TransferSyntaxUID.is_encapsulated:
+                continue
+            theirs = dataset.to_json_dict()
+        except Exception:  # pylint: disable=broad-except
+            continue  # the peer does not read it
+        if str(dataset.get("SpecificCharacterSet", "") or "ISO_IR 6") not in ("ISO_IR 6", "ISO_IR 192"):
+            continue
+        result = run(VEXAL, "json", path)
+        if result.returncode != 0:
+            continue
+        ours = json.loads(result.stdout)
+        counts["files"] += 1
+        try:
+            pydicom.Dataset.from_json(ours)
+            counts["of pydicom"] += 1
+        except Exception as error:  # pylint: disable=broad-except
+            failures.append(f"{name}: pydicom does not read ours: {error}")
+        peer = run("dcm2json", path)
+        if peer.returncode == 0:
+            try:
+                document = json.loads(peer.stdout)
+            except ValueError:
+                continue
+            counts["of dcm2json"] += 1
+            compare(name, ours, document, "dcm2json")
+            back(name, document, ours, work, "dcm2json")
+
+print(", ".join(f"{n} {what}" for what, n in counts.items()))
+for line in failures:
+    print("FAIL", line)
+if counts["of dcm2json"] == 0:
+    failures.append("nothing was compared")
+sys.exit(1 if failures else 0)
