@@ -13,7 +13,6 @@ namespace vx {
 namespace {
 
 constexpr uint32_t kCharacterSetTag = 0x00080005;
-constexpr int kMaxNames = 6;
 constexpr std::size_t kMaxNameBytes = 16;
 constexpr char kFunction[] = "VXI_ScanCharacter";
 constexpr char kNamesFunction[] = "VXI_GetSpecificCharSetValue";
@@ -85,7 +84,7 @@ void add_name(std::string_view name, bool several, uint32_t& mask) {
 }
 
 // The values up to the first empty one behind the first.
-VX_STATUS read_names(const TagObj& attribute, std::string_view (&names)[kMaxNames], int& count) {
+VX_STATUS read_names(const TagObj& attribute, std::string_view (&names)[kMaxCharsetNames], int& count) {
   count = 0;
   if (attribute.Length == 0) return kOk;
   if (!is_text_vr(attribute.VR)) {
@@ -97,7 +96,7 @@ VX_STATUS read_names(const TagObj& attribute, std::string_view (&names)[kMaxName
                status_text(VX_NO_MORE_VALUES));
     return VX_NO_MORE_VALUES;
   }
-  for (const ValueObj* value = attribute.FirstValue; value != nullptr && count < kMaxNames;
+  for (const ValueObj* value = attribute.FirstValue; value != nullptr && count < kMaxCharsetNames;
        value = value->Next) {
     std::string_view name;
     if (value->Data != nullptr) name = trim({static_cast<const char*>(value->Data), value->Length});
@@ -310,13 +309,17 @@ std::size_t escape_length(std::string_view text, bool& pairs) {
 
 }  // namespace
 
+VX_STATUS charset_names(MsgObj& object, std::string_view (&names)[kMaxCharsetNames], int& count) {
+  count = 0;
+  const TagObj* attribute = find_names(object);
+  return attribute != nullptr ? read_names(*attribute, names, count) : kOk;
+}
+
 VX_STATUS charset_masks(MsgObj& object, CharsetMasks& masks) {
   masks = CharsetMasks{};
-  const TagObj* attribute = find_names(object);
-  if (attribute == nullptr) return kOk;
-  std::string_view names[kMaxNames];
+  std::string_view names[kMaxCharsetNames];
   int count = 0;
-  const VX_STATUS status = read_names(*attribute, names, count);
+  const VX_STATUS status = charset_names(object, names, count);
   if (status != kOk) {
     VX_LOG_ERR("VXI_GetCharSetMasks", "VXI_GetSpecificCharSetValue failed with status: %s",
                status_text(status));

@@ -23,6 +23,11 @@ struct CharsetCache {
   CharsetMasks masks;
 };
 
+// The values of (0008,0005) of the object or of its holders, up to the first empty one behind the first; none
+// if there is no such attribute. They live as long as the attribute. Failures as charset_masks.
+inline constexpr int kMaxCharsetNames = 6;
+VX_STATUS charset_names(MsgObj& object, std::string_view (&names)[kMaxCharsetNames], int& count);
+
 // The masks of the object or, when it has no (0008,0005), of its holders. VX_VALUE_TOO_LARGE and other
 // failures of reading the attribute, logged.
 VX_STATUS charset_masks(MsgObj& object, CharsetMasks& masks);
