@@ -43,6 +43,11 @@ void tell_capture(bool (*function)(TL_Transport&, Values...), TL_Transport& tran
   if (!function(transport, values...)) config_set_bool(VX_CFG_NETWORK_CAPTURE, false);
 }
 
+void close_capture(TL_Transport& transport) {
+  if (transport.captureStream == nullptr || capture_close_stream == nullptr) return;
+  if (!capture_close_stream(transport)) config_set_bool(VX_CFG_NETWORK_CAPTURE, false);
+}
+
 // --- Addresses ---
 
 void store_local_address(TL_Transport& transport) {
@@ -477,7 +482,7 @@ TL_STATUS TL_Connect(TL_Transport& transport, const char* host, const char* port
   if (status == TL_NORMAL) status = complete_transport(transport, "TL_Connect");
   if (status != TL_NORMAL) return status;
   if (transport.secureFunctions == nullptr || TL_Open_Secure_Channel(transport, 0)) return TL_NORMAL;
-  tell_capture(capture_close_stream, transport);
+  close_capture(transport);
   ::close(transport.socket);
   transport.socket = -1;
   return TL_CONNECT_FAILED;
@@ -521,6 +526,7 @@ void TL_Drain(TL_Transport& transport, int32_t timeout) {
     if (transport.secureFunctions != nullptr) {
       uint32_t got = 0;
       if (secure_read_once(transport, scratch, sizeof scratch, got, timeout) != 0 || got == 0) return;
+      tell_capture(capture_data, transport, false, scratch, got);
       continue;
     }
     const long got = receive_some(transport.socket, scratch, sizeof scratch);
@@ -536,7 +542,7 @@ void TL_Drain(TL_Transport& transport, int32_t timeout) {
 
 void TL_Close_Transport(TL_Transport* transport) {
   if (transport->socket >= 0) {
-    tell_capture(capture_close_stream, *transport);
+    close_capture(*transport);
     if (transport->secureFunctions != nullptr) {
       transport->secureFunctions->SS_Close(transport->secureContext, transport->applicationContext);
     }
@@ -551,6 +557,7 @@ void TL_Close_Transport(TL_Transport* transport) {
 }
 
 void TL_Free_Transport(TL_Transport* transport) {
+  close_capture(*transport);
   release(transport->remoteName);
   release(transport->remoteAddress);
   release(transport->secureFunctions);

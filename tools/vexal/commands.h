@@ -14,6 +14,7 @@ extern const Command kTemplate;
 extern const Command kLookup;
 extern const Command kConfig;
 extern const Command kDir;
+extern const Command kCapture;
 extern const Command kEcho;
 extern const Command kStore;
 extern const Command kFind;

@@ -1,0 +1,314 @@
+// The network capture: the files of the library, and an application's own table.
+#include <arpa/inet.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+#include "config/config.h"
+#include "net/capture.h"
+#include "net/wire.h"
+
+namespace {
+
+using namespace vx;
+namespace fs = std::filesystem;
+
+uint32_t little(const std::string& bytes, std::size_t at, int width) {
+  uint32_t value = 0;
+  for (int i = width - 1; i >= 0; --i) value = value << 8 | static_cast<uint8_t>(bytes.at(at + i));
+  return value;
+}
+uint32_t big(const std::string& bytes, std::size_t at, int width) {
+  uint32_t value = 0;
+  for (int i = 0; i < width; ++i) value = value << 8 | static_cast<uint8_t>(bytes.at(at + i));
+  return value;
+}
+// The checksum over words that hold a right checksum is zero.
+uint32_t checksum(const std::string& bytes) {
+  uint32_t sum = 0;
+  for (std::size_t i = 0; i < bytes.size(); i += 2) {
+    sum += big(bytes, i, 1) << 8 | (i + 1 < bytes.size() ? big(bytes, i + 1, 1) : 0);
+  }
+  while (sum >> 16 != 0) sum = (sum & 0xFFFF) + (sum >> 16);
+  return ~sum & 0xFFFF;
+}
+
+struct Packet {
+  uint32_t source_port, sequence, acknowledge, flags;
+  std::string data;
+};
+
+std::string slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// Checks all that is fixed while it reads.
+std::vector<Packet> packets(const std::string& path) {
+  const std::string bytes = slurp(path);
+  std::vector<Packet> found;
+  if (bytes.size() < 128) {
+    ADD_FAILURE() << path << " has no header";
+    return found;
+  }
+  EXPECT_EQ(bytes.substr(0, 12), std::string("XCP\0"
+                                             "001.100\0",
+                                             12));
+  EXPECT_EQ(little(bytes, 60, 4), 10'000'000U);
+  std::size_t at = 128;
+  while (at + 82 <= bytes.size()) {
+    const uint32_t frame = little(bytes, at + 10, 2);
+    const std::string ip = bytes.substr(at + 42, 20);
+    const std::string tcp = bytes.substr(at + 62, frame - 34);
+    EXPECT_EQ(big(ip, 2, 2), frame - 14);
+    EXPECT_EQ(checksum(ip), 0U);
+    const std::string pseudo = ip.substr(12, 8) + std::string("\0\6", 2) + wire::be16(tcp.size());
+    EXPECT_EQ(checksum(pseudo + tcp), 0U);
+    found.push_back(
+        {big(tcp, 0, 2), big(tcp, 4, 4), big(tcp, 8, 4), big(tcp, 12, 2) & 0xFFF, tcp.substr(20)});
+    at += 28 + frame;
+  }
+  EXPECT_EQ(at, bytes.size());
+  EXPECT_EQ(little(bytes, 16, 4), found.size());
+  return found;
+}
+
+const sockaddr* address(uint16_t port) {
+  static thread_local sockaddr_in places[8];
+  sockaddr_in& place = places[port % 8];
+  place = {};
+  place.sin_family = AF_INET;
+  place.sin_port = htons(port);
+  place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return reinterpret_cast<const sockaddr*>(&place);
+}
+
+class Capture : public support::LibraryTest {
+ protected:
+  std::string path(const char* name) const { return folder().path(name); }
+  void settings(int32_t size, int32_t files, bool rewrite) {
+    set_text(VX_CFG_CAPTURE_FILE, path("net.cap"));
+    set_long(VX_CFG_CAPTURE_FILE_SIZE, size);
+    set_int(VX_CFG_NUMBER_OF_CAP_FILES, files);
+    set_bool(VX_CFG_REWRITE_CAPTURE_FILES, rewrite);
+    set_bool(VX_CFG_NETWORK_CAPTURE, true);
+  }
+  // A connection of the library's own table, from port 1 to port 2.
+  static void* open() {
+    void* stream = capture_files().OpenStream(nullptr, address(1), address(2));
+    EXPECT_EQ(capture_files().ConnectionOpened(nullptr, stream, address(1), address(2)), 0);
+    return stream;
+  }
+  static int32_t say(void* stream, uint16_t from, const std::string& data) {
+    return capture_files().DataSent(nullptr, stream, address(from), address(static_cast<uint16_t>(3 - from)),
+                                    data.data(), static_cast<int32_t>(data.size()));
+  }
+  static void close(void* stream) {
+    EXPECT_EQ(capture_files().ConnectionClosing(nullptr, stream, address(1), address(2)), 0);
+    capture_files().CloseStream(nullptr, stream);
+  }
+};
+
+TEST_F(Capture, AConnectionIsDrawnWithRightNumbersAndSums) {
+  settings(0, 5, true);  // no limit: no rotation
+  void* stream = open();
+  std::string data;
+  for (int i = 0; i < 70000; ++i) data += static_cast<char>(i * 7);
+  EXPECT_EQ(say(stream, 1, data), 0);
+  EXPECT_EQ(say(stream, 2, "odd"), 0);
+  EXPECT_EQ(say(stream, 2, ""), 0);
+  close(stream);
+  const std::vector<Packet> all = packets(path("net.cap"));
+  ASSERT_EQ(all.size(), 11U);
+  EXPECT_EQ(all[0].flags, 0x02U);
+  EXPECT_EQ(all[1].flags, 0x12U);
+  EXPECT_EQ(all[2].flags, 0x10U);
+  EXPECT_EQ(all[1].acknowledge, all[0].sequence + 1);
+  EXPECT_EQ(all[3].data + all[4].data + all[5].data, data);
+  EXPECT_EQ(all[3].data.size(), 32000U);
+  EXPECT_EQ(all[5].data.size(), 6000U);
+  EXPECT_EQ(all[5].sequence, all[3].sequence + 64000);
+  EXPECT_EQ(all[6].source_port, 2U);
+  EXPECT_EQ(all[6].data, "odd");
+  EXPECT_EQ(all[6].acknowledge, all[0].sequence + 1 + 70000);
+  EXPECT_EQ(all[7].flags, 0x11U);
+  EXPECT_EQ(all[10].acknowledge, all[9].sequence + 1);
+  struct stat info {};
+  ASSERT_EQ(::stat(path("net.cap").c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0600U);
+}
+
+TEST_F(Capture, TheRotationEndsOrBeginsAnew) {
+  settings(100, 3, false);
+  for (int i = 0; i < 4; ++i) {
+    void* stream = open();
+    EXPECT_EQ(say(stream, 1, std::string(1, static_cast<char>('a' + i))), 0);
+    close(stream);
+  }
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(folder().path("."))) {
+    if (entry.path().extension() == ".cap") names.push_back(entry.path().filename());
+  }
+  EXPECT_LE(names.size(), 3U);  // numbers go on where an earlier capture of the process ended
+  // With the key on the next ones begin anew, while a connection that is open keeps its file.
+  set_bool(VX_CFG_REWRITE_CAPTURE_FILES, true);
+  void* live = open();
+  for (int i = 0; i < 3; ++i) close(open());
+  EXPECT_EQ(say(live, 1, "still here"), 0);
+  close(live);
+  for (const char* name : {"net001.cap", "net002.cap", "net003.cap"}) {
+    EXPECT_EQ(packets(path(name)).size(), 7U) << name;
+  }
+}
+
+TEST_F(Capture, SettingsChangeUnderOpenConnections) {
+  settings(0, 1, true);
+  void* first = open();
+  set_text(VX_CFG_CAPTURE_FILE, path("other.cap"));
+  void* second = open();
+  EXPECT_EQ(say(first, 1, "one"), 0);
+  EXPECT_EQ(say(second, 1, "two"), 0);
+  close(second);
+  set_bool(VX_CFG_NETWORK_CAPTURE, false);
+  set_bool(VX_CFG_NETWORK_CAPTURE, true);
+  close(first);
+  EXPECT_EQ(packets(path("net.cap")).size(), 8U);
+  EXPECT_EQ(packets(path("other.cap")).size(), 8U);
+  // A stream of a stopped capture is passed over, and the file that another one holds is not taken.
+  void* third = open();
+  set_bool(VX_CFG_NETWORK_CAPTURE, false);
+  EXPECT_EQ(say(third, 1, "unheard"), 0);
+  close(third);
+  EXPECT_EQ(packets(path("other.cap")).size(), 3U);
+}
+
+TEST_F(Capture, ALimitKeepsWhatIsThereAndALinkIsNotFollowed) {
+  settings(10, 1, true);  // taken as 32
+  void* stream = open();
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(say(stream, 1, std::string(20000, 'x')), 0);
+  close(stream);
+  EXPECT_EQ(packets(path("net.cap")).size(), 5U);
+  set_bool(VX_CFG_NETWORK_CAPTURE, false);
+  std::ofstream(path("victim")) << "precious";
+  fs::create_symlink(path("victim"), path("link.cap"));
+  set_text(VX_CFG_CAPTURE_FILE, path("link.cap"));
+  set_bool(VX_CFG_NETWORK_CAPTURE, true);
+  close(open());
+  EXPECT_TRUE(has_log("Unable to open"));
+  EXPECT_EQ(slurp(path("victim")), "precious");
+}
+
+// --- Through the transport ---
+
+struct Counts {
+  int opened = 0, closing = 0, closed = 0, stopped = 0, settings = 0;
+  std::string data;
+  int32_t answer = 0;
+};
+
+const NetworkCaptureCallbacks& counting(Counts& counts) {
+  static NetworkCaptureCallbacks table;
+  table = {&counts,
+           [](void* c, int32_t, const char*, int32_t, int32_t) {
+             ++static_cast<Counts*>(c)->settings;
+             return 1;
+           },
+           [](void* c) { ++static_cast<Counts*>(c)->stopped; },
+           [](void* c, const sockaddr*, const sockaddr*) { return c; },
+           [](void* c, void*) { ++static_cast<Counts*>(c)->closed; },
+           [](void* c, void*, const sockaddr*, const sockaddr*) {
+             ++static_cast<Counts*>(c)->opened;
+             return 0;
+           },
+           [](void* c, void*, const sockaddr*, const sockaddr*) {
+             ++static_cast<Counts*>(c)->closing;
+             return 0;
+           },
+           [](void* c, void*, const sockaddr*, const sockaddr*, const void* data, int32_t length) {
+             static_cast<Counts*>(c)->data.append(static_cast<const char*>(data), length);
+             return static_cast<Counts*>(c)->answer;
+           }};
+  return table;
+}
+
+class CaptureOfTransport : public Capture {
+ protected:
+  void TearDown() override {
+    if (client_ != nullptr) TL_Close_Transport(client_);
+    if (server_ != nullptr) TL_Close_Transport(server_);
+    if (listener_ != nullptr) TL_Release_Listen_Port(listener_);
+    Capture::TearDown();
+  }
+  void connect() {
+    set_bool(VX_CFG_ACCEPT_ANY_HOSTNAME, true);
+    while (listener_ == nullptr && TL_Prepare_Listen_Port(port_, "127.0.0.1", listener_) != TL_NORMAL)
+      ++port_;
+    client_ = TL_Create_Transport(nullptr, nullptr);
+    ASSERT_EQ(TL_Connect(*client_, "127.0.0.1", std::to_string(port_).c_str(), 5), TL_NORMAL);
+    ASSERT_EQ(TL_Wait_For_Connection(server_, 5, listener_, 0), TL_NORMAL);
+  }
+  void say_hello() {
+    char text[] = "hello";
+    iovec piece{text, 5};
+    ASSERT_EQ(TL_Write("test", *client_, &piece, 1, 5), TL_NORMAL);
+    char got[5];
+    uint32_t count = 0;
+    ASSERT_EQ(TL_Read(*server_, got, 5, count, 5, 5), TL_NORMAL);
+  }
+  void disconnect() {
+    TL_Close_Transport(client_);
+    TL_Close_Transport(server_);
+    client_ = server_ = nullptr;
+  }
+  static bool capturing() { return config_bool(VX_CFG_NETWORK_CAPTURE); }
+  int32_t port_ = 34000 + ::getpid() % 20000;
+  TL_ListenPortObj* listener_ = nullptr;
+  TL_Transport* client_ = nullptr;
+  TL_Transport* server_ = nullptr;
+};
+
+TEST_F(CaptureOfTransport, BothSidesAreRecorded) {
+  settings(0, 1, true);
+  connect();
+  say_hello();
+  disconnect();
+  const std::vector<Packet> all = packets(path("net.cap"));
+  ASSERT_EQ(all.size(), 16U);
+  for (const std::size_t i : {6U, 7U}) {
+    EXPECT_EQ(all[i].data, "hello");
+    EXPECT_EQ(all[i].source_port, all[0].source_port);  // the side that connected
+  }
+}
+
+TEST_F(CaptureOfTransport, AnApplicationsTableSeesAllAndItsFailureEndsTheCapture) {
+  Counts counts;
+  NetworkCaptureCallbacks partial = counting(counts);
+  partial.Stop = nullptr;
+  EXPECT_EQ(VX_Register_Network_Capture_Callbacks(&partial), VX_NULL_POINTER_PARM);
+  // A connection that is older than the capture goes unrecorded, and does not end it.
+  connect();
+  settings(0, 1, true);
+  ASSERT_EQ(VX_Register_Network_Capture_Callbacks(&counting(counts)), VX_NORMAL_COMPLETION);
+  say_hello();
+  disconnect();
+  EXPECT_EQ(counts.opened + counts.closing + counts.closed, 0);
+  EXPECT_TRUE(capturing());
+  connect();
+  set_int(VX_CFG_NUMBER_OF_CAP_FILES, 7);
+  EXPECT_EQ(counts.settings, 2);
+  say_hello();
+  EXPECT_EQ(counts.data, "hellohello");
+  disconnect();
+  EXPECT_EQ(counts.opened, 2);
+  EXPECT_EQ(counts.closing, 2);
+  EXPECT_EQ(counts.closed, 2);
+  counts.answer = 1;
+  connect();
+  say_hello();
+  EXPECT_FALSE(capturing());
+  EXPECT_EQ(counts.stopped, 1);
+}
+
+}  // namespace
