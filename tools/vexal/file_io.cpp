@@ -8,9 +8,11 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
 #include "files.h"
 #include "session.h"
+#include "uid.h"
 
 namespace vexal {
 namespace {
@@ -33,10 +35,14 @@ mode_t creation_mask() {
   return mask;
 }
 
+std::string folder_of(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
 // The new name of a file, made to last.
 std::string sync_folder(const std::string& path) {
-  const std::string folder = std::filesystem::path(path).parent_path().string();
-  const int fd = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int fd = ::open(folder_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0) return system_text("can not open the folder", errno);
   const int error = ::fsync(fd) != 0 ? errno : 0;
   ::close(fd);
@@ -149,30 +155,41 @@ FileSink::~FileSink() {
 void FileSink::drop() {
   if (fd_ >= 0) ::close(fd_);
   fd_ = -1;
-  if (!temporary_.empty()) ::unlink(temporary_.c_str());
+  if (!temporary_.empty() && !nameless_) ::unlink(temporary_.c_str());
   temporary_.clear();
+  nameless_ = false;
 }
 
+// Where the system can do it, the file has no name at all until it is complete: nothing to clean up, whatever
+// happens, and one change of the folder instead of three.
 std::string FileSink::open(const std::string& path) {
   drop();
   path_ = path;
+  struct stat status {};
+  const bool replaces = ::stat(path.c_str(), &status) == 0;
+  fd_ = replaces ? -1 : ::open(folder_of(path).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+  nameless_ = fd_ >= 0;
+  if (nameless_) {
+    temporary_ = "/proc/self/fd/" + std::to_string(fd_);
+    if (::access(temporary_.c_str(), F_OK) != 0) drop();  // no such folder here
+  }
+  if (fd_ < 0) {
+    const std::string error = open_named(path, replaces ? status.st_mode & 07777 : 0666 & ~creation_mask());
+    if (!error.empty()) return error;
+  }
+  buffer_.resize(kBlock);
+  used_ = 0;
+  error_ = 0;
+  return "";
+}
+
+std::string FileSink::open_named(const std::string& path, mode_t mode) {
   std::string name = path + ".XXXXXX";
   fd_ = ::mkostemp(name.data(), O_CLOEXEC);
   if (fd_ < 0) return system_text("can not create a file beside it", errno);
   temporary_ = name;
   // Temporary files are born private; the finished one gets what a new file, or the one replaced, would have.
-  struct stat status {};
-  mode_t mode = 0;
-  if (::stat(path.c_str(), &status) == 0) {
-    mode = status.st_mode & 07777;
-  } else {
-    mode = 0666 & ~creation_mask();
-  }
-  if (::fchmod(fd_, mode) != 0) return system_text("can not set the mode", errno);
-  buffer_.resize(kBlock);
-  used_ = 0;
-  error_ = 0;
-  return "";
+  return ::fchmod(fd_, mode) == 0 ? "" : system_text("can not set the mode", errno);
 }
 
 bool FileSink::write_all(const char* data, std::size_t length) {
@@ -212,14 +229,32 @@ std::string FileSink::place(
 std::string FileSink::commit(bool durable) {
   if (!flush()) return system_text("can not write", error_);
   if (durable && ::fsync(fd_) != 0) return system_text("can not write", errno);
-  if (::close(fd_) != 0) {
-    fd_ = -1;
-    return system_text("can not write", errno);
+  if (nameless_) {
+    const std::string error = give_name();
+    if (!error.empty()) return error;
   }
-  fd_ = -1;
-  if (::rename(temporary_.c_str(), path_.c_str()) != 0) return system_text("can not replace it", errno);
+  if (::close(std::exchange(fd_, -1)) != 0) return system_text("can not write", errno);
+  if (!temporary_.empty() && ::rename(temporary_.c_str(), path_.c_str()) != 0)
+    return system_text("can not replace it", errno);
   temporary_.clear();
   return durable ? sync_folder(path_) : "";
+}
+
+// The final name, or where that has come to be taken meanwhile, one that can be renamed to it.
+std::string FileSink::give_name() {
+  const auto link = [&](const std::string& name) {
+    return ::linkat(AT_FDCWD, temporary_.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
+  };
+  std::string name;
+  bool linked = link(path_);
+  for (int tries = 0; !linked && errno == EEXIST && tries < 100; ++tries) {
+    name = path_ + "." + new_uid();
+    linked = link(name);
+  }
+  if (!linked) return system_text("can not give it its name", errno);
+  nameless_ = false;
+  temporary_ = name;
+  return "";
 }
 
 VX_STATUS FileSink::file_output(const char*, void* user, uint32_t size, void* data, int32_t, int32_t) {

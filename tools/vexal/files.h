@@ -1,6 +1,8 @@
 // Files in and out: blocks to and from the library, large values that stay in their file, safe replacement.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -85,12 +87,15 @@ class FileSink {
                                int32_t last);
 
  private:
+  std::string open_named(const std::string& path, mode_t mode);
+  std::string give_name();
   bool flush();
   bool write_all(const char* data, std::size_t length);
 
   int fd_ = -1;
   std::string path_;
-  std::string temporary_;
+  std::string temporary_;  // how the file can be reached until it has its name
+  bool nameless_ = false;
   std::vector<char> buffer_;
   std::size_t used_ = 0;
   int error_ = 0;
