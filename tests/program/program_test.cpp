@@ -421,6 +421,11 @@ TEST_F(Program, JsonAndBack) {
   }
   EXPECT_EQ(run("json " + a + " " + a).out, run("json " + a).out + run("json " + a).out);
   EXPECT_EQ(run("json --no-bulk " + a).out.find("InlineBinary"), std::string::npos);
+  const std::string apart = run("json --bulk " + path("bulk") + " " + a).out;
+  EXPECT_EQ(apart.find("InlineBinary"), std::string::npos);
+  const std::size_t uri = apart.find(path("bulk/"));
+  ASSERT_NE(uri, std::string::npos) << apart;
+  EXPECT_EQ(fs::file_size(apart.substr(uri, apart.find('"', uri) - uri)), 131072U);
   write("bad.json", "{\"00100020\": {\"vr\": ");
   EXPECT_EQ(run("json --back " + path("bad.json") + " " + path("x.dcm")).exit, 2);
   EXPECT_FALSE(fs::exists(path("x.dcm")));
