@@ -15,6 +15,7 @@ extern const Command kLookup;
 extern const Command kConfig;
 extern const Command kDir;
 extern const Command kCapture;
+extern const Command kSr;
 extern const Command kEcho;
 extern const Command kStore;
 extern const Command kFind;

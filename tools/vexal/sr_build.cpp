@@ -1,0 +1,401 @@
+// vexal sr build: a report from JSON.
+#include <jansson.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <iterator>
+#include <map>
+#include <memory>
+
+#include "args.h"
+#include "names.h"
+#include "network.h"
+#include "session.h"
+#include "sr_document.h"
+#include "uid.h"
+
+namespace vexal {
+namespace {
+
+struct Drop {
+  void operator()(json_t* value) const { json_decref(value); }
+};
+using Json = std::unique_ptr<json_t, Drop>;
+
+const char* text_of(const json_t* object, const char* key) {
+  return json_string_value(json_object_get(object, key));
+}
+
+struct CodeText {
+  explicit CodeText(const json_t* object)
+      : value(text_of(object, "code")),
+        scheme(text_of(object, "scheme")),
+        meaning(text_of(object, "meaning")) {}
+  const char* value;
+  const char* scheme;
+  const char* meaning;
+};
+
+// The number of a text in a table, or -1.
+int32_t find(const char* const* terms, std::size_t count, const char* text) {
+  for (std::size_t i = 0; text != nullptr && i < count; ++i) {
+    if (std::strcmp(terms[i], text) == 0) return static_cast<int32_t>(i);
+  }
+  return -1;
+}
+constexpr const char* kSpatial[] = {"POINT",   "MULTIPOINT", "POLYLINE", "CIRCLE",
+                                    "ELLIPSE", "POLYGON",    "ELLIPSOID"};
+constexpr const char* kTemporal[] = {"POINT", "MULTIPOINT", "SEGMENT", "MULTISEGMENT", "BEGIN", "END"};
+constexpr const char* kContinuity[] = {"SEPARATE", "CONTINUOUS"};
+
+double number_at(const json_t* data, std::size_t index) {
+  const json_t* value = json_array_get(data, index);
+  const char* text = json_string_value(value);
+  return text != nullptr ? std::strtod(text, nullptr) : json_number_value(value);
+}
+float float_at(const json_t* data, std::size_t index) {
+  return static_cast<float>(number_at(data, index));
+}
+
+// Makes the free node of one object; its children come later.
+class NodeMaker {
+ public:
+  explicit NodeMaker(const json_t* object)
+      : object_(object),
+        data_(json_object_get(object, "data")),
+        concept_(json_object_get(object, "concept")) {}
+
+  VX_STATUS make(int32_t& id) const {
+    const char* type = text_of(object_, "type");
+    if (type == nullptr) return VX_NULL_POINTER_PARM;
+    for (const Row& row : kRows) {
+      if (std::strcmp(row.type, type) != 0) continue;
+      VX_STATUS status = (this->*row.make)(id);
+      // Only some of the makers take a concept name; the others get it here.
+      if (status == VX_NORMAL_COMPLETION && row.name_later && concept_.value != nullptr) {
+        status = VX_SRH_Set_Concept_Name(id, concept_.value, concept_.scheme, concept_.meaning);
+      }
+      return status;
+    }
+    return VX_INCOMPATIBLE_VALUE;
+  }
+
+ private:
+  struct Row {
+    const char* type;
+    VX_STATUS (NodeMaker::*make)(int32_t& id) const;
+    bool name_later;
+  };
+  static const Row kRows[15];
+
+  using Simple = VX_STATUS (*)(const char*, const char*, const char*, const char*, int32_t*);
+  template <Simple Create>
+  VX_STATUS simple(int32_t& id) const {
+    return Create(concept_.value, concept_.scheme, concept_.meaning, text_of(object_, "value"), &id);
+  }
+  VX_STATUS code(int32_t& id) const {
+    const CodeText code(json_object_get(object_, "code"));
+    return VX_SRH_Create_CODE_Node(concept_.value, concept_.scheme, concept_.meaning, code.value, code.scheme,
+                                   code.meaning, &id);
+  }
+  VX_STATUS number(int32_t& id) const {
+    const CodeText unit(json_object_get(object_, "unit"));
+    const json_t* value = json_object_get(object_, "value");
+    char digits[32];
+    const char* text = json_string_value(value);
+    if (json_is_number(value)) {
+      std::snprintf(digits, sizeof digits, "%.10g", json_number_value(value));
+      text = digits;
+    }
+    VX_STATUS status = VX_SRH_Create_NUM_Node(concept_.value, concept_.scheme, concept_.meaning, text,
+                                              unit.value, unit.scheme, unit.meaning, &id);
+    const CodeText qualifier(json_object_get(object_, "qualifier"));
+    if (status == VX_NORMAL_COMPLETION && qualifier.value != nullptr) {
+      status = VX_SRH_Set_NUM_Qualifier(id, qualifier.value, qualifier.scheme, qualifier.meaning);
+    }
+    return status;
+  }
+  VX_STATUS region(int32_t& id) const {
+    VX_STATUS status = VX_SRH_Create_SCOORD_Node(float_at(data_, 0), float_at(data_, 1), spatial(), &id);
+    for (std::size_t i = 2; i + 1 < json_array_size(data_) && status == VX_NORMAL_COMPLETION; i += 2) {
+      status = VX_SRH_Set_SCOORD_Next_Data(id, float_at(data_, i), float_at(data_, i + 1));
+    }
+    return status;
+  }
+  SRH_XYZ point(std::size_t index) const {
+    return {float_at(data_, index), float_at(data_, index + 1), float_at(data_, index + 2)};
+  }
+  VX_STATUS region_3d(int32_t& id) const {
+    VX_STATUS status =
+        VX_SRH_Create_SCOORD3D_Node(text_of(object_, "frame_of_reference"), point(0), spatial(), &id);
+    for (std::size_t i = 3; i + 2 < json_array_size(data_) && status == VX_NORMAL_COMPLETION; i += 3) {
+      status = VX_SRH_Set_SCOORD3D_Next_Data(id, point(i));
+    }
+    return status;
+  }
+  VX_STATUS times(int32_t& id) const {
+    const char* by = text_of(object_, "by");
+    const int32_t kind = find(kTemporal, std::size(kTemporal), text_of(object_, "kind"));
+    const bool offset = by != nullptr && std::strcmp(by, "offset") == 0;
+    const bool datetime = by != nullptr && std::strcmp(by, "datetime") == 0;
+    VX_STATUS status = json_array_size(data_) == 0 ? VX_EMPTY_VALUE : VX_NORMAL_COMPLETION;
+    for (std::size_t i = 0; i < json_array_size(data_) && status == VX_NORMAL_COMPLETION; ++i) {
+      const char* text = json_string_value(json_array_get(data_, i));
+      const auto position = static_cast<uint32_t>(std::min(std::max(number_at(data_, i), 0.0), 4294967295.0));
+      if (datetime) {
+        status =
+            i == 0 ? VX_SRH_Create_TCOORD_D_Node(text, kind, &id) : VX_SRH_Set_TCOORD_D_Next_Data(id, text);
+      } else if (offset) {
+        status =
+            i == 0 ? VX_SRH_Create_TCOORD_O_Node(text, kind, &id) : VX_SRH_Set_TCOORD_O_Next_Data(id, text);
+      } else {
+        status = i == 0 ? VX_SRH_Create_TCOORD_R_Node(position, kind, &id)
+                        : VX_SRH_Set_TCOORD_R_Next_Data(id, position);
+      }
+    }
+    return status;
+  }
+  VX_STATUS composite(int32_t& id) const {
+    return VX_SRH_Create_COMPOSITE_Node(text_of(object_, "class"), text_of(object_, "instance"), &id);
+  }
+  template <typename Number>
+  std::vector<Number> numbers() const {
+    std::vector<Number> found;
+    for (std::size_t i = 0; i < json_array_size(data_); ++i) {
+      found.push_back(static_cast<Number>(std::min(std::max(number_at(data_, i), 0.0), 65535.0)));
+    }
+    return found;
+  }
+  VX_STATUS image(int32_t& id) const {
+    const VX_STATUS status =
+        VX_SRH_Create_IMAGE_Node(text_of(object_, "class"), text_of(object_, "instance"), &id);
+    const auto frames = numbers<int32_t>();
+    if (status != VX_NORMAL_COMPLETION || frames.empty()) return status;
+    return VX_SRH_Set_IMAGE_Frames(id, frames.data(), static_cast<int32_t>(frames.size()));
+  }
+  VX_STATUS waveform(int32_t& id) const {
+    const VX_STATUS status =
+        VX_SRH_Create_WAVEFORM_Node(text_of(object_, "class"), text_of(object_, "instance"), &id);
+    const auto channels = numbers<uint16_t>();
+    if (status != VX_NORMAL_COMPLETION || channels.empty()) return status;
+    return VX_SRH_Set_WAVEFORM_Channels(id, channels.data(), static_cast<int32_t>(channels.size()));
+  }
+  VX_STATUS container(int32_t& id) const {
+    return VX_SRH_Create_CONTAINER_Node(continuity(object_), text_of(object_, "template"), &id);
+  }
+  int32_t spatial() const { return find(kSpatial, std::size(kSpatial), text_of(object_, "kind")); }
+
+ public:
+  static int32_t continuity(const json_t* object) {
+    const char* kind = text_of(object, "kind");
+    return kind == nullptr ? SRH_SEPARATE : find(kContinuity, std::size(kContinuity), kind);
+  }
+
+ private:
+  const json_t* object_;
+  const json_t* data_;
+  CodeText concept_;
+};
+
+const NodeMaker::Row NodeMaker::kRows[15] = {
+    {"TEXT", &NodeMaker::simple<VX_SRH_Create_TEXT_Node>, false},
+    {"CODE", &NodeMaker::code, false},
+    {"NUM", &NodeMaker::number, false},
+    {"DATETIME", &NodeMaker::simple<VX_SRH_Create_DATETIME_Node>, false},
+    {"DATE", &NodeMaker::simple<VX_SRH_Create_DATE_Node>, false},
+    {"TIME", &NodeMaker::simple<VX_SRH_Create_TIME_Node>, false},
+    {"UIDREF", &NodeMaker::simple<VX_SRH_Create_UIDREF_Node>, false},
+    {"PNAME", &NodeMaker::simple<VX_SRH_Create_PNAME_Node>, false},
+    {"SCOORD", &NodeMaker::region, true},
+    {"SCOORD3D", &NodeMaker::region_3d, true},
+    {"TCOORD", &NodeMaker::times, true},
+    {"COMPOSITE", &NodeMaker::composite, true},
+    {"IMAGE", &NodeMaker::image, true},
+    {"WAVEFORM", &NodeMaker::waveform, true},
+    {"CONTAINER", &NodeMaker::container, true},
+};
+
+int32_t relationship_of(const json_t* object) {
+  const char* text = text_of(object, "relationship");
+  for (int32_t i = SRH_CONTAINS; text != nullptr && i <= SRH_SELECTED_FROM; ++i) {
+    if (std::strcmp(sr_relationship_name(i), text) == 0) return i;
+  }
+  return -1;
+}
+
+void set_text(int32_t id, uint32_t tag, const std::string& text) {
+  if (text.empty()) {
+    VX_Set_Value_To_NULL(id, tag);
+    return;
+  }
+  std::size_t from = 0;
+  for (bool first = true; from <= text.size(); first = false) {
+    const std::size_t end = std::min(text.find('\\', from), text.size());
+    const std::string part = text.substr(from, end - from);
+    (first ? VX_Set_Value_From_String : VX_Set_Next_Value_From_String)(id, tag, part.c_str());
+    from = end + 1;
+  }
+}
+
+class Builder {
+ public:
+  ~Builder() {
+    if (tree_) VX_SR_To_Message(root_);
+    if (is_file_)
+      VX_Free_File(&root_);
+    else if (root_ > 0)
+      VX_Free_Message(&root_);
+  }
+  // An error text, empty on success.
+  std::string build(const json_t* document);
+  std::string write(const std::string& path);
+
+ private:
+  std::string add_nodes(const json_t* report);
+  void set_head(const json_t* attributes, const std::string& sop_class);
+
+  int32_t root_ = 0;
+  bool tree_ = false;
+  bool is_file_ = false;
+};
+
+std::string Builder::build(const json_t* document) {
+  const json_t* report = json_object_get(document, "report");
+  const json_t* attributes = json_object_get(document, "attributes");
+  if (!json_is_object(report)) return "there is no \"report\"";
+  const char* named = text_of(attributes, "SOPClassUID");
+  const std::string sop_class = named != nullptr ? named : "1.2.840.10008.5.1.4.1.1.88.33";
+  const CodeText title(json_object_get(report, "concept"));
+  const VX_STATUS status =
+      VX_SRH_Create_SR(service_of_class(sop_class).c_str(), text_of(report, "template"),
+                       NodeMaker::continuity(report), title.value, title.scheme, title.meaning, &root_);
+  if (status != VX_NORMAL_COMPLETION)
+    return std::string("the title of the report: ") + VX_Error_Message(status);
+  tree_ = true;
+  const std::string error = add_nodes(report);
+  VX_SR_To_Message(root_);
+  tree_ = false;
+  set_head(attributes, sop_class);
+  return error;
+}
+
+std::string Builder::add_nodes(const json_t* report) {
+  struct Level {
+    int32_t id;
+    const json_t* content;
+    std::size_t next;
+    std::string location;
+  };
+  struct Reference {
+    int32_t item;
+    std::string target;
+  };
+  std::vector<Level> levels = {{root_, json_object_get(report, "content"), 0, "1"}};
+  std::vector<Reference> references;
+  while (!levels.empty()) {
+    Level& level = levels.back();
+    if (level.next >= json_array_size(level.content)) {
+      levels.pop_back();
+      continue;
+    }
+    const json_t* object = json_array_get(level.content, level.next++);
+    const std::string location = level.location + "." + std::to_string(level.next);
+    VX_STATUS status = VX_NORMAL_COMPLETION;
+    int32_t id = 0;
+    if (const char* target = text_of(object, "target"); target != nullptr) {
+      // Its place is kept by an item; where it leads is known at the end.
+      status = VX_Open_Item(&id, "SR_CONTENT");
+      references.push_back({id, target});
+    } else {
+      status = NodeMaker(object).make(id);
+    }
+    if (status == VX_NORMAL_COMPLETION) {
+      status = VX_SRH_Add_Child(level.id, relationship_of(object), &id);
+    }
+    if (status != VX_NORMAL_COMPLETION) {
+      if (id > 0) VX_Free_Item(&id);
+      return "content " + location + ": " + VX_Error_Message(status);
+    }
+    levels.push_back({id, json_object_get(object, "content"), 0, location});
+  }
+  for (const Reference& reference : references) {
+    bool first = true;
+    for (std::size_t from = 0; from <= reference.target.size(); first = false) {
+      const std::size_t end = std::min(reference.target.find('.', from), reference.target.size());
+      (first ? VX_Set_Value_From_String : VX_Set_Next_Value_From_String)(
+          reference.item, 0x0040DB73, reference.target.substr(from, end - from).c_str());
+      from = end + 1;
+    }
+    int32_t target = 0;
+    if (VX_SRH_Get_Reference(reference.item, &target) != VX_NORMAL_COMPLETION) {
+      return "the reference to " + reference.target + " leads nowhere";
+    }
+  }
+  return {};
+}
+
+// What the JSON does not have and a report must.
+void Builder::set_head(const json_t* attributes, const std::string& sop_class) {
+  char date[16];
+  char time_text[16];
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  std::strftime(date, sizeof date, "%Y%m%d", &local);
+  std::strftime(time_text, sizeof time_text, "%H%M%S", &local);
+  const std::map<uint32_t, std::string> defaults = {
+      {0x00080005, "ISO_IR 192"}, {0x00080016, sop_class}, {0x00080018, new_uid()},
+      {0x00080020, date},         {0x00080023, date},      {0x00080030, time_text},
+      {0x00080033, time_text},    {0x00080050, ""},        {0x00080060, "SR"},
+      {0x00080070, "VexalKit"},   {0x00080090, ""},        {0x00081111, ""},
+      {0x00100010, ""},           {0x00100020, ""},        {0x00100030, ""},
+      {0x00100040, ""},           {0x0020000D, new_uid()}, {0x0020000E, new_uid()},
+      {0x00200010, ""},           {0x00200011, "1"},       {0x00200013, "1"},
+      {0x0040A372, ""},           {0x0040A491, "PARTIAL"}, {0x0040A493, "UNVERIFIED"}};
+  for (const auto& [tag, text] : defaults) set_text(root_, tag, text);
+  const char* key = nullptr;
+  json_t* value = nullptr;
+  json_object_foreach(const_cast<json_t*>(attributes), key, value) {
+    uint32_t tag = 0;
+    if (json_is_string(value) && parse_tag(key, tag)) set_text(root_, tag, json_string_value(value));
+  }
+}
+
+std::string Builder::write(const std::string& path) {
+  VX_STATUS status = VX_Message_To_File(root_, path.c_str());
+  if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
+  is_file_ = true;
+  VX_Set_Value_From_String(root_, 0x00020002, sr_text_of(root_, 0x00080016).c_str());
+  VX_Set_Value_From_String(root_, 0x00020003, sr_text_of(root_, 0x00080018).c_str());
+  VX_Set_Value_From_String(root_, 0x00020010, "1.2.840.10008.1.2.1");
+  FileSink sink;
+  const std::string error = sink.open(path);
+  if (!error.empty()) return error;
+  status = VX_Write_File(root_, 0, &sink, FileSink::file_output);
+  return status == VX_NORMAL_COMPLETION ? sink.commit() : VX_Error_Message(status);
+}
+
+}  // namespace
+
+int build_report(const std::string& input, const std::string& output) {
+  json_error_t error;
+  const Json document(json_load_file(input.c_str(), JSON_REJECT_DUPLICATES, &error));
+  if (document == nullptr) {
+    report(input, "line " + std::to_string(error.line) + ": " + error.text);
+    return kUsage;
+  }
+  Builder builder;
+  const std::string problem = builder.build(document.get());
+  if (!problem.empty()) {
+    report(input, problem);
+    return kUsage;
+  }
+  const std::string failure = builder.write(output);
+  if (failure.empty()) return kSuccess;
+  report(output, failure);
+  return kUsage;
+}
+
+}  // namespace vexal

@@ -1,0 +1,241 @@
+#include "sr_document.h"
+
+#include <iterator>
+
+#include "session.h"
+
+namespace vexal {
+namespace {
+
+constexpr const char* kTypes[] = {"TEXT",      "CODE",  "NUM",      "DATETIME",  "DATE",   "TIME",
+                                  "UIDREF",    "PNAME", "SCOORD",   "TCOORD",    "TCOORD", "TCOORD",
+                                  "COMPOSITE", "IMAGE", "WAVEFORM", "CONTAINER", "",       "SCOORD3D"};
+constexpr const char* kRelationships[] = {"CONTAINS",        "HAS OBS CONTEXT", "HAS ACQ CONTEXT",
+                                          "HAS CONCEPT MOD", "HAS PROPERTIES",  "INFERRED FROM",
+                                          "SELECTED FROM"};
+
+int32_t item_of(int32_t object, uint32_t tag) {
+  int32_t item = -1;
+  return VX_Get_Value_To_Int(object, tag, &item) == VX_NORMAL_COMPLETION ? item : -1;
+}
+
+SrCode code_of(int32_t object, uint32_t tag) {
+  const int32_t item = item_of(object, tag);
+  if (item < 0) return {};
+  SrCode code{sr_text_of(item, 0x00080100), sr_text_of(item, 0x00080102), sr_text_of(item, 0x00080104)};
+  if (code.value.empty()) code.value = sr_text_of(item, 0x00080119);
+  if (code.value.empty()) code.value = sr_text_of(item, 0x00080120);
+  return code;
+}
+
+std::vector<std::string> values_of(int32_t object, uint32_t tag) {
+  std::vector<std::string> values;
+  char text[80];
+  for (VX_STATUS status = VX_Get_Value_To_String(object, tag, sizeof text, text);
+       status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Value_To_String(object, tag, sizeof text, text)) {
+    values.emplace_back(text);
+  }
+  return values;
+}
+
+// Where the one text of a type stands.
+uint32_t text_tag(int32_t type) {
+  switch (type) {
+    case SRH_TEXT:
+      return 0x0040A160;
+    case SRH_DATETIME:
+      return 0x0040A120;
+    case SRH_DATE:
+      return 0x0040A121;
+    case SRH_TIME:
+      return 0x0040A122;
+    case SRH_UIDREF:
+      return 0x0040A124;
+    case SRH_PNAME:
+      return 0x0040A123;
+    default:
+      return 0;
+  }
+}
+
+void read_number(SrNode& node) {
+  const int32_t item = item_of(node.id, 0x0040A300);
+  if (item >= 0) {
+    node.value = sr_text_of(item, 0x0040A30A);
+    node.unit = code_of(item, 0x004008EA);
+  }
+  node.qualifier = code_of(node.id, 0x0040A301);
+}
+
+void read_object(SrNode& node) {
+  const int32_t item = item_of(node.id, 0x00081199);
+  if (item < 0) return;
+  node.sop_class = sr_text_of(item, 0x00081150);
+  node.sop_instance = sr_text_of(item, 0x00081155);
+  if (node.type == SRH_IMAGE) node.data = values_of(item, 0x00081160);
+  if (node.type == SRH_WAVEFORM) node.data = values_of(item, 0x0040A0B0);
+}
+
+void read_target(SrNode& node) {
+  int32_t target = 0;
+  char location[81];
+  if (VX_SRH_Get_Reference(node.id, &target) == VX_NORMAL_COMPLETION &&
+      VX_SR_Get_Location(target, sizeof location, location) == VX_NORMAL_COMPLETION) {
+    node.target = location;
+  }
+}
+
+void read_content(SrNode& node) {
+  node.concept_name = code_of(node.id, 0x0040A043);
+  if (const uint32_t tag = text_tag(node.type); tag != 0) node.value = sr_text_of(node.id, tag);
+  switch (node.type) {
+    case SRH_CODE:
+      node.code = code_of(node.id, 0x0040A168);
+      break;
+    case SRH_NUM:
+      read_number(node);
+      break;
+    case SRH_SCOORD3D:
+      node.frame_of_reference = sr_text_of(node.id, 0x30060024);
+      [[fallthrough]];
+    case SRH_SCOORD:
+      node.graphic = sr_text_of(node.id, 0x00700023);
+      node.data = values_of(node.id, 0x00700022);
+      break;
+    case SRH_TCOORD_D:
+    case SRH_TCOORD_O:
+    case SRH_TCOORD_R:
+      node.graphic = sr_text_of(node.id, 0x0040A130);
+      node.data = values_of(node.id, node.type == SRH_TCOORD_D   ? 0x0040A13A
+                                     : node.type == SRH_TCOORD_O ? 0x0040A138
+                                                                 : 0x0040A132);
+      break;
+    case SRH_COMPOSITE:
+    case SRH_IMAGE:
+    case SRH_WAVEFORM:
+      read_object(node);
+      break;
+    case SRH_CONTAINER:
+      node.graphic = sr_text_of(node.id, 0x0040A050);
+      node.template_id = sr_text_of(item_of(node.id, 0x0040A504), 0x0040DB00);
+      break;
+    case SRH_REFERENCE:
+      read_target(node);
+      break;
+    default:
+      break;
+  }
+}
+
+std::string join(const std::vector<std::string>& values, std::size_t in_group) {
+  std::string text;
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    if (i != 0) text += i % in_group == 0 ? ' ' : ',';
+    text += values[i];
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string sr_text_of(int32_t object, uint32_t tag) {
+  uint32_t length = 0;
+  if (VX_Get_Value_Length(object, tag, 1, &length) != VX_NORMAL_COMPLETION || length > (1U << 30)) return {};
+  std::string text(length + 80U, '\0');
+  if (VX_Get_Value_To_String(object, tag, static_cast<int32_t>(text.size()), text.data()) !=
+      VX_NORMAL_COMPLETION) {
+    return {};
+  }
+  text.resize(text.find('\0') != std::string::npos ? text.find('\0') : text.size());
+  while (!text.empty() && text.back() == ' ') text.pop_back();
+  return text;
+}
+
+const char* sr_type_name(int32_t type) {
+  return type < 0 || type >= static_cast<int32_t>(std::size(kTypes)) ? "" : kTypes[type];
+}
+
+const char* sr_relationship_name(int32_t relationship) {
+  const bool known = relationship >= 0 && relationship < static_cast<int32_t>(std::size(kRelationships));
+  return known ? kRelationships[relationship] : "";
+}
+
+std::string sr_value_text(const SrNode& node) {
+  switch (node.type) {
+    case SRH_CODE:
+      return node.code.meaning;
+    case SRH_NUM:
+      if (node.value.empty()) return node.qualifier.meaning;
+      return node.unit.value.empty() ? node.value : node.value + " " + node.unit.value;
+    case SRH_SCOORD:
+      return node.graphic + " " + join(node.data, 2);
+    case SRH_SCOORD3D:
+      return node.graphic + " " + join(node.data, 3);
+    case SRH_TCOORD_D:
+    case SRH_TCOORD_O:
+    case SRH_TCOORD_R:
+      return node.graphic + " " + join(node.data, 1);
+    case SRH_COMPOSITE:
+    case SRH_IMAGE:
+    case SRH_WAVEFORM:
+      return node.data.empty() ? node.sop_instance : node.sop_instance + " [" + join(node.data, 1) + "]";
+    case SRH_REFERENCE:
+      return "-> " + (node.target.empty() ? "?" : node.target);
+    default:
+      return node.value;
+  }
+}
+
+SrDocument::~SrDocument() {
+  if (is_tree_) VX_SR_To_Message(file_.id());
+}
+
+bool SrDocument::open(const std::string& path) {
+  VX_STATUS status = file_.open(path, {.keep_values_out = false});
+  if (status != VX_NORMAL_COMPLETION) {
+    report(path, file_.problem());
+    return false;
+  }
+  status = file_.become_message("SR", C_STORE_RQ);
+  if (status == VX_NORMAL_COMPLETION) status = VX_Message_To_SR(file_.id());
+  if (status != VX_NORMAL_COMPLETION) {
+    report(path, VX_Error_Message(status));
+    return false;
+  }
+  is_tree_ = true;
+  if (sr_text_of(file_.id(), 0x0040A040).empty()) {
+    report(path, "it is no structured report: there is no (0040,A040) ValueType");
+    return false;
+  }
+  SrNode root;
+  root.id = file_.id();
+  root.location = "1";
+  VX_SRH_Get_NodeType(root.id, &root.type);
+  read_content(root);
+  nodes_.push_back(std::move(root));
+  std::vector<std::size_t> open = {0};
+  bool first = true;
+  while (!open.empty()) {
+    SrNode node;
+    int32_t last = 0;
+    const int32_t parent = nodes_[open.back()].id;
+    (first ? VX_SRH_Get_First_Child : VX_SRH_Get_Next_Child)(parent, &node.id, &node.relationship, &node.type,
+                                                             &last);
+    first = node.id != 0;
+    if (node.id == 0) {
+      open.pop_back();
+      continue;
+    }
+    node.depth = static_cast<int>(open.size());
+    node.parent = open.back();
+    char location[81] = "";
+    VX_SR_Get_Location(node.id, sizeof location, location);
+    node.location = location;
+    read_content(node);
+    open.push_back(nodes_.size());
+    nodes_.push_back(std::move(node));
+  }
+  return true;
+}
+
+}  // namespace vexal
