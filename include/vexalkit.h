@@ -29,6 +29,9 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#ifndef __cplusplus
+#include <uchar.h>
+#endif
 
 #if defined(__GNUC__)
 #define VX_API __attribute__((visibility("default")))
@@ -3320,6 +3323,58 @@ VX_API void VX_List_Item(int32_t ItemID, const char* FileName);
  * The same for a file.
  */
 VX_API void VX_List_File(int32_t FileID, const char* FileName);
+
+/* ---- Unicode ------------------------------------------------------------------------------------------ */
+
+/*
+ * Text in the character sets of (0008,0005) to UTF-16 and back (PS3.3 section C.12.1.1.2, PS3.5 section 6.1).
+ * ICU stands behind it, and is loaded on request only: while it is not, all functions but the first give
+ * VX_CANNOT_COMPLY. Lengths and BufferChars count UTF-16 code units. VX_BUFFER_TOO_SMALL: OutLength tells
+ * what the buffer must hold. Any thread may call any of these at any time; unloading waits for conversions.
+ */
+
+/*
+ * Non-zero loads ICU, zero unloads it. VX_CANNOT_COMPLY: no version of ICU is to be had. Needs no initialised
+ * library.
+ */
+VX_API VX_STATUS VX_Enable_Unicode_Conversion(int32_t Enable);
+
+/*
+ * Decodes text. Charset is one defined term of (0008,0005), null or empty for the default repertoire; an
+ * unknown one is read as ISO_IR 100, with a warning. Under a set with code extensions, escape sequences are
+ * followed. Length -1: up to the NUL. U+FFFD stands for bytes that are no character; no NUL is added. Needs
+ * no initialised library.
+ */
+VX_API VX_STATUS VX_Byte_To_Unicode(const char* Charset, const char* Bytes, int32_t Length,
+                                    int32_t BufferChars, int32_t* OutLength, char16_t* Buffer);
+/*
+ * Encodes text under up to six sets, the first of them in force at the start, at the end and at delimiters.
+ * Length -1: up to the NUL. The byte 1A stands for a character that is in none of them, with a warning in the
+ * log; no NUL is added. VX_CANNOT_COMPLY: a set is not known, or takes no part in code extensions where there
+ * are several. Needs no initialised library.
+ */
+VX_API VX_STATUS VX_Unicode_To_Byte(const char* const* Charsets, int32_t Count, const char16_t* Text,
+                                    int32_t Length, int32_t BufferSize, int32_t* OutLength, char* Buffer);
+
+/*
+ * Sets the first value of an attribute of VR LO, LT, PN, SH, ST, UC or UT from UTF-16, in the character sets
+ * of the object or of its holders. Length -1: up to the NUL. VX_INCOMPATIBLE_VR; else as
+ * VX_Set_Value_From_String.
+ */
+VX_API VX_STATUS VX_Set_Value_From_UnicodeString(int32_t MsgID, uint32_t Tag, int32_t Length,
+                                                 const char16_t* Text);
+/* As VX_Set_Value_From_UnicodeString, for the next value. */
+VX_API VX_STATUS VX_Set_Next_Value_From_UnicodeString(int32_t MsgID, uint32_t Tag, int32_t Length,
+                                                      const char16_t* Text);
+/*
+ * Reads the first value as UTF-16, with a NUL behind it where there is room. A null value has length 0.
+ * VX_INCOMPATIBLE_VR, VX_EMPTY_VALUE; else as VX_Get_Value_To_String.
+ */
+VX_API VX_STATUS VX_Get_Value_To_UnicodeString(int32_t MsgID, uint32_t Tag, int32_t BufferChars,
+                                               int32_t* OutLength, char16_t* Buffer);
+/* As VX_Get_Value_To_UnicodeString, for the next value. */
+VX_API VX_STATUS VX_Get_Next_Value_To_UnicodeString(int32_t MsgID, uint32_t Tag, int32_t BufferChars,
+                                                    int32_t* OutLength, char16_t* Buffer);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,45 @@
+// Bytes under every choice of character sets: the first two bytes choose two sets.
+#include <cstddef>
+#include <cstdint>
+
+#include "library.h"
+#include "text/charset.h"
+
+namespace {
+
+constexpr std::string_view kNames[] = {
+    "",
+    "ISO_IR 100",
+    "ISO_IR 144",
+    "ISO_IR 13",
+    "ISO_IR 166",
+    "ISO_IR 192",
+    "GB18030",
+    "GBK",
+    "ISO 2022 IR 100",
+    "ISO 2022 IR 13",
+    "ISO 2022 IR 87",
+    "ISO 2022 IR 159",
+    "ISO_IR 203",
+    "ISO 2022 IR 149",
+    "ISO 2022 IR 58",
+    "ISO 2022 IR 126",
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+  fuzz::start_library();
+  static const VX_STATUS enabled = vx::enable_unicode(true);
+  if (enabled != VX_NORMAL_COMPLETION) __builtin_trap();
+  if (size < 2) return 0;
+  const std::string_view names[] = {kNames[data[0] % 16], kNames[data[1] % 16]};
+  const std::size_t count = 1 + (data[0] >> 7);
+  const vx::TextCharsets sets = vx::text_charsets({names, count});
+  const std::string_view text(reinterpret_cast<const char*>(data) + 2, size - 2);
+  std::string utf8;
+  vx::decode_text(sets, text, (data[1] & 0x80) != 0, utf8);
+  std::string bytes;
+  vx::encode_text(sets, utf8, bytes);
+  return 0;
+}
