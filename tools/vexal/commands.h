@@ -10,6 +10,7 @@ extern const Command kValidate;
 extern const Command kConvert;
 extern const Command kJson;
 extern const Command kModify;
+extern const Command kPixel;
 extern const Command kTemplate;
 extern const Command kLookup;
 extern const Command kConfig;

@@ -1,0 +1,93 @@
+// Frames of an image and what people see of them: stored bytes, modality and VOI transformations, overlays.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "files.h"
+
+namespace vexal {
+
+struct ImageDescription {
+  uint32_t rows = 0;
+  uint32_t columns = 0;
+  uint32_t samples = 1;
+  uint32_t allocated = 0;
+  uint32_t stored = 0;
+  uint32_t high = 0;
+  bool is_signed = false;
+  uint32_t planar = 0;
+  uint32_t frames = 1;
+  std::string photometric;
+};
+
+// The items of an encapsulated value, in the order of the stream.
+struct Fragment {
+  uint64_t offset = 0;   // of its item, counted from the first one
+  std::size_t data = 0;  // of its bytes in the value
+  uint32_t length = 0;
+};
+struct Encapsulated {
+  std::vector<uint32_t> table;
+  std::vector<Fragment> fragments;
+  std::vector<std::size_t> starts;  // the fragment that each frame begins with; empty if that can not be told
+  bool sound = true;                // items to the end and a delimiter
+};
+
+struct RenderOptions {
+  std::optional<double> center;
+  std::optional<double> width;
+  int window = 1;  // which of the image's own; 0: the whole range of its values
+  bool invert = false;
+  bool overlays = true;
+};
+
+// One picture, 8 bits a sample.
+struct Picture {
+  uint32_t width = 0;
+  uint32_t height = 0;
+  uint32_t samples = 1;
+  std::vector<uint8_t> bytes;
+};
+
+class PixelImage {
+ public:
+  // An error text, empty on success.
+  std::string open(const std::string& path);
+  DicomFile& file() { return file_; }
+  const ImageDescription& description() const { return image_; }
+  bool compressed() const { return compressed_; }
+  const Encapsulated& fragments() const { return encapsulated_; }
+  const std::string& value() const { return value_; }
+  // The stored bytes of a frame (from 0), decompressed.
+  std::string frame(uint32_t number, std::string& bytes);
+  // Its compressed form.
+  std::string code_stream(uint32_t number, std::string& bytes) const;
+  std::string render(uint32_t number, const RenderOptions& options, Picture& picture);
+
+ private:
+  std::string read_description();
+  void split();
+  void find_starts();
+  bool is_planar() const;
+  std::string grey(uint32_t number, const std::string& bytes, const RenderOptions& options, Picture& picture);
+  std::string palette(const std::string& bytes, Picture& picture);
+  std::string colour(const std::string& bytes, Picture& picture);
+  void draw_overlays(uint32_t number, const std::string& bytes, Picture& picture);
+  int32_t stored_value(const std::string& bytes, std::size_t index) const;
+  // The item that holds a frame's part of a functional group, or the object itself.
+  int32_t group_item(uint32_t frame, uint32_t sequence) const;
+
+  DicomFile file_;
+  ImageDescription image_;
+  Encapsulated encapsulated_;
+  std::string value_;
+  bool compressed_ = false;
+};
+
+// A picture as a PNG file. An error text, empty on success.
+std::string write_png(const Picture& picture, const std::string& path);
+
+}  // namespace vexal
