@@ -115,7 +115,8 @@ std::string recode(DicomFile& file, VX_TRANSFER_SYNTAX target) {
     return "its pixel data is compressed in a way that this program can not undo";
   if (!is_uncompressed(target) && to.compressor == nullptr)
     return "there is no compressor for this transfer syntax";
-  if (from.decompressor != nullptr) VX_Register_Compression_Callbacks(file.id(), nullptr, from.decompressor);
+  if (from.decompressor != nullptr)
+    VX_Register_Compression_Callbacks(file.id(), nullptr, VX_General_Decompressor);
   int32_t copy = -1;
   const VX_STATUS status = VX_Duplicate_Message(file.id(), &copy, target, to.compressor, to.decompressor);
   if (status != VX_NORMAL_COMPLETION) {
