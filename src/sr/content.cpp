@@ -53,7 +53,7 @@ int32_t place_in_sequence(MsgObj& parent, const MsgObj& item) {
 // none.
 SrRecObj* node_at_place(const SrRecObj& parent, int32_t place) {
   const TagObj* attribute = find_tag(*parent.Object, kContentSequence);
-  if (attribute == nullptr || place < 1) return nullptr;
+  if (attribute == nullptr || attribute->VR != VX_VR_SQ || place < 1) return nullptr;
   const ValueObj* value = attribute->FirstValue;
   for (; value != nullptr && place > 1; --place) value = value->Next;
   if (value == nullptr || value->Data == nullptr) return nullptr;
@@ -231,8 +231,13 @@ int32_t count_or_none(int32_t id, uint32_t tag) {
 }
 
 VX_STATUS item_of(int32_t id, uint32_t tag, MsgObj*& item) {
+  MsgObj* object = nullptr;
+  TagObj* attribute = nullptr;
+  VX_STATUS status = find_attribute(id, tag, object, attribute);
+  if (status != kOk) return status;
+  if (attribute->VR != VX_VR_SQ) return VX_INCOMPATIBLE_VR;  // a stream may say anything
   int32_t item_id = -1;
-  const VX_STATUS status = read_number(id, tag, true, VX_INT_TYPE, &item_id);
+  status = get_number(*attribute, true, VX_INT_TYPE, &item_id);
   if (status != kOk) return status;
   item = find_object(item_id);
   return item != nullptr ? kOk : VX_INVALID_ITEM_ID;

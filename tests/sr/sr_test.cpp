@@ -313,6 +313,24 @@ TEST_F(Report, ReferencesLeadBack) {
   EXPECT_EQ(VX_SRH_Get_Reference(reference, &target), VX_VALUE_OUT_OF_RANGE);
 }
 
+// A stream may give the content sequence, and any other, the VR of a text.
+TEST_F(Report, SequencesThatAreNone) {
+  Writer bytes;
+  bytes.element(0x0040A010, "CS", "CONTAINS")
+      .element(0x0040A300, "IS", "100 ")
+      .element(0x0040A730, "UT", "text");
+  bytes.element(0x0040DB73, "UL", std::string("\1\0\0\0\1\0\0\0", 8));
+  const Object message;
+  ASSERT_EQ(decode(message, bytes.str(), EXPLICIT_LITTLE_ENDIAN).status, kOk);
+  ASSERT_EQ(VX_Message_To_SR(message), kOk);
+  int32_t target = 0;
+  int32_t count = 0;
+  char text[20];
+  EXPECT_EQ(VX_SRH_Get_Reference(message, &target), VX_VALUE_OUT_OF_RANGE);
+  EXPECT_EQ(VX_SRH_Get_NUM_Data(message, text, 20, &count, text, 20, text, 20, text, 20), VX_INCOMPATIBLE_VR);
+  EXPECT_EQ(VX_SR_To_Message(message), kOk);
+}
+
 TEST_F(Report, EverySampleIsATreeAndTheSameDataAgain) {
   const char* named = std::getenv("VEXAL_SAMPLES");
   const fs::path folder =
