@@ -539,7 +539,7 @@ VX_STATUS json_to_object(MsgObj& object, int32_t options, void* user, VX_TEXT_IN
   }
   const Guard guard(object.Semaphore);
   if (const VX_STATUS status = decode_all(object); status != VX_NORMAL_COMPLETION) return status;
-  Target target{object, text_set_of(object, TextSet::None), 0};
+  Target target{object, text_set_of(object, TextSet{}), 0};
   return JsonReader(options).members(target, document.get());
 }
 

@@ -65,7 +65,7 @@ class JsonWriter {
         standard_((options & VX_JSON_STANDARD) != 0),
         indent_(indent),
         encapsulated_(encapsulated) {}
-  VX_STATUS object(MsgObj& object, TextSet inherited, int depth);
+  VX_STATUS object(MsgObj& object, const TextSet& inherited, int depth);
   std::string& text() { return out_; }
 
  private:
@@ -97,15 +97,15 @@ class JsonWriter {
     out_ += name;
     out_ += "\": ";
   }
-  void string(std::string_view text, TextSet set);
+  void string(std::string_view text, const TextSet& set);
   void quoted(std::string_view text) { ((out_ += '"') += text) += '"'; }
 
   bool admitted(const TagObj& attribute) const;
-  VX_STATUS attribute(MsgObj& object, TagObj& attribute, TextSet set, int depth);
-  VX_STATUS values(const TagObj& attribute, TextSet set);
+  VX_STATUS attribute(MsgObj& object, TagObj& attribute, const TextSet& set, int depth);
+  VX_STATUS values(const TagObj& attribute, const TextSet& set);
   VX_STATUS bulk(MsgObj& object, TagObj& attribute);
-  VX_STATUS items(const TagObj& attribute, TextSet set, int depth);
-  void person(std::string_view name, TextSet set);
+  VX_STATUS items(const TagObj& attribute, const TextSet& set, int depth);
+  void person(std::string_view name, const TextSet& set);
   void number(const TagObj& attribute, int32_t number);
   template <typename T>
   void real(T value, int prescribed, int exact);
@@ -116,14 +116,15 @@ class JsonWriter {
   const bool encapsulated_;
   std::string out_;
   std::string work_;
+  std::string name_;
   int level_ = 0;
   bool fresh_ = true;
 };
 
-void JsonWriter::string(std::string_view text, TextSet set) {
+void JsonWriter::string(std::string_view text, const TextSet& set) {
   static constexpr char kHex[] = "0123456789ABCDEF";
   out_ += '"';
-  for (const char c : to_utf8(text, set, work_)) {
+  for (const char c : to_utf8(text, set, false, work_)) {
     const auto byte = static_cast<uint8_t>(c);
     if (!standard_) {
       const char* escape = c == '<'    ? "&lt;"
@@ -169,7 +170,7 @@ bool JsonWriter::admitted(const TagObj& attribute) const {
   return (options_ & VX_JSON_EXCLUDE_PRIVATE) == 0 || !is_private(attribute.Tag);
 }
 
-VX_STATUS JsonWriter::object(MsgObj& object, TextSet inherited, int depth) {
+VX_STATUS JsonWriter::object(MsgObj& object, const TextSet& inherited, int depth) {
   if (depth > kMaxNesting) return VX_INVALID_VALUE_FOR_VR;
   const TextSet set = text_set_of(object, inherited);
   open('{');
@@ -188,7 +189,7 @@ VX_STATUS JsonWriter::object(MsgObj& object, TextSet inherited, int depth) {
   return VX_NORMAL_COMPLETION;
 }
 
-VX_STATUS JsonWriter::attribute(MsgObj& object, TagObj& attribute, TextSet set, int depth) {
+VX_STATUS JsonWriter::attribute(MsgObj& object, TagObj& attribute, const TextSet& set, int depth) {
   static constexpr char kHex[] = "0123456789ABCDEF";
   char name[8];
   for (unsigned i = 0; i < 8; ++i) name[i] = kHex[(attribute.Tag >> (28 - 4 * i)) & 15U];
@@ -216,7 +217,7 @@ VX_STATUS JsonWriter::attribute(MsgObj& object, TagObj& attribute, TextSet set, 
   return VX_NORMAL_COMPLETION;
 }
 
-VX_STATUS JsonWriter::items(const TagObj& attribute, TextSet set, int depth) {
+VX_STATUS JsonWriter::items(const TagObj& attribute, const TextSet& set, int depth) {
   key("Value");
   open('[');
   for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
@@ -296,8 +297,9 @@ VX_STATUS JsonWriter::bulk(MsgObj& object, TagObj& attribute) {
 }
 
 // Up to three groups; a last one that is empty is kept, so that the text comes back as it was.
-void JsonWriter::person(std::string_view name, TextSet set) {
+void JsonWriter::person(std::string_view name, const TextSet& set) {
   static constexpr std::string_view kGroups[] = {"Alphabetic", "Ideographic", "Phonetic"};
+  name = to_utf8(name, set, true, name_);
   open('{');
   for (std::size_t i = 0; i < 3; ++i) {
     const std::size_t end = i < 2 ? name.find('=') : std::string_view::npos;
@@ -305,7 +307,7 @@ void JsonWriter::person(std::string_view name, TextSet set) {
     const bool last = end == std::string_view::npos;
     if (!group.empty() || (last && i > 0)) {
       key(kGroups[i]);
-      string(group, set);
+      string(group, TextSet{});
     }
     if (last) break;
     name.remove_prefix(end + 1);
@@ -365,7 +367,7 @@ void JsonWriter::number(const TagObj& attribute, int32_t number) {
   if (!standard_) out_ += '"';
 }
 
-VX_STATUS JsonWriter::values(const TagObj& attribute, TextSet set) {
+VX_STATUS JsonWriter::values(const TagObj& attribute, const TextSet& set) {
   key("Value");
   open('[');
   ValueCursor cursor;
@@ -423,7 +425,7 @@ VX_STATUS object_to_json(MsgObj& object, int32_t options, void* user, VX_STREAM_
     return VX_MESSAGE_EMPTY;
   }
   JsonWriter json(options, indent_setting.load(std::memory_order_relaxed), is_encapsulated_syntax(object));
-  VX_STATUS status = json.object(object, TextSet::None, 0);
+  VX_STATUS status = json.object(object, TextSet{}, 0);
   if (status != VX_NORMAL_COMPLETION) {
     VX_LOG_ERR(kFunction, "MessageToJson failed to write DICOM message to JSON, error \"%s\"",
                status_text(status));

@@ -12,8 +12,10 @@ namespace {
 
 constexpr uint32_t kSpecificCharacterSet = 0x00080005U;
 
+// Nothing but ASCII, and no escape sequences to another set.
 bool is_ascii(std::string_view text) {
-  return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<uint8_t>(c) < 0x80; });
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<uint8_t>(c) < 0x80 && c != 0x1B; });
 }
 
 // Bytes of the well-formed character at `at`, 0 if there is none (Unicode standard, table 3-7).
@@ -49,21 +51,31 @@ std::size_t valid_utf8(std::string_view text) {
   return at;
 }
 
-TextSet text_set_of(MsgObj& object, TextSet inherited) {
+TextSet text_set_of(MsgObj& object, const TextSet& inherited) {
   const TagObj* attribute = find_tag(object, kSpecificCharacterSet);
   if (attribute == nullptr || attribute->Length == 0) return inherited;
+  TextSet set;
+  set.kind = TextSet::Kind::Others;
   ValueCursor cursor;
   cursor_first(*attribute, cursor);
   char scratch[80];
   std::string_view text;
-  if (view_text(*attribute, cursor, scratch, text) != VX_NORMAL_COMPLETION) return TextSet::Bytes;
-  return text.find("ISO_IR 192") != std::string_view::npos ? TextSet::Utf8 : TextSet::Bytes;
+  if (view_text(*attribute, cursor, scratch, text) == VX_NORMAL_COMPLETION &&
+      text.find("ISO_IR 192") != std::string_view::npos) {
+    set.kind = TextSet::Kind::Utf8;
+  }
+  if (unicode_enabled() && text_charsets(object, set.sets) != VX_NORMAL_COMPLETION) set.sets = {};
+  return set;
 }
 
-std::string_view to_utf8(std::string_view text, TextSet set, std::string& work) {
+std::string_view to_utf8(std::string_view text, const TextSet& set, bool person_name, std::string& work) {
   if (is_ascii(text)) return text;
-  if (set != TextSet::Bytes && valid_utf8(text) == text.size()) return text;
+  if (set.kind != TextSet::Kind::Others && valid_utf8(text) == text.size()) return text;
   work.clear();
+  if (set.kind == TextSet::Kind::Others && set.sets.count > 0) {
+    if (decode_text(set.sets, text, person_name, work) != TextResult::NoIcu) return work;
+    work.clear();
+  }
   for (const char c : text) {
     const auto byte = static_cast<uint8_t>(c);
     if (byte < 0x80) {
@@ -76,9 +88,14 @@ std::string_view to_utf8(std::string_view text, TextSet set, std::string& work) 
   return work;
 }
 
-std::string_view from_utf8(std::string_view text, TextSet set, std::string& work) {
-  if (set != TextSet::Bytes || is_ascii(text)) return text;
+std::string_view from_utf8(std::string_view text, const TextSet& set, std::string& work) {
+  if (set.kind != TextSet::Kind::Others || is_ascii(text)) return text;
   work.clear();
+  if (set.sets.count > 0) {
+    const TextResult result = encode_text(set.sets, text, work);
+    if (result != TextResult::NoIcu) return result == TextResult::Whole ? std::string_view(work) : text;
+    work.clear();
+  }
   for (std::size_t at = 0; at < text.size();) {
     const auto lead = static_cast<uint8_t>(text[at]);
     const std::size_t size = character_size(text, at);

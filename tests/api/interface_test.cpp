@@ -91,10 +91,10 @@ const std::set<VX_STATUS> kRefusals = {
     VX_INVALID_DICOMDIR_ID,  VX_INVALID_RECORD_ID,      VX_INVALID_SR_ID,      VX_UNABLE_TO_GET_SR_ID,
 };
 // Calls that are right with these arguments.
-const std::set<std::string> kFine = {"VX_Cleanup_Memory",        "VX_Library_Reset",
-                                     "VX_Library_Release",       "VX_Set_Int_Config_Value",
-                                     "VX_Set_Long_Config_Value", "VX_Set_Bool_Config_Value",
-                                     "VX_Set_Log_Destination",   "VX_Thread_Release"};
+const std::set<std::string> kFine = {
+    "VX_Cleanup_Memory",       "VX_Library_Reset",         "VX_Library_Release",
+    "VX_Set_Int_Config_Value", "VX_Set_Long_Config_Value", "VX_Set_Bool_Config_Value",
+    "VX_Set_Log_Destination",  "VX_Thread_Release",        "VX_Register_Network_Capture_Callbacks"};
 
 TEST_F(RunningInterface, NullPointersAndUnknownHandlesAreRefused) {
   for (const Row& row : read_table()) {

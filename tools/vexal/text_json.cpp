@@ -175,6 +175,8 @@ int from_json(const std::string& in, const std::string& out, int32_t options, co
 }
 
 int run(const Args& args) {
+  // Without ICU, texts of other sets than UTF-8 and ISO_IR 100 come out by the values of their bytes.
+  VX_Enable_Unicode_Conversion(1);
   int32_t options = args.has("--own") ? 0 : VX_JSON_STANDARD;
   WriteOptions write;
   long threads = default_threads();
