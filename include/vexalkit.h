@@ -3306,6 +3306,56 @@ VX_API VX_STATUS VX_Json_To_Message(int32_t MsgID, void* UserInfo, VX_TEXT_INPUT
 VX_API VX_STATUS VX_Json_To_Message_With_Options(int32_t MsgID, void* UserInfo, int32_t Options,
                                                  VX_TEXT_INPUT Callback);
 
+/* ---- XML ---------------------------------------------------------------------------------------------- */
+
+/*
+ * Options of the XML writers.
+ */
+typedef enum {
+  VX_XML_INCLUDE_BULK = 1,       /* values of OB, OW, OL, OD and OF other than Pixel Data */
+  VX_XML_INCLUDE_PIXEL_DATA = 2, /* the value of (7FE0,0010) */
+  VX_XML_EXCLUDE_SEQUENCES = 4,  /* native form: sequences without their items; else no sequences */
+  VX_XML_EXCLUDE_PRIVATE = 8,    /* no private attributes, nor their creators */
+  VX_XML_BASE64 = 16,            /* toolkit's form: bulk values in Base64, not in hexadecimal */
+  VX_XML_INDENT = 32             /* native form: on many lines */
+} VX_XML_OPTION;
+
+/*
+ * Writes an object as XML of the toolkit's own form to Callback, in blocks, the last one padded with a blank
+ * to an even sum. Nothing is written unless all can be. The root tells the kind (DcmMessage, DcmFile,
+ * DICOMDIR, DcmItem); below it stand one section for the meta group of a File and one for the data set, with
+ * an Attribute element for each attribute. Group lengths and groups below 0008 are left out (of a DICOMDIR
+ * those below 0004). Text is UTF-8, UN is always written. VX_INVALID_MESSAGE_ID; VX_MESSAGE_EMPTY;
+ * VX_SYSTEM_ERROR: Callback refused, or no memory; VX_INVALID_VALUE_FOR_VR: sequences nested beyond 128
+ * levels; VX_CALLBACK_CANNOT_COMPLY: a value that a callback holds could not be read. The object must not
+ * change meanwhile.
+ */
+VX_API VX_STATUS VX_Message_To_XML(int32_t MsgID, void* UserInfo, int32_t Options, VX_STREAM_OUTPUT Callback);
+
+/*
+ * The same in the form of the Native DICOM Model (PS3.19 section A.1). Control characters that XML can not
+ * hold become U+FFFD, with a warning.
+ */
+VX_API VX_STATUS VX_Message_To_XML_Native(int32_t MsgID, void* UserInfo, int32_t Options,
+                                          VX_STREAM_OUTPUT Callback);
+
+/*
+ * Adds the attributes of a document in the toolkit's own form to an object, which keeps what it holds; an
+ * attribute that is there gets the new value and the VR of the document. Callback is asked for the document
+ * once, in blocks. Values that break a rule of their VR are stored all the same; other bad attributes are
+ * passed over with a line in the log. VX_INVALID_MESSAGE_ID; the status of a Callback that fails;
+ * VX_SYSTEM_ERROR: the text is no well-formed XML, has a document type declaration, is nested beyond 128
+ * levels of sequences or is another document, and the object is as it was; or libxml2 can not be opened.
+ * Callback must not use the object.
+ */
+VX_API VX_STATUS VX_XML_To_Message(int32_t MsgID, void* UserInfo, VX_TEXT_INPUT Callback);
+
+/*
+ * The same for a document in the form of the Native DICOM Model (PS3.19 section A.1). An attribute without a
+ * tag ends the reading; what stands before it is kept. Values that lie elsewhere (BulkData) are not fetched.
+ */
+VX_API VX_STATUS VX_XML_Native_To_Message(int32_t MsgID, void* UserInfo, VX_TEXT_INPUT Callback);
+
 /* ---- Listing ------------------------------------------------------------------------------------------ */
 
 /*

@@ -6,9 +6,9 @@
 #include <mutex>
 #include <new>
 
+#include "config/shared_library.h"
 #include "pixel/codec.h"
 #include "pixel/jpeg.h"
-#include "pixel/shared_library.h"
 
 extern "C" {
 #include <jerror.h>

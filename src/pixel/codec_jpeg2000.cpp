@@ -7,11 +7,11 @@
 #include <openjpeg.h>
 
 #include "config/config.h"
+#include "config/shared_library.h"
 #include "frame/byte_order.h"
 #include "frame/limits.h"
 #include "frame/state.h"
 #include "pixel/codec.h"
-#include "pixel/shared_library.h"
 
 namespace vx {
 namespace {

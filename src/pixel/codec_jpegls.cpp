@@ -5,9 +5,9 @@
 
 #include <charls/charls.h>
 
+#include "config/shared_library.h"
 #include "pixel/codec.h"
 #include "pixel/jpeg.h"
-#include "pixel/shared_library.h"
 
 namespace vx {
 namespace {

@@ -434,6 +434,24 @@ TEST_F(Program, JsonAndBack) {
   EXPECT_EQ(run("json").exit, 2);
 }
 
+TEST_F(Program, XmlAndBack) {
+  const std::string a = path("a.dcm");
+  for (const std::string form : {"", "--hex ", "--native ", "--native --indent "}) {
+    const std::string xml = path("x.xml");
+    ASSERT_EQ(run("xml " + form + a + " > " + xml).exit, 0);
+    const std::string text = run("xml " + form + a).out;
+    EXPECT_NE(text.find(">1.2.3</"), std::string::npos);
+    EXPECT_EQ(run("xml --back " + form + xml + " " + path("x.dcm")).exit, 0);
+    const std::string again = run("xml " + form + path("x.dcm")).out;
+    EXPECT_EQ(again.substr(again.find("\"0008")), text.substr(text.find("\"0008")));
+  }
+  EXPECT_EQ(run("xml --native --no-bulk " + a).out.find("InlineBinary"), std::string::npos);
+  write("bad.xml", "<NativeDicomModel><DicomAttribute tag='00100020' vr='LO'>");
+  EXPECT_EQ(run("xml --native --back " + path("bad.xml") + " " + path("y.dcm")).exit, 2);
+  EXPECT_FALSE(fs::exists(path("y.dcm")));
+  EXPECT_EQ(run("xml").exit, 2);
+}
+
 TEST_F(Program, NetworkUsage) {
   struct Row {
     std::string arguments;

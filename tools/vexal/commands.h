@@ -9,6 +9,7 @@ extern const Command kDump;
 extern const Command kValidate;
 extern const Command kConvert;
 extern const Command kJson;
+extern const Command kXml;
 extern const Command kModify;
 extern const Command kPixel;
 extern const Command kTemplate;

@@ -8,6 +8,7 @@
 #include "files.h"
 #include "parallel.h"
 #include "session.h"
+#include "text_forms.h"
 #include "write_options.h"
 
 namespace vexal {
@@ -137,43 +138,6 @@ VX_STATUS give_text(int32_t, void* user, uint32_t* size, void** data, int32_t, i
   return static_cast<FileSource*>(user)->next(size, data, last);
 }
 
-// What counts as read: values that break a rule of their VR are stored as they are.
-bool is_stored(VX_STATUS status) {
-  return status == VX_NORMAL_COMPLETION || status == VX_INVALID_VALUE_FOR_VR ||
-         status == VX_INVALID_CHARS_IN_VALUE;
-}
-
-int from_json(const std::string& in, const std::string& out, int32_t options, const WriteOptions& write) {
-  CurrentFile current(in);
-  FileSource source;
-  std::string problem = source.open(in);
-  DicomFile file;
-  int32_t id = -1;
-  int exit = kSuccess;
-  if (problem.empty()) {
-    VX_STATUS status = VX_Create_Empty_File(&id, out.c_str());
-    if (status == VX_NORMAL_COMPLETION) {
-      file.adopt(id);
-      status = VX_Json_To_Message_With_Options(id, &source, options, give_text);
-    }
-    if (!is_stored(status)) {
-      report(in, VX_Error_Message(status));
-      if (status == VX_CALLBACK_CANNOT_COMPLY || status == VX_SYSTEM_ERROR) return kUsage;
-      exit = kFindings;  // what could be read is written
-    }
-  } else {
-    report(in, problem);
-    return kUsage;
-  }
-  VX_TRANSFER_SYNTAX syntax = 0;
-  if (VX_Get_Message_Transfer_Syntax(id, &syntax) != VX_NORMAL_COMPLETION)
-    file.set_syntax(EXPLICIT_LITTLE_ENDIAN);
-  problem = write_file(file, out, write);
-  if (problem.empty()) return exit;
-  report(out, problem);
-  return kUsage;
-}
-
 int run(const Args& args) {
   // Without ICU, texts of other sets than UTF-8 and ISO_IR 100 come out by the values of their bytes.
   VX_Enable_Unicode_Conversion(1);
@@ -186,7 +150,9 @@ int run(const Args& args) {
       complain("json --back needs a file to read and one to write; --help tells more");
       return kUsage;
     }
-    return from_json(args.paths[0], args.paths[1], options, write);
+    return file_from_text(args.paths[0], args.paths[1], write, [&](int32_t id, FileSource& source) {
+      return VX_Json_To_Message_With_Options(id, &source, options, give_text);
+    });
   }
   if (args.paths.empty()) {
     complain("json needs at least one file; --help tells more");

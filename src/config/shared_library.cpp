@@ -1,4 +1,4 @@
-#include "pixel/shared_library.h"
+#include "config/shared_library.h"
 
 #include <dlfcn.h>
 

@@ -1,0 +1,602 @@
+// Objects to XML. The text is emitted directly, and handed over when it is whole.
+#include <algorithm>
+#include <bit>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "codec/stream_output.h"
+#include "config/services.h"
+#include "frame/limits.h"
+#include "frame/lock.h"
+#include "frame/log.h"
+#include "frame/no_throw.h"
+#include "model/attributes.h"
+#include "model/convert.h"
+#include "model/deferred.h"
+#include "model/dictionary.h"
+#include "model/private_blocks.h"
+#include "model/values.h"
+#include "model/vr.h"
+#include "text/base64.h"
+#include "text/utf8.h"
+#include "text/xml.h"
+
+namespace vx {
+
+namespace {
+
+constexpr uint32_t kTransferSyntaxUid = 0x00020010U;
+constexpr uint32_t kSopClassUid = 0x00080016U;
+constexpr uint32_t kFirstDataSetTag = 0x00080000U;
+constexpr uint32_t kFirstDirectoryTag = 0x00040000U;
+constexpr std::size_t kOwnNameLimit = 64;
+constexpr std::size_t kBase64Line = 76;
+constexpr std::string_view kModel = "http://dicom.nema.org/PS3.19/models/NativeDICOM";
+
+template <typename T>
+T numeric_at(const TagObj& attribute, int32_t number) {
+  T value{};
+  const void* data = numeric_value(attribute, number);
+  if (data != nullptr) std::memcpy(&value, data, sizeof value);
+  return value;
+}
+
+// The fewest digits of the usual precision that read back as the same number.
+template <typename T>
+char* real_text(T value, int usual, int exact, char (&text)[40]) {
+  auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::general, usual).ptr;
+  T again{};
+  std::from_chars(text, end, again);
+  if (std::isfinite(value) && again != value)
+    end = std::to_chars(text, text + sizeof text, value, std::chars_format::general, exact).ptr;
+  return end;
+}
+
+std::string_view number_text(const TagObj& attribute, int32_t number, XmlForm form, char (&text)[40]) {
+  char* end = text;
+  const auto whole = [&](int64_t value) { end = std::to_chars(text, text + sizeof text, value).ptr; };
+  switch (attribute.VR) {
+    case VX_VR_AT:
+      if (form == XmlForm::Own) {
+        whole(numeric_at<uint32_t>(attribute, number));
+      } else {
+        end += std::snprintf(text, sizeof text, "%08X", numeric_at<uint32_t>(attribute, number));
+      }
+      break;
+    case VX_VR_FL:
+      end = real_text(numeric_at<float>(attribute, number), 7, 9, text);
+      break;
+    case VX_VR_FD:
+      end = real_text(numeric_at<double>(attribute, number), 16, 17, text);
+      break;
+    case VX_VR_SS:
+      whole(numeric_at<int16_t>(attribute, number));
+      break;
+    case VX_VR_US:
+      whole(numeric_at<uint16_t>(attribute, number));
+      break;
+    case VX_VR_SL:
+      whole(numeric_at<int32_t>(attribute, number));
+      break;
+    default:
+      whole(numeric_at<uint32_t>(attribute, number));
+      break;
+  }
+  return {text, static_cast<std::size_t>(end - text)};
+}
+
+class XmlWriter {
+ public:
+  XmlWriter(XmlForm form, int32_t options) : form_(form), options_(options) {}
+  VX_STATUS native(MsgObj& object);
+  VX_STATUS own(MsgObj& object);
+  std::string& text() { return out_; }
+
+ private:
+  // What the walk of one object has at hand.
+  struct Scope {
+    MsgObj& object;
+    TextSet set;
+    uint32_t first;
+    uint32_t last;
+    int depth;
+  };
+  const char* function() const {
+    return form_ == XmlForm::Own ? "VX_Message_To_XML" : "VX_Message_To_XML_Native";
+  }
+  bool has(int32_t option) const { return (options_ & option) != 0; }
+  void line() {
+    if (!has(VX_XML_INDENT)) return;
+    out_ += '\n';
+    out_.append(static_cast<std::size_t>(level_), ' ');
+  }
+  void numbered(const char* name, int32_t number) {
+    line();
+    (((out_ += '<') += name) += " number=\"") += std::to_string(number);
+    out_ += '"';
+  }
+  void end(const char* name) { ((out_ += "</") += name) += '>'; }
+  void escape(std::string_view utf8);
+  void field(const char* name, std::string_view utf8) {
+    ((out_ += ' ') += name) += "=\"";
+    escape(utf8);
+    out_ += '"';
+  }
+  std::string_view name_of(const TagObj& attribute, std::string_view creator);
+
+  VX_STATUS attributes(const Scope& scope);
+  VX_STATUS attribute(const Scope& scope, TagObj& attribute);
+  VX_STATUS native_content(const Scope& scope, TagObj& attribute);
+  VX_STATUS own_content(const Scope& scope, TagObj& attribute, std::size_t& length);
+  VX_STATUS items(const Scope& scope, const TagObj& attribute);
+  VX_STATUS values(const Scope& scope, const TagObj& attribute);
+  VX_STATUS bytes(const Scope& scope, TagObj& attribute, std::size_t& length);
+  VX_STATUS section(const Scope& scope, const char* name, bool data_set);
+  void person(std::string_view name);
+  template <std::size_t N>
+  void parts(std::string_view text, char separator, const char* const (&names)[N], bool groups);
+
+  const XmlForm form_;
+  const int32_t options_;
+  std::string out_;
+  std::string work_;
+  char name_[kMaxName + 64] = "";
+  int level_ = 0;
+  bool replaced_ = false;  // a character that XML can not hold was met
+};
+
+void XmlWriter::escape(std::string_view utf8) {
+  for (std::size_t i = 0; i < utf8.size(); ++i) {
+    const char c = utf8[i];
+    const auto byte = static_cast<uint8_t>(c);
+    const char* name = c == '<'    ? "&lt;"
+                       : c == '>'  ? "&gt;"
+                       : c == '&'  ? "&amp;"
+                       : c == '"'  ? "&quot;"
+                       : c == '\'' ? "&apos;"
+                                   : nullptr;
+    if (name != nullptr) {
+      out_ += name;
+    } else if (byte != 0 && byte < 0x20 && (form_ == XmlForm::Own || c == '\t' || c == '\n' || c == '\r')) {
+      const char reference[] = {'&', '#', static_cast<char>('0' + byte / 10),
+                                static_cast<char>('0' + byte % 10), ';'};
+      out_.append(reference, sizeof reference);
+    } else if (byte < 0x20) {
+      out_ += "\xEF\xBF\xBD";
+      replaced_ = true;
+    } else if (const std::string_view three = utf8.substr(i, 3);
+               three == "\xEF\xBF\xBE" || three == "\xEF\xBF\xBF") {  // no characters either
+      out_ += "\xEF\xBF\xBD";
+      replaced_ = true;
+      i += 2;
+    } else {
+      out_ += c;
+    }
+  }
+}
+
+std::string_view XmlWriter::name_of(const TagObj& attribute, std::string_view creator) {
+  const uint32_t tag = attribute.Tag;
+  if (is_private(tag)) {
+    if (is_private_creator(tag)) {
+      if (!creator.empty()) return "Private Creator Code";
+      VX_LOG_ERR(function(), "Invalid Private Creator Code, error \"%s\"", status_text(VX_NOT_FOUND));
+      return "Undefined";
+    }
+    if (creator.empty()) {
+      VX_LOG_ERR(function(), "No valid private creator code exists for private attribute, error \"%s\"",
+                 status_text(VX_NOT_FOUND));
+      return "ILLEGAL Private Attribute - No Creator Code";
+    }
+    if (dictionary_name(tag, creator, name_, sizeof name_) != VX_NORMAL_COMPLETION) return "Private";
+  } else if (form_ == XmlForm::Native) {
+    if (dictionary_keyword(tag, name_, sizeof name_) != VX_NORMAL_COMPLETION) return "Unknown";
+  } else if (dictionary_name(tag, {}, name_, sizeof name_) != VX_NORMAL_COMPLETION) {
+    return "Non-standard attribute name";
+  }
+  const std::string_view name(name_);
+  return form_ == XmlForm::Own ? name.substr(0, kOwnNameLimit) : name;
+}
+
+VX_STATUS XmlWriter::attributes(const Scope& scope) {
+  if (scope.depth > kMaxNesting) return VX_INVALID_VALUE_FOR_VR;
+  for (TagObj* a = scope.object.FirstTag; a != nullptr; a = a->Next) {
+    if (a->Tag < scope.first || a->Tag > scope.last || tag_element(a->Tag) == 0) continue;
+    if (has(VX_XML_EXCLUDE_PRIVATE) && is_private(a->Tag)) continue;
+    const VX_STATUS status = attribute(scope, *a);
+    set_cursor(*a, {});
+    if (status == VX_NORMAL_COMPLETION) continue;
+    VX_LOG_ERR(function(), "%s failed to write DICOM attribute for attribute %4.4X%4.4X to XML",
+               scope.depth == 0 ? "xmlTextWriteDcmMessage" : "xmlTextWriteDcmItem", tag_group(a->Tag),
+               tag_element(a->Tag));
+    return status;
+  }
+  return VX_NORMAL_COMPLETION;
+}
+
+bool has_value(const TagObj& attribute) {
+  return attribute.Storage == 'C' ||
+         (attribute.ValueCount != 0 && !(attribute.ValueCount == 1 && attribute.Length == 0));
+}
+
+// The first value of a text attribute; empty if there is none.
+std::string_view text_of(const TagObj* attribute, char (&scratch)[80]) {
+  std::string_view text;
+  if (attribute == nullptr || !has_value(*attribute) || !is_text_vr(attribute->VR)) return text;
+  ValueCursor cursor;
+  cursor_first(*attribute, cursor);
+  return view_text(*attribute, cursor, scratch, text) == VX_NORMAL_COMPLETION ? text : std::string_view();
+}
+
+VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
+  const bool bulk = is_bulk_vr(attribute.VR);
+  const bool pixels = attribute.Tag == kPixelData;
+  bool wanted = true;
+  if (attribute.VR == VX_VR_SQ) {
+    wanted = !has(VX_XML_EXCLUDE_SEQUENCES);
+  } else if (pixels) {
+    wanted = has(VX_XML_INCLUDE_PIXEL_DATA);
+  } else if (bulk && attribute.VR != VX_VR_UN) {
+    wanted = has(VX_XML_INCLUDE_BULK);
+  }
+  if (!bulk && attribute.Storage == 'C') {
+    VX_LOG_WARN(function(), "Value of attribute %4.4X%4.4X is held by a callback and left out",
+                tag_group(attribute.Tag), tag_element(attribute.Tag));
+    wanted = false;
+  }
+  const bool own = form_ == XmlForm::Own;
+  if (own && (!wanted || (attribute.ValueCount == 0 && attribute.Storage != 'C')))
+    return VX_NORMAL_COMPLETION;
+  char scratch[80];
+  std::string_view creator;
+  if (is_private_creator(attribute.Tag)) {
+    creator = text_of(&attribute, scratch);
+  } else if (is_private(attribute.Tag)) {
+    creator = creator_of(scope.object, attribute.Tag);
+  }
+  char tag[9];
+  std::snprintf(tag, sizeof tag, "%4.4X%4.4X", tag_group(attribute.Tag), tag_element(attribute.Tag));
+  line();
+  out_ += own ? "<Attribute" : "<DicomAttribute";
+  field(own ? "Tag" : "tag", tag);
+  field(own ? "VR" : "vr", {vr_letters(attribute.VR), 2});
+  field(own ? "Name" : "keyword", name_of(attribute, creator));
+  if (!creator.empty()) field(own ? "PCode" : "privateCreator", to_utf8(creator, scope.set, false, work_));
+  if (!own) {
+    const std::size_t head = out_.size();
+    out_ += '>';
+    ++level_;
+    const VX_STATUS status =
+        wanted && has_value(attribute) ? native_content(scope, attribute) : VX_STATUS{VX_NORMAL_COMPLETION};
+    --level_;
+    if (out_.size() == head + 1) {
+      out_.resize(head);
+      out_ += "/>";
+    } else {
+      line();
+      end("DicomAttribute");
+    }
+    return status;
+  }
+  if (attribute.VR == VX_VR_SQ) {
+    field("Length", std::to_string(attribute.ValueCount));
+    out_ += '>';
+    if (has_value(attribute)) {
+      out_ += '\n';
+      if (const VX_STATUS status = items(scope, attribute); status != VX_NORMAL_COMPLETION) return status;
+    }
+    out_ += "</Attribute>\n";
+    return VX_NORMAL_COMPLETION;
+  }
+  // Length stands in front of the text that it counts.
+  const std::size_t head = out_.size();
+  std::size_t length = 0;
+  if (has_value(attribute)) {
+    if (const VX_STATUS status = own_content(scope, attribute, length); status != VX_NORMAL_COMPLETION)
+      return status;
+  }
+  std::string rest = bulk && has(VX_XML_BASE64) ? " Encoding=\"Base64\"" : "";
+  ((rest += " Length=\"") += std::to_string(length)) += "\">";
+  out_.insert(head, rest);
+  out_ += "</Attribute>\n";
+  return VX_NORMAL_COMPLETION;
+}
+
+VX_STATUS XmlWriter::native_content(const Scope& scope, TagObj& attribute) {
+  if (attribute.VR == VX_VR_SQ) return items(scope, attribute);
+  if (!is_bulk_vr(attribute.VR)) return values(scope, attribute);
+  const std::size_t before = out_.size();
+  line();
+  out_ += "<InlineBinary>";
+  const std::size_t start = out_.size();
+  std::size_t length = 0;
+  const VX_STATUS status = bytes(scope, attribute, length);
+  if (out_.size() == start) {
+    out_.resize(before);
+  } else {
+    end("InlineBinary");
+  }
+  return status;
+}
+
+VX_STATUS XmlWriter::own_content(const Scope& scope, TagObj& attribute, std::size_t& length) {
+  const std::size_t start = out_.size();
+  if (!is_bulk_vr(attribute.VR)) {
+    const VX_STATUS status = values(scope, attribute);
+    length = out_.size() - start;
+    return status;
+  }
+  const VX_STATUS status = bytes(scope, attribute, length);
+  if (status != VX_NORMAL_COMPLETION || !has(VX_XML_BASE64)) return status;
+  const std::string text = out_.substr(start);
+  out_.resize(start);
+  for (std::size_t at = 0; at < text.size(); at += kBase64Line) {
+    out_.append(text, at, kBase64Line);
+    out_ += "\r\n";
+  }
+  return VX_NORMAL_COMPLETION;
+}
+
+// Bytes as pairs of digits with blanks between.
+class HexWriter {
+ public:
+  explicit HexWriter(std::string& out) : out_(out), start_(out.size()) {}
+  void add(const void* data, std::size_t size) {
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    for (std::size_t i = 0; i < size; ++i) {
+      if (out_.size() != start_) out_ += ' ';
+      out_ += kDigits[bytes[i] >> 4];
+      out_ += kDigits[bytes[i] & 15U];
+    }
+  }
+
+ private:
+  std::string& out_;
+  const std::size_t start_;
+};
+
+struct BulkText {
+  Base64Writer base64;
+  HexWriter hex;
+  bool in_hex;
+  int32_t vr;
+  std::size_t length = 0;
+
+  // Values lie in the machine's order; XML has them in little endian.
+  void add(const void* data, std::size_t size) {
+    std::string swapped;
+    if (std::endian::native == std::endian::big) {
+      swapped.resize(size);
+      copy_swapped(swapped.data(), data, size, vr_width(vr));
+      data = swapped.data();
+    }
+    in_hex ? hex.add(data, size) : base64.add(data, size);
+    length += size;
+  }
+};
+
+VX_STATUS take_piece(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
+  return no_throw([&] {
+    static_cast<BulkText*>(user)->add(data, size);
+    return VX_STATUS{VX_NORMAL_COMPLETION};
+  });
+}
+
+VX_STATUS XmlWriter::bytes(const Scope& scope, TagObj& attribute, std::size_t& length) {
+  BulkText text{Base64Writer(out_), HexWriter(out_), form_ == XmlForm::Own && !has(VX_XML_BASE64),
+                attribute.VR};
+  if (attribute.Storage == 'M') {
+    for (const ValueObj* piece = attribute.FirstValue; piece != nullptr; piece = piece->Next) {
+      if (piece->Data != nullptr) text.add(piece->Data, piece->Length);
+    }
+  } else if (const VX_STATUS status = value_to_function(scope.object, attribute, &text, &take_piece);
+             status != VX_NORMAL_COMPLETION && status != VX_NULL_VALUE) {
+    VX_LOG_ERR(function(), "VX_Get_Value_To_Function failed for attribute 0x%8.8X, error \"%s\"",
+               attribute.Tag, status_text(status));
+    return status;
+  }
+  text.base64.finish();
+  length = text.length;
+  return VX_NORMAL_COMPLETION;
+}
+
+VX_STATUS XmlWriter::items(const Scope& scope, const TagObj& attribute) {
+  int32_t number = 0;
+  for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
+    auto* item = static_cast<MsgObj*>(value->Data);
+    if (item == nullptr) continue;
+    if (const VX_STATUS status = decode_all(*item); status != VX_NORMAL_COMPLETION) return status;
+    const bool own = form_ == XmlForm::Own;
+    own ? static_cast<void>(out_ += "<Item") : numbered("Item", ++number);
+    out_ += own ? ">\n" : ">";
+    ++level_;
+    const Scope inner{*item, text_set_of(*item, scope.set), own ? scope.first : 0, 0xFFFFFFFFU,
+                      scope.depth + 1};
+    const VX_STATUS status = attributes(inner);
+    --level_;
+    if (status != VX_NORMAL_COMPLETION) return status;
+    if (!own) line();
+    end("Item");
+    if (own) out_ += '\n';
+  }
+  return VX_NORMAL_COMPLETION;
+}
+
+VX_STATUS XmlWriter::values(const Scope& scope, const TagObj& attribute) {
+  const bool numeric = is_numeric_vr(attribute.VR);
+  const bool person_name = attribute.VR == VX_VR_PN;
+  const char* element = person_name ? "PersonName" : "Value";
+  ValueCursor cursor;
+  cursor_first(attribute, cursor);
+  for (int32_t n = 1; n <= attribute.ValueCount; ++n) {
+    char scratch[80];
+    char digits[40];
+    std::string_view text;
+    if (numeric) {
+      text = number_text(attribute, n, form_, digits);
+    } else {
+      VX_STATUS status = VX_NORMAL_COMPLETION;
+      if (n > 1) status = cursor_next(attribute, cursor);
+      if (status == VX_NORMAL_COMPLETION) status = view_text(attribute, cursor, scratch, text);
+      if (status == VX_NULL_VALUE) {
+        text = {};
+      } else if (status != VX_NORMAL_COMPLETION) {
+        return status;
+      }
+      text = to_utf8(text, scope.set, person_name, work_);
+    }
+    if (form_ == XmlForm::Own) {
+      if (n > 1) out_ += '\\';
+      escape(text);
+      continue;
+    }
+    numbered(element, n);
+    if (text.empty()) {
+      out_ += "/>";
+      continue;
+    }
+    out_ += '>';
+    if (person_name) {
+      person(text);
+      line();
+    } else {
+      escape(text);
+    }
+    end(element);
+  }
+  return VX_NORMAL_COMPLETION;
+}
+
+// Text in parts that have names. What is more than the names stays in the last part. Empty parts are left
+// out, but for the last one, so that the text comes back as it was.
+template <std::size_t N>
+void XmlWriter::parts(std::string_view text, char separator, const char* const (&names)[N], bool groups) {
+  static constexpr const char* kComponents[] = {"FamilyName", "GivenName", "MiddleName", "NamePrefix",
+                                                "NameSuffix"};
+  ++level_;
+  for (std::size_t i = 0; i < N; ++i) {
+    const std::size_t stop = i + 1 < N ? text.find(separator) : std::string_view::npos;
+    const std::string_view part = text.substr(0, stop);
+    const bool last = stop == std::string_view::npos;
+    if (!part.empty() || (last && i > 0)) {
+      line();
+      ((out_ += '<') += names[i]) += '>';
+      if (!groups) {
+        escape(part);
+      } else if (!part.empty()) {
+        parts(part, '^', kComponents, false);
+        line();
+      }
+      end(names[i]);
+    }
+    if (last) break;
+    text.remove_prefix(stop + 1);
+  }
+  --level_;
+}
+
+void XmlWriter::person(std::string_view name) {
+  static constexpr const char* kGroups[] = {"Alphabetic", "Ideographic", "Phonetic"};
+  parts(name, '=', kGroups, true);
+}
+
+VX_STATUS XmlWriter::native(MsgObj& object) {
+  out_ += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<NativeDicomModel";
+  field("xsi:schemaLocation", kModel);
+  field("xmlns:xsi", "http://www.w3.org/2001/XMLSchema-instance");
+  field("xmlns", kModel);
+  out_ += '>';
+  ++level_;
+  const VX_STATUS status = attributes({object, text_set_of(object, TextSet{}), 0, 0xFFFFFFFFU, 0});
+  --level_;
+  if (status != VX_NORMAL_COMPLETION) return status;
+  line();
+  out_ += "</NativeDicomModel>\n";
+  if (replaced_) VX_LOG_WARN(function(), "Characters that XML can not hold were replaced by U+FFFD");
+  return VX_NORMAL_COMPLETION;
+}
+
+VX_STATUS XmlWriter::section(const Scope& scope, const char* name, bool data_set) {
+  MsgObj& object = scope.object;
+  char scratch[80];
+  (out_ += '<') += name;
+  const char* unknown = "Unknown Service";
+  if (object.ObjectKind == Kind::File) {
+    const SopObj* service = find_service_by_uid(text_of(find_tag(object, kSopClassUid), scratch));
+    field("Service", service != nullptr ? service->name : unknown);
+    field("Command", "C_STORE_RQ");
+  } else if (object.ObjectKind == Kind::Message) {
+    const bool named = object.ServiceName != nullptr && std::string_view(object.ServiceName) != kNoName;
+    field("Service", named ? object.ServiceName : unknown);
+    const char* command = command_name(object.Command);
+    field("Command", command != nullptr ? command : "null");
+  }
+  if (data_set) {
+    const std::string_view syntax = text_of(find_tag(object, kTransferSyntaxUid), scratch);
+    if (!syntax.empty()) field("TransferSyntax", to_utf8(syntax, scope.set, false, work_));
+  }
+  out_ += ">\n";
+  if (const VX_STATUS status = attributes(scope); status != VX_NORMAL_COMPLETION) return status;
+  end(name);
+  out_ += '\n';
+  return VX_NORMAL_COMPLETION;
+}
+
+VX_STATUS XmlWriter::own(MsgObj& object) {
+  const Kind kind = object.ObjectKind;
+  const char* root = kind == Kind::Message    ? "DcmMessage"
+                     : kind == Kind::File     ? "DcmFile"
+                     : kind == Kind::Dicomdir ? "DICOMDIR"
+                                              : "DcmItem";
+  ((out_ += "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<") += root) += ">\n";
+  const TextSet set = text_set_of(object, TextSet{});
+  if (kind == Kind::File) {
+    const VX_STATUS status = section({object, set, 0x00020000U, 0x0002FFFFU, 0}, "FileMetaInfo", false);
+    if (status != VX_NORMAL_COMPLETION) return status;
+  }
+  const uint32_t first = kind == Kind::Dicomdir ? kFirstDirectoryTag : kFirstDataSetTag;
+  const VX_STATUS status = section({object, set, first, 0xFFFFFFFFU, 0}, "DataSet", true);
+  if (status != VX_NORMAL_COMPLETION) return status;
+  end(root);
+  out_ += '\n';
+  if (replaced_) VX_LOG_WARN(function(), "Characters that XML can not hold were replaced by U+FFFD");
+  return VX_NORMAL_COMPLETION;
+}
+
+}  // namespace
+
+VX_STATUS object_to_xml(MsgObj& object, XmlForm form, int32_t options, void* user,
+                        VX_STREAM_OUTPUT callback) {
+  const char* function = form == XmlForm::Own ? "VX_Message_To_XML" : "VX_Message_To_XML_Native";
+  const Guard guard(object.Semaphore);
+  if (const VX_STATUS status = decode_all(object); status != VX_NORMAL_COMPLETION) return status;
+  if (object.FirstTag == nullptr) {
+    VX_LOG_INF(function, "Message has no attributes.");
+    return VX_MESSAGE_EMPTY;
+  }
+  XmlWriter xml(form, form == XmlForm::Own ? options & ~VX_XML_INDENT : options);
+  VX_STATUS status = form == XmlForm::Own ? xml.own(object) : xml.native(object);
+  if (status == VX_NORMAL_COMPLETION) {
+    std::string& text = xml.text();
+    if (text.size() % 2 != 0) text += ' ';
+    StreamWriter writer;
+    writer.MsgID = object.ID;
+    writer.MessageCallback = callback;
+    writer.UserInfo = user;
+    StreamOutput out(writer);
+    status = out.open();
+    if (status == VX_NORMAL_COMPLETION) status = out.put(text.data(), text.size());
+    if (status == VX_NORMAL_COMPLETION) status = out.finish();
+    if (status == VX_CALLBACK_CANNOT_COMPLY) status = VX_SYSTEM_ERROR;
+  }
+  if (status != VX_NORMAL_COMPLETION) {
+    VX_LOG_ERR(function, "Failed to convert %s to XML : %s", kind_label(object.ObjectKind),
+               status_text(status));
+  }
+  return status;
+}
+
+}  // namespace vx

@@ -1,0 +1,259 @@
+#include <cmath>
+
+#include "codec/streams.h"
+
+namespace {
+
+using namespace streams;
+using support::LibraryTest;
+
+struct Text {
+  std::string bytes;
+  std::size_t block = 0;
+  std::size_t at = 0;
+};
+VX_STATUS give(int32_t, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
+  auto& text = *static_cast<Text*>(user);
+  const std::size_t part =
+      std::min(text.block == 0 ? text.bytes.size() : text.block, text.bytes.size() - text.at);
+  *data = text.bytes.data() + text.at;
+  *size = static_cast<uint32_t>(part);
+  text.at += part;
+  *last = text.at == text.bytes.size() ? 1 : 0;
+  return VX_NORMAL_COMPLETION;
+}
+
+constexpr int32_t kAll = VX_XML_INCLUDE_BULK | VX_XML_INCLUDE_PIXEL_DATA;
+
+class Xml : public LibraryTest {
+ protected:
+  static std::string write(int32_t id, bool native, int32_t options,
+                           VX_STATUS expected = VX_NORMAL_COMPLETION) {
+    Sink sink;
+    const auto function = native ? &VX_Message_To_XML_Native : &VX_Message_To_XML;
+    EXPECT_EQ(function(id, &sink, options, &message_output), expected);
+    EXPECT_EQ(sink.bytes.size() % 2, 0U);
+    while (!sink.bytes.empty() && sink.bytes.back() == ' ') sink.bytes.pop_back();
+    return sink.bytes;
+  }
+  static VX_STATUS read(int32_t id, bool native, std::string xml, std::size_t block = 0) {
+    Text text{std::move(xml), block};
+    return native ? VX_XML_Native_To_Message(id, &text, &give) : VX_XML_To_Message(id, &text, &give);
+  }
+  static std::string text(int32_t id, uint32_t tag) {
+    char buffer[200] = "";
+    return VX_Get_Value_To_String(id, tag, sizeof buffer, buffer) == VX_NORMAL_COMPLETION ? buffer : "?";
+  }
+  static std::string native(const std::string& inner) {
+    return "<?xml version='1.0'?><NativeDicomModel>" + inner + "</NativeDicomModel>";
+  }
+  // The object as a stream: all that it holds.
+  static std::string stream(int32_t id) {
+    Sink sink;
+    EXPECT_EQ(
+        VX_Message_To_Stream(id, 0x00080000, 0xFFFFFFFF, EXPLICIT_LITTLE_ENDIAN, &sink, &message_output),
+        VX_NORMAL_COMPLETION);
+    return sink.bytes;
+  }
+  static void fill(int32_t id) {
+    VX_Set_Value_From_String(id, 0x00080005, "ISO_IR 100");
+    VX_Set_Value_From_String(id, 0x00080008, "ORIGINAL");
+    VX_Set_Next_Value_To_NULL(id, 0x00080008);
+    VX_Set_Value_From_String(id, 0x00100010, "M\xFCller^^A^^^x=^B=");
+    VX_Set_Value_From_String(id, 0x00101001, "==P^Q");
+    VX_Set_Next_Value_From_String(id, 0x00101001, "A&B<C^");
+    VX_Set_Value_From_String(id, 0x00204000, " a<b>&\"'\\\r\n\t&lt;.");
+    VX_Set_Value_From_UInt(id, 0x00280009, 0x00181063);
+    VX_Set_Value_From_Int(id, 0x0072007A, -5);
+    VX_Set_Next_Value_From_Int(id, 0x0072007A, 7);
+    VX_Set_Value_To_NULL(id, 0x00100020);
+    VX_Set_Value_To_NULL(id, 0x00081140);
+    VX_Set_Value_From_Buffer(id, 0x7FE00010, "abcd", 4);
+    VX_Add_Private_Block(id, "ACME <1>", 0x0009);
+    VX_Add_Private_Attribute(id, "ACME <1>", 0x0009, 0x02, VX_VR_US);
+    VX_Set_pValue_From_Int(id, "ACME <1>", 0x0009, 0x02, 3);
+    // One attribute of each VR.
+    for (int32_t vr = 0; vr <= VX_VR_SQ; ++vr) {
+      const uint32_t tag = 0x00991000U + static_cast<uint32_t>(vr);
+      VX_Add_Private_Block(id, "ACME VR", 0x0099);
+      EXPECT_EQ(VX_Add_Private_Attribute(id, "ACME VR", 0x0099, tag & 0xFFU, vr), VX_NORMAL_COMPLETION);
+      const auto element = static_cast<uint8_t>(tag & 0xFFU);
+      if (vr == VX_VR_SQ) {
+        int32_t outer = -1;
+        int32_t inner = -1;
+        VX_Open_Empty_Item(&outer);
+        VX_Open_Empty_Item(&inner);
+        VX_Set_Value_From_String(inner, 0x00100010, "\xC4^\xD6");
+        VX_Set_Value_From_Int(outer, 0x00081140, inner);
+        VX_Set_pValue_From_Int(id, "ACME VR", 0x0099, element, outer);
+        continue;
+      }
+      switch (vr) {
+        case VX_VR_FL:
+          VX_Set_pValue_From_Float(id, "ACME VR", 0x0099, element, 0.1F);
+          break;
+        case VX_VR_FD:
+          VX_Set_pValue_From_Double(id, "ACME VR", 0x0099, element, 1e-310);
+          break;
+        case VX_VR_OB:
+        case VX_VR_OW:
+        case VX_VR_OL:
+        case VX_VR_OD:
+        case VX_VR_OF:
+        case VX_VR_UN: {
+          const std::string bytes(120, static_cast<char>(0x80 + vr));
+          VX_Set_pValue_From_Buffer(id, "ACME VR", 0x0099, element, bytes.data(), 120);
+          break;
+        }
+        default:
+          VX_Set_pValue_From_String(id, "ACME VR", 0x0099, element, "1");
+          break;
+      }
+    }
+  }
+};
+
+TEST_F(Xml, EveryVrComesBackInBothForms) {
+  const Object message;
+  fill(message);
+  const std::string before = stream(message);
+  for (const bool form : {false, true}) {
+    for (const int32_t options :
+         {0, static_cast<int32_t>(VX_XML_BASE64), static_cast<int32_t>(VX_XML_INDENT)}) {
+      const std::string xml = write(message, form, kAll | options);
+      for (const std::size_t block : {0U, 1U}) {
+        const Object copy;
+        EXPECT_EQ(read(copy, form, xml, block), VX_NORMAL_COMPLETION);
+        EXPECT_EQ(stream(copy), before) << xml;
+      }
+      EXPECT_NE(xml.find(form ? "<Value number=\"1\">0.1</Value>" : ">0.1</Attribute>"), std::string::npos);
+    }
+  }
+}
+
+TEST_F(Xml, TheNativeForm) {
+  const Object message;
+  fill(message);
+  VX_Set_Value_From_String(message, 0x00081030, "a\x0C.");
+  const std::string xml = write(message, true, 0);
+  for (const char* part :
+       {"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<NativeDicomModel xsi:schemaLocation=\"",
+        "<DicomAttribute tag=\"00080008\" vr=\"CS\" keyword=\"ImageType\"><Value "
+        "number=\"1\">ORIGINAL</Value>"
+        "<Value number=\"2\"/></DicomAttribute>",
+        "<PersonName "
+        "number=\"1\"><Alphabetic><FamilyName>M\xC3\xBCller</FamilyName><MiddleName>A</MiddleName>",
+        "<Value number=\"1\">00181063</Value>", " a&lt;b&gt;&amp;&quot;&apos;\\&#13;&#10;&#09;&amp;lt;.",
+        "tag=\"00090010\" vr=\"LO\" keyword=\"Private Creator Code\"",
+        "keyword=\"Private\" privateCreator=\"ACME &lt;1&gt;\"><Value number=\"1\">3</Value>",
+        ">a\xEF\xBF\xBD.</Value>", "<DicomAttribute tag=\"7FE00010\" vr=\"OW\" keyword=\"PixelData\"/>",
+        "<DicomAttribute tag=\"00100020\" vr=\"LO\" keyword=\"PatientID\"/>"}) {
+    EXPECT_NE(xml.find(part), std::string::npos) << part << "\n" << xml;
+  }
+  const std::string less = write(message, true, VX_XML_EXCLUDE_PRIVATE);
+  EXPECT_EQ(less.find("ACME"), std::string::npos);
+}
+
+TEST_F(Xml, TheOwnForm) {
+  const Object message;
+  fill(message);
+  const std::string bytes(60, 'x');
+  VX_Set_Value_From_Buffer(message, 0x7FE00010, bytes.data(), 60);
+  VX_Set_Value_From_String(message, 0x00081030, "a<\x0C");
+  const std::string xml = write(message, false, kAll | VX_XML_BASE64);
+  for (const char* part :
+       {"<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<DcmMessage>\n<DataSet Service=\"Unknown Service\" "
+        "Command=",
+        "<Attribute Tag=\"00081030\" VR=\"LO\" Name=\"Study Description\" "
+        "Length=\"10\">a&lt;&#12;</Attribute>\n",
+        "Length=\"9\">ORIGINAL\\</Attribute>\n", "Length=\"7\">1577059</Attribute>\n",
+        "PCode=\"ACME &lt;1&gt;\" Length=\"1\">3</Attribute>", "Encoding=\"Base64\" Length=\"60\">eHh4eHh4",
+        "\n<Item>\n<Attribute Tag="}) {
+    EXPECT_NE(xml.find(part), std::string::npos) << part << "\n" << xml;
+  }
+  EXPECT_NE(xml.find("\r\neHh4\r\n</Attribute>\n</DataSet>\n</DcmMessage>\n"), std::string::npos) << xml;
+  const std::string hex = write(message, false, VX_XML_EXCLUDE_SEQUENCES);
+  EXPECT_EQ(hex.find("7FE00010"), std::string::npos);
+  EXPECT_EQ(hex.find("VR=\"SQ\""), std::string::npos);
+  const Object copy;
+  EXPECT_EQ(read(copy, false, xml), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(text(copy, 0x00081030), "a<\x0C");
+  EXPECT_EQ(read(copy, false, "<x><ATTRIBUTE pcode='A B' VR='US' tag='00111007' name=\"\">9</Attribute></x>"),
+            VX_NORMAL_COMPLETION);
+}
+
+TEST_F(Xml, NativeOddities) {
+  const Object message;
+  EXPECT_EQ(write(message, true, 0, VX_MESSAGE_EMPTY), "");
+  EXPECT_EQ(VX_Message_To_XML(message, nullptr, 0, nullptr), VX_NULL_POINTER_PARM);
+  EXPECT_EQ(read(9, true, native("")), VX_INVALID_MESSAGE_ID);
+  EXPECT_EQ(read(message, true, native(" \n ")), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(read(message, true, "<Other/>"), VX_SYSTEM_ERROR);
+  EXPECT_EQ(read(message, true,
+                 native("<DicomAttribute tag='00080008' vr='CS'><Value number='2'>B</Value></DicomAttribute>"
+                        "<DicomAttribute tag='00111002' vr='LO' privateCreator='A&amp;B'><Value>x</Value>"
+                        "</DicomAttribute>"
+                        "<DicomAttribute tag='00990001' vr='UN'/>"
+                        "<DicomAttribute tag='00980002' vr='UV'><Value>258</Value></DicomAttribute>"
+                        "<DicomAttribute tag='00980003' vr='OB'><InlineBinary>%YW\nJj*</InlineBinary>"
+                        "</DicomAttribute>"
+                        "<DicomAttribute vr='LO'/>"
+                        "<DicomAttribute tag='00100020' vr='LO'><Value>late</Value></DicomAttribute>")),
+            VX_NORMAL_COMPLETION);
+  const std::string again = write(message, true, kAll);
+  EXPECT_NE(again.find("<Value number=\"1\"/><Value number=\"2\">B</Value>"), std::string::npos) << again;
+  EXPECT_NE(again.find("privateCreator=\"A&amp;B\"><Value number=\"1\">x</Value>"), std::string::npos)
+      << again;
+  EXPECT_NE(again.find("<InlineBinary>AgEAAAAAAAA=</InlineBinary>"), std::string::npos) << again;
+  EXPECT_NE(again.find("<InlineBinary>YWJjAA==</InlineBinary>"), std::string::npos) << again;
+  EXPECT_EQ(text(message, 0x00100020), "?");
+  // The first item of a document empties a sequence that is filled.
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(read(message, true, native("<DicomAttribute tag='00081140' vr='SQ'><Item/></DicomAttribute>")),
+              VX_NORMAL_COMPLETION);
+  }
+  int32_t count = 0;
+  EXPECT_EQ(VX_Get_Attribute_Info(message, 0x00081140, nullptr, &count), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(count, 1);
+}
+
+TEST_F(Xml, HostileDocumentsLeaveTheObjectAlone) {
+  const Object message;
+  const std::string id = "<DicomAttribute tag='00100020' vr='LO'><Value>&e;</Value></DicomAttribute>";
+  const auto nested = [](int levels, bool form) {
+    std::string xml = form ? "<NativeDicomModel>" : "<DcmMessage>";
+    for (int i = 0; i < levels; ++i)
+      xml +=
+          form ? "<DicomAttribute tag='00081140' vr='SQ'><Item>" : "<Attribute tag='00081140' VR='SQ'><Item>";
+    for (int i = 0; i < levels; ++i) xml += form ? "</Item></DicomAttribute>" : "</Item></Attribute>";
+    return xml + (form ? "</NativeDicomModel>" : "</DcmMessage>");
+  };
+  for (const std::string& xml :
+       {"<!DOCTYPE NativeDicomModel [<!ENTITY e 'x'>]>" + native(id).substr(21),
+        "<!DOCTYPE x SYSTEM 'file:///etc/passwd'>" + native("").substr(21), native(id), std::string("x"),
+        std::string(), nested(5000, true), nested(131, true)}) {
+    EXPECT_EQ(read(message, true, xml), VX_SYSTEM_ERROR) << xml.substr(0, 200);
+  }
+  EXPECT_EQ(read(message, false, nested(5000, false)), VX_SYSTEM_ERROR);
+  EXPECT_EQ(read(message, false, "<x><Attribute Foo='1'>9</Attribute></x>"), VX_SYSTEM_ERROR);
+  const Object full;
+  fill(full);
+  for (const bool form : {false, true}) {
+    const std::string xml = write(full, form, kAll);
+    const std::string end = form ? "</NativeDicomModel>" : "</Attribute>";
+    for (std::size_t size = 0; size + 1 < xml.rfind(end) + end.size(); size += 41) {
+      const Object copy;
+      const VX_STATUS status = read(copy, form, xml.substr(0, size));
+      // Between two attributes the own form has no end to miss.
+      if (form || status != VX_NORMAL_COMPLETION) {
+        EXPECT_EQ(status, VX_SYSTEM_ERROR) << size;
+        EXPECT_NE(VX_Get_Attribute_Info(copy, 0x00080005, nullptr, nullptr), VX_NORMAL_COMPLETION);
+      }
+    }
+  }
+  EXPECT_EQ(write(message, true, 0, VX_MESSAGE_EMPTY), "");
+  EXPECT_EQ(read(message, true, nested(128, true)), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(read(message, false, nested(128, false)), VX_NORMAL_COMPLETION);
+}
+
+}  // namespace
