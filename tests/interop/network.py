@@ -14,6 +14,7 @@ import subprocess
 import sys
 import tempfile
 import time
+import urllib.request
 
 VEXAL, SAMPLES = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
 if shutil.which("storescp") is None or not os.path.isdir(SAMPLES):
@@ -410,6 +411,56 @@ def tls(folder):
         check(result.returncode == 0, "vexal store over TLS to storescp: " + result.stderr.decode())
 
 
+def orthanc(folder):
+    """An archive of another house: stored to, searched, fetched from, and sending to vexal receive itself."""
+    program = shutil.which("Orthanc", path="/usr/sbin:/usr/bin")
+    if program is None:
+        return print("  left out: no Orthanc")
+    samples = {i: p for i, p in valid_samples().items() if meta_text(p, 0x10) in PEER_SYNTAXES and run_lookup(meta_text(p, 2))}
+    database, port, web, receiver = os.path.join(folder, "db"), free_port(), free_port(), free_port()
+    os.mkdir(database)
+    config = os.path.join(folder, "orthanc.json")
+    with open(config, "w", encoding="ascii") as file:
+        json.dump({"StorageDirectory": database, "IndexDirectory": database, "DicomPort": port, "DicomAet": "ORTHANC", "HttpPort": web,
+                   "RemoteAccessAllowed": True, "AuthenticationEnabled": False, "DicomAlwaysAllowGet": True, "DicomAlwaysAllowMove": True,
+                   "DicomAlwaysAllowFind": True, "UnknownSopClassAccepted": True, "DicomCheckModalityHost": False,
+                   "DicomModalities": {"vexal": ["RECEIVER", "127.0.0.1", receiver]}}, file)
+    names = ("localhost", port, "--aec", "ORTHANC")
+    with Server([program, config], port):
+        check(run(VEXAL, "echo", *names).returncode == 0, "vexal echo to Orthanc")
+        result = run(VEXAL, "store", *names, "--json", "--associations", 2, *samples.values())
+        told = [json.loads(line) for line in result.stdout.decode().splitlines()]
+        stored = {line["instance"]: samples[line["instance"]] for line in told if line.get("stored") is True}
+        # It turns down what has no patient or study.
+        check(len(stored) * 10 >= len(samples) * 8, "vexal store to Orthanc: %d of %d" % (len(stored), len(samples)))
+        found = {}
+        for line in run(VEXAL, "find", *names, "--level", "image", "--json").stdout.decode().splitlines():
+            line = json.loads(line)
+            found[line["SOPInstanceUID"]] = line["StudyInstanceUID"]
+        check(set(stored) == set(found), "vexal find at Orthanc: %d instances of %d" % (len(found), len(stored)))
+        study = max(set(found.values()), key=list(found.values()).count)
+        wanted = {i: stored[i] for i in found if found[i] == study}
+        key = ("--level", "study", "-k", "StudyInstanceUID=" + study)
+        got, moved, sent = (os.path.join(folder, n) for n in ("got", "moved", "sent"))
+        result = run(VEXAL, "get", *names, *key, "--dir", got)
+        check(result.returncode == 0, "vexal get at Orthanc: " + result.stderr.decode())
+        with Server([VEXAL, "receive", receiver, "--dir", moved, "--aet", "RECEIVER"], receiver):
+            result = run(VEXAL, "move", *names, "--to", "RECEIVER", *key)
+            check(result.returncode == 0, "vexal move at Orthanc: " + result.stderr.decode())
+        with Server([VEXAL, "receive", receiver, "--dir", sent, "--aet", "RECEIVER"], receiver):
+            address = "http://127.0.0.1:%d/" % web
+            with urllib.request.urlopen(address + "instances", timeout=30) as answer:
+                everything = answer.read()
+            with urllib.request.urlopen(address + "modalities/vexal/store", everything, timeout=120) as answer:
+                check(json.loads(answer.read())["FailedInstancesCount"] == 0, "Orthanc to vexal receive: failed instances")
+        for title, folder_of, objects in (("get", got, wanted), ("move", moved, wanted), ("send", sent, stored)):
+            found = arrived(folder_of)
+            check(set(found) == set(objects), "Orthanc, %s: %d of %d arrived" % (title, len(found), len(objects)))
+            other = [os.path.relpath(objects[i], SAMPLES) for i in set(found) & set(objects) if content(found[i]) != content(objects[i])]
+            check(not other, "Orthanc, %s: other content: %s" % (title, other[:5]))
+        print("  %d of %d objects stored, %d in the study fetched" % (len(stored), len(samples), len(wanted)))
+
+
 def share_folder():
     place = os.path.dirname(VEXAL)
     while place != "/":
@@ -479,7 +530,7 @@ def capture(folder):
 
 
 def main():
-    for part in (verification, storage, queries, worklist, archive, tls, capture):
+    for part in (verification, storage, queries, worklist, archive, orthanc, tls, capture):
         with tempfile.TemporaryDirectory() as folder:
             start = time.time()
             try:

@@ -38,7 +38,8 @@ void print_help() {
   std::printf("usage: vexal COMMAND [OPTION...] [ARGUMENT...]\n\nCommands:\n");
   for (const Command& command : commands()) std::printf("  %-10s %s\n", command.name, command.summary);
   std::printf(
-      "\nvexal COMMAND --help tells more. Exit status: 0 success, 1 findings, 2 usage or input error.\n");
+      "\nvexal COMMAND --help tells more. Exit status: 0 success, 1 findings, 2 usage or input error, 3 "
+      "network.\n");
 }
 
 int run_command(const Command& command, std::span<char* const> words) {
