@@ -107,15 +107,10 @@ VX_STATUS provide(MsgObj& object, TagObj& attribute, void* data, uint32_t length
   return call_value_callback(object, attribute, VX_PROVIDE_DATA, &length, &data, first, &is_last);
 }
 
-// The callback gets the bytes as they lie; swapped ones in pieces through a buffer.
-VX_STATUS store_in_callback(MsgObj& object, TagObj& attribute, const void* data, uint32_t length,
-                            StoreFlags flags) {
-  if (flags.first || attribute.Length == kUndefinedLength) attribute.Length = 0;
-  if (!checked_add(attribute.Length, length, attribute.Length)) return VX_VALUE_TOO_LARGE;
-  attribute.ValueCount = 1;
-  if (!changes_order(attribute.VR, flags)) {
-    return provide(object, attribute, const_cast<void*>(data), length, flags.first, flags.last);
-  }
+// Hands bytes over as they lie; swapped ones in pieces through a buffer. `hand(data, size, first, last)`.
+template <typename Hand>
+VX_STATUS hand_over(const TagObj& attribute, const void* data, uint32_t length, StoreFlags flags, Hand hand) {
+  if (!changes_order(attribute.VR, flags)) return hand(data, length, flags.first, flags.last);
   const uint32_t piece = std::min(work_buffer_size() & ~7U, length);
   void* buffer = allocate_raw(piece);
   if (buffer == nullptr) return VX_SYSTEM_ERROR;
@@ -127,10 +122,21 @@ VX_STATUS store_in_callback(MsgObj& object, TagObj& attribute, const void* data,
     copy_in_order(attribute.VR, buffer, from, size, flags);
     from += size;
     left -= size;
-    status = provide(object, attribute, buffer, size, first, flags.last && left == 0);
+    status = hand(buffer, size, first, flags.last && left == 0);
   }
   release(buffer);
   return status;
+}
+
+VX_STATUS store_in_callback(MsgObj& object, TagObj& attribute, const void* data, uint32_t length,
+                            StoreFlags flags) {
+  if (flags.first || attribute.Length == kUndefinedLength) attribute.Length = 0;
+  if (!checked_add(attribute.Length, length, attribute.Length)) return VX_VALUE_TOO_LARGE;
+  attribute.ValueCount = 1;
+  return hand_over(attribute, data, length, flags,
+                   [&](const void* bytes, uint32_t size, bool first, bool last) {
+                     return provide(object, attribute, const_cast<void*>(bytes), size, first, last);
+                   });
 }
 
 // Room for `length` more bytes at the end of the last piece, or null: the piece moves. Capacity doubles, so
@@ -188,27 +194,12 @@ VX_STATUS extend_chain(TagObj& attribute, uint32_t length, void*& room) {
   return kOk;
 }
 
-// Swapped bytes pass through a buffer on their way to the file.
 VX_STATUS store_in_file(MsgObj& object, TagObj& attribute, const void* data, uint32_t length,
                         StoreFlags flags) {
-  if (!changes_order(attribute.VR, flags)) {
-    return append_to_file(object, attribute, data, length, flags.first, flags.last);
-  }
-  const uint32_t piece = std::min(work_buffer_size() & ~7U, length);
-  void* buffer = allocate_raw(piece);
-  if (buffer == nullptr) return VX_SYSTEM_ERROR;
-  VX_STATUS status = kOk;
-  const auto* from = static_cast<const uint8_t*>(data);
-  bool first = flags.first;
-  for (uint32_t left = length; left != 0 && status == kOk; first = false) {
-    const uint32_t size = std::min(piece, left);
-    copy_in_order(attribute.VR, buffer, from, size, flags);
-    from += size;
-    left -= size;
-    status = append_to_file(object, attribute, buffer, size, first, flags.last && left == 0);
-  }
-  release(buffer);
-  return status;
+  return hand_over(attribute, data, length, flags,
+                   [&](const void* bytes, uint32_t size, bool first, bool last) {
+                     return append_to_file(object, attribute, bytes, size, first, last);
+                   });
 }
 
 bool holds(const MsgObj& object, std::vector<const MsgObj*>& work, const MsgObj* wanted) {
