@@ -83,13 +83,14 @@ constexpr int kNewest = 99;
 constexpr int kOldest = 49;
 constexpr char kLoad[] = "VXI_LoadUnicodeLibrary";
 
-// A version that the process already has comes first.
+// A version that the process already has comes first. It stays mapped when it is closed: ICU has caches of
+// its own, which would leak with it.
 void* open_library(int& version) {
   char name[32] = "";
   for (const int extra : {RTLD_NOLOAD, 0}) {
     for (version = kNewest; version >= kOldest; --version) {
       std::snprintf(name, sizeof name, "libicuuc.so.%d", version);
-      void* const library = dlopen(name, RTLD_NOW | RTLD_LOCAL | extra);
+      void* const library = dlopen(name, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE | extra);
       if (library != nullptr) return library;
     }
   }
