@@ -13,6 +13,15 @@ bool is_stored(VX_STATUS status) {
 
 }  // namespace
 
+VX_STATUS append_text(int32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
+  static_cast<std::string*>(user)->append(static_cast<const char*>(data), size);
+  return VX_NORMAL_COMPLETION;
+}
+
+VX_STATUS give_text(int32_t, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
+  return static_cast<FileSource*>(user)->next(size, data, last);
+}
+
 int file_from_text(const std::string& in, const std::string& out, const WriteOptions& write,
                    const std::function<VX_STATUS(int32_t, FileSource&)>& read) {
   CurrentFile current(in);

@@ -24,11 +24,6 @@ constexpr Option kOptions[] = {
     VEXAL_WRITE_OPTIONS,
 };
 
-VX_STATUS append_text(int32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
-  static_cast<std::string*>(user)->append(static_cast<const char*>(data), size);
-  return VX_NORMAL_COMPLETION;
-}
-
 bool has_pixels(const DicomFile& file) {
   return VX_Get_Attribute_Info(file.id(), 0x7FE00010, nullptr, nullptr) == VX_NORMAL_COMPLETION;
 }
@@ -132,10 +127,6 @@ FileResult to_json(const std::string& path, int32_t options, const std::string& 
     result.exit = kFindings;
   }
   return result;
-}
-
-VX_STATUS give_text(int32_t, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
-  return static_cast<FileSource*>(user)->next(size, data, last);
 }
 
 int run(const Args& args) {

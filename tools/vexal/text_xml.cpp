@@ -19,15 +19,6 @@ constexpr Option kOptions[] = {
     VEXAL_WRITE_OPTIONS,
 };
 
-VX_STATUS append_text(int32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
-  static_cast<std::string*>(user)->append(static_cast<const char*>(data), size);
-  return VX_NORMAL_COMPLETION;
-}
-
-VX_STATUS give_text(int32_t, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
-  return static_cast<FileSource*>(user)->next(size, data, last);
-}
-
 FileResult to_xml(const std::string& path, bool native, int32_t options) {
   CurrentFile current(path);
   FileResult result;
