@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "config/keys.h"
 #include "vexalkit.h"
@@ -76,6 +77,19 @@ inline const DictionaryRecord* dictionary() {
 inline void start_library() {
   static const VX_STATUS status = VX_Library_Initialization(&configuration, &dictionary, nullptr);
   if (status != VX_NORMAL_COMPLETION) __builtin_trap();
+}
+
+// Callbacks on a std::string: all of it at once, and everything behind what is there.
+inline VX_STATUS give_text(int32_t, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
+  auto& text = *static_cast<std::string*>(user);
+  *data = text.data();
+  *size = static_cast<uint32_t>(text.size());
+  *last = 1;
+  return VX_NORMAL_COMPLETION;
+}
+inline VX_STATUS take_text(int32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
+  static_cast<std::string*>(user)->append(static_cast<const char*>(data), size);
+  return VX_NORMAL_COMPLETION;
 }
 
 }  // namespace fuzz

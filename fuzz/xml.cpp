@@ -5,22 +5,6 @@
 #include "library.h"
 #include "vexalkit.h"
 
-namespace {
-
-VX_STATUS give(int32_t, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
-  auto& text = *static_cast<std::string*>(user);
-  *data = text.data();
-  *size = static_cast<uint32_t>(text.size());
-  *last = 1;
-  return VX_NORMAL_COMPLETION;
-}
-VX_STATUS take(int32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
-  static_cast<std::string*>(user)->append(static_cast<const char*>(data), size);
-  return VX_NORMAL_COMPLETION;
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   fuzz::start_library();
   if (size == 0) return 0;
@@ -32,13 +16,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   int32_t copy = -1;
   if (VX_Open_Empty_Message(&message) != VX_NORMAL_COMPLETION) __builtin_trap();
   if (VX_Open_Empty_Message(&copy) != VX_NORMAL_COMPLETION) __builtin_trap();
-  read(message, &text, &give);
+  read(message, &text, &fuzz::give_text);
   std::string again;
-  const VX_STATUS status =
-      write(message, &again, VX_XML_INCLUDE_BULK | VX_XML_INCLUDE_PIXEL_DATA | VX_XML_BASE64, &take);
+  const VX_STATUS status = write(
+      message, &again, VX_XML_INCLUDE_BULK | VX_XML_INCLUDE_PIXEL_DATA | VX_XML_BASE64, &fuzz::take_text);
   if (status != VX_NORMAL_COMPLETION && status != VX_MESSAGE_EMPTY) __builtin_trap();
   // What the writer makes is XML.
-  if (status == VX_NORMAL_COMPLETION && read(copy, &again, &give) != VX_NORMAL_COMPLETION) __builtin_trap();
+  if (status == VX_NORMAL_COMPLETION && read(copy, &again, &fuzz::give_text) != VX_NORMAL_COMPLETION)
+    __builtin_trap();
   VX_Free_Message(&copy);
   VX_Free_Message(&message);
   return 0;

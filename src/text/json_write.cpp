@@ -19,6 +19,7 @@
 #include "model/vr.h"
 #include "text/base64.h"
 #include "text/json.h"
+#include "text/text_output.h"
 #include "text/utf8.h"
 
 namespace vx {
@@ -431,17 +432,7 @@ VX_STATUS object_to_json(MsgObj& object, int32_t options, void* user, VX_STREAM_
                status_text(status));
     return status;
   }
-  std::string& text = json.text();
-  if (text.size() % 2 != 0) text += ' ';
-  StreamWriter writer;
-  writer.MsgID = object.ID;
-  writer.MessageCallback = callback;
-  writer.UserInfo = user;
-  StreamOutput out(writer);
-  status = out.open();
-  if (status == VX_NORMAL_COMPLETION) status = out.put(text.data(), text.size());
-  if (status == VX_NORMAL_COMPLETION) status = out.finish();
-  return status == VX_CALLBACK_CANNOT_COMPLY ? VX_STATUS{VX_SYSTEM_ERROR} : status;
+  return hand_out_text(object, json.text(), user, callback);
 }
 
 }  // namespace vx

@@ -20,6 +20,7 @@
 #include "model/values.h"
 #include "model/vr.h"
 #include "text/base64.h"
+#include "text/text_output.h"
 #include "text/utf8.h"
 #include "text/xml.h"
 
@@ -579,19 +580,7 @@ VX_STATUS object_to_xml(MsgObj& object, XmlForm form, int32_t options, void* use
   }
   XmlWriter xml(form, form == XmlForm::Own ? options & ~VX_XML_INDENT : options);
   VX_STATUS status = form == XmlForm::Own ? xml.own(object) : xml.native(object);
-  if (status == VX_NORMAL_COMPLETION) {
-    std::string& text = xml.text();
-    if (text.size() % 2 != 0) text += ' ';
-    StreamWriter writer;
-    writer.MsgID = object.ID;
-    writer.MessageCallback = callback;
-    writer.UserInfo = user;
-    StreamOutput out(writer);
-    status = out.open();
-    if (status == VX_NORMAL_COMPLETION) status = out.put(text.data(), text.size());
-    if (status == VX_NORMAL_COMPLETION) status = out.finish();
-    if (status == VX_CALLBACK_CANNOT_COMPLY) status = VX_SYSTEM_ERROR;
-  }
+  if (status == VX_NORMAL_COMPLETION) status = hand_out_text(object, xml.text(), user, callback);
   if (status != VX_NORMAL_COMPLETION) {
     VX_LOG_ERR(function, "Failed to convert %s to XML : %s", kind_label(object.ObjectKind),
                status_text(status));

@@ -1,27 +1,14 @@
 #include <jansson.h>
 
 #include "codec/streams.h"
+#include "text/text_input.h"
 
 namespace {
 
 using namespace streams;
+using namespace text_input;
 using support::LibraryTest;
 
-struct Text {
-  std::string bytes;
-  std::size_t block = 0;
-  std::size_t at = 0;
-};
-VX_STATUS give(int32_t, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
-  auto& text = *static_cast<Text*>(user);
-  const std::size_t part =
-      std::min(text.block == 0 ? text.bytes.size() : text.block, text.bytes.size() - text.at);
-  *data = text.bytes.data() + text.at;
-  *size = static_cast<uint32_t>(part);
-  text.at += part;
-  *last = text.at == text.bytes.size() ? 1 : 0;
-  return VX_NORMAL_COMPLETION;
-}
 VX_STATUS take(int32_t, void* user, uint32_t size, void* data, int32_t first, int32_t last) {
   return static_cast<Sink*>(user)->take(size, data, first, last);
 }
