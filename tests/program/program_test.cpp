@@ -196,6 +196,64 @@ TEST_F(Program, ConvertsPixels) {
   EXPECT_NE(run("dump --tag SOPInstanceUID " + path("lossy.dcm")).out, uid);
 }
 
+// Cyrillic in the data set and a private attribute, Japanese in an item that says so itself.
+std::string charset_sample() {
+  std::string item;
+  append_element(item, 0x00080005, "CS", "\\ISO 2022 IR 87");
+  append_element(item, 0x00100010, "PN", "\x1B$B;3ED\x1B(B^\x1B$BB@O:\x1B(B");
+  std::string header;
+  append16(header, 0xFFFE);
+  append16(header, 0xE000);
+  append16(header, static_cast<uint32_t>(item.size()));
+  append16(header, 0);
+  std::string file = sample().substr(0, 128 + 4);
+  append_element(file, 0x00020010, "UI", "1.2.840.10008.1.2.1");
+  append_element(file, 0x00080005, "CS", "ISO_IR 144");
+  append_element(file, 0x00081140, "SQ", header + item);
+  append_element(file, 0x00090010, "LO", "GEMS_IDEN_01");
+  append_element(file, 0x00091001, "LO", "\xBB\xEE\xDA\\plain\\\xDA\x1B[2J");
+  append_element(file, 0x00100010, "PN", "\xBB\xEE\xDA^X");
+  return file;
+}
+
+TEST_F(Program, ConvertsCharacterSets) {
+  write("c.dcm", charset_sample());
+  ASSERT_EQ(run("convert --quiet --charset utf-8 " + path("c.dcm") + " " + path("u.dcm")).exit, 0);
+  const std::string utf8 = read("u.dcm");
+  for (const char* text : {"Люк^X", "Люк\\plain\\к\x1B[2J", "山田^太郎"}) {
+    EXPECT_NE(utf8.find(text), std::string::npos) << text;
+  }
+  const std::string all = run("dump --quiet " + path("u.dcm")).out;
+  EXPECT_EQ(all.find("ISO 2022"), std::string::npos);
+
+  // There and back. Each item goes by the sets of the whole.
+  const Outcome lost = run("convert --charset ISO_IR\\ 144 " + path("u.dcm") + " " + path("l.dcm"));
+  EXPECT_EQ(lost.exit, 1);
+  EXPECT_NE(
+      lost.out.find("(0010,0010) ReferencedImageSequence[0].PatientName \"山田^太郎\": not in the new sets: "
+                    "太 (U+592A) 山 (U+5C71)"),
+      std::string::npos)
+      << lost.out;
+  EXPECT_FALSE(fs::exists(path("l.dcm")));
+  EXPECT_EQ(run("convert --lossy --charset ISO_IR\\ 144 " + path("u.dcm") + " " + path("l.dcm")).exit, 1);
+  EXPECT_NE(read("l.dcm").find("?\?^?\?"), std::string::npos);
+  EXPECT_EQ(
+      run("convert --quiet --charset 'ISO_IR 144,ISO 2022 IR 87' " + path("u.dcm") + " " + path("m.dcm"))
+          .exit,
+      0);
+  EXPECT_NE(read("m.dcm").find("ISO 2022 IR 144\\ISO 2022 IR 87"), std::string::npos);
+  EXPECT_NE(read("m.dcm").find("\x1B$B;3ED\x1B(B^\x1B$BB@O:\x1B(B"), std::string::npos);
+  EXPECT_NE(read("m.dcm").find("\xBB\xEE\xDA^X"), std::string::npos);
+
+  // Text that no set is named for.
+  std::string bare = charset_sample();
+  bare.replace(bare.find("ISO_IR 144"), 10, "ISO_IR 6  ");
+  write("n.dcm", bare);
+  EXPECT_EQ(run("convert --charset utf-8 " + path("n.dcm") + " " + path("x.dcm")).exit, 1);
+  EXPECT_EQ(run("convert --charset nonsense " + path("n.dcm") + " " + path("x.dcm")).exit, 2);
+  EXPECT_FALSE(fs::exists(path("x.dcm")));
+}
+
 TEST_F(Program, ConvertsAFolder) {
   fs::create_directories(folder_ / "in" / "deep");
   write("in/one.dcm", sample());

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <filesystem>
 
+#include "charset.h"
 #include "commands.h"
 #include "files.h"
 #include "parallel.h"
@@ -20,6 +21,7 @@ constexpr Option kOptions[] = {
      "the target: a UID, or implicit, explicit, big-endian, deflated, rle, jpeg, jpeg-12, jpeg-lossless, "
      "jpeg-ls, "
      "jpeg-ls-near, jpeg2000, jpeg2000-lossy"},
+    VEXAL_CHARSET_OPTIONS,
     VEXAL_WRITE_OPTIONS,
     {"--threads", "N", "files converted at once (default: the processors)"},
 };
@@ -133,15 +135,17 @@ std::string recode(DicomFile& file, VX_TRANSFER_SYNTAX target) {
   return "";
 }
 
+// Without a target, the file keeps its transfer syntax.
 FileResult convert_file(const std::string& in, const std::string& out, VX_TRANSFER_SYNTAX target,
-                        const WriteOptions& options) {
+                        const CharsetChange& charset, const WriteOptions& options) {
   CurrentFile current(in);
   FileResult result;
   result.exit = kUsage;
   DicomFile file;
   // Pixels that change their form have to be at hand.
-  const bool keep_out = is_uncompressed(target);
+  const bool keep_out = target == 0 || is_uncompressed(target);
   VX_STATUS status = file.open(in, {keep_out});
+  if (target == 0) target = file.syntax();
   bool recoded = status == VX_NORMAL_COMPLETION && has_pixels(file) && file.syntax() != target &&
                  !(is_uncompressed(file.syntax()) && is_uncompressed(target));
   if (recoded && keep_out) status = file.open(in, {false});
@@ -156,18 +160,22 @@ FileResult convert_file(const std::string& in, const std::string& out, VX_TRANSF
     report(in, problem.empty() ? VX_Error_Message(status) : problem);
     return result;
   }
-  const std::string error = write_file(file, out, options);
+  bool write = true;
+  const Exit text = charset.apply(file, write);
+  const std::string error = write ? write_file(file, out, options) : "";
   if (!error.empty()) {
     report(out, error);
     return result;
   }
-  result.exit = kSuccess;
+  result.exit = text;
   return result;
 }
 
 int run(const Args& args) {
   VX_TRANSFER_SYNTAX target = 0;
-  if (!args.has("--to") || !find_syntax(args.get("--to"), target)) {
+  CharsetChange charset;
+  if (!charset.read(args)) return kUsage;
+  if (args.has("--to") ? !find_syntax(args.get("--to"), target) : !charset.wanted()) {
     complain("--to %s: give a transfer syntax UID, or a name that --help lists", args.get("--to").c_str());
     return kUsage;
   }
@@ -186,7 +194,7 @@ int run(const Args& args) {
   if (inputs.size() == 1 && !fs::is_directory(inputs[0], ignored)) {
     const std::string target_path =
         fs::is_directory(out, ignored) ? (fs::path(out) / fs::path(inputs[0]).filename()).string() : out;
-    return convert_file(inputs[0], target_path, target, options).exit;
+    return convert_file(inputs[0], target_path, target, charset, options).exit;
   }
   // Folders keep their shape below the target folder.
   bool failed = false;
@@ -204,7 +212,7 @@ int run(const Args& args) {
     const auto at = static_cast<std::size_t>(&path - files.data());
     std::error_code error;
     fs::create_directories(fs::path(targets[at]).parent_path(), error);
-    return convert_file(path, targets[at], target, options);
+    return convert_file(path, targets[at], target, charset, options);
   });
   return failed ? static_cast<int>(kUsage) : worst;
 }
@@ -213,10 +221,12 @@ int run(const Args& args) {
 
 const Command kConvert = {
     "convert",
-    "--to SYNTAX [OPTION...] IN OUT",
-    "write files in another transfer syntax",
+    "--to SYNTAX | --charset NAME [OPTION...] IN OUT",
+    "write files in another transfer syntax or other character sets",
     "Any uncompressed syntax becomes any other, or deflated; pixel data is compressed and\n"
     "decompressed where the syntaxes ask for it, and a lossy image gets a new SOP Instance UID.\n"
+    "With --charset NAME, text is written in other character sets, such as utf-8, ISO_IR 100 or\n"
+    "'\\\\ISO 2022 IR 87'; exit status 1 tells that they could not express all of it.\n"
     "Several files or a folder go into the folder OUT. The new file replaces an old one only when\n"
     "it is complete.",
     kOptions,

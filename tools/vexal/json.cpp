@@ -4,30 +4,9 @@
 #include <cmath>
 #include <cstdio>
 
+#include "printable.h"
+
 namespace vexal {
-namespace {
-
-// Length of the UTF-8 character at the head of a text, 0 if there is none.
-std::size_t utf8_length(std::string_view text) {
-  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned char lead = byte(0);
-  std::size_t length = 0;
-  if (lead < 0x80) return 1;
-  if (lead >= 0xC2 && lead < 0xE0) length = 2;
-  if (lead >= 0xE0 && lead < 0xF0) length = 3;
-  if (lead >= 0xF0 && lead < 0xF5) length = 4;
-  if (length == 0 || text.size() < length) return 0;
-  for (std::size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xC0U) != 0x80) return 0;
-  }
-  if (lead == 0xE0 && byte(1) < 0xA0) return 0;
-  if (lead == 0xED && byte(1) >= 0xA0) return 0;
-  if (lead == 0xF0 && byte(1) < 0x90) return 0;
-  if (lead == 0xF4 && byte(1) >= 0x90) return 0;
-  return length;
-}
-
-}  // namespace
 
 void append_json(std::string& out, std::string_view text) {
   out.push_back('"');

@@ -1,0 +1,428 @@
+#include "charset.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <set>
+
+#include "names.h"
+#include "session.h"
+#include "tag_path.h"
+
+namespace vexal {
+namespace {
+
+constexpr uint32_t kSpecificCharacterSet = 0x00080005;
+constexpr uint32_t kDirectoryRecordSequence = 0x00041220;
+constexpr char16_t kReplacement = u'\xFFFD';
+constexpr char kSubstitute = '\x1A';  // what the library writes for a character that no set has
+constexpr char kUtf8[] = "ISO_IR 192";
+
+bool is_ascii(std::string_view text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 0x80 && c != '\x1B'; });
+}
+
+std::u16string decode(const std::string& charset, std::string_view bytes) {
+  std::u16string text(bytes.size() + 1, u'\0');
+  int32_t length = 0;
+  const VX_STATUS status =
+      VX_Byte_To_Unicode(charset.c_str(), bytes.data(), static_cast<int32_t>(bytes.size()),
+                         static_cast<int32_t>(text.size()), &length, text.data());
+  text.resize(status == VX_NORMAL_COMPLETION ? static_cast<std::size_t>(length) : 0);
+  return text;
+}
+
+bool is_whole(std::u16string_view text) {
+  return !text.empty() && text.find(kReplacement) == std::u16string_view::npos;
+}
+
+// Bytes of an escape sequence (ISO 2022: ESC, intermediate bytes, a final one), 0 if it is none.
+std::size_t escape_length(std::string_view text) {
+  std::size_t end = 1;
+  while (end < text.size() && text[end] >= 0x20 && text[end] < 0x30) ++end;
+  return end > 1 && end < text.size() && text[end] >= 0x30 && text[end] < 0x7F ? end + 1 : 0;
+}
+
+bool takes_g1(std::string_view escape) {
+  const char half = escape[1] == '$' && escape.size() > 3 ? escape[2] : escape[1];
+  return half == ')' || half == '-';
+}
+
+}  // namespace
+
+bool has_charset(VX_VR vr) {
+  return vr == VX_VR_LO || vr == VX_VR_LT || vr == VX_VR_PN || vr == VX_VR_SH || vr == VX_VR_ST ||
+         vr == VX_VR_UC || vr == VX_VR_UT;
+}
+
+bool load_charsets() {
+  static const bool loaded = VX_Enable_Unicode_Conversion(1) == VX_NORMAL_COMPLETION;
+  return loaded;
+}
+
+VX_STATUS read_texts(int32_t id, uint32_t tag, int32_t count, bool decode, std::vector<TextValue>& values) {
+  values.assign(static_cast<std::size_t>(std::max(count, 0)), {});
+  std::string room(256, '\0');
+  std::size_t longest = 0;
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    const auto size = static_cast<int32_t>(room.size());
+    VX_STATUS status = i == 0 ? VX_Get_Value_To_String(id, tag, size, room.data())
+                              : VX_Get_Next_Value_To_String(id, tag, size, room.data());
+    if (status == VX_BUFFER_TOO_SMALL) {  // grow, and read up to here again
+      uint32_t whole = 0;
+      VX_Get_Value_Length(id, tag, static_cast<int32_t>(i) + 1, &whole);
+      room.resize(std::max<std::size_t>(room.size() * 2, std::size_t{whole} + 2));
+      i = static_cast<std::size_t>(-1);
+      continue;
+    }
+    values[i].is_null = status == VX_NULL_VALUE;
+    if (values[i].is_null) continue;
+    if (status != VX_NORMAL_COMPLETION) return status;
+    values[i].bytes = room.c_str();
+    longest = std::max(longest, values[i].bytes.size());
+  }
+  std::u16string wide(decode ? longest + 2 : 0, u'\0');
+  for (std::size_t i = 0; decode && i < values.size(); ++i) {
+    const auto size = static_cast<int32_t>(wide.size());
+    int32_t length = 0;
+    const VX_STATUS status = i == 0 ? VX_Get_Value_To_UnicodeString(id, tag, size, &length, wide.data())
+                                    : VX_Get_Next_Value_To_UnicodeString(id, tag, size, &length, wide.data());
+    if (status != VX_NORMAL_COMPLETION) return status;
+    values[i].unicode.assign(wide, 0, static_cast<std::size_t>(length));
+  }
+  return VX_NORMAL_COMPLETION;
+}
+
+std::string first_charset(int32_t id, const std::string& inherited) {
+  int32_t count = 0;
+  if (VX_Get_Attribute_Info(id, kSpecificCharacterSet, nullptr, &count) != VX_NORMAL_COMPLETION)
+    return inherited;
+  char text[80] = "";
+  VX_Get_Value_To_String(id, kSpecificCharacterSet, sizeof text, text);
+  std::string name = text;
+  name.erase(0, name.find_first_not_of(' '));
+  name.erase(name.find_last_not_of(' ') + 1);
+  if (count < 2) return name;
+  if (name.empty()) return "ISO 2022 IR 6";
+  return name.rfind("ISO_IR ", 0) == 0 && name != kUtf8 ? "ISO 2022 IR " + name.substr(7) : name;
+}
+
+void show_broken(ShownText& out, std::string_view bytes, const std::string& charset, bool person_name) {
+  if (charset.empty() || charset == kUtf8) {
+    out.add_utf8(bytes);
+    return;
+  }
+  constexpr std::size_t kLongest = 4;  // bytes of a character
+  const MutedWarnings quiet;
+  std::string halves[2];  // the escape sequences in force
+  for (std::size_t at = 0; at < bytes.size() && !out.is_cut();) {
+    const char c = bytes[at];
+    const std::size_t escape = c == '\x1B' ? escape_length(bytes.substr(at)) : 0;
+    if (escape != 0 && decode(charset, bytes.substr(at, escape)).empty()) {
+      halves[takes_g1(bytes.substr(at, escape)) ? 1 : 0] = bytes.substr(at, escape);
+      at += escape;
+      continue;
+    }
+    if ((c >= '\t' && c <= '\r') || (person_name && (c == '^' || c == '='))) halves[0] = halves[1] = "";
+    std::size_t taken = 0;
+    for (std::size_t n = 1; taken == 0 && n <= std::min(kLongest, bytes.size() - at); ++n) {
+      const std::u16string text = decode(charset, halves[0] + halves[1] + std::string(bytes.substr(at, n)));
+      if (!is_whole(text)) continue;
+      out.add_unicode(text);
+      taken = n;
+    }
+    if (taken == 0) out.add_byte(c);
+    at += std::max<std::size_t>(taken, 1);
+  }
+}
+
+namespace {
+
+// One attribute in the new character sets.
+struct NewText {
+  int32_t object;
+  uint32_t tag;
+  std::vector<TextValue> values;
+};
+
+class Conversion {
+ public:
+  Conversion(const DicomFile& file, const std::vector<std::string>& names,
+             const std::vector<std::string>& from)
+      : file_(file), names_(names), from_(from) {
+    for (const std::string& name : names) pointers_.push_back(name.c_str());
+  }
+
+  // Reads and converts all, and changes nothing but the character set of an object that names none.
+  std::string prepare();
+  std::size_t lost() const { return lost_; }
+  std::string apply();
+
+ private:
+  std::string object(int32_t id, const std::string& path, const std::string& inherited, int depth);
+  std::string attribute(int32_t id, uint32_t tag, VX_VR vr, int32_t count, const std::string& path,
+                        const std::string& charset);
+  void convert(const std::string& where, VX_VR vr, const std::string& charset, TextValue& value);
+  std::string encode(std::u16string_view text) const;
+  bool can_hold(char32_t c) const;
+
+  const DicomFile& file_;
+  const std::vector<std::string>& names_;
+  const std::vector<std::string>& from_;
+  std::vector<const char*> pointers_;
+  std::vector<NewText> texts_;
+  std::vector<int32_t> holders_;  // objects with a (0008,0005) of their own
+  std::size_t lost_ = 0;
+};
+
+VX_STATUS set_charset(int32_t id, const std::vector<std::string>& names) {
+  if (names.empty()) {
+    const VX_STATUS status = VX_Delete_Attribute(id, kSpecificCharacterSet);
+    return status == VX_INVALID_TAG ? VX_NORMAL_COMPLETION : status;
+  }
+  VX_STATUS status = names[0].empty() ? VX_Set_Value_To_NULL(id, kSpecificCharacterSet)
+                                      : VX_Set_Value_From_String(id, kSpecificCharacterSet, names[0].c_str());
+  for (std::size_t i = 1; i < names.size() && status == VX_NORMAL_COMPLETION; ++i)
+    status = VX_Set_Next_Value_From_String(id, kSpecificCharacterSet, names[i].c_str());
+  return status;
+}
+
+std::string Conversion::prepare() {
+  const int32_t id = file_.id();
+  if (VX_Get_Attribute_Info(id, kDirectoryRecordSequence, nullptr, nullptr) == VX_NORMAL_COMPLETION)
+    return "a directory keeps its character sets: its records lie at places that it names";
+  int32_t count = 0;
+  if (!from_.empty() &&
+      (VX_Get_Attribute_Info(id, kSpecificCharacterSet, nullptr, &count) != VX_NORMAL_COMPLETION ||
+       count == 0)) {
+    const VX_STATUS status = set_charset(id, from_);
+    if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
+  }
+  return object(id, "", "", 0);
+}
+
+std::string Conversion::object(int32_t id, const std::string& path, const std::string& inherited, int depth) {
+  const std::string charset = first_charset(id, inherited);
+  if (depth == 0 ||
+      VX_Get_Attribute_Info(id, kSpecificCharacterSet, nullptr, nullptr) == VX_NORMAL_COMPLETION)
+    holders_.push_back(id);
+  uint32_t tag = 0;
+  VX_VR vr = 0;
+  int32_t count = 0;
+  VX_STATUS status = VX_Get_First_Attribute(id, &tag, &vr, &count);
+  while (status == VX_NORMAL_COMPLETION) {
+    std::string problem;
+    if (vr == VX_VR_SQ) {
+      const std::vector<int32_t> items = sequence_items(id, tag);
+      const std::string_view keyword = tag_keyword(tag);
+      const std::string name = path + (keyword.empty() ? format_tag(tag) : std::string(keyword));
+      for (std::size_t i = 0; i < items.size() && problem.empty(); ++i)
+        problem = object(items[i], name + "[" + std::to_string(i) + "].", charset, depth + 1);
+      VX_Get_Attribute_Info(id, tag, nullptr, nullptr);  // the walk goes on behind the sequence
+    } else if (has_charset(vr) && (tag >> 16) > 2) {
+      problem = attribute(id, tag, vr, count, path, charset);
+    }
+    if (!problem.empty()) return problem;
+    status = VX_Get_Next_Attribute(id, &tag, &vr, &count);
+  }
+  return "";
+}
+
+std::string Conversion::attribute(int32_t id, uint32_t tag, VX_VR vr, int32_t count, const std::string& path,
+                                  const std::string& charset) {
+  std::vector<TextValue> values;
+  VX_STATUS status = read_texts(id, tag, count, false, values);
+  const auto is_plain = [](const TextValue& value) { return is_ascii(value.bytes); };
+  if (status == VX_EMPTY_VALUE || std::all_of(values.begin(), values.end(), is_plain)) return "";
+  if (status == VX_NORMAL_COMPLETION) status = read_texts(id, tag, count, true, values);
+  if (status != VX_NORMAL_COMPLETION) return describe_tag(tag) + ": " + VX_Error_Message(status);
+  const std::string_view keyword = tag_keyword(tag);
+  const std::string where =
+      format_tag(tag) + " " + path + (keyword.empty() ? format_tag(tag) : std::string(keyword));
+  for (TextValue& value : values) convert(where, vr, charset, value);
+  texts_.push_back({id, tag, std::move(values)});
+  return "";
+}
+
+std::string Conversion::encode(std::u16string_view text) const {
+  constexpr std::size_t kMostBytes = 16;  // of a character, with its escape sequences
+  std::string bytes(text.size() * kMostBytes + kMostBytes, '\0');
+  int32_t length = 0;
+  const VX_STATUS status = VX_Unicode_To_Byte(pointers_.data(), static_cast<int32_t>(pointers_.size()),
+                                              text.data(), static_cast<int32_t>(text.size()),
+                                              static_cast<int32_t>(bytes.size()), &length, bytes.data());
+  bytes.resize(status == VX_NORMAL_COMPLETION ? static_cast<std::size_t>(length) : 0);
+  return bytes;
+}
+
+bool Conversion::can_hold(char32_t c) const {
+  if (c < 0x80) return true;
+  char16_t units[2] = {static_cast<char16_t>(c), 0};
+  if (c >= 0x10000) {
+    units[0] = static_cast<char16_t>(0xD7C0 + (c >> 10U));
+    units[1] = static_cast<char16_t>(0xDC00 + (c & 0x3FFU));
+  }
+  const std::string bytes = encode({units, c >= 0x10000 ? std::size_t{2} : std::size_t{1}});
+  return !bytes.empty() && bytes.find(kSubstitute) == std::string::npos;
+}
+
+// The value's bytes become those of the new sets. What is lost is reported and replaced.
+void Conversion::convert(const std::string& where, VX_VR vr, const std::string& charset, TextValue& value) {
+  if (is_ascii(value.bytes)) return;
+  constexpr std::size_t kShown = 64;
+  constexpr std::size_t kTold = 32;
+  const MutedWarnings quiet;  // of the library, about what is reported here
+  const std::u16string& text = value.unicode;
+  const bool broken = text.find(kReplacement) != std::u16string::npos;
+  std::string bytes = encode(text);
+  const auto substitutes = [](const auto& in) { return std::count(in.begin(), in.end(), kSubstitute); };
+  std::set<char32_t> missing;
+  if (substitutes(bytes) != substitutes(text)) {
+    std::u16string kept;
+    for (std::size_t at = 0; at < text.size();) {
+      const std::size_t start = at;
+      const char32_t c = next_code_point(text, at);
+      if (can_hold(c)) {
+        kept.append(text, start, at - start);
+      } else {
+        kept += u'?';
+        if (c != kReplacement) missing.insert(c);
+      }
+    }
+    bytes = encode(kept);
+  }
+  std::string line = where + " \"";
+  ShownText old(line, kShown);
+  if (broken) {
+    show_broken(old, value.bytes, charset, vr == VX_VR_PN);
+  } else {
+    old.add_unicode(text);
+  }
+  line += old.is_cut() ? "...\"" : "\"";
+  value.bytes = std::move(bytes);
+  if (!broken && missing.empty()) return;
+  ++lost_;
+  if (broken) line += ": no text in " + (charset.empty() ? "the default character set" : charset);
+  if (!missing.empty()) line += ": not in the new sets:";
+  std::size_t told = 0;
+  for (const char32_t c : missing) {
+    if (++told > kTold) {
+      line += " and " + std::to_string(missing.size() - kTold) + " more";
+      break;
+    }
+    std::string utf8;
+    append_utf8(utf8, c);
+    char code[16];
+    std::snprintf(code, sizeof code, " (U+%04X)", static_cast<unsigned>(c));
+    line += " " + shown(utf8) + code;
+  }
+  report(file_.path(), line);
+}
+
+std::string Conversion::apply() {
+  for (const int32_t id : holders_) {
+    const VX_STATUS status = set_charset(id, names_);
+    if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
+  }
+  for (const NewText& text : texts_) {
+    bool first = true;
+    for (const TextValue& value : text.values) {
+      VX_STATUS status = VX_NORMAL_COMPLETION;
+      if (value.is_null) {
+        status = first ? VX_Set_Value_To_NULL(text.object, text.tag)
+                       : VX_Set_Next_Value_To_NULL(text.object, text.tag);
+      } else {
+        status = first ? VX_Set_Value_From_String(text.object, text.tag, value.bytes.c_str())
+                       : VX_Set_Next_Value_From_String(text.object, text.tag, value.bytes.c_str());
+      }
+      first = false;
+      // What breaks a rule of its VR is stored all the same, as it was before.
+      if (status != VX_NORMAL_COMPLETION && status != VX_INVALID_VALUE_FOR_VR &&
+          status != VX_INVALID_CHARS_IN_VALUE)
+        return describe_tag(text.tag) + ": " + VX_Error_Message(status);
+    }
+  }
+  return "";
+}
+
+struct ShortName {
+  const char* name;
+  const char* term;
+};
+constexpr ShortName kShortNames[] = {
+    {"UTF-8", kUtf8},         {"UTF8", kUtf8},           {"ASCII", ""},           {"ISO_IR 6", ""},
+    {"LATIN1", "ISO_IR 100"}, {"LATIN-1", "ISO_IR 100"}, {"LATIN9", "ISO_IR 203"}};
+// Sets of pairs of bytes, which can not come first.
+constexpr std::string_view kNeverFirst[] = {"ISO 2022 IR 87", "ISO 2022 IR 159", "ISO 2022 IR 149",
+                                            "ISO 2022 IR 58"};
+
+}  // namespace
+
+bool CharsetChange::read_names(const Args& args, const char* option, Names& names) const {
+  const std::string given = args.get(option);
+  for (std::size_t start = 0; start <= given.size();) {
+    const std::size_t end = std::min(given.find_first_of(",\\", start), given.size());
+    std::string name = given.substr(start, end - start);
+    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::toupper(c); });
+    const auto* const row = std::find_if(std::begin(kShortNames), std::end(kShortNames),
+                                         [&](const ShortName& candidate) { return name == candidate.name; });
+    names.push_back(row == std::end(kShortNames) ? name : row->term);
+    start = end + 1;
+  }
+  const auto* const never = std::find(std::begin(kNeverFirst), std::end(kNeverFirst), names[0]);
+  if (never != std::end(kNeverFirst)) names.insert(names.begin(), "");
+  if (names.size() > 1) {
+    for (std::string& name : names) {
+      if (name.rfind("ISO_IR ", 0) == 0 && name != kUtf8) name = "ISO 2022 IR " + name.substr(7);
+    }
+  } else if (names[0].empty()) {
+    names.clear();
+  }
+  std::vector<const char*> pointers;
+  for (const std::string& name : names) pointers.push_back(name.c_str());
+  char bytes[16];
+  int32_t length = 0;
+  if (VX_Unicode_To_Byte(pointers.data(), static_cast<int32_t>(pointers.size()), u"a", 1, sizeof bytes,
+                         &length, bytes) == VX_NORMAL_COMPLETION)
+    return true;
+  complain("%s %s: not character sets that go together; see --help", option, given.c_str());
+  return false;
+}
+
+bool CharsetChange::read(const Args& args) {
+  wanted_ = args.has("--charset");
+  lossy_ = args.has("--lossy");
+  if (!wanted_) {
+    if (!lossy_ && !args.has("--charset-from")) return true;
+    complain("--lossy and --charset-from go with --charset");
+    return false;
+  }
+  if (!load_charsets()) {
+    complain("--charset: ICU is not installed");
+    return false;
+  }
+  return read_names(args, "--charset", names_) &&
+         (!args.has("--charset-from") || read_names(args, "--charset-from", from_));
+}
+
+Exit CharsetChange::apply(const DicomFile& file, bool& write) const {
+  write = true;
+  if (!wanted_) return kSuccess;
+  Conversion conversion(file, names_, from_);
+  std::string problem = conversion.prepare();
+  const std::size_t lost = conversion.lost();
+  write = problem.empty() && (lost == 0 || lossy_);
+  if (write) problem = conversion.apply();
+  if (!problem.empty()) {
+    report(file.path(), problem);
+    write = false;
+    return kUsage;
+  }
+  if (lost == 0) return kSuccess;
+  report(file.path(), std::to_string(lost) + (lost == 1 ? " value" : " values") +
+                          (write ? " lost something" : " would lose something: not written, see --lossy"));
+  return kFindings;
+}
+
+}  // namespace vexal

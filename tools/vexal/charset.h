@@ -1,0 +1,60 @@
+// Text of files: out of its character sets for people, and from one character set into another.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "args.h"
+#include "files.h"
+#include "printable.h"
+
+namespace vexal {
+
+// True for the VRs that (0008,0005) speaks of.
+bool has_charset(VX_VR vr);
+// Loads what stands behind all sets but ASCII and UTF-8; false, said once, where it is not installed.
+bool load_charsets();
+
+struct TextValue {
+  std::string bytes;
+  std::u16string unicode;  // U+FFFD for what is no character
+  bool is_null = false;
+};
+// The values of a text attribute as they lie in the object, and in Unicode if `decode` is set.
+VX_STATUS read_texts(int32_t id, uint32_t tag, int32_t count, bool decode, std::vector<TextValue>& values);
+
+// The character set that a text starts in, as the object or what holds it names it; empty for the default.
+std::string first_charset(int32_t id, const std::string& inherited);
+// Appends bytes that are not all text: the characters among them, all else as \xNN.
+void show_broken(ShownText& out, std::string_view bytes, const std::string& charset, bool person_name);
+
+// Rows of an option table.
+#define VEXAL_CHARSET_OPTIONS                                                                            \
+  {"--charset", "NAME[,NAME...]",                                                                        \
+   "write all text in these character sets: utf-8, or defined terms of (0008,0005); what they can not "  \
+   "express is reported, and nothing is written"},                                                       \
+      {"--charset-from", "NAME[,NAME...]", "the sets of text in files that name none"}, {                \
+    "--lossy", nullptr, "with --charset: write the file all the same, with ? or U+FFFD for what is lost" \
+  }
+
+// From one character set into another, as the options ask.
+class CharsetChange {
+ public:
+  bool read(const Args& args);  // false after a line on standard error
+  bool wanted() const { return wanted_; }
+  // Text of the object and its items, and their (0008,0005). kFindings: some of it was lost, each value
+  // reported; `write` tells whether the file is to be written then. Nothing has changed if not.
+  Exit apply(const DicomFile& file, bool& write) const;
+
+ private:
+  using Names = std::vector<std::string>;
+  bool read_names(const Args& args, const char* option, Names& names) const;
+
+  bool wanted_ = false;
+  bool lossy_ = false;
+  Names names_;  // none: the default repertoire
+  Names from_;
+};
+
+}  // namespace vexal

@@ -1,0 +1,149 @@
+#include "printable.h"
+
+#include <cstdint>
+#include <cstdio>
+
+namespace vexal {
+namespace {
+
+constexpr bool is_plain(char c) {
+  return static_cast<unsigned char>(c - 0x20) < 0x7F - 0x20;
+}
+
+// Controls, ends of lines, and what changes the direction of the text behind it.
+constexpr bool is_steering(char32_t c) {
+  return c < 0x20 || (c >= 0x7F && c < 0xA0) || (c >= 0x2028 && c <= 0x202E) ||
+         (c >= 0x2066 && c <= 0x2069) || (c >= 0xD800 && c < 0xE000) || (c >= 0xFFF9 && c <= 0xFFFB) ||
+         c == 0xFEFF || c >= 0xE0000;
+}
+
+}  // namespace
+
+std::size_t utf8_length(std::string_view text) {
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned char lead = byte(0);
+  std::size_t length = 0;
+  if (lead < 0x80) return 1;
+  if (lead >= 0xC2 && lead < 0xE0) length = 2;
+  if (lead >= 0xE0 && lead < 0xF0) length = 3;
+  if (lead >= 0xF0 && lead < 0xF5) length = 4;
+  if (length == 0 || text.size() < length) return 0;
+  for (std::size_t i = 1; i < length; ++i) {
+    if ((byte(i) & 0xC0U) != 0x80) return 0;
+  }
+  if (lead == 0xE0 && byte(1) < 0xA0) return 0;
+  if (lead == 0xED && byte(1) >= 0xA0) return 0;
+  if (lead == 0xF0 && byte(1) < 0x90) return 0;
+  if (lead == 0xF4 && byte(1) >= 0x90) return 0;
+  return length;
+}
+
+void ShownText::add_run(std::string_view ascii) {
+  if (limit_ != 0 && ascii.size() > limit_ - used_) {
+    ascii = ascii.substr(0, limit_ - used_);
+    cut_ = true;
+  }
+  out_ += ascii;
+  used_ += ascii.size();
+}
+
+void ShownText::add_character(std::string_view utf8, std::size_t columns) {
+  cut_ = cut_ || (limit_ != 0 && columns > limit_ - used_);
+  if (cut_) return;
+  out_ += utf8;
+  used_ += columns;
+}
+
+void ShownText::add_byte(char byte) {
+  char escape[8];
+  std::snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned char>(byte));
+  add_character(escape, 4);
+}
+
+bool ShownText::add_ascii(std::string_view text) {
+  bool ascii = true;
+  for (std::size_t at = 0; at < text.size() && !cut_;) {
+    std::size_t end = at;
+    while (end < text.size() && is_plain(text[end])) ++end;
+    if (end > at) {
+      add_run(text.substr(at, end - at));
+      at = end;
+    } else {
+      ascii = ascii && static_cast<unsigned char>(text[at]) < 0x80 && text[at] != '\x1B';
+      add_byte(text[at++]);
+    }
+  }
+  return ascii;
+}
+
+void ShownText::add_code_point(char32_t c) {
+  char escape[16];
+  if (c < 0x80 && !is_steering(c)) {
+    const char byte = static_cast<char>(c);
+    add_run({&byte, 1});
+  } else if (c < 0x80) {
+    add_byte(static_cast<char>(c));
+  } else if (is_steering(c)) {
+    const int used =
+        std::snprintf(escape, sizeof escape, c < 0x10000 ? "\\u%04X" : "\\U%08X", static_cast<unsigned>(c));
+    add_character(escape, static_cast<std::size_t>(used));
+  } else {
+    std::string utf8;
+    append_utf8(utf8, c);
+    add_character(utf8, 1);
+  }
+}
+
+void ShownText::add_utf8(std::string_view text) {
+  while (!text.empty() && !cut_) {
+    const std::size_t length = utf8_length(text);
+    if (length == 0) {
+      add_byte(text.front());
+      text.remove_prefix(1);
+      continue;
+    }
+    char32_t c = static_cast<unsigned char>(text[0]);
+    if (length > 1) c &= 0x7FU >> length;
+    for (std::size_t i = 1; i < length; ++i) c = (c << 6) | (static_cast<unsigned char>(text[i]) & 0x3FU);
+    add_code_point(c);
+    text.remove_prefix(length);
+  }
+}
+
+void ShownText::add_unicode(std::u16string_view text) {
+  for (std::size_t at = 0; at < text.size() && !cut_;) add_code_point(next_code_point(text, at));
+}
+
+std::string shown(std::string_view utf8) {
+  std::string out;
+  ShownText(out).add_utf8(utf8);
+  return out;
+}
+
+void append_utf8(std::string& out, char32_t c) {
+  const auto put = [&](char32_t byte) { out += static_cast<char>(byte); };
+  const auto tail = [&](unsigned shift) { put(0x80U | ((c >> shift) & 0x3FU)); };
+  if (c < 0x80) {
+    put(c);
+  } else if (c < 0x800) {
+    put(0xC0U | (c >> 6U));
+    tail(0);
+  } else if (c < 0x10000) {
+    put(0xE0U | (c >> 12U));
+    tail(6);
+    tail(0);
+  } else {
+    put(0xF0U | (c >> 18U));
+    tail(12);
+    tail(6);
+    tail(0);
+  }
+}
+
+char32_t next_code_point(std::u16string_view text, std::size_t& at) {
+  const char32_t unit = text[at++];
+  if ((unit & 0xFC00U) != 0xD800 || at == text.size() || (text[at] & 0xFC00U) != 0xDC00) return unit;
+  return 0x10000 + ((unit & 0x3FFU) << 10U) + (text[at++] & 0x3FFU);
+}
+
+}  // namespace vexal

@@ -1,0 +1,45 @@
+// Text as a terminal may have it: what would steer the terminal, or is no text at all, becomes visible.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace vexal {
+
+// Length of the UTF-8 character at the head of a text, 0 if there is none.
+std::size_t utf8_length(std::string_view text);
+
+// Appends to a string, up to a number of characters. Control characters and bytes that are no text become
+// \xNN, characters that would turn the order of a line around \uNNNN; such an escape is never cut apart.
+class ShownText {
+ public:
+  explicit ShownText(std::string& out, std::size_t limit = 0) : out_(out), limit_(limit) {}  // 0: no limit
+
+  // False if there is something beyond ASCII, or an escape sequence to it, among what is shown.
+  bool add_ascii(std::string_view text);
+  void add_utf8(std::string_view text);
+  void add_unicode(std::u16string_view text);
+  void add_byte(char byte);  // escaped
+  // More was given than is shown.
+  bool is_cut() const { return cut_; }
+
+ private:
+  void add_run(std::string_view ascii);
+  void add_character(std::string_view utf8, std::size_t columns);
+  void add_code_point(char32_t c);
+
+  std::string& out_;
+  std::size_t limit_;
+  std::size_t used_ = 0;
+  bool cut_ = false;
+};
+
+// The whole of it, for messages.
+std::string shown(std::string_view utf8);
+
+void append_utf8(std::string& out, char32_t c);
+// The code point at `at`, which moves behind it; a half of a pair by itself stays what it is.
+char32_t next_code_point(std::u16string_view text, std::size_t& at);
+
+}  // namespace vexal
