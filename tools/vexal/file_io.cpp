@@ -97,7 +97,7 @@ void FileSource::skip(uint64_t stream_offset, uint64_t length) {
 VX_STATUS FileSource::next(uint32_t* size, void** data, int32_t* last) {
   if (missing_preamble_ && !preamble_given_) {
     preamble_given_ = true;
-    if (block_.size() < kBlock) block_.resize(kBlock);
+    block_.need(kBlock);
     std::memset(block_.data(), 0, 128);
     std::memcpy(block_.data() + 128, "DICM", 4);
     *size = 132;
@@ -116,7 +116,7 @@ VX_STATUS FileSource::next(uint32_t* size, void** data, int32_t* last) {
   const std::size_t wanted =
       seekable_ ? static_cast<std::size_t>(std::min<uint64_t>(kBlock, size_ - std::min(size_, position_)))
                 : kBlock;
-  if (block_.size() < std::max<std::size_t>(wanted, 132)) block_.resize(std::max<std::size_t>(wanted, 132));
+  block_.need(std::max<std::size_t>(wanted, 132));
   std::size_t done = 0;
   bool ended = false;
   while (done < wanted) {
@@ -163,33 +163,30 @@ void FileSink::drop() {
 // Where the system can do it, the file has no name at all until it is complete: nothing to clean up, whatever
 // happens, and one change of the folder instead of three.
 std::string FileSink::open(const std::string& path) {
+  static const bool can_be_nameless = ::access("/proc/self/fd", F_OK) == 0;
   drop();
   path_ = path;
-  struct stat status {};
-  const bool replaces = ::stat(path.c_str(), &status) == 0;
-  fd_ = replaces ? -1 : ::open(folder_of(path).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+  fd_ = can_be_nameless ? ::open(folder_of(path).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666) : -1;
   nameless_ = fd_ >= 0;
   if (nameless_) {
     temporary_ = "/proc/self/fd/" + std::to_string(fd_);
-    if (::access(temporary_.c_str(), F_OK) != 0) drop();  // no such folder here
-  }
-  if (fd_ < 0) {
-    const std::string error = open_named(path, replaces ? status.st_mode & 07777 : 0666 & ~creation_mask());
+  } else {
+    const std::string error = open_named(path);
     if (!error.empty()) return error;
   }
-  buffer_.resize(kBlock);
+  buffer_.need(kBlock);
   used_ = 0;
   error_ = 0;
   return "";
 }
 
-std::string FileSink::open_named(const std::string& path, mode_t mode) {
+std::string FileSink::open_named(const std::string& path) {
   std::string name = path + ".XXXXXX";
   fd_ = ::mkostemp(name.data(), O_CLOEXEC);
   if (fd_ < 0) return system_text("can not create a file beside it", errno);
   temporary_ = name;
-  // Temporary files are born private; the finished one gets what a new file, or the one replaced, would have.
-  return ::fchmod(fd_, mode) == 0 ? "" : system_text("can not set the mode", errno);
+  // Temporary files are born private.
+  return ::fchmod(fd_, 0666 & ~creation_mask()) == 0 ? "" : system_text("can not set the mode", errno);
 }
 
 bool FileSink::write_all(const char* data, std::size_t length) {
@@ -229,31 +226,36 @@ std::string FileSink::place(
 std::string FileSink::commit(bool durable) {
   if (!flush()) return system_text("can not write", error_);
   if (durable && ::fsync(fd_) != 0) return system_text("can not write", errno);
-  if (nameless_) {
-    const std::string error = give_name();
+  const bool in_place = nameless_ && give_name(path_);
+  if (!in_place) {
+    if (nameless_ && errno != EEXIST) return system_text("can not give it its name", errno);
+    const std::string error = become_like_the_old();
     if (!error.empty()) return error;
   }
   if (::close(std::exchange(fd_, -1)) != 0) return system_text("can not write", errno);
-  if (!temporary_.empty() && ::rename(temporary_.c_str(), path_.c_str()) != 0)
+  if (!in_place && ::rename(temporary_.c_str(), path_.c_str()) != 0)
     return system_text("can not replace it", errno);
   temporary_.clear();
   return durable ? sync_folder(path_) : "";
 }
 
-// The final name, or where that has come to be taken meanwhile, one that can be renamed to it.
-std::string FileSink::give_name() {
-  const auto link = [&](const std::string& name) {
-    return ::linkat(AT_FDCWD, temporary_.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
-  };
-  std::string name;
-  bool linked = link(path_);
-  for (int tries = 0; !linked && errno == EEXIST && tries < 100; ++tries) {
-    name = path_ + "." + new_uid();
-    linked = link(name);
-  }
-  if (!linked) return system_text("can not give it its name", errno);
+// False, with errno, if something else has that name.
+bool FileSink::give_name(const std::string& name) {
+  if (::linkat(AT_FDCWD, temporary_.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) != 0) return false;
   nameless_ = false;
   temporary_ = name;
+  return true;
+}
+
+// Ready to replace a file that may be there: with its mode, under a name beside it.
+std::string FileSink::become_like_the_old() {
+  struct stat status {};
+  if (::stat(path_.c_str(), &status) == 0) {
+    if (!S_ISREG(status.st_mode)) return "is there and no file";
+    if (::fchmod(fd_, status.st_mode & 07777) != 0) return system_text("can not set the mode", errno);
+  }
+  if (nameless_ && !give_name(path_ + "." + new_uid()))
+    return system_text("can not create a file beside it", errno);
   return "";
 }
 

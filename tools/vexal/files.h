@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -21,6 +22,21 @@ inline constexpr int32_t kKeepInMemory = 65536;
 struct KeptValue {
   uint64_t offset = 0;
   uint32_t length = 0;  // 0xFFFFFFFF: encapsulated
+};
+
+// Room for bytes that come from elsewhere: not cleared first, so that untouched pages of it cost nothing.
+class Block {
+ public:
+  void need(std::size_t size) {
+    if (size > size_) bytes_ = std::make_unique_for_overwrite<char[]>(size);
+    size_ = std::max(size, size_);
+  }
+  char* data() { return bytes_.get(); }
+  std::size_t size() const { return size_; }
+
+ private:
+  std::unique_ptr<char[]> bytes_;
+  std::size_t size_ = 0;
 };
 
 // Reads one file in large blocks. Where values are kept out, the stretch of a kept value is passed over with
@@ -61,7 +77,7 @@ class FileSource {
   uint64_t position_ = 0;  // in the file
   uint64_t skip_from_ = 0;
   uint64_t skip_to_ = 0;
-  std::vector<char> block_;
+  Block block_;
 };
 
 // Writes to a temporary name in the folder of the target and renames when all is there. Dropped without
@@ -87,8 +103,9 @@ class FileSink {
                                int32_t last);
 
  private:
-  std::string open_named(const std::string& path, mode_t mode);
-  std::string give_name();
+  std::string open_named(const std::string& path);
+  bool give_name(const std::string& name);
+  std::string become_like_the_old();
   bool flush();
   bool write_all(const char* data, std::size_t length);
 
@@ -96,7 +113,7 @@ class FileSink {
   std::string path_;
   std::string temporary_;  // how the file can be reached until it has its name
   bool nameless_ = false;
-  std::vector<char> buffer_;
+  Block buffer_;
   std::size_t used_ = 0;
   int error_ = 0;
 };

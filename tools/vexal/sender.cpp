@@ -87,24 +87,43 @@ VX_TRANSFER_SYNTAX ObjectSender::choose(const std::vector<AcceptedContext>& acce
   return found;
 }
 
-// The bytes from the start, or from where the library goes on.
+bool ObjectSender::read_block(uint64_t from) {
+  const uint64_t left = source_.size() - std::min(from, source_.size());
+  const int64_t got = source_.read_at(from, block_.data(), std::min<uint64_t>(left, kBlock));
+  if (got < 0) return false;
+  start_ = from;
+  end_ = from + static_cast<uint64_t>(got);
+  return true;
+}
+
+// The bytes from the start, or from where the library goes on: mostly inside the block it has just looked at.
 VX_STATUS ObjectSender::give(int32_t, uint32_t, void* user, VX_CALLBACK_REQUEST request, uint32_t* size,
-                             void** data, int32_t, int32_t* last) {
+                             void** data, int32_t first, int32_t* last) {
   auto& sender = *static_cast<ObjectSender*>(user);
-  if (request == VX_REQUEST_DATA_AT_OFFSET) sender.offset_ = *size;
-  const int64_t got = sender.source_.read_at(sender.offset_, sender.block_.data(), kBlock);
-  if (got < 0) return VX_CANNOT_COMPLY;
-  sender.offset_ += static_cast<uint64_t>(got);
-  *size = static_cast<uint32_t>(got);
-  *data = sender.block_.data();
-  *last = sender.offset_ >= sender.source_.size() ? 1 : 0;
+  uint64_t from = first != 0 ? 0 : sender.end_;
+  if (request == VX_REQUEST_DATA_AT_OFFSET) from = *size;
+  const bool held = from >= sender.start_ && from < sender.end_;
+  if (!held && !sender.read_block(from)) return VX_CANNOT_COMPLY;
+  *size = static_cast<uint32_t>(sender.end_ - from);
+  *data = sender.block_.data() + (from - sender.start_);
+  *last = sender.end_ >= sender.source_.size() || *size == 0 ? 1 : 0;
   return VX_NORMAL_COMPLETION;
 }
 
+std::string ObjectSender::begin(const ObjectFile& file) {
+  prepared_ = nullptr;
+  start_ = end_ = 0;
+  block_.need(kBlock);
+  return source_.open(file.path);
+}
+
+void ObjectSender::prepare(const ObjectFile& file) {
+  if (file.whole && begin(file).empty() && read_block(0)) prepared_ = &file;
+}
+
 VX_STATUS ObjectSender::send_bytes(int32_t association, const ObjectFile& file, std::string& problem) {
-  offset_ = 0;
-  if (block_.empty()) block_.resize(kBlock);
-  problem = source_.open(file.path);
+  if (prepared_ != &file) problem = begin(file);
+  prepared_ = nullptr;
   if (!problem.empty()) return VX_INVALID_FILE;
   const std::string service = service_of_class(file.sop_class);
   const VX_STATUS status = VX_Send_Request_For_Service(association, service.c_str(), 0, this, give);

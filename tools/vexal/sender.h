@@ -41,9 +41,14 @@ class ObjectSender {
   Result send(int32_t association, const std::vector<AcceptedContext>& accepted, const ObjectFile& file,
               std::string& problem);
 
+  // Opens and reads what will be sent next; never needed, but time that would be spent waiting.
+  void prepare(const ObjectFile& file);
+
  private:
   // The syntax in which a file can go out, its own if possible; 0 if there is none.
   VX_TRANSFER_SYNTAX choose(const std::vector<AcceptedContext>& accepted, const ObjectFile& file) const;
+  std::string begin(const ObjectFile& file);
+  bool read_block(uint64_t from);
   VX_STATUS send_bytes(int32_t association, const ObjectFile& file, std::string& problem);
   VX_STATUS send_object(int32_t association, const ObjectFile& file, VX_TRANSFER_SYNTAX syntax,
                         std::string& problem);
@@ -52,9 +57,11 @@ class ObjectSender {
 
   bool convert_;
   bool sent_in_part_ = false;
-  FileSource source_;  // of the file whose bytes go out, with where they go on
-  uint64_t offset_ = 0;
-  std::vector<char> block_;
+  FileSource source_;  // of the file whose bytes go out, or will
+  const ObjectFile* prepared_ = nullptr;
+  Block block_;
+  uint64_t start_ = 0;  // of the bytes in the block, in the file
+  uint64_t end_ = 0;
 };
 
 }  // namespace vexal

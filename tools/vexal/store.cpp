@@ -205,7 +205,9 @@ class Worker {
       while (job != nullptr && under_way_.size() < window) {
         if (!send(*job)) return;
         job = queue_.next();
-        if (!under_way_.empty() && !read_answer(0)) return give_back(job);
+        // The peer is busy with the last one meanwhile.
+        if (job != nullptr) sender_.prepare(*job);
+        if (!under_way_.empty() && under_way_.size() < window && !read_answer(0)) return give_back(job);
       }
       if (!under_way_.empty() && !read_answer(settings_.peer.timeout)) return give_back(job);
     }
