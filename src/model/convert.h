@@ -23,9 +23,11 @@ VX_STATUS get_number(TagObj& attribute, bool first, VX_DATA_TYPE type, void* val
 // VX_Get_Value and VX_Get_Next_Value.
 VX_STATUS get_value(MsgObj& object, TagObj& attribute, bool first, VX_DATA_TYPE type, uint32_t size,
                     void* buffer, uint32_t& length, bool comma_setting);
+// What every read starts with: refusals by VR and state, then the cursor goes to the first or the next value.
+struct ValueCursor;
+VX_STATUS move_cursor(TagObj& attribute, bool first, ValueCursor& cursor);
 // The bytes of text value under a cursor, or the printed form of any other in `scratch`, without a copy where
 // none is needed. VX_NULL_VALUE, VX_INCOMPATIBLE_VR.
-struct ValueCursor;
 VX_STATUS view_text(const TagObj& attribute, const ValueCursor& cursor, char (&scratch)[80],
                     std::string_view& text);
 

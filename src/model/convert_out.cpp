@@ -221,21 +221,6 @@ VX_STATUS write_number(VX_DATA_TYPE type, const Number& number, void* out) {
   }
 }
 
-// What every read starts with: refusals by VR and state, then the cursor.
-VX_STATUS move_cursor(TagObj& attribute, bool first, ValueCursor& cursor) {
-  if (attribute.VR >= VX_VR_OB && attribute.VR <= VX_VR_OF) return VX_INCOMPATIBLE_VR;
-  if (attribute.Length == 0 && attribute.ValueCount == 0) return VX_EMPTY_VALUE;
-  cursor = get_cursor(attribute);
-  VX_STATUS status = kOk;
-  if (first) {
-    cursor_first(attribute, cursor);
-  } else {
-    status = cursor_next(attribute, cursor);
-  }
-  set_cursor(attribute, cursor);
-  return status;
-}
-
 template <typename T>
 std::string_view print(char (&scratch)[80], T value) {
   const auto end = std::to_chars(scratch, scratch + sizeof scratch, value);
@@ -304,6 +289,20 @@ VX_STATUS read_text(TagObj& attribute, bool first, int32_t size, char* buffer, b
 }
 
 }  // namespace
+
+VX_STATUS move_cursor(TagObj& attribute, bool first, ValueCursor& cursor) {
+  if (attribute.VR >= VX_VR_OB && attribute.VR <= VX_VR_OF) return VX_INCOMPATIBLE_VR;
+  if (attribute.Length == 0 && attribute.ValueCount == 0) return VX_EMPTY_VALUE;
+  cursor = get_cursor(attribute);
+  VX_STATUS status = kOk;
+  if (first) {
+    cursor_first(attribute, cursor);
+  } else {
+    status = cursor_next(attribute, cursor);
+  }
+  set_cursor(attribute, cursor);
+  return status;
+}
 
 VX_STATUS view_text(const TagObj& attribute, const ValueCursor& cursor, char (&scratch)[80],
                     std::string_view& text) {

@@ -1,12 +1,12 @@
 // Exported functions of Unicode text.
 #include <algorithm>
-#include <cstring>
 
 #include "frame/log.h"
 #include "frame/no_throw.h"
 #include "frame/state.h"
 #include "model/attributes.h"
 #include "model/convert.h"
+#include "model/values.h"
 #include "text/charset.h"
 #include "text/charset_rows.h"
 
@@ -109,16 +109,18 @@ VX_STATUS get_unicode(int32_t id, uint32_t tag, int32_t room, int32_t* length, c
                status_text(status));
     return status;
   }
-  std::string bytes(std::size_t{attribute->Length} + 1, '\0');
-  status = get_text(*attribute, first, static_cast<int32_t>(std::min<std::size_t>(bytes.size(), INT32_MAX)),
-                    bytes.data(), false);
+  ValueCursor cursor;
+  char scratch[80];
+  std::string_view bytes;
+  status = move_cursor(*attribute, first, cursor);
+  if (status == kOk) status = view_text(*attribute, cursor, scratch, bytes);
   if (status == VX_NULL_VALUE) {
     *length = 0;
     *buffer = u'\0';
     return kOk;
   }
   if (status != kOk) return status;
-  bytes.resize(std::strlen(bytes.c_str()));
+  bytes = bytes.substr(0, bytes.find('\0'));
   std::u16string wide;
   decode_text(sets, bytes, attribute->VR == VX_VR_PN, wide);
   *length = static_cast<int32_t>(wide.size());

@@ -119,6 +119,7 @@ class ExtendedDecoder {
     unknown_ = row == nullptr;
     if (unknown_) {
       VX_LOG_WARN("VXI_DecodeText", "Unknown escape sequence in string value, decoding as Unicode");
+      out_ += u'\x1B';
       return 0;
     }
     (g1 ? now_.g1 : now_.g0) = row->kind == CharsetKind::Ascii ? nullptr : row;

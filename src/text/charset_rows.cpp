@@ -28,7 +28,7 @@ constexpr CharsetRow kRows[] = {
     {"ISO_IR 138", "iso-ir-138", Set::Single, "", ""},
     {"ISO_IR 148", "iso-ir-148", Set::Single, "", ""},
     {"ISO_IR 13", "cp943", Set::Katakana, "", ""},
-    {"ISO_IR 166", "tis620.2533", Set::Single, "", ""},
+    {"ISO_IR 166", "tis620.2533", Set::Single, "", "", 0xA0, 0xFB},
     {"ISO_IR 203", "iso-8859-15", Set::Single, "", ""},
     {"GBK", "GBK", Set::Multi, "", ""},
     {"ISO 2022 IR 6", "iso-ir-6", Set::Ascii, "(B", ""},
@@ -42,7 +42,7 @@ constexpr CharsetRow kRows[] = {
     {"ISO 2022 IR 138", "iso-ir-138", Set::Single, "", "-H"},
     {"ISO 2022 IR 148", "iso-ir-148", Set::Single, "", "-M"},
     {"ISO 2022 IR 13", "cp943", Set::Katakana, "(J", ")I"},
-    {"ISO 2022 IR 166", "tis620.2533", Set::Single, "", "-T"},
+    {"ISO 2022 IR 166", "tis620.2533", Set::Single, "", "-T", 0xA0, 0xFB},
     {"ISO 2022 IR 203", "iso-8859-15", Set::Single, "", "-b"},
     {"ISO 2022 IR 87", "ISO-2022-JP1", Set::LowPairs, "$B", ""},
     {"ISO 2022 IR 159", "ISO-2022-JP1", Set::LowPairs, "$(D", ""},
@@ -147,11 +147,13 @@ bool open_converter(const CharsetRow& row, Converter& converter) {
   }
   if (row.kind != Set::Single) return true;
   for (std::size_t i = 0; i < converter.upper.size(); ++i) {
-    const char byte = static_cast<char>(0x80 + i);
+    const auto code = static_cast<uint8_t>(0x80 + i);
+    const char byte = static_cast<char>(code);
     char16_t units[4] = {};
     status = 0;
     const int32_t count = icu().decode(converter.handle, units, 4, &byte, 1, &status);
-    converter.upper[i] = status <= 0 && count == 1 ? units[0] : u'\xFFFD';
+    const bool has = status <= 0 && count == 1 && code >= row.lowest && code <= row.highest;
+    converter.upper[i] = has ? units[0] : u'\xFFFD';
   }
   return true;
 }

@@ -25,6 +25,9 @@ struct CharsetRow {
   CharsetKind kind;
   std::string_view g0;  // escape sequences, without the ESC
   std::string_view g1;
+  // Bytes of a Single that the set has; converters may know more.
+  uint8_t lowest = 0x80;
+  uint8_t highest = 0xFF;
 };
 
 const CharsetRow* find_charset(std::string_view name);

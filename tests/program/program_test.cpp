@@ -153,6 +153,65 @@ TEST_F(Program, DumpShowsValuesAndPlaces) {
   EXPECT_NE(json.out.find(R"("vr":"US","keyword":"Rows","value":[256])"), std::string::npos);
 }
 
+// Cyrillic in the data set and a private attribute, Japanese in an item that says so itself.
+std::string charset_sample() {
+  std::string item;
+  append_element(item, 0x00080005, "CS", "\\ISO 2022 IR 87");
+  append_element(item, 0x00100010, "PN", "\x1B$B;3ED\x1B(B^\x1B$BB@O:\x1B(B");
+  std::string header;
+  append16(header, 0xFFFE);
+  append16(header, 0xE000);
+  append16(header, static_cast<uint32_t>(item.size()));
+  append16(header, 0);
+  std::string file = sample().substr(0, 128 + 4);
+  append_element(file, 0x00020010, "UI", "1.2.840.10008.1.2.1");
+  append_element(file, 0x00080005, "CS", "ISO_IR 144");
+  append_element(file, 0x00081140, "SQ", header + item);
+  append_element(file, 0x00090010, "LO", "GEMS_IDEN_01");
+  append_element(file, 0x00091001, "LO", "\xBB\xEE\xDA\\plain\\\xDA\x1B[2J");
+  append_element(file, 0x00100010, "PN", "\xBB\xEE\xDA^X");
+  return file;
+}
+
+// Text comes out of its character sets; nothing in a file or its name can steer a terminal.
+TEST_F(Program, DumpShowsTextOfEverySet) {
+  const auto shows = [&](const std::string& name, const std::string& options, const std::string& text) {
+    const std::string out = run("dump --quiet " + options + " '" + path(name) + "'").out;
+    EXPECT_NE(out.find(text), std::string::npos) << text << " in\n" << out;
+    EXPECT_EQ(out.find('\x1B'), std::string::npos);
+  };
+  const std::string cyrillic = charset_sample();
+  write("c.dcm", cyrillic);
+  shows("c.dcm", "", "Люк\\plain\\к\\x1B[2J\n");
+  shows("c.dcm", "", "Люк^X\n");
+  shows("c.dcm", "", "    (0010,0010) PN       21  PatientName                       山田^太郎\n");
+  shows("c.dcm", "--tag 'ReferencedImageSequence[0].PatientName'", "山田^太郎\n");
+  shows("c.dcm", "--width 4", "Люк^...\n");
+  shows("c.dcm", "--width 7", "Люк\\pla...\n");
+  shows("c.dcm", "--json", "\"山田^太郎\"");
+  write("a\x1B[2J.dcm", cyrillic);
+  shows("a\x1B[2J.dcm", path("c.dcm"), "# " + path("a\\x1B[2J.dcm"));
+
+  const auto broken = [&](const std::string& charset, const std::string& name, const std::string& text) {
+    std::string file = cyrillic.substr(0, cyrillic.find("ISO_IR 144") - 8);
+    append_element(file, 0x00080005, "CS", charset);
+    append_element(file, 0x00100010, "PN", name);
+    append_element(file, 0x00101040, "LO", name);
+    write("b.dcm", file);
+    shows("b.dcm", "--tag PatientName", text + "\n");
+    shows("b.dcm", "--tag PatientAddress", text + "\n");
+  };
+  broken("", "\xC3\xA9 \xE9", "é \\xE9");  // UTF-8, though nothing says so
+  broken("ISO_IR 192",
+         "\xE2\x80\xAE x\xC2\x9B"
+         "2J\xF0\x9F",
+         "\\u202E x\\u009B2J\\xF0\\x9F");
+  broken("ISO_IR 166", "\xE3\xA8\xFF", "ใจ\\xFF");
+  broken("GB18030", "\xCD\xF5\xFF\xCD\xF5\x95\x32", "王\\xFF王\\x952");
+  broken("\\ISO 2022 IR 87", "\x1B$B;3\xFF\x1B(B x\x1B$Z", "山\\xFF x\\x1B$Z");
+  broken("\\ISO 2022 IR 149", "\x1B$)C\xB1\xE8\xB1", "김\\xB1");
+}
+
 TEST_F(Program, ConvertsThereAndBack) {
   const std::string before = listing("a.dcm");
   const std::string original = read("a.dcm");
@@ -194,26 +253,6 @@ TEST_F(Program, ConvertsPixels) {
   const std::string uid = run("dump --tag SOPInstanceUID " + slice).out;
   ASSERT_EQ(run("convert --to jpeg2000-lossy " + slice + " " + path("lossy.dcm")).exit, 0);
   EXPECT_NE(run("dump --tag SOPInstanceUID " + path("lossy.dcm")).out, uid);
-}
-
-// Cyrillic in the data set and a private attribute, Japanese in an item that says so itself.
-std::string charset_sample() {
-  std::string item;
-  append_element(item, 0x00080005, "CS", "\\ISO 2022 IR 87");
-  append_element(item, 0x00100010, "PN", "\x1B$B;3ED\x1B(B^\x1B$BB@O:\x1B(B");
-  std::string header;
-  append16(header, 0xFFFE);
-  append16(header, 0xE000);
-  append16(header, static_cast<uint32_t>(item.size()));
-  append16(header, 0);
-  std::string file = sample().substr(0, 128 + 4);
-  append_element(file, 0x00020010, "UI", "1.2.840.10008.1.2.1");
-  append_element(file, 0x00080005, "CS", "ISO_IR 144");
-  append_element(file, 0x00081140, "SQ", header + item);
-  append_element(file, 0x00090010, "LO", "GEMS_IDEN_01");
-  append_element(file, 0x00091001, "LO", "\xBB\xEE\xDA\\plain\\\xDA\x1B[2J");
-  append_element(file, 0x00100010, "PN", "\xBB\xEE\xDA^X");
-  return file;
 }
 
 TEST_F(Program, ConvertsCharacterSets) {

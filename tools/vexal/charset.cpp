@@ -12,16 +12,10 @@
 namespace vexal {
 namespace {
 
-constexpr uint32_t kSpecificCharacterSet = 0x00080005;
 constexpr uint32_t kDirectoryRecordSequence = 0x00041220;
 constexpr char16_t kReplacement = u'\xFFFD';
 constexpr char kSubstitute = '\x1A';  // what the library writes for a character that no set has
 constexpr char kUtf8[] = "ISO_IR 192";
-
-bool is_ascii(std::string_view text) {
-  return std::all_of(text.begin(), text.end(),
-                     [](char c) { return static_cast<unsigned char>(c) < 0x80 && c != '\x1B'; });
-}
 
 std::u16string decode(const std::string& charset, std::string_view bytes) {
   std::u16string text(bytes.size() + 1, u'\0');
@@ -50,6 +44,11 @@ bool takes_g1(std::string_view escape) {
 }
 
 }  // namespace
+
+bool is_ascii(std::string_view text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 0x80 && c != '\x1B'; });
+}
 
 bool has_charset(VX_VR vr) {
   return vr == VX_VR_LO || vr == VX_VR_LT || vr == VX_VR_PN || vr == VX_VR_SH || vr == VX_VR_ST ||

@@ -11,6 +11,10 @@
 
 namespace vexal {
 
+inline constexpr uint32_t kSpecificCharacterSet = 0x00080005;
+
+// Nothing but ASCII, and no escape sequence to another set.
+bool is_ascii(std::string_view text);
 // True for the VRs that (0008,0005) speaks of.
 bool has_charset(VX_VR vr);
 // Loads what stands behind all sets but ASCII and UTF-8; false, said once, where it is not installed.

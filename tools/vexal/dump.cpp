@@ -3,7 +3,9 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
+#include "charset.h"
 #include "commands.h"
 #include "files.h"
 #include "json.h"
@@ -136,6 +138,7 @@ class Dumper {
   }
 
   void object(int32_t id, int depth) {
+    const std::string outer = charset_;
     Creators creators;
     uint32_t tag = 0;
     VX_VR vr = 0;
@@ -150,10 +153,20 @@ class Dumper {
       }
       status = VX_Get_Next_Attribute(id, &tag, &vr, &count);
     }
+    charset_ = outer;
+  }
+
+  // One attribute out of its object, `root` holding it. Only the library knows what lies between.
+  void single(int32_t root, int32_t id, uint32_t tag, VX_VR vr, int32_t count, bool first) {
+    Creators creators;
+    charset_ = first_charset(id, first_charset(root, ""));
+    all_known_ = false;
+    attribute(id, tag, vr, count, 0, creators, first);
   }
 
   void attribute(int32_t id, uint32_t tag, VX_VR vr, int32_t count, int depth, Creators& creators,
                  bool first) {
+    if (tag == kSpecificCharacterSet) charset_ = first_charset(id, charset_);
     if (settings_.json) {
       json_attribute(id, tag, vr, count, creators, first);
     } else {
@@ -218,7 +231,7 @@ class Dumper {
       append_number(value_, static_cast<uint64_t>(count));
       value_ += count == 1 ? " item" : " items";
     } else if (is_text(vr)) {
-      length = text_value(id, tag, count, creators);
+      length = text_value(id, tag, vr, count, creators);
     } else if (is_numeric(vr)) {
       length = numeric_value(id, tag, vr);
     } else {
@@ -261,70 +274,106 @@ class Dumper {
     VX_Get_Attribute_Info(id, tag, nullptr, nullptr);
   }
 
-  // Characters that would upset a terminal, and the blanks at the end of a cut value, are made visible.
-  void append_printable(std::string_view text) {
-    for (const char c : text) {
-      const auto byte = static_cast<unsigned char>(c);
-      if (byte >= 0x20 && byte != 0x7F) {
-        value_ += c;
-      } else {
-        char escape[8];
-        std::snprintf(escape, sizeof escape, "\\x%02X", byte);
-        value_ += escape;
-      }
-    }
-  }
-
   bool full() const { return settings_.width != 0 && value_.size() > settings_.width; }
   void cut() {
     if (!full()) return;
-    std::size_t end = settings_.width;
-    while (end > 0 && (static_cast<unsigned char>(value_[end]) & 0xC0U) == 0x80) --end;
-    value_.resize(end);
+    value_.resize(settings_.width);
     value_ += "...";
   }
 
-  uint64_t text_value(int32_t id, uint32_t tag, int32_t count, Creators& creators) {
+  uint64_t text_value(int32_t id, uint32_t tag, VX_VR vr, int32_t count, Creators& creators) {
     const auto size = static_cast<int32_t>(text_.size());
     uint64_t length = 0;
+    ShownText shown(value_, settings_.width);
+    bool ascii = true;
     VX_STATUS status = VX_Get_Value_To_String(id, tag, size, text_.data());
     for (int32_t number = 1;; ++number) {
       if (status == VX_NORMAL_COMPLETION) {
         const std::size_t used = std::strlen(text_.data());
         length += used;
-        if (!full()) append_printable({text_.data(), used});
+        if (!shown.is_cut()) ascii &= shown.add_ascii({text_.data(), used});
       } else if (status == VX_BUFFER_TOO_SMALL) {
         uint32_t whole = 0;
         VX_Get_Value_Length(id, tag, number, &whole);
         length += whole;
-        if (!full()) append_text_beyond(id, tag, number, whole);
+        if (!shown.is_cut()) ascii &= add_text_beyond(id, tag, number, whole, shown);
       } else if (status != VX_NULL_VALUE) {
         break;
       }
       if (number >= count) break;
       ++length;
-      if (!full()) value_ += '\\';
+      shown.add_ascii("\\");
       status = VX_Get_Next_Value_To_String(id, tag, size, text_.data());
     }
-    cut();
+    bool is_cut = shown.is_cut();
+    if (!ascii && has_charset(vr)) is_cut = text_beyond_ascii(id, tag, vr, count);
+    if (is_cut) value_ += "...";
     if (is_private(tag) && (tag & 0xFFFFU) >= 0x10 && (tag & 0xFFFFU) <= 0xFF)
       creators.add(tag, text_.data());
     return length;
   }
 
   // A text that is larger than the buffer: shown as far as the width asks.
-  void append_text_beyond(int32_t id, uint32_t tag, int32_t number, uint32_t whole) {
-    if (settings_.width != 0) {
-      append_printable(text_.data());
-      value_.append(1, ' ');
-      return;
-    }
+  bool add_text_beyond(int32_t id, uint32_t tag, int32_t number, uint32_t whole, ShownText& shown) {
+    if (settings_.width != 0) return shown.add_ascii(text_.data());
     std::string all(static_cast<std::size_t>(whole) + 2, '\0');
     VX_STATUS status = VX_Get_Value_To_String(id, tag, static_cast<int32_t>(all.size()), all.data());
     for (int32_t i = 1; i < number; ++i) {
       status = VX_Get_Next_Value_To_String(id, tag, static_cast<int32_t>(all.size()), all.data());
     }
-    if (status == VX_NORMAL_COMPLETION) append_printable(all.c_str());
+    return status != VX_NORMAL_COMPLETION || shown.add_ascii(all.c_str());
+  }
+
+  // --- text beyond ASCII ---
+
+  // Text that is UTF-8, or ought to be where no set is named, needs no conversion.
+  bool needs_conversion() const { return !all_known_ || (!charset_.empty() && charset_ != "ISO_IR 192"); }
+
+  // The values, decoded if it can be done. What the library has to say is said once a file.
+  std::vector<TextValue> decoded(int32_t id, uint32_t tag, int32_t count) {
+    std::optional<MutedWarnings> quiet;
+    if (told_) quiet.emplace();
+    told_ = true;
+    std::vector<TextValue> values;
+    read_texts(id, tag, count, needs_conversion() && load_charsets(), values);
+    return values;
+  }
+
+  // The value once more, out of its character sets. True if more of it is there than is shown.
+  bool text_beyond_ascii(int32_t id, uint32_t tag, VX_VR vr, int32_t count) {
+    value_.clear();
+    ShownText shown(value_, settings_.width);
+    bool first = true;
+    for (const TextValue& value : decoded(id, tag, count)) {
+      if (!first) shown.add_ascii("\\");
+      first = false;
+      if (value.unicode.empty()) {
+        shown.add_utf8(value.bytes);
+      } else if (value.unicode.find(u'\xFFFD') != std::u16string::npos) {
+        show_broken(shown, value.bytes, charset_, vr == VX_VR_PN);
+      } else {
+        shown.add_unicode(value.unicode);
+      }
+    }
+    return shown.is_cut();
+  }
+
+  void json_beyond_ascii(int32_t id, uint32_t tag, int32_t count) {
+    bool first = true;
+    for (const TextValue& value : decoded(id, tag, count)) {
+      if (!first) out_ += ',';
+      first = false;
+      if (value.is_null) {
+        out_ += "null";
+      } else if (value.unicode.empty()) {
+        append_json(out_, value.bytes);
+      } else {
+        std::string utf8;
+        for (std::size_t at = 0; at < value.unicode.size();)
+          append_utf8(utf8, next_code_point(value.unicode, at));
+        append_json(out_, utf8);
+      }
+    }
   }
 
   uint64_t numeric_value(int32_t id, uint32_t tag, VX_VR vr) {
@@ -384,7 +433,7 @@ class Dumper {
     if (vr == VX_VR_SQ) {
       json_items(id, tag);
     } else if (is_text(vr)) {
-      json_texts(id, tag, count, creators);
+      json_texts(id, tag, vr, count, creators);
     } else if (is_numeric(vr)) {
       json_numbers(id, tag, vr);
     } else {
@@ -405,8 +454,11 @@ class Dumper {
     VX_Get_Attribute_Info(id, tag, nullptr, nullptr);
   }
 
-  void json_texts(int32_t id, uint32_t tag, int32_t count, Creators& creators) {
+  void json_texts(int32_t id, uint32_t tag, VX_VR vr, int32_t count, Creators& creators) {
     out_ += ",\"value\":[";
+    const std::size_t start = out_.size();
+    const bool may_convert = has_charset(vr) && needs_conversion();
+    bool ascii = true;
     if (text_.size() < 65536) text_.resize(65536);
     VX_STATUS status = VX_Get_Value_To_String(id, tag, static_cast<int32_t>(text_.size()), text_.data());
     for (int32_t number = 1; number <= count; ++number) {
@@ -421,6 +473,7 @@ class Dumper {
       }
       if (number > 1) out_ += ',';
       if (status == VX_NORMAL_COMPLETION) {
+        ascii = ascii && (!may_convert || is_ascii(text_.data()));
         append_json(out_, std::string_view(text_.data()));
       } else if (status == VX_NULL_VALUE) {
         out_ += "null";
@@ -430,6 +483,10 @@ class Dumper {
       if (number < count) {
         status = VX_Get_Next_Value_To_String(id, tag, static_cast<int32_t>(text_.size()), text_.data());
       }
+    }
+    if (!ascii) {
+      out_.resize(start);
+      json_beyond_ascii(id, tag, count);
     }
     out_ += ']';
     if (is_private(tag) && (tag & 0xFFFFU) >= 0x10 && (tag & 0xFFFFU) <= 0xFF)
@@ -496,6 +553,9 @@ class Dumper {
   const DumpSettings& settings_;
   std::string& out_;
   bool streaming_;
+  std::string charset_;    // that text of the object at hand starts in
+  bool all_known_ = true;  // all that holds the object has been seen
+  bool told_ = false;
   std::string text_;   // buffer of the library's texts
   std::string value_;  // the value shown
   Gathered gathered_;
@@ -511,8 +571,7 @@ void dump_selection(Dumper& dumper, const DicomFile& file, const DumpSettings& s
       VX_VR vr = 0;
       int32_t count = 0;
       if (VX_Get_Attribute_Info(place.object, place.tag, &vr, &count) != VX_NORMAL_COMPLETION) continue;
-      Creators creators;
-      dumper.attribute(place.object, place.tag, vr, count, 0, creators, first);
+      dumper.single(file.id(), place.object, place.tag, vr, count, first);
       first = false;
     }
   }
@@ -543,7 +602,7 @@ FileResult dump_file(const std::string& path, const DumpSettings& settings, bool
     }
     out += ",\"elements\":[";
   } else if (many) {
-    out += "# " + path + "\n";
+    out += "# " + shown(path) + "\n";
   }
   Dumper dumper(file, settings, out, !many);
   if (settings.paths.empty()) {

@@ -5,6 +5,7 @@
 
 #include "embedded.h"
 #include "names.h"
+#include "printable.h"
 
 namespace vexal {
 namespace {
@@ -18,11 +19,8 @@ thread_local bool warnings_muted = false;
 void receive_log(const VX_LOG_RECORD* record) {
   if (warnings_muted && record->Type != 1) return;
   const char* level = record->Type == 1 ? "error" : record->Type == 2 ? "warning" : "info";
-  if (current_file != nullptr) {
-    std::fprintf(stderr, "%s: %s: %s\n", current_file->c_str(), level, record->Message);
-  } else {
-    std::fprintf(stderr, "vexal: %s: %s\n", level, record->Message);
-  }
+  const std::string source = current_file != nullptr ? shown(*current_file) : "vexal";
+  std::fprintf(stderr, "%s: %s: %s\n", source.c_str(), level, shown(record->Message).c_str());
 }
 
 // A program for people reads what there is: odd file sizes, private attributes without or with two creators,
@@ -103,7 +101,7 @@ MutedWarnings::~MutedWarnings() {
 }
 
 void report(const std::string& path, const std::string& text) {
-  std::fprintf(stderr, "%s: %s\n", path.c_str(), text.c_str());
+  std::fprintf(stderr, "%s: %s\n", shown(path).c_str(), shown(text).c_str());
 }
 
 std::string describe_failure(VX_STATUS status, int64_t offset, uint32_t tag) {
