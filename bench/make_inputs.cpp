@@ -1,10 +1,16 @@
-// Writes the files that the comparisons run on: make_inputs FOLDER [MIB-OF-PIXELS].
+// Writes the files that the comparisons run on: make_inputs FOLDER [MIB-OF-PIXELS | frames].
 //
 //   items.dcm    2,000 items of 100 elements each, explicit VR little endian
 //   private.dcm  1,000 private blocks of 200 elements each at the top level
 //   ct.dcm       a CT image of 512 by 512 pixels
 //   small.dcm    an image of 33 KB
 //   pixels.dcm   a multi-frame image with 16-bit pixels (200 MiB unless told otherwise)
+//
+// With "frames" instead those that codecs are compared on, 100 frames of 512 by 512 pixels of a body in air,
+// with noise:
+//
+//   grey16.dcm   12 bits in 16
+//   grey8.dcm    8 bits
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -204,6 +210,67 @@ std::string small_file() {
   return file.take();
 }
 
+// One frame of a slice through a body: air around it, tissue with fibres, two lungs and a spine, under noise.
+void draw_frame(std::vector<uint16_t>& pixels, int frame, uint32_t& seed) {
+  struct Ellipse {
+    int x, y, half_width, half_height, level;
+  };
+  const Ellipse ellipses[] = {{256, 256, 240, 200, 1040},
+                              {150, 240, 80 - frame / 4, 110, 180},
+                              {362, 240, 80 - frame / 4, 110, 170},
+                              {256, 380, 24, 28, 1700 + 4 * frame}};
+  for (int y = 0; y < 512; ++y) {
+    for (int x = 0; x < 512; ++x) {
+      int level = 0;
+      for (const Ellipse& e : ellipses) {
+        const int dx = (x - e.x) * 1024 / e.half_width;
+        const int dy = (y - e.y) * 1024 / e.half_height;
+        if (dx * dx + dy * dy <= 1 << 20) level = e.level + (dx * dx + dy * dy) / 16384;
+      }
+      if (level != 0) {
+        level += ((x + frame) / 7 * 37 + y / 5 * 61) % 53;
+        // Four rolls are near enough to a bell.
+        for (int i = 0; i < 4; ++i) {
+          seed = seed * 1664525U + 1013904223U;
+          level += static_cast<int>(seed >> 28) - 8;
+        }
+      }
+      pixels[static_cast<std::size_t>(y * 512 + x)] = static_cast<uint16_t>(level < 0 ? 0 : level);
+    }
+  }
+}
+
+bool frames_file(const std::string& path, uint32_t bits) {
+  constexpr int kFrames = 100;
+  Stream file;
+  file.append(header("1.2.840.10008.5.1.4.1.1.7.3", "1.2.3.4.4"));
+  file.us(0x00280002, 1);
+  file.text(0x00280004, "CS", "MONOCHROME2");
+  file.text(0x00280008, "IS", std::to_string(kFrames));
+  file.us(0x00280010, 512);
+  file.us(0x00280011, 512);
+  file.us(0x00280100, bits);
+  file.us(0x00280101, bits == 16 ? 12 : 8);
+  file.us(0x00280102, bits == 16 ? 11 : 7);
+  file.us(0x00280103, 0);
+  file.long_header(0x7FE00010, bits == 16 ? "OW" : "OB", kFrames * 512 * 512 * bits / 8);
+  std::ofstream out(path, std::ios::binary);
+  out << file.bytes();
+  std::vector<uint16_t> pixels(std::size_t{512} * 512);
+  std::string bytes;
+  uint32_t seed = 1;
+  for (int frame = 0; frame < kFrames; ++frame) {
+    draw_frame(pixels, frame, seed);
+    bytes.clear();
+    for (const uint16_t pixel : pixels) {
+      bytes.push_back(static_cast<char>(bits == 16 ? pixel : pixel >> 3));
+      if (bits == 16) bytes.push_back(static_cast<char>(pixel >> 8));
+    }
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  }
+  return out.good();
+}
+
 bool pixel_file(const std::string& path, uint32_t mib) {
   Stream file;
   file.append(header("1.2.840.10008.5.1.4.1.1.7.3", "1.2.3.4.3"));
@@ -234,10 +301,12 @@ bool pixel_file(const std::string& path, uint32_t mib) {
 
 int main(int argc, char** argv) {
   if (argc < 2) {
-    std::cerr << "usage: make_inputs FOLDER [MIB-OF-PIXELS]\n";
+    std::cerr << "usage: make_inputs FOLDER [MIB-OF-PIXELS | frames]\n";
     return 2;
   }
   const std::string folder = argv[1];
+  if (argc > 2 && std::string(argv[2]) == "frames")
+    return frames_file(folder + "/grey16.dcm", 16) && frames_file(folder + "/grey8.dcm", 8) ? 0 : 2;
   const uint32_t mib = argc > 2 ? static_cast<uint32_t>(std::atoi(argv[2])) : 200;
   const bool good = write(folder + "/items.dcm", items_file()) &&
                     write(folder + "/private.dcm", private_file()) && write(folder + "/ct.dcm", ct_file()) &&

@@ -203,7 +203,7 @@ int decode_8bit(const DecodeJob& job) {
   const int components = colour ? 3 : 1;
   int status = kCodecDone;
   if (info.image_width != image.Columns || info.image_height != image.Rows ||
-      info.num_components != components) {
+      info.num_components != components || (!colour && image.SamplesPerPixel != 1)) {
     status = kCodecOtherImage;
   } else {
     if (!colour) {

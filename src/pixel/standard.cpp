@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstring>
+#include <memory>
 #include <new>
 
 #include "config/config.h"
@@ -279,9 +280,10 @@ struct StandardContext final : RunContext {
   const Direction& direction;
   ImageAttributes image;
   const Codec* codec = nullptr;
-  std::vector<uint8_t> input;  // pieces of the frame or of the stream
-  std::vector<uint8_t> OutputBuffer;
-  std::size_t searched = 0;  // of the stream, for its end
+  std::vector<uint8_t> input;         // pieces of the frame or of the stream
+  std::vector<uint8_t> OutputBuffer;  // a compressed frame
+  std::unique_ptr<uint8_t[]> frame;   // a decompressed one, with room for a pad
+  std::size_t searched = 0;           // of the stream, for its end
   bool to_rgb = false;
   bool delivered = false;
   bool Failed = false;
@@ -334,13 +336,6 @@ void interleave(const ImageAttributes& image, std::vector<uint8_t>& frame) {
   frame.swap(pixels);
 }
 
-void hand_out(StandardContext& run, uint32_t& out_size, void*& out) {
-  if (run.OutputBuffer.size() % 2 != 0) run.OutputBuffer.push_back(0);
-  out = run.OutputBuffer.data();
-  out_size = static_cast<uint32_t>(run.OutputBuffer.size());
-  run.delivered = true;
-}
-
 VX_STATUS compress(StandardContext& run, uint32_t size, const void* data, bool last, uint32_t& out_size,
                    void*& out) {
   const ImageAttributes& image = run.image;
@@ -369,7 +364,10 @@ VX_STATUS compress(StandardContext& run, uint32_t size, const void* data, bool l
     return refuse(kCompressor, "Pegasus responded RES_ERR when compressing.  Status = %s",
                   codec_text(status));
   }
-  hand_out(run, out_size, out);
+  if (run.OutputBuffer.size() % 2 != 0) run.OutputBuffer.push_back(0);
+  out = run.OutputBuffer.data();
+  out_size = static_cast<uint32_t>(run.OutputBuffer.size());
+  run.delivered = true;
   return kOk;
 }
 
@@ -413,15 +411,19 @@ VX_STATUS decompress(StandardContext& run, uint32_t size, const void* data, bool
     if (run.input.empty()) append(run.input, data, size);
     return kOk;
   }
-  run.OutputBuffer.resize(run.image.FrameSize);
+  const uint32_t frame_size = run.image.FrameSize;
+  run.frame.reset(new uint8_t[std::size_t{frame_size} + 1]);  // each decoder that succeeds has filled it
+  run.frame[frame_size] = 0;
   CodecResult result;
-  const int status = run.codec->decompress(run.image, run.to_rgb, stream, end != 0 ? end : length,
-                                           run.OutputBuffer.data(), result);
+  const int status =
+      run.codec->decompress(run.image, run.to_rgb, stream, end != 0 ? end : length, run.frame.get(), result);
   if (!accept(run, status, result)) {
     return refuse(kDecompressor, "Pegasus responded RES_ERR when decompressing.  Status = %s",
                   codec_text(status));
   }
-  hand_out(run, out_size, out);
+  out = run.frame.get();
+  out_size = frame_size + frame_size % 2;
+  run.delivered = true;
   return kOk;
 }
 
