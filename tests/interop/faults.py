@@ -339,6 +339,13 @@ def bent_stores(first):
         yield [REQUEST, change(store_message(b"1.2.3.6.%06d" % (first + n)), n, random.choice(CHANGES))], "silence"
 
 
+def silences():
+    """A message of several PDUs, and no more after each of its bytes."""
+    message = store_message(b"1.2.3.9")
+    for n in range(len(message)):
+        yield [REQUEST, message[:n]], "silence"
+
+
 def lies():
     """Lengths and contexts that are not so; each is answered by an end of the connection."""
     good = store_command(b"1.2.3.8")
@@ -403,7 +410,7 @@ def hostile_requesters(folder):
             stores = random.sample(stores, len(stores) // (2 if kind == "receive" else 4))
             batches = [("lengths and contexts", list(lies())), ("stalls", list(stalls())), ("C-STORE", stores)]
             if kind == "receive":
-                batches.insert(0, ("A-ASSOCIATE-RQ", list(bent_requests())))
+                batches += [("A-ASSOCIATE-RQ", list(bent_requests())), ("silence after each byte", list(silences()))]
             answered, connections = set(), 0
             for title, attacks in batches:
                 for received in asyncio.run(attack_all(server.port, attacks, kind + ", " + title)):

@@ -5,8 +5,10 @@ usage: network.py VEXAL SAMPLES
 Verification, storage, query, retrieval, worklist and TLS; data sets have to arrive byte for byte. Exit 77 (skipped)
 where dcmtk or the samples are missing.
 """
+import concurrent.futures
 import json
 import os
+import re
 import shutil
 import signal
 import socket
@@ -142,6 +144,16 @@ def values(element):
     if "value" in element:
         return [(v.strip(" \0") or None) if isinstance(v, str) else v for v in element["value"]]
     return element.get("hex")
+
+
+def rounded(value):
+    """The same for two ways of writing a decimal string."""
+    if isinstance(value, (list, tuple)):
+        return [rounded(v) for v in value]
+    try:
+        return round(float(value), 6)
+    except (TypeError, ValueError):
+        return value
 
 
 def same_files(samples, folder, title):
@@ -461,6 +473,44 @@ def orthanc(folder):
         print("  %d of %d objects stored, %d in the study fetched" % (len(stored), len(samples), len(wanted)))
 
 
+def odil(folder):
+    """Another toolkit's programs against vexal serve."""
+    if shutil.which("odil") is None:
+        return print("  left out: no odil")
+    samples = [p for p in valid_samples().values() if run_lookup(meta_text(p, 2))]
+    database, got, port = os.path.join(folder, "db"), os.path.join(folder, "got"), free_port()
+    os.mkdir(database)
+    os.mkdir(got)
+    names = ("localhost", port, "ODIL", "NODE")
+    with Server([VEXAL, "serve", port, "--dir", database, "--aet", "NODE"], port):
+        check(run("odil", "echo", *names).returncode == 0, "odil echo")
+        # It stops at the first file that it can not read: one at a time.
+        with concurrent.futures.ThreadPoolExecutor(4) as pool:
+            results = pool.map(lambda path: run("odil", "store", *names, path), samples)
+        sent = {dict(content(p))["00080018"][0]: p for p, result in zip(samples, results)
+                if result.returncode == 0 and b"Could not" not in result.stdout}
+        stored = {i: p for i, p in arrived(database).items() if i}
+        check(set(sent) == set(stored), "odil store: %d arrived, %d were sent" % (len(stored), len(sent)))
+        check(len(sent) * 10 >= len(samples) * 9, "odil store: %d of %d" % (len(sent), len(samples)))
+        # It ends at a character set that it does not know, after having said how many there are.
+        answer = run("odil", "find", *names, "study", "QueryRetrieveLevel=STUDY", "StudyInstanceUID=").stdout.decode()
+        studies = re.findall(r"Study Instance UID .*\['([0-9.]+)'\]", answer)
+        ours = run(VEXAL, "find", "localhost", port, "--aec", "NODE", "--level", "image", "--json").stdout.decode()
+        instances = {line["SOPInstanceUID"]: line["StudyInstanceUID"] for line in map(json.loads, ours.splitlines())}
+        check(answer.startswith("%d answers" % len(set(instances.values()) - {""})), "odil find: " + answer.split("\n")[0])
+        check(len(studies) > 10 and set(studies) <= set(instances.values()), "odil find: %d studies" % len(studies))
+        study = max(studies, key=list(instances.values()).count)
+        result = run("odil", "get", "-d", got, *names, "study", "QueryRetrieveLevel=STUDY", "StudyInstanceUID=" + study)
+        wanted = {i for i in instances if instances[i] == study}
+        fetched = arrived(got)
+        check(result.returncode == 0 and set(fetched) == wanted, "odil get: %d of %d arrived" % (len(fetched), len(wanted)))
+    for title, there in (("store", stored), ("get", fetched)):
+        other = [os.path.relpath(sent[i], SAMPLES) for i in set(there) & set(sent)
+                 if rounded(content(there[i])) != rounded(content(sent[i]))]
+        check(not other, "odil %s: other content: %s" % (title, other[:5]))
+    print("  %d of %d objects stored, %d in the study fetched" % (len(sent), len(samples), len(wanted)))
+
+
 def share_folder():
     place = os.path.dirname(VEXAL)
     while place != "/":
@@ -530,7 +580,7 @@ def capture(folder):
 
 
 def main():
-    for part in (verification, storage, queries, worklist, archive, orthanc, tls, capture):
+    for part in (verification, storage, queries, worklist, archive, orthanc, odil, tls, capture):
         with tempfile.TemporaryDirectory() as folder:
             start = time.time()
             try:
