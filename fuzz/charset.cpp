@@ -38,8 +38,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   const vx::TextCharsets sets = vx::text_charsets({names, count});
   const std::string_view text(reinterpret_cast<const char*>(data) + 2, size - 2);
   std::string utf8;
-  vx::decode_text(sets, text, (data[1] & 0x80) != 0, utf8);
+  const vx::TextResult decoded = vx::decode_text(sets, text, (data[1] & 0x80) != 0, utf8);
   std::string bytes;
-  vx::encode_text(sets, utf8, bytes);
+  const vx::TextResult encoded = vx::encode_text(sets, utf8, bytes);
+  // What came over whole, and went back whole, is the same text. Escape sequences to nowhere apart.
+  if (decoded != vx::TextResult::Whole || encoded != vx::TextResult::Whole) return 0;
+  if (utf8.find('\x1B') != std::string::npos) return 0;
+  std::string again;
+  vx::decode_text(sets, bytes, false, again);
+  if (again != utf8) __builtin_trap();
   return 0;
 }

@@ -17,10 +17,9 @@ namespace {
 // What Unicode_To_Byte writes for a character that no set has.
 constexpr char kSubstitute = '\x1A';
 
-bool unicode_ready(const char* function) {
-  if (unicode_enabled()) return true;
+VX_STATUS not_ready(const char* function) {
   VX_LOG_ERR(function, "Unicode library not initialized");
-  return false;
+  return VX_CANNOT_COMPLY;
 }
 
 bool is_unicode_vr(int32_t vr) {
@@ -68,7 +67,7 @@ VX_STATUS sets_to_encode(const char* const* names, int32_t count, TextCharsets& 
 VX_STATUS set_unicode(int32_t id, uint32_t tag, int32_t length, const char16_t* text, bool first) {
   VX_REQUIRE_LIBRARY();
   VX_REQUIRE_POINTER(text);
-  if (!unicode_ready("VX_Set_Value_From_UnicodeString")) return VX_CANNOT_COMPLY;
+  if (!unicode_enabled()) return not_ready("VX_Set_Value_From_UnicodeString");
   MsgObj* const object = find_object(id);
   if (object == nullptr) return VX_INVALID_MESSAGE_ID;
   TagObj* attribute = nullptr;
@@ -83,7 +82,9 @@ VX_STATUS set_unicode(int32_t id, uint32_t tag, int32_t length, const char16_t* 
     return status;
   }
   std::string bytes;
-  if (encode_text(sets, units_of(text, length), bytes, kSubstitute) != TextResult::Whole) {
+  const TextResult result = encode_text(sets, units_of(text, length), bytes, kSubstitute);
+  if (result == TextResult::NoIcu) return not_ready("VX_Set_Value_From_UnicodeString");  // gone meanwhile
+  if (result == TextResult::Lost) {
     VX_LOG_WARN("VX_Set_Value_From_UnicodeString",
                 "Text of attribute (%04X,%04X) has characters that are in none of its character sets",
                 tag >> 16, tag & 0xFFFFU);
@@ -96,7 +97,7 @@ VX_STATUS get_unicode(int32_t id, uint32_t tag, int32_t room, int32_t* length, c
   VX_REQUIRE_POINTER(buffer);
   VX_REQUIRE_POINTER(length);
   if (room <= 0) return VX_NULL_POINTER_PARM;
-  if (!unicode_ready("VX_Get_Value_To_UnicodeString")) return VX_CANNOT_COMPLY;
+  if (!unicode_enabled()) return not_ready("VX_Get_Value_To_UnicodeString");
   MsgObj* object = nullptr;
   TagObj* attribute = nullptr;
   VX_STATUS status = find_attribute(id, tag, object, attribute);
@@ -122,7 +123,8 @@ VX_STATUS get_unicode(int32_t id, uint32_t tag, int32_t room, int32_t* length, c
   if (status != kOk) return status;
   bytes = bytes.substr(0, bytes.find('\0'));
   std::u16string wide;
-  decode_text(sets, bytes, attribute->VR == VX_VR_PN, wide);
+  if (decode_text(sets, bytes, attribute->VR == VX_VR_PN, wide) == TextResult::NoIcu)
+    return not_ready("VX_Get_Value_To_UnicodeString");
   *length = static_cast<int32_t>(wide.size());
   status = hand_over(wide.size(), room, "VX_Get_Value_To_UnicodeString");
   if (status != kOk) return status;
@@ -142,7 +144,7 @@ VX_STATUS VX_Enable_Unicode_Conversion(int32_t Enable) {
 VX_STATUS VX_Byte_To_Unicode(const char* Charset, const char* Bytes, int32_t Length, int32_t BufferChars,
                              int32_t* OutLength, char16_t* Buffer) {
   constexpr char kFunction[] = "VX_Byte_To_Unicode";
-  if (!unicode_ready(kFunction)) return VX_CANNOT_COMPLY;
+  if (!unicode_enabled()) return not_ready(kFunction);
   VX_REQUIRE_POINTER(Bytes);
   VX_REQUIRE_POINTER(OutLength);
   VX_REQUIRE_POINTER(Buffer);
@@ -156,7 +158,7 @@ VX_STATUS VX_Byte_To_Unicode(const char* Charset, const char* Bytes, int32_t Len
     const std::string_view text =
         Length < 0 ? std::string_view(Bytes) : std::string_view(Bytes, static_cast<std::size_t>(Length));
     std::u16string wide;
-    decode_text(sets, text, false, wide);
+    if (decode_text(sets, text, false, wide) == TextResult::NoIcu) return not_ready(kFunction);
     *OutLength = static_cast<int32_t>(wide.size());
     const VX_STATUS status = hand_over(wide.size(), BufferChars, kFunction);
     if (status == kOk) std::copy(wide.begin(), wide.end(), Buffer);
@@ -167,7 +169,7 @@ VX_STATUS VX_Byte_To_Unicode(const char* Charset, const char* Bytes, int32_t Len
 VX_STATUS VX_Unicode_To_Byte(const char* const* Charsets, int32_t Count, const char16_t* Text, int32_t Length,
                              int32_t BufferSize, int32_t* OutLength, char* Buffer) {
   constexpr char kFunction[] = "VX_Unicode_To_Byte";
-  if (!unicode_ready(kFunction)) return VX_CANNOT_COMPLY;
+  if (!unicode_enabled()) return not_ready(kFunction);
   if (Count > 0) VX_REQUIRE_POINTER(Charsets);
   VX_REQUIRE_POINTER(Text);
   VX_REQUIRE_POINTER(OutLength);
@@ -177,7 +179,9 @@ VX_STATUS VX_Unicode_To_Byte(const char* const* Charsets, int32_t Count, const c
     VX_STATUS status = sets_to_encode(Charsets, Count, sets);
     if (status != kOk) return status;
     std::string bytes;
-    if (encode_text(sets, units_of(Text, Length), bytes, kSubstitute) != TextResult::Whole)
+    const TextResult result = encode_text(sets, units_of(Text, Length), bytes, kSubstitute);
+    if (result == TextResult::NoIcu) return not_ready(kFunction);
+    if (result == TextResult::Lost)
       VX_LOG_WARN(kFunction, "The text has characters that are in none of the character sets");
     *OutLength = static_cast<int32_t>(bytes.size());
     status = hand_over(bytes.size(), BufferSize, kFunction);

@@ -51,6 +51,23 @@ constexpr CharsetRow kRows[] = {
 };
 constexpr std::size_t kRowCount = std::size(kRows);
 
+// Characters that ICU has another code point for than the tables of the Unicode consortium, which the other
+// tools go by, or that are written with either.
+struct Spelling {
+  std::string_view row;
+  char16_t icu;
+  char16_t other;
+  bool decoded;  // as `other`
+};
+constexpr Spelling kSpellings[] = {
+    {"ISO 2022 IR 87", 0xFF5E, 0x301C, true},   {"ISO 2022 IR 87", 0x2225, 0x2016, true},
+    {"ISO 2022 IR 87", 0xFF0D, 0x2212, true},   {"ISO 2022 IR 87", 0xFFE0, 0x00A2, true},
+    {"ISO 2022 IR 87", 0xFFE1, 0x00A3, true},   {"ISO 2022 IR 87", 0xFFE2, 0x00AC, true},
+    {"ISO 2022 IR 87", 0x2015, 0x2014, false},  {"ISO 2022 IR 58", 0x00B4, 0xFF07, true},
+    {"ISO 2022 IR 58", 0x2015, 0x2014, false},  {"ISO 2022 IR 58", 0x30FB, 0x00B7, false},
+    {"ISO 2022 IR 149", 0x2015, 0x2014, false},
+};
+
 // The C interface of ICU, as far as it is used.
 struct UConverter;
 using OpenConverter = UConverter* (*)(const char*, int*);
@@ -163,8 +180,10 @@ Converter& converter_of(const CharsetRow& row) {
 }
 
 constexpr char16_t kReplacement = u'\xFFFD';
+constexpr char kSubstitute = '\x1A';
 
-bool decode_by_icu(const CharsetRow& row, Converter& converter, std::string_view bytes, std::u16string& out) {
+// Bytes without 1A: some converters write that for what is no character.
+bool decode_piece(const CharsetRow& row, Converter& converter, std::string_view bytes, std::u16string& out) {
   std::string stateful;
   if (row.kind == Set::LowPairs) {
     stateful.append(1, '\x1B').append(row.g0).append(bytes);
@@ -183,7 +202,25 @@ bool decode_by_icu(const CharsetRow& row, Converter& converter, std::string_view
   }
   out.resize(before + (good ? static_cast<std::size_t>(count) : 0));
   if (!good) out += kReplacement;
+  std::replace(out.begin() + static_cast<std::ptrdiff_t>(before), out.end(), char16_t{kSubstitute},
+               kReplacement);
+  for (const Spelling& spelling : kSpellings) {
+    if (spelling.decoded && spelling.row == row.name)
+      std::replace(out.begin() + static_cast<std::ptrdiff_t>(before), out.end(), spelling.icu,
+                   spelling.other);
+  }
   return good && out.find(kReplacement, before) == std::u16string::npos;
+}
+
+bool decode_by_icu(const CharsetRow& row, Converter& converter, std::string_view bytes, std::u16string& out) {
+  bool whole = true;
+  for (;;) {
+    const std::size_t end = bytes.find(kSubstitute);
+    if (end != 0 && !bytes.empty()) whole &= decode_piece(row, converter, bytes.substr(0, end), out);
+    if (end == std::string_view::npos) return whole;
+    out += char16_t{kSubstitute};
+    bytes.remove_prefix(end + 1);
+  }
 }
 
 bool in_ranges(const CharsetRow& row, std::string_view bytes) {
@@ -336,7 +373,16 @@ std::size_t encode_char(const CharsetRow& row, char32_t c, char (&bytes)[kMaxCha
   Converter& converter = converter_of(row);
   const std::lock_guard lock(converter.lock);
   if (!open_converter(row, converter)) return 0;
-  if (row.kind != Set::Single) return encode_by_icu(row, converter, c, bytes);
+  if (row.kind != Set::Single) {
+    // The one character of JIS X 0212 that the converter would rather have in JIS X 0208.
+    if (c == 0x2116 && row.g0 == "$(D") return std::string_view("\x22\x71").copy(bytes, kMaxCharBytes);
+    std::size_t length = encode_by_icu(row, converter, c, bytes);
+    for (const Spelling& spelling : kSpellings) {
+      if (length == 0 && spelling.other == c && spelling.row == row.name)
+        length = encode_by_icu(row, converter, spelling.icu, bytes);
+    }
+    return length;
+  }
   const auto at = std::find(converter.upper.begin(), converter.upper.end(), c);
   if (at == converter.upper.end() || c == kReplacement) return 0;
   bytes[0] = static_cast<char>(0x80 + (at - converter.upper.begin()));

@@ -2,10 +2,35 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <new>
 #include <vector>
 
 #include "codec/streams.h"
+#include "frame/pool.h"
+
+namespace {
+
+// How many allocations of this thread go well before one fails; below 0: all.
+thread_local int allocations_left = -1;
+
+}  // namespace
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  if (allocations_left == 0) throw std::bad_alloc();
+  if (allocations_left > 0) --allocations_left;
+  void* const memory = std::malloc(size != 0 ? size : 1);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
 
 namespace {
 
@@ -75,6 +100,61 @@ TEST_F(Charsets, EverySetToUtf8AndBack) {
   }
 }
 
+// Cut anywhere, a text gives the characters before the cut, and then what tells that there is no more.
+TEST_F(Charsets, CutAnywhere) {
+  for (const Case& row : kCases) {
+    const vx::TextCharsets sets = vx::text_charsets(row.names);
+    std::u16string all;
+    vx::decode_text(sets, row.bytes, true, all);
+    for (std::size_t size = 0; size < row.bytes.size(); ++size) {
+      // Exact allocations, so that a sanitizer sees one byte too many.
+      const std::vector<char> bytes(row.bytes.begin(), row.bytes.begin() + static_cast<std::ptrdiff_t>(size));
+      std::u16string text;
+      const vx::TextResult result = vx::decode_text(sets, {bytes.data(), size}, true, text);
+      const std::size_t end = text.find_first_of(u"\xFFFD\x1B");
+      EXPECT_EQ(all.substr(0, std::min(end, text.size())), text.substr(0, end)) << row.utf8 << size;
+      EXPECT_EQ(result != vx::TextResult::Whole, text.find(u'\xFFFD') != std::u16string::npos)
+          << row.utf8 << size;
+    }
+  }
+}
+
+TEST_F(Charsets, WithoutMemory) {
+  const Object message;
+  const char* const names[] = {"", "ISO 2022 IR 87"};
+  VX_Set_Value_To_NULL(message, 0x00080005);
+  VX_Set_Next_Value_From_String(message, 0x00080005, names[1]);
+  ASSERT_EQ(VX_Set_Value_From_UnicodeString(message, 0x00100010, -1, u"山田^太郎"), VX_NORMAL_COMPLETION);
+  char16_t wide[64];
+  char bytes[64];
+  int32_t length = 0;
+  const std::vector<std::function<VX_STATUS()>> calls = {
+      [&] { return VX_Get_Value_To_UnicodeString(message, 0x00100010, 64, &length, wide); },
+      [&] { return VX_Byte_To_Unicode("ISO 2022 IR 6", kCases[15].bytes.data(), -1, 64, &length, wide); },
+      [&] { return VX_Unicode_To_Byte(names, 2, u"山田山田山田山田^太郎", -1, 64, &length, bytes); },
+      [&] { return VX_Set_Value_From_UnicodeString(message, 0x00100010, -1, u"山田山田山田^太郎"); },
+  };
+  for (const auto& call : calls) {
+    int n = 0;
+    VX_STATUS status = VX_SYSTEM_ERROR;
+    for (; status != VX_NORMAL_COMPLETION && n < 100; ++n) {
+      allocations_left = n;
+      status = call();
+      allocations_left = -1;
+      EXPECT_TRUE(status == VX_NORMAL_COMPLETION || status == VX_SYSTEM_ERROR) << status;
+    }
+    EXPECT_GT(n, 1);
+    EXPECT_LT(n, 100);
+  }
+  ASSERT_EQ(VX_Get_Value_To_UnicodeString(message, 0x00100010, 64, &length, wide), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(std::u16string(wide), u"山田山田山田^太郎");
+  for (uint64_t n = 1; n < 20; ++n) {
+    vx::fail_allocation_after(n);
+    VX_Set_Value_From_UnicodeString(message, 0x00100010, -1, std::u16string(300, u'山').c_str());
+    vx::fail_allocation_after(0);
+  }
+}
+
 TEST_F(Charsets, WhatNoSetHas) {
   const std::string_view latin[] = {"ISO_IR 100"};
   std::string bytes;
@@ -84,6 +164,40 @@ TEST_F(Charsets, WhatNoSetHas) {
   std::string utf8;
   EXPECT_EQ(vx::decode_text(vx::text_charsets(ascii), "a\xE9", false, utf8), vx::TextResult::Lost);
   EXPECT_EQ(utf8, "a\xEF\xBF\xBD");
+  // Bytes that ICU's converter knows and the standard's set does not.
+  const std::string_view thai[] = {"ISO_IR 166"};
+  utf8.clear();
+  EXPECT_EQ(vx::decode_text(vx::text_charsets(thai), "\xA1\xFE\x80", false, utf8), vx::TextResult::Lost);
+  EXPECT_EQ(utf8, "ก\xEF\xBF\xBD\xEF\xBF\xBD");
+  bytes.clear();
+  EXPECT_EQ(vx::encode_text(vx::text_charsets(thai), "€", bytes), vx::TextResult::Lost);
+  // An escape sequence to nowhere stays in the text.
+  const std::string_view korean[] = {"", "ISO 2022 IR 149"};
+  utf8.clear();
+  vx::decode_text(vx::text_charsets(korean), "a\x1B[2J", false, utf8);
+  EXPECT_EQ(utf8, "a\x1B[2J");
+}
+
+// A character that two tables of one set have different code points for can be written with either.
+TEST_F(Charsets, SpellingsOfOneCharacter) {
+  const struct {
+    std::string_view set, one, other, bytes, read;
+  } rows[] = {
+      {"ISO 2022 IR 87", "〜−", "～－", "\x1B$B!A!]\x1B(B", "〜−"},
+      {"ISO 2022 IR 58", "买·—", "买・―", "\x1B$)A\xC2\xF2\xA1\xA4\xA1\xAA", "买・―"},
+  };
+  for (const auto& row : rows) {
+    const std::string_view names[] = {"", row.set};
+    const vx::TextCharsets sets = vx::text_charsets(names);
+    for (const std::string_view text : {row.one, row.other}) {
+      std::string bytes;
+      EXPECT_EQ(vx::encode_text(sets, text, bytes), vx::TextResult::Whole) << text;
+      EXPECT_EQ(bytes, row.bytes) << text;
+    }
+    std::string utf8;
+    vx::decode_text(sets, row.bytes, false, utf8);
+    EXPECT_EQ(utf8, row.read);
+  }
 }
 
 TEST_F(Charsets, CallsOfTheInterface) {

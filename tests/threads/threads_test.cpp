@@ -168,4 +168,45 @@ TEST_F(Threads, SettingsMayChangeMeanwhile) {
   EXPECT_EQ(failures.load(), 0U);
 }
 
+// Conversions while another thread turns Unicode on and off: each is right, or says that there is none.
+TEST_F(Threads, UnicodeComesAndGoesMeanwhile) {
+  std::atomic<bool> stop{false};
+  std::atomic<uint64_t> failures{0};
+  std::atomic<uint64_t> converted{0};
+  if (VX_Enable_Unicode_Conversion(1) != VX_NORMAL_COMPLETION) GTEST_SKIP() << "no ICU";
+  const auto convert = [&](const char* charset, const std::string& bytes, const std::u16string& text) {
+    char16_t wide[64];
+    char back[64];
+    int32_t length = 0;
+    VX_STATUS status = VX_Byte_To_Unicode(charset, bytes.c_str(), -1, 64, &length, wide);
+    if (status == VX_CANNOT_COMPLY) return;
+    if (status != VX_NORMAL_COMPLETION || text != std::u16string(wide, static_cast<std::size_t>(length)))
+      failures.fetch_add(1);
+    converted.fetch_add(1);
+    const char* const names[] = {charset};
+    status = VX_Unicode_To_Byte(names, 1, text.c_str(), -1, sizeof back, &length, back);
+    if (status != VX_CANNOT_COMPLY &&
+        (status != VX_NORMAL_COMPLETION || bytes != std::string(back, static_cast<std::size_t>(length))))
+      failures.fetch_add(1);
+  };
+  std::vector<std::thread> workers;
+  for (int t = 0; t < 3; ++t) {
+    workers.emplace_back([&] {
+      while (!stop) {
+        convert("ISO_IR 144", "\xBB\xEE\xDA", u"Люк");
+        convert("GB18030", "\xCD\xF5", u"王");
+        convert("ISO 2022 IR 87", "\x1B$B;3ED\x1B(B", u"山田");
+      }
+    });
+  }
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
+  for (int i = 0; std::chrono::steady_clock::now() < end; ++i) VX_Enable_Unicode_Conversion(i % 2);
+  stop = true;
+  for (std::thread& worker : workers) worker.join();
+  EXPECT_EQ(failures.load(), 0U);
+  EXPECT_GT(converted.load(), 0U);
+  VX_Enable_Unicode_Conversion(1);
+  VX_Enable_Unicode_Conversion(0);
+}
+
 }  // namespace
