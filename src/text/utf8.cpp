@@ -53,8 +53,9 @@ std::size_t valid_utf8(std::string_view text) {
 
 TextSet text_set_of(MsgObj& object, const TextSet& inherited) {
   const TagObj* attribute = find_tag(object, kSpecificCharacterSet);
-  if (attribute == nullptr || attribute->Length == 0) return inherited;
+  if (attribute == nullptr) return inherited;
   TextSet set;
+  if (attribute->Length == 0) return set;
   set.kind = TextSet::Kind::Others;
   ValueCursor cursor;
   cursor_first(*attribute, cursor);

@@ -96,23 +96,33 @@ TEST_F(Listing, EveryKindOfValue) {
 }
 
 TEST_F(Listing, SequencesDownToTheirLimit) {
+  constexpr int kDepth = 8;  // beyond what the indentation can tell
   const Object message;
-  int32_t outer = -1;
-  int32_t inner = -1;
-  VX_Open_Empty_Item(&outer);
-  VX_Open_Empty_Item(&inner);
-  VX_Set_Value_From_Int(message, 0x00081140, outer);
-  VX_Set_Value_From_Int(outer, 0x0040A730, inner);
-  VX_Set_Value_From_String(inner, 0x00100020, "deep");
-  const std::string item = "Item " + std::to_string(outer) + " of MESSAGE ";
+  int32_t holder = message;
+  int32_t first = -1;
+  for (int depth = 1; depth <= kDepth; ++depth) {
+    int32_t item = -1;
+    VX_Open_Empty_Item(&item);
+    VX_Set_Value_From_String(item, 0x00100020, ("depth " + std::to_string(depth)).c_str());
+    VX_Set_Value_From_Int(holder, depth == 1 ? 0x00081140 : 0x0040A730, item);
+    if (depth == 1) first = item;
+    holder = item;
+  }
+  const std::string item = "Item " + std::to_string(first) + " of MESSAGE ";
   const std::string all = list(message);
   EXPECT_NE(all.find("    " + kRule + "\n    <Sequence: " + item), std::string::npos);
-  EXPECT_NE(all.find("\n        0010,0020 Patient ID"), std::string::npos);
+  EXPECT_NE(all.find("\n        0010,0020 Patient ID"), std::string::npos) << "four blanks a level";
+  EXPECT_EQ(all.find(std::string(21, ' ') + "0010,0020"), std::string::npos) << "at most 20";
   EXPECT_NE(all.find("(continued)"), std::string::npos);
-  set_int(VX_CFG_LIST_SQ_DEPTH_LIMIT, 1);
-  const std::string less = list(message);
-  EXPECT_NE(less.find("<Sequence: " + item), std::string::npos);
-  EXPECT_EQ(less.find("Patient ID"), std::string::npos);
+  for (const int limit : {1, kDepth - 1, kDepth}) {
+    set_int(VX_CFG_LIST_SQ_DEPTH_LIMIT, limit);
+    const std::string text = list(message);
+    EXPECT_NE(text.find("<Sequence: " + item), std::string::npos);
+    for (int depth = 1; depth <= kDepth; ++depth) {
+      const bool listed = text.find("|depth " + std::to_string(depth) + "|") != std::string::npos;
+      EXPECT_EQ(listed, depth <= limit) << limit << " " << depth;
+    }
+  }
 }
 
 TEST_F(Listing, LinesOfTheLog) {

@@ -245,8 +245,9 @@ std::string Conversion::attribute(int32_t id, uint32_t tag, VX_VR vr, int32_t co
 }
 
 std::string Conversion::encode(std::u16string_view text) const {
-  constexpr std::size_t kMostBytes = 16;  // of a character, with its escape sequences
-  std::string bytes(text.size() * kMostBytes + kMostBytes, '\0');
+  // Of a character, with its escape sequences.
+  const std::size_t most = pointers_.size() > 1 ? 16 : 4;
+  std::string bytes((text.size() + 1) * most, '\0');
   int32_t length = 0;
   const VX_STATUS status = VX_Unicode_To_Byte(pointers_.data(), static_cast<int32_t>(pointers_.size()),
                                               text.data(), static_cast<int32_t>(text.size()),
