@@ -9,12 +9,17 @@ namespace vx {
 
 class Base64Writer {
  public:
-  explicit Base64Writer(std::string& out) : out_(out) {}
+  // With `lines`, CR LF behind each 76 characters and behind the last ones.
+  explicit Base64Writer(std::string& out, bool lines = false) : out_(out), lines_(lines) {}
   void add(const void* data, std::size_t size);
   void finish();  // the padding
 
  private:
+  void add_groups(const uint8_t* bytes, std::size_t count);
+
   std::string& out_;
+  const bool lines_;
+  std::size_t column_ = 0;
   uint8_t rest_[3] = {};
   std::size_t kept_ = 0;
 };

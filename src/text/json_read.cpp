@@ -1,14 +1,6 @@
-// JSON to objects: jansson parses, this maps its values onto attributes.
-#include <jansson.h>
-
+// JSON to objects: maps the values of a text that was found good onto attributes.
 #include <algorithm>
-#include <bit>
-#include <cctype>
 #include <charconv>
-#include <cmath>
-#include <cstring>
-#include <limits>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,201 +15,135 @@
 #include "model/private_blocks.h"
 #include "model/values.h"
 #include "model/vr.h"
-#include "text/base64.h"
+#include "text/fill.h"
 #include "text/json.h"
-#include "text/utf8.h"
+#include "text/json_text.h"
+#include "text/text_blocks.h"
 
 namespace vx {
 
 namespace {
 
 constexpr char kFunction[] = "VX_Json_To_Message";
-constexpr uint32_t kSpecificCharacterSet = 0x00080005U;
-
-struct Drop {
-  void operator()(json_t* value) const { json_decref(value); }
-};
-using Document = std::unique_ptr<json_t, Drop>;
-
-// The input function's blocks, handed to jansson as it asks.
-struct Input {
-  int32_t id;
-  void* user;
-  VX_TEXT_INPUT function;
-  const char* data = nullptr;
-  std::size_t left = 0;
-  bool first = true;
-  bool last = false;
-};
-
-std::size_t read_input(void* buffer, std::size_t size, void* user) {
-  auto& input = *static_cast<Input*>(user);
-  while (input.left == 0) {
-    if (input.last) return 0;
-    uint32_t given = 0;
-    void* data = nullptr;
-    int32_t last = 0;
-    const VX_STATUS status = input.function(input.id, input.user, &given, &data, input.first ? 1 : 0, &last);
-    if (status != VX_NORMAL_COMPLETION || (data == nullptr && given != 0)) {
-      VX_LOG_ERR(kFunction, "JsonCallback failed, unable to read JSON data");
-      return static_cast<std::size_t>(-1);
-    }
-    input.first = false;
-    input.last = last != 0;
-    input.data = static_cast<const char*>(data);
-    input.left = given;
-  }
-  const std::size_t part = std::min(size, input.left);
-  std::memcpy(buffer, input.data, part);
-  input.data += part;
-  input.left -= part;
-  return part;
-}
 
 struct Member {
   uint32_t tag;
-  const json_t* value;
+  std::size_t value;  // its place in the text
 };
 
 // A key is eight hexadecimal digits.
 bool read_tag(std::string_view key, uint32_t& tag) {
-  if (key.size() != 8) return false;
-  const auto result = std::from_chars(key.data(), key.data() + 8, tag, 16);
-  return result.ec == std::errc{} && result.ptr == key.data() + 8;
+  return key.size() == 8 && read_number(key, tag, 16);
 }
-
-std::string_view string_of(const json_t* value) {
-  return json_is_string(value) ? std::string_view(json_string_value(value), json_string_length(value))
-                               : std::string_view();
-}
-
-// The escapes that the toolkit's own form writes, undone.
-std::string_view unescape(std::string_view text, std::string& work) {
-  static constexpr struct {
-    std::string_view name;
-    char c;
-  } kNames[] = {{"&lt;", '<'}, {"&gt;", '>'}, {"&amp;", '&'}, {"&quot;", '"'}, {"&apos;", '\''}};
-  if (text.find('&') == std::string_view::npos) return text;
-  std::string plain;
-  plain.reserve(text.size());
-  while (!text.empty()) {
-    const auto* name = std::find_if(std::begin(kNames), std::end(kNames), [&](const auto& row) {
-      return text.substr(0, row.name.size()) == row.name;
-    });
-    if (name != std::end(kNames)) {
-      plain += name->c;
-      text.remove_prefix(name->name.size());
-      continue;
-    }
-    int code = 0;
-    if (text.size() >= 5 && text[0] == '&' && text[1] == '#' && text[4] == ';' &&
-        std::from_chars(text.data() + 2, text.data() + 4, code).ptr == text.data() + 4 && code >= 1 &&
-        code <= 31) {
-      plain += static_cast<char>(code);
-      text.remove_prefix(5);
-      continue;
-    }
-    plain += text.front();
-    text.remove_prefix(1);
-  }
-  work = std::move(plain);
-  return work;
-}
-
-// What reading one object has at hand.
-struct Target {
-  MsgObj& object;
-  TextSet set;
-  int depth;
-  CharsetCache charsets{};
-  std::vector<std::pair<uint32_t, std::string>> creators{};  // by group and block of the document
-};
 
 class JsonReader {
  public:
-  explicit JsonReader(int32_t options) : standard_((options & VX_JSON_STANDARD) != 0) {}
-  VX_STATUS members(Target& target, const json_t* document);
+  JsonReader(const JsonText& text, int32_t options)
+      : text_(text), standard_((options & VX_JSON_STANDARD) != 0) {}
+  VX_STATUS members(FillTarget& target, std::size_t object);
 
  private:
-  VX_STATUS member(Target& target, const Member& member);
-  VX_STATUS creator(Target& target, const Member& member);
-  VX_STATUS find_private(Target& target, uint32_t tag, int32_t vr, TagObj*& attribute);
-  VX_STATUS find_standard(Target& target, uint32_t tag, int32_t vr, TagObj*& attribute);
-  VX_STATUS items(Target& target, TagObj& attribute, const json_t* value);
-  VX_STATUS bulk(Target& target, TagObj& attribute, const json_t* value);
-  VX_STATUS wide_integers(Target& target, TagObj& attribute, const json_t* values);
-  VX_STATUS values(Target& target, TagObj& attribute, const json_t* values);
-  VX_STATUS person(Target& target, TagObj& attribute, const json_t* name, bool first);
-  VX_STATUS element(Target& target, TagObj& attribute, const json_t* value, bool first);
-  VX_STATUS numbers(Target& target, TagObj& attribute, std::string_view base64);
-  VX_STATUS text(Target& target, TagObj& attribute, std::string_view text, bool first);
+  // Members of an object by name; of those that stand there twice, the last.
+  template <std::size_t N>
+  void pick(std::size_t object, const char* const (&names)[N], std::size_t (&values)[N]);
+  VX_STATUS member(FillTarget& target, const Member& member);
+  VX_STATUS creator(FillTarget& target, uint32_t tag, std::size_t values);
+  VX_STATUS find_private(FillTarget& target, uint32_t tag, int32_t vr, TagObj*& attribute);
+  VX_STATUS find_standard(FillTarget& target, uint32_t tag, int32_t vr, TagObj*& attribute);
+  VX_STATUS items(FillTarget& target, TagObj& attribute, std::size_t value);
+  VX_STATUS wide_integers(FillTarget& target, TagObj& attribute, std::string_view vr, std::size_t values);
+  VX_STATUS values(FillTarget& target, TagObj& attribute, std::size_t values);
+  VX_STATUS person(FillTarget& target, TagObj& attribute, std::size_t name, bool first);
+  VX_STATUS element(FillTarget& target, TagObj& attribute, std::size_t value, bool first);
+  VX_STATUS number(FillTarget& target, TagObj& attribute, std::string_view number, bool first);
+  VX_STATUS binary_numbers(FillTarget& target, TagObj& attribute, std::string_view base64);
+  VX_STATUS text(FillTarget& target, TagObj& attribute, std::string_view text, bool first);
 
+  bool is(std::size_t value, JsonKind kind) const { return value != 0 && text_.kind(value) == kind; }
+  std::string_view string(std::size_t value) {
+    return value != 0 ? text_.string(value, string_) : std::string_view();
+  }
+
+  const JsonText& text_;
   const bool standard_;
-  std::string work_;
+  std::string string_;  // with its escapes undone
+  std::string plain_;
   std::string bytes_;
 };
 
-VX_STATUS add_null(Target& target, TagObj& attribute, bool first) {
-  return first ? set_null(target.object, attribute) : set_next_null(attribute);
+template <std::size_t N>
+void JsonReader::pick(std::size_t object, const char* const (&names)[N], std::size_t (&values)[N]) {
+  std::fill(std::begin(values), std::end(values), 0);
+  for (auto place = text_.inside(object); text_.next(place);) {
+    const std::string_view key = text_.string(place.key, string_);
+    for (std::size_t i = 0; i < N; ++i) {
+      if (key != names[i]) continue;
+      if (values[i] != 0)
+        VX_LOG_WARN(kFunction, "Member \"%s\" at byte %zu replaces an earlier one", names[i], place.key);
+      values[i] = place.value;
+    }
+  }
 }
 
-VX_STATUS JsonReader::members(Target& target, const json_t* document) {
+// By their tags, in the order of the document where these are equal.
+VX_STATUS JsonReader::members(FillTarget& target, std::size_t object) {
   std::vector<Member> members;
-  members.reserve(json_object_size(document));
   VX_STATUS result = VX_NORMAL_COMPLETION;
-  // The iteration of a constant object does not change it.
-  auto* object = const_cast<json_t*>(document);
-  for (void* at = json_object_iter(object); at != nullptr; at = json_object_iter_next(object, at)) {
-    Member member{0, json_object_iter_value(at)};
-    if (read_tag(json_object_iter_key(at), member.tag)) {
+  for (auto place = text_.inside(object); text_.next(place);) {
+    Member member{0, place.value};
+    const std::string_view key = text_.string(place.key, string_);
+    if (read_tag(key, member.tag)) {
       members.push_back(member);
       continue;
     }
-    VX_LOG_ERR(kFunction, "JsonToMessage failed to add attribute '%.64s': %s.", json_object_iter_key(at),
+    VX_LOG_ERR(kFunction, "JsonToMessage failed to add attribute '%.64s': %s.", std::string(key).c_str(),
                status_text(VX_INVALID_TAG));
     result = VX_INVALID_TAG;
   }
-  std::stable_sort(members.begin(), members.end(),
-                   [](const Member& a, const Member& b) { return a.tag < b.tag; });
-  for (const Member& one : members) {
+  const auto below = [](const Member& a, const Member& b) { return a.tag < b.tag; };
+  if (!std::is_sorted(members.begin(), members.end(), below))
+    std::stable_sort(members.begin(), members.end(), below);
+  for (std::size_t i = 0; i < members.size(); ++i) {
+    const Member& one = members[i];
+    if (i + 1 < members.size() && members[i + 1].tag == one.tag) {
+      VX_LOG_WARN(kFunction, "Attribute 0x%8.8X at byte %zu replaces an earlier one", one.tag,
+                  members[i + 1].value);
+      continue;
+    }
     const VX_STATUS status = member(target, one);
     if (status == VX_NORMAL_COMPLETION) continue;
     VX_LOG_ERR(kFunction, "JsonToMessage failed to add attribute '0x%8.8X': %s.", one.tag,
                status_text(status));
+    VX_LOG_ERR(kFunction, "|   at byte %zu of the text", one.value);
     result = status;
   }
   return result;
 }
 
-VX_STATUS JsonReader::creator(Target& target, const Member& member) {
-  const json_t* values = json_object_get(member.value, "Value");
-  const json_t* first = json_array_get(values, 0);
-  if (!json_is_string(first)) return VX_REQUIRED_VALUE_MISSING;
-  std::string work;
-  std::string_view code = string_of(first);
-  if (!standard_) code = unescape(code, work);
+VX_STATUS JsonReader::creator(FillTarget& target, uint32_t tag, std::size_t values) {
+  if (!is(values, JsonKind::Array)) return VX_REQUIRED_VALUE_MISSING;
+  auto place = text_.inside(values);
+  if (!text_.next(place) || !is(place.value, JsonKind::String)) return VX_REQUIRED_VALUE_MISSING;
+  std::string_view code = string(place.value);
+  if (!standard_) code = unescape(code, plain_);
   code = from_utf8(code, target.set, bytes_);
   if (code.empty() || code.size() >= kMaxCreatorCode || code.find('\0') != std::string_view::npos)
     return VX_REQUIRED_VALUE_MISSING;
-  const std::string name(code);
-  const VX_STATUS status =
-      add_private_block(target.object, name, tag_group(member.tag), nullptr, member.tag, kFunction);
+  std::string name(code);
+  const VX_STATUS status = add_private_block(target.object, name, tag_group(tag), nullptr, tag, kFunction);
   if (status != VX_NORMAL_COMPLETION) {
-    VX_LOG_ERR(kFunction, "Unable to add private creator (%.4X,%.4x) \"%s\": %s (ignoring)",
-               tag_group(member.tag), tag_element(member.tag), name.c_str(), status_text(status));
+    VX_LOG_ERR(kFunction, "Unable to add private creator (%.4X,%.4x) \"%s\": %s (ignoring)", tag_group(tag),
+               tag_element(tag), name.c_str(), status_text(status));
     return status;
   }
-  target.creators.emplace_back((member.tag & 0xFFFF0000U) | ((member.tag & 0xFFU) << 8), name);
+  target.note_creator(tag, std::move(name));
   return VX_NORMAL_COMPLETION;
 }
 
 // The block that the document names may lie elsewhere in the object.
-VX_STATUS JsonReader::find_private(Target& target, uint32_t tag, int32_t vr, TagObj*& attribute) {
+VX_STATUS JsonReader::find_private(FillTarget& target, uint32_t tag, int32_t vr, TagObj*& attribute) {
   if (tag_element(tag) < 0x1000) return VX_INVALID_TAG;
-  const auto known = std::find_if(target.creators.rbegin(), target.creators.rend(),
-                                  [&](const auto& row) { return row.first == (tag & 0xFFFFFF00U); });
-  const std::string code =
-      known != target.creators.rend() ? known->second : std::string(creator_of(target.object, tag));
+  const std::string code = target.creator(tag);
   if (code.empty()) {
     VX_LOG_ERR(kFunction, "Unable to add private attribute (%.4X,%.4X), error [%s]", tag_group(tag),
                tag_element(tag), status_text(VX_NOT_FOUND));
@@ -237,7 +163,7 @@ VX_STATUS JsonReader::find_private(Target& target, uint32_t tag, int32_t vr, Tag
   return attribute != nullptr ? VX_STATUS{VX_NORMAL_COMPLETION} : VX_STATUS{VX_INVALID_TAG};
 }
 
-VX_STATUS JsonReader::find_standard(Target& target, uint32_t tag, int32_t vr, TagObj*& attribute) {
+VX_STATUS JsonReader::find_standard(FillTarget& target, uint32_t tag, int32_t vr, TagObj*& attribute) {
   attribute = find_tag(target.object, tag);
   if (attribute != nullptr) return VX_NORMAL_COMPLETION;
   VX_STATUS status = add_standard_attribute(target.object, tag, &attribute);
@@ -251,158 +177,109 @@ VX_STATUS JsonReader::find_standard(Target& target, uint32_t tag, int32_t vr, Ta
   return status;
 }
 
-bool is_wide_integer(std::string_view vr) {
-  return vr == "SV" || vr == "UV";
-}
-
-VX_STATUS JsonReader::member(Target& target, const Member& member) {
-  const std::string_view letters = string_of(json_object_get(member.value, "vr"));
-  int32_t vr = letters.size() == 2 ? vr_from_letters(letters[0], letters[1]) : -1;
-  // The VRs of 64 bits have no code here: their bytes are kept.
-  if (letters == "OV" || is_wide_integer(letters)) vr = VX_VR_UN;
+VX_STATUS JsonReader::member(FillTarget& target, const Member& member) {
+  enum { kVr, kInlineBinary, kValue, kBulkDataUri };
+  static constexpr const char* kNames[] = {"vr", "InlineBinary", "Value", "BulkDataURI"};
+  std::size_t parts[4] = {};
+  char letters[2] = {};
+  if (is(member.value, JsonKind::Object)) {
+    pick(member.value, kNames, parts);
+    if (const std::string_view vr = string(parts[kVr]); vr.size() == 2) vr.copy(letters, 2);
+  }
+  const std::string_view vr_name(letters, 2);
+  const int32_t vr = vr_of_document(vr_name);
   if (vr < 0) {
     VX_LOG_ERR(kFunction,
                "jsMessageCreateDcmAttribute failed to create DICOM attribute 0x%8.8X, error \"%s\"",
                member.tag, status_text(VX_INVALID_VR_IN_STREAM));
     return VX_INVALID_VR_IN_STREAM;
   }
-  if (is_private_creator(member.tag)) return creator(target, member);
+  if (is_private_creator(member.tag)) return creator(target, member.tag, parts[kValue]);
   TagObj* attribute = nullptr;
   VX_STATUS status = is_private(member.tag) ? find_private(target, member.tag, vr, attribute)
                                             : find_standard(target, member.tag, vr, attribute);
   if (status != VX_NORMAL_COMPLETION) return status;
-  // What the document says of its values holds.
-  if (attribute->VR != vr) {
-    clear_value(target.object, *attribute, false, true);
-    attribute->VR = vr;
-  }
-  if (vr == VX_VR_SQ) return items(target, *attribute, json_object_get(member.value, "Value"));
-  for (const char* name : {"InlineBinary", "Value", "BulkDataURI"}) {
-    const json_t* value = json_object_get(member.value, name);
-    if (value == nullptr) continue;
-    if (json_is_null(value)) break;
-    if (is_wide_integer(letters) && std::strcmp(name, "Value") == 0)
-      return wide_integers(target, *attribute, value);
-    if (is_bulk_vr(vr)) {
-      if (std::strcmp(name, "InlineBinary") == 0) return bulk(target, *attribute, value);
+  take_vr(target, *attribute, vr);
+  if (vr == VX_VR_SQ) return items(target, *attribute, parts[kValue]);
+  int part = kInlineBinary;
+  while (part <= kBulkDataUri && parts[part] == 0) ++part;
+  const std::size_t value = part <= kBulkDataUri ? parts[part] : 0;
+  if (value == 0 || is(value, JsonKind::Null)) {
+    status = set_null(target.object, *attribute);
+  } else if (part == kValue && is_wide_integer(vr_name)) {
+    status = wide_integers(target, *attribute, vr_name, value);
+  } else if (is_bulk_vr(vr)) {
+    if (part != kInlineBinary || !is(value, JsonKind::String)) {
       VX_LOG_ERR(kFunction, "Attribute value 0x%8.8X doesn't contain Base64 encoded string", member.tag);
       return VX_INCOMPATIBLE_VALUE;
     }
-    if (std::strcmp(name, "Value") == 0) {
-      status = values(target, *attribute, value);
-    } else if (!json_is_string(value) || (is_text_vr(vr) != (std::strcmp(name, "BulkDataURI") == 0))) {
-      return VX_INCOMPATIBLE_VALUE;
-    } else if (is_text_vr(vr)) {
-      status = text(target, *attribute, string_of(value), true);
-    } else {
-      status = numbers(target, *attribute, string_of(value));
-    }
-    if (attribute->Tag == kSpecificCharacterSet) {
-      target.set = text_set_of(target.object, target.set);
-      target.charsets.known = false;
-    }
-    return status;
+    std::string bytes = bytes_of_base64(target, member.tag, string(value));
+    status = fill_bytes(target, *attribute, bytes);
+  } else if (part == kValue) {
+    status = values(target, *attribute, value);
+  } else if (!is(value, JsonKind::String) || is_text_vr(vr) != (part == kBulkDataUri)) {
+    return VX_INCOMPATIBLE_VALUE;
+  } else if (is_text_vr(vr)) {
+    status = text(target, *attribute, string(value), true);
+  } else {
+    status = binary_numbers(target, *attribute, string(value));
   }
-  return set_null(target.object, *attribute);
-}
-
-VX_STATUS JsonReader::items(Target& target, TagObj& attribute, const json_t* value) {
-  if (json_array_size(value) == 0) return set_null(target.object, attribute);
-  if (target.depth >= kMaxNesting) return VX_INVALID_VALUE_FOR_VR;
-  VX_STATUS result = VX_NORMAL_COMPLETION;
-  for (std::size_t i = 0; i < json_array_size(value); ++i) {
-    MsgObj* item = nullptr;
-    VX_STATUS status = open_object(Kind::Item, kNoName, item);
-    if (status != VX_NORMAL_COMPLETION) {
-      VX_LOG_ERR(kFunction, "Failed to create a new Item for attribute '0x%8.8X': %s.", attribute.Tag,
-                 status_text(status));
-      return status;
-    }
-    const int32_t id = item->ID;
-    status = set_value(target.object, attribute, VX_INT_TYPE, &id, i == 0);
-    if (status != VX_NORMAL_COMPLETION) {
-      VX_LOG_ERR(kFunction, "Failed to add item '%d' to sequence attribute '0x%8.8X': %s.", id, attribute.Tag,
-                 status_text(status));
-      free_item(*item, true);
-      return status;
-    }
-    Target inner{*item, target.set, target.depth + 1};
-    const json_t* element = json_array_get(value, i);
-    result = json_is_object(element) ? members(inner, element) : VX_INCOMPATIBLE_VALUE;
-    if (result != VX_NORMAL_COMPLETION) {
-      VX_LOG_ERR(kFunction, "Failed to add item '%d' to sequence attribute '0x%8.8X': %s.", id, attribute.Tag,
-                 status_text(result));
-    }
-  }
-  return result;
-}
-
-std::string decode(std::string_view base64, uint32_t tag) {
-  bool clean = true;
-  std::string bytes = decode_base64(base64, clean);
-  if (!clean) {
-    VX_LOG_WARN(kFunction, "Characters that are no Base64 were passed over in attribute 0x%8.8X", tag);
-  }
-  return bytes;
-}
-
-VX_STATUS store_bulk(Target& target, TagObj& attribute, std::string& bytes) {
-  if (bytes.empty()) return set_null(target.object, attribute);
-  if (bytes.size() % 2 != 0) bytes += '\0';
-  if (bytes.size() >= kUndefinedLength) return VX_VALUE_TOO_LARGE;
-  const VX_STATUS status =
-      value_from_buffer(target.object, attribute, bytes.data(), static_cast<uint32_t>(bytes.size()));
-  if (status != VX_NORMAL_COMPLETION) {
-    VX_LOG_ERR(kFunction, "Failed to set value for attribute 0x%8.8X, error \"%s\"", attribute.Tag,
-               status_text(status));
-  }
+  target.filled(*attribute);
   return status;
 }
 
-VX_STATUS JsonReader::bulk(Target& target, TagObj& attribute, const json_t* value) {
-  if (!json_is_string(value)) {
-    VX_LOG_ERR(kFunction, "Attribute value 0x%8.8X doesn't contain Base64 encoded string", attribute.Tag);
-    return VX_INCOMPATIBLE_VALUE;
+VX_STATUS JsonReader::items(FillTarget& target, TagObj& attribute, std::size_t value) {
+  bool first = true;
+  VX_STATUS result = VX_NORMAL_COMPLETION;
+  if (is(value, JsonKind::Array)) {
+    for (auto place = text_.inside(value); text_.next(place); first = false) {
+      if (target.depth >= kMaxNesting) return VX_INVALID_VALUE_FOR_VR;
+      MsgObj* item = nullptr;
+      VX_STATUS status = open_object(Kind::Item, kNoName, item);
+      if (status != VX_NORMAL_COMPLETION) {
+        VX_LOG_ERR(kFunction, "Failed to create a new Item for attribute '0x%8.8X': %s.", attribute.Tag,
+                   status_text(status));
+        return status;
+      }
+      const int32_t id = item->ID;
+      status = set_value(target.object, attribute, VX_INT_TYPE, &id, first);
+      if (status != VX_NORMAL_COMPLETION) {
+        VX_LOG_ERR(kFunction, "Failed to add item '%d' to sequence attribute '0x%8.8X': %s.", id,
+                   attribute.Tag, status_text(status));
+        free_item(*item, true);
+        return status;
+      }
+      FillTarget inner{*item, target.set, target.depth + 1, kFunction};
+      result = is(place.value, JsonKind::Object) ? members(inner, place.value) : VX_INCOMPATIBLE_VALUE;
+      if (result != VX_NORMAL_COMPLETION) {
+        VX_LOG_ERR(kFunction, "Failed to add item '%d' to sequence attribute '0x%8.8X': %s.", id,
+                   attribute.Tag, status_text(result));
+      }
+    }
   }
-  std::string bytes = decode(string_of(value), attribute.Tag);
-  if (std::endian::native == std::endian::big && vr_width(attribute.VR) > 1) {
-    bytes.resize(bytes.size() / vr_width(attribute.VR) * vr_width(attribute.VR));
-    copy_swapped(bytes.data(), bytes.data(), bytes.size(), vr_width(attribute.VR));
-  }
-  return store_bulk(target, attribute, bytes);
+  return first ? set_null(target.object, attribute) : result;
 }
 
-VX_STATUS JsonReader::wide_integers(Target& target, TagObj& attribute, const json_t* values) {
-  if (!json_is_array(values)) return VX_INCOMPATIBLE_VALUE;
+VX_STATUS JsonReader::wide_integers(FillTarget& target, TagObj& attribute, std::string_view vr,
+                                    std::size_t values) {
+  if (!is(values, JsonKind::Array)) return VX_INCOMPATIBLE_VALUE;
   std::string bytes;
-  for (std::size_t i = 0; i < json_array_size(values); ++i) {
-    const json_t* value = json_array_get(values, i);
-    uint64_t number = 0;
-    if (json_is_integer(value)) {
-      number = static_cast<uint64_t>(json_integer_value(value));
-    } else {
-      const std::string_view digits = string_of(value);
-      int64_t negative = 0;
-      const char* end = digits.data() + digits.size();
-      const bool minus = !digits.empty() && digits.front() == '-';
-      const auto read =
-          minus ? std::from_chars(digits.data(), end, negative) : std::from_chars(digits.data(), end, number);
-      if (digits.empty() || read.ec != std::errc{} || read.ptr != end) return VX_INCOMPATIBLE_VALUE;
-      if (minus) number = static_cast<uint64_t>(negative);
-    }
-    for (unsigned shift = 0; shift < 64; shift += 8) bytes += static_cast<char>((number >> shift) & 0xFFU);
+  for (auto place = text_.inside(values); text_.next(place);) {
+    const bool number = is(place.value, JsonKind::Number);
+    const VX_STATUS status =
+        append_wide_integer(vr, number ? text_.number(place.value) : string(place.value), bytes);
+    if (status != VX_NORMAL_COMPLETION) return status;
   }
-  return store_bulk(target, attribute, bytes);
+  return fill_bytes(target, attribute, bytes);
 }
 
 // Little-endian numbers in Base64.
-VX_STATUS JsonReader::numbers(Target& target, TagObj& attribute, std::string_view base64) {
-  const std::string bytes = decode(base64, attribute.Tag);
+VX_STATUS JsonReader::binary_numbers(FillTarget& target, TagObj& attribute, std::string_view base64) {
+  const std::string bytes = bytes_of_base64(target, attribute.Tag, base64);
   const std::size_t width = vr_width(attribute.VR);
   if (bytes.size() < width) return set_null(target.object, attribute);
   const auto length = static_cast<uint32_t>(std::min<std::size_t>(bytes.size() / width * width, 0xFFFFFFF0U));
   clear_value(target.object, attribute, false, false);
-  StoreFlags flags;
   if (attribute.VR == VX_VR_AT) {  // one word each, not a pair of halves
     for (uint32_t at = 0; at < length; at += 4) {
       const uint32_t tag = load32(bytes.data() + at, false);
@@ -411,136 +288,133 @@ VX_STATUS JsonReader::numbers(Target& target, TagObj& attribute, std::string_vie
     }
     return VX_NORMAL_COMPLETION;
   }
+  StoreFlags flags;
   flags.from_stream = true;
   return store_value(target.object, attribute, bytes.data(), length, flags);
 }
 
-VX_STATUS JsonReader::text(Target& target, TagObj& attribute, std::string_view text, bool first) {
+VX_STATUS JsonReader::text(FillTarget& target, TagObj& attribute, std::string_view text, bool first) {
   if (text.find('\0') != std::string_view::npos) return VX_INVALID_CHARS_IN_VALUE;
-  if (!standard_) text = unescape(text, work_);
-  text = from_utf8(text, target.set, bytes_);
-  if (text.empty()) return add_null(target, attribute, first);
-  CharsetCache* charsets = attribute.Tag > kSpecificCharacterSet ? &target.charsets : nullptr;
-  return set_text(target.object, attribute, text, first, charsets);
+  if (!standard_) text = unescape(text, plain_);
+  return fill_text(target, attribute, text, first, bytes_);
 }
 
-VX_STATUS JsonReader::person(Target& target, TagObj& attribute, const json_t* name, bool first) {
+VX_STATUS JsonReader::person(FillTarget& target, TagObj& attribute, std::size_t name, bool first) {
+  static constexpr const char* kGroups[] = {"Alphabetic", "Ideographic", "Phonetic"};
+  std::size_t groups[3] = {};
+  pick(name, kGroups, groups);
   std::string all;
-  std::size_t groups = 0;
-  std::size_t at = 0;
-  for (const char* group : {"Alphabetic", "Ideographic", "Phonetic"}) {
-    if (const json_t* value = json_object_get(name, group); json_is_string(value)) {
-      for (; groups < at; ++groups) all += '=';
-      all += string_of(value);
-    }
-    ++at;
+  std::size_t signs = 0;
+  for (std::size_t i = 0; i < 3; ++i) {
+    if (!is(groups[i], JsonKind::String)) continue;
+    for (; signs < i; ++signs) all += '=';
+    all += string(groups[i]);
   }
   return text(target, attribute, all, first);
 }
 
+bool fits(int32_t vr, std::string_view whole) {
+  const int bits = static_cast<int>(vr_width(vr)) * 8;
+  const bool has_sign = vr == VX_VR_SS || vr == VX_VR_SL;
+  int64_t value = 0;
+  return read_number(whole, value) && value >= (has_sign ? -(int64_t{1} << (bits - 1)) : 0) &&
+         value < int64_t{1} << (has_sign ? bits - 1 : bits);
+}
+
 // A number as a text that fits the VR.
-std::string_view number_text(const json_t* value, int32_t vr, char (&text)[40]) {
+VX_STATUS JsonReader::number(FillTarget& target, TagObj& attribute, std::string_view number, bool first) {
   constexpr std::size_t kDecimalString = 16;
-  std::to_chars_result end{};
-  if (json_is_integer(value)) {
-    end = std::to_chars(text, text + sizeof text, static_cast<int64_t>(json_integer_value(value)));
-  } else {
-    const double real = json_real_value(value);
-    end = std::to_chars(text, text + sizeof text, real);
+  const int32_t vr = attribute.VR;
+  char text[40];
+  const bool whole = number.find_first_of(".eE") == std::string_view::npos;
+  const bool as_it_is = whole || (is_text_vr(vr) && vr != VX_VR_IS && vr != VX_VR_DS) ||
+                        (vr == VX_VR_DS && number.size() <= kDecimalString);
+  if (!as_it_is) {
+    double real = 0;
+    const auto read = std::from_chars(number.data(), number.data() + number.size(), real);
+    if (read.ec != std::errc{}) return VX_VALUE_OUT_OF_RANGE;
+    auto end = std::to_chars(text, text + sizeof text, real);
     for (int digits = 15; vr == VX_VR_DS && digits > 0 && end.ptr > text + kDecimalString; --digits) {
       end = std::to_chars(text, text + sizeof text, real, std::chars_format::general, digits);
     }
+    number = {text, static_cast<std::size_t>(end.ptr - text)};
   }
-  return {text, static_cast<std::size_t>(end.ptr - text)};
+  if (!is_text_vr(vr) && !fits(vr, number)) return VX_VALUE_OUT_OF_RANGE;
+  CharsetCache* charsets = is_text_vr(vr) ? &target.charsets : nullptr;
+  return set_text(target.object, attribute, number, first, charsets);
 }
 
-// FL and FD go in as what they are: denormal numbers, NaN and infinities too.
-VX_STATUS set_real(Target& target, TagObj& attribute, const json_t* value, bool first) {
-  double real = json_number_value(value);
-  float narrow = static_cast<float>(std::abs(real) <= std::numeric_limits<float>::max() ? real : 0);
-  bool fits = std::abs(real) <= std::numeric_limits<float>::max() || attribute.VR == VX_VR_FD;
-  if (json_is_string(value)) {
-    const std::string_view text = string_of(value);
-    const char* end = text.data() + text.size();
-    const auto read = attribute.VR == VX_VR_FL ? std::from_chars(text.data(), end, narrow)
-                                               : std::from_chars(text.data(), end, real);
-    if (read.ec == std::errc::invalid_argument || read.ptr != end) return VX_INVALID_VALUE_FOR_VR;
-    fits = read.ec == std::errc{};
+VX_STATUS JsonReader::element(FillTarget& target, TagObj& attribute, std::size_t value, bool first) {
+  const JsonKind kind = text_.kind(value);
+  const int32_t vr = attribute.VR;
+  if (kind == JsonKind::Null) return fill_null(target, attribute, first);
+  if (vr == VX_VR_PN)
+    return kind == JsonKind::Object ? person(target, attribute, value, first) : VX_INCOMPATIBLE_VALUE;
+  const bool is_number = kind == JsonKind::Number;
+  const std::string_view content = is_number ? text_.number(value) : string(value);
+  if (vr == VX_VR_FL || vr == VX_VR_FD) {
+    return content.empty() ? fill_null(target, attribute, first)
+                           : fill_real(target, attribute, content, first);
   }
-  if (!fits) return VX_VALUE_OUT_OF_RANGE;
-  return attribute.VR == VX_VR_FL ? set_value(target.object, attribute, VX_FLOAT_TYPE, &narrow, first)
-                                  : set_value(target.object, attribute, VX_DOUBLE_TYPE, &real, first);
-}
-
-VX_STATUS JsonReader::element(Target& target, TagObj& attribute, const json_t* value, bool first) {
-  if (json_is_null(value)) return add_null(target, attribute, first);
-  if (attribute.VR == VX_VR_PN) {
-    if (!json_is_object(value)) return VX_INCOMPATIBLE_VALUE;
-    return person(target, attribute, value, first);
-  }
-  const bool real = attribute.VR == VX_VR_FL || attribute.VR == VX_VR_FD;
-  if (json_is_string(value)) {
-    std::string_view content = string_of(value);
-    if (attribute.VR != VX_VR_AT) {
-      if (is_text_vr(attribute.VR)) return text(target, attribute, content, first);
-      if (content.empty()) return add_null(target, attribute, first);
-      if (real) return set_real(target, attribute, value, first);
-      return set_text(target.object, attribute, content, first, nullptr);
-    }
-    std::string digits(content);
-    std::erase(digits, ',');
+  if (vr == VX_VR_AT && !is_number) return fill_tag(target, attribute, content, 16, first);
+  if (vr == VX_VR_AT) {
     uint32_t tag = 0;
-    const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), tag, 16);
-    if (digits.empty() || read.ec != std::errc{} || read.ptr != digits.data() + digits.size())
-      return VX_INVALID_VALUE_FOR_VR;
+    if (!read_number(content, tag)) return VX_VALUE_OUT_OF_RANGE;
     return set_value(target.object, attribute, VX_UINT_TYPE, &tag, first);
   }
-  if (!json_is_number(value)) return VX_NORMAL_COMPLETION;
-  if (real) return set_real(target, attribute, value, first);
-  if (attribute.VR == VX_VR_AT) {
-    const json_int_t number = json_integer_value(value);
-    if (!json_is_integer(value) || number < 0 || number > 0xFFFFFFFFLL) return VX_VALUE_OUT_OF_RANGE;
-    const auto tag = static_cast<uint32_t>(number);
-    return set_value(target.object, attribute, VX_UINT_TYPE, &tag, first);
-  }
-  char scratch[40];
-  CharsetCache* charsets = is_text_vr(attribute.VR) ? &target.charsets : nullptr;
-  return set_text(target.object, attribute, number_text(value, attribute.VR, scratch), first, charsets);
+  if (is_number) return number(target, attribute, content, first);
+  if (is_text_vr(vr)) return text(target, attribute, content, first);
+  if (content.empty()) return fill_null(target, attribute, first);
+  return set_text(target.object, attribute, content, first, nullptr);
 }
 
-VX_STATUS JsonReader::values(Target& target, TagObj& attribute, const json_t* values) {
-  if (!json_is_array(values)) {
+VX_STATUS JsonReader::values(FillTarget& target, TagObj& attribute, std::size_t values) {
+  if (!is(values, JsonKind::Array)) {
     VX_LOG_ERR(kFunction, "Incompatible JSON value type for attribute 0x%8.8X", attribute.Tag);
     return VX_INCOMPATIBLE_VALUE;
   }
-  if (json_array_size(values) == 0) return set_null(target.object, attribute);
   VX_STATUS result = VX_NORMAL_COMPLETION;
-  for (std::size_t i = 0; i < json_array_size(values); ++i) {
-    const VX_STATUS status = element(target, attribute, json_array_get(values, i), i == 0);
+  bool first = true;
+  for (auto place = text_.inside(values); text_.next(place);) {
+    const JsonKind kind = text_.kind(place.value);
+    const bool is_name = attribute.VR == VX_VR_PN;
+    // Values of other types are passed over.
+    if (!is_name && kind != JsonKind::Null && kind != JsonKind::String && kind != JsonKind::Number) continue;
+    const VX_STATUS status = element(target, attribute, place.value, first);
+    first = false;
     if (status != VX_NORMAL_COMPLETION) result = status;
   }
-  return result;
+  return first ? set_null(target.object, attribute) : result;
 }
 
 }  // namespace
 
 VX_STATUS json_to_object(MsgObj& object, int32_t options, void* user, VX_TEXT_INPUT callback) {
-  Input input{object.ID, user, callback};
-  json_error_t error;
-  const Document document(json_load_callback(&read_input, &input, JSON_DECODE_ANY | JSON_ALLOW_NUL, &error));
-  if (document == nullptr) {
+  GatheredText gathered;
+  TextInput input(object, user, callback);
+  const VX_STATUS given = input.each([&](std::string_view block) {
+    gathered.add(block);
+    return true;
+  });
+  if (given != VX_NORMAL_COMPLETION) {
+    VX_LOG_ERR(kFunction, "JsonCallback failed, unable to read JSON data");
     VX_LOG_ERR(kFunction, "JsonToMessage failed, unable to read JSON data");
-    VX_LOG_ERR(kFunction, "|   line %d, column %d: %s", error.line, error.column, error.text);
     return VX_CALLBACK_CANNOT_COMPLY;
   }
-  if (!json_is_object(document.get())) {
+  const JsonText text(gathered.text());
+  if (const JsonText::Fault& fault = text.fault(); fault.reason != nullptr) {
+    VX_LOG_ERR(kFunction, "JsonToMessage failed, unable to read JSON data");
+    VX_LOG_ERR(kFunction, "|   line %zu, column %zu: %s", fault.line, fault.column, fault.reason);
+    return VX_CALLBACK_CANNOT_COMPLY;
+  }
+  if (text.kind(text.top()) != JsonKind::Object) {
     VX_LOG_ERR(kFunction, "JsonToMessage failed, unable to parse JSON data");
     return VX_SYSTEM_ERROR;
   }
   const Guard guard(object.Semaphore);
   if (const VX_STATUS status = decode_all(object); status != VX_NORMAL_COMPLETION) return status;
-  Target target{object, text_set_of(object, TextSet{}), 0};
-  return JsonReader(options).members(target, document.get());
+  FillTarget target{object, text_set_of(object, TextSet{}), 0, kFunction};
+  return JsonReader(text, options).members(target, text.top());
 }
 
 }  // namespace vx

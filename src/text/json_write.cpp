@@ -7,17 +7,14 @@
 #include <cstdio>
 #include <cstring>
 
-#include "codec/stream_output.h"
-#include "frame/limits.h"
 #include "frame/lock.h"
 #include "frame/log.h"
-#include "frame/no_throw.h"
 #include "model/attributes.h"
 #include "model/convert.h"
 #include "model/deferred.h"
 #include "model/values.h"
 #include "model/vr.h"
-#include "text/base64.h"
+#include "text/bulk_text.h"
 #include "text/json.h"
 #include "text/text_output.h"
 #include "text/utf8.h"
@@ -61,13 +58,14 @@ bool is_own_number(std::string_view text, bool decimal) {
 
 class JsonWriter {
  public:
-  JsonWriter(int32_t options, bool indent, bool encapsulated)
-      : options_(options),
+  JsonWriter(TextOutput& output, int32_t options, bool indent, bool encapsulated)
+      : output_(output),
+        out_(output.text()),
+        options_(options),
         standard_((options & VX_JSON_STANDARD) != 0),
         indent_(indent),
         encapsulated_(encapsulated) {}
-  VX_STATUS object(MsgObj& object, const TextSet& inherited, int depth);
-  std::string& text() { return out_; }
+  VX_STATUS object(MsgObj& object, const TextSet& inherited);
 
  private:
   // Brackets, commas and line ends.
@@ -102,20 +100,21 @@ class JsonWriter {
   void quoted(std::string_view text) { ((out_ += '"') += text) += '"'; }
 
   bool admitted(const TagObj& attribute) const;
-  VX_STATUS attribute(MsgObj& object, TagObj& attribute, const TextSet& set, int depth);
+  VX_STATUS attribute(MsgObj& object, TagObj& attribute, const TextSet& set);
   VX_STATUS values(const TagObj& attribute, const TextSet& set);
   VX_STATUS bulk(MsgObj& object, TagObj& attribute);
-  VX_STATUS items(const TagObj& attribute, const TextSet& set, int depth);
+  VX_STATUS items(const TagObj& attribute, const TextSet& set);
   void person(std::string_view name, const TextSet& set);
   void number(const TagObj& attribute, int32_t number);
   template <typename T>
   void real(T value, int prescribed, int exact);
 
+  TextOutput& output_;
+  std::string& out_;
   const int32_t options_;
   const bool standard_;
   const bool indent_;
   const bool encapsulated_;
-  std::string out_;
   std::string work_;
   std::string name_;
   int level_ = 0;
@@ -171,14 +170,14 @@ bool JsonWriter::admitted(const TagObj& attribute) const {
   return (options_ & VX_JSON_EXCLUDE_PRIVATE) == 0 || !is_private(attribute.Tag);
 }
 
-VX_STATUS JsonWriter::object(MsgObj& object, const TextSet& inherited, int depth) {
-  if (depth > kMaxNesting) return VX_INVALID_VALUE_FOR_VR;
+VX_STATUS JsonWriter::object(MsgObj& object, const TextSet& inherited) {
   const TextSet set = text_set_of(object, inherited);
   open('{');
   for (TagObj* a = object.FirstTag; a != nullptr; a = a->Next) {
     if (!admitted(*a)) continue;
-    const VX_STATUS status = attribute(object, *a, set, depth);
+    VX_STATUS status = attribute(object, *a, set);
     set_cursor(*a, {});
+    if (status == VX_NORMAL_COMPLETION) status = output_.pause();
     if (status == VX_NORMAL_COMPLETION) continue;
     VX_LOG_ERR(
         kFunction,
@@ -190,7 +189,7 @@ VX_STATUS JsonWriter::object(MsgObj& object, const TextSet& inherited, int depth
   return VX_NORMAL_COMPLETION;
 }
 
-VX_STATUS JsonWriter::attribute(MsgObj& object, TagObj& attribute, const TextSet& set, int depth) {
+VX_STATUS JsonWriter::attribute(MsgObj& object, TagObj& attribute, const TextSet& set) {
   static constexpr char kHex[] = "0123456789ABCDEF";
   char name[8];
   for (unsigned i = 0; i < 8; ++i) name[i] = kHex[(attribute.Tag >> (28 - 4 * i)) & 15U];
@@ -202,7 +201,7 @@ VX_STATUS JsonWriter::attribute(MsgObj& object, TagObj& attribute, const TextSet
       held || (attribute.ValueCount != 0 && !(attribute.ValueCount == 1 && attribute.Length == 0));
   if (!has_value) {
   } else if (attribute.VR == VX_VR_SQ) {
-    if ((options_ & VX_JSON_EXCLUDE_SEQUENCES) == 0) status = items(attribute, set, depth);
+    if ((options_ & VX_JSON_EXCLUDE_SEQUENCES) == 0) status = items(attribute, set);
   } else if (is_bulk_vr(attribute.VR)) {
     status = bulk(object, attribute);
   } else if (held) {
@@ -218,15 +217,14 @@ VX_STATUS JsonWriter::attribute(MsgObj& object, TagObj& attribute, const TextSet
   return VX_NORMAL_COMPLETION;
 }
 
-VX_STATUS JsonWriter::items(const TagObj& attribute, const TextSet& set, int depth) {
+VX_STATUS JsonWriter::items(const TagObj& attribute, const TextSet& set) {
   key("Value");
   open('[');
   for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
     auto* item = static_cast<MsgObj*>(value->Data);
     if (item == nullptr) continue;
     next();
-    if (const VX_STATUS status = decode_all(*item); status != VX_NORMAL_COMPLETION) return status;
-    const VX_STATUS status = object(*item, set, depth + 1);
+    const VX_STATUS status = object(*item, set);
     if (status != VX_NORMAL_COMPLETION) {
       VX_LOG_ERR(kFunction, "jsWriteDcmItem failed for attribute %lX, error \"%s\"",
                  static_cast<unsigned long>(attribute.Tag), status_text(status));
@@ -235,31 +233,6 @@ VX_STATUS JsonWriter::items(const TagObj& attribute, const TextSet& set, int dep
   }
   close(']');
   return VX_NORMAL_COMPLETION;
-}
-
-// Values lie in the machine's order; JSON has them in little endian.
-void add_little_endian(Base64Writer& out, int32_t vr, const void* data, std::size_t size) {
-  if constexpr (std::endian::native == std::endian::big) {
-    std::string swapped(size, '\0');
-    copy_swapped(swapped.data(), data, size, vr_width(vr));
-    out.add(swapped.data(), size);
-  } else {
-    static_cast<void>(vr);
-    out.add(data, size);
-  }
-}
-
-struct BulkText {
-  Base64Writer out;
-  int32_t vr;
-};
-
-VX_STATUS take_piece(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
-  return no_throw([&] {
-    auto& text = *static_cast<BulkText*>(user);
-    add_little_endian(text.out, text.vr, data, size);
-    return VX_STATUS{VX_NORMAL_COMPLETION};
-  });
 }
 
 VX_STATUS JsonWriter::bulk(MsgObj& object, TagObj& attribute) {
@@ -271,25 +244,18 @@ VX_STATUS JsonWriter::bulk(MsgObj& object, TagObj& attribute) {
     VX_LOG_WARN(kFunction, "Encapsulated Pixel Data has no inline form in JSON and is left out");
     return VX_NORMAL_COMPLETION;
   }
-  const std::size_t before = out_.size();
   const bool was_fresh = fresh_;
+  const std::size_t before = output_.size();
   key("InlineBinary");
   out_ += '"';
-  const std::size_t start = out_.size();
-  BulkText text{Base64Writer(out_), attribute.VR};
-  if (attribute.Storage == 'M') {
-    for (const ValueObj* piece = attribute.FirstValue; piece != nullptr; piece = piece->Next) {
-      add_little_endian(text.out, attribute.VR, piece->Data, piece->Length);
-    }
-  } else if (const VX_STATUS status = value_to_function(object, attribute, &text, &take_piece);
-             status != VX_NORMAL_COMPLETION) {
+  const std::size_t start = output_.size();
+  if (const VX_STATUS status = add_base64(object, attribute, output_); status != VX_NORMAL_COMPLETION) {
     VX_LOG_ERR(kFunction, "VX_Get_Value_To_Function failed for attribute %lX with status %s",
                static_cast<unsigned long>(attribute.Tag), status_text(status));
     return status;
   }
-  text.out.finish();
-  if (out_.size() == start) {
-    out_.resize(before);
+  if (output_.size() == start) {
+    out_.resize(out_.size() - (start - before));
     fresh_ = was_fresh;
   } else {
     out_ += '"';
@@ -420,19 +386,22 @@ bool is_encapsulated_syntax(MsgObj& object) {
 VX_STATUS object_to_json(MsgObj& object, int32_t options, void* user, VX_STREAM_OUTPUT callback) {
   if ((options & VX_JSON_INDENT) != 0) indent_setting.store(true, std::memory_order_relaxed);
   const Guard guard(object.Semaphore);
-  if (const VX_STATUS status = decode_all(object); status != VX_NORMAL_COMPLETION) return status;
-  if (object.FirstTag == nullptr) {
+  bool elsewhere = false;
+  VX_STATUS status = prepare_for_text(object, elsewhere);
+  if (status == VX_NORMAL_COMPLETION && object.FirstTag == nullptr) {
     VX_LOG_INF(kFunction, "Message has no attributes.");
     return VX_MESSAGE_EMPTY;
   }
-  JsonWriter json(options, indent_setting.load(std::memory_order_relaxed), is_encapsulated_syntax(object));
-  VX_STATUS status = json.object(object, TextSet{}, 0);
+  TextOutput output(object, user, callback, elsewhere);
+  JsonWriter json(output, options, indent_setting.load(std::memory_order_relaxed),
+                  is_encapsulated_syntax(object));
+  if (status == VX_NORMAL_COMPLETION) status = json.object(object, TextSet{});
+  if (status == VX_NORMAL_COMPLETION) status = output.finish();
   if (status != VX_NORMAL_COMPLETION) {
     VX_LOG_ERR(kFunction, "MessageToJson failed to write DICOM message to JSON, error \"%s\"",
                status_text(status));
-    return status;
   }
-  return hand_out_text(object, json.text(), user, callback);
+  return status;
 }
 
 }  // namespace vx

@@ -1,19 +1,62 @@
 #include "text/text_output.h"
 
-#include "codec/stream_output.h"
+#include "frame/limits.h"
+#include "model/deferred.h"
+#include "model/vr.h"
 
 namespace vx {
 
-VX_STATUS hand_out_text(const MsgObj& object, std::string& text, void* user, VX_STREAM_OUTPUT callback) {
-  if (text.size() % 2 != 0) text += ' ';
-  StreamWriter writer;
-  writer.MsgID = object.ID;
-  writer.MessageCallback = callback;
-  writer.UserInfo = user;
-  StreamOutput out(writer);
-  VX_STATUS status = out.open();
-  if (status == VX_NORMAL_COMPLETION) status = out.put(text.data(), text.size());
-  if (status == VX_NORMAL_COMPLETION) status = out.finish();
+VX_STATUS prepare_for_text(MsgObj& object, bool& elsewhere, int depth) {
+  if (depth > kMaxNesting) return VX_INVALID_VALUE_FOR_VR;
+  if (const VX_STATUS status = decode_all(object); status != VX_NORMAL_COMPLETION) return status;
+  for (const TagObj* a = object.FirstTag; a != nullptr; a = a->Next) {
+    elsewhere = elsewhere || a->Storage != 'M';
+    if (a->VR != VX_VR_SQ) continue;
+    for (const ValueObj* value = a->FirstValue; value != nullptr; value = value->Next) {
+      auto* item = static_cast<MsgObj*>(value->Data);
+      if (item == nullptr) continue;
+      const VX_STATUS status = prepare_for_text(*item, elsewhere, depth + 1);
+      if (status != VX_NORMAL_COMPLETION) return status;
+    }
+  }
+  return VX_NORMAL_COMPLETION;
+}
+
+TextOutput::TextOutput(const MsgObj& object, void* user, VX_STREAM_OUTPUT callback, bool wait)
+    : out_(writer_), wait_(wait) {
+  writer_.MsgID = object.ID;
+  writer_.MessageCallback = callback;
+  writer_.UserInfo = user;
+}
+
+VX_STATUS TextOutput::put(const std::string& text) {
+  VX_STATUS status = open_ ? VX_STATUS{VX_NORMAL_COMPLETION} : out_.open();
+  open_ = true;
+  if (status == VX_NORMAL_COMPLETION) status = out_.put(text.data(), text.size());
+  return status == VX_CALLBACK_CANNOT_COMPLY ? VX_STATUS{VX_SYSTEM_ERROR} : status;
+}
+
+VX_STATUS TextOutput::hand_on() {
+  before_ += text_.size();
+  VX_STATUS status = VX_NORMAL_COMPLETION;
+  if (wait_) {
+    waiting_.push_back(std::move(text_));
+    text_ = {};
+  } else {
+    status = put(text_);
+  }
+  text_.clear();
+  return status;
+}
+
+VX_STATUS TextOutput::finish() {
+  if (size() % 2 != 0) text_ += ' ';
+  waiting_.push_back(std::move(text_));
+  for (std::string& piece : waiting_) {
+    if (const VX_STATUS status = put(piece); status != VX_NORMAL_COMPLETION) return status;
+    piece = {};
+  }
+  const VX_STATUS status = out_.finish();
   return status == VX_CALLBACK_CANNOT_COMPLY ? VX_STATUS{VX_SYSTEM_ERROR} : status;
 }
 

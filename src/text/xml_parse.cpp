@@ -12,6 +12,8 @@
 
 #include "config/shared_library.h"
 #include "frame/log.h"
+#include "text/fill.h"
+#include "text/text_blocks.h"
 
 namespace vx {
 
@@ -30,6 +32,8 @@ struct LibXml {
   decltype(&xmlParseChunk) parse = nullptr;
   decltype(&xmlStopParser) stop = nullptr;
   decltype(&xmlFreeParserCtxt) release = nullptr;
+  decltype(&__xmlStructuredError) error = nullptr;
+  decltype(&__xmlStructuredErrorContext) error_user = nullptr;
   bool ready = false;
 
   LibXml() {
@@ -39,7 +43,9 @@ struct LibXml {
                               {"xmlCtxtUseOptions", at(use_options)},
                               {"xmlParseChunk", at(parse)},
                               {"xmlStopParser", at(stop)},
-                              {"xmlFreeParserCtxt", at(release)}};
+                              {"xmlFreeParserCtxt", at(release)},
+                              {"__xmlStructuredError", at(error)},
+                              {"__xmlStructuredErrorContext", at(error_user)}};
     ready = open_shared_library("libxml2.so.2", symbols, std::size(symbols));
     if (ready) init();
   }
@@ -50,38 +56,15 @@ const LibXml& libxml() {
   return library;
 }
 
-// --- The tree, grown as the parser meets elements ---
-
-class Builder {
- public:
-  explicit Builder(XmlNode& root) : open_{&root} {}
-
-  // False if there are too many levels.
-  bool start(XmlNode node) {
-    if (open_.size() > kMaxElements) return false;
-    XmlNode& parent = *open_.back();
-    parent.text.clear();
-    parent.children.push_back(std::move(node));
-    open_.push_back(&parent.children.back());
-    return true;
-  }
-  void end() {
-    if (open_.size() > 1) open_.pop_back();
-  }
-  void text(const char* data, std::size_t size) {
-    if (open_.size() > 1 && open_.back()->children.empty()) open_.back()->text.append(data, size);
-  }
-  XmlNode& current() { return *open_.back(); }
-  std::size_t depth() const { return open_.size() - 1; }
-
- private:
-  std::vector<XmlNode*> open_;
-};
+// --- What libxml2 meets ---
 
 struct NativeParse {
-  Builder builder;
+  XmlTree& tree;
+  std::string& root;
   xmlParserCtxtPtr context = nullptr;
   const char* stopped = nullptr;
+  int line = 0;  // of the first error
+  std::string error{};
 
   void stop(const char* reason) {
     if (stopped == nullptr) stopped = reason;
@@ -105,6 +88,42 @@ void guarded(void* user, Work work) {
   }
 }
 
+struct Named {
+  std::string_view text;
+  XmlName name;
+};
+constexpr Named kNames[] = {{"NativeDicomModel", XmlName::NativeDicomModel},
+                            {"DicomAttribute", XmlName::Attribute},
+                            {"Item", XmlName::Item},
+                            {"Value", XmlName::Value},
+                            {"InlineBinary", XmlName::InlineBinary},
+                            {"BulkData", XmlName::BulkData},
+                            {"PersonName", XmlName::PersonName},
+                            {"Alphabetic", XmlName::Alphabetic},
+                            {"Ideographic", XmlName::Ideographic},
+                            {"Phonetic", XmlName::Phonetic},
+                            {"FamilyName", XmlName::FamilyName},
+                            {"GivenName", XmlName::GivenName},
+                            {"MiddleName", XmlName::MiddleName},
+                            {"NamePrefix", XmlName::NamePrefix},
+                            {"NameSuffix", XmlName::NameSuffix}};
+
+struct Keyed {
+  std::string_view text;
+  XmlField key;
+};
+constexpr Keyed kNativeFields[] = {{"tag", XmlField::Tag},
+                                   {"vr", XmlField::Vr},
+                                   {"privateCreator", XmlField::Creator},
+                                   {"number", XmlField::Number}};
+
+template <typename Row, std::size_t N>
+const Row* find_row(const Row (&rows)[N], std::string_view text) {
+  const Row* row =
+      std::find_if(std::begin(rows), std::end(rows), [&](const Row& one) { return one.text == text; });
+  return row != std::end(rows) ? row : nullptr;
+}
+
 // In values of fields the parser leaves this of "&amp;".
 std::string field_text(const char* begin, const char* end) {
   static constexpr std::string_view kLeft = "&#38;";
@@ -117,56 +136,60 @@ std::string field_text(const char* begin, const char* end) {
 void on_start(void* user, const xmlChar* name, const xmlChar*, const xmlChar*, int, const xmlChar**,
               int count, int, const xmlChar** fields) {
   guarded(user, [&](NativeParse& parse) {
-    XmlNode node{chars(name)};
+    const Named* known = find_row(kNames, chars(name));
+    if (parse.tree.depth() == 0) parse.root = chars(name);
+    if (!parse.tree.open(known != nullptr ? known->name : XmlName::Other))
+      return parse.stop("too many levels");
     for (int i = 0; i < count; ++i) {  // name, prefix, namespace, begin and end of the value
       const xmlChar** field = fields + static_cast<std::ptrdiff_t>(i) * 5;
-      node.fields.emplace_back(chars(field[0]), field_text(chars(field[3]), chars(field[4])));
+      const Keyed* key = find_row(kNativeFields, chars(field[0]));
+      if (key != nullptr) parse.tree.field(key->key, field_text(chars(field[3]), chars(field[4])));
     }
-    if (!parse.builder.start(std::move(node))) parse.stop("too many levels");
   });
 }
 void on_end(void* user, const xmlChar*, const xmlChar*, const xmlChar*) {
-  guarded(user, [](NativeParse& parse) { parse.builder.end(); });
+  guarded(user, [](NativeParse& parse) { parse.tree.close(); });
 }
 void on_text(void* user, const xmlChar* text, int size) {
-  guarded(user, [&](NativeParse& parse) { parse.builder.text(chars(text), static_cast<std::size_t>(size)); });
+  guarded(user, [&](NativeParse& parse) { parse.tree.text({chars(text), static_cast<std::size_t>(size)}); });
 }
 // Nothing of the model needs a document type, and entities are a way to grow.
 void on_document_type(void* user, const xmlChar*, const xmlChar*, const xmlChar*) {
   guarded(user, [](NativeParse& parse) { parse.stop("a document type declaration"); });
 }
-void on_error(void*, xmlErrorPtr) {}
+void on_error(void* user, xmlErrorPtr error) {
+  guarded(user, [&](NativeParse& parse) {
+    if (error == nullptr || error->message == nullptr || !parse.error.empty()) return;
+    parse.line = error->line;
+    parse.error = error->message;
+    while (!parse.error.empty() && std::isspace(static_cast<unsigned char>(parse.error.back())) != 0)
+      parse.error.pop_back();
+  });
+}
 
-// --- The blocks of the caller ---
-
-struct Input {
-  MsgObj& object;
-  void* user;
-  VX_TEXT_INPUT function;
-
-  // Calls `take` with each block until it says false.
-  template <typename Take>
-  VX_STATUS each(Take take) {
-    int32_t last = 0;
-    for (int32_t first = 1; last == 0; first = 0) {
-      uint32_t size = 0;
-      void* data = nullptr;
-      VX_STATUS status = function(object.ID, user, &size, &data, first, &last);
-      if (status == VX_NORMAL_COMPLETION && data == nullptr && size != 0) status = VX_NULL_POINTER_PARM;
-      if (status != VX_NORMAL_COMPLETION) {
-        failed_first = first != 0;
-        return status;
-      }
-      if (size != 0 && !take(static_cast<const char*>(data), std::size_t{size})) return VX_SYSTEM_ERROR;
-    }
-    return VX_NORMAL_COMPLETION;
+// Errors that libxml2 reports beside the parser, of encodings, would go to the standard error. The place for
+// them belongs to the thread.
+class QuietLibXml {
+ public:
+  explicit QuietLibXml(NativeParse& parse) : function_(*libxml().error()), user_(*libxml().error_user()) {
+    *libxml().error() = &on_error;
+    *libxml().error_user() = &parse;
   }
-  bool failed_first = false;
+  ~QuietLibXml() {
+    *libxml().error() = function_;
+    *libxml().error_user() = user_;
+  }
+  QuietLibXml(const QuietLibXml&) = delete;
+  QuietLibXml& operator=(const QuietLibXml&) = delete;
+
+ private:
+  xmlStructuredErrorFunc function_;
+  void* user_;
 };
 
 }  // namespace
 
-VX_STATUS parse_native(MsgObj& object, void* user, VX_TEXT_INPUT callback, XmlNode& root) {
+VX_STATUS parse_native(MsgObj& object, void* user, VX_TEXT_INPUT callback, XmlTree& tree, std::string& root) {
   const LibXml& xml = libxml();
   if (!xml.ready) return VX_SYSTEM_ERROR;
   xmlSAXHandler handler{};
@@ -178,8 +201,8 @@ VX_STATUS parse_native(MsgObj& object, void* user, VX_TEXT_INPUT callback, XmlNo
   handler.cdataBlock = &on_text;
   handler.internalSubset = &on_document_type;
   handler.serror = &on_error;
-  XmlNode document{""};
-  NativeParse parse{Builder(document)};
+  NativeParse parse{tree, root};
+  const QuietLibXml quiet(parse);
   const std::unique_ptr<xmlParserCtxt, decltype(xml.release)> context(
       xml.create(&handler, &parse, nullptr, 0, nullptr), xml.release);
   if (context == nullptr) {
@@ -188,14 +211,18 @@ VX_STATUS parse_native(MsgObj& object, void* user, VX_TEXT_INPUT callback, XmlNo
   }
   parse.context = context.get();
   xml.use_options(context.get(), XML_PARSE_HUGE | XML_PARSE_NONET);
-  Input input{object, user, callback};
+  TextInput input(object, user, callback);
   int error = 0;
-  VX_STATUS status = input.each([&](const char* data, std::size_t size) {
-    for (std::size_t at = 0; at < size && error == 0 && parse.stopped == nullptr; at += kParseStep) {
-      error = xml.parse(context.get(), data + at, static_cast<int>(std::min(size - at, kParseStep)), 0);
+  const VX_STATUS status = input.each([&](std::string_view block) {
+    for (; !block.empty() && error == 0 && parse.stopped == nullptr;
+         block.remove_prefix(std::min(block.size(), kParseStep))) {
+      error = xml.parse(context.get(), block.data(), static_cast<int>(std::min(block.size(), kParseStep)), 0);
     }
     return error == 0 && parse.stopped == nullptr;
   });
+  const auto tell = [&] {
+    if (!parse.error.empty()) VX_LOG_ERR(kNative, "|   line %d: %s", parse.line, parse.error.c_str());
+  };
   if (parse.stopped != nullptr) {
     VX_LOG_ERR(kNative, "XMLNativeToMessage failed to parse XML document");
     VX_LOG_ERR(kNative, "|   stopped: %s", parse.stopped);
@@ -203,10 +230,11 @@ VX_STATUS parse_native(MsgObj& object, void* user, VX_TEXT_INPUT callback, XmlNo
   }
   if (error != 0) {
     VX_LOG_ERR(kNative, "XMLNativeToMessage xmlParseChunk failed with error %d", error);
+    tell();
     return VX_SYSTEM_ERROR;
   }
   if (status != VX_NORMAL_COMPLETION) {
-    if (input.failed_first) {
+    if (input.failed_first()) {
       VX_LOG_ERR(kNative, "XMLNativeToMessage failed, UserFunction unable to read XML data");
     } else {
       VX_LOG_ERR(kNative, "XMLNativeToMessage UserFunction failed, error \"%s\"", status_text(status));
@@ -214,41 +242,12 @@ VX_STATUS parse_native(MsgObj& object, void* user, VX_TEXT_INPUT callback, XmlNo
     return status;
   }
   error = xml.parse(context.get(), nullptr, 0, 1);
-  if (error != 0 || parse.stopped != nullptr || context->wellFormed == 0 || document.children.empty()) {
+  if (error != 0 || parse.stopped != nullptr || context->wellFormed == 0 || tree.document().child().none()) {
     VX_LOG_ERR(kNative, "XMLNativeToMessage failed with error %d", error);
+    tell();
     return VX_SYSTEM_ERROR;
   }
-  root = std::move(document.children.front());
   return VX_NORMAL_COMPLETION;
-}
-
-std::string unescape_xml(std::string_view text) {
-  static constexpr std::pair<std::string_view, char> kNames[] = {
-      {"&lt;", '<'}, {"&gt;", '>'}, {"&amp;", '&'}, {"&quot;", '"'}, {"&apos;", '\''}};
-  std::string plain;
-  plain.reserve(text.size());
-  while (!text.empty()) {
-    const std::size_t mark = std::min(text.find('&'), text.size());
-    plain += text.substr(0, mark);
-    text.remove_prefix(mark);
-    if (text.empty()) break;
-    const auto* name = std::find_if(std::begin(kNames), std::end(kNames),
-                                    [&](const auto& row) { return text.starts_with(row.first); });
-    int code = 0;
-    if (name != std::end(kNames)) {
-      plain += name->second;
-      text.remove_prefix(name->first.size());
-    } else if (text.size() >= 5 && text[1] == '#' && text[4] == ';' &&
-               std::from_chars(text.data() + 2, text.data() + 4, code).ptr == text.data() + 4 && code >= 1 &&
-               code <= 31) {
-      plain += static_cast<char>(code);
-      text.remove_prefix(5);
-    } else {
-      plain += '&';
-      text.remove_prefix(1);
-    }
-  }
-  return plain;
 }
 
 namespace {
@@ -257,38 +256,57 @@ char small(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+struct OwnKey {
+  std::string_view text;
+  int field;  // an XmlField; -1 for what the text itself tells
+};
+constexpr OwnKey kOwnKeys[] = {{"tag", static_cast<int>(XmlField::Tag)},
+                               {"vr", static_cast<int>(XmlField::Vr)},
+                               {"name", -1},
+                               {"length", -1},
+                               {"encoding", static_cast<int>(XmlField::Encoding)},
+                               {"pcode", static_cast<int>(XmlField::Creator)}};
+
 // The fields of an Attribute element: key="value" pairs.
-bool read_fields(std::string_view text, XmlNode& node) {
-  static constexpr std::string_view kKeys[] = {"tag", "vr", "name", "length", "encoding", "pcode"};
+bool read_fields(std::string_view text, XmlTree& tree) {
   static constexpr std::string_view kBlanks = " \t\r\n";
+  std::string work;
   while (true) {
     const std::size_t begin = text.find_first_not_of(kBlanks);
     if (begin == std::string_view::npos) return true;
     text.remove_prefix(begin);
     const std::size_t equals = text.find('=');
     if (equals == std::string_view::npos) return false;
-    std::string key(text.substr(0, equals));
-    while (!key.empty() && kBlanks.find(key.back()) != std::string_view::npos) key.pop_back();
-    std::transform(key.begin(), key.end(), key.begin(), small);
-    if (std::find(std::begin(kKeys), std::end(kKeys), key) == std::end(kKeys)) return false;
+    std::string name(text.substr(0, equals));
+    while (!name.empty() && kBlanks.find(name.back()) != std::string_view::npos) name.pop_back();
+    std::transform(name.begin(), name.end(), name.begin(), small);
+    const OwnKey* key = find_row(kOwnKeys, name);
+    if (key == nullptr) return false;
     text.remove_prefix(equals + 1);
     const std::size_t quote = text.find_first_not_of(kBlanks);
     if (quote == std::string_view::npos || (text[quote] != '"' && text[quote] != '\'')) return false;
     const std::size_t close = text.find(text[quote], quote + 1);
     if (close == std::string_view::npos) return false;
-    node.fields.emplace_back(std::move(key), unescape_xml(text.substr(quote + 1, close - quote - 1)));
+    if (key->field >= 0) {
+      const std::string_view value = text.substr(quote + 1, close - quote - 1);
+      tree.field(static_cast<XmlField>(key->field), unescape(value, work));
+    }
     text.remove_prefix(close + 1);
   }
 }
 
-// Sections and roots need no matching: only attributes and the items in them count.
-bool scan_own(std::string_view text, XmlNode& root) {
+bool opens_attribute(std::string_view token) {
   static constexpr std::string_view kAttribute = "attribute";
-  Builder builder(root);
+  return token.size() >= kAttribute.size() && std::equal(kAttribute.begin(), kAttribute.end(), token.begin(),
+                                                         [](char a, char b) { return a == small(b); });
+}
+
+// Sections and roots need no matching: only attributes and the items in them count.
+bool scan_own(std::string_view text, XmlTree& tree) {
   while (true) {
     const std::size_t open = text.find('<');
-    if (open == std::string_view::npos) return builder.depth() == 0;
-    builder.text(text.data(), open);
+    if (open == std::string_view::npos) return tree.depth() == 0;
+    tree.text(text.substr(0, open));
     text.remove_prefix(open + 1);
     const std::size_t close = text.find('>');
     if (close == std::string_view::npos) return false;
@@ -296,42 +314,37 @@ bool scan_own(std::string_view text, XmlNode& root) {
     text.remove_prefix(close + 1);
     const bool empty = token.ends_with('/');
     if (empty) token.remove_suffix(1);
-    const bool inside = builder.depth() > 0;
+    const bool inside = tree.depth() > 0;
     if (token.starts_with("!")) {
       if (token.starts_with("!DOCTYPE")) return false;
-    } else if (token.starts_with("/")) {
-      const std::string_view name = token.substr(1);
-      if (name != "Attribute" && name != "Item") continue;
-      if (!inside || builder.current().name != name) return false;
-      builder.end();
-    } else if (token.size() >= kAttribute.size() &&
-               std::equal(kAttribute.begin(), kAttribute.end(), token.begin(),
-                          [](char a, char b) { return a == small(b); })) {
-      XmlNode node{"Attribute"};
-      if (!read_fields(token.substr(kAttribute.size()), node)) {
+    } else if (token == "/Attribute" || token == "/Item") {
+      if (!inside || tree.current() != (token == "/Item" ? XmlName::Item : XmlName::Attribute)) return false;
+      tree.close();
+    } else if (opens_attribute(token)) {
+      if ((inside && tree.current() != XmlName::Item) || !tree.open(XmlName::Attribute)) return false;
+      if (!read_fields(token.substr(std::string_view("attribute").size()), tree)) {
         VX_LOG_ERR(kOwn, "Invalid format of the XML attribute description.");
         return false;
       }
-      if ((inside && builder.current().name != "Item") || !builder.start(std::move(node))) return false;
-      if (empty) builder.end();
+      if (empty) tree.close();
     } else if (token == "Item") {
-      if (!inside || builder.current().name != "Attribute" || !builder.start(XmlNode{"Item"})) return false;
-      if (empty) builder.end();
+      if (!inside || tree.current() != XmlName::Attribute || !tree.open(XmlName::Item)) return false;
+      if (empty) tree.close();
     }
   }
 }
 
 }  // namespace
 
-VX_STATUS parse_own(MsgObj& object, void* user, VX_TEXT_INPUT callback, XmlNode& root) {
-  Input input{object, user, callback};
-  std::string text;
-  const VX_STATUS status = input.each([&](const char* data, std::size_t size) {
-    text.append(data, size);
+VX_STATUS parse_own(MsgObj& object, void* user, VX_TEXT_INPUT callback, XmlTree& tree) {
+  TextInput input(object, user, callback);
+  GatheredText gathered;
+  const VX_STATUS status = input.each([&](std::string_view block) {
+    gathered.add(block);
     return true;
   });
   if (status != VX_NORMAL_COMPLETION) return status;
-  return scan_own(text, root) ? VX_STATUS{VX_NORMAL_COMPLETION} : VX_STATUS{VX_SYSTEM_ERROR};
+  return scan_own(gathered.text(), tree) ? VX_STATUS{VX_NORMAL_COMPLETION} : VX_STATUS{VX_SYSTEM_ERROR};
 }
 
 }  // namespace vx

@@ -15,78 +15,43 @@
 #include "model/private_blocks.h"
 #include "model/values.h"
 #include "model/vr.h"
-#include "text/base64.h"
-#include "text/utf8.h"
+#include "text/fill.h"
 #include "text/xml_parse.h"
 
 namespace vx {
 
 namespace {
 
-constexpr uint32_t kSpecificCharacterSet = 0x00080005U;
 // Values that a document may leave out before one that it numbers.
 constexpr std::size_t kMaxGap = 1024;
 
-// What reading one object has at hand.
-struct Target {
-  MsgObj& object;
-  TextSet set;
-  int depth;
-  CharsetCache charsets{};
-  std::vector<std::pair<uint32_t, std::string>> creators{};  // by group and block of the document
-};
-
 bool is_blank(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isspace(c) != 0; });
-}
-
-std::string_view field_of(const XmlNode& node, std::string_view key) {
-  const std::string* field = node.field(key);
-  return field != nullptr ? std::string_view(*field) : std::string_view();
-}
-
-const XmlNode* child_of(const XmlNode& node, std::string_view name) {
-  const auto found = std::find_if(node.children.begin(), node.children.end(),
-                                  [&](const XmlNode& child) { return child.name == name; });
-  return found != node.children.end() ? &*found : nullptr;
-}
-
-// The whole text as a number.
-template <typename T, typename... Base>
-bool read_number(std::string_view text, T& value, Base... base) {
-  const char* end = text.data() + text.size();
-  const auto read = std::from_chars(text.data(), end, value, base...);
-  return !text.empty() && read.ec == std::errc{} && read.ptr == end;
 }
 
 class XmlReader {
  public:
   explicit XmlReader(XmlForm form) : form_(form) {}
   // VX_CANNOT_COMPLY: an attribute ended the walk.
-  VX_STATUS attributes(Target& target, const std::vector<XmlNode>& nodes);
+  VX_STATUS attributes(FillTarget& target, XmlNode holder);
 
  private:
   const char* function() const {
     return form_ == XmlForm::Own ? "VX_XML_To_Message" : "VX_XML_Native_To_Message";
   }
   bool own() const { return form_ == XmlForm::Own; }
-  VX_STATUS attribute(Target& target, const XmlNode& node);
-  VX_STATUS creator(Target& target, const XmlNode& node, uint32_t tag);
-  TagObj* find(Target& target, const XmlNode& node, uint32_t tag, int32_t vr);
-  VX_STATUS items(Target& target, TagObj& attribute, const XmlNode& node);
-  VX_STATUS native_values(Target& target, TagObj& attribute, const XmlNode& node, std::string_view letters);
-  VX_STATUS own_values(Target& target, TagObj& attribute, const XmlNode& node);
-  VX_STATUS value(Target& target, TagObj& attribute, std::string_view utf8, bool first);
-  VX_STATUS bulk(Target& target, TagObj& attribute, std::string_view text, bool base64);
-  VX_STATUS store_bytes(Target& target, TagObj& attribute, std::string& bytes);
+  VX_STATUS attribute(FillTarget& target, XmlNode node);
+  VX_STATUS creator(FillTarget& target, XmlNode node, uint32_t tag);
+  TagObj* find(FillTarget& target, XmlNode node, uint32_t tag, int32_t vr);
+  VX_STATUS items(FillTarget& target, TagObj& attribute, XmlNode node);
+  VX_STATUS native_values(FillTarget& target, TagObj& attribute, XmlNode node, std::string_view letters);
+  VX_STATUS own_values(FillTarget& target, TagObj& attribute, XmlNode node);
+  VX_STATUS value(FillTarget& target, TagObj& attribute, std::string_view utf8, bool first);
+  VX_STATUS bulk(FillTarget& target, TagObj& attribute, std::string_view text, bool base64);
 
   const XmlForm form_;
   std::string work_;
 };
-
-VX_STATUS add_null(Target& target, TagObj& attribute, bool first) {
-  return first ? set_null(target.object, attribute) : set_next_null(attribute);
-}
 
 // Values that break a rule of their VR are stored all the same.
 bool is_stored(VX_STATUS status) {
@@ -94,8 +59,8 @@ bool is_stored(VX_STATUS status) {
          status == VX_INVALID_VALUE_FOR_VR;
 }
 
-VX_STATUS XmlReader::attributes(Target& target, const std::vector<XmlNode>& nodes) {
-  for (const XmlNode& node : nodes) {
+VX_STATUS XmlReader::attributes(FillTarget& target, XmlNode holder) {
+  for (XmlNode node = holder.child(); !node.none(); node = node.next()) {
     const VX_STATUS status = attribute(target, node);
     if (status == VX_NORMAL_COMPLETION) continue;
     if (!own()) VX_LOG_ERR(function(), "XMLNativeToMessage failed to create DICOM attribute");
@@ -105,25 +70,19 @@ VX_STATUS XmlReader::attributes(Target& target, const std::vector<XmlNode>& node
 }
 
 // A failure ends the walk; an attribute that is passed over is none.
-VX_STATUS XmlReader::attribute(Target& target, const XmlNode& node) {
+VX_STATUS XmlReader::attribute(FillTarget& target, XmlNode node) {
   uint32_t tag = 0;
-  const std::string_view digits = field_of(node, "tag");
+  const std::string_view digits = node.field(XmlField::Tag);
   if (digits.size() != 8 || !read_number(digits, tag, 16)) {
     VX_LOG_ERR(function(), "xmlMessageCreateDcmAttribute failed to convert XML to DICOM attribute");
     return VX_INVALID_TAG;
   }
-  const std::string_view letters = field_of(node, "vr");
-  int32_t vr = letters.size() == 2 ? vr_from_letters(letters[0], letters[1]) : -1;
-  // The VRs of 64 bits have no code here: their bytes are kept.
-  if (letters == "OV" || letters == "SV" || letters == "UV") vr = VX_VR_UN;
+  const std::string_view letters = node.field(XmlField::Vr);
+  const int32_t vr = vr_of_document(letters);
   if (is_private_creator(tag)) return creator(target, node, tag);
   TagObj* attribute = find(target, node, tag, vr);
   if (attribute == nullptr) return VX_NORMAL_COMPLETION;
-  // What the document says of its values holds.
-  if (vr >= 0 && attribute->VR != vr) {
-    clear_value(target.object, *attribute, false, true);
-    attribute->VR = vr;
-  }
+  take_vr(target, *attribute, vr);
   VX_STATUS status = VX_NORMAL_COMPLETION;
   if (attribute->VR == VX_VR_SQ) {
     status = items(target, *attribute, node);
@@ -135,18 +94,15 @@ VX_STATUS XmlReader::attribute(Target& target, const XmlNode& node) {
   if (!is_stored(status)) {
     VX_LOG_ERR(function(), "Failed to write attribute '0x%8.8X' value from XML to DICOM format", tag);
   }
-  if (tag == kSpecificCharacterSet) {
-    target.set = text_set_of(target.object, target.set);
-    target.charsets.known = false;
-  }
+  target.filled(*attribute);
   return VX_NORMAL_COMPLETION;
 }
 
-VX_STATUS XmlReader::creator(Target& target, const XmlNode& node, uint32_t tag) {
-  std::string name(field_of(node, own() ? "pcode" : "privateCreator"));
+VX_STATUS XmlReader::creator(FillTarget& target, XmlNode node, uint32_t tag) {
+  std::string name(node.field(XmlField::Creator));
   if (name.empty()) {
-    const XmlNode* value = own() ? &node : child_of(node, "Value");
-    if (value != nullptr) name = own() ? unescape_xml(value->text) : value->text;
+    const XmlNode value = own() ? node : node.child(XmlName::Value);
+    if (!value.none()) name = own() ? unescape(value.text(), work_) : value.text();
   }
   std::string work;
   name = std::string(from_utf8(name, target.set, work));
@@ -158,22 +114,18 @@ VX_STATUS XmlReader::creator(Target& target, const XmlNode& node, uint32_t tag) 
                tag_group(tag), tag_element(tag), name.c_str(), status_text(status));
     return own() ? VX_STATUS{VX_NORMAL_COMPLETION} : status;
   }
-  target.creators.emplace_back((tag & 0xFFFF0000U) | ((tag & 0xFFU) << 8), std::move(name));
+  target.note_creator(tag, std::move(name));
   return VX_NORMAL_COMPLETION;
 }
 
 // The attribute, found or added; null if it can not be had. The block that the document names may lie
 // elsewhere in the object.
-TagObj* XmlReader::find(Target& target, const XmlNode& node, uint32_t tag, int32_t vr) {
+TagObj* XmlReader::find(FillTarget& target, XmlNode node, uint32_t tag, int32_t vr) {
   VX_STATUS status = VX_NORMAL_COMPLETION;
   if (is_private(tag) && tag_element(tag) >= 0x1000) {
     std::string work;
-    std::string code(from_utf8(field_of(node, own() ? "pcode" : "privateCreator"), target.set, work));
-    if (code.empty()) {
-      const auto known = std::find_if(target.creators.rbegin(), target.creators.rend(),
-                                      [&](const auto& row) { return row.first == (tag & 0xFFFFFF00U); });
-      code = known != target.creators.rend() ? known->second : std::string(creator_of(target.object, tag));
-    }
+    std::string code(from_utf8(node.field(XmlField::Creator), target.set, work));
+    if (code.empty()) code = target.creator(tag);
     if (!code.empty()) {
       const auto element = static_cast<uint8_t>(tag & 0xFFU);
       // A document may name a creator without the element that reserves its block.
@@ -202,12 +154,12 @@ TagObj* XmlReader::find(Target& target, const XmlNode& node, uint32_t tag, int32
   return nullptr;
 }
 
-VX_STATUS XmlReader::items(Target& target, TagObj& attribute, const XmlNode& node) {
-  if (node.children.empty()) return set_null(target.object, attribute);
+VX_STATUS XmlReader::items(FillTarget& target, TagObj& attribute, XmlNode node) {
+  if (node.child().none()) return set_null(target.object, attribute);
   if (target.depth >= kMaxNesting) return VX_CANNOT_COMPLY;
   bool first = true;
-  for (const XmlNode& child : node.children) {
-    if (child.name != "Item") {
+  for (XmlNode child = node.child(); !child.none(); child = child.next()) {
+    if (child.name() != XmlName::Item) {
       VX_LOG_ERR(function(), "Invalid XML Item type attribute '0x%8.8X'", attribute.Tag);
       continue;
     }
@@ -227,28 +179,10 @@ VX_STATUS XmlReader::items(Target& target, TagObj& attribute, const XmlNode& nod
       return status;
     }
     first = false;
-    Target inner{*item, target.set, target.depth + 1};
-    attributes(inner, child.children);
+    FillTarget inner{*item, target.set, target.depth + 1, function()};
+    attributes(inner, child);
   }
   return VX_NORMAL_COMPLETION;
-}
-
-VX_STATUS XmlReader::store_bytes(Target& target, TagObj& attribute, std::string& bytes) {
-  if (bytes.empty()) return set_null(target.object, attribute);
-  const std::size_t width = vr_width(attribute.VR);
-  if (std::endian::native == std::endian::big && width > 1) {
-    bytes.resize(bytes.size() / width * width);
-    copy_swapped(bytes.data(), bytes.data(), bytes.size(), vr_width(attribute.VR));
-  }
-  if (bytes.size() % 2 != 0) bytes += '\0';
-  if (bytes.size() >= kUndefinedLength) return VX_VALUE_TOO_LARGE;
-  const VX_STATUS status =
-      value_from_buffer(target.object, attribute, bytes.data(), static_cast<uint32_t>(bytes.size()));
-  if (status != VX_NORMAL_COMPLETION) {
-    VX_LOG_ERR(function(), "Failed to set value for attribute 0x%8.8X, error \"%s\"", attribute.Tag,
-               status_text(status));
-  }
-  return status;
 }
 
 int hex_digit(char c) {
@@ -269,115 +203,81 @@ bool decode_hex(std::string_view text, std::string& bytes) {
   return true;
 }
 
-VX_STATUS XmlReader::bulk(Target& target, TagObj& attribute, std::string_view text, bool base64) {
+VX_STATUS XmlReader::bulk(FillTarget& target, TagObj& attribute, std::string_view text, bool base64) {
   std::string bytes;
   if (base64) {
-    bool clean = true;
     std::string plain(text);
     std::erase_if(plain, [](unsigned char c) { return std::isspace(c) != 0; });
-    bytes = decode_base64(plain, clean);
-    if (!clean) {
-      VX_LOG_WARN(function(), "Characters that are no Base64 were passed over in attribute 0x%8.8X",
-                  attribute.Tag);
-    }
+    bytes = bytes_of_base64(target, attribute.Tag, plain);
   } else if (!decode_hex(text, bytes)) {
     return VX_INCOMPATIBLE_VALUE;
   }
-  return store_bytes(target, attribute, bytes);
+  return fill_bytes(target, attribute, bytes);
 }
 
-VX_STATUS XmlReader::value(Target& target, TagObj& attribute, std::string_view utf8, bool first) {
-  if (utf8.empty()) return add_null(target, attribute, first);
-  switch (attribute.VR) {
-    case VX_VR_AT: {
-      std::string digits(utf8);
-      std::erase(digits, ',');
-      uint32_t tag = 0;
-      if (!read_number(std::string_view(digits), tag, own() ? 10 : 16)) return VX_INVALID_VALUE_FOR_VR;
-      return set_value(target.object, attribute, VX_UINT_TYPE, &tag, first);
-    }
-    case VX_VR_FL: {  // as what they are: denormal numbers, NaN and infinities too
-      float number = 0;
-      if (!read_number(utf8, number)) return VX_INCOMPATIBLE_VALUE;
-      return set_value(target.object, attribute, VX_FLOAT_TYPE, &number, first);
-    }
-    case VX_VR_FD: {
-      double number = 0;
-      if (!read_number(utf8, number)) return VX_INCOMPATIBLE_VALUE;
-      return set_value(target.object, attribute, VX_DOUBLE_TYPE, &number, first);
-    }
-    default:
-      break;
-  }
-  if (!is_text_vr(attribute.VR)) return set_text(target.object, attribute, utf8, first, nullptr);
-  const std::string_view text = from_utf8(utf8, target.set, work_);
-  CharsetCache* charsets = attribute.Tag > kSpecificCharacterSet ? &target.charsets : nullptr;
-  return set_text(target.object, attribute, text, first, charsets);
+VX_STATUS XmlReader::value(FillTarget& target, TagObj& attribute, std::string_view utf8, bool first) {
+  if (utf8.empty()) return fill_null(target, attribute, first);
+  if (attribute.VR == VX_VR_AT) return fill_tag(target, attribute, utf8, own() ? 10 : 16, first);
+  if (attribute.VR == VX_VR_FL || attribute.VR == VX_VR_FD) return fill_real(target, attribute, utf8, first);
+  if (is_text_vr(attribute.VR)) return fill_text(target, attribute, utf8, first, work_);
+  return set_text(target.object, attribute, utf8, first, nullptr);
 }
 
 // The texts of elements joined by a separator. Gaps are filled; what does not follow is not made.
 template <typename Text>
-std::string join(const XmlNode& node, std::initializer_list<const char*> names, char separator, Text text) {
+std::string join(XmlNode node, std::initializer_list<XmlName> names, char separator, Text text) {
   std::string all;
   std::size_t at = 0;
   std::size_t done = 0;
-  for (const char* name : names) {
-    if (const XmlNode* part = child_of(node, name); part != nullptr) {
+  for (const XmlName name : names) {
+    if (const XmlNode part = node.child(name); !part.none()) {
       all.append(at - done, separator);
       done = at;
-      all += text(*part);
+      all += text(part);
     }
     ++at;
   }
   return all;
 }
 
-std::string person_name(const XmlNode& node) {
-  return join(node, {"Alphabetic", "Ideographic", "Phonetic"}, '=', [](const XmlNode& group) {
-    return join(group, {"FamilyName", "GivenName", "MiddleName", "NamePrefix", "NameSuffix"}, '^',
-                [](const XmlNode& part) { return part.text; });
+std::string person_name(XmlNode node) {
+  return join(node, {XmlName::Alphabetic, XmlName::Ideographic, XmlName::Phonetic}, '=', [](XmlNode group) {
+    return join(group,
+                {XmlName::FamilyName, XmlName::GivenName, XmlName::MiddleName, XmlName::NamePrefix,
+                 XmlName::NameSuffix},
+                '^', [](XmlNode part) { return part.text(); });
   });
 }
 
-// Numbers of 64 bits, which are kept as bytes.
-bool add_wide(std::string_view text, std::string& bytes) {
-  uint64_t number = 0;
-  int64_t negative = 0;
-  if (text.starts_with('-')) {
-    if (!read_number(text, negative)) return false;
-    number = static_cast<uint64_t>(negative);
-  } else if (!read_number(text, number)) {
-    return false;
-  }
-  for (unsigned shift = 0; shift < 64; shift += 8) bytes += static_cast<char>((number >> shift) & 0xFFU);
-  return true;
-}
-
-VX_STATUS XmlReader::native_values(Target& target, TagObj& attribute, const XmlNode& node,
+VX_STATUS XmlReader::native_values(FillTarget& target, TagObj& attribute, XmlNode node,
                                    std::string_view letters) {
   VX_STATUS result = VX_NORMAL_COMPLETION;
   std::size_t count = 0;
-  if (letters == "SV" || letters == "UV") {
+  if (is_wide_integer(letters)) {
     std::string bytes;
-    for (const XmlNode& child : node.children) {
-      if (child.name == "Value" && !add_wide(child.text, bytes)) return VX_INCOMPATIBLE_VALUE;
+    for (XmlNode child = node.child(); !child.none(); child = child.next()) {
+      if (child.name() != XmlName::Value) continue;
+      const VX_STATUS status = append_wide_integer(letters, child.text(), bytes);
+      if (status != VX_NORMAL_COMPLETION) return status;
     }
-    if (!bytes.empty()) return store_bytes(target, attribute, bytes);
+    if (!bytes.empty()) return fill_bytes(target, attribute, bytes);
   }
-  for (const XmlNode& child : node.children) {
-    if (child.name == "BulkData") {
+  for (XmlNode child = node.child(); !child.none(); child = child.next()) {
+    const XmlName kind = child.name();
+    if (kind == XmlName::BulkData) {
       VX_LOG_WARN(function(), "The value of attribute 0x%8.8X lies elsewhere and is left out", attribute.Tag);
       continue;
     }
-    if (child.name != "InlineBinary" && child.name != "Value" && child.name != "PersonName") continue;
-    if (is_bulk_vr(attribute.VR)) return bulk(target, attribute, child.text, child.name == "InlineBinary");
+    if (kind != XmlName::InlineBinary && kind != XmlName::Value && kind != XmlName::PersonName) continue;
+    if (is_bulk_vr(attribute.VR)) return bulk(target, attribute, child.text(), kind == XmlName::InlineBinary);
     std::size_t number = 0;
-    if (read_number(field_of(child, "number"), number) && number > count + 1 && number <= count + kMaxGap) {
-      for (; count + 1 < number; ++count) add_null(target, attribute, count == 0);
+    if (read_number(child.field(XmlField::Number), number) && number > count + 1 &&
+        number <= count + kMaxGap) {
+      for (; count + 1 < number; ++count) fill_null(target, attribute, count == 0);
     }
     const std::string name = attribute.VR == VX_VR_PN ? person_name(child) : std::string();
-    const VX_STATUS status =
-        value(target, attribute, attribute.VR == VX_VR_PN ? name : child.text, count == 0);
+    const VX_STATUS status = value(
+        target, attribute, attribute.VR == VX_VR_PN ? std::string_view(name) : child.text(), count == 0);
     if (is_stored(status)) {
       ++count;
     } else {
@@ -387,13 +287,14 @@ VX_STATUS XmlReader::native_values(Target& target, TagObj& attribute, const XmlN
   return count == 0 && result == VX_NORMAL_COMPLETION ? set_null(target.object, attribute) : result;
 }
 
-VX_STATUS XmlReader::own_values(Target& target, TagObj& attribute, const XmlNode& node) {
+VX_STATUS XmlReader::own_values(FillTarget& target, TagObj& attribute, XmlNode node) {
   if (is_bulk_vr(attribute.VR)) {
-    const std::string_view encoding = field_of(node, "encoding");
-    return bulk(target, attribute, node.text, encoding.starts_with("Base64"));
+    const std::string_view encoding = node.field(XmlField::Encoding);
+    return bulk(target, attribute, node.text(), encoding.starts_with("Base64"));
   }
-  const std::string plain = unescape_xml(node.text);
-  if (plain.find('\0') != std::string::npos) return VX_INCOMPATIBLE_VALUE;
+  std::string scratch;
+  const std::string_view plain = unescape(node.text(), scratch);
+  if (plain.find('\0') != std::string_view::npos) return VX_INCOMPATIBLE_VALUE;
   if (is_one_value_text(attribute.VR)) return value(target, attribute, plain, true);
   std::string_view rest = plain;
   VX_STATUS result = VX_NORMAL_COMPLETION;
@@ -415,23 +316,25 @@ VX_STATUS XmlReader::own_values(Target& target, TagObj& attribute, const XmlNode
 VX_STATUS xml_to_object(MsgObj& object, XmlForm form, void* user, VX_TEXT_INPUT callback) {
   const bool own = form == XmlForm::Own;
   const char* function = own ? "VX_XML_To_Message" : "VX_XML_Native_To_Message";
-  XmlNode root{""};
+  XmlTree tree;
+  std::string root;
   VX_STATUS status =
-      own ? parse_own(object, user, callback, root) : parse_native(object, user, callback, root);
-  if (status == VX_NORMAL_COMPLETION && !own && root.name != "NativeDicomModel") {
-    VX_LOG_ERR(function, "XMLNativeToMessage failed, wrong XML document type %.64s", root.name.c_str());
+      own ? parse_own(object, user, callback, tree) : parse_native(object, user, callback, tree, root);
+  const XmlNode holder = own ? tree.document() : tree.document().child();
+  if (status == VX_NORMAL_COMPLETION && !own && holder.name() != XmlName::NativeDicomModel) {
+    VX_LOG_ERR(function, "XMLNativeToMessage failed, wrong XML document type %.64s", root.c_str());
     status = VX_SYSTEM_ERROR;
   }
   if (status == VX_NORMAL_COMPLETION) {
-    if (!own && root.children.empty() && is_blank(root.text)) {
+    if (!own && holder.child().none() && is_blank(holder.text())) {
       VX_LOG_ERR(function, "XMLNativeToMessage failed, empty XML document");
       return VX_NORMAL_COMPLETION;
     }
     const Guard guard(object.Semaphore);
     status = decode_all(object);
     if (status == VX_NORMAL_COMPLETION) {
-      Target target{object, text_set_of(object, TextSet{}), 0};
-      status = XmlReader(form).attributes(target, root.children);
+      FillTarget target{object, text_set_of(object, TextSet{}), 0, function};
+      status = XmlReader(form).attributes(target, holder);
       if (!own) status = VX_NORMAL_COMPLETION;
     }
   }

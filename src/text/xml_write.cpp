@@ -11,7 +11,6 @@
 #include "frame/limits.h"
 #include "frame/lock.h"
 #include "frame/log.h"
-#include "frame/no_throw.h"
 #include "model/attributes.h"
 #include "model/convert.h"
 #include "model/deferred.h"
@@ -19,7 +18,7 @@
 #include "model/private_blocks.h"
 #include "model/values.h"
 #include "model/vr.h"
-#include "text/base64.h"
+#include "text/bulk_text.h"
 #include "text/text_output.h"
 #include "text/utf8.h"
 #include "text/xml.h"
@@ -33,7 +32,6 @@ constexpr uint32_t kSopClassUid = 0x00080016U;
 constexpr uint32_t kFirstDataSetTag = 0x00080000U;
 constexpr uint32_t kFirstDirectoryTag = 0x00040000U;
 constexpr std::size_t kOwnNameLimit = 64;
-constexpr std::size_t kBase64Line = 76;
 constexpr std::string_view kModel = "http://dicom.nema.org/PS3.19/models/NativeDICOM";
 
 template <typename T>
@@ -90,10 +88,10 @@ std::string_view number_text(const TagObj& attribute, int32_t number, XmlForm fo
 
 class XmlWriter {
  public:
-  XmlWriter(XmlForm form, int32_t options) : form_(form), options_(options) {}
+  XmlWriter(TextOutput& output, XmlForm form, int32_t options)
+      : output_(output), out_(output.text()), form_(form), options_(options) {}
   VX_STATUS native(MsgObj& object);
   VX_STATUS own(MsgObj& object);
-  std::string& text() { return out_; }
 
  private:
   // What the walk of one object has at hand.
@@ -133,15 +131,15 @@ class XmlWriter {
   VX_STATUS own_content(const Scope& scope, TagObj& attribute, std::size_t& length);
   VX_STATUS items(const Scope& scope, const TagObj& attribute);
   VX_STATUS values(const Scope& scope, const TagObj& attribute);
-  VX_STATUS bytes(const Scope& scope, TagObj& attribute, std::size_t& length);
   VX_STATUS section(const Scope& scope, const char* name, bool data_set);
   void person(std::string_view name);
   template <std::size_t N>
   void parts(std::string_view text, char separator, const char* const (&names)[N], bool groups);
 
+  TextOutput& output_;
+  std::string& out_;
   const XmlForm form_;
   const int32_t options_;
-  std::string out_;
   std::string work_;
   char name_[kMaxName + 64] = "";
   int level_ = 0;
@@ -202,12 +200,12 @@ std::string_view XmlWriter::name_of(const TagObj& attribute, std::string_view cr
 }
 
 VX_STATUS XmlWriter::attributes(const Scope& scope) {
-  if (scope.depth > kMaxNesting) return VX_INVALID_VALUE_FOR_VR;
   for (TagObj* a = scope.object.FirstTag; a != nullptr; a = a->Next) {
     if (a->Tag < scope.first || a->Tag > scope.last || tag_element(a->Tag) == 0) continue;
     if (has(VX_XML_EXCLUDE_PRIVATE) && is_private(a->Tag)) continue;
-    const VX_STATUS status = attribute(scope, *a);
+    VX_STATUS status = attribute(scope, *a);
     set_cursor(*a, {});
+    if (status == VX_NORMAL_COMPLETION) status = output_.pause();
     if (status == VX_NORMAL_COMPLETION) continue;
     VX_LOG_ERR(function(), "%s failed to write DICOM attribute for attribute %4.4X%4.4X to XML",
                scope.depth == 0 ? "xmlTextWriteDcmMessage" : "xmlTextWriteDcmItem", tag_group(a->Tag),
@@ -266,15 +264,15 @@ VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
   field(own ? "Name" : "keyword", name_of(attribute, creator));
   if (!creator.empty()) field(own ? "PCode" : "privateCreator", to_utf8(creator, scope.set, false, work_));
   if (!own) {
-    const std::size_t head = out_.size();
     out_ += '>';
+    const std::size_t start = output_.size();
     ++level_;
     const VX_STATUS status =
         wanted && has_value(attribute) ? native_content(scope, attribute) : VX_STATUS{VX_NORMAL_COMPLETION};
     --level_;
-    if (out_.size() == head + 1) {
-      out_.resize(head);
-      out_ += "/>";
+    if (output_.size() == start) {
+      out_.back() = '/';
+      out_ += '>';
     } else {
       line();
       end("DicomAttribute");
@@ -308,14 +306,17 @@ VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
 VX_STATUS XmlWriter::native_content(const Scope& scope, TagObj& attribute) {
   if (attribute.VR == VX_VR_SQ) return items(scope, attribute);
   if (!is_bulk_vr(attribute.VR)) return values(scope, attribute);
-  const std::size_t before = out_.size();
+  const std::size_t before = output_.size();
   line();
   out_ += "<InlineBinary>";
-  const std::size_t start = out_.size();
-  std::size_t length = 0;
-  const VX_STATUS status = bytes(scope, attribute, length);
-  if (out_.size() == start) {
-    out_.resize(before);
+  const std::size_t start = output_.size();
+  const VX_STATUS status = add_base64(scope.object, attribute, output_);
+  if (status != VX_NORMAL_COMPLETION) {
+    VX_LOG_ERR(function(), "VX_Get_Value_To_Function failed for attribute 0x%8.8X, error \"%s\"",
+               attribute.Tag, status_text(status));
+  }
+  if (output_.size() == start) {
+    out_.resize(out_.size() - (start - before));
   } else {
     end("InlineBinary");
   }
@@ -329,79 +330,13 @@ VX_STATUS XmlWriter::own_content(const Scope& scope, TagObj& attribute, std::siz
     length = out_.size() - start;
     return status;
   }
-  const VX_STATUS status = bytes(scope, attribute, length);
-  if (status != VX_NORMAL_COMPLETION || !has(VX_XML_BASE64)) return status;
-  const std::string text = out_.substr(start);
-  out_.resize(start);
-  for (std::size_t at = 0; at < text.size(); at += kBase64Line) {
-    out_.append(text, at, kBase64Line);
-    out_ += "\r\n";
+  const VX_STATUS status = has(VX_XML_BASE64) ? add_base64_lines(scope.object, attribute, out_, length)
+                                              : add_hex(scope.object, attribute, out_, length);
+  if (status != VX_NORMAL_COMPLETION) {
+    VX_LOG_ERR(function(), "VX_Get_Value_To_Function failed for tag: %lX with status %s",
+               static_cast<unsigned long>(attribute.Tag), status_text(status));
   }
-  return VX_NORMAL_COMPLETION;
-}
-
-// Bytes as pairs of digits with blanks between.
-class HexWriter {
- public:
-  explicit HexWriter(std::string& out) : out_(out), start_(out.size()) {}
-  void add(const void* data, std::size_t size) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    const auto* bytes = static_cast<const uint8_t*>(data);
-    for (std::size_t i = 0; i < size; ++i) {
-      if (out_.size() != start_) out_ += ' ';
-      out_ += kDigits[bytes[i] >> 4];
-      out_ += kDigits[bytes[i] & 15U];
-    }
-  }
-
- private:
-  std::string& out_;
-  const std::size_t start_;
-};
-
-struct BulkText {
-  Base64Writer base64;
-  HexWriter hex;
-  bool in_hex;
-  int32_t vr;
-  std::size_t length = 0;
-
-  // Values lie in the machine's order; XML has them in little endian.
-  void add(const void* data, std::size_t size) {
-    std::string swapped;
-    if (std::endian::native == std::endian::big) {
-      swapped.resize(size);
-      copy_swapped(swapped.data(), data, size, vr_width(vr));
-      data = swapped.data();
-    }
-    in_hex ? hex.add(data, size) : base64.add(data, size);
-    length += size;
-  }
-};
-
-VX_STATUS take_piece(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
-  return no_throw([&] {
-    static_cast<BulkText*>(user)->add(data, size);
-    return VX_STATUS{VX_NORMAL_COMPLETION};
-  });
-}
-
-VX_STATUS XmlWriter::bytes(const Scope& scope, TagObj& attribute, std::size_t& length) {
-  BulkText text{Base64Writer(out_), HexWriter(out_), form_ == XmlForm::Own && !has(VX_XML_BASE64),
-                attribute.VR};
-  if (attribute.Storage == 'M') {
-    for (const ValueObj* piece = attribute.FirstValue; piece != nullptr; piece = piece->Next) {
-      if (piece->Data != nullptr) text.add(piece->Data, piece->Length);
-    }
-  } else if (const VX_STATUS status = value_to_function(scope.object, attribute, &text, &take_piece);
-             status != VX_NORMAL_COMPLETION && status != VX_NULL_VALUE) {
-    VX_LOG_ERR(function(), "VX_Get_Value_To_Function failed for attribute 0x%8.8X, error \"%s\"",
-               attribute.Tag, status_text(status));
-    return status;
-  }
-  text.base64.finish();
-  length = text.length;
-  return VX_NORMAL_COMPLETION;
+  return status;
 }
 
 VX_STATUS XmlWriter::items(const Scope& scope, const TagObj& attribute) {
@@ -409,7 +344,6 @@ VX_STATUS XmlWriter::items(const Scope& scope, const TagObj& attribute) {
   for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
     auto* item = static_cast<MsgObj*>(value->Data);
     if (item == nullptr) continue;
-    if (const VX_STATUS status = decode_all(*item); status != VX_NORMAL_COMPLETION) return status;
     const bool own = form_ == XmlForm::Own;
     own ? static_cast<void>(out_ += "<Item") : numbered("Item", ++number);
     out_ += own ? ">\n" : ">";
@@ -573,14 +507,16 @@ VX_STATUS object_to_xml(MsgObj& object, XmlForm form, int32_t options, void* use
                         VX_STREAM_OUTPUT callback) {
   const char* function = form == XmlForm::Own ? "VX_Message_To_XML" : "VX_Message_To_XML_Native";
   const Guard guard(object.Semaphore);
-  if (const VX_STATUS status = decode_all(object); status != VX_NORMAL_COMPLETION) return status;
-  if (object.FirstTag == nullptr) {
+  bool elsewhere = false;
+  VX_STATUS status = prepare_for_text(object, elsewhere);
+  if (status == VX_NORMAL_COMPLETION && object.FirstTag == nullptr) {
     VX_LOG_INF(function, "Message has no attributes.");
     return VX_MESSAGE_EMPTY;
   }
-  XmlWriter xml(form, form == XmlForm::Own ? options & ~VX_XML_INDENT : options);
-  VX_STATUS status = form == XmlForm::Own ? xml.own(object) : xml.native(object);
-  if (status == VX_NORMAL_COMPLETION) status = hand_out_text(object, xml.text(), user, callback);
+  TextOutput output(object, user, callback, elsewhere);
+  XmlWriter xml(output, form, form == XmlForm::Own ? options & ~VX_XML_INDENT : options);
+  if (status == VX_NORMAL_COMPLETION) status = form == XmlForm::Own ? xml.own(object) : xml.native(object);
+  if (status == VX_NORMAL_COMPLETION) status = output.finish();
   if (status != VX_NORMAL_COMPLETION) {
     VX_LOG_ERR(function, "Failed to convert %s to XML : %s", kind_label(object.ObjectKind),
                status_text(status));

@@ -173,6 +173,9 @@ TEST_F(Json, NumbersKeepTheirBits) {
 }
 
 TEST_F(Json, DepthIsBounded) {
+  const Object flat;
+  EXPECT_EQ(read(flat, "{\"x\": " + std::string(1023, '[') + std::string(1023, ']') + "}"), VX_INVALID_TAG);
+  EXPECT_EQ(read(flat, std::string(100000, '[')), VX_CALLBACK_CANNOT_COMPLY);
   std::string json;
   for (int i = 0; i < 600; ++i) json += R"({"00081140": {"vr": "SQ", "Value": [)";
   json += "{}";
@@ -181,18 +184,86 @@ TEST_F(Json, DepthIsBounded) {
   EXPECT_NE(read(message, json), VX_NORMAL_COMPLETION);
 }
 
-TEST_F(Json, CutAndChangedTextsAreSurvived) {
+// 2 ^ 64 and the like: what no VR can hold fails with its attribute, and nothing is cut.
+TEST_F(Json, NumbersAtTheEdges) {
+  struct Row {
+    const char* vr;
+    const char* number;
+    VX_STATUS status;
+    const char* again;  // in the standard's form
+  };
+  static constexpr Row kRows[] = {
+      {"UV", "18446744073709551615", VX_NORMAL_COMPLETION, "\"//////////8=\""},
+      {"UV", "18446744073709551616", VX_VALUE_OUT_OF_RANGE, nullptr},
+      {"SV", "-9223372036854775808", VX_NORMAL_COMPLETION, "\"AAAAAAAAAIA=\""},
+      {"SV", "\"-9223372036854775809\"", VX_VALUE_OUT_OF_RANGE, nullptr},
+      {"UL", "4294967296", VX_VALUE_OUT_OF_RANGE, nullptr},
+      {"UL", "9223372036854775808", VX_VALUE_OUT_OF_RANGE, nullptr},
+      {"US", "1e2", VX_NORMAL_COMPLETION, "[100]"},
+      {"US", "1e999", VX_VALUE_OUT_OF_RANGE, nullptr},
+      {"AT", "4294967296", VX_VALUE_OUT_OF_RANGE, nullptr},
+      {"FD", "1e999", VX_VALUE_OUT_OF_RANGE, nullptr},
+      {"FD", "1e-999", VX_NORMAL_COMPLETION, "[0.0]"},
+      {"FD", "9223372036854775808", VX_NORMAL_COMPLETION, "[9223372036854775808.0]"},
+      {"FD", "\"-inf\"", VX_NORMAL_COMPLETION, "[\"-inf\"]"},
+      {"FD", "\"1.5x\"", VX_INCOMPATIBLE_VALUE, nullptr},
+      {"FL", "3.5e38", VX_VALUE_OUT_OF_RANGE, nullptr},
+      {"DS", "1.250", VX_NORMAL_COMPLETION, "[\"1.250\"]"},
+      {"DS", "0.30000000000000004", VX_NORMAL_COMPLETION, "[0.3]"},
+      {"IS", "3.0", VX_NORMAL_COMPLETION, "[3]"},
+  };
+  for (const Row& row : kRows) {
+    const Object message;
+    const std::string json =
+        std::string(R"({"00100020": {"vr": "LO", "Value": ["id"]}, "00980003": {"vr": ")") + row.vr +
+        R"(", "Value": [)" + row.number + "]}}";
+    EXPECT_EQ(read(message, json), row.status) << json;
+    const std::string again = write(message, VX_JSON_STANDARD | kAll);
+    EXPECT_NE(again.find("\"id\""), std::string::npos);
+    if (row.again != nullptr) {
+      EXPECT_NE(again.find(row.again), std::string::npos) << json << again;
+    }
+  }
+}
+
+TEST_F(Json, TheLastOfTwoHolds) {
+  const Object message;
+  EXPECT_EQ(read(message, R"({"00100020": {"vr": "LO", "Value": ["a"]},
+                              "0010002\u0030": {"vr": "SH", "vr": "LO", "Value": ["b"], "V\u0061lue": ["c"]},
+                              "00100010": {"vr": "PN", "Value": [{"Alphabetic": "A^B", "Alphabetic": "C\/D"}]}})"),
+            VX_NORMAL_COMPLETION);
+  const std::string json = write(message, VX_JSON_STANDARD);
+  EXPECT_EQ(json, R"({"00100010": {"Value": [{"Alphabetic": "C/D"}], "vr": "PN"}, )"
+                  R"("00100020": {"Value": ["c"], "vr": "LO"}})");
+}
+
+// Every start of a text is refused as a whole; what the parser takes is what jansson takes, but for numbers
+// of any size and keys with NUL.
+TEST_F(Json, CutAndChangedTexts) {
   const Object message;
   fill(message);
-  const std::string json = write(message, kAll | VX_JSON_STANDARD);
+  std::string json = write(message, kAll | VX_JSON_STANDARD);
+  json.insert(1, R"("x": [1.5e-3, -0, 0.1E+7, true, false, null, "\u00e4\ud83d\ude00\b", "\"Ä€", {}, []], )");
+  std::size_t taken = 0;
   for (std::size_t i = 0; i < json.size(); ++i) {
     const Object cut;
     EXPECT_EQ(read(cut, json.substr(0, i)), VX_CALLBACK_CANNOT_COMPLY);
-    std::string changed = json;
-    changed[i] = static_cast<char>(changed[i] ^ 5);
-    const Object other;
-    read(other, changed, VX_JSON_STANDARD);
+    EXPECT_EQ(write(cut, 0, VX_MESSAGE_EMPTY), "");
+    for (const int bits : {5, 0x80, 0x20, 0x1F}) {
+      std::string changed = json;
+      changed[i] = static_cast<char>(changed[i] ^ bits);
+      json_error_t error;
+      json_t* peer = json_loadb(changed.data(), changed.size(), JSON_DECODE_ANY | JSON_ALLOW_NUL, &error);
+      const Object other;
+      const bool refused = read(other, changed, VX_JSON_STANDARD) == VX_CALLBACK_CANNOT_COMPLY;
+      if (peer != nullptr || json_error_code(&error) != json_error_numeric_overflow) {
+        EXPECT_EQ(refused, peer == nullptr) << error.text << "\n" << changed;
+      }
+      taken += refused ? 0 : 1;
+      json_decref(peer);
+    }
   }
+  EXPECT_GT(taken, json.size() / 2);
 }
 
 }  // namespace

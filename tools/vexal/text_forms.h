@@ -1,21 +1,45 @@
 // What the subcommands of the text forms share.
 #pragma once
 
+#include <cstdio>
 #include <functional>
 #include <string>
+#include <string_view>
 
+#include "args.h"
 #include "files.h"
-#include "write_options.h"
 
 namespace vexal {
 
-// The callback of the writers, to a std::string, and that of the readers, from a FileSource.
-VX_STATUS append_text(int32_t id, void* user, uint32_t size, void* data, int32_t first, int32_t last);
+// Takes a text less the blank that makes its length even, into a string or a stream.
+struct TextSink {
+  std::string* text = nullptr;
+  std::FILE* stream = nullptr;
+  bool blank = false;  // the last byte that came, which is one of the text if another follows
+
+  static VX_STATUS take(int32_t id, void* user, uint32_t size, void* data, int32_t first, int32_t last);
+
+ private:
+  bool put(std::string_view bytes) const;
+};
+
+// The callback of the readers, from a FileSource.
 VX_STATUS give_text(int32_t id, void* user, uint32_t* size, void** data, int32_t first, int32_t* last);
 
-// Reads the text file `in` with `read` into an object and writes that as the DICOM file `out`, in explicit VR
-// little endian unless the text or an option says otherwise. The exit status.
-int file_from_text(const std::string& in, const std::string& out, const WriteOptions& write,
-                   const std::function<VX_STATUS(int32_t, FileSource&)>& read);
+// One form, both ways.
+struct TextForm {
+  std::function<VX_STATUS(int32_t id, TextSink& sink)> write;
+  // The status of the library; an error text of the program's own in `problem`.
+  std::function<VX_STATUS(int32_t id, FileSource& source, std::string& problem)> read;
+  const char* end = "";  // behind each text
+  // Works on the whole text of a file before it goes out: an error text, empty on success.
+  std::function<std::string(const DicomFile& file, std::string& text)> finish{};
+  // What of a file the form has no place for, empty for nothing.
+  std::function<std::string(const DicomFile& file)> loss{};
+};
+
+// The run of a subcommand: files to standard output, or with --back one text file to a DICOM file, in
+// explicit VR little endian unless the text or an option says otherwise.
+int run_text_form(const Args& args, const char* name, const TextForm& form);
 
 }  // namespace vexal

@@ -1,0 +1,85 @@
+#include "text/bulk_text.h"
+
+#include <algorithm>
+#include <bit>
+
+#include "frame/no_throw.h"
+#include "model/values.h"
+#include "model/vr.h"
+#include "text/base64.h"
+
+namespace vx {
+
+namespace {
+
+// A value that lies in one piece is handed on in steps, so that its text need not lie in one.
+constexpr std::size_t kStep = 48U * 1024U;
+
+// Calls `take` with the pieces of the value.
+template <typename Take>
+VX_STATUS each_piece(MsgObj& object, TagObj& attribute, Take take) {
+  const auto in_order = [&](const void* data, std::size_t size) {
+    if constexpr (std::endian::native == std::endian::big) {
+      std::string swapped(size, '\0');
+      copy_swapped(swapped.data(), data, size, vr_width(attribute.VR));
+      return take(swapped.data(), size);
+    } else {
+      return take(static_cast<const char*>(data), size);
+    }
+  };
+  VX_STATUS status = VX_NORMAL_COMPLETION;
+  if (attribute.Storage == 'M') {
+    for (const ValueObj* piece = attribute.FirstValue; piece != nullptr; piece = piece->Next) {
+      const auto* bytes = static_cast<const char*>(piece->Data);
+      const std::size_t size = bytes != nullptr ? piece->Length : 0;
+      for (std::size_t at = 0; at < size && status == VX_NORMAL_COMPLETION; at += kStep)
+        status = in_order(bytes + at, std::min(kStep, size - at));
+    }
+    return status;
+  }
+  const auto reader = [](int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
+    if (size == 0) return VX_STATUS{VX_NORMAL_COMPLETION};
+    return no_throw([&] { return (*static_cast<decltype(in_order)*>(user))(data, size); });
+  };
+  auto work = in_order;
+  status = value_to_function(object, attribute, &work, reader);
+  return status == VX_NULL_VALUE ? VX_STATUS{VX_NORMAL_COMPLETION} : status;
+}
+
+}  // namespace
+
+VX_STATUS add_base64(MsgObj& object, TagObj& attribute, TextOutput& output) {
+  Base64Writer base64(output.text());
+  const VX_STATUS status = each_piece(object, attribute, [&](const char* data, std::size_t size) {
+    base64.add(data, size);
+    return output.pause();
+  });
+  base64.finish();
+  return status;
+}
+
+VX_STATUS add_base64_lines(MsgObj& object, TagObj& attribute, std::string& out, std::size_t& length) {
+  Base64Writer base64(out, true);
+  const VX_STATUS status = each_piece(object, attribute, [&](const char* data, std::size_t size) {
+    base64.add(data, size);
+    length += size;
+    return VX_STATUS{VX_NORMAL_COMPLETION};
+  });
+  base64.finish();
+  return status;
+}
+
+VX_STATUS add_hex(MsgObj& object, TagObj& attribute, std::string& out, std::size_t& length) {
+  return each_piece(object, attribute, [&](const char* data, std::size_t size) {
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    for (std::size_t i = 0; i < size; ++i) {
+      const auto byte = static_cast<uint8_t>(data[i]);
+      if (length++ != 0) out += ' ';
+      out += kDigits[byte >> 4];
+      out += kDigits[byte & 15U];
+    }
+    return VX_STATUS{VX_NORMAL_COMPLETION};
+  });
+}
+
+}  // namespace vx

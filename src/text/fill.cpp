@@ -1,0 +1,175 @@
+#include "text/fill.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <iterator>
+#include <limits>
+
+#include "frame/log.h"
+#include "model/attributes.h"
+#include "model/convert.h"
+#include "model/private_blocks.h"
+#include "model/values.h"
+#include "model/vr.h"
+#include "text/base64.h"
+
+namespace vx {
+
+namespace {
+
+constexpr uint32_t block_of_creator(uint32_t tag) {
+  return (tag & 0xFFFF0000U) | ((tag & 0xFFU) << 8);
+}
+
+// A number that a type can not hold is nothing if it is too small, and out of range if it is too large.
+template <typename T>
+bool read_real(std::string_view text, T& value) {
+  const char* end = text.data() + text.size();
+  auto read = std::from_chars(text.data(), end, value);
+  if (text.empty() || read.ec == std::errc::invalid_argument || read.ptr != end) return false;
+  if (read.ec == std::errc{}) return true;
+  long double wide = 0;
+  read = std::from_chars(text.data(), end, wide);
+  const std::size_t exponent = text.find_first_of("eE");
+  const bool tiny = read.ec == std::errc{} ? std::abs(wide) < 1
+                                           : exponent != std::string_view::npos && text[exponent + 1] == '-';
+  value = tiny ? T{0} : std::numeric_limits<T>::infinity();
+  return true;
+}
+
+}  // namespace
+
+void FillTarget::note_creator(uint32_t tag, std::string code) {
+  creators.emplace_back(block_of_creator(tag), std::move(code));
+}
+
+std::string FillTarget::creator(uint32_t tag) const {
+  const auto known = std::find_if(creators.rbegin(), creators.rend(),
+                                  [&](const auto& row) { return row.first == (tag & 0xFFFFFF00U); });
+  return known != creators.rend() ? known->second : std::string(creator_of(object, tag));
+}
+
+void FillTarget::filled(const TagObj& attribute) {
+  if (attribute.Tag != kSpecificCharacterSet) return;
+  set = text_set_of(object, set);
+  charsets.known = false;
+}
+
+int32_t vr_of_document(std::string_view letters) {
+  if (letters == "OV" || is_wide_integer(letters)) return VX_VR_UN;
+  return letters.size() == 2 ? vr_from_letters(letters[0], letters[1]) : -1;
+}
+
+VX_STATUS append_wide_integer(std::string_view letters, std::string_view text, std::string& bytes) {
+  uint64_t number = 0;
+  const char* end = text.data() + text.size();
+  std::from_chars_result read{};
+  if (letters == "SV") {
+    int64_t value = 0;
+    read = std::from_chars(text.data(), end, value);
+    number = static_cast<uint64_t>(value);
+  } else {
+    read = std::from_chars(text.data(), end, number);
+  }
+  if (text.empty() || read.ec == std::errc::invalid_argument || read.ptr != end) return VX_INCOMPATIBLE_VALUE;
+  if (read.ec != std::errc{}) return VX_VALUE_OUT_OF_RANGE;
+  for (unsigned shift = 0; shift < 64; shift += 8) bytes += static_cast<char>((number >> shift) & 0xFFU);
+  return VX_NORMAL_COMPLETION;
+}
+
+void take_vr(FillTarget& target, TagObj& attribute, int32_t vr) {
+  if (vr < 0 || attribute.VR == vr) return;
+  clear_value(target.object, attribute, false, true);
+  attribute.VR = vr;
+}
+
+VX_STATUS fill_null(FillTarget& target, TagObj& attribute, bool first) {
+  return first ? set_null(target.object, attribute) : set_next_null(attribute);
+}
+
+VX_STATUS fill_text(FillTarget& target, TagObj& attribute, std::string_view utf8, bool first,
+                    std::string& work) {
+  const std::string_view text = from_utf8(utf8, target.set, work);
+  if (text.empty()) return fill_null(target, attribute, first);
+  CharsetCache* charsets = attribute.Tag > kSpecificCharacterSet ? &target.charsets : nullptr;
+  return set_text(target.object, attribute, text, first, charsets);
+}
+
+VX_STATUS fill_tag(FillTarget& target, TagObj& attribute, std::string_view digits, int base, bool first) {
+  std::string plain(digits);
+  std::erase(plain, ',');
+  uint32_t tag = 0;
+  if (!read_number(std::string_view(plain), tag, base)) return VX_INCOMPATIBLE_VALUE;
+  return set_value(target.object, attribute, VX_UINT_TYPE, &tag, first);
+}
+
+VX_STATUS fill_real(FillTarget& target, TagObj& attribute, std::string_view text, bool first) {
+  float narrow = 0;
+  double wide = 0;
+  const bool single = attribute.VR == VX_VR_FL;
+  if (!(single ? read_real(text, narrow) : read_real(text, wide))) return VX_INCOMPATIBLE_VALUE;
+  if (std::isinf(single ? narrow : wide) && text.find_first_of("0123456789") != std::string_view::npos)
+    return VX_VALUE_OUT_OF_RANGE;
+  return single ? set_value(target.object, attribute, VX_FLOAT_TYPE, &narrow, first)
+                : set_value(target.object, attribute, VX_DOUBLE_TYPE, &wide, first);
+}
+
+std::string bytes_of_base64(const FillTarget& target, uint32_t tag, std::string_view base64) {
+  bool clean = true;
+  std::string bytes = decode_base64(base64, clean);
+  if (!clean) {
+    VX_LOG_WARN(target.function, "Characters that are no Base64 were passed over in attribute 0x%8.8X", tag);
+  }
+  return bytes;
+}
+
+VX_STATUS fill_bytes(FillTarget& target, TagObj& attribute, std::string& bytes) {
+  const std::size_t width = vr_width(attribute.VR);
+  if (std::endian::native == std::endian::big && width > 1) {
+    bytes.resize(bytes.size() / width * width);
+    copy_swapped(bytes.data(), bytes.data(), bytes.size(), vr_width(attribute.VR));
+  }
+  if (bytes.empty()) return set_null(target.object, attribute);
+  if (bytes.size() % 2 != 0) bytes += '\0';
+  if (bytes.size() >= kUndefinedLength) return VX_VALUE_TOO_LARGE;
+  const VX_STATUS status =
+      value_from_buffer(target.object, attribute, bytes.data(), static_cast<uint32_t>(bytes.size()));
+  if (status != VX_NORMAL_COMPLETION) {
+    VX_LOG_ERR(target.function, "Failed to set value for attribute 0x%8.8X, error \"%s\"", attribute.Tag,
+               status_text(status));
+  }
+  return status;
+}
+
+std::string_view unescape(std::string_view text, std::string& work) {
+  static constexpr std::pair<std::string_view, char> kNames[] = {
+      {"&lt;", '<'}, {"&gt;", '>'}, {"&amp;", '&'}, {"&quot;", '"'}, {"&apos;", '\''}};
+  if (text.find('&') == std::string_view::npos) return text;
+  std::string plain;
+  plain.reserve(text.size());
+  while (!text.empty()) {
+    const std::size_t mark = std::min(text.find('&'), text.size());
+    plain += text.substr(0, mark);
+    text.remove_prefix(mark);
+    if (text.empty()) break;
+    const auto* name = std::find_if(std::begin(kNames), std::end(kNames),
+                                    [&](const auto& row) { return text.starts_with(row.first); });
+    int code = 0;
+    if (name != std::end(kNames)) {
+      plain += name->second;
+      text.remove_prefix(name->first.size());
+    } else if (text.size() >= 5 && text[1] == '#' && text[4] == ';' && read_number(text.substr(2, 2), code) &&
+               code >= 1 && code <= 31) {
+      plain += static_cast<char>(code);
+      text.remove_prefix(5);
+    } else {
+      plain += '&';
+      text.remove_prefix(1);
+    }
+  }
+  work = std::move(plain);
+  return work;
+}
+
+}  // namespace vx
