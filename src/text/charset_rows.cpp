@@ -326,6 +326,8 @@ bool unicode_enabled() {
 
 bool charset_available(const CharsetRow& row) {
   if (row.kind == Set::Ascii || row.kind == Set::Utf8 || row.kind == Set::Katakana) return true;
+  const IcuUse use;
+  if (!use.loaded()) return true;
   Converter& converter = converter_of(row);
   const std::lock_guard lock(converter.lock);
   return open_converter(row, converter);

@@ -48,10 +48,11 @@ class IcuUse {
   bool loaded_;
 };
 
-// The following need ICU in use, for all kinds but Ascii, Utf8 and Katakana. False: the row's converter can
-// not be had, or it can not convert.
-
+// False if ICU is loaded and has no converter for the row. Not for those that have ICU in use.
 bool charset_available(const CharsetRow& row);
+
+// The following need ICU in use, for all kinds but Ascii, Utf8 and Katakana.
+
 // Appends characters of bytes that are of this set alone. U+FFFD stands for what is none, and the result is
 // false.
 bool decode_run(const CharsetRow& row, std::string_view bytes, std::u16string& out);
