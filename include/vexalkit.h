@@ -1763,7 +1763,8 @@ VX_API VX_STATUS VX_RLE_Decompressor(int32_t MsgID, void** Context, uint32_t Dat
  * K
  *     * factor / 32, from 1 to 255: 32 takes the tables as they are, larger is coarser
  *   COMPRESSION_RGB_TRANSFORM_FORMAT  "YBR_FULL_422": RGB loses half its chrominance samples in JPEG
- *   JPEG_LS_LOSSY  is near-lossless with 10, or half the largest sample if that is less
+ *   JPEG_LS_LOSSY  is near-lossless with 10, or half the largest sample if that is less; a signed frame with
+ *     samples that near to the ends of their range, where an error would turn the sign, is coded without loss
  *   COMPRESSION_WHEN_J2K_USE_LOSSY  JPEG_2000 is lossy, else lossless
  *   COMPRESSION_J2K_LOSSY_RATIO  bits allocated over bits written
  *   COMPRESSION_J2K_LOSSY_QUALITY, with COMPRESSION_J2K_LOSSY_USE_QUALITY  tenths of the bits of a pixel that

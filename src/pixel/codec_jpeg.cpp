@@ -257,6 +257,17 @@ void widen(uint8_t* frame, std::size_t samples) {
   }
 }
 
+// The cosine transform has 12 bits; what it makes of an image of fewer may overshoot their range.
+void clamp_to_stored(const ImageAttributes& image, uint8_t* frame) {
+  const auto most = static_cast<uint16_t>((1U << image.BitsStored) - 1);
+  for (std::size_t i = 0; i + 1 < image.FrameSize; i += 2) {
+    uint16_t v;
+    std::memcpy(&v, frame + i, 2);
+    v = std::min(v, most);
+    std::memcpy(frame + i, &v, 2);
+  }
+}
+
 int decode_own(const ImageAttributes& image, const uint8_t* data, std::size_t size, jpeg::Shape& shape,
                uint8_t* frame) {
   if (shape.rows != image.Rows || shape.columns != image.Columns ||
@@ -266,6 +277,8 @@ int decode_own(const ImageAttributes& image, const uint8_t* data, std::size_t si
   const uint32_t precision = shape.precision;
   const jpeg::Fault fault = jpeg::decode(data, size, shape, image.BitsAllocated == 16, frame);
   if (fault != jpeg::kNone) return status_of(fault);
+  const bool overshoots = shape.process != 0xC3 && image.BitsStored < precision;
+  if (overshoots && image.PixelRepresentation == 0) clamp_to_stored(image, frame);
   extend_sign(image, frame, precision);
   return shape.ends_well ? kCodecDone : kCodecBadEnd;
 }

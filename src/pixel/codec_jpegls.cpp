@@ -174,6 +174,22 @@ int decompress(const ImageAttributes& image, bool, const uint8_t* data, std::siz
   return kCodecNoMemory;
 }
 
+// The stream knows no signs: at either end of their range an error would make the largest sample the
+// smallest.
+template <typename Sample>
+bool any_at_ends(const void* source, std::size_t count, uint32_t precision, int near) {
+  const auto* samples = static_cast<const Sample*>(source);
+  const int middle = 1 << (precision - 1);
+  return std::any_of(samples, samples + count,
+                     [&](Sample v) { return v >= middle - near && v < middle + near; });
+}
+bool turns_signs(const ImageAttributes& image, const void* source, uint32_t precision, int near) {
+  if (image.PixelRepresentation == 0 || near == 0) return false;
+  const std::size_t count = image.FrameSize / image.sample_bytes();
+  return precision > 8 ? any_at_ends<uint16_t>(source, count, precision, near)
+                       : any_at_ends<uint8_t>(source, count, precision, near);
+}
+
 int compress(const ImageAttributes& image, const CodecSettings& settings, const uint8_t* frame,
              std::vector<uint8_t>& out) try {
   if (!load_library()) return kCodecNotLoaded;
@@ -204,7 +220,8 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
   const charls_frame_info info{image.Columns, image.Rows, static_cast<int32_t>(precision),
                                static_cast<int32_t>(image.SamplesPerPixel)};
   // Beyond half the largest sample the library does not work.
-  const int near = std::min(settings.near, ((1 << precision) - 1) / 2);
+  int near = std::min(settings.near, ((1 << precision) - 1) / 2);
+  if (turns_signs(image, source, precision, near)) near = 0;
   const auto mode = static_cast<charls_interleave_mode>(image.SamplesPerPixel > 1 ? 1 : 0);
   std::size_t room = 0;
   std::size_t written = 0;

@@ -1,10 +1,14 @@
 #!/usr/bin/env python3
-"""Frames as vexal pixel shows them against dcmtk, and files that vexal compressed decoded by two peers.
+"""Frames as vexal pixel shows them against dcmtk, and files that vexal compressed decoded by two peers or more.
 
 usage: pixels.py VEXAL SAMPLES
 Exit 77 (skipped) where the samples or the peers are missing.
 """
+import array
+import collections
+import concurrent.futures
 import glob
+import importlib.util
 import os
 import shutil
 import struct
@@ -12,6 +16,9 @@ import subprocess
 import sys
 import tempfile
 import zlib
+
+import pydicom
+from pydicom.dataset import FileDataset, FileMetaDataset
 
 VEXAL, SAMPLES = sys.argv[1], sys.argv[2]
 RENDERERS = ["dcmj2pnm", "dcml2pnm"]
@@ -131,9 +138,6 @@ def check_rendering(folder):
     print(seen, "images rendered as dcmtk does")
 
 
-DECODERS = {"rle": ["dcmdrle"], "jpeg-lossless": ["dcmdjpeg"], "jpeg-ls": ["dcmdjpls"], "jpeg2000": None}
-
-
 def raw_frames(path, folder):
     shutil.rmtree(folder, ignore_errors=True)
     result = run(VEXAL, "pixel", "extract", "--quiet", path, folder + "/")
@@ -141,46 +145,241 @@ def raw_frames(path, folder):
     return result.returncode, [open(name, "rb").read() for name in names if os.path.isfile(name)]
 
 
+# --- Images made here, compressed by vexal, decompressed by others ---
+
+SIZES = [(1, 1), (7, 5), (3, 513)]  # rows and columns
+
+
+class Image:
+    """Pixels as one list of samples, frame by frame, pixel by pixel."""
+
+    def __init__(self, rows, columns, stored, signed=0, photometric="MONOCHROME2", planar=0, frames=1):
+        self.rows, self.columns, self.stored, self.signed = rows, columns, stored, signed
+        self.photometric, self.planar, self.frames = photometric, planar, frames
+        self.samples = 1 if photometric == "MONOCHROME2" else 3
+        self.bytes = 1 if stored <= 8 else 2
+        self.name = "%s%d%s-%dx%d-%d%s" % (photometric.lower(), stored, "s" if signed else "u", rows, columns, frames, "p" if planar else "")
+        seed, value, low = zlib.crc32(self.name.encode()), 0, -(1 << stored - 1) if signed else 0
+        high, self.pixels = low + (1 << stored) - 1, []
+        for _ in range(rows * columns * self.samples * frames):
+            seed = (seed * 1664525 + 1013904223) & 0xFFFFFFFF
+            roll = seed >> 24
+            if roll < 20:  # an edge; then noise, and flat parts between
+                value = low + (seed >> 4) % (1 << stored)
+            elif roll < 160:
+                value += (seed >> 8) % 7 - 3
+            value = min(max(value, low), high)
+            self.pixels.append(value)
+
+    def write(self, path):
+        data = FileDataset(path, {}, preamble=b"\0" * 128, file_meta=FileMetaDataset())
+        data.is_little_endian, data.is_implicit_VR = True, False
+        data.file_meta.TransferSyntaxUID = "1.2.840.10008.1.2.1"
+        data.SOPClassUID = data.file_meta.MediaStorageSOPClassUID = "1.2.840.10008.5.1.4.1.1.3.1"
+        data.SOPInstanceUID = data.file_meta.MediaStorageSOPInstanceUID = "1.2.3.%d" % zlib.crc32(self.name.encode())
+        data.StudyInstanceUID, data.SeriesInstanceUID, data.Modality, data.PatientID = "1.2.3.1", "1.2.3.2", "OT", "P"
+        data.SamplesPerPixel, data.PhotometricInterpretation = self.samples, self.photometric
+        if self.samples == 3:
+            data.PlanarConfiguration = self.planar
+        if self.frames > 1:
+            data.NumberOfFrames = self.frames
+        data.Rows, data.Columns, data.BitsAllocated = self.rows, self.columns, 8 * self.bytes
+        data.BitsStored, data.HighBit, data.PixelRepresentation = self.stored, self.stored - 1, self.signed
+        pixels = self.pixels
+        if self.planar:
+            size = self.rows * self.columns * 3
+            pixels = [v for f in range(self.frames) for s in range(3) for v in pixels[f * size + s:(f + 1) * size:3]]
+        raw = array.array("bBhH"[2 * (self.bytes - 1) + 1 - self.signed], pixels).tobytes()
+        data.add_new(0x7FE00010, "OW" if self.bytes == 2 else "OB", raw + b"\0" * (len(raw) % 2))
+        data.save_as(path)
+
+
+def samples_of(path, image):
+    """As Image.pixels; None where the file does not hold such an image."""
+    data = pydicom.dcmread(path)
+    if (data.Rows, data.Columns, data.SamplesPerPixel) != (image.rows, image.columns, image.samples) or "PixelData" not in data:
+        return None
+    values = array.array("bBhH"[2 * (data.BitsAllocated // 8 - 1) + 1 - data.PixelRepresentation])
+    count = len(image.pixels)
+    values.frombytes(data.PixelData[:count * values.itemsize])
+    values = list(values)
+    if len(values) < count:
+        return None
+    if data.get("PlanarConfiguration", 0) == 1:
+        size = count // image.frames
+        values = [values[f * size + i % 3 * (size // 3) + i // 3] for f in range(image.frames) for i in range(size)]
+    if data.PixelRepresentation and data.BitsStored < data.BitsAllocated:  # the sign stands in Bits Stored
+        values = with_sign(values, data.BitsStored)
+    if data.PhotometricInterpretation.startswith("YBR") and image.photometric == "RGB":
+        values = [min(max(round(v), 0), 255) for y, b, r in zip(values[0::3], values[1::3], values[2::3])
+                  for v in (y + 1.402 * (r - 128), y - 0.344136 * (b - 128) - 0.714136 * (r - 128), y + 1.772 * (b - 128))]
+    return values
+
+
+def with_sign(values, bits):
+    half = 1 << bits - 1
+    return [((v + half) & (2 * half - 1)) - half for v in values]
+
+
+def distance(a, b):
+    return 1 << 30 if a is None or b is None or len(a) != len(b) else max(abs(x - y) for x, y in zip(a, b))
+
+
+class Target:
+    """What --to makes of which images, the programs that take it apart, and how far they may be from what vexal makes of it:
+    for grey and for colour, which a peer may interpolate in other ways."""
+
+    def __init__(self, name, peers, takes, grey=0, colour=0, from_source=0):
+        self.name, self.peers, self.takes = name, peers, takes
+        self.grey, self.colour, self.from_source = grey, colour, from_source
+
+
+GDCM = ["gdcmconv", "--raw"]
+# Each pair of programs stands on codecs of its own, but for ffmpeg and opj_decompress, which get code streams.
+GREY_OR_RGB8 = lambda i: i.samples == 1 or (i.photometric == "RGB" and i.bytes == 1)
+TARGETS = [
+    Target("rle", [["dcmdrle"], "pydicom"], lambda i: True),
+    Target("jpeg-lossless", [["dcmdjpeg"], GDCM], lambda i: i.photometric != "YBR_FULL"),
+    Target("jpeg-ls", [["dcmdjpls"], GDCM, "ffmpeg"], GREY_OR_RGB8),
+    Target("jpeg2000", [GDCM, "opj", "ffmpeg"], GREY_OR_RGB8),
+    Target("jpeg", [["dcmdjpeg"], GDCM], lambda i: i.stored == 8 and i.photometric != "YBR_FULL", 1, 3, None),
+    Target("jpeg-12", [["dcmdjpeg"], GDCM], lambda i: GREY_OR_RGB8(i) and (i.stored == 8 or i.stored in (10, 12) and not i.signed), 1, 3, None),
+    Target("jpeg-ls-near", [["dcmdjpls"], GDCM, "ffmpeg"], GREY_OR_RGB8, 0, 0, 10),
+    Target("jpeg2000-lossy", [GDCM, "opj"], GREY_OR_RGB8, 1, 1, None),
+]
+
+
+def made_images():
+    images = []
+    for rows, columns in SIZES:
+        for frames in (1, 3):
+            for stored in range(8, 17):
+                images += [Image(rows, columns, stored, signed, frames=frames) for signed in (0, 1)]
+            for photometric in ("RGB", "YBR_FULL"):
+                images += [Image(rows, columns, 8, 0, photometric, planar, frames) for planar in (0, 1)]
+            images.append(Image(rows, columns, 16, 0, "RGB", 0, frames))
+    return images
+
+
+def decode_by_program(command, packed, image):
+    back = packed + "." + command[0]
+    result = run(*command, packed, back)
+    return samples_of(back, image) if result.returncode == 0 and os.path.exists(back) else None
+
+
+def from_stream(raw, image):
+    """Samples as a decoder of code streams gives them, without their sign."""
+    values = array.array("B" if image.bytes == 1 else "H")
+    if len(raw) != len(image.pixels) // image.frames * values.itemsize:
+        return None
+    values.frombytes(raw)
+    return list(values)
+
+
+def by_ffmpeg(streams):
+    """Many in one process; a name and what came of it."""
+    for at in range(0, len(streams), 40):
+        part = streams[at:at + 40]
+        command = ["ffmpeg", "-loglevel", "error", "-y"]
+        for path, _ in part:
+            command += ["-f", "jpegls_pipe" if path.endswith(".jls") else "j2k_pipe", "-i", path]
+        for i, (path, image) in enumerate(part):
+            kind = ["-pix_fmt", "rgb24"] if image.samples == 3 else []
+            command += ["-map", "%d:v" % i, "-frames:v", "1", *kind, "-f", "rawvideo", path + ".raw"]
+        run(*command)
+    for path, image in streams:
+        raw = open(path + ".raw", "rb").read() if os.path.exists(path + ".raw") else b""
+        values = from_stream(raw, image)
+        if values and image.bytes == 2:  # it fills the word from above
+            values = [v >> 16 - image.stored for v in values]
+        if values and image.signed and path.endswith(".j2k"):  # zero stands in the middle of its range
+            values = [v ^ 1 << image.stored - 1 for v in values]
+        yield path, with_sign(values, image.stored) if values and image.signed else values
+
+
+def by_pydicom(path):
+    return pydicom.dcmread(path).pixel_array.reshape(-1).tolist()  # by pixel, whatever the order in the file
+
+
+def by_opj(streams):
+    if streams:
+        run("opj_decompress", "-ImgDir", os.path.dirname(streams[0][0]), "-OutFor", "RAWL")
+    for path, image in streams:
+        out = path[:-4] + ".rawl"
+        values = from_stream(open(out, "rb").read() if os.path.exists(out) else b"", image)
+        if values and image.samples == 3:  # planes
+            size = len(values) // 3
+            values = [values[i % 3 * size + i // 3] for i in range(size * 3)]
+        yield path, with_sign(values, image.stored) if values and image.signed else values
+
+
+STREAM_DECODERS = {"ffmpeg": by_ffmpeg, "opj": by_opj}
+
+
+def check_target(target, images, folder):
+    names = ["source", "packed", "back", "streams"]
+    source, packed, back, streams = (os.path.join(folder, target.name, n) for n in names)
+    for name in (source, streams):
+        os.makedirs(name)
+    for image in images:
+        os.link(os.path.join(folder, "images", image.name), os.path.join(source, image.name))
+    result = run(VEXAL, "convert", "--quiet", "--to", target.name, source, packed)
+    taken = [i for i in images if os.path.exists(os.path.join(packed, i.name))]
+    for image in images:
+        if target.takes(image) != (image in taken):
+            fail("%s is %s" % (image.name, "taken by " + target.name if image in taken else "refused: " + target.name))
+    if (result.returncode == 0) != (len(taken) == len(images)):
+        fail("%s: exit %d" % (target.name, result.returncode))
+    if run(VEXAL, "convert", "--quiet", "--to", "explicit", packed, back).returncode != 0:
+        fail("%s: vexal can not undo it" % target.name)
+    ours = {}
+    for image in taken:
+        path = os.path.join(back, image.name)
+        ours[image.name] = samples_of(path, image) if os.path.exists(path) else None
+        if target.from_source is not None and distance(ours[image.name], image.pixels) > target.from_source:
+            fail("%s: %s comes back %d apart" % (target.name, image.name, distance(ours[image.name], image.pixels)))
+
+    seen = collections.Counter()
+
+    def judge(peer, image, values, count=None):
+        seen[image.name] += 1
+        if target.name == "jpeg-12" and values:  # what overshoots the range: one peer leaves it, the other masks it
+            top = (1 << image.stored) - 1
+            values = [top if mine == top and (v < 64 or v > top) else v for v, mine in zip(values, ours[image.name])]
+        apart = distance(values, ours[image.name] and ours[image.name][:count])
+        if apart > (target.grey if image.samples == 1 else target.colour):
+            fail("%s: %s %s" % (target.name, image.name, peer + (" refuses it" if values is None else " gives other pixels, %d apart" % apart)))
+
+    for peer in target.peers:
+        if isinstance(peer, list):
+            with concurrent.futures.ThreadPoolExecutor(2) as pool:
+                decoded = pool.map(lambda i: decode_by_program(peer, os.path.join(packed, i.name), i), taken)
+                for image, values in zip(taken, decoded):
+                    judge(peer[0], image, values)
+        elif peer == "pydicom":
+            for image in taken if importlib.util.find_spec("numpy") else []:
+                judge(peer, image, by_pydicom(os.path.join(packed, image.name)))
+        elif shutil.which({"opj": "opj_decompress"}.get(peer, peer)):
+            suffix, by_path = ".jls" if "ls" in target.name else ".j2k", {}
+            for image in taken:
+                path = os.path.join(streams, image.name.replace(".", "_") + suffix)
+                by_path[path] = image
+                run(VEXAL, "pixel", "extract", "--quiet", "--compressed", "--frame", "1", os.path.join(packed, image.name), path)
+            for path, values in STREAM_DECODERS[peer](list(by_path.items())):
+                image = by_path[path]
+                judge(peer, image, values, len(image.pixels) // image.frames)
+    return sum(seen.values())
+
+
 def check_peers(folder):
-    done = 0
-    sources = ["pix/nm-13frames.dcm", "pix/rgb-odd-le.dcm", "pix/us-rgb-be.dcm"]
-    for name in sources:
-        source = os.path.join(SAMPLES, name)
-        plain = os.path.join(folder, "plain.dcm")
-        if run(VEXAL, "convert", "--quiet", "--to", "explicit", source, plain).returncode != 0:
-            fail(name + ": can not be converted to explicit")
-            continue
-        for target, decoder in DECODERS.items():
-            packed = os.path.join(folder, "packed.dcm")
-            result = run(VEXAL, "convert", "--quiet", "--to", target, plain, packed)
-            if result.returncode != 0:
-                fail("%s to %s: %s" % (name, target, result.stdout.decode()[-200:]))
-                continue
-            peers = [["gdcmconv", "--raw"]] + ([decoder] if decoder else [])
-            for peer in peers:
-                back = os.path.join(folder, "back.dcm")
-                if os.path.exists(back):
-                    os.remove(back)
-                result = run(*peer, packed, back)
-                if result.returncode != 0:
-                    fail("%s: %s refuses %s" % (name, peer[0], target))
-                    continue
-                if by_pixel(back, folder, "got") != by_pixel(plain, folder, "want"):
-                    fail("%s: %s decodes other pixels from %s" % (name, peer[0], target))
-                done += 1
-    print(done, "decodings by peers")
-
-
-def by_pixel(path, folder, sub):
-    """The pictures, whatever the order of samples."""
-    pictures = []
-    count = len(raw_frames(path, os.path.join(folder, sub))[1])
-    for number in range(1, count + 1):
-        png = os.path.join(folder, sub + ".png")
-        if run(VEXAL, "pixel", "render", "--quiet", "--window-number", "0", "--frame", str(number), path, png).returncode:
-            return None
-        pictures.append(read_png(png)[3])
-    return pictures
+    images, done = made_images(), 0
+    os.mkdir(os.path.join(folder, "images"))
+    for image in images:
+        image.write(os.path.join(folder, "images", image.name))
+    for target in TARGETS:
+        done += check_target(target, images, folder)
+        shutil.rmtree(os.path.join(folder, target.name))
+    print(done, "decodings of", len(images), "images by peers")
 
 
 def check_offsets(folder):

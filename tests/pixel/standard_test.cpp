@@ -152,6 +152,7 @@ TEST_F(Standard, LossySyntaxesStayNear) {
       {JPEG_EXTENDED_2_4, {.rows = 40, .columns = 33, .allocated = 16, .stored = 10}, 4},
       {JPEG_LS_LOSSY, {.rows = 40, .columns = 33, .allocated = 16, .stored = 12}, 10},
       {JPEG_LS_LOSSY, {.rows = 40, .columns = 33, .allocated = 16, .stored = 2}, 1},
+      {JPEG_LS_LOSSY, {.rows = 40, .columns = 33, .is_signed = 1}, 0},  // samples at the ends of their range
       {JPEG_2000, {.rows = 40, .columns = 33, .allocated = 16, .stored = 12}, 200},
   };
   for (const Case& c : cases) {
@@ -162,6 +163,8 @@ TEST_F(Standard, LossySyntaxesStayNear) {
     std::string back;
     ASSERT_EQ(there_and_back(frame, 0, back), VX_NORMAL_COMPLETION);
     ASSERT_EQ(back.size(), frame.size());
+    for (std::size_t i = 1; c.image.allocated == 16 && i < back.size(); i += 2)
+      ASSERT_LT(static_cast<uint8_t>(back[i]), 1 << std::max(c.image.stored - 8, 0)) << "above Bits Stored";
     EXPECT_LE(root_mean_square(frame, back, static_cast<std::size_t>(c.image.allocated / 8)), c.limit);
     EXPECT_LT(value(id_).size(), frame.size() + 400);
   }
