@@ -1,160 +1,45 @@
 // vexal convert: the same object in another transfer syntax.
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
 
 #include "charset.h"
 #include "commands.h"
 #include "files.h"
 #include "parallel.h"
+#include "recode.h"
 #include "session.h"
-#include "uid.h"
 #include "write_options.h"
 
 namespace vexal {
 namespace {
 
 constexpr Option kOptions[] = {
-    {"--to", "SYNTAX",
-     "the target: a UID, or implicit, explicit, big-endian, deflated, rle, jpeg, jpeg-12, jpeg-lossless, "
-     "jpeg-ls, "
-     "jpeg-ls-near, jpeg2000, jpeg2000-lossy"},
+    {"--to", "SYNTAX", "the target: " VEXAL_SYNTAX_NAMES},
     VEXAL_CHARSET_OPTIONS,
     VEXAL_WRITE_OPTIONS,
-    {"--threads", "N", "files converted at once (default: the processors)"},
+    {"--threads", "N", "files, or frames of one file, converted at once (default: the processors)"},
 };
-
-struct ShortName {
-  const char* name;
-  VX_TRANSFER_SYNTAX syntax;
-};
-constexpr ShortName kShortNames[] = {
-    {"implicit", IMPLICIT_LITTLE_ENDIAN},
-    {"explicit", EXPLICIT_LITTLE_ENDIAN},
-    {"little-endian", EXPLICIT_LITTLE_ENDIAN},
-    {"big-endian", EXPLICIT_BIG_ENDIAN},
-    {"deflated", DEFLATED_EXPLICIT_LITTLE_ENDIAN},
-    {"rle", RLE},
-    {"jpeg", JPEG_BASELINE},
-    {"jpeg-12", JPEG_EXTENDED_2_4},
-    {"jpeg-lossless", JPEG_LOSSLESS_HIER_14},
-    {"jpeg-ls", JPEG_LS_LOSSLESS},
-    {"jpeg-ls-near", JPEG_LS_LOSSY},
-    {"jpeg2000", JPEG_2000_LOSSLESS_ONLY},
-    {"jpeg2000-lossy", JPEG_2000},
-};
-
-struct EnumName {
-  const char* name;
-  VX_TRANSFER_SYNTAX syntax;
-};
-constexpr EnumName kEnumNames[] = {
-    {"IMPLICIT_LITTLE_ENDIAN", IMPLICIT_LITTLE_ENDIAN},
-    {"EXPLICIT_LITTLE_ENDIAN", EXPLICIT_LITTLE_ENDIAN},
-    {"EXPLICIT_BIG_ENDIAN", EXPLICIT_BIG_ENDIAN},
-    {"DEFLATED_EXPLICIT_LITTLE_ENDIAN", DEFLATED_EXPLICIT_LITTLE_ENDIAN},
-};
-
-// What stands behind a compressed transfer syntax; both null where nothing does.
-struct Codec {
-  VX_COMPRESSION_CALLBACK compressor;
-  VX_COMPRESSION_CALLBACK decompressor;
-  bool lossy;
-};
-Codec codec_of(VX_TRANSFER_SYNTAX syntax) {
-  switch (syntax) {
-    case RLE:
-      return {VX_RLE_Compressor, VX_RLE_Decompressor, false};
-    case JPEG_BASELINE:
-    case JPEG_EXTENDED_2_4:
-    case JPEG_LS_LOSSY:
-    case JPEG_2000:
-      return {VX_Standard_Compressor, VX_Standard_Decompressor, true};
-    case JPEG_LOSSLESS_NON_HIER_14:
-    case JPEG_LOSSLESS_HIER_14:
-    case JPEG_LS_LOSSLESS:
-    case JPEG_2000_LOSSLESS_ONLY:
-      return {VX_Standard_Compressor, VX_Standard_Decompressor, false};
-    default:
-      return {nullptr, nullptr, false};
-  }
-}
-
-bool is_uncompressed(VX_TRANSFER_SYNTAX syntax) {
-  return syntax >= IMPLICIT_LITTLE_ENDIAN && syntax <= DEFLATED_EXPLICIT_LITTLE_ENDIAN;
-}
-
-bool find_syntax(std::string text, VX_TRANSFER_SYNTAX& syntax) {
-  std::string lower = text;
-  std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
-  for (const ShortName& row : kShortNames) {
-    if (lower == row.name) {
-      syntax = row.syntax;
-      return true;
-    }
-  }
-  std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::toupper(c); });
-  for (const EnumName& row : kEnumNames) {
-    if (lower == row.name) {
-      syntax = row.syntax;
-      return true;
-    }
-  }
-  return !text.empty() && VX_Get_Enum_From_Transfer_Syntax(text.data(), &syntax) == VX_NORMAL_COMPLETION;
-}
-
-bool has_pixels(const DicomFile& file) {
-  return VX_Get_Attribute_Info(file.id(), 0x7FE00010, nullptr, nullptr) == VX_NORMAL_COMPLETION;
-}
-
-// Pixels go from one form to another, frame by frame. An error text, empty on success.
-std::string recode(DicomFile& file, VX_TRANSFER_SYNTAX target) {
-  const Codec from = codec_of(file.syntax());
-  const Codec to = codec_of(target);
-  if (!is_uncompressed(file.syntax()) && from.decompressor == nullptr)
-    return "its pixel data is compressed in a way that this program can not undo";
-  if (!is_uncompressed(target) && to.compressor == nullptr)
-    return "there is no compressor for this transfer syntax";
-  if (from.decompressor != nullptr)
-    VX_Register_Compression_Callbacks(file.id(), nullptr, VX_General_Decompressor);
-  int32_t copy = -1;
-  const VX_STATUS status = VX_Duplicate_Message(file.id(), &copy, target, to.compressor, to.decompressor);
-  if (status != VX_NORMAL_COMPLETION) {
-    if (copy >= 0) VX_Free_File(&copy);
-    return VX_Error_Message(status);
-  }
-  file.adopt(copy);
-  // An image that has lost something is another image (PS3.3 section C.7.6.1.1.5).
-  if (to.lossy) {
-    const std::string uid = new_uid();
-    VX_Set_Value_From_String(file.id(), 0x00080018, uid.c_str());
-    VX_Set_Value_From_String(file.id(), 0x00020003, uid.c_str());
-  }
-  return "";
-}
 
 // Without a target, the file keeps its transfer syntax.
 FileResult convert_file(const std::string& in, const std::string& out, VX_TRANSFER_SYNTAX target,
-                        const CharsetChange& charset, const WriteOptions& options) {
-  CurrentFile current(in);
+                        const CharsetChange& charset, const WriteOptions& options, unsigned threads) {
+  const CurrentFile current(in);
   FileResult result;
   result.exit = kUsage;
   DicomFile file;
-  // Pixels that change their form have to be at hand.
-  const bool keep_out = target == 0 || is_uncompressed(target);
-  VX_STATUS status = file.open(in, {keep_out});
-  if (target == 0) target = file.syntax();
-  bool recoded = status == VX_NORMAL_COMPLETION && has_pixels(file) && file.syntax() != target &&
-                 !(is_uncompressed(file.syntax()) && is_uncompressed(target));
-  if (recoded && keep_out) status = file.open(in, {false});
+  RecodedPixels pixels;
+  VX_STATUS status = file.open(in, {});
   if (status != VX_NORMAL_COMPLETION) {
     report(in, file.problem());
     return result;
   }
-  if (!file.has_meta() && recoded) file.set_syntax(file.syntax());
-  const std::string problem = recoded ? recode(file, target) : "";
+  if (target == 0) target = file.syntax();
+  std::string problem;
+  const KeptValue* kept = file.kept(file.id(), 0x7FE00010);
+  if (kept != nullptr && kept->length != 0xFFFFFFFFU && !is_uncompressed(file.syntax()))
+    problem = "its pixel data is not encapsulated, as its transfer syntax demands";
+  else if (RecodedPixels::needed(file, target))
+    problem = pixels.attach(file, target, threads, RecodedPixels::When::AsRead);
   if (problem.empty()) status = file.set_syntax(target);
   if (!problem.empty() || status != VX_NORMAL_COMPLETION) {
     report(in, problem.empty() ? VX_Error_Message(status) : problem);
@@ -164,7 +49,7 @@ FileResult convert_file(const std::string& in, const std::string& out, VX_TRANSF
   const Exit text = charset.apply(file, write);
   const std::string error = write ? write_file(file, out, options) : "";
   if (!error.empty()) {
-    report(out, error);
+    pixels.problem().empty() ? report(out, error) : report(in, pixels.problem());
     return result;
   }
   result.exit = text;
@@ -179,7 +64,6 @@ int run(const Args& args) {
     complain("--to %s: give a transfer syntax UID, or a name that --help lists", args.get("--to").c_str());
     return kUsage;
   }
-  VX_Set_Bool_Config_Value(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE, 1);
   WriteOptions options;
   long threads = default_threads();
   if (!options.read(args) || !args.number("--threads", 1, 256, threads)) return kUsage;
@@ -187,6 +71,7 @@ int run(const Args& args) {
     complain("convert needs a file to read and one to write; --help tells more");
     return kUsage;
   }
+  prepare_recoding();
   namespace fs = std::filesystem;
   const std::string out = args.paths.back();
   const std::vector<std::string> inputs(args.paths.begin(), args.paths.end() - 1);
@@ -194,7 +79,8 @@ int run(const Args& args) {
   if (inputs.size() == 1 && !fs::is_directory(inputs[0], ignored)) {
     const std::string target_path =
         fs::is_directory(out, ignored) ? (fs::path(out) / fs::path(inputs[0]).filename()).string() : out;
-    return convert_file(inputs[0], target_path, target, charset, options).exit;
+    return convert_file(inputs[0], target_path, target, charset, options, static_cast<unsigned>(threads))
+        .exit;
   }
   // Folders keep their shape below the target folder.
   bool failed = false;
@@ -208,11 +94,15 @@ int run(const Args& args) {
       targets.push_back((fs::path(out) / below).string());
     }
   }
+  // Threads that files leave over go to their frames.
+  const auto at_once =
+      std::max<std::size_t>(1, std::min<std::size_t>(files.size(), static_cast<unsigned>(threads)));
+  const auto each = static_cast<unsigned>(static_cast<std::size_t>(threads) / at_once);
   const int worst = for_each_file(files, static_cast<unsigned>(threads), [&](const std::string& path) {
     const auto at = static_cast<std::size_t>(&path - files.data());
     std::error_code error;
     fs::create_directories(fs::path(targets[at]).parent_path(), error);
-    return convert_file(path, targets[at], target, charset, options);
+    return convert_file(path, targets[at], target, charset, options, each);
   });
   return failed ? static_cast<int>(kUsage) : worst;
 }

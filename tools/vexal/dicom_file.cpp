@@ -298,6 +298,12 @@ void DicomFile::adopt(int32_t id) {
   is_file_ = true;
 }
 
+uint64_t DicomFile::kept_size(const KeptValue& value) const {
+  bool delimited = true;
+  return value.length == 0xFFFFFFFFU ? encapsulated_end(value.offset, delimited) - value.offset
+                                     : value.length;
+}
+
 VX_STATUS DicomFile::become_message(const char* service, uint16_t command) {
   if (is_file_) {
     const VX_STATUS status = VX_File_To_Message(id_);

@@ -75,17 +75,21 @@ std::string FileSource::open(const std::string& path) {
   return "";
 }
 
-int64_t FileSource::read_at(uint64_t offset, void* buffer, std::size_t length) const {
+int64_t read_whole(int fd, uint64_t offset, void* buffer, std::size_t length) {
   auto* out = static_cast<char*>(buffer);
   std::size_t done = 0;
   while (done < length) {
-    const ssize_t got = ::pread(fd_, out + done, length - done, static_cast<off_t>(offset + done));
+    const ssize_t got = ::pread(fd, out + done, length - done, static_cast<off_t>(offset + done));
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) return -1;
     if (got == 0) break;
     done += static_cast<std::size_t>(got);
   }
   return static_cast<int64_t>(done);
+}
+
+int64_t FileSource::read_at(uint64_t offset, void* buffer, std::size_t length) const {
+  return read_whole(fd_, offset, buffer, length);
 }
 
 void FileSource::skip(uint64_t stream_offset, uint64_t length) {
@@ -216,6 +220,10 @@ bool FileSink::write(const void* data, std::size_t length) {
   std::memcpy(buffer_.data() + used_, bytes, length);
   used_ += length;
   return true;
+}
+
+std::string FileSink::problem() const {
+  return error_ != 0 ? system_text("can not write", error_) : "";
 }
 
 std::string FileSink::place(

@@ -18,6 +18,9 @@ namespace vexal {
 // Values below this size are read into memory; larger ones of the known bulk tags stay in the file.
 inline constexpr int32_t kKeepInMemory = 65536;
 
+// Bytes of an open file; fewer at its end, -1 on an error.
+int64_t read_whole(int fd, uint64_t offset, void* buffer, std::size_t length);
+
 // A value that was left in its file.
 struct KeptValue {
   uint64_t offset = 0;
@@ -95,6 +98,8 @@ class FileSink {
   void drop();  // without commit; a new open follows, or nothing
   bool write(const void* data, std::size_t length);
   const std::string& path() const { return path_; }
+  // Why a write failed; "" if none did.
+  std::string problem() const;
   // Chooses the final name when the content is there: `choose` gets the temporary name and gives the final
   // one, or an error text. Both lie in one file system.
   std::string place(
@@ -144,6 +149,7 @@ class DicomFile {
   bool has_meta() const { return has_meta_; }
   VX_TRANSFER_SYNTAX syntax() const { return syntax_; }
   const std::string& path() const { return path_; }
+  const FileSource& source() const { return source_; }
   // The value that stayed in the file, or null.
   const KeptValue* kept(int32_t id, uint32_t tag) const;
   // Hands a kept value out in its file's byte order, piece by piece; false on a read error or a refusal.
@@ -151,6 +157,9 @@ class DicomFile {
                  void* context);
   // Another file object takes the place of the one that was opened; it is freed with this.
   void adopt(int32_t id);
+  // Bytes of a kept value, from its first to its last; the whole of an encapsulated one, without a delimiter
+  // that is missing.
+  uint64_t kept_size(const KeptValue& value) const;
   // The object becomes a message of this service and command, without meta group.
   VX_STATUS become_message(const char* service, uint16_t command);
   // The file object becomes writable under another syntax.

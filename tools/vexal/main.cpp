@@ -1,4 +1,5 @@
 // The program vexal: one subcommand a task, all on the public interface of the library.
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -67,6 +68,7 @@ std::span<const Option> common_options() {
 
 int main(int argc, char** argv) {
   using namespace vexal;
+  std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is a failed write, not the end
   try {
     if (argc < 2) {
       print_help();

@@ -108,15 +108,11 @@ std::string table_fault(const PixelImage& image) {
   return "";
 }
 
-void append32(std::string& bytes, uint32_t value) {
-  bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
-}
-
 // The value anew, with the table of what the fragments tell.
 std::string rebuilt(const PixelImage& image, std::string& bytes) {
   const Encapsulated& value = image.fragments();
   if (value.starts.empty()) return "the fragments do not tell where frames begin";
-  append32(bytes, 0xE000FFFE);
+  append32(bytes, kItem);
   append32(bytes, static_cast<uint32_t>(4 * value.starts.size()));
   uint64_t length = 0;
   std::vector<uint64_t> offsets;
@@ -127,12 +123,12 @@ std::string rebuilt(const PixelImage& image, std::string& bytes) {
   if (length + bytes.size() + 4 * value.starts.size() + 8 > 0xFFFFFFF0U) return "its frames lie beyond 4 GiB";
   for (const std::size_t start : value.starts) append32(bytes, static_cast<uint32_t>(offsets[start]));
   for (const Fragment& fragment : value.fragments) {
-    append32(bytes, 0xE000FFFE);
+    append32(bytes, kItem);
     append32(bytes, fragment.length + fragment.length % 2);
     bytes.append(image.value(), fragment.data, fragment.length);
     if (fragment.length % 2 != 0) bytes.push_back('\0');
   }
-  append32(bytes, 0xE0DDFFFE);
+  append32(bytes, kDelimiter);
   append32(bytes, 0);
   return "";
 }

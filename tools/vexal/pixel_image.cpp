@@ -10,8 +10,6 @@ namespace {
 
 constexpr uint32_t kPixelData = 0x7FE00010;
 constexpr uint64_t kLargestFrame = uint64_t{1} << 31;
-constexpr uint32_t kItem = 0xE000FFFE;       // as it lies in a little endian stream
-constexpr uint32_t kDelimiter = 0xE0DDFFFE;  // likewise
 
 VX_STATUS append(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
   if (size != 0) static_cast<std::string*>(user)->append(static_cast<const char*>(data), size);
@@ -156,8 +154,13 @@ std::string PixelImage::open(const std::string& path) {
   compressed_ = syntax < IMPLICIT_LITTLE_ENDIAN || syntax > DEFLATED_EXPLICIT_LITTLE_ENDIAN;
   value_ = bytes_of(file_.id(), kPixelData);
   if (compressed_) {
-    split();
-    find_starts();
+    const auto read = [this](uint64_t offset, void* buffer, std::size_t length) {
+      if (length > value_.size() - std::min<uint64_t>(offset, value_.size())) return false;
+      std::memcpy(buffer, value_.data() + offset, length);
+      return true;
+    };
+    encapsulated_ = read_items(read, value_.size());
+    find_frames(encapsulated_, image_.frames, read);
     VX_Register_Compression_Callbacks(file_.id(), nullptr, VX_General_Decompressor);
   }
   return "";
@@ -184,59 +187,6 @@ std::string PixelImage::read_description() {
   return possible ? "" : "its pixel description is none that can be shown";
 }
 
-void PixelImage::split() {
-  std::size_t at = 0;
-  bool first = true;
-  std::size_t begin = 0;
-  encapsulated_.sound = false;
-  while (value_.size() - at >= 8) {
-    const uint32_t tag = load32(value_.data() + at);
-    const uint32_t length = load32(value_.data() + at + 4);
-    if (tag == kDelimiter) {
-      encapsulated_.sound = true;
-      return;
-    }
-    if (tag != kItem || length > value_.size() - at - 8) return;
-    if (first) {
-      for (uint32_t i = 0; i + 4 <= length; i += 4) {
-        encapsulated_.table.push_back(load32(value_.data() + at + 8 + i));
-      }
-      begin = at + 8 + length;
-    } else {
-      encapsulated_.fragments.push_back({at - begin, at + 8, length});
-    }
-    first = false;
-    at += 8 + std::size_t{length};
-  }
-}
-
-// A frame begins with a fragment of its own. Where there are more fragments than frames, the marks of the
-// code streams tell: behind an end, a beginning.
-void PixelImage::find_starts() {
-  const std::vector<Fragment>& fragments = encapsulated_.fragments;
-  std::vector<std::size_t>& starts = encapsulated_.starts;
-  if (fragments.empty()) return;
-  if (image_.frames == 1) {
-    starts.push_back(0);
-    return;
-  }
-  if (fragments.size() == image_.frames) {
-    for (std::size_t i = 0; i < fragments.size(); ++i) starts.push_back(i);
-    return;
-  }
-  bool ended = true;
-  for (std::size_t i = 0; i < fragments.size(); ++i) {
-    const auto* bytes = reinterpret_cast<const uint8_t*>(value_.data()) + fragments[i].data;
-    const uint32_t length = fragments[i].length;
-    const bool begins = length >= 2 && bytes[0] == 0xFF && (bytes[1] == 0xD8 || bytes[1] == 0x4F);
-    if (begins && ended) starts.push_back(i);
-    uint32_t end = length;
-    if (end != 0 && bytes[end - 1] == 0) --end;
-    ended = end >= 2 && bytes[end - 2] == 0xFF && bytes[end - 1] == 0xD9;
-  }
-  if (starts.size() != image_.frames || starts[0] != 0) starts.clear();
-}
-
 bool PixelImage::is_planar() const {
   return image_.samples == 3 && image_.planar == 1 && (!compressed_ || file_.syntax() == RLE);
 }
@@ -245,7 +195,7 @@ std::string PixelImage::code_stream(uint32_t number, std::string& bytes) const {
   const auto& starts = encapsulated_.starts;
   if (number >= image_.frames) return "there is no such frame";
   if (starts.size() <= number) return "its fragments can not be told apart";
-  const std::size_t end = number + 1 < starts.size() ? starts[number + 1] : encapsulated_.fragments.size();
+  const std::size_t end = encapsulated_.end_of_frame(number);
   bytes.clear();
   for (std::size_t i = starts[number]; i < end; ++i) {
     bytes.append(value_, encapsulated_.fragments[i].data, encapsulated_.fragments[i].length);

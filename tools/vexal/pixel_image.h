@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "files.h"
+#include "fragments.h"
 
 namespace vexal {
 
@@ -21,19 +22,6 @@ struct ImageDescription {
   uint32_t planar = 0;
   uint32_t frames = 1;
   std::string photometric;
-};
-
-// The items of an encapsulated value, in the order of the stream.
-struct Fragment {
-  uint64_t offset = 0;   // of its item, counted from the first one
-  std::size_t data = 0;  // of its bytes in the value
-  uint32_t length = 0;
-};
-struct Encapsulated {
-  std::vector<uint32_t> table;
-  std::vector<Fragment> fragments;
-  std::vector<std::size_t> starts;  // the fragment that each frame begins with; empty if that can not be told
-  bool sound = true;                // items to the end and a delimiter
 };
 
 struct RenderOptions {
@@ -69,8 +57,6 @@ class PixelImage {
 
  private:
   std::string read_description();
-  void split();
-  void find_starts();
   bool is_planar() const;
   std::string grey(uint32_t number, const std::string& bytes, const RenderOptions& options, Picture& picture);
   std::string palette(const std::string& bytes, Picture& picture);

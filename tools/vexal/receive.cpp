@@ -9,6 +9,7 @@
 #include "acceptor.h"
 #include "commands.h"
 #include "network.h"
+#include "recode.h"
 #include "session.h"
 #include "storage.h"
 
@@ -22,6 +23,9 @@ constexpr Option kOptions[] = {
     {"--tree", nullptr, "folders by study and series below it"},
     {"--fsync", nullptr, "have each file on the disk before it is acknowledged"},
     {"--max-size", "BYTES", "end an association that sends a larger object"},
+    {"--to", "SYNTAX",
+     "store in this transfer syntax, where an object can be turned into it without "
+     "loss: " VEXAL_SYNTAX_NAMES},
     {"--prefer-compressed", nullptr, "choose a compressed transfer syntax where the peer offers one"},
     {"--on-object", "COMMAND",
      "run by the shell for each object, with VEXAL_FILE, VEXAL_INSTANCE, VEXAL_CALLER set"},
@@ -116,6 +120,14 @@ int run(const Args& args) {
   long most = 0;
   if (!args.number("--max-size", 1, 0x7FFFFFFFFFFFL, most)) return kUsage;
   storage.most_bytes = static_cast<uint64_t>(most);
+  if (args.has("--to")) {
+    if (!find_syntax(args.get("--to"), storage.syntax) || is_lossy(storage.syntax)) {
+      complain("--to %s: give a transfer syntax that loses nothing; --help lists the names",
+               args.get("--to").c_str());
+      return kUsage;
+    }
+    prepare_recoding();
+  }
   std::error_code error;
   std::filesystem::create_directories(storage.folder, error);
   if (error) {
@@ -145,7 +157,8 @@ const Command kReceive = {
     "take objects from the network into a folder (storage SCP)",
     "Each object is written under a temporary name as it arrives, whatever its size, and gets its\n"
     "own name, SOPInstanceUID.dcm, when it is complete; only then is it acknowledged. The data set\n"
-    "is kept byte for byte. INT and TERM end the program after the messages under way.",
+    "is kept byte for byte, or converted with --to; what can not be converted stays as it came.\n"
+    "INT and TERM end the program after the messages under way.",
     kOptions,
     run};
 

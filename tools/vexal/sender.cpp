@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 
+#include "recode.h"
 #include "session.h"
 
 namespace vexal {
@@ -11,8 +12,11 @@ namespace {
 
 constexpr std::size_t kBlock = 1U << 20;
 
-bool is_compressed(VX_TRANSFER_SYNTAX syntax) {
-  return syntax >= RLE;
+// A syntax that a file can be turned into to suit a peer: what is compressed loses its compression, and
+// nothing is compressed.
+bool can_become(VX_TRANSFER_SYNTAX from, VX_TRANSFER_SYNTAX to) {
+  if (is_uncompressed(from)) return is_uncompressed(to);
+  return can_decompress(from) && std::count(kPlainSyntaxes.begin(), kPlainSyntaxes.end(), to) != 0;
 }
 
 std::string service_or_uid(const std::string& sop_class) {
@@ -57,7 +61,7 @@ std::vector<Proposal> proposals_for(std::span<const ObjectFile* const> files, bo
     const std::set<VX_TRANSFER_SYNTAX>& syntaxes = entry.second;
     bool plain = false;
     for (const VX_TRANSFER_SYNTAX syntax : syntaxes) {
-      plain = plain || !is_compressed(syntax);
+      plain = plain || can_become(syntax, EXPLICIT_LITTLE_ENDIAN);
       if (syntax != EXPLICIT_LITTLE_ENDIAN && syntax != IMPLICIT_LITTLE_ENDIAN) {
         proposals.push_back({sop_class, {syntax}});
       } else if (syntaxes.size() == 1 || !convert) {
@@ -81,8 +85,8 @@ VX_TRANSFER_SYNTAX ObjectSender::choose(const std::vector<AcceptedContext>& acce
   for (const AcceptedContext& context : accepted) {
     if (context.sop_class != file.sop_class) continue;
     if (context.syntax == file.syntax) return file.syntax;
-    const bool plain = !is_compressed(context.syntax) && !is_compressed(file.syntax);
-    if (plain && convert_ && (found == 0 || context.syntax == EXPLICIT_LITTLE_ENDIAN)) found = context.syntax;
+    if (!convert_ || !can_become(file.syntax, context.syntax)) continue;
+    if (found == 0 || context.syntax == EXPLICIT_LITTLE_ENDIAN) found = context.syntax;
   }
   return found;
 }
@@ -136,11 +140,16 @@ VX_STATUS ObjectSender::send_bytes(int32_t association, const ObjectFile& file, 
 VX_STATUS ObjectSender::send_object(int32_t association, const ObjectFile& file, VX_TRANSFER_SYNTAX syntax,
                                     std::string& problem) {
   DicomFile object;
+  RecodedPixels pixels;
   VX_STATUS status = object.open(file.path, {});
   if (status != VX_NORMAL_COMPLETION) {
     problem = object.problem();
     return status;
   }
+  // Nothing has gone out when a frame turns out to be broken.
+  if (RecodedPixels::needed(object, syntax))
+    problem = pixels.attach(object, syntax, 1, RecodedPixels::When::Ahead);
+  if (!problem.empty()) return VX_COMPRESSION_FAILURE;
   status = object.become_message(service_of_class(file.sop_class).c_str(), C_STORE_RQ);
   if (status == VX_NORMAL_COMPLETION) status = VX_Set_Message_Transfer_Syntax(object.id(), syntax);
   if (status == VX_NORMAL_COMPLETION)

@@ -25,7 +25,7 @@ struct ObjectFile {
 };
 
 // The contexts that files need: for each class its syntaxes one by one, so that the peer can take each as it
-// is, and with `convert` the plain ones that an uncompressed file can be turned into.
+// is, and with `convert` the plain ones that a file can be turned into.
 std::vector<Proposal> proposals_for(std::span<const ObjectFile* const> files, bool convert);
 
 // Sends C-STORE requests on an association of either side. Not for two threads at once.

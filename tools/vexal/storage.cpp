@@ -6,6 +6,7 @@
 
 #include "embedded.h"
 #include "network.h"
+#include "recode.h"
 #include "session.h"
 #include "tables.h"
 
@@ -148,6 +149,38 @@ std::string place_object(FileSink& sink, const StorageOptions& options, StoredOb
   return failure;
 }
 
+// The object in the syntax that was asked for. False, and a line on standard error where that is a problem:
+// it stays as it came.
+bool ObjectWriter::convert(FileSink& converted, const StoredObject& stored) {
+  std::string problem;
+  bool there = false;  // already, or soon
+  const std::string failure = sink_.place([&](const std::string& temporary, std::string&) -> std::string {
+    const CurrentFile current(stored.instance);
+    DicomFile file;
+    RecodedPixels pixels;
+    VX_STATUS status = file.open(temporary, {});
+    if (status != VX_NORMAL_COMPLETION) {
+      problem = file.problem();
+      return "";
+    }
+    there = file.syntax() == options_.syntax;
+    if (there) return "";
+    if (RecodedPixels::needed(file, options_.syntax))
+      problem = pixels.attach(file, options_.syntax, 1, RecodedPixels::When::AsRead);
+    if (problem.empty()) problem = converted.open(sink_.path());
+    if (problem.empty()) status = file.set_syntax(options_.syntax);
+    if (problem.empty() && status == VX_NORMAL_COMPLETION)
+      status = VX_Write_File(file.id(), 0, &converted, FileSink::file_output);
+    if (problem.empty()) problem = pixels.problem();
+    if (problem.empty()) problem = converted.problem();
+    if (problem.empty() && status != VX_NORMAL_COMPLETION) problem = VX_Error_Message(status);
+    return "";
+  });
+  if (!failure.empty()) return false;  // placing it tells
+  if (!problem.empty()) report(stored.instance, "is stored as it came: " + problem);
+  return problem.empty() && !there;
+}
+
 int32_t ObjectWriter::take(int32_t association, int32_t message, StoredObject& stored) {
   stored = {};
   stored.sop_class = text_of(message, 0x00000002);
@@ -177,7 +210,15 @@ int32_t ObjectWriter::take(int32_t association, int32_t message, StoredObject& s
     return too_large_ && status == VX_NORMAL_COMPLETION ? kTooLarge : -1;
   }
   if (error.empty()) {
-    error = failed_ ? "can not write" : place_object(sink_, options_, stored);
+    FileSink converted;
+    if (failed_) {
+      error = "can not write";
+    } else if (options_.syntax != 0 && convert(converted, stored)) {
+      error = place_object(converted, options_, stored);
+      sink_.drop();
+    } else {
+      error = place_object(sink_, options_, stored);
+    }
     if (!error.empty()) answer = kOutOfResources;
   }
   if (!error.empty()) {

@@ -19,9 +19,10 @@ std::vector<Proposal> storage_services(bool prefer_compressed);
 
 struct StorageOptions {
   std::string folder;
-  bool durable = false;     // on the disk before it is acknowledged
-  bool tree = false;        // STUDY/SERIES/INSTANCE.dcm instead of INSTANCE.dcm
-  uint64_t most_bytes = 0;  // of one object; 0: no limit
+  bool durable = false;           // on the disk before it is acknowledged
+  bool tree = false;              // STUDY/SERIES/INSTANCE.dcm instead of INSTANCE.dcm
+  uint64_t most_bytes = 0;        // of one object; 0: no limit
+  VX_TRANSFER_SYNTAX syntax = 0;  // to store in; 0: as it comes
 };
 
 // What became of one C-STORE request.
@@ -50,6 +51,7 @@ class ObjectWriter {
 
  private:
   std::string start(int32_t message, VX_TRANSFER_SYNTAX syntax, const StoredObject& stored);
+  bool convert(FileSink& converted, const StoredObject& stored);
   static VX_STATUS take_bytes(int32_t id, void* user, uint32_t size, void* data, int32_t first, int32_t last);
 
   const StorageOptions& options_;

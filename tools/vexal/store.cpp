@@ -14,6 +14,7 @@
 #include "json.h"
 #include "network.h"
 #include "parallel.h"
+#include "recode.h"
 #include "sender.h"
 #include "session.h"
 #include "tag_path.h"
@@ -333,6 +334,7 @@ int run(const Args& args) {
     }
     jobs.push_back(std::move(job));
   }
+  prepare_recoding();
   if (jobs.empty()) {
     complain("there is nothing to send");
     return kUsage;
@@ -371,8 +373,9 @@ const Command kStore = {
     "store",
     "HOST PORT PATH... [OPTION...]",
     "send files, folders or what a DICOMDIR lists to a storage server (C-STORE)",
-    "Each file goes out in its own transfer syntax where the peer takes it, byte for byte; an\n"
-    "uncompressed file is converted where the peer wants another uncompressed syntax. When an\n"
+    "Each file goes out in its own transfer syntax where the peer takes it, byte for byte. Where it\n"
+    "does not, an uncompressed file is converted to another uncompressed syntax, and compressed\n"
+    "pixel data is decompressed. When an\n"
     "association is lost, only what was not answered is sent again. Exit status 1: some files\n"
     "were refused.",
     kOptions,

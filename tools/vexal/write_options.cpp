@@ -42,7 +42,10 @@ std::string write_file(DicomFile& file, const std::string& path, const WriteOpti
   if (!error.empty()) return error;
   renew_meta(file.id());
   const VX_STATUS status = VX_Write_File(file.id(), options.pad, &sink, FileSink::file_output);
-  if (status != VX_NORMAL_COMPLETION) return std::string("can not write it: ") + VX_Error_Message(status);
+  if (status != VX_NORMAL_COMPLETION) {
+    error = sink.problem();
+    return error.empty() ? std::string("can not write it: ") + VX_Error_Message(status) : error;
+  }
   return sink.commit();
 }
 

@@ -1,0 +1,381 @@
+#!/usr/bin/env python3
+"""vexal convert, store and receive where pixel data changes its form.
+
+usage: conversions.py VEXAL SAMPLES
+Many frames in bounded memory and on several threads; kills and full disks in the middle; temporary folders of dead processes;
+peers that want another transfer syntax. Without dcmtk and without root, the parts that need them are left out.
+"""
+import os
+import resource
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+import zlib
+
+VEXAL, SAMPLES = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
+os.environ.pop("VEXAL_INI", None)
+MEBI = 1 << 20
+EXPLICIT, DEFLATED = b"1.2.840.10008.1.2.1", b"1.2.840.10008.1.2.1.99"
+LOSSLESS = {"rle": "1.2.840.10008.1.2.5", "jpeg-lossless": "1.2.840.10008.1.2.4.70", "jpeg-ls": "1.2.840.10008.1.2.4.80",
+            "jpeg2000": "1.2.840.10008.1.2.4.90"}
+failures = []
+checks = 0
+
+
+def check(good, text):
+    global checks
+    checks += 1
+    if not good:
+        failures.append(text)
+        print("FAIL", text, flush=True)
+
+
+def run(*command, **more):
+    return subprocess.run([str(c) for c in command], capture_output=True, timeout=120, **more)
+
+
+def element(tag, vr, value):
+    value += (b"\0" if vr in (b"UI", b"OB", b"OW") else b" ") * (len(value) % 2)
+    head = struct.pack("<HH", tag >> 16, tag & 0xFFFF) + vr
+    return head + (struct.pack("<xxI", len(value)) if vr in (b"OB", b"OW") else struct.pack("<H", len(value))) + value
+
+
+def head_of_image(frames, rows, columns, bits, instance, syntax=EXPLICIT):
+    """The file up to its pixels and what of it is deflated: meta group, data set."""
+    def short(tag, value):
+        return element(tag, b"US", struct.pack("<H", value))
+    meta = b"".join(element(*row) for row in (
+        (0x00020001, b"OB", b"\0\1"), (0x00020002, b"UI", b"1.2.840.10008.5.1.4.1.1.7"), (0x00020003, b"UI", instance),
+        (0x00020010, b"UI", syntax), (0x00020012, b"UI", b"1.2.3.4")))
+    size = frames * rows * columns * bits // 8
+    body = b"".join((
+        element(0x00080016, b"UI", b"1.2.840.10008.5.1.4.1.1.7"), element(0x00080018, b"UI", instance),
+        element(0x0020000D, b"UI", b"1.2.3.9"), element(0x0020000E, b"UI", b"1.2.3.9.1"), short(0x00280002, 1),
+        element(0x00280004, b"CS", b"MONOCHROME2"), element(0x00280008, b"IS", b"%d" % frames), short(0x00280010, rows),
+        short(0x00280011, columns), short(0x00280100, bits), short(0x00280101, min(bits, 12)), short(0x00280102, min(bits, 12) - 1),
+        short(0x00280103, 0), struct.pack("<HH2sxxI", 0x7FE0, 0x10, b"OW" if bits > 8 else b"OB", size)))
+    return bytes(128) + b"DICM" + element(0x00020000, b"UL", struct.pack("<I", len(meta))) + meta, body
+
+
+def make_image(path, frames, rows=512, columns=512, bits=16, instance=b"1.2.3.7"):
+    """A slope with some noise that moves from frame to frame; written frame by frame, for this process to stay small."""
+    step, size = bits // 8, rows * columns * bits // 8
+    base = bytearray()
+    for n in range(1000):
+        value = (n * 3 + n * n * 7919 % 23) % (4096 if bits > 8 else 256)
+        base += value.to_bytes(step, "little")
+    base = bytes(base) * (size // len(base) + 2)
+    with open(path, "wb") as file:
+        file.write(b"".join(head_of_image(frames, rows, columns, bits, instance)))
+        for n in range(frames):
+            file.write(base[n * 31 % 1000 * step:][:size])
+    return size * frames
+
+
+def tail(path, size):
+    with open(path, "rb") as file:
+        file.seek(-size, os.SEEK_END)
+        return file.read()
+
+
+def convert(source, target, to, *more, **settings):
+    return run(VEXAL, "convert", "--quiet", *more, "--to", to, source, target, **settings)
+
+
+def peak(*command):
+    process = subprocess.Popen([VEXAL, *map(str, command)])
+    _, status, usage = os.wait4(process.pid, 0)
+    check(status == 0, "fails: " + " ".join(map(str, command)))
+    return usage.ru_maxrss * 1024
+
+
+# ---- Frames ----
+
+
+def memory(folder):
+    """Peaks with four times the frames are the same, and a few frames on each thread."""
+    frame = 512 * 512 * 2
+    for name, threads in (("rle", 1), ("rle", 2), ("jpeg-ls", 2)):
+        peaks = []
+        for frames in (25, 100) if name == "jpeg-ls" else (100, 400):
+            plain, packed, back = (os.path.join(folder, n) for n in ("plain.dcm", "packed.dcm", "back.dcm"))
+            size = make_image(plain, frames)
+            peaks.append((peak("convert", "--threads", threads, "--to", name, plain, packed),
+                          peak("convert", "--threads", threads, "--to", "explicit", packed, back)))
+            check(run("cmp", plain, back, "-i", "%d:%d" % (os.path.getsize(plain) - size, os.path.getsize(back) - size)).returncode == 0,
+                  "%s: %d frames come back changed" % (name, frames))
+        print("  %s, %d threads: peaks of %s MB" % (name, threads, [[p >> 20 for p in pair] for pair in peaks]))
+        for few, many in zip(*peaks):
+            check(many - few < 2 * MEBI, "%s: %d KB more for four times the frames" % (name, (many - few) >> 10))
+            check(many < 15 * MEBI + 5 * threads * frame, "%s, %d threads: a peak of %d KB" % (name, threads, many >> 10))
+
+
+def threads(folder):
+    """The same bytes on one thread and on several, for every syntax; of a lossy one but for its new UID."""
+    for bits in (8, 16):
+        plain = os.path.join(folder, "plain%d.dcm" % bits)
+        size = make_image(plain, 23, 46, 61, bits)
+        for name in list(LOSSLESS) + ["jpeg-ls-near", "jpeg2000-lossy", "jpeg" if bits == 8 else "jpeg-12"]:
+            packed, back = [], []
+            for count in (1, 2, 7):
+                packed.append(os.path.join(folder, "%s-%d.dcm" % (name, count)))
+                back.append(os.path.join(folder, "back-%d.dcm" % count))
+                result = convert(plain, packed[-1], name, "--threads", count)
+                result = convert(packed[-1], back[-1], "explicit", "--threads", 8 - count) if result.returncode == 0 else result
+                check(result.returncode == 0, "%s of %d bits on %d threads: %s" % (name, bits, count, result.stderr))
+            contents = {open(p, "rb").read() for p in packed} if name in LOSSLESS else {tail(p, size) for p in back}
+            check(len(contents) == 1, "%s of %d bits: threads change the result" % (name, bits))
+            check(name not in LOSSLESS or tail(back[0], size) == tail(plain, size), "%s of %d bits: not lossless" % (name, bits))
+            lossy = run(VEXAL, "dump", "--tag", "LossyImageCompressionMethod", packed[0]).stdout
+            check((b"ISO_1" in lossy) == (name not in LOSSLESS), "%s: %s" % (name, lossy))
+
+
+def refusals(folder):
+    """What can not be converted is refused with the reason, and nothing is left behind."""
+    if not os.path.isdir(SAMPLES):
+        return print("  left out: no samples")
+    out = os.path.join(folder, "out.dcm")
+    for sample, reason in {
+            "enc/tiny-defined-bot-2-to-1.dcm": b"no stream of this codec",
+            "enc/seg-deflated-frame-unknown-ts.dcm": b"1.2.840.10008.1.2.8.1",
+            "enc/j2k91-embedded-delimiter.dcm": b"too large",
+            "made/ts-mpeg2-100.dcm": b"1.2.840.10008.1.2.4.100",
+            "made/broken-native-in-encaps-ts.dcm": b"not encapsulated"}.items():
+        result = run(VEXAL, "convert", "--to", "explicit", os.path.join(SAMPLES, sample), out)
+        check(result.returncode == 2 and reason in result.stderr, "%s: %s" % (sample, result.stderr))
+    for sample in ("ts/ct-jpeg-progressive-55.dcm", "ts/ct-jpeg-spectral-53.dcm"):
+        check(convert(os.path.join(SAMPLES, sample), os.path.join(folder, "fine.dcm"), "explicit").returncode == 0, sample)
+    check(not os.path.exists(out), "a refused conversion leaves a file")
+
+
+# ---- Kills and full disks ----
+
+
+def temp_folders(folder):
+    return [os.path.join(folder, n) for n in os.listdir(folder) if n.startswith("vexal-tmp-")]
+
+
+def make_deflated(path):
+    """A value that is larger than what stays in memory."""
+    frames = 40
+    meta, body = head_of_image(frames, 1024, 1024, 16, b"1.2.3.8", DEFLATED)
+    packer = zlib.compressobj(1, zlib.DEFLATED, -15)
+    with open(path, "wb") as file:
+        file.write(meta + packer.compress(body))
+        for n in range(frames):
+            file.write(packer.compress(bytes([n, 1]) * MEBI))
+        file.write(packer.flush())
+
+
+def wait_for(condition, process):
+    while not condition():
+        if process.poll() is not None:
+            return False
+        time.sleep(0.002)
+    return True
+
+
+def kills(folder):
+    out, temporary = os.path.join(folder, "out"), os.path.join(folder, "tmp")
+    os.mkdir(out)
+    os.mkdir(temporary)
+    plain, packed, small, deflated = (os.path.join(folder, n + ".dcm") for n in ("plain", "packed", "small", "deflated"))
+    make_image(plain, 200)
+    make_image(small, 1, 16, 16)
+    make_deflated(deflated)
+    check(convert(plain, packed, "rle").returncode == 0, "rle")
+    environment = dict(os.environ, TMPDIR=temporary)
+    target = os.path.join(out, "image.dcm")
+
+    def start(source, to):
+        command = [VEXAL, "convert", "--quiet", "--to", to, source, target]
+        return subprocess.Popen(command, env=environment, stderr=subprocess.PIPE)
+
+    def large_value():
+        files = [os.path.join(f, n) for f in temp_folders(temporary) for n in os.listdir(f)]
+        return any(os.path.getsize(f) > 4 * MEBI for f in files)
+
+    moments = [(plain, "jpeg2000", 0.3), (packed, "explicit", 0.05), (packed, "jpeg-ls", 0.5), (deflated, "explicit", None),
+               (deflated, "rle", None)]
+    for before in (None, b"what was there"):
+        for source, to, seconds in moments:
+            if before is not None:
+                open(target, "wb").write(before)
+            victim = start(source, to)
+            what = "%s to %s" % (os.path.basename(source), to)
+            reached = wait_for(large_value if seconds is None else lambda: temp_folders(temporary), victim)
+            time.sleep(seconds or 0)
+            victim.kill()
+            victim.communicate()
+            check(reached and victim.returncode == -signal.SIGKILL, "%s: done before the kill" % what)
+            left = {name: open(os.path.join(out, name), "rb").read() for name in os.listdir(out)}
+            check(left == ({} if before is None else {"image.dcm": before}), "%s, killed: leaves %s" % (what, list(left)))
+            dead = temp_folders(temporary)
+            check(len(dead) == 1 and os.stat(dead[0]).st_mode & 0o777 == 0o700, "%s, killed: folders %s" % (what, dead))
+            check(convert(small, os.path.join(folder, "x.dcm"), "rle", env=environment).returncode == 0, "after a kill")
+            check(not temp_folders(temporary), "%s, killed: the next start clears nothing" % what)
+    # The folder of a living process stays, and it works on; so does the folder of somebody else.
+    os.unlink(target)
+    living = start(plain, "jpeg2000")
+    check(wait_for(lambda: temp_folders(temporary), living), "no temporary folder")
+    folders = temp_folders(temporary)
+    check(convert(small, os.path.join(folder, "x.dcm"), "rle", env=environment).returncode == 0, "beside another")
+    check(temp_folders(temporary) == folders, "the folder of a living process is gone")
+    living.kill()
+    living.communicate()
+    link = os.path.join(temporary, "vexal-tmp-link")
+    os.symlink(out, link)
+    open(target, "wb").write(b"mine")
+    convert(small, os.path.join(folder, "x.dcm"), "rle", env=environment)
+    check(temp_folders(temporary) == [link] and os.listdir(out) == ["image.dcm"], "clears what a link points to")
+
+
+def full_disks(folder):
+    plain, packed, deflated = (os.path.join(folder, n + ".dcm") for n in ("plain", "packed", "deflated"))
+    make_image(plain, 40)
+    make_deflated(deflated)
+    check(convert(plain, packed, "jpeg2000").returncode == 0, "jpeg2000")
+    small, wide = os.path.join(folder, "small"), os.path.join(folder, "wide")
+    os.mkdir(small)
+    os.mkdir(wide)
+
+    def refused(where, source, to, temporary, reason, **limits):
+        target = os.path.join(where, "out.dcm")
+        for before in (None, b"what was there"):
+            if before is not None:
+                open(target, "wb").write(before)
+            result = convert(source, target, to, env=dict(os.environ, TMPDIR=temporary), **limits)
+            what = "%s to %s, %s" % (os.path.basename(source), to, reason.decode())
+            check(result.returncode == 2 and reason in result.stderr, "%s: %s %s" % (what, result.returncode, result.stderr[-300:]))
+            left = {name: open(os.path.join(where, name), "rb").read() for name in os.listdir(where) if name.endswith(".dcm")}
+            check(left == ({} if before is None else {"out.dcm": before}), "%s: leaves %s" % (what, list(left)))
+            check(not temp_folders(temporary), what + ": a temporary folder stays")
+        os.unlink(target)
+
+    def limit():
+        resource.setrlimit(resource.RLIMIT_FSIZE, (2 * MEBI, 2 * MEBI))
+
+    for source, to in ((packed, "explicit"), (plain, "rle"), (plain, "implicit")):
+        refused(wide, source, to, folder, b"File too large", preexec_fn=limit)
+    if os.geteuid() != 0 or run("mount", "-t", "tmpfs", "-o", "size=2m", "none", small).returncode != 0:
+        return print("  tmpfs left out: not root, or there is none")
+    try:
+        refused(small, packed, "explicit", folder, b"No space left")
+        refused(small, plain, "rle", folder, b"No space left")
+        refused(wide, plain, "rle", small, b"No space left")
+        refused(wide, deflated, "explicit", small, b"Temporary file")
+        refused(wide, deflated, "rle", small, b"Temporary file")
+    finally:
+        run("umount", small)
+
+
+# ---- Peers ----
+
+
+def serve(command, port, folder):
+    process = subprocess.Popen([str(c) for c in command], cwd=folder, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+    for _ in range(200):
+        try:
+            socket.create_connection(("127.0.0.1", port), timeout=1).close()
+            return process
+        except OSError:
+            time.sleep(0.05)
+    raise RuntimeError("does not listen: %s" % command)
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def stored(folder):
+    """Files by their instance, whatever the receiver calls them, and the syntax of each."""
+    found = {}
+    for root, _, names in os.walk(folder):
+        for path in (os.path.join(root, name) for name in names):
+            head = open(path, "rb").read(1024)
+            uids = [e[8:8 + e[6]].strip(b"\0").decode() for e in (b"UI".join(x) for x in zip(
+                (head[i - 4:i] for i in range(132, 600) if head[i:i + 2] == b"UI" and head[i - 4:i - 2] == b"\2\0"),
+                (head[i + 2:] for i in range(132, 600) if head[i:i + 2] == b"UI" and head[i - 4:i - 2] == b"\2\0")))][1:3]
+            found[uids[0]] = (path, uids[1])
+    return found
+
+
+def peers(folder):
+    if shutil.which("storescp") is None:
+        return print("  left out: no dcmtk")
+    sources = os.path.join(folder, "in")
+    os.mkdir(sources)
+    plain, sent = os.path.join(folder, "plain.dcm"), {}
+    size = make_image(plain, 5, 64, 64)
+    for n, name in enumerate(LOSSLESS):
+        make_image(plain, 5, 64, 64, 16, b"1.2.3.7.%d" % n)
+        sent["1.2.3.7.%d" % n] = name
+        check(convert(plain, os.path.join(sources, name + ".dcm"), name).returncode == 0, name)
+    pixels = tail(plain, size)
+    # A code stream that is none: it can be stored, and not converted.
+    broken = bytearray(open(os.path.join(sources, "jpeg-ls.dcm"), "rb").read())
+    broken[broken.rindex(b"\xFF\xD8\xFF"):][:2] = b""
+    at = broken.rindex(b"\xFF\xD8\xFF")
+    broken[at:at + 64] = bytes(64)
+    uid = broken.replace(b"1.2.3.7.2", b"1.2.3.8.2")
+    broken_path = os.path.join(folder, "broken.dcm")
+    open(broken_path, "wb").write(uid)
+    for option, syntax in (("+xi", "1.2.840.10008.1.2"), ("+xe", "1.2.840.10008.1.2.1")):
+        out, port = os.path.join(folder, "theirs" + option), free_port()
+        os.mkdir(out)
+        server = serve(["storescp", option, "+B", "-od", out, port], port, folder)
+        result = run(VEXAL, "store", "localhost", port, sources, broken_path)
+        check(result.returncode == 1 and b"frame 5" in result.stderr, "store with one broken file: %s" % result.stderr[-500:])
+        found = stored(out)
+        check(set(found) == set(sent), "storescp %s got %s" % (option, sorted(found)))
+        for instance, (path, uid) in found.items():
+            check(uid == syntax and tail(path, size) == pixels, "storescp %s: %s arrived as %s" % (option, sent[instance], uid))
+        result = run(VEXAL, "store", "localhost", port, "--no-convert", sources)
+        check(result.returncode in (1, 3) and len(stored(out)) == len(sent), "store --no-convert to %s" % option)
+        server.terminate()
+        server.communicate(timeout=15)
+    # A peer that takes compressed files gets them as they are, and ours turns what comes into what was asked for.
+    port, out = free_port(), os.path.join(folder, "ours")
+    server = serve([VEXAL, "receive", port, "--dir", out, "--to", "jpeg-ls", "--tree"], port, folder)
+    for name, option in (("rle", "-xr"), ("jpeg-lossless", "-xs"), ("jpeg-ls", "-xt"), ("jpeg2000", "-xv")):
+        result = run("storescu", "-R", "-nh", option, "-aec", "VEXAL", "localhost", port, os.path.join(sources, name + ".dcm"))
+        check(result.returncode == 0, "storescu %s: %s" % (option, result.stderr[-300:]))
+    run("storescu", "-R", "-xe", "-aec", "VEXAL", "localhost", port, plain)
+    server.terminate()
+    server.communicate(timeout=15)
+    found = stored(out)
+    check(set(found) == set(sent), "receive --to got %s" % sorted(found))
+    back = os.path.join(folder, "back.dcm")
+    for instance, (path, uid) in found.items():
+        check(uid == LOSSLESS["jpeg-ls"] and convert(path, back, "explicit").returncode == 0 and tail(back, size) == pixels,
+              "receive --to jpeg-ls: %s became %s" % (sent[instance], uid))
+    port, out = free_port(), os.path.join(folder, "plain")
+    server = serve([VEXAL, "receive", port, "--dir", out, "--to", "explicit"], port, folder)
+    check(run(VEXAL, "store", "localhost", port, sources, broken_path).returncode == 0, "store to receive --to explicit")
+    server.terminate()
+    told = server.communicate(timeout=15)[1]
+    found = stored(out)
+    check(found.pop("1.2.3.8.2", ("", ""))[1] == LOSSLESS["jpeg-ls"] and b"as it came" in told, "a broken object is not kept as it came")
+    check(set(found) == set(sent) and all(uid == EXPLICIT.decode() and tail(path, size) == pixels for path, uid in found.values()),
+          "receive --to explicit got %s" % found)
+    check(run(VEXAL, "receive", free_port(), "--to", "jpeg").returncode == 2, "receive --to a lossy syntax")
+
+
+def main():
+    for part in (memory, threads, refusals, kills, full_disks, peers):
+        print(part.__name__, flush=True)
+        with tempfile.TemporaryDirectory() as folder:
+            part(folder)
+    print("%d checks, %d failures" % (checks, len(failures)))
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,99 @@
+#include "fragments.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace vexal {
+namespace {
+
+// The table, in steps: memory follows the bytes that are there.
+bool read_table(const ValueReader& read, uint32_t length, std::vector<uint32_t>& table) {
+  constexpr uint32_t kStep = 1 << 16;
+  for (uint32_t done = 0; done < length / 4;) {
+    const uint32_t step = std::min(length / 4 - done, kStep);
+    table.resize(done + step);
+    if (!read(8 + 4 * uint64_t{done}, table.data() + done, 4 * std::size_t{step})) return false;
+    done += step;
+  }
+  return true;
+}
+
+// If the fragment begins a code stream of JPEG or JPEG 2000, and if it ends one.
+void read_marks(const Fragment& fragment, const ValueReader& read, bool& begins, bool& ends) {
+  uint8_t first[2] = {};
+  uint8_t last[3] = {};
+  begins = fragment.length >= 2 && read(fragment.data, first, sizeof first) && first[0] == 0xFF &&
+           (first[1] == 0xD8 || first[1] == 0x4F);
+  ends = fragment.length >= 3 && read(fragment.data + fragment.length - 3, last, sizeof last);
+  if (!ends) return;
+  const uint8_t* end = last[2] == 0 ? last : last + 1;
+  ends = end[0] == 0xFF && end[1] == 0xD9;
+}
+
+}  // namespace
+
+Encapsulated read_items(const ValueReader& read, uint64_t size) {
+  Encapsulated value;
+  value.sound = false;
+  uint64_t at = 0;
+  uint64_t begin = 0;
+  while (size - at >= 8) {
+    uint32_t header[2];
+    if (!read(at, header, sizeof header)) return value;
+    const uint32_t length = header[1];
+    if (header[0] == kDelimiter) {
+      value.sound = true;
+      return value;
+    }
+    if (header[0] != kItem || length > size - at - 8) return value;
+    if (at == 0) {
+      if (!read_table(read, length, value.table)) return value;
+      begin = 8 + uint64_t{length};
+    } else {
+      value.fragments.push_back({at - begin, at + 8, length});
+    }
+    at += 8 + uint64_t{length};
+  }
+  return value;
+}
+
+// A frame begins with a fragment of its own. Where there are more fragments than frames, the marks of the
+// code streams tell: behind an end, a beginning.
+void find_frames(Encapsulated& value, uint32_t frames, const ValueReader& read) {
+  const std::vector<Fragment>& fragments = value.fragments;
+  std::vector<std::size_t>& starts = value.starts;
+  if (fragments.empty()) return;
+  if (frames == 1) {
+    starts.push_back(0);
+    return;
+  }
+  if (fragments.size() == frames) {
+    for (std::size_t i = 0; i < fragments.size(); ++i) starts.push_back(i);
+    return;
+  }
+  if (fragments.size() < frames) return;
+  bool ended = true;
+  for (std::size_t i = 0; i < fragments.size(); ++i) {
+    bool begins = false;
+    const bool ended_before = ended;
+    read_marks(fragments[i], read, begins, ended);
+    if (begins && ended_before) starts.push_back(i);
+  }
+  if (starts.size() != frames || starts[0] != 0) starts.clear();
+}
+
+void find_frames_by_table(Encapsulated& value, uint32_t frames) {
+  if (!value.starts.empty() || value.table.size() != frames) return;
+  std::size_t at = 0;
+  for (const uint32_t entry : value.table) {
+    while (at < value.fragments.size() && value.fragments[at].offset < entry) ++at;
+    if (at == value.fragments.size() || value.fragments[at].offset != entry ||
+        (value.starts.empty() ? at != 0 : at == value.starts.back())) {
+      value.starts.clear();
+      return;
+    }
+    value.starts.push_back(at);
+  }
+}
+
+}  // namespace vexal

@@ -1,0 +1,128 @@
+#include "frame_source.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "network.h"
+
+namespace vexal {
+namespace {
+
+constexpr uint32_t kPixelData = 0x7FE00010;
+constexpr uint64_t kLargestFrame = uint64_t{1} << 31;
+
+uint32_t number_of(int32_t id, uint32_t tag, uint32_t otherwise) {
+  uint32_t value = 0;
+  return VX_Get_Value_To_UInt(id, tag, &value) == VX_NORMAL_COMPLETION ? value : otherwise;
+}
+
+// Bytes of one native frame; 0 if the object does not say, or says nonsense.
+uint64_t native_frame_bytes(int32_t id) {
+  const uint32_t bits = number_of(id, 0x00280100, 0);
+  const uint32_t rows = number_of(id, 0x00280010, 0);
+  const uint32_t columns = number_of(id, 0x00280011, 0);
+  // Two pixels share their colour there (PS3.3 section C.7.6.3.1.2).
+  const uint32_t samples =
+      text_of(id, 0x00280004).starts_with("YBR_FULL_422") ? 2 : number_of(id, 0x00280002, 1);
+  if (rows > UINT16_MAX || columns > UINT16_MAX || samples > 255 || bits > 64) return 0;
+  const uint64_t bytes = uint64_t{rows} * columns * samples * (bits / 8);
+  return bytes <= kLargestFrame ? bytes : 0;
+}
+
+}  // namespace
+
+bool is_uncompressed(VX_TRANSFER_SYNTAX syntax) {
+  return syntax >= IMPLICIT_LITTLE_ENDIAN && syntax <= DEFLATED_EXPLICIT_LITTLE_ENDIAN;
+}
+
+VX_STATUS FrameSource::gather(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
+  auto& source = *static_cast<FrameSource*>(user);
+  source.problem_ = source.taken_.append(data, size);
+  source.size_ += size;
+  return source.problem_.empty() ? VX_NORMAL_COMPLETION : VX_CANNOT_COMPLY;
+}
+
+// A value that the library holds, which is a small one or comes from a deflated stream, is taken out of it.
+std::string FrameSource::take_value(const DicomFile& file) {
+  if (const KeptValue* kept = file.kept(file.id(), kPixelData); kept != nullptr) {
+    source_ = &file.source();
+    offset_ = kept->offset;
+    size_ = file.kept_size(*kept);
+    const bool big = file.syntax() == EXPLICIT_BIG_ENDIAN || file.syntax() == IMPLICIT_BIG_ENDIAN;
+    VX_VR vr = VX_VR_OB;
+    VX_Get_Attribute_Info(file.id(), kPixelData, &vr, nullptr);
+    swap_pairs_ = big && vr == VX_VR_OW;
+    return "";
+  }
+  const VX_STATUS status = VX_Get_Value_To_Function(file.id(), kPixelData, this, gather);
+  if (!problem_.empty()) return problem_;
+  return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
+}
+
+bool FrameSource::read_at(uint64_t offset, void* buffer, std::size_t length) const {
+  if (source_ == nullptr) return taken_.read_at(offset, buffer, length);
+  if (offset > size_ || length > size_ - offset) return false;
+  return source_->read_at(offset_ + offset, buffer, length) == static_cast<int64_t>(length);
+}
+
+std::string FrameSource::open(const DicomFile& file) {
+  encapsulated_ = !is_uncompressed(file.syntax());
+  if (std::string problem = take_value(file); !problem.empty()) return problem;
+  uint32_t frames = number_of(file.id(), 0x00280008, 1);
+  if (frames == 0 || frames > INT32_MAX) frames = 1;
+  return encapsulated_ ? find_encapsulated(frames) : find_native(file, frames);
+}
+
+std::string FrameSource::find_native(const DicomFile& file, uint32_t frames) {
+  frame_bytes_ = native_frame_bytes(file.id());
+  if (frame_bytes_ == 0) return "its pixel description has no frames that can be compressed";
+  count_ = static_cast<uint32_t>(std::min<uint64_t>(frames, size_ / frame_bytes_));
+  if (count_ != frames) {
+    return "its pixel data has " + std::to_string(size_) + " bytes, which are no " + std::to_string(frames) +
+           " frames of " + std::to_string(frame_bytes_);
+  }
+  return "";
+}
+
+std::string FrameSource::find_encapsulated(uint32_t frames) {
+  const auto read = [this](uint64_t offset, void* buffer, std::size_t length) {
+    return read_at(offset, buffer, length);
+  };
+  items_ = read_items(read, size_);
+  find_frames(items_, frames, read);
+  find_frames_by_table(items_, frames);
+  count_ = static_cast<uint32_t>(items_.starts.size());
+  if (count_ != 0) return "";
+  return "its " + std::to_string(items_.fragments.size()) + " fragments can not be told apart as " +
+         std::to_string(frames) + " frames";
+}
+
+// Bytes that have to be swapped come in pairs, wherever frames begin and end.
+std::string FrameSource::read_native(uint32_t number, std::string& bytes) const {
+  const std::size_t before = bytes.size();
+  const uint64_t begin = number * frame_bytes_;
+  const uint64_t odd = swap_pairs_ ? begin % 2 : 0;
+  const uint64_t length = frame_bytes_ + odd + (swap_pairs_ ? (frame_bytes_ + odd) % 2 : 0);
+  bytes.resize(before + length);
+  if (!read_at(begin - odd, bytes.data() + before, length)) return "can not read";
+  if (!swap_pairs_) return "";
+  for (std::size_t i = before; i + 1 < bytes.size(); i += 2) std::swap(bytes[i], bytes[i + 1]);
+  bytes.erase(before, odd);
+  bytes.resize(before + frame_bytes_);
+  return "";
+}
+
+std::string FrameSource::read(uint32_t number, std::string& bytes) const {
+  const std::size_t before = bytes.size();
+  if (!encapsulated_) return read_native(number, bytes);
+  for (std::size_t i = items_.starts[number]; i < items_.end_of_frame(number); ++i) {
+    const Fragment& fragment = items_.fragments[i];
+    const std::size_t at = bytes.size();
+    if (at - before + fragment.length > kLargestFrame) return "its code stream is beyond 2 GiB";
+    bytes.resize(at + fragment.length);
+    if (!read_at(fragment.data, bytes.data() + at, fragment.length)) return "can not read";
+  }
+  return "";
+}
+
+}  // namespace vexal

@@ -1,0 +1,48 @@
+// The frames of an object's Pixel Data, read one by one from where they lie.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "files.h"
+#include "fragments.h"
+#include "temp_folder.h"
+
+namespace vexal {
+
+class FrameSource {
+ public:
+  // Finds the frames. The file has to stay open. An error text, empty on success.
+  std::string open(const DicomFile& file);
+  uint32_t count() const { return count_; }
+  bool encapsulated() const { return encapsulated_; }
+  // Adds the stored bytes of a frame; a code stream in several fragments comes in one piece. Several threads
+  // may do so at once. An error text, empty on success.
+  std::string read(uint32_t number, std::string& bytes) const;
+
+ private:
+  std::string take_value(const DicomFile& file);
+  static VX_STATUS gather(int32_t id, uint32_t tag, void* user, uint32_t size, void* data, int32_t first,
+                          int32_t last);
+  bool read_at(uint64_t offset, void* buffer, std::size_t length) const;
+  std::string read_native(uint32_t number, std::string& bytes) const;
+  std::string find_native(const DicomFile& file, uint32_t frames);
+  std::string find_encapsulated(uint32_t frames);
+
+  bool encapsulated_ = false;
+  uint32_t count_ = 0;
+  uint64_t frame_bytes_ = 0;  // of each native frame
+  Encapsulated items_;
+  // The value lies in its file, or here.
+  const FileSource* source_ = nullptr;
+  uint64_t offset_ = 0;
+  uint64_t size_ = 0;
+  bool swap_pairs_ = false;  // words lie in the other byte order
+  Spill taken_;
+  std::string problem_;
+};
+
+// Transfer syntaxes whose pixel data is not encapsulated.
+bool is_uncompressed(VX_TRANSFER_SYNTAX syntax);
+
+}  // namespace vexal

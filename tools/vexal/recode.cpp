@@ -1,0 +1,509 @@
+#include "recode.h"
+
+#include <malloc.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <thread>
+
+#include "network.h"
+#include "session.h"
+#include "uid.h"
+
+namespace vexal {
+namespace {
+
+constexpr uint32_t kPixelData = 0x7FE00010;
+constexpr uint32_t kNumberOfFrames = 0x00280008;
+constexpr uint32_t kUndefined = 0xFFFFFFFF;
+constexpr std::size_t kPiece = 256 * 1024;
+
+struct SyntaxName {
+  const char* name;
+  VX_TRANSFER_SYNTAX syntax;
+};
+constexpr SyntaxName kNames[] = {
+    {"implicit", IMPLICIT_LITTLE_ENDIAN},
+    {"implicit_little_endian", IMPLICIT_LITTLE_ENDIAN},
+    {"explicit", EXPLICIT_LITTLE_ENDIAN},
+    {"little-endian", EXPLICIT_LITTLE_ENDIAN},
+    {"explicit_little_endian", EXPLICIT_LITTLE_ENDIAN},
+    {"big-endian", EXPLICIT_BIG_ENDIAN},
+    {"explicit_big_endian", EXPLICIT_BIG_ENDIAN},
+    {"deflated", DEFLATED_EXPLICIT_LITTLE_ENDIAN},
+    {"deflated_explicit_little_endian", DEFLATED_EXPLICIT_LITTLE_ENDIAN},
+    {"rle", RLE},
+    {"jpeg", JPEG_BASELINE},
+    {"jpeg-12", JPEG_EXTENDED_2_4},
+    {"jpeg-lossless", JPEG_LOSSLESS_HIER_14},
+    {"jpeg-ls", JPEG_LS_LOSSLESS},
+    {"jpeg-ls-near", JPEG_LS_LOSSY},
+    {"jpeg2000", JPEG_2000_LOSSLESS_ONLY},
+    {"jpeg2000-lossy", JPEG_2000},
+};
+
+// What the program can do with a compressed syntax. Every one that it knows can be decompressed.
+struct Coding {
+  VX_TRANSFER_SYNTAX syntax;
+  VX_COMPRESSION_CALLBACK compressor;  // null: none
+};
+constexpr Coding kCodings[] = {
+    {RLE, VX_RLE_Compressor},
+    {JPEG_BASELINE, VX_Standard_Compressor},
+    {JPEG_EXTENDED_2_4, VX_Standard_Compressor},
+    {JPEG_SPEC_NON_HIER_6_8, nullptr},
+    {JPEG_FULL_PROG_NON_HIER_10_12, nullptr},
+    {JPEG_LOSSLESS_NON_HIER_14, nullptr},
+    {JPEG_LOSSLESS_HIER_14, VX_Standard_Compressor},
+    {JPEG_LS_LOSSLESS, VX_Standard_Compressor},
+    {JPEG_LS_LOSSY, VX_Standard_Compressor},
+    {JPEG_2000_LOSSLESS_ONLY, VX_Standard_Compressor},
+    {JPEG_2000, VX_Standard_Compressor},
+};
+const Coding* coding_of(VX_TRANSFER_SYNTAX syntax) {
+  const auto* found = std::find_if(std::begin(kCodings), std::end(kCodings),
+                                   [&](const Coding& row) { return row.syntax == syntax; });
+  return found != std::end(kCodings) ? found : nullptr;
+}
+VX_COMPRESSION_CALLBACK compressor_of(VX_TRANSFER_SYNTAX syntax) {
+  const Coding* coding = coding_of(syntax);
+  return coding != nullptr ? coding->compressor : nullptr;
+}
+
+// What codecs look at, or say about their work.
+constexpr uint32_t kImageTags[] = {0x00080008, 0x00082111, 0x00280002, 0x00280004, 0x00280006,
+                                   0x00280010, 0x00280011, 0x00280100, 0x00280101, 0x00280102,
+                                   0x00280103, 0x00282110, 0x00282112, 0x00282114};
+constexpr uint32_t kLossyTag = 0x00282110;
+constexpr uint32_t kRatioTag = 0x00282112;
+constexpr uint32_t kMethodTag = 0x00282114;
+// Tables of encapsulated data that are made for one form of it.
+constexpr uint32_t kFormTags[] = {0x7FE00001, 0x7FE00002, 0x7FE00003};
+
+constexpr char kOtherSize[] = "a frame has another size than the first";
+
+uint64_t number(const std::string& text) {
+  return std::strtoull(text.c_str(), nullptr, 10);
+}
+
+VX_STATUS append(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
+  if (size != 0) static_cast<std::string*>(user)->append(static_cast<const char*>(data), size);
+  return VX_NORMAL_COMPLETION;
+}
+
+// Converts frames one after the other, each as an object of its own; one for each thread.
+class FrameWorker {
+ public:
+  FrameWorker(const FrameSource& source, const FrameForm& form) : source_(source), form_(form) {
+    VX_Open_Empty_Message(&id_);
+    VX_Set_Message_Transfer_Syntax(id_, form.decompresses() ? form.from : EXPLICIT_LITTLE_ENDIAN);
+    for (const auto& [tag, text] : form.attributes) set_all_text(id_, tag, text);
+    set_all_text(id_, kNumberOfFrames, "1");
+    VX_Set_Value_To_Empty(id_, kPixelData);
+    VX_Set_Value_Representation(id_, kPixelData, form.decompresses() ? VX_VR_OB : form.vr);
+    if (form.decompresses()) VX_Register_Compression_Callbacks(id_, nullptr, VX_General_Decompressor);
+  }
+  ~FrameWorker() {
+    free_result();
+    VX_Free_Message(&id_);
+  }
+  FrameWorker(const FrameWorker&) = delete;
+  FrameWorker& operator=(const FrameWorker&) = delete;
+
+  // The frame in its new form, without padding of a raw one. An error text, empty on success.
+  std::string convert(uint32_t frame, std::string& out) {
+    if (std::string problem = take(frame); !problem.empty()) return problem;
+    free_result();
+    VX_STATUS status =
+        VX_Duplicate_Message(id_, &result_, form_.compresses() ? form_.to : EXPLICIT_LITTLE_ENDIAN,
+                             compressor_of(form_.to), nullptr);
+    VX_Set_Value_To_Empty(id_, kPixelData);
+    out.clear();
+    if (status == VX_NORMAL_COMPLETION) status = VX_Get_Frame_To_Function(result_, 0, &out, append);
+    return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
+  }
+  // The object with the last frame.
+  int32_t result() const { return result_; }
+  void free_result() {
+    if (result_ >= 0) VX_Free_Message(&result_);
+    result_ = -1;
+  }
+
+ private:
+  std::string take(uint32_t frame) {
+    if (!form_.decompresses()) {
+      std::string problem = source_.read(frame, in_);
+      if (in_.size() % 2 != 0) in_.push_back('\0');
+      return problem.empty() ? put() : problem;
+    }
+    append32(in_, kItem);  // no offset table
+    append32(in_, 0);
+    append32(in_, kItem);
+    append32(in_, 0);
+    if (std::string problem = source_.read(frame, in_); !problem.empty()) return problem;
+    if (in_.size() % 2 != 0) in_.push_back('\0');
+    const auto length = static_cast<uint32_t>(in_.size() - 16);
+    std::memcpy(in_.data() + 12, &length, sizeof length);
+    append32(in_, kDelimiter);
+    append32(in_, 0);
+    return put();
+  }
+  std::string put() {
+    const VX_STATUS status =
+        VX_Set_Value_From_Buffer(id_, kPixelData, in_.data(), static_cast<uint32_t>(in_.size()));
+    std::string().swap(in_);  // makes room for the codec
+    return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
+  }
+
+  const FrameSource& source_;
+  const FrameForm& form_;
+  int32_t id_ = -1;
+  int32_t result_ = -1;
+  std::string in_;
+};
+
+}  // namespace
+
+// Frames come off it in their order, converted by one thread or by several.
+class FrameConveyor {
+ public:
+  FrameConveyor(const FrameSource& source, const FrameForm& form, uint32_t first, unsigned threads,
+                const std::string& path)
+      : source_(source), form_(form), path_(path), taken_(first), given_(first) {
+    threads = std::min(threads, source.count() - first);
+    if (threads <= 1) {
+      own_ = std::make_unique<FrameWorker>(source, form);
+      return;
+    }
+    // One in the making for each thread, and one that waits for its turn.
+    slots_.resize(std::size_t{threads} + 1);
+    for (unsigned i = 0; i < threads; ++i) workers_.emplace_back([this] { work(); });
+  }
+  ~FrameConveyor() {
+    {
+      const std::lock_guard lock(mutex_);
+      stopping_ = true;
+    }
+    room_.notify_all();
+  }
+  FrameConveyor(const FrameConveyor&) = delete;
+  FrameConveyor& operator=(const FrameConveyor&) = delete;
+
+  // An error text, empty on success.
+  std::string next(std::string& frame) {
+    const uint32_t number = given_;
+    std::string problem = own_ != nullptr ? own_->convert(given_++, frame) : wait(frame);
+    if (problem.empty()) return "";
+    return source_.count() == 1 ? problem : "frame " + std::to_string(number + 1) + ": " + problem;
+  }
+
+ private:
+  struct Slot {
+    std::string frame;
+    std::string problem;
+    bool ready = false;
+  };
+  Slot& slot_of(uint32_t frame) { return slots_[frame % slots_.size()]; }
+
+  std::string wait(std::string& frame) {
+    std::string problem;
+    frame = std::string();  // no more memory than frames under way
+    {
+      std::unique_lock lock(mutex_);
+      Slot& slot = slot_of(given_);
+      done_.wait(lock, [&] { return slot.ready; });
+      frame.swap(slot.frame);
+      problem.swap(slot.problem);
+      slot.ready = false;
+      ++given_;
+    }
+    room_.notify_all();
+    return problem;
+  }
+
+  void work() {
+    const CurrentFile current(path_);
+    FrameWorker worker(source_, form_);
+    std::string frame;
+    std::unique_lock lock(mutex_);
+    while (taken_ < source_.count()) {
+      const uint32_t mine = taken_++;
+      room_.wait(lock, [&] { return stopping_ || mine < given_ + slots_.size(); });
+      if (stopping_) return;
+      lock.unlock();
+      std::string problem = worker.convert(mine, frame);
+      worker.free_result();
+      lock.lock();
+      Slot& slot = slot_of(mine);
+      slot.frame.swap(frame);
+      slot.problem.swap(problem);
+      slot.ready = true;
+      done_.notify_one();
+    }
+  }
+
+  const FrameSource& source_;
+  const FrameForm& form_;
+  const std::string& path_;
+  std::unique_ptr<FrameWorker> own_;  // where there is one thread
+  std::mutex mutex_;
+  std::condition_variable done_;
+  std::condition_variable room_;
+  std::vector<Slot> slots_;
+  uint32_t taken_;
+  uint32_t given_;
+  bool stopping_ = false;
+  std::vector<std::jthread> workers_;
+};
+
+std::string FrameForm::text(uint32_t tag) const {
+  for (const auto& [known, text] : attributes) {
+    if (known == tag) return text;
+  }
+  return "";
+}
+
+bool find_syntax(const std::string& text, VX_TRANSFER_SYNTAX& syntax) {
+  std::string name = text;
+  std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+  for (const SyntaxName& row : kNames) {
+    if (name != row.name) continue;
+    syntax = row.syntax;
+    // The syntax allows both, and the name says which.
+    if (syntax == JPEG_2000) VX_Set_Bool_Config_Value(VX_CFG_COMPRESSION_WHEN_J2K_USE_LOSSY, 1);
+    return true;
+  }
+  std::string uid = text;
+  return !uid.empty() && VX_Get_Enum_From_Transfer_Syntax(uid.data(), &syntax) == VX_NORMAL_COMPLETION;
+}
+
+// The room of one frame serves the next, on whichever thread: frames are large, and giving it back to the
+// system and taking it again costs more than a fast codec.
+void prepare_recoding() {
+  ::mallopt(M_MMAP_THRESHOLD, 32 << 20);
+  ::mallopt(M_TRIM_THRESHOLD, 64 << 20);
+  ::mallopt(M_ARENA_MAX, 1);
+  prepare_temp_folder();
+}
+
+bool can_decompress(VX_TRANSFER_SYNTAX syntax) {
+  return coding_of(syntax) != nullptr;
+}
+
+bool is_lossy(VX_TRANSFER_SYNTAX syntax) {
+  int32_t lossy = 0;
+  VX_Get_Bool_Config_Value(VX_CFG_COMPRESSION_WHEN_J2K_USE_LOSSY, &lossy);
+  return syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4 || syntax == JPEG_LS_LOSSY ||
+         (syntax == JPEG_2000 && lossy != 0);
+}
+
+RecodedPixels::RecodedPixels() = default;
+
+RecodedPixels::~RecodedPixels() {
+  if (application_ >= 0) VX_Release_Application(&application_);
+}
+
+bool RecodedPixels::needed(const DicomFile& file, VX_TRANSFER_SYNTAX target) {
+  return VX_Get_Attribute_Info(file.id(), kPixelData, nullptr, nullptr) == VX_NORMAL_COMPLETION &&
+         file.syntax() != target && !(is_uncompressed(file.syntax()) && is_uncompressed(target));
+}
+
+std::string RecodedPixels::attach(DicomFile& file, VX_TRANSFER_SYNTAX target, unsigned threads, When when) {
+  VX_Set_Bool_Config_Value(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE, 1);
+  form_.from = file.syntax();
+  form_.to = target;
+  threads_ = threads;
+  path_ = file.path();
+  if (form_.decompresses() && !can_decompress(form_.from)) {
+    const std::string uid = uid_of_syntax(form_.from);
+    return "its pixel data is compressed in a way that this program can not undo" +
+           (uid.empty() ? "; its transfer syntax is not known" : ": " + uid);
+  }
+  if (form_.compresses() && compressor_of(target) == nullptr)
+    return "there is no compressor for this transfer syntax";
+  if (std::string problem = source_.open(file); !problem.empty()) return problem;
+  VX_Get_Attribute_Info(file.id(), kPixelData, &form_.vr, nullptr);
+  for (const uint32_t tag : kImageTags) {
+    if (std::string text = all_text_of(file.id(), tag); !text.empty())
+      form_.attributes.emplace_back(tag, text);
+  }
+  conveyor_ = nullptr;
+  if (std::string problem = convert_first(); !problem.empty()) return problem;
+  if (form_.compresses() || when == When::Ahead) {
+    if (std::string problem = convert_all(); !problem.empty()) return problem;
+  }
+  return bring_in_line(file);
+}
+
+// What the codecs change in its object holds for the whole.
+std::string RecodedPixels::convert_first() {
+  FrameWorker worker(source_, form_);
+  const std::string problem = worker.convert(0, first_frame_);
+  if (!problem.empty()) return source_.count() == 1 ? problem : "frame 1: " + problem;
+  for (const uint32_t tag : kImageTags) {
+    const std::string text = all_text_of(worker.result(), tag);
+    if (text != form_.text(tag)) changes_.emplace_back(tag, text);
+  }
+  return "";
+}
+
+std::string RecodedPixels::convert_all() {
+  std::string problem = store(first_frame_);
+  frame_bytes_ = first_frame_.size();
+  std::string frame;
+  frame.swap(first_frame_);
+  if (problem.empty() && source_.count() > 1) {
+    FrameConveyor conveyor(source_, form_, 1, threads_, path_);
+    for (uint32_t i = 1; problem.empty() && i < source_.count(); ++i) {
+      problem = conveyor.next(frame);
+      if (problem.empty()) problem = store(frame);
+    }
+  }
+  spilled_ = true;
+  return problem;
+}
+
+// One more frame behind the others; where it is compressed, as an item.
+std::string RecodedPixels::store(const std::string& frame) {
+  if (!form_.compresses()) {
+    return frame_bytes_ == 0 || frame.size() == frame_bytes_ ? spill_.append(frame.data(), frame.size())
+                                                             : kOtherSize;
+  }
+  std::string item;
+  append32(item, kItem);
+  append32(item, static_cast<uint32_t>(frame.size() + frame.size() % 2));
+  offsets_.push_back(static_cast<uint32_t>(spill_.size()));
+  if (spill_.size() > kUndefined) offsets_.clear();
+  std::string problem = spill_.append(item.data(), item.size());
+  if (problem.empty()) problem = spill_.append(frame.data(), frame.size());
+  if (problem.empty() && frame.size() % 2 != 0) problem = spill_.append("", 1);
+  return problem;
+}
+
+std::string RecodedPixels::bring_in_line(DicomFile& file) {
+  const int32_t id = file.id();
+  const uint64_t bits = number(form_.text(0x00280100));
+  const bool packed = !form_.decompresses() && form_.text(0x00280004).starts_with("YBR_FULL_422");
+  const uint64_t samples = packed ? 2 : number(form_.text(0x00280002));
+  const uint64_t image_bits =
+      number(form_.text(0x00280010)) * number(form_.text(0x00280011)) * samples * bits;
+  if (!form_.compresses()) {
+    if (bits == 1 && image_bits % 8 != 0 && source_.count() > 1)
+      return "its frames of single bits do not end at a byte, which this program can not join";
+    if (!spilled_) frame_bytes_ = first_frame_.size();
+    length_ = frame_bytes_ * source_.count();
+    if (length_ > kUndefined - 2) return "its pixel data would have more than 4 GiB";
+  }
+  for (const auto& [tag, text] : changes_) set_all_text(id, tag, text);
+  if (is_lossy(form_.to)) {
+    if (form_.to == JPEG_LS_LOSSY) {
+      set_all_text(id, kLossyTag, "01");
+      set_all_text(id, kMethodTag, "ISO_14495_1");
+    }
+    char ratio[48];
+    const double size = static_cast<double>(head().size() + spill_.size() + 8);
+    std::snprintf(ratio, sizeof ratio, "%.2f", static_cast<double>(image_bits / 8 * source_.count()) / size);
+    set_all_text(id, kRatioTag, ratio);
+    const std::string uid = new_uid();
+    set_all_text(id, 0x00080018, uid);
+    set_all_text(id, 0x00020003, uid);
+  }
+  for (const uint32_t tag : kFormTags) VX_Delete_Attribute(id, tag);
+  VX_Set_Value_To_Empty(id, kPixelData);
+  VX_Set_Value_Representation(id, kPixelData, form_.compresses() || bits <= 8 ? VX_VR_OB : VX_VR_OW);
+  static std::atomic<uint32_t> counter{0};
+  VX_STATUS status =
+      VX_Register_Application(&application_, ("RECODE_" + std::to_string(counter.fetch_add(1))).c_str());
+  if (status == VX_NORMAL_COMPLETION)
+    status = VX_Register_Callback_Function(application_, kPixelData, this, callback);
+  if (status == VX_NORMAL_COMPLETION) status = VX_Set_Message_Callbacks(application_, id);
+  return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
+}
+
+VX_STATUS RecodedPixels::callback(int32_t, uint32_t, void* user, VX_CALLBACK_REQUEST request, uint32_t* size,
+                                  void** data, int32_t first, int32_t* last) {
+  auto& pixels = *static_cast<RecodedPixels*>(user);
+  switch (request) {
+    case VX_REQUEST_LENGTH:
+      *size =
+          pixels.form_.compresses() ? kUndefined : static_cast<uint32_t>(pixels.length_ + pixels.length_ % 2);
+      return VX_NORMAL_COMPLETION;
+    case VX_REQUEST_DATA: {
+      bool ended = false;
+      if (!pixels.next_piece(first != 0, ended)) return VX_CANNOT_COMPLY;
+      *size = static_cast<uint32_t>(pixels.piece_.size());
+      *data = pixels.piece_.data();
+      *last = ended ? 1 : 0;
+      return VX_NORMAL_COMPLETION;
+    }
+    case VX_FREE_DATA:
+      return VX_NORMAL_COMPLETION;
+    default:
+      return VX_CANNOT_COMPLY;
+  }
+}
+
+// What stands in front of the frames: the offset table, where it can tell their places.
+std::string RecodedPixels::head() const {
+  std::string item;
+  if (!form_.compresses()) return item;
+  int32_t wanted = 0;
+  VX_Get_Bool_Config_Value(VX_CFG_CREATE_OFFSET_TABLE, &wanted);
+  const bool fits = wanted != 0 && offsets_.size() == source_.count();
+  append32(item, kItem);
+  append32(item, fits ? static_cast<uint32_t>(4 * offsets_.size()) : 0);
+  if (fits) item.append(reinterpret_cast<const char*>(offsets_.data()), 4 * offsets_.size());
+  return item;
+}
+
+bool RecodedPixels::next_piece(bool first, bool& ended) {
+  if (first) {
+    given_ = 0;
+    frame_ = 0;
+    conveyor_ = nullptr;
+  }
+  if (spilled_) return next_of_spill(first, ended);
+  if (frame_ == 0 && !first_frame_.empty()) {
+    piece_.swap(first_frame_);
+    first_frame_ = std::string();
+  } else {
+    if (conveyor_ == nullptr)
+      conveyor_ = std::make_unique<FrameConveyor>(source_, form_, frame_, threads_, path_);
+    problem_ = conveyor_->next(piece_);
+    if (problem_.empty() && piece_.size() != frame_bytes_) problem_ = kOtherSize;
+    if (!problem_.empty()) return false;
+  }
+  ended = ++frame_ == source_.count();
+  if (ended && length_ % 2 != 0) piece_.push_back('\0');
+  return true;
+}
+
+bool RecodedPixels::next_of_spill(bool first, bool& ended) {
+  piece_.clear();
+  if (first) piece_ = head();
+  const std::size_t at = piece_.size();
+  const auto size = static_cast<std::size_t>(std::min<uint64_t>(kPiece, spill_.size() - given_));
+  piece_.resize(at + size);
+  if (!spill_.read_at(given_, piece_.data() + at, size)) {
+    problem_ = "can not read what was laid down for it";
+    return false;
+  }
+  given_ += size;
+  ended = given_ == spill_.size();
+  if (!ended) return true;
+  if (form_.compresses()) {
+    append32(piece_, kDelimiter);
+    append32(piece_, 0);
+  } else if (length_ % 2 != 0) {
+    piece_.push_back('\0');
+  }
+  return true;
+}
+
+}  // namespace vexal

@@ -1,0 +1,93 @@
+// Pixel data in another transfer syntax, frame by frame: in bounded memory, on several threads where there
+// are several frames, and with the same result on any number of them.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "files.h"
+#include "frame_source.h"
+#include "temp_folder.h"
+
+namespace vexal {
+
+// A transfer syntax that someone names: a UID, or one of the names that kSyntaxNames lists.
+bool find_syntax(const std::string& text, VX_TRANSFER_SYNTAX& syntax);
+#define VEXAL_SYNTAX_NAMES                                                                                \
+  "a UID, or implicit, explicit, big-endian, deflated, rle, jpeg, jpeg-12, jpeg-lossless, jpeg-ls, jpeg-" \
+  "ls-near, jpeg2000, jpeg2000-lossy"
+
+// Comes before threads and conversions: the temporary folder, and a heap that suits frames.
+void prepare_recoding();
+
+bool can_decompress(VX_TRANSFER_SYNTAX syntax);
+// Loses something of the image: the result is another instance (PS3.3 section C.7.6.1.1.5).
+bool is_lossy(VX_TRANSFER_SYNTAX syntax);
+
+// What all frames of an image have in common.
+struct FrameForm {
+  VX_TRANSFER_SYNTAX from = 0;
+  VX_TRANSFER_SYNTAX to = 0;
+  VX_VR vr = VX_VR_OB;
+  std::vector<std::pair<uint32_t, std::string>> attributes;
+  std::string text(uint32_t tag) const;  // of an attribute, "" if it is not there
+  bool decompresses() const { return !is_uncompressed(from); }
+  bool compresses() const { return !is_uncompressed(to); }
+};
+class FrameConveyor;
+
+// Takes the place of the Pixel Data of a file in what the library writes or sends.
+class RecodedPixels {
+ public:
+  enum class When {
+    AsRead,  // what can be is converted while it is written
+    Ahead    // all is converted before: nothing fails later
+  };
+  RecodedPixels();
+  ~RecodedPixels();
+  RecodedPixels(const RecodedPixels&) = delete;
+  RecodedPixels& operator=(const RecodedPixels&) = delete;
+
+  // True if the pixels of the file have another form under `target`.
+  static bool needed(const DicomFile& file, VX_TRANSFER_SYNTAX target);
+  // Converts, and brings the attributes of the object in line; the object is then to be given `target`. The
+  // file has to stay open while this lives. An error text, empty on success.
+  std::string attach(DicomFile& file, VX_TRANSFER_SYNTAX target, unsigned threads, When when);
+  // Why the library could not have the pixels; "" if it could.
+  const std::string& problem() const { return problem_; }
+
+ private:
+  std::string convert_first();
+  std::string convert_all();
+  std::string store(const std::string& frame);
+  std::string bring_in_line(DicomFile& file);
+  std::string head() const;
+  bool next_piece(bool first, bool& ended);
+  bool next_of_spill(bool first, bool& ended);
+  static VX_STATUS callback(int32_t id, uint32_t tag, void* user, VX_CALLBACK_REQUEST request, uint32_t* size,
+                            void** data, int32_t first, int32_t* last);
+
+  int32_t application_ = -1;
+  FrameSource source_;
+  FrameForm form_;
+  unsigned threads_ = 1;
+  std::unique_ptr<FrameConveyor> conveyor_;
+  bool spilled_ = false;  // all is converted and lies in spill_, as in the value behind its offset table
+  Spill spill_;
+  std::vector<uint32_t> offsets_;                          // of the frames in it
+  std::vector<std::pair<uint32_t, std::string>> changes_;  // of attributes
+  std::string first_frame_;
+  uint64_t frame_bytes_ = 0;  // of each frame, where the value is not encapsulated
+  uint64_t length_ = 0;       // of that value
+  std::string path_;
+  std::string problem_;
+
+  // The reading of the value.
+  std::string piece_;
+  uint64_t given_ = 0;  // of its bytes, without an offset table
+  uint32_t frame_ = 0;
+};
+
+}  // namespace vexal
