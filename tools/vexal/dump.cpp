@@ -134,7 +134,8 @@ class Dumper {
   // With `streaming`, what is ready goes to standard output as the listing grows.
   Dumper(const DicomFile& file, const DumpSettings& settings, std::string& out, bool streaming)
       : file_(file), settings_(settings), out_(out), streaming_(streaming) {
-    text_.resize(std::max<std::size_t>(settings.width == 0 ? 65536 : settings.width + 2, 256));
+    // More characters than are shown, of four bytes at most.
+    text_.resize(settings.width == 0 ? 65536 : std::max<std::size_t>(settings.width * 4 + 8, 256));
   }
 
   void object(int32_t id, int depth) {
@@ -285,18 +286,29 @@ class Dumper {
     const auto size = static_cast<int32_t>(text_.size());
     uint64_t length = 0;
     ShownText shown(value_, settings_.width);
-    bool ascii = true;
+    const bool text = has_charset(vr);
+    const bool convert = text && needs_conversion();
+    bool ascii = true;  // so far, where that is asked
+    const auto add = [&](std::string_view bytes) {
+      if (convert) {
+        ascii = ascii && shown.add_ascii(bytes);
+      } else if (text) {
+        shown.add_utf8(bytes);
+      } else {
+        shown.add_bytes(bytes);
+      }
+    };
     VX_STATUS status = VX_Get_Value_To_String(id, tag, size, text_.data());
     for (int32_t number = 1;; ++number) {
       if (status == VX_NORMAL_COMPLETION) {
         const std::size_t used = std::strlen(text_.data());
         length += used;
-        if (!shown.is_cut()) ascii &= shown.add_ascii({text_.data(), used});
+        if (!shown.is_cut()) add({text_.data(), used});
       } else if (status == VX_BUFFER_TOO_SMALL) {
         uint32_t whole = 0;
         VX_Get_Value_Length(id, tag, number, &whole);
         length += whole;
-        if (!shown.is_cut()) ascii &= add_text_beyond(id, tag, number, whole, shown);
+        if (!shown.is_cut()) text_beyond(id, tag, number, whole, add);
       } else if (status != VX_NULL_VALUE) {
         break;
       }
@@ -306,22 +318,26 @@ class Dumper {
       status = VX_Get_Next_Value_To_String(id, tag, size, text_.data());
     }
     bool is_cut = shown.is_cut();
-    if (!ascii && has_charset(vr)) is_cut = text_beyond_ascii(id, tag, vr, count);
+    if (!ascii) is_cut = text_beyond_ascii(id, tag, vr, count);
     if (is_cut) value_ += "...";
     if (is_private(tag) && (tag & 0xFFFFU) >= 0x10 && (tag & 0xFFFFU) <= 0xFF)
       creators.add(tag, text_.data());
     return length;
   }
 
-  // A text that is larger than the buffer: shown as far as the width asks.
-  bool add_text_beyond(int32_t id, uint32_t tag, int32_t number, uint32_t whole, ShownText& shown) {
-    if (settings_.width != 0) return shown.add_ascii(text_.data());
+  // A text that is larger than the buffer: as much of it as the width asks.
+  template <typename Add>
+  void text_beyond(int32_t id, uint32_t tag, int32_t number, uint32_t whole, const Add& add) {
+    if (settings_.width != 0) {
+      add(text_.data());
+      return;
+    }
     std::string all(static_cast<std::size_t>(whole) + 2, '\0');
     VX_STATUS status = VX_Get_Value_To_String(id, tag, static_cast<int32_t>(all.size()), all.data());
     for (int32_t i = 1; i < number; ++i) {
       status = VX_Get_Next_Value_To_String(id, tag, static_cast<int32_t>(all.size()), all.data());
     }
-    return status != VX_NORMAL_COMPLETION || shown.add_ascii(all.c_str());
+    if (status == VX_NORMAL_COMPLETION) add(all.c_str());
   }
 
   // --- text beyond ASCII ---

@@ -55,25 +55,37 @@ void ShownText::add_character(std::string_view utf8, std::size_t columns) {
 }
 
 void ShownText::add_byte(char byte) {
-  char escape[8];
-  std::snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned char>(byte));
-  add_character(escape, 4);
+  static const char kDigits[] = "0123456789ABCDEF";
+  const auto code = static_cast<unsigned char>(byte);
+  const char escape[] = {'\\', 'x', kDigits[code >> 4U], kDigits[code & 15U]};
+  add_character({escape, sizeof escape}, sizeof escape);
+}
+
+// Takes plain characters off the head of a text. False if it has none.
+bool ShownText::add_plain(std::string_view& text) {
+  std::size_t end = 0;
+  while (end < text.size() && is_plain(text[end])) ++end;
+  add_run(text.substr(0, end));
+  text.remove_prefix(end);
+  return end > 0;
 }
 
 bool ShownText::add_ascii(std::string_view text) {
-  bool ascii = true;
-  for (std::size_t at = 0; at < text.size() && !cut_;) {
-    std::size_t end = at;
-    while (end < text.size() && is_plain(text[end])) ++end;
-    if (end > at) {
-      add_run(text.substr(at, end - at));
-      at = end;
-    } else {
-      ascii = ascii && static_cast<unsigned char>(text[at]) < 0x80 && text[at] != '\x1B';
-      add_byte(text[at++]);
-    }
+  while (!text.empty() && !cut_) {
+    if (add_plain(text)) continue;
+    if (static_cast<unsigned char>(text[0]) >= 0x80 || text[0] == '\x1B') return false;
+    add_byte(text[0]);
+    text.remove_prefix(1);
   }
-  return ascii;
+  return true;
+}
+
+void ShownText::add_bytes(std::string_view text) {
+  while (!text.empty() && !cut_) {
+    if (add_plain(text)) continue;
+    add_byte(text[0]);
+    text.remove_prefix(1);
+  }
 }
 
 void ShownText::add_code_point(char32_t c) {
@@ -96,16 +108,20 @@ void ShownText::add_code_point(char32_t c) {
 
 void ShownText::add_utf8(std::string_view text) {
   while (!text.empty() && !cut_) {
+    if (add_plain(text)) continue;
     const std::size_t length = utf8_length(text);
-    if (length == 0) {
-      add_byte(text.front());
+    if (length < 2) {
+      add_byte(text[0]);
       text.remove_prefix(1);
       continue;
     }
-    char32_t c = static_cast<unsigned char>(text[0]);
-    if (length > 1) c &= 0x7FU >> length;
+    char32_t c = static_cast<unsigned char>(text[0]) & (0x7FU >> length);
     for (std::size_t i = 1; i < length; ++i) c = (c << 6) | (static_cast<unsigned char>(text[i]) & 0x3FU);
-    add_code_point(c);
+    if (is_steering(c)) {
+      add_code_point(c);
+    } else {
+      add_character(text.substr(0, length), 1);
+    }
     text.remove_prefix(length);
   }
 }

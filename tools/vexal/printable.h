@@ -16,8 +16,9 @@ class ShownText {
  public:
   explicit ShownText(std::string& out, std::size_t limit = 0) : out_(out), limit_(limit) {}  // 0: no limit
 
-  // False if there is something beyond ASCII, or an escape sequence to it, among what is shown.
+  // Up to the first byte beyond ASCII, or an ESC, which may lead there: false then.
   bool add_ascii(std::string_view text);
+  void add_bytes(std::string_view text);  // escaped where they are not ASCII
   void add_utf8(std::string_view text);
   void add_unicode(std::u16string_view text);
   void add_byte(char byte);  // escaped
@@ -26,6 +27,7 @@ class ShownText {
 
  private:
   void add_run(std::string_view ascii);
+  bool add_plain(std::string_view& text);
   void add_character(std::string_view utf8, std::size_t columns);
   void add_code_point(char32_t c);
 
