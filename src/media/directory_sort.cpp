@@ -5,6 +5,8 @@
 #include <string>
 #include <unordered_map>
 
+#include "codec/saved_data.h"
+#include "frame/byte_order.h"
 #include "frame/log.h"
 #include "frame/text.h"
 #include "media/directory.h"
@@ -13,6 +15,7 @@
 #include "model/convert.h"
 #include "model/deferred.h"
 #include "model/values.h"
+#include "model/vr.h"
 
 namespace vx {
 
@@ -33,7 +36,42 @@ struct SortKey {
   } values[kMostKeys];
 };
 
+void set_key(SortKey::Value& value, int32_t vr, std::string_view text) {
+  text = trim(text);
+  value.is_number = vr == VX_VR_IS;
+  value.number = value.is_number ? parse_int32(text) : 0;
+  value.text.resize(text.size());
+  std::transform(text.begin(), text.end(), value.text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+}
+
+// Looks a text of one value up in saved data, which stay saved; false for what takes a decoder to tell.
+bool peek_value(const MsgObj& record, uint32_t tag, SortKey::Value& value) {
+  const SavedData* saved = saved_data(record);
+  if (saved == nullptr || tag < saved->FirstTag || saved->Syntax != EXPLICIT_LITTLE_ENDIAN) return false;
+  const uint8_t* bytes = saved->bytes();
+  uint32_t left = saved->Length;
+  for (uint32_t at = 0; left >= 8;) {
+    const uint32_t found = load_tag(bytes + at, false);
+    const int32_t vr = vr_from_letters(static_cast<char>(bytes[at + 4]), static_cast<char>(bytes[at + 5]));
+    if (found > tag) return true;
+    if (vr < 0 || has_long_header(vr)) return false;
+    const uint32_t length = load16(bytes + at + 6, false);
+    if (length > left - 8) return false;
+    if (found == tag) {
+      const std::string_view text(reinterpret_cast<const char*>(bytes + at + 8), length);
+      if (!is_text_vr(vr) || text.find('\\') != std::string_view::npos) return false;
+      set_key(value, vr, text);
+      return true;
+    }
+    at += 8 + length;
+    left -= 8 + length;
+  }
+  return left == 0;
+}
+
 VX_STATUS read_value(MsgObj& record, uint32_t tag, SortKey::Value& value) {
+  if (peek_value(record, tag, value)) return kOk;
   VX_STATUS status = decode_up_to(record, tag);
   const TagObj* attribute = status == kOk ? find_tag(record, tag) : nullptr;
   if (attribute == nullptr || attribute->ValueCount < 1) return status;
@@ -43,12 +81,7 @@ VX_STATUS read_value(MsgObj& record, uint32_t tag, SortKey::Value& value) {
   cursor_first(*attribute, cursor);
   status = view_text(*attribute, cursor, scratch, text);
   if (status != kOk) return status == VX_NULL_VALUE ? kOk : status;
-  text = trim(text);
-  value.is_number = attribute->VR == VX_VR_IS;
-  value.number = value.is_number ? parse_int32(text) : 0;
-  value.text.resize(text.size());
-  std::transform(text.begin(), text.end(), value.text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  set_key(value, attribute->VR, text);
   return kOk;
 }
 

@@ -2,6 +2,7 @@
 #include <functional>
 #include <map>
 
+#include "codec/saved_data.h"
 #include "codec/streams.h"
 
 namespace {
@@ -269,12 +270,20 @@ TEST_F(Directory, RecordsThatOthersReferTo) {
   EXPECT_EQ(records(dir_), 1);
 }
 
-TEST_F(Directory, Sorting) {
+class Sorting : public Directory, public testing::WithParamInterface<bool> {};
+INSTANTIATE_TEST_SUITE_P(PackedOrNot, Sorting, testing::Bool());
+
+TEST_P(Sorting, ByTypeAndValues) {
   build();
   add(images_.entity, "DIR_REC_PRIVATE");
   const int32_t dose = add(images_.entity, "DIR_REC_RT_DOSE");
   VX_Set_Value_From_String(dose, 0x00200013, "1");
+  const vx::MsgObj& packed = *vx::find_object(images_.record);
+  for (const int32_t record : {patients_.record, patient_2_, images_.record, image_2_, image_3_, dose}) {
+    if (GetParam()) VX_Dir_Stream_Directory_Record(dir_, record);
+  }
   EXPECT_EQ(VX_Dir_Sort(dir_), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(vx::saved_data(packed) != nullptr, GetParam()) << "sorting unpacks nothing";
   const char* sorted = "PATIENT Alpha,PATIENT Zeta(STUDY(SERIES(IMAGE 2,IMAGE 10,IMAGE,RT_DOSE 1,PRIVATE)))";
   EXPECT_EQ(tree(dir_), sorted);
   EXPECT_EQ(reference(dir_, 0x00041200), patient_2_);

@@ -40,7 +40,7 @@ constexpr uint32_t kInstanceUid = 0x00080018;
 constexpr uint32_t kLastKey = 0x7FDFFFFF;  // nothing in a record comes from behind it
 
 std::string text_of(int32_t object, uint32_t tag) {
-  char buffer[1024] = "";
+  char buffer[1024];
   if (VX_Get_Value_To_String(object, tag, sizeof buffer, buffer) != VX_NORMAL_COMPLETION) return {};
   std::string text = buffer;
   while (!text.empty() && (text.back() == ' ' || text.back() == '\0')) text.pop_back();
@@ -453,6 +453,20 @@ bool Builder::fill(int32_t record, const std::string& type, DicomFile& file, std
   return true;
 }
 
+// A record that is complete goes into little room: without what the template offered and nobody filled, and
+// packed.
+void shrink(int32_t directory, int32_t record) {
+  std::vector<uint32_t> unfilled;
+  uint32_t tag = 0;
+  int32_t count = 0;
+  for (VX_STATUS status = VX_Get_First_Attribute(record, &tag, nullptr, &count);
+       status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Attribute(record, &tag, nullptr, &count)) {
+    if (count == 0) unfilled.push_back(tag);
+  }
+  for (const uint32_t each : unfilled) VX_Delete_Attribute(record, each);
+  VX_Dir_Stream_Directory_Record(directory, record);
+}
+
 int32_t Builder::level(int32_t parent, const char* type, const std::string& key, DicomFile& file,
                        std::string& reason) {
   if (key.empty()) {
@@ -463,7 +477,10 @@ int32_t Builder::level(int32_t parent, const char* type, const std::string& key,
   if (known != 0) return known;
   const int32_t record = directory_.add(parent, type);
   if (record == 0) reason = directory_.problem();
-  if (record != 0 && fill(record, type, file, reason)) return known = record;
+  if (record != 0 && fill(record, type, file, reason)) {
+    shrink(directory_.id(), record);
+    return known = record;
+  }
   if (record != 0) VX_Dir_Delete_Record(directory_.id(), record);
   return 0;
 }
@@ -521,6 +538,7 @@ bool Builder::add(const std::string& path) {
   VX_Set_Value_From_String(record, kClassInFile, sop_class.c_str());
   VX_Set_Value_From_String(record, kInstanceInFile, instance.c_str());
   VX_Set_Value_From_String(record, kSyntaxInFile, text_of(file.id(), 0x00020010).c_str());
+  shrink(directory_.id(), record);
   files_[upper(file_id)] = record;
   return true;
 }
