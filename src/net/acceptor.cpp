@@ -285,15 +285,9 @@ VX_STATUS wait_for_association(const WaitRequest& request, int32_t& application_
 VX_STATUS wait_for_connection(int32_t timeout, int32_t port, const char* address, int32_t& socket) {
   TL_ListenPortObj* listener = nullptr;
   if (TL_Prepare_Listen_Port(port, address, listener) != TL_NORMAL) return VX_SYSTEM_ERROR;
-  TL_Transport* transport = nullptr;
-  const TL_STATUS status = TL_Wait_For_Connection(transport, timeout, listener, 0);
+  const TL_STATUS status = TL_Wait_For_Socket(socket, timeout, *listener);
   TL_Release_Listen_Port(listener);
-  if (status == TL_NORMAL) {
-    socket = transport->socket;
-    TL_Free_Transport(transport);
-    return kOk;
-  }
-  if (transport != nullptr) TL_Close_Transport(transport);
+  if (status == TL_NORMAL) return kOk;
   if (status == TL_TIMED_OUT) return VX_TIMEOUT;
   VX_LOG_ERR("VXI_Wait_For_Connection", "Error on TL_Wait_For_Connection call");
   return VX_NEGOTIATION_ABORTED;

@@ -271,6 +271,16 @@ TL_STATUS TL_Wait_For_Connection(TL_Transport*& out, int32_t timeout, TL_ListenP
   return status == TL_NORMAL ? complete_transport(*out, "TL_Wait_For_Connection") : status;
 }
 
+TL_STATUS TL_Wait_For_Socket(int32_t& socket, int32_t timeout, TL_ListenPortObj& listener) {
+  TL_Transport* transport = TL_Create_Transport(nullptr, nullptr);
+  if (transport == nullptr) return TL_NO_POOL;
+  TL_STATUS status = accept_connection(listener, timeout, *transport);
+  if (status == TL_NORMAL) status = SetSocketOptions(transport->socket);
+  if (status == TL_NORMAL) socket = transport->socket;
+  TL_Free_Transport(transport);
+  return status;
+}
+
 void TL_Reset() {
   const Guard guard(g_lock);
   while (!g_ports.empty()) remove_port(g_ports.back());

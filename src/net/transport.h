@@ -65,6 +65,9 @@ TL_Transport* TL_Create_Transport(const SS_Functions* functions, void* applicati
 // close it. TL_TIMED_OUT also when the port is closed meanwhile.
 TL_STATUS TL_Wait_For_Connection(TL_Transport*& out, int32_t timeout, TL_ListenPortObj* listener,
                                  int accepted);
+// Accepts a connection for the application, which may hand its socket back later as `accepted`: captured only
+// then.
+TL_STATUS TL_Wait_For_Socket(int32_t& socket, int32_t timeout, TL_ListenPortObj& listener);
 // A time-out below 1 becomes 15 seconds.
 TL_STATUS TL_Connect(TL_Transport& transport, const char* host, const char* port, int32_t timeout);
 
