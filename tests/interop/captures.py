@@ -10,11 +10,10 @@ import concurrent.futures
 import glob
 import os
 import shutil
-import subprocess
 import sys
 
 import network
-from network import SAMPLES, VEXAL, Server, arrived, check, data_set, free_port, meta_text, run, valid_samples
+from network import VEXAL, Server, arrived, check, data_set, free_port, meta_text, run, valid_samples
 
 EXPLICIT = "1.2.840.10008.1.2.1"
 
