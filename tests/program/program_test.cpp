@@ -284,6 +284,14 @@ TEST_F(Program, ConvertsCharacterSets) {
   EXPECT_NE(read("m.dcm").find("\x1B$B;3ED\x1B(B^\x1B$BB@O:\x1B(B"), std::string::npos);
   EXPECT_NE(read("m.dcm").find("\xBB\xEE\xDA^X"), std::string::npos);
 
+  // What is typed goes into the sets of its place.
+  const std::string change =
+      "modify --set PatientName=Мир --set 'ReferencedImageSequence[0].PatientName=山' ";
+  ASSERT_EQ(run(change + path("c.dcm") + " " + path("t.dcm")).exit, 0);
+  EXPECT_NE(read("t.dcm").find("\xBC\xD8\xE0"), std::string::npos);
+  EXPECT_NE(read("t.dcm").find("\x1B$B;3\x1B(B"), std::string::npos);
+  EXPECT_EQ(run("modify --set PatientName=山 " + path("c.dcm") + " " + path("x.dcm")).exit, 2);
+
   // Text that no set is named for.
   std::string bare = charset_sample();
   bare.replace(bare.find("ISO_IR 144"), 10, "ISO_IR 6  ");

@@ -136,6 +136,33 @@ void show_broken(ShownText& out, std::string_view bytes, const std::string& char
   }
 }
 
+bool set_typed_text(int32_t id, uint32_t tag, VX_VR vr, const std::string& text, bool first,
+                    VX_STATUS& status) {
+  const auto as_it_is = [&] {
+    status = first ? VX_Set_Value_From_String(id, tag, text.c_str())
+                   : VX_Set_Next_Value_From_String(id, tag, text.c_str());
+    return true;
+  };
+  std::u16string wide;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t length = utf8_length(std::string_view(text).substr(at));
+    if (length == 0) return as_it_is();
+    append_utf16(wide, utf8_code_point(std::string_view(text).substr(at, length)));
+    at += length;
+  }
+  if (is_ascii(text) || !has_charset(vr) || !load_charsets()) return as_it_is();
+  const MutedWarnings quiet;
+  const auto size = static_cast<int32_t>(wide.size());
+  status = first ? VX_Set_Value_From_UnicodeString(id, tag, size, wide.data())
+                 : VX_Set_Next_Value_From_UnicodeString(id, tag, size, wide.data());
+  int32_t count = 0;
+  std::vector<TextValue> values;
+  VX_Get_Attribute_Info(id, tag, nullptr, &count);
+  read_texts(id, tag, count, false, values);
+  return values.empty() || text.find(kSubstitute) != std::string::npos ||
+         values.back().bytes.find(kSubstitute) == std::string::npos;
+}
+
 namespace {
 
 // One attribute in the new character sets.
@@ -258,12 +285,9 @@ std::string Conversion::encode(std::u16string_view text) const {
 
 bool Conversion::can_hold(char32_t c) const {
   if (c < 0x80) return true;
-  char16_t units[2] = {static_cast<char16_t>(c), 0};
-  if (c >= 0x10000) {
-    units[0] = static_cast<char16_t>(0xD7C0 + (c >> 10U));
-    units[1] = static_cast<char16_t>(0xDC00 + (c & 0x3FFU));
-  }
-  const std::string bytes = encode({units, c >= 0x10000 ? std::size_t{2} : std::size_t{1}});
+  std::u16string units;
+  append_utf16(units, c);
+  const std::string bytes = encode(units);
   return !bytes.empty() && bytes.find(kSubstitute) == std::string::npos;
 }
 

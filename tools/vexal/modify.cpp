@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "charset.h"
 #include "commands.h"
 #include "files.h"
 #include "names.h"
@@ -124,8 +125,11 @@ VX_STATUS set_values(const Place& place, const std::string& value, bool keep_old
     std::size_t end = is_one_value(vr) ? std::string::npos : value.find('\\', start);
     if (end == std::string::npos) end = value.size();
     const std::string piece = value.substr(start, end - start);
-    const VX_STATUS status = first ? VX_Set_Value_From_String(place.object, place.tag, piece.c_str())
-                                   : VX_Set_Next_Value_From_String(place.object, place.tag, piece.c_str());
+    VX_STATUS status = VX_NORMAL_COMPLETION;
+    if (!set_typed_text(place.object, place.tag, vr, piece, first, status)) {
+      error = "SpecificCharacterSet names no set that holds all of this text; see vexal convert --charset";
+      return VX_INVALID_CHARS_IN_VALUE;
+    }
     if (status != VX_NORMAL_COMPLETION) worst = status;
     first = false;
     start = end + 1;

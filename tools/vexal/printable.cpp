@@ -38,6 +38,13 @@ std::size_t utf8_length(std::string_view text) {
   return length;
 }
 
+char32_t utf8_code_point(std::string_view character) {
+  char32_t c = static_cast<unsigned char>(character[0]);
+  if (character.size() > 1) c &= 0x7FU >> character.size();
+  for (const char byte : character.substr(1)) c = (c << 6) | (static_cast<unsigned char>(byte) & 0x3FU);
+  return c;
+}
+
 void ShownText::add_run(std::string_view ascii) {
   if (limit_ != 0 && ascii.size() > limit_ - used_) {
     ascii = ascii.substr(0, limit_ - used_);
@@ -115,8 +122,7 @@ void ShownText::add_utf8(std::string_view text) {
       text.remove_prefix(1);
       continue;
     }
-    char32_t c = static_cast<unsigned char>(text[0]) & (0x7FU >> length);
-    for (std::size_t i = 1; i < length; ++i) c = (c << 6) | (static_cast<unsigned char>(text[i]) & 0x3FU);
+    const char32_t c = utf8_code_point(text.substr(0, length));
     if (is_steering(c)) {
       add_code_point(c);
     } else {
@@ -153,6 +159,15 @@ void append_utf8(std::string& out, char32_t c) {
     tail(12);
     tail(6);
     tail(0);
+  }
+}
+
+void append_utf16(std::u16string& out, char32_t c) {
+  if (c < 0x10000) {
+    out += static_cast<char16_t>(c);
+  } else {
+    out += static_cast<char16_t>(0xD7C0 + (c >> 10U));
+    out += static_cast<char16_t>(0xDC00 + (c & 0x3FFU));
   }
 }
 

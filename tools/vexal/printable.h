@@ -9,6 +9,8 @@ namespace vexal {
 
 // Length of the UTF-8 character at the head of a text, 0 if there is none.
 std::size_t utf8_length(std::string_view text);
+// The code point of one such character.
+char32_t utf8_code_point(std::string_view character);
 
 // Appends to a string, up to a number of characters. Control characters and bytes that are no text become
 // \xNN, characters that would turn the order of a line around \uNNNN; such an escape is never cut apart.
@@ -41,6 +43,7 @@ class ShownText {
 std::string shown(std::string_view utf8);
 
 void append_utf8(std::string& out, char32_t c);
+void append_utf16(std::u16string& out, char32_t c);
 // The code point at `at`, which moves behind it; a half of a pair by itself stays what it is.
 char32_t next_code_point(std::u16string_view text, std::size_t& at);
 
