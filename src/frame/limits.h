@@ -48,4 +48,9 @@ inline constexpr std::size_t kAssociateStep = 64U * 1024U;
 inline constexpr std::size_t kMaxFrame = 0x7FFFFFFFU;
 inline constexpr uint32_t kMaxSamples = 4;
 
+// A frame beyond the first of these needs a stream of at least that part of its size: a handful of bytes does
+// not make a decoder fill gigabytes. Blank frames of that size would be refused with it; nobody has them.
+inline constexpr std::size_t kFreeFrame = 64U << 20;
+inline constexpr std::size_t kMaxFrameRatio = 65536;
+
 }  // namespace vx

@@ -79,6 +79,9 @@ extern const Codec kJpegLosslessCodec;
 extern const Codec kJpegLsCodec;
 extern const Codec kJpeg2000Codec;
 
+// FFD9 ends all streams but those of RLE; pads may stand behind it. False if it is missing: the data is then
+// that of `mended`, where it is not.
+bool mend_end(const uint8_t*& data, std::size_t& size, std::vector<uint8_t>& mended);
 // Samples of 16 bits with what stands above Bits Stored taken off. False if that is more than the sign.
 bool strip_high_bits(const ImageAttributes& image, const uint8_t* frame, std::vector<uint16_t>& samples);
 // Gives samples of a signed image their sign back.

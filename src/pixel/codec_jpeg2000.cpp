@@ -277,7 +277,7 @@ void copy_samples(const opj_image_t& decoded, std::size_t pixels, uint8_t* frame
 }
 
 int decompress(const ImageAttributes& image, bool, const uint8_t* data, std::size_t size, uint8_t* frame,
-               CodecResult&) {
+               CodecResult&) try {
   unwrap(data, size);
   CodeStreamHead head;
   if (int status = read_size_segment(data, size, head); status != kCodecDone) return status;
@@ -285,7 +285,11 @@ int decompress(const ImageAttributes& image, bool, const uint8_t* data, std::siz
       head.image.components != image.SamplesPerPixel || head.image.precision > image.BitsAllocated) {
     return kCodecOtherImage;
   }
+  const uint64_t samples = uint64_t{image.Rows} * image.Columns * image.SamplesPerPixel;
+  if (samples > kMaxFrame / sizeof(OPJ_INT32)) return kCodecTooLarge;  // the library keeps them all so wide
   if (!load_library()) return kCodecNotLoaded;
+  std::vector<uint8_t> mended;
+  const int done = mend_end(data, size, mended) ? kCodecDone : kCodecBadEnd;
   Memory memory{data, nullptr, size, 0};
   Handles handles;
   handles.codec = lib.create_decompress(OPJ_CODEC_J2K);
@@ -302,7 +306,7 @@ int decompress(const ImageAttributes& image, bool, const uint8_t* data, std::siz
   const std::size_t pixels = std::size_t{image.Rows} * image.Columns;
   if (image.BitsAllocated == 1) {
     pack_bits(*handles.image, pixels, frame);
-    return kCodecDone;
+    return done;
   }
   if (image.BitsAllocated == 16) {
     copy_samples<uint16_t>(*handles.image, pixels, frame);
@@ -312,7 +316,9 @@ int decompress(const ImageAttributes& image, bool, const uint8_t* data, std::siz
   // A stream that does not say so may hold the bits of signed samples all the same.
   const bool tolerant = library_initialized() && config_bool(VX_CFG_COMPRESSION_J2K_SIGNED_TOLERANCE);
   if (!head.is_signed && !tolerant) extend_sign(image, frame, head.image.precision);
-  return kCodecDone;
+  return done;
+} catch (const std::bad_alloc&) {
+  return kCodecNoMemory;
 }
 
 // --- Compression ---

@@ -89,12 +89,6 @@ int status_of(charls_jpegls_errc code) {
   }
 }
 
-// Pads may stand behind the end of image.
-bool ends_well(const uint8_t* data, std::size_t size) {
-  while (size > 2 && data[size - 1] == 0) --size;
-  return size >= 2 && data[size - 2] == 0xFF && data[size - 1] == 0xD9;
-}
-
 // Planes into pixels.
 void interleave(const uint8_t* planes, std::size_t pixels, std::size_t samples, std::size_t width,
                 uint8_t* out) {
@@ -130,16 +124,8 @@ int decompress(const ImageAttributes& image, bool, const uint8_t* data, std::siz
     return kCodecOtherImage;
   }
   if (!load_library()) return kCodecNotLoaded;
-  const bool complete = ends_well(data, size);
   std::vector<uint8_t> mended;
-  if (!complete) {  // the library searches long for an end that is not there
-    mended.resize(size + 2);
-    std::memcpy(mended.data(), data, size);
-    mended[size] = 0xFF;
-    mended[size + 1] = 0xD9;
-    data = mended.data();
-    size = mended.size();
-  }
+  const bool complete = mend_end(data, size, mended);  // the library searches long for one that is not there
   const Decoder decoder;
   if (decoder.handle == nullptr) return kCodecNoMemory;
   charls_jpegls_errc code = lib.set_source(decoder.handle, data, size);

@@ -412,6 +412,10 @@ VX_STATUS decompress(StandardContext& run, uint32_t size, const void* data, bool
     return kOk;
   }
   const uint32_t frame_size = run.image.FrameSize;
+  if (frame_size > kFreeFrame && frame_size / kMaxFrameRatio > length) {
+    return refuse(kDecompressor, "Pegasus responded RES_ERR when decompressing.  Status = %s",
+                  codec_text(kCodecTooLarge));
+  }
   run.frame.reset(new uint8_t[std::size_t{frame_size} + 1]);  // each decoder that succeeds has filled it
   run.frame[frame_size] = 0;
   CodecResult result;

@@ -537,6 +537,7 @@ VX_STATUS Stripper::end_of_frame() {
   }
   ++c_.FrameIndex;
   c_.FrameBytes = 0U - c_.SegmentRemaining;
+  if (decoder_ != nullptr && c_.FrameIndex >= frames_) return VX_END_OF_DATA;  // what follows is padding
   if (frame_mode_) return VX_END_OF_FRAME;
   c_.ExpectMoreFrames = true;
   return kOk;
