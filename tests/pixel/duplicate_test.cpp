@@ -112,6 +112,52 @@ TEST_F(Duplicate, LosslessChainsBringBackTheSamePixels) {
   }
 }
 
+// Whatever colour transforms the syntaxes on the way use, the label tells what the bytes are.
+TEST_F(Duplicate, TheLabelFollowsTheBytes) {
+  set_bool(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE, true);
+  set_int(VX_CFG_COMPRESSION_LUM_FACTOR, 2);
+  set_int(VX_CFG_COMPRESSION_CHROM_FACTOR, 2);
+  Image rgb{.rows = 32, .columns = 32, .samples = 3, .photometric = "RGB"};
+  native(rgb, 4);
+  std::string pixels(rgb.frame_size(), '\0');  // smooth, so that halved chrominance costs little
+  for (std::size_t i = 0; i < pixels.size(); ++i)
+    pixels[i] = static_cast<char>(i % 3 == 0 ? i / 96 * 7 : i % 3 == 1 ? 255 - i / 96 * 5 : i % 96 * 2);
+  set_value(id_, pixels, 1000);
+  struct Step {
+    VX_TRANSFER_SYNTAX syntax;
+    const char* label;
+  };
+  int32_t at = id_;
+  std::vector<int32_t> made;
+  for (const Step& step : {Step{JPEG_2000_LOSSLESS_ONLY, "YBR_RCT"},
+                           {JPEG_BASELINE, "YBR_FULL_422"},
+                           {JPEG_2000, "YBR_RCT"},
+                           {RLE, "RGB"},
+                           {JPEG_LS_LOSSLESS, "RGB"},
+                           {JPEG_BASELINE, "YBR_FULL_422"},
+                           {EXPLICIT_LITTLE_ENDIAN, "RGB"}}) {
+    int32_t next = -1;
+    const bool plain = step.syntax == EXPLICIT_LITTLE_ENDIAN;
+    ASSERT_EQ(VX_Duplicate_Message(at, &next, step.syntax,
+                                   plain                ? nullptr
+                                   : step.syntax == RLE ? VX_RLE_Compressor
+                                                        : VX_Standard_Compressor,
+                                   plain                ? nullptr
+                                   : step.syntax == RLE ? VX_RLE_Decompressor
+                                                        : VX_Standard_Decompressor),
+              VX_NORMAL_COMPLETION)
+        << step.syntax;
+    EXPECT_EQ(text(next, 0x00280004), step.label) << step.syntax;
+    made.push_back(at = next);
+  }
+  std::string frame;
+  ASSERT_EQ(get_frame(at, 0, frame), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(frame.size(), pixels.size());
+  for (std::size_t i = 0; i < frame.size(); ++i)
+    ASSERT_LE(std::abs(static_cast<uint8_t>(frame[i]) - static_cast<uint8_t>(pixels[i])), 12) << i;
+  for (int32_t id : made) VX_Free_Message(&id);
+}
+
 TEST_F(Duplicate, PlanesBecomePixelsWhereTheSyntaxWantsThem) {
   const Image planar{.rows = 4, .columns = 6, .samples = 3, .planar = 1, .frames = 2, .photometric = "RGB"};
   const std::string pixels = native(planar, 3);

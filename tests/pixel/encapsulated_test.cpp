@@ -1,4 +1,10 @@
 // Values built and taken apart without a codec: items, tables, frames.
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
 #include "model/callbacks.h"
 #include "pixels.h"
 
@@ -93,10 +99,12 @@ TEST_F(Encapsulated, EverySplitOfEveryLayoutGivesTheSameFrames) {
   const std::string body = item("aa") + item("aa") + item(kB) + item(kC);
   const std::string with_empty_fragments =
       table({0, 28, 50}) + item("aa") + item("") + item("aa") + item(kB) + item("") + item(kC);
+  const std::string odd_fragments =
+      table({0, 20, 42}) + item("a") + item("aaa") + item("bbb") + item("bbb") + item("cc");
   const std::vector<std::string> expected{kA, kB, kC};
   prepare_frames(3);
-  for (const std::string& stored :
-       {head + body + kDelimiter, head + body, with_empty_fragments + kDelimiter}) {
+  for (const std::string& stored : {head + body + kDelimiter, head + body, with_empty_fragments + kDelimiter,
+                                    odd_fragments + kDelimiter}) {
     for (std::size_t piece = 1; piece <= stored.size(); ++piece) {
       SCOPED_TRACE(testing::Message() << stored.size() << " bytes in pieces of " << piece);
       set_value(id_, stored, piece);
@@ -264,6 +272,63 @@ TEST_F(Encapsulated, AValueThatACallbackHolds) {
   std::string bytes;
   EXPECT_EQ(get_frame(id_, 1, bytes), VX_NORMAL_COMPLETION);
   EXPECT_EQ(bytes, kB);
+}
+
+// Frames and their growing table on temporary files, the disk full anywhere: each call ends in a status, and
+// the object takes the same frames when there is room again. With a limit that bites in the table's file
+// first, and in that of the data.
+TEST_F(Encapsulated, TheTableOnFilesWithTheDiskFullAnywhere) {
+  support::TempFolder large;
+  VX_Set_String_Config_Value(VX_CFG_LARGE_DATA_STORE, "FILE");
+  VX_Set_String_Config_Value(VX_CFG_TEMP_FILE_DIRECTORY, large.path().c_str());
+  set_int(VX_CFG_LARGE_DATA_SIZE, 200);
+  set_int(VX_CFG_OBOW_BUFFER_SIZE, 4096);
+  VX_Free_Message(&id_);  // an object keeps the settings that it was made under
+  ASSERT_EQ(VX_Open_Empty_Message(&id_), VX_NORMAL_COMPLETION);
+  struct Frames {
+    int count;
+    std::size_t bytes;
+    rlim_t last_limit;
+    rlim_t step;
+  };
+  for (const Frames& f : {Frames{40, 300, 13000, 97}, Frames{300, 200, 1400, 53}}) {
+    prepare_frames(f.count);
+    const std::string frame(f.bytes, 'f');
+    const auto write = [&] {
+      VX_STATUS status = VX_NORMAL_COMPLETION;
+      for (int i = 0; i < f.count && status == VX_NORMAL_COMPLETION; ++i)
+        status = set_frame(id_, i == 0, {.bytes = frame});
+      return status == VX_NORMAL_COMPLETION ? VX_Close_Encapsulated_Value(id_, kPixelData) : status;
+    };
+    const pid_t child = ::fork();
+    if (child == 0) {
+      std::signal(SIGXFSZ, SIG_IGN);
+      int failures = 0;
+      int full = 0;
+      for (rlim_t limit = 0; limit < f.last_limit; limit += f.step) {
+        for (const rlim_t room : {limit, RLIM_INFINITY}) {
+          const rlimit now{room, RLIM_INFINITY};
+          ::setrlimit(RLIMIT_FSIZE, &now);
+          const VX_STATUS status = write();
+          const rlimit open{RLIM_INFINITY, RLIM_INFINITY};
+          ::setrlimit(RLIMIT_FSIZE, &open);
+          full += status == VX_TEMP_FILE_ERROR ? 1 : 0;
+          if (status != VX_NORMAL_COMPLETION) {
+            failures += status == VX_TEMP_FILE_ERROR && room != RLIM_INFINITY ? 0 : 1;
+            continue;
+          }
+          std::string bytes;
+          for (const int number : {f.count - 1, 0, f.count / 2})
+            failures += get_frame(id_, number, bytes) == VX_NORMAL_COMPLETION && bytes == frame ? 0 : 1;
+        }
+      }
+      ::_exit(failures != 0 ? std::min(failures, 100) : full < 10 ? 101 : 0);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+  }
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// Other people's programs: what we compress they decompress to the same pixels, and the other way round.
+// Other people's programs: what they compress we decompress to the same pixels, and 12 bits with loss both
+// ways.
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -108,40 +109,6 @@ const Image kImages[] = {
     {.rows = 36, .columns = 51, .allocated = 16, .stored = 16, .is_signed = 1},
     {.rows = 36, .columns = 52, .samples = 3, .frames = 2, .photometric = "RGB"},
 };
-
-TEST_F(Peers, DecompressWhatWeCompress) {
-  struct Case {
-    VX_TRANSFER_SYNTAX syntax;
-    std::vector<const char*> programs;  // with input and output behind them
-  };
-  const Case cases[] = {
-      {RLE, {"dcmdrle", "gdcmconv --raw"}},
-      {JPEG_LOSSLESS_HIER_14, {"dcmdjpeg", "gdcmconv --raw"}},
-      {JPEG_LS_LOSSLESS, {"dcmdjpls", "gdcmconv --raw"}},
-      {JPEG_2000_LOSSLESS_ONLY, {"gdcmconv --raw"}},
-  };
-  uint32_t seed = 50;
-  for (const Image& image : kImages) {
-    std::string pixels;
-    int32_t id = native(image, pixels, seed += 10);
-    for (const Case& c : cases) {
-      SCOPED_TRACE(testing::Message()
-                   << "syntax " << c.syntax << ", " << image.photometric << ' ' << image.stored);
-      int32_t copy = -1;
-      ASSERT_EQ(VX_Duplicate_Message(id, &copy, c.syntax,
-                                     c.syntax == RLE ? VX_RLE_Compressor : VX_Standard_Compressor,
-                                     c.syntax == RLE ? VX_RLE_Decompressor : VX_Standard_Decompressor),
-                VX_NORMAL_COMPLETION);
-      save(copy, "ours.dcm");
-      VX_Free_File(&copy);
-      for (const char* program : c.programs) {
-        ASSERT_TRUE(run(program + (" " + path("ours.dcm")) + " " + path("theirs.dcm"))) << program;
-        EXPECT_TRUE(pixels_of("theirs.dcm", image.frame_size()) == pixels) << program;
-      }
-    }
-    VX_Free_File(&id);
-  }
-}
 
 TEST_F(Peers, CompressWhatWeDecompress) {
   uint32_t seed = 500;
