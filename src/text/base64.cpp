@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 namespace vx {
 
@@ -16,9 +17,17 @@ constexpr std::array<int8_t, 256> kDigits = [] {
   return digits;
 }();
 
+// Each twelve bits as two characters.
+constexpr std::array<std::array<char, 2>, 4096> kPairs = [] {
+  std::array<std::array<char, 2>, 4096> pairs{};
+  for (std::size_t i = 0; i < pairs.size(); ++i) pairs[i] = {kAlphabet[i >> 6], kAlphabet[i & 63U]};
+  return pairs;
+}();
+
 void encode3(const uint8_t* in, char* out) {
   const uint32_t bits = (uint32_t{in[0]} << 16) | (uint32_t{in[1]} << 8) | in[2];
-  for (int i = 0; i < 4; ++i) out[i] = kAlphabet[(bits >> (18 - 6 * i)) & 63U];
+  std::memcpy(out, kPairs[bits >> 12].data(), 2);
+  std::memcpy(out + 2, kPairs[bits & 0xFFFU].data(), 2);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <iterator>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "config/shared_library.h"
 #include "frame/log.h"
@@ -34,6 +35,7 @@ struct LibXml {
   decltype(&xmlFreeParserCtxt) release = nullptr;
   decltype(&__xmlStructuredError) error = nullptr;
   decltype(&__xmlStructuredErrorContext) error_user = nullptr;
+  decltype(&__xmlGenericError) other_error = nullptr;
   bool ready = false;
 
   LibXml() {
@@ -45,7 +47,8 @@ struct LibXml {
                               {"xmlStopParser", at(stop)},
                               {"xmlFreeParserCtxt", at(release)},
                               {"__xmlStructuredError", at(error)},
-                              {"__xmlStructuredErrorContext", at(error_user)}};
+                              {"__xmlStructuredErrorContext", at(error_user)},
+                              {"__xmlGenericError", at(other_error)}};
     ready = open_shared_library("libxml2.so.2", symbols, std::size(symbols));
     if (ready) init();
   }
@@ -167,17 +170,20 @@ void on_error(void* user, xmlErrorPtr error) {
   });
 }
 
-// Errors that libxml2 reports beside the parser, of encodings, would go to the standard error. The place for
-// them belongs to the thread.
+void on_other_error(void*, const char*, ...) {}
+
+// Errors that libxml2 reports beside the parser, of encodings, would go to the standard error. The places for
+// them belong to the thread.
 class QuietLibXml {
  public:
-  explicit QuietLibXml(NativeParse& parse) : function_(*libxml().error()), user_(*libxml().error_user()) {
-    *libxml().error() = &on_error;
-    *libxml().error_user() = &parse;
-  }
+  explicit QuietLibXml(NativeParse& parse)
+      : function_(std::exchange(*libxml().error(), &on_error)),
+        user_(std::exchange(*libxml().error_user(), &parse)),
+        other_(std::exchange(*libxml().other_error(), &on_other_error)) {}
   ~QuietLibXml() {
     *libxml().error() = function_;
     *libxml().error_user() = user_;
+    *libxml().other_error() = other_;
   }
   QuietLibXml(const QuietLibXml&) = delete;
   QuietLibXml& operator=(const QuietLibXml&) = delete;
@@ -185,6 +191,7 @@ class QuietLibXml {
  private:
   xmlStructuredErrorFunc function_;
   void* user_;
+  xmlGenericErrorFunc other_;
 };
 
 }  // namespace

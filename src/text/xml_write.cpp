@@ -492,7 +492,8 @@ VX_STATUS XmlWriter::own(MsgObj& object) {
     const VX_STATUS status = section({object, set, 0x00020000U, 0x0002FFFFU, 0}, "FileMetaInfo", false);
     if (status != VX_NORMAL_COMPLETION) return status;
   }
-  const uint32_t first = kind == Kind::Dicomdir ? kFirstDirectoryTag : kFirstDataSetTag;
+  // A directory may be open as a file.
+  const uint32_t first = kind == Kind::Dicomdir || kind == Kind::File ? kFirstDirectoryTag : kFirstDataSetTag;
   const VX_STATUS status = section({object, set, first, 0xFFFFFFFFU, 0}, "DataSet", true);
   if (status != VX_NORMAL_COMPLETION) return status;
   end(root);

@@ -531,6 +531,43 @@ TEST_F(Program, JsonAndBack) {
   const std::size_t uri = apart.find(path("bulk/"));
   ASSERT_NE(uri, std::string::npos) << apart;
   EXPECT_EQ(fs::file_size(apart.substr(uri, apart.find('"', uri) - uri)), 131072U);
+  // Bulk values come back from their folder and from nowhere else.
+  for (const std::string form : {"", "--own "}) {
+    const std::string bulk = form + "--bulk " + path("bulk") + " ";
+    ASSERT_EQ(run("json " + bulk + a + " > " + path("j.json")).exit, 0);
+    EXPECT_EQ(run("json --back " + bulk + path("j.json") + " " + path("j.dcm")).exit, 0);
+    EXPECT_EQ(run("json " + path("j.dcm")).out, run("json " + a).out);
+  }
+  write("bulk/sub.bin", "abc");
+  write("out.bin", "abc");
+  fs::create_symlink(path("out.bin"), path("bulk/link.bin"));
+  for (const auto& [target, exit] :
+       std::initializer_list<std::pair<std::string, int>>{{"sub.bin", 0},
+                                                          {"./s%75b.bin", 0},
+                                                          {path("bulk/sub.bin"), 0},
+                                                          {"file://" + path("bulk/sub.bin"), 0},
+                                                          {"link.bin", 2},
+                                                          {"../out.bin", 2},
+                                                          {"%2e./out.bin", 2},
+                                                          {"file://" + path("out.bin"), 2},
+                                                          {"file:///etc/passwd", 2},
+                                                          {"http://localhost/x", 2},
+                                                          {"none.bin", 2},
+                                                          {".", 2}}) {
+    write("uri.json",
+          R"({"00091001": {"vr": "OB", "BulkDataURI": ")" + target +
+              R"("}, "00090010": {"vr": "LO", "Value": ["A"]}, "00420011": {"vr": "UN", "BulkDataURI": ")" +
+              target + "\"}}");
+    fs::remove(path("u.dcm"));
+    EXPECT_EQ(run("json --back --bulk " + path("bulk") + " " + path("uri.json") + " " + path("u.dcm")).exit,
+              exit)
+        << target;
+    EXPECT_EQ(fs::exists(path("u.dcm")), exit == 0);
+    if (exit != 0) continue;
+    const std::string json = run("json " + path("u.dcm")).out;
+    EXPECT_NE(json.find(R"("00091001": {"InlineBinary": "YWJjAA==")"), std::string::npos) << json;
+    EXPECT_NE(json.find(R"("00420011": {"InlineBinary": "YWJjAA==")"), std::string::npos) << json;
+  }
   write("bad.json", "{\"00100020\": {\"vr\": ");
   EXPECT_EQ(run("json --back " + path("bad.json") + " " + path("x.dcm")).exit, 2);
   EXPECT_FALSE(fs::exists(path("x.dcm")));

@@ -128,6 +128,20 @@ TEST_F(Json, PrivateBlocksInAnyOrderAndElsewhere) {
   EXPECT_EQ(value, 3);
   EXPECT_EQ(VX_Get_Value_To_Int(message, 0x00091102, &value), VX_NORMAL_COMPLETION);
   EXPECT_EQ(read(message, R"({"000B1002": {"vr": "US", "Value": [3]}})"), VX_NOT_FOUND);
+  // Blocks that begin at 20, in items, out of order: they come back in it.
+  const Object holder;
+  const std::string block =
+      R"("00292003": {"vr": "US", "Value": [3]}, "00292101": {"vr": "LO", "Value": ["b"]}, )"
+      R"("00290021": {"vr": "LO", "Value": ["B"]}, "00290020": {"vr": "LO", "Value": ["A"]}, )"
+      R"("00292001": {"vr": "LO", "Value": ["a"]})";
+  EXPECT_EQ(read(holder, "{" + block + R"(, "00081140": {"vr": "SQ", "Value": [{)" + block + "}]}}"),
+            VX_NORMAL_COMPLETION);
+  const std::string sorted =
+      R"("00290020": {"Value": ["A"], "vr": "LO"}, "00290021": {"Value": ["B"], "vr": "LO"}, )"
+      R"("00292001": {"Value": ["a"], "vr": "LO"}, "00292003": {"Value": [3], "vr": "US"}, )"
+      R"("00292101": {"Value": ["b"], "vr": "LO"}})";
+  EXPECT_EQ(write(holder, VX_JSON_STANDARD),
+            R"({"00081140": {"Value": [{)" + sorted + R"(], "vr": "SQ"}, )" + sorted);
 }
 
 TEST_F(Json, OneBadMemberDoesNotStopTheOthers) {

@@ -1,6 +1,8 @@
+#include <algorithm>
 #include <cmath>
 
 #include "codec/streams.h"
+#include "frame/pool.h"
 #include "text/text_input.h"
 
 namespace {
@@ -203,6 +205,69 @@ TEST_F(Xml, NativeOddities) {
   EXPECT_EQ(count, 1);
 }
 
+// Every form both ways, with each allocation failing once: a status, and nothing is lost or held.
+TEST_F(Xml, MemoryRunsOut) {
+  const Object message;
+  fill(message);
+  using Write = VX_STATUS (*)(int32_t, void*, int32_t, VX_STREAM_OUTPUT);
+  using Read = VX_STATUS (*)(int32_t, void*, VX_TEXT_INPUT);
+  static constexpr std::pair<Write, Read> kForms[] = {{&VX_Message_To_XML, &VX_XML_To_Message},
+                                                      {&VX_Message_To_XML_Native, &VX_XML_Native_To_Message},
+                                                      {&VX_Message_To_Json, &VX_Json_To_Message}};
+  for (const auto& [writer, reader] : kForms) {
+    Sink whole;
+    ASSERT_EQ(writer(message, &whole, kAll, &message_output), VX_NORMAL_COMPLETION);
+    VX_STATUS status = VX_SYSTEM_ERROR;
+    uint64_t n = 1;
+    for (; status != VX_NORMAL_COMPLETION && n < 100; ++n) {
+      Sink sink;
+      vx::fail_allocation_after(n);
+      status = writer(message, &sink, kAll, &message_output);
+      vx::fail_allocation_after(0);
+      EXPECT_TRUE(sink.bytes.empty() || status == VX_NORMAL_COMPLETION);
+    }
+    EXPECT_GT(n, 1U);
+    const std::string before = stream(message);
+    std::string after;
+    Text all{whole.bytes};
+    const Object filled;
+    const VX_STATUS usual = reader(filled, &all, &give);  // JSON tells of values that are stored as they are
+    EXPECT_EQ(stream(filled), before);
+    for (n = 1; after != before && n < 1000; ++n) {
+      const Object copy;
+      Text text{whole.bytes};
+      vx::fail_allocation_after(n);
+      status = reader(copy, &text, &give);
+      vx::fail_allocation_after(0);
+      after = stream(copy);
+    }
+    EXPECT_EQ(status, usual);
+    EXPECT_GT(n, 3U);
+  }
+}
+
+// What libxml2 has to say goes to the log, with its line, and nowhere else.
+TEST_F(Xml, BrokenEncodings) {
+  const Object message;
+  testing::internal::CaptureStderr();
+  for (const std::string& xml :
+       {std::string("<?xml version='1.0' encoding='UTF-8'?>\n<NativeDicomModel>\xFF\xFEx</NativeDicomModel>"),
+        std::string("<?xml version='1.0' encoding='no-such'?>\n<NativeDicomModel>\xE4</NativeDicomModel>"),
+        std::string(
+            "<?xml version='1.0' encoding='EUC-JP'?>\n<NativeDicomModel>\xE4\x20\xFF</NativeDicomModel>"),
+        std::string("\xFF\xFE<\0N\xD8\0\xD8", 8)}) {
+    support::LogCapture::clear();
+    for (const std::size_t block : {0U, 3U})
+      EXPECT_EQ(read(message, true, xml, block), VX_SYSTEM_ERROR) << xml;
+    const auto lines = log_lines();
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
+      return line.find("|   line ") != std::string::npos;
+    })) << xml;
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(write(message, true, 0, VX_MESSAGE_EMPTY), "");
+}
+
 TEST_F(Xml, HostileDocumentsLeaveTheObjectAlone) {
   const Object message;
   const std::string id = "<DicomAttribute tag='00100020' vr='LO'><Value>&e;</Value></DicomAttribute>";
@@ -227,7 +292,7 @@ TEST_F(Xml, HostileDocumentsLeaveTheObjectAlone) {
   for (const bool form : {false, true}) {
     const std::string xml = write(full, form, kAll);
     const std::string end = form ? "</NativeDicomModel>" : "</Attribute>";
-    for (std::size_t size = 0; size + 1 < xml.rfind(end) + end.size(); size += 41) {
+    for (std::size_t size = 0; size + 1 < xml.rfind(end) + end.size(); size += form ? 7 : 3) {
       const Object copy;
       const VX_STATUS status = read(copy, form, xml.substr(0, size));
       // Between two attributes the own form has no end to miss.
