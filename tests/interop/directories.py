@@ -129,7 +129,7 @@ def shown_by_dicom3tools(path):
 
 
 def read_by_others(name, path):
-    """pydicom, dcmtk, gdcm and dcdirdmp have the records that vexal lists; dcmtk takes the directory for one to go on with."""
+    """pydicom, dcmtk, gdcm and dcdirdmp have the records that vexal lists."""
     expected = listed(path)
     places = [row[:3] for row in expected]
     check(name + ": pydicom", tree(path) == expected, "%d records" % len(expected))
@@ -187,11 +187,16 @@ def made_by_vexal(folder):
     read_by_others("create", directory)
     of_peer = os.path.join(folder, "PEER")
     run("dcmmkdir", "+r", "+I", "-Nxc", "-Nec", "-Nrc", "+id", ".", "+D", "PEER", cwd=folder)
-    check("create: records of dcmmkdir", sorted(tree(of_peer)) == sorted(tree(directory)))
+    all_records = sorted(tree(of_peer))
+    check("create: records of dcmmkdir", all_records == sorted(tree(directory)))
     os.remove(of_peer)
     removed = run(VEXAL, "dir", "remove", directory, os.path.join(folder, "77654033/CR1/6154"), "--patient", "98890234")
     check("remove", removed.returncode == 0 and 0 < len(listed(directory)) < 52, removed.stderr)
     read_by_others("remove", directory)
+    shutil.copy(directory, of_peer)
+    gone_on = run("dcmmkdir", "+r", "+I", "+A", "-nb", "-Nxc", "-Nec", "-Nrc", "+id", ".", "+D", "PEER", cwd=folder)
+    check("dcmmkdir goes on with it", gone_on.returncode == 0 and sorted(tree(of_peer)) == all_records, gone_on.stderr)
+    os.remove(of_peer)
     added = run(VEXAL, "dir", "add", directory, folder)
     check("add", added.returncode == 0 and len(listed(directory)) == 52, added.stderr)
     read_by_others("add", directory)
@@ -202,6 +207,7 @@ def made_by_vexal(folder):
         broken.truncate(4000)
     repaired = run(VEXAL, "dir", "repair", directory)
     check("repair", repaired.returncode == 0 and len(listed(directory)) == 50, repaired.stderr)
+    read_by_others("repair", directory)
     check("repair: File-set ID", pydicom.dcmread(directory).FileSetID == "TEST")
     in_place(directory, "vexal")
 
