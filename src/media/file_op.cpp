@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -43,7 +44,22 @@ void close_handle(int handle) {
 }
 
 std::atomic<int> changes_left{-1};
-std::atomic<bool> fails_for_good{false};
+std::atomic<FileFault> fault_kind{FileFault::Once};
+
+// Whether this change is the one that fails, or one behind it.
+bool is_due() {
+  const int left = changes_left.load();
+  if (left < 0) return false;
+  if (left > 1) {
+    changes_left.store(left - 1);
+    return false;
+  }
+  if (fault_kind.load() == FileFault::Once) changes_left.store(-1);
+  return true;
+}
+bool dies() {
+  return fault_kind.load() == FileFault::Killed;
+}
 
 int open_path(const char* path, bool read_only) {
   const int handle = ::open(path, (read_only ? O_RDONLY : O_RDWR) | O_CLOEXEC);
@@ -67,6 +83,14 @@ bool take_state(FileOp& file, int handle) {
 }
 
 bool write_all(int handle, uint64_t offset, const void* data, std::size_t length) {
+  if (is_due()) {
+    if (dies()) {
+      static_cast<void>(::pwrite(handle, data, length / 2, static_cast<off_t>(offset)) < 0);
+      ::raise(SIGKILL);
+    }
+    errno = ENOSPC;
+    return false;
+  }
   const auto* bytes = static_cast<const char*>(data);
   while (length > 0) {
     const ssize_t written = ::pwrite(handle, bytes, length, static_cast<off_t>(offset));
@@ -97,19 +121,14 @@ void media_drop() {
   handles().clear();
 }
 
-void fail_file_change_after(int n, bool for_good) {
+void fail_file_change_after(int n, FileFault fault) {
   changes_left.store(n > 0 ? n : -1);
-  fails_for_good.store(for_good);
+  fault_kind.store(fault);
 }
 
 bool may_change_file() {
-  int left = changes_left.load();
-  if (left < 0) return true;
-  if (left > 1) {
-    changes_left.store(left - 1);
-    return true;
-  }
-  if (!fails_for_good.load()) changes_left.store(-1);
+  if (!is_due()) return true;
+  if (dies()) ::raise(SIGKILL);
   errno = ENOSPC;
   return false;
 }
@@ -202,7 +221,7 @@ const uint8_t* view_file(FileOp& file, uint64_t offset, uint32_t length, uint32_
 
 bool write_file_at(FileOp& file, uint64_t offset, const void* data, std::size_t length) {
   file.WindowLength = 0;
-  return may_change_file() && write_all(file.Handle, offset, data, length);
+  return write_all(file.Handle, offset, data, length);
 }
 
 // A file system that cannot reserve tells when it is full in the write.
@@ -224,7 +243,6 @@ bool sync_file(FileOp& file) {
 }
 
 bool write_whole_file(const char* path, const void* data, std::size_t length) {
-  if (!may_change_file()) return false;
   const int handle = ::open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
   if (handle < 0) return false;
   const bool written = write_all(handle, 0, data, length) && ::fsync(handle) == 0;

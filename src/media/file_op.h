@@ -49,9 +49,10 @@ bool sync_file(FileOp& file);
 bool write_whole_file(const char* path, const void* data, std::size_t length);
 bool replace_file(const std::string& from, const char* to);
 
-// For tests: the n-th write, cut, sync or removal from now fails, and so do all behind it if `for_good`; 0
-// switches off.
-void fail_file_change_after(int n, bool for_good);
+// For tests: what happens to the n-th write, cut, sync or removal from now; 0 switches off. Killed: half of
+// what is written arrives, then the process ends.
+enum class FileFault { Once, ForGood, Killed };
+void fail_file_change_after(int n, FileFault fault);
 bool may_change_file();
 
 }  // namespace vx

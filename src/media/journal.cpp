@@ -83,24 +83,29 @@ std::string Journal::encode() const {
   return out.append(sum, sizeof sum);
 }
 
-// False for one that did not come to its end: the file was not touched then.
+// False for one that did not come to its end: the file was not touched then. Undoing never makes a file
+// larger than it is or the kept bytes reach.
 bool Journal::decode(const std::string& bytes) {
   if (bytes.size() < kHeadLength + 4 || bytes.compare(0, kMarkLength, kMark) != 0) return false;
   const std::size_t end = bytes.size() - 4;
   if (load32(bytes.data() + end, false) != checksum(bytes.data(), end)) return false;
   size_ = number_at(bytes, kMarkLength);
+  uint64_t reach = file_.Size;
   for (std::size_t at = kHeadLength; at < end;) {
     if (end - at < 16) return false;
+    const uint64_t offset = number_at(bytes, at);
     const uint64_t length = number_at(bytes, at + 8);
-    if (length > end - at - 16) return false;
-    pieces_.push_back({number_at(bytes, at), bytes.substr(at + 16, length)});
+    if (length > end - at - 16 || offset > size_ || length > size_ - offset) return false;
+    pieces_.push_back({offset, bytes.substr(at + 16, length)});
+    reach = std::max(reach, offset + length);
     at += 16 + length;
   }
-  return true;
+  return size_ <= reach;
 }
 
 bool Journal::begin() {
   const std::string bytes = encode();
+  if (bytes.size() > kLargest) return false;  // nobody would read it back
   if (write_whole_file(path_.c_str(), bytes.data(), bytes.size())) return true;
   remove_file(path_);
   return false;

@@ -1,7 +1,15 @@
 // Directories on disk: created, walked, changed and updated; updates that fail at any write; directories that
 // lie.
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <random>
 
 #include "codec/streams.h"
 #include "media/file_op.h"
@@ -20,7 +28,7 @@ class Handler : public LibraryTest {
     path_ = folder().path("DICOMDIR");
   }
   void TearDown() override {
-    vx::fail_file_change_after(0, false);
+    vx::fail_file_change_after(0, vx::FileFault::Once);
     LibraryTest::TearDown();
   }
   int32_t create() const {
@@ -274,55 +282,206 @@ TEST_F(Handler, DeletingAndReleasing) {
   }
 }
 
-// Every write, cut and sync fails once, or all from there on do, as when the machine stops.
+// Whether a process that does this is killed.
+bool dies(const std::function<void()>& work) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    work();
+    ::_exit(0);
+  }
+  int state = 0;
+  return ::waitpid(child, &state, 0) == child && WIFSIGNALED(state);
+}
+
+// Every write, cut, sync and removal fails once, or all from there on do, or the process is killed within it;
+// and whoever mends the file may be killed as well.
 TEST_F(Handler, AnUpdateIsWholeOrNotDone) {
+  using vx::FileFault;
+  const auto work = [](int32_t id) {
+    VX_DDH_Delete_Record(next(first(id)));
+    add(add(id, "PATIENT", "D"), "STUDY");
+    add(first(first(id)), "SERIES");
+  };
+  const char* changed = "PATIENT A(STUDY(SERIES(IMAGE I1,IMAGE I2),SERIES)),PATIENT C,PATIENT D(STUDY)";
   for (const bool undefined : {false, true}) {
     set_bool(VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ_IN_DICOMDIR, undefined);
     std::filesystem::remove(path_);
     build();
     const std::string good = bytes();
-    const auto work = [](int32_t id) {
-      VX_DDH_Delete_Record(next(first(id)));
-      add(add(id, "PATIENT", "D"), "STUDY");
-      add(first(first(id)), "SERIES");
-    };
-    const char* changed = "PATIENT A(STUDY(SERIES(IMAGE I1,IMAGE I2),SERIES)),PATIENT C,PATIENT D(STUDY)";
-    int failures = 0;
-    for (int n = 1; n < 100; ++n) {
-      for (const bool for_good : {false, true}) {
-        SCOPED_TRACE(testing::Message() << undefined << " " << n << " " << for_good);
+    for (const FileFault fault : {FileFault::Once, FileFault::ForGood, FileFault::Killed}) {
+      int n = 0;
+      for (bool done = false; !done;) {
+        ++n;
+        SCOPED_TRACE(testing::Message() << undefined << " " << n << " " << static_cast<int>(fault));
+        ASSERT_LT(n, 100);
         folder().write("DICOMDIR", good);
         std::filesystem::remove(path_ + ".vxj");
-        int32_t id = open();
-        work(id);
-        vx::fail_file_change_after(n, for_good);
-        const VX_STATUS status = VX_DDH_Update(id);
-        vx::fail_file_change_after(0, false);
-        if (status == VX_NORMAL_COMPLETION) {
-          EXPECT_EQ(whole(), changed);
-          VX_Free_File(&id);
-          if (for_good) n = 100;
-          continue;
+        int32_t id = -1;
+        VX_STATUS status = VX_INVALID_FILE;
+        const auto update = [&] {
+          id = open();
+          work(id);
+          vx::fail_file_change_after(n, fault);
+          status = VX_DDH_Update(id);
+          vx::fail_file_change_after(0, fault);
+        };
+        if (fault == FileFault::Killed) {
+          done = !dies(update);
+        } else {
+          update();
+          done = status == VX_NORMAL_COMPLETION;
+          EXPECT_TRUE(done || status == VX_INVALID_FILE);
         }
-        ++failures;
-        EXPECT_EQ(status, VX_INVALID_FILE);
-        if (!for_good) {
+        if (!done && fault == FileFault::Once) {
           // The same changes go through the next time.
           EXPECT_EQ(bytes(), good);
           EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+        }
+        if (id >= 0) VX_Free_File(&id);
+        if (done || fault == FileFault::Once) {
           EXPECT_EQ(whole(), changed);
-          VX_Free_File(&id);
           continue;
         }
-        VX_Free_File(&id);
+        dies([&] {
+          vx::fail_file_change_after(1 + n % 4, FileFault::Killed);
+          VX_DDH_Open(path_.c_str(), &id);
+        });
         int32_t again = open();
         EXPECT_EQ(tree(again), kTree);
         EXPECT_EQ(bytes(), good);
         EXPECT_FALSE(journal_left());
         VX_Free_File(&again);
       }
+      EXPECT_GT(n, 6);
     }
-    EXPECT_GT(failures, 12);
+  }
+}
+
+// The journal does not fit, the records do not, or only part of them does.
+TEST_F(Handler, AFullDiskChangesNothing) {
+  build();
+  const std::string good = bytes();
+  rlimit old{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
+  ::signal(SIGXFSZ, SIG_IGN);
+  for (const std::size_t room : {std::size_t{8}, good.size(), good.size() + 40}) {
+    folder().write("DICOMDIR", good);
+    int32_t id = open();
+    add(id, "PATIENT", "D");
+    const rlimit tight{room, old.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &tight);
+    const VX_STATUS status = VX_DDH_Update(id);
+    ::setrlimit(RLIMIT_FSIZE, &old);
+    EXPECT_EQ(status, VX_INVALID_FILE) << room;
+    EXPECT_EQ(bytes(), good) << room;
+    EXPECT_FALSE(journal_left()) << room;
+    EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(whole(), std::string(kTree) + ",PATIENT D");
+    VX_Free_File(&id);
+  }
+  ::signal(SIGXFSZ, SIG_DFL);
+}
+
+// A journal that is cut or lies is none; a whole one is carried out.
+TEST_F(Handler, JournalsOfOthers) {
+  build();
+  const std::string good = bytes();
+  const auto number = [](uint64_t value) {
+    std::string text(8, '\0');
+    for (int i = 0; i < 8; ++i) text[static_cast<std::size_t>(i)] = static_cast<char>(value >> (8 * i));
+    return text;
+  };
+  const auto journal = [&](uint64_t size, uint64_t offset, const std::string& old) {
+    std::string text = "VXJ1" + number(size) + number(offset) + number(old.size()) + old;
+    const auto sum =
+        static_cast<uint32_t>(::crc32_z(0, reinterpret_cast<const Bytef*>(text.data()), text.size()));
+    return text + number(sum).substr(0, 4);
+  };
+  const uint64_t size = good.size();
+  const std::string proper = journal(size, 0, "old!");
+  std::vector<std::string> none = {"",
+                                   "VXJ1",
+                                   journal(size, size - 3, "old!"),
+                                   journal(size, ~uint64_t{0}, "old!"),
+                                   journal(uint64_t{1} << 40, 0, "old!"),
+                                   proper + "x"};
+  for (std::size_t length = 5; length < proper.size(); length += 3) none.push_back(proper.substr(0, length));
+  for (const std::string& text : none) {
+    folder().write("DICOMDIR.vxj", text);
+    int32_t id = open();
+    EXPECT_EQ(bytes(), good);
+    EXPECT_FALSE(journal_left());
+    VX_Free_File(&id);
+  }
+  folder().write("DICOMDIR", good + "half a record");
+  folder().write("DICOMDIR.vxj", proper);
+  int32_t id = open();
+  EXPECT_EQ(bytes(), "old!" + good.substr(4));
+  EXPECT_FALSE(journal_left());
+  VX_Free_File(&id);
+}
+
+// What has been changed, with names, in memory alone.
+struct Expected {
+  std::string text;
+  std::vector<Expected> below;
+  std::string tree() const {
+    std::string out;
+    for (const Expected& each : below) {
+      const std::string lower = each.tree();
+      out += (out.empty() ? "" : ",") + each.text + (lower.empty() ? "" : "(" + lower + ")");
+    }
+    return out;
+  }
+};
+
+// Each update links no more than its changes need: a reader of the whole file must see the same all the same.
+TEST_F(Handler, PartlyLinkedUpdatesAgainstAFullReread) {
+  constexpr const char* kTypes[] = {"PATIENT", "STUDY", "SERIES", "IMAGE"};
+  std::minstd_rand random(7);
+  const auto pick = [&random](std::size_t count) { return static_cast<std::size_t>(random()) % count; };
+  int number = 0;
+  for (int round = 0; round < 24; ++round) {
+    set_bool(VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ_IN_DICOMDIR, round % 2 != 0);
+    std::filesystem::remove(path_);
+    int32_t id = create();
+    VX_Free_File(&id);
+    Expected root;
+    for (int session = 0; session < 4; ++session) {
+      id = open();
+      for (int change = 0; change < 12; ++change) {
+        // A way down that reads no further than it must.
+        std::vector<Expected*> path = {&root};
+        std::vector<int32_t> ids = {id};
+        std::size_t at = 0;
+        while (!path.back()->below.empty() && path.size() <= std::size(kTypes) && pick(4) != 0) {
+          at = pick(path.back()->below.size());
+          path.push_back(&path.back()->below[at]);
+          int32_t record = first(ids.back());
+          for (std::size_t i = 0; i < at; ++i) record = next(record);
+          ids.push_back(record);
+        }
+        const std::size_t action = pick(8);
+        if (path.size() > 1 && action < 2) {
+          EXPECT_EQ(VX_DDH_Delete_Record(ids.back()), VX_NORMAL_COMPLETION);
+          auto& level = path[path.size() - 2]->below;
+          level.erase(level.begin() + static_cast<std::ptrdiff_t>(at));
+        } else if (path.size() > 1 && action < 4) {
+          VX_DDH_Release_Record(ids.back());
+        } else if (path.size() <= std::size(kTypes)) {
+          const std::string name = std::to_string(++number);
+          add(ids.back(), nullptr, name.c_str());
+          path.back()->below.push_back({std::string(kTypes[path.size() - 1]) + " " + name, {}});
+        }
+        if (pick(6) == 0) {
+          EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+        }
+      }
+      ASSERT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+      ASSERT_EQ(whole(), root.tree()) << round << " " << session;
+      ASSERT_EQ(tree(id), root.tree()) << round << " " << session;
+      VX_Free_File(&id);
+    }
   }
 }
 
@@ -353,6 +512,25 @@ TEST_F(Handler, WhatStandsInTheWayOfAnUpdate) {
   const std::string after = bytes();
   EXPECT_EQ(VX_DDH_Update(other), VX_INVALID_FILE);
   EXPECT_EQ(bytes(), after);
+  // Another file of the same bytes has taken the place, or the length has changed and the size has not.
+  int32_t orphan = open();
+  add(orphan, "PATIENT", "H");
+  std::filesystem::copy_file(path_, path_ + ".copy");
+  std::filesystem::rename(path_ + ".copy", path_);
+  EXPECT_EQ(VX_DDH_Update(orphan), VX_INVALID_FILE);
+  EXPECT_EQ(bytes(), after);
+  VX_Free_File(&orphan);
+  VX_Free_File(&one);
+  one = open();
+  std::string longer = after;
+  ++longer[longer.find(std::string("\4\0\x20\x12SQ", 6)) + 8];
+  orphan = open();
+  add(orphan, "PATIENT", "H");
+  std::ofstream(path_, std::ios::in | std::ios::binary) << longer;
+  EXPECT_EQ(VX_DDH_Update(orphan), VX_INVALID_FILE);
+  EXPECT_EQ(bytes(), longer);
+  std::ofstream(path_, std::ios::in | std::ios::binary) << after;
+  VX_Free_File(&orphan);
   vx::FileOp* locked = vx::open_file_op(path_.c_str());
   ASSERT_EQ(vx::make_writable(*locked), VX_NORMAL_COMPLETION);
   ASSERT_TRUE(vx::lock_file(*locked, true));
