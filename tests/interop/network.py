@@ -356,6 +356,11 @@ def archive(folder):
         found = run(VEXAL, "find", "localhost", port, "--level", "image", "--json").stdout.decode().splitlines()
         found = {json.loads(line)["SOPInstanceUID"]: json.loads(line)["StudyInstanceUID"] for line in found}
         check(set(found) == {i for i in samples if i in found} and len(found) > 5, "vexal find at vexal serve: %d instances" % len(found))
+        for key, name in (("Люк*", "Люкceмбypг"), ("*=山田*", "Yamada^Tarou=山田^太郎=やまだ^たろう"), ("?neas*", "Äneas^Rüdiger")):
+            told = run(VEXAL, "find", "localhost", port, "--json", "-k", "PatientName=" + key).stdout.decode()
+            check(name in told, "vexal find of %s at vexal serve: %s" % (key, told))
+        latin = run(VEXAL, "find", "localhost", port, "-k", "SpecificCharacterSet=ISO_IR 100", "-k", "PatientName=Äne*").stdout.decode()
+        check("Äneas^Rüdiger" in latin, "vexal find in Latin 1: " + latin)
         study = sorted(found.values())[-1]
         wanted = {i for i in found if found[i] == study}
         keys = ("-k", "QueryRetrieveLevel=STUDY", "-k", "StudyInstanceUID=" + study)

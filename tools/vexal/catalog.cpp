@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <unordered_set>
 
+#include "charset.h"
 #include "names.h"
 #include "session.h"
 
@@ -99,7 +100,10 @@ bool matches_pattern(std::string_view text, std::string_view pattern, bool ignor
     if (p < pattern.size() && pattern[p] == '*') {
       star = p++;
       mark = t;
-    } else if (p < pattern.size() && (pattern[p] == '?' || same(text[t], pattern[p]))) {
+    } else if (p < pattern.size() && pattern[p] == '?') {
+      t += std::max<std::size_t>(utf8_length(text.substr(t)), 1);
+      ++p;
+    } else if (p < pattern.size() && same(text[t], pattern[p])) {
       ++t;
       ++p;
     } else if (star != std::string_view::npos) {
@@ -229,6 +233,19 @@ bool Catalog::run(const char* sql) {
   return sqlite3_exec(database_, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
 }
 
+// An index of another version is made anew from the files.
+bool Catalog::drop_old_form() {
+  constexpr int64_t kForm = 2;  // texts in UTF-8
+  int64_t form = 0;
+  {
+    Statement query(database_, "PRAGMA user_version");
+    if (!query || query.step() != SQLITE_ROW) return false;
+    form = query.number(0);
+  }
+  return form == kForm || (run("DROP TABLE IF EXISTS instance") &&
+                           run(("PRAGMA user_version = " + std::to_string(kForm)).c_str()));
+}
+
 std::string Catalog::open(const std::string& folder, bool durable) {
   folder_ = folder;
   const std::string path = folder + "/index.sqlite";
@@ -240,6 +257,7 @@ std::string Catalog::open(const std::string& folder, bool durable) {
   sqlite3_busy_timeout(database_, 10000);
   sqlite3_create_function(database_, "matches_key", 3, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr,
                           sql_matches, nullptr, nullptr);
+  if (!drop_old_form()) return problem(path);
   std::string table =
       "CREATE TABLE IF NOT EXISTS instance (path TEXT PRIMARY KEY, syntax INTEGER, size INTEGER, whole "
       "INTEGER, modified INTEGER";
@@ -313,7 +331,14 @@ std::string Catalog::add(const std::string& path, bool& index_failed) {
   if (::stat(path.c_str(), &status) != 0) return "has gone";
   const std::string name = std::filesystem::path(path).lexically_relative(folder_).string();
   std::vector<std::string> values;
-  for (const Column& column : kColumns) values.push_back(all_text_of(object.id(), column.tag));
+  for (const Column& column : kColumns) values.push_back(utf8_text_of(object.id(), column.tag));
+  // One spelling for all: where the text can be decoded, it is UTF-8 from here on.
+  if (std::all_of(values.begin(), values.end(), is_utf8)) {
+    values.back() = std::all_of(values.begin(), values.end(), is_ascii) ? "" : "ISO_IR 192";
+  } else {
+    std::transform(std::begin(kColumns), std::end(kColumns), values.begin(),
+                   [&](const Column& column) { return all_text_of(object.id(), column.tag); });
+  }
   const std::lock_guard lock(mutex_);
   sqlite3_reset(insert_);
   sqlite3_bind_text(insert_, 1, name.c_str(), -1, SQLITE_TRANSIENT);

@@ -50,6 +50,7 @@ class Catalog {
  private:
   std::string synchronise();
   std::string problem(const std::string& what) const;
+  bool drop_old_form();
   bool run(const char* sql);
 
   std::mutex mutex_;

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "names.h"
+#include "network.h"
 #include "session.h"
 #include "tag_path.h"
 
@@ -136,8 +137,26 @@ void show_broken(ShownText& out, std::string_view bytes, const std::string& char
   }
 }
 
-bool set_typed_text(int32_t id, uint32_t tag, VX_VR vr, const std::string& text, bool first,
-                    VX_STATUS& status) {
+std::string utf8_text_of(int32_t object, uint32_t tag) {
+  std::string text = all_text_of(object, tag);
+  VX_VR vr = VX_VR_UN;
+  int32_t count = 0;
+  if (is_ascii(text) || VX_Get_Attribute_Info(object, tag, &vr, &count) != VX_NORMAL_COMPLETION ||
+      !has_charset(vr) || !load_charsets())
+    return text;
+  std::vector<TextValue> values;
+  read_texts(object, tag, count, true, values);
+  std::string utf8;
+  for (const TextValue& value : values) {
+    if (value.unicode.find(u'\xFFFD') != std::u16string::npos) return text;
+    if (&value != &values.front()) utf8 += '\\';
+    for (std::size_t at = 0; at < value.unicode.size();)
+      append_utf8(utf8, next_code_point(value.unicode, at));
+  }
+  return utf8;
+}
+
+bool set_typed_text(int32_t id, uint32_t tag, const std::string& text, bool first, VX_STATUS& status) {
   const auto as_it_is = [&] {
     status = first ? VX_Set_Value_From_String(id, tag, text.c_str())
                    : VX_Set_Next_Value_From_String(id, tag, text.c_str());
@@ -150,11 +169,12 @@ bool set_typed_text(int32_t id, uint32_t tag, VX_VR vr, const std::string& text,
     append_utf16(wide, utf8_code_point(std::string_view(text).substr(at, length)));
     at += length;
   }
-  if (is_ascii(text) || !has_charset(vr) || !load_charsets()) return as_it_is();
+  if (is_ascii(text) || !load_charsets()) return as_it_is();
   const MutedWarnings quiet;
   const auto size = static_cast<int32_t>(wide.size());
   status = first ? VX_Set_Value_From_UnicodeString(id, tag, size, wide.data())
                  : VX_Set_Next_Value_From_UnicodeString(id, tag, size, wide.data());
+  if (status == VX_INCOMPATIBLE_VR) return as_it_is();
   int32_t count = 0;
   std::vector<TextValue> values;
   VX_Get_Attribute_Info(id, tag, nullptr, &count);

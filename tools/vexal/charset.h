@@ -33,10 +33,11 @@ std::string first_charset(int32_t id, const std::string& inherited);
 // Appends bytes that are not all text: the characters among them, all else as \xNN.
 void show_broken(ShownText& out, std::string_view bytes, const std::string& charset, bool person_name);
 
-// Sets the first or the next value of a text attribute from what people type: in the character sets of its
+// all_text_of as UTF-8; as it lies in the object where it can not be decoded.
+std::string utf8_text_of(int32_t id, uint32_t tag);
+// Sets the first or the next value of an attribute from what people type: in the character sets of its
 // object. False if these can not hold it; text that is no UTF-8 is taken as it is.
-bool set_typed_text(int32_t id, uint32_t tag, VX_VR vr, const std::string& text, bool first,
-                    VX_STATUS& status);
+bool set_typed_text(int32_t id, uint32_t tag, const std::string& text, bool first, VX_STATUS& status);
 
 // Rows of an option table.
 #define VEXAL_CHARSET_OPTIONS                                                                            \

@@ -126,7 +126,7 @@ VX_STATUS set_values(const Place& place, const std::string& value, bool keep_old
     if (end == std::string::npos) end = value.size();
     const std::string piece = value.substr(start, end - start);
     VX_STATUS status = VX_NORMAL_COMPLETION;
-    if (!set_typed_text(place.object, place.tag, vr, piece, first, status)) {
+    if (!set_typed_text(place.object, place.tag, piece, first, status)) {
       error = "SpecificCharacterSet names no set that holds all of this text; see vexal convert --charset";
       return VX_INVALID_CHARS_IN_VALUE;
     }

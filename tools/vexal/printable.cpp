@@ -38,6 +38,15 @@ std::size_t utf8_length(std::string_view text) {
   return length;
 }
 
+bool is_utf8(std::string_view text) {
+  while (!text.empty()) {
+    const std::size_t length = utf8_length(text);
+    if (length == 0) return false;
+    text.remove_prefix(length);
+  }
+  return true;
+}
+
 char32_t utf8_code_point(std::string_view character) {
   char32_t c = static_cast<unsigned char>(character[0]);
   if (character.size() > 1) c &= 0x7FU >> character.size();

@@ -9,6 +9,7 @@ namespace vexal {
 
 // Length of the UTF-8 character at the head of a text, 0 if there is none.
 std::size_t utf8_length(std::string_view text);
+bool is_utf8(std::string_view text);
 // The code point of one such character.
 char32_t utf8_code_point(std::string_view character);
 

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
+#include <numeric>
 
+#include "charset.h"
 #include "json.h"
 
 namespace vexal {
@@ -54,7 +56,17 @@ const Row* find_word(const Row (&rows)[N], const std::string& word) {
 // One value after the other. A key may hold what its VR does not allow, such as a wildcard in a date; the
 // library then stores it and says so.
 bool set_values(const Place& place, const std::string& value) {
-  set_all_text(place.object, place.tag, value);
+  if (is_ascii(value)) {
+    set_all_text(place.object, place.tag, value);
+  } else {
+    VX_STATUS status = VX_NORMAL_COMPLETION;
+    for (std::size_t start = 0; start <= value.size();) {
+      const std::size_t end = std::min(value.find('\\', start), value.size());
+      if (!set_typed_text(place.object, place.tag, value.substr(start, end - start), start == 0, status))
+        return false;
+      start = end + 1;
+    }
+  }
   int32_t count = 0;
   return VX_Get_Value_Count(place.object, place.tag, &count) == VX_NORMAL_COMPLETION && count > 0;
 }
@@ -128,7 +140,17 @@ bool Query::fill(Message& request, uint16_t command) const {
     return false;
   }
   if (!level_.empty()) VX_Set_Value_From_String(request.id, 0x00080052, level_.c_str());
-  for (std::size_t i = 0; i < keys_.size(); ++i) {
+  // Text beyond ASCII goes in UTF-8 unless a key says otherwise, which then has to come first.
+  const auto names_charset = [](const QueryKey& key) {
+    return key.path.size() == 1 && key.path[0].tag == kSpecificCharacterSet;
+  };
+  std::vector<std::size_t> order(keys_.size());
+  std::iota(order.begin(), order.end(), std::size_t{0});
+  std::stable_partition(order.begin(), order.end(), [&](std::size_t i) { return names_charset(keys_[i]); });
+  if (std::none_of(keys_.begin(), keys_.end(), names_charset) &&
+      !std::all_of(values_.begin(), values_.end(), [](const std::string& value) { return is_ascii(value); }))
+    VX_Set_Value_From_String(request.id, kSpecificCharacterSet, "ISO_IR 192");
+  for (const std::size_t i : order) {
     std::vector<Place> places;
     const std::string error = resolve_path(request.id, keys_[i].path, true, places);
     for (const Place& place : places) {
@@ -147,12 +169,45 @@ bool Query::fill(Message& request, uint16_t command) const {
   return true;
 }
 
+namespace {
+
+// In a terminal; the ideographs and what goes with them take two.
+std::size_t columns(std::string_view utf8) {
+  std::size_t count = 0;
+  while (!utf8.empty()) {
+    const std::size_t length = std::max<std::size_t>(utf8_length(utf8), 1);
+    const char32_t c = utf8_code_point(utf8.substr(0, length));
+    const bool wide = (c >= 0x1100 && c < 0x1160) || (c >= 0x2E80 && c < 0xA4D0) ||
+                      (c >= 0xAC00 && c < 0xD7A4) || (c >= 0xF900 && c < 0xFB00) ||
+                      (c >= 0xFE30 && c < 0xFE70) || (c >= 0xFF00 && c < 0xFF61) ||
+                      (c >= 0xFFE0 && c < 0xFFE7) || (c >= 0x1F300 && c < 0x1F650) || c >= 0x20000;
+    count += wide ? 2 : 1;
+    utf8.remove_prefix(length);
+  }
+  return count;
+}
+
+// What a peer says, as a terminal may have it.
+std::string cell_of(const std::string& value) {
+  constexpr std::size_t kWidest = 64;
+  for (const std::size_t limit : {kWidest, kWidest - 3}) {
+    std::string cell;
+    ShownText text(cell, limit);
+    text.add_utf8(value);
+    if (!text.is_cut()) return cell;
+    if (limit < kWidest) return cell + "...";
+  }
+  return "";
+}
+
+}  // namespace
+
 std::string values_at(int32_t object, const std::vector<PathStep>& path) {
   std::vector<Place> places;
   std::string text;
   if (!resolve_path(object, path, false, places).empty()) return text;
   for (const Place& place : places) {
-    const std::string values = all_text_of(place.object, place.tag);
+    const std::string values = utf8_text_of(place.object, place.tag);
     if (!text.empty() && !values.empty()) text += '\\';
     text += values;
   }
@@ -160,26 +215,24 @@ std::string values_at(int32_t object, const std::vector<PathStep>& path) {
 }
 
 void print_table(const std::vector<QueryKey>& keys, const std::vector<std::vector<std::string>>& rows) {
-  constexpr std::size_t kWidest = 64;
-  std::vector<std::size_t> widths;
-  for (std::size_t i = 0; i < keys.size(); ++i) {
-    // The last step of a path is its name.
-    std::size_t width = keys[i].text.size() - (keys[i].text.rfind('.') + 1);
-    for (const auto& row : rows) width = std::max(width, row[i].size());
-    widths.push_back(std::min(width, kWidest));
-  }
-  const auto print_cell = [&](std::size_t i, std::string cell) {
-    if (cell.size() > kWidest) cell = cell.substr(0, kWidest - 3) + "...";
-    if (i + 1 == keys.size()) {
-      std::printf("%s\n", cell.c_str());
-    } else {
-      std::printf("%-*s  ", static_cast<int>(widths[i]), cell.c_str());
-    }
-  };
-  for (std::size_t i = 0; i < keys.size(); ++i)
-    print_cell(i, keys[i].text.substr(keys[i].text.rfind('.') + 1));
+  // The last step of a path is its name.
+  std::vector<std::vector<std::string>> table(1);
+  for (const QueryKey& key : keys) table[0].push_back(key.text.substr(key.text.rfind('.') + 1));
   for (const auto& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) print_cell(i, row[i]);
+    table.emplace_back();
+    std::transform(row.begin(), row.end(), std::back_inserter(table.back()), cell_of);
+  }
+  std::vector<std::size_t> widths(keys.size());
+  for (const auto& row : table) {
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], columns(row[i]));
+  }
+  for (const auto& row : table) {
+    std::string line;
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      line += row[i];
+      if (i + 1 < row.size()) line.append(widths[i] - columns(row[i]) + 2, ' ');
+    }
+    std::printf("%s\n", line.c_str());
   }
 }
 

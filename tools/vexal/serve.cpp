@@ -5,6 +5,7 @@
 
 #include "acceptor.h"
 #include "catalog.h"
+#include "charset.h"
 #include "commands.h"
 #include "network.h"
 #include "session.h"
@@ -92,7 +93,7 @@ bool read_identifier(int32_t message, bool patient_root, Level& level, std::vect
         (tag >> 16) % 2 == 0)
       tags.push_back(tag);
   }
-  for (const uint32_t key : tags) keys.push_back({key, all_text_of(message, key)});
+  for (const uint32_t key : tags) keys.push_back({key, utf8_text_of(message, key)});
   return true;
 }
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "catalog.h"
+#include "charset.h"
 #include "files.h"
 #include "network.h"
 #include "session.h"
@@ -38,7 +39,7 @@ bool matches(int32_t identifier, int32_t entry, int depth) {
   for (const auto& [tag, vr] : attributes_of(identifier)) {
     if (tag == 0x00080005U) continue;
     if (vr != VX_VR_SQ) {
-      if (!matches_key(tag, all_text_of(entry, tag), all_text_of(identifier, tag))) return false;
+      if (!matches_key(tag, utf8_text_of(entry, tag), utf8_text_of(identifier, tag))) return false;
       continue;
     }
     const std::vector<int32_t> wanted = sequence_items(identifier, tag);
