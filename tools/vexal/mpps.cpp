@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "charset.h"
 #include "commands.h"
 #include "files.h"
 #include "network.h"
@@ -67,8 +68,12 @@ std::string set_key(Message& request, const std::string& text) {
   if (error.empty()) error = resolve_path(request.id, path, true, places);
   for (const Place& place : places) {
     const std::string value = equals == std::string::npos ? "" : text.substr(equals + 1);
-    const VX_STATUS status = value.empty() ? VX_Set_Value_To_NULL(place.object, place.tag)
-                                           : VX_Set_Value_From_String(place.object, place.tag, value.c_str());
+    VX_STATUS status = VX_NORMAL_COMPLETION;
+    if (value.empty()) {
+      status = VX_Set_Value_To_NULL(place.object, place.tag);
+    } else if (!set_typed_text(place.object, place.tag, value, true, status)) {
+      return "is not in the character sets of the request";
+    }
     if (status != VX_NORMAL_COMPLETION) error = VX_Error_Message(status);
   }
   return error;
@@ -100,6 +105,9 @@ bool fill(Message& request, const Verb& verb, const Peer& peer, const std::vecto
   }
   if (verb.state != nullptr) all.push_back(std::string("PerformedProcedureStepStatus=") + verb.state);
   all.insert(all.end(), keys.begin(), keys.end());
+  // Text beyond ASCII goes in UTF-8, unless a key that comes first says otherwise.
+  if (!std::all_of(all.begin(), all.end(), [](const std::string& key) { return is_ascii(key); }))
+    all.insert(all.begin(), "SpecificCharacterSet=ISO_IR 192");
   for (const std::string& key : all) {
     const std::string error = set_key(request, key);
     if (error.empty()) continue;

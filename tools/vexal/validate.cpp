@@ -9,6 +9,7 @@
 #include "json.h"
 #include "names.h"
 #include "parallel.h"
+#include "printable.h"
 #include "rules.h"
 #include "session.h"
 #include "standard.h"
@@ -183,17 +184,6 @@ std::string value_text(const ValErrObj& finding) {
   return status == VX_NORMAL_COMPLETION ? text : "";
 }
 
-std::string printable(std::string_view text) {
-  std::string out;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    char escape[8];
-    std::snprintf(escape, sizeof escape, "\\x%02X", byte);
-    out += byte >= 0x20 && byte != 0x7F ? std::string(1, c) : escape;
-  }
-  return out;
-}
-
 bool is_item_finding(const ValErrObj& finding) {
   VX_VR vr = 0;
   return VX_Get_Attribute_Info(finding.MsgItemID, finding.Tag, &vr, nullptr) == VX_NORMAL_COMPLETION &&
@@ -271,7 +261,7 @@ void append_text(std::string& out, Tree& tree, const std::vector<Found>& found, 
         out += " item " + std::to_string(what.ValueNumber - 1);
       } else if (what.ValueNumber > 0) {
         if (what.ValueNumber > 1) out += " value " + std::to_string(what.ValueNumber);
-        out += " \"" + printable(value_text(what)) + "\"";
+        out += " \"" + shown(value_text(what)) + "\"";
       }
       out += ": " + std::string(VX_Error_Message(what.Status));
       const std::string wanted = wanted_text(what, tree.rule(what.MsgItemID, what.Tag));
@@ -363,7 +353,7 @@ FileResult validate_file(const std::string& path, const ValidateSettings& settin
   std::vector<Found> found;
   Standard standard;
   const std::string problem = examine(file, settings, tree, found, standard);
-  if (!problem.empty()) return fail(path, printable(problem), totals);
+  if (!problem.empty()) return fail(path, shown(problem), totals);
 
   std::size_t counts[kLevels] = {};
   for (const Found& one : found) ++counts[one.severity];
