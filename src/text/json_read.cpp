@@ -277,7 +277,7 @@ VX_STATUS JsonReader::wide_integers(FillTarget& target, TagObj& attribute, std::
 VX_STATUS JsonReader::binary_numbers(FillTarget& target, TagObj& attribute, std::string_view base64) {
   const std::string bytes = bytes_of_base64(target, attribute.Tag, base64);
   const std::size_t width = vr_width(attribute.VR);
-  if (bytes.size() < width) return set_null(target.object, attribute);
+  if (width == 0 || bytes.size() < width) return set_null(target.object, attribute);
   const auto length = static_cast<uint32_t>(std::min<std::size_t>(bytes.size() / width * width, 0xFFFFFFF0U));
   clear_value(target.object, attribute, false, false);
   if (attribute.VR == VX_VR_AT) {  // one word each, not a pair of halves
