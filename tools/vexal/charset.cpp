@@ -194,15 +194,16 @@ struct NewText {
 
 class Conversion {
  public:
-  Conversion(const DicomFile& file, const std::vector<std::string>& names,
+  Conversion(int32_t object, const std::string& path, const std::vector<std::string>& names,
              const std::vector<std::string>& from)
-      : file_(file), names_(names), from_(from) {
+      : id_(object), path_(path), names_(names), from_(from) {
     for (const std::string& name : names) pointers_.push_back(name.c_str());
   }
 
   // Reads and converts all, and changes nothing but the character set of an object that names none.
   std::string prepare();
   std::size_t lost() const { return lost_; }
+  bool changes_text() const { return !texts_.empty(); }
   std::string apply();
 
  private:
@@ -213,7 +214,8 @@ class Conversion {
   std::string encode(std::u16string_view text) const;
   bool can_hold(char32_t c) const;
 
-  const DicomFile& file_;
+  int32_t id_;
+  const std::string& path_;
   const std::vector<std::string>& names_;
   const std::vector<std::string>& from_;
   std::vector<const char*> pointers_;
@@ -235,17 +237,16 @@ VX_STATUS set_charset(int32_t id, const std::vector<std::string>& names) {
 }
 
 std::string Conversion::prepare() {
-  const int32_t id = file_.id();
-  if (VX_Get_Attribute_Info(id, kDirectoryRecordSequence, nullptr, nullptr) == VX_NORMAL_COMPLETION)
+  if (VX_Get_Attribute_Info(id_, kDirectoryRecordSequence, nullptr, nullptr) == VX_NORMAL_COMPLETION)
     return "a directory keeps its character sets: its records lie at places that it names";
   int32_t count = 0;
   if (!from_.empty() &&
-      (VX_Get_Attribute_Info(id, kSpecificCharacterSet, nullptr, &count) != VX_NORMAL_COMPLETION ||
+      (VX_Get_Attribute_Info(id_, kSpecificCharacterSet, nullptr, &count) != VX_NORMAL_COMPLETION ||
        count == 0)) {
-    const VX_STATUS status = set_charset(id, from_);
+    const VX_STATUS status = set_charset(id_, from_);
     if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
   }
-  return object(id, "", "", 0);
+  return object(id_, "", "", 0);
 }
 
 std::string Conversion::object(int32_t id, const std::string& path, const std::string& inherited, int depth) {
@@ -361,7 +362,7 @@ void Conversion::convert(const std::string& where, VX_VR vr, const std::string& 
     std::snprintf(code, sizeof code, " (U+%04X)", static_cast<unsigned>(c));
     line += " " + shown(utf8) + code;
   }
-  report(file_.path(), line);
+  report(path_, line);
 }
 
 std::string Conversion::apply() {
@@ -450,10 +451,39 @@ bool CharsetChange::read(const Args& args) {
          (!args.has("--charset-from") || read_names(args, "--charset-from", from_));
 }
 
+void make_utf8(const DicomFile& file) {
+  if (first_charset(file.id(), "") == kUtf8 || !load_charsets()) return;
+  const std::vector<std::string> names = {kUtf8};
+  const std::vector<std::string> from;
+  Conversion conversion(file.id(), file.path(), names, from);
+  std::string problem = conversion.prepare();
+  if (problem.empty() && conversion.changes_text()) problem = conversion.apply();
+  if (!problem.empty()) report(file.path(), problem);
+}
+
+std::string leave_utf8(int32_t object, const std::string& path, const std::string& charset) {
+  std::vector<std::string> names;
+  for (std::size_t start = 0; start <= charset.size() && !charset.empty();) {
+    const std::size_t end = std::min(charset.find('\\', start), charset.size());
+    names.push_back(charset.substr(start, end - start));
+    start = end + 1;
+  }
+  std::string problem;
+  const std::vector<std::string> from = {kUtf8};
+  set_charset(object, from);
+  Conversion conversion(object, path, names, from);
+  if (charset != kUtf8 && load_charsets()) problem = conversion.prepare();
+  if (!problem.empty() || charset == kUtf8) return problem;
+  if (conversion.changes_text() && !names.empty()) return conversion.apply();
+  // Text that nothing is said of stays in UTF-8.
+  const VX_STATUS status = conversion.changes_text() ? VX_NORMAL_COMPLETION : set_charset(object, names);
+  return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
+}
+
 Exit CharsetChange::apply(const DicomFile& file, bool& write) const {
   write = true;
   if (!wanted_) return kSuccess;
-  Conversion conversion(file, names_, from_);
+  Conversion conversion(file.id(), file.path(), names_, from_);
   std::string problem = conversion.prepare();
   const std::size_t lost = conversion.lost();
   write = problem.empty() && (lost == 0 || lossy_);

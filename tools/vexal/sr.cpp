@@ -6,10 +6,10 @@
 #include <string_view>
 
 #include "commands.h"
-#include "json.h"
-#include "names.h"
+#include "printable.h"
 #include "session.h"
 #include "sr_document.h"
+#include "sr_rules.h"
 
 namespace vexal {
 namespace {
@@ -23,10 +23,12 @@ constexpr Option kOptions[] = {
 
 // --- Text ---
 
+// On one line, and nothing that would steer a terminal.
 std::string flat(std::string text) {
   std::replace_if(
-      text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, ' ');
-  return text;
+      text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r' || c == '\t'; }, ' ');
+  const bool plain = std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c < 0x7F; });
+  return plain ? text : shown(text);
 }
 
 std::string with_code(const SrCode& code, bool codes) {
@@ -36,10 +38,11 @@ std::string with_code(const SrCode& code, bool codes) {
 
 void show_text(const SrDocument& document, bool codes) {
   std::string out;
-  for (const SrNode& node : document.nodes()) {
+  document.walk([&](const std::vector<SrNode>& path) {
+    const SrNode& node = path.back();
     out.append(static_cast<std::size_t>(node.depth) * 2, ' ');
     if (node.depth != 0) out += std::string(sr_relationship_name(node.relationship)) + " ";
-    out += node.type < 0 ? "?" : sr_type_name(node.type);
+    out += node.type < 0 ? "?" + flat(node.other_type) : sr_type_name(node.type);
     if (!node.concept_name.empty()) out += " " + flat(with_code(node.concept_name, codes));
     std::string value = node.type == SRH_CODE ? with_code(node.code, codes) : sr_value_text(node);
     if (node.type == SRH_CONTAINER && !node.template_id.empty()) value = "TID " + node.template_id;
@@ -49,102 +52,7 @@ void show_text(const SrDocument& document, bool codes) {
       std::fwrite(out.data(), 1, out.size(), stdout);
       out.clear();
     }
-  }
-  std::fwrite(out.data(), 1, out.size(), stdout);
-}
-
-// --- JSON ---
-
-void append_field(std::string& out, const char* name, const std::string& value) {
-  if (value.empty()) return;
-  out += std::string(", \"") + name + "\": ";
-  append_json(out, value);
-}
-
-void append_code(std::string& out, const char* name, const SrCode& code) {
-  if (code.empty()) return;
-  out += std::string(", \"") + name + "\": {\"code\": ";
-  append_json(out, code.value);
-  out += ", \"scheme\": ";
-  append_json(out, code.scheme);
-  out += ", \"meaning\": ";
-  append_json(out, code.meaning);
-  out += '}';
-}
-
-void append_node(std::string& out, const SrNode& node) {
-  out += "{\"location\": ";
-  append_json(out, node.location);
-  append_field(out, "relationship", sr_relationship_name(node.relationship));
-  append_field(out, "type", sr_type_name(node.type));
-  append_code(out, "concept", node.concept_name);
-  append_field(out, "value", node.value);
-  append_code(out, "code", node.code);
-  append_code(out, "unit", node.unit);
-  append_code(out, "qualifier", node.qualifier);
-  append_field(out, "kind", node.graphic);
-  append_field(out, "template", node.template_id);
-  append_field(out, "class", node.sop_class);
-  append_field(out, "instance", node.sop_instance);
-  append_field(out, "frame_of_reference", node.frame_of_reference);
-  append_field(out, "target", node.target);
-  if (node.data.empty()) return;
-  // What kind of times these are is not in the type's text.
-  if (node.type == SRH_TCOORD_D) out += ", \"by\": \"datetime\"";
-  if (node.type == SRH_TCOORD_O) out += ", \"by\": \"offset\"";
-  out += ", \"data\": [";
-  for (std::size_t i = 0; i < node.data.size(); ++i) {
-    if (i != 0) out += ", ";
-    append_json(out, node.data[i]);
-  }
-  out += ']';
-}
-
-// What of the message is told beside the tree: attributes of one text, without content and file.
-void append_attributes(std::string& out, int32_t message) {
-  uint32_t tag = 0;
-  VX_VR vr = 0;
-  int32_t count = 0;
-  bool first = true;
-  std::vector<uint32_t> tags;
-  for (VX_STATUS status = VX_Get_First_Attribute(message, &tag, &vr, &count); status == VX_NORMAL_COMPLETION;
-       status = VX_Get_Next_Attribute(message, &tag, &vr, &count)) {
-    const bool content =
-        tag >= 0x0040A000 && tag <= 0x0040AFFF && tag != 0x0040A491 && tag != 0x0040A492 && tag != 0x0040A493;
-    if (tag > 0x0002FFFF && vr <= VX_VR_UI && !content && !tag_keyword(tag).empty()) tags.push_back(tag);
-  }
-  for (const uint32_t wanted : tags) {
-    std::string value = sr_text_of(message, wanted);
-    char next[1024];
-    while (VX_Get_Next_Value_To_String(message, wanted, sizeof next, next) == VX_NORMAL_COMPLETION) {
-      value += '\\';
-      value += next;
-    }
-    out += first ? "\n    " : ",\n    ";
-    first = false;
-    append_json(out, tag_keyword(wanted));
-    out += ": ";
-    append_json(out, value);
-  }
-}
-
-void show_json(const SrDocument& document) {
-  std::string out = "{\n  \"attributes\": {";
-  append_attributes(out, document.id());
-  out += "\n  },\n  \"report\": ";
-  int depth = 0;
-  bool first = true;
-  for (const SrNode& node : document.nodes()) {
-    if (!first && node.depth > depth) out += ", \"content\": [";
-    for (; depth > node.depth; --depth) out += "}]";
-    if (!first && !out.ends_with('[')) out += "}, ";
-    depth = node.depth;
-    if (!first) out += "\n    ";
-    append_node(out, node);
-    first = false;
-  }
-  for (; depth > 0; --depth) out += "}]";
-  out += "}\n}\n";
+  });
   std::fwrite(out.data(), 1, out.size(), stdout);
 }
 
@@ -179,18 +87,13 @@ std::string escaped(std::string_view text) {
 }
 
 void show_html(const SrDocument& document) {
-  const std::string charset = sr_text_of(document.id(), 0x00080005);
-  const char* encoding = charset == "ISO_IR 192"   ? "utf-8"
-                         : charset == "ISO_IR 144" ? "iso-8859-5"
-                         : charset == "GB18030"    ? "gb18030"
-                                                   : "iso-8859-1";
-  const std::vector<SrNode>& nodes = document.nodes();
+  const std::vector<SrNode> nodes = document.nodes();
   const std::string title = escaped(nodes.front().concept_name.meaning);
   std::printf(
-      "<!DOCTYPE html>\n<html><head><meta charset=\"%s\"><title>%s</title>\n"
+      "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>%s</title>\n"
       "<style>body{font-family:sans-serif;max-width:60em;margin:auto}ul{list-style:none}"
       "b{font-weight:600}small{color:#666}</style></head><body>\n<h1>%s</h1>\n",
-      encoding, title.c_str(), title.c_str());
+      title.c_str(), title.c_str());
   constexpr struct {
     const char* label;
     uint32_t tag;
@@ -236,7 +139,8 @@ std::string quoted(const std::string& text) {
 void show_csv(const SrDocument& document) {
   std::printf(
       "location,relationship,type,concept code,concept scheme,concept,value,unit,value code,value scheme\n");
-  for (const SrNode& node : document.nodes()) {
+  document.walk([](const std::vector<SrNode>& path) {
+    const SrNode& node = path.back();
     const std::string cells[] = {node.location,
                                  sr_relationship_name(node.relationship),
                                  sr_type_name(node.type),
@@ -250,7 +154,7 @@ void show_csv(const SrDocument& document) {
     std::string line;
     for (const std::string& cell : cells) line += (&cell == cells ? "" : ",") + quoted(cell);
     std::printf("%s\n", line.c_str());
-  }
+  });
 }
 
 bool is_concept(const SrNode& node, std::string_view code) {
@@ -278,7 +182,7 @@ void note_context(const SrNode& node, Group& group) {
 int table(const Args&, const std::string& path) {
   SrDocument document;
   if (!document.open(path)) return kUsage;
-  const std::vector<SrNode>& nodes = document.nodes();
+  const std::vector<SrNode> nodes = document.nodes();
   // Context by the node that it stands below: a container's, or that of a number or a region in it.
   std::map<std::size_t, Group> contexts;
   for (std::size_t i = 1; i < nodes.size(); ++i) {
@@ -326,91 +230,23 @@ int table(const Args&, const std::string& path) {
   return kSuccess;
 }
 
-// --- Check ---
-
-// What the standard asks of every content item (PS3.3 sections C.17.3.2 and C.18).
-std::vector<std::string> faults_of(const SrNode& node, const std::vector<SrNode>& nodes) {
-  std::vector<std::string> faults;
-  const auto need = [&](bool good, const char* text) {
-    if (!good) faults.emplace_back(text);
-  };
-  if (node.type < 0) return {"the value type is missing, not known or without values"};
-  const bool root = node.depth == 0;
-  need(root || node.relationship >= 0, "the relationship is missing or not known");
-  need(!root || node.type == SRH_CONTAINER, "the root is no CONTAINER");
-  if (node.type == SRH_REFERENCE) {
-    need(!node.target.empty(), "the reference leads nowhere");
-    // The target may be no ancestor: relationships by reference must not make loops.
-    for (std::size_t at = node.parent;; at = nodes[at].parent) {
-      if (!node.target.empty() && nodes[at].location == node.target)
-        faults.emplace_back("the reference makes a loop");
-      if (at == 0) break;
-    }
-    return faults;
-  }
-  const bool has_name_of_its_own = node.type >= SRH_SCOORD && node.type != SRH_CONTAINER;
-  need(!node.concept_name.empty() || has_name_of_its_own || (node.type == SRH_CONTAINER && !root),
-       "the concept name is missing");
-  need(node.concept_name.empty() || !node.concept_name.scheme.empty() ||
-           node.concept_name.value.find(':') != std::string::npos,
-       "the concept name has no coding scheme");
-  need(node.concept_name.empty() || !node.concept_name.meaning.empty(), "the concept name has no meaning");
-  switch (node.type) {
-    case SRH_TEXT:
-    case SRH_DATETIME:
-    case SRH_DATE:
-    case SRH_TIME:
-    case SRH_UIDREF:
-    case SRH_PNAME:
-      need(!node.value.empty(), "there is no value");
-      break;
-    case SRH_CODE:
-      need(!node.code.value.empty(), "there is no code");
-      break;
-    case SRH_NUM:
-      need(node.value.empty() || !node.unit.value.empty(), "the number has no unit");
-      break;
-    case SRH_SCOORD:
-      need(!node.graphic.empty() && !node.data.empty() && node.data.size() % 2 == 0,
-           "the region is not whole");
-      break;
-    case SRH_SCOORD3D:
-      need(!node.graphic.empty() && !node.data.empty() && node.data.size() % 3 == 0,
-           "the region is not whole");
-      need(!node.frame_of_reference.empty(), "there is no frame of reference");
-      break;
-    case SRH_TCOORD_D:
-    case SRH_TCOORD_O:
-    case SRH_TCOORD_R:
-      need(!node.graphic.empty(), "there is no temporal range type");
-      break;
-    case SRH_COMPOSITE:
-    case SRH_IMAGE:
-    case SRH_WAVEFORM:
-      need(!node.sop_class.empty() && !node.sop_instance.empty(), "there is no reference to an object");
-      break;
-    case SRH_CONTAINER:
-      need(node.graphic == "SEPARATE" || node.graphic == "CONTINUOUS",
-           "the continuity is missing or not known");
-      break;
-    default:
-      break;
-  }
-  return faults;
-}
-
 int check(const Args&, const std::string& path) {
   SrDocument document;
   if (!document.open(path)) return kUsage;
   std::size_t found = 0;
-  for (const SrNode& node : document.nodes()) {
-    for (const std::string& fault : faults_of(node, document.nodes())) {
-      std::printf("%s: %s %s %s: %s\n", path.c_str(), node.location.c_str(), sr_type_name(node.type),
+  std::size_t nodes = 0;
+  SrRules rules(sr_text_of(document.id(), 0x00080016));
+  document.walk([&](const std::vector<SrNode>& way) {
+    const SrNode& node = way.back();
+    for (const std::string& fault : rules.faults_of(way)) {
+      const char* type = node.type < 0 ? node.other_type.c_str() : sr_type_name(node.type);
+      std::printf("%s: %s %s %s: %s\n", path.c_str(), node.location.c_str(), flat(type).c_str(),
                   flat(node.concept_name.meaning).c_str(), fault.c_str());
       ++found;
     }
-  }
-  if (found == 0) std::printf("%s: %zu nodes, nothing found\n", path.c_str(), document.nodes().size());
+    ++nodes;
+  });
+  if (found == 0) std::printf("%s: %zu nodes, nothing found\n", path.c_str(), nodes);
   return found == 0 ? kSuccess : kFindings;
 }
 
@@ -461,7 +297,7 @@ const Command kSr = {
     "ACTION FILE [OUTPUT] [OPTION...]",
     "show, check, tabulate and make structured reports",
     "show     the tree of the report, as text, JSON, HTML or CSV\n"
-    "check    what of the content breaks the rules of its value types\n"
+    "check    what of the content breaks the rules of its value types and of the report's class\n"
     "table    the measurements as tab-separated values, one a line, with what their group says\n"
     "build    makes a report OUTPUT of the JSON that show --json writes\n"
     "References are shown, not followed.",

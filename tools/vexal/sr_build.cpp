@@ -2,14 +2,19 @@
 #include <jansson.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <iterator>
 #include <map>
 #include <memory>
+#include <new>
 
 #include "args.h"
+#include "charset.h"
 #include "names.h"
 #include "network.h"
 #include "session.h"
@@ -19,10 +24,56 @@
 namespace vexal {
 namespace {
 
-struct Drop {
-  void operator()(json_t* value) const { json_decref(value); }
+// A document that is only read. Its values lie one behind another in blocks that go all at once: a report has
+// hundreds of thousands of them.
+class Document {
+ public:
+  // The document, or null.
+  const json_t* parse(const std::string& text, json_error_t& error) {
+    reading_ = this;
+    json_set_alloc_funcs(&take, [](void*) {});
+    const json_t* root = json_loadb(text.data(), text.size(), JSON_REJECT_DUPLICATES, &error);
+    json_set_alloc_funcs(&std::malloc, &std::free);
+    reading_ = nullptr;
+    return root;
+  }
+
+ private:
+  static void* take(std::size_t size) {
+    constexpr std::size_t kBlock = std::size_t{1} << 20;
+    Document& document = *reading_;
+    size = (size + alignof(std::max_align_t) - 1) / alignof(std::max_align_t) * alignof(std::max_align_t);
+    if (size > document.left_) {
+      document.left_ = std::max(size, kBlock);
+      document.blocks_.emplace_back(new (std::nothrow) char[document.left_]);
+      document.next_ = document.blocks_.back().get();
+      if (document.next_ == nullptr) {
+        document.left_ = 0;
+        return nullptr;
+      }
+    }
+    document.left_ -= size;
+    document.next_ += size;
+    return document.next_ - size;
+  }
+
+  static inline Document* reading_ = nullptr;
+  std::vector<std::unique_ptr<char[]>> blocks_;
+  char* next_ = nullptr;
+  std::size_t left_ = 0;
 };
-using Json = std::unique_ptr<json_t, Drop>;
+
+// The whole of a file; false where it can not be read.
+bool read_file(const std::string& path, std::string& text) {
+  std::FILE* file = std::fopen(path.c_str(), "rbe");
+  if (file == nullptr) return false;
+  char block[65536];
+  for (std::size_t size = 0; (size = std::fread(block, 1, sizeof block, file)) != 0;)
+    text.append(block, size);
+  const bool good = std::ferror(file) == 0;
+  std::fclose(file);
+  return good;
+}
 
 const char* text_of(const json_t* object, const char* key) {
   return json_string_value(json_object_get(object, key));
@@ -59,27 +110,56 @@ float float_at(const json_t* data, std::size_t index) {
   return static_cast<float>(number_at(data, index));
 }
 
+// Text that the reader of JSON asks for.
+struct JsonText {
+  char* text;
+  static VX_STATUS give(int32_t, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
+    char* text = static_cast<JsonText*>(user)->text;
+    *size = static_cast<uint32_t>(std::strlen(text));
+    *data = text;
+    *last = 1;
+    return VX_NORMAL_COMPLETION;
+  }
+};
+
+// What has no member of its own goes into the object as it stands, in the DICOM JSON Model.
+VX_STATUS add_more(int32_t id, const json_t* more) {
+  if (more == nullptr) return VX_NORMAL_COMPLETION;
+  if (!json_is_object(more)) return VX_INCOMPATIBLE_VALUE;
+  JsonText source{json_dumps(more, JSON_COMPACT)};
+  if (source.text == nullptr) return VX_SYSTEM_ERROR;
+  const VX_STATUS status = VX_Json_To_Message_With_Options(id, &source, VX_JSON_STANDARD, &JsonText::give);
+  std::free(source.text);
+  // Values that break a rule of their VR are stored all the same, as they were in the report shown.
+  const bool stored = status == VX_INVALID_VALUE_FOR_VR || status == VX_INVALID_CHARS_IN_VALUE;
+  return stored ? VX_NORMAL_COMPLETION : status;
+}
+
 // Makes the free node of one object; its children come later.
 class NodeMaker {
  public:
   explicit NodeMaker(const json_t* object)
       : object_(object),
         data_(json_object_get(object, "data")),
-        concept_(json_object_get(object, "concept")) {}
+        more_(json_object_get(object, "more")),
+        concept_(json_object_get(more_, "0040A043") == nullptr ? json_object_get(object, "concept")
+                                                               : nullptr) {}
 
   VX_STATUS make(int32_t& id) const {
     const char* type = text_of(object_, "type");
-    if (type == nullptr) return VX_NULL_POINTER_PARM;
-    for (const Row& row : kRows) {
-      if (std::strcmp(row.type, type) != 0) continue;
-      VX_STATUS status = (this->*row.make)(id);
-      // Only some of the makers take a concept name; the others get it here.
-      if (status == VX_NORMAL_COMPLETION && row.name_later && concept_.value != nullptr) {
-        status = VX_SRH_Set_Concept_Name(id, concept_.value, concept_.scheme, concept_.meaning);
-      }
-      return status;
+    if (type == nullptr && more_ == nullptr) return VX_NULL_POINTER_PARM;
+    const Row* row = std::find_if(std::begin(kRows), std::end(kRows), [&](const Row& candidate) {
+      return type != nullptr && std::strcmp(candidate.type, type) == 0;
+    });
+    // Content that has no members stands in "more".
+    const bool known = row != std::end(kRows) && json_object_get(more_, row->content) == nullptr;
+    if (!known && more_ == nullptr) return VX_INCOMPATIBLE_VALUE;
+    VX_STATUS status = known ? (this->*row->make)(id) : bare(type, id);
+    // Only some of the makers take a concept name; the others get it here.
+    if (status == VX_NORMAL_COMPLETION && (!known || row->name_later) && concept_.value != nullptr) {
+      status = VX_SRH_Set_Concept_Name(id, concept_.value, concept_.scheme, concept_.meaning);
     }
-    return VX_INCOMPATIBLE_VALUE;
+    return status == VX_NORMAL_COMPLETION ? add_more(id, more_) : status;
   }
 
  private:
@@ -87,13 +167,21 @@ class NodeMaker {
     const char* type;
     VX_STATUS (NodeMaker::*make)(int32_t& id) const;
     bool name_later;
+    const char* content;  // the attribute that makes the value
   };
   static const Row kRows[15];
+
+  static VX_STATUS bare(const char* type, int32_t& id) {
+    const VX_STATUS status = VX_Open_Empty_Item(&id);
+    return status != VX_NORMAL_COMPLETION || type == nullptr ? status
+                                                             : VX_Set_Value_From_String(id, 0x0040A040, type);
+  }
 
   using Simple = VX_STATUS (*)(const char*, const char*, const char*, const char*, int32_t*);
   template <Simple Create>
   VX_STATUS simple(int32_t& id) const {
-    return Create(concept_.value, concept_.scheme, concept_.meaning, text_of(object_, "value"), &id);
+    const char* text = text_of(object_, "value");
+    return Create(concept_.value, concept_.scheme, concept_.meaning, text != nullptr ? text : "", &id);
   }
   VX_STATUS code(int32_t& id) const {
     const CodeText code(json_object_get(object_, "code"));
@@ -196,25 +284,26 @@ class NodeMaker {
  private:
   const json_t* object_;
   const json_t* data_;
+  const json_t* more_;
   CodeText concept_;
 };
 
 const NodeMaker::Row NodeMaker::kRows[15] = {
-    {"TEXT", &NodeMaker::simple<VX_SRH_Create_TEXT_Node>, false},
-    {"CODE", &NodeMaker::code, false},
-    {"NUM", &NodeMaker::number, false},
-    {"DATETIME", &NodeMaker::simple<VX_SRH_Create_DATETIME_Node>, false},
-    {"DATE", &NodeMaker::simple<VX_SRH_Create_DATE_Node>, false},
-    {"TIME", &NodeMaker::simple<VX_SRH_Create_TIME_Node>, false},
-    {"UIDREF", &NodeMaker::simple<VX_SRH_Create_UIDREF_Node>, false},
-    {"PNAME", &NodeMaker::simple<VX_SRH_Create_PNAME_Node>, false},
-    {"SCOORD", &NodeMaker::region, true},
-    {"SCOORD3D", &NodeMaker::region_3d, true},
-    {"TCOORD", &NodeMaker::times, true},
-    {"COMPOSITE", &NodeMaker::composite, true},
-    {"IMAGE", &NodeMaker::image, true},
-    {"WAVEFORM", &NodeMaker::waveform, true},
-    {"CONTAINER", &NodeMaker::container, true},
+    {"TEXT", &NodeMaker::simple<VX_SRH_Create_TEXT_Node>, false, "0040A160"},
+    {"CODE", &NodeMaker::code, false, "0040A168"},
+    {"NUM", &NodeMaker::number, false, "0040A300"},
+    {"DATETIME", &NodeMaker::simple<VX_SRH_Create_DATETIME_Node>, false, "0040A120"},
+    {"DATE", &NodeMaker::simple<VX_SRH_Create_DATE_Node>, false, "0040A121"},
+    {"TIME", &NodeMaker::simple<VX_SRH_Create_TIME_Node>, false, "0040A122"},
+    {"UIDREF", &NodeMaker::simple<VX_SRH_Create_UIDREF_Node>, false, "0040A124"},
+    {"PNAME", &NodeMaker::simple<VX_SRH_Create_PNAME_Node>, false, "0040A123"},
+    {"SCOORD", &NodeMaker::region, true, "00700022"},
+    {"SCOORD3D", &NodeMaker::region_3d, true, "00700022"},
+    {"TCOORD", &NodeMaker::times, true, "0040A130"},
+    {"COMPOSITE", &NodeMaker::composite, true, "00081199"},
+    {"IMAGE", &NodeMaker::image, true, "00081199"},
+    {"WAVEFORM", &NodeMaker::waveform, true, "00081199"},
+    {"CONTAINER", &NodeMaker::container, true, "0040A050"},
 };
 
 int32_t relationship_of(const json_t* object) {
@@ -249,36 +338,49 @@ class Builder {
       VX_Free_Message(&root_);
   }
   // An error text, empty on success.
-  std::string build(const json_t* document);
+  std::string build(const json_t* document, const std::string& path);
   std::string write(const std::string& path);
 
  private:
   std::string add_nodes(const json_t* report);
-  void set_head(const json_t* attributes, const std::string& sop_class);
+  void set_defaults(const std::string& sop_class);
+  void set_head(const json_t* attributes);
 
   int32_t root_ = 0;
   bool tree_ = false;
   bool is_file_ = false;
 };
 
-std::string Builder::build(const json_t* document) {
+std::string Builder::build(const json_t* document, const std::string& path) {
+  const MutedWarnings quiet;  // of the library, about UTF-8 in items that name no character set
   const json_t* report = json_object_get(document, "report");
   const json_t* attributes = json_object_get(document, "attributes");
   if (!json_is_object(report)) return "there is no \"report\"";
   const char* named = text_of(attributes, "SOPClassUID");
   const std::string sop_class = named != nullptr ? named : "1.2.840.10008.5.1.4.1.1.88.33";
-  const CodeText title(json_object_get(report, "concept"));
+  const json_t* more = json_object_get(report, "more");
+  CodeText title(json_object_get(report, "concept"));
+  // One in "more" takes its place.
+  if (json_object_get(more, "0040A043") != nullptr) title.value = title.scheme = title.meaning = "1";
   const VX_STATUS status =
       VX_SRH_Create_SR(service_of_class(sop_class).c_str(), text_of(report, "template"),
                        NodeMaker::continuity(report), title.value, title.scheme, title.meaning, &root_);
   if (status != VX_NORMAL_COMPLETION)
     return std::string("the title of the report: ") + VX_Error_Message(status);
   tree_ = true;
-  const std::string error = add_nodes(report);
+  std::string error = add_nodes(report);
   VX_SR_To_Message(root_);
   tree_ = false;
-  set_head(attributes, sop_class);
-  return error;
+  if (!error.empty()) return error;
+  // What has its UID is whole, as show wrote it.
+  const bool whole = text_of(attributes, "SOPInstanceUID") != nullptr;
+  if (!whole) set_defaults(sop_class);
+  VX_Set_Value_From_String(root_, kSpecificCharacterSet, "ISO_IR 192");
+  set_head(attributes);
+  const VX_STATUS added = add_more(root_, more);
+  if (added != VX_NORMAL_COMPLETION) return std::string("the head of the report: ") + VX_Error_Message(added);
+  const char* charset = text_of(attributes, "SpecificCharacterSet");
+  return leave_utf8(root_, path, charset != nullptr ? charset : whole ? "" : "ISO_IR 192");
 }
 
 std::string Builder::add_nodes(const json_t* report) {
@@ -306,7 +408,7 @@ std::string Builder::add_nodes(const json_t* report) {
     int32_t id = 0;
     if (const char* target = text_of(object, "target"); target != nullptr) {
       // Its place is kept by an item; where it leads is known at the end.
-      status = VX_Open_Item(&id, "SR_CONTENT");
+      status = VX_Open_Empty_Item(&id);
       references.push_back({id, target});
     } else {
       status = NodeMaker(object).make(id);
@@ -337,7 +439,7 @@ std::string Builder::add_nodes(const json_t* report) {
 }
 
 // What the JSON does not have and a report must.
-void Builder::set_head(const json_t* attributes, const std::string& sop_class) {
+void Builder::set_defaults(const std::string& sop_class) {
   char date[16];
   char time_text[16];
   const std::time_t now = std::time(nullptr);
@@ -346,20 +448,23 @@ void Builder::set_head(const json_t* attributes, const std::string& sop_class) {
   std::strftime(date, sizeof date, "%Y%m%d", &local);
   std::strftime(time_text, sizeof time_text, "%H%M%S", &local);
   const std::map<uint32_t, std::string> defaults = {
-      {0x00080005, "ISO_IR 192"}, {0x00080016, sop_class}, {0x00080018, new_uid()},
-      {0x00080020, date},         {0x00080023, date},      {0x00080030, time_text},
-      {0x00080033, time_text},    {0x00080050, ""},        {0x00080060, "SR"},
-      {0x00080070, "VexalKit"},   {0x00080090, ""},        {0x00081111, ""},
-      {0x00100010, ""},           {0x00100020, ""},        {0x00100030, ""},
-      {0x00100040, ""},           {0x0020000D, new_uid()}, {0x0020000E, new_uid()},
-      {0x00200010, ""},           {0x00200011, "1"},       {0x00200013, "1"},
-      {0x0040A372, ""},           {0x0040A491, "PARTIAL"}, {0x0040A493, "UNVERIFIED"}};
+      {0x00080016, sop_class},  {0x00080018, new_uid()}, {0x00080020, date},        {0x00080023, date},
+      {0x00080030, time_text},  {0x00080033, time_text}, {0x00080050, ""},          {0x00080060, "SR"},
+      {0x00080070, "VexalKit"}, {0x00080090, ""},        {0x00081111, ""},          {0x00100010, ""},
+      {0x00100020, ""},         {0x00100030, ""},        {0x00100040, ""},          {0x0020000D, new_uid()},
+      {0x0020000E, new_uid()},  {0x00200010, ""},        {0x00200011, "1"},         {0x00200013, "1"},
+      {0x0040A372, ""},         {0x0040A491, "PARTIAL"}, {0x0040A493, "UNVERIFIED"}};
   for (const auto& [tag, text] : defaults) set_text(root_, tag, text);
+}
+
+void Builder::set_head(const json_t* attributes) {
   const char* key = nullptr;
   json_t* value = nullptr;
   json_object_foreach(const_cast<json_t*>(attributes), key, value) {
     uint32_t tag = 0;
-    if (json_is_string(value) && parse_tag(key, tag)) set_text(root_, tag, json_string_value(value));
+    // The character set comes last: until then all text is UTF-8.
+    if (json_is_string(value) && parse_tag(key, tag) && tag != kSpecificCharacterSet)
+      set_text(root_, tag, json_string_value(value));
   }
 }
 
@@ -380,14 +485,20 @@ std::string Builder::write(const std::string& path) {
 }  // namespace
 
 int build_report(const std::string& input, const std::string& output) {
+  std::string text;
+  if (!read_file(input, text)) {
+    report(input, std::strerror(errno));
+    return kUsage;
+  }
   json_error_t error;
-  const Json document(json_load_file(input.c_str(), JSON_REJECT_DUPLICATES, &error));
-  if (document == nullptr) {
+  Document document;
+  const json_t* root = document.parse(text, error);
+  if (root == nullptr) {
     report(input, "line " + std::to_string(error.line) + ": " + error.text);
     return kUsage;
   }
   Builder builder;
-  const std::string problem = builder.build(document.get());
+  const std::string problem = builder.build(root, input);
   if (!problem.empty()) {
     report(input, problem);
     return kUsage;

@@ -1,7 +1,9 @@
 #include "sr_document.h"
 
+#include <charconv>
 #include <iterator>
 
+#include "charset.h"
 #include "session.h"
 
 namespace vexal {
@@ -38,24 +40,16 @@ std::vector<std::string> values_of(int32_t object, uint32_t tag) {
   return values;
 }
 
-// Where the one text of a type stands.
-uint32_t text_tag(int32_t type) {
-  switch (type) {
-    case SRH_TEXT:
-      return 0x0040A160;
-    case SRH_DATETIME:
-      return 0x0040A120;
-    case SRH_DATE:
-      return 0x0040A121;
-    case SRH_TIME:
-      return 0x0040A122;
-    case SRH_UIDREF:
-      return 0x0040A124;
-    case SRH_PNAME:
-      return 0x0040A123;
-    default:
-      return 0;
+// The shortest texts that read back as the same numbers.
+std::vector<std::string> floats_of(int32_t object, uint32_t tag) {
+  std::vector<std::string> values;
+  float value = 0;
+  for (VX_STATUS status = VX_Get_Value_To_Float(object, tag, &value); status == VX_NORMAL_COMPLETION;
+       status = VX_Get_Next_Value_To_Float(object, tag, &value)) {
+    char text[32];
+    values.emplace_back(text, std::to_chars(text, text + sizeof text, value).ptr);
   }
+  return values;
 }
 
 void read_number(SrNode& node) {
@@ -82,12 +76,13 @@ void read_target(SrNode& node) {
   if (VX_SRH_Get_Reference(node.id, &target) == VX_NORMAL_COMPLETION &&
       VX_SR_Get_Location(target, sizeof location, location) == VX_NORMAL_COMPLETION) {
     node.target = location;
+    VX_SRH_Get_NodeType(target, &node.target_type);
   }
 }
 
 void read_content(SrNode& node) {
   node.concept_name = code_of(node.id, 0x0040A043);
-  if (const uint32_t tag = text_tag(node.type); tag != 0) node.value = sr_text_of(node.id, tag);
+  if (const uint32_t tag = sr_text_tag(node.type); tag != 0) node.value = sr_text_of(node.id, tag);
   switch (node.type) {
     case SRH_CODE:
       node.code = code_of(node.id, 0x0040A168);
@@ -100,7 +95,7 @@ void read_content(SrNode& node) {
       [[fallthrough]];
     case SRH_SCOORD:
       node.graphic = sr_text_of(node.id, 0x00700023);
-      node.data = values_of(node.id, 0x00700022);
+      node.data = floats_of(node.id, 0x00700022);
       break;
     case SRH_TCOORD_D:
     case SRH_TCOORD_O:
@@ -123,7 +118,7 @@ void read_content(SrNode& node) {
       read_target(node);
       break;
     default:
-      break;
+      if (node.type < 0) node.other_type = sr_text_of(node.id, 0x0040A040);
   }
 }
 
@@ -139,16 +134,57 @@ std::string join(const std::vector<std::string>& values, std::size_t in_group) {
 }  // namespace
 
 std::string sr_text_of(int32_t object, uint32_t tag) {
-  uint32_t length = 0;
-  if (VX_Get_Value_Length(object, tag, 1, &length) != VX_NORMAL_COMPLETION || length > (1U << 30)) return {};
-  std::string text(length + 80U, '\0');
-  if (VX_Get_Value_To_String(object, tag, static_cast<int32_t>(text.size()), text.data()) !=
-      VX_NORMAL_COMPLETION) {
-    return {};
+  char room[256];  // most are short
+  std::string text;
+  VX_STATUS status = VX_Get_Value_To_String(object, tag, sizeof room, room);
+  if (status == VX_NORMAL_COMPLETION) {
+    text = room;
+  } else if (status == VX_BUFFER_TOO_SMALL) {
+    uint32_t length = 0;
+    if (VX_Get_Value_Length(object, tag, 1, &length) != VX_NORMAL_COMPLETION || length > (1U << 30))
+      return {};
+    text.resize(length + 80U);
+    status = VX_Get_Value_To_String(object, tag, static_cast<int32_t>(text.size()), text.data());
+    text.resize(status == VX_NORMAL_COMPLETION ? text.find('\0') : 0);
   }
-  text.resize(text.find('\0') != std::string::npos ? text.find('\0') : text.size());
   while (!text.empty() && text.back() == ' ') text.pop_back();
   return text;
+}
+
+std::string sr_texts_of(int32_t object, uint32_t tag) {
+  std::string text = sr_text_of(object, tag);
+  char next[1024];
+  while (VX_Get_Next_Value_To_String(object, tag, sizeof next, next) == VX_NORMAL_COMPLETION) {
+    text += '\\';
+    text += next;
+  }
+  return text;
+}
+
+uint32_t sr_text_tag(int32_t type) {
+  switch (type) {
+    case SRH_TEXT:
+      return 0x0040A160;
+    case SRH_DATETIME:
+      return 0x0040A120;
+    case SRH_DATE:
+      return 0x0040A121;
+    case SRH_TIME:
+      return 0x0040A122;
+    case SRH_UIDREF:
+      return 0x0040A124;
+    case SRH_PNAME:
+      return 0x0040A123;
+    default:
+      return 0;
+  }
+}
+
+int32_t sr_times_type(uint32_t tag) {
+  return tag == 0x0040A13A   ? SRH_TCOORD_D
+         : tag == 0x0040A138 ? SRH_TCOORD_O
+         : tag == 0x0040A132 ? SRH_TCOORD_R
+                             : -1;
 }
 
 const char* sr_type_name(int32_t type) {
@@ -196,6 +232,8 @@ bool SrDocument::open(const std::string& path) {
     report(path, file_.problem());
     return false;
   }
+  charset_ = sr_texts_of(file_.id(), kSpecificCharacterSet);
+  make_utf8(file_);
   status = file_.become_message("SR", C_STORE_RQ);
   if (status == VX_NORMAL_COMPLETION) status = VX_Message_To_SR(file_.id());
   if (status != VX_NORMAL_COMPLETION) {
@@ -207,35 +245,46 @@ bool SrDocument::open(const std::string& path) {
     report(path, "it is no structured report: there is no (0040,A040) ValueType");
     return false;
   }
+  return true;
+}
+
+void SrDocument::walk(const std::function<void(const std::vector<SrNode>& path)>& visit) const {
   SrNode root;
   root.id = file_.id();
   root.location = "1";
   VX_SRH_Get_NodeType(root.id, &root.type);
   read_content(root);
-  nodes_.push_back(std::move(root));
-  std::vector<std::size_t> open = {0};
+  std::vector<SrNode> path;
+  path.push_back(std::move(root));
+  visit(path);
+  std::size_t places = 0;
   bool first = true;
-  while (!open.empty()) {
+  while (!path.empty()) {
     SrNode node;
     int32_t last = 0;
-    const int32_t parent = nodes_[open.back()].id;
-    (first ? VX_SRH_Get_First_Child : VX_SRH_Get_Next_Child)(parent, &node.id, &node.relationship, &node.type,
-                                                             &last);
+    (first ? VX_SRH_Get_First_Child : VX_SRH_Get_Next_Child)(path.back().id, &node.id, &node.relationship,
+                                                             &node.type, &last);
     first = node.id != 0;
     if (node.id == 0) {
-      open.pop_back();
+      path.pop_back();
       continue;
     }
-    node.depth = static_cast<int>(open.size());
-    node.parent = open.back();
+    node.depth = static_cast<int>(path.size());
+    node.place = ++places;
+    node.parent = path.back().place;
     char location[81] = "";
     VX_SR_Get_Location(node.id, sizeof location, location);
     node.location = location;
     read_content(node);
-    open.push_back(nodes_.size());
-    nodes_.push_back(std::move(node));
+    path.push_back(std::move(node));
+    visit(path);
   }
-  return true;
+}
+
+std::vector<SrNode> SrDocument::nodes() const {
+  std::vector<SrNode> all;
+  walk([&](const std::vector<SrNode>& path) { all.push_back(path.back()); });
+  return all;
 }
 
 }  // namespace vexal

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -22,8 +23,10 @@ struct SrNode {
   int depth = 0;
   int32_t type = -1;          // SRH_NODE_TYPE; -1: not known
   int32_t relationship = -1;  // SRH_RELATIONSHIP
-  std::size_t parent = 0;     // in the list
+  std::size_t place = 0;      // in the order of reading
+  std::size_t parent = 0;     // the parent's place
   std::string location;
+  std::string other_type;  // the value type that is not known
   SrCode concept_name;
   std::string value;  // of the types with one text or number
   SrCode code;        // the value of CODE
@@ -35,7 +38,8 @@ struct SrNode {
   std::string sop_instance;
   std::string frame_of_reference;
   std::string template_id;
-  std::string target;  // location of the node that a reference leads to
+  std::string target;        // location of the node that a reference leads to
+  int32_t target_type = -1;  // its type
 };
 
 // "TEXT", "TCOORD", ...; "" for a reference and for what is not known.
@@ -44,8 +48,13 @@ const char* sr_relationship_name(int32_t relationship);
 // The value for people: "12 mm", "Liver", "POLYLINE 1,2 3,4".
 std::string sr_value_text(const SrNode& node);
 std::string sr_text_of(int32_t object, uint32_t tag);
+// All values, parted by backslashes.
+std::string sr_texts_of(int32_t object, uint32_t tag);
+// Where the one text of a type stands, 0 if it has none; which TCOORD the attribute of times makes, or -1.
+uint32_t sr_text_tag(int32_t type);
+int32_t sr_times_type(uint32_t tag);
 
-// An open report, in the order of reading: each node before those below it.
+// An open report, its text in UTF-8.
 class SrDocument {
  public:
   SrDocument() = default;
@@ -56,13 +65,21 @@ class SrDocument {
   // False after a line on standard error.
   bool open(const std::string& path);
   int32_t id() const { return file_.id(); }
-  const std::vector<SrNode>& nodes() const { return nodes_; }
+  // (0008,0005) as it is in the file, its values parted by backslashes.
+  const std::string& charset() const { return charset_; }
+  // Called for each node in the order of reading, each before those below it. The path leads from the root to
+  // the node, its last.
+  void walk(const std::function<void(const std::vector<SrNode>& path)>& visit) const;
+  std::vector<SrNode> nodes() const;  // all of them at once, in the order of reading
 
  private:
   DicomFile file_;
   bool is_tree_ = false;
-  std::vector<SrNode> nodes_;
+  std::string charset_;
 };
+
+// The report as JSON, which build_report reads.
+void show_json(const SrDocument& document);
 
 // A report from the JSON that vexal sr show --json writes. The exit code.
 int build_report(const std::string& input, const std::string& output);
