@@ -18,6 +18,7 @@ import tempfile
 import zlib
 
 import pydicom
+import pydicom.encaps
 from pydicom.dataset import FileDataset, FileMetaDataset
 
 VEXAL, SAMPLES = sys.argv[1], sys.argv[2]
@@ -405,6 +406,87 @@ def check_offsets(folder):
         fail("a wrong entry is not repaired")
 
 
+def check_extended_offsets(folder):
+    """A table of 64-bit offsets is judged and repaired as one, its frames then in one fragment each."""
+    image, plain, packed, repaired = Image(7, 5, 12, frames=3), *(os.path.join(folder, n) for n in ("plain", "packed", "repaired"))
+    image.write(plain)
+    run(VEXAL, "convert", "--quiet", "--to", "rle", plain, packed)
+    data = pydicom.dcmread(packed)
+    frames = list(pydicom.encaps.generate_pixel_data_frame(data.PixelData, 3))
+    starts, items = [], b""
+    for frame in frames:
+        starts.append(len(items))
+        items += struct.pack("<II", 0xE000FFFE, len(frame)) + frame
+    data.PixelData = struct.pack("<II", 0xE000FFFE, 0) + items  # the delimiter comes with saving
+    right, lengths = struct.pack("<3Q", *starts), struct.pack("<3Q", *map(len, frames))
+    wrong = struct.pack("<3Q", starts[0], starts[1] + 2, starts[2])
+    for offsets, sizes, expected in [(right, lengths, 0), (wrong, lengths, 1), (right, struct.pack("<3Q", 1, 2, 3), 1), (right, lengths[:16], 1), (b"", b"", 1)]:
+        data.ExtendedOffsetTable, data.ExtendedOffsetTableLengths = offsets, sizes
+        data.save_as(packed)
+        if run(VEXAL, "pixel", "offsets", packed).returncode != expected:
+            fail("an extended offset table is judged wrong: %s" % run(VEXAL, "pixel", "offsets", packed).stdout)
+        run(VEXAL, "pixel", "offsets", "--repair", repaired, packed)
+        mended = pydicom.dcmread(repaired)
+        if (bytes(mended[0x7FE00001].value), bytes(mended[0x7FE00002].value)) != (right, lengths) or mended.PixelData != data.PixelData:
+            fail("an extended offset table is repaired wrong")
+
+
+def picture_of(path, folder, *options):
+    out = os.path.join(folder, "picture.png")
+    result = run(VEXAL, "pixel", "render", "--quiet", *options, path, out)
+    return list(read_png(out)[3]) if result.returncode == 0 else result.stdout
+
+
+def check_palettes(folder):
+    """Discrete segments, lines and copies, in words and in bytes."""
+    path = os.path.join(folder, "palette")
+    image = Image(16, 16, 8)
+    image.pixels = list(range(256))
+    image.write(path)
+    data = pydicom.dcmread(path)
+    data.PhotometricInterpretation = "PALETTE COLOR"
+    for bits, code, top in [(16, "H", 65535), (8, "B", 255)]:
+        start = [0, 3, 0, top // 5, top // 3, 1, 96, top, 1, 29, 7]  # 3 entries, 96 up, 29 down: 128
+        entries = [0, top // 5, top // 3]
+        for count, end in ((96, top), (29, 7)):
+            first = entries[-1]
+            entries += [first + (end - first) * i / count for i in range(1, count + 1)]
+        entries += entries[:3] + [entries[2] + (top - entries[2]) * i / 96 for i in range(1, 97)]
+        entries += [entries[-1]] * 29
+        copy = [2, 2] + ([0, 0] if bits == 16 else [0, 0, 0, 0])
+        segments = struct.pack("<%d%s" % (len(start + copy) + 3, code), *start, *copy, 1, 29, top)
+        for colour in range(3):
+            data[0x00281101 + colour] = pydicom.DataElement(0x00281101 + colour, "US", [256, 0, bits])
+            data[0x00281221 + colour] = pydicom.DataElement(0x00281221 + colour, "OW", segments + b"\0" * (len(segments) % 2))
+        data.save_as(path)
+        expected = [v / (top / 255) for v in entries for _ in range(3)]
+        if distance(picture_of(path, folder), expected) > 1:
+            fail("a segmented palette of %d bits: %s" % (bits, picture_of(path, folder)))
+        for cut in (3, 9, len(segments) - 6):  # what is broken is said to be
+            data[0x00281222].value = segments[:cut] + b"\0" * (cut % 2)
+            data.save_as(path)
+            if run(VEXAL, "pixel", "render", path, os.path.join(folder, "picture.png")).returncode != 2:
+                fail("a broken palette is taken")
+
+
+def check_floats(folder):
+    for tag, vr, code in [(0x7FE00008, "OF", "f"), (0x7FE00009, "OD", "d")]:
+        path, image = os.path.join(folder, "floats"), Image(3, 4, 8)
+        image.write(path)
+        data = pydicom.dcmread(path)
+        del data.PixelData, data.BitsStored, data.HighBit, data.PixelRepresentation
+        data.BitsAllocated = 32 if code == "f" else 64
+        values = [i * 1.5 - 4 for i in range(11)] + [float("nan")]
+        data.add_new(tag, vr, struct.pack("<12" + code, *values))
+        data.save_as(path)
+        expected = [255 * i / 10 for i in range(11)] + [255 * 4 / 15]
+        if distance(picture_of(path, folder), expected) > 1:
+            fail("floating point pixels: %s" % picture_of(path, folder))
+        raw = os.path.join(folder, "raw")
+        if run(VEXAL, "pixel", "extract", path, raw).returncode or open(raw, "rb").read() != data[tag].value:
+            fail("floating point pixels are extracted wrong")
+
+
 def check_damage(folder):
     """Whatever an image claims, each command ends with a status."""
     source = open(os.path.join(SAMPLES, "enc/tiny-defined-bot-2-to-2.dcm"), "rb").read()
@@ -412,6 +494,7 @@ def check_damage(folder):
     for cut in range(len(source) - 1, len(source) // 2, -37):
         paths.append(os.path.join(folder, "cut%d.dcm" % cut))
         open(paths[-1], "wb").write(source[:cut])
+    paths += [os.path.join(folder, name) for name in ("palette", "floats")]
     for path in paths:
         for action in (["info"], ["offsets"], ["render"], ["sheet"], ["extract"]):
             out = [os.path.join(folder, "damage")] if action[0] in ("render", "sheet", "extract") else []
@@ -424,6 +507,9 @@ def check_damage(folder):
 
 with tempfile.TemporaryDirectory() as work:
     check_offsets(work)
+    check_extended_offsets(work)
+    check_palettes(work)
+    check_floats(work)
     check_damage(work)
     check_peers(work)
     check_rendering(work)

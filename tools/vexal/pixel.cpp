@@ -7,6 +7,7 @@
 
 #include "commands.h"
 #include "pixel_image.h"
+#include "pixel_offsets.h"
 #include "session.h"
 #include "write_options.h"
 
@@ -89,72 +90,15 @@ std::string frame_path(const std::string& out, uint32_t number, const Choice& ch
 
 // --- Offset tables ---
 
-// What is wrong with the table, empty if nothing is.
-std::string table_fault(const PixelImage& image) {
-  const Encapsulated& value = image.fragments();
-  if (!value.sound) return "the fragments end without a delimiter";
-  if (value.table.empty()) return "";
-  if (value.starts.empty()) return "the fragments do not tell where frames begin";
-  if (value.table.size() != value.starts.size()) {
-    return "it has " + std::to_string(value.table.size()) + " entries for " +
-           std::to_string(value.starts.size()) + " frames";
-  }
-  for (std::size_t i = 0; i < value.starts.size(); ++i) {
-    const uint64_t right = value.fragments[value.starts[i]].offset;
-    if (value.table[i] == right) continue;
-    return "entry " + std::to_string(i + 1) + " is " + std::to_string(value.table[i]) +
-           ", its frame begins at " + std::to_string(right);
-  }
-  return "";
-}
-
-// The value anew, with the table of what the fragments tell.
-std::string rebuilt(const PixelImage& image, std::string& bytes) {
-  const Encapsulated& value = image.fragments();
-  if (value.starts.empty()) return "the fragments do not tell where frames begin";
-  append32(bytes, kItem);
-  append32(bytes, static_cast<uint32_t>(4 * value.starts.size()));
-  uint64_t length = 0;
-  std::vector<uint64_t> offsets;
-  for (const Fragment& fragment : value.fragments) {
-    offsets.push_back(length);
-    length += 8 + uint64_t{fragment.length} + fragment.length % 2;
-  }
-  if (length + bytes.size() + 4 * value.starts.size() + 8 > 0xFFFFFFF0U) return "its frames lie beyond 4 GiB";
-  for (const std::size_t start : value.starts) append32(bytes, static_cast<uint32_t>(offsets[start]));
-  for (const Fragment& fragment : value.fragments) {
-    append32(bytes, kItem);
-    append32(bytes, fragment.length + fragment.length % 2);
-    bytes.append(image.value(), fragment.data, fragment.length);
-    if (fragment.length % 2 != 0) bytes.push_back('\0');
-  }
-  append32(bytes, kDelimiter);
-  append32(bytes, 0);
-  return "";
-}
-
 int check_offsets(const Args& args, PixelImage& image, const std::string& path) {
   if (!image.compressed()) {
     std::printf("%s: not encapsulated\n", path.c_str());
     return kSuccess;
   }
   const std::string fault = table_fault(image);
-  const std::size_t entries = image.fragments().table.size();
-  std::printf("%s: %s\n", path.c_str(),
-              !fault.empty() ? ("offset table: " + fault).c_str()
-              : entries == 0 ? "no offset table"
-                             : ("offset table of " + std::to_string(entries) + " frames is right").c_str());
+  std::printf("%s: %s\n", path.c_str(), table_verdict(image, fault).c_str());
   if (!args.has("--repair")) return fault.empty() ? kSuccess : kFindings;
-  std::string bytes;
-  std::string problem = rebuilt(image, bytes);
-  if (problem.empty() &&
-      VX_Get_Attribute_Info(image.file().id(), 0x7FE00001, nullptr, nullptr) == VX_NORMAL_COMPLETION)
-    problem = "it has an extended offset table, which excludes a basic one";
-  if (problem.empty()) {
-    const VX_STATUS status = VX_Set_Value_From_Buffer(image.file().id(), 0x7FE00010, bytes.data(),
-                                                      static_cast<uint32_t>(bytes.size()));
-    if (status != VX_NORMAL_COMPLETION) problem = VX_Error_Message(status);
-  }
+  std::string problem = repair_table(image);
   WriteOptions options;
   if (!options.read(args)) return kUsage;
   if (problem.empty()) problem = write_file(image.file(), args.get("--repair"), options);
@@ -184,9 +128,7 @@ int show(PixelImage& image, const std::string& path) {
   std::printf("  %zu fragments of %llu bytes, ratio %.2f; %s\n", image.fragments().fragments.size(),
               static_cast<unsigned long long>(bytes),
               bytes != 0 ? static_cast<double>(raw) / static_cast<double>(bytes) : 0.0,
-              !fault.empty()                    ? ("offset table: " + fault).c_str()
-              : image.fragments().table.empty() ? "no offset table"
-                                                : "offset table is right");
+              table_verdict(image, fault).c_str());
   return kSuccess;
 }
 

@@ -8,7 +8,10 @@
 namespace vexal {
 namespace {
 
+// Integers, and the two kinds of floating point numbers (PS3.3 section C.7.6.24).
 constexpr uint32_t kPixelData = 0x7FE00010;
+constexpr uint32_t kFloatPixels = 0x7FE00008;
+constexpr uint32_t kDoublePixels = 0x7FE00009;
 constexpr uint64_t kLargestFrame = uint64_t{1} << 31;
 
 VX_STATUS append(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
@@ -86,6 +89,49 @@ uint8_t clamp8(double value) {
   return static_cast<uint8_t>(std::lround(std::clamp(value, 0.0, 255.0)));
 }
 
+// Segments of a palette's data into entries, at most `most` of them (PS3.3 section C.7.9.2): discrete ones, a
+// line from the last entry to an end, or a copy of earlier segments.
+bool expand_segments(const std::string& bytes, std::size_t width, std::size_t most,
+                     std::vector<uint16_t>& entries) {
+  enum { kDiscrete, kLinear, kIndirect };
+  const auto word = [&](std::size_t at) {
+    return width == 2 ? load16(bytes.data() + at) : static_cast<uint16_t>(static_cast<uint8_t>(bytes[at]));
+  };
+  entries.clear();
+  // Segments from `at` on; a copy must not hold a copy.
+  const auto run = [&](auto& self, std::size_t at, std::size_t segments, bool copying) -> bool {
+    for (; segments != 0 && entries.size() < most && at + 3 * width <= bytes.size(); --segments) {
+      const uint16_t kind = word(at);
+      const std::size_t count = word(at + width);
+      if (count == 0) return false;  // each segment has an entry at least, so that their number is bounded
+      at += 2 * width;
+      if (kind == kDiscrete) {
+        if (count * width > bytes.size() - at || count > most - entries.size()) return false;
+        for (std::size_t i = 0; i < count; ++i, at += width) entries.push_back(word(at));
+      } else if (kind == kLinear) {
+        if (entries.empty() || count > most - entries.size()) return false;
+        const double from = entries.back();
+        const double step = (word(at) - from) / static_cast<double>(count);
+        for (std::size_t i = 1; i <= count; ++i)
+          entries.push_back(static_cast<uint16_t>(std::lround(from + step * static_cast<double>(i))));
+        at += width;
+      } else if (kind == kIndirect && !copying) {
+        const std::size_t words = 4 / width;  // of the offset, the least significant first
+        if (words * width > bytes.size() - at) return false;
+        std::size_t target = 0;
+        for (std::size_t i = 0; i < words; ++i)
+          target |= std::size_t{word(at + i * width)} << (8 * width * i);
+        at += words * width;
+        if (target >= at || !self(self, target, count, true)) return false;
+      } else {
+        return false;
+      }
+    }
+    return !copying || segments == 0;
+  };
+  return run(run, 0, SIZE_MAX, false);
+}
+
 // A table of a modality, VOI or palette transformation (PS3.3 section C.11.1).
 struct LookupTable {
   int32_t first = 0;
@@ -95,7 +141,15 @@ struct LookupTable {
     const int64_t index = std::clamp<int64_t>(value - first, 0, static_cast<int64_t>(entries.size()) - 1);
     return entries[static_cast<std::size_t>(index)];
   }
-  // False: there is none, or not all of it.
+  // Of a palette the data may be segmented. False: there is none, or not all of it.
+  bool read_palette(int32_t id, uint32_t colour, bool signed_first) {
+    if (read(id, 0x00281101 + colour, 0x00281201 + colour, signed_first)) return true;
+    const std::string bytes = bytes_of(id, 0x00281221 + colour);
+    if (bytes.empty() || entries.empty()) return false;  // the descriptor has given the number of entries
+    const std::size_t count = entries.size();
+    const bool expanded = expand_segments(bytes, bits <= 8 ? 1 : 2, count, entries);
+    return expanded && entries.size() == count;
+  }
   bool read(int32_t id, uint32_t descriptor, uint32_t data, bool signed_first) {
     const std::vector<int32_t> words = integers_of(id, descriptor);
     if (words.size() < 3) return false;
@@ -104,7 +158,7 @@ struct LookupTable {
     bits = static_cast<uint32_t>(words[2]);
     if (bits < 1 || bits > 16) bits = 16;
     const std::string bytes = bytes_of(id, data);
-    entries.resize(count);
+    entries.assign(count, 0);
     if (bytes.size() >= 2 * count) {
       for (std::size_t i = 0; i < count; ++i) entries[i] = load16(bytes.data() + 2 * i);
     } else if (bytes.size() >= count) {
@@ -145,14 +199,17 @@ Rgb from_ybr(double y, double cb, double cr) {
 
 std::string PixelImage::open(const std::string& path) {
   if (file_.open(path, {false}) != VX_NORMAL_COMPLETION) return file_.problem();
-  if (VX_Get_Attribute_Info(file_.id(), kPixelData, nullptr, nullptr) != VX_NORMAL_COMPLETION) {
-    return "it has no Pixel Data";
+  for (const uint32_t tag : {kPixelData, kFloatPixels, kDoublePixels}) {
+    if (pixels_ == 0 && VX_Get_Attribute_Info(file_.id(), tag, nullptr, nullptr) == VX_NORMAL_COMPLETION)
+      pixels_ = tag;
   }
+  if (pixels_ == 0) return "it has no Pixel Data";
   if (!file_.has_meta()) file_.set_syntax(file_.syntax());
   if (std::string problem = read_description(); !problem.empty()) return problem;
   const VX_TRANSFER_SYNTAX syntax = file_.syntax();
   compressed_ = syntax < IMPLICIT_LITTLE_ENDIAN || syntax > DEFLATED_EXPLICIT_LITTLE_ENDIAN;
-  value_ = bytes_of(file_.id(), kPixelData);
+  if (compressed_ && image_.real) return "floating point pixels are not compressed";
+  value_ = bytes_of(file_.id(), pixels_);
   if (compressed_) {
     const auto read = [this](uint64_t offset, void* buffer, std::size_t length) {
       if (length > value_.size() - std::min<uint64_t>(offset, value_.size())) return false;
@@ -178,11 +235,17 @@ std::string PixelImage::read_description() {
   image_.planar = number_of(id, 0x00280006);
   image_.frames = std::max(number_of(id, 0x00280008, 1), 1U);
   image_.photometric = text_of(id, 0x00280004);
+  image_.real = pixels_ != kPixelData;
+  if (image_.real) {  // their size is that of the attribute's numbers
+    image_.stored = image_.allocated = pixels_ == kFloatPixels ? 32 : 64;
+    image_.high = image_.stored - 1;
+  }
   const uint32_t a = image_.allocated;
   const bool possible =
       image_.rows != 0 && image_.columns != 0 && image_.rows <= 65535 && image_.columns <= 65535 &&
-      (image_.samples == 1 || image_.samples == 3) && (a == 1 || a == 8 || a == 16 || a == 32) &&
-      image_.stored != 0 && image_.stored <= a && image_.high < a && image_.high + 1 >= image_.stored &&
+      (image_.samples == 1 || image_.samples == 3) &&
+      (a == 1 || a == 8 || a == 16 || a == 32 || image_.real) && image_.stored != 0 && image_.stored <= a &&
+      image_.high < a && image_.high + 1 >= image_.stored &&
       uint64_t{image_.rows} * image_.columns * image_.samples * ((a + 7) / 8) < kLargestFrame;
   return possible ? "" : "its pixel description is none that can be shown";
 }
@@ -259,6 +322,22 @@ int32_t PixelImage::stored_value(const std::string& bytes, std::size_t index) co
   return image_.is_signed ? static_cast<int32_t>(raw) >> unused : static_cast<int32_t>(raw >> unused);
 }
 
+double PixelImage::plain_value(const std::string& bytes, std::size_t index) const {
+  if (!image_.real) {
+    const int32_t stored = stored_value(bytes, index);
+    return image_.is_signed ? stored : static_cast<double>(static_cast<uint32_t>(stored));
+  }
+  float narrow = 0;
+  double value = 0;
+  if (image_.allocated == 32) {
+    std::memcpy(&narrow, bytes.data() + 4 * index, sizeof narrow);
+    value = static_cast<double>(narrow);
+  } else {
+    std::memcpy(&value, bytes.data() + 8 * index, sizeof value);
+  }
+  return std::isfinite(value) ? value : 0;
+}
+
 int32_t PixelImage::group_item(uint32_t frame, uint32_t sequence) const {
   const int32_t id = file_.id();
   if (const int32_t own = item_of(id, 0x52009230, frame); own >= 0) {
@@ -276,8 +355,8 @@ std::string PixelImage::grey(uint32_t number, const std::string& bytes, const Re
   const int32_t id = file_.id();
   LookupTable modality;
   const int32_t modality_item = item_of(id, 0x00283000);
-  const bool by_table =
-      modality_item >= 0 && modality.read(modality_item, 0x00283002, 0x00283006, image_.is_signed);
+  const bool by_table = modality_item >= 0 && !image_.real &&
+                        modality.read(modality_item, 0x00283002, 0x00283006, image_.is_signed);
   const int32_t rescale = group_item(number, 0x00289145);
   const double slope = real_of(rescale, 0x00281053).value_or(1);
   const double intercept = real_of(rescale, 0x00281052).value_or(0);
@@ -285,9 +364,8 @@ std::string PixelImage::grey(uint32_t number, const std::string& bytes, const Re
   double low = std::numeric_limits<double>::max();
   double high = std::numeric_limits<double>::lowest();
   for (std::size_t i = 0; i < pixels; ++i) {
-    const int32_t stored = stored_value(bytes, i);
-    const int64_t whole = image_.is_signed ? int64_t{stored} : int64_t{static_cast<uint32_t>(stored)};
-    values[i] = by_table ? modality.at(whole) : static_cast<double>(whole) * slope + intercept;
+    const double plain = plain_value(bytes, i);
+    values[i] = by_table ? modality.at(static_cast<int64_t>(plain)) : plain * slope + intercept;
     low = std::min(low, values[i]);
     high = std::max(high, values[i]);
   }
@@ -320,8 +398,8 @@ std::string PixelImage::grey(uint32_t number, const std::string& bytes, const Re
   picture.samples = 1;
   picture.bytes.resize(pixels);
   for (std::size_t i = 0; i < pixels; ++i) {
-    const double level =
-        by_voi_table ? table.at(static_cast<int64_t>(std::lround(values[i]))) / top : window.level(values[i]);
+    const double level = by_voi_table ? table.at(std::llround(std::clamp(values[i], -1e9, 1e9))) / top
+                                      : window.level(values[i]);
     picture.bytes[i] = clamp8(255 * (inverse ? 1 - level : level));
   }
   return "";
@@ -330,9 +408,7 @@ std::string PixelImage::grey(uint32_t number, const std::string& bytes, const Re
 std::string PixelImage::palette(const std::string& bytes, Picture& picture) {
   LookupTable tables[3];
   for (uint32_t i = 0; i < 3; ++i) {
-    if (!tables[i].read(file_.id(), 0x00281101 + i, 0x00281201 + i, image_.is_signed)) {
-      return "its palette is missing or segmented";
-    }
+    if (!tables[i].read_palette(file_.id(), i, image_.is_signed)) return "its palette is missing or broken";
   }
   const std::size_t pixels = std::size_t{image_.rows} * image_.columns;
   picture.samples = 3;
@@ -397,7 +473,7 @@ void PixelImage::draw_overlays(uint32_t number, const std::string& bytes, Pictur
     const std::string plane = bytes_of(id, group | 0x3000);
     const uint32_t bit = number_of(id, group | 0x0102);
     const bool embedded = plane.empty();
-    if (embedded && (image_.allocated < 8 || bit >= image_.allocated || image_.samples != 1 ||
+    if (embedded && (image_.real || image_.allocated < 8 || bit >= image_.allocated || image_.samples != 1 ||
                      number_of(id, group | 0x0100) != image_.allocated)) {
       continue;
     }

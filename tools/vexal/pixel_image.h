@@ -22,6 +22,7 @@ struct ImageDescription {
   uint32_t planar = 0;
   uint32_t frames = 1;
   std::string photometric;
+  bool real = false;  // floating point
 };
 
 struct RenderOptions {
@@ -45,6 +46,7 @@ class PixelImage {
   // An error text, empty on success.
   std::string open(const std::string& path);
   DicomFile& file() { return file_; }
+  const DicomFile& file() const { return file_; }
   const ImageDescription& description() const { return image_; }
   bool compressed() const { return compressed_; }
   const Encapsulated& fragments() const { return encapsulated_; }
@@ -58,6 +60,8 @@ class PixelImage {
  private:
   std::string read_description();
   bool is_planar() const;
+  // The value of a pixel before all transformations, whatever kind of number it is.
+  double plain_value(const std::string& bytes, std::size_t index) const;
   std::string grey(uint32_t number, const std::string& bytes, const RenderOptions& options, Picture& picture);
   std::string palette(const std::string& bytes, Picture& picture);
   std::string colour(const std::string& bytes, Picture& picture);
@@ -70,6 +74,7 @@ class PixelImage {
   ImageDescription image_;
   Encapsulated encapsulated_;
   std::string value_;
+  uint32_t pixels_ = 0;  // the attribute that holds them
   bool compressed_ = false;
 };
 
