@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 
 #include "library.h"
 
@@ -44,14 +45,15 @@ void connect_pair(int (&ends)[2]) {
   sockaddr_in address{};
   socklen_t size = sizeof address;
   ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
-  ends[1] = ::socket(AF_INET, SOCK_STREAM, 0);
-  // From ever another address: the ports of ended connections stay occupied for a while.
-  static uint32_t count = 0;
-  sockaddr_in own{};
-  own.sin_family = AF_INET;
-  own.sin_addr.s_addr = htonl(0x7F000001U + (count++ & 0xFFFFFU));
-  require(::bind(ends[1], reinterpret_cast<sockaddr*>(&own), sizeof own) == 0);
-  require(::connect(ends[1], reinterpret_cast<sockaddr*>(&address), size) == 0);
+  // The machine may have no port left for a moment.
+  for (int tries = 0;; ++tries) {
+    ends[1] = ::socket(AF_INET, SOCK_STREAM, 0);
+    if (::connect(ends[1], reinterpret_cast<sockaddr*>(&address), size) == 0) break;
+    std::perror("connect");
+    require(tries < 1000);
+    ::close(ends[1]);
+    ::usleep(10'000);
+  }
   ends[0] = ::accept(listener, nullptr, nullptr);
   require(ends[0] > 0);
 }
@@ -95,6 +97,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     }
     VX_Abort_Association(&association);
   }
+  // Reset, so that no port stays occupied for a while.
+  const linger reset{1, 0};
+  ::setsockopt(ends[1], SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
   ::close(ends[1]);
   return 0;
 }
