@@ -134,7 +134,7 @@ constexpr Row kColon[] = {
     {SRH_CONTAINS, kContainer, kCode | kNum | kDate | kTime | kUidRef | kImage | kContainer, kByValue},
     {SRH_HAS_OBS_CONTEXT, kContainer | kFindings, kCadContext, kByValue},
     {SRH_HAS_OBS_CONTEXT, kContainer, kContainer, kByReference},
-    {SRH_HAS_ACQ_CONTEXT, kImage, kText | kCode | kNum | kDate | kTime | kContainer, kByValue},
+    {SRH_HAS_ACQ_CONTEXT, kImage, kText | kCode | kNum | kDate | kTime | kContainer, kEither},
     {SRH_HAS_CONCEPT_MOD, kContainer | kCode | kNum | kComposite, kText | kCode, kByValue},
     {SRH_HAS_PROPERTIES, kFindings, kFindings | kDate | kUidRef | kScoord | kScoord3d | kImage | kContainer,
      kEither},
@@ -180,6 +180,49 @@ constexpr Row kAdultEcho[] = {
     {SRH_SELECTED_FROM, kScoord, kImage, kByValue},
     {SRH_SELECTED_FROM, kTcoord, kWaveform, kByValue},
 };
+constexpr Row kImplantation[] = {
+    {SRH_CONTAINS, kContainer, kFindings | kUidRef | kComposite | kImage | kContainer, kByValue},
+    {SRH_HAS_OBS_CONTEXT, kContainer, kFindings | kDate | kUidRef | kPName | kComposite | kContainer,
+     kByValue},
+    {SRH_HAS_CONCEPT_MOD, kAny, kText | kCode, kByValue},
+    {SRH_HAS_PROPERTIES, kFindings | kUidRef | kComposite | kImage, kComposite, kByValue},
+};
+constexpr Row kAcquisition[] = {
+    {SRH_CONTAINS, kContainer, kDoseFacts | kTime | kContainer, kByValue},
+    {SRH_HAS_OBS_CONTEXT, kContainer, kWords | kNum | kContainer, kByValue},
+    {SRH_HAS_OBS_CONTEXT, kCode, kCode, kByValue},
+    {SRH_HAS_CONCEPT_MOD, kAny, kText | kCode, kByValue},
+    {SRH_HAS_PROPERTIES, kCode, kFindings | kDateTime | kScoord3d, kByValue},
+};
+constexpr Row kPatientDose[] = {
+    {SRH_CONTAINS, kContainer, kDoseFacts | kComposite | kImage | kContainer, kByValue},
+    {SRH_HAS_OBS_CONTEXT, kContainer, kText | kCode | kDateTime | kUidRef | kPName | kContainer, kByValue},
+    {SRH_HAS_OBS_CONTEXT, kFindings | kComposite, kDoseFacts | kComposite, kByValue},
+    {SRH_HAS_ACQ_CONTEXT, kContainer | kComposite | kImage, kDoseFacts | kContainer, kByValue},
+    {SRH_HAS_CONCEPT_MOD, kAny, kText | kCode, kByValue},
+    {SRH_HAS_PROPERTIES, kFindings | kComposite, kDoseFacts | kComposite | kImage | kContainer, kByValue},
+    {SRH_HAS_PROPERTIES, kPName, kWords, kByValue},
+    {SRH_INFERRED_FROM, kFindings, (kDoseFacts & ~kPName) | kComposite | kImage | kContainer, kByValue},
+};
+constexpr Types kAgentFacts = kDoseFacts | kDate;
+constexpr Row kPlannedAgent[] = {
+    {SRH_CONTAINS, kContainer, kAgentFacts | kContainer, kByValue},
+    {SRH_HAS_OBS_CONTEXT, kContainer | kFindings, kAgentFacts, kByValue},
+    {SRH_HAS_ACQ_CONTEXT, kContainer | kNum, kAgentFacts | kContainer, kByValue},
+    {SRH_HAS_CONCEPT_MOD, kAny, kText | kCode, kByValue},
+    {SRH_HAS_PROPERTIES, kFindings, kAgentFacts | kContainer, kByValue},
+    {SRH_HAS_PROPERTIES, kPName, kAgentFacts & ~kNum, kByValue},
+    {SRH_INFERRED_FROM, kFindings, kAgentFacts | kContainer, kByValue},
+};
+constexpr Row kPerformedAgent[] = {
+    {SRH_CONTAINS, kContainer, kAgentFacts | kObjects | kContainer, kByValue},
+    {SRH_HAS_OBS_CONTEXT, kContainer | kFindings, kAgentFacts | kComposite, kByValue},
+    {SRH_HAS_ACQ_CONTEXT, kContainer | kNum | kObjects, kAgentFacts | kContainer, kByValue},
+    {SRH_HAS_CONCEPT_MOD, kAny, kText | kCode, kByValue},
+    {SRH_HAS_PROPERTIES, kFindings, kAgentFacts | kObjects | kContainer, kByValue},
+    {SRH_HAS_PROPERTIES, kPName, kAgentFacts & ~kNum, kByValue},
+    {SRH_INFERRED_FROM, kFindings, kAgentFacts | kObjects | kContainer, kByValue},
+};
 
 #define ROWS(table) table, std::size(table)
 constexpr SrClass kClasses[] = {
@@ -194,7 +237,12 @@ constexpr SrClass kClasses[] = {
     {"1.2.840.10008.5.1.4.1.1.88.67", "X-Ray Radiation Dose SR", ROWS(kXRayDose)},
     {"1.2.840.10008.5.1.4.1.1.88.68", "Radiopharmaceutical Radiation Dose SR", ROWS(kTracerDose)},
     {"1.2.840.10008.5.1.4.1.1.88.69", "Colon CAD SR", ROWS(kColon)},
+    {"1.2.840.10008.5.1.4.1.1.88.70", "Implantation Plan SR", ROWS(kImplantation)},
+    {"1.2.840.10008.5.1.4.1.1.88.71", "Acquisition Context SR", ROWS(kAcquisition)},
     {"1.2.840.10008.5.1.4.1.1.88.72", "Simplified Adult Echo SR", ROWS(kAdultEcho)},
+    {"1.2.840.10008.5.1.4.1.1.88.73", "Patient Radiation Dose SR", ROWS(kPatientDose)},
+    {"1.2.840.10008.5.1.4.1.1.88.74", "Planned Imaging Agent Administration SR", ROWS(kPlannedAgent)},
+    {"1.2.840.10008.5.1.4.1.1.88.75", "Performed Imaging Agent Administration SR", ROWS(kPerformedAgent)},
 };
 #undef ROWS
 
