@@ -104,13 +104,33 @@ TEST_F(Report, ManyLevels) {
     lines += line.find("is greater than 80 characters.  Setting to NULL") != std::string::npos ? 1 : 0;
   }
   EXPECT_EQ(lines, 1);
+  int32_t id = 0;
+  EXPECT_EQ(VX_SR_Get_Root(ids[999], &id), kOk);
+  EXPECT_EQ(id, root_);
+  // A reference goes as deep as the tree.
+  ASSERT_EQ(VX_SRH_Add_Reference(root_, SRH_CONTAINS, ids[999]), kOk);
   ASSERT_EQ(VX_SR_To_Message(ids[998]), kOk);
   ASSERT_EQ(VX_Message_To_SR(root_), kOk);
   int32_t count = 0;
   EXPECT_EQ(VX_SR_Get_Child_Count(ids[998], &count), kOk);
   EXPECT_EQ(count, 1);
+  const std::vector<int32_t> top = children(root_);
+  ASSERT_EQ(top.size(), 2U);
+  EXPECT_EQ(VX_Get_Value_Count(top[1], 0x0040DB73, &count), kOk);
+  EXPECT_EQ(count, 1001);
+  EXPECT_EQ(VX_SRH_Get_Reference(top[1], &id), kOk);
+  EXPECT_EQ(id, ids[999]);
+  // Half of it goes out, is the caller's, comes back in elsewhere, and goes by itself.
+  ASSERT_EQ(VX_SR_Delete_Child(ids[500]), kOk);
+  EXPECT_EQ(VX_SR_Get_Child_Count(ids[999], &count), VX_UNABLE_TO_GET_SR_ID);
+  ASSERT_EQ(VX_SR_Add_Child(root_, ids[500]), kOk);
+  EXPECT_EQ(location(ids[500]), "1.3");
+  ASSERT_EQ(VX_SR_Delete_Child(ids[500]), kOk);
+  id = ids[500];
+  EXPECT_EQ(VX_Free_Item(&id), kOk);
+  EXPECT_EQ(VX_Get_Value_Count(ids[999], kContent, &count), VX_INVALID_MESSAGE_ID);
   EXPECT_EQ(VX_SRH_Free_SR(root_), kOk);
-  EXPECT_EQ(VX_Get_Value_Count(ids[998], kContent, &count), VX_INVALID_MESSAGE_ID);
+  EXPECT_EQ(VX_Get_Value_Count(ids[499], kContent, &count), VX_INVALID_MESSAGE_ID);
 }
 
 TEST_F(Report, AnObjectThatIsFreedLeavesTheTree) {
@@ -281,13 +301,17 @@ TEST_F(Report, EveryTypeOfNodeGivesBackWhatItTook) {
 TEST_F(Report, ReferencesLeadBack) {
   const int32_t a = text(root_);
   ASSERT_EQ(VX_SRH_Add_Reference(root_, SRH_INFERRED_FROM, a), kOk);
+  ASSERT_EQ(VX_SRH_Add_Reference(root_, SRH_INFERRED_FROM, a), kOk);
   const int32_t b = text(root_);
   const int32_t below = text(b);
+  const int32_t c = text(root_);
   ASSERT_EQ(VX_SRH_Add_Reference(a, SRH_INFERRED_FROM, below), kOk);
+  ASSERT_EQ(VX_SRH_Add_Reference(a, SRH_HAS_PROPERTIES, b), kOk);
   EXPECT_EQ(VX_SRH_Add_Reference(a, 7, below), VX_VALUE_NOT_ALLOWED);
   EXPECT_EQ(VX_SRH_Add_Reference(a, SRH_INFERRED_FROM, 1), VX_INVALID_SR_ID);
   EXPECT_EQ(location(below), "1.2.1");
   int32_t reference = 0;
+  int32_t second = 0;
   int32_t target = 0;
   ASSERT_EQ(VX_Get_Value_To_Int(a, kContent, &reference), kOk);
   EXPECT_EQ(VX_SRH_Get_Reference(reference, &target), kOk);
@@ -302,15 +326,26 @@ TEST_F(Report, ReferencesLeadBack) {
   EXPECT_EQ(VX_SRH_Get_First_Child(a, &reference, &relationship, &type, &last), kOk);
   EXPECT_EQ(type, SRH_REFERENCE);
   EXPECT_EQ(relationship, SRH_INFERRED_FROM);
+  EXPECT_EQ(last, 0);
+  EXPECT_EQ(VX_SRH_Get_Next_Child(a, &second, &relationship, &type, &last), kOk);
+  EXPECT_EQ(relationship, SRH_HAS_PROPERTIES);
   EXPECT_EQ(last, 1);
-  EXPECT_EQ(location(below), "1.3.1");
+  EXPECT_EQ(location(below), "1.4.1");
   EXPECT_EQ(VX_SRH_Get_Reference(reference, &target), kOk);
   EXPECT_EQ(target, below);
-  EXPECT_EQ(VX_SRH_Get_Next_Child(a, &reference, &relationship, &type, &last), kOk);
-  EXPECT_EQ(reference, 0);
-  ASSERT_EQ(VX_SR_Delete_Child(below), kOk);
-  ASSERT_EQ(VX_SR_Get_First_Child(a, &reference, &last), kOk);
+  EXPECT_EQ(VX_SRH_Get_Reference(second, &target), kOk);
+  EXPECT_EQ(target, b);
+  int32_t none = 0;
+  EXPECT_EQ(VX_SRH_Get_Next_Child(a, &none, &relationship, &type, &last), kOk);
+  EXPECT_EQ(none, 0);
+  // The numbers are places: what moves up is found in place of what went.
+  ASSERT_EQ(VX_SR_Delete_Child(b), kOk);
+  EXPECT_EQ(location(c), "1.4");
+  EXPECT_EQ(VX_SRH_Get_Reference(second, &target), kOk);
+  EXPECT_EQ(target, c);
   EXPECT_EQ(VX_SRH_Get_Reference(reference, &target), VX_VALUE_OUT_OF_RANGE);
+  int32_t id = b;
+  EXPECT_EQ(VX_Free_Item(&id), kOk);
 }
 
 // A stream may give the content sequence, and any other, the VR of a text.
