@@ -157,6 +157,9 @@ class DicomFile {
                  void* context);
   // Another file object takes the place of the one that was opened; it is freed with this.
   void adopt(int32_t id);
+  // The object is left to the end of the library, which drops all objects at once: for the last of a
+  // program's work.
+  void abandon() { id_ = -1; }
   // Bytes of a kept value, from its first to its last; the whole of an encapsulated one, without a delimiter
   // that is missing.
   uint64_t kept_size(const KeptValue& value) const;

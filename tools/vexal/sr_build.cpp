@@ -328,15 +328,9 @@ void set_text(int32_t id, uint32_t tag, const std::string& text) {
   }
 }
 
+// What it makes is dropped with all else at the end of the library.
 class Builder {
  public:
-  ~Builder() {
-    if (tree_) VX_SR_To_Message(root_);
-    if (is_file_)
-      VX_Free_File(&root_);
-    else if (root_ > 0)
-      VX_Free_Message(&root_);
-  }
   // An error text, empty on success.
   std::string build(const json_t* document, const std::string& path);
   std::string write(const std::string& path);
@@ -347,8 +341,6 @@ class Builder {
   void set_head(const json_t* attributes);
 
   int32_t root_ = 0;
-  bool tree_ = false;
-  bool is_file_ = false;
 };
 
 std::string Builder::build(const json_t* document, const std::string& path) {
@@ -367,10 +359,8 @@ std::string Builder::build(const json_t* document, const std::string& path) {
                        NodeMaker::continuity(report), title.value, title.scheme, title.meaning, &root_);
   if (status != VX_NORMAL_COMPLETION)
     return std::string("the title of the report: ") + VX_Error_Message(status);
-  tree_ = true;
   std::string error = add_nodes(report);
   VX_SR_To_Message(root_);
-  tree_ = false;
   if (!error.empty()) return error;
   // What has its UID is whole, as show wrote it.
   const bool whole = text_of(attributes, "SOPInstanceUID") != nullptr;
@@ -471,7 +461,6 @@ void Builder::set_head(const json_t* attributes) {
 std::string Builder::write(const std::string& path) {
   VX_STATUS status = VX_Message_To_File(root_, path.c_str());
   if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
-  is_file_ = true;
   VX_Set_Value_From_String(root_, 0x00020002, sr_text_of(root_, 0x00080016).c_str());
   VX_Set_Value_From_String(root_, 0x00020003, sr_text_of(root_, 0x00080018).c_str());
   VX_Set_Value_From_String(root_, 0x00020010, "1.2.840.10008.1.2.1");

@@ -222,8 +222,9 @@ std::string sr_value_text(const SrNode& node) {
   }
 }
 
+// The program shows one report and ends.
 SrDocument::~SrDocument() {
-  if (is_tree_) VX_SR_To_Message(file_.id());
+  if (is_tree_) file_.abandon();
 }
 
 bool SrDocument::open(const std::string& path) {
