@@ -1,4 +1,6 @@
 // Bytes under every choice of character sets: the first two bytes choose two sets.
+#include "../tools/vexal/printable.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -39,6 +41,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(data) + 2, size - 2);
   std::string utf8;
   const vx::TextResult decoded = vx::decode_text(sets, text, (data[1] & 0x80) != 0, utf8);
+  // What of it a terminal gets.
+  std::string terminal;
+  vexal::ShownText shown(terminal, data[1] % 2 == 0 ? 0 : 16);
+  vexal::show_broken(shown, text, std::string(names[0]), (data[1] & 0x80) != 0);
+  if (!vexal::is_utf8(terminal)) __builtin_trap();
+  for (const char c : terminal) {
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) __builtin_trap();
+  }
+
   std::string bytes;
   const vx::TextResult encoded = vx::encode_text(sets, utf8, bytes);
   // What came over whole, and went back whole, is the same text. Escape sequences to nowhere apart.

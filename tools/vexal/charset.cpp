@@ -18,32 +18,6 @@ constexpr char16_t kReplacement = u'\xFFFD';
 constexpr char kSubstitute = '\x1A';  // what the library writes for a character that no set has
 constexpr char kUtf8[] = "ISO_IR 192";
 
-std::u16string decode(const std::string& charset, std::string_view bytes) {
-  std::u16string text(bytes.size() + 1, u'\0');
-  int32_t length = 0;
-  const VX_STATUS status =
-      VX_Byte_To_Unicode(charset.c_str(), bytes.data(), static_cast<int32_t>(bytes.size()),
-                         static_cast<int32_t>(text.size()), &length, text.data());
-  text.resize(status == VX_NORMAL_COMPLETION ? static_cast<std::size_t>(length) : 0);
-  return text;
-}
-
-bool is_whole(std::u16string_view text) {
-  return !text.empty() && text.find(kReplacement) == std::u16string_view::npos;
-}
-
-// Bytes of an escape sequence (ISO 2022: ESC, intermediate bytes, a final one), 0 if it is none.
-std::size_t escape_length(std::string_view text) {
-  std::size_t end = 1;
-  while (end < text.size() && text[end] >= 0x20 && text[end] < 0x30) ++end;
-  return end > 1 && end < text.size() && text[end] >= 0x30 && text[end] < 0x7F ? end + 1 : 0;
-}
-
-bool takes_g1(std::string_view escape) {
-  const char half = escape[1] == '$' && escape.size() > 3 ? escape[2] : escape[1];
-  return half == ')' || half == '-';
-}
-
 }  // namespace
 
 bool is_ascii(std::string_view text) {
@@ -106,35 +80,6 @@ std::string first_charset(int32_t id, const std::string& inherited) {
   if (count < 2) return name;
   if (name.empty()) return "ISO 2022 IR 6";
   return name.rfind("ISO_IR ", 0) == 0 && name != kUtf8 ? "ISO 2022 IR " + name.substr(7) : name;
-}
-
-void show_broken(ShownText& out, std::string_view bytes, const std::string& charset, bool person_name) {
-  if (charset.empty() || charset == kUtf8) {
-    out.add_utf8(bytes);
-    return;
-  }
-  constexpr std::size_t kLongest = 4;  // bytes of a character
-  const MutedWarnings quiet;
-  std::string halves[2];  // the escape sequences in force
-  for (std::size_t at = 0; at < bytes.size() && !out.is_cut();) {
-    const char c = bytes[at];
-    const std::size_t escape = c == '\x1B' ? escape_length(bytes.substr(at)) : 0;
-    if (escape != 0 && decode(charset, bytes.substr(at, escape)).empty()) {
-      halves[takes_g1(bytes.substr(at, escape)) ? 1 : 0] = bytes.substr(at, escape);
-      at += escape;
-      continue;
-    }
-    if ((c >= '\t' && c <= '\r') || (person_name && (c == '^' || c == '='))) halves[0] = halves[1] = "";
-    std::size_t taken = 0;
-    for (std::size_t n = 1; taken == 0 && n <= std::min(kLongest, bytes.size() - at); ++n) {
-      const std::u16string text = decode(charset, halves[0] + halves[1] + std::string(bytes.substr(at, n)));
-      if (!is_whole(text)) continue;
-      out.add_unicode(text);
-      taken = n;
-    }
-    if (taken == 0) out.add_byte(c);
-    at += std::max<std::size_t>(taken, 1);
-  }
 }
 
 std::string utf8_text_of(int32_t object, uint32_t tag) {

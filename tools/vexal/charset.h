@@ -30,8 +30,6 @@ VX_STATUS read_texts(int32_t id, uint32_t tag, int32_t count, bool decode, std::
 
 // The character set that a text starts in, as the object or what holds it names it; empty for the default.
 std::string first_charset(int32_t id, const std::string& inherited);
-// Appends bytes that are not all text: the characters among them, all else as \xNN.
-void show_broken(ShownText& out, std::string_view bytes, const std::string& charset, bool person_name);
 
 // all_text_of as UTF-8; as it lies in the object where it can not be decoded.
 std::string utf8_text_of(int32_t id, uint32_t tag);

@@ -366,6 +366,7 @@ class Dumper {
       if (value.unicode.empty()) {
         shown.add_utf8(value.bytes);
       } else if (value.unicode.find(u'\xFFFD') != std::u16string::npos) {
+        const MutedWarnings quiet;
         show_broken(shown, value.bytes, charset_, vr == VX_VR_PN);
       } else {
         shown.add_unicode(value.unicode);

@@ -1,7 +1,10 @@
 #include "printable.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+
+#include "vexalkit.h"
 
 namespace vexal {
 namespace {
@@ -15,6 +18,34 @@ constexpr bool is_steering(char32_t c) {
   return c < 0x20 || (c >= 0x7F && c < 0xA0) || (c >= 0x2028 && c <= 0x202E) ||
          (c >= 0x2066 && c <= 0x2069) || (c >= 0xD800 && c < 0xE000) || (c >= 0xFFF9 && c <= 0xFFFB) ||
          c == 0xFEFF || c >= 0xE0000;
+}
+
+constexpr char kUtf8[] = "ISO_IR 192";
+
+std::u16string decode(const std::string& charset, std::string_view bytes) {
+  std::u16string text(bytes.size() + 1, u'\0');
+  int32_t length = 0;
+  const VX_STATUS status =
+      VX_Byte_To_Unicode(charset.c_str(), bytes.data(), static_cast<int32_t>(bytes.size()),
+                         static_cast<int32_t>(text.size()), &length, text.data());
+  text.resize(status == VX_NORMAL_COMPLETION ? static_cast<std::size_t>(length) : 0);
+  return text;
+}
+
+bool is_whole(std::u16string_view text) {
+  return !text.empty() && text.find(u'\xFFFD') == std::u16string_view::npos;
+}
+
+// Bytes of an escape sequence (ISO 2022: ESC, intermediate bytes, a final one), 0 if it is none.
+std::size_t escape_length(std::string_view text) {
+  std::size_t end = 1;
+  while (end < text.size() && text[end] >= 0x20 && text[end] < 0x30) ++end;
+  return end > 1 && end < text.size() && text[end] >= 0x30 && text[end] < 0x7F ? end + 1 : 0;
+}
+
+bool takes_g1(std::string_view escape) {
+  const char half = escape[1] == '$' && escape.size() > 3 ? escape[2] : escape[1];
+  return half == ')' || half == '-';
 }
 
 }  // namespace
@@ -143,6 +174,34 @@ void ShownText::add_utf8(std::string_view text) {
 
 void ShownText::add_unicode(std::u16string_view text) {
   for (std::size_t at = 0; at < text.size() && !cut_;) add_code_point(next_code_point(text, at));
+}
+
+void show_broken(ShownText& out, std::string_view bytes, const std::string& charset, bool person_name) {
+  if (charset.empty() || charset == kUtf8) {
+    out.add_utf8(bytes);
+    return;
+  }
+  constexpr std::size_t kLongest = 4;  // bytes of a character
+  std::string halves[2];               // the escape sequences in force
+  for (std::size_t at = 0; at < bytes.size() && !out.is_cut();) {
+    const char c = bytes[at];
+    const std::size_t escape = c == '\x1B' ? escape_length(bytes.substr(at)) : 0;
+    if (escape != 0 && decode(charset, bytes.substr(at, escape)).empty()) {
+      halves[takes_g1(bytes.substr(at, escape)) ? 1 : 0] = bytes.substr(at, escape);
+      at += escape;
+      continue;
+    }
+    if ((c >= '\t' && c <= '\r') || (person_name && (c == '^' || c == '='))) halves[0] = halves[1] = "";
+    std::size_t taken = 0;
+    for (std::size_t n = 1; taken == 0 && n <= std::min(kLongest, bytes.size() - at); ++n) {
+      const std::u16string text = decode(charset, halves[0] + halves[1] + std::string(bytes.substr(at, n)));
+      if (!is_whole(text)) continue;
+      out.add_unicode(text);
+      taken = n;
+    }
+    if (taken == 0) out.add_byte(c);
+    at += std::max<std::size_t>(taken, 1);
+  }
 }
 
 std::string shown(std::string_view utf8) {

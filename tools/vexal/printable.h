@@ -40,6 +40,8 @@ class ShownText {
   bool cut_ = false;
 };
 
+// Appends bytes that are not all text: the characters among them, all else as \xNN.
+void show_broken(ShownText& out, std::string_view bytes, const std::string& charset, bool person_name);
 // The whole of it, for messages.
 std::string shown(std::string_view utf8);
 
