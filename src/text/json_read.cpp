@@ -194,6 +194,8 @@ VX_STATUS JsonReader::member(FillTarget& target, const Member& member) {
                member.tag, status_text(VX_INVALID_VR_IN_STREAM));
     return VX_INVALID_VR_IN_STREAM;
   }
+  // The length of a private group belongs to no block; every writer makes it anew.
+  if (is_private(member.tag) && tag_element(member.tag) == 0) return VX_NORMAL_COMPLETION;
   if (is_private_creator(member.tag)) return creator(target, member.tag, parts[kValue]);
   TagObj* attribute = nullptr;
   VX_STATUS status = is_private(member.tag) ? find_private(target, member.tag, vr, attribute)

@@ -1,10 +1,8 @@
 // Objects to JSON. The text is emitted directly; it is the one that jansson dumps with sorted keys.
 #include <algorithm>
 #include <atomic>
-#include <bit>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 
 #include "frame/lock.h"
@@ -16,6 +14,7 @@
 #include "model/vr.h"
 #include "text/bulk_text.h"
 #include "text/json.h"
+#include "text/number_text.h"
 #include "text/text_output.h"
 #include "text/utf8.h"
 
@@ -27,14 +26,6 @@ constexpr char kFunction[] = "VX_Message_To_Json";
 constexpr uint32_t kFirstDataSetTag = 0x00040000U;  // groups 0000 and 0002 are no part of the model
 
 std::atomic<bool> indent_setting{false};
-
-template <typename T>
-T numeric_at(const TagObj& attribute, int32_t number) {
-  T value{};
-  const void* data = numeric_value(attribute, number);
-  if (data != nullptr) std::memcpy(&value, data, sizeof value);
-  return value;
-}
 
 // A text that is the JSON number which reads back as this very text.
 bool is_own_number(std::string_view text, bool decimal) {
@@ -190,10 +181,8 @@ VX_STATUS JsonWriter::object(MsgObj& object, const TextSet& inherited) {
 }
 
 VX_STATUS JsonWriter::attribute(MsgObj& object, TagObj& attribute, const TextSet& set) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
-  char name[8];
-  for (unsigned i = 0; i < 8; ++i) name[i] = kHex[(attribute.Tag >> (28 - 4 * i)) & 15U];
-  key({name, sizeof name});
+  NumberText name;
+  key(tag_text(attribute.Tag, name));
   open('{');
   VX_STATUS status = VX_NORMAL_COMPLETION;
   const bool held = attribute.Storage == 'C';
@@ -284,54 +273,26 @@ void JsonWriter::person(std::string_view name, const TextSet& set) {
 
 template <typename T>
 void JsonWriter::real(T value, int prescribed, int exact) {
-  char text[40];
+  NumberText text;
   if (!std::isfinite(value)) {
     quoted(std::isnan(value) ? (standard_ ? "NaN" : "nan") : value < 0 ? "-inf" : "inf");
     return;
   }
-  std::to_chars_result end{};
-  if (standard_) {
-    end = std::to_chars(text, text + sizeof text, value);
-    out_.append(text, end.ptr);
-    // A real without a point would be read as an integer, which has fewer digits and no negative zero.
-    if (std::find_if(text, end.ptr, [](char c) { return c == '.' || c == 'e'; }) == end.ptr) out_ += ".0";
-    return;
-  }
-  end = std::to_chars(text, text + sizeof text, value, std::chars_format::general, prescribed);
-  T again{};
-  std::from_chars(text, end.ptr, again);
-  if (again != value) end = std::to_chars(text, text + sizeof text, value, std::chars_format::general, exact);
-  quoted({text, static_cast<std::size_t>(end.ptr - text)});
+  if (!standard_) return quoted(real_text(value, prescribed, exact, text));
+  const char* end = std::to_chars(text, text + kNumberText, value).ptr;
+  const std::string_view digits(text, static_cast<std::size_t>(end - text));
+  out_ += digits;
+  // A real without a point would be read as an integer, which has fewer digits and no negative zero.
+  if (digits.find_first_of(".e") == std::string_view::npos) out_ += ".0";
 }
 
 void JsonWriter::number(const TagObj& attribute, int32_t number) {
+  NumberText text;
   if (attribute.VR == VX_VR_FL) return real(numeric_at<float>(attribute, number), 7, 9);
   if (attribute.VR == VX_VR_FD) return real(numeric_at<double>(attribute, number), 16, 17);
-  if (attribute.VR == VX_VR_AT) {
-    char text[9];
-    std::snprintf(text, sizeof text, "%08X", numeric_at<uint32_t>(attribute, number));
-    return quoted(text);
-  }
-  int64_t value = 0;
-  switch (attribute.VR) {
-    case VX_VR_SS:
-      value = numeric_at<int16_t>(attribute, number);
-      break;
-    case VX_VR_US:
-      value = numeric_at<uint16_t>(attribute, number);
-      break;
-    case VX_VR_SL:
-      value = numeric_at<int32_t>(attribute, number);
-      break;
-    default:
-      value = numeric_at<uint32_t>(attribute, number);
-      break;
-  }
-  char text[24];
-  const auto end = std::to_chars(text, text + sizeof text, value);
-  if (!standard_) out_ += '"';
-  out_.append(text, end.ptr);
-  if (!standard_) out_ += '"';
+  if (attribute.VR == VX_VR_AT) return quoted(tag_text(numeric_at<uint32_t>(attribute, number), text));
+  const std::string_view digits = whole_text(attribute, number, text);
+  standard_ ? static_cast<void>(out_ += digits) : quoted(digits);
 }
 
 VX_STATUS JsonWriter::values(const TagObj& attribute, const TextSet& set) {

@@ -1,9 +1,6 @@
 // XML to objects: maps the elements of a document that was taken apart onto attributes.
 #include <algorithm>
-#include <bit>
 #include <cctype>
-#include <charconv>
-#include <limits>
 
 #include "config/services.h"
 #include "frame/limits.h"

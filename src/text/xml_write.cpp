@@ -1,12 +1,6 @@
 // Objects to XML. The text is emitted directly, and handed over when it is whole.
 #include <algorithm>
-#include <bit>
-#include <charconv>
-#include <cmath>
-#include <cstdio>
-#include <cstring>
 
-#include "codec/stream_output.h"
 #include "config/services.h"
 #include "frame/limits.h"
 #include "frame/lock.h"
@@ -19,6 +13,7 @@
 #include "model/values.h"
 #include "model/vr.h"
 #include "text/bulk_text.h"
+#include "text/number_text.h"
 #include "text/text_output.h"
 #include "text/utf8.h"
 #include "text/xml.h"
@@ -34,56 +29,12 @@ constexpr uint32_t kFirstDirectoryTag = 0x00040000U;
 constexpr std::size_t kOwnNameLimit = 64;
 constexpr std::string_view kModel = "http://dicom.nema.org/PS3.19/models/NativeDICOM";
 
-template <typename T>
-T numeric_at(const TagObj& attribute, int32_t number) {
-  T value{};
-  const void* data = numeric_value(attribute, number);
-  if (data != nullptr) std::memcpy(&value, data, sizeof value);
-  return value;
-}
-
-// The fewest digits of the usual precision that read back as the same number.
-template <typename T>
-char* real_text(T value, int usual, int exact, char (&text)[40]) {
-  auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::general, usual).ptr;
-  T again{};
-  std::from_chars(text, end, again);
-  if (std::isfinite(value) && again != value)
-    end = std::to_chars(text, text + sizeof text, value, std::chars_format::general, exact).ptr;
-  return end;
-}
-
-std::string_view number_text(const TagObj& attribute, int32_t number, XmlForm form, char (&text)[40]) {
-  char* end = text;
-  const auto whole = [&](int64_t value) { end = std::to_chars(text, text + sizeof text, value).ptr; };
-  switch (attribute.VR) {
-    case VX_VR_AT:
-      if (form == XmlForm::Own) {
-        whole(numeric_at<uint32_t>(attribute, number));
-      } else {
-        end += std::snprintf(text, sizeof text, "%08X", numeric_at<uint32_t>(attribute, number));
-      }
-      break;
-    case VX_VR_FL:
-      end = real_text(numeric_at<float>(attribute, number), 7, 9, text);
-      break;
-    case VX_VR_FD:
-      end = real_text(numeric_at<double>(attribute, number), 16, 17, text);
-      break;
-    case VX_VR_SS:
-      whole(numeric_at<int16_t>(attribute, number));
-      break;
-    case VX_VR_US:
-      whole(numeric_at<uint16_t>(attribute, number));
-      break;
-    case VX_VR_SL:
-      whole(numeric_at<int32_t>(attribute, number));
-      break;
-    default:
-      whole(numeric_at<uint32_t>(attribute, number));
-      break;
-  }
-  return {text, static_cast<std::size_t>(end - text)};
+std::string_view number_text(const TagObj& attribute, int32_t number, XmlForm form, NumberText& text) {
+  if (attribute.VR == VX_VR_FL) return real_text(numeric_at<float>(attribute, number), 7, 9, text);
+  if (attribute.VR == VX_VR_FD) return real_text(numeric_at<double>(attribute, number), 16, 17, text);
+  return attribute.VR == VX_VR_AT && form == XmlForm::Native
+             ? tag_text(numeric_at<uint32_t>(attribute, number), text)
+             : whole_text(attribute, number, text);
 }
 
 class XmlWriter {
@@ -255,11 +206,10 @@ VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
   } else if (is_private(attribute.Tag)) {
     creator = creator_of(scope.object, attribute.Tag);
   }
-  char tag[9];
-  std::snprintf(tag, sizeof tag, "%4.4X%4.4X", tag_group(attribute.Tag), tag_element(attribute.Tag));
+  NumberText tag;
   line();
   out_ += own ? "<Attribute" : "<DicomAttribute";
-  field(own ? "Tag" : "tag", tag);
+  field(own ? "Tag" : "tag", tag_text(attribute.Tag, tag));
   field(own ? "VR" : "vr", {vr_letters(attribute.VR), 2});
   field(own ? "Name" : "keyword", name_of(attribute, creator));
   if (!creator.empty()) field(own ? "PCode" : "privateCreator", to_utf8(creator, scope.set, false, work_));
@@ -368,7 +318,7 @@ VX_STATUS XmlWriter::values(const Scope& scope, const TagObj& attribute) {
   cursor_first(attribute, cursor);
   for (int32_t n = 1; n <= attribute.ValueCount; ++n) {
     char scratch[80];
-    char digits[40];
+    NumberText digits;
     std::string_view text;
     if (numeric) {
       text = number_text(attribute, n, form_, digits);

@@ -8,11 +8,13 @@ Files in UTF-8 or ASCII, uncompressed. Exit 77 (skipped) where the samples, dcmt
 import glob
 import json
 import os
+import re
 import shutil
 import subprocess
 import sys
 import tempfile
 import warnings
+import xml.etree.ElementTree
 
 try:
     import pydicom
@@ -42,8 +44,9 @@ JUSTIFIED = {
     "odd/un-sequence.dcm json --own": NO_CREATOR,
 }
 FORMS = (("json", "--own"), ("json", "--own", "--bulk"), ("xml",), ("xml", "--native"))
+PEER_REPEATS = "charset/x1.dcm"  # in XML, the group before an empty last one
 failures = []
-counts = {"files": 0, "elements": 0, "of dcm2json": 0, "of pydicom": 0, "of dcm2xml": 0}
+counts = {"files": 0, "elements": 0, "of dcm2json": 0, "of pydicom": 0, "of dcm2xml": 0, "of dcm2xml -nat": 0}
 
 
 def run(*command):
@@ -98,16 +101,47 @@ def back(name, document, ours, work, who):
 
 def xml_back(name, path, ours, work):
     """The native XML of dcm2xml makes the same file."""
-    xml = os.path.join(work, "in.xml")
-    # The peer repeats the group before an empty last one.
-    if name == "charset/x1.dcm" or run("dcm2xml", "-nat", path, xml).returncode != 0:
+    text = os.path.join(work, "in.xml")
+    if name == PEER_REPEATS or run("dcm2xml", "-nat", path, text).returncode != 0:
         return
-    result = run(VEXAL, "xml", "--native", "--back", xml, xml + ".dcm")
+    result = run(VEXAL, "xml", "--native", "--back", text, text + ".dcm")
     if result.returncode != 0:
         failures.append(f"{name}: vexal does not read the XML of dcm2xml: {result.stderr.decode()[:100]}")
         return
     counts["of dcm2xml"] += 1
-    compare(name, json.loads(run(VEXAL, "json", xml + ".dcm").stdout), ours, "dcm2xml")
+    compare(name, json.loads(run(VEXAL, "json", text + ".dcm").stdout), ours, "dcm2xml")
+
+
+def native_elements(holder):
+    """What native XML says of its attributes, as far as elements() would."""
+    known = {}
+    for attribute in holder:
+        tag, vr = attribute.get("tag"), attribute.get("vr")
+        if vr in ("OB", "OW", "OF", "OD", "OL", "OV", "UN") or int(tag[:4], 16) % 2 or tag[4:] == "0000" or tag < "00080000":
+            continue
+        if vr == "SQ":
+            known[tag] = [native_elements(item) for item in attribute]
+        else:
+            leaves = [[(leaf.tag, plain(leaf.text)) for leaf in value.iter() if leaf.text and leaf.text.strip()] for value in attribute]
+            known[tag] = [leaf for leaf in leaves if leaf]  # empty ones are left out by one and not by the other
+    return known
+
+
+def native_compare(name, path):
+    """Our native XML says what that of dcm2xml does."""
+    if name == PEER_REPEATS:
+        return
+    try:
+        peer = xml.etree.ElementTree.fromstring(re.sub(rb' xmlns="[^"]*"', b"", run("dcm2xml", "-nat", path).stdout))
+    except xml.etree.ElementTree.ParseError:
+        return
+    a = native_elements(xml.etree.ElementTree.fromstring(re.sub(rb' xmlns="[^"]*"', b"", run(VEXAL, "xml", "--native", path).stdout)))
+    b = native_elements(peer)
+    counts["of dcm2xml -nat"] += 1
+    for tag in sorted(a.keys() | b.keys()):
+        if a.get(tag, []) != b.get(tag, []):
+            failures.append(f"{name} {tag}: {str(a.get(tag))[:80]} against {str(b.get(tag))[:80]} of dcm2xml -nat")
+            return
 
 
 with tempfile.TemporaryDirectory() as work:
@@ -134,6 +168,7 @@ with tempfile.TemporaryDirectory() as work:
             counts["of pydicom"] += 1
         except Exception as error:  # pylint: disable=broad-except
             failures.append(f"{name}: pydicom does not read ours: {error}")
+        back(name, theirs, ours, work, "pydicom")
         peer = run("dcm2json", path)
         if peer.returncode == 0:
             try:
@@ -144,6 +179,7 @@ with tempfile.TemporaryDirectory() as work:
             compare(name, ours, document, "dcm2json")
             back(name, document, ours, work, "dcm2json")
             xml_back(name, path, ours, work)
+            native_compare(name, path)
 
 
 
