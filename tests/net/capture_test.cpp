@@ -2,8 +2,11 @@
 #include <arpa/inet.h>
 #include <sys/stat.h>
 
+#include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 #include <vector>
 
 #include "config/config.h"
@@ -309,6 +312,67 @@ TEST_F(CaptureOfTransport, AnApplicationsTableSeesAllAndItsFailureEndsTheCapture
   say_hello();
   EXPECT_FALSE(capturing());
   EXPECT_EQ(counts.stopped, 1);
+}
+
+// Connections come, talk and go on threads of their own while rotation, names and the capture itself change;
+// each file that is left is whole.
+TEST_F(CaptureOfTransport, ManyConnectionsWhileTheSettingsChange) {
+  settings(100, 3, true);
+  connect();
+  disconnect();
+  std::atomic<bool> ended{false};
+  std::atomic<int> heard{0};
+  const auto talk = [&] {
+    while (!ended) {
+      TL_Transport* client = TL_Create_Transport(nullptr, nullptr);
+      if (TL_Connect(*client, "127.0.0.1", std::to_string(port_).c_str(), 5) == TL_NORMAL) {
+        char text[] = "hello";
+        for (int i = 0; i < 20; ++i) {
+          iovec piece{text, 5};
+          TL_Write("test", *client, &piece, 1, 5);
+        }
+      }
+      TL_Close_Transport(client);
+    }
+  };
+  const auto listen = [&] {
+    while (!ended) {
+      TL_Transport* server = nullptr;
+      char got[100];
+      uint32_t count = 0;
+      const bool there = TL_Wait_For_Connection(server, 1, listener_, 0) == TL_NORMAL;
+      if (there && TL_Read(*server, got, sizeof got, count, 2, 2) == TL_NORMAL) ++heard;
+      if (server != nullptr) TL_Close_Transport(server);
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back(talk);
+    threads.emplace_back(listen);
+  }
+  constexpr const char* kNames[] = {"net.cap", "other.cap", "third.cap"};
+  for (int round = 0; round < 60; ++round) {
+    set_text(VX_CFG_CAPTURE_FILE, path(kNames[round % 3]));
+    set_int(VX_CFG_NUMBER_OF_CAP_FILES, 1 + round % 4);
+    set_long(VX_CFG_CAPTURE_FILE_SIZE, round % 5 == 0 ? 0 : 100);
+    set_bool(VX_CFG_REWRITE_CAPTURE_FILES, round % 7 != 0);
+    set_bool(VX_CFG_NETWORK_CAPTURE, round % 6 != 0);
+    if (round % 9 == 0) VX_Register_Network_Capture_Callbacks(nullptr);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  ended = true;
+  for (std::thread& thread : threads) thread.join();
+  set_bool(VX_CFG_NETWORK_CAPTURE, false);
+  EXPECT_GT(heard, 3);
+  std::size_t files = 0;
+  std::size_t drawn = 0;
+  for (const auto& entry : fs::directory_iterator(folder().path("."))) {
+    if (entry.path().extension() != ".cap") continue;
+    ++files;
+    drawn += packets(entry.path()).size();
+  }
+  EXPECT_GT(files, 3U);
+  EXPECT_GT(drawn, 20U);
 }
 
 }  // namespace
