@@ -20,6 +20,8 @@ except ImportError:
     print("pydicom is not installed: skipped")
     sys.exit(77)
 
+import network
+
 warnings.simplefilter("ignore")
 VEXAL, SAMPLES = sys.argv[1], os.path.join(sys.argv[2], "dicomdir")
 if not os.path.isdir(SAMPLES) or not shutil.which("dcmmkdir"):
@@ -212,6 +214,30 @@ def made_by_vexal(folder):
     in_place(directory, "vexal")
 
 
+def on_a_disc(folder):
+    """Names in lower case, as some systems show them, are found; what a link brings in from elsewhere is not the set's."""
+    directory = file_set(folder)
+    run(VEXAL, "dir", "create", directory)
+    for root, folders, files in os.walk(folder, topdown=False):
+        for name in folders + files:
+            if name != "DICOMDIR":
+                os.rename(os.path.join(root, name), os.path.join(root, name.lower()))
+    checked = run(VEXAL, "dir", "check", directory)
+    check("lower case: check", checked.returncode == 0, checked.stdout)
+    with tempfile.TemporaryDirectory() as out:
+        port = network.free_port()
+        with network.Server([VEXAL, "receive", port, "--dir", out], port):
+            sent = run(VEXAL, "store", "127.0.0.1", str(port), directory)
+            check("lower case: store", sent.returncode == 0 and len(os.listdir(out)) == 31, sent.stderr)
+            victim = os.path.join(folder, "77654033", "cr1", "6154")
+            shutil.move(victim, os.path.join(out, "elsewhere"))
+            os.symlink(os.path.join(out, "elsewhere"), victim)
+            sent = run(VEXAL, "store", "127.0.0.1", str(port), directory)
+            check("a link: store", sent.returncode != 0 and "77654033/CR1/6154" in sent.stderr, sent.stderr)
+    checked = run(VEXAL, "dir", "check", directory)
+    check("a link: check", checked.returncode == 1 and "77654033/CR1/6154: there is no such file" in checked.stdout, checked.stdout)
+
+
 LIBRARY = None
 
 
@@ -296,7 +322,7 @@ def in_place(directory, name):
 
 os.environ["VEXAL_LOG"] = "/dev/null"
 samples()
-for part in (made_by_others, made_by_vexal):
+for part in (made_by_others, made_by_vexal, on_a_disc):
     with tempfile.TemporaryDirectory() as scratch:
         part(scratch)
 print("%d failures" % len(failures))

@@ -1,6 +1,5 @@
 // vexal dir: DICOMDIR files made, changed, listed and checked.
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -8,6 +7,7 @@
 #include <set>
 
 #include "commands.h"
+#include "file_set.h"
 #include "files.h"
 #include "json.h"
 #include "names.h"
@@ -290,12 +290,6 @@ std::string file_id_of(int32_t record) {
   return text;
 }
 
-std::string upper(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-  return text;
-}
-
 bool is_file_id_part(const std::string& part) {
   return !part.empty() && part.size() <= 8 && std::all_of(part.begin(), part.end(), [](char c) {
     return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
@@ -318,32 +312,6 @@ std::vector<std::string> file_id_parts(const fs::path& file, const fs::path& fol
   }
   if (!reason.empty()) parts.clear();
   return parts;
-}
-
-// The file that a File ID names, whatever the case of its letters; empty if there is none. Never outside the
-// folder.
-fs::path find_file(const fs::path& folder, const std::string& file_id) {
-  fs::path at = folder;
-  std::size_t start = 0;
-  while (start <= file_id.size()) {
-    const std::size_t slash = std::min(file_id.find('/', start), file_id.size());
-    const std::string part = file_id.substr(start, slash - start);
-    start = slash + 1;
-    if (part.empty() || part == "." || part == "..") return {};
-    std::error_code error;
-    fs::path next = at / part;
-    if (!fs::exists(fs::symlink_status(next, error))) {
-      next.clear();
-      for (const auto& entry : fs::directory_iterator(at, error)) {
-        const std::string name = upper(entry.path().filename().string());
-        if (name == upper(part) || name == upper(part) + ".") next = entry.path();
-      }
-    }
-    if (next.empty() || fs::is_symlink(next, error)) return {};
-    at = next;
-  }
-  std::error_code error;
-  return fs::is_regular_file(at, error) ? at : fs::path();
 }
 
 // --- Adding files ---

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "commands.h"
+#include "file_set.h"
 #include "files.h"
 #include "json.h"
 #include "network.h"
@@ -50,20 +51,22 @@ std::string expand_directory(const std::string& path, std::vector<std::string>& 
   DicomFile directory;
   if (directory.open(path, {}) != VX_NORMAL_COMPLETION) return directory.problem();
   for (const int32_t record : sequence_items(directory.id(), 0x00041220)) {
-    namespace fs = std::filesystem;
-    fs::path file = fs::path(path).parent_path();
+    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+    std::string file_id;
     char part[64];
-    bool any = false;
     for (VX_STATUS status = VX_Get_Value_To_String(record, 0x00041500, sizeof part, part);
          status == VX_NORMAL_COMPLETION;
          status = VX_Get_Next_Value_To_String(record, 0x00041500, sizeof part, part)) {
       std::string word = part;
       while (!word.empty() && word.back() == ' ') word.pop_back();
       if (!is_safe_name(word)) return "refers to a file by a name that is not allowed: " + word;
-      file /= word;
-      any = true;
+      file_id += (file_id.empty() ? "" : "/") + word;
     }
-    if (any) files.push_back(file.string());
+    if (file_id.empty()) continue;
+    const std::filesystem::path file = find_file(folder, file_id);
+    if (file.empty() && std::filesystem::exists(folder / file_id))
+      return "refers to what is no file of its own: " + file_id;
+    files.push_back((file.empty() ? folder / file_id : file).string());
   }
   return "";
 }
