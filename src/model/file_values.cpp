@@ -46,11 +46,12 @@ struct FileObj {
   FileObj* Previous = nullptr;
 };
 
+int64_t file_limit = 0x7FFFFFFF;
+
 namespace {
 
 constexpr char kPut[] = "VXI_PutToFile";
 constexpr char kRead[] = "VXI_ReadFileBlock";
-constexpr int64_t kFileLimit = 0x7FFFFFFF;
 constexpr int kNameTries = 16;
 constexpr uint32_t kLengthWord = sizeof(uint32_t);
 
@@ -238,11 +239,11 @@ VX_STATUS write_failed(FileObj& file, int number) {
 
 // One block at the end of a file, and its node at the head or the tail.
 VX_STATUS add_block(FileObj& file, int number, const void* data, uint32_t length) {
-  if (number == 1 && file.End[1] + int64_t{length} + kLengthWord >= kFileLimit) {
+  if (number == 1 && file.End[1] + int64_t{length} + kLengthWord >= file_limit) {
     file.UseSecondFile = true;
     number = 2;
   }
-  if (file.End[number] + int64_t{length} + kLengthWord > kFileLimit) return VX_VALUE_TOO_LARGE;
+  if (file.End[number] + int64_t{length} + kLengthWord > file_limit) return VX_VALUE_TOO_LARGE;
   if (VX_STATUS status = open_for_writing(file, number); status != kOk) return status;
   const FileValueObj node{length, file.End[number], number};
   try {
@@ -261,7 +262,7 @@ VX_STATUS add_block(FileObj& file, int number, const void* data, uint32_t length
 // A text that is one value grows in its one block.
 VX_STATUS grow_text(FileObj& file, const void* data, uint32_t length) {
   FileValueObj& node = file.Values.back();
-  if (file.End[node.File] + int64_t{length} > kFileLimit) return VX_VALUE_TOO_LARGE;
+  if (file.End[node.File] + int64_t{length} > file_limit) return VX_VALUE_TOO_LARGE;
   if (VX_STATUS status = open_for_writing(file, node.File); status != kOk) return status;
   const uint32_t total = node.Length + length;
   if (!write_at(file.DataHandle, file.End[node.File], nullptr, 0, data, length) ||

@@ -5,10 +5,14 @@
 // the data; file 2 takes over before file 1 reaches 2 GiB. All calls need the object's lock.
 #pragma once
 
+#include <cstdint>
+
 #include "model/object.h"
 
 namespace vx {
 
+// Bytes of one file, just below 2 GiB. Tests lower it, so that the second file is reached.
+extern int64_t file_limit;
 // True if a value whose first piece has `length` bytes belongs on files.
 bool goes_to_file(const MsgObj& object, const TagObj& attribute, uint64_t length);
 // An empty attribute takes Storage 'F'; no file exists before the first write. VX_SYSTEM_ERROR.

@@ -6,6 +6,7 @@
 #include <csignal>
 
 #include "model/callbacks.h"
+#include "model/file_values.h"
 #include "pixels.h"
 
 namespace {
@@ -275,8 +276,8 @@ TEST_F(Encapsulated, AValueThatACallbackHolds) {
 }
 
 // Frames and their growing table on temporary files, the disk full anywhere: each call ends in a status, and
-// the object takes the same frames when there is room again. With a limit that bites in the table's file
-// first, and in that of the data.
+// the object takes the same frames when there is room again. The limit bites in the file of the data first,
+// in that of the table first, and in either file of data that goes on in a second one.
 TEST_F(Encapsulated, TheTableOnFilesWithTheDiskFullAnywhere) {
   support::TempFolder large;
   VX_Set_String_Config_Value(VX_CFG_LARGE_DATA_STORE, "FILE");
@@ -290,8 +291,13 @@ TEST_F(Encapsulated, TheTableOnFilesWithTheDiskFullAnywhere) {
     std::size_t bytes;
     rlim_t last_limit;
     rlim_t step;
+    int64_t of_one_file;
   };
-  for (const Frames& f : {Frames{40, 300, 13000, 97}, Frames{300, 200, 1400, 53}}) {
+  const int64_t real_limit = vx::file_limit;
+  for (const Frames& f : {Frames{40, 300, 13000, 97, real_limit},
+                          {300, 200, 1400, 53, real_limit},
+                          {30, 300, 6300, 61, 6000}}) {
+    vx::file_limit = f.of_one_file;
     prepare_frames(f.count);
     const std::string frame(f.bytes, 'f');
     const auto write = [&] {
@@ -329,6 +335,7 @@ TEST_F(Encapsulated, TheTableOnFilesWithTheDiskFullAnywhere) {
     EXPECT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
     EXPECT_EQ(WEXITSTATUS(status), 0);
   }
+  vx::file_limit = real_limit;
 }
 
 }  // namespace
