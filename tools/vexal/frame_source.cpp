@@ -43,18 +43,18 @@ VX_STATUS FrameSource::gather(int32_t, uint32_t, void* user, uint32_t size, void
 }
 
 // A value that the library holds, which is a small one or comes from a deflated stream, is taken out of it.
-std::string FrameSource::take_value(const DicomFile& file) {
-  if (const KeptValue* kept = file.kept(file.id(), kPixelData); kept != nullptr) {
+std::string FrameSource::take_value(const DicomFile& file, int32_t object) {
+  if (const KeptValue* kept = file.kept(object, kPixelData); kept != nullptr) {
     source_ = &file.source();
     offset_ = kept->offset;
     size_ = file.kept_size(*kept);
     const bool big = file.syntax() == EXPLICIT_BIG_ENDIAN || file.syntax() == IMPLICIT_BIG_ENDIAN;
     VX_VR vr = VX_VR_OB;
-    VX_Get_Attribute_Info(file.id(), kPixelData, &vr, nullptr);
+    VX_Get_Attribute_Info(object, kPixelData, &vr, nullptr);
     swap_pairs_ = big && vr == VX_VR_OW;
     return "";
   }
-  const VX_STATUS status = VX_Get_Value_To_Function(file.id(), kPixelData, this, gather);
+  const VX_STATUS status = VX_Get_Value_To_Function(object, kPixelData, this, gather);
   if (!problem_.empty()) return problem_;
   return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
 }
@@ -65,16 +65,16 @@ bool FrameSource::read_at(uint64_t offset, void* buffer, std::size_t length) con
   return source_->read_at(offset_ + offset, buffer, length) == static_cast<int64_t>(length);
 }
 
-std::string FrameSource::open(const DicomFile& file) {
-  encapsulated_ = !is_uncompressed(file.syntax());
-  if (std::string problem = take_value(file); !problem.empty()) return problem;
-  uint32_t frames = number_of(file.id(), 0x00280008, 1);
+std::string FrameSource::open(const DicomFile& file, int32_t object, VX_TRANSFER_SYNTAX syntax) {
+  encapsulated_ = !is_uncompressed(syntax);
+  if (std::string problem = take_value(file, object); !problem.empty()) return problem;
+  uint32_t frames = number_of(object, 0x00280008, 1);
   if (frames == 0 || frames > INT32_MAX) frames = 1;
-  return encapsulated_ ? find_encapsulated(frames) : find_native(file, frames);
+  return encapsulated_ ? find_encapsulated(frames) : find_native(object, frames);
 }
 
-std::string FrameSource::find_native(const DicomFile& file, uint32_t frames) {
-  frame_bytes_ = native_frame_bytes(file.id());
+std::string FrameSource::find_native(int32_t object, uint32_t frames) {
+  frame_bytes_ = native_frame_bytes(object);
   if (frame_bytes_ == 0) return "its pixel description has no frames that can be compressed";
   count_ = static_cast<uint32_t>(std::min<uint64_t>(frames, size_ / frame_bytes_));
   if (count_ != frames) {

@@ -12,8 +12,9 @@ namespace vexal {
 
 class FrameSource {
  public:
-  // Finds the frames. The file has to stay open. An error text, empty on success.
-  std::string open(const DicomFile& file);
+  // Finds the frames of an object of the file, the outermost or an item, whose pixel data stands in `syntax`.
+  // The file has to stay open. An error text, empty on success.
+  std::string open(const DicomFile& file, int32_t object, VX_TRANSFER_SYNTAX syntax);
   uint32_t count() const { return count_; }
   bool encapsulated() const { return encapsulated_; }
   // Adds the stored bytes of a frame; a code stream in several fragments comes in one piece. Several threads
@@ -21,12 +22,12 @@ class FrameSource {
   std::string read(uint32_t number, std::string& bytes) const;
 
  private:
-  std::string take_value(const DicomFile& file);
+  std::string take_value(const DicomFile& file, int32_t object);
   static VX_STATUS gather(int32_t id, uint32_t tag, void* user, uint32_t size, void* data, int32_t first,
                           int32_t last);
   bool read_at(uint64_t offset, void* buffer, std::size_t length) const;
   std::string read_native(uint32_t number, std::string& bytes) const;
-  std::string find_native(const DicomFile& file, uint32_t frames);
+  std::string find_native(int32_t object, uint32_t frames);
   std::string find_encapsulated(uint32_t frames);
 
   bool encapsulated_ = false;

@@ -14,6 +14,7 @@
 
 #include "network.h"
 #include "session.h"
+#include "tag_path.h"
 #include "uid.h"
 
 namespace vexal {
@@ -168,6 +169,57 @@ class FrameWorker {
   std::string in_;
 };
 
+bool has_compressed_pixels(const DicomFile& file, int32_t item) {
+  if (VX_Get_Attribute_Info(item, kPixelData, nullptr, nullptr) != VX_NORMAL_COMPLETION) return false;
+  if (const KeptValue* kept = file.kept(item, kPixelData); kept != nullptr) return kept->length == kUndefined;
+  VX_TRANSFER_SYNTAX syntax = 0;
+  return VX_Get_Message_Transfer_Syntax(item, &syntax) == VX_NORMAL_COMPLETION && !is_uncompressed(syntax);
+}
+
+// An icon without its compression, which is right in every transfer syntax (PS3.5 section A.4).
+std::string decompress_icon(const DicomFile& file, int32_t item) {
+  FrameSource source;
+  if (std::string problem = source.open(file, item, file.syntax()); !problem.empty()) return problem;
+  FrameForm form;
+  form.from = file.syntax();
+  form.to = EXPLICIT_LITTLE_ENDIAN;
+  form.read(item);
+  FrameWorker worker(source, form);
+  std::string pixels;
+  if (std::string problem = worker.convert(0, pixels); !problem.empty()) return problem;
+  for (const uint32_t tag : kImageTags) {
+    const std::string text = all_text_of(worker.result(), tag);
+    if (text != form.text(tag)) set_all_text(item, tag, text);
+  }
+  if (pixels.size() % 2 != 0) pixels.push_back('\0');
+  VX_Delete_Attribute(item, kPixelData);
+  const VX_STATUS status =
+      VX_Set_Value_From_Buffer(item, kPixelData, pixels.data(), static_cast<uint32_t>(pixels.size()));
+  VX_Set_Value_Representation(item, kPixelData, number(form.text(0x00280100)) > 8 ? VX_VR_OW : VX_VR_OB);
+  VX_Set_Message_Transfer_Syntax(item, EXPLICIT_LITTLE_ENDIAN);
+  return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
+}
+
+// Those in the items of an object, at any depth.
+std::string decompress_icons(const DicomFile& file, int32_t object, int depth) {
+  uint32_t tag = 0;
+  VX_VR vr = 0;
+  std::vector<uint32_t> sequences;
+  for (VX_STATUS status = VX_Get_First_Attribute(object, &tag, &vr, nullptr); status == VX_NORMAL_COMPLETION;
+       status = VX_Get_Next_Attribute(object, &tag, &vr, nullptr)) {
+    if (vr == VX_VR_SQ && depth < 128) sequences.push_back(tag);
+  }
+  std::string problem;
+  for (const uint32_t sequence : sequences) {
+    for (const int32_t item : sequence_items(object, sequence)) {
+      if (has_compressed_pixels(file, item)) problem = decompress_icon(file, item);
+      if (problem.empty()) problem = decompress_icons(file, item, depth + 1);
+      if (!problem.empty()) return problem;
+    }
+  }
+  return "";
+}
+
 }  // namespace
 
 // Frames come off it in their order, converted by one thread or by several.
@@ -262,6 +314,13 @@ class FrameConveyor {
   std::vector<std::jthread> workers_;
 };
 
+void FrameForm::read(int32_t object) {
+  VX_Get_Attribute_Info(object, kPixelData, &vr, nullptr);
+  for (const uint32_t tag : kImageTags) {
+    if (std::string text = all_text_of(object, tag); !text.empty()) attributes.emplace_back(tag, text);
+  }
+}
+
 std::string FrameForm::text(uint32_t tag) const {
   for (const auto& [known, text] : attributes) {
     if (known == tag) return text;
@@ -327,13 +386,12 @@ std::string RecodedPixels::attach(DicomFile& file, VX_TRANSFER_SYNTAX target, un
   }
   if (form_.compresses() && compressor_of(target) == nullptr)
     return "there is no compressor for this transfer syntax";
-  if (std::string problem = source_.open(file); !problem.empty()) return problem;
-  VX_Get_Attribute_Info(file.id(), kPixelData, &form_.vr, nullptr);
-  for (const uint32_t tag : kImageTags) {
-    if (std::string text = all_text_of(file.id(), tag); !text.empty())
-      form_.attributes.emplace_back(tag, text);
-  }
+  if (std::string problem = source_.open(file, file.id(), form_.from); !problem.empty()) return problem;
+  form_.read(file.id());
   conveyor_ = nullptr;
+  if (form_.decompresses()) {
+    if (std::string problem = decompress_icons(file, file.id(), 0); !problem.empty()) return problem;
+  }
   if (std::string problem = convert_first(); !problem.empty()) return problem;
   if (form_.compresses() || when == When::Ahead) {
     if (std::string problem = convert_all(); !problem.empty()) return problem;

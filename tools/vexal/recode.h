@@ -32,6 +32,7 @@ struct FrameForm {
   VX_TRANSFER_SYNTAX to = 0;
   VX_VR vr = VX_VR_OB;
   std::vector<std::pair<uint32_t, std::string>> attributes;
+  void read(int32_t object);
   std::string text(uint32_t tag) const;  // of an attribute, "" if it is not there
   bool decompresses() const { return !is_uncompressed(from); }
   bool compresses() const { return !is_uncompressed(to); }
