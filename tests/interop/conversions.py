@@ -109,6 +109,7 @@ def memory(folder):
                           peak("convert", "--threads", threads, "--to", "explicit", packed, back)))
             check(run("cmp", plain, back, "-i", "%d:%d" % (os.path.getsize(plain) - size, os.path.getsize(back) - size)).returncode == 0,
                   "%s: %d frames come back changed" % (name, frames))
+            check(run(VEXAL, "pixel", "offsets", packed).stdout.endswith(b"of %d frames is right\n" % frames), name + ": offset table")
         print("  %s, %d threads: peaks of %s MB" % (name, threads, [[p >> 20 for p in pair] for pair in peaks]))
         for few, many in zip(*peaks):
             check(many - few < 2 * MEBI, "%s: %d KB more for four times the frames" % (name, (many - few) >> 10))
@@ -133,6 +134,22 @@ def threads(folder):
             check(name not in LOSSLESS or tail(back[0], size) == tail(plain, size), "%s of %d bits: not lossless" % (name, bits))
             lossy = run(VEXAL, "dump", "--tag", "LossyImageCompressionMethod", packed[0]).stdout
             check((b"ISO_1" in lossy) == (name not in LOSSLESS), "%s: %s" % (name, lossy))
+
+
+def icons(folder):
+    """Compressed icons lose their compression with the image, or when it gets another one."""
+    plain, packed, made, out = (os.path.join(folder, n) for n in ("plain.dcm", "packed.dcm", "made.dcm", "out.dcm"))
+    size = make_image(plain, 1, 64, 64)
+    check(convert(plain, packed, "jpeg-lossless").returncode == 0, "jpeg-lossless")
+    content = open(packed, "rb").read()
+    pixels = content.index(b"\xE0\x7F\x10\0OB")
+    item = content[content.index(b"\x28\0\2\0US"):]
+    sequence = struct.pack("<HH2sxxI", 0x88, 0x200, b"SQ", 0xFFFFFFFF) + b"\xFE\xFF\0\xE0\xFF\xFF\xFF\xFF" + item
+    open(made, "wb").write(content[:pixels] + sequence + b"\xFE\xFF\x0D\xE0\0\0\0\0\xFE\xFF\xDD\xE0\0\0\0\0" + content[pixels:])
+    for to in ("explicit", "rle"):
+        check(convert(made, out, to).returncode == 0, "with an icon to " + to)
+        value = b"\xE0\x7F\x10\0OW\0\0" + struct.pack("<I", size) + tail(plain, size)
+        check(open(out, "rb").read().count(value) == (2 if to == "explicit" else 1), "the icon on the way to " + to)
 
 
 def refusals(folder):
@@ -237,9 +254,9 @@ def kills(folder):
 
 def full_disks(folder):
     plain, packed, deflated = (os.path.join(folder, n + ".dcm") for n in ("plain", "packed", "deflated"))
-    make_image(plain, 40)
+    make_image(plain, 60)
     make_deflated(deflated)
-    check(convert(plain, packed, "jpeg2000").returncode == 0, "jpeg2000")
+    check(convert(plain, packed, "jpeg-lossless").returncode == 0, "jpeg-lossless")
     small, wide = os.path.join(folder, "small"), os.path.join(folder, "wide")
     os.mkdir(small)
     os.mkdir(wide)
@@ -267,7 +284,7 @@ def full_disks(folder):
     try:
         refused(small, packed, "explicit", folder, b"No space left")
         refused(small, plain, "rle", folder, b"No space left")
-        refused(wide, plain, "rle", small, b"No space left")
+        refused(wide, plain, "jpeg-ls-near", small, b"No space left")
         refused(wide, deflated, "explicit", small, b"Temporary file")
         refused(wide, deflated, "rle", small, b"Temporary file")
     finally:
@@ -369,7 +386,7 @@ def peers(folder):
 
 
 def main():
-    for part in (memory, threads, refusals, kills, full_disks, peers):
+    for part in (memory, threads, icons, refusals, kills, full_disks, peers):
         print(part.__name__, flush=True)
         with tempfile.TemporaryDirectory() as folder:
             part(folder)

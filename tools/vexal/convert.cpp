@@ -39,7 +39,7 @@ FileResult convert_file(const std::string& in, const std::string& out, VX_TRANSF
   if (kept != nullptr && kept->length != 0xFFFFFFFFU && !is_uncompressed(file.syntax()))
     problem = "its pixel data is not encapsulated, as its transfer syntax demands";
   else if (RecodedPixels::needed(file, target))
-    problem = pixels.attach(file, target, threads, RecodedPixels::When::AsRead);
+    problem = pixels.attach(file, target, threads, RecodedPixels::When::AsWritten);
   if (problem.empty()) status = file.set_syntax(target);
   if (!problem.empty() || status != VX_NORMAL_COMPLETION) {
     report(in, problem.empty() ? VX_Error_Message(status) : problem);
@@ -47,9 +47,9 @@ FileResult convert_file(const std::string& in, const std::string& out, VX_TRANSF
   }
   bool write = true;
   const Exit text = charset.apply(file, write);
-  const std::string error = write ? write_file(file, out, options) : "";
+  const std::string error = write ? write_file(file, out, options, &pixels) : "";
   if (!error.empty()) {
-    pixels.problem().empty() ? report(out, error) : report(in, pixels.problem());
+    report(pixels.problem().empty() ? out : in, error);
     return result;
   }
   result.exit = text;

@@ -181,6 +181,8 @@ std::string FileSink::open(const std::string& path) {
   buffer_.need(kBlock);
   used_ = 0;
   error_ = 0;
+  watched_ = nullptr;
+  mark_ = -1;
   return "";
 }
 
@@ -215,11 +217,23 @@ bool FileSink::flush() {
 
 bool FileSink::write(const void* data, std::size_t length) {
   const char* bytes = static_cast<const char*>(data);
+  if (data == watched_) {
+    mark_ = ::lseek(fd_, 0, SEEK_CUR) + static_cast<off_t>(used_);
+    watched_ = nullptr;  // others may come to lie at that address
+  }
   if (length >= kBlock / 2) return flush() && write_all(bytes, length);
   if (length > buffer_.size() - used_ && !flush()) return false;
   std::memcpy(buffer_.data() + used_, bytes, length);
   used_ += length;
   return true;
+}
+
+std::string FileSink::patch(uint64_t behind_start, const void* data, std::size_t length) {
+  if (!flush()) return problem();
+  if (mark_ < 0) return "the place to fill in is not known";
+  const ssize_t done =
+      ::pwrite(fd_, data, length, static_cast<off_t>(static_cast<uint64_t>(mark_) + behind_start));
+  return done == static_cast<ssize_t>(length) ? "" : system_text("can not write", errno);
 }
 
 std::string FileSink::problem() const {

@@ -100,6 +100,10 @@ class FileSink {
   const std::string& path() const { return path_; }
   // Why a write failed; "" if none did.
   std::string problem() const;
+  // Takes note of where the block at this address lands when it is written, for the bytes behind its start to
+  // be known later. An error text, empty on success.
+  void watch(const void* block) { watched_ = block; }
+  std::string patch(uint64_t behind_start, const void* data, std::size_t length);
   // Chooses the final name when the content is there: `choose` gets the temporary name and gives the final
   // one, or an error text. Both lie in one file system.
   std::string place(
@@ -121,6 +125,8 @@ class FileSink {
   Block buffer_;
   std::size_t used_ = 0;
   int error_ = 0;
+  const void* watched_ = nullptr;
+  int64_t mark_ = -1;  // where that block is
 };
 
 // How a file is to be opened.

@@ -6,6 +6,9 @@
 namespace vexal {
 namespace {
 
+// More items than this are no image.
+constexpr std::size_t kMostFragments = std::size_t{1} << 24;
+
 // The table, in steps: memory follows the bytes that are there.
 bool read_table(const ValueReader& read, uint32_t length, std::vector<uint32_t>& table) {
   constexpr uint32_t kStep = 1 << 16;
@@ -45,7 +48,8 @@ Encapsulated read_items(const ValueReader& read, uint64_t size) {
       value.sound = true;
       return value;
     }
-    if (header[0] != kItem || length > size - at - 8) return value;
+    if (header[0] != kItem || length > size - at - 8 || value.fragments.size() == kMostFragments)
+      return value;
     if (at == 0) {
       if (!read_table(read, length, value.table)) return value;
       begin = 8 + uint64_t{length};

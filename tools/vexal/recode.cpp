@@ -393,7 +393,8 @@ std::string RecodedPixels::attach(DicomFile& file, VX_TRANSFER_SYNTAX target, un
     if (std::string problem = decompress_icons(file, file.id(), 0); !problem.empty()) return problem;
   }
   if (std::string problem = convert_first(); !problem.empty()) return problem;
-  if (form_.compresses() || when == When::Ahead) {
+  late_table_ = when == When::AsWritten && fits_late_table();
+  if ((form_.compresses() && !late_table_) || when == When::Ahead) {
     if (std::string problem = convert_all(); !problem.empty()) return problem;
   }
   return bring_in_line(file);
@@ -409,6 +410,18 @@ std::string RecodedPixels::convert_first() {
     if (text != form_.text(tag)) changes_.emplace_back(tag, text);
   }
   return "";
+}
+
+// Compressed frames go right into the file and their offsets later, if nothing in front of them depends on
+// their size, all offsets will fit, and the first piece is large enough to reach the file in one block.
+bool RecodedPixels::fits_late_table() const {
+  int32_t buffer = 0;
+  VX_Get_Int_Config_Value(VX_CFG_WORK_BUFFER_SIZE, &buffer);
+  const uint64_t raw = number(form_.text(0x00280010)) * number(form_.text(0x00280011)) *
+                       number(form_.text(0x00280002)) * (number(form_.text(0x00280100)) / 8);
+  return form_.compresses() && !is_lossy(form_.to) && source_.count() > 1 &&
+         first_frame_.size() > std::max(65536U, static_cast<uint32_t>(buffer)) &&
+         raw * source_.count() < (uint64_t{1} << 31);
 }
 
 std::string RecodedPixels::convert_all() {
@@ -534,12 +547,53 @@ bool RecodedPixels::next_piece(bool first, bool& ended) {
     if (conveyor_ == nullptr)
       conveyor_ = std::make_unique<FrameConveyor>(source_, form_, frame_, threads_, path_);
     problem_ = conveyor_->next(piece_);
-    if (problem_.empty() && piece_.size() != frame_bytes_) problem_ = kOtherSize;
+    if (problem_.empty() && !form_.compresses() && piece_.size() != frame_bytes_) problem_ = kOtherSize;
     if (!problem_.empty()) return false;
   }
-  ended = ++frame_ == source_.count();
-  if (ended && length_ % 2 != 0) piece_.push_back('\0');
+  ended = frame_ + 1 == source_.count();
+  if (form_.compresses()) {
+    pack_frame(ended);
+  } else if (ended && length_ % 2 != 0) {
+    piece_.push_back('\0');
+  }
+  ++frame_;
   return true;
+}
+
+// The frame at hand as an item, with what stands in front of the first and behind the last.
+void RecodedPixels::pack_frame(bool ended) {
+  std::string item;
+  item.reserve(piece_.size() + 4 * std::size_t{source_.count()} + 32);
+  if (frame_ == 0) {
+    offsets_.assign(source_.count(), 0);
+    item = head();
+  }
+  offsets_[frame_] = static_cast<uint32_t>(given_);
+  const std::size_t begin = item.size();
+  append32(item, kItem);
+  append32(item, static_cast<uint32_t>(piece_.size() + piece_.size() % 2));
+  item += piece_;
+  if (piece_.size() % 2 != 0) item.push_back('\0');
+  given_ += item.size() - begin;
+  if (ended) {
+    append32(item, kDelimiter);
+    append32(item, 0);
+  }
+  piece_.swap(item);
+  if (frame_ == 0 && sink_ != nullptr) sink_->watch(piece_.data());
+}
+
+std::string RecodedPixels::write(const DicomFile& file, FileSink& sink, int32_t pad) {
+  sink_ = &sink;
+  const VX_STATUS status = VX_Write_File(file.id(), pad, &sink, FileSink::file_output);
+  sink_ = nullptr;
+  if (!problem_.empty()) return problem_;
+  if (status == VX_NORMAL_COMPLETION) {
+    const std::string table = head();
+    return late_table_ ? sink.patch(0, table.data(), table.size()) : "";
+  }
+  const std::string problem = sink.problem();
+  return problem.empty() ? std::string("can not write it: ") + VX_Error_Message(status) : problem;
 }
 
 bool RecodedPixels::next_of_spill(bool first, bool& ended) {

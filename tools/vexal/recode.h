@@ -43,8 +43,8 @@ class FrameConveyor;
 class RecodedPixels {
  public:
   enum class When {
-    AsRead,  // what can be is converted while it is written
-    Ahead    // all is converted before: nothing fails later
+    AsWritten,  // what can be is converted by write()
+    Ahead       // all is converted before: nothing fails later
   };
   RecodedPixels();
   ~RecodedPixels();
@@ -56,7 +56,10 @@ class RecodedPixels {
   // Converts, and brings the attributes of the object in line; the object is then to be given `target`. The
   // file has to stay open while this lives. An error text, empty on success.
   std::string attach(DicomFile& file, VX_TRANSFER_SYNTAX target, unsigned threads, When when);
-  // Why the library could not have the pixels; "" if it could.
+  // Writes the object of the file, with these pixels where they were attached. An error text, empty on
+  // success.
+  std::string write(const DicomFile& file, FileSink& sink, int32_t pad);
+  // Why the pixels could not be had, if that was the error.
   const std::string& problem() const { return problem_; }
 
  private:
@@ -64,7 +67,9 @@ class RecodedPixels {
   std::string convert_all();
   std::string store(const std::string& frame);
   std::string bring_in_line(DicomFile& file);
+  bool fits_late_table() const;
   std::string head() const;
+  void pack_frame(bool ended);
   bool next_piece(bool first, bool& ended);
   bool next_of_spill(bool first, bool& ended);
   static VX_STATUS callback(int32_t id, uint32_t tag, void* user, VX_CALLBACK_REQUEST request, uint32_t* size,
@@ -77,7 +82,9 @@ class RecodedPixels {
   std::unique_ptr<FrameConveyor> conveyor_;
   bool spilled_ = false;  // all is converted and lies in spill_, as in the value behind its offset table
   Spill spill_;
-  std::vector<uint32_t> offsets_;                          // of the frames in it
+  bool late_table_ = false;        // the offsets are filled in behind the last frame
+  std::vector<uint32_t> offsets_;  // of the frames in the value
+  FileSink* sink_ = nullptr;
   std::vector<std::pair<uint32_t, std::string>> changes_;  // of attributes
   std::string first_frame_;
   uint64_t frame_bytes_ = 0;  // of each frame, where the value is not encapsulated
@@ -87,7 +94,7 @@ class RecodedPixels {
 
   // The reading of the value.
   std::string piece_;
-  uint64_t given_ = 0;  // of its bytes, without an offset table
+  uint64_t given_ = 0;  // of its bytes, behind the offset table
   uint32_t frame_ = 0;
 };
 

@@ -166,14 +166,11 @@ bool ObjectWriter::convert(FileSink& converted, const StoredObject& stored) {
     there = file.syntax() == options_.syntax;
     if (there) return "";
     if (RecodedPixels::needed(file, options_.syntax))
-      problem = pixels.attach(file, options_.syntax, 1, RecodedPixels::When::AsRead);
+      problem = pixels.attach(file, options_.syntax, 1, RecodedPixels::When::AsWritten);
     if (problem.empty()) problem = converted.open(sink_.path());
     if (problem.empty()) status = file.set_syntax(options_.syntax);
-    if (problem.empty() && status == VX_NORMAL_COMPLETION)
-      status = VX_Write_File(file.id(), 0, &converted, FileSink::file_output);
-    if (problem.empty()) problem = pixels.problem();
-    if (problem.empty()) problem = converted.problem();
     if (problem.empty() && status != VX_NORMAL_COMPLETION) problem = VX_Error_Message(status);
+    if (problem.empty()) problem = pixels.write(file, converted, 0);
     return "";
   });
   if (!failure.empty()) return false;  // placing it tells

@@ -1,5 +1,6 @@
 #include "write_options.h"
 
+#include "recode.h"
 #include "session.h"
 
 namespace vexal {
@@ -36,17 +37,15 @@ bool WriteOptions::read(const Args& args) {
   return true;
 }
 
-std::string write_file(DicomFile& file, const std::string& path, const WriteOptions& options) {
+std::string write_file(DicomFile& file, const std::string& path, const WriteOptions& options,
+                       RecodedPixels* pixels) {
   FileSink sink;
   std::string error = sink.open(path);
   if (!error.empty()) return error;
   renew_meta(file.id());
-  const VX_STATUS status = VX_Write_File(file.id(), options.pad, &sink, FileSink::file_output);
-  if (status != VX_NORMAL_COMPLETION) {
-    error = sink.problem();
-    return error.empty() ? std::string("can not write it: ") + VX_Error_Message(status) : error;
-  }
-  return sink.commit();
+  RecodedPixels none;
+  error = (pixels != nullptr ? *pixels : none).write(file, sink, options.pad);
+  return error.empty() ? sink.commit() : error;
 }
 
 }  // namespace vexal

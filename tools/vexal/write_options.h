@@ -16,12 +16,16 @@ namespace vexal {
     "--level", "N", "effort of deflation, 0 to 9"                                             \
   }
 
+class RecodedPixels;
+
 struct WriteOptions {
   int32_t pad = 0;
   bool read(const Args& args);  // also hands settings to the library; false after a line on standard error
 };
 
-// Writes the file's object to a path, safely. An error text, empty on success.
-std::string write_file(DicomFile& file, const std::string& path, const WriteOptions& options);
+// Writes the file's object to a path, safely; with the pixels that took the place of its own, if any. An
+// error text, empty on success.
+std::string write_file(DicomFile& file, const std::string& path, const WriteOptions& options,
+                       RecodedPixels* pixels = nullptr);
 
 }  // namespace vexal
