@@ -1,5 +1,5 @@
-// Encapsulated values on hostile bytes, taken apart in pieces of any size, with and without the RLE
-// decompressor; and RLE frames of any bytes, which must come back. The first bytes describe the image.
+// Encapsulated values on hostile bytes, taken apart in pieces of any size, with and without a decompressor of
+// any syntax; and RLE frames of any bytes, which must come back. The first bytes describe the image.
 #include <algorithm>
 #include <cstdint>
 #include <string>
@@ -71,7 +71,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   if (size < 6) return 0;
   int32_t id = -1;
   require(VX_Open_Empty_Message(&id) == VX_NORMAL_COMPLETION);
-  VX_Set_Message_Transfer_Syntax(id, RLE);
+  static constexpr VX_TRANSFER_SYNTAX kSyntaxes[] = {RLE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS,
+                                                     JPEG_BASELINE};
+  const VX_TRANSFER_SYNTAX syntax = kSyntaxes[(data[0] >> 4) & 3];
+  VX_Set_Message_Transfer_Syntax(id, syntax);
   const int samples = (data[0] & 1) != 0 ? 3 : 1;
   const int bits = (data[0] & 2) != 0 ? 16 : 8;
   const int rows = 1 + data[1] % 8;
@@ -88,12 +91,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   add_number(id, 0x00280101, bits);
   add_number(id, 0x00280103, 0);
   const bool decodes = (data[0] & 8) != 0;
-  VX_Register_Compression_Callbacks(id, VX_RLE_Compressor, decodes ? VX_RLE_Decompressor : nullptr);
+  const auto decompressor = syntax == RLE ? VX_RLE_Decompressor : VX_General_Decompressor;
+  VX_Register_Compression_Callbacks(id, nullptr, decodes ? decompressor : nullptr);
   const std::size_t piece = 1 + data[4];
   const std::string_view rest(reinterpret_cast<const char*>(data) + 5, size - 5);
   store(id, rest, piece);
   read_all(id);
   // The same bytes as pixels.
+  VX_Set_Message_Transfer_Syntax(id, RLE);
   std::string frame(rest);
   frame.resize(static_cast<std::size_t>(rows) * static_cast<std::size_t>(columns) *
                static_cast<std::size_t>(samples) * static_cast<std::size_t>(bits / 8));
