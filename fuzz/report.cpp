@@ -81,7 +81,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   require(VX_SR_To_Message(id) == VX_NORMAL_COMPLETION);
   require(encode(id) == before);
   require(VX_Message_To_SR(id) == VX_NORMAL_COMPLETION);
-  if (last_leaf != id && VX_SR_Delete_Child(last_leaf) == VX_NORMAL_COMPLETION) VX_Free_Item(&last_leaf);
+  // A reference to a leaf; the leaf goes, comes back below the root and goes for good.
+  int32_t target = 0;
+  int32_t reference = 0;
+  if (VX_SRH_Add_Reference(id, SRH_CONTAINS, last_leaf) == VX_NORMAL_COMPLETION &&
+      VX_Get_Value_To_Int(id, 0x0040A730, &reference) == VX_NORMAL_COMPLETION) {
+    VX_SRH_Get_Reference(reference, &target);
+  }
+  if (last_leaf != id && VX_SR_Delete_Child(last_leaf) == VX_NORMAL_COMPLETION) {
+    if (VX_SR_Add_Child(id, last_leaf) == VX_NORMAL_COMPLETION)
+      require(VX_SR_Delete_Child(last_leaf) == VX_NORMAL_COMPLETION);
+    VX_Free_Item(&last_leaf);
+  }
   require(VX_SRH_Free_SR(id) == VX_NORMAL_COMPLETION);
   return 0;
 }

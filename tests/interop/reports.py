@@ -181,7 +181,17 @@ def check_unusual(folder):
     table.NumberOfTableRows = 7
     empty = Dataset()
     empty.RelationshipType, empty.ValueType, empty.TextValue = "CONTAINS", "TEXT", ""
-    dataset.ContentSequence += Sequence([table, empty])
+    qualified = Dataset()
+    qualified.RelationshipType, qualified.ValueType = "CONTAINS", "NUM"
+    unit, value, code = Dataset(), Dataset(), Dataset()
+    unit.CodeValue, unit.CodingSchemeDesignator, unit.CodingSchemeVersion, unit.CodeMeaning = "mm", "UCUM", "1.4", "mm"
+    value.MeasurementUnitsCodeSequence, value.NumericValue = Sequence([unit]), "1"
+    code.CodeValue, code.CodingSchemeDesignator, code.CodeMeaning = "114000", "DCM", "Not a number"
+    qualified.MeasuredValueSequence, qualified.NumericValueQualifierCodeSequence = Sequence([value]), Sequence([code])
+    times = Dataset()
+    times.RelationshipType, times.ValueType, times.TemporalRangeType = "CONTAINS", "TCOORD", "NEVER"
+    times.ReferencedSamplePositions, times.ReferencedTimeOffsets = [1, 2], ["1", "2"]
+    dataset.ContentSequence += Sequence([table, empty, qualified, times])
     path, built = os.path.join(folder, "unusual.dcm"), os.path.join(folder, "unusual-built.dcm")
     dataset.save_as(path)
     made = build(shown(path), built)

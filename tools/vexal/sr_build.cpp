@@ -89,18 +89,6 @@ struct CodeText {
   const char* meaning;
 };
 
-// The number of a text in a table, or -1.
-int32_t find(const char* const* terms, std::size_t count, const char* text) {
-  for (std::size_t i = 0; text != nullptr && i < count; ++i) {
-    if (std::strcmp(terms[i], text) == 0) return static_cast<int32_t>(i);
-  }
-  return -1;
-}
-constexpr const char* kSpatial[] = {"POINT",   "MULTIPOINT", "POLYLINE", "CIRCLE",
-                                    "ELLIPSE", "POLYGON",    "ELLIPSOID"};
-constexpr const char* kTemporal[] = {"POINT", "MULTIPOINT", "SEGMENT", "MULTISEGMENT", "BEGIN", "END"};
-constexpr const char* kContinuity[] = {"SEPARATE", "CONTINUOUS"};
-
 double number_at(const json_t* data, std::size_t index) {
   const json_t* value = json_array_get(data, index);
   const char* text = json_string_value(value);
@@ -225,7 +213,7 @@ class NodeMaker {
   }
   VX_STATUS times(int32_t& id) const {
     const char* by = text_of(object_, "by");
-    const int32_t kind = find(kTemporal, std::size(kTemporal), text_of(object_, "kind"));
+    const int32_t kind = term(SRH_TCOORD_D);
     const bool offset = by != nullptr && std::strcmp(by, "offset") == 0;
     const bool datetime = by != nullptr && std::strcmp(by, "datetime") == 0;
     VX_STATUS status = json_array_size(data_) == 0 ? VX_EMPTY_VALUE : VX_NORMAL_COMPLETION;
@@ -273,12 +261,16 @@ class NodeMaker {
   VX_STATUS container(int32_t& id) const {
     return VX_SRH_Create_CONTAINER_Node(continuity(object_), text_of(object_, "template"), &id);
   }
-  int32_t spatial() const { return find(kSpatial, std::size(kSpatial), text_of(object_, "kind")); }
+  int32_t term(int32_t type) const {
+    const char* kind = text_of(object_, "kind");
+    return kind != nullptr ? sr_term(type, kind) : -1;
+  }
+  int32_t spatial() const { return term(SRH_SCOORD); }
 
  public:
   static int32_t continuity(const json_t* object) {
     const char* kind = text_of(object, "kind");
-    return kind == nullptr ? SRH_SEPARATE : find(kContinuity, std::size(kContinuity), kind);
+    return kind == nullptr ? SRH_SEPARATE : sr_term(SRH_CONTAINER, kind);
   }
 
  private:

@@ -1,7 +1,9 @@
 #include "sr_document.h"
 
+#include <algorithm>
 #include <charconv>
 #include <iterator>
+#include <span>
 
 #include "charset.h"
 #include "session.h"
@@ -15,6 +17,15 @@ constexpr const char* kTypes[] = {"TEXT",      "CODE",  "NUM",      "DATETIME", 
 constexpr const char* kRelationships[] = {"CONTAINS",        "HAS OBS CONTEXT", "HAS ACQ CONTEXT",
                                           "HAS CONCEPT MOD", "HAS PROPERTIES",  "INFERRED FROM",
                                           "SELECTED FROM"};
+constexpr const char* kSpatial[] = {"POINT",   "MULTIPOINT", "POLYLINE", "CIRCLE",
+                                    "ELLIPSE", "POLYGON",    "ELLIPSOID"};
+constexpr const char* kTemporal[] = {"POINT", "MULTIPOINT", "SEGMENT", "MULTISEGMENT", "BEGIN", "END"};
+constexpr const char* kContinuity[] = {"SEPARATE", "CONTINUOUS"};
+
+int32_t find(std::span<const char* const> terms, std::string_view text) {
+  const auto found = std::find(terms.begin(), terms.end(), text);
+  return found == terms.end() ? -1 : static_cast<int32_t>(found - terms.begin());
+}
 
 int32_t item_of(int32_t object, uint32_t tag) {
   int32_t item = -1;
@@ -194,6 +205,13 @@ const char* sr_type_name(int32_t type) {
 const char* sr_relationship_name(int32_t relationship) {
   const bool known = relationship >= 0 && relationship < static_cast<int32_t>(std::size(kRelationships));
   return known ? kRelationships[relationship] : "";
+}
+
+int32_t sr_term(int32_t type, std::string_view graphic) {
+  if (type == SRH_CONTAINER) return find(kContinuity, graphic);
+  return find(type == SRH_SCOORD || type == SRH_SCOORD3D ? std::span<const char* const>(kSpatial)
+                                                         : std::span<const char* const>(kTemporal),
+              graphic);
 }
 
 std::string sr_value_text(const SrNode& node) {

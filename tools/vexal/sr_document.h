@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "files.h"
@@ -45,6 +46,8 @@ struct SrNode {
 // "TEXT", "TCOORD", ...; "" for a reference and for what is not known.
 const char* sr_type_name(int32_t type);
 const char* sr_relationship_name(int32_t relationship);
+// The number of what a node of the type has in `graphic`, -1 if there is none.
+int32_t sr_term(int32_t type, std::string_view graphic);
 // The value for people: "12 mm", "Liver", "POLYLINE 1,2 3,4".
 std::string sr_value_text(const SrNode& node);
 std::string sr_text_of(int32_t object, uint32_t tag);

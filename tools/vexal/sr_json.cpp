@@ -94,10 +94,16 @@ bool tells_template(const SrNode& node) {
 }
 
 bool is_whole_region(const SrNode& node, std::size_t dimensions) {
-  return !node.graphic.empty() && !node.data.empty() && node.data.size() % dimensions == 0;
+  return sr_term(node.type, node.graphic) >= 0 && !node.data.empty() && node.data.size() % dimensions == 0;
 }
 
-// Whether the node's members tell all of an attribute.
+bool tells_times(const SrNode& node) {
+  return node.type >= SRH_TCOORD_D && node.type <= SRH_TCOORD_R && !node.data.empty() &&
+         sr_term(node.type, node.graphic) >= 0;
+}
+
+// Whether the node's members tell all of an attribute. What makes the value of a node goes together: all of
+// it is told, or none.
 bool is_told(const SrNode& node, uint32_t tag, int32_t count) {
   switch (tag) {
     case 0x0040A730:  // the nodes below
@@ -109,15 +115,15 @@ bool is_told(const SrNode& node, uint32_t tag, int32_t count) {
     case 0x0040A043:
       return tells_code(node, tag, node.concept_name);
     case 0x0040A504:
-      return node.type == SRH_CONTAINER && tells_template(node);
+      return node.type == SRH_CONTAINER && sr_term(node.type, node.graphic) >= 0 && tells_template(node);
     case 0x0040A050:
-      return node.type == SRH_CONTAINER && !node.graphic.empty();
+      return node.type == SRH_CONTAINER && sr_term(node.type, node.graphic) >= 0;
     case 0x0040A168:
       return node.type == SRH_CODE && tells_code(node, tag, node.code);
     case 0x0040A300:
       return node.type == SRH_NUM && tells_number(node);
     case 0x0040A301:
-      return node.type == SRH_NUM && tells_code(node, tag, node.qualifier);
+      return node.type == SRH_NUM && tells_number(node) && tells_code(node, tag, node.qualifier);
     case 0x00700022:
     case 0x00700023:
       return (node.type == SRH_SCOORD && is_whole_region(node, 2)) ||
@@ -125,11 +131,11 @@ bool is_told(const SrNode& node, uint32_t tag, int32_t count) {
     case 0x30060024:
       return node.type == SRH_SCOORD3D && is_whole_region(node, 3) && !node.frame_of_reference.empty();
     case 0x0040A130:
-      return node.type >= SRH_TCOORD_D && node.type <= SRH_TCOORD_R && !node.graphic.empty();
+      return tells_times(node);
     case 0x0040A13A:
     case 0x0040A138:
     case 0x0040A132:
-      return !node.data.empty() && !node.graphic.empty() && node.type == sr_times_type(tag);
+      return tells_times(node) && node.type == sr_times_type(tag);
     case 0x00081199:
       return node.type >= SRH_COMPOSITE && node.type <= SRH_WAVEFORM && tells_object(node);
     case 0x0040DB73:
@@ -151,24 +157,32 @@ json_t* to_json(int32_t object, int32_t options) {
 }
 
 void append_more(std::string& out, const SrNode& node, bool head) {
+  struct Attribute {
+    uint32_t tag;
+    VX_VR vr;
+    int32_t count;
+  };
+  std::vector<Attribute> all;  // first: a look at one attribute moves the walk
+  for_each_attribute(node.id, [&](uint32_t tag, VX_VR vr, int32_t count) {
+    if (tag > 0x0002FFFF && !(head && is_head_text(tag, vr))) all.push_back({tag, vr, count});
+  });
   std::vector<uint32_t> tags;
   std::vector<uint32_t> sequences;
-  for_each_attribute(node.id, [&](uint32_t tag, VX_VR vr, int32_t count) {
-    const bool in_head = head && is_head_text(tag, vr);
-    if (tag <= 0x0002FFFF || in_head || is_told(node, tag, count)) return;
-    (vr == VX_VR_SQ ? sequences : tags).push_back(tag);
-  });
+  for (const Attribute& attribute : all) {
+    if (is_told(node, attribute.tag, attribute.count)) continue;
+    (attribute.vr == VX_VR_SQ ? sequences : tags).push_back(attribute.tag);
+  }
   if (tags.empty() && sequences.empty()) return;
   constexpr int32_t kAll = VX_JSON_STANDARD | VX_JSON_INCLUDE_BULK | VX_JSON_INCLUDE_PIXEL_DATA;
   json_t* more = json_object();
   char key[12];
   if (!tags.empty()) {
-    json_t* all = to_json(node.id, kAll | VX_JSON_EXCLUDE_SEQUENCES);
+    json_t* texts = to_json(node.id, kAll | VX_JSON_EXCLUDE_SEQUENCES);
     for (const uint32_t tag : tags) {
       std::snprintf(key, sizeof key, "%08X", static_cast<unsigned>(tag));
-      json_object_set(more, key, json_object_get(all, key));
+      json_object_set(more, key, json_object_get(texts, key));
     }
-    json_decref(all);
+    json_decref(texts);
   }
   for (const uint32_t tag : sequences) {
     std::snprintf(key, sizeof key, "%08X", static_cast<unsigned>(tag));
