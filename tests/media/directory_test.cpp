@@ -254,6 +254,8 @@ TEST_F(Directory, RecordsThatOthersReferTo) {
   EXPECT_EQ(VX_Dir_Reference_MRDR(dir_, image_3_, patient_2_), VX_INVALID_MRDR_ID);
   EXPECT_EQ(VX_Dir_Reference_MRDR(dir_, mrdr, mrdr), VX_INVALID_ITEM_ID);
   EXPECT_EQ(reference(mrdr, 0x00041600), 2);
+  EXPECT_NE(VX_Dir_Add_Entity(dir_, mrdr, "DIR_REC_PRIVATE", &patients_.entity, &other),
+            VX_NORMAL_COMPLETION);
   EXPECT_EQ(VX_Dir_Reference_MRDR(dir_, image_3_, mrdr), VX_NORMAL_COMPLETION);
   EXPECT_EQ(reference(mrdr, 0x00041600), 2) << "the same again";
   // Another one takes over the only reference of the first.
@@ -278,19 +280,32 @@ TEST_P(Sorting, ByTypeAndValues) {
   add(images_.entity, "DIR_REC_PRIVATE");
   const int32_t dose = add(images_.entity, "DIR_REC_RT_DOSE");
   VX_Set_Value_From_String(dose, 0x00200013, "1");
+  // By modality, whatever its case, then by number; what lacks a value goes behind.
+  const char* series[][2] = {{"MR", "1"}, {"CT", "10"}, {"ct", "2"}, {nullptr, "0"}, {"CT", nullptr}};
+  std::vector<int32_t> others;
+  for (const auto& [modality, number] : series) {
+    const int32_t record = add(series_.entity, "DIR_REC_SERIES");
+    if (modality != nullptr) VX_Set_Value_From_String(record, 0x00080060, modality);
+    if (number != nullptr) VX_Set_Value_From_String(record, 0x00200011, number);
+    others.push_back(record);
+    if (GetParam()) VX_Dir_Stream_Directory_Record(dir_, record);
+  }
   const vx::MsgObj& packed = *vx::find_object(images_.record);
   for (const int32_t record : {patients_.record, patient_2_, images_.record, image_2_, image_3_, dose}) {
     if (GetParam()) VX_Dir_Stream_Directory_Record(dir_, record);
   }
   EXPECT_EQ(VX_Dir_Sort(dir_), VX_NORMAL_COMPLETION);
   EXPECT_EQ(vx::saved_data(packed) != nullptr, GetParam()) << "sorting unpacks nothing";
-  const char* sorted = "PATIENT Alpha,PATIENT Zeta(STUDY(SERIES(IMAGE 2,IMAGE 10,IMAGE,RT_DOSE 1,PRIVATE)))";
+  const char* sorted =
+      "PATIENT Alpha,PATIENT Zeta(STUDY(SERIES,SERIES,SERIES,SERIES,SERIES,"
+      "SERIES(IMAGE 2,IMAGE 10,IMAGE,RT_DOSE 1,PRIVATE)))";
   EXPECT_EQ(tree(dir_), sorted);
   EXPECT_EQ(reference(dir_, 0x00041200), patient_2_);
   EXPECT_EQ(reference(dir_, 0x00041202), patients_.record);
   // The sequence has the order of a walk.
   int32_t id = 0;
-  const int32_t expected[] = {patient_2_, patients_.record, studies_.record, series_.record, image_2_};
+  const int32_t expected[] = {patient_2_, patients_.record, studies_.record, others[2],      others[1],
+                              others[4],  others[0],        others[3],       series_.record, image_2_};
   for (std::size_t i = 0; i < std::size(expected); ++i) {
     i == 0 ? VX_Get_Value_To_Int(dir_, 0x00041220, &id) : VX_Get_Next_Value_To_Int(dir_, 0x00041220, &id);
     EXPECT_EQ(id, expected[i]) << i;

@@ -542,6 +542,88 @@ TEST_F(Handler, WhatStandsInTheWayOfAnUpdate) {
   VX_Free_File(&other);
 }
 
+// Files that lack something: what can be done without is, the rest stops an update before it changes
+// anything.
+TEST_F(Handler, FilesThatLackElements) {
+  struct Case {
+    const char* what;
+    uint32_t tag;   // takes another number, so that nothing moves
+    bool last;      // the last of its kind, not the first
+    int32_t depth;  // of the parent that a record is added to
+    VX_STATUS open;
+    VX_STATUS update;
+  };
+  constexpr VX_STATUS kOk = VX_NORMAL_COMPLETION;
+  const Case cases[] = {
+      {"last of the root", 0x00041202, false, 0, kOk, kOk},
+      {"first of the root", 0x00041200, false, 0, VX_INVALID_FILE, kOk},
+      {"next of the last patient", 0x00041400, true, 0, kOk, VX_INVALID_FILE},
+      {"lower of the last patient", 0x00041420, true, 1, kOk, VX_INVALID_FILE},
+      {"in use", 0x00041410, true, 0, kOk, kOk},
+  };
+  build();
+  const std::string good = bytes();
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    char head[4];
+    vx::store_tag(head, c.tag, false);
+    std::string bad = good;
+    const std::string tag(head, 4);
+    ++bad[(c.last ? bad.rfind(tag) : bad.find(tag)) + 2];
+    folder().write("DICOMDIR", bad);
+    int32_t id = open(c.open);
+    if (id < 0) continue;
+    int32_t parent = id;
+    if (c.depth > 0) {
+      for (int32_t record = first(id); record != 0; record = next(record)) parent = record;
+    }
+    add(parent, nullptr, "D");
+    const std::string expected = tree(id);
+    EXPECT_EQ(VX_DDH_Update(id), c.update);
+    EXPECT_EQ(bytes() == bad, c.update != kOk);
+    EXPECT_FALSE(journal_left());
+    EXPECT_EQ(tree(id), expected);
+    VX_Free_File(&id);
+    id = open();
+    EXPECT_EQ(tree(id), c.update == kOk ? expected : kTree);
+    VX_Free_File(&id);
+  }
+  // Without its delimiter a sequence ends with the file.
+  set_bool(VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ_IN_DICOMDIR, true);
+  std::filesystem::remove(path_);
+  build();
+  folder().write("DICOMDIR", bytes().substr(0, bytes().size() - 8));
+  int32_t id = open();
+  add(id, "PATIENT", "D");
+  EXPECT_EQ(VX_DDH_Update(id), kOk);
+  EXPECT_EQ(whole(), std::string(kTree) + ",PATIENT D");
+  EXPECT_TRUE(has_log("No Sequence Delimiter Element found in DICOMDIR"));
+  VX_Free_File(&id);
+}
+
+// Offsets have 32 bits: a directory that would grow beyond them stays as it is.
+TEST_F(Handler, NoGrowthBeyondFourGibibytes) {
+  build();
+  std::string head = bytes();
+  constexpr uint64_t kSize = 0xFFFFFFD0U;
+  const std::size_t length = head.find(std::string("\4\0\x20\x12SQ", 6)) + 8;
+  vx::store32(head.data() + length, static_cast<uint32_t>(kSize - length - 4), false);
+  folder().write("DICOMDIR", head);
+  std::filesystem::resize_file(path_, kSize);
+  int32_t id = open();
+  add(id, "PATIENT", "D");
+  EXPECT_EQ(VX_DDH_Update(id), VX_VALUE_TOO_LARGE);
+  EXPECT_EQ(std::filesystem::file_size(path_), kSize);
+  EXPECT_FALSE(journal_left());
+  // What needs no room can be done.
+  VX_DDH_Delete_Record(next(next(next(first(id)))));
+  VX_DDH_Delete_Record(first(id));
+  EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(tree(id), "PATIENT B,PATIENT C");
+  EXPECT_EQ(std::filesystem::file_size(path_), kSize);
+  VX_Free_File(&id);
+}
+
 int32_t count_record(int32_t, void* user) {
   ++*static_cast<int*>(user);
   return 0;
