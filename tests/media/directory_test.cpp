@@ -325,6 +325,21 @@ TEST_F(Directory, MoreEntitiesThanTheCounterHas) {
   EXPECT_EQ(total(dir_), 64001);
 }
 
+TEST_F(Directory, AsDeepAsItIsLong) {
+  constexpr int kLevels = 40000;
+  int32_t parent = 0;
+  for (int level = 0; level < kLevels; ++level) parent = add_entity(parent, "DIR_REC_PRIVATE").record;
+  EXPECT_EQ(VX_Dir_Sort(dir_), VX_NORMAL_COMPLETION);
+  int32_t again = read(write(dir_));
+  EXPECT_EQ(total(again), kLevels);
+  int32_t count = 0;
+  const int32_t top = reference(again, 0x00041200);
+  EXPECT_EQ(VX_Dir_Item_Count(again, top, &count), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(count, kLevels);
+  EXPECT_EQ(VX_Dir_Delete_Record(again, top), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(total(again), 0);
+}
+
 // --- Directories that lie ---
 
 // Puts an offset into a directory's bytes: that of `target`'s item, found by its place in the sequence.

@@ -753,6 +753,19 @@ TEST_F(Handler, OffsetsThatLeadAstray) {
   VX_Free_File(&id);
 }
 
+TEST_F(Handler, AThousandLevels) {
+  int32_t id = create();
+  int32_t parent = id;
+  for (int level = 0; level < 1000; ++level) parent = add(parent, "PRIVATE");
+  EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+  VX_Free_File(&id);
+  id = open();
+  int count = 0;
+  EXPECT_EQ(VX_DDH_Traverse_Records(id, &count, &count_record), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(count, 1000);
+  VX_Free_File(&id);
+}
+
 TEST_F(Handler, FilesThatAreNone) {
   int32_t id = -1;
   EXPECT_EQ(VX_DDH_Open(folder().path("nothing").c_str(), &id), VX_CALLBACK_CANNOT_COMPLY);

@@ -1,9 +1,11 @@
 // The network capture: the files of the library, and an application's own table.
 #include <arpa/inet.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -144,17 +146,26 @@ TEST_F(Capture, AConnectionIsDrawnWithRightNumbersAndSums) {
 }
 
 TEST_F(Capture, TheRotationEndsOrBeginsAnew) {
-  settings(100, 3, false);
-  for (int i = 0; i < 4; ++i) {
+  // Numbers go on where an earlier capture of the process ended: a ring of 3 comes to its end within 3.
+  settings(100, 3, true);
+  const std::string third = path("net003.cap");
+  for (int i = 0; i < 3 && !fs::exists(third); ++i) close(open());
+  ASSERT_TRUE(fs::exists(third));
+  set_bool(VX_CFG_REWRITE_CAPTURE_FILES, false);
+  set_int(VX_CFG_NUMBER_OF_CAP_FILES, 6);
+  for (int i = 0; i < 5; ++i) {
     void* stream = open();
     EXPECT_EQ(say(stream, 1, std::string(1, static_cast<char>('a' + i))), 0);
     close(stream);
   }
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(folder().path("."))) {
-    if (entry.path().extension() == ".cap") names.push_back(entry.path().filename());
+  for (int number = 4; number <= 6; ++number) {
+    const std::vector<Packet> all = packets(path(("net00" + std::to_string(number) + ".cap").c_str()));
+    ASSERT_EQ(all.size(), 8U) << number;
+    EXPECT_EQ(all[3].data, std::string(1, static_cast<char>('a' + number - 4)));
   }
-  EXPECT_LE(names.size(), 3U);  // numbers go on where an earlier capture of the process ended
+  EXPECT_FALSE(fs::exists(path("net007.cap")));
+  EXPECT_TRUE(config_bool(VX_CFG_NETWORK_CAPTURE)) << "what goes unrecorded does not end the capture";
+  set_int(VX_CFG_NUMBER_OF_CAP_FILES, 3);
   // With the key on the next ones begin anew, while a connection that is open keeps its file.
   set_bool(VX_CFG_REWRITE_CAPTURE_FILES, true);
   void* live = open();
@@ -201,6 +212,43 @@ TEST_F(Capture, ALimitKeepsWhatIsThereAndALinkIsNotFollowed) {
   close(open());
   EXPECT_TRUE(has_log("Unable to open"));
   EXPECT_EQ(slurp(path("victim")), "precious");
+}
+
+TEST_F(Capture, WhatIsPassedOverAndWhatEndsTheCapture) {
+  settings(0, 1, true);
+  sockaddr_in6 sides[2] = {};
+  for (sockaddr_in6& side : sides) side.sin6_family = AF_INET6;
+  const auto* one = reinterpret_cast<const sockaddr*>(&sides[0]);
+  const auto* two = reinterpret_cast<const sockaddr*>(&sides[1]);
+  const NetworkCaptureCallbacks& table = capture_files();
+  void* stream = table.OpenStream(nullptr, one, two);
+  EXPECT_EQ(table.ConnectionOpened(nullptr, stream, one, two), 0);
+  EXPECT_EQ(table.DataSent(nullptr, stream, two, one, "text", 4), 0);
+  EXPECT_EQ(table.ConnectionClosing(nullptr, stream, one, two), 0);
+  table.CloseStream(nullptr, stream);
+  table.CloseStream(nullptr, nullptr);
+  EXPECT_FALSE(fs::exists(path("net.cap")));
+  // A stream that there is not, a length that can not be: failures, which end the capture.
+  EXPECT_EQ(table.ConnectionOpened(nullptr, nullptr, address(1), address(2)), 1);
+  stream = open();
+  EXPECT_EQ(table.DataSent(nullptr, stream, address(1), address(2), "text", -1), 1);
+  EXPECT_EQ(say(stream, 1, "unheard"), 0);
+  close(stream);
+  EXPECT_EQ(packets(path("net.cap")).size(), 3U);
+  EXPECT_TRUE(has_log("Invalid data length parm: -1"));
+  // A full disk keeps the last whole record.
+  set_text(VX_CFG_CAPTURE_FILE, path("full.cap"));
+  stream = open();
+  rlimit old{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
+  const rlimit tight{128 + 3 * 82 + 90, old.rlim_max};
+  ::signal(SIGXFSZ, SIG_IGN);
+  ::setrlimit(RLIMIT_FSIZE, &tight);
+  EXPECT_EQ(say(stream, 1, std::string(100, 'x')), 1);
+  ::setrlimit(RLIMIT_FSIZE, &old);
+  ::signal(SIGXFSZ, SIG_DFL);
+  close(stream);
+  EXPECT_EQ(packets(path("full.cap")).size(), 3U);
 }
 
 // --- Through the transport ---
