@@ -9,6 +9,7 @@ import ctypes
 import json
 import os
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
@@ -161,6 +162,38 @@ def samples():
         check("sample %s: status" % name, (status, shown.returncode) == ((4045, 1) if cut else (1, 0)), shown.stderr)
         check("sample " + name, [row[:3] for row in listed(path)] == found == places,
               "%d of %d, status %d" % (len(found), len(places), status))
+
+
+def samples_in_place(folder):
+    for name in ("DICOMDIR", "DICOMDIR-implicit", "DICOMDIR-reordered"):
+        path = os.path.join(folder, name)
+        shutil.copy(os.path.join(SAMPLES, name), path)
+        in_place(path, name)
+
+
+def on_many_ways(folder):
+    """Both records of each of 40 levels lead to the two of the next: that would be 2 to the 41 lines."""
+    element = lambda number, vr, value: struct.pack("<HH2sH", 4, number, vr, len(value)) + value
+    offset = lambda number, value: element(number, b"UL", struct.pack("<I", value))
+    with open(os.path.join(SAMPLES, "DICOMDIR-empty.dcm"), "rb") as file:
+        head = file.read()
+    head = head[:head.index(b"\4\0\0\x12UL")]
+    size, first, levels = 66, len(head) + 12 + 12 + 10 + 12, 40
+    records = b""
+    for level in range(levels):
+        for right in (0, 1):
+            below = first + 2 * (level + 1) * size if level + 1 < levels else 0
+            body = (offset(0x1400, 0 if right else first + (2 * level + 1) * size) + element(0x1410, b"US", b"\xff\xff") +
+                    offset(0x1420, below) + element(0x1430, b"CS", b"PRIVATE ") + element(0x1432, b"UI", b""))
+            records += b"\xfe\xff\0\xe0" + struct.pack("<I", len(body)) + body
+    assert len(records) == 2 * levels * size
+    path = os.path.join(folder, "DICOMDIR")
+    with open(path, "wb") as file:
+        file.write(head + offset(0x1200, first) + offset(0x1202, first + size) + element(0x1212, b"US", b"\0\0") +
+                   struct.pack("<HH2sHI", 4, 0x1220, b"SQ", 0, len(records)) + records)
+    for action in ("list", "check"):
+        shown = run(VEXAL, "dir", action, path)
+        check("many ways: %s comes to an end" % action, shown.returncode == 1 and len(shown.stdout) < 1 << 20, shown.stderr[-300:])
 
 
 def file_set(folder):
@@ -322,7 +355,7 @@ def in_place(directory, name):
 
 os.environ["VEXAL_LOG"] = "/dev/null"
 samples()
-for part in (made_by_others, made_by_vexal, on_a_disc):
+for part in (samples_in_place, on_many_ways, made_by_others, made_by_vexal, on_a_disc):
     with tempfile.TemporaryDirectory() as scratch:
         part(scratch)
 print("%d failures" % len(failures))

@@ -635,13 +635,26 @@ void print_record(int32_t id, int depth, const std::string& type, bool json) {
   std::printf("%s}\n", line.c_str());
 }
 
-// Record by record from the disk: a directory of any size takes little memory.
-VX_STATUS list_below(int32_t parent, int depth, bool json) {
+// Record by record from the disk: a directory of any size takes little memory. No more records than the file
+// has room for: where offsets lead to one on many ways, there would be no end.
+class Listing {
+ public:
+  Listing(uintmax_t file_size, bool json) : left_(file_size / kLeastRecord), json_(json) {}
+  VX_STATUS below(int32_t parent, int depth);
+
+ private:
+  static constexpr uintmax_t kLeastRecord = 16;
+  uintmax_t left_;
+  const bool json_;
+};
+
+VX_STATUS Listing::below(int32_t parent, int depth) {
   int32_t id = 0;
   VX_STATUS status = VX_DDH_Get_First_Lower_Record(parent, &id);
   while (status == VX_NORMAL_COMPLETION && id != 0) {
-    print_record(id, depth, text_of(id, kRecordType), json);
-    status = list_below(id, depth + 1, json);
+    if (left_-- == 0) return VX_INVALID_DIRECTORY_RECORD_OFFSET;
+    print_record(id, depth, text_of(id, kRecordType), json_);
+    status = below(id, depth + 1);
     if (status != VX_NORMAL_COMPLETION) break;
     int32_t next = 0;
     status = VX_DDH_Get_Next_Record(id, &next);
@@ -661,7 +674,9 @@ int list(const Args& args, const std::string& path) {
     status = VX_DDH_Open(path.c_str(), &id);
   }
   if (status == VX_NORMAL_COMPLETION) {
-    status = list_below(id, 0, json);
+    std::error_code error;
+    const uintmax_t size = fs::file_size(path, error);
+    status = Listing(error ? 0 : size, json).below(id, 0);
     VX_Free_File(&id);
     if (status == VX_NORMAL_COMPLETION) return kSuccess;
     report(path, VX_Error_Message(status));
