@@ -1,6 +1,7 @@
 #include "recode.h"
 
 #include <malloc.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <atomic>
@@ -84,6 +85,8 @@ constexpr uint32_t kImageTags[] = {0x00080008, 0x00082111, 0x00280002, 0x0028000
 constexpr uint32_t kLossyTag = 0x00282110;
 constexpr uint32_t kRatioTag = 0x00282112;
 constexpr uint32_t kMethodTag = 0x00282114;
+// A transfer syntax that the library does not know; the frames of most segmentations fit it well.
+constexpr char kDeflatedFrames[] = "1.2.840.10008.1.2.8.1";
 // Tables of encapsulated data that are made for one form of it.
 constexpr uint32_t kFormTags[] = {0x7FE00001, 0x7FE00002, 0x7FE00003};
 
@@ -96,6 +99,22 @@ uint64_t number(const std::string& text) {
 VX_STATUS append(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
   if (size != 0) static_cast<std::string*>(user)->append(static_cast<const char*>(data), size);
   return VX_NORMAL_COMPLETION;
+}
+
+// A raw deflate stream (RFC 1951) that gives so many bytes, and perhaps one of padding.
+std::string inflate_frame(const std::string& packed, std::size_t bytes, std::string& frame) {
+  z_stream stream{};
+  if (::inflateInit2(&stream, -MAX_WBITS) != Z_OK) return "out of memory";
+  frame.resize(bytes + 1);
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(packed.data()));
+  stream.avail_in = static_cast<uInt>(packed.size());
+  stream.next_out = reinterpret_cast<Bytef*>(frame.data());
+  stream.avail_out = static_cast<uInt>(frame.size());
+  const int status = ::inflate(&stream, Z_FINISH);
+  ::inflateEnd(&stream);
+  if (stream.total_out < bytes) return "its deflated data is broken or too short";
+  frame.resize(bytes);
+  return status == Z_STREAM_END ? "" : "its deflated data is broken or too long";
 }
 
 // Converts frames one after the other, each as an object of its own; one for each thread.
@@ -119,6 +138,7 @@ class FrameWorker {
 
   // The frame in its new form, without padding of a raw one. An error text, empty on success.
   std::string convert(uint32_t frame, std::string& out) {
+    if (form_.inflates && !form_.compresses()) return take_raw(frame, out);
     if (std::string problem = take(frame); !problem.empty()) return problem;
     free_result();
     VX_STATUS status =
@@ -137,9 +157,16 @@ class FrameWorker {
   }
 
  private:
+  std::string take_raw(uint32_t frame, std::string& raw) {
+    raw.clear();
+    if (!form_.inflates) return source_.read(frame, raw);
+    std::string packed;
+    std::string problem = source_.read(frame, packed);
+    return problem.empty() ? inflate_frame(packed, (form_.image_bits() + 7) / 8, raw) : problem;
+  }
   std::string take(uint32_t frame) {
     if (!form_.decompresses()) {
-      std::string problem = source_.read(frame, in_);
+      std::string problem = take_raw(frame, in_);
       if (in_.size() % 2 != 0) in_.push_back('\0');
       return problem.empty() ? put() : problem;
     }
@@ -321,6 +348,13 @@ void FrameForm::read(int32_t object) {
   }
 }
 
+uint64_t FrameForm::image_bits() const {
+  // Two pixels share their colour where that is not yet compressed (PS3.3 section C.7.6.3.1.2).
+  const bool packed = !decompresses() && text(0x00280004).starts_with("YBR_FULL_422");
+  return number(text(0x00280010)) * number(text(0x00280011)) * (packed ? 2 : number(text(0x00280002))) *
+         number(text(0x00280100));
+}
+
 std::string FrameForm::text(uint32_t tag) const {
   for (const auto& [known, text] : attributes) {
     if (known == tag) return text;
@@ -379,8 +413,9 @@ std::string RecodedPixels::attach(DicomFile& file, VX_TRANSFER_SYNTAX target, un
   form_.to = target;
   threads_ = threads;
   path_ = file.path();
+  const std::string uid = uid_of_syntax(form_.from);
+  form_.inflates = uid == kDeflatedFrames;
   if (form_.decompresses() && !can_decompress(form_.from)) {
-    const std::string uid = uid_of_syntax(form_.from);
     return "its pixel data is compressed in a way that this program can not undo" +
            (uid.empty() ? "; its transfer syntax is not known" : ": " + uid);
   }
@@ -406,6 +441,7 @@ std::string RecodedPixels::convert_first() {
   const std::string problem = worker.convert(0, first_frame_);
   if (!problem.empty()) return source_.count() == 1 ? problem : "frame 1: " + problem;
   for (const uint32_t tag : kImageTags) {
+    if (worker.result() < 0) break;
     const std::string text = all_text_of(worker.result(), tag);
     if (text != form_.text(tag)) changes_.emplace_back(tag, text);
   }
@@ -417,11 +453,9 @@ std::string RecodedPixels::convert_first() {
 bool RecodedPixels::fits_late_table() const {
   int32_t buffer = 0;
   VX_Get_Int_Config_Value(VX_CFG_WORK_BUFFER_SIZE, &buffer);
-  const uint64_t raw = number(form_.text(0x00280010)) * number(form_.text(0x00280011)) *
-                       number(form_.text(0x00280002)) * (number(form_.text(0x00280100)) / 8);
   return form_.compresses() && !is_lossy(form_.to) && source_.count() > 1 &&
          first_frame_.size() > std::max(65536U, static_cast<uint32_t>(buffer)) &&
-         raw * source_.count() < (uint64_t{1} << 31);
+         form_.image_bits() / 8 * source_.count() < (uint64_t{1} << 31);
 }
 
 std::string RecodedPixels::convert_all() {
@@ -460,10 +494,7 @@ std::string RecodedPixels::store(const std::string& frame) {
 std::string RecodedPixels::bring_in_line(DicomFile& file) {
   const int32_t id = file.id();
   const uint64_t bits = number(form_.text(0x00280100));
-  const bool packed = !form_.decompresses() && form_.text(0x00280004).starts_with("YBR_FULL_422");
-  const uint64_t samples = packed ? 2 : number(form_.text(0x00280002));
-  const uint64_t image_bits =
-      number(form_.text(0x00280010)) * number(form_.text(0x00280011)) * samples * bits;
+  const uint64_t image_bits = form_.image_bits();
   if (!form_.compresses()) {
     if (bits == 1 && image_bits % 8 != 0 && source_.count() > 1)
       return "its frames of single bits do not end at a byte, which this program can not join";

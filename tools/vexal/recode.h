@@ -34,7 +34,9 @@ struct FrameForm {
   std::vector<std::pair<uint32_t, std::string>> attributes;
   void read(int32_t object);
   std::string text(uint32_t tag) const;  // of an attribute, "" if it is not there
-  bool decompresses() const { return !is_uncompressed(from); }
+  uint64_t image_bits() const;           // of a frame without compression
+  bool inflates = false;                 // frames are deflated, each on its own (PS3.5 section 10.20)
+  bool decompresses() const { return !is_uncompressed(from) && !inflates; }
   bool compresses() const { return !is_uncompressed(to); }
 };
 class FrameConveyor;
