@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <thread>
 
 #include "network.h"
@@ -90,6 +91,8 @@ constexpr char kDeflatedFrames[] = "1.2.840.10008.1.2.8.1";
 // Tables of encapsulated data that are made for one form of it.
 constexpr uint32_t kFormTags[] = {0x7FE00001, 0x7FE00002, 0x7FE00003};
 
+constexpr char kNoMemory[] = "there is not enough memory";
+constexpr uint64_t kMostFrameBits = uint64_t{1} << 34;
 constexpr char kOtherSize[] = "a frame has another size than the first";
 
 uint64_t number(const std::string& text) {
@@ -137,7 +140,7 @@ class FrameWorker {
   FrameWorker& operator=(const FrameWorker&) = delete;
 
   // The frame in its new form, without padding of a raw one. An error text, empty on success.
-  std::string convert(uint32_t frame, std::string& out) {
+  std::string convert(uint32_t frame, std::string& out) try {
     if (form_.inflates && !form_.compresses()) return take_raw(frame, out);
     if (std::string problem = take(frame); !problem.empty()) return problem;
     free_result();
@@ -148,6 +151,8 @@ class FrameWorker {
     out.clear();
     if (status == VX_NORMAL_COMPLETION) status = VX_Get_Frame_To_Function(result_, 0, &out, append);
     return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
+  } catch (const std::bad_alloc&) {
+    return kNoMemory;
   }
   // The object with the last frame.
   int32_t result() const { return result_; }
@@ -160,6 +165,7 @@ class FrameWorker {
   std::string take_raw(uint32_t frame, std::string& raw) {
     raw.clear();
     if (!form_.inflates) return source_.read(frame, raw);
+    if (form_.image_bits() > kMostFrameBits) return "its frames are beyond 2 GiB";
     std::string packed;
     std::string problem = source_.read(frame, packed);
     return problem.empty() ? inflate_frame(packed, (form_.image_bits() + 7) / 8, raw) : problem;
@@ -351,8 +357,8 @@ void FrameForm::read(int32_t object) {
 uint64_t FrameForm::image_bits() const {
   // Two pixels share their colour where that is not yet compressed (PS3.3 section C.7.6.3.1.2).
   const bool packed = !decompresses() && text(0x00280004).starts_with("YBR_FULL_422");
-  return number(text(0x00280010)) * number(text(0x00280011)) * (packed ? 2 : number(text(0x00280002))) *
-         number(text(0x00280100));
+  const auto value = [this](uint32_t tag) { return std::min<uint64_t>(number(text(tag)), UINT16_MAX); };
+  return value(0x00280010) * value(0x00280011) * (packed ? 2 : value(0x00280002)) * value(0x00280100);
 }
 
 std::string FrameForm::text(uint32_t tag) const {
@@ -407,7 +413,8 @@ bool RecodedPixels::needed(const DicomFile& file, VX_TRANSFER_SYNTAX target) {
          file.syntax() != target && !(is_uncompressed(file.syntax()) && is_uncompressed(target));
 }
 
-std::string RecodedPixels::attach(DicomFile& file, VX_TRANSFER_SYNTAX target, unsigned threads, When when) {
+std::string RecodedPixels::attach(DicomFile& file, VX_TRANSFER_SYNTAX target, unsigned threads,
+                                  When when) try {
   VX_Set_Bool_Config_Value(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE, 1);
   form_.from = file.syntax();
   form_.to = target;
@@ -433,6 +440,8 @@ std::string RecodedPixels::attach(DicomFile& file, VX_TRANSFER_SYNTAX target, un
     if (std::string problem = convert_all(); !problem.empty()) return problem;
   }
   return bring_in_line(file);
+} catch (const std::bad_alloc&) {
+  return kNoMemory;
 }
 
 // What the codecs change in its object holds for the whole.
