@@ -1,6 +1,8 @@
 // Directories from hostile bytes: read whole, changed and written; read record by record, changed in place.
 // The first byte chooses what is done.
+#include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -104,14 +106,37 @@ int32_t step(int32_t record, void* user) {
   return choice == 6 ? 2 : choice == 7 ? 1 : 0;
 }
 
+bool write(const std::string& path, std::string_view bytes) {
+  std::FILE* file = std::fopen(path.c_str(), "wb");
+  if (file == nullptr) return false;
+  std::fwrite(bytes.data(), 1, bytes.size(), file);
+  return std::fclose(file) == 0;
+}
+
+// The last bytes, as many as the very last one tells, become a journal that is whole by its sum. It never
+// makes the file larger than both are.
+void undo_first(const std::string& path, std::string_view& bytes) {
+  const auto wanted = static_cast<uint8_t>(bytes.back());
+  bytes.remove_suffix(1);
+  const std::size_t length = std::min<std::size_t>(bytes.size(), wanted);
+  std::string journal = "VXJ1" + std::string(bytes.substr(bytes.size() - length));
+  bytes.remove_suffix(length);
+  const auto sum =
+      static_cast<uint32_t>(crc32_z(0, reinterpret_cast<const Bytef*>(journal.data()), journal.size()));
+  for (int i = 0; i < 4; ++i) journal += static_cast<char>(sum >> (8 * i));
+  write(path + ".vxj", journal);
+}
+
 void in_place(std::string_view bytes, int way) {
   const std::string path = "/dev/shm/fuzz_directory." + std::to_string(getpid());
-  std::FILE* file = std::fopen(path.c_str(), "wb");
-  if (file == nullptr) return;
-  std::fwrite(bytes.data(), 1, bytes.size(), file);
-  std::fclose(file);
+  const std::size_t most = bytes.size();
+  if ((way & 0x40) != 0 && !bytes.empty()) undo_first(path, bytes);
+  if (!write(path, bytes)) return;
   int32_t dir = -1;
-  if (VX_DDH_Open(path.c_str(), &dir) == VX_NORMAL_COMPLETION) {
+  struct stat state {};
+  const VX_STATUS opened = VX_DDH_Open(path.c_str(), &dir);
+  if (stat(path.c_str(), &state) != 0 || static_cast<std::size_t>(state.st_size) > most) __builtin_trap();
+  if (opened == VX_NORMAL_COMPLETION) {
     Steps steps{static_cast<uint32_t>(way), bytes.size() / 16 + 4096};
     VX_DDH_Traverse_Records(dir, &steps, &step);
     int32_t record = 0;
@@ -123,6 +148,7 @@ void in_place(std::string_view bytes, int way) {
     VX_Free_File(&dir);
   }
   unlink(path.c_str());
+  unlink((path + ".vxj").c_str());
 }
 
 }  // namespace

@@ -95,7 +95,7 @@ bool Journal::decode(const std::string& bytes) {
     if (end - at < 16) return false;
     const uint64_t offset = number_at(bytes, at);
     const uint64_t length = number_at(bytes, at + 8);
-    if (length > end - at - 16 || offset > size_ || length > size_ - offset) return false;
+    if (length > end - at - 16 || offset > reach || length > size_ - std::min(size_, offset)) return false;
     pieces_.push_back({offset, bytes.substr(at + 16, length)});
     reach = std::max(reach, offset + length);
     at += 16 + length;
