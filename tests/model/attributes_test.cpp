@@ -145,6 +145,16 @@ TEST_F(Attributes, ARandomSessionAgreesWithAMap) {
   EXPECT_NE(object().Index, nullptr);
 }
 
+// Behind the last tag there is none, and the first is not near it.
+TEST_F(Attributes, TheFirstTagFromTheLast) {
+  VX_Add_Standard_Attribute(id, 0x00100010);
+  for (uint32_t t : {0xFFFFFFE9U, 0xFFFFFFFEU}) VX_Add_Nonstandard_Attribute(id, t, VX_VR_LO);
+  ASSERT_EQ(VX_Get_Attribute_Info(id, 0xFFFFFFE9, nullptr, nullptr), VX_NORMAL_COMPLETION);
+  const vx::TagObj* first = vx::lower_bound_tag(object(), 0);
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(first->Tag, 0x00100010U);
+}
+
 TEST_F(Attributes, IterationEndsAndStaysThere) {
   uint32_t tag = 0;
   EXPECT_EQ(VX_Get_Next_Attribute(id, &tag, nullptr, nullptr), VX_MESSAGE_EMPTY);
