@@ -3279,8 +3279,10 @@ typedef enum {
  * own: numbers are strings, a null value among others is an empty string, and <, >, &, quotes and control
  * characters in texts are written as XML references. With VX_JSON_STANDARD numbers are JSON numbers (IS and
  * DS where the number reads back as the same text), null values are null, texts are as they are, groups 0000
- * and 0002 are left out, and so is encapsulated Pixel Data, which has no inline form. Text in ISO_IR 192 is
- * passed on; bytes of other character sets become the code points of the same value. UN is always written.
+ * and 0002 are left out, and so is encapsulated Pixel Data, which has no inline form. Text is UTF-8; without
+ * VX_Enable_Unicode_Conversion, bytes of other character sets than ISO_IR 192 become the code points of the
+ * same value. UN is always written. Only where values are held by callbacks or on temporary files does the
+ * text lie in memory as a whole before it goes out.
  * VX_INVALID_MESSAGE_ID; VX_MESSAGE_EMPTY; VX_SYSTEM_ERROR: Callback refused, or no memory;
  * VX_INVALID_VALUE_FOR_VR: sequences nested beyond 128 levels; VX_CALLBACK_CANNOT_COMPLY: a value that a
  * callback holds could not be read. The object must not change meanwhile.
@@ -3291,12 +3293,15 @@ VX_API VX_STATUS VX_Message_To_Json(int32_t MsgID, void* UserInfo, int32_t Optio
 /*
  * Adds the attributes of a JSON object in the toolkit's own form to an object, which keeps what it holds; an
  * attribute that is there gets the new value and the VR of the document. Private blocks are found or added by
- * their creators. One bad member does not stop the others: the status is that of the last bad one, also
- * VX_INVALID_VALUE_FOR_VR and VX_INVALID_CHARS_IN_VALUE for values that were stored all the same.
- * VX_INVALID_MESSAGE_ID; VX_CALLBACK_CANNOT_COMPLY: Callback failed, or the text is no JSON (the log has the
- * place); VX_SYSTEM_ERROR: it is no object; VX_INVALID_TAG; VX_INVALID_VR_IN_STREAM;
- * VX_REQUIRED_VALUE_MISSING: a private creator without a code; VX_NOT_FOUND: a private attribute without a
- * creator; VX_INCOMPATIBLE_VALUE; VX_VALUE_OUT_OF_RANGE. Callback must not use the object.
+ * their creators; of two members with one key the last holds, with a warning. The text is read as a whole and
+ * found good before the object is touched; brackets may be nested 1024 deep, sequences 128. A number is taken
+ * as it is written, of SV and UV too, which are stored as UN. One bad member does not stop the others: the
+ * log tells its place, and the status is that of the last bad one, also VX_INVALID_VALUE_FOR_VR and
+ * VX_INVALID_CHARS_IN_VALUE for values that were stored all the same. VX_INVALID_MESSAGE_ID;
+ * VX_CALLBACK_CANNOT_COMPLY: Callback failed, or the text is no JSON (the log has the place);
+ * VX_SYSTEM_ERROR: it is no object; VX_INVALID_TAG; VX_INVALID_VR_IN_STREAM; VX_REQUIRED_VALUE_MISSING: a
+ * private creator without a code; VX_NOT_FOUND: a private attribute without a creator; VX_INCOMPATIBLE_VALUE;
+ * VX_VALUE_OUT_OF_RANGE. Callback must not use the object.
  */
 VX_API VX_STATUS VX_Json_To_Message(int32_t MsgID, void* UserInfo, VX_TEXT_INPUT Callback);
 
@@ -3325,8 +3330,8 @@ typedef enum {
  * Writes an object as XML of the toolkit's own form to Callback, in blocks, the last one padded with a blank
  * to an even sum. Nothing is written unless all can be. The root tells the kind (DcmMessage, DcmFile,
  * DICOMDIR, DcmItem); below it stand one section for the meta group of a File and one for the data set, with
- * an Attribute element for each attribute. Group lengths and groups below 0008 are left out (of a DICOMDIR
- * those below 0004). Text is UTF-8, UN is always written. VX_INVALID_MESSAGE_ID; VX_MESSAGE_EMPTY;
+ * an Attribute element for each attribute. Group lengths and groups below 0008 are left out (of a File and a
+ * DICOMDIR those below 0004). Text is UTF-8, UN is always written. VX_INVALID_MESSAGE_ID; VX_MESSAGE_EMPTY;
  * VX_SYSTEM_ERROR: Callback refused, or no memory; VX_INVALID_VALUE_FOR_VR: sequences nested beyond 128
  * levels; VX_CALLBACK_CANNOT_COMPLY: a value that a callback holds could not be read. The object must not
  * change meanwhile.

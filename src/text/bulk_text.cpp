@@ -58,27 +58,28 @@ VX_STATUS add_base64(MsgObj& object, TagObj& attribute, TextOutput& output) {
   return status;
 }
 
-VX_STATUS add_base64_lines(MsgObj& object, TagObj& attribute, std::string& out, std::size_t& length) {
-  Base64Writer base64(out, true);
+VX_STATUS add_base64_lines(MsgObj& object, TagObj& attribute, TextOutput& output, std::size_t& length) {
+  Base64Writer base64(output.text(), true);
   const VX_STATUS status = each_piece(object, attribute, [&](const char* data, std::size_t size) {
     base64.add(data, size);
     length += size;
-    return VX_STATUS{VX_NORMAL_COMPLETION};
+    return output.pause();
   });
   base64.finish();
   return status;
 }
 
-VX_STATUS add_hex(MsgObj& object, TagObj& attribute, std::string& out, std::size_t& length) {
+VX_STATUS add_hex(MsgObj& object, TagObj& attribute, TextOutput& output, std::size_t& length) {
   return each_piece(object, attribute, [&](const char* data, std::size_t size) {
     static constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string& out = output.text();
     for (std::size_t i = 0; i < size; ++i) {
       const auto byte = static_cast<uint8_t>(data[i]);
       if (length++ != 0) out += ' ';
       out += kDigits[byte >> 4];
       out += kDigits[byte & 15U];
     }
-    return VX_STATUS{VX_NORMAL_COMPLETION};
+    return output.pause();
   });
 }
 

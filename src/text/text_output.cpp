@@ -49,6 +49,16 @@ VX_STATUS TextOutput::hand_on() {
   return status;
 }
 
+std::size_t TextOutput::cut() {
+  hand_on();
+  return waiting_.size() - 1;
+}
+
+void TextOutput::amend(std::size_t piece, const std::string& text) {
+  waiting_[piece] += text;
+  before_ += text.size();
+}
+
 VX_STATUS TextOutput::finish() {
   if (size() % 2 != 0) text_ += ' ';
   waiting_.push_back(std::move(text_));

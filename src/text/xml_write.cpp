@@ -79,7 +79,7 @@ class XmlWriter {
   VX_STATUS attributes(const Scope& scope);
   VX_STATUS attribute(const Scope& scope, TagObj& attribute);
   VX_STATUS native_content(const Scope& scope, TagObj& attribute);
-  VX_STATUS own_content(const Scope& scope, TagObj& attribute, std::size_t& length);
+  VX_STATUS own_bulk(const Scope& scope, TagObj& attribute);
   VX_STATUS items(const Scope& scope, const TagObj& attribute);
   VX_STATUS values(const Scope& scope, const TagObj& attribute);
   VX_STATUS section(const Scope& scope, const char* name, bool data_set);
@@ -239,16 +239,13 @@ VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
     out_ += "</Attribute>\n";
     return VX_NORMAL_COMPLETION;
   }
+  if (bulk) return own_bulk(scope, attribute);
   // Length stands in front of the text that it counts.
   const std::size_t head = out_.size();
-  std::size_t length = 0;
   if (has_value(attribute)) {
-    if (const VX_STATUS status = own_content(scope, attribute, length); status != VX_NORMAL_COMPLETION)
-      return status;
+    if (const VX_STATUS status = values(scope, attribute); status != VX_NORMAL_COMPLETION) return status;
   }
-  std::string rest = bulk && has(VX_XML_BASE64) ? " Encoding=\"Base64\"" : "";
-  ((rest += " Length=\"") += std::to_string(length)) += "\">";
-  out_.insert(head, rest);
+  out_.insert(head, " Length=\"" + std::to_string(out_.size() - head) + "\">");
   out_ += "</Attribute>\n";
   return VX_NORMAL_COMPLETION;
 }
@@ -273,20 +270,34 @@ VX_STATUS XmlWriter::native_content(const Scope& scope, TagObj& attribute) {
   return status;
 }
 
-VX_STATUS XmlWriter::own_content(const Scope& scope, TagObj& attribute, std::size_t& length) {
-  const std::size_t start = out_.size();
-  if (!is_bulk_vr(attribute.VR)) {
-    const VX_STATUS status = values(scope, attribute);
-    length = out_.size() - start;
-    return status;
+// The rest of the element behind its name.
+VX_STATUS XmlWriter::own_bulk(const Scope& scope, TagObj& attribute) {
+  const auto head = [&](std::size_t length) {
+    return std::string(has(VX_XML_BASE64) ? " Encoding=\"Base64\"" : "") + " Length=\"" +
+           std::to_string(length) + "\">";
+  };
+  // The length of a value that is fetched is known behind it.
+  const bool here = attribute.Storage == 'M';
+  std::size_t length = 0;
+  std::size_t place = 0;
+  if (here) {
+    for (const ValueObj* piece = attribute.FirstValue; piece != nullptr; piece = piece->Next)
+      length += piece->Data != nullptr ? piece->Length : 0;
+    out_ += head(length);
+  } else {
+    place = output_.cut();
   }
-  const VX_STATUS status = has(VX_XML_BASE64) ? add_base64_lines(scope.object, attribute, out_, length)
-                                              : add_hex(scope.object, attribute, out_, length);
+  length = 0;
+  const VX_STATUS status = has(VX_XML_BASE64) ? add_base64_lines(scope.object, attribute, output_, length)
+                                              : add_hex(scope.object, attribute, output_, length);
   if (status != VX_NORMAL_COMPLETION) {
     VX_LOG_ERR(function(), "VX_Get_Value_To_Function failed for tag: %lX with status %s",
                static_cast<unsigned long>(attribute.Tag), status_text(status));
+    return status;
   }
-  return status;
+  if (!here) output_.amend(place, head(length));
+  out_ += "</Attribute>\n";
+  return VX_NORMAL_COMPLETION;
 }
 
 VX_STATUS XmlWriter::items(const Scope& scope, const TagObj& attribute) {
