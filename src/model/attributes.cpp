@@ -59,7 +59,8 @@ TagObj* search(MsgObj& object, uint32_t tag) {
   TagObj* at = object.CurrentTag;
   if (at != nullptr) {
     if (at->Tag == tag) return at;
-    if (tag > at->Tag && tag - at->Tag <= kNear && at->Next != nullptr && at->Next->Tag >= tag) return at->Next;
+    if (tag > at->Tag && tag - at->Tag <= kNear && at->Next != nullptr && at->Next->Tag >= tag)
+      return at->Next;
   }
   if (object.Index == nullptr) {
     if (walk(object, tag, at)) return at;
