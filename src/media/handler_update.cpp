@@ -118,8 +118,8 @@ VX_STATUS Update::find_append_offset() {
     status = find_sequence_end(handler_, end);
   } else {
     end += handler_.SequenceLength;
-    if (end > handler_.File->Size) status = VX_UNEXPECTED_EOD;
   }
+  if (status == kOk && end > handler_.File->Size) status = VX_UNEXPECTED_EOD;
   if (status == kOk && end > kLargestFile) status = VX_VALUE_TOO_LARGE;
   if (status != kOk) {
     VX_LOG_ERR(kFunction, "Failed to get append offset for DICOMDIR (%s)", status_text(status));

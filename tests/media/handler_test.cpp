@@ -587,6 +587,15 @@ TEST_F(Handler, FilesThatLackElements) {
   EXPECT_EQ(whole(), std::string(kTree) + ",PATIENT D");
   EXPECT_TRUE(has_log("No Sequence Delimiter Element found in DICOMDIR"));
   VX_Free_File(&id);
+  // A last record behind the end of the file leads nowhere: nothing is reserved up to there.
+  std::string astray = bytes();
+  astray.replace(astray.find(std::string("\4\0\2\x12", 4)) + 8, 4, "\xF0\xFF\xFF\xE8");
+  folder().write("DICOMDIR", astray);
+  id = open();
+  add(id, "PATIENT", "E");
+  EXPECT_EQ(VX_DDH_Update(id), VX_INVALID_DIRECTORY_RECORD_OFFSET);
+  EXPECT_EQ(bytes(), astray);
+  VX_Free_File(&id);
 }
 
 // Offsets have 32 bits: a directory that would grow beyond them stays as it is.
