@@ -25,6 +25,9 @@ thread_local int allocations_left = -1;
   if (memory == nullptr) throw std::bad_alloc();
   return memory;
 }
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return std::malloc(size != 0 ? size : 1);
+}
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
   std::free(memory);
 }

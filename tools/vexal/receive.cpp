@@ -3,7 +3,6 @@
 #include <sys/wait.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
 
 #include "acceptor.h"
@@ -114,8 +113,7 @@ int run(const Args& args) {
   Acceptor acceptor;
   if (!acceptor.read(args)) return kUsage;
   StorageOptions storage;
-  storage.folder = args.get("--dir", ".");
-  storage.tree = args.has("--tree");
+  if (!storage.read(args)) return kUsage;
   storage.durable = args.has("--fsync");
   long most = 0;
   if (!args.number("--max-size", 1, 0x7FFFFFFFFFFFL, most)) return kUsage;
@@ -127,12 +125,6 @@ int run(const Args& args) {
       return kUsage;
     }
     prepare_recoding();
-  }
-  std::error_code error;
-  std::filesystem::create_directories(storage.folder, error);
-  if (error) {
-    complain("--dir %s: %s", storage.folder.c_str(), error.message().c_str());
-    return kUsage;
   }
   if (args.has("--on-study") && !storage.tree) {
     complain("--on-study needs --tree");

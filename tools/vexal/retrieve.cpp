@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 
 #include "commands.h"
 #include "json.h"
@@ -166,14 +165,7 @@ int run_get(const Args& args) {
   std::vector<Proposal> proposals = {{query.sop_class(), kPlainSyntaxes}};
   if (!storage_proposals(args, proposals)) return kUsage;
   StorageOptions storage;
-  storage.folder = args.get("--dir", ".");
-  storage.tree = args.has("--tree");
-  std::error_code failure;
-  std::filesystem::create_directories(storage.folder, failure);
-  if (failure) {
-    complain("--dir %s: %s", storage.folder.c_str(), failure.message().c_str());
-    return kUsage;
-  }
+  if (!storage.read(args)) return kUsage;
   ServiceListName list;
   Association association;
   if (const int exit = open_with_request(association, peer, proposals, list, request); exit != kSuccess)

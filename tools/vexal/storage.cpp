@@ -100,6 +100,16 @@ std::vector<Proposal> storage_services(bool prefer_compressed) {
   return proposals;
 }
 
+bool StorageOptions::read(const Args& args) {
+  folder = args.get("--dir", ".");
+  tree = args.has("--tree");
+  std::error_code failure;
+  std::filesystem::create_directories(folder, failure);
+  if (!failure) return true;
+  complain("--dir %s: %s", folder.c_str(), failure.message().c_str());
+  return false;
+}
+
 std::string ObjectWriter::start(int32_t, VX_TRANSFER_SYNTAX syntax, const StoredObject& stored) {
   std::string head;
   if (encode_head(stored, syntax, calling_title_, head) != VX_NORMAL_COMPLETION)

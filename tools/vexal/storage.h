@@ -5,6 +5,7 @@
 #include <string>
 
 #include "acceptor.h"
+#include "args.h"
 #include "files.h"
 #include "vexalkit.h"
 
@@ -13,11 +14,13 @@ namespace vexal {
 // UIDs of the classes with C-STORE that the library knows.
 std::vector<std::string> storage_classes(bool with_retired);
 
-// All of them, in every transfer syntax. `list` must be
-// empty.
+// All of them, in every transfer syntax.
 std::vector<Proposal> storage_services(bool prefer_compressed);
 
 struct StorageOptions {
+  // --dir, which is made, and --tree. False after a line on standard error.
+  bool read(const Args& args);
+
   std::string folder;
   bool durable = false;           // on the disk before it is acknowledged
   bool tree = false;              // STUDY/SERIES/INSTANCE.dcm instead of INSTANCE.dcm

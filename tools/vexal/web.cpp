@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <mutex>
 
@@ -210,14 +209,7 @@ int retrieve(const Args& args, const WebPeer& peer) {
   const std::string resource = object_resource(args);
   if (resource.empty()) return kUsage;
   StorageOptions storage;
-  storage.folder = args.get("--dir", ".");
-  storage.tree = args.has("--tree");
-  std::error_code failure;
-  std::filesystem::create_directories(storage.folder, failure);
-  if (failure) {
-    complain("--dir %s: %s", storage.folder.c_str(), failure.message().c_str());
-    return kUsage;
-  }
+  if (!storage.read(args)) return kUsage;
   ObjectTaker taker(storage, args.has("--json"));
   std::unique_ptr<MultipartReader> parts;
   bool whole = false;  // the answer is one file
