@@ -248,7 +248,7 @@ struct RLEContext final : RunContext {
   }
 };
 
-VX_STATUS open_frame(const char* function, int32_t id, bool any, ImageAttributes& image, uint8_t*& frame) {
+VX_STATUS read_image(const char* function, int32_t id, bool any, ImageAttributes& image) {
   MsgObj* object = library_initialized() ? find_object(id) : nullptr;
   if (object == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
   if (VX_STATUS status = read_image_attributes(*object, "getDicomAttributes", image, any); status != kOk)
@@ -257,15 +257,30 @@ VX_STATUS open_frame(const char* function, int32_t id, bool any, ImageAttributes
     return refuse(function, function == kCompressor ? "Compressor called for non RLE transfer syntax."
                                                     : "Decompressor called for non RLE transfer syntax.");
   }
+  return kOk;
+}
+
+// Room for a frame and its pad. `text` tells of the failure and of the size.
+VX_STATUS make_frame(const ImageAttributes& image, const char* text, uint8_t*& frame) {
   release(frame);
   frame = static_cast<uint8_t*>(allocate_raw(std::size_t{image.FrameSize} + 1));
-  if (frame == nullptr) {
-    log_line(VX_LOG_ERROR, nullptr,
-             function == kCompressor ? "Unable to allocate buffer to hold frame of size %lu"
-                                     : "VXI_newBuffer failed for storing decompressed frame of size: %lu",
-             static_cast<unsigned long>(image.FrameSize));
-    return VX_CALLBACK_CANNOT_COMPLY;
+  if (frame != nullptr) return kOk;
+  log_line(VX_LOG_ERROR, nullptr, text, static_cast<unsigned long>(image.FrameSize));
+  return VX_CALLBACK_CANNOT_COMPLY;
+}
+
+VX_STATUS gather_frame(RLEContext& context, uint32_t size, const void* data, bool last) {
+  const uint32_t frame_size = context.image.FrameSize;
+  if (context.FrameBuffer == nullptr) {
+    constexpr char kText[] = "Unable to allocate buffer to hold frame of size %lu";
+    if (VX_STATUS status = make_frame(context.image, kText, context.FrameBuffer); status != kOk)
+      return status;
   }
+  if (size != 0) std::memcpy(context.FrameBuffer + context.BytesBuffered, data, size);
+  context.BytesBuffered += size;
+  // What an image of less than a frame leaves unset goes out as zeros.
+  if (last && context.BytesBuffered < frame_size)
+    std::memset(context.FrameBuffer + context.BytesBuffered, 0, frame_size - context.BytesBuffered);
   return kOk;
 }
 
@@ -279,12 +294,11 @@ VX_STATUS compress(RLEContext& context, uint32_t size, const void* data, bool la
                    static_cast<unsigned long>(image.FrameSize));
     return VX_CANNOT_COMPLY;
   }
-  if (size != 0) std::memcpy(context.FrameBuffer + context.BytesBuffered, data, size);
-  context.BytesBuffered += size;
-  if (!last) return kOk;
-  // What an image of less than a frame leaves unset goes out as zeros.
-  if (context.BytesBuffered < image.FrameSize) {
-    std::memset(context.FrameBuffer + context.BytesBuffered, 0, image.FrameSize - context.BytesBuffered);
+  const auto* frame = static_cast<const uint8_t*>(data);
+  const bool whole = last && size >= image.FrameSize && context.BytesBuffered == 0;
+  if (!whole) {  // a frame in one piece is taken from where it is
+    if (VX_STATUS status = gather_frame(context, size, data, last); status != kOk || !last) return status;
+    frame = context.FrameBuffer;
   }
   const uint64_t bound = rle_bound(image);
   if (bound > UINT32_MAX) return VX_CALLBACK_CANNOT_COMPLY;
@@ -295,7 +309,7 @@ VX_STATUS compress(RLEContext& context, uint32_t size, const void* data, bool la
              static_cast<unsigned long>(image.FrameSize));
     return VX_CALLBACK_CANNOT_COMPLY;
   }
-  if (!rle_encode(image, context.FrameBuffer, context.OutputBuffer, out_size)) {
+  if (!rle_encode(image, frame, context.OutputBuffer, out_size)) {
     return refuse(kCompressor, "The image has more samples than an RLE frame has segments for");
   }
   out = context.OutputBuffer;
@@ -468,7 +482,9 @@ VX_STATUS compress_call(const CodecCall& call) {
   VX_STATUS status = kOk;
   if (call.first) {
     context->BytesBuffered = 0;
-    status = open_frame(kCompressor, call.id, false, context->image, context->FrameBuffer);
+    release(context->FrameBuffer);
+    context->FrameBuffer = nullptr;
+    status = read_image(kCompressor, call.id, false, context->image);
   }
   if (status == kOk) status = compress(*context, call.size, call.data, call.last, *call.out_size, *call.out);
   if (status != kOk) end_run(call.context);
@@ -508,7 +524,11 @@ VX_STATUS rle_decompress(const CodecCall& call, bool any) {
   VX_STATUS status = kOk;
   if (call.first) {
     context->delivered = false;
-    status = open_frame(kDecompressor, call.id, any, context->image, context->FrameBuffer);
+    status = read_image(kDecompressor, call.id, any, context->image);
+    if (status == kOk) {
+      constexpr char kText[] = "VXI_newBuffer failed for storing decompressed frame of size: %lu";
+      status = make_frame(context->image, kText, context->FrameBuffer);
+    }
     if (status == kOk) {
       const char* fault = context->decoder.begin(context->image, context->FrameBuffer);
       if (fault != nullptr) status = refuse(kDecompressor, fault);

@@ -45,36 +45,39 @@ def element(tag, vr, value):
     return head + (struct.pack("<xxI", len(value)) if vr in (b"OB", b"OW") else struct.pack("<H", len(value))) + value
 
 
-def head_of_image(frames, rows, columns, bits, instance, syntax=EXPLICIT):
+def head_of_image(frames, rows, columns, bits, instance, syntax=EXPLICIT, colour=False):
     """The file up to its pixels and what of it is deflated: meta group, data set."""
     def short(tag, value):
         return element(tag, b"US", struct.pack("<H", value))
     meta = b"".join(element(*row) for row in (
         (0x00020001, b"OB", b"\0\1"), (0x00020002, b"UI", b"1.2.840.10008.5.1.4.1.1.7"), (0x00020003, b"UI", instance),
         (0x00020010, b"UI", syntax), (0x00020012, b"UI", b"1.2.3.4")))
-    size = frames * rows * columns * bits // 8
+    size = frames * rows * columns * (3 if colour else 1) * bits // 8
+    size += size % 2
     body = b"".join((
         element(0x00080016, b"UI", b"1.2.840.10008.5.1.4.1.1.7"), element(0x00080018, b"UI", instance),
-        element(0x0020000D, b"UI", b"1.2.3.9"), element(0x0020000E, b"UI", b"1.2.3.9.1"), short(0x00280002, 1),
-        element(0x00280004, b"CS", b"MONOCHROME2"), element(0x00280008, b"IS", b"%d" % frames), short(0x00280010, rows),
+        element(0x0020000D, b"UI", b"1.2.3.9"), element(0x0020000E, b"UI", b"1.2.3.9.1"),
+        short(0x00280002, 3 if colour else 1), element(0x00280004, b"CS", b"RGB" if colour else b"MONOCHROME2"),
+        short(0x00280006, 0) if colour else b"", element(0x00280008, b"IS", b"%d" % frames), short(0x00280010, rows),
         short(0x00280011, columns), short(0x00280100, bits), short(0x00280101, min(bits, 12)), short(0x00280102, min(bits, 12) - 1),
         short(0x00280103, 0), struct.pack("<HH2sxxI", 0x7FE0, 0x10, b"OW" if bits > 8 else b"OB", size)))
     return bytes(128) + b"DICM" + element(0x00020000, b"UL", struct.pack("<I", len(meta))) + meta, body
 
 
-def make_image(path, frames, rows=512, columns=512, bits=16, instance=b"1.2.3.7"):
+def make_image(path, frames, rows=512, columns=512, bits=16, instance=b"1.2.3.7", colour=False):
     """A slope with some noise that moves from frame to frame; written frame by frame, for this process to stay small."""
-    step, size = bits // 8, rows * columns * bits // 8
+    step, size = bits // 8, rows * columns * (3 if colour else 1) * bits // 8
     base = bytearray()
     for n in range(1000):
         value = (n * 3 + n * n * 7919 % 23) % (4096 if bits > 8 else 256)
         base += value.to_bytes(step, "little")
     base = bytes(base) * (size // len(base) + 2)
     with open(path, "wb") as file:
-        file.write(b"".join(head_of_image(frames, rows, columns, bits, instance)))
+        file.write(b"".join(head_of_image(frames, rows, columns, bits, instance, colour=colour)))
         for n in range(frames):
             file.write(base[n * 31 % 1000 * step:][:size])
-    return size * frames
+        file.write(bytes(size * frames % 2))
+    return size * frames + size * frames % 2
 
 
 def tail(path, size):
@@ -117,23 +120,29 @@ def memory(folder):
 
 
 def threads(folder):
-    """The same bytes on one thread and on several, for every syntax; of a lossy one but for its new UID."""
-    for bits in (8, 16):
-        plain = os.path.join(folder, "plain%d.dcm" % bits)
-        size = make_image(plain, 23, 46, 61, bits)
+    """The same bytes on one thread and on several, for every syntax; of a lossy one but for its new UID. Large frames go to
+    their places in the file from the threads that make them, small ones through the library, as all do into a deflated file."""
+    plain, deflated, flat = (os.path.join(folder, n) for n in ("plain.dcm", "deflated.dcm", "flat.dcm"))
+    for frames, rows, columns, bits, colour in ((23, 46, 61, 8, False), (23, 46, 61, 16, False), (7, 401, 403, 8, False),
+                                                (7, 301, 303, 16, False), (5, 201, 203, 8, True)):
+        size = make_image(plain, frames, rows, columns, bits, colour=colour)
         for name in list(LOSSLESS) + ["jpeg-ls-near", "jpeg2000-lossy", "jpeg" if bits == 8 else "jpeg-12"]:
             packed, back = [], []
+            what = "%s of %d frames, %d bits%s" % (name, frames, bits, ", colour" * colour)
             for count in (1, 2, 7):
                 packed.append(os.path.join(folder, "%s-%d.dcm" % (name, count)))
                 back.append(os.path.join(folder, "back-%d.dcm" % count))
                 result = convert(plain, packed[-1], name, "--threads", count)
                 result = convert(packed[-1], back[-1], "explicit", "--threads", 8 - count) if result.returncode == 0 else result
-                check(result.returncode == 0, "%s of %d bits on %d threads: %s" % (name, bits, count, result.stderr))
+                check(result.returncode == 0, "%s on %d threads: %s" % (what, count, result.stderr))
             contents = {open(p, "rb").read() for p in packed} if name in LOSSLESS else {tail(p, size) for p in back}
-            check(len(contents) == 1, "%s of %d bits: threads change the result" % (name, bits))
-            check(name not in LOSSLESS or tail(back[0], size) == tail(plain, size), "%s of %d bits: not lossless" % (name, bits))
+            check(len(contents) == 1, what + ": threads change the result")
+            check(name not in LOSSLESS or tail(back[0], size) == tail(plain, size), what + ": not lossless")
+            convert(packed[0], deflated, "deflated")
+            convert(deflated, flat, "explicit")
+            check(tail(back[0], size) == tail(flat, size), what + ": another way gives another result")
             lossy = run(VEXAL, "dump", "--tag", "LossyImageCompressionMethod", packed[0]).stdout
-            check((b"ISO_1" in lossy) == (name not in LOSSLESS), "%s: %s" % (name, lossy))
+            check((b"ISO_1" in lossy) == (name not in LOSSLESS), "%s: %s" % (what, lossy))
 
 
 def icons(folder):

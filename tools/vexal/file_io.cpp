@@ -101,7 +101,7 @@ void FileSource::skip(uint64_t stream_offset, uint64_t length) {
 VX_STATUS FileSource::next(uint32_t* size, void** data, int32_t* last) {
   if (missing_preamble_ && !preamble_given_) {
     preamble_given_ = true;
-    block_.need(kBlock);
+    block_.resize(kBlock);
     std::memset(block_.data(), 0, 128);
     std::memcpy(block_.data() + 128, "DICM", 4);
     *size = 132;
@@ -120,7 +120,7 @@ VX_STATUS FileSource::next(uint32_t* size, void** data, int32_t* last) {
   const std::size_t wanted =
       seekable_ ? static_cast<std::size_t>(std::min<uint64_t>(kBlock, size_ - std::min(size_, position_)))
                 : kBlock;
-  block_.need(std::max<std::size_t>(wanted, 132));
+  block_.resize(std::max<std::size_t>(wanted, 132));
   std::size_t done = 0;
   bool ended = false;
   while (done < wanted) {
@@ -178,11 +178,13 @@ std::string FileSink::open(const std::string& path) {
     const std::string error = open_named(path);
     if (!error.empty()) return error;
   }
-  buffer_.need(kBlock);
+  buffer_.resize(kBlock);
   used_ = 0;
   error_ = 0;
   watched_ = nullptr;
   mark_ = -1;
+  left_out_ = nullptr;
+  skipped_ = 0;
   return "";
 }
 
@@ -221,6 +223,7 @@ bool FileSink::write(const void* data, std::size_t length) {
     mark_ = ::lseek(fd_, 0, SEEK_CUR) + static_cast<off_t>(used_);
     watched_ = nullptr;  // others may come to lie at that address
   }
+  if (data == left_out_) return skip(length);
   if (length >= kBlock / 2) return flush() && write_all(bytes, length);
   if (length > buffer_.size() - used_ && !flush()) return false;
   std::memcpy(buffer_.data() + used_, bytes, length);
@@ -229,11 +232,29 @@ bool FileSink::write(const void* data, std::size_t length) {
 }
 
 std::string FileSink::patch(uint64_t behind_start, const void* data, std::size_t length) {
-  if (!flush()) return problem();
   if (mark_ < 0) return "the place to fill in is not known";
-  const ssize_t done =
-      ::pwrite(fd_, data, length, static_cast<off_t>(static_cast<uint64_t>(mark_) + behind_start));
-  return done == static_cast<ssize_t>(length) ? "" : system_text("can not write", errno);
+  const auto* bytes = static_cast<const char*>(data);
+  auto at = static_cast<off_t>(static_cast<uint64_t>(mark_) + behind_start);
+  while (length > 0) {
+    const ssize_t done = ::pwrite(fd_, bytes, length, at);
+    if (done < 0 && errno == EINTR) continue;
+    if (done < 0) {
+      error_ = errno;
+      return problem();
+    }
+    bytes += done;
+    at += done;
+    length -= static_cast<std::size_t>(done);
+  }
+  return "";
+}
+
+bool FileSink::skip(uint64_t length) {
+  if (!flush()) return false;
+  skipped_ += length;
+  if (::lseek(fd_, static_cast<off_t>(length), SEEK_CUR) >= 0) return true;
+  error_ = errno;
+  return false;
 }
 
 std::string FileSink::problem() const {

@@ -4,11 +4,14 @@
 #include <sys/types.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "vexalkit.h"
@@ -27,19 +30,40 @@ struct KeptValue {
   uint32_t length = 0;  // 0xFFFFFFFF: encapsulated
 };
 
-// Room for bytes that come from elsewhere: not cleared first, so that untouched pages of it cost nothing.
-class Block {
+// Bytes that come from elsewhere: not cleared first, so that untouched pages of them cost nothing.
+class Bytes {
  public:
-  void need(std::size_t size) {
-    if (size > size_) bytes_ = std::make_unique_for_overwrite<char[]>(size);
-    size_ = std::max(size, size_);
-  }
   char* data() { return bytes_.get(); }
+  const char* data() const { return bytes_.get(); }
   std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  void clear() { size_ = 0; }  // keeps the room
+  void resize(std::size_t size) {
+    if (size > room_) grow(size);
+    size_ = size;
+  }
+  void append(const void* data, std::size_t size) {
+    if (size == 0) return;
+    const std::size_t at = size_;
+    resize(at + size);
+    std::memcpy(bytes_.get() + at, data, size);
+  }
+  void swap(Bytes& other) noexcept {
+    std::swap(bytes_, other.bytes_);
+    std::swap(size_, other.size_);
+    std::swap(room_, other.room_);
+  }
 
  private:
+  void grow(std::size_t size) {
+    auto larger = std::make_unique_for_overwrite<char[]>(std::max(size, room_ + room_ / 2));
+    if (size_ != 0) std::memcpy(larger.get(), bytes_.get(), size_);
+    room_ = std::max(size, room_ + room_ / 2);
+    bytes_ = std::move(larger);
+  }
   std::unique_ptr<char[]> bytes_;
   std::size_t size_ = 0;
+  std::size_t room_ = 0;
 };
 
 // Reads one file in large blocks. Where values are kept out, the stretch of a kept value is passed over with
@@ -80,7 +104,7 @@ class FileSource {
   uint64_t position_ = 0;  // in the file
   uint64_t skip_from_ = 0;
   uint64_t skip_to_ = 0;
-  Block block_;
+  Bytes block_;
 };
 
 // Writes to a temporary name in the folder of the target and renames when all is there. Dropped without
@@ -100,10 +124,19 @@ class FileSink {
   const std::string& path() const { return path_; }
   // Why a write failed; "" if none did.
   std::string problem() const;
-  // Takes note of where the block at this address lands when it is written, for the bytes behind its start to
-  // be known later. An error text, empty on success.
+  // Takes note of where the block at this address lands when it is written.
   void watch(const void* block) { watched_ = block; }
+  bool found_watched() const { return mark_ >= 0; }
+  // What has been written so far is in the file. False on an error.
+  bool flush();
+  // Writes to a place in the file, counted from the start of that block. Several threads may do so at once,
+  // after a flush and where nobody else writes. An error text, empty on success.
   std::string patch(uint64_t behind_start, const void* data, std::size_t length);
+  // Bytes that patch() brings: the end moves behind them. False on an error.
+  bool skip(uint64_t length);
+  // What write() gets from this address is skipped.
+  void leave_out(const void* block) { left_out_ = block; }
+  uint64_t skipped() const { return skipped_; }
   // Chooses the final name when the content is there: `choose` gets the temporary name and gives the final
   // one, or an error text. Both lie in one file system.
   std::string place(
@@ -115,18 +148,19 @@ class FileSink {
   std::string open_named(const std::string& path);
   bool give_name(const std::string& name);
   std::string become_like_the_old();
-  bool flush();
   bool write_all(const char* data, std::size_t length);
 
   int fd_ = -1;
   std::string path_;
   std::string temporary_;  // how the file can be reached until it has its name
   bool nameless_ = false;
-  Block buffer_;
+  Bytes buffer_;
   std::size_t used_ = 0;
-  int error_ = 0;
+  std::atomic<int> error_{0};
   const void* watched_ = nullptr;
   int64_t mark_ = -1;  // where that block is
+  const void* left_out_ = nullptr;
+  uint64_t skipped_ = 0;
 };
 
 // How a file is to be opened.

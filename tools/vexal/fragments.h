@@ -40,7 +40,8 @@ void find_frames(Encapsulated& value, uint32_t frames, const ValueReader& read);
 void find_frames_by_table(Encapsulated& value, uint32_t frames);
 
 // Adds 32 bits as they lie in a little endian stream.
-inline void append32(std::string& bytes, uint32_t value) {
+template <typename Container>
+void append32(Container& bytes, uint32_t value) {
   bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
 }
 

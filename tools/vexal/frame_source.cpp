@@ -98,7 +98,7 @@ std::string FrameSource::find_encapsulated(uint32_t frames) {
 }
 
 // Bytes that have to be swapped come in pairs, wherever frames begin and end.
-std::string FrameSource::read_native(uint32_t number, std::string& bytes) const {
+std::string FrameSource::read_native(uint32_t number, Bytes& bytes) const {
   const std::size_t before = bytes.size();
   const uint64_t begin = number * frame_bytes_;
   const uint64_t odd = swap_pairs_ ? begin % 2 : 0;
@@ -106,13 +106,14 @@ std::string FrameSource::read_native(uint32_t number, std::string& bytes) const 
   bytes.resize(before + length);
   if (!read_at(begin - odd, bytes.data() + before, length)) return "can not read";
   if (!swap_pairs_) return "";
-  for (std::size_t i = before; i + 1 < bytes.size(); i += 2) std::swap(bytes[i], bytes[i + 1]);
-  bytes.erase(before, odd);
+  char* words = bytes.data() + before;
+  for (uint64_t i = 0; i + 1 < length; i += 2) std::swap(words[i], words[i + 1]);
+  std::memmove(words, words + odd, frame_bytes_);
   bytes.resize(before + frame_bytes_);
   return "";
 }
 
-std::string FrameSource::read(uint32_t number, std::string& bytes) const {
+std::string FrameSource::read(uint32_t number, Bytes& bytes) const {
   const std::size_t before = bytes.size();
   if (!encapsulated_) return read_native(number, bytes);
   for (std::size_t i = items_.starts[number]; i < items_.end_of_frame(number); ++i) {

@@ -19,14 +19,14 @@ class FrameSource {
   bool encapsulated() const { return encapsulated_; }
   // Adds the stored bytes of a frame; a code stream in several fragments comes in one piece. Several threads
   // may do so at once. An error text, empty on success.
-  std::string read(uint32_t number, std::string& bytes) const;
+  std::string read(uint32_t number, Bytes& bytes) const;
 
  private:
   std::string take_value(const DicomFile& file, int32_t object);
   static VX_STATUS gather(int32_t id, uint32_t tag, void* user, uint32_t size, void* data, int32_t first,
                           int32_t last);
   bool read_at(uint64_t offset, void* buffer, std::size_t length) const;
-  std::string read_native(uint32_t number, std::string& bytes) const;
+  std::string read_native(uint32_t number, Bytes& bytes) const;
   std::string find_native(int32_t object, uint32_t frames);
   std::string find_encapsulated(uint32_t frames);
 

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <mutex>
 #include <new>
 #include <thread>
@@ -23,9 +24,11 @@ namespace vexal {
 namespace {
 
 constexpr uint32_t kPixelData = 0x7FE00010;
+constexpr uint32_t kPhotometric = 0x00280004;
 constexpr uint32_t kNumberOfFrames = 0x00280008;
 constexpr uint32_t kUndefined = 0xFFFFFFFF;
 constexpr std::size_t kPiece = 256 * 1024;
+constexpr std::size_t kItemHeader = 8;
 
 struct SyntaxName {
   const char* name;
@@ -100,12 +103,29 @@ uint64_t number(const std::string& text) {
 }
 
 VX_STATUS append(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
-  if (size != 0) static_cast<std::string*>(user)->append(static_cast<const char*>(data), size);
+  static_cast<Bytes*>(user)->append(data, size);
   return VX_NORMAL_COMPLETION;
 }
 
+// The way of a frame's bytes to their place in a file.
+struct Placing {
+  FileSink& sink;
+  uint64_t at;    // behind the marked block
+  uint64_t left;  // of the frame; a decompressor pads it
+  std::string problem;
+
+  static VX_STATUS take(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
+    auto& placing = *static_cast<Placing*>(user);
+    const auto part = static_cast<std::size_t>(std::min<uint64_t>(size, placing.left));
+    placing.problem = placing.sink.patch(placing.at, data, part);
+    placing.at += part;
+    placing.left -= part;
+    return placing.problem.empty() ? VX_NORMAL_COMPLETION : VX_CANNOT_COMPLY;
+  }
+};
+
 // A raw deflate stream (RFC 1951) that gives so many bytes, and perhaps one of padding.
-std::string inflate_frame(const std::string& packed, std::size_t bytes, std::string& frame) {
+std::string inflate_frame(const Bytes& packed, std::size_t bytes, Bytes& frame) {
   z_stream stream{};
   if (::inflateInit2(&stream, -MAX_WBITS) != Z_OK) return "out of memory";
   frame.resize(bytes + 1);
@@ -131,26 +151,71 @@ class FrameWorker {
     VX_Set_Value_To_Empty(id_, kPixelData);
     VX_Set_Value_Representation(id_, kPixelData, form.decompresses() ? VX_VR_OB : form.vr);
     if (form.decompresses()) VX_Register_Compression_Callbacks(id_, nullptr, VX_General_Decompressor);
+    if (!form.compresses_alone) return;
+    VX_Open_Empty_Message(&compressed_);
+    VX_Set_Message_Transfer_Syntax(compressed_, form.to);
+    for (const auto& [tag, text] : form.attributes) set_all_text(compressed_, tag, text);
+    VX_Set_Value_To_Empty(compressed_, kPixelData);
+    VX_Set_Value_Representation(compressed_, kPixelData, VX_VR_OB);
+    VX_Register_Compression_Callbacks(compressed_, compressor_of(form.to), nullptr);
   }
   ~FrameWorker() {
     free_result();
     VX_Free_Message(&id_);
+    if (compressed_ >= 0) VX_Free_Message(&compressed_);
   }
   FrameWorker(const FrameWorker&) = delete;
   FrameWorker& operator=(const FrameWorker&) = delete;
 
-  // The frame in its new form, without padding of a raw one. An error text, empty on success.
-  std::string convert(uint32_t frame, std::string& out) try {
-    if (form_.inflates && !form_.compresses()) return take_raw(frame, out);
-    if (std::string problem = take(frame); !problem.empty()) return problem;
-    free_result();
-    VX_STATUS status =
-        VX_Duplicate_Message(id_, &result_, form_.compresses() ? form_.to : EXPLICIT_LITTLE_ENDIAN,
-                             compressor_of(form_.to), nullptr);
-    VX_Set_Value_To_Empty(id_, kPixelData);
+  // The frame in its new form, as it stands in the value: a compressed one as an item, and with the last what
+  // ends the value. An error text, empty on success.
+  std::string convert(uint32_t frame, Bytes& out) try {
     out.clear();
-    if (status == VX_NORMAL_COMPLETION) status = VX_Get_Frame_To_Function(result_, 0, &out, append);
-    return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
+    if (form_.inflates && !form_.compresses()) {
+      if (std::string problem = take_raw(frame, out); !problem.empty()) return problem;
+    } else {
+      const bool alone = form_.compresses_alone;
+      if (std::string problem = alone ? compress(frame) : make_object(frame); !problem.empty())
+        return problem;
+      if (form_.compresses()) {
+        append32(out, kItem);
+        append32(out, 0);
+      }
+      const VX_STATUS status = VX_Get_Frame_To_Function(alone ? compressed_ : result_, 0, &out, append);
+      if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
+    }
+    const bool last = frame + 1 == source_.count();
+    if (form_.compresses()) {
+      if (out.size() % 2 != 0) out.append("", 1);
+      const auto length = static_cast<uint32_t>(out.size() - kItemHeader);
+      std::memcpy(out.data() + 4, &length, sizeof length);
+      if (last) {
+        append32(out, kDelimiter);
+        append32(out, 0);
+      }
+    } else if (last && out.size() % 2 != 0 && source_.count() % 2 != 0) {
+      out.append("", 1);
+    }
+    return "";
+  } catch (const std::bad_alloc&) {
+    return kNoMemory;
+  }
+  // A frame that is to be raw goes right into its file, where that place is known. An error text, empty on
+  // success.
+  std::string place(uint32_t frame, FileSink& sink, uint64_t at, uint64_t size) try {
+    if (form_.inflates) {
+      if (std::string problem = take_raw(frame, in_); !problem.empty()) return problem;
+      return in_.size() == size ? sink.patch(at, in_.data(), in_.size()) : kOtherSize;
+    }
+    // Only half the colour of such an image is there, and the copy of the object has all of it.
+    const bool whole = form_.text(kPhotometric).starts_with("YBR_FULL_422");
+    if (std::string problem = whole ? make_object(frame) : take(frame); !problem.empty()) return problem;
+    Placing placing{sink, at, size, ""};
+    const VX_STATUS status = VX_Get_Frame_To_Function(whole ? result_ : id_, 0, &placing, Placing::take);
+    VX_Set_Value_To_Empty(id_, kPixelData);
+    if (!placing.problem.empty()) return placing.problem;
+    if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
+    return placing.left == 0 ? "" : kOtherSize;
   } catch (const std::bad_alloc&) {
     return kNoMemory;
   }
@@ -162,28 +227,52 @@ class FrameWorker {
   }
 
  private:
-  std::string take_raw(uint32_t frame, std::string& raw) {
+  std::string make_object(uint32_t frame) {
+    if (std::string problem = take(frame); !problem.empty()) return problem;
+    free_result();
+    const VX_STATUS status =
+        VX_Duplicate_Message(id_, &result_, form_.compresses() ? form_.to : EXPLICIT_LITTLE_ENDIAN,
+                             compressor_of(form_.to), nullptr);
+    VX_Set_Value_To_Empty(id_, kPixelData);
+    return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
+  }
+  // Into the object that takes one compressed frame after the other.
+  std::string compress(uint32_t frame) {
+    if (std::string problem = take_raw(frame, in_); !problem.empty()) return problem;
+    if (in_.size() % 2 != 0) in_.append("", 1);
+    const VX_STATUS status = VX_Set_Encapsulated_Value_From_Function(compressed_, kPixelData, this, give);
+    return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
+  }
+  static VX_STATUS give(int32_t, uint32_t, int32_t, void* user, uint32_t* size, void** data, int32_t* last) {
+    Bytes& frame = static_cast<FrameWorker*>(user)->in_;
+    *size = static_cast<uint32_t>(frame.size());
+    *data = frame.data();
+    *last = 1;
+    return VX_NORMAL_COMPLETION;
+  }
+  std::string take_raw(uint32_t frame, Bytes& raw) {
     raw.clear();
     if (!form_.inflates) return source_.read(frame, raw);
     if (form_.image_bits() > kMostFrameBits) return "its frames are beyond 2 GiB";
-    std::string packed;
+    Bytes packed;
     std::string problem = source_.read(frame, packed);
     return problem.empty() ? inflate_frame(packed, (form_.image_bits() + 7) / 8, raw) : problem;
   }
   std::string take(uint32_t frame) {
     if (!form_.decompresses()) {
       std::string problem = take_raw(frame, in_);
-      if (in_.size() % 2 != 0) in_.push_back('\0');
+      if (in_.size() % 2 != 0) in_.append("", 1);
       return problem.empty() ? put() : problem;
     }
+    in_.clear();
     append32(in_, kItem);  // no offset table
     append32(in_, 0);
     append32(in_, kItem);
     append32(in_, 0);
     if (std::string problem = source_.read(frame, in_); !problem.empty()) return problem;
-    if (in_.size() % 2 != 0) in_.push_back('\0');
-    const auto length = static_cast<uint32_t>(in_.size() - 16);
-    std::memcpy(in_.data() + 12, &length, sizeof length);
+    if (in_.size() % 2 != 0) in_.append("", 1);
+    const auto length = static_cast<uint32_t>(in_.size() - 2 * kItemHeader);
+    std::memcpy(in_.data() + kItemHeader + 4, &length, sizeof length);
     append32(in_, kDelimiter);
     append32(in_, 0);
     return put();
@@ -191,7 +280,7 @@ class FrameWorker {
   std::string put() {
     const VX_STATUS status =
         VX_Set_Value_From_Buffer(id_, kPixelData, in_.data(), static_cast<uint32_t>(in_.size()));
-    std::string().swap(in_);  // makes room for the codec
+    Bytes().swap(in_);  // makes room for the codec
     return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
   }
 
@@ -199,7 +288,8 @@ class FrameWorker {
   const FrameForm& form_;
   int32_t id_ = -1;
   int32_t result_ = -1;
-  std::string in_;
+  int32_t compressed_ = -1;
+  Bytes in_;
 };
 
 bool has_compressed_pixels(const DicomFile& file, int32_t item) {
@@ -218,13 +308,12 @@ std::string decompress_icon(const DicomFile& file, int32_t item) {
   form.to = EXPLICIT_LITTLE_ENDIAN;
   form.read(item);
   FrameWorker worker(source, form);
-  std::string pixels;
+  Bytes pixels;
   if (std::string problem = worker.convert(0, pixels); !problem.empty()) return problem;
   for (const uint32_t tag : kImageTags) {
     const std::string text = all_text_of(worker.result(), tag);
     if (text != form.text(tag)) set_all_text(item, tag, text);
   }
-  if (pixels.size() % 2 != 0) pixels.push_back('\0');
   VX_Delete_Attribute(item, kPixelData);
   const VX_STATUS status =
       VX_Set_Value_From_Buffer(item, kPixelData, pixels.data(), static_cast<uint32_t>(pixels.size()));
@@ -255,6 +344,106 @@ std::string decompress_icons(const DicomFile& file, int32_t object, int depth) {
 
 }  // namespace
 
+namespace {
+
+// As many threads as there may be up to that number.
+template <typename Work>
+void start_threads(std::vector<std::jthread>& threads, unsigned number, Work work) try {
+  while (threads.size() < number) threads.emplace_back(work);
+} catch (const std::exception&) {
+  // The others have more to do.
+}
+
+// Several threads that convert all frames but the first and bring each to where it belongs.
+class FrameCrew {
+ public:
+  FrameCrew(const FrameSource& source, const FrameForm& form, const std::string& path, unsigned threads)
+      : source_(source), form_(form), path_(path), threads_(threads) {}
+
+  // Takes a frame, in their order, and one at a time while it holds the lock. An error text, empty on
+  // success.
+  using Taker = std::function<std::string(uint32_t frame, Bytes& bytes, std::unique_lock<std::mutex>& lock)>;
+  std::string hand_to(Taker take) {
+    take_ = std::move(take);
+    waiting_.resize(2 * std::size_t{threads_});
+    return run(
+        [this](FrameWorker& worker, uint32_t frame, Bytes& bytes) { return hand_on(worker, frame, bytes); });
+  }
+  // Frames that are to be raw, all of one size, go from the thread that makes them right into the file. The
+  // first one is there and marked.
+  std::string place_raw(FileSink& sink, uint64_t size) {
+    return run([&sink, size](FrameWorker& worker, uint32_t frame, Bytes&) {
+      return worker.place(frame, sink, frame * size, size);
+    });
+  }
+
+ private:
+  using Work = std::function<std::string(FrameWorker& worker, uint32_t frame, Bytes& room)>;
+
+  std::string run(const Work& work) {
+    {
+      std::vector<std::jthread> others;
+      start_threads(others, std::min(threads_, source_.count() - 1) - 1, [&] { take_part(work); });
+      take_part(work);
+    }
+    return std::move(problem_);
+  }
+
+  void take_part(const Work& work) try {
+    const CurrentFile current(path_);
+    FrameWorker worker(source_, form_);
+    Bytes bytes;
+    for (uint32_t mine = taken_++; mine < source_.count() && !failed_; mine = taken_++) {
+      const std::string problem = work(worker, mine, bytes);
+      if (!problem.empty()) return fail("frame " + std::to_string(mine + 1) + ": " + problem);
+    }
+  } catch (const std::bad_alloc&) {
+    fail(kNoMemory);
+  }
+  void fail(const std::string& problem) {
+    const std::lock_guard lock(mutex_);
+    if (!failed_.exchange(true)) problem_ = problem;
+    room_.notify_all();
+  }
+
+  // Whoever closes a gap hands on all that waited for it.
+  std::string hand_on(FrameWorker& worker, uint32_t frame, Bytes& bytes) {
+    std::unique_lock lock(mutex_);
+    room_.wait(lock, [&] { return frame < handed_ + waiting_.size() || failed_; });
+    if (failed_) return "";
+    lock.unlock();
+    std::string problem = worker.convert(frame, bytes);
+    worker.free_result();
+    if (problem.empty() && bytes.empty()) problem = kOtherSize;
+    if (!problem.empty()) return problem;
+    lock.lock();
+    const auto slot_of = [&](uint32_t number) -> Bytes& { return waiting_[number % waiting_.size()]; };
+    slot_of(frame).swap(bytes);
+    while (problem.empty() && !failed_ && !slot_of(handed_).empty()) {
+      bytes.clear();
+      bytes.swap(slot_of(handed_));
+      room_.notify_all();
+      problem = take_(handed_++, bytes, lock);
+    }
+    return problem;
+  }
+
+  const FrameSource& source_;
+  const FrameForm& form_;
+  const std::string& path_;
+  const unsigned threads_;
+  std::atomic<uint32_t> taken_{1};
+  std::atomic<bool> failed_{false};
+  std::mutex mutex_;
+  std::condition_variable room_;
+  Taker take_;
+  uint32_t handed_ = 1;
+  std::vector<Bytes> waiting_;  // frames whose predecessors are in the making
+  std::string problem_;
+};
+
+}  // namespace
+
 // Frames come off it in their order, converted by one thread or by several.
 class FrameConveyor {
  public:
@@ -268,7 +457,8 @@ class FrameConveyor {
     }
     // One in the making for each thread, and one that waits for its turn.
     slots_.resize(std::size_t{threads} + 1);
-    for (unsigned i = 0; i < threads; ++i) workers_.emplace_back([this] { work(); });
+    start_threads(workers_, threads, [this] { work(); });
+    if (workers_.empty()) own_ = std::make_unique<FrameWorker>(source, form);
   }
   ~FrameConveyor() {
     {
@@ -281,7 +471,7 @@ class FrameConveyor {
   FrameConveyor& operator=(const FrameConveyor&) = delete;
 
   // An error text, empty on success.
-  std::string next(std::string& frame) {
+  std::string next(Bytes& frame) {
     const uint32_t number = given_;
     std::string problem = own_ != nullptr ? own_->convert(given_++, frame) : wait(frame);
     if (problem.empty()) return "";
@@ -290,19 +480,19 @@ class FrameConveyor {
 
  private:
   struct Slot {
-    std::string frame;
+    Bytes frame;
     std::string problem;
     bool ready = false;
   };
   Slot& slot_of(uint32_t frame) { return slots_[frame % slots_.size()]; }
 
-  std::string wait(std::string& frame) {
+  std::string wait(Bytes& frame) {
     std::string problem;
-    frame = std::string();  // no more memory than frames under way
     {
       std::unique_lock lock(mutex_);
       Slot& slot = slot_of(given_);
-      done_.wait(lock, [&] { return slot.ready; });
+      done_.wait(lock, [&] { return slot.ready || out_of_memory_; });
+      if (out_of_memory_) return kNoMemory;
       frame.swap(slot.frame);
       problem.swap(slot.problem);
       slot.ready = false;
@@ -312,10 +502,10 @@ class FrameConveyor {
     return problem;
   }
 
-  void work() {
+  void work() try {
     const CurrentFile current(path_);
     FrameWorker worker(source_, form_);
-    std::string frame;
+    Bytes frame;
     std::unique_lock lock(mutex_);
     while (taken_ < source_.count()) {
       const uint32_t mine = taken_++;
@@ -331,6 +521,10 @@ class FrameConveyor {
       slot.ready = true;
       done_.notify_one();
     }
+  } catch (const std::bad_alloc&) {
+    const std::lock_guard lock(mutex_);
+    out_of_memory_ = true;
+    done_.notify_one();
   }
 
   const FrameSource& source_;
@@ -344,6 +538,7 @@ class FrameConveyor {
   uint32_t taken_;
   uint32_t given_;
   bool stopping_ = false;
+  bool out_of_memory_ = false;
   std::vector<std::jthread> workers_;
 };
 
@@ -454,6 +649,8 @@ std::string RecodedPixels::convert_first() {
     const std::string text = all_text_of(worker.result(), tag);
     if (text != form_.text(tag)) changes_.emplace_back(tag, text);
   }
+  form_.compresses_alone = form_.compresses() && !form_.decompresses() && !is_lossy(form_.to) &&
+                           changes_.empty() && form_.image_bits() % 16 == 0;
   return "";
 }
 
@@ -468,36 +665,32 @@ bool RecodedPixels::fits_late_table() const {
 }
 
 std::string RecodedPixels::convert_all() {
-  std::string problem = store(first_frame_);
   frame_bytes_ = first_frame_.size();
-  std::string frame;
-  frame.swap(first_frame_);
+  std::string problem = store(first_frame_, 0);
+  Bytes().swap(first_frame_);
   if (problem.empty() && source_.count() > 1) {
-    FrameConveyor conveyor(source_, form_, 1, threads_, path_);
-    for (uint32_t i = 1; problem.empty() && i < source_.count(); ++i) {
-      problem = conveyor.next(frame);
-      if (problem.empty()) problem = store(frame);
-    }
+    FrameCrew crew(source_, form_, path_, threads_);
+    problem =
+        crew.hand_to([this](uint32_t number, const Bytes& frame, auto&) { return store(frame, number); });
   }
   spilled_ = true;
   return problem;
 }
 
-// One more frame behind the others; where it is compressed, as an item.
-std::string RecodedPixels::store(const std::string& frame) {
-  if (!form_.compresses()) {
-    return frame_bytes_ == 0 || frame.size() == frame_bytes_ ? spill_.append(frame.data(), frame.size())
-                                                             : kOtherSize;
+// One more frame behind the others.
+std::string RecodedPixels::store(const Bytes& frame, uint32_t number) {
+  if (form_.compresses()) {
+    offsets_.push_back(static_cast<uint32_t>(spill_.size()));
+    if (spill_.size() > kUndefined) offsets_.clear();
+  } else if (!has_right_size(frame, number)) {
+    return kOtherSize;
   }
-  std::string item;
-  append32(item, kItem);
-  append32(item, static_cast<uint32_t>(frame.size() + frame.size() % 2));
-  offsets_.push_back(static_cast<uint32_t>(spill_.size()));
-  if (spill_.size() > kUndefined) offsets_.clear();
-  std::string problem = spill_.append(item.data(), item.size());
-  if (problem.empty()) problem = spill_.append(frame.data(), frame.size());
-  if (problem.empty() && frame.size() % 2 != 0) problem = spill_.append("", 1);
-  return problem;
+  return spill_.append(frame.data(), frame.size());
+}
+
+bool RecodedPixels::has_right_size(const Bytes& frame, uint32_t number) const {
+  const uint64_t pad = number + 1 == source_.count() ? frame_bytes_ * source_.count() % 2 : 0;
+  return frame.size() == frame_bytes_ + (number == 0 ? 0 : pad);
 }
 
 std::string RecodedPixels::bring_in_line(DicomFile& file) {
@@ -518,7 +711,7 @@ std::string RecodedPixels::bring_in_line(DicomFile& file) {
       set_all_text(id, kMethodTag, "ISO_14495_1");
     }
     char ratio[48];
-    const double size = static_cast<double>(head().size() + spill_.size() + 8);
+    const double size = static_cast<double>(head().size() + spill_.size());
     std::snprintf(ratio, sizeof ratio, "%.2f", static_cast<double>(image_bits / 8 * source_.count()) / size);
     set_all_text(id, kRatioTag, ratio);
     const std::string uid = new_uid();
@@ -578,49 +771,77 @@ bool RecodedPixels::next_piece(bool first, bool& ended) {
     given_ = 0;
     frame_ = 0;
     conveyor_ = nullptr;
+    placed_ = false;
   }
   if (spilled_) return next_of_spill(first, ended);
-  if (frame_ == 0 && !first_frame_.empty()) {
+  const uint32_t number = frame_++;
+  ended = frame_ == source_.count();
+  if (number == 1 && can_place()) return place_others(ended);
+  if (placed_) return true;  // the piece stands for one more frame
+  if (number == 0 && !first_frame_.empty()) {
     piece_.swap(first_frame_);
-    first_frame_ = std::string();
+    Bytes().swap(first_frame_);
   } else {
     if (conveyor_ == nullptr)
-      conveyor_ = std::make_unique<FrameConveyor>(source_, form_, frame_, threads_, path_);
+      conveyor_ = std::make_unique<FrameConveyor>(source_, form_, number, threads_, path_);
     problem_ = conveyor_->next(piece_);
-    if (problem_.empty() && !form_.compresses() && piece_.size() != frame_bytes_) problem_ = kOtherSize;
+    if (problem_.empty() && !form_.compresses() && !has_right_size(piece_, number)) problem_ = kOtherSize;
     if (!problem_.empty()) return false;
   }
-  ended = frame_ + 1 == source_.count();
-  if (form_.compresses()) {
-    pack_frame(ended);
-  } else if (ended && length_ % 2 != 0) {
-    piece_.push_back('\0');
-  }
-  ++frame_;
+  if (form_.compresses()) note_item(number);
+  if (number == 0 && sink_ != nullptr) sink_->watch(piece_.data());
   return true;
 }
 
-// The frame at hand as an item, with what stands in front of the first and behind the last.
-void RecodedPixels::pack_frame(bool ended) {
-  std::string item;
-  item.reserve(piece_.size() + 4 * std::size_t{source_.count()} + 32);
-  if (frame_ == 0) {
-    offsets_.assign(source_.count(), 0);
-    item = head();
+// The offset table stands in front of the first item.
+void RecodedPixels::note_item(uint32_t number) {
+  if (number == 0) offsets_.assign(source_.count(), 0);
+  offsets_[number] = static_cast<uint32_t>(given_);
+  given_ += piece_.size();
+  if (number != 0) return;
+  const std::string table = head();
+  Bytes both;
+  both.append(table.data(), table.size());
+  both.append(piece_.data(), piece_.size());
+  piece_.swap(both);
+}
+
+// The library hands on large pieces as they are if they do not begin or end in the middle of two bytes.
+bool RecodedPixels::can_place() const {
+  return sink_ != nullptr && sink_->found_watched() && (form_.compresses() || frame_bytes_ % 2 == 0);
+}
+
+// The first frame has gone right into the file, so that the places of the others are known: each thread
+// writes its own. What the library gets of raw ones just counts; items need not even be counted.
+bool RecodedPixels::place_others(bool& ended) {
+  if (!sink_->flush()) return false;
+  FrameCrew crew(source_, form_, path_, threads_);
+  const uint64_t first_end = piece_.size();
+  const uint64_t head_size = first_end - given_;
+  uint64_t end = first_end;
+  std::string problem;
+  if (form_.compresses()) {
+    problem = crew.hand_to([&](uint32_t number, const Bytes& item, std::unique_lock<std::mutex>& lock) {
+      const uint64_t at = end;
+      end += item.size();
+      offsets_[number] = static_cast<uint32_t>(at - head_size);
+      lock.unlock();
+      std::string failure = sink_->patch(at, item.data(), item.size());
+      lock.lock();
+      return failure;
+    });
+    ended = true;
+    piece_.clear();
+  } else {
+    problem = crew.place_raw(*sink_, frame_bytes_);
+    sink_->leave_out(piece_.data());
+    placed_ = true;
   }
-  offsets_[frame_] = static_cast<uint32_t>(given_);
-  const std::size_t begin = item.size();
-  append32(item, kItem);
-  append32(item, static_cast<uint32_t>(piece_.size() + piece_.size() % 2));
-  item += piece_;
-  if (piece_.size() % 2 != 0) item.push_back('\0');
-  given_ += item.size() - begin;
-  if (ended) {
-    append32(item, kDelimiter);
-    append32(item, 0);
+  if (!problem.empty()) {
+    if (sink_->problem().empty()) problem_ = problem;
+    return false;
   }
-  piece_.swap(item);
-  if (frame_ == 0 && sink_ != nullptr) sink_->watch(piece_.data());
+  return placed_ || sink_->skip(end - first_end);
 }
 
 std::string RecodedPixels::write(const DicomFile& file, FileSink& sink, int32_t pad) {
@@ -629,32 +850,28 @@ std::string RecodedPixels::write(const DicomFile& file, FileSink& sink, int32_t 
   sink_ = nullptr;
   if (!problem_.empty()) return problem_;
   if (status == VX_NORMAL_COMPLETION) {
+    // Its bytes are there, wherever the library would have put what it got in their place.
+    if (placed_ && sink.skipped() != length_ - frame_bytes_) return "its frames lie elsewhere";
+    if (!late_table_) return "";
     const std::string table = head();
-    return late_table_ ? sink.patch(0, table.data(), table.size()) : "";
+    return sink.flush() ? sink.patch(0, table.data(), table.size()) : sink.problem();
   }
   const std::string problem = sink.problem();
   return problem.empty() ? std::string("can not write it: ") + VX_Error_Message(status) : problem;
 }
 
 bool RecodedPixels::next_of_spill(bool first, bool& ended) {
+  const std::string table = first ? head() : "";
   piece_.clear();
-  if (first) piece_ = head();
-  const std::size_t at = piece_.size();
+  piece_.append(table.data(), table.size());
   const auto size = static_cast<std::size_t>(std::min<uint64_t>(kPiece, spill_.size() - given_));
-  piece_.resize(at + size);
-  if (!spill_.read_at(given_, piece_.data() + at, size)) {
+  piece_.resize(table.size() + size);
+  if (!spill_.read_at(given_, piece_.data() + table.size(), size)) {
     problem_ = "can not read what was laid down for it";
     return false;
   }
   given_ += size;
   ended = given_ == spill_.size();
-  if (!ended) return true;
-  if (form_.compresses()) {
-    append32(piece_, kDelimiter);
-    append32(piece_, 0);
-  } else if (length_ % 2 != 0) {
-    piece_.push_back('\0');
-  }
   return true;
 }
 

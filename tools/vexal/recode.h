@@ -36,6 +36,7 @@ struct FrameForm {
   std::string text(uint32_t tag) const;  // of an attribute, "" if it is not there
   uint64_t image_bits() const;           // of a frame without compression
   bool inflates = false;                 // frames are deflated, each on its own (PS3.5 section 10.20)
+  bool compresses_alone = false;         // frames that are compressed leave all attributes as they are
   bool decompresses() const { return !is_uncompressed(from) && !inflates; }
   bool compresses() const { return !is_uncompressed(to); }
 };
@@ -67,12 +68,15 @@ class RecodedPixels {
  private:
   std::string convert_first();
   std::string convert_all();
-  std::string store(const std::string& frame);
+  std::string store(const Bytes& frame, uint32_t number);
+  bool has_right_size(const Bytes& frame, uint32_t number) const;
   std::string bring_in_line(DicomFile& file);
   bool fits_late_table() const;
   std::string head() const;
-  void pack_frame(bool ended);
+  void note_item(uint32_t number);
   bool next_piece(bool first, bool& ended);
+  bool can_place() const;
+  bool place_others(bool& ended);
   bool next_of_spill(bool first, bool& ended);
   static VX_STATUS callback(int32_t id, uint32_t tag, void* user, VX_CALLBACK_REQUEST request, uint32_t* size,
                             void** data, int32_t first, int32_t* last);
@@ -88,16 +92,17 @@ class RecodedPixels {
   std::vector<uint32_t> offsets_;  // of the frames in the value
   FileSink* sink_ = nullptr;
   std::vector<std::pair<uint32_t, std::string>> changes_;  // of attributes
-  std::string first_frame_;
+  Bytes first_frame_;
   uint64_t frame_bytes_ = 0;  // of each frame, where the value is not encapsulated
   uint64_t length_ = 0;       // of that value
   std::string path_;
   std::string problem_;
 
   // The reading of the value.
-  std::string piece_;
+  Bytes piece_;
   uint64_t given_ = 0;  // of its bytes, behind the offset table
   uint32_t frame_ = 0;
+  bool placed_ = false;  // the others lie in the file before the library gives them
 };
 
 }  // namespace vexal

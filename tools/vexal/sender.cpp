@@ -117,7 +117,7 @@ VX_STATUS ObjectSender::give(int32_t, uint32_t, void* user, VX_CALLBACK_REQUEST 
 std::string ObjectSender::begin(const ObjectFile& file) {
   prepared_ = nullptr;
   start_ = end_ = 0;
-  block_.need(kBlock);
+  block_.resize(kBlock);
   return source_.open(file.path);
 }
 

@@ -59,7 +59,7 @@ class ObjectSender {
   bool sent_in_part_ = false;
   FileSource source_;  // of the file whose bytes go out, or will
   const ObjectFile* prepared_ = nullptr;
-  Block block_;
+  Bytes block_;
   uint64_t start_ = 0;  // of the bytes in the block, in the file
   uint64_t end_ = 0;
 };
