@@ -13,7 +13,8 @@ import shutil
 import sys
 
 import network
-from network import VEXAL, Server, arrived, check, data_set, free_port, meta_text, run, valid_samples
+from checks import VEXAL, check, free_port, run, run_parts
+from network import Server, arrived, data_set, meta_text, valid_samples
 
 EXPLICIT = "1.2.840.10008.1.2.1"
 
@@ -156,4 +157,4 @@ def secure(folder):
 
 
 if __name__ == "__main__":
-    sys.exit(network.main(outwards, inwards, rotation, secure))
+    sys.exit(run_parts(outwards, inwards, rotation, secure))

@@ -12,13 +12,12 @@ import os
 import re
 import shutil
 import struct
-import subprocess
 import sys
 import tempfile
 
-VEXAL, SAMPLES = sys.argv[1], sys.argv[2]
+from checks import SAMPLES, VEXAL, element, end, fail, run
+
 HAS_PEER = shutil.which("dicomdump") is not None
-failures = []
 counts = dict.fromkeys(("texts decoded", "by vtk-dicom", "texts encoded", "for vtk-dicom", "characters", "samples", "texts of samples"), 0)
 
 # Number, escape sequence without the ESC, Python's codec, a text.
@@ -44,21 +43,12 @@ def peer_takes(first, second):
     return first in ("6", "100") or second not in LOW_PAIRS + HIGH_PAIRS
 
 
-def run(*command):
-    return subprocess.run(command, capture_output=True, timeout=120)
-
-
-def element(tag, vr, value):
-    value += b" " * (len(value) % 2)
-    head = struct.pack("<HH2s", tag >> 16, tag & 0xFFFF, vr.encode())
-    return head + (struct.pack("<HI", 0, len(value)) if vr == "UT" else struct.pack("<H", len(value))) + value
-
-
 def write(path, charset, elements):
-    body = element(0x00020010, "UI", b"1.2.840.10008.1.2.1\0") + element(0x00080005, "CS", charset.encode())
+    body = element(0x00020010, b"UI", b"1.2.840.10008.1.2.1") + element(0x00080005, b"CS", charset.encode())
     rest = sorted([(0x00080016, "UI", b"1.2.840.10008.5.1.4.1.1.7\0"), (0x00080018, "UI", b"1.2.3.4\0")] + elements)
     with open(path, "wb") as out:
-        out.write(bytes(128) + b"DICM" + element(0x00020000, "UL", struct.pack("<I", 28)) + body + b"".join(element(*e) for e in rest))
+        out.write(bytes(128) + b"DICM" + element(0x00020000, b"UL", struct.pack("<I", 28)) + body)
+        out.write(b"".join(element(tag, vr.encode(), value) for tag, vr, value in rest))
 
 
 def listing(paths):
@@ -106,10 +96,10 @@ def text_of(pieces):
     return "".join(p if isinstance(p, str) else p[3] for p in pieces)
 
 
-def compare(what, told, wanted, kind, problems):
+def compare(what, told, wanted, kind):
     counts[kind] += 1
     if (told or "").strip(" ") != wanted.strip(" "):
-        problems.append(f"{what}: {told!r} instead of {wanted!r}")
+        fail(f"{what}: {told!r} instead of {wanted!r}")
 
 
 def pairs(work):
@@ -131,19 +121,19 @@ def pairs(work):
         write(source, "ISO_IR 192", [(t, vr, text_of(pieces).encode()) for t, vr, pieces in pair_texts(a, b)])
         result = run(VEXAL, "convert", "--quiet", "--charset", names_of(a, b), source, made)
         if result.returncode != 0:
-            failures.append(f"{os.path.basename(path)}: convert: {result.stderr.decode()[:200]}")
+            fail(f"{os.path.basename(path)}: convert: {result.stderr.decode()[:200]}")
             continue
         back = peer_listing(made) if peer is not None else None
         for tag, text in texts.items():
             what = f"{names_of(a, b)} {tag}"
-            compare(what, ours[path].get(tag), text, "texts decoded", failures)
+            compare(what, ours[path].get(tag), text, "texts decoded")
             if peer is not None:
-                compare(what + " of vtk-dicom", peer.get(tag), text, "by vtk-dicom", failures)
-                compare(what + " made, of vtk-dicom", back.get(tag), text, "for vtk-dicom", failures)
+                compare(what + " of vtk-dicom", peer.get(tag), text, "by vtk-dicom")
+                compare(what + " made, of vtk-dicom", back.get(tag), text, "for vtk-dicom")
     again = listing([path + ".made" for path in sorted(files)])
     for path, (a, b, texts) in files.items():
         for tag, text in texts.items():
-            compare(f"{names_of(a, b)} {tag} made", again.get(path + ".made", {}).get(tag), text, "texts encoded", failures)
+            compare(f"{names_of(a, b)} {tag} made", again.get(path + ".made", {}).get(tag), text, "texts encoded")
 
 
 def characters(work):
@@ -169,10 +159,10 @@ def characters(work):
             back.append(path + str(len(back)))
             result = run(VEXAL, "convert", "--quiet", "--charset", charset, (back[-2:-1] or [path])[0], back[-1])
             if result.returncode != 0:
-                failures.append(f"ISO 2022 IR {number} to {charset}: {result.stderr.decode()[:200]}")
+                fail(f"ISO 2022 IR {number} to {charset}: {result.stderr.decode()[:200]}")
         texts = [text.get("%08X" % ALL) for text in listing([path] + back).values()]
         if len(texts) != 3 or len(set(texts)) != 1:
-            failures.append(f"ISO 2022 IR {number}: not the same after there and back")
+            fail(f"ISO 2022 IR {number}: not the same after there and back")
         told = texts[0].split("\n")
         differ = []
         for known, line in zip(wanted, told):
@@ -181,7 +171,7 @@ def characters(work):
                 differ.append(("row", len(line), len(known)))
             differ += [(pair.hex(), ours, text) for (pair, text), ours in zip(known, line) if ours != text]
         if differ:
-            failures.append(f"ISO 2022 IR {number}: {len(differ)} characters differ: {differ[:12]}")
+            fail(f"ISO 2022 IR {number}: {len(differ)} characters differ: {differ[:12]}")
 
 
 def recorded():
@@ -212,17 +202,17 @@ def samples(work):
         if not nested:
             results.append(run(VEXAL, "convert", "--quiet", "--charset", ",".join(n.strip() for n in charset.split("\\")), utf8, back))
         if any(r.returncode != 0 for r in results):
-            failures.append(f"{name}: {results[-1].stderr.decode()[:200]}")
+            fail(f"{name}: {results[-1].stderr.decode()[:200]}")
             continue
         told = listing([path, utf8] + ([] if nested else [back]))
         for tag, text in texts.items():
             for file, of_file in told.items():
-                compare(f"{name} {tag} {os.path.basename(file)}", of_file.get(tag, "").strip("^= "), text.strip("^= "), "texts of samples", failures)
+                compare(f"{name} {tag} {os.path.basename(file)}", of_file.get(tag, "").strip("^= "), text.strip("^= "), "texts of samples")
         with open(utf8, "rb") as file:
             content = file.read()
         for text in texts.values():
             if not nested and text.strip() and text.encode() not in content:
-                failures.append(f"{name}: {text!r} is not in its UTF-8 form")
+                fail(f"{name}: {text!r} is not in its UTF-8 form")
 
 
 with tempfile.TemporaryDirectory() as folder:
@@ -230,8 +220,4 @@ with tempfile.TemporaryDirectory() as folder:
     characters(folder)
     if os.path.isdir(SAMPLES):
         samples(folder)
-print(", ".join(f"{n} {what}" for what, n in counts.items()))
-for failure in failures:
-    print("FAIL", failure)
-print(len(failures), "failures")
-sys.exit(1 if failures else 0)
+sys.exit(end({kind: number for kind, number in counts.items() if number}))

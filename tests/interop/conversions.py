@@ -9,40 +9,18 @@ import os
 import resource
 import shutil
 import signal
-import socket
 import struct
 import subprocess
 import sys
-import tempfile
 import time
 import zlib
 
-VEXAL, SAMPLES = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
-os.environ.pop("VEXAL_INI", None)
+from checks import SAMPLES, VEXAL, check, element, free_port, run, run_parts, wait_for_listener
+
 MEBI = 1 << 20
 EXPLICIT, DEFLATED = b"1.2.840.10008.1.2.1", b"1.2.840.10008.1.2.1.99"
 LOSSLESS = {"rle": "1.2.840.10008.1.2.5", "jpeg-lossless": "1.2.840.10008.1.2.4.70", "jpeg-ls": "1.2.840.10008.1.2.4.80",
             "jpeg2000": "1.2.840.10008.1.2.4.90"}
-failures = []
-checks = 0
-
-
-def check(good, text):
-    global checks
-    checks += 1
-    if not good:
-        failures.append(text)
-        print("FAIL", text, flush=True)
-
-
-def run(*command, **more):
-    return subprocess.run([str(c) for c in command], capture_output=True, timeout=120, **more)
-
-
-def element(tag, vr, value):
-    value += (b"\0" if vr in (b"UI", b"OB", b"OW") else b" ") * (len(value) % 2)
-    head = struct.pack("<HH", tag >> 16, tag & 0xFFFF) + vr
-    return head + (struct.pack("<xxI", len(value)) if vr in (b"OB", b"OW") else struct.pack("<H", len(value))) + value
 
 
 def head_of_image(frames, rows, columns, bits, instance, syntax=EXPLICIT, colour=False):
@@ -314,19 +292,7 @@ def full_disks(folder):
 
 def serve(command, port, folder):
     process = subprocess.Popen([str(c) for c in command], cwd=folder, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-    for _ in range(200):
-        try:
-            socket.create_connection(("127.0.0.1", port), timeout=1).close()
-            return process
-        except OSError:
-            time.sleep(0.05)
-    raise RuntimeError("does not listen: %s" % command)
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+    return wait_for_listener(process, port)
 
 
 def stored(folder):
@@ -403,14 +369,4 @@ def peers(folder):
     check(run(VEXAL, "receive", free_port(), "--to", "jpeg").returncode == 2, "receive --to a lossy syntax")
 
 
-def main():
-    for part in (memory, threads, icons, refusals, kills, full_disks, peers):
-        print(part.__name__, flush=True)
-        with tempfile.TemporaryDirectory() as folder:
-            part(folder)
-    print("%d checks, %d failures" % (checks, len(failures)))
-    return 1 if failures else 0
-
-
-if __name__ == "__main__":
-    sys.exit(main())
+sys.exit(run_parts(memory, threads, icons, refusals, kills, full_disks, peers))

@@ -10,35 +10,23 @@ import json
 import os
 import shutil
 import struct
-import subprocess
 import sys
 import tempfile
 import warnings
 
-try:
-    import pydicom
-except ImportError:
-    print("pydicom is not installed: skipped")
-    sys.exit(77)
+import checks
+from checks import SAMPLES, VEXAL, check, need
 
+need("storescp", "dcmmkdir", module="pydicom")
 import network
+import pydicom
 
 warnings.simplefilter("ignore")
-VEXAL, SAMPLES = sys.argv[1], os.path.join(sys.argv[2], "dicomdir")
-if not os.path.isdir(SAMPLES) or not shutil.which("dcmmkdir"):
-    print("no samples in", SAMPLES, "or no dcmmkdir: skipped")
-    sys.exit(77)
-failures = []
-
-
-def check(name, good, text=""):
-    print("ok  " if good else "FAIL", name, "" if good else text)
-    if not good:
-        failures.append(name)
+SAMPLES = os.path.join(SAMPLES, "dicomdir")
 
 
 def run(*command, cwd=None):
-    return subprocess.run(command, capture_output=True, text=True, timeout=60, cwd=cwd)
+    return checks.run(*command, text=True, cwd=cwd)
 
 
 def tree(path):
@@ -135,13 +123,13 @@ def read_by_others(name, path):
     """pydicom, dcmtk, gdcm and dcdirdmp have the records that vexal lists."""
     expected = listed(path)
     places = [row[:3] for row in expected]
-    check(name + ": pydicom", tree(path) == expected, "%d records" % len(expected))
-    check(name + ": dcmdump", dumped(path) == places)
-    check(name + ": whole", whole(path) == (1, places))
+    check(tree(path) == expected, "%s: %s" % (name + ": pydicom", "%d records" % len(expected)))
+    check(dumped(path) == places, name + ": dcmdump")
+    check(whole(path) == (1, places), name + ": whole")
     if shutil.which("dcdirdmp"):
-        check(name + ": dcdirdmp", shown_by_dicom3tools(path) == places, str(shown_by_dicom3tools(path))[:300])
+        check(shown_by_dicom3tools(path) == places, "%s: %s" % (name + ": dcdirdmp", str(shown_by_dicom3tools(path))[:300]))
     if shutil.which("gdcmdump"):
-        check(name + ": gdcmdump", dumped_by_gdcm(path) == in_file_order(path))
+        check(dumped_by_gdcm(path) == in_file_order(path), name + ": gdcmdump")
 
 
 def samples():
@@ -159,9 +147,8 @@ def samples():
             places.pop()
         status, found = whole(path)
         shown = run(VEXAL, "dir", "list", path)
-        check("sample %s: status" % name, (status, shown.returncode) == ((4045, 1) if cut else (1, 0)), shown.stderr)
-        check("sample " + name, [row[:3] for row in listed(path)] == found == places,
-              "%d of %d, status %d" % (len(found), len(places), status))
+        check((status, shown.returncode) == ((4045, 1) if cut else (1, 0)), "%s: %s" % ("sample %s: status" % name, shown.stderr))
+        check([row[:3] for row in listed(path)] == found == places, "%s: %s" % ("sample " + name, "%d of %d, status %d" % (len(found), len(places), status)))
 
 
 def samples_in_place(folder):
@@ -193,7 +180,7 @@ def on_many_ways(folder):
                    struct.pack("<HH2sHI", 4, 0x1220, b"SQ", 0, len(records)) + records)
     for action in ("list", "check"):
         shown = run(VEXAL, "dir", action, path)
-        check("many ways: %s comes to an end" % action, shown.returncode == 1 and len(shown.stdout) < 1 << 20, shown.stderr[-300:])
+        check(shown.returncode == 1 and len(shown.stdout) < 1 << 20, "%s: %s" % ("many ways: %s comes to an end" % action, shown.stderr[-300:]))
 
 
 def file_set(folder):
@@ -207,10 +194,10 @@ def made_by_others(folder):
     directory = file_set(folder)
     for length in ("-e", "+e"):
         made = run("dcmmkdir", "+r", "+I", length, "-Nxc", "-Nec", "-Nrc", "+id", ".", cwd=folder)
-        check("dcmmkdir " + length, made.returncode == 0, made.stderr)
-        check("dcmmkdir %s: records" % length, listed(directory) == tree(directory) and len(listed(directory)) == 52)
+        check(made.returncode == 0, "%s: %s" % ("dcmmkdir " + length, made.stderr))
+        check(listed(directory) == tree(directory) and len(listed(directory)) == 52, "dcmmkdir %s: records" % length)
         checked = run(VEXAL, "dir", "check", directory)
-        check("dcmmkdir %s: check" % length, checked.returncode == 0, checked.stdout)
+        check(checked.returncode == 0, "%s: %s" % ("dcmmkdir %s: check" % length, checked.stdout))
         in_place(directory, "dcmmkdir " + length)
         os.remove(directory)
 
@@ -218,32 +205,32 @@ def made_by_others(folder):
 def made_by_vexal(folder):
     directory = file_set(folder)
     made = run(VEXAL, "dir", "create", directory, "--id", "TEST")
-    check("create", made.returncode == 0 and len(listed(directory)) == 52, made.stderr)
+    check(made.returncode == 0 and len(listed(directory)) == 52, "%s: %s" % ("create", made.stderr))
     read_by_others("create", directory)
     of_peer = os.path.join(folder, "PEER")
     run("dcmmkdir", "+r", "+I", "-Nxc", "-Nec", "-Nrc", "+id", ".", "+D", "PEER", cwd=folder)
     all_records = sorted(tree(of_peer))
-    check("create: records of dcmmkdir", all_records == sorted(tree(directory)))
+    check(all_records == sorted(tree(directory)), "create: records of dcmmkdir")
     os.remove(of_peer)
     removed = run(VEXAL, "dir", "remove", directory, os.path.join(folder, "77654033/CR1/6154"), "--patient", "98890234")
-    check("remove", removed.returncode == 0 and 0 < len(listed(directory)) < 52, removed.stderr)
+    check(removed.returncode == 0 and 0 < len(listed(directory)) < 52, "%s: %s" % ("remove", removed.stderr))
     read_by_others("remove", directory)
     shutil.copy(directory, of_peer)
     gone_on = run("dcmmkdir", "+r", "+I", "+A", "-nb", "-Nxc", "-Nec", "-Nrc", "+id", ".", "+D", "PEER", cwd=folder)
-    check("dcmmkdir goes on with it", gone_on.returncode == 0 and sorted(tree(of_peer)) == all_records, gone_on.stderr)
+    check(gone_on.returncode == 0 and sorted(tree(of_peer)) == all_records, "%s: %s" % ("dcmmkdir goes on with it", gone_on.stderr))
     os.remove(of_peer)
     added = run(VEXAL, "dir", "add", directory, folder)
-    check("add", added.returncode == 0 and len(listed(directory)) == 52, added.stderr)
+    check(added.returncode == 0 and len(listed(directory)) == 52, "%s: %s" % ("add", added.stderr))
     read_by_others("add", directory)
     os.remove(os.path.join(folder, "77654033/CR2/6247"))
     checked = run(VEXAL, "dir", "check", directory)
-    check("check finds a lost file", checked.returncode == 1 and "77654033/CR2/6247: there is no such" in checked.stdout)
+    check(checked.returncode == 1 and "77654033/CR2/6247: there is no such" in checked.stdout, "check finds a lost file")
     with open(directory, "r+b") as broken:
         broken.truncate(4000)
     repaired = run(VEXAL, "dir", "repair", directory)
-    check("repair", repaired.returncode == 0 and len(listed(directory)) == 50, repaired.stderr)
+    check(repaired.returncode == 0 and len(listed(directory)) == 50, "%s: %s" % ("repair", repaired.stderr))
     read_by_others("repair", directory)
-    check("repair: File-set ID", pydicom.dcmread(directory).FileSetID == "TEST")
+    check(pydicom.dcmread(directory).FileSetID == "TEST", "repair: File-set ID")
     in_place(directory, "vexal")
 
 
@@ -256,19 +243,19 @@ def on_a_disc(folder):
             if name != "DICOMDIR":
                 os.rename(os.path.join(root, name), os.path.join(root, name.lower()))
     checked = run(VEXAL, "dir", "check", directory)
-    check("lower case: check", checked.returncode == 0, checked.stdout)
+    check(checked.returncode == 0, "%s: %s" % ("lower case: check", checked.stdout))
     with tempfile.TemporaryDirectory() as out:
         port = network.free_port()
         with network.Server([VEXAL, "receive", port, "--dir", out], port):
             sent = run(VEXAL, "store", "127.0.0.1", str(port), directory)
-            check("lower case: store", sent.returncode == 0 and len(os.listdir(out)) == 31, sent.stderr)
+            check(sent.returncode == 0 and len(os.listdir(out)) == 31, "%s: %s" % ("lower case: store", sent.stderr))
             victim = os.path.join(folder, "77654033", "cr1", "6154")
             shutil.move(victim, os.path.join(out, "elsewhere"))
             os.symlink(os.path.join(out, "elsewhere"), victim)
             sent = run(VEXAL, "store", "127.0.0.1", str(port), directory)
-            check("a link: store", sent.returncode != 0 and "77654033/CR1/6154" in sent.stderr, sent.stderr)
+            check(sent.returncode != 0 and "77654033/CR1/6154" in sent.stderr, "%s: %s" % ("a link: store", sent.stderr))
     checked = run(VEXAL, "dir", "check", directory)
-    check("a link: check", checked.returncode == 1 and "77654033/CR1/6154: there is no such file" in checked.stdout, checked.stdout)
+    check(checked.returncode == 1 and "77654033/CR1/6154: there is no such file" in checked.stdout, "%s: %s" % ("a link: check", checked.stdout))
 
 
 LIBRARY = None
@@ -337,7 +324,7 @@ def in_place(directory, name):
     """A patient is added and the first one deleted, record by record."""
     lib, handle, record = library(), ctypes.c_int32(), ctypes.c_int32()
     before = tree(directory)
-    check(name + ": opened in place", lib.VX_DDH_Open(directory.encode(), ctypes.byref(handle)) == 1)
+    check(lib.VX_DDH_Open(directory.encode(), ctypes.byref(handle)) == 1, name + ": opened in place")
     lib.VX_DDH_Get_First_Lower_Record(handle, ctypes.byref(record))
     lib.VX_DDH_Delete_Record(record)
     lib.VX_DDH_Add_Record(handle, b"PATIENT", ctypes.byref(record))
@@ -345,18 +332,14 @@ def in_place(directory, name):
         lib.VX_Set_Value_From_String(record, tag, text)
     study = ctypes.c_int32()
     lib.VX_DDH_Add_Record(record, None, ctypes.byref(study))
-    check(name + ": updated in place", lib.VX_DDH_Update(handle) == 1)
+    check(lib.VX_DDH_Update(handle) == 1, name + ": updated in place")
     lib.VX_Free_File(ctypes.byref(handle))
     second = [i for i, row in enumerate(before) if row[0] == 0][1:2]
     expected = (before[second[0]:] if second else []) + [(0, "PATIENT", "", ""), (1, "STUDY", "", "")]
-    check(name + ": records after it", tree(directory) == expected)
+    check(tree(directory) == expected, name + ": records after it")
     read_by_others(name + " in place", directory)
 
 
 os.environ["VEXAL_LOG"] = "/dev/null"
 samples()
-for part in (samples_in_place, on_many_ways, made_by_others, made_by_vexal, on_a_disc):
-    with tempfile.TemporaryDirectory() as scratch:
-        part(scratch)
-print("%d failures" % len(failures))
-sys.exit(1 if failures else 0)
+sys.exit(checks.run_parts(samples_in_place, on_many_ways, made_by_others, made_by_vexal, on_a_disc))

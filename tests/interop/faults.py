@@ -20,43 +20,24 @@ import socket
 import struct
 import subprocess
 import sys
-import tempfile
 import threading
 import time
 
-VEXAL = os.path.abspath(sys.argv[1])
+from checks import VEXAL, check, element, free_port, run, run_parts
+
 SEED = int(os.environ.get("VEXAL_SEED", "0")) or random.randrange(1 << 32)
 random.seed(SEED)
-os.environ.pop("VEXAL_INI", None)
 resource.setrlimit(resource.RLIMIT_NOFILE, (min(8192, resource.getrlimit(resource.RLIMIT_NOFILE)[1]),) * 2)
 
 CT, MR, VERIFICATION = b"1.2.840.10008.5.1.4.1.1.2", b"1.2.840.10008.5.1.4.1.1.4", b"1.2.840.10008.1.1"
 STUDY_FIND = b"1.2.840.10008.5.1.4.1.2.2.1"
 IMPLICIT, EXPLICIT = b"1.2.840.10008.1.2", b"1.2.840.10008.1.2.1"
 MEBI = 1 << 20
-failures = []
-checks = 0
-
-
-def check(good, text):
-    global checks
-    checks += 1
-    if not good:
-        failures.append(text)
-        print("FAIL", text, flush=True)
-
-
 # ---- Objects and messages ----
 
 
 def padded(value, filler=b"\0"):
     return value + filler * (len(value) % 2)
-
-
-def element(tag, vr, value):
-    value = padded(value, b"\0" if vr in (b"UI", b"OB", b"OW") else b" ")
-    head = struct.pack("<HH", tag >> 16, tag & 0xFFFF) + vr
-    return head + (struct.pack("<xxI", len(value)) if vr in (b"OB", b"OW", b"SQ") else struct.pack("<H", len(value))) + value
 
 
 def data_set(instance, pixels=b"\1\2\3\4" * 64):
@@ -181,16 +162,6 @@ def acknowledged(received):
 
 
 # ---- Programs ----
-
-
-def run(*words, timeout=120, **more):
-    return subprocess.run([str(w) for w in words], capture_output=True, timeout=timeout, **more)
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
 
 
 class Server:
@@ -818,17 +789,5 @@ def networks(folder):
 PARTS = (hostile_requesters, floods, hostile_acceptors, silent_crowd, kills, full_disk, large_object, networks)
 
 
-def main():
-    print("VEXAL_SEED=%d" % SEED)
-    for part in PARTS:
-        if len(sys.argv) > 2 and part.__name__ not in sys.argv[2:]:
-            continue
-        with tempfile.TemporaryDirectory() as folder:
-            start = time.monotonic()
-            part(folder)
-            print("%-20s %5.1f s" % (part.__name__, time.monotonic() - start), flush=True)
-    print("%d checks, %d failures" % (checks, len(failures)))
-    return 1 if failures else 0
-
-
-sys.exit(main())
+print("VEXAL_SEED=%d" % SEED)
+sys.exit(run_parts(*(part for part in PARTS if len(sys.argv) <= 2 or part.__name__ in sys.argv[2:])))

@@ -11,40 +11,15 @@ import os
 import re
 import shutil
 import signal
-import socket
 import subprocess
 import sys
-import tempfile
-import time
 import urllib.request
 
-VEXAL, SAMPLES = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
-if shutil.which("storescp") is None or not os.path.isdir(SAMPLES):
-    print("dcmtk or the samples are missing: skipped")
-    sys.exit(77)
+import checks
+from checks import SAMPLES, VEXAL, check, free_port, need, run, run_parts, wait_for_listener
 
-failures = []
-checks = 0
-os.environ.pop("VEXAL_INI", None)
+need("storescp")
 os.environ["TCP_NODELAY"] = "1"
-
-
-def check(good, text):
-    global checks
-    checks += 1
-    if not good:
-        failures.append(text)
-        print("FAIL", text, flush=True)
-
-
-def run(*command, timeout=120):
-    return subprocess.run([str(c) for c in command], capture_output=True, timeout=timeout)
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
 
 
 class Server:
@@ -55,13 +30,8 @@ class Server:
 
     def __enter__(self):
         self.process = subprocess.Popen(self.command, cwd=self.folder, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-        for _ in range(200):
-            try:
-                socket.create_connection(("127.0.0.1", self.port), timeout=1).close()
-                return self
-            except OSError:
-                time.sleep(0.05)
-        raise RuntimeError("does not listen: " + " ".join(self.command))
+        wait_for_listener(self.process, self.port)
+        return self
 
     def __exit__(self, *_):
         self.process.send_signal(signal.SIGTERM)
@@ -100,21 +70,16 @@ def meta_text(path, element):
 def valid_samples():
     """One file for each instance: valid, with preamble and meta group, of a class that is stored."""
     seen = {}
-    with open(os.path.join(SAMPLES, "README.md"), encoding="utf-8") as readme:
-        for line in readme:
-            cells = line.rstrip("\n").split("\t")
-            path = os.path.join(SAMPLES, cells[0])
-            if len(cells) < 7 or not cells[-1].startswith("valid") or not os.path.isfile(path):
-                continue
-            with open(path, "rb") as file:
-                head = file.read(140)
-            if head[128:132] != b"DICM" or head[132:136] != b"\x02\0\0\0":
-                continue
-            instance, sop_class = meta_text(path, 3), meta_text(path, 2)
-            if os.path.basename(path).startswith("query-") or "unknown-ts" in path:
-                continue
-            if instance and sop_class and sop_class != "1.2.840.10008.1.3.10" and os.path.getsize(path) % 2 == 0:
-                seen.setdefault(instance, path)
+    for _, path in checks.valid_samples():
+        with open(path, "rb") as file:
+            head = file.read(140)
+        if head[128:132] != b"DICM" or head[132:136] != b"\x02\0\0\0":
+            continue
+        instance, sop_class = meta_text(path, 3), meta_text(path, 2)
+        if os.path.basename(path).startswith("query-") or "unknown-ts" in path:
+            continue
+        if instance and sop_class and sop_class != "1.2.840.10008.1.3.10" and os.path.getsize(path) % 2 == 0:
+            seen.setdefault(instance, path)
     return seen
 
 
@@ -516,18 +481,5 @@ def odil(folder):
     print("  %d of %d objects stored, %d in the study fetched" % (len(sent), len(samples), len(wanted)))
 
 
-def main(*parts):
-    for part in parts:
-        with tempfile.TemporaryDirectory() as folder:
-            start = time.time()
-            try:
-                part(folder)
-            except Exception as error:  # a peer that can not be started is a failure of this check alone
-                check(False, "%s: %r" % (part.__name__, error))
-            print("%-14s %5.1f s" % (part.__name__, time.time() - start), flush=True)
-    print("%d checks, %d failures" % (checks, len(failures)))
-    return 1 if failures else 0
-
-
 if __name__ == "__main__":
-    sys.exit(main(verification, storage, queries, worklist, archive, orthanc, odil, tls))
+    sys.exit(run_parts(verification, storage, queries, worklist, archive, orthanc, odil, tls))

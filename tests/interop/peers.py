@@ -14,35 +14,19 @@ import sys
 import tempfile
 import warnings
 
-try:
-    import pydicom
-except ImportError:
-    print("pydicom is not installed: skipped")
-    sys.exit(77)
+from checks import SAMPLES, VEXAL, end, fail, failures, need, run, valid_samples
+
+need(module="pydicom")
+import pydicom
 
 warnings.simplefilter("ignore")
-VEXAL, SAMPLES = sys.argv[1], sys.argv[2]
-if not os.path.isdir(SAMPLES):
-    print("no samples in", SAMPLES, ": skipped")
-    sys.exit(77)
-
 UNCOMPRESSED = {
     "implicit": "1.2.840.10008.1.2",
     "explicit": "1.2.840.10008.1.2.1",
     "big-endian": "1.2.840.10008.1.2.2",
     "deflated": "1.2.840.10008.1.2.1.99",
 }
-failures = []
 counts = {"files": 0, "elements": 0, "written": 0, "read by dcmtk": 0, "read by gdcm": 0}
-
-
-def fail(text):
-    failures.append(text)
-    print("FAIL", text)
-
-
-def run(*command):
-    return subprocess.run(command, capture_output=True, timeout=120)
 
 
 # Beyond the limit of nesting, odd lengths, and one that pydicom does not inflate.
@@ -50,17 +34,6 @@ LEFT_OUT = ("odd/nested-private-sq.dcm",  # UN values of odd length: no other pr
             "made/stress-nested-1000-implicit.dcm", "made/stress-nested-1000-undefined.dcm", "made/ts-jpip-deflate-95.dcm")
 # A VR of UN is read by us as what the dictionary says, in the byte order of UN; pydicom 2.3 takes the file's order.
 OTHER_OPINION = ("ts/ct-explicit-be.dcm",)
-
-
-def valid_samples():
-    """Files that the README of the samples calls valid."""
-    with open(os.path.join(SAMPLES, "README.md"), encoding="utf-8") as readme:
-        for line in readme:
-            cells = line.rstrip("\n").split("\t")
-            if len(cells) >= 7 and cells[-1].startswith("valid"):
-                path = os.path.join(SAMPLES, cells[0])
-                if os.path.isfile(path) and cells[0] not in LEFT_OUT:
-                    yield cells[0], path
 
 
 def as_list(value):
@@ -255,15 +228,13 @@ def check_sample(sample):
 
 
 if __name__ == "__main__":
-    all_failures, totals = [], dict(counts)
+    totals = dict(counts)
+    samples = [sample for sample in valid_samples() if sample[0] not in LEFT_OUT]
     with multiprocessing.Pool() as pool:
-        for failed, counted in pool.imap_unordered(check_sample, list(valid_samples())):
-            all_failures += failed
+        for failed, counted in pool.imap_unordered(check_sample, samples):
+            failures.extend(failed)
             for key, value in counted.items():
                 totals[key] += value
-    failures.clear()
     with tempfile.TemporaryDirectory() as folder:
         check_modify(folder)
-    all_failures += failures
-    print(", ".join("%d %s" % (v, k) for k, v in totals.items()) + ",", len(all_failures), "failures")
-    sys.exit(1 if all_failures else 0)
+    sys.exit(end(totals))

@@ -17,21 +17,13 @@ import sys
 import tempfile
 import zlib
 
+from checks import SAMPLES, VEXAL, end, fail, need
+
+RENDERERS = ["dcmj2pnm", "dcml2pnm"]
+need(*RENDERERS, "gdcmconv", "dcmdjpeg", "dcmdjpls", "dcmdrle", module="pydicom")
 import pydicom
 import pydicom.encaps
 from pydicom.dataset import FileDataset, FileMetaDataset
-
-VEXAL, SAMPLES = sys.argv[1], sys.argv[2]
-RENDERERS = ["dcmj2pnm", "dcml2pnm"]
-if not os.path.isdir(SAMPLES) or not all(map(shutil.which, RENDERERS + ["gdcmconv", "dcmdjpeg", "dcmdjpls", "dcmdrle"])):
-    print("samples or peers are missing: skipped")
-    sys.exit(77)
-FAILURES = []
-
-
-def fail(text):
-    FAILURES.append(text)
-    print("FAILED", text, flush=True)
 
 
 def run(*command):
@@ -136,7 +128,7 @@ def check_rendering(folder):
             fail("%s: %s" % (name, found))
     if seen < 30:
         fail("only %d images were compared" % seen)
-    print(seen, "images rendered as dcmtk does")
+    return seen
 
 
 def raw_frames(path, folder):
@@ -380,7 +372,7 @@ def check_peers(folder):
     for target in TARGETS:
         done += check_target(target, images, folder)
         shutil.rmtree(os.path.join(folder, target.name))
-    print(done, "decodings of", len(images), "images by peers")
+    return done
 
 
 def check_offsets(folder):
@@ -448,9 +440,9 @@ def check_palettes(folder):
     for bits, code, top in [(16, "H", 65535), (8, "B", 255)]:
         start = [0, 3, 0, top // 5, top // 3, 1, 96, top, 1, 29, 7]  # 3 entries, 96 up, 29 down: 128
         entries = [0, top // 5, top // 3]
-        for count, end in ((96, top), (29, 7)):
+        for count, stop in ((96, top), (29, 7)):
             first = entries[-1]
-            entries += [first + (end - first) * i / count for i in range(1, count + 1)]
+            entries += [first + (stop - first) * i / count for i in range(1, count + 1)]
         entries += entries[:3] + [entries[2] + (top - entries[2]) * i / 96 for i in range(1, 97)]
         entries += [entries[-1]] * 29
         copy = [2, 2] + ([0, 0] if bits == 16 else [0, 0, 0, 0])
@@ -511,7 +503,4 @@ with tempfile.TemporaryDirectory() as work:
     check_palettes(work)
     check_floats(work)
     check_damage(work)
-    check_peers(work)
-    check_rendering(work)
-print("%d failures" % len(FAILURES))
-sys.exit(1 if FAILURES else 0)
+    sys.exit(end({"decodings by peers": check_peers(work), "renderings": check_rendering(work)}))

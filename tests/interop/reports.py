@@ -14,29 +14,14 @@ import subprocess
 import sys
 import tempfile
 
-try:
-    import pydicom
-    from pydicom.dataset import Dataset
-    from pydicom.sequence import Sequence
-except ImportError:
-    print("pydicom is not installed: skipped")
-    sys.exit(77)
+from checks import SAMPLES, VEXAL, check, end, need, run
 
-VEXAL, SAMPLES = sys.argv[1], os.path.join(sys.argv[2], "sr")
-if not os.path.isdir(SAMPLES) or not shutil.which("dsrdump"):
-    print("no samples in", SAMPLES, "or no dsrdump: skipped")
-    sys.exit(77)
-failures = 0
+need("dsrdump", module="pydicom")
+import pydicom
+from pydicom.dataset import Dataset
+from pydicom.sequence import Sequence
 
-
-def check(name, good, text=""):
-    global failures
-    print("ok  " if good else "FAIL", name, "" if good else text)
-    failures += not good
-
-
-def run(*command):
-    return subprocess.run(command, capture_output=True, timeout=60)
+SAMPLES = os.path.join(SAMPLES, "sr")
 
 
 def shown(path):
@@ -82,11 +67,11 @@ def findings(program, path):
 def check_sample(path, folder):
     name = os.path.basename(path)
     document, built = shown(path), os.path.join(folder, name)
-    check(name + ": pydicom", listed(document["report"]) == tree(pydicom.dcmread(path)))
+    check(listed(document["report"]) == tree(pydicom.dcmread(path)), name + ": pydicom")
     made = build(document, built)
-    check(name + ": built", made.returncode == 0 and not made.stderr, made.stderr)
-    check(name + ": the same data set", pydicom.dcmread(path) == pydicom.dcmread(built))
-    check(name + ": check", run(VEXAL, "sr", "check", built).returncode == 0)
+    check(made.returncode == 0 and not made.stderr, "%s: %s" % (name + ": built", made.stderr))
+    check(pydicom.dcmread(path) == pydicom.dcmread(built), name + ": the same data set")
+    check(run(VEXAL, "sr", "check", built).returncode == 0, name + ": check")
     plain = path
     if "deflated" in name:  # dciodvfy reads no such files
         plain = os.path.join(folder, "plain.dcm")
@@ -94,14 +79,14 @@ def check_sample(path, folder):
     for program in ("dsrdump", "dciodvfy"):
         if shutil.which(program):
             before, after = findings(program, plain), findings(program, built)
-            check(name + ": " + program, before == after, after)
+            check(before == after, "%s: %s" % (name + ": " + program, after))
     for form in ("--html", "--csv"):
-        check(name + form, len(run(VEXAL, "sr", "show", form, path).stdout.splitlines()) > len(listed(document["report"])))
+        check(len(run(VEXAL, "sr", "show", form, path).stdout.splitlines()) > len(listed(document["report"])), name + form)
     xml, again = os.path.join(folder, "report.xml"), os.path.join(folder, "again.dcm")
     if findings("dsrdump", built) == ([], 0):
-        check(name + ": dsr2xml", run("dsr2xml", built, xml).returncode == 0)
-        check(name + ": xml2dsr", run("xml2dsr", xml, again).returncode == 0)
-        check(name + ": the same tree through XML", told(shown(again)["report"]) == told(document["report"]))
+        check(run("dsr2xml", built, xml).returncode == 0, name + ": dsr2xml")
+        check(run("xml2dsr", xml, again).returncode == 0, name + ": xml2dsr")
+        check(told(shown(again)["report"]) == told(document["report"]), name + ": the same tree through XML")
 
 
 # --- Rules of the document classes ---
@@ -164,7 +149,7 @@ def check_rule(kind, chain, allowed, folder):
     # Where there are no references at all, dsrdump passes over them.
     agreed = refused != allowed or (kind in ("11", "22") and "@" in chain)
     good = made.returncode == 0 and (ours.returncode == 0) == allowed and agreed
-    check("class %s: %s%s" % (kind, "" if allowed else "not ", chain), good, (made.stderr, ours.stdout, theirs.stderr))
+    check(good, "%s: %s" % ("class %s: %s%s" % (kind, "" if allowed else "not ", chain), (made.stderr, ours.stdout, theirs.stderr)))
 
 
 def check_unusual(folder):
@@ -195,10 +180,10 @@ def check_unusual(folder):
     path, built = os.path.join(folder, "unusual.dcm"), os.path.join(folder, "unusual-built.dcm")
     dataset.save_as(path)
     made = build(shown(path), built)
-    check("unusual: built", made.returncode == 0, made.stderr)
-    check("unusual: the same data set", pydicom.dcmread(path) == pydicom.dcmread(built))
+    check(made.returncode == 0, "%s: %s" % ("unusual: built", made.stderr))
+    check(pydicom.dcmread(path) == pydicom.dcmread(built), "unusual: the same data set")
     text = run(VEXAL, "sr", "show", built).stdout.decode()
-    check("unusual: text in UTF-8", "Größe" in text and "?TABLE" in text)
+    check("Größe" in text and "?TABLE" in text, "unusual: text in UTF-8")
 
 
 with tempfile.TemporaryDirectory() as folder:
@@ -210,9 +195,9 @@ with tempfile.TemporaryDirectory() as folder:
     if len(sys.argv) > 3:
         path = os.path.join(folder, "example.dcm")
         made = subprocess.run([sys.argv[3], path], capture_output=True, env=dict(os.environ, VEXAL_INI=sys.argv[4]))
-        check("example", made.returncode == 0 and b"Length = 23.5 mm" in made.stdout, made.stderr)
-        check("example: vexal", run(VEXAL, "sr", "check", path).returncode == 0)
+        check(made.returncode == 0 and b"Length = 23.5 mm" in made.stdout, "%s: %s" % ("example", made.stderr))
+        check(run(VEXAL, "sr", "check", path).returncode == 0, "example: vexal")
         for program in ("dsrdump", "dciodvfy"):
             if shutil.which(program):
-                check("example: " + program, findings(program, path) == ([], 0), findings(program, path))
-sys.exit(1 if failures else 0)
+                check(findings(program, path) == ([], 0), "%s: %s" % ("example: " + program, findings(program, path)))
+sys.exit(end())

@@ -9,25 +9,17 @@ import glob
 import json
 import os
 import re
-import shutil
-import subprocess
 import sys
 import tempfile
 import warnings
 import xml.etree.ElementTree
 
-try:
-    import pydicom
-except ImportError:
-    print("pydicom is not installed: skipped")
-    sys.exit(77)
+from checks import SAMPLES, VEXAL, end, fail, need, run
+
+need("dcm2json", module="pydicom")
+import pydicom
 
 warnings.simplefilter("ignore")
-VEXAL, SAMPLES = sys.argv[1], sys.argv[2]
-if not os.path.isdir(SAMPLES) or shutil.which("dcm2json") is None:
-    print("no samples or no dcm2json: skipped")
-    sys.exit(77)
-
 # A private attribute without its creator, a sequence in UN, and a character set that the peer adds.
 LEFT_OUT = ("made/private-two-creators.dcm", "made/un-defined-length-sq.dcm", "odd/empty-charset.dcm")
 # What can not come back as it was, and why. A name in a table, or a form of it.
@@ -45,12 +37,7 @@ JUSTIFIED = {
 }
 FORMS = (("json", "--own"), ("json", "--own", "--bulk"), ("xml",), ("xml", "--native"))
 PEER_REPEATS = "charset/x1.dcm"  # in XML, the group before an empty last one
-failures = []
 counts = {"files": 0, "elements": 0, "of dcm2json": 0, "of pydicom": 0, "of dcm2xml": 0, "of dcm2xml -nat": 0}
-
-
-def run(*command):
-    return subprocess.run(command, capture_output=True, timeout=60)
 
 
 def plain(value):
@@ -81,10 +68,10 @@ def compare(name, ours, theirs, who):
     for tag in sorted(a.keys() & b.keys()):
         counts["elements"] += 1
         if a[tag] != b[tag] and (a[tag] or b[tag]) and [x for x in b[tag] if x not in (None, {})]:
-            failures.append(f"{name} {tag}: {str(a[tag])[:80]} against {str(b[tag])[:80]} of {who}")
+            fail(f"{name} {tag}: {str(a[tag])[:80]} against {str(b[tag])[:80]} of {who}")
             return
     if set(a) != set(b):
-        failures.append(f"{name}: {sorted(set(a) ^ set(b))[:5]} only in one, {who}")
+        fail(f"{name}: {sorted(set(a) ^ set(b))[:5]} only in one, {who}")
 
 
 def back(name, document, ours, work, who):
@@ -94,7 +81,7 @@ def back(name, document, ours, work, who):
         json.dump(document, out)
     result = run(VEXAL, "json", "--back", path, path + ".dcm")
     if result.returncode != 0:
-        failures.append(f"{name}: vexal does not read the JSON of {who}: {result.stderr.decode()[:100]}")
+        fail(f"{name}: vexal does not read the JSON of {who}: {result.stderr.decode()[:100]}")
         return
     compare(name, json.loads(run(VEXAL, "json", path + ".dcm").stdout), ours, who)
 
@@ -106,7 +93,7 @@ def xml_back(name, path, ours, work):
         return
     result = run(VEXAL, "xml", "--native", "--back", text, text + ".dcm")
     if result.returncode != 0:
-        failures.append(f"{name}: vexal does not read the XML of dcm2xml: {result.stderr.decode()[:100]}")
+        fail(f"{name}: vexal does not read the XML of dcm2xml: {result.stderr.decode()[:100]}")
         return
     counts["of dcm2xml"] += 1
     compare(name, json.loads(run(VEXAL, "json", text + ".dcm").stdout), ours, "dcm2xml")
@@ -140,7 +127,7 @@ def native_compare(name, path):
     counts["of dcm2xml -nat"] += 1
     for tag in sorted(a.keys() | b.keys()):
         if a.get(tag, []) != b.get(tag, []):
-            failures.append(f"{name} {tag}: {str(a.get(tag))[:80]} against {str(b.get(tag))[:80]} of dcm2xml -nat")
+            fail(f"{name} {tag}: {str(a.get(tag))[:80]} against {str(b.get(tag))[:80]} of dcm2xml -nat")
             return
 
 
@@ -167,7 +154,7 @@ with tempfile.TemporaryDirectory() as work:
             pydicom.Dataset.from_json(ours)
             counts["of pydicom"] += 1
         except Exception as error:  # pylint: disable=broad-except
-            failures.append(f"{name}: pydicom does not read ours: {error}")
+            fail(f"{name}: pydicom does not read ours: {error}")
         back(name, theirs, ours, work, "pydicom")
         peer = run("dcm2json", path)
         if peer.returncode == 0:
@@ -205,7 +192,7 @@ def charsets(work):
         path, made = os.path.join(SAMPLES, name), os.path.join(work, "back.dcm")
         result = run(VEXAL, "json", path)
         if not os.path.exists(path) or result.returncode != 0:
-            failures.append(f"{name}: {result.stderr.decode()[:100]}")
+            fail(f"{name}: {result.stderr.decode()[:100]}")
             continue
         document = json.loads(result.stdout)
         with open(made + ".json", "wb") as file:
@@ -218,9 +205,9 @@ def charsets(work):
             counts["texts"] += 1
             told = text_of(document.get(tag, {}))
             if told.strip(" ^") != text.replace("\\134", "\\").strip(" ^="):
-                failures.append(f"{name} {tag}: {told!r} instead of {text!r}")
+                fail(f"{name} {tag}: {told!r} instead of {text!r}")
             if text_of(again.get(tag, {})) != told:
-                failures.append(f"{name} {tag}: came back as {text_of(again.get(tag, {}))!r} instead of {told!r}")
+                fail(f"{name} {tag}: came back as {text_of(again.get(tag, {}))!r} instead of {told!r}")
 
 
 def all_of(path):
@@ -260,9 +247,9 @@ def identity(work):
             needed.update(rows)
             if not rows:
                 tags = [t for t in before if after is None or after.get(t) != before[t]]
-                failures.append(f"{name}: not the same by {' '.join(form)}: {tags[:5]}")
+                fail(f"{name}: not the same by {' '.join(form)}: {tags[:5]}")
     for row in JUSTIFIED.keys() - needed:
-        failures.append(f"{row}: comes back as it was and needs no excuse")
+        fail(f"{row}: comes back as it was and needs no excuse")
 
 
 def byte_orders(work):
@@ -279,7 +266,7 @@ def byte_orders(work):
                 text.append(file.read())
         texts.append(text)
     if len(texts[0]) < 4 or texts[0] != texts[1]:
-        failures.append("allvr-xle.dcm and allvr-xbe.dcm give different texts")
+        fail("allvr-xle.dcm and allvr-xbe.dcm give different texts")
 
 
 counts["texts"] = counts["round trips"] = 0
@@ -287,9 +274,4 @@ with tempfile.TemporaryDirectory() as work:
     charsets(work)
     identity(work)
     byte_orders(work)
-print(", ".join(f"{n} {what}" for what, n in counts.items()))
-for line in failures:
-    print("FAIL", line)
-if counts["of dcm2json"] == 0:
-    failures.append("nothing was compared")
-sys.exit(1 if failures else 0)
+sys.exit(end(counts))

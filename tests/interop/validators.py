@@ -2,7 +2,7 @@
 """What vexal validate finds, beside what dciodvfy finds: in the valid samples, and in an object of each storage class
 that has nothing but its SOP class and so misses all that the class demands.
 
-usage: validators.py [--list] VEXAL SAMPLES
+usage: validators.py VEXAL SAMPLES [--list]
 Compares findings about attributes of the object definition, place by place and class by class, and fails when vexal
 finds less than 90 % of what dciodvfy reports. --list shows every finding that only one of the two has. Exit 77
 (skipped) where the samples or dciodvfy are missing.
@@ -12,11 +12,12 @@ import json
 import multiprocessing
 import os
 import re
-import shutil
 import struct
 import subprocess
 import sys
 import tempfile
+
+from checks import SAMPLES, VEXAL, check, element, end, need, valid_samples
 
 WANTED = 0.90
 SERVICES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "data", "vexalkit.srv")
@@ -42,20 +43,9 @@ STEP = re.compile(r'/(?:(\w+)\(([0-9a-f]{4}),([0-9a-f]{4})\)|\(([0-9a-f]{4}),([0
 OTHER_READING = {"Laterality"}
 
 
-def valid_samples(samples):
-    """Files that the README of the samples calls valid; not those that take long to read by design."""
-    with open(os.path.join(samples, "README.md"), encoding="utf-8") as readme:
-        for line in readme:
-            cells = line.rstrip("\n").split("\t")
-            if len(cells) >= 7 and cells[-1].startswith("valid") and "stress" not in cells[0]:
-                path = os.path.join(samples, cells[0])
-                if os.path.isfile(path):
-                    yield path
-
-
-def ours(vexal, paths):
+def ours(paths):
     """{path: {(class, place)}} of the files whose SOP class has a service."""
-    command = [vexal, "validate", "--json", "--level", "all"] + paths
+    command = [VEXAL, "validate", "--json", "--level", "all"] + paths
     result = subprocess.run(command, capture_output=True, timeout=300)
     found = {}
     for line in result.stdout.decode("utf-8", "replace").splitlines():
@@ -97,11 +87,6 @@ def theirs(path):
     return path, readable and result.returncode >= 0, found
 
 
-def element(group, number, vr, text):
-    value = text.encode() + (b"\0" if len(text) % 2 else b"")
-    return struct.pack("<HH2sH", group, number, vr, len(value)) + value
-
-
 def bare_objects(folder):
     """A file for each storage service, with SOP class and instance only."""
     with open(SERVICES, encoding="utf-8") as profile:
@@ -109,17 +94,18 @@ def bare_objects(folder):
     for name, uid, rest in sections:
         if "C_STORE_RQ" not in rest or name == "DICOMDIR":
             continue
-        meta = element(2, 2, b"UI", uid) + element(2, 3, b"UI", "1.2.3.4") + element(2, 16, b"UI", "1.2.840.10008.1.2.1")
+        uid = uid.encode()
+        meta = b"".join(element(0x00020000 + number, b"UI", text) for number, text in ((2, uid), (3, b"1.2.3.4"), (16, b"1.2.840.10008.1.2.1")))
         path = os.path.join(folder, name + ".dcm")
         with open(path, "wb") as out:
-            out.write(bytes(128) + b"DICM" + struct.pack("<HH2sHI", 2, 0, b"UL", 4, len(meta)) + meta)
-            out.write(element(8, 0x16, b"UI", uid) + element(8, 0x18, b"UI", "1.2.3.4"))
+            out.write(bytes(128) + b"DICM" + element(0x00020000, b"UL", struct.pack("<I", len(meta))) + meta)
+            out.write(element(0x00080016, b"UI", uid) + element(0x00080018, b"UI", b"1.2.3.4"))
         yield path
 
 
-def compare(title, vexal, paths, folder, show):
-    """Prints the agreement; whether it is good enough."""
-    mine = ours(vexal, paths)
+def compare(title, paths, folder, show):
+    """Prints the agreement, which has to be good enough."""
+    mine = ours(paths)
     counts = collections.defaultdict(collections.Counter)
     with multiprocessing.Pool() as pool:
         for path, known, other in pool.imap(theirs, paths):
@@ -143,23 +129,13 @@ def compare(title, vexal, paths, folder, show):
         print("%-28s %4d of dciodvfy's %4d found (%.1f %%), %d more" % (
             kind, both, both + only_theirs, 100.0 * both / (both + only_theirs), counts[kind]["ours"]))
     total = counts["all"]["both"] + counts["all"]["theirs"]
-    if total == 0:
-        print("nothing was compared")
-    return total > 0 and counts["all"]["both"] >= WANTED * total
+    check(total > 0 and counts["all"]["both"] >= WANTED * total, title + ": less than what is wanted")
 
 
-def main():
-    arguments = [a for a in sys.argv[1:] if a != "--list"]
-    show = len(arguments) != len(sys.argv) - 1
-    vexal, samples = arguments
-    if not os.path.isdir(samples) or shutil.which("dciodvfy") is None:
-        print("no samples, or no dciodvfy: skipped")
-        return 77
-    good = compare("samples", vexal, list(valid_samples(samples)), samples, show)
-    with tempfile.TemporaryDirectory() as folder:
-        good = compare("bare objects", vexal, list(bare_objects(folder)), folder, show) and good
-    return 0 if good else 1
-
-
-if __name__ == "__main__":
-    sys.exit(main())
+need("dciodvfy")
+show = "--list" in sys.argv
+# Not those that take long to read by design.
+compare("samples", [path for name, path in valid_samples() if "stress" not in name], SAMPLES, show)
+with tempfile.TemporaryDirectory() as folder:
+    compare("bare objects", list(bare_objects(folder)), folder, show)
+sys.exit(end())

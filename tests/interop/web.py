@@ -11,25 +11,15 @@ import shutil
 import socket
 import subprocess
 import sys
-import tempfile
 import threading
 import time
 
-VEXAL, FILE = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
+from checks import SAMPLES as FILE, VEXAL, check, free_port, run_parts
+
 PLUGIN = "/usr/share/orthanc/plugins/libOrthancDicomWeb.so"
 ORTHANC = shutil.which("Orthanc", path="/usr/sbin:/usr/bin")
-os.environ.pop("VEXAL_INI", None)
 with open(FILE, "rb") as file:
     IMAGE = file.read()
-failures, checks = [], 0
-
-
-def check(good, text):
-    global checks
-    checks += 1
-    if not good:
-        failures.append(text)
-        print("FAIL", text, flush=True)
 
 
 def web(action, url, *words, timeout=60):
@@ -62,12 +52,6 @@ def uid_of(n):
 
 
 # ---- Orthanc ----
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
 
 
 class Orthanc:
@@ -245,8 +229,4 @@ def with_own_server(folder):
         check(result.returncode == 3 and time.monotonic() - start < 10, "query of a silent server: %s" % result)
 
 
-for part in (with_orthanc, with_own_server):
-    with tempfile.TemporaryDirectory() as folder:
-        part(folder)
-print("%d checks, %d failures" % (checks, len(failures)))
-sys.exit(1 if failures else 0)
+sys.exit(run_parts(with_orthanc, with_own_server))
