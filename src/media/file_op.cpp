@@ -103,7 +103,7 @@ bool write_all(int handle, uint64_t offset, const void* data, std::size_t length
   return true;
 }
 
-// A new name lasts only once its folder is on disk.
+// A name comes or goes for good only once its folder is on disk.
 void sync_folder(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
@@ -253,6 +253,13 @@ bool write_whole_file(const char* path, const void* data, std::size_t length) {
 bool replace_file(const std::string& from, const char* to) {
   if (!may_change_file() || ::rename(from.c_str(), to) != 0) return false;
   sync_folder(to);
+  return true;
+}
+
+bool remove_file(const std::string& path) {
+  if (!may_change_file()) return false;
+  if (::unlink(path.c_str()) != 0) return errno == ENOENT;
+  sync_folder(path);
   return true;
 }
 

@@ -48,6 +48,8 @@ bool sync_file(FileOp& file);
 // A file of its own, complete and on disk when true comes back.
 bool write_whole_file(const char* path, const void* data, std::size_t length);
 bool replace_file(const std::string& from, const char* to);
+// True also where nothing of that name is. It is gone for good when true comes back.
+bool remove_file(const std::string& path);
 
 // For tests: what happens to the n-th write, cut, sync or removal from now; 0 switches off. Killed: half of
 // what is written arrives, then the process ends.

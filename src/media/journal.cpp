@@ -47,10 +47,6 @@ std::string read_text(const char* path, bool& exists) {
   return text;
 }
 
-bool remove_file(const std::string& path) {
-  return may_change_file() && (::unlink(path.c_str()) == 0 || errno == ENOENT);
-}
-
 }  // namespace
 
 Journal::Journal(FileOp& file) : file_(file), path_(std::string(file.Path) + ".vxj"), size_(file.Size) {}
