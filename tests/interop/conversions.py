@@ -97,6 +97,21 @@ def memory(folder):
             check(many < 15 * MEBI + 5 * threads * frame, "%s, %d threads: a peak of %d KB" % (name, threads, many >> 10))
 
 
+def looks(folder):
+    """What is looked at of many frames is read one by one from where it lies, in whatever byte order."""
+    plain, packed, big, out = (os.path.join(folder, n) for n in ("plain.dcm", "packed.dcm", "big.dcm", "out"))
+    frame = make_image(plain, 100) // 100
+    check(convert(plain, packed, "rle").returncode == convert(plain, big, "big-endian").returncode == 0, "rle, big-endian")
+    with open(plain, "rb") as file:
+        file.seek(-31 * frame, os.SEEK_END)
+        pixels = file.read(frame)
+    for source in (plain, packed, big):
+        for words in (["info", source], ["offsets", source], ["render", "--frame", 70, source, out], ["extract", "--frame", 70, source, out]):
+            used = peak("pixel", *words)
+            check(used < 20 * MEBI, "pixel %s: a peak of %d KB" % (words, used >> 10))
+        check(open(out, "rb").read() == pixels, source + ": another frame is extracted")
+
+
 def threads(folder):
     """The same bytes on one thread and on several, for every syntax; of a lossy one but for its new UID. Large frames go to
     their places in the file from the threads that make them, small ones through the library, as all do into a deflated file."""
@@ -369,4 +384,4 @@ def peers(folder):
     check(run(VEXAL, "receive", free_port(), "--to", "jpeg").returncode == 2, "receive --to a lossy syntax")
 
 
-sys.exit(run_parts(memory, threads, icons, refusals, kills, full_disks, peers))
+sys.exit(run_parts(memory, looks, threads, icons, refusals, kills, full_disks, peers))

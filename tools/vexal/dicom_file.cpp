@@ -166,6 +166,10 @@ FileHead inspect_head(const char* bytes, std::size_t size) {
   return head;
 }
 
+uint32_t element_width(VX_VR vr) {
+  return vr == VX_VR_OW ? 2 : vr == VX_VR_OL || vr == VX_VR_OF ? 4 : vr == VX_VR_OD ? 8 : 1;
+}
+
 DicomFile::DicomFile() : application_(register_application()) {
   for (const uint32_t tag : kBulkTags) VX_Register_Callback_Function(application_, tag, this, value_callback);
 }
@@ -364,9 +368,7 @@ VX_STATUS DicomFile::next_piece(int32_t id, uint32_t tag, uint32_t* size, void**
     VX_VR vr = VX_VR_OB;
     VX_Get_Attribute_Info(id, tag, &vr, nullptr);
     const bool big = syntax_ == EXPLICIT_BIG_ENDIAN || syntax_ == IMPLICIT_BIG_ENDIAN;
-    if (big && !reader_.encapsulated) {
-      reader_.width = vr == VX_VR_OW ? 2 : vr == VX_VR_OL || vr == VX_VR_OF ? 4 : vr == VX_VR_OD ? 8 : 1;
-    }
+    if (big && !reader_.encapsulated) reader_.width = element_width(vr);
     if (piece_.size() < kPiece + 8) piece_.resize(kPiece + 8);
   }
   const std::size_t wanted =

@@ -163,6 +163,9 @@ class FileSink {
   uint64_t skipped_ = 0;
 };
 
+// Bytes of an element of a bulk value, which byte orders turn around (PS3.5 section 7.3).
+uint32_t element_width(VX_VR vr);
+
 // How a file is to be opened.
 struct OpenOptions {
   bool keep_values_out = true;

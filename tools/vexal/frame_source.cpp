@@ -35,39 +35,56 @@ bool is_uncompressed(VX_TRANSFER_SYNTAX syntax) {
   return syntax >= IMPLICIT_LITTLE_ENDIAN && syntax <= DEFLATED_EXPLICIT_LITTLE_ENDIAN;
 }
 
-VX_STATUS FrameSource::gather(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
-  auto& source = *static_cast<FrameSource*>(user);
-  source.problem_ = source.taken_.append(data, size);
-  source.size_ += size;
-  return source.problem_.empty() ? VX_NORMAL_COMPLETION : VX_CANNOT_COMPLY;
+VX_STATUS StoredValue::gather(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
+  auto& value = *static_cast<StoredValue*>(user);
+  value.problem_ = value.taken_.append(data, size);
+  value.size_ += size;
+  return value.problem_.empty() ? VX_NORMAL_COMPLETION : VX_CANNOT_COMPLY;
 }
 
 // A value that the library holds, which is a small one or comes from a deflated stream, is taken out of it.
-std::string FrameSource::take_value(const DicomFile& file, int32_t object) {
-  if (const KeptValue* kept = file.kept(object, kPixelData); kept != nullptr) {
+std::string StoredValue::open(const DicomFile& file, int32_t object, uint32_t tag) {
+  if (const KeptValue* kept = file.kept(object, tag); kept != nullptr) {
     source_ = &file.source();
     offset_ = kept->offset;
     size_ = file.kept_size(*kept);
     const bool big = file.syntax() == EXPLICIT_BIG_ENDIAN || file.syntax() == IMPLICIT_BIG_ENDIAN;
     VX_VR vr = VX_VR_OB;
-    VX_Get_Attribute_Info(object, kPixelData, &vr, nullptr);
-    swap_pairs_ = big && vr == VX_VR_OW;
+    VX_Get_Attribute_Info(object, tag, &vr, nullptr);
+    if (big) width_ = element_width(vr);
     return "";
   }
-  const VX_STATUS status = VX_Get_Value_To_Function(object, kPixelData, this, gather);
+  const VX_STATUS status = VX_Get_Value_To_Function(object, tag, this, gather);
   if (!problem_.empty()) return problem_;
   return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
 }
 
-bool FrameSource::read_at(uint64_t offset, void* buffer, std::size_t length) const {
+bool StoredValue::read_at(uint64_t offset, void* buffer, std::size_t length) const {
   if (source_ == nullptr) return taken_.read_at(offset, buffer, length);
   if (offset > size_ || length > size_ - offset) return false;
+  if (width_ > 1) return read_swapped(offset, buffer, length);
   return source_->read_at(offset_ + offset, buffer, length) == static_cast<int64_t>(length);
+}
+
+// Elements are turned around as a whole, wherever what is asked for begins and ends.
+bool StoredValue::read_swapped(uint64_t offset, void* buffer, std::size_t length) const {
+  const uint64_t begin = offset - offset % width_;
+  const uint64_t end = std::min(size_, (offset + length + width_ - 1) / width_ * width_);
+  Bytes elements;
+  elements.resize(end - begin);
+  if (source_->read_at(offset_ + begin, elements.data(), elements.size()) !=
+      static_cast<int64_t>(elements.size())) {
+    return false;
+  }
+  for (char* at = elements.data(); at + width_ <= elements.data() + elements.size(); at += width_)
+    std::reverse(at, at + width_);
+  std::memcpy(buffer, elements.data() + (offset - begin), length);
+  return true;
 }
 
 std::string FrameSource::open(const DicomFile& file, int32_t object, VX_TRANSFER_SYNTAX syntax) {
   encapsulated_ = !is_uncompressed(syntax);
-  if (std::string problem = take_value(file, object); !problem.empty()) return problem;
+  if (std::string problem = value_.open(file, object, kPixelData); !problem.empty()) return problem;
   uint32_t frames = number_of(object, 0x00280008, 1);
   if (frames == 0 || frames > INT32_MAX) frames = 1;
   return encapsulated_ ? find_encapsulated(frames) : find_native(object, frames);
@@ -76,19 +93,19 @@ std::string FrameSource::open(const DicomFile& file, int32_t object, VX_TRANSFER
 std::string FrameSource::find_native(int32_t object, uint32_t frames) {
   frame_bytes_ = native_frame_bytes(object);
   if (frame_bytes_ == 0) return "its pixel description has no frames that can be compressed";
-  count_ = static_cast<uint32_t>(std::min<uint64_t>(frames, size_ / frame_bytes_));
+  count_ = static_cast<uint32_t>(std::min<uint64_t>(frames, value_.size() / frame_bytes_));
   if (count_ != frames) {
-    return "its pixel data has " + std::to_string(size_) + " bytes, which are no " + std::to_string(frames) +
-           " frames of " + std::to_string(frame_bytes_);
+    return "its pixel data has " + std::to_string(value_.size()) + " bytes, which are no " +
+           std::to_string(frames) + " frames of " + std::to_string(frame_bytes_);
   }
   return "";
 }
 
 std::string FrameSource::find_encapsulated(uint32_t frames) {
   const auto read = [this](uint64_t offset, void* buffer, std::size_t length) {
-    return read_at(offset, buffer, length);
+    return value_.read_at(offset, buffer, length);
   };
-  items_ = read_items(read, size_);
+  items_ = read_items(read, value_.size());
   find_frames(items_, frames, read);
   find_frames_by_table(items_, frames);
   count_ = static_cast<uint32_t>(items_.starts.size());
@@ -97,31 +114,18 @@ std::string FrameSource::find_encapsulated(uint32_t frames) {
          std::to_string(frames) + " frames";
 }
 
-// Bytes that have to be swapped come in pairs, wherever frames begin and end.
-std::string FrameSource::read_native(uint32_t number, Bytes& bytes) const {
-  const std::size_t before = bytes.size();
-  const uint64_t begin = number * frame_bytes_;
-  const uint64_t odd = swap_pairs_ ? begin % 2 : 0;
-  const uint64_t length = frame_bytes_ + odd + (swap_pairs_ ? (frame_bytes_ + odd) % 2 : 0);
-  bytes.resize(before + length);
-  if (!read_at(begin - odd, bytes.data() + before, length)) return "can not read";
-  if (!swap_pairs_) return "";
-  char* words = bytes.data() + before;
-  for (uint64_t i = 0; i + 1 < length; i += 2) std::swap(words[i], words[i + 1]);
-  std::memmove(words, words + odd, frame_bytes_);
-  bytes.resize(before + frame_bytes_);
-  return "";
-}
-
 std::string FrameSource::read(uint32_t number, Bytes& bytes) const {
   const std::size_t before = bytes.size();
-  if (!encapsulated_) return read_native(number, bytes);
+  if (!encapsulated_) {
+    bytes.resize(before + frame_bytes_);
+    return value_.read_at(number * frame_bytes_, bytes.data() + before, frame_bytes_) ? "" : "can not read";
+  }
   for (std::size_t i = items_.starts[number]; i < items_.end_of_frame(number); ++i) {
     const Fragment& fragment = items_.fragments[i];
     const std::size_t at = bytes.size();
     if (at - before + fragment.length > kLargestFrame) return "its code stream is beyond 2 GiB";
     bytes.resize(at + fragment.length);
-    if (!read_at(fragment.data, bytes.data() + at, fragment.length)) return "can not read";
+    if (!value_.read_at(fragment.data, bytes.data() + at, fragment.length)) return "can not read";
   }
   return "";
 }

@@ -10,6 +10,29 @@
 
 namespace vexal {
 
+// A value of an object, read where it lies, in little endian.
+class StoredValue {
+ public:
+  // The file has to stay open. An error text, empty on success.
+  std::string open(const DicomFile& file, int32_t object, uint32_t tag);
+  uint64_t size() const { return size_; }
+  // False if not all of that is there. Several threads may read at once.
+  bool read_at(uint64_t offset, void* buffer, std::size_t length) const;
+
+ private:
+  static VX_STATUS gather(int32_t id, uint32_t tag, void* user, uint32_t size, void* data, int32_t first,
+                          int32_t last);
+  bool read_swapped(uint64_t offset, void* buffer, std::size_t length) const;
+
+  uint64_t size_ = 0;
+  // It lies in its file, or here.
+  const FileSource* source_ = nullptr;
+  uint64_t offset_ = 0;
+  uint32_t width_ = 1;  // of elements that lie in the other byte order
+  Spill taken_;
+  std::string problem_;
+};
+
 class FrameSource {
  public:
   // Finds the frames of an object of the file, the outermost or an item, whose pixel data stands in `syntax`.
@@ -22,11 +45,6 @@ class FrameSource {
   std::string read(uint32_t number, Bytes& bytes) const;
 
  private:
-  std::string take_value(const DicomFile& file, int32_t object);
-  static VX_STATUS gather(int32_t id, uint32_t tag, void* user, uint32_t size, void* data, int32_t first,
-                          int32_t last);
-  bool read_at(uint64_t offset, void* buffer, std::size_t length) const;
-  std::string read_native(uint32_t number, Bytes& bytes) const;
   std::string find_native(int32_t object, uint32_t frames);
   std::string find_encapsulated(uint32_t frames);
 
@@ -34,13 +52,7 @@ class FrameSource {
   uint32_t count_ = 0;
   uint64_t frame_bytes_ = 0;  // of each native frame
   Encapsulated items_;
-  // The value lies in its file, or here.
-  const FileSource* source_ = nullptr;
-  uint64_t offset_ = 0;
-  uint64_t size_ = 0;
-  bool swap_pairs_ = false;  // words lie in the other byte order
-  Spill taken_;
-  std::string problem_;
+  StoredValue value_;
 };
 
 // Transfer syntaxes whose pixel data is not encapsulated.

@@ -118,7 +118,7 @@ int show(PixelImage& image, const std::string& path) {
               d.samples, d.samples == 1 ? "" : "s", d.stored, d.allocated, d.is_signed ? ", signed" : "",
               d.samples > 1 && d.planar == 1 ? ", planar" : "", uid);
   if (!image.compressed()) {
-    std::printf("  %zu bytes\n", image.value().size());
+    std::printf("  %llu bytes\n", static_cast<unsigned long long>(image.value().size()));
     return kSuccess;
   }
   uint64_t bytes = 0;

@@ -198,7 +198,7 @@ Rgb from_ybr(double y, double cb, double cr) {
 // --- Opening ---
 
 std::string PixelImage::open(const std::string& path) {
-  if (file_.open(path, {false}) != VX_NORMAL_COMPLETION) return file_.problem();
+  if (file_.open(path, {}) != VX_NORMAL_COMPLETION) return file_.problem();
   for (const uint32_t tag : {kPixelData, kFloatPixels, kDoublePixels}) {
     if (pixels_ == 0 && VX_Get_Attribute_Info(file_.id(), tag, nullptr, nullptr) == VX_NORMAL_COMPLETION)
       pixels_ = tag;
@@ -206,19 +206,15 @@ std::string PixelImage::open(const std::string& path) {
   if (pixels_ == 0) return "it has no Pixel Data";
   if (!file_.has_meta()) file_.set_syntax(file_.syntax());
   if (std::string problem = read_description(); !problem.empty()) return problem;
-  const VX_TRANSFER_SYNTAX syntax = file_.syntax();
-  compressed_ = syntax < IMPLICIT_LITTLE_ENDIAN || syntax > DEFLATED_EXPLICIT_LITTLE_ENDIAN;
+  compressed_ = !is_uncompressed(file_.syntax());
   if (compressed_ && image_.real) return "floating point pixels are not compressed";
-  value_ = bytes_of(file_.id(), pixels_);
+  if (std::string problem = value_.open(file_, file_.id(), pixels_); !problem.empty()) return problem;
   if (compressed_) {
     const auto read = [this](uint64_t offset, void* buffer, std::size_t length) {
-      if (length > value_.size() - std::min<uint64_t>(offset, value_.size())) return false;
-      std::memcpy(buffer, value_.data() + offset, length);
-      return true;
+      return value_.read_at(offset, buffer, length);
     };
     encapsulated_ = read_items(read, value_.size());
-    find_frames(encapsulated_, image_.frames, read);
-    VX_Register_Compression_Callbacks(file_.id(), nullptr, VX_General_Decompressor);
+    vexal::find_frames(encapsulated_, image_.frames, read);
   }
   return "";
 }
@@ -254,16 +250,20 @@ bool PixelImage::is_planar() const {
   return image_.samples == 3 && image_.planar == 1 && (!compressed_ || file_.syntax() == RLE);
 }
 
-std::string PixelImage::code_stream(uint32_t number, std::string& bytes) const {
-  const auto& starts = encapsulated_.starts;
-  if (number >= image_.frames) return "there is no such frame";
-  if (starts.size() <= number) return "its fragments can not be told apart";
-  const std::size_t end = encapsulated_.end_of_frame(number);
-  bytes.clear();
-  for (std::size_t i = starts[number]; i < end; ++i) {
-    bytes.append(value_, encapsulated_.fragments[i].data, encapsulated_.fragments[i].length);
-  }
-  return "";
+std::string PixelImage::find_frames() {
+  if (decoder_ != nullptr) return "";
+  auto decoder = std::make_unique<FrameDecoder>();
+  std::string problem = decoder->open(file_);
+  if (problem.empty()) decoder_ = std::move(decoder);
+  return problem;
+}
+
+std::string PixelImage::code_stream(uint32_t number, std::string& bytes) {
+  Bytes stream;
+  std::string problem = find_frames();
+  if (problem.empty()) problem = decoder_->code_stream(number, stream);
+  if (problem.empty()) bytes.assign(stream.data(), stream.size());
+  return problem;
 }
 
 std::string PixelImage::frame(uint32_t number, std::string& bytes) {
@@ -271,29 +271,30 @@ std::string PixelImage::frame(uint32_t number, std::string& bytes) {
   if (number >= image_.frames) return "there is no such frame";
   const uint64_t pixels = uint64_t{image_.rows} * image_.columns;
   const bool packed =
-      image_.photometric.rfind("YBR_FULL_422", 0) == 0 || image_.photometric.rfind("YBR_PARTIAL_422", 0) == 0;
+      image_.photometric.starts_with("YBR_FULL_422") || image_.photometric.starts_with("YBR_PARTIAL_422");
   const uint64_t samples = packed && !compressed_ ? 2 : image_.samples;
   const uint64_t bits = pixels * samples * image_.allocated;
   if (compressed_) {
-    const auto wanted = static_cast<int32_t>(number);
-    const VX_STATUS status = VX_Get_Frame_To_Function(file_.id(), wanted, &bytes, &append);
-    if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
+    Bytes frame;
+    std::string problem = find_frames();
+    if (problem.empty()) problem = decoder_->frame(number, frame);
+    if (!problem.empty()) return problem;
     const uint64_t least = packed ? (pixels * 2 * image_.allocated + 7) / 8 : (bits + 7) / 8;
-    if (bytes.size() < least) return "the frame is too short";
-    if (bytes.size() > (bits + 7) / 8) bytes.resize((bits + 7) / 8);
+    if (frame.size() < least) return "the frame is too short";
+    bytes.assign(frame.data(), std::min<uint64_t>(frame.size(), (bits + 7) / 8));
     return "";
   }
   // Frames of single bits follow each other without a gap.
   const uint64_t start = bits * number;
-  if ((start + bits + 7) / 8 > value_.size()) return "the value ends before this frame does";
-  if (start % 8 == 0) {
-    bytes.assign(value_, start / 8, (bits + 7) / 8);
-    return "";
-  }
-  bytes.assign((bits + 7) / 8, '\0');
+  const uint64_t end = (start + bits + 7) / 8;
+  if (end > value_.size()) return "the value ends before this frame does";
+  bytes.resize(end - start / 8);
+  if (!value_.read_at(start / 8, bytes.data(), bytes.size())) return "can not read";
+  if (start % 8 == 0) return "";
+  const std::string shifted = std::exchange(bytes, std::string((bits + 7) / 8, '\0'));
   for (uint64_t i = 0; i < bits; ++i) {
-    const auto byte = static_cast<uint8_t>(value_[(start + i) / 8]);
-    if (((byte >> ((start + i) % 8)) & 1U) != 0)
+    const uint64_t at = start % 8 + i;
+    if (((static_cast<uint8_t>(shifted[at / 8]) >> (at % 8)) & 1U) != 0)
       bytes[i / 8] = static_cast<char>(bytes[i / 8] | (1 << (i % 8)));
   }
   return "";

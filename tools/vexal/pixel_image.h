@@ -2,12 +2,15 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "files.h"
 #include "fragments.h"
+#include "frame_source.h"
+#include "recode.h"
 
 namespace vexal {
 
@@ -50,15 +53,16 @@ class PixelImage {
   const ImageDescription& description() const { return image_; }
   bool compressed() const { return compressed_; }
   const Encapsulated& fragments() const { return encapsulated_; }
-  const std::string& value() const { return value_; }
+  const StoredValue& value() const { return value_; }
   // The stored bytes of a frame (from 0), decompressed.
   std::string frame(uint32_t number, std::string& bytes);
   // Its compressed form.
-  std::string code_stream(uint32_t number, std::string& bytes) const;
+  std::string code_stream(uint32_t number, std::string& bytes);
   std::string render(uint32_t number, const RenderOptions& options, Picture& picture);
 
  private:
   std::string read_description();
+  std::string find_frames();
   bool is_planar() const;
   // The value of a pixel before all transformations, whatever kind of number it is.
   double plain_value(const std::string& bytes, std::size_t index) const;
@@ -73,8 +77,9 @@ class PixelImage {
   DicomFile file_;
   ImageDescription image_;
   Encapsulated encapsulated_;
-  std::string value_;
-  uint32_t pixels_ = 0;  // the attribute that holds them
+  StoredValue value_;
+  std::unique_ptr<FrameDecoder> decoder_;  // from the first frame on that is asked for
+  uint32_t pixels_ = 0;                    // the attribute that holds them
   bool compressed_ = false;
 };
 

@@ -73,15 +73,20 @@ std::string extended_fault(const PixelImage& image) {
   return "";
 }
 
-// An item with the bytes of some fragments.
-void append_item(const PixelImage& image, std::size_t from, std::size_t to, std::string& bytes) {
+// An item with the bytes of some fragments. False if they can not be read.
+bool append_item(const PixelImage& image, std::size_t from, std::size_t to, std::string& bytes) {
   const std::vector<Fragment>& fragments = image.fragments().fragments;
   uint32_t length = 0;
   for (std::size_t i = from; i < to; ++i) length += fragments[i].length;
   append32(bytes, kItem);
   append32(bytes, length + length % 2);
-  for (std::size_t i = from; i < to; ++i) bytes.append(image.value(), fragments[i].data, fragments[i].length);
+  for (std::size_t i = from; i < to; ++i) {
+    const std::size_t at = bytes.size();
+    bytes.resize(at + fragments[i].length);
+    if (!image.value().read_at(fragments[i].data, bytes.data() + at, fragments[i].length)) return false;
+  }
   if (length % 2 != 0) bytes.push_back('\0');
+  return true;
 }
 
 }  // namespace
@@ -114,7 +119,9 @@ std::string repair_table(PixelImage& image) {
     offsets.push_back(items.size());
     const std::size_t end = value.end_of_frame(frame);
     const std::size_t step = extended ? end - value.starts[frame] : 1;
-    for (std::size_t i = value.starts[frame]; i < end; i += step) append_item(image, i, i + step, items);
+    for (std::size_t i = value.starts[frame]; i < end; i += step) {
+      if (!append_item(image, i, i + step, items)) return "can not read";
+    }
     lengths.push_back(items.size() - offsets.back() - 8);
   }
   const std::size_t entries = extended ? 0 : offsets.size();
@@ -127,9 +134,11 @@ std::string repair_table(PixelImage& image) {
   append32(bytes, kDelimiter);
   append32(bytes, 0);
   const int32_t id = image.file().id();
+  VX_Delete_Attribute(id, kPixelData);  // it may be one that stayed in its file
   const VX_STATUS status =
       VX_Set_Value_From_Buffer(id, kPixelData, bytes.data(), static_cast<uint32_t>(bytes.size()));
   if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
+  VX_Set_Value_Representation(id, kPixelData, VX_VR_OB);
   if (!extended) return "";
   std::string problem = put_words(id, kExtendedOffsets, offsets);
   return problem.empty() ? put_words(id, kExtendedLengths, lengths) : problem;

@@ -140,6 +140,15 @@ std::string inflate_frame(const Bytes& packed, std::size_t bytes, Bytes& frame) 
   return status == Z_STREAM_END ? "" : "its deflated data is broken or too long";
 }
 
+// Why frames of this form can not be decompressed; empty if they can.
+std::string decompression_fault(const FrameForm& form, const std::string& uid) {
+  if (!form.decompresses() || can_decompress(form.from)) return "";
+  return "its pixel data is compressed in a way that this program can not undo" +
+         (uid.empty() ? "; its transfer syntax is not known" : ": " + uid);
+}
+
+}  // namespace
+
 // Converts frames one after the other, each as an object of its own; one for each thread.
 class FrameWorker {
  public:
@@ -181,8 +190,8 @@ class FrameWorker {
         append32(out, kItem);
         append32(out, 0);
       }
-      const VX_STATUS status = VX_Get_Frame_To_Function(alone ? compressed_ : result_, 0, &out, append);
-      if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
+      if (std::string problem = hand_on(alone ? compressed_ : result_, &out, append); !problem.empty())
+        return problem;
     }
     const bool last = frame + 1 == source_.count();
     if (form_.compresses()) {
@@ -207,17 +216,26 @@ class FrameWorker {
       if (std::string problem = take_raw(frame, in_); !problem.empty()) return problem;
       return in_.size() == size ? sink.patch(at, in_.data(), in_.size()) : kOtherSize;
     }
-    // Only half the colour of such an image is there, and the copy of the object has all of it.
-    const bool whole = form_.text(kPhotometric).starts_with("YBR_FULL_422");
-    if (std::string problem = whole ? make_object(frame) : take(frame); !problem.empty()) return problem;
     Placing placing{sink, at, size, ""};
-    const VX_STATUS status = VX_Get_Frame_To_Function(whole ? result_ : id_, 0, &placing, Placing::take);
-    VX_Set_Value_To_Empty(id_, kPixelData);
+    std::string problem;
+    if (form_.text(kPhotometric).starts_with("YBR_FULL_422")) {
+      // Half the colour of such an image is there, and the copy of the object has all of it.
+      problem = make_object(frame);
+      if (problem.empty()) problem = hand_on(result_, &placing, Placing::take);
+    } else {
+      problem = decompress(frame, &placing, Placing::take);
+    }
     if (!placing.problem.empty()) return placing.problem;
-    if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
-    return placing.left == 0 ? "" : kOtherSize;
+    return problem.empty() && placing.left != 0 ? kOtherSize : problem;
   } catch (const std::bad_alloc&) {
     return kNoMemory;
+  }
+  // Hands the bytes of a decompressed frame on. An error text, empty on success.
+  std::string decompress(uint32_t frame, void* user, VX_Get_Encapsulated_Callback taker) {
+    if (std::string problem = take(frame); !problem.empty()) return problem;
+    std::string problem = hand_on(id_, user, taker);
+    VX_Set_Value_To_Empty(id_, kPixelData);
+    return problem;
   }
   // The object with the last frame.
   int32_t result() const { return result_; }
@@ -227,6 +245,10 @@ class FrameWorker {
   }
 
  private:
+  static std::string hand_on(int32_t id, void* user, VX_Get_Encapsulated_Callback taker) {
+    const VX_STATUS status = VX_Get_Frame_To_Function(id, 0, user, taker);
+    return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
+  }
   std::string make_object(uint32_t frame) {
     if (std::string problem = take(frame); !problem.empty()) return problem;
     free_result();
@@ -291,6 +313,8 @@ class FrameWorker {
   int32_t compressed_ = -1;
   Bytes in_;
 };
+
+namespace {
 
 bool has_compressed_pixels(const DicomFile& file, int32_t item) {
   if (VX_Get_Attribute_Info(item, kPixelData, nullptr, nullptr) != VX_NORMAL_COMPLETION) return false;
@@ -597,6 +621,33 @@ bool is_lossy(VX_TRANSFER_SYNTAX syntax) {
          (syntax == JPEG_2000 && lossy != 0);
 }
 
+FrameDecoder::FrameDecoder() = default;
+FrameDecoder::~FrameDecoder() = default;
+
+std::string FrameDecoder::open(const DicomFile& file) {
+  form_.from = file.syntax();
+  form_.to = EXPLICIT_LITTLE_ENDIAN;
+  const std::string uid = uid_of_syntax(form_.from);
+  form_.inflates = uid == kDeflatedFrames;
+  if (std::string problem = source_.open(file, file.id(), form_.from); !problem.empty()) return problem;
+  form_.read(file.id());
+  if (std::string fault = decompression_fault(form_, uid); !fault.empty()) return fault;
+  worker_ = std::make_unique<FrameWorker>(source_, form_);
+  return "";
+}
+
+std::string FrameDecoder::frame(uint32_t number, Bytes& bytes) try {
+  if (number >= source_.count()) return "there is no such frame";
+  if (form_.inflates) return worker_->convert(number, bytes);
+  return worker_->decompress(number, &bytes, append);
+} catch (const std::bad_alloc&) {
+  return kNoMemory;
+}
+
+std::string FrameDecoder::code_stream(uint32_t number, Bytes& bytes) const {
+  return number < source_.count() ? source_.read(number, bytes) : "there is no such frame";
+}
+
 RecodedPixels::RecodedPixels() = default;
 
 RecodedPixels::~RecodedPixels() {
@@ -617,10 +668,7 @@ std::string RecodedPixels::attach(DicomFile& file, VX_TRANSFER_SYNTAX target, un
   path_ = file.path();
   const std::string uid = uid_of_syntax(form_.from);
   form_.inflates = uid == kDeflatedFrames;
-  if (form_.decompresses() && !can_decompress(form_.from)) {
-    return "its pixel data is compressed in a way that this program can not undo" +
-           (uid.empty() ? "; its transfer syntax is not known" : ": " + uid);
-  }
+  if (std::string fault = decompression_fault(form_, uid); !fault.empty()) return fault;
   if (form_.compresses() && compressor_of(target) == nullptr)
     return "there is no compressor for this transfer syntax";
   if (std::string problem = source_.open(file, file.id(), form_.from); !problem.empty()) return problem;

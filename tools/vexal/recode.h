@@ -41,6 +41,28 @@ struct FrameForm {
   bool compresses() const { return !is_uncompressed(to); }
 };
 class FrameConveyor;
+class FrameWorker;
+
+// The frames of an image, decompressed one by one.
+class FrameDecoder {
+ public:
+  FrameDecoder();
+  ~FrameDecoder();
+  // Finds the frames of the file's outermost object, whose Pixel Data is compressed. The file has to stay
+  // open. An error text, empty on success.
+  std::string open(const DicomFile& file);
+  // Adds the bytes of a frame (from 0): as the object describes them, but in the photometric interpretation
+  // that its decompressor gives. Where half the colour is stored, half of it comes. An error text, empty on
+  // success.
+  std::string frame(uint32_t number, Bytes& bytes);
+  // Likewise in its compressed form.
+  std::string code_stream(uint32_t number, Bytes& bytes) const;
+
+ private:
+  FrameSource source_;
+  FrameForm form_;
+  std::unique_ptr<FrameWorker> worker_;
+};
 
 // Takes the place of the Pixel Data of a file in what the library writes or sends.
 class RecodedPixels {
