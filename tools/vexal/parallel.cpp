@@ -1,5 +1,7 @@
 #include "parallel.h"
 
+#include <pthread.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,7 +9,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <mutex>
-#include <thread>
+#include <system_error>
 
 namespace vexal {
 namespace {
@@ -70,7 +72,50 @@ class OrderedRun {
   std::size_t printed_ = 0;
 };
 
+int one_by_one(const std::vector<std::string>& files,
+               const std::function<FileResult(const std::string&)>& work) {
+  int worst = 0;
+  Progress progress(files.size());
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    const FileResult result = work(files[i]);
+    std::fwrite(result.output.data(), 1, result.output.size(), stdout);
+    worst = std::max(worst, result.exit);
+    progress.step(i + 1);
+  }
+  progress.end();
+  std::fflush(stdout);
+  return worst;
+}
+
+// Puts a new thread on the `number`-th processor behind the one of its parent. Left to itself, it may share
+// that one for several milliseconds while others are idle. Afterwards the system may move it as it likes.
+void spread(pthread_t thread, std::size_t number) {
+  cpu_set_t allowed;
+  if (::sched_getaffinity(0, sizeof allowed, &allowed) != 0) return;
+  int processor = ::sched_getcpu();
+  if (processor < 0 || number >= static_cast<std::size_t>(CPU_COUNT(&allowed))) return;
+  while (number != 0) {
+    processor = (processor + 1) % CPU_SETSIZE;
+    if (CPU_ISSET(processor, &allowed)) --number;
+  }
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  CPU_SET(processor, &one);
+  if (::pthread_setaffinity_np(thread, sizeof one, &one) == 0)
+    ::pthread_setaffinity_np(thread, sizeof allowed, &allowed);
+}
+
 }  // namespace
+
+void start_threads(std::vector<std::jthread>& threads, std::size_t number,
+                   const std::function<void()>& work) try {
+  while (threads.size() < number) {
+    threads.emplace_back(work);
+    spread(threads.back().native_handle(), threads.size());
+  }
+} catch (const std::system_error&) {
+  // Those that are there do the work.
+}
 
 Progress::Progress(std::size_t total)
     : total_(total),
@@ -99,15 +144,12 @@ unsigned default_threads() {
 
 int for_each_file(const std::vector<std::string>& files, unsigned threads,
                   const std::function<FileResult(const std::string&)>& work) {
-  if (files.size() == 1) {
-    const FileResult result = work(files[0]);
-    std::fwrite(result.output.data(), 1, result.output.size(), stdout);
-    return result.exit;
-  }
+  const std::size_t count = std::min<std::size_t>(threads, files.size());
+  if (count <= 1) return one_by_one(files, work);
   OrderedRun run(files, work);
   std::vector<std::jthread> workers;
-  const std::size_t count = std::min<std::size_t>(threads, files.size());
-  for (std::size_t i = 0; i < count; ++i) workers.emplace_back([&run] { run.worker(); });
+  start_threads(workers, count, [&run] { run.worker(); });
+  if (workers.empty()) return one_by_one(files, work);
   return run.print_all();
 }
 

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace vexal {
@@ -35,5 +36,8 @@ int for_each_file(const std::vector<std::string>& files, unsigned threads,
                   const std::function<FileResult(const std::string&)>& work);
 
 unsigned default_threads();
+
+// Starts threads until there are `number`, or fewer where the system gives no more.
+void start_threads(std::vector<std::jthread>& threads, std::size_t number, const std::function<void()>& work);
 
 }  // namespace vexal

@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "network.h"
+#include "parallel.h"
 #include "session.h"
 #include "tag_path.h"
 #include "uid.h"
@@ -369,14 +370,6 @@ std::string decompress_icons(const DicomFile& file, int32_t object, int depth) {
 }  // namespace
 
 namespace {
-
-// As many threads as there may be up to that number.
-template <typename Work>
-void start_threads(std::vector<std::jthread>& threads, unsigned number, Work work) try {
-  while (threads.size() < number) threads.emplace_back(work);
-} catch (const std::exception&) {
-  // The others have more to do.
-}
 
 // Several threads that convert all frames but the first and bring each to where it belongs.
 class FrameCrew {
