@@ -36,7 +36,6 @@ constexpr uint32_t kSyntaxInFile = 0x00041512;
 constexpr uint32_t kPatientId = 0x00100020;
 constexpr uint32_t kStudyUid = 0x0020000D;
 constexpr uint32_t kSeriesUid = 0x0020000E;
-constexpr uint32_t kInstanceUid = 0x00080018;
 constexpr uint32_t kLastKey = 0x7FDFFFFF;  // nothing in a record comes from behind it
 
 std::string text_of(int32_t object, uint32_t tag) {
