@@ -16,6 +16,22 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// Prints the outputs of so many files in order, each as soon as `result_of` gives it. The worst exit code.
+template <typename ResultOf>
+int print_all(std::size_t files, ResultOf result_of) {
+  int worst = 0;
+  Progress progress(files);
+  for (std::size_t i = 0; i < files; ++i) {
+    const FileResult result = result_of(i);
+    std::fwrite(result.output.data(), 1, result.output.size(), stdout);
+    worst = std::max(worst, result.exit);
+    progress.step(i + 1);
+  }
+  progress.end();
+  std::fflush(stdout);
+  return worst;
+}
+
 // Finished results wait for their turn; workers that run far ahead of the printer wait, so that memory is
 // bounded.
 class OrderedRun {
@@ -37,26 +53,17 @@ class OrderedRun {
     }
   }
 
-  int print_all() {
-    int worst = 0;
-    Progress progress(files_.size());
-    for (std::size_t i = 0; i < files_.size(); ++i) {
-      FileResult result;
-      {
-        std::unique_lock lock(mutex_);
-        done_.wait(lock, [&] { return ready_[i]; });
-        result = std::move(results_[i]);
-        results_[i] = {};
-        printed_ = i + 1;
-      }
-      room_.notify_all();
-      std::fwrite(result.output.data(), 1, result.output.size(), stdout);
-      worst = std::max(worst, result.exit);
-      progress.step(i + 1);
+  FileResult wait_for(std::size_t file) {
+    FileResult result;
+    {
+      std::unique_lock lock(mutex_);
+      done_.wait(lock, [&] { return ready_[file]; });
+      result = std::move(results_[file]);
+      results_[file] = {};
+      printed_ = file + 1;
     }
-    progress.end();
-    std::fflush(stdout);
-    return worst;
+    room_.notify_all();
+    return result;
   }
 
  private:
@@ -71,21 +78,6 @@ class OrderedRun {
   std::size_t next_ = 0;
   std::size_t printed_ = 0;
 };
-
-int one_by_one(const std::vector<std::string>& files,
-               const std::function<FileResult(const std::string&)>& work) {
-  int worst = 0;
-  Progress progress(files.size());
-  for (std::size_t i = 0; i < files.size(); ++i) {
-    const FileResult result = work(files[i]);
-    std::fwrite(result.output.data(), 1, result.output.size(), stdout);
-    worst = std::max(worst, result.exit);
-    progress.step(i + 1);
-  }
-  progress.end();
-  std::fflush(stdout);
-  return worst;
-}
 
 // Puts a new thread on the `number`-th processor behind the one of its parent. Left to itself, it may share
 // that one for several milliseconds while others are idle. Afterwards the system may move it as it likes.
@@ -145,12 +137,11 @@ unsigned default_threads() {
 int for_each_file(const std::vector<std::string>& files, unsigned threads,
                   const std::function<FileResult(const std::string&)>& work) {
   const std::size_t count = std::min<std::size_t>(threads, files.size());
-  if (count <= 1) return one_by_one(files, work);
   OrderedRun run(files, work);
   std::vector<std::jthread> workers;
-  start_threads(workers, count, [&run] { run.worker(); });
-  if (workers.empty()) return one_by_one(files, work);
-  return run.print_all();
+  if (count > 1) start_threads(workers, count, [&run] { run.worker(); });
+  if (workers.empty()) return print_all(files.size(), [&](std::size_t file) { return work(files[file]); });
+  return print_all(files.size(), [&run](std::size_t file) { return run.wait_for(file); });
 }
 
 }  // namespace vexal

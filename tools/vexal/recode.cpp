@@ -1,22 +1,18 @@
 #include "recode.h"
 
 #include <malloc.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cctype>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <mutex>
 #include <new>
-#include <thread>
 
+#include "frame_crew.h"
 #include "network.h"
-#include "parallel.h"
 #include "session.h"
 #include "tag_path.h"
 #include "uid.h"
@@ -24,12 +20,8 @@
 namespace vexal {
 namespace {
 
-constexpr uint32_t kPixelData = 0x7FE00010;
-constexpr uint32_t kPhotometric = 0x00280004;
-constexpr uint32_t kNumberOfFrames = 0x00280008;
 constexpr uint32_t kUndefined = 0xFFFFFFFF;
 constexpr std::size_t kPiece = 256 * 1024;
-constexpr std::size_t kItemHeader = 8;
 
 struct SyntaxName {
   const char* name;
@@ -78,11 +70,6 @@ const Coding* coding_of(VX_TRANSFER_SYNTAX syntax) {
                                    [&](const Coding& row) { return row.syntax == syntax; });
   return found != std::end(kCodings) ? found : nullptr;
 }
-VX_COMPRESSION_CALLBACK compressor_of(VX_TRANSFER_SYNTAX syntax) {
-  const Coding* coding = coding_of(syntax);
-  return coding != nullptr ? coding->compressor : nullptr;
-}
-
 // What codecs look at, or say about their work.
 constexpr uint32_t kImageTags[] = {0x00080008, 0x00082111, 0x00280002, 0x00280004, 0x00280006,
                                    0x00280010, 0x00280011, 0x00280100, 0x00280101, 0x00280102,
@@ -95,50 +82,8 @@ constexpr char kDeflatedFrames[] = "1.2.840.10008.1.2.8.1";
 // Tables of encapsulated data that are made for one form of it.
 constexpr uint32_t kFormTags[] = {0x7FE00001, 0x7FE00002, 0x7FE00003};
 
-constexpr char kNoMemory[] = "there is not enough memory";
-constexpr uint64_t kMostFrameBits = uint64_t{1} << 34;
-constexpr char kOtherSize[] = "a frame has another size than the first";
-
 uint64_t number(const std::string& text) {
   return std::strtoull(text.c_str(), nullptr, 10);
-}
-
-VX_STATUS append(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
-  static_cast<Bytes*>(user)->append(data, size);
-  return VX_NORMAL_COMPLETION;
-}
-
-// The way of a frame's bytes to their place in a file.
-struct Placing {
-  FileSink& sink;
-  uint64_t at;    // behind the marked block
-  uint64_t left;  // of the frame; a decompressor pads it
-  std::string problem;
-
-  static VX_STATUS take(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
-    auto& placing = *static_cast<Placing*>(user);
-    const auto part = static_cast<std::size_t>(std::min<uint64_t>(size, placing.left));
-    placing.problem = placing.sink.patch(placing.at, data, part);
-    placing.at += part;
-    placing.left -= part;
-    return placing.problem.empty() ? VX_NORMAL_COMPLETION : VX_CANNOT_COMPLY;
-  }
-};
-
-// A raw deflate stream (RFC 1951) that gives so many bytes, and perhaps one of padding.
-std::string inflate_frame(const Bytes& packed, std::size_t bytes, Bytes& frame) {
-  z_stream stream{};
-  if (::inflateInit2(&stream, -MAX_WBITS) != Z_OK) return "out of memory";
-  frame.resize(bytes + 1);
-  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(packed.data()));
-  stream.avail_in = static_cast<uInt>(packed.size());
-  stream.next_out = reinterpret_cast<Bytef*>(frame.data());
-  stream.avail_out = static_cast<uInt>(frame.size());
-  const int status = ::inflate(&stream, Z_FINISH);
-  ::inflateEnd(&stream);
-  if (stream.total_out < bytes) return "its deflated data is broken or too short";
-  frame.resize(bytes);
-  return status == Z_STREAM_END ? "" : "its deflated data is broken or too long";
 }
 
 // Why frames of this form can not be decompressed; empty if they can.
@@ -149,171 +94,6 @@ std::string decompression_fault(const FrameForm& form, const std::string& uid) {
 }
 
 }  // namespace
-
-// Converts frames one after the other, each as an object of its own; one for each thread.
-class FrameWorker {
- public:
-  FrameWorker(const FrameSource& source, const FrameForm& form) : source_(source), form_(form) {
-    VX_Open_Empty_Message(&id_);
-    VX_Set_Message_Transfer_Syntax(id_, form.decompresses() ? form.from : EXPLICIT_LITTLE_ENDIAN);
-    for (const auto& [tag, text] : form.attributes) set_all_text(id_, tag, text);
-    set_all_text(id_, kNumberOfFrames, "1");
-    VX_Set_Value_To_Empty(id_, kPixelData);
-    VX_Set_Value_Representation(id_, kPixelData, form.decompresses() ? VX_VR_OB : form.vr);
-    if (form.decompresses()) VX_Register_Compression_Callbacks(id_, nullptr, VX_General_Decompressor);
-    if (!form.compresses_alone) return;
-    VX_Open_Empty_Message(&compressed_);
-    VX_Set_Message_Transfer_Syntax(compressed_, form.to);
-    for (const auto& [tag, text] : form.attributes) set_all_text(compressed_, tag, text);
-    VX_Set_Value_To_Empty(compressed_, kPixelData);
-    VX_Set_Value_Representation(compressed_, kPixelData, VX_VR_OB);
-    VX_Register_Compression_Callbacks(compressed_, compressor_of(form.to), nullptr);
-  }
-  ~FrameWorker() {
-    free_result();
-    VX_Free_Message(&id_);
-    if (compressed_ >= 0) VX_Free_Message(&compressed_);
-  }
-  FrameWorker(const FrameWorker&) = delete;
-  FrameWorker& operator=(const FrameWorker&) = delete;
-
-  // The frame in its new form, as it stands in the value: a compressed one as an item, and with the last what
-  // ends the value. An error text, empty on success.
-  std::string convert(uint32_t frame, Bytes& out) try {
-    out.clear();
-    if (form_.inflates && !form_.compresses()) {
-      if (std::string problem = take_raw(frame, out); !problem.empty()) return problem;
-    } else {
-      const bool alone = form_.compresses_alone;
-      if (std::string problem = alone ? compress(frame) : make_object(frame); !problem.empty())
-        return problem;
-      if (form_.compresses()) {
-        append32(out, kItem);
-        append32(out, 0);
-      }
-      if (std::string problem = hand_on(alone ? compressed_ : result_, &out, append); !problem.empty())
-        return problem;
-    }
-    const bool last = frame + 1 == source_.count();
-    if (form_.compresses()) {
-      if (out.size() % 2 != 0) out.append("", 1);
-      const auto length = static_cast<uint32_t>(out.size() - kItemHeader);
-      std::memcpy(out.data() + 4, &length, sizeof length);
-      if (last) {
-        append32(out, kDelimiter);
-        append32(out, 0);
-      }
-    } else if (last && out.size() % 2 != 0 && source_.count() % 2 != 0) {
-      out.append("", 1);
-    }
-    return "";
-  } catch (const std::bad_alloc&) {
-    return kNoMemory;
-  }
-  // A frame that is to be raw goes right into its file, where that place is known. An error text, empty on
-  // success.
-  std::string place(uint32_t frame, FileSink& sink, uint64_t at, uint64_t size) try {
-    if (form_.inflates) {
-      if (std::string problem = take_raw(frame, in_); !problem.empty()) return problem;
-      return in_.size() == size ? sink.patch(at, in_.data(), in_.size()) : kOtherSize;
-    }
-    Placing placing{sink, at, size, ""};
-    std::string problem;
-    if (form_.text(kPhotometric).starts_with("YBR_FULL_422")) {
-      // Half the colour of such an image is there, and the copy of the object has all of it.
-      problem = make_object(frame);
-      if (problem.empty()) problem = hand_on(result_, &placing, Placing::take);
-    } else {
-      problem = decompress(frame, &placing, Placing::take);
-    }
-    if (!placing.problem.empty()) return placing.problem;
-    return problem.empty() && placing.left != 0 ? kOtherSize : problem;
-  } catch (const std::bad_alloc&) {
-    return kNoMemory;
-  }
-  // Hands the bytes of a decompressed frame on. An error text, empty on success.
-  std::string decompress(uint32_t frame, void* user, VX_Get_Encapsulated_Callback taker) {
-    if (std::string problem = take(frame); !problem.empty()) return problem;
-    std::string problem = hand_on(id_, user, taker);
-    VX_Set_Value_To_Empty(id_, kPixelData);
-    return problem;
-  }
-  // The object with the last frame.
-  int32_t result() const { return result_; }
-  void free_result() {
-    if (result_ >= 0) VX_Free_Message(&result_);
-    result_ = -1;
-  }
-
- private:
-  static std::string hand_on(int32_t id, void* user, VX_Get_Encapsulated_Callback taker) {
-    const VX_STATUS status = VX_Get_Frame_To_Function(id, 0, user, taker);
-    return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
-  }
-  std::string make_object(uint32_t frame) {
-    if (std::string problem = take(frame); !problem.empty()) return problem;
-    free_result();
-    const VX_STATUS status =
-        VX_Duplicate_Message(id_, &result_, form_.compresses() ? form_.to : EXPLICIT_LITTLE_ENDIAN,
-                             compressor_of(form_.to), nullptr);
-    VX_Set_Value_To_Empty(id_, kPixelData);
-    return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
-  }
-  // Into the object that takes one compressed frame after the other.
-  std::string compress(uint32_t frame) {
-    if (std::string problem = take_raw(frame, in_); !problem.empty()) return problem;
-    if (in_.size() % 2 != 0) in_.append("", 1);
-    const VX_STATUS status = VX_Set_Encapsulated_Value_From_Function(compressed_, kPixelData, this, give);
-    return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
-  }
-  static VX_STATUS give(int32_t, uint32_t, int32_t, void* user, uint32_t* size, void** data, int32_t* last) {
-    Bytes& frame = static_cast<FrameWorker*>(user)->in_;
-    *size = static_cast<uint32_t>(frame.size());
-    *data = frame.data();
-    *last = 1;
-    return VX_NORMAL_COMPLETION;
-  }
-  std::string take_raw(uint32_t frame, Bytes& raw) {
-    raw.clear();
-    if (!form_.inflates) return source_.read(frame, raw);
-    if (form_.image_bits() > kMostFrameBits) return "its frames are beyond 2 GiB";
-    Bytes packed;
-    std::string problem = source_.read(frame, packed);
-    return problem.empty() ? inflate_frame(packed, (form_.image_bits() + 7) / 8, raw) : problem;
-  }
-  std::string take(uint32_t frame) {
-    if (!form_.decompresses()) {
-      std::string problem = take_raw(frame, in_);
-      if (in_.size() % 2 != 0) in_.append("", 1);
-      return problem.empty() ? put() : problem;
-    }
-    in_.clear();
-    append32(in_, kItem);  // no offset table
-    append32(in_, 0);
-    append32(in_, kItem);
-    append32(in_, 0);
-    if (std::string problem = source_.read(frame, in_); !problem.empty()) return problem;
-    if (in_.size() % 2 != 0) in_.append("", 1);
-    const auto length = static_cast<uint32_t>(in_.size() - 2 * kItemHeader);
-    std::memcpy(in_.data() + kItemHeader + 4, &length, sizeof length);
-    append32(in_, kDelimiter);
-    append32(in_, 0);
-    return put();
-  }
-  std::string put() {
-    const VX_STATUS status =
-        VX_Set_Value_From_Buffer(id_, kPixelData, in_.data(), static_cast<uint32_t>(in_.size()));
-    Bytes().swap(in_);  // makes room for the codec
-    return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
-  }
-
-  const FrameSource& source_;
-  const FrameForm& form_;
-  int32_t id_ = -1;
-  int32_t result_ = -1;
-  int32_t compressed_ = -1;
-  Bytes in_;
-};
 
 namespace {
 
@@ -369,196 +149,6 @@ std::string decompress_icons(const DicomFile& file, int32_t object, int depth) {
 
 }  // namespace
 
-namespace {
-
-// Several threads that convert all frames but the first and bring each to where it belongs.
-class FrameCrew {
- public:
-  FrameCrew(const FrameSource& source, const FrameForm& form, const std::string& path, unsigned threads)
-      : source_(source), form_(form), path_(path), threads_(threads) {}
-
-  // Takes a frame, in their order, and one at a time while it holds the lock. An error text, empty on
-  // success.
-  using Taker = std::function<std::string(uint32_t frame, Bytes& bytes, std::unique_lock<std::mutex>& lock)>;
-  std::string hand_to(Taker take) {
-    take_ = std::move(take);
-    waiting_.resize(2 * std::size_t{threads_});
-    return run(
-        [this](FrameWorker& worker, uint32_t frame, Bytes& bytes) { return hand_on(worker, frame, bytes); });
-  }
-  // Frames that are to be raw, all of one size, go from the thread that makes them right into the file. The
-  // first one is there and marked.
-  std::string place_raw(FileSink& sink, uint64_t size) {
-    return run([&sink, size](FrameWorker& worker, uint32_t frame, Bytes&) {
-      return worker.place(frame, sink, frame * size, size);
-    });
-  }
-
- private:
-  using Work = std::function<std::string(FrameWorker& worker, uint32_t frame, Bytes& room)>;
-
-  std::string run(const Work& work) {
-    {
-      std::vector<std::jthread> others;
-      start_threads(others, std::min(threads_, source_.count() - 1) - 1, [&] { take_part(work); });
-      take_part(work);
-    }
-    return std::move(problem_);
-  }
-
-  void take_part(const Work& work) try {
-    const CurrentFile current(path_);
-    FrameWorker worker(source_, form_);
-    Bytes bytes;
-    for (uint32_t mine = taken_++; mine < source_.count() && !failed_; mine = taken_++) {
-      const std::string problem = work(worker, mine, bytes);
-      if (!problem.empty()) return fail("frame " + std::to_string(mine + 1) + ": " + problem);
-    }
-  } catch (const std::bad_alloc&) {
-    fail(kNoMemory);
-  }
-  void fail(const std::string& problem) {
-    const std::lock_guard lock(mutex_);
-    if (!failed_.exchange(true)) problem_ = problem;
-    room_.notify_all();
-  }
-
-  // Whoever closes a gap hands on all that waited for it.
-  std::string hand_on(FrameWorker& worker, uint32_t frame, Bytes& bytes) {
-    std::unique_lock lock(mutex_);
-    room_.wait(lock, [&] { return frame < handed_ + waiting_.size() || failed_; });
-    if (failed_) return "";
-    lock.unlock();
-    std::string problem = worker.convert(frame, bytes);
-    worker.free_result();
-    if (problem.empty() && bytes.empty()) problem = kOtherSize;
-    if (!problem.empty()) return problem;
-    lock.lock();
-    const auto slot_of = [&](uint32_t number) -> Bytes& { return waiting_[number % waiting_.size()]; };
-    slot_of(frame).swap(bytes);
-    while (problem.empty() && !failed_ && !slot_of(handed_).empty()) {
-      bytes.clear();
-      bytes.swap(slot_of(handed_));
-      room_.notify_all();
-      problem = take_(handed_++, bytes, lock);
-    }
-    return problem;
-  }
-
-  const FrameSource& source_;
-  const FrameForm& form_;
-  const std::string& path_;
-  const unsigned threads_;
-  std::atomic<uint32_t> taken_{1};
-  std::atomic<bool> failed_{false};
-  std::mutex mutex_;
-  std::condition_variable room_;
-  Taker take_;
-  uint32_t handed_ = 1;
-  std::vector<Bytes> waiting_;  // frames whose predecessors are in the making
-  std::string problem_;
-};
-
-}  // namespace
-
-// Frames come off it in their order, converted by one thread or by several.
-class FrameConveyor {
- public:
-  FrameConveyor(const FrameSource& source, const FrameForm& form, uint32_t first, unsigned threads,
-                const std::string& path)
-      : source_(source), form_(form), path_(path), taken_(first), given_(first) {
-    threads = std::min(threads, source.count() - first);
-    if (threads <= 1) {
-      own_ = std::make_unique<FrameWorker>(source, form);
-      return;
-    }
-    // One in the making for each thread, and one that waits for its turn.
-    slots_.resize(std::size_t{threads} + 1);
-    start_threads(workers_, threads, [this] { work(); });
-    if (workers_.empty()) own_ = std::make_unique<FrameWorker>(source, form);
-  }
-  ~FrameConveyor() {
-    {
-      const std::lock_guard lock(mutex_);
-      stopping_ = true;
-    }
-    room_.notify_all();
-  }
-  FrameConveyor(const FrameConveyor&) = delete;
-  FrameConveyor& operator=(const FrameConveyor&) = delete;
-
-  // An error text, empty on success.
-  std::string next(Bytes& frame) {
-    const uint32_t number = given_;
-    std::string problem = own_ != nullptr ? own_->convert(given_++, frame) : wait(frame);
-    if (problem.empty()) return "";
-    return source_.count() == 1 ? problem : "frame " + std::to_string(number + 1) + ": " + problem;
-  }
-
- private:
-  struct Slot {
-    Bytes frame;
-    std::string problem;
-    bool ready = false;
-  };
-  Slot& slot_of(uint32_t frame) { return slots_[frame % slots_.size()]; }
-
-  std::string wait(Bytes& frame) {
-    std::string problem;
-    {
-      std::unique_lock lock(mutex_);
-      Slot& slot = slot_of(given_);
-      done_.wait(lock, [&] { return slot.ready || out_of_memory_; });
-      if (out_of_memory_) return kNoMemory;
-      frame.swap(slot.frame);
-      problem.swap(slot.problem);
-      slot.ready = false;
-      ++given_;
-    }
-    room_.notify_all();
-    return problem;
-  }
-
-  void work() try {
-    const CurrentFile current(path_);
-    FrameWorker worker(source_, form_);
-    Bytes frame;
-    std::unique_lock lock(mutex_);
-    while (taken_ < source_.count()) {
-      const uint32_t mine = taken_++;
-      room_.wait(lock, [&] { return stopping_ || mine < given_ + slots_.size(); });
-      if (stopping_) return;
-      lock.unlock();
-      std::string problem = worker.convert(mine, frame);
-      worker.free_result();
-      lock.lock();
-      Slot& slot = slot_of(mine);
-      slot.frame.swap(frame);
-      slot.problem.swap(problem);
-      slot.ready = true;
-      done_.notify_one();
-    }
-  } catch (const std::bad_alloc&) {
-    const std::lock_guard lock(mutex_);
-    out_of_memory_ = true;
-    done_.notify_one();
-  }
-
-  const FrameSource& source_;
-  const FrameForm& form_;
-  const std::string& path_;
-  std::unique_ptr<FrameWorker> own_;  // where there is one thread
-  std::mutex mutex_;
-  std::condition_variable done_;
-  std::condition_variable room_;
-  std::vector<Slot> slots_;
-  uint32_t taken_;
-  uint32_t given_;
-  bool stopping_ = false;
-  bool out_of_memory_ = false;
-  std::vector<std::jthread> workers_;
-};
-
 void FrameForm::read(int32_t object) {
   VX_Get_Attribute_Info(object, kPixelData, &vr, nullptr);
   for (const uint32_t tag : kImageTags) {
@@ -603,6 +193,11 @@ void prepare_recoding() {
   prepare_temp_folder();
 }
 
+VX_COMPRESSION_CALLBACK compressor_of(VX_TRANSFER_SYNTAX syntax) {
+  const Coding* coding = coding_of(syntax);
+  return coding != nullptr ? coding->compressor : nullptr;
+}
+
 bool can_decompress(VX_TRANSFER_SYNTAX syntax) {
   return coding_of(syntax) != nullptr;
 }
@@ -632,7 +227,7 @@ std::string FrameDecoder::open(const DicomFile& file) {
 std::string FrameDecoder::frame(uint32_t number, Bytes& bytes) try {
   if (number >= source_.count()) return "there is no such frame";
   if (form_.inflates) return worker_->convert(number, bytes);
-  return worker_->decompress(number, &bytes, append);
+  return worker_->decompress(number, &bytes, FrameWorker::append);
 } catch (const std::bad_alloc&) {
   return kNoMemory;
 }

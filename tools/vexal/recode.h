@@ -23,6 +23,8 @@ bool find_syntax(const std::string& text, VX_TRANSFER_SYNTAX& syntax);
 void prepare_recoding();
 
 bool can_decompress(VX_TRANSFER_SYNTAX syntax);
+// Null: there is none.
+VX_COMPRESSION_CALLBACK compressor_of(VX_TRANSFER_SYNTAX syntax);
 // Loses something of the image: the result is another instance (PS3.3 section C.7.6.1.1.5).
 bool is_lossy(VX_TRANSFER_SYNTAX syntax);
 
