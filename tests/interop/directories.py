@@ -10,6 +10,7 @@ import json
 import os
 import shutil
 import struct
+import subprocess
 import sys
 import tempfile
 import warnings
@@ -20,6 +21,8 @@ from checks import SAMPLES, VEXAL, check, need
 need("storescp", "dcmmkdir", module="pydicom")
 import network
 import pydicom
+from pydicom.dataset import Dataset, FileMetaDataset
+from pydicom.sequence import Sequence
 
 warnings.simplefilter("ignore")
 SAMPLES = os.path.join(SAMPLES, "dicomdir")
@@ -258,6 +261,118 @@ def on_a_disc(folder):
     check(checked.returncode == 1 and "77654033/CR1/6154: there is no such file" in checked.stdout, "%s: %s" % ("a link: check", checked.stdout))
 
 
+def item(**more):
+    found = Dataset()
+    for keyword, value in more.items():
+        setattr(found, keyword, value)
+    return found
+
+
+def made(path, sop_class, number, **more):
+    """A file of a class with what its record asks for, and what else is given; None leaves an attribute out."""
+    instance = "1.2.3.%d" % number
+    head = dict(SOPClassUID=sop_class, SOPInstanceUID=instance, PatientID="P", PatientName="A^B", StudyInstanceUID="1.2", StudyID="1",
+                SeriesInstanceUID="1.4", StudyDate="20200101", StudyTime="12", Modality="OT", SeriesNumber=1, InstanceNumber=number,
+                ContentDate="20200101", ContentTime="12", ContentLabel="X", ContentDescription="", ContentCreatorName="")
+    dataset = item(**{keyword: value for keyword, value in (head | more).items() if value is not None})
+    dataset.file_meta = FileMetaDataset()
+    dataset.file_meta.MediaStorageSOPClassUID, dataset.file_meta.MediaStorageSOPInstanceUID = sop_class, instance
+    dataset.file_meta.TransferSyntaxUID = "1.2.840.10008.1.2.1"
+    dataset.is_little_endian, dataset.is_implicit_VR = True, False
+    dataset.save_as(path, write_like_original=False)
+
+
+CLASS = "1.2.840.10008.5.1.4.1.1."
+CODE = item(CodeValue="1", CodingSchemeDesignator="99TEST", CodeMeaning="Gr\u00f6\u00dfe")
+
+
+def content(relationship, **more):
+    return item(RelationshipType=relationship, ValueType="TEXT", TextValue="hidden", **more)
+
+
+def of_all_types(folder):
+    """Objects whose bulk values lie in front of what their record tells, or in its icon, and reports."""
+    bulk = b"\1\2" * 100000
+    pixels = dict(SamplesPerPixel=1, PhotometricInterpretation="MONOCHROME2", Rows=500, Columns=400, BitsAllocated=8, BitsStored=8,
+                  HighBit=7, PixelRepresentation=0, PixelData=bulk)
+    points = Sequence([item(SurfacePointsSequence=Sequence([item(PointCoordinatesData=bulk)]))])
+    report = dict(SpecificCharacterSet="ISO_IR 192", ConceptNameCodeSequence=Sequence([CODE]))
+    modified = content("HAS CONCEPT MOD", ContentSequence=Sequence([content("HAS CONCEPT MOD")]))
+    objects = [
+        ("WAVEFORM", "9.1.1", dict(WaveformSequence=Sequence([item(WaveformBitsAllocated=16, WaveformData=bulk)]))),
+        ("ENCAP DOC", "104.1", dict(EncapsulatedDocument=bulk, DocumentTitle="", MIMETypeOfEncapsulatedDocument="application/pdf",
+                                    ConceptNameCodeSequence=Sequence())),
+        ("SPECTROSCOPY", "4.2", dict(ImageType=["ORIGINAL", "PRIMARY"], NumberOfFrames=1, Rows=1, Columns=1, DataPointRows=1,
+                                     DataPointColumns=9, SpectroscopyData=bulk)),
+        ("SURFACE", "66.5", dict(SurfaceSequence=points)),
+        ("SURFACE SCAN", "68.1", dict(SurfaceSequence=points)),
+        ("TRACT", "66.6", dict(TrackSetSequence=Sequence([item(TrackSequence=Sequence([item(PointCoordinatesData=bulk)]))]))),
+        ("IMAGE", "7", dict(IconImageSequence=Sequence([item(**pixels)]), **pixels)),
+        ("SR DOCUMENT", "88.11", dict(report, CompletionFlag="PARTIAL", VerificationFlag="VERIFIED", VerifyingObserverSequence=Sequence(
+            [item(VerificationDateTime=at) for at in ("20200101", "20210101", "2019")]),
+            ContentSequence=Sequence([content("CONTAINS"), modified, content("CONTAINS")]))),
+        ("KEY OBJECT DOC", "88.59", dict(report, ContentSequence=Sequence([content("CONTAINS")])))]
+    for number, (_, sop_class, more) in enumerate(objects):
+        made(os.path.join(folder, "F%d" % number), CLASS + sop_class, number, **more)
+    directory = os.path.join(folder, "DICOMDIR")
+    created = run(VEXAL, "dir", "create", directory)
+    check(created.returncode == 0 and not created.stderr, "all types: create: " + created.stderr)
+    check(sorted(row[1:3] for row in listed(directory)[3:]) == sorted((row[0], "F%d" % i) for i, row in enumerate(objects)), "all types: records")
+    check(run(VEXAL, "dir", "check", directory).returncode == 0, "all types: check")
+    records = {record.DirectoryRecordType: record for record in pydicom.dcmread(directory).DirectoryRecordSequence}
+    check(records["IMAGE"].IconImageSequence[0].PixelData == bulk, "all types: the icon")
+    check(records["SR DOCUMENT"].VerificationDateTime == "20210101", "all types: the last verification")
+    check(records["SR DOCUMENT"].get("ContentSequence") == Sequence([modified]), "all types: the modifiers of the title, and no more")
+    check("ContentSequence" not in records["KEY OBJECT DOC"] and
+          records["KEY OBJECT DOC"].ConceptNameCodeSequence == Sequence([CODE]), "all types: no content of a selection")
+
+
+def beside_bad_ones(folder):
+    """A file that is left out, and why, takes no other with it; what it was before stays."""
+    directory = os.path.join(folder, "DICOMDIR")
+    files = {name: os.path.join(folder, name) for name in ("A0", "A1", "B0", "B1", "LINK", "AT\\HERE")}
+    made(files["A0"], CLASS + "7", 1, InstanceNumber=None, SeriesInstanceUID="1.5")
+    made(files["A1"], CLASS + "7", 2, SeriesInstanceUID="1.5")
+    other = dict(PatientID="Q", PatientName="M\u00fcller^\x1b[31mred\a", SpecificCharacterSet="ISO_IR 192", StudyInstanceUID="1.3", SeriesInstanceUID="1.6")
+    made(files["B0"], CLASS + "7", 3, Modality=None, **other)
+    made(files["B1"], CLASS + "7", 4, **other)
+    made(files["AT\\HERE"], CLASS + "7", 5)
+    os.symlink(files["A1"], files["LINK"])
+    created = run(VEXAL, "dir", "create", "--any-names", directory)
+    check(created.returncode == 1 and [row[2] for row in listed(directory) if row[2]] == ["A1", "B1"], "bad ones: create: " + created.stderr)
+    for name, why in (("A0", "InstanceNumber"), ("B0", "Modality"), ("LINK", "symbolic link"), ("AT\\HERE", "backslashes")):
+        check(any(name in line and why in line for line in created.stderr.splitlines()), "bad ones: " + name)
+    shown = subprocess.run([VEXAL, "dir", "list", directory], capture_output=True).stdout
+    check("M\u00fcller^\\x1B[31mred\\x07".encode() in shown and b"\x1b" not in shown, "bad ones: a name in its character set, and no escapes: %r" % shown)
+    before = open(directory, "rb").read()
+    with open(files["A1"], "r+b") as file:
+        file.truncate(400)
+    check(run(VEXAL, "dir", "add", directory, files["A1"]).returncode == 1 and open(directory, "rb").read() == before, "bad ones: add leaves all as it was")
+    check(run(VEXAL, "dir", "create", files["B1"], files["B1"]).returncode == 2 and pydicom.dcmread(files["B1"]).InstanceNumber == 4,
+          "bad ones: create replaces nothing but a DICOMDIR")
+    check(run("sh", "-c", "ulimit -f 0; trap '' XFSZ; exec %s dir create %s %s" % (VEXAL, directory, files["B1"])).returncode == 2 and
+          open(directory, "rb").read() == before and sorted(os.listdir(folder)) == sorted(["DICOMDIR", *files]), "bad ones: no room")
+
+
+def at_once(folder):
+    """What several processes add at the same time is all there; so is what goes into one of another encoding."""
+    directory = os.path.join(folder, "DICOMDIR")
+    for number in range(12):
+        made(os.path.join(folder, "F%d" % number), CLASS + "7", number)
+    run(VEXAL, "dir", "create", directory, os.path.join(folder, "F0"))
+    adding = [subprocess.Popen([VEXAL, "dir", "add", directory, os.path.join(folder, "F%d" % number)]) for number in range(1, 12)]
+    check([process.wait(60) for process in adding] == [0] * 11, "at once: all succeed")
+    check(sorted(row[2] for row in listed(directory)[3:]) == sorted("F%d" % number for number in range(12)), "at once: all are there")
+    for name in ("DICOMDIR-implicit", "DICOMDIR-bigEnd"):
+        other = os.path.join(folder, name)
+        shutil.copy(os.path.join(SAMPLES, name), other)
+        before = [row[:3] for row in listed(other)]
+        added = run(VEXAL, "dir", "add", other, os.path.join(folder, "F1"))
+        check(added.returncode == 0 and pydicom.dcmread(other).file_meta.TransferSyntaxUID == "1.2.840.10008.1.2.1", name + ": add: " + added.stderr)
+        new = [(0, "PATIENT", ""), (1, "STUDY", ""), (2, "SERIES", ""), (3, "IMAGE", "F1")]
+        check(sorted(row[:3] for row in listed(other)) == sorted(before + new) and tree(other) == listed(other), name + ": all records")
+
+
 LIBRARY = None
 
 
@@ -342,4 +457,4 @@ def in_place(directory, name):
 
 os.environ["VEXAL_LOG"] = "/dev/null"
 samples()
-sys.exit(checks.run_parts(samples_in_place, on_many_ways, made_by_others, made_by_vexal, on_a_disc))
+sys.exit(checks.run_parts(samples_in_place, on_many_ways, made_by_others, made_by_vexal, on_a_disc, of_all_types, beside_bad_ones, at_once))

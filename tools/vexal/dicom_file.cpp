@@ -17,7 +17,8 @@ namespace {
 
 // Bulk attributes that are worth leaving in the file (PS3.6): pixels, documents, waveforms, spectra, meshes,
 // overlays.
-constexpr uint32_t kBulkTags[] = {0x7FE00010, 0x7FE00008, 0x7FE00009, 0x00420011, 0x54001010, 0x56000020,
+constexpr uint32_t kPixelData = 0x7FE00010;
+constexpr uint32_t kBulkTags[] = {kPixelData, 0x7FE00008, 0x7FE00009, 0x00420011, 0x54001010, 0x56000020,
                                   0x00660016, 0x00660023, 0x00660040, 0x00660041, 0x00640009, 0x00281408};
 
 constexpr std::size_t kPiece = 256 * 1024;
@@ -255,8 +256,13 @@ VX_STATUS DicomFile::open_file(const OpenOptions& options) {
   }
   uint32_t offset = 0;
   if (options.last_tag != 0xFFFFFFFFU) {
+    // Bulk values on the way are handed over, and dropped: but for the pixels of an icon.
+    drops_values_ = true;
+    VX_Release_Callback_Function(application_, kPixelData);
     status =
         VX_Open_File_Upto_Tag(application_, id_, &source_, options.last_tag, &offset, FileSource::file_input);
+    VX_Register_Callback_Function(application_, kPixelData, this, value_callback);
+    drops_values_ = false;
   } else if (options.keep_values_out) {
     status = VX_Open_File_Bypass_OBOW(application_, id_, &source_, FileSource::file_input);
   } else {
@@ -345,7 +351,7 @@ VX_STATUS DicomFile::value_request(int32_t id, uint32_t tag, VX_CALLBACK_REQUEST
     case VX_FREE_DATA:
       return VX_NORMAL_COMPLETION;
     default:
-      return VX_CANNOT_COMPLY;
+      return drops_values_ ? VX_NORMAL_COMPLETION : VX_CANNOT_COMPLY;
   }
 }
 

@@ -13,6 +13,15 @@ std::string upper(std::string text) {
   return text;
 }
 
+bool has_link(const fs::path& folder, const std::vector<std::string>& parts) {
+  std::error_code error;
+  fs::path at = folder;
+  return std::any_of(parts.begin(), parts.end(), [&](const std::string& part) {
+    at /= part;
+    return fs::is_symlink(at, error);
+  });
+}
+
 fs::path find_file(const fs::path& folder, const std::string& file_id) {
   fs::path at = folder;
   std::size_t start = 0;

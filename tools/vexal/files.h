@@ -169,7 +169,7 @@ uint32_t element_width(VX_VR vr);
 // How a file is to be opened.
 struct OpenOptions {
   bool keep_values_out = true;
-  uint32_t last_tag = 0xFFFFFFFFU;  // read no further than this tag
+  uint32_t last_tag = 0xFFFFFFFFU;  // read no further than this tag, and leave bulk values on the way out
 };
 
 // One DICOM file, open as a library object. Everything it needs belongs to it; the files of different threads
@@ -237,6 +237,7 @@ class DicomFile {
   int32_t id_ = -1;
   bool is_file_ = true;  // the object behind id_, not a message
   bool has_meta_ = true;
+  bool drops_values_ = false;
   VX_TRANSFER_SYNTAX syntax_ = 0;
   std::string path_;
   std::string problem_;

@@ -14,10 +14,11 @@ std::string source_text;
 bool embedded = false;
 thread_local const std::string* current_file = nullptr;
 thread_local bool warnings_muted = false;
+thread_local bool errors_muted = false;
 
 // The library's messages become lines on standard error. The receiver runs on the thread that logged.
 void receive_log(const VX_LOG_RECORD* record) {
-  if (warnings_muted && record->Type != 1) return;
+  if (record->Type != 1 ? warnings_muted : errors_muted) return;
   const char* level = record->Type == 1 ? "error" : record->Type == 2 ? "warning" : "info";
   const std::string source = current_file != nullptr ? shown(*current_file) : "vexal";
   std::fprintf(stderr, "%s: %s: %s\n", source.c_str(), level, shown(record->Message).c_str());
@@ -93,11 +94,12 @@ CurrentFile::~CurrentFile() {
   current_file = nullptr;
 }
 
-MutedWarnings::MutedWarnings() {
+MutedWarnings::MutedWarnings(bool errors_too) {
   warnings_muted = true;
+  errors_muted = errors_too;
 }
 MutedWarnings::~MutedWarnings() {
-  warnings_muted = false;
+  warnings_muted = errors_muted = false;
 }
 
 void report(const std::string& path, const std::string& text) {

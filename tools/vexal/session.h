@@ -37,10 +37,11 @@ class CurrentFile {
   CurrentFile& operator=(const CurrentFile&) = delete;
 };
 
-// While it lives, what the library logs on this thread below an error is not shown.
+// While it lives, what the library logs on this thread below an error is not shown; errors too, where they
+// are expected.
 class MutedWarnings {
  public:
-  MutedWarnings();
+  explicit MutedWarnings(bool errors_too = false);
   ~MutedWarnings();
   MutedWarnings(const MutedWarnings&) = delete;
   MutedWarnings& operator=(const MutedWarnings&) = delete;

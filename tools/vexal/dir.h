@@ -1,0 +1,110 @@
+// What the actions of vexal dir share: a DICOMDIR in memory, the types of its records, and what is done with
+// them.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "vexalkit.h"
+
+namespace vexal {
+
+inline constexpr uint32_t kFileId = 0x00041500;
+inline constexpr uint32_t kRecordType = 0x00041430;
+inline constexpr uint32_t kClassInFile = 0x00041510;
+inline constexpr uint32_t kInstanceInFile = 0x00041511;
+inline constexpr uint32_t kSyntaxInFile = 0x00041512;
+inline constexpr char kDirectoryClass[] = "1.2.840.10008.1.3.10";
+inline constexpr uint32_t kPatientId = 0x00100020;
+inline constexpr uint32_t kStudyUid = 0x0020000D;
+inline constexpr uint32_t kSeriesUid = 0x0020000E;
+
+// The first value of a key, without blanks at its end.
+std::string key_text(int32_t object, uint32_t tag);
+// The UID that tells records of a type apart: of a study, a series or an instance.
+uint32_t uid_tag_of(std::string_view record_type);
+// (0004,1500) with slashes between its components.
+std::string file_id_of(int32_t record);
+
+// --- Types of records (PS3.3 sections F.4 and F.5) ---
+
+std::string record_type_of_class(const std::string& sop_class);
+bool stands_at_root(std::string_view type);
+// Whether the standard has `type` below `parent`; "" is the root.
+bool may_stand_below(std::string_view parent, std::string_view type);
+// The library's name of records of a type.
+std::string record_item_name(std::string type);
+
+// --- A directory in memory ---
+
+struct Record {
+  int32_t id = 0;
+  int32_t parent = 0;
+  int depth = 0;
+  std::string type;
+};
+
+// While it lives, nobody else changes a DICOMDIR: neither this program in another process nor the library's
+// functions on the disk. Between processes of this program the folder is what is locked, for a new DICOMDIR
+// takes the place of the old.
+class DirectoryLock {
+ public:
+  DirectoryLock() = default;
+  ~DirectoryLock();
+  DirectoryLock(const DirectoryLock&) = delete;
+  DirectoryLock& operator=(const DirectoryLock&) = delete;
+  // Waits for others. An error text, empty on success.
+  std::string take(const std::string& path);
+
+ private:
+  int folder_ = -1;
+  int file_ = -1;
+};
+
+class Directory {
+ public:
+  Directory();
+  ~Directory();
+  Directory(const Directory&) = delete;
+  Directory& operator=(const Directory&) = delete;
+
+  // Each is false after a line on standard error.
+  bool make(const std::string& path, const std::string& file_set);
+  bool open(const std::string& path, bool allow_broken);  // broken offsets are then a problem() only
+  bool open_to_change(const std::string& path);           // locked until the end
+  bool save();
+  // Before make(): locked until the end, and what is there may be replaced: a DICOMDIR, or what is left of
+  // one.
+  bool lock_to_replace(const std::string& path, bool may_be_damaged);
+
+  int32_t id() const { return id_; }
+  const std::string& problem() const { return problem_; }
+  const std::string& path() const { return path_; }
+  const std::filesystem::path& folder() const { return folder_; }
+  // All records of the tree, each before those below it.
+  std::vector<Record> records() const;
+  // A record below a parent, 0 for the root; 0 if it could not be made.
+  int32_t add(int32_t parent, const std::string& type);
+
+ private:
+  int32_t id_ = -1;
+  int32_t application_ = -1;
+  std::string path_;
+  std::string problem_;
+  std::filesystem::path folder_;
+  DirectoryLock lock_;
+};
+
+// --- What is done with it ---
+
+// Files and what lies in folders, then saved. The exit code.
+int add_files(Directory& directory, const std::vector<std::string>& paths, bool any_names);
+// Patients, studies and series without anything below go.
+void drop_empty_records(Directory& directory);
+int list_records(const std::string& path, bool json);
+int check_directory(const std::string& path, bool fast);
+
+}  // namespace vexal
