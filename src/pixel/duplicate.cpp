@@ -92,8 +92,9 @@ class FrameFeeder {
     uint32_t samples = 0;
     if (status = read_samples(photometric, samples); status != kOk) return status;
     if (is_packed_422(photometric)) samples = 2;
-    const uint64_t size =
+    uint64_t size =
         uint64_t{bits / 8} * std::min(columns, 0xFFFFU) * std::min(rows, 0xFFFFU) * std::min(samples, 0xFFU);
+    if (bits == 1) frame_bytes(target_, size);
     if (size == 0 || size > kMaxFrame || bits > 64) return VX_CALLBACK_CANNOT_COMPLY;
     target_.FrameSize = static_cast<int32_t>(size);
     return kOk;
@@ -152,8 +153,10 @@ class FrameFeeder {
       return kOk;
     }
     const auto missing = static_cast<unsigned long>(target_.FrameBytesLeft);
-    if (target_.FrameBytesLeft == target_.FrameSize && frames_done_ != 0) return kOk;
-    if (frames_done_ == 0) {
+    // What is short of the last frame may be so by its pads; a frame of which nothing is there is missing.
+    const bool whole_missing =
+        target_.FrameBytesLeft == target_.FrameSize || frames_done_ + 1 < frame_count_ || frames_done_ == 0;
+    if (whole_missing) {
       VX_LOG_ERR(
           kFunction,
           "Unable to duplicate, size of pixel data too small and not a full frame.  Missing data: %lu bytes "
@@ -476,7 +479,15 @@ class Duplicator {
     to.VR = bits > 8 ? VX_VR_OW : VX_VR_OB;
     bool first = true;
     uint64_t total = 0;
+    uint64_t frame_size = 0;
+    frame_bytes(source_, frame_size);
+    const uint64_t least = (to_rgb ? frame_size / 2 * 3 : frame_size) * frame_count(source_);
     return read_frames(source_, from, to_rgb, [&](const void* data, uint32_t size, bool last) -> VX_STATUS {
+      if (last && total < least) {
+        VX_LOG_ERR(kFunction, "Unable to duplicate, the value has less than %u frames.",
+                   frame_count(source_));
+        return VX_CANNOT_COMPLY;
+      }
       if (last && total % 2 != 0) {  // all frames together are even
         data = "";
         size = 1;

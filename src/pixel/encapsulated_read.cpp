@@ -91,7 +91,9 @@ VX_STATUS walk_to_frame(MsgObj& object, TagObj& attribute, OFFSET_TABLE_CONTEXT&
                         void* user, VX_Get_Encapsulated_Callback callback) {
   uint32_t at = 0;
   uint32_t offset = 0;
-  VX_STATUS status = find_frame_offset(context, frame, at, offset);
+  VX_STATUS status = settle_table(object, attribute, context, frame);
+  if (status != kOk) return status;
+  status = find_frame_offset(context, frame, at, offset);
   if (status == VX_NO_MORE_VALUES && context.TableUsable) {
     VX_LOG_ERR(kFrameFunction, "Unable to access frame from main offset table, out of range error");
     return status;
@@ -193,6 +195,7 @@ VX_STATUS get_encapsulated(MsgObj& object, TagObj& attribute, void* user,
     if (status = start_value(object, attribute, context); status != kOk) return status;
   }
   if (context->LastFrame) return VX_NO_MORE_VALUES;
+  if (status = settle_table(object, attribute, *context, context->FrameIndex); status != kOk) return status;
   Stripper stripper(object, attribute, *context, {callback, user}, false, object.Decompressor);
   stripper.start_frame();
   status = stripper.walk(true);

@@ -230,32 +230,96 @@ const OffsetTable* table_in_use(const OFFSET_TABLE_CONTEXT& context, uint32_t fr
   return made != nullptr && frames > 1 && made->count() == frames ? made : nullptr;
 }
 
+namespace {
+
+// Offsets of frames, as many as are wanted and one more at most.
+struct FoundFrames {
+  OffsetTable* table = nullptr;
+  uint32_t room = 0;
+  uint32_t count = 0;
+
+  bool add(uint64_t offset, uint32_t wanted) {
+    return count++ > wanted || append_offset(table, room, static_cast<uint32_t>(offset));
+  }
+};
+
+// If a fragment begins a code stream of JPEG, JPEG-LS or JPEG 2000, and if it ends one.
+void read_marks(ValueSource& source, uint32_t at, uint32_t length, bool& begins, bool& ends) {
+  uint8_t first[2] = {};
+  uint8_t last[3] = {};
+  begins = length >= 2 && source.copy(at, 2, first) == kOk && first[0] == 0xFF &&
+           (first[1] == 0xD8 || first[1] == 0x4F);
+  ends = length >= 3 && source.copy(at + length - 3, 3, last) == kOk;
+  const uint8_t* end = last[2] == 0 ? last : last + 1;  // a pad may stand behind it
+  ends = ends && end[0] == 0xFF && end[1] == 0xD9;
+}
+
+// True if the frame begins and ends with a fragment where the table says so.
+bool table_holds(MsgObj& object, TagObj& attribute, const OFFSET_TABLE_CONTEXT& context, uint32_t frame) {
+  const OffsetTable& table = *context.MainTable;
+  if (attribute.Storage == 'C' || frame >= table.count()) return true;
+  ValueSource source(object, attribute);
+  const bool last = frame + 1 == table.count();
+  const uint64_t end = uint64_t{context.HeadBytes} + (last ? 0 : table.entry(frame + 1));
+  uint64_t position = uint64_t{context.HeadBytes} + table.entry(frame);
+  // Of the last frame the head tells: what follows is its own.
+  for (bool first = true; first || (!last && position < end); first = false) {
+    uint8_t header[kItemHeader];
+    if (position + kItemHeader > source.length() ||
+        source.copy(static_cast<uint32_t>(position), sizeof header, header) != kOk ||
+        load_tag(header, false) != kItemTag) {
+      return false;
+    }
+    position += kItemHeader + uint64_t{load32(header + 4, false)};
+  }
+  return last || position == end;
+}
+
+}  // namespace
+
 VX_STATUS find_fragments(MsgObj& object, TagObj& attribute, OFFSET_TABLE_CONTEXT& context) {
   const uint32_t frames = frame_count(object);
   if (frames == 1 || attribute.Storage == 'C' || table_in_use(context, frames) != nullptr) return kOk;
   ValueSource source(object, attribute);
-  OffsetTable* offsets = nullptr;
-  uint32_t room = 0;
-  uint64_t position = context.HeadBytes;
-  uint32_t count = 0;
+  FoundFrames fragments;
+  FoundFrames streams;
+  bool ended = true;
   VX_STATUS status = kOk;
-  for (; count <= frames && position + kItemHeader <= source.length(); ++count) {
+  for (uint64_t position = context.HeadBytes; position + kItemHeader <= source.length();) {
     uint8_t header[kItemHeader];
     status = source.copy(static_cast<uint32_t>(position), sizeof header, header);
     if (status != kOk || load_tag(header, false) != kItemTag) break;
-    if (!append_offset(offsets, room, static_cast<uint32_t>(position - context.HeadBytes)))
+    const uint32_t length = load32(header + 4, false);
+    const uint64_t offset = position - context.HeadBytes;
+    position += kItemHeader;
+    const bool follows_end = ended;
+    bool begins = false;
+    if (position + length <= source.length())
+      read_marks(source, static_cast<uint32_t>(position), length, begins, ended);
+    if (!fragments.add(offset, frames) || (begins && follows_end && !streams.add(offset, frames))) {
       status = VX_SYSTEM_ERROR;
-    if (status != kOk) break;
-    position += kItemHeader + uint64_t{load32(header + 4, false)};
+      break;
+    }
+    position += length;
   }
-  if (status == kOk && count == frames) {
+  // Where the fragments outnumber the frames, only the code streams in them can tell.
+  FoundFrames& found = fragments.count == frames ? fragments : streams;
+  if (status == kOk && found.count == frames && found.table->entry(0) == 0) {
     release(context.AuxiliaryTable);
-    context.AuxiliaryTable = offsets;
-    context.AuxiliaryRoom = room;
-  } else {
-    release(offsets);
+    context.AuxiliaryTable = found.table;
+    context.AuxiliaryRoom = found.room;
+    found.table = nullptr;
   }
+  release(fragments.table);
+  release(streams.table);
   return status == VX_SYSTEM_ERROR ? status : kOk;
+}
+
+VX_STATUS settle_table(MsgObj& object, TagObj& attribute, OFFSET_TABLE_CONTEXT& context, uint32_t frame) {
+  if (!context.TableUsable || table_holds(object, attribute, context, frame)) return kOk;
+  VX_LOG_WARN(kFunction, "The offset table does not fit its value and is passed over");
+  context.TableUsable = false;
+  return find_fragments(object, attribute, context);
 }
 
 // --- The walk ---

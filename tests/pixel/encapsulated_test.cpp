@@ -168,11 +168,41 @@ TEST_F(Encapsulated, ATableThatDoesNotFitIsPassedOver) {
     EXPECT_TRUE(has_log("offset table does not fit"));
     clear_log();
   }
-  // Inside its value, but between the fragments: noticed on the way.
-  set_value(id_, table({0, 14, 28}) + body, 5);
-  std::vector<std::string> frames;
-  EXPECT_EQ(get_frames(id_, frames), VX_NORMAL_COMPLETION);
-  EXPECT_TRUE(has_log("offset table does not fit"));
+  // Inside its value, but between the fragments: noticed before anything is delivered.
+  const std::vector<std::string> expected{kA, kB, kC};
+  for (const auto& offsets : std::vector<std::vector<uint32_t>>{{0, 14, 28}, {0, 12, 27}, {0, 11, 26}}) {
+    for (const int number : {0, 1, 2}) {
+      set_value(id_, table(offsets) + body, 5);
+      std::string bytes;
+      ASSERT_EQ(get_frame(id_, number, bytes), VX_NORMAL_COMPLETION);
+      EXPECT_EQ(bytes, expected[static_cast<std::size_t>(number)]) << offsets[1];
+    }
+    EXPECT_TRUE(has_log("offset table does not fit")) << offsets[1];
+    clear_log();
+    set_value(id_, table(offsets) + body, 5);
+    std::vector<std::string> frames;
+    EXPECT_EQ(get_frames(id_, frames), VX_NORMAL_COMPLETION);
+    EXPECT_TRUE(has_log("offset table does not fit")) << offsets[1];
+    clear_log();
+  }
+}
+
+// More fragments than frames and no table that tells: code streams begin and end by their marks.
+TEST_F(Encapsulated, FragmentsThatOutnumberTheFrames) {
+  prepare(JPEG_BASELINE, {.rows = 2, .columns = 2, .frames = 2});
+  const std::string begin("\xFF\xD8", 2), end("\xFF\xD9", 2), pad("\xFF\xD9\0", 3);
+  const std::string body = item(begin + "aa") + item("a" + pad) + item(begin + "b" + end + '\0') + kDelimiter;
+  for (const auto& head : {table({}), table({0, 14}), table({0, 24, 30})}) {
+    for (const std::size_t piece : {1, 3, 100}) {
+      set_value(id_, head + body, piece);
+      std::string bytes;
+      ASSERT_EQ(get_frame(id_, 1, bytes), VX_NORMAL_COMPLETION);
+      EXPECT_EQ(bytes, begin + "b" + end + '\0');
+      ASSERT_EQ(get_frame(id_, 0, bytes), VX_NORMAL_COMPLETION);
+      EXPECT_EQ(bytes, begin + "aaa" + pad);
+      EXPECT_EQ(get_frame(id_, 2, bytes), VX_NO_MORE_VALUES);
+    }
+  }
 }
 
 TEST_F(Encapsulated, BrokenValues) {
