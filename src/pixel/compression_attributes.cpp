@@ -47,7 +47,7 @@ Entry entry_for(const ImageAttributes& image) {
     case JPEG_BASELINE:
     case JPEG_EXTENDED_2_4:
       entry.method = "ISO_10918_1";
-      if (rgb && subsamples_rgb()) entry.photometric = "YBR_FULL_422";
+      if (subsamples_rgb() && (rgb || image.photometric() == "YBR_FULL")) entry.photometric = "YBR_FULL_422";
       entry.description =
           print(image.TransferSyntax == JPEG_BASELINE
                     ? "JPEG Baseline (Process 1): Luminance Factor: %d, Chrominance Factor: %d"
@@ -136,7 +136,7 @@ VX_STATUS put_text(MsgObj& object, uint32_t tag, const std::string& text) {
 
 void write_compression_attributes(MsgObj& object) {
   ImageAttributes image;
-  if (read_image_attributes(object, "GetCompressionInfo", image) != kOk) return;
+  if (read_image_attributes(object, "GetCompressionInfo", image, true) != kOk) return;
   const Entry entry = entry_for(image);
   if (!entry.photometric.empty()) {
     warn("Unable to set Photometric Interpretation after compression: %s",

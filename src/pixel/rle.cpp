@@ -20,6 +20,7 @@ namespace {
 
 constexpr char kCompressor[] = "VX_RLE_Compressor";
 constexpr char kDecompressor[] = "VX_RLE_Decompressor";
+constexpr char kNoSegments[] = "The image's samples do not make the segments that an RLE frame has";
 constexpr uint32_t kHeaderBytes = 64;
 constexpr uint32_t kMaxSegments = 15;
 constexpr uint32_t kMaxRun = 128;
@@ -35,13 +36,14 @@ struct Layout {
   std::array<Plane, kMaxSegments> planes;
 };
 
-// False if the image needs more segments than the header has offsets.
+// False if the image needs more segments than the header has offsets, or shares samples between pixels.
 bool make_layout(const ImageAttributes& image, Layout& layout) {
   const uint32_t width = image.sample_bytes();
   const uint32_t samples = image.SamplesPerPixel;
   layout.segments = image.BitsAllocated == 1 ? 1 : samples * width;
   layout.pixels = image.plane_bytes();
   if (samples == 0 || layout.segments > kMaxSegments) return false;
+  if (uint64_t{layout.segments} * layout.pixels != image.FrameSize) return false;
   const bool planar = image.PlanarConfiguration != 0;
   for (uint32_t i = 0; i < layout.segments; ++i) {
     const uint32_t sample = i / width;
@@ -194,18 +196,36 @@ void Packer::row(const uint8_t* bytes, uint32_t size) {
 
 }  // namespace
 
+namespace {
+
+// Rows of single bits need not end at a byte: then the plane is one row.
+struct RowShape {
+  uint32_t rows;
+  uint32_t bytes;  // of each byte plane
+};
+RowShape rows_of(const ImageAttributes& image) {
+  if (image.BitsAllocated != 1) return {image.Rows, image.Columns};
+  const uint64_t bits = uint64_t{image.Columns} * image.SamplesPerPixel;
+  if (bits % 8 != 0) return {1, image.FrameSize};
+  return {image.Rows, static_cast<uint32_t>(bits / 8)};
+}
+
+}  // namespace
+
 uint64_t rle_bound(const ImageAttributes& image) {
   // A literal run that no replicate run pays for has at least 126 bytes; a row may end with two short runs.
-  const uint64_t row = uint64_t{image.Columns} + image.Columns / 64 + 4;
-  return kHeaderBytes + (row * image.Rows + 1) * image.SamplesPerPixel * image.sample_bytes();
+  const RowShape shape = rows_of(image);
+  const uint64_t row = uint64_t{shape.bytes} + shape.bytes / 64 + 4;
+  return kHeaderBytes + (row * shape.rows + 1) * image.SamplesPerPixel * image.sample_bytes();
 }
 
 bool rle_encode(const ImageAttributes& image, const uint8_t* frame, uint8_t* out, uint32_t& size) {
   Layout layout;
   if (!make_layout(image, layout)) return false;
+  const RowShape shape = rows_of(image);
   std::unique_ptr<uint8_t[]> row;
   if (layout.segments > 1) {
-    row.reset(new (std::nothrow) uint8_t[image.Columns]);
+    row.reset(new (std::nothrow) uint8_t[shape.bytes]);
     if (row == nullptr) return false;
   }
   std::memset(out, 0, kHeaderBytes);
@@ -216,15 +236,15 @@ bool rle_encode(const ImageAttributes& image, const uint8_t* frame, uint8_t* out
     const Plane plane = layout.planes[segment];
     const uint8_t* from = frame + plane.start;
     Packer packer(out + total);
-    for (uint32_t y = 0; y < image.Rows; ++y) {
+    for (uint32_t y = 0; y < shape.rows; ++y) {
       if (row == nullptr) {
-        packer.row(from, image.Columns);
-        from += image.Columns;
+        packer.row(from, shape.bytes);
+        from += shape.bytes;
         continue;
       }
-      gather(from, plane.stride, image.Columns, row.get());
-      from += std::size_t{plane.stride} * image.Columns;
-      packer.row(row.get(), image.Columns);
+      gather(from, plane.stride, shape.bytes, row.get());
+      from += std::size_t{plane.stride} * shape.bytes;
+      packer.row(row.get(), shape.bytes);
     }
     packer.pad();
     total += packer.size();
@@ -310,7 +330,7 @@ VX_STATUS compress(RLEContext& context, uint32_t size, const void* data, bool la
     return VX_CALLBACK_CANNOT_COMPLY;
   }
   if (!rle_encode(image, frame, context.OutputBuffer, out_size)) {
-    return refuse(kCompressor, "The image has more samples than an RLE frame has segments for");
+    return refuse(kCompressor, kNoSegments);
   }
   out = context.OutputBuffer;
   return kOk;
@@ -338,7 +358,7 @@ void put_copies(uint8_t* to, uint32_t stride, uint8_t byte, uint32_t count) {
 
 const char* RleDecoder::begin(const ImageAttributes& image, uint8_t* frame) {
   Layout layout;
-  if (!make_layout(image, layout)) return "The image has more samples than an RLE frame has segments for";
+  if (!make_layout(image, layout)) return kNoSegments;
   *this = {};
   image_ = &image;
   frame_ = frame;
@@ -473,24 +493,6 @@ Context* run_context(const char* function, const CodecCall& call) {
   return dynamic_cast<Context*>(run_of(call.context));
 }
 
-VX_STATUS compress_call(const CodecCall& call) {
-  if (call.out_size == nullptr || call.out == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
-  *call.out_size = 0;
-  *call.out = nullptr;
-  auto* context = run_context<RLEContext>(kCompressor, call);
-  if (context == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
-  VX_STATUS status = kOk;
-  if (call.first) {
-    context->BytesBuffered = 0;
-    release(context->FrameBuffer);
-    context->FrameBuffer = nullptr;
-    status = read_image(kCompressor, call.id, false, context->image);
-  }
-  if (status == kOk) status = compress(*context, call.size, call.data, call.last, *call.out_size, *call.out);
-  if (status != kOk) end_run(call.context);
-  return status;
-}
-
 VX_STATUS decompress(RLEInput& context, uint32_t size, const void* data, bool last, uint32_t& out_size,
                      void*& out) {
   if (size != 0) {
@@ -510,6 +512,24 @@ VX_STATUS decompress(RLEInput& context, uint32_t size, const void* data, bool la
 }
 
 }  // namespace
+
+VX_STATUS rle_compress(const CodecCall& call, bool any) {
+  if (call.out_size == nullptr || call.out == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
+  *call.out_size = 0;
+  *call.out = nullptr;
+  auto* context = run_context<RLEContext>(kCompressor, call);
+  if (context == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
+  VX_STATUS status = kOk;
+  if (call.first) {
+    context->BytesBuffered = 0;
+    release(context->FrameBuffer);
+    context->FrameBuffer = nullptr;
+    status = read_image(kCompressor, call.id, any, context->image);
+  }
+  if (status == kOk) status = compress(*context, call.size, call.data, call.last, *call.out_size, *call.out);
+  if (status != kOk) end_run(call.context);
+  return status;
+}
 
 VX_STATUS rle_decompress(const CodecCall& call, bool any) {
   if (call.out_size == nullptr || call.out == nullptr) {
@@ -546,8 +566,8 @@ VX_STATUS VX_RLE_Compressor(int32_t MsgID, void** Context, uint32_t DataSize, vo
                             uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
                             int32_t Release) {
   if (Release != 0) return vx::end_run(Context);
-  return vx::compress_call(
-      {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0});
+  return vx::rle_compress(
+      {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0}, false);
 }
 
 VX_STATUS VX_RLE_Decompressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,

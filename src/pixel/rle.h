@@ -10,7 +10,7 @@ namespace vx {
 
 // The most bytes that a frame can take.
 uint64_t rle_bound(const ImageAttributes& image);
-// A whole frame, into a buffer of rle_bound bytes. False: no memory, or more segments than there are offsets.
+// A whole frame, into a buffer of rle_bound bytes. False: no memory, or an image that has no such segments.
 bool rle_encode(const ImageAttributes& image, const uint8_t* frame, uint8_t* out, uint32_t& size);
 
 // A frame that arrives in pieces of any size. Each function gives null, or what is wrong.
@@ -43,7 +43,8 @@ class RleDecoder {
   bool header_read_ = false;
 };
 
-// One call of the decompressor; with `any` for every image that RLE can hold.
+// One call of the compressor or decompressor; with `any` for every image that RLE can hold.
+VX_STATUS rle_compress(const CodecCall& call, bool any);
 VX_STATUS rle_decompress(const CodecCall& call, bool any);
 
 }  // namespace vx

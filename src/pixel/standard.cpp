@@ -24,8 +24,10 @@ namespace {
 
 constexpr char kCompressor[] = "VX_Standard_Compressor";
 constexpr char kDecompressor[] = "VX_Standard_Decompressor";
+constexpr char kGeneralCompressor[] = "VX_General_Compressor";
 constexpr char kGeneralDecompressor[] = "VX_General_Decompressor";
 constexpr uint32_t kQueryBytes = 16384;
+constexpr uint32_t kTotalColumns = 0x00480006U;  // Total Pixel Matrix Columns
 
 struct Direction {
   const char* function;
@@ -34,6 +36,7 @@ struct Direction {
 };
 constexpr Direction kCompress{kCompressor, true, false};
 constexpr Direction kDecompress{kDecompressor, false, false};
+constexpr Direction kCompressAny{kGeneralCompressor, true, true};
 constexpr Direction kDecompressAny{kGeneralDecompressor, false, true};
 
 // --- The checks on an image ---
@@ -82,6 +85,7 @@ struct ImageCheck {
   bool (*passes)(const ImageAttributes& image, bool compresses);
   const char* compressor;
   const char* decompressor;
+  bool strict = false;  // not for the general compressor
 };
 constexpr ImageCheck kChecks[] = {
     {Family::Baseline, [](const ImageAttributes& i, bool) { return i.BitsStored == 8; },
@@ -112,14 +116,15 @@ constexpr ImageCheck kChecks[] = {
     {Family::JpegLs, [](const ImageAttributes& i, bool) { return !is_rgb(i) || is_colour_of_8(i); },
      "JPEG-LS: RGB requires 3 samples per pixel, 8 bits allocated and 8 bits stored. VX_Standard_Compressor",
      "JPEG-LS: RGB requires 3 samples per pixel, 8 bits allocated and 8 bits stored. "
-     "VX_Standard_Decompressor"},
+     "VX_Standard_Decompressor",
+     true},
     {Family::JpegLs,
      [](const ImageAttributes& i, bool) { return !is_grey(i) || i.BitsAllocated >= i.BitsStored; },
      "JPEG-LS: grayscale requires bits allocated to be >= bits stored. VX_Standard_Compressor",
      "JPEG-LS: grayscale requires bits allocated to be >= bits stored. VX_Standard_Decompressor"},
     {Family::JpegLs, [](const ImageAttributes& i, bool) { return is_grey(i) || is_rgb(i); },
      "Unsupported photometric interpretation %s. VX_Standard_Compressor",
-     "Unsupported photometric interpretation %s. VX_Standard_Decompressor"},
+     "Unsupported photometric interpretation %s. VX_Standard_Decompressor", true},
     {Family::Jpeg2000, [](const ImageAttributes& i, bool) { return !is_packed(i); },
      "J2K YBR_FULL_422 not supported", "JPEG_2000 YBR_FULL_422 not supported. VX_Standard_Decompressor"},
     {Family::Jpeg2000,
@@ -128,7 +133,8 @@ constexpr ImageCheck kChecks[] = {
      },
      "JPEG_2000 RGB requires 3 samples per pixel, 8 bits allocated and 8 bits stored. VX_Standard_Compressor",
      "JPEG_2000 RGB requires 3 samples per pixel, 8 bits allocated and 8 bits stored. "
-     "VX_Standard_Decompressor"},
+     "VX_Standard_Decompressor",
+     true},
     {Family::Jpeg2000,
      [](const ImageAttributes& i, bool) { return !is_grey(i) || i.BitsAllocated >= i.BitsStored; },
      "JPEG_2000 grayscale requires bits allocated to be >= bits stored. VX_Standard_Compressor",
@@ -138,7 +144,7 @@ constexpr ImageCheck kChecks[] = {
        return is_grey(i) || is_rgb(i) || (!c && is_jpeg2000_colour(i));
      },
      "Unsupported photometric interpretation %s. VX_Standard_Compressor",
-     "Unsupported photometric interpretation %s. VX_Standard_Decompressor"},
+     "Unsupported photometric interpretation %s. VX_Standard_Decompressor", true},
 };
 
 VX_STATUS refuse(const char* function, const char* format, ...) __attribute__((format(printf, 2, 3)));
@@ -150,16 +156,46 @@ VX_STATUS refuse(const char* function, const char* format, ...) {
   return VX_CALLBACK_CANNOT_COMPLY;
 }
 
+// What the general compressor asks of an image, beside the checks that it shares.
+struct GeneralCheck {
+  bool (*passes)(const ImageAttributes& image);
+  const char* text;
+};
+constexpr GeneralCheck kGeneralChecks[] = {
+    {[](const ImageAttributes& i) { return i.BitsAllocated == 8 || i.BitsAllocated == 16; },
+     "This transfer syntax takes 8 or 16 bits allocated"},
+    {[](const ImageAttributes& i) { return i.BitsStored != 0 && i.BitsStored <= i.BitsAllocated; },
+     "Bits Stored must be 1 to Bits Allocated"},
+    {[](const ImageAttributes& i) { return i.SamplesPerPixel == 1 || i.SamplesPerPixel == 3; },
+     "Samples per Pixel must be 1 or 3"},
+    {[](const ImageAttributes& i) {
+       const bool lossy = is_lossy_target(i.TransferSyntax) || i.TransferSyntax == JPEG_LS_LOSSY;
+       return !lossy || !i.photometric().starts_with("PALETTE");
+     },
+     "Numbers of a palette's colours can not be compressed with loss"},
+    {[](const ImageAttributes& i) {
+       const Family family = family_of(i.TransferSyntax);
+       return i.SamplesPerPixel == 1 || is_colour_of_8(i) ||
+              (family != Family::Baseline && family != Family::Extended);
+     },
+     "Colour takes 8 bits in this transfer syntax"},
+};
+
 VX_STATUS check_image(const Direction& direction, const char* function, const ImageAttributes& image) {
   const Family family = family_of(image.TransferSyntax);
-  const bool known = direction.any ? codec_for(image.TransferSyntax) != nullptr : family != Family::None;
+  const bool decodes_any = direction.any && !direction.compresses;
+  const bool known = decodes_any ? codec_for(image.TransferSyntax) != nullptr : family != Family::None;
   if (!known) {
     return refuse(function, "Transfer syntax unsupported by %s: %s ", direction.function,
                   syntax_display_name(image.TransferSyntax));
   }
-  if (direction.any) return image.BitsAllocated <= 16 ? kOk : refuse(function, "Bits Allocated is beyond 16");
+  if (decodes_any) return image.BitsAllocated <= 16 ? kOk : refuse(function, "Bits Allocated is beyond 16");
+  for (const GeneralCheck& check : kGeneralChecks) {
+    if (direction.any && !check.passes(image)) return refuse(function, "%s", check.text);
+  }
   for (const ImageCheck& check : kChecks) {
-    if (check.family != family || check.passes(image, direction.compresses)) continue;
+    if (check.family != family || (check.strict && direction.any)) continue;
+    if (check.passes(image, direction.compresses)) continue;
     log_line(VX_LOG_ERROR, function, direction.compresses ? check.compressor : check.decompressor,
              image.PhotometricInterpretation);
     return VX_CALLBACK_CANNOT_COMPLY;
@@ -285,6 +321,7 @@ struct StandardContext final : RunContext {
   std::unique_ptr<uint8_t[]> frame;   // a decompressed one, with room for a pad
   std::size_t searched = 0;           // of the stream, for its end
   bool to_rgb = false;
+  bool tiled = false;  // frames are parts of a larger picture, whose edges need not fill them
   bool delivered = false;
   bool Failed = false;
 };
@@ -295,7 +332,7 @@ VX_STATUS open_run(MsgObj& object, StandardContext& run) {
   if (read_attributes(object, direction.any, image) != kOk)
     return refuse(direction.function, "Failed to get image attributes.");
   if (direction.compresses && image.PlanarConfiguration == 1 &&
-      (image.SamplesPerPixel != 3 || image.BitsAllocated != 8)) {
+      (image.SamplesPerPixel != 3 || (image.BitsAllocated != 8 && !direction.any))) {
     return refuse(
         direction.function,
         "Message must contain VX_ATT_PLANAR_CONFIGURATION (equal to 1) with 8 bits allocated per sample");
@@ -315,6 +352,7 @@ VX_STATUS open_run(MsgObj& object, StandardContext& run) {
       image.FrameSize = static_cast<uint32_t>(bytes);
     }
   }
+  run.tiled = direction.any && find_tag(object, kTotalColumns) != nullptr;
   run.input.clear();
   run.searched = 0;
   run.delivered = false;
@@ -330,8 +368,11 @@ void append(std::vector<uint8_t>& bytes, const void* data, uint32_t size) {
 void interleave(const ImageAttributes& image, std::vector<uint8_t>& frame) {
   std::vector<uint8_t> pixels(frame.size());
   const std::size_t plane = std::size_t{image.Rows} * image.Columns;
+  const std::size_t width = image.sample_bytes();
   for (std::size_t s = 0; s < 3; ++s) {
-    for (std::size_t i = 0; i < plane; ++i) pixels[3 * i + s] = frame[s * plane + i];
+    const uint8_t* from = frame.data() + s * plane * width;
+    uint8_t* to = pixels.data() + s * width;
+    for (std::size_t i = 0; i < plane; ++i, from += width, to += 3 * width) std::memcpy(to, from, width);
   }
   frame.swap(pixels);
 }
@@ -342,7 +383,7 @@ VX_STATUS compress(StandardContext& run, uint32_t size, const void* data, bool l
   // A frame of an odd number of bytes may have its pad with it.
   const std::size_t room = image.FrameSize + image.FrameSize % 2;
   if (size > room - run.input.size()) {
-    return refuse(kCompressor, "Pegasus responded RES_ERR when executing.  Status = %s",
+    return refuse(run.direction.function, "Pegasus responded RES_ERR when executing.  Status = %s",
                   codec_text(kCodecOtherImage));
   }
   const bool whole = last && run.input.empty() && size >= image.FrameSize && image.PlanarConfiguration == 0;
@@ -352,16 +393,16 @@ VX_STATUS compress(StandardContext& run, uint32_t size, const void* data, bool l
     if (size != 0) append(run.input, data, size);
     if (!last) return kOk;
     if (run.input.size() < image.FrameSize) {
-      refuse(kCompressor, "Pegasus returned RES_DONE before consuming entire image.");
-      return refuse(kCompressor, "Frame size: %ld, bytes processed: %ld", static_cast<long>(image.FrameSize),
-                    static_cast<long>(run.input.size()));
+      refuse(run.direction.function, "Pegasus returned RES_DONE before consuming entire image.");
+      return refuse(run.direction.function, "Frame size: %ld, bytes processed: %ld",
+                    static_cast<long>(image.FrameSize), static_cast<long>(run.input.size()));
     }
     if (image.PlanarConfiguration == 1) interleave(image, run.input);
     frame = run.input.data();
   }
   const int status = run.codec->compress(image, codec_settings(image), frame, run.OutputBuffer);
   if (status != kCodecDone) {
-    return refuse(kCompressor, "Pegasus responded RES_ERR when compressing.  Status = %s",
+    return refuse(run.direction.function, "Pegasus responded RES_ERR when compressing.  Status = %s",
                   codec_text(status));
   }
   if (run.OutputBuffer.size() % 2 != 0) run.OutputBuffer.push_back(0);
@@ -387,6 +428,39 @@ bool accept(const StandardContext& run, int status, const CodecResult& result) {
     return true;
   }
   return status == kCodecDone;
+}
+
+// A tile at the edge of its picture into a whole frame; the last pixel of a row and the last row go on.
+void spread(const ImageAttributes& tile, const ImageAttributes& image, const uint8_t* from, uint8_t* frame) {
+  const std::size_t pixel = image.FrameSize / (std::size_t{image.Rows} * image.Columns);
+  const std::size_t width = image.Columns * pixel;
+  for (std::size_t y = 0; y < image.Rows; ++y) {
+    uint8_t* row = frame + y * width;
+    if (y >= tile.Rows) {
+      std::memcpy(row, row - width, width);
+      continue;
+    }
+    std::memcpy(row, from + y * tile.Columns * pixel, tile.Columns * pixel);
+    for (std::size_t x = tile.Columns; x < image.Columns; ++x)
+      std::memcpy(row + x * pixel, row + (x - 1) * pixel, pixel);
+  }
+}
+
+int decode(const StandardContext& run, const uint8_t* stream, std::size_t length, CodecResult& result) {
+  const ImageAttributes& image = run.image;
+  CodecHead head;
+  if (!run.tiled || run.codec->query(stream, length, head) != kCodecDone || head.rows > image.Rows ||
+      head.columns > image.Columns || (head.rows == image.Rows && head.columns == image.Columns)) {
+    return run.codec->decompress(image, run.to_rgb, stream, length, run.frame.get(), result);
+  }
+  ImageAttributes tile = image;
+  tile.Rows = head.rows;
+  tile.Columns = head.columns;
+  tile.FrameSize = image.FrameSize / (image.Rows * image.Columns) * tile.Rows * tile.Columns;
+  std::vector<uint8_t> pixels(tile.FrameSize);
+  const int status = run.codec->decompress(tile, run.to_rgb, stream, length, pixels.data(), result);
+  spread(tile, image, pixels.data(), run.frame.get());
+  return status;
 }
 
 VX_STATUS decompress(StandardContext& run, uint32_t size, const void* data, bool last, uint32_t& out_size,
@@ -419,8 +493,7 @@ VX_STATUS decompress(StandardContext& run, uint32_t size, const void* data, bool
   run.frame.reset(new uint8_t[std::size_t{frame_size} + 1]);  // each decoder that succeeds has filled it
   run.frame[frame_size] = 0;
   CodecResult result;
-  const int status =
-      run.codec->decompress(run.image, run.to_rgb, stream, end != 0 ? end : length, run.frame.get(), result);
+  const int status = decode(run, stream, end != 0 ? end : length, result);
   if (!accept(run, status, result)) {
     return refuse(kDecompressor, "Pegasus responded RES_ERR when decompressing.  Status = %s",
                   codec_text(status));
@@ -462,15 +535,16 @@ VX_STATUS run_codec(const Direction& direction, const CodecCall& call) try {
   return refuse(direction.function, "malloc failure");
 }
 
-// RLE has a decoder of its own, which finds the end of a frame by its size.
-VX_STATUS run_general(const CodecCall& call) {
+// RLE has a codec of its own, which finds the end of a frame by its size.
+VX_STATUS run_general(const Direction& direction, const CodecCall& call) {
   MsgObj* object = library_initialized() ? find_object(call.id) : nullptr;
   if (object == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
   VX_TRANSFER_SYNTAX syntax = 0;
   const RunContext* run = run_of(call.context);
   const bool rle = call.first ? encapsulated_syntax(*object, syntax) == kOk && syntax == RLE
                               : run != nullptr && run->is_rle;
-  return rle ? rle_decompress(call, true) : run_codec(kDecompressAny, call);
+  if (!rle) return run_codec(direction, call);
+  return direction.compresses ? rle_compress(call, true) : rle_decompress(call, true);
 }
 
 }  // namespace
@@ -537,11 +611,20 @@ VX_STATUS VX_Standard_Decompressor(int32_t MsgID, void** Context, uint32_t DataS
                    {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0});
 }
 
+VX_STATUS VX_General_Compressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
+                                uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
+                                int32_t Release) {
+  if (Release != 0) return end_run(Context);
+  return run_general(kCompressAny,
+                     {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0});
+}
+
 VX_STATUS VX_General_Decompressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
                                   uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
                                   int32_t Release) {
   if (Release != 0) return end_run(Context);
-  return run_general({MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0});
+  return run_general(kDecompressAny,
+                     {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0});
 }
 
 VX_STATUS VX_Thread_Release(void) {

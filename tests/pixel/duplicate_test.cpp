@@ -36,6 +36,17 @@ class Duplicate : public PixelTest {
     set_value(id_, pixels, 1000);
     return pixels;
   }
+  static std::string by_pixel(const std::string& planes, const Image& image) {
+    const std::size_t width = static_cast<std::size_t>(image.allocated / 8);
+    const std::size_t frame = image.frame_size();
+    const std::size_t plane = frame / 3;
+    std::string pixels = planes;
+    for (std::size_t at = 0; at < planes.size() / frame * frame; at += width) {
+      const std::size_t i = at % frame / width;
+      pixels.replace(at, width, planes, at - at % frame + i % 3 * plane + i / 3 * width, width);
+    }
+    return pixels;
+  }
   int32_t copy_ = -1;
 };
 
@@ -232,6 +243,92 @@ TEST_F(Duplicate, PixelDataThatDoesNotFitItsFrames) {
   std::string frame;
   EXPECT_EQ(get_frame(copy_, 0, frame), VX_NORMAL_COMPLETION);
   EXPECT_EQ(frame, pixels.substr(0, 16));
+  // A frame of which nothing is there is missing, on the way in and on the way out.
+  set_value(id_, pixels, 4);
+  for (const auto& [size, count] : {std::pair{32, 5}, {20, 3}}) {
+    set_value(id_, pixels.substr(0, static_cast<std::size_t>(size)), 4);
+    VX_Set_Value_From_Int(id_, 0x00280008, count);
+    EXPECT_EQ(duplicate(id_, RLE), VX_CANNOT_COMPLY) << size;
+  }
+  native(image, 2);
+  int32_t packed = -1;
+  ASSERT_EQ(VX_Duplicate_Message(id_, &packed, RLE, VX_RLE_Compressor, VX_RLE_Decompressor),
+            VX_NORMAL_COMPLETION);
+  VX_Set_Value_From_Int(packed, 0x00280008, 5);
+  EXPECT_EQ(duplicate(packed, EXPLICIT_LITTLE_ENDIAN, false), VX_CANNOT_COMPLY);
+  EXPECT_EQ(duplicate(packed, JPEG_LS_LOSSLESS), VX_CANNOT_COMPLY);
+  VX_Free_Message(&packed);
+}
+
+// What the general compressor takes beyond the others, and under which label it comes back.
+TEST_F(Duplicate, TheGeneralCompressorTakesWhatTheFieldHas) {
+  set_bool(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE, true);
+  const Image palette{.rows = 5, .columns = 7, .frames = 2, .photometric = "PALETTE COLOR"};
+  const Image ybr{.rows = 5, .columns = 7, .samples = 3, .frames = 2, .photometric = "YBR_FULL"};
+  Image rgb16 = ybr;
+  rgb16.allocated = rgb16.stored = 16;
+  rgb16.photometric = "RGB";
+  const Image long_words{.rows = 5, .columns = 7, .allocated = 32, .stored = 20, .frames = 2};
+  Image planar16 = rgb16;
+  planar16.planar = 1;
+  uint32_t seed = 70;
+  for (const VX_TRANSFER_SYNTAX syntax :
+       {RLE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, JPEG_2000}) {
+    for (const Image& image : {palette, ybr, rgb16, planar16, long_words}) {
+      SCOPED_TRACE(testing::Message() << syntax << ' ' << image.photometric << ' ' << image.allocated);
+      std::string pixels = native(image, ++seed);
+      int32_t packed = -1;
+      const VX_STATUS status =
+          VX_Duplicate_Message(id_, &packed, syntax, VX_General_Compressor, VX_General_Decompressor);
+      const bool taken = syntax == RLE || image.allocated != 32;
+      ASSERT_EQ(status, taken ? VX_NORMAL_COMPLETION : VX_CALLBACK_CANNOT_COMPLY);
+      if (taken) {
+        ASSERT_EQ(duplicate(packed, EXPLICIT_LITTLE_ENDIAN, false), VX_NORMAL_COMPLETION);
+        EXPECT_EQ(text(copy_, 0x00280004), image.photometric);
+        if (image.planar == 1 && syntax != RLE) pixels = by_pixel(pixels, image);
+        EXPECT_TRUE(value(copy_) == pixels);
+      }
+      VX_Free_Message(&packed);
+    }
+  }
+  // Half colour has no planes of its own, and numbers of colours stand no loss.
+  struct Refused {
+    VX_TRANSFER_SYNTAX syntax;
+    const char* photometric;
+  };
+  for (const Refused& refused :
+       {Refused{RLE, "YBR_FULL_422"}, {JPEG_BASELINE, "PALETTE COLOR"}, {JPEG_LS_LOSSY, "PALETTE COLOR"}}) {
+    Image image{.rows = 4, .columns = 6, .photometric = refused.photometric};
+    if (refused.syntax == RLE) image.samples = 3;
+    native(image, 3);
+    EXPECT_EQ(
+        VX_Duplicate_Message(id_, &copy_, refused.syntax, VX_General_Compressor, VX_General_Decompressor),
+        VX_CALLBACK_CANNOT_COMPLY)
+        << refused.photometric;
+    VX_Free_Message(&copy_);
+  }
+}
+
+// Colour that is not subsampled keeps its label: then it is no YCbCr.
+TEST_F(Duplicate, ColourThatIsNotSubsampledStaysRgb) {
+  set_bool(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE, true);
+  VX_Set_String_Config_Value(VX_CFG_COMPRESSION_RGB_TRANSFORM_FORMAT, "YBR_FULL");
+  const Image rgb{.rows = 9, .columns = 11, .samples = 3, .photometric = "RGB"};
+  std::string pixels = native(rgb, 4);
+  for (std::size_t i = 0; i < 297; ++i) pixels[i] = "\xE0\x10\x60"[i % 3];
+  set_value(id_, pixels, 1000);
+  ASSERT_EQ(duplicate(id_, JPEG_BASELINE), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(text(copy_, 0x00280004), "RGB");
+  // Component identifiers and the marker both say what the samples are.
+  EXPECT_NE(value(copy_).find(std::string("Adobe\0d\0\0\0\0\0", 12)), std::string::npos);
+  EXPECT_NE(value(copy_).find(std::string("\3R\x11\0G\x11\0B\x11", 10)), std::string::npos);
+  int32_t back = -1;
+  ASSERT_EQ(VX_Duplicate_Message(copy_, &back, EXPLICIT_LITTLE_ENDIAN, nullptr, nullptr),
+            VX_NORMAL_COMPLETION);
+  EXPECT_EQ(text(back, 0x00280004), "RGB");
+  for (std::size_t i = 0; i < 297; ++i)
+    EXPECT_LE(std::abs(static_cast<uint8_t>(value(back)[i]) - static_cast<uint8_t>(pixels[i])), 8) << i;
+  VX_Free_Message(&back);
 }
 
 }  // namespace

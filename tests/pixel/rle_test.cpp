@@ -122,4 +122,16 @@ TEST_F(Rle, RefusalsAndBrokenFrames) {
   EXPECT_TRUE(has_log("Compressor called for non RLE transfer syntax."));
 }
 
+// Three planes in an image whose label gives it two samples a pixel: no room for them.
+TEST_F(Rle, PlanesThatDoNotFitTheLabel) {
+  Image image{.rows = 40, .columns = 50, .samples = 3, .photometric = "RGB"};
+  std::string stream = compress(image, picture(image, 6));
+  stream.resize(stream.size() + stream.size() % 2);
+  image.photometric = "YBR_FULL_422";
+  prepare(RLE, image, nullptr, VX_General_Decompressor);
+  set_value(id_, table({}) + item(stream) + kDelimiter, 1000);
+  std::string bytes;
+  EXPECT_EQ(get_frame(id_, 0, bytes), VX_COMPRESSION_FAILURE);
+}
+
 }  // namespace
