@@ -61,17 +61,9 @@ const Codec* codec_for(VX_TRANSFER_SYNTAX syntax) {
   return nullptr;
 }
 
-bool mend_end(const uint8_t*& data, std::size_t& size, std::vector<uint8_t>& mended) {
-  std::size_t end = size;
-  while (end > 2 && data[end - 1] == 0) --end;
-  if (end >= 2 && data[end - 2] == 0xFF && data[end - 1] == 0xD9) return true;
-  mended.resize(size + 2);
-  std::memcpy(mended.data(), data, size);
-  mended[size] = 0xFF;
-  mended[size + 1] = 0xD9;
-  data = mended.data();
-  size = mended.size();
-  return false;
+bool has_end(const uint8_t* data, std::size_t size) {
+  while (size > 2 && data[size - 1] == 0) --size;
+  return size >= 2 && data[size - 2] == 0xFF && data[size - 1] == 0xD9;
 }
 
 bool strip_high_bits(const ImageAttributes& image, const uint8_t* frame, std::vector<uint16_t>& samples) {

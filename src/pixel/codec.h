@@ -79,9 +79,26 @@ extern const Codec kJpegLosslessCodec;
 extern const Codec kJpegLsCodec;
 extern const Codec kJpeg2000Codec;
 
-// FFD9 ends all streams but those of RLE; pads may stand behind it. False if it is missing: the data is then
-// that of `mended`, where it is not.
-bool mend_end(const uint8_t*& data, std::size_t& size, std::vector<uint8_t>& mended);
+// FFD9 ends all streams but those of RLE; pads may stand behind it.
+bool has_end(const uint8_t* data, std::size_t size);
+// Decodes a stream by decode(data, size), which wants the end right behind the data. Where it is missing it
+// is put there; what looks like pads may belong to the data. kCodecBadEnd then, if that is all that is wrong.
+template <typename Decode>
+int decode_to_end(const uint8_t* data, std::size_t size, Decode decode) {
+  if (has_end(data, size)) return decode(data, size);
+  constexpr std::size_t kMostPads = 3;
+  std::vector<uint8_t> mended(data, data + size);
+  mended.resize(size + 2);
+  int status = kCodecShort;
+  for (std::size_t pads = 0; pads <= kMostPads && pads < size; ++pads) {
+    if (pads != 0 && data[size - pads] != 0 && data[size - pads] != 0xFF) break;
+    mended[size - pads] = 0xFF;
+    mended[size - pads + 1] = 0xD9;
+    status = decode(mended.data(), size - pads + 2);
+    if (status == kCodecDone) return kCodecBadEnd;
+  }
+  return status;
+}
 // Samples of 16 bits with what stands above Bits Stored taken off. False if that is more than the sign.
 bool strip_high_bits(const ImageAttributes& image, const uint8_t* frame, std::vector<uint16_t>& samples);
 // Gives samples of a signed image their sign back.

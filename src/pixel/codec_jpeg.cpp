@@ -258,14 +258,19 @@ void widen(uint8_t* frame, std::size_t samples) {
 }
 
 // The cosine transform has 12 bits; what it makes of an image of fewer may overshoot their range.
-void clamp_to_stored(const ImageAttributes& image, uint8_t* frame) {
-  const auto most = static_cast<uint16_t>((1U << image.BitsStored) - 1);
-  for (std::size_t i = 0; i + 1 < image.FrameSize; i += 2) {
-    uint16_t v;
+template <typename Sample>
+void clamp_samples(uint8_t* frame, std::size_t size, int low, int high) {
+  for (std::size_t i = 0; i + 1 < size; i += 2) {
+    Sample v;
     std::memcpy(&v, frame + i, 2);
-    v = std::min(v, most);
+    v = static_cast<Sample>(std::clamp<int>(v, low, high));
     std::memcpy(frame + i, &v, 2);
   }
+}
+void clamp_to_stored(const ImageAttributes& image, uint8_t* frame) {
+  const int range = 1 << image.BitsStored;
+  if (image.PixelRepresentation == 0) return clamp_samples<uint16_t>(frame, image.FrameSize, 0, range - 1);
+  clamp_samples<int16_t>(frame, image.FrameSize, -range / 2, range / 2 - 1);
 }
 
 int decode_own(const ImageAttributes& image, const uint8_t* data, std::size_t size, jpeg::Shape& shape,
@@ -277,9 +282,9 @@ int decode_own(const ImageAttributes& image, const uint8_t* data, std::size_t si
   const uint32_t precision = shape.precision;
   const jpeg::Fault fault = jpeg::decode(data, size, shape, image.BitsAllocated == 16, frame);
   if (fault != jpeg::kNone) return status_of(fault);
-  const bool overshoots = shape.process != 0xC3 && image.BitsStored < precision;
-  if (overshoots && image.PixelRepresentation == 0) clamp_to_stored(image, frame);
   extend_sign(image, frame, precision);
+  if (shape.process != 0xC3 && image.BitsStored != 0 && image.BitsStored < precision)
+    clamp_to_stored(image, frame);
   return shape.ends_well ? kCodecDone : kCodecBadEnd;
 }
 
@@ -388,10 +393,12 @@ int encode_8bit(const EncodeJob& job) {
   info.image_width = image.Columns;
   info.image_height = image.Rows;
   info.input_components = colour ? 3 : 1;
-  info.in_color_space = packed ? JCS_YCbCr : colour ? JCS_RGB : JCS_GRAYSCALE;
+  const bool rgb = colour && image.photometric().starts_with("RGB");
+  info.in_color_space = rgb ? JCS_RGB : colour ? JCS_YCbCr : JCS_GRAYSCALE;
   lib.set_defaults(&info);
   if (colour) {
-    lib.set_colorspace(&info, JCS_YCbCr);
+    // Without subsampling the image keeps its label, and so do its samples.
+    lib.set_colorspace(&info, rgb && !job.settings.subsample ? JCS_RGB : JCS_YCbCr);
     info.comp_info[0].h_samp_factor = packed || job.settings.subsample ? 2 : 1;
     info.comp_info[0].v_samp_factor = 1;
   }
@@ -416,7 +423,10 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
              std::vector<uint8_t>& out) try {
   if (image.BitsAllocated == 16) {
     std::vector<uint16_t> samples;
-    if (image.PixelRepresentation != 0 || !strip_high_bits(image, frame, samples)) return kCodecHighBits;
+    if (!strip_high_bits(image, frame, samples)) return kCodecHighBits;
+    // The process has 12 bits, and what is signed has its sign in the last of them.
+    for (std::size_t i = 0; image.PixelRepresentation != 0 && i < samples.size(); ++i)
+      samples[i] = static_cast<uint16_t>((frame[2 * i] | frame[2 * i + 1] << 8) & 0xFFF);
     const jpeg::Source source{image.Rows, image.Columns, image.SamplesPerPixel, 12, true, samples.data()};
     return status_of(jpeg::encode_extended12(source, settings.luminance, out));
   }

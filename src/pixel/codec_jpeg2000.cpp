@@ -276,20 +276,8 @@ void copy_samples(const opj_image_t& decoded, std::size_t pixels, uint8_t* frame
   }
 }
 
-int decompress(const ImageAttributes& image, bool, const uint8_t* data, std::size_t size, uint8_t* frame,
-               CodecResult&) try {
-  unwrap(data, size);
-  CodeStreamHead head;
-  if (int status = read_size_segment(data, size, head); status != kCodecDone) return status;
-  if (head.image.rows != image.Rows || head.image.columns != image.Columns ||
-      head.image.components != image.SamplesPerPixel || head.image.precision > image.BitsAllocated) {
-    return kCodecOtherImage;
-  }
-  const uint64_t samples = uint64_t{image.Rows} * image.Columns * image.SamplesPerPixel;
-  if (samples > kMaxFrame / sizeof(OPJ_INT32)) return kCodecTooLarge;  // the library keeps them all so wide
-  if (!load_library()) return kCodecNotLoaded;
-  std::vector<uint8_t> mended;
-  const int done = mend_end(data, size, mended) ? kCodecDone : kCodecBadEnd;
+int decode(const ImageAttributes& image, const CodeStreamHead& head, const uint8_t* data, std::size_t size,
+           uint8_t* frame) {
   Memory memory{data, nullptr, size, 0};
   Handles handles;
   handles.codec = lib.create_decompress(OPJ_CODEC_J2K);
@@ -306,7 +294,7 @@ int decompress(const ImageAttributes& image, bool, const uint8_t* data, std::siz
   const std::size_t pixels = std::size_t{image.Rows} * image.Columns;
   if (image.BitsAllocated == 1) {
     pack_bits(*handles.image, pixels, frame);
-    return done;
+    return kCodecDone;
   }
   if (image.BitsAllocated == 16) {
     copy_samples<uint16_t>(*handles.image, pixels, frame);
@@ -316,7 +304,24 @@ int decompress(const ImageAttributes& image, bool, const uint8_t* data, std::siz
   // A stream that does not say so may hold the bits of signed samples all the same.
   const bool tolerant = library_initialized() && config_bool(VX_CFG_COMPRESSION_J2K_SIGNED_TOLERANCE);
   if (!head.is_signed && !tolerant) extend_sign(image, frame, head.image.precision);
-  return done;
+  return kCodecDone;
+}
+
+int decompress(const ImageAttributes& image, bool, const uint8_t* data, std::size_t size, uint8_t* frame,
+               CodecResult&) try {
+  unwrap(data, size);
+  CodeStreamHead head;
+  if (int status = read_size_segment(data, size, head); status != kCodecDone) return status;
+  if (head.image.rows != image.Rows || head.image.columns != image.Columns ||
+      head.image.components != image.SamplesPerPixel || head.image.precision > image.BitsAllocated) {
+    return kCodecOtherImage;
+  }
+  const uint64_t samples = uint64_t{image.Rows} * image.Columns * image.SamplesPerPixel;
+  if (samples > kMaxFrame / sizeof(OPJ_INT32)) return kCodecTooLarge;  // the library keeps them all so wide
+  if (!load_library()) return kCodecNotLoaded;
+  return decode_to_end(data, size, [&](const uint8_t* stream, std::size_t length) {
+    return decode(image, head, stream, length, frame);
+  });
 } catch (const std::bad_alloc&) {
   return kCodecNoMemory;
 }
@@ -348,9 +353,12 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
     layout[i].prec = precision;
     layout[i].sgnd = image.PixelRepresentation;
   }
-  const bool colour = image.SamplesPerPixel == 3;
+  const bool rgb = image.SamplesPerPixel == 3 && image.photometric().starts_with("RGB");
   Handles handles;
-  handles.image = lib.image_create(image.SamplesPerPixel, layout, colour ? OPJ_CLRSPC_SRGB : OPJ_CLRSPC_GRAY);
+  const OPJ_COLOR_SPACE space = rgb                          ? OPJ_CLRSPC_SRGB
+                                : image.SamplesPerPixel == 3 ? OPJ_CLRSPC_SYCC
+                                                             : OPJ_CLRSPC_GRAY;
+  handles.image = lib.image_create(image.SamplesPerPixel, layout, space);
   if (handles.image == nullptr) return kCodecNoMemory;
   handles.image->x1 = image.Columns;
   handles.image->y1 = image.Rows;
@@ -375,7 +383,7 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
   parameters.cp_disto_alloc = 1;
   parameters.tcp_rates[0] = settings.lossless ? 0 : rate_of(settings, uint64_t{precision} * stride);
   parameters.irreversible = settings.lossless ? 0 : 1;
-  parameters.tcp_mct = colour ? 1 : 0;
+  parameters.tcp_mct = rgb ? 1 : 0;
   // Each resolution halves the image.
   const auto halvings = static_cast<int>(std::bit_width(std::min(image.Rows, image.Columns))) - 1;
   parameters.numresolution = std::min(6, halvings + 1);

@@ -115,17 +115,9 @@ int read_shape(const uint8_t* data, std::size_t size, CodecHead& head) {
   return kCodecDone;
 }
 
-int decompress(const ImageAttributes& image, bool, const uint8_t* data, std::size_t size, uint8_t* frame,
-               CodecResult&) try {
-  CodecHead head;
-  if (int status = read_shape(data, size, head); status != kCodecDone) return status;
-  if (head.rows != image.Rows || head.columns != image.Columns || head.components != image.SamplesPerPixel ||
-      image.BitsAllocated < 8 || head.precision < 2 || head.precision > image.BitsAllocated) {
-    return kCodecOtherImage;
-  }
-  if (!load_library()) return kCodecNotLoaded;
-  std::vector<uint8_t> mended;
-  const bool complete = mend_end(data, size, mended);  // the library searches long for one that is not there
+// The whole of a stream, as the library takes it.
+int decode(const ImageAttributes& image, const CodecHead& head, const uint8_t* data, std::size_t size,
+           uint8_t* frame) {
   const Decoder decoder;
   if (decoder.handle == nullptr) return kCodecNoMemory;
   charls_jpegls_errc code = lib.set_source(decoder.handle, data, size);
@@ -155,7 +147,22 @@ int decompress(const ImageAttributes& image, bool, const uint8_t* data, std::siz
   }
   if (widens) widen(other.data(), pixels * samples, frame);
   extend_sign(image, frame, head.precision);
-  return complete ? kCodecDone : kCodecBadEnd;
+  return kCodecDone;
+}
+
+int decompress(const ImageAttributes& image, bool, const uint8_t* data, std::size_t size, uint8_t* frame,
+               CodecResult&) try {
+  CodecHead head;
+  if (int status = read_shape(data, size, head); status != kCodecDone) return status;
+  if (head.rows != image.Rows || head.columns != image.Columns || head.components != image.SamplesPerPixel ||
+      image.BitsAllocated < 8 || head.precision < 2 || head.precision > image.BitsAllocated) {
+    return kCodecOtherImage;
+  }
+  if (!load_library()) return kCodecNotLoaded;
+  // The library searches long for an end that is not there.
+  return decode_to_end(data, size, [&](const uint8_t* stream, std::size_t length) {
+    return decode(image, head, stream, length, frame);
+  });
 } catch (const std::bad_alloc&) {
   return kCodecNoMemory;
 }

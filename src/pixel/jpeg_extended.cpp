@@ -88,8 +88,8 @@ class ExtendedDecoder {
   ExtendedDecoder(Head& head, uint16_t* out) : head_(head), out_(out), bits_(head.position(), head.left()) {}
 
   Fault run() {
+    // A sequential scan holds whole blocks, whatever some writers say in its header.
     const Scan& scan = head_.scan;
-    if (scan.start != 0 || scan.end != 63 || scan.high != 0 || scan.low != 0) return kUnsupported;
     for (uint32_t i = 0; i < scan.count; ++i) {
       if (!head_.dc[scan.dc[i]].valid() || !head_.ac[scan.ac[i]].valid()) return kBadTable;
       if (head_.quantisation[head_.components[scan.component[i]].quantisation][0] == 0) return kBadTable;
