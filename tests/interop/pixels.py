@@ -149,8 +149,8 @@ class Image:
     def __init__(self, rows, columns, stored, signed=0, photometric="MONOCHROME2", planar=0, frames=1):
         self.rows, self.columns, self.stored, self.signed = rows, columns, stored, signed
         self.photometric, self.planar, self.frames = photometric, planar, frames
-        self.samples = 1 if photometric == "MONOCHROME2" else 3
-        self.bytes = 1 if stored <= 8 else 2
+        self.samples = 3 if photometric in ("RGB", "YBR_FULL") else 1
+        self.bytes = 1 if stored <= 8 else 2 if stored <= 16 else 4
         self.name = "%s%d%s-%dx%d-%d%s" % (photometric.lower(), stored, "s" if signed else "u", rows, columns, frames, "p" if planar else "")
         seed, value, low = zlib.crc32(self.name.encode()), 0, -(1 << stored - 1) if signed else 0
         high, self.pixels = low + (1 << stored) - 1, []
@@ -176,26 +176,37 @@ class Image:
             data.PlanarConfiguration = self.planar
         if self.frames > 1:
             data.NumberOfFrames = self.frames
-        data.Rows, data.Columns, data.BitsAllocated = self.rows, self.columns, 8 * self.bytes
+        data.Rows, data.Columns, data.BitsAllocated = self.rows, self.columns, 1 if self.stored == 1 else 8 * self.bytes
         data.BitsStored, data.HighBit, data.PixelRepresentation = self.stored, self.stored - 1, self.signed
         pixels = self.pixels
         if self.planar:
             size = self.rows * self.columns * 3
             pixels = [v for f in range(self.frames) for s in range(3) for v in pixels[f * size + s:(f + 1) * size:3]]
-        raw = array.array("bBhH"[2 * (self.bytes - 1) + 1 - self.signed], pixels).tobytes()
-        data.add_new(0x7FE00010, "OW" if self.bytes == 2 else "OB", raw + b"\0" * (len(raw) % 2))
+        if self.photometric == "PALETTE COLOR":
+            for colour in range(3):
+                data[0x00281101 + colour] = pydicom.DataElement(0x00281101 + colour, "US", [256, 0, 16])
+                data[0x00281201 + colour] = pydicom.DataElement(0x00281201 + colour, "OW", struct.pack("<256H", *[(i << 8 + colour) & 65535 for i in range(256)]))
+        raw = array.array(code_of(self.bytes, self.signed), pixels).tobytes()
+        if self.stored == 1:  # eight a byte, the first in the lowest bit, frame behind frame
+            bits = pixels + [0] * (-len(pixels) % 8)
+            raw = bytes(sum(bit << n for n, bit in enumerate(bits[at:at + 8])) for at in range(0, len(bits), 8))
+        data.add_new(0x7FE00010, "OB" if self.bytes == 1 else "OW", raw + b"\0" * (len(raw) % 2))
         data.save_as(path)
 
 
-def samples_of(path, image):
-    """As Image.pixels; None where the file does not hold such an image."""
+def code_of(size, signed):
+    return {1: "Bb", 2: "Hh", 4: "Ii"}[size][signed]
+
+
+def samples_of(path, image, rgb=False):
+    """As Image.pixels, with `rgb` all colour in that form; None where the file does not hold such an image."""
     data = pydicom.dcmread(path)
     if (data.Rows, data.Columns, data.SamplesPerPixel) != (image.rows, image.columns, image.samples) or "PixelData" not in data:
         return None
-    values = array.array("bBhH"[2 * (data.BitsAllocated // 8 - 1) + 1 - data.PixelRepresentation])
+    values = array.array(code_of(max(data.BitsAllocated // 8, 1), data.PixelRepresentation))
     count = len(image.pixels)
     values.frombytes(data.PixelData[:count * values.itemsize])
-    values = list(values)
+    values = list(values) if data.BitsAllocated > 1 else [byte >> n & 1 for byte in values for n in range(8)][:count]
     if len(values) < count:
         return None
     if data.get("PlanarConfiguration", 0) == 1:
@@ -203,7 +214,7 @@ def samples_of(path, image):
         values = [values[f * size + i % 3 * (size // 3) + i // 3] for f in range(image.frames) for i in range(size)]
     if data.PixelRepresentation and data.BitsStored < data.BitsAllocated:  # the sign stands in Bits Stored
         values = with_sign(values, data.BitsStored)
-    if data.PhotometricInterpretation.startswith("YBR") and image.photometric == "RGB":
+    if data.PhotometricInterpretation.startswith("YBR") and (rgb or image.photometric == "RGB"):
         values = [min(max(round(v), 0), 255) for y, b, r in zip(values[0::3], values[1::3], values[2::3])
                   for v in (y + 1.402 * (r - 128), y - 0.344136 * (b - 128) - 0.714136 * (r - 128), y + 1.772 * (b - 128))]
     return values
@@ -229,16 +240,17 @@ class Target:
 
 GDCM = ["gdcmconv", "--raw"]
 # Each pair of programs stands on codecs of its own, but for ffmpeg and opj_decompress, which get code streams.
-GREY_OR_RGB8 = lambda i: i.samples == 1 or (i.photometric == "RGB" and i.bytes == 1)
+WORDS = lambda i: 1 < i.stored <= 16
+LOSSY = lambda i: WORDS(i) and i.photometric != "PALETTE COLOR"
 TARGETS = [
     Target("rle", [["dcmdrle"], "pydicom"], lambda i: True),
-    Target("jpeg-lossless", [["dcmdjpeg"], GDCM], lambda i: i.photometric != "YBR_FULL"),
-    Target("jpeg-ls", [["dcmdjpls"], GDCM, "ffmpeg"], GREY_OR_RGB8),
-    Target("jpeg2000", [GDCM, "opj", "ffmpeg"], GREY_OR_RGB8),
-    Target("jpeg", [["dcmdjpeg"], GDCM], lambda i: i.stored == 8 and i.photometric != "YBR_FULL", 1, 3, None),
-    Target("jpeg-12", [["dcmdjpeg"], GDCM], lambda i: GREY_OR_RGB8(i) and (i.stored == 8 or i.stored in (10, 12) and not i.signed), 1, 3, None),
-    Target("jpeg-ls-near", [["dcmdjpls"], GDCM, "ffmpeg"], GREY_OR_RGB8, 0, 0, 10),
-    Target("jpeg2000-lossy", [GDCM, "opj"], GREY_OR_RGB8, 1, 1, None),
+    Target("jpeg-lossless", [["dcmdjpeg", "+cn"], GDCM], WORDS),
+    Target("jpeg-ls", [["dcmdjpls"], GDCM, "ffmpeg"], WORDS),
+    Target("jpeg2000", [GDCM, "opj", "ffmpeg"], WORDS),
+    Target("jpeg", [["dcmdjpeg"], GDCM], lambda i: LOSSY(i) and i.stored == 8, 1, 3, None),
+    Target("jpeg-12", [["dcmdjpeg"], GDCM], lambda i: LOSSY(i) and (i.stored == 8 or i.samples == 1 and i.stored in (10, 12)), 1, 3, None),
+    Target("jpeg-ls-near", [["dcmdjpls"], GDCM, "ffmpeg"], LOSSY, 0, 0, 10),
+    Target("jpeg2000-lossy", [GDCM, "opj"], LOSSY, 1, 1, None),
 ]
 
 
@@ -250,14 +262,21 @@ def made_images():
                 images += [Image(rows, columns, stored, signed, frames=frames) for signed in (0, 1)]
             for photometric in ("RGB", "YBR_FULL"):
                 images += [Image(rows, columns, 8, 0, photometric, planar, frames) for planar in (0, 1)]
-            images.append(Image(rows, columns, 16, 0, "RGB", 0, frames))
+            images += [Image(rows, columns, 16, 0, "RGB", planar, frames) for planar in (0, 1)]
+            images += [Image(rows, columns, stored, 0, frames=frames) for stored in (1, 32)]
+            images.append(Image(rows, columns, 8, 0, "PALETTE COLOR", 0, frames))
     return images
 
 
-def decode_by_program(command, packed, image):
+def decode_by_program(command, packed, image, rgb):
     back = packed + "." + command[0]
     result = run(*command, packed, back)
-    return samples_of(back, image) if result.returncode == 0 and os.path.exists(back) else None
+    return samples_of(back, image, rgb) if result.returncode == 0 and os.path.exists(back) else None
+
+
+def rgb_of(target, image):
+    """Cosine codecs may give back either form of colour."""
+    return image.samples == 3 and target.name in ("jpeg", "jpeg-12")
 
 
 def from_stream(raw, image):
@@ -290,8 +309,18 @@ def by_ffmpeg(streams):
         yield path, with_sign(values, image.stored) if values and image.signed else values
 
 
-def by_pydicom(path):
-    return pydicom.dcmread(path).pixel_array.reshape(-1).tolist()  # by pixel, whatever the order in the file
+def by_pydicom(path, image):
+    if image.stored > 1:
+        return pydicom.dcmread(path).pixel_array.reshape(-1).tolist()  # by pixel, whatever the order in the file
+    values = []  # single bits are nobody's but the standard's: PackBits, eight pixels a byte
+    for frame in pydicom.encaps.generate_pixel_data_frame(pydicom.dcmread(path).PixelData, image.frames):
+        at, out = 64, b""
+        while len(out) * 8 < image.rows * image.columns:
+            run, at = frame[at], at + 1
+            out += frame[at:at + run + 1] if run < 128 else frame[at:at + 1] * (257 - run)
+            at += run + 1 if run < 128 else 1
+        values += [byte >> n & 1 for byte in out for n in range(8)][:image.rows * image.columns]
+    return values
 
 
 def by_opj(streams):
@@ -328,7 +357,7 @@ def check_target(target, images, folder):
     ours = {}
     for image in taken:
         path = os.path.join(back, image.name)
-        ours[image.name] = samples_of(path, image) if os.path.exists(path) else None
+        ours[image.name] = samples_of(path, image, rgb_of(target, image)) if os.path.exists(path) else None
         if target.from_source is not None and distance(ours[image.name], image.pixels) > target.from_source:
             fail("%s: %s comes back %d apart" % (target.name, image.name, distance(ours[image.name], image.pixels)))
 
@@ -337,24 +366,29 @@ def check_target(target, images, folder):
     def judge(peer, image, values, count=None):
         seen[image.name] += 1
         if target.name == "jpeg-12" and values:  # what overshoots the range: one peer leaves it, the other masks it
-            top = (1 << image.stored) - 1
-            values = [top if mine == top and (v < 64 or v > top) else v for v, mine in zip(values, ours[image.name])]
+            low = -(1 << image.stored - 1) if image.signed else 0
+            top = low + (1 << image.stored) - 1
+            beyond = lambda v, mine: mine == top and (v < low + 64 or v > top) or mine == low < 0 and (v > top - 64 or v < low)
+            values = [mine if beyond(v, mine) else v for v, mine in zip(values, ours[image.name])]
         apart = distance(values, ours[image.name] and ours[image.name][:count])
         if apart > (target.grey if image.samples == 1 else target.colour):
             fail("%s: %s %s" % (target.name, image.name, peer + (" refuses it" if values is None else " gives other pixels, %d apart" % apart)))
 
     for peer in target.peers:
         if isinstance(peer, list):
+            known = [i for i in taken if i.stored > 1]
             with concurrent.futures.ThreadPoolExecutor(2) as pool:
-                decoded = pool.map(lambda i: decode_by_program(peer, os.path.join(packed, i.name), i), taken)
-                for image, values in zip(taken, decoded):
+                decoded = pool.map(lambda i: decode_by_program(peer, os.path.join(packed, i.name), i, rgb_of(target, i)), known)
+                for image, values in zip(known, decoded):
                     judge(peer[0], image, values)
         elif peer == "pydicom":
             for image in taken if importlib.util.find_spec("numpy") else []:
-                judge(peer, image, by_pydicom(os.path.join(packed, image.name)))
+                judge(peer, image, by_pydicom(os.path.join(packed, image.name), image))
         elif shutil.which({"opj": "opj_decompress"}.get(peer, peer)):
             suffix, by_path = ".jls" if "ls" in target.name else ".j2k", {}
             for image in taken:
+                if peer == "ffmpeg" and image.samples == 3 and image.bytes == 2:
+                    continue  # it has no such colour
                 path = os.path.join(streams, image.name.replace(".", "_") + suffix)
                 by_path[path] = image
                 run(VEXAL, "pixel", "extract", "--quiet", "--compressed", "--frame", "1", os.path.join(packed, image.name), path)
@@ -479,6 +513,192 @@ def check_floats(folder):
             fail("floating point pixels are extracted wrong")
 
 
+# --- What is lost, or is not as it should be: the exit status and a line tell ---
+
+def vexal(*words):
+    result = run(VEXAL, *words)
+    return result.returncode, result.stdout.decode()
+
+
+def expect(outcome, status, words, what):
+    if outcome[0] != status or words not in outcome[1] or (status == 0 and outcome[1]):
+        fail("%s: exit %d, %s" % (what, *outcome))
+
+
+def packed_file(path, image, to, *more):
+    """The image in another syntax, and its code streams."""
+    image.write(path + ".plain")
+    run(VEXAL, "convert", "--quiet", *more, "--to", to, path + ".plain", path)
+    data = pydicom.dcmread(path)
+    return data, list(pydicom.encaps.generate_pixel_data_frame(data.PixelData, image.frames))
+
+
+def save_frames(data, frames, path, syntax=None):
+    """`syntax`: the last component of a UID that pydicom need not know."""
+    data.PixelData = pydicom.encaps.encapsulate(frames, has_bot=False)
+    data["PixelData"].is_undefined_length = True
+    data.file_meta.TransferSyntaxUID = "1.2.840.10008.1.2.4.90" if syntax else data.file_meta.TransferSyntaxUID
+    data.save_as(path)
+    if syntax:
+        content = open(path, "rb").read()
+        old = b"UI\x16\0001.2.840.10008.1.2.4.90"
+        new = (b"1.2.840.10008.1.2.4." + syntax.encode()).ljust(24, b"\0")
+        at = content.index(old)
+        content = content[:at] + b"UI\x18\0" + new + content[at + len(old):]
+        size = content.find(b"DICM\2\0\0\0UL\4\0") + 12
+        if size > 12:
+            content = content[:size] + struct.pack("<I", struct.unpack("<I", content[size:size + 4])[0] + 2) + content[size + 4:]
+        open(path, "wb").write(content)
+
+
+def check_losses(folder):
+    at = lambda name: os.path.join(folder, "losses-" + name)
+    image, plain, out = Image(7, 6, 8, frames=3), at("plain"), at("out")
+    image.write(plain)
+    data = pydicom.dcmread(plain)
+    pixels = data.PixelData
+    for frames, extra, status, words in [(2, b"", 2, "no 2 frames of 42"), (3, b"padding!", 1, "8 bytes behind its last frame"), (3, b"", 0, "")]:
+        data.NumberOfFrames, data.PixelData = frames, pixels + extra
+        data.save_as(plain)
+        for to in ("rle", "jpeg-ls", "jpeg"):
+            expect(vexal("convert", "--to", to, plain, out), status, words, "%d frames and %d bytes to %s" % (frames, len(extra), to))
+    for to in ("rle", "jpeg-ls", "jpeg2000"):  # likewise where they are compressed
+        data, _ = packed_file(at("packed"), image, to)
+        data.NumberOfFrames = 1
+        data.save_as(at("packed"))
+        expect(vexal("convert", "--to", "explicit", at("packed"), out), 2, "3 fragments", "three frames of %s that are called one" % to)
+    # A stream that ends in the middle of its image.
+    data, (stream,) = packed_file(at("packed"), Image(64, 64, 8), "jpeg")
+    save_frames(data, [stream[:len(stream) // 2 & ~1]], at("cut"))
+    for words in (["convert", "--to", "explicit"], ["convert", "--to", "rle"], ["pixel", "extract"], ["pixel", "render"], ["pixel", "sheet"]):
+        expect(vexal(*words, at("cut"), out), 1, "cut short", "a cut stream: " + " ".join(words))
+    expect(vexal("convert", "--quiet", "--to", "explicit", at("cut"), out), 1, "cut short", "a cut stream, in silence")
+    # One bad frame among good ones.
+    data, streams = packed_file(at("packed"), image, "jpeg-ls")
+    save_frames(data, [streams[0], bytes(len(streams[1])), streams[2]], at("bad"))
+    frames = at("frames")
+    expect(vexal("pixel", "extract", at("bad"), frames), 2, "frame 2: ", "a bad frame, extracted")
+    if [open(os.path.join(frames, n), "rb").read() for n in sorted(os.listdir(frames))] != [pixels[:42], pixels[84:126]]:
+        fail("one bad frame ends the extraction of others")
+    expect(vexal("pixel", "sheet", at("bad"), out + ".png"), 2, "frame 2: ", "a bad frame, on a sheet")
+    if not os.path.exists(out + ".png"):
+        fail("one bad frame ends a sheet")
+    # Planes are no error.
+    Image(5, 7, 16, 0, "RGB", 1).write(plain)
+    expect(vexal("convert", "--to", "jpeg-ls", plain, out), 0, "", "planes")
+    # What the program can not decode has a name, and its streams can be had all the same.
+    data, streams = packed_file(at("packed"), image, "jpeg-ls")
+    for uid, name, count in (("102", "MPEG-4", 1), ("107", "HEVC", 1), ("112", "JPEG XL", 3)):
+        save_frames(data, streams[:count], at("other"), uid)
+        expect(vexal("convert", "--to", "explicit", at("other"), out), 2, name, "convert of " + name)
+        shutil.rmtree(frames, ignore_errors=True)
+        expect(vexal("pixel", "extract", "--compressed", at("other"), frames), 0, "", "streams of " + name)
+        found = [frames] if os.path.isfile(frames) else [os.path.join(frames, n) for n in sorted(os.listdir(frames))]
+        if [open(n, "rb").read() for n in found] != streams[:count]:
+            fail("streams of %s: %s" % (name, found))
+        if os.path.isfile(frames):
+            os.remove(frames)
+
+
+def check_lossy_steps(folder):
+    """Each lossy step stands behind the earlier ones, and names what it was made from; what lost nothing says nothing. A flat image
+    of 7 becomes one of 0, which is near."""
+    first, second, flat = (os.path.join(folder, "steps-" + n) for n in ("first", "second", "flat"))
+    image = Image(33, 40, 8)
+    source = packed_file(first, image, "jpeg")[0]
+    run(VEXAL, "convert", "--quiet", "--to", "jpeg2000-lossy", first, second)
+    data, plain = pydicom.dcmread(second), pydicom.dcmread(first + ".plain")
+    if list(data.LossyImageCompressionMethod) != ["ISO_10918_1", "ISO_15444_1"] or len(data.LossyImageCompressionRatio) != 2 or \
+            data.LossyImageCompressionRatio[0] != source.LossyImageCompressionRatio or "JPEG 2000" not in data.DerivationDescription or \
+            not data.DerivationDescription.startswith(source.DerivationDescription):
+        fail("a second lossy step: %s %s" % (data.LossyImageCompressionMethod, data.LossyImageCompressionRatio))
+    told = [(i.ReferencedSOPInstanceUID, i.PurposeOfReferenceCodeSequence[0].CodeValue) for i in data.SourceImageSequence]
+    if told != [(plain.SOPInstanceUID, "121320"), (source.SOPInstanceUID, "121322")] or data.SOPInstanceUID in (plain.SOPInstanceUID, source.SOPInstanceUID):
+        fail("the sources of a lossy image: %s" % told)
+    if [i.CodeValue for i in data.DerivationCodeSequence] != ["113040", "113040"]:
+        fail("how a lossy image was derived")
+    for value, lossy in ((0, False), (210, False), (7, True), (None, True)):
+        if value is not None:
+            image.pixels = [value] * len(image.pixels)
+        else:
+            image = Image(33, 40, 12)
+        data = packed_file(flat, image, "jpeg-ls-near")[0]
+        if ("LossyImageCompression" in data or "SourceImageSequence" in data or data.SOPInstanceUID != pydicom.dcmread(flat + ".plain").SOPInstanceUID) != lossy:
+            fail("a near-lossless image that lost %s" % ("something" if lossy else "nothing"))
+
+
+def check_odd_colour(folder):
+    """Colour of half the width in an odd number of columns, of every process; a pair at a row's end has one pixel."""
+    plain, out = os.path.join(folder, "odd-plain"), os.path.join(folder, "odd-out")
+    image = Image(15, 17, 8, 0, "RGB")
+    image.pixels = [v for y in range(15) for x in range(17) for v in (y * 16, x * 14, 200 - y * 5)]
+    image.write(plain)
+    for command in (["dcmcjpeg", "+eb"], ["dcmcjpeg", "+ee"], ["dcmcjpeg", "+es"], ["dcmcjpeg", "+ep"], [VEXAL, "convert", "--quiet", "--to", "jpeg"]):
+        packed = plain + ".packed"
+        run(*command, plain, packed)
+        if pydicom.dcmread(packed).PhotometricInterpretation != "YBR_FULL_422":
+            fail("%s made no half colour" % command)
+        for words in (["pixel", "render"], ["pixel", "sheet"], ["pixel", "extract"], ["convert", "--to", "rle"], ["convert", "--to", "explicit"]):
+            expect(vexal(*words, packed, out), 0, "", "%s of %s" % (words, command))
+        if distance(samples_of(out, image, True), image.pixels) > 24:
+            fail("%s: %s apart" % (command, distance(samples_of(out, image, True), image.pixels)))
+        if distance(picture_of(packed, folder), image.pixels) > 24:
+            fail("%s, rendered: %s apart" % (command, distance(picture_of(packed, folder), image.pixels)))
+    # Native half colour goes to what has it, and whole to what has not.
+    image = Image(6, 8, 8, 0, "YBR_FULL")
+    image.write(plain)
+    data = pydicom.dcmread(plain)
+    pairs = [image.pixels[at:at + 6] for at in range(0, len(image.pixels), 6)]
+    data.PhotometricInterpretation, data.PixelData = "YBR_FULL_422", bytes(v for p in pairs for v in (p[0], p[3], p[1], p[2]))
+    data.save_as(plain)
+    image.pixels = [v for p in pairs for v in (p[0], p[1], p[2], p[3], p[1], p[2])]
+    for to in ("rle", "jpeg-lossless", "jpeg-ls", "jpeg2000", "jpeg"):
+        expect(vexal("convert", "--to", to, plain, plain + ".packed"), 0, "", "half colour to " + to)
+        expect(vexal("convert", "--to", "explicit", plain + ".packed", out), 0, "", "half colour from " + to)
+        if to != "jpeg" and samples_of(out, image) != image.pixels:
+            fail("half colour through " + to)
+
+
+def check_high_throughput(folder):
+    """HTJ2K by the encoder of another program."""
+    if shutil.which("ojph_compress") is None:
+        return print("left out: no ojph_compress")
+    path, raw, stream, out = (os.path.join(folder, "ht" + n) for n in ("", ".pgm", ".j2c", ".out"))
+    for stored, rows, columns in ((8, 33, 47), (12, 64, 65), (16, 31, 30)):
+        image = Image(rows, columns, stored)
+        image.write(path)
+        words = array.array("B" if image.bytes == 1 else "H", image.pixels)
+        if image.bytes == 2:
+            words.byteswap()
+        open(raw, "wb").write(b"P5 %d %d %d\n" % (columns, rows, (1 << stored) - 1) + words.tobytes())
+        run("ojph_compress", "-i", raw, "-o", stream, "-reversible", "true")
+        data = pydicom.dcmread(path)
+        for uid in ("201", "202", "203"):
+            save_frames(data, [open(stream, "rb").read()], path + ".packed", uid)
+            expect(vexal("convert", "--to", "explicit", path + ".packed", out), 0, "", "HTJ2K, ." + uid)
+            if samples_of(out, image) != image.pixels:
+                fail("HTJ2K of %d bits, .%s" % (stored, uid))
+        os.remove(stream)
+
+
+def check_tiles(folder):
+    """Tiles at the edge of their picture that are smaller than a frame fill it from its corner."""
+    path = os.path.join(folder, "tiles")
+    whole, edge = Image(8, 8, 8, 0, "RGB"), Image(5, 3, 8, 0, "RGB")
+    for to in ("jpeg-lossless", "jpeg2000", "jpeg-ls"):
+        data, streams = packed_file(path, whole, to)
+        streams += packed_file(path + ".edge", edge, to)[1]
+        data.NumberOfFrames = 2
+        save_frames(data, streams, path)
+        expect(vexal("convert", "--to", "explicit", path, path + ".out"), 2, "frame 2", "a small frame in %s that is no tile" % to)
+        data.TotalPixelMatrixColumns, data.TotalPixelMatrixRows = 11, 5
+        save_frames(data, streams, path)
+        expect(vexal("convert", "--to", "explicit", path, path + ".out"), 0, "", "tiles in " + to)
+        made = pydicom.dcmread(path + ".out").PixelData[192:]
+        if [v for y in range(5) for v in made[y * 24:y * 24 + 9]] != edge.pixels:
+            fail("tiles in " + to)
+
+
 def check_damage(folder):
     """Whatever an image claims, each command ends with a status."""
     source = open(os.path.join(SAMPLES, "enc/tiny-defined-bot-2-to-2.dcm"), "rb").read()
@@ -502,5 +722,10 @@ with tempfile.TemporaryDirectory() as work:
     check_extended_offsets(work)
     check_palettes(work)
     check_floats(work)
+    check_losses(work)
+    check_lossy_steps(work)
+    check_odd_colour(work)
+    check_high_throughput(work)
+    check_tiles(work)
     check_damage(work)
     sys.exit(end({"decodings by peers": check_peers(work), "renderings": check_rendering(work)}))

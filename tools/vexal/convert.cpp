@@ -53,6 +53,10 @@ FileResult convert_file(const std::string& in, const std::string& out, VX_TRANSF
     return result;
   }
   result.exit = text;
+  if (const std::string finding = pixels.finding(); !finding.empty()) {
+    report(in, finding);
+    result.exit = std::max(result.exit, static_cast<int>(kFindings));
+  }
   return result;
 }
 

@@ -21,12 +21,15 @@ bool read_table(const ValueReader& read, uint32_t length, std::vector<uint32_t>&
   return true;
 }
 
-// If the fragment begins a code stream of JPEG or JPEG 2000, and if it ends one.
-void read_marks(const Fragment& fragment, const ValueReader& read, bool& begins, bool& ends) {
-  uint8_t first[2] = {};
+// If the fragment begins a code stream of JPEG or JPEG 2000, or a frame of RLE, and if it ends one.
+void read_marks(const Fragment& fragment, const ValueReader& read, bool& begins, bool& ends, bool& is_rle) {
+  uint8_t first[8] = {};
   uint8_t last[3] = {};
-  begins = fragment.length >= 2 && read(fragment.data, first, sizeof first) && first[0] == 0xFF &&
-           (first[1] == 0xD8 || first[1] == 0x4F);
+  read(fragment.data, first, std::min<std::size_t>(fragment.length, sizeof first));
+  begins = first[0] == 0xFF && (first[1] == 0xD8 || first[1] == 0x4F);
+  // The number of segments and the offset of the first one, in little endian.
+  constexpr uint8_t kRest[] = {0, 0, 0, 64, 0, 0, 0};
+  is_rle = first[0] >= 1 && first[0] <= 15 && std::memcmp(first + 1, kRest, sizeof kRest) == 0;
   ends = fragment.length >= 3 && read(fragment.data + fragment.length - 3, last, sizeof last);
   if (!ends) return;
   const uint8_t* end = last[2] == 0 ? last : last + 1;
@@ -67,10 +70,6 @@ void find_frames(Encapsulated& value, uint32_t frames, const ValueReader& read) 
   const std::vector<Fragment>& fragments = value.fragments;
   std::vector<std::size_t>& starts = value.starts;
   if (fragments.empty()) return;
-  if (frames == 1) {
-    starts.push_back(0);
-    return;
-  }
   if (fragments.size() == frames) {
     for (std::size_t i = 0; i < fragments.size(); ++i) starts.push_back(i);
     return;
@@ -79,10 +78,13 @@ void find_frames(Encapsulated& value, uint32_t frames, const ValueReader& read) 
   bool ended = true;
   for (std::size_t i = 0; i < fragments.size(); ++i) {
     bool begins = false;
+    bool is_rle = false;
     const bool ended_before = ended;
-    read_marks(fragments[i], read, begins, ended);
-    if (begins && ended_before) starts.push_back(i);
+    read_marks(fragments[i], read, begins, ended, is_rle);
+    if (is_rle || (begins && ended_before)) starts.push_back(i);
   }
+  // The fragments of one frame are that, unless they tell of more.
+  if (frames == 1 && starts.size() < 2) starts = {0};
   if (starts.size() != frames || starts[0] != 0) starts.clear();
 }
 

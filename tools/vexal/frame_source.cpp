@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 #include "network.h"
 
@@ -16,8 +17,8 @@ uint32_t number_of(int32_t id, uint32_t tag, uint32_t otherwise) {
   return VX_Get_Value_To_UInt(id, tag, &value) == VX_NORMAL_COMPLETION ? value : otherwise;
 }
 
-// Bytes of one native frame; 0 if the object does not say, or says nonsense.
-uint64_t native_frame_bytes(int32_t id) {
+// Bits of one native frame; 0 if the object does not say, or says nonsense.
+uint64_t native_frame_bits(int32_t id) {
   const uint32_t bits = number_of(id, 0x00280100, 0);
   const uint32_t rows = number_of(id, 0x00280010, 0);
   const uint32_t columns = number_of(id, 0x00280011, 0);
@@ -25,8 +26,17 @@ uint64_t native_frame_bytes(int32_t id) {
   const uint32_t samples =
       text_of(id, 0x00280004).starts_with("YBR_FULL_422") ? 2 : number_of(id, 0x00280002, 1);
   if (rows > UINT16_MAX || columns > UINT16_MAX || samples > 255 || bits > 64) return 0;
-  const uint64_t bytes = uint64_t{rows} * columns * samples * (bits / 8);
-  return bytes <= kLargestFrame ? bytes : 0;
+  if (bits != 1 && bits % 8 != 0) return 0;
+  const uint64_t all = uint64_t{rows} * columns * samples * bits;
+  return all <= 8 * kLargestFrame ? all : 0;
+}
+
+// MPEG2, MPEG-4 and HEVC (PS3.6 annex A): 1.2.840.10008.1.2.4.100 to .108, and those with .1 behind.
+bool is_video_syntax(std::string_view uid) {
+  constexpr std::string_view kVideo = "1.2.840.10008.1.2.4.10";
+  if (!uid.starts_with(kVideo) || uid.size() == kVideo.size()) return false;
+  const std::string_view rest = uid.substr(kVideo.size());
+  return rest[0] >= '0' && rest[0] <= '8' && (rest.size() == 1 || rest[1] == '.');
 }
 
 }  // namespace
@@ -84,21 +94,65 @@ bool StoredValue::read_swapped(uint64_t offset, void* buffer, std::size_t length
 
 std::string FrameSource::open(const DicomFile& file, int32_t object, VX_TRANSFER_SYNTAX syntax) {
   encapsulated_ = !is_uncompressed(syntax);
+  video_ = is_video_syntax(uid_of_syntax(syntax));
   if (std::string problem = value_.open(file, object, kPixelData); !problem.empty()) return problem;
   uint32_t frames = number_of(object, 0x00280008, 1);
   if (frames == 0 || frames > INT32_MAX) frames = 1;
   return encapsulated_ ? find_encapsulated(frames) : find_native(object, frames);
 }
 
-std::string FrameSource::find_native(int32_t object, uint32_t frames) {
-  frame_bytes_ = native_frame_bytes(object);
-  if (frame_bytes_ == 0) return "its pixel description has no frames that can be compressed";
-  count_ = static_cast<uint32_t>(std::min<uint64_t>(frames, value_.size() / frame_bytes_));
-  if (count_ != frames) {
-    return "its pixel data has " + std::to_string(value_.size()) + " bytes, which are no " +
-           std::to_string(frames) + " frames of " + std::to_string(frame_bytes_);
+bool read_bits(const StoredValue& value, uint64_t first, uint64_t count, Bytes& bytes) {
+  const std::size_t before = bytes.size();
+  const uint64_t begin = first / 8;
+  const auto held = static_cast<std::size_t>((first + count + 7) / 8 - begin);
+  bytes.resize(before + held);
+  char* at = bytes.data() + before;
+  if (!value.read_at(begin, at, held)) return false;
+  const auto size = static_cast<std::size_t>((count + 7) / 8);
+  if (const auto shift = static_cast<uint32_t>(first % 8); shift != 0) {
+    for (std::size_t i = 0; i < size; ++i) {
+      const uint32_t next = i + 1 < held ? static_cast<uint8_t>(at[i + 1]) : 0;
+      at[i] = static_cast<char>((static_cast<uint8_t>(at[i]) | next << 8) >> shift);
+    }
   }
-  return "";
+  bytes.resize(before + size);
+  if (count % 8 != 0) at[size - 1] = static_cast<char>(at[size - 1] & ((1 << count % 8) - 1));
+  return true;
+}
+
+void BitJoiner::add(const Bytes& frame, uint64_t bits, bool last, Bytes& out) {
+  const std::size_t before = out.size();
+  out.resize(before + static_cast<std::size_t>((carried_ + bits + 7) / 8));
+  char* to = out.data() + before;
+  for (uint64_t done = 0; done < bits; done += 8) {
+    const auto part = static_cast<uint32_t>(std::min<uint64_t>(8, bits - done));
+    const uint32_t byte = static_cast<uint8_t>(frame.data()[done / 8]) & ((1U << part) - 1);
+    carry_ |= byte << carried_;
+    carried_ += part;
+    if (carried_ < 8) continue;
+    *to++ = static_cast<char>(carry_);
+    carry_ >>= 8;
+    carried_ -= 8;
+  }
+  if (last && carried_ != 0) {
+    *to++ = static_cast<char>(carry_);
+    carry_ = carried_ = 0;
+  }
+  out.resize(static_cast<std::size_t>(to - out.data()));
+}
+
+std::string FrameSource::find_native(int32_t object, uint32_t frames) {
+  frame_bits_ = native_frame_bits(object);
+  if (frame_bits_ == 0) return "its pixel description has no frames that can be compressed";
+  const uint64_t there = value_.size() * 8 / frame_bits_;
+  const uint64_t wanted = (frame_bits_ * frames + 7) / 8;
+  surplus_ = value_.size() > wanted + 1 ? value_.size() - wanted : 0;
+  count_ = static_cast<uint32_t>(std::min<uint64_t>(frames, there));
+  // A pad of a byte may hold frames of a few bits.
+  if (there >= frames && (there == frames || surplus_ == 0)) return "";
+  return "its pixel data has " + std::to_string(value_.size()) + " bytes, which are no " +
+         std::to_string(frames) + " frames of " +
+         (frame_bits_ % 8 == 0 ? std::to_string(frame_bits_ / 8) : std::to_string(frame_bits_) + " bits");
 }
 
 std::string FrameSource::find_encapsulated(uint32_t frames) {
@@ -106,6 +160,11 @@ std::string FrameSource::find_encapsulated(uint32_t frames) {
     return value_.read_at(offset, buffer, length);
   };
   items_ = read_items(read, value_.size());
+  if (video_ && !items_.fragments.empty()) {
+    items_.starts = {0};
+    count_ = 1;
+    return "";
+  }
   find_frames(items_, frames, read);
   find_frames_by_table(items_, frames);
   count_ = static_cast<uint32_t>(items_.starts.size());
@@ -116,10 +175,8 @@ std::string FrameSource::find_encapsulated(uint32_t frames) {
 
 std::string FrameSource::read(uint32_t number, Bytes& bytes) const {
   const std::size_t before = bytes.size();
-  if (!encapsulated_) {
-    bytes.resize(before + frame_bytes_);
-    return value_.read_at(number * frame_bytes_, bytes.data() + before, frame_bytes_) ? "" : "can not read";
-  }
+  if (!encapsulated_)
+    return read_bits(value_, number * frame_bits_, frame_bits_, bytes) ? "" : "can not read";
   for (std::size_t i = items_.starts[number]; i < items_.end_of_frame(number); ++i) {
     const Fragment& fragment = items_.fragments[i];
     const std::size_t at = bytes.size();

@@ -10,6 +10,7 @@
 
 #include "network.h"
 #include "recode.h"
+#include "session.h"
 
 namespace vexal {
 
@@ -26,7 +27,7 @@ class FrameWorker {
  public:
   FrameWorker(const FrameSource& source, const FrameForm& form) : source_(source), form_(form) {
     VX_Open_Empty_Message(&id_);
-    VX_Set_Message_Transfer_Syntax(id_, form.decompresses() ? form.from : EXPLICIT_LITTLE_ENDIAN);
+    VX_Set_Message_Transfer_Syntax(id_, form.decompresses() ? form.decoder : EXPLICIT_LITTLE_ENDIAN);
     for (const auto& [tag, text] : form.attributes) set_all_text(id_, tag, text);
     set_all_text(id_, kNumberOfFrames, "1");
     VX_Set_Value_To_Empty(id_, kPixelData);
@@ -58,6 +59,9 @@ class FrameWorker {
       const bool alone = form_.compresses_alone;
       if (std::string problem = alone ? compress(frame) : make_object(frame); !problem.empty())
         return problem;
+      if (form_.to == JPEG_LS_LOSSY && !form_.notes->lost) {
+        if (std::string problem = note_loss(frame); !problem.empty()) return problem;
+      }
       if (form_.compresses()) {
         append32(out, kItem);
         append32(out, 0);
@@ -90,7 +94,7 @@ class FrameWorker {
     }
     Placing placing{sink, at, size, ""};
     std::string problem;
-    if (form_.text(kPhotometric).starts_with("YBR_FULL_422")) {
+    if (form_.has_half_colour()) {
       // Half the colour of such an image is there, and the copy of the object has all of it.
       problem = make_object(frame);
       if (problem.empty()) problem = hand_on(result_, &placing, Placing::take);
@@ -139,6 +143,18 @@ class FrameWorker {
     }
   };
 
+  // Y Y Cb Cr for two pixels into Y Cb Cr for each.
+  static void unpack(const Bytes& packed, Bytes& whole) {
+    whole.resize(packed.size() / 4 * 6);
+    const char* from = packed.data();
+    for (char* to = whole.data(); to != whole.data() + whole.size(); from += 4, to += 6) {
+      to[0] = from[0];
+      to[3] = from[1];
+      to[1] = to[4] = from[2];
+      to[2] = to[5] = from[3];
+    }
+  }
+
   // A raw deflate stream (RFC 1951) that gives so many bytes, and perhaps one of padding.
   static std::string inflate_frame(const Bytes& packed, std::size_t bytes, Bytes& frame) {
     z_stream stream{};
@@ -155,9 +171,36 @@ class FrameWorker {
     return status == Z_STREAM_END ? "" : "its deflated data is broken or too long";
   }
 
-  static std::string hand_on(int32_t id, void* user, VX_Get_Encapsulated_Callback taker) {
+  std::string hand_on(int32_t id, void* user, VX_Get_Encapsulated_Callback taker) const {
     const VX_STATUS status = VX_Get_Frame_To_Function(id, 0, user, taker);
+    if (frame_was_filled_up()) ++form_.notes->filled_up;
     return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
+  }
+  // A near-lossless frame may have lost nothing: what comes back tells.
+  std::string note_loss(uint32_t frame) {
+    int32_t before = -1;
+    int32_t after = -1;
+    std::string problem = take(frame);
+    if (!problem.empty()) return problem;
+    const auto plain = [](int32_t id, int32_t& copy) {
+      return VX_Duplicate_Message(id, &copy, EXPLICIT_LITTLE_ENDIAN, nullptr, nullptr) ==
+             VX_NORMAL_COMPLETION;
+    };
+    VX_Register_Compression_Callbacks(result_, compressor_of(form_.to), VX_General_Decompressor);
+    Bytes old_frame;
+    Bytes new_frame;
+    if (plain(id_, before) && plain(result_, after)) {
+      frame_was_filled_up();  // is noted already
+      problem = hand_on(before, &old_frame, append);
+      if (problem.empty()) problem = hand_on(after, &new_frame, append);
+    }
+    VX_Register_Compression_Callbacks(result_, compressor_of(form_.to), nullptr);
+    form_.notes->lost = old_frame.empty() || old_frame.size() != new_frame.size() ||
+                        std::memcmp(old_frame.data(), new_frame.data(), old_frame.size()) != 0;
+    VX_Set_Value_To_Empty(id_, kPixelData);
+    if (before >= 0) VX_Free_Message(&before);
+    if (after >= 0) VX_Free_Message(&after);
+    return problem;
   }
   std::string make_object(uint32_t frame) {
     if (std::string problem = take(frame); !problem.empty()) return problem;
@@ -165,6 +208,7 @@ class FrameWorker {
     const VX_STATUS status =
         VX_Duplicate_Message(id_, &result_, form_.compresses() ? form_.to : EXPLICIT_LITTLE_ENDIAN,
                              compressor_of(form_.to), nullptr);
+    if (frame_was_filled_up()) ++form_.notes->filled_up;
     VX_Set_Value_To_Empty(id_, kPixelData);
     return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
   }
@@ -184,6 +228,12 @@ class FrameWorker {
   }
   std::string take_raw(uint32_t frame, Bytes& raw) {
     raw.clear();
+    if (form_.unpacks) {
+      packed_.clear();
+      std::string problem = source_.read(frame, packed_);
+      unpack(packed_, raw);
+      return problem;
+    }
     if (!form_.inflates) return source_.read(frame, raw);
     if (form_.image_bits() > kMostFrameBits) return "its frames are beyond 2 GiB";
     Bytes packed;
@@ -222,6 +272,7 @@ class FrameWorker {
   int32_t result_ = -1;
   int32_t compressed_ = -1;
   Bytes in_;
+  Bytes packed_;  // a frame whose colour is half
 };
 
 }  // namespace vexal

@@ -133,6 +133,17 @@ bool parse_tag(std::string_view text, uint32_t& tag) {
   return text.size() == 8 && parse_hex(text, tag);
 }
 
+std::string describe_uid(const std::string& uid) {
+  std::string_view rows = uid_table();
+  std::string_view row;
+  while (next_line(rows, row)) {
+    if (next_cell(row) != uid) continue;
+    next_cell(row);  // its sort
+    return uid + " " + std::string(next_cell(row));
+  }
+  return uid;
+}
+
 const char* vr_letters(VX_VR vr) {
   static const char* const kLetters[] = {"AE", "AS", "CS", "DA", "DS", "DT", "IS", "LO", "LT", "PN", "SH",
                                          "ST", "TM", "UC", "UR", "UT", "UI", "SS", "US", "AT", "SL", "UL",

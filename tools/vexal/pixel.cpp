@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "commands.h"
+#include "names.h"
 #include "pixel_image.h"
 #include "pixel_offsets.h"
 #include "session.h"
@@ -38,9 +39,8 @@ struct Choice {
 };
 
 // The frames that are asked for.
-bool chosen(const Args& args, const PixelImage& image, bool all, Choice& choice) {
+bool chosen(const Args& args, uint32_t frames, bool all, Choice& choice) {
   long number = 0;
-  const uint32_t frames = image.description().frames;
   if (!args.number("--frame", 1, INT32_MAX, number)) return false;
   if (number > static_cast<long>(frames)) {
     complain("--frame %ld: the image has %u", number, frames);
@@ -116,7 +116,7 @@ int show(PixelImage& image, const std::string& path) {
   std::printf("%s\n  %u x %u, %u frame%s, %s, %u sample%s of %u bits in %u%s%s\n  transfer syntax %s\n",
               path.c_str(), d.columns, d.rows, d.frames, d.frames == 1 ? "" : "s", d.photometric.c_str(),
               d.samples, d.samples == 1 ? "" : "s", d.stored, d.allocated, d.is_signed ? ", signed" : "",
-              d.samples > 1 && d.planar == 1 ? ", planar" : "", uid);
+              d.samples > 1 && d.planar == 1 ? ", planar" : "", describe_uid(uid).c_str());
   if (!image.compressed()) {
     std::printf("  %llu bytes\n", static_cast<unsigned long long>(image.value().size()));
     return kSuccess;
@@ -132,35 +132,58 @@ int show(PixelImage& image, const std::string& path) {
   return kSuccess;
 }
 
+// What an image whose frames came out of their decoder is worth.
+int judge(const PixelImage& image, const std::string& path, int result) {
+  if (image.filled_up() == 0) return result;
+  report(path, std::to_string(image.filled_up()) + " frames are cut short: what is missing was filled up");
+  return std::max(result, static_cast<int>(kFindings));
+}
+
+// Calls work(i) for each chosen frame; one that fails does not end the others.
+template <typename Work>
+int each_frame(const Choice& choice, const std::string& in, Work work) {
+  int result = kSuccess;
+  for (uint32_t i = 0; i < choice.count; ++i) {
+    const std::string problem = work(i);
+    if (problem.empty()) continue;
+    report(in, "frame " + std::to_string(choice.first + i + 1) + ": " + problem);
+    result = kUsage;
+  }
+  return result;
+}
+
 int extract(const Args& args, PixelImage& image, const std::string& in, const std::string& out) {
   Choice choice;
-  if (!chosen(args, image, true, choice)) return kUsage;
   const bool compressed = args.has("--compressed");
   if (compressed && !image.compressed()) {
     report(in, "its frames are not compressed");
     return kUsage;
   }
-  for (uint32_t i = 0; i < choice.count; ++i) {
-    const uint32_t number = choice.first + i;
-    std::string bytes;
-    const std::string problem = compressed ? image.code_stream(number, bytes) : image.frame(number, bytes);
-    if (!problem.empty()) {
-      report(in, "frame " + std::to_string(number + 1) + ": " + problem);
-      return kUsage;
-    }
-    const std::string path = frame_path(out, number, choice, compressed ? ".bin" : ".raw");
-    if (const std::string error = write_bytes(path, bytes); !error.empty()) {
-      report(path, error);
+  uint32_t count = image.description().frames;
+  if (compressed) {
+    if (const std::string problem = image.count_streams(count); !problem.empty()) {
+      report(in, problem);
       return kUsage;
     }
   }
-  return kSuccess;
+  if (!chosen(args, count, true, choice)) return kUsage;
+  const int result = each_frame(choice, in, [&](uint32_t i) -> std::string {
+    const uint32_t number = choice.first + i;
+    std::string bytes;
+    std::string problem = compressed ? image.code_stream(number, bytes) : image.frame(number, bytes);
+    if (!problem.empty()) return problem;
+    const std::string path = frame_path(out, number, choice, compressed ? ".bin" : ".raw");
+    problem = write_bytes(path, bytes);
+    return problem.empty() ? "" : path + ": " + problem;
+  });
+  return judge(image, in, result);
 }
 
 int render(const Args& args, PixelImage& image, const std::string& in, const std::string& out) {
   Choice choice;
   RenderOptions options;
-  if (!chosen(args, image, false, choice) || !read_rendering(args, options)) return kUsage;
+  if (!chosen(args, image.description().frames, false, choice) || !read_rendering(args, options))
+    return kUsage;
   Picture picture;
   std::string problem = image.render(choice.first, options, picture);
   if (!problem.empty()) {
@@ -169,7 +192,7 @@ int render(const Args& args, PixelImage& image, const std::string& in, const std
   }
   problem = write_png(picture, out);
   if (!problem.empty()) report(out, problem);
-  return problem.empty() ? kSuccess : kUsage;
+  return judge(image, in, problem.empty() ? kSuccess : kUsage);
 }
 
 // A picture made smaller by averaging, into its place on the sheet, always in colour.
@@ -203,7 +226,7 @@ int make_sheet(const Args& args, PixelImage& image, const std::string& in, const
   RenderOptions options;
   long tile = 128;
   long columns = 0;
-  if (!chosen(args, image, true, choice) || !read_rendering(args, options) ||
+  if (!chosen(args, image.description().frames, true, choice) || !read_rendering(args, options) ||
       !args.number("--tile", 8, 4096, tile) || !args.number("--columns", 1, 1024, columns)) {
     return kUsage;
   }
@@ -221,17 +244,21 @@ int make_sheet(const Args& args, PixelImage& image, const std::string& in, const
     return kUsage;
   }
   sheet.bytes.assign(std::size_t{sheet.width} * sheet.height * 3, 0);
-  for (uint32_t i = 0; i < choice.count; ++i) {
+  uint32_t shown = 0;
+  int result = each_frame(choice, in, [&](uint32_t i) -> std::string {
     Picture picture;
-    if (const std::string problem = image.render(choice.first + i, options, picture); !problem.empty()) {
-      report(in, "frame " + std::to_string(choice.first + i + 1) + ": " + problem);
-      return kUsage;
-    }
+    std::string problem = image.render(choice.first + i, options, picture);
+    if (!problem.empty()) return problem;
     place(picture, sheet, i % across * side, i / across * side, side);
+    ++shown;
+    return "";
+  });
+  if (shown == 0) return result;
+  if (const std::string problem = write_png(sheet, out); !problem.empty()) {
+    report(out, problem);
+    result = kUsage;
   }
-  const std::string problem = write_png(sheet, out);
-  if (!problem.empty()) report(out, problem);
-  return problem.empty() ? kSuccess : kUsage;
+  return judge(image, in, result);
 }
 
 int run(const Args& args) {

@@ -258,6 +258,12 @@ std::string PixelImage::find_frames() {
   return problem;
 }
 
+std::string PixelImage::count_streams(uint32_t& count) {
+  std::string problem = find_frames();
+  if (problem.empty()) count = decoder_->is_video() ? 1 : image_.frames;
+  return problem;
+}
+
 std::string PixelImage::code_stream(uint32_t number, std::string& bytes) {
   Bytes stream;
   std::string problem = find_frames();
@@ -279,24 +285,16 @@ std::string PixelImage::frame(uint32_t number, std::string& bytes) {
     std::string problem = find_frames();
     if (problem.empty()) problem = decoder_->frame(number, frame);
     if (!problem.empty()) return problem;
-    const uint64_t least = packed ? (pixels * 2 * image_.allocated + 7) / 8 : (bits + 7) / 8;
-    if (frame.size() < least) return "the frame is too short";
-    bytes.assign(frame.data(), std::min<uint64_t>(frame.size(), (bits + 7) / 8));
+    if (frame.size() < (bits + 7) / 8) return "the frame is too short";
+    bytes.assign(frame.data(), (bits + 7) / 8);
     return "";
   }
   // Frames of single bits follow each other without a gap.
   const uint64_t start = bits * number;
-  const uint64_t end = (start + bits + 7) / 8;
-  if (end > value_.size()) return "the value ends before this frame does";
-  bytes.resize(end - start / 8);
-  if (!value_.read_at(start / 8, bytes.data(), bytes.size())) return "can not read";
-  if (start % 8 == 0) return "";
-  const std::string shifted = std::exchange(bytes, std::string((bits + 7) / 8, '\0'));
-  for (uint64_t i = 0; i < bits; ++i) {
-    const uint64_t at = start % 8 + i;
-    if (((static_cast<uint8_t>(shifted[at / 8]) >> (at % 8)) & 1U) != 0)
-      bytes[i / 8] = static_cast<char>(bytes[i / 8] | (1 << (i % 8)));
-  }
+  if ((start + bits + 7) / 8 > value_.size()) return "the value ends before this frame does";
+  Bytes frame;
+  if (!read_bits(value_, start, bits, frame)) return "can not read";
+  bytes.assign(frame.data(), frame.size());
   return "";
 }
 

@@ -56,8 +56,12 @@ class PixelImage {
   const StoredValue& value() const { return value_; }
   // The stored bytes of a frame (from 0), decompressed.
   std::string frame(uint32_t number, std::string& bytes);
-  // Its compressed form.
+  // Its compressed form; of a video all of it, as the first.
   std::string code_stream(uint32_t number, std::string& bytes);
+  // Code streams that it has, or an error text.
+  std::string count_streams(uint32_t& count);
+  // Frames so far that had too little data and were filled up.
+  uint32_t filled_up() const { return decoder_ != nullptr ? decoder_->filled_up() : 0; }
   std::string render(uint32_t number, const RenderOptions& options, Picture& picture);
 
  private:

@@ -12,6 +12,7 @@
 #include <new>
 
 #include "frame_crew.h"
+#include "names.h"
 #include "network.h"
 #include "session.h"
 #include "tag_path.h"
@@ -53,17 +54,27 @@ struct Coding {
   VX_COMPRESSION_CALLBACK compressor;  // null: none
 };
 constexpr Coding kCodings[] = {
-    {RLE, VX_RLE_Compressor},
-    {JPEG_BASELINE, VX_Standard_Compressor},
-    {JPEG_EXTENDED_2_4, VX_Standard_Compressor},
+    {RLE, VX_General_Compressor},
+    {JPEG_BASELINE, VX_General_Compressor},
+    {JPEG_EXTENDED_2_4, VX_General_Compressor},
     {JPEG_SPEC_NON_HIER_6_8, nullptr},
     {JPEG_FULL_PROG_NON_HIER_10_12, nullptr},
     {JPEG_LOSSLESS_NON_HIER_14, nullptr},
-    {JPEG_LOSSLESS_HIER_14, VX_Standard_Compressor},
-    {JPEG_LS_LOSSLESS, VX_Standard_Compressor},
-    {JPEG_LS_LOSSY, VX_Standard_Compressor},
-    {JPEG_2000_LOSSLESS_ONLY, VX_Standard_Compressor},
-    {JPEG_2000, VX_Standard_Compressor},
+    {JPEG_LOSSLESS_HIER_14, VX_General_Compressor},
+    {JPEG_LS_LOSSLESS, VX_General_Compressor},
+    {JPEG_LS_LOSSY, VX_General_Compressor},
+    {JPEG_2000_LOSSLESS_ONLY, VX_General_Compressor},
+    {JPEG_2000, VX_General_Compressor},
+};
+// Transfer syntaxes that the library does not know, whose frames one of its codecs takes apart.
+struct Decodable {
+  const char* uid;
+  VX_TRANSFER_SYNTAX decoder;
+};
+constexpr Decodable kDecodable[] = {
+    {"1.2.840.10008.1.2.4.201", JPEG_2000},  // high throughput: other coding of the same blocks
+    {"1.2.840.10008.1.2.4.202", JPEG_2000},
+    {"1.2.840.10008.1.2.4.203", JPEG_2000},
 };
 const Coding* coding_of(VX_TRANSFER_SYNTAX syntax) {
   const auto* found = std::find_if(std::begin(kCodings), std::end(kCodings),
@@ -71,9 +82,10 @@ const Coding* coding_of(VX_TRANSFER_SYNTAX syntax) {
   return found != std::end(kCodings) ? found : nullptr;
 }
 // What codecs look at, or say about their work.
-constexpr uint32_t kImageTags[] = {0x00080008, 0x00082111, 0x00280002, 0x00280004, 0x00280006,
-                                   0x00280010, 0x00280011, 0x00280100, 0x00280101, 0x00280102,
-                                   0x00280103, 0x00282110, 0x00282112, 0x00282114};
+constexpr uint32_t kImageTags[] = {0x00080008, 0x00082111, 0x00280002, 0x00280004, 0x00280006, 0x00280010,
+                                   0x00280011, 0x00280100, 0x00280101, 0x00280102, 0x00280103, 0x00282110,
+                                   0x00282112, 0x00282114, 0x00480006, 0x00480007};
+constexpr uint32_t kDescriptionTag = 0x00082111;
 constexpr uint32_t kLossyTag = 0x00282110;
 constexpr uint32_t kRatioTag = 0x00282112;
 constexpr uint32_t kMethodTag = 0x00282114;
@@ -86,11 +98,59 @@ uint64_t number(const std::string& text) {
   return std::strtoull(text.c_str(), nullptr, 10);
 }
 
+// The syntax whose codec takes frames apart; 0 if none does.
+VX_TRANSFER_SYNTAX decoder_of(VX_TRANSFER_SYNTAX syntax) {
+  if (coding_of(syntax) != nullptr) return syntax;
+  const std::string uid = uid_of_syntax(syntax);
+  const auto* found = std::find_if(std::begin(kDecodable), std::end(kDecodable),
+                                   [&](const Decodable& row) { return uid == row.uid; });
+  return found != std::end(kDecodable) ? found->decoder : 0;
+}
+
 // Why frames of this form can not be decompressed; empty if they can.
-std::string decompression_fault(const FrameForm& form, const std::string& uid) {
-  if (!form.decompresses() || can_decompress(form.from)) return "";
+std::string decompression_fault(const FrameForm& form) {
+  if (!form.decompresses() || form.decoder != 0) return "";
+  const std::string uid = uid_of_syntax(form.from);
   return "its pixel data is compressed in a way that this program can not undo" +
-         (uid.empty() ? "; its transfer syntax is not known" : ": " + uid);
+         (uid.empty() ? "; its transfer syntax is not known" : ": " + describe_uid(uid));
+}
+
+bool is_cosine(VX_TRANSFER_SYNTAX syntax) {
+  return syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4;
+}
+
+// What one more lossy step says stands behind what earlier ones said (PS3.3 section C.7.6.1.1.5).
+std::string behind(const std::string& before, const char* separator, const std::string& text) {
+  return before.empty() ? text : before + separator + text;
+}
+
+// A new item of a sequence, or -1.
+int32_t add_item(int32_t object, const char* keyword, uint32_t tag, const std::string& value) {
+  std::vector<PathStep> path;
+  std::vector<Place> places;
+  if (!parse_path(std::string(keyword) + "[+]." + format_tag(tag), path).empty()) return -1;
+  if (!resolve_path(object, path, true, places).empty() || places.empty()) return -1;
+  set_all_text(places[0].object, tag, value);
+  return places[0].object;
+}
+
+bool add_code(int32_t object, const char* keyword, const char* code, const char* meaning) {
+  const int32_t item = add_item(object, keyword, 0x00080100, code);
+  if (item < 0) return false;
+  set_all_text(item, 0x00080102, "DCM");
+  set_all_text(item, 0x00080104, meaning);
+  return true;
+}
+
+// What a lossy copy was made from, and how (PS3.3 section C.7.6.1.1.3; context groups 7202 and 7203).
+bool add_derivation(int32_t id, bool from_compressed) {
+  const int32_t item = add_item(id, "SourceImageSequence", 0x00081150, text_of(id, 0x00080016));
+  if (item < 0) return false;
+  set_all_text(item, 0x00081155, text_of(id, 0x00080018));
+  return add_code(
+             item, "PurposeOfReferenceCodeSequence", from_compressed ? "121322" : "121320",
+             from_compressed ? "Source image for image processing operation" : "Uncompressed predecessor") &&
+         add_code(id, "DerivationCodeSequence", "113040", "Lossy Compression");
 }
 
 }  // namespace
@@ -105,19 +165,18 @@ bool has_compressed_pixels(const DicomFile& file, int32_t item) {
 }
 
 // An icon without its compression, which is right in every transfer syntax (PS3.5 section A.4).
-std::string decompress_icon(const DicomFile& file, int32_t item) {
+std::string decompress_icon(const DicomFile& file, int32_t item, const FrameForm& image) {
   FrameSource source;
   if (std::string problem = source.open(file, item, file.syntax()); !problem.empty()) return problem;
-  FrameForm form;
-  form.from = file.syntax();
-  form.to = EXPLICIT_LITTLE_ENDIAN;
+  FrameForm form(file.syntax(), EXPLICIT_LITTLE_ENDIAN);
+  form.notes = image.notes;
   form.read(item);
   FrameWorker worker(source, form);
   Bytes pixels;
   if (std::string problem = worker.convert(0, pixels); !problem.empty()) return problem;
   for (const uint32_t tag : kImageTags) {
     const std::string text = all_text_of(worker.result(), tag);
-    if (text != form.text(tag)) set_all_text(item, tag, text);
+    if (text != form.stored_text(tag)) set_all_text(item, tag, text);
   }
   VX_Delete_Attribute(item, kPixelData);
   const VX_STATUS status =
@@ -128,7 +187,7 @@ std::string decompress_icon(const DicomFile& file, int32_t item) {
 }
 
 // Those in the items of an object, at any depth.
-std::string decompress_icons(const DicomFile& file, int32_t object, int depth) {
+std::string decompress_icons(const DicomFile& file, int32_t object, const FrameForm& image, int depth) {
   uint32_t tag = 0;
   VX_VR vr = 0;
   std::vector<uint32_t> sequences;
@@ -139,8 +198,8 @@ std::string decompress_icons(const DicomFile& file, int32_t object, int depth) {
   std::string problem;
   for (const uint32_t sequence : sequences) {
     for (const int32_t item : sequence_items(object, sequence)) {
-      if (has_compressed_pixels(file, item)) problem = decompress_icon(file, item);
-      if (problem.empty()) problem = decompress_icons(file, item, depth + 1);
+      if (has_compressed_pixels(file, item)) problem = decompress_icon(file, item, image);
+      if (problem.empty()) problem = decompress_icons(file, item, image, depth + 1);
       if (!problem.empty()) return problem;
     }
   }
@@ -149,25 +208,61 @@ std::string decompress_icons(const DicomFile& file, int32_t object, int depth) {
 
 }  // namespace
 
+FrameForm::FrameForm(VX_TRANSFER_SYNTAX source, VX_TRANSFER_SYNTAX target)
+    : from(source),
+      to(target),
+      decoder(decoder_of(source)),
+      inflates(uid_of_syntax(source) == kDeflatedFrames) {}
+
 void FrameForm::read(int32_t object) {
   VX_Get_Attribute_Info(object, kPixelData, &vr, nullptr);
   for (const uint32_t tag : kImageTags) {
-    if (std::string text = all_text_of(object, tag); !text.empty()) attributes.emplace_back(tag, text);
+    if (std::string text = all_text_of(object, tag); !text.empty()) stored.emplace_back(tag, text);
   }
+  attributes = stored;
+  if (!has_half_colour()) return;
+  // The library makes RGB of half colour that its own cosine codecs wrote. What others did comes as it is,
+  // but whole; so does what is to be compressed without loss.
+  char format[16] = "";
+  VX_Get_String_Config_Value(VX_CFG_COMPRESSION_RGB_TRANSFORM_FORMAT, sizeof format, format);
+  const bool becomes_rgb = is_cosine(from) && std::string_view(format) == "YBR_FULL_422";
+  unpacks = is_uncompressed(from) && compresses() && !is_cosine(to);
+  if (unpacks || (decompresses() && !becomes_rgb)) relabel("YBR_FULL");
+}
+
+void FrameForm::relabel(const char* photometric) {
+  for (auto& [tag, text] : attributes) {
+    if (tag == kPhotometric) text = photometric;
+  }
+}
+
+bool FrameForm::has_half_colour() const {
+  return text(kPhotometric).starts_with("YBR_FULL_422");
 }
 
 uint64_t FrameForm::image_bits() const {
   // Two pixels share their colour where that is not yet compressed (PS3.3 section C.7.6.3.1.2).
-  const bool packed = !decompresses() && text(0x00280004).starts_with("YBR_FULL_422");
+  const bool packed = !decompresses() && has_half_colour();
   const auto value = [this](uint32_t tag) { return std::min<uint64_t>(number(text(tag)), UINT16_MAX); };
   return value(0x00280010) * value(0x00280011) * (packed ? 2 : value(0x00280002)) * value(0x00280100);
 }
 
-std::string FrameForm::text(uint32_t tag) const {
+namespace {
+
+std::string find_text(const FrameForm::Attributes& attributes, uint32_t tag) {
   for (const auto& [known, text] : attributes) {
     if (known == tag) return text;
   }
   return "";
+}
+
+}  // namespace
+
+std::string FrameForm::text(uint32_t tag) const {
+  return find_text(attributes, tag);
+}
+std::string FrameForm::stored_text(uint32_t tag) const {
+  return find_text(stored, tag);
 }
 
 bool find_syntax(const std::string& text, VX_TRANSFER_SYNTAX& syntax) {
@@ -199,7 +294,7 @@ VX_COMPRESSION_CALLBACK compressor_of(VX_TRANSFER_SYNTAX syntax) {
 }
 
 bool can_decompress(VX_TRANSFER_SYNTAX syntax) {
-  return coding_of(syntax) != nullptr;
+  return decoder_of(syntax) != 0;
 }
 
 bool is_lossy(VX_TRANSFER_SYNTAX syntax) {
@@ -213,18 +308,17 @@ FrameDecoder::FrameDecoder() = default;
 FrameDecoder::~FrameDecoder() = default;
 
 std::string FrameDecoder::open(const DicomFile& file) {
-  form_.from = file.syntax();
-  form_.to = EXPLICIT_LITTLE_ENDIAN;
-  const std::string uid = uid_of_syntax(form_.from);
-  form_.inflates = uid == kDeflatedFrames;
+  form_ = FrameForm(file.syntax(), EXPLICIT_LITTLE_ENDIAN);
   if (std::string problem = source_.open(file, file.id(), form_.from); !problem.empty()) return problem;
   form_.read(file.id());
-  if (std::string fault = decompression_fault(form_, uid); !fault.empty()) return fault;
-  worker_ = std::make_unique<FrameWorker>(source_, form_);
+  if (form_.has_half_colour()) form_.relabel("YBR_FULL");
+  fault_ = decompression_fault(form_);
+  if (fault_.empty()) worker_ = std::make_unique<FrameWorker>(source_, form_);
   return "";
 }
 
 std::string FrameDecoder::frame(uint32_t number, Bytes& bytes) try {
+  if (!fault_.empty()) return fault_;
   if (number >= source_.count()) return "there is no such frame";
   if (form_.inflates) return worker_->convert(number, bytes);
   return worker_->decompress(number, &bytes, FrameWorker::append);
@@ -250,20 +344,21 @@ bool RecodedPixels::needed(const DicomFile& file, VX_TRANSFER_SYNTAX target) {
 std::string RecodedPixels::attach(DicomFile& file, VX_TRANSFER_SYNTAX target, unsigned threads,
                                   When when) try {
   VX_Set_Bool_Config_Value(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE, 1);
-  form_.from = file.syntax();
-  form_.to = target;
+  form_ = FrameForm(file.syntax(), target);
   threads_ = threads;
   path_ = file.path();
-  const std::string uid = uid_of_syntax(form_.from);
-  form_.inflates = uid == kDeflatedFrames;
-  if (std::string fault = decompression_fault(form_, uid); !fault.empty()) return fault;
+  if (std::string fault = decompression_fault(form_); !fault.empty()) return fault;
   if (form_.compresses() && compressor_of(target) == nullptr)
     return "there is no compressor for this transfer syntax";
   if (std::string problem = source_.open(file, file.id(), form_.from); !problem.empty()) return problem;
   form_.read(file.id());
+  if (form_.unpacks && number(form_.text(0x00280011)) % 2 != 0)
+    return "pairs of pixels that share their colour need an even number of columns";
+  joins_ = !form_.compresses() && number(form_.text(0x00280100)) == 1 && form_.image_bits() % 8 != 0 &&
+           source_.count() > 1;
   conveyor_ = nullptr;
   if (form_.decompresses()) {
-    if (std::string problem = decompress_icons(file, file.id(), 0); !problem.empty()) return problem;
+    if (std::string problem = decompress_icons(file, file.id(), form_, 0); !problem.empty()) return problem;
   }
   if (std::string problem = convert_first(); !problem.empty()) return problem;
   late_table_ = when == When::AsWritten && fits_late_table();
@@ -283,7 +378,9 @@ std::string RecodedPixels::convert_first() {
   for (const uint32_t tag : kImageTags) {
     if (worker.result() < 0) break;
     const std::string text = all_text_of(worker.result(), tag);
-    if (text != form_.text(tag)) changes_.emplace_back(tag, text);
+    if (tag == kMethodTag) method_ = text;
+    if (tag == kDescriptionTag) description_ = text;
+    if (text != form_.stored_text(tag)) changes_.emplace_back(tag, text);
   }
   form_.compresses_alone = form_.compresses() && !form_.decompresses() && !is_lossy(form_.to) &&
                            changes_.empty() && form_.image_bits() % 16 == 0;
@@ -321,10 +418,14 @@ std::string RecodedPixels::store(const Bytes& frame, uint32_t number) {
   } else if (!has_right_size(frame, number)) {
     return kOtherSize;
   }
-  return spill_.append(frame.data(), frame.size());
+  if (!joins_) return spill_.append(frame.data(), frame.size());
+  joined_.clear();
+  joiner_.add(frame, form_.image_bits(), number + 1 == source_.count(), joined_);
+  return spill_.append(joined_.data(), joined_.size());
 }
 
 bool RecodedPixels::has_right_size(const Bytes& frame, uint32_t number) const {
+  if (joins_) return frame.size() >= (form_.image_bits() + 7) / 8;
   const uint64_t pad = number + 1 == source_.count() ? frame_bytes_ * source_.count() % 2 : 0;
   return frame.size() == frame_bytes_ + (number == 0 ? 0 : pad);
 }
@@ -333,26 +434,15 @@ std::string RecodedPixels::bring_in_line(DicomFile& file) {
   const int32_t id = file.id();
   const uint64_t bits = number(form_.text(0x00280100));
   const uint64_t image_bits = form_.image_bits();
+  const bool lossy = is_lossy(form_.to) && (form_.to != JPEG_LS_LOSSY || form_.notes->lost);
   if (!form_.compresses()) {
-    if (bits == 1 && image_bits % 8 != 0 && source_.count() > 1)
-      return "its frames of single bits do not end at a byte, which this program can not join";
     if (!spilled_) frame_bytes_ = first_frame_.size();
-    length_ = frame_bytes_ * source_.count();
+    length_ = joins_ ? (image_bits * source_.count() + 7) / 8 : frame_bytes_ * source_.count();
     if (length_ > kUndefined - 2) return "its pixel data would have more than 4 GiB";
   }
   for (const auto& [tag, text] : changes_) set_all_text(id, tag, text);
-  if (is_lossy(form_.to)) {
-    if (form_.to == JPEG_LS_LOSSY) {
-      set_all_text(id, kLossyTag, "01");
-      set_all_text(id, kMethodTag, "ISO_14495_1");
-    }
-    char ratio[48];
-    const double size = static_cast<double>(head().size() + spill_.size());
-    std::snprintf(ratio, sizeof ratio, "%.2f", static_cast<double>(image_bits / 8 * source_.count()) / size);
-    set_all_text(id, kRatioTag, ratio);
-    const std::string uid = new_uid();
-    set_all_text(id, 0x00080018, uid);
-    set_all_text(id, 0x00020003, uid);
+  if (lossy) {
+    if (std::string problem = tell_of_loss(id); !problem.empty()) return problem;
   }
   for (const uint32_t tag : kFormTags) VX_Delete_Attribute(id, tag);
   VX_Set_Value_To_Empty(id, kPixelData);
@@ -364,6 +454,35 @@ std::string RecodedPixels::bring_in_line(DicomFile& file) {
     status = VX_Register_Callback_Function(application_, kPixelData, this, callback);
   if (status == VX_NORMAL_COMPLETION) status = VX_Set_Message_Callbacks(application_, id);
   return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
+}
+
+// In the object of a lossy copy, which is another instance.
+std::string RecodedPixels::tell_of_loss(int32_t id) const {
+  constexpr std::size_t kMostDescription = 1024;
+  const bool near = form_.to == JPEG_LS_LOSSY;
+  char ratio[48];
+  const double size = static_cast<double>(head().size() + spill_.size());
+  std::snprintf(ratio, sizeof ratio, "%.2f",
+                static_cast<double>(form_.image_bits() / 8 * source_.count()) / size);
+  set_all_text(id, kLossyTag, "01");
+  set_all_text(id, kMethodTag, behind(form_.stored_text(kMethodTag), "\\", near ? "ISO_14495_1" : method_));
+  set_all_text(id, kRatioTag, behind(form_.stored_text(kRatioTag), "\\", ratio));
+  const std::string description = behind(form_.stored_text(kDescriptionTag), "; ", description_);
+  if (!near && description.size() <= kMostDescription) set_all_text(id, kDescriptionTag, description);
+  if (!add_derivation(id, form_.decompresses())) return "can not add what it was made from";
+  const std::string uid = new_uid();
+  set_all_text(id, 0x00080018, uid);
+  set_all_text(id, 0x00020003, uid);
+  return "";
+}
+
+std::string RecodedPixels::finding() const {
+  const uint32_t filled = form_.notes->filled_up;
+  if (filled != 0)
+    return std::to_string(filled) + (filled == 1 ? " frame is" : " frames are") +
+           " cut short: what is missing was filled up";
+  if (source_.surplus() == 0) return "";
+  return std::to_string(source_.surplus()) + " bytes behind its last frame are left out";
 }
 
 VX_STATUS RecodedPixels::callback(int32_t, uint32_t, void* user, VX_CALLBACK_REQUEST request, uint32_t* size,
@@ -408,6 +527,7 @@ bool RecodedPixels::next_piece(bool first, bool& ended) {
     frame_ = 0;
     conveyor_ = nullptr;
     placed_ = false;
+    joiner_ = {};
   }
   if (spilled_) return next_of_spill(first, ended);
   const uint32_t number = frame_++;
@@ -423,6 +543,13 @@ bool RecodedPixels::next_piece(bool first, bool& ended) {
     problem_ = conveyor_->next(piece_);
     if (problem_.empty() && !form_.compresses() && !has_right_size(piece_, number)) problem_ = kOtherSize;
     if (!problem_.empty()) return false;
+  }
+  if (joins_) {
+    joined_.clear();
+    joiner_.add(piece_, form_.image_bits(), ended, joined_);
+    piece_.swap(joined_);
+    if (ended && length_ % 2 != 0) piece_.append("", 1);
+    return true;
   }
   if (form_.compresses()) note_item(number);
   if (number == 0 && sink_ != nullptr) sink_->watch(piece_.data());

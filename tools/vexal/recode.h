@@ -2,9 +2,11 @@
 // are several frames, and with the same result on any number of them.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "files.h"
@@ -30,15 +32,30 @@ bool is_lossy(VX_TRANSFER_SYNTAX syntax);
 
 // What all frames of an image have in common.
 struct FrameForm {
+  using Attributes = std::vector<std::pair<uint32_t, std::string>>;
+  // What came of the frames, whichever thread made them.
+  struct Notes {
+    std::atomic<uint32_t> filled_up{0};  // frames that had too little data
+    std::atomic<bool> lost{false};       // something of the image
+  };
   VX_TRANSFER_SYNTAX from = 0;
   VX_TRANSFER_SYNTAX to = 0;
+  VX_TRANSFER_SYNTAX decoder = 0;  // whose codec takes the frames apart
   VX_VR vr = VX_VR_OB;
-  std::vector<std::pair<uint32_t, std::string>> attributes;
+  Attributes stored;      // as the object has them
+  Attributes attributes;  // as the codecs are to see them
+  std::shared_ptr<Notes> notes = std::make_shared<Notes>();
+  FrameForm() = default;
+  FrameForm(VX_TRANSFER_SYNTAX source, VX_TRANSFER_SYNTAX target);
   void read(int32_t object);
+  void relabel(const char* photometric);
+  bool has_half_colour() const;          // two pixels share a sample of each colour
   std::string text(uint32_t tag) const;  // of an attribute, "" if it is not there
-  uint64_t image_bits() const;           // of a frame without compression
-  bool inflates = false;                 // frames are deflated, each on its own (PS3.5 section 10.20)
-  bool compresses_alone = false;         // frames that are compressed leave all attributes as they are
+  std::string stored_text(uint32_t tag) const;
+  uint64_t image_bits() const;    // of a frame without compression
+  bool inflates = false;          // frames are deflated, each on its own (PS3.5 section 10.20)
+  bool unpacks = false;           // half colour becomes whole on the way to the compressor
+  bool compresses_alone = false;  // frames that are compressed leave all attributes as they are
   bool decompresses() const { return !is_uncompressed(from) && !inflates; }
   bool compresses() const { return !is_uncompressed(to); }
 };
@@ -54,15 +71,20 @@ class FrameDecoder {
   // open. An error text, empty on success.
   std::string open(const DicomFile& file);
   // Adds the bytes of a frame (from 0): as the object describes them, but in the photometric interpretation
-  // that its decompressor gives. Where half the colour is stored, half of it comes. An error text, empty on
+  // that its decompressor gives. Colour that is stored at half the width comes whole. An error text, empty on
   // success.
   std::string frame(uint32_t number, Bytes& bytes);
-  // Likewise in its compressed form.
+  // Likewise in its compressed form, which needs no decoder.
   std::string code_stream(uint32_t number, Bytes& bytes) const;
+  // All frames are one stream then.
+  bool is_video() const { return source_.is_video(); }
+  // Frames so far that had too little data and were filled up.
+  uint32_t filled_up() const { return form_.notes->filled_up; }
 
  private:
   FrameSource source_;
   FrameForm form_;
+  std::string fault_;  // why they can not be decompressed
   std::unique_ptr<FrameWorker> worker_;
 };
 
@@ -88,6 +110,8 @@ class RecodedPixels {
   std::string write(const DicomFile& file, FileSink& sink, int32_t pad);
   // Why the pixels could not be had, if that was the error.
   const std::string& problem() const { return problem_; }
+  // What of the image did not come through although all went well; empty if nothing is missing.
+  std::string finding() const;
 
  private:
   std::string convert_first();
@@ -95,6 +119,7 @@ class RecodedPixels {
   std::string store(const Bytes& frame, uint32_t number);
   bool has_right_size(const Bytes& frame, uint32_t number) const;
   std::string bring_in_line(DicomFile& file);
+  std::string tell_of_loss(int32_t id) const;
   bool fits_late_table() const;
   std::string head() const;
   void note_item(uint32_t number);
@@ -115,7 +140,12 @@ class RecodedPixels {
   bool late_table_ = false;        // the offsets are filled in behind the last frame
   std::vector<uint32_t> offsets_;  // of the frames in the value
   FileSink* sink_ = nullptr;
-  std::vector<std::pair<uint32_t, std::string>> changes_;  // of attributes
+  FrameForm::Attributes changes_;  // of attributes
+  std::string method_;             // of a lossy compression, and what it says of itself
+  std::string description_;
+  bool joins_ = false;  // frames of single bits that do not end at a byte
+  BitJoiner joiner_;
+  Bytes joined_;
   Bytes first_frame_;
   uint64_t frame_bytes_ = 0;  // of each frame, where the value is not encapsulated
   uint64_t length_ = 0;       // of that value

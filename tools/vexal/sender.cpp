@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 
+#include "names.h"
 #include "recode.h"
 #include "session.h"
 
@@ -149,6 +150,7 @@ VX_STATUS ObjectSender::send_object(int32_t association, const ObjectFile& file,
   // Nothing has gone out when a frame turns out to be broken.
   if (RecodedPixels::needed(object, syntax))
     problem = pixels.attach(object, syntax, 1, RecodedPixels::When::Ahead);
+  if (problem.empty()) problem = pixels.finding();
   if (!problem.empty()) return VX_COMPRESSION_FAILURE;
   status = object.become_message(service_of_class(file.sop_class).c_str(), C_STORE_RQ);
   if (status == VX_NORMAL_COMPLETION) status = VX_Set_Message_Transfer_Syntax(object.id(), syntax);
@@ -165,7 +167,8 @@ ObjectSender::Result ObjectSender::send(int32_t association, const std::vector<A
                                         const ObjectFile& file, std::string& problem) {
   const VX_TRANSFER_SYNTAX syntax = choose(accepted, file);
   if (syntax == 0) {
-    problem = "the peer takes no " + service_or_uid(file.sop_class) + " in " + uid_of_syntax(file.syntax);
+    problem = "the peer takes no " + service_or_uid(file.sop_class) + " in " +
+              describe_uid(uid_of_syntax(file.syntax));
     return Result::Refused;
   }
   CurrentFile current(file.path);

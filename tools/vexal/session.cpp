@@ -1,7 +1,10 @@
 #include "session.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
+#include <utility>
 
 #include "embedded.h"
 #include "names.h"
@@ -15,10 +18,22 @@ bool embedded = false;
 thread_local const std::string* current_file = nullptr;
 thread_local bool warnings_muted = false;
 thread_local bool errors_muted = false;
+thread_local bool filled_up = false;
+bool quiet = false;
+
+// Lines of the library that are no news: what they tell of is looked after.
+constexpr std::string_view kNoNews[] = {"Error. Planar Configuration is not 0",
+                                        "There are 1 bytes more than"};
 
 // The library's messages become lines on standard error. The receiver runs on the thread that logged.
 void receive_log(const VX_LOG_RECORD* record) {
-  if (record->Type != 1 ? warnings_muted : errors_muted) return;
+  const std::string_view message = record->Message;
+  if (message.starts_with("Invalid format of JPEG") && message.find("bytes data short") != message.npos)
+    filled_up = true;
+  if (quiet || (record->Type != 1 ? warnings_muted : errors_muted)) return;
+  if (std::any_of(std::begin(kNoNews), std::end(kNoNews),
+                  [&](auto text) { return message.starts_with(text); }))
+    return;
   const char* level = record->Type == 1 ? "error" : record->Type == 2 ? "warning" : "info";
   const std::string source = current_file != nullptr ? shown(*current_file) : "vexal";
   std::fprintf(stderr, "%s: %s: %s\n", source.c_str(), level, shown(record->Message).c_str());
@@ -39,7 +54,7 @@ void set_up_log(const Args& args) {
   VX_Set_Bool_Config_Value(VX_CFG_LOG_FILE_BACKUP, 0);
   VX_Set_String_Config_Value(VX_CFG_LOG_FILE, "/dev/null");
   for (VX_LOG_KEY key = 0; key < VX_LOG_KEY_COUNT; ++key) VX_Set_Log_Destination(key, VX_LOG_OFF);
-  if (args.has("--quiet")) return;
+  quiet = args.has("--quiet");
   VX_Register_Enhanced_MemoryLog_Function(receive_log);
   VX_Set_Log_Destination(VX_CFG_WARNING_MESSAGE, 0);
   if (args.has("--verbose")) VX_Set_Log_Destination(VX_CFG_INFO_MESSAGE, 0);
@@ -100,6 +115,10 @@ MutedWarnings::MutedWarnings(bool errors_too) {
 }
 MutedWarnings::~MutedWarnings() {
   warnings_muted = errors_muted = false;
+}
+
+bool frame_was_filled_up() {
+  return std::exchange(filled_up, false);
 }
 
 void report(const std::string& path, const std::string& text) {

@@ -47,6 +47,9 @@ class MutedWarnings {
   MutedWarnings& operator=(const MutedWarnings&) = delete;
 };
 
+// True if a decoder has filled up a frame on this thread since the last call: it had too little data for it.
+bool frame_was_filled_up();
+
 // One line about a file: "PATH: offset 12 (0028,0010) Rows: text".
 void report(const std::string& path, const std::string& text);
 std::string describe_failure(VX_STATUS status, int64_t offset, uint32_t tag);

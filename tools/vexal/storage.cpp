@@ -181,6 +181,7 @@ bool ObjectWriter::convert(FileSink& converted, const StoredObject& stored) {
     if (problem.empty()) status = file.set_syntax(options_.syntax);
     if (problem.empty() && status != VX_NORMAL_COMPLETION) problem = VX_Error_Message(status);
     if (problem.empty()) problem = pixels.write(file, converted, 0);
+    if (problem.empty()) problem = pixels.finding();
     return "";
   });
   if (!failure.empty()) return false;  // placing it tells
