@@ -1771,8 +1771,8 @@ VX_API VX_STATUS VX_RLE_Decompressor(int32_t MsgID, void** Context, uint32_t Dat
  *   COMPRESSION_J2K_LOSSY_QUALITY, with COMPRESSION_J2K_LOSSY_USE_QUALITY  tenths of the bits of a pixel that
  *     are written; 0 writes as little as can be
  * Bits above Bits Stored that repeat the sign are left out and come back; others make lossless codecs keep
- * all bits allocated, and lossy ones refuse. JPEG knows no sign: in a signed image the step from -1 to 0 is one
- * over the whole range, and costs as much. VX_CALLBACK_CANNOT_COMPLY, after lines in the log.
+ * all bits allocated, and lossy ones refuse. JPEG knows no sign: in a signed image the step from -1 to 0 is
+ * one over the whole range, and costs as much. VX_CALLBACK_CANNOT_COMPLY, after lines in the log.
  */
 VX_API VX_STATUS VX_Standard_Compressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
                                         uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
@@ -1790,10 +1790,10 @@ VX_API VX_STATUS VX_Standard_Decompressor(int32_t MsgID, void** Context, uint32_
 
 /*
  * Compresses whatever its target takes, without the checks of VX_RLE_Compressor and VX_Standard_Compressor on
- * photometric interpretations: palettes and YBR_FULL without loss, YBR_FULL also as JPEG, colour of 16 bits as
- * JPEG Lossless, JPEG-LS and JPEG 2000, 1 and 32 bits allocated as RLE. Colour keeps its label where the codec
- * does not transform it. For programs that compress images of others. VX_CALLBACK_CANNOT_COMPLY, after lines
- * in the log.
+ * photometric interpretations: palettes and YBR_FULL without loss, YBR_FULL also as JPEG, colour of 16 bits
+ * as JPEG Lossless, JPEG-LS and JPEG 2000, 1 and 32 bits allocated as RLE. Colour keeps its label where the
+ * codec does not transform it. For programs that compress images of others. VX_CALLBACK_CANNOT_COMPLY, after
+ * lines in the log.
  */
 VX_API VX_STATUS VX_General_Compressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
                                        uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
@@ -1803,9 +1803,9 @@ VX_API VX_STATUS VX_General_Compressor(int32_t MsgID, void** Context, uint32_t D
  * Decompresses whatever the codecs can, without the checks of the two decompressors above: also JPEG with
  * spectral selection and progressive JPEG, JPEG Lossless with all predictors under its older syntax, every
  * photometric interpretation, RLE with 1 and 32 bits allocated. Colour comes out as the image is labelled,
- * but YBR_ICT and YBR_RCT as RGB. Where the object has Total Pixel Matrix Columns, a stream that is smaller than
- * the frame fills it from its upper left, its last row and column repeated. For programs that show or convert images of others.
- * VX_CALLBACK_CANNOT_COMPLY, after lines in the log.
+ * but YBR_ICT and YBR_RCT as RGB. Where the object has Total Pixel Matrix Columns, a stream that is smaller
+ * than the frame fills it from its upper left, its last row and column repeated. For programs that show or
+ * convert images of others. VX_CALLBACK_CANNOT_COMPLY, after lines in the log.
  */
 VX_API VX_STATUS VX_General_Decompressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
                                          uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
