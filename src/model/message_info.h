@@ -24,6 +24,7 @@ struct ValTagObj {
   const char* Condition;           // name of the predicate, or null
   std::string_view ConditionRule;  // what it says; empty for one that nothing can be told of
   uint16_t MaxValueNumber;
+  bool MayBePresent;      // also where the condition does not hold
   int32_t AttributeType;  // 0 "1", 1 "1C", 2 "2", 3 "2C", 4 "3", 7 not set
 };
 enum : int32_t { kType1 = 0, kType1C = 1, kType2 = 2, kType2C = 3, kType3 = 4, kTypeNotSet = 7 };

@@ -30,6 +30,8 @@ enum Parameter : uint16_t {
   kLastEnumerated = 1000,
   kLastDefined = 1999,
   kConditionName = 2000,
+  kConditionRule = 2001,
+  kOtherwise = 2002,
   kVrLetters = 9500,
   kDefaultValue = 9600,
   kCreatorCode = 9700,
@@ -236,7 +238,7 @@ class Builder {
   VX_STATUS start(uint32_t tag);
   VX_STATUS valid_value(uint16_t number, bool enumerated, std::string_view data);
   VX_STATUS default_value(std::string_view data);
-  VX_STATUS condition(std::string_view data);
+  VX_STATUS condition(std::string_view data, bool named);
   VX_STATUS attach_creator();
   bool to_stored_form(std::string_view& data, char (&binary)[8]) const;
   VX_STATUS append_text(TagObj& attribute, std::string_view text);
@@ -348,14 +350,15 @@ VX_STATUS Builder::default_value(std::string_view data) {
   return append_text(*current_, data);
 }
 
-VX_STATUS Builder::condition(std::string_view data) {
+// By the name of a predicate, or as a rule that stands at the place itself.
+VX_STATUS Builder::condition(std::string_view data, bool named) {
   if (data.empty()) return kOk;
   char* name = duplicate_text(data.data());
   if (name == nullptr) return VX_SYSTEM_ERROR;
   release(const_cast<char*>(current_->Template->Condition));
   current_->Template->Condition = name;
-  current_->Template->ConditionRule = {};
-  if (find_condition != nullptr && !find_condition(data, current_->Template->ConditionRule)) {
+  current_->Template->ConditionRule = named ? std::string_view() : std::string_view(name);
+  if (named && find_condition != nullptr && !find_condition(data, current_->Template->ConditionRule)) {
     VX_LOG_WARN(kFunction, "Unknown validate function: %s", name);
   }
   return kOk;
@@ -376,7 +379,11 @@ VX_STATUS Builder::record(uint32_t tag, uint16_t parameter, std::string_view dat
   }
   switch (parameter) {
     case kConditionName:
-      return condition(data);
+    case kConditionRule:
+      return condition(data, parameter == kConditionName);
+    case kOtherwise:
+      current_->Template->MayBePresent = data == "may";
+      return kOk;
     case kVrLetters: {
       const int32_t vr = data.size() < 2 ? -1 : vr_from_letters(data[0], data[1]);
       if (vr < 0 || vr == VX_VR_UN) {

@@ -21,6 +21,7 @@ struct Clause {
   std::string_view tags;
   int32_t value_number = 1;  // 0: any
   bool lenient = false;      // a value that can't be read fails
+  bool open = false;         // what fails can't be told
   Verb verb = nullptr;
   std::string_view arguments;
 };
@@ -227,6 +228,10 @@ Clause parse_clause(std::string_view text) {
   char separator = '\0';
   std::string_view rest = trim(text);
   clause.tags = take_part(rest, " ", separator);
+  if (clause.tags.ends_with('!')) {
+    clause.open = true;
+    clause.tags.remove_suffix(1);
+  }
   if (clause.tags.ends_with('?')) {
     clause.lenient = true;
     clause.tags.remove_suffix(1);
@@ -243,29 +248,69 @@ Clause parse_clause(std::string_view text) {
   return clause;
 }
 
+constexpr int32_t kNoObject = -1;  // holds nothing
+
+int32_t first_item(int32_t object_id, uint32_t sequence) {
+  const TagObj* attribute = object_id == kNoObject ? nullptr : look_up(object_id, sequence);
+  if (attribute == nullptr || attribute->VR != VX_VR_SQ || attribute->FirstValue == nullptr) return kNoObject;
+  const auto* item = static_cast<const MsgObj*>(attribute->FirstValue->Data);
+  return item != nullptr ? item->ID : kNoObject;
+}
+
+// Cuts what leads to another object off a tag. False where the scope does not reach there.
+bool find_holder(std::string_view& tag, const Scope* scope, int32_t& object_id) {
+  if (tag.starts_with('~')) {
+    tag.remove_prefix(1);
+    while (scope->outer != nullptr) scope = scope->outer;
+    const MsgObj* object = find_object(scope->object_id);
+    if (object == nullptr || object->ObjectKind == Kind::Item) return false;
+  }
+  for (; tag.starts_with('^'); tag.remove_prefix(1)) {
+    scope = scope->outer;
+    if (scope == nullptr) return false;
+  }
+  object_id = scope->object_id;
+  for (std::size_t at = tag.find('>'); at != std::string_view::npos; at = tag.find('>')) {
+    object_id = first_item(object_id, to_number<uint32_t>(tag.substr(0, at), 16));
+    tag.remove_prefix(at + 1);
+  }
+  return true;
+}
+
+int32_t evaluate_tag(const Clause& clause, std::string_view text, const Scope& scope, uint32_t own_tag) {
+  int32_t object_id = scope.object_id;
+  if (!find_holder(text, &scope, object_id)) return kConditionUnknown;
+  const uint32_t tag = text == "own" ? own_tag : to_number<uint32_t>(text, 16);
+  return clause.verb(object_id, tag, clause);
+}
+
 // Of several tags all, or one, must fulfil the verb; a value that can't be read ends the search.
-int32_t evaluate_clause(const Clause& clause, int32_t object_id, uint32_t own_tag) {
-  if (clause.verb == nullptr) return kConditionUnknown;
+int32_t evaluate_tags(const Clause& clause, const Scope& scope, uint32_t own_tag) {
   std::string_view rest = clause.tags;
   char separator = '\0';
   int32_t deciding = kConditionHolds;
   do {
     const std::string_view text = take_part(rest, ",/", separator);
-    const uint32_t tag = text == "own" ? own_tag : to_number<uint32_t>(text, 16);
-    int32_t result = clause.verb(object_id, tag, clause);
+    int32_t result = evaluate_tag(clause, text, scope, own_tag);
     if (result == kConditionUnknown && clause.lenient) result = kConditionFails;
     if (separator != '\0') deciding = separator == '/' ? kConditionHolds : kConditionFails;
     if (separator == '\0' || result == deciding || result == kConditionUnknown) return result;
   } while (true);
 }
 
-int32_t evaluate_clauses(std::string_view rule, int32_t object_id, uint32_t own_tag) {
+int32_t evaluate_clause(const Clause& clause, const Scope& scope, uint32_t own_tag) {
+  if (clause.verb == nullptr) return kConditionUnknown;
+  const int32_t result = evaluate_tags(clause, scope, own_tag);
+  return clause.open && result == kConditionFails ? kConditionUnknown : result;
+}
+
+int32_t evaluate_clauses(std::string_view rule, const Scope& scope, uint32_t own_tag) {
   char join = '\0';
-  int32_t result = evaluate_clause(parse_clause(take_part(rule, "&|", join)), object_id, own_tag);
+  int32_t result = evaluate_clause(parse_clause(take_part(rule, "&|", join)), scope, own_tag);
   while (join != '\0' && result != kConditionUnknown) {
     const bool decided = result == (join == '&' ? kConditionFails : kConditionHolds);
     const std::string_view clause = take_part(rule, "&|", join);
-    if (!decided) result = evaluate_clause(parse_clause(clause), object_id, own_tag);
+    if (!decided) result = evaluate_clause(parse_clause(clause), scope, own_tag);
   }
   return result;
 }
@@ -294,14 +339,14 @@ std::optional<std::string_view> find_row(std::string_view table, std::string_vie
 
 }  // namespace
 
-int32_t evaluate_condition(std::string_view rule, int32_t object_id, uint32_t tag) {
+int32_t evaluate_condition(std::string_view rule, const Scope& scope, uint32_t tag) {
   if (rule.empty()) return kConditionUnknown;
   // Behind "-> " stand three digits, at the end.
   constexpr std::size_t kAnswers = 6;
   std::string_view clauses = rule;
   const bool translated = rule.size() > kAnswers && rule.substr(rule.size() - kAnswers, 3) == "-> ";
   if (translated) clauses.remove_suffix(kAnswers);
-  const int32_t result = evaluate_clauses(clauses, object_id, tag);
+  const int32_t result = evaluate_clauses(clauses, scope, tag);
   return translated ? rule[rule.size() - 3 + static_cast<std::size_t>(result)] - '0' : result;
 }
 

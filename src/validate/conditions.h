@@ -8,8 +8,15 @@ namespace vx {
 
 enum : int32_t { kConditionFails = 0, kConditionHolds = 1, kConditionUnknown = 2 };
 
-// `rule` as find_condition gives it; an empty one is unknown. Looks only at the object at hand, and changes
-// nothing in it but value cursors. `tag` is the attribute that the condition belongs to.
-int32_t evaluate_condition(std::string_view rule, int32_t object_id, uint32_t tag);
+// The object that a condition is asked for, and those around it as far as they are known.
+struct Scope {
+  int32_t object_id;
+  const Scope* outer = nullptr;
+};
+
+// `rule` as find_condition gives it, or as it stands in a template; an empty one is unknown. Looks only at
+// the objects of the scope, and changes nothing in them but value cursors. `tag` is the attribute that the
+// condition belongs to.
+int32_t evaluate_condition(std::string_view rule, const Scope& scope, uint32_t tag);
 
 }  // namespace vx

@@ -107,20 +107,23 @@ class Walk {
  public:
   explicit Walk(const Findings& findings) : findings_(findings) {}
 
-  VX_STATUS object(MsgObj& object, int depth);
-  VX_STATUS attribute(MsgObj& object, const TagObj& attribute, CharsetCache& charsets, int depth);
+  // `outer`: what the object lies in; null where it is what was asked for.
+  VX_STATUS object(MsgObj& object, const Scope* outer, int depth);
+  VX_STATUS attribute(MsgObj& object, const TagObj& attribute, CharsetCache& charsets);
 
  private:
   struct Spot {
     MsgObj& object;
+    const Scope& scope;
     const TagObj& attribute;
     CharsetCache& charsets;
     int depth;
   };
+  VX_STATUS check(const Spot& at);
   VX_STATUS record(const Spot& at, int32_t severity, VX_STATUS status, const ValueCursor* value = nullptr) {
     return record_finding(findings_, {at.object, at.attribute.Tag, severity, status, &at.attribute, value});
   }
-  VX_STATUS missing(MsgObj& object, const MsgTemplate& source, const TagObj& wanted);
+  VX_STATUS missing(MsgObj& object, const Scope& scope, const MsgTemplate& source, const TagObj& wanted);
   VX_STATUS presence(const Spot& at);
   VX_STATUS multiplicity(const Spot& at);
   VX_STATUS values(const Spot& at);
@@ -132,7 +135,7 @@ class Walk {
   Findings findings_;
 };
 
-VX_STATUS Walk::object(MsgObj& object, int depth) {
+VX_STATUS Walk::object(MsgObj& object, const Scope* outer, int depth) {
   if (depth > kMaxDepth) return VX_INVALID_VALUE_FOR_VR;
   const uint16_t command = is_item(object) ? 0 : object.Command;
   const MsgTemplate* source = nullptr;
@@ -142,34 +145,40 @@ VX_STATUS Walk::object(MsgObj& object, int depth) {
     if (status != kOk) return status;
   }
   const TagObj* wanted = source != nullptr ? source->FirstTag : nullptr;
+  const Scope scope{object.ID, outer};
   CharsetCache charsets;
   for (const TagObj* attribute = object.FirstTag; status == kOk; attribute = attribute->Next) {
     const uint32_t tag = attribute != nullptr ? attribute->Tag : 0xFFFFFFFFU;
     for (; status == kOk && wanted != nullptr && wanted->Tag <= tag; wanted = wanted->Next) {
-      if (wanted->Tag != tag) status = missing(object, *source, *wanted);
+      if (wanted->Tag != tag) status = missing(object, scope, *source, *wanted);
     }
     if (attribute == nullptr) break;
     if (status == kOk && tag_group(tag) >= kFirstGroup) {
-      status = this->attribute(object, *attribute, charsets, depth);
+      status = check({object, scope, *attribute, charsets, depth});
     }
   }
   return status;
 }
 
-VX_STATUS Walk::missing(MsgObj& object, const MsgTemplate& source, const TagObj& wanted) {
+VX_STATUS Walk::missing(MsgObj& object, const Scope& scope, const MsgTemplate& source, const TagObj& wanted) {
   const ValTagObj* rules = wanted.Template;
   if (tag_group(wanted.Tag) < kFirstGroup || rules == nullptr) return kOk;
   if (rules->AttributeType == kType3 || rules->AttributeType == kTypeNotSet) return kOk;
   if (is_conditional(rules)) {
     if (rules->Condition == nullptr) return kOk;
-    if (evaluate_condition(rules->ConditionRule, object.ID, wanted.Tag) != kConditionHolds) return kOk;
+    if (evaluate_condition(rules->ConditionRule, scope, wanted.Tag) != kConditionHolds) return kOk;
   }
   if (is_private(wanted.Tag) && has_private(object, source, wanted)) return kOk;
   return record_finding(findings_, {object, wanted.Tag, kError, VX_REQUIRED_ATTRIBUTE_MISSING});
 }
 
-VX_STATUS Walk::attribute(MsgObj& object, const TagObj& attribute, CharsetCache& charsets, int depth) {
-  const Spot at{object, attribute, charsets, depth};
+VX_STATUS Walk::attribute(MsgObj& object, const TagObj& attribute, CharsetCache& charsets) {
+  const Scope scope{object.ID};
+  return check({object, scope, attribute, charsets, 0});
+}
+
+VX_STATUS Walk::check(const Spot& at) {
+  const TagObj& attribute = at.attribute;
   const bool filled = attribute.ValueCount > 0;
   const bool ruled = attribute.Template != nullptr;
   VX_STATUS status = kOk;
@@ -199,7 +208,7 @@ VX_STATUS Walk::presence(const Spot& at) {
   if (is_conditional(&rules)) {
     required = kConditionUnknown;
     if (rules.Condition != nullptr) {
-      required = evaluate_condition(rules.ConditionRule, at.object.ID, at.attribute.Tag);
+      required = evaluate_condition(rules.ConditionRule, at.scope, at.attribute.Tag);
     } else {
       const VX_STATUS status = record(at, kRemark, VX_NO_CONDITION_FUNCTION);
       if (status != kOk) return status;
@@ -208,11 +217,18 @@ VX_STATUS Walk::presence(const Spot& at) {
     return kOk;
   }
   const bool filled = at.attribute.ValueCount > 0;
+  const bool null = filled && at.attribute.Length == 0;
+  if (required == kConditionUnknown) {
+    const VX_STATUS status = record(at, kRemark, VX_UNABLE_TO_CHECK_CONDITION);
+    if (status != kOk || !rules.MayBePresent) return status;
+  }
+  if (required != kConditionHolds && rules.MayBePresent) {
+    return null && rules.AttributeType == kType1C ? record(at, kError, VX_VALUE_MAY_NOT_BE_NULL) : kOk;
+  }
   if (required == kConditionFails) return filled ? record(at, kError, VX_VALUE_NOT_ALLOWED) : kOk;
-  if (required != kConditionHolds) return record(at, kRemark, VX_UNABLE_TO_CHECK_CONDITION);
   if (!filled) return record(at, kError, VX_REQUIRED_VALUE_MISSING);
   const bool may_be_null = rules.AttributeType == kType2 || rules.AttributeType == kType2C;
-  return may_be_null || at.attribute.Length != 0 ? kOk : record(at, kError, VX_VALUE_MAY_NOT_BE_NULL);
+  return may_be_null || !null ? kOk : record(at, kError, VX_VALUE_MAY_NOT_BE_NULL);
 }
 
 int32_t optional_severity() {
@@ -340,7 +356,7 @@ VX_STATUS Walk::item(const Spot& at, MsgObj& item, const ValueCursor& value) {
     if (is_nameless(item)) return kOk;
     status = prepare(item, 0);
   }
-  return status == kOk ? object(item, at.depth + 1) : status;
+  return status == kOk ? object(item, &at.scope, at.depth + 1) : status;
 }
 
 VX_STATUS finish(MsgObj& object, VX_STATUS walked, ValErrObj*& first) {
@@ -358,7 +374,7 @@ VX_STATUS finish(MsgObj& object, VX_STATUS walked, ValErrObj*& first) {
 VX_STATUS validate_whole(MsgObj& object, int32_t level, ValErrObj*& first) {
   clear_findings(object);
   VX_STATUS status = prepare(object, 0);
-  if (status == kOk) status = Walk({object, level}).object(object, 0);
+  if (status == kOk) status = Walk({object, level}).object(object, nullptr, 0);
   return finish(object, status, first);
 }
 
@@ -369,7 +385,7 @@ VX_STATUS validate_one(MsgObj& object, uint32_t tag, int32_t level, ValErrObj*& 
   clear_findings(object);
   status = prepare(object, tag);
   CharsetCache charsets;
-  if (status == kOk) status = Walk({object, level}).attribute(object, *attribute, charsets, 0);
+  if (status == kOk) status = Walk({object, level}).attribute(object, *attribute, charsets);
   return finish(object, status, first);
 }
 

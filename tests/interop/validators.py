@@ -3,11 +3,12 @@
 that has nothing but its SOP class and so misses all that the class demands.
 
 usage: validators.py VEXAL SAMPLES [--list]
-Compares findings about attributes of the object definition, place by place and class by class, and fails when vexal
-finds less than 90 % of what dciodvfy reports. --list shows every finding that only one of the two has. Exit 77
-(skipped) where the samples or dciodvfy are missing.
+Compares errors place by place and class by class. It fails when vexal finds less than 90 % of what dciodvfy reports, and
+for each error of vexal that dciodvfy does not have unless validator_differences.tsv gives its reason from the standard.
+--list shows every finding that only one of the two has. Exit 77 (skipped) where the samples or dciodvfy are missing.
 """
 import collections
+import fnmatch
 import json
 import multiprocessing
 import os
@@ -20,14 +21,15 @@ import tempfile
 from checks import SAMPLES, VEXAL, check, element, end, need, valid_samples
 
 WANTED = 0.90
-SERVICES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "data", "vexalkit.srv")
-MISSING, FORBIDDEN, REPRESENTATION = "missing required attributes", "forbidden values", "value representation"
+HERE = os.path.dirname(os.path.abspath(__file__))
+SERVICES = os.path.join(HERE, "..", "..", "data", "vexalkit.srv")
+MISSING, FORBIDDEN, REPRESENTATION, CONSISTENCY = "missing required attributes", "forbidden values", "value representation", "consistency"
 
-# The status of a finding, by what it is about. Places inside an item that is not known at all are left alone.
+# The status of a finding, by what it is about; what is no key is about the representation of a value.
 OURS = {
     4073: MISSING, 4075: MISSING, 4090: MISSING,  # attribute missing, value missing, value null
     4091: FORBIDDEN, 4068: FORBIDDEN,  # value not allowed, not one of the enumerated values
-    4027: REPRESENTATION, 4035: REPRESENTATION, 4045: REPRESENTATION, 4082: REPRESENTATION, 4084: REPRESENTATION,
+    4023: CONSISTENCY, 4067: CONSISTENCY, 4092: CONSISTENCY, 4111: CONSISTENCY,  # against other values; order of tags
 }
 THEIRS = [
     (MISSING, re.compile(r"(Missing attribute|Empty attribute \(no value\)) for Type [12]|"
@@ -35,17 +37,32 @@ THEIRS = [
     (FORBIDDEN, re.compile(r"Attribute present when condition unsatisfied|Unrecognized enumerated value|"
                            r"Shall not be present when [A-Z]\w+ is present")),
     (REPRESENTATION, re.compile(r"Value invalid for this VR|Bad attribute Value Multiplicity|Illegal root for UID")),
+    (CONSISTENCY, re.compile("")),
 ]
 PLACE = re.compile(r"Error - <(/[^>]*)> - (.*)")
 STEP = re.compile(r'/(?:(\w+)\(([0-9a-f]{4}),([0-9a-f]{4})\)|\(([0-9a-f]{4}),([0-9a-f]{4})(?:,"[^"]*")?\))(?:\[(\d+)\])?')
 
-# Where dciodvfy reads the standard otherwise: it asks for Laterality wherever it is not excluded.
-OTHER_READING = {"Laterality"}
+
+
+def read_differences():
+    """[(side, kind, place pattern, text, reason)]"""
+    with open(os.path.join(HERE, "validator_differences.tsv"), encoding="utf-8") as table:
+        return [line.rstrip("\n").split("\t") for line in table if line[0] != "#"][1:]
+
+
+DIFFERENCES = read_differences()
+
+
+def is_explained(side, kind, place, text):
+    path = re.sub(r"\[\d+\]", "", place)
+    return any(row[0] == side and row[1] in ("*", kind) and row[3] in text and
+               (fnmatch.fnmatchcase(path, row[2]) or fnmatch.fnmatchcase(path.rsplit(".", 1)[-1], row[2]))
+               for row in DIFFERENCES)
 
 
 def ours(paths):
-    """{path: {(class, place)}} of the files whose SOP class has a service."""
-    command = [VEXAL, "validate", "--json", "--level", "all"] + paths
+    """{path: (service, {(class, place): text})} of the files whose SOP class has a service."""
+    command = [VEXAL, "validate", "--json", "--level", "errors"] + paths
     result = subprocess.run(command, capture_output=True, timeout=300)
     found = {}
     for line in result.stdout.decode("utf-8", "replace").splitlines():
@@ -53,36 +70,36 @@ def ours(paths):
         if "file" not in entry:
             continue
         found[entry["file"]] = (entry["service"], {
-            (OURS[one["status"]], one["path"]) for one in entry["findings"]
-            if one["status"] in OURS and one["severity"] == "error" and int(one["tag"][:4], 16) % 2 == 0
+            (OURS.get(one["status"], REPRESENTATION), one["path"]): one["rule"] + " " + one.get("wanted", "")
+            for one in entry["findings"] if int(one["tag"][:4], 16) % 2 == 0
         })
     return found
 
 
 def their_place(text):
-    """"/A(0008,1140)[1]/B(0008,1155)[1]" as "A[0].B", or nothing for a private attribute or the meta group."""
+    """"/A(0008,1140)[1]/B(0008,1155)[1]" as "A[0].B", or nothing for a private attribute."""
     steps = list(STEP.finditer(text))
     parts = []
     for step in steps:
         keyword, group = step.group(1), step.group(2) or step.group(4)
-        if keyword is None or int(group, 16) % 2 == 1 or group == "0002":
+        if keyword is None or int(group, 16) % 2 == 1:
             return None
         parts.append(keyword + ("[%d]" % (int(step.group(6)) - 1) if step.group(6) and step is not steps[-1] else ""))
     return ".".join(parts)
 
 
 def theirs(path):
-    """The file was read and its object definition known, and {(class, place)}."""
+    """The file was read and its object definition known, and {(class, place): text}."""
     result = subprocess.run(["dciodvfy", "-new", path], capture_output=True, timeout=60)
     text = (result.stdout + result.stderr).decode("latin-1")
-    found = set()
+    found = {}
     for match in PLACE.finditer(text):
         place = their_place(match.group(1))
-        if place is None or place.rsplit(".", 1)[-1] in OTHER_READING:
+        if place is None:
             continue
-        for kind, pattern in THEIRS:
-            if pattern.search(match.group(2)):
-                found.add((kind, place))
+        kind = next(kind for kind, pattern in THEIRS if pattern.search(match.group(2)))
+        if not is_explained("theirs", kind, place, match.group(2)):
+            found[kind, place] = match.group(2)
     readable = not re.search("Information Object Not found|Dicom dataset read failed", text)
     return path, readable and result.returncode >= 0, found
 
@@ -112,17 +129,25 @@ def compare(title, paths, folder, show):
             if not known or path not in mine:
                 continue
             service, own = mine[path]
-            own = {(k, p) for k, p in own if p.rsplit(".", 1)[-1] not in OTHER_READING}
             counts["files"][service] += 1
-            for kind, place in own | other:
-                where = "both" if (kind, place) in own and (kind, place) in other else \
-                    "ours" if (kind, place) in own else "theirs"
+            our_places = {place for _, place in own}
+            their_places = {place for _, place in other}
+            for kind, place in own.keys() | other.keys():
+                # The same fault of an attribute may have another name.
+                both = place in our_places and place in their_places
+                where = "both" if both else "ours" if (kind, place) in own else "theirs"
+                if both and (kind, place) not in other:
+                    continue
                 counts[kind][where] += 1
                 counts["all"][where] += 1
+                text = own.get((kind, place)) or other.get((kind, place))
+                name = os.path.relpath(path, folder)
+                if where == "ours" and not is_explained("ours", kind, place, text):
+                    check(False, "%s: %s: %s: no reason for: %s" % (name, place, kind, text))
                 if show and where != "both":
-                    print("%-6s  %s: %s: %s (%s)" % (where, kind, os.path.relpath(path, folder), place, service))
+                    print("%-6s  %s: %s: %s: %s (%s)" % (where, kind, name, place, text, service))
     print("%s: %d files of %d services" % (title, sum(counts["files"].values()), len(counts["files"])))
-    for kind in (MISSING, FORBIDDEN, REPRESENTATION, "all"):
+    for kind in (MISSING, FORBIDDEN, REPRESENTATION, CONSISTENCY, "all"):
         both, only_theirs = counts[kind]["both"], counts[kind]["theirs"]
         if both + only_theirs == 0:
             continue

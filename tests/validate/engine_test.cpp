@@ -581,4 +581,61 @@ TEST_F(Engine, WithoutMemory) {
   EXPECT_GT(failures, 50);
 }
 
+// A place tells what its condition demands and what holds without it; rules of its own look around the
+// object.
+TEST_F(Engine, RulesStandAtThePlace) {
+  Body message;
+  message.add(kImageType, "3");
+  message.add(kReferenced, "3", "SQ").with(1, "REF_IMAGE");
+  message.add(kPatientId, "1C").with(2001, "00080060 is CT").with(2002, "may");
+  message.add(kBirthDate, "2C").with(2001, "00081140>00081150 present & 00080008! is DERIVED");
+  message.add(kSex, "1C").with(2001, "00081140>own absent");
+  Body reference;
+  reference.add(0x00081150, "1C").with(2001, "^00080060 is CT");
+  reference.add(0x00081155, "1C").with(2001, "~00080060? is MR | ^^00080060 absent");
+  InfoBuilder builder;
+  builder.service(2, C_STORE_RQ, message).item(501, reference);
+  vx::model_drop();
+  set_text(VX_CFG_MSG_INFO_FILE, folder().write("rules.msg", builder.bytes()));
+  const struct {
+    const char* name;
+    std::function<void(int32_t message, int32_t item)> edit;
+    Findings errors;
+  } rows[] = {
+      {"nothing asked", [](int32_t, int32_t) {}, {{kSex, 0, VX_REQUIRED_ATTRIBUTE_MISSING}}},
+      {"may be there", [](int32_t id, int32_t) { set(id, kPatientId, "A"), set(id, kSex, "M"); }, {}},
+      {"but not be null",
+       [](int32_t id, int32_t) { set(id, kSex, "M"), VX_Set_Value_To_NULL(id, kPatientId); },
+       {{kPatientId, 0, VX_VALUE_MAY_NOT_BE_NULL}}},
+      {"asked for, in the item too",
+       [](int32_t id, int32_t) { set(id, kModality, "CT"), set(id, kSex, "M"); },
+       {{0x00081150, 0, VX_REQUIRED_ATTRIBUTE_MISSING}, {kPatientId, 0, VX_REQUIRED_ATTRIBUTE_MISSING}}},
+      {"what the message says",
+       [](int32_t id, int32_t) { set(id, kModality, "MR"), set(id, kSex, "M"); },
+       {{0x00081155, 0, VX_REQUIRED_ATTRIBUTE_MISSING}}},
+      {"forbidden by the item",
+       [](int32_t id, int32_t item) {
+         set(id, kSex, "M");
+         set(item, kSex, "M");
+       },
+       {{kSex, 0, VX_VALUE_NOT_ALLOWED}}},
+      {"open where a clause fails",
+       [](int32_t id, int32_t item) {
+         set(id, kModality, "CT"), set(id, kPatientId, "A"), set(id, kSex, "M"), set(item, 0x00081150, "1.2");
+         set(id, kImageType, "ORIGINAL"), add(id, kImageType, "PRIMARY"), set(id, kBirthDate, "20000101");
+       },
+       {}},
+  };
+  for (const auto& row : rows) {
+    int32_t id = -1;
+    VX_Open_Empty_Message(&id);
+    VX_Set_Service_Command(id, "STANDARD_CT", C_STORE_RQ);
+    const int32_t below = add_item(id, kReferenced, nullptr);
+    set(below, kModality, "OT");  // a blank item would be passed over
+    row.edit(id, below);
+    EXPECT_EQ(validate(id, VX_Errors_Only), row.errors) << row.name;
+    VX_Free_Message(&id);
+  }
+}
+
 }  // namespace

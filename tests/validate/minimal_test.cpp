@@ -202,6 +202,9 @@ bool tells_of(const std::vector<Found>& found, int32_t object, const vx::TagObj&
   const auto right = [&](const Found& one) {
     if (one.object == object && one.tag == removed.Tag) return one.status == VX_REQUIRED_ATTRIBUTE_MISSING;
     const vx::TagObj* other = rule_of(one.object, one.tag);
+    const bool looks_around =
+        other != nullptr && other->Template->ConditionRule.find_first_of("^~") != std::string_view::npos;
+    if (looks_around && (one.tag == removed.Tag || depends_on(*other, removed.Tag))) return true;
     return !always_required(removed) && other != nullptr && depends_on(*other, removed.Tag);
   };
   const auto itself = [&](const Found& one) { return one.object == object && one.tag == removed.Tag; };

@@ -63,7 +63,7 @@ int main() {
             "BASIC_COLOR_PRINT_MANAGEMENT 1.2.840.10008.5.1.1.18 0 20 100;"
             "REFERENCED_GRAYSCALE_PRINT_MANAGEMENT 1.2.840.10008.5.1.1.9.1 0 20 100;"
             "REFERENCED_COLOR_PRINT_MANAGEMENT 1.2.840.10008.5.1.1.18.1 0 20 100;\n"
-            "905 _2D_DEGREE_OF_FREEDOM 905\n"
+            "906 _2D_DEGREE_OF_FREEDOM 906\n"
             "[VEXAL_SCP] PORT_NUMBER 11112 1\n"
             "00100362 7 1 255 Same chain as the one before -;00100010 9 1 1 Patient's \"Name\" \\ -;"
             "00090001 18 2 255 Speed ACME;");

@@ -74,6 +74,7 @@ class Checker {
 
   void check_condition(const std::string& name, const Place& place) {
     if (name.empty()) return;
+    if (is_rule(name)) return check_rule(name, place);
     const bool plain = std::all_of(name.begin(), name.end(), [](unsigned char c) {
       return std::isalnum(c) != 0 || c == '_' || c == ' ' || c == '-';
     });
@@ -84,6 +85,15 @@ class Checker {
     for (const uint32_t tag : condition_tags(name)) {
       if (tables_.dictionary.find(tag) == nullptr)
         fault(place, name + " reads an unknown attribute " + tag_text(tag));
+    }
+  }
+
+  void check_rule(const std::string& rule, const Place& place) {
+    const Condition condition = read_rule(rule.substr(1, rule.size() - 2));
+    if (rule.back() != ')' || !condition.fault.empty()) fault(place, "rule " + rule + ": " + condition.fault);
+    for (const uint32_t tag : condition.tags) {
+      if (tables_.dictionary.find(tag) == nullptr)
+        fault(place, rule + " reads an unknown attribute " + tag_text(tag));
     }
   }
 
@@ -128,10 +138,16 @@ class Checker {
     encode_body(body, tables_.dictionary, problems_);
     for (const uint16_t command : block.commands) check_demands(command, body);
     for (const auto& [tag, attribute] : body) {
-      const auto condition = conditions_.find(attribute.condition);
-      if (condition == conditions_.end() || !condition->second.judged) continue;
-      check_tags_read(block.name, body, attribute, condition->second.tags);
-      for (const Clause& clause : condition->second.clauses) check_clause(body, attribute, clause);
+      if (attribute.condition.empty()) continue;
+      Condition condition;
+      if (is_rule(attribute.condition)) {
+        condition = read_rule(attribute.condition.substr(1, attribute.condition.size() - 2));
+      } else if (const auto at = conditions_.find(attribute.condition); at != conditions_.end()) {
+        condition = at->second;
+      }
+      if (!condition.judged) continue;
+      check_tags_read(block.name, body, attribute, condition.tags);
+      for (const Clause& clause : condition.clauses) check_clause(body, attribute, clause);
     }
   }
 

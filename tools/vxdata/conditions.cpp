@@ -18,10 +18,17 @@ std::optional<uint32_t> bare_tag(std::string_view text) {
   return tag ? std::optional(tag->tag) : std::nullopt;
 }
 
+constexpr std::string_view kVerbs[] = {"is",   "present",  "absent", "counted",    "uncounted", "not",
+                                       "=",    "<>",       ">",      "points",     "lists",     "plural",
+                                       "null", "optional", "uneven", "multivalued"};
+
 // "00080008:3 is A/B", "00280002,00280004 absent".
 void read_clause(const std::string& text, bool alternative, Condition& condition) {
   const auto words = split(text, ' ');
   std::string_view subject = words.front();
+  if (words.size() < 2 || std::find(std::begin(kVerbs), std::end(kVerbs), words[1]) == std::end(kVerbs)) {
+    condition.fault = "no verb in \"" + text + "\"";
+  }
   std::vector<uint32_t> tags;
   while (const auto tag = bare_tag(subject)) {
     tags.push_back(*tag);
@@ -31,6 +38,7 @@ void read_clause(const std::string& text, bool alternative, Condition& condition
     subject.remove_prefix(1);
   }
   if (!alternative) condition.tags.insert(condition.tags.end(), tags.begin(), tags.end());
+  if (subject.starts_with('>')) return;  // an attribute of an item
   if (words.size() < 2 || tags.size() != 1 || (words[1] != "is" && words[1] != "not")) return;
   Clause clause;
   clause.tag = tags.front();
@@ -38,6 +46,8 @@ void read_clause(const std::string& text, bool alternative, Condition& condition
   clause.literals = split(text.substr(text.find(' ' + words[1] + ' ') + words[1].size() + 2), '/');
   condition.clauses.push_back(std::move(clause));
 }
+
+}  // namespace
 
 Condition read_rule(const std::string& rule) {
   Condition condition;
@@ -52,8 +62,6 @@ Condition read_rule(const std::string& rule) {
     rest.erase(0, end + 3);
   }
 }
-
-}  // namespace
 
 Conditions read_conditions(const std::vector<std::string>& paths) {
   constexpr std::string_view kOpen = "R\"(";

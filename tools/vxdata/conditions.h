@@ -18,12 +18,15 @@ struct Clause {
 
 struct Condition {
   bool judged = false;
+  std::string fault;           // of the rule's form
   std::vector<uint32_t> tags;  // read whatever the object holds; alternatives are left out
   std::vector<Clause> clauses;
 };
 
 using Conditions = std::unordered_map<std::string, Condition>;
 
+// A rule by itself.
+Condition read_rule(const std::string& rule);
 // From source files with the tables as raw strings.
 Conditions read_conditions(const std::vector<std::string>& paths);
 

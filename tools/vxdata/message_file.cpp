@@ -14,10 +14,15 @@ namespace {
 constexpr uint32_t kSignature = 0xF003F003;
 constexpr uint32_t kMarker = 0xF002F002;
 constexpr size_t kPreamble = 28;
+constexpr size_t kEntry = 6;       // of a directory or command table
+constexpr size_t kRecordHead = 8;  // tag, parameter, length
 
 // Parameter numbers of records; 1 to 999 are enumerated values.
 constexpr unsigned kDefinedTerm = 1000;  // and value number
 constexpr unsigned kCondition = 2000;
+constexpr unsigned kRule = 2001;       // a condition that stands at the place
+constexpr unsigned kOtherwise = 2002;  // "may": be there where the condition does not hold
+constexpr unsigned kModule = 2003;     // for people; the library passes it over
 constexpr unsigned kVr = 9500;
 constexpr unsigned kDefault = 9600;
 constexpr unsigned kCreator = 9700;
@@ -66,11 +71,16 @@ void encode_attribute(Writer& out, const Attribute& attribute, const Dictionary&
   const bool has_values = !attribute.values.empty() || !attribute.items.empty() || attribute.default_value;
   if (attribute.vr || has_values) put_record(out, tag, kVr, vr_letters(vr));
   if (!attribute.creator.empty()) put_record(out, tag, kCreator, attribute.creator);
-  if (!attribute.condition.empty()) {
+  if (is_rule(attribute.condition)) {
+    put_record(out, tag, kRule,
+               std::string_view(attribute.condition).substr(1, attribute.condition.size() - 2));
+  } else if (!attribute.condition.empty()) {
     put_record(out, tag, kCondition, attribute.condition);
   } else if (attribute.type == kType1C) {
     put_record(out, tag, kCondition, kMayBePresent);  // whatever the condition is, null is wrong
   }
+  if (attribute.may) put_record(out, tag, kOtherwise, "may");
+  if (!attribute.module.empty()) put_record(out, tag, kModule, attribute.module);
   if (!attribute.items.empty() && vr != kVrSq) fault(tag_text(tag) + " is no sequence and holds no items");
   for (const auto& item : attribute.items) put_record(out, tag, kDefinedTerm + 1, item);
   for (const ValueList& list : attribute.values) {
@@ -166,55 +176,13 @@ std::string MessageFile::to_binary() const {
 
 namespace {
 
+// One body of a file.
 class Decoder {
  public:
   Decoder(const std::string& path, std::string_view bytes, const Dictionary& dictionary)
       : path_(path), in_(bytes), dictionary_(dictionary) {}
 
-  std::vector<DecodedEntry> run() {
-    if (in_.u32() != kSignature || in_.u16() != 0 || in_.u16() != 0) fail("no Message Info File");
-    const size_t services = in_.u32();
-    const unsigned service_count = in_.u16();
-    commands_ = in_.u32();
-    const size_t items = in_.u32();
-    const unsigned item_count = in_.u16();
-    bodies_ = in_.u32();
-    if (in_.failed()) fail("cut off in the preamble");
-    std::vector<DecodedEntry> entries;
-    for (unsigned i = 0; i < service_count; ++i) read_service(services + 6 * size_t{i}, i + 1, entries);
-    for (unsigned i = 0; i < item_count; ++i) {
-      in_.seek(items + 6 * size_t{i});
-      const unsigned number = in_.u16();
-      const size_t offset = in_.u32();
-      if (in_.failed() || number != i + 1) fail(format("item directory damaged at entry %u", i + 1));
-      add({static_cast<int>(number), 0, read_body(bodies_ + offset)}, entries);
-    }
-    return entries;
-  }
-
- private:
-  [[noreturn]] void fail(const std::string& text) const { throw Unusable{path_ + ": " + text}; }
-
-  static void add(DecodedEntry entry, std::vector<DecodedEntry>& entries) {
-    if (!entry.attributes.empty()) entries.push_back(std::move(entry));
-  }
-
-  void read_service(size_t directory, unsigned number, std::vector<DecodedEntry>& entries) {
-    in_.seek(directory);
-    const unsigned given = in_.u16();
-    size_t table = commands_ + in_.u32();
-    if (in_.failed() || given != number) fail(format("service directory damaged at entry %u", number));
-    for (;; table += 6) {
-      in_.seek(table);
-      const unsigned command = in_.u16();
-      if (in_.failed()) fail(format("commands of service %u run past the end", number));
-      if (command == 0) return;
-      const size_t body = bodies_ + in_.u32();
-      add({static_cast<int>(number), static_cast<uint16_t>(command), read_body(body)}, entries);
-    }
-  }
-
-  AttributeList read_body(size_t position) {
+  AttributeList run(size_t position) {
     in_.seek(position);
     if (in_.u32() != kMarker || in_.u16() != 0 || in_.u16() != 0) {
       fail(format("no message body at byte %zu", position));
@@ -238,6 +206,9 @@ class Decoder {
     return attributes;
   }
 
+ private:
+  [[noreturn]] void fail(const std::string& text) const { throw Unusable{path_ + ": " + text}; }
+
   void take(Attribute& attribute, unsigned parameter, const std::string& data) {
     if (parameter == kType) {
       const auto type = parse_type(data);
@@ -248,6 +219,12 @@ class Decoder {
       if (!attribute.vr) fail(tag_text(attribute.tag) + ": VR " + printable(data));
     } else if (parameter == kCondition) {
       attribute.condition = data;
+    } else if (parameter == kRule) {
+      attribute.condition = "(" + data + ")";
+    } else if (parameter == kOtherwise) {
+      attribute.may = data == "may";
+    } else if (parameter == kModule) {
+      attribute.module = data;
     } else if (parameter == kCreator) {
       attribute.creator = data;
     } else if (parameter == kDefault) {
@@ -281,15 +258,56 @@ class Decoder {
   const std::string& path_;
   Reader in_;
   const Dictionary& dictionary_;
-  size_t commands_ = 0;
-  size_t bodies_ = 0;
 };
 
 }  // namespace
 
-std::vector<DecodedEntry> decode_messages(const std::string& path, std::string_view bytes,
-                                          const Dictionary& dictionary) {
-  return Decoder(path, bytes, dictionary).run();
+MessageDirectory::MessageDirectory(std::string path, std::string bytes)
+    : path_(std::move(path)), bytes_(std::move(bytes)) {
+  Reader in(bytes_);
+  if (in.u32() != kSignature || in.u16() != 0 || in.u16() != 0) fail("no Message Info File");
+  const size_t services = in.u32();
+  const unsigned service_count = in.u16();
+  const size_t commands = in.u32();
+  const size_t items = in.u32();
+  const unsigned item_count = in.u16();
+  const size_t bodies = in.u32();
+  if (in.failed()) fail("cut off in the preamble");
+  for (unsigned number = 1; number <= service_count; ++number) {
+    in.seek(services + kEntry * (number - 1));
+    const unsigned given = in.u16();
+    size_t table = commands + in.u32();
+    if (in.failed() || given != number) fail(format("service directory damaged at entry %u", number));
+    for (;; table += kEntry) {
+      in.seek(table);
+      const auto command = static_cast<uint16_t>(in.u16());
+      const size_t body = bodies + in.u32();
+      if (command == 0) break;
+      if (in.failed()) fail(format("commands of service %u run past the end", number));
+      add({static_cast<int>(number), command, body});
+    }
+  }
+  for (unsigned number = 1; number <= item_count; ++number) {
+    in.seek(items + kEntry * (number - 1));
+    const unsigned given = in.u16();
+    const size_t body = bodies + in.u32();
+    if (in.failed() || given != number) fail(format("item directory damaged at entry %u", number));
+    add({static_cast<int>(number), 0, body});
+  }
+}
+
+void MessageDirectory::fail(const std::string& text) const {
+  throw Unusable{path_ + ": " + text};
+}
+
+void MessageDirectory::add(const Entry& entry) {
+  Reader in(bytes_);
+  in.seek(entry.body + kRecordHead);
+  if (in.at_end() || in.u32() != kMarker) entries_.push_back(entry);
+}
+
+AttributeList MessageDirectory::decode(const Entry& entry, const Dictionary& dictionary) const {
+  return Decoder(path_, bytes_, dictionary).run(entry.body);
 }
 
 }  // namespace vxdata

@@ -39,14 +39,28 @@ class MessageFile {
 // attribute are converted by. Faults name the line of the attribute.
 std::string encode_body(const Body& body, const Dictionary& dictionary, Problems& problems);
 
-struct DecodedEntry {
-  int number = 0;
-  uint16_t command = 0;  // 0 for an item
-  AttributeList attributes;
-};
+// A file to look things up in: the directories are read at once, a body when it is asked for. Throws
+// Unusable.
+class MessageDirectory {
+ public:
+  struct Entry {
+    int number = 0;
+    uint16_t command = 0;  // 0 for an item
+    size_t body = 0;       // where it starts; bodies that are equal share it
+  };
+  // `path` is for what is thrown.
+  MessageDirectory(std::string path, std::string bytes);
+  // All that have attributes, services first, in the order of the directories.
+  const std::vector<Entry>& entries() const { return entries_; }
+  AttributeList decode(const Entry& entry, const Dictionary& dictionary) const;
 
-// All non-empty bodies of a file, services first, in the order of the directories.
-std::vector<DecodedEntry> decode_messages(const std::string& path, std::string_view bytes,
-                                          const Dictionary& dictionary);
+ private:
+  [[noreturn]] void fail(const std::string& text) const;
+  void add(const Entry& entry);
+
+  std::string path_;
+  std::string bytes_;
+  std::vector<Entry> entries_;
+};
 
 }  // namespace vxdata

@@ -46,7 +46,8 @@ int run_unmsg(int argc, char** argv) {
   profile.read(arguments.required("--services"), problems);
   if (problems.errors() != 0) return 1;
   std::string text;
-  for (const DecodedEntry& entry : decode_messages(path, read_file(path), dictionary)) {
+  const MessageDirectory file(path, read_file(path));
+  for (const MessageDirectory::Entry& entry : file.entries()) {
     if (entry.command != 0) {
       const Service* service = profile.service_of(entry.number);
       if (service == nullptr)
@@ -57,7 +58,8 @@ int run_unmsg(int argc, char** argv) {
       if (item == nullptr) throw Unusable{path + format(": item %d is not in the profile", entry.number)};
       text += "item\t" + item->name + "\n";
     }
-    for (const Attribute& attribute : entry.attributes) text += attribute_line(attribute) + "\n";
+    for (const Attribute& attribute : file.decode(entry, dictionary))
+      text += attribute_line(attribute) + "\n";
     text += "\n";
   }
   if (const std::string output = arguments.option("-o"); !output.empty()) {

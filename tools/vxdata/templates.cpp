@@ -1,5 +1,7 @@
 #include "templates.h"
 
+#include "conditions.h"
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -38,10 +40,17 @@ std::optional<ValueList> parse_values(std::string_view text) {
 
 std::string parse_option(Attribute& attribute, const std::string& field) {
   const std::string rest = field.substr(1);
+  if (field == "+") {
+    attribute.may = true;
+    return "";
+  }
   switch (field[0]) {
     case '?':
       if (!attribute.condition.empty()) return "a second condition";
       attribute.condition = rest;
+      break;
+    case '^':
+      attribute.module = rest;
       break;
     case '>':
       attribute.items = split_values(rest);
@@ -73,11 +82,19 @@ int rank(AttributeType type) {
 
 bool stays_inside(const std::string& condition, const Body& body) {
   // An absent module must not make a condition hold that speaks of absence or of other modules.
-  if (condition.find("NOT_") != std::string::npos) return false;
+  for (const char* word : {"NOT_", " absent", " not ", " uncounted", "^", "~"}) {
+    if (condition.find(word) != std::string::npos) return false;
+  }
   for (const uint32_t tag : condition_tags(condition)) {
     if (body.find(tag) == body.end()) return false;
   }
   return true;
+}
+
+// Rules are judged from left to right, so that alternatives have to stand in front.
+std::string both(const std::string& own, const std::string& use) {
+  if (use.find(" | ") != std::string::npos) return kMayBePresent;
+  return own.substr(0, own.size() - 1) + " & " + use.substr(1);
 }
 
 // A module that need not be there asks for nothing by itself. What it demands may be missing, but it may not
@@ -88,20 +105,40 @@ void weaken(Body& body, const Reference& use) {
     if (attribute.type == kType3) continue;
     if (is_conditional(attribute.type)) {
       if (attribute.condition.empty() || stays_inside(attribute.condition, all)) continue;
-      attribute.condition = kMayBePresent;
+      const bool joined = is_rule(use.condition) && is_rule(attribute.condition) &&
+                          (use.condition + attribute.condition).find(" -> ") == std::string::npos;
+      attribute.condition = joined ? both(attribute.condition, use.condition) : kMayBePresent;
+      attribute.may = joined;
     } else {
       attribute.type = attribute.type == kType1 ? kType1C : kType2C;
       attribute.condition = use.condition.empty() ? std::string(kMayBePresent) : use.condition;
+      attribute.may = !use.condition.empty() && (use.usage == 'U' || use.may);
     }
   }
 }
 
-void take_values(Attribute& into, const Attribute& from) {
-  // The later module is the more specialised one: its lists replace those for the same value number.
+// A list joins that for the same value number and of the same kind.
+void unite_values(std::vector<ValueList>& values, const ValueList& more) {
+  const auto same = std::find_if(values.begin(), values.end(), [&](const ValueList& list) {
+    return list.number == more.number && list.enumerated == more.enumerated;
+  });
+  if (same == values.end()) return values.push_back(more);
+  for (const std::string& value : more.values) {
+    const auto known = std::find(same->values.begin(), same->values.end(), value);
+    if (known == same->values.end()) same->values.push_back(value);
+  }
+}
+
+void take_values(Attribute& into, const Attribute& from, bool choice) {
+  // The later module is the more specialised one: its lists replace those for the same value number. One that
+  // need not be there allows more, not less.
   for (const ValueList& list : from.values) {
+    if (choice) continue;
     std::erase_if(into.values, [&](const ValueList& old) { return old.number == list.number; });
   }
-  into.values.insert(into.values.end(), from.values.begin(), from.values.end());
+  for (const ValueList& list : from.values) {
+    if (!choice || !into.values.empty()) unite_values(into.values, list);
+  }
   std::stable_sort(into.values.begin(), into.values.end(),
                    [](const ValueList& a, const ValueList& b) { return a.number < b.number; });
   std::vector<std::string> items = from.items;
@@ -114,23 +151,41 @@ void take_values(Attribute& into, const Attribute& from) {
   if (!from.creator.empty()) into.creator = from.creator;
 }
 
-void merge(Attribute& into, const Attribute& from) {
-  take_values(into, from);
+void take_type(Attribute& into, const Attribute& from) {
+  into.type = from.type;
+  into.module = from.module;
+  into.place = from.place;
+}
+
+// `choice`: the attribute comes from a module that need not be there.
+void merge(Attribute& into, const Attribute& from, bool choice) {
+  take_values(into, from, choice);
   if (into.overrules && !from.overrules) return;
   if (from.overrules) {
-    into.type = from.type;
+    take_type(into, from);
     into.condition = from.condition;
+    into.may = from.may;
     into.overrules = true;
-    into.place = from.place;
     return;
   }
   // A condition that fails forbids the attribute; it must not do so where another module allows it.
-  const bool agreed = into.condition == from.condition;
-  if (rank(from.type) < rank(into.type)) {
-    into.type = from.type;
-    into.place = from.place;
+  const bool agreed = into.condition == from.condition && into.may == from.may;
+  if (!agreed) {
+    const bool stricter = rank(from.type) < rank(into.type);
+    const Attribute& strict = stricter ? from : into;
+    const Attribute& other = stricter ? into : from;
+    const bool open = strict.condition.empty() || strict.condition == kMayBePresent;
+    into.condition = open && strict.type == other.type ? other.condition : strict.condition;
+    into.may = true;
   }
-  if (!agreed) into.condition = is_conditional(into.type) ? kMayBePresent : "";
+  if (rank(from.type) < rank(into.type)) take_type(into, from);
+  if (!is_conditional(into.type)) {
+    into.condition.clear();
+    into.may = false;
+  } else if (into.condition.empty() || into.condition == kMayBePresent) {
+    into.condition = agreed ? into.condition : kMayBePresent;
+    into.may = false;
+  }
 }
 
 }  // namespace
@@ -179,6 +234,7 @@ std::string attribute_line(const Attribute& attribute) {
   if (attribute.vr) line.append("\t:").append(vr_letters(*attribute.vr));
   if (!attribute.creator.empty()) line.append("\t@").append(attribute.creator);
   if (!attribute.condition.empty()) line.append("\t?").append(attribute.condition);
+  if (attribute.may) line.append("\t+");
   if (!attribute.items.empty()) line.append("\t>").append(join_values(attribute.items));
   for (const ValueList& list : attribute.values) {
     line += '\t';
@@ -186,10 +242,12 @@ std::string attribute_line(const Attribute& attribute) {
     line.append(list.enumerated ? "=" : "~").append(join_values(list.values));
   }
   if (attribute.default_value) line.append("\t*").append(*attribute.default_value);
+  if (!attribute.module.empty()) line.append("\t^").append(attribute.module);
   return line;
 }
 
 std::vector<uint32_t> condition_tags(std::string_view name) {
+  if (name.starts_with('(')) return read_rule(std::string(name.substr(1, name.size() - 2))).tags;
   std::vector<uint32_t> tags;
   for (size_t at = 0; at + 9 <= name.size(); ++at) {
     if (name[at] != 'A' || (at > 0 && name[at - 1] != '_' && name[at - 1] != 'A')) continue;
@@ -237,7 +295,7 @@ void Templates::read_row(const std::vector<std::string>& fields, Place place, Pr
     return;
   }
   if (fields[0] == "include" || fields[0] == "use") {
-    Reference reference{fields.size() > 1 ? fields[1] : "", 'M', {}, place};
+    Reference reference{fields.size() > 1 ? fields[1] : "", 'M', {}, place, false};
     if (reference.name.empty()) return fault(fields[0] + " wants the name of a block");
     if (fields[0] == "use") {
       const std::string usage = fields.size() > 2 ? fields[2] : "";
@@ -248,6 +306,7 @@ void Templates::read_row(const std::vector<std::string>& fields, Place place, Pr
     if (fields.size() > next) {
       if (fields[0] != "use" || fields[next][0] != '?') return fault("not understood: " + fields[next]);
       reference.condition = fields[next].substr(1);
+      reference.may = fields.back() == "+";
     }
     blocks_.back().rows.emplace_back(std::move(reference));
     return;
@@ -258,6 +317,7 @@ void Templates::read_row(const std::vector<std::string>& fields, Place place, Pr
   Attribute attribute;
   attribute.tag = tag->tag;
   attribute.place = place;
+  attribute.module = blocks_.back().title;
   std::string_view type = fields[1];
   if (!type.empty() && type.back() == '!') {
     attribute.overrules = true;
@@ -274,6 +334,7 @@ void Templates::read_row(const std::vector<std::string>& fields, Place place, Pr
   if (!attribute.condition.empty() && !is_conditional(attribute.type)) {
     return fault("only types 1C and 2C have a condition");
   }
+  if (attribute.may && attribute.condition.empty()) return fault("+ without a condition");
   for (const auto& row : blocks_.back().rows) {
     const auto* other = std::get_if<Attribute>(&row);
     if (other != nullptr && other->tag == attribute.tag) {
@@ -289,7 +350,10 @@ void Templates::read(const std::string& path, Problems& problems) {
   for (const Line& line : read_lines(path)) {
     const Place place{&files_.back(), line.number};
     const auto fields = split(line.text, '\t');
-    if (block_kind(fields[0])) {
+    if (fields[0] == "define") {
+      if (fields.size() != 3) problems.error(path, line.number, "define wants a name and a rule");
+      if (fields.size() == 3) defined_[fields[1]] = fields[2];
+    } else if (block_kind(fields[0])) {
       open_block(fields, place, problems);
       in_block = true;
     } else if (!in_block) {
@@ -331,6 +395,29 @@ void Templates::join_extensions(Problems& problems) {
     }
     extension.rows.clear();
   }
+  for (Block& block : blocks_) {
+    for (auto& row : block.rows) {
+      if (auto* attribute = std::get_if<Attribute>(&row)) {
+        fill_in(attribute->condition, attribute->place, problems);
+      } else {
+        auto& reference = std::get<Reference>(row);
+        fill_in(reference.condition, reference.place, problems);
+      }
+    }
+  }
+}
+
+void Templates::fill_in(std::string& condition, const Place& place, Problems& problems) const {
+  if (!is_rule(condition)) return;
+  for (size_t at = condition.find('@'); at != std::string::npos; at = condition.find('@', at)) {
+    const size_t end = condition.find_first_of(" )", at);
+    const std::string name = condition.substr(at + 1, end - at - 1);
+    const auto known = defined_.find(name);
+    if (known == defined_.end())
+      return problems.error(*place.file, place.line, "@" + name + " is not defined");
+    condition.replace(at, end - at, known->second);
+    at += known->second.size();
+  }
 }
 
 const Block* Templates::find(const std::string& name) const {
@@ -352,7 +439,7 @@ void Templates::merge_reference(Body& body, const Reference& reference, Problems
   if (reference.usage != 'M') weaken(part, reference);
   for (const auto& [tag, attribute] : part) {
     const auto [at, fresh] = body.emplace(tag, attribute);
-    if (!fresh) merge(at->second, attribute);
+    if (!fresh) merge(at->second, attribute, reference.usage != 'M');
   }
 }
 
@@ -367,7 +454,7 @@ const Body& Templates::expand(const Block& block, Problems& problems) {
     } else {
       const auto& attribute = std::get<Attribute>(row);
       const auto [at, fresh] = body.emplace(attribute.tag, attribute);
-      if (!fresh) merge(at->second, attribute);
+      if (!fresh) merge(at->second, attribute, false);
     }
   }
   open_[&block] = false;

@@ -6,13 +6,14 @@
 //   item    NAME  title        what an item of a sequence holds; NAME from the services profile
 //   iod     NAME  title        the modules of an object definition
 //   message SERVICE COMMANDS   what messages of a service hold; several commands with blanks between
+//   define  NAME  RULE         part of a rule that several conditions share, as @NAME; it may stand anywhere
 //   extend  NAME               further lines for a block that stands elsewhere: what a site adds of its own,
 //   extend  SERVICE COMMANDS   or changes, in a file of its own
 //
 // Lines of a block:
 //
 //   include NAME               all of another block, as it stands
-//   use     NAME  M|C|U  [?CONDITION]   a module with its usage
+//   use     NAME  M|C|U  [?CONDITION  [+]]   a module with its usage
 //   unknown REASON             the contents are not known, or not all of them; vxdata report lists why
 //   GGGG,EEEE  TYPE  KEYWORD  OPTIONS   an attribute; TYPE 1, 1C, 2, 2C or 3, with a "!" behind it where
 //                                       the line overrules the other modules of the object
@@ -20,9 +21,11 @@
 // Options, each in a column of its own:
 //
 //   ?NAME     condition            =A|B    enumerated values       2=A|B  the same for the second value
+//   ?(RULE)   the same, as a rule  +       where the condition does not hold, the attribute may be there
 //   >A|B      item types           ~A|B    defined terms           2~A|B
 //   :VR       VR, for an attribute that the dictionary lacks
 //   @CODE     private creator      *TEXT   default value
+//   ^TITLE    the module that it comes from, where that is not the block's title
 //
 // Columns are separated by tabs. Within values "\|" is a bar and "\\" a backslash.
 
@@ -68,7 +71,9 @@ struct Attribute {
   AttributeType type = kType3;
   bool overrules = false;
   std::string keyword;
-  std::string condition;
+  std::string condition;  // a name, or a rule in parentheses
+  bool may = false;       // be there where the condition does not hold
+  std::string module;     // title of the module or macro that the type comes from
   std::vector<ValueList> values;
   std::vector<std::string> items;
   std::optional<int> vr;
@@ -82,6 +87,7 @@ struct Reference {
   char usage = 'M';
   std::string condition;
   Place place;
+  bool may = false;  // what the module demands may be there where the condition does not hold
 };
 
 enum class BlockKind { kModule, kMacro, kItem, kIod, kMessage, kExtension };
@@ -102,7 +108,7 @@ using Body = std::map<uint32_t, Attribute>;
 class Templates {
  public:
   void read(const std::string& path, Problems& problems);
-  // Adds the lines of all extensions to their blocks, once everything is read.
+  // Adds the lines of all extensions to their blocks and fills in what is defined, once everything is read.
   void join_extensions(Problems& problems);
 
   const std::deque<Block>& blocks() const { return blocks_; }
@@ -116,11 +122,13 @@ class Templates {
   void open_block(const std::vector<std::string>& fields, Place place, Problems& problems);
   void read_row(const std::vector<std::string>& fields, Place place, Problems& problems);
   std::vector<Block*> extended_by(const Block& extension);
+  void fill_in(std::string& condition, const Place& place, Problems& problems) const;
   void merge_reference(Body& body, const Reference& reference, Problems& problems);
 
   std::deque<std::string> files_;
   std::deque<Block> blocks_;
   std::unordered_map<std::string, Block*> index_;
+  std::unordered_map<std::string, std::string> defined_;
   std::unordered_map<const Block*, Body> bodies_;
   std::unordered_map<const Block*, bool> open_;
 };
@@ -131,7 +139,10 @@ std::string join_values(const std::vector<std::string>& values);
 
 std::string attribute_line(const Attribute& attribute);
 
-// The attributes that the name or the rule of a condition says it reads.
+inline bool is_rule(const std::string& condition) {
+  return !condition.empty() && condition.front() == '(';
+}
+// The attributes that the name of a condition says it reads, or its rule of the object at hand.
 std::vector<uint32_t> condition_tags(std::string_view text);
 
 }  // namespace vxdata
