@@ -427,12 +427,13 @@ TEST_F(Program, ValidateTellsWhatIsAskedFor) {
   const std::string to = path("b.dcm");
   ASSERT_EQ(run("modify --set PatientSex=X --set ImageType= " + path("uv.dcm") + " " + to).exit, 0);
   const Outcome outcome = run("validate --level all " + to);
-  for (const char* line : {"(0010,0040) PatientSex \"X\": Value not an enumerated value [M | F | O]",
-                           "(0028,0002) SamplesPerPixel: Required attribute not in message [type 1]",
-                           "(0020,000D) StudyInstanceUID: Required attribute not in message [type 1]",
-                           "(0008,0428) TotalNumberOfStudyRecords: VR parameter is invalid [VR UV, which is "
-                           "carried as UN and loses "
-                           "nothing]"}) {
+  for (const char* line :
+       {"(0010,0040) PatientSex \"X\": Value not an enumerated value [M | F | O]",
+        "(0028,0002) SamplesPerPixel: Required attribute not in message [type 1 of Image Pixel (C.7-11b)]",
+        "(0020,000D) StudyInstanceUID: Required attribute not in message [type 1 of General Study (C.7-3)]",
+        "(0008,0428) TotalNumberOfStudyRecords: VR parameter is invalid [VR UV, which is "
+        "carried as UN and loses "
+        "nothing]"}) {
     EXPECT_NE(outcome.out.find(line), std::string::npos) << line << "\n" << outcome.out;
   }
   // A null value in an optional attribute is no more than a remark.
@@ -442,6 +443,58 @@ TEST_F(Program, ValidateTellsWhatIsAskedFor) {
                           "[{\"valueNumber\":1,\"enumerated\":true,\"list\":[\"M\",\"F\",\"O\"]}]}"),
             std::string::npos)
       << json.out;
+}
+
+// What no template can say: values against each other, against the dictionary, against what is there.
+TEST_F(Program, ValidateComparesValues) {
+  const auto with = [](uint32_t tag, const char* vr, const std::string& value) {
+    std::string element;
+    append_element(element, tag, vr, value);
+    return element;
+  };
+  const std::string whole = sample();
+  const std::string head = whole.substr(0, whole.find(std::string("\x08\0\x60\0", 4)));
+  const std::string pixels = with(0x00280002, "US", number(1)) + with(0x00280004, "CS", "MONOCHROME2") +
+                             with(0x00280010, "US", number(2)) + with(0x00280011, "US", number(2)) +
+                             with(0x00280100, "US", number(8)) + with(0x00280101, "US", number(8)) +
+                             with(0x00280102, "US", number(7));
+  const std::string table = number(4) + number(0) + number(16);
+  std::string many = "x";
+  for (int i = 1; i < 30000; ++i) many += "\\x";
+  const struct {
+    const char* what;
+    std::string body;
+    const char* line;  // of the report
+  } rows[] = {
+      {"date", with(0x00080020, "DA", "2012-01-01"),
+       "\"2012-01-01\": Invalid value for this tag's VR [a date is"},
+      {"day", with(0x00080020, "DA", "20230230"), "[a date is YYYYMMDD]"},
+      {"VR", with(0x00181030, "SH", "head"), "ProtocolName: VR parameter is invalid [VR LO, not SH]"},
+      {"root of a UID", with(0x0020000D, "UI", "3.1.2"), "[the first component of a UID is 0, 1 or 2]"},
+      {"zeros in a UID", with(0x0020000D, "UI", "1.2.003"), "[a component of a UID has no leading zeros]"},
+      {"one UID twice", with(0x0020000D, "UI", "1.2.3.4"), "[the same UID as in (0008,0018) SOPInstanceUID]"},
+      {"text", with(0x0008103E, "LO", "K\xF6ln"),
+       "[without Specific Character Set (0008,0005) text is ASCII]"},
+      {"pixels", pixels + with(0x7FE00010, "OB", "123456"), "[6 bytes, not the 4 of its description]"},
+      {"high bit", pixels.substr(0, pixels.size() - 2) + number(6) + with(0x7FE00010, "OB", "1234"),
+       "Bits Stored, 7]"},
+      {"table", with(0x00281101, "US", table) + with(0x00281201, "OW", "123456"), "[6 bytes for 4 entries]"},
+      {"order", with(0x00100020, "LO", "id") + with(0x00080060, "CS", "OT"),
+       "A tag was encoded in the stream not"},
+      {"many of a kind", with(0x00180022, "CS", many), "value for this VR [VR CS] (the first of 30000)\n"},
+      {"the meta group", "",
+       "MediaStorageSOPInstanceUID: Tag's value incompatible with function call [the data set has 1.2.3.5]"},
+  };
+  for (const auto& row : rows) {
+    std::string file = head + row.body;
+    if (row.body.empty()) file.replace(file.rfind("1.2.3.4"), 7, "1.2.3.5");
+    write("v.dcm", file);
+    const Outcome outcome = run("validate --level errors " + path("v.dcm"));
+    EXPECT_EQ(outcome.exit, 1) << row.what << outcome.out;
+    EXPECT_NE(outcome.out.find(row.line), std::string::npos) << row.what << "\n" << outcome.out;
+  }
+  write("v.dcm", head + pixels + with(0x7FE00010, "OB", "1234"));
+  EXPECT_EQ(run("validate " + path("v.dcm")).out.find("PixelData"), std::string::npos);
 }
 
 TEST_F(Program, TemplateShowsWhatAClassDemands) {

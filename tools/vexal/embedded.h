@@ -14,5 +14,7 @@ const DictionaryRecord* embedded_dictionary();
 // data/dictionary.tsv and data/uids.tsv as they stand there.
 std::string_view dictionary_table();
 std::string_view uid_table();
+// The source of the library's conditions, with a row NAME: RULE for each.
+std::string_view condition_table();
 
 }  // namespace vexal

@@ -17,6 +17,7 @@
 
 VEXAL_EMBED(vexal_dictionary_table, VEXAL_DATA_DIR "/dictionary.tsv");
 VEXAL_EMBED(vexal_uid_table, VEXAL_DATA_DIR "/uids.tsv");
+VEXAL_EMBED(vexal_condition_table, VEXAL_CONDITIONS);
 
 namespace vexal {
 
@@ -27,6 +28,10 @@ std::string_view dictionary_table() {
 
 std::string_view uid_table() {
   return {vexal_uid_table, static_cast<std::size_t>(vexal_uid_table_end - vexal_uid_table)};
+}
+
+std::string_view condition_table() {
+  return {vexal_condition_table, static_cast<std::size_t>(vexal_condition_table_end - vexal_condition_table)};
 }
 
 }  // namespace vexal

@@ -1,9 +1,8 @@
 #include "rules.h"
 
 #include <algorithm>
-#include <fstream>
-#include <sstream>
 
+#include "bytes.h"
 #include "embedded.h"
 #include "json.h"
 #include "names.h"
@@ -50,14 +49,8 @@ RuleBook::RuleBook() {
 }
 
 void RuleBook::read(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << file.rdbuf();
-  if (!file || bytes.str().empty()) throw vxdata::Unusable{path + ": can not be read"};
-  entries_ = vxdata::decode_messages(path, bytes.str(), vxdata::Dictionary());
-  for (const vxdata::DecodedEntry& entry : entries_) {
-    index_[{entry.number, entry.command}] = &entry.attributes;
-  }
+  file_.emplace(path, vxdata::read_file(path));
+  for (const Entry& entry : file_->entries()) index_[{entry.number, entry.command}] = entry;
 }
 
 const RuleBook& RuleBook::get() {
@@ -85,7 +78,8 @@ std::vector<uint16_t> RuleBook::commands(const std::string& service) const {
   std::vector<uint16_t> found;
   const auto at = services_.find(service);
   if (at == services_.end()) return found;
-  for (const vxdata::DecodedEntry& entry : entries_) {
+  if (!file_) return found;
+  for (const Entry& entry : file_->entries()) {
     if (entry.number == at->second && entry.command != 0) found.push_back(entry.command);
   }
   return found;
@@ -99,20 +93,38 @@ uint16_t RuleBook::usual_command(const std::string& service) const {
   return request != known.end() ? *request : known.empty() ? uint16_t{0} : known.front();
 }
 
-const Rules* RuleBook::find(const std::map<std::string, int>& numbers, const std::string& name,
-                            uint16_t command) const {
+const RuleBook::Entry* RuleBook::find(const std::map<std::string, int>& numbers, const std::string& name,
+                                      uint16_t command) const {
   const auto number = numbers.find(name);
   if (number == numbers.end()) return nullptr;
   const auto at = index_.find({number->second, command});
-  return at != index_.end() ? at->second : nullptr;
+  return at != index_.end() ? &at->second : nullptr;
+}
+
+// A block that is damaged has no rules.
+const Rules* RuleBook::decode(const Entry* entry) const {
+  if (entry == nullptr) return nullptr;
+  const std::lock_guard guard(mutex_);
+  const auto known = decoded_.find(entry->body);
+  if (known != decoded_.end()) return &known->second;
+  try {
+    return &(decoded_[entry->body] = file_->decode(*entry, vxdata::Dictionary()));
+  } catch (const vxdata::Unusable& unusable) {
+    complain("%s", unusable.text.c_str());
+    return nullptr;
+  }
+}
+
+bool RuleBook::has(const std::string& service, uint16_t command) const {
+  return command != 0 && find(services_, service, command) != nullptr;
 }
 
 const Rules* RuleBook::message(const std::string& service, uint16_t command) const {
-  return command == 0 ? nullptr : find(services_, service, command);
+  return command == 0 ? nullptr : decode(find(services_, service, command));
 }
 
 const Rules* RuleBook::item(const std::string& name) const {
-  return find(items_, name, 0);
+  return decode(find(items_, name, 0));
 }
 
 std::vector<std::string> RuleBook::similar(const std::string& word, std::size_t limit) const {

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <map>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -20,10 +22,12 @@ using Rules = vxdata::AttributeList;  // ascending by tag
 
 class RuleBook {
  public:
-  // Read on first use.
+  // Read on first use, each block when it is asked for.
   static const RuleBook& get();
 
   const std::string& problem() const { return problem_; }  // empty if the file could be read
+  // Whether there are rules for a service and command.
+  bool has(const std::string& service, uint16_t command) const;
   // The commands of a service that rules are known for, in the order of the file.
   std::vector<uint16_t> commands(const std::string& service) const;
   // C_STORE_RQ where the service has one, else its first request; 0 without any.
@@ -37,14 +41,18 @@ class RuleBook {
   RuleBook();
   void take_names();
   void read(const std::string& path);  // throws vxdata::Unusable
-  const Rules* find(const std::map<std::string, int>& numbers, const std::string& name,
+  using Entry = vxdata::MessageDirectory::Entry;
+  const Entry* find(const std::map<std::string, int>& numbers, const std::string& name,
                     uint16_t command) const;
+  const Rules* decode(const Entry* entry) const;
 
   std::string problem_;
   std::map<std::string, int> services_;
   std::map<std::string, int> items_;
-  std::vector<vxdata::DecodedEntry> entries_;
-  std::map<std::pair<int, uint16_t>, const Rules*> index_;
+  std::optional<vxdata::MessageDirectory> file_;
+  std::map<std::pair<int, uint16_t>, Entry> index_;
+  mutable std::mutex mutex_;
+  mutable std::map<std::size_t, Rules> decoded_;  // by where the body starts; guarded by mutex_
 };
 
 // Null if no rule is for the tag; a repeating group goes by its base group.

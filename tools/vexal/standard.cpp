@@ -84,7 +84,7 @@ std::string choose_standard(int32_t id, const Standard& named, Standard& standar
     return "not validated: no service for SOP class " + uid + "; --service names one";
   const RuleBook& book = RuleBook::get();
   standard.command = named.command != 0 ? named.command : fitting_command(id, standard.service);
-  if (book.problem().empty() && book.message(standard.service, standard.command) == nullptr) {
+  if (book.problem().empty() && !book.has(standard.service, standard.command)) {
     return "not validated: no rules for " + standard.title();
   }
   const VX_STATUS status = VX_Set_Service_Command(id, standard.service.c_str(), standard.command);

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "commands.h"
+#include "condition_words.h"
 #include "json.h"
 #include "names.h"
 #include "rules.h"
@@ -57,9 +58,11 @@ void print_table(const Asked& asked, const std::vector<Row>& rows) {
   std::vector<std::array<std::string, kColumns>> table{
       {"tag", "type", "VR", "VM", "attribute", "condition", "values"}};
   for (const Row& row : rows) {
-    table.push_back({format_tag(row.tag), std::string(vxdata::type_text(row.rule->type)),
-                     representation_text(row.tag, row.rule), multiplicity_text(row.tag), row.path,
-                     row.rule->condition, values_text(*row.rule, 0)});
+    table.push_back(
+        {format_tag(row.tag), std::string(vxdata::type_text(row.rule->type)),
+         representation_text(row.tag, row.rule), multiplicity_text(row.tag), row.path,
+         vxdata::is_rule(row.rule->condition) ? condition_words(row.rule->condition) : row.rule->condition,
+         values_text(*row.rule, 0)});
   }
   std::size_t widths[kColumns] = {};
   for (const auto& cells : table) {

@@ -3,8 +3,11 @@
 #include <cstdio>
 #include <map>
 #include <mutex>
+#include <shared_mutex>
 
 #include "commands.h"
+#include "condition_words.h"
+#include "cross_checks.h"
 #include "files.h"
 #include "json.h"
 #include "names.h"
@@ -41,7 +44,8 @@ struct ValidateSettings {
 
 struct Found {
   ValErrObj what;
-  int severity;  // 0 errors, 1 warnings, 2 remarks
+  int severity;        // 0 errors, 1 warnings, 2 remarks
+  std::string reason;  // of what the program has found beside the library: in words
 };
 
 bool same(const ValErrObj& a, const ValErrObj& b) {
@@ -73,7 +77,9 @@ bool is_uid_list(const ValErrObj& finding, uint16_t command) {
 VX_STATUS validate_levels(int32_t id, const ValidateSettings& settings, uint16_t command,
                           std::vector<Found>& found) {
   const MutedWarnings muted;  // what they tell comes as findings
-  for (ValidationLevel level = VX_Errors_Only; level <= settings.level; ++level) {
+  // Warnings are asked for in any case: the lists of single values tell how grave they are.
+  const ValidationLevel highest = std::max<ValidationLevel>(settings.level, VX_Errors_And_Warnings);
+  for (ValidationLevel level = VX_Errors_Only; level <= highest; ++level) {
     std::vector<ValErrObj> findings;
     const VX_STATUS status = run_validation(id, level, findings);
     if (status != VX_MESSAGE_VALIDATES && status != VX_DOES_NOT_VALIDATE) return status;
@@ -82,7 +88,7 @@ VX_STATUS validate_levels(int32_t id, const ValidateSettings& settings, uint16_t
     auto known = found.begin();
     for (const ValErrObj& finding : findings) {
       const bool before = known != found.end() && same(known->what, finding);
-      merged.push_back({finding, before ? (known++)->severity : level - VX_Errors_Only});
+      merged.push_back({finding, before ? (known++)->severity : level - VX_Errors_Only, ""});
     }
     found = std::move(merged);
   }
@@ -173,16 +179,32 @@ class Tree {
   std::map<int32_t, Home> homes_;
 };
 
-// The text of a value; its start, if it is long.
-std::string value_text(const ValErrObj& finding) {
-  char text[kShown + 1] = "";
-  VX_STATUS status = VX_Get_Value_To_String(finding.MsgItemID, finding.Tag, sizeof text, text);
-  for (int32_t number = 1; number < finding.ValueNumber; ++number) {
-    status = VX_Get_Next_Value_To_String(finding.MsgItemID, finding.Tag, sizeof text, text);
+// Reads the texts of values. Findings come in the order of the values, so that the next one is mostly read on
+// from the last.
+class ValueReader {
+ public:
+  // The start of it, if it is long.
+  std::string text(const ValErrObj& finding) {
+    const bool on = object_ == finding.MsgItemID && tag_ == finding.Tag && number_ < finding.ValueNumber;
+    char text[kShown + 1] = "";
+    VX_STATUS status = VX_NORMAL_COMPLETION;
+    if (!on) {
+      status = VX_Get_Value_To_String(finding.MsgItemID, finding.Tag, sizeof text, text);
+      number_ = 1;
+    }
+    for (; number_ < finding.ValueNumber; ++number_)
+      status = VX_Get_Next_Value_To_String(finding.MsgItemID, finding.Tag, sizeof text, text);
+    object_ = finding.MsgItemID;
+    tag_ = finding.Tag;
+    if (status == VX_BUFFER_TOO_SMALL) return std::string(text) + "...";
+    return status == VX_NORMAL_COMPLETION ? text : "";
   }
-  if (status == VX_BUFFER_TOO_SMALL) return std::string(text) + "...";
-  return status == VX_NORMAL_COMPLETION ? text : "";
-}
+
+ private:
+  int32_t object_ = -1;
+  uint32_t tag_ = 0;
+  int32_t number_ = 0;
+};
 
 bool is_item_finding(const ValErrObj& finding) {
   VX_VR vr = 0;
@@ -211,9 +233,17 @@ std::string shorten(std::string text) {
   return text.substr(0, text.rfind(" | ", kLimit)) + " | ...";
 }
 
+// "type 1C of Patient (C.7-1), required if ...".
 std::string type_text(const Rule& rule, const char* link) {
   std::string text = "type " + std::string(vxdata::type_text(rule.type));
-  return rule.condition.empty() ? text : text + link + rule.condition;
+  if (const std::size_t space = rule.module.find(' '); space != std::string::npos) {
+    const bool table =
+        rule.module.find('.') < space || rule.module.find('-') < space;  // as the standard has it
+    text += " of " +
+            (table ? rule.module.substr(space + 1) + " (" + rule.module.substr(0, space) + ")" : rule.module);
+  }
+  const std::string words = condition_words(rule.condition);
+  return words.empty() ? text : text + ", " + link + words;
 }
 
 // What stays UN in the library, though the standard has a VR for it.
@@ -222,10 +252,20 @@ bool is_carried_as_un(const ValErrObj& finding) {
   return finding.Status == VX_INVALID_VR_CODE && (vr == "OV" || vr == "SV" || vr == "UV");
 }
 
+// The VR that the value was checked by.
+std::string checked_vr(const ValErrObj& finding) {
+  VX_VR vr = 0;
+  if (VX_Get_Attribute_Info(finding.MsgItemID, finding.Tag, &vr, nullptr) == VX_NORMAL_COMPLETION)
+    return vr_letters(vr);
+  return std::string(standard_vr(finding.Tag));
+}
+
 // What the standard asks for where the finding is; empty if there is nothing to tell.
-std::string wanted_text(const ValErrObj& finding, const Rule* rule) {
-  const std::string vr(standard_vr(finding.Tag));
-  if (is_carried_as_un(finding)) return "VR " + vr + ", which is carried as UN and loses nothing";
+std::string wanted_text(const Found& found, const Rule* rule) {
+  const ValErrObj& finding = found.what;
+  if (!found.reason.empty()) return found.reason;
+  if (is_carried_as_un(finding))
+    return "VR " + std::string(standard_vr(finding.Tag)) + ", which is carried as UN and loses nothing";
   switch (finding.Status) {
     case VX_NON_SERVICE_ATTRIBUTE:
       return "";
@@ -240,38 +280,79 @@ std::string wanted_text(const ValErrObj& finding, const Rule* rule) {
     case VX_VALUE_MAY_NOT_BE_NULL:
     case VX_NO_CONDITION_FUNCTION:
     case VX_UNABLE_TO_CHECK_CONDITION:
-      return rule != nullptr ? type_text(*rule, " if ") : "";
+      return rule != nullptr ? type_text(*rule, "required if ") : "";
     case VX_VALUE_NOT_ALLOWED:
-      return rule != nullptr ? type_text(*rule, ", only if ") : "";
-    default:
+      return rule != nullptr ? type_text(*rule, "only if ") : "";
+    default: {
+      const std::string vr = checked_vr(finding);
       return vr.empty() ? "" : "VR " + vr;
-  }
-}
-
-void append_text(std::string& out, Tree& tree, const std::vector<Found>& found, ValidationLevel level) {
-  for (int severity = 0; severity < level; ++severity) {
-    bool first = true;
-    for (const Found& one : found) {
-      if (one.severity != severity) continue;
-      if (first) out += "  " + std::string(kPlural[severity]) + "\n";
-      first = false;
-      const ValErrObj& what = one.what;
-      out += "    " + format_tag(what.Tag) + " " + tree.path(what.MsgItemID, what.Tag);
-      if (what.ValueNumber > 0 && is_item_finding(what)) {
-        out += " item " + std::to_string(what.ValueNumber - 1);
-      } else if (what.ValueNumber > 0) {
-        if (what.ValueNumber > 1) out += " value " + std::to_string(what.ValueNumber);
-        out += " \"" + shown(value_text(what)) + "\"";
-      }
-      out += ": " + std::string(VX_Error_Message(what.Status));
-      const std::string wanted = wanted_text(what, tree.rule(what.MsgItemID, what.Tag));
-      out += wanted.empty() ? "\n" : " [" + wanted + "]\n";
     }
   }
 }
 
-void append_wanted(std::string& out, const ValErrObj& finding, const Rule* rule) {
-  const std::string text = wanted_text(finding, rule);
+// A finding as it is printed, with how many of its like there are.
+struct Line {
+  std::string head;  // tag, path, value
+  std::string text;  // status and what is wanted
+  std::size_t count = 1;
+};
+
+// "A[12].B" as "A[].B": what the same finding in other items has in common.
+std::string without_numbers(const std::string& path) {
+  std::string text;
+  bool inside = false;
+  for (const char c : path) {
+    if (!inside || c == ']') text += c;
+    inside = c == '[' || (inside && c != ']');
+  }
+  return text;
+}
+
+std::string finding_head(Tree& tree, const Found& one, ValueReader& values) {
+  const ValErrObj& what = one.what;
+  std::string head = format_tag(what.Tag) + " " + tree.path(what.MsgItemID, what.Tag);
+  if (what.ValueNumber > 0 && is_item_finding(what)) {
+    head += " item " + std::to_string(what.ValueNumber - 1);
+  } else if (what.ValueNumber > 0) {
+    if (what.ValueNumber > 1) head += " value " + std::to_string(what.ValueNumber);
+    head += " \"" + shown(values.text(what)) + "\"";
+  }
+  return head;
+}
+
+// Equal findings make one line, that of the first.
+void append_text(std::string& out, Tree& tree, const std::vector<Found>& found, ValidationLevel level) {
+  ValueReader values;
+  for (int severity = 0; severity < level; ++severity) {
+    std::vector<Line> lines;
+    std::map<std::string, std::size_t> known;
+    for (const Found& one : found) {
+      if (one.severity != severity) continue;
+      const ValErrObj& what = one.what;
+      const std::string wanted = wanted_text(one, tree.rule(what.MsgItemID, what.Tag));
+      const std::string text =
+          std::string(VX_Error_Message(what.Status)) + (wanted.empty() ? "" : " [" + wanted + "]");
+      const std::string key =
+          format_tag(what.Tag) + without_numbers(tree.path(what.MsgItemID, what.Tag)) + "\n" + text;
+      const auto [at, fresh] = known.emplace(key, lines.size());
+      if (fresh) {
+        lines.push_back({finding_head(tree, one, values), text});
+      } else {
+        ++lines[at->second].count;
+      }
+    }
+    if (!lines.empty()) out += "  " + std::string(kPlural[severity]) + "\n";
+    for (const Line& line : lines) {
+      out += "    " + line.head + ": " + line.text;
+      if (line.count > 1) out += " (the first of " + std::to_string(line.count) + ")";
+      out += '\n';
+    }
+  }
+}
+
+void append_wanted(std::string& out, const Found& found, const Rule* rule) {
+  const ValErrObj& finding = found.what;
+  const std::string text = wanted_text(found, rule);
   if (!text.empty()) {
     out += ",\"wanted\":";
     append_json(out, text);
@@ -286,6 +367,7 @@ void append_wanted(std::string& out, const ValErrObj& finding, const Rule* rule)
 
 void append_json_findings(std::string& out, Tree& tree, const std::vector<Found>& found,
                           ValidationLevel level) {
+  ValueReader values;
   bool first = true;
   for (int severity = 0; severity < level; ++severity) {
     for (const Found& one : found) {
@@ -304,12 +386,12 @@ void append_json_findings(std::string& out, Tree& tree, const std::vector<Found>
         out += std::to_string(item ? what.ValueNumber - 1 : what.ValueNumber);
         if (!item) {
           out += ",\"value\":";
-          append_json(out, value_text(what));
+          append_json(out, values.text(what));
         }
       }
       out += ",\"status\":" + std::to_string(what.Status) + ",\"rule\":";
       append_json(out, std::string_view(VX_Error_Message(what.Status)));
-      append_wanted(out, what, tree.rule(what.MsgItemID, what.Tag));
+      append_wanted(out, one, tree.rule(what.MsgItemID, what.Tag));
       out += '}';
     }
   }
@@ -323,6 +405,49 @@ struct Totals {
   std::size_t counts[kLevels] = {};
 };
 
+// How grave a value outside its lists is, by the lists for its place among the values. False if there are
+// none.
+bool grade_listed(Found& found, const Rule& rule) {
+  const bool by_number = std::any_of(rule.values.begin(), rule.values.end(),
+                                     [](const vxdata::ValueList& list) { return list.number > 1; });
+  bool any = false;
+  bool closed = true;
+  for (const vxdata::ValueList& list : rule.values) {
+    if (by_number && list.number != found.what.ValueNumber) continue;
+    any = true;
+    closed = closed && list.enumerated;
+  }
+  found.severity = closed ? 0 : 1;
+  found.what.Status = closed ? VX_NOT_ONE_OF_ENUMERATED_VALUES : VX_NOT_ONE_OF_DEFINED_TERMS;
+  return any;
+}
+
+// The library takes the kind of an attribute's last list for all of its values, and UN for a fault.
+void grade(Tree& tree, std::vector<Found>& found) {
+  std::erase_if(found, [&](Found& one) {
+    if (is_carried_as_un(one.what)) one.severity = 2;
+    const VX_STATUS status = one.what.Status;
+    if (status != VX_NOT_ONE_OF_ENUMERATED_VALUES && status != VX_NOT_ONE_OF_DEFINED_TERMS) return false;
+    const Rule* rule = tree.rule(one.what.MsgItemID, one.what.Tag);
+    return rule != nullptr && !rule->values.empty() && !grade_listed(one, *rule);
+  });
+}
+
+// Errors that no template tells of go behind the library's, unless that has found the same value wrong.
+void add_cross_checks(const DicomFile& file, uint16_t command, std::vector<Found>& found) {
+  const bool query =
+      command == C_FIND_RQ || command == C_FIND_RSP || command == C_MOVE_RQ || command == C_GET_RQ;
+  for (CrossFinding& cross : cross_check(file, query)) {
+    const auto known = [&cross](const Found& one) {
+      return one.severity == 0 && one.what.MsgItemID == cross.what.MsgItemID &&
+             one.what.Tag == cross.what.Tag && one.what.ValueNumber == cross.what.ValueNumber &&
+             (one.what.Status == VX_INVALID_VALUE_FOR_VR || one.what.Status == VX_INVALID_CHARS_IN_VALUE);
+    };
+    if (cross.what.ValueNumber == 0 || std::none_of(found.begin(), found.end(), known))
+      found.push_back({cross.what, 0, std::move(cross.reason)});
+  }
+}
+
 std::string examine(const DicomFile& file, const ValidateSettings& settings, Tree& tree,
                     std::vector<Found>& found, Standard& standard) {
   std::string problem = choose_standard(file.id(), settings.standard, standard);
@@ -330,12 +455,23 @@ std::string examine(const DicomFile& file, const ValidateSettings& settings, Tre
   tree.set_standard(standard);
   const VX_STATUS status = validate_levels(file.id(), settings, standard.command, found);
   if (status != VX_NORMAL_COMPLETION) return standard.title() + ": " + VX_Error_Message(status);
+  grade(tree, found);
+  add_cross_checks(file, standard.command, found);
+  std::erase_if(found, [&](const Found& one) { return one.severity >= settings.level; });
   if (settings.paths.empty()) return "";
   std::vector<Place> places;
   for (const auto& path : settings.paths) resolve_path(file.id(), path, false, places);
   std::erase_if(found,
                 [&](const Found& one) { return !tree.lies_under(one.what.MsgItemID, one.what.Tag, places); });
   return "";
+}
+
+// `problem`: "offset 12 (gggg,eeee) Keyword: ...".
+Found order_finding(int32_t root, const std::string& problem) {
+  uint32_t tag = 0;
+  if (const std::size_t at = problem.find('('); at != std::string::npos)
+    parse_tag(problem.substr(at, 11), tag);
+  return {{tag, root, 0, VX_OUT_OF_ORDER_TAG}, 0, shown(problem)};
 }
 
 FileResult fail(const std::string& path, const std::string& problem, Totals& totals) {
@@ -345,15 +481,42 @@ FileResult fail(const std::string& path, const std::string& problem, Totals& tot
   return {"", kUsage};
 }
 
+// A data set whose tags are out of order is read all the same. The setting for that is the library's, and no
+// other file must be read under it, since its own order would then go unseen.
+class OrderedReader {
+ public:
+  // `out_of_order`: the failure of the strict reading, if that is the only one.
+  VX_STATUS open(DicomFile& file, const std::string& path, std::string& out_of_order) {
+    {
+      const std::shared_lock strict(mutex_);
+      const VX_STATUS status = file.open(path, {});
+      if (status != VX_OUT_OF_ORDER_TAG) return status;
+    }
+    out_of_order = file.problem();
+    const std::unique_lock alone(mutex_);
+    VX_Set_Bool_Config_Value(VX_CFG_ALLOW_OUT_OF_ORDER_TAGS, 1);
+    const VX_STATUS status = file.open(path, {});
+    VX_Set_Bool_Config_Value(VX_CFG_ALLOW_OUT_OF_ORDER_TAGS, 0);
+    return status;
+  }
+
+ private:
+  std::shared_mutex mutex_;
+};
+
 FileResult validate_file(const std::string& path, const ValidateSettings& settings, Totals& totals) {
+  static OrderedReader reader;
   CurrentFile current(path);
   DicomFile file;
-  if (file.open(path, {}) != VX_NORMAL_COMPLETION) return fail(path, file.problem(), totals);
+  std::string out_of_order;
+  if (reader.open(file, path, out_of_order) != VX_NORMAL_COMPLETION)
+    return fail(path, file.problem(), totals);
   Tree tree(file.id());
   std::vector<Found> found;
   Standard standard;
   const std::string problem = examine(file, settings, tree, found, standard);
   if (!problem.empty()) return fail(path, shown(problem), totals);
+  if (!out_of_order.empty()) found.insert(found.begin(), order_finding(file.id(), out_of_order));
 
   std::size_t counts[kLevels] = {};
   for (const Found& one : found) ++counts[one.severity];

@@ -1,0 +1,397 @@
+#include "cross_checks.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <map>
+#include <set>
+
+#include "bulk_files.h"
+#include "charset.h"
+#include "names.h"
+#include "tag_path.h"
+
+namespace vexal {
+namespace {
+
+constexpr uint32_t kCharacterSet = 0x00080005;
+constexpr uint32_t kInstance = 0x00080018;
+constexpr uint32_t kReferencedInstance = 0x00081155;
+constexpr uint32_t kFrames = 0x00280008;
+constexpr uint32_t kDescriptor = 0x00283002;
+constexpr uint32_t kContent = 0x0040A730;
+constexpr uint32_t kPixelData = 0x7FE00010;
+constexpr uint32_t kPerFrame = 0x52009230;
+constexpr uint32_t kUndefined = 0xFFFFFFFFU;
+
+// Attributes for which the standard gives a choice of VR, by the choice.
+constexpr uint32_t kSignedOrNot[] = {0x00189810, 0x00221452, 0x00280071, 0x00280104, 0x00280105, 0x00280106,
+                                     0x00280107, 0x00280108, 0x00280109, 0x00280110, 0x00280111, 0x00280120,
+                                     0x00280121, 0x00281100, 0x00281101, 0x00281102, 0x00281103, 0x00281111,
+                                     0x00281112, 0x00281113, 0x00281200, 0x00283002, 0x00283006, 0x00409211,
+                                     0x00409216, 0x00603004, 0x00603006};
+constexpr uint32_t kBytesOrWords[] = {0x00143050, 0x00143070, 0x00281200, 0x00283006, 0x5000200C, 0x50003000,
+                                      0x54000110, 0x54000112, 0x5400100A, 0x54001010, 0x60003000, 0x7FE00010};
+
+template <typename List>
+bool contains(const List& list, uint32_t tag) {
+  return std::find(std::begin(list), std::end(list), tag) != std::end(list);
+}
+
+uint32_t base_tag(uint32_t tag) {
+  const uint32_t high = tag >> 24;
+  return high == 0x50 || high == 0x60 ? tag & 0xFF00FFFFU : tag;
+}
+
+bool is_private(uint32_t tag) {
+  return (tag >> 16) % 2 == 1;
+}
+
+bool may_have_vr(uint32_t tag, std::string_view wanted, std::string_view given) {
+  if (wanted == given || wanted == "UN" || given == "UN" || wanted.empty()) return true;
+  if ((wanted == "UT" && given == "UR") || (wanted == "UR" && given == "UT")) return true;  // it has changed
+  const bool numbers = given == "US" || given == "SS";
+  const bool bulk = given == "OB" || given == "OW";
+  return (numbers && contains(kSignedOrNot, base_tag(tag))) ||
+         (bulk && contains(kBytesOrWords, base_tag(tag)));
+}
+
+std::string text_of(int32_t object, uint32_t tag) {
+  char text[128] = "";
+  return VX_Get_Value_To_String(object, tag, sizeof text, text) == VX_NORMAL_COMPLETION ? text : "";
+}
+
+bool number_of(int32_t object, uint32_t tag, int32_t& value) {
+  return VX_Get_Value_To_Int(object, tag, &value) == VX_NORMAL_COMPLETION;
+}
+
+// Up to `limit` values; fewer where one can not be read.
+std::vector<double> numbers_of(int32_t object, uint32_t tag, std::size_t limit) {
+  std::vector<double> values;
+  double value = 0;
+  VX_STATUS status = VX_Get_Value_To_Double(object, tag, &value);
+  for (; status == VX_NORMAL_COMPLETION && values.size() < limit;
+       status = VX_Get_Next_Value_To_Double(object, tag, &value)) {
+    values.push_back(value);
+  }
+  return values;
+}
+
+bool is_present(int32_t object, uint32_t tag) {
+  return VX_Get_Attribute_Info(object, tag, nullptr, nullptr) == VX_NORMAL_COMPLETION;
+}
+
+// ---- Values by themselves ----
+
+// YYYYMMDD, a day that there is.
+bool is_date(std::string_view text) {
+  constexpr int kDays[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  if (text.size() != 8 || text.find_first_not_of("0123456789") != std::string_view::npos) return false;
+  const int month = (text[4] - '0') * 10 + text[5] - '0';
+  const int day = (text[6] - '0') * 10 + text[7] - '0';
+  return month >= 1 && month <= 12 && day >= 1 && day <= kDays[month - 1];
+}
+
+// What is wrong with a UID of the right characters; null if nothing is.
+const char* uid_fault(std::string_view uid) {
+  if (uid.find_first_not_of("0123456789.") != std::string_view::npos)
+    return nullptr;  // the library's finding
+  const std::size_t end = uid.find('.');
+  if (end == std::string_view::npos) return "a UID has more than one component";
+  if (end != 1 || uid[0] > '2') return "the first component of a UID is 0, 1 or 2";
+  for (std::size_t start = 0; start <= uid.size();) {
+    const std::size_t dot = std::min(uid.find('.', start), uid.size());
+    if (dot == start) return "a component of a UID may not be empty";
+    if (uid[start] == '0' && dot > start + 1) return "a component of a UID has no leading zeros";
+    start = dot + 1;
+  }
+  if (uid.find_first_not_of("0.") == std::string_view::npos) return "a UID is not made of zeros";
+  const std::string_view second = uid.substr(2, uid.find('.', 2) - 2);
+  const bool small = second.size() == 1 || (second.size() == 2 && second[0] < '4');
+  return uid[0] < '2' && !small ? "the second component of a UID is below 40 where the first is 0 or 1"
+                                : nullptr;
+}
+
+bool is_text_of_charset(VX_VR vr) {
+  return vr == VX_VR_SH || vr == VX_VR_LO || vr == VX_VR_ST || vr == VX_VR_LT || vr == VX_VR_UC ||
+         vr == VX_VR_UT || vr == VX_VR_PN;
+}
+
+class Checker {
+ public:
+  Checker(const DicomFile& file, bool query) : file_(file), query_(query) {}
+
+  std::vector<CrossFinding> run() {
+    const int32_t root = file_.id();
+    if (file_.has_meta() && !query_) meta_group(root);
+    object(root, is_present(root, kCharacterSet));
+    if (!query_) {
+      identifiers(root);
+      frames(root);
+      evidence(root);
+    }
+    return std::move(findings_);
+  }
+
+ private:
+  void add(int32_t object, uint32_t tag, VX_STATUS status, std::string reason, int32_t number = 0) {
+    findings_.push_back({{tag, object, number, status}, std::move(reason)});
+  }
+
+  // ---- The walk ----
+
+  void object(int32_t id, bool has_charset) {
+    std::vector<std::pair<uint32_t, VX_VR>> attributes;
+    std::vector<int32_t> counts;
+    uint32_t tag = 0;
+    VX_VR vr = 0;
+    int32_t count = 0;
+    VX_STATUS status = VX_Get_First_Attribute(id, &tag, &vr, &count);
+    for (; status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Attribute(id, &tag, &vr, &count)) {
+      attributes.emplace_back(tag, vr);
+      counts.push_back(count);
+    }
+    for (std::size_t i = 0; i < attributes.size(); ++i) {
+      attribute(id, attributes[i].first, attributes[i].second, counts[i], has_charset);
+    }
+    if (!query_) {
+      lookup_table(id);
+      directions(id);
+      if (is_present(id, kPixelData)) pixels(id);
+    }
+  }
+
+  void attribute(int32_t id, uint32_t tag, VX_VR vr, int32_t count, bool has_charset) {
+    if (tag < 0x00080000) return meta_value(id, tag, vr, count);
+    if (!is_private(tag)) {
+      const std::string_view wanted = standard_vr(tag);
+      if (!may_have_vr(tag, wanted, vr_letters(vr))) {
+        add(id, tag, VX_INVALID_VR_CODE, "VR " + std::string(wanted) + ", not " + vr_letters(vr));
+      }
+    }
+    if (vr == VX_VR_SQ) {
+      for (const int32_t item : sequence_items(id, tag))
+        object(item, has_charset || is_present(item, kCharacterSet));
+    } else if (vr == VX_VR_UI || (vr == VX_VR_DA && !query_) || (is_text_of_charset(vr) && !has_charset)) {
+      text_values(id, tag, vr, count);
+    }
+  }
+
+  void text_values(int32_t id, uint32_t tag, VX_VR vr, int32_t count) {
+    std::vector<TextValue> values;
+    if (read_texts(id, tag, count, false, values) != VX_NORMAL_COMPLETION) return;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      const std::string& text = values[i].bytes;
+      const auto number = static_cast<int32_t>(i) + 1;
+      if (text.empty()) continue;
+      if (vr == VX_VR_UI) {
+        if (const char* fault = uid_fault(text)) add(id, tag, VX_INVALID_VALUE_FOR_VR, fault, number);
+      } else if (vr == VX_VR_DA) {
+        if (!is_date(text)) add(id, tag, VX_INVALID_VALUE_FOR_VR, "a date is YYYYMMDD", number);
+      } else if (std::any_of(text.begin(), text.end(),
+                             [](char c) { return static_cast<signed char>(c) < 0; })) {
+        add(id, tag, VX_INVALID_CHARS_IN_VALUE, "without Specific Character Set (0008,0005) text is ASCII",
+            number);
+      }
+    }
+  }
+
+  void meta_value(int32_t id, uint32_t tag, VX_VR vr, int32_t count) {
+    if (tag >> 16 != 2 || count != 1) return;
+    if (vr == VX_VR_UI) text_values(id, tag, vr, count);
+    if (vr != VX_VR_AE) return;
+    const std::string title = text_of(id, tag);
+    const auto bad = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F || c == '\\'; };
+    if (std::any_of(title.begin(), title.end(), bad))
+      add(id, tag, VX_INVALID_CHARS_IN_VALUE, "an application entity title has no control characters", 1);
+  }
+
+  // ---- The object as a whole ----
+
+  void meta_group(int32_t root) {
+    constexpr struct { uint32_t meta, own; } kPairs[] = {{0x00020002, 0x00080016}, {0x00020003, kInstance}};
+    if (is_present(root, 0x00041220)) return;  // a directory has neither
+    for (const auto& pair : kPairs) {
+      const std::string meta = text_of(root, pair.meta);
+      const std::string own = text_of(root, pair.own);
+      if (meta.empty() || meta == own) continue;
+      if (!own.empty()) {
+        add(root, pair.meta, VX_INCOMPATIBLE_VALUE, "the data set has " + own);
+      } else if (!is_present(root, pair.own)) {
+        add(root, pair.meta, VX_INCOMPATIBLE_VALUE, "the data set has no " + describe_tag(pair.own));
+      }
+    }
+  }
+
+  // What identifies different things is different.
+  void identifiers(int32_t root) {
+    constexpr uint32_t kIdentifiers[] = {0x0020000D, 0x0020000E, kInstance, 0x00200052};
+    std::map<std::string, uint32_t> seen;
+    for (const uint32_t tag : kIdentifiers) {
+      const std::string uid = text_of(root, tag);
+      if (uid.empty()) continue;
+      const auto [at, fresh] = seen.emplace(uid, tag);
+      if (!fresh) add(root, at->second, VX_INCOMPATIBLE_VALUE, "the same UID as in " + describe_tag(tag));
+    }
+  }
+
+  void frames(int32_t root) {
+    const std::vector<int32_t> items = sequence_items(root, kPerFrame);
+    int32_t count = 0;
+    if (!items.empty() && number_of(root, kFrames, count) && count >= 0 &&
+        static_cast<std::size_t>(count) != items.size()) {
+      add(root, kPerFrame, VX_INCOMPATIBLE_VALUE,
+          std::to_string(items.size()) + " items for " + std::to_string(count) + " frames");
+    }
+    const std::size_t dimensions = sequence_items(root, 0x00209222).size();
+    for (const int32_t item : items) {
+      for (const int32_t content : sequence_items(item, 0x00209111)) {
+        int32_t values = 0;
+        if (VX_Get_Value_Count(content, 0x00209157, &values) != VX_NORMAL_COMPLETION) continue;
+        if (dimensions != 0 && static_cast<std::size_t>(values) != dimensions)
+          add(content, 0x00209157, VX_INCOMPATIBLE_VALUE,
+              std::to_string(values) + " values for " + std::to_string(dimensions) + " dimensions");
+      }
+    }
+  }
+
+  // Every instance that a report's content refers to is listed as evidence (PS3.3 section C.17.2.3).
+  void evidence(int32_t root) {
+    if (!is_present(root, kContent)) return;
+    std::set<std::string> listed;
+    for (const uint32_t tag : {0x0040A375U, 0x0040A385U}) {
+      for (const int32_t study : sequence_items(root, tag)) {
+        for (const int32_t series : sequence_items(study, 0x00081115)) {
+          for (const int32_t instance : sequence_items(series, 0x00081199))
+            listed.insert(text_of(instance, kReferencedInstance));
+        }
+      }
+    }
+    content(root, listed);
+  }
+
+  void content(int32_t node, const std::set<std::string>& listed) {
+    for (const int32_t reference : sequence_items(node, 0x00081199)) referenced(reference, listed);
+    for (const int32_t child : sequence_items(node, kContent)) content(child, listed);
+  }
+
+  void referenced(int32_t reference, const std::set<std::string>& listed) {
+    const std::string uid = text_of(reference, kReferencedInstance);
+    if (!uid.empty() && !listed.contains(uid))
+      add(reference, kReferencedInstance, VX_NOT_FOUND, "is in no item of the evidence sequences", 1);
+    for (const int32_t state : sequence_items(reference, 0x00081199)) referenced(state, listed);
+  }
+
+  // ---- Lengths ----
+
+  // Bytes of a value; false where they can not be told, or are those of fragments.
+  bool length_of(int32_t id, uint32_t tag, uint64_t& length) const {
+    if (const KeptValue* kept = file_.kept(id, tag)) {
+      length = kept->length;
+      return kept->length != kUndefined;
+    }
+    uint32_t bytes = 0;
+    if (VX_Get_Value_Length(id, tag, 1, &bytes) != VX_NORMAL_COMPLETION) return false;
+    length = bytes;
+    return true;
+  }
+
+  void pixels(int32_t id) {
+    int32_t rows = 0;
+    int32_t columns = 0;
+    int32_t samples = 0;
+    int32_t allocated = 0;
+    int32_t stored = 0;
+    int32_t high = 0;
+    int32_t frames = 1;
+    number_of(id, kFrames, frames);
+    const bool depth = number_of(id, 0x00280100, allocated) && number_of(id, 0x00280101, stored);
+    if (depth && stored > allocated)
+      add(id, 0x00280101, VX_INCOMPATIBLE_VALUE, "more bits stored than allocated");
+    if (depth && number_of(id, 0x00280102, high) && high != stored - 1)
+      add(id, 0x00280102, VX_INCOMPATIBLE_VALUE,
+          "is one less than Bits Stored, " + std::to_string(stored - 1));
+    const bool sizes = number_of(id, 0x00280010, rows) && number_of(id, 0x00280011, columns);
+    if (sizes && rows == 0) add(id, 0x00280010, VX_VALUE_OUT_OF_RANGE, "no image has 0 rows");
+    if (sizes && columns == 0) add(id, 0x00280011, VX_VALUE_OUT_OF_RANGE, "no image has 0 columns");
+    uint64_t length = 0;
+    if (!depth || !sizes || !number_of(id, 0x00280002, samples) || rows <= 0 || columns <= 0 ||
+        samples <= 0 || frames <= 0 || allocated <= 0 || is_encapsulated(file_.syntax()) ||
+        !length_of(id, kPixelData, length)) {
+      return;
+    }
+    const std::string interpretation = text_of(id, 0x00280004);
+    uint64_t count =
+        static_cast<uint64_t>(rows) * static_cast<uint64_t>(columns) * static_cast<uint64_t>(frames);
+    count =
+        samples == 3 && interpretation == "YBR_FULL_422" ? count * 2 : count * static_cast<uint64_t>(samples);
+    const uint64_t bytes = (count * static_cast<uint64_t>(allocated) + 7) / 8;
+    if (length != bytes + bytes % 2)
+      add(id, kPixelData, VX_INVALID_LENGTH_FOR_VR,
+          std::to_string(length) + " bytes, not the " + std::to_string(bytes + bytes % 2) +
+              " of its description");
+  }
+
+  void lookup_table(int32_t id) {
+    constexpr struct {
+      uint32_t descriptor, data;
+    } kTables[] = {{kDescriptor, 0x00283006},
+                   {0x00281101, 0x00281201},
+                   {0x00281102, 0x00281202},
+                   {0x00281103, 0x00281203}};
+    for (const auto& table : kTables) {
+      const std::vector<double> described = numbers_of(id, table.descriptor, 3);
+      uint64_t length = 0;
+      if (described.size() != 3 || !is_present(id, table.data) || !table_length(id, table.data, length))
+        continue;
+      const auto entries = static_cast<uint64_t>(described[0] == 0  ? 65536
+                                                 : described[0] < 0 ? described[0] + 65536
+                                                                    : described[0]);
+      // Entries of 8 bits lie in bytes, padded to an even length; others in words.
+      const uint64_t wanted = described[2] == 8 ? entries + entries % 2 : entries * 2;
+      if (length != wanted)
+        add(id, table.data, VX_INVALID_LENGTH_FOR_VR,
+            std::to_string(length) + " bytes for " + std::to_string(entries) + " entries");
+    }
+  }
+
+  bool table_length(int32_t id, uint32_t tag, uint64_t& length) const {
+    VX_VR vr = 0;
+    int32_t count = 0;
+    if (VX_Get_Attribute_Info(id, tag, &vr, &count) != VX_NORMAL_COMPLETION) return false;
+    if (vr == VX_VR_US || vr == VX_VR_SS) {
+      length = static_cast<uint64_t>(count) * 2;
+      return true;
+    }
+    return length_of(id, tag, length);
+  }
+
+  // ---- Geometry ----
+
+  void directions(int32_t id) {
+    constexpr double kTolerance = 0.01;
+    for (const uint32_t tag : {0x00200037U, 0x00189089U, 0x00189090U}) {
+      if (!is_present(id, tag)) continue;
+      const std::vector<double> v = numbers_of(id, tag, 6);
+      for (std::size_t i = 0; i + 3 <= v.size(); i += 3) {
+        const double size = std::sqrt(v[i] * v[i] + v[i + 1] * v[i + 1] + v[i + 2] * v[i + 2]);
+        if (std::abs(size - 1) < kTolerance) continue;
+        add(id, tag, VX_VALUE_OUT_OF_RANGE, "direction cosines have length 1", static_cast<int32_t>(i) + 1);
+      }
+      if (v.size() == 6 && std::abs(v[0] * v[3] + v[1] * v[4] + v[2] * v[5]) > kTolerance)
+        add(id, tag, VX_VALUE_OUT_OF_RANGE, "rows and columns are orthogonal");
+    }
+  }
+
+  const DicomFile& file_;
+  bool query_;
+  std::vector<CrossFinding> findings_;
+};
+
+}  // namespace
+
+std::vector<CrossFinding> cross_check(const DicomFile& file, bool query) {
+  return Checker(file, query).run();
+}
+
+}  // namespace vexal
