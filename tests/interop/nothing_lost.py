@@ -65,7 +65,7 @@ def elements(data_set, implicit, little):
         if tag.element == 0:
             continue  # group lengths
         value, raw = element.value, isinstance(element, RawDataElement)
-        vr = None if implicit and raw else element.VR
+        vr = None if implicit and element.VR != "SQ" else str(element.VR)
         if raw and vr == "SQ" and value is not None:
             value = read_sequence(DicomBytesIO(value), implicit, little, len(value), "iso8859")
         if isinstance(value, pydicom.sequence.Sequence):
@@ -99,7 +99,7 @@ def differences(before, after, ignore=(), where=""):
             for index, (one, other) in enumerate(zip(x, y)):
                 yield from differences(one, other, ignore, "%s[%d]." % (name, index))
             continue
-        if a.vr and b.vr and a.vr != b.vr:
+        if a.vr and b.vr and a.vr not in (b.vr, "UN"):  # of UN a dictionary may know more
             yield "%s is %s, not %s" % (name, b.vr, a.vr)
         if b.value != a.value and not (len(a.value) % 2 and b.value[:-1] == a.value and b.value[-1:] in b"\0 "):
             at = next((i for i, (x, y) in enumerate(zip(a.value, b.value)) if x != y), min(len(a.value), len(b.value)))
