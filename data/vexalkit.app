@@ -4,7 +4,7 @@
 # A remote application: the section is its AE title.
 [VEXAL_SCP]
 PORT_NUMBER = 11112
-HOST_NAME = localhost
+HOST_NAME = 127.0.0.1
 SERVICE_LIST = Common_SCU_Service_List
 
 # What a workstation or a modality asks for: echo, store, query and retrieve, worklist.

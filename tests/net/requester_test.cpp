@@ -174,11 +174,11 @@ TEST_F(RequesterTest, RemoteApplicationsOfTheProfile) {
                ? std::to_string(info.NumberOfProposedContexts) + " " + info.RemoteHostName
                : std::string(VX_Error_Message(status));
   };
-  EXPECT_EQ(open(&port, nullptr, nullptr), "34 localhost");
-  EXPECT_EQ(open(&port, "127.0.0.1", nullptr), "34 127.0.0.1");
-  EXPECT_EQ(open(&port, "127.0.0.1", "Two"), "2 127.0.0.1");
+  EXPECT_EQ(open(&port, nullptr, nullptr), "34 127.0.0.1");
+  EXPECT_EQ(open(&port, "127.1", nullptr), "34 127.1");
+  EXPECT_EQ(open(&port, "127.1", "Two"), "2 127.1");
   // A record that fits what is given is used as it stands.
-  EXPECT_EQ(open(nullptr, "127.0.0.1", "Two"), "2 127.0.0.1");
+  EXPECT_EQ(open(nullptr, "127.1", "Two"), "2 127.1");
   int32_t id = -1;
   EXPECT_EQ(VX_Open_Association(app_, &id, "VEXAL_SCP", nullptr, nullptr, nullptr), VX_CONNECTION_FAILED)
       << "without arguments the profile counts, whatever was used before";

@@ -30,7 +30,7 @@ class Transport : public WireTest {
 TEST_F(Transport, ConnectsAndTellsWhoIsThere) {
   const int32_t port = listen();
   TL_Transport* client = TL_Create_Transport(nullptr, nullptr);
-  ASSERT_EQ(TL_Connect(*client, "localhost", std::to_string(port).c_str(), 5), TL_NORMAL);
+  ASSERT_EQ(TL_Connect(*client, "127.0.0.1", std::to_string(port).c_str(), 5), TL_NORMAL);
   TL_Transport* server = nullptr;
   ASSERT_EQ(TL_Wait_For_Connection(server, 5, listener_, 0), TL_NORMAL);
   EXPECT_STREQ(server->remoteAddress, "127.0.0.1");
