@@ -1,5 +1,6 @@
 """What the scripts beside this one share: the program and the samples that are given to them, counted checks, processes,
 ports and elements."""
+import atexit
 import importlib
 import os
 import shutil
@@ -10,23 +11,43 @@ import sys
 import tempfile
 import time
 
+import made
+
 VEXAL = os.path.abspath(sys.argv[1])
 SAMPLES = os.path.abspath(sys.argv[2]) if len(sys.argv) > 2 else ""
+REAL_SAMPLES = os.path.isdir(SAMPLES)
+if SAMPLES and not os.path.exists(SAMPLES):  # files made here stand for them
+    SAMPLES = tempfile.mkdtemp()
+    atexit.register(shutil.rmtree, SAMPLES, True)
+    made.make(SAMPLES, made.SAMPLES)
 os.environ.pop("VEXAL_INI", None)
 failures = []
 checks = 0
 
 
-def need(*programs, samples=True, module="os"):
-    """Skips the script where something is missing: Python's module, the samples, a program."""
-    missing = [p for p in programs if shutil.which(p) is None] + ([] if not samples or os.path.isdir(SAMPLES) else ["samples"])
+def need(*programs, samples=False, module="os"):
+    """Skips the script where something is missing: Python's module, real samples, a program."""
+    missing = [p for p in programs if shutil.which(p) is None] + ([] if not samples or REAL_SAMPLES else ["samples"])
     try:
         importlib.import_module(module)
     except ImportError:
         missing.append(module)
     if missing:
-        print("missing:", ", ".join(missing), "(skipped)")
+        left_out("all of " + os.path.basename(sys.argv[0]), *missing)
         sys.exit(77)
+
+
+def left_out(what, *missing):
+    """Says so where a part needs what is not there; the test command gathers these lines."""
+    print("missing: %s (%s)" % (", ".join(missing), what), flush=True)
+
+
+def has(program, what):
+    """Whether a program is there that some checks need."""
+    found = shutil.which(program) is not None
+    if not found:
+        left_out(what, program)
+    return found
 
 
 def check(good, text):

@@ -5,6 +5,7 @@ each kind.
 
 usage: made.py FOLDER    writes them there
 """
+import json
 import os
 import shutil
 import struct
@@ -77,18 +78,18 @@ def uid(data):
     return "%s.%d" % (ROOT, zlib.crc32(data))
 
 
-def head(w, sop_class=SECONDARY_CAPTURE, name=b"Made^File", charset=None, number=1):
+def head(w, sop_class=SECONDARY_CAPTURE, name=b"Made^File", charset=None, number=1, modality="OT", patient="ID1"):
     """What an object begins with, up to group 0010."""
-    instance = "%s.9.%d" % (ROOT, number)
     return ((w.text(0x00080005, "CS", charset) if charset else b"") + w.text(0x00080016, "UI", sop_class) +
-            w.text(0x00080018, "UI", instance) + w.text(0x00080020, "DA", "20260102") + w.text(0x00080060, "CS", "OT") +
-            w.text(0x00100010, "PN", name) + w.text(0x00100020, "LO", "ID1") + w.text(0x00100040, "CS", "O"))
+            w.text(0x00080018, "UI", "%s.9.%d" % (ROOT, number)) + w.text(0x00080020, "DA", "20260102") +
+            w.text(0x00080030, "TM", "120000") + w.text(0x00080060, "CS", modality) +
+            w.text(0x00100010, "PN", name) + w.text(0x00100020, "LO", patient) + w.text(0x00100040, "CS", "O"))
 
 
-def tail(w):
+def tail(w, study=1, series=1, number=1):
     """UIDs and numbers that every object has: group 0020."""
-    return (w.text(0x0020000D, "UI", ROOT + ".2") + w.text(0x0020000E, "UI", ROOT + ".3") + w.text(0x00200010, "SH", "1") +
-            w.text(0x00200011, "IS", "1") + w.text(0x00200013, "IS", "1"))
+    return (w.text(0x0020000D, "UI", "%s.2.%d" % (ROOT, study)) + w.text(0x0020000E, "UI", "%s.3.%d.%d" % (ROOT, study, series)) +
+            w.text(0x00200010, "SH", str(study)) + w.text(0x00200011, "IS", str(series)) + w.text(0x00200013, "IS", str(number)))
 
 
 def content(vr, size):
@@ -118,7 +119,7 @@ def values():
                 block = block_of_values(w, vr, [size for size in [*range(10), *large] if size % 2 == odd])
                 data = head(w) + block + tail(w) + w.sequence(0x00400275, [block], odd == 0)
                 whole = not odd and all(size % SIZES.get(vr, 1) == 0 for size in range(0, 10, 2))
-                yield "values/%s-%s-%s.dcm" % (vr, ("even", "odd")[odd], order), w.file(data), whole
+                yield "made/value-%s-%s-%s.dcm" % (vr, ("even", "odd")[odd], order), w.file(data), whole
 
 
 def public_values():
@@ -129,7 +130,7 @@ def public_values():
             icc = w.element(0x00282000, "OB", content("OB", size))
             document = w.element(0x00420011, "OB", content("OB", size)) + w.text(0x00420012, "LO", "application/pdf")
             wave = w.sequence(0x54000100, [w.element(0x54001010, "OW", content("OW", size))])
-            yield "values/public-%d-%s.dcm" % (size, syntax[16:] or "1.2"), w.file(head(w) + tail(w) + icc + document + wave), False
+            yield "made/value-public-%d-%s.dcm" % (size, syntax[16:] or "1.2"), w.file(head(w) + tail(w) + icc + document + wave), False
 
 
 def structures():
@@ -143,17 +144,17 @@ def structures():
                 deep = w.sequence(0x00080006, [deep, b""], defined)
             data = (head(w) + tail(w) + w.sequence(0x00400260, [code, code], defined) + w.sequence(0x00400275, [], defined) +
                     w.sequence(0x00400555, [b"", code, b""], defined) + w.sequence(0x0040A730, [deep], defined))
-            yield "structures/%s-%d.dcm" % (name, defined), w.file(data), True
+            yield "made/structure-%s-%d.dcm" % (name, defined), w.file(data), True
             private = w.text(0x00190010, "LO", "MADE") + w.sequence(0x00191001, [code, w.text(0x00190010, "LO", "MADE") +
                                                                                    w.numbers(0x00191002, "UL", 7)], defined)
-            yield "structures/private-%s-%d.dcm" % (name, defined), w.file(head(w) + private + tail(w)), True
+            yield "made/structure-private-%s-%d.dcm" % (name, defined), w.file(head(w) + private + tail(w)), True
     w, inner = Writer(EXPLICIT), Writer(IMPLICIT)
     item = inner.element(0xFFFEE000, "", inner.text(0x00080104, "LO", "in UN"), UNDEFINED) + inner.element(0xFFFEE00D, "")
     unknown = w.element(0x00191003, "UN", item + inner.element(0xFFFEE0DD, ""), UNDEFINED)
-    yield "structures/un-undefined.dcm", w.file(head(w) + w.text(0x00190010, "LO", "MADE") + unknown + tail(w)), True
+    yield "made/structure-un-undefined.dcm", w.file(head(w) + w.text(0x00190010, "LO", "MADE") + unknown + tail(w)), True
     known = w.element(0x00280010, "UN", b"\x05\0") + w.element(0x00321060, "UN", b"a procedure")
-    yield "structures/un-known.dcm", w.file(head(w) + tail(w) + known), False
-    yield "structures/group-lengths.dcm", w.file(w.numbers(0x00080000, "UL", 84) + head(w) + tail(w)), True
+    yield "made/structure-un-known.dcm", w.file(head(w) + tail(w) + known), False
+    yield "made/structure-group-lengths.dcm", w.file(w.numbers(0x00080000, "UL", 84) + head(w) + tail(w)), True
 
 
 def private_blocks():
@@ -193,17 +194,17 @@ def texts():
     """Each character set, and text as it should not be: NUL inside, blanks and NULs around, bytes of no set."""
     w = Writer(EXPLICIT)
     for name, charset, value, _ in TEXTS:
-        yield "texts/%s.dcm" % name, w.file(head(w, name=value, charset=charset) + tail(w)), True
+        yield "made/charset-%s.dcm" % name, w.file(head(w, name=value, charset=charset) + tail(w)), True
     odd = {"nul": b"AB\0\\CD", "nuls": b"AB\0\0", "blanks": b"  AB\\ CD  ", "empty": b"\\\\\\ ", "latin": b"M\xfcller", "escape": b"A\x1b[31mB ",
            "nul-only": b"\0\0", "tab": b"A\tB\r\n"}
     for name, value in odd.items():
         value += b" " * (len(value) % 2)
         data = head(w) + w.element(0x00102160, "SH", value) + w.element(0x00104000, "LT", value) + tail(w) + w.element(0x00324000, "LT", value)
-        yield "texts/odd-%s.dcm" % name, w.file(data), name in ("blanks", "empty")
+        yield "made/text-odd-%s.dcm" % name, w.file(data), name in ("blanks", "empty")
     numbers = (w.text(0x00101010, "AS", "18X") + w.text(0x00101030, "DS", "1.23456789012345678\\ 7 ") +
                w.text(0x00181151, "IS", " 0012 "))
     dates = w.text(0x00080022, "DA", "2026.01.02") + w.text(0x00080032, "TM", "12:30:00")
-    yield "texts/numbers.dcm", w.file(dates + numbers), False
+    yield "made/text-numbers.dcm", w.file(dates + numbers), False
 
 
 def packbits(data):
@@ -262,7 +263,7 @@ def images():
             vr = "OW" if allocated > 8 or syntax == IMPLICIT else "OB"
             bytes_ = value if syntax != BIG or vr == "OB" else swap(value, max(2, allocated // 8) if allocated == 16 else 2)
             data = head(w, number=100 + number) + tail(w) + description(w, *described) + w.element(0x7FE00010, vr, bytes_)
-            yield "images/%s-%s.dcm" % (name, short), w.file(data), True
+            yield "pix/%s-%s.dcm" % (name, short), w.file(data), True
         if allocated == 1:
             continue
         w = Writer(RLE)
@@ -271,11 +272,11 @@ def images():
         icon = w.sequence(0x00880200, [description(w, 2, 2, 8) + w.element(0x7FE00010, "OW", b"\1\2\3\4")])
         for table, form in ((offsets, "table"), ((), "no-table")):
             data = head(w, number=200 + number) + tail(w) + description(w, *described) + icon + w.fragments(coded, table)
-            yield "images/%s-rle-%s.dcm" % (name, form), w.file(data), True
+            yield "enc/%s-rle-%s.dcm" % (name, form), w.file(data), True
     w = Writer("1.2.840.10008.1.2.4.999")
     data = head(w, number=300) + tail(w) + description(w, 4, 4, 8)
-    yield "images/unknown-syntax.dcm", w.file(data + w.fragments([b"\1\2\3\4", b"\5\6"], [0])), False
-    yield "images/odd-fragments.dcm", w.file(data + w.fragments([b"\1\2\3", b"\5\6\7\10\11"])), False
+    yield "enc/unknown-syntax.dcm", w.file(data + w.fragments([b"\1\2\3\4", b"\5\6"], [0])), False
+    yield "enc/odd-fragments.dcm", w.file(data + w.fragments([b"\1\2\3", b"\5\6\7\10\11"])), False
 
 
 def swap(value, width):
@@ -287,20 +288,20 @@ def flaws():
     w = Writer(EXPLICIT)
     data = head(w) + tail(w)
     good = w.file(data)
-    yield "flaws/no-preamble.dcm", data, False
-    yield "flaws/wrong-meta-length.dcm", good[:140] + struct.pack("<I", 4) + good[144:], False
-    yield "flaws/padding.dcm", w.file(data + w.element(0xFFFCFFFC, "OB", b"\0" * 64)), True
-    yield "flaws/odd-padding.dcm", w.file(data + w.element(0xFFFCFFFC, "OB", b"\0" * 63)), False
-    yield "flaws/cut.dcm", good[:-5], False
-    yield "flaws/nul-behind.dcm", good + b"\0", False
-    yield "flaws/zeros-behind.dcm", good + b"\0" * 64, False
-    yield "flaws/twice.dcm", w.file(head(w) + w.text(0x00100040, "CS", "M") + tail(w)), False
-    yield "flaws/order.dcm", w.file(tail(w) + head(w)), False
-    yield "flaws/wrong-vr.dcm", w.file(head(w) + w.text(0x00180050, "LO", "1.5") + tail(w) + w.text(0x00280010, "IS", "12")), False
-    yield "flaws/unknown-vr.dcm", w.file(head(w) + w.tag(0x00180050) + b"ZZ" + struct.pack("<H", 4) + b"1.50" + tail(w)), False
+    yield "odd/no-preamble.dcm", data, False
+    yield "odd/wrong-meta-length.dcm", good[:140] + struct.pack("<I", 4) + good[144:], False
+    yield "odd/padding.dcm", w.file(data + w.element(0xFFFCFFFC, "OB", b"\0" * 64)), True
+    yield "odd/odd-padding.dcm", w.file(data + w.element(0xFFFCFFFC, "OB", b"\0" * 63)), False
+    yield "odd/cut.dcm", good[:-5], False
+    yield "odd/nul-behind.dcm", good + b"\0", False
+    yield "odd/zeros-behind.dcm", good + b"\0" * 64, False
+    yield "odd/twice.dcm", w.file(head(w) + w.text(0x00100040, "CS", "M") + tail(w)), False
+    yield "odd/order.dcm", w.file(tail(w) + head(w)), False
+    yield "odd/wrong-vr.dcm", w.file(head(w) + w.text(0x00180050, "LO", "1.5") + tail(w) + w.text(0x00280010, "IS", "12")), False
+    yield "odd/unknown-vr.dcm", w.file(head(w) + w.tag(0x00180050) + b"ZZ" + struct.pack("<H", 4) + b"1.50" + tail(w)), False
     implicit = Writer(IMPLICIT)
-    yield "flaws/implicit-said-explicit.dcm", implicit.file(head(implicit) + tail(implicit), syntax=EXPLICIT), False
-    yield "flaws/item-tag.dcm", w.file(data + w.element(0xFFFEE000, "", b"") + w.text(0x00324000, "LT", "behind")), False
+    yield "odd/implicit-said-explicit.dcm", implicit.file(head(implicit) + tail(implicit), syntax=EXPLICIT), False
+    yield "odd/item-tag.dcm", w.file(data + w.element(0xFFFEE000, "", b"") + w.text(0x00324000, "LT", "behind")), False
 
 
 CLASSES = {  # one small object of each kind of record in a directory, and what makes it that kind
@@ -319,13 +320,14 @@ CLASSES = {  # one small object of each kind of record in a directory, and what 
     "registration": ("66.1", lambda w: w.text(0x00700080, "CS", "REG")),
     "presentation": ("11.1", lambda w: w.text(0x00700080, "CS", "STATE") + w.text(0x00700082, "DA", "20260102") +
                      w.text(0x00700083, "TM", "1200")),
-    "report": ("88.11", lambda w: report(w)),
-    "selection": ("88.59", lambda w: report(w)),
+    "report": ("88.22", lambda w: report(w)),
+    "comprehensive": ("88.33", lambda w: report(w)),
+    "selection": ("88.59", lambda w: report(w, selection=True)),
 }
 
 
-def report(w):
-    """The content of a report: a root with a modifier, texts and a number."""
+def report(w, selection=False):
+    """The content of a report: a root with a modifier, texts and a number; of a selection a text."""
     def code(value, scheme, meaning):
         return w.text(0x00080100, "SH", value) + w.text(0x00080102, "SH", scheme) + w.text(0x00080104, "LO", meaning)
 
@@ -335,9 +337,11 @@ def report(w):
     finding = node("CONTAINS", "TEXT", ("121071", "DCM", "Finding"), w.text(0x0040A160, "UT", "None."))
     size = node("CONTAINS", "NUM", ("410668003", "SCT", "Length"), w.sequence(0x0040A300, [
         w.sequence(0x004008EA, [code("mm", "UCUM", "mm")]) + w.text(0x0040A30A, "DS", "23.5")]))
+    group = node("CONTAINS", "CONTAINER", ("121070", "DCM", "Findings"), w.text(0x0040A050, "CS", "SEPARATE") +
+                 w.sequence(0x0040A730, [finding, size]))
     return (w.text(0x0040A040, "CS", "CONTAINER") + w.sequence(0x0040A043, [code("126000", "DCM", "Imaging Report")]) +
             w.text(0x0040A050, "CS", "SEPARATE") + w.text(0x0040A491, "CS", "COMPLETE") + w.text(0x0040A493, "CS", "UNVERIFIED") +
-            w.sequence(0x0040A730, [language, finding, size]))
+            w.sequence(0x0040A730, [finding] if selection else [language, group]))
 
 
 def objects():
@@ -345,8 +349,9 @@ def objects():
         for syntax, short in ((EXPLICIT, ""), (IMPLICIT, "-implicit")):
             w, sop_class = Writer(syntax), "1.2.840.10008.5.1.4.1.1." + ending
             number_ = 400 + 2 * number + (syntax == IMPLICIT)
-            data = head(w, sop_class, number=number_) + tail(w) + rest(w)
-            yield "objects/%s%s.dcm" % (name, short), w.file(data, sop_class, "%s.9.%d" % (ROOT, number_)), True
+            data = head(w, sop_class, number=number_, charset="ISO_IR 100") + tail(w) + rest(w)
+            place = "sr" if "88." in ending else "obj"
+            yield "%s/%s%s.dcm" % (place, name, short), w.file(data, sop_class, "%s.9.%d" % (ROOT, number_)), True
 
 
 def coded(folder):
@@ -356,35 +361,123 @@ def coded(folder):
         for source in ("grey8-odd-frames", "grey16", "rgb-frames") if shutil.which(program) else ():
             if name == "baseline" and source == "grey16":
                 continue
-            out = os.path.join(folder, "images", "%s-%s.dcm" % (source, name))
-            command = [program, option, os.path.join(folder, "images", source + "-explicit.dcm"), out]
+            out = os.path.join(folder, "enc", "%s-%s.dcm" % (source, name))
+            command = [program, option, os.path.join(folder, "pix", source + "-explicit.dcm"), out]
             if subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0:
                 yield os.path.relpath(out, folder)
 
 
-def directory(folder):
-    """A file-set of the objects and its DICOMDIR, by another program."""
-    disc = os.path.join(folder, "disc")
-    os.makedirs(os.path.join(disc, "DIR"), exist_ok=True)
-    for number, name in enumerate(sorted(CLASSES)):
-        shutil.copyfile(os.path.join(folder, "objects", name + ".dcm"), os.path.join(disc, "DIR", "F%d" % number))
-    subprocess.run(["dcmmkdir", "-q", "-Pgp", "+I", "-W", "+r", "+id", disc, "+D", os.path.join(disc, "DICOMDIR"), "DIR"],
-                   cwd=disc, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    if os.path.exists(os.path.join(disc, "DICOMDIR")):
-        yield "disc/DICOMDIR"
+FILE_SET = [  # patient, studies of series of a modality and as many images; folders and files have names of a disc
+    ("77654033", [[("CR1", "CR", 1), ("CR2", "CR", 1), ("CR3", "CR", 1)], [("CT2", "CT", 4)]]),
+    ("98890234", [[("CT2N", "CT", 2), ("CT5N", "CT", 5)], [("MR1", "MR", 1), ("MR2", "MR", 1)], [("MR3", "MR", 1), ("MR4", "MR", 3)],
+                  [("MR5", "MR", 1), ("MR6", "MR", 3), ("MR700", "MR", 7)]]),
+]
+FIRST_NAMES = {"CR1": 6154, "CR2": 6247}  # of the first image of a series; others count from 1000
 
 
-def make(folder):
-    """Writes all of it. Rows of name, path and whether nothing is wrong with the file."""
+def file_set():
+    """Rows of a directory in order of the tree: depth, type, keys as (tag, VR, text), and of an image its path and bytes."""
+    w, studies, number = Writer(EXPLICIT), 0, 1000
+    for patient, of_patient in FILE_SET:
+        name = b"Made^" + patient.encode()
+        yield 0, "PATIENT", [(0x00100010, "PN", name), (0x00100020, "LO", patient)], None, None
+        for study in of_patient:
+            studies += 1
+            yield 1, "STUDY", [(0x00080020, "DA", "20260102"), (0x00080030, "TM", "120000"), (0x00080050, "SH", ""), (0x00081030, "LO", ""),
+                               (0x0020000D, "UI", "%s.2.%d" % (ROOT, studies)), (0x00200010, "SH", str(studies))], None, None
+            for series, (folder, modality, images) in enumerate(study, 1):
+                yield 2, "SERIES", [(0x00080060, "CS", modality), (0x0020000E, "UI", "%s.3.%d.%d" % (ROOT, studies, series)),
+                                    (0x00200011, "IS", str(series))], None, None
+                for image in range(1, images + 1):
+                    number += 1
+                    file_name = FIRST_NAMES.get(folder, number) if image == 1 else number
+                    data = (head(w, name=name, number=number, modality=modality, patient=patient) + tail(w, studies, series, image) +
+                            description(w, 2, 2, 8) + w.element(0x7FE00010, "OB", b"\1\2\3\4"))
+                    yield 3, "IMAGE", [(0x00200013, "IS", str(image))], "%s/%s/%d" % (patient, folder, file_name), w.file(
+                        data, instance="%s.9.%d" % (ROOT, number))
+
+
+def directory(syntax, order=None, rows=None):
+    """A DICOMDIR in a syntax, its records in the order of the tree, or in another."""
+    w, rows = Writer(syntax), list(file_set()) if rows is None else rows
+    pointer = lambda tag, value=0: w.numbers(tag, "UL", value)
+
+    def record(row, following=0, below=0):
+        _, kind, keys, path, data = row
+        refers = b"" if path is None else (
+            w.text(0x00041500, "CS", path.replace("/", "\\")) + w.text(0x00041510, "UI", SECONDARY_CAPTURE) +
+            w.text(0x00041511, "UI", instance_of(data)) + w.text(0x00041512, "UI", EXPLICIT))
+        body = (pointer(0x00041400, following) + w.numbers(0x00041410, "US", 0xFFFF) + pointer(0x00041420, below) +
+                w.text(0x00041430, "CS", kind) + refers + b"".join(w.text(*key) for key in keys))
+        return w.element(0xFFFEE000, "", body)
+
+    def begin(first, last):
+        return w.text(0x00041130, "CS", "MADE") + pointer(0x00041200, first) + pointer(0x00041202, last) + w.numbers(0x00041212, "US", 0)
+
+    def whole(records, first=0, last=0):
+        value = b"".join(records)
+        return w.file(begin(first, last) + w.element(0x00041220, "SQ", value), "1.2.840.10008.1.3.10", ROOT + ".4")
+
+    order = list(range(len(rows))) if order is None else order
+    start = len(whole([]))
+    places, at = {}, start
+    for index in order:
+        places[index] = at
+        at += len(record(rows[index]))
+
+    def follower(index):
+        for i in range(index + 1, len(rows)):
+            if rows[i][0] <= rows[index][0]:
+                return places[i] if rows[i][0] == rows[index][0] else 0
+        return 0
+
+    below = [places[i + 1] if i + 1 < len(rows) and rows[i + 1][0] > rows[i][0] else 0 for i in range(len(rows))]
+    roots = [places[i] for i, row in enumerate(rows) if row[0] == 0] or [0]
+    return whole([record(rows[i], follower(i), below[i]) for i in order], roots[0], roots[-1])
+
+
+def instance_of(data):
+    at = data.index(b"\x02\0\x03\0UI") + 8
+    return data[at:at + struct.unpack_from("<H", data, at - 2)[0]].rstrip(b"\0").decode()
+
+
+def directories():
+    """A file-set and its DICOMDIR, in each syntax, in another order, and without a record."""
+    rows = list(file_set())
+    for _, _, _, path, data in rows:
+        if path is not None:
+            yield "dicomdir/" + path, data, True
+    yield "dicomdir/DICOMDIR", directory(EXPLICIT, rows=rows), True
+    yield "dicomdir/DICOMDIR-implicit", directory(IMPLICIT, rows=rows), False
+    yield "dicomdir/DICOMDIR-bigEnd", directory(BIG, rows=rows), False
+    yield "dicomdir/DICOMDIR-reordered", directory(EXPLICIT, list(range(len(rows)))[::-1], rows), True
+    yield "dicomdir/DICOMDIR-empty.dcm", directory(EXPLICIT, rows=[]), True
+
+
+SAMPLES = (structures, texts, images, objects, directories)
+ALL = (values, public_values, private_blocks, flaws, *SAMPLES)
+
+
+def make(folder, groups=ALL):
+    """Writes these groups, with a list of them and of the texts that they hold, as a folder of samples has them. Rows of
+    name, path and whether nothing is wrong with the file."""
     rows = []
-    for group in (values, public_values, structures, private_blocks, texts, images, flaws, objects):
-        for name, data, good in group():
-            path = os.path.join(folder, name)
-            os.makedirs(os.path.dirname(path), exist_ok=True)
-            with open(path, "wb") as file:
-                file.write(data)
-            rows.append((name, path, good))
-    rows += [(name, os.path.join(folder, name), True) for more in (coded, directory) for name in more(folder)]
+
+    def write(name, data):
+        path = os.path.join(folder, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "wb") as file:
+            file.write(data)
+        return path
+
+    for group in groups:
+        rows += [(name, write(name, data), good) for name, data, good in group()]
+    rows += [(name, os.path.join(folder, name), True) for name in coded(folder)]
+    rows.append(("ts/mr-explicit-le.dcm", write("ts/mr-explicit-le.dcm", open(os.path.join(folder, "obj/mr.dcm"), "rb").read()), True))
+    listing = "".join("%s\tmade\t\t\t\t\t%s\n" % (name, "valid" if good else "broken") for name, _, good in rows)
+    write("README.md", listing.encode())
+    intended = {"charset-%s.dcm" % name: {"00100010": text} for name, charset, _, text in TEXTS if charset}
+    write("expected/made/charset-intended.json", json.dumps(intended).encode())
     return rows
 
 
