@@ -3,7 +3,8 @@
 
 usage: reports.py VEXAL SAMPLES [EXAMPLE INI]
 Every sample goes to JSON and, built from that, back to an equal data set, of which dsrdump and dciodvfy say what they said
-of the sample; through dsr2xml and xml2dsr the tree is the same. On the rules of the document classes vexal sr check and
+of the sample; through dsr2xml and xml2dsr the tree is the same. So it is with reports that are wrong in many ways; JSON that
+is of another form than docs/sr.schema.json states is refused, with its place. On the rules of the document classes vexal sr check and
 dsrdump agree. EXAMPLE: a program that makes a report, with the configuration INI. Exit 77 (skipped) where something is missing.
 """
 import glob
@@ -92,14 +93,15 @@ def check_sample(path, folder):
 # --- Rules of the document classes ---
 
 CODE = {"code": "1", "scheme": "99TEST", "meaning": "something"}
+OF = {"study": "1.2.1", "series": "1.2.2"}
 CONTENT = {
     "CODE": {"code": CODE}, "NUM": {"value": "1", "unit": {"code": "mm", "scheme": "UCUM", "meaning": "mm"}}, "TEXT": {"value": "x"},
     "DATE": {"value": "20200101"}, "TIME": {"value": "1200"}, "PNAME": {"value": "A^B"}, "UIDREF": {"value": "1.2"},
     "DATETIME": {"value": "20200101120000"}, "CONTAINER": {},
     "SCOORD": {"kind": "POINT", "data": [1, 2]}, "SCOORD3D": {"kind": "POINT", "data": [1, 2, 3], "frame_of_reference": "1.2"},
-    "TCOORD": {"kind": "POINT", "data": [1]}, "COMPOSITE": {"class": "1.2.840.10008.5.1.4.1.1.88.33", "instance": "1.2.3"},
-    "IMAGE": {"class": "1.2.840.10008.5.1.4.1.1.2", "instance": "1.2.3"},
-    "WAVEFORM": {"class": "1.2.840.10008.5.1.4.1.1.9.1.1", "instance": "1.2.3"}}
+    "TCOORD": {"kind": "POINT", "data": [1]}, "COMPOSITE": {"class": "1.2.840.10008.5.1.4.1.1.88.33", "instance": "1.2.3"} | OF,
+    "IMAGE": {"class": "1.2.840.10008.5.1.4.1.1.2", "instance": "1.2.3"} | OF,
+    "WAVEFORM": {"class": "1.2.840.10008.5.1.4.1.1.9.1.1", "instance": "1.2.3"} | OF}
 
 # Class, a chain of relationships and types from the root, and whether the standard has room for it. "@" is a reference to
 # the first node below the root.
@@ -186,10 +188,169 @@ def check_unusual(folder):
     check("Größe" in text and "?TABLE" in text, "unusual: text in UTF-8")
 
 
+# --- What build refuses, and what it makes of the rest ---
+
+UNIT = {"code": "mm", "scheme": "UCUM", "meaning": "mm"}
+
+
+def document(*nodes, **head):
+    return {"attributes": head, "report": {"type": "CONTAINER", "concept": CODE, "content": list(nodes)}}
+
+
+def node(value_type, **more):
+    found = {"relationship": "CONTAINS", "type": value_type, "concept": CODE} | CONTENT[value_type] | more
+    return {name: value for name, value in found.items() if value is not None}
+
+
+SPATIAL = {"SCOORD": {"data": [1, 2]}, "SCOORD3D": {"data": [1, 2, 3]}}
+PRIVATE = {"00090010": {"vr": "LO", "Value": ["X"]}}
+# A node, what the message names, and whether the form alone tells that it is wrong.
+REFUSED = [
+    (node("TEXT", value=5), '"value"', True), (node("TEXT", value=None), '"value"', True), (node("TEXT", value=""), '"value"', True),
+    (node("TEXT", vlaue="x"), '"vlaue"', True), (node("TEXT", kind="POINT"), '"kind"', True), (node("TEXT", target="1.1"), '"type"', True),
+    ({"relationship": "CONTAINS", "target": "2.1"}, '"target"', False), ({"relationship": "CONTAINS", "target": "1.9"}, '"target"', False),
+    ({"relationship": "CONTAINS", "target": "1.1", "content": [node("TEXT")]}, '"content"', True),
+    (node("TEXT", relationship=None), '"relationship"', True), (node("TEXT", relationship="HAS"), '"relationship"', True),
+    (node("TEXT", type=None), '"type"', True), (node("TEXT", type="TABLE"), '"type"', True), (node("TEXT", location="1.2"), '"location"', False),
+    (node("TEXT", concept={"code": "1", "scheme": "S", "meaning": "m", "version": "2"}), '"version"', True),
+    (node("TEXT", concept={"code": "1", "meaning": "m"}), '"concept"', False), (node("TEXT", concept="1"), '"concept"', True),
+    (node("CODE", code={"code": "1", "scheme": "S" * 17, "meaning": "m"}), '"code"', False),
+    (node("NUM", value="a lot"), '"value"', False), (node("NUM", value="1" * 17), '"value"', False), (node("NUM", value=0.1 + 0.2), '"value"', False),
+    (node("NUM", unit=None), '"unit"', True), (node("NUM", value=None), '"unit"', True), (node("NUM", value=True), '"value"', True),
+    (node("UIDREF", value="abc"), '"value"', False), (node("DATE", value="2020-01-01"), '"value"', False),
+    (node("COMPOSITE", study="1.2", series=None), '"study"', True), (node("COMPOSITE", instance=""), '"instance"', False),
+    (node("COMPOSITE", study=None, series=None), '"study"', False), (node("COMPOSITE", data=[1]), '"data"', True),
+    (node("IMAGE", data=[0]), '"data"', False), (node("IMAGE", data=[1.5]), '"data"', False), (node("IMAGE", data=["1x"]), '"data"', False),
+    (node("WAVEFORM", data=[1, 70000]), '"data"', False), (node("WAVEFORM", data=[1]), '"data"', False), (node("WAVEFORM", data=[-1, 1]), '"data"', False),
+    (node("TCOORD", data=[4294967296]), '"data"', False), (node("TCOORD", by="minute"), '"by"', True), (node("TCOORD", by="datetime", data=["soon"]), '"data"', False),
+    (node("TCOORD", data=[]), '"data"', True), (node("SCOORD", kind="POINTS"), '"kind"', True), (node("SCOORD3D", frame_of_reference=None), '"frame_of_reference"', True),
+    (node("CONTAINER", kind="TOGETHER"), '"kind"', True), (node("CONTAINER", template="T" * 17), '"template"', False),
+    (node("TEXT", more={"0009": {}}), '"more"', True), (node("TEXT", more={"00081190": {"vr": "UR", "Vlaue": ["x"]}}), '"more"', True),
+    (node("TEXT", more={"0040A043": {"vr": "SQ", "Value": [{"00080100": {"vr": "SH", "Value": ["2"]}}]}}), '"concept"', False),
+    (node("TEXT", more={"0040A010": {"vr": "CS", "Value": ["CONTAINS"]}}), '"relationship"', False)]
+REFUSED += [(node(kind, data=data), '"data"', len(data) < len(SPATIAL[kind]["data"])) for kind in SPATIAL for data in (
+    [], SPATIAL[kind]["data"][1:], SPATIAL[kind]["data"] + [4], ["x"] + SPATIAL[kind]["data"][1:], ["1e400"] + SPATIAL[kind]["data"][1:],
+    ["1e-60"] + SPATIAL[kind]["data"][1:], ["1 "] + SPATIAL[kind]["data"][1:], ["nan"] + SPATIAL[kind]["data"][1:])]
+# The same of whole documents.
+REFUSED_DOCUMENTS = [
+    ({"report": {}, "reprot": {}}, '"reprot"', True), ({"attributes": {}}, '"report"', True), (document(PatientNaem="x"), '"PatientNaem"', False),
+    (document(StudyDate="today"), '"StudyDate"', False), (document(Modality=5), '"Modality"', True), (document(ValueType="TEXT"), '"ValueType"', False),
+    (document(ContentSequence="x"), '"ContentSequence"', False), ({"report": node("TEXT", relationship=None)}, "report: ", True),
+    ({"report": {"type": "CONTAINER", "concept": CODE, "conten": []}}, '"conten"', True)]
+
+
+def check_refused(folder):
+    output, source = os.path.join(folder, "refused.dcm"), os.path.join(folder, "refused.json")
+    rows = [(document(node("TEXT", content=[each])), "content 1.1.1: ", name, form) for each, name, form in REFUSED]
+    for asked, place, name, form in rows + [(each, "", name, form) for each, name, form in REFUSED_DOCUMENTS]:
+        with open(source, "w", encoding="utf-8") as file:
+            json.dump(asked, file)
+        made = run(VEXAL, "sr", "build", source, output)
+        message = made.stderr.decode()
+        check(made.returncode == 2 and place in message and name in message, "refused: %s: %s" % (json.dumps(asked)[-300:], message))
+        check(not os.path.exists(output), "refused: nothing is written: " + name)
+        if SCHEMA is not None:
+            check(SCHEMA.is_valid(asked) == (not form), "schema: %s" % json.dumps(asked)[-300:])
+
+
+def check_values(folder):
+    """Numbers and codes as they were asked for, evidence of all that is referred to."""
+    path = os.path.join(folder, "values.dcm")
+    long, urn = {"code": "C" * 17, "scheme": "S", "meaning": "Gr\u00f6\u00dfe" * 8}, {"code": "urn:oid:1.2.3", "meaning": "m"}
+    asked = document(
+        node("NUM", value=None, unit=None, qualifier=CODE), node("NUM", value=1234567890123), node("NUM", value=0.25), node("NUM", value="1e400"),
+        node("CODE", code=long), node("CODE", code=urn), node("SCOORD", data=["0.1", 16777216, 1e-3, -2]), node("IMAGE", data=["2", 3]),
+        node("IMAGE", instance="1.2.4", series="1.2.9"), node("WAVEFORM", data=[1, 65535], instance="1.2.5", study="1.3"),
+        {"relationship": "CONTAINS", "target": "1.2"}, node("TCOORD", data=[4294967295]), node("TEXT", more=PRIVATE))
+    asked["report"]["template"] = "1500"
+    made = build(asked, path)
+    check(made.returncode == 0 and not made.stderr, "values: %s" % made.stderr)
+    if SCHEMA is not None:
+        check(SCHEMA.is_valid(asked) and SCHEMA.is_valid(shown(path)), "schema: values")
+    dataset = pydicom.dcmread(path)
+    nodes = dataset.ContentSequence
+    check("MeasuredValueSequence" in nodes[0] and len(nodes[0].MeasuredValueSequence) == 0, "values: a number without value")
+    check([str(each.MeasuredValueSequence[0].NumericValue.original_string) for each in nodes[1:4]] == ["1234567890123", "0.25", "1e400"], "values: numbers")
+    code = nodes[4].ConceptCodeSequence[0]
+    check((code.LongCodeValue, code.CodeMeaning, "CodeValue" in code) == (long["code"], long["meaning"], False), "values: a long code")
+    code = nodes[5].ConceptCodeSequence[0]
+    check((code.URNCodeValue, "CodeValue" in code, "CodingSchemeDesignator" in code) == (urn["code"], False, False), "values: a URN")
+    check(list(nodes[10].ReferencedContentItemIdentifier) == [1, 2] and nodes[11].ReferencedSamplePositions == 4294967295, "values: places")
+    found = [(study.StudyInstanceUID, series.SeriesInstanceUID, [each.ReferencedSOPInstanceUID for each in series.ReferencedSOPSequence])
+             for study in dataset.CurrentRequestedProcedureEvidenceSequence for series in study.ReferencedSeriesSequence]
+    check(found == [("1.2.1", "1.2.2", ["1.2.3"]), ("1.2.1", "1.2.9", ["1.2.4"]), ("1.3", "1.2.2", ["1.2.5"])], "values: evidence %s" % found)
+    again = os.path.join(folder, "again.dcm")
+    check(build(shown(path), again).returncode == 0 and pydicom.dcmread(again) == dataset, "values: the same data set")
+    check(run(VEXAL, "sr", "build", path + ".json", path + ".json").returncode == 2 and json.load(open(path + ".json")) == asked, "values: the source stays")
+
+
+def odd(**more):
+    found = Dataset()
+    for keyword, value in ({"RelationshipType": "CONTAINS"} | more).items():
+        if value is not None:
+            setattr(found, keyword, Sequence(value) if isinstance(value, list) and (not value or isinstance(value[0], Dataset)) else value)
+    return found
+
+
+def check_odd(folder):
+    """What is wrong in the reports of others is shown, told by check where it is content, and made the same again."""
+    code = odd(RelationshipType=None, CodeValue="1", CodingSchemeDesignator="S", CodeMeaning="m")
+    value = lambda **more: [odd(RelationshipType=None, **more)]
+    number = dict(ValueType="NUM", ConceptNameCodeSequence=[code])
+    measured = lambda **more: odd(**number, MeasuredValueSequence=value(**more))
+    image = lambda **more: odd(ValueType="IMAGE", ReferencedSOPSequence=value(ReferencedSOPClassUID="1.2", ReferencedSOPInstanceUID="1.3", **more))
+    rows = [  # a content item, and what check says of it
+        (odd(**number), "(0040,A300)"), (odd(**number, MeasuredValueSequence=[]), ""), (measured(), "(0040,A30A)"),
+        (measured(MeasurementUnitsCodeSequence=[code]), "(0040,A30A)"), (measured(NumericValue="1"), "unit"),
+        (measured(NumericValue="1", MeasurementUnitsCodeSequence=[code, code]), ""),
+        (odd(**number, MeasuredValueSequence=value(NumericValue="1", MeasurementUnitsCodeSequence=[code]) * 2), "more than one"),
+        (odd(ValueType="SCOORD", GraphicType="POINT", GraphicData=[float("nan"), 1.0]), "is no number"),
+        (odd(ValueType="SCOORD", GraphicType="POINT", GraphicData=[1.0, 2.0, 3.0]), "not whole"), (odd(ValueType="SCOORD"), "not whole"),
+        (odd(ValueType="SCOORD", GraphicType="BLOB", GraphicData=[1.0, 2.0]), "not known"),
+        (odd(ValueType="SCOORD3D", GraphicType="POINT", GraphicData=[1.0, 2.0, 3.0]), "frame of reference"),
+        (odd(ValueType="TCOORD", TemporalRangeType="POINT", ReferencedDateTime="soon"), "date and time"),
+        (image(ReferencedFrameNumber="0"), "frame"), (image(ReferencedSegmentNumber=1), ""), (odd(ValueType="IMAGE"), "reference"),
+        (odd(ValueType="UIDREF", UID="some text", ConceptNameCodeSequence=[code]), ""), (odd(ValueType="TEXT", TextValue="", ConceptNameCodeSequence=[code]), "no value"),
+        (odd(ValueType="TEXT", ConceptNameCodeSequence=[code]), "no value"), (odd(ValueType="TEXT", TextValue="x", ConceptNameCodeSequence=[code], ReferencedContentItemIdentifier=[1, 1]), ""),
+        (odd(ValueType="TEXT", TextValue="x", ConceptNameCodeSequence=[odd(RelationshipType=None, LongCodeValue="short", CodeMeaning="m" * 70)]), "coding scheme"),
+        (odd(ValueType="DATE", Date="2020-01-01", ConceptNameCodeSequence=[code, code]), ""), (odd(ValueType="CONTAINER"), "continuity"),
+        (odd(ValueType="CONTAINER", ContinuityOfContent="SEPARATE", ContentSequence=[]), ""),
+        (odd(ValueType="CONTAINER", ContinuityOfContent="SEPARATE", ContentTemplateSequence=value(MappingResource="X", TemplateIdentifier="1")), ""),
+        (odd(RelationshipType=None, ValueType="TEXT", TextValue="x", ConceptNameCodeSequence=[code]), "relationship"), (odd(TextValue="x"), "leads nowhere"),
+        (odd(RelationshipType="NONE", ValueType="TEXT", TextValue="x", ConceptNameCodeSequence=[code]), "relationship"), (odd(RelationshipType=None), "value type"),
+        (odd(ReferencedContentItemIdentifier=[2, 1]), ""), (odd(ReferencedContentItemIdentifier=[1, 99]), "leads nowhere"),
+        (odd(ReferencedContentItemIdentifier=[1, 1], ConceptNameCodeSequence=[code]), ""), (odd(ValueType="", TextValue="x"), "leads nowhere")]
+    for number_of_row, (content, finding) in enumerate(rows):
+        dataset = pydicom.dcmread(os.path.join(SAMPLES, "comprehensive3d.dcm"))
+        del dataset.ContentSequence[1:]
+        dataset.ContentSequence.append(content)
+        dataset.StudyDate, dataset.ImageType = "long ago", ["A", "", "C"]
+        path, built = os.path.join(folder, "odd.dcm"), os.path.join(folder, "built.dcm")
+        dataset.save_as(path)
+        form = shown(path)
+        made = build(form, built)
+        check(made.returncode == 0, "odd %d: built: %s" % (number_of_row, made.stderr))
+        check(SCHEMA is None or SCHEMA.is_valid(form), "odd %d: schema" % number_of_row)
+        if made.returncode == 0:
+            check(not made.stderr and [str(each) for each in pydicom.dcmread(path)] == [str(each) for each in pydicom.dcmread(built)], "odd %d: the same data set" % number_of_row)
+        said = [line for line in run(VEXAL, "sr", "check", path).stdout.decode().splitlines() if ": 1.2 " in line]
+        check(any(finding in line for line in said) if finding else not any("no number" in line for line in said), "odd %d: check: %s" % (number_of_row, said))
+
+
+try:
+    import jsonschema
+    with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../docs/sr.schema.json"), encoding="utf-8") as file:
+        SCHEMA = jsonschema.Draft202012Validator(json.load(file))
+except ImportError:
+    SCHEMA = None
+    print("missing: jsonschema (the form is not held against its schema)")
 with tempfile.TemporaryDirectory() as folder:
     for path in sorted(glob.glob(SAMPLES + "/*.dcm")):
         check_sample(path, folder)
     check_unusual(folder)
+    check_refused(folder)
+    check_values(folder)
+    check_odd(folder)
     for rule in RULES:
         check_rule(*rule, folder)
     if len(sys.argv) > 3:

@@ -109,12 +109,14 @@ CurrentFile::~CurrentFile() {
   current_file = nullptr;
 }
 
-MutedWarnings::MutedWarnings(bool errors_too) {
+MutedWarnings::MutedWarnings(bool errors_too)
+    : warnings_before_(warnings_muted), errors_before_(errors_muted) {
   warnings_muted = true;
-  errors_muted = errors_too;
+  errors_muted = errors_muted || errors_too;
 }
 MutedWarnings::~MutedWarnings() {
-  warnings_muted = errors_muted = false;
+  warnings_muted = warnings_before_;
+  errors_muted = errors_before_;
 }
 
 bool frame_was_filled_up() {

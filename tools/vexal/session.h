@@ -45,6 +45,10 @@ class MutedWarnings {
   ~MutedWarnings();
   MutedWarnings(const MutedWarnings&) = delete;
   MutedWarnings& operator=(const MutedWarnings&) = delete;
+
+ private:
+  const bool warnings_before_;
+  const bool errors_before_;
 };
 
 // True if a decoder has filled up a frame on this thread since the last call: it had too little data for it.

@@ -299,7 +299,7 @@ const Command kSr = {
     "show     the tree of the report, as text, JSON, HTML or CSV\n"
     "check    what of the content breaks the rules of its value types and of the report's class\n"
     "table    the measurements as tab-separated values, one a line, with what their group says\n"
-    "build    makes a report OUTPUT of the JSON that show --json writes\n"
+    "build    makes a report OUTPUT of JSON as show --json writes it; what is of another form is refused\n"
     "References are shown, not followed.",
     kOptions,
     run};

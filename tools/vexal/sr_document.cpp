@@ -42,13 +42,14 @@ SrCode code_of(int32_t object, uint32_t tag) {
 }
 
 std::vector<std::string> values_of(int32_t object, uint32_t tag) {
-  std::vector<std::string> values;
-  char text[80];
-  for (VX_STATUS status = VX_Get_Value_To_String(object, tag, sizeof text, text);
-       status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Value_To_String(object, tag, sizeof text, text)) {
-    values.emplace_back(text);
-  }
-  return values;
+  int32_t count = 0;
+  std::vector<TextValue> values;
+  std::vector<std::string> texts;
+  if (VX_Get_Attribute_Info(object, tag, nullptr, &count) != VX_NORMAL_COMPLETION) return texts;
+  read_texts(object, tag, count, false, values);
+  texts.reserve(values.size());
+  for (TextValue& value : values) texts.push_back(std::move(value.bytes));
+  return texts;
 }
 
 // The shortest texts that read back as the same numbers.
@@ -112,9 +113,7 @@ void read_content(SrNode& node) {
     case SRH_TCOORD_O:
     case SRH_TCOORD_R:
       node.graphic = sr_text_of(node.id, 0x0040A130);
-      node.data = values_of(node.id, node.type == SRH_TCOORD_D   ? 0x0040A13A
-                                     : node.type == SRH_TCOORD_O ? 0x0040A138
-                                                                 : 0x0040A132);
+      node.data = values_of(node.id, sr_times_tag(node.type));
       break;
     case SRH_COMPOSITE:
     case SRH_IMAGE:
@@ -163,12 +162,16 @@ std::string sr_text_of(int32_t object, uint32_t tag) {
 }
 
 std::string sr_texts_of(int32_t object, uint32_t tag) {
-  std::string text = sr_text_of(object, tag);
-  char next[1024];
-  while (VX_Get_Next_Value_To_String(object, tag, sizeof next, next) == VX_NORMAL_COMPLETION) {
-    text += '\\';
-    text += next;
+  int32_t count = 0;
+  std::vector<TextValue> values;
+  if (VX_Get_Attribute_Info(object, tag, nullptr, &count) != VX_NORMAL_COMPLETION) return {};
+  read_texts(object, tag, count, false, values);
+  std::string text;
+  for (const TextValue& value : values) {
+    if (&value != &values.front()) text += '\\';
+    text += value.bytes;
   }
+  text.resize(text.find_last_not_of(' ') + 1);
   return text;
 }
 
@@ -191,11 +194,8 @@ uint32_t sr_text_tag(int32_t type) {
   }
 }
 
-int32_t sr_times_type(uint32_t tag) {
-  return tag == 0x0040A13A   ? SRH_TCOORD_D
-         : tag == 0x0040A138 ? SRH_TCOORD_O
-         : tag == 0x0040A132 ? SRH_TCOORD_R
-                             : -1;
+uint32_t sr_times_tag(int32_t type) {
+  return type == SRH_TCOORD_D ? 0x0040A13A : type == SRH_TCOORD_O ? 0x0040A138 : 0x0040A132;
 }
 
 const char* sr_type_name(int32_t type) {
@@ -205,6 +205,10 @@ const char* sr_type_name(int32_t type) {
 const char* sr_relationship_name(int32_t relationship) {
   const bool known = relationship >= 0 && relationship < static_cast<int32_t>(std::size(kRelationships));
   return known ? kRelationships[relationship] : "";
+}
+
+int32_t sr_relationship(std::string_view name) {
+  return find(kRelationships, name);
 }
 
 int32_t sr_term(int32_t type, std::string_view graphic) {
@@ -240,6 +244,14 @@ std::string sr_value_text(const SrNode& node) {
   }
 }
 
+SrNode sr_read_node(int32_t id) {
+  SrNode node;
+  node.id = id;
+  VX_SRH_Get_NodeType(id, &node.type);
+  read_content(node);
+  return node;
+}
+
 // The program shows one report and ends.
 SrDocument::~SrDocument() {
   if (is_tree_) file_.abandon();
@@ -268,11 +280,8 @@ bool SrDocument::open(const std::string& path) {
 }
 
 void SrDocument::walk(const std::function<void(const std::vector<SrNode>& path)>& visit) const {
-  SrNode root;
-  root.id = file_.id();
+  SrNode root = sr_read_node(file_.id());
   root.location = "1";
-  VX_SRH_Get_NodeType(root.id, &root.type);
-  read_content(root);
   std::vector<SrNode> path;
   path.push_back(std::move(root));
   visit(path);

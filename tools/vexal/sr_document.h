@@ -46,6 +46,7 @@ struct SrNode {
 // "TEXT", "TCOORD", ...; "" for a reference and for what is not known.
 const char* sr_type_name(int32_t type);
 const char* sr_relationship_name(int32_t relationship);
+int32_t sr_relationship(std::string_view name);  // -1: none
 // The number of what a node of the type has in `graphic`, -1 if there is none.
 int32_t sr_term(int32_t type, std::string_view graphic);
 // The value for people: "12 mm", "Liver", "POLYLINE 1,2 3,4".
@@ -53,9 +54,11 @@ std::string sr_value_text(const SrNode& node);
 std::string sr_text_of(int32_t object, uint32_t tag);
 // All values, parted by backslashes.
 std::string sr_texts_of(int32_t object, uint32_t tag);
-// Where the one text of a type stands, 0 if it has none; which TCOORD the attribute of times makes, or -1.
+// Where the one text of a type stands, 0 if it has none; where the times of a TCOORD do.
 uint32_t sr_text_tag(int32_t type);
-int32_t sr_times_type(uint32_t tag);
+uint32_t sr_times_tag(int32_t type);
+// The content of an item of a tree, or of its root.
+SrNode sr_read_node(int32_t id);
 
 // An open report, its text in UTF-8.
 class SrDocument {
@@ -81,6 +84,9 @@ class SrDocument {
   std::string charset_;
 };
 
+// What a node holds as the members of a JSON object, apart from where it stands and what is not told by
+// members.
+std::string sr_members(const SrNode& node);
 // The report as JSON, which build_report reads.
 void show_json(const SrDocument& document);
 

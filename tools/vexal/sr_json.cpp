@@ -12,6 +12,7 @@
 #include "json.h"
 #include "names.h"
 #include "sr_document.h"
+#include "sr_form.h"
 #include "tag_path.h"
 #include "text_forms.h"
 
@@ -19,14 +20,6 @@ namespace vexal {
 namespace {
 
 using Tags = std::initializer_list<uint32_t>;
-
-// Told by keyword in front of the tree, apart from what the root's node tells.
-bool is_head_text(uint32_t tag, VX_VR vr) {
-  const bool content = tag == 0x0040A010 || tag == 0x0040A040 || tag == 0x0040A050;
-  // A backslash does not part these.
-  const bool one_text = vr == VX_VR_LT || vr == VX_VR_ST || vr == VX_VR_UT || vr == VX_VR_UR;
-  return tag > 0x0002FFFF && vr <= VX_VR_UI && !content && !one_text && !tag_keyword(tag).empty();
-}
 
 // --- What the members of a node tell ---
 
@@ -60,88 +53,142 @@ bool holds_just(int32_t item, Tags tags) {
   return good && found == tags.size();
 }
 
-bool tells_code(const SrNode& node, uint32_t tag, const SrCode& code) {
-  return !code.value.empty() && !code.scheme.empty() && !code.meaning.empty() &&
-         holds_just(only_item(node.id, tag), {0x00080100, 0x00080102, 0x00080104});
+bool tells_code(int32_t object, uint32_t tag, const SrCode& code) {
+  const int32_t item = only_item(object, tag);
+  const uint32_t value = sr_code_tag(code.value);
+  if (!sr_fits(value, code.value) || !sr_fits(0x00080104, code.meaning)) return false;
+  if (code.scheme.empty() && !sr_needs_scheme(code.value)) return holds_just(item, {value, 0x00080104});
+  return sr_fits(0x00080102, code.scheme) && holds_just(item, {value, 0x00080102, 0x00080104});
+}
+
+int32_t count_of(int32_t object, uint32_t tag) {
+  int32_t count = -1;
+  return VX_Get_Attribute_Info(object, tag, nullptr, &count) == VX_NORMAL_COMPLETION ? count : -1;
 }
 
 bool tells_number(const SrNode& node) {
+  if (count_of(node.id, 0x0040A300) >= 0 && sequence_items(node.id, 0x0040A300).empty()) return true;
   const int32_t item = only_item(node.id, 0x0040A300);
-  if (item < 0) return false;
-  if (node.value.empty()) return holds_just(item, {});
-  return holds_just(item, {0x004008EA, 0x0040A30A}) && !node.unit.empty() && !node.unit.scheme.empty() &&
-         holds_just(only_item(item, 0x004008EA), {0x00080100, 0x00080102, 0x00080104});
+  return holds_just(item, {0x004008EA, 0x0040A30A}) && sr_fits(0x0040A30A, node.value) &&
+         tells_code(item, 0x004008EA, node.unit);
 }
 
-bool tells_object(const SrNode& node) {
+// All values of an attribute, which build takes.
+bool tells_data(const SrNode& node, int32_t object, uint32_t tag) {
+  return count_of(object, tag) == static_cast<int32_t>(node.data.size()) &&
+         sr_data_fault(node.type, node.data).empty();
+}
+
+bool tells_object(const SrNode& node, uint32_t numbers) {
   const int32_t item = only_item(node.id, 0x00081199);
-  if (item < 0 || node.sop_class.empty() || node.sop_instance.empty()) return false;
-  std::size_t numbers = 0;
-  bool good = true;
+  if (item < 0 || !sr_fits(0x00081150, node.sop_class) || !sr_fits(0x00081155, node.sop_instance))
+    return false;
+  if (node.data.empty()) return holds_just(item, {0x00081150, 0x00081155});
+  std::size_t others = 0;
   for_each_attribute(item, [&](uint32_t tag, VX_VR, int32_t count) {
-    if (tag == 0x00081160 || tag == 0x0040A0B0) {
-      numbers = static_cast<std::size_t>(count);
-    } else {
-      good = good && count == 1 && (tag == 0x00081150 || tag == 0x00081155);
-    }
+    others += tag != numbers && (count != 1 || (tag != 0x00081150 && tag != 0x00081155)) ? 1 : 0;
   });
-  return good && numbers == node.data.size();
+  return others == 0 && tells_data(node, item, numbers);
 }
 
 bool tells_template(const SrNode& node) {
   const int32_t item = only_item(node.id, 0x0040A504);
-  return holds_just(item, {0x00080105, 0x0040DB00}) && sr_text_of(item, 0x00080105) == "DCMR";
+  return holds_just(item, {0x00080105, 0x0040DB00}) && sr_text_of(item, 0x00080105) == "DCMR" &&
+         sr_fits(0x0040DB00, node.template_id);
 }
 
-bool is_whole_region(const SrNode& node, std::size_t dimensions) {
-  return sr_term(node.type, node.graphic) >= 0 && !node.data.empty() && node.data.size() % dimensions == 0;
+bool tells_kind(const SrNode& node, uint32_t tag) {
+  return count_of(node.id, tag) == 1 && sr_term(node.type, node.graphic) >= 0;
 }
 
-bool tells_times(const SrNode& node) {
-  return node.type >= SRH_TCOORD_D && node.type <= SRH_TCOORD_R && !node.data.empty() &&
-         sr_term(node.type, node.graphic) >= 0;
+// A way from the root, as numbers that lead to the node whose place is the target; and nothing else of a
+// node.
+bool tells_target(const SrNode& node) {
+  std::string way = sr_texts_of(node.id, 0x0040DB73);
+  std::replace(way.begin(), way.end(), '\\', '.');
+  return !way.empty() && way == node.target && node.concept_name.empty() &&
+         count_of(node.id, 0x0040A730) <= 0;
 }
 
-// Whether the node's members tell all of an attribute. What makes the value of a node goes together: all of
-// it is told, or none.
-bool is_told(const SrNode& node, uint32_t tag, int32_t count) {
+// Whether the node's members tell all of what makes its value.
+bool tells_value(const SrNode& node) {
+  switch (node.type) {
+    case SRH_CODE:
+      return tells_code(node.id, 0x0040A168, node.code);
+    case SRH_NUM:
+      return tells_number(node);
+    case SRH_SCOORD3D:
+      if (count_of(node.id, 0x30060024) != 1 || !sr_fits(0x30060024, node.frame_of_reference)) return false;
+      [[fallthrough]];
+    case SRH_SCOORD:
+      return tells_kind(node, 0x00700023) && tells_data(node, node.id, 0x00700022);
+    case SRH_TCOORD_D:
+    case SRH_TCOORD_O:
+    case SRH_TCOORD_R:
+      return tells_kind(node, 0x0040A130) && tells_data(node, node.id, sr_times_tag(node.type));
+    case SRH_COMPOSITE:
+      return tells_object(node, 0);
+    case SRH_IMAGE:
+      return tells_object(node, 0x00081160);
+    case SRH_WAVEFORM:
+      return tells_object(node, 0x0040A0B0);
+    case SRH_CONTAINER:
+      return tells_kind(node, 0x0040A050);
+    case SRH_REFERENCE:
+      return tells_target(node);
+    default: {
+      const uint32_t tag = sr_text_tag(node.type);
+      return tag != 0 && count_of(node.id, tag) == 1 && sr_fits(tag, node.value);
+    }
+  }
+}
+
+// What tells_value() judges, by type. A "more" that has one of them has all.
+bool makes_value(const SrNode& node, uint32_t tag) {
+  switch (node.type) {
+    case SRH_CODE:
+      return tag == 0x0040A168;
+    case SRH_NUM:
+      return tag == 0x0040A300;
+    case SRH_SCOORD3D:
+      if (tag == 0x30060024) return true;
+      [[fallthrough]];
+    case SRH_SCOORD:
+      return tag == 0x00700022 || tag == 0x00700023;
+    case SRH_TCOORD_D:
+    case SRH_TCOORD_O:
+    case SRH_TCOORD_R:
+      return tag == 0x0040A130 || tag == sr_times_tag(node.type);
+    case SRH_COMPOSITE:
+    case SRH_IMAGE:
+    case SRH_WAVEFORM:
+      return tag == 0x00081199;
+    case SRH_CONTAINER:
+      return tag == 0x0040A050;
+    case SRH_REFERENCE:
+      return tag == 0x0040DB73;
+    default:
+      return tag != 0 && tag == sr_text_tag(node.type);
+  }
+}
+
+// Whether the node's members tell all of an attribute; of a bare node they only repeat what is in "more".
+bool is_told(const SrNode& node, uint32_t tag, int32_t count, bool bare) {
   switch (tag) {
     case 0x0040A730:  // the nodes below
-      return true;
+      return !sequence_items(node.id, tag).empty();
     case 0x0040A010:
-      return node.relationship >= 0;
+      return count == 1 && node.relationship >= 0;
     case 0x0040A040:
-      return !node.other_type.empty() || node.type >= 0;
+      return !bare;
     case 0x0040A043:
-      return tells_code(node, tag, node.concept_name);
-    case 0x0040A504:
-      return node.type == SRH_CONTAINER && sr_term(node.type, node.graphic) >= 0 && tells_template(node);
-    case 0x0040A050:
-      return node.type == SRH_CONTAINER && sr_term(node.type, node.graphic) >= 0;
-    case 0x0040A168:
-      return node.type == SRH_CODE && tells_code(node, tag, node.code);
-    case 0x0040A300:
-      return node.type == SRH_NUM && tells_number(node);
+      return tells_code(node.id, tag, node.concept_name);
     case 0x0040A301:
-      return node.type == SRH_NUM && tells_number(node) && tells_code(node, tag, node.qualifier);
-    case 0x00700022:
-    case 0x00700023:
-      return (node.type == SRH_SCOORD && is_whole_region(node, 2)) ||
-             (node.type == SRH_SCOORD3D && is_whole_region(node, 3));
-    case 0x30060024:
-      return node.type == SRH_SCOORD3D && is_whole_region(node, 3) && !node.frame_of_reference.empty();
-    case 0x0040A130:
-      return tells_times(node);
-    case 0x0040A13A:
-    case 0x0040A138:
-    case 0x0040A132:
-      return tells_times(node) && node.type == sr_times_type(tag);
-    case 0x00081199:
-      return node.type >= SRH_COMPOSITE && node.type <= SRH_WAVEFORM && tells_object(node);
-    case 0x0040DB73:
-      return node.type == SRH_REFERENCE && !node.target.empty();
+      return node.type == SRH_NUM && !bare && tells_code(node.id, tag, node.qualifier);
+    case 0x0040A504:
+      return node.type == SRH_CONTAINER && !bare && tells_template(node);
     default:
-      return count <= 1 && tag == sr_text_tag(node.type);
+      return !bare && makes_value(node, tag);
   }
 }
 
@@ -156,7 +203,13 @@ json_t* to_json(int32_t object, int32_t options) {
   return found != nullptr ? found : json_object();
 }
 
-void append_more(std::string& out, const SrNode& node, bool head) {
+bool is_told_in_head(const SrNode& node, uint32_t tag, VX_VR vr) {
+  return node.depth == 0 && standard_vr(tag) == vr_letters(vr) && sr_is_head_text(tag, standard_vr(tag)) &&
+         (tag == kSpecificCharacterSet || sr_all_fit(tag, sr_texts_of(node.id, tag)));
+}
+
+void append_more(std::string& out, const SrNode& node) {
+  const bool bare = !tells_value(node) || (node.depth != 0 && node.relationship < 0);
   struct Attribute {
     uint32_t tag;
     VX_VR vr;
@@ -164,15 +217,20 @@ void append_more(std::string& out, const SrNode& node, bool head) {
   };
   std::vector<Attribute> all;  // first: a look at one attribute moves the walk
   for_each_attribute(node.id, [&](uint32_t tag, VX_VR vr, int32_t count) {
-    if (tag > 0x0002FFFF && !(head && is_head_text(tag, vr))) all.push_back({tag, vr, count});
+    if (tag > 0x0002FFFF) all.push_back({tag, vr, count});
   });
   std::vector<uint32_t> tags;
   std::vector<uint32_t> sequences;
   for (const Attribute& attribute : all) {
-    if (is_told(node, attribute.tag, attribute.count)) continue;
+    if (is_told(node, attribute.tag, attribute.count, bare) ||
+        is_told_in_head(node, attribute.tag, attribute.vr))
+      continue;
     (attribute.vr == VX_VR_SQ ? sequences : tags).push_back(attribute.tag);
   }
-  if (tags.empty() && sequences.empty()) return;
+  if (tags.empty() && sequences.empty()) {
+    if (bare) out += ", \"more\": {}";  // a node without what makes its type
+    return;
+  }
   constexpr int32_t kAll = VX_JSON_STANDARD | VX_JSON_INCLUDE_BULK | VX_JSON_INCLUDE_PIXEL_DATA;
   json_t* more = json_object();
   char key[12];
@@ -219,10 +277,8 @@ void append_code(std::string& out, const char* name, const SrCode& code) {
   out += '}';
 }
 
-void append_node(std::string& out, const SrNode& node) {
-  out += "{\"location\": ";
-  append_json(out, node.location);
-  append_field(out, "relationship", sr_relationship_name(node.relationship));
+// Each with a comma in front of it.
+void append_members(std::string& out, const SrNode& node) {
   append_field(out, "type", node.type < 0 ? node.other_type.c_str() : sr_type_name(node.type));
   append_code(out, "concept", node.concept_name);
   append_field(out, "value", node.value);
@@ -234,25 +290,33 @@ void append_node(std::string& out, const SrNode& node) {
   append_field(out, "class", node.sop_class);
   append_field(out, "instance", node.sop_instance);
   append_field(out, "frame_of_reference", node.frame_of_reference);
-  append_field(out, "target", node.target);
-  if (!node.data.empty()) {
-    // What kind of times these are is not in the type's text.
-    if (node.type == SRH_TCOORD_D) out += ", \"by\": \"datetime\"";
-    if (node.type == SRH_TCOORD_O) out += ", \"by\": \"offset\"";
-    out += ", \"data\": [";
-    for (std::size_t i = 0; i < node.data.size(); ++i) {
-      if (i != 0) out += ", ";
-      append_json(out, node.data[i]);
-    }
-    out += ']';
+  if (node.data.empty()) return;
+  // What kind of times these are is not in the type's text.
+  if (node.type == SRH_TCOORD_D) out += ", \"by\": \"datetime\"";
+  if (node.type == SRH_TCOORD_O) out += ", \"by\": \"offset\"";
+  out += ", \"data\": [";
+  for (std::size_t i = 0; i < node.data.size(); ++i) {
+    if (i != 0) out += ", ";
+    append_json(out, node.data[i]);
   }
-  append_more(out, node, node.depth == 0);
+  out += ']';
+}
+
+void append_node(std::string& out, const SrNode& node) {
+  out += "{\"location\": ";
+  append_json(out, node.location);
+  append_field(out, "relationship", sr_relationship_name(node.relationship));
+  append_field(out, "target", node.target);
+  append_members(out, node);
+  append_more(out, node);
 }
 
 void append_attributes(std::string& out, const SrDocument& document) {
+  SrNode root;
+  root.id = document.id();
   std::vector<uint32_t> tags;
   for_each_attribute(document.id(), [&](uint32_t tag, VX_VR vr, int32_t) {
-    if (is_head_text(tag, vr)) tags.push_back(tag);
+    if (is_told_in_head(root, tag, vr)) tags.push_back(tag);
   });
   bool first = true;
   for (const uint32_t tag : tags) {
@@ -265,6 +329,13 @@ void append_attributes(std::string& out, const SrDocument& document) {
 }
 
 }  // namespace
+
+std::string sr_members(const SrNode& node) {
+  std::string out = "{";
+  append_members(out, node);
+  if (out.size() > 1) out.erase(1, 1);  // the comma
+  return out + "}";
+}
 
 void show_json(const SrDocument& document) {
   std::string out = "{\n  \"attributes\": {";

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <iterator>
 
+#include "sr_form.h"
+#include "tag_path.h"
+
 namespace vexal {
 
 namespace {
@@ -308,6 +311,24 @@ void check_name(const SrNode& node, Faults& faults) {
   faults.need(!name.meaning.empty(), "the concept name has no meaning");
 }
 
+// Numbers and times that are none.
+void check_data(const SrNode& node, Faults& faults) {
+  const std::string fault = sr_data_fault(node.type, node.data);
+  if (!fault.empty()) faults.add("of the values, " + fault);
+}
+
+void check_number(const SrNode& node, Faults& faults) {
+  constexpr uint32_t kMeasuredValue = 0x0040A300;
+  const bool there = VX_Get_Attribute_Info(node.id, kMeasuredValue, nullptr, nullptr) == VX_NORMAL_COMPLETION;
+  faults.need(there, "(0040,A300) MeasuredValueSequence is missing");
+  const std::size_t values = sequence_items(node.id, kMeasuredValue).size();
+  if (values == 0) return;  // a number without value
+  faults.need(values == 1, "there is more than one measured value");
+  faults.need(!node.value.empty(), "the measured value has no (0040,A30A) NumericValue");
+  faults.need(node.value.empty() || sr_fits(0x0040A30A, node.value), "the numeric value is no number");
+  faults.need(!node.unit.value.empty(), "the number has no unit");
+}
+
 struct Graphic {
   int32_t type;
   const char* name;
@@ -326,6 +347,7 @@ void check_region(const SrNode& node, std::size_t dimensions, Faults& faults) {
     faults.need(false, "the region is not whole");
     return;
   }
+  check_data(node, faults);
   const auto* const row =
       std::find_if(std::begin(kGraphics), std::end(kGraphics), [&](const Graphic& candidate) {
         return candidate.type == node.type && node.graphic == candidate.name;
@@ -351,7 +373,7 @@ void check_content(const SrNode& node, Faults& faults) {
       faults.need(!node.code.value.empty(), "there is no code");
       break;
     case SRH_NUM:
-      faults.need(node.value.empty() || !node.unit.value.empty(), "the number has no unit");
+      check_number(node, faults);
       break;
     case SRH_SCOORD:
       check_region(node, 2, faults);
@@ -364,12 +386,14 @@ void check_content(const SrNode& node, Faults& faults) {
     case SRH_TCOORD_O:
     case SRH_TCOORD_R:
       faults.need(!node.graphic.empty(), "there is no temporal range type");
+      check_data(node, faults);
       break;
     case SRH_COMPOSITE:
     case SRH_IMAGE:
     case SRH_WAVEFORM:
       faults.need(!node.sop_class.empty() && !node.sop_instance.empty(),
                   "there is no reference to an object");
+      if (!node.data.empty()) check_data(node, faults);
       break;
     case SRH_CONTAINER:
       faults.need(node.graphic == "SEPARATE" || node.graphic == "CONTINUOUS",
