@@ -22,6 +22,7 @@ need("storescp", "dcmmkdir", module="pydicom")
 import network
 import pydicom
 from pydicom.dataset import Dataset, FileMetaDataset
+from pydicom.encaps import encapsulate
 from pydicom.sequence import Sequence
 
 warnings.simplefilter("ignore")
@@ -268,7 +269,7 @@ def item(**more):
     return found
 
 
-def made(path, sop_class, number, **more):
+def made(path, sop_class, number, syntax="1.2.840.10008.1.2.1", **more):
     """A file of a class with what its record asks for, and what else is given; None leaves an attribute out."""
     instance = "1.2.3.%d" % number
     head = dict(SOPClassUID=sop_class, SOPInstanceUID=instance, PatientID="P", PatientName="A^B", StudyInstanceUID="1.2", StudyID="1",
@@ -277,7 +278,7 @@ def made(path, sop_class, number, **more):
     dataset = item(**{keyword: value for keyword, value in (head | more).items() if value is not None})
     dataset.file_meta = FileMetaDataset()
     dataset.file_meta.MediaStorageSOPClassUID, dataset.file_meta.MediaStorageSOPInstanceUID = sop_class, instance
-    dataset.file_meta.TransferSyntaxUID = "1.2.840.10008.1.2.1"
+    dataset.file_meta.TransferSyntaxUID = syntax
     dataset.is_little_endian, dataset.is_implicit_VR = True, False
     dataset.save_as(path, write_like_original=False)
 
@@ -321,6 +322,12 @@ def of_all_types(folder):
     check(run(VEXAL, "dir", "check", directory).returncode == 0, "all types: check")
     records = {record.DirectoryRecordType: record for record in pydicom.dcmread(directory).DirectoryRecordSequence}
     check(records["IMAGE"].IconImageSequence[0].PixelData == bulk, "all types: the icon")
+    compressed = item(**(pixels | {"PixelData": encapsulate([b"\xff\xd8\xff\xd9"])}))
+    compressed["PixelData"].is_undefined_length = True
+    made(os.path.join(folder, "F99"), CLASS + "7", 99, syntax="1.2.840.10008.1.2.4.90", IconImageSequence=Sequence([compressed]))
+    added = run(VEXAL, "dir", "add", directory, os.path.join(folder, "F99"))
+    check(added.returncode == 0 and "IconImageSequence" not in pydicom.dcmread(directory).DirectoryRecordSequence[4],
+          "all types: no compressed icon: " + added.stderr)
     check(records["SR DOCUMENT"].VerificationDateTime == "20210101", "all types: the last verification")
     check(records["SR DOCUMENT"].get("ContentSequence") == Sequence([modified]), "all types: the modifiers of the title, and no more")
     check("ContentSequence" not in records["KEY OBJECT DOC"] and

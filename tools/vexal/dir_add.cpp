@@ -4,6 +4,7 @@
 #include <set>
 
 #include "args.h"
+#include "bulk_files.h"
 #include "dir.h"
 #include "file_set.h"
 #include "files.h"
@@ -226,8 +227,21 @@ void reduce_report(int32_t file) {
   if (!last.empty()) VX_Set_Value_From_String(file, kVerified, last.c_str());
 }
 
+// A DICOMDIR has no compressed pixels, and its records may be without an icon.
+void drop_compressed_icon(int32_t file) {
+  constexpr uint32_t kIcon = 0x00880200;
+  for (const int32_t icon : sequence_items(file, kIcon)) {
+    VX_TRANSFER_SYNTAX syntax = 0;
+    if (VX_Get_Message_Transfer_Syntax(icon, &syntax) == VX_NORMAL_COMPLETION && is_encapsulated(syntax)) {
+      VX_Delete_Attribute(file, kIcon);
+      return;
+    }
+  }
+}
+
 // The file's own record, filled but for its references; 0 with a reason.
 int32_t Builder::describe(const std::string& type, DicomFile& file, std::string& reason) {
+  drop_compressed_icon(file.id());
   if (type == "SR DOCUMENT" || type == "KEY OBJECT DOC") reduce_report(file.id());
   const int32_t parent = place(type, file, reason);
   if (!reason.empty()) return 0;
