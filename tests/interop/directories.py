@@ -236,6 +236,8 @@ def made_by_vexal(folder):
     read_by_others("repair", directory)
     check(pydicom.dcmread(directory).FileSetID == "TEST", "repair: File-set ID")
     in_place(directory, "vexal")
+    added = run(VEXAL, "dir", "add", directory, folder)
+    check(added.returncode == 0 and (1, "STUDY", "", "") in listed(directory), "add: records without any below stay: " + added.stderr)
 
 
 def on_a_disc(folder):
@@ -337,17 +339,18 @@ def of_all_types(folder):
 def beside_bad_ones(folder):
     """A file that is left out, and why, takes no other with it; what it was before stays."""
     directory = os.path.join(folder, "DICOMDIR")
-    files = {name: os.path.join(folder, name) for name in ("A0", "A1", "B0", "B1", "LINK", "AT\\HERE")}
+    files = {name: os.path.join(folder, name) for name in ("A0", "A1", "B0", "B1", "LINK", "AT\\HERE", "b1")}
     made(files["A0"], CLASS + "7", 1, InstanceNumber=None, SeriesInstanceUID="1.5")
     made(files["A1"], CLASS + "7", 2, SeriesInstanceUID="1.5")
     other = dict(PatientID="Q", PatientName="M\u00fcller^\x1b[31mred\a", SpecificCharacterSet="ISO_IR 192", StudyInstanceUID="1.3", SeriesInstanceUID="1.6")
     made(files["B0"], CLASS + "7", 3, Modality=None, **other)
     made(files["B1"], CLASS + "7", 4, **other)
     made(files["AT\\HERE"], CLASS + "7", 5)
+    made(files["b1"], CLASS + "7", 6)
     os.symlink(files["A1"], files["LINK"])
     created = run(VEXAL, "dir", "create", "--any-names", directory)
     check(created.returncode == 1 and [row[2] for row in listed(directory) if row[2]] == ["A1", "B1"], "bad ones: create: " + created.stderr)
-    for name, why in (("A0", "InstanceNumber"), ("B0", "Modality"), ("LINK", "symbolic link"), ("AT\\HERE", "backslashes")):
+    for name, why in (("A0", "InstanceNumber"), ("B0", "Modality"), ("LINK", "symbolic link"), ("AT\\HERE", "backslashes"), ("b1", "case")):
         check(any(name in line and why in line for line in created.stderr.splitlines()), "bad ones: " + name)
     shown = subprocess.run([VEXAL, "dir", "list", directory], capture_output=True).stdout
     check("M\u00fcller^\\x1B[31mred\\x07".encode() in shown and b"\x1b" not in shown, "bad ones: a name in its character set, and no escapes: %r" % shown)

@@ -59,6 +59,7 @@ int remove(const Args& args, const std::string& path) {
     return key_text(record.id, uid_tag_of(record.type)) == uid;
   };
   int removed = 0;
+  const std::set<int32_t> empty_before = empty_records(directory);
   for (const Record& record : directory.records()) {
     int32_t count = 0;
     // What lay below a removed one is gone already.
@@ -70,7 +71,7 @@ int remove(const Args& args, const std::string& path) {
     report(path, "no record is of that file, patient or UID");
     return kFindings;
   }
-  drop_empty_records(directory);
+  drop_empty_records(directory, empty_before);
   return directory.save() ? kSuccess : kUsage;
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -102,8 +103,10 @@ class Directory {
 
 // Files and what lies in folders, then saved. The exit code.
 int add_files(Directory& directory, const std::vector<std::string>& paths, bool any_names);
-// Patients, studies and series without anything below go.
-void drop_empty_records(Directory& directory);
+// Patients, studies and series without anything below.
+std::set<int32_t> empty_records(const Directory& directory);
+// They go, but for those that were there before.
+void drop_empty_records(Directory& directory, const std::set<int32_t>& but);
 int list_records(const std::string& path, bool json);
 int check_directory(const std::string& path, bool fast);
 

@@ -110,6 +110,7 @@ class Builder {
   bool fill(int32_t record, const std::string& type, DicomFile& file, std::string& reason);
   int32_t place(const std::string& type, DicomFile& file, std::string& reason);
   int32_t describe(const std::string& type, DicomFile& file, std::string& reason);
+  bool is_other_file(int32_t record, const std::string& file_id, const std::string& path) const;
 
   const Keys& keys_of(const std::string& type) {
     const auto known = keys_.find(type);
@@ -252,6 +253,15 @@ int32_t Builder::describe(const std::string& type, DicomFile& file, std::string&
   return 0;
 }
 
+// Whether a record that has the file's name but for its case is of another file, which is there, too.
+bool Builder::is_other_file(int32_t record, const std::string& file_id, const std::string& path) const {
+  const std::string name = file_id_of(record);
+  if (name == file_id) return false;
+  std::error_code error;
+  const fs::path other = find_file(directory_.folder(), name);
+  return !other.empty() && !fs::equivalent(other, path, error);
+}
+
 bool Builder::add(const std::string& path) {
   const CurrentFile current(path);
   std::string reason;
@@ -276,6 +286,8 @@ bool Builder::add(const std::string& path) {
   const std::string old_instance = known != 0 ? key_text(known, kInstanceInFile) : "";
   if (instance != old_instance && instances_.count(instance) != 0)
     return refuse("another file holds the same instance");
+  if (known != 0 && is_other_file(known, file_id, path))
+    return refuse("the name of another file differs from its in case alone");
   int32_t below = 0;
   if (known != 0 && VX_Dir_Item_Count(directory_.id(), known, &below) == VX_NORMAL_COMPLETION && below > 1)
     return refuse("its record has others below it");
@@ -297,17 +309,24 @@ bool Builder::add(const std::string& path) {
 
 }  // namespace
 
-// Patients, studies and series without anything below.
-void drop_empty_records(Directory& directory) {
+std::set<int32_t> empty_records(const Directory& directory) {
+  std::set<int32_t> found;
+  for (const Record& record : directory.records()) {
+    int32_t count = 0;
+    const bool holds_others = record.type == "PATIENT" || record.type == "STUDY" || record.type == "SERIES";
+    if (holds_others && VX_Dir_Item_Count(directory.id(), record.id, &count) == VX_NORMAL_COMPLETION &&
+        count == 1)
+      found.insert(record.id);
+  }
+  return found;
+}
+
+void drop_empty_records(Directory& directory, const std::set<int32_t>& but) {
   for (bool again = true; again;) {
     again = false;
-    for (const Record& record : directory.records()) {
-      int32_t count = 0;
-      const bool holds_others = record.type == "PATIENT" || record.type == "STUDY" || record.type == "SERIES";
-      if (!holds_others || VX_Dir_Item_Count(directory.id(), record.id, &count) != VX_NORMAL_COMPLETION)
-        continue;
-      if (count == 1)
-        again = VX_Dir_Delete_Record(directory.id(), record.id) == VX_NORMAL_COMPLETION || again;
+    for (const int32_t record : empty_records(directory)) {
+      if (but.count(record) == 0)
+        again = VX_Dir_Delete_Record(directory.id(), record) == VX_NORMAL_COMPLETION || again;
     }
   }
 }
@@ -317,6 +336,7 @@ int add_files(Directory& directory, const std::vector<std::string>& paths, bool 
   bool taken = false;
   Builder builder(directory, any_names);
   builder.learn();
+  const std::set<int32_t> empty_before = empty_records(directory);
   const fs::path own = fs::absolute(directory.path()).lexically_normal();
   for (const std::string& path : expand_paths(paths, failed)) {
     if (fs::absolute(path).lexically_normal() == own) continue;
@@ -326,7 +346,7 @@ int add_files(Directory& directory, const std::vector<std::string>& paths, bool 
     report(directory.path(), "nothing to put into it: left as it is");
     return kFindings;
   }
-  drop_empty_records(directory);
+  drop_empty_records(directory, empty_before);
   int32_t count = 0;
   if (VX_Dir_Root_Count(directory.id(), &count) == VX_NORMAL_COMPLETION) VX_Dir_Sort(directory.id());
   if (!directory.save()) return kUsage;

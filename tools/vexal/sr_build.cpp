@@ -256,12 +256,18 @@ void Builder::set_defaults(const std::string& sop_class) {
   std::strftime(date, sizeof date, "%Y%m%d", &local);
   std::strftime(time_text, sizeof time_text, "%H%M%S", &local);
   const std::map<uint32_t, std::string> defaults = {
-      {0x00080016, sop_class},  {0x00080018, new_uid()}, {0x00080020, date},        {0x00080023, date},
-      {0x00080030, time_text},  {0x00080033, time_text}, {0x00080050, ""},          {0x00080060, "SR"},
-      {0x00080070, "VexalKit"}, {0x00080090, ""},        {0x00081111, ""},          {0x00100010, ""},
-      {0x00100020, ""},         {0x00100030, ""},        {0x00100040, ""},          {0x0020000D, new_uid()},
-      {0x0020000E, new_uid()},  {0x00200010, ""},        {0x00200011, "1"},         {0x00200013, "1"},
-      {0x0040A372, ""},         {0x0040A491, "PARTIAL"}, {0x0040A493, "UNVERIFIED"}};
+      {0x00080016, sop_class},   {0x00080018, new_uid()},
+      {0x00080020, date},        {0x00080023, date},
+      {0x00080030, time_text},   {0x00080033, time_text},
+      {0x00080050, ""},          {0x00080060, sop_class.ends_with(".88.59") ? "KO" : "SR"},
+      {0x00080070, "VexalKit"},  {0x00080090, ""},
+      {0x00081111, ""},          {0x00100010, ""},
+      {0x00100020, ""},          {0x00100030, ""},
+      {0x00100040, ""},          {0x0020000D, new_uid()},
+      {0x0020000E, new_uid()},   {0x00200010, ""},
+      {0x00200011, "1"},         {0x00200013, "1"},
+      {0x0040A372, ""},          {0x0040A491, "PARTIAL"},
+      {0x0040A493, "UNVERIFIED"}};
   for (const auto& [tag, text] : defaults) {
     if (VX_Get_Attribute_Info(root_, tag, nullptr, nullptr) != VX_NORMAL_COMPLETION)
       set_text(root_, tag, text);

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iterator>
 #include <string_view>
+#include <utility>
 
 #include "names.h"
 #include "printable.h"
@@ -181,6 +182,20 @@ std::string number_fault(int32_t type, const std::string& text) {
 
 }  // namespace
 
+namespace {
+
+// Most texts of a report: short, plain and of a few attributes. They need no library to be told good.
+bool is_plain(uint32_t tag, const std::string& text) {
+  constexpr std::pair<uint32_t, std::size_t> kMost[] = {
+      {0x00080100, 16}, {0x00080102, 16}, {0x00080104, 64}, {0x0040A160, 65536}};
+  const auto* const row =
+      std::find_if(std::begin(kMost), std::end(kMost), [tag](const auto& each) { return each.first == tag; });
+  return row != std::end(kMost) && text.size() <= row->second && !text.empty() && text.front() != ' ' &&
+         std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c < 0x7F && c != '\\'; });
+}
+
+}  // namespace
+
 // Text beyond ASCII is judged by its characters: the object learns of its character set only when it is
 // whole.
 bool sr_fits(uint32_t tag, const std::string& text) {
@@ -190,6 +205,7 @@ bool sr_fits(uint32_t tag, const std::string& text) {
     return id;
   }();
   if (text.empty()) return false;
+  if (is_plain(tag, text)) return true;
   // The library's UR is one with an authority behind "//"; a URN has none.
   if (tag == kUrnCodeValue) {
     return std::all_of(text.begin(), text.end(), [](char c) { return c > 0x20 && c < 0x7F; }) &&

@@ -81,8 +81,9 @@ class Filler {
 
   void put(const char* member, int32_t object, uint32_t tag, const std::string& value, bool first = true) {
     if (value.empty()) return fail(member, "there is no " + describe_tag(tag));
-    (first ? VX_Set_Value_From_String : VX_Set_Next_Value_From_String)(object, tag, value.c_str());
-    if (sr_fits(tag, value)) return;
+    const auto set = first ? VX_Set_Value_From_String : VX_Set_Next_Value_From_String;
+    const bool taken = set(object, tag, value.c_str()) == VX_NORMAL_COMPLETION;
+    if ((taken && value.find('-') == std::string::npos) || sr_fits(tag, value)) return;
     fail(member, "\"" + shown(value.substr(0, 80)) + "\" is no value of " + describe_tag(tag));
   }
 
