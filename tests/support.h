@@ -305,6 +305,7 @@ class LibraryTest : public ::testing::Test {
   // Writes the configuration and starts the library with it; log lines are captured from then on.
   VX_STATUS begin() {
     write_configuration();
+    LogCapture::stop();
     VX_Set_VexalINI(ini_.c_str());
     const VX_STATUS status = VX_Library_Initialization(nullptr, nullptr, nullptr);
     LogCapture::clear();

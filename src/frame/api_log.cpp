@@ -28,11 +28,11 @@ const char* VX_Set_Log_Prefix(const char* Prefix) {
 }
 
 void VX_Register_MemoryLog_Function(VX_LOG_FUNCTION Function) {
-  if (library_initialized()) log_register(Function);
+  log_register(Function);
 }
 
 void VX_Register_Enhanced_MemoryLog_Function(VX_ENHANCED_LOG_FUNCTION Function) {
-  if (library_initialized()) log_register_enhanced(Function);
+  log_register_enhanced(Function);
 }
 
 VX_STATUS VX_MemoryLog_To_Function(int32_t Clear, VX_MEMORY_LOG_READER Callback) {

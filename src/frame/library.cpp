@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "frame/log.h"
 #include "frame/named_locks.h"
@@ -25,28 +26,34 @@ char* g_ini_path = nullptr;
 void save_lock_addresses() {
   std::FILE* file = std::fopen("semaphores", "wb");
   if (file == nullptr) return;
-  const StateBlock& block = state();
-  const struct {
-    const Lock* lock;
-    const char* name;
-  } rows[] = {
-      {&direct_buffer_lock(), "S.mallocSemaphore"},
-      {&block.dictionSemaphore, "S.dictionSemaphore"},
-      {&log_lock(), "S.logSemaphore"},
-      {&block.sessions.semaphore, "S.sesObjSemaphore"},
-      {&block.applications.semaphore, "S.appObjSemaphore"},
-      {&block.messages.semaphore, "S.msgObjSemaphore"},
-      {&block.serviceSemaphore, "S.serviceNameListHeadSemaphore"},
-      {&block.charParamSemaphore, "S.charParamSemaphore"},
+  const auto line = [file](const Lock& lock, const char* name) {
+    std::fprintf(file, "%p %s\n", static_cast<const void*>(&lock), name);
   };
-  for (const auto& row : rows) std::fprintf(file, "%p %s\n", static_cast<const void*>(row.lock), row.name);
+  const StateBlock& block = state();
+  line(direct_buffer_lock(), "S.mallocSemaphore");
+  line(block.dictionSemaphore, "S.dictionSemaphore");
+  line(log_lock(), "S.logSemaphore");
+  line(block.sessions.semaphore, "S.sesObjSemaphore");
+  line(block.applications.semaphore, "S.appObjSemaphore");
+  line(block.messages.semaphore, "S.msgObjSemaphore");
+  line(block.charParamSemaphore, "S.charParamSemaphore");
+  // Entities lie in the objects of their directories.
+  line(block.messages.semaphore, "S.entityObjSemaphore");
+  line(block.messages.semaphore, "S.DirModelInitSemaphore");
+  for (const NamedLock* named = NamedLock::first; named != nullptr; named = named->next) {
+    line(named->lock, named->name);
+  }
   for (std::size_t i = 0; i < kPoolCount; ++i) {
-    std::fprintf(file, "%p S.%s.Semaphore\n", static_cast<const void*>(&pool_lock(i)), pool_name(i));
+    line(pool_lock(i), ("S." + std::string(pool_name(i)) + ".Semaphore").c_str());
   }
   std::fclose(file);
 }
 
-// Every object goes without being looked at; what lies outside the pools goes first.
+// Untouched memory is zero already, and stays untouched.
+bool g_state_used = false;
+
+// Every object goes without being looked at; what lies outside the pools goes first, and with the pools go
+// the registries: no later life may find a record of this one.
 void take_down() {
   if (network_drop != nullptr) network_drop();
   if (media_drop != nullptr) media_drop();
@@ -55,20 +62,20 @@ void take_down() {
   config_drop();
   ConfigState.store(0, std::memory_order_release);
   drop_all_memory();
+  LibraryLife.fetch_add(1, std::memory_order_relaxed);
+  if (g_state_used) std::memset(static_cast<void*>(&state()), 0, sizeof(StateBlock));
+  g_state_used = false;
   log_close();
 }
 
 void set_up_state() {
-  static bool used = false;  // untouched memory is zero already, and stays untouched
   StateBlock& block = state();
-  if (used) std::memset(static_cast<void*>(&block), 0, sizeof block);
-  used = true;
+  g_state_used = true;
   block.messages.set_up();
   block.applications.set_up(kFirstApplicationId);
   block.sessions.set_up(kFirstSessionId);
   block.EchoApplicationID = -1;
   set_direct_allocation(false);
-  log_setup();
   if (std::getenv("SAVE_SEMAPHORES") != nullptr) save_lock_addresses();
 }
 
@@ -122,9 +129,10 @@ VX_STATUS record_ini_path(const char* path) {
   return kOk;
 }
 
-VX_STATUS library_initialize(VX_CONFIG_FUNCTION config_function, VX_DICTIONARY_FUNCTION dictionary_function,
-                             VX_MESSAGE_INFO_FUNCTION message_info_function) {
-  if (library_initialized()) return VX_LIBRARY_ALREADY_INITIALIZED;
+namespace {
+
+VX_STATUS start(VX_CONFIG_FUNCTION config_function, VX_DICTIONARY_FUNCTION dictionary_function,
+                VX_MESSAGE_INFO_FUNCTION message_info_function) {
   // An initialisation that failed may have left a configuration and its memory.
   take_down();
   set_up_state();
@@ -150,11 +158,23 @@ VX_STATUS library_initialize(VX_CONFIG_FUNCTION config_function, VX_DICTIONARY_F
   return load_dictionary();
 }
 
+}  // namespace
+
+VX_STATUS library_initialize(VX_CONFIG_FUNCTION config_function, VX_DICTIONARY_FUNCTION dictionary_function,
+                             VX_MESSAGE_INFO_FUNCTION message_info_function) {
+  if (library_initialized()) return VX_LIBRARY_ALREADY_INITIALIZED;
+  log_starting(true);
+  const VX_STATUS status = start(config_function, dictionary_function, message_info_function);
+  log_starting(false);
+  return status;
+}
+
 VX_STATUS library_reset() {
   if (!library_initialized()) return VX_LIBRARY_NOT_INITIALIZED;
   end_network();
   release_own_application();
   take_down();
+  log_forget_receivers();
   set_up_state();
   if (const VX_STATUS status = load_configuration(); status != kOk) {
     return status == VX_INVALID_VERSION ? status : VX_CONFIG_INFO_ERROR;
@@ -172,6 +192,7 @@ VX_STATUS library_release() {
   }
   release_own_application();
   take_down();
+  log_forget_receivers();
   g_config_function = nullptr;
   g_dictionary_function = nullptr;
   g_message_info_function = nullptr;

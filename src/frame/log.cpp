@@ -70,6 +70,15 @@ Ring g_ring;
 char g_prefix[kMostPrefix + 1];
 std::atomic<VX_LOG_FUNCTION> g_function{nullptr};
 std::atomic<VX_ENHANCED_LOG_FUNCTION> g_enhanced{nullptr};
+std::atomic<bool> g_starting{false};
+
+// While the library starts, a receiver that was named before gets what there is to say, and no file or
+// screen: an application that shows messages its own way could not say so earlier.
+bool only_to_receivers() {
+  return g_starting.load(std::memory_order_relaxed) &&
+         (g_enhanced.load(std::memory_order_relaxed) != nullptr ||
+          g_function.load(std::memory_order_relaxed) != nullptr);
+}
 
 uint32_t destination_of(const Level& level) {
   const uint32_t bits = g_settings.destinations[level.key].load(std::memory_order_relaxed);
@@ -77,6 +86,7 @@ uint32_t destination_of(const Level& level) {
 }
 
 bool is_off(const Level& level) {
+  if ((level.mask & (VX_LOG_ERROR | VX_LOG_WARNING)) != 0 && only_to_receivers()) return false;
   return (destination_of(level) & VX_LOG_OFF) != 0;
 }
 
@@ -261,7 +271,7 @@ int write_line(const Level& level, const char* function, std::string_view messag
     line.add(": ");
   }
   line.add(text);
-  const uint32_t destination = destination_of(level);
+  const uint32_t destination = only_to_receivers() ? 0 : destination_of(level);
   if (!write_pieces(line.text(), destination)) return kFileFailed;
   if (auto* enhanced = g_enhanced.load(std::memory_order_acquire); enhanced != nullptr) {
     call_enhanced(enhanced, level, stamp, prefix, function, text);
@@ -273,7 +283,7 @@ int write_line(const Level& level, const char* function, std::string_view messag
 }
 
 bool configured() {
-  return ConfigState.load(std::memory_order_acquire) == kConfigMark;
+  return only_to_receivers() || ConfigState.load(std::memory_order_acquire) == kConfigMark;
 }
 
 }  // namespace
@@ -375,8 +385,11 @@ VX_STATUS log_memory_to_function(bool clear, VX_MEMORY_LOG_READER reader) {
   return kOk;
 }
 
-void log_setup() {
-  log_close();
+void log_starting(bool starting) {
+  g_starting.store(starting, std::memory_order_relaxed);
+}
+
+void log_forget_receivers() {
   g_function.store(nullptr, std::memory_order_release);
   g_enhanced.store(nullptr, std::memory_order_release);
 }

@@ -46,7 +46,8 @@ VX_STATUS log_memory_to_function(bool clear, VX_MEMORY_LOG_READER reader);
 // The trace of a PDU at T9: `pdv` may be null. Result as VXlog.
 int log_pdu(const uint8_t* pdu, uint32_t pdu_size, const uint8_t* pdv, uint32_t pdv_size, bool received);
 
-void log_setup();  // start of the state block
+void log_starting(bool starting);  // from the begin of an initialisation to its end
+void log_forget_receivers();
 void log_close();  // closes the file and frees the ring
 
 }  // namespace vx

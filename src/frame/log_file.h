@@ -26,7 +26,7 @@ class LogFile {
   // Forgets how far the log had come: the next line starts the file anew.
   void restart();
   void close();
-  bool started() const { return !needs_start_; }
+  bool started() const { return !needs_start_ || full_; }  // a full one wraps or rolls
   // One record, padded with blanks; false, after a word on the standard output, if it could not be written.
   bool write(std::string_view piece, const LogFileLayout& layout);
 

@@ -7,6 +7,7 @@ namespace vx {
 
 std::atomic<uint32_t> LibraryState{0};
 std::atomic<uint32_t> ConfigState{0};
+std::atomic<uint64_t> LibraryLife{0};
 
 StateBlock& state() {
   // Zeroed bytes are a valid block, so it may serve before and after every static of a program.

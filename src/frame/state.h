@@ -15,6 +15,8 @@ inline constexpr uint32_t kConfigMark = 0x26FE4399;
 
 extern std::atomic<uint32_t> LibraryState;
 extern std::atomic<uint32_t> ConfigState;
+// Counts the ends of the library: what a thread keeps of an object is void in another life.
+extern std::atomic<uint64_t> LibraryLife;
 
 inline bool library_initialized() {
   return LibraryState.load(std::memory_order_acquire) == kLibraryMark;

@@ -23,6 +23,7 @@
 #include "config/config.h"
 #include "frame/lock.h"
 #include "frame/log.h"
+#include "frame/named_locks.h"
 #include "net/capture.h"
 
 namespace vx {
@@ -73,6 +74,7 @@ struct CaptureStream {
 };
 
 Lock captureSemaphore;
+const NamedLock kNamedLock("S.captureSemaphore", captureSemaphore);
 std::string g_base_path;                    // under captureSemaphore
 std::string g_shared_path;                  // under captureSemaphore
 std::shared_ptr<CaptureFile> g_shared;      // under captureSemaphore

@@ -14,6 +14,7 @@
 #include "config/config.h"
 #include "frame/lock.h"
 #include "frame/log.h"
+#include "frame/named_locks.h"
 #include "frame/pool.h"
 #include "frame/seams.h"
 #include "net/pdu.h"
@@ -39,6 +40,7 @@ namespace {
 // Outside the pools: a thread may still wait on a port while the library is reset.
 Lock g_lock;
 std::vector<TL_ListenPortObj*> g_ports;
+const NamedLock kNamedLock("S.ListenPortListSemaphore", g_lock);
 
 void destroy(TL_ListenPortObj* port) {
   if (port->socket >= 0) ::close(port->socket);

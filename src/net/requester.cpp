@@ -8,6 +8,7 @@
 #include "config/config.h"
 #include "config/transfer_syntax.h"
 #include "frame/log.h"
+#include "frame/named_locks.h"
 #include "frame/pool.h"
 #include "frame/text.h"
 #include "net/pdu.h"
@@ -38,6 +39,7 @@ struct Cache {
   Lock lock;
 };
 constinit Cache g_cache{};
+const NamedLock kNamedLock("S.appInfoListSemaphore", g_cache.lock);
 
 bool fills_itself(const OpenRequest& request) {
   return request.port == nullptr && request.host == nullptr && request.service_list == nullptr;
@@ -261,7 +263,7 @@ VX_STATUS fill_parameters(AssociationParameters& parameters, const OpenRequest& 
   char version[kMostTitle + 1];
   config_text(VX_CFG_IMPLEMENTATION_VERSION, version, sizeof version);
   copy_text(parameters.implementationVersion, sizeof parameters.implementationVersion, version);
-  parameters.maximumPduLength = static_cast<uint32_t>(config_long(VX_CFG_PDU_MAXIMUM_LENGTH));
+  parameters.maximumPduLength = pdu_maximum_length();
   TL_Get_Host_Name(parameters.callingHostName, sizeof parameters.callingHostName);
   copy_text(parameters.calledHostName, sizeof parameters.calledHostName, remote.HostName);
   std::snprintf(parameters.calledPort, sizeof parameters.calledPort, "%d", remote.Port);
@@ -472,9 +474,8 @@ VX_STATUS negotiate(SesObj& session, const OpenRequest& request, const RemoteApp
   log_association_parameters(*session.Parameters, ParameterLog::Request);
   if (!attach_session(session)) return VX_SYSTEM_ERROR;
   DUL_Association* dul = nullptr;
-  const int32_t result =
-      DUL_associate_request(static_cast<uint32_t>(config_long(VX_CFG_PDU_MAXIMUM_LENGTH)), session.Parameters,
-                            &dul, request.functions, request.application_context);
+  const int32_t result = DUL_associate_request(pdu_maximum_length(), session.Parameters, &dul,
+                                               request.functions, request.application_context);
   if (result != DUL_NORMAL) return request_failed(result, *session.Parameters);
   {
     const Guard guard(session_lock());

@@ -9,6 +9,7 @@
 #include "config/transfer_syntax.h"
 #include "frame/lock.h"
 #include "frame/log.h"
+#include "frame/named_locks.h"
 #include "frame/pool.h"
 #include "frame/text.h"
 #include "net/service_list_calls.h"
@@ -32,6 +33,9 @@ struct Lists {
   Lock syntaxes_lock;
 };
 constinit Lists g_lists{};
+const NamedLock kNamedLocks[] = {{"S.serviceListHeadSemaphore", g_lists.services_lock},
+                                 {"S.serviceNameListHeadSemaphore", g_lists.named_lock},
+                                 {"S.syntaxListHeadSemaphore", g_lists.syntaxes_lock}};
 
 template <typename T>
 T* find_named(const CObList& list, const char* name) {

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "frame/log.h"
+#include "frame/named_locks.h"
 #include "frame/pool.h"
 #include "model/attributes.h"
 #include "model/convert.h"
@@ -74,6 +75,8 @@ void remove_from_sequence(MsgObj& parent, MsgObj& item) {
 }
 
 }  // namespace
+
+static const NamedLock kNamedLock("S.SRRecListSemaphore", tree_lock());
 
 Lock& tree_lock() {
   static constinit Lock lock;

@@ -102,8 +102,10 @@ TEST_F(LibraryLifeTest, BannerAndNamedLocks) {
   EXPECT_NE(log.find("VexalKit for "), std::string::npos);
   const std::string locks = folder().read("semaphores");
   for (const char* name :
-       {" S.logSemaphore\n", " S.msgObjSemaphore\n", " S.b4.Semaphore\n", " S.ValTagObj.Semaphore\n"}) {
-    EXPECT_NE(locks.find(name), std::string::npos) << name;
+       {"malloc", "diction", "log", "sesObj", "appObj", "msgObj", "entityObj", "appInfoList",
+        "syntaxListHead", "serviceListHead", "serviceNameListHead", "SRRecList", "ListenPortList",
+        "DirModelInit", "capture", "charParam", "b4.", "ValTagObj."}) {
+    EXPECT_NE(locks.find(std::string(" S.") + name + "Semaphore\n"), std::string::npos) << name;
   }
 }
 

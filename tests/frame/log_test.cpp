@@ -91,6 +91,31 @@ TEST_F(LogTest, ResultsOfBadCalls) {
   EXPECT_EQ(VXlog(VX_LOG_ERROR, "early"), 7);
 }
 
+// An application that shows messages its own way hears what is wrong with a configuration, and no file is
+// made.
+TEST_F(LogTest, AReceiverNamedBeforeTheStartHearsAllOfIt) {
+  for (const bool broken : {false, true}) {
+    VX_Library_Release();
+    write_configuration();
+    folder().write("test.pro", folder().read("test.pro") + "LARGE_DATA_SIZE = many\n");
+    if (broken) std::filesystem::remove(folder().path("test.srv"));
+    std::filesystem::remove(folder().path("test.log"));
+    clear_log();
+    support::LogCapture::start();
+    VX_Set_VexalINI(ini().c_str());
+    EXPECT_EQ(VX_Library_Initialization(nullptr, nullptr, nullptr),
+              broken ? VX_CONFIG_INFO_ERROR : VX_NORMAL_COMPLETION);
+    EXPECT_TRUE(has_log("Invalid: \"LARGE_DATA_SIZE = many\" - Using Default"));
+    EXPECT_EQ(has_log("Error opening vexalkit services profile: "), broken);
+    EXPECT_FALSE(exists(folder().path("test.log")));
+    VXlog(VX_LOG_ERROR, "afterwards");
+    EXPECT_TRUE(exists(folder().path("test.log"))) << "from then on the configuration counts";
+  }
+  VX_Set_VexalINI(folder().path("nowhere.ini").c_str());
+  EXPECT_EQ(VX_Library_Initialization(nullptr, nullptr, nullptr), VX_NO_VEXAL_INI);
+  EXPECT_TRUE(has_log("Unable to access Vexal Ini file: "));
+}
+
 TEST_F(LogTest, LevelsAreRoutedByTheirKeys) {
   const struct {
     uint32_t level;
@@ -258,6 +283,12 @@ TEST_F(LogTest, RecordLengthStaysOnceTheFileIsStarted) {
   set_int(VX_CFG_LOG_FILE_LINE_LENGTH, 50);
   EXPECT_EQ(get_int(VX_CFG_LOG_FILE_LINE_LENGTH), 100);
   EXPECT_TRUE(has_log("Log file already created, cannot set LOG_FILE_LINE_LENGTH."));
+  restart(10, true);
+  log_numbers(1, 10);  // full: the next line wraps
+  set_int(VX_CFG_LOG_FILE_LINE_LENGTH, 50);
+  EXPECT_EQ(get_int(VX_CFG_LOG_FILE_LINE_LENGTH), 100);
+  log_numbers(11, 11);
+  EXPECT_EQ(records(100).size(), 10U) << "nothing was lost";
 }
 
 struct Handed {
