@@ -234,7 +234,7 @@ VX_STATUS Decoder::read_run(MsgObj& object, TagObj& attribute, const Run& run) {
 VX_STATUS Decoder::read_piece(MsgObj& object, TagObj& attribute, const Run& run, uint64_t done,
                               uint32_t& got) {
   const uint64_t left = run.length - done;
-  const auto largest = 100 * static_cast<uint64_t>(config_long(VX_CFG_PIXEL_BUFFER_SIZE));
+  const auto largest = 100 * static_cast<uint64_t>(pixel_buffer_size());
   uint64_t size = std::min(std::max<uint64_t>({kReadChunk, done, in_.available()}), largest);
   if (run.piece != 0) size = std::min(size, run.piece - done % run.piece);
   if (size >= left) {
@@ -289,9 +289,8 @@ VX_STATUS Decoder::fill_piece(uint8_t* bytes, uint32_t length, uint32_t width, u
 VX_STATUS Decoder::store_chunk(MsgObj& object, TagObj& attribute, const Run& run, uint64_t done,
                                uint32_t& got) {
   const uint64_t left = run.length - done;
-  const auto work = static_cast<std::size_t>(config_int(VX_CFG_WORK_BUFFER_SIZE));
   std::size_t chunk = in_.available();
-  if (chunk < kSmallBlock) chunk = std::max(chunk, work);
+  if (chunk < kSmallBlock) chunk = std::max<std::size_t>(chunk, work_buffer_size());
   chunk = static_cast<std::size_t>(std::min<uint64_t>(chunk, left));
   const uint8_t* bytes = nullptr;
   const VX_STATUS ended = in_.need(chunk, bytes);

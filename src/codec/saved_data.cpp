@@ -23,9 +23,10 @@ struct Growing {
   uint32_t capacity = 0;
 };
 
+constexpr uint32_t kLeastBlock = 1024;
+
 bool grow(Growing& out, uint32_t needed) {
-  const uint32_t least = static_cast<uint32_t>(config_int(VX_CFG_PIXEL_BUFFER_SIZE));
-  const uint32_t capacity = std::max(least, needed + needed / 2);
+  const uint32_t capacity = std::max(kLeastBlock, needed + needed / 2);
   auto* block = static_cast<SavedData*>(reallocate(sizeof(SavedData) + capacity, out.block));
   if (block == nullptr) {
     VX_LOG_ERR(kFunction, "Unable to allocate memory of size %lu to store streamed data",

@@ -32,8 +32,7 @@ VX_STATUS StreamOutput::open() {
       writer_.ConnectionCallback == nullptr && writer_.RawCallback == nullptr) {
     return VX_SYSTEM_ERROR;
   }
-  const auto configured = static_cast<std::size_t>(std::max(config_int(VX_CFG_WORK_BUFFER_SIZE), 0));
-  capacity_ = std::max(configured, kMinCapacity) & ~std::size_t{1};
+  capacity_ = std::max<std::size_t>(work_buffer_size(), kMinCapacity) & ~std::size_t{1};
   buffer_ = static_cast<uint8_t*>(allocate_raw(capacity_));
   return buffer_ != nullptr ? VX_NORMAL_COMPLETION : VX_SYSTEM_ERROR;
 }

@@ -173,8 +173,10 @@ void push_settings() {
     log_set_file(record.string_values[VX_CFG_LOG_FILE]);
   }
   constexpr std::size_t kPixelHeader = 12;
-  const int32_t pixel = config_long(VX_CFG_PIXEL_BUFFER_SIZE);
-  set_pixel_buffer_size(static_cast<std::size_t>(pixel > 0 ? pixel : 0) + kPixelHeader);
+  // The pool holds several of them at a time: what is far too large for that stands alone on the heap.
+  constexpr uint32_t kMostPooled = 16U << 20;
+  const uint32_t pixel = pixel_buffer_size();
+  set_pixel_buffer_size(pixel <= kMostPooled ? pixel + kPixelHeader : 0);
 }
 
 ConfigRecord& start_record() {

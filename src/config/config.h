@@ -4,6 +4,7 @@
 // configuration lock, so that readers copy them.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <string>
@@ -24,6 +25,20 @@ inline int32_t config_long(VX_LONG_KEY key) {
 }
 inline bool config_bool(VX_BOOL_KEY key) {
   return std::atomic_ref<uint32_t>(config().bool_values[key]).load(std::memory_order_relaxed) == 1;
+}
+// Numbers that a profile may give without bounds, as the library can work with them.
+// PDU_MAXIMUM_LENGTH: 0 is no limit; below 128 bytes hardly a value finds room.
+inline uint32_t pdu_maximum_length() {
+  const int32_t length = config_long(VX_CFG_PDU_MAXIMUM_LENGTH);
+  return length > 0 ? std::max<uint32_t>(static_cast<uint32_t>(length), 128) : 0;
+}
+// PIXEL_BUFFER_SIZE: values in memory come in pieces of 100 times as much.
+inline uint32_t pixel_buffer_size() {
+  return static_cast<uint32_t>(std::max(config_long(VX_CFG_PIXEL_BUFFER_SIZE), 4096));
+}
+// WORK_BUFFER_SIZE, of which each encode and each open directory has one.
+inline uint32_t work_buffer_size() {
+  return static_cast<uint32_t>(std::clamp(config_int(VX_CFG_WORK_BUFFER_SIZE), 64, 64 << 20));
 }
 // A copy of a text, cut to size - 1 bytes; its whole length. Holds the lock while it copies.
 std::size_t config_text(VX_STRING_KEY key, char* buffer, std::size_t size);

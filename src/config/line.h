@@ -25,11 +25,15 @@ class ProfileReader {
 
   // Values take at most value_limit bytes with their terminator.
   ProfileReader(std::string_view content, std::size_t value_limit)
-      : content_(content), rest_(content), value_limit_(value_limit) {}
+      : content_(without_mark(content)), rest_(content_), value_limit_(value_limit) {}
   Result next(Entry& entry);
   void rewind();
 
  private:
+  // Some editors put a byte order mark first.
+  static std::string_view without_mark(std::string_view content) {
+    return content.starts_with("\xEF\xBB\xBF") ? content.substr(3) : content;
+  }
   std::string_view content_;
   std::string_view rest_;
   std::size_t value_limit_;

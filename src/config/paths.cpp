@@ -1,10 +1,12 @@
 // Where vexal.ini lies, and paths that name environment variables.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "config/line.h"
@@ -60,6 +62,28 @@ std::string search_along_path() {
   return {};
 }
 
+// The one that was installed beside the library, wherever the whole was moved to: under LIBDIR/../share, with
+// one level more where libraries lie in a folder of their machine. In a build folder it lies beside the
+// library.
+std::string installed_ini() {
+  constexpr const char* kWay = "/share/vexalkit/";
+  constexpr int kLevels = 3;
+  Dl_info info{};
+  if (::dladdr(reinterpret_cast<const void*>(&installed_ini), &info) == 0 || info.dli_fname == nullptr)
+    return {};
+  char real[PATH_MAX];
+  if (::realpath(info.dli_fname, real) == nullptr) return {};
+  std::string folder = real;
+  for (int level = 0; level < kLevels; ++level) {
+    const std::size_t slash = folder.rfind('/');
+    if (slash == std::string::npos) break;
+    folder.resize(slash);
+    std::string candidate = folder + kWay + kIniName;
+    if (::access(candidate.c_str(), R_OK) == 0) return candidate;
+  }
+  return {};
+}
+
 // False when a recorded path can not be expanded.
 bool choose_ini(std::string& path) {
   if (const char* recorded = recorded_ini_path(); recorded != nullptr) {
@@ -78,7 +102,11 @@ bool choose_ini(std::string& path) {
     return true;
   }
   path = search_along_path();
-  if (path.empty()) path = kLastResort;
+  if (!path.empty()) return true;
+  path = kLastResort;
+  if (::access(kLastResort, F_OK) != 0) {
+    if (std::string installed = installed_ini(); !installed.empty()) path = std::move(installed);
+  }
   return true;
 }
 

@@ -14,6 +14,10 @@ inline constexpr int kMaxNesting = 128;
 // announcement.
 inline constexpr std::size_t kReadChunk = 1U << 20;
 
+// Empty answers in a row that a function of the caller may give, each followed by another call: it may wait
+// for its data so, but not for ever.
+inline constexpr std::size_t kMaxEmptyAnswers = 100000;
+
 // A private creator code (LO allows 64 characters; multi-byte sets need more bytes).
 inline constexpr std::size_t kMaxCreatorCode = 513;
 
@@ -33,16 +37,15 @@ inline constexpr std::size_t kLogFormatBuffer = 1024;
 // Inflated bytes that are held at a time: the ratio of a stream then costs no memory.
 inline constexpr std::size_t kMaxInflated = 1U << 20;
 
-// An A-ASSOCIATE PDU, header not counted, beyond PDU_MAXIMUM_LENGTH. What 128 contexts of 26 transfer
+// An A-ASSOCIATE PDU, header not counted, whatever PDU_MAXIMUM_LENGTH says. What 128 contexts of 26 transfer
 // syntaxes and a full user information item need is a third of it.
 inline constexpr std::size_t kMaxAssociatePdu = 1U << 20;
 
 // A command group. Real ones take some hundred bytes; lists of attributes and errors within them are short.
 inline constexpr std::size_t kMaxCommand = 1U << 20;
 
-// Bytes of an A-ASSOCIATE-RQ that are taken in one step beyond the input buffer, which grows with what
-// arrived.
-inline constexpr std::size_t kAssociateStep = 64U * 1024U;
+// A P-DATA-TF PDU when PDU_MAXIMUM_LENGTH is 0, no limit. The buffer grows with what arrives.
+inline constexpr std::size_t kMaxUnlimitedPdu = 256U << 20;
 
 // Bytes of one frame, and samples of one pixel, that a codec works on.
 inline constexpr std::size_t kMaxFrame = 0x7FFFFFFFU;

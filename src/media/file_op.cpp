@@ -138,7 +138,7 @@ FileOp* open_file_op(const char* path) {
   if (file == nullptr) return nullptr;
   file->Handle = -1;
   file->ReadOnly = true;
-  file->BufferSize = static_cast<uint32_t>(std::max(config_int(VX_CFG_WORK_BUFFER_SIZE), 4096));
+  file->BufferSize = std::max(work_buffer_size(), 4096U);
   file->Path = duplicate_text(path);
   file->Buffer = file->Path != nullptr ? static_cast<uint8_t*>(allocate_raw(file->BufferSize)) : nullptr;
   const int handle = file->Buffer != nullptr ? open_path(path, true) : -1;

@@ -27,10 +27,6 @@ bool counts_by_number(const TagObj& attribute) {
   return is_numeric_vr(attribute.VR) || attribute.Storage == 'F';
 }
 
-uint32_t work_buffer_size() {
-  return static_cast<uint32_t>(std::max(config_int(VX_CFG_WORK_BUFFER_SIZE), 64));
-}
-
 void free_chain(ValueObj* value) {
   while (value != nullptr) {
     ValueObj* next = value->Next;

@@ -78,9 +78,9 @@ VX_STATUS receive_session(const WaitRequest& request, int32_t timeout, AppObj* w
   AssociationParameters* parameters = new_association_parameters();
   if (parameters == nullptr) return VX_SYSTEM_ERROR;
   DUL_Association* dul = nullptr;
-  const DUL_STATUS status = DUL_wait_for_associate_RQ(
-      timeout, request.port, request.address, static_cast<uint32_t>(config_long(VX_CFG_PDU_MAXIMUM_LENGTH)),
-      parameters, &dul, request.socket, request.functions, request.application_context);
+  const DUL_STATUS status =
+      DUL_wait_for_associate_RQ(timeout, request.port, request.address, pdu_maximum_length(), parameters,
+                                &dul, request.socket, request.functions, request.application_context);
   if (status != DUL_NORMAL) {
     free_association_parameters(parameters);
     return wait_status(status);

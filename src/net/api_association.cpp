@@ -57,7 +57,7 @@ VX_STATUS fill_info(const SesObj& session, const AssociationParameters& paramete
   info.Socket = transport.socket;
   copy(info.RemoteImplementationClassUID, parameters.remoteImplementationClassUid);
   copy(info.RemoteImplementationVersion, parameters.remoteImplementationVersion);
-  info.LocalMaximumPDUSize = static_cast<uint32_t>(config_long(VX_CFG_PDU_MAXIMUM_LENGTH));
+  info.LocalMaximumPDUSize = pdu_maximum_length();
   info.RemoteMaximumPDUSize = requester ? parameters.maximumPduLength : session.Dul->peerMaximumPduLength;
   const auto window = [](uint16_t value) { return value == kNoWindow ? uint16_t{1} : value; };
   info.MaxOperationsInvoked = window(session.MaxOperationsInvoked);

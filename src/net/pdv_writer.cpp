@@ -13,11 +13,14 @@ namespace {
 
 constexpr uint32_t kLeastMaximum = 8;  // room for two bytes of value
 constexpr uint32_t kLeastBuffer = 4096;
+constexpr uint32_t kMostBuffer = 16U << 20;
+constexpr uint32_t kUnlimitedBuffer = 64234;  // without a limit of our own
 
 }  // namespace
 
 VX_STATUS PdvWriter::open(uint8_t context_id, bool has_data_set) {
-  const auto own = static_cast<uint32_t>(config_long(VX_CFG_PDU_MAXIMUM_LENGTH));
+  const uint32_t limit = pdu_maximum_length();
+  const uint32_t own = limit != 0 ? std::min(limit, kMostBuffer) : kUnlimitedBuffer;
   const uint32_t peer = dul_->peerMaximumPduLength & ~uint32_t{1};
   uint32_t size = own;
   if (dul_->peerMaximumPduLength != 0 && peer < own - kPduHeader) size = peer + uint32_t{kPduHeader};

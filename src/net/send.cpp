@@ -7,6 +7,7 @@
 #include "codec/writer.h"
 #include "config/config.h"
 #include "frame/log.h"
+#include "frame/patience.h"
 #include "frame/text.h"
 #include "model/attributes.h"
 #include "model/callbacks.h"
@@ -260,6 +261,7 @@ VX_STATUS SendMessageFromCallbackToStream(const SesObj& session, PdvWriter& writ
   }
   bool last = false;
   VX_CALLBACK_REQUEST request = VX_REQUEST_DATA_AT_OFFSET;
+  Patience patience;
   for (uint32_t size = front.offset(); status == kOk && !last; size = 0) {
     void* data = nullptr;
     status = source.read(request, request == VX_REQUEST_DATA_AT_OFFSET, size, data, last);
@@ -269,6 +271,7 @@ VX_STATUS SendMessageFromCallbackToStream(const SesObj& session, PdvWriter& writ
       VX_LOG_ERR(kFunction, "%s failed. Callback returned length > %d", kFunction, static_cast<int>(kMost));
       return VX_VALUE_TOO_LARGE;
     }
+    if (!last && patience.ends(size)) return VX_CALLBACK_CANNOT_COMPLY;
     if (size == 0) continue;
     if (data == nullptr) return VX_CALLBACK_PARM_ERROR;
     status = writer.put(static_cast<const uint8_t*>(data), size);

@@ -35,7 +35,10 @@ constexpr uint8_t kServiceUser = 0;  // source of an A-ABORT
 constexpr uint8_t kServiceProvider = 2;
 constexpr uint8_t kUnexpectedPdu = 2;  // reason
 constexpr uint32_t kRejectBody = 128;  // the longest A-ASSOCIATE-RJ body that is looked at
-constexpr uint32_t kSmallestPdv = 6;   // its length field, the context ID and the control header
+// The input buffer at first: room for the short PDUs, and no more than most data needs at a time.
+constexpr uint32_t kLeastInput = 4096;
+constexpr uint32_t kFirstInput = 1U << 20;
+constexpr uint32_t kSmallestPdv = 6;  // its length field, the context ID and the control header
 
 bool abort_asked(const DUL_Association& dul) {
   return dul.abortRequested.load(std::memory_order_relaxed) != 0;
@@ -43,10 +46,13 @@ bool abort_asked(const DUL_Association& dul) {
 
 // --- Reading ---
 
-DUL_STATUS Read_Transport(DUL_Association& dul, void* buffer, uint32_t length) {
+// `begun`: bytes in front of these have come already.
+DUL_STATUS Read_Transport(DUL_Association& dul, void* buffer, uint32_t length, bool begun = false) {
   constexpr int32_t kDefaultTimeout = 30;
   int32_t timeout = kDefaultTimeout;
-  if (dul.inactivityTimer.running) {
+  if (begun) {
+    timeout = config_int(VX_CFG_INACTIVITY_TIMEOUT);
+  } else if (dul.inactivityTimer.running) {
     timeout = dul.inactivityTimer.timeout;
   } else if (dul.replyTimer.running) {
     timeout = dul.replyTimer.timeout;
@@ -87,15 +93,56 @@ DUL_STATUS Read_PDU_Head(DUL_Association& dul) {
   return DUL_NORMAL;
 }
 
-// The body, behind its header in the input buffer. A time-out leaves the header pending.
-DUL_STATUS Read_PDU_Body(DUL_Association& dul) {
-  if (uint64_t{dul.pduLength} + kPduHeader > dul.inputBufferSize) {
-    VX_LOG_ERR("Read_PDU_Body", "Called with too small buffer, PDU length: %d, Buffer Size: %d",
-               static_cast<int>(dul.pduLength), static_cast<int>(dul.inputBufferSize));
-    return DUL_UNEXPECTED;
+// PDU_MAXIMUM_LENGTH is for P-DATA alone (PS3.8 section D.1); everything else has a limit of its own.
+uint64_t most_body(const DUL_Association& dul) {
+  switch (dul.pduType) {
+    case kAssociateRq:
+    case kAssociateAc:
+      return std::max<uint64_t>(kMaxAssociatePdu, dul.maximumPduLength);
+    case kPDataTf:
+      return dul.maximumPduLength != 0 ? dul.maximumPduLength : kMaxUnlimitedPdu;
+    default:
+      return kLeastInput;
   }
+}
+
+bool grow_input_buffer(DUL_Association& dul, uint64_t size) {
+  auto* grown = static_cast<uint8_t*>(reallocate(size, dul.inputBuffer));
+  if (grown == nullptr) return false;
+  dul.inputBuffer = grown;
+  dul.inputBufferSize = static_cast<uint32_t>(size);
+  return true;
+}
+
+DUL_STATUS too_large(const DUL_Association& dul) {
+  if (dul.pduType == kAssociateRq || dul.pduType == kAssociateAc) {
+    VX_LOG_ERR(dul.pduType == kAssociateRq ? "A_Associate_RQ_PDU_Event" : "A_Associate_AC_PDU_Event",
+               "PDU is too large");
+    return DUL_NO_MEMORY;
+  }
+  VX_LOG_ERR("Read_PDU_Body", "Called with too small buffer, PDU length: %u, Buffer Size: %u", dul.pduLength,
+             dul.inputBufferSize);
+  return DUL_UNEXPECTED;
+}
+
+// The body, behind its header in the input buffer, which grows with what arrives. A time-out before the first
+// byte leaves the header pending.
+DUL_STATUS Read_PDU_Body(DUL_Association& dul) {
+  const uint64_t whole = uint64_t{dul.pduLength} + kPduHeader;
+  if (dul.pduLength > most_body(dul)) return too_large(dul);
   std::memcpy(dul.inputBuffer, dul.pduHeader, kPduHeader);
-  const DUL_STATUS status = Read_Transport(dul, dul.inputBuffer + kPduHeader, dul.pduLength);
+  DUL_STATUS status = DUL_NORMAL;
+  for (uint64_t have = kPduHeader; have < whole && status == DUL_NORMAL;) {
+    const bool begun = have != kPduHeader;
+    const uint64_t step = std::min(whole, begun ? have * 2 : uint64_t{dul.inputBufferSize});
+    if (step > dul.inputBufferSize && !grow_input_buffer(dul, step)) {
+      status = too_large(dul);
+      break;
+    }
+    status = Read_Transport(dul, dul.inputBuffer + have, static_cast<uint32_t>(step - have), begun);
+    if (begun && status == DUL_READ_TIMEOUT) status = DUL_TRANSPORT_SHUTDOWN;
+    have = step;
+  }
   if (status != DUL_READ_TIMEOUT) dul.readPhase = 1;
   return status;
 }
@@ -111,38 +158,6 @@ DUL_STATUS Read_PDU(DUL_Association& dul) {
     log_pdu(dul.inputBuffer, dul.pduLength + static_cast<uint32_t>(kPduHeader), nullptr, 0, true);
   }
   return status;
-}
-
-bool grow_input_buffer(DUL_Association& dul, uint64_t size) {
-  auto* grown = static_cast<uint8_t*>(reallocate(size, dul.inputBuffer));
-  if (grown == nullptr) return false;
-  dul.inputBuffer = grown;
-  dul.inputBufferSize = static_cast<uint32_t>(size);
-  return true;
-}
-
-// A proposal may be longer than the input buffer, which then grows with what arrives.
-DUL_STATUS read_proposal(DUL_Association& dul) {
-  if (dul.pduLength <= dul.maximumPduLength) return Read_PDU(dul);
-  if (dul.pduLength > kMaxAssociatePdu) {
-    VX_LOG_ERR("A_Associate_RQ_PDU_Event", "PDU is too large");
-    return DUL_NO_MEMORY;
-  }
-  const uint64_t whole = uint64_t{dul.pduLength} + kPduHeader;
-  std::memcpy(dul.inputBuffer, dul.pduHeader, kPduHeader);
-  dul.readPhase = 1;
-  for (uint64_t have = kPduHeader; have < whole;) {
-    const uint64_t step = std::min<uint64_t>(whole, have + kAssociateStep);
-    if (step > dul.inputBufferSize && !grow_input_buffer(dul, step)) {
-      VX_LOG_ERR("A_Associate_RQ_PDU_Event", "PDU is too large");
-      return DUL_NO_MEMORY;
-    }
-    const DUL_STATUS status = Read_Transport(dul, dul.inputBuffer + have, static_cast<uint32_t>(step - have));
-    if (status != DUL_NORMAL) return status;
-    have = step;
-  }
-  log_pdu(dul.inputBuffer, static_cast<uint32_t>(whole), nullptr, 0, true);
-  return DUL_NORMAL;
 }
 
 DUL_STATUS retrieve_parameters(DUL_Association& dul, AssociationParameters& parameters) {
@@ -345,7 +360,7 @@ DUL_STATUS await_request(const Step& step) {
 }
 
 DUL_STATUS indicate_request(const Step& step) {
-  return take_parameters(step, read_proposal(step.dul));
+  return take_parameters(step, Read_PDU(step.dul));
 }
 
 DUL_STATUS send_accept(const Step& step) {
@@ -548,7 +563,8 @@ DUL_Association* Create_Association_Handle(uint32_t maximum_pdu_length, bool acc
   dul->artimTimer.timeout = config_int(VX_CFG_ARTIM_TIMEOUT);
   dul->currentMessage = -1;
   dul->maximumPduLength = maximum_pdu_length;
-  dul->inputBufferSize = maximum_pdu_length + static_cast<uint32_t>(kPduHeader);
+  dul->inputBufferSize =
+      std::clamp(maximum_pdu_length, kLeastInput, kFirstInput) + static_cast<uint32_t>(kPduHeader);
   dul->inputBuffer = static_cast<uint8_t*>(allocate_raw(dul->inputBufferSize));
   if (dul->inputBuffer != nullptr) {
     status = DUL_NORMAL;

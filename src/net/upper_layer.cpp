@@ -74,7 +74,7 @@ void stop_timers(DUL_Association& dul) {
 }
 
 // Everything up to the moment must have come by then, however slowly it drips in. 0 seconds: no such moment.
-void set_deadline(DUL_Association& dul, int32_t seconds) {
+void set_deadline(DUL_Association& dul, int64_t seconds) {
   dul.transport->deadline = seconds > 0 ? monotonic_now() + seconds * kSecond : 0;
 }
 
@@ -99,7 +99,7 @@ DUL_STATUS negotiate(DUL_Association& dul, AssociationParameters& parameters) {
   }
   const int32_t reply = config_int(VX_CFG_ASSOC_REPLY_TIMEOUT);
   start(dul.replyTimer, reply);
-  set_deadline(dul, reply > 0 ? reply + std::max(config_int(VX_CFG_INACTIVITY_TIMEOUT), 0) : 0);
+  set_deadline(dul, reply > 0 ? int64_t{reply} + std::max(config_int(VX_CFG_INACTIVITY_TIMEOUT), 0) : 0);
   status = next_pdu(dul, &parameters);
   if (one_of(status, {DUL_NORMAL, DUL_PEER_ABORTED, DUL_PEER_REJECTED})) return status;
   run_event(dul, Event::TransportClosed);

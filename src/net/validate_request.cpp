@@ -57,7 +57,7 @@ void check_names(const SesObj& session, bool echo, Refusal& refusal) {
 }
 
 void prepare_answer(AssociationParameters& parameters, const ServiceList& list) {
-  parameters.maximumPduLength = static_cast<uint32_t>(config_long(VX_CFG_PDU_MAXIMUM_LENGTH));
+  parameters.maximumPduLength = pdu_maximum_length();
   std::memcpy(parameters.remoteImplementationClassUid, parameters.implementationClassUid,
               sizeof parameters.remoteImplementationClassUid);
   std::memcpy(parameters.remoteImplementationVersion, parameters.implementationVersion,

@@ -30,6 +30,34 @@ class DimseTest : public PairTest {
   }
 };
 
+// The maximum length is for P-DATA alone: many contexts do not count against it, 0 is no limit, and what is
+// small or huge works. A profile gives such numbers without bounds.
+TEST_F(DimseTest, AnyMaximumLengthCarriesManyContexts) {
+  std::vector<Listed> rows(127, Listed{"STANDARD_CT", {EXPLICIT_LITTLE_ENDIAN}});
+  make_list("Many", rows);
+  const Bytes pixels(300001 * 2, 'p');
+  for (const int32_t maximum : {0, 1, 129, 4096, 64234, 0x7FFFFFFF}) {
+    config().long_values[VX_CFG_PDU_MAXIMUM_LENGTH] = maximum;
+    Pair pair = connect("Many");
+    ASSERT_GE(pair.requester, 0) << maximum;
+    int32_t sent = new_message("STANDARD_CT", C_STORE_RQ,
+                               {{0x00001000, "1.2.3.4"}, {0x00080018, "1.2.3.4"}});
+    VX_Add_Standard_Attribute(sent, 0x7FE00010);
+    ASSERT_EQ(VX_Set_Value_From_Buffer(sent, 0x7FE00010, pixels.data(), static_cast<uint32_t>(pixels.size())),
+              VX_NORMAL_COMPLETION);
+    std::thread sender(
+        [&] { EXPECT_EQ(VX_Send_Request_Message(pair.requester, sent), VX_NORMAL_COMPLETION); });
+    Read got = read(pair.acceptor);
+    sender.join();
+    ASSERT_EQ(got.status, VX_NORMAL_COMPLETION) << maximum << " " << VX_Error_Message(got.status);
+    EXPECT_EQ(data_set(got.id), data_set(sent)) << maximum;
+    VX_Free_Message(&got.id);
+    VX_Free_Message(&sent);
+    VX_Abort_Association(&pair.requester);
+    VX_Abort_Association(&pair.acceptor);
+  }
+}
+
 TEST_F(DimseTest, EveryCommandBothWays) {
   struct Command {
     const char* service;
