@@ -5,22 +5,39 @@
  *
  * Status.   A function returns a VX_STATUS: VX_NORMAL_COMPLETION (1) or one of the codes from 4000 up.
  *           VX_Error_Message gives the text of a code.
+ *
  * Order.    1. The library is not initialised: VX_LIBRARY_NOT_INITIALIZED, nothing is written.
  *           2. A required pointer is null: VX_NULL_POINTER_PARM.
  *           3. A handle is unknown: VX_INVALID_APPLICATION_ID, VX_INVALID_MESSAGE_ID, VX_INVALID_ITEM_ID or
  *              VX_INVALID_FILE_ID. Steps 2 and 3 may come in either order.
  *           4. The work; outputs are written only when a call gets this far. VX_SYSTEM_ERROR stands for
- * memory that could not be had, in every function. Handles.  Non-negative int32_t; -1 is none. A function
- * that yields a handle writes -1 where it can not; a function that frees writes -1 through the pointer.
- * Messages, items and files share one number space. Tags.     uint32_t, the group in the high half, the
- * element in the low half. A tag is private when its group is odd and none of 1, 3, 5, 7 and 0xFFFF. Strings.
- * NUL-terminated bytes in, copied by the library; out they are copied into the caller's buffer, whose size is
- * in bytes and counts the NUL. Memory.   Nothing that the library hands out is freed by the caller, other
- * than by the function of this interface that takes its handle. Threads.  Any thread may call any function,
- * except VX_Library_Initialization, VX_Library_Reset and VX_Library_Release, which must run alone. Two
- * threads may use different objects freely; on one object, calls that change values or move value cursors
- * must be serialised by the caller. Log.      A failure writes its place and reason to the log at the point
- * of failure.
+ *              memory that could not be had, in every function.
+ *
+ * Handles.  Non-negative int32_t; -1 is none. A function that yields a handle writes -1 where it can not; a
+ *           function that frees writes -1 through the pointer. Messages, items and files share one number
+ *           space.
+ *
+ * Tags.     uint32_t, the group in the high half, the element in the low half. A tag is private when its
+ *           group is odd and none of 1, 3, 5, 7 and 0xFFFF.
+ *
+ * Strings.  NUL-terminated bytes in, copied by the library; out they are copied into the caller's buffer,
+ *           whose size is in bytes and counts the NUL.
+ *
+ * Memory.   Nothing that the library hands out is freed by the caller, other than by the function of this
+ *           interface that takes its handle.
+ *
+ * Threads.  Any thread may call any function, except VX_Library_Initialization, VX_Library_Reset and
+ *           VX_Library_Release, which must run alone. Two threads may use different objects freely; on one
+ *           object, calls that change values or move value cursors must be serialised by the caller.
+ *
+ * Functions of the caller run on the thread that made the call, and may call this interface. Meanwhile the
+ *           object at hand can be read; a call that would change or delete the attribute that the function
+ *           is called for, or, where it is called for a whole object, anything of it or of its items,
+ *           answers VX_STATE_VIOLATION. An object that is freed loses its handle at once, and its memory
+ *           after the call. One that gives data may answer with no bytes, but not more than 100,000 times in
+ *           a row: then, as for data without a buffer, the call that asked fails.
+ *
+ * Log.      A failure writes its place and reason to the log at the point of failure.
  *
  * "PS3.n" in a comment names the part of the DICOM standard that a fact comes from.
  */
@@ -842,7 +859,9 @@ typedef VX_STATUS (*VX_COMPRESSION_CALLBACK)(int32_t MsgID, void** Context, uint
 
 /*
  * Starts the library. With ConfigFunction and DictionaryFunction null, finds and reads vexal.ini, the three
- * profiles that it names and the dictionary file; otherwise the functions supply ready-built records.
+ * profiles that it names and the dictionary file; otherwise the functions supply ready-built records. The ini
+ * file is the one that VX_Set_VexalINI or the environment variable VEXAL_INI names; else one in the folders
+ * of PATH; else /etc/vexal.ini; else the one that was installed beside the library.
  * VX_LIBRARY_ALREADY_INITIALIZED; VX_NO_VEXAL_INI: no ini file was found; VX_CONFIG_INFO_ERROR: a profile is
  * missing or wrong; VX_INVALID_VERSION: a ready-built record is of another version; VX_DDFILE_ERROR,
  * VX_MISSING_CONFIG_PARM: the dictionary could not be read, and the library stays initialised, so that
@@ -940,12 +959,14 @@ VX_API int32_t VXlog_Function(const char* FunctionName, uint32_t Level, const ch
 VX_API const char* VX_Set_Log_Prefix(const char* Prefix);
 
 /*
- * Sets the receiver of whole log lines; null takes it away. Does nothing before initialisation.
+ * Sets the receiver of whole log lines; null takes it away. One that is named before the initialisation gets
+ * the errors and warnings of the start, which then writes no log file and nothing to the screen. Reset and
+ * release take it away.
  */
 VX_API void VX_Register_MemoryLog_Function(VX_LOG_FUNCTION Function);
 
 /*
- * Sets the receiver of log records; null takes it away. Does nothing before initialisation.
+ * The same for log records.
  */
 VX_API void VX_Register_Enhanced_MemoryLog_Function(VX_ENHANCED_LOG_FUNCTION Function);
 
@@ -1048,7 +1069,9 @@ VX_API VX_STATUS VX_Open_Empty_Item(int32_t* ItemID);
 VX_API VX_STATUS VX_Open_Message(int32_t* MsgID, const char* ServiceName, uint16_t Command);
 
 /*
- * Opens an item with the attributes that its template names. VX_MSGFILE_ERROR.
+ * Opens an item with the attributes that its template names; it takes no others. A name that the
+ * configuration lacks, and any with FORCE_OPEN_EMPTY_ITEM, gives an unrestricted item and normal status.
+ * VX_MSGFILE_ERROR: the template could not be read.
  */
 VX_API VX_STATUS VX_Open_Item(int32_t* ItemID, const char* ItemName);
 
@@ -1121,10 +1144,11 @@ VX_API VX_STATUS VX_Get_Next_Attribute(int32_t MsgID, uint32_t* Tag, VX_VR* VR, 
 VX_API VX_STATUS VX_Get_Attribute_Info(int32_t MsgID, uint32_t Tag, VX_VR* VR, int32_t* Count);
 
 /*
- * Changes the VR of an attribute: between the bulk VRs, OW to US or SS and back, US to SS and back, and UN to
- * any, whose bytes are then read as implicit little endian. VX_INVALID_TAG, VX_INVALID_VR_CODE,
- * VX_VR_ALREADY_VALID: no other change is possible; any status of the decoder for a UN value that does not
- * fit, the value then unchanged.
+ * Changes the VR of an attribute. OB, OW, OL, OD and OF become any VR, their bytes staying as they are: as
+ * numbers they are cut to the size of the new VR, as text they are one value; only bytes can not turn into
+ * items. US and SS become each other, or OW. UN becomes any VR: its bytes are then read as implicit little
+ * endian. VX_INVALID_TAG, VX_INVALID_VR_CODE; VX_VR_ALREADY_VALID: any other change; any status of the
+ * decoder for a UN value that does not fit, the value then unchanged.
  */
 VX_API VX_STATUS VX_Set_Value_Representation(int32_t MsgID, uint32_t Tag, VX_VR VR);
 
@@ -1143,9 +1167,11 @@ VX_API VX_STATUS VX_Get_Value_Count(int32_t MsgID, uint32_t Tag, int32_t* Count)
 VX_API VX_STATUS VX_Get_Value_Length(int32_t MsgID, uint32_t Tag, int32_t ValueNumber, uint32_t* Length);
 
 /*
- * Copies the whole value of UN, OB or OW; words are in the machine's byte order. VX_INVALID_TAG,
- * VX_INCOMPATIBLE_VR, VX_EMPTY_VALUE, VX_NULL_VALUE; VX_BUFFER_TOO_SMALL: *Length is the size of the piece
- * that did not fit.
+ * Copies the whole value of UN, OB or OW; words are in the machine's byte order. *Length is the number of
+ * bytes copied. VX_INVALID_TAG, VX_INCOMPATIBLE_VR; VX_CALLBACK_REGISTERED: a callback holds the value;
+ * VX_EMPTY_VALUE, *Length is left as it was; VX_NULL_VALUE, *Length is 0 and Buffer, if it has room, starts
+ * with a NUL; VX_BUFFER_TOO_SMALL: *Length is the size of the piece that did not fit, and the pieces in front
+ * of it are in Buffer. VX_Get_Value_Length tells the size of the whole beforehand.
  */
 VX_API VX_STATUS VX_Get_Value_To_Buffer(int32_t MsgID, uint32_t Tag, uint32_t BufferSize, void* Buffer,
                                         uint32_t* Length);
@@ -1381,7 +1407,8 @@ VX_API VX_STATUS VX_Get_Tag_Keyword(uint32_t Tag, char* Buffer, int32_t BufferSi
  * missing block, and in those that set a missing attribute too, gives VX_INVALID_PRIVATE_CODE.
  */
 /*
- * Adds the creator; one that is there is no fault. VX_INVALID_GROUP, VX_TOO_MANY_BLOCKS.
+ * Adds the creator; one that is there is no fault. VX_INVALID_GROUP, VX_TOO_MANY_BLOCKS;
+ * VX_INVALID_PRIVATE_CODE: a code without characters.
  */
 VX_API VX_STATUS VX_Add_Private_Block(int32_t MsgID, const char* PrivateCode, uint16_t Group);
 
@@ -1819,7 +1846,8 @@ VX_API VX_STATUS VX_General_Decompressor(int32_t MsgID, void** Context, uint32_t
  * leaves in *DestID what was copied so far, for the caller to free. VX_INVALID_MESSAGE_ID, also for
  * directories and structured reports; VX_INVALID_TRANSFER_SYNTAX, VX_DECOMPRESSOR_REQUIRED,
  * VX_COMPRESSOR_REQUIRED, VX_COMPRESSION_FAILURE, VX_CANNOT_COMPLY: Pixel Data is less than a frame;
- * VX_CALLBACK_CANNOT_COMPLY, and what the functions answer.
+ * VX_INVALID_VALUE_FOR_VR: more than 128 sequences within each other; VX_CALLBACK_CANNOT_COMPLY, and what the
+ * functions answer.
  */
 VX_API VX_STATUS VX_Duplicate_Message(int32_t SourceID, int32_t* DestID, VX_TRANSFER_SYNTAX TransferSyntax,
                                       VX_COMPRESSION_CALLBACK Compressor,
@@ -2224,19 +2252,24 @@ VX_API VX_STATUS VX_Continue_Read_Message(int32_t AssociationID, int32_t* MsgID)
 VX_API VX_STATUS VX_Continue_Read_Message_To_Tag(int32_t AssociationID, uint32_t StopTag, int32_t* MsgID);
 
 /*
- * Hands over the rest of the data set as encoded bytes, as they came, instead of decoding it: the message is
- * left as it is. Of a deflated data set that was decoded in part the rest comes inflated. The callback
- * returns VX_NORMAL_COMPLETION to go on, and may not call network functions of the association; if it
- * refuses, the association is gone. VX_INVALID_MESSAGE_ID: there is nothing to go on with, or the request was
- * answered.
+ * Hands over the rest of the data set as encoded bytes, as they came, instead of decoding it: the message
+ * keeps what was read of it before, and the application frees it. Of a deflated data set that was decoded in
+ * part the rest comes inflated. The blocks are of any length; IsFirst and IsLast span them all. The callback
+ * returns VX_NORMAL_COMPLETION to go on, and may not call network functions of the association. If it
+ * refuses, VX_CALLBACK_CANNOT_COMPLY, and if the network fails, the message is freed, *MsgID is -1 and the
+ * association is gone. VX_INVALID_MESSAGE_ID: there is nothing to go on with, or the request was answered;
+ * nothing has changed then.
  */
 VX_API VX_STATUS VX_Continue_Read_Message_To_Stream(int32_t AssociationID, int32_t* MsgID, void* UserInfo,
                                                     VX_STREAM_OUTPUT Callback);
 
 /*
  * Reads a C-STORE-RQ and hands over a file of it (PS3.10) without the 132 bytes at its head: the meta group,
- * then the data set as it came. FileName null makes one. ServiceName is a constant of the configuration. The
- * message is freed; its response is due.
+ * then the data set as it came. FileName null makes one; it is only for the log. ServiceName is a constant of
+ * the configuration. The library frees the message that stands behind it, whatever happens; its response is
+ * due from the application. If the callback refuses, VX_CALLBACK_CANNOT_COMPLY: within the data set the
+ * association is gone then; within the meta group it stands, with the rest of the message unread, and can
+ * only be ended. Otherwise as VX_Read_Message and VX_Continue_Read_Message_To_Stream.
  */
 VX_API VX_STATUS VX_Read_To_Stream(int32_t AssociationID, int32_t Timeout, const char** ServiceName,
                                    uint16_t* Command, const char* FileName, void* UserInfo,

@@ -1,6 +1,6 @@
 #include "codec/stream_calls.h"
 #include "frame/state.h"
-#include "model/object.h"
+#include "model/held.h"
 #include "vexalkit.h"
 
 VX_STATUS VX_Message_To_Stream(int32_t MsgID, uint32_t StartTag, uint32_t EndTag, VX_TRANSFER_SYNTAX Syntax,
@@ -19,6 +19,7 @@ VX_STATUS VX_Stream_To_Message(int32_t MsgID, uint32_t StartTag, uint32_t EndTag
   VX_REQUIRE_POINTER(Callback);
   vx::MsgObj* object = vx::find_object(MsgID);
   if (object == nullptr) return VX_INVALID_MESSAGE_ID;
+  if (vx::is_range_held(*object, 0, 0xFFFFFFFFU)) return VX_STATE_VIOLATION;
   return vx::stream_to_message(*object, StartTag, EndTag, Syntax, *ErrorTag, nullptr, UserInfo, Callback);
 }
 
@@ -31,6 +32,7 @@ VX_STATUS VX_Stream_To_Message_With_Offset(int32_t MsgID, uint32_t StartTag, uin
   VX_REQUIRE_POINTER(Callback);
   vx::MsgObj* object = vx::find_object(MsgID);
   if (object == nullptr) return VX_INVALID_MESSAGE_ID;
+  if (vx::is_range_held(*object, 0, 0xFFFFFFFFU)) return VX_STATE_VIOLATION;
   return vx::stream_to_message(*object, StartTag, EndTag, Syntax, *ErrorTag, Offset, UserInfo, Callback);
 }
 

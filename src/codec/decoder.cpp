@@ -15,6 +15,7 @@
 #include "model/attributes.h"
 #include "model/callbacks.h"
 #include "model/convert.h"
+#include "model/held.h"
 #include "model/seams.h"
 #include "model/values.h"
 #include "model/vr.h"
@@ -41,6 +42,7 @@ bool is_known_vr(char first, char second) {
 
 VX_STATUS decode_object(MsgObj& object, ReadRequest& request) try {
   request.ObjectID = object.ID;
+  const Held held(object, Hold::Table);
   Decoder decoder(object, request);
   return decoder.run();
 } catch (const std::bad_alloc&) {

@@ -14,9 +14,11 @@
 #include "frame/byte_order.h"
 #include "frame/limits.h"
 #include "frame/log.h"
+#include "frame/patience.h"
 #include "model/attributes.h"
 #include "model/callbacks.h"
 #include "model/file_values.h"
+#include "model/held.h"
 #include "model/values.h"
 #include "model/vr.h"
 
@@ -353,6 +355,7 @@ VX_STATUS Encoder::from_callback(MsgObj& object, TagObj& attribute, uint32_t wid
   const bool open_end = attribute.Length == kUndefinedLength || writer_.Deflate;
   uint64_t left = attribute.Length;
   int32_t last = 0;
+  Patience patience;
   for (bool first = true; last == 0; first = false) {
     uint32_t size = 0;
     void* data = nullptr;
@@ -363,6 +366,10 @@ VX_STATUS Encoder::from_callback(MsgObj& object, TagObj& attribute, uint32_t wid
     }
     if (size > 0x7FFFFFFFU) {
       VX_LOG_ERR(kFunction, "Callback returned length > %d", 0x7FFFFFFF);
+      return VX_CALLBACK_CANNOT_COMPLY;
+    }
+    if ((data == nullptr && size != 0) || (last == 0 && patience.ends(size))) {
+      VX_LOG_ERR(kFunction, size != 0 ? "Callback returned no data" : "Callback returns nothing, and no end");
       return VX_CALLBACK_CANNOT_COMPLY;
     }
     if (open_end) left = size;
@@ -413,6 +420,7 @@ VX_STATUS Encoder::item(MsgObj& item, int depth) {
 }  // namespace
 
 VX_STATUS encode_object(const StreamWriter& writer, MsgObj& object, uint32_t first, uint32_t last) try {
+  const Held held(object, Hold::All);
   Encoder encoder(writer);
   return encoder.run(object, first, last);
 } catch (const std::bad_alloc&) {

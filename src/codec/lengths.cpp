@@ -10,6 +10,7 @@
 #include "model/attributes.h"
 #include "model/callbacks.h"
 #include "model/convert.h"
+#include "model/held.h"
 #include "model/private_blocks.h"
 #include "model/values.h"
 #include "model/vr.h"
@@ -313,6 +314,7 @@ VX_STATUS run_length(MsgObj& object, uint32_t first, uint32_t last, const Length
   walk.encoding = walk.next = query.encoding;
   walk.undefined_lengths = query.undefined_lengths;
   walk.application_id = query.application_id;
+  const Held held(object, Hold::All);
   length = 0;
   uint64_t total = 0;
   VX_STATUS status = last != 0xFFFFFFFFU ? decode_up_to(object, last) : VX_NORMAL_COMPLETION;

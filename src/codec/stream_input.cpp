@@ -7,6 +7,7 @@
 #include "config/config.h"
 #include "frame/limits.h"
 #include "frame/log.h"
+#include "frame/patience.h"
 #include "frame/pool.h"
 
 namespace vx {
@@ -51,6 +52,7 @@ VX_STATUS StreamInput::read_block(Span& block) {
   if (request_.MessageInput == nullptr && request_.FileInput == nullptr && request_.NetworkInput == nullptr) {
     return is_last_ ? VX_END_OF_DATA : VX_CALLBACK_PARM_ERROR;
   }
+  Patience patience;
   for (;;) {
     if (is_last_) return VX_END_OF_DATA;
     uint32_t size = 0;
@@ -59,6 +61,7 @@ VX_STATUS StreamInput::read_block(Span& block) {
     if (call_input(size, data, last) != VX_NORMAL_COMPLETION) return VX_CALLBACK_CANNOT_COMPLY;
     is_first_ = false;
     is_last_ = last != 0;
+    if (patience.ends(size)) return VX_CALLBACK_CANNOT_COMPLY;
     if (size == 0) continue;
     if (data == nullptr) return VX_CALLBACK_PARM_ERROR;
     if (size % 2 != 0 && zstream_ == nullptr && !request_.Deflate) {

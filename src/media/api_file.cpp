@@ -5,6 +5,7 @@
 #include "frame/text.h"
 #include "media/file.h"
 #include "media/handler.h"
+#include "model/held.h"
 #include "model/object.h"
 #include "vexalkit.h"
 
@@ -14,6 +15,11 @@ namespace {
 vx::MsgObj* find_file(int32_t id) {
   vx::MsgObj* object = vx::find_object(id);
   return object != nullptr && vx::is_file(*object) ? object : nullptr;
+}
+
+// True while a function of the caller runs for the file, which then stays as it is.
+bool is_held(const vx::MsgObj& object) {
+  return vx::is_range_held(object, 0, 0xFFFFFFFFU);
 }
 
 // Null also for a directory on disk, which has functions of its own.
@@ -27,6 +33,7 @@ VX_STATUS open_file(int32_t file_id, const vx::FileRead& read, bool plain_file_o
   vx::MsgObj* object = find_whole_file(file_id);
   if (object == nullptr) return VX_INVALID_FILE_ID;
   if (plain_file_only && object->ObjectKind != vx::Kind::File) return VX_INVALID_FILE_ID;
+  if (is_held(*object)) return VX_STATE_VIOLATION;
   return vx::read_file(*object, read);
 }
 
@@ -35,6 +42,7 @@ VX_STATUS open_file(int32_t file_id, const vx::FileRead& read, bool plain_file_o
 VX_STATUS VX_Create_File(int32_t* FileID, const char* FileName, const char* ServiceName, uint16_t Command) {
   VX_REQUIRE_LIBRARY();
   VX_REQUIRE_POINTER(FileID);
+  vx::end_parked_objects();
   VX_REQUIRE_POINTER(FileName);
   VX_REQUIRE_POINTER(ServiceName);
   vx::MsgObj* object = nullptr;
@@ -46,6 +54,7 @@ VX_STATUS VX_Create_File(int32_t* FileID, const char* FileName, const char* Serv
 VX_STATUS VX_Create_Empty_File(int32_t* FileID, const char* FileName) {
   VX_REQUIRE_LIBRARY();
   VX_REQUIRE_POINTER(FileID);
+  vx::end_parked_objects();
   VX_REQUIRE_POINTER(FileName);
   vx::MsgObj* object = nullptr;
   const VX_STATUS status = vx::create_empty_file(FileName, object);
@@ -58,6 +67,7 @@ VX_STATUS VX_Message_To_File(int32_t MsgID, const char* FileName) {
   VX_REQUIRE_POINTER(FileName);
   vx::MsgObj* object = vx::find_object(MsgID);
   if (object == nullptr) return VX_INVALID_MESSAGE_ID;
+  if (is_held(*object)) return VX_STATE_VIOLATION;
   return vx::message_to_file(*object, FileName);
 }
 
@@ -65,12 +75,14 @@ VX_STATUS VX_File_To_Message(int32_t FileID) {
   VX_REQUIRE_LIBRARY();
   vx::MsgObj* object = find_file(FileID);
   if (object == nullptr) return VX_INVALID_FILE_ID;
+  if (is_held(*object)) return VX_STATE_VIOLATION;
   return vx::file_to_message(*object);
 }
 
 VX_STATUS VX_Free_File(int32_t* FileID) {
   VX_REQUIRE_LIBRARY();
   VX_REQUIRE_POINTER(FileID);
+  vx::end_parked_objects();
   vx::MsgObj* object = vx::find_object(*FileID);
   if (object == nullptr) return VX_INVALID_FILE_ID;
   const VX_STATUS status = vx::free_object(*object, "VX_Free_File", VX_INVALID_FILE_ID);
@@ -82,6 +94,7 @@ VX_STATUS VX_Empty_File(int32_t FileID) {
   VX_REQUIRE_LIBRARY();
   vx::MsgObj* object = vx::find_object(FileID);
   if (object == nullptr) return VX_INVALID_FILE_ID;
+  if (is_held(*object)) return VX_STATE_VIOLATION;
   return vx::empty_file(*object);
 }
 
@@ -101,6 +114,7 @@ VX_STATUS VX_Reset_Filename(int32_t FileID, const char* FileName) {
   VX_REQUIRE_POINTER(FileName);
   vx::MsgObj* object = find_file(FileID);
   if (object == nullptr) return VX_INVALID_FILE_ID;
+  if (is_held(*object)) return VX_STATE_VIOLATION;
   return vx::rename_file(*object, FileName);
 }
 

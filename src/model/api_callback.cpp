@@ -2,6 +2,7 @@
 #include "frame/state.h"
 #include "frame/text.h"
 #include "model/callbacks.h"
+#include "model/held.h"
 #include "vexalkit.h"
 
 using namespace vx;
@@ -75,6 +76,7 @@ VX_STATUS VX_Set_Message_Callbacks(int32_t ApplicationID, int32_t MsgID) {
   if (app == nullptr) return VX_INVALID_APPLICATION_ID;
   MsgObj* object = find_object(MsgID);
   if (object == nullptr) return VX_INVALID_MESSAGE_ID;
+  if (is_range_held(*object, 0, 0xFFFFFFFFU)) return VX_STATE_VIOLATION;
   bind_all(*app, *object);
   return kOk;
 }

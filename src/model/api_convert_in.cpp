@@ -4,6 +4,7 @@
 #include "frame/state.h"
 #include "model/attributes.h"
 #include "model/convert.h"
+#include "model/held.h"
 
 namespace {
 
@@ -14,6 +15,7 @@ VX_STATUS set(int32_t id, uint32_t tag, VX_DATA_TYPE type, const void* value, bo
   vx::TagObj* attribute = nullptr;
   const VX_STATUS status = vx::find_or_add_tag(*object, tag, "", attribute);
   if (status != VX_NORMAL_COMPLETION) return status;
+  if (vx::is_value_held(*object, *attribute)) return VX_STATE_VIOLATION;
   return vx::no_throw([&] { return vx::set_value(*object, *attribute, type, value, first); });
 }
 

@@ -3,6 +3,7 @@
 #include "frame/state.h"
 #include "model/attributes.h"
 #include "model/deferred.h"
+#include "model/held.h"
 #include "vexalkit.h"
 
 using namespace vx;
@@ -18,6 +19,7 @@ VX_STATUS give_id(int32_t* id, VX_STATUS status, const MsgObj* object) {
 VX_STATUS open_empty(int32_t* id, Kind kind) {
   VX_REQUIRE_LIBRARY();
   VX_REQUIRE_POINTER(id);
+  end_parked_objects();
   MsgObj* object;
   const VX_STATUS status = open_object(kind, kNoName, object);
   return give_id(id, status, object);
@@ -26,6 +28,7 @@ VX_STATUS open_empty(int32_t* id, Kind kind) {
 VX_STATUS free_by_id(int32_t* id, const char* function, VX_STATUS bad_id) {
   VX_REQUIRE_LIBRARY();
   VX_REQUIRE_POINTER(id);
+  end_parked_objects();
   MsgObj* object = find_object(*id);
   if (object == nullptr) return bad_id;
   const VX_STATUS status = free_object(*object, function, bad_id);
@@ -37,6 +40,7 @@ VX_STATUS empty_by_id(int32_t id, Kind kind, VX_STATUS bad_id) {
   VX_REQUIRE_LIBRARY();
   MsgObj* object = find_object(id);
   if (object == nullptr || object->ObjectKind != kind) return bad_id;
+  if (is_range_held(*object, 0, 0xFFFFFFFFU)) return VX_STATE_VIOLATION;
   empty_object(*object);
   return kOk;
 }
@@ -69,6 +73,7 @@ VX_STATUS VX_Open_Message(int32_t* MsgID, const char* ServiceName, uint16_t Comm
   VX_REQUIRE_LIBRARY();
   VX_REQUIRE_POINTER(MsgID);
   *MsgID = -1;
+  end_parked_objects();
   VX_REQUIRE_POINTER(ServiceName);
   if (!is_valid_command(Command)) return VX_INVALID_COMMAND;
   MsgObj* object;
@@ -136,11 +141,16 @@ VX_STATUS VX_Add_Nonstandard_Attribute(int32_t MsgID, uint32_t Tag, VX_VR VR) {
 }
 
 VX_STATUS VX_Delete_Attribute(int32_t MsgID, uint32_t Tag) {
-  return with_object(MsgID, [=](MsgObj& object) { return delete_attribute(object, Tag); });
+  return with_object(MsgID, [=](MsgObj& object) {
+    return is_range_held(object, Tag, Tag) ? VX_STATE_VIOLATION : delete_attribute(object, Tag);
+  });
 }
 
 VX_STATUS VX_Delete_Range(int32_t MsgID, uint32_t FirstTag, uint32_t LastTag) {
-  return with_object(MsgID, [=](MsgObj& object) { return delete_range(object, FirstTag, LastTag); });
+  return with_object(MsgID, [=](MsgObj& object) {
+    return is_range_held(object, FirstTag, LastTag) ? VX_STATE_VIOLATION
+                                                    : delete_range(object, FirstTag, LastTag);
+  });
 }
 
 VX_STATUS VX_Get_First_Attribute(int32_t MsgID, uint32_t* Tag, VX_VR* VR, int32_t* Count) {
@@ -160,5 +170,7 @@ VX_STATUS VX_Set_Value_Representation(int32_t MsgID, uint32_t Tag, VX_VR VR) {
   MsgObj* object;
   TagObj* attribute;
   const VX_STATUS status = find_attribute(MsgID, Tag, object, attribute);
-  return status == kOk ? set_value_representation(*object, *attribute, VR) : status;
+  if (status != kOk) return status;
+  if (is_value_held(*object, *attribute)) return VX_STATE_VIOLATION;
+  return set_value_representation(*object, *attribute, VR);
 }

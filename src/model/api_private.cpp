@@ -2,8 +2,10 @@
 // plain tags does.
 #include "config/config.h"
 #include "frame/state.h"
+#include "frame/text.h"
 #include "model/attributes.h"
 #include "model/convert.h"
+#include "model/held.h"
 #include "model/private_blocks.h"
 #include "model/values.h"
 #include "vexalkit.h"
@@ -56,8 +58,14 @@ VX_STATUS read_attribute(const Triple& triple, const void* output, Work work) {
   return with_attribute(triple, VX_INVALID_TAG, output, work);
 }
 template <typename Work>
+VX_STATUS change_attribute(const Triple& triple, VX_STATUS absent, Work work) {
+  return with_attribute(triple, absent, &triple, [&](MsgObj& object, TagObj& attribute) {
+    return is_value_held(object, attribute) ? VX_STATE_VIOLATION : work(object, attribute);
+  });
+}
+template <typename Work>
 VX_STATUS write_attribute(const Triple& triple, Work work) {
-  return with_attribute(triple, VX_INVALID_PRIVATE_CODE, &triple, work);
+  return change_attribute(triple, VX_INVALID_PRIVATE_CODE, work);
 }
 
 VX_STATUS read_text(const Triple& triple, bool first, int32_t size, char* buffer) {
@@ -92,13 +100,18 @@ VX_STATUS write_value(const Triple& triple, bool first, VX_DATA_TYPE type, const
 
 VX_STATUS VX_Add_Private_Block(int32_t MsgID, const char* PrivateCode, uint16_t Group) {
   return with_object(MsgID, PrivateCode, [=](MsgObj& object) {
+    // A block without a name could not be found again.
+    if (is_private_group(Group) && trim_right(PrivateCode).empty()) return VX_STATUS{VX_INVALID_PRIVATE_CODE};
     return add_private_block(object, PrivateCode, Group, nullptr, 0, "VX_Add_Private_Block");
   });
 }
 
 VX_STATUS VX_Delete_Private_Block(int32_t MsgID, const char* PrivateCode, uint16_t Group) {
-  return with_object(MsgID, PrivateCode,
-                     [=](MsgObj& object) { return delete_private_block(object, PrivateCode, Group); });
+  return with_object(MsgID, PrivateCode, [=](MsgObj& object) {
+    const uint32_t first = uint32_t{Group} << 16;
+    return is_range_held(object, first, first | 0xFFFF) ? VX_STATE_VIOLATION
+                                                        : delete_private_block(object, PrivateCode, Group);
+  });
 }
 
 VX_STATUS VX_Add_Private_Attribute(int32_t MsgID, const char* PrivateCode, uint16_t Group, uint8_t Element,
@@ -114,6 +127,7 @@ VX_STATUS VX_Delete_Private_Attribute(int32_t MsgID, const char* PrivateCode, ui
     uint32_t tag;
     const VX_STATUS status = private_tag(object, PrivateCode, Group, Element, tag);
     if (status == VX_TOO_MANY_BLOCKS) return VX_STATUS{VX_NOT_FOUND};
+    if (status == kOk && is_range_held(object, tag, tag)) return VX_STATUS{VX_STATE_VIOLATION};
     return status == kOk ? delete_attribute(object, tag) : status;
   });
 }
@@ -126,10 +140,9 @@ VX_STATUS VX_Get_pAttribute_Info(int32_t MsgID, const char* PrivateCode, uint16_
 
 VX_STATUS VX_Set_pValue_Representation(int32_t MsgID, const char* PrivateCode, uint16_t Group,
                                        uint8_t Element, VX_VR VR) {
-  const Triple triple{MsgID, PrivateCode, Group, Element};
-  return read_attribute(triple, &triple, [=](MsgObj& object, TagObj& attribute) {
-    return set_value_representation(object, attribute, VR);
-  });
+  return change_attribute(
+      {MsgID, PrivateCode, Group, Element}, VX_INVALID_TAG,
+      [=](MsgObj& object, TagObj& attribute) { return set_value_representation(object, attribute, VR); });
 }
 
 // --- Values of any kind ---
@@ -191,10 +204,11 @@ VX_STATUS VX_Set_Next_pValue(int32_t MsgID, const char* PrivateCode, uint16_t Gr
 
 VX_STATUS VX_Set_pValue_From_Buffer(int32_t MsgID, const char* PrivateCode, uint16_t Group, uint8_t Element,
                                     const void* Buffer, uint32_t Length) {
-  return with_attribute({MsgID, PrivateCode, Group, Element}, VX_INVALID_PRIVATE_CODE, Buffer,
-                        [=](MsgObj& object, TagObj& attribute) {
-                          return value_from_buffer(object, attribute, Buffer, Length);
-                        });
+  VX_REQUIRE_LIBRARY();
+  VX_REQUIRE_POINTER(Buffer);
+  return write_attribute({MsgID, PrivateCode, Group, Element}, [=](MsgObj& object, TagObj& attribute) {
+    return value_from_buffer(object, attribute, Buffer, Length);
+  });
 }
 
 VX_STATUS VX_Set_pValue_From_Function(int32_t MsgID, const char* PrivateCode, uint16_t Group, uint8_t Element,
@@ -209,14 +223,13 @@ VX_STATUS VX_Set_pValue_From_Function(int32_t MsgID, const char* PrivateCode, ui
 }
 
 VX_STATUS VX_Set_pValue_To_NULL(int32_t MsgID, const char* PrivateCode, uint16_t Group, uint8_t Element) {
-  const Triple triple{MsgID, PrivateCode, Group, Element};
-  return read_attribute(triple, &triple, set_null);
+  return change_attribute({MsgID, PrivateCode, Group, Element}, VX_INVALID_TAG, set_null);
 }
 
 VX_STATUS VX_Set_Next_pValue_To_NULL(int32_t MsgID, const char* PrivateCode, uint16_t Group,
                                      uint8_t Element) {
-  const Triple triple{MsgID, PrivateCode, Group, Element};
-  return read_attribute(triple, &triple, [](MsgObj&, TagObj& attribute) { return set_next_null(attribute); });
+  return change_attribute({MsgID, PrivateCode, Group, Element}, VX_INVALID_TAG,
+                          [](MsgObj&, TagObj& attribute) { return set_next_null(attribute); });
 }
 
 VX_STATUS VX_Set_pValue_To_Empty(int32_t MsgID, const char* PrivateCode, uint16_t Group, uint8_t Element) {

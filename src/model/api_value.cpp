@@ -2,6 +2,7 @@
 #include "config/config.h"
 #include "frame/state.h"
 #include "model/attributes.h"
+#include "model/held.h"
 #include "model/values.h"
 #include "vexalkit.h"
 
@@ -18,6 +19,14 @@ VX_STATUS with_attribute(int32_t id, uint32_t tag, Work work) {
   return status == kOk ? work(*object, *attribute) : status;
 }
 
+// The same for work that changes the value.
+template <typename Work>
+VX_STATUS with_changeable_attribute(int32_t id, uint32_t tag, Work work) {
+  return with_attribute(id, tag, [&](MsgObj& object, TagObj& attribute) {
+    return is_value_held(object, attribute) ? VX_STATE_VIOLATION : work(object, attribute);
+  });
+}
+
 // The same; an attribute that is not there is added as far as the object takes it.
 template <typename Work>
 VX_STATUS with_added_attribute(int32_t id, uint32_t tag, Work work) {
@@ -25,6 +34,7 @@ VX_STATUS with_added_attribute(int32_t id, uint32_t tag, Work work) {
   if (object == nullptr) return VX_INVALID_MESSAGE_ID;
   TagObj* attribute;
   const VX_STATUS status = find_or_add_tag(*object, tag, "", attribute);
+  if (status == kOk && is_value_held(*object, *attribute)) return VX_STATE_VIOLATION;
   return status == kOk ? work(*object, *attribute) : status;
 }
 
@@ -101,10 +111,11 @@ VX_STATUS VX_Set_Value_From_Function(int32_t MsgID, uint32_t Tag, void* UserInfo
 
 VX_STATUS VX_Delete_Current_Value(int32_t MsgID, uint32_t Tag) {
   VX_REQUIRE_LIBRARY();
-  return with_attribute(MsgID, Tag, delete_current_value);
+  return with_changeable_attribute(MsgID, Tag, delete_current_value);
 }
 
 VX_STATUS VX_Byte_Swap_OBOW(int32_t MsgID, uint32_t Tag) {
   VX_REQUIRE_LIBRARY();
-  return with_attribute(MsgID, Tag, [](const MsgObj&, TagObj& attribute) { return swap_value(attribute); });
+  return with_changeable_attribute(MsgID, Tag,
+                                   [](const MsgObj&, TagObj& attribute) { return swap_value(attribute); });
 }

@@ -353,9 +353,49 @@ int32_t pieces(const TagObj& attribute) {
   return count;
 }
 
+void free_pieces(ValueObj* value) {
+  while (value != nullptr) {
+    ValueObj* next = value->Next;
+    free_value(value);
+    value = next;
+  }
+}
+
+// A bulk value is cut anywhere. As numbers no value may lie across a cut, and a text has none at all: its
+// pieces are its values.
+bool must_join(const TagObj& attribute, int32_t vr) {
+  if (attribute.Storage != 'M' || attribute.FirstValue == attribute.LastValue) return false;
+  if (is_text_vr(vr)) return is_bulk_vr(attribute.VR);
+  if (!is_numeric_vr(vr)) return false;
+  for (const ValueObj* value = attribute.FirstValue; value != attribute.LastValue; value = value->Next) {
+    if (value->Length % vr_width(vr) != 0) return true;
+  }
+  return false;
+}
+
+void copy_pieces(const TagObj& attribute, void* to) {
+  auto* at = static_cast<uint8_t*>(to);
+  for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
+    if (value->Length != 0) std::memcpy(at, value->Data, value->Length);
+    at += value->Length;
+  }
+}
+
+VX_STATUS join_pieces(TagObj& attribute) {
+  ValueObj* whole = new_value(attribute.Length);
+  if (whole == nullptr) return VX_SYSTEM_ERROR;
+  copy_pieces(attribute, whole->Data);
+  free_pieces(attribute.FirstValue);
+  attribute.FirstValue = attribute.LastValue = whole;
+  return kOk;
+}
+
 // The bytes stay; the count follows the new class. Bytes can not turn into items.
 VX_STATUS replace_vr(TagObj& attribute, int32_t vr) {
   if (vr == VX_VR_SQ && (attribute.Length != 0 || attribute.Storage != 'M')) return VX_VR_ALREADY_VALID;
+  if (must_join(attribute, vr)) {
+    if (VX_STATUS status = join_pieces(attribute); status != kOk) return status;
+  }
   if (attribute.Length != 0 && attribute.Storage == 'M') {
     attribute.ValueCount =
         is_numeric_vr(vr) ? static_cast<int32_t>(attribute.Length / vr_width(vr)) : pieces(attribute);
@@ -385,11 +425,7 @@ VX_STATUS gather(const TagObj& attribute, const void*& bytes, void*& copy) {
     VX_LOG_ERR("VX_Set_Value_Representation", "Unable to allocate temporary buffer to store tag's value");
     return VX_SYSTEM_ERROR;
   }
-  std::size_t used = 0;
-  for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
-    if (value->Length != 0) std::memcpy(static_cast<uint8_t*>(copy) + used, value->Data, value->Length);
-    used += value->Length;
-  }
+  copy_pieces(attribute, copy);
   bytes = copy;
   return kOk;
 }
@@ -409,11 +445,7 @@ VX_STATUS reinterpret(MsgObj& object, TagObj& attribute, int32_t vr) {
   status = convert_from_un(object, attribute, bytes, old.Length);
   release(copy);
   if (status == kOk) {
-    for (ValueObj* value = old.FirstValue; value != nullptr;) {
-      ValueObj* next = value->Next;
-      free_value(value);
-      value = next;
-    }
+    free_pieces(old.FirstValue);
   } else {
     clear_value(object, attribute, false, true);
     put_back(attribute, old);

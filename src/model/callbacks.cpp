@@ -6,9 +6,11 @@
 
 #include "config/config.h"
 #include "frame/log.h"
+#include "frame/patience.h"
 #include "frame/pool.h"
 #include "frame/seams.h"
 #include "model/attributes.h"
+#include "model/held.h"
 #include "model/private_blocks.h"
 #include "model/values.h"
 
@@ -199,6 +201,7 @@ VX_STATUS call_value_callback(MsgObj& object, TagObj& attribute, VX_CALLBACK_REQ
   if (data == nullptr) data = &no_data;
   if (last == nullptr) last = &not_last;
   const int32_t is_first = first ? 1 : 0;
+  const Held held(object, Hold::Value, &attribute);
   if (!is_private_record(*found)) {
     return found->Function(object.ID, attribute.Tag, found->UserInfo, request, size, data, is_first, last);
   }
@@ -221,6 +224,8 @@ VX_STATUS read_from_callback(MsgObj& object, TagObj& attribute, void* user, VX_R
   if (length == 0) return VX_EMPTY_VALUE;
   uint32_t left = length;
   int32_t last = 0;
+  const Held held(object, Hold::Value, &attribute);
+  Patience patience;
   for (bool first = true; last == 0; first = false) {
     uint32_t size = 0;
     void* data = nullptr;
@@ -232,6 +237,7 @@ VX_STATUS read_from_callback(MsgObj& object, TagObj& attribute, void* user, VX_R
                  "Unable to pass length to callback, Registered Callback returned length > %d", INT32_MAX);
       return VX_CALLBACK_CANNOT_COMPLY;
     }
+    if (last == 0 && patience.ends(size)) return VX_CALLBACK_CANNOT_COMPLY;
     size = std::min(size, left);
     left -= size;
     last = last != 0 || left == 0 ? 1 : 0;

@@ -14,6 +14,7 @@
 #include "model/attributes.h"
 #include "model/callbacks.h"
 #include "model/deferred.h"
+#include "model/held.h"
 #include "model/message_info.h"
 #include "model/seams.h"
 #include "model/values.h"
@@ -82,8 +83,23 @@ struct EndQueue {
 };
 thread_local EndQueue end_queue;
 
+// Freed by functions of the caller that this thread ran, while the library worked with them.
+struct Parked {
+  MsgObj* head;
+  uint64_t life;  // of the library: what an earlier one parked went with its pools
+};
+thread_local Parked parked;
+
+void park(MsgObj& object) {
+  const uint64_t life = LibraryLife.load(std::memory_order_relaxed);
+  if (parked.life != life) parked = {nullptr, life};
+  object.NextParked = parked.head;
+  parked.head = &object;
+}
+
 // The object is out of the registry. Its compressor is of no more use and links it to the next one.
 void destroy(MsgObj& object) {
+  if (is_object_held(object)) return park(object);
   if (tracing()) trace_object(object, false, true);
   object.Decompressor = nullptr;
   object.Compressor = end_queue.head;
@@ -257,6 +273,17 @@ VX_STATUS free_item(MsgObj& item, bool force) {
   if (references > 0 && config_bool(VX_CFG_ELIMINATE_ITEM_REFERENCES)) eliminate_references(&item);
   destroy(item);
   return kOk;
+}
+
+void end_parked_objects() {
+  if (parked.head == nullptr || anything_held()) return;
+  MsgObj* object = parked.life == LibraryLife.load(std::memory_order_relaxed) ? parked.head : nullptr;
+  parked.head = nullptr;
+  while (object != nullptr) {
+    MsgObj* next = object->NextParked;
+    destroy(*object);
+    object = next;
+  }
 }
 
 void empty_object(MsgObj& object) {

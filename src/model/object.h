@@ -103,6 +103,7 @@ struct MsgObj {
   int32_t FirstOfFrame;
   int32_t Started;
   int32_t FirstElementTest;
+  MsgObj* NextParked;  // freed while the library worked with it
 };
 static_assert(std::is_trivially_destructible_v<MsgObj> && std::is_trivially_destructible_v<TagObj>);
 
@@ -145,6 +146,9 @@ VX_STATUS open_item(const char* name, MsgObj*& out);
 VX_STATUS free_object(MsgObj& object, const char* function, VX_STATUS bad_id);
 // Frees an item unless a sequence references it (or force is set). Iterative: depth costs no stack.
 VX_STATUS free_item(MsgObj& item, bool force);
+// Ends the objects that a function of the caller freed while the library worked with them; for calls of the
+// interface that open and free, whose thread has left all others behind.
+void end_parked_objects();
 void empty_object(MsgObj& object);
 // Replaces the name; an object that can not get a copy keeps the old one (VX_SYSTEM_ERROR).
 VX_STATUS set_object_name(MsgObj& object, const char* name);

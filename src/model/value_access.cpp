@@ -4,9 +4,11 @@
 
 #include "config/config.h"
 #include "frame/log.h"
+#include "frame/patience.h"
 #include "frame/pool.h"
 #include "model/callbacks.h"
 #include "model/file_values.h"
+#include "model/held.h"
 #include "model/values.h"
 
 namespace vx {
@@ -139,6 +141,7 @@ VX_STATUS value_to_function(MsgObj& object, TagObj& attribute, void* user, VX_RE
   if (attribute.Length == 0) return without_data(attribute);
   uint32_t total = 0;
   bool first = true;
+  const Held held(object, Hold::Value, &attribute);
   PieceWalk walk(attribute);
   while (const ValueObj* value = walk.next()) {
     total += value->Length;
@@ -172,11 +175,14 @@ VX_STATUS value_from_buffer(MsgObj& object, TagObj& attribute, const void* buffe
 VX_STATUS value_from_function(MsgObj& object, TagObj& attribute, void* user, VX_WRITER_FUNCTION function) {
   const int32_t vr = attribute.VR;
   if ((!is_bulk_vr(vr) || vr == VX_VR_UN) && vr != VX_VR_UR && vr != VX_VR_UT) return VX_INCOMPATIBLE_VR;
+  const Held held(object, Hold::Value, &attribute);
+  Patience patience;
   for (bool first = true;;) {
     int32_t size = 0;
     void* data = nullptr;
     int32_t last = 0;
-    if (function(object.ID, attribute.Tag, first ? 1 : 0, user, &size, &data, &last) != kOk) {
+    if (function(object.ID, attribute.Tag, first ? 1 : 0, user, &size, &data, &last) != kOk ||
+        (last == 0 && patience.ends(static_cast<std::size_t>(size)))) {
       if (!first) clear_value(object, attribute, true, false);
       return VX_CALLBACK_CANNOT_COMPLY;
     }

@@ -1,6 +1,7 @@
 // Exported functions of encapsulated values.
 #include "frame/state.h"
 #include "model/attributes.h"
+#include "model/held.h"
 #include "pixel/encapsulated.h"
 
 using namespace vx;
@@ -15,6 +16,8 @@ VX_STATUS with_writable(int32_t id, uint32_t tag, Work work) {
   TagObj* attribute = nullptr;
   if (VX_STATUS status = find_or_add_tag(*object, tag, "", attribute); status != kOk) return status;
   if (attribute->VR != VX_VR_OB && attribute->VR != VX_VR_OW) return VX_INCOMPATIBLE_VR;
+  if (is_value_held(*object, *attribute)) return VX_STATE_VIOLATION;
+  const Held held(*object, Hold::Value, attribute);
   return work(*object, *attribute);
 }
 
@@ -32,6 +35,7 @@ VX_STATUS get(int32_t id, uint32_t tag, void* user, VX_Get_Encapsulated_Callback
   TagObj* attribute = nullptr;
   if (VX_STATUS status = find_attribute(id, tag, object, attribute); status != kOk) return status;
   VX_REQUIRE_POINTER(callback);
+  const Held held(*object, Hold::Value, attribute);
   return get_encapsulated(*object, *attribute, user, callback, next);
 }
 
@@ -69,6 +73,7 @@ VX_STATUS VX_Get_Frame_To_Function(int32_t MsgID, int32_t FrameNumber, void* Use
   TagObj* attribute = nullptr;
   if (VX_STATUS status = find_attribute(MsgID, kPixelData, object, attribute); status != kOk) return status;
   VX_REQUIRE_POINTER(Callback);
+  const Held held(*object, Hold::Value, attribute);
   return get_frame(*object, *attribute, FrameNumber, UserInfo, Callback);
 }
 
@@ -81,5 +86,6 @@ VX_STATUS VX_Get_Offset_Table_To_Function(int32_t MsgID, void* UserInfo,
   VX_REQUIRE_POINTER(Callback);
   if (attribute->VR < VX_VR_SS || attribute->VR == VX_VR_UN || attribute->VR == VX_VR_SQ)
     return VX_INCOMPATIBLE_VR;
+  const Held held(*object, Hold::Value, attribute);
   return get_offset_table(*object, *attribute, UserInfo, Callback);
 }

@@ -16,6 +16,7 @@
 #include "model/convert.h"
 #include "model/deferred.h"
 #include "model/file_values.h"
+#include "model/held.h"
 #include "model/values.h"
 #include "pixel/compression.h"
 #include "pixel/compression_attributes.h"
@@ -241,7 +242,7 @@ class Duplicator {
 
   VX_STATUS run(int32_t& target_id) {
     target_id = -1;
-    if (depth_ > kMaxNesting) return VX_SYSTEM_ERROR;
+    if (depth_ > kMaxNesting) return VX_INVALID_VALUE_FOR_VR;
     if (VX_STATUS status = decode_all(source_); status != kOk) return status;
     VX_TRANSFER_SYNTAX own = 0;
     if (get_message_syntax(source_, own) == kOk) source_.TransferSyntax = own;
@@ -255,7 +256,9 @@ class Duplicator {
       VX_LOG_ERR(kFunction, "Error. %s", status_text(status));
       return status;
     }
+    const Held held_source(source_, Hold::All);
     if (VX_STATUS status = open_target(target_id); status != kOk) return status;
+    const Held held_target(*target_, Hold::Table);
     if (VX_STATUS status = copy_object(); status != kOk) return status;
     for (TagObj* from = source_.FirstTag; from != nullptr; from = from->Next) {
       if (from->Tag == kSyntaxTag && is_file(*target_)) continue;

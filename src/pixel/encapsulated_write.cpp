@@ -5,6 +5,7 @@
 #include "config/config.h"
 #include "frame/byte_order.h"
 #include "frame/log.h"
+#include "frame/patience.h"
 #include "frame/pool.h"
 #include "model/callbacks.h"
 #include "model/file_values.h"
@@ -157,10 +158,12 @@ class FrameWriter {
 
   VX_STATUS run(void* user, VX_Set_Encapsulated_Callback callback) {
     int32_t last = 0;
+    Patience patience;
     for (bool first_pass = true; last == 0; first_pass = false) {
       uint32_t size = 0;
       void* data = nullptr;
-      if (callback(object_.ID, attribute_.Tag, first_pass ? 1 : 0, user, &size, &data, &last) != kOk) {
+      if (callback(object_.ID, attribute_.Tag, first_pass ? 1 : 0, user, &size, &data, &last) != kOk ||
+          (last == 0 && patience.ends(size))) {
         if (!first_pass && first_frame()) remove();
         return end(VX_CALLBACK_CANNOT_COMPLY);
       }

@@ -1,5 +1,6 @@
 #include "frame/no_throw.h"
 #include "frame/state.h"
+#include "model/held.h"
 #include "text/json.h"
 #include "vexalkit.h"
 
@@ -8,6 +9,7 @@ VX_STATUS VX_Message_To_Json(int32_t MsgID, void* UserInfo, int32_t Options, VX_
   VX_REQUIRE_POINTER(Callback);
   vx::MsgObj* object = vx::find_object(MsgID);
   if (object == nullptr) return VX_INVALID_MESSAGE_ID;
+  const vx::Held held(*object, vx::Hold::All);
   return vx::no_throw([&] { return vx::object_to_json(*object, Options, UserInfo, Callback); });
 }
 
@@ -21,5 +23,6 @@ VX_STATUS VX_Json_To_Message_With_Options(int32_t MsgID, void* UserInfo, int32_t
   VX_REQUIRE_POINTER(Callback);
   vx::MsgObj* object = vx::find_object(MsgID);
   if (object == nullptr) return VX_INVALID_MESSAGE_ID;
+  if (vx::is_range_held(*object, 0, 0xFFFFFFFFU)) return VX_STATE_VIOLATION;
   return vx::no_throw([&] { return vx::json_to_object(*object, Options, UserInfo, Callback); });
 }

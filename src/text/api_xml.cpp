@@ -1,6 +1,7 @@
 #include "frame/log.h"
 #include "frame/no_throw.h"
 #include "frame/state.h"
+#include "model/held.h"
 #include "text/xml.h"
 #include "vexalkit.h"
 
@@ -13,6 +14,7 @@ VX_STATUS write(int32_t id, vx::XmlForm form, int32_t options, void* user, VX_ST
                "Failed to convert to XML%s, unknown message type", form == vx::XmlForm::Own ? "" : " Native");
     return VX_INVALID_MESSAGE_ID;
   }
+  const vx::Held held(*object, vx::Hold::All);
   return vx::no_throw([&] { return vx::object_to_xml(*object, form, options, user, callback); });
 }
 
@@ -23,6 +25,7 @@ VX_STATUS read(int32_t id, vx::XmlForm form, void* user, VX_TEXT_INPUT callback)
                "Failed to convert XML%s, unknown message type", form == vx::XmlForm::Own ? "" : " Native");
     return VX_INVALID_MESSAGE_ID;
   }
+  if (vx::is_range_held(*object, 0, 0xFFFFFFFFU)) return VX_STATE_VIOLATION;
   return vx::no_throw([&] { return vx::xml_to_object(*object, form, user, callback); });
 }
 

@@ -4,11 +4,14 @@
 #include <cstring>
 #include <new>
 
+#include "model/held.h"
+
 namespace vx {
 
 VX_STATUS TextInput::next(int32_t first, int32_t& last, std::string_view& block) {
   uint32_t size = 0;
   void* data = nullptr;
+  const Held held(object_, Hold::Table);
   VX_STATUS status = function_(object_.ID, user_, &size, &data, first, &last);
   if (status == VX_NORMAL_COMPLETION && data == nullptr && size != 0) status = VX_NULL_POINTER_PARM;
   if (status == VX_NORMAL_COMPLETION) {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string_view>
 
+#include "frame/patience.h"
 #include "model/object.h"
 
 namespace vx {
@@ -19,9 +20,11 @@ class TextInput {
   template <typename Take>
   VX_STATUS each(Take take) {
     int32_t last = 0;
+    Patience patience;
     for (int32_t first = 1; last == 0; first = 0) {
       std::string_view block;
       if (const VX_STATUS status = next(first, last, block); status != VX_NORMAL_COMPLETION) return status;
+      if (last == 0 && patience.ends(block.size())) return VX_CALLBACK_CANNOT_COMPLY;
       if (!block.empty() && !take(block)) return VX_SYSTEM_ERROR;
     }
     return VX_NORMAL_COMPLETION;

@@ -257,6 +257,49 @@ TEST_F(Values, NumbersPackIntoWorkBuffers) {
   }
 }
 
+// A bulk value comes in pieces that end anywhere, in memory and on files; numbers and texts know no pieces.
+TEST_F(Values, PiecesEndAnywhereAndNothingIsLostByAnotherVr) {
+  constexpr int32_t kMany = 3000;
+  std::string numbers(kMany * sizeof(float), '\0');
+  for (int32_t i = 0; i < kMany; ++i) {
+    const auto number = static_cast<float>(i);
+    std::memcpy(numbers.data() + i * sizeof number, &number, sizeof number);
+  }
+  set_text(VX_CFG_TEMP_FILE_DIRECTORY, folder().path());
+  set_int(VX_CFG_OBOW_BUFFER_SIZE, 998);
+  for (const char* store : {"MEM", "FILE"}) {
+    set_text(VX_CFG_LARGE_DATA_STORE, store);
+    VX_Free_Message(&id);
+    ASSERT_EQ(VX_Open_Empty_Message(&id), VX_NORMAL_COMPLETION);
+    const auto pieces_of = [](std::string_view bytes) {
+      std::vector<std::string> pieces;
+      for (; !bytes.empty(); bytes.remove_prefix(std::min<std::size_t>(998, bytes.size())))
+        pieces.emplace_back(bytes.substr(0, 998));
+      return pieces;
+    };
+    store_pieces(make(VX_VR_OF), pieces_of(numbers));
+    ASSERT_EQ(VX_Set_Value_Representation(id, kTag, VX_VR_FL), VX_NORMAL_COMPLETION);
+    int32_t count = 0;
+    EXPECT_EQ(VX_Get_Value_Count(id, kTag, &count), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(count, kMany);
+    float number = -1;
+    ASSERT_EQ(VX_Get_Value_To_Float(id, kTag, &number), VX_NORMAL_COMPLETION);
+    for (int32_t i = 1; i < kMany; ++i) {
+      ASSERT_EQ(VX_Get_Next_Value_To_Float(id, kTag, &number), VX_NORMAL_COMPLETION) << store << " " << i;
+      ASSERT_EQ(number, static_cast<float>(i));
+    }
+    const std::string text(3000, 't');
+    for (const VX_VR vr : {VX_VR_UT, VX_VR_LT, VX_VR_ST, VX_VR_UR, VX_VR_LO}) {
+      vx::TagObj& attribute = make(VX_VR_OB);
+      store_pieces(attribute, pieces_of(text));
+      ASSERT_EQ(VX_Set_Value_Representation(id, kTag, vr), VX_NORMAL_COMPLETION);
+      EXPECT_EQ(attribute.ValueCount, 1) << store << " " << vr;
+      EXPECT_EQ(bytes_of(attribute), text) << store << " " << vr;
+      EXPECT_EQ(attribute.Length, text.size());
+    }
+  }
+}
+
 TEST_F(Values, StreamBytesComeToTheMachinesOrder) {
   const struct {
     VX_VR vr;

@@ -229,6 +229,20 @@ TEST_F(Duplicate, LossyCopiesSaySo) {
   EXPECT_EQ(text(copy_, 0x00282110).substr(0, 1), "#");
 }
 
+TEST_F(Duplicate, SequencesInSequencesHaveALimit) {
+  int32_t inner = -1;
+  for (int level = 0; level < 140; ++level) {
+    int32_t outer = -1;
+    ASSERT_EQ(VX_Open_Empty_Item(&outer), VX_NORMAL_COMPLETION);
+    if (inner >= 0) {
+      ASSERT_EQ(VX_Set_Value_From_Int(outer, 0x00081140, inner), VX_NORMAL_COMPLETION);
+    }
+    inner = outer;
+  }
+  ASSERT_EQ(VX_Set_Value_From_Int(id_, 0x00081140, inner), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(duplicate(id_, IMPLICIT_LITTLE_ENDIAN), VX_INVALID_VALUE_FOR_VR);
+}
+
 TEST_F(Duplicate, PixelDataThatDoesNotFitItsFrames) {
   const Image image{.rows = 4, .columns = 4, .frames = 2};
   const std::string pixels = native(image, 2);
