@@ -552,6 +552,50 @@ TEST_F(Program, LookupAndConfig) {
   EXPECT_EQ(run("config --config /nowhere/vexal.ini").exit, 2);
 }
 
+// A configuration of a site: its faults in one line each, with file and line; and no log file, whatever it
+// says.
+TEST_F(Program, ConfigurationsSayWhereTheirValuesStand) {
+  fs::copy(VEXAL_BINARY_DIR "/share/vexalkit", folder_ / "site");
+  const auto change = [&](const std::string& name, const std::string& from, const std::string& to) {
+    std::string text = read("site/" + name);
+    const std::size_t at = text.find(from);
+    ASSERT_NE(at, std::string::npos) << from;
+    write("site/" + name, text.replace(at, from.size(), to));
+  };
+  const auto config = [&](const std::string& what) {
+    return run("config --config " + path("site/vexal.ini") + " " + what);
+  };
+  const fs::path before = fs::current_path();
+  fs::current_path(folder_);
+  write("vexal.log", "of somebody else");
+  change("vexal.ini", "INFO_MESSAGE = OFF", "INFO_MESSAGE = FILE,SCREEN");
+  Outcome outcome = config("LARGE_DATA_SIZE");
+  EXPECT_EQ(outcome.exit, 0);
+  EXPECT_TRUE(
+      std::regex_search(outcome.out, std::regex("LARGE_DATA_SIZE = 200  # .*/site/vexalkit\\.pro:[0-9]+\n")))
+      << outcome.out;
+  change("vexalkit.pro",
+         "LARGE_DATA_SIZE = ", "LARGE_DATA_SIZE = 0\nNO_SUCH_KEY = 1\nOBOW_BUFFER_SIZE = many\n# ");
+  outcome = config("LARGE_DATA_SIZE");
+  EXPECT_EQ(outcome.exit, 0);
+  for (const char* line :
+       {":[0-9]+: warning: Invalid LARGE_DATA_SIZE value: 0\\. Must be positive: Defaulting to 200",
+        ":[0-9]+: warning: Ignoring invalid option NO_SUCH_KEY in",
+        ":[0-9]+: warning: Invalid: \"OBOW_BUFFER_SIZE = many\" - Using Default"}) {
+    EXPECT_TRUE(std::regex_search(outcome.out, std::regex(std::string("/site/vexalkit\\.pro") + line)))
+        << line << "\n"
+        << outcome.out;
+  }
+  EXPECT_EQ(config("--quiet LARGE_DATA_SIZE").out.find("warning"), std::string::npos);
+  change("vexal.ini", "vexalkit.srv", "none.srv");
+  outcome = config("");
+  EXPECT_EQ(outcome.exit, 2);
+  EXPECT_NE(outcome.out.find("site/none.srv"), std::string::npos) << outcome.out;
+  EXPECT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 1) << outcome.out;
+  fs::current_path(before);
+  EXPECT_EQ(read("vexal.log"), "of somebody else");
+}
+
 TEST_F(Program, HelpAndUsage) {
   for (const char* command : {"dump", "convert", "modify", "validate", "template", "lookup", "config", "echo",
                               "store", "receive", "find", "get", "move", "mpps", "commit", "serve"}) {

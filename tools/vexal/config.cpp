@@ -6,6 +6,7 @@
 #include "commands.h"
 #include "json.h"
 #include "session.h"
+#include "settings_source.h"
 
 namespace vexal {
 namespace {
@@ -83,7 +84,10 @@ bool wanted(const Args& args, const KeyRow& row) {
 
 int run(const Args& args) {
   const bool json = args.has("--json");
+  SettingPlaces places;
+  if (!configuration_file().empty()) places.read(configuration_file());
   std::string out;
+  std::string where;  // of the settings that a file has
   const char* section = "";
   bool any = false;
   if (json) {
@@ -96,19 +100,26 @@ int run(const Args& args) {
   for (const KeyRow& row : kKeys) {
     if (!wanted(args, row)) continue;
     const std::string text = value_text(row);
+    const std::string place = places.find(row.name);
     if (json) {
+      if (!place.empty()) {
+        if (!where.empty()) where += ',';
+        append_json(where, std::string_view(row.name));
+        where += ':';
+        append_json(where, place);
+      }
       if (any) out += ',';
       append_json(out, std::string_view(row.name));
       out += ':';
       append_json_value(out, row, text);
     } else {
       if (std::strcmp(section, row.section) != 0) out += std::string(any ? "\n[" : "[") + row.section + "]\n";
-      out += std::string(row.name) + " = " + text + "\n";
+      out += std::string(row.name) + " = " + text + (place.empty() ? "" : "  # " + place) + "\n";
     }
     section = row.section;
     any = true;
   }
-  if (json) out += "}}\n";
+  if (json) out += "},\"places\":{" + where + "}}\n";
   if (!any) {
     complain("there is no setting or section of that name; vexal config lists them all");
     return kFindings;
@@ -119,12 +130,13 @@ int run(const Args& args) {
 
 }  // namespace
 
-const Command kConfig = {
-    "config",
-    "[OPTION...] [KEY|SECTION...]",
-    "show the settings in force and their source",
-    "The program itself turns the log destinations off and sends messages to standard error.",
-    kOptions,
-    run};
+const Command kConfig = {"config",
+                         "[OPTION...] [KEY|SECTION...]",
+                         "show the settings in force and their source",
+                         "Behind each value that a file has stand the file and the line; the others are "
+                         "defaults. The program itself turns the\n"
+                         "log destinations off and sends messages to standard error: it writes no log file.",
+                         kOptions,
+                         run};
 
 }  // namespace vexal

@@ -5,15 +5,18 @@
 #include <cstdlib>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "embedded.h"
 #include "names.h"
 #include "printable.h"
+#include "settings_source.h"
 
 namespace vexal {
 namespace {
 
 std::string source_text;
+std::string ini_file;
 bool embedded = false;
 thread_local const std::string* current_file = nullptr;
 thread_local bool warnings_muted = false;
@@ -37,6 +40,49 @@ void receive_log(const VX_LOG_RECORD* record) {
   const char* level = record->Type == 1 ? "error" : record->Type == 2 ? "warning" : "info";
   const std::string source = current_file != nullptr ? shown(*current_file) : "vexal";
   std::fprintf(stderr, "%s: %s: %s\n", source.c_str(), level, shown(record->Message).c_str());
+}
+
+// What the library says while it starts, before the program can tell it where to.
+struct Said {
+  bool error;
+  std::string text;
+};
+std::vector<Said> said_at_start;
+
+// The second line of a pair says what is done instead.
+bool goes_on(const std::string& text) {
+  return text.starts_with('|') || text.starts_with("Must be") || text.starts_with("Defaulting");
+}
+
+void note_log(const VX_LOG_RECORD* record) {
+  if (record->Type > 2) return;
+  const std::string text = record->Message;
+  if (goes_on(text) && !said_at_start.empty()) {
+    said_at_start.back().text += " " + text.substr(text.starts_with('|') ? 3 : 0);
+  } else {
+    said_at_start.push_back({record->Type == 1, text});
+  }
+}
+
+// Warnings of the start, each with its place.
+void show_warnings(const SettingPlaces& places) {
+  for (const Said& said : said_at_start) {
+    const std::string place = places.of_message(said.text, source_text);
+    std::fprintf(stderr, "%s: %s: %s\n", shown(place).c_str(), said.error ? "error" : "warning",
+                 shown(said.text).c_str());
+  }
+}
+
+// One line for a start that failed: the place, and what was wrong there.
+void show_failure(const SettingPlaces& places, VX_STATUS status) {
+  std::string text = VX_Error_Message(status);
+  std::string place = source_text;
+  for (const Said& said : said_at_start) {
+    if (!said.error) continue;
+    place = places.of_message(said.text, source_text);
+    text += ": " + said.text;
+  }
+  complain("%s: %s", shown(place).c_str(), shown(text).c_str());
 }
 
 // A program for people reads what there is: odd file sizes, private attributes without or with two creators,
@@ -68,30 +114,38 @@ Session::~Session() {
 
 bool Session::start(const Args& args) {
   const std::string named = args.get("--config");
-  if (!named.empty()) VX_Set_VexalINI(named.c_str());
-  VX_STATUS status = VX_Library_Initialization(nullptr, nullptr, nullptr);
-  const char* variable = std::getenv("VEXAL_INI");
-  if (status == VX_NO_VEXAL_INI && named.empty() && variable == nullptr) {
-    status = VX_Library_Initialization(embedded_config, embedded_dictionary, nullptr);
-    embedded = true;
+  const std::string ini = find_ini(named);
+  VX_Register_Enhanced_MemoryLog_Function(note_log);
+  VX_STATUS status = VX_NORMAL_COMPLETION;
+  embedded = ini.empty();
+  if (embedded) {
     source_text = "built into the program (no vexal.ini on the search path)";
-  } else if (!named.empty()) {
-    source_text = named;
+    status = VX_Library_Initialization(embedded_config, embedded_dictionary, nullptr);
   } else {
-    source_text =
-        variable != nullptr ? std::string(variable) + " (VEXAL_INI)" : "vexal.ini on the search path";
+    source_text = ini;
+    if (!named.empty()) VX_Set_VexalINI(named.c_str());
+    if (named.empty() && std::getenv("VEXAL_INI") != nullptr) source_text += " (VEXAL_INI)";
+    status = VX_Library_Initialization(nullptr, nullptr, nullptr);
   }
-  if (status != VX_NORMAL_COMPLETION) {
-    complain("%s: %s", source_text.c_str(), VX_Error_Message(status));
-    if (status == VX_NO_VEXAL_INI)
-      complain("name an existing file, or unset it to use the built-in settings");
-    VX_Library_Release();
-    return false;
+  if (!said_at_start.empty() || status != VX_NORMAL_COMPLETION) {
+    SettingPlaces places;
+    if (!embedded) places.read(ini);
+    if (status != VX_NORMAL_COMPLETION) {
+      show_failure(places, status);
+      VX_Library_Release();
+      return false;
+    }
+    if (!args.has("--quiet")) show_warnings(places);
   }
   started_ = true;
+  ini_file = ini;
   set_up_reading();
   set_up_log(args);
   return true;
+}
+
+const std::string& configuration_file() {
+  return ini_file;
 }
 
 const std::string& configuration_source() {

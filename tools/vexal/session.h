@@ -23,6 +23,8 @@ class Session {
   bool started_ = false;
 };
 
+// The vexal.ini in force; empty for the settings inside the program.
+const std::string& configuration_file();
 // Where the configuration in force came from, for people.
 const std::string& configuration_source();
 // True if it is the one inside the program.
