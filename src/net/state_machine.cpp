@@ -98,7 +98,7 @@ uint64_t most_body(const DUL_Association& dul) {
   switch (dul.pduType) {
     case kAssociateRq:
     case kAssociateAc:
-      return std::max<uint64_t>(kMaxAssociatePdu, dul.maximumPduLength);
+      return kMaxAssociatePdu;
     case kPDataTf:
       return dul.maximumPduLength != 0 ? dul.maximumPduLength : kMaxUnlimitedPdu;
     default:
