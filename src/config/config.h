@@ -27,10 +27,10 @@ inline bool config_bool(VX_BOOL_KEY key) {
   return std::atomic_ref<uint32_t>(config().bool_values[key]).load(std::memory_order_relaxed) == 1;
 }
 // Numbers that a profile may give without bounds, as the library can work with them.
-// PDU_MAXIMUM_LENGTH: 0 is no limit; below 128 bytes hardly a value finds room.
+// PDU_MAXIMUM_LENGTH: 0 is no limit; below 128 bytes hardly a value finds room, and data come in even pieces.
 inline uint32_t pdu_maximum_length() {
   const int32_t length = config_long(VX_CFG_PDU_MAXIMUM_LENGTH);
-  return length > 0 ? std::max<uint32_t>(static_cast<uint32_t>(length), 128) : 0;
+  return length > 0 ? (std::max<uint32_t>(static_cast<uint32_t>(length), 128) + 1) & ~uint32_t{1} : 0;
 }
 // PIXEL_BUFFER_SIZE: values in memory come in pieces of 100 times as much.
 inline uint32_t pixel_buffer_size() {

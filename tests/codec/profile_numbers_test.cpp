@@ -36,6 +36,7 @@ class ProfileNumbers : public support::LibraryTest {
     ASSERT_EQ(VX_Create_Empty_File(&file, "x"), VX_NORMAL_COMPLETION);
     Source source{stream, 0};
     ASSERT_EQ(VX_Open_File(app, file, &source, &file_input), VX_NORMAL_COMPLETION) << line_;
+    ASSERT_EQ(VX_File_To_Message(file), VX_NORMAL_COMPLETION);
     for (const VX_TRANSFER_SYNTAX syntax :
          {EXPLICIT_LITTLE_ENDIAN, EXPLICIT_BIG_ENDIAN, DEFLATED_EXPLICIT_LITTLE_ENDIAN}) {
       const Object back;
@@ -46,7 +47,7 @@ class ProfileNumbers : public support::LibraryTest {
       EXPECT_TRUE(bytes(back, 0x00420011) == document) << line_;
       EXPECT_TRUE(bytes(back, 0x00660016) == document) << line_;
     }
-    VX_Free_File(&file);
+    VX_Free_Message(&file);
   }
   std::string line_;
   std::string store_;

@@ -73,6 +73,7 @@ class LivesTest : public PairTest {
     ASSERT_EQ(VX_Send_Request_Message(pair_.requester, message), VX_NORMAL_COMPLETION);
     const Read half = read(pair_.acceptor, 10, 0x00100000);
     ASSERT_EQ(half.status, VX_NORMAL_COMPLETION) << VX_Error_Message(half.status);
+    set_int(VX_CFG_ARTIM_TIMEOUT, 1);
     int32_t refused = -1;  // a port that listens, and an association in the middle of its negotiation
     EXPECT_EQ(VX_Wait_For_Association_On_Port("Life", 0, app_, free_port(), &refused), VX_TIMEOUT);
     raw_ = std::make_unique<RawPeer>(RawPeer::connect(port_));
