@@ -53,8 +53,7 @@ TEST_F(DimseTest, AnyMaximumLengthCarriesManyContexts) {
     EXPECT_EQ(data_set(got.id), data_set(sent)) << maximum;
     VX_Free_Message(&got.id);
     VX_Free_Message(&sent);
-    VX_Abort_Association(&pair.requester);
-    VX_Abort_Association(&pair.acceptor);
+    end(pair);
   }
 }
 
