@@ -2268,8 +2268,8 @@ VX_API VX_STATUS VX_Continue_Read_Message_To_Stream(int32_t AssociationID, int32
  * then the data set as it came. FileName null makes one; it is only for the log. ServiceName is a constant of
  * the configuration. The library frees the message that stands behind it, whatever happens; its response is
  * due from the application. If the callback refuses, VX_CALLBACK_CANNOT_COMPLY: within the data set the
- * association is gone then; within the meta group it stands, with the rest of the message unread, and can
- * only be ended. Otherwise as VX_Read_Message and VX_Continue_Read_Message_To_Stream.
+ * association is gone then; within the meta group it stands, and the next read passes over what is left of
+ * the message. Otherwise as VX_Read_Message and VX_Continue_Read_Message_To_Stream.
  */
 VX_API VX_STATUS VX_Read_To_Stream(int32_t AssociationID, int32_t Timeout, const char** ServiceName,
                                    uint16_t* Command, const char* FileName, void* UserInfo,

@@ -15,6 +15,7 @@
 #include "frame/text.h"
 #include "model/attributes.h"
 #include "model/convert.h"
+#include "model/held.h"
 #include "model/values.h"
 #include "net/dimse.h"
 #include "net/pdv_reader.h"
@@ -596,6 +597,7 @@ VX_STATUS ReadMessageToStream(SesObj*& session, int32_t& id, Receiver& receiver)
   PdvReader reader(session->Dul, inactivity > 0 ? inactivity : kLongWait);
   reader.begin_data();
   reader.expect_context(static_cast<const DecodeRest*>(message->StreamResume)->ContextId);
+  const Held held(*message, Hold::All);
   VX_STATUS status = pump(*message, reader, receiver);
   if (status == kOk && !reader.released()) {
     session->Dul->currentMessage = -1;

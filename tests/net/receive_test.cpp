@@ -521,12 +521,22 @@ TEST_F(ReceiveTest, AnApplicationThatGoesEndsTheReadsOfOthers) {
   EXPECT_EQ(result.status, VX_ASSOCIATION_ABORTED);
 }
 
-TEST_F(ReceiveTest, ASinkThatRefuses) {
+TEST_F(ReceiveTest, ASinkThatRefusesOrFreesTheMessage) {
   int32_t sent = sample();
+  const auto free_it = [](int32_t id, void*, uint32_t, void*, int32_t, int32_t) -> VX_STATUS {
+    VX_Free_Message(&id);
+    return VX_NORMAL_COMPLETION;
+  };
   send(cut(3, data_set(sent), 50));
   Read got = read(id_, 10, 0x00080018);
   ASSERT_EQ(got.status, VX_NORMAL_COMPLETION);
-  const auto refuse = [](int32_t, void*, uint32_t, void*, int32_t, int32_t) -> VX_STATUS {
+  EXPECT_EQ(VX_Continue_Read_Message_To_Stream(id_, &got.id, nullptr, free_it), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(VX_Free_Message(&got.id), VX_INVALID_MESSAGE_ID);
+  send(cut(3, data_set(sent), 50));
+  got = read(id_, 10, 0x00080018);
+  ASSERT_EQ(got.status, VX_NORMAL_COMPLETION) << "the association stands";
+  const auto refuse = [](int32_t id, void*, uint32_t, void*, int32_t, int32_t) -> VX_STATUS {
+    VX_Free_Message(&id);
     return VX_CANNOT_COMPLY;
   };
   EXPECT_EQ(VX_Continue_Read_Message_To_Stream(id_, &got.id, nullptr, refuse), VX_CALLBACK_CANNOT_COMPLY);
