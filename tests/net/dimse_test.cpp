@@ -40,8 +40,7 @@ TEST_F(DimseTest, AnyMaximumLengthCarriesManyContexts) {
     config().long_values[VX_CFG_PDU_MAXIMUM_LENGTH] = maximum;
     Pair pair = connect("Many");
     ASSERT_GE(pair.requester, 0) << maximum;
-    int32_t sent = new_message("STANDARD_CT", C_STORE_RQ,
-                               {{0x00001000, "1.2.3.4"}, {0x00080018, "1.2.3.4"}});
+    int32_t sent = new_message("STANDARD_CT", C_STORE_RQ, {{0x00001000, "1.2.3.4"}, {0x00080018, "1.2.3.4"}});
     VX_Add_Standard_Attribute(sent, 0x7FE00010);
     ASSERT_EQ(VX_Set_Value_From_Buffer(sent, 0x7FE00010, pixels.data(), static_cast<uint32_t>(pixels.size())),
               VX_NORMAL_COMPLETION);
