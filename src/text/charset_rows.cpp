@@ -80,6 +80,8 @@ struct Converter {
   bool tried = false;
   UConverter* handle = nullptr;
   std::array<char16_t, 128> upper{};  // Set::Single: characters of the bytes from 0x80 up
+  std::array<bool, 128>
+      written{};  // of several bytes that are read as one character, the one that is written
 };
 
 struct Icu {
@@ -171,6 +173,10 @@ bool open_converter(const CharsetRow& row, Converter& converter) {
     const int32_t count = icu().decode(converter.handle, units, 4, &byte, 1, &status);
     const bool has = status <= 0 && count == 1 && code >= row.lowest && code <= row.highest;
     converter.upper[i] = has ? units[0] : u'\xFFFD';
+    char back[4] = {};
+    status = 0;
+    converter.written[i] = has && icu().encode(converter.handle, back, 4, units, 1, &status) == 1 &&
+                           status <= 0 && back[0] == byte;
   }
   return true;
 }
@@ -385,10 +391,12 @@ std::size_t encode_char(const CharsetRow& row, char32_t c, char (&bytes)[kMaxCha
     }
     return length;
   }
-  const auto at = std::find(converter.upper.begin(), converter.upper.end(), c);
-  if (at == converter.upper.end() || c == kReplacement) return 0;
-  bytes[0] = static_cast<char>(0x80 + (at - converter.upper.begin()));
-  return 1;
+  for (std::size_t at = 0; at < converter.upper.size(); ++at) {
+    if (converter.upper[at] != c || !converter.written[at]) continue;
+    bytes[0] = static_cast<char>(0x80 + at);
+    return 1;
+  }
+  return 0;
 }
 
 }  // namespace vx

@@ -174,6 +174,28 @@ def characters(work):
             fail(f"ISO 2022 IR {number}: {len(differ)} characters differ: {differ[:12]}")
 
 
+def single_bytes(work):
+    """Every character of every set of one byte a character: Python's codec and vexal write and read the same byte."""
+    for number, _, codec, _ in (s for s in SETS if s[0] not in LOW_PAIRS + HIGH_PAIRS + ("6",)):
+        known = {}
+        for byte in range(0xA0, 0x100):
+            try:
+                known[bytes((byte,)).decode(codec)] = byte
+            except UnicodeDecodeError:
+                continue
+        text = "".join(known)
+        counts["characters"] += len(known)
+        for charset in ("ISO_IR " + number, "\\ISO 2022 IR " + number):
+            path = os.path.join(work, "single.dcm")
+            write(path, "ISO_IR 192", [(ALL, "UT", text.encode())])
+            results = [run(VEXAL, "convert", "--quiet", "--charset", charset, path, path + ".set"),
+                       run(VEXAL, "convert", "--quiet", "--charset", "utf-8", path + ".set", path + ".utf8")]
+            for file, wanted in ((path + ".set", bytes(known.values())), (path + ".utf8", text.encode())):
+                with open(file, "rb") as content:
+                    if any(r.returncode for r in results) or wanted not in content.read():
+                        fail(f"{charset}: {os.path.basename(file)} is not what Python's {codec} makes")
+
+
 def recorded():
     """Texts recorded beside the samples."""
     texts = {}
@@ -218,6 +240,7 @@ def samples(work):
 with tempfile.TemporaryDirectory() as folder:
     pairs(folder)
     characters(folder)
+    single_bytes(folder)
     if os.path.isdir(SAMPLES):
         samples(folder)
 sys.exit(end({kind: number for kind, number in counts.items() if number}))

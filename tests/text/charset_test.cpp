@@ -67,7 +67,7 @@ const Case kCases[] = {
     {{"ISO_IR 138"}, "\xF9\xF8\xE5\xEF", "שרון"},
     {{"ISO_IR 144"}, "\xBB\xEE\xDA", "Люк"},
     {{"ISO_IR 148"}, "\xDD\x62rahim", "İbrahim"},
-    {{"ISO_IR 166"}, "\xE3\xA8", "ใจ"},
+    {{"ISO_IR 166"}, "\xE3\xA8\xE8\xE9\xEA\xEB\xEC", "ใจ\u0E48\u0E49\u0E4A\u0E4B\u0E4C"},
     {{"ISO_IR 203"}, "5 \xA4", "5 €"},
     {{"ISO_IR 13"}, "\xD4\xCF^\\~\x1A", "ﾔﾏ^\\~\x1A"},
     {{"ISO_IR 192"}, "日本 𝄞", "日本 𝄞"},
