@@ -134,7 +134,7 @@ class Answer(http.server.BaseHTTPRequestHandler):
             length -= len(self.rfile.read(min(length, 65536)))
         status, kind, body, sent = self.answers[self.path.split("?")[0].split("/")[1]]
         self.send_response(status)
-        self.send_header("Content-Type", kind)
+        self.send_header("Location" if 300 <= status < 400 else "Content-Type", kind)
         self.send_header("Content-Length", str(len(body)))
         self.end_headers()
         if sent == PIECES:
@@ -191,6 +191,11 @@ def with_own_server(folder):
     server = Server(("127.0.0.1", 0), Answer)
     threading.Thread(target=server.serve_forever, daemon=True).start()
     url = "http://127.0.0.1:%d/" % server.server_port
+    # Where a server sends requests on to: to itself, to another name, and nowhere.
+    cases["moved"] = ((302, "/good/studies/1.2", b"", None), 0, two)
+    cases["moved-away"] = ((307, "http://localhost:%d/good/studies/1.2" % server.server_port, b"", None), 3, {})
+    cases["moved-round"] = ((301, "/moved-round/", b"", None), 3, {})
+    cases["moved-nowhere"] = ((302, "file:///etc/passwd", b"", None), 3, {})
     for name, (answer, status, files) in cases.items():
         Answer.answers[name] = answer
         out = os.path.join(folder, name)
@@ -205,13 +210,20 @@ def with_own_server(folder):
         "text": ((200, "text/html", b"<html>", None), 3, 0),
         "deep": ((200, "application/dicom+json", b"[" * 100000, None), 3, 0),
         "half": ((200, "application/dicom+json", b"[{}]", 2), 3, 0),
+        "large": ((200, "application/dicom+json", b"[" + b" " * (33 << 20) + b"]", None), 3, 0),
+        "names": ((200, "application/dicom+json", json.dumps([{"00100010": {"vr": "PN", "Value": [
+            {"Alphabetic": "A^B", "Ideographic": "\u5c71", "Phonetic": "C"}, {"Phonetic": "D"}]}}]).encode(), None), 0, 1),
     }
     for name, (answer, status, count) in queries.items():
         Answer.answers[name] = answer
         result = web("query", url + name, "--json")
         check(result.returncode == status and len(result.stdout.splitlines()) == count, "query %s: %s" % (name, result))
+        if name == "names":
+            check(lines(result)[0]["PatientName"] == "A^B=\u5c71=C\\==D", "groups of names: %s" % result)
     refused = b'{"00081198":{"vr":"SQ","Value":[{"00081197":{"vr":"US","Value":[42752]}}]}}'
     for name, answer, status in (("taken", (200, "application/dicom+json", b"{}", None), 0),
+                                 ("moved-store", (307, "/taken/studies", b"", None), 0),
+                                 ("not-moved-store", (302, "/taken/studies", b"", None), 1),
                                  ("refused", (200, "application/dicom+json", refused, None), 1),
                                  ("conflict", (409, "application/dicom+json", refused, None), 1),
                                  ("unavailable", (503, "text/plain", b"", None), 1)):

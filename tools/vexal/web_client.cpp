@@ -4,13 +4,16 @@
 #include <dlfcn.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 
 namespace vexal {
 namespace {
 
-constexpr std::size_t kMostText = 256U << 20;  // of an answer that is kept in memory
-constexpr std::size_t kMostTold = 300;         // of what a server says of a failure
+constexpr std::size_t kMostText =
+    32U << 20;  // of an answer that is kept in memory; parsed, it takes many times that
+constexpr int kMostRedirects = 5;
+constexpr std::size_t kMostTold = 300;  // of what a server says of a failure
 constexpr std::size_t kSendBuffer = 1U << 20;
 
 // curl_easy_setopt and the like are macros as well, so the names stand in brackets.
@@ -23,6 +26,11 @@ struct Curl {
   decltype(&curl_easy_reset) reset = nullptr;
   decltype(&curl_easy_cleanup) cleanup = nullptr;
   decltype(&curl_easy_strerror) error_text = nullptr;
+  decltype(&curl_url) url = nullptr;
+  decltype(&curl_url_set) url_set = nullptr;
+  decltype(&curl_url_get) url_get = nullptr;
+  decltype(&curl_url_cleanup) url_cleanup = nullptr;
+  decltype(&curl_free) free = nullptr;
   decltype(&curl_slist_append) append = nullptr;
   decltype(&curl_slist_free_all) free_list = nullptr;
 };
@@ -43,13 +51,33 @@ bool open_curl() {
       !find_symbol(library, "curl_easy_getinfo", c.info) ||
       !find_symbol(library, "curl_easy_reset", c.reset) ||
       !find_symbol(library, "curl_easy_cleanup", c.cleanup) ||
-      !find_symbol(library, "curl_easy_strerror", c.error_text) ||
-      !find_symbol(library, "curl_slist_append", c.append) ||
+      !find_symbol(library, "curl_easy_strerror", c.error_text) || !find_symbol(library, "curl_url", c.url) ||
+      !find_symbol(library, "curl_url_set", c.url_set) || !find_symbol(library, "curl_url_get", c.url_get) ||
+      !find_symbol(library, "curl_url_cleanup", c.url_cleanup) ||
+      !find_symbol(library, "curl_free", c.free) || !find_symbol(library, "curl_slist_append", c.append) ||
       !find_symbol(library, "curl_slist_free_all", c.free_list)) {
     complain("web services need libcurl: %s", ::dlerror());
     return false;
   }
   return c.global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+}
+
+// Scheme, host and port of a URL; empty if it is none.
+std::string origin_of(const char* text) {
+  const Curl& c = g_curl;
+  std::string origin;
+  CURLU* url = c.url();
+  if (url != nullptr && c.url_set(url, CURLUPART_URL, text, 0) == CURLUE_OK) {
+    for (const CURLUPart part : {CURLUPART_SCHEME, CURLUPART_HOST, CURLUPART_PORT}) {
+      char* content = nullptr;
+      if (c.url_get(url, part, &content, CURLU_DEFAULT_PORT) == CURLUE_OK) (origin += content) += ' ';
+      c.free(content);
+    }
+  }
+  c.url_cleanup(url);
+  std::transform(origin.begin(), origin.end(), origin.begin(),
+                 [](unsigned char letter) { return std::tolower(letter); });
+  return origin;
 }
 
 const char* environment(const char* name) {
@@ -133,7 +161,8 @@ struct WebClient::Transfer {
     if (taker != nullptr && answer.status >= 200 && answer.status < 300) {
       problem = (*taker)(answer.content_type, bytes);
     } else if (bytes.size() > kMostText - answer.text.size()) {
-      problem = "the answer is too large";
+      problem = "the answer is larger than " + std::to_string(kMostText >> 20) +
+                " MiB; ask for less, as with --limit";
     } else {
       answer.text.append(bytes);
     }
@@ -192,8 +221,7 @@ WebAnswer WebClient::perform(Transfer& transfer, const std::string& resource, co
   curl_slist* headers = c.append(nullptr, ("Accept: " + std::string(accept)).c_str());
   for (const std::string& header : peer_.headers) headers = c.append(headers, header.c_str());
   char told[CURL_ERROR_SIZE] = "";
-  const std::string url = peer_.url + resource;
-  c.set(handle_, CURLOPT_URL, url.c_str());
+  std::string url = peer_.url + resource;
   c.set(handle_, CURLOPT_PROTOCOLS_STR, "http,https");
   c.set(handle_, CURLOPT_NOSIGNAL, 1L);
   c.set(handle_, CURLOPT_USERAGENT, "vexal");
@@ -226,15 +254,42 @@ WebAnswer WebClient::perform(Transfer& transfer, const std::string& resource, co
     c.set(handle_, CURLOPT_SEEKDATA, &transfer);
   }
   c.set(handle_, CURLOPT_HTTPHEADER, headers);
-  const CURLcode code = c.perform(handle_);
-  c.free_list(headers);
   WebAnswer& answer = transfer.answer;
-  if (code == CURLE_OK) {
-    c.info(handle_, CURLINFO_RESPONSE_CODE, &answer.status);
-  } else {
-    answer.problem = !transfer.problem.empty() ? transfer.problem : *told != '\0' ? told : c.error_text(code);
+  for (int redirects = 0;; ++redirects) {
+    c.set(handle_, CURLOPT_URL, url.c_str());
+    const CURLcode code = c.perform(handle_);
+    if (code == CURLE_OK) {
+      c.info(handle_, CURLINFO_RESPONSE_CODE, &answer.status);
+    } else {
+      answer.problem = !transfer.problem.empty() ? transfer.problem
+                       : *told != '\0'           ? told
+                                                 : c.error_text(code);
+    }
+    const std::string next = answer.problem.empty() ? redirect(transfer) : "";
+    if (next.empty()) break;
+    if (redirects == kMostRedirects || origin_of(next.c_str()) != origin_of(url.c_str())) {
+      // What is sent along, passwords too, is for this server alone.
+      answer.problem =
+          redirects == kMostRedirects ? "redirects without end" : "redirects to another server: " + next;
+      break;
+    }
+    url = next;
+    answer = {};
+    transfer.sent = 0;
   }
+  c.free_list(headers);
   return std::move(answer);
+}
+
+// Where the server sends the request on to; empty if it does not.
+std::string WebClient::redirect(const Transfer& transfer) const {
+  const long status = transfer.answer.status;
+  const bool same_request = status == 307 || status == 308;
+  const bool other = status == 301 || status == 302 || status == 303;
+  char* next = nullptr;
+  if (!same_request && (!other || transfer.body != nullptr)) return "";
+  if (g_curl.info(handle_, CURLINFO_REDIRECT_URL, &next) != CURLE_OK || next == nullptr) return "";
+  return next;
 }
 
 }  // namespace vexal

@@ -69,13 +69,15 @@ class WebClient {
   WebClient(const WebClient&) = delete;
   WebClient& operator=(const WebClient&) = delete;
 
-  // `resource` follows the URL of the peer. Without a taker the body goes into the answer.
+  // `resource` follows the URL of the peer. Without a taker the body goes into the answer, which may not grow
+  // large. Redirects are followed to the same scheme, host and port only.
   WebAnswer get(const std::string& resource, const char* accept, const WebTaker& taker);
   WebAnswer post(const std::string& resource, const char* accept, const WebBody& body);
 
  private:
   struct Transfer;
   WebAnswer perform(Transfer& transfer, const std::string& resource, const char* accept);
+  std::string redirect(const Transfer& transfer) const;
 
   const WebPeer& peer_;
   void* handle_;

@@ -18,15 +18,20 @@ const json_t* values_of(const json_t* object, uint32_t tag) {
   return json_is_array(values) ? values : nullptr;
 }
 
-// One value as a query shows it; a person's name by the first group it has.
+// One value as a query shows it; the groups of a person's name as in DICOM.
 std::string text_of_value(const json_t* value) {
   if (json_is_string(value)) return json_string_value(value);
   std::string text;
   if (json_is_integer(value)) append_json(text, static_cast<int64_t>(json_integer_value(value)));
   if (json_is_real(value)) append_json(text, json_real_value(value));
+  std::size_t signs = 0;
   for (const char* group : {"Alphabetic", "Ideographic", "Phonetic"}) {
     const char* name = json_string_value(json_object_get(value, group));
-    if (text.empty() && name != nullptr) text = name;
+    if (name != nullptr && *name != '\0') {
+      text.append(signs, '=').append(name);
+      signs = 0;
+    }
+    ++signs;
   }
   return text;
 }
