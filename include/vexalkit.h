@@ -1393,7 +1393,7 @@ VX_API VX_STATUS VX_Get_pTags_Dict_Info(const char* PrivateCode, uint16_t Group,
                                         uint16_t* VMHigh);
 
 /*
- * The keyword of a standard tag, made from its name (PS3.6 section 6). VX_INVALID_TAG,
+ * The keyword of a standard tag, made from its name as PS3.6 section 6 does. VX_INVALID_TAG,
  * VX_MISSING_CONFIG_PARM; VX_BUFFER_TOO_SMALL, nothing copied.
  */
 VX_API VX_STATUS VX_Get_Tag_Keyword(uint32_t Tag, char* Buffer, int32_t BufferSize);
@@ -3348,7 +3348,10 @@ VX_API VX_STATUS VX_Message_To_Json(int32_t MsgID, void* UserInfo, int32_t Optio
  * VX_CALLBACK_CANNOT_COMPLY: Callback failed, or the text is no JSON (the log has the place);
  * VX_SYSTEM_ERROR: it is no object; VX_INVALID_TAG; VX_INVALID_VR_IN_STREAM; VX_REQUIRED_VALUE_MISSING: a
  * private creator without a code; VX_NOT_FOUND: a private attribute without a creator; VX_INCOMPATIBLE_VALUE;
- * VX_VALUE_OUT_OF_RANGE. Callback must not use the object.
+ * VX_VALUE_OUT_OF_RANGE. Text goes into the object's character sets; what these can not hold is `?`, with a
+ * warning and VX_INVALID_CHARS_IN_VALUE, as is a backslash in one value. Text beyond ASCII in an object without
+ * (0008,0005) is UTF-8, and (0008,0005) becomes ISO_IR 192. All else that is not taken as it stands has a
+ * warning. Callback must not use the object.
  */
 VX_API VX_STATUS VX_Json_To_Message(int32_t MsgID, void* UserInfo, VX_TEXT_INPUT Callback);
 
@@ -3396,7 +3399,7 @@ VX_API VX_STATUS VX_Message_To_XML_Native(int32_t MsgID, void* UserInfo, int32_t
  * Adds the attributes of a document in the toolkit's own form to an object, which keeps what it holds; an
  * attribute that is there gets the new value and the VR of the document. Callback is asked for the document
  * once, in blocks. Values that break a rule of their VR are stored all the same; other bad attributes are
- * passed over with a line in the log. VX_INVALID_MESSAGE_ID; the status of a Callback that fails;
+ * passed over with a line in the log. Character sets are as for VX_Json_To_Message. VX_INVALID_MESSAGE_ID; the status of a Callback that fails;
  * VX_SYSTEM_ERROR: the text is no well-formed XML, has a document type declaration, is nested beyond 128
  * levels of sequences or is another document, and the object is as it was; or libxml2 can not be opened.
  * Callback must not use the object.
@@ -3405,7 +3408,9 @@ VX_API VX_STATUS VX_XML_To_Message(int32_t MsgID, void* UserInfo, VX_TEXT_INPUT 
 
 /*
  * The same for a document in the form of the Native DICOM Model (PS3.19 section A.1). An attribute without a
- * tag ends the reading; what stands before it is kept. Values that lie elsewhere (BulkData) are not fetched.
+ * tag ends the reading; what stands before it is kept. Values are taken in the order of their numbers. An
+ * element of a private block may be named without the block, as (gggg,00ee). Values that lie elsewhere
+ * (BulkData) are not fetched, with a warning.
  */
 VX_API VX_STATUS VX_XML_Native_To_Message(int32_t MsgID, void* UserInfo, VX_TEXT_INPUT Callback);
 

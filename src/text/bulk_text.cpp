@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <bit>
 
+#include "config/transfer_syntax.h"
 #include "frame/no_throw.h"
+#include "model/seams.h"
 #include "model/values.h"
 #include "model/vr.h"
 #include "text/base64.h"
@@ -47,6 +49,27 @@ VX_STATUS each_piece(MsgObj& object, TagObj& attribute, Take take) {
 }
 
 }  // namespace
+
+bool are_fragments(std::string_view head, std::string_view tail) {
+  return head.starts_with(std::string_view("\xFE\xFF\x00\xE0", 4)) &&
+         tail.ends_with(std::string_view("\xFE\xFF\xDD\xE0\0\0\0\0", 8));
+}
+
+bool is_in_fragments(MsgObj& object, const TagObj& attribute) {
+  if (attribute.Tag != kPixelData) return false;
+  VX_TRANSFER_SYNTAX syntax = 0;
+  Encoding encoding{};
+  if (get_message_syntax(object, syntax) == VX_NORMAL_COMPLETION &&
+      syntax_encoding(syntax, encoding) == VX_NORMAL_COMPLETION && encoding.encapsulated)
+    return true;
+  if (attribute.Storage == 'C') return attribute.Length == kUndefinedLength;
+  const auto bytes = [](const ValueObj* piece) {
+    return piece != nullptr && piece->Data != nullptr
+               ? std::string_view(static_cast<const char*>(piece->Data), piece->Length)
+               : std::string_view();
+  };
+  return attribute.Storage == 'M' && are_fragments(bytes(attribute.FirstValue), bytes(attribute.LastValue));
+}
 
 VX_STATUS add_base64(MsgObj& object, TagObj& attribute, TextOutput& output) {
   Base64Writer base64(output.text());

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "model/object.h"
 #include "text/text_output.h"
@@ -15,5 +16,12 @@ VX_STATUS add_base64(MsgObj& object, TagObj& attribute, TextOutput& output);
 VX_STATUS add_base64_lines(MsgObj& object, TagObj& attribute, TextOutput& output, std::size_t& length);
 // As pairs of digits with blanks between.
 VX_STATUS add_hex(MsgObj& object, TagObj& attribute, TextOutput& output, std::size_t& length);
+
+// Items of fragments with their delimiter (PS3.5 section A.4), of whose bytes these are the first and the
+// last.
+bool are_fragments(std::string_view head, std::string_view tail);
+// Pixel data in fragments: by the transfer syntax, and where that is not known by what the value looks like.
+// The syntax is that of the object, or of an icon's item what it was read in.
+bool is_in_fragments(MsgObj& object, const TagObj& attribute);
 
 }  // namespace vx

@@ -6,13 +6,16 @@
 #include <iterator>
 #include <limits>
 
+#include "config/transfer_syntax.h"
 #include "frame/log.h"
 #include "model/attributes.h"
 #include "model/convert.h"
 #include "model/private_blocks.h"
+#include "model/seams.h"
 #include "model/values.h"
 #include "model/vr.h"
 #include "text/base64.h"
+#include "text/bulk_text.h"
 
 namespace vx {
 
@@ -38,9 +41,29 @@ bool read_real(std::string_view text, T& value) {
   return true;
 }
 
+// An icon in fragments goes out as such in the syntax of the object that holds it.
+void keep_fragments(FillTarget& item) {
+  FillTarget* top = &item;
+  while (top->holder != nullptr) top = top->holder;
+  VX_TRANSFER_SYNTAX syntax = 0;
+  Encoding encoding{};
+  if (get_message_syntax(top->object, syntax) != VX_NORMAL_COMPLETION ||
+      syntax_encoding(syntax, encoding) != VX_NORMAL_COMPLETION || !encoding.encapsulated)
+    return;
+  item.object.SyntaxSet = 1;
+  item.object.TransferSyntax = syntax;
+}
+
 }  // namespace
 
 void FillTarget::note_creator(uint32_t tag, std::string code) {
+  const auto again = std::find_if(creators.begin(), creators.end(), [&](const auto& row) {
+    return tag_group(row.first) == tag_group(tag) && row.second == code;
+  });
+  if (again != creators.end() && again->first != block_of_creator(tag)) {
+    VX_LOG_WARN(function, "(%04X,%04X) names the creator of another block; the two become one",
+                tag_group(tag), tag_element(tag));
+  }
   creators.emplace_back(block_of_creator(tag), std::move(code));
 }
 
@@ -52,8 +75,45 @@ std::string FillTarget::creator(uint32_t tag) const {
 
 void FillTarget::filled(const TagObj& attribute) {
   if (attribute.Tag != kSpecificCharacterSet) return;
+  if (utf8_untold) VX_LOG_WARN(function, "(0008,0005) stands behind text that it speaks of");
   set = text_set_of(object, set);
   charsets.known = false;
+}
+
+void FillTarget::note_utf8() {
+  FillTarget* place = this;
+  while (place->holder != nullptr && find_tag(place->object, kSpecificCharacterSet) == nullptr)
+    place = place->holder;
+  place->utf8_untold = true;
+}
+
+std::string_view FillTarget::encoded(uint32_t tag, std::string_view utf8, std::string& work, bool& whole) {
+  if (is_ascii(utf8)) return utf8;
+  const auto beyond = [](char c) { return static_cast<uint8_t>(c) >= 0x80; };
+  if (set.kind == TextSet::Kind::None && std::any_of(utf8.begin(), utf8.end(), beyond)) note_utf8();
+  bool all = true;
+  const std::string_view text = from_utf8(utf8, set, work, all);
+  if (all) return text;
+  whole = false;
+  VX_LOG_WARN(function, "(%04X,%04X) has characters that are not in its character set; ? stands for them",
+              tag_group(tag), tag_element(tag));
+  return text;
+}
+
+VX_STATUS FillTarget::finish() {
+  if (!utf8_untold || set.kind != TextSet::Kind::None) return VX_NORMAL_COMPLETION;
+  TagObj* attribute = find_tag(object, kSpecificCharacterSet);
+  VX_STATUS status = VX_NORMAL_COMPLETION;
+  if (attribute == nullptr) status = add_standard_attribute(object, kSpecificCharacterSet, &attribute);
+  if (status == VX_NORMAL_COMPLETION) status = set_text(object, *attribute, "ISO_IR 192", true, nullptr);
+  if (status != VX_NORMAL_COMPLETION) return status;
+  VX_LOG_INF(function, "(0008,0005) says ISO_IR 192 now, for text beyond ASCII under no character set");
+  return status;
+}
+
+bool is_stored(VX_STATUS status, int32_t vr) {
+  return status == VX_NORMAL_COMPLETION ||
+         (is_text_vr(vr) && (status == VX_INVALID_CHARS_IN_VALUE || status == VX_INVALID_VALUE_FOR_VR));
 }
 
 int32_t vr_of_document(std::string_view letters) {
@@ -90,10 +150,17 @@ VX_STATUS fill_null(FillTarget& target, TagObj& attribute, bool first) {
 
 VX_STATUS fill_text(FillTarget& target, TagObj& attribute, std::string_view utf8, bool first,
                     std::string& work) {
-  const std::string_view text = from_utf8(utf8, target.set, work);
+  bool whole = true;
+  const std::string_view text = target.encoded(attribute.Tag, utf8, work, whole);
   if (text.empty()) return fill_null(target, attribute, first);
+  if (!is_one_value_text(attribute.VR) && utf8.find('\\') != std::string_view::npos) {
+    whole = false;
+    VX_LOG_WARN(target.function, "(%04X,%04X) has a backslash in one value, which makes several of it",
+                tag_group(attribute.Tag), tag_element(attribute.Tag));
+  }
   CharsetCache* charsets = attribute.Tag > kSpecificCharacterSet ? &target.charsets : nullptr;
-  return set_text(target.object, attribute, text, first, charsets);
+  const VX_STATUS status = set_text(target.object, attribute, text, first, charsets);
+  return status == VX_NORMAL_COMPLETION && !whole ? VX_STATUS{VX_INVALID_CHARS_IN_VALUE} : status;
 }
 
 VX_STATUS fill_tag(FillTarget& target, TagObj& attribute, std::string_view digits, int base, bool first) {
@@ -105,6 +172,7 @@ VX_STATUS fill_tag(FillTarget& target, TagObj& attribute, std::string_view digit
 }
 
 VX_STATUS fill_real(FillTarget& target, TagObj& attribute, std::string_view text, bool first) {
+  if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
   float narrow = 0;
   double wide = 0;
   const bool single = attribute.VR == VX_VR_FL;
@@ -133,13 +201,21 @@ VX_STATUS fill_bytes(FillTarget& target, TagObj& attribute, std::string& bytes) 
   if (bytes.empty()) return set_null(target.object, attribute);
   if (bytes.size() % 2 != 0) bytes += '\0';
   if (bytes.size() >= kUndefinedLength) return VX_VALUE_TOO_LARGE;
+  const bool fragments =
+      attribute.Tag == kPixelData && target.holder != nullptr && are_fragments(bytes, bytes);
   const VX_STATUS status =
       value_from_buffer(target.object, attribute, bytes.data(), static_cast<uint32_t>(bytes.size()));
   if (status != VX_NORMAL_COMPLETION) {
     VX_LOG_ERR(target.function, "Failed to set value for attribute 0x%8.8X, error \"%s\"", attribute.Tag,
                status_text(status));
+  } else if (fragments) {
+    keep_fragments(target);
   }
   return status;
+}
+
+std::string_view creator_of_bytes(std::string_view bytes) {
+  return bytes.substr(0, bytes.find_last_not_of(std::string_view(" \0", 2)) + 1);
 }
 
 std::string_view unescape(std::string_view text, std::string& work) {

@@ -20,16 +20,28 @@ struct FillTarget {
   MsgObj& object;
   TextSet set;
   int depth;
-  const char* function;  // for the log
+  const char* function;          // for the log
+  FillTarget* holder = nullptr;  // of an item: what holds its sequence
   CharsetCache charsets{};
   std::vector<std::pair<uint32_t, std::string>> creators{};  // by group and block of the document
+  bool utf8_untold = false;  // it, or an item of it, has text beyond ASCII that no (0008,0005) speaks of
 
   void note_creator(uint32_t tag, std::string code);
   // The creator that the document, or else the object, gives the block of a private tag.
   std::string creator(uint32_t tag) const;
   // The attribute was filled: its value may be the character set of what follows.
   void filled(const TagObj& attribute);
+  // Text in the character set of the object. What that can not hold is `?`, logged, and `whole` false.
+  std::string_view encoded(uint32_t tag, std::string_view utf8, std::string& work, bool& whole);
+  // All is filled. Text that no (0008,0005) speaks of is UTF-8, which it says from now on.
+  VX_STATUS finish();
+
+ private:
+  void note_utf8();
 };
+
+// Values that break a rule of a text VR are stored all the same.
+bool is_stored(VX_STATUS status, int32_t vr);
 
 // A text as the whole of a number.
 template <typename T, typename... Base>
@@ -50,7 +62,8 @@ VX_STATUS append_wide_integer(std::string_view letters, std::string_view text, s
 // What the document says of its values holds.
 void take_vr(FillTarget& target, TagObj& attribute, int32_t vr);
 VX_STATUS fill_null(FillTarget& target, TagObj& attribute, bool first);
-// A text in UTF-8, which goes into the character set of the object.
+// A text in UTF-8, which goes into the character set of the object. VX_INVALID_CHARS_IN_VALUE, too, for what
+// the set can not hold, and for a backslash in what is one value of the document.
 VX_STATUS fill_text(FillTarget& target, TagObj& attribute, std::string_view utf8, bool first,
                     std::string& work);
 // A tag as digits, with a comma perhaps.
@@ -60,6 +73,8 @@ VX_STATUS fill_real(FillTarget& target, TagObj& attribute, std::string_view text
 // Bytes in little endian. What is outside the Base64 alphabet is passed over, and logged.
 std::string bytes_of_base64(const FillTarget& target, uint32_t tag, std::string_view base64);
 VX_STATUS fill_bytes(FillTarget& target, TagObj& attribute, std::string& bytes);
+// A creator's code in the bytes of a value of VR UN.
+std::string_view creator_of_bytes(std::string_view bytes);
 // The escapes that the toolkit's own forms write, undone.
 std::string_view unescape(std::string_view text, std::string& work);
 

@@ -47,7 +47,8 @@ class JsonReader {
   template <std::size_t N>
   void pick(std::size_t object, const char* const (&names)[N], std::size_t (&values)[N]);
   VX_STATUS member(FillTarget& target, const Member& member);
-  VX_STATUS creator(FillTarget& target, uint32_t tag, std::size_t values);
+  VX_STATUS value(FillTarget& target, TagObj& attribute, const std::size_t (&parts)[4], std::string_view vr);
+  VX_STATUS creator(FillTarget& target, uint32_t tag, const std::size_t (&parts)[4]);
   VX_STATUS find_private(FillTarget& target, uint32_t tag, int32_t vr, TagObj*& attribute);
   VX_STATUS find_standard(FillTarget& target, uint32_t tag, int32_t vr, TagObj*& attribute);
   VX_STATUS items(FillTarget& target, TagObj& attribute, std::size_t value);
@@ -69,6 +70,7 @@ class JsonReader {
   std::string string_;  // with its escapes undone
   std::string plain_;
   std::string bytes_;
+  std::size_t lost_ = 0;  // values and members that are not in the object now, or not as they were
 };
 
 template <std::size_t N>
@@ -76,12 +78,17 @@ void JsonReader::pick(std::size_t object, const char* const (&names)[N], std::si
   std::fill(std::begin(values), std::end(values), 0);
   for (auto place = text_.inside(object); text_.next(place);) {
     const std::string_view key = text_.string(place.key, string_);
+    bool known = false;
     for (std::size_t i = 0; i < N; ++i) {
       if (key != names[i]) continue;
+      known = true;
       if (values[i] != 0)
         VX_LOG_WARN(kFunction, "Member \"%s\" at byte %zu replaces an earlier one", names[i], place.key);
       values[i] = place.value;
     }
+    if (known) continue;
+    VX_LOG_WARN(kFunction, "Member \"%.64s\" at byte %zu is none of the form, and is passed over",
+                std::string(key).c_str(), place.key);
   }
 }
 
@@ -99,6 +106,7 @@ VX_STATUS JsonReader::members(FillTarget& target, std::size_t object) {
     VX_LOG_ERR(kFunction, "JsonToMessage failed to add attribute '%.64s': %s.", std::string(key).c_str(),
                status_text(VX_INVALID_TAG));
     result = VX_INVALID_TAG;
+    ++lost_;
   }
   const auto below = [](const Member& a, const Member& b) { return a.tag < b.tag; };
   if (!std::is_sorted(members.begin(), members.end(), below))
@@ -110,23 +118,39 @@ VX_STATUS JsonReader::members(FillTarget& target, std::size_t object) {
                   members[i + 1].value);
       continue;
     }
+    const std::size_t lost = lost_;
     const VX_STATUS status = member(target, one);
     if (status == VX_NORMAL_COMPLETION) continue;
+    result = status;
+    if (lost_ == lost) {
+      VX_LOG_INF(kFunction, "Attribute '0x%8.8X' is stored as it is: %s", one.tag, status_text(status));
+      continue;
+    }
     VX_LOG_ERR(kFunction, "JsonToMessage failed to add attribute '0x%8.8X': %s.", one.tag,
                status_text(status));
     VX_LOG_ERR(kFunction, "|   at byte %zu of the text", one.value);
-    result = status;
   }
-  return result;
+  const VX_STATUS finished = target.finish();
+  return finished != VX_NORMAL_COMPLETION ? finished : result;
 }
 
-VX_STATUS JsonReader::creator(FillTarget& target, uint32_t tag, std::size_t values) {
-  if (!is(values, JsonKind::Array)) return VX_REQUIRED_VALUE_MISSING;
-  auto place = text_.inside(values);
-  if (!text_.next(place) || !is(place.value, JsonKind::String)) return VX_REQUIRED_VALUE_MISSING;
-  std::string_view code = string(place.value);
-  if (!standard_) code = unescape(code, plain_);
-  code = from_utf8(code, target.set, bytes_);
+enum { kVr, kInlineBinary, kValue, kBulkDataUri };
+
+VX_STATUS JsonReader::creator(FillTarget& target, uint32_t tag, const std::size_t (&parts)[4]) {
+  std::string_view code;
+  std::string bytes;
+  if (parts[kValue] == 0 && is(parts[kInlineBinary], JsonKind::String)) {  // of VR UN
+    bytes = bytes_of_base64(target, tag, string(parts[kInlineBinary]));
+    code = creator_of_bytes(bytes);
+  } else if (is(parts[kValue], JsonKind::Array)) {
+    auto place = text_.inside(parts[kValue]);
+    if (text_.next(place)) code = string(place.value);
+    if (text_.next(place))
+      VX_LOG_WARN(kFunction, "Private creator 0x%8.8X has more than one value; the first is taken", tag);
+    if (!standard_) code = unescape(code, plain_);
+    bool whole = true;
+    code = target.encoded(tag, code, bytes_, whole);
+  }
   if (code.empty() || code.size() >= kMaxCreatorCode || code.find('\0') != std::string_view::npos)
     return VX_REQUIRED_VALUE_MISSING;
   std::string name(code);
@@ -178,7 +202,6 @@ VX_STATUS JsonReader::find_standard(FillTarget& target, uint32_t tag, int32_t vr
 }
 
 VX_STATUS JsonReader::member(FillTarget& target, const Member& member) {
-  enum { kVr, kInlineBinary, kValue, kBulkDataUri };
   static constexpr const char* kNames[] = {"vr", "InlineBinary", "Value", "BulkDataURI"};
   std::size_t parts[4] = {};
   char letters[2] = {};
@@ -192,42 +215,47 @@ VX_STATUS JsonReader::member(FillTarget& target, const Member& member) {
     VX_LOG_ERR(kFunction,
                "jsMessageCreateDcmAttribute failed to create DICOM attribute 0x%8.8X, error \"%s\"",
                member.tag, status_text(VX_INVALID_VR_IN_STREAM));
+    ++lost_;
     return VX_INVALID_VR_IN_STREAM;
   }
   // The length of a private group belongs to no block; every writer makes it anew.
   if (is_private(member.tag) && tag_element(member.tag) == 0) return VX_NORMAL_COMPLETION;
-  if (is_private_creator(member.tag)) return creator(target, member.tag, parts[kValue]);
   TagObj* attribute = nullptr;
-  VX_STATUS status = is_private(member.tag) ? find_private(target, member.tag, vr, attribute)
-                                            : find_standard(target, member.tag, vr, attribute);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  const bool is_creator = is_private_creator(member.tag);
+  VX_STATUS status = is_creator               ? creator(target, member.tag, parts)
+                     : is_private(member.tag) ? find_private(target, member.tag, vr, attribute)
+                                              : find_standard(target, member.tag, vr, attribute);
+  if (status != VX_NORMAL_COMPLETION) ++lost_;
+  if (status != VX_NORMAL_COMPLETION || is_creator) return status;
   take_vr(target, *attribute, vr);
-  if (vr == VX_VR_SQ) return items(target, *attribute, parts[kValue]);
+  status = value(target, *attribute, parts, vr_name);
+  if (vr != VX_VR_SQ && !is_stored(status, vr)) ++lost_;
+  target.filled(*attribute);
+  return status;
+}
+
+VX_STATUS JsonReader::value(FillTarget& target, TagObj& attribute, const std::size_t (&parts)[4],
+                            std::string_view vr_name) {
+  const int32_t vr = attribute.VR;
+  if (vr == VX_VR_SQ) return items(target, attribute, parts[kValue]);
   int part = kInlineBinary;
   while (part <= kBulkDataUri && parts[part] == 0) ++part;
   const std::size_t value = part <= kBulkDataUri ? parts[part] : 0;
-  if (value == 0 || is(value, JsonKind::Null)) {
-    status = set_null(target.object, *attribute);
-  } else if (part == kValue && is_wide_integer(vr_name)) {
-    status = wide_integers(target, *attribute, vr_name, value);
-  } else if (is_bulk_vr(vr)) {
+  if (value == 0 || is(value, JsonKind::Null)) return set_null(target.object, attribute);
+  if (part == kValue && is_wide_integer(vr_name)) return wide_integers(target, attribute, vr_name, value);
+  if (is_bulk_vr(vr)) {
     if (part != kInlineBinary || !is(value, JsonKind::String)) {
-      VX_LOG_ERR(kFunction, "Attribute value 0x%8.8X doesn't contain Base64 encoded string", member.tag);
+      VX_LOG_ERR(kFunction, "Attribute value 0x%8.8X doesn't contain Base64 encoded string", attribute.Tag);
       return VX_INCOMPATIBLE_VALUE;
     }
-    std::string bytes = bytes_of_base64(target, member.tag, string(value));
-    status = fill_bytes(target, *attribute, bytes);
-  } else if (part == kValue) {
-    status = values(target, *attribute, value);
-  } else if (!is(value, JsonKind::String) || is_text_vr(vr) != (part == kBulkDataUri)) {
-    return VX_INCOMPATIBLE_VALUE;
-  } else if (is_text_vr(vr)) {
-    status = text(target, *attribute, string(value), true);
-  } else {
-    status = binary_numbers(target, *attribute, string(value));
+    std::string bytes = bytes_of_base64(target, attribute.Tag, string(value));
+    return fill_bytes(target, attribute, bytes);
   }
-  target.filled(*attribute);
-  return status;
+  if (part == kValue) return values(target, attribute, value);
+  if (!is(value, JsonKind::String) || is_text_vr(vr) != (part == kBulkDataUri)) return VX_INCOMPATIBLE_VALUE;
+  if (!is_text_vr(vr)) return binary_numbers(target, attribute, string(value));
+  VX_LOG_WARN(kFunction, "The value of attribute 0x%8.8X lies elsewhere; its URI is stored", attribute.Tag);
+  return text(target, attribute, string(value), true);
 }
 
 VX_STATUS JsonReader::items(FillTarget& target, TagObj& attribute, std::size_t value) {
@@ -235,12 +263,16 @@ VX_STATUS JsonReader::items(FillTarget& target, TagObj& attribute, std::size_t v
   VX_STATUS result = VX_NORMAL_COMPLETION;
   if (is(value, JsonKind::Array)) {
     for (auto place = text_.inside(value); text_.next(place); first = false) {
-      if (target.depth >= kMaxNesting) return VX_INVALID_VALUE_FOR_VR;
+      if (target.depth >= kMaxNesting) {
+        ++lost_;
+        return VX_INVALID_VALUE_FOR_VR;
+      }
       MsgObj* item = nullptr;
       VX_STATUS status = open_object(Kind::Item, kNoName, item);
       if (status != VX_NORMAL_COMPLETION) {
         VX_LOG_ERR(kFunction, "Failed to create a new Item for attribute '0x%8.8X': %s.", attribute.Tag,
                    status_text(status));
+        ++lost_;
         return status;
       }
       const int32_t id = item->ID;
@@ -249,15 +281,22 @@ VX_STATUS JsonReader::items(FillTarget& target, TagObj& attribute, std::size_t v
         VX_LOG_ERR(kFunction, "Failed to add item '%d' to sequence attribute '0x%8.8X': %s.", id,
                    attribute.Tag, status_text(status));
         free_item(*item, true);
+        ++lost_;
         return status;
       }
-      FillTarget inner{*item, target.set, target.depth + 1, kFunction};
-      result = is(place.value, JsonKind::Object) ? members(inner, place.value) : VX_INCOMPATIBLE_VALUE;
-      if (result != VX_NORMAL_COMPLETION) {
+      FillTarget inner{*item, target.set, target.depth + 1, kFunction, &target};
+      const std::size_t lost = lost_;
+      const bool is_item = is(place.value, JsonKind::Object);
+      status = is_item ? members(inner, place.value) : VX_INCOMPATIBLE_VALUE;
+      if (!is_item) ++lost_;
+      if (status != VX_NORMAL_COMPLETION) result = status;
+      if (lost_ != lost) {
         VX_LOG_ERR(kFunction, "Failed to add item '%d' to sequence attribute '0x%8.8X': %s.", id,
-                   attribute.Tag, status_text(result));
+                   attribute.Tag, status_text(status));
       }
     }
+  } else if (value != 0 && !is(value, JsonKind::Null)) {
+    VX_LOG_WARN(kFunction, "Sequence 0x%8.8X has no array of items, and is left empty", attribute.Tag);
   }
   return first ? set_null(target.object, attribute) : result;
 }
@@ -279,6 +318,10 @@ VX_STATUS JsonReader::wide_integers(FillTarget& target, TagObj& attribute, std::
 VX_STATUS JsonReader::binary_numbers(FillTarget& target, TagObj& attribute, std::string_view base64) {
   const std::string bytes = bytes_of_base64(target, attribute.Tag, base64);
   const std::size_t width = vr_width(attribute.VR);
+  if (width == 0 || bytes.size() % width != 0) {
+    VX_LOG_WARN(kFunction, "Bytes that make no whole number are left out of attribute 0x%8.8X",
+                attribute.Tag);
+  }
   if (width == 0 || bytes.size() < width) return set_null(target.object, attribute);
   const auto length = static_cast<uint32_t>(std::min<std::size_t>(bytes.size() / width * width, 0xFFFFFFF0U));
   clear_value(target.object, attribute, false, false);
@@ -296,7 +339,10 @@ VX_STATUS JsonReader::binary_numbers(FillTarget& target, TagObj& attribute, std:
 }
 
 VX_STATUS JsonReader::text(FillTarget& target, TagObj& attribute, std::string_view text, bool first) {
-  if (text.find('\0') != std::string_view::npos) return VX_INVALID_CHARS_IN_VALUE;
+  if (text.find('\0') != std::string_view::npos) {
+    ++lost_;
+    return VX_INVALID_CHARS_IN_VALUE;
+  }
   if (!standard_) text = unescape(text, plain_);
   return fill_text(target, attribute, text, first, bytes_);
 }
@@ -310,7 +356,10 @@ VX_STATUS JsonReader::person(FillTarget& target, TagObj& attribute, std::size_t 
   for (std::size_t i = 0; i < 3; ++i) {
     if (!is(groups[i], JsonKind::String)) continue;
     for (; signs < i; ++signs) all += '=';
-    all += string(groups[i]);
+    const std::string_view group = string(groups[i]);
+    if (i < 2 && group.find('=') != std::string_view::npos)
+      VX_LOG_WARN(kFunction, "A group of a name of attribute 0x%8.8X makes more groups", attribute.Tag);
+    all += group;
   }
   return text(target, attribute, all, first);
 }
@@ -340,6 +389,12 @@ VX_STATUS JsonReader::number(FillTarget& target, TagObj& attribute, std::string_
       end = std::to_chars(text, text + sizeof text, real, std::chars_format::general, digits);
     }
     number = {text, static_cast<std::size_t>(end.ptr - text)};
+    double again = real;
+    std::from_chars(number.data(), number.data() + number.size(), again);
+    if (again != real) {
+      VX_LOG_WARN(kFunction, "A number of attribute 0x%8.8X is rounded to the 16 characters of a DS",
+                  attribute.Tag);
+    }
   }
   if (!is_text_vr(vr) && !fits(vr, number)) return VX_VALUE_OUT_OF_RANGE;
   CharsetCache* charsets = is_text_vr(vr) ? &target.charsets : nullptr;
@@ -380,11 +435,17 @@ VX_STATUS JsonReader::values(FillTarget& target, TagObj& attribute, std::size_t 
   for (auto place = text_.inside(values); text_.next(place);) {
     const JsonKind kind = text_.kind(place.value);
     const bool is_name = attribute.VR == VX_VR_PN;
-    // Values of other types are passed over.
-    if (!is_name && kind != JsonKind::Null && kind != JsonKind::String && kind != JsonKind::Number) continue;
+    if (!is_name && kind != JsonKind::Null && kind != JsonKind::String && kind != JsonKind::Number) {
+      VX_LOG_WARN(kFunction,
+                  "A value of attribute 0x%8.8X is of a type that it can not have, and is passed over",
+                  attribute.Tag);
+      continue;
+    }
     const VX_STATUS status = element(target, attribute, place.value, first);
     first = false;
-    if (status != VX_NORMAL_COMPLETION) result = status;
+    if (status == VX_NORMAL_COMPLETION) continue;
+    if (!is_stored(status, attribute.VR)) ++lost_;
+    result = status;
   }
   return first ? set_null(target.object, attribute) : result;
 }

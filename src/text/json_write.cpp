@@ -25,6 +25,11 @@ namespace {
 constexpr char kFunction[] = "VX_Message_To_Json";
 constexpr uint32_t kFirstDataSetTag = 0x00040000U;  // groups 0000 and 0002 are no part of the model
 
+// Below the data set, and no part of the groups that stand there.
+bool is_stray(uint32_t tag) {
+  return tag < kFirstDataSetTag && tag_group(tag) % 2 != 0 && tag_element(tag) != 0;
+}
+
 std::atomic<bool> indent_setting{false};
 
 // A text that is the JSON number which reads back as this very text.
@@ -40,7 +45,8 @@ bool is_own_number(std::string_view text, bool decimal) {
     }
   }
   double real = 0;
-  if (!decimal || text.find('.') == std::string_view::npos) return false;
+  // A reader cuts what is longer than a DS may be.
+  if (!decimal || text.size() > 16 || text.find('.') == std::string_view::npos) return false;
   read = std::from_chars(text.data(), text.data() + text.size(), real);
   if (read.ec != std::errc{} || read.ptr != text.data() + text.size() || !std::isfinite(real)) return false;
   end = std::to_chars(again, again + sizeof again, real);
@@ -49,13 +55,12 @@ bool is_own_number(std::string_view text, bool decimal) {
 
 class JsonWriter {
  public:
-  JsonWriter(TextOutput& output, int32_t options, bool indent, bool encapsulated)
+  JsonWriter(TextOutput& output, int32_t options, bool indent)
       : output_(output),
         out_(output.text()),
         options_(options),
         standard_((options & VX_JSON_STANDARD) != 0),
-        indent_(indent),
-        encapsulated_(encapsulated) {}
+        indent_(indent) {}
   VX_STATUS object(MsgObj& object, const TextSet& inherited);
 
  private:
@@ -105,17 +110,17 @@ class JsonWriter {
   const int32_t options_;
   const bool standard_;
   const bool indent_;
-  const bool encapsulated_;
   std::string work_;
   std::string name_;
   int level_ = 0;
   bool fresh_ = true;
+  bool whole_ = true;  // all bytes of the attribute are text in its set
 };
 
 void JsonWriter::string(std::string_view text, const TextSet& set) {
   static constexpr char kHex[] = "0123456789ABCDEF";
   out_ += '"';
-  for (const char c : to_utf8(text, set, false, work_)) {
+  for (const char c : to_utf8(text, set, false, work_, whole_)) {
     const auto byte = static_cast<uint8_t>(c);
     if (!standard_) {
       const char* escape = c == '<'    ? "&lt;"
@@ -165,9 +170,20 @@ VX_STATUS JsonWriter::object(MsgObj& object, const TextSet& inherited) {
   const TextSet set = text_set_of(object, inherited);
   open('{');
   for (TagObj* a = object.FirstTag; a != nullptr; a = a->Next) {
-    if (!admitted(*a)) continue;
+    if (!admitted(*a)) {
+      if (standard_ && is_stray(a->Tag)) {
+        VX_LOG_WARN(kFunction, "(%04X,%04X) is no part of a data set and is left out", tag_group(a->Tag),
+                    tag_element(a->Tag));
+      }
+      continue;
+    }
     VX_STATUS status = attribute(object, *a, set);
     set_cursor(*a, {});
+    if (!whole_) {
+      VX_LOG_WARN(kFunction, "(%04X,%04X) has bytes that are no text in its character set", tag_group(a->Tag),
+                  tag_element(a->Tag));
+    }
+    whole_ = true;
     if (status == VX_NORMAL_COMPLETION) status = output_.pause();
     if (status == VX_NORMAL_COMPLETION) continue;
     VX_LOG_ERR(
@@ -229,7 +245,7 @@ VX_STATUS JsonWriter::bulk(MsgObj& object, TagObj& attribute) {
   const int32_t wanted = pixels ? VX_JSON_INCLUDE_PIXEL_DATA : VX_JSON_INCLUDE_BULK;
   if ((options_ & wanted) == 0 && (pixels || attribute.VR != VX_VR_UN)) return VX_NORMAL_COMPLETION;
   // Encapsulated data has no inline form in the model (PS3.18 section F.2.7).
-  if (standard_ && pixels && encapsulated_) {
+  if (standard_ && is_in_fragments(object, attribute)) {
     VX_LOG_WARN(kFunction, "Encapsulated Pixel Data has no inline form in JSON and is left out");
     return VX_NORMAL_COMPLETION;
   }
@@ -255,7 +271,7 @@ VX_STATUS JsonWriter::bulk(MsgObj& object, TagObj& attribute) {
 // Up to three groups; a last one that is empty is kept, so that the text comes back as it was.
 void JsonWriter::person(std::string_view name, const TextSet& set) {
   static constexpr std::string_view kGroups[] = {"Alphabetic", "Ideographic", "Phonetic"};
-  name = to_utf8(name, set, true, name_);
+  name = to_utf8(name, set, true, name_, whole_);
   open('{');
   for (std::size_t i = 0; i < 3; ++i) {
     const std::size_t end = i < 2 ? name.find('=') : std::string_view::npos;
@@ -335,13 +351,6 @@ VX_STATUS JsonWriter::values(const TagObj& attribute, const TextSet& set) {
   return VX_NORMAL_COMPLETION;
 }
 
-bool is_encapsulated_syntax(MsgObj& object) {
-  VX_TRANSFER_SYNTAX syntax = 0;
-  Encoding encoding{};
-  return get_message_syntax(object, syntax) == VX_NORMAL_COMPLETION &&
-         syntax_encoding(syntax, encoding) == VX_NORMAL_COMPLETION && encoding.encapsulated;
-}
-
 }  // namespace
 
 VX_STATUS object_to_json(MsgObj& object, int32_t options, void* user, VX_STREAM_OUTPUT callback) {
@@ -354,8 +363,7 @@ VX_STATUS object_to_json(MsgObj& object, int32_t options, void* user, VX_STREAM_
     return VX_MESSAGE_EMPTY;
   }
   TextOutput output(object, user, callback, elsewhere);
-  JsonWriter json(output, options, indent_setting.load(std::memory_order_relaxed),
-                  is_encapsulated_syntax(object));
+  JsonWriter json(output, options, indent_setting.load(std::memory_order_relaxed));
   if (status == VX_NORMAL_COMPLETION) status = json.object(object, TextSet{});
   if (status == VX_NORMAL_COMPLETION) status = output.finish();
   if (status != VX_NORMAL_COMPLETION) {

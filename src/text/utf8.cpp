@@ -1,6 +1,7 @@
 #include "text/utf8.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "model/attributes.h"
 #include "model/convert.h"
@@ -11,12 +12,6 @@ namespace vx {
 namespace {
 
 constexpr uint32_t kSpecificCharacterSet = 0x00080005U;
-
-// Nothing but ASCII, and no escape sequences to another set.
-bool is_ascii(std::string_view text) {
-  return std::all_of(text.begin(), text.end(),
-                     [](char c) { return static_cast<uint8_t>(c) < 0x80 && c != 0x1B; });
-}
 
 // Bytes of the well-formed character at `at`, 0 if there is none (Unicode standard, table 3-7).
 std::size_t character_size(std::string_view text, std::size_t at) {
@@ -41,9 +36,20 @@ std::size_t character_size(std::string_view text, std::size_t at) {
 
 }  // namespace
 
+bool is_ascii(std::string_view text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<uint8_t>(c) < 0x80 && c != 0x1B; });
+}
+
 std::size_t valid_utf8(std::string_view text) {
   std::size_t at = 0;
   while (at < text.size()) {
+    // Eight bytes of ASCII at once: most of a document is.
+    for (uint64_t word = 0; at + sizeof word <= text.size(); at += sizeof word) {
+      std::memcpy(&word, text.data() + at, sizeof word);
+      if ((word & 0x8080808080808080U) != 0) break;
+    }
+    if (at == text.size()) break;
     const std::size_t size = character_size(text, at);
     if (size == 0) break;
     at += size;
@@ -69,14 +75,18 @@ TextSet text_set_of(MsgObj& object, const TextSet& inherited) {
   return set;
 }
 
-std::string_view to_utf8(std::string_view text, const TextSet& set, bool person_name, std::string& work) {
+std::string_view to_utf8(std::string_view text, const TextSet& set, bool person_name, std::string& work,
+                         bool& whole) {
   if (is_ascii(text)) return text;
   if (set.kind != TextSet::Kind::Others && valid_utf8(text) == text.size()) return text;
   work.clear();
   if (set.kind == TextSet::Kind::Others && set.sets.count > 0) {
-    if (decode_text(set.sets, text, person_name, work) != TextResult::NoIcu) return work;
+    const TextResult result = decode_text(set.sets, text, person_name, work);
+    if (result == TextResult::Lost) whole = false;
+    if (result != TextResult::NoIcu) return work;
     work.clear();
   }
+  if (set.kind != TextSet::Kind::Others) whole = false;
   for (const char c : text) {
     const auto byte = static_cast<uint8_t>(c);
     if (byte < 0x80) {
@@ -89,12 +99,13 @@ std::string_view to_utf8(std::string_view text, const TextSet& set, bool person_
   return work;
 }
 
-std::string_view from_utf8(std::string_view text, const TextSet& set, std::string& work) {
+std::string_view from_utf8(std::string_view text, const TextSet& set, std::string& work, bool& whole) {
   if (set.kind != TextSet::Kind::Others || is_ascii(text)) return text;
   work.clear();
   if (set.sets.count > 0) {
     const TextResult result = encode_text(set.sets, text, work);
-    if (result != TextResult::NoIcu) return result == TextResult::Whole ? std::string_view(work) : text;
+    if (result == TextResult::Lost) whole = false;
+    if (result != TextResult::NoIcu) return work;
     work.clear();
   }
   for (std::size_t at = 0; at < text.size();) {
@@ -105,9 +116,10 @@ std::string_view from_utf8(std::string_view text, const TextSet& set, std::strin
     } else if (size == 2 && lead <= 0xC3) {
       work += static_cast<char>(((lead & 3U) << 6) | (static_cast<uint8_t>(text[at + 1]) & 0x3FU));
     } else {
-      return text;
+      work += '?';
+      whole = false;
     }
-    at += size;
+    at += std::max<std::size_t>(size, 1);
   }
   return work;
 }

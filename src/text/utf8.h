@@ -20,10 +20,13 @@ struct TextSet {
 TextSet text_set_of(MsgObj& object, const TextSet& inherited);
 // Length of the longest start that is well-formed UTF-8 (no overlong forms, no surrogates).
 std::size_t valid_utf8(std::string_view text);
+// Nothing but ASCII, and no escape sequences to another set.
+bool is_ascii(std::string_view text);
 // `text` itself, or its UTF-8 form in `work`. Only after that is a person name cut at ^ and =, which may be
-// bytes of other characters before.
-std::string_view to_utf8(std::string_view text, const TextSet& set, bool person_name, std::string& work);
-// The reverse. A text that the set can not hold stays UTF-8.
-std::string_view from_utf8(std::string_view text, const TextSet& set, std::string& work);
+// bytes of other characters before. `whole` becomes false where the bytes are no text in the set.
+std::string_view to_utf8(std::string_view text, const TextSet& set, bool person_name, std::string& work,
+                         bool& whole);
+// The reverse. `whole` becomes false where the set can not hold all of it; ? stands for what it can not.
+std::string_view from_utf8(std::string_view text, const TextSet& set, std::string& work, bool& whole);
 
 }  // namespace vx

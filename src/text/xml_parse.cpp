@@ -15,6 +15,7 @@
 #include "frame/log.h"
 #include "text/fill.h"
 #include "text/text_blocks.h"
+#include "text/utf8.h"
 
 namespace vx {
 
@@ -274,72 +275,177 @@ constexpr OwnKey kOwnKeys[] = {{"tag", static_cast<int>(XmlField::Tag)},
                                {"encoding", static_cast<int>(XmlField::Encoding)},
                                {"pcode", static_cast<int>(XmlField::Creator)}};
 
-// The fields of an Attribute element: key="value" pairs.
-bool read_fields(std::string_view text, XmlTree& tree) {
-  static constexpr std::string_view kBlanks = " \t\r\n";
-  std::string work;
-  while (true) {
-    const std::size_t begin = text.find_first_not_of(kBlanks);
-    if (begin == std::string_view::npos) return true;
-    text.remove_prefix(begin);
-    const std::size_t equals = text.find('=');
-    if (equals == std::string_view::npos) return false;
-    std::string name(text.substr(0, equals));
-    while (!name.empty() && kBlanks.find(name.back()) != std::string_view::npos) name.pop_back();
-    std::transform(name.begin(), name.end(), name.begin(), small);
-    const OwnKey* key = find_row(kOwnKeys, name);
-    if (key == nullptr) return false;
-    text.remove_prefix(equals + 1);
-    const std::size_t quote = text.find_first_not_of(kBlanks);
-    if (quote == std::string_view::npos || (text[quote] != '"' && text[quote] != '\'')) return false;
-    const std::size_t close = text.find(text[quote], quote + 1);
-    if (close == std::string_view::npos) return false;
-    if (key->field >= 0) {
-      const std::string_view value = text.substr(quote + 1, close - quote - 1);
-      tree.field(static_cast<XmlField>(key->field), unescape(value, work));
+constexpr std::string_view kBlanks = " \t\r\n";
+
+bool is_blank(std::string_view text) {
+  return text.find_first_not_of(kBlanks) == std::string_view::npos;
+}
+
+std::string in_small(std::string_view text) {
+  std::string out(text);
+  std::transform(out.begin(), out.end(), out.begin(), small);
+  return out;
+}
+
+// The elements of the toolkit's own form, whose control characters no XML parser takes. Roots and sections
+// have only to be closed in their order; what counts are attributes and the items in them.
+class OwnScan {
+ public:
+  OwnScan(std::string_view text, XmlTree& tree) : all_(text), rest_(text), tree_(tree) {}
+
+  bool scan() {
+    if (rest_.starts_with("\xEF\xBB\xBF")) rest_.remove_prefix(3);
+    if (valid_utf8(rest_) != rest_.size()) return refuse("is no UTF-8");
+    while (true) {
+      const std::size_t mark = std::min(rest_.find('<'), rest_.size());
+      if (!add_text(rest_.substr(0, mark))) return false;
+      rest_.remove_prefix(mark);
+      if (rest_.empty()) break;
+      if (!markup()) return false;
     }
-    text.remove_prefix(close + 1);
+    if (!open_.empty()) return refuse("ends inside an element");
+    if (!root_seen_) return refuse("has no element");
+    return known_root_ || attributes_ > 0 || refuse("is another document");
   }
-}
+  // Why and where a text was refused.
+  const char* reason() const { return reason_; }
+  std::size_t line() const {
+    const std::string_view before = all_.substr(0, all_.size() - rest_.size());
+    return 1 + static_cast<std::size_t>(std::count(before.begin(), before.end(), '\n'));
+  }
 
-bool opens_attribute(std::string_view token) {
-  static constexpr std::string_view kAttribute = "attribute";
-  return token.size() >= kAttribute.size() && std::equal(kAttribute.begin(), kAttribute.end(), token.begin(),
-                                                         [](char a, char b) { return a == small(b); });
-}
+ private:
+  enum class Kind { Other, Attribute, Item };
+  struct Open {
+    std::string_view name;
+    Kind kind;
+    bool has_items;
+  };
 
-// Sections and roots need no matching: only attributes and the items in them count.
-bool scan_own(std::string_view text, XmlTree& tree) {
-  while (true) {
-    const std::size_t open = text.find('<');
-    if (open == std::string_view::npos) return tree.depth() == 0;
-    tree.text(text.substr(0, open));
-    text.remove_prefix(open + 1);
-    const std::size_t close = text.find('>');
-    if (close == std::string_view::npos) return false;
-    std::string_view token = text.substr(0, close);
-    text.remove_prefix(close + 1);
-    const bool empty = token.ends_with('/');
-    if (empty) token.remove_suffix(1);
-    const bool inside = tree.depth() > 0;
-    if (token.starts_with("!")) {
-      if (token.starts_with("!DOCTYPE")) return false;
-    } else if (token == "/Attribute" || token == "/Item") {
-      if (!inside || tree.current() != (token == "/Item" ? XmlName::Item : XmlName::Attribute)) return false;
-      tree.close();
-    } else if (opens_attribute(token)) {
-      if ((inside && tree.current() != XmlName::Item) || !tree.open(XmlName::Attribute)) return false;
-      if (!read_fields(token.substr(std::string_view("attribute").size()), tree)) {
-        VX_LOG_ERR(kOwn, "Invalid format of the XML attribute description.");
-        return false;
+  bool refuse(const char* reason) {
+    if (reason_ == nullptr) reason_ = reason;
+    return false;
+  }
+  bool inside(Kind kind) const { return !open_.empty() && open_.back().kind == kind; }
+
+  bool add_text(std::string_view text) {
+    if (inside(Kind::Attribute) && !open_.back().has_items) {
+      tree_.text(text);
+      return true;
+    }
+    return is_blank(text) || refuse("has text that belongs to no attribute");
+  }
+
+  // What lies between two marks, taken with them.
+  bool take_until(std::string_view end, std::size_t begin, std::string_view& content) {
+    const std::size_t at = rest_.find(end, begin);
+    if (at == std::string_view::npos) return refuse("ends inside markup");
+    content = rest_.substr(begin, at - begin);
+    rest_.remove_prefix(at + end.size());
+    return true;
+  }
+
+  bool markup() {
+    std::string_view content;
+    if (rest_.starts_with("<!--")) return take_until("-->", 4, content);
+    if (rest_.starts_with("<?")) return take_until("?>", 2, content);
+    if (rest_.starts_with("<![CDATA[")) {
+      if (!take_until("]]>", 9, content)) return false;
+      std::string text;
+      for (const char c : content) c == '&' ? text += "&amp;" : text += c;
+      return add_text(text);
+    }
+    if (rest_.starts_with("<!")) return refuse("has a document type declaration");
+    if (rest_.starts_with("</")) return take_until(">", 2, content) && end_element(content);
+    // A > in quotes is one of the value.
+    std::size_t end = 1;
+    for (char quote = '\0'; end < rest_.size() && (quote != '\0' || rest_[end] != '>'); ++end) {
+      if (quote != '\0' ? rest_[end] == quote : rest_[end] == '"' || rest_[end] == '\'')
+        quote = quote == '\0' ? rest_[end] : '\0';
+    }
+    if (end >= rest_.size()) return refuse("ends inside markup");
+    const std::string_view token = rest_.substr(1, end - 1);
+    if (!start_element(token)) return false;
+    rest_.remove_prefix(end + 1);
+    return !token.ends_with('/') || close();
+  }
+
+  bool end_element(std::string_view name) {
+    name = name.substr(0, name.find_last_not_of(kBlanks) + 1);
+    const bool fits =
+        !open_.empty() && (open_.back().name == name || (open_.back().kind == Kind::Attribute &&
+                                                         in_small(name) == in_small(open_.back().name)));
+    return fits ? close() : refuse("has a wrong end tag");
+  }
+
+  bool close() {
+    if (open_.back().kind != Kind::Other) tree_.close();
+    open_.pop_back();
+    return true;
+  }
+
+  bool start_element(std::string_view token) {
+    static constexpr std::string_view kRoots[] = {"DcmMessage", "DcmFile", "DICOMDIR", "DcmItem"};
+    if (token.ends_with('/')) token.remove_suffix(1);
+    const std::string_view name = token.substr(0, token.find_first_of(kBlanks));
+    if (name.empty() || (std::isalpha(static_cast<unsigned char>(name[0])) == 0 && name[0] != '_'))
+      return refuse("has a < that opens no element");
+    if (open_.empty()) {
+      if (root_seen_) return refuse("has more than one root");
+      if (name == "NativeDicomModel") return refuse("is in the native form");
+      root_seen_ = true;
+      known_root_ = std::find(std::begin(kRoots), std::end(kRoots), name) != std::end(kRoots);
+    }
+    const Kind kind = in_small(name) == "attribute" ? Kind::Attribute
+                      : name == "Item"              ? Kind::Item
+                                                    : Kind::Other;
+    if (inside(Kind::Attribute) != (kind == Kind::Item) || (inside(Kind::Item) && kind != Kind::Attribute))
+      return refuse("has an element where it does not belong");
+    if (kind == Kind::Item) open_.back().has_items = true;
+    const bool room =
+        open_.size() < kMaxElements &&
+        (kind == Kind::Other || tree_.open(kind == Kind::Item ? XmlName::Item : XmlName::Attribute));
+    if (!room) return refuse("has too many levels");
+    attributes_ += kind == Kind::Attribute ? 1 : 0;
+    open_.push_back({name, kind, false});
+    return fields(token.substr(name.size()), kind == Kind::Attribute);
+  }
+
+  // key="value" pairs; those of an Attribute are of the form.
+  bool fields(std::string_view text, bool of_attribute) {
+    while (!is_blank(text)) {
+      const std::size_t equals = text.find('=');
+      std::string name = in_small(text.substr(0, equals));
+      name.erase(0, name.find_first_not_of(kBlanks));
+      name.erase(name.find_last_not_of(kBlanks) + 1);
+      const OwnKey* key = of_attribute ? find_row(kOwnKeys, name) : nullptr;
+      text.remove_prefix(std::min(equals, text.size()));
+      const std::size_t quote = text.find_first_not_of(kBlanks, 1);
+      const bool quoted = quote < text.size() && (text[quote] == '"' || text[quote] == '\'');
+      const std::size_t end = quoted ? text.find(text[quote], quote + 1) : std::string_view::npos;
+      if (name.empty() || (of_attribute && key == nullptr) || end == std::string_view::npos) {
+        if (of_attribute) VX_LOG_ERR(kOwn, "Invalid format of the XML attribute description.");
+        return refuse("has an element that is none");
       }
-      if (empty) tree.close();
-    } else if (token == "Item") {
-      if (!inside || tree.current() != XmlName::Attribute || !tree.open(XmlName::Item)) return false;
-      if (empty) tree.close();
+      if (key != nullptr && key->field >= 0) {
+        tree_.field(static_cast<XmlField>(key->field),
+                    unescape(text.substr(quote + 1, end - quote - 1), work_));
+      }
+      text.remove_prefix(end + 1);
     }
+    return true;
   }
-}
+
+  const std::string_view all_;
+  std::string_view rest_;
+  XmlTree& tree_;
+  std::vector<Open> open_;
+  std::string work_;
+  const char* reason_ = nullptr;
+  std::size_t attributes_ = 0;
+  bool root_seen_ = false;
+  bool known_root_ = false;
+};
 
 }  // namespace
 
@@ -351,7 +457,10 @@ VX_STATUS parse_own(MsgObj& object, void* user, VX_TEXT_INPUT callback, XmlTree&
     return true;
   });
   if (status != VX_NORMAL_COMPLETION) return status;
-  return scan_own(gathered.text(), tree) ? VX_STATUS{VX_NORMAL_COMPLETION} : VX_STATUS{VX_SYSTEM_ERROR};
+  OwnScan scan(gathered.text(), tree);
+  if (scan.scan()) return VX_NORMAL_COMPLETION;
+  VX_LOG_ERR(kOwn, "|   line %zu: the text %s", scan.line(), scan.reason());
+  return VX_SYSTEM_ERROR;
 }
 
 }  // namespace vx

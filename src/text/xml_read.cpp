@@ -19,11 +19,23 @@ namespace vx {
 
 namespace {
 
-// Values that a document may leave out before one that it numbers.
+// Values that the numbers of a document may leave out; they are null.
 constexpr std::size_t kMaxGap = 1024;
+
+std::size_t children(XmlNode node) {
+  std::size_t count = 0;
+  for (XmlNode child = node.child(); !child.none(); child = child.next()) ++count;
+  return count;
+}
 
 bool is_blank(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isspace(c) != 0; });
+}
+
+std::string without_blanks(std::string_view text) {
+  std::string plain(text);
+  std::erase_if(plain, [](unsigned char c) { return std::isspace(c) != 0; });
+  return plain;
 }
 
 class XmlReader {
@@ -38,32 +50,35 @@ class XmlReader {
   }
   bool own() const { return form_ == XmlForm::Own; }
   VX_STATUS attribute(FillTarget& target, XmlNode node);
-  VX_STATUS creator(FillTarget& target, XmlNode node, uint32_t tag);
+  bool is_without_block(XmlNode node, uint32_t tag) const;
+  VX_STATUS creator(FillTarget& target, XmlNode node, uint32_t tag, bool& taken);
   TagObj* find(FillTarget& target, XmlNode node, uint32_t tag, int32_t vr);
   VX_STATUS items(FillTarget& target, TagObj& attribute, XmlNode node);
+  void sort_values(TagObj& attribute, XmlNode node);
+  VX_STATUS native_value(FillTarget& target, TagObj& attribute, XmlNode node, bool first);
   VX_STATUS native_values(FillTarget& target, TagObj& attribute, XmlNode node, std::string_view letters);
   VX_STATUS own_values(FillTarget& target, TagObj& attribute, XmlNode node);
   VX_STATUS value(FillTarget& target, TagObj& attribute, std::string_view utf8, bool first);
   VX_STATUS bulk(FillTarget& target, TagObj& attribute, std::string_view text, bool base64);
 
+  struct Numbered {
+    std::size_t number;
+    XmlNode node;
+  };
   const XmlForm form_;
   std::string work_;
+  std::vector<Numbered> numbered_;  // of one attribute
 };
-
-// Values that break a rule of their VR are stored all the same.
-bool is_stored(VX_STATUS status) {
-  return status == VX_NORMAL_COMPLETION || status == VX_INVALID_CHARS_IN_VALUE ||
-         status == VX_INVALID_VALUE_FOR_VR;
-}
 
 VX_STATUS XmlReader::attributes(FillTarget& target, XmlNode holder) {
   for (XmlNode node = holder.child(); !node.none(); node = node.next()) {
     const VX_STATUS status = attribute(target, node);
     if (status == VX_NORMAL_COMPLETION) continue;
     if (!own()) VX_LOG_ERR(function(), "XMLNativeToMessage failed to create DICOM attribute");
-    return status;
+    const VX_STATUS finished = target.finish();
+    return finished != VX_NORMAL_COMPLETION ? finished : status;
   }
-  return VX_NORMAL_COMPLETION;
+  return target.finish();
 }
 
 // A failure ends the walk; an attribute that is passed over is none.
@@ -76,7 +91,11 @@ VX_STATUS XmlReader::attribute(FillTarget& target, XmlNode node) {
   }
   const std::string_view letters = node.field(XmlField::Vr);
   const int32_t vr = vr_of_document(letters);
-  if (is_private_creator(tag)) return creator(target, node, tag);
+  if (is_private_creator(tag) && !is_without_block(node, tag)) {
+    bool taken = true;
+    const VX_STATUS status = creator(target, node, tag, taken);
+    if (status != VX_NORMAL_COMPLETION || taken) return status;
+  }
   TagObj* attribute = find(target, node, tag, vr);
   if (attribute == nullptr) return VX_NORMAL_COMPLETION;
   take_vr(target, *attribute, vr);
@@ -88,23 +107,41 @@ VX_STATUS XmlReader::attribute(FillTarget& target, XmlNode node) {
   } else {
     status = native_values(target, *attribute, node, letters);
   }
-  if (!is_stored(status)) {
+  if (!is_stored(status, attribute->VR)) {
     VX_LOG_ERR(function(), "Failed to write attribute '0x%8.8X' value from XML to DICOM format", tag);
   }
   target.filled(*attribute);
   return VX_NORMAL_COMPLETION;
 }
 
-VX_STATUS XmlReader::creator(FillTarget& target, XmlNode node, uint32_t tag) {
+// The native form names an element of a private block without its block, as (gggg,00ee), and its creator
+// beside it (PS3.19 table A.1.5-2). A creator's own element has its code for value.
+bool XmlReader::is_without_block(XmlNode node, uint32_t tag) const {
+  if (own() || !is_private(tag) || tag_element(tag) > 0xFF) return false;
+  const std::string_view code = node.field(XmlField::Creator);
+  if (code.empty()) return false;
+  if (!is_private_creator(tag)) return true;
+  const XmlNode value = node.child(XmlName::Value);
+  return node.field(XmlField::Vr) != "LO" || (!value.none() && value.text() != code);
+}
+
+// `taken` becomes false if the element names no creator.
+VX_STATUS XmlReader::creator(FillTarget& target, XmlNode node, uint32_t tag, bool& taken) {
+  // As it lies in the file.
+  taken = !own() || !is_bulk_vr(vr_of_document(node.field(XmlField::Vr)));
+  if (!taken) return VX_NORMAL_COMPLETION;
   std::string name(node.field(XmlField::Creator));
-  if (name.empty()) {
-    const XmlNode value = own() ? node : node.child(XmlName::Value);
-    if (!value.none()) name = own() ? unescape(value.text(), work_) : value.text();
-  }
   std::string work;
-  name = std::string(from_utf8(name, target.set, work));
+  bool whole = true;
+  if (name.empty() && own()) name = unescape(node.text(), work_);
+  if (name.empty() && !own()) name = node.child(XmlName::Value).text();
+  name = std::string(target.encoded(tag, name, work, whole));
+  if (const XmlNode binary = node.child(XmlName::InlineBinary); name.empty() && !binary.none())
+    name = creator_of_bytes(bytes_of_base64(target, tag, without_blanks(binary.text())));
+  taken = !name.empty();
+  if (!taken) return VX_NORMAL_COMPLETION;
   VX_STATUS status = VX_REQUIRED_VALUE_MISSING;
-  if (!name.empty() && name.size() < kMaxCreatorCode)
+  if (name.size() < kMaxCreatorCode)
     status = add_private_block(target.object, name, tag_group(tag), nullptr, tag, function());
   if (status != VX_NORMAL_COMPLETION) {
     VX_LOG_ERR(function(), "Unable to add private creator (%.4X,%.4x) %s, error \"%s\" (ignoring)",
@@ -119,17 +156,20 @@ VX_STATUS XmlReader::creator(FillTarget& target, XmlNode node, uint32_t tag) {
 // elsewhere in the object.
 TagObj* XmlReader::find(FillTarget& target, XmlNode node, uint32_t tag, int32_t vr) {
   VX_STATUS status = VX_NORMAL_COMPLETION;
-  if (is_private(tag) && tag_element(tag) >= 0x1000) {
+  const bool without_block = is_without_block(node, tag);
+  if (without_block || (is_private(tag) && tag_element(tag) >= 0x1000)) {
     std::string work;
-    std::string code(from_utf8(node.field(XmlField::Creator), target.set, work));
+    bool whole = true;
+    std::string code(target.encoded(tag, node.field(XmlField::Creator), work, whole));
     if (code.empty()) code = target.creator(tag);
     if (!code.empty()) {
       const auto element = static_cast<uint8_t>(tag & 0xFFU);
       // A document may name a creator without the element that reserves its block.
-      status = code.size() < kMaxCreatorCode
-                   ? add_private_block(target.object, code, tag_group(tag), nullptr,
-                                       (tag & 0xFFFF0000U) | ((tag >> 8) & 0xFFU), function())
-                   : VX_STATUS{VX_VALUE_TOO_LARGE};
+      status =
+          code.size() < kMaxCreatorCode
+              ? add_private_block(target.object, code, tag_group(tag), nullptr,
+                                  without_block ? 0 : (tag & 0xFFFF0000U) | ((tag >> 8) & 0xFFU), function())
+              : VX_STATUS{VX_VALUE_TOO_LARGE};
       if (status == VX_NORMAL_COMPLETION)
         status = add_private_attribute(target.object, code, tag_group(tag), element, vr);
       uint32_t place = 0;
@@ -140,6 +180,10 @@ TagObj* XmlReader::find(FillTarget& target, XmlNode node, uint32_t tag, int32_t 
                  tag_group(tag), tag_element(tag), code.c_str(), status_text(status));
       return nullptr;
     }
+  }
+  if (!own() && is_private(tag) && !is_private_creator(tag)) {
+    VX_LOG_WARN(function(), "Private attribute (%04X,%04X) comes without its creator", tag_group(tag),
+                tag_element(tag));
   }
   TagObj* attribute = find_tag(target.object, tag);
   if (attribute != nullptr) return attribute;
@@ -176,7 +220,7 @@ VX_STATUS XmlReader::items(FillTarget& target, TagObj& attribute, XmlNode node) 
       return status;
     }
     first = false;
-    FillTarget inner{*item, target.set, target.depth + 1, function()};
+    FillTarget inner{*item, target.set, target.depth + 1, function(), &target};
     attributes(inner, child);
   }
   return VX_NORMAL_COMPLETION;
@@ -203,9 +247,7 @@ bool decode_hex(std::string_view text, std::string& bytes) {
 VX_STATUS XmlReader::bulk(FillTarget& target, TagObj& attribute, std::string_view text, bool base64) {
   std::string bytes;
   if (base64) {
-    std::string plain(text);
-    std::erase_if(plain, [](unsigned char c) { return std::isspace(c) != 0; });
-    bytes = bytes_of_base64(target, attribute.Tag, plain);
+    bytes = bytes_of_base64(target, attribute.Tag, without_blanks(text));
   } else if (!decode_hex(text, bytes)) {
     return VX_INCOMPATIBLE_VALUE;
   }
@@ -220,62 +262,118 @@ VX_STATUS XmlReader::value(FillTarget& target, TagObj& attribute, std::string_vi
   return set_text(target.object, attribute, utf8, first, nullptr);
 }
 
-// The texts of elements joined by a separator. Gaps are filled; what does not follow is not made.
+// The texts of elements joined by a separator. Gaps are filled; what does not follow is not made. `whole`
+// becomes false if there is more than these elements, or a separator in another than the last.
 template <typename Text>
-std::string join(XmlNode node, std::initializer_list<XmlName> names, char separator, Text text) {
+std::string join(XmlNode node, std::initializer_list<XmlName> names, char separator, bool& whole, Text text) {
   std::string all;
   std::size_t at = 0;
   std::size_t done = 0;
+  std::size_t found = 0;
   for (const XmlName name : names) {
     if (const XmlNode part = node.child(name); !part.none()) {
       all.append(at - done, separator);
       done = at;
-      all += text(part);
+      const std::string content(text(part));
+      if (at + 1 < names.size() && content.find(separator) != std::string::npos) whole = false;
+      all += content;
+      ++found;
     }
     ++at;
   }
+  if (found != children(node)) whole = false;
   return all;
 }
 
-std::string person_name(XmlNode node) {
-  return join(node, {XmlName::Alphabetic, XmlName::Ideographic, XmlName::Phonetic}, '=', [](XmlNode group) {
-    return join(group,
-                {XmlName::FamilyName, XmlName::GivenName, XmlName::MiddleName, XmlName::NamePrefix,
-                 XmlName::NameSuffix},
-                '^', [](XmlNode part) { return part.text(); });
-  });
+// A name by its parts; one that comes in one piece is taken as it is.
+std::string person_name(XmlNode node, bool& whole) {
+  if (node.child().none()) return is_blank(node.text()) ? std::string() : std::string(node.text());
+  return join(node, {XmlName::Alphabetic, XmlName::Ideographic, XmlName::Phonetic}, '=', whole,
+              [&whole](XmlNode group) {
+                if (group.child().none()) return is_blank(group.text()) ? "" : std::string(group.text());
+                return join(group,
+                            {XmlName::FamilyName, XmlName::GivenName, XmlName::MiddleName,
+                             XmlName::NamePrefix, XmlName::NameSuffix},
+                            '^', whole, [](XmlNode part) { return part.text(); });
+              });
 }
 
-VX_STATUS XmlReader::native_values(FillTarget& target, TagObj& attribute, XmlNode node,
-                                   std::string_view letters) {
-  VX_STATUS result = VX_NORMAL_COMPLETION;
-  std::size_t count = 0;
-  if (is_wide_integer(letters)) {
-    std::string bytes;
-    for (XmlNode child = node.child(); !child.none(); child = child.next()) {
-      if (child.name() != XmlName::Value) continue;
-      const VX_STATUS status = append_wide_integer(letters, child.text(), bytes);
-      if (status != VX_NORMAL_COMPLETION) return status;
-    }
-    if (!bytes.empty()) return fill_bytes(target, attribute, bytes);
-  }
+// The values in the order of their numbers; one without stands behind the one before it.
+void XmlReader::sort_values(TagObj& attribute, XmlNode node) {
+  numbered_.clear();
+  bool sorted = true;
+  std::size_t last = 0;
+  std::size_t limit = 0;  // of numbers, counted when one is left out
   for (XmlNode child = node.child(); !child.none(); child = child.next()) {
     const XmlName kind = child.name();
     if (kind == XmlName::BulkData) {
       VX_LOG_WARN(function(), "The value of attribute 0x%8.8X lies elsewhere and is left out", attribute.Tag);
       continue;
     }
-    if (kind != XmlName::InlineBinary && kind != XmlName::Value && kind != XmlName::PersonName) continue;
-    if (is_bulk_vr(attribute.VR)) return bulk(target, attribute, child.text(), kind == XmlName::InlineBinary);
-    std::size_t number = 0;
-    if (read_number(child.field(XmlField::Number), number) && number > count + 1 &&
-        number <= count + kMaxGap) {
-      for (; count + 1 < number; ++count) fill_null(target, attribute, count == 0);
+    if (kind != XmlName::InlineBinary && kind != XmlName::Value && kind != XmlName::PersonName) {
+      VX_LOG_WARN(function(), "An element of attribute 0x%8.8X is none of the form, and is passed over",
+                  attribute.Tag);
+      continue;
     }
-    const std::string name = attribute.VR == VX_VR_PN ? person_name(child) : std::string();
-    const VX_STATUS status = value(
-        target, attribute, attribute.VR == VX_VR_PN ? std::string_view(name) : child.text(), count == 0);
-    if (is_stored(status)) {
+    std::size_t number = last + 1;
+    const std::string_view digits = child.field(XmlField::Number);
+    const bool bad = !digits.empty() && !read_number(digits, number);
+    if (number > last + 1 && limit == 0) limit = children(node) + kMaxGap;
+    if (bad || number == 0 || (number > last + 1 && number > limit)) {
+      VX_LOG_WARN(function(), "A value of attribute 0x%8.8X has the number \"%.20s\"", attribute.Tag,
+                  std::string(digits).c_str());
+      number = last + 1;
+    }
+    sorted = sorted && number > last;
+    last = number;
+    numbered_.push_back({number, child});
+  }
+  if (sorted) return;
+  std::stable_sort(numbered_.begin(), numbered_.end(),
+                   [](const Numbered& a, const Numbered& b) { return a.number < b.number; });
+  const auto twice = [](const Numbered& a, const Numbered& b) { return a.number == b.number; };
+  if (std::adjacent_find(numbered_.begin(), numbered_.end(), twice) != numbered_.end())
+    VX_LOG_WARN(function(), "Two values of attribute 0x%8.8X have one number", attribute.Tag);
+}
+
+VX_STATUS XmlReader::native_value(FillTarget& target, TagObj& attribute, XmlNode node, bool first) {
+  const bool is_name = attribute.VR == VX_VR_PN;
+  if (node.name() == XmlName::InlineBinary || (node.name() == XmlName::PersonName && !is_name))
+    return VX_INCOMPATIBLE_VALUE;
+  if (!is_name) return value(target, attribute, node.text(), first);
+  bool whole = true;
+  const std::string name = person_name(node, whole);
+  if (!whole) {
+    VX_LOG_WARN(function(), "A name of attribute 0x%8.8X has parts that are none, or divide it anew",
+                attribute.Tag);
+  }
+  return value(target, attribute, name, first);
+}
+
+VX_STATUS XmlReader::native_values(FillTarget& target, TagObj& attribute, XmlNode node,
+                                   std::string_view letters) {
+  sort_values(attribute, node);
+  const bool wide = is_wide_integer(letters);
+  if (wide && !numbered_.empty() && numbered_.front().node.name() == XmlName::Value) {
+    std::string bytes;
+    for (const Numbered& one : numbered_) {
+      const VX_STATUS status = append_wide_integer(letters, one.node.text(), bytes);
+      if (status != VX_NORMAL_COMPLETION) return status;
+    }
+    return fill_bytes(target, attribute, bytes);
+  }
+  if (is_bulk_vr(attribute.VR) && !numbered_.empty()) {
+    if (numbered_.size() > 1)
+      VX_LOG_WARN(function(), "Attribute 0x%8.8X has more than one value; the first is taken", attribute.Tag);
+    const XmlNode first = numbered_.front().node;
+    return bulk(target, attribute, first.text(), first.name() == XmlName::InlineBinary);
+  }
+  VX_STATUS result = VX_NORMAL_COMPLETION;
+  std::size_t count = 0;
+  for (const Numbered& one : numbered_) {
+    for (; count + 1 < one.number; ++count) fill_null(target, attribute, count == 0);
+    const VX_STATUS status = native_value(target, attribute, one.node, count == 0);
+    if (is_stored(status, attribute.VR)) {
       ++count;
     } else {
       result = status;
@@ -298,7 +396,7 @@ VX_STATUS XmlReader::own_values(FillTarget& target, TagObj& attribute, XmlNode n
   for (bool first = true;;) {
     const std::size_t end = rest.find('\\');
     const VX_STATUS status = value(target, attribute, rest.substr(0, end), first);
-    if (is_stored(status)) {
+    if (is_stored(status, attribute.VR)) {
       first = false;
     } else {
       result = status;

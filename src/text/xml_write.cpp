@@ -27,6 +27,7 @@ constexpr uint32_t kSopClassUid = 0x00080016U;
 constexpr uint32_t kFirstDataSetTag = 0x00080000U;
 constexpr uint32_t kFirstDirectoryTag = 0x00040000U;
 constexpr std::size_t kOwnNameLimit = 64;
+constexpr char kNames[] = "VXI_GetAttributeName";  // what it tells keeps nothing from being written
 constexpr std::string_view kModel = "http://dicom.nema.org/PS3.19/models/NativeDICOM";
 
 std::string_view number_text(const TagObj& attribute, int32_t number, XmlForm form, NumberText& text) {
@@ -95,6 +96,7 @@ class XmlWriter {
   char name_[kMaxName + 64] = "";
   int level_ = 0;
   bool replaced_ = false;  // a character that XML can not hold was met
+  bool whole_ = true;      // all bytes of the attribute are text in its set
 };
 
 void XmlWriter::escape(std::string_view utf8) {
@@ -132,11 +134,11 @@ std::string_view XmlWriter::name_of(const TagObj& attribute, std::string_view cr
   if (is_private(tag)) {
     if (is_private_creator(tag)) {
       if (!creator.empty()) return "Private Creator Code";
-      VX_LOG_ERR(function(), "Invalid Private Creator Code, error \"%s\"", status_text(VX_NOT_FOUND));
+      VX_LOG_ERR(kNames, "Invalid Private Creator Code, error \"%s\"", status_text(VX_NOT_FOUND));
       return "Undefined";
     }
     if (creator.empty()) {
-      VX_LOG_ERR(function(), "No valid private creator code exists for private attribute, error \"%s\"",
+      VX_LOG_ERR(kNames, "No valid private creator code exists for private attribute, error \"%s\"",
                  status_text(VX_NOT_FOUND));
       return "ILLEGAL Private Attribute - No Creator Code";
     }
@@ -156,6 +158,11 @@ VX_STATUS XmlWriter::attributes(const Scope& scope) {
     if (has(VX_XML_EXCLUDE_PRIVATE) && is_private(a->Tag)) continue;
     VX_STATUS status = attribute(scope, *a);
     set_cursor(*a, {});
+    if (!whole_) {
+      VX_LOG_WARN(function(), "(%04X,%04X) has bytes that are no text in its character set",
+                  tag_group(a->Tag), tag_element(a->Tag));
+    }
+    whole_ = true;
     if (status == VX_NORMAL_COMPLETION) status = output_.pause();
     if (status == VX_NORMAL_COMPLETION) continue;
     VX_LOG_ERR(function(), "%s failed to write DICOM attribute for attribute %4.4X%4.4X to XML",
@@ -212,7 +219,8 @@ VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
   field(own ? "Tag" : "tag", tag_text(attribute.Tag, tag));
   field(own ? "VR" : "vr", {vr_letters(attribute.VR), 2});
   field(own ? "Name" : "keyword", name_of(attribute, creator));
-  if (!creator.empty()) field(own ? "PCode" : "privateCreator", to_utf8(creator, scope.set, false, work_));
+  if (!creator.empty())
+    field(own ? "PCode" : "privateCreator", to_utf8(creator, scope.set, false, work_, whole_));
   if (!own) {
     out_ += '>';
     const std::size_t start = output_.size();
@@ -342,7 +350,7 @@ VX_STATUS XmlWriter::values(const Scope& scope, const TagObj& attribute) {
       } else if (status != VX_NORMAL_COMPLETION) {
         return status;
       }
-      text = to_utf8(text, scope.set, person_name, work_);
+      text = to_utf8(text, scope.set, person_name, work_, whole_);
     }
     if (form_ == XmlForm::Own) {
       if (n > 1) out_ += '\\';
@@ -432,7 +440,7 @@ VX_STATUS XmlWriter::section(const Scope& scope, const char* name, bool data_set
   }
   if (data_set) {
     const std::string_view syntax = text_of(find_tag(object, kTransferSyntaxUid), scratch);
-    if (!syntax.empty()) field("TransferSyntax", to_utf8(syntax, scope.set, false, work_));
+    if (!syntax.empty()) field("TransferSyntax", to_utf8(syntax, scope.set, false, work_, whole_));
   }
   out_ += ">\n";
   if (const VX_STATUS status = attributes(scope); status != VX_NORMAL_COMPLETION) return status;
@@ -455,6 +463,11 @@ VX_STATUS XmlWriter::own(MsgObj& object) {
   }
   // A directory may be open as a file.
   const uint32_t first = kind == Kind::Dicomdir || kind == Kind::File ? kFirstDirectoryTag : kFirstDataSetTag;
+  for (const TagObj* a = object.FirstTag; a != nullptr && a->Tag < first; a = a->Next) {
+    if (tag_group(a->Tag) == 0 || tag_group(a->Tag) == 2 || tag_element(a->Tag) == 0) continue;
+    VX_LOG_WARN(function(), "(%04X,%04X) is no part of a data set and is left out", tag_group(a->Tag),
+                tag_element(a->Tag));
+  }
   const VX_STATUS status = section({object, set, first, 0xFFFFFFFFU, 0}, "DataSet", true);
   if (status != VX_NORMAL_COMPLETION) return status;
   end(root);

@@ -251,6 +251,100 @@ TEST_F(Json, TheLastOfTwoHolds) {
                   R"("00100020": {"Value": ["c"], "vr": "LO"}})");
 }
 
+// What is stored, and what the log has to say of it: nothing is lost or changed without a line.
+TEST_F(Json, WhatIsLostIsTold) {
+  struct Row {
+    const char* json;
+    VX_STATUS status;
+    const char* again;  // in the standard's form, where the text is UTF-8
+    const char* line;   // null: nothing but what is for information
+  };
+  static constexpr char kLatin[] = R"("00080005": {"vr": "CS", "Value": ["ISO_IR 100"]}, )";
+  static const Row kRows[] = {
+      // Characters that the set has not, beside some that it has.
+      {R"(@"00100010": {"vr": "PN", "Value": [{"Alphabetic": "Müller 山"}]})", VX_INVALID_CHARS_IN_VALUE,
+       R"("Müller ?")", "(0010,0010)"},
+      {R"(@"00081140": {"vr": "SQ", "Value": [{"00100020": {"vr": "LO", "Value": ["α"]}}]})",
+       VX_INVALID_CHARS_IN_VALUE, R"(["?"])", "(0010,0020)"},
+      {R"("00100020": {"vr": "LO", "Value": ["α"]})", VX_NORMAL_COMPLETION,
+       R"({"00080005": {"Value": ["ISO_IR 192"], "vr": "CS"}, "00100020": {"Value": ["α"], "vr": "LO"}})",
+       nullptr},
+      {R"("00080005": {"vr": "CS"}, "00081140": {"vr": "SQ", "Value": [{"00100020": {"vr": "LO", "Value": ["α"]}}]})",
+       VX_NORMAL_COMPLETION,
+       R"({"00080005": {"Value": ["ISO_IR 192"], "vr": "CS"}, "00081140": {"Value": [{"00100020")", nullptr},
+      // A bad item in front of a good one.
+      {R"("00081140": {"vr": "SQ", "Value": [{"00100020": {"vr": "LO", "Value": "x"}}, {}]})",
+       VX_INCOMPATIBLE_VALUE, R"("Value": [{"00100020": {"vr": "LO"}}, {}])", "Failed to add item"},
+      {R"("00081140": {"vr": "SQ", "Value": [5, {}]})", VX_INCOMPATIBLE_VALUE, R"([{}, {}])",
+       "Failed to add item"},
+      {R"("00081140": {"vr": "SQ", "Value": {}})", VX_NORMAL_COMPLETION, R"("00081140": {"vr": "SQ"})",
+       "no array"},
+      {R"("00100010": {"vr": "PN", "Value": [{"Alphabetic": "A\\B"}]})", VX_INVALID_CHARS_IN_VALUE,
+       R"("A\\B")", "backslash"},
+      {R"("00100010": {"vr": "PN", "Value": [{"Alphabetic": "A=B"}]})", VX_NORMAL_COMPLETION,
+       R"("Ideographic": "B")", "more groups"},
+      {R"("00100010": {"vr": "PN", "Value": [{"alphabetic": "A"}]})", VX_NORMAL_COMPLETION,
+       R"({"00100010": {"vr": "PN"}})", "none of the form"},
+      {R"("00100020": {"vr": "LO", "value": ["A"]})", VX_NORMAL_COMPLETION, R"("00100020": {"vr": "LO"})",
+       "none of the form"},
+      {R"("00100020": {"vr": "LO", "Value": [true, "B"]})", VX_NORMAL_COMPLETION, R"(["B"])", "passed over"},
+      {R"("00280010": {"vr": "US", "Value": ["x"]})", VX_INVALID_VALUE_FOR_VR, R"("00280010": {)",
+       "failed to add"},
+      // What breaks a rule of its VR is there all the same.
+      {R"("00080020": {"vr": "DA", "Value": ["yesterday"]})", VX_INVALID_CHARS_IN_VALUE, R"(["yesterday"])",
+       nullptr},
+      {R"("00281050": {"vr": "DS", "Value": ["0.12345678901234567"]})", VX_INVALID_VALUE_FOR_VR,
+       R"(["0.12345678901234567"])", nullptr},
+      {R"("00281050": {"vr": "DS", "Value": [0.12345678901234567]})", VX_NORMAL_COMPLETION,
+       R"([0.12345678901235])", "rounded"},
+      // A creator of VR UN is one.
+      {R"("00090010": {"vr": "UN", "InlineBinary": "QUNNRSA="}, "00091002": {"vr": "US", "Value": [3]})",
+       VX_NORMAL_COMPLETION, R"("00091002": {"Value": [3], "vr": "US"})", nullptr},
+      {R"("00090010": {"vr": "LO", "Value": ["A"]}, "00090011": {"vr": "LO", "Value": ["A"]})",
+       VX_NORMAL_COMPLETION, R"("00090010")", "another block"},
+  };
+  ASSERT_EQ(VX_Enable_Unicode_Conversion(1), VX_NORMAL_COMPLETION);
+  for (const Row& row : kRows) {
+    const Object message;
+    std::string json = std::string("{") + row.json + "}";
+    if (json[1] == '@') json.replace(1, 1, kLatin);
+    support::LogCapture::clear();
+    EXPECT_EQ(read(message, json, VX_JSON_STANDARD), row.status) << json;
+    EXPECT_TRUE(row.line != nullptr
+                    ? has_log(row.line)
+                    : !has_log("(VX_Json_To_Message) W") && !has_log("(VX_Json_To_Message) E"))
+        << json << testing::PrintToString(log_lines());
+    const std::string again = write(message, VX_JSON_STANDARD | kAll);
+    EXPECT_NE(again.find(row.again), std::string::npos) << json << "\n" << again;
+  }
+  VX_Enable_Unicode_Conversion(0);
+}
+
+// Pixel data in fragments has no inline form, wherever it lies; what lies in none has. The own form gives
+// back both.
+TEST_F(Json, FragmentsAndIcons) {
+  static const std::string kFragments(
+      "OB\0\0\xFF\xFF\xFF\xFF\xFE\xFF\0\xE0\0\0\0\0\xFE\xFF\0\xE0\2\0\0\0ab\xFE\xFF\xDD\xE0\0\0\0\0", 34);
+  static const std::string kPlain("OB\0\0\4\0\0\0abcd", 12);
+  static const std::string kTag("\xE0\x7F\x10\0", 4);
+  for (const bool compressed : {false, true}) {
+    const std::string icon = kTag + (compressed ? kFragments : kPlain);
+    const auto size = static_cast<char>(icon.size());
+    const std::string stream = std::string("\x08\0\x40\x11SQ\0\0", 8) + static_cast<char>(size + 8) +
+                               std::string("\0\0\0\xFE\xFF\0\xE0", 7) + size + std::string("\0\0\0", 3) +
+                               icon + kTag + kFragments;
+    const Object message;
+    ASSERT_EQ(decode(message, stream, JPEG_BASELINE).status, VX_NORMAL_COMPLETION);
+    VX_Set_Message_Transfer_Syntax(message, JPEG_BASELINE);
+    const std::string json = write(message, VX_JSON_STANDARD | kAll);
+    EXPECT_EQ(json.find("InlineBinary") == std::string::npos, compressed) << json;
+    const Object copy;
+    VX_Set_Message_Transfer_Syntax(copy, JPEG_BASELINE);
+    EXPECT_EQ(read(copy, write(message, kAll)), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(encode(copy, JPEG_BASELINE), stream);
+  }
+}
+
 // Every start of a text is refused as a whole; what the parser takes is what jansson takes, but for numbers
 // of any size and keys with NUL.
 TEST_F(Json, CutAndChangedTexts) {

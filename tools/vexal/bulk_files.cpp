@@ -15,6 +15,7 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <unordered_map>
 
 #include "text_forms.h"
 
@@ -25,7 +26,6 @@ namespace fs = std::filesystem;
 
 // Compressed pixel data keeps its item headers; only a text that names a transfer syntax can give it back.
 constexpr std::string_view kFragments = ".fragments";
-constexpr char kFound[] = "uri";  // a BulkDataURI that the library is not to see
 
 struct Drop {
   void operator()(json_t* value) const { json_decref(value); }
@@ -192,13 +192,13 @@ class BulkFile {
   std::vector<char> block_;
 };
 
-std::string read_value(int32_t id, uint32_t tag, const json_t* member, const std::string& folder) {
-  const std::string uri(string_of(member, kFound));
+std::string read_value(int32_t id, uint32_t tag, const json_t* member, const std::string& uri,
+                       const std::string& folder) {
   const std::string name = below(folder, uri);
   if (name.empty()) return uri + " lies outside the folder of --bulk and is not fetched";
-  VX_TRANSFER_SYNTAX syntax = 0;
+  char syntax[80] = "";
   if (name.ends_with(kFragments) &&
-      (VX_Get_Message_Transfer_Syntax(id, &syntax) != VX_NORMAL_COMPLETION || !is_encapsulated(syntax))) {
+      VX_Get_Value_To_String(id, 0x00020010, sizeof syntax, syntax) != VX_NORMAL_COMPLETION) {
     return uri + " is compressed pixel data, whose transfer syntax the text does not name; see --own";
   }
   BulkFile file;
@@ -224,7 +224,7 @@ std::string read_value(int32_t id, uint32_t tag, const json_t* member, const std
 }
 
 struct TextBlock {
-  FileSource& source;
+  TextDocuments& text;
   const char* data = nullptr;
   std::size_t left = 0;
   bool last = false;
@@ -236,7 +236,8 @@ std::size_t load(void* buffer, std::size_t size, void* user) {
     uint32_t given = 0;
     void* data = nullptr;
     int32_t last = 0;
-    if (block.source.next(&given, &data, &last) != VX_NORMAL_COMPLETION) return static_cast<std::size_t>(-1);
+    if (TextDocuments::give(0, &block.text, &given, &data, 0, &last) != VX_NORMAL_COMPLETION)
+      return static_cast<std::size_t>(-1);
     block.data = static_cast<const char*>(data);
     block.left = given;
     block.last = last != 0;
@@ -293,9 +294,9 @@ std::string move_bulk(const DicomFile& file, const std::string& folder, bool ind
   return "";
 }
 
-VX_STATUS read_with_bulk(int32_t id, FileSource& source, int32_t options, const std::string& folder,
+VX_STATUS read_with_bulk(int32_t id, TextDocuments& text, int32_t options, const std::string& folder,
                          std::string& problem) {
-  TextBlock block{source};
+  TextBlock block{text};
   json_error_t error;
   const Document document(json_load_callback(load, &block, JSON_ALLOW_NUL, &error));
   if (document == nullptr) {
@@ -303,23 +304,26 @@ VX_STATUS read_with_bulk(int32_t id, FileSource& source, int32_t options, const 
         "line " + std::to_string(error.line) + ", column " + std::to_string(error.column) + ": " + error.text;
     return VX_CALLBACK_CANNOT_COMPLY;
   }
+  std::unordered_map<const json_t*, std::string>
+      uris;  // by the members that the library is not to see them in
   each_member(-1, document.get(), "",
-              [](int32_t, uint32_t, json_t* member, const std::string&) -> std::string {
-                json_t* uri = json_object_get(member, "BulkDataURI");
-                if (is_bulk(string_of(member, "vr")) && json_is_string(uri) &&
+              [&](int32_t, uint32_t, json_t* member, const std::string&) -> std::string {
+                const std::string uri(string_of(member, "BulkDataURI"));
+                if (!uri.empty() && is_bulk(string_of(member, "vr")) &&
                     json_object_get(member, "InlineBinary") == nullptr) {
-                  json_object_set(member, kFound, uri);
+                  uris.emplace(member, uri);
                   json_object_del(member, "BulkDataURI");
                 }
                 return "";
               });
-  char* text = json_dumps(document.get(), 0);
-  if (text == nullptr) return VX_SYSTEM_ERROR;
-  std::string_view rest(text);
+  char* plain = json_dumps(document.get(), 0);
+  if (plain == nullptr) return VX_SYSTEM_ERROR;
+  std::string_view rest(plain);
   const VX_STATUS status = VX_Json_To_Message_With_Options(id, &rest, options, give_string);
-  std::free(text);
+  std::free(plain);
   const auto fetch = [&](int32_t holder, uint32_t tag, json_t* member, const std::string&) -> std::string {
-    return json_object_get(member, kFound) == nullptr ? "" : read_value(holder, tag, member, folder);
+    const auto uri = uris.find(member);
+    return uri == uris.end() ? "" : read_value(holder, tag, member, uri->second, folder);
   };
   problem = each_member(id, document.get(), "", fetch);
   return status;

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "files.h"
+#include "text_documents.h"
 
 namespace vexal {
 
@@ -14,7 +15,7 @@ bool is_encapsulated(VX_TRANSFER_SYNTAX syntax);
 std::string move_bulk(const DicomFile& file, const std::string& folder, bool indent, std::string& text);
 // VX_Json_To_Message_With_Options of a text whose bulk values may lie in files of the folder. Nothing outside
 // it is opened, by links neither. What can not be had is an error text in `problem`.
-VX_STATUS read_with_bulk(int32_t id, FileSource& source, int32_t options, const std::string& folder,
+VX_STATUS read_with_bulk(int32_t id, TextDocuments& text, int32_t options, const std::string& folder,
                          std::string& problem);
 
 }  // namespace vexal

@@ -92,20 +92,6 @@ void reverse_elements(char* data, std::size_t length, uint32_t width) {
   for (std::size_t i = 0; i + width <= length; i += width) std::reverse(data + i, data + i + width);
 }
 
-// A transfer syntax that the library does not know is most likely an encapsulated one (PS3.5 section A.4): it
-// takes the place of a private syntax, of which there are two.
-void adopt_unknown_syntax(const std::string& uid) {
-  static std::mutex mutex;
-  const std::lock_guard lock(mutex);
-  for (const VX_STRING_KEY key : {VX_CFG_PRIVATE_SYNTAX_1_SYNTAX, VX_CFG_PRIVATE_SYNTAX_2_SYNTAX}) {
-    char taken[65] = "";
-    VX_Get_String_Config_Value(key, sizeof taken, taken);
-    if (*taken != '\0' && uid != taken) continue;
-    VX_Set_String_Config_Value(key, uid.c_str());
-    return;
-  }
-}
-
 // Attributes whose VR is US or SS by Pixel Representation (PS3.5 annex A.1): those that the dictionary marks
 // US/SS.
 bool is_signed_by_pixels(uint32_t tag) {
@@ -150,6 +136,22 @@ int32_t register_application() {
 }
 
 }  // namespace
+
+void adopt_unknown_syntax(const std::string& uid, bool encapsulated) {
+  static constexpr std::pair<VX_STRING_KEY, VX_BOOL_KEY> kPlaces[] = {
+      {VX_CFG_PRIVATE_SYNTAX_1_SYNTAX, VX_CFG_PRIVATE_SYNTAX_1_ENCAPSULATED},
+      {VX_CFG_PRIVATE_SYNTAX_2_SYNTAX, VX_CFG_PRIVATE_SYNTAX_2_ENCAPSULATED}};
+  static std::mutex mutex;
+  const std::lock_guard lock(mutex);
+  for (const auto& [name, form] : kPlaces) {
+    char taken[65] = "";
+    VX_Get_String_Config_Value(name, sizeof taken, taken);
+    if (*taken != '\0' && uid != taken) continue;
+    VX_Set_String_Config_Value(name, uid.c_str());
+    if (encapsulated) VX_Set_Bool_Config_Value(form, 1);
+    return;
+  }
+}
 
 FileHead inspect_head(const char* bytes, std::size_t size) {
   FileHead head;
@@ -225,7 +227,7 @@ VX_STATUS DicomFile::open(const std::string& path, const OpenOptions& options) {
   VX_TRANSFER_SYNTAX syntax = 0;
   std::string uid = head.syntax_uid;
   if (!uid.empty() && VX_Get_Enum_From_Transfer_Syntax(uid.data(), &syntax) != VX_NORMAL_COMPLETION) {
-    adopt_unknown_syntax(uid);
+    adopt_unknown_syntax(uid, false);
   } else if (syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || syntax == JPIP_REFERENCED_DEFLATE) {
     effective.keep_values_out = false;
   }

@@ -247,6 +247,11 @@ class DicomFile {
   std::vector<char> piece_;
 };
 
+// A transfer syntax that the library does not know takes the place of a private syntax, of which there are
+// two. Its pixel data may come in fragments whatever `encapsulated` says; it is written in them only if that
+// is true.
+void adopt_unknown_syntax(const std::string& uid, bool encapsulated);
+
 // What stands at the head of a file.
 struct FileHead {
   bool has_preamble = false;  // "DICM" at 128

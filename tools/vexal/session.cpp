@@ -22,7 +22,9 @@ thread_local const std::string* current_file = nullptr;
 thread_local bool warnings_muted = false;
 thread_local bool errors_muted = false;
 thread_local bool filled_up = false;
+thread_local LogWatch* log_watch = nullptr;
 bool quiet = false;
+bool verbose = false;
 
 // Lines of the library that are no news: what they tell of is looked after.
 constexpr std::string_view kNoNews[] = {"Error. Planar Configuration is not 0",
@@ -33,6 +35,7 @@ void receive_log(const VX_LOG_RECORD* record) {
   const std::string_view message = record->Message;
   if (message.starts_with("Invalid format of JPEG") && message.find("bytes data short") != message.npos)
     filled_up = true;
+  if (log_watch != nullptr && record->Type <= 2 && !log_watch->sees(record->FunctionName) && !verbose) return;
   if (quiet || (record->Type != 1 ? warnings_muted : errors_muted)) return;
   if (std::any_of(std::begin(kNoNews), std::end(kNoNews),
                   [&](auto text) { return message.starts_with(text); }))
@@ -101,9 +104,10 @@ void set_up_log(const Args& args) {
   VX_Set_String_Config_Value(VX_CFG_LOG_FILE, "/dev/null");
   for (VX_LOG_KEY key = 0; key < VX_LOG_KEY_COUNT; ++key) VX_Set_Log_Destination(key, VX_LOG_OFF);
   quiet = args.has("--quiet");
+  verbose = args.has("--verbose");
   VX_Register_Enhanced_MemoryLog_Function(receive_log);
   VX_Set_Log_Destination(VX_CFG_WARNING_MESSAGE, 0);
-  if (args.has("--verbose")) VX_Set_Log_Destination(VX_CFG_INFO_MESSAGE, 0);
+  if (verbose) VX_Set_Log_Destination(VX_CFG_INFO_MESSAGE, 0);
 }
 
 }  // namespace
@@ -175,6 +179,13 @@ MutedWarnings::~MutedWarnings() {
 
 bool frame_was_filled_up() {
   return std::exchange(filled_up, false);
+}
+
+LogWatch::LogWatch(bool (*watched)(std::string_view function)) : watched_(watched) {
+  log_watch = this;
+}
+LogWatch::~LogWatch() {
+  log_watch = nullptr;
 }
 
 void report(const std::string& path, const std::string& text) {

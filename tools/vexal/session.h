@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "args.h"
 #include "vexalkit.h"
@@ -55,6 +56,27 @@ class MutedWarnings {
 
 // True if a decoder has filled up a frame on this thread since the last call: it had too little data for it.
 bool frame_was_filled_up();
+
+// While it lives, counts the errors and warnings that certain functions of the library log on this thread.
+// What others say meanwhile, of values that are kept as they are, is shown with --verbose only.
+class LogWatch {
+ public:
+  explicit LogWatch(bool (*watched)(std::string_view function));
+  ~LogWatch();
+  LogWatch(const LogWatch&) = delete;
+  LogWatch& operator=(const LogWatch&) = delete;
+  std::size_t count() const { return count_; }
+  // Of a line that a function logs: whether it counts.
+  bool sees(std::string_view function) {
+    const bool counts = watched_(function);
+    count_ += counts ? 1 : 0;
+    return counts;
+  }
+
+ private:
+  bool (*watched_)(std::string_view function);
+  std::size_t count_ = 0;
+};
 
 // One line about a file: "PATH: offset 12 (0028,0010) Rows: text".
 void report(const std::string& path, const std::string& text);

@@ -1,5 +1,11 @@
 #include "text_forms.h"
 
+#include <algorithm>
+#include <filesystem>
+#include <set>
+
+#include "bulk_files.h"
+#include "network.h"
 #include "parallel.h"
 #include "session.h"
 #include "write_options.h"
@@ -7,10 +13,18 @@
 namespace vexal {
 namespace {
 
+constexpr uint32_t kPixelDataTag = 0x7FE00010;
+constexpr uint32_t kTransferSyntaxTag = 0x00020010;
+
 // What counts as read: values that break a rule of their VR are stored as they are.
 bool is_stored(VX_STATUS status) {
   return status == VX_NORMAL_COMPLETION || status == VX_INVALID_VALUE_FOR_VR ||
          status == VX_INVALID_CHARS_IN_VALUE;
+}
+
+// The functions of the library that tell of losses on the way to a text and back.
+bool is_text_function(std::string_view name) {
+  return name.ends_with("_To_Message") || name.starts_with("VX_Message_To_");
 }
 
 // With one file, the text goes to standard output as it is made.
@@ -27,6 +41,7 @@ FileResult to_text(const std::string& path, const TextForm& form, bool only) {
   TextSink sink;
   only&& form.finish == nullptr ? static_cast<void>(sink.stream = stdout)
                                 : static_cast<void>(sink.text = &result.output);
+  const LogWatch watch(is_text_function);
   status = form.write(file.id(), sink);
   std::string problem = status != VX_NORMAL_COMPLETION ? VX_Error_Message(status) : "";
   if (problem.empty() && form.finish != nullptr) problem = form.finish(file, result.output);
@@ -36,45 +51,127 @@ FileResult to_text(const std::string& path, const TextForm& form, bool only) {
     return result;
   }
   result.output += form.end;
-  result.exit = kSuccess;
-  // A loss is something that a caller has to hear of.
-  const std::string lost = form.loss != nullptr ? form.loss(file) : "";
-  if (lost.empty()) return result;
-  report(path, lost);
-  result.exit = kFindings;
+  result.exit = watch.count() == 0 ? kSuccess : kFindings;
   return result;
+}
+
+// The first and the last bytes of a value.
+struct ValueEnds {
+  std::string head;
+  std::string tail;
+
+  static VX_STATUS take(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
+    constexpr std::size_t kMost = 8;
+    auto& ends = *static_cast<ValueEnds*>(user);
+    const std::string_view bytes(static_cast<const char*>(data), size);
+    if (ends.head.size() < kMost) ends.head += bytes.substr(0, kMost - ends.head.size());
+    ends.tail += bytes.substr(bytes.size() - std::min(bytes.size(), kMost));
+    ends.tail.erase(0, ends.tail.size() - std::min(ends.tail.size(), kMost));
+    return VX_NORMAL_COMPLETION;
+  }
+};
+
+// The transfer syntax that the text names, or explicit VR little endian, if the pixel data that came with it
+// can be written in it. An error text, empty on success.
+std::string settle_syntax(DicomFile& file) {
+  ValueEnds pixels;
+  VX_Get_Value_To_Function(file.id(), kPixelDataTag, &pixels, ValueEnds::take);
+  const bool fragments = pixels.head.starts_with(std::string_view("\xFE\xFF\x00\xE0", 4)) &&
+                         pixels.tail == std::string_view("\xFE\xFF\xDD\xE0\0\0\0\0", 8);
+  char uid[80] = "";
+  VX_Get_Value_To_String(file.id(), kTransferSyntaxTag, sizeof uid, uid);
+  VX_TRANSFER_SYNTAX syntax = 0;
+  if (VX_Get_Message_Transfer_Syntax(file.id(), &syntax) != VX_NORMAL_COMPLETION) {
+    syntax = EXPLICIT_LITTLE_ENDIAN;
+    if (*uid != '\0') {
+      adopt_unknown_syntax(uid, fragments);
+      if (VX_Get_Message_Transfer_Syntax(file.id(), &syntax) != VX_NORMAL_COMPLETION)
+        return std::string("its transfer syntax ") + uid + " can not be written";
+    } else if (!fragments) {
+      file.set_syntax(syntax);
+    }
+  }
+  const bool demanded = is_encapsulated(syntax) && *uid != '\0';
+  if (fragments && !demanded)
+    return "its pixel data is compressed, and the text names no transfer syntax that says how; see --own";
+  if (!fragments && !pixels.head.empty() && demanded && syntax != PRIVATE_SYNTAX_1)
+    return "its pixel data is not compressed, as its transfer syntax demands";
+  return "";
+}
+
+// Where a document goes: to the name that was given, or by its UID into the folder of that name.
+std::string path_of(const DicomFile& file, const std::string& out, bool folder, std::size_t number) {
+  if (!folder) return out;
+  char uid[80] = "";
+  VX_Get_Value_To_String(file.id(), 0x00080018, sizeof uid, uid);
+  const std::string name = is_safe_name(uid) ? std::string(uid) : "document-" + std::to_string(number);
+  return out + "/" + name + ".dcm";
+}
+
+bool has_data_set(int32_t id) {
+  uint32_t tag = 0;
+  VX_VR vr = 0;
+  int32_t count = 0;
+  VX_STATUS status = VX_Get_First_Attribute(id, &tag, &vr, &count);
+  while (status == VX_NORMAL_COMPLETION && tag < 0x00030000)
+    status = VX_Get_Next_Attribute(id, &tag, &vr, &count);
+  return status == VX_NORMAL_COMPLETION;
+}
+
+// Reads one document. kUsage, told: there is nothing to write.
+int read_document(DicomFile& file, TextDocuments& documents, const std::string& in, const std::string& out,
+                  const TextForm& form) {
+  int32_t id = -1;
+  std::string problem;
+  VX_STATUS status = VX_Create_Empty_File(&id, out.c_str());
+  if (status == VX_NORMAL_COMPLETION) {
+    file.adopt(id);
+    const LogWatch watch(is_text_function);
+    status = form.read(id, documents, problem);
+    if (problem.empty() && status != VX_CALLBACK_CANNOT_COMPLY && status != VX_SYSTEM_ERROR) {
+      problem = has_data_set(id) ? settle_syntax(file) : "holds no attribute";
+      if (problem.empty()) return watch.count() == 0 && is_stored(status) ? kSuccess : kFindings;
+    }
+  }
+  report(in, !problem.empty() ? problem : VX_Error_Message(status));
+  return kUsage;
 }
 
 int from_text(const std::string& in, const std::string& out, const WriteOptions& write,
               const TextForm& form) {
+  namespace fs = std::filesystem;
   CurrentFile current(in);
   FileSource source;
   std::string problem = source.open(in);
-  DicomFile file;
-  int32_t id = -1;
-  int exit = kSuccess;
-  if (problem.empty()) {
-    VX_STATUS status = VX_Create_Empty_File(&id, out.c_str());
-    if (status == VX_NORMAL_COMPLETION) {
-      file.adopt(id);
-      status = form.read(id, source, problem);
+  TextDocuments documents(source, form.documents);
+  std::error_code error;
+  bool folder = fs::is_directory(out, error);
+  std::set<std::string> written;
+  int worst = kSuccess;
+  for (bool more = problem.empty() && documents.next(problem); more && problem.empty();) {
+    DicomFile file;
+    const int exit = read_document(file, documents, in, out, form);
+    if (exit == kUsage) return kUsage;
+    worst = std::max(worst, exit);
+    more = documents.next(problem);
+    if (!problem.empty()) break;
+    if (more && !folder) folder = fs::create_directory(out, error);
+    if (more && !folder) {
+      problem = "holds more than one object: " + out + " has to be a folder";
+      break;
     }
-    if (problem.empty() && !is_stored(status)) {
-      report(in, VX_Error_Message(status));
-      if (status == VX_CALLBACK_CANNOT_COMPLY || status == VX_SYSTEM_ERROR) return kUsage;
-      exit = kFindings;  // what could be read is written
+    const std::string path = path_of(file, out, folder, written.size() + 1);
+    if (!written.insert(path).second) {
+      problem = "holds two objects of one UID: " + path;
+      break;
     }
+    // An object without a class, such as a query, has nothing to say in the meta group.
+    const MutedWarnings muted(true);
+    problem = write_file(file, path, write);
+    if (!problem.empty()) problem = path + ": " + problem;
   }
-  if (!problem.empty()) {
-    report(in, problem);
-    return kUsage;
-  }
-  VX_TRANSFER_SYNTAX syntax = 0;
-  if (VX_Get_Message_Transfer_Syntax(id, &syntax) != VX_NORMAL_COMPLETION)
-    file.set_syntax(EXPLICIT_LITTLE_ENDIAN);
-  problem = write_file(file, out, write);
-  if (problem.empty()) return exit;
-  report(out, problem);
+  if (problem.empty()) return worst;
+  report(in, problem);
   return kUsage;
 }
 
@@ -95,10 +192,6 @@ VX_STATUS TextSink::take(int32_t, void* user, uint32_t size, void* data, int32_t
   if (sink.blank) bytes.remove_suffix(1);
   good = good && sink.put(bytes);
   return good ? VX_NORMAL_COMPLETION : VX_CANNOT_COMPLY;
-}
-
-VX_STATUS give_text(int32_t, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
-  return static_cast<FileSource*>(user)->next(size, data, last);
 }
 
 int run_text_form(const Args& args, const char* name, const TextForm& form) {

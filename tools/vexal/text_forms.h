@@ -8,6 +8,7 @@
 
 #include "args.h"
 #include "files.h"
+#include "text_documents.h"
 
 namespace vexal {
 
@@ -23,23 +24,20 @@ struct TextSink {
   bool put(std::string_view bytes) const;
 };
 
-// The callback of the readers, from a FileSource.
-VX_STATUS give_text(int32_t id, void* user, uint32_t* size, void** data, int32_t first, int32_t* last);
-
 // One form, both ways.
 struct TextForm {
   std::function<VX_STATUS(int32_t id, TextSink& sink)> write;
   // The status of the library; an error text of the program's own in `problem`.
-  std::function<VX_STATUS(int32_t id, FileSource& source, std::string& problem)> read;
+  std::function<VX_STATUS(int32_t id, TextDocuments& text, std::string& problem)> read;
   const char* end = "";  // behind each text
+  TextDocuments::Kind documents = TextDocuments::Kind::One;
   // Works on the whole text of a file before it goes out: an error text, empty on success.
   std::function<std::string(const DicomFile& file, std::string& text)> finish{};
-  // What of a file the form has no place for, empty for nothing.
-  std::function<std::string(const DicomFile& file)> loss{};
 };
 
-// The run of a subcommand: files to standard output, or with --back one text file to a DICOM file, in
-// explicit VR little endian unless the text or an option says otherwise.
+// The run of a subcommand: files to standard output, or with --back one text file to a DICOM file, or to a
+// folder of them, in explicit VR little endian unless the text says otherwise. What is lost on the way is
+// told, and ends in kFindings.
 int run_text_form(const Args& args, const char* name, const TextForm& form);
 
 }  // namespace vexal

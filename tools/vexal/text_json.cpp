@@ -8,7 +8,8 @@ namespace vexal {
 namespace {
 
 constexpr Option kOptions[] = {
-    {"--back", nullptr, "the other way: read JSON from IN, write the DICOM file OUT"},
+    {"--back", nullptr,
+     "the other way: read JSON from IN, write the DICOM file OUT, or files into the folder OUT"},
     {"--own", nullptr, "the toolkit's own form, which keeps everything, instead of the standard's"},
     {"--bulk", "DIR",
      "bulk values in files of DIR, named by BulkDataURI, instead of Base64; with --back from there"},
@@ -17,10 +18,6 @@ constexpr Option kOptions[] = {
     {"--threads", "N", "files read at once (default: the processors)"},
     VEXAL_WRITE_OPTIONS,
 };
-
-bool has_pixels(const DicomFile& file) {
-  return VX_Get_Attribute_Info(file.id(), 0x7FE00010, nullptr, nullptr) == VX_NORMAL_COMPLETION;
-}
 
 int run(const Args& args) {
   int32_t options = args.has("--own") ? 0 : VX_JSON_STANDARD;
@@ -32,18 +29,14 @@ int run(const Args& args) {
   form.write = [&](int32_t id, TextSink& sink) {
     return VX_Message_To_Json(id, &sink, options, TextSink::take);
   };
-  form.read = [&](int32_t id, FileSource& source, std::string& problem) {
-    return bulk.empty() ? VX_Json_To_Message_With_Options(id, &source, options, give_text)
-                        : read_with_bulk(id, source, options, bulk, problem);
+  form.documents = TextDocuments::Kind::Objects;
+  form.read = [&](int32_t id, TextDocuments& text, std::string& problem) {
+    return bulk.empty() ? VX_Json_To_Message_With_Options(id, &text, options, TextDocuments::give)
+                        : read_with_bulk(id, text, options, bulk, problem);
   };
   if (!bulk.empty()) {
     form.finish = [&](const DicomFile& file, std::string& text) {
       return move_bulk(file, bulk, (options & VX_JSON_INDENT) != 0, text);
-    };
-  } else if ((options & VX_JSON_STANDARD) != 0 && (options & VX_JSON_INCLUDE_PIXEL_DATA) != 0) {
-    form.loss = [](const DicomFile& file) -> std::string {
-      if (!has_pixels(file) || !is_encapsulated(file.syntax())) return "";
-      return "compressed pixel data has no place in the standard's form and was left out; see --own";
     };
   }
   return run_text_form(args, "json", form);
@@ -57,7 +50,10 @@ const Command kJson = {
     "write files as JSON, one line each, or JSON as a file",
     "The form is the DICOM JSON Model (PS3.18 annex F). It has no place for the meta group nor for\n"
     "compressed pixel data; what comes back from it is written in explicit VR little endian. The\n"
-    "toolkit's own form (--own) keeps everything.",
+    "toolkit's own form (--own) keeps everything. With --back, IN may be an array of objects or one\n"
+    "object a line, as archives and this program write them: then OUT is a folder, and the files are\n"
+    "named by their SOP Instance UIDs. Exit status 1 tells that something of a file or a text was lost\n"
+    "or changed; each place has a line on standard error.",
     kOptions,
     run};
 
