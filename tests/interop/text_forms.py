@@ -312,6 +312,18 @@ def losses(work):
         result = run(VEXAL, "json", "--back", text, folder)
         check(result.returncode == 0 and sorted(os.listdir(folder)) == ["1.2.3.dcm", "1.2.4.dcm"], f"{form}: {result}")
         check(run(VEXAL, "json", "--back", text, os.path.join(folder, "1.2.3.dcm")).returncode == 2, "two objects in one file")
+    # What is no document of either form of XML.
+    with open(text, "w", encoding="utf-8") as out:
+        json.dump(IDENTITY, out)
+    run(VEXAL, "json", "--back", text, made)
+    for form in ((), ("--native",)):
+        whole = run(VEXAL, "xml", *form, made).stdout.rstrip()
+        for document in (b"", b"{}", b"words", b"<html/>", whole[:-3], whole + b"<a/>", whole + b"junk", whole.replace(b'">1.2.3<', b'">1.2.3</a><', 1),
+                         whole.replace(b"<DicomAttribute", b"<DicomAttribut", 1).replace(b"<Attribute", b"<Attribut", 1)):
+            with open(text, "wb") as out:
+                out.write(document)
+            result = run(VEXAL, "xml", *form, "--back", text, made + ".xml")
+            check(result.returncode == 2 and not os.path.exists(made + ".xml"), f"{document}: {result}")
     # Bytes that are no text where a file says that they are.
     with open(made, "wb") as out:
         out.write(bytes(128) + b"DICM" + element(0x00020010, b"UI", b"1.2.840.10008.1.2.1") + element(0x00080005, b"CS", b"ISO_IR 192") +

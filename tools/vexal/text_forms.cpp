@@ -93,7 +93,7 @@ std::string settle_syntax(DicomFile& file) {
   }
   const bool demanded = is_encapsulated(syntax) && *uid != '\0';
   if (fragments && !demanded)
-    return "its pixel data is compressed, and the text names no transfer syntax that says how; see --own";
+    return "its pixel data is compressed, and no transfer syntax in the text says how; see --own";
   if (!fragments && !pixels.head.empty() && demanded && syntax != PRIVATE_SYNTAX_1)
     return "its pixel data is not compressed, as its transfer syntax demands";
   return "";
