@@ -76,8 +76,8 @@ struct ValueEnds {
 std::string settle_syntax(DicomFile& file) {
   ValueEnds pixels;
   VX_Get_Value_To_Function(file.id(), kPixelDataTag, &pixels, ValueEnds::take);
-  const bool fragments = pixels.head.starts_with(std::string_view("\xFE\xFF\x00\xE0", 4)) &&
-                         pixels.tail == std::string_view("\xFE\xFF\xDD\xE0\0\0\0\0", 8);
+  const bool begins = pixels.head.starts_with(std::string_view("\xFE\xFF\x00\xE0", 4));
+  const bool fragments = begins && pixels.tail == std::string_view("\xFE\xFF\xDD\xE0\0\0\0\0", 8);
   char uid[80] = "";
   VX_Get_Value_To_String(file.id(), kTransferSyntaxTag, sizeof uid, uid);
   VX_TRANSFER_SYNTAX syntax = 0;
@@ -94,7 +94,8 @@ std::string settle_syntax(DicomFile& file) {
   const bool demanded = is_encapsulated(syntax) && *uid != '\0';
   if (fragments && !demanded)
     return "its pixel data is compressed, and no transfer syntax in the text says how; see --own";
-  if (!fragments && !pixels.head.empty() && demanded && syntax != PRIVATE_SYNTAX_1)
+  const bool known = syntax != PRIVATE_SYNTAX_1 && syntax != PRIVATE_SYNTAX_2;
+  if (!begins && !pixels.head.empty() && demanded && known)
     return "its pixel data is not compressed, as its transfer syntax demands";
   return "";
 }
