@@ -3349,9 +3349,9 @@ VX_API VX_STATUS VX_Message_To_Json(int32_t MsgID, void* UserInfo, int32_t Optio
  * VX_SYSTEM_ERROR: it is no object; VX_INVALID_TAG; VX_INVALID_VR_IN_STREAM; VX_REQUIRED_VALUE_MISSING: a
  * private creator without a code; VX_NOT_FOUND: a private attribute without a creator; VX_INCOMPATIBLE_VALUE;
  * VX_VALUE_OUT_OF_RANGE. Text goes into the object's character sets; what these can not hold is `?`, with a
- * warning and VX_INVALID_CHARS_IN_VALUE, as is a backslash in one value. Text beyond ASCII in an object without
- * (0008,0005) is UTF-8, and (0008,0005) becomes ISO_IR 192. All else that is not taken as it stands has a
- * warning. Callback must not use the object.
+ * warning and VX_INVALID_CHARS_IN_VALUE, as is a backslash in one value. Text beyond ASCII in an object
+ * without (0008,0005) is UTF-8, and (0008,0005) becomes ISO_IR 192. All else that is not taken as it stands
+ * has a warning. Callback must not use the object.
  */
 VX_API VX_STATUS VX_Json_To_Message(int32_t MsgID, void* UserInfo, VX_TEXT_INPUT Callback);
 
@@ -3399,10 +3399,10 @@ VX_API VX_STATUS VX_Message_To_XML_Native(int32_t MsgID, void* UserInfo, int32_t
  * Adds the attributes of a document in the toolkit's own form to an object, which keeps what it holds; an
  * attribute that is there gets the new value and the VR of the document. Callback is asked for the document
  * once, in blocks. Values that break a rule of their VR are stored all the same; other bad attributes are
- * passed over with a line in the log. Character sets are as for VX_Json_To_Message. VX_INVALID_MESSAGE_ID; the status of a Callback that fails;
- * VX_SYSTEM_ERROR: the text is no well-formed XML, has a document type declaration, is nested beyond 128
- * levels of sequences or is another document, and the object is as it was; or libxml2 can not be opened.
- * Callback must not use the object.
+ * passed over with a line in the log. Character sets are as for VX_Json_To_Message. VX_INVALID_MESSAGE_ID;
+ * the status of a Callback that fails; VX_SYSTEM_ERROR: the text is no well-formed XML, has a document type
+ * declaration, is nested beyond 128 levels of sequences or is another document, and the object is as it was;
+ * or libxml2 can not be opened. Callback must not use the object.
  */
 VX_API VX_STATUS VX_XML_To_Message(int32_t MsgID, void* UserInfo, VX_TEXT_INPUT Callback);
 
