@@ -479,6 +479,8 @@ TEST_F(Program, ValidateComparesValues) {
       {"high bit", pixels.substr(0, pixels.size() - 2) + number(6) + with(0x7FE00010, "OB", "1234"),
        "Bits Stored, 7]"},
       {"table", with(0x00281101, "US", table) + with(0x00281201, "OW", "123456"), "[6 bytes for 4 entries]"},
+      {"kind of image", with(0x00080008, "CS", "COPIED\\PRIMARY"),
+       "not an enumerated value [ORIGINAL | DERIVED | MIXED]"},
       {"order", with(0x00100020, "LO", "id") + with(0x00080060, "CS", "OT"),
        "A tag was encoded in the stream not"},
       {"many of a kind", with(0x00180022, "CS", many), "value for this VR [VR CS] (the first of 30000)\n"},

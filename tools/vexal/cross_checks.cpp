@@ -15,6 +15,7 @@ namespace vexal {
 namespace {
 
 constexpr uint32_t kCharacterSet = 0x00080005;
+constexpr uint32_t kImageType = 0x00080008;
 constexpr uint32_t kInstance = 0x00080018;
 constexpr uint32_t kReferencedInstance = 0x00081155;
 constexpr uint32_t kFrames = 0x00280008;
@@ -127,6 +128,7 @@ class Checker {
     object(root, is_present(root, kCharacterSet));
     if (!query_) {
       identifiers(root);
+      image_type(root);
       frames(root);
       evidence(root);
     }
@@ -232,6 +234,37 @@ class Checker {
       if (uid.empty()) continue;
       const auto [at, fresh] = seen.emplace(uid, tag);
       if (!fresh) add(root, at->second, VX_INCOMPATIBLE_VALUE, "the same UID as in " + describe_tag(tag));
+    }
+  }
+
+  // Values 1 and 2 are the same for all images (PS3.3 section C.7.6.1.1.2); some classes ask for more of
+  // them.
+  void image_type(int32_t root) {
+    constexpr struct {
+      std::string_view sop_class;
+      int32_t values;
+    } kCounts[] = {{"1.2.840.10008.5.1.4.1.1.2", 3},     {"1.2.840.10008.5.1.4.1.1.4", 3},
+                   {"1.2.840.10008.5.1.4.1.1.12.1", 3},  {"1.2.840.10008.5.1.4.1.1.12.2", 3},
+                   {"1.2.840.10008.5.1.4.1.1.20", 4},    {"1.2.840.10008.5.1.4.1.1.481.1", 3},
+                   {"1.2.840.10008.5.1.4.1.1.2.1", 4},   {"1.2.840.10008.5.1.4.1.1.4.1", 4},
+                   {"1.2.840.10008.5.1.4.1.1.4.3", 4},   {"1.2.840.10008.5.1.4.1.1.130", 4},
+                   {"1.2.840.10008.5.1.4.1.1.13.1.3", 4}};
+    std::vector<TextValue> values;
+    int32_t count = 0;
+    if (VX_Get_Value_Count(root, kImageType, &count) != VX_NORMAL_COMPLETION ||
+        read_texts(root, kImageType, count, false, values) != VX_NORMAL_COMPLETION) {
+      return;
+    }
+    const std::string& kind = values[0].bytes;
+    if (kind != "ORIGINAL" && kind != "DERIVED" && kind != "MIXED" && !kind.empty())
+      add(root, kImageType, VX_NOT_ONE_OF_ENUMERATED_VALUES, "ORIGINAL | DERIVED | MIXED", 1);
+    if (count > 1 && values[1].bytes != "PRIMARY" && values[1].bytes != "SECONDARY" &&
+        !values[1].bytes.empty())
+      add(root, kImageType, VX_NOT_ONE_OF_ENUMERATED_VALUES, "PRIMARY | SECONDARY", 2);
+    const std::string sop_class = text_of(root, 0x00080016);
+    for (const auto& row : kCounts) {
+      if (row.sop_class == sop_class && count < row.values)
+        add(root, kImageType, VX_TOO_FEW_VALUES, std::to_string(row.values) + " values in this class");
     }
   }
 

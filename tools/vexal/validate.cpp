@@ -441,7 +441,8 @@ void add_cross_checks(const DicomFile& file, uint16_t command, std::vector<Found
     const auto known = [&cross](const Found& one) {
       return one.severity == 0 && one.what.MsgItemID == cross.what.MsgItemID &&
              one.what.Tag == cross.what.Tag && one.what.ValueNumber == cross.what.ValueNumber &&
-             (one.what.Status == VX_INVALID_VALUE_FOR_VR || one.what.Status == VX_INVALID_CHARS_IN_VALUE);
+             (one.what.Status == cross.what.Status || one.what.Status == VX_INVALID_VALUE_FOR_VR ||
+              one.what.Status == VX_INVALID_CHARS_IN_VALUE);
     };
     if (cross.what.ValueNumber == 0 || std::none_of(found.begin(), found.end(), known))
       found.push_back({cross.what, 0, std::move(cross.reason)});
