@@ -8,6 +8,7 @@ Files in UTF-8 or ASCII, uncompressed. Exit 77 (skipped) where the samples, dcmt
 import glob
 import json
 import os
+import random
 import re
 import sys
 import tempfile
@@ -307,10 +308,15 @@ def losses(work):
     # Several objects become files of a folder, as an archive and vexal itself write them.
     for form in ("[%s,%s]", "%s\n%s\n"):
         folder = os.path.join(work, "folder%d" % len(form))
+        # Longer than the blocks that are read, with all that parts objects in its strings.
+        long = "".join(random.choices('ab{}[]",\\', k=600000)) + "."
+        member = dict(IDENTITY, **{"0040A160": {"vr": "UT", "Value": [long]}})
         with open(text, "w", encoding="utf-8") as out:
-            out.write(form % (json.dumps(IDENTITY), json.dumps(IDENTITY).replace("1.2.3", "1.2.4")))
+            out.write(form % (json.dumps(member), json.dumps(member).replace("1.2.3", "1.2.4")))
         result = run(VEXAL, "json", "--back", text, folder)
         check(result.returncode == 0 and sorted(os.listdir(folder)) == ["1.2.3.dcm", "1.2.4.dcm"], f"{form}: {result}")
+        told = [json.loads(line) for line in run(VEXAL, "json", folder).stdout.splitlines()]
+        check([t["0040A160"]["Value"][0] for t in told] == [long, long], f"{form}: long strings come back changed")
         check(run(VEXAL, "json", "--back", text, os.path.join(folder, "1.2.3.dcm")).returncode == 2, "two objects in one file")
     # What is no document of either form of XML.
     with open(text, "w", encoding="utf-8") as out:

@@ -77,13 +77,14 @@ bool TextDocuments::next_object(std::string& problem) {
 // Bytes of the block that belong to the object.
 std::size_t TextDocuments::object_part() {
   std::size_t at = 0;
-  std::size_t quote = 0;  // the next one, where it lies behind `at`
+  std::size_t quote = std::string_view::npos;  // the next one, if it is known and not behind `at`
   while (at < block_.size()) {
     if (escaped_) {
       escaped_ = false;
       ++at;
     } else if (in_string_) {
-      if (quote < at) quote = std::min(block_.find('"', at), block_.size());
+      if (quote == std::string_view::npos || quote < at)
+        quote = std::min(block_.find('"', at), block_.size());
       const void* slash = std::memchr(block_.data() + at, '\\', quote - at);
       escaped_ = slash != nullptr;
       if (!escaped_ && quote == block_.size()) return quote;
