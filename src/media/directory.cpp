@@ -199,7 +199,7 @@ EntityObj* find_entity(DirectoryState& state, int32_t id) {
 EntityObj* new_entity(DirectoryState& state, int32_t parent_id) {
   const int32_t id = free_entity_id(state);
   if (id == 0) {
-    VX_LOG_ERR("DirNewEntity", "No entity IDs available!!");
+    VX_LOG_ERR("VX_Dir_Add_Entity", "No entity IDs available!!");
     return nullptr;
   }
   auto* entity = new_object<EntityObj>(Pool::EntityObj);
@@ -402,7 +402,7 @@ VX_STATUS Linker::step() {
   fail(find_record(directory_, level.next, false, record));
   if (record != nullptr && record->EntityID != 0) {
     if (++told_ <= kMostLines) {
-      VX_LOG_ERR("DirLinkEntity", "Circular reference in DICOMDIR! item %d already referenced", record->ID);
+      VX_LOG_ERR("VX_Open_File", "Circular reference in DICOMDIR! item %d already referenced", record->ID);
     }
     fail(VX_SYSTEM_ERROR);
     record = nullptr;

@@ -66,7 +66,7 @@ VX_STATUS remove_doomed(MsgObj& directory, const std::vector<int32_t>& doomed) {
     MsgObj* left = find_object(id);
     if (left == nullptr || left->EntityID != kDoomed) continue;
     left->EntityID = 0;
-    VX_LOG_ERR("DirRemoveItem", "Not normal, seqItemID = %d, AitemID = %d", -1, id);
+    VX_LOG_ERR("VX_Dir_Delete_Record", "Not normal, seqItemID = %d, AitemID = %d", -1, id);
   }
   return sequence != nullptr && sequence->ValueCount == 0 ? set_null(directory, *sequence) : kOk;
 }
@@ -115,7 +115,7 @@ VX_STATUS chain_in(MsgObj& directory, const EntityObj& entity, const MsgObj& rec
 
 // A new record at the end of an entity. On failure there is no record.
 VX_STATUS place_record(MsgObj& directory, EntityObj& entity, const char* name, int32_t& record_id) {
-  constexpr char kFunction[] = "DirAddRecord";
+  constexpr char kFunction[] = "VX_Dir_Add_Record";
   MsgObj* record = nullptr;
   VX_STATUS status = open_record(name, record);
   if (status != kOk) return status;
@@ -368,7 +368,8 @@ VX_STATUS refer(MsgObj& directory, MsgObj& record, MsgObj& mrdr) {
   status = count < 0x7FFFFFFF ? set_reference(mrdr, kMrdrCount, count + 1) : VX_SYSTEM_ERROR;
   if (status == kOk) status = finished(removal, removal.drop_mrdr(record));
   if (status == kOk) status = set_reference(record, kMrdr, mrdr.ID);
-  if (status != kOk) VX_LOG_ERR("DirRefMRDR", "ERROR setting the MRDR offset: %s", status_text(status));
+  if (status != kOk)
+    VX_LOG_ERR("VX_Dir_Reference_MRDR", "ERROR setting the MRDR offset: %s", status_text(status));
   return status;
 }
 

@@ -36,7 +36,7 @@ struct Stretch {
 
 VX_STATUS give(const char*, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
   if (user == nullptr) {
-    VX_LOG_ERR("FileReadCbk", "Null data in file read callback");
+    VX_LOG_ERR(kFunction, "Null data in file read callback");
     return VX_CANNOT_COMPLY;
   }
   auto& stretch = *static_cast<Stretch*>(user);
@@ -46,7 +46,7 @@ VX_STATUS give(const char*, void* user, uint32_t* size, void** data, int32_t, in
   uint32_t available = 0;
   const uint8_t* bytes = view_file(*stretch.file, stretch.at, std::max(wanted, 1U), available);
   if (bytes == nullptr) {
-    VX_LOG_ERR("FileReadCbk", "File callback failed to read data");
+    VX_LOG_ERR(kFunction, "File callback failed to read data");
     return VX_CANNOT_COMPLY;
   }
   available = std::min(available, wanted);
@@ -203,14 +203,14 @@ VX_STATUS item_reference(DirectoryHandler& handler, MsgObj& item, uint32_t tag, 
   if (status == kOk) return kOk;
   const TagObj* attribute = find_tag(item, tag);
   if (attribute != nullptr && attribute->Length > 0) {
-    VX_LOG_ERR("ReadRecordNode",
+    VX_LOG_ERR(kFunction,
                next ? "Failed to retrieve next reocrd offset value at %u, %s "
                     : "Failed to retrieve Lower Level Record offset at %u, %s",
                offset, status_text(status));
     return VX_INVALID_DIRECTORY_RECORD_OFFSET;
   }
   if (!handler.OffsetWarned) {
-    VX_LOG_WARN("ReadRecordNode",
+    VX_LOG_WARN(kFunction,
                 next ? "Failed to retrieve Offset of Next Directory Record value from record at %u"
                      : "Failed to retrieve Offset of Lower Level Directory Record value from record at %u ",
                 offset);
@@ -298,7 +298,7 @@ VX_STATUS load_item(RecordNode& node) {
   uint32_t lower = 0;
   VX_STATUS status = read_record(handler, node.Offset, item);
   if (status != kOk) {
-    VX_LOG_ERR("LoadRecord", "Failed to read directory record at offset %u: %s", node.Offset,
+    VX_LOG_ERR(kFunction, "Failed to read directory record at offset %u: %s", node.Offset,
                status_text(status));
     return status;
   }
