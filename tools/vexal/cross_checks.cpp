@@ -57,6 +57,16 @@ bool may_have_vr(uint32_t tag, std::string_view wanted, std::string_view given) 
          (bulk && contains(kBytesOrWords, base_tag(tag)));
 }
 
+// By the library's dictionary, which is loaded; UN for what it does not know.
+std::string_view dictionary_vr(uint32_t tag) {
+  char name[128];
+  VX_VR vr = VX_VR_UN;
+  uint16_t low = 0;
+  uint16_t high = 0;
+  VX_Get_Tags_Dict_Info(tag, name, sizeof name, &vr, &low, &high);
+  return vr_letters(vr);
+}
+
 std::string text_of(int32_t object, uint32_t tag) {
   char text[128] = "";
   return VX_Get_Value_To_String(object, tag, sizeof text, text) == VX_NORMAL_COMPLETION ? text : "";
@@ -166,7 +176,7 @@ class Checker {
   void attribute(int32_t id, uint32_t tag, VX_VR vr, int32_t count, bool has_charset) {
     if (tag < 0x00080000) return meta_value(id, tag, vr, count);
     if (!is_private(tag)) {
-      const std::string_view wanted = standard_vr(tag);
+      const std::string_view wanted = dictionary_vr(tag);
       if (!may_have_vr(tag, wanted, vr_letters(vr))) {
         add(id, tag, VX_INVALID_VR_CODE, "VR " + std::string(wanted) + ", not " + vr_letters(vr));
       }

@@ -1,8 +1,12 @@
 #include "rules.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 
-#include "bytes.h"
 #include "embedded.h"
 #include "json.h"
 #include "names.h"
@@ -37,6 +41,18 @@ void append_array(std::string& out, const std::vector<std::string>& values) {
   out += ']';
 }
 
+// For as long as the program lives. Few of its pages are ever looked at.
+std::string_view map_file(const std::string& path) {
+  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat status = {};
+  void* bytes = MAP_FAILED;
+  if (file >= 0 && ::fstat(file, &status) == 0 && status.st_size > 0)
+    bytes = ::mmap(nullptr, static_cast<std::size_t>(status.st_size), PROT_READ, MAP_PRIVATE, file, 0);
+  if (file >= 0) ::close(file);
+  if (bytes == MAP_FAILED) throw vxdata::Unusable{path + ": can not be read"};
+  return {static_cast<const char*>(bytes), static_cast<std::size_t>(status.st_size)};
+}
+
 }  // namespace
 
 RuleBook::RuleBook() {
@@ -49,7 +65,7 @@ RuleBook::RuleBook() {
 }
 
 void RuleBook::read(const std::string& path) {
-  file_.emplace(path, vxdata::read_file(path));
+  file_.emplace(path, map_file(path));
   for (const Entry& entry : file_->entries()) index_[{entry.number, entry.command}] = entry;
 }
 
@@ -80,7 +96,8 @@ std::vector<uint16_t> RuleBook::commands(const std::string& service) const {
   if (at == services_.end()) return found;
   if (!file_) return found;
   for (const Entry& entry : file_->entries()) {
-    if (entry.number == at->second && entry.command != 0) found.push_back(entry.command);
+    if (entry.number == at->second && entry.command != 0 && file_->has_attributes(entry))
+      found.push_back(entry.command);
   }
   return found;
 }
@@ -98,7 +115,7 @@ const RuleBook::Entry* RuleBook::find(const std::map<std::string, int>& numbers,
   const auto number = numbers.find(name);
   if (number == numbers.end()) return nullptr;
   const auto at = index_.find({number->second, command});
-  return at != index_.end() ? &at->second : nullptr;
+  return at != index_.end() && file_->has_attributes(at->second) ? &at->second : nullptr;
 }
 
 // A block that is damaged has no rules.

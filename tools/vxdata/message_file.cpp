@@ -262,8 +262,8 @@ class Decoder {
 
 }  // namespace
 
-MessageDirectory::MessageDirectory(std::string path, std::string bytes)
-    : path_(std::move(path)), bytes_(std::move(bytes)) {
+MessageDirectory::MessageDirectory(std::string path, std::string_view bytes)
+    : path_(std::move(path)), bytes_(bytes) {
   Reader in(bytes_);
   if (in.u32() != kSignature || in.u16() != 0 || in.u16() != 0) fail("no Message Info File");
   const size_t services = in.u32();
@@ -281,10 +281,10 @@ MessageDirectory::MessageDirectory(std::string path, std::string bytes)
     for (;; table += kEntry) {
       in.seek(table);
       const auto command = static_cast<uint16_t>(in.u16());
-      const size_t body = bodies + in.u32();
-      if (command == 0) break;
       if (in.failed()) fail(format("commands of service %u run past the end", number));
-      add({static_cast<int>(number), command, body});
+      if (command == 0) break;
+      const size_t body = bodies + in.u32();
+      entries_.push_back({static_cast<int>(number), command, body});
     }
   }
   for (unsigned number = 1; number <= item_count; ++number) {
@@ -292,7 +292,7 @@ MessageDirectory::MessageDirectory(std::string path, std::string bytes)
     const unsigned given = in.u16();
     const size_t body = bodies + in.u32();
     if (in.failed() || given != number) fail(format("item directory damaged at entry %u", number));
-    add({static_cast<int>(number), 0, body});
+    entries_.push_back({static_cast<int>(number), 0, body});
   }
 }
 
@@ -300,10 +300,10 @@ void MessageDirectory::fail(const std::string& text) const {
   throw Unusable{path_ + ": " + text};
 }
 
-void MessageDirectory::add(const Entry& entry) {
+bool MessageDirectory::has_attributes(const Entry& entry) const {
   Reader in(bytes_);
   in.seek(entry.body + kRecordHead);
-  if (in.at_end() || in.u32() != kMarker) entries_.push_back(entry);
+  return !in.at_end() && in.u32() != kMarker;
 }
 
 AttributeList MessageDirectory::decode(const Entry& entry, const Dictionary& dictionary) const {

@@ -48,18 +48,18 @@ class MessageDirectory {
     uint16_t command = 0;  // 0 for an item
     size_t body = 0;       // where it starts; bodies that are equal share it
   };
-  // `path` is for what is thrown.
-  MessageDirectory(std::string path, std::string bytes);
-  // All that have attributes, services first, in the order of the directories.
+  // `path` is for what is thrown; `bytes` have to outlive the object.
+  MessageDirectory(std::string path, std::string_view bytes);
+  // Services first, in the order of the directories.
   const std::vector<Entry>& entries() const { return entries_; }
+  bool has_attributes(const Entry& entry) const;
   AttributeList decode(const Entry& entry, const Dictionary& dictionary) const;
 
  private:
   [[noreturn]] void fail(const std::string& text) const;
-  void add(const Entry& entry);
 
   std::string path_;
-  std::string bytes_;
+  std::string_view bytes_;
   std::vector<Entry> entries_;
 };
 

@@ -46,8 +46,11 @@ int run_unmsg(int argc, char** argv) {
   profile.read(arguments.required("--services"), problems);
   if (problems.errors() != 0) return 1;
   std::string text;
-  const MessageDirectory file(path, read_file(path));
+  const std::string bytes = read_file(path);
+  const MessageDirectory file(path, bytes);
   for (const MessageDirectory::Entry& entry : file.entries()) {
+    const AttributeList attributes = file.decode(entry, dictionary);
+    if (attributes.empty()) continue;
     if (entry.command != 0) {
       const Service* service = profile.service_of(entry.number);
       if (service == nullptr)
@@ -58,8 +61,7 @@ int run_unmsg(int argc, char** argv) {
       if (item == nullptr) throw Unusable{path + format(": item %d is not in the profile", entry.number)};
       text += "item\t" + item->name + "\n";
     }
-    for (const Attribute& attribute : file.decode(entry, dictionary))
-      text += attribute_line(attribute) + "\n";
+    for (const Attribute& attribute : attributes) text += attribute_line(attribute) + "\n";
     text += "\n";
   }
   if (const std::string output = arguments.option("-o"); !output.empty()) {
