@@ -225,7 +225,7 @@ REFUSED = [
     (node("TCOORD", data=[4294967296]), '"data"', False), (node("TCOORD", by="minute"), '"by"', True), (node("TCOORD", by="datetime", data=["soon"]), '"data"', False),
     (node("TCOORD", data=[]), '"data"', True), (node("SCOORD", kind="POINTS"), '"kind"', True), (node("SCOORD3D", frame_of_reference=None), '"frame_of_reference"', True),
     (node("CONTAINER", kind="TOGETHER"), '"kind"', True), (node("CONTAINER", template="T" * 17), '"template"', False),
-    (node("TEXT", more={"0009": {}}), '"more"', True), (node("TEXT", more={"00081190": {"vr": "UR", "Vlaue": ["x"]}}), '"more"', True),
+    (node("SCOORD", kind="PO\u00ccNT"), '"kind"', True), (node("DATE", value="\u0661"), '"value"', False), (node("TEXT", more={"0009": {}}), '"more"', True), (node("TEXT", more={"00081190": {"vr": "UR", "Vlaue": ["x"]}}), '"more"', True),
     (node("TEXT", more={"0040A043": {"vr": "SQ", "Value": [{"00080100": {"vr": "SH", "Value": ["2"]}}]}}), '"concept"', False),
     (node("TEXT", more={"0040A010": {"vr": "CS", "Value": ["CONTAINS"]}}), '"relationship"', False)]
 REFUSED += [(node(kind, data=data), '"data"', len(data) < len(SPATIAL[kind]["data"])) for kind in SPATIAL for data in (
@@ -279,7 +279,16 @@ def check_values(folder):
     found = [(study.StudyInstanceUID, series.SeriesInstanceUID, [each.ReferencedSOPInstanceUID for each in series.ReferencedSOPSequence])
              for study in dataset.CurrentRequestedProcedureEvidenceSequence for series in study.ReferencedSeriesSequence]
     check(found == [("1.2.1", "1.2.2", ["1.2.3"]), ("1.2.1", "1.2.9", ["1.2.4"]), ("1.3", "1.2.2", ["1.2.5"])], "values: evidence %s" % found)
-    again = os.path.join(folder, "again.dcm")
+    narrow = run(VEXAL, "sr", "build", path + ".json", path + "/none.dcm")
+    check(narrow.returncode == 2, "values: no folder: %s" % narrow.stderr)
+    refused = build(document(node("TEXT", value="\u4e00"), SpecificCharacterSet="ISO_IR 100"), os.path.join(folder, "narrow.dcm"))
+    check(refused.returncode == 2 and b"ISO_IR 100" in refused.stderr and not os.path.exists(os.path.join(folder, "narrow.dcm")),
+          "values: text that the character set has not: %s" % refused.stderr)
+    with open(path, "rb") as file:
+        broken = file.read().replace(b"Gr\xc3\xb6", b"Gr\xf6\xf6").replace(b"ISO_IR 192", b"ISO_IR 6  ")
+    with open(again := os.path.join(folder, "again.dcm"), "wb") as file:
+        file.write(broken)
+    check(run(VEXAL, "sr", "show", again).returncode == 1, "values: text that is none in its character set")
     check(build(shown(path), again).returncode == 0 and pydicom.dcmread(again) == dataset, "values: the same data set")
     check(run(VEXAL, "sr", "build", path + ".json", path + ".json").returncode == 2 and json.load(open(path + ".json")) == asked, "values: the source stays")
 

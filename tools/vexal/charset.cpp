@@ -396,14 +396,15 @@ bool CharsetChange::read(const Args& args) {
          (!args.has("--charset-from") || read_names(args, "--charset-from", from_));
 }
 
-void make_utf8(const DicomFile& file) {
-  if (first_charset(file.id(), "") == kUtf8 || !load_charsets()) return;
+std::size_t make_utf8(const DicomFile& file) {
+  if (!load_charsets()) return 0;
   const std::vector<std::string> names = {kUtf8};
   const std::vector<std::string> from;
   Conversion conversion(file.id(), file.path(), names, from);
   std::string problem = conversion.prepare();
   if (problem.empty() && conversion.changes_text()) problem = conversion.apply();
   if (!problem.empty()) report(file.path(), problem);
+  return conversion.lost() + (problem.empty() ? 0 : 1);
 }
 
 std::string leave_utf8(int32_t object, const std::string& path, const std::string& charset) {
@@ -419,6 +420,8 @@ std::string leave_utf8(int32_t object, const std::string& path, const std::strin
   Conversion conversion(object, path, names, from);
   if (charset != kUtf8 && load_charsets()) problem = conversion.prepare();
   if (!problem.empty() || charset == kUtf8) return problem;
+  if (conversion.lost() != 0 && !names.empty())
+    return "text that " + charset + " can not express, in " + std::to_string(conversion.lost()) + " values";
   if (conversion.changes_text() && !names.empty()) return conversion.apply();
   // Text that nothing is said of stays in UTF-8.
   const VX_STATUS status = conversion.changes_text() ? VX_NORMAL_COMPLETION : set_charset(object, names);

@@ -227,7 +227,7 @@ int table(const Args&, const std::string& path) {
     for (const std::string& cell : cells) line += (&cell == cells ? "" : "\t") + flat(cell);
     std::printf("%s\n", line.c_str());
   }
-  return kSuccess;
+  return document.has_lost_text() ? kFindings : kSuccess;
 }
 
 int check(const Args&, const std::string& path) {
@@ -262,7 +262,7 @@ int show(const Args& args, const std::string& path) {
   } else {
     show_text(document, args.has("--codes"));
   }
-  return kSuccess;
+  return document.has_lost_text() ? kFindings : kSuccess;
 }
 
 int build(const Args& args, const std::string& path) {

@@ -264,7 +264,7 @@ bool SrDocument::open(const std::string& path) {
     return false;
   }
   charset_ = sr_texts_of(file_.id(), kSpecificCharacterSet);
-  make_utf8(file_);
+  lost_text_ = make_utf8(file_) != 0;
   status = file_.become_message("SR", C_STORE_RQ);
   if (status == VX_NORMAL_COMPLETION) status = VX_Message_To_SR(file_.id());
   if (status != VX_NORMAL_COMPLETION) {

@@ -71,6 +71,8 @@ class SrDocument {
   // False after a line on standard error.
   bool open(const std::string& path);
   int32_t id() const { return file_.id(); }
+  // Text that is none in its character set: reported, and replaced by U+FFFD.
+  bool has_lost_text() const { return lost_text_; }
   // (0008,0005) as it is in the file, its values parted by backslashes.
   const std::string& charset() const { return charset_; }
   // Called for each node in the order of reading, each before those below it. The path leads from the root to
@@ -81,6 +83,7 @@ class SrDocument {
  private:
   DicomFile file_;
   bool is_tree_ = false;
+  bool lost_text_ = false;
   std::string charset_;
 };
 

@@ -214,6 +214,9 @@ bool sr_fits(uint32_t tag, const std::string& text) {
   // Nor is a date of an object a range of dates.
   const std::string_view vr = standard_vr(tag);
   if ((vr == "DA" || vr == "TM") && text.find('-') != std::string::npos) return false;
+  const bool ascii =
+      std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  if (!ascii && !is_listed("LO LT PN SH ST UC UT", vr)) return false;
   std::string plain;
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t length = std::max<std::size_t>(utf8_length(std::string_view(text).substr(at)), 1);
