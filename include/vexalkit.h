@@ -1695,6 +1695,32 @@ VX_API VX_STATUS VX_Stream_To_Message_With_Offset(int32_t MsgID, uint32_t StartT
 VX_API VX_STATUS VX_Get_Stream_Length(int32_t MsgID, uint32_t StartTag, uint32_t EndTag, uint32_t* Length,
                                       VX_TRANSFER_SYNTAX Syntax);
 
+/*
+ * For programs that hand objects on as they came. With Keep not 0, decoders and encoders of all threads, from
+ * their next call on,
+ * - write a text whose values nobody has set since it was read byte for byte as it was read: its padding,
+ * what stands behind a NUL. The values of LO, LT, PN, SH, ST, UC and UT go on behind a NUL and may hold it;
+ * - leave private creators at their places whatever their text is;
+ * - write OV, SV and UV (PS3.5 section 6.2) under their letters, see VX_Get_VR_Letters;
+ * - write a NUL behind every value of odd length, also of UN, OW, OL, OD and OF.
+ * 0, as at the start and after VX_Library_Reset: the rules of the functions above.
+ */
+VX_API VX_STATUS VX_Keep_Stream_Form(int32_t Keep);
+
+/*
+ * The two letters of an attribute's VR and a NUL into a buffer of at least 3 bytes: those of its code, but
+ * for VX_VR_UN those of OV, SV or UV where the attribute is known to have one of them. VX_INVALID_MESSAGE_ID,
+ * VX_INVALID_TAG.
+ */
+VX_API VX_STATUS VX_Get_VR_Letters(int32_t MsgID, uint32_t Tag, char* Letters);
+
+/*
+ * Makes an attribute of VX_VR_UN one of "OV", "SV" or "UV", or "UN" again: encoders write the letters, and
+ * the value in the byte order of the stream. In the object it is little endian. VX_INVALID_MESSAGE_ID,
+ * VX_INVALID_TAG; VX_INVALID_VR_CODE: other letters; VX_INCOMPATIBLE_VR: an attribute of another VR.
+ */
+VX_API VX_STATUS VX_Set_VR_Letters(int32_t MsgID, uint32_t Tag, const char* Letters);
+
 /* ---- Encapsulated values (PS3.5 section A.4) ------------------------------------------------------------
  */
 

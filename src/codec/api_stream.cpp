@@ -1,6 +1,11 @@
+#include <cstring>
+
 #include "codec/stream_calls.h"
+#include "codec/stream_form.h"
 #include "frame/state.h"
+#include "model/attributes.h"
 #include "model/held.h"
+#include "model/vr.h"
 #include "vexalkit.h"
 
 VX_STATUS VX_Message_To_Stream(int32_t MsgID, uint32_t StartTag, uint32_t EndTag, VX_TRANSFER_SYNTAX Syntax,
@@ -43,4 +48,40 @@ VX_STATUS VX_Get_Stream_Length(int32_t MsgID, uint32_t StartTag, uint32_t EndTag
   vx::MsgObj* object = vx::find_object(MsgID);
   if (object == nullptr) return VX_INVALID_MESSAGE_ID;
   return vx::stream_length(*object, StartTag, EndTag, Syntax, *Length);
+}
+
+VX_STATUS VX_Keep_Stream_Form(int32_t Keep) {
+  VX_REQUIRE_LIBRARY();
+  vx::state().KeepStreamForm = Keep;
+  return VX_NORMAL_COMPLETION;
+}
+
+VX_STATUS VX_Get_VR_Letters(int32_t MsgID, uint32_t Tag, char* Letters) {
+  VX_REQUIRE_LIBRARY();
+  VX_REQUIRE_POINTER(Letters);
+  vx::MsgObj* object = nullptr;
+  vx::TagObj* attribute = nullptr;
+  const VX_STATUS status = vx::find_attribute(MsgID, Tag, object, attribute);
+  if (status != VX_NORMAL_COMPLETION) return status;
+  std::memcpy(Letters, vx::vr_letters(attribute->VR), 3);
+  if (const char wide = vx::wide_letter(*attribute); wide != 0) {
+    Letters[0] = wide;
+    Letters[1] = 'V';
+  }
+  return status;
+}
+
+VX_STATUS VX_Set_VR_Letters(int32_t MsgID, uint32_t Tag, const char* Letters) {
+  VX_REQUIRE_LIBRARY();
+  VX_REQUIRE_POINTER(Letters);
+  vx::MsgObj* object = nullptr;
+  vx::TagObj* attribute = nullptr;
+  const VX_STATUS status = vx::find_attribute(MsgID, Tag, object, attribute);
+  if (status != VX_NORMAL_COMPLETION) return status;
+  const bool none = std::strcmp(Letters, "UN") == 0;
+  if (!none && (std::strlen(Letters) != 2 || !vx::is_wide_vr(Letters[0], Letters[1])))
+    return VX_INVALID_VR_CODE;
+  if (attribute->VR != VX_VR_UN) return VX_INCOMPATIBLE_VR;
+  attribute->DecoderMark = none ? char{} : Letters[0];
+  return status;
 }

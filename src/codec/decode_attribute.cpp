@@ -63,6 +63,7 @@ VX_STATUS Decoder::store_element(Frame& frame, Element element) {
   }
   if (VX_STATUS status = check_length(element, *attribute); status != VX_NORMAL_COMPLETION) return status;
   attribute->DecoderMark = 0;
+  if (keep_) attribute->DecoderMark = element.wide != 0 ? element.wide : standard_wide_letter(element.tag);
   // Most elements are texts and numbers under the VR that they are known by.
   const bool plain = encoding_.explicit_vr ? element.vr == attribute->VR : attribute->VR < VX_VR_UN;
   const bool simple =
@@ -91,6 +92,7 @@ VX_STATUS Decoder::store_element(Frame& frame, Element element) {
 // --- Private blocks ---
 
 VX_STATUS Decoder::read_creator(Frame& frame, const Element& element) {
+  if (keep_) return keep_creator(frame, element);
   if (element.length == kUndefinedLength) return skip_value(element, frame.depth);
   const auto kept = std::min<uint32_t>(element.length, kMaxCreatorCode);
   const uint8_t* bytes = nullptr;
@@ -101,6 +103,27 @@ VX_STATUS Decoder::read_creator(Frame& frame, const Element& element) {
   code = trim_right(code.substr(0, code.find('\0')));
   if (VX_STATUS status = in_.discard(element.length - kept); status != VX_NORMAL_COMPLETION) return status;
   return place_creator(frame, element.tag, code);
+}
+
+// A creator stays where it is, whatever its text, so that what it owns stays its own.
+VX_STATUS Decoder::keep_creator(Frame& frame, const Element& element) {
+  const bool is_text = !encoding_.explicit_vr || element.vr == VX_VR_UN || is_text_vr(element.vr);
+  if (!is_text || element.length >= kMaxSimpleLength) return store_element(frame, element);
+  const uint8_t* taken = nullptr;
+  if (VX_STATUS status = in_.take(element.length, taken); status != VX_NORMAL_COMPLETION) return status;
+  const std::string_view bytes(reinterpret_cast<const char*>(taken), element.length);
+  const std::string_view code = trim_right(bytes.substr(0, bytes.find('\0')));
+  TagObj* creator = find_tag(frame.object, element.tag);
+  // Of two creators at one place the second is treated as if its place were taken by another object's.
+  if (creator != nullptr && creator->ValueCount > 0) return place_creator(frame, element.tag, code);
+  VX_STATUS status = VX_NORMAL_COMPLETION;
+  if (creator == nullptr) status = new_tag(frame.object, element.tag, VX_VR_LO, 1, 255, &creator);
+  if (status != VX_NORMAL_COMPLETION) return status;
+  if (is_text_vr(element.vr)) creator->VR = element.vr;
+  status = set_text(frame.object, *creator, code, true, &frame.charsets);
+  if (status == VX_SYSTEM_ERROR || !keep_if_changed(*creator, bytes)) return VX_SYSTEM_ERROR;
+  frame.creators.add(element.tag, element.tag, code);
+  return VX_NORMAL_COMPLETION;
 }
 
 VX_STATUS Decoder::place_creator(Frame& frame, uint32_t tag, std::string_view code) {
@@ -172,7 +195,7 @@ VX_STATUS Decoder::place_attribute(Frame& frame, const Element& element, std::st
 }
 
 VX_STATUS Decoder::check_length(const Element& element, const TagObj& attribute) {
-  if (element.vr == VX_VR_UN && (element.keep_un || element.length == kUndefinedLength)) {
+  if (element.vr == VX_VR_UN && (element.wide != 0 || element.length == kUndefinedLength)) {
     return VX_NORMAL_COMPLETION;
   }
   const int32_t vr = element.vr == VX_VR_UN ? attribute.VR : element.vr;
@@ -190,7 +213,7 @@ Decoder::Outcome Decoder::reconcile_and_read(Frame& frame, TagObj& attribute, co
   const bool explicit_vr = encoding_.explicit_vr;
   int32_t vr = attribute.VR;
   bool from_un = false;
-  if (element.vr == VX_VR_UN && !element.keep_un && element.length == kUndefinedLength &&
+  if (element.vr == VX_VR_UN && element.wide == 0 && element.length == kUndefinedLength &&
       element.tag != kPixelData) {
     if (vr != VX_VR_SQ && log_enabled(VX_LOG_T8)) {
       log_line(VX_LOG_T8, kDecodeFunction,
@@ -200,7 +223,7 @@ Decoder::Outcome Decoder::reconcile_and_read(Frame& frame, TagObj& attribute, co
     vr = VX_VR_SQ;
     from_un = explicit_vr;
     if (from_un) attribute.DecoderMark = kReadFromUn;
-  } else if (explicit_vr && element.vr == VX_VR_UN && !element.keep_un) {
+  } else if (explicit_vr && element.vr == VX_VR_UN && element.wide == 0) {
     if (vr != VX_VR_UN) return convert_un(frame, attribute, element);
   } else if (explicit_vr && element.vr != vr) {
     if (log_enabled(VX_LOG_T8)) {

@@ -134,7 +134,7 @@ VX_STATUS Decoder::read_item(Frame& frame, TagObj& attribute, uint32_t length, b
 
 VX_STATUS Decoder::skip_value(const Element& element, int depth) {
   const bool undefined = element.length == kUndefinedLength;
-  if (undefined && element.vr == VX_VR_UN && !element.keep_un && element.tag != kPixelData) {
+  if (undefined && element.vr == VX_VR_UN && element.wide == 0 && element.tag != kPixelData) {
     return skip_sequence(depth, encoding_.explicit_vr);
   }
   if (element.vr == VX_VR_SQ && undefined) return skip_sequence(depth, false);

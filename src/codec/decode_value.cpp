@@ -50,6 +50,15 @@ std::string_view cut_trailing_blank(std::string_view text, bool on) {
   if (on && !text.empty() && text.back() == ' ' && !all_blank(text)) text.remove_suffix(1);
   return text;
 }
+std::string_view cut_nuls(std::string_view text) {
+  while (!text.empty() && text.back() == '\0') text.remove_suffix(1);
+  return text;
+}
+// The VRs that Specific Character Set is about (PS3.5 section 6.1.2.2).
+bool has_free_characters(int32_t vr) {
+  return vr == VX_VR_LO || vr == VX_VR_LT || vr == VX_VR_PN || vr == VX_VR_SH || vr == VX_VR_ST ||
+         vr == VX_VR_UC || vr == VX_VR_UT;
+}
 // Only then a backslash may be part of a character.
 bool may_hold_wide_characters(int32_t vr, std::string_view text) {
   if (vr != VX_VR_LO && vr != VX_VR_PN && vr != VX_VR_SH && vr != VX_VR_UC) return false;
@@ -104,6 +113,7 @@ VX_STATUS Decoder::set_simple(Frame& frame, TagObj& attribute, const uint8_t* by
     return store_value(frame.object, attribute, bytes, length,
                        {.first = true, .last = true, .from_stream = true, .big_endian = big_endian});
   }
+  if (keep_) return set_texts_to_keep(frame, attribute, {reinterpret_cast<const char*>(bytes), length});
   bool splits = false;
   const std::string_view text = text_of(reinterpret_cast<const char*>(bytes), length, splits);
   return set_texts(frame, attribute, text, splits);
@@ -126,13 +136,28 @@ VX_STATUS Decoder::set_texts(Frame& frame, TagObj& attribute, std::string_view t
   std::size_t start = 0;
   for (bool first = true;; first = false) {
     const std::size_t end = split_point(text, start, mode);
-    const std::string_view piece = cut_trailing_blank(text.substr(start, end - start), cut);
-    const VX_STATUS status = set_text(object, attribute, piece, first, &frame.charsets);
-    if (!is_stored_all_the_same(status)) return status;
+    std::string_view piece = text.substr(start, end - start);
+    if (keep_) piece = cut_nuls(piece);
+    const VX_STATUS status =
+        set_text(object, attribute, cut_trailing_blank(piece, cut), first, &frame.charsets);
+    if (status == VX_SYSTEM_ERROR || (!keep_ && !is_stored_all_the_same(status))) return status;
     if (status != VX_NORMAL_COMPLETION) result = status;
     if (end >= text.size()) return result;
     start = end + 1;
   }
+}
+
+// The text as before, but where characters are free, what stands behind a NUL belongs to it. What its values
+// would not write again is kept beside them.
+VX_STATUS Decoder::set_texts_to_keep(Frame& frame, TagObj& attribute, std::string_view bytes) {
+  std::string_view text = cut_nuls(bytes);
+  if (!has_free_characters(attribute.VR) && text.find('\0') != std::string_view::npos) {
+    warn("(%4.4X,%4.4X): text behind a NUL", tag_group(attribute.Tag), tag_element(attribute.Tag));
+    text = text.substr(0, text.find('\0'));
+  }
+  const VX_STATUS status = set_texts(frame, attribute, text, text.find('\\') != std::string_view::npos);
+  if (status == VX_SYSTEM_ERROR || !keep_if_changed(attribute, bytes)) return VX_SYSTEM_ERROR;
+  return status;
 }
 
 // --- Bulk values ---

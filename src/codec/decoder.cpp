@@ -28,12 +28,7 @@ constexpr uint32_t kMetaLength = 0x00020000U;
 constexpr uint32_t kMetaSyntax = 0x00020010U;
 constexpr uint32_t kLastCommand = 0x0000FFFFU;
 constexpr uint32_t kDropTypes = 0x1F;  // filter entries that drop an attribute whatever the object holds
-constexpr uint16_t kStructure = 0xFFFE;
 
-// VRs of the standard that have no code.
-bool is_wide_vr(char first, char second) {
-  return second == 'V' && (first == 'O' || first == 'S' || first == 'U');
-}
 bool is_known_vr(char first, char second) {
   return vr_from_letters(first, second) >= 0 || is_wide_vr(first, second);
 }
@@ -309,7 +304,7 @@ Decoder::Step Decoder::next_header(Frame& frame, Element& element, VX_STATUS& st
   request_.StopOffset = in_.offset();
   tag_ = tag;
   if (request_.Rest != nullptr && frame.depth == 0 && tag > request_.EndTag) return stop(frame, tag, status);
-  if (group == kStructure) return structural_tag(frame, tag, status);
+  if (group == kStructureGroup) return structural_tag(frame, tag, status);
   if (tag < frame.last_tag && !config_bool(VX_CFG_ALLOW_OUT_OF_ORDER_TAGS)) {
     fault("Tags not in ascending order: (%.4x,%.4x) found after (%.4x,%.4x)", group, tag_element(tag),
           tag_group(frame.last_tag), tag_element(frame.last_tag));
@@ -375,7 +370,7 @@ Decoder::Step Decoder::structural_tag(Frame& frame, uint32_t tag, VX_STATUS& sta
 
 // The first element tells whether a stream that is said to be explicit is so.
 VX_STATUS Decoder::first_element_test(const uint8_t* header, uint32_t tag) {
-  if (!encoding_.explicit_vr || tag_group(tag) == kStructure) return VX_NORMAL_COMPLETION;
+  if (!encoding_.explicit_vr || tag_group(tag) == kStructureGroup) return VX_NORMAL_COMPLETION;
   if (is_known_vr(static_cast<char>(header[4]), static_cast<char>(header[5]))) return VX_NORMAL_COMPLETION;
   if (config_bool(VX_CFG_REJECT_INVALID_VR)) {
     fault("Invalid VR (0x%.2x 0x%.2x) detected in stream.", header[4], header[5]);
@@ -405,8 +400,8 @@ VX_STATUS Decoder::read_length(const uint8_t* header, Element& element) {
   if (vr >= 0) {
     element.vr = vr;
   } else if (is_wide_vr(first, second)) {
-    element.keep_un = true;
-    element.swap_width = big ? 8 : 0;
+    element.wide = first;
+    element.swap_width = big ? kWideWidth : 0;
   } else if (config_bool(VX_CFG_REJECT_INVALID_VR)) {
     fault("Invalid VR (0x%.2x 0x%.2x) for attribute (%.4x,%.4x) detected in stream.", header[4], header[5],
           tag_group(element.tag), tag_element(element.tag));

@@ -6,6 +6,7 @@
 
 #include "codec/creator_map.h"
 #include "codec/reader.h"
+#include "codec/stream_form.h"
 #include "codec/stream_input.h"
 #include "model/charset_scan.h"
 #include "model/object.h"
@@ -42,7 +43,7 @@ class Decoder {
     uint32_t length = 0;
     int32_t vr = VX_VR_UN;   // of the stream; UN when it names none or one without a code
     uint8_t swap_width = 0;  // bytes to turn around in a value whose VR has no code, in big endian
-    bool keep_un = false;    // a VR without a code: not a UN to be looked up in the dictionary
+    char wide = 0;           // first letter of OV, SV or UV, which have no code: no UN for the dictionary
   };
   // `step` tells what an operation on the stream has come to.
   enum class Step { Element, Again, Complete, Fail };
@@ -74,6 +75,7 @@ class Decoder {
   // decode_attribute.cpp: from an element to an attribute.
   VX_STATUS store_element(Frame& frame, Element element);
   VX_STATUS read_creator(Frame& frame, const Element& element);
+  VX_STATUS keep_creator(Frame& frame, const Element& element);
   VX_STATUS place_creator(Frame& frame, uint32_t tag, std::string_view code);
   bool map_private(Frame& frame, Element& element, std::string_view& creator);
   VX_STATUS place_attribute(Frame& frame, const Element& element, std::string_view creator, TagObj*& out);
@@ -90,6 +92,7 @@ class Decoder {
   VX_STATUS set_simple(Frame& frame, TagObj& attribute, const uint8_t* bytes, uint32_t length,
                        bool big_endian);
   VX_STATUS set_texts(Frame& frame, TagObj& attribute, std::string_view text, bool splits);
+  VX_STATUS set_texts_to_keep(Frame& frame, TagObj& attribute, std::string_view bytes);
   Outcome read_bulk(Frame& frame, TagObj& attribute, const Element& element);
   VX_STATUS announce(MsgObj& object, TagObj& attribute, uint32_t length, bool kept);
   struct Run {  // a run of bytes of a bulk value
@@ -137,6 +140,7 @@ class Decoder {
   bool syntax_known_ = false;
   bool meta_pending_ = false;
   uint64_t meta_end_ = ~uint64_t{0};
+  bool keep_ = keeps_stream_form();
   bool deflate_ = false;
   bool before_deflate_ = false;
   uint32_t tag_ = 0;  // the tag in hand

@@ -7,6 +7,7 @@
 
 #include "codec/reader.h"
 #include "codec/saved_data.h"
+#include "codec/stream_form.h"
 #include "codec/stream_output.h"
 #include "codec/walk.h"
 #include "codec/writer.h"
@@ -54,15 +55,15 @@ class Encoder {
   VX_STATUS header(const TagObj& attribute, uint32_t length);
   VX_STATUS structure(uint32_t tag, uint32_t length);
   VX_STATUS value(MsgObj& object, TagObj& attribute, uint64_t length);
+  VX_STATUS binary(MsgObj& object, TagObj& attribute, uint64_t length, bool big_endian);
   VX_STATUS texts(const TagObj& attribute, uint64_t length);
-  VX_STATUS numbers(const TagObj& attribute, bool big_endian);
   VX_STATUS offsets(const TagObj& attribute, bool big_endian);
   VX_STATUS tags(const TagObj& attribute, bool big_endian);
-  VX_STATUS bulk(const TagObj& attribute, uint32_t width);
+  VX_STATUS bulk(const TagObj& attribute, uint32_t width, bool pad);
   VX_STATUS block(const void* data, std::size_t size, uint32_t width);
   VX_STATUS swapped_block(const uint8_t* data, std::size_t size, uint32_t width);
-  VX_STATUS end_of_block(uint32_t width);
-  VX_STATUS from_callback(MsgObj& object, TagObj& attribute, uint32_t width);
+  VX_STATUS end_of_value(uint32_t width, bool pad);
+  VX_STATUS from_callback(MsgObj& object, TagObj& attribute, uint32_t width, bool pad);
   VX_STATUS saved(const MsgObj& object);
   VX_STATUS sequence(const TagObj& attribute, int depth);
   VX_STATUS item(MsgObj& item, int depth);
@@ -174,7 +175,10 @@ VX_STATUS Encoder::header(const TagObj& attribute, uint32_t length) {
     out_.used(kShortHeader);
     return VX_NORMAL_COMPLETION;
   }
-  const char* letters = attribute.VR == VX_VR_UN ? walk_.rules.un_letters : vr_letters(attribute.VR);
+  const char wide[] = {wide_letter(attribute), 'V'};
+  const char* letters = wide[0] != 0               ? wide
+                        : attribute.VR == VX_VR_UN ? walk_.rules.un_letters
+                                                   : vr_letters(attribute.VR);
   bool long_form = has_long_header(attribute.VR);
   if (!long_form && length > kMaxShortLength) {
     if (!walk_.rules.long_to_un) {
@@ -215,25 +219,33 @@ VX_STATUS Encoder::value(MsgObj& object, TagObj& attribute, uint64_t length) {
   const int32_t vr = attribute.VR;
   // What goes out as UN is little endian whatever the stream is (PS3.5 section 6.2.2).
   const bool big = walk_.encoding.big_endian && !outgrows_header(walk_.encoding, vr, length);
-  if (attribute.Storage == 'C') {
-    const bool swap = big && vr != VX_VR_OB && vr != VX_VR_UN && length != kUndefinedLength;
-    return from_callback(object, attribute, swap ? vr_width(vr) : 1);
-  }
-  if (attribute.Length > 0 && attribute.FirstValue == nullptr && attribute.Storage != 'F') {
+  if (attribute.Storage == 'M' && attribute.Length > 0 && attribute.FirstValue == nullptr) {
     VX_LOG_ERR(kFunction, "(%4.4X,%4.4X): the value was left in its stream", tag_group(attribute.Tag),
                tag_element(attribute.Tag));
     return VX_TOO_FEW_VALUES;
   }
+  if (attribute.DecoderMark == kKeptText)
+    return out_.put(attribute.KeptText->Data, attribute.KeptText->Length);
   if (is_text_vr(vr)) return texts(attribute, length);
+  return binary(object, attribute, length, big);
+}
+
+VX_STATUS Encoder::binary(MsgObj& object, TagObj& attribute, uint64_t length, bool big) {
+  const int32_t vr = attribute.VR;
+  const uint32_t width = !big                          ? 1
+                         : vr != VX_VR_UN              ? vr_width(vr)
+                         : wide_letter(attribute) != 0 ? kWideWidth
+                                                       : 1;
+  const bool pad = length == uint64_t{attribute.Length} + 1;
+  if (attribute.Storage == 'C')
+    return from_callback(object, attribute, length != kUndefinedLength ? width : 1, pad);
   if (vr == VX_VR_AT) return tags(attribute, big);
   if (is_numeric_vr(vr)) {
     const bool mapped = writer_.OffsetTable != nullptr && is_directory_offset(attribute.Tag) &&
                         (vr == VX_VR_UL || vr == VX_VR_SL);
-    return mapped ? offsets(attribute, big) : numbers(attribute, big);
+    if (mapped) return offsets(attribute, big);
   }
-  const VX_STATUS status = bulk(attribute, big && vr != VX_VR_UN ? vr_width(vr) : 1);
-  if (status != VX_NORMAL_COMPLETION || length == attribute.Length) return status;
-  return out_.put("", 1);  // the pad of an odd OB
+  return bulk(attribute, width, pad);
 }
 
 VX_STATUS Encoder::texts(const TagObj& attribute, uint64_t length) {
@@ -251,11 +263,6 @@ VX_STATUS Encoder::texts(const TagObj& attribute, uint64_t length) {
   if (walk.status() != VX_NORMAL_COMPLETION) return walk.status();
   if (written == length) return VX_NORMAL_COMPLETION;
   return out_.put(attribute.VR == VX_VR_UI ? "" : " ", 1);
-}
-
-VX_STATUS Encoder::numbers(const TagObj& attribute, bool big_endian) {
-  const uint32_t width = big_endian ? vr_width(attribute.VR) : 1;
-  return bulk(attribute, width);
 }
 
 // References between directory records: item ids in the object, file offsets in the stream.
@@ -295,14 +302,14 @@ VX_STATUS Encoder::tags(const TagObj& attribute, bool big_endian) {
   return VX_NORMAL_COMPLETION;
 }
 
-VX_STATUS Encoder::bulk(const TagObj& attribute, uint32_t width) {
+VX_STATUS Encoder::bulk(const TagObj& attribute, uint32_t width, bool pad) {
   PieceWalk walk(attribute);
   while (const ValueObj* piece = walk.next()) {
     const VX_STATUS status = block(piece->Data, piece->Length, width);
     if (status != VX_NORMAL_COMPLETION) return status;
   }
   if (walk.status() != VX_NORMAL_COMPLETION) return walk.status();
-  return end_of_block(width);
+  return end_of_value(width, pad);
 }
 
 // One block of a value; elements of `width` bytes above 1 are turned around.
@@ -342,15 +349,17 @@ VX_STATUS Encoder::swapped_block(const uint8_t* data, std::size_t size, uint32_t
   return VX_NORMAL_COMPLETION;
 }
 
-// The odd end of a value that is no multiple of its elements goes out as it is.
-VX_STATUS Encoder::end_of_block(uint32_t width) {
+// The pad of an odd value may complete its last element. What is no multiple of elements goes out as it is.
+VX_STATUS Encoder::end_of_value(uint32_t width, bool pad) {
+  const VX_STATUS status = pad ? block("", 1, width) : VX_NORMAL_COMPLETION;
+  if (status != VX_NORMAL_COMPLETION) return status;
   if (width == 1 || carried_ == 0) return VX_NORMAL_COMPLETION;
   const std::size_t size = carried_;
   carried_ = 0;
   return out_.put(carry_, size);
 }
 
-VX_STATUS Encoder::from_callback(MsgObj& object, TagObj& attribute, uint32_t width) {
+VX_STATUS Encoder::from_callback(MsgObj& object, TagObj& attribute, uint32_t width, bool pad) {
   if (attribute.Length == 0) return VX_NORMAL_COMPLETION;
   const bool open_end = attribute.Length == kUndefinedLength || writer_.Deflate;
   uint64_t left = attribute.Length;
@@ -384,7 +393,7 @@ VX_STATUS Encoder::from_callback(MsgObj& object, TagObj& attribute, uint32_t wid
                static_cast<unsigned long long>(left));
     return VX_TOO_FEW_VALUES;
   }
-  return end_of_block(width);
+  return end_of_value(width, pad);
 }
 
 // Data that the object keeps undecoded stand behind its attributes. The walk of the lengths has compared the

@@ -2,6 +2,7 @@
 #include <new>
 
 #include "codec/saved_data.h"
+#include "codec/stream_form.h"
 #include "codec/walk.h"
 #include "config/config.h"
 #include "frame/byte_order.h"
@@ -211,6 +212,7 @@ ExportRules export_rules(Destination destination) {
       config_bool(media ? VX_CFG_EXPORT_GROUP_LENGTHS_TO_MEDIA : VX_CFG_EXPORT_GROUP_LENGTHS_TO_NETWORK);
   rules.empty_creators = config_bool(VX_CFG_EXPORT_EMPTY_PRIVATE_CREATOR_CODES);
   rules.long_to_un = config_bool(VX_CFG_EXPLICIT_VR_TO_UN_FOR_LENGTH_GT_64K);
+  rules.pad_all = keeps_stream_form();
   config_text(VX_CFG_UNKNOWN_VR_CODE, rules.un_letters, sizeof rules.un_letters);
   if (rules.un_letters[0] == '\0' || rules.un_letters[1] == '\0') std::memcpy(rules.un_letters, "UN", 3);
   rules.large = static_cast<uint32_t>(config_int(VX_CFG_LARGE_DATA_SIZE));
@@ -277,10 +279,12 @@ VX_STATUS admit(WalkState& walk, MsgObj& object, TagObj& attribute, bool top, bo
 uint64_t plain_value_length(const WalkState& walk, const MsgObj& object, const TagObj& attribute, bool top) {
   if (attribute.Length == kUndefinedLength) return kUndefinedLength;
   uint64_t length = attribute.Length;
+  if (attribute.DecoderMark == kKeptText) return attribute.KeptText->Length;
   if (is_text_vr(attribute.VR)) {
     if (attribute.ValueCount > 1) length += static_cast<uint64_t>(attribute.ValueCount) - 1;
     length += length % 2;
-  } else if (attribute.VR == VX_VR_OB && !is_encapsulated(walk, object, attribute, top)) {
+  } else if ((attribute.VR == VX_VR_OB || walk.rules.pad_all) &&
+             !is_encapsulated(walk, object, attribute, top)) {
     length += length % 2;
   }
   return length;

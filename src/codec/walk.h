@@ -18,6 +18,7 @@ struct ExportRules {
   bool group_lengths;
   bool empty_creators;
   bool long_to_un;  // a value too long for a short header goes out as UN
+  bool pad_all;     // a NUL behind every odd value, not of OB alone
   char un_letters[3];
   uint32_t large;
 };

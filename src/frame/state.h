@@ -39,6 +39,7 @@ struct StateBlock {
   SmallRegistry sessions;
   int32_t EchoApplicationID;  // the library's own application, -1 until it exists
   bool EchoTried;             // the first registration makes it
+  int32_t KeepStreamForm;     // VX_Keep_Stream_Form; aligned, without a lock
   Lock dictionSemaphore;
   Lock templateSemaphore;  // the list of message templates
   Lock charParamSemaphore;

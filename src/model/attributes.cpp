@@ -210,6 +210,7 @@ TagObj* lower_bound_tag(MsgObj& object, uint32_t tag) {
 VX_STATUS new_tag(MsgObj& object, uint32_t tag, int32_t vr, uint16_t vm_low, uint16_t vm_high, TagObj** out) {
   if (out != nullptr) *out = nullptr;
   if (!is_vr(vr)) return VX_INVALID_VR_CODE;
+  if (tag_group(tag) == kStructureGroup) return VX_INVALID_TAG;
   const Guard guard(object.Semaphore);
   TagObj* at = search_and_move(object, tag);
   if (at != nullptr && at->Tag == tag) {
@@ -239,7 +240,7 @@ VX_STATUS find_or_add_tag(MsgObj& object, uint32_t tag, const char* creator, Tag
   DictInfo info{};
   if (dictionary_lookup(tag, creator, info) != kOk) return VX_INVALID_TAG;
   status = new_tag(object, tag, info.vr, 1, 255, &out);
-  return status == kOk || status == VX_TAG_ALREADY_EXISTS ? kOk : VX_SYSTEM_ERROR;
+  return status == VX_TAG_ALREADY_EXISTS ? kOk : status;
 }
 
 VX_STATUS add_standard_attribute(MsgObj& object, uint32_t tag, TagObj** out) {

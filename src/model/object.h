@@ -36,7 +36,7 @@ struct TagObj {
   int32_t ValueCount;
   uint32_t Length;   // bytes of all values; items in a sequence; kUndefinedLength: not known
   char Storage;      // 'M' memory, 'F' temporary file, 'C' callback
-  char DecoderMark;  // kReadFromUn on a sequence that was read from UN
+  char DecoderMark;  // kReadFromUn, kKeptText, or the first letter of OV, SV or UV on an attribute of VR UN
   uint8_t ReadStarted;
   uint8_t ReadFinished;
   int32_t CursorNumber;  // from 1
@@ -51,11 +51,16 @@ struct TagObj {
   uint16_t VMLow;
   uint16_t VMHigh;       // 255: no limit
   uint32_t ValueOffset;  // stream offset of a value that a callback holds
-  FileObj* File;         // owned; the blocks of a value on temporary files
+  union {                // owned
+    FileObj* File;       // the blocks of a value on temporary files; Storage 'F'
+    ValueObj* KeptText;  // with kKeptText: the text as its stream has it
+  };
 };
 
 inline constexpr uint32_t kUndefinedLength = 0xFFFFFFFFU;
-inline constexpr char kReadFromUn = 0x7F;
+inline constexpr char kReadFromUn = 0x7F;  // on a sequence
+// On a text that its values would not write as it was read: other padding, bytes behind a NUL.
+inline constexpr char kKeptText = 0x7E;
 
 // Preamble, prefix and name of a file; owned by the object.
 struct FileInfo {
@@ -132,6 +137,8 @@ constexpr uint32_t repeating_base(uint32_t tag) {
   return tag & 0xFF00FFFFU;
 }
 inline constexpr uint32_t kPixelData = 0x7FE00010U;
+// Items and their delimiters, which are no attributes.
+inline constexpr uint16_t kStructureGroup = 0xFFFE;
 
 // --- Objects ---
 

@@ -33,6 +33,7 @@ VX_STATUS numeric_length(const TagObj& attribute, uint32_t& length) {
 
 // The next piece of a text that is one value whatever the number of pieces that it came in.
 VX_STATUS extend_text(TagObj& attribute, const void* data, uint32_t length) {
+  drop_kept_text(attribute);
   ValueObj* last = attribute.LastValue;
   if (length > kUndefinedLength - 1 - attribute.Length) return VX_VALUE_TOO_LARGE;
   const uint32_t wanted = last->Length + length;
@@ -61,6 +62,7 @@ VX_STATUS store_piece(MsgObj& object, TagObj& attribute, const void* data, uint3
 
 // Unlinks the value under the cursor, or the first one, and moves the cursor to the one in front.
 VX_STATUS unlink_current(TagObj& attribute, ValueObj*& taken) {
+  drop_kept_text(attribute);
   ValueObj* previous = attribute.CursorPrevious;
   taken = previous == nullptr ? attribute.FirstValue : attribute.CursorValue;
   if (taken == nullptr) return VX_NO_MORE_VALUES;

@@ -54,6 +54,7 @@ void drop_items(const TagObj& attribute, bool free_items) {
 }
 
 void reset_value_fields(TagObj& attribute) {
+  drop_kept_text(attribute);
   attribute.FirstValue = attribute.LastValue = nullptr;
   attribute.CursorValue = attribute.CursorPrevious = nullptr;
   attribute.CursorNumber = 0;
@@ -243,7 +244,26 @@ void free_value(ValueObj* value) {
   release(value);
 }
 
+bool keep_text(TagObj& attribute, std::string_view bytes) {
+  const std::size_t pad = bytes.size() % 2;
+  ValueObj* kept = new_value(static_cast<uint32_t>(bytes.size() + pad));
+  if (kept == nullptr) return false;
+  auto* to = static_cast<char*>(kept->Data);
+  std::memcpy(to, bytes.data(), bytes.size());
+  if (pad != 0) to[bytes.size()] = attribute.VR == VX_VR_UI ? '\0' : ' ';
+  attribute.KeptText = kept;
+  attribute.DecoderMark = kKeptText;
+  return true;
+}
+
+void release_kept_text(TagObj& attribute) {
+  free_value(attribute.KeptText);
+  attribute.KeptText = nullptr;
+  attribute.DecoderMark = 0;
+}
+
 void append_value(TagObj& attribute, ValueObj* value, int32_t count, uint32_t length) {
+  drop_kept_text(attribute);
   if (attribute.LastValue == nullptr) {
     attribute.FirstValue = value;
   } else {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "model/object.h"
 #include "model/vr.h"
@@ -35,6 +36,13 @@ VX_STATUS adopt_item(MsgObj* holder, const TagObj& attribute, MsgObj* item);
 ValueObj* new_value(uint32_t length);  // unset bytes; null if there is no memory
 void free_value(ValueObj* value);
 void append_value(TagObj& attribute, ValueObj* value, int32_t count, uint32_t length);
+
+// Keeps the bytes that a text has in its stream, of even length, until its values change. False: no memory.
+bool keep_text(TagObj& attribute, std::string_view bytes);
+void release_kept_text(TagObj& attribute);
+inline void drop_kept_text(TagObj& attribute) {
+  if (attribute.DecoderMark == kKeptText) release_kept_text(attribute);
+}
 
 // Cursors. A private one is a local ValueCursor; the attribute's own is in its fields.
 struct ValueCursor {

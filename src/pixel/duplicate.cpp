@@ -347,7 +347,7 @@ class Duplicator {
     to->VMLow = from.VMLow;
     to->VMHigh = from.VMHigh;
     to->Template = from.Template;
-    to->DecoderMark = from.DecoderMark;
+    to->DecoderMark = from.DecoderMark == kKeptText ? char{} : from.DecoderMark;
     to->Storage = from.Storage == 'C' ? 'C' : 'M';
     VX_STATUS status = kOk;
     if (from.Tag == kPixelData) {

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <limits>
 
+#include "codec/stream_form.h"
 #include "config/transfer_syntax.h"
 #include "frame/log.h"
 #include "model/attributes.h"
@@ -138,10 +139,14 @@ VX_STATUS append_wide_integer(std::string_view letters, std::string_view text, s
   return VX_NORMAL_COMPLETION;
 }
 
-void take_vr(FillTarget& target, TagObj& attribute, int32_t vr) {
-  if (vr < 0 || attribute.VR == vr) return;
-  clear_value(target.object, attribute, false, true);
-  attribute.VR = vr;
+void take_vr(FillTarget& target, TagObj& attribute, int32_t vr, std::string_view letters) {
+  if (vr >= 0 && attribute.VR != vr) {
+    clear_value(target.object, attribute, false, true);
+    attribute.VR = vr;
+  }
+  if (attribute.VR != VX_VR_UN || !keeps_stream_form()) return;
+  const bool wide = letters.size() == 2 && is_wide_vr(letters[0], letters[1]);
+  attribute.DecoderMark = wide ? letters[0] : standard_wide_letter(attribute.Tag);
 }
 
 VX_STATUS fill_null(FillTarget& target, TagObj& attribute, bool first) {

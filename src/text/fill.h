@@ -60,7 +60,7 @@ inline bool is_wide_integer(std::string_view letters) {
 VX_STATUS append_wide_integer(std::string_view letters, std::string_view text, std::string& bytes);
 
 // What the document says of its values holds.
-void take_vr(FillTarget& target, TagObj& attribute, int32_t vr);
+void take_vr(FillTarget& target, TagObj& attribute, int32_t vr, std::string_view letters);
 VX_STATUS fill_null(FillTarget& target, TagObj& attribute, bool first);
 // A text in UTF-8, which goes into the character set of the object. VX_INVALID_CHARS_IN_VALUE, too, for what
 // the set can not hold, and for a backslash in what is one value of the document.

@@ -227,7 +227,7 @@ VX_STATUS JsonReader::member(FillTarget& target, const Member& member) {
                                               : find_standard(target, member.tag, vr, attribute);
   if (status != VX_NORMAL_COMPLETION) ++lost_;
   if (status != VX_NORMAL_COMPLETION || is_creator) return status;
-  take_vr(target, *attribute, vr);
+  take_vr(target, *attribute, vr, vr_name);
   status = value(target, *attribute, parts, vr_name);
   if (vr != VX_VR_SQ && !is_stored(status, vr)) ++lost_;
   target.filled(*attribute);

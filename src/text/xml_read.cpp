@@ -98,7 +98,7 @@ VX_STATUS XmlReader::attribute(FillTarget& target, XmlNode node) {
   }
   TagObj* attribute = find(target, node, tag, vr);
   if (attribute == nullptr) return VX_NORMAL_COMPLETION;
-  take_vr(target, *attribute, vr);
+  take_vr(target, *attribute, vr, letters);
   VX_STATUS status = VX_NORMAL_COMPLETION;
   if (attribute->VR == VX_VR_SQ) {
     status = items(target, *attribute, node);

@@ -1,5 +1,7 @@
 #include "codec/writer.h"
 
+#include <fstream>
+
 #include "codec/streams.h"
 #include "frame/pool.h"
 #include "model/object.h"
@@ -139,6 +141,98 @@ TEST_F(Encoder, UnknownGoesOutUnderTheLettersOfTheConfiguration) {
   const Object message;
   set_bytes(message, 0x00990002, VX_VR_UN, "??");
   EXPECT_EQ(encode(message, EXPLICIT_LITTLE_ENDIAN), Writer().element(0x00990002, "OB", "??").str());
+}
+
+// What nobody has touched goes out as it came in.
+TEST_F(Encoder, AStreamKeepsItsForm) {
+  using namespace std::string_literals;
+  struct Case {
+    uint32_t tag;
+    const char* vr;
+    std::string value;
+    std::string kept;
+    std::string texts{};  // as they are read
+  };
+  const Case cases[] = {
+      {0x00080008, "CS", "A \\B\\ ", "A \\B\\ ", "A\\B\\ "},
+      {0x0008040C, "UV", "12345678", "12345678"},
+      {0x00081030, "LO", "AB\0\\CD"s, "AB\0\\CD"s, "AB\\CD"},
+      {0x00081080, "LO", "AB\0\0"s, "AB\0\0"s, "AB"},
+      {0x00081155, "UI", "1.2 ", "1.2 ", "1.2"},
+      {0x00090010, "LO", "A\\B\x01", "A\\B\x01", "A\\B\x01"},
+      {0x00091001, "UV", "abcdefgh", "abcdefgh"},
+      {0x00091002, "UN", "odd", "odd\0"s},
+      {0x00101020, "DS", "1,5 ", "1,5 ", "1.5"},
+      {0x00101030, "DS", std::string(301, '1'), std::string(301, '1') + " ", "<null>"},
+      {0x00104000, "LT", "a\0b "s, "a\0b "s, "a"},
+      {0x00280010, "US", "\x01\x02", "\x01\x02", "513"},
+  };
+  set_bool(VX_CFG_ALLOW_COMMA_IN_DS_FL_FD_STRINGS, true);
+  Writer in;
+  Writer out;
+  for (const Case& c : cases) in.element(c.tag, c.vr, c.value);
+  for (const Case& c : cases) out.element(c.tag, c.vr, c.kept);
+  ASSERT_EQ(VX_Keep_Stream_Form(1), VX_NORMAL_COMPLETION);
+  const Object message;
+  ASSERT_EQ(decode(message, in.str(), EXPLICIT_LITTLE_ENDIAN, 2).status, VX_NORMAL_COMPLETION);
+  for (const Case& c : cases) {
+    EXPECT_EQ(c.texts.empty() ? "" : text(message, c.tag), c.texts) << std::hex << c.tag;
+  }
+  EXPECT_EQ(encode(message, EXPLICIT_LITTLE_ENDIAN), out.str());
+  const Object again;
+  const std::string big = encode(message, EXPLICIT_BIG_ENDIAN);
+  EXPECT_NE(big.find("87654321"), std::string::npos);
+  EXPECT_EQ(decode(again, big, EXPLICIT_BIG_ENDIAN).status, VX_NORMAL_COMPLETION);
+  EXPECT_EQ(encode(again, EXPLICIT_LITTLE_ENDIAN), out.str());
+  // A value that is set is written by the rules, and so is all in an object that was read by them.
+  VX_Set_Next_Value_From_String(message, 0x00081030, "E");
+  VX_Set_Value_From_String(message, 0x00081080, "F");
+  EXPECT_EQ(encode(message, EXPLICIT_LITTLE_ENDIAN, VX_NORMAL_COMPLETION, 0x00081030, 0x00081080),
+            Writer().element(0x00081030, "LO", "AB\\CD\\E ").element(0x00081080, "LO", "F ").str());
+  ASSERT_EQ(VX_Keep_Stream_Form(0), VX_NORMAL_COMPLETION);
+  const Object ruled;
+  decode(ruled, out.str(), EXPLICIT_LITTLE_ENDIAN);
+  EXPECT_EQ(encode(ruled, EXPLICIT_LITTLE_ENDIAN, VX_NORMAL_COMPLETION, 0x0008040C, 0x00081080),
+            Writer()
+                .element(0x0008040C, "UN", "12345678")
+                .element(0x00081030, "LO", "AB")
+                .element(0x00081080, "LO", "AB")
+                .str());
+}
+
+TEST_F(Encoder, LettersOfVrsWithoutACode) {
+  const Object message;
+  char letters[3] = "";
+  EXPECT_EQ(VX_Get_VR_Letters(message, 0x00990002, letters), VX_INVALID_TAG);
+  set_bytes(message, 0x00990002, VX_VR_UN, "12345678");
+  set(message, 0x00100020, "ID");
+  EXPECT_EQ(VX_Set_VR_Letters(message, 0x00100020, "UV"), VX_INCOMPATIBLE_VR);
+  EXPECT_EQ(VX_Set_VR_Letters(message, 0x00990002, "LO"), VX_INVALID_VR_CODE);
+  for (const char* vr : {"OV", "SV", "UV", "UN"}) {
+    EXPECT_EQ(VX_Set_VR_Letters(message, 0x00990002, vr), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(VX_Get_VR_Letters(message, 0x00990002, letters), VX_NORMAL_COMPLETION);
+    EXPECT_STREQ(letters, vr);
+    EXPECT_EQ(encode(message, EXPLICIT_LITTLE_ENDIAN, VX_NORMAL_COMPLETION, 0x00990000),
+              Writer().element(0x00990002, vr, "12345678").str());
+  }
+  // Those of the standard are known where the stream has none, which the dictionary tells.
+  ASSERT_EQ(VX_Keep_Stream_Form(1), VX_NORMAL_COMPLETION);
+  std::ifstream table(VEXAL_SOURCE_DIR "/data/dictionary.tsv");
+  int wide = 0;
+  for (std::string line; std::getline(table, line);) {
+    const std::size_t vr = line.find("\tUN/");
+    if (line.empty() || line[0] == '#' || vr != 9) continue;
+    const auto tag = static_cast<uint32_t>(std::stoul(line.substr(0, 4) + line.substr(5, 4), nullptr, 16));
+    const Object read;
+    decode(read, Writer(IMPLICIT_LITTLE_ENDIAN).element(tag, "", "12345678").str(), IMPLICIT_LITTLE_ENDIAN);
+    EXPECT_EQ(VX_Get_VR_Letters(read, tag, letters), VX_NORMAL_COMPLETION) << line;
+    EXPECT_EQ(line.substr(13, 2), letters) << line;
+    ++wide;
+  }
+  EXPECT_EQ(wide, 11);
+  EXPECT_EQ(VX_Add_Nonstandard_Attribute(message, 0xFFFEE00D, VX_VR_LO), VX_INVALID_TAG);
+  EXPECT_EQ(VX_Add_Standard_Attribute(message, 0xFFFEE000), VX_INVALID_TAG);
+  EXPECT_EQ(VX_Set_Value_From_String(message, 0xFFFEE0DD, "1"), VX_INVALID_TAG);
 }
 
 TEST_F(Encoder, EveryBlockIsEvenHoweverOddTheValues) {

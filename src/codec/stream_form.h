@@ -1,0 +1,32 @@
+// What a program that hands files on as they came asks for beyond the rules of the interface:
+// VX_Keep_Stream_Form.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "frame/state.h"
+#include "model/object.h"
+
+namespace vx {
+
+inline bool keeps_stream_form() {
+  return state().KeepStreamForm != 0;
+}
+
+inline constexpr uint32_t kWideWidth = 8;
+// OV, SV and UV have no code in the interface; their first letters tell them apart.
+constexpr bool is_wide_vr(char first, char second) {
+  return second == 'V' && (first == 'O' || first == 'S' || first == 'U');
+}
+// The first letter of the VR that PS3.6 gives a tag, if that is one of the three; else 0.
+char standard_wide_letter(uint32_t tag);
+// The same of an attribute's own VR.
+inline char wide_letter(const TagObj& attribute) {
+  return attribute.VR == VX_VR_UN && is_wide_vr(attribute.DecoderMark, 'V') ? attribute.DecoderMark : char{};
+}
+
+// Keeps the bytes of a text if its values would not write them again. False: no memory.
+bool keep_if_changed(TagObj& attribute, std::string_view bytes);
+
+}  // namespace vx
