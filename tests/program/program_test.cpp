@@ -342,6 +342,67 @@ TEST_F(Program, ARefusedChangeLeavesTheFileAsItWas) {
   EXPECT_EQ(files_in_folder(), 1U);
 }
 
+// Numbers are whole and in range, tags in any of their forms, private attributes with a VR: or nothing is
+// written.
+TEST_F(Program, ModifyTakesWhatFitsTheVr) {
+  struct Row {
+    const char* set;
+    const char* shown;  // null: refused
+  };
+  const Row rows[] = {
+      {"Rows=65535", "US        2  Rows                              65535"},
+      {"Rows=70000", nullptr},
+      {"Rows=-1", nullptr},
+      {"Rows=1.5", nullptr},
+      {"Rows=0x10", nullptr},
+      {"Rows=", "US        0  Rows"},
+      {"{X}0029,01:SS=-32768\\32767", "-32768\\32767"},
+      {"{X}0029,01:SS=40000", nullptr},
+      {"{X}0029,01:SL=-2147483648", "-2147483648"},
+      {"{X}0029,01:SL=2147483648", nullptr},
+      {"{X}0029,01:UL=4294967295", "4294967295"},
+      {"{X}0029,01:UL=4294967296", nullptr},
+      {"{X}0029,01:UV=18446744073709551615\\0",
+       "UV       16  -                                 18446744073709551615\\0"},
+      {"{X}0029,01:UV=18446744073709551616", nullptr},
+      {"{X}0029,01:SV=-9223372036854775808", "-9223372036854775808"},
+      {"{X}0029,01:SV=-9223372036854775809", nullptr},
+      {"{X}0029,01:OV=@FOLDER/a.dcm", "OV "},
+      {"{X}0029,01:LO=text", "LO        4  -                                 text"},
+      {"{X}0029,01=text", nullptr},
+      {"{X}0029,01:QQ=text", nullptr},
+      {"{GEMS_IDEN_01}0009,01:US=1", nullptr},
+      {"{X}0029,01:SQ[0].PatientID=Q", "Q"},
+      {"FileOffsetInContainer=9", "UV        8  FileOffsetInContainer             9"},
+      {"FileOffsetInContainer=-9", nullptr},
+      {"FrameIncrementPointer=(0018,1063)", "(0018,1063)"},
+      {"FrameIncrementPointer=00181063\\0018,1065", "(0018,1063)\\(0018,1065)"},
+      {"FrameIncrementPointer=FrameTime", "(0018,1063)"},
+      {"FrameIncrementPointer=nonsense", nullptr},
+      {"(FFFE,E000)=1", nullptr},
+      {"FFFEE0DD=", nullptr},
+  };
+  for (const Row& row : rows) {
+    std::string set = row.set;
+    if (const std::size_t at = set.find("FOLDER"); at != std::string::npos)
+      set.replace(at, 6, folder_.string());
+    fs::remove(path("b.dcm"));
+    const Outcome outcome = run("modify --set '" + set + "' " + path("a.dcm") + " " + path("b.dcm"));
+    EXPECT_EQ(outcome.exit, row.shown != nullptr ? 0 : 2) << set << ": " << outcome.out;
+    EXPECT_EQ(fs::exists(path("b.dcm")), row.shown != nullptr) << set;
+    if (row.shown == nullptr) continue;
+    const std::string text = run("dump " + path("b.dcm")).out;
+    EXPECT_NE(text.find(row.shown), std::string::npos) << set << " in\n" << text;
+  }
+  // Their letters last, and the values add up.
+  ASSERT_EQ(
+      run("modify --set '{X}0029,01:SV=-1' --add '{X}0029,01=2' " + path("a.dcm") + " " + path("b.dcm")).exit,
+      0);
+  ASSERT_EQ(run("convert --to big-endian " + path("b.dcm") + " " + path("c.dcm")).exit, 0);
+  EXPECT_NE(run("dump " + path("c.dcm")).out.find("SV       16  -                                 -1\\2"),
+            std::string::npos);
+}
+
 TEST_F(Program, DamagedAndStrangeFiles) {
   const std::string whole = sample();
   write("cut.dcm", whole.substr(0, whole.size() - 70000));

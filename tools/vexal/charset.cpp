@@ -9,11 +9,11 @@
 #include "network.h"
 #include "session.h"
 #include "tag_path.h"
+#include "typed_numbers.h"
 
 namespace vexal {
 namespace {
 
-constexpr uint32_t kDirectoryRecordSequence = 0x00041220;
 constexpr char16_t kReplacement = u'\xFFFD';
 constexpr char kSubstitute = '\x1A';  // what the library writes for a character that no set has
 constexpr char kUtf8[] = "ISO_IR 192";
@@ -40,9 +40,10 @@ VX_STATUS read_texts(int32_t id, uint32_t tag, int32_t count, bool decode, std::
   std::string room(256, '\0');
   std::size_t longest = 0;
   for (std::size_t i = 0; i < values.size(); ++i) {
-    const auto size = static_cast<int32_t>(room.size());
-    VX_STATUS status = i == 0 ? VX_Get_Value_To_String(id, tag, size, room.data())
-                              : VX_Get_Next_Value_To_String(id, tag, size, room.data());
+    const auto size = static_cast<uint32_t>(room.size());
+    uint32_t used = 0;
+    VX_STATUS status = i == 0 ? VX_Get_Value(id, tag, VX_STRING_TYPE, size, room.data(), &used)
+                              : VX_Get_Next_Value(id, tag, VX_STRING_TYPE, size, room.data(), &used);
     if (status == VX_BUFFER_TOO_SMALL) {  // grow, and read up to here again
       uint32_t whole = 0;
       VX_Get_Value_Length(id, tag, static_cast<int32_t>(i) + 1, &whole);
@@ -53,7 +54,7 @@ VX_STATUS read_texts(int32_t id, uint32_t tag, int32_t count, bool decode, std::
     values[i].is_null = status == VX_NULL_VALUE;
     if (values[i].is_null) continue;
     if (status != VX_NORMAL_COMPLETION) return status;
-    values[i].bytes = room.c_str();
+    values[i].bytes.assign(room, 0, used);
     longest = std::max(longest, values[i].bytes.size());
   }
   std::u16string wide(decode ? longest + 2 : 0, u'\0');
@@ -102,6 +103,7 @@ std::string utf8_text_of(int32_t object, uint32_t tag) {
 }
 
 bool set_typed_text(int32_t id, uint32_t tag, const std::string& text, bool first, VX_STATUS& status) {
+  if (set_number(id, tag, text, first, status)) return true;
   const auto as_it_is = [&] {
     status = first ? VX_Set_Value_From_String(id, tag, text.c_str())
                    : VX_Set_Next_Value_From_String(id, tag, text.c_str());
@@ -182,7 +184,7 @@ VX_STATUS set_charset(int32_t id, const std::vector<std::string>& names) {
 }
 
 std::string Conversion::prepare() {
-  if (VX_Get_Attribute_Info(id_, kDirectoryRecordSequence, nullptr, nullptr) == VX_NORMAL_COMPLETION)
+  if (VX_Get_Attribute_Info(id_, kDirectoryRecords, nullptr, nullptr) == VX_NORMAL_COMPLETION)
     return "a directory keeps its character sets: its records lie at places that it names";
   int32_t count = 0;
   if (!from_.empty() &&
@@ -291,9 +293,11 @@ void Conversion::convert(const std::string& where, VX_VR vr, const std::string& 
   }
   line += old.is_cut() ? "...\"" : "\"";
   value.bytes = std::move(bytes);
-  if (!broken && missing.empty()) return;
+  const bool cut = value.bytes.find('\0') != std::string::npos;  // where the library takes it to end
+  if (!broken && !cut && missing.empty()) return;
   ++lost_;
   if (broken) line += ": no text in " + (charset.empty() ? "the default character set" : charset);
+  if (cut) line += ": ends at a NUL";
   if (!missing.empty()) line += ": not in the new sets:";
   std::size_t told = 0;
   for (const char32_t c : missing) {

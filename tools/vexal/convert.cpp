@@ -1,6 +1,7 @@
 // vexal convert: the same object in another transfer syntax.
 #include <algorithm>
 #include <filesystem>
+#include <map>
 
 #include "charset.h"
 #include "commands.h"
@@ -28,17 +29,17 @@ FileResult convert_file(const std::string& in, const std::string& out, VX_TRANSF
   result.exit = kUsage;
   DicomFile file;
   RecodedPixels pixels;
-  VX_STATUS status = file.open(in, {});
+  VX_STATUS status = file.open(in, {.link_records = true});
   if (status != VX_NORMAL_COMPLETION) {
     report(in, file.problem());
     return result;
   }
   if (target == 0) target = file.syntax();
-  std::string problem;
+  std::string problem = file.directory_fault(target);
   const KeptValue* kept = file.kept(file.id(), 0x7FE00010);
-  if (kept != nullptr && kept->length != 0xFFFFFFFFU && !is_uncompressed(file.syntax()))
+  if (problem.empty() && kept != nullptr && kept->length != 0xFFFFFFFFU && !is_uncompressed(file.syntax()))
     problem = "its pixel data is not encapsulated, as its transfer syntax demands";
-  else if (RecodedPixels::needed(file, target))
+  if (problem.empty() && RecodedPixels::needed(file, target))
     problem = pixels.attach(file, target, threads, RecodedPixels::When::AsWritten);
   if (problem.empty()) status = file.set_syntax(target);
   if (!problem.empty() || status != VX_NORMAL_COMPLETION) {
@@ -60,6 +61,47 @@ FileResult convert_file(const std::string& in, const std::string& out, VX_TRANSF
   return result;
 }
 
+namespace fs = std::filesystem;
+
+fs::path full_path(const std::string& path) {
+  fs::path full = fs::absolute(path).lexically_normal();
+  return full.has_filename() ? full : full.parent_path();  // without a slash at its end
+}
+
+// The deepest folder that holds all of the inputs; one input that is a folder itself.
+fs::path common_folder(const std::vector<std::string>& inputs) {
+  std::error_code ignored;
+  fs::path common = full_path(inputs[0]);
+  if (inputs.size() == 1 && fs::is_directory(common, ignored)) return common;
+  common = common.parent_path();
+  for (const std::string& input : inputs) {
+    const fs::path parent = full_path(input).parent_path();
+    const auto [end, unused] = std::mismatch(common.begin(), common.end(), parent.begin(), parent.end());
+    fs::path shared;
+    for (auto part = common.begin(); part != end; ++part) shared /= *part;
+    common = shared;
+  }
+  return common;
+}
+
+// The inputs keep the folders that they lie in, below the one that they share. False after lines on standard
+// error if two of them would become one file.
+bool plan(const std::vector<std::string>& inputs, const std::string& out, std::vector<std::string>& files,
+          std::vector<std::string>& targets, bool& failed) {
+  const fs::path common = common_folder(inputs);
+  std::map<std::string, std::string> taken;  // by target
+  bool unique = true;
+  for (const std::string& path : expand_paths(inputs, failed)) {
+    const std::string target = (fs::path(out) / full_path(path).lexically_relative(common)).string();
+    const auto [first, added] = taken.emplace(target, path);
+    if (!added) report(path, "would be written to " + target + ", and so would " + first->second);
+    unique = unique && added;
+    files.push_back(path);
+    targets.push_back(target);
+  }
+  return unique;
+}
+
 int run(const Args& args) {
   VX_TRANSFER_SYNTAX target = 0;
   CharsetChange charset;
@@ -76,7 +118,6 @@ int run(const Args& args) {
     return kUsage;
   }
   prepare_recoding();
-  namespace fs = std::filesystem;
   const std::string out = args.paths.back();
   const std::vector<std::string> inputs(args.paths.begin(), args.paths.end() - 1);
   std::error_code ignored;
@@ -86,18 +127,10 @@ int run(const Args& args) {
     return convert_file(inputs[0], target_path, target, charset, options, static_cast<unsigned>(threads))
         .exit;
   }
-  // Folders keep their shape below the target folder.
   bool failed = false;
   std::vector<std::string> files;
   std::vector<std::string> targets;
-  for (const std::string& input : inputs) {
-    const bool folder = fs::is_directory(input, ignored);
-    for (const std::string& path : expand_paths({input}, failed)) {
-      const fs::path below = folder ? fs::path(path).lexically_relative(input) : fs::path(path).filename();
-      files.push_back(path);
-      targets.push_back((fs::path(out) / below).string());
-    }
-  }
+  if (!plan(inputs, out, files, targets, failed)) return kUsage;
   // Threads that files leave over go to their frames.
   const auto at_once =
       std::max<std::size_t>(1, std::min<std::size_t>(files.size(), static_cast<unsigned>(threads)));
@@ -121,8 +154,8 @@ const Command kConvert = {
     "decompressed where the syntaxes ask for it, and a lossy image gets a new SOP Instance UID.\n"
     "With --charset NAME, text is written in other character sets, such as utf-8, ISO_IR 100 or\n"
     "'\\\\ISO 2022 IR 87'; exit status 1 tells that they could not express all of it.\n"
-    "Several files or a folder go into the folder OUT. The new file replaces an old one only when\n"
-    "it is complete.",
+    "Several files or a folder go into the folder OUT: each as it lies below the folder, or below the\n"
+    "deepest folder that holds all of them. The new file replaces an old one only when it is complete.",
     kOptions,
     run};
 

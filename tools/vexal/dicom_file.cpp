@@ -3,10 +3,12 @@
 #include <atomic>
 #include <cctype>
 #include <cstring>
+#include <iterator>
 #include <mutex>
 
 #include "embedded.h"
 #include "files.h"
+#include "frame_source.h"
 #include "names.h"
 #include "session.h"
 #include "tables.h"
@@ -15,6 +17,9 @@
 namespace vexal {
 namespace {
 
+// Of the root, of the last record at the root, of the next record, of those below, of a file of many records.
+constexpr uint32_t kRecordReferences[] = {0x00041200, 0x00041202, 0x00041400, 0x00041420, 0x00041504};
+
 // Bulk attributes that are worth leaving in the file (PS3.6): pixels, documents, waveforms, spectra, meshes,
 // overlays.
 constexpr uint32_t kPixelData = 0x7FE00010;
@@ -22,6 +27,9 @@ constexpr uint32_t kBulkTags[] = {kPixelData, 0x7FE00008, 0x7FE00009, 0x00420011
                                   0x00660016, 0x00660023, 0x00660040, 0x00660041, 0x00640009, 0x00281408};
 
 constexpr std::size_t kPiece = 256 * 1024;
+constexpr uint32_t kUndefined = 0xFFFFFFFF;
+constexpr uint32_t kPixelData = 0x7FE00010;
+constexpr uint32_t kOffsetTable = 0x7FE00001;  // Extended Offset Table
 
 uint32_t little32(const char* p) {
   uint32_t value = 0;
@@ -153,6 +161,11 @@ void adopt_unknown_syntax(const std::string& uid, bool encapsulated) {
   }
 }
 
+bool is_record_reference(uint32_t tag) {
+  return std::find(std::begin(kRecordReferences), std::end(kRecordReferences), tag) !=
+         std::end(kRecordReferences);
+}
+
 FileHead inspect_head(const char* bytes, std::size_t size) {
   FileHead head;
   head.has_preamble = size >= 132 && std::memcmp(bytes + 128, "DICM", 4) == 0;
@@ -199,6 +212,7 @@ void DicomFile::note_failure(VX_STATUS status, uint32_t tag, uint64_t offset) {
 
 VX_STATUS DicomFile::open(const std::string& path, const OpenOptions& options) {
   path_ = path;
+  linked_ = false;
   kept_.clear();
   free_object();
   problem_ = source_.open(path);
@@ -231,7 +245,8 @@ VX_STATUS DicomFile::open(const std::string& path, const OpenOptions& options) {
   } else if (syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || syntax == JPIP_REFERENCED_DEFLATE) {
     effective.keep_values_out = false;
   }
-  const VX_STATUS status = open_file(effective);
+  linked_ = options.link_records && head.sop_class_uid == kDirectoryClass;
+  const VX_STATUS status = open_file(effective, linked_);
   find_syntax(head.data_set);
   return status;
 }
@@ -249,9 +264,10 @@ void DicomFile::find_syntax(VX_TRANSFER_SYNTAX guess) {
   }
 }
 
-VX_STATUS DicomFile::open_file(const OpenOptions& options) {
+VX_STATUS DicomFile::open_file(const OpenOptions& options, bool directory) {
   is_file_ = true;
-  VX_STATUS status = VX_Create_Empty_File(&id_, path_.c_str());
+  VX_STATUS status = directory ? VX_Create_File(&id_, path_.c_str(), "DICOMDIR", C_STORE_RQ)
+                               : VX_Create_Empty_File(&id_, path_.c_str());
   if (status != VX_NORMAL_COMPLETION) {
     problem_ = VX_Error_Message(status);
     return status;
@@ -311,9 +327,7 @@ void DicomFile::adopt(int32_t id) {
 }
 
 uint64_t DicomFile::kept_size(const KeptValue& value) const {
-  bool delimited = true;
-  return value.length == 0xFFFFFFFFU ? encapsulated_end(value.offset, delimited) - value.offset
-                                     : value.length;
+  return value.length == kUndefined ? look_at_fragments(value.offset).end - value.offset : value.length;
 }
 
 VX_STATUS DicomFile::become_message(const char* service, uint16_t command) {
@@ -323,6 +337,13 @@ VX_STATUS DicomFile::become_message(const char* service, uint16_t command) {
     is_file_ = false;
   }
   return VX_Set_Service_Command(id_, service, command);
+}
+
+std::string DicomFile::directory_fault(VX_TRANSFER_SYNTAX target) const {
+  if (sequence_items(id_, kDirectoryRecords).empty()) return "";
+  if (!linked_) return "has directory records, which would lie at other places, and is no DICOMDIR";
+  const bool plain = is_uncompressed(target) && target != DEFLATED_EXPLICIT_LITTLE_ENDIAN;
+  return plain ? "" : "is a directory, which can not be compressed: its records are found by their places";
 }
 
 VX_STATUS DicomFile::value_callback(int32_t id, uint32_t tag, void* user, VX_CALLBACK_REQUEST request,
@@ -366,21 +387,36 @@ VX_STATUS DicomFile::next_piece(int32_t id, uint32_t tag, uint32_t* size, void**
     reader_.id = id;
     reader_.tag = tag;
     reader_.offset = value->offset;
-    reader_.encapsulated = value->length == 0xFFFFFFFFU;
     reader_.end = value->offset + value->length;
-    if (reader_.encapsulated) {
-      bool delimited = true;
-      reader_.end = encapsulated_end(value->offset, delimited);
-      reader_.delimiter_missing = !delimited;
+    const bool encapsulated = value->length == kUndefined;
+    if (encapsulated) {
+      const Fragments fragments = look_at_fragments(value->offset);
+      reader_.end = fragments.end;
+      reader_.patches = patches_of(fragments);
     }
     VX_VR vr = VX_VR_OB;
     VX_Get_Attribute_Info(id, tag, &vr, nullptr);
     const bool big = syntax_ == EXPLICIT_BIG_ENDIAN || syntax_ == IMPLICIT_BIG_ENDIAN;
-    if (big && !reader_.encapsulated) reader_.width = element_width(vr);
-    if (piece_.size() < kPiece + 8) piece_.resize(kPiece + 8);
+    if (big && !encapsulated) reader_.width = element_width(vr);
+    if (piece_.size() < kPiece) piece_.resize(kPiece);
   }
-  const std::size_t wanted =
-      static_cast<std::size_t>(std::min<uint64_t>(kPiece, reader_.end - reader_.offset));
+  const auto at_end = [this] {
+    return reader_.offset >= reader_.end && reader_.patch == reader_.patches.size();
+  };
+  uint64_t stop = reader_.end;
+  if (reader_.patch < reader_.patches.size()) {
+    Patch& patch = reader_.patches[reader_.patch];
+    if (patch.at == reader_.offset) {
+      ++reader_.patch;
+      reader_.offset += patch.skip;
+      *size = static_cast<uint32_t>(patch.bytes.size());
+      *data = patch.bytes.data();
+      *last = at_end() ? 1 : 0;
+      return VX_NORMAL_COMPLETION;
+    }
+    stop = patch.at;
+  }
+  const std::size_t wanted = static_cast<std::size_t>(std::min<uint64_t>(kPiece, stop - reader_.offset));
   const int64_t got = source_.read_at(reader_.offset, piece_.data(), wanted);
   // A value that is shorter than its length said can not be written; the file is damaged or changed
   // meanwhile.
@@ -389,38 +425,105 @@ VX_STATUS DicomFile::next_piece(int32_t id, uint32_t tag, uint32_t* size, void**
   reader_.offset += wanted;
   *size = static_cast<uint32_t>(wanted);
   *data = piece_.data();
-  *last = reader_.offset >= reader_.end ? 1 : 0;
-  if (*last != 0 && reader_.delimiter_missing) {
-    std::memcpy(piece_.data() + wanted, "\xFE\xFF\xDD\xE0\0\0\0\0", 8);
-    *size += 8;
-  }
+  *last = at_end() ? 1 : 0;
   return VX_NORMAL_COMPLETION;
 }
 
-// Behind the sequence delimiter of an encapsulated value, or the end of the last whole fragment.
-uint64_t DicomFile::encapsulated_end(uint64_t offset, bool& delimited) const {
+// Up to behind the sequence delimiter of an encapsulated value, or the end of the last whole fragment.
+DicomFile::Fragments DicomFile::look_at_fragments(uint64_t offset) const {
+  Fragments fragments;
+  fragments.table = fragments.end = offset;
   char header[8];
-  delimited = false;
-  while (source_.read_at(offset, header, sizeof header) == 8) {
+  while (source_.read_at(fragments.end, header, sizeof header) == 8) {
     const uint32_t tag = (little16(header) << 16) | little16(header + 2);
+    const uint32_t length = little32(header + 4);
     if (tag == 0xFFFEE0DDU) {
-      delimited = true;
-      return offset + 8;
+      fragments.delimited = true;
+      fragments.end += 8;
+      break;
     }
-    const uint64_t end = offset + 8 + little32(header + 4);
+    const uint64_t end = fragments.end + 8 + length;
     if (tag != 0xFFFEE000U || end > source_.size()) break;
-    offset = end;
+    if (fragments.end == offset) fragments.table_length = length;
+    if (length % 2 != 0) fragments.odd.emplace_back(fragments.end, length);
+    fragments.end = end;
   }
-  return offset;
+  return fragments;
+}
+
+namespace {
+
+// Offsets of fragments, each of 4 or 8 bytes, once the odd ones among those in front of them have become
+// even.
+template <typename Offset>
+void move_offsets(std::string& table, const std::vector<uint64_t>& odd) {
+  for (std::size_t at = 0; at + sizeof(Offset) <= table.size(); at += sizeof(Offset)) {
+    Offset offset = 0;
+    std::memcpy(&offset, table.data() + at, sizeof offset);
+    offset += static_cast<Offset>(std::lower_bound(odd.begin(), odd.end(), offset) - odd.begin());
+    std::memcpy(table.data() + at, &offset, sizeof offset);
+  }
+}
+
+VX_STATUS append_piece(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
+  static_cast<std::string*>(user)->append(static_cast<const char*>(data), size);
+  return VX_NORMAL_COMPLETION;
+}
+
+std::string little(uint32_t value) {
+  return {reinterpret_cast<const char*>(&value), sizeof value};
+}
+
+}  // namespace
+
+// Places of the odd fragments, counted as the offset tables count them: from the first item behind the table.
+std::vector<uint64_t> DicomFile::odd_offsets(const Fragments& fragments) {
+  const uint64_t first = fragments.table + 8 + fragments.table_length;
+  std::vector<uint64_t> odd;
+  for (const auto& [header, length] : fragments.odd) {
+    if (header >= first) odd.push_back(header - first);
+  }
+  return odd;
+}
+
+// Fragments are of even length (PS3.5 section A.4), and a value that its file breaks off has an end.
+std::vector<Patch> DicomFile::patches_of(const Fragments& fragments) const {
+  std::vector<Patch> patches;
+  const std::vector<uint64_t> odd = odd_offsets(fragments);
+  if (!odd.empty() && fragments.table_length % 4 == 0 && fragments.table_length != 0) {
+    std::string table(fragments.table_length, '\0');
+    if (source_.read_at(fragments.table + 8, table.data(), table.size()) == fragments.table_length) {
+      move_offsets<uint32_t>(table, odd);
+      patches.push_back({fragments.table + 8, fragments.table_length, std::move(table)});
+    }
+  }
+  for (const auto& [header, length] : fragments.odd) {
+    patches.push_back({header + 4, 4, little(length + 1)});
+    patches.push_back({header + 8 + length, 0, std::string(1, '\0')});
+  }
+  if (!fragments.delimited) patches.push_back({fragments.end, 0, std::string("\xFE\xFF\xDD\xE0\0\0\0\0", 8)});
+  return patches;
+}
+
+void DicomFile::prepare_fragments() {
+  const KeptValue* value = kept(id_, kPixelData);
+  if (value == nullptr || value->length != kUndefined ||
+      VX_Get_Attribute_Info(id_, kOffsetTable, nullptr, nullptr) != VX_NORMAL_COMPLETION)
+    return;
+  const std::vector<uint64_t> odd = odd_offsets(look_at_fragments(value->offset));
+  std::string table;
+  if (odd.empty() ||
+      VX_Get_Value_To_Function(id_, kOffsetTable, &table, append_piece) != VX_NORMAL_COMPLETION)
+    return;
+  move_offsets<uint64_t>(table, odd);
+  VX_Set_Value_From_Buffer(id_, kOffsetTable, table.data(), static_cast<uint32_t>(table.size()));
 }
 
 bool DicomFile::read_kept(const KeptValue& value, bool (*take)(void*, const char*, std::size_t),
                           void* context) {
   uint64_t offset = value.offset;
-  bool delimited = true;
-  const uint64_t end =
-      value.length == 0xFFFFFFFFU ? encapsulated_end(offset, delimited) : offset + value.length;
-  if (piece_.size() < kPiece + 8) piece_.resize(kPiece + 8);
+  const uint64_t end = offset + kept_size(value);
+  if (piece_.size() < kPiece) piece_.resize(kPiece);
   while (offset < end) {
     const std::size_t wanted = static_cast<std::size_t>(std::min<uint64_t>(kPiece, end - offset));
     const int64_t got = source_.read_at(offset, piece_.data(), wanted);

@@ -18,7 +18,6 @@ inline constexpr uint32_t kRecordType = 0x00041430;
 inline constexpr uint32_t kClassInFile = 0x00041510;
 inline constexpr uint32_t kInstanceInFile = 0x00041511;
 inline constexpr uint32_t kSyntaxInFile = 0x00041512;
-inline constexpr char kDirectoryClass[] = "1.2.840.10008.1.3.10";
 inline constexpr uint32_t kPatientId = 0x00100020;
 inline constexpr uint32_t kStudyUid = 0x0020000D;
 inline constexpr uint32_t kSeriesUid = 0x0020000E;

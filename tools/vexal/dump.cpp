@@ -13,6 +13,7 @@
 #include "parallel.h"
 #include "session.h"
 #include "tag_path.h"
+#include "typed_numbers.h"
 
 namespace vexal {
 namespace {
@@ -75,11 +76,11 @@ void append_hex4(std::string& out, uint32_t value) {
 }
 
 uint32_t numeric_width(VX_VR vr) {
-  return vr == VX_VR_SS || vr == VX_VR_US ? 2 : vr == VX_VR_FD ? 8 : 4;
+  return vr == VX_VR_SS || vr == VX_VR_US ? 2 : vr == VX_VR_FD || vr == VX_VR_UN ? 8 : 4;
 }
 
-// One number of a numeric VR in the machine's byte order.
-void append_numeric(std::string& out, VX_VR vr, const char* bytes) {
+// One number of a numeric VR, or of SV or UV in one of VX_VR_UN, in the machine's byte order.
+void append_numeric(std::string& out, VX_VR vr, const std::string& wide, const char* bytes) {
   char text[32];
   std::to_chars_result end{};
   const auto read = [&](auto value) {
@@ -105,6 +106,10 @@ void append_numeric(std::string& out, VX_VR vr, const char* bytes) {
     case VX_VR_AT:
       out += format_tag(read(uint32_t{}));
       return;
+    case VX_VR_UN:
+      end = wide == "SV" ? std::to_chars(text, text + sizeof text, read(int64_t{}))
+                         : std::to_chars(text, text + sizeof text, read(uint64_t{}));
+      break;
     default:
       end = std::to_chars(text, text + sizeof text, read(uint32_t{}));
       break;
@@ -224,7 +229,8 @@ class Dumper {
     out_ += ',';
     append_hex4(out_, tag & 0xFFFFU);
     out_ += ") ";
-    out_ += vr_letters(vr);
+    const std::string wide = vr == VX_VR_UN ? letters_of(id, tag) : "";
+    out_ += wide.empty() ? vr_letters(vr) : wide.c_str();
     out_ += ' ';
     uint64_t length = 0;
     value_.clear();
@@ -233,8 +239,8 @@ class Dumper {
       value_ += count == 1 ? " item" : " items";
     } else if (is_text(vr)) {
       length = text_value(id, tag, vr, count, creators);
-    } else if (is_numeric(vr)) {
-      length = numeric_value(id, tag, vr);
+    } else if (is_numeric(vr) || is_wide_integer(wide)) {
+      length = numeric_value(id, tag, vr, wide);
     } else {
       length = bulk_value(id, tag);
     }
@@ -283,7 +289,7 @@ class Dumper {
   }
 
   uint64_t text_value(int32_t id, uint32_t tag, VX_VR vr, int32_t count, Creators& creators) {
-    const auto size = static_cast<int32_t>(text_.size());
+    const auto size = static_cast<uint32_t>(text_.size());
     uint64_t length = 0;
     ShownText shown(value_, settings_.width);
     const bool text = has_charset(vr);
@@ -298,10 +304,10 @@ class Dumper {
         shown.add_bytes(bytes);
       }
     };
-    VX_STATUS status = VX_Get_Value_To_String(id, tag, size, text_.data());
+    uint32_t used = 0;  // a text may hold NULs
+    VX_STATUS status = VX_Get_Value(id, tag, VX_STRING_TYPE, size, text_.data(), &used);
     for (int32_t number = 1;; ++number) {
       if (status == VX_NORMAL_COMPLETION) {
-        const std::size_t used = std::strlen(text_.data());
         length += used;
         if (!shown.is_cut()) add({text_.data(), used});
       } else if (status == VX_BUFFER_TOO_SMALL) {
@@ -315,7 +321,7 @@ class Dumper {
       if (number >= count) break;
       ++length;
       shown.add_ascii("\\");
-      status = VX_Get_Next_Value_To_String(id, tag, size, text_.data());
+      status = VX_Get_Next_Value(id, tag, VX_STRING_TYPE, size, text_.data(), &used);
     }
     bool is_cut = shown.is_cut();
     if (!ascii) is_cut = text_beyond_ascii(id, tag, vr, count);
@@ -337,7 +343,7 @@ class Dumper {
     for (int32_t i = 1; i < number; ++i) {
       status = VX_Get_Next_Value_To_String(id, tag, static_cast<int32_t>(all.size()), all.data());
     }
-    if (status == VX_NORMAL_COMPLETION) add(all.c_str());
+    if (status == VX_NORMAL_COMPLETION) add({all.data(), whole});
   }
 
   // --- text beyond ASCII ---
@@ -393,7 +399,7 @@ class Dumper {
     }
   }
 
-  uint64_t numeric_value(int32_t id, uint32_t tag, VX_VR vr) {
+  uint64_t numeric_value(int32_t id, uint32_t tag, VX_VR vr, const std::string& wide) {
     const uint32_t width = numeric_width(vr);
     gathered_.bytes.clear();
     gathered_.total = 0;
@@ -401,7 +407,7 @@ class Dumper {
     VX_Get_Value_To_Function(id, tag, &gathered_, gather);
     for (std::size_t at = 0; at + width <= gathered_.bytes.size() && !full(); at += width) {
       if (at != 0) value_ += '\\';
-      append_numeric(value_, vr, gathered_.bytes.data() + at);
+      append_numeric(value_, vr, wide, gathered_.bytes.data() + at);
     }
     cut();
     return gathered_.total;
@@ -439,7 +445,8 @@ class Dumper {
     append_hex4(out_, tag >> 16);
     append_hex4(out_, tag & 0xFFFFU);
     out_ += "\",\"vr\":\"";
-    out_ += vr_letters(vr);
+    const std::string wide = vr == VX_VR_UN ? letters_of(id, tag) : "";
+    out_ += wide.empty() ? vr_letters(vr) : wide.c_str();
     out_ += "\",\"keyword\":\"";
     if (!is_private(tag)) out_ += tag_keyword(tag);
     out_ += '"';
@@ -451,8 +458,8 @@ class Dumper {
       json_items(id, tag);
     } else if (is_text(vr)) {
       json_texts(id, tag, vr, count, creators);
-    } else if (is_numeric(vr)) {
-      json_numbers(id, tag, vr);
+    } else if (is_numeric(vr) || is_wide_integer(wide)) {
+      json_numbers(id, tag, vr, wide);
     } else {
       json_bulk(id, tag);
     }
@@ -477,29 +484,30 @@ class Dumper {
     const bool may_convert = has_charset(vr) && needs_conversion();
     bool ascii = true;
     if (text_.size() < 65536) text_.resize(65536);
-    VX_STATUS status = VX_Get_Value_To_String(id, tag, static_cast<int32_t>(text_.size()), text_.data());
+    uint32_t used = 0;
+    const auto next = [&](auto* get) {
+      return get(id, tag, VX_STRING_TYPE, static_cast<uint32_t>(text_.size()), text_.data(), &used);
+    };
+    VX_STATUS status = next(VX_Get_Value);
     for (int32_t number = 1; number <= count; ++number) {
       if (status == VX_BUFFER_TOO_SMALL) {  // grow and read from the start again
         uint32_t whole = 0;
         VX_Get_Value_Length(id, tag, number, &whole);
         text_.resize(static_cast<std::size_t>(whole) + 2);
-        status = VX_Get_Value_To_String(id, tag, static_cast<int32_t>(text_.size()), text_.data());
-        for (int32_t i = 1; i < number; ++i) {
-          status = VX_Get_Next_Value_To_String(id, tag, static_cast<int32_t>(text_.size()), text_.data());
-        }
+        status = next(VX_Get_Value);
+        for (int32_t i = 1; i < number; ++i) status = next(VX_Get_Next_Value);
       }
       if (number > 1) out_ += ',';
       if (status == VX_NORMAL_COMPLETION) {
-        ascii = ascii && (!may_convert || is_ascii(text_.data()));
-        append_json(out_, std::string_view(text_.data()));
+        const std::string_view text(text_.data(), used);
+        ascii = ascii && (!may_convert || is_ascii(text));
+        append_json(out_, text);
       } else if (status == VX_NULL_VALUE) {
         out_ += "null";
       } else {
         break;
       }
-      if (number < count) {
-        status = VX_Get_Next_Value_To_String(id, tag, static_cast<int32_t>(text_.size()), text_.data());
-      }
+      if (number < count) status = next(VX_Get_Next_Value);
     }
     if (!ascii) {
       out_.resize(start);
@@ -510,7 +518,7 @@ class Dumper {
       creators.add(tag, text_.data());
   }
 
-  void json_numbers(int32_t id, uint32_t tag, VX_VR vr) {
+  void json_numbers(int32_t id, uint32_t tag, VX_VR vr, const std::string& wide) {
     const uint32_t width = numeric_width(vr);
     gathered_ = {"", SIZE_MAX, 0};
     VX_Get_Value_To_Function(id, tag, &gathered_, gather);
@@ -534,7 +542,7 @@ class Dumper {
         std::memcpy(&value, bytes, sizeof value);
         append_json(out_, static_cast<double>(value));
       } else {
-        append_numeric(out_, vr, bytes);
+        append_numeric(out_, vr, wide, bytes);
       }
     }
     out_ += ']';

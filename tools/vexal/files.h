@@ -21,8 +21,20 @@ namespace vexal {
 // Values below this size are read into memory; larger ones of the known bulk tags stay in the file.
 inline constexpr int32_t kKeepInMemory = 65536;
 
+inline constexpr char kDirectoryClass[] = "1.2.840.10008.1.3.10";
+inline constexpr uint32_t kDirectoryRecords = 0x00041220;
+// The attributes by which directory records refer to each other: by their places in the file.
+bool is_record_reference(uint32_t tag);
+
 // Bytes of an open file; fewer at its end, -1 on an error.
 int64_t read_whole(int fd, uint64_t offset, void* buffer, std::size_t length);
+
+// Bytes of a value that go out in place of those of its file.
+struct Patch {
+  uint64_t at;    // in the file
+  uint32_t skip;  // bytes of the file that these stand for
+  std::string bytes;
+};
 
 // A value that was left in its file.
 struct KeptValue {
@@ -170,6 +182,9 @@ uint32_t element_width(VX_VR vr);
 struct OpenOptions {
   bool keep_values_out = true;
   uint32_t last_tag = 0xFFFFFFFFU;  // read no further than this tag, and leave bulk values on the way out
+  // Of a DICOMDIR, references between records become references between objects, so that it can be written
+  // with its records at other places. One whose references lead nowhere can not be opened so.
+  bool link_records = false;
 };
 
 // One DICOM file, open as a library object. Everything it needs belongs to it; the files of different threads
@@ -210,6 +225,11 @@ class DicomFile {
   VX_STATUS become_message(const char* service, uint16_t command);
   // The file object becomes writable under another syntax.
   VX_STATUS set_syntax(VX_TRANSFER_SYNTAX syntax);
+  // Why it can not be written in a syntax, if it is a directory: its records lie at places that it names.
+  std::string directory_fault(VX_TRANSFER_SYNTAX target) const;
+  // Brings the Extended Offset Table in line with fragments of odd length, which go out with a byte more: for
+  // the object that is about to be written, with the fragments as they lie in the file.
+  void prepare_fragments();
 
  private:
   struct Reader {  // state of the library reading a kept value back
@@ -218,18 +238,28 @@ class DicomFile {
     uint64_t offset = 0;
     uint64_t end = 0;
     uint32_t width = 1;
-    bool encapsulated = false;
-    bool delimiter_missing = false;  // the file ends inside the value
+    std::vector<Patch> patches{};  // of an encapsulated value, ascending
+    std::size_t patch = 0;         // the next of them
+  };
+  // An encapsulated value: where it ends, and which of its fragments are odd.
+  struct Fragments {
+    uint64_t table = 0;  // item of the Basic Offset Table
+    uint32_t table_length = 0;
+    uint64_t end = 0;
+    bool delimited = false;
+    std::vector<std::pair<uint64_t, uint32_t>> odd{};  // place of the header, length
   };
   void free_object();
-  VX_STATUS open_file(const OpenOptions& options);
+  VX_STATUS open_file(const OpenOptions& options, bool directory);
   void find_syntax(VX_TRANSFER_SYNTAX guess);
   VX_STATUS open_data_set(VX_TRANSFER_SYNTAX syntax, const OpenOptions& options);
   void note_failure(VX_STATUS status, uint32_t tag, uint64_t offset);
   VX_STATUS value_request(int32_t id, uint32_t tag, VX_CALLBACK_REQUEST request, uint32_t* size, void** data,
                           bool first, int32_t* last);
   VX_STATUS next_piece(int32_t id, uint32_t tag, uint32_t* size, void** data, bool first, int32_t* last);
-  uint64_t encapsulated_end(uint64_t offset, bool& delimited) const;
+  Fragments look_at_fragments(uint64_t offset) const;
+  std::vector<Patch> patches_of(const Fragments& fragments) const;
+  static std::vector<uint64_t> odd_offsets(const Fragments& fragments);
   static VX_STATUS value_callback(int32_t id, uint32_t tag, void* user, VX_CALLBACK_REQUEST request,
                                   uint32_t* size, void** data, int32_t first, int32_t* last);
 
@@ -238,6 +268,7 @@ class DicomFile {
   bool is_file_ = true;  // the object behind id_, not a message
   bool has_meta_ = true;
   bool drops_values_ = false;
+  bool linked_ = false;  // as OpenOptions::link_records
   VX_TRANSFER_SYNTAX syntax_ = 0;
   std::string path_;
   std::string problem_;

@@ -11,6 +11,7 @@
 #include "names.h"
 #include "session.h"
 #include "tag_path.h"
+#include "typed_numbers.h"
 #include "uid.h"
 #include "write_options.h"
 
@@ -76,14 +77,16 @@ bool read_changes(const Args& args, std::vector<Change>& changes) {
   return true;
 }
 
-bool is_bulk(VX_VR vr) {
-  return vr >= VX_VR_UN && vr <= VX_VR_OF;
-}
-bool is_one_value(VX_VR vr) {
-  return vr == VX_VR_LT || vr == VX_VR_ST || vr == VX_VR_UT || vr == VX_VR_UR;
+constexpr std::string_view kBulk[] = {"UN", "OB", "OW", "OL", "OD", "OF", "OV"};
+constexpr std::string_view kOneValue[] = {"LT", "ST", "UT", "UR"};
+
+template <std::size_t N>
+bool is_one_of(const std::string& letters, const std::string_view (&row)[N]) {
+  return std::find(std::begin(row), std::end(row), letters) != std::end(row);
 }
 
-VX_STATUS set_bulk(const Place& place, const std::string& value, std::string& error) {
+VX_STATUS set_bulk(const Place& place, const std::string& letters, const std::string& value,
+                   std::string& error) {
   if (value.empty() || value[0] != '@') {
     error = "a bulk value comes from a file: give @FILE";
     return VX_INCOMPATIBLE_VR;
@@ -95,34 +98,30 @@ VX_STATUS set_bulk(const Place& place, const std::string& value, std::string& er
   }
   std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   if (bytes.size() % 2 != 0) bytes.push_back('\0');
-  return VX_Set_Value_From_Buffer(place.object, place.tag, bytes.data(), static_cast<uint32_t>(bytes.size()));
-}
-
-// The VR of an attribute that is there or that the dictionary knows.
-bool find_vr(const Place& place, VX_VR& vr) {
-  if (VX_Get_Attribute_Info(place.object, place.tag, &vr, nullptr) == VX_NORMAL_COMPLETION) return true;
-  char name[128];
-  uint16_t low = 0;
-  uint16_t high = 0;
-  return VX_Get_Tags_Dict_Info(place.tag, name, sizeof name, &vr, &low, &high) == VX_NORMAL_COMPLETION;
+  const VX_STATUS status =
+      VX_Set_Value_From_Buffer(place.object, place.tag, bytes.data(), static_cast<uint32_t>(bytes.size()));
+  return status == VX_NORMAL_COMPLETION && letters == "OV"
+             ? VX_Set_VR_Letters(place.object, place.tag, letters.c_str())
+             : status;
 }
 
 VX_STATUS set_values(const Place& place, const std::string& value, bool keep_old, std::string& error) {
-  VX_VR vr = VX_VR_UN;
-  if (!find_vr(place, vr)) {
-    error = "no such attribute in the dictionary; a private one must be in the file already";
+  const std::string letters = letters_of(place.object, place.tag);
+  if (letters.empty()) {
+    error = "no such attribute in the dictionary; a private one is added as {CREATOR}gggg,ee:VR";
     return VX_INVALID_TAG;
   }
-  if (vr == VX_VR_SQ) {
+  if (letters == "SQ") {
     error = "is a sequence: name an attribute of an item, such as [0].PatientID";
     return VX_INCOMPATIBLE_VR;
   }
-  if (is_bulk(vr)) return set_bulk(place, value, error);
+  if (is_one_of(letters, kBulk)) return set_bulk(place, letters, value, error);
+  const bool whole = is_one_of(letters, kOneValue);
   VX_STATUS worst = VX_NORMAL_COMPLETION;
   bool first = !keep_old;
   std::size_t start = 0;
   while (start <= value.size()) {
-    std::size_t end = is_one_value(vr) ? std::string::npos : value.find('\\', start);
+    std::size_t end = whole ? std::string::npos : value.find('\\', start);
     if (end == std::string::npos) end = value.size();
     const std::string piece = value.substr(start, end - start);
     VX_STATUS status = VX_NORMAL_COMPLETION;
@@ -130,7 +129,11 @@ VX_STATUS set_values(const Place& place, const std::string& value, bool keep_old
       error = "SpecificCharacterSet names no set that holds all of this text; see vexal convert --charset";
       return VX_INVALID_CHARS_IN_VALUE;
     }
-    if (status != VX_NORMAL_COMPLETION) worst = status;
+    if (status != VX_NORMAL_COMPLETION) {
+      worst = status;
+      if (const std::string range = range_of(letters); !range.empty())
+        error = "\"" + piece + "\" is not " + range;
+    }
     first = false;
     start = end + 1;
   }
@@ -169,6 +172,10 @@ bool apply(DicomFile& file, const Change& change) {
       report(file.path(), change.text + ": use vexal convert to change the transfer syntax");
       return false;
     }
+    if (is_record_reference(place.tag) || place.tag == kDirectoryRecords) {
+      report(file.path(), change.text + ": the places of directory records follow from what is written");
+      return false;
+    }
     const VX_STATUS status = apply_at(place, change, error);
     if (status == VX_NORMAL_COMPLETION) continue;
     report(file.path(), change.text + ": " + describe_tag(place.tag) + ": " +
@@ -190,9 +197,13 @@ int run(const Args& args) {
   const std::string& out = args.paths.back();
   CurrentFile current(in);
   DicomFile file;
-  const VX_STATUS status = file.open(in, {});
+  const VX_STATUS status = file.open(in, {.link_records = true});
   if (status != VX_NORMAL_COMPLETION) {
     report(in, file.problem());
+    return kUsage;
+  }
+  if (const std::string fault = file.directory_fault(file.syntax()); !fault.empty()) {
+    report(in, fault);
     return kUsage;
   }
   for (const Change& change : changes) {
@@ -216,8 +227,9 @@ const Command kModify = {
     "change attributes of a file",
     "Without OUT the file itself is replaced, once the new one is complete. A PATH is a keyword or\n"
     "tag, or a way through sequences: ReferencedSeriesSequence[0].SeriesInstanceUID; [*] stands for\n"
-    "every item, [+] for a new one. {CREATOR}gggg,ee names a private attribute. Changes are made in\n"
-    "the order given; a value that breaks the rules of its VR is refused and nothing is written.",
+    "every item, [+] for a new one. {CREATOR}gggg,ee names a private attribute, {CREATOR}gggg,ee:VR\n"
+    "adds one that no dictionary has. Changes are made in the order given; a value that breaks the\n"
+    "rules of its VR is refused and nothing is written. Numbers are decimal, those of AT tags.",
     kOptions,
     run};
 

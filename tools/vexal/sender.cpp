@@ -40,8 +40,9 @@ std::string ObjectFile::look_at() {
       VX_Get_Enum_From_Transfer_Syntax(uid.data(), &syntax) == VX_NORMAL_COMPLETION) {
     sop_class = head.sop_class_uid;
     instance = head.sop_instance_uid;
-    // The library looks at the data set up to (0008,0018): one that starts behind it goes out as an object.
-    whole = head.first_tag == 0 || head.first_tag <= 0x00080018U;
+    // The library looks at the data set up to (0008,0018): one that starts behind it goes out as an object. So
+    // does one of odd length, which has values that are to become even.
+    whole = (head.first_tag == 0 || head.first_tag <= 0x00080018U) && size % 2 == 0;
     return "";
   }
   DicomFile file;
@@ -152,6 +153,7 @@ VX_STATUS ObjectSender::send_object(int32_t association, const ObjectFile& file,
     problem = pixels.attach(object, syntax, 1, RecodedPixels::When::Ahead);
   if (problem.empty()) problem = pixels.finding();
   if (!problem.empty()) return VX_COMPRESSION_FAILURE;
+  object.prepare_fragments();
   status = object.become_message(service_of_class(file.sop_class).c_str(), C_STORE_RQ);
   if (status == VX_NORMAL_COMPLETION) status = VX_Set_Message_Transfer_Syntax(object.id(), syntax);
   if (status == VX_NORMAL_COMPLETION)

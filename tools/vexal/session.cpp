@@ -89,12 +89,13 @@ void show_failure(const SettingPlaces& places, VX_STATUS status) {
 }
 
 // A program for people reads what there is: odd file sizes, private attributes without or with two creators,
-// decimal commas.
+// decimal commas. What it hands on stays as it came.
 void set_up_reading() {
   VX_Set_Bool_Config_Value(VX_CFG_ORVEN_OPEN_FILE, 1);
   VX_Set_Bool_Config_Value(VX_CFG_ALLOW_INVALID_PRIVATE_ATTRIBUTES, 1);
   VX_Set_Bool_Config_Value(VX_CFG_ALLOW_DUPLICATE_CREATOR_CODES, 1);
   VX_Set_Bool_Config_Value(VX_CFG_ALLOW_COMMA_IN_DS_FL_FD_STRINGS, 1);
+  VX_Keep_Stream_Form(1);
 }
 
 void set_up_log(const Args& args) {

@@ -33,7 +33,6 @@ constexpr Option kOptions[] = {
 };
 
 constexpr std::size_t kMostContexts = 128;  // PS3.8 section 9.3.2.2: odd identifiers of one byte
-constexpr char kDirectoryClass[] = "1.2.840.10008.1.3.10";
 struct Job : ObjectFile {
   long tries = 0;
 };

@@ -3,9 +3,12 @@
 #include <charconv>
 
 #include "names.h"
+#include "typed_numbers.h"
 
 namespace vexal {
 namespace {
+
+constexpr VX_VR kVrCodes = VX_VR_SQ + 1;
 
 std::string unknown_word(std::string_view word) {
   std::string text = "no attribute is called " + std::string(word);
@@ -28,6 +31,18 @@ std::string parse_index(std::string_view text, int& index) {
   return "";
 }
 
+// The code of two letters; of OV, SV and UV, which have none, that of UN.
+bool find_vr_code(const std::string& letters, VX_VR& code) {
+  if (letters == "OV" || letters == "SV" || letters == "UV") {
+    code = VX_VR_UN;
+    return true;
+  }
+  for (code = 0; code < kVrCodes; ++code) {
+    if (letters == vr_letters(code)) return true;
+  }
+  return false;
+}
+
 std::string parse_step(std::string_view text, PathStep& step) {
   if (!text.empty() && text.back() == ']') {
     const std::size_t open = text.rfind('[');
@@ -41,16 +56,40 @@ std::string parse_step(std::string_view text, PathStep& step) {
     if (close == std::string_view::npos) return "{ without }";
     step.creator = std::string(text.substr(1, close - 1));
     text = text.substr(close + 1);
+    if (const std::size_t colon = text.find(':'); colon != std::string_view::npos) {
+      step.vr = std::string(text.substr(colon + 1));
+      text = text.substr(0, colon);
+      VX_VR code = 0;
+      if (!find_vr_code(step.vr, code)) return "\"" + step.vr + "\" is no VR";
+    }
     if (step.creator.empty() || !parse_tag(text, step.tag) || (step.tag & 0xFFFFU) > 0xFFU) {
-      return "a private attribute is written {CREATOR}gggg,ee";
+      return "a private attribute is written {CREATOR}gggg,ee, or {CREATOR}gggg,ee:VR to add it";
     }
     return "";
   }
-  return parse_tag(text, step.tag) ? "" : unknown_word(text);
+  if (!parse_tag(text, step.tag)) return unknown_word(text);
+  return step.tag >> 16 != 0xFFFE ? "" : format_tag(step.tag) + " stands between attributes and is none";
 }
 
 std::string failed(const char* what, uint32_t tag, VX_STATUS status) {
   return std::string(what) + " " + describe_tag(tag) + ": " + VX_Error_Message(status);
+}
+
+// Makes the private attribute of a step, whose tag is known, with the VR of a dictionary or of the step.
+std::string add_private(int32_t object, const PathStep& step, uint32_t tag) {
+  if (VX_Get_Attribute_Info(object, tag, nullptr, nullptr) != VX_NORMAL_COMPLETION) {
+    VX_VR code = kVrCodes;  // what no dictionary knows is refused
+    if (!step.vr.empty()) find_vr_code(step.vr, code);
+    const VX_STATUS status =
+        VX_Add_Private_Attribute(object, step.creator.c_str(), static_cast<uint16_t>(step.tag >> 16),
+                                 static_cast<uint8_t>(step.tag), code);
+    if (status == VX_INVALID_VR_CODE)
+      return "no dictionary has " + describe_tag(tag) + ": give its VR, as in {CREATOR}gggg,ee:LO";
+    if (status != VX_NORMAL_COMPLETION) return failed("can not add", tag, status);
+    if (code == VX_VR_UN) VX_Set_VR_Letters(object, tag, step.vr.c_str());
+  }
+  const std::string letters = letters_of(object, tag);
+  return step.vr.empty() || step.vr == letters ? "" : describe_tag(tag) + " has the VR " + letters;
 }
 
 // The tag of a step in this object; 0 if the private block is not there and may not be made.
@@ -71,7 +110,7 @@ std::string step_tag(int32_t object, const PathStep& step, bool create, uint32_t
     while (!code.empty() && code.back() == ' ') code.remove_suffix(1);
     if (code == step.creator) {
       tag = (static_cast<uint32_t>(group) << 16) | (block << 8) | (step.tag & 0xFFU);
-      return "";
+      return create ? add_private(object, step, tag) : "";
     }
   }
   return "";

@@ -16,6 +16,7 @@ struct PathStep {
   static constexpr int kNewItem = -3;    // [+]
   uint32_t tag = 0;                      // of a private attribute: group and low byte of the element
   std::string creator;                   // not empty: a private attribute, written {CREATOR}gggg,ee
+  std::string vr;                        // of a private attribute to be added: {CREATOR}gggg,ee:VR
   int index = kNoIndex;
 };
 

@@ -8,6 +8,7 @@
 #include "network.h"
 #include "parallel.h"
 #include "session.h"
+#include "tag_path.h"
 #include "write_options.h"
 
 namespace vexal {
@@ -131,6 +132,8 @@ int read_document(DicomFile& file, TextDocuments& documents, const std::string& 
     status = form.read(id, documents, problem);
     if (problem.empty() && status != VX_CALLBACK_CANNOT_COMPLY && status != VX_SYSTEM_ERROR) {
       problem = has_data_set(id) ? settle_syntax(file) : "holds no attribute";
+      if (problem.empty() && !sequence_items(id, kDirectoryRecords).empty())
+        problem = "holds the records of a directory, which refer to places in another file; see vexal dir";
       if (problem.empty()) return watch.count() == 0 && is_stored(status) ? kSuccess : kFindings;
     }
   }

@@ -43,6 +43,7 @@ std::string write_file(DicomFile& file, const std::string& path, const WriteOpti
   std::string error = sink.open(path);
   if (!error.empty()) return error;
   renew_meta(file.id());
+  file.prepare_fragments();
   RecodedPixels none;
   error = (pixels != nullptr ? *pixels : none).write(file, sink, options.pad);
   return error.empty() ? sink.commit() : error;
