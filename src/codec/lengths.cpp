@@ -11,6 +11,7 @@
 #include "model/attributes.h"
 #include "model/callbacks.h"
 #include "model/convert.h"
+#include "model/dictionary.h"
 #include "model/held.h"
 #include "model/private_blocks.h"
 #include "model/values.h"
@@ -69,6 +70,14 @@ VX_STATUS set_group_length(MsgObj& object, TagObj& attribute, uint32_t value) {
   if (status == VX_NORMAL_COMPLETION) return status;
   VX_LOG_ERR(kFunction, "Error setting group length (%x): %s", attribute.Tag, status_text(status));
   return VX_SYSTEM_ERROR;
+}
+
+// Without VRs in the stream, a sequence that no dictionary knows is told by its undefined length alone.
+bool needs_delimiter(const WalkState& walk, const TagObj& sequence) {
+  if (!walk.rules.keep_form || walk.encoding.explicit_vr || sequence.Length == 0) return false;
+  DictInfo info{};
+  return tag_group(sequence.Tag) % 2 != 0 ||
+         dictionary_lookup(sequence.Tag, {}, info) != VX_NORMAL_COMPLETION;
 }
 
 // One measured walk with its nested items.
@@ -185,11 +194,11 @@ VX_STATUS Measurer::sequence(const TagObj& sequence, int depth, uint64_t& bytes)
       VX_LOG_ERR(kFunction, "Unable to get length for tag: %8.8X, item %d", sequence.Tag, number);
       return status;
     }
-    const bool delimited = !defined || length == kUnknown;
-    bytes = add(bytes, add(length, delimited ? 16 : 8));
+    bytes = add(bytes, add(length, !defined || length == kUnknown ? 16 : 8));
   }
-  if (!defined || bytes == kUnknown) bytes = add(bytes, 8);
-  if (!fill(own, bytes)) {
+  const bool delimited = !defined || bytes == kUnknown || needs_delimiter(walk_, sequence);
+  if (delimited) bytes = add(bytes, 8);
+  if (!fill(own, delimited ? kUnknown : bytes)) {
     VX_LOG_ERR(kFunction, "Unable to get length for tag: %8.8X, item %d", sequence.Tag, number);
     return VX_INVALID_LENGTH_FOR_VR;
   }
@@ -212,7 +221,7 @@ ExportRules export_rules(Destination destination) {
       config_bool(media ? VX_CFG_EXPORT_GROUP_LENGTHS_TO_MEDIA : VX_CFG_EXPORT_GROUP_LENGTHS_TO_NETWORK);
   rules.empty_creators = config_bool(VX_CFG_EXPORT_EMPTY_PRIVATE_CREATOR_CODES);
   rules.long_to_un = config_bool(VX_CFG_EXPLICIT_VR_TO_UN_FOR_LENGTH_GT_64K);
-  rules.pad_all = keeps_stream_form();
+  rules.keep_form = keeps_stream_form();
   config_text(VX_CFG_UNKNOWN_VR_CODE, rules.un_letters, sizeof rules.un_letters);
   if (rules.un_letters[0] == '\0' || rules.un_letters[1] == '\0') std::memcpy(rules.un_letters, "UN", 3);
   rules.large = static_cast<uint32_t>(config_int(VX_CFG_LARGE_DATA_SIZE));
@@ -283,7 +292,7 @@ uint64_t plain_value_length(const WalkState& walk, const MsgObj& object, const T
   if (is_text_vr(attribute.VR)) {
     if (attribute.ValueCount > 1) length += static_cast<uint64_t>(attribute.ValueCount) - 1;
     length += length % 2;
-  } else if ((attribute.VR == VX_VR_OB || walk.rules.pad_all) &&
+  } else if ((attribute.VR == VX_VR_OB || walk.rules.keep_form) &&
              !is_encapsulated(walk, object, attribute, top)) {
     length += length % 2;
   }

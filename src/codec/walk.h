@@ -18,7 +18,7 @@ struct ExportRules {
   bool group_lengths;
   bool empty_creators;
   bool long_to_un;  // a value too long for a short header goes out as UN
-  bool pad_all;     // a NUL behind every odd value, not of OB alone
+  bool keep_form;   // a NUL behind every odd value, not of OB alone; private sequences can be told
   char un_letters[3];
   uint32_t large;
 };

@@ -381,6 +381,20 @@ def names(folder):
         check(convert(*inputs) == (2, {}), "%s: %s" % (inputs, convert(*inputs)))
 
 
+def told_by_their_length(folder):
+    """In implicit VR, sequences that no dictionary knows; pixels that are not what the transfer syntax says."""
+    inner = [(0x00090010, "LO", b"X "), (0x00091002, "LO", b"in")]
+    elements = [(0x00080016, "UI", b"1.2.3\0"), (0x00090010, "LO", b"X "), (0x00091001, "SQ", [inner, [(0x00100020, "LO", b"ID")]]), (0x00100010, "PN", b"Do")]
+    path, out = os.path.join(folder, "in.dcm"), os.path.join(folder, "out.dcm")
+    write(path, elements)
+    back = read(converted(converted(path, folder, "implicit"), folder, "explicit"))[1]
+    check([(t, v if v != "UN" else "LO") for t, v, _ in back] == [(t, v) for t, v, _ in elements], "a private sequence comes back as %s" % back)
+    check(b"\x09\0\x01\x10\xff\xff\xff\xff" in open(os.path.join(folder, "to-implicit.dcm"), "rb").read(), "its length in implicit VR")
+    write(path, [(0x7FE00010, "OB", bytes(100000))], uid="1.2.840.10008.1.2.4.50")
+    result = run(VEXAL, "modify", "--set", "PatientID=X", path, out)
+    check(result.returncode == 2 and b"not encapsulated" in result.stderr and not os.path.exists(out), "native pixels under a compressed syntax")
+
+
 def network(folder):
     """store turns a file into what the peer wants, and sends the right bytes."""
     if shutil.which("storescp") is None:
@@ -431,4 +445,4 @@ def others(folder):
                 check(text(after[element.tag].value) == text(element.value), "pydicom: %s in %s" % (element.tag, to))
 
 
-sys.exit(run_parts(values, as_they_came, fragments, directories, names, network, others))
+sys.exit(run_parts(values, as_they_came, fragments, directories, names, told_by_their_length, network, others))

@@ -35,10 +35,7 @@ FileResult convert_file(const std::string& in, const std::string& out, VX_TRANSF
     return result;
   }
   if (target == 0) target = file.syntax();
-  std::string problem = file.directory_fault(target);
-  const KeptValue* kept = file.kept(file.id(), 0x7FE00010);
-  if (problem.empty() && kept != nullptr && kept->length != 0xFFFFFFFFU && !is_uncompressed(file.syntax()))
-    problem = "its pixel data is not encapsulated, as its transfer syntax demands";
+  std::string problem = file.write_fault(target);
   if (problem.empty() && RecodedPixels::needed(file, target))
     problem = pixels.attach(file, target, threads, RecodedPixels::When::AsWritten);
   if (problem.empty()) status = file.set_syntax(target);

@@ -28,7 +28,6 @@ constexpr uint32_t kBulkTags[] = {kPixelData, 0x7FE00008, 0x7FE00009, 0x00420011
 
 constexpr std::size_t kPiece = 256 * 1024;
 constexpr uint32_t kUndefined = 0xFFFFFFFF;
-constexpr uint32_t kPixelData = 0x7FE00010;
 constexpr uint32_t kOffsetTable = 0x7FE00001;  // Extended Offset Table
 
 uint32_t little32(const char* p) {
@@ -339,7 +338,10 @@ VX_STATUS DicomFile::become_message(const char* service, uint16_t command) {
   return VX_Set_Service_Command(id_, service, command);
 }
 
-std::string DicomFile::directory_fault(VX_TRANSFER_SYNTAX target) const {
+std::string DicomFile::write_fault(VX_TRANSFER_SYNTAX target) const {
+  const KeptValue* pixels = kept(id_, kPixelData);
+  if (pixels != nullptr && pixels->length != kUndefined && !is_uncompressed(syntax_))
+    return "its pixel data is not encapsulated, as its transfer syntax demands";
   if (sequence_items(id_, kDirectoryRecords).empty()) return "";
   if (!linked_) return "has directory records, which would lie at other places, and is no DICOMDIR";
   const bool plain = is_uncompressed(target) && target != DEFLATED_EXPLICIT_LITTLE_ENDIAN;

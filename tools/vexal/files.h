@@ -225,8 +225,8 @@ class DicomFile {
   VX_STATUS become_message(const char* service, uint16_t command);
   // The file object becomes writable under another syntax.
   VX_STATUS set_syntax(VX_TRANSFER_SYNTAX syntax);
-  // Why it can not be written in a syntax, if it is a directory: its records lie at places that it names.
-  std::string directory_fault(VX_TRANSFER_SYNTAX target) const;
+  // Why it can not be written in a syntax; empty if it can, as far as its form tells.
+  std::string write_fault(VX_TRANSFER_SYNTAX target) const;
   // Brings the Extended Offset Table in line with fragments of odd length, which go out with a byte more: for
   // the object that is about to be written, with the fragments as they lie in the file.
   void prepare_fragments();

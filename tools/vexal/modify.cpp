@@ -202,7 +202,7 @@ int run(const Args& args) {
     report(in, file.problem());
     return kUsage;
   }
-  if (const std::string fault = file.directory_fault(file.syntax()); !fault.empty()) {
+  if (const std::string fault = file.write_fault(file.syntax()); !fault.empty()) {
     report(in, fault);
     return kUsage;
   }

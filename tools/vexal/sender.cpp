@@ -40,8 +40,8 @@ std::string ObjectFile::look_at() {
       VX_Get_Enum_From_Transfer_Syntax(uid.data(), &syntax) == VX_NORMAL_COMPLETION) {
     sop_class = head.sop_class_uid;
     instance = head.sop_instance_uid;
-    // The library looks at the data set up to (0008,0018): one that starts behind it goes out as an object. So
-    // does one of odd length, which has values that are to become even.
+    // The library looks at the data set up to (0008,0018): one that starts behind it goes out as an object.
+    // So does one of odd length, which has values that are to become even.
     whole = (head.first_tag == 0 || head.first_tag <= 0x00080018U) && size % 2 == 0;
     return "";
   }

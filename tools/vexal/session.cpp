@@ -93,6 +93,7 @@ void show_failure(const SettingPlaces& places, VX_STATUS status) {
 void set_up_reading() {
   VX_Set_Bool_Config_Value(VX_CFG_ORVEN_OPEN_FILE, 1);
   VX_Set_Bool_Config_Value(VX_CFG_ALLOW_INVALID_PRIVATE_ATTRIBUTES, 1);
+  VX_Set_Bool_Config_Value(VX_CFG_ALLOW_INVALID_PRIVATE_CREATOR_CODES, 1);
   VX_Set_Bool_Config_Value(VX_CFG_ALLOW_DUPLICATE_CREATOR_CODES, 1);
   VX_Set_Bool_Config_Value(VX_CFG_ALLOW_COMMA_IN_DS_FL_FD_STRINGS, 1);
   VX_Keep_Stream_Form(1);
