@@ -28,6 +28,7 @@ constexpr uint16_t kFirstGroup = 3;  // command and meta group have rules of the
 constexpr uint32_t kImageType = 0x00080008;
 constexpr int32_t kImageTypeValues = 3;  // what stands behind them is free
 constexpr int kMaxDepth = 128;
+constexpr std::string_view kOwnPresent = " own present";  // as the table has it; fails for what is missing
 
 bool is_item(const MsgObj& object) {
   return object.ObjectKind == Kind::Item || object.ObjectKind == Kind::SrItem;
@@ -165,7 +166,7 @@ VX_STATUS Walk::missing(MsgObj& object, const Scope& scope, const MsgTemplate& s
   if (tag_group(wanted.Tag) < kFirstGroup || rules == nullptr) return kOk;
   if (rules->AttributeType == kType3 || rules->AttributeType == kTypeNotSet) return kOk;
   if (is_conditional(rules)) {
-    if (rules->Condition == nullptr) return kOk;
+    if (rules->Condition == nullptr || rules->ConditionRule == kOwnPresent) return kOk;
     if (evaluate_condition(rules->ConditionRule, scope, wanted.Tag) != kConditionHolds) return kOk;
   }
   if (is_private(wanted.Tag) && has_private(object, source, wanted)) return kOk;
