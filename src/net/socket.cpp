@@ -7,6 +7,7 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -88,6 +89,13 @@ bool set_option(int socket, int level, int option, int value) {
 bool set_linger(int socket, bool reset_on_close) {
   const linger value{reset_on_close ? 1 : 0, 0};
   return setsockopt(socket, SOL_SOCKET, SO_LINGER, &value, sizeof value) == 0;
+}
+
+void set_receive_timeout(int socket, int64_t nanoseconds) {
+  constexpr int64_t kMicrosecond = 1000;
+  const timeval value{static_cast<time_t>(nanoseconds / kSecond),
+                      static_cast<suseconds_t>(nanoseconds % kSecond / kMicrosecond)};
+  setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &value, sizeof value);
 }
 
 int pending_error(int socket) {

@@ -24,6 +24,8 @@ int accept_socket(int listener, sockaddr_storage& peer);
 bool make_nonblocking(int socket);
 bool set_option(int socket, int level, int option, int value);
 bool set_linger(int socket, bool reset_on_close);
+// How long a blocking read may take; nanoseconds, 0 for no limit.
+void set_receive_timeout(int socket, int64_t nanoseconds);
 // 0 when the connection stands, else its error.
 int pending_error(int socket);
 

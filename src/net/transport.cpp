@@ -448,10 +448,15 @@ bool TL_Set_Secure_Functions(TL_Transport& transport, const SS_Functions& functi
 }
 
 bool TL_Open_Secure_Channel(TL_Transport& transport, int32_t role) {
-  if (transport.secureFunctions->SS_Open(transport.socket, role, transport.applicationContext,
-                                         &transport.secureContext) == 0) {
-    return true;
-  }
+  // What is left until the deadline, or of the time to connect, for whoever makes the channel.
+  const int64_t left = transport.deadline != 0
+                           ? std::max(transport.deadline - monotonic_now(), kSecond / 1000)
+                           : at_least_one(config_int(VX_CFG_CONNECT_TIMEOUT)) * kSecond;
+  set_receive_timeout(transport.socket, left);
+  const bool open = transport.secureFunctions->SS_Open(transport.socket, role, transport.applicationContext,
+                                                       &transport.secureContext) == 0;
+  set_receive_timeout(transport.socket, 0);
+  if (open) return true;
   VX_LOG_ERR(role == 0 ? "TL_Connect" : "DUL_wait_for_associate_RQ",
              "Unable to establish secure connection on socket %d", transport.socket);
   release(transport.secureFunctions);

@@ -5,6 +5,8 @@
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
 #include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -28,7 +30,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kHandshakeTime{15};  // for the whole handshake: a silent peer holds nobody
+constexpr std::chrono::seconds kHandshakeTime{15};  // for the whole handshake, where nobody says otherwise
 constexpr int kRestTime = 30;                       // seconds for the rest of a read that has begun
 
 enum : int32_t { kDone = 0, kFailed = 1, kTimedOut = 2 };
@@ -72,8 +74,18 @@ struct Channel {
     }
   }
 
+  // The receive time-out of the socket is what the caller has left for it.
+  Clock::duration handshake_time() const {
+    timeval left{};
+    socklen_t size = sizeof left;
+    if (::getsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &left, &size) != 0 ||
+        (left.tv_sec == 0 && left.tv_usec == 0))
+      return kHandshakeTime;
+    return std::chrono::seconds(left.tv_sec) + std::chrono::microseconds(left.tv_usec);
+  }
+
   bool handshake(bool acceptor) const {
-    const Clock::time_point deadline = Clock::now() + kHandshakeTime;
+    const Clock::time_point deadline = Clock::now() + handshake_time();
     for (;;) {
       ERR_clear_error();
       const int result = acceptor ? SSL_accept(ssl) : SSL_connect(ssl);
