@@ -17,11 +17,13 @@ import resource
 import select
 import signal
 import socket
+import ssl
 import struct
 import subprocess
 import sys
 import threading
 import time
+import zlib
 
 from checks import VEXAL, check, element, free_port, run, run_parts
 
@@ -139,8 +141,9 @@ def store_command(instance, identifier=1):
 
 def store_message(instance, body=None, identifier=1):
     body = data_set(instance) if body is None else body
-    half = len(body) // 2
-    return (pdu(4, pdv(1, 3, store_command(instance, identifier))) + pdu(4, pdv(1, 0, body[:half])) + pdu(4, pdv(1, 2, body[half:])))
+    parts = [body[at:at + 16000] for at in range(0, len(body), 16000)] if len(body) > 32000 else [body[:len(body) // 2], body[len(body) // 2:]]
+    return pdu(4, pdv(1, 3, store_command(instance, identifier))) + b"".join(pdu(4, pdv(1, 0, part)) for part in parts[:-1]) + \
+        pdu(4, pdv(1, 2, parts[-1]))
 
 
 ECHO = pdu(4, pdv(3, 3, command(sop_class=VERIFICATION, kind=0x30, id=1, data=0x101)))
@@ -184,7 +187,7 @@ class Server:
                     break
             time.sleep(0.02)
         time.sleep(0.3 if "netns" in self.command else 0)
-        self.before = self.state()
+        self.before, self.before_sockets = self.state(), self.sockets()
         return self
 
     def state(self):
@@ -202,10 +205,23 @@ class Server:
 
     def settle(self, title, seconds=8):
         end = time.monotonic() + seconds
-        while self.state() != self.before and time.monotonic() < end:
+        while not self.settled() and time.monotonic() < end:
             time.sleep(0.05)
         check(self.process.poll() is None, title + ": the server has ended")
-        check(self.state() == self.before, "%s: descriptors and threads were %s, are %s" % (title, self.before, self.state()))
+        check(self.settled(), "%s: descriptors and threads were %s, are %s" % (title, self.before, self.state()))
+
+    def settled(self):
+        """As at the start; the database keeps descriptors of its file for the next query."""
+        files, threads = self.state()
+        return (files == self.before[0] or (files > self.before[0] and "serve" in self.command and self.sockets() == self.before_sockets)) and \
+            threads == self.before[1]
+
+    def sockets(self):
+        base = "/proc/%d/fd/" % self.process.pid
+        try:
+            return sum(os.readlink(base + name).startswith("socket:") for name in os.listdir(base))
+        except OSError:
+            return -1
 
     def kill(self):
         self.process.kill()
@@ -216,7 +232,7 @@ class Server:
 
     def __exit__(self, *_):
         if self.process.poll() is not None:
-            check(self.process.returncode == -signal.SIGKILL, "the server ended with %s" % self.process.returncode)
+            check(self.process.returncode in (-signal.SIGKILL, 0), "the server ended with %s" % self.process.returncode)
             return
         self.process.send_signal(signal.SIGTERM)
         try:
@@ -229,6 +245,414 @@ class Server:
 def answers(port, title, host="localhost"):
     result = run(VEXAL, "echo", host, port, "--timeout", 5, "--quiet")
     check(result.returncode == 0, title + ": no answer to an echo: " + result.stderr.decode())
+
+
+# ---- One peer that talks and listens ----
+
+
+class Peer:
+    """An association of a socket's own, from an address of its own."""
+
+    def __init__(self, port, request=None, source="127.0.0.1", timeout=10):
+        self.socket = socket.create_connection(("127.0.0.1", port), timeout=timeout, source_address=(source, 0))
+        self.answer = self.ask(REQUEST if request is None else request)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.socket.close()
+
+    def read(self, size):
+        got = b""
+        while len(got) < size:
+            more = self.socket.recv(size - len(got))
+            if not more:
+                raise ConnectionError("closed after %d of %d bytes" % (len(got), size))
+            got += more
+        return got
+
+    def ask(self, message):
+        """Sends, and gives the next PDU."""
+        self.socket.sendall(message)
+        head = self.read(6)
+        return head + self.read(int.from_bytes(head[2:], "big"))
+
+    def status(self, message):
+        """The status in the answer; None where the association ends instead."""
+        try:
+            field = re.search(struct.pack("<HHI", 0, 0x900, 2) + b"(..)", self.ask(message), re.S)
+        except OSError:
+            return None
+        return int.from_bytes(field.group(1), "little") if field else None
+
+
+def store_status(port, instance, body=None, request=None):
+    with Peer(port, request) as peer:
+        return peer.status(store_message(instance, body))
+
+
+def find_message(*keys, level=b"STUDY"):
+    """A C-FIND with an identifier in implicit VR."""
+    rows = sorted([(0x00080052, level), *keys])
+    body = b"".join(struct.pack("<HHI", tag >> 16, tag & 0xFFFF, len(padded(value, b" "))) + padded(value, b" ") for tag, value in rows)
+    request = pdu(4, pdv(3, 3, command(sop_class=STUDY_FIND, kind=0x20, id=1, priority=0, data=1)))
+    parts = [body[at:at + 16000] for at in range(0, len(body), 16000)] or [b""]
+    return request + b"".join(pdu(4, pdv(3, 2 if n == len(parts) - 1 else 0, part)) for n, part in enumerate(parts))
+
+
+def image_find(port, instance):
+    with Peer(port, WITH_FIND) as peer:
+        first = peer.status(find_message((0x00080018, instance), (0x0020000D, b""), level=b"IMAGE"))
+        return {0xFF00: 1, 0: 0}.get(first)
+
+
+# ---- Objects of one name ----
+
+
+def duplicates(folder):
+    """The same SOP Instance UID with other content, in another study, at once; requests that do not name their object."""
+    uid, other_study = b"1.2.3.7.1", lambda body: body.replace(b"1.2.3.9", b"1.2.3.8")
+    first, second = data_set(uid), data_set(uid, b"\4\3\2\1" * 64)
+    for kind, word, status in (("receive", "refuse", 0x0111), ("serve", "refuse", 0x0111), ("receive", "keep", 0xB006),
+                               ("serve", "keep", 0xB006), ("receive", "replace", 0), ("serve", "replace", 0)):
+        title, out, journal = kind + " --duplicates " + word, os.path.join(folder, kind + word), os.path.join(folder, kind + word + ".txt")
+        changes = [second] if kind == "receive" else [second, other_study(first)]
+        with Server(kind, out, "--duplicates", word, "--journal", journal) as server:
+            check([store_status(server.port, uid, first) for _ in range(2)] == [0, 0], title + ": a repeat is not taken")
+            for change in changes:
+                check(store_status(server.port, uid, change) == status, title + ": other status for other content")
+                found, others = stored_objects(out)
+                wanted = change if word == "replace" else first
+                check(found == {uid.decode(): wanted} and not others, title + ": other objects lie there")
+                check(kind == "receive" or image_find(server.port, uid) == 1, title + ": the object is not found")
+        with Server(kind, out, "--duplicates", word) as server:  # the same after a restart
+            check(kind == "receive" or image_find(server.port, uid) == 1, title + ": the object is not found after a restart")
+        with open(journal, encoding="utf-8") as file:
+            lines = [line.split("\t") for line in file]
+        check([line[3] for line in lines] == ["stored", "repeated"] + [{"refuse": "refused", "keep": "kept", "replace": "replaced"}[word]] *
+              len(changes) and all(line[1:3] == ["PEER", "127.0.0.1"] for line in lines), title + ": journal %s" % lines)
+    for kind in ("receive", "serve"):
+        out = os.path.join(folder, kind + " at once")
+        with Server(kind, out, "--mode", "0600") as server:
+            made = [data_set(uid, bytes([n]) * 256) for n in range(16)]
+            statuses = [None] * len(made)
+
+            def send(n):
+                statuses[n] = store_status(server.port, uid, made[n])
+
+            threads = [threading.Thread(target=send, args=(n,)) for n in range(len(made))]
+            for thread in threads:
+                thread.start()
+            for thread in threads:
+                thread.join()
+            check(sorted(statuses, key=str) == [0] + [0x0111] * (len(made) - 1), "%s, at once: %s" % (kind, statuses))
+            check(stored_objects(out)[0] == {uid.decode(): made[statuses.index(0)]}, kind + ", at once: not the one that was acknowledged")
+            # Request and data set disagree; the class of another object; no data set; a name that is an option.
+            for title, instance, body, status in (("another instance", b"1.2.3.7.2", first, 0xA900),
+                                                  ("another class", b"1.2.3.7.3", data_set(b"1.2.3.7.3").replace(CT, MR), 0xA900),
+                                                  ("no data set", b"1.2.3.7.5", b"no data set at all", 0xC000),
+                                                  ("a hyphen", b"-1.2.3", data_set(b"-1.2.3"), 0x0117)):
+                check(store_status(server.port, instance, body) == status, "%s, %s: another status" % (kind, title))
+            found, others = stored_objects(out)
+            check(set(found) == {uid.decode()} and not others, kind + ": what disagrees was stored")
+            modes = {os.stat(os.path.join(root, name)).st_mode & 0o777 for root, _, names in os.walk(out) for name in names
+                     if name.endswith(".dcm") or name == "index.sqlite"}
+            check(modes == {0o600}, "%s --mode 0600: files are %s" % (kind, [oct(mode) for mode in modes]))
+    # A folder that is a link is not followed, and what lies there in the place of a file is not replaced.
+    out, elsewhere = os.path.join(folder, "links"), os.path.join(folder, "elsewhere")
+    os.makedirs(out)
+    os.mkdir(elsewhere)
+    os.symlink(elsewhere, os.path.join(out, "1.2.3.9"))
+    with Server("serve", out) as server:
+        check(store_status(server.port, uid) == 0xA700 and not os.listdir(elsewhere), "serve: a folder that is a link is followed")
+        check(image_find(server.port, uid) == 0, "serve: what was not stored is found")
+
+
+def damaged_index(folder):
+    """serve makes an index anew that is damaged; of two files with one instance the same counts at every start."""
+    out = os.path.join(folder, "out")
+    with Server("serve", out) as server:
+        for n in range(20):
+            store_status(server.port, b"1.2.3.7.%d" % n)
+    index = os.path.join(out, "index.sqlite")
+    size = os.path.getsize(index)
+    for title, at, bytes_ in (("its head", 0, b"no database at all"), ("a page", 4096, bytes(4096)), ("its end", None, b"")):
+        with open(index, "r+b") as file:
+            file.truncate(size // 2) if at is None else (file.seek(at), file.write(bytes_))
+        with Server("serve", out) as server:
+            found = sum(image_find(server.port, b"1.2.3.7.%d" % n) or 0 for n in range(20))
+            check(found == 20, "serve, index without %s: %d of 20 found" % (title, found))
+    twin = os.path.join(out, "1.2.3.9", "zz.dcm")
+    with open(twin, "wb") as file:
+        file.write(meta_group(b"1.2.3.7.3") + data_set(b"1.2.3.7.3").replace(b"1.2.3.9", b"1.2.3.8"))
+    for _ in range(3):
+        with Server("serve", out) as server, Peer(server.port, WITH_FIND) as peer:
+            answer = peer.ask(find_message((0x00080018, b"1.2.3.7.3"), (0x0020000D, b""), level=b"IMAGE")) + peer.read(20)
+            check(b"1.2.3.9" in answer or b"1.2.3.9" in peer.read(100), "serve: which of two files is found changes")
+    check(os.path.exists(twin), "serve: a file was taken away")
+
+
+# ---- Messages that swell ----
+
+
+def deflate(parts):
+    packer = zlib.compressobj(1, zlib.DEFLATED, -15)
+    return b"".join(packer.compress(part) for part in parts) + packer.flush()
+
+
+def quick(server, title, seconds=1.5):
+    start = time.monotonic()
+    answers(server.port, title)
+    check(time.monotonic() - start < seconds, "%s: another peer waited %.1f s" % (title, time.monotonic() - start))
+
+
+DEFLATED = b"1.2.840.10008.1.2.1.99"
+WITH_DEFLATED = associate(1, presentation(0x20, 1, 0, item(0x30, CT), item(0x40, DEFLATED)))
+
+
+def swelling(folder):
+    """What is small on the wire and large in memory."""
+    uid = b"1.2.3.7.1"
+    body = data_set(uid)
+    split = body.index(element(0x00100010, b"PN", b"Doe^John"))
+    long = struct.pack("<HH2sHI", 9, 0x1010, b"OB", 0, 512 * MEBI)
+    many = struct.pack("<HH2sHI", 8, 0x1140, b"SQ", 0, 0xFFFFFFFF)
+    empty_item = struct.pack("<HHI", 0xFFFE, 0xE000, 0)
+    block = bytes(MEBI)
+    bombs = {"a value of 512 MiB": deflate([body[:split], element(0x00090010, b"LO", b"X"), long] + [block] * 512 + [body[split:]]),
+             "pixels of 512 MiB": deflate([body[:-12 - 256], struct.pack("<HH2sHI", 0x7FE0, 0x10, b"OW", 0, 512 * MEBI)] + [block] * 512),
+             "four million items": deflate([body[:body.index(struct.pack("<HH", 0x8, 0x60))], many] + [empty_item * 65536] * 64 +
+                                           [struct.pack("<HHI", 0xFFFE, 0xE0DD, 0), body[body.index(struct.pack("<HH", 0x8, 0x60)):]])}
+    refused = (0xA700, 0xA700, 0xA700)
+    for kind, options, statuses in (("receive", ("--tree",), (0xA700, 0, 0)), ("serve", (), (0xA700, 0, 0)),
+                                    ("receive", ("--max-size", 16 * MEBI), refused), ("serve", ("--max-size", 16 * MEBI), refused)):
+        for n, (title, bomb) in enumerate(bombs.items()):
+            status = statuses[n]
+            title = "%s %s, %s inflated" % (kind, options, title)
+            with Server(kind, os.path.join(folder, "%s%d%d" % (kind, len(options), n)), *map(str, options)) as server:
+                result = []
+                sender = threading.Thread(target=lambda: result.append(store_status(server.port, uid, bomb, WITH_DEFLATED)))
+                sender.start()
+                quick(server, title)
+                sender.join()
+                check(result == [status], "%s: answered with %s" % (title, result))
+                check(server.peak() < 128 * MEBI, "%s: memory grew to %d MiB" % (title, server.peak() // MEBI))
+                server.settle(title)
+    with Server("serve", os.path.join(folder, "keys"), "--max-per-address", "48") as server:
+        for n in range(50):
+            store_status(server.port, b"1.2.3.7.%d" % n)
+        with Peer(server.port, WITH_FIND) as peer:
+            # A key that is longer than any value matches nothing; a long list of UIDs is a list.
+            for title, key, status in (("2,049 bytes", (0x00100010, b"x" * 2049), 0xA900), ("14,000 values", (0x00100020, b"A*\\" * 14000), 0xA900),
+                                       ("500 UIDs", (0x0020000D, b"\\".join(b"1.2.3.4.%d" % n for n in range(500))), 0),
+                                       ("a pattern", (0x00100010, b"*a" * 500 + b"b"), 0)):
+                check(peer.status(find_message(key)) == status, "serve: a key of %s has another status" % title)
+        for title, keys in (("of 15.7 MB", [(0x00100010, b"x" * 15700000)]), ("of 200,000 keys", [(0x00200000 + n, b"") for n in range(0x20, 0xFFFF)] * 3)):
+            check(image_find(server.port, b"1.2.3.7.1") == 1, "serve: not found before an identifier " + title)
+            with Peer(server.port, WITH_FIND) as peer:
+                check(peer.status(find_message(*keys)) is None, "serve: an identifier %s is taken" % title)
+        # Many identifiers that are just small enough, at once.
+        message = find_message(*[(tag, b"") for group in (0x18, 0x20, 0x28) for tag in range(group << 16 | 0x100, group << 16 | 0xA000)])
+        peers = [Peer(server.port, WITH_FIND) for _ in range(40)]
+        statuses = []
+        threads = [threading.Thread(target=lambda p=peer: statuses.append(p.status(message))) for peer in peers]
+        for thread in threads:
+            thread.start()
+        quick(server, "serve, large identifiers", 3)
+        for thread in threads:
+            thread.join()
+        for peer in peers:
+            peer.socket.close()
+        check(set(statuses) <= {0xA900, 0xA700}, "serve: large identifiers are answered with %s" % set(statuses))
+        check(server.peak() < 256 * MEBI, "serve: large identifiers: memory grew to %d MiB" % (server.peak() // MEBI))
+        server.settle("serve, large identifiers")
+        print("  identifiers: memory at most %d MiB" % (server.peak() // MEBI))
+
+
+# ---- One host that takes all ----
+
+
+def greedy(folder):
+    """A host that holds connections, associations and messages without end: others are served meanwhile, and all of it ends."""
+    message = store_message(b"1.2.3.7.1")
+    echo_only = associate(1, presentation(0x20, 3, 0, item(0x30, VERIFICATION), item(0x40, IMPLICIT)))
+    command_end = 6 + int.from_bytes(message[2:6], "big")
+
+    def dribble(connections, rest, server, title, seconds):
+        """A byte each on every connection, now and then; another peer is served, and all are closed in time."""
+        start, closed = time.monotonic(), set()
+        while time.monotonic() - start < seconds and len(closed) < len(connections):
+            for n, connection in enumerate(connections):
+                try:
+                    connection.sendall(rest[:1])
+                    connection.setblocking(False)
+                    if n not in closed and connection.recv(65536) == b"":
+                        closed.add(n)
+                except BlockingIOError:
+                    pass
+                except OSError:
+                    closed.add(n)
+                finally:
+                    connection.setblocking(True)
+            time.sleep(0.4)
+        check(len(closed) == len(connections), "%s: %d of %d are still there after %d s" %
+              (title, len(connections) - len(closed), len(connections), seconds))
+
+    for kind in ("receive", "serve"):
+        with Server(kind, os.path.join(folder, kind), "--timeout", "1", "--idle", "2") as server:
+            for title, opening, drops in (("four bytes each", REQUEST[:4], b""), ("four bytes, then drops", REQUEST[:4], b"x"),
+                                          ("a whole request without an end of it", REQUEST[:2] + b"\0\x40\0\0" + REQUEST[6:], b"\0")):
+                crowd = [socket.create_connection(("127.0.0.1", server.port), source_address=("127.0.0.2", 0)) for _ in range(80)]
+                for connection in crowd:
+                    connection.sendall(opening)
+                time.sleep(0.2)
+                quick(server, "%s, %s" % (kind, title))
+                dribble(crowd, drops, server, "%s, %s" % (kind, title), 8)
+                for connection in crowd:
+                    connection.close()
+                server.settle("%s, %s" % (kind, title))
+            # Associations that stand, and say nothing more, or drip: no more than half of all are one host's.
+            for title, request, opening, drops in (("idle", REQUEST, b"", b""), ("idle, verification", echo_only, b"", b""),
+                                                   ("drops of a command", REQUEST, message[:8], message[8:9]),
+                                                   ("drops of a data set", REQUEST, message[:command_end + 20], b"\0")):
+                peers, waiting = [], []
+                for n in range(72):
+                    if n < 32:
+                        peers.append(Peer(server.port, request, "127.0.0.2").socket)
+                    else:
+                        waiting.append(socket.create_connection(("127.0.0.1", server.port), source_address=("127.0.0.2", 0)))
+                        waiting[-1].sendall(request)
+                time.sleep(0.2)
+                check(server.state()[1] - server.before[1] == 32, "%s, %s: %d threads" % (kind, title, server.state()[1]))
+                for peer in peers:
+                    peer.sendall(opening)
+                quick(server, "%s, %s" % (kind, title))
+                dribble(peers, drops, server, "%s, %s" % (kind, title), 10)
+                for connection in peers + waiting:
+                    connection.close()
+                server.settle("%s, %s" % (kind, title))
+    # A complete request does not lose its place while all threads are taken.
+    with Server("receive", os.path.join(folder, "queue"), "--timeout", "1", "--idle", "4", "--max-associations", "2") as server:
+        with Peer(server.port), socket.create_connection(("127.0.0.1", server.port)) as late:
+            late.sendall(REQUEST)
+            late.settimeout(12)
+            check(late.recv(1) == b"\2", "a complete request was dropped while it waited")
+    if run("openssl", "version").returncode != 0:
+        return print("  left out: TLS without openssl")
+    run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=localhost", "-keyout", "key.pem", "-out",
+        "cert.pem", cwd=folder)
+    files = ("--tls", "--tls-cert", os.path.join(folder, "cert.pem"), "--tls-key", os.path.join(folder, "key.pem"), "--tls-no-verify")
+    hello = ssl.MemoryBIO()
+    session = ssl._create_unverified_context().wrap_bio(ssl.MemoryBIO(), hello)
+    try:
+        session.do_handshake()
+    except ssl.SSLWantReadError:
+        pass
+    hello = hello.read()
+    with Server("receive", os.path.join(folder, "tls"), "--timeout", "2", *files) as server:
+        for title, opening in (("a byte", hello[:1]), ("half a hello", hello[:40]), ("a hello", hello)):
+            crowd = [socket.create_connection(("127.0.0.1", server.port), source_address=("127.0.0.2", 0)) for _ in range(80)]
+            start = time.monotonic()
+            for connection in crowd:
+                connection.sendall(opening)
+            time.sleep(0.2)
+            result = run(VEXAL, "echo", "localhost", server.port, "--timeout", 5, "--tls", "--tls-no-verify")
+            check(result.returncode == 0, "TLS, %s: no answer to an echo: %s" % (title, result.stderr.decode()))
+            first = crowd[0]
+            first.settimeout(10)
+            try:
+                while first.recv(65536):
+                    pass
+            except OSError:
+                pass
+            check(time.monotonic() - start < 4, "TLS, %s: ended after %.1f s" % (title, time.monotonic() - start))
+            for connection in crowd:
+                connection.close()
+            server.settle("TLS, " + title)
+
+
+def rules(folder):
+    """Who may do what: by title, by address, for verification too; titles that are none."""
+    verification = associate(1, presentation(0x20, 3, 0, item(0x30, VERIFICATION), item(0x40, IMPLICIT)))
+    whole = associate(1, presentation(0x20, 1, 0, item(0x30, CT), item(0x40, EXPLICIT)) +
+                      presentation(0x20, 3, 0, item(0x30, STUDY_FIND), item(0x40, IMPLICIT)))
+
+    def called(request, calling, title=b"ANY-SCP"):
+        return request[:10] + title.ljust(16) + calling.ljust(16) + request[42:]
+
+    def outcome(port, request, source="127.0.0.1"):
+        try:
+            with Peer(port, request, source) as peer:
+                return peer.answer[0]
+        except OSError:
+            return None
+
+    for kind in ("receive", "serve"):
+        with Server(kind, os.path.join(folder, kind), "--allow", "GOOD", "--allow", "FAR@127.0.0.7=store", "--allow", "@127.0.0.4/31=query",
+                    "--timeout", "2") as server:
+            for title, request, source, wanted in (
+                    ("a title on the list", called(REQUEST, b"GOOD"), "127.0.0.1", 2),
+                    ("verification alone, on the list", called(verification, b"GOOD"), "127.0.0.1", 2),
+                    ("another title", called(REQUEST, b"OTHER"), "127.0.0.1", 3),
+                    ("verification alone", called(verification, b"OTHER"), "127.0.0.1", 3),
+                    ("verification for an echo title", called(verification, b"OTHER", b"NODE_ECHO"), "127.0.0.1", 3),
+                    ("an address on the list", called(REQUEST, b"OTHER"), "127.0.0.5", 2),
+                    ("an address beside it", called(REQUEST, b"OTHER"), "127.0.0.6", 3),
+                    ("a title at its address", called(REQUEST, b"FAR"), "127.0.0.7", 2),
+                    ("a title at another address", called(REQUEST, b"FAR"), "127.0.0.1", 3)):
+                got = outcome(server.port, request, source)
+                check(got == wanted, "%s --allow, %s: %s" % (kind, title, got))
+            with Peer(server.port, called(whole, b"OTHER"), "127.0.0.5") as peer:
+                check(peer.status(store_message(b"1.2.3.7.1")) == 0x0124, kind + ": a peer that may query stores")
+                check(kind == "receive" or peer.status(find_message()) == 0, kind + ": a peer that may query does not")
+        with Server(kind, os.path.join(folder, kind + " titles"), "--timeout", "2") as server:
+            for title in (b"A\x1b[31mB", b"A\nB", b"A\x7f", b"A\\B"):
+                check(outcome(server.port, called(REQUEST, title)) in (3, 7, None), "%s: the title %r is taken" % (kind, title))
+            check(outcome(server.port, called(REQUEST, b"A B@C")) == 2, kind + ": a title is not taken")
+    for options in (("--allow", ""), ("--allow", "@nowhere"), ("--allow", "@10.0.0.0/33"), ("--allow", "X=fly"), ("--mode", "9"),
+                    ("--mode", "0440"), ("--duplicates", "both"), ("--max-per-address", "0")):
+        check(run(VEXAL, "receive", free_port(), *options).returncode == 2, "receive %s: is taken" % (options,))
+    process = subprocess.Popen([VEXAL, "receive", str(free_port()), "--dir", folder], stderr=subprocess.PIPE)
+    line = process.stderr.readline()
+    process.send_signal(signal.SIGTERM)
+    process.communicate(timeout=15)
+    check(b"notice" in line and b"--allow" in line, "receive: no notice that everyone may store")
+
+
+def long_query(folder):
+    """A query that takes long ends with its peer, with a request to cancel, and with the program; others do not wait for it."""
+    out = os.path.join(folder, "out")
+    slow = find_message((0x00100010, b"*" + b"a?" * 500 + b"b"), (0x0020000D, b""), level=b"IMAGE")
+    cancel = pdu(4, pdv(3, 3, command(kind=0xFFF, answers=1, data=0x101)))
+    with Server("serve", out) as server:
+        with Peer(server.port) as peer:
+            for n in range(400):
+                body = data_set(b"1.2.3.7.%d" % n).replace(element(0x00100010, b"PN", b"Doe^John"), element(0x00100010, b"PN", b"a" * 1000))
+                check(peer.status(store_message(b"1.2.3.7.%d" % n, body)) == 0, "a long name")
+        for _ in range(2):
+            with Peer(server.port, WITH_FIND) as peer:
+                peer.socket.sendall(slow)
+                start = time.monotonic()
+                time.sleep(0.2)
+                status = peer.status(cancel)
+                check(status == 0xFE00 and time.monotonic() - start < 2, "serve: a cancelled query ends with %s after %.1f s" %
+                      (status, time.monotonic() - start))
+        peers = [Peer(server.port, WITH_FIND) for _ in range(20)]
+        for peer in peers:
+            peer.socket.sendall(slow)
+        start = time.monotonic()
+        check(store_status(server.port, b"1.2.3.7.1000") == 0 and image_find(server.port, b"1.2.3.7.1000") == 1, "serve: nothing but slow queries")
+        check(time.monotonic() - start < 3, "serve: an object and a query waited for slow ones for %.1f s" % (time.monotonic() - start))
+        for peer in peers:
+            peer.socket.close()
+        server.settle("serve, slow queries whose peers are gone", 3)
+        with Peer(server.port, WITH_FIND) as peer:
+            peer.socket.sendall(slow)
+            start = time.monotonic()
+            server.process.send_signal(signal.SIGTERM)
+            server.process.wait(timeout=15)
+            check(time.monotonic() - start < 8, "serve: a slow query goes on after SIGTERM for %.1f s" % (time.monotonic() - start))
 
 
 # ---- A bad requester ----
@@ -373,7 +797,7 @@ def flood(port, start, block, most):
 
 
 def hostile_requesters(folder):
-    options = ("--timeout", "1", "--idle", "1", "--max-associations", "400")
+    options = ("--timeout", "1", "--idle", "1", "--max-associations", "400", "--max-per-address", "400")
     for kind in ("receive", "serve"):
         out = os.path.join(folder, kind)
         with Server(kind, out, *options) as server:
@@ -786,7 +1210,7 @@ def networks(folder):
         wire.end()
 
 
-PARTS = (hostile_requesters, floods, hostile_acceptors, silent_crowd, kills, full_disk, large_object, networks)
+PARTS = (duplicates, damaged_index, rules, swelling, long_query, greedy, hostile_requesters, floods, hostile_acceptors, silent_crowd, kills, full_disk, large_object, networks)
 
 
 print("VEXAL_SEED=%d" % SEED)

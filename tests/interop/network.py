@@ -29,14 +29,15 @@ class Server:
         self.command, self.port, self.folder = [str(c) for c in command], port, folder
 
     def __enter__(self):
-        self.process = subprocess.Popen(self.command, cwd=self.folder, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        self.process = subprocess.Popen(self.command, cwd=self.folder, stdout=subprocess.PIPE if "-d" in self.command else subprocess.DEVNULL,
+                                        stderr=subprocess.PIPE)
         wait_for_listener(self.process, self.port)
         return self
 
     def __exit__(self, *_):
         self.process.send_signal(signal.SIGTERM)
         try:
-            self.process.communicate(timeout=15)
+            self.text = b"".join(t or b"" for t in self.process.communicate(timeout=15)).decode("latin-1")
         except subprocess.TimeoutExpired:
             self.process.kill()
             check(False, "does not end on SIGTERM: " + self.command[0])
@@ -193,13 +194,18 @@ def storage(folder):
     check(len(sent) >= 60, "storescu to vexal receive: only %d arrived in their own syntax" % len(sent))
     for instance, path in sent.items():
         check(content(taken[instance]) == content(path), "storescu to vexal receive: " + path)
-    # Ours to ours, four associations, a window of eight.
+    # Ours to ours, four associations, a window of eight. Where the meta group names another object than the data set, it is
+    # refused.
+    contrary = {i for i, p in known.items() if dict(content(p)).get("00080018", [i])[0] not in (i, None)}
+    check(0 < len(contrary) * 10 < len(known), "%d objects contradict their meta group" % len(contrary))
     out = os.path.join(folder, "both")
     port = free_port()
     with Server([VEXAL, "receive", port, "--dir", out, "--tree"], port):
         result = run(VEXAL, "store", "localhost", port, "--associations", 4, "--window", 8, *known.values())
-        check(result.returncode == 0, "vexal store to vexal receive: " + result.stderr.decode()[-2000:])
-    same_files(known, out, "vexal store to vexal receive")
+        refused = result.stderr.decode()
+        check(result.returncode == 1 and refused.count("0xA900") == len(contrary), "vexal store to vexal receive: " + refused[-2000:])
+    check(not contrary & set(arrived(out)), "vexal store to vexal receive: what contradicts itself was stored")
+    same_files({i: p for i, p in known.items() if i not in contrary}, out, "vexal store to vexal receive")
 
 
 def run_lookup(uid):
@@ -290,13 +296,25 @@ def worklist(folder):
         with open(text, "w", encoding="ascii") as file:
             file.write(WORKLIST.format(n=n, modality="CT" if n < 4 else "MR"))
         run("dump2dcm", text, os.path.join(base, "WORKLIST", "entry%d.wl" % n))
-    port = free_port()
-    with Server(["wlmscpfs", "-dfp", base, port], port):
+    port, ours = free_port(), free_port()
+    with Server(["wlmscpfs", "-dfp", base, port], port), \
+            Server([VEXAL, "serve", ours, "--dir", os.path.join(folder, "objects"), "--worklist", os.path.join(base, "WORKLIST")], ours):
         result = run(VEXAL, "find", "localhost", port, "--aec", "WORKLIST", "--level", "worklist", "--json",
                      "-k", "ScheduledProcedureStepSequence[0].Modality=CT")
         lines = result.stdout.decode().splitlines()
         check(result.returncode == 0 and len(lines) == 3 and all("STEP" in line for line in lines),
               "vexal find --level worklist: " + result.stdout.decode() + result.stderr.decode())
+        # A key's VR decides how it is matched, at the top and in items: as the other server has it.
+        step = "(0040,0100)[0]."
+        for keys, count in (((step + "ScheduledProcedureStepStartDate=20240101-20240301",), 3), ((step + "ScheduledProcedureStepStartDate=20240201-",), 3),
+                            ((step + "ScheduledProcedureStepStartDate=-20240201",), 2), ((step + "ScheduledProcedureStepStartDate=20240301",), 1),
+                            ((step + "ScheduledProcedureStepStartTime=020000-033000",), 2), (("PatientName=test^work*",), 4),
+                            (("PatientID=p1",), 0), (("StudyInstanceUID=1.2.3.4.2",), 1), (("AccessionNumber=A?",), 4),
+                            ((step + "ScheduledProcedureStepStartDate=20240101-20240301", step + "Modality=CT", "PatientName=*"), 3)):
+            words = [word for key in keys for word in ("-k", key)]
+            found = {title: (run("findscu", "-W", "-aec", "WORKLIST", *words, "-k", "RequestedProcedureID", "localhost", at).stderr.decode()).count("SH [R")
+                     for title, at in (("wlmscpfs", port), ("vexal serve", ours))}
+            check(found["vexal serve"] == count, "findscu -W %s: %s, wanted %d" % (keys, found, count))
 
 
 def archive(folder):
@@ -338,9 +356,19 @@ def archive(folder):
         check(set(arrived(out)) == wanted, "getscu at vexal serve: " + result.stderr.decode())
         out = os.path.join(folder, "moved")
         os.mkdir(out)
-        with Server(["storescp", "+xa", "+B", "-od", out, receiver], receiver):
-            result = run("movescu", "-S", "-aem", "RECEIVER", *names[:2], *keys, *names[2:])
+        with Server(["storescp", "-d", "+xa", "+B", "-od", out, receiver], receiver) as node:
+            result = run("movescu", "-S", "-aet", "MOVER", "-aem", "RECEIVER", *names[:2], *keys, *names[2:])
         check(set(arrived(out)) == wanted, "movescu at vexal serve: " + result.stderr.decode())
+        told = node.text.count("Move Originator AE Title      : MOVER")
+        check(told == len(wanted), "movescu at vexal serve: the originator of %d of %d" % (told, len(wanted)))
+        other = [i for i in wanted if content(arrived(out)[i]) != content(samples[i])]
+        check(not other, "movescu at vexal serve: other content: %s" % other[:3])
+        # Keys that leave nothing out would move or get everything.
+        for key in ("*", "**", "?*", "*?*", "-"):
+            result = run("getscu", "-v", "-S", *names[:2], "-k", "QueryRetrieveLevel=STUDY", "-k", "StudyDate=" + key, "-k", "StudyInstanceUID=", "+B", "-od",
+                         os.path.join(folder, "got"), *names[2:])
+            told = result.stdout + result.stderr
+            check(set(arrived(os.path.join(folder, "got"))) == wanted, "getscu of the whole archive by %s: %s" % (key, told.decode()[-300:]))
         for level in ("PATIENT", "SERIES", "IMAGE"):
             result = run("findscu", "-P" if level == "PATIENT" else "-S", *names[:2], "-k", "QueryRetrieveLevel=" + level,
                          "-k", "PatientID", "-k", "StudyInstanceUID", "-k", "SeriesInstanceUID", *names[2:])
@@ -349,6 +377,37 @@ def archive(folder):
                      "(0040,0100)[0].ScheduledProcedureStepDescription", *names[2:])
         text = result.stderr.decode() + result.stdout.decode()
         check(text.count("TEST^WORK") == 3 and text.count("STEP ") == 3, "findscu -W at vexal serve: " + text[-1500:])
+
+
+def commitment(folder):
+    """vexal serve vouches for what it holds, and takes procedure steps."""
+    samples = list(valid_samples().values())[:4]
+    steps, objects, port = os.path.join(folder, "steps"), os.path.join(folder, "objects"), free_port()
+    os.mkdir(steps)
+    with Server([VEXAL, "serve", port, "--dir", objects, "--steps", steps], port):
+        check(run(VEXAL, "store", "localhost", port, *samples[:3]).returncode == 0, "vexal store before a commitment")
+        for count, exit_status in ((3, 0), (4, 1)):
+            result = run(VEXAL, "commit", "localhost", port, *samples[:count])
+            check(result.returncode == exit_status and b"3 of %d committed" % count in result.stdout,
+                  "vexal commit of %d: %s" % (count, (result.stdout + result.stderr).decode()))
+        check(b"0x0112" in result.stderr, "vexal commit: the reason for what is not there: " + result.stderr.decode())
+        os.unlink(arrived(objects)[meta_text(samples[0], 3)])
+        result = run(VEXAL, "commit", "localhost", port, samples[0])
+        check(result.returncode == 1, "vexal commit of a file that was taken away")
+        mpps = (VEXAL, "mpps", "localhost", port)
+        created = run(*mpps, "create", "-k", "PatientID=4711", "-k", "PatientName=Müller^Änne", "-k", "Modality=CT")
+        uid = created.stdout.decode().strip()
+        check(created.returncode == 0, "vexal mpps create: " + created.stderr.decode())
+        for title, words, status, text in (("again", ("create", "--uid", uid), 3, b"0x0111"), ("of nothing", ("complete", "--uid", "1.2.3"), 3, b"0x0112"),
+                                           ("set", ("set", "--uid", uid, "-k", "PerformedProcedureStepDescription=Chest"), 0, b""),
+                                           ("complete", ("complete", "--uid", uid), 0, b""), ("set late", ("set", "--uid", uid, "-k", "StudyID=1"), 3, b"0x0110"),
+                                           ("in no state", ("create", "-k", "PerformedProcedureStepStatus=DONE"), 3, b"0x0106")):
+            result = run(*mpps, *words)
+            check(result.returncode == status and text in result.stderr, "vexal mpps, %s: %s" % (title, result.stderr.decode()))
+    told = run(VEXAL, "dump", os.path.join(steps, uid + ".dcm")).stdout.decode()
+    check(all(text in told for text in ("COMPLETED", "4711", "Müller^Änne", "Chest", "StepID")) and len(os.listdir(steps)) == 1, "the step: " + told)
+    judged = run("dcmdump", os.path.join(steps, uid + ".dcm"))
+    check(judged.returncode == 0 and b"COMPLETED" in judged.stdout, "dcmdump of the step: " + judged.stderr.decode())
 
 
 def make_certificates(folder):
@@ -482,4 +541,5 @@ def odil(folder):
 
 
 if __name__ == "__main__":
-    sys.exit(run_parts(verification, storage, queries, worklist, archive, orthanc, odil, tls))
+    PARTS = (verification, storage, queries, worklist, archive, commitment, orthanc, odil, tls)
+    sys.exit(run_parts(*(part for part in PARTS if len(sys.argv) <= 3 or part.__name__ in sys.argv[3:])))

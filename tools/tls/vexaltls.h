@@ -7,10 +7,10 @@
  *   VexalTls* tls = vexal_tls_new(&options, problem, sizeof problem);
  *   VX_Open_Secure_Association(..., vexal_tls_functions(), tls);
  *
- * The handshake has the time that the library leaves for it, of CONNECT_TIMEOUT or ARTIM_TIMEOUT, which it tells by
- * the socket's SO_RCVTIMEO; 15 seconds on a socket without one.
- * TLS 1.2 and 1.3 with the suites of BCP 195 (PS3.15 annex B.9 and B.10). Any thread may use one VexalTls for
- * any number of associations; it must outlive them.
+ * The handshake has the time that the library leaves for it, of CONNECT_TIMEOUT or ARTIM_TIMEOUT, which it
+ * tells by the socket's SO_RCVTIMEO; 15 seconds on a socket without one. TLS 1.2 and 1.3 with the suites of
+ * BCP 195 (PS3.15 annex B.9 and B.10). Any thread may use one VexalTls for any number of associations; it
+ * must outlive them.
  */
 #ifndef VEXALTLS_H
 #define VEXALTLS_H

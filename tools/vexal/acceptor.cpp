@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,29 +10,21 @@
 #include <condition_variable>
 #include <csignal>
 #include <cstring>
+#include <map>
 #include <mutex>
 #include <system_error>
 #include <thread>
 #include <vector>
+
+#include "lobby.h"
 
 namespace vexal {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Connections that have not said anything yet. More than this many, and the oldest go.
-constexpr std::size_t kMostParked = 2048;
-
-// All descriptors that the system lets this program have; a third of them may be parked.
-std::size_t most_parked() {
-  rlimit limit{};
-  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return kMostParked;
-  if (limit.rlim_cur < limit.rlim_max) {
-    const rlimit raised{limit.rlim_max, limit.rlim_max};
-    if (::setrlimit(RLIMIT_NOFILE, &raised) == 0) limit = raised;
-  }
-  return std::clamp<std::size_t>(limit.rlim_cur / 3, 1, kMostParked);
-}
+constexpr char kVerification[] = "1.2.840.10008.1.1";
+constexpr int kLookAfter = 1000;  // milliseconds between two looks at messages that are late
 
 int wake_pipe[2] = {-1, -1};
 
@@ -53,29 +44,25 @@ bool catch_signals() {
   return true;
 }
 
-struct Parked {
-  int32_t socket;
-  Clock::time_point deadline;
-};
-
-// Threads that serve associations, counted.
+// Threads that serve associations, counted, also by the host of their peer.
 class Crew {
  public:
   // False if the system has no thread left.
-  bool start(std::function<void()> work) {
+  bool start(const AddressBytes& host, std::function<void()> work) {
     {
       const std::lock_guard lock(mutex_);
       ++busy_;
+      ++hosts_[host];
     }
     try {
-      std::thread([this, work = std::move(work)] {
+      std::thread([this, host, work = std::move(work)] {
         work();
         // The loop has to look again at connections that wait for a free thread.
-        finished();
+        finished(host);
       }).detach();
       return true;
     } catch (const std::system_error&) {
-      finished();
+      finished(host);
       return false;
     }
   }
@@ -83,24 +70,80 @@ class Crew {
     const std::lock_guard lock(mutex_);
     return busy_;
   }
-  void wait_for_all() {
+  std::size_t busy_for(const AddressBytes& host) const {
+    const std::lock_guard lock(mutex_);
+    const auto found = hosts_.find(host);
+    return found == hosts_.end() ? 0 : found->second;
+  }
+  // False if they are still at work then.
+  bool wait_for_all(std::chrono::milliseconds time) {
     std::unique_lock lock(mutex_);
-    ended_.wait(lock, [this] { return busy_ == 0; });
+    return ended_.wait_for(lock, time, [this] { return busy_ == 0; });
   }
 
  private:
-  void finished() {
+  void finished(const AddressBytes& host) {
+    const std::lock_guard lock(mutex_);
     const char byte = 1;
     [[maybe_unused]] const ssize_t ignored = ::write(wake_pipe[1], &byte, 1);
-    const std::lock_guard lock(mutex_);
     --busy_;
+    if (--hosts_[host] == 0) hosts_.erase(host);
     ended_.notify_all();
   }
 
   mutable std::mutex mutex_;
   std::condition_variable ended_;
   std::size_t busy_ = 0;
+  std::map<AddressBytes, std::size_t> hosts_;
 };
+
+// All associations that are served, to be looked at from the loop.
+class Watches {
+ public:
+  void add(WatchedAssociation& one) {
+    const std::lock_guard lock(mutex_);
+    all_.push_back(&one);
+  }
+  void remove(WatchedAssociation& one) {
+    const std::lock_guard lock(mutex_);
+    std::erase(all_, &one);
+  }
+  // Ends those whose message is late. The thread that reads it sees the end of the association.
+  void end_late() {
+    const int64_t now = Clock::now().time_since_epoch().count();
+    const std::lock_guard lock(mutex_);
+    for (WatchedAssociation* one : all_) {
+      const int64_t deadline = one->deadline.load(std::memory_order_relaxed);
+      if (deadline == 0 || now < deadline) continue;
+      one->deadline.store(0, std::memory_order_relaxed);
+      int32_t id = one->id;
+      complain("association %d: a message does not come in time: aborted", id);
+      VX_Abort_Association(&id);
+    }
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<WatchedAssociation*> all_;
+};
+
+Watches watches;
+std::atomic<int32_t> message_seconds{30};
+thread_local WatchedAssociation* watched = nullptr;
+thread_local int64_t watched_from = 0;
+thread_local uint64_t watched_bytes = 0;
+
+constexpr uint64_t kBytesForPatience = 256 * 1024;
+
+int64_t seconds_in_ticks(uint64_t seconds) {
+  return std::chrono::duration_cast<Clock::duration>(std::chrono::seconds(seconds)).count();
+}
+
+void set_deadline() {
+  const uint64_t times = 1 + watched_bytes / kBytesForPatience;
+  const uint64_t seconds = times * static_cast<uint64_t>(message_seconds.load(std::memory_order_relaxed));
+  watched->deadline.store(watched_from + seconds_in_ticks(seconds), std::memory_order_relaxed);
+}
 
 // What came through the pipe: true if an end was asked for.
 bool drain_pipe() {
@@ -112,12 +155,38 @@ bool drain_pipe() {
   return end;
 }
 
-int milliseconds_to(Clock::time_point deadline) {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-  return static_cast<int>(std::clamp<long>(left, 0, 60000));
+}  // namespace
+
+MessageWatch::MessageWatch(int32_t patience) {
+  if (watched == nullptr) return;
+  watched_from = Clock::now().time_since_epoch().count() +
+                 seconds_in_ticks(static_cast<uint64_t>(std::max(patience, 0)));
+  watched_bytes = 0;
+  set_deadline();
 }
 
-}  // namespace
+MessageWatch::~MessageWatch() {
+  if (watched != nullptr) watched->deadline.store(0, std::memory_order_relaxed);
+}
+
+void MessageWatch::progress(std::size_t bytes) {
+  if (watched == nullptr) return;
+  const uint64_t before = watched_bytes / kBytesForPatience;
+  watched_bytes += bytes;
+  if (watched_bytes / kBytesForPatience != before) set_deadline();
+}
+
+Proposal verification_service() {
+  return {kVerification, kPlainSyntaxes};
+}
+
+bool send_response(int32_t association, const char* service, uint16_t command, uint32_t request_id,
+                   uint16_t status) {
+  Message response;
+  if (response.make(service, command) != VX_NORMAL_COMPLETION) return false;
+  VX_Set_Value_From_UInt(response.id, 0x00000120, request_id);
+  return VX_Send_Response_Message(association, status, response.id) == VX_NORMAL_COMPLETION;
+}
 
 bool Acceptor::read(const Args& args) {
   if (args.paths.size() != 1) {
@@ -127,6 +196,7 @@ bool Acceptor::read(const Args& args) {
   long most = static_cast<long>(most_);
   long idle = idle_;
   long timeout = timeout_;
+  long most_of_one = 0;
   title_ = args.get("--aet", "VEXAL");
   if (!is_title(title_)) {
     complain("--aet %s: a title has 1 to 16 characters and no backslash", title_.c_str());
@@ -134,32 +204,57 @@ bool Acceptor::read(const Args& args) {
   }
   if (!parse_port(args.paths[0], port_) || !args.number("--max-associations", 1, 4096, most) ||
       !args.number("--idle", 1, 86400, idle) || !args.number("--timeout", 1, 86400, timeout) ||
+      !args.number("--max-per-address", 1, 4096, most_of_one) || !rules_.read(args) ||
       !tls_.set_up(args, true, "")) {
     return false;
   }
   most_ = static_cast<std::size_t>(most);
+  most_of_one_ =
+      most_of_one > 0 ? static_cast<std::size_t>(most_of_one) : std::max<std::size_t>(most_ / 2, 1);
   idle_ = static_cast<int32_t>(idle);
   timeout_ = static_cast<int32_t>(timeout);
+  message_seconds = timeout_;
   address_ = args.get("--address");
-  allowed_ = args.all("--allow");
   strict_ = args.has("--strict");
+  quiet_ = args.has("--quiet");
   set_up_network(timeout_);
+  // Without TLS the request has come before it is read: what is left to wait for is that a peer closes.
+  constexpr int32_t kClosing = 5;
+  if (!tls_.on()) VX_Set_Int_Config_Value(VX_CFG_ARTIM_TIMEOUT, std::min(timeout_, kClosing));
   VX_Set_Int_Config_Value(VX_CFG_MAX_PENDING_CONNECTIONS, 512);
   VX_Set_Bool_Config_Value(VX_CFG_ACCEPT_ANY_HOSTNAME, 1);
   VX_Set_Bool_Config_Value(VX_CFG_ACCEPT_ANY_APPLICATION_TITLE, strict_ ? 0 : 1);
+  // Titles that end in "_ECHO" would be answered by the library, past the rules.
+  if (strict_ || !rules_.empty()) VX_Set_Bool_Config_Value(VX_CFG_AUTO_ECHO_SUPPORT, 0);
   const VX_STATUS status = VX_Register_Application(&application_, title_.c_str());
   if (status == VX_NORMAL_COMPLETION) return true;
   complain("--aet %s: %s", title_.c_str(), VX_Error_Message(status));
   return false;
 }
 
-bool Acceptor::is_welcome(int32_t association, Caller& caller) const {
+void Acceptor::warn_if_open(const char* what) const {
+  if (quiet_ || tls_.on() || !rules_.empty() || address_ == "localhost" || address_ == "::1" ||
+      address_.starts_with("127."))
+    return;
+  complain(
+      "notice: everyone who reaches port %d may %s, and all of it goes over the network in the clear; "
+      "--allow, --tls and --address restrict it",
+      port_, what);
+}
+
+int32_t Acceptor::refusal(int32_t association, Caller& caller) const {
+  constexpr int32_t kNoReason = 0x7FFF;
+  constexpr int32_t kCallingTitle = 2;
+  constexpr int32_t kCalledTitle = 5;
   AssocInfo info;
-  if (VX_Get_Association_Info(association, &info) != VX_NORMAL_COMPLETION) return false;
+  if (VX_Get_Association_Info(association, &info) != VX_NORMAL_COMPLETION) return kNoReason;
   caller = {info.RemoteApplicationTitle, info.LocalApplicationTitle, info.RemoteIPAddress,
             accepted_contexts(association)};
-  return allowed_.empty() ||
-         std::find(allowed_.begin(), allowed_.end(), caller.calling_title) != allowed_.end();
+  // Titles go into files, hooks and lines for people.
+  if (!is_title(caller.calling_title)) return kCallingTitle;
+  if (!caller.called_title.empty() && !is_title(caller.called_title)) return kCalledTitle;
+  caller.rights = rules_.rights_of(caller.calling_title, caller.address);
+  return caller.rights == 0 ? kCallingTitle : 0;
 }
 
 void Acceptor::serve_socket(int32_t socket, const std::string& service_list, const Handler& handler) {
@@ -171,12 +266,32 @@ void Acceptor::serve_socket(int32_t socket, const std::string& service_list, con
                 : VX_Process_Association_Request(socket, service_list.c_str(), &application, &association);
   if (status != VX_NORMAL_COMPLETION) return;  // the library has told why, and closed the connection
   Caller caller;
-  if (!is_welcome(association, caller)) {
-    VX_Reject_Association(association, 2);
+  if (const int32_t reason = refusal(association, caller); reason != 0) {
+    VX_Reject_Association(association, reason);
     return;
   }
-  if (VX_Accept_Association(association) == VX_NORMAL_COMPLETION) handler(association, caller);
+  if (VX_Accept_Association(association) != VX_NORMAL_COMPLETION) return;
+  WatchedAssociation one;
+  one.id = association;
+  watches.add(one);
+  watched = &one;
+  handler(association, caller);
+  watched = nullptr;
+  watches.remove(one);
 }
+
+namespace {
+
+bool answer_echo(int32_t association, int32_t message) {
+  Message request;
+  request.id = message;
+  char service[64] = "";
+  VX_Get_VexalKit_Service(kVerification, service, sizeof service);
+  return request.number(0x00000800, 0x0101) == 0x0101 &&
+         send_response(association, service, C_ECHO_RSP, request.number(0x00000110, 0), 0);
+}
+
+}  // namespace
 
 void Acceptor::serve_messages(int32_t association, const Taker& take) const {
   Clock::time_point last = Clock::now();
@@ -184,8 +299,12 @@ void Acceptor::serve_messages(int32_t association, const Taker& take) const {
     int32_t message = -1;
     const char* service = nullptr;
     uint16_t command = 0;
-    // Waits in short turns, so that an end of the program is seen.
-    const VX_STATUS status = VX_Read_Message_To_Tag(association, 1, 0x00010000, &message, &service, &command);
+    VX_STATUS status = VX_NORMAL_COMPLETION;
+    {
+      // Waits in short turns, so that an end of the program is seen.
+      const MessageWatch watch(1);
+      status = VX_Read_Message_To_Tag(association, 1, 0x00010000, &message, &service, &command);
+    }
     if (status == VX_TIMEOUT) {
       if (stopping() || Clock::now() - last > std::chrono::seconds(idle_)) {
         VX_Abort_Association(&association);
@@ -194,7 +313,8 @@ void Acceptor::serve_messages(int32_t association, const Taker& take) const {
       continue;
     }
     if (status != VX_NORMAL_COMPLETION) return;  // released, aborted or lost: the library has ended it
-    if (!take(association, message, service, command)) {
+    if (!(command == C_ECHO_RQ ? answer_echo(association, message)
+                               : take(association, message, service, command))) {
       VX_Abort_Association(&association);
       return;
     }
@@ -221,64 +341,41 @@ int Acceptor::run(const std::string& service_list, const Handler& handler) {
     return kNetwork;
   }
   Crew crew;
-  const std::size_t most = most_parked();
-  std::vector<Parked> parked;
-  const auto drop_oldest = [&] {
-    ::close(parked.front().socket);
-    parked.erase(parked.begin());
-  };
-  const auto park = [&](int32_t taken) {
-    if (parked.size() >= most) drop_oldest();
-    parked.push_back({taken, Clock::now() + std::chrono::seconds(timeout_)});
-  };
-  if (first == VX_NORMAL_COMPLETION) park(socket);
+  Lobby lobby(tls_.on(), std::chrono::seconds(timeout_));
+  if (first == VX_NORMAL_COMPLETION) lobby.add(socket);
   std::vector<pollfd> entries;
   while (!stopping()) {
-    const bool room = crew.busy() < most_;
     entries.assign({{wake_pipe[0], POLLIN, 0}, {listener, POLLIN, 0}});
-    int wait = 60000;
-    for (const Parked& connection : parked) {
-      entries.push_back({room ? connection.socket : -1, POLLIN, 0});
-      if (room) wait = std::min(wait, milliseconds_to(connection.deadline));
-    }
+    int wait = lobby.prepare(entries);
+    if (crew.busy() != 0) wait = std::min(wait, kLookAfter);
     if (::poll(entries.data(), entries.size(), wait) < 0 && errno != EINTR) break;
     if ((entries[0].revents & POLLIN) != 0 && drain_pipe()) break;
-    // Those that have spoken get a thread, as long as there are threads; those that are late go.
-    std::vector<Parked> rest;
-    std::size_t free = room ? most_ - crew.busy() : 0;
-    for (std::size_t i = 0; i < parked.size(); ++i) {
-      const Parked connection = parked[i];
-      if (entries[i + 2].revents != 0 && free > 0) {
-        --free;
-        if (!crew.start([&, connection] { serve_socket(connection.socket, service_list, handler); }))
-          ::close(connection.socket);
-      } else if (room && Clock::now() >= connection.deadline) {
-        ::close(connection.socket);
-      } else {
-        rest.push_back(connection);
-      }
-    }
-    parked.swap(rest);
+    watches.end_late();
+    lobby.look(entries.data() + 2);
+    lobby.hand_out([&](int taken, const AddressBytes& host) {
+      if (crew.busy() >= most_ || crew.busy_for(host) >= most_of_one_) return false;
+      if (!crew.start(host, [&, taken] { serve_socket(taken, service_list, handler); })) ::close(taken);
+      return true;
+    });
     if ((entries[1].revents & POLLIN) == 0) continue;
     // Not all at once: who comes in this round is not dropped before it was looked at.
     VX_STATUS status = VX_NORMAL_COMPLETION;
-    for (std::size_t i = 0; i < most / 2 + 1; ++i) {
+    for (std::size_t i = 0; i < most_ / 2 + 1; ++i) {
       status = take_connection(socket);
       if (status != VX_NORMAL_COMPLETION) break;
-      park(socket);
+      lobby.add(socket);
     }
     if (status == VX_NORMAL_COMPLETION || status == VX_TIMEOUT) continue;
     // No descriptor is left: one that says nothing makes room.
-    if (!parked.empty()) {
-      drop_oldest();
+    if (!lobby.empty()) {
+      lobby.drop_one();
     } else {
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
   }
   stopping_ = true;
   VX_Close_Listen_Port(port_);
-  for (const Parked& connection : parked) ::close(connection.socket);
-  crew.wait_for_all();
+  while (!crew.wait_for_all(std::chrono::milliseconds(kLookAfter))) watches.end_late();
   if (application_ >= 0) VX_Release_Application(&application_);
   return kSuccess;
 }

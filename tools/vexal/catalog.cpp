@@ -1,10 +1,14 @@
 #include "catalog.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <unordered_set>
@@ -16,45 +20,64 @@
 namespace vexal {
 namespace {
 
-// How a key matches besides a single value.
-enum class Match { Text, Name, Date, Uid, Number };
-
+// What is kept of an instance.
 struct Column {
   uint32_t tag;
   const char* name;
-  Match match;
 };
-
-// What is kept of an instance.
 constexpr Column kColumns[] = {
-    {0x00100010, "PatientName", Match::Name},
-    {0x00100020, "PatientID", Match::Text},
-    {0x00100030, "PatientBirthDate", Match::Date},
-    {0x00100040, "PatientSex", Match::Text},
-    {0x0020000D, "StudyInstanceUID", Match::Uid},
-    {0x00080020, "StudyDate", Match::Date},
-    {0x00080030, "StudyTime", Match::Date},
-    {0x00080050, "AccessionNumber", Match::Text},
-    {0x00200010, "StudyID", Match::Text},
-    {0x00081030, "StudyDescription", Match::Text},
-    {0x00080090, "ReferringPhysicianName", Match::Name},
-    {0x0020000E, "SeriesInstanceUID", Match::Uid},
-    {0x00080060, "Modality", Match::Text},
-    {0x00200011, "SeriesNumber", Match::Number},
-    {0x0008103E, "SeriesDescription", Match::Text},
-    {0x00180015, "BodyPartExamined", Match::Text},
-    {0x00080080, "InstitutionName", Match::Text},
-    {0x00081010, "StationName", Match::Text},
-    {0x00080021, "SeriesDate", Match::Date},
-    {0x00080018, "SOPInstanceUID", Match::Uid},
-    {0x00080016, "SOPClassUID", Match::Uid},
-    {0x00200013, "InstanceNumber", Match::Number},
-    {0x00280010, "Rows", Match::Number},
-    {0x00280011, "Columns", Match::Number},
-    {0x00280008, "NumberOfFrames", Match::Number},
-    {0x00080005, "SpecificCharacterSet", Match::Text},
+    {0x00080005, "SpecificCharacterSet"},
+    {0x00080016, "SOPClassUID"},
+    {0x00080018, "SOPInstanceUID"},
+    {0x00080020, "StudyDate"},
+    {0x00080021, "SeriesDate"},
+    {0x00080030, "StudyTime"},
+    {0x00080050, "AccessionNumber"},
+    {0x00080060, "Modality"},
+    {0x00080080, "InstitutionName"},
+    {0x00080090, "ReferringPhysicianName"},
+    {0x00081010, "StationName"},
+    {0x00081030, "StudyDescription"},
+    {0x0008103E, "SeriesDescription"},
+    {0x00100010, "PatientName"},
+    {0x00100020, "PatientID"},
+    {0x00100030, "PatientBirthDate"},
+    {0x00100040, "PatientSex"},
+    {0x00180015, "BodyPartExamined"},
+    {0x0020000D, "StudyInstanceUID"},
+    {0x0020000E, "SeriesInstanceUID"},
+    {0x00200010, "StudyID"},
+    {0x00200011, "SeriesNumber"},
+    {0x00200013, "InstanceNumber"},
+    {0x00280008, "NumberOfFrames"},
+    {0x00280010, "Rows"},
+    {0x00280011, "Columns"},
 };
-constexpr int kColumnCount = static_cast<int>(std::size(kColumns));
+constexpr std::size_t kColumnCount = std::size(kColumns);
+
+constexpr uint32_t kCharset = 0x00080005;
+
+constexpr std::size_t column_index(uint32_t tag) {
+  for (std::size_t i = 0; i < kColumnCount; ++i) {
+    if (kColumns[i].tag == tag) return i;
+  }
+  return kColumnCount;
+}
+constexpr std::size_t kCharsetColumn = column_index(kCharset);
+static_assert(kCharsetColumn < kColumnCount && column_index(0x00080016) < kColumnCount &&
+              column_index(0x00080018) < kColumnCount && column_index(0x0020000D) < kColumnCount &&
+              column_index(0x0020000E) < kColumnCount);
+
+constexpr auto kTags = [] {
+  std::array<uint32_t, kColumnCount> tags{};
+  for (std::size_t i = 0; i < kColumnCount; ++i) tags[i] = kColumns[i].tag;
+  return tags;
+}();
+// They are looked for in one pass over a data set.
+static_assert(std::is_sorted(kTags.begin(), kTags.end()));
+
+// A value of more bytes is none that a query could be after.
+constexpr std::size_t kLongestValue = 1024;
 
 // What is counted over the instances of an entity; matched by name only where the expression is a list.
 struct Computed {
@@ -75,9 +98,8 @@ constexpr Computed kComputed[] = {
 constexpr const char* kGroups[] = {"PatientID", "StudyInstanceUID", "SeriesInstanceUID", "SOPInstanceUID"};
 
 const Column* find_column(uint32_t tag) {
-  const auto* column =
-      std::find_if(std::begin(kColumns), std::end(kColumns), [&](const Column& c) { return c.tag == tag; });
-  return column == std::end(kColumns) ? nullptr : column;
+  const std::size_t at = column_index(tag);
+  return at < kColumnCount ? &kColumns[at] : nullptr;
 }
 
 const Computed* find_computed(uint32_t tag) {
@@ -86,41 +108,98 @@ const Computed* find_computed(uint32_t tag) {
   return row == std::end(kComputed) ? nullptr : row;
 }
 
-// `*` is any run of characters, `?` any single one.
-bool matches_pattern(std::string_view text, std::string_view pattern, bool ignore_case) {
-  std::size_t t = 0;
-  std::size_t p = 0;
-  std::size_t star = std::string_view::npos;
-  std::size_t mark = 0;
-  const auto same = [&](char a, char b) {
-    return a == b || (ignore_case && std::tolower(static_cast<unsigned char>(a)) ==
-                                         std::tolower(static_cast<unsigned char>(b)));
-  };
-  while (t < text.size()) {
-    if (p < pattern.size() && pattern[p] == '*') {
-      star = p++;
-      mark = t;
-    } else if (p < pattern.size() && pattern[p] == '?') {
-      t += std::max<std::size_t>(utf8_length(text.substr(t)), 1);
-      ++p;
-    } else if (p < pattern.size() && same(text[t], pattern[p])) {
-      ++t;
-      ++p;
-    } else if (star != std::string_view::npos) {
-      p = star + 1;
-      t = ++mark;
-    } else {
-      return false;
-    }
+// Where a stretch of a pattern, `?` in it for any one character, ends if it starts here; npos: it does not.
+std::size_t match_at(std::string_view text, std::size_t at, std::string_view stretch) {
+  for (const char c : stretch) {
+    if (at >= text.size() || (c != '?' && c != text[at])) return std::string_view::npos;
+    at += c == '?' ? std::max<std::size_t>(utf8_length(text.substr(at)), 1) : 1;
   }
-  while (p < pattern.size() && pattern[p] == '*') ++p;
-  return p == pattern.size();
+  return at;
+}
+
+// Where it ends at the first place from here on; at the very end of the text if `last`.
+std::size_t search(std::string_view text, std::size_t from, std::string_view stretch, bool last) {
+  if (stretch.find('?') == std::string_view::npos) {
+    if (last)
+      return text.size() - from >= stretch.size() && text.ends_with(stretch) ? text.size() : text.npos;
+    // In linear time, whatever the two are.
+    const void* found = ::memmem(text.data() + from, text.size() - from, stretch.data(), stretch.size());
+    return found == nullptr
+               ? text.npos
+               : static_cast<std::size_t>(static_cast<const char*>(found) - text.data()) + stretch.size();
+  }
+  for (std::size_t at = from; at <= text.size(); ++at) {
+    const std::size_t end = match_at(text, at, stretch);
+    if (end != text.npos && (!last || end == text.size())) return end;
+  }
+  return text.npos;
+}
+
+// `*` is any run of characters, `?` any single one.
+bool matches_pattern(std::string_view text, std::string_view pattern) {
+  std::size_t star = pattern.find('*');
+  std::size_t at = match_at(text, 0, pattern.substr(0, star));
+  if (star == pattern.npos) return at == text.size();
+  while (at != text.npos) {
+    const std::size_t next = pattern.find('*', star + 1);
+    const std::string_view stretch = pattern.substr(star + 1, next == pattern.npos ? next : next - star - 1);
+    at = search(text, at, stretch, next == pattern.npos);
+    if (next == pattern.npos) break;
+    star = next;
+  }
+  return at != text.npos;
+}
+
+std::string folded(std::string_view text) {
+  std::string lower(text);
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return lower;
+}
+
+// How a key matches besides a single value.
+enum class Match { Text, Name, Moment, Uid, Number };
+
+Match match_of(VX_VR vr) {
+  switch (vr) {
+    case VX_VR_DA:
+    case VX_VR_TM:
+    case VX_VR_DT:
+      return Match::Moment;
+    case VX_VR_UI:
+      return Match::Uid;
+    case VX_VR_PN:
+      return Match::Name;
+    case VX_VR_IS:
+    case VX_VR_DS:
+    case VX_VR_US:
+    case VX_VR_SS:
+    case VX_VR_UL:
+    case VX_VR_SL:
+    case VX_VR_FL:
+    case VX_VR_FD:
+      return Match::Number;
+    default:
+      return Match::Text;
+  }
+}
+
+// The dash that parts the ends of a range; one before four digits at the end of a date with time is the
+// offset from UTC.
+std::size_t range_dash(VX_VR vr, const std::string& key) {
+  std::size_t dash = key.find('-');
+  if (vr != VX_VR_DT) return dash;
+  const auto is_offset = [&](std::size_t at) {
+    const std::size_t end = std::min(key.find('-', at + 1), key.size());
+    return at >= 8 && end == at + 5 && key.compare(at + 1, 4, "1400") <= 0;
+  };
+  while (dash != std::string::npos && is_offset(dash)) dash = key.find('-', dash + 1);
+  return dash;
 }
 
 // "20240101-20240131", open at either end. Dates and times compare as text, the shorter one as far as it
 // goes.
-bool in_range(const std::string& value, const std::string& key) {
-  const std::size_t dash = key.find('-');
+bool in_range(const std::string& value, const std::string& key, std::size_t dash) {
   const std::string low = key.substr(0, dash);
   const std::string high = key.substr(dash + 1);
   if (value.empty()) return false;
@@ -131,34 +210,45 @@ bool in_range(const std::string& value, const std::string& key) {
   return (low.empty() || compare(low) >= 0) && (high.empty() || compare(high) <= 0);
 }
 
-bool matches_one(Match match, const std::string& value, const std::string& key) {
-  if (match == Match::Date && key.find('-') != std::string::npos) return in_range(value, key);
-  if (match == Match::Uid) return value == key;
-  if (match == Match::Number && value != key)
-    return std::atol(value.c_str()) == std::atol(key.c_str()) && !value.empty();
-  // A name matches without the empty components at its end.
-  if (match == Match::Name) {
-    std::string bare = value;
-    while (!bare.empty() && (bare.back() == '^' || bare.back() == '=')) bare.pop_back();
-    return matches_pattern(bare, key, true) || matches_pattern(value, key, true);
-  }
-  return matches_pattern(value, key, false);
+bool same_number(const std::string& value, const std::string& key) {
+  char* value_end = nullptr;
+  char* key_end = nullptr;
+  const double one = std::strtod(value.c_str(), &value_end);
+  const double other = std::strtod(key.c_str(), &key_end);
+  return value_end != value.c_str() && key_end != key.c_str() && *value_end == '\0' && *key_end == '\0' &&
+         one == other;
 }
 
-// For SQLite: matches_key(value, tag, key).
+bool matches_one(VX_VR vr, const std::string& value, const std::string& key) {
+  const Match match = match_of(vr);
+  if (match == Match::Moment) {
+    if (const std::size_t dash = range_dash(vr, key); dash != std::string::npos)
+      return in_range(value, key, dash);
+  }
+  if (match == Match::Uid) return value == key || key == "*";
+  if (match == Match::Number && same_number(value, key)) return true;
+  if (match != Match::Name) return matches_pattern(value, key);
+  // A name matches without the empty components at its end.
+  const std::string name = folded(value);
+  const std::string wanted = folded(key);
+  const std::size_t end = name.find_last_not_of("^=");
+  const std::string_view bare = std::string_view(name).substr(0, end == name.npos ? 0 : end + 1);
+  return matches_pattern(bare, wanted) || (bare.size() != name.size() && matches_pattern(name, wanted));
+}
+
+// For SQLite: matches_key(value, VR, key).
 void sql_matches(sqlite3_context* context, int, sqlite3_value** values) {
   const auto text = [&](int i) {
     const auto* bytes = sqlite3_value_text(values[i]);
     return bytes != nullptr ? std::string(reinterpret_cast<const char*>(bytes)) : std::string();
   };
-  sqlite3_result_int(
-      context, matches_key(static_cast<uint32_t>(sqlite3_value_int64(values[1])), text(0), text(2)) ? 1 : 0);
+  sqlite3_result_int(context, matches_key(sqlite3_value_int(values[1]), text(0), text(2)) ? 1 : 0);
 }
 
 class Statement {
  public:
   Statement(sqlite3* database, const std::string& sql) {
-    sqlite3_prepare_v2(database, sql.c_str(), -1, &statement_, nullptr);
+    if (database != nullptr) sqlite3_prepare_v2(database, sql.c_str(), -1, &statement_, nullptr);
   }
   ~Statement() { sqlite3_finalize(statement_); }
   Statement(const Statement&) = delete;
@@ -167,7 +257,15 @@ class Statement {
   void bind(int at, const std::string& text) {
     sqlite3_bind_text(statement_, at, text.c_str(), -1, SQLITE_TRANSIENT);
   }
-  int step() { return sqlite3_step(statement_); }
+  void bind_all(const std::vector<std::string>& texts) {
+    for (std::size_t i = 0; i < texts.size(); ++i) bind(static_cast<int>(i) + 1, texts[i]);
+  }
+  // Whether there is a row, or another. At the end, good() tells whether it is the end.
+  bool next() {
+    result_ = statement_ != nullptr ? sqlite3_step(statement_) : SQLITE_ERROR;
+    return result_ == SQLITE_ROW;
+  }
+  bool good() const { return result_ == SQLITE_DONE; }
   std::string text(int column) {
     const auto* bytes = sqlite3_column_text(statement_, column);
     return bytes != nullptr ? reinterpret_cast<const char*>(bytes) : "";
@@ -176,107 +274,243 @@ class Statement {
 
  private:
   sqlite3_stmt* statement_ = nullptr;
+  int result_ = SQLITE_OK;
 };
+
+std::vector<std::string> parts_of(const std::string& values) {
+  std::vector<std::string> parts;
+  for (std::size_t start = 0; start <= values.size();) {
+    const std::size_t end = std::min(values.find('\\', start), values.size());
+    parts.push_back(values.substr(start, end - start));
+    start = end + 1;
+  }
+  return parts;
+}
 
 // The conditions of a query, with their values to be bound from the first on.
 std::string conditions(const std::vector<CatalogKey>& keys, std::vector<std::string>& bound) {
   std::string sql;
   for (const CatalogKey& key : keys) {
     const Column* column = find_column(key.tag);
-    if (column == nullptr || key.value.empty() || key.value == "*" || key.tag == 0x00080005) continue;
+    if (column == nullptr || key.value.empty() || key.value == "*" || key.tag == kCharset) continue;
     sql += sql.empty() ? " WHERE " : " AND ";
-    // A single UID goes by the index.
-    const bool plain = column->match == Match::Uid && key.value.find('\\') == std::string::npos;
-    sql += plain ? std::string(column->name) + " = ?"
-                 : std::string("matches_key(") + column->name + ", " + std::to_string(key.tag) + ", ?)";
+    // UIDs go by the index.
+    if (match_of(key.vr) == Match::Uid) {
+      sql += std::string(column->name) + " IN (";
+      for (const std::string& uid : parts_of(key.value)) {
+        sql += sql.back() == '(' ? "?" : ", ?";
+        bound.push_back(uid);
+      }
+      sql += ")";
+      continue;
+    }
+    sql += std::string("matches_key(") + column->name + ", " + std::to_string(key.vr) + ", ?)";
     bound.push_back(key.value);
   }
   return sql;
 }
 
+constexpr std::size_t kIdleReaders = 2;
+
 constexpr char kColumnsOfFile[] = "path, SOPClassUID, SOPInstanceUID, syntax, size, whole";
+
+// The statements that make an index.
+std::string table_sql() {
+  std::string table =
+      "CREATE TABLE IF NOT EXISTS instance (path TEXT PRIMARY KEY, syntax INTEGER, size INTEGER, whole "
+      "INTEGER, modified INTEGER";
+  for (const Column& column : kColumns) table += std::string(", ") + column.name + " TEXT";
+  return table +
+         "); CREATE INDEX IF NOT EXISTS by_patient ON instance (PatientID);"
+         "CREATE INDEX IF NOT EXISTS by_study ON instance (StudyInstanceUID);"
+         "CREATE INDEX IF NOT EXISTS by_series ON instance (SeriesInstanceUID);"
+         "CREATE UNIQUE INDEX IF NOT EXISTS by_instance ON instance (SOPInstanceUID)";
+}
+
+// Tells indexes of another make apart: it changes with the statements, and with what is written.
+int32_t index_form() {
+  uint32_t hash = 2166136261U;
+  for (const char c : table_sql() + "; texts in UTF-8, times in nanoseconds")
+    hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+  return static_cast<int32_t>(hash);
+}
+
+int64_t modified(const struct stat& status) {
+  return status.st_mtim.tv_sec * 1000000000LL + status.st_mtim.tv_nsec;
+}
+
+bool is_damage(int result) {
+  return result == SQLITE_CORRUPT || result == SQLITE_NOTADB;
+}
 
 }  // namespace
 
-bool matches_key(uint32_t tag, const std::string& value, const std::string& key) {
+bool matches_key(VX_VR vr, const std::string& value, const std::string& key) {
   if (key.empty()) return true;
-  const Column* column = find_column(tag);
-  const Match match = column != nullptr ? column->match : Match::Text;
   // Any of the values may match any of the keys.
-  for (std::size_t start = 0; start <= key.size();) {
-    const std::size_t end = std::min(key.find('\\', start), key.size());
-    const std::string one = key.substr(start, end - start);
-    for (std::size_t from = 0; from <= value.size();) {
-      const std::size_t to = std::min(value.find('\\', from), value.size());
-      if (matches_one(match, value.substr(from, to - from), one)) return true;
-      from = to + 1;
-    }
-    start = end + 1;
-  }
-  return false;
+  const std::vector<std::string> values = parts_of(value);
+  const std::vector<std::string> wanted = parts_of(key);
+  return std::any_of(wanted.begin(), wanted.end(), [&](const std::string& one) {
+    return std::any_of(values.begin(), values.end(),
+                       [&](const std::string& part) { return matches_one(vr, part, one); });
+  });
 }
 
-bool Catalog::knows(uint32_t tag) {
-  return find_column(tag) != nullptr || find_computed(tag) != nullptr;
+bool Catalog::keeps(uint32_t tag) {
+  return find_column(tag) != nullptr;
+}
+
+std::span<const uint32_t> Catalog::wanted() const {
+  return kTags;
 }
 
 Catalog::~Catalog() {
+  close();
+}
+
+void Catalog::close() {
+  for (sqlite3* reader : readers_) sqlite3_close(reader);
+  readers_.clear();
   sqlite3_finalize(insert_);
   sqlite3_close(database_);
+  insert_ = nullptr;
+  database_ = nullptr;
 }
 
 std::string Catalog::problem(const std::string& what) const {
   return what + ": " + (database_ != nullptr ? sqlite3_errmsg(database_) : "no memory");
 }
 
-bool Catalog::run(const char* sql) {
-  return sqlite3_exec(database_, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+bool Catalog::run(const std::string& sql) {
+  return sqlite3_exec(database_, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
 }
 
-// An index of another version is made anew from the files.
-bool Catalog::drop_old_form() {
-  constexpr int64_t kForm = 2;  // texts in UTF-8
-  int64_t form = 0;
-  {
-    Statement query(database_, "PRAGMA user_version");
-    if (!query || query.step() != SQLITE_ROW) return false;
-    form = query.number(0);
+// A connection that only reads, for one query at a time: queries wait neither for each other nor for the one
+// that writes.
+class Catalog::Reader {
+ public:
+  Reader(Catalog& catalog, Stop stop) : catalog_(catalog), stop_(std::move(stop)) {
+    {
+      const std::lock_guard lock(catalog.readers_mutex_);
+      if (!catalog.readers_.empty()) {
+        database_ = catalog.readers_.back();
+        catalog.readers_.pop_back();
+      }
+    }
+    if (database_ == nullptr) open();
+    constexpr int kSteps = 20;  // a row or two
+    if (database_ != nullptr && stop_) sqlite3_progress_handler(database_, kSteps, ask, this);
   }
-  return form == kForm || (run("DROP TABLE IF EXISTS instance") &&
-                           run(("PRAGMA user_version = " + std::to_string(kForm)).c_str()));
-}
+  ~Reader() {
+    if (database_ == nullptr) return;
+    sqlite3_progress_handler(database_, 0, nullptr, nullptr);
+    {
+      const std::lock_guard lock(catalog_.readers_mutex_);
+      if (catalog_.readers_.size() < kIdleReaders) {
+        catalog_.readers_.push_back(database_);
+        return;
+      }
+    }
+    sqlite3_close(database_);
+  }
+  Reader(const Reader&) = delete;
+  Reader& operator=(const Reader&) = delete;
+  sqlite3* get() const { return database_; }
+  std::string problem() const {
+    return database_ != nullptr ? std::string("index: ") + sqlite3_errmsg(database_)
+                                : "index: can not be opened";
+  }
 
-std::string Catalog::open(const std::string& folder, bool durable) {
-  folder_ = folder;
-  const std::string path = folder + "/index.sqlite";
+ private:
+  void open() {
+    if (sqlite3_open_v2(catalog_.index_path_.c_str(), &database_, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX,
+                        nullptr) != SQLITE_OK) {
+      sqlite3_close(database_);
+      database_ = nullptr;
+      return;
+    }
+    sqlite3_busy_timeout(database_, 10000);
+    sqlite3_create_function(database_, "matches_key", 3, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr,
+                            sql_matches, nullptr, nullptr);
+  }
+  static int ask(void* user) { return static_cast<Reader*>(user)->stop_() ? 1 : 0; }
+
+  Catalog& catalog_;
+  Stop stop_;
+  sqlite3* database_ = nullptr;
+};
+
+std::string Catalog::open_index(const std::string& path, bool durable, bool& damaged) {
+  const auto failed = [&](const std::string& text) {
+    damaged = database_ != nullptr && is_damage(sqlite3_errcode(database_));
+    return problem(text);
+  };
   if (sqlite3_open_v2(path.c_str(), &database_,
                       SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
                       nullptr) != SQLITE_OK) {
-    return problem(path);
+    return failed(path);
   }
   sqlite3_busy_timeout(database_, 10000);
-  sqlite3_create_function(database_, "matches_key", 3, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr,
-                          sql_matches, nullptr, nullptr);
-  if (!drop_old_form()) return problem(path);
-  std::string table =
-      "CREATE TABLE IF NOT EXISTS instance (path TEXT PRIMARY KEY, syntax INTEGER, size INTEGER, whole "
-      "INTEGER, modified INTEGER";
-  std::string insert = "INSERT OR REPLACE INTO instance VALUES (?, ?, ?, ?, ?";
+  {
+    Statement check(database_, "PRAGMA quick_check(1)");
+    const bool row = check.next();
+    if (!row) return failed(path);
+    if (check.text(0) != "ok") {
+      damaged = true;
+      return path + ": " + check.text(0);
+    }
+  }
+  int64_t form = 0;
+  {
+    Statement query(database_, "PRAGMA user_version");
+    if (!query.next()) return failed(path);
+    form = query.number(0);
+  }
+  // One of another make is filled anew from the files.
+  if (form != index_form() && (!run("DROP TABLE IF EXISTS instance") ||
+                               !run("PRAGMA user_version = " + std::to_string(index_form()))))
+    return failed(path);
+  std::string insert = "INSERT OR REPLACE INTO instance (path, syntax, size, whole, modified";
+  std::string marks = "?, ?, ?, ?, ?";
   for (const Column& column : kColumns) {
-    table += std::string(", ") + column.name + " TEXT";
-    insert += ", ?";
+    insert += std::string(", ") + column.name;
+    marks += ", ?";
   }
-  table += ")";
-  insert += ")";
+  insert += ") VALUES (" + marks + ")";
   if (!run("PRAGMA journal_mode = WAL") ||
-      !run(durable ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL") || !run(table.c_str()) ||
-      !run("CREATE INDEX IF NOT EXISTS by_study ON instance (StudyInstanceUID)") ||
-      !run("CREATE INDEX IF NOT EXISTS by_series ON instance (SeriesInstanceUID)") ||
-      !run("CREATE UNIQUE INDEX IF NOT EXISTS by_instance ON instance (SOPInstanceUID)") ||
+      !run(durable ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL") || !run(table_sql()) ||
       sqlite3_prepare_v2(database_, insert.c_str(), -1, &insert_, nullptr) != SQLITE_OK) {
-    return problem(path);
+    return failed(path);
   }
-  return synchronise();
+  return "";
+}
+
+std::string Catalog::open(const std::string& folder, bool durable, mode_t mode) {
+  folder_ = folder;
+  index_path_ = folder + "/index.sqlite";
+  // It holds names of patients: nobody sees more of it than of the objects.
+  if (const int file = ::open(index_path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, mode); file >= 0)
+    ::close(file);
+  bool damaged = false;
+  std::string error = open_index(index_path_, durable, damaged);
+  if (damaged) {
+    report(index_path_, "is damaged and made anew from the files: " + error);
+    close();
+    for (const char* end : {"", "-wal", "-shm"}) ::unlink((index_path_ + end).c_str());
+    if (const int file = ::open(index_path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, mode); file >= 0)
+      ::close(file);
+    error = open_index(index_path_, durable, damaged);
+  }
+  if (error.empty()) error = synchronise();
+  if (!error.empty()) return error;
+  const Reader readers[kIdleReaders] = {{*this, nullptr}, {*this, nullptr}};
+  return readers[0].get() != nullptr ? "" : readers[0].problem();
+}
+
+std::string Catalog::drop_row(const std::string& path) {
+  Statement drop(database_, "DELETE FROM instance WHERE path = ?");
+  drop.bind(1, path);
+  return !drop.next() && drop.good() ? "" : problem("index");
 }
 
 std::string Catalog::synchronise() {
@@ -284,83 +518,135 @@ std::string Catalog::synchronise() {
   std::unordered_set<std::string> known;
   {
     Statement rows(database_, "SELECT path, size, modified FROM instance");
-    while (rows && rows.step() == SQLITE_ROW) {
+    while (rows.next()) {
       struct stat status {};
       const std::string path = rows.text(0);
-      const bool same = ::stat((folder_ + "/" + path).c_str(), &status) == 0 &&
-                        status.st_size == rows.number(1) && status.st_mtim.tv_sec == rows.number(2);
+      const bool same = ::lstat((folder_ + "/" + path).c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+                        status.st_size == rows.number(1) && modified(status) == rows.number(2);
       if (same) {
         known.insert(path);
       } else {
         gone.push_back(path);
       }
     }
-  }
-  if (!run("BEGIN")) return problem("index");
-  for (const std::string& path : gone) {
-    Statement drop(database_, "DELETE FROM instance WHERE path = ?");
-    drop.bind(1, path);
-    drop.step();
+    if (!rows.good()) return problem("index");
   }
   namespace fs = std::filesystem;
+  std::vector<std::string> fresh;
   std::error_code error;
   for (fs::recursive_directory_iterator it(folder_, error), end; it != end && !error; it.increment(error)) {
     std::error_code ignored;
-    if (!it->is_regular_file(ignored) || it->path().extension() != ".dcm") continue;
-    if (known.contains(it->path().lexically_relative(folder_).string())) continue;
+    if (it->is_symlink(ignored) || !it->is_regular_file(ignored) || it->path().extension() != ".dcm")
+      continue;
+    std::string name = it->path().lexically_relative(folder_).string();
+    if (!known.contains(name)) fresh.push_back(std::move(name));
+  }
+  if (error) return folder_ + ": " + error.message();
+  // Of two files with one instance the first by name counts, at every start.
+  std::sort(fresh.begin(), fresh.end());
+  if (!run("BEGIN")) return problem("index");
+  for (const std::string& path : gone) {
+    if (const std::string text = drop_row(path); !text.empty()) return text;
+  }
+  for (const std::string& name : fresh) {
     // A file that is no object is not the index's business.
-    bool index_failed = false;
-    const std::string text = add(it->path().string(), index_failed);
-    if (!text.empty()) report(it->path().string(), text);
+    if (const std::string text = enter_file(name); !text.empty()) report(folder_ + "/" + name, text);
   }
   return run("COMMIT") ? "" : problem("index");
 }
 
-std::string Catalog::add(const std::string& path, bool& index_failed) {
+// A file that lies in the folder at the start.
+std::string Catalog::enter_file(const std::string& name) {
   ObjectFile file;
-  file.path = path;
+  file.path = folder_ + "/" + name;
   std::string text = file.look_at();
   if (!text.empty()) return text;
-  DicomFile object;
-  {
-    const MutedWarnings muted;
-    if (object.open(path, {true, 0x00280011}) != VX_NORMAL_COMPLETION && !object.readable())
-      return object.problem();
+  HeadScan scan;
+  const MutedWarnings muted;
+  Message kept;
+  DicomFile whole;
+  int32_t object = -1;
+  if (scan_file(file.path, kTags, scan).empty()) object = kept.id = scan.make_message();
+  if (object < 0) {  // what is no file of ours, such as one without a meta group
+    if (whole.open(file.path, {true, kTags.back()}) != VX_NORMAL_COMPLETION && !whole.readable())
+      return whole.problem();
+    object = whole.id();
   }
+  std::string there;
+  text = path_of(file.instance, there);
+  if (!text.empty()) return text;
+  if (!there.empty()) return "has the SOP Instance UID of " + there + ", and can not be found";
+  return insert(name, file, object);
+}
+
+std::string Catalog::path_of(const std::string& instance, std::string& path) {
+  const std::lock_guard lock(mutex_);
+  Statement select(database_, "SELECT path FROM instance WHERE SOPInstanceUID = ?");
+  select.bind(1, instance);
+  path = select.next() ? folder_ + "/" + select.text(0) : "";
+  return select.good() || !path.empty() ? "" : problem("index");
+}
+
+std::string Catalog::enter(const StoredObject& stored, const HeadScan& scan) {
+  ObjectFile file;
+  file.path = stored.path;
+  file.sop_class = stored.sop_class;
+  file.instance = stored.instance;
+  file.syntax = stored.syntax;
+  // The library looks at the data set up to (0008,0018).
+  file.whole = scan.first_tag() <= 0x00080018U;
+  const MutedWarnings muted;
+  Message kept;
+  kept.id = scan.make_message();
+  if (kept.id < 0) return "its attributes can not be read";
+  return insert(std::filesystem::path(stored.path).lexically_relative(folder_).string(), file, kept.id);
+}
+
+std::string Catalog::insert(const std::string& path, const ObjectFile& file, int32_t object) {
   struct stat status {};
-  if (::stat(path.c_str(), &status) != 0) return "has gone";
-  const std::string name = std::filesystem::path(path).lexically_relative(folder_).string();
-  std::vector<std::string> values;
-  for (const Column& column : kColumns) values.push_back(utf8_text_of(object.id(), column.tag));
+  if (::stat(file.path.c_str(), &status) != 0) return "has gone";
+  std::array<std::string, kColumnCount> values;
+  const auto fill = [&](std::string (*read)(int32_t, uint32_t)) {
+    for (std::size_t i = 0; i < kColumnCount; ++i) {
+      values[i] = read(object, kColumns[i].tag);
+      if (values[i].size() > kLongestValue) values[i].clear();
+    }
+  };
+  fill(utf8_text_of);
   // One spelling for all: where the text can be decoded, it is UTF-8 from here on.
   if (std::all_of(values.begin(), values.end(), is_utf8)) {
-    values.back() = std::all_of(values.begin(), values.end(), is_ascii) ? "" : "ISO_IR 192";
+    values[kCharsetColumn] = std::all_of(values.begin(), values.end(), is_ascii) ? "" : "ISO_IR 192";
   } else {
-    std::transform(std::begin(kColumns), std::end(kColumns), values.begin(),
-                   [&](const Column& column) { return all_text_of(object.id(), column.tag); });
+    fill(all_text_of);
+  }
+  // What the meta group says counts where the data set is silent.
+  for (const auto& [tag, uid] : {std::pair{0x00080016U, &file.sop_class}, {0x00080018U, &file.instance}}) {
+    if (values[column_index(tag)].empty()) values[column_index(tag)] = *uid;
   }
   const std::lock_guard lock(mutex_);
   sqlite3_reset(insert_);
-  sqlite3_bind_text(insert_, 1, name.c_str(), -1, SQLITE_TRANSIENT);
+  sqlite3_bind_text(insert_, 1, path.c_str(), -1, SQLITE_TRANSIENT);
   sqlite3_bind_int(insert_, 2, file.syntax);
-  sqlite3_bind_int64(insert_, 3, static_cast<int64_t>(file.size));
+  sqlite3_bind_int64(insert_, 3, status.st_size);
   sqlite3_bind_int(insert_, 4, file.whole ? 1 : 0);
-  sqlite3_bind_int64(insert_, 5, status.st_mtim.tv_sec);
-  for (int i = 0; i < kColumnCount; ++i) {
-    const std::string& value = values[static_cast<std::size_t>(i)];
-    sqlite3_bind_text(insert_, 6 + i, value.c_str(), static_cast<int>(value.size()), SQLITE_STATIC);
+  sqlite3_bind_int64(insert_, 5, modified(status));
+  for (std::size_t i = 0; i < kColumnCount; ++i) {
+    sqlite3_bind_text(insert_, static_cast<int>(6 + i), values[i].c_str(), static_cast<int>(values[i].size()),
+                      SQLITE_TRANSIENT);
   }
   const int result = sqlite3_step(insert_);
+  const std::string error = result == SQLITE_DONE ? "" : problem("index");
   sqlite3_reset(insert_);
-  index_failed = result != SQLITE_DONE;
-  return index_failed ? problem("index") : "";
+  return error;
 }
 
 std::string Catalog::find(
-    Level level, const std::vector<CatalogKey>& keys,
+    Level level, const std::vector<CatalogKey>& keys, const Stop& stop,
     const std::function<bool(const std::vector<std::string>& values, const std::string& charset)>& take) {
+  constexpr std::size_t kPage = 256;
   std::vector<std::string> bound;
-  std::string sql = "SELECT SpecificCharacterSet";
+  const std::string group = kGroups[static_cast<int>(level)];
+  std::string sql = "SELECT " + group + ", SpecificCharacterSet";
   for (const CatalogKey& key : keys) {
     const Column* column = find_column(key.tag);
     const Computed* computed = find_computed(key.tag);
@@ -369,46 +655,52 @@ std::string Catalog::find(
                                                       : "''");
   }
   // What has no identity at this level is no entity of it.
-  const std::string group = kGroups[static_cast<int>(level)];
   const std::string where = conditions(keys, bound);
-  sql +=
-      " FROM instance" + where + (where.empty() ? " WHERE " : " AND ") + group + " <> '' GROUP BY " + group;
-  // Rows are gathered first: answers go out at the pace of the peer, and the index is not held that long.
-  std::vector<std::vector<std::string>> rows;
-  {
-    const std::lock_guard lock(mutex_);
-    Statement select(database_, sql);
-    if (!select) return problem("index");
-    for (std::size_t i = 0; i < bound.size(); ++i) select.bind(static_cast<int>(i) + 1, bound[i]);
-    while (select.step() == SQLITE_ROW) {
-      std::vector<std::string> row;
-      for (std::size_t i = 0; i <= keys.size(); ++i) row.push_back(select.text(static_cast<int>(i)));
-      rows.push_back(std::move(row));
+  sql += " FROM instance" + where + (where.empty() ? " WHERE " : " AND ") + group + " > ? GROUP BY " + group +
+         " ORDER BY " + group + " LIMIT " + std::to_string(kPage);
+  // A page of rows at a time: answers go out at the pace of the peer, and the index is not held that long.
+  bound.emplace_back();
+  for (bool more = true; more;) {
+    std::vector<std::vector<std::string>> rows;
+    {
+      const Reader reader(*this, stop);
+      Statement select(reader.get(), sql);
+      if (!select) return reader.problem();
+      select.bind_all(bound);
+      while (select.next()) {
+        std::vector<std::string> row;
+        for (std::size_t i = 0; i < keys.size() + 2; ++i) row.push_back(select.text(static_cast<int>(i)));
+        rows.push_back(std::move(row));
+      }
+      if (!select.good()) return reader.problem();
     }
-  }
-  for (std::vector<std::string>& row : rows) {
-    const std::string charset = row.front();
-    row.erase(row.begin());
-    bool wanted = true;
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-      if (find_computed(keys[i].tag) == nullptr) continue;
-      std::replace(row[i].begin(), row[i].end(), ',', '\\');
-      wanted = wanted && matches_key(keys[i].tag, row[i], keys[i].value);
+    more = rows.size() == kPage;
+    if (more) bound.back() = rows.back()[0];
+    for (std::vector<std::string>& row : rows) {
+      const std::string charset = row[1];
+      row.erase(row.begin(), row.begin() + 2);
+      bool wanted = true;
+      for (std::size_t i = 0; i < keys.size(); ++i) {
+        if (find_computed(keys[i].tag) == nullptr) continue;
+        std::replace(row[i].begin(), row[i].end(), ',', '\\');
+        wanted = wanted && matches_key(keys[i].vr, row[i], keys[i].value);
+      }
+      if (wanted && !take(row, charset)) return "";
     }
-    if (wanted && !take(row, charset)) break;
   }
   return "";
 }
 
-std::string Catalog::files(const std::vector<CatalogKey>& keys, std::vector<ObjectFile>& found) {
+std::string Catalog::files(const std::vector<CatalogKey>& keys, const Stop& stop,
+                           std::vector<ObjectFile>& found) {
   std::vector<std::string> bound;
   const std::string sql =
       std::string("SELECT ") + kColumnsOfFile + " FROM instance" + conditions(keys, bound) + " ORDER BY path";
-  const std::lock_guard lock(mutex_);
-  Statement select(database_, sql);
-  if (!select) return problem("index");
-  for (std::size_t i = 0; i < bound.size(); ++i) select.bind(static_cast<int>(i) + 1, bound[i]);
-  while (select.step() == SQLITE_ROW) {
+  const Reader reader(*this, stop);
+  Statement select(reader.get(), sql);
+  if (!select) return reader.problem();
+  select.bind_all(bound);
+  while (select.next()) {
     ObjectFile file;
     file.path = folder_ + "/" + select.text(0);
     file.sop_class = select.text(1);
@@ -418,7 +710,7 @@ std::string Catalog::files(const std::vector<CatalogKey>& keys, std::vector<Obje
     file.whole = select.number(5) != 0;
     found.push_back(std::move(file));
   }
-  return "";
+  return select.good() ? "" : reader.problem();
 }
 
 }  // namespace vexal

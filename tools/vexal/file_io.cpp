@@ -166,7 +166,7 @@ void FileSink::drop() {
 
 // Where the system can do it, the file has no name at all until it is complete: nothing to clean up, whatever
 // happens, and one change of the folder instead of three.
-std::string FileSink::open(const std::string& path) {
+std::string FileSink::open(const std::string& path, mode_t mode) {
   static const bool can_be_nameless = ::access("/proc/self/fd", F_OK) == 0;
   drop();
   path_ = path;
@@ -178,6 +178,7 @@ std::string FileSink::open(const std::string& path) {
     const std::string error = open_named(path);
     if (!error.empty()) return error;
   }
+  if (mode != 0 && ::fchmod(fd_, mode) != 0) return system_text("can not set the mode", errno);
   buffer_.resize(kBlock);
   used_ = 0;
   error_ = 0;

@@ -128,7 +128,8 @@ class FileSink {
   FileSink(const FileSink&) = delete;
   FileSink& operator=(const FileSink&) = delete;
 
-  std::string open(const std::string& path);  // an error text, empty on success
+  // `mode`: of the file, exactly; 0: as the system makes files. An error text, empty on success.
+  std::string open(const std::string& path, mode_t mode = 0);
   // With `durable`, the file and its name are on the disk when it returns.
   std::string commit(bool durable = false);
   void drop();  // without commit; a new open follows, or nothing

@@ -285,18 +285,34 @@ std::string text_of(int32_t object, uint32_t tag) {
   return text;
 }
 
-std::string all_text_of(int32_t object, uint32_t tag) {
-  std::string text;
-  char buffer[2049];
-  for (VX_STATUS status = VX_Get_Value_To_String(object, tag, sizeof buffer, buffer);
-       status == VX_NORMAL_COMPLETION;
-       status = VX_Get_Next_Value_To_String(object, tag, sizeof buffer, buffer)) {
-    std::string value = buffer;
+namespace {
+
+// All values in a buffer that holds each of them; VX_BUFFER_TOO_SMALL if one does not fit.
+VX_STATUS read_all_text(int32_t object, uint32_t tag, std::vector<char>& buffer, std::string& text) {
+  const auto room = static_cast<int32_t>(buffer.size());
+  VX_STATUS status = VX_Get_Value_To_String(object, tag, room, buffer.data());
+  text.clear();
+  // One value among others may be empty.
+  for (bool first = true; status == VX_NORMAL_COMPLETION || status == VX_NULL_VALUE; first = false) {
+    const std::string value = status == VX_NORMAL_COMPLETION ? buffer.data() : "";
     const std::size_t start = std::min(value.find_first_not_of(' '), value.size());
-    while (value.size() > start && value.back() == ' ') value.pop_back();
-    if (!text.empty()) text += '\\';
-    text.append(value, start);
+    std::size_t end = value.size();
+    while (end > start && value[end - 1] == ' ') --end;
+    if (!first) text += '\\';
+    text.append(value, start, end - start);
+    status = VX_Get_Next_Value_To_String(object, tag, room, buffer.data());
   }
+  return status;
+}
+
+}  // namespace
+
+std::string all_text_of(int32_t object, uint32_t tag) {
+  constexpr std::size_t kMost = 1U << 30;
+  std::string text;
+  std::vector<char> buffer(2049);
+  while (read_all_text(object, tag, buffer, text) == VX_BUFFER_TOO_SMALL && buffer.size() < kMost)
+    buffer.resize(buffer.size() * 8);
   return text;
 }
 
@@ -347,7 +363,7 @@ std::string describe_answer(const Message& answer) {
 }
 
 bool is_safe_name(std::string_view name) {
-  return !name.empty() && name.size() <= 64 && name != "." && name != ".." &&
+  return !name.empty() && name.size() <= 64 && std::isalnum(static_cast<unsigned char>(name[0])) != 0 &&
          std::all_of(name.begin(), name.end(), [](unsigned char c) {
            return std::isalnum(c) != 0 || c == '.' || c == '-' || c == '_';
          });

@@ -164,8 +164,8 @@ std::string describe_dimse(uint16_t status);
 // The status with the peer's own comment (0000,0902), if it sent one.
 std::string describe_answer(const Message& answer);
 
-// A word in the name of a file: letters, digits, dot, dash and underscore, no more than 64 of them, not "."
-// or "..".
+// A word in the name of a file: letters, digits, dot, dash and underscore, no more than 64 of them, the first
+// of them a letter or digit.
 bool is_safe_name(std::string_view name);
 
 }  // namespace vexal

@@ -9,6 +9,7 @@
 #include "commands.h"
 #include "network.h"
 #include "recode.h"
+#include "request.h"
 #include "session.h"
 #include "storage.h"
 
@@ -20,8 +21,6 @@ namespace {
 constexpr Option kOptions[] = {
     {"--dir", "DIR", "folder for the files (default: this one)"},
     {"--tree", nullptr, "folders by study and series below it"},
-    {"--fsync", nullptr, "have each file on the disk before it is acknowledged"},
-    {"--max-size", "BYTES", "end an association that sends a larger object"},
     {"--to", "SYNTAX",
      "store in this transfer syntax, where an object can be turned into it without "
      "loss: " VEXAL_SYNTAX_NAMES},
@@ -30,6 +29,7 @@ constexpr Option kOptions[] = {
      "run by the shell for each object, with VEXAL_FILE, VEXAL_INSTANCE, VEXAL_CALLER set"},
     {"--on-study", "COMMAND",
      "run for each study when its association ends, with VEXAL_STUDY, VEXAL_DIR set; needs --tree"},
+    VEXAL_STORAGE_OPTIONS,
     VEXAL_ACCEPTOR_OPTIONS,
 };
 
@@ -69,18 +69,20 @@ class Receiver {
         on_study_(std::move(on_study)) {}
 
   void serve(int32_t association, const Caller& caller) const {
-    ObjectWriter writer(storage_, caller.calling_title);
+    ObjectWriter writer(storage_, caller.calling_title, caller.address);
     std::map<std::string, std::string> studies;  // to their folders
     acceptor_.serve_messages(association, [&](int32_t id, int32_t message, const char* service,
                                               uint16_t command) {
       const std::string name = service;
       uint32_t request = 0;
       VX_Get_Value_To_UInt(message, 0x00000110, &request);
-      if (command != C_STORE_RQ) {
+      if (command != C_STORE_RQ || (caller.rights & kMayStore) == 0) {
+        Message owner;
+        owner.id = message;
+        if (!drop_rest(id, owner.id)) return false;
         // A cancel has no answer, and anything else was not negotiated.
-        if (read_rest(id, message) != VX_NORMAL_COMPLETION) return false;
-        VX_Free_Message(&message);
-        return command == C_CANCEL_RQ;
+        return command == C_STORE_RQ ? send_response(id, name.c_str(), C_STORE_RSP, request, kNotAuthorized)
+                                     : command == C_CANCEL_RQ;
       }
       StoredObject stored;
       const int32_t answer = writer.take(id, message, stored);
@@ -113,11 +115,7 @@ int run(const Args& args) {
   Acceptor acceptor;
   if (!acceptor.read(args)) return kUsage;
   StorageOptions storage;
-  if (!storage.read(args)) return kUsage;
-  storage.durable = args.has("--fsync");
-  long most = 0;
-  if (!args.number("--max-size", 1, 0x7FFFFFFFFFFFL, most)) return kUsage;
-  storage.most_bytes = static_cast<uint64_t>(most);
+  if (!storage.read(args, true)) return kUsage;
   if (args.has("--to")) {
     if (!find_syntax(args.get("--to"), storage.syntax) || is_lossy(storage.syntax)) {
       complain("--to %s: give a transfer syntax that loses nothing; --help lists the names",
@@ -132,10 +130,13 @@ int run(const Args& args) {
   }
   ServiceListName list;
   std::vector<std::string> unknown;
-  if (!list.make(storage_services(args.has("--prefer-compressed")), kWindow, unknown)) {
+  std::vector<Proposal> services = storage_services(args.has("--prefer-compressed"));
+  services.push_back(verification_service());
+  if (!list.make(services, kWindow, unknown)) {
     complain("the storage services can not be offered");
     return kUsage;
   }
+  acceptor.warn_if_open("store");
   const Receiver receiver(acceptor, storage, args.get("--on-object"), args.get("--on-study"));
   return acceptor.run(
       list.name(), [&](int32_t association, const Caller& caller) { receiver.serve(association, caller); });
@@ -150,7 +151,8 @@ const Command kReceive = {
     "Each object is written under a temporary name as it arrives, whatever its size, and gets its\n"
     "own name, SOPInstanceUID.dcm, when it is complete; only then is it acknowledged. The data set\n"
     "is kept byte for byte, or converted with --to; what can not be converted stays as it came.\n"
-    "INT and TERM end the program after the messages under way.",
+    "An object that is there with other content is refused, unless --duplicates says otherwise.\n"
+    "INT and TERM end the program after the messages under way. docs/operating.md tells all limits.",
     kOptions,
     run};
 

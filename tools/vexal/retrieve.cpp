@@ -133,7 +133,8 @@ std::string serve_get(Association& association, const Peer& peer, ObjectWriter& 
       }
       continue;
     }
-    status = association.check(read_rest(association.id(), message.id));
+    IdentifierRoom room;
+    status = association.check(read_rest(association.id(), message.id, room));
     if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
     if (command != C_GET_RSP) continue;
     count(message, tally);

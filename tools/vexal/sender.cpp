@@ -159,6 +159,10 @@ VX_STATUS ObjectSender::send_object(int32_t association, const ObjectFile& file,
   if (status == VX_NORMAL_COMPLETION)
     status = VX_Set_Value_From_String(object.id(), 0x00001000, file.instance.c_str());
   if (status != VX_NORMAL_COMPLETION) return status;
+  if (!originator_.empty()) {
+    VX_Set_Value_From_String(object.id(), 0x00001030, originator_.c_str());
+    VX_Set_Value_From_UShortInt(object.id(), 0x00001031, originator_id_);
+  }
   status = VX_Send_Request_Message(association, object.id());
   sent_in_part_ = status != VX_NORMAL_COMPLETION && status != VX_UNACCEPTABLE_SERVICE &&
                   status != VX_MAX_OPERATIONS_EXCEEDED;
@@ -175,7 +179,10 @@ ObjectSender::Result ObjectSender::send(int32_t association, const std::vector<A
   }
   CurrentFile current(file.path);
   sent_in_part_ = false;
-  const VX_STATUS status = syntax == file.syntax && file.whole
+  // The command of what goes out as bytes can not name an originator; a deflated object is not held whole.
+  const bool deflated =
+      file.syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || file.syntax == JPIP_REFERENCED_DEFLATE;
+  const VX_STATUS status = syntax == file.syntax && file.whole && (originator_.empty() || deflated)
                                ? send_bytes(association, file, problem)
                                : send_object(association, file, syntax, problem);
   if (status == VX_NORMAL_COMPLETION) return Result::Sent;

@@ -41,6 +41,12 @@ class ObjectSender {
   Result send(int32_t association, const std::vector<AcceptedContext>& accepted, const ObjectFile& file,
               std::string& problem);
 
+  // What is sent is part of the C-MOVE that this title asked for (PS3.7 section 9.1.1.1).
+  void set_originator(const std::string& title, uint16_t message_id) {
+    originator_ = title;
+    originator_id_ = message_id;
+  }
+
   // Opens and reads what will be sent next; never needed, but time that would be spent waiting.
   void prepare(const ObjectFile& file);
 
@@ -56,6 +62,8 @@ class ObjectSender {
                         void** data, int32_t first, int32_t* last);
 
   bool convert_;
+  std::string originator_;
+  uint16_t originator_id_ = 0;
   bool sent_in_part_ = false;
   FileSource source_;  // of the file whose bytes go out, or will
   const ObjectFile* prepared_ = nullptr;

@@ -15,6 +15,7 @@ namespace vexal {
 namespace {
 
 constexpr int kDeepest = 8;
+constexpr std::size_t kLongestKey = 1024;  // a longer one matches nothing
 
 struct Attribute {
   uint32_t tag;
@@ -30,6 +31,14 @@ std::vector<Attribute> attributes_of(int32_t object) {
        status = VX_Get_Next_Attribute(object, &tag, &vr, nullptr)) {
     if (tag > 0x0000FFFFU) attributes.push_back({tag, vr});
   }
+  // A key without a VR of its own is matched as the dictionary has it.
+  for (Attribute& attribute : attributes) {
+    char name[128];
+    uint16_t low = 0;
+    uint16_t high = 0;
+    if (attribute.vr == VX_VR_UN)
+      VX_Get_Tags_Dict_Info(attribute.tag, name, sizeof name, &attribute.vr, &low, &high);
+  }
   return attributes;
 }
 
@@ -39,7 +48,8 @@ bool matches(int32_t identifier, int32_t entry, int depth) {
   for (const auto& [tag, vr] : attributes_of(identifier)) {
     if (tag == 0x00080005U) continue;
     if (vr != VX_VR_SQ) {
-      if (!matches_key(tag, utf8_text_of(entry, tag), utf8_text_of(identifier, tag))) return false;
+      const std::string key = utf8_text_of(identifier, tag);
+      if (key.size() > kLongestKey || !matches_key(vr, utf8_text_of(entry, tag), key)) return false;
       continue;
     }
     const std::vector<int32_t> wanted = sequence_items(identifier, tag);
@@ -78,7 +88,7 @@ void copy_wanted(int32_t identifier, int32_t entry, int32_t answer, int depth) {
 
 }  // namespace
 
-void Worklist::find(int32_t identifier,
+void Worklist::find(int32_t identifier, const std::function<bool()>& stop,
                     const std::function<bool(const std::function<void(int32_t answer)>& fill)>& take) const {
   namespace fs = std::filesystem;
   std::error_code error;
@@ -91,6 +101,7 @@ void Worklist::find(int32_t identifier,
   }
   std::sort(paths.begin(), paths.end());
   for (const std::string& path : paths) {
+    if (stop()) return;
     DicomFile entry;
     if (entry.open(path, {}) != VX_NORMAL_COMPLETION) {
       report(path, entry.problem());
