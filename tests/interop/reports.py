@@ -289,6 +289,12 @@ def check_values(folder):
     with open(again := os.path.join(folder, "again.dcm"), "wb") as file:
         file.write(broken)
     check(run(VEXAL, "sr", "show", again).returncode == 1, "values: text that is none in its character set")
+    with open(path, "rb") as file:
+        broken = file.read().replace(b"PARTIAL", b"PARTI\xc4L")
+    with open(again, "wb") as file:
+        file.write(broken)
+    odd_bytes = run(VEXAL, "sr", "show", "--json", again)
+    check(odd_bytes.returncode == 1 and b"CompletionFlag" in odd_bytes.stderr, "values: bytes that JSON has not: %s" % odd_bytes.stderr)
     check(build(shown(path), again).returncode == 0 and pydicom.dcmread(again) == dataset, "values: the same data set")
     check(run(VEXAL, "sr", "build", path + ".json", path + ".json").returncode == 2 and json.load(open(path + ".json")) == asked, "values: the source stays")
 

@@ -253,8 +253,9 @@ int check(const Args&, const std::string& path) {
 int show(const Args& args, const std::string& path) {
   SrDocument document;
   if (!document.open(path)) return kUsage;
+  bool whole = !document.has_lost_text();
   if (args.has("--json")) {
-    show_json(document);
+    whole = show_json(document) && whole;
   } else if (args.has("--html")) {
     show_html(document);
   } else if (args.has("--csv")) {
@@ -262,7 +263,7 @@ int show(const Args& args, const std::string& path) {
   } else {
     show_text(document, args.has("--codes"));
   }
-  return document.has_lost_text() ? kFindings : kSuccess;
+  return whole ? kSuccess : kFindings;
 }
 
 int build(const Args& args, const std::string& path) {

@@ -71,6 +71,7 @@ class SrDocument {
   // False after a line on standard error.
   bool open(const std::string& path);
   int32_t id() const { return file_.id(); }
+  const std::string& path() const { return file_.path(); }
   // Text that is none in its character set: reported, and replaced by U+FFFD.
   bool has_lost_text() const { return lost_text_; }
   // (0008,0005) as it is in the file, its values parted by backslashes.
@@ -90,8 +91,9 @@ class SrDocument {
 // What a node holds as the members of a JSON object, apart from where it stands and what is not told by
 // members.
 std::string sr_members(const SrNode& node);
-// The report as JSON, which build_report reads.
-void show_json(const SrDocument& document);
+// The report as JSON, which build_report reads. False after lines on standard error: JSON can not tell all of
+// it.
+bool show_json(const SrDocument& document);
 
 // A report from the JSON that vexal sr show --json writes. The exit code.
 int build_report(const std::string& input, const std::string& output);

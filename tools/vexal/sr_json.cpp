@@ -11,6 +11,7 @@
 #include "charset.h"
 #include "json.h"
 #include "names.h"
+#include "session.h"
 #include "sr_document.h"
 #include "sr_form.h"
 #include "tag_path.h"
@@ -208,7 +209,12 @@ bool is_told_in_head(const SrNode& node, uint32_t tag, VX_VR vr) {
          (tag == kSpecificCharacterSet || sr_all_fit(tag, sr_texts_of(node.id, tag)));
 }
 
-void append_more(std::string& out, const SrNode& node) {
+// JSON has no bytes, only characters, and none beyond ASCII for a VR that no character set counts for.
+bool has_odd_bytes(int32_t object, uint32_t tag, VX_VR vr) {
+  return vr <= VX_VR_UI && !has_charset(vr) && !is_ascii(sr_texts_of(object, tag));
+}
+
+void append_more(std::string& out, const SrNode& node, std::vector<std::string>& lost) {
   const bool bare = !tells_value(node) || (node.depth != 0 && node.relationship < 0);
   struct Attribute {
     uint32_t tag;
@@ -226,6 +232,8 @@ void append_more(std::string& out, const SrNode& node) {
         is_told_in_head(node, attribute.tag, attribute.vr))
       continue;
     (attribute.vr == VX_VR_SQ ? sequences : tags).push_back(attribute.tag);
+    if (has_odd_bytes(node.id, attribute.tag, attribute.vr))
+      lost.push_back(node.location + " " + describe_tag(attribute.tag) + ": bytes that are no characters");
   }
   if (tags.empty() && sequences.empty()) {
     if (bare) out += ", \"more\": {}";  // a node without what makes its type
@@ -302,13 +310,13 @@ void append_members(std::string& out, const SrNode& node) {
   out += ']';
 }
 
-void append_node(std::string& out, const SrNode& node) {
+void append_node(std::string& out, const SrNode& node, std::vector<std::string>& lost) {
   out += "{\"location\": ";
   append_json(out, node.location);
   append_field(out, "relationship", sr_relationship_name(node.relationship));
   append_field(out, "target", node.target);
   append_members(out, node);
-  append_more(out, node);
+  append_more(out, node, lost);
 }
 
 void append_attributes(std::string& out, const SrDocument& document) {
@@ -337,7 +345,8 @@ std::string sr_members(const SrNode& node) {
   return out + "}";
 }
 
-void show_json(const SrDocument& document) {
+bool show_json(const SrDocument& document) {
+  std::vector<std::string> lost;
   std::string out = "{\n  \"attributes\": {";
   append_attributes(out, document);
   out += "\n  },\n  \"report\": ";
@@ -349,7 +358,7 @@ void show_json(const SrDocument& document) {
     if (node.depth != 0 && !out.ends_with('[')) out += "}, ";
     depth = node.depth;
     if (depth != 0) out += "\n    ";
-    append_node(out, node);
+    append_node(out, node, lost);
     if (out.size() > 65536) {
       std::fwrite(out.data(), 1, out.size(), stdout);
       out.clear();
@@ -358,6 +367,8 @@ void show_json(const SrDocument& document) {
   for (; depth > 0; --depth) out += "}]";
   out += "}\n}\n";
   std::fwrite(out.data(), 1, out.size(), stdout);
+  for (const std::string& each : lost) report(document.path(), each);
+  return lost.empty();
 }
 
 }  // namespace vexal
