@@ -144,7 +144,10 @@ int32_t verb_is(int32_t object_id, uint32_t tag, const Clause& clause) {
   char text[kLongTextSize];
   const int32_t size = text_size(tag);
   VX_STATUS status = VX_Get_Value_To_String(object_id, tag, size, text);
-  for (int32_t number = 1; number < clause.value_number; ++number) {
+  const auto goes_on = [&status] {  // behind a value that can't be read there may be others
+    return status == VX_NORMAL_COMPLETION || status == VX_NULL_VALUE || status == VX_BUFFER_TOO_SMALL;
+  };
+  for (int32_t number = 1; number < clause.value_number && goes_on(); ++number) {
     status = VX_Get_Next_Value_To_String(object_id, tag, size, text);
   }
   return status == VX_NORMAL_COMPLETION ? answer(matches(clause, text)) : kConditionUnknown;
@@ -263,7 +266,8 @@ bool find_holder(std::string_view& tag, const Scope* scope, int32_t& object_id) 
     tag.remove_prefix(1);
     while (scope->outer != nullptr) scope = scope->outer;
     const MsgObj* object = find_object(scope->object_id);
-    if (object == nullptr || object->ObjectKind == Kind::Item) return false;
+    if (object == nullptr || object->ObjectKind == Kind::Item || object->ObjectKind == Kind::SrItem)
+      return false;
   }
   for (; tag.starts_with('^'); tag.remove_prefix(1)) {
     scope = scope->outer;
