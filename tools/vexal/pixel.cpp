@@ -167,14 +167,17 @@ int extract(const Args& args, PixelImage& image, const std::string& in, const st
     }
   }
   if (!chosen(args, count, true, choice)) return kUsage;
+  bool writable = true;  // else no other frame is either
   const int result = each_frame(choice, in, [&](uint32_t i) -> std::string {
+    if (!writable) return "";
     const uint32_t number = choice.first + i;
     std::string bytes;
     std::string problem = compressed ? image.code_stream(number, bytes) : image.frame(number, bytes);
     if (!problem.empty()) return problem;
     const std::string path = frame_path(out, number, choice, compressed ? ".bin" : ".raw");
     problem = write_bytes(path, bytes);
-    return problem.empty() ? "" : path + ": " + problem;
+    writable = problem.empty();
+    return writable ? "" : path + ": " + problem;
   });
   return judge(image, in, result);
 }

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <new>
 
+#include "derivation.h"
 #include "frame_crew.h"
 #include "names.h"
 #include "network.h"
@@ -122,35 +123,6 @@ bool is_cosine(VX_TRANSFER_SYNTAX syntax) {
 // What one more lossy step says stands behind what earlier ones said (PS3.3 section C.7.6.1.1.5).
 std::string behind(const std::string& before, const char* separator, const std::string& text) {
   return before.empty() ? text : before + separator + text;
-}
-
-// A new item of a sequence, or -1.
-int32_t add_item(int32_t object, const char* keyword, uint32_t tag, const std::string& value) {
-  std::vector<PathStep> path;
-  std::vector<Place> places;
-  if (!parse_path(std::string(keyword) + "[+]." + format_tag(tag), path).empty()) return -1;
-  if (!resolve_path(object, path, true, places).empty() || places.empty()) return -1;
-  set_all_text(places[0].object, tag, value);
-  return places[0].object;
-}
-
-bool add_code(int32_t object, const char* keyword, const char* code, const char* meaning) {
-  const int32_t item = add_item(object, keyword, 0x00080100, code);
-  if (item < 0) return false;
-  set_all_text(item, 0x00080102, "DCM");
-  set_all_text(item, 0x00080104, meaning);
-  return true;
-}
-
-// What a lossy copy was made from, and how (PS3.3 section C.7.6.1.1.3; context groups 7202 and 7203).
-bool add_derivation(int32_t id, bool from_compressed) {
-  const int32_t item = add_item(id, "SourceImageSequence", 0x00081150, text_of(id, 0x00080016));
-  if (item < 0) return false;
-  set_all_text(item, 0x00081155, text_of(id, 0x00080018));
-  return add_code(
-             item, "PurposeOfReferenceCodeSequence", from_compressed ? "121322" : "121320",
-             from_compressed ? "Source image for image processing operation" : "Uncompressed predecessor") &&
-         add_code(id, "DerivationCodeSequence", "113040", "Lossy Compression");
 }
 
 }  // namespace
@@ -548,6 +520,7 @@ bool RecodedPixels::next_piece(bool first, bool& ended) {
     joined_.clear();
     joiner_.add(piece_, form_.image_bits(), ended, joined_);
     piece_.swap(joined_);
+    if (piece_.empty() && !ended) return next_piece(false, ended);  // a frame of a few bits
     if (ended && length_ % 2 != 0) piece_.append("", 1);
     return true;
   }
