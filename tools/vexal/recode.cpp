@@ -283,7 +283,7 @@ std::string FrameDecoder::open(const DicomFile& file) {
   form_ = FrameForm(file.syntax(), EXPLICIT_LITTLE_ENDIAN);
   if (std::string problem = source_.open(file, file.id(), form_.from); !problem.empty()) return problem;
   form_.read(file.id());
-  if (form_.has_half_colour()) form_.relabel("YBR_FULL");
+  if (form_.decompresses() && form_.has_half_colour()) form_.relabel("YBR_FULL");
   fault_ = decompression_fault(form_);
   if (fault_.empty()) worker_ = std::make_unique<FrameWorker>(source_, form_);
   return "";
