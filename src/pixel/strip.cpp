@@ -259,6 +259,7 @@ bool table_holds(MsgObj& object, TagObj& attribute, const OFFSET_TABLE_CONTEXT& 
   const OffsetTable& table = *context.MainTable;
   if (attribute.Storage == 'C' || frame >= table.count()) return true;
   ValueSource source(object, attribute);
+  source.begin_at(context.Piece, context.PieceStart);
   const bool last = frame + 1 == table.count();
   const uint64_t end = uint64_t{context.HeadBytes} + (last ? 0 : table.entry(frame + 1));
   uint64_t position = uint64_t{context.HeadBytes} + table.entry(frame);

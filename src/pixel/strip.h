@@ -19,6 +19,11 @@ class ValueSource {
   // remember the place in a chain. VX_CALLBACK_CANNOT_COMPLY.
   VX_STATUS at(uint32_t position, ValueObj*& piece, uint32_t& piece_start, const uint8_t*& data,
                uint32_t& size);
+  // A piece that copy() may search from, where it is known.
+  void begin_at(ValueObj* piece, uint32_t start) {
+    piece_ = piece;
+    piece_start_ = start;
+  }
   // Copies n bytes; VX_ENCAPSULATED_TOO_SHORT if there are fewer.
   VX_STATUS copy(uint32_t position, uint32_t n, void* to);
   // Bytes of the whole value; kUndefinedLength if nobody knows.
