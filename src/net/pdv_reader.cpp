@@ -20,6 +20,7 @@ ReadOutcome PdvReader::read_pdu() {
     case DUL_PROVIDER_ABORTED:
     case DUL_PEER_ABORTED:
       VX_LOG_INF(kFunction, "DUL_read_pdvs error: %s", DUL_Status_Text(status));
+      if (dul_->fellSilent) return ReadOutcome::Silent;
       return status == DUL_PEER_ABORTED ? ReadOutcome::PeerAborted : ReadOutcome::ShutDown;
     default:
       VX_LOG_ERR(kFunction, "DUL_read_pdvs error: %s", DUL_Status_Text(status));

@@ -16,6 +16,7 @@ enum class ReadOutcome : int32_t {
   PeerAborted = 2013,
   Release = 2014,
   TimedOut = 2020,
+  Silent = 2022,   // within a PDU: the association is gone
   Aborted = 2021,  // another thread asked for it
   Failed = 2024
 };

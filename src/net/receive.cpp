@@ -59,6 +59,8 @@ VX_STATUS outcome_status(const SesObj& session, const PdvReader& reader, const c
   switch (reader.outcome()) {
     case ReadOutcome::TimedOut:
       if (!reader.silent_within()) return VX_TIMEOUT;
+      [[fallthrough]];
+    case ReadOutcome::Silent:
       VX_LOG_ERR(kFunction, "Inactivity timeout in %s, closing connection", name);
       return VX_INACTIVITY_TIMEOUT;
     case ReadOutcome::Release:

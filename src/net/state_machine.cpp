@@ -69,6 +69,7 @@ DUL_STATUS Read_Transport(DUL_Association& dul, void* buffer, uint32_t length, b
     case TL_TIMED_OUT:
       return DUL_READ_TIMEOUT;
     default:
+      dul.fellSilent = dul.transport->fellSilent;
       return DUL_TRANSPORT_SHUTDOWN;
   }
 }

@@ -193,6 +193,7 @@ TL_STATUS read_plain(TL_Transport& transport, uint8_t* buffer, uint32_t length, 
                  socket_error_text(errno));
       return TL_IO_FAILURE;
     }
+    transport.fellSilent = ready == 0 && !aborted(&transport);
     if (ready == 0) {
       log_line(VX_LOG_T3, "TL_Read", "Network is too slow.  Inactivity timeout occurred.");
     } else {
@@ -232,6 +233,7 @@ TL_STATUS read_secure(TL_Transport& transport, uint8_t* buffer, uint32_t length,
     uint32_t got = 0;
     const int32_t result =
         secure_read_once(transport, buffer + count, length - count, got, count == 0 ? first : rest);
+    transport.fellSilent = result == 2 && count != 0 && !aborted(&transport);
     if (result == 2) return count == 0 ? TL_TIMED_OUT : TL_READ_FAILED;
     if (result != 0 || got == 0 || got > length - count) return TL_READ_FAILED;
     tell_capture(capture_data, transport, false, buffer + count, got);

@@ -44,6 +44,7 @@ struct TL_Transport {
   std::atomic<int32_t> abortFlag;
   std::atomic<bool>
       midWrite;      // bytes of a write that failed are out: nothing more can be said on this connection
+  bool fellSilent;   // a read that failed had begun: the peer is stalled rather than gone
   int64_t deadline;  // monotonic nanoseconds past which every wait times out; 0 for none
 };
 static_assert(std::is_trivially_destructible_v<TL_Transport>);

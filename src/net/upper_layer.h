@@ -86,6 +86,7 @@ struct DUL_Association {
   PdvRecord* pdvList;             // the next of them
   uint32_t peerMaximumPduLength;  // 0: no limit
   TL_Transport* transport;        // owned; cleared under session_lock()
+  bool fellSilent;                // the transport was given up as the peer said no more within a PDU
   int32_t currentMessage;         // a message that is read in parts; -1 for none
 };
 static_assert(std::is_trivially_destructible_v<DUL_Association>);

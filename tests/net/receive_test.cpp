@@ -251,13 +251,13 @@ TEST_F(ReceiveTest, TimeOuts) {
   set_int(VX_CFG_INACTIVITY_TIMEOUT, 1);
   int32_t sent = sample();
   const Bytes whole = cut(3, data_set(sent), 100);
-  // Silence within a message: between two PDUs, behind a header, and within one, where the connection is
-  // given up.
+  // Silence within a message: between two PDUs, behind a header, and within one.
   const std::size_t command = one_pdu(3, false, true, store_command(kCt)).size();
   const std::pair<std::size_t, VX_STATUS> rows[] = {{command, VX_INACTIVITY_TIMEOUT},
                                                     {command + 6, VX_INACTIVITY_TIMEOUT},
-                                                    {20, VX_NETWORK_SHUT_DOWN},
-                                                    {whole.size() - 1, VX_NETWORK_SHUT_DOWN}};
+                                                    {3, VX_INACTIVITY_TIMEOUT},
+                                                    {20, VX_INACTIVITY_TIMEOUT},
+                                                    {whole.size() - 1, VX_INACTIVITY_TIMEOUT}};
   for (const auto& [length, status] : rows) {
     send(whole.substr(0, length));
     EXPECT_EQ(read(id_, 5).status, status) << length;
