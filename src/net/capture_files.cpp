@@ -97,6 +97,15 @@ void put_big(uint8_t* at, uint32_t value, int width) {
 
 // --- Files ---
 
+// A file that is there already is taken over only if it is this user's, and has no other name: what another
+// user made or linked there would let them read along, or have something else overwritten.
+bool is_ours(const CaptureFile& file) {
+  struct stat info {};
+  return file.fd >= 0 && ::fstat(file.fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_nlink == 1 &&
+         info.st_uid == ::geteuid() && ::flock(file.fd, LOCK_EX | LOCK_NB) == 0 &&
+         ::fchmod(file.fd, 0600) == 0;
+}
+
 // Gives nothing after a line in the log. A file of the rotation is unlinked first, so that a connection that
 // writes to it still keeps its records.
 std::shared_ptr<CaptureFile> StartNewCapFile(const std::string& name, bool unlink_first) {
@@ -105,10 +114,7 @@ std::shared_ptr<CaptureFile> StartNewCapFile(const std::string& name, bool unlin
   file->name = name;
   if (unlink_first) ::unlink(name.c_str());
   file->fd = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
-  struct stat info {};
-  const bool mine = file->fd >= 0 && ::fstat(file->fd, &info) == 0 && S_ISREG(info.st_mode) &&
-                    ::flock(file->fd, LOCK_EX | LOCK_NB) == 0 && ::fchmod(file->fd, 0600) == 0;
-  if (!mine || ::ftruncate(file->fd, 0) != 0) {
+  if (!is_ours(*file) || ::ftruncate(file->fd, 0) != 0) {
     VX_LOG_ERR(kFunction, "Unable to open %s", name.c_str());
     return nullptr;
   }

@@ -2,6 +2,7 @@
 #include <arpa/inet.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -212,6 +213,17 @@ TEST_F(Capture, ALimitKeepsWhatIsThereAndALinkIsNotFollowed) {
   close(open());
   EXPECT_TRUE(has_log("Unable to open"));
   EXPECT_EQ(slurp(path("victim")), "precious");
+  // A file with a second name, and one of another user (which only root can make), are not taken over either.
+  fs::create_hard_link(path("victim"), path("hard.cap"));
+  std::ofstream(path("theirs.cap")) << "precious";
+  for (const char* name : {"hard.cap", "theirs.cap"}) {
+    if (name == std::string("theirs.cap") && ::chown(path(name).c_str(), 4711, 4711) != 0) continue;
+    set_bool(VX_CFG_NETWORK_CAPTURE, false);
+    set_text(VX_CFG_CAPTURE_FILE, path(name));
+    set_bool(VX_CFG_NETWORK_CAPTURE, true);
+    close(open());
+    EXPECT_EQ(slurp(path(name)), "precious") << name;
+  }
 }
 
 TEST_F(Capture, WhatIsPassedOverAndWhatEndsTheCapture) {
