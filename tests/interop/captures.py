@@ -98,6 +98,28 @@ def outwards(folder):
         check(result.returncode == 0, "vexal store: " + result.stderr.decode())
     recorded, pcap = os.path.join(folder, "net.cap"), os.path.join(folder, "net.cap.pcap")
     check_capture("vexal store to storescp", recorded, port, arrived(out), ["OURS", "THEIRS"])
+    # Two requests of one UID are two objects; what lies in the way of a file is neither followed nor lost.
+    again, victim = os.path.join(folder, "again"), os.path.join(folder, "victim")
+    os.mkdir(again)
+    first, second = some_samples(1)[0], os.path.join(again, "second.dcm")
+    check(run(VEXAL, "modify", "--set", "PatientName=Another^One", first, second).returncode == 0, "modify")
+    with Server(["storescp", "+xa", "+B", "-od", again, port], port):
+        check(run(VEXAL, "store", "--config", os.path.join(folder, "settings", "vexal.ini"), "127.0.0.1", port, first,
+                  second).returncode == 0, "vexal store of one UID twice")
+    objects, instance = os.path.join(again, "objects"), meta_text(first, 3)
+    os.mkdir(objects)
+    with open(victim, "w") as file:
+        file.write("precious")
+    for name in (instance + ".dcm", instance + ".dcm.part"):
+        os.symlink(victim, os.path.join(objects, name))
+    os.symlink(victim, os.path.join(again, "pcap.part"))
+    for n in range(2):  # extracting again adds nothing
+        check(run(VEXAL, "capture", "extract", recorded, "-o", objects).returncode == 0, "extract two of one UID")
+        found = sorted(data_set(os.path.join(objects, name)) for name in os.listdir(objects) if not os.path.islink(os.path.join(objects, name)))
+        check(found == sorted([data_set(first), data_set(second)]), "extract two of one UID: %d files, round %d" % (len(found), n))
+    check(run(VEXAL, "capture", "convert", recorded, "-o", os.path.join(again, "pcap")).returncode == 0, "convert beside a link")
+    with open(victim) as file:
+        check(file.read() == "precious", "a file that a link leads to was written")
     with open(recorded, "rb") as whole, open(os.path.join(folder, "cut.cap"), "wb") as cut:
         cut.write(whole.read()[:-3])
     check(run(VEXAL, "capture", "show", os.path.join(folder, "cut.cap")).returncode == 1, "capture show tells of a cut file")

@@ -1,5 +1,6 @@
 // The program as people run it: every subcommand, its output, its exit status, and what it leaves on disk.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <cstdio>
@@ -403,6 +404,31 @@ TEST_F(Program, ModifyTakesWhatFitsTheVr) {
             std::string::npos);
 }
 
+TEST_F(Program, AFileThatIsReplacedHandsOnItsPermissionsAndNoMore) {
+  write("target", "precious");
+  struct Row {
+    const char* what;
+    mode_t mode;  // of what is there
+    bool link;    // to it
+    mode_t expected;
+  };
+  for (const Row& row :
+       {Row{"a private file", 0600, false, 0600}, Row{"rights of its owner", 06755, false, 0755},
+        Row{"a link to such a file", 06755, true, 0644}, Row{"a link to an open one", 0666, true, 0644}}) {
+    const std::string there = path(row.link ? "target" : "out.dcm");
+    fs::remove(path("out.dcm"));
+    if (row.link) fs::create_symlink(there, path("out.dcm"));
+    if (!row.link) write("out.dcm", "old");
+    ASSERT_EQ(::chmod(there.c_str(), row.mode), 0);
+    EXPECT_EQ(run("convert --to implicit " + path("a.dcm") + " " + path("out.dcm")).exit, 0) << row.what;
+    struct stat status {};
+    ASSERT_EQ(::lstat(path("out.dcm").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, row.expected) << row.what;
+    EXPECT_TRUE(S_ISREG(status.st_mode)) << row.what;
+    EXPECT_EQ(read("target"), "precious") << row.what;
+  }
+}
+
 TEST_F(Program, DamagedAndStrangeFiles) {
   const std::string whole = sample();
   write("cut.dcm", whole.substr(0, whole.size() - 70000));
@@ -697,6 +723,14 @@ TEST_F(Program, JsonAndBack) {
     ASSERT_EQ(run("json " + bulk + a + " > " + path("j.json")).exit, 0);
     EXPECT_EQ(run("json --back " + bulk + path("j.json") + " " + path("j.dcm")).exit, 0);
     EXPECT_EQ(run("json " + path("j.dcm")).out, run("json " + a).out);
+  }
+  // Another object of the same UID, in another file, keeps what is its own.
+  const std::string other = sample();
+  write("other.dcm", other.substr(0, other.size() - 2) + "XY");
+  ASSERT_EQ(run("json --bulk " + path("bulk") + " " + path("other.dcm") + " > " + path("o.json")).exit, 0);
+  for (const auto& [text, file] : {std::pair{"j.json", "a.dcm"}, std::pair{"o.json", "other.dcm"}}) {
+    EXPECT_EQ(run("json --back --bulk " + path("bulk") + " " + path(text) + " " + path("j.dcm")).exit, 0);
+    EXPECT_EQ(run("json " + path("j.dcm")).out, run("json " + path(file)).out) << file;
   }
   write("bulk/sub.bin", "abc");
   write("out.bin", "abc");

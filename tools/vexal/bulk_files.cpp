@@ -97,9 +97,11 @@ std::string write_value(int32_t id, uint32_t tag, json_t* member, const std::str
   if (!problem.empty()) return path + ": " + problem;
   const VX_STATUS status = VX_Get_Value_To_Function(id, tag, &sink, to_sink);
   if (status == VX_NULL_VALUE || status == VX_EMPTY_VALUE) return "";
-  problem = status == VX_NORMAL_COMPLETION ? sink.commit() : VX_Error_Message(status);
+  // Another object of this UID may have its value there.
+  unsigned number = 1;
+  problem = status == VX_NORMAL_COMPLETION ? sink.commit_beside(number) : VX_Error_Message(status);
   if (!problem.empty()) return path + ": " + problem;
-  json_object_set_new(member, "BulkDataURI", json_string(uri_of(path).c_str()));
+  json_object_set_new(member, "BulkDataURI", json_string(uri_of(sink.path()).c_str()));
   return "";
 }
 

@@ -1,17 +1,19 @@
 // vexal capture: the files of NETWORK_CAPTURE shown, converted and their objects extracted.
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <map>
 #include <memory>
 
 #include "capture_reader.h"
 #include "commands.h"
+#include "files.h"
+#include "printable.h"
+#include "session.h"
 
 namespace vexal {
 namespace {
@@ -43,15 +45,6 @@ const char* name_of(const Name (&names)[Count], uint32_t value) {
     if (name.value == value) return name.name;
   }
   return "unknown";
-}
-
-// Text of the wire on a terminal.
-std::string shown(const std::string& text) {
-  std::string clean = text;
-  for (char& c : clean) {
-    if (c < ' ' || c > '~') c = '?';
-  }
-  return clean;
 }
 
 void show_event(const CaptureEvent& event, bool phi) {
@@ -101,49 +94,50 @@ int show(const Args& args, CaptureReader& reader) {
   });
 }
 
-// --- Files that appear when they are complete ---
+// --- Files, for the user alone: they hold patients' data ---
 
-template <typename Write>
-bool write_file(const std::string& path, Write write) {
-  const std::string temporary = path + ".part";
-  const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
-  File file(fd < 0 ? nullptr : ::fdopen(fd, "wb"), std::fclose);
-  if (file != nullptr) write(file.get());
-  const bool written = file != nullptr && std::fflush(file.get()) == 0 && std::ferror(file.get()) == 0;
-  file.reset();
-  if (written && ::rename(temporary.c_str(), path.c_str()) == 0) return true;
-  complain("%s: %s", path.c_str(), std::strerror(errno));
-  ::unlink(temporary.c_str());
+void put(std::string& out, uint32_t value, int width) {
+  for (int i = 0; i < width; ++i) out += static_cast<char>(value >> (8 * i) & 0xFF);
+}
+
+bool fail(const std::string& path, const std::string& problem) {
+  report(path, problem.empty() ? "can not write" : problem);
   return false;
 }
 
-void put(std::FILE* file, uint32_t value, int width) {
-  for (int i = 0; i < width; ++i) std::fputc(static_cast<int>(value >> (8 * i) & 0xFF), file);
-}
-void put(std::FILE* file, std::string_view bytes) {
-  std::fwrite(bytes.data(), 1, bytes.size(), file);
+bool write(FileSink& sink, std::string_view bytes) {
+  return sink.write(bytes.data(), bytes.size()) || fail(sink.path(), sink.problem());
 }
 
 int convert(const Args& args, CaptureReader& reader) {
-  int result = kFindings;
-  const bool written = write_file(args.get("-o"), [&](std::FILE* file) {
-    put(file, 0xA1B2C3D4, 4);
-    put(file, 2, 2);
-    put(file, 4, 2);
-    put(file, 0, 4);
-    put(file, 0, 4);
-    put(file, 65535, 4);
-    put(file, 1, 4);  // Ethernet
-    result = read_all(reader, args.paths[1], [&](const CapturePacket& packet) {
-      put(file, static_cast<uint32_t>(packet.microseconds / 1'000'000), 4);
-      put(file, static_cast<uint32_t>(packet.microseconds % 1'000'000), 4);
-      put(file, static_cast<uint32_t>(packet.frame.size()), 4);
-      put(file, static_cast<uint32_t>(packet.frame.size()), 4);
-      put(file, packet.frame);
-      return std::ferror(file) == 0;
-    });
+  const std::string path = args.get("-o");
+  FileSink sink;
+  std::string problem = sink.open(path, FileSink::kPrivateMode);
+  if (!problem.empty()) {
+    fail(path, problem);
+    return kFindings;
+  }
+  std::string head;
+  put(head, 0xA1B2C3D4, 4);
+  put(head, 2, 2);
+  put(head, 4, 2);
+  put(head, 0, 4);
+  put(head, 0, 4);
+  put(head, 65535, 4);
+  put(head, 1, 4);  // Ethernet
+  bool written = write(sink, head);
+  const int result = read_all(reader, args.paths[1], [&](const CapturePacket& packet) {
+    std::string record;
+    put(record, static_cast<uint32_t>(packet.microseconds / 1'000'000), 4);
+    put(record, static_cast<uint32_t>(packet.microseconds % 1'000'000), 4);
+    put(record, static_cast<uint32_t>(packet.frame.size()), 4);
+    put(record, static_cast<uint32_t>(packet.frame.size()), 4);
+    written = written && write(sink, record) && write(sink, packet.frame);
+    return written;
   });
-  return written ? result : kFindings;
+  if (!written) return kFindings;
+  problem = sink.commit();
+  return problem.empty() || fail(path, problem) ? result : kFindings;
 }
 
 // --- Stored objects ---
@@ -164,34 +158,51 @@ std::string meta_element(uint8_t number, std::string value) {
   return element + value;
 }
 
-void write_object(std::FILE* file, const CaptureEvent& event) {
+bool write_object(FileSink& sink, const CaptureEvent& event) {
   std::string meta("\2\0\1\0OB\0\0\2\0\0\0\0\1", 14);
   meta += meta_element(0x02, event.sop_class) + meta_element(0x03, event.sop_instance) +
           meta_element(0x10, event.syntax) + meta_element(0x12, "2.25.151234567890123456789");
-  put(file, std::string(128, '\0') + "DICM" + std::string("\2\0\0\0UL\4\0", 8));
-  put(file, static_cast<uint32_t>(meta.size()), 4);
-  put(file, meta);
-  put(file, event.data);
+  std::string head = std::string(128, '\0') + "DICM" + std::string("\2\0\0\0UL\4\0", 8);
+  put(head, static_cast<uint32_t>(meta.size()), 4);
+  return write(sink, head + meta) && write(sink, event.data);
 }
+
+// The objects of a capture as files of a folder.
+class Extraction {
+ public:
+  explicit Extraction(std::string folder) : folder_(std::move(folder)) {}
+
+  // Requests of one UID may differ: each has a file of its own.
+  bool take(const CaptureEvent& event) {
+    if (!is_uid(event.sop_instance) || !is_uid(event.sop_class) || !is_uid(event.syntax)) {
+      complain("an object without proper UIDs is left out");
+      return false;
+    }
+    const std::string path = folder_ + "/" + event.sop_instance + ".dcm";
+    FileSink sink;
+    std::string problem = sink.open(path, FileSink::kPrivateMode);
+    if (!problem.empty()) return fail(path, problem);
+    if (!write_object(sink, event)) return false;
+    problem = sink.commit_beside(++numbers_[event.sop_instance]);
+    return problem.empty() || fail(path, problem);
+  }
+
+ private:
+  std::string folder_;
+  std::map<std::string, unsigned> numbers_;  // by instance: of its last file
+};
 
 int extract(const Args& args, CaptureReader& reader) {
   const std::string folder = args.get("-o");
   if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
-    complain("%s: %s", folder.c_str(), std::strerror(errno));
+    fail(folder, std::strerror(errno));
     return kFindings;
   }
+  Extraction extraction(folder);
   bool fine = true;
   CaptureDialogues dialogues(
       [&](const CaptureEvent& event) {
-        if (event.pdu != 4 || event.command != 1) return;
-        if (!is_uid(event.sop_instance) || !is_uid(event.sop_class) || !is_uid(event.syntax)) {
-          complain("an object without proper UIDs is left out");
-          fine = false;
-          return;
-        }
-        fine = write_file(folder + "/" + event.sop_instance + ".dcm",
-                          [&](std::FILE* file) { write_object(file, event); }) &&
-               fine;
+        if (event.pdu == 4 && event.command == 1) fine = extraction.take(event) && fine;
       },
       true);
   const int result = read_all(reader, args.paths[1], [&](const CapturePacket& packet) {

@@ -170,7 +170,8 @@ std::string FileSink::open(const std::string& path, mode_t mode) {
   static const bool can_be_nameless = ::access("/proc/self/fd", F_OK) == 0;
   drop();
   path_ = path;
-  fd_ = can_be_nameless ? ::open(folder_of(path).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666) : -1;
+  mode_ = mode;
+  fd_ = can_be_nameless ? ::open(folder_of(path).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666) : -1;
   nameless_ = fd_ >= 0;
   if (nameless_) {
     temporary_ = "/proc/self/fd/" + std::to_string(fd_);
@@ -291,16 +292,65 @@ bool FileSink::give_name(const std::string& name) {
   return true;
 }
 
-// Ready to replace a file that may be there: with its mode, under a name beside it.
+// Ready to replace a file that may be there, under a name beside it. A link is replaced itself, and what it
+// leads to has no say. Nothing that runs under another's rights is made, and another's file opens nothing up.
 std::string FileSink::become_like_the_old() {
-  struct stat status {};
-  if (::stat(path_.c_str(), &status) == 0) {
-    if (!S_ISREG(status.st_mode)) return "is there and no file";
-    if (::fchmod(fd_, status.st_mode & 07777) != 0) return system_text("can not set the mode", errno);
+  struct stat old {};
+  if (::lstat(path_.c_str(), &old) == 0) {
+    struct stat target {};
+    const bool link = S_ISLNK(old.st_mode);
+    const bool folder = link && ::stat(path_.c_str(), &target) == 0 && S_ISDIR(target.st_mode);
+    if (folder || (!link && !S_ISREG(old.st_mode))) return "is there and no file";
+    mode_t mode = old.st_mode & 0777;
+    if (old.st_uid != ::geteuid()) mode &= 0666 & ~creation_mask();
+    if (!link && mode_ == kUsualMode && ::fchmod(fd_, mode) != 0)
+      return system_text("can not set the mode", errno);
   }
   if (nameless_ && !give_name(path_ + "." + new_uid()))
     return system_text("can not create a file beside it", errno);
   return "";
+}
+
+// False, with errno, if something else has that name.
+bool FileSink::take_free_name(const std::string& name) {
+  if (nameless_) return give_name(name);
+  if (::renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, name.c_str(), RENAME_NOREPLACE) != 0) return false;
+  temporary_ = name;
+  return true;
+}
+
+// A file of that name has the bytes of this one.
+bool FileSink::equals(const std::string& name) const {
+  const int other = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  struct stat theirs {};
+  struct stat ours {};
+  bool same = other >= 0 && ::fstat(other, &theirs) == 0 && ::fstat(fd_, &ours) == 0 &&
+              S_ISREG(theirs.st_mode) && theirs.st_size == ours.st_size;
+  std::vector<char> blocks(same ? 2 * kBlock : 0);
+  for (uint64_t at = 0; same && at < static_cast<uint64_t>(ours.st_size); at += kBlock) {
+    const int64_t got = read_whole(fd_, at, blocks.data(), kBlock);
+    same = got > 0 && read_whole(other, at, blocks.data() + kBlock, kBlock) == got &&
+           std::memcmp(blocks.data(), blocks.data() + kBlock, static_cast<std::size_t>(got)) == 0;
+  }
+  if (other >= 0) ::close(other);
+  return same;
+}
+
+std::string FileSink::commit_beside(unsigned& number) {
+  if (!flush()) return system_text("can not write", error_);
+  const std::string whole = path_;
+  const std::size_t stem = whole.size() - std::filesystem::path(whole).extension().string().size();
+  for (;; ++number) {
+    path_ = number == 1 ? whole : whole.substr(0, stem) + "-" + std::to_string(number) + whole.substr(stem);
+    if (take_free_name(path_)) {
+      temporary_.clear();
+      return ::close(std::exchange(fd_, -1)) == 0 ? "" : system_text("can not write", errno);
+    }
+    if (errno != EEXIST) return system_text("can not give it its name", errno);
+    if (!equals(path_)) continue;
+    drop();
+    return "";
+  }
 }
 
 VX_STATUS FileSink::file_output(const char*, void* user, uint32_t size, void* data, int32_t, int32_t) {

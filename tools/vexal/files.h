@@ -128,10 +128,17 @@ class FileSink {
   FileSink(const FileSink&) = delete;
   FileSink& operator=(const FileSink&) = delete;
 
-  // `mode`: of the file, exactly; 0: as the system makes files. An error text, empty on success.
-  std::string open(const std::string& path, mode_t mode = 0);
+  static constexpr mode_t kUsualMode = 0;  // as the system makes files
+  static constexpr mode_t kPrivateMode = 0600;
+
+  // `mode`: of the file, exactly; in the usual one a file that is replaced hands on its permissions. An error
+  // text, empty on success.
+  std::string open(const std::string& path, mode_t mode = kUsualMode);
   // With `durable`, the file and its name are on the disk when it returns.
   std::string commit(bool durable = false);
+  // Replaces nothing: takes the first of the names STEM.EXT, STEM-2.EXT and so on, from number `number` on,
+  // that is free, or whose file has the same bytes already. path() and `number` tell which.
+  std::string commit_beside(unsigned& number);
   void drop();  // without commit; a new open follows, or nothing
   bool write(const void* data, std::size_t length);
   const std::string& path() const { return path_; }
@@ -160,10 +167,13 @@ class FileSink {
  private:
   std::string open_named(const std::string& path);
   bool give_name(const std::string& name);
+  bool take_free_name(const std::string& name);
+  bool equals(const std::string& name) const;
   std::string become_like_the_old();
   bool write_all(const char* data, std::size_t length);
 
   int fd_ = -1;
+  mode_t mode_ = kUsualMode;
   std::string path_;
   std::string temporary_;  // how the file can be reached until it has its name
   bool nameless_ = false;
