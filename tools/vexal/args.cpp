@@ -1,9 +1,12 @@
 #include "args.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+
+#include "printable.h"
 
 namespace vexal {
 namespace {
@@ -15,15 +18,30 @@ const Option* find_option(std::span<const Option> options, std::string_view name
   return nullptr;
 }
 
+// What peers, files and their names say may be in it.
+std::string shown_line(const char* format, va_list values) {
+  va_list again;
+  va_copy(again, values);
+  std::string line(static_cast<std::size_t>(std::max(std::vsnprintf(nullptr, 0, format, again), 0)), '\0');
+  va_end(again);
+  std::vsnprintf(line.data(), line.size() + 1, format, values);
+  return shown(line);
+}
+
 }  // namespace
 
 void complain(const char* format, ...) {
-  char line[1024];
   va_list values;
   va_start(values, format);
-  std::vsnprintf(line, sizeof line, format, values);
+  std::fprintf(stderr, "vexal: %s\n", shown_line(format, values).c_str());
   va_end(values);
-  std::fprintf(stderr, "vexal: %s\n", line);
+}
+
+void say(const char* format, ...) {
+  va_list values;
+  va_start(values, format);
+  std::printf("%s\n", shown_line(format, values).c_str());
+  va_end(values);
 }
 
 bool Args::parse(std::span<const Option> options, std::span<char* const> words) {

@@ -53,7 +53,9 @@ std::span<const Command> commands();
 // Options that every subcommand takes.
 std::span<const Option> common_options();
 
-// One line on standard error, "vexal: ..." in front.
+// One line on standard error, "vexal: ..." in front, and one on standard output. What is in them steers no
+// terminal.
 void complain(const char* format, ...) __attribute__((format(printf, 1, 2)));
+void say(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 }  // namespace vexal

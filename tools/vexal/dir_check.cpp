@@ -25,7 +25,7 @@ class Check {
 
  private:
   void found(const std::string& text) {
-    std::printf("%s: %s\n", path_.c_str(), shown(text).c_str());
+    say("%s: %s", path_.c_str(), text.c_str());
     ++findings_;
   }
   void check_record(const Record& record, const std::string& parent_type);
@@ -122,7 +122,7 @@ int Check::run() {
   }
   check_rest(records.size());
   check_rules();
-  std::printf("%s: %zu records, %d findings\n", path_.c_str(), records.size(), findings_);
+  say("%s: %zu records, %d findings", path_.c_str(), records.size(), findings_);
   return findings_ == 0 ? kSuccess : kFindings;
 }
 

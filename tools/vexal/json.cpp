@@ -1,5 +1,6 @@
 #include "json.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -8,27 +9,38 @@
 
 namespace vexal {
 
+namespace {
+
+void append_escape(std::string& out, char32_t c) {
+  std::u16string units;
+  append_utf16(units, c);
+  for (const char16_t unit : units) {
+    char escape[8];
+    std::snprintf(escape, sizeof escape, "\\u%04X", static_cast<unsigned>(unit));
+    out += escape;
+  }
+}
+
+}  // namespace
+
 void append_json(std::string& out, std::string_view text) {
   out.push_back('"');
   while (!text.empty()) {
     const char c = text.front();
-    const auto byte = static_cast<unsigned char>(c);
-    std::size_t used = 1;
+    const std::size_t length = utf8_length(text);
+    const char32_t code =
+        length == 0 ? static_cast<unsigned char>(c) : utf8_code_point(text.substr(0, length));
     if (c == '"' || c == '\\') {
       out.push_back('\\');
       out.push_back(c);
-    } else if (byte < 0x20 || byte == 0x7F) {
-      char escape[8];
-      std::snprintf(escape, sizeof escape, "\\u%04X", byte);
-      out += escape;
-    } else if (used = utf8_length(text); used != 0) {
-      out.append(text.substr(0, used));
+    } else if (is_steering(code)) {
+      append_escape(out, code);
+    } else if (length != 0) {
+      out.append(text.substr(0, length));
     } else {
-      out.push_back(static_cast<char>(0xC0U | (byte >> 6)));
-      out.push_back(static_cast<char>(0x80U | (byte & 0x3FU)));
-      used = 1;
+      append_utf8(out, code);
     }
-    text.remove_prefix(used);
+    text.remove_prefix(std::max<std::size_t>(length, 1));
   }
   out.push_back('"');
 }

@@ -92,11 +92,11 @@ std::string frame_path(const std::string& out, uint32_t number, const Choice& ch
 
 int check_offsets(const Args& args, PixelImage& image, const std::string& path) {
   if (!image.compressed()) {
-    std::printf("%s: not encapsulated\n", path.c_str());
+    say("%s: not encapsulated", path.c_str());
     return kSuccess;
   }
   const std::string fault = table_fault(image);
-  std::printf("%s: %s\n", path.c_str(), table_verdict(image, fault).c_str());
+  say("%s: %s", path.c_str(), table_verdict(image, fault).c_str());
   if (!args.has("--repair")) return fault.empty() ? kSuccess : kFindings;
   std::string problem = repair_table(image);
   WriteOptions options;
@@ -113,10 +113,11 @@ int show(PixelImage& image, const std::string& path) {
   const ImageDescription& d = image.description();
   char uid[80] = "";
   VX_Get_Transfer_Syntax_From_Enum(image.file().syntax(), uid, sizeof uid);
-  std::printf("%s\n  %u x %u, %u frame%s, %s, %u sample%s of %u bits in %u%s%s\n  transfer syntax %s\n",
-              path.c_str(), d.columns, d.rows, d.frames, d.frames == 1 ? "" : "s", d.photometric.c_str(),
-              d.samples, d.samples == 1 ? "" : "s", d.stored, d.allocated, d.is_signed ? ", signed" : "",
-              d.samples > 1 && d.planar == 1 ? ", planar" : "", describe_uid(uid).c_str());
+  say("%s", path.c_str());
+  say("  %u x %u, %u frame%s, %s, %u sample%s of %u bits in %u%s%s", d.columns, d.rows, d.frames,
+      d.frames == 1 ? "" : "s", d.photometric.c_str(), d.samples, d.samples == 1 ? "" : "s", d.stored,
+      d.allocated, d.is_signed ? ", signed" : "", d.samples > 1 && d.planar == 1 ? ", planar" : "");
+  say("  transfer syntax %s", describe_uid(uid).c_str());
   if (!image.compressed()) {
     std::printf("  %llu bytes\n", static_cast<unsigned long long>(image.value().size()));
     return kSuccess;

@@ -13,13 +13,6 @@ constexpr bool is_plain(char c) {
   return static_cast<unsigned char>(c - 0x20) < 0x7F - 0x20;
 }
 
-// Controls, ends of lines, and what changes the direction of the text behind it.
-constexpr bool is_steering(char32_t c) {
-  return c < 0x20 || (c >= 0x7F && c < 0xA0) || (c >= 0x2028 && c <= 0x202E) ||
-         (c >= 0x2066 && c <= 0x2069) || (c >= 0xD800 && c < 0xE000) || (c >= 0xFFF9 && c <= 0xFFFB) ||
-         c == 0xFEFF || c >= 0xE0000;
-}
-
 constexpr char kUtf8[] = "ISO_IR 192";
 
 std::u16string decode(const std::string& charset, std::string_view bytes) {
@@ -49,6 +42,12 @@ bool takes_g1(std::string_view escape) {
 }
 
 }  // namespace
+
+bool is_steering(char32_t c) {
+  return c < 0x20 || (c >= 0x7F && c < 0xA0) || (c >= 0x2028 && c <= 0x202E) ||
+         (c >= 0x2066 && c <= 0x2069) || (c >= 0xD800 && c < 0xE000) || (c >= 0xFFF9 && c <= 0xFFFB) ||
+         c == 0xFEFF || c >= 0xE0000;
+}
 
 std::size_t utf8_length(std::string_view text) {
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };

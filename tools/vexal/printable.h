@@ -13,6 +13,9 @@ bool is_utf8(std::string_view text);
 // The code point of one such character.
 char32_t utf8_code_point(std::string_view character);
 
+// Controls, ends of lines, and what changes the direction of the text behind it.
+bool is_steering(char32_t c);
+
 // Appends to a string, up to a number of characters. Control characters and bytes that are no text become
 // \xNN, characters that would turn the order of a line around \uNNNN; such an escape is never cut apart.
 class ShownText {

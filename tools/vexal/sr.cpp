@@ -240,13 +240,13 @@ int check(const Args&, const std::string& path) {
     const SrNode& node = way.back();
     for (const std::string& fault : rules.faults_of(way)) {
       const char* type = node.type < 0 ? node.other_type.c_str() : sr_type_name(node.type);
-      std::printf("%s: %s %s %s: %s\n", path.c_str(), node.location.c_str(), flat(type).c_str(),
-                  flat(node.concept_name.meaning).c_str(), fault.c_str());
+      say("%s: %s %s %s: %s", path.c_str(), node.location.c_str(), flat(type).c_str(),
+          flat(node.concept_name.meaning).c_str(), fault.c_str());
       ++found;
     }
     ++nodes;
   });
-  if (found == 0) std::printf("%s: %zu nodes, nothing found\n", path.c_str(), nodes);
+  if (found == 0) say("%s: %zu nodes, nothing found", path.c_str(), nodes);
   return found == 0 ? kSuccess : kFindings;
 }
 

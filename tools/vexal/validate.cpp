@@ -533,7 +533,7 @@ FileResult validate_file(const std::string& path, const ValidateSettings& settin
     append_json_findings(out, tree, found, settings.level);
     out += "]}\n";
   } else {
-    out += path + ": " + standard.title() + ": " + counted(counts, settings.level) + "\n";
+    out += shown(path) + ": " + standard.title() + ": " + counted(counts, settings.level) + "\n";
     append_text(out, tree, found, settings.level);
   }
   result.exit = counts[0] != 0 ? kFindings : kSuccess;
