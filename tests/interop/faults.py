@@ -123,9 +123,9 @@ RELEASE, RELEASED, ABORT = pdu(5, bytes(4)), pdu(6, bytes(4)), pdu(7, bytes(4))
 
 def command(**fields):
     tags = {"sop_class": 2, "kind": 0x100, "id": 0x110, "answers": 0x120, "priority": 0x700, "data": 0x800, "status": 0x900,
-            "instance": 0x1000}
+            "instance": 0x1000, "comment": 0x902, "event": 0x1002}
     body = b""
-    for name, value in fields.items():
+    for name, value in sorted(fields.items(), key=lambda field: tags[field[0]]):
         value = padded(value) if isinstance(value, bytes) else struct.pack("<H", value)
         body += struct.pack("<HHI", 0, tags[name], len(value)) + value
     return struct.pack("<HHII", 0, 0, 4, len(body)) + body
@@ -848,7 +848,7 @@ def floods(folder):
 # ---- A bad acceptor ----
 
 ACCEPT = associate(2, presentation(0x21, 1, 0, item(0x40, EXPLICIT)))
-ECHOED = pdu(4, pdv(1, 3, command(sop_class=VERIFICATION, kind=0x8030, answers=1, data=0x101, status=0)))
+ECHOED = pdu(4, pdv(1, 3, command(sop_class=VERIFICATION, kind=0x8030, answers=0, data=0x101, status=0)))
 
 
 def bad_acceptors():
@@ -921,6 +921,265 @@ def hostile_acceptors(_):
     fine = sum(code == 0 for code, _ in results)
     check(0 < fine < len(results) / 2, "vexal echo: %d of %d bad peers were good enough" % (fine, len(results)))
     print("  vexal echo: %d bad peers, the longest took %.1f s" % (len(cases), max(seconds for _, seconds in results)))
+
+
+# ---- An acceptor that knows the protocol, and lies ----
+
+
+class Liar(threading.Thread):
+    """Takes every context in its first syntax, and gives to each request what `reply` makes of its context and its fields.
+
+    `reply` gives bytes to send, or None to hang up. What came is in `requests`, and `aborted` tells how each connection ended."""
+
+    def __init__(self, reply):
+        super().__init__(daemon=True)
+        self.reply, self.requests, self.aborted, self.data = reply, [], [], b""
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.port = self.listener.getsockname()[1]
+        self.start()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.listener.close()
+
+    def run(self):
+        while True:
+            try:
+                connection = self.listener.accept()[0]
+            except OSError:
+                return
+            threading.Thread(target=self.talk, args=(connection,), daemon=True).start()
+
+    def talk(self, connection):
+        connection.settimeout(30)
+        pending, ended = b"", False
+        try:
+            with connection.makefile("rb") as stream:
+                while not ended:
+                    head = stream.read(6)
+                    body = stream.read(int.from_bytes(head[2:], "big"))
+                    if head[0] == 1:
+                        connection.sendall(associate(2, b"".join(accepted(body[68:])), user_information() if self.window is None else
+                                           item(0x50, item(0x51, struct.pack(">I", 16384)) + item(0x52, b"1.2.3") +
+                                                item(0x53, struct.pack(">HH", self.window, 1)))))
+                    elif head[0] == 4:
+                        context, flags, pending = body[4], body[5], pending + body[6:] if body[5] & 1 else pending
+                        self.data = b"" if flags & 1 else self.data + body[6:]
+                        fields = fields_of(pending)
+                        if flags & 2 and (not flags & 1 or fields[0x800] == b"\1\1"):
+                            self.requests.append(fields)
+                            answer, pending = self.reply(context, fields), b""
+                            ended = answer is None
+                            connection.sendall(answer or b"")
+                    else:
+                        ended = True
+                        self.aborted.append(head[0] != 5)
+                        connection.sendall(RELEASED if head[0] == 5 else b"")
+        except (OSError, IndexError):
+            self.aborted.append(True)
+        connection.close()
+
+    window = None
+
+
+def accepted(items):
+    """The answer to each proposed context."""
+    while len(items) > 4:
+        length = int.from_bytes(items[2:4], "big")
+        if items[0] == 0x20:
+            syntax = items.index(b"\x40\0", 8)
+            yield presentation(0x21, items[4], 0, items[syntax:syntax + 4 + int.from_bytes(items[syntax + 2:syntax + 4], "big")])
+        items = items[4 + length:]
+
+
+def fields_of(group):
+    """Values of a command group by element."""
+    fields = {}
+    while len(group) >= 8:
+        length = int.from_bytes(group[4:8], "little")
+        fields[int.from_bytes(group[2:4], "little")] = group[8:8 + length]
+        group = group[8 + length:]
+    return fields
+
+
+def answer_of(fields, **changes):
+    """The command that answers a request, with changes; None leaves a field out."""
+    number = lambda tag: int.from_bytes(fields[tag], "little")
+    answer = {"sop_class": fields.get(2, fields.get(3)).strip(b"\0"), "kind": number(0x100) | 0x8000, "answers": number(0x110),
+              "data": 0x101, "status": 0}
+    instance = fields.get(0x1000, fields.get(0x1001))
+    if instance:
+        answer["instance"] = instance.strip(b"\0")
+    answer.update(changes)
+    return command(**{name: value for name, value in answer.items() if value is not None})
+
+
+STEERING = b"\x1b]0;owned\x07\x1b[31m\x9b2J\r\nvexal: all is well\x7f"
+
+
+def steers(text):
+    """Whether a terminal would do something else with it than show it."""
+    return any((ord(c) < 32 and c not in "\n") or 0x7F <= ord(c) < 0xA0 for c in text.decode("latin-1" if b"\x9b" in text else "utf-8"))
+
+
+def lying_acceptors(folder):
+    """Each requester takes its own answer, and none for another request; what it shows of a lie steers no terminal."""
+    sources = os.path.join(folder, "in")
+    make_files(sources, 1, 100)
+    one = os.path.join(sources, "0.dcm")
+    level = ("--level", "study", "-k", "StudyInstanceUID=1.2.3")
+    requesters = (("echo",), ("store", one), ("store", one, "--window", 4), ("find", *level), ("get", *level, "--dir", folder),
+                  ("move", *level, "--to", "THERE"), ("mpps", "create"), ("mpps", "complete", "--uid", "1.2.3"), ("commit", one))
+    lies = (("another message ID", {"answers": 77}), ("no message ID", {"answers": None}), ("another class", {"sop_class": b"1.2.3"}),
+            ("another instance", {"instance": b"1.2.3.999"}), ("another command", {"kind": 0x8150}), ("a request", {"kind": 0x0030}))
+    for words in requesters:
+        words = [words[0], "127.0.0.1", "PORT", *words[1:], "--timeout", "4", "--quiet"]
+
+        def ask(reply, words=words):
+            with Liar(reply) as liar:
+                liar.window = 4
+                result = run(VEXAL, *(liar.port if word == "PORT" else word for word in words), timeout=30)
+                return result, liar
+
+        name = " ".join(words[:1] + words[3:5])
+        if words[0] != "commit":  # whose answer comes later
+            result, _ = ask(lambda context, fields: pdu(4, pdv(context, 3, answer_of(fields))))
+            check(result.returncode == 0, "%s: a good answer: %s" % (name, result.stderr))
+        for title, changes in lies:
+            if title == "another instance" and words[0] in ("echo", "find", "get", "move"):
+                continue
+            result, liar = ask(lambda context, fields, changes=changes: pdu(4, pdv(context, 3, answer_of(fields, **changes))))
+            check(result.returncode in (1, 3) and result.returncode == (1 if words[0] == "store" else 3),
+                  "%s: %s: exit status %d: %s" % (name, title, result.returncode, result.stdout + result.stderr))
+            check(liar.aborted and all(liar.aborted), "%s: %s: the association is not aborted" % (name, title))
+        result, _ = ask(lambda context, fields: pdu(4, pdv(context, 3, answer_of(fields, status=0xC001, comment=STEERING))))
+        told = result.stdout + result.stderr
+        check(result.returncode in (1, 3) and b"0xC001" in told and b"owned" in told and not steers(told),
+              "%s: an Error Comment: %s" % (name, told))
+
+
+def shares_of_blame(folder):
+    """What a lost association is charged to, and who is told of it."""
+    sources = os.path.join(folder, "in")
+    make_files(sources, 6, 100)
+    poison = b"1.2.3.7.2"
+
+    def reply(context, fields):
+        instance = fields[0x1000].strip(b"\0")
+        return None if instance == poison else pdu(4, pdv(context, 3, answer_of(fields)))
+
+    for options in ((), ("--window", 4), ("--retries", 0), ("--associations", 3), ("--window", 4, "--associations", 2, "--retries", 2)):
+        with Liar(reply) as liar:
+            liar.window = 4
+            result = run(VEXAL, "store", "127.0.0.1", liar.port, "--json", "--quiet", "--timeout", 4, *options, sources)
+            failed = {line["instance"]: line["problem"] for line in outcomes(result.stdout)[1] if not line["stored"]}
+            check(result.returncode == 1 and list(failed) == [poison.decode()], "store %s, one object ends the association: %d, %s" %
+                  (options, result.returncode, failed))
+    # Two requests under way, and the answers name each other's message ID, or are right in another order.
+    held = []
+    for swapped, code in ((True, 1), (False, 0)):
+        def crossed(context, fields, swapped=swapped):
+            held.append(fields)
+            if len(held) % 2:
+                return b""
+            pair = held[-2:]
+            parts = [answer_of(each, answers=int.from_bytes(pair[n if swapped else 1 - n][0x110], "little"), **({} if swapped else {"instance": None}))
+                     for n, each in enumerate(reversed(pair))]
+            return b"".join(pdu(4, pdv(context, 3, part)) for part in parts)
+
+        with Liar(crossed) as liar:
+            liar.window = 2
+            held.clear()
+            result = run(VEXAL, "store", "127.0.0.1", liar.port, "--json", "--quiet", "--timeout", 2, "--window", 2, "--retries", 0, sources)
+            check(result.returncode == code, "store, answers crossed %s: %d %s" % (swapped, result.returncode, result.stdout))
+            check((code == 0) == (b'"stored":true' in result.stdout), "store, answers crossed %s: %s" % (swapped, result.stdout))
+    # A peer that takes fewer associations than were asked for.
+    turned_away = associate(1, b"")
+
+    class Narrow(Liar):
+        taken = 0
+
+        def talk(self, connection):
+            Narrow.taken += 1
+            if Narrow.taken == 1:
+                return super().talk(connection)
+            connection.recv(65536)
+            connection.sendall(pdu(3, b"\0\2\3\1"))
+            connection.close()
+
+    with Narrow(lambda context, fields: time.sleep(0.3) or pdu(4, pdv(context, 3, answer_of(fields)))) as liar:
+        result = run(VEXAL, "store", "127.0.0.1", liar.port, "--json", "--quiet", "--associations", 3, "--retries", 0, sources)
+        check(result.returncode == 0, "store to a peer of one association: %d %s" % (result.returncode, result.stdout))
+    # Why an association is refused, and what helps.
+    for codes, words in ((b"\0\1\1\7", b"--aec"), (b"\0\1\1\3", b"--aet"), (b"\0\2\3\1", b"busy"), (b"\0\1\2\2", b"protocol version")):
+        Narrow.taken = 1
+        with Narrow(None) as liar:
+            liar.talk = lambda connection, codes=codes: (connection.recv(65536), connection.sendall(pdu(3, codes)), connection.close())
+            result = run(VEXAL, "echo", "127.0.0.1", liar.port, "--quiet", "--timeout", 4)
+            check(result.returncode == 3 and b"rejected" in result.stderr and words in result.stderr, "echo, rejected: %s" % result.stderr)
+
+
+COMMITMENT = b"1.2.840.10008.1.20.1"
+
+
+def second_associations(folder):
+    """The report on storage that comes on an association of the archive's own: ours is taken, another's is not acknowledged."""
+    make_files(folder, 1, 100)
+    port, told = free_port(), []
+
+    def report(transaction, instance):
+        named = element(0x00081150, b"UI", CT) + element(0x00081155, b"UI", instance)
+        data = element(0x00081195, b"UI", transaction) + element(0x00081199, b"SQ", struct.pack("<HHI", 0xFFFE, 0xE000, len(named)) + named)
+        event = command(sop_class=COMMITMENT, kind=0x100, id=9, data=1, instance=b"1.2.840.10008.1.20.1.1", event=1)
+        return pdu(4, pdv(1, 3, event)) + pdu(4, pdv(1, 2, data))
+
+    def call_back(transaction):
+        request = associate(1, presentation(0x20, 1, 0, item(0x30, COMMITMENT), item(0x40, EXPLICIT)), item(0x50, item(
+            0x51, struct.pack(">I", 16384)) + item(0x52, b"1.2.3") + item(0x54, struct.pack(">H", len(COMMITMENT)) + COMMITMENT + b"\0\1")))
+        with socket.create_connection(("127.0.0.1", port), timeout=5) as connection, connection.makefile("rb") as stream:
+            for message in (request, report(b"1.2.3.4.5", b"1.2.3.7.0"), report(transaction, b"1.2.3.7.0"), RELEASE):
+                connection.sendall(message)
+                head = stream.read(6)
+                body = stream.read(int.from_bytes(head[2:], "big"))
+                told.append(head[0] if head[0] != 4 else fields_of(body[6:]).get(0x900))
+
+    def reply(context, fields):
+        transaction = liar.data[8:8 + int.from_bytes(liar.data[6:8], "little")].strip(b"\0")
+        threading.Timer(0.2, call_back, (transaction,)).start()
+        return pdu(4, pdv(context, 3, answer_of(fields)))
+
+    with Liar(reply) as liar:
+        result = run(VEXAL, "commit", "127.0.0.1", liar.port, "--listen", port, "--wait", 15, os.path.join(folder, "0.dcm"))
+        check(result.returncode == 0, "commit --listen: %d %s" % (result.returncode, result.stdout + result.stderr))
+        check(told[:1] + told[3:] == [2, 6] and told[1] not in (None, b"\0\0") and told[2] == b"\0\0", "commit --listen answered %s" % told)
+    with Liar(lambda context, fields: pdu(4, pdv(context, 3, answer_of(fields)))) as liar:
+        result = run(VEXAL, "commit", "127.0.0.1", liar.port, "--wait", 1, os.path.join(folder, "0.dcm"))
+        check(result.returncode == 3 and b"--listen" in result.stderr, "commit without a report: %s" % result.stderr)
+
+
+def strange_names(folder):
+    """Names of files and words of a user that hold controls are shown, and steer nothing."""
+    place = os.path.join(os.fsencode(folder), b"-d\x1b]0;owned\x07")
+    os.mkdir(place)
+    made, junk = (os.path.join(place, kind + b"\x1b[31m\x9b\r\n\xc2\x9b\xe2\x80\xae.dcm") for kind in (b"good", b"junk"))
+    with open(made, "wb") as good, open(junk, "wb") as bad:
+        good.write(meta_group(b"1.2.3.7.1") + data_set(b"1.2.3.7.1"))
+        bad.write(b"?" * 300)
+    port = free_port()
+    lists = (("dump",), ("dump", "--json"), ("validate",), ("validate", "--json"), ("json",), ("pixel", "show"), ("pixel", "offsets"),
+             ("pixel", "nothing"), ("sr", "check"), ("sr", "show"), ("sr", "table"), ("capture", "show"), ("capture", "extract", "-o", place),
+             ("capture", "convert", "-o", place), ("dir", "list"), ("dir", "check"), ("dir", "create"), ("convert",), ("convert", "--to", "\x1bX"),
+             ("modify", "--set", "PatientID=1", "/nowhere\x1b/"), ("store", "127.0.0.1", port, "--timeout", 1, "--retries", 0),
+             ("store", "127.0.0.1", port, "--json", "--retries", 0), ("commit", "127.0.0.1", port), ("web", "store", "http://127.0.0.1:%d" % port),
+             ("template",), ("lookup",), ("--config",), ("\x1b[31m",), ("uid",), ("echo",), ("find", "127.0.0.1"), ("receive",), ("serve",))
+    for words in lists:
+        for path in (made, junk, place, place + b"/none\x1b.dcm"):
+            result = subprocess.run([VEXAL, *(word if isinstance(word, bytes) else str(word) for word in words), path], capture_output=True,
+                                    timeout=30)
+            told = result.stdout + result.stderr
+            check(not steers(told), "vexal %s: %s" % (words, told[:300]))
 
 
 # ---- Many that say nothing ----
@@ -1210,7 +1469,7 @@ def networks(folder):
         wire.end()
 
 
-PARTS = (duplicates, damaged_index, rules, swelling, long_query, greedy, hostile_requesters, floods, hostile_acceptors, silent_crowd, kills, full_disk, large_object, networks)
+PARTS = (duplicates, damaged_index, rules, swelling, long_query, greedy, hostile_requesters, floods, hostile_acceptors, lying_acceptors, shares_of_blame, second_associations, strange_names, silent_crowd, kills, full_disk, large_object, networks)
 
 
 print("VEXAL_SEED=%d" % SEED)

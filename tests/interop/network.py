@@ -482,6 +482,14 @@ def orthanc(folder):
         study = max(set(found.values()), key=list(found.values()).count)
         wanted = {i: stored[i] for i in found if found[i] == study}
         key = ("--level", "study", "-k", "StudyInstanceUID=" + study)
+        # It reports on an association of its own, to a node that it knows by name.
+        held = list(stored.values())
+        missing = next(p for i, p in samples.items() if i not in stored) if len(stored) < len(samples) else None
+        for paths, code in ((held, 0), (held[:1] + [missing], 1))[:2 if missing else 1]:
+            result = run(VEXAL, "commit", *names, "--aet", "RECEIVER", "--listen", receiver, "--wait", 20, "--json", *paths)
+            told = [json.loads(line) for line in result.stdout.decode().splitlines()]
+            check(result.returncode == code and [line["committed"] for line in told].count(True) == len(paths) - code,
+                  "vexal commit at Orthanc: %d %s" % (result.returncode, (result.stdout + result.stderr)[:600]))
         got, moved, sent = (os.path.join(folder, n) for n in ("got", "moved", "sent"))
         result = run(VEXAL, "get", *names, *key, "--dir", got)
         check(result.returncode == 0, "vexal get at Orthanc: " + result.stderr.decode())

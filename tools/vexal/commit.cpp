@@ -1,4 +1,6 @@
 // vexal commit: ask an archive to vouch for objects (storage commitment: N-ACTION, N-EVENT-REPORT).
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <map>
@@ -16,9 +18,11 @@ namespace {
 
 constexpr char kCommitmentClass[] = "1.2.840.10008.1.20.1";
 constexpr char kCommitmentInstance[] = "1.2.840.10008.1.20.1.1";  // well known (PS3.4 section J.3.5)
+constexpr uint16_t kInvalidArgument = 0x0115;
 
 constexpr Option kOptions[] = {
     {"--wait", "S", "seconds to wait for the archive's report (default 30)"},
+    {"--listen", "PORT", "take the report on an association that the archive opens to this port, too"},
     {"--json", nullptr, "the result as JSON"},
     VEXAL_PEER_OPTIONS,
 };
@@ -61,48 +65,148 @@ VX_STATUS fill(Message& request, const std::vector<Reference>& references, const
 // its reasons.
 void take_report(int32_t report_id, std::vector<Reference>& references) {
   std::map<std::string, int32_t> told;
-  for (const int32_t item : sequence_items(report_id, 0x00081199)) told[text_of(item, 0x00081155)] = 0;
+  const auto name = [](int32_t item) { return text_of(item, 0x00081150) + '\\' + text_of(item, 0x00081155); };
+  for (const int32_t item : sequence_items(report_id, 0x00081199)) told[name(item)] = 0;
   for (const int32_t item : sequence_items(report_id, 0x00081198)) {
     uint16_t reason = 0x0110;
     VX_Get_Value_To_UShortInt(item, 0x00081197, &reason);
-    told[text_of(item, 0x00081155)] = reason;
+    told[name(item)] = reason;
   }
   for (Reference& reference : references) {
-    if (const auto found = told.find(reference.instance); found != told.end())
+    if (const auto found = told.find(reference.sop_class + '\\' + reference.instance); found != told.end())
       reference.reason = found->second;
   }
 }
 
-// Waits for the report on the association that carried the request. An error text, empty on success.
-std::string wait_for_report(Association& association, int32_t seconds, const std::string& transaction,
-                            std::vector<Reference>& references) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  for (;;) {
-    const auto left =
-        std::chrono::ceil<std::chrono::seconds>(deadline - std::chrono::steady_clock::now()).count();
-    if (left <= 0)
-      return "the archive sent no report in time; it may open an association of its own for that later";
-    Message message;
-    const char* service = nullptr;
-    uint16_t command = 0;
-    VX_STATUS status = association.check(
-        VX_Read_Message(association.id(), static_cast<int32_t>(left), &message.id, &service, &command));
-    if (status == VX_TIMEOUT) continue;
-    if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
-    if (command == N_ACTION_RSP && message.status() != 0) return describe_answer(message);
-    if (command != N_EVENT_REPORT_RQ) continue;
-    const bool ours = message.text(0x00081195) == transaction;
-    if (ours) take_report(message.id, references);
-    Message response;
-    status = response.make(service, N_EVENT_REPORT_RSP);
-    VX_Set_Value_From_UInt(response.id, 0x00000120, message.number(0x00000110, 0));
-    VX_Set_Value_From_UShortInt(response.id, 0x00001002,
-                                static_cast<uint16_t>(message.number(0x00001002, 1)));
-    if (status == VX_NORMAL_COMPLETION)
-      status = association.check(VX_Send_Response_Message(association.id(), 0, response.id));
-    if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
-    if (ours) return "";
+// The report, wherever it comes: on the association of the request, or on one that the archive opens to a
+// port of ours (PS3.4 section J.3.3).
+class ReportWait {
+ public:
+  ReportWait(const Peer& peer, const std::string& transaction, std::vector<Reference>& references)
+      : peer_(peer), transaction_(transaction), references_(references) {}
+  ~ReportWait() {
+    if (port_ > 0) VX_Close_Listen_Port(port_);
   }
+  ReportWait(const ReportWait&) = delete;
+  ReportWait& operator=(const ReportWait&) = delete;
+
+  // False after a line on standard error.
+  bool listen(const Args& args, const std::string& port);
+  // An error text, empty once the report is there.
+  std::string wait(Association& association, const SentRequest& request, int32_t seconds);
+
+ private:
+  std::string take(Association& association, Message& message);
+  std::string read(Association& association, const SentRequest& request, int32_t timeout);
+  VX_STATUS take_connection(int32_t timeout, int32_t& id);
+  void serve_archive();
+
+  const Peer& peer_;
+  const std::string& transaction_;
+  std::vector<Reference>& references_;
+  int32_t port_ = 0;  // 0: no listening
+  ServiceListName list_;
+  Tls tls_;
+  bool answered_ = false;  // the request
+  bool reported_ = false;
+};
+
+bool ReportWait::listen(const Args& args, const std::string& port) {
+  std::vector<std::string> unknown;
+  int32_t number = 0;
+  if (!parse_port(port, number) || (peer_.tls.on() && !tls_.set_up(args, true, "")) ||
+      !list_.make({{kCommitmentClass, kPlainSyntaxes, 1, 1}}, 1, unknown)) {
+    return false;
+  }
+  VX_Set_Bool_Config_Value(VX_CFG_ACCEPT_ANY_APPLICATION_TITLE, 1);
+  VX_Set_Bool_Config_Value(VX_CFG_ACCEPT_ANY_HOSTNAME, 1);
+  port_ = number;
+  int32_t socket = -1;
+  if (VX_Wait_For_Connection_On_Port(0, port_, &socket) == VX_NORMAL_COMPLETION) ::close(socket);
+  if (VX_Get_Listen_Socket_For_Port(port_, &socket) == VX_NORMAL_COMPLETION && socket >= 0) return true;
+  complain("--listen %d: can not listen on this port", port_);
+  return false;
+}
+
+// Answers a report. One about another transaction is not ours to acknowledge.
+std::string ReportWait::take(Association& association, Message& message) {
+  const bool ours = message.text(0x00081195) == transaction_;
+  if (ours) take_report(message.id, references_);
+  Message response;
+  VX_STATUS status = response.make(message.service.c_str(), N_EVENT_REPORT_RSP);
+  VX_Set_Value_From_UInt(response.id, 0x00000120, message.number(0x00000110, 0));
+  VX_Set_Value_From_UShortInt(response.id, 0x00001002, static_cast<uint16_t>(message.number(0x00001002, 1)));
+  if (status == VX_NORMAL_COMPLETION)
+    status = association.check(
+        VX_Send_Response_Message(association.id(), ours ? 0 : kInvalidArgument, response.id));
+  reported_ = reported_ || ours;
+  return ours || status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
+}
+
+// One message on the association of the request.
+std::string ReportWait::read(Association& association, const SentRequest& request, int32_t timeout) {
+  Message message;
+  const VX_STATUS status = association.read(timeout, message);
+  if (status == VX_TIMEOUT || (status == VX_ASSOCIATION_CLOSED && answered_ && port_ > 0)) return "";
+  if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
+  if (message.command == N_EVENT_REPORT_RQ) return take(association, message);
+  std::string problem = association.mismatch(message, request);
+  if (!problem.empty() || answered_) {
+    association.abort();
+    return answered_ ? "the peer sent another message than the report" : problem;
+  }
+  answered_ = true;
+  return message.status() == 0 ? "" : describe_answer(message);
+}
+
+VX_STATUS ReportWait::take_connection(int32_t timeout, int32_t& id) {
+  const VX_STATUS status =
+      tls_.on() ? VX_Wait_For_Secure_Association_On_Port(list_.name(), timeout, peer_.application, port_, &id,
+                                                         tls_.functions(), tls_.context())
+                : VX_Wait_For_Association_On_Port(list_.name(), timeout, peer_.application, port_, &id);
+  return status == VX_NORMAL_COMPLETION ? VX_Accept_Association(id) : status;
+}
+
+// One association that the archive opens, if there is one, to its release. What is wrong with it does not end
+// the wait for a better one.
+void ReportWait::serve_archive() {
+  int32_t id = -1;
+  if (take_connection(1, id) != VX_NORMAL_COMPLETION) return;
+  Association association(id);
+  const int32_t farewell = 2;  // seconds that a peer gets to release what it opened
+  Message message;
+  while (association.read(reported_ ? farewell : peer_.timeout, message) == VX_NORMAL_COMPLETION) {
+    const std::string problem = message.command == N_EVENT_REPORT_RQ
+                                    ? take(association, message)
+                                    : "the archive sent another message than a report";
+    if (problem.empty()) continue;
+    complain("%s", problem.c_str());
+    return;
+  }
+}
+
+std::string ReportWait::wait(Association& association, const SentRequest& request, int32_t seconds) {
+  using Clock = std::chrono::steady_clock;
+  const auto start = Clock::now();
+  const auto deadline = start + std::chrono::seconds(seconds);
+  while (!reported_) {
+    const auto left = std::chrono::ceil<std::chrono::seconds>(deadline - Clock::now()).count();
+    if (left <= 0) {
+      return port_ > 0
+                 ? "the archive sent no report in time, and opened no association with one"
+                 : "the archive sent no report in time; it may want an association of its own for that: "
+                   "--listen takes one";
+    }
+    // Some open theirs only when this one has been released.
+    const bool both = port_ > 0 && answered_;
+    if (both && Clock::now() - start > std::chrono::seconds(2)) association.close();
+    if (association.is_open()) {
+      const std::string problem = read(association, request, both ? 0 : static_cast<int32_t>(left));
+      if (!problem.empty()) return problem;
+    }
+    if (both && !reported_) serve_archive();
+  }
+  return "";
 }
 
 int print_result(const Args& args, const std::vector<Reference>& references) {
@@ -159,13 +263,15 @@ int run(const Args& args) {
     complain("%s: %s", service.c_str(), VX_Error_Message(status));
     return kUsage;
   }
+  ReportWait report(peer, transaction, references);
+  if (args.has("--listen") && !report.listen(args, args.get("--listen"))) return kUsage;
   Association association;
   if (const int exit =
           open_with_request(association, peer, {{kCommitmentClass, kPlainSyntaxes}}, list, request);
       exit != kSuccess) {
     return exit;
   }
-  const std::string error = wait_for_report(association, static_cast<int32_t>(wait), transaction, references);
+  const std::string error = report.wait(association, SentRequest(request), static_cast<int32_t>(wait));
   association.close();
   if (error.empty()) return print_result(args, references);
   return network_problem(peer, error);
@@ -177,8 +283,8 @@ const Command kCommit = {
     "commit",
     "HOST PORT PATH... [OPTION...]",
     "ask an archive to vouch for objects (storage commitment)",
-    "The archive's report is awaited on the same association. Exit status 1: it does not vouch\n"
-    "for all of them.",
+    "The archive's report is awaited on the same association, and with --listen on one that it opens\n"
+    "itself; it has to know host and port for that. Exit status 1: it does not vouch for all of them.",
     kOptions,
     run};
 

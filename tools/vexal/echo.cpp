@@ -19,15 +19,11 @@ constexpr Option kOptions[] = {
 
 // One request and its answer. An error text, empty on success.
 std::string echo_once(Association& association, const Message& request, int32_t timeout) {
-  VX_STATUS status = association.check(VX_Send_Request_Message(association.id(), request.id));
+  const VX_STATUS status = association.check(VX_Send_Request_Message(association.id(), request.id));
   if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
   Message answer;
-  const char* service = nullptr;
-  uint16_t command = 0;
-  status = association.check(VX_Read_Message(association.id(), timeout, &answer.id, &service, &command));
-  if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
-  if (command != C_ECHO_RSP) return "the peer answered with another message";
-  return answer.status() == 0 ? "" : describe_answer(answer);
+  const std::string problem = association.read_answer(timeout, SentRequest(request), answer);
+  return !problem.empty() || answer.status() == 0 ? problem : describe_answer(answer);
 }
 
 int run(const Args& args) {
@@ -43,10 +39,8 @@ int run(const Args& args) {
   using Clock = std::chrono::steady_clock;
   const auto start = Clock::now();
   Association association;
-  const VX_STATUS status = association.open(peer, list);
-  if (status != VX_NORMAL_COMPLETION) {
-    return network_problem(peer, VX_Error_Message(status));
-  }
+  if (association.open(peer, list) != VX_NORMAL_COMPLETION)
+    return network_problem(peer, association.problem());
   const auto opened = Clock::now();
   Message request;
   request.make("STANDARD_ECHO", C_ECHO_RQ);

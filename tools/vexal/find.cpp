@@ -65,24 +65,20 @@ struct Results {
 };
 
 // The answers to the request, one after the other. An error text, empty on success.
-std::string read_answers(Association& association, const Peer& peer, long limit, Results& results) {
+std::string read_answers(Association& association, const Peer& peer, const SentRequest& request, long limit,
+                         Results& results) {
   bool cancelled = false;
   for (;;) {
     Message answer;
-    const char* service = nullptr;
-    uint16_t command = 0;
-    const VX_STATUS status =
-        association.check(VX_Read_Message(association.id(), peer.timeout, &answer.id, &service, &command));
-    if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
-    if (command != C_FIND_RSP) continue;
+    const std::string problem = association.read_answer(peer.timeout, request, answer);
+    if (!problem.empty()) return problem;
     const uint16_t code = answer.status();
     if (!is_pending(code)) return code == 0 || (cancelled && code == 0xFE00) ? "" : describe_answer(answer);
     if (cancelled) continue;
-    const std::string name = service;
     results.take(answer);
     if (limit == 0 || results.count < static_cast<std::size_t>(limit)) continue;
     Message cancel;
-    if (cancel.make(name.c_str(), C_CANCEL_RQ) == VX_NORMAL_COMPLETION)
+    if (cancel.make(answer.service.c_str(), C_CANCEL_RQ) == VX_NORMAL_COMPLETION)
       VX_Send_Request_Message(association.id(), cancel.id);
     cancelled = true;
   }
@@ -112,7 +108,7 @@ int run(const Args& args) {
     return exit;
   }
   Results results{args, query.keys(), {}};
-  const std::string error = read_answers(association, peer, limit, results);
+  const std::string error = read_answers(association, peer, SentRequest(request), limit, results);
   association.close();
   if (!args.has("--json") && !results.rows.empty()) print_table(query.keys(), results.rows);
   if (!args.has("--json")) std::fprintf(stderr, "%zu found\n", results.count);

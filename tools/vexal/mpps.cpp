@@ -148,11 +148,8 @@ int run(const Args& args) {
     return exit;
   }
   Message answer;
-  const char* name = nullptr;
-  uint16_t command = 0;
-  const VX_STATUS status =
-      association.check(VX_Read_Message(association.id(), peer.timeout, &answer.id, &name, &command));
-  if (status != VX_NORMAL_COMPLETION) return network_problem(peer, VX_Error_Message(status));
+  const std::string problem = association.read_answer(peer.timeout, SentRequest(request), answer);
+  if (!problem.empty()) return network_problem(peer, problem);
   const uint16_t code = answer.status();
   const std::string text = describe_answer(answer);
   answer.reset();

@@ -1,5 +1,7 @@
 #include "network.h"
 
+#include "session.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cctype>
@@ -55,6 +57,40 @@ constexpr StatusRow kStatuses[] = {
     {0xFE00, 0xFE00, "cancelled"},
     {0xFF00, 0xFF01, "pending"},
 };
+
+// Why an A-ASSOCIATE-RQ was turned down (PS3.8 section 9.3.4), and what helps.
+std::string describe_rejection(const LogLines& log, const Peer& peer) {
+  struct Reason {
+    unsigned source;
+    unsigned reason;
+    const char* text;
+  };
+  static constexpr Reason kReasons[] = {
+      {1, 2, "it does not support the application context name"},
+      {2, 2, "it does not support the protocol version"},
+      {3, 1, "it is busy for the time being"},
+      {3, 2, "a limit of its own is exceeded"},
+  };
+  unsigned result = 0;
+  unsigned source = 0;
+  unsigned reason = 0;
+  const char* codes = log.behind("|  Codes: ");
+  if (codes == nullptr) {
+    const char* fault = log.behind("Unacceptable association response: ");
+    return std::string("the peer's answer can not be used") + (fault != nullptr ? ": " : "") +
+           (fault != nullptr ? fault : "");
+  }
+  std::sscanf(codes, "Result 0x%x Source 0x%x Reason 0x%x", &result, &source, &reason);
+  std::string text = "it gives no reason";
+  if (source == 1 && reason == 3)
+    text = "it does not know the calling title " + peer.own_title + "; --aet gives another";
+  if (source == 1 && reason == 7)
+    text = "it does not go by the called title " + peer.title + "; --aec gives another";
+  for (const Reason& row : kReasons) {
+    if (row.source == source && row.reason == reason) text = row.text;
+  }
+  return std::string("the peer rejected the association") + (result == 2 ? " for now: " : ": ") + text;
+}
 
 std::string unique_name(const char* kind) {
   static std::atomic<uint32_t> counter{0};
@@ -207,8 +243,28 @@ bool is_alive(int32_t association) {
   return VX_Get_Association_Info(association, &info) != VX_INVALID_ASSOCIATION_ID;
 }
 
+SentRequest::SentRequest(const Message& request)
+    : command(static_cast<uint16_t>(request.number(0x00000100, 0))),
+      id(static_cast<int32_t>(request.number(0x00000110, 0))),
+      sop_class(request.text(0x00000002)),
+      instance(request.text(0x00001000)) {
+  if (sop_class.empty()) sop_class = request.text(0x00000003);
+  if (instance.empty()) instance = request.text(0x00001001);
+}
+
+void watch_sent_commands() {
+  VX_Set_Log_Destination(VX_CFG_T7_MESSAGE, 0);
+}
+
+int32_t sent_message_id(const LogLines& log) {
+  const char* value = log.below("  (0000,0110)", "    (1): ");
+  return value != nullptr ? static_cast<int32_t>(std::strtol(value, nullptr, 10)) : -1;
+}
+
 VX_STATUS Association::open(const Peer& peer, const ServiceListName& list) {
   abort();
+  const LogLines log;
+  problem_.clear();
   int32_t port = peer.port;
   VX_STATUS status = VX_NORMAL_COMPLETION;
   if (!peer.user.empty()) {
@@ -227,6 +283,7 @@ VX_STATUS Association::open(const Peer& peer, const ServiceListName& list) {
   accepted_.clear();
   if (status != VX_NORMAL_COMPLETION) {
     id_ = -1;
+    problem_ = status == VX_ASSOCIATION_REJECTED ? describe_rejection(log, peer) : VX_Error_Message(status);
     return status;
   }
   AssocInfo info;
@@ -251,12 +308,46 @@ VX_STATUS Association::check(VX_STATUS status) {
   return status;
 }
 
+VX_STATUS Association::read(int32_t timeout, Message& message, bool head_only) {
+  message.reset();
+  const LogLines log;
+  const char* service = nullptr;
+  const VX_STATUS status = check(VX_Read_Message_To_Tag(id_, timeout, head_only ? 0x00010000 : 0xFFFFFFFF,
+                                                        &message.id, &service, &message.command));
+  message.service = status == VX_NORMAL_COMPLETION ? service : "";
+  unasked_ = log.behind("Invalid responding message ID received") != nullptr;
+  return status;
+}
+
+std::string Association::mismatch(const Message& message, const SentRequest& request) const {
+  constexpr uint32_t kNone = 0x10000;
+  const uint32_t answered = message.number(0x00000120, kNone);
+  if (message.command != (request.command | 0x8000U)) return "the peer sent another message than the answer";
+  if (unasked_ || answered == kNone || (request.id >= 0 && answered != static_cast<uint32_t>(request.id)))
+    return "the peer's answer has a message ID that is not the request's";
+  const auto differs = [&](uint32_t tag, const std::string& wanted) {
+    const std::string named = message.text(tag);
+    return !named.empty() && !wanted.empty() && named != wanted;
+  };
+  if (differs(0x00000002, request.sop_class)) return "the peer's answer is for another SOP class";
+  if (differs(0x00001000, request.instance)) return "the peer's answer is for another SOP instance";
+  return "";
+}
+
+std::string Association::read_answer(int32_t timeout, const SentRequest& request, Message& answer) {
+  const VX_STATUS status = read(timeout, answer);
+  if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
+  std::string problem = mismatch(answer, request);
+  if (!problem.empty()) abort();
+  return problem;
+}
+
 // ---- Messages ----
 
-VX_STATUS Message::make(const char* service, uint16_t command) {
+VX_STATUS Message::make(const char* of_service, uint16_t of_command) {
   reset();
   const VX_STATUS status = VX_Open_Empty_Message(&id);
-  return status == VX_NORMAL_COMPLETION ? VX_Set_Service_Command(id, service, command) : status;
+  return status == VX_NORMAL_COMPLETION ? VX_Set_Service_Command(id, of_service, of_command) : status;
 }
 
 int network_problem(const Peer& peer, const std::string& text) {
@@ -271,9 +362,9 @@ int open_with_request(Association& association, const Peer& peer, const std::vec
     complain("the presentation contexts can not be proposed");
     return kUsage;
   }
-  VX_STATUS status = association.open(peer, list);
-  if (status == VX_NORMAL_COMPLETION)
-    status = association.check(VX_Send_Request_Message(association.id(), request.id));
+  if (association.open(peer, list) != VX_NORMAL_COMPLETION)
+    return network_problem(peer, association.problem());
+  const VX_STATUS status = association.check(VX_Send_Request_Message(association.id(), request.id));
   return status == VX_NORMAL_COMPLETION ? kSuccess : network_problem(peer, VX_Error_Message(status));
 }
 

@@ -95,21 +95,52 @@ std::vector<AcceptedContext> accepted_contexts(int32_t association);
 // False once the library has ended it.
 bool is_alive(int32_t association);
 
+class LogLines;
+class Message;
+
+// A request that went out, as its answers have to name it (PS3.7 chapters 9 and 10).
+struct SentRequest {
+  SentRequest() = default;
+  explicit SentRequest(const Message& request);  // that has been sent
+
+  uint16_t command = 0;
+  int32_t id = -1;  // (0000,0110); -1: only the library knows it
+  std::string sop_class;
+  std::string instance;  // empty: the request names none
+};
+
+// From now on the library's log shows the commands that are sent; it gives those of ready-encoded data sets
+// numbers of its own, and tells them nowhere else.
+void watch_sent_commands();
+// (0000,0110) of the command that was sent meanwhile, -1 if it is not known.
+int32_t sent_message_id(const LogLines& log);
+
 // An association that this program asked for.
 class Association {
  public:
   Association() = default;
+  // One that a peer opened, and that was accepted.
+  explicit Association(int32_t id) : id_(id) {}
   ~Association() { abort(); }
   Association(const Association&) = delete;
   Association& operator=(const Association&) = delete;
 
   VX_STATUS open(const Peer& peer, const ServiceListName& list);
+  // Why it could not be opened.
+  const std::string& problem() const { return problem_; }
   bool is_open() const { return id_ >= 0; }
   int32_t id() const { return id_; }
   void close();
   void abort();
   // The library ends an association itself when a call on it fails; notes that.
   VX_STATUS check(VX_STATUS status);
+  // The next message, within so many seconds; with `head_only`, its data set stays on the network.
+  VX_STATUS read(int32_t timeout, Message& message, bool head_only = false);
+  // Why the message that was read last is no answer to this request; empty if it is one.
+  std::string mismatch(const Message& message, const SentRequest& request) const;
+  // Reads an answer to a request. An error text, empty on success; anything else than its answer aborts the
+  // association.
+  std::string read_answer(int32_t timeout, const SentRequest& request, Message& answer);
   const std::vector<AcceptedContext>& accepted() const { return accepted_; }
   // Requests that may be under way at once; 0: no limit.
   uint16_t window() const { return window_; }
@@ -117,6 +148,8 @@ class Association {
  private:
   int32_t id_ = -1;
   uint16_t window_ = 1;
+  bool unasked_ = false;  // the message that was read last answers no request
+  std::string problem_;
   std::vector<AcceptedContext> accepted_;
 };
 
@@ -128,7 +161,7 @@ class Message {
   Message(const Message&) = delete;
   Message& operator=(const Message&) = delete;
   // An empty one of a service and command.
-  VX_STATUS make(const char* service, uint16_t command);
+  VX_STATUS make(const char* of_service, uint16_t of_command);
   void reset() {
     if (id >= 0) VX_Free_Message(&id);
     id = -1;
@@ -139,6 +172,9 @@ class Message {
   uint16_t status() const { return static_cast<uint16_t>(number(0x00000900, 0xFFFF)); }
 
   int32_t id = -1;
+  // Of one that was read:
+  std::string service;
+  uint16_t command = 0;
 };
 
 // Opens an association with these contexts and sends a request on it; kSuccess, or an exit code after a line

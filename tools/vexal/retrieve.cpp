@@ -112,46 +112,44 @@ bool storage_proposals(const Args& args, std::vector<Proposal>& proposals) {
 }
 
 // Objects that arrive and answers to the get, until the last one. An error text, empty on success.
-std::string serve_get(Association& association, const Peer& peer, ObjectWriter& writer, Tally& tally) {
+std::string serve_get(Association& association, const Peer& peer, const SentRequest& asked,
+                      ObjectWriter& writer, Tally& tally) {
   for (;;) {
     Message message;
-    const char* service = nullptr;
-    uint16_t command = 0;
-    VX_STATUS status = association.check(
-        VX_Read_Message_To_Tag(association.id(), peer.timeout, 0x00010000, &message.id, &service, &command));
+    VX_STATUS status = association.read(peer.timeout, message, true);
     if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
-    if (command == C_STORE_RQ) {
-      const std::string name = service;
+    if (message.command == C_STORE_RQ) {
       const uint32_t request = message.number(0x00000110, 0);
       StoredObject stored;
       const int32_t answer = writer.take(association.id(), message.id, stored);
       message.id = -1;
-      if (answer < 0 || !send_response(association.id(), name.c_str(), C_STORE_RSP, request,
+      if (answer < 0 || !send_response(association.id(), message.service.c_str(), C_STORE_RSP, request,
                                        static_cast<uint16_t>(answer))) {
         association.check(VX_SYSTEM_ERROR);
         return "the association was lost";
       }
       continue;
     }
+    const std::string problem = association.mismatch(message, asked);
+    if (!problem.empty()) {
+      association.abort();
+      return problem;
+    }
     IdentifierRoom room;
     status = association.check(read_rest(association.id(), message.id, room));
     if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
-    if (command != C_GET_RSP) continue;
     count(message, tally);
     if (!is_pending(tally.status)) return "";
     show_progress(tally);
   }
 }
 
-std::string wait_for_move(Association& association, const Peer& peer, Tally& tally) {
+std::string wait_for_move(Association& association, const Peer& peer, const SentRequest& asked,
+                          Tally& tally) {
   for (;;) {
     Message answer;
-    const char* service = nullptr;
-    uint16_t command = 0;
-    const VX_STATUS status =
-        association.check(VX_Read_Message(association.id(), peer.timeout, &answer.id, &service, &command));
-    if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
-    if (command != C_MOVE_RSP) continue;
+    const std::string problem = association.read_answer(peer.timeout, asked, answer);
+    if (!problem.empty()) return problem;
     count(answer, tally);
     if (!is_pending(tally.status)) return "";
     show_progress(tally);
@@ -173,7 +171,7 @@ int run_get(const Args& args) {
     return exit;
   ObjectWriter writer(storage, peer.title);
   Tally tally;
-  const std::string error = serve_get(association, peer, writer, tally);
+  const std::string error = serve_get(association, peer, SentRequest(request), writer, tally);
   association.close();
   if (error.empty()) return print_result(args, peer, tally);
   return network_problem(peer, error);
@@ -199,7 +197,7 @@ int run_move(const Args& args) {
       exit != kSuccess)
     return exit;
   Tally tally;
-  const std::string error = wait_for_move(association, peer, tally);
+  const std::string error = wait_for_move(association, peer, SentRequest(request), tally);
   association.close();
   if (error.empty()) return print_result(args, peer, tally);
   return network_problem(peer, error);

@@ -164,6 +164,9 @@ VX_STATUS ObjectSender::send_object(int32_t association, const ObjectFile& file,
     VX_Set_Value_From_UShortInt(object.id(), 0x00001031, originator_id_);
   }
   status = VX_Send_Request_Message(association, object.id());
+  uint16_t number = 0;
+  if (VX_Get_Value_To_UShortInt(object.id(), 0x00000110, &number) == VX_NORMAL_COMPLETION)
+    request_.id = number;
   sent_in_part_ = status != VX_NORMAL_COMPLETION && status != VX_UNACCEPTABLE_SERVICE &&
                   status != VX_MAX_OPERATIONS_EXCEEDED;
   return status;
@@ -178,13 +181,19 @@ ObjectSender::Result ObjectSender::send(int32_t association, const std::vector<A
     return Result::Refused;
   }
   CurrentFile current(file.path);
+  const LogLines log;
   sent_in_part_ = false;
+  request_.command = C_STORE_RQ;
+  request_.id = -1;
+  request_.sop_class = file.sop_class;
+  request_.instance = file.instance;
   // The command of what goes out as bytes can not name an originator; a deflated object is not held whole.
   const bool deflated =
       file.syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || file.syntax == JPIP_REFERENCED_DEFLATE;
   const VX_STATUS status = syntax == file.syntax && file.whole && (originator_.empty() || deflated)
                                ? send_bytes(association, file, problem)
                                : send_object(association, file, syntax, problem);
+  if (request_.id < 0) request_.id = sent_message_id(log);
   if (status == VX_NORMAL_COMPLETION) return Result::Sent;
   if (problem.empty()) problem = VX_Error_Message(status);
   return sent_in_part_ || !is_alive(association) ? Result::Lost : Result::Refused;

@@ -40,6 +40,8 @@ class ObjectSender {
   };
   Result send(int32_t association, const std::vector<AcceptedContext>& accepted, const ObjectFile& file,
               std::string& problem);
+  // What was sent last, for its answer. Where several are to be under way, watch_sent_commands() comes first.
+  const SentRequest& request() const { return request_; }
 
   // What is sent is part of the C-MOVE that this title asked for (PS3.7 section 9.1.1.1).
   void set_originator(const std::string& title, uint16_t message_id) {
@@ -64,6 +66,7 @@ class ObjectSender {
   bool convert_;
   std::string originator_;
   uint16_t originator_id_ = 0;
+  SentRequest request_;
   bool sent_in_part_ = false;
   FileSource source_;  // of the file whose bytes go out, or will
   const ObjectFile* prepared_ = nullptr;

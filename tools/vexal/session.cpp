@@ -23,6 +23,7 @@ thread_local bool warnings_muted = false;
 thread_local bool errors_muted = false;
 thread_local bool filled_up = false;
 thread_local LogWatch* log_watch = nullptr;
+thread_local LogLines* log_lines = nullptr;
 bool quiet = false;
 bool verbose = false;
 
@@ -33,10 +34,12 @@ constexpr std::string_view kNoNews[] = {"Error. Planar Configuration is not 0",
 // The library's messages become lines on standard error. The receiver runs on the thread that logged.
 void receive_log(const VX_LOG_RECORD* record) {
   const std::string_view message = record->Message;
+  constexpr int kInfo = 3;  // beyond are traces
+  if (log_lines != nullptr) log_lines->add(record->Message);
   if (message.starts_with("Invalid format of JPEG") && message.find("bytes data short") != message.npos)
     filled_up = true;
   if (log_watch != nullptr && record->Type <= 2 && !log_watch->sees(record->FunctionName) && !verbose) return;
-  if (quiet || (record->Type != 1 ? warnings_muted : errors_muted)) return;
+  if (quiet || record->Type > kInfo || (record->Type != 1 ? warnings_muted : errors_muted)) return;
   if (std::any_of(std::begin(kNoNews), std::end(kNoNews),
                   [&](auto text) { return message.starts_with(text); }))
     return;
@@ -188,6 +191,28 @@ LogWatch::LogWatch(bool (*watched)(std::string_view function)) : watched_(watche
 }
 LogWatch::~LogWatch() {
   log_watch = nullptr;
+}
+
+LogLines::LogLines() : outer_(log_lines) {
+  log_lines = this;
+}
+LogLines::~LogLines() {
+  log_lines = outer_;
+}
+
+const char* LogLines::behind(std::string_view words) const {
+  for (const std::string& line : lines_) {
+    if (line.starts_with(words)) return line.c_str() + words.size();
+  }
+  return nullptr;
+}
+
+const char* LogLines::below(std::string_view head, std::string_view words) const {
+  for (std::size_t i = 1; i < lines_.size(); ++i) {
+    if (lines_[i - 1].starts_with(head) && lines_[i].starts_with(words))
+      return lines_[i].c_str() + words.size();
+  }
+  return nullptr;
 }
 
 void report(const std::string& path, const std::string& text) {

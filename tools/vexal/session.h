@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "args.h"
 #include "vexalkit.h"
@@ -76,6 +77,24 @@ class LogWatch {
  private:
   bool (*watched_)(std::string_view function);
   std::size_t count_ = 0;
+};
+
+// While it lives, the lines that the library logs on this thread are kept: some things it says nowhere else.
+class LogLines {
+ public:
+  LogLines();
+  ~LogLines();
+  LogLines(const LogLines&) = delete;
+  LogLines& operator=(const LogLines&) = delete;
+  // What follows these words in the first line that begins with them; null if none does.
+  const char* behind(std::string_view words) const;
+  // The same of the line that follows one with this head.
+  const char* below(std::string_view head, std::string_view words) const;
+  void add(const char* line) { lines_.emplace_back(line); }
+
+ private:
+  std::vector<std::string> lines_;
+  LogLines* outer_;
 };
 
 // One line about a file: "PATH: offset 12 (0028,0010) Rows: text".

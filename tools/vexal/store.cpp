@@ -87,20 +87,33 @@ class Queue {
     return job;
   }
 
-  // The association went away under these. True if any of them gets another try.
-  bool give_back(const std::vector<Job*>& jobs, long retries, const std::string& problem) {
-    bool again = false;
-    for (Job* job : jobs) {
-      if (job->tries++ < retries) {
-        job->whole = false;  // perhaps its bytes were the reason
-        const std::lock_guard lock(mutex_);
-        waiting_.push_back(job);
-        again = true;
-      } else {
-        finish({job, 0xFFFF, problem});
-      }
+  bool waiting() {
+    const std::lock_guard lock(mutex_);
+    return !waiting_.empty();
+  }
+
+  // It was not sent, whatever became of the association.
+  void put_back(Job* job) {
+    const std::lock_guard lock(mutex_);
+    waiting_.push_front(job);
+  }
+
+  // The association went away under this one.
+  void give_back(Job* job, long retries, const std::string& problem) {
+    if (job->tries++ >= retries) return finish({job, 0xFFFF, problem});
+    job->whole = false;  // perhaps its bytes were the reason
+    const std::lock_guard lock(mutex_);
+    waiting_.push_back(job);
+  }
+
+  void set_workers(std::size_t count) { workers_ = count; }
+  // A worker is done, or can get no association. What the last one leaves behind is not sent.
+  void leave(const std::string& problem) {
+    {
+      const std::lock_guard lock(mutex_);
+      if (--workers_ != 0) return;
     }
-    return again;
+    while (Job* job = next()) finish({job, 0xFFFF, problem});
   }
 
   void finish(const Outcome& outcome) {
@@ -153,6 +166,7 @@ class Queue {
 
   std::mutex mutex_;
   std::deque<Job*> waiting_;
+  std::size_t workers_ = 0;
   bool json_;
   Progress progress_;
   std::size_t total_;
@@ -176,49 +190,59 @@ class Worker {
   Worker(const Settings& settings, Queue& queue)
       : settings_(settings), queue_(queue), sender_(settings.convert) {}
 
-  // False if no association could be had at all.
+  // False if no association could be had at all. A file is taken when there is one to send it on: where the
+  // peer takes fewer associations than were asked for, the others do the work.
   bool run() {
-    for (;;) {
-      Job* job = queue_.next();
-      if (job == nullptr) return true;
-      const VX_STATUS status = association_.open(settings_.peer, settings_.list);
-      if (status != VX_NORMAL_COMPLETION) {
-        if (!queue_.give_back({job}, settings_.retries, VX_Error_Message(status))) return drain(status);
+    bool reached = false;
+    for (long refusals = 0; queue_.waiting();) {
+      if (association_.open(settings_.peer, settings_.list) != VX_NORMAL_COMPLETION) {
+        if (refusals++ >= settings_.retries) break;
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
         continue;
       }
-      work(job);
+      refusals = 0;
+      reached = true;
+      work();
       association_.close();
     }
+    queue_.leave(association_.problem());
+    return reached;
   }
 
  private:
-  // No peer, no use in trying each file on its own.
-  bool drain(VX_STATUS status) {
-    while (Job* job = queue_.next()) queue_.finish({job, 0xFFFF, VX_Error_Message(status)});
-    return false;
-  }
+  struct UnderWay {
+    Job* job;
+    SentRequest request;
+  };
 
-  // Sends from `job` on until the queue is empty or the association is lost.
-  void work(Job* job) {
-    under_way_.clear();
+  // Another request may go out before the answers to those under way. What has been lost once goes alone, so
+  // that a further loss is its own.
+  bool may_send(const Job& job) const {
+    if (under_way_.empty()) return true;
     const std::size_t window =
         association_.window() == 0 ? settings_.window : std::min(settings_.window, association_.window());
+    return under_way_.size() < window && job.tries == 0 && under_way_.front().job->tries == 0;
+  }
+
+  // Sends until the queue is empty or the association is lost.
+  void work() {
+    Job* job = queue_.next();
     while (job != nullptr || !under_way_.empty()) {
-      while (job != nullptr && under_way_.size() < window) {
+      while (job != nullptr && may_send(*job)) {
         if (!send(*job)) return;
         job = queue_.next();
         // The peer is busy with the last one meanwhile.
         if (job != nullptr) sender_.prepare(*job);
-        if (!under_way_.empty() && under_way_.size() < window && !read_answer(0)) return give_back(job);
+        if (job != nullptr && !under_way_.empty() && may_send(*job) && !read_answer(0)) return lose(job);
       }
-      if (!under_way_.empty() && !read_answer(settings_.peer.timeout)) return give_back(job);
+      if (!under_way_.empty() && !read_answer(settings_.peer.timeout)) return lose(job);
     }
   }
 
-  void give_back(Job* job) {
-    if (job != nullptr) under_way_.push_back(job);
-    queue_.give_back(under_way_, settings_.retries, "the association was lost");
+  // `unsent` has no part in it.
+  void lose(Job* unsent) {
+    if (unsent != nullptr) queue_.put_back(unsent);
+    for (const UnderWay& each : under_way_) queue_.give_back(each.job, settings_.retries, problem_);
     under_way_.clear();
     association_.abort();
   }
@@ -228,7 +252,7 @@ class Worker {
     std::string problem;
     switch (sender_.send(association_.id(), association_.accepted(), job, problem)) {
       case ObjectSender::Result::Sent:
-        under_way_.push_back(&job);
+        under_way_.push_back({&job, sender_.request()});
         return true;
       case ObjectSender::Result::Refused:
         queue_.finish({&job, 0xFFFF, problem});
@@ -236,27 +260,36 @@ class Worker {
       case ObjectSender::Result::Lost:
         break;
     }
-    give_back(&job);
+    if (is_alive(association_.id())) {
+      // The file could not be sent to its end: the others have no part in that.
+      for (const UnderWay& each : under_way_) queue_.put_back(each.job);
+      under_way_.clear();
+      problem_ = problem;
+    } else {
+      problem_ = kLost;
+    }
+    under_way_.push_back({&job, {}});
+    lose(nullptr);
     return false;
   }
 
   // One answer, waited for up to `timeout` seconds (0: only if it is there). False if the association is
-  // lost.
+  // lost, or said something that answers none of the requests.
   bool read_answer(int32_t timeout) {
     Message answer;
-    const char* service = nullptr;
-    uint16_t command = 0;
-    const VX_STATUS status =
-        association_.check(VX_Read_Message(association_.id(), timeout, &answer.id, &service, &command));
+    const VX_STATUS status = association_.read(timeout, answer);
     if (status == VX_TIMEOUT && timeout == 0) return true;
-    if (status != VX_NORMAL_COMPLETION) return false;
-    if (command != C_STORE_RSP) return true;
-    // With several under way the answer names its instance; a peer that leaves it out answers in order.
-    const std::string instance = answer.text(0x00001000);
+    if (status != VX_NORMAL_COMPLETION) {
+      problem_ = std::string(kLost) + ": " + VX_Error_Message(status);
+      return false;
+    }
+    const auto id = static_cast<int32_t>(answer.number(0x00000120, 0));
     auto found = std::find_if(under_way_.begin(), under_way_.end(),
-                              [&](const Job* job) { return job->instance == instance; });
+                              [&](const UnderWay& each) { return each.request.id == id; });
     if (found == under_way_.end()) found = under_way_.begin();
-    Outcome outcome{*found, answer.status(), ""};
+    problem_ = association_.mismatch(answer, found->request);
+    if (!problem_.empty()) return false;
+    Outcome outcome{found->job, answer.status(), ""};
     under_way_.erase(found);
     if (outcome.status != 0 && !is_warning(outcome.status))
       outcome.problem = "the peer did not store it: " + describe_answer(answer);
@@ -264,10 +297,13 @@ class Worker {
     return true;
   }
 
+  static constexpr char kLost[] = "the association was lost";
+
   const Settings& settings_;
   Queue& queue_;
   Association association_;
-  std::vector<Job*> under_way_;  // sent, not answered
+  std::vector<UnderWay> under_way_;  // sent, not answered
+  std::string problem_;              // of the association
   ObjectSender sender_;
 };
 
@@ -280,6 +316,7 @@ int send_all(std::vector<Job>& jobs, const Peer& peer, const std::vector<Proposa
     complain("the presentation contexts can not be proposed");
     return kUsage;
   }
+  if (window > 1) watch_sent_commands();
   Queue queue(jobs, args.has("--json"));
   const Settings settings{peer, list, !args.has("--no-convert"), static_cast<uint16_t>(window), retries};
   const auto start = std::chrono::steady_clock::now();
@@ -289,6 +326,7 @@ int send_all(std::vector<Job>& jobs, const Peer& peer, const std::vector<Proposa
       queue.finish({job, 0xFFFF, "no service is known for its SOP class " + job->sop_class});
   } else {
     const std::size_t count = std::min<std::size_t>(static_cast<std::size_t>(associations), jobs.size());
+    queue.set_workers(count);
     std::vector<std::jthread> workers;
     for (std::size_t i = 0; i < count; ++i) {
       workers.emplace_back([&] {
