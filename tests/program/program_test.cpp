@@ -429,6 +429,20 @@ TEST_F(Program, AFileThatIsReplacedHandsOnItsPermissionsAndNoMore) {
   }
 }
 
+// An empty element of a run path is the current folder, where others may put libraries.
+TEST_F(Program, LibrariesAreNotTakenFromTheCurrentFolder) {
+  for (const char* file : {"tools/vexal/vexal", "tools/tls/libvexaltls.so"}) {
+    std::ifstream in(std::string(VEXAL_BINARY_DIR "/") + file, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    const std::size_t at = bytes.find(std::string("\0$ORIGIN", 8));
+    ASSERT_NE(at, std::string::npos) << file;
+    const std::string run_path = bytes.c_str() + at + 1;
+    EXPECT_FALSE(run_path.ends_with(':')) << run_path;
+    EXPECT_EQ(run_path.find("::"), std::string::npos) << run_path;
+  }
+  EXPECT_EQ(run("--version").exit, 0);
+}
+
 TEST_F(Program, DamagedAndStrangeFiles) {
   const std::string whole = sample();
   write("cut.dcm", whole.substr(0, whole.size() - 70000));
