@@ -4,9 +4,11 @@
 usage: web.py VEXAL FILE       a DICOM file of one small image
 The part with Orthanc is left out where it is not installed.
 """
+import base64
 import http.server
 import json
 import os
+import re
 import shutil
 import socket
 import subprocess
@@ -132,6 +134,7 @@ class Answer(http.server.BaseHTTPRequestHandler):
         length = int(self.headers.get("Content-Length", 0))
         while length:
             length -= len(self.rfile.read(min(length, 65536)))
+        Answer.login = self.headers.get("Authorization")
         status, kind, body, sent = self.answers[self.path.split("?")[0].split("/")[1]]
         self.send_response(status)
         self.send_header("Location" if 300 <= status < 400 else "Content-Type", kind)
@@ -230,6 +233,17 @@ def with_own_server(folder):
         Answer.answers[name] = answer
         result = web("store", url + name, FILE)
         check(result.returncode == status and ("0xA700" in result.stderr) == (b"00081198" in answer[2]), "store %s: %s" % (name, result))
+    # A password reaches the server, and no screen; on a way that others can read, a warning says so.
+    for start, path, words, login in (("http://user:hu%40sh@", "empty", (), "user:hu@sh"), ("http://user:hush@", "broken", (), "user:hush"),
+                                      ("http://", "empty", ("--user", "user:hush"), "user:hush"), ("http://user:hu/sh@", "empty", (), None),
+                                      ("ftp://user:hush@", "empty", (), None), ("user:hush@", "empty", (), None),
+                                      ("http://", "empty", ("--header", "Authorization Bearer hush"), None)):
+        Answer.login = None
+        result = web("query", "%s127.0.0.1:%d/%s" % (start, server.server_port, path), *words)
+        told, sent = result.stderr + result.stdout, base64.b64decode((Answer.login or "Basic ")[6:]).decode()
+        check(sent == (login or ""), "login of %s %s: %s" % (start, words, sent))
+        check(not re.search("hush|hu/sh|hu%40sh|hu@sh", told) and ("without TLS" in told) == (login is not None), "a password is told: " + told)
+    check("without TLS" not in web("query", url + "empty", "--user", "user:hush", "--quiet").stderr, "a warning in spite of --quiet")
     server.shutdown()
     # Nobody there, and somebody who says nothing.
     check(web("query", "http://127.0.0.1:%d" % free_port()).returncode == 3, "query of nobody")

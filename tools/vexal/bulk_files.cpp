@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -18,6 +17,7 @@
 #include <unordered_map>
 
 #include "text_forms.h"
+#include "web_client.h"
 
 namespace vexal {
 namespace {
@@ -107,22 +107,6 @@ std::string write_value(int32_t id, uint32_t tag, json_t* member, const std::str
 
 // --- Back ---
 
-std::string decoded(std::string_view uri) {
-  std::string path;
-  for (std::size_t i = 0; i < uri.size(); ++i) {
-    unsigned byte = 0;
-    const char* digits = uri.data() + i + 1;
-    if (uri[i] == '%' && uri.size() - i > 2 &&
-        std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2) {
-      path += static_cast<char>(byte);
-      i += 2;
-    } else {
-      path += uri[i];
-    }
-  }
-  return path;
-}
-
 // The part of a reference below the folder; empty if it leads elsewhere.
 std::string below(const std::string& folder, std::string_view uri) {
   const std::size_t colon = uri.find(':');
@@ -131,7 +115,7 @@ std::string below(const std::string& folder, std::string_view uri) {
   if (uri.starts_with("file:")) uri.remove_prefix(5);
   if (uri.starts_with("//localhost/")) uri.remove_prefix(11);
   if (uri.starts_with("//")) uri.remove_prefix(2);
-  const std::string path = decoded(uri);
+  const std::string path = percent_decoded(uri);
   std::error_code error;
   for (const std::string& head :
        {folder, fs::absolute(folder, error).string(), fs::canonical(folder, error).string()}) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstdlib>
 
 namespace vexal {
@@ -85,17 +86,54 @@ const char* environment(const char* name) {
   return text != nullptr ? text : "";
 }
 
+// Where the authority of a URL lies, from its first character to the one behind its last.
+std::pair<std::size_t, std::size_t> authority_of(const std::string& url) {
+  const std::size_t scheme = url.find("://");
+  const std::size_t start = scheme == std::string::npos ? 0 : scheme + 3;
+  return {start, std::min(url.find_first_of("/?#", start), url.size())};
+}
+
+// Takes off a URL what it says of a user.
+std::string take_user(std::string& url) {
+  const auto [start, end] = authority_of(url);
+  const std::size_t at = std::string_view(url).substr(0, end).rfind('@');
+  if (at == std::string::npos || at < start) return "";
+  std::string user = percent_decoded(std::string_view(url).substr(start, at - start));
+  url.erase(start, at + 1 - start);
+  return user;
+}
+
+// What stands for a port may be a password that was cut off.
+bool has_proper_port(const std::string& url) {
+  const auto [start, end] = authority_of(url);
+  const std::string authority = url.substr(start, end - start);
+  const std::size_t colon = authority.rfind(':');
+  return colon == std::string::npos || authority.ends_with(']') ||
+         authority.find_first_not_of("0123456789", colon + 1) == std::string::npos;
+}
+
+bool tells_a_secret(const std::string& header) {
+  constexpr std::string_view kName = "authorization:";
+  return std::equal(kName.begin(), kName.end(), header.begin(),
+                    header.begin() + static_cast<std::ptrdiff_t>(std::min(kName.size(), header.size())),
+                    [](char a, char b) { return a == (b >= 'A' && b <= 'Z' ? b - 'A' + 'a' : b); });
+}
+
 }  // namespace
 
 bool WebPeer::read(const Args& args, const std::string& address) {
   url = address;
+  credentials = args.get("--user", take_user(url));
   while (!url.empty() && url.back() == '/') url.pop_back();
   if (!url.starts_with("http://") && !url.starts_with("https://")) {
-    complain("%s: give the URL of the web services, such as http://host:8042/dicom-web", address.c_str());
+    complain("%s: give the URL of the web services, such as http://host:8042/dicom-web", url.c_str());
+    return false;
+  }
+  if (!has_proper_port(url)) {
+    complain("the port in the URL is no number; of a password, write / ? # and @ as %%2F %%3F %%23 and %%40");
     return false;
   }
   if (!args.number("--timeout", 1, 86400, timeout)) return false;
-  credentials = args.get("--user");
   if (!credentials.empty() && credentials.find(':') == std::string::npos)
     credentials += std::string(":") + environment("VEXAL_WEB_PASSWORD");
   const std::string token = args.get("--token", environment("VEXAL_WEB_TOKEN"));
@@ -103,9 +141,13 @@ bool WebPeer::read(const Args& args, const std::string& address) {
   if (!token.empty()) headers.push_back("Authorization: Bearer " + token);
   for (const std::string& header : headers) {
     if (header.find(':') != std::string::npos && header.find_first_of("\r\n") == std::string::npos) continue;
-    complain("--header %s: write 'Name: value'", header.c_str());
+    complain("--header: write 'Name: value'");  // it may be a secret
     return false;
   }
+  const bool secret = !credentials.empty() || std::any_of(headers.begin(), headers.end(), tells_a_secret);
+  if (secret && url.starts_with("http://") && !args.has("--quiet"))
+    complain(
+        "warning: without TLS the password or token can be read on the network; an https URL protects it");
   authorities = args.get("--tls-ca");
   certificate = args.get("--tls-cert");
   key = args.get("--tls-key");
@@ -137,6 +179,22 @@ std::string percent_encoded(std::string_view text) {
       out += '%';
       out += kDigits[byte >> 4];
       out += kDigits[byte & 15U];
+    }
+  }
+  return out;
+}
+
+std::string percent_decoded(std::string_view text) {
+  std::string out;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    unsigned byte = 0;
+    const char* digits = text.data() + i + 1;
+    if (text[i] == '%' && text.size() - i > 2 &&
+        std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2) {
+      out += static_cast<char>(byte);
+      i += 2;
+    } else {
+      out += text[i];
     }
   }
   return out;

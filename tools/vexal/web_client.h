@@ -26,7 +26,7 @@ namespace vexal {
 
 // Whom a request goes to, and as whom.
 struct WebPeer {
-  std::string url;  // without a slash at its end
+  std::string url;  // without a slash at its end, and without a user: it is shown
   std::string credentials;
   std::vector<std::string> headers;
   std::string authorities;
@@ -85,5 +85,6 @@ class WebClient {
 
 // A text as part of a query. What browsers leave alone stays, such as ^ and *: not every server decodes it.
 std::string percent_encoded(std::string_view text);
+std::string percent_decoded(std::string_view text);
 
 }  // namespace vexal
