@@ -264,6 +264,14 @@ def queries(folder):
         check(set(arrived(out)) == images, "vexal move: other instances than the archive has")
         result = run(VEXAL, "move", *archive, "--to", "NOBODY", "--level", "study", "-k", "StudyInstanceUID=" + uid)
         check(result.returncode == 3 and b"0xA801" in result.stderr, "vexal move to an unknown node: " + result.stderr.decode())
+        for level, key in (("study", "StudyInstanceUID"), ("image", "SOPInstanceUID")):  # answers as files, of an object or not
+            out = os.path.join(folder, "answers-" + level)
+            result = run(VEXAL, "find", *archive, "--level", level, "-k", "StudyInstanceUID=" + uid, "--out", out)
+            answers = [os.path.join(out, name) for name in sorted(os.listdir(out))]
+            check(result.returncode == 0 and re.fullmatch(rb"\d+ found\n", result.stderr), "vexal find --out: %s" % result.stderr)
+            check(len(answers) == (1 if level == "study" else len(images)) and all(meta_text(path, 2) and meta_text(path, 3) for path in answers),
+                  "vexal find --out, %s: %s" % (level, answers))
+            check(run("dcmdump", *answers).returncode == 0, "dcmdump of vexal find --out")
         limited = run(VEXAL, "find", *archive, "--level", "study", "--json", "--limit", 1)
         check(len(limited.stdout.splitlines()) == 1, "vexal find --limit")
 

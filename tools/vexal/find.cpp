@@ -9,6 +9,7 @@
 #include "network.h"
 #include "query.h"
 #include "session.h"
+#include "uid.h"
 #include "write_options.h"
 
 namespace vexal {
@@ -24,10 +25,17 @@ constexpr Option kOptions[] = {
 
 // The identifier of an answer as a file. An error text, empty on success.
 std::string write_answer(Message& answer, const std::string& path) {
+  // Answers above the level of objects are none: they get a name, and the class that they are answers of.
+  const std::string sop_class = answer.text(0x00000002);
+  const bool object = !answer.text(0x00080016).empty() && !answer.text(0x00080018).empty();
   VX_Delete_Range(answer.id, 0, 0x0000FFFF);
   VX_STATUS status = VX_Message_To_File(answer.id, path.c_str());
   if (status == VX_NORMAL_COMPLETION)
     status = VX_Set_Message_Transfer_Syntax(answer.id, EXPLICIT_LITTLE_ENDIAN);
+  if (status == VX_NORMAL_COMPLETION && !object) {
+    VX_Set_Value_From_String(answer.id, 0x00020002, sop_class.c_str());
+    VX_Set_Value_From_String(answer.id, 0x00020003, new_uid().c_str());
+  }
   FileSink sink;
   std::string error = sink.open(path);
   if (!error.empty()) return error;

@@ -161,6 +161,8 @@ bool Peer::read(const Args& args) {
     has_passcode = true;
     passcode = user.substr(colon + 1);
     user.resize(colon);
+    if (!tls.on() && !args.has("--quiet"))
+      complain("warning: without TLS the passcode can be read on the network; --tls protects it");
   }
   set_up_network(timeout);
   const VX_STATUS status = VX_Register_Application(&application, own_title.c_str());

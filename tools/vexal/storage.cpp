@@ -130,6 +130,7 @@ std::vector<Proposal> storage_services(bool prefer_compressed) {
 
 bool StorageOptions::read(const Args& args, bool server) {
   folder = args.get("--dir", ".");
+  if (folder.starts_with('-')) folder.insert(0, "./");  // no option of a command that gets a path in it
   tree = args.has("--tree");
   durable = args.has("--fsync");
   long most = 0;
