@@ -24,9 +24,8 @@ constexpr Option kOptions[] = {
 };
 
 // The identifier of an answer as a file. An error text, empty on success.
-std::string write_answer(Message& answer, const std::string& path) {
-  // Answers above the level of objects are none: they get a name, and the class that they are answers of.
-  const std::string sop_class = answer.text(0x00000002);
+std::string write_answer(Message& answer, const std::string& sop_class, const std::string& path) {
+  // Answers above the level of objects are none: they get a name, and the class that was asked for.
   const bool object = !answer.text(0x00080016).empty() && !answer.text(0x00080018).empty();
   VX_Delete_Range(answer.id, 0, 0x0000FFFF);
   VX_STATUS status = VX_Message_To_File(answer.id, path.c_str());
@@ -47,6 +46,7 @@ std::string write_answer(Message& answer, const std::string& path) {
 
 struct Results {
   const Args& args;
+  const std::string& sop_class;  // of the query
   const std::vector<QueryKey>& keys;
   std::vector<std::vector<std::string>> rows;
   std::size_t count = 0;
@@ -65,7 +65,7 @@ struct Results {
     char name[32];
     std::snprintf(name, sizeof name, "/answer%05zu.dcm", count);
     const std::string path = args.get("--out") + name;
-    const std::string error = write_answer(answer, path);
+    const std::string error = write_answer(answer, sop_class, path);
     if (error.empty()) return;
     report(path, error);
     failed = true;
@@ -115,7 +115,7 @@ int run(const Args& args) {
       exit != kSuccess) {
     return exit;
   }
-  Results results{args, query.keys(), {}};
+  Results results{args, query.sop_class(), query.keys(), {}};
   const std::string error = read_answers(association, peer, SentRequest(request), limit, results);
   association.close();
   if (!args.has("--json") && !results.rows.empty()) print_table(query.keys(), results.rows);
