@@ -961,6 +961,7 @@ class Liar(threading.Thread):
                     head = stream.read(6)
                     body = stream.read(int.from_bytes(head[2:], "big"))
                     if head[0] == 1:
+                        self.contexts = dict(proposed(body[68:]))
                         connection.sendall(associate(2, b"".join(accepted(body[68:])), user_information() if self.window is None else
                                            item(0x50, item(0x51, struct.pack(">I", 16384)) + item(0x52, b"1.2.3") +
                                                 item(0x53, struct.pack(">HH", self.window, 1)))))
@@ -982,6 +983,15 @@ class Liar(threading.Thread):
         connection.close()
 
     window = None
+
+
+def proposed(items):
+    """Abstract syntaxes, and the contexts that ask for them."""
+    while len(items) > 4:
+        length = int.from_bytes(items[2:4], "big")
+        if items[0] == 0x20:
+            yield items[12:12 + int.from_bytes(items[10:12], "big")], items[4]
+        items = items[4 + length:]
 
 
 def accepted(items):
@@ -1058,6 +1068,24 @@ def lying_acceptors(folder):
         told = result.stdout + result.stderr
         check(result.returncode in (1, 3) and b"0xC001" in told and b"owned" in told and not steers(told),
               "%s: an Error Comment: %s" % (name, told))
+
+
+def unwanted_objects(folder):
+    """An object that get can not keep is lost, even where the archive calls it done; nothing gets a name that commands mistake."""
+    for instance, code in ((b"1.2.3.7.77", 0), (b"-rf", 1), (b"../1.2.3", 1)):
+        def reply(context, fields, instance=instance):
+            if fields[0x100] == b"\x10\0":
+                asked.append((context, fields))
+                return b"".join(pdu(4, pdv(liar.contexts[CT], flags, part))
+                                for flags, part in ((3, store_command(instance)), (2, data_set(instance))))
+            return pdu(4, pdv(asked[0][0], 3, answer_of(asked[0][1])))
+
+        asked = []
+        with Liar(reply) as liar:
+            result = run(VEXAL, "get", "127.0.0.1", liar.port, "--level", "study", "-k", "StudyInstanceUID=1.2.3", "--class", CT.decode(), "--dir",
+                         os.path.join(folder, "got"), "--timeout", 4, "--quiet")
+        check(result.returncode == code and asked, "get of %s: %d %s" % (instance, result.returncode, result.stdout + result.stderr))
+    check(os.listdir(os.path.join(folder, "got")) == ["1.2.3.7.77.dcm"], "get: other files: %s" % os.listdir(os.path.join(folder, "got")))
 
 
 def shares_of_blame(folder):
@@ -1469,7 +1497,7 @@ def networks(folder):
         wire.end()
 
 
-PARTS = (duplicates, damaged_index, rules, swelling, long_query, greedy, hostile_requesters, floods, hostile_acceptors, lying_acceptors, shares_of_blame, second_associations, strange_names, silent_crowd, kills, full_disk, large_object, networks)
+PARTS = (duplicates, damaged_index, rules, swelling, long_query, greedy, hostile_requesters, floods, hostile_acceptors, lying_acceptors, unwanted_objects, shares_of_blame, second_associations, strange_names, silent_crowd, kills, full_disk, large_object, networks)
 
 
 print("VEXAL_SEED=%d" % SEED)

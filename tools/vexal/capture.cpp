@@ -247,7 +247,8 @@ const Command kCapture = {
     "show network capture files, convert them, extract what was stored",
     "show     a line for each message and each PDU that is none\n"
     "convert  makes a pcap file for network analysers; -o names it\n"
-    "extract  writes each object of a C-STORE request to a file in the folder of -o\n"
+    "extract  writes each object of a C-STORE request to a file in the folder of -o: UID.dcm, and\n"
+    "         UID-2.dcm and so on for further ones of the same UID\n"
     "Titles and instance UIDs are shown with --phi only. A pcap file and the objects hold\n"
     "all that crossed the network, patients' data included.",
     kOptions,

@@ -131,7 +131,8 @@ const Command kFind = {"find",
                        "query an archive or a worklist server (C-FIND)",
                        "Keys with a value are matched, with wildcards * and ? and ranges such as\n"
                        "StudyDate=20240101-20240131; the others come back as columns. --level worklist\n"
-                       "queries a modality worklist: -k 'ScheduledProcedureStepSequence[0].Modality=CT'.",
+                       "queries a modality worklist: -k 'ScheduledProcedureStepSequence[0].Modality=CT'.\n"
+                       "Exit status 2: an answer could not be written; 3: not all answers came.",
                        kOptions,
                        run};
 

@@ -167,7 +167,8 @@ const Command kMpps = {
     "HOST PORT create|set|complete|discontinue [OPTION...]",
     "report a performed procedure step (N-CREATE, N-SET)",
     "create sends what the standard demands, empty where nothing is given, and prints the UID of the\n"
-    "step; complete and discontinue end it: vexal mpps HOST PORT complete --uid UID.",
+    "step; complete and discontinue end it: vexal mpps HOST PORT complete --uid UID. Exit status 1: done,\n"
+    "with a warning; 3: not done.",
     kOptions,
     run};
 

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cctype>
 #include <cstdlib>
+#include <cstring>
 
 namespace vexal {
 namespace {
@@ -76,9 +77,12 @@ std::string describe_rejection(const LogLines& log, const Peer& peer) {
   unsigned reason = 0;
   const char* codes = log.behind("|  Codes: ");
   if (codes == nullptr) {
+    log.show();  // what was turned down
     const char* fault = log.behind("Unacceptable association response: ");
-    return std::string("the peer's answer can not be used") + (fault != nullptr ? ": " : "") +
-           (fault != nullptr ? fault : "");
+    if (fault == nullptr) return VX_Error_Message(VX_ASSOCIATION_REJECTED);
+    return std::string_view(fault) == "No Contexts acceptable"
+               ? "the peer takes none of the services that were asked for"
+               : std::string("the peer's answer can not be used: ") + fault;
   }
   std::sscanf(codes, "Result 0x%x Source 0x%x Reason 0x%x", &result, &source, &reason);
   std::string text = "it gives no reason";
@@ -90,6 +94,21 @@ std::string describe_rejection(const LogLines& log, const Peer& peer) {
     if (row.source == source && row.reason == reason) text = row.text;
   }
   return std::string("the peer rejected the association") + (result == 2 ? " for now: " : ": ") + text;
+}
+
+// Why no association came about; empty if the library's own lines say it best.
+std::string describe_opening(VX_STATUS status, const LogLines& log, const Peer& peer) {
+  const char* tls = log.behind("TLS: ");
+  if (status == VX_ASSOCIATION_REJECTED) return describe_rejection(log, peer);
+  if (status == VX_UNKNOWN_HOST_NAME) return "no such host is known";
+  if (status != VX_CONNECTION_FAILED) return "";
+  if (tls != nullptr) return std::string("no secure connection: ") + tls;
+  if (log.behind("TCP connection timeout") != nullptr)
+    return "no connection within " + std::to_string(peer.timeout) + " s (--timeout)";
+  // "(first connect call, ...): (10061)Connection refused"
+  const char* fault = log.behind("TCP init connection error");
+  const char* text = fault != nullptr ? std::strrchr(fault, ')') : nullptr;
+  return text != nullptr ? std::string("no connection: ") + (text + 1) : "";
 }
 
 std::string unique_name(const char* kind) {
@@ -265,7 +284,7 @@ int32_t sent_message_id(const LogLines& log) {
 
 VX_STATUS Association::open(const Peer& peer, const ServiceListName& list) {
   abort();
-  const LogLines log;
+  const LogLines log(LogLines::Kind::Holds);
   problem_.clear();
   int32_t port = peer.port;
   VX_STATUS status = VX_NORMAL_COMPLETION;
@@ -285,9 +304,13 @@ VX_STATUS Association::open(const Peer& peer, const ServiceListName& list) {
   accepted_.clear();
   if (status != VX_NORMAL_COMPLETION) {
     id_ = -1;
-    problem_ = status == VX_ASSOCIATION_REJECTED ? describe_rejection(log, peer) : VX_Error_Message(status);
+    problem_ = describe_opening(status, log, peer);
+    if (!problem_.empty()) return status;
+    log.show();
+    problem_ = VX_Error_Message(status);
     return status;
   }
+  log.show();
   AssocInfo info;
   window_ = VX_Get_Association_Info(id_, &info) == VX_NORMAL_COMPLETION ? info.MaxOperationsInvoked : 1;
   accepted_ = accepted_contexts(id_);

@@ -54,6 +54,7 @@ struct Tally {
   uint32_t completed = 0;
   uint32_t failed = 0;
   uint32_t warning = 0;
+  uint32_t lost = 0;  // that came and could not be kept, whatever the archive makes of our answer
   uint16_t status = 0xFFFF;
   std::string text;  // of the final status
 };
@@ -87,7 +88,7 @@ int print_result(const Args& args, const Peer& peer, const Tally& tally) {
     std::printf("%u retrieved, %u with a warning, %u failed\n", tally.completed + tally.warning,
                 tally.warning, tally.failed);
   }
-  if (tally.status == 0) return kSuccess;
+  if (tally.status == 0) return tally.failed + tally.lost == 0 ? kSuccess : kFindings;
   complain("%s:%d: %s", peer.host.c_str(), peer.port, tally.text.c_str());
   return is_warning(tally.status) ? kFindings : kNetwork;
 }
@@ -123,6 +124,7 @@ std::string serve_get(Association& association, const Peer& peer, const SentRequ
       StoredObject stored;
       const int32_t answer = writer.take(association.id(), message.id, stored);
       message.id = -1;
+      if (answer > 0) ++tally.lost;
       if (answer < 0 || !send_response(association.id(), message.service.c_str(), C_STORE_RSP, request,
                                        static_cast<uint16_t>(answer))) {
         association.check(VX_SYSTEM_ERROR);
@@ -183,8 +185,8 @@ int run_move(const Args& args) {
   Message request;
   const std::string destination = args.get("--to");
   if (!is_title(destination)) {
-    complain("--to %s: name the node that gets the objects, with a title of 1 to 16 characters",
-             destination.c_str());
+    complain("%s%s: name the node that gets the objects, with a title of 1 to 16 characters",
+             args.has("--to") ? "--to " : "--to is missing", destination.c_str());
     return kUsage;
   }
   if (!peer.read(args) || !query.read(args, QueryKind::Move) || !query.fill(request, C_MOVE_RQ))
@@ -208,7 +210,8 @@ int run_move(const Args& args) {
 const Command kGet = {"get",
                       "HOST PORT --level LEVEL -k KEY=VALUE [OPTION...]",
                       "retrieve objects over the same association (C-GET)",
-                      "The objects that the keys name arrive as files, as vexal receive would write them.",
+                      "The objects that the keys name arrive as files, as vexal receive would write them.\n"
+                      "Exit status 1: some were not retrieved, or with a warning; 3: the archive failed.",
                       kGetOptions,
                       run_get};
 
@@ -216,7 +219,8 @@ const Command kMove = {
     "move",
     "HOST PORT --to TITLE --level LEVEL -k KEY=VALUE [OPTION...]",
     "have an archive send objects to a node (C-MOVE)",
-    "The archive opens an association of its own to the node; vexal receive can be that node.",
+    "The archive opens an association of its own to the node; vexal receive can be that node.\n"
+    "Exit status 1: some were not sent, or with a warning; 3: the archive failed.",
     kMoveOptions,
     run_move};
 

@@ -31,21 +31,25 @@ bool verbose = false;
 constexpr std::string_view kNoNews[] = {"Error. Planar Configuration is not 0",
                                         "There are 1 bytes more than"};
 
-// The library's messages become lines on standard error. The receiver runs on the thread that logged.
-void receive_log(const VX_LOG_RECORD* record) {
-  const std::string_view message = record->Message;
+void print_log(int type, std::string_view message) {
   constexpr int kInfo = 3;  // beyond are traces
-  if (log_lines != nullptr) log_lines->add(record->Message);
-  if (message.starts_with("Invalid format of JPEG") && message.find("bytes data short") != message.npos)
-    filled_up = true;
-  if (log_watch != nullptr && record->Type <= 2 && !log_watch->sees(record->FunctionName) && !verbose) return;
-  if (quiet || record->Type > kInfo || (record->Type != 1 ? warnings_muted : errors_muted)) return;
+  if (quiet || type > kInfo || (type != 1 ? warnings_muted : errors_muted)) return;
   if (std::any_of(std::begin(kNoNews), std::end(kNoNews),
                   [&](auto text) { return message.starts_with(text); }))
     return;
-  const char* level = record->Type == 1 ? "error" : record->Type == 2 ? "warning" : "info";
+  const char* level = type == 1 ? "error" : type == 2 ? "warning" : "info";
   const std::string source = current_file != nullptr ? shown(*current_file) : "vexal";
-  std::fprintf(stderr, "%s: %s: %s\n", source.c_str(), level, shown(record->Message).c_str());
+  std::fprintf(stderr, "%s: %s: %s\n", source.c_str(), level, shown(message).c_str());
+}
+
+// The library's messages become lines on standard error. The receiver runs on the thread that logged.
+void receive_log(const VX_LOG_RECORD* record) {
+  const std::string_view message = record->Message;
+  if (message.starts_with("Invalid format of JPEG") && message.find("bytes data short") != message.npos)
+    filled_up = true;
+  if (log_lines != nullptr && log_lines->take(record->Type, record->Message)) return;
+  if (log_watch != nullptr && record->Type <= 2 && !log_watch->sees(record->FunctionName) && !verbose) return;
+  print_log(record->Type, message);
 }
 
 // What the library says while it starts, before the program can tell it where to.
@@ -193,15 +197,20 @@ LogWatch::~LogWatch() {
   log_watch = nullptr;
 }
 
-LogLines::LogLines() : outer_(log_lines) {
+LogLines::LogLines(Kind kind) : kind_(kind), outer_(log_lines) {
   log_lines = this;
 }
 LogLines::~LogLines() {
   log_lines = outer_;
 }
 
+bool LogLines::take(int type, const char* line) {
+  lines_.emplace_back(type, line);
+  return kind_ == Kind::Holds && !verbose;
+}
+
 const char* LogLines::behind(std::string_view words) const {
-  for (const std::string& line : lines_) {
+  for (const auto& [type, line] : lines_) {
     if (line.starts_with(words)) return line.c_str() + words.size();
   }
   return nullptr;
@@ -209,10 +218,15 @@ const char* LogLines::behind(std::string_view words) const {
 
 const char* LogLines::below(std::string_view head, std::string_view words) const {
   for (std::size_t i = 1; i < lines_.size(); ++i) {
-    if (lines_[i - 1].starts_with(head) && lines_[i].starts_with(words))
-      return lines_[i].c_str() + words.size();
+    const std::string& line = lines_[i].second;
+    if (lines_[i - 1].second.starts_with(head) && line.starts_with(words)) return line.c_str() + words.size();
   }
   return nullptr;
+}
+
+void LogLines::show() const {
+  if (kind_ != Kind::Holds || verbose) return;
+  for (const auto& [type, line] : lines_) print_log(type, line);
 }
 
 void report(const std::string& path, const std::string& text) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "args.h"
@@ -80,9 +81,11 @@ class LogWatch {
 };
 
 // While it lives, the lines that the library logs on this thread are kept: some things it says nowhere else.
+// With `Holds`, they are not shown either, unless show() asks for it or --verbose was given.
 class LogLines {
  public:
-  LogLines();
+  enum class Kind { Listens, Holds };
+  explicit LogLines(Kind kind = Kind::Listens);
   ~LogLines();
   LogLines(const LogLines&) = delete;
   LogLines& operator=(const LogLines&) = delete;
@@ -90,10 +93,13 @@ class LogLines {
   const char* behind(std::string_view words) const;
   // The same of the line that follows one with this head.
   const char* below(std::string_view head, std::string_view words) const;
-  void add(const char* line) { lines_.emplace_back(line); }
+  void show() const;
+  // Takes a line; true if it is to be held back.
+  bool take(int type, const char* line);
 
  private:
-  std::vector<std::string> lines_;
+  Kind kind_;
+  std::vector<std::pair<int, std::string>> lines_;  // with their types
   LogLines* outer_;
 };
 

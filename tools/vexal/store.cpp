@@ -415,9 +415,9 @@ const Command kStore = {
     "send files, folders or what a DICOMDIR lists to a storage server (C-STORE)",
     "Each file goes out in its own transfer syntax where the peer takes it, byte for byte. Where it\n"
     "does not, an uncompressed file is converted to another uncompressed syntax, and compressed\n"
-    "pixel data is decompressed. When an\n"
-    "association is lost, only what was not answered is sent again. Exit status 1: some files\n"
-    "were refused.",
+    "pixel data is decompressed. When an association is lost, or the peer's answer is not that of the\n"
+    "request, only what was not answered is sent again. Exit status 1: some files were not stored;\n"
+    "3: no association could be had.",
     kOptions,
     run};
 

@@ -386,7 +386,7 @@ int run(const Args& args) {
     WebPeer peer;
     return peer.read(args, args.paths[1]) ? action.run(args, peer) : kUsage;
   }
-  complain("web %s: query, retrieve or store", args.paths[0].c_str());
+  complain("web %s: say what to do: query, retrieve or store", args.paths[0].c_str());
   return kUsage;
 }
 
