@@ -240,7 +240,10 @@ def identity(work):
                 out.write(run(VEXAL, *words, path).stdout)
             if os.path.exists(made):
                 os.unlink(made)
-            run(VEXAL, words[0], "--back", *words[1:], text, made)
+            result = run(VEXAL, words[0], "--back", *words[1:], text, made)
+            if before.get("00041220", {}).get("Value"):  # its records refer to places in another file
+                check(result.returncode == 2 and not os.path.exists(made), f"{name}: a directory comes back by {form}")
+                continue
             after = all_of(made) if os.path.exists(made) else None
             counts["round trips"] += 1
             if after == before:
