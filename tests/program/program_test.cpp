@@ -583,7 +583,7 @@ TEST_F(Program, ValidateComparesValues) {
       {"kind of image", with(0x00080008, "CS", "COPIED\\PRIMARY"),
        "not an enumerated value [ORIGINAL | DERIVED | MIXED]"},
       {"order", with(0x00100020, "LO", "id") + with(0x00080060, "CS", "OT"),
-       "A tag was encoded in the stream not"},
+       "  errors\n    (0008,0060) Modality: A tag was encoded"},
       {"many of a kind", with(0x00180022, "CS", many), "value for this VR [VR CS] (the first of 30000)\n"},
       {"the meta group", "",
        "MediaStorageSOPInstanceUID: Tag's value incompatible with function call [the data set has 1.2.3.5]"},

@@ -467,7 +467,7 @@ std::string examine(const DicomFile& file, const ValidateSettings& settings, Tre
   return "";
 }
 
-// `problem`: "offset 12 (gggg,eeee) Keyword: ...".
+// The first tag of `problem` is the one that comes too late.
 Found order_finding(int32_t root, const std::string& problem) {
   uint32_t tag = 0;
   if (const std::size_t at = problem.find('('); at != std::string::npos)
@@ -490,10 +490,15 @@ class OrderedReader {
   VX_STATUS open(DicomFile& file, const std::string& path, std::string& out_of_order) {
     {
       const std::shared_lock strict(mutex_);
+      const LogLines said(LogLines::Kind::Holds);
       const VX_STATUS status = file.open(path, {});
-      if (status != VX_OUT_OF_ORDER_TAG) return status;
+      if (status != VX_OUT_OF_ORDER_TAG) {
+        said.show();
+        return status;
+      }
+      const char* where = said.behind("Tags not in ascending order: ");
+      out_of_order = where != nullptr ? where : file.problem();
     }
-    out_of_order = file.problem();
     const std::unique_lock alone(mutex_);
     VX_Set_Bool_Config_Value(VX_CFG_ALLOW_OUT_OF_ORDER_TAGS, 1);
     const VX_STATUS status = file.open(path, {});
