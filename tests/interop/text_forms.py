@@ -26,7 +26,6 @@ LEFT_OUT = ("made/private-two-creators.dcm", "made/un-defined-length-sq.dcm", "o
 # What can not come back as it was, and why. A name in a table, or a form of it.
 NO_CREATOR = "JSON has no place for a private attribute whose creator is missing"
 JUSTIFIED = {
-    "made/private-two-creators-ile.dcm": "implicit VR does not tell that a private attribute is a sequence",
     "odd/meta-no-tsyntax.dcm": "group 0001 is no part of a data set",
     "odd/nested-private-sq.dcm": "group 0001 is no part of a data set",
     "pix/j2k91-rgb.dcm": "of two blanks behind a value, the last is taken for padding",
