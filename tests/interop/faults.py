@@ -1070,6 +1070,18 @@ def lying_acceptors(folder):
               "%s: an Error Comment: %s" % (name, told))
 
 
+def lying_destinations(folder):
+    """What serve sends for a C-MOVE counts when the answer is that of its request."""
+    make_files(os.path.join(folder, "in"), 1, 100)
+    for changes, code in (({}, 0), ({"answers": 77}, 3), ({"instance": b"1.2.3.999"}, 3), ({"kind": 0x8030}, 3)):
+        with Liar(lambda context, fields, changes=changes: pdu(4, pdv(context, 3, answer_of(fields, **changes)))) as liar, \
+                Server("serve", os.path.join(folder, "db"), "--node", "LIAR=127.0.0.1:%d" % liar.port) as server:
+            run(VEXAL, "store", "127.0.0.1", server.port, os.path.join(folder, "in"))
+            result = run(VEXAL, "move", "127.0.0.1", server.port, "--to", "LIAR", "--level", "study", "-k", "StudyInstanceUID=1.2.3.9", "--timeout", 9)
+            check((result.returncode == 0) == (code == 0) and liar.requests, "move to a liar, %s: %d %s" %
+                  (changes, result.returncode, result.stdout + result.stderr))
+
+
 def unwanted_objects(folder):
     """An object that get can not keep is lost, even where the archive calls it done; nothing gets a name that commands mistake."""
     for instance, code in ((b"1.2.3.7.77", 0), (b"-rf", 1), (b"../1.2.3", 1)):
@@ -1497,7 +1509,7 @@ def networks(folder):
         wire.end()
 
 
-PARTS = (duplicates, damaged_index, rules, swelling, long_query, greedy, hostile_requesters, floods, hostile_acceptors, lying_acceptors, unwanted_objects, shares_of_blame, second_associations, strange_names, silent_crowd, kills, full_disk, large_object, networks)
+PARTS = (duplicates, damaged_index, rules, swelling, long_query, greedy, hostile_requesters, floods, hostile_acceptors, lying_acceptors, lying_destinations, unwanted_objects, shares_of_blame, second_associations, strange_names, silent_crowd, kills, full_disk, large_object, networks)
 
 
 print("VEXAL_SEED=%d" % SEED)

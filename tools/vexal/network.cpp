@@ -282,6 +282,10 @@ int32_t sent_message_id(const LogLines& log) {
   return value != nullptr ? static_cast<int32_t>(std::strtol(value, nullptr, 10)) : -1;
 }
 
+bool answers_nothing(const LogLines& log) {
+  return log.behind("Invalid responding message ID received") != nullptr;
+}
+
 VX_STATUS Association::open(const Peer& peer, const ServiceListName& list) {
   abort();
   const LogLines log(LogLines::Kind::Holds);
@@ -340,7 +344,7 @@ VX_STATUS Association::read(int32_t timeout, Message& message, bool head_only) {
   const VX_STATUS status = check(VX_Read_Message_To_Tag(id_, timeout, head_only ? 0x00010000 : 0xFFFFFFFF,
                                                         &message.id, &service, &message.command));
   message.service = status == VX_NORMAL_COMPLETION ? service : "";
-  unasked_ = log.behind("Invalid responding message ID received") != nullptr;
+  unasked_ = answers_nothing(log);
   return status;
 }
 

@@ -115,6 +115,9 @@ void watch_sent_commands();
 // (0000,0110) of the command that was sent meanwhile, -1 if it is not known.
 int32_t sent_message_id(const LogLines& log);
 
+// The response that was read meanwhile has the message ID of no request.
+bool answers_nothing(const LogLines& log);
+
 // An association that this program asked for.
 class Association {
  public:

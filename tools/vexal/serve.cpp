@@ -405,6 +405,7 @@ class Archive {
       const char* name = nullptr;
       uint16_t command = 0;
       const MessageWatch watch(acceptor_.timeout());
+      const LogLines log;
       if (VX_Read_Message_To_Tag(association, acceptor_.timeout(), 0x00010000, &answer.id, &name, &command) !=
               VX_NORMAL_COMPLETION ||
           answer.number(0x00000800, 0x0101) != 0x0101)
@@ -414,7 +415,8 @@ class Archive {
         continue;
       }
       const std::string instance = answer.text(0x00001000);
-      if (command != C_STORE_RSP || (!instance.empty() && instance != file.instance)) return -1;
+      if (command != C_STORE_RSP || answers_nothing(log) || (!instance.empty() && instance != file.instance))
+        return -1;
       return answer.status();
     }
   }
