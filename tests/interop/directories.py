@@ -290,7 +290,7 @@ CODE = item(CodeValue="1", CodingSchemeDesignator="99TEST", CodeMeaning="Gr\u00f
 
 
 def content(relationship, **more):
-    return item(RelationshipType=relationship, ValueType="TEXT", TextValue="hidden", **more)
+    return item(RelationshipType=relationship, ValueType="TEXT", TextValue="hidden", ConceptNameCodeSequence=Sequence([CODE]), **more)
 
 
 def of_all_types(folder):

@@ -290,6 +290,11 @@ def check_values(folder):
         file.write(broken)
     check(run(VEXAL, "sr", "show", again).returncode == 1, "values: text that is none in its character set")
     with open(path, "rb") as file:
+        broken = file.read().replace(b"Gr\xc3\xb6", b"Gr\xf6\xf6")
+    with open(again, "wb") as file:
+        file.write(broken)
+    check(run(VEXAL, "sr", "show", again).returncode == 1, "values: text that is none in UTF-8")
+    with open(path, "rb") as file:
         broken = file.read().replace(b"PARTIAL", b"PARTI\xc4L")
     with open(again, "wb") as file:
         file.write(broken)

@@ -401,7 +401,7 @@ bool CharsetChange::read(const Args& args) {
 }
 
 std::size_t make_utf8(const DicomFile& file) {
-  if (!load_charsets()) return 0;
+  if (first_charset(file.id(), "") == kUtf8 || !load_charsets()) return 0;
   const std::vector<std::string> names = {kUtf8};
   const std::vector<std::string> from;
   Conversion conversion(file.id(), file.path(), names, from);

@@ -37,7 +37,8 @@ std::string utf8_text_of(int32_t id, uint32_t tag);
 // object. False if these can not hold it; text that is no UTF-8 is taken as it is.
 bool set_typed_text(int32_t id, uint32_t tag, const std::string& text, bool first, VX_STATUS& status);
 // Text of the object that is more than ASCII becomes UTF-8, and (0008,0005) says so; what is no text in its
-// set is reported and replaced, and counted. An object of ASCII stays as it is.
+// set is reported and replaced, and counted. An object of ASCII stays as it is, and so does one that says it
+// is in UTF-8.
 std::size_t make_utf8(const DicomFile& file);
 // The other way: text in UTF-8 becomes text in the sets of a (0008,0005), its values parted by backslashes.
 // The problem, empty if there is none.

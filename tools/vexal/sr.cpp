@@ -253,9 +253,9 @@ int check(const Args&, const std::string& path) {
 int show(const Args& args, const std::string& path) {
   SrDocument document;
   if (!document.open(path)) return kUsage;
-  bool whole = !document.has_lost_text();
+  bool whole = true;
   if (args.has("--json")) {
-    whole = show_json(document) && whole;
+    whole = show_json(document);
   } else if (args.has("--html")) {
     show_html(document);
   } else if (args.has("--csv")) {
@@ -263,7 +263,7 @@ int show(const Args& args, const std::string& path) {
   } else {
     show_text(document, args.has("--codes"));
   }
-  return whole ? kSuccess : kFindings;
+  return whole && !document.has_lost_text() ? kSuccess : kFindings;
 }
 
 int build(const Args& args, const std::string& path) {

@@ -279,10 +279,21 @@ bool SrDocument::open(const std::string& path) {
   return true;
 }
 
+void SrDocument::judge_text(const SrNode& node) const {
+  for (const std::string* text :
+       {&node.concept_name.value, &node.concept_name.meaning, &node.value, &node.code.value,
+        &node.code.meaning, &node.unit.meaning, &node.qualifier.meaning}) {
+    if (is_utf8(*text)) continue;
+    report(file_.path(), node.location + ": \"" + *text + "\": no text in UTF-8");
+    lost_text_ = true;
+  }
+}
+
 void SrDocument::walk(const std::function<void(const std::vector<SrNode>& path)>& visit) const {
   SrNode root = sr_read_node(file_.id());
   root.location = "1";
   std::vector<SrNode> path;
+  judge_text(root);
   path.push_back(std::move(root));
   visit(path);
   std::size_t places = 0;
@@ -304,6 +315,7 @@ void SrDocument::walk(const std::function<void(const std::vector<SrNode>& path)>
     VX_SR_Get_Location(node.id, sizeof location, location);
     node.location = location;
     read_content(node);
+    judge_text(node);
     path.push_back(std::move(node));
     visit(path);
   }

@@ -72,7 +72,7 @@ class SrDocument {
   bool open(const std::string& path);
   int32_t id() const { return file_.id(); }
   const std::string& path() const { return file_.path(); }
-  // Text that is none in its character set: reported, and replaced by U+FFFD.
+  // Text that is none in its character set, reported: found when the report was opened, or on a walk.
   bool has_lost_text() const { return lost_text_; }
   // (0008,0005) as it is in the file, its values parted by backslashes.
   const std::string& charset() const { return charset_; }
@@ -84,7 +84,8 @@ class SrDocument {
  private:
   DicomFile file_;
   bool is_tree_ = false;
-  bool lost_text_ = false;
+  void judge_text(const SrNode& node) const;
+  mutable bool lost_text_ = false;
   std::string charset_;
 };
 

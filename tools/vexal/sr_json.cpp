@@ -209,9 +209,11 @@ bool is_told_in_head(const SrNode& node, uint32_t tag, VX_VR vr) {
          (tag == kSpecificCharacterSet || sr_all_fit(tag, sr_texts_of(node.id, tag)));
 }
 
-// JSON has no bytes, only characters, and none beyond ASCII for a VR that no character set counts for.
+// JSON has no bytes, only characters; those beyond ASCII where a character set counts alone.
 bool has_odd_bytes(int32_t object, uint32_t tag, VX_VR vr) {
-  return vr <= VX_VR_UI && !has_charset(vr) && !is_ascii(sr_texts_of(object, tag));
+  if (vr > VX_VR_UI) return false;
+  const std::string text = sr_texts_of(object, tag);
+  return has_charset(vr) ? !is_utf8(text) : !is_ascii(text);
 }
 
 void append_more(std::string& out, const SrNode& node, std::vector<std::string>& lost) {

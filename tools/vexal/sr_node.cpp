@@ -49,6 +49,8 @@ std::string add_more(int32_t id, const json_t* more) {
   // Values that break a rule of their VR are stored all the same, as they were in the report shown.
   const bool stored = status == VX_INVALID_VALUE_FOR_VR || status == VX_INVALID_CHARS_IN_VALUE;
   if (status != VX_NORMAL_COMPLETION && !stored) return std::string("\"more\": ") + VX_Error_Message(status);
+  // The reader may name the set of its text; here the report as a whole does.
+  if (json_object_get(more, "00080005") == nullptr) VX_Delete_Attribute(id, 0x00080005);
   const char* key = nullptr;
   json_t* attribute = nullptr;
   json_object_foreach(const_cast<json_t*>(more), key, attribute) {
