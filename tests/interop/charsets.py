@@ -10,14 +10,13 @@ import itertools
 import json
 import os
 import re
-import shutil
 import struct
 import sys
 import tempfile
 
-from checks import SAMPLES, VEXAL, element, end, fail, run
+from checks import SAMPLES, VEXAL, element, end, fail, has, run
 
-HAS_PEER = shutil.which("dicomdump") is not None
+HAS_PEER = has("dicomdump", "texts by vtk-dicom")
 counts = dict.fromkeys(("texts decoded", "by vtk-dicom", "texts encoded", "for vtk-dicom", "characters", "samples", "texts of samples"), 0)
 
 # Number, escape sequence without the ESC, Python's codec, a text.
@@ -241,6 +240,5 @@ with tempfile.TemporaryDirectory() as folder:
     pairs(folder)
     characters(folder)
     single_bytes(folder)
-    if os.path.isdir(SAMPLES):
-        samples(folder)
+    samples(folder)
 sys.exit(end({kind: number for kind, number in counts.items() if number}))

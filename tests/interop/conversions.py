@@ -7,7 +7,6 @@ peers that want another transfer syntax. Without dcmtk and without root, the par
 """
 import os
 import resource
-import shutil
 import signal
 import struct
 import subprocess
@@ -15,7 +14,7 @@ import sys
 import time
 import zlib
 
-from checks import SAMPLES, VEXAL, check, element, free_port, run, run_parts, wait_for_listener
+from checks import REAL_SAMPLES, SAMPLES, VEXAL, check, element, free_port, has, left_out, run, run_parts, wait_for_listener
 
 MEBI = 1 << 20
 EXPLICIT, DEFLATED = b"1.2.840.10008.1.2.1", b"1.2.840.10008.1.2.1.99"
@@ -156,8 +155,8 @@ def icons(folder):
 
 def refusals(folder):
     """What can not be converted is refused with the reason, and nothing is left behind."""
-    if not os.path.isdir(SAMPLES):
-        return print("  left out: no samples")
+    if not REAL_SAMPLES:
+        return left_out("conversions that are refused", "samples")
     out = os.path.join(folder, "out.dcm")
     for sample, reason in {
             "enc/tiny-defined-bot-2-to-1.dcm": b"no stream of this codec",
@@ -324,8 +323,8 @@ def stored(folder):
 
 
 def peers(folder):
-    if shutil.which("storescp") is None:
-        return print("  left out: no dcmtk")
+    if not has("storescp", "conversions on the way to a peer"):
+        return
     sources = os.path.join(folder, "in")
     os.mkdir(sources)
     plain, sent = os.path.join(folder, "plain.dcm"), {}

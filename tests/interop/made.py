@@ -322,6 +322,7 @@ CLASSES = {  # one small object of each kind of record in a directory, and what 
                      w.text(0x00700083, "TM", "1200")),
     "report": ("88.22", lambda w: report(w)),
     "comprehensive": ("88.33", lambda w: report(w)),
+    "comprehensive3d": ("88.34", lambda w: report(w)),
     "selection": ("88.59", lambda w: report(w, selection=True)),
 }
 

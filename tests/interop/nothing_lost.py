@@ -15,10 +15,10 @@ import sys
 import tempfile
 import warnings
 
-from checks import SAMPLES, VEXAL, check, end, fail, failures, free_port, need, run, wait_for_listener
+from checks import REAL_SAMPLES, SAMPLES, VEXAL, check, end, fail, failures, free_port, need, run, wait_for_listener
 import made
 
-need("dcmdump", samples=False, module="pydicom")
+need("dcmdump", module="pydicom")
 import pydicom
 from pydicom.dataelem import RawDataElement
 from pydicom.filebase import DicomBytesIO
@@ -251,7 +251,7 @@ if __name__ == "__main__":
     totals = dict(counts)
     with tempfile.TemporaryDirectory() as folder:
         files = made.make(os.path.join(folder, "made"))
-        if os.path.isdir(SAMPLES):
+        if REAL_SAMPLES:
             for path in sorted(glob.glob(os.path.join(SAMPLES, "**", "*"), recursive=True)):
                 with open(path, "rb") if os.path.isfile(path) else open(os.devnull, "rb") as file:
                     head = file.read(132)

@@ -17,7 +17,7 @@ import sys
 import tempfile
 import zlib
 
-from checks import SAMPLES, VEXAL, end, fail, need
+from checks import REAL_SAMPLES, SAMPLES, VEXAL, end, fail, has, left_out, need
 
 RENDERERS = ["dcmj2pnm", "dcml2pnm"]
 need(*RENDERERS, "gdcmconv", "dcmdjpeg", "dcmdjpls", "dcmdrle", module="pydicom")
@@ -126,7 +126,7 @@ def check_rendering(folder):
         seen += 1
         if not isinstance(found, int) or found > 2:
             fail("%s: %s" % (name, found))
-    if seen < 30:
+    if seen < (30 if REAL_SAMPLES else 10):
         fail("only %d images were compared" % seen)
     return seen
 
@@ -661,8 +661,8 @@ def check_odd_colour(folder):
 
 def check_high_throughput(folder):
     """HTJ2K by the encoder of another program."""
-    if shutil.which("ojph_compress") is None:
-        return print("left out: no ojph_compress")
+    if not has("ojph_compress", "HTJ2K"):
+        return
     path, raw, stream, out = (os.path.join(folder, "ht" + n) for n in ("", ".pgm", ".j2c", ".out"))
     for stored, rows, columns in ((8, 33, 47), (12, 64, 65), (16, 31, 30)):
         image = Image(rows, columns, stored)
@@ -718,7 +718,10 @@ def check_damage(folder):
 
 
 with tempfile.TemporaryDirectory() as work:
-    check_offsets(work)
+    if REAL_SAMPLES:
+        check_offsets(work)
+    else:
+        left_out("a table that is repaired, damaged images", "samples")
     check_extended_offsets(work)
     check_palettes(work)
     check_floats(work)
@@ -727,5 +730,6 @@ with tempfile.TemporaryDirectory() as work:
     check_odd_colour(work)
     check_high_throughput(work)
     check_tiles(work)
-    check_damage(work)
+    if REAL_SAMPLES:
+        check_damage(work)
     sys.exit(end({"decodings by peers": check_peers(work), "renderings": check_rendering(work)}))
