@@ -242,7 +242,7 @@ class Server:
             check(False, "the server does not end on SIGTERM")
 
 
-def answers(port, title, host="localhost"):
+def answers(port, title, host="127.0.0.1"):
     result = run(VEXAL, "echo", host, port, "--timeout", 5, "--quiet")
     check(result.returncode == 0, title + ": no answer to an echo: " + result.stderr.decode())
 
@@ -557,7 +557,7 @@ def greedy(folder):
             for connection in crowd:
                 connection.sendall(opening)
             time.sleep(0.2)
-            result = run(VEXAL, "echo", "localhost", server.port, "--timeout", 5, "--tls", "--tls-no-verify")
+            result = run(VEXAL, "echo", "127.0.0.1", server.port, "--timeout", 5, "--tls", "--tls-no-verify")
             check(result.returncode == 0, "TLS, %s: no answer to an echo: %s" % (title, result.stderr.decode()))
             first = crowd[0]
             first.settimeout(10)
@@ -663,7 +663,7 @@ async def next_pdu(reader):
     return head + await reader.readexactly(int.from_bytes(head[2:], "big"))
 
 
-async def attack(port, steps, ending, limit=9, host="localhost"):
+async def attack(port, steps, ending, limit=9, host="127.0.0.1"):
     """Sends the steps, waiting for an answer after each but the last; then closes, resets, or is silent until the server closes.
 
     Gives what was received, and whether the server closed in time (True unless the ending is silence)."""
@@ -1235,7 +1235,7 @@ def silent_crowd(folder):
                 crowd.append(socket.create_connection(("127.0.0.1", server.port), timeout=10))
             start = time.monotonic()
             answers(server.port, title)
-            result = run(VEXAL, "store", "localhost", server.port, "--timeout", 5, "--quiet", sources)
+            result = run(VEXAL, "store", "127.0.0.1", server.port, "--timeout", 5, "--quiet", sources)
             check(result.returncode == 0, title + ": no object gets through: " + result.stderr.decode())
             took = time.monotonic() - start
             check(took < 3, "%s: an echo and a store took %.1f s" % (title, took))
@@ -1296,7 +1296,7 @@ def kills(folder):
         out, stored, interrupted, port = os.path.join(folder, kind), set(), 0, free_port()
         for n in range(rounds):
             with Server(kind, out, port=port) as server:
-                store = subprocess.Popen([VEXAL, "store", "localhost", str(port), "--json", "--quiet", "--associations", "4", "--window",
+                store = subprocess.Popen([VEXAL, "store", "127.0.0.1", str(port), "--json", "--quiet", "--associations", "4", "--window",
                                           "4", "--retries", "0", "--timeout", "5", sources], stdout=subprocess.PIPE)
                 # As soon as some more objects lie there: a moment in the middle, however fast the machine is.
                 enough = count_objects(out) + random.randrange(1, 40)
@@ -1317,7 +1317,7 @@ def kills(folder):
             broken = [name for name, body in found.items() if body != made.get(name)]
             check(not broken, "%s killed: partial objects under final names: %s" % (kind, broken[:3]))
             if kind == "serve":
-                result = run(VEXAL, "find", "localhost", port, "--level", "image", "-k", "StudyInstanceUID=1.2.3.9", "--json")
+                result = run(VEXAL, "find", "127.0.0.1", port, "--level", "image", "-k", "StudyInstanceUID=1.2.3.9", "--json")
                 listed = {json.loads(line)["SOPInstanceUID"] for line in result.stdout.splitlines()}
                 check(stored <= listed, "serve killed: %d acknowledged objects are not in the index" % len(stored - listed))
             check(interrupted, kind + " killed: never in the middle")
@@ -1325,7 +1325,7 @@ def kills(folder):
     # The receiver comes back: what failed is tried again.
     out, port = os.path.join(folder, "again"), free_port()
     with Server("receive", out, port=port) as server:
-        store = subprocess.Popen([VEXAL, "store", "localhost", str(port), "--json", "--quiet", "--associations", "2", "--retries", "5",
+        store = subprocess.Popen([VEXAL, "store", "127.0.0.1", str(port), "--json", "--quiet", "--associations", "2", "--retries", "5",
                                   "--timeout", "5", sources], stdout=subprocess.PIPE)
         while len(stored_objects(out)[0]) < 20 and store.poll() is None:
             time.sleep(0.01)
@@ -1353,7 +1353,7 @@ def full_disk(folder):
         for kind in ("receive", "serve"):
             out = os.path.join(mount, kind)
             with Server(kind, out) as server:
-                store = (VEXAL, "store", "localhost", server.port, "--json", "--quiet", "--retries", 0)
+                store = (VEXAL, "store", "127.0.0.1", server.port, "--json", "--quiet", "--retries", 0)
                 result = run(*store, sources)
                 states = {line["instance"]: line.get("status") for line in outcomes(result.stdout)[1]}
                 check(states == {"1.2.3.7.0": 0, "1.2.3.7.1": 0xA700, "1.2.3.7.2": 0}, "%s, full disk: %s" % (kind, states))
@@ -1391,7 +1391,7 @@ def large_object(folder):
     out = os.path.join(folder, "out")
     with Server("receive", out) as server:
         start = time.monotonic()
-        result = run(VEXAL, "store", "localhost", server.port, "--quiet", source)
+        result = run(VEXAL, "store", "127.0.0.1", server.port, "--quiet", source)
         check(result.returncode == 0, "an object of 1 GiB: " + result.stderr.decode())
         check(server.peak() < 64 * MEBI, "an object of 1 GiB takes %d MiB of memory" % (server.peak() // MEBI))
         path = os.path.join(out, "1.2.3.4.1.dcm")

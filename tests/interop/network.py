@@ -139,15 +139,15 @@ def same_files(samples, folder, title):
 def verification(folder):
     port = free_port()
     with Server([VEXAL, "receive", port, "--dir", folder], port):
-        result = run("echoscu", "-aec", "VEXAL", "localhost", port)
+        result = run("echoscu", "-aec", "VEXAL", "127.0.0.1", port)
         check(result.returncode == 0, "echoscu to vexal: " + result.stderr.decode())
-        result = run(VEXAL, "echo", "localhost", port, "--count", 100)
+        result = run(VEXAL, "echo", "127.0.0.1", port, "--count", 100)
         check(result.returncode == 0, "vexal echo to vexal: " + result.stderr.decode())
     port = free_port()
     with Server(["storescp", port], port, folder):
-        result = run(VEXAL, "echo", "localhost", port)
+        result = run(VEXAL, "echo", "127.0.0.1", port)
         check(result.returncode == 0, "vexal echo to storescp: " + result.stderr.decode())
-    check(run(VEXAL, "echo", "localhost", free_port()).returncode == 3, "vexal echo to nobody")
+    check(run(VEXAL, "echo", "127.0.0.1", free_port()).returncode == 3, "vexal echo to nobody")
 
 
 PEER_SYNTAXES = {
@@ -167,7 +167,7 @@ def storage(folder):
     os.mkdir(out)
     port = free_port()
     with Server(["storescp", "+xa", "+B", "-od", out, port], port):
-        result = run(VEXAL, "store", "localhost", port, "--no-convert", "--json", *known.values())
+        result = run(VEXAL, "store", "127.0.0.1", port, "--no-convert", "--json", *known.values())
         for line in result.stdout.decode().splitlines():
             if '"stored":false' not in line:
                 continue
@@ -187,7 +187,7 @@ def storage(folder):
         for syntax, option in PEER_SYNTAXES.items():
             group = {i: p for i, p in known.items() if meta_text(p, 0x10) == syntax}
             if group:
-                run("storescu", "-R", "-nh", option, "-aec", "VEXAL", "localhost", port, *group.values())
+                run("storescu", "-R", "-nh", option, "-aec", "VEXAL", "127.0.0.1", port, *group.values())
                 sent.update(group)
     taken = arrived(out)
     sent = {i: p for i, p in sent.items() if i in taken and meta_text(taken[i], 0x10) == meta_text(p, 0x10)}
@@ -201,7 +201,7 @@ def storage(folder):
     out = os.path.join(folder, "both")
     port = free_port()
     with Server([VEXAL, "receive", port, "--dir", out, "--tree"], port):
-        result = run(VEXAL, "store", "localhost", port, "--associations", 4, "--window", 8, *known.values())
+        result = run(VEXAL, "store", "127.0.0.1", port, "--associations", 4, "--window", 8, *known.values())
         refused = result.stderr.decode()
         check(result.returncode == 1 and refused.count("0xA900") == len(contrary), "vexal store to vexal receive: " + refused[-2000:])
     check(not contrary & set(arrived(out)), "vexal store to vexal receive: what contradicts itself was stored")
@@ -236,7 +236,7 @@ def queries(folder):
     config = os.path.join(folder, "archive.cfg")
     with open(config, "w", encoding="ascii") as file:
         file.write(ARCHIVE.format(port=port, receiver=receiver, folder=base))
-    archive = ("localhost", port, "--aec", "ARCHIVE")
+    archive = ("127.0.0.1", port, "--aec", "ARCHIVE")
     with Server(["dcmqrscp", "-c", config, "+xe"], port):
         result = run(VEXAL, "store", *archive, *samples.values())
         # This archive turns down what has no study.
@@ -244,7 +244,7 @@ def queries(folder):
         ours = run(VEXAL, "find", *archive, "--level", "study", "--json")
         check(ours.returncode == 0, "vexal find: " + ours.stderr.decode())
         studies = {line for line in ours.stdout.decode().splitlines()}
-        theirs = run("findscu", "-S", "-aec", "ARCHIVE", "-k", "QueryRetrieveLevel=STUDY", "-k", "StudyInstanceUID", "localhost", port)
+        theirs = run("findscu", "-S", "-aec", "ARCHIVE", "-k", "QueryRetrieveLevel=STUDY", "-k", "StudyInstanceUID", "127.0.0.1", port)
         count = theirs.stderr.decode().count("(0020,000d)") or theirs.stdout.decode().count("(0020,000d)")
         check(len(studies) == count > 0, "vexal find: %d studies, findscu %d" % (len(studies), count))
         # All of one study, both ways.
@@ -307,7 +307,7 @@ def worklist(folder):
     port, ours = free_port(), free_port()
     with Server(["wlmscpfs", "-dfp", base, port], port), \
             Server([VEXAL, "serve", ours, "--dir", os.path.join(folder, "objects"), "--worklist", os.path.join(base, "WORKLIST")], ours):
-        result = run(VEXAL, "find", "localhost", port, "--aec", "WORKLIST", "--level", "worklist", "--json",
+        result = run(VEXAL, "find", "127.0.0.1", port, "--aec", "WORKLIST", "--level", "worklist", "--json",
                      "-k", "ScheduledProcedureStepSequence[0].Modality=CT")
         lines = result.stdout.decode().splitlines()
         check(result.returncode == 0 and len(lines) == 3 and all("STEP" in line for line in lines),
@@ -320,7 +320,7 @@ def worklist(folder):
                             (("PatientID=p1",), 0), (("StudyInstanceUID=1.2.3.4.2",), 1), (("AccessionNumber=A?",), 4),
                             ((step + "ScheduledProcedureStepStartDate=20240101-20240301", step + "Modality=CT", "PatientName=*"), 3)):
             words = [word for key in keys for word in ("-k", key)]
-            found = {title: (run("findscu", "-W", "-aec", "WORKLIST", *words, "-k", "RequestedProcedureID", "localhost", at).stderr.decode()).count("SH [R")
+            found = {title: (run("findscu", "-W", "-aec", "WORKLIST", *words, "-k", "RequestedProcedureID", "127.0.0.1", at).stderr.decode()).count("SH [R")
                      for title, at in (("wlmscpfs", port), ("vexal serve", ours))}
             check(found["vexal serve"] == count, "findscu -W %s: %s, wanted %d" % (keys, found, count))
 
@@ -339,18 +339,18 @@ def archive(folder):
     port, receiver = free_port(), free_port()
     command = [VEXAL, "serve", port, "--dir", os.path.join(folder, "objects"), "--worklist", lists,
                "--node", "RECEIVER=localhost:%d" % receiver, "--aet", "ARCHIVE"]
-    names = ("-aec", "ARCHIVE", "localhost", port)
+    names = ("-aec", "ARCHIVE", "127.0.0.1", port)
     with Server(command, port):
         result = run("storescu", "-R", "-nh", *names, *samples.values())
         check(result.returncode == 0, "storescu to vexal serve: " + result.stderr.decode()[-1500:])
     with Server(command, port):  # what was stored is there after an end
-        found = run(VEXAL, "find", "localhost", port, "--level", "image", "--json").stdout.decode().splitlines()
+        found = run(VEXAL, "find", "127.0.0.1", port, "--level", "image", "--json").stdout.decode().splitlines()
         found = {json.loads(line)["SOPInstanceUID"]: json.loads(line)["StudyInstanceUID"] for line in found}
         check(set(found) == {i for i in samples if i in found} and len(found) > 5, "vexal find at vexal serve: %d instances" % len(found))
         for key, name in (("Люк*", "Люкceмбypг"), ("*=山田*", "Yamada^Tarou=山田^太郎=やまだ^たろう"), ("?neas*", "Äneas^Rüdiger")):
-            told = run(VEXAL, "find", "localhost", port, "--json", "-k", "PatientName=" + key).stdout.decode()
+            told = run(VEXAL, "find", "127.0.0.1", port, "--json", "-k", "PatientName=" + key).stdout.decode()
             check(name in told, "vexal find of %s at vexal serve: %s" % (key, told))
-        latin = run(VEXAL, "find", "localhost", port, "-k", "SpecificCharacterSet=ISO_IR 100", "-k", "PatientName=Äne*").stdout.decode()
+        latin = run(VEXAL, "find", "127.0.0.1", port, "-k", "SpecificCharacterSet=ISO_IR 100", "-k", "PatientName=Äne*").stdout.decode()
         check("Äneas^Rüdiger" in latin, "vexal find in Latin 1: " + latin)
         study = sorted(found.values())[-1]
         wanted = {i for i in found if found[i] == study}
@@ -393,16 +393,16 @@ def commitment(folder):
     steps, objects, port = os.path.join(folder, "steps"), os.path.join(folder, "objects"), free_port()
     os.mkdir(steps)
     with Server([VEXAL, "serve", port, "--dir", objects, "--steps", steps], port):
-        check(run(VEXAL, "store", "localhost", port, *samples[:3]).returncode == 0, "vexal store before a commitment")
+        check(run(VEXAL, "store", "127.0.0.1", port, *samples[:3]).returncode == 0, "vexal store before a commitment")
         for count, exit_status in ((3, 0), (4, 1)):
-            result = run(VEXAL, "commit", "localhost", port, *samples[:count])
+            result = run(VEXAL, "commit", "127.0.0.1", port, *samples[:count])
             check(result.returncode == exit_status and b"3 of %d committed" % count in result.stdout,
                   "vexal commit of %d: %s" % (count, (result.stdout + result.stderr).decode()))
         check(b"0x0112" in result.stderr, "vexal commit: the reason for what is not there: " + result.stderr.decode())
         os.unlink(arrived(objects)[meta_text(samples[0], 3)])
-        result = run(VEXAL, "commit", "localhost", port, samples[0])
+        result = run(VEXAL, "commit", "127.0.0.1", port, samples[0])
         check(result.returncode == 1, "vexal commit of a file that was taken away")
-        mpps = (VEXAL, "mpps", "localhost", port)
+        mpps = (VEXAL, "mpps", "127.0.0.1", port)
         created = run(*mpps, "create", "-k", "PatientID=4711", "-k", "PatientName=Müller^Änne", "-k", "Modality=CT")
         uid = created.stdout.decode().strip()
         check(created.returncode == 0, "vexal mpps create: " + created.stderr.decode())
@@ -443,20 +443,20 @@ def tls(folder):
     port = free_port()
     out = os.path.join(folder, "tls")
     with Server([VEXAL, "receive", port, "--dir", out, *good], port):
-        check(run(VEXAL, "echo", "localhost", port, *good).returncode == 0, "vexal echo over TLS")
-        check(run(VEXAL, "echo", "localhost", port, *good, "--tls-profile", "bcp195-strict").returncode == 0, "strict TLS")
-        check(run(VEXAL, "store", "localhost", port, *good, sample).returncode == 0, "vexal store over TLS")
-        check(run("echoscu", "+tls", files["node.key"], files["node.pem"], "+cf", files["ca.pem"], "localhost", port).returncode == 0,
+        check(run(VEXAL, "echo", "127.0.0.1", port, *good).returncode == 0, "vexal echo over TLS")
+        check(run(VEXAL, "echo", "127.0.0.1", port, *good, "--tls-profile", "bcp195-strict").returncode == 0, "strict TLS")
+        check(run(VEXAL, "store", "127.0.0.1", port, *good, sample).returncode == 0, "vexal store over TLS")
+        check(run("echoscu", "+tls", files["node.key"], files["node.pem"], "+cf", files["ca.pem"], "127.0.0.1", port).returncode == 0,
               "echoscu over TLS to vexal")
-        check(run(VEXAL, "echo", "localhost", port, *bad).returncode == 3, "a certificate of nobody is refused by the acceptor")
-        check(run(VEXAL, "echo", "localhost", port).returncode == 3, "plain to TLS")
+        check(run(VEXAL, "echo", "127.0.0.1", port, *bad).returncode == 3, "a certificate of nobody is refused by the acceptor")
+        check(run(VEXAL, "echo", "127.0.0.1", port).returncode == 3, "plain to TLS")
     check(len(arrived(out)) == 1, "one object over TLS")
     port = free_port()
     with Server([VEXAL, "receive", port, "--dir", out, *bad], port):
-        check(run(VEXAL, "echo", "localhost", port, *good).returncode == 3, "a certificate of nobody is refused by the requester")
+        check(run(VEXAL, "echo", "127.0.0.1", port, *good).returncode == 3, "a certificate of nobody is refused by the requester")
     port = free_port()
     with Server(["storescp", "+tls", files["node.key"], files["node.pem"], "+cf", files["ca.pem"], port], port, folder):
-        result = run(VEXAL, "store", "localhost", port, *good, sample)
+        result = run(VEXAL, "store", "127.0.0.1", port, *good, sample)
         check(result.returncode == 0, "vexal store over TLS to storescp: " + result.stderr.decode())
 
 
@@ -474,7 +474,7 @@ def orthanc(folder):
                    "RemoteAccessAllowed": True, "AuthenticationEnabled": False, "DicomAlwaysAllowGet": True, "DicomAlwaysAllowMove": True,
                    "DicomAlwaysAllowFind": True, "UnknownSopClassAccepted": True, "DicomCheckModalityHost": False,
                    "DicomModalities": {"vexal": ["RECEIVER", "127.0.0.1", receiver]}}, file)
-    names = ("localhost", port, "--aec", "ORTHANC")
+    names = ("127.0.0.1", port, "--aec", "ORTHANC")
     with Server([program, config], port):
         check(run(VEXAL, "echo", *names).returncode == 0, "vexal echo to Orthanc")
         result = run(VEXAL, "store", *names, "--json", "--associations", 2, *samples.values())
@@ -526,7 +526,7 @@ def odil(folder):
     database, got, port = os.path.join(folder, "db"), os.path.join(folder, "got"), free_port()
     os.mkdir(database)
     os.mkdir(got)
-    names = ("localhost", port, "ODIL", "NODE")
+    names = ("127.0.0.1", port, "ODIL", "NODE")
     with Server([VEXAL, "serve", port, "--dir", database, "--aet", "NODE"], port):
         check(run("odil", "echo", *names).returncode == 0, "odil echo")
         # It stops at the first file that it can not read: one at a time.
@@ -540,7 +540,7 @@ def odil(folder):
         # It ends at a character set that it does not know, after having said how many there are.
         answer = run("odil", "find", *names, "study", "QueryRetrieveLevel=STUDY", "StudyInstanceUID=").stdout.decode()
         studies = re.findall(r"Study Instance UID .*\['([0-9.]+)'\]", answer)
-        ours = run(VEXAL, "find", "localhost", port, "--aec", "NODE", "--level", "image", "--json").stdout.decode()
+        ours = run(VEXAL, "find", "127.0.0.1", port, "--aec", "NODE", "--level", "image", "--json").stdout.decode()
         instances = {line["SOPInstanceUID"]: line["StudyInstanceUID"] for line in map(json.loads, ours.splitlines())}
         check(answer.startswith("%d answers" % len(set(instances.values()) - {""})), "odil find: " + answer.split("\n")[0])
         check(len(studies) > 10 and set(studies) <= set(instances.values()), "odil find: %d studies" % len(studies))
