@@ -217,7 +217,7 @@ ARCHIVE = """NetworkTCPPort = {port}
 MaxPDUSize = 16384
 MaxAssociations = 16
 HostTable BEGIN
-receiver = (RECEIVER, localhost, {receiver})
+receiver = (RECEIVER, 127.0.0.1, {receiver})
 HostTable END
 VendorTable BEGIN
 VendorTable END
@@ -338,7 +338,7 @@ def archive(folder):
         run("dump2dcm", text, os.path.join(lists, "entry%d.wl" % n))
     port, receiver = free_port(), free_port()
     command = [VEXAL, "serve", port, "--dir", os.path.join(folder, "objects"), "--worklist", lists,
-               "--node", "RECEIVER=localhost:%d" % receiver, "--aet", "ARCHIVE"]
+               "--node", "RECEIVER=127.0.0.1:%d" % receiver, "--aet", "ARCHIVE"]
     names = ("-aec", "ARCHIVE", "127.0.0.1", port)
     with Server(command, port):
         result = run("storescu", "-R", "-nh", *names, *samples.values())

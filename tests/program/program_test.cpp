@@ -809,7 +809,7 @@ TEST_F(Program, NetworkUsage) {
     const char* text;
   };
   const std::string file = path("a.dcm");
-  const std::string there = " localhost 1 --timeout 2 --quiet ";
+  const std::string there = " 127.0.0.1 1 --timeout 2 --quiet ";
   const Row rows[] = {
       {"echo localhost", 2, "give the HOST and the PORT"},
       {"echo localhost 0", 2, "a port is a number from 1 to 65535"},
