@@ -13,7 +13,7 @@ import shutil
 import sys
 
 import network
-from checks import VEXAL, check, free_port, run, run_parts
+from checks import VEXAL, check, free_port, has, run, run_parts
 from network import Server, arrived, data_set, meta_text, valid_samples
 
 EXPLICIT = "1.2.840.10008.1.2.1"
@@ -67,7 +67,7 @@ def check_capture(name, recorded, port, stored, titles, pieces=None):
         check(meta_text(extracted[instance], 0x10) == meta_text(stored[instance], 0x10), name + ": extract: syntax of " + instance)
     check(run(VEXAL, "capture", "convert", recorded, "-o", pcap).returncode == 0, name + ": convert")
     check(all(os.stat(path).st_mode & 0o077 == 0 for path in (recorded, pcap)), name + ": for nobody else to read")
-    if shutil.which("tshark") is not None:
+    if has("tshark", "captures read by it"):
         check_in_tshark(name, recorded, pcap, port, len(stored), pieces or 1)
 
 
@@ -165,8 +165,7 @@ def rotation(folder):
 
 
 def secure(folder):
-    if shutil.which("openssl") is None:
-        print("openssl is missing: TLS left out")
+    if not has("openssl", "TLS"):
         return
     keys = network.make_certificates(folder)
     words = ["--tls", "--tls-cert", keys["node.pem"], "--tls-key", keys["node.key"], "--tls-ca", keys["ca.pem"]]

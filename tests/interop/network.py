@@ -16,7 +16,7 @@ import sys
 import urllib.request
 
 import checks
-from checks import SAMPLES, VEXAL, check, free_port, need, run, run_parts, wait_for_listener
+from checks import SAMPLES, VEXAL, check, free_port, has, left_out, need, run, run_parts, wait_for_listener
 
 need("storescp")
 os.environ["TCP_NODELAY"] = "1"
@@ -433,8 +433,7 @@ def make_certificates(folder):
 
 
 def tls(folder):
-    if shutil.which("openssl") is None:
-        print("openssl is missing: TLS left out")
+    if not has("openssl", "TLS"):
         return
     files = make_certificates(folder)
     sample = next(iter(valid_samples().values()))
@@ -464,7 +463,7 @@ def orthanc(folder):
     """An archive of another house: stored to, searched, fetched from, and sending to vexal receive itself."""
     program = shutil.which("Orthanc", path="/usr/sbin:/usr/bin")
     if program is None:
-        return print("  left out: no Orthanc")
+        return left_out("an archive of another house", "orthanc")
     samples = {i: p for i, p in valid_samples().items() if meta_text(p, 0x10) in PEER_SYNTAXES and run_lookup(meta_text(p, 2))}
     database, port, web, receiver = os.path.join(folder, "db"), free_port(), free_port(), free_port()
     os.mkdir(database)
@@ -520,8 +519,8 @@ def orthanc(folder):
 
 def odil(folder):
     """Another toolkit's programs against vexal serve."""
-    if shutil.which("odil") is None:
-        return print("  left out: no odil")
+    if not has("odil", "requests of another toolkit"):
+        return
     samples = [p for p in valid_samples().values() if run_lookup(meta_text(p, 2))]
     database, got, port = os.path.join(folder, "db"), os.path.join(folder, "got"), free_port()
     os.mkdir(database)

@@ -12,7 +12,7 @@ import subprocess
 import sys
 import zlib
 
-from checks import VEXAL, check, free_port, run, run_parts, wait_for_listener
+from checks import VEXAL, check, free_port, has, left_out, run, run_parts, wait_for_listener
 
 LONG = "OB OD OF OL OV OW SQ SV UC UN UR UT UV".split()
 WIDTH = dict(AT=4, FL=4, FD=8, SL=4, SS=2, UL=4, US=2, OD=8, OF=4, OL=4, OV=8, OW=2, SV=8, UV=8)
@@ -397,8 +397,8 @@ def told_by_their_length(folder):
 
 def network(folder):
     """store turns a file into what the peer wants, and sends the right bytes."""
-    if shutil.which("storescp") is None:
-        return print("  left out: no dcmtk")
+    if not has("storescp", "what goes to a peer"):
+        return
     path, out = os.path.join(folder, "in.dcm"), os.path.join(folder, "out")
     elements = [(0x00080016, "UI", b"1.2.840.10008.5.1.4.1.1.7\0"), (0x00080018, "UI", b"1.2.3\0")] + kept_values()
     write(path, elements, "big-endian")
@@ -428,7 +428,7 @@ def others(folder):
         import pydicom
     except ImportError:
         pydicom = None
-        print("  left out: no pydicom")
+        left_out("copies read by it", "pydicom")
     for to in UIDS:
         out = converted(path, folder, to)
         if shutil.which("dcmdump") is not None:

@@ -16,7 +16,7 @@ import sys
 import threading
 import time
 
-from checks import SAMPLES as FILE, VEXAL, check, free_port, run_parts
+from checks import SAMPLES as FILE, VEXAL, check, free_port, left_out, run_parts
 
 PLUGIN = "/usr/share/orthanc/plugins/libOrthancDicomWeb.so"
 ORTHANC = shutil.which("Orthanc", path="/usr/sbin:/usr/bin")
@@ -80,6 +80,7 @@ class Orthanc:
 
 def with_orthanc(folder):
     if ORTHANC is None or not os.path.exists(PLUGIN):
+        left_out("web services of another archive", "orthanc-dicomweb")
         return print("  left out: no Orthanc with its web plugin")
     sources, database = os.path.join(folder, "in"), os.path.join(folder, "db")
     os.mkdir(sources), os.mkdir(database)
