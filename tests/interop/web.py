@@ -80,8 +80,7 @@ class Orthanc:
 
 def with_orthanc(folder):
     if ORTHANC is None or not os.path.exists(PLUGIN):
-        left_out("web services of another archive", "orthanc-dicomweb")
-        return print("  left out: no Orthanc with its web plugin")
+        return left_out("web services of another archive", "orthanc-dicomweb")
     sources, database = os.path.join(folder, "in"), os.path.join(folder, "db")
     os.mkdir(sources), os.mkdir(database)
     for n in range(8):
