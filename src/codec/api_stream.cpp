@@ -1,3 +1,4 @@
+#include <atomic>
 #include <cstring>
 
 #include "codec/stream_calls.h"
@@ -52,7 +53,7 @@ VX_STATUS VX_Get_Stream_Length(int32_t MsgID, uint32_t StartTag, uint32_t EndTag
 
 VX_STATUS VX_Keep_Stream_Form(int32_t Keep) {
   VX_REQUIRE_LIBRARY();
-  vx::state().KeepStreamForm = Keep;
+  std::atomic_ref(vx::state().KeepStreamForm).store(Keep, std::memory_order_relaxed);
   return VX_NORMAL_COMPLETION;
 }
 

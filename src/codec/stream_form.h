@@ -2,6 +2,7 @@
 // VX_Keep_Stream_Form.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string_view>
 
@@ -11,7 +12,7 @@
 namespace vx {
 
 inline bool keeps_stream_form() {
-  return state().KeepStreamForm != 0;
+  return std::atomic_ref(state().KeepStreamForm).load(std::memory_order_relaxed) != 0;
 }
 
 inline constexpr uint32_t kWideWidth = 8;
