@@ -26,6 +26,8 @@ UNCOMPRESSED = {
     "big-endian": "1.2.840.10008.1.2.2",
     "deflated": "1.2.840.10008.1.2.1.99",
 }
+# Offsets of a directory, which move with its records.
+OFFSETS = ("00041200", "00041202", "00041400", "00041420", "00041504")
 counts = {"files": 0, "elements": 0, "written": 0, "read by dcmtk": 0, "read by gdcm": 0}
 
 
@@ -142,6 +144,8 @@ def check_writing(name, path, folder):
         return
     before, _ = read_json(path)
     for target, uid in UNCOMPRESSED.items():
+        if target == "deflated" and "DirectoryRecordSequence" in source:
+            continue  # its records would have no places
         out = os.path.join(folder, "out.dcm")
         result = run(VEXAL, "convert", "--quiet", "--to", target, path, out)
         if result.returncode != 0:
@@ -179,7 +183,7 @@ def compact(elements):
     """Elements without what legally differs between syntaxes: group lengths, and VRs that implicit syntaxes lose."""
     result = []
     for element in elements:
-        if element["tag"].endswith("0000"):
+        if element["tag"].endswith("0000") or element["tag"] in OFFSETS:
             continue
         private = int(element["tag"][:4], 16) % 2 == 1
         copy = {"tag": element["tag"]}
