@@ -5,6 +5,7 @@ each kind.
 
 usage: made.py FOLDER    writes them there
 """
+import itertools
 import json
 import os
 import shutil
@@ -30,6 +31,7 @@ class Writer:
     def __init__(self, syntax=EXPLICIT):
         self.syntax, self.explicit = syntax, syntax != IMPLICIT
         self.order = ">" if syntax == BIG else "<"
+        self.instance = ROOT + ".5"
 
     def tag(self, tag):
         return struct.pack(self.order + "HH", tag >> 16, tag & 0xFFFF)
@@ -65,7 +67,7 @@ class Writer:
     def file(self, data_set, sop_class=SECONDARY_CAPTURE, instance=None, syntax=None):
         plain = Writer(EXPLICIT)
         meta = (plain.element(0x00020001, "OB", b"\0\1") + plain.text(0x00020002, "UI", sop_class) +
-                plain.text(0x00020003, "UI", instance or uid(data_set)) + plain.text(0x00020010, "UI", syntax or self.syntax) +
+                plain.text(0x00020003, "UI", instance or self.instance) + plain.text(0x00020010, "UI", syntax or self.syntax) +
                 plain.text(0x00020012, "UI", ROOT + ".1"))
         if self.syntax == DEFLATED:
             deflate = zlib.compressobj(6, zlib.DEFLATED, -15)
@@ -74,14 +76,14 @@ class Writer:
         return b"\0" * 128 + b"DICM" + plain.numbers(0x00020000, "UL", len(meta)) + meta + data_set
 
 
-def uid(data):
-    return "%s.%d" % (ROOT, zlib.crc32(data))
+numbers_of_objects = itertools.count(10000)
 
 
-def head(w, sop_class=SECONDARY_CAPTURE, name=b"Made^File", charset=None, number=1, modality="OT", patient="ID1"):
-    """What an object begins with, up to group 0010."""
+def head(w, sop_class=SECONDARY_CAPTURE, name=b"Made^File", charset=None, number=None, modality="OT", patient="ID1"):
+    """What an object begins with, up to group 0010. Each has an instance UID of its own, which its file will tell."""
+    w.instance = "%s.9.%d" % (ROOT, number or next(numbers_of_objects))
     return ((w.text(0x00080005, "CS", charset) if charset else b"") + w.text(0x00080016, "UI", sop_class) +
-            w.text(0x00080018, "UI", "%s.9.%d" % (ROOT, number)) + w.text(0x00080020, "DA", "20260102") +
+            w.text(0x00080018, "UI", w.instance) + w.text(0x00080020, "DA", "20260102") +
             w.text(0x00080030, "TM", "120000") + w.text(0x00080060, "CS", modality) +
             w.text(0x00100010, "PN", name) + w.text(0x00100020, "LO", patient) + w.text(0x00100040, "CS", "O"))
 
@@ -191,10 +193,15 @@ TEXTS = [  # name, Specific Character Set, patient's name, and the same in Unico
 
 
 def texts():
-    """Each character set, and text as it should not be: NUL inside, blanks and NULs around, bytes of no set."""
+    """A name in each character set."""
     w = Writer(EXPLICIT)
     for name, charset, value, _ in TEXTS:
         yield "made/charset-%s.dcm" % name, w.file(head(w, name=value, charset=charset) + tail(w)), True
+
+
+def odd_texts():
+    """Text as it should not be: NUL inside, blanks and NULs around, bytes of no set."""
+    w = Writer(EXPLICIT)
     odd = {"nul": b"AB\0\\CD", "nuls": b"AB\0\0", "blanks": b"  AB\\ CD  ", "empty": b"\\\\\\ ", "latin": b"M\xfcller", "escape": b"A\x1b[31mB ",
            "nul-only": b"\0\0", "tab": b"A\tB\r\n"}
     for name, value in odd.items():
@@ -456,7 +463,7 @@ def directories():
 
 
 SAMPLES = (structures, texts, images, objects, directories)
-ALL = (values, public_values, private_blocks, flaws, *SAMPLES)
+ALL = (values, public_values, private_blocks, odd_texts, flaws, *SAMPLES)
 
 
 def make(folder, groups=ALL):

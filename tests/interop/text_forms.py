@@ -15,7 +15,7 @@ import tempfile
 import warnings
 import xml.etree.ElementTree
 
-from checks import SAMPLES, VEXAL, check, element, end, fail, need, run
+from checks import REAL_SAMPLES, SAMPLES, VEXAL, check, element, end, fail, left_out, need, run
 
 need("dcm2json", module="pydicom")
 import pydicom
@@ -252,7 +252,7 @@ def identity(work):
             if not rows:
                 tags = [t for t in before if after is None or after.get(t) != before[t]]
                 fail(f"{name}: not the same by {' '.join(form)}: {tags[:5]}")
-    for row in JUSTIFIED.keys() - needed:
+    for row in JUSTIFIED.keys() - needed if REAL_SAMPLES else ():
         fail(f"{row}: comes back as it was and needs no excuse")
 
 
@@ -346,6 +346,6 @@ counts["texts"] = counts["round trips"] = counts["losses"] = 0
 with tempfile.TemporaryDirectory() as work:
     charsets(work)
     identity(work)
-    byte_orders(work)
+    byte_orders(work) if REAL_SAMPLES else left_out("byte orders", "samples")
     losses(work)
 sys.exit(end(counts))
