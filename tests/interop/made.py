@@ -269,7 +269,7 @@ def images():
             w = Writer(syntax)
             vr = "OW" if allocated > 8 or syntax == IMPLICIT else "OB"
             bytes_ = value if syntax != BIG or vr == "OB" else swap(value, max(2, allocated // 8) if allocated == 16 else 2)
-            data = head(w, number=100 + number) + tail(w) + description(w, *described) + w.element(0x7FE00010, vr, bytes_)
+            data = head(w) + tail(w) + description(w, *described) + w.element(0x7FE00010, vr, bytes_)
             yield "pix/%s-%s.dcm" % (name, short), w.file(data), True
         if allocated == 1:
             continue
@@ -278,7 +278,7 @@ def images():
         offsets = [sum(len(c) + 8 for c in coded[:i]) for i in range(frames)]
         icon = w.sequence(0x00880200, [description(w, 2, 2, 8) + w.element(0x7FE00010, "OW", b"\1\2\3\4")])
         for table, form in ((offsets, "table"), ((), "no-table")):
-            data = head(w, number=200 + number) + tail(w) + description(w, *described) + icon + w.fragments(coded, table)
+            data = head(w) + tail(w) + description(w, *described) + icon + w.fragments(coded, table)
             yield "enc/%s-rle-%s.dcm" % (name, form), w.file(data), True
     w = Writer("1.2.840.10008.1.2.4.999")
     data = head(w, number=300) + tail(w) + description(w, 4, 4, 8)

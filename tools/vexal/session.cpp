@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <span>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -31,12 +32,20 @@ bool verbose = false;
 constexpr std::string_view kNoNews[] = {"Error. Planar Configuration is not 0",
                                         "There are 1 bytes more than"};
 
+// What it calls errors but goes on after: the outcome does not depend on them, and what does is said besides.
+constexpr std::string_view kRemarks[] = {"Error setting File meta storage",
+                                         "Specific Character Set doesn't contain code extension"};
+
+bool is_one_of(std::span<const std::string_view> beginnings, std::string_view message) {
+  return std::any_of(beginnings.begin(), beginnings.end(),
+                     [&](auto text) { return message.starts_with(text); });
+}
+
 void print_log(int type, std::string_view message) {
   constexpr int kInfo = 3;  // beyond are traces
   if (quiet || type > kInfo || (type != 1 ? warnings_muted : errors_muted)) return;
-  if (std::any_of(std::begin(kNoNews), std::end(kNoNews),
-                  [&](auto text) { return message.starts_with(text); }))
-    return;
+  if (is_one_of(kNoNews, message)) return;
+  if (type == 1 && is_one_of(kRemarks, message)) type = 2;
   const char* level = type == 1 ? "error" : type == 2 ? "warning" : "info";
   const std::string source = current_file != nullptr ? shown(*current_file) : "vexal";
   std::fprintf(stderr, "%s: %s: %s\n", source.c_str(), level, shown(message).c_str());
