@@ -177,7 +177,7 @@ def private_blocks():
 
 TEXTS = [  # name, Specific Character Set, patient's name, and the same in Unicode
     ("ascii", None, b"Doe^Jane", "Doe^Jane"),
-    ("latin1", "ISO_IR 100", "Müller^Ägidius".encode("latin-1"), "Müller^Ägidius"),
+    ("latin1", "ISO_IR 100", "Äneas^Rüdiger".encode("latin-1"), "Äneas^Rüdiger"),
     ("latin2", "ISO_IR 101", "Wałęsa^Łódź".encode("iso8859-2"), "Wałęsa^Łódź"),
     ("latin5", "ISO_IR 148", "Çavuşoğlu^İ".encode("iso8859-9"), "Çavuşoğlu^İ"),
     ("cyrillic", "ISO_IR 144", "Люкceмбypг".encode("iso8859-5"), "Люкceмбypг"),
@@ -187,7 +187,8 @@ TEXTS = [  # name, Specific Character Set, patient's name, and the same in Unico
     ("thai", "ISO_IR 166", "นามสกุล^ชื่อ".encode("iso8859-11"), "นามสกุล^ชื่อ"),
     ("utf-8", "ISO_IR 192", "Wang^XiaoDong=王^小东=".encode(), "Wang^XiaoDong=王^小东="),
     ("gb18030", "GB18030", "Wang^XiaoDong=王^小东=".encode("gb18030"), "Wang^XiaoDong=王^小东="),
-    ("japanese", "\\ISO 2022 IR 87", b"Yamada^Tarou=\x1b$B;3ED\x1b(B^\x1b$BB@O:\x1b(B=", "Yamada^Tarou=山田^太郎="),
+    ("japanese", "\\ISO 2022 IR 87", b"Yamada^Tarou=\x1b$B;3ED\x1b(B^\x1b$BB@O:\x1b(B=\x1b$B$d$^$@\x1b(B^\x1b$B$?$m$&\x1b(B",
+     "Yamada^Tarou=山田^太郎=やまだ^たろう"),
     ("korean", "\\ISO 2022 IR 149", b"Hong^Gildong=\x1b$)C\xfb\xf3^\x1b$)C\xd1\xce\xd4\xd7=", "Hong^Gildong=洪^吉洞="),
 ]
 
@@ -385,7 +386,7 @@ FIRST_NAMES = {"CR1": 6154, "CR2": 6247}  # of the first image of a series; othe
 
 def file_set():
     """Rows of a directory in order of the tree: depth, type, keys as (tag, VR, text), and of an image its path and bytes."""
-    w, studies, number = Writer(EXPLICIT), 0, 1000
+    w, studies, number = Writer(EXPLICIT), 100, 1000
     for patient, of_patient in FILE_SET:
         name = b"Made^" + patient.encode()
         yield 0, "PATIENT", [(0x00100010, "PN", name), (0x00100020, "LO", patient)], None, None
