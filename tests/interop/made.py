@@ -245,7 +245,7 @@ def description(w, rows, columns, allocated, stored=None, samples=1, frames=1, s
 IMAGES = [  # name, rows, columns, allocated, stored, samples, frames, signed
     ("grey8-odd", 7, 5, 8, 8, 1, 1, 0), ("grey8-odd-frames", 5, 3, 8, 8, 1, 3, 0), ("grey16", 6, 10, 16, 12, 1, 2, 0),
     ("grey16-signed", 5, 7, 16, 16, 1, 1, 1), ("rgb-odd", 5, 3, 8, 8, 3, 1, 0), ("rgb-frames", 4, 6, 8, 8, 3, 2, 0),
-    ("one-row", 1, 1, 8, 8, 1, 1, 0), ("grey32", 3, 5, 32, 32, 1, 1, 0), ("bits", 5, 3, 1, 1, 1, 3, 0),
+    ("one-row", 1, 3, 8, 8, 1, 1, 0), ("grey32", 3, 5, 32, 32, 1, 1, 0), ("bits", 5, 3, 1, 1, 1, 3, 0),
 ]
 
 
@@ -314,7 +314,7 @@ def flaws():
 
 CLASSES = {  # one small object of each kind of record in a directory, and what makes it that kind
     "ct": ("2", lambda w: description(w, 2, 2, 16, 12) + w.element(0x7FE00010, "OW", b"\1\0" * 4)),
-    "mr": ("4", lambda w: description(w, 2, 2, 16, 12) + w.element(0x7FE00010, "OW", b"\2\0" * 4)),
+    "mr": ("4", lambda w: description(w, 2, 2, 16, 12) + w.element(0x7FE00010, "OW", b"\2\0\3\0\4\0\5\0")),
     "us": ("6.1", lambda w: description(w, 3, 3, 8) + w.element(0x7FE00010, "OB", b"123456789\0")),
     "ecg": ("9.1.1", lambda w: w.sequence(0x54000100, [w.element(0x54001010, "OW", content("OW", 4000))])),
     "spectroscopy": ("4.2", lambda w: w.element(0x56000020, "OF", content("OF", 4000))),
