@@ -933,7 +933,7 @@ class Liar(threading.Thread):
 
     def __init__(self, reply):
         super().__init__(daemon=True)
-        self.reply, self.requests, self.aborted, self.data = reply, [], [], b""
+        self.reply, self.requests, self.aborted, self.data, self.talks = reply, [], [], b"", []
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.port = self.listener.getsockname()[1]
         self.start()
@@ -943,6 +943,8 @@ class Liar(threading.Thread):
 
     def __exit__(self, *_):
         self.listener.close()
+        for talk in list(self.talks):  # what was sent last has been read
+            talk.join(5)
 
     def run(self):
         while True:
@@ -950,7 +952,8 @@ class Liar(threading.Thread):
                 connection = self.listener.accept()[0]
             except OSError:
                 return
-            threading.Thread(target=self.talk, args=(connection,), daemon=True).start()
+            self.talks.append(threading.Thread(target=self.talk, args=(connection,), daemon=True))
+            self.talks[-1].start()
 
     def talk(self, connection):
         connection.settimeout(30)
