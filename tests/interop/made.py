@@ -154,8 +154,6 @@ def structures():
     item = inner.element(0xFFFEE000, "", inner.text(0x00080104, "LO", "in UN"), UNDEFINED) + inner.element(0xFFFEE00D, "")
     unknown = w.element(0x00191003, "UN", item + inner.element(0xFFFEE0DD, ""), UNDEFINED)
     yield "made/structure-un-undefined.dcm", w.file(head(w) + w.text(0x00190010, "LO", "MADE") + unknown + tail(w)), True
-    known = w.element(0x00280010, "UN", b"\x05\0") + w.element(0x00321060, "UN", b"a procedure")
-    yield "made/structure-un-known.dcm", w.file(head(w) + tail(w) + known), False
     yield "made/structure-group-lengths.dcm", w.file(w.numbers(0x00080000, "UL", 84) + head(w) + tail(w)), True
 
 
@@ -185,7 +183,7 @@ TEXTS = [  # name, Specific Character Set, patient's name, and the same in Unico
     ("greek", "ISO_IR 126", "Διονυσιος".encode("iso8859-7"), "Διονυσιος"),
     ("hebrew", "ISO_IR 138", "שרון^דבורה".encode("iso8859-8"), "שרון^דבורה"),
     ("thai", "ISO_IR 166", "นามสกุล^ชื่อ".encode("iso8859-11"), "นามสกุล^ชื่อ"),
-    ("utf-8", "ISO_IR 192", "Wang^XiaoDong=王^小东=".encode(), "Wang^XiaoDong=王^小东="),
+    ("utf-8", "ISO_IR 192", "Wang^XiaoDong=王^小东".encode(), "Wang^XiaoDong=王^小东"),
     ("gb18030", "GB18030", "Wang^XiaoDong=王^小东=".encode("gb18030"), "Wang^XiaoDong=王^小东="),
     ("japanese", "\\ISO 2022 IR 87", b"Yamada^Tarou=\x1b$B;3ED\x1b(B^\x1b$BB@O:\x1b(B=\x1b$B$d$^$@\x1b(B^\x1b$B$?$m$&\x1b(B",
      "Yamada^Tarou=山田^太郎=やまだ^たろう"),
@@ -296,6 +294,8 @@ def flaws():
     w = Writer(EXPLICIT)
     data = head(w) + tail(w)
     good = w.file(data)
+    known = w.element(0x00280010, "UN", b"\x05\0") + w.element(0x00321060, "UN", b"a procedure")
+    yield "odd/un-known.dcm", w.file(data + known), False
     yield "odd/no-preamble.dcm", data, False
     yield "odd/wrong-meta-length.dcm", good[:140] + struct.pack("<I", 4) + good[144:], False
     yield "odd/padding.dcm", w.file(data + w.element(0xFFFCFFFC, "OB", b"\0" * 64)), True
