@@ -195,13 +195,12 @@ bool is_told(const SrNode& node, uint32_t tag, int32_t count, bool bare) {
 
 // --- More ---
 
+// Null where it can not be told.
 json_t* to_json(int32_t object, int32_t options) {
   std::string text;
   TextSink sink{&text};
-  if (VX_Message_To_Json(object, &sink, options, TextSink::take) != VX_NORMAL_COMPLETION)
-    return json_object();
-  json_t* found = json_loadb(text.data(), text.size(), 0, nullptr);
-  return found != nullptr ? found : json_object();
+  if (VX_Message_To_Json(object, &sink, options, TextSink::take) != VX_NORMAL_COMPLETION) return nullptr;
+  return json_loadb(text.data(), text.size(), 0, nullptr);
 }
 
 bool is_told_in_head(const SrNode& node, uint32_t tag, VX_VR vr) {
@@ -248,14 +247,18 @@ void append_more(std::string& out, const SrNode& node, std::vector<std::string>&
     json_t* texts = to_json(node.id, kAll | VX_JSON_EXCLUDE_SEQUENCES);
     for (const uint32_t tag : tags) {
       std::snprintf(key, sizeof key, "%08X", static_cast<unsigned>(tag));
-      json_object_set(more, key, json_object_get(texts, key));
+      if (json_object_set(more, key, json_object_get(texts, key)) != 0)
+        lost.push_back(node.location + " " + describe_tag(tag) + ": can not be told in JSON");
     }
     json_decref(texts);
   }
   for (const uint32_t tag : sequences) {
     std::snprintf(key, sizeof key, "%08X", static_cast<unsigned>(tag));
     json_t* items = json_array();
-    for (const int32_t item : sequence_items(node.id, tag)) json_array_append_new(items, to_json(item, kAll));
+    for (const int32_t item : sequence_items(node.id, tag)) {
+      if (json_array_append_new(items, to_json(item, kAll)) != 0)
+        lost.push_back(node.location + " " + describe_tag(tag) + ": an item can not be told in JSON");
+    }
     json_object_set_new(more, key, json_pack("{s:s, s:o}", "vr", "SQ", "Value", items));
   }
   char* text = json_dumps(more, JSON_SORT_KEYS);
