@@ -3,94 +3,20 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 #include <utility>
 
+#include "frame/direct_heap.h"
 #include "frame/lock.h"
 #include "frame/log.h"
 #include "frame/named_locks.h"
+#include "frame/pool_records.h"
 #include "frame/regions.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#define VX_POISON 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VX_POISON 1
-#endif
-#endif
-#ifdef VX_POISON
-#include <sanitizer/asan_interface.h>
-#endif
-
 namespace vx {
-namespace {
 
-// Under AddressSanitizer a free slot is out of bounds, and so is what lies behind a buffer's size.
-inline void forbid([[maybe_unused]] void* bytes, [[maybe_unused]] std::size_t size) {
-#ifdef VX_POISON
-  ASAN_POISON_MEMORY_REGION(bytes, size);
-#endif
-}
-inline void allow([[maybe_unused]] void* bytes, [[maybe_unused]] std::size_t size) {
-#ifdef VX_POISON
-  ASAN_UNPOISON_MEMORY_REGION(bytes, size);
-#endif
-}
-
-enum : uint8_t { kFree = 0x11, kCached = 0x22, kDoomed = 0x33, kInUse = 0x5A };
-
-constexpr uint8_t kDirect = 0xFF;  // the pool of slots that stand alone on the heap
-
-// Before each object. Clean-up and report read the states of slots that other threads own, hence the atomic.
-struct alignas(16) Slot {
-  uint8_t pool;
-  std::atomic<uint8_t> state;
-  union {
-    Slot* next;        // while free
-    std::size_t size;  // while in use: what was asked for
-  };
-
-  void* object() { return this + 1; }
-};
-static_assert(sizeof(Slot) == 16 && std::is_trivially_destructible_v<Slot>);
-
-Slot* slot_of(void* object) {
-  return static_cast<Slot*>(object) - 1;
-}
-
-struct alignas(16) CPlex {
-  CPlex* next;
-};
-
-// A heap buffer of its own: this, a Slot, the bytes.
-struct alignas(16) DirectBuffer {
-  DirectBuffer* previous;
-  DirectBuffer* next;
-
-  Slot* slot() { return reinterpret_cast<Slot*>(this + 1); }
-};
-
-struct alignas(64) PoolRecord {
-  Lock lock;
-  Slot* free_list;
-  CPlex* blocks;
-  std::size_t object_size;  // rounded up to 16; 0 until the first allocation
-  std::size_t free_count;   // slots on free_list
-
-  std::size_t stride() const { return sizeof(Slot) + object_size; }
-};
-
-struct PoolRow {
-  const char* name;
-  uint32_t block_count;
-  uint32_t limit;  // buffers: the largest request
-};
-
-constexpr PoolRow kPools[] = {
+constexpr PoolRow kPools[kPoolCount] = {
     {"b4", 128, 4},        {"b8", 512, 8},          {"b12", 512, 12},         {"b16", 512, 16},
     {"b20", 512, 20},      {"b24", 512, 24},        {"b32", 128, 32},         {"b40", 128, 40},
     {"b64", 64, 64},       {"b256", 32, 256},       {"b512", 32, 512},        {"b2K", 2, 2048},
@@ -104,7 +30,10 @@ constexpr PoolRow kPools[] = {
     {"ServListObj", 1, 0}, {"SyntaxListObj", 1, 0}, {"ContextObj", 2, 0},     {"UidObj", 8, 0},
     {"EntityObj", 24, 0},  {"TCPObj", 2, 0},        {"SentRcvMsgObj", 5, 0},  {"ValTagObj", 128, 0},
 };
-static_assert(std::size(kPools) == kPoolCount);
+
+constinit PoolRecord g_pools[kPoolCount] = {};
+
+namespace {
 
 constexpr std::size_t kLargestPooled = 28672;
 constexpr auto kPixel = static_cast<std::size_t>(Pool::bPixel);
@@ -125,11 +54,6 @@ constexpr std::size_t kThreadSlots = 1024;  // the most that a thread keeps of o
 constexpr std::size_t kThreadBytes = 256U * 1024U;  // or their bytes
 constexpr std::size_t kLargestCached = 4096;        // bigger objects would lie idle
 
-constinit PoolRecord g_pools[kPoolCount] = {};
-constinit Lock g_direct_lock;  // mallocSemaphore
-DirectBuffer* g_direct_head = nullptr;
-std::size_t g_direct_count = 0;
-std::size_t g_direct_bytes = 0;
 std::atomic<std::size_t> g_pixel_size{0};
 
 // Raised whenever all blocks go, so that threads forget the slots they had at hand.
@@ -141,16 +65,6 @@ std::atomic<uint32_t> g_mode{0};
 std::atomic<uint64_t> g_fail_countdown{0};
 
 std::atomic<bool> g_block_failure_logged{false};
-std::atomic<bool> g_direct_failure_logged{false};
-
-constinit Lock g_cleanup_lock;
-bool g_cleanup_running = false;
-std::size_t g_cleanup_position = kPoolCount - 1;  // the pool where the last one stopped
-
-void* heap_failed(void* block) {
-  if (block == nullptr) std::fputs("\n\nOut of Memory!\n", stdout);
-  return block;
-}
 
 // ---- The slots that a thread has at hand ----
 
@@ -308,80 +222,6 @@ bool injected_failure() {
   return true;
 }
 
-// ---- Direct buffers ----
-
-void link_direct(DirectBuffer* buffer, std::size_t size) {
-  const Guard guard(g_direct_lock);
-  buffer->previous = nullptr;
-  buffer->next = g_direct_head;
-  if (g_direct_head != nullptr) g_direct_head->previous = buffer;
-  g_direct_head = buffer;
-  ++g_direct_count;
-  g_direct_bytes += size + sizeof(DirectBuffer) + sizeof(Slot);
-}
-
-void unlink_direct(DirectBuffer* buffer, std::size_t size) {
-  const Guard guard(g_direct_lock);
-  (buffer->previous != nullptr ? buffer->previous->next : g_direct_head) = buffer->next;
-  if (buffer->next != nullptr) buffer->next->previous = buffer->previous;
-  --g_direct_count;
-  g_direct_bytes -= size + sizeof(DirectBuffer) + sizeof(Slot);
-}
-
-DirectBuffer* direct_of(Slot* slot) {
-  return reinterpret_cast<DirectBuffer*>(slot) - 1;
-}
-
-bool direct_bytes(std::size_t size, std::size_t& bytes) {
-  return !__builtin_add_overflow(size, sizeof(DirectBuffer) + sizeof(Slot), &bytes);
-}
-
-void* new_direct(std::size_t size, bool zeroed) {
-  std::size_t bytes = 0;
-  void* memory = nullptr;
-  if (direct_bytes(size, bytes)) memory = heap_failed(zeroed ? std::calloc(1, bytes) : std::malloc(bytes));
-  if (memory == nullptr) {
-    if (!g_direct_failure_logged.exchange(true)) {
-      VX_LOG_ERR(nullptr, "OUT OF MEMORY when allocating %lu chunk!", static_cast<unsigned long>(size));
-    }
-    return nullptr;
-  }
-  advise_huge(memory, bytes);
-  auto* buffer = static_cast<DirectBuffer*>(memory);
-  Slot* slot = buffer->slot();
-  slot->pool = kDirect;
-  slot->state.store(kInUse, std::memory_order_relaxed);
-  slot->size = size;
-  link_direct(buffer, size);
-  return slot->object();
-}
-
-void free_direct(Slot* slot) {
-  DirectBuffer* buffer = direct_of(slot);
-  unlink_direct(buffer, slot->size);
-  std::free(buffer);
-}
-
-// Grows or shrinks in place where the heap can.
-void* resize_direct(Slot* slot, std::size_t size) {
-  std::size_t bytes = 0;
-  if (!direct_bytes(size, bytes)) return nullptr;
-  DirectBuffer* buffer = direct_of(slot);
-  const std::size_t old_size = slot->size;
-  unlink_direct(buffer, old_size);
-  void* memory = std::realloc(buffer, bytes);
-  if (memory == nullptr) {
-    heap_failed(nullptr);
-    link_direct(buffer, old_size);
-    return nullptr;
-  }
-  advise_huge(memory, bytes);
-  buffer = static_cast<DirectBuffer*>(memory);
-  buffer->slot()->size = size;
-  link_direct(buffer, size);
-  return buffer->slot()->object();
-}
-
 // ---- The common road ----
 
 constexpr std::size_t kNoPool = kPoolCount;
@@ -488,6 +328,8 @@ void log_invalid_free(const char* name) {
   VX_LOG_ERR(nullptr, "Invalid %s free", name);
 }
 
+}  // namespace
+
 void free_blocks(std::size_t index, CPlex* block, std::size_t bytes) {
   while (block != nullptr) {
     CPlex* next = block->next;
@@ -496,114 +338,6 @@ void free_blocks(std::size_t index, CPlex* block, std::size_t bytes) {
     block = next;
   }
 }
-
-std::size_t block_bytes(std::size_t index) {
-  return sizeof(CPlex) + g_pools[index].stride() * kPools[index].block_count;
-}
-
-template <typename Visit>
-void for_each_slot(std::size_t index, CPlex* block, Visit visit) {
-  auto* at = reinterpret_cast<std::byte*>(block + 1);
-  const std::size_t stride = g_pools[index].stride();
-  for (uint32_t i = 0; i < kPools[index].block_count; ++i, at += stride) visit(*reinterpret_cast<Slot*>(at));
-}
-
-// ---- Clean-up ----
-
-using Clock = std::chrono::steady_clock;
-
-struct CleanUp {
-  bool limited;
-  Clock::time_point deadline;
-  uint64_t freed = 0;
-
-  bool late() const { return limited && Clock::now() > deadline; }
-};
-
-bool all_free(std::size_t index, CPlex* block) {
-  bool free = true;
-  for_each_slot(index, block, [&free](const Slot& slot) {
-    free = free && slot.state.load(std::memory_order_relaxed) == kFree;
-  });
-  return free;
-}
-
-void drop_doomed_slots(PoolRecord& pool) {
-  for (Slot** link = &pool.free_list; *link != nullptr;) {
-    Slot* slot = *link;
-    if (slot->state.load(std::memory_order_relaxed) == kDoomed) {
-      *link = slot->next;
-      --pool.free_count;
-    } else {
-      link = &slot->next;
-    }
-  }
-}
-
-// VX_TIMEOUT if the time ran out.
-VX_STATUS clean_pool(std::size_t index, CleanUp& work) {
-  PoolRecord& pool = g_pools[index];
-  VX_STATUS status = kOk;
-  CPlex* doomed = nullptr;
-  std::size_t bytes = 0;
-  int handled = 0;
-  int found = 0;
-  {
-    const Guard guard(pool.lock);
-    bytes = block_bytes(index);
-    for (CPlex** link = &pool.blocks; *link != nullptr;) {
-      if (++handled % 100 == 0 && work.late()) {
-        status = VX_TIMEOUT;
-        break;
-      }
-      CPlex* block = *link;
-      if (!all_free(index, block)) {
-        link = &block->next;
-        continue;
-      }
-      for_each_slot(index, block, [](Slot& slot) { slot.state.store(kDoomed, std::memory_order_relaxed); });
-      *link = block->next;
-      block->next = doomed;
-      doomed = block;
-      ++found;
-    }
-    if (found != 0) drop_doomed_slots(pool);
-  }
-  free_blocks(index, doomed, bytes);
-  const uint64_t freed = uint64_t{bytes} * static_cast<uint64_t>(found);
-  work.freed += freed;
-  VX_LOG_INF(nullptr, "CleanupEmptyBlocks: %d CPlex handled", handled);
-  VX_LOG_INF(nullptr, "                    %d free CPlex found", found);
-  VX_LOG_INF(nullptr, "                    %d bytes freed", static_cast<int>(freed));
-  return status;
-}
-
-struct PoolCount {
-  uint64_t block_bytes = 0;
-  uint64_t stride = 0;
-  uint64_t blocks = 0;
-  uint64_t with_free = 0;  // blocks that have a free slot
-  uint64_t free = 0;       // free slots
-};
-
-PoolCount count_pool(std::size_t index) {
-  PoolCount count;
-  const Guard guard(g_pools[index].lock);
-  count.block_bytes = block_bytes(index);
-  count.stride = g_pools[index].stride();
-  for (CPlex* block = g_pools[index].blocks; block != nullptr; block = block->next) {
-    uint64_t free = 0;
-    for_each_slot(index, block, [&free](const Slot& slot) {
-      free += slot.state.load(std::memory_order_relaxed) == kInUse ? 0 : 1;
-    });
-    ++count.blocks;
-    count.with_free += free != 0 ? 1 : 0;
-    count.free += free;
-  }
-  return count;
-}
-
-}  // namespace
 
 void* pool_new(Pool pool, std::size_t size) {
   return take(static_cast<std::size_t>(pool), size, size, true);
@@ -679,6 +413,10 @@ char* duplicate_text(const char* text) {
   return copy;
 }
 
+void flush_own_slots() {
+  if (ThreadCache* cache = thread_cache(); cache != nullptr) flush_thread_cache(*cache);
+}
+
 void set_pixel_buffer_size(std::size_t size) {
   PoolRecord& pool = g_pools[kPixel];
   CPlex* old = nullptr;
@@ -710,57 +448,6 @@ void set_direct_allocation(bool on) {
   }
 }
 
-VX_STATUS cleanup_memory(int32_t max_seconds) {
-  if (max_seconds < 0) return VX_VALUE_OUT_OF_RANGE;
-  {
-    const Guard guard(g_cleanup_lock);
-    if (g_cleanup_running) return kOk;
-    g_cleanup_running = true;
-  }
-  if (ThreadCache* cache = thread_cache(); cache != nullptr) flush_thread_cache(*cache);
-  CleanUp work{max_seconds != 0, Clock::now() + std::chrono::seconds(max_seconds)};
-  std::size_t index = g_cleanup_position >= kPoolCount - 1 ? 0 : g_cleanup_position + 1;
-  for (; index < kPoolCount; ++index) {
-    g_cleanup_position = index;
-    if (clean_pool(index, work) == VX_TIMEOUT || work.late()) break;
-  }
-  VX_LOG_INF(nullptr, "Total bytes freed: %lu", static_cast<unsigned long>(work.freed));
-  const Guard guard(g_cleanup_lock);
-  g_cleanup_running = false;
-  return kOk;
-}
-
-void report_memory(uint64_t& total, uint64_t& free_bytes) {
-  total = 0;
-  free_bytes = 0;
-  uint64_t idle = 0;
-  const bool trace = log_enabled(VX_LOG_T1);
-  for (std::size_t index = 0; index < kPoolCount; ++index) {
-    const PoolCount count = count_pool(index);
-    const uint64_t stride = count.blocks != 0 ? count.stride : 0;
-    total += count.blocks * count.block_bytes;
-    free_bytes += count.with_free * count.block_bytes;
-    idle += count.free * stride;
-    if (!trace) continue;
-    log_line(VX_LOG_T1, nullptr, "%.5d : %6d : (%5luK) : %s", static_cast<int>(count.free),
-             static_cast<int>(stride), static_cast<unsigned long>(count.free * stride / 1024),
-             kPools[index].name);
-  }
-  std::size_t direct = 0;
-  std::size_t buffers = 0;
-  {
-    const Guard guard(g_direct_lock);
-    direct = g_direct_bytes;
-    buffers = g_direct_count;
-  }
-  total += direct;
-  free_bytes += direct;
-  if (!trace) return;
-  log_line(VX_LOG_T1, nullptr, "%6d bytes in %d direct buffers", static_cast<int>(direct),
-           static_cast<int>(buffers));
-  log_line(VX_LOG_T1, nullptr, "True bytes in use: %luK", static_cast<unsigned long>((total - idle) / 1024));
-}
-
 void drop_all_memory() {
   g_epoch.fetch_add(1, std::memory_order_release);
   for (std::size_t index = 0; index < kPoolCount; ++index) {
@@ -771,19 +458,9 @@ void drop_all_memory() {
     pool.free_count = 0;
     pool.object_size = 0;
   }
-  {
-    const Guard guard(g_direct_lock);
-    for (DirectBuffer* buffer = std::exchange(g_direct_head, nullptr); buffer != nullptr;) {
-      DirectBuffer* next = buffer->next;
-      std::free(buffer);
-      buffer = next;
-    }
-    g_direct_count = 0;
-    g_direct_bytes = 0;
-  }
-  g_cleanup_position = kPoolCount - 1;
+  drop_direct_buffers();
+  restart_cleanup();
   g_block_failure_logged.store(false);
-  g_direct_failure_logged.store(false);
 }
 
 void fail_allocation_after(uint64_t n) {
@@ -801,10 +478,6 @@ const Lock& pool_lock(std::size_t index) {
 
 const char* pool_name(std::size_t index) {
   return kPools[index].name;
-}
-
-const Lock& direct_buffer_lock() {
-  return g_direct_lock;
 }
 
 }  // namespace vx
