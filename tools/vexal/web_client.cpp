@@ -268,18 +268,12 @@ WebAnswer WebClient::post(const std::string& resource, const char* accept, const
   return perform(transfer, resource, accept);
 }
 
-WebAnswer WebClient::perform(Transfer& transfer, const std::string& resource, const char* accept) {
+// Everything but the address. The list of headers goes to whoever frees it behind the request.
+curl_slist* WebClient::prepare(Transfer& transfer, const char* accept, char* told) {
   const Curl& c = g_curl;
-  if (handle_ == nullptr) {
-    transfer.answer.problem = "no memory";
-    return transfer.answer;
-  }
-  transfer.handle = handle_;
   c.reset(handle_);  // the connection stays
   curl_slist* headers = c.append(nullptr, ("Accept: " + std::string(accept)).c_str());
   for (const std::string& header : peer_.headers) headers = c.append(headers, header.c_str());
-  char told[CURL_ERROR_SIZE] = "";
-  std::string url = peer_.url + resource;
   c.set(handle_, CURLOPT_PROTOCOLS_STR, "http,https");
   c.set(handle_, CURLOPT_NOSIGNAL, 1L);
   c.set(handle_, CURLOPT_USERAGENT, "vexal");
@@ -312,6 +306,19 @@ WebAnswer WebClient::perform(Transfer& transfer, const std::string& resource, co
     c.set(handle_, CURLOPT_SEEKDATA, &transfer);
   }
   c.set(handle_, CURLOPT_HTTPHEADER, headers);
+  return headers;
+}
+
+WebAnswer WebClient::perform(Transfer& transfer, const std::string& resource, const char* accept) {
+  const Curl& c = g_curl;
+  if (handle_ == nullptr) {
+    transfer.answer.problem = "no memory";
+    return transfer.answer;
+  }
+  transfer.handle = handle_;
+  char told[CURL_ERROR_SIZE] = "";
+  curl_slist* headers = prepare(transfer, accept, told);
+  std::string url = peer_.url + resource;
   WebAnswer& answer = transfer.answer;
   for (int redirects = 0;; ++redirects) {
     c.set(handle_, CURLOPT_URL, url.c_str());

@@ -11,6 +11,8 @@
 
 #include "args.h"
 
+struct curl_slist;
+
 namespace vexal {
 
 // Rows of an option table.
@@ -76,6 +78,7 @@ class WebClient {
 
  private:
   struct Transfer;
+  curl_slist* prepare(Transfer& transfer, const char* accept, char* told);
   WebAnswer perform(Transfer& transfer, const std::string& resource, const char* accept);
   std::string redirect(const Transfer& transfer) const;
 

@@ -112,54 +112,66 @@ void MessageFile::add_item(int number, std::string body) {
   items_.push_back({number, std::move(body)});
 }
 
+namespace {
+
+// The bodies, each once, and where they lie.
+struct Bodies {
+  Writer bytes;
+  std::unordered_map<std::string, uint32_t> places;
+
+  uint32_t place(const std::string& body) {
+    const auto [at, fresh] = places.emplace(body, bytes.size());
+    if (fresh) bytes.text(body);
+    return at->second;
+  }
+};
+
+// A directory has a row for each number from 1 on; `absent` stands for those that nothing has. The rows that
+// it has.
+template <typename Rows, typename PlaceOf>
+unsigned put_directory(Writer& out, const Rows& rows, uint32_t absent, PlaceOf place_of) {
+  int next = 1;
+  for (const auto& row : rows) {
+    for (; next < row.number; ++next) {
+      out.u16(static_cast<unsigned>(next));
+      out.u32(absent);
+    }
+    out.u16(static_cast<unsigned>(next++));
+    out.u32(place_of(row));
+  }
+  return static_cast<unsigned>(next - 1);
+}
+
+}  // namespace
+
 std::string MessageFile::to_binary() const {
   auto services = services_;
   auto items = items_;
   std::sort(services.begin(), services.end(), [](auto& a, auto& b) { return a.number < b.number; });
   std::sort(items.begin(), items.end(), [](auto& a, auto& b) { return a.number < b.number; });
 
-  Writer bodies;
-  std::unordered_map<std::string, uint32_t> places;
-  const auto place = [&](const std::string& body) {
-    const auto [at, fresh] = places.emplace(body, bodies.size());
-    if (fresh) bodies.text(body);
-    return at->second;
-  };
+  Bodies bodies;
   Writer empty;
   put_record(empty, kMarker, 0, {});
-  const uint32_t empty_body = place(empty.bytes());
+  const uint32_t empty_body = bodies.place(empty.bytes());
 
   Writer commands;
   commands.u16(0);  // the empty table of numbers that no service has
   Writer service_directory;
-  int next = 1;
-  for (const auto& service : services) {
-    for (; next < service.number; ++next) {
-      service_directory.u16(static_cast<unsigned>(next));
-      service_directory.u32(0);
-    }
-    service_directory.u16(static_cast<unsigned>(next++));
-    service_directory.u32(service.bodies.empty() ? 0 : commands.size());
-    if (service.bodies.empty()) continue;
+  const unsigned service_count = put_directory(service_directory, services, 0, [&](const auto& service) {
+    if (service.bodies.empty()) return uint32_t{0};
+    const uint32_t table = commands.size();
     for (const auto& [command, body] : service.bodies) {
       commands.u16(command);
-      commands.u32(place(body));
+      commands.u32(bodies.place(body));
     }
     commands.u16(0);
-  }
-  const auto service_count = static_cast<unsigned>(next - 1);
+    return table;
+  });
 
   Writer item_directory;
-  next = 1;
-  for (const auto& item : items) {
-    for (; next < item.number; ++next) {
-      item_directory.u16(static_cast<unsigned>(next));
-      item_directory.u32(empty_body);
-    }
-    item_directory.u16(static_cast<unsigned>(next++));
-    item_directory.u32(place(item.body));
-  }
-  const auto item_count = static_cast<unsigned>(next - 1);
+  const unsigned item_count = put_directory(item_directory, items, empty_body,
+                                            [&](const auto& item) { return bodies.place(item.body); });
 
   Writer out;
   put_record(out, kSignature, 0, {});
@@ -170,7 +182,8 @@ std::string MessageFile::to_binary() const {
   out.u32(at += commands.size());
   out.u16(item_count);
   out.u32(at += item_directory.size());
-  for (const auto* part : {&service_directory, &commands, &item_directory, &bodies}) out.text(part->bytes());
+  for (const auto* part : {&service_directory, &commands, &item_directory, &bodies.bytes})
+    out.text(part->bytes());
   return out.bytes();
 }
 

@@ -7,71 +7,91 @@
 
 namespace vxdata {
 
-int run_report(int argc, char** argv) {
-  const Arguments arguments(argc, argv, {"--services", "--dict"});
-  Problems problems;
-  Tables tables(arguments, problems);
-  if (problems.errors() != 0) return 1;
+namespace {
+
+struct Totals {
   size_t attributes = 0;
   size_t conditional = 0;
   size_t unconditioned = 0;
   size_t allowed = 0;
   size_t with_values = 0;
-  const auto count = [&](const Body& body) {
-    for (const auto& [tag, attribute] : body) {
-      ++attributes;
-      if (!attribute.values.empty()) ++with_values;
-      if (!is_conditional(attribute.type)) continue;
-      ++conditional;
-      if (attribute.condition.empty()) ++unconditioned;
-      if (attribute.condition == kMayBePresent) ++allowed;
-    }
-  };
-  const auto print_unknown = [](const std::string& name, const Block& block) {
-    for (const auto& reason : block.unknown) std::cout << name << ": " << reason << '\n';
-  };
   int messages = 0;
   int without_data = 0;
   int unknown = 0;
+  int items = 0;
+  int empty_items = 0;
+};
+
+void count(const Body& body, Totals& totals) {
+  for (const auto& [tag, attribute] : body) {
+    ++totals.attributes;
+    if (!attribute.values.empty()) ++totals.with_values;
+    if (!is_conditional(attribute.type)) continue;
+    ++totals.conditional;
+    if (attribute.condition.empty()) ++totals.unconditioned;
+    if (attribute.condition == kMayBePresent) ++totals.allowed;
+  }
+}
+
+void print_unknown(const std::string& name, const Block& block) {
+  for (const auto& reason : block.unknown) std::cout << name << ": " << reason << '\n';
+}
+
+void count_messages(Tables& tables, Problems& problems, Totals& totals) {
   for (const Service& service : tables.profile.services()) {
     for (const uint16_t command : service.commands) {
       const Block* block = tables.message(service.name, command);
       const std::string name = service.name + " " + std::string(command_name(command));
       if (block != nullptr) print_unknown(name, *block);
       if (block != nullptr && !block->rows.empty()) {
-        count(tables.templates.expand(*block, problems));
-        ++messages;
+        count(tables.templates.expand(*block, problems), totals);
+        ++totals.messages;
       } else if (has_no_contents(command) || (block != nullptr && block->unknown.empty())) {
-        ++without_data;
+        ++totals.without_data;
       } else {
         if (block == nullptr) std::cout << name << ": no contents\n";
-        ++unknown;
+        ++totals.unknown;
       }
     }
   }
-  int items = 0;
-  int empty_items = 0;
+}
+
+void count_items(Tables& tables, Problems& problems, Totals& totals) {
   for (const Item& item : tables.profile.items()) {
     const Block* block = tables.templates.find(item.name);
     if (block != nullptr) print_unknown("item " + item.name, *block);
     if (block == nullptr) std::cout << "item " << item.name << ": no contents\n";
     if (block != nullptr && !block->rows.empty()) {
-      count(tables.templates.expand(*block, problems));
-      ++items;
+      count(tables.templates.expand(*block, problems), totals);
+      ++totals.items;
     } else if (block != nullptr && block->unknown.empty()) {
-      ++empty_items;
+      ++totals.empty_items;
     }
   }
+}
+
+}  // namespace
+
+int run_report(int argc, char** argv) {
+  const Arguments arguments(argc, argv, {"--services", "--dict"});
+  Problems problems;
+  Tables tables(arguments, problems);
+  if (problems.errors() != 0) return 1;
+  Totals totals;
+  count_messages(tables, problems, totals);
+  count_items(tables, problems, totals);
   for (const Block& block : tables.templates.blocks()) {
     if (block.kind == BlockKind::kIod) print_unknown(block.title.empty() ? block.name : block.title, block);
   }
   std::cout << tables.dictionary.entries().size() << " dictionary entries\n"
-            << messages << " messages with contents, " << without_data << " without a data set, " << unknown
-            << " not known\n"
-            << items << " of " << tables.profile.items().size() << " items with contents, " << empty_items
-            << " by nature without\n"
-            << attributes << " places of attributes, " << with_values << " with lists of values\n"
-            << conditional << " conditional, " << unconditioned << " of them without a predicate, " << allowed
+            << totals.messages << " messages with contents, " << totals.without_data
+            << " without a data set, " << totals.unknown << " not known\n"
+            << totals.items << " of " << tables.profile.items().size() << " items with contents, "
+            << totals.empty_items << " by nature without\n"
+            << totals.attributes << " places of attributes, " << totals.with_values
+            << " with lists of values\n"
+            << totals.conditional << " conditional, " << totals.unconditioned
+            << " of them without a predicate, " << totals.allowed
             << " may be there whatever the condition is\n";
   return problems.errors() == 0 ? 0 : 1;
 }
