@@ -63,7 +63,9 @@ VX_API VX_STATUS VX_Validate_Message(int32_t MsgID, ValErrObj** ErrInfo, Validat
 /**
  * As VX_Validate_Message; either takes messages, items and files.
  * @param FileID  as MsgID there; an unknown one is VX_INVALID_MESSAGE_ID.
- * @copydetails VX_Validate_Message
+ * @param ErrInfo  [out] as there.
+ * @param Level  as there.
+ * @return The statuses of VX_Validate_Message.
  */
 VX_API VX_STATUS VX_Validate_File(int32_t FileID, ValErrObj** ErrInfo, ValidationLevel Level);
 
