@@ -14,8 +14,8 @@ extern "C" {
 
 /**
  * Gives the next block of a text. MsgID and UserInfo are those of the call; IsFirst is 1 in the first call,
- * else 0. *DataSize gets the number of bytes, any from 0, *DataBuffer the bytes, which stay the caller's and
- * valid until the next call or the end of the reading, and *IsLast 1 with the last block. A status other than
+ * else 0. DataSize gets the number of bytes, any from 0, DataBuffer the bytes, which stay the caller's and
+ * valid until the next call or the end of the reading, and IsLast 1 with the last block. A status other than
  * VX_NORMAL_COMPLETION ends the reading.
  */
 typedef VX_STATUS (*VX_TEXT_INPUT)(int32_t MsgID, void* UserInfo, uint32_t* DataSize, void** DataBuffer,
@@ -142,13 +142,13 @@ VX_API VX_STATUS VX_Message_To_XML_Native(int32_t MsgID, void* UserInfo, int32_t
 
 /**
  * Adds the attributes of a document in the toolkit's own form to an object, which keeps what it holds.
- * An attribute that is there gets the new value and the VR of the document. The text is read as a whole and
- * found good before the object is touched. Values that break a rule of their VR are stored all the same;
- * other bad values and attributes are passed over with a line in the log, and do not change the status.
- * Character sets are as for VX_Json_To_Message.
+ * An attribute that is there gets the new value and the VR of the document. The text is UTF-8; it is read as
+ * a whole and found good before the object is touched. Values that break a rule of their VR are stored all
+ * the same; other bad values and attributes are passed over with a line in the log, and do not change the
+ * status. Character sets are as for VX_Json_To_Message.
  * @param MsgID  message, item or file.
  * @param UserInfo  handed to Callback as it is; may be null.
- * @param Callback  gives the text once, in UTF-8; it is called until it sets IsLast.
+ * @param Callback  gives the text once; it is called until it sets IsLast.
  * @retval VX_INVALID_TAG  an Attribute element outside of items has no tag of eight hexadecimal digits; what
  *   stands before it is kept, the rest is not read.
  * @retval VX_SYSTEM_ERROR  the text is no well-formed XML, has a document type declaration, is nested beyond
@@ -163,8 +163,8 @@ VX_API VX_STATUS VX_XML_To_Message(int32_t MsgID, void* UserInfo, VX_TEXT_INPUT 
  * An attribute without a tag ends the reading here too, but with VX_NORMAL_COMPLETION, and so does a private
  * creator that can not be added. A document without attributes is no failure. Values are taken in the order
  * of their numbers. An element of a private block may be named without the block, as (gggg,00ee). Values that
- * lie elsewhere (BulkData) are not fetched, with a warning.
- * @param Callback  gives the text once, in any encoding that libxml2 reads.
+ * lie elsewhere (BulkData) are not fetched, with a warning. Here the text may be in any encoding that libxml2
+ * reads.
  * @retval VX_SYSTEM_ERROR  also: libxml2 can not be opened.
  * @copydetails VX_XML_To_Message
  */
@@ -185,14 +185,14 @@ VX_API void VX_List_Message(int32_t MsgID, const char* FileName);
 /**
  * As VX_List_Message; either takes messages, items and files.
  * @param ItemID  as MsgID there.
- * @copydetails VX_List_Message
+ * @param FileName  as there.
  */
 VX_API void VX_List_Item(int32_t ItemID, const char* FileName);
 
 /**
  * As VX_List_Message; either takes messages, items and files.
  * @param FileID  as MsgID there.
- * @copydetails VX_List_Message
+ * @param FileName  as there.
  */
 VX_API void VX_List_File(int32_t FileID, const char* FileName);
 
