@@ -327,7 +327,8 @@ VX_API VX_STATUS VX_DDH_Update(int32_t DirID);
  * @retval VX_INVALID_DIR_RECORD_TYPE  nothing can lie below a record of the parent's type.
  * @retval VX_INVALID_VALUE_FOR_VR  Type is no code string; VX_INVALID_CHARS_IN_VALUE where its characters are
  *   to blame.
- * @return Also the statuses of VX_DDH_Get_Next_Record, since the rest of the level is looked through first.
+ * @return Also the other statuses of VX_DDH_Get_First_Lower_Record, as the rest of the level is looked
+ *   through first.
  */
 VX_API VX_STATUS VX_DDH_Add_Record(int32_t ParentID, const char* Type, int32_t* RecordID);
 
@@ -352,7 +353,7 @@ VX_API VX_STATUS VX_DDH_Release_Record(int32_t RecordID);
  * Gives the first record below a record, or of the directory.
  * @param ParentID  directory or record.
  * @param RecordID  [out] the record's item, the directory's; 0 if there is none; untouched after a failure.
- * @retval VX_INVALID_RECORD_ID  the id given is none such.
+ * @retval VX_INVALID_RECORD_ID  ParentID is no record or directory.
  * @retval VX_INVALID_DIRECTORY_RECORD_OFFSET  an offset leads nowhere or back to where it came from, or
  *   levels are nested beyond 1024.
  * @retval VX_UNEXPECTED_EOD  the file ends inside a record.
@@ -361,20 +362,22 @@ VX_API VX_STATUS VX_DDH_Release_Record(int32_t RecordID);
 VX_API VX_STATUS VX_DDH_Get_First_Lower_Record(int32_t ParentID, int32_t* RecordID);
 
 /**
- * As VX_DDH_Get_First_Lower_Record for the next record of a level.
- * @param RecordID  record, whose follower is asked for.
+ * Gives the next record of a level.
+ * @param RecordID  record whose follower is asked for.
  * @param NextID  [out] that one's item, the directory's; 0 at the end of the level; untouched after a
  *   failure.
- * @copydetails VX_DDH_Get_First_Lower_Record
+ * @retval VX_INVALID_RECORD_ID  RecordID is no record.
+ * @return Also the other statuses of VX_DDH_Get_First_Lower_Record.
  */
 VX_API VX_STATUS VX_DDH_Get_Next_Record(int32_t RecordID, int32_t* NextID);
 
 /**
- * As VX_DDH_Get_First_Lower_Record for the record above, which is read again if it was released.
+ * Gives the record above, which is read again if it was released.
  * @param RecordID  record.
  * @param ParentID  [out] the item of the one above, the directory's; 0 at the root and where it can not be
  *   read.
- * @copydetails VX_DDH_Get_First_Lower_Record
+ * @retval VX_INVALID_RECORD_ID  RecordID is no record.
+ * @return Also the other statuses of VX_DDH_Get_First_Lower_Record.
  */
 VX_API VX_STATUS VX_DDH_Get_Parent_Record(int32_t RecordID, int32_t* ParentID);
 
