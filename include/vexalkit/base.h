@@ -22,6 +22,10 @@ extern "C" {
 
 /* ---- Status codes -------------------------------------------------------------------------------------- */
 
+/**
+ * What a function returns: VX_NORMAL_COMPLETION or why not.
+ * VX_Error_Message gives the text of a status. The comment of a function says what a status means there.
+ */
 typedef int32_t VX_STATUS;
 
 enum {
@@ -170,7 +174,11 @@ enum {
 
 /* ---- Value representations (PS3.5 section 6.2) --------------------------------------------------------- */
 
-/** OV, SV and UV have no code: their elements are carried as VX_VR_UN. */
+/**
+ * Value representations, by their two letters.
+ * AE to UI are texts, SS to FD numbers, UN to OF bulk, which is one value of any length; SQ has items. OV, SV
+ * and UV have no code: their elements are carried as VX_VR_UN.
+ */
 typedef int32_t VX_VR;
 
 enum {
@@ -209,6 +217,7 @@ enum {
 
 /* ---- Native data types of the generic value calls ------------------------------------------------------ */
 
+/** What the buffer of a generic value call holds. */
 typedef int32_t VX_DATA_TYPE;
 
 enum {
@@ -226,6 +235,11 @@ enum {
 
 /* ---- Transfer syntaxes (PS3.5 section 10) and byte orders ---------------------------------------------- */
 
+/**
+ * Transfer syntaxes that the library knows by a number.
+ * The UID of each is a setting, VX_CFG_ and its name and _SYNTAX; one without a UID is not used. Two private
+ * syntaxes can be described by settings. The numbers in JPEG names are those of the coding processes.
+ */
 typedef int32_t VX_TRANSFER_SYNTAX;
 
 enum {
@@ -272,12 +286,14 @@ enum {
   JPIP_REFERENCED_DEFLATE = 140
 };
 
+/** Byte orders. */
 typedef int32_t VX_BYTE_ORDER;
 
 enum { VX_ORDER_LITTLE_ENDIAN = 100, VX_ORDER_BIG_ENDIAN = 101 };
 
 /* ---- DIMSE commands (PS3.7 section E.1) ---------------------------------------------------------------- */
 
+/** Values of Command Field (0000,0100). A response is its request with the bit 0x8000; a cancel has none. */
 enum {
   C_STORE_RQ = 0x0001,
   C_STORE_RSP = 0x8001,

@@ -12,7 +12,11 @@ extern "C" {
 
 /* ---- Configuration keys -------------------------------------------------------------------------------- */
 
-/** A key is VX_CFG_ and the name that profiles use; data/vexalkit.pro says what each one does. */
+/**
+ * Settings that are numbers.
+ * A key of any of these groups is VX_CFG_ and the name that profiles use; the system profile vexalkit.pro,
+ * installed with its defaults, says behind each line what the setting does.
+ */
 typedef int32_t VX_INT_KEY;
 
 enum {
@@ -46,6 +50,7 @@ enum {
   VX_CFG_WRITE_TIMEOUT = 27
 };
 
+/** Settings that are sizes: in bytes, CAPTURE_FILE_SIZE in kilobytes. */
 typedef int32_t VX_LONG_KEY;
 
 enum {
@@ -55,6 +60,7 @@ enum {
   VX_CFG_PIXEL_BUFFER_SIZE = 3
 };
 
+/** Settings that are switches. */
 typedef int32_t VX_BOOL_KEY;
 
 enum {
@@ -138,6 +144,7 @@ enum {
   VX_CFG_ALLOW_DUPLICATE_CREATOR_CODES = 77
 };
 
+/** Settings that are texts: UIDs of transfer syntaxes (none: the syntax is not used), names, paths, words. */
 typedef int32_t VX_STRING_KEY;
 
 enum {
@@ -206,6 +213,7 @@ enum {
   VX_CFG_VEXALKIT_3_SERVICES = 62
 };
 
+/** Settings that say where the messages of a log level go. */
 typedef int32_t VX_LOG_KEY;
 
 enum {
@@ -234,108 +242,177 @@ enum {
 /* ---- Types --------------------------------------------------------------------------------------------- */
 
 /**
- * All settings of the toolkit. A program may build one at compile time and hand it over through
- * VX_Library_Initialization; the library then works in this record and never frees it. Every array is indexed
- * by the key enumerations above.
+ * All settings of the toolkit.
+ * A program may build one at compile time and hand it over through VX_Library_Initialization. The library
+ * then works in this record, puts it back as it was at the reset or release, and never frees it: it and all
+ * that it points to belong to the program. Every array of values is indexed by the keys above.
  */
 typedef struct ConfigRecord {
   const char* version;                            /* VX_BUILD_VERSION, or null */
-  const char* string_values[VX_STRING_KEY_COUNT]; /* never null: "" for a key without a value */
-  uint32_t string_owned[VX_STRING_KEY_COUNT];     /* 1 for a text that the library allocated */
+  const char* string_values[VX_STRING_KEY_COUNT]; /* "" or null without a value */
+  uint32_t string_owned[VX_STRING_KEY_COUNT];     /* the library's own mark of the texts that it allocated */
   int32_t int_values[VX_INT_KEY_COUNT];
-  uint32_t log_destinations[VX_LOG_KEY_COUNT]; /* VX_LOG_TO_FILE and so on */
+  uint32_t log_destinations[VX_LOG_KEY_COUNT]; /* sets of VX_LOG_TO_ bits and VX_LOG_OFF */
   uint32_t bool_values[VX_BOOL_KEY_COUNT];     /* 0 or 1 */
   int32_t long_values[VX_LONG_KEY_COUNT];
-  int32_t service_count;
+  int32_t service_count; /* of the seven arrays that follow; at least 1 */
   const char* const* service_names;
-  const char* const* service_uids;
-  const uint32_t* service_commands; /* command bits, as the services profile names them */
-  const int32_t* service_numbers;   /* keys into the Message Info File */
-  const int32_t* service_kinds;     /* 30 base, 20 meta */
-  const int32_t* sop_class_counts;
-  const int32_t* const* sop_classes; /* service numbers of the members of a meta service */
-  int32_t item_count;
+  const char* const* service_uids; /* "" for none */
+  /* Bits of the requests: C-STORE 0x1, C-GET 0x4, C-CANCEL 0x10, C-FIND 0x100, C-MOVE 0x400, C-ECHO 0x1000,
+     N-EVENT-REPORT 0x4000, N-GET 0x10000, N-SET 0x40000, N-ACTION 0x100000, N-CREATE 0x400000, N-DELETE
+     0x1000000. A response has the next higher bit. */
+  const uint32_t* service_commands;
+  const int32_t* service_numbers;    /* keys into the Message Info File */
+  const int32_t* service_kinds;      /* 30 base, 20 meta */
+  const int32_t* sop_class_counts;   /* of the lists in sop_classes; 1 for a base service */
+  const int32_t* const* sop_classes; /* service numbers of the members; a base service is its own member */
+  int32_t item_count;                /* of the two arrays that follow */
   const char* const* item_names;
-  const int32_t* item_numbers;
-  const char* const* applications;    /* the applications profile, ended by a null pointer */
-  const char* const* accepted_titles; /* ended by a null pointer; null when there are none */
+  const int32_t* item_numbers; /* keys into the Message Info File */
+  /* The applications profile, ended by a null pointer: "[NAME]" for each section, then key and value of each
+     of its entries, of SYNTAX_n entries the value alone. */
+  const char* const* applications;
+  const char* const* accepted_titles; /* ended by a null pointer; null: ACCEPT_LIST_OF_APPLICATION_TITLES */
 } ConfigRecord;
 
-/** Called once by VX_Library_Initialization and by each VX_Library_Reset. The record lives as long as the
- * library. */
+/**
+ * Called once by VX_Library_Initialization and by each VX_Library_Reset.
+ * @return the record, which lives until the next reset or the release.
+ */
 typedef ConfigRecord* (*VX_CONFIG_FUNCTION)(void);
 
 /* ---- Configuration ------------------------------------------------------------------------------------- */
 
 /**
- * Sets an integer setting; a value out of bounds is brought into them, or refused with VX_MUST_BE_POSITIVE.
- * VX_INVALID_PARAMETER_NAME for an unknown key.
+ * Sets a setting that is a number.
+ * LARGE_DATA_SIZE reaches objects that are opened later, other settings their next use.
+ * @param Key  the setting.
+ * @param Value  times are in seconds and may be any number. Others have bounds:
+ * - COMPRESSION_CHROM_FACTOR, COMPRESSION_LUM_FACTOR: 0 to 255; above it 32 is stored.
+ * - COMPRESSION_J2K_LOSSY_QUALITY: 0 to 10; else 1 is stored.
+ * - COMPRESSION_J2K_LOSSY_RATIO: 0 to 400; else 10 is stored.
+ * - DEFLATE_COMPRESSION_LEVEL: -1 to 9; else -1 is stored.
+ * - DESIRED_LAST_PDU_SIZE: 1 or more; an odd number grows by one, above 16 it is 16.
+ * - IGNORE_JPEG_BAD_SUFFIX: -1 or more; below it -1 is stored.
+ * - LOG_FILE_LINE_LENGTH: 16 to 254; else the nearer one is stored. Once the log file has a line, nothing
+ *   changes, with normal status and a warning in the log.
+ * - TCPIP_RECEIVE_BUFFER_SIZE, TCPIP_SEND_BUFFER_SIZE: 0 or more.
+ * - WORK_BUFFER_SIZE: 1024 or more, an odd number losing one; 1 to 1023: 28672 is stored.
+ * - all others: 1 or more.
+ * @retval VX_INVALID_PARAMETER_NAME  there is no such key.
+ * @retval VX_MUST_BE_POSITIVE  Value is below the least one, and nothing is stored instead.
  */
 VX_API VX_STATUS VX_Set_Int_Config_Value(VX_INT_KEY Key, int32_t Value);
 
 /**
- * Reads an integer setting. VX_INVALID_PARAMETER_NAME, *Value then 0.
+ * Reads a setting that is a number.
+ * @param Key  the setting.
+ * @param Value  [out] its value; 0 after a failure.
+ * @retval VX_INVALID_PARAMETER_NAME  there is no such key.
  */
 VX_API VX_STATUS VX_Get_Int_Config_Value(VX_INT_KEY Key, int32_t* Value);
 
 /**
- * As VX_Set_Int_Config_Value, for the settings that hold byte counts.
+ * Sets a setting that is a size.
+ * @param Key  the setting.
+ * @param Value  in bytes, but for CAPTURE_FILE_SIZE, with these bounds:
+ * - CALLBACK_MIN_DATA_SIZE: 1 or more.
+ * - CAPTURE_FILE_SIZE: kilobytes, 32 to 2097151, else the nearer one is stored; 0 and below: no limit.
+ * - PDU_MAXIMUM_LENGTH: 1 or more; below 4096 that is stored, an odd number grows by one.
+ * - PIXEL_BUFFER_SIZE: 1 or more; below 131072 that is stored, an odd number grows by one.
+ * @retval VX_INVALID_PARAMETER_NAME  there is no such key.
+ * @retval VX_MUST_BE_POSITIVE  Value is below the least one, and nothing is stored instead.
  */
 VX_API VX_STATUS VX_Set_Long_Config_Value(VX_LONG_KEY Key, int32_t Value);
 
 /**
- * As VX_Get_Int_Config_Value, for the settings that hold byte counts.
+ * Reads a setting that is a size.
+ * @copydetails VX_Get_Int_Config_Value
  */
 VX_API VX_STATUS VX_Get_Long_Config_Value(VX_LONG_KEY Key, int32_t* Value);
 
 /**
- * Turns a switch on (any non-zero Value) or off. VX_INVALID_PARAMETER_NAME.
+ * Turns a switch on or off.
+ * NETWORK_CAPTURE starts or ends the capture at once.
+ * @param Key  the setting.
+ * @param Value  0 is off, any other number on.
+ * @retval VX_INVALID_PARAMETER_NAME  there is no such key.
  */
 VX_API VX_STATUS VX_Set_Bool_Config_Value(VX_BOOL_KEY Key, int32_t Value);
 
 /**
- * Reads a switch as 0 or 1. VX_INVALID_PARAMETER_NAME.
+ * Reads a switch, as 0 or 1.
+ * @copydetails VX_Get_Int_Config_Value
  */
 VX_API VX_STATUS VX_Get_Bool_Config_Value(VX_BOOL_KEY Key, int32_t* Value);
 
 /**
- * Stores a copy of a text; "<none>", "none", "na", "n/a" and "" store the empty text.
- * VX_INVALID_PARAMETER_NAME; VX_CANNOT_COMPLY if the text is malformed for its key or could not be stored.
+ * Sets a setting that is a text.
+ * A setting that takes one of a few words falls back to its default word, with a warning in the log;
+ * NULL_TYPE3_VALIDATION does so silently. LARGE_DATA_STORE reaches objects that are opened later.
+ * @param Key  the setting.
+ * @param Value  the text, copied. The words none, na, n/a, each in any case, none in angle brackets, and the
+ *   empty text all store the empty text. IMPLEMENTATION_VERSION is cut to 16 bytes, with a warning.
+ * @retval VX_INVALID_PARAMETER_NAME  there is no such key.
+ * @retval VX_CANNOT_COMPLY  ACCEPT_LIST_OF_APPLICATION_TITLES or DECODER_TAG_FILTER is malformed: the former
+ *   text stays, and a filter is in force as far as it could be read. Or there is no memory, and the text is
+ *   empty now.
  */
 VX_API VX_STATUS VX_Set_String_Config_Value(VX_STRING_KEY Key, const char* Value);
 
 /**
- * Copies a text. VX_INVALID_PARAMETER_NAME; VX_BUFFER_TOO_SMALL, nothing copied.
+ * Reads a setting that is a text.
+ * @param Key  the setting.
+ * @param BufferSize  bytes of Buffer, its NUL counted.
+ * @param Buffer  [out] the text; untouched after a failure.
+ * @retval VX_INVALID_PARAMETER_NAME  there is no such key.
+ * @retval VX_BUFFER_TOO_SMALL  nothing was copied.
  */
 VX_API VX_STATUS VX_Get_String_Config_Value(VX_STRING_KEY Key, int32_t BufferSize, char* Buffer);
 
 /**
- * Sets where messages of a level go, a set of VX_LOG_TO_ bits. Errors always go to the file too.
- * VX_INVALID_PARAMETER_NAME.
+ * Sets where messages of a level go.
+ * @param Key  the level.
+ * @param Destination  a set of VX_LOG_TO_ bits, or VX_LOG_OFF, which holds messages back whatever other bits
+ *   are set. Errors always go to the file, and can not be turned off.
+ * @retval VX_INVALID_PARAMETER_NAME  there is no such key.
  */
 VX_API VX_STATUS VX_Set_Log_Destination(VX_LOG_KEY Key, uint32_t Destination);
 
 /**
- * Reads where messages of a level go. VX_INVALID_PARAMETER_NAME.
+ * Reads where messages of a level go.
+ * @param Key  the level.
+ * @param Destination  [out] a set of VX_LOG_TO_ bits and VX_LOG_OFF; 0 after a failure.
+ * @retval VX_INVALID_PARAMETER_NAME  there is no such key.
  */
 VX_API VX_STATUS VX_Get_Log_Destination(VX_LOG_KEY Key, uint32_t* Destination);
 
 /* ---- Services ------------------------------------------------------------------------------------------ */
 
 /**
- * The name of the service with this SOP class UID. VX_INVALID_SOP_CLASS_UID, the buffer then empty;
- * VX_BUFFER_TOO_SMALL, as much as fits then copied.
+ * Gives the name of the service with a SOP class UID.
+ * @param Uid  the UID, without padding.
+ * @param ServiceName  [out] the name; empty if there is none.
+ * @param BufferSize  bytes of ServiceName, its NUL counted; nothing is written where it is below 1.
+ * @retval VX_INVALID_SOP_CLASS_UID  no service has this UID.
+ * @retval VX_BUFFER_TOO_SMALL  as much of the name as fits was copied, with a NUL.
  */
 VX_API VX_STATUS VX_Get_VexalKit_Service(const char* Uid, char* ServiceName, int32_t BufferSize);
 
 /**
- * The SOP class UID of a service. VX_UNKNOWN_SERVICE, VX_BUFFER_TOO_SMALL.
+ * Gives the SOP class UID of a service.
+ * @param ServiceName  a name that the services profile has, for instance STANDARD_CT; upper and lower case
+ *   differ.
+ * @param Uid  [out] the UID; untouched where there is no such service.
+ * @param BufferSize  bytes of Uid, its NUL counted; nothing is written where it is below 1.
+ * @retval VX_UNKNOWN_SERVICE  there is no such service.
+ * @retval VX_BUFFER_TOO_SMALL  as much of the UID as fits was copied, with a NUL.
  */
 VX_API VX_STATUS VX_Get_UID_From_VexalKit_Service(const char* ServiceName, char* Uid, int32_t BufferSize);
 
-/** The names of the services and items of the configuration that comes with the toolkit, in alphabetical
- * order. */
+/** The names of the services of the configuration that comes with the toolkit, in alphabetical order. */
 extern VX_API const char* const Services[220];
+/** The names of its items, in alphabetical order. */
 extern VX_API const char* const Items[898];
 
 #ifdef __cplusplus
