@@ -28,6 +28,17 @@ constexpr std::string_view kNames[] = {
     "ISO 2022 IR 126",
 };
 
+// Two characters that some sets have under one code, and read as the second.
+constexpr std::string_view kSpellings[][2] = {{"\u2014", "\u2015"}, {"\u00B7", "\u30FB"}};
+
+std::string as_read(std::string text) {
+  for (const auto& [from, to] : kSpellings) {
+    for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
+      text.replace(at, from.size(), to);
+  }
+  return text;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
@@ -57,6 +68,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   if (utf8.find('\x1B') != std::string::npos) return 0;
   std::string again;
   vx::decode_text(sets, bytes, false, again);
-  if (again != utf8) __builtin_trap();
+  if (as_read(again) != as_read(utf8)) __builtin_trap();
   return 0;
 }

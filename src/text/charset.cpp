@@ -192,17 +192,19 @@ class ExtendedEncoder {
   }
 
   bool beyond_ascii(char32_t c) {
-    if (beyond_ascii(c, current_)) return true;
-    for (int i = 0; i < sets_.count; ++i) {
-      if (i != current_ && beyond_ascii(c, i)) return true;
+    for (const bool exact : {true, false}) {
+      if (beyond_ascii(c, current_, exact)) return true;
+      for (int i = 0; i < sets_.count; ++i) {
+        if (i != current_ && beyond_ascii(c, i, exact)) return true;
+      }
     }
     return false;
   }
 
-  bool beyond_ascii(char32_t c, int index) {
+  bool beyond_ascii(char32_t c, int index, bool exact) {
     const CharsetRow* const row = sets_.rows[index];
     char bytes[kMaxCharBytes];
-    const std::size_t length = encode_char(*row, c, bytes);
+    const std::size_t length = encode_char(*row, c, exact, bytes);
     if (length == 0) return false;
     const bool low = row->kind == CharsetKind::LowPairs;
     const CharsetRow*& half = low ? now_.g0 : now_.g1;
@@ -229,7 +231,7 @@ bool encode_with_one(const CharsetRow& row, std::u16string_view text, std::strin
     char bytes[kMaxCharBytes];
     if (c < 0x80) {
       out += static_cast<char>(c);
-    } else if (const std::size_t length = encode_char(row, c, bytes); length != 0) {
+    } else if (const std::size_t length = encode_char(row, c, false, bytes); length != 0) {
       out.append(bytes, length);
     } else {
       out += substitute;

@@ -371,7 +371,7 @@ bool decode_run(const CharsetRow& row, std::string_view bytes, std::u16string& o
   return decode_by_icu(row, converter, bytes, out);
 }
 
-std::size_t encode_char(const CharsetRow& row, char32_t c, char (&bytes)[kMaxCharBytes]) {
+std::size_t encode_char(const CharsetRow& row, char32_t c, bool exact, char (&bytes)[kMaxCharBytes]) {
   if (row.kind == Set::Ascii || row.kind == Set::Utf8) return 0;
   if (row.kind == Set::Katakana) {
     if (c < 0xFF61 || c > 0xFF9F) return 0;
@@ -386,7 +386,7 @@ std::size_t encode_char(const CharsetRow& row, char32_t c, char (&bytes)[kMaxCha
     if (c == 0x2116 && row.g0 == "$(D") return std::string_view("\x22\x71").copy(bytes, kMaxCharBytes);
     std::size_t length = encode_by_icu(row, converter, c, bytes);
     for (const Spelling& spelling : kSpellings) {
-      if (length == 0 && spelling.other == c && spelling.row == row.name)
+      if (length == 0 && spelling.other == c && spelling.row == row.name && (spelling.decoded || !exact))
         length = encode_by_icu(row, converter, spelling.icu, bytes);
     }
     return length;

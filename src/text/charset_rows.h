@@ -57,7 +57,8 @@ bool charset_available(const CharsetRow& row);
 // false.
 bool decode_run(const CharsetRow& row, std::string_view bytes, std::u16string& out);
 // The bytes of one character beyond ASCII, without escape sequences: their count, 0 if the set has none.
+// Unless `exact`, also of one that the set has under another code point, as which it will be read.
 constexpr std::size_t kMaxCharBytes = 16;
-std::size_t encode_char(const CharsetRow& row, char32_t c, char (&bytes)[kMaxCharBytes]);
+std::size_t encode_char(const CharsetRow& row, char32_t c, bool exact, char (&bytes)[kMaxCharBytes]);
 
 }  // namespace vx

@@ -201,6 +201,14 @@ TEST_F(Charsets, SpellingsOfOneCharacter) {
     vx::decode_text(sets, row.bytes, false, utf8);
     EXPECT_EQ(utf8, row.read);
   }
+  // Where another set has it as it is, that one is taken.
+  const std::string_view names[] = {"ISO 2022 IR 100", "ISO 2022 IR 58"};
+  const vx::TextCharsets sets = vx::text_charsets(names);
+  std::string bytes;
+  std::string utf8;
+  EXPECT_EQ(vx::encode_text(sets, "买·", bytes), vx::TextResult::Whole);
+  EXPECT_EQ(vx::decode_text(sets, bytes, false, utf8), vx::TextResult::Whole);
+  EXPECT_EQ(utf8, "买·");
 }
 
 TEST_F(Charsets, CallsOfTheInterface) {
