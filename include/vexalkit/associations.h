@@ -473,7 +473,7 @@ VX_API VX_STATUS VX_Open_Secure_Association(int32_t ApplicationID, int32_t* Asso
 
 /**
  * Opens an association as requester, with a user identity (PS3.7 section D.3.3.7).
- * The fields are copied.
+ * The fields are copied. VX_CONFIG_INFO_MISSING stands also for fields that do not fit a type of 1 to 4.
  * @param Functions  functions of a secure channel, the table being copied; null: a plain connection.
  * @param ApplicationContext  handed to them; may be null.
  * @param UserIdentityType  0 none, 1 user name, 2 user name and passcode, 3 Kerberos ticket, 4 SAML
@@ -484,7 +484,6 @@ VX_API VX_STATUS VX_Open_Secure_Association(int32_t ApplicationID, int32_t* Asso
  * @param SecondaryField  passcode; null for the other types.
  * @param SecondaryLength  its bytes.
  * @retval VX_NULL_VALUE  a slot of Functions is null.
- * @retval VX_CONFIG_INFO_MISSING  also: the fields do not fit the type, of 1 to 4.
  * @copydetails VX_Open_Association
  */
 VX_API VX_STATUS VX_Open_Association_With_Identity(

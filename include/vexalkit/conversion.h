@@ -41,7 +41,10 @@ extern "C" {
  *   encapsulated.
  */
 VX_API VX_STATUS VX_Set_Value_From_String(int32_t MsgID, uint32_t Tag, const char* Value);
-/** Adds a value from a text behind the last. @copydetails VX_Set_Value_From_String */
+/**
+ * Adds a value from a text behind the last.
+ * @copydetails VX_Set_Value_From_String
+ */
 VX_API VX_STATUS VX_Set_Next_Value_From_String(int32_t MsgID, uint32_t Tag, const char* Value);
 
 /**
@@ -69,42 +72,87 @@ VX_API VX_STATUS VX_Set_Next_Value_From_String(int32_t MsgID, uint32_t Tag, cons
  *   encapsulated.
  */
 VX_API VX_STATUS VX_Set_Value_From_Int(int32_t MsgID, uint32_t Tag, int32_t Value);
-/** Adds a value from an int32_t behind the last. @copydetails VX_Set_Value_From_Int */
+/**
+ * Adds a value from an int32_t behind the last.
+ * @copydetails VX_Set_Value_From_Int
+ */
 VX_API VX_STATUS VX_Set_Next_Value_From_Int(int32_t MsgID, uint32_t Tag, int32_t Value);
 
-/** Sets the first value from a uint32_t. @copydetails VX_Set_Value_From_Int */
+/**
+ * Sets the first value from a uint32_t.
+ * @copydetails VX_Set_Value_From_Int
+ */
 VX_API VX_STATUS VX_Set_Value_From_UInt(int32_t MsgID, uint32_t Tag, uint32_t Value);
-/** Adds a value from a uint32_t. @copydetails VX_Set_Value_From_Int */
+/**
+ * Adds a value from a uint32_t.
+ * @copydetails VX_Set_Value_From_Int
+ */
 VX_API VX_STATUS VX_Set_Next_Value_From_UInt(int32_t MsgID, uint32_t Tag, uint32_t Value);
 
-/** Sets the first value from an int16_t. @copydetails VX_Set_Value_From_Int */
+/**
+ * Sets the first value from an int16_t.
+ * @copydetails VX_Set_Value_From_Int
+ */
 VX_API VX_STATUS VX_Set_Value_From_ShortInt(int32_t MsgID, uint32_t Tag, int16_t Value);
-/** Adds a value from an int16_t. @copydetails VX_Set_Value_From_Int */
+/**
+ * Adds a value from an int16_t.
+ * @copydetails VX_Set_Value_From_Int
+ */
 VX_API VX_STATUS VX_Set_Next_Value_From_ShortInt(int32_t MsgID, uint32_t Tag, int16_t Value);
 
-/** Sets the first value from a uint16_t. @copydetails VX_Set_Value_From_Int */
+/**
+ * Sets the first value from a uint16_t.
+ * @copydetails VX_Set_Value_From_Int
+ */
 VX_API VX_STATUS VX_Set_Value_From_UShortInt(int32_t MsgID, uint32_t Tag, uint16_t Value);
-/** Adds a value from a uint16_t. @copydetails VX_Set_Value_From_Int */
+/**
+ * Adds a value from a uint16_t.
+ * @copydetails VX_Set_Value_From_Int
+ */
 VX_API VX_STATUS VX_Set_Next_Value_From_UShortInt(int32_t MsgID, uint32_t Tag, uint16_t Value);
 
-/** Sets the first value from an int32_t. @copydetails VX_Set_Value_From_Int */
+/**
+ * Sets the first value from an int32_t.
+ * @copydetails VX_Set_Value_From_Int
+ */
 VX_API VX_STATUS VX_Set_Value_From_LongInt(int32_t MsgID, uint32_t Tag, int32_t Value);
-/** Adds a value from an int32_t. @copydetails VX_Set_Value_From_Int */
+/**
+ * Adds a value from an int32_t.
+ * @copydetails VX_Set_Value_From_Int
+ */
 VX_API VX_STATUS VX_Set_Next_Value_From_LongInt(int32_t MsgID, uint32_t Tag, int32_t Value);
 
-/** Sets the first value from a uint32_t. @copydetails VX_Set_Value_From_Int */
+/**
+ * Sets the first value from a uint32_t.
+ * @copydetails VX_Set_Value_From_Int
+ */
 VX_API VX_STATUS VX_Set_Value_From_ULongInt(int32_t MsgID, uint32_t Tag, uint32_t Value);
-/** Adds a value from a uint32_t. @copydetails VX_Set_Value_From_Int */
+/**
+ * Adds a value from a uint32_t.
+ * @copydetails VX_Set_Value_From_Int
+ */
 VX_API VX_STATUS VX_Set_Next_Value_From_ULongInt(int32_t MsgID, uint32_t Tag, uint32_t Value);
 
-/** Sets the first value from a float. @copydetails VX_Set_Value_From_Int */
+/**
+ * Sets the first value from a float.
+ * @copydetails VX_Set_Value_From_Int
+ */
 VX_API VX_STATUS VX_Set_Value_From_Float(int32_t MsgID, uint32_t Tag, float Value);
-/** Adds a value from a float. @copydetails VX_Set_Value_From_Int */
+/**
+ * Adds a value from a float.
+ * @copydetails VX_Set_Value_From_Int
+ */
 VX_API VX_STATUS VX_Set_Next_Value_From_Float(int32_t MsgID, uint32_t Tag, float Value);
 
-/** Sets the first value from a double. @copydetails VX_Set_Value_From_Int */
+/**
+ * Sets the first value from a double.
+ * @copydetails VX_Set_Value_From_Int
+ */
 VX_API VX_STATUS VX_Set_Value_From_Double(int32_t MsgID, uint32_t Tag, double Value);
-/** Adds a value from a double. @copydetails VX_Set_Value_From_Int */
+/**
+ * Adds a value from a double.
+ * @copydetails VX_Set_Value_From_Int
+ */
 VX_API VX_STATUS VX_Set_Next_Value_From_Double(int32_t MsgID, uint32_t Tag, double Value);
 
 /* ---- Reading values into native types ------------------------------------------------------------------ */
@@ -155,39 +203,81 @@ VX_API VX_STATUS VX_Get_Value_To_Int(int32_t MsgID, uint32_t Tag, int32_t* Value
  */
 VX_API VX_STATUS VX_Get_Next_Value_To_Int(int32_t MsgID, uint32_t Tag, int32_t* Value);
 
-/** Reads the first value as a uint32_t. @copydetails VX_Get_Value_To_Int */
+/**
+ * Reads the first value as a uint32_t.
+ * @copydetails VX_Get_Value_To_Int
+ */
 VX_API VX_STATUS VX_Get_Value_To_UInt(int32_t MsgID, uint32_t Tag, uint32_t* Value);
-/** Reads the next value as a uint32_t. @copydetails VX_Get_Next_Value_To_Int */
+/**
+ * Reads the next value as a uint32_t.
+ * @copydetails VX_Get_Next_Value_To_Int
+ */
 VX_API VX_STATUS VX_Get_Next_Value_To_UInt(int32_t MsgID, uint32_t Tag, uint32_t* Value);
 
-/** Reads the first value as an int16_t. @copydetails VX_Get_Value_To_Int */
+/**
+ * Reads the first value as an int16_t.
+ * @copydetails VX_Get_Value_To_Int
+ */
 VX_API VX_STATUS VX_Get_Value_To_ShortInt(int32_t MsgID, uint32_t Tag, int16_t* Value);
-/** Reads the next value as an int16_t. @copydetails VX_Get_Next_Value_To_Int */
+/**
+ * Reads the next value as an int16_t.
+ * @copydetails VX_Get_Next_Value_To_Int
+ */
 VX_API VX_STATUS VX_Get_Next_Value_To_ShortInt(int32_t MsgID, uint32_t Tag, int16_t* Value);
 
-/** Reads the first value as a uint16_t. @copydetails VX_Get_Value_To_Int */
+/**
+ * Reads the first value as a uint16_t.
+ * @copydetails VX_Get_Value_To_Int
+ */
 VX_API VX_STATUS VX_Get_Value_To_UShortInt(int32_t MsgID, uint32_t Tag, uint16_t* Value);
-/** Reads the next value as a uint16_t. @copydetails VX_Get_Next_Value_To_Int */
+/**
+ * Reads the next value as a uint16_t.
+ * @copydetails VX_Get_Next_Value_To_Int
+ */
 VX_API VX_STATUS VX_Get_Next_Value_To_UShortInt(int32_t MsgID, uint32_t Tag, uint16_t* Value);
 
-/** Reads the first value as an int32_t. @copydetails VX_Get_Value_To_Int */
+/**
+ * Reads the first value as an int32_t.
+ * @copydetails VX_Get_Value_To_Int
+ */
 VX_API VX_STATUS VX_Get_Value_To_LongInt(int32_t MsgID, uint32_t Tag, int32_t* Value);
-/** Reads the next value as an int32_t. @copydetails VX_Get_Next_Value_To_Int */
+/**
+ * Reads the next value as an int32_t.
+ * @copydetails VX_Get_Next_Value_To_Int
+ */
 VX_API VX_STATUS VX_Get_Next_Value_To_LongInt(int32_t MsgID, uint32_t Tag, int32_t* Value);
 
-/** Reads the first value as a uint32_t. @copydetails VX_Get_Value_To_Int */
+/**
+ * Reads the first value as a uint32_t.
+ * @copydetails VX_Get_Value_To_Int
+ */
 VX_API VX_STATUS VX_Get_Value_To_ULongInt(int32_t MsgID, uint32_t Tag, uint32_t* Value);
-/** Reads the next value as a uint32_t. @copydetails VX_Get_Next_Value_To_Int */
+/**
+ * Reads the next value as a uint32_t.
+ * @copydetails VX_Get_Next_Value_To_Int
+ */
 VX_API VX_STATUS VX_Get_Next_Value_To_ULongInt(int32_t MsgID, uint32_t Tag, uint32_t* Value);
 
-/** Reads the first value as a float. @copydetails VX_Get_Value_To_Int */
+/**
+ * Reads the first value as a float.
+ * @copydetails VX_Get_Value_To_Int
+ */
 VX_API VX_STATUS VX_Get_Value_To_Float(int32_t MsgID, uint32_t Tag, float* Value);
-/** Reads the next value as a float. @copydetails VX_Get_Next_Value_To_Int */
+/**
+ * Reads the next value as a float.
+ * @copydetails VX_Get_Next_Value_To_Int
+ */
 VX_API VX_STATUS VX_Get_Next_Value_To_Float(int32_t MsgID, uint32_t Tag, float* Value);
 
-/** Reads the first value as a double. @copydetails VX_Get_Value_To_Int */
+/**
+ * Reads the first value as a double.
+ * @copydetails VX_Get_Value_To_Int
+ */
 VX_API VX_STATUS VX_Get_Value_To_Double(int32_t MsgID, uint32_t Tag, double* Value);
-/** Reads the next value as a double. @copydetails VX_Get_Next_Value_To_Int */
+/**
+ * Reads the next value as a double.
+ * @copydetails VX_Get_Next_Value_To_Int
+ */
 VX_API VX_STATUS VX_Get_Next_Value_To_Double(int32_t MsgID, uint32_t Tag, double* Value);
 
 /* ---- Unicode ------------------------------------------------------------------------------------------- */
@@ -252,7 +342,10 @@ VX_API VX_STATUS VX_Unicode_To_Byte(const char* const* Charsets, int32_t Count, 
  */
 VX_API VX_STATUS VX_Set_Value_From_UnicodeString(int32_t MsgID, uint32_t Tag, int32_t Length,
                                                  const char16_t* Text);
-/** Adds a value from UTF-16 behind the last. @copydetails VX_Set_Value_From_UnicodeString */
+/**
+ * Adds a value from UTF-16 behind the last.
+ * @copydetails VX_Set_Value_From_UnicodeString
+ */
 VX_API VX_STATUS VX_Set_Next_Value_From_UnicodeString(int32_t MsgID, uint32_t Tag, int32_t Length,
                                                       const char16_t* Text);
 /**

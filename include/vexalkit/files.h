@@ -182,12 +182,11 @@ VX_API VX_STATUS VX_Open_File_Upto_Tag(int32_t ApplicationID, int32_t FileID, vo
 /**
  * Reads a file from Callback up to a tag, whose attribute is there but its value unread.
  * Of a bulk VR the attribute has its length. A file that is written from the object gets VX_TOO_FEW_VALUES
- * unless the attribute is given a value.
+ * unless the attribute is given a value. VX_INVALID_FILE_ID stands also for a directory, VX_VALUE_TOO_LARGE
+ * for an offset beyond 32 bits, *Offset being 0xFFFFFFFF.
  * @param Tag  the tag.
  * @param Offset  [out] offset in the file of the value, or of what follows it if it is a text or numbers;
  *     without such an attribute as VX_Open_File_Upto_Tag.
- * @retval VX_INVALID_FILE_ID  also a directory.
- * @retval VX_VALUE_TOO_LARGE  also an offset beyond 32 bits, *Offset being 0xFFFFFFFF.
  * @copydetails VX_Open_File
  */
 VX_API VX_STATUS VX_Open_File_Upto_Tag_Bypass_Value(int32_t ApplicationID, int32_t FileID, void* UserInfo,

@@ -156,9 +156,9 @@ VX_API VX_STATUS VX_Stream_To_Message(int32_t MsgID, uint32_t StartTag, uint32_t
 
 /**
  * Decodes a stream into an object, and tells where the decode stopped.
+ * VX_VALUE_TOO_LARGE stands also for an offset beyond 32 bits, *Offset being 0xFFFFFFFF.
  * @param Offset  [out] offset in the (inflated) stream of the element where the decode stopped, or of the
  *     end.
- * @retval VX_VALUE_TOO_LARGE  also an offset beyond 32 bits, *Offset being 0xFFFFFFFF.
  * @copydetails VX_Stream_To_Message
  */
 VX_API VX_STATUS VX_Stream_To_Message_With_Offset(int32_t MsgID, uint32_t StartTag, uint32_t EndTag,

@@ -164,8 +164,7 @@ VX_API VX_STATUS VX_XML_To_Message(int32_t MsgID, void* UserInfo, VX_TEXT_INPUT 
  * creator that can not be added. A document without attributes is no failure. Values are taken in the order
  * of their numbers. An element of a private block may be named without the block, as (gggg,00ee). Values that
  * lie elsewhere (BulkData) are not fetched, with a warning. Here the text may be in any encoding that libxml2
- * reads.
- * @retval VX_SYSTEM_ERROR  also: libxml2 can not be opened.
+ * reads. VX_SYSTEM_ERROR stands also for a libxml2 that can not be opened.
  * @copydetails VX_XML_To_Message
  */
 VX_API VX_STATUS VX_XML_Native_To_Message(int32_t MsgID, void* UserInfo, VX_TEXT_INPUT Callback);
