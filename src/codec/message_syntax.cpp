@@ -85,7 +85,7 @@ VX_STATUS set_message_syntax(MsgObj& object, VX_TRANSFER_SYNTAX syntax) {
     return VX_NORMAL_COMPLETION;
   }
   TagObj* attribute = nullptr;
-  status = find_or_add_tag(object, kSyntaxTag, "", attribute);
+  status = find_to_change(object, kSyntaxTag, attribute);
   return status == VX_NORMAL_COMPLETION ? set_text(object, *attribute, text, true, nullptr) : status;
 }
 

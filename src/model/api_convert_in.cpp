@@ -4,7 +4,6 @@
 #include "frame/state.h"
 #include "model/attributes.h"
 #include "model/convert.h"
-#include "model/held.h"
 
 namespace {
 
@@ -13,9 +12,8 @@ VX_STATUS set(int32_t id, uint32_t tag, VX_DATA_TYPE type, const void* value, bo
   vx::MsgObj* object = vx::find_object(id);
   if (object == nullptr) return VX_INVALID_MESSAGE_ID;
   vx::TagObj* attribute = nullptr;
-  const VX_STATUS status = vx::find_or_add_tag(*object, tag, "", attribute);
+  const VX_STATUS status = vx::find_to_change(*object, tag, attribute);
   if (status != VX_NORMAL_COMPLETION) return status;
-  if (vx::is_value_held(*object, *attribute)) return VX_STATE_VIOLATION;
   return vx::no_throw([&] { return vx::set_value(*object, *attribute, type, value, first); });
 }
 

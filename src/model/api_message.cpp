@@ -112,7 +112,8 @@ VX_STATUS VX_Set_Service_Command(int32_t MsgID, const char* ServiceName, uint16_
   VX_REQUIRE_POINTER(ServiceName);
   if (!is_valid_command(Command)) return VX_INVALID_COMMAND;
   MsgObj* object = find_with_service(MsgID);
-  return object != nullptr ? set_service_command(*object, ServiceName, Command) : VX_INVALID_MESSAGE_ID;
+  if (object == nullptr) return VX_INVALID_MESSAGE_ID;
+  return is_growth_held(*object) ? VX_STATE_VIOLATION : set_service_command(*object, ServiceName, Command);
 }
 
 VX_STATUS VX_Get_Message_Service(int32_t MsgID, const char** ServiceName, uint16_t* Command) {
@@ -128,14 +129,14 @@ VX_STATUS VX_Get_Message_Service(int32_t MsgID, const char** ServiceName, uint16
 
 VX_STATUS VX_Add_Standard_Attribute(int32_t MsgID, uint32_t Tag) {
   return with_object(MsgID, [=](MsgObj& object) {
-    const VX_STATUS status = decode_up_to(object, Tag);
+    const VX_STATUS status = is_growth_held(object) ? VX_STATE_VIOLATION : decode_up_to(object, Tag);
     return status == kOk ? add_standard_attribute(object, Tag, nullptr) : status;
   });
 }
 
 VX_STATUS VX_Add_Nonstandard_Attribute(int32_t MsgID, uint32_t Tag, VX_VR VR) {
   return with_object(MsgID, [=](MsgObj& object) {
-    const VX_STATUS status = decode_up_to(object, Tag);
+    const VX_STATUS status = is_growth_held(object) ? VX_STATE_VIOLATION : decode_up_to(object, Tag);
     return status == kOk ? add_nonstandard_attribute(object, Tag, VR, nullptr) : status;
   });
 }

@@ -102,6 +102,7 @@ VX_STATUS VX_Add_Private_Block(int32_t MsgID, const char* PrivateCode, uint16_t 
   return with_object(MsgID, PrivateCode, [=](MsgObj& object) {
     // A block without a name could not be found again.
     if (is_private_group(Group) && trim_right(PrivateCode).empty()) return VX_STATUS{VX_INVALID_PRIVATE_CODE};
+    if (is_growth_held(object)) return VX_STATUS{VX_STATE_VIOLATION};
     return add_private_block(object, PrivateCode, Group, nullptr, 0, "VX_Add_Private_Block");
   });
 }
@@ -117,7 +118,8 @@ VX_STATUS VX_Delete_Private_Block(int32_t MsgID, const char* PrivateCode, uint16
 VX_STATUS VX_Add_Private_Attribute(int32_t MsgID, const char* PrivateCode, uint16_t Group, uint8_t Element,
                                    VX_VR VR) {
   return with_object(MsgID, PrivateCode, [=](MsgObj& object) {
-    return add_private_attribute(object, PrivateCode, Group, Element, VR);
+    return is_growth_held(object) ? VX_STATE_VIOLATION
+                                  : add_private_attribute(object, PrivateCode, Group, Element, VR);
   });
 }
 

@@ -33,8 +33,7 @@ VX_STATUS with_added_attribute(int32_t id, uint32_t tag, Work work) {
   MsgObj* object = find_object(id);
   if (object == nullptr) return VX_INVALID_MESSAGE_ID;
   TagObj* attribute;
-  const VX_STATUS status = find_or_add_tag(*object, tag, "", attribute);
-  if (status == kOk && is_value_held(*object, *attribute)) return VX_STATE_VIOLATION;
+  const VX_STATUS status = find_to_change(*object, tag, attribute);
   return status == kOk ? work(*object, *attribute) : status;
 }
 

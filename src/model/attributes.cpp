@@ -8,6 +8,7 @@
 #include "frame/pool.h"
 #include "model/deferred.h"
 #include "model/dictionary.h"
+#include "model/held.h"
 #include "model/message_info.h"
 #include "model/seams.h"
 #include "model/tag_index.h"
@@ -241,6 +242,13 @@ VX_STATUS find_or_add_tag(MsgObj& object, uint32_t tag, const char* creator, Tag
   if (dictionary_lookup(tag, creator, info) != kOk) return VX_INVALID_TAG;
   status = new_tag(object, tag, info.vr, 1, 255, &out);
   return status == VX_TAG_ALREADY_EXISTS ? kOk : status;
+}
+
+VX_STATUS find_to_change(MsgObj& object, uint32_t tag, TagObj*& out) {
+  if (anything_held() && is_growth_held(object) && find_tag(object, tag) == nullptr)
+    return VX_STATE_VIOLATION;
+  const VX_STATUS status = find_or_add_tag(object, tag, "", out);
+  return status == kOk && is_value_held(object, *out) ? VX_STATE_VIOLATION : status;
 }
 
 VX_STATUS add_standard_attribute(MsgObj& object, uint32_t tag, TagObj** out) {

@@ -18,6 +18,9 @@ VX_STATUS new_tag(MsgObj& object, uint32_t tag, int32_t vr, uint16_t vm_low, uin
 // Finds the attribute or adds it from a repeating group's base or the dictionary, unless a template closes
 // the table. `creator` is the private code, empty for none. VX_INVALID_TAG.
 VX_STATUS find_or_add_tag(MsgObj& object, uint32_t tag, const char* creator, TagObj*& out);
+// The same for a call of the interface that sets the value: VX_STATE_VIOLATION while a function of the caller
+// runs that the attribute is held for.
+VX_STATUS find_to_change(MsgObj& object, uint32_t tag, TagObj*& out);
 // With the dictionary's VR; with a VR for a tag that the dictionary lacks.
 VX_STATUS add_standard_attribute(MsgObj& object, uint32_t tag, TagObj** out);
 VX_STATUS add_nonstandard_attribute(MsgObj& object, uint32_t tag, int32_t vr, TagObj** out);

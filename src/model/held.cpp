@@ -31,6 +31,9 @@ struct HeldList {
       return itself && held.attribute_->Tag >= first && held.attribute_->Tag <= last;
     });
   }
+  static bool growth(const MsgObj& object) {
+    return any(object, [](const Held& held, bool) { return held.hold_ == Hold::All; });
+  }
   static bool whole(const MsgObj& object) {
     for (const Held* held = head; held != nullptr; held = held->outer_) {
       if (&held->object_ == &object) return true;
@@ -63,6 +66,10 @@ bool is_range_held(const MsgObj& object, uint32_t first, uint32_t last) {
 
 bool is_object_held(const MsgObj& object) {
   return HeldList::whole(object);
+}
+
+bool is_growth_held(const MsgObj& object) {
+  return HeldList::growth(object);
 }
 
 }  // namespace vx

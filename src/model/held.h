@@ -33,5 +33,6 @@ bool anything_held();  // by this thread
 bool is_value_held(const MsgObj& object, const TagObj& attribute);
 bool is_range_held(const MsgObj& object, uint32_t first, uint32_t last);  // attributes that are to go
 bool is_object_held(const MsgObj& object);                                // itself
+bool is_growth_held(const MsgObj& object);                                // attributes that are to come
 
 }  // namespace vx

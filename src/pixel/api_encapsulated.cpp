@@ -14,9 +14,8 @@ VX_STATUS with_writable(int32_t id, uint32_t tag, Work work) {
   MsgObj* object = find_object(id);
   if (object == nullptr) return VX_INVALID_MESSAGE_ID;
   TagObj* attribute = nullptr;
-  if (VX_STATUS status = find_or_add_tag(*object, tag, "", attribute); status != kOk) return status;
+  if (VX_STATUS status = find_to_change(*object, tag, attribute); status != kOk) return status;
   if (attribute->VR != VX_VR_OB && attribute->VR != VX_VR_OW) return VX_INCOMPATIBLE_VR;
-  if (is_value_held(*object, *attribute)) return VX_STATE_VIOLATION;
   const Held held(*object, Hold::Value, attribute);
   return work(*object, *attribute);
 }

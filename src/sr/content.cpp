@@ -101,7 +101,7 @@ Terms continuity_terms() {
 
 VX_STATUS put_value(MsgObj& object, uint32_t tag, VX_DATA_TYPE type, const void* value, bool first) {
   TagObj* attribute = nullptr;
-  const VX_STATUS status = find_or_add_tag(object, tag, "", attribute);
+  const VX_STATUS status = find_to_change(object, tag, attribute);
   return status == kOk ? set_value(object, *attribute, type, value, first) : status;
 }
 
@@ -116,7 +116,7 @@ VX_STATUS put_term(MsgObj& object, uint32_t tag, Terms terms, int32_t number) {
 
 VX_STATUS put_item(MsgObj& object, uint32_t tag, MsgObj& item) {
   TagObj* attribute = nullptr;
-  const VX_STATUS status = find_or_add_tag(object, tag, "", attribute);
+  const VX_STATUS status = find_to_change(object, tag, attribute);
   if (status != kOk) return status;
   clear_value(object, *attribute, false, true);
   return set_value(object, *attribute, VX_INT_TYPE, &item.ID, true);

@@ -116,7 +116,7 @@ VX_STATUS add_child(int32_t parent_id, int32_t child_id, bool write) {
   log_long_location(*node);
   if (write) {
     TagObj* attribute = nullptr;
-    VX_STATUS status = find_or_add_tag(*parent->Object, kContentSequence, "", attribute);
+    VX_STATUS status = find_to_change(*parent->Object, kContentSequence, attribute);
     if (status == kOk) status = set_value(*parent->Object, *attribute, VX_INT_TYPE, &child_id, false);
     if (status != kOk) return status;
   }

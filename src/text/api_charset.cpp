@@ -71,7 +71,7 @@ VX_STATUS set_unicode(int32_t id, uint32_t tag, int32_t length, const char16_t* 
   MsgObj* const object = find_object(id);
   if (object == nullptr) return VX_INVALID_MESSAGE_ID;
   TagObj* attribute = nullptr;
-  VX_STATUS status = find_or_add_tag(*object, tag, "", attribute);
+  VX_STATUS status = find_to_change(*object, tag, attribute);
   if (status != kOk) return status;
   if (!is_unicode_vr(attribute->VR)) return VX_INCOMPATIBLE_VR;
   TextCharsets sets;

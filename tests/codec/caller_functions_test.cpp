@@ -199,6 +199,7 @@ TEST_F(CallerFunctions, WhatTheyFreeLivesToTheEndOfTheCall) {
 }
 
 TEST_F(CallerFunctions, WhatTheyAreCalledForStaysAsItIs) {
+  ASSERT_EQ(VX_Enable_Unicode_Conversion(1), VX_NORMAL_COMPLETION);
   for (std::size_t i = 0; i < reading().size(); ++i) {
     Caller holder{};
     fill(&holder);
@@ -219,10 +220,17 @@ TEST_F(CallerFunctions, WhatTheyAreCalledForStaysAsItIs) {
       if (road.in_item) return;
       keep(VX_Delete_Attribute(message_, 0x00081140));
       keep(VX_Set_Value_From_String(message_, kLong, "new"));
+      keep(VX_Set_Value_From_UnicodeString(message_, kLong, -1, u"new"));
+      keep(VX_Set_Value_From_String(message_, 0x00100010, "new"));
+      keep(VX_Add_Standard_Attribute(message_, 0x00100010));
+      keep(VX_Add_Nonstandard_Attribute(message_, 0x00220099, VX_VR_LO));
+      keep(VX_Add_Private_Block(message_, "A", 0x0011));
+      keep(VX_Set_Service_Command(message_, "STANDARD_CT", C_STORE_RQ));
     };
     EXPECT_EQ(road.run(reads), VX_NORMAL_COMPLETION) << road.name;
     EXPECT_GE(refused.size(), 8U) << road.name;
     for (const VX_STATUS status : refused) EXPECT_EQ(status, VX_STATE_VIOLATION) << road.name;
+    EXPECT_EQ(VX_Get_Attribute_Info(message_, 0x00100010, nullptr, nullptr), VX_INVALID_TAG) << road.name;
     EXPECT_EQ(VX_Set_Value_From_UInt(item_, kNumbers, 1), VX_NORMAL_COMPLETION)
         << "afterwards: " << road.name;
     VX_Free_Message(&message_);
