@@ -1903,6 +1903,25 @@ VX_API VX_STATUS VX_NewServiceFromName(const char* Name, const char* ServiceName
                                        uint8_t SCURole, uint8_t SCPRole);
 
 /*
+ * Adds the service of a storage class that the services profile does not have, for what is private or came
+ * later: VX_NewServiceFromUID takes it then, VX_Get_VexalKit_Service gives the name that was made for it, and
+ * C-STORE messages of it are sent and read (PS3.4 annex B). A class that has a service keeps it. Until
+ * VX_Library_Reset or VX_Library_Release. VX_INVALID_SOP_CLASS_UID: no UID of up to 64 digits and dots, or
+ * 65,536 have been added.
+ */
+VX_API VX_STATUS VX_Add_Service(const char* Uid);
+
+/*
+ * The code of a transfer syntax, also of one that this release does not know: that gets a code of its own,
+ * from 1000 on, which syntax lists and the functions of transfer syntaxes take. Its data sets are handed on
+ * unread, by VX_Send_Request_For_Service and VX_Continue_Read_Message_To_Stream; what decodes one takes it
+ * for explicit little endian with encapsulated pixel data (PS3.5 section A.4). Until VX_Library_Reset or
+ * VX_Library_Release. VX_INVALID_TRANSFER_SYNTAX, and 0: no UID of up to 64 digits and dots, or 65,536 have
+ * been added.
+ */
+VX_API VX_STATUS VX_Add_Transfer_Syntax(const char* Uid, VX_TRANSFER_SYNTAX* Syntax);
+
+/*
  * The same for the service with this SOP class UID.
  */
 VX_API VX_STATUS VX_NewServiceFromUID(const char* Name, const char* Uid, const char* SyntaxListName,
@@ -2088,6 +2107,17 @@ VX_API VX_STATUS VX_Accept_Association_With_Identity(int32_t AssociationID, cons
  * VX_NO_REQUEST_PENDING.
  */
 VX_API VX_STATUS VX_Reject_Association(int32_t AssociationID, int32_t Reason);
+
+/*
+ * For storage servers that keep what they do not know. With Accept not 0, the waits and process functions of
+ * all threads, from the next request on, accept what the service list does not: a class with no service as if
+ * by VX_Add_Service, and one with C-STORE in its commands, as the first entry of the list that has no roles,
+ * in the first syntax that this entry shares with the proposal; and where a proposal shares no syntax with
+ * its entry, the first one that it offers, as if by VX_Add_Transfer_Syntax. 0, as at the start and after
+ * VX_Library_Reset: the list decides.
+ */
+VX_API VX_STATUS VX_Accept_Unknown_Contexts(int32_t Accept);
+
 /* ---- Associations (PS3.8 section 7) ------------------------------------------------------------------- */
 
 /*
@@ -2248,6 +2278,13 @@ VX_API VX_STATUS VX_Send_Request(int32_t AssociationID, int32_t Reserved, void* 
  */
 VX_API VX_STATUS VX_Send_Request_For_Service(int32_t AssociationID, const char* ServiceName, int32_t Reserved,
                                              void* UserInfo, VX_VALUE_CALLBACK Callback);
+
+/*
+ * The message ID (0000,0110) of the request that went out last on an association, for its answers: the only
+ * place that tells the one that VX_Send_Request_For_Service has chosen. Never blocks.
+ * VX_INVALID_ASSOCIATION_ID; VX_STATE_VIOLATION: there was none.
+ */
+VX_API VX_STATUS VX_Get_Sent_Message_ID(int32_t AssociationID, uint16_t* MessageID);
 
 /*
  * Reads the next message into a new one, which the application frees. Timeout is in seconds: 0 looks once, a
