@@ -122,6 +122,28 @@ VX_API VX_STATUS VX_NewServiceFromName(const char* Name, const char* ServiceName
                                        uint8_t SCURole, uint8_t SCPRole);
 
 /**
+ * Adds the service of a storage class that the services profile does not have.
+ * For classes that are private or came later: VX_NewServiceFromUID takes the class then,
+ * VX_Get_VexalKit_Service gives the name that was made for it, and C-STORE messages of it are sent and read
+ * (PS3.4 annex B). A class that has a service keeps it. Until VX_Library_Reset or VX_Library_Release.
+ * @param Uid  SOP class UID.
+ * @retval VX_INVALID_SOP_CLASS_UID  no UID of up to 64 digits and dots, or 65,536 have been added.
+ */
+VX_API VX_STATUS VX_Add_Service(const char* Uid);
+
+/**
+ * Gives the code of a transfer syntax, also of one that this release does not know.
+ * An unknown one gets a code of its own, from 1000 on, which syntax lists and the functions of transfer
+ * syntaxes take. Its data sets are handed on unread, by VX_Send_Request_For_Service and
+ * VX_Continue_Read_Message_To_Stream; what decodes one takes it for explicit little endian with encapsulated
+ * pixel data (PS3.5 section A.4). Until VX_Library_Reset or VX_Library_Release.
+ * @param Uid  transfer syntax UID.
+ * @param Syntax  [out] the code; 0 after a failure.
+ * @retval VX_INVALID_TRANSFER_SYNTAX  no UID of up to 64 digits and dots, or 65,536 have been added.
+ */
+VX_API VX_STATUS VX_Add_Transfer_Syntax(const char* Uid, VX_TRANSFER_SYNTAX* Syntax);
+
+/**
  * Names the service of a SOP class together with what it is proposed or accepted with.
  * @param Name  new name, at most 129 bytes, for the lists that are made of it.
  * @param Uid  UID of the SOP class.
@@ -430,6 +452,17 @@ VX_API VX_STATUS VX_Accept_Association_With_Identity(int32_t AssociationID, cons
  * @retval VX_SYSTEM_ERROR  another thread is inside the association.
  */
 VX_API VX_STATUS VX_Reject_Association(int32_t AssociationID, int32_t Reason);
+
+/**
+ * For storage servers that keep what they do not know: accepts what the service list does not.
+ * The waits and process functions of all threads do so from the next request on: a class with no service as
+ * if by VX_Add_Service, and one with C-STORE in its commands, as the first entry of the list that has no
+ * roles, in the first syntax that this entry shares with the proposal; and where a proposal shares no syntax
+ * with its entry, the first one that it offers, as if by VX_Add_Transfer_Syntax.
+ * @param Accept  not 0: so; 0, as at the start and after VX_Library_Reset: the list decides.
+ * @return VX_NORMAL_COMPLETION.
+ */
+VX_API VX_STATUS VX_Accept_Unknown_Contexts(int32_t Accept);
 
 /* ---- Associations (PS3.8 section 7) -------------------------------------------------------------------- */
 

@@ -100,6 +100,15 @@ VX_API VX_STATUS VX_Send_Request_For_Service(int32_t AssociationID, const char* 
                                              void* UserInfo, VX_VALUE_CALLBACK Callback);
 
 /**
+ * Tells the message ID (0000,0110) of the request that went out last on an association.
+ * Its answers name it; that of VX_Send_Request_For_Service is told nowhere else. Never blocks.
+ * @param AssociationID  the association.
+ * @param MessageID  [out] the ID.
+ * @retval VX_STATE_VIOLATION  no request has gone out.
+ */
+VX_API VX_STATUS VX_Get_Sent_Message_ID(int32_t AssociationID, uint16_t* MessageID);
+
+/**
  * Reads the next message.
  * Verification requests are answered here when AUTO_ECHO_SUPPORT is on and the service list does not hold
  * that service; the wait then starts anew.

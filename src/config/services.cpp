@@ -2,6 +2,7 @@
 
 #include <unordered_map>
 
+#include "config/added.h"
 #include "config/config.h"
 #include "config/record.h"
 #include "frame/log.h"
@@ -92,15 +93,18 @@ bool build_index() {
 }  // namespace
 
 const SopObj* find_service(std::string_view name) {
-  return look_up(&ServiceIndex::by_name, name);
+  const SopObj* found = look_up(&ServiceIndex::by_name, name);
+  return found != nullptr ? found : find_added_service(name);
 }
 
 const SopObj* find_service_by_uid(std::string_view uid) {
-  return look_up(&ServiceIndex::by_uid, uid);
+  const SopObj* found = look_up(&ServiceIndex::by_uid, uid);
+  return found != nullptr ? found : find_added_service_by_uid(uid);
 }
 
 const SopObj* find_service_by_number(int32_t number) {
-  return look_up(&ServiceIndex::by_number, number);
+  const SopObj* found = look_up(&ServiceIndex::by_number, number);
+  return found != nullptr ? found : find_added_service_by_number(number);
 }
 
 int32_t find_item_number(std::string_view name) {
@@ -145,6 +149,7 @@ VX_STATUS config_build_service_list() {
 
 void drop_service_list() {
   // The records themselves go with their pool.
+  drop_added();
   delete g_index;
   g_index = nullptr;
 }

@@ -25,7 +25,7 @@ struct SopObj {
 };
 static_assert(std::is_trivially_destructible_v<SopObj>);
 
-// Lookups, exact in case; null or -1 if unknown. Constant time.
+// Lookups, exact in case, also among those that were added; null or -1 if unknown. Constant time.
 const SopObj* find_service(std::string_view name);
 const SopObj* find_service_by_uid(std::string_view uid);
 const SopObj* find_service_by_number(int32_t number);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "config/added.h"
 #include "config/config.h"
 #include "frame/lock.h"
 #include "frame/state.h"
@@ -188,6 +189,10 @@ bool is_transfer_syntax(VX_TRANSFER_SYNTAX syntax) {
 
 VX_STATUS syntax_encoding(VX_TRANSFER_SYNTAX syntax, Encoding& encoding) {
   const SyntaxRow* row = find_row(syntax);
+  if (row == nullptr && !added_syntax_uid(syntax).empty()) {
+    encoding = Encoding{syntax, false, true, true};
+    return kOk;
+  }
   if (row == nullptr) {
     encoding = Encoding{IMPLICIT_LITTLE_ENDIAN, false, false, false};
     return VX_INVALID_TRANSFER_SYNTAX;
@@ -205,8 +210,9 @@ VX_STATUS syntax_encoding(VX_TRANSFER_SYNTAX syntax, Encoding& encoding) {
 std::size_t syntax_uid(VX_TRANSFER_SYNTAX syntax, char* buffer, std::size_t size) {
   const SyntaxRow* row = find_row(syntax);
   if (row != nullptr) return config_text(row->uid, buffer, size);
-  copy_text(buffer, size, "");
-  return 0;
+  const std::string_view added = added_syntax_uid(syntax);
+  copy_text(buffer, size, added);
+  return added.size();
 }
 
 const char* syntax_display_name(VX_TRANSFER_SYNTAX syntax) {
@@ -223,6 +229,10 @@ VX_STATUS syntax_from_uid(std::string_view uid, VX_TRANSFER_SYNTAX& syntax) {
   for (const VX_TRANSFER_SYNTAX candidate : kUidOrder) {
     if (!equals_ignoring_case(uid, record.string_values[find_row(candidate)->uid])) continue;
     syntax = candidate;
+    return kOk;
+  }
+  if (const VX_TRANSFER_SYNTAX added = find_added_syntax(uid); added != 0) {
+    syntax = added;
     return kOk;
   }
   return VX_INVALID_TRANSFER_SYNTAX;

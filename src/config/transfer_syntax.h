@@ -1,4 +1,4 @@
-// Transfer syntaxes: one table.
+// Transfer syntaxes: one table, and those that were added.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,8 @@ struct Encoding {
   bool encapsulated;
 };
 
-bool is_transfer_syntax(VX_TRANSFER_SYNTAX syntax);
+bool is_transfer_syntax(VX_TRANSFER_SYNTAX syntax);  // of the table
+// An added one counts as explicit little endian and encapsulated, as all that came since PS3.5 2000 are.
 // VX_INVALID_TRANSFER_SYNTAX gives implicit little endian properties.
 VX_STATUS syntax_encoding(VX_TRANSFER_SYNTAX syntax, Encoding& encoding);
 // The UID as configured; empty for an unknown code. Returns the length.

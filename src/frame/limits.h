@@ -47,6 +47,10 @@ inline constexpr std::size_t kMaxCommand = 1U << 20;
 // A P-DATA-TF PDU when PDU_MAXIMUM_LENGTH is 0, no limit. The buffer grows with what arrives.
 inline constexpr std::size_t kMaxUnlimitedPdu = 256U << 20;
 
+// Services, and transfer syntaxes, that are added while the library runs: some 20 MB of each at the most. A
+// peer proposes no more than 128 at a time.
+inline constexpr std::size_t kMaxAdded = 65536;
+
 // Bytes of one frame, and samples of one pixel, that a codec works on.
 inline constexpr std::size_t kMaxFrame = 0x7FFFFFFFU;
 inline constexpr uint32_t kMaxSamples = 4;

@@ -40,6 +40,7 @@ struct StateBlock {
   int32_t EchoApplicationID;  // the library's own application, -1 until it exists
   bool EchoTried;             // the first registration makes it
   int32_t KeepStreamForm;     // VX_Keep_Stream_Form; aligned, without a lock
+  int32_t AcceptUnknown;      // VX_Accept_Unknown_Contexts; the same
   Lock dictionSemaphore;
   Lock templateSemaphore;  // the list of message templates
   Lock charParamSemaphore;

@@ -42,7 +42,7 @@ uint32_t hash_name(const char* name) {
 
 Known* find_known(const char* name, uint32_t hash, uint16_t command) {
   for (Known* known = buckets[hash % kBuckets]; known != nullptr; known = known->next) {
-    if (known->hash == hash && (command == 0 || known->contents.Command == command) &&
+    if (known->hash == hash && known->contents.Command == command &&
         std::strcmp(known->contents.Name, name) == 0) {
       return known;
     }

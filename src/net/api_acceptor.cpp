@@ -1,4 +1,6 @@
 // Exported functions of the accepting side and of listening ports.
+#include <atomic>
+
 #include "frame/log.h"
 #include "frame/no_throw.h"
 #include "frame/state.h"
@@ -184,6 +186,12 @@ VX_STATUS VX_Accept_Association_With_Identity(int32_t AssociationID, const void*
 VX_STATUS VX_Reject_Association(int32_t AssociationID, int32_t Reason) {
   VX_REQUIRE_LIBRARY();
   return no_throw([&] { return reject_association(AssociationID, Reason); });
+}
+
+VX_STATUS VX_Accept_Unknown_Contexts(int32_t Accept) {
+  VX_REQUIRE_LIBRARY();
+  std::atomic_ref(state().AcceptUnknown).store(Accept, std::memory_order_relaxed);
+  return kOk;
 }
 
 VX_STATUS VX_Get_Listen_Socket(int32_t* Socket) {

@@ -107,6 +107,18 @@ VX_STATUS VX_Read_Message_To_Tag(int32_t AssociationID, int32_t Timeout, uint32_
   return read_into(AssociationID, Timeout, StopTag, MsgID, ServiceName, Command);
 }
 
+VX_STATUS VX_Get_Sent_Message_ID(int32_t AssociationID, uint16_t* MessageID) {
+  VX_REQUIRE_LIBRARY();
+  VX_REQUIRE_POINTER(MessageID);
+  *MessageID = 0;
+  const SessionReport session(AssociationID);
+  if (session.get() == nullptr) return VX_INVALID_ASSOCIATION_ID;
+  const Guard guard(session->RequestSemaphore);
+  if (session->SentMessageId < 0) return VX_STATE_VIOLATION;
+  *MessageID = static_cast<uint16_t>(session->SentMessageId);
+  return kOk;
+}
+
 VX_STATUS VX_Continue_Read_Message(int32_t AssociationID, int32_t* MsgID) {
   return VX_Continue_Read_Message_To_Tag(AssociationID, kLastDataTag, MsgID);
 }

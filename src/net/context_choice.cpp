@@ -1,6 +1,8 @@
 // The acceptor's choice among the proposed presentation contexts (PS3.8 section 7.1.1.13, PS3.7 D.3.3.4).
+#include <atomic>
 #include <cstring>
 
+#include "config/added.h"
 #include "config/config.h"
 #include "frame/text.h"
 #include "net/acceptor.h"
@@ -81,6 +83,33 @@ const ServiceEntry* entry_for(const ServiceList& list, const PresentationContext
                                                                                           : nullptr;
 }
 
+bool accepts_unknown() {
+  return std::atomic_ref(state().AcceptUnknown).load(std::memory_order_relaxed) != 0;
+}
+
+// What stands for an entry of the list where every class that can be stored is taken: the first one that has
+// no roles, with its syntaxes. Null if the class is known as one that is not stored.
+const ServiceEntry* entry_for_unknown(const ServiceList& list, const PresentationContext& context) {
+  constexpr uint32_t kStoreRequest = 0x1;
+  const SopObj* service = find_service_by_uid(context.abstractSyntax);
+  if (service == nullptr) service = add_service(context.abstractSyntax);
+  if (service == nullptr || (service->commands & kStoreRequest) == 0) return nullptr;
+  for (const ServiceEntry& entry : entries_of(list)) {
+    if (entry.scuRole == kNoRole && entry.scpRole == kNoRole) return &entry;
+  }
+  return nullptr;
+}
+
+// The first syntax that has a code, or gets one.
+const TransferSyntaxEntry* choose_unknown_syntax(PresentationContext& context) {
+  for (TransferSyntaxEntry& proposed :
+       std::span(context.transferSyntaxes, static_cast<std::size_t>(context.transferSyntaxCount))) {
+    if (proposed.code == 0) proposed.code = add_syntax(proposed.uid);
+    if (proposed.code != 0) return &proposed;
+  }
+  return nullptr;
+}
+
 bool repeats_earlier(const AssociationParameters& parameters, const PresentationContext& context) {
   for (const PresentationContext& earlier : contexts_of(parameters)) {
     if (&earlier == &context) return false;
@@ -93,8 +122,11 @@ uint8_t answer_context(const SesObj& session, PresentationContext& context) {
   const Roles requested{context.scuRole, context.scpRole};
   context.scuRole = context.scpRole = kRoleAbsent;
   const ServiceEntry* entry = entry_for(*session.Services, context);
+  const bool any = accepts_unknown();
+  if (entry == nullptr && any) entry = entry_for_unknown(*session.Services, context);
   if (entry == nullptr) return kAbstractSyntaxNotSupported;
   const TransferSyntaxEntry* syntax = choose_syntax(*entry, context);
+  if (syntax == nullptr && any) syntax = choose_unknown_syntax(context);
   if (syntax == nullptr) return kTransferSyntaxNotSupported;
   if (!config_bool(VX_CFG_ACCEPT_MULTIPLE_PRES_CONTEXTS) && repeats_earlier(*session.Parameters, context)) {
     return kUserRejection;

@@ -5,6 +5,7 @@
 
 #include "codec/reader.h"
 #include "codec/writer.h"
+#include "config/added.h"
 #include "config/config.h"
 #include "frame/log.h"
 #include "frame/patience.h"
@@ -72,7 +73,11 @@ VX_STATUS conclude(SesObj* session, const PdvWriter& writer, SendPlan& plan, VX_
     free_request(plan.new_request);
     return status;
   }
-  if (plan.new_request != nullptr) add_request(*session, session->PendingRequests, plan.new_request);
+  if (plan.new_request != nullptr) {
+    const Guard guard(session->RequestSemaphore);
+    session->SentMessageId = static_cast<int32_t>(plan.new_request->MessageId);
+    add_request(*session, session->PendingRequests, plan.new_request);
+  }
   if (plan.matched != nullptr && !is_pending_response(plan.command, plan.status)) {
     remove_request(*session, session->ReceivedRequests, plan.matched);
   }
@@ -147,10 +152,11 @@ class Front {
   MsgObj* message() const { return find_object(id_); }
   VX_TRANSFER_SYNTAX syntax() const { return syntax_; }
   const std::string& sop_class() const { return sop_class_; }
-  // Where the application goes on: behind what the message holds, or for a deflated stream behind the meta
+  // Where the application goes on: behind what the message holds, or for an opaque stream behind the meta
   // group.
   uint32_t offset() const { return offset_; }
-  bool deflated() const { return is_deflated(syntax_); }
+  // The data set is not what can be read in pieces: deflated, or in a syntax of which only the UID is known.
+  bool opaque() const { return is_deflated(syntax_) || is_added_syntax(syntax_); }
 
  private:
   static VX_STATUS failed(const char* what, VX_STATUS status) {
@@ -163,6 +169,7 @@ class Front {
     out = status == kOk ? buffer : "";
     return status;
   }
+  VX_STATUS open(const Source& source, uint32_t last_tag);
   VX_STATUS find_syntax();
   void take_identity(uint32_t tag, uint32_t command, std::string& uid, const char* get,
                      const char* set) const;
@@ -194,25 +201,36 @@ void Front::take_identity(uint32_t tag, uint32_t command, std::string& uid, cons
   }
 }
 
-VX_STATUS Front::read(const Source& source) {
-  VX_Register_Application(nullptr, nullptr);
+VX_STATUS Front::open(const Source& source, uint32_t last_tag) {
+  if (id_ >= 0) VX_Free_File(&id_);
   VX_STATUS status = VX_Create_Empty_File(&id_, "");
   if (status != kOk) return failed("VX_Create_Empty_File", status);
-  status = VX_Open_File_Upto_Tag(state().EchoApplicationID, id_, const_cast<Source*>(&source), kLastFrontTag,
+  status = VX_Open_File_Upto_Tag(state().EchoApplicationID, id_, const_cast<Source*>(&source), last_tag,
                                  &offset_, read_source);
   if (status != kOk) return failed("VX_Open_File_Upto_Tag", status);
+  return find_syntax();
+}
+
+VX_STATUS Front::read(const Source& source) {
+  constexpr uint32_t kLastMetaTag = 0x0002FFFFU;
+  VX_Register_Application(nullptr, nullptr);
+  VX_STATUS status = kOk;
+  // Where a syntax may be one that was added, the data set is looked at only once it is known not to be.
+  if (has_added_syntaxes()) status = open(source, kLastMetaTag);
+  if (status == kOk && !is_added_syntax(syntax_)) status = open(source, kLastFrontTag);
+  if (status != kOk) return status;
   std::string instance;
   if (const VX_STATUS got = text(0x00020002U, sop_class_); got != kOk) failed("Get (0002,0002)", got);
   if (const VX_STATUS got = text(0x00020003U, instance); got != kOk) failed("Get (0002,0003)", got);
-  status = find_syntax();
-  if (status != kOk) return status;
-  if (deflated()) {
+  if (opaque()) {
     constexpr uint32_t kMetaStart = 144;
     uint32_t length = 0;
     status = VX_Get_Value_To_UInt(id_, 0x00020000U, &length);
     if (status != kOk) return failed("Get (0002,0000)", status);
     offset_ = kMetaStart + length;
   }
+  // A message with nothing in it would be sent as one without a data set.
+  if (is_added_syntax(syntax_)) VX_Set_Value_From_String(id_, 0x00080018U, instance.c_str());
   status = VX_File_To_Message(id_);
   if (status != kOk) return failed("VX_File_To_Message", status);
   take_identity(0x00080016U, command_tag::kAffectedClass, sop_class_, "Get VX_ATT_SOP_CLASS_UID",
@@ -253,7 +271,7 @@ VX_STATUS SendMessageFromCallbackToStream(const SesObj& session, PdvWriter& writ
   constexpr uint32_t kMost = 0x7FFFFFFFU;
   writer.begin_data();
   VX_STATUS status = kOk;
-  if (!front.deflated()) {
+  if (!front.opaque()) {
     StreamWriter stream = stream_writer(session, writer, plan.syntax);
     stream.ConnectionCallback = put_front;
     stream.KeepGroupLengths = true;

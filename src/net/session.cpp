@@ -18,6 +18,7 @@ SesObj* new_session(AppObj& app, bool requester) {
   session->Application = &app;
   session->ApplicationID = app.ID;
   session->IsRequester = requester ? 1 : 0;
+  session->SentMessageId = -1;
   session->InNetworkFunction = 1;
   session->MaxOperationsInvoked = session->MaxOperationsPerformed = kNoWindow;
   const Guard guard(session_lock());

@@ -70,7 +70,8 @@ struct SesObj {
   char RemoteTitle[20];          // once Parameters have gone
   RequestList PendingRequests;   // sent, not yet answered
   RequestList ReceivedRequests;  // received, not yet answered
-  Lock RequestSemaphore;         // guards both lists
+  Lock RequestSemaphore;         // guards both lists, and the next
+  int32_t SentMessageId;         // of the last request that went out; -1 before
   int32_t ReadEnded;             // all of the message that is read in parts has come
   uint8_t* PduBuffer;            // owned; kept from one send to the next
   uint32_t PduBufferSize;

@@ -15,7 +15,7 @@
 //   null                         there, without a value
 //   is, not                      the value begins with a text; a $ at its end stands for the value's end
 //   =, >, <>                     the value as a number
-//   points, lists                the first value is the tag; one of the values is
+//   points, lists                the first value is one of the tags; one of the values is the tag
 //   optional                     not there, or of type 3 in the object's template
 //   uneven                       two numbers that aren't both 1
 #pragma once

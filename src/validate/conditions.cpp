@@ -1,7 +1,9 @@
 #include "validate/conditions.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <iterator>
 #include <optional>
 
 #include "model/attributes.h"
@@ -111,14 +113,14 @@ int32_t verb_optional(int32_t object_id, uint32_t tag, const Clause&) {
 
 // --- Texts ---
 
-// A value that doesn't fit counts as one that can't be read. UIDs and query levels get more room.
+// A value that doesn't fit counts as one that can't be read. UIDs, species and query levels get more room.
 constexpr int32_t kTextSize = 20;
 constexpr int32_t kLongTextSize = 50;
-constexpr uint32_t kSopClassUid = 0x00080016;
-constexpr uint32_t kQueryLevel = 0x00080052;
+constexpr uint32_t kLongTexts[] = {0x00020010, 0x00080016, 0x00080052, 0x00081150, 0x00102201};
 
 int32_t text_size(uint32_t tag) {
-  return tag == kSopClassUid || tag == kQueryLevel ? kLongTextSize : kTextSize;
+  const bool is_long = std::find(std::begin(kLongTexts), std::end(kLongTexts), tag) != std::end(kLongTexts);
+  return is_long ? kLongTextSize : kTextSize;
 }
 
 bool matches(const Clause& clause, std::string_view value) {
@@ -191,7 +193,8 @@ int32_t verb_uneven(int32_t object_id, uint32_t tag, const Clause&) {
 int32_t verb_points(int32_t object_id, uint32_t tag, const Clause& clause) {
   uint32_t value = 0;
   if (VX_Get_Value_To_ULongInt(object_id, tag, &value) != VX_NORMAL_COMPLETION) return kConditionUnknown;
-  return answer(value == to_number<uint32_t>(clause.arguments, 16));
+  return answer(any_argument(
+      clause, [value](std::string_view text) { return value == to_number<uint32_t>(text, 16); }));
 }
 
 int32_t verb_lists(int32_t object_id, uint32_t tag, const Clause& clause) {

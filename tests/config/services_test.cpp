@@ -57,6 +57,42 @@ TEST_F(ServicesTest, OnlyServicesInUseAreLoaded) {
   EXPECT_EQ(member->sop_class_count, 1);
 }
 
+// What is added is found like what was loaded, until a reset; bounded, and UIDs only.
+TEST_F(ServicesTest, ClassesAndSyntaxesAreAdded) {
+  constexpr char kUid[] = "1.3.6.1.4.1.9999.1";
+  char name[50];
+  char uid[66];
+  VX_TRANSFER_SYNTAX syntax = 0;
+  VX_TRANSFER_SYNTAX again = 0;
+  const auto known = [&] { return VX_Get_VexalKit_Service(kUid, name, sizeof name); };
+  for (int life = 0; life < 2; ++life) {
+    EXPECT_EQ(known(), VX_INVALID_SOP_CLASS_UID);
+    EXPECT_EQ(VX_Add_Service(kUid), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(VX_Add_Service(kUid), VX_NORMAL_COMPLETION);
+    ASSERT_EQ(known(), VX_NORMAL_COMPLETION);
+    ASSERT_EQ(VX_Get_UID_From_VexalKit_Service(name, uid, sizeof uid), VX_NORMAL_COMPLETION);
+    EXPECT_STREQ(uid, kUid);
+    EXPECT_EQ(find_service_by_number(find_service(name)->number), find_service_by_uid(kUid));
+    EXPECT_EQ(check_service_command(name, C_STORE_RQ), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(VX_Add_Transfer_Syntax("1.2.840.10008.1.2.5", &syntax), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(syntax, RLE);
+    EXPECT_EQ(VX_Get_Enum_From_Transfer_Syntax(std::string(kUid).data(), &syntax),
+              VX_INVALID_TRANSFER_SYNTAX);
+    EXPECT_EQ(VX_Add_Transfer_Syntax(kUid, &syntax), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(VX_Get_Enum_From_Transfer_Syntax(std::string(kUid).data(), &again), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(syntax, again);
+    EXPECT_EQ(VX_Get_Transfer_Syntax_From_Enum(syntax, uid, sizeof uid), VX_NORMAL_COMPLETION);
+    EXPECT_STREQ(uid, kUid);
+    for (const std::string& bad : {std::string(), std::string("1.2.x"), std::string(65, '1')}) {
+      EXPECT_EQ(VX_Add_Service(bad.c_str()), VX_INVALID_SOP_CLASS_UID);
+      EXPECT_EQ(VX_Add_Transfer_Syntax(bad.c_str(), &again), VX_INVALID_TRANSFER_SYNTAX);
+    }
+    for (int n = 1; n < 65536; ++n) VX_Add_Service(("8." + std::to_string(n)).c_str());
+    EXPECT_EQ(VX_Add_Service("8.65536"), VX_INVALID_SOP_CLASS_UID);
+    EXPECT_EQ(VX_Library_Reset(), VX_NORMAL_COMPLETION);
+  }
+}
+
 TEST_F(ServicesTest, CommandsOfAService) {
   EXPECT_EQ(check_service_command("STANDARD_CT", C_STORE_RQ), VX_NORMAL_COMPLETION);
   EXPECT_EQ(check_service_command("STANDARD_CT", C_FIND_RQ), VX_INVALID_COMMAND);

@@ -237,6 +237,7 @@ TEST_F(SettingsTest, DecoderFilter) {
 TEST_F(SettingsTest, ThreadsMaySetAndReadAtOnce) {
   std::atomic<bool> stop{false};
   std::atomic<int> torn{0};
+  set_text(VX_CFG_INITIATOR_NAME, "a");  // what is read until a thread has come so far
   std::vector<std::thread> threads;
   for (const char c : {'a', 'b'}) {
     threads.emplace_back([&, c] {

@@ -51,9 +51,9 @@ def data_set(instance, pixels=b"\1\2\3\4" * 64):
         (0x7FE00010, b"OW", pixels)))
 
 
-def meta_group(instance):
-    meta = b"".join(element(*row) for row in ((0x00020001, b"OB", b"\0\1"), (0x00020002, b"UI", CT), (0x00020003, b"UI", instance),
-                                              (0x00020010, b"UI", EXPLICIT), (0x00020012, b"UI", b"1.2.3.4")))
+def meta_group(instance, sop_class=CT, syntax=EXPLICIT):
+    meta = b"".join(element(*row) for row in ((0x00020001, b"OB", b"\0\1"), (0x00020002, b"UI", sop_class), (0x00020003, b"UI", instance),
+                                              (0x00020010, b"UI", syntax), (0x00020012, b"UI", b"1.2.3.4")))
     return bytes(128) + b"DICM" + element(0x00020000, b"UL", struct.pack("<I", len(meta))) + meta
 
 
@@ -135,15 +135,15 @@ def pdv(context, flags, body):
     return struct.pack(">IBB", len(body) + 2, context, flags) + body
 
 
-def store_command(instance, identifier=1):
-    return command(sop_class=CT, kind=1, id=identifier, priority=0, data=1, instance=instance)
+def store_command(instance, identifier=1, sop_class=CT):
+    return command(sop_class=sop_class, kind=1, id=identifier, priority=0, data=1, instance=instance)
 
 
-def store_message(instance, body=None, identifier=1):
+def store_message(instance, body=None, identifier=1, sop_class=CT, context=1):
     body = data_set(instance) if body is None else body
     parts = [body[at:at + 16000] for at in range(0, len(body), 16000)] if len(body) > 32000 else [body[:len(body) // 2], body[len(body) // 2:]]
-    return pdu(4, pdv(1, 3, store_command(instance, identifier))) + b"".join(pdu(4, pdv(1, 0, part)) for part in parts[:-1]) + \
-        pdu(4, pdv(1, 2, parts[-1]))
+    return pdu(4, pdv(context, 3, store_command(instance, identifier, sop_class))) + \
+        b"".join(pdu(4, pdv(context, 0, part)) for part in parts[:-1]) + pdu(4, pdv(context, 2, parts[-1]))
 
 
 ECHO = pdu(4, pdv(3, 3, command(sop_class=VERIFICATION, kind=0x30, id=1, data=0x101)))
@@ -367,6 +367,66 @@ def duplicates(folder):
     with Server("serve", out) as server:
         check(store_status(server.port, uid) == 0xA700 and not os.listdir(elsewhere), "serve: a folder that is a link is followed")
         check(image_find(server.port, uid) == 0, "serve: what was not stored is found")
+
+
+def unknown_objects(folder):
+    """receive --any takes classes and syntaxes that this release does not know, byte for byte; store sends them as they are."""
+    def private(n, body):
+        return body.replace(element(0x00080016, b"UI", CT), element(0x00080016, b"UI", b"1.3.6.1.4.1.9999.1.%d" % n))
+
+    later, video, worklist = b"1.2.840.10008.1.2.4.999", b"1.2.840.10008.1.2.4.102", b"1.2.840.10008.5.1.4.31"
+    fragments = struct.pack("<HH2sHI", 0x7FE0, 0x10, b"OB", 0, 0xFFFFFFFF) + b"".join(
+        struct.pack("<HHI", 0xFFFE, 0xE000, len(part)) + part for part in (b"", b"\1\2\3\4" * 9000)) + struct.pack("<HHI", 0xFFFE, 0xE0DD, 0)
+    objects = [  # class, syntaxes offered, the one that is taken, data set
+        (b"1.3.6.1.4.1.9999.1.%d" % n, syntaxes, taken, private(n, data_set(b"1.2.3.7.%d" % n, b"")[:-12] + pixels if pixels else
+                                                                data_set(b"1.2.3.7.%d" % n)))
+        for n, (syntaxes, taken, pixels) in enumerate((((IMPLICIT, EXPLICIT), EXPLICIT, b""), ((later,), later, fragments),
+                                                       ((later, EXPLICIT), EXPLICIT, b""), ((video,), video, fragments)))]
+    objects += [(CT, (later,), later, b"no data set, but bytes of odd length"[:-1] + bytes(70001)), (CT, (b"1.2.3.99", later), b"1.2.3.99", data_set(
+        b"1.2.3.7.5")), (b"1.2.840.10008.1.999.1", (later,), later, data_set(b"1.2.3.7.6").replace(CT, b"1.2.840.10008.1.999.1"))]
+    contexts = [(sop_class, syntaxes) for sop_class, syntaxes, _, _ in objects]
+    contexts += [(b"1.3.6.1.4.1.9999.2.%d" % n, (b"1.3.6.1.4.1.9999.3.%d" % n,)) for n in range(126 - len(contexts))] + [(worklist, (IMPLICIT,))]
+    request = associate(1, b"".join(presentation(0x20, 2 * n + 1, 0, item(0x30, sop_class), *(item(0x40, syntax) for syntax in syntaxes))
+                                    for n, (sop_class, syntaxes) in enumerate(contexts)))
+    taken = {name for name, _ in contexts[:-1]}
+
+    def given(answer):
+        """Context, result and syntax of the answer to a request."""
+        found, at = [], 74
+        while at < len(answer):
+            length = int.from_bytes(answer[at + 2:at + 4], "big")
+            if answer[at] == 0x21:
+                found.append((answer[at + 4], answer[at + 6], answer[at + 12:at + 4 + length]))
+            at += 4 + length
+        return found
+
+    with Server("receive", os.path.join(folder, "plain")) as server, Peer(server.port, request) as peer:
+        check(peer.answer[0] == 3, "receive takes what it does not know: %s" % given(peer.answer))
+    out, again = os.path.join(folder, "any"), os.path.join(folder, "again")
+    with Server("receive", out, "--any", "--tree", "--to", "explicit", "--journal", os.path.join(folder, "journal")) as server:
+        with Peer(server.port, request) as peer:
+            answer = given(peer.answer)
+            check([result for _, result, _ in answer] == [0] * 126 + [3], "receive --any: results %s" % answer)
+            check([syntax for _, _, syntax in answer[:len(objects)]] == [row[2] for row in objects], "receive --any: syntaxes %s" % answer)
+            for n, (sop_class, _, _, body) in enumerate(objects):
+                for change, status in ((body, 0), (body, 0), (body.replace(b"Doe^John", b"Doe^Jane") + b"  ", 0x0111)):
+                    got = peer.status(store_message(b"1.2.3.7.%d" % n, change, sop_class=sop_class, context=2 * n + 1))
+                    check(got == status, "receive --any, object %d: status %s, not %s" % (n, got, status))
+        server.settle("receive --any")
+    wanted = {"1.2.3.7.%d" % n: body for n, (_, _, _, body) in enumerate(objects)}
+    check(stored_objects(out) == (wanted, []), "receive --any: other objects")
+    with Server("receive", again, "--any") as server:
+        result = run(VEXAL, "store", "127.0.0.1", server.port, out, "--window", 3, "--json")
+        check(result.returncode == 0, "store of what is unknown: %d %s" % (result.returncode, result.stdout + result.stderr))
+    check(stored_objects(again) == (wanted, []), "store of what is unknown: other objects arrived")
+    for root, _, names in os.walk(out):
+        for name in names:
+            with open(os.path.join(root, name), "rb") as file:
+                one = file.read()
+            n = int(name.split(".")[4])
+            head = meta_group(name[:-4].encode(), objects[n][0], objects[n][2])
+            check(head[156:head.index(element(0x00020012, b"UI", b"1.2.3.4"))] in one[:400], "receive --any: the meta group of object %d is %s" %
+                  (n, one[132:400]))
 
 
 def damaged_index(folder):
@@ -1512,7 +1572,7 @@ def networks(folder):
         wire.end()
 
 
-PARTS = (duplicates, damaged_index, rules, swelling, long_query, greedy, hostile_requesters, floods, hostile_acceptors, lying_acceptors, lying_destinations, unwanted_objects, shares_of_blame, second_associations, strange_names, silent_crowd, kills, full_disk, large_object, networks)
+PARTS = (duplicates, unknown_objects, damaged_index, rules, swelling, long_query, greedy, hostile_requesters, floods, hostile_acceptors, lying_acceptors, lying_destinations, unwanted_objects, shares_of_blame, second_associations, strange_names, silent_crowd, kills, full_disk, large_object, networks)
 
 
 print("VEXAL_SEED=%d" % SEED)

@@ -196,16 +196,14 @@ bool depends_on(const vx::TagObj& rule, uint32_t tag) {
   return rule.Template->ConditionRule.find(text) != std::string_view::npos;
 }
 
-// What is found without an attribute: that it is missing. Of attributes that stand in for each other the next
-// one may be asked for as well.
+// What is found without an attribute: that it is missing, and what depends on it.
 bool tells_of(const std::vector<Found>& found, int32_t object, const vx::TagObj& removed) {
   const auto right = [&](const Found& one) {
     if (one.object == object && one.tag == removed.Tag) return one.status == VX_REQUIRED_ATTRIBUTE_MISSING;
     const vx::TagObj* other = rule_of(one.object, one.tag);
-    const bool looks_around =
-        other != nullptr && other->Template->ConditionRule.find_first_of("^~") != std::string_view::npos;
-    if (looks_around && (one.tag == removed.Tag || depends_on(*other, removed.Tag))) return true;
-    return !always_required(removed) && other != nullptr && depends_on(*other, removed.Tag);
+    if (other == nullptr) return false;
+    const bool looks_around = other->Template->ConditionRule.find_first_of("^~") != std::string_view::npos;
+    return (looks_around && one.tag == removed.Tag) || depends_on(*other, removed.Tag);
   };
   const auto itself = [&](const Found& one) { return one.object == object && one.tag == removed.Tag; };
   return std::all_of(found.begin(), found.end(), right) &&
@@ -279,6 +277,17 @@ class Minimal : public testing::Test {
     for (const int32_t item : items) walk(item, visit);
   }
 };
+
+// A service and an item type may share a name; what was read for the one is not taken for the other.
+TEST_F(Minimal, ServicesAndItemsOfOneNameHaveRulesOfTheirOwn) {
+  constexpr char kName[] = "REAL_WORLD_VALUE_MAPPING";
+  const vx::MsgTemplate* message = nullptr;
+  const vx::MsgTemplate* item = nullptr;
+  ASSERT_EQ(vx::get_template(kName, C_STORE_RQ, message), kOk);
+  ASSERT_EQ(vx::get_template(kName, 0, item), kOk);
+  EXPECT_NE(message, item);
+  EXPECT_EQ(item->FirstTag->Tag >> 16, 0x0028U);
+}
 
 TEST_F(Minimal, ValidatesAndNotWithoutAnyOfItsAttributes) {
   const std::vector<Message> all = messages();

@@ -150,7 +150,7 @@ std::string ReportWait::read(Association& association, const SentRequest& reques
   if (status == VX_TIMEOUT || (status == VX_ASSOCIATION_CLOSED && answered_ && port_ > 0)) return "";
   if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
   if (message.command == N_EVENT_REPORT_RQ) return take(association, message);
-  std::string problem = association.mismatch(message, request);
+  std::string problem = mismatch(message, request);
   if (!problem.empty() || answered_) {
     association.abort();
     return answered_ ? "the peer sent another message than the report" : problem;

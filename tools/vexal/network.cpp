@@ -266,29 +266,29 @@ bool is_alive(int32_t association) {
 
 SentRequest::SentRequest(const Message& request)
     : command(static_cast<uint16_t>(request.number(0x00000100, 0))),
-      id(static_cast<int32_t>(request.number(0x00000110, 0))),
+      id(static_cast<uint16_t>(request.number(0x00000110, 0))),
       sop_class(request.text(0x00000002)),
       instance(request.text(0x00001000)) {
   if (sop_class.empty()) sop_class = request.text(0x00000003);
   if (instance.empty()) instance = request.text(0x00001001);
 }
 
-void watch_sent_commands() {
-  VX_Set_Log_Destination(VX_CFG_T7_MESSAGE, 0);
-}
-
-int32_t sent_message_id(const LogLines& log) {
-  const char* value = log.below("  (0000,0110)", "    (1): ");
-  return value != nullptr ? static_cast<int32_t>(std::strtol(value, nullptr, 10)) : -1;
-}
-
-bool answers_nothing(const LogLines& log) {
-  return log.behind("Invalid responding message ID received") != nullptr;
+std::string mismatch(const Message& message, const SentRequest& request) {
+  if (message.command != (request.command | 0x8000U)) return "the peer sent another message than the answer";
+  if (message.number(0x00000120, 0x10000) != request.id)
+    return "the peer's answer has a message ID that is not the request's";
+  const auto differs = [&](uint32_t tag, const std::string& wanted) {
+    const std::string named = message.text(tag);
+    return !named.empty() && !wanted.empty() && named != wanted;
+  };
+  if (differs(0x00000002, request.sop_class)) return "the peer's answer is for another SOP class";
+  if (differs(0x00001000, request.instance)) return "the peer's answer is for another SOP instance";
+  return "";
 }
 
 VX_STATUS Association::open(const Peer& peer, const ServiceListName& list) {
   abort();
-  const LogLines log(LogLines::Kind::Holds);
+  const LogLines log;
   problem_.clear();
   int32_t port = peer.port;
   VX_STATUS status = VX_NORMAL_COMPLETION;
@@ -339,28 +339,11 @@ VX_STATUS Association::check(VX_STATUS status) {
 
 VX_STATUS Association::read(int32_t timeout, Message& message, bool head_only) {
   message.reset();
-  const LogLines log;
   const char* service = nullptr;
   const VX_STATUS status = check(VX_Read_Message_To_Tag(id_, timeout, head_only ? 0x00010000 : 0xFFFFFFFF,
                                                         &message.id, &service, &message.command));
   message.service = status == VX_NORMAL_COMPLETION ? service : "";
-  unasked_ = answers_nothing(log);
   return status;
-}
-
-std::string Association::mismatch(const Message& message, const SentRequest& request) const {
-  constexpr uint32_t kNone = 0x10000;
-  const uint32_t answered = message.number(0x00000120, kNone);
-  if (message.command != (request.command | 0x8000U)) return "the peer sent another message than the answer";
-  if (unasked_ || answered == kNone || (request.id >= 0 && answered != static_cast<uint32_t>(request.id)))
-    return "the peer's answer has a message ID that is not the request's";
-  const auto differs = [&](uint32_t tag, const std::string& wanted) {
-    const std::string named = message.text(tag);
-    return !named.empty() && !wanted.empty() && named != wanted;
-  };
-  if (differs(0x00000002, request.sop_class)) return "the peer's answer is for another SOP class";
-  if (differs(0x00001000, request.instance)) return "the peer's answer is for another SOP instance";
-  return "";
 }
 
 std::string Association::read_answer(int32_t timeout, const SentRequest& request, Message& answer) {

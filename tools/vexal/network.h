@@ -83,6 +83,10 @@ class ServiceListName {
 // What the library calls a SOP class; "" if it does not know it.
 std::string service_of_class(const std::string& sop_class);
 std::string uid_of_syntax(VX_TRANSFER_SYNTAX syntax);
+// One that came to the library while it runs: it can only be handed on.
+inline bool is_unknown_syntax(VX_TRANSFER_SYNTAX syntax) {
+  return syntax > JPIP_REFERENCED_DEFLATE;
+}
 
 // A class that the peer of an association takes, and how.
 struct AcceptedContext {
@@ -95,7 +99,6 @@ std::vector<AcceptedContext> accepted_contexts(int32_t association);
 // False once the library has ended it.
 bool is_alive(int32_t association);
 
-class LogLines;
 class Message;
 
 // A request that went out, as its answers have to name it (PS3.7 chapters 9 and 10).
@@ -104,19 +107,13 @@ struct SentRequest {
   explicit SentRequest(const Message& request);  // that has been sent
 
   uint16_t command = 0;
-  int32_t id = -1;  // (0000,0110); -1: only the library knows it
+  uint16_t id = 0;  // (0000,0110)
   std::string sop_class;
   std::string instance;  // empty: the request names none
 };
 
-// From now on the library's log shows the commands that are sent; it gives those of ready-encoded data sets
-// numbers of its own, and tells them nowhere else.
-void watch_sent_commands();
-// (0000,0110) of the command that was sent meanwhile, -1 if it is not known.
-int32_t sent_message_id(const LogLines& log);
-
-// The response that was read meanwhile has the message ID of no request.
-bool answers_nothing(const LogLines& log);
+// Why a message is no answer to this request; empty if it is one.
+std::string mismatch(const Message& message, const SentRequest& request);
 
 // An association that this program asked for.
 class Association {
@@ -139,8 +136,6 @@ class Association {
   VX_STATUS check(VX_STATUS status);
   // The next message, within so many seconds; with `head_only`, its data set stays on the network.
   VX_STATUS read(int32_t timeout, Message& message, bool head_only = false);
-  // Why the message that was read last is no answer to this request; empty if it is one.
-  std::string mismatch(const Message& message, const SentRequest& request) const;
   // Reads an answer to a request. An error text, empty on success; anything else than its answer aborts the
   // association.
   std::string read_answer(int32_t timeout, const SentRequest& request, Message& answer);
@@ -151,7 +146,6 @@ class Association {
  private:
   int32_t id_ = -1;
   uint16_t window_ = 1;
-  bool unasked_ = false;  // the message that was read last answers no request
   std::string problem_;
   std::vector<AcceptedContext> accepted_;
 };

@@ -25,6 +25,9 @@ constexpr Option kOptions[] = {
      "store in this transfer syntax, where an object can be turned into it without "
      "loss: " VEXAL_SYNTAX_NAMES},
     {"--prefer-compressed", nullptr, "choose a compressed transfer syntax where the peer offers one"},
+    {"--any", nullptr,
+     "take also what this release does not know: private and later storage classes, in whatever transfer "
+     "syntax is offered"},
     {"--on-object", "COMMAND",
      "run by the shell for each object, with VEXAL_FILE, VEXAL_INSTANCE, VEXAL_CALLER set"},
     {"--on-study", "COMMAND",
@@ -136,6 +139,7 @@ int run(const Args& args) {
     complain("the storage services can not be offered");
     return kUsage;
   }
+  if (args.has("--any")) VX_Accept_Unknown_Contexts(1);
   acceptor.warn_if_open("store");
   const Receiver receiver(acceptor, storage, args.get("--on-object"), args.get("--on-study"));
   return acceptor.run(

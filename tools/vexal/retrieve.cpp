@@ -132,7 +132,7 @@ std::string serve_get(Association& association, const Peer& peer, const SentRequ
       }
       continue;
     }
-    const std::string problem = association.mismatch(message, asked);
+    const std::string problem = mismatch(message, asked);
     if (!problem.empty()) {
       association.abort();
       return problem;

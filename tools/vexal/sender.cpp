@@ -37,12 +37,14 @@ std::string ObjectFile::look_at() {
   const FileHead head = inspect_head(bytes, static_cast<std::size_t>(std::max<int64_t>(got, 0)));
   std::string uid = head.syntax_uid;
   if (head.has_preamble && !head.sop_class_uid.empty() && !head.sop_instance_uid.empty() && !uid.empty() &&
-      VX_Get_Enum_From_Transfer_Syntax(uid.data(), &syntax) == VX_NORMAL_COMPLETION) {
+      VX_Add_Transfer_Syntax(uid.c_str(), &syntax) == VX_NORMAL_COMPLETION) {
     sop_class = head.sop_class_uid;
     instance = head.sop_instance_uid;
+    opaque = is_unknown_syntax(syntax);
+    VX_Add_Service(sop_class.c_str());
     // The library looks at the data set up to (0008,0018): one that starts behind it goes out as an object.
     // So does one of odd length, which has values that are to become even.
-    whole = (head.first_tag == 0 || head.first_tag <= 0x00080018U) && size % 2 == 0;
+    whole = opaque || ((head.first_tag == 0 || head.first_tag <= 0x00080018U) && size % 2 == 0);
     return "";
   }
   DicomFile file;
@@ -51,6 +53,7 @@ std::string ObjectFile::look_at() {
   instance = text_of(file.id(), 0x00080018);
   syntax = file.syntax();
   if (sop_class.empty() || instance.empty()) return "has no SOP Class UID or SOP Instance UID";
+  VX_Add_Service(sop_class.c_str());
   return "";
 }
 
@@ -164,9 +167,6 @@ VX_STATUS ObjectSender::send_object(int32_t association, const ObjectFile& file,
     VX_Set_Value_From_UShortInt(object.id(), 0x00001031, originator_id_);
   }
   status = VX_Send_Request_Message(association, object.id());
-  uint16_t number = 0;
-  if (VX_Get_Value_To_UShortInt(object.id(), 0x00000110, &number) == VX_NORMAL_COMPLETION)
-    request_.id = number;
   sent_in_part_ = status != VX_NORMAL_COMPLETION && status != VX_UNACCEPTABLE_SERVICE &&
                   status != VX_MAX_OPERATIONS_EXCEEDED;
   return status;
@@ -181,10 +181,8 @@ ObjectSender::Result ObjectSender::send(int32_t association, const std::vector<A
     return Result::Refused;
   }
   CurrentFile current(file.path);
-  const LogLines log;
   sent_in_part_ = false;
   request_.command = C_STORE_RQ;
-  request_.id = -1;
   request_.sop_class = file.sop_class;
   request_.instance = file.instance;
   // The command of what goes out as bytes can not name an originator; a deflated object is not held whole.
@@ -193,8 +191,10 @@ ObjectSender::Result ObjectSender::send(int32_t association, const std::vector<A
   const VX_STATUS status = syntax == file.syntax && file.whole && (originator_.empty() || deflated)
                                ? send_bytes(association, file, problem)
                                : send_object(association, file, syntax, problem);
-  if (request_.id < 0) request_.id = sent_message_id(log);
-  if (status == VX_NORMAL_COMPLETION) return Result::Sent;
+  if (status == VX_NORMAL_COMPLETION) {
+    VX_Get_Sent_Message_ID(association, &request_.id);
+    return Result::Sent;
+  }
   if (problem.empty()) problem = VX_Error_Message(status);
   return sent_in_part_ || !is_alive(association) ? Result::Lost : Result::Refused;
 }

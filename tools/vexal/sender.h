@@ -17,10 +17,12 @@ struct ObjectFile {
   std::string sop_class;
   std::string instance;
   VX_TRANSFER_SYNTAX syntax = 0;
-  bool whole = false;  // preamble, meta group and a usual start are there: the bytes can go out as they are
+  bool whole = false;   // preamble, meta group and a usual start are there: the bytes can go out as they are
+  bool opaque = false;  // only the UID of its syntax is known: they go out so, or not at all
   uint64_t size = 0;
 
-  // Fills everything in from the path. An error text, empty on success.
+  // Fills everything in from the path, and tells the library of a class or syntax that is new to it. An error
+  // text, empty on success.
   std::string look_at();
 };
 
@@ -40,7 +42,7 @@ class ObjectSender {
   };
   Result send(int32_t association, const std::vector<AcceptedContext>& accepted, const ObjectFile& file,
               std::string& problem);
-  // What was sent last, for its answer. Where several are to be under way, watch_sent_commands() comes first.
+  // What was sent last, for its answer.
   const SentRequest& request() const { return request_; }
 
   // What is sent is part of the C-MOVE that this title asked for (PS3.7 section 9.1.1.1).

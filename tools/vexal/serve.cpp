@@ -379,7 +379,7 @@ class Archive {
             return -1;
           }
           bool cancel = false;
-          const int32_t answer = read_store_answer(association.id(), file, cancel);
+          const int32_t answer = read_store_answer(association.id(), sender.request(), cancel);
           if (answer < 0) association.abort();
           return answer;
         },
@@ -399,25 +399,20 @@ class Archive {
 
   // The status in the answer to the C-STORE of a file, read as its command alone; -1 where something else
   // comes. `cancel`: the peer took its own request back meanwhile.
-  int32_t read_store_answer(int32_t association, const ObjectFile& file, bool& cancel) const {
+  int32_t read_store_answer(int32_t association, const SentRequest& request, bool& cancel) const {
     for (;;) {
       Message answer;
       const char* name = nullptr;
-      uint16_t command = 0;
       const MessageWatch watch(acceptor_.timeout());
-      const LogLines log;
-      if (VX_Read_Message_To_Tag(association, acceptor_.timeout(), 0x00010000, &answer.id, &name, &command) !=
-              VX_NORMAL_COMPLETION ||
+      if (VX_Read_Message_To_Tag(association, acceptor_.timeout(), 0x00010000, &answer.id, &name,
+                                 &answer.command) != VX_NORMAL_COMPLETION ||
           answer.number(0x00000800, 0x0101) != 0x0101)
         return -1;
-      if (command == C_CANCEL_RQ) {
+      if (answer.command == C_CANCEL_RQ) {
         cancel = true;
         continue;
       }
-      const std::string instance = answer.text(0x00001000);
-      if (command != C_STORE_RSP || answers_nothing(log) || (!instance.empty() && instance != file.instance))
-        return -1;
-      return answer.status();
+      return mismatch(answer, request).empty() ? answer.status() : -1;
     }
   }
 
@@ -435,7 +430,7 @@ class Archive {
           if (result == ObjectSender::Result::Lost) patience.lose();
           if (result != ObjectSender::Result::Sent) return -1;
           bool cancel = false;
-          const int32_t status = read_store_answer(request.association, file, cancel);
+          const int32_t status = read_store_answer(request.association, sender.request(), cancel);
           if (cancel) patience.cancel();
           if (status < 0) patience.lose();
           return status;

@@ -23,7 +23,6 @@ thread_local const std::string* current_file = nullptr;
 thread_local bool warnings_muted = false;
 thread_local bool errors_muted = false;
 thread_local bool filled_up = false;
-thread_local LogWatch* log_watch = nullptr;
 thread_local LogLines* log_lines = nullptr;
 bool quiet = false;
 bool verbose = false;
@@ -56,8 +55,7 @@ void receive_log(const VX_LOG_RECORD* record) {
   const std::string_view message = record->Message;
   if (message.starts_with("Invalid format of JPEG") && message.find("bytes data short") != message.npos)
     filled_up = true;
-  if (log_lines != nullptr && log_lines->take(record->Type, record->Message)) return;
-  if (log_watch != nullptr && record->Type <= 2 && !log_watch->sees(record->FunctionName) && !verbose) return;
+  if (log_lines != nullptr && log_lines->take(record->Type, record->FunctionName, record->Message)) return;
   print_log(record->Type, message);
 }
 
@@ -199,23 +197,21 @@ bool frame_was_filled_up() {
   return std::exchange(filled_up, false);
 }
 
-LogWatch::LogWatch(bool (*watched)(std::string_view function)) : watched_(watched) {
-  log_watch = this;
-}
-LogWatch::~LogWatch() {
-  log_watch = nullptr;
-}
-
-LogLines::LogLines(Kind kind) : kind_(kind), outer_(log_lines) {
+LogLines::LogLines(bool (*passes)(std::string_view function)) : passes_(passes), outer_(log_lines) {
   log_lines = this;
 }
 LogLines::~LogLines() {
   log_lines = outer_;
 }
 
-bool LogLines::take(int type, const char* line) {
-  lines_.emplace_back(type, line);
-  return kind_ == Kind::Holds && !verbose;
+bool LogLines::take(int type, std::string_view function, const char* line) {
+  if (passes_ == nullptr) {
+    lines_.emplace_back(type, line);
+  } else if (type > 2 || passes_(function)) {
+    passed_ += type <= 2 ? 1 : 0;
+    return false;
+  }
+  return !verbose;
 }
 
 const char* LogLines::behind(std::string_view words) const {
@@ -225,16 +221,8 @@ const char* LogLines::behind(std::string_view words) const {
   return nullptr;
 }
 
-const char* LogLines::below(std::string_view head, std::string_view words) const {
-  for (std::size_t i = 1; i < lines_.size(); ++i) {
-    const std::string& line = lines_[i].second;
-    if (lines_[i - 1].second.starts_with(head) && line.starts_with(words)) return line.c_str() + words.size();
-  }
-  return nullptr;
-}
-
 void LogLines::show() const {
-  if (kind_ != Kind::Holds || verbose) return;
+  if (verbose) return;
   for (const auto& [type, line] : lines_) print_log(type, line);
 }
 

@@ -59,46 +59,26 @@ class MutedWarnings {
 // True if a decoder has filled up a frame on this thread since the last call: it had too little data for it.
 bool frame_was_filled_up();
 
-// While it lives, counts the errors and warnings that certain functions of the library log on this thread.
-// What others say meanwhile, of values that are kept as they are, is shown with --verbose only.
-class LogWatch {
- public:
-  explicit LogWatch(bool (*watched)(std::string_view function));
-  ~LogWatch();
-  LogWatch(const LogWatch&) = delete;
-  LogWatch& operator=(const LogWatch&) = delete;
-  std::size_t count() const { return count_; }
-  // Of a line that a function logs: whether it counts.
-  bool sees(std::string_view function) {
-    const bool counts = watched_(function);
-    count_ += counts ? 1 : 0;
-    return counts;
-  }
-
- private:
-  bool (*watched_)(std::string_view function);
-  std::size_t count_ = 0;
-};
-
-// While it lives, the lines that the library logs on this thread are kept: some things it says nowhere else.
-// With `Holds`, they are not shown either, unless show() asks for it or --verbose was given.
+// While it lives, what the library logs on this thread is held back, unless --verbose was given: some things
+// it says nowhere else.
 class LogLines {
  public:
-  enum class Kind { Listens, Holds };
-  explicit LogLines(Kind kind = Kind::Listens);
+  // `passes`: errors and warnings of these functions are shown as they come, and counted; the others are of
+  // values that are kept as they are, and forgotten.
+  explicit LogLines(bool (*passes)(std::string_view function) = nullptr);
   ~LogLines();
   LogLines(const LogLines&) = delete;
   LogLines& operator=(const LogLines&) = delete;
+  std::size_t passed() const { return passed_; }
   // What follows these words in the first line that begins with them; null if none does.
   const char* behind(std::string_view words) const;
-  // The same of the line that follows one with this head.
-  const char* below(std::string_view head, std::string_view words) const;
   void show() const;
-  // Takes a line; true if it is to be held back.
-  bool take(int type, const char* line);
+  // Takes a line; true if it is held back.
+  bool take(int type, std::string_view function, const char* line);
 
  private:
-  Kind kind_;
+  bool (*passes_)(std::string_view function);
+  std::size_t passed_ = 0;
   std::vector<std::pair<int, std::string>> lines_;  // with their types
   LogLines* outer_;
 };

@@ -372,6 +372,8 @@ bool ObjectWriter::convert(FileSink& converted, const StoredObject& stored) {
 // Request and data set have to name the same object: the answer counts for the one, what is found later for
 // the other.
 std::string ObjectWriter::disagreement(const StoredObject& stored, int32_t& answer) const {
+  // How one of an unknown syntax is written can only be guessed.
+  if (scan_.state() == HeadScan::State::Damaged && is_unknown_syntax(stored.syntax)) return "";
   if (scan_.state() == HeadScan::State::Damaged) {
     answer = kNotUnderstood;
     return "its data set can not be read";
@@ -394,7 +396,7 @@ int32_t ObjectWriter::finish(StoredObject& stored, std::string& error) {
   error = disagreement(stored, answer);
   if (!error.empty()) return answer;
   FileSink converted;
-  if (options_.syntax != 0 && convert(converted, stored)) {
+  if (options_.syntax != 0 && !is_unknown_syntax(stored.syntax) && convert(converted, stored)) {
     error = place_object(converted, options_, stored, &scan_);
   } else {
     error = place_object(sink_, options_, stored, &scan_);

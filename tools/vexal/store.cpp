@@ -101,7 +101,7 @@ class Queue {
   // The association went away under this one.
   void give_back(Job* job, long retries, const std::string& problem) {
     if (job->tries++ >= retries) return finish({job, 0xFFFF, problem});
-    job->whole = false;  // perhaps its bytes were the reason
+    job->whole = job->opaque;  // perhaps its bytes were the reason
     const std::lock_guard lock(mutex_);
     waiting_.push_back(job);
   }
@@ -283,11 +283,11 @@ class Worker {
       problem_ = std::string(kLost) + ": " + VX_Error_Message(status);
       return false;
     }
-    const auto id = static_cast<int32_t>(answer.number(0x00000120, 0));
+    const uint32_t id = answer.number(0x00000120, 0);
     auto found = std::find_if(under_way_.begin(), under_way_.end(),
                               [&](const UnderWay& each) { return each.request.id == id; });
     if (found == under_way_.end()) found = under_way_.begin();
-    problem_ = association_.mismatch(answer, found->request);
+    problem_ = mismatch(answer, found->request);
     if (!problem_.empty()) return false;
     Outcome outcome{found->job, answer.status(), ""};
     under_way_.erase(found);
@@ -316,7 +316,6 @@ int send_all(std::vector<Job>& jobs, const Peer& peer, const std::vector<Proposa
     complain("the presentation contexts can not be proposed");
     return kUsage;
   }
-  if (window > 1) watch_sent_commands();
   Queue queue(jobs, args.has("--json"));
   const Settings settings{peer, list, !args.has("--no-convert"), static_cast<uint16_t>(window), retries};
   const auto start = std::chrono::steady_clock::now();

@@ -42,7 +42,7 @@ FileResult to_text(const std::string& path, const TextForm& form, bool only) {
   TextSink sink;
   only&& form.finish == nullptr ? static_cast<void>(sink.stream = stdout)
                                 : static_cast<void>(sink.text = &result.output);
-  const LogWatch watch(is_text_function);
+  const LogLines log(is_text_function);
   status = form.write(file.id(), sink);
   std::string problem = status != VX_NORMAL_COMPLETION ? VX_Error_Message(status) : "";
   if (problem.empty() && form.finish != nullptr) problem = form.finish(file, result.output);
@@ -52,7 +52,7 @@ FileResult to_text(const std::string& path, const TextForm& form, bool only) {
     return result;
   }
   result.output += form.end;
-  result.exit = watch.count() == 0 ? kSuccess : kFindings;
+  result.exit = log.passed() == 0 ? kSuccess : kFindings;
   return result;
 }
 
@@ -128,13 +128,13 @@ int read_document(DicomFile& file, TextDocuments& documents, const std::string& 
   VX_STATUS status = VX_Create_Empty_File(&id, out.c_str());
   if (status == VX_NORMAL_COMPLETION) {
     file.adopt(id);
-    const LogWatch watch(is_text_function);
+    const LogLines log(is_text_function);
     status = form.read(id, documents, problem);
     if (problem.empty() && status != VX_CALLBACK_CANNOT_COMPLY && status != VX_SYSTEM_ERROR) {
       problem = has_data_set(id) ? settle_syntax(file) : "holds no attribute";
       if (problem.empty() && !sequence_items(id, kDirectoryRecords).empty())
         problem = "holds the records of a directory, which refer to places in another file; see vexal dir";
-      if (problem.empty()) return watch.count() == 0 && is_stored(status) ? kSuccess : kFindings;
+      if (problem.empty()) return log.passed() == 0 && is_stored(status) ? kSuccess : kFindings;
     }
   }
   report(in, !problem.empty() ? problem : VX_Error_Message(status));

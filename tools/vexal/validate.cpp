@@ -490,7 +490,7 @@ class OrderedReader {
   VX_STATUS open(DicomFile& file, const std::string& path, std::string& out_of_order) {
     {
       const std::shared_lock strict(mutex_);
-      const LogLines said(LogLines::Kind::Holds);
+      const LogLines said;
       const VX_STATUS status = file.open(path, {});
       if (status != VX_OUT_OF_ORDER_TAG) {
         said.show();
