@@ -6,10 +6,10 @@
 #include <set>
 
 #include "names.h"
-#include "network.h"
 #include "session.h"
 #include "tag_path.h"
 #include "typed_numbers.h"
+#include "values.h"
 
 namespace vexal {
 namespace {

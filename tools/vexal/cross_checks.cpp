@@ -10,6 +10,7 @@
 #include "charset.h"
 #include "names.h"
 #include "tag_path.h"
+#include "values.h"
 
 namespace vexal {
 namespace {
@@ -44,10 +45,6 @@ uint32_t base_tag(uint32_t tag) {
   return high == 0x50 || high == 0x60 ? tag & 0xFF00FFFFU : tag;
 }
 
-bool is_private(uint32_t tag) {
-  return (tag >> 16) % 2 == 1;
-}
-
 bool may_have_vr(uint32_t tag, std::string_view wanted, std::string_view given) {
   if (wanted == given || wanted == "UN" || given == "UN" || wanted.empty()) return true;
   if ((wanted == "UT" && given == "UR") || (wanted == "UR" && given == "UT")) return true;  // it has changed
@@ -65,11 +62,6 @@ std::string_view dictionary_vr(uint32_t tag) {
   uint16_t high = 0;
   VX_Get_Tags_Dict_Info(tag, name, sizeof name, &vr, &low, &high);
   return vr_letters(vr);
-}
-
-std::string text_of(int32_t object, uint32_t tag) {
-  char text[128] = "";
-  return VX_Get_Value_To_String(object, tag, sizeof text, text) == VX_NORMAL_COMPLETION ? text : "";
 }
 
 bool number_of(int32_t object, uint32_t tag, int32_t& value) {

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "names.h"
-#include "network.h"
 #include "tag_path.h"
+#include "values.h"
 
 namespace vexal {
 namespace {

@@ -8,7 +8,6 @@
 
 #include "embedded.h"
 #include "files.h"
-#include "frame_source.h"
 #include "names.h"
 #include "session.h"
 #include "tables.h"

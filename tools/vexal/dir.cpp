@@ -8,6 +8,7 @@
 #include "file_set.h"
 #include "files.h"
 #include "session.h"
+#include "values.h"
 
 namespace vexal {
 namespace {
@@ -53,10 +54,10 @@ int remove(const Args& args, const std::string& path) {
   const std::string uid = args.get("--uid");
   const auto is_meant = [&](const Record& record) {
     if (file_ids.count(upper(file_id_of(record.id))) != 0) return true;
-    if (!patient.empty() && record.type == "PATIENT" && key_text(record.id, kPatientId) == patient)
+    if (!patient.empty() && record.type == "PATIENT" && text_of(record.id, kPatientId) == patient)
       return true;
     if (uid.empty()) return false;
-    return key_text(record.id, uid_tag_of(record.type)) == uid;
+    return text_of(record.id, uid_tag_of(record.type)) == uid;
   };
   int removed = 0;
   const std::set<int32_t> empty_before = empty_records(directory);
@@ -92,7 +93,7 @@ int repair(const Args& args, const std::string& path) {
     DicomFile old;
     const MutedWarnings muted;
     old.open(path, {.last_tag = 0x00041200});
-    if (old.readable()) file_set = key_text(old.id(), 0x00041130);
+    if (old.readable()) file_set = text_of(old.id(), 0x00041130);
   }
   if (!directory.make(path, file_set)) return kUsage;
   std::vector<std::string> files = rest_of(args);

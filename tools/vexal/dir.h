@@ -23,7 +23,6 @@ inline constexpr uint32_t kStudyUid = 0x0020000D;
 inline constexpr uint32_t kSeriesUid = 0x0020000E;
 
 // The first value of a key, without blanks at its end.
-std::string key_text(int32_t object, uint32_t tag);
 // The UID that tells records of a type apart: of a study, a series or an instance.
 uint32_t uid_tag_of(std::string_view record_type);
 // (0004,1500) with slashes between its components.

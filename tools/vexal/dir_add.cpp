@@ -11,6 +11,7 @@
 #include "names.h"
 #include "session.h"
 #include "tag_path.h"
+#include "values.h"
 
 namespace vexal {
 namespace {
@@ -135,12 +136,12 @@ void Builder::learn() {
   for (const Record& record : directory_.records()) {
     for (const auto& [type, tag] : kLevelKeys) {
       if (record.type == type)
-        known_[level_key(record.parent, record.type, key_text(record.id, tag))] = record.id;
+        known_[level_key(record.parent, record.type, text_of(record.id, tag))] = record.id;
     }
     const std::string file_id = file_id_of(record.id);
     if (file_id.empty()) continue;
     files_[upper(file_id)] = record.id;
-    instances_.insert(key_text(record.id, kInstanceInFile));
+    instances_.insert(text_of(record.id, kInstanceInFile));
   }
 }
 
@@ -199,10 +200,10 @@ int32_t Builder::level(int32_t parent, const char* type, const std::string& key,
 // The record that the file's own goes below, 0 for the root or, with a reason, none.
 int32_t Builder::place(const std::string& type, DicomFile& file, std::string& reason) {
   if (stands_at_root(type)) return 0;
-  int32_t parent = level(0, "PATIENT", key_text(file.id(), kPatientId), file, reason);
+  int32_t parent = level(0, "PATIENT", text_of(file.id(), kPatientId), file, reason);
   if (parent == 0 || type == "HL7 STRUC DOC") return parent;
-  parent = level(parent, "STUDY", key_text(file.id(), kStudyUid), file, reason);
-  return parent != 0 ? level(parent, "SERIES", key_text(file.id(), kSeriesUid), file, reason) : 0;
+  parent = level(parent, "STUDY", text_of(file.id(), kStudyUid), file, reason);
+  return parent != 0 ? level(parent, "SERIES", text_of(file.id(), kSeriesUid), file, reason) : 0;
 }
 
 // Of the content of a report, a record has what modifies the name of the whole (PS3.3 section F.5); when it
@@ -212,7 +213,7 @@ void reduce_report(int32_t file) {
   VX_Set_Value_To_Empty(file, kContent);
   bool modified = false;
   for (int32_t node : nodes) {
-    if (key_text(node, 0x0040A010) != "HAS CONCEPT MOD") {
+    if (text_of(node, 0x0040A010) != "HAS CONCEPT MOD") {
       VX_Free_Item(&node);
       continue;
     }
@@ -220,10 +221,10 @@ void reduce_report(int32_t file) {
     modified = true;
   }
   if (!modified) VX_Delete_Attribute(file, kContent);
-  if (key_text(file, 0x0040A493) != "VERIFIED") return;
+  if (text_of(file, 0x0040A493) != "VERIFIED") return;
   std::string last;
   for (const int32_t observer : sequence_items(file, 0x0040A073)) {
-    last = std::max(last, key_text(observer, kVerified));
+    last = std::max(last, text_of(observer, kVerified));
   }
   if (!last.empty()) VX_Set_Value_From_String(file, kVerified, last.c_str());
 }
@@ -277,13 +278,13 @@ bool Builder::add(const std::string& path) {
   const VX_STATUS status = file.open(path, {.last_tag = kLastKey});
   if (status != VX_NORMAL_COMPLETION) return refuse(file.problem());
   if (!file.has_meta()) return refuse("it has no meta group");
-  const std::string sop_class = key_text(file.id(), 0x00020002);
-  const std::string instance = key_text(file.id(), 0x00020003);
+  const std::string sop_class = text_of(file.id(), 0x00020002);
+  const std::string instance = text_of(file.id(), 0x00020003);
   if (sop_class.empty() || instance.empty()) return refuse("it does not say what it is");
   if (sop_class == kDirectoryClass) return refuse("it is a DICOMDIR itself");
   // The file takes the place of what the directory says of it, once that is known to be possible.
   int32_t& known = files_[upper(file_id)];
-  const std::string old_instance = known != 0 ? key_text(known, kInstanceInFile) : "";
+  const std::string old_instance = known != 0 ? text_of(known, kInstanceInFile) : "";
   if (instance != old_instance && instances_.count(instance) != 0)
     return refuse("another file holds the same instance");
   if (known != 0 && is_other_file(known, file_id, path))
@@ -298,7 +299,7 @@ bool Builder::add(const std::string& path) {
     VX_Set_Next_Value_From_String(record, kFileId, parts[i].c_str());
   VX_Set_Value_From_String(record, kClassInFile, sop_class.c_str());
   VX_Set_Value_From_String(record, kInstanceInFile, instance.c_str());
-  VX_Set_Value_From_String(record, kSyntaxInFile, key_text(file.id(), 0x00020010).c_str());
+  VX_Set_Value_From_String(record, kSyntaxInFile, text_of(file.id(), 0x00020010).c_str());
   shrink(directory_.id(), record);
   if (known != 0) VX_Dir_Delete_Record(directory_.id(), known);
   instances_.erase(old_instance);

@@ -11,6 +11,7 @@
 #include "printable.h"
 #include "session.h"
 #include "tag_path.h"
+#include "values.h"
 
 namespace vexal {
 namespace {
@@ -43,7 +44,7 @@ class Check {
 };
 
 void Check::check_uid(const Record& record) {
-  const std::string uid = key_text(record.id, uid_tag_of(record.type));
+  const std::string uid = text_of(record.id, uid_tag_of(record.type));
   if (!uid.empty() && !uids_.insert(uid).second) found("two records for " + uid);
 }
 
@@ -64,8 +65,8 @@ void Check::check_file(const Record& record, const std::string& file_id) {
   constexpr std::pair<uint32_t, uint32_t> kPairs[] = {
       {kClassInFile, 0x00020002}, {kInstanceInFile, 0x00020003}, {kSyntaxInFile, 0x00020010}};
   for (const auto& [in_record, in_file] : kPairs) {
-    const std::string said = key_text(record.id, in_record);
-    const std::string is = key_text(object.id(), in_file);
+    const std::string said = text_of(record.id, in_record);
+    const std::string is = text_of(object.id(), in_file);
     if (said != is) found(file_id + ": " + describe_tag(in_record) + " is " + said + ", the file has " + is);
   }
 }
@@ -87,7 +88,7 @@ void Check::check_record(const Record& record, const std::string& parent_type) {
 void Check::check_rest(std::size_t reached) {
   std::size_t all = 0;
   for (const int32_t id : sequence_items(directory_.id(), 0x00041220)) {
-    if (key_text(id, kRecordType) != "MRDR") ++all;
+    if (text_of(id, kRecordType) != "MRDR") ++all;
   }
   if (all > reached) found(std::to_string(all - reached) + " records are in the file, but in no chain");
   if (fast_) return;

@@ -12,6 +12,7 @@
 #include "file_set.h"
 #include "files.h"
 #include "session.h"
+#include "values.h"
 
 namespace vexal {
 
@@ -40,22 +41,6 @@ bool is_busy(int error) {
 }  // namespace
 
 // --- Keys ---
-
-std::string key_text(int32_t object, uint32_t tag) {
-  std::string text(256, '\0');
-  VX_STATUS status = VX_Get_Value_To_String(object, tag, static_cast<int32_t>(text.size()), text.data());
-  if (status == VX_BUFFER_TOO_SMALL) {
-    uint32_t length = 0;
-    if (VX_Get_Value_Length(object, tag, 1, &length) != VX_NORMAL_COMPLETION || length > (1U << 24))
-      return {};
-    text.assign(length + std::size_t{2}, '\0');
-    status = VX_Get_Value_To_String(object, tag, static_cast<int32_t>(text.size()), text.data());
-  }
-  if (status != VX_NORMAL_COMPLETION) return {};
-  text.resize(text.find('\0'));
-  text.resize(text.find_last_not_of(' ') + 1);
-  return text;
-}
 
 uint32_t uid_tag_of(std::string_view record_type) {
   return record_type == "STUDY" ? kStudyUid : record_type == "SERIES" ? kSeriesUid : kInstanceInFile;
@@ -120,7 +105,7 @@ bool Directory::lock_to_replace(const std::string& path, bool may_be_damaged) {
   const MutedWarnings muted;
   DicomFile old;
   old.open(path, {.last_tag = 0x0002FFFF});
-  if (old.readable() && key_text(old.id(), 0x00020002) == kDirectoryClass) return true;
+  if (old.readable() && text_of(old.id(), 0x00020002) == kDirectoryClass) return true;
   if (may_be_damaged && upper(fs::path(path).filename().string()) == "DICOMDIR") return true;
   report(path, "is there and no DICOMDIR: left alone");
   return false;
@@ -205,7 +190,7 @@ std::vector<Record> Directory::records() const {
       levels.pop_back();
       continue;
     }
-    const Record record{level.record, level.parent, level.depth, key_text(level.record, kRecordType)};
+    const Record record{level.record, level.parent, level.depth, text_of(level.record, kRecordType)};
     found.push_back(record);
     if (VX_Dir_Next_Record(id_, level.entity, &level.record, &name, &last) != VX_NORMAL_COMPLETION) {
       level.record = 0;

@@ -7,6 +7,7 @@
 #include "json.h"
 #include "printable.h"
 #include "session.h"
+#include "values.h"
 
 namespace vexal {
 namespace {
@@ -40,13 +41,13 @@ void print_record(int32_t id, int depth, const std::string& type, bool json) {
     append_json(line, value);
   };
   member("file", file_id_of(id));
-  member("class", key_text(id, kClassInFile));
-  member("instance", key_text(id, kInstanceInFile));
-  member("syntax", key_text(id, kSyntaxInFile));
+  member("class", text_of(id, kClassInFile));
+  member("instance", text_of(id, kInstanceInFile));
+  member("syntax", text_of(id, kSyntaxInFile));
   member("patient", utf8_text_of(id, kPatientId));
   member("name", utf8_text_of(id, 0x00100010));
-  member("study", key_text(id, kStudyUid));
-  member("series", key_text(id, kSeriesUid));
+  member("study", text_of(id, kStudyUid));
+  member("series", text_of(id, kSeriesUid));
   std::printf("%s}\n", line.c_str());
 }
 
@@ -68,7 +69,7 @@ VX_STATUS Listing::below(int32_t parent, int depth) {
   VX_STATUS status = VX_DDH_Get_First_Lower_Record(parent, &id);
   while (status == VX_NORMAL_COMPLETION && id != 0) {
     if (left_-- == 0) return VX_INVALID_DIRECTORY_RECORD_OFFSET;
-    print_record(id, depth, key_text(id, kRecordType), json_);
+    print_record(id, depth, text_of(id, kRecordType), json_);
     status = below(id, depth + 1);
     if (status != VX_NORMAL_COMPLETION) break;
     int32_t next = 0;

@@ -50,11 +50,6 @@ class Creators {
   std::vector<std::pair<uint32_t, std::string>> known_;
 };
 
-constexpr bool is_private(uint32_t tag) {
-  const uint32_t group = tag >> 16;
-  return (group & 1U) != 0 && group > 7 && group != 0xFFFF;
-}
-
 constexpr bool is_text(VX_VR vr) {
   return vr <= VX_VR_UI;
 }

@@ -1,10 +1,9 @@
 #include "frame_source.h"
+#include "values.h"
 
 #include <algorithm>
 #include <cstring>
 #include <string_view>
-
-#include "network.h"
 
 namespace vexal {
 namespace {

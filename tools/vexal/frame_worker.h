@@ -8,9 +8,9 @@
 #include <new>
 #include <string>
 
-#include "network.h"
 #include "recode.h"
 #include "session.h"
+#include "values.h"
 
 namespace vexal {
 

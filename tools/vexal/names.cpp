@@ -85,6 +85,12 @@ std::string format_tag(uint32_t tag) {
   return text;
 }
 
+std::string tag_key(uint32_t tag) {
+  char text[12];
+  std::snprintf(text, sizeof text, "%08X", static_cast<unsigned>(tag));
+  return text;
+}
+
 std::string describe_tag(uint32_t tag) {
   return format_tag(tag) + " " + std::string(tag_keyword(tag));
 }

@@ -12,6 +12,12 @@ namespace vexal {
 
 // "(0010,0020)".
 std::string format_tag(uint32_t tag);
+// "00100020".
+std::string tag_key(uint32_t tag);
+constexpr bool is_private(uint32_t tag) {
+  const uint32_t group = tag >> 16;
+  return group % 2 != 0 && group > 7 && group != 0xFFFF;
+}
 // "(0010,0020) PatientID".
 std::string describe_tag(uint32_t tag);
 // The keyword of a standard tag, "" if it has none. Groups 50xx and 60xx give the keyword of 5000 and 6000.

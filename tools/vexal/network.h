@@ -9,6 +9,7 @@
 
 #include "args.h"
 #include "tls.h"
+#include "values.h"
 #include "vexalkit.h"
 
 namespace vexal {
@@ -80,9 +81,6 @@ class ServiceListName {
   std::vector<std::string> syntax_lists_;
 };
 
-// What the library calls a SOP class; "" if it does not know it.
-std::string service_of_class(const std::string& sop_class);
-std::string uid_of_syntax(VX_TRANSFER_SYNTAX syntax);
 // One that came to the library while it runs: it can only be handed on.
 inline bool is_unknown_syntax(VX_TRANSFER_SYNTAX syntax) {
   return syntax > JPIP_REFERENCED_DEFLATE;
@@ -181,14 +179,6 @@ int open_with_request(Association& association, const Peer& peer, const std::vec
 // "vexal: HOST:PORT: text" on standard error; kNetwork.
 int network_problem(const Peer& peer, const std::string& text);
 
-// The first value of an attribute as text without padding, "" if there is none.
-std::string text_of(int32_t object, uint32_t tag);
-// All values, joined by backslashes.
-std::string all_text_of(int32_t object, uint32_t tag);
-// The other way round; values that break the rules of their VR are set all the same. "" leaves it without a
-// value.
-void set_all_text(int32_t object, uint32_t tag, const std::string& values);
-
 // Kinds of DIMSE statuses (PS3.7 annex C).
 bool is_pending(uint16_t status);
 bool is_warning(uint16_t status);
@@ -196,9 +186,5 @@ bool is_warning(uint16_t status);
 std::string describe_dimse(uint16_t status);
 // The status with the peer's own comment (0000,0902), if it sent one.
 std::string describe_answer(const Message& answer);
-
-// A word in the name of a file: letters, digits, dot, dash and underscore, no more than 64 of them, the first
-// of them a letter or digit.
-bool is_safe_name(std::string_view name);
 
 }  // namespace vexal

@@ -7,6 +7,7 @@
 
 #include "charset.h"
 #include "json.h"
+#include "values.h"
 
 namespace vexal {
 namespace {

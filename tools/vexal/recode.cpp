@@ -14,10 +14,10 @@
 #include "derivation.h"
 #include "frame_crew.h"
 #include "names.h"
-#include "network.h"
 #include "session.h"
 #include "tag_path.h"
 #include "uid.h"
+#include "values.h"
 
 namespace vexal {
 namespace {

@@ -7,6 +7,7 @@
 #include "names.h"
 #include "recode.h"
 #include "session.h"
+#include "values.h"
 
 namespace vexal {
 namespace {

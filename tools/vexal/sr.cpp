@@ -10,6 +10,7 @@
 #include "session.h"
 #include "sr_document.h"
 #include "sr_rules.h"
+#include "values.h"
 
 namespace vexal {
 namespace {
@@ -102,7 +103,7 @@ void show_html(const SrDocument& document) {
                {"Verification", 0x0040A493}};
   std::printf("<table>\n");
   for (const auto& row : kHead) {
-    const std::string text = escaped(sr_text_of(document.id(), row.tag));
+    const std::string text = escaped(text_of(document.id(), row.tag));
     if (!text.empty()) std::printf("<tr><th>%s</th><td>%s</td></tr>\n", row.label, text.c_str());
   }
   std::printf("</table>\n");
@@ -235,7 +236,7 @@ int check(const Args&, const std::string& path) {
   if (!document.open(path)) return kUsage;
   std::size_t found = 0;
   std::size_t nodes = 0;
-  SrRules rules(sr_text_of(document.id(), 0x00080016));
+  SrRules rules(text_of(document.id(), 0x00080016));
   document.walk([&](const std::vector<SrNode>& way) {
     const SrNode& node = way.back();
     for (const std::string& fault : rules.faults_of(way)) {

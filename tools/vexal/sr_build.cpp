@@ -16,7 +16,6 @@
 #include "args.h"
 #include "charset.h"
 #include "names.h"
-#include "network.h"
 #include "printable.h"
 #include "session.h"
 #include "sr_document.h"
@@ -24,6 +23,7 @@
 #include "sr_node.h"
 #include "tag_path.h"
 #include "uid.h"
+#include "values.h"
 
 namespace vexal {
 namespace {
@@ -77,20 +77,6 @@ bool read_file(const std::string& path, std::string& text) {
   const bool good = std::ferror(file) == 0;
   std::fclose(file);
   return good;
-}
-
-void set_text(int32_t id, uint32_t tag, const std::string& text) {
-  if (text.empty()) {
-    VX_Set_Value_To_NULL(id, tag);
-    return;
-  }
-  std::size_t from = 0;
-  for (bool first = true; from <= text.size(); first = false) {
-    const std::size_t end = std::min(text.find('\\', from), text.size());
-    const std::string part = text.substr(from, end - from);
-    (first ? VX_Set_Value_From_String : VX_Set_Next_Value_From_String)(id, tag, part.c_str());
-    from = end + 1;
-  }
 }
 
 // What it makes is dropped with all else at the end of the library.
@@ -241,7 +227,7 @@ void Builder::note_referred(int32_t id, const json_t* node, const std::string& l
   const std::string type = sr_member(node, "type");
   if (type != "COMPOSITE" && type != "IMAGE" && type != "WAVEFORM") return;
   for (const int32_t item : sequence_items(id, 0x00081199)) {
-    referred_.push_back({location, sr_text_of(item, 0x00081150), sr_text_of(item, 0x00081155),
+    referred_.push_back({location, text_of(item, 0x00081150), text_of(item, 0x00081155),
                          sr_member(node, "study"), sr_member(node, "series")});
   }
 }
@@ -270,7 +256,7 @@ void Builder::set_defaults(const std::string& sop_class) {
       {0x0040A493, "UNVERIFIED"}};
   for (const auto& [tag, text] : defaults) {
     if (VX_Get_Attribute_Info(root_, tag, nullptr, nullptr) != VX_NORMAL_COMPLETION)
-      set_text(root_, tag, text);
+      set_all_text(root_, tag, text);
   }
 }
 
@@ -287,7 +273,7 @@ std::string Builder::set_head(const json_t* attributes, const json_t* report) {
     if (sr_more_has(report, tag)) return name + " is in \"more\" of the report, too";
     if (!sr_all_fit(tag, text)) return name + ": \"" + shown(text.substr(0, 80)) + "\" is no value of it";
     // The character set comes last: until then all text is UTF-8.
-    if (tag != kSpecificCharacterSet) set_text(root_, tag, text);
+    if (tag != kSpecificCharacterSet) set_all_text(root_, tag, text);
   }
   return {};
 }
@@ -295,8 +281,8 @@ std::string Builder::set_head(const json_t* attributes, const json_t* report) {
 std::string Builder::write(const std::string& path) {
   VX_STATUS status = VX_Message_To_File(root_, path.c_str());
   if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
-  VX_Set_Value_From_String(root_, 0x00020002, sr_text_of(root_, 0x00080016).c_str());
-  VX_Set_Value_From_String(root_, 0x00020003, sr_text_of(root_, 0x00080018).c_str());
+  VX_Set_Value_From_String(root_, 0x00020002, text_of(root_, 0x00080016).c_str());
+  VX_Set_Value_From_String(root_, 0x00020003, text_of(root_, 0x00080018).c_str());
   VX_Set_Value_From_String(root_, 0x00020010, "1.2.840.10008.1.2.1");
   FileSink sink;
   const std::string error = sink.open(path);

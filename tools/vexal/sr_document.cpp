@@ -7,6 +7,7 @@
 
 #include "charset.h"
 #include "session.h"
+#include "values.h"
 
 namespace vexal {
 namespace {
@@ -35,9 +36,9 @@ int32_t item_of(int32_t object, uint32_t tag) {
 SrCode code_of(int32_t object, uint32_t tag) {
   const int32_t item = item_of(object, tag);
   if (item < 0) return {};
-  SrCode code{sr_text_of(item, 0x00080100), sr_text_of(item, 0x00080102), sr_text_of(item, 0x00080104)};
-  if (code.value.empty()) code.value = sr_text_of(item, 0x00080119);
-  if (code.value.empty()) code.value = sr_text_of(item, 0x00080120);
+  SrCode code{text_of(item, 0x00080100), text_of(item, 0x00080102), text_of(item, 0x00080104)};
+  if (code.value.empty()) code.value = text_of(item, 0x00080119);
+  if (code.value.empty()) code.value = text_of(item, 0x00080120);
   return code;
 }
 
@@ -67,7 +68,7 @@ std::vector<std::string> floats_of(int32_t object, uint32_t tag) {
 void read_number(SrNode& node) {
   const int32_t item = item_of(node.id, 0x0040A300);
   if (item >= 0) {
-    node.value = sr_text_of(item, 0x0040A30A);
+    node.value = text_of(item, 0x0040A30A);
     node.unit = code_of(item, 0x004008EA);
   }
   node.qualifier = code_of(node.id, 0x0040A301);
@@ -76,8 +77,8 @@ void read_number(SrNode& node) {
 void read_object(SrNode& node) {
   const int32_t item = item_of(node.id, 0x00081199);
   if (item < 0) return;
-  node.sop_class = sr_text_of(item, 0x00081150);
-  node.sop_instance = sr_text_of(item, 0x00081155);
+  node.sop_class = text_of(item, 0x00081150);
+  node.sop_instance = text_of(item, 0x00081155);
   if (node.type == SRH_IMAGE) node.data = values_of(item, 0x00081160);
   if (node.type == SRH_WAVEFORM) node.data = values_of(item, 0x0040A0B0);
 }
@@ -94,7 +95,7 @@ void read_target(SrNode& node) {
 
 void read_content(SrNode& node) {
   node.concept_name = code_of(node.id, 0x0040A043);
-  if (const uint32_t tag = sr_text_tag(node.type); tag != 0) node.value = sr_text_of(node.id, tag);
+  if (const uint32_t tag = sr_text_tag(node.type); tag != 0) node.value = text_of(node.id, tag);
   switch (node.type) {
     case SRH_CODE:
       node.code = code_of(node.id, 0x0040A168);
@@ -103,16 +104,16 @@ void read_content(SrNode& node) {
       read_number(node);
       break;
     case SRH_SCOORD3D:
-      node.frame_of_reference = sr_text_of(node.id, 0x30060024);
+      node.frame_of_reference = text_of(node.id, 0x30060024);
       [[fallthrough]];
     case SRH_SCOORD:
-      node.graphic = sr_text_of(node.id, 0x00700023);
+      node.graphic = text_of(node.id, 0x00700023);
       node.data = floats_of(node.id, 0x00700022);
       break;
     case SRH_TCOORD_D:
     case SRH_TCOORD_O:
     case SRH_TCOORD_R:
-      node.graphic = sr_text_of(node.id, 0x0040A130);
+      node.graphic = text_of(node.id, 0x0040A130);
       node.data = values_of(node.id, sr_times_tag(node.type));
       break;
     case SRH_COMPOSITE:
@@ -121,14 +122,14 @@ void read_content(SrNode& node) {
       read_object(node);
       break;
     case SRH_CONTAINER:
-      node.graphic = sr_text_of(node.id, 0x0040A050);
-      node.template_id = sr_text_of(item_of(node.id, 0x0040A504), 0x0040DB00);
+      node.graphic = text_of(node.id, 0x0040A050);
+      node.template_id = text_of(item_of(node.id, 0x0040A504), 0x0040DB00);
       break;
     case SRH_REFERENCE:
       read_target(node);
       break;
     default:
-      if (node.type < 0) node.other_type = sr_text_of(node.id, 0x0040A040);
+      if (node.type < 0) node.other_type = text_of(node.id, 0x0040A040);
   }
 }
 
@@ -142,24 +143,6 @@ std::string join(const std::vector<std::string>& values, std::size_t in_group) {
 }
 
 }  // namespace
-
-std::string sr_text_of(int32_t object, uint32_t tag) {
-  char room[256];  // most are short
-  std::string text;
-  VX_STATUS status = VX_Get_Value_To_String(object, tag, sizeof room, room);
-  if (status == VX_NORMAL_COMPLETION) {
-    text = room;
-  } else if (status == VX_BUFFER_TOO_SMALL) {
-    uint32_t length = 0;
-    if (VX_Get_Value_Length(object, tag, 1, &length) != VX_NORMAL_COMPLETION || length > (1U << 30))
-      return {};
-    text.resize(length + 80U);
-    status = VX_Get_Value_To_String(object, tag, static_cast<int32_t>(text.size()), text.data());
-    text.resize(status == VX_NORMAL_COMPLETION ? text.find('\0') : 0);
-  }
-  while (!text.empty() && text.back() == ' ') text.pop_back();
-  return text;
-}
 
 std::string sr_texts_of(int32_t object, uint32_t tag) {
   int32_t count = 0;
@@ -272,7 +255,7 @@ bool SrDocument::open(const std::string& path) {
     return false;
   }
   is_tree_ = true;
-  if (sr_text_of(file_.id(), 0x0040A040).empty()) {
+  if (text_of(file_.id(), 0x0040A040).empty()) {
     report(path, "it is no structured report: there is no (0040,A040) ValueType");
     return false;
   }

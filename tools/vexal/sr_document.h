@@ -51,7 +51,6 @@ int32_t sr_relationship(std::string_view name);  // -1: none
 int32_t sr_term(int32_t type, std::string_view graphic);
 // The value for people: "12 mm", "Liver", "POLYLINE 1,2 3,4".
 std::string sr_value_text(const SrNode& node);
-std::string sr_text_of(int32_t object, uint32_t tag);
 // All values, parted by backslashes.
 std::string sr_texts_of(int32_t object, uint32_t tag);
 // Where the one text of a type stands, 0 if it has none; where the times of a TCOORD do.

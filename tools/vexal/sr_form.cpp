@@ -301,10 +301,7 @@ std::vector<std::string> sr_data(const json_t* node) {
 
 bool sr_more_has(const json_t* node, uint32_t tag) {
   const json_t* more = json_object_get(node, "more");
-  if (more == nullptr) return false;
-  char key[12];
-  std::snprintf(key, sizeof key, "%08X", static_cast<unsigned>(tag));
-  return json_object_get(more, key) != nullptr;
+  return more != nullptr && json_object_get(more, tag_key(tag).c_str()) != nullptr;
 }
 
 bool sr_is_bare(const json_t* node) {

@@ -16,6 +16,7 @@
 #include "sr_form.h"
 #include "tag_path.h"
 #include "text_forms.h"
+#include "values.h"
 
 namespace vexal {
 namespace {
@@ -94,7 +95,7 @@ bool tells_object(const SrNode& node, uint32_t numbers) {
 
 bool tells_template(const SrNode& node) {
   const int32_t item = only_item(node.id, 0x0040A504);
-  return holds_just(item, {0x00080105, 0x0040DB00}) && sr_text_of(item, 0x00080105) == "DCMR" &&
+  return holds_just(item, {0x00080105, 0x0040DB00}) && text_of(item, 0x00080105) == "DCMR" &&
          sr_fits(0x0040DB00, node.template_id);
 }
 
@@ -242,24 +243,22 @@ void append_more(std::string& out, const SrNode& node, std::vector<std::string>&
   }
   constexpr int32_t kAll = VX_JSON_STANDARD | VX_JSON_INCLUDE_BULK | VX_JSON_INCLUDE_PIXEL_DATA;
   json_t* more = json_object();
-  char key[12];
   if (!tags.empty()) {
     json_t* texts = to_json(node.id, kAll | VX_JSON_EXCLUDE_SEQUENCES);
     for (const uint32_t tag : tags) {
-      std::snprintf(key, sizeof key, "%08X", static_cast<unsigned>(tag));
-      if (json_object_set(more, key, json_object_get(texts, key)) != 0)
+      const std::string key = tag_key(tag);
+      if (json_object_set(more, key.c_str(), json_object_get(texts, key.c_str())) != 0)
         lost.push_back(node.location + " " + describe_tag(tag) + ": can not be told in JSON");
     }
     json_decref(texts);
   }
   for (const uint32_t tag : sequences) {
-    std::snprintf(key, sizeof key, "%08X", static_cast<unsigned>(tag));
     json_t* items = json_array();
     for (const int32_t item : sequence_items(node.id, tag)) {
       if (json_array_append_new(items, to_json(item, kAll)) != 0)
         lost.push_back(node.location + " " + describe_tag(tag) + ": an item can not be told in JSON");
     }
-    json_object_set_new(more, key, json_pack("{s:s, s:o}", "vr", "SQ", "Value", items));
+    json_object_set_new(more, tag_key(tag).c_str(), json_pack("{s:s, s:o}", "vr", "SQ", "Value", items));
   }
   char* text = json_dumps(more, JSON_SORT_KEYS);
   if (text != nullptr) out += std::string(", \"more\": ") + text;

@@ -11,6 +11,7 @@
 #include "sr_document.h"
 #include "sr_form.h"
 #include "tag_path.h"
+#include "values.h"
 
 namespace vexal {
 namespace {
@@ -276,7 +277,7 @@ std::set<std::string> instances_of_evidence(int32_t root) {
     for (const int32_t study : sequence_items(root, tag)) {
       for (const int32_t series : sequence_items(study, kSeries)) {
         for (const int32_t object : sequence_items(series, kObjects))
-          found.insert(sr_text_of(object, 0x00081155));
+          found.insert(text_of(object, 0x00081155));
       }
     }
   }
@@ -295,7 +296,7 @@ int32_t append_item(int32_t object, uint32_t sequence) {
 // The item of a sequence that has a UID, made if there is none.
 int32_t item_with(int32_t object, uint32_t sequence, uint32_t tag, const std::string& uid) {
   for (const int32_t item : sequence_items(object, sequence)) {
-    if (sr_text_of(item, tag) == uid) return item;
+    if (text_of(item, tag) == uid) return item;
   }
   const int32_t item = append_item(object, sequence);
   VX_Set_Value_From_String(item, tag, uid.c_str());

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "rules.h"
+#include "values.h"
 
 namespace vexal {
 namespace {

@@ -7,6 +7,7 @@
 #include "files.h"
 #include "session.h"
 #include "uid.h"
+#include "values.h"
 
 namespace vexal {
 namespace {

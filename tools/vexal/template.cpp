@@ -92,9 +92,7 @@ void print_json(const Asked& asked, const std::vector<Row>& rows) {
   out += ",\"attributes\":[";
   for (std::size_t i = 0; i < rows.size(); ++i) {
     const Row& row = rows[i];
-    char tag[16];
-    std::snprintf(tag, sizeof tag, "%08X", static_cast<unsigned>(row.tag));
-    out += std::string(i == 0 ? "" : ",") + "{\"tag\":\"" + tag + "\",\"path\":";
+    out += std::string(i == 0 ? "" : ",") + "{\"tag\":\"" + tag_key(row.tag) + "\",\"path\":";
     append_json(out, row.path);
     out += ",\"vr\":\"" + representation_text(row.tag, row.rule) + "\",\"vm\":\"" +
            multiplicity_text(row.tag) + "\"";

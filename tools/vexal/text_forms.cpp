@@ -5,10 +5,10 @@
 #include <set>
 
 #include "bulk_files.h"
-#include "network.h"
 #include "parallel.h"
 #include "session.h"
 #include "tag_path.h"
+#include "values.h"
 #include "write_options.h"
 
 namespace vexal {

@@ -373,12 +373,10 @@ void append_json_findings(std::string& out, Tree& tree, const std::vector<Found>
     for (const Found& one : found) {
       if (one.severity != severity) continue;
       const ValErrObj& what = one.what;
-      char tag[16];
-      std::snprintf(tag, sizeof tag, "%08X", static_cast<unsigned>(what.Tag));
       out += first ? "{\"severity\":\"" : ",{\"severity\":\"";
       first = false;
       out += kSingular[severity];
-      out += "\",\"tag\":\"" + std::string(tag) + "\",\"path\":";
+      out += "\",\"tag\":\"" + tag_key(what.Tag) + "\",\"path\":";
       append_json(out, tree.path(what.MsgItemID, what.Tag));
       if (what.ValueNumber > 0) {
         const bool item = is_item_finding(what);

@@ -51,10 +51,8 @@ std::string name_in_url(const QueryKey& key) {
   std::string name;
   for (const PathStep& step : key.path) {
     const std::string_view keyword = tag_keyword(step.tag);
-    char number[16];
-    std::snprintf(number, sizeof number, "%08X", static_cast<unsigned>(step.tag));
     if (!name.empty()) name += '.';
-    name += keyword.empty() ? std::string(number) : std::string(keyword);
+    name += keyword.empty() ? tag_key(step.tag) : std::string(keyword);
   }
   return name;
 }

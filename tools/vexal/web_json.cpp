@@ -6,15 +6,14 @@
 #include <cstdio>
 
 #include "json.h"
+#include "names.h"
 
 namespace vexal {
 namespace {
 
 // The "Value" of an attribute, or null.
 const json_t* values_of(const json_t* object, uint32_t tag) {
-  char key[16];
-  std::snprintf(key, sizeof key, "%08X", static_cast<unsigned>(tag));
-  const json_t* values = json_object_get(json_object_get(object, key), "Value");
+  const json_t* values = json_object_get(json_object_get(object, tag_key(tag).c_str()), "Value");
   return json_is_array(values) ? values : nullptr;
 }
 
