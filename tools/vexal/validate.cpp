@@ -449,6 +449,31 @@ void add_cross_checks(const DicomFile& file, uint16_t command, std::vector<Found
   }
 }
 
+// The library passes over an item without attributes where the sequence need not have values; what its rules
+// demand is missing all the same.
+void add_empty_items(int32_t object, std::vector<Found>& found) {
+  std::vector<uint32_t> sequences;
+  uint32_t tag = 0;
+  VX_VR vr = 0;
+  VX_STATUS status = VX_Get_First_Attribute(object, &tag, &vr, nullptr);
+  for (; status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Attribute(object, &tag, &vr, nullptr)) {
+    if (vr == VX_VR_SQ) sequences.push_back(tag);
+  }
+  for (const uint32_t sequence : sequences) {
+    for (const int32_t item : sequence_items(object, sequence)) {
+      const bool empty = VX_Get_First_Attribute(item, &tag, &vr, nullptr) != VX_NORMAL_COMPLETION;
+      const auto known = [item](const Found& one) { return one.what.MsgItemID == item; };
+      std::vector<ValErrObj> missing;
+      if (!empty) {
+        add_empty_items(item, found);
+      } else if (std::none_of(found.begin(), found.end(), known)) {
+        run_validation(item, VX_Errors_Only, missing);
+      }
+      for (const ValErrObj& one : missing) found.push_back({one, 0, ""});
+    }
+  }
+}
+
 std::string examine(const DicomFile& file, const ValidateSettings& settings, Tree& tree,
                     std::vector<Found>& found, Standard& standard) {
   std::string problem = choose_standard(file.id(), settings.standard, standard);
@@ -456,6 +481,7 @@ std::string examine(const DicomFile& file, const ValidateSettings& settings, Tre
   tree.set_standard(standard);
   const VX_STATUS status = validate_levels(file.id(), settings, standard.command, found);
   if (status != VX_NORMAL_COMPLETION) return standard.title() + ": " + VX_Error_Message(status);
+  if (standard.command == C_STORE_RQ) add_empty_items(file.id(), found);
   grade(tree, found);
   add_cross_checks(file, standard.command, found);
   std::erase_if(found, [&](const Found& one) { return one.severity >= settings.level; });
