@@ -40,9 +40,13 @@ constexpr uint32_t kSingleItem[] = {
 
 // Classes of one frame, by what stands behind the root of the storage classes.
 constexpr std::string_view kStorageRoot = "1.2.840.10008.5.1.4.1.1.";
+constexpr std::string_view kReports = "1.2.840.10008.5.1.4.1.1.88.";
+constexpr std::string_view kPresentationStates = "1.2.840.10008.5.1.4.1.1.11.";
 constexpr std::string_view kSingleFrame[] = {"1",      "1.1",    "1.1.1",  "1.2", "1.2.1", "1.3",
                                              "1.3.1",  "2",      "4",      "6.1", "7",     "77.1.1",
                                              "77.1.2", "77.1.3", "77.1.4", "128"};
+constexpr std::string_view kPrimaryOnly[] = {"2.1", "2.2",   "4.1",    "4.2",    "4.3",   "4.4",
+                                             "130", "128.1", "13.1.1", "13.1.2", "13.1.3"};
 constexpr std::string_view kSegmentations[] = {"66.4", "66.5", "66.7"};
 
 // What pixels may stand for in the syntaxes that say so (PS3.5 section 8.2).
@@ -168,7 +172,7 @@ class Checker {
   std::vector<CrossFinding> run() {
     const int32_t root = file_.id();
     if (file_.has_meta() && !query_) meta_group(root);
-    object(root, is_present(root, kCharacterSet));
+    object(root, names_charset(root));
     if (!query_) {
       identifiers(root);
       image_type(root);
@@ -184,6 +188,15 @@ class Checker {
   }
 
   // ---- The walk ----
+
+  // Whether text may hold more than ASCII: an empty set is none, and so is a word that names none.
+  static bool names_charset(int32_t id) {
+    if (!is_present(id, kCharacterSet)) return false;
+    int32_t count = 0;
+    VX_Get_Value_Count(id, kCharacterSet, &count);
+    const std::string first = text_of(id, kCharacterSet);
+    return count > 1 || first.starts_with("ISO") || first.starts_with("GB");
+  }
 
   void object(int32_t id, bool has_charset) {
     std::vector<std::pair<uint32_t, VX_VR>> attributes;
@@ -220,7 +233,7 @@ class Checker {
       const std::vector<int32_t> items = sequence_items(id, tag);
       if (items.size() > 1 && !query_ && contains(kSingleItem, tag))
         add(id, tag, VX_TOO_MANY_VALUES, std::to_string(items.size()) + " items where there is one");
-      for (const int32_t item : items) object(item, has_charset || is_present(item, kCharacterSet));
+      for (const int32_t item : items) object(item, has_charset || names_charset(item));
     } else if (vr == VX_VR_UI || (vr == VX_VR_DA && !query_) || (is_text_of_charset(vr) && !has_charset)) {
       text_values(id, tag, vr, count);
     }
@@ -264,23 +277,20 @@ class Checker {
       const std::string meta = text_of(root, pair.meta);
       const std::string own = text_of(root, pair.own);
       if (meta.empty() || meta == own) continue;
-      if (!own.empty()) {
-        add(root, pair.meta, VX_INCOMPATIBLE_VALUE, "the data set has " + own);
-      } else if (!is_present(root, pair.own)) {
-        add(root, pair.meta, VX_INCOMPATIBLE_VALUE, "the data set has no " + describe_tag(pair.own));
-      }
+      add(root, pair.meta, VX_INCOMPATIBLE_VALUE,
+          "the data set has " + (own.empty() ? "no " + describe_tag(pair.own) : own));
     }
   }
 
   // What identifies different things is different.
   void identifiers(int32_t root) {
-    constexpr uint32_t kIdentifiers[] = {0x0020000D, 0x0020000E, kInstance, 0x00200052};
+    constexpr uint32_t kIdentifiers[] = {kInstance, 0x0020000D, 0x0020000E, 0x00200052};
     std::map<std::string, uint32_t> seen;
     for (const uint32_t tag : kIdentifiers) {
       const std::string uid = text_of(root, tag);
       if (uid.empty()) continue;
       const auto [at, fresh] = seen.emplace(uid, tag);
-      if (!fresh) add(root, tag, VX_INCOMPATIBLE_VALUE, "the same UID as in " + describe_tag(at->second));
+      if (!fresh) add(root, at->second, VX_INCOMPATIBLE_VALUE, "the same UID as in " + describe_tag(tag));
     }
   }
 
@@ -309,6 +319,8 @@ class Checker {
         !values[1].bytes.empty())
       add(root, kImageType, VX_NOT_ONE_OF_ENUMERATED_VALUES, "PRIMARY | SECONDARY", 2);
     const std::string sop_class = text_of(root, 0x00080016);
+    if (count > 1 && values[1].bytes == "SECONDARY" && is_class(sop_class, kPrimaryOnly))
+      add(root, kImageType, VX_NOT_ONE_OF_ENUMERATED_VALUES, "PRIMARY", 2);
     for (const auto& row : kCounts) {
       if (row.sop_class == sop_class && count < row.values)
         add(root, kImageType, VX_TOO_FEW_VALUES, std::to_string(row.values) + " values in this class");
@@ -341,11 +353,17 @@ class Checker {
   // one.
   void reference(int32_t id) {
     const std::string sop_class = text_of(id, 0x00081150);
-    if (is_present(id, 0x00081160) && is_class(sop_class, kSingleFrame))
-      add(id, 0x00081160, VX_VALUE_NOT_ALLOWED, "instances of " + sop_class + " have one frame");
-    if (is_present(id, 0x0062000B) && sop_class.starts_with(kStorageRoot) &&
+    const bool no_image = sop_class.starts_with("1.2.840.10008.3.") || sop_class.starts_with(kReports) ||
+                          sop_class.starts_with(kPresentationStates);
+    if (is_present(id, 0x00081160) && (no_image || is_class(sop_class, kSingleFrame)))
+      add(id, 0x00081160, VX_VALUE_NOT_ALLOWED,
+          "instances of " + sop_class + " have no frames to choose from");
+    if (is_present(id, 0x0062000B) && sop_class.starts_with("1.2.840.10008.") &&
         !is_class(sop_class, kSegmentations))
       add(id, 0x0062000B, VX_VALUE_NOT_ALLOWED, "instances of " + sop_class + " have no segments");
+    const std::string kind = text_of(id, 0x00089007);
+    if (!kind.empty() && kind != "ORIGINAL" && kind != "DERIVED" && kind != "MIXED")
+      add(id, 0x00089007, VX_NOT_ONE_OF_ENUMERATED_VALUES, "ORIGINAL | DERIVED | MIXED", 1);
     const std::string code = text_of(id, 0x00080119);
     if (!code.empty() && code.size() <= 16)
       add(id, 0x00080119, VX_INCOMPATIBLE_VALUE, "up to 16 characters are a Code Value (0008,0100)");
