@@ -594,7 +594,7 @@ std::string Catalog::enter(const StoredObject& stored, const HeadScan& scan) {
   file.instance = stored.instance;
   file.syntax = stored.syntax;
   // The library looks at the data set up to (0008,0018).
-  file.whole = scan.first_tag() <= 0x00080018U;
+  file.whole = scan.first_tag() <= 0x00080018U && stored.bytes % 2 == 0;
   const MutedWarnings muted;
   Message kept;
   kept.id = scan.make_message();

@@ -87,7 +87,7 @@ void HeadScan::take_deflated(const char* data, std::size_t size) {
   inflater_->next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data));
   inflater_->avail_in = static_cast<uInt>(size);
   // Once all is there, only its size counts.
-  while (state_ == State::Reading || (state_ == State::Complete && most_inflated_ != 0)) {
+  while (goes_on()) {
     inflater_->next_out = reinterpret_cast<Bytef*>(piece);
     inflater_->avail_out = sizeof piece;
     const int result = inflate(inflater_.get(), Z_NO_FLUSH);
@@ -248,7 +248,8 @@ std::string find_data_set(const FileSource& source, uint64_t& start, std::string
 
 }  // namespace
 
-std::string scan_file(const std::string& path, std::span<const uint32_t> wanted, HeadScan& scan) {
+std::string scan_file(const std::string& path, std::span<const uint32_t> wanted, HeadScan& scan,
+                      uint64_t most_inflated) {
   FileSource source;
   uint64_t at = 0;
   std::string uid;
@@ -258,9 +259,9 @@ std::string scan_file(const std::string& path, std::span<const uint32_t> wanted,
   // One that is not known is most likely an encapsulated one (PS3.5 section A.4).
   VX_TRANSFER_SYNTAX syntax = EXPLICIT_LITTLE_ENDIAN;
   VX_Get_Enum_From_Transfer_Syntax(uid.data(), &syntax);
-  scan.start(syntax, wanted);
+  scan.start(syntax, wanted, most_inflated);
   std::vector<char> block(kPiece);
-  while (scan.state() == HeadScan::State::Reading && at < source.size()) {
+  while (scan.goes_on() && at < source.size()) {
     const int64_t got = source.read_at(at, block.data(), block.size());
     if (got <= 0) return "can not read";
     at += static_cast<uint64_t>(got);

@@ -5,6 +5,7 @@
 #include <map>
 
 #include "acceptor.h"
+#include "bounded_file.h"
 #include "catalog.h"
 #include "charset.h"
 #include "commands.h"
@@ -363,7 +364,7 @@ class Archive {
       counts.failed = files.size();
       return tell(request, counts, kAllFailed, {});
     }
-    ObjectSender sender(true);
+    ObjectSender sender(true, true);
     sender.set_originator(caller.calling_title, static_cast<uint16_t>(request.id));
     Patience patience(acceptor_, request.association);
     const bool good = run_operations(
@@ -420,7 +421,7 @@ class Archive {
     std::vector<ObjectFile> files;
     bool answered = false;
     if (const bool good = files_of(request, identifier, files, answered); answered) return good;
-    ObjectSender sender(true);
+    ObjectSender sender(true, true);
     Patience patience(acceptor_, request.association);
     return run_operations(
         request, files,
@@ -592,6 +593,7 @@ int run(const Args& args) {
   if (!acceptor.read(args) || !read_nodes(args, nodes) || !is_folder(args, "--worklist") ||
       !is_folder(args, "--steps") || !storage.read(args, true))
     return kUsage;
+  prepare_bounded_files();
   Archive archive(args, acceptor, nodes, storage);
   const std::string error = archive.open();
   if (!error.empty()) {

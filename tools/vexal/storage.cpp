@@ -14,6 +14,7 @@
 #include <functional>
 #include <mutex>
 
+#include "bounded_file.h"
 #include "embedded.h"
 #include "network.h"
 #include "printable.h"
@@ -346,13 +347,11 @@ bool ObjectWriter::convert(FileSink& converted, const StoredObject& stored) {
   bool there = false;  // already, or soon
   const std::string failure = sink_.place([&](const std::string& temporary, std::string&) -> std::string {
     const CurrentFile current(stored.instance);
+    BoundedFile bounds;
     DicomFile file;
     RecodedPixels pixels;
-    VX_STATUS status = file.open(temporary, {});
-    if (status != VX_NORMAL_COMPLETION) {
-      problem = file.problem();
-      return "";
-    }
+    VX_STATUS status = bounds.open(file, temporary, problem);
+    if (status != VX_NORMAL_COMPLETION) return "";
     there = file.syntax() == options_.syntax;
     if (there) return "";
     if (RecodedPixels::needed(file, options_.syntax))
