@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstring>
 
+#include "byte_stream.h"
 #include "files.h"
 
 namespace vexal {
@@ -28,14 +29,6 @@ bool is_long(const char* vr) {
 
 bool is_deflated(VX_TRANSFER_SYNTAX syntax) {
   return syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || syntax == JPIP_REFERENCED_DEFLATE;
-}
-
-VX_STATUS give_bytes(int32_t, void* user, int32_t, uint32_t* size, void** data, int32_t* last) {
-  auto& bytes = *static_cast<std::string*>(user);
-  *size = static_cast<uint32_t>(bytes.size());
-  *data = bytes.data();
-  *last = 1;
-  return VX_NORMAL_COMPLETION;
 }
 
 }  // namespace
@@ -220,7 +213,7 @@ int32_t HeadScan::make_message() const {
   if (VX_Open_Empty_Message(&id) != VX_NORMAL_COMPLETION) return -1;
   if (bytes.empty()) return id;
   uint32_t failed = 0;
-  if (VX_Stream_To_Message(id, 0x00080000, 0xFFFFFFFF, syntax_, &failed, &bytes, give_bytes) !=
+  if (VX_Stream_To_Message(id, 0x00080000, 0xFFFFFFFF, syntax_, &failed, &bytes, give_string) !=
       VX_NORMAL_COMPLETION) {
     VX_Free_Message(&id);
     id = -1;
