@@ -514,7 +514,10 @@ def orthanc(folder):
         for title, folder_of, objects in (("get", got, wanted), ("move", moved, wanted), ("send", sent, stored)):
             found = arrived(folder_of)
             check(set(found) == set(objects), "Orthanc, %s: %d of %d arrived" % (title, len(found), len(objects)))
-            other = [os.path.relpath(objects[i], SAMPLES) for i in set(found) & set(objects) if content(found[i]) != content(objects[i])]
+            # What it decompresses on the way has its colours in another model.
+            own = {i: meta_text(found[i], 0x10) == meta_text(objects[i], 0x10) for i in set(found) & set(objects)}
+            rows = lambda i, path: [row for row in content(path) if own[i] or row[0] != "00280004"]
+            other = [os.path.relpath(objects[i], SAMPLES) for i in own if rows(i, found[i]) != rows(i, objects[i])]
             check(not other, "Orthanc, %s: other content: %s" % (title, other[:5]))
         print("  %d of %d objects stored, %d in the study fetched" % (len(stored), len(samples), len(wanted)))
 
