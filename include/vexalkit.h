@@ -1709,9 +1709,9 @@ VX_API VX_STATUS VX_Keep_Stream_Form(int32_t Keep);
 
 /*
  * For programs that decode what strangers send: an object takes up to fifty times its bytes where it is made
- * of nothing but small parts. Decoders of the calling thread, from the next call on, give VX_VALUE_TOO_LARGE for
- * a stream with more than Most parts: elements and items of all levels, values of texts, and each 256 bytes of
- * what is held in memory; a part takes 500 bytes of memory at the most. Values that go to files
+ * of nothing but small parts. Decoders of the calling thread, from the next call on, give VX_VALUE_TOO_LARGE
+ * for a stream with more than Most parts: elements and items of all levels, values of texts, and each 256
+ * bytes of what is held in memory; a part takes 500 bytes of memory at the most. Values that go to files
  * (LARGE_DATA_STORE) or stay in theirs do not count. 0, as at the start of a thread: no limit.
  */
 VX_API VX_STATUS VX_Limit_Decoder(uint32_t Most);
