@@ -52,13 +52,15 @@ def read_differences():
 
 
 DIFFERENCES = read_differences()
+used = set()
 
 
 def is_explained(side, kind, place, text):
     path = re.sub(r"\[\d+\]", "", place)
-    return any(row[0] == side and row[1] in ("*", kind) and row[3] in text and
-               (fnmatch.fnmatchcase(path, row[2]) or fnmatch.fnmatchcase(path.rsplit(".", 1)[-1], row[2]))
-               for row in DIFFERENCES)
+    rows = [row for row in DIFFERENCES if row[0] == side and row[1] in ("*", kind) and row[3] in text and
+            (fnmatch.fnmatchcase(path, row[2]) or fnmatch.fnmatchcase(path.rsplit(".", 1)[-1], row[2]))]
+    used.update("\t".join(row) for row in rows)
+    return bool(rows)
 
 
 def ours(paths):
@@ -169,4 +171,6 @@ show = "--list" in sys.argv
 compare("samples", [path for name, path in valid_samples() if "stress" not in name], SAMPLES, show)
 with tempfile.TemporaryDirectory() as folder:
     compare("bare objects", list(bare_objects(folder)), folder, show)
+for row in DIFFERENCES:
+    check(row[0] == "theirs" or "\t".join(row) in used, "a row that explains nothing: " + " ".join(row[:4]))
 sys.exit(end())
