@@ -37,6 +37,7 @@ CT, MR, VERIFICATION = b"1.2.840.10008.5.1.4.1.1.2", b"1.2.840.10008.5.1.4.1.1.4
 STUDY_FIND, STUDY_GET = b"1.2.840.10008.5.1.4.1.2.2.1", b"1.2.840.10008.5.1.4.1.2.2.3"
 IMPLICIT, EXPLICIT = b"1.2.840.10008.1.2", b"1.2.840.10008.1.2.1"
 MEBI = 1 << 20
+SANITIZED = "TSAN_OPTIONS" in os.environ  # slower, and with a thread more
 # ---- Objects and messages ----
 
 
@@ -210,7 +211,7 @@ class Server:
             return next(int(line.split()[1]) * 1024 for line in file if line.startswith("VmHWM"))
 
     def settle(self, title, seconds=8):
-        end = time.monotonic() + seconds
+        end = time.monotonic() + seconds * (5 if SANITIZED else 1)
         while not self.settled() and time.monotonic() < end:
             time.sleep(0.05)
         check(self.process.poll() is None, title + ": the server has ended")
@@ -219,6 +220,7 @@ class Server:
     def settled(self):
         """As at the start; the database keeps descriptors of its file for the next query."""
         files, threads = self.state()
+        threads -= SANITIZED and threads > self.before[1]  # one of its own
         return (files == self.before[0] or (files > self.before[0] and "serve" in self.command and self.sockets() == self.before_sockets)) and \
             threads == self.before[1]
 
@@ -792,6 +794,67 @@ def long_query(folder):
             server.process.send_signal(signal.SIGTERM)
             server.process.wait(timeout=15)
             check(time.monotonic() - start < 8, "serve: a slow query goes on after SIGTERM for %.1f s" % (time.monotonic() - start))
+
+
+def busy(folder):
+    """Many clients of one server do everything at once, also with the same objects, and it is told to end in the middle of it."""
+    lists, steps, sources = (os.path.join(folder, name) for name in ("lists", "steps", "in"))
+    make_files(sources, 6, 2000)
+    make_files(lists, 4, 100)
+    os.mkdir(steps)
+    find = find_message((0x00080018, b""), (0x00100010, b"*" + b"o?" * 50 + b"*"), level=b"IMAGE")
+    cancel = pdu(4, pdv(3, 3, command(kind=0xFFF, answers=1, data=0x101)))
+    with Server("receive", os.path.join(folder, "moved"), "--duplicates", "replace") as node, \
+            Server("serve", os.path.join(folder, "db"), "--worklist", lists, "--steps", steps, "--node", "NODE=127.0.0.1:%d" % node.port,
+                   "--max-associations", "12", "--max-per-address", "12", "--timeout", "10") as server:
+        over = threading.Event()
+
+        def raw(n):
+            uid = b"1.2.3.7.%d" % (n % 8)
+            with Peer(server.port, WITH_FIND, timeout=30) as peer:
+                peer.status(store_message(uid, data_set(uid, bytes([n % 3]) * 400)))
+                peer.socket.sendall(find)
+                peer.statuses(cancel if n % 2 else b"")
+                if n % 5 == 0:
+                    peer.socket.sendall(store_message(uid)[:300])  # and goes in the middle of it
+
+        def program(*words):
+            name = words[0]
+            return lambda n: run(VEXAL, name, "127.0.0.1", server.port, *words[1:], "--timeout", 20, "--quiet")
+
+        study = ("--level", "study", "-k", "StudyInstanceUID=1.2.3.9")
+        works = [raw, raw, raw, program("store", sources, "--associations", 2), program("move", "--to", "NODE", *study),
+                 program("get", *study, "--class", CT.decode(), "--dir", os.path.join(folder, "got")), program("commit", sources),
+                 program("find", "--level", "worklist"), lambda n: program("mpps", "create", "--uid", "1.2.9.%d" % (n % 4))(n),
+                 lambda n: program("mpps", "set", "--uid", "1.2.9.%d" % (n % 4), "-k", "StudyID=%d" % n)(n)]
+        done = [0] * len(works)
+
+        def work(at):
+            while not over.is_set():
+                try:
+                    works[at](done[at])
+                except OSError:  # the server has ended
+                    pass
+                done[at] += 1
+
+        threads = [threading.Thread(target=work, args=(n,)) for n in range(len(works))]
+        for thread in threads:
+            thread.start()
+        end = time.monotonic() + (20 if SANITIZED else 5)
+        while time.monotonic() < end or min(done) < 3:
+            time.sleep(0.1)
+            if time.monotonic() > end + 60:
+                break
+        server.process.send_signal(signal.SIGTERM)
+        try:
+            check(server.process.wait(timeout=30) == 0, "serve, busy: ended with %s" % server.process.returncode)
+        except subprocess.TimeoutExpired:
+            check(False, "serve, busy: does not end")
+        over.set()
+        for thread in threads:
+            thread.join()
+        check(min(done) >= 3 and not stored_objects(server.folder)[1], "serve, busy: %s, left behind %s" % (done, stored_objects(server.folder)[1]))
+        print("  %d pieces of work" % sum(done))
 
 
 # ---- A bad requester ----
@@ -1694,7 +1757,7 @@ def networks(folder):
         wire.end()
 
 
-PARTS = (duplicates, unknown_objects, damaged_index, broken_index, rules, swelling, long_query, greedy, hostile_requesters, floods,
+PARTS = (duplicates, unknown_objects, damaged_index, broken_index, rules, swelling, long_query, busy, greedy, hostile_requesters, floods,
          hostile_acceptors, lying_acceptors, lying_destinations, unwanted_objects, shares_of_blame, second_associations, reports_to_nodes,
          strange_names, silent_crowd, kills, full_disk, reserve, large_object, networks)
 
