@@ -309,6 +309,23 @@ class Peer:
                 return told + [None]
 
 
+def at_once(calls, meanwhile=None):
+    """What each gives, called on threads of their own."""
+    results = [None] * len(calls)
+
+    def call(n):
+        results[n] = calls[n]()
+
+    threads = [threading.Thread(target=call, args=(n,)) for n in range(len(calls))]
+    for thread in threads:
+        thread.start()
+    if meanwhile:
+        meanwhile()
+    for thread in threads:
+        thread.join()
+    return results
+
+
 def store_status(port, instance, body=None, request=None):
     with Peer(port, request) as peer:
         return peer.status(store_message(instance, body))
@@ -362,16 +379,7 @@ def duplicates(folder):
         out = os.path.join(folder, kind + " at once")
         with Server(kind, out, "--mode", "0600") as server:
             made = [data_set(uid, bytes([n]) * 256) for n in range(16)]
-            statuses = [None] * len(made)
-
-            def send(n):
-                statuses[n] = store_status(server.port, uid, made[n])
-
-            threads = [threading.Thread(target=send, args=(n,)) for n in range(len(made))]
-            for thread in threads:
-                thread.start()
-            for thread in threads:
-                thread.join()
+            statuses = at_once([lambda body=body: store_status(server.port, uid, body) for body in made])
             check(sorted(statuses, key=str) == [0] + [0x0111] * (len(made) - 1), "%s, at once: %s" % (kind, statuses))
             check(stored_objects(out)[0] == {uid.decode(): made[statuses.index(0)]}, kind + ", at once: not the one that was acknowledged")
             # Request and data set disagree; the class of another object; no data set; a name that is an option.
@@ -564,11 +572,7 @@ def swelling(folder):
             status = statuses[n]
             title = "%s %s, %s inflated" % (kind, options, title)
             with Server(kind, os.path.join(folder, "%s%s%d" % (kind, "".join(map(str, options)), n)), *map(str, options)) as server:
-                result = []
-                sender = threading.Thread(target=lambda: result.append(store_status(server.port, uid, bomb, WITH_DEFLATED)))
-                sender.start()
-                quick(server, title)
-                sender.join()
+                result = at_once([lambda: store_status(server.port, uid, bomb, WITH_DEFLATED)], lambda: quick(server, title))
                 check(result == [status], "%s: answered with %s" % (title, result))
                 if "--to" in options:  # converted, unless it is too much: then as it came
                     size = max([os.path.getsize(os.path.join(server.folder, name)) for name in os.listdir(server.folder)] + [0])
@@ -594,13 +598,7 @@ def swelling(folder):
         # Many identifiers that are just small enough, at once.
         message = find_message(*[(tag, b"") for group in (0x18, 0x20, 0x28) for tag in range(group << 16 | 0x100, group << 16 | 0xA000)])
         peers = [Peer(server.port, WITH_FIND) for _ in range(40)]
-        statuses = []
-        threads = [threading.Thread(target=lambda p=peer: statuses.append(p.status(message))) for peer in peers]
-        for thread in threads:
-            thread.start()
-        quick(server, "serve, large identifiers", 3)
-        for thread in threads:
-            thread.join()
+        statuses = at_once([lambda peer=peer: peer.status(message) for peer in peers], lambda: quick(server, "serve, large identifiers", 3))
         for peer in peers:
             peer.socket.close()
         check(set(statuses) <= {0xA900, 0xA700}, "serve: large identifiers are answered with %s" % set(statuses))

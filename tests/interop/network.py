@@ -547,7 +547,7 @@ def odil(folder):
         ours = run(VEXAL, "find", "127.0.0.1", port, "--aec", "NODE", "--level", "image", "--json").stdout.decode()
         instances = {line["SOPInstanceUID"]: line["StudyInstanceUID"] for line in map(json.loads, ours.splitlines())}
         check(answer.startswith("%d answers" % len(set(instances.values()) - {""})), "odil find: " + answer.split("\n")[0])
-        check(len(studies) > 10 and set(studies) <= set(instances.values()), "odil find: %d studies" % len(studies))
+        check(len(studies) > (10 if checks.REAL_SAMPLES else 3) and set(studies) <= set(instances.values()), "odil find: %d studies" % len(studies))
         study = max(studies, key=list(instances.values()).count)
         result = run("odil", "get", "-d", got, *names, "study", "QueryRetrieveLevel=STUDY", "StudyInstanceUID=" + study)
         wanted = {i for i in instances if instances[i] == study}
