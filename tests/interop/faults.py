@@ -1478,17 +1478,6 @@ def silent_crowd(folder):
             check(closed == 1000, "%s: %d were not closed" % (title, 1000 - closed))
             server.settle(title)
             print("  %s: echo and store of three files in %.2f s" % (title, took))
-    # Drop by drop is not fast enough either: the deadline is for the request as a whole.
-    with Server("receive", os.path.join(folder, "drops"), "--timeout", "1") as server, \
-            socket.create_connection(("127.0.0.1", server.port)) as connection:
-        start, sent = time.monotonic(), 0
-        try:
-            for sent in range(20):
-                connection.sendall(REQUEST[sent:sent + 1])
-                time.sleep(0.3)
-        except OSError:
-            pass
-        check(time.monotonic() - start < 4, "a request that comes drop by drop was waited for")
     # More speak up than there are threads for; the program waits without spinning.
     with Server("receive", os.path.join(folder, "few"), "--timeout", "1", "--idle", "3", "--max-associations", "2") as server:
         crowd = [socket.create_connection(("127.0.0.1", server.port)) for _ in range(20)]

@@ -227,9 +227,13 @@ AETable END
 """
 
 
+def plain_images():
+    return {i: p for i, p in valid_samples().items() if meta_text(p, 0x10) in ("1.2.840.10008.1.2", "1.2.840.10008.1.2.1")
+            and meta_text(p, 2) in ("1.2.840.10008.5.1.4.1.1.2", "1.2.840.10008.5.1.4.1.1.4", "1.2.840.10008.5.1.4.1.1.7")}
+
+
 def queries(folder):
-    samples = {i: p for i, p in valid_samples().items() if meta_text(p, 0x10) in ("1.2.840.10008.1.2", "1.2.840.10008.1.2.1")
-               and meta_text(p, 2) in ("1.2.840.10008.5.1.4.1.1.2", "1.2.840.10008.5.1.4.1.1.4", "1.2.840.10008.5.1.4.1.1.7")}
+    samples = plain_images()
     base = os.path.join(folder, "archive")
     os.mkdir(base)
     port, receiver = free_port(), free_port()
@@ -295,15 +299,19 @@ WORKLIST = """(0008,0050) SH [A{n}]
 """
 
 
-def worklist(folder):
-    base = os.path.join(folder, "worklists")
-    os.makedirs(os.path.join(base, "WORKLIST"))
-    open(os.path.join(base, "WORKLIST", "lockfile"), "w", encoding="ascii").close()
+def make_worklist(folder, lists):
     for n in range(1, 5):
         text = os.path.join(folder, "entry.txt")
         with open(text, "w", encoding="ascii") as file:
             file.write(WORKLIST.format(n=n, modality="CT" if n < 4 else "MR"))
-        run("dump2dcm", text, os.path.join(base, "WORKLIST", "entry%d.wl" % n))
+        run("dump2dcm", text, os.path.join(lists, "entry%d.wl" % n))
+
+
+def worklist(folder):
+    base = os.path.join(folder, "worklists")
+    os.makedirs(os.path.join(base, "WORKLIST"))
+    open(os.path.join(base, "WORKLIST", "lockfile"), "w", encoding="ascii").close()
+    make_worklist(folder, os.path.join(base, "WORKLIST"))
     port, ours = free_port(), free_port()
     with Server(["wlmscpfs", "-dfp", base, port], port), \
             Server([VEXAL, "serve", ours, "--dir", os.path.join(folder, "objects"), "--worklist", os.path.join(base, "WORKLIST")], ours):
@@ -327,15 +335,10 @@ def worklist(folder):
 
 def archive(folder):
     """vexal serve, used by others and by vexal."""
-    samples = {i: p for i, p in valid_samples().items() if meta_text(p, 0x10) in ("1.2.840.10008.1.2", "1.2.840.10008.1.2.1")
-               and meta_text(p, 2) in ("1.2.840.10008.5.1.4.1.1.2", "1.2.840.10008.5.1.4.1.1.4", "1.2.840.10008.5.1.4.1.1.7")}
+    samples = plain_images()
     lists = os.path.join(folder, "lists")
     os.mkdir(lists)
-    for n in range(1, 5):
-        text = os.path.join(folder, "entry.txt")
-        with open(text, "w", encoding="ascii") as file:
-            file.write(WORKLIST.format(n=n, modality="CT" if n < 4 else "MR"))
-        run("dump2dcm", text, os.path.join(lists, "entry%d.wl" % n))
+    make_worklist(folder, lists)
     port, receiver = free_port(), free_port()
     command = [VEXAL, "serve", port, "--dir", os.path.join(folder, "objects"), "--worklist", lists,
                "--node", "RECEIVER=127.0.0.1:%d" % receiver, "--aet", "ARCHIVE"]
