@@ -609,8 +609,11 @@ TEST_F(Program, ValidateComparesValues) {
     EXPECT_EQ(outcome.exit, 1) << row.what << outcome.out;
     EXPECT_NE(outcome.out.find(row.line), std::string::npos) << row.what << "\n" << outcome.out;
   }
-  write("v.dcm", head + pixels + with(0x7FE00010, "OB", "1234"));
-  EXPECT_EQ(run("validate " + path("v.dcm")).out.find("PixelData"), std::string::npos);
+  // What is right is no finding, and an item that no rule is known for is none either.
+  write("v.dcm", head + pixels + with(0x00720300, "SQ", empty_item) + with(0x7FE00010, "OB", "1234"));
+  const Outcome right = run("validate " + path("v.dcm"));
+  EXPECT_EQ(right.out.find("PixelData"), std::string::npos) << right.out;
+  EXPECT_EQ(right.out.find("no item type"), std::string::npos) << right.out;
 }
 
 TEST_F(Program, TemplateShowsWhatAClassDemands) {
