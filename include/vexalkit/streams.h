@@ -197,6 +197,17 @@ VX_API VX_STATUS VX_Get_Stream_Length(int32_t MsgID, uint32_t StartTag, uint32_t
 VX_API VX_STATUS VX_Keep_Stream_Form(int32_t Keep);
 
 /**
+ * Bounds what the decoders of the calling thread take, from the next call on.
+ * For programs that decode what strangers send: an object takes up to fifty times its bytes where it is made
+ * of nothing but small parts. A stream with more parts gives VX_VALUE_TOO_LARGE. Parts are elements and items
+ * of all levels, values of texts, and each 256 bytes of what is held in memory; a part takes 500 bytes of
+ * memory at the most. Values that go to files (LARGE_DATA_STORE) or stay in theirs do not count.
+ * @param Most  the parts; 0, as at the start of a thread: no limit.
+ * @return VX_NORMAL_COMPLETION.
+ */
+VX_API VX_STATUS VX_Limit_Decoder(uint32_t Most);
+
+/**
  * Copies the two letters of an attribute's VR.
  * They are those of its code, but for VX_VR_UN those of OV, SV or UV where the attribute is known to have one
  * of them.

@@ -57,6 +57,12 @@ VX_STATUS VX_Keep_Stream_Form(int32_t Keep) {
   return VX_NORMAL_COMPLETION;
 }
 
+VX_STATUS VX_Limit_Decoder(uint32_t Most) {
+  VX_REQUIRE_LIBRARY();
+  vx::most_decoded = Most;
+  return VX_NORMAL_COMPLETION;
+}
+
 VX_STATUS VX_Get_VR_Letters(int32_t MsgID, uint32_t Tag, char* Letters) {
   VX_REQUIRE_LIBRARY();
   VX_REQUIRE_POINTER(Letters);

@@ -109,6 +109,7 @@ VX_STATUS Decoder::read_creator(Frame& frame, const Element& element) {
 VX_STATUS Decoder::keep_creator(Frame& frame, const Element& element) {
   const bool is_text = !encoding_.explicit_vr || element.vr == VX_VR_UN || is_text_vr(element.vr);
   if (!is_text || element.length >= kMaxSimpleLength) return store_element(frame, element);
+  if (VX_STATUS status = count_bytes(element.length); status != VX_NORMAL_COMPLETION) return status;
   const uint8_t* taken = nullptr;
   if (VX_STATUS status = in_.take(element.length, taken); status != VX_NORMAL_COMPLETION) return status;
   const std::string_view bytes(reinterpret_cast<const char*>(taken), element.length);
@@ -253,13 +254,14 @@ Decoder::Outcome Decoder::convert_un(Frame& frame, TagObj& attribute, const Elem
     return outcome;
   }
   const uint8_t* bytes = nullptr;
-  VX_STATUS status = in_.take(element.length, bytes);
+  VX_STATUS status = count_bytes(element.length);
+  if (status == VX_NORMAL_COMPLETION) status = in_.take(element.length, bytes);
   if (status != VX_NORMAL_COMPLETION) return {status, false};
   const int32_t vr = attribute.VR;
   if (vr == VX_VR_SQ) {
     ReadRequest request;
     Decoder nested(object, request, bytes, element.length);
-    nested.told_ = told_;
+    nested.counts_ = counts_;
     status = nested.run_value(attribute, element.length, frame.depth);
   } else {
     status = set_simple(frame, attribute, bytes, element.length, false);

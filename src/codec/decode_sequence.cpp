@@ -80,7 +80,8 @@ VX_STATUS Decoder::read_sequence(Frame& frame, TagObj& attribute, uint32_t lengt
     if (status != VX_NORMAL_COMPLETION) return status;
     if (undefined && tag == kSequenceEnd) break;
     if (tag != kItemTag) return not_an_item(tag);
-    status = read_item(frame, attribute, item_length, from_un);
+    status = count_parts(1);
+    if (status == VX_NORMAL_COMPLETION) status = read_item(frame, attribute, item_length, from_un);
     if (status == VX_NORMAL_COMPLETION && records) status = note_record(start, attribute);
     if (status != VX_NORMAL_COMPLETION) return status;
     any = true;

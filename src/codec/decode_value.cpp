@@ -99,10 +99,13 @@ Decoder::Outcome Decoder::read_simple(Frame& frame, TagObj& attribute, const Ele
     return {VX_VALUE_TOO_LARGE, false};
   }
   const uint8_t* bytes = nullptr;
-  if (VX_STATUS status = in_.take(element.length, bytes); status != VX_NORMAL_COMPLETION)
-    return {status, false};
+  VX_STATUS status = count_bytes(element.length);
+  if (status == VX_NORMAL_COMPLETION) status = in_.take(element.length, bytes);
+  if (status == VX_NORMAL_COMPLETION && is_limited() && is_text_vr(attribute.VR))
+    status = count_parts(static_cast<uint64_t>(std::count(bytes, bytes + element.length, uint8_t{'\\'})));
+  if (status != VX_NORMAL_COMPLETION) return {status, false};
   if (stops_at(frame, element.tag)) return VX_NORMAL_COMPLETION;
-  const VX_STATUS status = set_simple(frame, attribute, bytes, element.length, encoding_.big_endian);
+  status = set_simple(frame, attribute, bytes, element.length, encoding_.big_endian);
   if (attribute.Tag == kCharacterSet) frame.charsets.known = false;
   return status;
 }
@@ -205,7 +208,8 @@ Decoder::Outcome Decoder::read_bulk(Frame& frame, TagObj& attribute, const Eleme
     }
     run.direct = attribute.Storage == 'M';
     if (element.tag == kPixelData) run.piece = frame_size(object, length);
-    status = read_run(object, attribute, run);
+    if (run.direct) status = count_bytes(length);
+    if (status == VX_NORMAL_COMPLETION) status = read_run(object, attribute, run);
   }
   return {status, status == VX_NORMAL_COMPLETION};
 }

@@ -129,7 +129,7 @@ void Decoder::warn(const char* format, ...) {
 }
 
 void Decoder::fault(const char* format, ...) {
-  if (told_ != &own_told_ && !may_tell()) return;
+  if (counts_ != &own_counts_ && !may_tell()) return;
   va_list values;
   va_start(values, format);
   log_line_v(VX_LOG_ERROR, kDecodeFunction, format, values);
@@ -276,6 +276,13 @@ VX_STATUS Decoder::after_meta_element(MsgObj& object, uint32_t tag) {
   return VX_NORMAL_COMPLETION;
 }
 
+VX_STATUS Decoder::count_parts(uint64_t parts) {
+  counts_->parts += parts;
+  if (counts_->parts <= most_parts_) return VX_NORMAL_COMPLETION;
+  fault("More than %llu elements, items and values", static_cast<unsigned long long>(most_parts_));
+  return VX_VALUE_TOO_LARGE;
+}
+
 // --- Headers ---
 
 Decoder::Step Decoder::next_header(Frame& frame, Element& element, VX_STATUS& status) {
@@ -303,6 +310,7 @@ Decoder::Step Decoder::next_header(Frame& frame, Element& element, VX_STATUS& st
   }
   request_.StopOffset = in_.offset();
   tag_ = tag;
+  if (status = count_parts(1); status != VX_NORMAL_COMPLETION) return Step::Fail;
   if (request_.Rest != nullptr && frame.depth == 0 && tag > request_.EndTag) return stop(frame, tag, status);
   if (group == kStructureGroup) return structural_tag(frame, tag, status);
   if (tag < frame.last_tag && !config_bool(VX_CFG_ALLOW_OUT_OF_ORDER_TAGS)) {

@@ -130,7 +130,11 @@ class Decoder {
   // counted, and so is every line of a decoder inside another.
   void warn(const char* format, ...) __attribute__((format(printf, 2, 3)));
   void fault(const char* format, ...) __attribute__((format(printf, 2, 3)));
-  bool may_tell() { return ++*told_ <= kMaxTold; }
+  // Counts what will be held; VX_VALUE_TOO_LARGE, after a line in the log, where that is too much.
+  VX_STATUS count_parts(uint64_t parts);
+  VX_STATUS count_bytes(uint64_t bytes) { return count_parts(bytes / kBytesOfPart); }
+  bool is_limited() const { return most_parts_ != ~uint64_t{0}; }
+  bool may_tell() { return ++counts_->told <= kMaxTold; }
 
   MsgObj& top_;
   ReadRequest& request_;
@@ -146,8 +150,15 @@ class Decoder {
   uint32_t tag_ = 0;  // the tag in hand
   bool failure_logged_ = false;
   static constexpr int64_t kMaxTold = 1000;
-  int64_t own_told_ = 0;
-  int64_t* told_ = &own_told_;  // shared with the decoders of values inside
+  // Shared with the decoders of values inside.
+  struct Counts {
+    int64_t told = 0;
+    uint64_t parts = 0;  // what VX_Limit_Decoder counts
+  };
+  Counts own_counts_;
+  Counts* counts_ = &own_counts_;
+  const uint64_t most_parts_ = most_decoded_parts();
+  static constexpr uint64_t kBytesOfPart = 256;
 };
 
 inline constexpr char kDecodeFunction[] = "VXI_decode";

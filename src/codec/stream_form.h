@@ -1,5 +1,5 @@
 // What a program that hands files on as they came asks for beyond the rules of the interface:
-// VX_Keep_Stream_Form.
+// VX_Keep_Stream_Form; and what one that takes them from strangers does: VX_Limit_Decoder.
 #pragma once
 
 #include <atomic>
@@ -13,6 +13,11 @@ namespace vx {
 
 inline bool keeps_stream_form() {
   return std::atomic_ref(state().KeepStreamForm).load(std::memory_order_relaxed) != 0;
+}
+
+inline thread_local uint32_t most_decoded = 0;
+inline uint64_t most_decoded_parts() {
+  return most_decoded != 0 ? most_decoded : ~uint64_t{0};
 }
 
 inline constexpr uint32_t kWideWidth = 8;

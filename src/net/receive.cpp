@@ -358,7 +358,20 @@ bool skip_rest(SesObj& session, PdvReader& reader) {
   return true;
 }
 
-// Nothing but group 0000 may come.
+// Some archives send elements of a data set within the command, such as (0008,0058) of a C-GET-RSP: they are
+// passed over.
+bool pass_over_rest(const DecodeRest& rest, PdvReader& reader) {
+  VX_LOG_WARN(kFunction, "The command holds (%4.4X,%4.4X) and what is behind it, ignored",
+              tag_group(rest.NextTag), tag_element(rest.NextTag));
+  const uint8_t* data = nullptr;
+  uint32_t size = 0;
+  bool last = false;
+  while (!reader.ended() && !reader.released()) {
+    if (!reader.next(data, size, last)) return false;
+  }
+  return true;
+}
+
 VX_STATUS read_command(MsgObj& message, PdvReader& reader) {
   DecodeRest* rest = nullptr;
   ReadRequest request;
@@ -369,7 +382,8 @@ VX_STATUS read_command(MsgObj& message, PdvReader& reader) {
   syntax_encoding(IMPLICIT_LITTLE_ENDIAN, request.encoding);
   request.Rest = &rest;
   VX_STATUS status = decode_object(message, request);
-  if (status == kOk && (rest != nullptr || (!reader.ended() && !reader.released()))) status = VX_INVALID_TAG;
+  if (status == kOk && rest != nullptr && !pass_over_rest(*rest, reader)) status = VX_CALLBACK_CANNOT_COMPLY;
+  if (status == kOk && !reader.ended() && !reader.released()) status = VX_INVALID_TAG;
   free_decode_rest(rest);
   if (status == kOk || status == VX_CALLBACK_CANNOT_COMPLY) return status;
   log_command_group(message, true, reader.context_id());

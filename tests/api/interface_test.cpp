@@ -92,10 +92,10 @@ const std::set<VX_STATUS> kRefusals = {
 };
 // Calls that are right with these arguments.
 const std::set<std::string> kFine = {
-    "VX_Cleanup_Memory",       "VX_Library_Reset",          "VX_Library_Release",
-    "VX_Set_Int_Config_Value", "VX_Set_Long_Config_Value",  "VX_Set_Bool_Config_Value",
-    "VX_Set_Log_Destination",  "VX_Thread_Release",         "VX_Register_Network_Capture_Callbacks",
-    "VX_Keep_Stream_Form",     "VX_Accept_Unknown_Contexts"};
+    "VX_Cleanup_Memory",       "VX_Library_Reset",           "VX_Library_Release",
+    "VX_Set_Int_Config_Value", "VX_Set_Long_Config_Value",   "VX_Set_Bool_Config_Value",
+    "VX_Set_Log_Destination",  "VX_Thread_Release",          "VX_Register_Network_Capture_Callbacks",
+    "VX_Keep_Stream_Form",     "VX_Accept_Unknown_Contexts", "VX_Limit_Decoder"};
 
 TEST_F(RunningInterface, NullPointersAndUnknownHandlesAreRefused) {
   for (const Row& row : read_table()) {

@@ -70,6 +70,10 @@ def end(counts=None):
     return 1 if failures else 0
 
 
+class LeftOut(Exception):
+    """What is left of a part can not be done here."""
+
+
 def run_parts(*parts):
     """Calls each with a folder of its own, and ends."""
     for part in parts:
@@ -77,6 +81,8 @@ def run_parts(*parts):
             start = time.monotonic()
             try:
                 part(folder)
+            except LeftOut as what:
+                print("  left out: %s" % what)
             except Exception as error:  # a peer that can not be started is a failure of this part alone
                 fail("%s: %r" % (part.__name__, error))
             print("%-20s %5.1f s" % (part.__name__, time.monotonic() - start), flush=True)

@@ -7,6 +7,7 @@ disk; a slow, a lossy and a cut network; a large object. Nothing crashes, hangs,
 final name, and what was acknowledged is there. Parts that need root are left out without it.
 """
 import asyncio
+import contextlib
 import fcntl
 import heapq
 import json
@@ -17,6 +18,7 @@ import resource
 import select
 import signal
 import socket
+import sqlite3
 import ssl
 import struct
 import subprocess
@@ -25,16 +27,17 @@ import threading
 import time
 import zlib
 
-from checks import VEXAL, check, element, free_port, run, run_parts
+from checks import VEXAL, LeftOut, check, element, free_port, run, run_parts
 
 SEED = int(os.environ.get("VEXAL_SEED", "0")) or random.randrange(1 << 32)
 random.seed(SEED)
 resource.setrlimit(resource.RLIMIT_NOFILE, (min(8192, resource.getrlimit(resource.RLIMIT_NOFILE)[1]),) * 2)
 
 CT, MR, VERIFICATION = b"1.2.840.10008.5.1.4.1.1.2", b"1.2.840.10008.5.1.4.1.1.4", b"1.2.840.10008.1.1"
-STUDY_FIND = b"1.2.840.10008.5.1.4.1.2.2.1"
+STUDY_FIND, STUDY_GET = b"1.2.840.10008.5.1.4.1.2.2.1", b"1.2.840.10008.5.1.4.1.2.2.3"
 IMPLICIT, EXPLICIT = b"1.2.840.10008.1.2", b"1.2.840.10008.1.2.1"
 MEBI = 1 << 20
+SANITIZED = "TSAN_OPTIONS" in os.environ  # slower, and with a thread more
 # ---- Objects and messages ----
 
 
@@ -118,12 +121,16 @@ WITH_ECHO = associate(1, presentation(0x20, 1, 0, item(0x30, CT), item(0x40, EXP
                       presentation(0x20, 3, 0, item(0x30, VERIFICATION), item(0x40, IMPLICIT)))
 WITH_FIND = associate(1, presentation(0x20, 1, 0, item(0x30, CT), item(0x40, EXPLICIT)) +
                       presentation(0x20, 3, 0, item(0x30, STUDY_FIND), item(0x40, IMPLICIT)))
+# Of what it retrieves, it takes one syntax, as provider.
+WITH_GET = associate(1, presentation(0x20, 1, 0, item(0x30, CT), item(0x40, EXPLICIT)) +
+                     presentation(0x20, 3, 0, item(0x30, STUDY_GET), item(0x40, IMPLICIT)), item(0x50, item(0x51, struct.pack(">I", 16384)) + item(
+                         0x52, b"1.2.3") + item(0x54, struct.pack(">H", len(CT)) + CT + b"\0\1") + item(0x55, b"TEST")))
 RELEASE, RELEASED, ABORT = pdu(5, bytes(4)), pdu(6, bytes(4)), pdu(7, bytes(4))
 
 
 def command(**fields):
-    tags = {"sop_class": 2, "kind": 0x100, "id": 0x110, "answers": 0x120, "priority": 0x700, "data": 0x800, "status": 0x900,
-            "instance": 0x1000, "comment": 0x902, "event": 0x1002}
+    tags = {"sop_class": 2, "of_class": 3, "kind": 0x100, "id": 0x110, "answers": 0x120, "priority": 0x700, "data": 0x800, "status": 0x900,
+            "comment": 0x902, "instance": 0x1000, "of_instance": 0x1001, "event": 0x1002, "action": 0x1008}
     body = b""
     for name, value in sorted(fields.items(), key=lambda field: tags[field[0]]):
         value = padded(value) if isinstance(value, bytes) else struct.pack("<H", value)
@@ -204,7 +211,7 @@ class Server:
             return next(int(line.split()[1]) * 1024 for line in file if line.startswith("VmHWM"))
 
     def settle(self, title, seconds=8):
-        end = time.monotonic() + seconds
+        end = time.monotonic() + seconds * (5 if SANITIZED else 1)
         while not self.settled() and time.monotonic() < end:
             time.sleep(0.05)
         check(self.process.poll() is None, title + ": the server has ended")
@@ -213,6 +220,7 @@ class Server:
     def settled(self):
         """As at the start; the database keeps descriptors of its file for the next query."""
         files, threads = self.state()
+        threads -= SANITIZED and threads > self.before[1]  # one of its own
         return (files == self.before[0] or (files > self.before[0] and "serve" in self.command and self.sockets() == self.before_sockets)) and \
             threads == self.before[1]
 
@@ -287,16 +295,51 @@ class Peer:
         return int.from_bytes(field.group(1), "little") if field else None
 
 
+    def statuses(self, message):
+        """Those of all responses to a query; the last is None where the association ends before."""
+        told, received = [], self.ask(message)
+        while True:
+            field = re.search(struct.pack("<HHI", 0, 0x900, 2) + b"(..)", received, re.S)
+            told += [int.from_bytes(field.group(1), "little")] if field else []
+            if told and told[-1] != 0xFF00:
+                return told
+            try:
+                received = self.ask(b"")
+            except OSError:
+                return told + [None]
+
+
+def at_once(calls, meanwhile=None):
+    """What each gives, called on threads of their own."""
+    results = [None] * len(calls)
+
+    def call(n):
+        results[n] = calls[n]()
+
+    threads = [threading.Thread(target=call, args=(n,)) for n in range(len(calls))]
+    for thread in threads:
+        thread.start()
+    if meanwhile:
+        meanwhile()
+    for thread in threads:
+        thread.join()
+    return results
+
+
 def store_status(port, instance, body=None, request=None):
     with Peer(port, request) as peer:
         return peer.status(store_message(instance, body))
 
 
 def find_message(*keys, level=b"STUDY"):
-    """A C-FIND with an identifier in implicit VR."""
+    return retrieval(0x20, STUDY_FIND, *keys, level=level)
+
+
+def retrieval(kind, sop_class, *keys, level=b"STUDY"):
+    """A C-FIND or C-GET with an identifier in implicit VR."""
     rows = sorted([(0x00080052, level), *keys])
     body = b"".join(struct.pack("<HHI", tag >> 16, tag & 0xFFFF, len(padded(value, b" "))) + padded(value, b" ") for tag, value in rows)
-    request = pdu(4, pdv(3, 3, command(sop_class=STUDY_FIND, kind=0x20, id=1, priority=0, data=1)))
+    request = pdu(4, pdv(3, 3, command(sop_class=sop_class, kind=kind, id=1, priority=0, data=1)))
     parts = [body[at:at + 16000] for at in range(0, len(body), 16000)] or [b""]
     return request + b"".join(pdu(4, pdv(3, 2 if n == len(parts) - 1 else 0, part)) for n, part in enumerate(parts))
 
@@ -336,16 +379,7 @@ def duplicates(folder):
         out = os.path.join(folder, kind + " at once")
         with Server(kind, out, "--mode", "0600") as server:
             made = [data_set(uid, bytes([n]) * 256) for n in range(16)]
-            statuses = [None] * len(made)
-
-            def send(n):
-                statuses[n] = store_status(server.port, uid, made[n])
-
-            threads = [threading.Thread(target=send, args=(n,)) for n in range(len(made))]
-            for thread in threads:
-                thread.start()
-            for thread in threads:
-                thread.join()
+            statuses = at_once([lambda body=body: store_status(server.port, uid, body) for body in made])
             check(sorted(statuses, key=str) == [0] + [0x0111] * (len(made) - 1), "%s, at once: %s" % (kind, statuses))
             check(stored_objects(out)[0] == {uid.decode(): made[statuses.index(0)]}, kind + ", at once: not the one that was acknowledged")
             # Request and data set disagree; the class of another object; no data set; a name that is an option.
@@ -453,6 +487,49 @@ def damaged_index(folder):
     check(os.path.exists(twin), "serve: a file was taken away")
 
 
+def broken_index(folder):
+    """An index that breaks while it is used: a query ends with an error, or is whole; what can not be entered is not stored."""
+    def overwrite(path, start, size):
+        with open(path, "r+b") as file:
+            file.seek(start)
+            file.write(b"\xAA" * max(0, size - start))
+
+    for title, damage in (("pages that are none", overwrite), ("cut to nothing", lambda path, start, size: os.truncate(path, 0))):
+        out = os.path.join(folder, title)
+        with Server("serve", out) as server:
+            with Peer(server.port) as peer:
+                made = [b"1.2.3.7.%d" % n for n in range(40)]
+                check({peer.status(store_message(uid)) for uid in made} == {0}, "objects before the damage")
+            for n in range(2):  # with readers that have pages, and with such that have to look again
+                if n:
+                    for name, start in (("index.sqlite", 4096), ("index.sqlite-wal", 56)):
+                        path = os.path.join(out, name)
+                        damage(path, start, os.path.getsize(path))
+                    store_status(server.port, b"1.2.3.7.99")
+                with Peer(server.port, WITH_FIND) as peer:
+                    told = peer.statuses(find_message((0x00080018, b""), level=b"IMAGE"))
+                check(told == [0xFF00] * 40 + [0] if n == 0 else told[-1] != 0 or len(told) >= 41, "serve, index, %s: %d answers, the last %s" %
+                      (title, len(told), told[-1]))
+            found = stored_objects(out)[0]
+            check(store_status(server.port, b"1.2.3.7.100") != 0 or b"1.2.3.7.100".decode() in stored_objects(out)[0], title + ": lost")
+            check(set(found) >= {uid.decode() for uid in made}, "serve, index, %s: objects were taken away" % title)
+        with Server("serve", out) as server, Peer(server.port, WITH_FIND) as peer:
+            told = peer.statuses(find_message((0x00080018, b""), level=b"IMAGE"))
+            check(len(told) == len(stored_objects(out)[0]) + 1 and told[-1] == 0, "serve, index, %s, a new start: %d answers" % (title, len(told)))
+    # Another program holds it: what is to be entered waits, and is refused; queries go on.
+    out = os.path.join(folder, "held")
+    with Server("serve", out) as server:
+        check(store_status(server.port, b"1.2.3.7.1") == 0, "an object before the lock")
+        holder = sqlite3.connect(os.path.join(out, "index.sqlite"), isolation_level=None)
+        holder.execute("BEGIN EXCLUSIVE")
+        with Peer(server.port, timeout=30) as peer:
+            check(peer.status(store_message(b"1.2.3.7.2")) == 0xA700, "serve, index held: an object is taken")
+        check(image_find(server.port, b"1.2.3.7.1") == 1 and set(stored_objects(out)[0]) == {"1.2.3.7.1"}, "serve, index held: other objects")
+        holder.execute("ROLLBACK")
+        holder.close()
+        check(store_status(server.port, b"1.2.3.7.2") == 0, "serve, index free again: an object is not taken")
+
+
 # ---- Messages that swell ----
 
 
@@ -483,20 +560,26 @@ def swelling(folder):
     bombs = {"a value of 512 MiB": deflate([body[:split], element(0x00090010, b"LO", b"X"), long] + [block] * 512 + [body[split:]]),
              "pixels of 512 MiB": deflate([body[:-12 - 256], struct.pack("<HH2sHI", 0x7FE0, 0x10, b"OW", 0, 512 * MEBI)] + [block] * 512),
              "four million items": deflate([body[:body.index(struct.pack("<HH", 0x8, 0x60))], many] + [empty_item * 65536] * 64 +
-                                           [struct.pack("<HHI", 0xFFFE, 0xE0DD, 0), body[body.index(struct.pack("<HH", 0x8, 0x60)):]])}
-    refused = (0xA700, 0xA700, 0xA700)
-    for kind, options, statuses in (("receive", ("--tree",), (0xA700, 0, 0)), ("serve", (), (0xA700, 0, 0)),
+                                           [struct.pack("<HHI", 0xFFFE, 0xE0DD, 0), body[body.index(struct.pack("<HH", 0x8, 0x60)):]]),
+             "pixels of 200 MiB": deflate([body[:-12 - 256], struct.pack("<HH2sHI", 0x7FE0, 0x10, b"OW", 0, 200 * MEBI)] + [block] * 200),
+             "six million values": deflate([body[:split], element(0x00090010, b"LO", b"X")] + [
+                 struct.pack("<HH2sH", 9, 0x1000 + n, b"LO", 65534) + b"\\" * 65534 for n in range(100)] + [body[split:]])}
+    refused, taken = (0xA700,) * 4 + (0,), (0xA700, 0, 0, 0, 0)
+    get = retrieval(0x10, STUDY_GET, (0x0020000D, b"1.2.3.9"))
+    for kind, options, statuses in (("receive", ("--tree",), taken), ("receive", ("--to", "explicit"), taken), ("serve", (), taken),
                                     ("receive", ("--max-size", 16 * MEBI), refused), ("serve", ("--max-size", 16 * MEBI), refused)):
         for n, (title, bomb) in enumerate(bombs.items()):
             status = statuses[n]
             title = "%s %s, %s inflated" % (kind, options, title)
-            with Server(kind, os.path.join(folder, "%s%d%d" % (kind, len(options), n)), *map(str, options)) as server:
-                result = []
-                sender = threading.Thread(target=lambda: result.append(store_status(server.port, uid, bomb, WITH_DEFLATED)))
-                sender.start()
-                quick(server, title)
-                sender.join()
+            with Server(kind, os.path.join(folder, "%s%s%d" % (kind, "".join(map(str, options)), n)), *map(str, options)) as server:
+                result = at_once([lambda: store_status(server.port, uid, bomb, WITH_DEFLATED)], lambda: quick(server, title))
                 check(result == [status], "%s: answered with %s" % (title, result))
+                if "--to" in options:  # converted, unless it is too much: then as it came
+                    size = max([os.path.getsize(os.path.join(server.folder, name)) for name in os.listdir(server.folder)] + [0])
+                    check((size > 200 * MEBI) == (n == 3), "%s: stored in %d bytes" % (title, size))
+                if kind == "serve" and status == 0:  # a peer that takes it in another syntax alone
+                    with Peer(server.port, WITH_GET, timeout=60) as peer:
+                        check(peer.status(get) == (None if n == 3 else 0xA702), title + ": is retrieved, or is not")
                 check(server.peak() < 128 * MEBI, "%s: memory grew to %d MiB" % (title, server.peak() // MEBI))
                 server.settle(title)
     with Server("serve", os.path.join(folder, "keys"), "--max-per-address", "48") as server:
@@ -515,13 +598,7 @@ def swelling(folder):
         # Many identifiers that are just small enough, at once.
         message = find_message(*[(tag, b"") for group in (0x18, 0x20, 0x28) for tag in range(group << 16 | 0x100, group << 16 | 0xA000)])
         peers = [Peer(server.port, WITH_FIND) for _ in range(40)]
-        statuses = []
-        threads = [threading.Thread(target=lambda p=peer: statuses.append(p.status(message))) for peer in peers]
-        for thread in threads:
-            thread.start()
-        quick(server, "serve, large identifiers", 3)
-        for thread in threads:
-            thread.join()
+        statuses = at_once([lambda peer=peer: peer.status(message) for peer in peers], lambda: quick(server, "serve, large identifiers", 3))
         for peer in peers:
             peer.socket.close()
         check(set(statuses) <= {0xA900, 0xA700}, "serve: large identifiers are answered with %s" % set(statuses))
@@ -611,9 +688,11 @@ def greedy(folder):
         pass
     hello = hello.read()
     with Server("receive", os.path.join(folder, "tls"), "--timeout", "2", *files) as server:
-        for title, opening in (("a byte", hello[:1]), ("half a hello", hello[:40]), ("a hello", hello)):
+        for title, opening, late, most in (("a byte", hello[:1], 0, 4), ("half a hello", hello[:40], 0, 4), ("a hello", hello, 0, 4),
+                                           ("a late hello", hello, 1.7, 3.5)):
             crowd = [socket.create_connection(("127.0.0.1", server.port), source_address=("127.0.0.2", 0)) for _ in range(80)]
             start = time.monotonic()
+            time.sleep(late)
             for connection in crowd:
                 connection.sendall(opening)
             time.sleep(0.2)
@@ -626,7 +705,7 @@ def greedy(folder):
                     pass
             except OSError:
                 pass
-            check(time.monotonic() - start < 4, "TLS, %s: ended after %.1f s" % (title, time.monotonic() - start))
+            check(time.monotonic() - start < most, "TLS, %s: ended after %.1f s" % (title, time.monotonic() - start))
             for connection in crowd:
                 connection.close()
             server.settle("TLS, " + title)
@@ -713,6 +792,67 @@ def long_query(folder):
             server.process.send_signal(signal.SIGTERM)
             server.process.wait(timeout=15)
             check(time.monotonic() - start < 8, "serve: a slow query goes on after SIGTERM for %.1f s" % (time.monotonic() - start))
+
+
+def busy(folder):
+    """Many clients of one server do everything at once, also with the same objects, and it is told to end in the middle of it."""
+    lists, steps, sources = (os.path.join(folder, name) for name in ("lists", "steps", "in"))
+    make_files(sources, 6, 2000)
+    make_files(lists, 4, 100)
+    os.mkdir(steps)
+    find = find_message((0x00080018, b""), (0x00100010, b"*" + b"o?" * 50 + b"*"), level=b"IMAGE")
+    cancel = pdu(4, pdv(3, 3, command(kind=0xFFF, answers=1, data=0x101)))
+    with Server("receive", os.path.join(folder, "moved"), "--duplicates", "replace") as node, \
+            Server("serve", os.path.join(folder, "db"), "--worklist", lists, "--steps", steps, "--node", "NODE=127.0.0.1:%d" % node.port,
+                   "--max-associations", "12", "--max-per-address", "12", "--timeout", "10") as server:
+        over = threading.Event()
+
+        def raw(n):
+            uid = b"1.2.3.7.%d" % (n % 8)
+            with Peer(server.port, WITH_FIND, timeout=30) as peer:
+                peer.status(store_message(uid, data_set(uid, bytes([n % 3]) * 400)))
+                peer.socket.sendall(find)
+                peer.statuses(cancel if n % 2 else b"")
+                if n % 5 == 0:
+                    peer.socket.sendall(store_message(uid)[:300])  # and goes in the middle of it
+
+        def program(*words):
+            name = words[0]
+            return lambda n: run(VEXAL, name, "127.0.0.1", server.port, *words[1:], "--timeout", 20, "--quiet")
+
+        study = ("--level", "study", "-k", "StudyInstanceUID=1.2.3.9")
+        works = [raw, raw, raw, program("store", sources, "--associations", 2), program("move", "--to", "NODE", *study),
+                 program("get", *study, "--class", CT.decode(), "--dir", os.path.join(folder, "got")), program("commit", sources),
+                 program("find", "--level", "worklist"), lambda n: program("mpps", "create", "--uid", "1.2.9.%d" % (n % 4))(n),
+                 lambda n: program("mpps", "set", "--uid", "1.2.9.%d" % (n % 4), "-k", "StudyID=%d" % n)(n)]
+        done = [0] * len(works)
+
+        def work(at):
+            while not over.is_set():
+                try:
+                    works[at](done[at])
+                except OSError:  # the server has ended
+                    pass
+                done[at] += 1
+
+        threads = [threading.Thread(target=work, args=(n,)) for n in range(len(works))]
+        for thread in threads:
+            thread.start()
+        end = time.monotonic() + (20 if SANITIZED else 5)
+        while time.monotonic() < end or min(done) < 3:
+            time.sleep(0.1)
+            if time.monotonic() > end + 60:
+                break
+        server.process.send_signal(signal.SIGTERM)
+        try:
+            check(server.process.wait(timeout=30) == 0, "serve, busy: ended with %s" % server.process.returncode)
+        except subprocess.TimeoutExpired:
+            check(False, "serve, busy: does not end")
+        over.set()
+        for thread in threads:
+            thread.join()
+        check(min(done) >= 3 and not stored_objects(server.folder)[1], "serve, busy: %s, left behind %s" % (done, stored_objects(server.folder)[1]))
+        print("  %d pieces of work" % sum(done))
 
 
 # ---- A bad requester ----
@@ -1262,6 +1402,28 @@ def second_associations(folder):
         check(result.returncode == 3 and b"--listen" in result.stderr, "commit without a report: %s" % result.stderr)
 
 
+def reports_to_nodes(folder):
+    """serve reports to the node with the caller's title where the association of the request has gone."""
+    items = b"".join(struct.pack("<HHI", 0xFFFE, 0xE000, len(body)) + body for body in (
+        element(0x00081150, b"UI", CT) + element(0x00081155, b"UI", instance) for instance in (b"1.2.3.7.0", b"1.2.3.7.9")))
+    data = element(0x00081195, b"UI", b"1.2.3.4.5") + element(0x00081199, b"SQ", items)
+    action = command(of_class=COMMITMENT, kind=0x130, id=1, data=1, of_instance=b"1.2.840.10008.1.20.1.1", action=1)
+    request = associate(1, presentation(0x20, 1, 0, item(0x30, COMMITMENT), item(0x40, EXPLICIT)))
+    with Liar(lambda context, fields: pdu(4, pdv(context, 3, answer_of(fields)))) as liar, \
+            Server("serve", os.path.join(folder, "db"), "--node", "PEER=127.0.0.1:%d" % liar.port) as server:
+        store_status(server.port, b"1.2.3.7.0")
+        with Peer(server.port, request) as peer:
+            check(peer.status(pdu(4, pdv(1, 3, action)) + pdu(4, pdv(1, 2, data))) == 0, "serve: a commitment is not taken")
+            peer.socket.sendall(ABORT)
+        end = time.monotonic() + 10
+        while not liar.aborted and time.monotonic() < end:
+            time.sleep(0.05)
+        events = [(fields[0x100], fields[0x1002]) for fields in liar.requests]
+        check(events == [(b"\0\1", b"\2\0")] and liar.aborted == [False], "serve: the node is told %s, %s" % (events, liar.aborted))
+        check(b"1.2.3.4.5" in liar.data and b"1.2.3.7.0" in liar.data and element(0x00081197, b"US", b"\x12\1")[8:] in liar.data,
+              "serve: the report to a node: %s" % liar.data)
+
+
 def strange_names(folder):
     """Names of files and words of a user that hold controls are shown, and steer nothing."""
     place = os.path.join(os.fsencode(folder), b"-d\x1b]0;owned\x07")
@@ -1316,17 +1478,6 @@ def silent_crowd(folder):
             check(closed == 1000, "%s: %d were not closed" % (title, 1000 - closed))
             server.settle(title)
             print("  %s: echo and store of three files in %.2f s" % (title, took))
-    # Drop by drop is not fast enough either: the deadline is for the request as a whole.
-    with Server("receive", os.path.join(folder, "drops"), "--timeout", "1") as server, \
-            socket.create_connection(("127.0.0.1", server.port)) as connection:
-        start, sent = time.monotonic(), 0
-        try:
-            for sent in range(20):
-                connection.sendall(REQUEST[sent:sent + 1])
-                time.sleep(0.3)
-        except OSError:
-            pass
-        check(time.monotonic() - start < 4, "a request that comes drop by drop was waited for")
     # More speak up than there are threads for; the program waits without spinning.
     with Server("receive", os.path.join(folder, "few"), "--timeout", "1", "--idle", "3", "--max-associations", "2") as server:
         crowd = [socket.create_connection(("127.0.0.1", server.port)) for _ in range(20)]
@@ -1403,16 +1554,23 @@ def kills(folder):
 # ---- Disks ----
 
 
-def full_disk(folder):
-    if os.geteuid() != 0:
-        return print("  left out: not root")
+@contextlib.contextmanager
+def small_disk(folder, size):
+    """A file system of its own; skipped where there can be none."""
     mount = os.path.join(folder, "small")
     os.mkdir(mount)
-    if run("mount", "-t", "tmpfs", "-o", "size=2m", "none", mount).returncode != 0:
-        return print("  left out: no tmpfs")
+    if os.geteuid() != 0 or run("mount", "-t", "tmpfs", "-o", "size=" + size, "none", mount).returncode != 0:
+        raise LeftOut("a small disk, for want of root or tmpfs")
+    try:
+        yield mount
+    finally:
+        run("umount", mount)
+
+
+def full_disk(folder):
     sources = os.path.join(folder, "in")
     made = make_files(sources, 1, 1000, 0) | make_files(sources, 1, 3 * MEBI, 1) | make_files(sources, 1, 1000, 2)
-    try:
+    with small_disk(folder, "2m") as mount:
         for kind in ("receive", "serve"):
             out = os.path.join(mount, kind)
             with Server(kind, out) as server:
@@ -1440,8 +1598,22 @@ def full_disk(folder):
                 check(stored_objects(out)[0] == found | late, kind + ": room again, other objects")
                 server.settle(kind + ", full disk")
             run("rm", "-r", out)
-    finally:
-        run("umount", mount)
+
+
+def reserve(folder):
+    """An object is refused before the disk is full: at its start, or on the way."""
+    for kind in ("receive", "serve"):
+        out = os.path.join(folder, kind)
+        with Server(kind, out, "--reserve", str(1 << 58)) as server:
+            check(store_status(server.port, b"1.2.3.7.1") == 0xA700 and stored_objects(out) == ({}, []), kind + " --reserve: an object is taken")
+        with Server(kind, out, "--reserve", "0") as server:
+            check(store_status(server.port, b"1.2.3.7.1") == 0, kind + " --reserve 0: an object is refused")
+    with small_disk(folder, "64m") as mount:
+        with Server("receive", mount, "--reserve", str(24 * MEBI)) as server:
+            large = data_set(b"1.2.3.7.2", b"")[:-4] + struct.pack("<I", 56 * MEBI) + bytes(56 * MEBI)
+            for instance, body, status in ((b"1.2.3.7.1", None, 0), (b"1.2.3.7.2", large, 0xA700), (b"1.2.3.7.3", None, 0)):
+                check(store_status(server.port, instance, body) == status, "receive --reserve, %s: another status" % instance)
+            check(set(stored_objects(mount)[0]) == {"1.2.3.7.1", "1.2.3.7.3"} and not stored_objects(mount)[1], "receive --reserve: left behind")
 
 
 def large_object(folder):
@@ -1572,7 +1744,9 @@ def networks(folder):
         wire.end()
 
 
-PARTS = (duplicates, unknown_objects, damaged_index, rules, swelling, long_query, greedy, hostile_requesters, floods, hostile_acceptors, lying_acceptors, lying_destinations, unwanted_objects, shares_of_blame, second_associations, strange_names, silent_crowd, kills, full_disk, large_object, networks)
+PARTS = (duplicates, unknown_objects, damaged_index, broken_index, rules, swelling, long_query, busy, greedy, hostile_requesters, floods,
+         hostile_acceptors, lying_acceptors, lying_destinations, unwanted_objects, shares_of_blame, second_associations, reports_to_nodes,
+         strange_names, silent_crowd, kills, full_disk, reserve, large_object, networks)
 
 
 print("VEXAL_SEED=%d" % SEED)

@@ -227,9 +227,13 @@ AETable END
 """
 
 
+def plain_images():
+    return {i: p for i, p in valid_samples().items() if meta_text(p, 0x10) in ("1.2.840.10008.1.2", "1.2.840.10008.1.2.1")
+            and meta_text(p, 2) in ("1.2.840.10008.5.1.4.1.1.2", "1.2.840.10008.5.1.4.1.1.4", "1.2.840.10008.5.1.4.1.1.7")}
+
+
 def queries(folder):
-    samples = {i: p for i, p in valid_samples().items() if meta_text(p, 0x10) in ("1.2.840.10008.1.2", "1.2.840.10008.1.2.1")
-               and meta_text(p, 2) in ("1.2.840.10008.5.1.4.1.1.2", "1.2.840.10008.5.1.4.1.1.4", "1.2.840.10008.5.1.4.1.1.7")}
+    samples = plain_images()
     base = os.path.join(folder, "archive")
     os.mkdir(base)
     port, receiver = free_port(), free_port()
@@ -295,15 +299,19 @@ WORKLIST = """(0008,0050) SH [A{n}]
 """
 
 
-def worklist(folder):
-    base = os.path.join(folder, "worklists")
-    os.makedirs(os.path.join(base, "WORKLIST"))
-    open(os.path.join(base, "WORKLIST", "lockfile"), "w", encoding="ascii").close()
+def make_worklist(folder, lists):
     for n in range(1, 5):
         text = os.path.join(folder, "entry.txt")
         with open(text, "w", encoding="ascii") as file:
             file.write(WORKLIST.format(n=n, modality="CT" if n < 4 else "MR"))
-        run("dump2dcm", text, os.path.join(base, "WORKLIST", "entry%d.wl" % n))
+        run("dump2dcm", text, os.path.join(lists, "entry%d.wl" % n))
+
+
+def worklist(folder):
+    base = os.path.join(folder, "worklists")
+    os.makedirs(os.path.join(base, "WORKLIST"))
+    open(os.path.join(base, "WORKLIST", "lockfile"), "w", encoding="ascii").close()
+    make_worklist(folder, os.path.join(base, "WORKLIST"))
     port, ours = free_port(), free_port()
     with Server(["wlmscpfs", "-dfp", base, port], port), \
             Server([VEXAL, "serve", ours, "--dir", os.path.join(folder, "objects"), "--worklist", os.path.join(base, "WORKLIST")], ours):
@@ -327,15 +335,10 @@ def worklist(folder):
 
 def archive(folder):
     """vexal serve, used by others and by vexal."""
-    samples = {i: p for i, p in valid_samples().items() if meta_text(p, 0x10) in ("1.2.840.10008.1.2", "1.2.840.10008.1.2.1")
-               and meta_text(p, 2) in ("1.2.840.10008.5.1.4.1.1.2", "1.2.840.10008.5.1.4.1.1.4", "1.2.840.10008.5.1.4.1.1.7")}
+    samples = plain_images()
     lists = os.path.join(folder, "lists")
     os.mkdir(lists)
-    for n in range(1, 5):
-        text = os.path.join(folder, "entry.txt")
-        with open(text, "w", encoding="ascii") as file:
-            file.write(WORKLIST.format(n=n, modality="CT" if n < 4 else "MR"))
-        run("dump2dcm", text, os.path.join(lists, "entry%d.wl" % n))
+    make_worklist(folder, lists)
     port, receiver = free_port(), free_port()
     command = [VEXAL, "serve", port, "--dir", os.path.join(folder, "objects"), "--worklist", lists,
                "--node", "RECEIVER=127.0.0.1:%d" % receiver, "--aet", "ARCHIVE"]
@@ -498,7 +501,9 @@ def orthanc(folder):
             check(result.returncode == code and [line["committed"] for line in told].count(True) == len(paths) - code,
                   "vexal commit at Orthanc: %d %s" % (result.returncode, (result.stdout + result.stderr)[:600]))
         got, moved, sent = (os.path.join(folder, n) for n in ("got", "moved", "sent"))
-        result = run(VEXAL, "get", *names, *key, "--dir", got)
+        # It ends at the first object whose class was not asked for, and an association has no room for all that there are.
+        classes = [word for uid in sorted({meta_text(p, 2) for p in wanted.values()}) for word in ("--class", uid)]
+        result = run(VEXAL, "get", *names, *key, *classes, "--dir", got)
         check(result.returncode == 0, "vexal get at Orthanc: " + result.stderr.decode())
         with Server([VEXAL, "receive", receiver, "--dir", moved, "--aet", "RECEIVER"], receiver):
             result = run(VEXAL, "move", *names, "--to", "RECEIVER", *key)
@@ -512,7 +517,10 @@ def orthanc(folder):
         for title, folder_of, objects in (("get", got, wanted), ("move", moved, wanted), ("send", sent, stored)):
             found = arrived(folder_of)
             check(set(found) == set(objects), "Orthanc, %s: %d of %d arrived" % (title, len(found), len(objects)))
-            other = [os.path.relpath(objects[i], SAMPLES) for i in set(found) & set(objects) if content(found[i]) != content(objects[i])]
+            # What it decompresses on the way has its colours in another model.
+            own = {i: meta_text(found[i], 0x10) == meta_text(objects[i], 0x10) for i in set(found) & set(objects)}
+            rows = lambda i, path: [row for row in content(path) if own[i] or row[0] != "00280004"]
+            other = [os.path.relpath(objects[i], SAMPLES) for i in own if rows(i, found[i]) != rows(i, objects[i])]
             check(not other, "Orthanc, %s: other content: %s" % (title, other[:5]))
         print("  %d of %d objects stored, %d in the study fetched" % (len(stored), len(samples), len(wanted)))
 
@@ -542,7 +550,7 @@ def odil(folder):
         ours = run(VEXAL, "find", "127.0.0.1", port, "--aec", "NODE", "--level", "image", "--json").stdout.decode()
         instances = {line["SOPInstanceUID"]: line["StudyInstanceUID"] for line in map(json.loads, ours.splitlines())}
         check(answer.startswith("%d answers" % len(set(instances.values()) - {""})), "odil find: " + answer.split("\n")[0])
-        check(len(studies) > 10 and set(studies) <= set(instances.values()), "odil find: %d studies" % len(studies))
+        check(len(studies) > (10 if checks.REAL_SAMPLES else 3) and set(studies) <= set(instances.values()), "odil find: %d studies" % len(studies))
         study = max(studies, key=list(instances.values()).count)
         result = run("odil", "get", "-d", got, *names, "study", "QueryRetrieveLevel=STUDY", "StudyInstanceUID=" + study)
         wanted = {i for i in instances if instances[i] == study}

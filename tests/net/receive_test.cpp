@@ -352,8 +352,7 @@ TEST_F(ReceiveTest, MessagesThatAreRefused) {
       {one_pdu(99, false, true, good), "Invalid presentation context in P-DATA PDU received (99)"},
       {one_pdu(1, false, true, command("1.2.840.10008.5.1.4.1.1.4", C_STORE_RQ, 0x0101)),
        "Invalid presentation context in P-DATA PDU received (1) for service STANDARD_MR"},
-      {one_pdu(1, false, true, "garbage in place of a command!"), "Message received encoded improperly"},
-      {one_pdu(1, false, true, good + element(0x00080060, "CT")), "Message received encoded improperly"},
+      {one_pdu(1, false, true, "garbage in place of a command!"), "No command in received message"},
       {one_pdu(3, false, true, good) + one_pdu(3, true, true, data.substr(0, 41) + "\1"),
        "Message received encoded improperly"},
       {one_pdu(3, false, true, good) + one_pdu(1, true, true, data), "Command/dataset contexts different"},
@@ -371,6 +370,18 @@ TEST_F(ReceiveTest, MessagesThatAreRefused) {
     EXPECT_EQ(read(id_).status, VX_INVALID_ASSOCIATION_ID) << row.text;
     id_ = -1;
   }
+  // What does not belong in a command is passed over, on both sides of a cut.
+  connect("All");
+  clear_log();
+  const Bytes more =
+      command(kCt, C_STORE_RQ, 0x0101) + element(0x00080058, "1.2") + element(0x00080060, "CT");
+  send(one_pdu(1, false, false, more.substr(0, more.size() - 6)) +
+       one_pdu(1, false, true, more.substr(more.size() - 6)));
+  Read odd = read(id_);
+  EXPECT_EQ(odd.status, VX_NORMAL_COMPLETION);
+  EXPECT_TRUE(has_log("The command holds (0008,0058) and what is behind it, ignored"));
+  EXPECT_EQ(text(odd.id, 0x00080060), "");
+  VX_Free_Message(&odd.id);
   // Any context will do where the configuration says so, as long as it was accepted.
   connect("WithEcho");
   set_bool(VX_CFG_ACCEPT_ANY_PRESENTATION_CONTEXT, true);

@@ -560,6 +560,7 @@ TEST_F(Program, ValidateComparesValues) {
                              with(0x00280100, "US", number(8)) + with(0x00280101, "US", number(8)) +
                              with(0x00280102, "US", number(7));
   const std::string table = number(4) + number(0) + number(16);
+  const std::string empty_item("\xFE\xFF\0\xE0\0\0\0\0", 8);
   std::string many = "x";
   for (int i = 1; i < 30000; ++i) many += "\\x";
   const struct {
@@ -573,13 +574,25 @@ TEST_F(Program, ValidateComparesValues) {
       {"VR", with(0x00181030, "SH", "head"), "ProtocolName: VR parameter is invalid [VR LO, not SH]"},
       {"root of a UID", with(0x0020000D, "UI", "3.1.2"), "[the first component of a UID is 0, 1 or 2]"},
       {"zeros in a UID", with(0x0020000D, "UI", "1.2.003"), "[a component of a UID has no leading zeros]"},
-      {"one UID twice", with(0x0020000D, "UI", "1.2.3.4"), "[the same UID as in (0008,0018) SOPInstanceUID]"},
+      {"one UID twice", with(0x0020000D, "UI", "1.2.3.4"),
+       "[the same UID as in (0020,000D) StudyInstanceUID]"},
       {"text", with(0x0008103E, "LO", "K\xF6ln"),
        "[without Specific Character Set (0008,0005) text is ASCII]"},
       {"pixels", pixels + with(0x7FE00010, "OB", "123456"), "[6 bytes, not the 4 of its description]"},
       {"high bit", pixels.substr(0, pixels.size() - 2) + number(6) + with(0x7FE00010, "OB", "1234"),
        "Bits Stored, 7]"},
       {"table", with(0x00281101, "US", table) + with(0x00281201, "OW", "123456"), "[6 bytes for 4 entries]"},
+      {"items", with(0x00081120, "SQ", empty_item + empty_item), "[2 items where there is one]"},
+      {"an empty item", with(0x00082112, "SQ", empty_item),
+       "SourceImageSequence[0].ReferencedSOPClassUID: Required attribute not in message"},
+      {"frames", with(0x00280008, "IS", "2 "), "[images of this class have one frame]"},
+      {"samples", with(0x00280002, "US", number(3)) + pixels.substr(10) + with(0x7FE00010, "OB", "1234"),
+       "SamplesPerPixel \"3\": Value not an enumerated value [1]"},
+      {"spacing", with(0x00280030, "DS", "1\\0 "), "[is above 0]"},
+      {"ratio", with(0x00280034, "IS", "2\\2 "), "[a ratio of 1:1 is not given]"},
+      {"species", with(0x00102201, "LO", "Canis lupus "),
+       "PatientBreedCodeSequence: Required attribute not in"},
+      {"role", with(0x00102298, "CS", "OWNER "), "[type 1C of Patient (C.7-1), only if Responsible Person"},
       {"kind of image", with(0x00080008, "CS", "COPIED\\PRIMARY"),
        "not an enumerated value [ORIGINAL | DERIVED | MIXED]"},
       {"order", with(0x00100020, "LO", "id") + with(0x00080060, "CS", "OT"),
@@ -596,8 +609,11 @@ TEST_F(Program, ValidateComparesValues) {
     EXPECT_EQ(outcome.exit, 1) << row.what << outcome.out;
     EXPECT_NE(outcome.out.find(row.line), std::string::npos) << row.what << "\n" << outcome.out;
   }
-  write("v.dcm", head + pixels + with(0x7FE00010, "OB", "1234"));
-  EXPECT_EQ(run("validate " + path("v.dcm")).out.find("PixelData"), std::string::npos);
+  // What is right is no finding, and an item that no rule is known for is none either.
+  write("v.dcm", head + pixels + with(0x00720300, "SQ", empty_item) + with(0x7FE00010, "OB", "1234"));
+  const Outcome right = run("validate " + path("v.dcm"));
+  EXPECT_EQ(right.out.find("PixelData"), std::string::npos) << right.out;
+  EXPECT_EQ(right.out.find("no item type"), std::string::npos) << right.out;
 }
 
 TEST_F(Program, TemplateShowsWhatAClassDemands) {

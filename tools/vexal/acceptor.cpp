@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -117,6 +118,10 @@ class Watches {
       if (deadline == 0 || now < deadline) continue;
       one->deadline.store(0, std::memory_order_relaxed);
       int32_t id = one->id;
+      if (id < 0) {
+        ::shutdown(one->socket, SHUT_RDWR);
+        continue;
+      }
       complain("association %d: a message does not come in time: aborted", id);
       VX_Abort_Association(&id);
     }
@@ -257,14 +262,27 @@ int32_t Acceptor::refusal(int32_t association, Caller& caller) const {
   return caller.rights == 0 ? kCallingTitle : 0;
 }
 
-void Acceptor::serve_socket(int32_t socket, const std::string& service_list, const Handler& handler) {
+VX_STATUS Acceptor::take_request(int32_t socket, Clock::duration left, const char* service_list,
+                                 int32_t& association) const {
   int32_t application = -1;
+  if (!tls_.on()) return VX_Process_Association_Request(socket, service_list, &application, &association);
+  // The library counts the time of the handshake and of the request each for itself.
+  WatchedAssociation one;
+  one.socket = ::fcntl(socket, F_DUPFD_CLOEXEC, 0);
+  if (one.socket >= 0) one.deadline = (Clock::now() + left).time_since_epoch().count();
+  watches.add(one);
+  const VX_STATUS status = VX_Process_Secure_Association_Request(
+      socket, service_list, &application, &association, tls_.functions(), tls_.context());
+  watches.remove(one);
+  if (one.socket >= 0) ::close(one.socket);
+  return status;
+}
+
+void Acceptor::serve_socket(int32_t socket, Clock::duration left, const std::string& service_list,
+                            const Handler& handler) {
   int32_t association = -1;
-  const VX_STATUS status =
-      tls_.on() ? VX_Process_Secure_Association_Request(socket, service_list.c_str(), &application,
-                                                        &association, tls_.functions(), tls_.context())
-                : VX_Process_Association_Request(socket, service_list.c_str(), &application, &association);
-  if (status != VX_NORMAL_COMPLETION) return;  // the library has told why, and closed the connection
+  // On failure the library has told why, and closed the connection.
+  if (take_request(socket, left, service_list.c_str(), association) != VX_NORMAL_COMPLETION) return;
   Caller caller;
   if (const int32_t reason = refusal(association, caller); reason != 0) {
     VX_Reject_Association(association, reason);
@@ -352,9 +370,10 @@ int Acceptor::run(const std::string& service_list, const Handler& handler) {
     if ((entries[0].revents & POLLIN) != 0 && drain_pipe()) break;
     watches.end_late();
     lobby.look(entries.data() + 2);
-    lobby.hand_out([&](int taken, const AddressBytes& host) {
+    lobby.hand_out([&](int taken, const AddressBytes& host, Clock::duration left) {
       if (crew.busy() >= most_ || crew.busy_for(host) >= most_of_one_) return false;
-      if (!crew.start(host, [&, taken] { serve_socket(taken, service_list, handler); })) ::close(taken);
+      if (!crew.start(host, [&, taken, left] { serve_socket(taken, left, service_list, handler); }))
+        ::close(taken);
       return true;
     });
     if ((entries[1].revents & POLLIN) == 0) continue;

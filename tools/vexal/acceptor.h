@@ -41,9 +41,11 @@ struct Caller {
   unsigned rights = kAllRights;
 };
 
-// An association that is served, and when the message that it is in the middle of has to be there.
+// An association that is served, and when the message that it is in the middle of has to be there: of one
+// that is not there yet, the request behind a TLS handshake.
 struct WatchedAssociation {
   int32_t id = -1;
+  int socket = -1;                   // until there is an ID; a descriptor of its own
   std::atomic<int64_t> deadline{0};  // of the steady clock, in its ticks; 0: no message is under way
 };
 
@@ -90,7 +92,10 @@ class Acceptor {
   void serve_messages(int32_t association, const Taker& take) const;
 
  private:
-  void serve_socket(int32_t socket, const std::string& service_list, const Handler& handler);
+  void serve_socket(int32_t socket, std::chrono::steady_clock::duration left, const std::string& service_list,
+                    const Handler& handler);
+  VX_STATUS take_request(int32_t socket, std::chrono::steady_clock::duration left, const char* service_list,
+                         int32_t& association) const;
   // Why an association is turned away, as VX_Reject_Association counts; 0 if it is welcome.
   int32_t refusal(int32_t association, Caller& caller) const;
 

@@ -75,8 +75,4 @@ class Catalog : public ObjectIndex {
   std::vector<sqlite3*> readers_;  // idle ones
 };
 
-// The values of one attribute against those of one key: list of UIDs, range, wildcards, as the key's VR has
-// them; names without regard to case (PS3.4 section C.2.2.2).
-bool matches_key(VX_VR vr, const std::string& value, const std::string& key);
-
 }  // namespace vexal

@@ -60,7 +60,13 @@ std::string subject_words(std::string_view text) {
   return tag + (sequences.empty() ? where : " in " + sequences);
 }
 
-std::string listed(const std::vector<std::string>& parts, const char* link) {
+// Of long lists the beginning.
+std::string listed(std::vector<std::string> parts, const char* link) {
+  constexpr std::size_t kShown = 8;
+  if (parts.size() > kShown) {
+    parts.resize(kShown);
+    parts.emplace_back("others");
+  }
   std::string text;
   for (const std::string& part : parts) text += (text.empty() ? "" : link) + part;
   return text;

@@ -35,6 +35,35 @@ constexpr uint32_t kSignedOrNot[] = {0x00189810, 0x00221452, 0x00280071, 0x00280
 constexpr uint32_t kBytesOrWords[] = {0x00143050, 0x00143070, 0x00281200, 0x00283006, 0x5000200C, 0x50003000,
                                       0x54000110, 0x54000112, 0x5400100A, 0x54001010, 0x60003000, 0x7FE00010};
 
+constexpr uint32_t kSingleItem[] = {
+#include "single_items.inc"
+};
+
+// Classes of one frame, by what stands behind the root of the storage classes.
+constexpr std::string_view kStorageRoot = "1.2.840.10008.5.1.4.1.1.";
+constexpr std::string_view kReports = "1.2.840.10008.5.1.4.1.1.88.";
+constexpr std::string_view kPresentationStates = "1.2.840.10008.5.1.4.1.1.11.";
+constexpr std::string_view kSingleFrame[] = {"1",      "1.1",    "1.1.1",  "1.2", "1.2.1", "1.3",
+                                             "1.3.1",  "2",      "4",      "6.1", "7",     "77.1.1",
+                                             "77.1.2", "77.1.3", "77.1.4", "128"};
+constexpr std::string_view kPrimaryOnly[] = {"2.1", "2.2",   "4.1",    "4.2",    "4.3",   "4.4",
+                                             "130", "128.1", "13.1.1", "13.1.2", "13.1.3"};
+constexpr std::string_view kSegmentations[] = {"66.4", "66.5", "66.7"};
+
+// What pixels may stand for in the syntaxes that say so (PS3.5 section 8.2).
+constexpr struct {
+  std::string_view syntax, interpretations;
+} kInterpretations[] = {
+    {"1.2.840.10008.1.2.4.50", "MONOCHROME1|MONOCHROME2|YBR_FULL_422|RGB"},
+    {"1.2.840.10008.1.2.4.51", "MONOCHROME1|MONOCHROME2|YBR_FULL_422|RGB"},
+    {"1.2.840.10008.1.2.4.57", "MONOCHROME1|MONOCHROME2|PALETTE COLOR|YBR_FULL|RGB"},
+    {"1.2.840.10008.1.2.4.70", "MONOCHROME1|MONOCHROME2|PALETTE COLOR|YBR_FULL|RGB"},
+    {"1.2.840.10008.1.2.4.80", "MONOCHROME1|MONOCHROME2|PALETTE COLOR|YBR_FULL|RGB"},
+    {"1.2.840.10008.1.2.4.81", "MONOCHROME1|MONOCHROME2|YBR_FULL|RGB"},
+    {"1.2.840.10008.1.2.4.90", "MONOCHROME1|MONOCHROME2|PALETTE COLOR|YBR_RCT|YBR_FULL|RGB"},
+    {"1.2.840.10008.1.2.4.91", "MONOCHROME1|MONOCHROME2|YBR_RCT|YBR_ICT|YBR_FULL|RGB"},
+};
+
 template <typename List>
 bool contains(const List& list, uint32_t tag) {
   return std::find(std::begin(list), std::end(list), tag) != std::end(list);
@@ -43,6 +72,14 @@ bool contains(const List& list, uint32_t tag) {
 uint32_t base_tag(uint32_t tag) {
   const uint32_t high = tag >> 24;
   return high == 0x50 || high == 0x60 ? tag & 0xFF00FFFFU : tag;
+}
+
+// Whether a UID is one of these classes.
+template <typename List>
+bool is_class(std::string_view uid, const List& endings) {
+  if (!uid.starts_with(kStorageRoot)) return false;
+  return std::find(std::begin(endings), std::end(endings), uid.substr(kStorageRoot.size())) !=
+         std::end(endings);
 }
 
 bool may_have_vr(uint32_t tag, std::string_view wanted, std::string_view given) {
@@ -127,7 +164,7 @@ class Checker {
   std::vector<CrossFinding> run() {
     const int32_t root = file_.id();
     if (file_.has_meta() && !query_) meta_group(root);
-    object(root, is_present(root, kCharacterSet));
+    object(root, names_charset(root));
     if (!query_) {
       identifiers(root);
       image_type(root);
@@ -143,6 +180,15 @@ class Checker {
   }
 
   // ---- The walk ----
+
+  // Whether text may hold more than ASCII: an empty set is none, and so is a word that names none.
+  static bool names_charset(int32_t id) {
+    if (!is_present(id, kCharacterSet)) return false;
+    int32_t count = 0;
+    VX_Get_Value_Count(id, kCharacterSet, &count);
+    const std::string first = text_of(id, kCharacterSet);
+    return count > 1 || first.starts_with("ISO") || first.starts_with("GB");
+  }
 
   void object(int32_t id, bool has_charset) {
     std::vector<std::pair<uint32_t, VX_VR>> attributes;
@@ -161,6 +207,8 @@ class Checker {
     if (!query_) {
       lookup_table(id);
       directions(id);
+      reference(id);
+      sizes(id);
       if (is_present(id, kPixelData)) pixels(id);
     }
   }
@@ -174,8 +222,10 @@ class Checker {
       }
     }
     if (vr == VX_VR_SQ) {
-      for (const int32_t item : sequence_items(id, tag))
-        object(item, has_charset || is_present(item, kCharacterSet));
+      const std::vector<int32_t> items = sequence_items(id, tag);
+      if (items.size() > 1 && !query_ && contains(kSingleItem, tag))
+        add(id, tag, VX_TOO_MANY_VALUES, std::to_string(items.size()) + " items where there is one");
+      for (const int32_t item : items) object(item, has_charset || names_charset(item));
     } else if (vr == VX_VR_UI || (vr == VX_VR_DA && !query_) || (is_text_of_charset(vr) && !has_charset)) {
       text_values(id, tag, vr, count);
     }
@@ -219,17 +269,14 @@ class Checker {
       const std::string meta = text_of(root, pair.meta);
       const std::string own = text_of(root, pair.own);
       if (meta.empty() || meta == own) continue;
-      if (!own.empty()) {
-        add(root, pair.meta, VX_INCOMPATIBLE_VALUE, "the data set has " + own);
-      } else if (!is_present(root, pair.own)) {
-        add(root, pair.meta, VX_INCOMPATIBLE_VALUE, "the data set has no " + describe_tag(pair.own));
-      }
+      add(root, pair.meta, VX_INCOMPATIBLE_VALUE,
+          "the data set has " + (own.empty() ? "no " + describe_tag(pair.own) : own));
     }
   }
 
   // What identifies different things is different.
   void identifiers(int32_t root) {
-    constexpr uint32_t kIdentifiers[] = {0x0020000D, 0x0020000E, kInstance, 0x00200052};
+    constexpr uint32_t kIdentifiers[] = {kInstance, 0x0020000D, 0x0020000E, 0x00200052};
     std::map<std::string, uint32_t> seen;
     for (const uint32_t tag : kIdentifiers) {
       const std::string uid = text_of(root, tag);
@@ -264,6 +311,8 @@ class Checker {
         !values[1].bytes.empty())
       add(root, kImageType, VX_NOT_ONE_OF_ENUMERATED_VALUES, "PRIMARY | SECONDARY", 2);
     const std::string sop_class = text_of(root, 0x00080016);
+    if (count > 1 && values[1].bytes == "SECONDARY" && is_class(sop_class, kPrimaryOnly))
+      add(root, kImageType, VX_NOT_ONE_OF_ENUMERATED_VALUES, "PRIMARY", 2);
     for (const auto& row : kCounts) {
       if (row.sop_class == sop_class && count < row.values)
         add(root, kImageType, VX_TOO_FEW_VALUES, std::to_string(row.values) + " values in this class");
@@ -273,6 +322,8 @@ class Checker {
   void frames(int32_t root) {
     const std::vector<int32_t> items = sequence_items(root, kPerFrame);
     int32_t count = 0;
+    if (number_of(root, kFrames, count) && count > 1 && is_class(text_of(root, 0x00080016), kSingleFrame))
+      add(root, kFrames, VX_INCOMPATIBLE_VALUE, "images of this class have one frame", 1);
     if (!items.empty() && number_of(root, kFrames, count) && count >= 0 &&
         static_cast<std::size_t>(count) != items.size()) {
       add(root, kPerFrame, VX_INCOMPATIBLE_VALUE,
@@ -288,6 +339,47 @@ class Checker {
               std::to_string(values) + " values for " + std::to_string(dimensions) + " dimensions");
       }
     }
+  }
+
+  // A reference to frames or segments needs an instance that has them; a long code has no room in a short
+  // one.
+  void reference(int32_t id) {
+    const std::string sop_class = text_of(id, 0x00081150);
+    const bool no_image = sop_class.starts_with("1.2.840.10008.3.") || sop_class.starts_with(kReports) ||
+                          sop_class.starts_with(kPresentationStates);
+    if (is_present(id, 0x00081160) && (no_image || is_class(sop_class, kSingleFrame)))
+      add(id, 0x00081160, VX_VALUE_NOT_ALLOWED,
+          "instances of " + sop_class + " have no frames to choose from");
+    if (is_present(id, 0x0062000B) && sop_class.starts_with("1.2.840.10008.") &&
+        !is_class(sop_class, kSegmentations))
+      add(id, 0x0062000B, VX_VALUE_NOT_ALLOWED, "instances of " + sop_class + " have no segments");
+    const std::string kind = text_of(id, 0x00089007);
+    if (!kind.empty() && kind != "ORIGINAL" && kind != "DERIVED" && kind != "MIXED")
+      add(id, 0x00089007, VX_NOT_ONE_OF_ENUMERATED_VALUES, "ORIGINAL | DERIVED | MIXED", 1);
+    const std::string code = text_of(id, 0x00080119);
+    if (!code.empty() && code.size() <= 16)
+      add(id, 0x00080119, VX_INCOMPATIBLE_VALUE, "up to 16 characters are a Code Value (0008,0100)");
+  }
+
+  // What is above zero, and a ratio of pixels only where no spacing gives it (PS3.3 sections 10.7.1.3,
+  // C.7.6.3, C.11.2.1.2).
+  void sizes(int32_t id) {
+    for (const uint32_t tag :
+         {0x00280030U, 0x00181164U, 0x00182010U, 0x00281051U, 0x60000010U, 0x60000011U}) {
+      if (!is_present(id, tag)) continue;
+      const std::vector<double> values = numbers_of(id, tag, 2);
+      for (std::size_t i = 0; i < values.size(); ++i) {
+        if (values[i] <= 0) add(id, tag, VX_VALUE_OUT_OF_RANGE, "is above 0", static_cast<int32_t>(i) + 1);
+      }
+    }
+    if (!is_present(id, 0x00280034)) return;
+    for (const uint32_t spacing : {0x00280030U, 0x00181164U, 0x00182010U}) {
+      if (is_present(id, spacing))
+        return add(id, 0x00280034, VX_VALUE_NOT_ALLOWED, "beside " + describe_tag(spacing));
+    }
+    const std::vector<double> ratio = numbers_of(id, 0x00280034, 2);
+    if (ratio.size() == 2 && ratio[0] == ratio[1])
+      add(id, 0x00280034, VX_VALUE_NOT_ALLOWED, "a ratio of 1:1 is not given");
   }
 
   // Every instance that a report's content refers to is listed as evidence (PS3.3 section C.17.2.3).
@@ -313,7 +405,8 @@ class Checker {
   void referenced(int32_t reference, const std::set<std::string>& listed) {
     const std::string uid = text_of(reference, kReferencedInstance);
     if (!uid.empty() && !listed.contains(uid))
-      add(reference, kReferencedInstance, VX_NOT_FOUND, "is in no item of the evidence sequences", 1);
+      add(reference, kReferencedInstance, VX_INCOMPATIBLE_VALUE, "is in no item of the evidence sequences",
+          1);
     for (const int32_t state : sequence_items(reference, 0x00081199)) referenced(state, listed);
   }
 
@@ -346,16 +439,19 @@ class Checker {
     if (depth && number_of(id, 0x00280102, high) && high != stored - 1)
       add(id, 0x00280102, VX_INCOMPATIBLE_VALUE,
           "is one less than Bits Stored, " + std::to_string(stored - 1));
-    const bool sizes = number_of(id, 0x00280010, rows) && number_of(id, 0x00280011, columns);
-    if (sizes && rows == 0) add(id, 0x00280010, VX_VALUE_OUT_OF_RANGE, "no image has 0 rows");
-    if (sizes && columns == 0) add(id, 0x00280011, VX_VALUE_OUT_OF_RANGE, "no image has 0 columns");
+    const bool has_size = number_of(id, 0x00280010, rows) && number_of(id, 0x00280011, columns);
+    if (has_size && rows == 0) add(id, 0x00280010, VX_VALUE_OUT_OF_RANGE, "no image has 0 rows");
+    if (has_size && columns == 0) add(id, 0x00280011, VX_VALUE_OUT_OF_RANGE, "no image has 0 columns");
+    const std::string interpretation = text_of(id, 0x00280004);
+    const bool has_samples = number_of(id, 0x00280002, samples);
+    if (has_samples) kinds_of_pixels(id, samples, interpretation);
     uint64_t length = 0;
-    if (!depth || !sizes || !number_of(id, 0x00280002, samples) || rows <= 0 || columns <= 0 ||
-        samples <= 0 || frames <= 0 || allocated <= 0 || is_encapsulated(file_.syntax()) ||
-        !length_of(id, kPixelData, length)) {
+    const bool measured = length_of(id, kPixelData, length);
+    if (is_encapsulated(file_.syntax())) {
+      if (measured && length == 0) add(id, kPixelData, VX_VALUE_MAY_NOT_BE_NULL, "has fragments");
       return;
     }
-    const std::string interpretation = text_of(id, 0x00280004);
+    if (!measured || !depth || !has_size || !has_samples || frames <= 0 || allocated <= 0) return;
     uint64_t count =
         static_cast<uint64_t>(rows) * static_cast<uint64_t>(columns) * static_cast<uint64_t>(frames);
     count =
@@ -365,6 +461,22 @@ class Checker {
       add(id, kPixelData, VX_INVALID_LENGTH_FOR_VR,
           std::to_string(length) + " bytes, not the " + std::to_string(bytes + bytes % 2) +
               " of its description");
+  }
+
+  // What a pixel consists of.
+  void kinds_of_pixels(int32_t id, int32_t samples, const std::string& interpretation) {
+    const bool single = interpretation.starts_with("MONOCHROME") || interpretation == "PALETTE COLOR";
+    const bool three = interpretation == "RGB" || interpretation.starts_with("YBR_");
+    if ((samples != 1 && samples != 3 && samples != 4) || (single && samples != 1) || (three && samples != 3))
+      add(id, 0x00280002, VX_NOT_ONE_OF_ENUMERATED_VALUES, single ? "1" : three ? "3" : "1 | 3", 1);
+    const std::string syntax = id == file_.id() ? text_of(id, 0x00020010) : "";
+    for (const auto& row : kInterpretations) {
+      if (syntax != row.syntax || interpretation.empty()) continue;
+      if (("|" + std::string(row.interpretations) + "|").find("|" + interpretation + "|") ==
+          std::string::npos)
+        add(id, 0x00280004, VX_NOT_ONE_OF_ENUMERATED_VALUES,
+            "in this transfer syntax " + std::string(row.interpretations), 1);
+    }
   }
 
   void lookup_table(int32_t id) {

@@ -61,6 +61,7 @@ void FileSource::close() {
 }
 
 std::string FileSource::open(const std::string& path) {
+  close();
   fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd_ < 0) return system_text("can not open", errno);
   struct stat status {};

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstring>
 
+#include "byte_stream.h"
 #include "files.h"
 
 namespace vexal {
@@ -28,14 +29,6 @@ bool is_long(const char* vr) {
 
 bool is_deflated(VX_TRANSFER_SYNTAX syntax) {
   return syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || syntax == JPIP_REFERENCED_DEFLATE;
-}
-
-VX_STATUS give_bytes(int32_t, void* user, int32_t, uint32_t* size, void** data, int32_t* last) {
-  auto& bytes = *static_cast<std::string*>(user);
-  *size = static_cast<uint32_t>(bytes.size());
-  *data = bytes.data();
-  *last = 1;
-  return VX_NORMAL_COMPLETION;
 }
 
 }  // namespace
@@ -87,7 +80,7 @@ void HeadScan::take_deflated(const char* data, std::size_t size) {
   inflater_->next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data));
   inflater_->avail_in = static_cast<uInt>(size);
   // Once all is there, only its size counts.
-  while (state_ == State::Reading || (state_ == State::Complete && most_inflated_ != 0)) {
+  while (goes_on()) {
     inflater_->next_out = reinterpret_cast<Bytef*>(piece);
     inflater_->avail_out = sizeof piece;
     const int result = inflate(inflater_.get(), Z_NO_FLUSH);
@@ -220,7 +213,7 @@ int32_t HeadScan::make_message() const {
   if (VX_Open_Empty_Message(&id) != VX_NORMAL_COMPLETION) return -1;
   if (bytes.empty()) return id;
   uint32_t failed = 0;
-  if (VX_Stream_To_Message(id, 0x00080000, 0xFFFFFFFF, syntax_, &failed, &bytes, give_bytes) !=
+  if (VX_Stream_To_Message(id, 0x00080000, 0xFFFFFFFF, syntax_, &failed, &bytes, give_string) !=
       VX_NORMAL_COMPLETION) {
     VX_Free_Message(&id);
     id = -1;
@@ -248,7 +241,8 @@ std::string find_data_set(const FileSource& source, uint64_t& start, std::string
 
 }  // namespace
 
-std::string scan_file(const std::string& path, std::span<const uint32_t> wanted, HeadScan& scan) {
+std::string scan_file(const std::string& path, std::span<const uint32_t> wanted, HeadScan& scan,
+                      uint64_t most_inflated) {
   FileSource source;
   uint64_t at = 0;
   std::string uid;
@@ -258,9 +252,9 @@ std::string scan_file(const std::string& path, std::span<const uint32_t> wanted,
   // One that is not known is most likely an encapsulated one (PS3.5 section A.4).
   VX_TRANSFER_SYNTAX syntax = EXPLICIT_LITTLE_ENDIAN;
   VX_Get_Enum_From_Transfer_Syntax(uid.data(), &syntax);
-  scan.start(syntax, wanted);
+  scan.start(syntax, wanted, most_inflated);
   std::vector<char> block(kPiece);
-  while (scan.state() == HeadScan::State::Reading && at < source.size()) {
+  while (scan.goes_on() && at < source.size()) {
     const int64_t got = source.read_at(at, block.data(), block.size());
     if (got <= 0) return "can not read";
     at += static_cast<uint64_t>(got);

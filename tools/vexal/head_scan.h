@@ -30,6 +30,11 @@ class HeadScan {
   void start(VX_TRANSFER_SYNTAX syntax, std::span<const uint32_t> wanted, uint64_t most_inflated = 0);
   State take(const void* data, std::size_t size);
   State state() const { return state_; }
+  // Wants more bytes, if only to see how many there are.
+  bool goes_on() const {
+    return state_ == State::Reading ||
+           (state_ == State::Complete && inflater_ != nullptr && most_inflated_ != 0);
+  }
   // Bytes from here on that need not be looked at.
   uint64_t passing_over() const { return inflater_ == nullptr && !keeping_ ? left_ : 0; }
   void pass_over(uint64_t bytes) { left_ -= bytes; }
@@ -85,8 +90,10 @@ class HeadScan {
   uint64_t most_inflated_ = 0;
 };
 
-// Lets the scan look at a file with preamble and meta group. An error text, empty on success.
-std::string scan_file(const std::string& path, std::span<const uint32_t> wanted, HeadScan& scan);
+// Lets the scan look at a file with preamble and meta group; `most_inflated` as for start(). An error text,
+// empty on success.
+std::string scan_file(const std::string& path, std::span<const uint32_t> wanted, HeadScan& scan,
+                      uint64_t most_inflated = 0);
 
 // Whether two files hold the same data set byte for byte in the same transfer syntax. False where one of them
 // can not be read.

@@ -122,7 +122,10 @@ void Lobby::look(const pollfd* entries) {
     const short events = entries[i].revents;
     Look found = Look::Wait;
     if (!connection.ready && (events & POLLIN) != 0) found = look_at(connection);
-    connection.ready = connection.ready || found == Look::Ready;
+    if (found == Look::Ready) {
+      connection.ready = true;
+      connection.left = connection.deadline - now;
+    }
     // A peer that has gone, or is late; what it said before is not waited for.
     const bool gone = (events & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
     if (found == Look::Close || gone || (!connection.ready && now >= connection.deadline)) {
@@ -134,11 +137,12 @@ void Lobby::look(const pollfd* entries) {
   waiting_.swap(rest);
 }
 
-void Lobby::hand_out(const std::function<bool(int socket, const AddressBytes& address)>& serve) {
+void Lobby::hand_out(
+    const std::function<bool(int socket, const AddressBytes& address, Clock::duration left)>& serve) {
   std::erase_if(waiting_, [&](const Connection& connection) {
     if (!connection.ready) return false;
     set_low_mark(connection.socket, 1);
-    return serve(connection.socket, connection.address);
+    return serve(connection.socket, connection.address, connection.left);
   });
 }
 

@@ -33,8 +33,9 @@ class Lobby {
   // What poll() found, in the same order. Connections that are late, gone or say nothing sensible are closed.
   void look(const pollfd* entries);
   // Gives connections whose request is there, in the order in which it came, to `serve`; it says whether it
-  // could take this one.
-  void hand_out(const std::function<bool(int socket, const AddressBytes& address)>& serve);
+  // could take this one. `left`: of the time for the request.
+  void hand_out(
+      const std::function<bool(int socket, const AddressBytes& address, Clock::duration left)>& serve);
 
  private:
   struct Connection {
@@ -42,6 +43,7 @@ class Lobby {
     AddressBytes address;
     Clock::time_point deadline;  // for the request to come
     bool ready = false;          // it is there
+    Clock::duration left{};      // of that time then: waiting for a thread does not count
   };
   enum class Look { Wait, Ready, Close };
   Look look_at(const Connection& connection) const;

@@ -6,6 +6,7 @@
 #include <map>
 
 #include "acceptor.h"
+#include "bounded_file.h"
 #include "commands.h"
 #include "network.h"
 #include "recode.h"
@@ -125,7 +126,7 @@ int run(const Args& args) {
                args.get("--to").c_str());
       return kUsage;
     }
-    prepare_recoding();
+    prepare_bounded_files();
   }
   if (args.has("--on-study") && !storage.tree) {
     complain("--on-study needs --tree");

@@ -93,22 +93,18 @@ int print_result(const Args& args, const Peer& peer, const Tally& tally) {
   return is_warning(tally.status) ? kFindings : kNetwork;
 }
 
-// Storage classes to take on a get, as many as fit beside the query's own context.
-bool storage_proposals(const Args& args, std::vector<Proposal>& proposals) {
-  std::vector<std::string> classes;
+// Storage classes to take on a get.
+bool wanted_classes(const Args& args, std::vector<std::string>& classes) {
   for (const std::string& word : args.all("--class")) {
     char uid[68] = "";
     const bool name = VX_Get_UID_From_VexalKit_Service(word.c_str(), uid, sizeof uid) == VX_NORMAL_COMPLETION;
-    if (!name && service_of_class(word).empty()) {
+    if (!name && VX_Add_Service(word.c_str()) != VX_NORMAL_COMPLETION) {
       complain("--class %s: no such service; vexal lookup finds names", word.c_str());
       return false;
     }
     classes.push_back(name ? uid : word);
   }
   if (classes.empty()) classes = storage_classes(false);
-  for (const std::string& sop_class : classes) {
-    if (proposals.size() < kMostContexts) proposals.push_back({sop_class, kRetrieveSyntaxes, 0, 1});
-  }
   return true;
 }
 
@@ -163,10 +159,13 @@ int run_get(const Args& args) {
   Query query;
   Message request;
   if (!peer.read(args) || !query.read(args, QueryKind::Get) || !query.fill(request, C_GET_RQ)) return kUsage;
-  std::vector<Proposal> proposals = {{query.sop_class(), kPlainSyntaxes}};
-  if (!storage_proposals(args, proposals)) return kUsage;
+  std::vector<std::string> classes;
   StorageOptions storage;
-  if (!storage.read(args)) return kUsage;
+  if (!wanted_classes(args, classes) || !storage.read(args)) return kUsage;
+  std::vector<Proposal> proposals = {{query.sop_class(), kPlainSyntaxes}};
+  for (const std::string& sop_class : classes) {
+    if (proposals.size() < kMostContexts) proposals.push_back({sop_class, kRetrieveSyntaxes, 0, 1});
+  }
   ServiceListName list;
   Association association;
   if (const int exit = open_with_request(association, peer, proposals, list, request); exit != kSuccess)
@@ -175,8 +174,14 @@ int run_get(const Args& args) {
   Tally tally;
   const std::string error = serve_get(association, peer, SentRequest(request), writer, tally);
   association.close();
-  if (error.empty()) return print_result(args, peer, tally);
-  return network_problem(peer, error);
+  if (!error.empty()) return network_problem(peer, error);
+  // Some archives end a retrieval at the first object that they can not send.
+  if (tally.status != 0 && classes.size() >= kMostContexts)
+    complain(
+        "%zu storage classes were not asked for, since an association has no room for them: --class names "
+        "those that are needed",
+        classes.size() + 1 - kMostContexts);
+  return print_result(args, peer, tally);
 }
 
 int run_move(const Args& args) {

@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 
+#include "bounded_file.h"
 #include "names.h"
 #include "recode.h"
 #include "session.h"
@@ -145,13 +146,16 @@ VX_STATUS ObjectSender::send_bytes(int32_t association, const ObjectFile& file, 
 
 VX_STATUS ObjectSender::send_object(int32_t association, const ObjectFile& file, VX_TRANSFER_SYNTAX syntax,
                                     std::string& problem) {
+  BoundedFile bounds;
   DicomFile object;
   RecodedPixels pixels;
-  VX_STATUS status = object.open(file.path, {});
-  if (status != VX_NORMAL_COMPLETION) {
+  VX_STATUS status = VX_NORMAL_COMPLETION;
+  if (bounded_) {
+    status = bounds.open(object, file.path, problem);
+  } else if (status = object.open(file.path, {}); status != VX_NORMAL_COMPLETION) {
     problem = object.problem();
-    return status;
   }
+  if (status != VX_NORMAL_COMPLETION) return status;
   // Nothing has gone out when a frame turns out to be broken.
   if (RecodedPixels::needed(object, syntax))
     problem = pixels.attach(object, syntax, 1, RecodedPixels::When::Ahead);

@@ -33,7 +33,8 @@ std::vector<Proposal> proposals_for(std::span<const ObjectFile* const> files, bo
 // Sends C-STORE requests on an association of either side. Not for two threads at once.
 class ObjectSender {
  public:
-  explicit ObjectSender(bool convert) : convert_(convert) {}
+  // `bounded`: the files are those of strangers.
+  explicit ObjectSender(bool convert, bool bounded = false) : convert_(convert), bounded_(bounded) {}
 
   enum class Result {
     Sent,     // an answer will come
@@ -66,6 +67,7 @@ class ObjectSender {
                         void** data, int32_t first, int32_t* last);
 
   bool convert_;
+  bool bounded_;
   std::string originator_;
   uint16_t originator_id_ = 0;
   SentRequest request_;

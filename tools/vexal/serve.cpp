@@ -5,9 +5,10 @@
 #include <map>
 
 #include "acceptor.h"
+#include "bounded_file.h"
 #include "catalog.h"
-#include "charset.h"
 #include "commands.h"
+#include "identifier.h"
 #include "network.h"
 #include "request.h"
 #include "session.h"
@@ -31,11 +32,6 @@ constexpr Option kOptions[] = {
 constexpr char kWorklistFind[] = "1.2.840.10008.5.1.4.31";
 constexpr char kCommitment[] = "1.2.840.10008.1.20.1";
 constexpr char kProcedureStep[] = "1.2.840.10008.3.1.2.3.3";
-
-// Bounds of a query's keys: what is longer matches nothing that is kept.
-constexpr std::size_t kMostKeys = 1024;
-constexpr std::size_t kLongestKey = 1024;
-constexpr std::size_t kLongestUidList = 64 * 1024;
 
 // What a query service works on (PS3.4 section C.6).
 struct QueryService {
@@ -68,40 +64,6 @@ bool read_nodes(const Args& args, std::map<std::string, Node>& nodes) {
     nodes[text.substr(0, equals)] = node;
   }
   return true;
-}
-
-bool read_level(const std::string& word, bool patient_root, Level& level) {
-  constexpr const char* kWords[] = {"PATIENT", "STUDY", "SERIES", "IMAGE"};
-  for (int i = patient_root ? 0 : 1; i < 4; ++i) {
-    if (word != kWords[i]) continue;
-    level = static_cast<Level>(i);
-    return true;
-  }
-  return false;
-}
-
-// The identifier of a query as keys of the catalog; false if it is none that can be answered.
-bool read_identifier(int32_t message, bool patient_root, Level& level, std::vector<CatalogKey>& keys) {
-  if (!read_level(text_of(message, 0x00080052), patient_root, level)) return false;
-  uint32_t tag = 0;
-  VX_VR vr = 0;
-  for (VX_STATUS status = VX_Get_First_Attribute(message, &tag, &vr, nullptr); status == VX_NORMAL_COMPLETION;
-       status = VX_Get_Next_Attribute(message, &tag, &vr, nullptr)) {
-    if (tag > 0x0000FFFFU && tag != 0x00080052U && tag != 0x00080005U && vr != VX_VR_SQ &&
-        (tag >> 16) % 2 == 0)
-      keys.push_back({tag, vr, ""});
-  }
-  if (keys.size() > kMostKeys) return false;
-  for (CatalogKey& key : keys) {
-    key.value = utf8_text_of(message, key.tag);
-    if (key.value.size() > (key.vr == VX_VR_UI ? kLongestUidList : kLongestKey)) return false;
-  }
-  return true;
-}
-
-// A key that leaves something out of what the archive holds.
-bool narrows(const CatalogKey& key) {
-  return Catalog::keeps(key.tag) && key.value.find_first_not_of("*?-\\ ") != std::string::npos;
 }
 
 struct Counts {
@@ -363,7 +325,7 @@ class Archive {
       counts.failed = files.size();
       return tell(request, counts, kAllFailed, {});
     }
-    ObjectSender sender(true);
+    ObjectSender sender(true, true);
     sender.set_originator(caller.calling_title, static_cast<uint16_t>(request.id));
     Patience patience(acceptor_, request.association);
     const bool good = run_operations(
@@ -420,7 +382,7 @@ class Archive {
     std::vector<ObjectFile> files;
     bool answered = false;
     if (const bool good = files_of(request, identifier, files, answered); answered) return good;
-    ObjectSender sender(true);
+    ObjectSender sender(true, true);
     Patience patience(acceptor_, request.association);
     return run_operations(
         request, files,
@@ -592,6 +554,7 @@ int run(const Args& args) {
   if (!acceptor.read(args) || !read_nodes(args, nodes) || !is_folder(args, "--worklist") ||
       !is_folder(args, "--steps") || !storage.read(args, true))
     return kUsage;
+  prepare_bounded_files();
   Archive archive(args, acceptor, nodes, storage);
   const std::string error = archive.open();
   if (!error.empty()) {

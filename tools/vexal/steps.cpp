@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "byte_stream.h"
 #include "files.h"
 #include "session.h"
 #include "uid.h"
@@ -16,29 +17,16 @@ constexpr char kStepClass[] = "1.2.840.10008.3.1.2.3.3";
 constexpr uint32_t kState = 0x00400252;
 constexpr mode_t kMode = 0640;
 
-VX_STATUS append(int32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
-  static_cast<std::string*>(user)->append(static_cast<const char*>(data), size);
-  return VX_NORMAL_COMPLETION;
-}
-
-VX_STATUS give(int32_t, void* user, int32_t, uint32_t* size, void** data, int32_t* last) {
-  auto& bytes = *static_cast<std::string*>(user);
-  *size = static_cast<uint32_t>(bytes.size());
-  *data = bytes.data();
-  *last = 1;
-  return VX_NORMAL_COMPLETION;
-}
-
 // The data set of a message as bytes.
 bool encode(int32_t message, std::string& bytes) {
-  return VX_Message_To_Stream(message, 0x00080000, 0xFFFFFFFF, EXPLICIT_LITTLE_ENDIAN, &bytes, append) ==
-         VX_NORMAL_COMPLETION;
+  return VX_Message_To_Stream(message, 0x00080000, 0xFFFFFFFF, EXPLICIT_LITTLE_ENDIAN, &bytes,
+                              append_to_string) == VX_NORMAL_COMPLETION;
 }
 
 bool decode(int32_t object, std::string& bytes) {
   uint32_t tag = 0;
   return bytes.empty() || VX_Stream_To_Message(object, 0x00080000, 0xFFFFFFFF, EXPLICIT_LITTLE_ENDIAN, &tag,
-                                               &bytes, give) == VX_NORMAL_COMPLETION;
+                                               &bytes, give_string) == VX_NORMAL_COMPLETION;
 }
 
 std::vector<uint32_t> tags_of(int32_t object) {

@@ -14,6 +14,8 @@
 #include <functional>
 #include <mutex>
 
+#include "bounded_file.h"
+#include "byte_stream.h"
 #include "embedded.h"
 #include "network.h"
 #include "printable.h"
@@ -62,12 +64,6 @@ bool read_mode(const Args& args, mode_t& mode) {
   return true;
 }
 
-// Takes the meta group as it is encoded.
-VX_STATUS append_bytes(int32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
-  static_cast<std::string*>(user)->append(static_cast<const char*>(data), size);
-  return VX_NORMAL_COMPLETION;
-}
-
 // Preamble, prefix and meta group of a file (PS3.10 section 7.1); the library writes all three for a file's
 // group 0002.
 VX_STATUS encode_head(const StoredObject& object, VX_TRANSFER_SYNTAX syntax, const std::string& calling_title,
@@ -88,7 +84,7 @@ VX_STATUS encode_head(const StoredObject& object, VX_TRANSFER_SYNTAX syntax, con
   if (*text != '\0') VX_Set_Value_From_String(id, 0x00020013, text);
   if (!calling_title.empty()) VX_Set_Value_From_String(id, 0x00020016, calling_title.c_str());
   out.clear();
-  status = VX_Message_To_Stream(id, 0x00020000, 0x0002FFFF, EXPLICIT_LITTLE_ENDIAN, &out, append_bytes);
+  status = VX_Message_To_Stream(id, 0x00020000, 0x0002FFFF, EXPLICIT_LITTLE_ENDIAN, &out, append_to_string);
   VX_Free_File(&id);
   return status;
 }
@@ -346,13 +342,11 @@ bool ObjectWriter::convert(FileSink& converted, const StoredObject& stored) {
   bool there = false;  // already, or soon
   const std::string failure = sink_.place([&](const std::string& temporary, std::string&) -> std::string {
     const CurrentFile current(stored.instance);
+    BoundedFile bounds;
     DicomFile file;
     RecodedPixels pixels;
-    VX_STATUS status = file.open(temporary, {});
-    if (status != VX_NORMAL_COMPLETION) {
-      problem = file.problem();
-      return "";
-    }
+    VX_STATUS status = bounds.open(file, temporary, problem);
+    if (status != VX_NORMAL_COMPLETION) return "";
     there = file.syntax() == options_.syntax;
     if (there) return "";
     if (RecodedPixels::needed(file, options_.syntax))
@@ -469,14 +463,6 @@ VX_STATUS append_identifier(int32_t, void* user, uint32_t size, void* data, int3
   return VX_NORMAL_COMPLETION;
 }
 
-VX_STATUS give_identifier(int32_t, void* user, int32_t, uint32_t* size, void** data, int32_t* last) {
-  auto& bytes = static_cast<Identifier*>(user)->bytes;
-  *size = static_cast<uint32_t>(bytes.size());
-  *data = bytes.data();
-  *last = 1;
-  return VX_NORMAL_COMPLETION;
-}
-
 }  // namespace
 
 bool drop_rest(int32_t association, int32_t& message) {
@@ -512,7 +498,7 @@ VX_STATUS read_rest(int32_t association, int32_t& message, IdentifierRoom& room)
   VX_TRANSFER_SYNTAX syntax = 0;
   VX_Get_Message_Transfer_Syntax(message, &syntax);
   uint32_t tag = 0;
-  return VX_Stream_To_Message(message, 0x00010000, 0xFFFFFFFF, syntax, &tag, &identifier, give_identifier);
+  return VX_Stream_To_Message(message, 0x00010000, 0xFFFFFFFF, syntax, &tag, &identifier.bytes, give_string);
 }
 
 }  // namespace vexal

@@ -3,7 +3,9 @@
 #include <cstdio>
 #include <map>
 #include <mutex>
+#include <set>
 #include <shared_mutex>
+#include <tuple>
 
 #include "commands.h"
 #include "condition_words.h"
@@ -435,15 +437,45 @@ void grade(Tree& tree, std::vector<Found>& found) {
 void add_cross_checks(const DicomFile& file, uint16_t command, std::vector<Found>& found) {
   const bool query =
       command == C_FIND_RQ || command == C_FIND_RSP || command == C_MOVE_RQ || command == C_GET_RQ;
+  std::set<std::tuple<int32_t, uint32_t, int32_t, VX_STATUS>> known;
+  for (const Found& one : found) {
+    const ValErrObj& what = one.what;
+    if (one.severity == 0) known.emplace(what.MsgItemID, what.Tag, what.ValueNumber, what.Status);
+  }
   for (CrossFinding& cross : cross_check(file, query)) {
-    const auto known = [&cross](const Found& one) {
-      return one.severity == 0 && one.what.MsgItemID == cross.what.MsgItemID &&
-             one.what.Tag == cross.what.Tag && one.what.ValueNumber == cross.what.ValueNumber &&
-             (one.what.Status == cross.what.Status || one.what.Status == VX_INVALID_VALUE_FOR_VR ||
-              one.what.Status == VX_INVALID_CHARS_IN_VALUE);
+    const ValErrObj& what = cross.what;
+    const auto is_known = [&](VX_STATUS status) {
+      return known.contains({what.MsgItemID, what.Tag, what.ValueNumber, status});
     };
-    if (cross.what.ValueNumber == 0 || std::none_of(found.begin(), found.end(), known))
-      found.push_back({cross.what, 0, std::move(cross.reason)});
+    if (what.ValueNumber == 0 || (!is_known(what.Status) && !is_known(VX_INVALID_VALUE_FOR_VR) &&
+                                  !is_known(VX_INVALID_CHARS_IN_VALUE)))
+      found.push_back({what, 0, std::move(cross.reason)});
+  }
+}
+
+// The library passes over an item without attributes where the sequence need not have values; what its rules
+// demand is missing all the same.
+void add_empty_items(int32_t object, Tree& tree, const std::set<int32_t>& told, std::vector<Found>& found) {
+  std::vector<uint32_t> sequences;
+  uint32_t tag = 0;
+  VX_VR vr = 0;
+  VX_STATUS status = VX_Get_First_Attribute(object, &tag, &vr, nullptr);
+  for (; status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Attribute(object, &tag, &vr, nullptr)) {
+    if (vr == VX_VR_SQ) sequences.push_back(tag);
+  }
+  for (const uint32_t sequence : sequences) {
+    const Rule* rule = tree.rule(object, sequence);
+    const bool typed = rule != nullptr && !rule->items.empty();
+    for (const int32_t item : sequence_items(object, sequence)) {
+      const bool empty = VX_Get_First_Attribute(item, &tag, &vr, nullptr) != VX_NORMAL_COMPLETION;
+      std::vector<ValErrObj> missing;
+      if (!empty) {
+        add_empty_items(item, tree, told, found);
+      } else if (typed && !told.contains(item)) {
+        run_validation(item, VX_Errors_Only, missing);
+      }
+      for (const ValErrObj& one : missing) found.push_back({one, 0, ""});
+    }
   }
 }
 
@@ -454,6 +486,9 @@ std::string examine(const DicomFile& file, const ValidateSettings& settings, Tre
   tree.set_standard(standard);
   const VX_STATUS status = validate_levels(file.id(), settings, standard.command, found);
   if (status != VX_NORMAL_COMPLETION) return standard.title() + ": " + VX_Error_Message(status);
+  std::set<int32_t> told;
+  for (const Found& one : found) told.insert(one.what.MsgItemID);
+  if (standard.command == C_STORE_RQ) add_empty_items(file.id(), tree, told, found);
   grade(tree, found);
   add_cross_checks(file, standard.command, found);
   std::erase_if(found, [&](const Found& one) { return one.severity >= settings.level; });

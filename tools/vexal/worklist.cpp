@@ -4,9 +4,9 @@
 #include <filesystem>
 #include <vector>
 
-#include "catalog.h"
 #include "charset.h"
 #include "files.h"
+#include "key_match.h"
 #include "network.h"
 #include "session.h"
 #include "tag_path.h"

@@ -38,7 +38,10 @@ class Checker {
   void run(const std::string& conditions_files, const std::string& names_file) {
     if (!conditions_files.empty()) conditions_ = read_conditions(split(conditions_files, ','));
     for (const Block& block : tables_.templates.blocks()) {
-      for (const auto& row : block.rows) check_row(row);
+      for (const auto& row : block.rows) {
+        check_row(row);
+        if (block.kind != BlockKind::kMessage) check_reason(row);
+      }
       // Items are opened by name too, whether a sequence lists them or not.
       if (block.kind == BlockKind::kMessage || block.kind == BlockKind::kItem) reach(block);
     }
@@ -53,6 +56,16 @@ class Checker {
  private:
   void fault(const Place& place, const std::string& text) { problems_.error(*place.file, place.line, text); }
   void warn(const Place& place, const std::string& text) { problems_.warning(*place.file, place.line, text); }
+
+  // A condition or a reason; what a message holds beside its modules stands in PS3.4, which rarely tells.
+  void check_reason(const std::variant<Attribute, Reference>& row) {
+    const auto* attribute = std::get_if<Attribute>(&row);
+    if (attribute == nullptr) return;
+    const bool open = is_conditional(attribute->type) && attribute->condition.empty();
+    if (open == attribute->untold.empty())
+      fault(attribute->place, open ? "a conditional type has a condition, or with ! why none can be told"
+                                   : "why there is no condition, where there is one or none is wanted");
+  }
 
   void check_row(const std::variant<Attribute, Reference>& row) {
     if (const auto* reference = std::get_if<Reference>(&row)) {

@@ -49,6 +49,9 @@ std::string parse_option(Attribute& attribute, const std::string& field) {
       if (!attribute.condition.empty()) return "a second condition";
       attribute.condition = rest;
       break;
+    case '!':
+      attribute.untold = rest;
+      break;
     case '^':
       attribute.module = rest;
       break;

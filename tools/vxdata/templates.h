@@ -26,6 +26,7 @@
 //   :VR       VR, for an attribute that the dictionary lacks
 //   @CODE     private creator      *TEXT   default value
 //   ^TITLE    the module that it comes from, where that is not the block's title
+//   !REASON   of a conditional type without a condition: why no object tells whether it holds
 //
 // Columns are separated by tabs. Within values "\|" is a bar and "\\" a backslash.
 
@@ -73,6 +74,7 @@ struct Attribute {
   std::string keyword;
   std::string condition;  // a name, or a rule in parentheses
   bool may = false;       // be there where the condition does not hold
+  std::string untold;     // why there is no condition
   std::string module;     // title of the module or macro that the type comes from
   std::vector<ValueList> values;
   std::vector<std::string> items;
