@@ -1,5 +1,5 @@
 // A network capture file and the dialogues in it, from hostile bytes.
-#include "../tools/vexal/capture_reader.h"
+#include "../tools/vexal/network/capture_reader.h"
 
 #include <cstdint>
 #include <cstdio>

@@ -1,5 +1,5 @@
 // Bytes under every choice of character sets: the first two bytes choose two sets.
-#include "../tools/vexal/printable.h"
+#include "../tools/vexal/base/printable.h"
 
 #include <cstddef>
 #include <cstdint>

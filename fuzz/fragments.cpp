@@ -1,5 +1,5 @@
 // The items of an encapsulated value and the frames that the program finds in them, from hostile bytes.
-#include "../tools/vexal/fragments.h"
+#include "../tools/vexal/files/fragments.h"
 
 #include <algorithm>
 #include <cstring>

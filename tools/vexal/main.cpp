@@ -5,8 +5,8 @@
 #include <exception>
 #include <string>
 
-#include "args.h"
-#include "session.h"
+#include "base/args.h"
+#include "base/session.h"
 #include "vexalkit.h"
 
 namespace vexal {

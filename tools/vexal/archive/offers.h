@@ -1,0 +1,3 @@
+// The index and what serves from it: the headers of this room that others may include.
+#pragma once
+// None: it offers its subcommands alone.

@@ -1,0 +1,116 @@
+#include "steps.h"
+
+#include <sys/stat.h>
+
+#include <vector>
+
+#include "base/byte_stream.h"
+#include "base/session.h"
+#include "base/uid.h"
+#include "base/values.h"
+#include "files/files.h"
+
+namespace vexal {
+namespace {
+
+constexpr char kStepClass[] = "1.2.840.10008.3.1.2.3.3";
+constexpr uint32_t kState = 0x00400252;
+constexpr mode_t kMode = 0640;
+
+// The data set of a message as bytes.
+bool encode(int32_t message, std::string& bytes) {
+  return VX_Message_To_Stream(message, 0x00080000, 0xFFFFFFFF, EXPLICIT_LITTLE_ENDIAN, &bytes,
+                              append_to_string) == VX_NORMAL_COMPLETION;
+}
+
+bool decode(int32_t object, std::string& bytes) {
+  uint32_t tag = 0;
+  return bytes.empty() || VX_Stream_To_Message(object, 0x00080000, 0xFFFFFFFF, EXPLICIT_LITTLE_ENDIAN, &tag,
+                                               &bytes, give_string) == VX_NORMAL_COMPLETION;
+}
+
+std::vector<uint32_t> tags_of(int32_t object) {
+  std::vector<uint32_t> tags;
+  uint32_t tag = 0;
+  VX_VR vr = 0;
+  for (VX_STATUS status = VX_Get_First_Attribute(object, &tag, &vr, nullptr); status == VX_NORMAL_COMPLETION;
+       status = VX_Get_Next_Attribute(object, &tag, &vr, nullptr)) {
+    if (tag > 0x0000FFFFU) tags.push_back(tag);
+  }
+  return tags;
+}
+
+bool is_final(const std::string& state) {
+  return state == "COMPLETED" || state == "DISCONTINUED";
+}
+
+// Writes a step, whose data set the message is; it becomes a file. False after a line on standard error.
+bool write_step(const std::string& path, const std::string& instance, Message& step) {
+  FileSink sink;
+  set_all_text(step.id, 0x00080016, kStepClass);
+  set_all_text(step.id, 0x00080018, instance);
+  std::string error = sink.open(path, kMode);
+  if (error.empty()) {
+    VX_STATUS status = VX_Message_To_File(step.id, path.c_str());
+    VX_Set_Value_From_String(step.id, 0x00020002, kStepClass);
+    VX_Set_Value_From_String(step.id, 0x00020003, instance.c_str());
+    if (status == VX_NORMAL_COMPLETION)
+      status = VX_Set_Message_Transfer_Syntax(step.id, EXPLICIT_LITTLE_ENDIAN);
+    if (status == VX_NORMAL_COMPLETION) status = VX_Write_File(step.id, 0, &sink, FileSink::file_output);
+    error = status == VX_NORMAL_COMPLETION ? sink.commit() : VX_Error_Message(status);
+    VX_Free_File(&step.id);
+  }
+  if (!error.empty()) report(path, error);
+  return error.empty();
+}
+
+// A message with the data set of another object.
+bool copy_of(int32_t object, Message& copy) {
+  std::string bytes;
+  return encode(object, bytes) && VX_Open_Empty_Message(&copy.id) == VX_NORMAL_COMPLETION &&
+         decode(copy.id, bytes);
+}
+
+}  // namespace
+
+uint16_t ProcedureSteps::create(int32_t message, std::string& instance) {
+  instance = text_of(message, 0x00001000);
+  if (instance.empty()) instance = new_uid();
+  if (!is_safe_name(instance)) return kInvalidValue;
+  const std::string state = text_of(message, kState);
+  if (state.empty()) return kMissingAttribute;
+  if (state != "IN PROGRESS") return kInvalidValue;
+  const std::lock_guard lock(mutex_);
+  struct stat status {};
+  if (::lstat(path_of(instance).c_str(), &status) == 0) return kDuplicateInstance;
+  Message step;
+  return copy_of(message, step) && write_step(path_of(instance), instance, step) ? kSuccessStatus
+                                                                                 : kProcessingFailure;
+}
+
+uint16_t ProcedureSteps::set(int32_t message, std::string& instance) {
+  instance = text_of(message, 0x00001001);
+  if (!is_safe_name(instance)) return kNoSuchInstance;
+  const std::string wanted = text_of(message, kState);
+  if (!wanted.empty() && wanted != "IN PROGRESS" && !is_final(wanted)) return kInvalidValue;
+  const std::lock_guard lock(mutex_);
+  struct stat status {};
+  if (::lstat(path_of(instance).c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return kNoSuchInstance;
+  DicomFile there;
+  if (there.open(path_of(instance), {false}) != VX_NORMAL_COMPLETION) {
+    report(path_of(instance), there.problem());
+    return kProcessingFailure;
+  }
+  // One that has ended does not change any more (PS3.4 section F.7.2.2).
+  if (is_final(text_of(there.id(), kState))) return kProcessingFailure;
+  Message step;
+  std::string changes;
+  if (there.become_message(service_of_class(kStepClass).c_str(), N_SET_RQ) != VX_NORMAL_COMPLETION ||
+      !copy_of(there.id(), step) || !encode(message, changes))
+    return kProcessingFailure;
+  for (const uint32_t tag : tags_of(message)) VX_Delete_Attribute(step.id, tag);
+  if (!decode(step.id, changes) || !write_step(path_of(instance), instance, step)) return kProcessingFailure;
+  return kSuccessStatus;
+}
+
+}  // namespace vexal

@@ -1,0 +1,139 @@
+// vexal dir check: what in a DICOMDIR does not fit itself or the files.
+#include <cstdio>
+#include <map>
+#include <set>
+
+#include "base/args.h"
+#include "base/names.h"
+#include "base/printable.h"
+#include "base/session.h"
+#include "base/tag_path.h"
+#include "base/values.h"
+#include "dir.h"
+#include "files/file_set.h"
+#include "files/files.h"
+
+namespace vexal {
+namespace {
+
+namespace fs = std::filesystem;
+
+class Check {
+ public:
+  Check(Directory& directory, std::string path, bool fast)
+      : directory_(directory), path_(std::move(path)), fast_(fast) {}
+  int run();
+
+ private:
+  void found(const std::string& text) {
+    say("%s: %s", path_.c_str(), text.c_str());
+    ++findings_;
+  }
+  void check_record(const Record& record, const std::string& parent_type);
+  void check_file(const Record& record, const std::string& file_id);
+  void check_uid(const Record& record);
+  void check_rest(std::size_t reached);
+  void check_rules();
+
+  Directory& directory_;
+  const std::string path_;
+  const bool fast_;
+  int findings_ = 0;
+  std::set<std::string> uids_;
+  std::set<fs::path> listed_;
+};
+
+void Check::check_uid(const Record& record) {
+  const std::string uid = text_of(record.id, uid_tag_of(record.type));
+  if (!uid.empty() && !uids_.insert(uid).second) found("two records for " + uid);
+}
+
+void Check::check_file(const Record& record, const std::string& file_id) {
+  const fs::path file = find_file(directory_.folder(), file_id);
+  if (file.empty()) {
+    found(file_id + ": there is no such file");
+    return;
+  }
+  listed_.insert(file.lexically_normal());
+  if (fast_) return;
+  const CurrentFile current(file.string());
+  DicomFile object;
+  if (object.open(file.string(), {.last_tag = 0x0002FFFF}) != VX_NORMAL_COMPLETION) {
+    found(file_id + ": " + object.problem());
+    return;
+  }
+  constexpr std::pair<uint32_t, uint32_t> kPairs[] = {
+      {kClassInFile, 0x00020002}, {kInstanceInFile, 0x00020003}, {kSyntaxInFile, 0x00020010}};
+  for (const auto& [in_record, in_file] : kPairs) {
+    const std::string said = text_of(record.id, in_record);
+    const std::string is = text_of(object.id(), in_file);
+    if (said != is) found(file_id + ": " + describe_tag(in_record) + " is " + said + ", the file has " + is);
+  }
+}
+
+void Check::check_record(const Record& record, const std::string& parent_type) {
+  if (!may_stand_below(parent_type, record.type)) {
+    found("a record of type " + record.type + " may not stand " +
+          (parent_type.empty() ? "at the root" : "below " + parent_type));
+  }
+  int32_t in_use = 0xFFFF;
+  VX_Get_Value_To_Int(record.id, 0x00041410, &in_use);
+  if (in_use == 0) found("a record of type " + record.type + " is marked as out of use");
+  check_uid(record);
+  const std::string file_id = file_id_of(record.id);
+  if (!file_id.empty()) check_file(record, file_id);
+}
+
+// Records that no chain reaches, and files that no record names.
+void Check::check_rest(std::size_t reached) {
+  std::size_t all = 0;
+  for (const int32_t id : sequence_items(directory_.id(), 0x00041220)) {
+    if (text_of(id, kRecordType) != "MRDR") ++all;
+  }
+  if (all > reached) found(std::to_string(all - reached) + " records are in the file, but in no chain");
+  if (fast_) return;
+  bool failed = false;
+  for (const std::string& path : expand_paths({directory_.folder().string()}, failed)) {
+    const fs::path file = fs::path(path).lexically_normal();
+    if (listed_.count(file) != 0 || fs::equivalent(file, path_)) continue;
+    DicomFile object;
+    const MutedWarnings muted;
+    if (object.open(path, {.last_tag = 0x0002FFFF}) == VX_NORMAL_COMPLETION && object.has_meta()) {
+      found(file.lexically_relative(directory_.folder()).string() + ": the file has no record");
+    }
+  }
+}
+
+void Check::check_rules() {
+  ValErrObj* error = nullptr;
+  for (VX_STATUS status = VX_Validate_File(directory_.id(), &error, VX_Errors_Only);
+       status == VX_DOES_NOT_VALIDATE && error != nullptr;) {
+    found(describe_tag(error->Tag) + ": " + VX_Error_Message(error->Status));
+    if (VX_Get_Next_Validate_Error(directory_.id(), &error) != VX_NORMAL_COMPLETION) break;
+  }
+}
+
+int Check::run() {
+  if (!directory_.problem().empty()) found(directory_.problem());
+  const std::vector<Record> records = directory_.records();
+  std::map<int32_t, std::string> types;
+  for (const Record& record : records) {
+    types[record.id] = record.type;
+    check_record(record, record.parent != 0 ? types[record.parent] : std::string());
+  }
+  check_rest(records.size());
+  check_rules();
+  say("%s: %zu records, %d findings", path_.c_str(), records.size(), findings_);
+  return findings_ == 0 ? kSuccess : kFindings;
+}
+
+}  // namespace
+
+int check_directory(const std::string& path, bool fast) {
+  const CurrentFile current(path);
+  Directory directory;
+  if (!directory.open(path, true)) return kUsage;
+  return Check(directory, path, fast).run();
+}
+
+}  // namespace vexal

@@ -1,0 +1,21 @@
+// Bulk values of JSON in files beside it, named by BulkDataURI.
+#pragma once
+
+#include <string>
+
+#include "files/files.h"
+#include "text_documents.h"
+
+namespace vexal {
+
+bool is_encapsulated(VX_TRANSFER_SYNTAX syntax);
+
+// Writes the bulk values of the file into files of the folder, named by its UID and their place, and a
+// BulkDataURI for each into its JSON text. An error text, empty on success.
+std::string move_bulk(const DicomFile& file, const std::string& folder, bool indent, std::string& text);
+// VX_Json_To_Message_With_Options of a text whose bulk values may lie in files of the folder. Nothing outside
+// it is opened, by links neither. What can not be had is an error text in `problem`.
+VX_STATUS read_with_bulk(int32_t id, TextDocuments& text, int32_t options, const std::string& folder,
+                         std::string& problem);
+
+}  // namespace vexal

@@ -1,0 +1,5 @@
+// Objects as text and back: the headers of this room that others may include.
+#pragma once
+
+#include "bulk_files.h"
+#include "text_forms.h"

@@ -1,0 +1,6 @@
+// Frames, and how files are written: the headers of this room that others may include.
+#pragma once
+
+#include "bounded_file.h"
+#include "recode.h"
+#include "write_options.h"

@@ -1,0 +1,162 @@
+// Pixel data in another transfer syntax, frame by frame: in bounded memory, on several threads where there
+// are several frames, and with the same result on any number of them.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "files/files.h"
+#include "files/temp_folder.h"
+#include "frame_source.h"
+
+namespace vexal {
+
+// A transfer syntax that someone names: a UID, or one of the names that kSyntaxNames lists.
+bool find_syntax(const std::string& text, VX_TRANSFER_SYNTAX& syntax);
+#define VEXAL_SYNTAX_NAMES                                                                                \
+  "a UID, or implicit, explicit, big-endian, deflated, rle, jpeg, jpeg-12, jpeg-lossless, jpeg-ls, jpeg-" \
+  "ls-near, jpeg2000, jpeg2000-lossy"
+
+// Comes before threads and conversions: the temporary folder, and a heap that suits frames.
+void prepare_recoding();
+
+bool can_decompress(VX_TRANSFER_SYNTAX syntax);
+// Null: there is none.
+VX_COMPRESSION_CALLBACK compressor_of(VX_TRANSFER_SYNTAX syntax);
+// Loses something of the image: the result is another instance (PS3.3 section C.7.6.1.1.5).
+bool is_lossy(VX_TRANSFER_SYNTAX syntax);
+
+// What all frames of an image have in common.
+struct FrameForm {
+  using Attributes = std::vector<std::pair<uint32_t, std::string>>;
+  // What came of the frames, whichever thread made them.
+  struct Notes {
+    std::atomic<uint32_t> filled_up{0};  // frames that had too little data
+    std::atomic<bool> lost{false};       // something of the image
+  };
+  VX_TRANSFER_SYNTAX from = 0;
+  VX_TRANSFER_SYNTAX to = 0;
+  VX_TRANSFER_SYNTAX decoder = 0;  // whose codec takes the frames apart
+  VX_VR vr = VX_VR_OB;
+  Attributes stored;      // as the object has them
+  Attributes attributes;  // as the codecs are to see them
+  std::shared_ptr<Notes> notes = std::make_shared<Notes>();
+  FrameForm() = default;
+  FrameForm(VX_TRANSFER_SYNTAX source, VX_TRANSFER_SYNTAX target);
+  void read(int32_t object);
+  void relabel(const char* photometric);
+  bool has_half_colour() const;          // two pixels share a sample of each colour
+  std::string text(uint32_t tag) const;  // of an attribute, "" if it is not there
+  std::string stored_text(uint32_t tag) const;
+  uint64_t image_bits() const;    // of a frame without compression
+  bool inflates = false;          // frames are deflated, each on its own (PS3.5 section 10.20)
+  bool unpacks = false;           // half colour becomes whole on the way to the compressor
+  bool compresses_alone = false;  // frames that are compressed leave all attributes as they are
+  bool decompresses() const { return !is_uncompressed(from) && !inflates; }
+  bool compresses() const { return !is_uncompressed(to); }
+};
+class FrameConveyor;
+class FrameWorker;
+
+// The frames of an image, decompressed one by one.
+class FrameDecoder {
+ public:
+  FrameDecoder();
+  ~FrameDecoder();
+  // Finds the frames of the file's outermost object, whose Pixel Data is compressed. The file has to stay
+  // open. An error text, empty on success.
+  std::string open(const DicomFile& file);
+  // Adds the bytes of a frame (from 0): as the object describes them, but in the photometric interpretation
+  // that its decompressor gives. Colour that is stored at half the width comes whole. An error text, empty on
+  // success.
+  std::string frame(uint32_t number, Bytes& bytes);
+  // Likewise in its compressed form, which needs no decoder.
+  std::string code_stream(uint32_t number, Bytes& bytes) const;
+  // All frames are one stream then.
+  bool is_video() const { return source_.is_video(); }
+  // Frames so far that had too little data and were filled up.
+  uint32_t filled_up() const { return form_.notes->filled_up; }
+
+ private:
+  FrameSource source_;
+  FrameForm form_;
+  std::string fault_;  // why they can not be decompressed
+  std::unique_ptr<FrameWorker> worker_;
+};
+
+// Takes the place of the Pixel Data of a file in what the library writes or sends.
+class RecodedPixels {
+ public:
+  enum class When {
+    AsWritten,  // what can be is converted by write()
+    Ahead       // all is converted before: nothing fails later
+  };
+  RecodedPixels();
+  ~RecodedPixels();
+  RecodedPixels(const RecodedPixels&) = delete;
+  RecodedPixels& operator=(const RecodedPixels&) = delete;
+
+  // True if the pixels of the file have another form under `target`.
+  static bool needed(const DicomFile& file, VX_TRANSFER_SYNTAX target);
+  // Converts, and brings the attributes of the object in line; the object is then to be given `target`. The
+  // file has to stay open while this lives. An error text, empty on success.
+  std::string attach(DicomFile& file, VX_TRANSFER_SYNTAX target, unsigned threads, When when);
+  // Writes the object of the file, with these pixels where they were attached. An error text, empty on
+  // success.
+  std::string write(const DicomFile& file, FileSink& sink, int32_t pad);
+  // Why the pixels could not be had, if that was the error.
+  const std::string& problem() const { return problem_; }
+  // What of the image did not come through although all went well; empty if nothing is missing.
+  std::string finding() const;
+
+ private:
+  std::string convert_first();
+  std::string convert_all();
+  std::string store(const Bytes& frame, uint32_t number);
+  bool has_right_size(const Bytes& frame, uint32_t number) const;
+  std::string bring_in_line(DicomFile& file);
+  std::string tell_of_loss(int32_t id) const;
+  bool fits_late_table() const;
+  std::string head() const;
+  void note_item(uint32_t number);
+  bool next_piece(bool first, bool& ended);
+  bool can_place() const;
+  bool place_others(bool& ended);
+  bool next_of_spill(bool first, bool& ended);
+  static VX_STATUS callback(int32_t id, uint32_t tag, void* user, VX_CALLBACK_REQUEST request, uint32_t* size,
+                            void** data, int32_t first, int32_t* last);
+
+  int32_t application_ = -1;
+  FrameSource source_;
+  FrameForm form_;
+  unsigned threads_ = 1;
+  std::unique_ptr<FrameConveyor> conveyor_;
+  bool spilled_ = false;  // all is converted and lies in spill_, as in the value behind its offset table
+  Spill spill_;
+  bool late_table_ = false;        // the offsets are filled in behind the last frame
+  std::vector<uint32_t> offsets_;  // of the frames in the value
+  FileSink* sink_ = nullptr;
+  FrameForm::Attributes changes_;  // of attributes
+  std::string method_;             // of a lossy compression, and what it says of itself
+  std::string description_;
+  bool joins_ = false;  // frames of single bits that do not end at a byte
+  BitJoiner joiner_;
+  Bytes joined_;
+  Bytes first_frame_;
+  uint64_t frame_bytes_ = 0;  // of each frame, where the value is not encapsulated
+  uint64_t length_ = 0;       // of that value
+  std::string path_;
+  std::string problem_;
+
+  // The reading of the value.
+  Bytes piece_;
+  uint64_t given_ = 0;  // of its bytes, behind the offset table
+  uint32_t frame_ = 0;
+  bool placed_ = false;  // the others lie in the file before the library gives them
+};
+
+}  // namespace vexal

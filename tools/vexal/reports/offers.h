@@ -1,0 +1,3 @@
+// Structured reports: the headers of this room that others may include.
+#pragma once
+// None: it offers its subcommands alone.

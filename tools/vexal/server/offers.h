@@ -1,0 +1,6 @@
+// Associations as acceptor: the headers of this room that others may include.
+#pragma once
+
+#include "acceptor.h"
+#include "request.h"
+#include "storage.h"

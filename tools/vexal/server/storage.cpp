@@ -1,0 +1,504 @@
+#include "storage.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <functional>
+#include <mutex>
+
+#include "base/byte_stream.h"
+#include "base/embedded.h"
+#include "base/printable.h"
+#include "base/session.h"
+#include "base/tables.h"
+#include "images/bounded_file.h"
+#include "images/recode.h"
+#include "network/network.h"
+#include "request.h"
+
+namespace vexal {
+namespace {
+
+constexpr uint32_t kClass = 0x00080016;
+constexpr uint32_t kInstance = 0x00080018;
+constexpr uint32_t kStudy = 0x0020000D;
+constexpr uint32_t kSeries = 0x0020000E;
+constexpr uint32_t kTreeTags[] = {kClass, kInstance, kStudy, kSeries};
+
+constexpr char kNearlyFull[] = "the disk is nearly full";
+constexpr char kOverMostBytes[] = "is larger than --max-size allows";
+constexpr uint64_t kMostPassedOver = 64U << 20;  // of an object that is refused
+constexpr uint64_t kDiskCheck = 16U << 20;       // bytes between two looks at the room that is left
+
+// Whether objects have to be refused before the disk is full.
+bool nearly_full(const StorageOptions& options) {
+  struct statvfs disk {};
+  if (options.reserve == 0 || ::statvfs(options.folder.c_str(), &disk) != 0) return false;
+  const uint64_t free = uint64_t{disk.f_bavail} * disk.f_frsize;
+  const uint64_t share = std::min<uint64_t>(uint64_t{disk.f_blocks} * disk.f_frsize / 100, 1U << 30);
+  return free < (options.reserve > 0 ? static_cast<uint64_t>(options.reserve) : share);
+}
+
+// --mode; without it, what servers give objects: nothing to others. False after a line on standard error.
+bool read_mode(const Args& args, mode_t& mode) {
+  const mode_t mask = ::umask(077);
+  ::umask(mask);
+  mode = 0640 & ~mask;
+  if (!args.has("--mode")) return true;
+  const std::string text = args.get("--mode");
+  char* end = nullptr;
+  const unsigned long number = std::strtoul(text.c_str(), &end, 8);
+  if (text.empty() || *end != '\0' || number > 0777 || (number & 0600) != 0600) {
+    complain("--mode %s: give it in octal, from 0600 to 0777", text.c_str());
+    return false;
+  }
+  mode = static_cast<mode_t>(number);
+  return true;
+}
+
+// Preamble, prefix and meta group of a file (PS3.10 section 7.1); the library writes all three for a file's
+// group 0002.
+VX_STATUS encode_head(const StoredObject& object, VX_TRANSFER_SYNTAX syntax, const std::string& calling_title,
+                      std::string& out) {
+  int32_t id = -1;
+  VX_STATUS status = VX_Create_Empty_File(&id, "");
+  if (status != VX_NORMAL_COMPLETION) return status;
+  char text[68] = "";
+  const unsigned char version[2] = {0, 1};
+  VX_Add_Standard_Attribute(id, 0x00020000);
+  VX_Set_Value_From_Buffer(id, 0x00020001, version, 2);
+  VX_Set_Value_From_String(id, 0x00020002, object.sop_class.c_str());
+  VX_Set_Value_From_String(id, 0x00020003, object.instance.c_str());
+  VX_Set_Value_From_String(id, 0x00020010, uid_of_syntax(syntax).c_str());
+  VX_Get_String_Config_Value(VX_CFG_IMPLEMENTATION_CLASS_UID, sizeof text, text);
+  VX_Set_Value_From_String(id, 0x00020012, text);
+  VX_Get_String_Config_Value(VX_CFG_IMPLEMENTATION_VERSION, sizeof text, text);
+  if (*text != '\0') VX_Set_Value_From_String(id, 0x00020013, text);
+  if (!calling_title.empty()) VX_Set_Value_From_String(id, 0x00020016, calling_title.c_str());
+  out.clear();
+  status = VX_Message_To_Stream(id, 0x00020000, 0x0002FFFF, EXPLICIT_LITTLE_ENDIAN, &out, append_to_string);
+  VX_Free_File(&id);
+  return status;
+}
+
+}  // namespace
+
+std::vector<std::string> storage_classes(bool with_retired) {
+  std::vector<std::string> classes;
+  std::string_view text = uid_table();
+  std::string_view line;
+  while (next_line(text, line)) {
+    const std::string uid(next_cell(line));
+    const std::string_view kind = next_cell(line);
+    // Storage classes have "Storage" in their names (PS3.4 section B.5); directories and commitment are not
+    // stored.
+    const std::string_view name = next_cell(line);
+    if (kind != "SOP class" || name.find("Storage") == std::string_view::npos ||
+        uid.starts_with("1.2.840.10008.1."))
+      continue;
+    const bool retired = next_cell(line) == "retired";
+    if ((with_retired || !retired) && !service_of_class(uid).empty()) classes.push_back(uid);
+  }
+  return classes;
+}
+
+std::vector<Proposal> storage_services(bool prefer_compressed) {
+  std::vector<VX_TRANSFER_SYNTAX> plain = {EXPLICIT_LITTLE_ENDIAN, IMPLICIT_LITTLE_ENDIAN,
+                                           EXPLICIT_BIG_ENDIAN, DEFLATED_EXPLICIT_LITTLE_ENDIAN};
+  std::vector<VX_TRANSFER_SYNTAX> syntaxes;
+  for (VX_TRANSFER_SYNTAX syntax = RLE; syntax <= JPIP_REFERENCED_DEFLATE; ++syntax) {
+    if (!uid_of_syntax(syntax).empty()) syntaxes.push_back(syntax);
+  }
+  syntaxes.insert(prefer_compressed ? syntaxes.end() : syntaxes.begin(), plain.begin(), plain.end());
+  // Verification comes besides, from who accepts.
+  std::vector<Proposal> proposals;
+  for (const std::string& sop_class : storage_classes(true)) proposals.push_back({sop_class, syntaxes});
+  return proposals;
+}
+
+bool StorageOptions::read(const Args& args, bool server) {
+  folder = args.get("--dir", ".");
+  if (folder.starts_with('-')) folder.insert(0, "./");  // no option of a command that gets a path in it
+  tree = args.has("--tree");
+  durable = args.has("--fsync");
+  long most = 0;
+  long free = -1;
+  if (!args.number("--max-size", 1, 0x7FFFFFFFFFFFL, most) ||
+      !args.number("--reserve", 0, 0x7FFFFFFFFFFFFFFL, free) || (server && !read_mode(args, mode)))
+    return false;
+  most_bytes = static_cast<uint64_t>(most);
+  reserve = free;
+  const std::string word = args.get("--duplicates", "refuse");
+  if (word != "refuse" && word != "keep" && word != "replace") {
+    complain("--duplicates %s: give refuse, keep or replace", word.c_str());
+    return false;
+  }
+  duplicates = word == "keep"      ? Duplicates::Keep
+               : word == "replace" ? Duplicates::Replace
+                                   : Duplicates::Refuse;
+  std::error_code failure;
+  std::filesystem::create_directories(folder, failure);
+  if (failure) {
+    complain("--dir %s: %s", folder.c_str(), failure.message().c_str());
+    return false;
+  }
+  if (!args.has("--journal")) return true;
+  const std::string error = journal.open(args.get("--journal"), mode != 0 ? mode : 0640);
+  if (!error.empty()) complain("--journal %s: %s", args.get("--journal").c_str(), error.c_str());
+  return error.empty();
+}
+
+// ---- Who stored what ----
+
+Journal::~Journal() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+std::string Journal::open(const std::string& path, mode_t mode) {
+  fd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, mode);
+  return fd_ >= 0 ? "" : std::strerror(errno);
+}
+
+void Journal::write(const std::string& title, const std::string& address, const StoredObject& stored,
+                    uint16_t status) const {
+  if (fd_ < 0) return;
+  constexpr const char* kWords[] = {"failed", "stored", "repeated", "replaced", "kept", "refused"};
+  char head[64];
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  ::gmtime_r(&now, &parts);
+  std::strftime(head, sizeof head, "%Y-%m-%dT%H:%M:%SZ", &parts);
+  char code[8];
+  std::snprintf(code, sizeof code, "%04X", status);
+  std::string line = head;
+  for (const std::string& cell :
+       {shown(title), address, std::string(kWords[static_cast<int>(stored.outcome)]), std::string(code),
+        shown(stored.sop_class), shown(stored.instance), std::to_string(stored.bytes), shown(stored.path)})
+    line += "\t" + cell;
+  line += '\n';
+  // One write, so that lines of several threads stay whole.
+  if (::write(fd_, line.data(), line.size()) != static_cast<ssize_t>(line.size()))
+    complain("--journal: can not write: %s", std::strerror(errno));
+}
+
+// ---- Where an object lies ----
+
+namespace {
+
+// Objects of one instance are placed one after the other.
+std::mutex& mutex_of(const std::string& instance) {
+  static std::mutex mutexes[64];
+  return mutexes[std::hash<std::string>()(instance) % std::size(mutexes)];
+}
+
+// A folder of its own below the one of the objects; what lies there in its place, a link included, is not
+// followed.
+std::string make_folder(const std::string& path, mode_t mode) {
+  const mode_t access = mode == 0 ? 0777 : mode | 0700 | ((mode & 0444) >> 2);
+  if (::mkdir(path.c_str(), access) == 0) return "";
+  if (errno != EEXIST) return path + ": " + std::strerror(errno);
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) ? ""
+                                                                        : path + " is there and no folder";
+}
+
+std::string choose_folder(const std::string& temporary, const StorageOptions& options, StoredObject& stored,
+                          const HeadScan* scan, std::string& folder) {
+  folder = options.folder;
+  if (!options.tree) return "";
+  HeadScan own;
+  if (scan == nullptr) {
+    const std::string error = scan_file(temporary, kTreeTags, own);
+    if (!error.empty()) return error;
+    scan = &own;
+  }
+  stored.study = scan->text(kStudy);
+  stored.series = scan->text(kSeries);
+  // Palettes and the like belong to no study.
+  if (!is_safe_name(stored.study)) stored.study = "no-study";
+  if (!is_safe_name(stored.series)) stored.series = "no-series";
+  folder += "/" + stored.study;
+  const std::string error = make_folder(folder, options.mode);
+  if (!error.empty()) return error;
+  folder += "/" + stored.series;
+  return make_folder(folder, options.mode);
+}
+
+// What is to be done with an object of which there may be one already.
+std::string compare_with(const std::string& there, const std::string& temporary,
+                         const StorageOptions& options, StoredObject& stored) {
+  struct stat status {};
+  if (there.empty() || ::lstat(there.c_str(), &status) != 0) {
+    stored.outcome = StoredObject::Outcome::Stored;
+    return "";
+  }
+  if (!S_ISREG(status.st_mode)) return there + " is there and no file";
+  if (same_data_set(temporary, there)) {
+    stored.outcome = StoredObject::Outcome::Repeated;
+  } else if (options.duplicates == StorageOptions::Duplicates::Replace) {
+    stored.outcome = StoredObject::Outcome::Replaced;
+    report(stored.instance, "replaces other content in " + there);
+  } else if (options.duplicates == StorageOptions::Duplicates::Keep) {
+    stored.outcome = StoredObject::Outcome::Kept;
+    report(stored.instance, "is there with other content, which is kept: " + there);
+  } else {
+    stored.outcome = StoredObject::Outcome::Refused;
+    return "is there with other content: " + there;
+  }
+  return "";
+}
+
+}  // namespace
+
+std::string place_object(FileSink& sink, const StorageOptions& options, StoredObject& stored,
+                         const HeadScan* scan) {
+  const std::lock_guard lock(mutex_of(stored.instance));
+  std::string known;
+  std::string there;
+  std::string final_name;
+  std::string error = options.index != nullptr ? options.index->path_of(stored.instance, known) : "";
+  if (error.empty()) {
+    error = sink.place([&](const std::string& temporary, std::string& final_path) {
+      std::string folder;
+      std::string failure = choose_folder(temporary, options, stored, scan, folder);
+      if (!failure.empty()) return failure;
+      final_name = folder + "/" + stored.instance + ".dcm";
+      final_path = final_name;
+      there = known.empty() ? final_name : known;
+      return compare_with(there, temporary, options, stored);
+    });
+  }
+  using Outcome = StoredObject::Outcome;
+  if (!error.empty() || stored.outcome == Outcome::Kept) {
+    sink.drop();
+    return error;
+  }
+  if (stored.outcome == Outcome::Repeated) {
+    sink.drop();
+    stored.path = there;
+  } else {
+    error = sink.commit(options.durable);
+    if (!error.empty()) stored.outcome = Outcome::Failed;
+    if (!error.empty()) return error;
+    stored.path = final_name;
+  }
+  if (options.index == nullptr || (stored.outcome == Outcome::Repeated && !known.empty())) return "";
+  error = options.index->enter(stored, *scan);
+  if (error.empty() && stored.outcome == Outcome::Replaced && there != final_name) ::unlink(there.c_str());
+  if (error.empty()) return "";
+  // What can not be found is not kept.
+  if (stored.outcome == Outcome::Stored) ::unlink(final_name.c_str());
+  stored.outcome = Outcome::Failed;
+  stored.path.clear();
+  return error;
+}
+
+// ---- Taking an object ----
+
+std::string ObjectWriter::start(const StoredObject& stored) {
+  if (nearly_full(options_)) return kNearlyFull;
+  std::string head;
+  if (encode_head(stored, stored.syntax, calling_title_, head) != VX_NORMAL_COMPLETION)
+    return "can not make its meta group";
+  std::string error = sink_.open(options_.folder + "/" + stored.instance + ".dcm", options_.mode);
+  if (error.empty() && !sink_.write(head.data(), head.size())) error = "can not write";
+  return error;
+}
+
+VX_STATUS ObjectWriter::take_bytes(int32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
+  auto& writer = *static_cast<ObjectWriter*>(user);
+  MessageWatch::progress(size);
+  writer.bytes_ += size;
+  const uint64_t most = writer.options_.most_bytes;
+  if (most != 0 && writer.bytes_ > most) {
+    // The peer gets its answer if it comes to an end soon.
+    if (writer.bytes_ - most > std::min(most, kMostPassedOver)) return VX_CANNOT_COMPLY;
+    writer.error_ = kOverMostBytes;
+  }
+  if (!writer.error_.empty()) return VX_NORMAL_COMPLETION;
+  if (writer.scan_.take(data, size) == HeadScan::State::TooLarge) {
+    writer.error_ = "is larger inflated than is taken";
+  } else if (!writer.sink_.write(data, size)) {
+    writer.error_ = writer.sink_.problem();
+  } else if (writer.bytes_ - writer.checked_ > kDiskCheck) {
+    writer.checked_ = writer.bytes_;
+    if (nearly_full(writer.options_)) writer.error_ = kNearlyFull;
+  }
+  return VX_NORMAL_COMPLETION;
+}
+
+// The object in the syntax that was asked for. False, and a line on standard error where that is a problem:
+// it stays as it came.
+bool ObjectWriter::convert(FileSink& converted, const StoredObject& stored) {
+  std::string problem;
+  bool there = false;  // already, or soon
+  const std::string failure = sink_.place([&](const std::string& temporary, std::string&) -> std::string {
+    const CurrentFile current(stored.instance);
+    BoundedFile bounds;
+    DicomFile file;
+    RecodedPixels pixels;
+    VX_STATUS status = bounds.open(file, temporary, problem);
+    if (status != VX_NORMAL_COMPLETION) return "";
+    there = file.syntax() == options_.syntax;
+    if (there) return "";
+    if (RecodedPixels::needed(file, options_.syntax))
+      problem = pixels.attach(file, options_.syntax, 1, RecodedPixels::When::AsWritten);
+    if (problem.empty()) problem = converted.open(sink_.path(), options_.mode);
+    if (problem.empty()) status = file.set_syntax(options_.syntax);
+    if (problem.empty() && status != VX_NORMAL_COMPLETION) problem = VX_Error_Message(status);
+    if (problem.empty()) problem = pixels.write(file, converted, 0);
+    if (problem.empty()) problem = pixels.finding();
+    return "";
+  });
+  if (!failure.empty()) return false;  // placing it tells
+  if (!problem.empty()) report(stored.instance, "is stored as it came: " + problem);
+  return problem.empty() && !there;
+}
+
+// Request and data set have to name the same object: the answer counts for the one, what is found later for
+// the other.
+std::string ObjectWriter::disagreement(const StoredObject& stored, int32_t& answer) const {
+  // How one of an unknown syntax is written can only be guessed.
+  if (scan_.state() == HeadScan::State::Damaged && is_unknown_syntax(stored.syntax)) return "";
+  if (scan_.state() == HeadScan::State::Damaged) {
+    answer = kNotUnderstood;
+    return "its data set can not be read";
+  }
+  answer = kNotMatching;
+  const std::string instance = scan_.text(kInstance);
+  const std::string sop_class = scan_.text(kClass);
+  // One that is silent contradicts nothing.
+  if (!instance.empty() && instance != stored.instance)
+    return "its data set has the SOP Instance UID \"" + instance + "\"";
+  if (!sop_class.empty() && sop_class != stored.sop_class)
+    return "its data set has the SOP Class UID \"" + sop_class + "\", the request " + stored.sop_class;
+  answer = 0;
+  return "";
+}
+
+// Gives the object its place. The status to answer with.
+int32_t ObjectWriter::finish(StoredObject& stored, std::string& error) {
+  int32_t answer = 0;
+  error = disagreement(stored, answer);
+  if (!error.empty()) return answer;
+  FileSink converted;
+  if (options_.syntax != 0 && !is_unknown_syntax(stored.syntax) && convert(converted, stored)) {
+    error = place_object(converted, options_, stored, &scan_);
+  } else {
+    error = place_object(sink_, options_, stored, &scan_);
+  }
+  if (stored.outcome == StoredObject::Outcome::Refused) return kDuplicateInstance;
+  if (stored.outcome == StoredObject::Outcome::Kept) return kDiscarded;
+  return error.empty() ? 0 : kOutOfResources;
+}
+
+int32_t ObjectWriter::take(int32_t association, int32_t message, StoredObject& stored) {
+  stored = {};
+  stored.sop_class = text_of(message, 0x00000002);
+  stored.instance = text_of(message, 0x00001000);
+  bytes_ = 0;
+  checked_ = 0;
+  VX_Get_Message_Transfer_Syntax(message, &stored.syntax);
+  scan_.start(stored.syntax,
+              options_.index != nullptr ? options_.index->wanted() : std::span<const uint32_t>(kTreeTags),
+              options_.most_bytes);
+  int32_t answer = kOutOfResources;
+  if (!is_safe_name(stored.instance)) {
+    error_ = "its SOP Instance UID can not be a name: " + stored.instance;
+    answer = kInvalidInstance;
+  } else {
+    error_ = start(stored);
+  }
+  // Whatever the answer will be, the data set has to be read.
+  VX_STATUS status = VX_NORMAL_COMPLETION;
+  {
+    const MessageWatch watch;
+    status = VX_Continue_Read_Message_To_Stream(association, &message, this, take_bytes);
+  }
+  if (message >= 0) VX_Free_Message(&message);
+  stored.bytes = bytes_;
+  if (status != VX_NORMAL_COMPLETION) {
+    if (error_ != kOverMostBytes) error_ = VX_Error_Message(status);
+    answer = -1;
+  } else if (error_.empty()) {
+    answer = finish(stored, error_);
+  }
+  sink_.drop();
+  if (!error_.empty()) report(stored.instance, error_);
+  options_.journal.write(calling_title_, address_, stored,
+                         static_cast<uint16_t>(answer < 0 ? 0xFFFF : answer));
+  return answer;
+}
+
+// ---- Identifiers ----
+
+namespace {
+
+// The data sets of requests that are no objects, decoded in memory: many times as large there as on the wire.
+constexpr std::size_t kMostIdentifier = 1U << 20;
+constexpr std::size_t kMostIdentifiers = 3U << 20;
+std::atomic<std::size_t> identifiers{0};
+
+struct Identifier {
+  IdentifierRoom& room;
+  std::string bytes;
+};
+
+VX_STATUS append_identifier(int32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
+  auto& identifier = *static_cast<Identifier*>(user);
+  MessageWatch::progress(size);
+  IdentifierRoom& room = identifier.room;
+  if (size > kMostIdentifier - room.bytes) return VX_CANNOT_COMPLY;
+  room.bytes += size;
+  if (identifiers.fetch_add(size) + size > kMostIdentifiers) room.crowded = true;
+  if (!room.crowded) identifier.bytes.append(static_cast<const char*>(data), size);
+  return VX_NORMAL_COMPLETION;
+}
+
+}  // namespace
+
+bool drop_rest(int32_t association, int32_t& message) {
+  uint32_t kind = 0x0101;
+  VX_Get_Value_To_UInt(message, 0x00000800, &kind);
+  if (kind == 0x0101) return true;
+  uint64_t dropped = 0;
+  const MessageWatch watch;
+  return VX_Continue_Read_Message_To_Stream(
+             association, &message, &dropped,
+             [](int32_t, void* user, uint32_t size, void*, int32_t, int32_t) -> VX_STATUS {
+               MessageWatch::progress(size);
+               return (*static_cast<uint64_t*>(user) += size) <= kMostPassedOver ? VX_NORMAL_COMPLETION
+                                                                                 : VX_CANNOT_COMPLY;
+             }) == VX_NORMAL_COMPLETION;
+}
+
+IdentifierRoom::~IdentifierRoom() {
+  identifiers -= bytes;
+}
+
+VX_STATUS read_rest(int32_t association, int32_t& message, IdentifierRoom& room) {
+  uint32_t kind = 0x0101;
+  VX_Get_Value_To_UInt(message, 0x00000800, &kind);
+  if (kind == 0x0101) return VX_NORMAL_COMPLETION;
+  Identifier identifier{room, ""};
+  {
+    const MessageWatch watch;
+    const VX_STATUS status =
+        VX_Continue_Read_Message_To_Stream(association, &message, &identifier, append_identifier);
+    if (status != VX_NORMAL_COMPLETION || room.crowded) return status;
+  }
+  VX_TRANSFER_SYNTAX syntax = 0;
+  VX_Get_Message_Transfer_Syntax(message, &syntax);
+  uint32_t tag = 0;
+  return VX_Stream_To_Message(message, 0x00010000, 0xFFFFFFFF, syntax, &tag, &identifier.bytes, give_string);
+}
+
+}  // namespace vexal

@@ -1,0 +1,150 @@
+// Objects that arrive over the network become files.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "acceptor.h"
+#include "base/args.h"
+#include "files/files.h"
+#include "files/head_scan.h"
+#include "vexalkit.h"
+
+namespace vexal {
+
+// Rows of the option table of a server that stores.
+#define VEXAL_STORAGE_OPTIONS                                                                             \
+  {"--fsync", nullptr, "have each object on the disk before it is acknowledged"},                         \
+      {"--max-size", "BYTES", "refuse larger objects; of deflated ones, the inflated bytes count"},       \
+      {"--duplicates", "refuse|keep|replace",                                                             \
+       "what is done with an object whose SOP Instance UID is there with other content: refuse it "       \
+       "(default), keep the old one and answer with a warning, or replace the old one; the same content " \
+       "again is always taken"},                                                                          \
+      {"--mode", "OCTAL", "access to the files (default 0640, less what the umask takes away)"},          \
+      {"--reserve", "BYTES",                                                                              \
+       "refuse objects while the disk has less room than this (default: 1 % of it, 1 GiB at most)"},      \
+  {                                                                                                       \
+    "--journal", "FILE", "append a line for each object: when, who, what became of it, which"             \
+  }
+
+// UIDs of the classes with C-STORE that the library knows.
+std::vector<std::string> storage_classes(bool with_retired);
+
+// All of them, in every transfer syntax.
+std::vector<Proposal> storage_services(bool prefer_compressed);
+
+// What became of one C-STORE request.
+struct StoredObject {
+  enum class Outcome { Failed, Stored, Repeated, Replaced, Kept, Refused };
+  Outcome outcome = Outcome::Failed;
+  std::string path;  // where it lies; empty: it is not there
+  std::string sop_class;
+  std::string instance;
+  std::string study;  // filled with `tree` only
+  std::string series;
+  VX_TRANSFER_SYNTAX syntax = 0;
+  uint64_t bytes = 0;
+};
+
+// What finds stored objects by their SOP Instance UID, wherever they lie. Its calls for one instance come one
+// at a time.
+class ObjectIndex {
+ public:
+  virtual ~ObjectIndex() = default;
+  // Tags that it wants to see of each object, in ascending order, (0008,0016), (0008,0018), (0020,000D) and
+  // (0020,000E) among them.
+  virtual std::span<const uint32_t> wanted() const = 0;
+  // The file of an instance; "" if there is none. An error text, empty on success.
+  virtual std::string path_of(const std::string& instance, std::string& path) = 0;
+  // Takes a file in, in place of an older one of the same instance. An error text, empty on success.
+  virtual std::string enter(const StoredObject& stored, const HeadScan& scan) = 0;
+};
+
+// One line for each object that a peer sent, appended to a file.
+class Journal {
+ public:
+  Journal() = default;
+  ~Journal();
+  Journal(const Journal&) = delete;
+  Journal& operator=(const Journal&) = delete;
+  std::string open(const std::string& path, mode_t mode);  // an error text, empty on success
+  void write(const std::string& title, const std::string& address, const StoredObject& stored,
+             uint16_t status) const;
+
+ private:
+  int fd_ = -1;
+};
+
+struct StorageOptions {
+  enum class Duplicates { Refuse, Keep, Replace };
+
+  // --dir, which is made, and --tree; for a server the rows above too. False after a line on standard error.
+  bool read(const Args& args, bool server = false);
+
+  std::string folder;
+  bool durable = false;           // on the disk before it is acknowledged
+  bool tree = false;              // STUDY/SERIES/INSTANCE.dcm instead of INSTANCE.dcm
+  uint64_t most_bytes = 0;        // of one object; 0: no limit
+  VX_TRANSFER_SYNTAX syntax = 0;  // to store in; 0: as it comes
+  Duplicates duplicates = Duplicates::Refuse;
+  mode_t mode = 0;       // of the files; 0: as the system makes files
+  int64_t reserve = -1;  // bytes of the disk that stay free; -1: a share of it
+  ObjectIndex* index = nullptr;
+  Journal journal;
+};
+
+// Gives a file that is written to its end the final name of its object, and fills in where it is; with `tree`
+// the study and the series too. What is there already is dealt with as the options say. `scan` has seen the
+// data set; without one, the file is looked at where that is needed. An error text, empty if the object is
+// there.
+std::string place_object(FileSink& sink, const StorageOptions& options, StoredObject& stored,
+                         const HeadScan* scan = nullptr);
+
+// The file side of one association's C-STORE requests. Not for two threads at once.
+class ObjectWriter {
+ public:
+  ObjectWriter(const StorageOptions& options, std::string calling_title, std::string address = "")
+      : options_(options), calling_title_(std::move(calling_title)), address_(std::move(address)) {}
+
+  // Reads the data set of the request `message` into a file and frees the message. The DIMSE status to answer
+  // with; -1 if the association is lost.
+  int32_t take(int32_t association, int32_t message, StoredObject& stored);
+
+ private:
+  std::string start(const StoredObject& stored);
+  int32_t finish(StoredObject& stored, std::string& error);
+  bool convert(FileSink& converted, const StoredObject& stored);
+  std::string disagreement(const StoredObject& stored, int32_t& answer) const;
+  static VX_STATUS take_bytes(int32_t id, void* user, uint32_t size, void* data, int32_t first, int32_t last);
+
+  const StorageOptions& options_;
+  std::string calling_title_;
+  std::string address_;
+  FileSink sink_;
+  HeadScan scan_;
+  std::string error_;  // what comes is dropped
+  uint64_t bytes_ = 0;
+  uint64_t checked_ = 0;  // bytes that had come when the disk was looked at
+};
+
+// What the data set of one request takes of the room that all of them share while they are in memory.
+struct IdentifierRoom {
+  IdentifierRoom() = default;
+  ~IdentifierRoom();
+  IdentifierRoom(const IdentifierRoom&) = delete;
+  IdentifierRoom& operator=(const IdentifierRoom&) = delete;
+
+  std::size_t bytes = 0;
+  bool crowded = false;  // there was none left: the data set was passed over
+};
+
+// Reads the data set of a message that arrived as its command group, if there is one and there is room for
+// it. On failure the message may be gone. The room is taken as long as `room` lives.
+VX_STATUS read_rest(int32_t association, int32_t& message, IdentifierRoom& room);
+// Passes the data set over, if there is one. False if the association is lost, or there is no end to it.
+bool drop_rest(int32_t association, int32_t& message);
+
+}  // namespace vexal

@@ -1,0 +1,665 @@
+// vexal validate: what in a file breaks the rules of its SOP class.
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <mutex>
+#include <set>
+#include <shared_mutex>
+#include <tuple>
+
+#include "base/commands.h"
+#include "base/json.h"
+#include "base/names.h"
+#include "base/parallel.h"
+#include "base/printable.h"
+#include "base/session.h"
+#include "base/tag_path.h"
+#include "condition_words.h"
+#include "cross_checks.h"
+#include "files/files.h"
+#include "rules.h"
+#include "standard.h"
+
+namespace vexal {
+namespace {
+
+constexpr Option kOptions[] = {
+    {"--level", "LEVEL", "what to show: errors, warnings (default: with the errors) or all"},
+    {"--attribute", "PATH", "only what concerns this attribute and what is below it (may be repeated)"},
+    {"--service", "NAME", "go by the rules of this service, whatever the SOP class"},
+    {"--command", "NAME", "of the service (default: C_STORE_RQ, else the request that fits best)"},
+    {"--json", nullptr, "one JSON object a file, one line each, and one for the summary"},
+    {"--threads", "N", "files read at once (default: the processors)"},
+};
+
+constexpr std::size_t kShown = 64;  // bytes of a value
+constexpr int kLevels = 3;
+constexpr const char* kSingular[] = {"error", "warning", "remark"};
+constexpr const char* kPlural[] = {"errors", "warnings", "remarks"};
+
+struct ValidateSettings {
+  ValidationLevel level = VX_Errors_And_Warnings;
+  bool json = false;
+  Standard standard;  // what the user names of it
+  std::vector<std::vector<PathStep>> paths;
+};
+
+struct Found {
+  ValErrObj what;
+  int severity;        // 0 errors, 1 warnings, 2 remarks
+  std::string reason;  // of what the program has found beside the library: in words
+};
+
+bool same(const ValErrObj& a, const ValErrObj& b) {
+  return a.Tag == b.Tag && a.MsgItemID == b.MsgItemID && a.ValueNumber == b.ValueNumber &&
+         a.Status == b.Status;
+}
+
+VX_STATUS run_validation(int32_t id, ValidationLevel level, std::vector<ValErrObj>& findings) {
+  ValErrObj* finding = nullptr;
+  const VX_STATUS status = VX_Validate_Message(id, &finding, level);
+  while (finding != nullptr) {
+    findings.push_back(*finding);
+    VX_Get_Next_Validate_Error(id, &finding);
+  }
+  return status;
+}
+
+// What identifies instances may hold a list of UIDs (PS3.4 section C.2.2.2.2) where the dictionary knows one.
+bool is_uid_list(const ValErrObj& finding, uint16_t command) {
+  VX_VR vr = 0;
+  return finding.Status == VX_TOO_MANY_VALUES &&
+         (command == C_FIND_RQ || command == C_MOVE_RQ || command == C_GET_RQ) &&
+         VX_Get_Attribute_Info(finding.MsgItemID, finding.Tag, &vr, nullptr) == VX_NORMAL_COMPLETION &&
+         vr == VX_VR_UI;
+}
+
+// A finding does not tell how serious it is; the level that first records it does. What a lower level records
+// comes in the same order at a higher one.
+VX_STATUS validate_levels(int32_t id, const ValidateSettings& settings, uint16_t command,
+                          std::vector<Found>& found) {
+  const MutedWarnings muted;  // what they tell comes as findings
+  // Warnings are asked for in any case: the lists of single values tell how grave they are.
+  const ValidationLevel highest = std::max<ValidationLevel>(settings.level, VX_Errors_And_Warnings);
+  for (ValidationLevel level = VX_Errors_Only; level <= highest; ++level) {
+    std::vector<ValErrObj> findings;
+    const VX_STATUS status = run_validation(id, level, findings);
+    if (status != VX_MESSAGE_VALIDATES && status != VX_DOES_NOT_VALIDATE) return status;
+    std::vector<Found> merged;
+    merged.reserve(findings.size());
+    auto known = found.begin();
+    for (const ValErrObj& finding : findings) {
+      const bool before = known != found.end() && same(known->what, finding);
+      merged.push_back({finding, before ? (known++)->severity : level - VX_Errors_Only, ""});
+    }
+    found = std::move(merged);
+  }
+  std::erase_if(found, [command](const Found& one) { return is_uid_list(one.what, command); });
+  return VX_NORMAL_COMPLETION;
+}
+
+// Where the items of an object are, by their IDs.
+class Tree {
+ public:
+  explicit Tree(int32_t root) : root_(root) {}
+  void set_standard(const Standard& standard) { standard_ = standard; }
+
+  // Null where no rule is known.
+  const Rule* rule(int32_t object, uint32_t tag) {
+    const Rules* known = rules(object);
+    return known != nullptr ? find_rule(*known, tag) : nullptr;
+  }
+
+  // "SequenceOfItems[0].Attribute".
+  std::string path(int32_t object, uint32_t tag) {
+    std::string text = tag_keyword(tag).empty() ? format_tag(tag) : std::string(tag_keyword(tag));
+    for (const Home* home = find(object); home != nullptr; home = find(home->object)) {
+      text = path_step(*home) + "." + text;
+    }
+    return text;
+  }
+
+  bool lies_under(int32_t object, uint32_t tag, const std::vector<Place>& places) {
+    for (;;) {
+      for (const Place& place : places) {
+        if (place.object == object && place.tag == tag) return true;
+      }
+      const Home* home = find(object);
+      if (home == nullptr) return false;
+      object = home->object;
+      tag = home->tag;
+    }
+  }
+
+ private:
+  struct Home {
+    int32_t object;
+    uint32_t tag;
+    std::size_t index;
+  };
+
+  static std::string path_step(const Home& home) {
+    const std::string_view keyword = tag_keyword(home.tag);
+    const std::string name = keyword.empty() ? format_tag(home.tag) : std::string(keyword);
+    return name + "[" + std::to_string(home.index) + "]";
+  }
+
+  // Items go by the first type that their sequence takes.
+  const Rules* rules(int32_t object) {
+    const RuleBook& book = RuleBook::get();
+    const Home* home = find(object);
+    if (home == nullptr) return book.message(standard_.service, standard_.command);
+    const Rule* sequence = rule(home->object, home->tag);
+    return sequence != nullptr && !sequence->items.empty() ? book.item(sequence->items.front()) : nullptr;
+  }
+
+  const Home* find(int32_t object) {
+    if (object == root_) return nullptr;
+    if (homes_.empty()) add(root_);
+    const auto it = homes_.find(object);
+    return it != homes_.end() ? &it->second : nullptr;
+  }
+
+  void add(int32_t object) {
+    std::vector<uint32_t> sequences;
+    uint32_t tag = 0;
+    VX_VR vr = 0;
+    VX_STATUS status = VX_Get_First_Attribute(object, &tag, &vr, nullptr);
+    for (; status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Attribute(object, &tag, &vr, nullptr)) {
+      if (vr == VX_VR_SQ) sequences.push_back(tag);
+    }
+    for (const uint32_t sequence : sequences) {
+      const std::vector<int32_t> items = sequence_items(object, sequence);
+      for (std::size_t i = 0; i < items.size(); ++i) {
+        if (homes_.emplace(items[i], Home{object, sequence, i}).second) add(items[i]);
+      }
+    }
+  }
+
+  int32_t root_;
+  Standard standard_;
+  std::map<int32_t, Home> homes_;
+};
+
+// Reads the texts of values. Findings come in the order of the values, so that the next one is mostly read on
+// from the last.
+class ValueReader {
+ public:
+  // The start of it, if it is long.
+  std::string text(const ValErrObj& finding) {
+    const bool on = object_ == finding.MsgItemID && tag_ == finding.Tag && number_ < finding.ValueNumber;
+    char text[kShown + 1] = "";
+    VX_STATUS status = VX_NORMAL_COMPLETION;
+    if (!on) {
+      status = VX_Get_Value_To_String(finding.MsgItemID, finding.Tag, sizeof text, text);
+      number_ = 1;
+    }
+    for (; number_ < finding.ValueNumber; ++number_)
+      status = VX_Get_Next_Value_To_String(finding.MsgItemID, finding.Tag, sizeof text, text);
+    object_ = finding.MsgItemID;
+    tag_ = finding.Tag;
+    if (status == VX_BUFFER_TOO_SMALL) return std::string(text) + "...";
+    return status == VX_NORMAL_COMPLETION ? text : "";
+  }
+
+ private:
+  int32_t object_ = -1;
+  uint32_t tag_ = 0;
+  int32_t number_ = 0;
+};
+
+bool is_item_finding(const ValErrObj& finding) {
+  VX_VR vr = 0;
+  return VX_Get_Attribute_Info(finding.MsgItemID, finding.Tag, &vr, nullptr) == VX_NORMAL_COMPLETION &&
+         vr == VX_VR_SQ;
+}
+
+std::string counted(std::size_t count, const char* one, const char* many) {
+  return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+// "2 errors, 1 warning".
+std::string counted(const std::size_t (&counts)[kLevels], ValidationLevel level) {
+  std::string text;
+  for (int i = 0; i < level; ++i) {
+    if (i != 0) text += ", ";
+    text += counted(counts[i], kSingular[i], kPlural[i]);
+  }
+  return text;
+}
+
+// Long lists are cut: template shows them whole.
+std::string shorten(std::string text) {
+  constexpr std::size_t kLimit = 160;
+  if (text.size() <= kLimit) return text;
+  return text.substr(0, text.rfind(" | ", kLimit)) + " | ...";
+}
+
+// "type 1C of Patient (C.7-1), required if ...".
+std::string type_text(const Rule& rule, const char* link) {
+  std::string text = "type " + std::string(vxdata::type_text(rule.type));
+  if (const std::size_t space = rule.module.find(' '); space != std::string::npos) {
+    const bool table =
+        rule.module.find('.') < space || rule.module.find('-') < space;  // as the standard has it
+    text += " of " +
+            (table ? rule.module.substr(space + 1) + " (" + rule.module.substr(0, space) + ")" : rule.module);
+  }
+  const std::string words = condition_words(rule.condition);
+  return words.empty() ? text : text + ", " + link + words;
+}
+
+// What stays UN in the library, though the standard has a VR for it.
+bool is_carried_as_un(const ValErrObj& finding) {
+  const std::string_view vr = standard_vr(finding.Tag);
+  return finding.Status == VX_INVALID_VR_CODE && (vr == "OV" || vr == "SV" || vr == "UV");
+}
+
+// The VR that the value was checked by.
+std::string checked_vr(const ValErrObj& finding) {
+  VX_VR vr = 0;
+  if (VX_Get_Attribute_Info(finding.MsgItemID, finding.Tag, &vr, nullptr) == VX_NORMAL_COMPLETION)
+    return vr_letters(vr);
+  return std::string(standard_vr(finding.Tag));
+}
+
+// What the standard asks for where the finding is; empty if there is nothing to tell.
+std::string wanted_text(const Found& found, const Rule* rule) {
+  const ValErrObj& finding = found.what;
+  if (!found.reason.empty()) return found.reason;
+  if (is_carried_as_un(finding))
+    return "VR " + std::string(standard_vr(finding.Tag)) + ", which is carried as UN and loses nothing";
+  switch (finding.Status) {
+    case VX_NON_SERVICE_ATTRIBUTE:
+      return "";
+    case VX_TOO_FEW_VALUES:
+    case VX_TOO_MANY_VALUES:
+      return "VM " + multiplicity_text(finding.Tag);
+    case VX_NOT_ONE_OF_ENUMERATED_VALUES:
+    case VX_NOT_ONE_OF_DEFINED_TERMS:
+      return rule != nullptr ? shorten(values_text(*rule, finding.ValueNumber)) : "";
+    case VX_REQUIRED_ATTRIBUTE_MISSING:
+    case VX_REQUIRED_VALUE_MISSING:
+    case VX_VALUE_MAY_NOT_BE_NULL:
+    case VX_NO_CONDITION_FUNCTION:
+    case VX_UNABLE_TO_CHECK_CONDITION:
+      return rule != nullptr ? type_text(*rule, "required if ") : "";
+    case VX_VALUE_NOT_ALLOWED:
+      return rule != nullptr ? type_text(*rule, "only if ") : "";
+    default: {
+      const std::string vr = checked_vr(finding);
+      return vr.empty() ? "" : "VR " + vr;
+    }
+  }
+}
+
+// A finding as it is printed, with how many of its like there are.
+struct Line {
+  std::string head;  // tag, path, value
+  std::string text;  // status and what is wanted
+  std::size_t count = 1;
+};
+
+// "A[12].B" as "A[].B": what the same finding in other items has in common.
+std::string without_numbers(const std::string& path) {
+  std::string text;
+  bool inside = false;
+  for (const char c : path) {
+    if (!inside || c == ']') text += c;
+    inside = c == '[' || (inside && c != ']');
+  }
+  return text;
+}
+
+std::string finding_head(Tree& tree, const Found& one, ValueReader& values) {
+  const ValErrObj& what = one.what;
+  std::string head = format_tag(what.Tag) + " " + tree.path(what.MsgItemID, what.Tag);
+  if (what.ValueNumber > 0 && is_item_finding(what)) {
+    head += " item " + std::to_string(what.ValueNumber - 1);
+  } else if (what.ValueNumber > 0) {
+    if (what.ValueNumber > 1) head += " value " + std::to_string(what.ValueNumber);
+    head += " \"" + shown(values.text(what)) + "\"";
+  }
+  return head;
+}
+
+// Equal findings make one line, that of the first.
+void append_text(std::string& out, Tree& tree, const std::vector<Found>& found, ValidationLevel level) {
+  ValueReader values;
+  for (int severity = 0; severity < level; ++severity) {
+    std::vector<Line> lines;
+    std::map<std::string, std::size_t> known;
+    for (const Found& one : found) {
+      if (one.severity != severity) continue;
+      const ValErrObj& what = one.what;
+      const std::string wanted = wanted_text(one, tree.rule(what.MsgItemID, what.Tag));
+      const std::string text =
+          std::string(VX_Error_Message(what.Status)) + (wanted.empty() ? "" : " [" + wanted + "]");
+      const std::string key =
+          format_tag(what.Tag) + without_numbers(tree.path(what.MsgItemID, what.Tag)) + "\n" + text;
+      const auto [at, fresh] = known.emplace(key, lines.size());
+      if (fresh) {
+        lines.push_back({finding_head(tree, one, values), text});
+      } else {
+        ++lines[at->second].count;
+      }
+    }
+    if (!lines.empty()) out += "  " + std::string(kPlural[severity]) + "\n";
+    for (const Line& line : lines) {
+      out += "    " + line.head + ": " + line.text;
+      if (line.count > 1) out += " (the first of " + std::to_string(line.count) + ")";
+      out += '\n';
+    }
+  }
+}
+
+void append_wanted(std::string& out, const Found& found, const Rule* rule) {
+  const ValErrObj& finding = found.what;
+  const std::string text = wanted_text(found, rule);
+  if (!text.empty()) {
+    out += ",\"wanted\":";
+    append_json(out, text);
+  }
+  if (const std::string_view vr = standard_vr(finding.Tag); !vr.empty()) {
+    out += ",\"vr\":";
+    append_json(out, vr);
+    out += ",\"vm\":\"" + multiplicity_text(finding.Tag) + "\"";
+  }
+  if (rule != nullptr) append_rule_json(out, *rule);
+}
+
+void append_json_findings(std::string& out, Tree& tree, const std::vector<Found>& found,
+                          ValidationLevel level) {
+  ValueReader values;
+  bool first = true;
+  for (int severity = 0; severity < level; ++severity) {
+    for (const Found& one : found) {
+      if (one.severity != severity) continue;
+      const ValErrObj& what = one.what;
+      out += first ? "{\"severity\":\"" : ",{\"severity\":\"";
+      first = false;
+      out += kSingular[severity];
+      out += "\",\"tag\":\"" + tag_key(what.Tag) + "\",\"path\":";
+      append_json(out, tree.path(what.MsgItemID, what.Tag));
+      if (what.ValueNumber > 0) {
+        const bool item = is_item_finding(what);
+        out += item ? ",\"item\":" : ",\"valueNumber\":";
+        out += std::to_string(item ? what.ValueNumber - 1 : what.ValueNumber);
+        if (!item) {
+          out += ",\"value\":";
+          append_json(out, values.text(what));
+        }
+      }
+      out += ",\"status\":" + std::to_string(what.Status) + ",\"rule\":";
+      append_json(out, std::string_view(VX_Error_Message(what.Status)));
+      append_wanted(out, one, tree.rule(what.MsgItemID, what.Tag));
+      out += '}';
+    }
+  }
+}
+
+struct Totals {
+  std::mutex mutex;
+  std::size_t files = 0;
+  std::size_t failed = 0;   // could not be read, or no service is known
+  std::size_t invalid = 0;  // with errors
+  std::size_t counts[kLevels] = {};
+};
+
+// How grave a value outside its lists is, by the lists for its place among the values. False if there are
+// none.
+bool grade_listed(Found& found, const Rule& rule) {
+  const bool by_number = std::any_of(rule.values.begin(), rule.values.end(),
+                                     [](const vxdata::ValueList& list) { return list.number > 1; });
+  bool any = false;
+  bool closed = true;
+  for (const vxdata::ValueList& list : rule.values) {
+    if (by_number && list.number != found.what.ValueNumber) continue;
+    any = true;
+    closed = closed && list.enumerated;
+  }
+  found.severity = closed ? 0 : 1;
+  found.what.Status = closed ? VX_NOT_ONE_OF_ENUMERATED_VALUES : VX_NOT_ONE_OF_DEFINED_TERMS;
+  return any;
+}
+
+// The library takes the kind of an attribute's last list for all of its values, and UN for a fault.
+void grade(Tree& tree, std::vector<Found>& found) {
+  std::erase_if(found, [&](Found& one) {
+    if (is_carried_as_un(one.what)) one.severity = 2;
+    const VX_STATUS status = one.what.Status;
+    if (status != VX_NOT_ONE_OF_ENUMERATED_VALUES && status != VX_NOT_ONE_OF_DEFINED_TERMS) return false;
+    const Rule* rule = tree.rule(one.what.MsgItemID, one.what.Tag);
+    return rule != nullptr && !rule->values.empty() && !grade_listed(one, *rule);
+  });
+}
+
+// Errors that no template tells of go behind the library's, unless that has found the same value wrong.
+void add_cross_checks(const DicomFile& file, uint16_t command, std::vector<Found>& found) {
+  const bool query =
+      command == C_FIND_RQ || command == C_FIND_RSP || command == C_MOVE_RQ || command == C_GET_RQ;
+  std::set<std::tuple<int32_t, uint32_t, int32_t, VX_STATUS>> known;
+  for (const Found& one : found) {
+    const ValErrObj& what = one.what;
+    if (one.severity == 0) known.emplace(what.MsgItemID, what.Tag, what.ValueNumber, what.Status);
+  }
+  for (CrossFinding& cross : cross_check(file, query)) {
+    const ValErrObj& what = cross.what;
+    const auto is_known = [&](VX_STATUS status) {
+      return known.contains({what.MsgItemID, what.Tag, what.ValueNumber, status});
+    };
+    if (what.ValueNumber == 0 || (!is_known(what.Status) && !is_known(VX_INVALID_VALUE_FOR_VR) &&
+                                  !is_known(VX_INVALID_CHARS_IN_VALUE)))
+      found.push_back({what, 0, std::move(cross.reason)});
+  }
+}
+
+// The library passes over an item without attributes where the sequence need not have values; what its rules
+// demand is missing all the same.
+void add_empty_items(int32_t object, Tree& tree, const std::set<int32_t>& told, std::vector<Found>& found) {
+  std::vector<uint32_t> sequences;
+  uint32_t tag = 0;
+  VX_VR vr = 0;
+  VX_STATUS status = VX_Get_First_Attribute(object, &tag, &vr, nullptr);
+  for (; status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Attribute(object, &tag, &vr, nullptr)) {
+    if (vr == VX_VR_SQ) sequences.push_back(tag);
+  }
+  for (const uint32_t sequence : sequences) {
+    const Rule* rule = tree.rule(object, sequence);
+    const bool typed = rule != nullptr && !rule->items.empty();
+    for (const int32_t item : sequence_items(object, sequence)) {
+      const bool empty = VX_Get_First_Attribute(item, &tag, &vr, nullptr) != VX_NORMAL_COMPLETION;
+      std::vector<ValErrObj> missing;
+      if (!empty) {
+        add_empty_items(item, tree, told, found);
+      } else if (typed && !told.contains(item)) {
+        run_validation(item, VX_Errors_Only, missing);
+      }
+      for (const ValErrObj& one : missing) found.push_back({one, 0, ""});
+    }
+  }
+}
+
+std::string examine(const DicomFile& file, const ValidateSettings& settings, Tree& tree,
+                    std::vector<Found>& found, Standard& standard) {
+  std::string problem = choose_standard(file.id(), settings.standard, standard);
+  if (!problem.empty()) return problem;
+  tree.set_standard(standard);
+  const VX_STATUS status = validate_levels(file.id(), settings, standard.command, found);
+  if (status != VX_NORMAL_COMPLETION) return standard.title() + ": " + VX_Error_Message(status);
+  std::set<int32_t> told;
+  for (const Found& one : found) told.insert(one.what.MsgItemID);
+  if (standard.command == C_STORE_RQ) add_empty_items(file.id(), tree, told, found);
+  grade(tree, found);
+  add_cross_checks(file, standard.command, found);
+  std::erase_if(found, [&](const Found& one) { return one.severity >= settings.level; });
+  if (settings.paths.empty()) return "";
+  std::vector<Place> places;
+  for (const auto& path : settings.paths) resolve_path(file.id(), path, false, places);
+  std::erase_if(found,
+                [&](const Found& one) { return !tree.lies_under(one.what.MsgItemID, one.what.Tag, places); });
+  return "";
+}
+
+// The first tag of `problem` is the one that comes too late.
+Found order_finding(int32_t root, const std::string& problem) {
+  uint32_t tag = 0;
+  if (const std::size_t at = problem.find('('); at != std::string::npos)
+    parse_tag(problem.substr(at, 11), tag);
+  return {{tag, root, 0, VX_OUT_OF_ORDER_TAG}, 0, shown(problem)};
+}
+
+FileResult fail(const std::string& path, const std::string& problem, Totals& totals) {
+  report(path, problem);
+  const std::lock_guard guard(totals.mutex);
+  ++totals.failed;
+  return {"", kUsage};
+}
+
+// A data set whose tags are out of order is read all the same. The setting for that is the library's, and no
+// other file must be read under it, since its own order would then go unseen.
+class OrderedReader {
+ public:
+  // `out_of_order`: the failure of the strict reading, if that is the only one.
+  VX_STATUS open(DicomFile& file, const std::string& path, std::string& out_of_order) {
+    {
+      const std::shared_lock strict(mutex_);
+      const LogLines said;
+      const VX_STATUS status = file.open(path, {});
+      if (status != VX_OUT_OF_ORDER_TAG) {
+        said.show();
+        return status;
+      }
+      const char* where = said.behind("Tags not in ascending order: ");
+      out_of_order = where != nullptr ? where : file.problem();
+    }
+    const std::unique_lock alone(mutex_);
+    VX_Set_Bool_Config_Value(VX_CFG_ALLOW_OUT_OF_ORDER_TAGS, 1);
+    const VX_STATUS status = file.open(path, {});
+    VX_Set_Bool_Config_Value(VX_CFG_ALLOW_OUT_OF_ORDER_TAGS, 0);
+    return status;
+  }
+
+ private:
+  std::shared_mutex mutex_;
+};
+
+FileResult validate_file(const std::string& path, const ValidateSettings& settings, Totals& totals) {
+  static OrderedReader reader;
+  CurrentFile current(path);
+  DicomFile file;
+  std::string out_of_order;
+  if (reader.open(file, path, out_of_order) != VX_NORMAL_COMPLETION)
+    return fail(path, file.problem(), totals);
+  Tree tree(file.id());
+  std::vector<Found> found;
+  Standard standard;
+  const std::string problem = examine(file, settings, tree, found, standard);
+  if (!problem.empty()) return fail(path, shown(problem), totals);
+  if (!out_of_order.empty()) found.insert(found.begin(), order_finding(file.id(), out_of_order));
+
+  std::size_t counts[kLevels] = {};
+  for (const Found& one : found) ++counts[one.severity];
+  FileResult result;
+  std::string& out = result.output;
+  if (settings.json) {
+    out += "{\"file\":";
+    append_json(out, path);
+    out += ",\"service\":";
+    append_json(out, standard.service);
+    out += ",\"command\":\"" + std::string(vxdata::command_name(standard.command)) + "\"";
+    out += ",\"findings\":[";
+    append_json_findings(out, tree, found, settings.level);
+    out += "]}\n";
+  } else {
+    out += shown(path) + ": " + standard.title() + ": " + counted(counts, settings.level) + "\n";
+    append_text(out, tree, found, settings.level);
+  }
+  result.exit = counts[0] != 0 ? kFindings : kSuccess;
+  const std::lock_guard guard(totals.mutex);
+  ++totals.files;
+  totals.invalid += counts[0] != 0 ? 1 : 0;
+  for (int i = 0; i < kLevels; ++i) totals.counts[i] += counts[i];
+  return result;
+}
+
+void print_summary(const Totals& totals, const ValidateSettings& settings) {
+  std::string out;
+  if (settings.json) {
+    out = "{\"summary\":{\"validated\":" + std::to_string(totals.files) +
+          ",\"withErrors\":" + std::to_string(totals.invalid) +
+          ",\"notValidated\":" + std::to_string(totals.failed);
+    for (int i = 0; i < settings.level; ++i) {
+      out += ",\"" + std::string(kPlural[i]) + "\":" + std::to_string(totals.counts[i]);
+    }
+    out += "}}\n";
+  } else {
+    out = counted(totals.files, "file", "files") + " validated, " + std::to_string(totals.invalid) +
+          " with errors: " + counted(totals.counts, settings.level);
+    if (totals.failed != 0) out += "; " + std::to_string(totals.failed) + " not validated";
+    out += '\n';
+  }
+  std::fwrite(out.data(), 1, out.size(), stdout);
+}
+
+bool read_level(const Args& args, ValidationLevel& level) {
+  constexpr std::string_view kNames[] = {"errors", "warnings", "all"};
+  const std::string text = args.get("--level", "warnings");
+  for (int i = 0; i < kLevels; ++i) {
+    if (text == kNames[i]) level = VX_Errors_Only + i;
+    if (text == kNames[i]) return true;
+  }
+  complain("--level %s: give errors, warnings or all", text.c_str());
+  return false;
+}
+
+int run(const Args& args) {
+  ValidateSettings settings;
+  settings.json = args.has("--json");
+  long threads = default_threads();
+  if (!args.number("--threads", 1, 256, threads) || !read_level(args, settings.level)) return kUsage;
+  settings.standard.service = args.get("--service");
+  if (args.has("--command")) {
+    settings.standard.command = vxdata::command_value(args.get("--command"));
+    if (settings.standard.command == 0) {
+      complain("--command %s: there is no such command", args.get("--command").c_str());
+      return kUsage;
+    }
+  }
+  for (const std::string& text : args.all("--attribute")) {
+    std::vector<PathStep> path;
+    const std::string error = parse_path(text, path);
+    if (!error.empty()) {
+      complain("--attribute %s: %s", text.c_str(), error.c_str());
+      return kUsage;
+    }
+    settings.paths.push_back(std::move(path));
+  }
+  if (args.paths.empty()) {
+    complain("validate needs a file or folder; --help tells more");
+    return kUsage;
+  }
+  bool failed = false;
+  const std::vector<std::string> files = expand_paths(args.paths, failed);
+  Totals totals;
+  const int worst = for_each_file(files, static_cast<unsigned>(threads), [&](const std::string& path) {
+    return validate_file(path, settings, totals);
+  });
+  print_summary(totals, settings);
+  return failed ? static_cast<int>(kUsage) : worst;
+}
+
+}  // namespace
+
+const Command kValidate = {
+    "validate",
+    "[OPTION...] PATH...",
+    "check files and folders against the rules of their SOP class",
+    "The SOP class UID of a file chooses the rules; an identifier of a query goes by its level. Findings "
+    "come\n"
+    "grouped by severity: tag, path, value, rule, and in brackets what the standard asks for. Exit status: "
+    "1\n"
+    "if there are errors; 2 if a file can not be read or its SOP class has no service.",
+    kOptions,
+    run};
+
+}  // namespace vexal

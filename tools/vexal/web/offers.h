@@ -1,0 +1,3 @@
+// DICOM web services: the headers of this room that others may include.
+#pragma once
+// None: it offers its subcommands alone.
