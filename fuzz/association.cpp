@@ -5,9 +5,9 @@
 #include <cstring>
 #include <vector>
 
+#include "connection/pdu.h"
+#include "connection/upper_layer.h"
 #include "library.h"
-#include "net/pdu.h"
-#include "net/upper_layer.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "connection/state_machine.h"
 #include "library.h"
-#include "net/state_machine.h"
 
 namespace {
 

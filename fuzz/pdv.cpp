@@ -5,11 +5,11 @@
 #include <cstring>
 #include <vector>
 
+#include "connection/session.h"
+#include "connection/upper_layer.h"
 #include "frame/pool.h"
 #include "frame/text.h"
 #include "library.h"
-#include "net/session.h"
-#include "net/upper_layer.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // The accepting side: who is let in, with which contexts and roles, and what the library answers by itself.
-#include "net/acceptor.h"
+#include "association/acceptor.h"
 
 #include <atomic>
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "config/config.h"
-#include "net/capture.h"
+#include "connection/capture.h"
 #include "net/wire.h"
 
 namespace {

@@ -3,7 +3,7 @@
 
 #include <csignal>
 
-#include "net/exception_filter.h"
+#include "connection/exception_filter.h"
 #include "net/wire.h"
 
 namespace {

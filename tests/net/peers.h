@@ -17,10 +17,10 @@
 
 #include "config/config.h"
 #include "config/transfer_syntax.h"
+#include "connection/pdu.h"
+#include "connection/session.h"
+#include "connection/upper_layer.h"
 #include "frame/text.h"
-#include "net/pdu.h"
-#include "net/session.h"
-#include "net/upper_layer.h"
 #include "support.h"
 
 namespace vx::test {

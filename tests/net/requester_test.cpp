@@ -1,5 +1,5 @@
 // The requesting side against a peer that says what it is told to.
-#include "net/requester.h"
+#include "association/requester.h"
 
 #include <atomic>
 

@@ -1,5 +1,5 @@
 // Service lists: from the profile, and made at run time.
-#include "net/service_lists.h"
+#include "association/service_lists.h"
 
 #include "config/config.h"
 #include "support.h"

@@ -3,7 +3,7 @@
 
 #include <thread>
 
-#include "net/socket.h"
+#include "connection/socket.h"
 #include "net/wire.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // One association over a socket pair: data, time-outs, release and its collision, aborts of another thread.
 #include <thread>
 
-#include "net/socket.h"
+#include "connection/socket.h"
 #include "net/wire.h"
 
 namespace {

@@ -13,10 +13,10 @@
 #include <string>
 #include <string_view>
 
+#include "connection/session.h"
+#include "connection/state_machine.h"
+#include "connection/transport_wait.h"
 #include "frame/lock.h"
-#include "net/session.h"
-#include "net/state_machine.h"
-#include "net/transport_wait.h"
 #include "support.h"
 
 namespace wire {
