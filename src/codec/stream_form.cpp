@@ -22,6 +22,10 @@ constexpr WideTag kWideTags[] = {
 
 // True if the values, written one behind the other, give these bytes, with one of padding if need be.
 bool would_write(const TagObj& attribute, std::string_view bytes) {
+  // Most texts are one value, as it is.
+  if (const ValueObj* one = attribute.FirstValue;
+      one != nullptr && one == attribute.LastValue && one->Length == bytes.size())
+    return std::memcmp(bytes.data(), one->Data, bytes.size()) == 0;
   std::size_t at = 0;
   for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
     if (value->Length > bytes.size() - at) return false;
@@ -47,6 +51,27 @@ bool keep_if_changed(TagObj& attribute, std::string_view bytes) {
   if (attribute.Storage != 'M' || would_write(attribute, bytes)) return true;
   if (attribute.ValueCount == 0 && append_null(attribute) != VX_NORMAL_COMPLETION) return false;
   return keep_text(attribute, bytes);
+}
+
+bool says_less_than_kept(const TagObj& attribute) {
+  if (attribute.DecoderMark != kKeptText) return false;
+  const std::string_view kept(static_cast<const char*>(attribute.KeptText->Data), attribute.KeptText->Length);
+  std::size_t at = 0;
+  const auto skip = [&] {
+    while (at < kept.size() && (kept[at] == ' ' || kept[at] == '\0')) ++at;
+  };
+  for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
+    const std::string_view text(static_cast<const char*>(value->Data), value->Length);
+    for (const char c : text) {
+      if (c == ' ' || c == '\0') continue;
+      skip();
+      if (at == kept.size() || kept[at++] != c) return true;
+    }
+    skip();
+    if (value->Next == nullptr) break;
+    if (at == kept.size() || kept[at++] != '\\') return true;
+  }
+  return at != kept.size();
 }
 
 }  // namespace vx
