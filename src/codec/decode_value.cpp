@@ -173,6 +173,9 @@ VX_STATUS Decoder::set_texts_to_keep(Frame& frame, TagObj& attribute, std::strin
     }
   }
   const VX_STATUS status = set_texts(frame, attribute, text, splits);
+  // One value of that length is these bytes: most texts are, and commas become points in DS alone.
+  const ValueObj* const value = attribute.FirstValue;
+  if (!splits && attribute.VR != VX_VR_DS && value != nullptr && value->Length == bytes.size()) return status;
   if (status == VX_SYSTEM_ERROR || !keep_if_changed(attribute, bytes)) return VX_SYSTEM_ERROR;
   return status;
 }

@@ -22,10 +22,6 @@ constexpr WideTag kWideTags[] = {
 
 // True if the values, written one behind the other, give these bytes, with one of padding if need be.
 bool would_write(const TagObj& attribute, std::string_view bytes) {
-  // Most texts are one value, as it is.
-  if (const ValueObj* one = attribute.FirstValue;
-      one != nullptr && one == attribute.LastValue && one->Length == bytes.size())
-    return std::memcmp(bytes.data(), one->Data, bytes.size()) == 0;
   std::size_t at = 0;
   for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
     if (value->Length > bytes.size() - at) return false;
