@@ -350,8 +350,8 @@ def work(one):
     return list(failures), dict(counts)
 
 
-def parts_of(folder):
-    """Everything that is one file with several others: names, directories, the network."""
+def names(folder):
+    """Files of one name come from several folders."""
     for name in ("a/x.dcm", "b/x.dcm", "b/deep/x.dcm", "y.dcm"):
         w = made.Writer()
         os.makedirs(os.path.dirname(os.path.join(folder, name)), exist_ok=True)
@@ -527,7 +527,7 @@ if __name__ == "__main__":
                     totals[key] += value
         counts.update(dict.fromkeys(counts, 0))
         good = [file for file in files if file[2] and not file[0].startswith(("dicomdir/DICOMDIR", "ts/"))]
-        parts_of(folder)
+        names(folder)
         offset_tables(folder)
         directories([file for file in good if file[0].startswith(("dicomdir/", "obj/", "sr/"))], folder)
         shown(os.path.join(folder, "made", "odd/as-it-came.dcm"))
