@@ -186,9 +186,9 @@ VX_API VX_STATUS VX_Get_Stream_Length(int32_t MsgID, uint32_t StartTag, uint32_t
  * Makes decoders and encoders keep the form of what they hand on, in all threads, from their next call on.
  * For programs that hand objects on as they came. They then
  * - write a text whose values nobody has set since it was read byte for byte as it was read: its padding,
- *   what stands behind a NUL. The values of LO, LT, PN, SH, ST, UC and UT go on behind a NUL and may hold it;
+ *   what stands behind a NUL. LO, LT, PN, SH, ST, UC and UT go on behind a NUL and may hold it, DS any text;
  * - leave private creators at their places whatever their text is;
- * - write OV, SV and UV (PS3.5 section 6.2) under their letters, see VX_Get_VR_Letters;
+ * - write OV, SV and UV (PS3.5 section 6.2) under their letters, in text forms too, see VX_Get_VR_Letters;
  * - write a NUL behind every value of odd length, also of UN, OW, OL, OD and OF.
  * @param Keep  not 0: as above; 0, as at the start and after VX_Library_Reset: the rules as they are
  *     elsewhere.

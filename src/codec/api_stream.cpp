@@ -70,11 +70,8 @@ VX_STATUS VX_Get_VR_Letters(int32_t MsgID, uint32_t Tag, char* Letters) {
   vx::TagObj* attribute = nullptr;
   const VX_STATUS status = vx::find_attribute(MsgID, Tag, object, attribute);
   if (status != VX_NORMAL_COMPLETION) return status;
-  std::memcpy(Letters, vx::vr_letters(attribute->VR), 3);
-  if (const char wide = vx::wide_letter(*attribute); wide != 0) {
-    Letters[0] = wide;
-    Letters[1] = 'V';
-  }
+  char work[2];
+  Letters[vx::stream_letters(*attribute, work).copy(Letters, 2)] = '\0';
   return status;
 }
 

@@ -62,8 +62,9 @@ VX_STATUS Decoder::store_element(Frame& frame, Element element) {
     clear_value(frame.object, *attribute, true, true);
   }
   if (VX_STATUS status = check_length(element, *attribute); status != VX_NORMAL_COMPLETION) return status;
-  attribute->DecoderMark = 0;
-  if (keep_) attribute->DecoderMark = element.wide != 0 ? element.wide : standard_wide_letter(element.tag);
+  attribute->DecoderMark = keep_ ? element.wide : char{};
+  if (keep_ && element.wide == 0 && attribute->VR == VX_VR_UN)
+    attribute->DecoderMark = standard_wide_letter(element.tag);
   // Most elements are texts and numbers under the VR that they are known by.
   const bool plain = encoding_.explicit_vr ? element.vr == attribute->VR : attribute->VR < VX_VR_UN;
   const bool simple =
@@ -114,6 +115,7 @@ VX_STATUS Decoder::keep_creator(Frame& frame, const Element& element) {
   if (VX_STATUS status = in_.take(element.length, taken); status != VX_NORMAL_COMPLETION) return status;
   const std::string_view bytes(reinterpret_cast<const char*>(taken), element.length);
   const std::string_view code = trim_right(bytes.substr(0, bytes.find('\0')));
+  warn_behind_nul(element.tag, bytes);
   TagObj* creator = find_tag(frame.object, element.tag);
   // Of two creators at one place the second is treated as if its place were taken by another object's.
   if (creator != nullptr && creator->ValueCount > 0) return place_creator(frame, element.tag, code);

@@ -125,8 +125,9 @@ VX_STATUS Decoder::set_simple(Frame& frame, TagObj& attribute, const uint8_t* by
 VX_STATUS Decoder::set_texts(Frame& frame, TagObj& attribute, std::string_view text, bool splits) {
   MsgObj& object = frame.object;
   const bool cut = config_bool(VX_CFG_REMOVE_SINGLE_TRAILING_SPACE);
+  const auto set = keep_ ? set_text_as_it_is : set_text;
   if (!splits || is_one_value_text(attribute.VR)) {
-    return set_text(object, attribute, cut_trailing_blank(text, cut), true, &frame.charsets);
+    return set(object, attribute, cut_trailing_blank(text, cut), true, &frame.charsets);
   }
   SplitMode mode = kSplitPlain;
   if (may_hold_wide_characters(attribute.VR, text)) {
@@ -141,8 +142,7 @@ VX_STATUS Decoder::set_texts(Frame& frame, TagObj& attribute, std::string_view t
     const std::size_t end = split_point(text, start, mode);
     std::string_view piece = text.substr(start, end - start);
     if (keep_) piece = cut_nuls(piece);
-    const VX_STATUS status =
-        set_text(object, attribute, cut_trailing_blank(piece, cut), first, &frame.charsets);
+    const VX_STATUS status = set(object, attribute, cut_trailing_blank(piece, cut), first, &frame.charsets);
     if (status == VX_SYSTEM_ERROR || (!keep_ && !is_stored_all_the_same(status))) return status;
     if (status != VX_NORMAL_COMPLETION) result = status;
     if (end >= text.size()) return result;
@@ -150,15 +150,32 @@ VX_STATUS Decoder::set_texts(Frame& frame, TagObj& attribute, std::string_view t
   }
 }
 
+// Padding is none.
+void Decoder::warn_behind_nul(uint32_t tag, std::string_view text) {
+  const std::size_t nul = text.find('\0');
+  if (nul == std::string_view::npos ||
+      text.find_first_not_of(std::string_view(" \0", 2), nul) == std::string_view::npos)
+    return;
+  warn("(%4.4X,%4.4X): text behind a NUL", tag_group(tag), tag_element(tag));
+}
+
 // The text as before, but where characters are free, what stands behind a NUL belongs to it. What its values
 // would not write again is kept beside them.
 VX_STATUS Decoder::set_texts_to_keep(Frame& frame, TagObj& attribute, std::string_view bytes) {
-  std::string_view text = cut_nuls(bytes);
-  if (!has_free_characters(attribute.VR) && text.find('\0') != std::string_view::npos) {
-    warn("(%4.4X,%4.4X): text behind a NUL", tag_group(attribute.Tag), tag_element(attribute.Tag));
-    text = text.substr(0, text.find('\0'));
+  bool splits = false;
+  std::string_view text = text_of(bytes.data(), bytes.size(), splits);
+  if (text.size() != bytes.size()) {
+    if (has_free_characters(attribute.VR)) {
+      text = cut_nuls(bytes);
+      splits = text.find('\\') != std::string_view::npos;
+    } else {
+      warn_behind_nul(attribute.Tag, bytes);
+    }
   }
-  const VX_STATUS status = set_texts(frame, attribute, text, text.find('\\') != std::string_view::npos);
+  const VX_STATUS status = set_texts(frame, attribute, text, splits);
+  // One value of that length is these bytes: most texts are, and commas become points in DS alone.
+  const ValueObj* const value = attribute.FirstValue;
+  if (!splits && attribute.VR != VX_VR_DS && value != nullptr && value->Length == bytes.size()) return status;
   if (status == VX_SYSTEM_ERROR || !keep_if_changed(attribute, bytes)) return VX_SYSTEM_ERROR;
   return status;
 }

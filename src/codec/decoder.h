@@ -128,6 +128,7 @@ class Decoder {
   void log_failure(VX_STATUS status) const;
   // Lines of the log. A stream can be made to cause any number of them: those about what is passed over are
   // counted, and so is every line of a decoder inside another.
+  void warn_behind_nul(uint32_t tag, std::string_view text);
   void warn(const char* format, ...) __attribute__((format(printf, 2, 3)));
   void fault(const char* format, ...) __attribute__((format(printf, 2, 3)));
   // Counts what will be held; VX_VALUE_TOO_LARGE, after a line in the log, where that is too much.

@@ -175,10 +175,9 @@ VX_STATUS Encoder::header(const TagObj& attribute, uint32_t length) {
     out_.used(kShortHeader);
     return VX_NORMAL_COMPLETION;
   }
-  const char wide[] = {wide_letter(attribute), 'V'};
-  const char* letters = wide[0] != 0               ? wide
-                        : attribute.VR == VX_VR_UN ? walk_.rules.un_letters
-                                                   : vr_letters(attribute.VR);
+  char work[2];
+  std::string_view letters = stream_letters(attribute, work);
+  if (letters == "UN") letters = {walk_.rules.un_letters, 2};
   bool long_form = has_long_header(attribute.VR);
   if (!long_form && length > kMaxShortLength) {
     if (!walk_.rules.long_to_un) {
@@ -191,7 +190,7 @@ VX_STATUS Encoder::header(const TagObj& attribute, uint32_t length) {
     letters = "UN";
     long_form = true;
   }
-  std::memcpy(bytes + 4, letters, 2);
+  std::memcpy(bytes + 4, letters.data(), 2);
   if (!long_form) {
     store16(bytes + 6, static_cast<uint16_t>(length), big);
     out_.used(kShortHeader);

@@ -49,4 +49,25 @@ bool keep_if_changed(TagObj& attribute, std::string_view bytes) {
   return keep_text(attribute, bytes);
 }
 
+bool says_less_than_kept(const TagObj& attribute) {
+  if (attribute.DecoderMark != kKeptText) return false;
+  const std::string_view kept(static_cast<const char*>(attribute.KeptText->Data), attribute.KeptText->Length);
+  std::size_t at = 0;
+  const auto skip = [&] {
+    while (at < kept.size() && (kept[at] == ' ' || kept[at] == '\0')) ++at;
+  };
+  for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
+    const std::string_view text(static_cast<const char*>(value->Data), value->Length);
+    for (const char c : text) {
+      if (c == ' ' || c == '\0') continue;
+      skip();
+      if (at == kept.size() || kept[at++] != c) return true;
+    }
+    skip();
+    if (value->Next == nullptr) break;
+    if (at == kept.size() || kept[at++] != '\\') return true;
+  }
+  return at != kept.size();
+}
+
 }  // namespace vx

@@ -8,6 +8,7 @@
 
 #include "frame/state.h"
 #include "model/object.h"
+#include "model/vr.h"
 
 namespace vx {
 
@@ -32,7 +33,16 @@ inline char wide_letter(const TagObj& attribute) {
   return attribute.VR == VX_VR_UN && is_wide_vr(attribute.DecoderMark, 'V') ? attribute.DecoderMark : char{};
 }
 
+// The letters under which an attribute goes out; of two that it makes up, in `work`.
+inline std::string_view stream_letters(const TagObj& attribute, char (&work)[2]) {
+  work[0] = wide_letter(attribute);
+  work[1] = 'V';
+  return {work[0] != 0 ? work : vr_letters(attribute.VR), 2};
+}
+
 // Keeps the bytes of a text if its values would not write them again. False: no memory.
 bool keep_if_changed(TagObj& attribute, std::string_view bytes);
+// True if the values say less, or other things, than the bytes that were kept: blanks and NULs aside.
+bool says_less_than_kept(const TagObj& attribute);
 
 }  // namespace vx

@@ -16,6 +16,9 @@ VX_STATUS set_value(MsgObj& object, TagObj& attribute, VX_DATA_TYPE type, const 
 // sets from one call to the next.
 VX_STATUS set_text(MsgObj& object, TagObj& attribute, std::string_view text, bool first,
                    CharsetCache* charsets);
+// The same, but a DS that could be no number is taken too, with the status of its check.
+VX_STATUS set_text_as_it_is(MsgObj& object, TagObj& attribute, std::string_view text, bool first,
+                            CharsetCache* charsets);
 
 // VX_Get_Value_To_String and its like, moving the attribute's cursor to the first or the next value.
 VX_STATUS get_text(TagObj& attribute, bool first, int32_t size, char* buffer, bool comma_setting);

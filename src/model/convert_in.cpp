@@ -327,15 +327,17 @@ VX_STATUS set_value(MsgObj& object, TagObj& attribute, VX_DATA_TYPE type, const 
   return store_converted(object, attribute, type, converted, first);
 }
 
-VX_STATUS set_text(MsgObj& object, TagObj& attribute, std::string_view text, bool first,
-                   CharsetCache* charsets) {
+namespace {
+
+VX_STATUS put_text(MsgObj& object, TagObj& attribute, std::string_view text, bool first,
+                   CharsetCache* charsets, bool as_it_is) {
   const int32_t vr = attribute.VR;
   if (attribute.ValueCount == std::numeric_limits<int32_t>::max()) return VX_TOO_MANY_VALUES;
   if (is_bulk_vr(vr)) return VX_INCOMPATIBLE_VR;
   char copy[kMaxNumberText];
   if (vr == VX_VR_DS || vr == VX_VR_FL || vr == VX_VR_FD) {
     const VX_STATUS status = replace_commas(text, copy);
-    if (status != kOk) return status;
+    if (status != kOk && !(as_it_is && vr == VX_VR_DS)) return status;
   }
   begin_value(object, attribute, first);
   if (text.empty()) return is_text_vr(vr) ? append_null(attribute) : VX_INVALID_VALUE_FOR_VR;
@@ -353,6 +355,18 @@ VX_STATUS set_text(MsgObj& object, TagObj& attribute, std::string_view text, boo
   const VX_STATUS checked = check_value(object, attribute.Tag, vr, text, charsets);
   const VX_STATUS stored = store(object, attribute, text, first);
   return stored != kOk ? stored : checked;
+}
+
+}  // namespace
+
+VX_STATUS set_text(MsgObj& object, TagObj& attribute, std::string_view text, bool first,
+                   CharsetCache* charsets) {
+  return put_text(object, attribute, text, first, charsets, false);
+}
+
+VX_STATUS set_text_as_it_is(MsgObj& object, TagObj& attribute, std::string_view text, bool first,
+                            CharsetCache* charsets) {
+  return put_text(object, attribute, text, first, charsets, true);
 }
 
 VX_STATUS convert_text_to_binary(int32_t vr, std::string_view text, void* buffer, uint32_t& length) {

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <bit>
 
+#include "codec/stream_form.h"
 #include "config/transfer_syntax.h"
+#include "frame/byte_order.h"
 #include "frame/no_throw.h"
 #include "model/seams.h"
 #include "model/values.h"
@@ -49,6 +51,25 @@ VX_STATUS each_piece(MsgObj& object, TagObj& attribute, Take take) {
 }
 
 }  // namespace
+
+bool wide_integers(const TagObj& attribute, std::string& bytes) {
+  const char letter = wide_letter(attribute);
+  if ((letter != 'S' && letter != 'U') || attribute.Storage != 'M' || attribute.Length % kWideWidth != 0)
+    return false;
+  bytes.clear();
+  for (const ValueObj* piece = attribute.FirstValue; piece != nullptr; piece = piece->Next) {
+    if (piece->Data != nullptr) bytes.append(static_cast<const char*>(piece->Data), piece->Length);
+  }
+  return !bytes.empty();
+}
+
+std::string_view wide_text(const TagObj& attribute, const char* bytes, NumberText& text) {
+  const uint64_t number = load32(bytes, false) | uint64_t{load32(bytes + 4, false)} << 32;
+  const char* end = wide_letter(attribute) == 'S'
+                        ? std::to_chars(text, text + kNumberText, static_cast<int64_t>(number)).ptr
+                        : std::to_chars(text, text + kNumberText, number).ptr;
+  return {text, static_cast<std::size_t>(end - text)};
+}
 
 bool are_fragments(std::string_view head, std::string_view tail) {
   return head.starts_with(std::string_view("\xFE\xFF\x00\xE0", 4)) &&

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "model/object.h"
+#include "text/number_text.h"
 #include "text/text_output.h"
 
 namespace vx {
@@ -16,6 +17,11 @@ VX_STATUS add_base64(MsgObj& object, TagObj& attribute, TextOutput& output);
 VX_STATUS add_base64_lines(MsgObj& object, TagObj& attribute, TextOutput& output, std::size_t& length);
 // As pairs of digits with blanks between.
 VX_STATUS add_hex(MsgObj& object, TagObj& attribute, TextOutput& output, std::size_t& length);
+
+// The bytes of an attribute of SV or UV in memory. False: of another, or no whole numbers.
+bool wide_integers(const TagObj& attribute, std::string& bytes);
+// One of them in decimal digits.
+std::string_view wide_text(const TagObj& attribute, const char* bytes, NumberText& text);
 
 // Items of fragments with their delimiter (PS3.5 section A.4), of whose bytes these are the first and the
 // last.

@@ -259,6 +259,7 @@ TextCharsets text_charsets(std::span<const std::string_view> names, std::string_
     const CharsetRow* row = find_charset(name.empty() ? "ISO 2022 IR 6" : name);
     if (row == nullptr) {
       if (unknown != nullptr && unknown->empty()) *unknown = name;
+      sets.known = false;
       row = find_charset(kDefaultName);
     }
     const CharsetRow* const extended = extended_charset(*row);

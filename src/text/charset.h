@@ -18,6 +18,7 @@ struct TextCharsets {
   const CharsetRow* rows[kMax] = {};
   int count = 0;
   bool extended = false;  // escape sequences switch between the sets
+  bool known = true;      // false: ISO_IR 100 stands for a name that is not
 };
 
 // ICU stands behind all sets but ASCII and UTF-8; it is off until the application turns it on.

@@ -164,7 +164,8 @@ VX_STATUS fill_text(FillTarget& target, TagObj& attribute, std::string_view utf8
                 tag_group(attribute.Tag), tag_element(attribute.Tag));
   }
   CharsetCache* charsets = attribute.Tag > kSpecificCharacterSet ? &target.charsets : nullptr;
-  const VX_STATUS status = set_text(target.object, attribute, text, first, charsets);
+  const auto set = keeps_stream_form() ? set_text_as_it_is : set_text;
+  const VX_STATUS status = set(target.object, attribute, text, first, charsets);
   return status == VX_NORMAL_COMPLETION && !whole ? VX_STATUS{VX_INVALID_CHARS_IN_VALUE} : status;
 }
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "codec/stream_form.h"
 #include "frame/lock.h"
 #include "frame/log.h"
 #include "model/attributes.h"
@@ -29,6 +30,9 @@ constexpr uint32_t kFirstDataSetTag = 0x00040000U;  // groups 0000 and 0002 are 
 bool is_stray(uint32_t tag) {
   return tag < kFirstDataSetTag && tag_group(tag) % 2 != 0 && tag_element(tag) != 0;
 }
+
+// What a reader that takes every number for a double does not round (PS3.18 section F.2.3.1).
+constexpr std::size_t kExactDigits = 15;
 
 std::atomic<bool> indent_setting{false};
 
@@ -184,6 +188,7 @@ VX_STATUS JsonWriter::object(MsgObj& object, const TextSet& inherited) {
                   tag_element(a->Tag));
     }
     whole_ = true;
+    if (a->DecoderMark == kKeptText) warn_of_rest(kFunction, *a);
     if (status == VX_NORMAL_COMPLETION) status = output_.pause();
     if (status == VX_NORMAL_COMPLETION) continue;
     VX_LOG_ERR(
@@ -216,8 +221,9 @@ VX_STATUS JsonWriter::attribute(MsgObj& object, TagObj& attribute, const TextSet
     status = values(attribute, set);
   }
   if (status != VX_NORMAL_COMPLETION) return status;
+  char letters[2];
   key("vr");
-  quoted({vr_letters(attribute.VR), 2});
+  quoted(stream_letters(attribute, letters));
   close('}');
   return VX_NORMAL_COMPLETION;
 }
@@ -247,6 +253,18 @@ VX_STATUS JsonWriter::bulk(MsgObj& object, TagObj& attribute) {
   // Encapsulated data has no inline form in the model (PS3.18 section F.2.7).
   if (standard_ && is_in_fragments(object, attribute)) {
     VX_LOG_WARN(kFunction, "Encapsulated Pixel Data has no inline form in JSON and is left out");
+    return VX_NORMAL_COMPLETION;
+  }
+  if (standard_ && wide_integers(attribute, work_)) {
+    key("Value");
+    open('[');
+    NumberText digits;
+    for (std::size_t at = 0; at < work_.size(); at += kWideWidth) {
+      next();
+      const std::string_view number = wide_text(attribute, work_.data() + at, digits);
+      number.size() <= kExactDigits ? static_cast<void>(out_ += number) : quoted(number);
+    }
+    close(']');
     return VX_NORMAL_COMPLETION;
   }
   const bool was_fresh = fresh_;

@@ -1,6 +1,8 @@
 #include "text/text_output.h"
 
+#include "codec/stream_form.h"
 #include "frame/limits.h"
+#include "frame/log.h"
 #include "model/deferred.h"
 #include "model/vr.h"
 
@@ -20,6 +22,12 @@ VX_STATUS prepare_for_text(MsgObj& object, bool& elsewhere, int depth) {
     }
   }
   return VX_NORMAL_COMPLETION;
+}
+
+void warn_of_rest(const char* function, const TagObj& attribute) {
+  if (!says_less_than_kept(attribute)) return;
+  VX_LOG_WARN(function, "(%04X,%04X) has other text in its file than its values, such as behind a NUL",
+              tag_group(attribute.Tag), tag_element(attribute.Tag));
 }
 
 TextOutput::TextOutput(const MsgObj& object, void* user, VX_STREAM_OUTPUT callback, bool wait)

@@ -13,6 +13,9 @@ namespace vx {
 // memory. VX_INVALID_VALUE_FOR_VR for too many levels.
 VX_STATUS prepare_for_text(MsgObj& object, bool& elsewhere, int depth = 0);
 
+// Says so where a text that was kept as it came has more, or other, characters than its values show.
+void warn_of_rest(const char* function, const TagObj& attribute);
+
 // Takes the text as it is made. Nothing reaches the application of a text that can not be made: where values
 // have to be fetched, which may fail, it waits for the end; otherwise it goes out piece by piece.
 class TextOutput {

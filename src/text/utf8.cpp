@@ -67,9 +67,9 @@ TextSet text_set_of(MsgObj& object, const TextSet& inherited) {
   cursor_first(*attribute, cursor);
   char scratch[80];
   std::string_view text;
-  if (view_text(*attribute, cursor, scratch, text) == VX_NORMAL_COMPLETION &&
-      text.find("ISO_IR 192") != std::string_view::npos) {
-    set.kind = TextSet::Kind::Utf8;
+  if (view_text(*attribute, cursor, scratch, text) == VX_NORMAL_COMPLETION) {
+    if (text.find("ISO_IR 192") != std::string_view::npos) set.kind = TextSet::Kind::Utf8;
+    set.latin1 = attribute->ValueCount == 1 && text == "ISO_IR 100";
   }
   if (unicode_enabled() && text_charsets(object, set.sets) != VX_NORMAL_COMPLETION) set.sets = {};
   return set;
@@ -82,11 +82,11 @@ std::string_view to_utf8(std::string_view text, const TextSet& set, bool person_
   work.clear();
   if (set.kind == TextSet::Kind::Others && set.sets.count > 0) {
     const TextResult result = decode_text(set.sets, text, person_name, work);
-    if (result == TextResult::Lost) whole = false;
+    if (result == TextResult::Lost || !set.sets.known) whole = false;
     if (result != TextResult::NoIcu) return work;
     work.clear();
   }
-  if (set.kind != TextSet::Kind::Others) whole = false;
+  if (!set.latin1) whole = false;
   for (const char c : text) {
     const auto byte = static_cast<uint8_t>(c);
     if (byte < 0x80) {
@@ -104,10 +104,11 @@ std::string_view from_utf8(std::string_view text, const TextSet& set, std::strin
   work.clear();
   if (set.sets.count > 0) {
     const TextResult result = encode_text(set.sets, text, work);
-    if (result == TextResult::Lost) whole = false;
+    if (result == TextResult::Lost || !set.sets.known) whole = false;
     if (result != TextResult::NoIcu) return work;
     work.clear();
   }
+  if (!set.latin1) whole = false;
   for (std::size_t at = 0; at < text.size();) {
     const auto lead = static_cast<uint8_t>(text[at]);
     const std::size_t size = character_size(text, at);

@@ -13,7 +13,8 @@ namespace vx {
 struct TextSet {
   enum class Kind { None, Utf8, Others };
   Kind kind = Kind::None;
-  TextCharsets sets;  // of Others
+  TextCharsets sets;    // of Others
+  bool latin1 = false;  // of Others: ISO_IR 100 alone, which needs no conversion
 };
 
 // What the object's own (0008,0005) says; `inherited` if it has none.

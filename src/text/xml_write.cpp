@@ -1,6 +1,7 @@
 // Objects to XML. The text is emitted directly, and handed over when it is whole.
 #include <algorithm>
 
+#include "codec/stream_form.h"
 #include "config/services.h"
 #include "frame/limits.h"
 #include "frame/lock.h"
@@ -163,6 +164,7 @@ VX_STATUS XmlWriter::attributes(const Scope& scope) {
                   tag_group(a->Tag), tag_element(a->Tag));
     }
     whole_ = true;
+    if (a->DecoderMark == kKeptText) warn_of_rest(function(), *a);
     if (status == VX_NORMAL_COMPLETION) status = output_.pause();
     if (status == VX_NORMAL_COMPLETION) continue;
     VX_LOG_ERR(function(), "%s failed to write DICOM attribute for attribute %4.4X%4.4X to XML",
@@ -217,7 +219,8 @@ VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
   line();
   out_ += own ? "<Attribute" : "<DicomAttribute";
   field(own ? "Tag" : "tag", tag_text(attribute.Tag, tag));
-  field(own ? "VR" : "vr", {vr_letters(attribute.VR), 2});
+  char letters[2];
+  field(own ? "VR" : "vr", stream_letters(attribute, letters));
   field(own ? "Name" : "keyword", name_of(attribute, creator));
   if (!creator.empty())
     field(own ? "PCode" : "privateCreator", to_utf8(creator, scope.set, false, work_, whole_));
@@ -261,6 +264,15 @@ VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
 VX_STATUS XmlWriter::native_content(const Scope& scope, TagObj& attribute) {
   if (attribute.VR == VX_VR_SQ) return items(scope, attribute);
   if (!is_bulk_vr(attribute.VR)) return values(scope, attribute);
+  if (wide_integers(attribute, work_)) {
+    NumberText digits;
+    for (std::size_t at = 0; at < work_.size(); at += kWideWidth) {
+      numbered("Value", static_cast<int32_t>(at / kWideWidth) + 1);
+      (out_ += '>') += wide_text(attribute, work_.data() + at, digits);
+      end("Value");
+    }
+    return VX_NORMAL_COMPLETION;
+  }
   const std::size_t before = output_.size();
   line();
   out_ += "<InlineBinary>";

@@ -163,7 +163,7 @@ TEST_F(Encoder, AStreamKeepsItsForm) {
       {0x00091001, "UV", "abcdefgh", "abcdefgh"},
       {0x00091002, "UN", "odd", "odd\0"s},
       {0x00101020, "DS", "1,5 ", "1,5 ", "1.5"},
-      {0x00101030, "DS", std::string(301, '1'), std::string(301, '1') + " ", "<null>"},
+      {0x00101030, "DS", std::string(301, '1'), std::string(301, '1') + " ", std::string(301, '1')},
       {0x00104000, "LT", "a\0b "s, "a\0b "s, "a"},
       {0x00280010, "US", "\x01\x02", "\x01\x02", "513"},
   };

@@ -191,6 +191,19 @@ TEXTS = [  # name, Specific Character Set, patient's name, and the same in Unico
 ]
 
 
+def as_it_came():
+    """Padding, bytes behind a NUL, creators and letters of others in one file."""
+    w = Writer(EXPLICIT)
+    first = [(0x00080008, "CS", b"ORIGINAL \\PRIMARY\\\\AXIAL "), (0x00080070, "LO", b"AB\0\\CD"), (0x00080080, "LO", b"two blanks  "),
+             (0x00080081, "ST", b"text\0behind "), (0x0008040C, "UV", b"\x01\x02\x03\x04\x05\x06\x07\xf8"), (0x00081030, "LO", b"NUL at end\0\0")]
+    creators = [b"A\x01B\\C\x1b ", b"L" * 100, b"N" * 600, b"", b"SAME", b"SAME", b"BLANKS  "]
+    private = [(0x00090010 + n, "LO", code) for n, code in enumerate(creators)] + [(0x00090017, "SH", b"NUL\0rest"), (0x00090018, "UN", b"UNKNOWN ")]
+    private += [(0x00091000 | n << 8, "SH", b"own ") for n in range(9)]
+    last = [(0x00101020, "DS", b"1,5 \\" + b"2" * 300), (0x00101030, "DS", b" 70.50"), (0x00180015, "CS", b"  "), (0x00200032, "DS", b"1\\2 \\3 "),
+            (0x00720082, "SV", b"\xfe" + b"\xff" * 15)]
+    yield "odd/as-it-came.dcm", w.file(b"".join(w.element(*row) for row in first + private + last)), False
+
+
 def texts():
     """A name in each character set."""
     w = Writer(EXPLICIT)
@@ -207,6 +220,12 @@ def odd_texts():
         value += b" " * (len(value) % 2)
         data = head(w) + w.element(0x00102160, "SH", value) + w.element(0x00104000, "LT", value) + tail(w) + w.element(0x00324000, "LT", value)
         yield "made/text-odd-%s.dcm" % name, w.file(data), name in ("blanks", "empty")
+    yield "made/charset-unknown.dcm", w.file(head(w, name=b"M\xfcller", charset="ISO_IR 999") + tail(w)), False
+    for syntax in (IMPLICIT, EXPLICIT, BIG):
+        long = Writer(syntax)
+        texts_ = [long.element(tag, vr, b"1" * size) for tag, vr, size in ((0x00101020, "DS", 300), (0x00101030, "DS", 258), (0x00102110, "LO", 1000))]
+        numbers = long.text(0x00180088, "DS", "1,5\\2") + (long.element(0x00324000, "LT", b"x" * 70002) if syntax == IMPLICIT else b"")
+        yield "made/text-long-%s.dcm" % (syntax[16:] or "1.2"), long.file(head(long) + b"".join(texts_) + numbers), False
     numbers = (w.text(0x00101010, "AS", "18X") + w.text(0x00101030, "DS", "1.23456789012345678\\ 7 ") +
                w.text(0x00181151, "IS", " 0012 "))
     dates = w.text(0x00080022, "DA", "2026.01.02") + w.text(0x00080032, "TM", "12:30:00")
@@ -304,6 +323,11 @@ def flaws():
     yield "odd/nul-behind.dcm", good + b"\0", False
     yield "odd/zeros-behind.dcm", good + b"\0" * 64, False
     yield "odd/twice.dcm", w.file(head(w) + w.text(0x00100040, "CS", "M") + tail(w)), False
+    for syntax in (EXPLICIT, BIG):
+        odd = Writer(syntax)
+        yield "odd/odd-numbers-%s.dcm" % syntax[16:], odd.file(head(odd) + tail(odd) + odd.element(0x00280010, "US", b"\1\2\3")), False
+    yield "odd/native-in-compressed.dcm", w.file(data + w.element(0x7FE00010, "OB", bytes(1000)), syntax="1.2.840.10008.1.2.4.50"), False
+    yield "odd/fragments-in-native.dcm", w.file(data + description(w, 2, 2, 8) + w.fragments([b"\1\2\3\4"])), False
     yield "odd/order.dcm", w.file(tail(w) + head(w)), False
     yield "odd/wrong-vr.dcm", w.file(head(w) + w.text(0x00180050, "LO", "1.5") + tail(w) + w.text(0x00280010, "IS", "12")), False
     yield "odd/unknown-vr.dcm", w.file(head(w) + w.tag(0x00180050) + b"ZZ" + struct.pack("<H", 4) + b"1.50" + tail(w)), False
@@ -464,7 +488,7 @@ def directories():
 
 
 SAMPLES = (structures, texts, images, objects, directories)
-ALL = (values, public_values, private_blocks, odd_texts, flaws, *SAMPLES)
+ALL = (values, public_values, private_blocks, odd_texts, as_it_came, flaws, *SAMPLES)
 
 
 def make(folder, groups=ALL):

@@ -237,6 +237,18 @@ TEST_F(Charsets, CallsOfTheInterface) {
   VX_Enable_Unicode_Conversion(0);
   EXPECT_EQ(VX_Byte_To_Unicode("ISO_IR 100", "a", -1, 16, &length, wide), VX_CANNOT_COMPLY);
   EXPECT_EQ(VX_Get_Value_To_UnicodeString(message, 0x00100010, 16, &length, wide), VX_CANNOT_COMPLY);
+
+  // Text forms go by the values of bytes then, which is right for one set alone, and say so.
+  const auto drop = [](int32_t, void*, uint32_t, void*, int32_t, int32_t) -> VX_STATUS {
+    return VX_NORMAL_COMPLETION;
+  };
+  for (const char* set : {"ISO_IR 144", "ISO_IR 100"}) {
+    VX_Set_Value_From_String(message, 0x00080005, set);
+    support::LogCapture::clear();
+    EXPECT_EQ(VX_Message_To_Json(message, nullptr, VX_JSON_STANDARD, drop), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(has_log("(0010,0010) has bytes that are no text"), std::string_view(set) == "ISO_IR 144")
+        << set;
+  }
 }
 
 }  // namespace

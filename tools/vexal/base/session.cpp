@@ -23,6 +23,7 @@ thread_local const std::string* current_file = nullptr;
 thread_local bool warnings_muted = false;
 thread_local bool errors_muted = false;
 thread_local bool filled_up = false;
+thread_local bool values_lost = false;
 thread_local LogLines* log_lines = nullptr;
 bool quiet = false;
 bool verbose = false;
@@ -55,6 +56,8 @@ void receive_log(const VX_LOG_RECORD* record) {
   const std::string_view message = record->Message;
   if (message.starts_with("Invalid format of JPEG") && message.find("bytes data short") != message.npos)
     filled_up = true;
+  if (message.ends_with(" is duplicated") || message.starts_with("Error adding stream tag"))
+    values_lost = true;
   if (log_lines != nullptr && log_lines->take(record->Type, record->FunctionName, record->Message)) return;
   print_log(record->Type, message);
 }
@@ -195,6 +198,10 @@ MutedWarnings::~MutedWarnings() {
 
 bool frame_was_filled_up() {
   return std::exchange(filled_up, false);
+}
+
+bool values_were_lost() {
+  return std::exchange(values_lost, false);
 }
 
 LogLines::LogLines(bool (*passes)(std::string_view function)) : passes_(passes), outer_(log_lines) {

@@ -58,6 +58,9 @@ class MutedWarnings {
 
 // True if a decoder has filled up a frame on this thread since the last call: it had too little data for it.
 bool frame_was_filled_up();
+// True if the file opened last on this thread has a tag twice, or an element that no object can hold, so that
+// what is written of it lacks a value; a line on standard error has told which. Once for each file.
+bool values_were_lost();
 
 // While it lives, what the library logs on this thread is held back, unless --verbose was given: some things
 // it says nowhere else.

@@ -213,6 +213,7 @@ VX_STATUS DicomFile::open(const std::string& path, const OpenOptions& options) {
   linked_ = false;
   kept_.clear();
   free_object();
+  values_were_lost();  // of another file
   problem_ = source_.open(path);
   if (!problem_.empty()) return VX_INVALID_FILE;
   char head_bytes[4096];
@@ -341,6 +342,10 @@ std::string DicomFile::write_fault(VX_TRANSFER_SYNTAX target) const {
   const KeptValue* pixels = kept(id_, kPixelData);
   if (pixels != nullptr && pixels->length != kUndefined && !is_uncompressed(syntax_))
     return "its pixel data is not encapsulated, as its transfer syntax demands";
+  const bool fragments = std::any_of(kept_.begin(), kept_.end(),
+                                     [](const auto& row) { return row.second.length == kUndefined; });
+  if (fragments && is_uncompressed(syntax_) && target != syntax_)
+    return "its pixel data is encapsulated, which its transfer syntax has no form for";
   if (sequence_items(id_, kDirectoryRecords).empty()) return "";
   if (!linked_) return "has directory records, which would lie at other places, and is no DICOMDIR";
   const bool plain = is_uncompressed(target) && target != DEFLATED_EXPLICIT_LITTLE_ENDIAN;

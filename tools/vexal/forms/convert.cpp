@@ -50,7 +50,7 @@ FileResult convert_file(const std::string& in, const std::string& out, VX_TRANSF
     report(pixels.problem().empty() ? out : in, error);
     return result;
   }
-  result.exit = text;
+  result.exit = values_were_lost() ? std::max<int>(text, kFindings) : text;
   if (const std::string finding = pixels.finding(); !finding.empty()) {
     report(in, finding);
     result.exit = std::max(result.exit, static_cast<int>(kFindings));

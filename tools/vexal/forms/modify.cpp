@@ -214,7 +214,7 @@ int run(const Args& args) {
     return kUsage;
   }
   const std::string error = write_file(file, out, options);
-  if (error.empty()) return kSuccess;
+  if (error.empty()) return values_were_lost() ? kFindings : kSuccess;
   report(out, error);
   return kUsage;
 }

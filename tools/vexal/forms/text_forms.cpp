@@ -52,7 +52,7 @@ FileResult to_text(const std::string& path, const TextForm& form, bool only) {
     return result;
   }
   result.output += form.end;
-  result.exit = log.passed() == 0 ? kSuccess : kFindings;
+  result.exit = log.passed() == 0 && !values_were_lost() ? kSuccess : kFindings;
   return result;
 }
 

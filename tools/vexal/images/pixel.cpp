@@ -102,7 +102,7 @@ int check_offsets(const Args& args, PixelImage& image, const std::string& path) 
   WriteOptions options;
   if (!options.read(args)) return kUsage;
   if (problem.empty()) problem = write_file(image.file(), args.get("--repair"), options);
-  if (problem.empty()) return kSuccess;
+  if (problem.empty()) return values_were_lost() ? kFindings : kSuccess;
   report(path, problem);
   return kUsage;
 }

@@ -156,8 +156,10 @@ VX_STATUS ObjectSender::send_object(int32_t association, const ObjectFile& file,
     problem = object.problem();
   }
   if (status != VX_NORMAL_COMPLETION) return status;
+  if (values_were_lost()) problem = "has a value that an object can not hold";
+  if (problem.empty() && syntax != file.syntax) problem = object.write_fault(syntax);
   // Nothing has gone out when a frame turns out to be broken.
-  if (RecodedPixels::needed(object, syntax))
+  if (problem.empty() && RecodedPixels::needed(object, syntax))
     problem = pixels.attach(object, syntax, 1, RecodedPixels::When::Ahead);
   if (problem.empty()) problem = pixels.finding();
   if (!problem.empty()) return VX_COMPRESSION_FAILURE;

@@ -133,8 +133,9 @@ std::string serve_get(Association& association, const Peer& peer, const SentRequ
       association.abort();
       return problem;
     }
-    IdentifierRoom room;
-    status = association.check(read_rest(association.id(), message.id, room));
+    // Its data set, the list of what has failed, is decoded: only a request's can be had as bytes.
+    if (message.number(0x00000800, 0x0101) != 0x0101)
+      status = association.check(VX_Continue_Read_Message(association.id(), &message.id));
     if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
     count(message, tally);
     if (!is_pending(tally.status)) return "";

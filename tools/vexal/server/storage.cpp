@@ -347,9 +347,11 @@ bool ObjectWriter::convert(FileSink& converted, const StoredObject& stored) {
     RecodedPixels pixels;
     VX_STATUS status = bounds.open(file, temporary, problem);
     if (status != VX_NORMAL_COMPLETION) return "";
+    if (values_were_lost()) problem = "it has a value that an object can not hold";
     there = file.syntax() == options_.syntax;
     if (there) return "";
-    if (RecodedPixels::needed(file, options_.syntax))
+    if (problem.empty()) problem = file.write_fault(options_.syntax);
+    if (problem.empty() && RecodedPixels::needed(file, options_.syntax))
       problem = pixels.attach(file, options_.syntax, 1, RecodedPixels::When::AsWritten);
     if (problem.empty()) problem = converted.open(sink_.path(), options_.mode);
     if (problem.empty()) status = file.set_syntax(options_.syntax);
