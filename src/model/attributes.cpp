@@ -53,29 +53,29 @@ TagObj* plain_search(MsgObj& object, uint32_t tag) {
   return at;
 }
 
-TagObj* search(MsgObj& object, uint32_t tag) {
+TagPlace search(MsgObj& object, uint32_t tag) {
   // Most searches are for the place behind the last attribute, the cursor's own, or the one behind it. The
   // neighbour is only looked at when it may be the one: in a large table it costs a cache miss.
-  if (object.LastTag == nullptr || object.LastTag->Tag < tag) return nullptr;
+  if (object.LastTag == nullptr || object.LastTag->Tag < tag) return {nullptr, false};
   TagObj* at = object.CurrentTag;
   if (at != nullptr) {
-    if (at->Tag == tag) return at;
+    if (at->Tag == tag) return {at, true};
     if (tag > at->Tag && tag - at->Tag <= kNear && at->Next != nullptr && at->Next->Tag >= tag)
-      return at->Next;
+      return place_at(at->Next, tag);
   }
   if (object.Index == nullptr) {
-    if (walk(object, tag, at)) return at;
+    if (walk(object, tag, at)) return place_at(at, tag);
     object.Index = build_index(object.FirstTag);
-    if (object.Index == nullptr) return plain_search(object, tag);
+    if (object.Index == nullptr) return place_at(plain_search(object, tag), tag);
   }
   return index_lower_bound(*object.Index, tag);
 }
 
 // The same, and the cursor goes to the place.
-TagObj* search_and_move(MsgObj& object, uint32_t tag) {
-  TagObj* at = search(object, tag);
-  object.CurrentTag = at != nullptr ? at : object.LastTag;
-  return at;
+TagPlace search_and_move(MsgObj& object, uint32_t tag) {
+  const TagPlace place = search(object, tag);
+  object.CurrentTag = place.at != nullptr ? place.at : object.LastTag;
+  return place;
 }
 
 void link_before(MsgObj& object, TagObj& attribute, TagObj* behind) {
@@ -199,13 +199,13 @@ VX_STATUS add_repeating(MsgObj& object, uint32_t tag, TagObj*& out) {
 
 TagObj* find_tag(MsgObj& object, uint32_t tag) {
   const Guard guard(object.Semaphore);
-  TagObj* at = search_and_move(object, tag);
-  return at != nullptr && at->Tag == tag ? at : nullptr;
+  const TagPlace place = search_and_move(object, tag);
+  return place.found ? place.at : nullptr;
 }
 
 TagObj* lower_bound_tag(MsgObj& object, uint32_t tag) {
   const Guard guard(object.Semaphore);
-  return search(object, tag);
+  return search(object, tag).at;
 }
 
 VX_STATUS new_tag(MsgObj& object, uint32_t tag, int32_t vr, uint16_t vm_low, uint16_t vm_high, TagObj** out) {
@@ -213,14 +213,14 @@ VX_STATUS new_tag(MsgObj& object, uint32_t tag, int32_t vr, uint16_t vm_low, uin
   if (!is_vr(vr)) return VX_INVALID_VR_CODE;
   if (tag_group(tag) == kStructureGroup) return VX_INVALID_TAG;
   const Guard guard(object.Semaphore);
-  TagObj* at = search_and_move(object, tag);
-  if (at != nullptr && at->Tag == tag) {
-    if (out != nullptr) *out = at;
+  const TagPlace place = search_and_move(object, tag);
+  if (place.found) {
+    if (out != nullptr) *out = place.at;
     return VX_TAG_ALREADY_EXISTS;
   }
   TagObj* attribute = make_record(object, tag, vr, vm_low, vm_high);
   if (attribute == nullptr) return VX_SYSTEM_ERROR;
-  link_before(object, *attribute, at);
+  link_before(object, *attribute, place.at);
   object.TemplatePending = 1;
   object.FirstOfFrame = 1;
   object.Started = 0;
@@ -286,7 +286,7 @@ VX_STATUS delete_range(MsgObj& object, uint32_t first, uint32_t last) {
     TagObj* attribute;
     {
       const Guard guard(object.Semaphore);
-      attribute = search(object, first);
+      attribute = search(object, first).at;
       object.CurrentTag = object.FirstTag;
       if (attribute == nullptr || attribute->Tag > last) return kOk;
       // The next search starts here, unless this is the last round.

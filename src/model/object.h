@@ -4,6 +4,7 @@
 // and what its pointers say below; it counts, and does not own, the items in its sequences.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
@@ -24,7 +25,7 @@ struct FileObj;
 // One piece of a value; its bytes follow it in the same allocation.
 struct ValueObj {
   uint32_t Length;    // bytes of Data; 1 for an item
-  uint32_t Capacity;  // bytes that a piece which grows has room for; 0: just Length
+  uint32_t Capacity;  // bytes that a piece which grows has room for; 0: just Length; kOwnPiece
   void* Data;         // the bytes, or the MsgObj of an item; null for a value without data
   ValueObj* Next;
 };
@@ -41,10 +42,12 @@ struct TagObj {
   uint8_t ReadFinished;
   int32_t CursorNumber;  // from 1
   ValueObj* FirstValue;
+  TagObj* Next;
+  ValueObj OwnPiece;  // one short piece of the value, or of one kept aside; free unless marked kOwnPiece
+  uint8_t OwnBytes[16];
   ValueObj* CursorValue;
   ValueObj* CursorPrevious;
   ValueObj* LastValue;
-  TagObj* Next;
   TagObj* Previous;
   ValTagObj* Template;  // shared with the template; null if no template names the attribute
   void* AuxBuffer;      // owned
@@ -58,6 +61,8 @@ struct TagObj {
 };
 
 inline constexpr uint32_t kUndefinedLength = 0xFFFFFFFFU;
+inline constexpr uint32_t kOwnPiece = 0xFFFFFFFFU;  // Capacity of a piece that lies in its attribute
+static_assert(offsetof(TagObj, OwnBytes) == offsetof(TagObj, OwnPiece) + sizeof(ValueObj));
 inline constexpr char kReadFromUn = 0x7F;  // on a sequence
 // On a text that its values would not write as it was read: other padding, bytes behind a NUL.
 inline constexpr char kKeptText = 0x7E;

@@ -10,19 +10,22 @@
 namespace vx {
 namespace {
 
-// A block fills a 512-byte buffer.
-constexpr uint32_t kBlockSize = 42;
+constexpr std::size_t kLine = 64;       // of the cache
+constexpr std::size_t kAlignment = 16;  // of every buffer
+// The count and the tags fill two lines.
+constexpr uint32_t kBlockSize = 31;
 constexpr uint32_t kNoTag = 0xFFFFFFFF;
 
-struct Block {
+struct alignas(kLine) Block {
   uint32_t count;
   uint32_t tags[kBlockSize];  // ascending; kNoTag from `count` on
   TagObj* attributes[kBlockSize];
+  void* buffer;  // that the block lies in
 };
-static_assert(sizeof(Block) <= 512 && std::is_trivially_destructible_v<Block>);
+static_assert(sizeof(Block) == 6 * kLine && std::is_trivially_destructible_v<Block>);
 
 // Elements of a sorted array below `value`, without branches that depend on the data.
-uint32_t count_below(const uint32_t* values, uint32_t count, uint32_t value) {
+inline uint32_t count_below(const uint32_t* values, uint32_t count, uint32_t value) {
   uint32_t base = 0;
   while (count > 1) {
     const uint32_t half = count / 2;
@@ -49,8 +52,10 @@ void close_gap(T* array, uint32_t count, uint32_t at) {
 }
 
 Block* new_block() {
-  auto* block = static_cast<Block*>(allocate_raw(sizeof(Block)));
-  if (block == nullptr) return nullptr;
+  void* buffer = allocate_raw(sizeof(Block) + kLine - kAlignment);
+  if (buffer == nullptr) return nullptr;
+  auto* block = reinterpret_cast<Block*>((reinterpret_cast<uintptr_t>(buffer) + kLine - 1) & ~(kLine - 1));
+  block->buffer = buffer;
   block->count = 0;
   std::fill_n(block->tags, kBlockSize, kNoTag);
   return block;
@@ -69,23 +74,37 @@ void block_insert(Block& block, uint32_t at, TagObj& attribute) {
 struct TagIndex {
   uint32_t count;
   uint32_t capacity;
-  uint32_t* firsts;  // owned
+  uint32_t* firsts;  // owned; behind them each kStride-th of them once more
   Block** blocks;    // owned, with the blocks
 };
 static_assert(std::is_trivially_destructible_v<TagIndex>);
 
 namespace {
 
+// The first tags of large tables lie on many lines. The way to the few that matter is marked out in an array
+// that stays close.
+constexpr uint32_t kStride = 64;
+
+uint32_t* marks_of(const TagIndex& index) {
+  return index.firsts + index.capacity;
+}
+void set_marks(TagIndex& index, uint32_t from) {
+  uint32_t* marks = marks_of(index);
+  for (uint32_t at = from / kStride * kStride; at < index.count; at += kStride)
+    marks[at / kStride] = index.firsts[at];
+}
+
 bool reserve_blocks(TagIndex& index, uint32_t wanted) {
   if (wanted <= index.capacity) return true;
   const uint32_t capacity = std::max({wanted, index.capacity * 2, 16U});
-  void* firsts = reallocate(capacity * sizeof(uint32_t), index.firsts);
+  void* firsts = reallocate((capacity + capacity / kStride + 1) * sizeof(uint32_t), index.firsts);
   if (firsts == nullptr) return false;
   index.firsts = static_cast<uint32_t*>(firsts);
   void* blocks = reallocate(capacity * sizeof(Block*), index.blocks);
   if (blocks == nullptr) return false;
   index.blocks = static_cast<Block**>(blocks);
   index.capacity = capacity;
+  set_marks(index, 0);
   return true;
 }
 
@@ -103,7 +122,13 @@ Block* add_block(TagIndex& index, uint32_t at) {
 
 // The block that a tag belongs to: the last one whose first tag is not above it.
 uint32_t block_of(const TagIndex& index, uint32_t tag) {
-  const uint32_t below = count_below(index.firsts, index.count, tag);
+  const uint32_t marks = (index.count + kStride - 1) / kStride;
+  const uint32_t passed = count_below(marks_of(index), marks, tag);
+  const uint32_t start = passed == 0 ? 0 : (passed - 1) * kStride;
+  const uint32_t* firsts = index.firsts + start;
+  for (std::size_t line = 0; line < kStride; line += kLine / sizeof(uint32_t))
+    __builtin_prefetch(firsts + line);
+  const uint32_t below = start + count_below(firsts, std::min(kStride, index.count - start), tag);
   if (below < index.count && index.firsts[below] == tag) return below;
   return below == 0 ? 0 : below - 1;
 }
@@ -122,6 +147,7 @@ TagIndex* build_index(TagObj* first) {
         return nullptr;
       }
       index->firsts[index->count - 1] = attribute->Tag;
+      set_marks(*index, index->count - 1);
     }
     block->tags[block->count] = attribute->Tag;
     block->attributes[block->count] = attribute;
@@ -132,32 +158,39 @@ TagIndex* build_index(TagObj* first) {
 
 void free_index(TagIndex* index) {
   if (index == nullptr) return;
-  for (uint32_t i = 0; i < index->count; ++i) release(index->blocks[i]);
+  for (uint32_t i = 0; i < index->count; ++i) release(index->blocks[i]->buffer);
   release(index->blocks);
   release(index->firsts);
   release(index);
 }
 
-TagObj* index_lower_bound(const TagIndex& index, uint32_t tag) {
-  if (index.count == 0) return nullptr;
+TagPlace index_lower_bound(const TagIndex& index, uint32_t tag) {
+  if (index.count == 0) return {nullptr, false};
   const uint32_t at = block_of(index, tag);
   const Block& block = *index.blocks[at];
   // The lines of the block come in together, not one by one as the search meets them.
-  for (std::size_t line = 64; line < sizeof(Block); line += 64) {
+  for (std::size_t line = kLine; line < sizeof(Block); line += kLine) {
     __builtin_prefetch(reinterpret_cast<const char*>(&block) + line);
   }
   const uint32_t place = place_of(block, tag);
-  if (place < block.count) return block.attributes[place];
-  return at + 1 < index.count ? index.blocks[at + 1]->attributes[0] : nullptr;
+  if (place == block.count)
+    return {at + 1 < index.count ? index.blocks[at + 1]->attributes[0] : nullptr, false};
+  TagObj* found = block.attributes[place];
+  // What finding and reading touch may lie on two lines.
+  __builtin_prefetch(found);
+  __builtin_prefetch(found->OwnBytes);
+  return {found, block.tags[place] == tag};
 }
 
 bool index_insert(TagIndex& index, TagObj& attribute) {
   const uint32_t tag = attribute.Tag;
-  uint32_t at = index.count == 0 ? 0 : block_of(index, tag);
-  if (index.count == 0 && add_block(index, 0) == nullptr) return false;
+  bool moved = index.count == 0;  // the first tags of blocks
+  if (moved && add_block(index, 0) == nullptr) return false;
+  uint32_t at = moved ? 0 : block_of(index, tag);
   Block* block = index.blocks[at];
   uint32_t place = place_of(*block, tag);
   if (block->count == kBlockSize) {
+    moved = true;
     Block* right = add_block(index, at + 1);
     if (right == nullptr) return false;
     // A table that grows at its end gets full blocks; anywhere else the block is halved.
@@ -176,7 +209,10 @@ bool index_insert(TagIndex& index, TagObj& attribute) {
     }
   }
   block_insert(*block, place, attribute);
-  index.firsts[at] = block->tags[0];
+  if (moved || index.firsts[at] != block->tags[0]) {
+    index.firsts[at] = block->tags[0];
+    set_marks(index, at);
+  }
   return true;
 }
 
@@ -191,10 +227,11 @@ void index_erase(TagIndex& index, uint32_t tag) {
   block.tags[--block.count] = kNoTag;
   // A first tag that has gone still parts this block from the one in front.
   if (block.count != 0) return;
-  release(&block);
+  release(block.buffer);
   close_gap(index.firsts, index.count, at);
   close_gap(index.blocks, index.count, at);
   --index.count;
+  set_marks(index, at);
 }
 
 }  // namespace vx

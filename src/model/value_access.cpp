@@ -37,13 +37,9 @@ VX_STATUS extend_text(TagObj& attribute, const void* data, uint32_t length) {
   ValueObj* last = attribute.LastValue;
   if (length > kUndefinedLength - 1 - attribute.Length) return VX_VALUE_TOO_LARGE;
   const uint32_t wanted = last->Length + length;
-  if (wanted > std::max(last->Capacity, last->Length)) {
-    const uint32_t capacity = wanted > UINT32_MAX / 2 ? wanted : wanted * 2;
-    auto* grown = static_cast<ValueObj*>(reallocate(sizeof(ValueObj) + std::size_t{capacity}, last));
-    if (grown == nullptr) return VX_SYSTEM_ERROR;
-    grown->Capacity = capacity;
-    grown->Data = grown + 1;
-    attribute.FirstValue = attribute.LastValue = last = grown;
+  if (wanted > piece_capacity(*last)) {
+    last = grow_piece(attribute, last, wanted > UINT32_MAX / 2 ? wanted : wanted * 2);
+    if (last == nullptr) return VX_SYSTEM_ERROR;
   }
   std::memcpy(static_cast<uint8_t*>(last->Data) + last->Length, data, length);
   last->Length = wanted;

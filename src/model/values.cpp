@@ -30,7 +30,7 @@ bool counts_by_number(const TagObj& attribute) {
 void free_chain(ValueObj* value) {
   while (value != nullptr) {
     ValueObj* next = value->Next;
-    release(value);
+    free_value(value);
     value = next;
   }
 }
@@ -141,25 +141,11 @@ VX_STATUS store_in_callback(MsgObj& object, TagObj& attribute, const void* data,
 void* grow_last(TagObj& attribute, uint32_t length, uint32_t limit) {
   ValueObj* last = attribute.LastValue;
   const uint32_t wanted = last->Length + length;
-  const uint32_t capacity = std::max(last->Capacity, last->Length);
+  const uint32_t capacity = piece_capacity(*last);
   if (wanted > capacity) {
     const uint32_t doubled = capacity > limit / 2 ? std::max(limit, wanted) : capacity * 2;
-    const uint32_t next = std::max({wanted, doubled, 8U});
-    auto* grown = static_cast<ValueObj*>(reallocate(sizeof(ValueObj) + next, last));
-    if (grown == nullptr) return nullptr;
-    grown->Capacity = next;
-    grown->Data = grown + 1;
-    if (grown != last) {
-      // The piece in front points to it; only a chain of several pieces has to be searched.
-      if (attribute.FirstValue == last) {
-        attribute.FirstValue = grown;
-      } else {
-        ValueObj* before = attribute.FirstValue;
-        while (before->Next != last) before = before->Next;
-        before->Next = grown;
-      }
-      attribute.LastValue = last = grown;
-    }
+    last = grow_piece(attribute, last, std::max({wanted, doubled, 8U}));
+    if (last == nullptr) return nullptr;
   }
   void* room = static_cast<uint8_t*>(last->Data) + last->Length;
   last->Length = wanted;
@@ -184,7 +170,7 @@ VX_STATUS extend_chain(TagObj& attribute, uint32_t length, void*& room) {
       return kOk;
     }
   }
-  ValueObj* value = new_value(length);
+  ValueObj* value = new_piece(attribute, length);
   if (value == nullptr) return VX_SYSTEM_ERROR;
   append_value(attribute, value, count, length);
   room = value->Data;
@@ -240,8 +226,47 @@ ValueObj* new_value(uint32_t length) {
   return value;
 }
 
+ValueObj* new_piece(TagObj& attribute, uint32_t length) {
+  ValueObj& own = attribute.OwnPiece;
+  if (length > sizeof attribute.OwnBytes || own.Capacity == kOwnPiece) return new_value(length);
+  own = {length, kOwnPiece, length == 0 ? nullptr : attribute.OwnBytes, nullptr};
+  return &own;
+}
+
+uint32_t piece_capacity(const ValueObj& piece) {
+  return piece.Capacity == kOwnPiece ? sizeof(TagObj::OwnBytes) : std::max(piece.Capacity, piece.Length);
+}
+
+ValueObj* grow_piece(TagObj& attribute, ValueObj* piece, uint32_t capacity) {
+  ValueObj* grown;
+  if (piece->Capacity == kOwnPiece) {
+    grown = new_value(capacity);
+    if (grown == nullptr) return nullptr;
+    grown->Length = piece->Length;
+    grown->Next = piece->Next;
+    std::memcpy(grown->Data, piece->Data, piece->Length);
+    free_value(piece);
+  } else {
+    grown = static_cast<ValueObj*>(reallocate(sizeof(ValueObj) + std::size_t{capacity}, piece));
+    if (grown == nullptr) return nullptr;
+    grown->Data = grown + 1;
+  }
+  grown->Capacity = capacity;
+  if (grown == piece) return grown;
+  // The piece in front points to it; only a chain of several pieces has to be searched.
+  ValueObj** link = &attribute.FirstValue;
+  while (*link != piece) link = &(*link)->Next;
+  *link = grown;
+  if (attribute.LastValue == piece) attribute.LastValue = grown;
+  return grown;
+}
+
 void free_value(ValueObj* value) {
-  release(value);
+  if (value != nullptr && value->Capacity == kOwnPiece) {
+    value->Capacity = 0;
+  } else {
+    release(value);
+  }
 }
 
 bool keep_text(TagObj& attribute, std::string_view bytes) {
@@ -276,14 +301,14 @@ void append_value(TagObj& attribute, ValueObj* value, int32_t count, uint32_t le
 
 VX_STATUS append_null(TagObj& attribute) {
   if (attribute.Storage == 'F') return append_null_to_file(attribute);
-  ValueObj* value = new_value(0);
+  ValueObj* value = new_piece(attribute, 0);
   if (value == nullptr) return VX_SYSTEM_ERROR;
   append_value(attribute, value, 1, 0);
   return kOk;
 }
 
 VX_STATUS append_item(TagObj& attribute, MsgObj& item) {
-  ValueObj* value = new_value(0);
+  ValueObj* value = new_piece(attribute, 0);
   if (value == nullptr) return VX_SYSTEM_ERROR;
   value->Length = 1;
   value->Data = &item;

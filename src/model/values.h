@@ -34,6 +34,14 @@ VX_STATUS append_item(TagObj& attribute, MsgObj& item);
 VX_STATUS adopt_item(MsgObj* holder, const TagObj& attribute, MsgObj* item);
 
 ValueObj* new_value(uint32_t length);  // unset bytes; null if there is no memory
+// The same for the chain of this attribute alone, which has room for a short one: it can not be handed to
+// another.
+ValueObj* new_piece(TagObj& attribute, uint32_t length);
+// Room for `capacity` bytes in a piece of the chain with Data; it may move. Null if there is no memory:
+// nothing changed.
+ValueObj* grow_piece(TagObj& attribute, ValueObj* piece, uint32_t capacity);
+// Bytes that a piece has room for.
+uint32_t piece_capacity(const ValueObj& piece);
 void free_value(ValueObj* value);
 void append_value(TagObj& attribute, ValueObj* value, int32_t count, uint32_t length);
 

@@ -66,6 +66,16 @@ bool has_end(const uint8_t* data, std::size_t size) {
   return size >= 2 && data[size - 2] == 0xFF && data[size - 1] == 0xD9;
 }
 
+void interleave(const uint8_t* planes, std::size_t pixels, std::size_t samples, std::size_t width,
+                uint8_t* out) {
+  for (std::size_t s = 0; s < samples; ++s) {
+    const uint8_t* from = planes + s * pixels * width;
+    uint8_t* to = out + s * width;
+    for (std::size_t i = 0; i < pixels; ++i, from += width, to += samples * width)
+      std::memcpy(to, from, width);
+  }
+}
+
 bool strip_high_bits(const ImageAttributes& image, const uint8_t* frame, std::vector<uint16_t>& samples) {
   const std::size_t count = image.FrameSize / 2;
   samples.resize(count);
@@ -87,7 +97,8 @@ bool bytes_fit(const ImageAttributes& image, const uint8_t* frame) {
   if (image.BitsStored >= 8) return true;
   uint8_t all = 0;
   for (uint32_t i = 0; i < image.FrameSize; ++i) all |= frame[i];
-  return (all >> image.BitsStored) == 0;
+  // Below zero a byte has its sign above Bits Stored, or lacks it: both stay as they are in all eight bits.
+  return (all >> (image.BitsStored - (image.PixelRepresentation != 0 ? 1 : 0))) == 0;
 }
 
 void extend_sign(const ImageAttributes& image, uint8_t* frame, uint32_t precision) {

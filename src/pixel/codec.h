@@ -99,6 +99,9 @@ int decode_to_end(const uint8_t* data, std::size_t size, Decode decode) {
   }
   return status;
 }
+// Planes of samples of `width` bytes into pixels.
+void interleave(const uint8_t* planes, std::size_t pixels, std::size_t samples, std::size_t width,
+                uint8_t* out);
 // Samples of 16 bits with what stands above Bits Stored taken off. False if that is more than the sign.
 bool strip_high_bits(const ImageAttributes& image, const uint8_t* frame, std::vector<uint16_t>& samples);
 // Gives samples of a signed image their sign back.

@@ -89,17 +89,6 @@ int status_of(charls_jpegls_errc code) {
   }
 }
 
-// Planes into pixels.
-void interleave(const uint8_t* planes, std::size_t pixels, std::size_t samples, std::size_t width,
-                uint8_t* out) {
-  for (std::size_t s = 0; s < samples; ++s) {
-    const uint8_t* from = planes + s * pixels * width;
-    uint8_t* to = out + s * width;
-    for (std::size_t i = 0; i < pixels; ++i, from += width, to += samples * width)
-      std::memcpy(to, from, width);
-  }
-}
-
 void widen(const uint8_t* from, std::size_t samples, uint8_t* to) {
   for (std::size_t i = 0; i < samples; ++i) {
     to[2 * i] = from[i];

@@ -1,7 +1,10 @@
 // VX_Duplicate_Message: a deep copy of an object, its pixels brought to another transfer syntax.
 #include <algorithm>
 #include <cstring>
+#include <span>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "codec/message_syntax.h"
 #include "config/config.h"
@@ -33,6 +36,53 @@ struct Codecs {
   VX_COMPRESSION_CALLBACK compressor;
   VX_COMPRESSION_CALLBACK decompressor;
 };
+
+// --- Frames of single bits ---
+
+// In a native value they follow each other without a gap (PS3.5 section 8.1.1); compressed, and from a
+// decompressor, each begins with a byte.
+class BitFrames {
+ public:
+  static constexpr uint64_t kEndless = UINT64_MAX;
+  // Bits of each frame that begins with a byte, in what comes and in what goes.
+  BitFrames(uint64_t in, uint64_t out) : in_(in), out_(out) {}
+  // The bytes that are full after what came, with `last` all of them; valid until the next call.
+  const std::vector<uint8_t>& add(const void* data, uint32_t size, bool last) {
+    bytes_.clear();
+    for (const uint8_t byte : std::span(static_cast<const uint8_t*>(data), size)) {
+      const auto part = static_cast<uint32_t>(std::min<uint64_t>(8, in_left_));
+      held_ |= (byte & ((1U << part) - 1)) << held_bits_;
+      held_bits_ += part;
+      if ((in_left_ -= part) == 0) in_left_ = in_;
+      while (held_bits_ != 0 && held_bits_ >= std::min<uint64_t>(8, out_left_)) give();
+    }
+    if (last && held_bits_ != 0) give();
+    return bytes_;
+  }
+
+ private:
+  void give() {
+    const auto part = static_cast<uint32_t>(std::min<uint64_t>({8, out_left_, held_bits_}));
+    bytes_.push_back(static_cast<uint8_t>(held_ & ((1U << part) - 1)));
+    held_ >>= part;
+    held_bits_ -= part;
+    if ((out_left_ -= part) == 0) out_left_ = out_;
+  }
+
+  const uint64_t in_;
+  const uint64_t out_;
+  uint64_t in_left_ = in_;
+  uint64_t out_left_ = out_;
+  uint32_t held_ = 0;
+  uint32_t held_bits_ = 0;
+  std::vector<uint8_t> bytes_;
+};
+
+// Bits of a frame that does not end with a byte, or 0.
+uint64_t uneven_bits(MsgObj& object) {
+  uint64_t bits = 0;
+  return frame_bits(object, bits) == kOk && bits % 8 != 0 ? bits : 0;
+}
 
 // --- Frames into a target ---
 
@@ -374,7 +424,7 @@ class Duplicator {
   VX_STATUS copy_chain(const TagObj& from, TagObj& to) const {
     if (from.Storage == 'F') return copy_file(from, to);
     for (const ValueObj* value = from.FirstValue; value != nullptr; value = value->Next) {
-      ValueObj* copy = new_value(value->Length);
+      ValueObj* copy = new_piece(to, value->Length);
       if (copy == nullptr) return VX_SYSTEM_ERROR;
       if (value->Length != 0) std::memcpy(copy->Data, value->Data, value->Length);
       append_value(to, copy, 0, value->Length);
@@ -482,24 +532,30 @@ class Duplicator {
     to.VR = bits > 8 ? VX_VR_OW : VX_VR_OB;
     bool first = true;
     uint64_t total = 0;
-    uint64_t frame_size = 0;
-    frame_bytes(source_, frame_size);
-    const uint64_t least = (to_rgb ? frame_size / 2 * 3 : frame_size) * frame_count(source_);
+    uint64_t frame = 0;
+    frame_bits(source_, frame);
+    const uint64_t uneven = uneven_bits(source_);
+    const uint64_t least = ((to_rgb ? frame / 2 * 3 : frame) * frame_count(source_) + 7) / 8;
+    BitFrames joiner(uneven, BitFrames::kEndless);
     return read_frames(source_, from, to_rgb, [&](const void* data, uint32_t size, bool last) -> VX_STATUS {
+      if (uneven != 0) {
+        const std::vector<uint8_t>& joined = joiner.add(data, size, last);
+        data = joined.data();
+        size = static_cast<uint32_t>(joined.size());
+      }
+      total += size;
       if (last && total < least) {
         VX_LOG_ERR(kFunction, "Unable to duplicate, the value has less than %u frames.",
                    frame_count(source_));
         return VX_CANNOT_COMPLY;
       }
-      if (last && total % 2 != 0) {  // all frames together are even
-        data = "";
-        size = 1;
-      }
-      total += size;
-      if (size == 0 && !last) return kOk;
-      const VX_STATUS stored = store_value(target, to, data, size, {.first = first, .last = last});
-      first = false;
-      return stored;
+      const bool pads = last && total % 2 != 0;  // all frames together are even
+      const auto store = [&](const void* bytes, uint32_t count, bool ends) {
+        return store_value(target, to, bytes, count, {.first = std::exchange(first, false), .last = ends});
+      };
+      VX_STATUS status = size == 0 && (!last || pads) ? kOk : store(data, size, last && !pads);
+      if (status == kOk && pads) status = store("", 1, true);
+      return status;
     });
   }
 
@@ -508,8 +564,20 @@ class Duplicator {
     FrameFeeder feeder(*target_, to);
     if (from.Length == 0 && from.Storage != 'C') return copy_chain(from, to);
     if (VX_STATUS status = feeder.begin(); status != kOk) return status;
+    const uint64_t uneven = from_encapsulated_ ? 0 : uneven_bits(source_);
+    uint64_t left =
+        (uneven * frame_count(source_) + 7) / 8;  // bytes of all frames; what is behind them is a pad
+    BitFrames cutter(BitFrames::kEndless, uneven);
     const auto feed = [&](const void* data, uint32_t size, bool last) {
-      return feeder.feed(data, size, last);
+      const auto part = static_cast<uint32_t>(std::min<uint64_t>(size, left));
+      if (part == 0) return feeder.feed(data, size, last);
+      left -= part;
+      const std::vector<uint8_t>& cut = cutter.add(data, part, false);
+      const bool all = part == size;
+      VX_STATUS status = feeder.feed(cut.data(), static_cast<uint32_t>(cut.size()), last && all);
+      if (status == kOk && !all)
+        status = feeder.feed(static_cast<const uint8_t*>(data) + part, size - part, last);
+      return status;
     };
     VX_STATUS status =
         from_encapsulated_ ? read_frames(source_, from, to_rgb, feed) : read_plain(source_, from, feed);

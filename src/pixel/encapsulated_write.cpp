@@ -83,17 +83,11 @@ VX_STATUS rewrite_table(MsgObj& object, TagObj& attribute, const OffsetTable* ta
   ValueObj* piece = attribute.FirstValue;
   if (piece == nullptr || piece->Length + 4 != size) return VX_SYSTEM_ERROR;
   if (attribute.Length > kUndefinedLength - 5) return VX_VALUE_TOO_LARGE;
-  if (size > std::max(piece->Capacity, piece->Length)) {
-    ValueObj* grown = new_value(size * 2);
-    if (grown == nullptr) return VX_SYSTEM_ERROR;
-    grown->Capacity = size * 2;
-    grown->Next = piece->Next;
-    attribute.FirstValue = grown;
-    if (attribute.LastValue == piece) attribute.LastValue = grown;
+  if (size > piece_capacity(*piece)) {
+    piece = grow_piece(attribute, piece, size * 2);
+    if (piece == nullptr) return VX_SYSTEM_ERROR;
     attribute.CursorValue = attribute.CursorPrevious = nullptr;
     attribute.CursorNumber = 0;
-    free_value(piece);
-    piece = grown;
   }
   piece->Length = size;
   attribute.Length += 4;

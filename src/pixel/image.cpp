@@ -98,7 +98,7 @@ uint32_t frame_count(MsgObj& object) {
   return frames == 0 || frames > INT32_MAX ? 1 : frames;
 }
 
-VX_STATUS frame_bytes(MsgObj& object, uint64_t& bytes) {
+VX_STATUS frame_bits(MsgObj& object, uint64_t& all) {
   uint32_t bits = 0;
   uint32_t rows = 0;
   uint32_t columns = 0;
@@ -114,15 +114,18 @@ VX_STATUS frame_bytes(MsgObj& object, uint64_t& bytes) {
   char photometric[21];
   read_text(object, kPhotometric, photometric, sizeof photometric);
   if (is_packed_422(photometric)) samples = 2;
-  if (bits == 1) {
-    bytes = (static_cast<uint64_t>(rows) * columns * samples + 7) / 8;
-    return kOk;
-  }
-  if (__builtin_mul_overflow(static_cast<uint64_t>(rows) * columns,
-                             static_cast<uint64_t>(samples) * ((bits + 7) / 8), &bytes)) {
+  const uint64_t of_sample = bits == 1 ? 1 : (bits + 7) / 8 * 8;
+  if (__builtin_mul_overflow(static_cast<uint64_t>(rows) * columns, samples * of_sample, &all) ||
+      all > UINT64_MAX - 7) {
     return VX_EMPTY_VALUE;
   }
   return kOk;
+}
+
+VX_STATUS frame_bytes(MsgObj& object, uint64_t& bytes) {
+  const VX_STATUS status = frame_bits(object, bytes);
+  bytes = (bytes + 7) / 8;
+  return status;
 }
 
 bool is_encapsulated_syntax(VX_TRANSFER_SYNTAX syntax) {

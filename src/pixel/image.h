@@ -30,7 +30,9 @@ uint32_t frame_count(MsgObj& object);
 inline bool is_packed_422(std::string_view photometric) {
   return photometric.starts_with("YBR_FULL_422");
 }
-// Bytes of one frame as this layer counts them. VX_EMPTY_VALUE: the object does not say.
+// Bits and bytes of one frame as this layer counts them: samples fill whole bytes, but for single bits.
+// VX_EMPTY_VALUE: the object does not say.
+VX_STATUS frame_bits(MsgObj& object, uint64_t& bits);
 VX_STATUS frame_bytes(MsgObj& object, uint64_t& bytes);
 
 // The syntax under which an object's Pixel Data stands. VX_INVALID_TRANSFER_SYNTAX unless it is an

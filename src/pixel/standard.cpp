@@ -195,19 +195,6 @@ void append(std::vector<uint8_t>& bytes, const void* data, uint32_t size) {
   bytes.insert(bytes.end(), from, from + size);
 }
 
-// Planes into pixels.
-void interleave(const ImageAttributes& image, std::vector<uint8_t>& frame) {
-  std::vector<uint8_t> pixels(frame.size());
-  const std::size_t plane = std::size_t{image.Rows} * image.Columns;
-  const std::size_t width = image.sample_bytes();
-  for (std::size_t s = 0; s < 3; ++s) {
-    const uint8_t* from = frame.data() + s * plane * width;
-    uint8_t* to = pixels.data() + s * width;
-    for (std::size_t i = 0; i < plane; ++i, from += width, to += 3 * width) std::memcpy(to, from, width);
-  }
-  frame.swap(pixels);
-}
-
 VX_STATUS compress(StandardContext& run, uint32_t size, const void* data, bool last, uint32_t& out_size,
                    void*& out) {
   const ImageAttributes& image = run.image;
@@ -228,7 +215,12 @@ VX_STATUS compress(StandardContext& run, uint32_t size, const void* data, bool l
       return refuse(run.direction.function, "Frame size: %ld, bytes processed: %ld",
                     static_cast<long>(image.FrameSize), static_cast<long>(run.input.size()));
     }
-    if (image.PlanarConfiguration == 1) interleave(image, run.input);
+    if (image.PlanarConfiguration == 1) {
+      std::vector<uint8_t> pixels(run.input.size());
+      interleave(run.input.data(), std::size_t{image.Rows} * image.Columns, 3, image.sample_bytes(),
+                 pixels.data());
+      run.input.swap(pixels);
+    }
     frame = run.input.data();
   }
   const int status = run.codec->compress(image, codec_settings(image), frame, run.OutputBuffer);
@@ -335,15 +327,13 @@ VX_STATUS decompress(StandardContext& run, uint32_t size, const void* data, bool
   return kOk;
 }
 
-VX_STATUS run_codec(const Direction& direction, const CodecCall& call) try {
+VX_STATUS run_codec(const Direction& direction, MsgObj& object, const CodecCall& call) try {
   if (call.context == nullptr || call.out_size == nullptr || call.out == nullptr ||
       (call.size != 0 && call.data == nullptr)) {
     return VX_CALLBACK_CANNOT_COMPLY;
   }
   *call.out_size = 0;
   *call.out = nullptr;
-  MsgObj* object = library_initialized() ? find_object(call.id) : nullptr;
-  if (object == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
   if (call.first) {
     end_run(call.context);
     *call.context = static_cast<RunContext*>(new (std::nothrow) StandardContext(direction));
@@ -354,11 +344,10 @@ VX_STATUS run_codec(const Direction& direction, const CodecCall& call) try {
   }
   auto* run = dynamic_cast<StandardContext*>(run_of(call.context));
   if (run == nullptr || run->Failed) return VX_CALLBACK_CANNOT_COMPLY;
-  VX_STATUS status = call.first ? open_run(*object, *run) : kOk;
+  VX_STATUS status = call.first ? open_run(object, *run) : kOk;
   if (status == kOk) {
-    status = direction.compresses
-                 ? compress(*run, call.size, call.data, call.last, *call.out_size, *call.out)
-                 : decompress(*run, call.size, call.data, call.last, *call.out_size, *call.out);
+    status = (direction.compresses ? compress : decompress)(*run, call.size, call.data, call.last,
+                                                            *call.out_size, *call.out);
   }
   run->Failed = status != kOk;
   return status;
@@ -366,15 +355,17 @@ VX_STATUS run_codec(const Direction& direction, const CodecCall& call) try {
   return refuse(direction.function, "malloc failure");
 }
 
-// RLE has a codec of its own, which finds the end of a frame by its size.
-VX_STATUS run_general(const Direction& direction, const CodecCall& call) {
+// A call of one of the four functions.
+VX_STATUS run_call(const Direction& direction, const CodecCall& call, bool is_release) {
+  if (is_release) return end_run(call.context);
   MsgObj* object = library_initialized() ? find_object(call.id) : nullptr;
   if (object == nullptr) return VX_CALLBACK_CANNOT_COMPLY;
+  // RLE has a codec of its own, which finds the end of a frame by its size.
   VX_TRANSFER_SYNTAX syntax = 0;
   const RunContext* run = run_of(call.context);
   const bool rle = call.first ? encapsulated_syntax(*object, syntax) == kOk && syntax == RLE
                               : run != nullptr && run->is_rle;
-  if (!rle) return run_codec(direction, call);
+  if (!rle || !direction.any) return run_codec(direction, *object, call);
   return direction.compresses ? rle_compress(call, true) : rle_decompress(call, true);
 }
 
@@ -429,33 +420,33 @@ using namespace vx;
 VX_STATUS VX_Standard_Compressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
                                  uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
                                  int32_t Release) {
-  if (Release != 0) return end_run(Context);
-  return run_codec(kCompress,
-                   {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0});
+  return run_call(kCompress,
+                  {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0},
+                  Release != 0);
 }
 
 VX_STATUS VX_Standard_Decompressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
                                    uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
                                    int32_t Release) {
-  if (Release != 0) return end_run(Context);
-  return run_codec(kDecompress,
-                   {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0});
+  return run_call(kDecompress,
+                  {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0},
+                  Release != 0);
 }
 
 VX_STATUS VX_General_Compressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
                                 uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
                                 int32_t Release) {
-  if (Release != 0) return end_run(Context);
-  return run_general(kCompressAny,
-                     {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0});
+  return run_call(kCompressAny,
+                  {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0},
+                  Release != 0);
 }
 
 VX_STATUS VX_General_Decompressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
                                   uint32_t* OutSize, void** OutBuffer, int32_t IsFirst, int32_t IsLast,
                                   int32_t Release) {
-  if (Release != 0) return end_run(Context);
-  return run_general(kDecompressAny,
-                     {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0});
+  return run_call(kDecompressAny,
+                  {MsgID, Context, DataSize, DataBuffer, OutSize, OutBuffer, IsFirst != 0, IsLast != 0},
+                  Release != 0);
 }
 
 VX_STATUS VX_Thread_Release(void) {

@@ -409,6 +409,21 @@ def check_peers(folder):
     return done
 
 
+def check_compressors(folder):
+    """What others compress comes out as it went in; with loss, as at the peer whose it is."""
+    source, packed, out = (os.path.join(folder, n) for n in ("theirs", "theirs.packed", "theirs.out"))
+    for image in (Image(37, 52, 8, frames=2), Image(37, 52, 12, frames=2), Image(37, 52, 16), Image(36, 51, 16, 1), Image(36, 52, 8, 0, "RGB", 0, 2)):
+        image.write(source)
+        commands = [["dcmcrle"], ["dcmcjpls", "+el"], ["dcmcjpeg", "+e1"], *(["gdcmconv", to] for to in ("--rle", "--jpegls", "--j2k", "--jpeg"))]
+        for command in commands + [["dcmcjpeg", process] for process in ("+ee", "+es", "+ep") if image.stored == 12]:
+            lossy = command[-1] in ("+ee", "+es", "+ep")
+            if run(*command, source, packed).returncode or run(VEXAL, "convert", "--quiet", "--to", "explicit", packed, out).returncode:
+                fail("%s of %s" % (command, image.name))
+            elif samples_of(out, image) != (decode_by_program(["dcmdjpeg"], packed, image, False) if lossy else image.pixels):
+                fail("other pixels than %s has of %s" % (command, image.name))
+            os.remove(packed)
+
+
 def check_offsets(folder):
     source = os.path.join(SAMPLES, "enc/emri-rle-nobot.dcm")
     repaired = os.path.join(folder, "repaired.dcm")
@@ -573,6 +588,16 @@ def check_losses(folder):
     for words in (["convert", "--to", "explicit"], ["convert", "--to", "rle"], ["pixel", "extract"], ["pixel", "render"], ["pixel", "sheet"]):
         expect(vexal(*words, at("cut"), out), 1, "cut short", "a cut stream: " + " ".join(words))
     expect(vexal("convert", "--quiet", "--to", "explicit", at("cut"), out), 1, "cut short", "a cut stream, in silence")
+    # One that lacks no more than its end may lack some of its image, which a pad then stands for.
+    for to in ("jpeg", "jpeg-12", "jpeg-lossless", "jpeg-ls", "jpeg2000"):
+        data, (stream,) = packed_file(at("packed"), Image(33, 47, 8), to)
+        end = stream.rindex(b"\xFF\xD9")
+        for missing in range(0, 7):
+            part = stream[:end - missing]
+            save_frames(data, [part + bytes(len(part) % 2)], at("cut"))
+            code, told = vexal("convert", "--to", "explicit", at("cut"), out)
+            if code not in (1, 2) or missing == 0 and (code, "cut short" in told) != (1, True):
+                fail("%d bytes of %s are missing: exit %d, %s" % (missing, to, code, told))
     # One bad frame among good ones.
     data, streams = packed_file(at("packed"), image, "jpeg-ls")
     save_frames(data, [streams[0], bytes(len(streams[1])), streams[2]], at("bad"))
@@ -651,6 +676,10 @@ def check_odd_colour(folder):
     pairs = [image.pixels[at:at + 6] for at in range(0, len(image.pixels), 6)]
     data.PhotometricInterpretation, data.PixelData = "YBR_FULL_422", bytes(v for p in pairs for v in (p[0], p[3], p[1], p[2]))
     data.save_as(plain)
+    data.Columns = 7  # where its rows end nobody can know
+    data.save_as(out)
+    for to in ("rle", "jpeg"):
+        expect(vexal("convert", "--to", to, out, plain + ".packed"), 2, "odd", "native half colour of odd width to " + to)
     image.pixels = [v for p in pairs for v in (p[0], p[1], p[2], p[3], p[1], p[2])]
     for to in ("rle", "jpeg-lossless", "jpeg-ls", "jpeg2000", "jpeg"):
         expect(vexal("convert", "--to", to, plain, plain + ".packed"), 0, "", "half colour to " + to)
@@ -730,6 +759,7 @@ with tempfile.TemporaryDirectory() as work:
     check_odd_colour(work)
     check_high_throughput(work)
     check_tiles(work)
+    check_compressors(work)
     if REAL_SAMPLES:
         check_damage(work)
     sys.exit(end({"decodings by peers": check_peers(work), "renderings": check_rendering(work)}))

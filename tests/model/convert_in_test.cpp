@@ -314,17 +314,26 @@ TEST_F(ConvertIn, EncapsulatedPixelsStayOutOfAPlainMessage) {
 TEST_F(ConvertIn, WithoutMemoryNothingIsStored) {
   for (const VX_VR vr : {VX_VR_LO, VX_VR_US, VX_VR_DS}) {
     const uint32_t tag = attribute(vr);
+    // An attribute has room of its own for a little.
+    for (int i = 0; i < 8; ++i)
+      ASSERT_EQ(VX_Set_Next_Value_From_String(id(), tag, "12"), VX_NORMAL_COMPLETION);
     vx::fail_allocation_after(1);
-    EXPECT_EQ(VX_Set_Value_From_String(id(), tag, "12"), VX_SYSTEM_ERROR);
+    EXPECT_EQ(VX_Set_Next_Value_From_String(id(), tag, "34"), VX_SYSTEM_ERROR);
     vx::fail_allocation_after(0);
-    EXPECT_EQ(text(tag), "#4017");
-    EXPECT_EQ(VX_Set_Value_From_String(id(), tag, "12"), VX_NORMAL_COMPLETION);
+    int32_t count = 0;
+    EXPECT_EQ(VX_Get_Value_Count(id(), tag, &count), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(count, 8);
+    EXPECT_EQ(text(tag), "12");
+    EXPECT_EQ(VX_Set_Next_Value_From_String(id(), tag, "34"), VX_NORMAL_COMPLETION);
   }
+  int32_t first = -1;
   int32_t item = -1;
+  ASSERT_EQ(VX_Open_Empty_Item(&first), VX_NORMAL_COMPLETION);
   ASSERT_EQ(VX_Open_Empty_Item(&item), VX_NORMAL_COMPLETION);
   const uint32_t sequence = attribute(VX_VR_SQ);
+  ASSERT_EQ(VX_Set_Value_From_Int(id(), sequence, first), VX_NORMAL_COMPLETION);
   vx::fail_allocation_after(1);
-  EXPECT_EQ(VX_Set_Value_From_Int(id(), sequence, item), VX_SYSTEM_ERROR);
+  EXPECT_EQ(VX_Set_Next_Value_From_Int(id(), sequence, item), VX_SYSTEM_ERROR);
   vx::fail_allocation_after(0);
   EXPECT_EQ(vx::find_object(item)->RefCount, 0);
 }

@@ -123,6 +123,29 @@ TEST_F(Duplicate, LosslessChainsBringBackTheSamePixels) {
   }
 }
 
+TEST_F(Duplicate, SingleBitsFollowWithoutAGapWhereTheyAreNative) {
+  const std::string bits("\x5A\xC3\x99\x0F\xF1\x1E", 6);  // three frames of fifteen
+  describe(id_, {.rows = 3, .columns = 5, .allocated = 1, .stored = 1, .frames = 3});
+  VX_Set_Message_Transfer_Syntax(id_, EXPLICIT_LITTLE_ENDIAN);
+  for (const std::size_t piece : {1U, 6U}) {
+    set_value(id_, bits, piece);
+    VX_Free_Message(&copy_);
+    ASSERT_EQ(VX_Duplicate_Message(id_, &copy_, RLE, VX_General_Compressor, VX_General_Decompressor),
+              VX_NORMAL_COMPLETION);
+    const char* const frames[] = {"\x5A\x43", "\x33\x1F", "\xC4\x7B"};
+    for (int32_t i = 0; i < 3; ++i) {
+      std::string frame;
+      ASSERT_EQ(get_frame(copy_, i, frame), VX_NORMAL_COMPLETION);
+      EXPECT_EQ(frame, frames[i]) << i;
+    }
+    int32_t back = -1;
+    ASSERT_EQ(VX_Duplicate_Message(copy_, &back, EXPLICIT_LITTLE_ENDIAN, nullptr, nullptr),
+              VX_NORMAL_COMPLETION);
+    EXPECT_EQ(value(back), bits);
+    VX_Free_Message(&back);
+  }
+}
+
 // Whatever colour transforms the syntaxes on the way use, the label tells what the bytes are.
 TEST_F(Duplicate, TheLabelFollowsTheBytes) {
   set_bool(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE, true);

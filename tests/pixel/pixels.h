@@ -2,8 +2,6 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
-#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -174,62 +172,6 @@ inline std::string picture(const Image& image, uint32_t seed) {
     std::memcpy(bytes.data() + i * width, &value, width);
   }
   return bytes;
-}
-
-// SHA-256 (FIPS 180-4) as lower-case digits.
-inline std::string sha256(std::string_view text) {
-  static const std::array<uint32_t, 64> k = [] {
-    std::array<uint32_t, 64> table{};
-    int n = 0;
-    for (int p = 2; n < 64; ++p) {
-      bool prime = true;
-      for (int d = 2; d * d <= p; ++d) prime = prime && p % d != 0;
-      if (!prime) continue;
-      long double root = 1;
-      for (int i = 0; i < 200; ++i) root -= (root * root * root - p) / (3 * root * root);
-      table[static_cast<std::size_t>(n++)] =
-          static_cast<uint32_t>((root - static_cast<long double>(static_cast<int>(root))) * 4294967296.0L);
-    }
-    return table;
-  }();
-  uint32_t h[8] = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
-                   0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
-  std::string data(text);
-  data += '\x80';
-  data.append((120 - data.size() % 64) % 64, '\0');
-  for (int i = 7; i >= 0; --i) data += static_cast<char>((static_cast<uint64_t>(text.size()) * 8) >> (8 * i));
-  for (std::size_t at = 0; at < data.size(); at += 64) {
-    uint32_t w[64];
-    for (int i = 0; i < 16; ++i) {
-      uint32_t v;
-      std::memcpy(&v, data.data() + at + static_cast<std::size_t>(i) * 4, 4);
-      w[i] = __builtin_bswap32(v);
-    }
-    for (int i = 16; i < 64; ++i) {
-      const uint32_t a = w[i - 15], b = w[i - 2];
-      w[i] = w[i - 16] + (std::rotr(a, 7) ^ std::rotr(a, 18) ^ (a >> 3)) + w[i - 7] +
-             (std::rotr(b, 17) ^ std::rotr(b, 19) ^ (b >> 10));
-    }
-    uint32_t v[8];
-    std::copy(std::begin(h), std::end(h), v);
-    for (std::size_t i = 0; i < 64; ++i) {
-      const uint32_t t1 = v[7] + (std::rotr(v[4], 6) ^ std::rotr(v[4], 11) ^ std::rotr(v[4], 25)) +
-                          ((v[4] & v[5]) ^ (~v[4] & v[6])) + k[i] + w[i];
-      const uint32_t t2 = (std::rotr(v[0], 2) ^ std::rotr(v[0], 13) ^ std::rotr(v[0], 22)) +
-                          ((v[0] & v[1]) ^ (v[0] & v[2]) ^ (v[1] & v[2]));
-      for (int j = 7; j > 0; --j) v[j] = v[j - 1];
-      v[4] += t1;
-      v[0] = t1 + t2;
-    }
-    for (int i = 0; i < 8; ++i) h[i] += v[i];
-  }
-  std::string digits;
-  for (const uint32_t word : h) {
-    char text8[9];
-    std::snprintf(text8, sizeof text8, "%08x", word);
-    digits += text8;
-  }
-  return digits;
 }
 
 class PixelTest : public support::LibraryTest {

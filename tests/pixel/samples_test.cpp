@@ -1,4 +1,5 @@
 // Real compressed files: every frame decodes to the pixels that other programs recorded beside the file.
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -23,6 +24,15 @@ std::string load(const fs::path& path) {
   std::ostringstream content;
   content << file.rdbuf();
   return content.str();
+}
+
+std::string sha256(const std::string& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary) << content;
+  std::FILE* pipe = ::popen(("sha256sum " + path).c_str(), "r");
+  char digits[65] = "";
+  if (pipe == nullptr || std::fread(digits, 1, 64, pipe) != 64) digits[0] = '\0';
+  if (pipe != nullptr) ::pclose(pipe);
+  return digits;
 }
 
 VX_STATUS give(const char*, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
@@ -51,6 +61,9 @@ class PixelSamples : public support::LibraryTest {
       hashes.insert(text.substr(at + key.size(), 64));
     }
     return hashes;
+  }
+  bool is_recorded(const std::string& name, const std::string& pixels) const {
+    return recorded(name).count(sha256(folder().path("pixels"), pixels)) != 0;
   }
   static int number(int32_t id, uint32_t tag, int otherwise) {
     int value = otherwise;
@@ -107,7 +120,7 @@ TEST_F(PixelSamples, DecodeToTheRecordedPixels) {
         continue;
       std::string pixels;
       const VX_STATUS status = decode(name, pixels);
-      if (status == VX_NORMAL_COMPLETION && hashes.count(sha256(pixels)) != 0) {
+      if (status == VX_NORMAL_COMPLETION && is_recorded(name, pixels)) {
         ++equal;
       } else {
         others[name] = status == VX_NORMAL_COMPLETION ? "other pixels" : VX_Error_Message(status);
@@ -131,7 +144,7 @@ TEST_F(PixelSamples, DecodeToTheRecordedPixels) {
   set_bool(VX_CFG_COMPRESSION_J2K_SIGNED_TOLERANCE, true);
   std::string pixels;
   ASSERT_EQ(decode("pix/j2k90-pixelrep-mismatch.dcm", pixels), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(recorded("pix/j2k90-pixelrep-mismatch.dcm").count(sha256(pixels)), 1U);
+  EXPECT_TRUE(is_recorded("pix/j2k90-pixelrep-mismatch.dcm", pixels));
 }
 
 }  // namespace

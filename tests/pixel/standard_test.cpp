@@ -127,6 +127,11 @@ TEST_F(Standard, BitsAboveTheImageAreKeptOrRefused) {
     std::string back;
     ASSERT_EQ(there_and_back(frame, 0, back), VX_NORMAL_COMPLETION);
     EXPECT_TRUE(back == frame);
+    // Signed samples, with their sign above Bits Stored and without it.
+    use(syntax, {.rows = 1, .columns = 6, .stored = 2, .is_signed = 1});
+    const std::string low("\0\1\2\3\xFE\xFF", 6);
+    ASSERT_EQ(there_and_back(low, 0, back), VX_NORMAL_COMPLETION);
+    EXPECT_TRUE(back == low);
   }
   use(JPEG_EXTENDED_2_4, image);
   EXPECT_EQ(set_frame(id_, true, {.bytes = frame}), VX_CALLBACK_CANNOT_COMPLY);

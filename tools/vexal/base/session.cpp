@@ -22,7 +22,7 @@ bool embedded = false;
 thread_local const std::string* current_file = nullptr;
 thread_local bool warnings_muted = false;
 thread_local bool errors_muted = false;
-thread_local bool filled_up = false;
+thread_local bool cut_short = false;
 thread_local bool values_lost = false;
 thread_local LogLines* log_lines = nullptr;
 bool quiet = false;
@@ -54,8 +54,7 @@ void print_log(int type, std::string_view message) {
 // The library's messages become lines on standard error. The receiver runs on the thread that logged.
 void receive_log(const VX_LOG_RECORD* record) {
   const std::string_view message = record->Message;
-  if (message.starts_with("Invalid format of JPEG") && message.find("bytes data short") != message.npos)
-    filled_up = true;
+  if (message.starts_with("Invalid format of JPEG")) cut_short = true;
   if (message.ends_with(" is duplicated") || message.starts_with("Error adding stream tag"))
     values_lost = true;
   if (log_lines != nullptr && log_lines->take(record->Type, record->FunctionName, record->Message)) return;
@@ -196,8 +195,8 @@ MutedWarnings::~MutedWarnings() {
   errors_muted = errors_before_;
 }
 
-bool frame_was_filled_up() {
-  return std::exchange(filled_up, false);
+bool frame_was_cut_short() {
+  return std::exchange(cut_short, false);
 }
 
 bool values_were_lost() {

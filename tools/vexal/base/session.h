@@ -56,8 +56,9 @@ class MutedWarnings {
   const bool errors_before_;
 };
 
-// True if a decoder has filled up a frame on this thread since the last call: it had too little data for it.
-bool frame_was_filled_up();
+// True if a decoder has met a code stream without its end on this thread since the last call. What was
+// missing of the image was filled up; that nothing was can not be known.
+bool frame_was_cut_short();
 // True if the file opened last on this thread has a tag twice, or an element that no object can hold, so that
 // what is written of it lacks a value; a line on standard error has told which. Once for each file.
 bool values_were_lost();

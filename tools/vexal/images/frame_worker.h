@@ -173,7 +173,7 @@ class FrameWorker {
 
   std::string hand_on(int32_t id, void* user, VX_Get_Encapsulated_Callback taker) const {
     const VX_STATUS status = VX_Get_Frame_To_Function(id, 0, user, taker);
-    if (frame_was_filled_up()) ++form_.notes->filled_up;
+    if (frame_was_cut_short()) ++form_.notes->cut_short;
     return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
   }
   // A near-lossless frame may have lost nothing: what comes back tells.
@@ -190,7 +190,7 @@ class FrameWorker {
     Bytes old_frame;
     Bytes new_frame;
     if (plain(id_, before) && plain(result_, after)) {
-      frame_was_filled_up();  // is noted already
+      frame_was_cut_short();  // is noted already
       problem = hand_on(before, &old_frame, append);
       if (problem.empty()) problem = hand_on(after, &new_frame, append);
     }
@@ -208,7 +208,7 @@ class FrameWorker {
     const VX_STATUS status =
         VX_Duplicate_Message(id_, &result_, form_.compresses() ? form_.to : EXPLICIT_LITTLE_ENDIAN,
                              compressor_of(form_.to), nullptr);
-    if (frame_was_filled_up()) ++form_.notes->filled_up;
+    if (frame_was_cut_short()) ++form_.notes->cut_short;
     VX_Set_Value_To_Empty(id_, kPixelData);
     return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
   }

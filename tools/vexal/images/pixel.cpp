@@ -135,8 +135,8 @@ int show(PixelImage& image, const std::string& path) {
 
 // What an image whose frames came out of their decoder is worth.
 int judge(const PixelImage& image, const std::string& path, int result) {
-  if (image.filled_up() == 0) return result;
-  report(path, std::to_string(image.filled_up()) + " frames are cut short: what is missing was filled up");
+  if (image.cut_short() == 0) return result;
+  report(path, tell_of_cuts(image.cut_short()));
   return std::max(result, static_cast<int>(kFindings));
 }
 

@@ -60,8 +60,8 @@ class PixelImage {
   std::string code_stream(uint32_t number, std::string& bytes);
   // Code streams that it has, or an error text.
   std::string count_streams(uint32_t& count);
-  // Frames so far that had too little data and were filled up.
-  uint32_t filled_up() const { return decoder_ != nullptr ? decoder_->filled_up() : 0; }
+  // Frames so far whose code stream lacks its end.
+  uint32_t cut_short() const { return decoder_ != nullptr ? decoder_->cut_short() : 0; }
   std::string render(uint32_t number, const RenderOptions& options, Picture& picture);
 
  private:

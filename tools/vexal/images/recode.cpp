@@ -125,10 +125,6 @@ std::string behind(const std::string& before, const char* separator, const std::
   return before.empty() ? text : before + separator + text;
 }
 
-}  // namespace
-
-namespace {
-
 bool has_compressed_pixels(const DicomFile& file, int32_t item) {
   if (VX_Get_Attribute_Info(item, kPixelData, nullptr, nullptr) != VX_NORMAL_COMPLETION) return false;
   if (const KeptValue* kept = file.kept(item, kPixelData); kept != nullptr) return kept->length == kUndefined;
@@ -324,8 +320,12 @@ std::string RecodedPixels::attach(DicomFile& file, VX_TRANSFER_SYNTAX target, un
     return "there is no compressor for this transfer syntax";
   if (std::string problem = source_.open(file, file.id(), form_.from); !problem.empty()) return problem;
   form_.read(file.id());
-  if (form_.unpacks && number(form_.text(0x00280011)) % 2 != 0)
-    return "pairs of pixels that share their colour need an even number of columns";
+  // PS3.3 section C.7.6.3.1: Columns of such an image are even. Some writers pad each row, others let pairs
+  // run on.
+  if (!form_.decompresses() && form_.stored_text(kPhotometric).starts_with("YBR_FULL_422") &&
+      number(form_.text(0x00280011)) % 2 != 0)
+    return "its pixels share their colour in pairs (YBR_FULL_422) and its number of columns is odd: where "
+           "its rows end is not known";
   joins_ = !form_.compresses() && number(form_.text(0x00280100)) == 1 && form_.image_bits() % 8 != 0 &&
            source_.count() > 1;
   conveyor_ = nullptr;
@@ -449,12 +449,14 @@ std::string RecodedPixels::tell_of_loss(int32_t id) const {
 }
 
 std::string RecodedPixels::finding() const {
-  const uint32_t filled = form_.notes->filled_up;
-  if (filled != 0)
-    return std::to_string(filled) + (filled == 1 ? " frame is" : " frames are") +
-           " cut short: what is missing was filled up";
+  if (const uint32_t cut = form_.notes->cut_short; cut != 0) return tell_of_cuts(cut);
   if (source_.surplus() == 0) return "";
   return std::to_string(source_.surplus()) + " bytes behind its last frame are left out";
+}
+
+std::string tell_of_cuts(uint32_t frames) {
+  return std::to_string(frames) + (frames == 1 ? " frame is" : " frames are") +
+         " cut short: the end of its code stream is missing, and what that had of the image was filled up";
 }
 
 VX_STATUS RecodedPixels::callback(int32_t, uint32_t, void* user, VX_CALLBACK_REQUEST request, uint32_t* size,

@@ -30,12 +30,15 @@ VX_COMPRESSION_CALLBACK compressor_of(VX_TRANSFER_SYNTAX syntax);
 // Loses something of the image: the result is another instance (PS3.3 section C.7.6.1.1.5).
 bool is_lossy(VX_TRANSFER_SYNTAX syntax);
 
+// What to say of frames whose code stream lacks its end.
+std::string tell_of_cuts(uint32_t frames);
+
 // What all frames of an image have in common.
 struct FrameForm {
   using Attributes = std::vector<std::pair<uint32_t, std::string>>;
   // What came of the frames, whichever thread made them.
   struct Notes {
-    std::atomic<uint32_t> filled_up{0};  // frames that had too little data
+    std::atomic<uint32_t> cut_short{0};  // frames whose stream lacks its end
     std::atomic<bool> lost{false};       // something of the image
   };
   VX_TRANSFER_SYNTAX from = 0;
@@ -78,8 +81,8 @@ class FrameDecoder {
   std::string code_stream(uint32_t number, Bytes& bytes) const;
   // All frames are one stream then.
   bool is_video() const { return source_.is_video(); }
-  // Frames so far that had too little data and were filled up.
-  uint32_t filled_up() const { return form_.notes->filled_up; }
+  // Frames so far whose code stream lacks its end.
+  uint32_t cut_short() const { return form_.notes->cut_short; }
 
  private:
   FrameSource source_;
