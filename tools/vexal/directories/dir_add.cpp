@@ -11,7 +11,6 @@
 #include "dir.h"
 #include "files/file_set.h"
 #include "files/files.h"
-#include "forms/bulk_files.h"
 
 namespace vexal {
 namespace {
@@ -234,7 +233,7 @@ void drop_compressed_icon(int32_t file) {
   constexpr uint32_t kIcon = 0x00880200;
   for (const int32_t icon : sequence_items(file, kIcon)) {
     VX_TRANSFER_SYNTAX syntax = 0;
-    if (VX_Get_Message_Transfer_Syntax(icon, &syntax) == VX_NORMAL_COMPLETION && is_encapsulated(syntax)) {
+    if (VX_Get_Message_Transfer_Syntax(icon, &syntax) == VX_NORMAL_COMPLETION && !is_uncompressed(syntax)) {
       VX_Delete_Attribute(file, kIcon);
       return;
     }

@@ -186,6 +186,11 @@ class FileSink {
   uint64_t skipped_ = 0;
 };
 
+// Transfer syntaxes whose pixel data is not encapsulated.
+constexpr bool is_uncompressed(VX_TRANSFER_SYNTAX syntax) {
+  return syntax >= IMPLICIT_LITTLE_ENDIAN && syntax <= DEFLATED_EXPLICIT_LITTLE_ENDIAN;
+}
+
 // Bytes of an element of a bulk value, which byte orders turn around (PS3.5 section 7.3).
 uint32_t element_width(VX_VR vr);
 

@@ -247,10 +247,6 @@ VX_STATUS give_string(int32_t, void* user, uint32_t* size, void** data, int32_t,
 
 }  // namespace
 
-bool is_encapsulated(VX_TRANSFER_SYNTAX syntax) {
-  return syntax < IMPLICIT_LITTLE_ENDIAN || syntax > DEFLATED_EXPLICIT_LITTLE_ENDIAN;
-}
-
 std::string move_bulk(const DicomFile& file, const std::string& folder, bool indent, std::string& text) {
   std::error_code error;
   fs::create_directories(folder, error);
@@ -261,7 +257,7 @@ std::string move_bulk(const DicomFile& file, const std::string& folder, bool ind
     name = fs::path(file.path()).filename().string();
   const Document document(json_loadb(text.data(), text.size(), 0, nullptr));
   if (document == nullptr) return "can not take its text apart";
-  const bool compressed = is_encapsulated(file.syntax());
+  const bool compressed = !is_uncompressed(file.syntax());
   const auto write = [&](int32_t id, uint32_t tag, json_t* member, const std::string& place) -> std::string {
     const std::string_view vr = string_of(member, "vr");
     int32_t count = 0;

@@ -8,8 +8,6 @@
 
 namespace vexal {
 
-bool is_encapsulated(VX_TRANSFER_SYNTAX syntax);
-
 // Writes the bulk values of the file into files of the folder, named by its UID and their place, and a
 // BulkDataURI for each into its JSON text. An error text, empty on success.
 std::string move_bulk(const DicomFile& file, const std::string& folder, bool indent, std::string& text);

@@ -92,7 +92,7 @@ std::string settle_syntax(DicomFile& file) {
       file.set_syntax(syntax);
     }
   }
-  const bool demanded = is_encapsulated(syntax) && *uid != '\0';
+  const bool demanded = !is_uncompressed(syntax) && *uid != '\0';
   if (fragments && !demanded)
     return "its pixel data is compressed, and no transfer syntax in the text says how; see --own";
   const bool known = syntax != PRIVATE_SYNTAX_1 && syntax != PRIVATE_SYNTAX_2;

@@ -40,10 +40,6 @@ bool is_video_syntax(std::string_view uid) {
 
 }  // namespace
 
-bool is_uncompressed(VX_TRANSFER_SYNTAX syntax) {
-  return syntax >= IMPLICIT_LITTLE_ENDIAN && syntax <= DEFLATED_EXPLICIT_LITTLE_ENDIAN;
-}
-
 VX_STATUS StoredValue::gather(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
   auto& value = *static_cast<StoredValue*>(user);
   value.problem_ = value.taken_.append(data, size);

@@ -76,7 +76,4 @@ class FrameSource {
   StoredValue value_;
 };
 
-// Transfer syntaxes whose pixel data is not encapsulated.
-bool is_uncompressed(VX_TRANSFER_SYNTAX syntax);
-
 }  // namespace vexal

@@ -35,14 +35,6 @@ std::optional<double> real_of(int32_t id, uint32_t tag, int number = 1) {
   return value;
 }
 
-std::string text_of(int32_t id, uint32_t tag) {
-  char text[256];
-  if (VX_Get_Value_To_String(id, tag, sizeof text, text) != VX_NORMAL_COMPLETION) return "";
-  std::string result = text;
-  while (!result.empty() && result.back() == ' ') result.pop_back();
-  return result;
-}
-
 bool has(int32_t id, uint32_t tag) {
   int32_t count = 0;
   return VX_Get_Value_Count(id, tag, &count) == VX_NORMAL_COMPLETION && count > 0;

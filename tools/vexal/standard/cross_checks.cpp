@@ -10,7 +10,6 @@
 #include "base/tag_path.h"
 #include "base/values.h"
 #include "files/charset.h"
-#include "forms/bulk_files.h"
 
 namespace vexal {
 namespace {
@@ -447,7 +446,7 @@ class Checker {
     if (has_samples) kinds_of_pixels(id, samples, interpretation);
     uint64_t length = 0;
     const bool measured = length_of(id, kPixelData, length);
-    if (is_encapsulated(file_.syntax())) {
+    if (!is_uncompressed(file_.syntax())) {
       if (measured && length == 0) add(id, kPixelData, VX_VALUE_MAY_NOT_BE_NULL, "has fragments");
       return;
     }

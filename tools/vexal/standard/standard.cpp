@@ -14,17 +14,6 @@ constexpr uint32_t kMediaSopClass = 0x00020002;
 constexpr uint32_t kQueryLevel = 0x00080052;
 constexpr uint32_t kScheduledSteps = 0x00400100;
 
-std::string text_of(int32_t id, uint32_t tag) {
-  char text[128] = "";
-  return VX_Get_Value_To_String(id, tag, sizeof text, text) == VX_NORMAL_COMPLETION ? text : "";
-}
-
-std::string service_of(const std::string& uid) {
-  char name[128] = "";
-  const bool known = VX_Get_VexalKit_Service(uid.c_str(), name, sizeof name) == VX_NORMAL_COMPLETION;
-  return known ? name : "";
-}
-
 // An identifier names no SOP class; its level, or what it asks about, tells the service.
 std::string service_of_identifier(int32_t id) {
   const std::string level = text_of(id, kQueryLevel);
@@ -78,7 +67,7 @@ std::string choose_standard(int32_t id, const Standard& named, Standard& standar
   std::string uid = text_of(id, kSopClass);
   const bool identifier = uid.empty();
   if (identifier) uid = text_of(id, kMediaSopClass);
-  if (standard.service.empty()) standard.service = service_of(uid);
+  if (standard.service.empty()) standard.service = service_of_class(uid);
   if (standard.service.empty() && identifier) standard.service = service_of_identifier(id);
   if (standard.service.empty() && uid.empty()) return "not validated: no SOP class UID; --service names one";
   if (standard.service.empty())
