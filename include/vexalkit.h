@@ -1,4 +1,4 @@
-/* clang-format off: the layout of these conventions is theirs. */
+/* clang-format off */
 /** @mainpage VexalKit
  * A DICOM toolkit behind a flat C interface.
  *
