@@ -47,7 +47,9 @@ VX_STATUS each_piece(MsgObj& object, TagObj& attribute, Take take) {
   };
   auto work = in_order;
   status = value_to_function(object, attribute, &work, reader);
-  return status == VX_NULL_VALUE ? VX_STATUS{VX_NORMAL_COMPLETION} : status;
+  // Nothing, or a callback that holds nothing.
+  const bool empty = status == VX_NULL_VALUE || (status == VX_EMPTY_VALUE && attribute.Storage == 'C');
+  return empty ? VX_STATUS{VX_NORMAL_COMPLETION} : status;
 }
 
 }  // namespace

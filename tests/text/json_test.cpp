@@ -58,6 +58,27 @@ class Json : public LibraryTest {
 
 constexpr int32_t kAll = VX_JSON_INCLUDE_BULK | VX_JSON_INCLUDE_PIXEL_DATA;
 
+VX_STATUS hold_nothing(int32_t, uint32_t, void*, VX_CALLBACK_REQUEST, uint32_t* size, void** data, int32_t,
+                       int32_t* last) {
+  *size = 0;
+  *data = nullptr;
+  *last = 1;
+  return VX_NORMAL_COMPLETION;
+}
+
+TEST_F(Json, ACallbackMayHoldNothing) {
+  int32_t app = -1;
+  ASSERT_EQ(VX_Register_Application(&app, "NOTHING"), VX_NORMAL_COMPLETION);
+  const Object object;
+  VX_Add_Standard_Attribute(object, 0x7FE00010);
+  VX_Set_Value_From_String(object, 0x00100020, "1");
+  ASSERT_EQ(VX_Register_Callback_Function(app, 0x7FE00010, nullptr, hold_nothing), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(VX_Set_Message_Callbacks(app, object), VX_NORMAL_COMPLETION);
+  for (const int32_t options : {kAll, kAll | VX_JSON_STANDARD}) {
+    EXPECT_NE(write(object, options).find("00100020"), std::string::npos) << options;
+  }
+}
+
 TEST_F(Json, BothFormsAreWhatJanssonDumpsAndComeBack) {
   const Object message;
   fill(message);
