@@ -172,7 +172,9 @@ std::string FileSink::open(const std::string& path, mode_t mode) {
   drop();
   path_ = path;
   mode_ = mode;
-  fd_ = can_be_nameless ? ::open(folder_of(path).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666) : -1;
+  fd_ = can_be_nameless
+            ? ::open(folder_of(path).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, mode != 0 ? mode : 0666)
+            : -1;
   nameless_ = fd_ >= 0;
   if (nameless_) {
     temporary_ = "/proc/self/fd/" + std::to_string(fd_);
@@ -180,7 +182,9 @@ std::string FileSink::open(const std::string& path, mode_t mode) {
     const std::string error = open_named(path);
     if (!error.empty()) return error;
   }
-  if (mode != 0 && ::fchmod(fd_, mode) != 0) return system_text("can not set the mode", errno);
+  // Where the mask takes nothing away, the file was made with its mode.
+  const bool as_made = nameless_ && (mode & creation_mask()) == 0;
+  if (mode != 0 && !as_made && ::fchmod(fd_, mode) != 0) return system_text("can not set the mode", errno);
   buffer_.resize(kBlock);
   used_ = 0;
   error_ = 0;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
@@ -39,12 +40,22 @@ constexpr uint64_t kMostPassedOver = 64U << 20;  // of an object that is refused
 constexpr uint64_t kDiskCheck = 16U << 20;       // bytes between two looks at the room that is left
 
 // Whether objects have to be refused before the disk is full.
+// Where there is plenty, nobody asks again for a moment.
 bool nearly_full(const StorageOptions& options) {
+  using Clock = std::chrono::steady_clock;
+  constexpr uint64_t kPlenty = uint64_t{4} << 30;
+  static std::atomic<Clock::rep> plenty_until{0};
+  const Clock::rep now = Clock::now().time_since_epoch().count();
+  if (now < plenty_until.load(std::memory_order_relaxed)) return false;
   struct statvfs disk {};
   if (options.reserve == 0 || ::statvfs(options.folder.c_str(), &disk) != 0) return false;
   const uint64_t free = uint64_t{disk.f_bavail} * disk.f_frsize;
   const uint64_t share = std::min<uint64_t>(uint64_t{disk.f_blocks} * disk.f_frsize / 100, 1U << 30);
-  return free < (options.reserve > 0 ? static_cast<uint64_t>(options.reserve) : share);
+  const uint64_t reserve = options.reserve > 0 ? static_cast<uint64_t>(options.reserve) : share;
+  if (free > reserve && free - reserve > kPlenty)
+    plenty_until.store(now + Clock::duration(std::chrono::milliseconds(100)).count(),
+                       std::memory_order_relaxed);
+  return free < reserve;
 }
 
 // --mode; without it, what servers give objects: nothing to others. False after a line on standard error.
