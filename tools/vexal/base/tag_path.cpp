@@ -194,6 +194,17 @@ std::string resolve_path(int32_t object, const std::vector<PathStep>& path, bool
   return "";
 }
 
+std::vector<uint32_t> sequences_of(int32_t object) {
+  std::vector<uint32_t> sequences;
+  uint32_t tag = 0;
+  VX_VR vr = 0;
+  VX_STATUS status = VX_Get_First_Attribute(object, &tag, &vr, nullptr);
+  for (; status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Attribute(object, &tag, &vr, nullptr)) {
+    if (vr == VX_VR_SQ) sequences.push_back(tag);
+  }
+  return sequences;
+}
+
 std::vector<int32_t> sequence_items(int32_t object, uint32_t tag) {
   std::vector<int32_t> items;
   VX_VR vr = 0;

@@ -32,6 +32,8 @@ struct Place {
 std::string resolve_path(int32_t object, const std::vector<PathStep>& path, bool create,
                          std::vector<Place>& places);
 
+// The sequences of an object, in order.
+std::vector<uint32_t> sequences_of(int32_t object);
 // The IDs of the items of a sequence, in order.
 std::vector<int32_t> sequence_items(int32_t object, uint32_t tag);
 

@@ -161,14 +161,7 @@ class Tree {
   }
 
   void add(int32_t object) {
-    std::vector<uint32_t> sequences;
-    uint32_t tag = 0;
-    VX_VR vr = 0;
-    VX_STATUS status = VX_Get_First_Attribute(object, &tag, &vr, nullptr);
-    for (; status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Attribute(object, &tag, &vr, nullptr)) {
-      if (vr == VX_VR_SQ) sequences.push_back(tag);
-    }
-    for (const uint32_t sequence : sequences) {
+    for (const uint32_t sequence : sequences_of(object)) {
       const std::vector<int32_t> items = sequence_items(object, sequence);
       for (std::size_t i = 0; i < items.size(); ++i) {
         if (homes_.emplace(items[i], Home{object, sequence, i}).second) add(items[i]);
@@ -456,18 +449,12 @@ void add_cross_checks(const DicomFile& file, uint16_t command, std::vector<Found
 // The library passes over an item without attributes where the sequence need not have values; what its rules
 // demand is missing all the same.
 void add_empty_items(int32_t object, Tree& tree, const std::set<int32_t>& told, std::vector<Found>& found) {
-  std::vector<uint32_t> sequences;
-  uint32_t tag = 0;
-  VX_VR vr = 0;
-  VX_STATUS status = VX_Get_First_Attribute(object, &tag, &vr, nullptr);
-  for (; status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Attribute(object, &tag, &vr, nullptr)) {
-    if (vr == VX_VR_SQ) sequences.push_back(tag);
-  }
-  for (const uint32_t sequence : sequences) {
+  for (const uint32_t sequence : sequences_of(object)) {
     const Rule* rule = tree.rule(object, sequence);
     const bool typed = rule != nullptr && !rule->items.empty();
     for (const int32_t item : sequence_items(object, sequence)) {
-      const bool empty = VX_Get_First_Attribute(item, &tag, &vr, nullptr) != VX_NORMAL_COMPLETION;
+      uint32_t first = 0;
+      const bool empty = VX_Get_First_Attribute(item, &first, nullptr, nullptr) != VX_NORMAL_COMPLETION;
       std::vector<ValErrObj> missing;
       if (!empty) {
         add_empty_items(item, tree, told, found);
