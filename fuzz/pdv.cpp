@@ -5,6 +5,7 @@
 #include <cstring>
 #include <vector>
 
+#include "association/service_lists.h"
 #include "connection/session.h"
 #include "connection/upper_layer.h"
 #include "frame/pool.h"
