@@ -20,7 +20,7 @@ bool answer_next(int32_t& association, MsgObj& response) {
   uint16_t command = 0;
   VX_STATUS status = VX_Read_Message(association, kPatience, &request, &service, &command);
   switch (status) {
-    case VX_NORMAL_COMPLETION:
+    case kOk:
       break;
     case VX_ASSOCIATION_CLOSED:
       VX_LOG_INF(kFunction, "DICOM Echo association closed");
@@ -39,7 +39,7 @@ bool answer_next(int32_t& association, MsgObj& response) {
   // The answer names the request that is open, not the one before.
   delete_attribute(response, kMessageIdAnswered);
   status = VX_Send_Response_Message(association, 0, response.ID);
-  if (status == VX_NORMAL_COMPLETION) return true;
+  if (status == kOk) return true;
   VX_LOG_ERR(kFunction, "Error while sending echo response:");
   VX_LOG_ERR(kFunction, "|   %s", status_text(status));
   VX_Abort_Association(&association);

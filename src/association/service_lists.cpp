@@ -242,10 +242,7 @@ class ListLoader {
     if (begins_with(word, "0x")) word.remove_prefix(2);
     if (word.empty()) return false;
     for (const char c : word) {
-      const int digit = c >= '0' && c <= '9'   ? c - '0'
-                        : c >= 'a' && c <= 'f' ? c - 'a' + 10
-                        : c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                               : -1;
+      const int digit = hex_digit(c);
       if (digit < 0) return false;
       byte = byte * 16 + static_cast<uint32_t>(digit);
       if (byte > 0xFF) return false;

@@ -54,13 +54,13 @@ VX_STATUS VX_Get_Stream_Length(int32_t MsgID, uint32_t StartTag, uint32_t EndTag
 VX_STATUS VX_Keep_Stream_Form(int32_t Keep) {
   VX_REQUIRE_LIBRARY();
   std::atomic_ref(vx::state().KeepStreamForm).store(Keep, std::memory_order_relaxed);
-  return VX_NORMAL_COMPLETION;
+  return vx::kOk;
 }
 
 VX_STATUS VX_Limit_Decoder(uint32_t Most) {
   VX_REQUIRE_LIBRARY();
   vx::most_decoded = Most;
-  return VX_NORMAL_COMPLETION;
+  return vx::kOk;
 }
 
 VX_STATUS VX_Get_VR_Letters(int32_t MsgID, uint32_t Tag, char* Letters) {
@@ -69,7 +69,7 @@ VX_STATUS VX_Get_VR_Letters(int32_t MsgID, uint32_t Tag, char* Letters) {
   vx::MsgObj* object = nullptr;
   vx::TagObj* attribute = nullptr;
   const VX_STATUS status = vx::find_attribute(MsgID, Tag, object, attribute);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != vx::kOk) return status;
   char work[2];
   Letters[vx::stream_letters(*attribute, work).copy(Letters, 2)] = '\0';
   return status;
@@ -81,7 +81,7 @@ VX_STATUS VX_Set_VR_Letters(int32_t MsgID, uint32_t Tag, const char* Letters) {
   vx::MsgObj* object = nullptr;
   vx::TagObj* attribute = nullptr;
   const VX_STATUS status = vx::find_attribute(MsgID, Tag, object, attribute);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != vx::kOk) return status;
   const bool none = std::strcmp(Letters, "UN") == 0;
   if (!none && (std::strlen(Letters) != 2 || !vx::is_wide_vr(Letters[0], Letters[1])))
     return VX_INVALID_VR_CODE;

@@ -46,8 +46,7 @@ VX_STATUS Decoder::store_element(Frame& frame, Element element) {
     return skip_value(element, frame.depth);
   }
   TagObj* attribute = nullptr;
-  if (VX_STATUS status = place_attribute(frame, element, creator, attribute);
-      status != VX_NORMAL_COMPLETION) {
+  if (VX_STATUS status = place_attribute(frame, element, creator, attribute); status != kOk) {
     fault("Error adding stream tag (%4.4X,%4.4X):", tag_group(element.tag), tag_element(element.tag));
     fault("|   \"%s\"", status_text(status));
     return status == VX_SYSTEM_ERROR ? status : skip_value(element, frame.depth);
@@ -61,7 +60,7 @@ VX_STATUS Decoder::store_element(Frame& frame, Element element) {
     warn("Tag %08x new value will be used", element.tag);
     clear_value(frame.object, *attribute, true, true);
   }
-  if (VX_STATUS status = check_length(element, *attribute); status != VX_NORMAL_COMPLETION) return status;
+  if (VX_STATUS status = check_length(element, *attribute); status != kOk) return status;
   attribute->DecoderMark = keep_ ? element.wide : char{};
   if (keep_ && element.wide == 0 && attribute->VR == VX_VR_UN)
     attribute->DecoderMark = standard_wide_letter(element.tag);
@@ -71,7 +70,7 @@ VX_STATUS Decoder::store_element(Frame& frame, Element element) {
       plain && attribute->VR < VX_VR_UN && element.length != 0 && element.length < kMaxSimpleLength;
   const Outcome outcome =
       simple ? read_simple(frame, *attribute, element) : reconcile_and_read(frame, *attribute, element);
-  if (outcome.status == VX_NORMAL_COMPLETION) return outcome.status;
+  if (outcome.status == kOk) return outcome.status;
   const uint16_t group = tag_group(element.tag);
   if (outcome.consumed && outcome.status != VX_SYSTEM_ERROR) {
     if (log_enabled(VX_LOG_T5)) {
@@ -79,7 +78,7 @@ VX_STATUS Decoder::store_element(Frame& frame, Element element) {
                "Value from stream had problem:");
       log_line(VX_LOG_T5, kDecodeFunction, "|   %s", status_text(outcome.status));
     }
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   if (!failure_logged_) {
     failure_logged_ = true;  // the sequences around it need not say so again
@@ -97,12 +96,12 @@ VX_STATUS Decoder::read_creator(Frame& frame, const Element& element) {
   if (element.length == kUndefinedLength) return skip_value(element, frame.depth);
   const auto kept = std::min<uint32_t>(element.length, kMaxCreatorCode);
   const uint8_t* bytes = nullptr;
-  if (VX_STATUS status = in_.take(kept, bytes); status != VX_NORMAL_COMPLETION) return status;
+  if (VX_STATUS status = in_.take(kept, bytes); status != kOk) return status;
   char text[kMaxCreatorCode];
   std::memcpy(text, bytes, kept);
   std::string_view code(text, kept);
   code = trim_right(code.substr(0, code.find('\0')));
-  if (VX_STATUS status = in_.discard(element.length - kept); status != VX_NORMAL_COMPLETION) return status;
+  if (VX_STATUS status = in_.discard(element.length - kept); status != kOk) return status;
   return place_creator(frame, element.tag, code);
 }
 
@@ -110,23 +109,23 @@ VX_STATUS Decoder::read_creator(Frame& frame, const Element& element) {
 VX_STATUS Decoder::keep_creator(Frame& frame, const Element& element) {
   const bool is_text = !encoding_.explicit_vr || element.vr == VX_VR_UN || is_text_vr(element.vr);
   if (!is_text || element.length >= kMaxSimpleLength) return store_element(frame, element);
-  if (VX_STATUS status = count_bytes(element.length); status != VX_NORMAL_COMPLETION) return status;
+  if (VX_STATUS status = count_bytes(element.length); status != kOk) return status;
   const uint8_t* taken = nullptr;
-  if (VX_STATUS status = in_.take(element.length, taken); status != VX_NORMAL_COMPLETION) return status;
+  if (VX_STATUS status = in_.take(element.length, taken); status != kOk) return status;
   const std::string_view bytes(reinterpret_cast<const char*>(taken), element.length);
   const std::string_view code = trim_right(bytes.substr(0, bytes.find('\0')));
   warn_behind_nul(element.tag, bytes);
   TagObj* creator = find_tag(frame.object, element.tag);
   // Of two creators at one place the second is treated as if its place were taken by another object's.
   if (creator != nullptr && creator->ValueCount > 0) return place_creator(frame, element.tag, code);
-  VX_STATUS status = VX_NORMAL_COMPLETION;
+  VX_STATUS status = kOk;
   if (creator == nullptr) status = new_tag(frame.object, element.tag, VX_VR_LO, 1, 255, &creator);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   if (is_text_vr(element.vr)) creator->VR = element.vr;
   status = set_text(frame.object, *creator, code, true, &frame.charsets);
   if (status == VX_SYSTEM_ERROR || !keep_if_changed(*creator, bytes)) return VX_SYSTEM_ERROR;
   frame.creators.add(element.tag, element.tag, code);
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS Decoder::place_creator(Frame& frame, uint32_t tag, std::string_view code) {
@@ -140,28 +139,28 @@ VX_STATUS Decoder::place_creator(Frame& frame, uint32_t tag, std::string_view co
     if (!duplicates && block_has_values(object, code, group)) {
       warn("Ignoring duplicate private creator code: (%4.4X,%4.4X) %.*s", group, tag_element(tag), length,
            code.data());
-      return VX_NORMAL_COMPLETION;
+      return kOk;
     }
     if (duplicates && slot != tag && find_tag(object, tag) == nullptr) {
       TagObj* creator = nullptr;
       status = new_tag(object, tag, VX_VR_LO, 1, 255, &creator);
-      if (status == VX_NORMAL_COMPLETION) set_text(object, *creator, code, true, &frame.charsets);
+      if (status == kOk) set_text(object, *creator, code, true, &frame.charsets);
       slot = tag;
     } else {
-      status = VX_NORMAL_COMPLETION;
+      status = kOk;
     }
   } else {
     // At its own place, unless another creator of the object has that.
     const uint32_t place = find_tag(object, tag) == nullptr ? tag : 0;
     status = add_private_block(object, code, group, &slot, place, kDecodeFunction);
   }
-  if (status != VX_NORMAL_COMPLETION) {
+  if (status != kOk) {
     warn("Unable to add private creator (%.4X,%.4x) \"%.*s\": %s (ignoring)", group, tag_element(tag), length,
          code.data(), status_text(status));
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   frame.creators.add(tag, slot, code);
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // Brings a private element to the block that its creator has in the object. False: no creator owns it.
@@ -185,11 +184,11 @@ VX_STATUS Decoder::place_attribute(Frame& frame, const Element& element, std::st
   const uint32_t tag = element.tag;
   if (object.LastTag != nullptr && object.LastTag->Tag >= tag) {
     out = find_tag(object, tag);
-    if (out != nullptr) return VX_NORMAL_COMPLETION;
+    if (out != nullptr) return kOk;
   }
   DictInfo info{};
   int32_t vr = element.vr;
-  if (dictionary_lookup(tag, creator, info) == VX_NORMAL_COMPLETION) {
+  if (dictionary_lookup(tag, creator, info) == kOk) {
     vr = info.vr;
   } else if (is_group_length(tag)) {
     vr = VX_VR_UL;
@@ -199,16 +198,16 @@ VX_STATUS Decoder::place_attribute(Frame& frame, const Element& element, std::st
 
 VX_STATUS Decoder::check_length(const Element& element, const TagObj& attribute) {
   if (element.vr == VX_VR_UN && (element.wide != 0 || element.length == kUndefinedLength)) {
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   const int32_t vr = element.vr == VX_VR_UN ? attribute.VR : element.vr;
-  if (!is_numeric_vr(vr) || element.length % vr_width(vr) == 0) return VX_NORMAL_COMPLETION;
+  if (!is_numeric_vr(vr) || element.length % vr_width(vr) == 0) return kOk;
   const bool allowed = config_bool(VX_CFG_ALLOW_INVALID_LENGTH_FOR_VR);
   if (!allowed || may_tell()) {
     fault("Total attribute length (%u) not a multiple of size ", element.length);
     fault("for VR (%s): %u, tag '0x%X'", vr_letters(vr), vr_width(vr), element.tag);
   }
-  return allowed ? VX_NORMAL_COMPLETION : VX_INVALID_LENGTH_FOR_VR;
+  return allowed ? kOk : VX_INVALID_LENGTH_FOR_VR;
 }
 
 Decoder::Outcome Decoder::reconcile_and_read(Frame& frame, TagObj& attribute, const Element& element) {
@@ -235,7 +234,7 @@ Decoder::Outcome Decoder::reconcile_and_read(Frame& frame, TagObj& attribute, co
     }
     vr = element.vr;
   }
-  if (attribute.Storage == 'C' && !can_bind(vr)) unbind_one(frame.object, attribute);
+  if (attribute.Storage == Stored::ByCallback && !can_bind(vr)) unbind_one(frame.object, attribute);
   attribute.VR = vr;
   return read_value(frame, attribute, element, from_un);
 }
@@ -257,8 +256,8 @@ Decoder::Outcome Decoder::convert_un(Frame& frame, TagObj& attribute, const Elem
   }
   const uint8_t* bytes = nullptr;
   VX_STATUS status = count_bytes(element.length);
-  if (status == VX_NORMAL_COMPLETION) status = in_.take(element.length, bytes);
-  if (status != VX_NORMAL_COMPLETION) return {status, false};
+  if (status == kOk) status = in_.take(element.length, bytes);
+  if (status != kOk) return {status, false};
   const int32_t vr = attribute.VR;
   if (vr == VX_VR_SQ) {
     ReadRequest request;
@@ -268,9 +267,9 @@ Decoder::Outcome Decoder::convert_un(Frame& frame, TagObj& attribute, const Elem
   } else {
     status = set_simple(frame, attribute, bytes, element.length, false);
     const bool stored = status == VX_INVALID_VALUE_FOR_VR || status == VX_INVALID_CHARS_IN_VALUE;
-    if (stored && attribute.ValueCount > 0) status = VX_NORMAL_COMPLETION;
+    if (stored && attribute.ValueCount > 0) status = kOk;
   }
-  if (status == VX_NORMAL_COMPLETION) return status;
+  if (status == kOk) return status;
   warn("Unable to convert tag (%4.4X,%4.4X) from UN to %s, ignoring", tag_group(element.tag),
        tag_element(element.tag), vr_letters(vr));
   clear_value(object, attribute, false, true);
@@ -284,7 +283,7 @@ VX_STATUS Decoder::run_value(TagObj& attribute, uint32_t length, int depth) {
   Element element;
   element.tag = tag_ = attribute.Tag;
   element.length = length;
-  if (VX_STATUS status = check_length(element, attribute); status != VX_NORMAL_COMPLETION) return status;
+  if (VX_STATUS status = check_length(element, attribute); status != kOk) return status;
   const Outcome outcome = read_value(frame, attribute, element, false);
   return outcome.status == VX_END_OF_DATA ? VX_UNEXPECTED_EOD : outcome.status;
 }

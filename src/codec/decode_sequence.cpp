@@ -45,14 +45,14 @@ bool Decoder::too_deep(int depth) {
 // the stream is not (PS3.5 section 6.2.2).
 VX_STATUS Decoder::next_item(bool from_un, uint32_t& tag, uint32_t& length) {
   const uint8_t* header = nullptr;
-  if (VX_STATUS status = in_.take(8, header); status != VX_NORMAL_COMPLETION) return status;
+  if (VX_STATUS status = in_.take(8, header); status != kOk) return status;
   tag = load_tag(header, encoding_.big_endian);
   if (from_un && encoding_.big_endian && tag_group(tag) == 0xFEFF) {
     encoding_ = {IMPLICIT_LITTLE_ENDIAN, false, false, encoding_.encapsulated};
     tag = load_tag(header, false);
   }
   length = load32(header + 4, encoding_.big_endian);
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS Decoder::read_sequence(Frame& frame, TagObj& attribute, uint32_t length, bool from_un) {
@@ -77,13 +77,13 @@ VX_STATUS Decoder::read_sequence(Frame& frame, TagObj& attribute, uint32_t lengt
     uint32_t tag = 0;
     uint32_t item_length = 0;
     VX_STATUS status = next_item(from_un, tag, item_length);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
     if (undefined && tag == kSequenceEnd) break;
     if (tag != kItemTag) return not_an_item(tag);
     status = count_parts(1);
-    if (status == VX_NORMAL_COMPLETION) status = read_item(frame, attribute, item_length, from_un);
-    if (status == VX_NORMAL_COMPLETION && records) status = note_record(start, attribute);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status == kOk) status = read_item(frame, attribute, item_length, from_un);
+    if (status == kOk && records) status = note_record(start, attribute);
+    if (status != kOk) return status;
     any = true;
     if (undefined) continue;
     const uint64_t used = in_.offset() - start;
@@ -95,22 +95,22 @@ VX_STATUS Decoder::read_sequence(Frame& frame, TagObj& attribute, uint32_t lengt
     }
     remaining -= used;
   }
-  return any ? VX_NORMAL_COMPLETION : set_null(frame.object, attribute);
+  return any ? kOk : set_null(frame.object, attribute);
 }
 
 VX_STATUS Decoder::note_record(uint64_t offset, const TagObj& attribute) {
   auto* record = static_cast<MsgObj*>(attribute.LastValue->Data);
   request_.Directory->records.push_back({offset, record});
-  return request_.Directory->save_records ? save_attributes(*record, kFirstRecordKey) : VX_NORMAL_COMPLETION;
+  return request_.Directory->save_records ? save_attributes(*record, kFirstRecordKey) : kOk;
 }
 
 VX_STATUS Decoder::read_item(Frame& frame, TagObj& attribute, uint32_t length, bool from_un) {
   MsgObj* item = nullptr;
   VX_STATUS status = open_object(Kind::Item, kNoName, item);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   status = adopt_item(&frame.object, attribute, item);
-  if (status == VX_NORMAL_COMPLETION) status = append_item(attribute, *item);
-  if (status != VX_NORMAL_COMPLETION) {
+  if (status == kOk) status = append_item(attribute, *item);
+  if (status != kOk) {
     free_item(*item, true);
     return status;
   }
@@ -124,7 +124,7 @@ VX_STATUS Decoder::read_item(Frame& frame, TagObj& attribute, uint32_t length, b
   inner.first_test = from_un;
   if (frame.charsets.known) inner.charsets = frame.charsets;  // until the item brings its own
   status = decode_elements(inner);
-  if (status == VX_NORMAL_COMPLETION && inner.extent == Extent::Defined && in_.offset() > inner.end) {
+  if (status == kOk && inner.extent == Extent::Defined && in_.offset() > inner.end) {
     warn("(%4.4X,%4.4X): an item of %u bytes holds %llu", tag_group(attribute.Tag),
          tag_element(attribute.Tag), length, static_cast<unsigned long long>(in_.offset() - inner.start));
   }
@@ -152,8 +152,8 @@ VX_STATUS Decoder::skip_fragments() {
     uint32_t length = 0;
     bool ended = false;
     VX_STATUS status = next_fragment(length, ended);
-    if (status == VX_NORMAL_COMPLETION && !ended) status = in_.discard(8 + uint64_t{length});
-    if (status != VX_NORMAL_COMPLETION || ended) return status;
+    if (status == kOk && !ended) status = in_.discard(8 + uint64_t{length});
+    if (status != kOk || ended) return status;
   }
 }
 
@@ -165,11 +165,11 @@ VX_STATUS Decoder::skip_sequence(int depth, bool from_un) {
     uint32_t tag = 0;
     uint32_t length = 0;
     VX_STATUS status = next_item(from_un, tag, length);
-    if (status != VX_NORMAL_COMPLETION) return status;
-    if (tag == kSequenceEnd) return VX_NORMAL_COMPLETION;
+    if (status != kOk) return status;
+    if (tag == kSequenceEnd) return kOk;
     if (tag != kItemTag) return not_an_item(tag);
     status = length == kUndefinedLength ? skip_item(depth + 1, from_un) : in_.discard(length);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
   }
 }
 
@@ -181,18 +181,18 @@ VX_STATUS Decoder::skip_item(int depth, bool first_test) {
       fault("Missing Item Delimiter in input stream");
       return VX_INVALID_VALUE_FOR_VR;
     }
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
     Element element;
     element.tag = load_tag(header, encoding_.big_endian);
     if (first_test) status = first_element_test(header, element.tag);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
     in_.advance(8);
-    if (element.tag == kItemEnd) return VX_NORMAL_COMPLETION;
+    if (element.tag == kItemEnd) return kOk;
     if (tag_group(element.tag) == 0xFFFE) return not_an_item(element.tag);
     element.tag = load_tag(header, encoding_.big_endian);
     status = read_length(header, element);
-    if (status == VX_NORMAL_COMPLETION) status = skip_value(element, depth);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status == kOk) status = skip_value(element, depth);
+    if (status != kOk) return status;
   }
 }
 

@@ -66,8 +66,7 @@ bool may_hold_wide_characters(int32_t vr, std::string_view text) {
                      [](char c) { return c == '\x1B' || static_cast<uint8_t>(c) >= 0x80; });
 }
 bool is_stored_all_the_same(VX_STATUS status) {
-  return status == VX_NORMAL_COMPLETION || status == VX_INVALID_VALUE_FOR_VR ||
-         status == VX_INVALID_CHARS_IN_VALUE;
+  return status == kOk || status == VX_INVALID_VALUE_FOR_VR || status == VX_INVALID_CHARS_IN_VALUE;
 }
 // Words that a big endian stream has the other way round; the value model turns numbers itself.
 uint32_t word_width(int32_t vr) {
@@ -78,13 +77,13 @@ uint32_t word_width(int32_t vr) {
 
 Decoder::Outcome Decoder::read_value(Frame& frame, TagObj& attribute, const Element& element, bool from_un) {
   if (element.length == 0) {
-    if (attribute.Storage == 'C') unbind_one(frame.object, attribute);
+    if (attribute.Storage == Stored::ByCallback) unbind_one(frame.object, attribute);
     return set_null(frame.object, attribute);
   }
   if (attribute.VR == VX_VR_SQ) {
-    if (stops_at(frame, element.tag)) return VX_NORMAL_COMPLETION;
+    if (stops_at(frame, element.tag)) return kOk;
     const VX_STATUS status = read_sequence(frame, attribute, element.length, from_un);
-    return {status, status == VX_NORMAL_COMPLETION};
+    return {status, status == kOk};
   }
   return is_bulk_vr(attribute.VR) ? read_bulk(frame, attribute, element)
                                   : read_simple(frame, attribute, element);
@@ -100,11 +99,11 @@ Decoder::Outcome Decoder::read_simple(Frame& frame, TagObj& attribute, const Ele
   }
   const uint8_t* bytes = nullptr;
   VX_STATUS status = count_bytes(element.length);
-  if (status == VX_NORMAL_COMPLETION) status = in_.take(element.length, bytes);
-  if (status == VX_NORMAL_COMPLETION && is_limited() && is_text_vr(attribute.VR))
+  if (status == kOk) status = in_.take(element.length, bytes);
+  if (status == kOk && is_limited() && is_text_vr(attribute.VR))
     status = count_parts(static_cast<uint64_t>(std::count(bytes, bytes + element.length, uint8_t{'\\'})));
-  if (status != VX_NORMAL_COMPLETION) return {status, false};
-  if (stops_at(frame, element.tag)) return VX_NORMAL_COMPLETION;
+  if (status != kOk) return {status, false};
+  if (stops_at(frame, element.tag)) return kOk;
   status = set_simple(frame, attribute, bytes, element.length, encoding_.big_endian);
   if (attribute.Tag == kCharacterSet) frame.charsets.known = false;
   return status;
@@ -132,11 +131,11 @@ VX_STATUS Decoder::set_texts(Frame& frame, TagObj& attribute, std::string_view t
   SplitMode mode = kSplitPlain;
   if (may_hold_wide_characters(attribute.VR, text)) {
     CharsetMasks masks;
-    if (charset_masks(object, &frame.charsets, masks) == VX_NORMAL_COMPLETION) {
+    if (charset_masks(object, &frame.charsets, masks) == kOk) {
       mode = needs_escape_aware_split(masks);
     }
   }
-  VX_STATUS result = VX_NORMAL_COMPLETION;
+  VX_STATUS result = kOk;
   std::size_t start = 0;
   for (bool first = true;; first = false) {
     const std::size_t end = split_point(text, start, mode);
@@ -144,7 +143,7 @@ VX_STATUS Decoder::set_texts(Frame& frame, TagObj& attribute, std::string_view t
     if (keep_) piece = cut_nuls(piece);
     const VX_STATUS status = set(object, attribute, cut_trailing_blank(piece, cut), first, &frame.charsets);
     if (status == VX_SYSTEM_ERROR || (!keep_ && !is_stored_all_the_same(status))) return status;
-    if (status != VX_NORMAL_COMPLETION) result = status;
+    if (status != kOk) result = status;
     if (end >= text.size()) return result;
     start = end + 1;
   }
@@ -185,27 +184,27 @@ VX_STATUS Decoder::set_texts_to_keep(Frame& frame, TagObj& attribute, std::strin
 Decoder::Outcome Decoder::read_bulk(Frame& frame, TagObj& attribute, const Element& element) {
   MsgObj& object = frame.object;
   const uint32_t length = element.length;
-  if (request_.ApplicationID != 0 && attribute.Storage != 'C' && attribute.VR != VX_VR_UN) {
+  if (request_.ApplicationID != 0 && attribute.Storage != Stored::ByCallback && attribute.VR != VX_VR_UN) {
     bind_one(request_.ApplicationID, object, attribute);
   }
-  if (attribute.Storage == 'C' &&
+  if (attribute.Storage == Stored::ByCallback &&
       length < static_cast<uint32_t>(config_long(VX_CFG_CALLBACK_MIN_DATA_SIZE))) {
     unbind_one(object, attribute);
   }
-  const bool bound = attribute.Storage == 'C';
+  const bool bound = attribute.Storage == Stored::ByCallback;
   const bool stop = stops_at(frame, element.tag);
   const bool kept = stop || (request_.KeepValuesOut && bound);
   attribute.ValueOffset = static_cast<uint32_t>(std::min<uint64_t>(in_.offset(), kUndefinedLength));
   if (bound) {
-    if (VX_STATUS status = announce(object, attribute, length, kept); status != VX_NORMAL_COMPLETION) {
+    if (VX_STATUS status = announce(object, attribute, length, kept); status != kOk) {
       return {status, false};
     }
   }
-  VX_STATUS status = VX_NORMAL_COMPLETION;
+  VX_STATUS status = kOk;
   // The announced length decides where the value lives, before a byte of it has come.
   if (!kept && element.swap_width == 0 && goes_to_file(object, attribute, length)) {
     clear_value(object, attribute, true, false);
-    if (status = begin_file_value(object, attribute); status != VX_NORMAL_COMPLETION) return {status, false};
+    if (status = begin_file_value(object, attribute); status != kOk) return {status, false};
   }
   if (kept) {
     attribute.ValueCount = 1;
@@ -223,12 +222,12 @@ Decoder::Outcome Decoder::read_bulk(Frame& frame, TagObj& attribute, const Eleme
     } else if (encoding_.big_endian) {
       run.width = word_width(attribute.VR);
     }
-    run.direct = attribute.Storage == 'M';
+    run.direct = attribute.Storage == Stored::InMemory;
     if (element.tag == kPixelData) run.piece = frame_size(object, length);
     if (run.direct) status = count_bytes(length);
-    if (status == VX_NORMAL_COMPLETION) status = read_run(object, attribute, run);
+    if (status == kOk) status = read_run(object, attribute, run);
   }
-  return {status, status == VX_NORMAL_COMPLETION};
+  return {status, status == kOk};
 }
 
 // Tells the callback that holds the attribute about its value.
@@ -246,7 +245,7 @@ VX_STATUS Decoder::announce(MsgObj& object, TagObj& attribute, uint32_t length, 
   int32_t last = 0;
   const VX_STATUS status = call_value_callback(
       object, attribute, kept ? VX_PROVIDE_LENGTH_KEPT : VX_PROVIDE_LENGTH, &size, &data, true, &last);
-  return status == VX_NORMAL_COMPLETION ? status : VX_CALLBACK_CANNOT_COMPLY;
+  return status == kOk ? status : VX_CALLBACK_CANNOT_COMPLY;
 }
 
 // The bytes of one frame, where pieces that end with frames are worth having; else 0.
@@ -257,7 +256,7 @@ uint32_t Decoder::frame_size(MsgObj& object, uint32_t length) const {
   std::string_view text;
   ValueCursor cursor;
   cursor_first(*attribute, cursor);
-  if (view_text(*attribute, cursor, scratch, text) != VX_NORMAL_COMPLETION) return 0;
+  if (view_text(*attribute, cursor, scratch, text) != kOk) return 0;
   const int32_t frames = parse_int32(text);
   if (frames <= 1 || length % static_cast<uint32_t>(frames) != 0) return 0;
   const uint32_t size = length / static_cast<uint32_t>(frames);
@@ -266,14 +265,14 @@ uint32_t Decoder::frame_size(MsgObj& object, uint32_t length) const {
 
 VX_STATUS Decoder::read_run(MsgObj& object, TagObj& attribute, const Run& run) {
   for (uint64_t done = 0; done < run.length;) {
-    if (VX_STATUS status = in_.need_any(); status != VX_NORMAL_COMPLETION) return status;
+    if (VX_STATUS status = in_.need_any(); status != kOk) return status;
     uint32_t got = 0;
     const VX_STATUS status = run.direct ? read_piece(object, attribute, run, done, got)
                                         : store_chunk(object, attribute, run, done, got);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
     done += got;
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // One piece of the value, filled where it lies. Its size follows what has arrived, not what was announced.
@@ -292,7 +291,7 @@ VX_STATUS Decoder::read_piece(MsgObj& object, TagObj& attribute, const Run& run,
   if ((first ? 0 : attribute.Length) + size > kMaxValueLength) return VX_VALUE_TOO_LARGE;
   void* bytes = nullptr;
   VX_STATUS status = reserve_value(object, attribute, static_cast<uint32_t>(size), first, bytes);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   status = fill_piece(static_cast<uint8_t*>(bytes), static_cast<uint32_t>(size), run.width, got);
   if (got < size) {
     attribute.LastValue->Length = got;
@@ -303,7 +302,7 @@ VX_STATUS Decoder::read_piece(MsgObj& object, TagObj& attribute, const Run& run,
 
 VX_STATUS Decoder::fill_piece(uint8_t* bytes, uint32_t length, uint32_t width, uint32_t& got) {
   while (got < length) {
-    if (VX_STATUS status = in_.need_any(); status != VX_NORMAL_COMPLETION) return status;
+    if (VX_STATUS status = in_.need_any(); status != kOk) return status;
     auto part = static_cast<uint32_t>(std::min<std::size_t>(in_.available(), length - got));
     if (width == 1) {
       std::memcpy(bytes + got, in_.bytes(), part);
@@ -314,7 +313,7 @@ VX_STATUS Decoder::fill_piece(uint8_t* bytes, uint32_t length, uint32_t width, u
         const VX_STATUS status = in_.need(part, whole);
         if (status == VX_END_OF_DATA) {
           part = static_cast<uint32_t>(in_.available());
-        } else if (status != VX_NORMAL_COMPLETION) {
+        } else if (status != kOk) {
           return status;
         }
       }
@@ -328,7 +327,7 @@ VX_STATUS Decoder::fill_piece(uint8_t* bytes, uint32_t length, uint32_t width, u
     in_.advance(part);
     got += part;
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // One piece for a value that does not lie in memory, or may go elsewhere.
@@ -343,7 +342,7 @@ VX_STATUS Decoder::store_chunk(MsgObj& object, TagObj& attribute, const Run& run
   if (ended == VX_END_OF_DATA) {
     chunk = in_.available();
     bytes = in_.bytes();
-  } else if (ended != VX_NORMAL_COMPLETION) {
+  } else if (ended != kOk) {
     return ended;
   }
   bool swap = run.width > 1;
@@ -360,12 +359,13 @@ VX_STATUS Decoder::store_chunk(MsgObj& object, TagObj& attribute, const Run& run
                          .from_stream = true,
                          .big_endian = swap};
   const VX_STATUS status = store_value(object, attribute, bytes, static_cast<uint32_t>(chunk), flags);
-  if (status != VX_NORMAL_COMPLETION) {
-    return attribute.Storage == 'C' && status != VX_SYSTEM_ERROR ? VX_CALLBACK_CANNOT_COMPLY : status;
+  if (status != kOk) {
+    return attribute.Storage == Stored::ByCallback && status != VX_SYSTEM_ERROR ? VX_CALLBACK_CANNOT_COMPLY
+                                                                                : status;
   }
   in_.advance(chunk);
   got = static_cast<uint32_t>(chunk);
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // --- Encapsulated values (PS3.5 section A.4) ---
@@ -390,17 +390,17 @@ VX_STATUS Decoder::read_encapsulated(Frame& frame, TagObj& attribute, uint32_t t
     uint32_t length = 0;
     bool ended = false;
     VX_STATUS status = next_fragment(length, ended);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
     if (ended) break;
     status = read_fragment(object, attribute, length, first);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
     first = false;
   }
   uint8_t delimiter[kFragmentHeader] = {};
   store_tag(delimiter, kSequenceEnd, false);
   const VX_STATUS status = store_value(object, attribute, delimiter, sizeof delimiter,
                                        {.first = first, .last = true, .from_stream = true});
-  return status == VX_NORMAL_COMPLETION || attribute.Storage != 'C' ? status : VX_CALLBACK_CANNOT_COMPLY;
+  return status == kOk || attribute.Storage != Stored::ByCallback ? status : VX_CALLBACK_CANNOT_COMPLY;
 }
 
 // Looks at the next item header, which stays; a delimiter is taken.
@@ -411,29 +411,29 @@ VX_STATUS Decoder::next_fragment(uint32_t& length, bool& ended) {
     warn("(%4.4X,%4.4X): End of file encountered before sequence delimiter encountered", tag_group(tag_),
          tag_element(tag_));
     ended = true;
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   const uint32_t tag = load_tag(header, encoding_.big_endian);
   length = load32(header + 4, encoding_.big_endian);
   if (tag == kSequenceEnd) {
     in_.advance(kFragmentHeader);
     ended = true;
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
-  if (tag == kItemTag && length != kUndefinedLength) return VX_NORMAL_COMPLETION;
+  if (tag == kItemTag && length != kUndefinedLength) return kOk;
   fault("Expecting item tag or sequence delimiter in stream, encountered (%.4X,%.4X)", tag_group(tag),
         tag_element(tag));
   return VX_INVALID_VALUE_FOR_VR;
 }
 
 VX_STATUS Decoder::read_fragment(MsgObj& object, TagObj& attribute, uint32_t length, bool first) {
-  const bool bound = attribute.Storage == 'C';
+  const bool bound = attribute.Storage == Stored::ByCallback;
   const auto refused = [bound](VX_STATUS status) {
     return bound && status != VX_SYSTEM_ERROR ? VX_CALLBACK_CANNOT_COMPLY : status;
   };
   Run run{.length = kFragmentHeader + uint64_t{length}, .first = first, .last = false};
-  run.direct = attribute.Storage == 'M';
+  run.direct = attribute.Storage == Stored::InMemory;
   if (encoding_.big_endian) {  // headers are kept in little endian
     uint8_t header[kFragmentHeader];
     store_tag(header, kItemTag, false);
@@ -441,17 +441,17 @@ VX_STATUS Decoder::read_fragment(MsgObj& object, TagObj& attribute, uint32_t len
     in_.advance(kFragmentHeader);
     const VX_STATUS status = store_value(object, attribute, header, sizeof header,
                                          {.first = first, .last = false, .from_stream = true});
-    if (status != VX_NORMAL_COMPLETION) return refused(status);
+    if (status != kOk) return refused(status);
     run.length = length;
     run.first = false;
   } else if (first) {
     if (run.length > kMaxValueLength) return VX_VALUE_TOO_LARGE;
     const uint8_t* bytes = nullptr;
     VX_STATUS status = in_.take(static_cast<std::size_t>(run.length), bytes);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
     status = store_value(object, attribute, bytes, static_cast<uint32_t>(run.length),
                          {.first = true, .last = false, .from_stream = true});
-    return status == VX_NORMAL_COMPLETION ? status : refused(status);
+    return status == kOk ? status : refused(status);
   }
   return read_run(object, attribute, run);
 }

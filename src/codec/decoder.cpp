@@ -57,17 +57,17 @@ VX_STATUS Decoder::run() {
   Frame frame{top_};
   if (request_.OpenItem) frame.extent = Extent::Undefined;
   VX_STATUS status = begin(frame);
-  if (status == VX_NORMAL_COMPLETION && is_file(top_)) {
+  if (status == kOk && is_file(top_)) {
     meta_pending_ = true;
     frame.first_test = true;
     in_.tolerate_odd_blocks(true);
     status = read_preamble();
   }
-  if (status == VX_NORMAL_COMPLETION) status = decode_elements(frame);
-  if (status == VX_NORMAL_COMPLETION && meta_pending_) status = in_.judge_odd_blocks();
+  if (status == kOk) status = decode_elements(frame);
+  if (status == kOk && meta_pending_) status = in_.judge_odd_blocks();
   const VX_STATUS ended = in_.finish();
-  if (status == VX_NORMAL_COMPLETION) status = ended;
-  if (status == VX_NORMAL_COMPLETION) return status;
+  if (status == kOk) status = ended;
+  if (status == kOk) return status;
   request_.ErrorTag = tag_;
   if (status == VX_END_OF_DATA) status = VX_UNEXPECTED_EOD;
   // Why the input function refused is for its owner to tell.
@@ -77,7 +77,7 @@ VX_STATUS Decoder::run() {
 
 VX_STATUS Decoder::begin(Frame& frame) {
   if (request_.Rest != nullptr && *request_.Rest != nullptr) return resume(frame);
-  return deflate_ && !before_deflate_ ? in_.start_inflate() : VX_NORMAL_COMPLETION;
+  return deflate_ && !before_deflate_ ? in_.start_inflate() : kOk;
 }
 
 // Goes on where a former decode of the same stream stopped.
@@ -85,7 +85,7 @@ VX_STATUS Decoder::resume(Frame& frame) {
   DecodeRest* rest = *request_.Rest;
   *request_.Rest = nullptr;
   frame.last_tag = rest->LastTag;
-  VX_STATUS status = VX_NORMAL_COMPLETION;
+  VX_STATUS status = kOk;
   if (rest->Started) {
     frame.creators.restore({reinterpret_cast<const char*>(rest->Creators), rest->CreatorsLength});
     status = in_.resume(*rest);
@@ -101,7 +101,7 @@ Decoder::Step Decoder::stop(Frame& frame, uint32_t tag, VX_STATUS& status) {
   DecodeRest* rest = new_decode_rest();
   status = rest != nullptr ? in_.save(*rest) : VX_SYSTEM_ERROR;
   const std::string creators = frame.creators.save();
-  if (status == VX_NORMAL_COMPLETION && !creators.empty()) {
+  if (status == kOk && !creators.empty()) {
     rest->Creators = static_cast<uint8_t*>(allocate_raw(creators.size()));
     rest->CreatorsLength = creators.size();
     if (rest->Creators == nullptr) {
@@ -110,7 +110,7 @@ Decoder::Step Decoder::stop(Frame& frame, uint32_t tag, VX_STATUS& status) {
       std::memcpy(rest->Creators, creators.data(), creators.size());
     }
   }
-  if (status != VX_NORMAL_COMPLETION) {
+  if (status != kOk) {
     free_decode_rest(rest);
     return Step::Fail;
   }
@@ -146,7 +146,7 @@ void Decoder::log_failure(VX_STATUS status) const {
 VX_STATUS Decoder::read_preamble() {
   constexpr std::size_t kSize = sizeof(FileInfo::Preamble) + sizeof(FileInfo::Prefix);
   const uint8_t* bytes = nullptr;
-  if (VX_STATUS status = in_.take(kSize, bytes); status != VX_NORMAL_COMPLETION) {
+  if (VX_STATUS status = in_.take(kSize, bytes); status != kOk) {
     if (status == VX_END_OF_DATA) status = VX_UNEXPECTED_EOD;
     VX_LOG_ERR(kDecodeFunction, "Failure in reading the file preamble and prefix: %s", status_text(status));
     return status;
@@ -154,7 +154,7 @@ VX_STATUS Decoder::read_preamble() {
   FileInfo& info = *top_.File;
   std::memcpy(info.Preamble, bytes, sizeof info.Preamble);
   std::memcpy(info.Prefix, bytes + sizeof info.Preamble, sizeof info.Prefix);
-  if (std::memcmp(info.Prefix, "DICM", 4) == 0) return VX_NORMAL_COMPLETION;
+  if (std::memcmp(info.Prefix, "DICM", 4) == 0) return kOk;
 
   const uint8_t* p = bytes + sizeof info.Preamble;
   const char* name = info.FileName != nullptr ? info.FileName : "";
@@ -173,19 +173,19 @@ VX_STATUS Decoder::read_preamble() {
                 : "Replacing invalid DICOM file prefix '%X%X%X%X' in '%s' with 'DICM'",
            p[0], p[1], p[2], p[3], name);
   std::memcpy(info.Prefix, "DICM", 4);
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS Decoder::decode_elements(Frame& frame) {
   Guard lock(frame.object.Semaphore);
   const bool top = frame.depth == 0;
   for (;;) {
-    if (top && stop_before_next(frame)) return VX_NORMAL_COMPLETION;
-    if (frame.extent == Extent::Defined && in_.offset() >= frame.end) return VX_NORMAL_COMPLETION;
-    VX_STATUS status = VX_NORMAL_COMPLETION;
+    if (top && stop_before_next(frame)) return kOk;
+    if (frame.extent == Extent::Defined && in_.offset() >= frame.end) return kOk;
+    VX_STATUS status = kOk;
     if (top && meta_pending_ && in_.offset() >= meta_end_) {
       status = leave_meta_at_end(frame);
-      if (status != VX_NORMAL_COMPLETION) return status;
+      if (status != kOk) return status;
     }
     Element element;
     switch (next_header(frame, element, status)) {
@@ -197,12 +197,12 @@ VX_STATUS Decoder::decode_elements(Frame& frame) {
       case Step::Element:
         break;
     }
-    if (top && element.tag > request_.EndTag) return VX_NORMAL_COMPLETION;
+    if (top && element.tag > request_.EndTag) return kOk;
     status = process(frame, element);
-    if (status == VX_NORMAL_COMPLETION && top && meta_pending_) {
+    if (status == kOk && top && meta_pending_) {
       status = after_meta_element(frame.object, element.tag);
     }
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
   }
 }
 
@@ -219,13 +219,13 @@ bool Decoder::stop_before_next(const Frame& frame) {
 VX_STATUS Decoder::leave_meta_at_end(Frame& frame) {
   const uint8_t* header = nullptr;
   const VX_STATUS status = in_.need(8, header);
-  if (status == VX_NORMAL_COMPLETION && tag_group(load_tag(header, encoding_.big_endian)) == 2) {
+  if (status == kOk && tag_group(load_tag(header, encoding_.big_endian)) == 2) {
     warn("Group length (0002,0000) is too short: group 0002 goes on at offset %llu",
          static_cast<unsigned long long>(in_.offset()));
     meta_end_ = ~uint64_t{0};
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
-  if (status != VX_NORMAL_COMPLETION && status != VX_END_OF_DATA) return status;
+  if (status != kOk && status != VX_END_OF_DATA) return status;
   return leave_meta(frame);
 }
 
@@ -239,7 +239,7 @@ VX_STATUS Decoder::leave_meta(Frame& frame) {
   }
   encoding_ = next_;
   if (!deflate_) return in_.judge_odd_blocks();
-  return before_deflate_ ? begin_inflate() : VX_NORMAL_COMPLETION;
+  return before_deflate_ ? begin_inflate() : kOk;
 }
 
 VX_STATUS Decoder::begin_inflate() {
@@ -248,23 +248,23 @@ VX_STATUS Decoder::begin_inflate() {
 }
 
 VX_STATUS Decoder::after_meta_element(MsgObj& object, uint32_t tag) {
-  if (tag != kMetaLength && tag != kMetaSyntax) return VX_NORMAL_COMPLETION;
+  if (tag != kMetaLength && tag != kMetaSyntax) return kOk;
   TagObj* attribute = find_tag(object, tag);
   if (tag == kMetaLength) {
-    if (attribute == nullptr || attribute->VR != VX_VR_UL) return VX_NORMAL_COMPLETION;
+    if (attribute == nullptr || attribute->VR != VX_VR_UL) return kOk;
     if (const void* value = numeric_value(*attribute, 1)) meta_end_ = in_.offset() + load32(value, false);
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   char scratch[80];
   std::string_view uid;
   ValueCursor cursor;
   if (attribute != nullptr) cursor_first(*attribute, cursor);
-  if (attribute == nullptr || view_text(*attribute, cursor, scratch, uid) != VX_NORMAL_COMPLETION) {
+  if (attribute == nullptr || view_text(*attribute, cursor, scratch, uid) != kOk) {
     VX_LOG_ERR(kDecodeFunction, "Unable to get transfer syntax UID from file.");
     return VX_INVALID_TRANSFER_SYNTAX;
   }
   VX_TRANSFER_SYNTAX syntax = 0;
-  if (syntax_from_uid(uid, syntax) != VX_NORMAL_COMPLETION) {
+  if (syntax_from_uid(uid, syntax) != kOk) {
     VX_LOG_ERR(kDecodeFunction, "Invalid Transfer syntax UID found in file: %.*s",
                static_cast<int>(uid.size()), uid.data());
     return VX_INVALID_TRANSFER_SYNTAX;
@@ -273,12 +273,12 @@ VX_STATUS Decoder::after_meta_element(MsgObj& object, uint32_t tag) {
   syntax_known_ = true;
   deflate_ = request_.Deflate = is_deflated(syntax);
   if (deflate_) before_deflate_ = true;
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS Decoder::count_parts(uint64_t parts) {
   counts_->parts += parts;
-  if (counts_->parts <= most_parts_) return VX_NORMAL_COMPLETION;
+  if (counts_->parts <= most_parts_) return kOk;
   fault("More than %llu elements, items and values", static_cast<unsigned long long>(most_parts_));
   return VX_VALUE_TOO_LARGE;
 }
@@ -289,28 +289,28 @@ Decoder::Step Decoder::next_header(Frame& frame, Element& element, VX_STATUS& st
   const uint8_t* header = nullptr;
   status = in_.need(8, header);
   if (status == VX_END_OF_DATA) return end_of_data(frame, status);
-  if (status != VX_NORMAL_COMPLETION) return Step::Fail;
+  if (status != kOk) return Step::Fail;
   if (frame.first_test) {
     frame.first_test = false;
     tag_ = load_tag(header, encoding_.big_endian);
     status = first_element_test(header, tag_);
-    if (status != VX_NORMAL_COMPLETION) return Step::Fail;
+    if (status != kOk) return Step::Fail;
   }
   const uint32_t tag = load_tag(header, encoding_.big_endian);
   const uint16_t group = tag_group(tag);
   if (frame.depth == 0) {
     if (meta_pending_ && group != 2) {
       status = leave_meta(frame);
-      return status == VX_NORMAL_COMPLETION ? Step::Again : Step::Fail;
+      return status == kOk ? Step::Again : Step::Fail;
     }
     if (!meta_pending_ && deflate_ && before_deflate_ && group > 3) {
       status = begin_inflate();
-      return status == VX_NORMAL_COMPLETION ? Step::Again : Step::Fail;
+      return status == kOk ? Step::Again : Step::Fail;
     }
   }
   request_.StopOffset = in_.offset();
   tag_ = tag;
-  if (status = count_parts(1); status != VX_NORMAL_COMPLETION) return Step::Fail;
+  if (status = count_parts(1); status != kOk) return Step::Fail;
   if (request_.Rest != nullptr && frame.depth == 0 && tag > request_.EndTag) return stop(frame, tag, status);
   if (group == kStructureGroup) return structural_tag(frame, tag, status);
   if (tag < frame.last_tag && !config_bool(VX_CFG_ALLOW_OUT_OF_ORDER_TAGS)) {
@@ -323,7 +323,7 @@ Decoder::Step Decoder::next_header(Frame& frame, Element& element, VX_STATUS& st
   element.tag = tag;
   in_.advance(8);
   status = read_length(header, element);
-  return status == VX_NORMAL_COMPLETION ? Step::Element : Step::Fail;
+  return status == kOk ? Step::Element : Step::Fail;
 }
 
 Decoder::Step Decoder::end_of_data(Frame& frame, VX_STATUS& status) {
@@ -332,7 +332,7 @@ Decoder::Step Decoder::end_of_data(Frame& frame, VX_STATUS& status) {
     // A deflated data set may be shorter than a header.
     if (frame.depth == 0 && deflate_ && before_deflate_) {
       status = meta_pending_ ? leave_meta(frame) : begin_inflate();
-      return status == VX_NORMAL_COMPLETION ? Step::Again : Step::Fail;
+      return status == kOk ? Step::Again : Step::Fail;
     }
     // A value of odd length leaves the stream odd, and the byte that makes it even stands at its end.
     const bool pad = frame.extent == Extent::Top && in_.available() == 1 && *in_.bytes() == 0;
@@ -340,7 +340,7 @@ Decoder::Step Decoder::end_of_data(Frame& frame, VX_STATUS& status) {
   }
   switch (frame.extent) {
     case Extent::Top:
-      status = VX_NORMAL_COMPLETION;
+      status = kOk;
       return Step::Complete;
     case Extent::Undefined:
       fault("Missing Item Delimiter in input stream");
@@ -378,8 +378,8 @@ Decoder::Step Decoder::structural_tag(Frame& frame, uint32_t tag, VX_STATUS& sta
 
 // The first element tells whether a stream that is said to be explicit is so.
 VX_STATUS Decoder::first_element_test(const uint8_t* header, uint32_t tag) {
-  if (!encoding_.explicit_vr || tag_group(tag) == kStructureGroup) return VX_NORMAL_COMPLETION;
-  if (is_known_vr(static_cast<char>(header[4]), static_cast<char>(header[5]))) return VX_NORMAL_COMPLETION;
+  if (!encoding_.explicit_vr || tag_group(tag) == kStructureGroup) return kOk;
+  if (is_known_vr(static_cast<char>(header[4]), static_cast<char>(header[5]))) return kOk;
   if (config_bool(VX_CFG_REJECT_INVALID_VR)) {
     fault("Invalid VR (0x%.2x 0x%.2x) detected in stream.", header[4], header[5]);
     return VX_INVALID_VR_IN_STREAM;
@@ -387,7 +387,7 @@ VX_STATUS Decoder::first_element_test(const uint8_t* header, uint32_t tag) {
   encoding_.syntax = IMPLICIT_LITTLE_ENDIAN;
   encoding_.big_endian = false;
   encoding_.explicit_vr = false;
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // VR and length of PS3.5 section 7.1; `header` has been taken.
@@ -395,7 +395,7 @@ VX_STATUS Decoder::read_length(const uint8_t* header, Element& element) {
   const bool big = encoding_.big_endian;
   if (!encoding_.explicit_vr) {
     element.length = load32(header + 4, big);
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   const char first = static_cast<char>(header[4]);
   const char second = static_cast<char>(header[5]);
@@ -403,7 +403,7 @@ VX_STATUS Decoder::read_length(const uint8_t* header, Element& element) {
   if (vr >= 0 && !has_long_header(vr)) {
     element.vr = vr;
     element.length = load16(header + 6, big);
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   if (vr >= 0) {
     element.vr = vr;
@@ -416,17 +416,17 @@ VX_STATUS Decoder::read_length(const uint8_t* header, Element& element) {
     return VX_INVALID_VR_IN_STREAM;
   } else if ((first == '?' && second == '?') || (first == 'U' && second == 'K')) {
     element.length = load16(header + 6, big);
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   if (header[6] != 0 || header[7] != 0) {
     warn("Tag (%04x,%04x) of VR %c%c reserved bytes incorrect.  Assuming encoded as 2 byte length",
          tag_group(element.tag), tag_element(element.tag), first, second);
     element.length = load16(header + 6, big);
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   const uint8_t* length = nullptr;
   const VX_STATUS status = in_.take(4, length);
-  if (status == VX_NORMAL_COMPLETION) element.length = load32(length, big);
+  if (status == kOk) element.length = load32(length, big);
   return status;
 }
 

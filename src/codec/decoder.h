@@ -48,7 +48,7 @@ class Decoder {
   // `step` tells what an operation on the stream has come to.
   enum class Step { Element, Again, Complete, Fail };
   struct Outcome {
-    VX_STATUS status = VX_NORMAL_COMPLETION;
+    VX_STATUS status = kOk;
     bool consumed = true;  // false: bytes of the value are unread, or a callback refused
     Outcome(VX_STATUS s, bool c) : status(s), consumed(c) {}
     Outcome(VX_STATUS s) : status(s) {}

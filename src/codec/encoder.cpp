@@ -96,23 +96,23 @@ Encoder::Encoder(const StreamWriter& writer) : writer_(writer), out_(writer) {
 }
 
 VX_STATUS Encoder::run(MsgObj& object, uint32_t first, uint32_t last) {
-  VX_STATUS status = last != 0xFFFFFFFFU ? decode_up_to(object, last) : VX_NORMAL_COMPLETION;
-  if (status != VX_NORMAL_COMPLETION) return status;
+  VX_STATUS status = last != 0xFFFFFFFFU ? decode_up_to(object, last) : kOk;
+  if (status != kOk) return status;
   if (object.FirstTag == nullptr) return VX_MESSAGE_EMPTY;
   status = out_.open();
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   uint64_t total = 0;
   status = measure(walk_, object, first, last, &lengths_, total);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   deflate_pending_ = writer_.Deflate && writer_.BeforeDeflate;
   if (writer_.Deflate && !writer_.BeforeDeflate) status = out_.start_deflate();
-  if (status == VX_NORMAL_COMPLETION && is_file(object)) status = preamble(object);
+  if (status == kOk && is_file(object)) status = preamble(object);
   const WalkOrder order = walk_order(walk_, first, last);
-  for (int i = 0; i < order.count && status == VX_NORMAL_COMPLETION; ++i) {
+  for (int i = 0; i < order.count && status == kOk; ++i) {
     status = walk(object, lower_bound_tag(object, order.ranges[i].first), order.ranges[i].last, 0);
   }
-  if (status == VX_NORMAL_COMPLETION && last == 0xFFFFFFFFU) status = saved(object);
-  return status == VX_NORMAL_COMPLETION ? out_.finish() : status;
+  if (status == kOk && last == 0xFFFFFFFFU) status = saved(object);
+  return status == kOk ? out_.finish() : status;
 }
 
 // Of a stream that begins plain: the meta group of a file, or whatever is below kFirstDeflatedTag.
@@ -131,7 +131,7 @@ VX_STATUS Encoder::preamble(const MsgObj& object) {
              p[0], p[1], p[2], p[3], info.FileName != nullptr ? info.FileName : "");
   }
   const VX_STATUS status = out_.put(info.Preamble, sizeof info.Preamble);
-  return status == VX_NORMAL_COMPLETION ? out_.put(info.Prefix, sizeof info.Prefix) : status;
+  return status == kOk ? out_.put(info.Prefix, sizeof info.Prefix) : status;
 }
 
 VX_STATUS Encoder::walk(MsgObj& object, TagObj* from, uint32_t last, int depth) {
@@ -139,14 +139,14 @@ VX_STATUS Encoder::walk(MsgObj& object, TagObj* from, uint32_t last, int depth) 
     const bool top = depth == 0;
     if (top && deflate_pending_ && is_behind_plain_part(a->Tag)) {
       deflate_pending_ = false;
-      if (VX_STATUS status = out_.start_deflate(); status != VX_NORMAL_COMPLETION) return status;
+      if (VX_STATUS status = out_.start_deflate(); status != kOk) return status;
     }
     bool write = false;
     VX_STATUS status = admit(walk_, object, *a, top, write);
-    if (status == VX_NORMAL_COMPLETION && write) status = attribute(object, *a, depth);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status == kOk && write) status = attribute(object, *a, depth);
+    if (status != kOk) return status;
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS Encoder::attribute(MsgObj& object, TagObj& attribute, int depth) {
@@ -161,19 +161,19 @@ VX_STATUS Encoder::attribute(MsgObj& object, TagObj& attribute, int depth) {
   const bool undefined = length == kUndefinedLength || is_encapsulated(walk_, object, attribute, top);
   if (!undefined && length > kUndefinedLength - 1) return VX_INVALID_LENGTH_FOR_VR;
   const VX_STATUS status = header(attribute, undefined ? kUndefinedLength : static_cast<uint32_t>(length));
-  return status == VX_NORMAL_COMPLETION ? value(object, attribute, length) : status;
+  return status == kOk ? value(object, attribute, length) : status;
 }
 
 // PS3.5 section 7.1.
 VX_STATUS Encoder::header(const TagObj& attribute, uint32_t length) {
   uint8_t* bytes = nullptr;
-  if (VX_STATUS status = out_.room(kLongHeader, bytes); status != VX_NORMAL_COMPLETION) return status;
+  if (VX_STATUS status = out_.room(kLongHeader, bytes); status != kOk) return status;
   const bool big = walk_.encoding.big_endian;
   store_tag(bytes, attribute.Tag, big);
   if (!walk_.encoding.explicit_vr) {
     store32(bytes + 4, length, big);
     out_.used(kShortHeader);
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   char work[2];
   std::string_view letters = stream_letters(attribute, work);
@@ -194,22 +194,22 @@ VX_STATUS Encoder::header(const TagObj& attribute, uint32_t length) {
   if (!long_form) {
     store16(bytes + 6, static_cast<uint16_t>(length), big);
     out_.used(kShortHeader);
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   std::memset(bytes + 6, 0, 2);
   store32(bytes + 8, length, big);
   out_.used(kLongHeader);
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // The header of an item or a delimiter.
 VX_STATUS Encoder::structure(uint32_t tag, uint32_t length) {
   uint8_t* bytes = nullptr;
-  if (VX_STATUS status = out_.room(kShortHeader, bytes); status != VX_NORMAL_COMPLETION) return status;
+  if (VX_STATUS status = out_.room(kShortHeader, bytes); status != kOk) return status;
   store_tag(bytes, tag, walk_.encoding.big_endian);
   store32(bytes + 4, length, walk_.encoding.big_endian);
   out_.used(kShortHeader);
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // --- Values ---
@@ -218,7 +218,7 @@ VX_STATUS Encoder::value(MsgObj& object, TagObj& attribute, uint64_t length) {
   const int32_t vr = attribute.VR;
   // What goes out as UN is little endian whatever the stream is (PS3.5 section 6.2.2).
   const bool big = walk_.encoding.big_endian && !outgrows_header(walk_.encoding, vr, length);
-  if (attribute.Storage == 'M' && attribute.Length > 0 && attribute.FirstValue == nullptr) {
+  if (attribute.Storage == Stored::InMemory && attribute.Length > 0 && attribute.FirstValue == nullptr) {
     VX_LOG_ERR(kFunction, "(%4.4X,%4.4X): the value was left in its stream", tag_group(attribute.Tag),
                tag_element(attribute.Tag));
     return VX_TOO_FEW_VALUES;
@@ -236,7 +236,7 @@ VX_STATUS Encoder::binary(MsgObj& object, TagObj& attribute, uint64_t length, bo
                          : wide_letter(attribute) != 0 ? kWideWidth
                                                        : 1;
   const bool pad = length == uint64_t{attribute.Length} + 1;
-  if (attribute.Storage == 'C')
+  if (attribute.Storage == Stored::ByCallback)
     return from_callback(object, attribute, length != kUndefinedLength ? width : 1, pad);
   if (vr == VX_VR_AT) return tags(attribute, big);
   if (is_numeric_vr(vr)) {
@@ -253,14 +253,14 @@ VX_STATUS Encoder::texts(const TagObj& attribute, uint64_t length) {
   while (const ValueObj* value = walk.next()) {
     VX_STATUS status = out_.put(value->Data, value->Length);
     written += value->Length;
-    if (status == VX_NORMAL_COMPLETION && walk.more()) {
+    if (status == kOk && walk.more()) {
       status = out_.put("\\", 1);
       ++written;
     }
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
   }
-  if (walk.status() != VX_NORMAL_COMPLETION) return walk.status();
-  if (written == length) return VX_NORMAL_COMPLETION;
+  if (walk.status() != kOk) return walk.status();
+  if (written == length) return kOk;
   return out_.put(attribute.VR == VX_VR_UI ? "" : " ", 1);
 }
 
@@ -268,7 +268,7 @@ VX_STATUS Encoder::texts(const TagObj& attribute, uint64_t length) {
 VX_STATUS Encoder::offsets(const TagObj& attribute, bool big_endian) {
   for (int32_t number = 1;; ++number) {
     const void* data = numeric_value(attribute, number);
-    if (data == nullptr) return VX_NORMAL_COMPLETION;
+    if (data == nullptr) return kOk;
     uint32_t value = load32(data, false);
     const auto id = static_cast<int32_t>(value);
     if (const auto found = offsets_.find(id); found != offsets_.end()) {
@@ -277,7 +277,7 @@ VX_STATUS Encoder::offsets(const TagObj& attribute, bool big_endian) {
       VX_LOG_ERR(kFunction, "Invalid item %d", id);
     }
     uint8_t* bytes = nullptr;
-    if (VX_STATUS status = out_.room(sizeof value, bytes); status != VX_NORMAL_COMPLETION) return status;
+    if (VX_STATUS status = out_.room(sizeof value, bytes); status != kOk) return status;
     store32(bytes, value, big_endian);
     out_.used(sizeof value);
   }
@@ -288,32 +288,30 @@ VX_STATUS Encoder::tags(const TagObj& attribute, bool big_endian) {
     const auto* data = static_cast<const uint8_t*>(piece->Data);
     for (uint32_t at = 0; at + sizeof(uint32_t) <= piece->Length; at += sizeof(uint32_t)) {
       uint8_t* bytes = nullptr;
-      if (VX_STATUS status = out_.room(sizeof(uint32_t), bytes); status != VX_NORMAL_COMPLETION)
-        return status;
+      if (VX_STATUS status = out_.room(sizeof(uint32_t), bytes); status != kOk) return status;
       store_tag(bytes, load32(data + at, false), big_endian);
       out_.used(sizeof(uint32_t));
     }
     if (const uint32_t odd = piece->Length % sizeof(uint32_t); odd != 0) {
-      if (VX_STATUS status = out_.put(data + piece->Length - odd, odd); status != VX_NORMAL_COMPLETION)
-        return status;
+      if (VX_STATUS status = out_.put(data + piece->Length - odd, odd); status != kOk) return status;
     }
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS Encoder::bulk(const TagObj& attribute, uint32_t width, bool pad) {
   PieceWalk walk(attribute);
   while (const ValueObj* piece = walk.next()) {
     const VX_STATUS status = block(piece->Data, piece->Length, width);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
   }
-  if (walk.status() != VX_NORMAL_COMPLETION) return walk.status();
+  if (walk.status() != kOk) return walk.status();
   return end_of_value(width, pad);
 }
 
 // One block of a value; elements of `width` bytes above 1 are turned around.
 VX_STATUS Encoder::block(const void* data, std::size_t size, uint32_t width) {
-  if (size == 0) return VX_NORMAL_COMPLETION;
+  if (size == 0) return kOk;
   if (width > 1) return swapped_block(static_cast<const uint8_t*>(data), size, width);
   return size >= walk_.rules.large || size > out_.free_room() ? out_.direct(data, size)
                                                               : out_.put(data, size);
@@ -326,16 +324,16 @@ VX_STATUS Encoder::swapped_block(const uint8_t* data, std::size_t size, uint32_t
     carried_ += part;
     data += part;
     size -= part;
-    if (carried_ < width) return VX_NORMAL_COMPLETION;
+    if (carried_ < width) return kOk;
     uint8_t* bytes = nullptr;
-    if (VX_STATUS status = out_.room(width, bytes); status != VX_NORMAL_COMPLETION) return status;
+    if (VX_STATUS status = out_.room(width, bytes); status != kOk) return status;
     copy_swapped(bytes, carry_, width, width);
     out_.used(width);
     carried_ = 0;
   }
   while (size >= width) {
     uint8_t* bytes = nullptr;
-    if (VX_STATUS status = out_.room(width, bytes); status != VX_NORMAL_COMPLETION) return status;
+    if (VX_STATUS status = out_.room(width, bytes); status != kOk) return status;
     const std::size_t fits = std::min(size, out_.free_room());
     const std::size_t part = fits - fits % width;
     copy_swapped(bytes, data, part, width);
@@ -345,21 +343,21 @@ VX_STATUS Encoder::swapped_block(const uint8_t* data, std::size_t size, uint32_t
   }
   carried_ = static_cast<uint32_t>(size);
   std::memcpy(carry_, data, size);
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // The pad of an odd value may complete its last element. What is no multiple of elements goes out as it is.
 VX_STATUS Encoder::end_of_value(uint32_t width, bool pad) {
-  const VX_STATUS status = pad ? block("", 1, width) : VX_NORMAL_COMPLETION;
-  if (status != VX_NORMAL_COMPLETION) return status;
-  if (width == 1 || carried_ == 0) return VX_NORMAL_COMPLETION;
+  const VX_STATUS status = pad ? block("", 1, width) : kOk;
+  if (status != kOk) return status;
+  if (width == 1 || carried_ == 0) return kOk;
   const std::size_t size = carried_;
   carried_ = 0;
   return out_.put(carry_, size);
 }
 
 VX_STATUS Encoder::from_callback(MsgObj& object, TagObj& attribute, uint32_t width, bool pad) {
-  if (attribute.Length == 0) return VX_NORMAL_COMPLETION;
+  if (attribute.Length == 0) return kOk;
   const bool open_end = attribute.Length == kUndefinedLength || writer_.Deflate;
   uint64_t left = attribute.Length;
   int32_t last = 0;
@@ -368,7 +366,7 @@ VX_STATUS Encoder::from_callback(MsgObj& object, TagObj& attribute, uint32_t wid
     uint32_t size = 0;
     void* data = nullptr;
     VX_STATUS status = call_value_callback(object, attribute, VX_REQUEST_DATA, &size, &data, first, &last);
-    if (status != VX_NORMAL_COMPLETION) {
+    if (status != kOk) {
       VX_LOG_ERR(kFunction, "Registered Callback returned %s", status_text(status));
       return VX_CALLBACK_CANNOT_COMPLY;
     }
@@ -383,7 +381,7 @@ VX_STATUS Encoder::from_callback(MsgObj& object, TagObj& attribute, uint32_t wid
     if (open_end) left = size;
     if (size > left) size = static_cast<uint32_t>(left);  // the header promised no more
     status = block(data, size, width);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
     left -= size;
     if (!open_end && left == 0) break;
   }
@@ -399,7 +397,7 @@ VX_STATUS Encoder::from_callback(MsgObj& object, TagObj& attribute, uint32_t wid
 // syntaxes.
 VX_STATUS Encoder::saved(const MsgObj& object) {
   const SavedData* data = saved_data(object);
-  return data != nullptr ? block(data->bytes(), data->Length, 1) : VX_NORMAL_COMPLETION;
+  return data != nullptr ? block(data->bytes(), data->Length, 1) : kOk;
 }
 
 // --- Sequences ---
@@ -409,19 +407,19 @@ VX_STATUS Encoder::sequence(const TagObj& attribute, int depth) {
   const uint32_t length = next_length();
   VX_STATUS status = header(attribute, length);
   for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
     if (value->Data != nullptr) status = item(*static_cast<MsgObj*>(value->Data), depth + 1);
   }
-  if (status != VX_NORMAL_COMPLETION || length != kUndefinedLength) return status;
+  if (status != kOk || length != kUndefinedLength) return status;
   return structure(kSequenceEnd, 0);
 }
 
 VX_STATUS Encoder::item(MsgObj& item, int depth) {
   const uint32_t length = next_length();
   VX_STATUS status = structure(kItemTag, length);
-  if (status == VX_NORMAL_COMPLETION) status = walk(item, item.FirstTag, 0xFFFFFFFFU, depth);
-  if (status == VX_NORMAL_COMPLETION) status = saved(item);
-  if (status != VX_NORMAL_COMPLETION || length != kUndefinedLength) return status;
+  if (status == kOk) status = walk(item, item.FirstTag, 0xFFFFFFFFU, depth);
+  if (status == kOk) status = saved(item);
+  if (status != kOk || length != kUndefinedLength) return status;
   return structure(kItemEnd, 0);
 }
 

@@ -39,13 +39,13 @@ bool creator_block_is_empty(MsgObj& object, const TagObj& creator) {
   std::string_view code;
   ValueCursor cursor;
   cursor_first(creator, cursor);
-  return view_text(creator, cursor, scratch, code) != VX_NORMAL_COMPLETION ||
+  return view_text(creator, cursor, scratch, code) != kOk ||
          !block_has_values(object, code, tag_group(creator.Tag));
 }
 
 VX_STATUS ask_callback(const WalkState& walk, MsgObj& object, TagObj& attribute) {
   uint32_t length = 0;
-  if (ask_length(object, attribute, length) != VX_NORMAL_COMPLETION) return VX_CALLBACK_CANNOT_COMPLY;
+  if (ask_length(object, attribute, length) != kOk) return VX_CALLBACK_CANNOT_COMPLY;
   if (length == kUndefinedLength && !walk.encoding.encapsulated) {
     VX_LOG_ERR(kFunction, "Callback returned undefined length for pixel data");
     return VX_CALLBACK_CANNOT_COMPLY;
@@ -56,18 +56,18 @@ VX_STATUS ask_callback(const WalkState& walk, MsgObj& object, TagObj& attribute)
   }
   attribute.Length = length;
   attribute.ValueCount = 1;
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS set_group_length(MsgObj& object, TagObj& attribute, uint32_t value) {
   if (attribute.VR == VX_VR_UL && attribute.Length == sizeof value) {
     const void* old = numeric_value(attribute, 1);
-    if (old != nullptr && load32(old, false) == value) return VX_NORMAL_COMPLETION;
+    if (old != nullptr && load32(old, false) == value) return kOk;
   }
   clear_value(object, attribute, false, true);
   attribute.VR = VX_VR_UL;
   const VX_STATUS status = store_value(object, attribute, &value, sizeof value, {});
-  if (status == VX_NORMAL_COMPLETION) return status;
+  if (status == kOk) return status;
   VX_LOG_ERR(kFunction, "Error setting group length (%x): %s", attribute.Tag, status_text(status));
   return VX_SYSTEM_ERROR;
 }
@@ -76,8 +76,7 @@ VX_STATUS set_group_length(MsgObj& object, TagObj& attribute, uint32_t value) {
 bool needs_delimiter(const WalkState& walk, const TagObj& sequence) {
   if (!walk.rules.keep_form || walk.encoding.explicit_vr || sequence.Length == 0) return false;
   DictInfo info{};
-  return tag_group(sequence.Tag) % 2 != 0 ||
-         dictionary_lookup(sequence.Tag, {}, info) != VX_NORMAL_COMPLETION;
+  return tag_group(sequence.Tag) % 2 != 0 || dictionary_lookup(sequence.Tag, {}, info) != kOk;
 }
 
 // One measured walk with its nested items.
@@ -107,7 +106,7 @@ VX_STATUS Measurer::object(MsgObj& object, TagObj* from, uint32_t last, int dept
   bool beyond = false;  // behind the last tag a group length still counts what is left of its group
   for (TagObj* a = from; a != nullptr; a = a->Next) {
     if (group.attribute != nullptr && tag_group(group.attribute->Tag) != tag_group(a->Tag)) {
-      if (VX_STATUS status = close(object, group); status != VX_NORMAL_COMPLETION) return status;
+      if (VX_STATUS status = close(object, group); status != kOk) return status;
     }
     if (a->Tag > last && !beyond) {
       if (group.attribute == nullptr) break;
@@ -117,7 +116,7 @@ VX_STATUS Measurer::object(MsgObj& object, TagObj* from, uint32_t last, int dept
     if (beyond && group.attribute == nullptr) break;
     bool write = false;
     VX_STATUS status = admit(walk_, object, *a, depth == 0, write);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
     if (!write) continue;
     uint64_t bytes = kShortHeader + sizeof(uint32_t);
     if (is_group_length(a->Tag)) {
@@ -126,7 +125,7 @@ VX_STATUS Measurer::object(MsgObj& object, TagObj* from, uint32_t last, int dept
       continue;
     }
     status = attribute(object, *a, depth, bytes);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
     group.sum = add(group.sum, bytes);
     if (!beyond) total = add(total, bytes);
   }
@@ -145,8 +144,7 @@ VX_STATUS Measurer::object(MsgObj& object, TagObj* from, uint32_t last, int dept
 VX_STATUS Measurer::close(MsgObj& object, Group& group) {
   TagObj* attribute = group.attribute;
   group.attribute = nullptr;
-  if (attribute == nullptr || (walk_.keep_group_lengths && attribute->ValueCount > 0))
-    return VX_NORMAL_COMPLETION;
+  if (attribute == nullptr || (walk_.keep_group_lengths && attribute->ValueCount > 0)) return kOk;
   const uint32_t value = group.sum < kUndefinedLength ? static_cast<uint32_t>(group.sum) : kUndefinedLength;
   return set_group_length(object, *attribute, value);
 }
@@ -155,7 +153,7 @@ VX_STATUS Measurer::attribute(MsgObj& object, TagObj& attribute, int depth, uint
   if (attribute.VR != VX_VR_SQ) {
     const uint64_t length = plain_value_length(walk_, object, attribute, depth == 0);
     bytes = length == kUndefinedLength ? kUnknown : header_size(walk_, attribute.VR, length) + length;
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   const VX_STATUS status = sequence(attribute, depth, bytes);
   bytes = add(bytes, header_size(walk_, VX_VR_SQ, 0));
@@ -189,8 +187,8 @@ VX_STATUS Measurer::sequence(const TagObj& sequence, int depth, uint64_t& bytes)
     const std::size_t of_item = slot();
     uint64_t length = 0;
     VX_STATUS status = object(*item, item->FirstTag, 0xFFFFFFFFU, depth + 1, length);
-    if (status == VX_NORMAL_COMPLETION && !fill(of_item, length)) status = VX_INVALID_LENGTH_FOR_VR;
-    if (status != VX_NORMAL_COMPLETION) {
+    if (status == kOk && !fill(of_item, length)) status = VX_INVALID_LENGTH_FOR_VR;
+    if (status != kOk) {
       VX_LOG_ERR(kFunction, "Unable to get length for tag: %8.8X, item %d", sequence.Tag, number);
       return status;
     }
@@ -202,7 +200,7 @@ VX_STATUS Measurer::sequence(const TagObj& sequence, int depth, uint64_t& bytes)
     VX_LOG_ERR(kFunction, "Unable to get length for tag: %8.8X, item %d", sequence.Tag, number);
     return VX_INVALID_LENGTH_FOR_VR;
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 }  // namespace
@@ -243,8 +241,7 @@ bool is_encapsulated(const WalkState& walk, const MsgObj& object, const TagObj& 
   if (attribute.Tag != kPixelData) return false;
   if (top) return walk.encoding.encapsulated;
   Encoding own{};
-  return object.SyntaxSet != 0 && syntax_encoding(object.TransferSyntax, own) == VX_NORMAL_COMPLETION &&
-         own.encapsulated;
+  return object.SyntaxSet != 0 && syntax_encoding(object.TransferSyntax, own) == kOk && own.encapsulated;
 }
 
 VX_STATUS admit(WalkState& walk, MsgObj& object, TagObj& attribute, bool top, bool& write) {
@@ -252,37 +249,35 @@ VX_STATUS admit(WalkState& walk, MsgObj& object, TagObj& attribute, bool top, bo
   const uint16_t group = tag_group(tag);
   write = false;
   if (top) {
-    if (walk.tag_list != nullptr && !in_tag_list(walk.tag_list, tag)) return VX_NORMAL_COMPLETION;
+    if (walk.tag_list != nullptr && !in_tag_list(walk.tag_list, tag)) return kOk;
     if (walk.meta_pending && group != 2) {
       walk.meta_pending = false;
       walk.encoding = walk.next;
     }
   }
-  if (attribute.VR == VX_VR_UN && !walk.rules.un) return VX_NORMAL_COMPLETION;
+  if (attribute.VR == VX_VR_UN && !walk.rules.un) return kOk;
   if (!walk.rules.private_attributes && is_private(tag)) {
-    return is_group_length(tag) && attribute.ValueCount > 0 ? set_group_length(object, attribute, 0)
-                                                            : VX_NORMAL_COMPLETION;
+    return is_group_length(tag) && attribute.ValueCount > 0 ? set_group_length(object, attribute, 0) : kOk;
   }
   if (is_group_length(tag)) {
     const bool always = group == 0 || group == 2;
     write = always || (!walk.no_group_lengths && walk.rules.group_lengths);
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   if (is_encapsulated(walk, object, attribute, top)) attribute.VR = VX_VR_OB;
   if (attribute.VR >= VX_VR_OB && attribute.VR <= VX_VR_OF) {
-    if (walk.application_id != 0 && attribute.Storage != 'C')
+    if (walk.application_id != 0 && attribute.Storage != Stored::ByCallback)
       bind_one(walk.application_id, object, attribute);
-    if (attribute.Storage == 'C' && attribute.ValueCount == 0) {
-      if (VX_STATUS status = ask_callback(walk, object, attribute); status != VX_NORMAL_COMPLETION)
-        return status;
+    if (attribute.Storage == Stored::ByCallback && attribute.ValueCount == 0) {
+      if (VX_STATUS status = ask_callback(walk, object, attribute); status != kOk) return status;
     }
   }
-  if (attribute.ValueCount == 0) return VX_NORMAL_COMPLETION;
+  if (attribute.ValueCount == 0) return kOk;
   if (!walk.rules.empty_creators && is_private_creator(tag) && creator_block_is_empty(object, attribute)) {
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   write = true;
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 uint64_t plain_value_length(const WalkState& walk, const MsgObj& object, const TagObj& attribute, bool top) {
@@ -309,10 +304,10 @@ VX_STATUS measure(WalkState walk, MsgObj& object, uint32_t first, uint32_t last,
     uint64_t part = 0;
     const VX_STATUS status =
         measurer.object(object, lower_bound_tag(object, range.first), range.last, 0, part);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
     total = add(total, part);
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 WalkOrder walk_order(const WalkState& walk, uint32_t first, uint32_t last) {
@@ -330,9 +325,9 @@ VX_STATUS run_length(MsgObj& object, uint32_t first, uint32_t last, const Length
   const Held held(object, Hold::All);
   length = 0;
   uint64_t total = 0;
-  VX_STATUS status = last != 0xFFFFFFFFU ? decode_up_to(object, last) : VX_NORMAL_COMPLETION;
-  if (status == VX_NORMAL_COMPLETION) status = measure(walk, object, first, last, nullptr, total);
-  if (status == VX_NORMAL_COMPLETION) length = total == kUnknown ? uint64_t{kUndefinedLength} : total;
+  VX_STATUS status = last != 0xFFFFFFFFU ? decode_up_to(object, last) : kOk;
+  if (status == kOk) status = measure(walk, object, first, last, nullptr, total);
+  if (status == kOk) length = total == kUnknown ? uint64_t{kUndefinedLength} : total;
   return status;
 } catch (const std::bad_alloc&) {
   return VX_SYSTEM_ERROR;

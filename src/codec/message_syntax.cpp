@@ -38,7 +38,7 @@ VX_STATUS syntax_text(VX_TRANSFER_SYNTAX syntax, char (&uid)[kUidBuffer], std::s
   if (length == 0) return VX_INVALID_TRANSFER_SYNTAX;
   if (length >= sizeof uid) return VX_BUFFER_TOO_SMALL;
   text = {uid, length};
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 }  // namespace
@@ -47,12 +47,12 @@ VX_STATUS file_syntax(MsgObj& object, VX_TRANSFER_SYNTAX& syntax) {
   const TagObj* attribute = find_tag(object, kSyntaxTag);
   if (attribute == nullptr) return VX_INVALID_TAG;
   int32_t count = 0;
-  if (VX_STATUS status = value_count(*attribute, count); status != VX_NORMAL_COMPLETION) return status;
+  if (VX_STATUS status = value_count(*attribute, count); status != kOk) return status;
   char scratch[80];
   std::string_view uid;
   ValueCursor cursor;
   cursor_first(*attribute, cursor);
-  if (VX_STATUS status = view_text(*attribute, cursor, scratch, uid); status != VX_NORMAL_COMPLETION) {
+  if (VX_STATUS status = view_text(*attribute, cursor, scratch, uid); status != kOk) {
     return status;
   }
   return syntax_from_uid(uid, syntax);
@@ -63,7 +63,7 @@ VX_STATUS get_message_syntax(MsgObj& object, VX_TRANSFER_SYNTAX& syntax) {
     case Carrier::Object:
       if (object.SyntaxSet == 0) return VX_STATE_VIOLATION;
       syntax = object.TransferSyntax;
-      return VX_NORMAL_COMPLETION;
+      return kOk;
     case Carrier::Meta:
       return file_syntax(object, syntax);
     case Carrier::None:
@@ -78,15 +78,15 @@ VX_STATUS set_message_syntax(MsgObj& object, VX_TRANSFER_SYNTAX syntax) {
   char uid[kUidBuffer];
   std::string_view text;
   VX_STATUS status = syntax_text(syntax, uid, text);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   if (where == Carrier::Object) {
     object.SyntaxSet = 1;
     object.TransferSyntax = syntax;
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   TagObj* attribute = nullptr;
   status = find_to_change(object, kSyntaxTag, attribute);
-  return status == VX_NORMAL_COMPLETION ? set_text(object, *attribute, text, true, nullptr) : status;
+  return status == kOk ? set_text(object, *attribute, text, true, nullptr) : status;
 }
 
 VX_STATUS reset_message_syntax(MsgObj& object) {
@@ -95,7 +95,7 @@ VX_STATUS reset_message_syntax(MsgObj& object) {
     case Carrier::Object:
       object.SyntaxSet = 0;
       object.TransferSyntax = 0;
-      return VX_NORMAL_COMPLETION;
+      return kOk;
     case Carrier::Meta:
       return is_file(object) ? file_syntax(object, syntax) : VX_INVALID_MESSAGE_ID;
     case Carrier::None:

@@ -46,7 +46,7 @@ VX_STATUS collect(int32_t, void* user, uint32_t size, void* data, int32_t, int32
     return VX_CANNOT_COMPLY;
   std::memcpy(out.block->bytes() + used, data, size);
   out.block->Length = used + size;
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 }  // namespace

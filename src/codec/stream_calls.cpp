@@ -14,14 +14,13 @@ bool undefined_lengths_of(const MsgObj& object) {
 VX_STATUS narrow_offset(uint64_t offset, VX_STATUS status, uint32_t& narrow) {
   const bool fits = offset <= 0xFFFFFFFFU;
   narrow = fits ? static_cast<uint32_t>(offset) : 0xFFFFFFFFU;
-  return fits || status != VX_NORMAL_COMPLETION ? status : VX_VALUE_TOO_LARGE;
+  return fits || status != kOk ? status : VX_VALUE_TOO_LARGE;
 }
 
 VX_STATUS message_to_stream(MsgObj& object, uint32_t first, uint32_t last, VX_TRANSFER_SYNTAX syntax,
                             void* user, VX_STREAM_OUTPUT callback) {
   StreamWriter writer;
-  if (VX_STATUS status = syntax_encoding(syntax, writer.encoding); status != VX_NORMAL_COMPLETION)
-    return status;
+  if (VX_STATUS status = syntax_encoding(syntax, writer.encoding); status != kOk) return status;
   writer.MsgID = object.ID;
   writer.MessageCallback = callback;
   writer.UserInfo = user;
@@ -36,8 +35,7 @@ VX_STATUS stream_to_message(MsgObj& object, uint32_t first, uint32_t last, VX_TR
   error_tag = 0;
   if (offset != nullptr) *offset = 0;
   ReadRequest request;
-  if (VX_STATUS status = syntax_encoding(syntax, request.encoding); status != VX_NORMAL_COMPLETION)
-    return status;
+  if (VX_STATUS status = syntax_encoding(syntax, request.encoding); status != kOk) return status;
   request.MessageInput = callback;
   request.UserInfo = user;
   request.StartTag = first;
@@ -53,12 +51,11 @@ VX_STATUS stream_length(MsgObj& object, uint32_t first, uint32_t last, VX_TRANSF
                         uint32_t& length) {
   length = 0;
   LengthQuery query;
-  if (VX_STATUS status = syntax_encoding(syntax, query.encoding); status != VX_NORMAL_COMPLETION)
-    return status;
+  if (VX_STATUS status = syntax_encoding(syntax, query.encoding); status != kOk) return status;
   query.undefined_lengths = undefined_lengths_of(object);
   uint64_t wide = 0;
   const VX_STATUS status = run_length(object, first, last, query, wide);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   if (wide > kUndefinedLength) return VX_VALUE_TOO_LARGE;
   length = static_cast<uint32_t>(wide);
   return status;

@@ -44,8 +44,8 @@ char standard_wide_letter(uint32_t tag) {
 }
 
 bool keep_if_changed(TagObj& attribute, std::string_view bytes) {
-  if (attribute.Storage != 'M' || would_write(attribute, bytes)) return true;
-  if (attribute.ValueCount == 0 && append_null(attribute) != VX_NORMAL_COMPLETION) return false;
+  if (attribute.Storage != Stored::InMemory || would_write(attribute, bytes)) return true;
+  if (attribute.ValueCount == 0 && append_null(attribute) != kOk) return false;
   return keep_text(attribute, bytes);
 }
 

@@ -58,7 +58,7 @@ VX_STATUS StreamInput::read_block(Span& block) {
     uint32_t size = 0;
     void* data = nullptr;
     int32_t last = 0;
-    if (call_input(size, data, last) != VX_NORMAL_COMPLETION) return VX_CALLBACK_CANNOT_COMPLY;
+    if (call_input(size, data, last) != kOk) return VX_CALLBACK_CANNOT_COMPLY;
     is_first_ = false;
     is_last_ = last != 0;
     if (patience.ends(size)) return VX_CALLBACK_CANNOT_COMPLY;
@@ -72,7 +72,7 @@ VX_STATUS StreamInput::read_block(Span& block) {
       }
     }
     block = {static_cast<const uint8_t*>(data), size};
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
 }
 
@@ -83,13 +83,13 @@ VX_STATUS StreamInput::next_block(Span& block) {
 // The window is used up: the rest of the block, or the next block, becomes the window.
 VX_STATUS StreamInput::refill() {
   if (rest_.size == 0) {
-    if (VX_STATUS status = next_block(rest_); status != VX_NORMAL_COMPLETION) return status;
+    if (VX_STATUS status = next_block(rest_); status != kOk) return status;
   }
   cursor_ = rest_.data;
   end_ = cursor_ + rest_.size;
   end_offset_ += rest_.size;
   rest_ = {};
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 bool StreamInput::grow_scratch(std::size_t n) {
@@ -105,19 +105,19 @@ bool StreamInput::grow_scratch(std::size_t n) {
 // Brings n bytes together in the scratch buffer, which grows as they come in.
 VX_STATUS StreamInput::gather(std::size_t n) {
   if (cursor_ == end_) {
-    if (VX_STATUS status = refill(); status != VX_NORMAL_COMPLETION) return status;
-    if (available() >= n) return VX_NORMAL_COMPLETION;
+    if (VX_STATUS status = refill(); status != kOk) return status;
+    if (available() >= n) return kOk;
   }
   std::size_t have = available();
   const bool in_scratch = scratch_ != nullptr && cursor_ >= scratch_ && cursor_ < scratch_ + scratch_size_;
   const auto at = in_scratch ? static_cast<std::size_t>(cursor_ - scratch_) : 0;
   if (!grow_scratch(have)) return VX_SYSTEM_ERROR;
   if (have != 0) std::memmove(scratch_, in_scratch ? scratch_ + at : cursor_, have);
-  VX_STATUS status = VX_NORMAL_COMPLETION;
+  VX_STATUS status = kOk;
   while (have < n) {
     if (rest_.size == 0) {
       status = next_block(rest_);
-      if (status != VX_NORMAL_COMPLETION) break;
+      if (status != kOk) break;
     }
     const std::size_t part = std::min(n - have, rest_.size);
     if (!grow_scratch(have + part)) {
@@ -137,12 +137,12 @@ VX_STATUS StreamInput::gather(std::size_t n) {
 
 VX_STATUS StreamInput::discard(uint64_t n) {
   while (n > 0) {
-    if (VX_STATUS status = need_any(); status != VX_NORMAL_COMPLETION) return status;
+    if (VX_STATUS status = need_any(); status != kOk) return status;
     const auto part = static_cast<std::size_t>(std::min<uint64_t>(n, available()));
     cursor_ += part;
     n -= part;
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // --- Inflate ---
@@ -175,7 +175,7 @@ VX_STATUS StreamInput::start_inflate() {
   end_offset_ -= available();
   cursor_ = end_ = nullptr;
   rest_ = {};
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS StreamInput::more_deflated() {
@@ -189,11 +189,11 @@ VX_STATUS StreamInput::more_deflated() {
       VX_LOG_ERR(kInflate, "Unexpected error: Last flags don't match (VXI_inflate)");
       return VX_ZLIB_ERROR;
     }
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
   }
   zstream_->next_in = const_cast<Bytef*>(block.data);
   zstream_->avail_in = static_cast<uInt>(block.size);
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // The deflated data is complete: nothing may follow but the byte that makes its length even, in this block or
@@ -204,23 +204,23 @@ VX_STATUS StreamInput::check_stream_end() {
     Span block;
     const VX_STATUS status = read_block(block);
     if (status == VX_END_OF_DATA) break;
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
     trailing += block.size;
     if (trailing > 1) {
       VX_LOG_ERR(kInflate, "Unexpected error: Last flags don't match (VXI_inflate)");
       return VX_ZLIB_ERROR;
     }
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // Output is handed on whenever the buffer is full, so that its size does not follow the inflated length.
 VX_STATUS StreamInput::inflate_block(Span& block) {
   for (;;) {
-    if (inflate_status_ != VX_NORMAL_COMPLETION) return inflate_status_;
+    if (inflate_status_ != kOk) return inflate_status_;
     if (stream_ended_) return VX_END_OF_DATA;
     if (zstream_->avail_in == 0 && !output_full_) {
-      if (VX_STATUS status = more_deflated(); status != VX_NORMAL_COMPLETION) return status;
+      if (VX_STATUS status = more_deflated(); status != kOk) return status;
     }
     zstream_->next_out = output_;
     zstream_->avail_out = static_cast<uInt>(output_size_);
@@ -240,7 +240,7 @@ VX_STATUS StreamInput::inflate_block(Span& block) {
     }
     if (produced > 0) {
       block = {output_, produced};
-      return VX_NORMAL_COMPLETION;
+      return kOk;
     }
   }
 }
@@ -270,7 +270,7 @@ VX_STATUS StreamInput::save(DecodeRest& rest) {
   if (!join(cursor_, available(), rest_.data, rest_.size, rest.Plain, rest.PlainLength)) {
     return VX_SYSTEM_ERROR;
   }
-  if (zstream_ == nullptr) return VX_NORMAL_COMPLETION;
+  if (zstream_ == nullptr) return kOk;
   // Of the two raw spans at most the second one is left: zlib has taken the first.
   const Span left = raw_[0].size != 0 ? raw_[0] : raw_[1];
   if (!join(zstream_->next_in, zstream_->avail_in, left.data, left.size, rest.Raw, rest.RawLength)) {
@@ -281,7 +281,7 @@ VX_STATUS StreamInput::save(DecodeRest& rest) {
   rest.InflateStatus = inflate_status_;
   rest.Zlib = zstream_;
   zstream_ = nullptr;
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS StreamInput::resume(DecodeRest& rest) {
@@ -292,7 +292,7 @@ VX_STATUS StreamInput::resume(DecodeRest& rest) {
   cursor_ = resumed_[0];
   end_ = cursor_ + rest.PlainLength;
   end_offset_ = rest.PlainLength;
-  if (rest.Zlib == nullptr) return VX_NORMAL_COMPLETION;
+  if (rest.Zlib == nullptr) return kOk;
   output_ = static_cast<uint8_t*>(allocate_raw(kMinOutput));
   if (output_ == nullptr) return VX_SYSTEM_ERROR;
   output_size_ = kMinOutput;
@@ -302,11 +302,11 @@ VX_STATUS StreamInput::resume(DecodeRest& rest) {
   output_full_ = rest.OutputFull;
   stream_ended_ = rest.StreamEnded;
   inflate_status_ = rest.InflateStatus;
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS StreamInput::finish() {
-  if (zstream_ == nullptr) return VX_NORMAL_COMPLETION;
+  if (zstream_ == nullptr) return kOk;
   const int result = inflateEnd(zstream_);
   if (result != Z_OK) {
     VX_LOG_ERR(kInflate, "Unexpected error with inflateEnd: (%d)%s", result, zError(result));
@@ -316,7 +316,7 @@ VX_STATUS StreamInput::finish() {
   release(zstream_);
   zstream_ = nullptr;
   stream_ended_ = true;
-  return result == Z_OK ? VX_NORMAL_COMPLETION : VX_ZLIB_ERROR;
+  return result == Z_OK ? kOk : VX_ZLIB_ERROR;
 }
 
 }  // namespace vx

@@ -25,18 +25,18 @@ class StreamInput {
   // next call.
   VX_STATUS need(std::size_t n, const uint8_t*& bytes) {
     if (available() < n) {
-      if (VX_STATUS status = gather(n); status != VX_NORMAL_COMPLETION) return status;
+      if (VX_STATUS status = gather(n); status != kOk) return status;
     }
     bytes = cursor_;
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   VX_STATUS take(std::size_t n, const uint8_t*& bytes) {
     const VX_STATUS status = need(n, bytes);
-    if (status == VX_NORMAL_COMPLETION) cursor_ += n;
+    if (status == kOk) cursor_ += n;
     return status;
   }
   // Brings in a block unless there are bytes at hand already.
-  VX_STATUS need_any() { return cursor_ != end_ ? VX_NORMAL_COMPLETION : refill(); }
+  VX_STATUS need_any() { return cursor_ != end_ ? kOk : refill(); }
   const uint8_t* bytes() const { return cursor_; }
   std::size_t available() const { return static_cast<std::size_t>(end_ - cursor_); }
   void advance(std::size_t n) { cursor_ += n; }
@@ -51,9 +51,7 @@ class StreamInput {
   // A file may turn out to be deflated only after its first blocks: until then odd blocks are noted, not
   // refused. The answer is VX_CALLBACK_DATA_SIZE_UNEVEN if one was.
   void tolerate_odd_blocks(bool on) { tolerate_odd_ = on; }
-  VX_STATUS judge_odd_blocks() const {
-    return odd_seen_ ? VX_CALLBACK_DATA_SIZE_UNEVEN : VX_NORMAL_COMPLETION;
-  }
+  VX_STATUS judge_odd_blocks() const { return odd_seen_ ? VX_CALLBACK_DATA_SIZE_UNEVEN : kOk; }
   // Takes down what has been taken and is not used up. VX_SYSTEM_ERROR.
   VX_STATUS save(DecodeRest& rest);
   // Goes on from there; what `rest` holds is taken over.
@@ -100,7 +98,7 @@ class StreamInput {
   uint8_t* resumed_[2] = {nullptr, nullptr};  // owned; what was taken over
   bool output_full_ = false;
   bool stream_ended_ = false;
-  VX_STATUS inflate_status_ = VX_NORMAL_COMPLETION;  // told once the bytes before the fault are used up
+  VX_STATUS inflate_status_ = kOk;  // told once the bytes before the fault are used up
 };
 
 }  // namespace vx

@@ -34,7 +34,7 @@ VX_STATUS StreamOutput::open() {
   }
   capacity_ = std::max<std::size_t>(work_buffer_size(), kMinCapacity) & ~std::size_t{1};
   buffer_ = static_cast<uint8_t*>(allocate_raw(capacity_));
-  return buffer_ != nullptr ? VX_NORMAL_COMPLETION : VX_SYSTEM_ERROR;
+  return buffer_ != nullptr ? kOk : VX_SYSTEM_ERROR;
 }
 
 VX_STATUS StreamOutput::call(const uint8_t* data, std::size_t size, bool last, uint32_t follows) {
@@ -52,7 +52,7 @@ VX_STATUS StreamOutput::call(const uint8_t* data, std::size_t size, bool last, u
   } else {
     status = writer_.RawCallback(writer_.UserInfo, follows, length, bytes, first, last);
   }
-  return status == VX_NORMAL_COMPLETION ? status : VX_CALLBACK_CANNOT_COMPLY;
+  return status == kOk ? status : VX_CALLBACK_CANNOT_COMPLY;
 }
 
 VX_STATUS StreamOutput::emit(const uint8_t* data, std::size_t size, bool last, uint32_t follows) {
@@ -65,7 +65,7 @@ VX_STATUS StreamOutput::emit(const uint8_t* data, std::size_t size, bool last, u
 VX_STATUS StreamOutput::flush(bool last, uint32_t follows) {
   if (last && used_ % 2 != 0 && zstream_ == nullptr) buffer_[used_++] = 0;
   const std::size_t size = last ? used_ : used_ & ~std::size_t{1};
-  if (size == 0 && !last) return VX_NORMAL_COMPLETION;
+  if (size == 0 && !last) return kOk;
   const VX_STATUS status = emit(buffer_, size, last, follows);
   buffer_[0] = buffer_[used_ != 0 ? used_ - 1 : 0];
   used_ -= size;
@@ -81,9 +81,9 @@ VX_STATUS StreamOutput::put(const void* data, std::size_t size) {
     bytes += part;
     size -= part;
     if (used_ < capacity_) continue;
-    if (VX_STATUS status = flush(false, 0); status != VX_NORMAL_COMPLETION) return status;
+    if (VX_STATUS status = flush(false, 0); status != kOk) return status;
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS StreamOutput::direct(const void* data, std::size_t size) {
@@ -94,7 +94,7 @@ VX_STATUS StreamOutput::direct(const void* data, std::size_t size) {
   }
   const std::size_t even = size & ~std::size_t{1};
   VX_STATUS status = flush(false, static_cast<uint32_t>(even));
-  if (status == VX_NORMAL_COMPLETION && even > 0) status = emit(bytes, even, false, 0);
+  if (status == kOk && even > 0) status = emit(bytes, even, false, 0);
   if (size != even) buffer_[used_++] = bytes[even];
   return status;
 }
@@ -106,7 +106,7 @@ VX_STATUS StreamOutput::finish() {
 // --- Deflate ---
 
 VX_STATUS StreamOutput::start_deflate() {
-  if (VX_STATUS status = flush(false, 0); status != VX_NORMAL_COMPLETION) return status;
+  if (VX_STATUS status = flush(false, 0); status != kOk) return status;
   zstream_ = new_zlib_stream();
   deflated_ = static_cast<uint8_t*>(allocate_raw(std::max(capacity_, kMinDeflated) + 2));
   if (zstream_ == nullptr || deflated_ == nullptr) {
@@ -127,7 +127,7 @@ VX_STATUS StreamOutput::start_deflate() {
   // A plain byte that was left behind goes out as it is, in front of the deflated ones.
   if (used_ != 0) deflated_[deflated_used_++] = buffer_[0];
   used_ = 0;
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS StreamOutput::deflate_bytes(const uint8_t* data, std::size_t size, int mode) {
@@ -149,22 +149,22 @@ VX_STATUS StreamOutput::deflate_bytes(const uint8_t* data, std::size_t size, int
     deflated_used_ += free - zstream_->avail_out;
     deflated_total_ += free - zstream_->avail_out;
     if (result == Z_STREAM_END) break;
-    if (VX_STATUS status = hand_on_deflated(false); status != VX_NORMAL_COMPLETION) return status;
+    if (VX_STATUS status = hand_on_deflated(false); status != kOk) return status;
   } while (zstream_->avail_out == 0);
-  if (mode == Z_NO_FLUSH) return VX_NORMAL_COMPLETION;
+  if (mode == Z_NO_FLUSH) return kOk;
   if (deflated_total_ == before) {
     VX_LOG_ERR(kDeflate, "There was no data after a Z_FINISH or Z_SYNC_FLUSH call to deflate");
     return VX_ZLIB_ERROR;
   }
-  if (mode != Z_FINISH) return VX_NORMAL_COMPLETION;
-  if (VX_STATUS status = hand_on_deflated(true); status != VX_NORMAL_COMPLETION) return status;
+  if (mode != Z_FINISH) return kOk;
+  if (VX_STATUS status = hand_on_deflated(true); status != kOk) return status;
   return end_deflate();
 }
 
 VX_STATUS StreamOutput::hand_on_deflated(bool last) {
   if (last && deflated_used_ % 2 != 0) deflated_[deflated_used_++] = 0;
   const std::size_t even = deflated_used_ & ~std::size_t{1};
-  if (even == 0 && !last) return VX_NORMAL_COMPLETION;
+  if (even == 0 && !last) return kOk;
   const VX_STATUS status = call(deflated_, even, last, 0);
   if (deflated_used_ != even) deflated_[0] = deflated_[even];
   deflated_used_ -= even;
@@ -180,7 +180,7 @@ VX_STATUS StreamOutput::end_deflate() {
     return VX_ZLIB_ERROR;
   }
   VX_LOG_INF(kDeflate, "Deflate resources released");
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 }  // namespace vx

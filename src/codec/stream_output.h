@@ -24,10 +24,10 @@ class StreamOutput {
   // used().
   VX_STATUS room(std::size_t n, uint8_t*& bytes) {
     if (capacity_ - used_ < n) {
-      if (VX_STATUS status = flush(false, 0); status != VX_NORMAL_COMPLETION) return status;
+      if (VX_STATUS status = flush(false, 0); status != kOk) return status;
     }
     bytes = buffer_ + used_;
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   std::size_t free_room() const { return capacity_ - used_; }
   void used(std::size_t n) { used_ += n; }

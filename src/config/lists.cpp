@@ -49,10 +49,7 @@ bool read_hex(std::string_view text, uint32_t& value) {
   uint64_t number = 0;
   std::size_t digits = 0;
   for (const char c : text) {
-    const int digit = c >= '0' && c <= '9'   ? c - '0'
-                      : c >= 'a' && c <= 'f' ? c - 'a' + 10
-                      : c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                             : -1;
+    const int digit = hex_digit(c);
     if (digit < 0) break;
     number = std::min<uint64_t>(number * 16 + static_cast<uint64_t>(digit), UINT32_MAX);
     ++digits;

@@ -58,7 +58,7 @@ VX_STATUS capture_register(const NetworkCaptureCallbacks* callbacks) {
   g_warned_of_plaintext.store(false, std::memory_order_relaxed);
   initialize(table, config_long(VX_CFG_CAPTURE_FILE_SIZE), config_text(VX_CFG_CAPTURE_FILE).c_str(),
              config_int(VX_CFG_NUMBER_OF_CAP_FILES), config_bool(VX_CFG_REWRITE_CAPTURE_FILES));
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 void capture_start() {

@@ -265,5 +265,5 @@ VX_STATUS VX_Set_Library_Exception_Handler(VX_EXCEPTION_HANDLER Handler) {
 
 VX_STATUS VX_Set_Exception(void* UserData, VX_TRANSFER_FUNCTION Function) {
   vx::set_transfer_function(UserData, Function);
-  return VX_NORMAL_COMPLETION;
+  return vx::kOk;
 }

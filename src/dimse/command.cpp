@@ -368,7 +368,7 @@ class CommandBuilder {
     const TagObj* attribute = lower_bound_tag(message_, kFirstMeta);
     if (attribute != nullptr && attribute->Tag <= kLastMeta) delete_range(message_, kFirstMeta, kLastMeta);
     attribute = lower_bound_tag(message_, kFirstDataTag);
-    while (attribute != nullptr && attribute->ValueCount == 0 && attribute->Storage != 'C') {
+    while (attribute != nullptr && attribute->ValueCount == 0 && attribute->Storage != Stored::ByCallback) {
       attribute = attribute->Next;
     }
     plan_.has_data_set = attribute != nullptr;

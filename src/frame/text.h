@@ -13,6 +13,16 @@ inline std::string_view trim(std::string_view text) {
   return trim_left(trim_right(text));
 }
 
+constexpr bool is_digit(char c) {
+  return c >= '0' && c <= '9';
+}
+// The number that a hexadecimal digit stands for; -1 if it is none.
+constexpr int hex_digit(char c) {
+  if (is_digit(c)) return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+}
+
 // Copies text and a NUL; a text that does not fit is cut. False if it was cut or size is below 1.
 bool copy_text(char* buffer, std::size_t size, std::string_view text);
 

@@ -36,7 +36,7 @@ template <typename Call>
 VX_STATUS walk(int32_t id, const PlaceOut& out, Call&& call) {
   RecordPlace place;
   const VX_STATUS status = with_directory(id, [&](vx::MsgObj& directory) { return call(directory, place); });
-  tell(out, status == VX_NORMAL_COMPLETION ? place : RecordPlace{});
+  tell(out, status == vx::kOk ? place : RecordPlace{});
   return status;
 }
 
@@ -94,7 +94,7 @@ VX_STATUS VX_Dir_Root_Count(int32_t DirID, int32_t* Count) {
     const vx::DirectoryState& state = *vx::directory_state(directory);
     if (state.Root == nullptr) return VX_UNABLE_TO_GET_ITEM_ID;
     *Count = state.Count;
-    return VX_NORMAL_COMPLETION;
+    return vx::kOk;
   });
 }
 
@@ -105,7 +105,7 @@ VX_STATUS VX_Dir_Entity_Count(int32_t DirID, int32_t EntityID, int32_t* Count) {
     const vx::EntityObj* entity = vx::find_entity(*vx::directory_state(directory), EntityID);
     if (entity == nullptr) return VX_INVALID_ENTITY_ID;
     *Count = entity->RecordCount;
-    return VX_NORMAL_COMPLETION;
+    return vx::kOk;
   });
 }
 
@@ -177,6 +177,6 @@ VX_STATUS VX_Dir_Stream_Directory_Record(int32_t DirID, int32_t RecordID) {
   return with_directory(DirID, [&](vx::MsgObj& directory) -> VX_STATUS {
     vx::MsgObj* record = nullptr;
     const VX_STATUS status = vx::find_record(directory, RecordID, false, record);
-    return status == VX_NORMAL_COMPLETION ? vx::save_attributes(*record, vx::kFirstRecordKey) : status;
+    return status == vx::kOk ? vx::save_attributes(*record, vx::kFirstRecordKey) : status;
   });
 }

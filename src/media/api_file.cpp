@@ -86,7 +86,7 @@ VX_STATUS VX_Free_File(int32_t* FileID) {
   vx::MsgObj* object = vx::find_object(*FileID);
   if (object == nullptr) return VX_INVALID_FILE_ID;
   const VX_STATUS status = vx::free_object(*object, "VX_Free_File", VX_INVALID_FILE_ID);
-  if (status == VX_NORMAL_COMPLETION) *FileID = -1;
+  if (status == vx::kOk) *FileID = -1;
   return status;
 }
 
@@ -106,7 +106,7 @@ VX_STATUS VX_Get_Filename(int32_t FileID, char* FileName, int32_t BufferSize) {
   const char* name = object->File->FileName;
   if (BufferSize < 1 || std::strlen(name) >= static_cast<std::size_t>(BufferSize)) return VX_BUFFER_TOO_SMALL;
   vx::copy_text(FileName, static_cast<std::size_t>(BufferSize), name);
-  return VX_NORMAL_COMPLETION;
+  return vx::kOk;
 }
 
 VX_STATUS VX_Reset_Filename(int32_t FileID, const char* FileName) {
@@ -124,7 +124,7 @@ VX_STATUS VX_Get_File_Preamble(int32_t FileID, char* Preamble) {
   vx::MsgObj* object = find_file(FileID);
   if (object == nullptr) return VX_INVALID_FILE_ID;
   std::memcpy(Preamble, object->File->Preamble, sizeof object->File->Preamble);
-  return VX_NORMAL_COMPLETION;
+  return vx::kOk;
 }
 
 VX_STATUS VX_Set_File_Preamble(int32_t FileID, const char* Preamble) {
@@ -133,7 +133,7 @@ VX_STATUS VX_Set_File_Preamble(int32_t FileID, const char* Preamble) {
   vx::MsgObj* object = find_file(FileID);
   if (object == nullptr) return VX_INVALID_FILE_ID;
   std::memcpy(object->File->Preamble, Preamble, sizeof object->File->Preamble);
-  return VX_NORMAL_COMPLETION;
+  return vx::kOk;
 }
 
 VX_STATUS VX_Get_File_Length(int32_t FileID, uint32_t* Length) {

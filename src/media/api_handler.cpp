@@ -51,7 +51,7 @@ VX_STATUS with_level(int32_t id, Call&& call) {
 }
 
 VX_STATUS tell(VX_STATUS status, const RecordNode* node, int32_t& id) {
-  if (status == VX_NORMAL_COMPLETION) id = node != nullptr ? node->Item->ID : 0;
+  if (status == vx::kOk) id = node != nullptr ? node->Item->ID : 0;
   return status;
 }
 
@@ -65,7 +65,7 @@ VX_STATUS VX_DDH_Open(const char* FileName, int32_t* DirID) {
   return vx::no_throw([&] {
     vx::MsgObj* directory = nullptr;
     const VX_STATUS status = vx::open_handler(FileName, directory);
-    if (status == VX_NORMAL_COMPLETION) *DirID = directory->ID;
+    if (status == vx::kOk) *DirID = directory->ID;
     return status;
   });
 }
@@ -77,7 +77,7 @@ VX_STATUS VX_DDH_Create(const char* FileName, const char* FileSetID, int32_t Sou
   *DirID = -1;
   const VX_STATUS status =
       vx::no_throw([&] { return vx::create_directory_file(FileName, FileSetID, SourceID); });
-  return status == VX_NORMAL_COMPLETION ? VX_DDH_Open(FileName, DirID) : status;
+  return status == vx::kOk ? VX_DDH_Open(FileName, DirID) : status;
 }
 
 VX_STATUS VX_DDH_Update(int32_t DirID) {
@@ -101,17 +101,17 @@ VX_STATUS VX_DDH_Delete_Record(int32_t RecordID) {
     node.Deleted = true;
     vx::release_below(node);
     vx::release_item(node);
-    return VX_NORMAL_COMPLETION;
+    return vx::kOk;
   });
 }
 
 VX_STATUS VX_DDH_Release_Record(int32_t RecordID) {
   VX_REQUIRE_LIBRARY();
   return with_record(RecordID, [](DirectoryHandler& handler, RecordNode& node) -> VX_STATUS {
-    if (node.Offset == 0) return VX_NORMAL_COMPLETION;
+    if (node.Offset == 0) return vx::kOk;
     vx::let_go(node);
     if (handler.Walks == nullptr) vx::merge_released(node);
-    return VX_NORMAL_COMPLETION;
+    return vx::kOk;
   });
 }
 
@@ -140,7 +140,7 @@ VX_STATUS VX_DDH_Get_Parent_Record(int32_t RecordID, int32_t* ParentID) {
   VX_REQUIRE_POINTER(ParentID);
   return with_record(RecordID, [&](DirectoryHandler& handler, RecordNode& node) -> VX_STATUS {
     *ParentID = 0;
-    if (node.Parent == &handler) return VX_NORMAL_COMPLETION;
+    if (node.Parent == &handler) return vx::kOk;
     auto& parent = static_cast<RecordNode&>(*node.Parent);
     return tell(vx::load_item(parent), &parent, *ParentID);
   });
@@ -152,7 +152,7 @@ VX_STATUS VX_DDH_Get_Record_Type(int32_t RecordID, VX_DIR_RECORD_TYPE* Type) {
   *Type = VX_DIR_UNKNOWN;
   return with_record(RecordID, [&](DirectoryHandler&, RecordNode& node) -> VX_STATUS {
     *Type = static_cast<VX_DIR_RECORD_TYPE>(vx::record_type_code(vx::record_type(*node.Item)));
-    return VX_NORMAL_COMPLETION;
+    return vx::kOk;
   });
 }
 

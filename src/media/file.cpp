@@ -57,17 +57,17 @@ FileInfo* new_file_info(const char* file_name) {
 VX_STATUS add_meta_attributes(MsgObj& object) {
   for (const MetaAttribute& meta : kMetaAttributes) {
     const VX_STATUS status = new_tag(object, meta.tag, meta.vr, 1, 1, nullptr);
-    if (status != VX_NORMAL_COMPLETION && status != VX_TAG_ALREADY_EXISTS) return status;
+    if (status != kOk && status != VX_TAG_ALREADY_EXISTS) return status;
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS open_file_object(Kind kind, const char* service, const char* file_name, MsgObj*& out) {
   VX_STATUS status = open_object(kind, service, out);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   out->File = new_file_info(file_name);
   status = out->File != nullptr ? add_meta_attributes(*out) : VX_SYSTEM_ERROR;
-  if (status == VX_NORMAL_COMPLETION) return status;
+  if (status == kOk) return status;
   VX_LOG_ERR("VX_Create_File", "Out Of Memory");
   free_object(*out, "VX_Create_File", VX_INVALID_FILE_ID);
   out = nullptr;
@@ -78,15 +78,15 @@ VX_STATUS open_file_object(Kind kind, const char* service, const char* file_name
 VX_STATUS fill_by_service(MsgObj& object, const char* service, uint16_t command) {
   const SopObj* known = find_service(service);
   if (known != nullptr) object.ServiceNumber = known->number;
-  if (known != nullptr && check_service_command(service, command) == VX_NORMAL_COMPLETION) {
+  if (known != nullptr && check_service_command(service, command) == kOk) {
     const VX_STATUS status = fill_from_template(object, 0, false);
-    if (status != VX_NORMAL_COMPLETION) return status == VX_SYSTEM_ERROR ? status : VX_MSGFILE_ERROR;
+    if (status != kOk) return status == VX_SYSTEM_ERROR ? status : VX_MSGFILE_ERROR;
   } else if (std::strcmp(service, kNoName) != 0) {
     const char* name = command_name(command);
     log_line(VX_LOG_T7, "VX_Create_File", "WARNING: No Service %s, Command %s in info file.", service,
              name != nullptr ? name : "");
   }
-  return object.ObjectKind == Kind::Dicomdir ? create_directory_records(object) : VX_NORMAL_COMPLETION;
+  return object.ObjectKind == Kind::Dicomdir ? create_directory_records(object) : kOk;
 }
 
 }  // namespace
@@ -96,10 +96,10 @@ VX_STATUS create_file(const char* file_name, const char* service, uint16_t comma
   if (!is_valid_command(command)) return VX_INVALID_COMMAND;
   VX_STATUS status =
       open_file_object(names_directory(service) ? Kind::Dicomdir : Kind::File, service, file_name, out);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   out->Command = command;
   status = fill_by_service(*out, service, command);
-  if (status == VX_NORMAL_COMPLETION) return status;
+  if (status == kOk) return status;
   free_object(*out, "VX_Create_File", VX_INVALID_FILE_ID);
   out = nullptr;
   return status;
@@ -113,7 +113,7 @@ VX_STATUS create_empty_file(const char* file_name, MsgObj*& out) {
 VX_STATUS message_to_file(MsgObj& object, const char* file_name) {
   if (object.ObjectKind != Kind::Message) return VX_INVALID_MESSAGE_ID;
   FileInfo* info = new_file_info(file_name);
-  if (info == nullptr || add_meta_attributes(object) != VX_NORMAL_COMPLETION) {
+  if (info == nullptr || add_meta_attributes(object) != kOk) {
     VX_LOG_ERR("VX_Message_To_File", "Out Of Memory");
     release_file_info(info);
     return VX_SYSTEM_ERROR;
@@ -136,7 +136,7 @@ VX_STATUS rename_file(MsgObj& object, const char* file_name) {
   if (copy == nullptr) return VX_SYSTEM_ERROR;
   release(object.File->FileName);
   object.File->FileName = copy;
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 void free_file_info(MsgObj& object) {
@@ -149,14 +149,14 @@ VX_STATUS empty_file(MsgObj& object) {
   Guard lock(object.Semaphore);
   empty_object(object);
   forget_tree(object);
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS file_length(MsgObj& object, uint64_t& length) {
   constexpr char kFunction[] = "VX_Get_File_Length";
   length = 0;
   VX_TRANSFER_SYNTAX syntax = 0;
-  if (VX_STATUS status = file_syntax(object, syntax); status != VX_NORMAL_COMPLETION) {
+  if (VX_STATUS status = file_syntax(object, syntax); status != kOk) {
     VX_LOG_ERR(kFunction, "Invalid transfer syntax UID encountered in file object: %s", status_text(status));
     return VX_INVALID_TRANSFER_SYNTAX;
   }
@@ -177,7 +177,7 @@ VX_STATUS file_length(MsgObj& object, uint64_t& length) {
     uint64_t bytes = 0;
     syntax_encoding(part.syntax, query.encoding);
     const VX_STATUS status = run_length(object, part.first, part.last, query, bytes);
-    if (status != VX_NORMAL_COMPLETION) {
+    if (status != kOk) {
       VX_LOG_ERR(kFunction, "Internal call to VX_Get_Stream_Length failed: %s", status_text(status));
       length = 0;
       return status;
@@ -188,14 +188,14 @@ VX_STATUS file_length(MsgObj& object, uint64_t& length) {
       length += bytes;
     }
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS file_length(MsgObj& object, uint32_t& length) {
   uint64_t wide = 0;
   length = 0;
   const VX_STATUS status = file_length(object, wide);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   if (wide > kUndefinedLength) return VX_VALUE_TOO_LARGE;
   length = static_cast<uint32_t>(wide);
   return status;

@@ -50,21 +50,20 @@ std::string text_of(MsgObj& object, uint32_t tag) {
   ValueCursor cursor;
   if (!has_value(attribute)) return {};
   cursor_first(*attribute, cursor);
-  if (view_text(*attribute, cursor, scratch, text) != VX_NORMAL_COMPLETION) return {};
+  if (view_text(*attribute, cursor, scratch, text) != kOk) return {};
   return std::string(text);
 }
 
 VX_STATUS meta_attribute(MsgObj& object, uint32_t tag, int32_t vr, TagObj*& out) {
   const VX_STATUS status = new_tag(object, tag, vr, 1, 1, &out);
-  return status == VX_TAG_ALREADY_EXISTS ? VX_NORMAL_COMPLETION : status;
+  return status == VX_TAG_ALREADY_EXISTS ? kOk : status;
 }
 
 // Sets a text unless there is a value. A value that fails the check of its VR is stored all the same.
 VX_STATUS fill_text(MsgObj& object, uint32_t tag, int32_t vr, const std::string& text) {
   TagObj* attribute = nullptr;
-  if (VX_STATUS status = meta_attribute(object, tag, vr, attribute); status != VX_NORMAL_COMPLETION)
-    return status;
-  if (has_value(attribute)) return VX_NORMAL_COMPLETION;
+  if (VX_STATUS status = meta_attribute(object, tag, vr, attribute); status != kOk) return status;
+  if (has_value(attribute)) return kOk;
   return set_text(object, *attribute, text, true, nullptr);
 }
 
@@ -73,12 +72,12 @@ VX_STATUS fill_configured(MsgObj& object, uint32_t tag, int32_t vr, VX_STRING_KE
                           const char* coding) {
   TagObj* attribute = nullptr;
   VX_STATUS status = meta_attribute(object, tag, vr, attribute);
-  if (status != VX_NORMAL_COMPLETION) {
+  if (status != kOk) {
     VX_LOG_ERR(kWrite, "Error getting Media %s from file object: %s", getting, status_text(status));
     return VX_SYSTEM_ERROR;
   }
   status = fill_text(object, tag, vr, config_text(key));
-  if (status == VX_NORMAL_COMPLETION || has_value(attribute)) return VX_NORMAL_COMPLETION;
+  if (status == kOk || has_value(attribute)) return kOk;
   VX_LOG_ERR(kWrite, "Error Coding %s field: %s", coding, status_text(status));
   return VX_SYSTEM_ERROR;
 }
@@ -117,10 +116,10 @@ VX_STATUS fill_version(MsgObj& object) {
   constexpr uint8_t kVersion[] = {0, 1};
   TagObj* attribute = nullptr;
   VX_STATUS status = meta_attribute(object, kMetaVersion, VX_VR_OB, attribute);
-  if (status == VX_NORMAL_COMPLETION && !has_value(attribute)) {
+  if (status == kOk && !has_value(attribute)) {
     status = store_value(object, *attribute, kVersion, sizeof kVersion, {});
   }
-  if (status == VX_NORMAL_COMPLETION) return status;
+  if (status == kOk) return status;
   VX_LOG_ERR(kWrite, "Error setting file meta info version to file object: %s", status_text(status));
   return VX_SYSTEM_ERROR;
 }
@@ -129,8 +128,8 @@ VX_STATUS fill_version(MsgObj& object) {
 void fill_identity(MsgObj& object, uint32_t tag, const std::string& uid, const char* what) {
   VX_STATUS status = uid.empty() && !has_value(find_tag(object, tag)) ? VX_EMPTY_VALUE
                                                                       : fill_text(object, tag, VX_VR_UI, uid);
-  if (status == VX_INVALID_VALUE_FOR_VR || status == VX_INVALID_CHARS_IN_VALUE) status = VX_NORMAL_COMPLETION;
-  if (status == VX_NORMAL_COMPLETION) return;
+  if (status == VX_INVALID_VALUE_FOR_VR || status == VX_INVALID_CHARS_IN_VALUE) status = kOk;
+  if (status == kOk) return;
   VX_LOG_ERR(kWrite, "Error setting File meta storage sop %s uid to file object: %s", what,
              status_text(status));
 }
@@ -140,14 +139,14 @@ void fill_identity(MsgObj& object, uint32_t tag, const std::string& uid, const c
 VX_STATUS set_padding(MsgObj& object, uint32_t length) {
   TagObj* attribute = nullptr;
   VX_STATUS status = new_tag(object, kPadding, VX_VR_OB, 1, 1, &attribute);
-  if (status != VX_NORMAL_COMPLETION && status != VX_TAG_ALREADY_EXISTS) {
+  if (status != kOk && status != VX_TAG_ALREADY_EXISTS) {
     VX_LOG_ERR(kWrite, "Error adding pad attribute (FFFC,FFFC) to file object: %s", status_text(status));
     return status;
   }
   attribute->VR = VX_VR_OB;
   void* bytes = nullptr;
   status = reserve_value(object, *attribute, length, true, bytes);
-  if (status == VX_NORMAL_COMPLETION) {
+  if (status == kOk) {
     std::memset(bytes, 0, length);
   } else {
     VX_LOG_ERR(kWrite, "Error setting pad attribute (FFFC,FFFC) in file object: %s", status_text(status));
@@ -159,22 +158,22 @@ VX_STATUS set_padding(MsgObj& object, uint32_t length) {
 VX_STATUS pad_file(MsgObj& object, uint32_t pad, bool deflated) {
   uint64_t length = 0;
   VX_STATUS status = file_length(object, length);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   if (deflated || length == kUndefinedLength) {
     VX_LOG_WARN(kWrite, "The length of %s cannot be known: file is not padded",
                 deflated ? "a deflated file" : "a value");
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   status = set_padding(object, kLeastPadding);
-  if (status == VX_NORMAL_COMPLETION) status = file_length(object, length);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status == kOk) status = file_length(object, length);
+  if (status != kOk) return status;
   return set_padding(object, pad - static_cast<uint32_t>((length - kLeastPadding) % pad));
 }
 
 VX_STATUS prepare_writer(MsgObj& object, StreamWriter& writer) {
   VX_TRANSFER_SYNTAX syntax = 0;
   const VX_STATUS status = file_syntax(object, syntax);
-  if (status != VX_NORMAL_COMPLETION) {
+  if (status != kOk) {
     VX_LOG_ERR(kWrite,
                status == VX_INVALID_TRANSFER_SYNTAX ? "Unknown transfer syntax UID in file object:  %s"
                                                     : "Unable to get transfer syntax UID in file object:  %s",
@@ -190,7 +189,7 @@ VX_STATUS prepare_writer(MsgObj& object, StreamWriter& writer) {
   writer.Deflate = is_deflated(syntax);
   writer.BeforeDeflate = true;
   writer.UndefinedLengths = undefined_lengths_of(object);
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // The callbacks of an application are bound while a file is written.
@@ -216,12 +215,12 @@ class BoundCallbacks {
 VX_STATUS fill_meta_group(MsgObj& object) {
   VX_STATUS status = fill_configured(object, kImplementationClass, VX_VR_UI, VX_CFG_IMPLEMENTATION_CLASS_UID,
                                      "Implementation Class UID", "Implementation Class UID");
-  if (status == VX_NORMAL_COMPLETION) {
+  if (status == kOk) {
     status = fill_configured(object, kImplementationVersion, VX_VR_SH, VX_CFG_IMPLEMENTATION_VERSION,
                              "Implementation Version Name", "Implementation Version Name");
   }
-  if (status == VX_NORMAL_COMPLETION) status = fill_version(object);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status == kOk) status = fill_version(object);
+  if (status != kOk) return status;
   const bool directory = object.ObjectKind == Kind::Dicomdir;
   std::string sop_class = text_of(object, kSopClass);
   if (sop_class.empty() && directory) sop_class = kDirectoryClass;
@@ -251,16 +250,16 @@ VX_STATUS read_file(MsgObj& object, const FileRead& read) try {
   VX_STATUS status = decode_object(object, request);
   const uint16_t group = tag_group(request.ErrorTag);
   const uint16_t element = tag_element(request.ErrorTag);
-  if (status != VX_NORMAL_COMPLETION && object.ObjectKind == Kind::Dicomdir) {
+  if (status != kOk && object.ObjectKind == Kind::Dicomdir) {
     VX_LOG_ERR(kFunction, "Error encountered while parsing DICOMDIR:");
     VX_LOG_ERR(kFunction, "| (%.4x,%.4x) %s", group, element, status_text(status));
-  } else if (status != VX_NORMAL_COMPLETION) {
+  } else if (status != kOk) {
     VX_LOG_WARN(kFunction, "Error with tag (%.4x,%.4x) at byte offset %llu when parsing file", group, element,
                 static_cast<unsigned long long>(request.StopOffset));
   }
   if (directory.met) {
-    const VX_STATUS linked = link_directory(object, directory.records, status == VX_NORMAL_COMPLETION);
-    if (status == VX_NORMAL_COMPLETION) status = linked;
+    const VX_STATUS linked = link_directory(object, directory.records, status == kOk);
+    if (status == kOk) status = linked;
   }
   return read.offset != nullptr ? narrow_offset(request.StopOffset, status, *read.offset) : status;
 } catch (const std::bad_alloc&) {
@@ -273,17 +272,17 @@ VX_STATUS write_file(MsgObj& object, int32_t application_id, int32_t pad, void* 
   const BoundCallbacks bound(application_id, object);
   StreamWriter writer;
   VX_STATUS status = prepare_writer(object, writer);
-  if (status == VX_NORMAL_COMPLETION) status = fill_meta_group(object);
-  if (status == VX_NORMAL_COMPLETION && pad > 0) {
+  if (status == kOk) status = fill_meta_group(object);
+  if (status == kOk && pad > 0) {
     status = pad_file(object, static_cast<uint32_t>(pad), writer.Deflate);
   }
   std::vector<int32_t> offsets;
-  if (status == VX_NORMAL_COMPLETION && directory_state(object) != nullptr) {
+  if (status == kOk && directory_state(object) != nullptr) {
     status = record_offsets(object, writer, offsets);
     writer.OffsetTable = offsets.data();
     writer.OffsetCount = static_cast<uint32_t>(offsets.size() / 2);
   }
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   writer.FileCallback = callback;
   writer.UserInfo = user;
   writer.ApplicationID = application_id;

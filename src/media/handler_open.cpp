@@ -46,7 +46,7 @@ VX_STATUS give_head(const char*, void* user, uint32_t* size, void** data, int32_
   source.at += *size;
   *data = const_cast<uint8_t*>(bytes);
   *last = *size < wanted ? 1 : 0;
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 }  // namespace
@@ -190,7 +190,7 @@ VX_STATUS fill_directory(MsgObj& directory, const char* file_set) {
 
 VX_STATUS collect(const char*, void* user, uint32_t size, void* data, int32_t, int32_t) {
   static_cast<std::string*>(user)->append(static_cast<const char*>(data), size);
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 }  // namespace
@@ -302,7 +302,7 @@ VX_STATUS write_stream(void* user, uint32_t, uint32_t size, void* data, int32_t,
     return VX_CANNOT_COMPLY;
   }
   static_cast<MemStream*>(user)->Data.append(static_cast<const char*>(data), size);
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS read_stream(int32_t, void* user, int32_t, uint32_t* size, void** data, int32_t* last) {
@@ -315,7 +315,7 @@ VX_STATUS read_stream(int32_t, void* user, int32_t, uint32_t* size, void** data,
   *data = stream.Data.data() + from;
   *size = static_cast<uint32_t>(stream.Data.size() - from);
   *last = 1;
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 bool is_listed(const uint32_t* list, uint32_t tag) {

@@ -54,7 +54,7 @@ VX_STATUS give(const char*, void* user, uint32_t* size, void** data, int32_t, in
   *size = available;
   *data = const_cast<uint8_t*>(bytes);
   *last = available < wanted || stretch.at >= stretch.end ? 1 : 0;
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 const uint8_t* look(const RecordBytes& bytes, uint64_t at, uint32_t length) {

@@ -30,7 +30,7 @@ constexpr uint32_t kDelimiterLength = 8;
 
 VX_STATUS append_bytes(void* user, uint32_t, uint32_t size, void* data, int32_t, int32_t) {
   static_cast<std::string*>(user)->append(static_cast<const char*>(data), size);
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 class Update {

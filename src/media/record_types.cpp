@@ -348,17 +348,17 @@ VX_STATUS check_lower_item(std::string_view parent, std::string_view item_name) 
   const LowerTypes* row = find_parent(kItems, parent);
   if (row == nullptr) return VX_INVALID_DIR_RECORD_TYPE;
   if (!item_name.starts_with(kItemPrefix)) {
-    return row->lower == "|*|" ? VX_NORMAL_COMPLETION : VX_INVALID_LOWER_DIR_RECORD;
+    return row->lower == "|*|" ? kOk : VX_INVALID_LOWER_DIR_RECORD;
   }
   const std::string_view name = item_name.substr(kItemPrefix.size());
   const bool valid = row->lower == "|*|" ? name != "MRDR" : holds(row->lower, name);
-  return valid ? VX_NORMAL_COMPLETION : VX_INVALID_LOWER_DIR_RECORD;
+  return valid ? kOk : VX_INVALID_LOWER_DIR_RECORD;
 }
 
 VX_STATUS check_lower_type(std::string_view parent, std::string_view type) {
   const LowerTypes* row = find_parent(kTexts, parent);
   if (row == nullptr) return VX_INVALID_DIR_RECORD_TYPE;
-  return row->lower == "|*|" || holds(row->lower, type) ? VX_NORMAL_COMPLETION : VX_INVALID_LOWER_DIR_RECORD;
+  return row->lower == "|*|" || holds(row->lower, type) ? kOk : VX_INVALID_LOWER_DIR_RECORD;
 }
 
 int record_type_code(std::string_view text) {

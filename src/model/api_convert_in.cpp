@@ -13,7 +13,7 @@ VX_STATUS set(int32_t id, uint32_t tag, VX_DATA_TYPE type, const void* value, bo
   if (object == nullptr) return VX_INVALID_MESSAGE_ID;
   vx::TagObj* attribute = nullptr;
   const VX_STATUS status = vx::find_to_change(*object, tag, attribute);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != vx::kOk) return status;
   return vx::no_throw([&] { return vx::set_value(*object, *attribute, type, value, first); });
 }
 

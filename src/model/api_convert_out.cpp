@@ -17,7 +17,7 @@ VX_STATUS get_number(int32_t id, uint32_t tag, VX_DATA_TYPE type, void* value, b
   vx::MsgObj* object = nullptr;
   vx::TagObj* attribute = nullptr;
   const VX_STATUS status = vx::find_attribute(id, tag, object, attribute);
-  return status != VX_NORMAL_COMPLETION ? status : vx::get_number(*attribute, first, type, value);
+  return status != vx::kOk ? status : vx::get_number(*attribute, first, type, value);
 }
 
 VX_STATUS get_text(int32_t id, uint32_t tag, int32_t size, char* buffer, bool first) {
@@ -26,7 +26,7 @@ VX_STATUS get_text(int32_t id, uint32_t tag, int32_t size, char* buffer, bool fi
   vx::MsgObj* object = nullptr;
   vx::TagObj* attribute = nullptr;
   const VX_STATUS status = vx::find_attribute(id, tag, object, attribute);
-  return status != VX_NORMAL_COMPLETION ? status : vx::get_text(*attribute, first, size, buffer, true);
+  return status != vx::kOk ? status : vx::get_text(*attribute, first, size, buffer, true);
 }
 
 VX_STATUS get_any(int32_t id, uint32_t tag, VX_DATA_TYPE type, uint32_t size, void* buffer, uint32_t* length,
@@ -36,7 +36,7 @@ VX_STATUS get_any(int32_t id, uint32_t tag, VX_DATA_TYPE type, uint32_t size, vo
   vx::MsgObj* object = nullptr;
   vx::TagObj* attribute = nullptr;
   const VX_STATUS status = vx::find_attribute(id, tag, object, attribute);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != vx::kOk) return status;
   return vx::get_value(*object, *attribute, first, type, size, buffer, *length, true);
 }
 

@@ -129,7 +129,7 @@ void reset_record(TagObj& attribute) {
   attribute.VMLow = old.VMLow;
   attribute.VMHigh = old.VMHigh;
   attribute.Template = old.Template;
-  attribute.Storage = 'M';
+  attribute.Storage = Stored::InMemory;
 }
 
 TagObj* make_record(MsgObj& object, uint32_t tag, int32_t vr, uint16_t vm_low, uint16_t vm_high) {
@@ -144,7 +144,7 @@ TagObj* make_record(MsgObj& object, uint32_t tag, int32_t vr, uint16_t vm_low, u
   attribute->VR = vr;
   attribute->VMLow = vm_low;
   attribute->VMHigh = vm_high;
-  attribute->Storage = 'M';
+  attribute->Storage = Stored::InMemory;
   return attribute;
 }
 
@@ -373,7 +373,7 @@ void free_pieces(ValueObj* value) {
 // A bulk value is cut anywhere. As numbers no value may lie across a cut, and a text has none at all: its
 // pieces are its values.
 bool must_join(const TagObj& attribute, int32_t vr) {
-  if (attribute.Storage != 'M' || attribute.FirstValue == attribute.LastValue) return false;
+  if (attribute.Storage != Stored::InMemory || attribute.FirstValue == attribute.LastValue) return false;
   if (is_text_vr(vr)) return is_bulk_vr(attribute.VR);
   if (!is_numeric_vr(vr)) return false;
   for (const ValueObj* value = attribute.FirstValue; value != attribute.LastValue; value = value->Next) {
@@ -401,11 +401,12 @@ VX_STATUS join_pieces(TagObj& attribute) {
 
 // The bytes stay; the count follows the new class. Bytes can not turn into items.
 VX_STATUS replace_vr(TagObj& attribute, int32_t vr) {
-  if (vr == VX_VR_SQ && (attribute.Length != 0 || attribute.Storage != 'M')) return VX_VR_ALREADY_VALID;
+  if (vr == VX_VR_SQ && (attribute.Length != 0 || attribute.Storage != Stored::InMemory))
+    return VX_VR_ALREADY_VALID;
   if (must_join(attribute, vr)) {
     if (VX_STATUS status = join_pieces(attribute); status != kOk) return status;
   }
-  if (attribute.Length != 0 && attribute.Storage == 'M') {
+  if (attribute.Length != 0 && attribute.Storage == Stored::InMemory) {
     attribute.ValueCount =
         is_numeric_vr(vr) ? static_cast<int32_t>(attribute.Length / vr_width(vr)) : pieces(attribute);
   }
@@ -466,7 +467,7 @@ VX_STATUS reinterpret(MsgObj& object, TagObj& attribute, int32_t vr) {
 
 VX_STATUS set_value_representation(MsgObj& object, TagObj& attribute, int32_t vr) {
   if (!is_vr(vr)) return VX_INVALID_VR_CODE;
-  if (attribute.Storage == 'F' && (attribute.VR == VX_VR_UN || !is_bulk_vr(vr))) {
+  if (attribute.Storage == Stored::InFile && (attribute.VR == VX_VR_UN || !is_bulk_vr(vr))) {
     if (VX_STATUS status = load_file_value(object, attribute); status != kOk) return status;
   }
   switch (attribute.VR) {

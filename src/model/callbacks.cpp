@@ -68,7 +68,7 @@ bool any_registration(const CBObj&) {
 }
 
 void bind(MsgObj& object, TagObj& attribute, const CBObj& record) {
-  const bool bound = attribute.Storage == 'C';
+  const bool bound = attribute.Storage == Stored::ByCallback;
   if (attribute.ValueCount > 0 && (is_private_record(record) || !bound)) return;
   if (!is_bulk_vr(attribute.VR) || attribute.VR == VX_VR_UN) {
     VX_LOG_ERR("VXI_bindCallback", "Ignoring callback for non-OB/OW/OL/OD/OF tag: 0x%8.8lX",
@@ -85,7 +85,7 @@ void bind(MsgObj& object, TagObj& attribute, const CBObj& record) {
     pool_free(Pool::CBObj, copy);
     return;
   }
-  attribute.Storage = 'C';
+  attribute.Storage = Stored::ByCallback;
 }
 
 CNode* find_bound(MsgObj& object, uint32_t tag) {
@@ -161,10 +161,10 @@ void unbind_all(AppObj& app, MsgObj& object) {
   CBObj record;
   for (int32_t index = 0; next_registration(app, index, record, any_registration);) {
     TagObj* attribute = attribute_of(object, record);
-    if (attribute == nullptr || attribute->Storage != 'C') continue;
+    if (attribute == nullptr || attribute->Storage != Stored::ByCallback) continue;
     attribute->ValueCount = 0;
     attribute->Length = 0;
-    attribute->Storage = 'M';
+    attribute->Storage = Stored::InMemory;
     drop_binding(object, *attribute);
   }
 }
@@ -212,7 +212,7 @@ VX_STATUS call_value_callback(MsgObj& object, TagObj& attribute, VX_CALLBACK_REQ
 
 VX_STATUS ask_length(MsgObj& object, TagObj& attribute, uint32_t& length) {
   length = 0;
-  if (attribute.Storage != 'C') return VX_NO_CALLBACK;
+  if (attribute.Storage != Stored::ByCallback) return VX_NO_CALLBACK;
   const VX_STATUS status =
       call_value_callback(object, attribute, VX_REQUEST_LENGTH, &length, nullptr, true, nullptr);
   return status == kOk ? kOk : VX_CALLBACK_CANNOT_COMPLY;

@@ -19,7 +19,7 @@ inline constexpr uint32_t kCodeExtensions = 0x10000;
 // Character sets of one object, looked up once; for a run of values of one object.
 struct CharsetCache {
   bool known = false;
-  VX_STATUS status = VX_NORMAL_COMPLETION;
+  VX_STATUS status = kOk;
   CharsetMasks masks;
 };
 

@@ -37,7 +37,7 @@ VX_STATUS view_text(const TagObj& attribute, const ValueCursor& cursor, char (&s
 // A text to the binary form of a VR from SS on, as set_value does, without an object: for templates.
 VX_STATUS convert_text_to_binary(int32_t vr, std::string_view text, void* buffer, uint32_t& length);
 
-// The VR value check (PS3.5 section 6.2): VX_NORMAL_COMPLETION, VX_INVALID_VALUE_FOR_VR,
+// The VR value check (PS3.5 section 6.2): kOk, VX_INVALID_VALUE_FOR_VR,
 // VX_INVALID_CHARS_IN_VALUE, or a failure to work out the character sets. Text VRs and non-empty values only;
 // all others pass.
 VX_STATUS check_value(MsgObj& object, uint32_t tag, int32_t vr, std::string_view value,

@@ -246,7 +246,7 @@ void begin_value(MsgObj& object, TagObj& attribute, bool& first) {
   if (attribute.ValueCount == 0) first = true;
   if (attribute.Length == 0 && (is_numeric_vr(vr) || vr == VX_VR_SQ || is_one_value_text(vr))) first = true;
   if (!first) return;
-  if (attribute.FirstValue == nullptr && attribute.Storage == 'M' && attribute.Length == 0) {
+  if (attribute.FirstValue == nullptr && attribute.Storage == Stored::InMemory && attribute.Length == 0) {
     attribute.ValueCount = 0;  // nothing to release, the common case of a decode
     attribute.CursorNumber = 0;
     attribute.CursorValue = nullptr;

@@ -148,7 +148,7 @@ VX_STATUS extract_numeric(const TagObj& attribute, int32_t position, Number& num
 
 VX_STATUS value_at(const TagObj& attribute, const ValueCursor& cursor, const ValueObj*& value) {
   value = cursor.value;
-  if (attribute.Storage == 'F') {
+  if (attribute.Storage == Stored::InFile) {
     if (VX_STATUS status = view_file_block(attribute, cursor.number, value); status != kOk) return status;
   }
   if (value == nullptr) return VX_NO_MORE_VALUES;

@@ -369,8 +369,8 @@ VX_STATUS cleared(MsgObj& object, TagObj& attribute, VX_STATUS status) {
 }  // namespace
 
 bool goes_to_file(const MsgObj& object, const TagObj& attribute, uint64_t length) {
-  return object.LargeDataStore != 'M' && length >= static_cast<uint64_t>(object.LargeDataSize) &&
-         attribute.VR != VX_VR_SQ && !is_numeric_vr(attribute.VR) && attribute.Storage != 'C';
+  return object.LargeDataStore != Stored::InMemory && length >= static_cast<uint64_t>(object.LargeDataSize) &&
+         attribute.VR != VX_VR_SQ && !is_numeric_vr(attribute.VR) && attribute.Storage != Stored::ByCallback;
 }
 
 VX_STATUS begin_file_value(MsgObj& object, TagObj& attribute) {
@@ -387,7 +387,7 @@ VX_STATUS begin_file_value(MsgObj& object, TagObj& attribute) {
     attribute.File = file;
     live_files.add(file);
   }
-  attribute.Storage = 'F';
+  attribute.Storage = Stored::InFile;
   return kOk;
 }
 
@@ -567,12 +567,12 @@ PieceWalk::~PieceWalk() {
 }
 
 bool PieceWalk::more() const {
-  if (attribute_.Storage != 'F') return next_ != nullptr;
+  if (attribute_.Storage != Stored::InFile) return next_ != nullptr;
   return attribute_.File != nullptr && static_cast<std::size_t>(number_) < attribute_.File->Values.size();
 }
 
 const ValueObj* PieceWalk::next() {
-  if (attribute_.Storage != 'F') {
+  if (attribute_.Storage != Stored::InFile) {
     const ValueObj* piece = next_;
     if (piece != nullptr) next_ = piece->Next;
     return piece;

@@ -1,6 +1,6 @@
 // Large values on temporary files: blocks of a length word and data, and an index of them in memory.
 //
-// An attribute with Storage 'F' has no value chain; Length and ValueCount keep their meaning, each block
+// An attribute with Stored::InFile has no value chain; Length and ValueCount keep their meaning, each block
 // counting as one value. File 0 holds the item of an offset table, which may be replaced at any time; file 1
 // the data; file 2 takes over before file 1 reaches 2 GiB. All calls need the object's lock.
 #pragma once
@@ -15,7 +15,7 @@ namespace vx {
 extern int64_t file_limit;
 // True if a value whose first piece has `length` bytes belongs on files.
 bool goes_to_file(const MsgObj& object, const TagObj& attribute, uint64_t length);
-// An empty attribute takes Storage 'F'; no file exists before the first write. VX_SYSTEM_ERROR.
+// An empty attribute takes Stored::InFile; no file exists before the first write. VX_SYSTEM_ERROR.
 VX_STATUS begin_file_value(MsgObj& object, TagObj& attribute);
 // Adds bytes at the end. A text is one block for each value; bulk data comes in blocks of OBOW_BUFFER_SIZE.
 // `first`: what was there goes. `last`: the files are closed. A failure has cleared the value.
@@ -59,7 +59,7 @@ class PieceWalk {
   const ValueObj* next_;
   ValueObj* read_ = nullptr;
   int32_t number_ = 0;
-  VX_STATUS status_ = VX_NORMAL_COMPLETION;
+  VX_STATUS status_ = kOk;
 };
 
 }  // namespace vx

@@ -254,7 +254,7 @@ TagObj* new_attribute(uint32_t tag) {
   auto* attribute = new_object<TagObj>(Pool::TagObj);
   if (attribute == nullptr) return nullptr;
   attribute->Tag = tag;
-  attribute->Storage = 'M';
+  attribute->Storage = Stored::InMemory;
   attribute->Template = new_object<ValTagObj>(Pool::ValTagObj);
   if (attribute->Template == nullptr) {
     pool_free(Pool::TagObj, attribute);

@@ -188,7 +188,7 @@ VX_STATUS open_object(Kind kind, const char* name, MsgObj*& out) {
   object->ObjectKind = kind;
   object->ServiceNumber = -1;
   object->Command = 65535;
-  object->LargeDataStore = config_first_char(VX_CFG_LARGE_DATA_STORE);
+  object->LargeDataStore = static_cast<Stored>(config_first_char(VX_CFG_LARGE_DATA_STORE));
   object->LargeDataSize = config_int(VX_CFG_LARGE_DATA_SIZE);
   object->TemplatePending = 1;
   object->TransferSyntax = IMPLICIT_LITTLE_ENDIAN;

@@ -30,13 +30,16 @@ struct ValueObj {
   ValueObj* Next;
 };
 
+// Where the value of an attribute lies. The letters are those of LARGE_DATA_STORE in the profile.
+enum class Stored : char { InMemory = 'M', InFile = 'F', ByCallback = 'C' };
+
 // What finding and reading touch comes first: in a large table each cache line counts.
 struct TagObj {
   uint32_t Tag;
   int32_t VR;
   int32_t ValueCount;
-  uint32_t Length;   // bytes of all values; items in a sequence; kUndefinedLength: not known
-  char Storage;      // 'M' memory, 'F' temporary file, 'C' callback
+  uint32_t Length;  // bytes of all values; items in a sequence; kUndefinedLength: not known
+  Stored Storage;
   char DecoderMark;  // kReadFromUn, kKeptText, or the first letter of OV, SV or UV on an attribute of VR UN
   uint8_t ReadStarted;
   uint8_t ReadFinished;
@@ -55,7 +58,7 @@ struct TagObj {
   uint16_t VMHigh;       // 255: no limit
   uint32_t ValueOffset;  // stream offset of a value that a callback holds
   union {                // owned
-    FileObj* File;       // the blocks of a value on temporary files; Storage 'F'
+    FileObj* File;       // with Stored::InFile: the blocks of a value on temporary files
     ValueObj* KeptText;  // with kKeptText: the text as its stream has it
   };
 };
@@ -81,7 +84,7 @@ struct MsgObj {
   char* ServiceName;  // owned; kNoName when there is none
   int32_t ServiceNumber;
   uint16_t Command;  // 65535 until set
-  char LargeDataStore;
+  Stored LargeDataStore;
   int32_t LargeDataSize;
   int32_t ParentID;   // holder of the sequence that last took this item; 0 for none
   int32_t EntityID;   // of a record in a directory's tree; 0 for none

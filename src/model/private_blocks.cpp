@@ -22,7 +22,7 @@ constexpr uint32_t block_base(uint32_t creator_tag) {
 
 // The creator code that an attribute holds, as it stands in the value; false if it holds no text.
 bool creator_code(const TagObj& attribute, std::string_view& code) {
-  if (!is_text_vr(attribute.VR) || attribute.Storage != 'M') return false;
+  if (!is_text_vr(attribute.VR) || attribute.Storage != Stored::InMemory) return false;
   const ValueObj* value = attribute.FirstValue;
   if (value == nullptr || value->Data == nullptr || value->Length >= kMaxCreatorCode) return false;
   code = trim_right({static_cast<const char*>(value->Data), value->Length});

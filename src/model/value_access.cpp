@@ -49,8 +49,9 @@ VX_STATUS extend_text(TagObj& attribute, const void* data, uint32_t length) {
 
 VX_STATUS store_piece(MsgObj& object, TagObj& attribute, const void* data, uint32_t length, bool first,
                       bool last) {
-  if (!first && is_text_vr(attribute.VR) && attribute.Storage == 'M' && attribute.FirstValue != nullptr &&
-      attribute.FirstValue == attribute.LastValue && attribute.FirstValue->Data != nullptr) {
+  if (!first && is_text_vr(attribute.VR) && attribute.Storage == Stored::InMemory &&
+      attribute.FirstValue != nullptr && attribute.FirstValue == attribute.LastValue &&
+      attribute.FirstValue->Data != nullptr) {
     return extend_text(attribute, data, length);
   }
   return store_value(object, attribute, data, length, {.first = first, .last = last});
@@ -79,14 +80,14 @@ VX_STATUS unlink_current(TagObj& attribute, ValueObj*& taken) {
 VX_STATUS value_count(const TagObj& attribute, int32_t& count) {
   count = 0;
   if (attribute.Length == 0 && attribute.ValueCount <= 1) return without_data(attribute);
-  count = is_bulk_vr(attribute.VR) || attribute.Storage == 'C' ? 1 : attribute.ValueCount;
+  count = is_bulk_vr(attribute.VR) || attribute.Storage == Stored::ByCallback ? 1 : attribute.ValueCount;
   return kOk;
 }
 
 VX_STATUS value_length(MsgObj& object, TagObj& attribute, int32_t number, uint32_t& length) {
   length = 0;
   if (number < 1) return VX_INVALID_VALUE_NUMBER;
-  if (attribute.Storage == 'C') {
+  if (attribute.Storage == Stored::ByCallback) {
     const VX_STATUS status = ask_length(object, attribute, length);
     if (status != kOk) return VX_CALLBACK_CANNOT_COMPLY;
     return length == 0 ? VX_EMPTY_VALUE : kOk;
@@ -99,7 +100,7 @@ VX_STATUS value_length(MsgObj& object, TagObj& attribute, int32_t number, uint32
   if (number > attribute.ValueCount) return VX_INVALID_VALUE_NUMBER;
   if (is_numeric_vr(attribute.VR)) return numeric_length(attribute, length);
   ValueCursor cursor;
-  if (attribute.Storage == 'F') {
+  if (attribute.Storage == Stored::InFile) {
     length = file_block_length(attribute, number);
     return kOk;
   }
@@ -112,7 +113,7 @@ VX_STATUS value_to_buffer(const TagObj& attribute, uint32_t size, void* buffer, 
   if (attribute.VR != VX_VR_UN && attribute.VR != VX_VR_OB && attribute.VR != VX_VR_OW) {
     return VX_INCOMPATIBLE_VR;
   }
-  if (attribute.Storage == 'C') return VX_CALLBACK_REGISTERED;
+  if (attribute.Storage == Stored::ByCallback) return VX_CALLBACK_REGISTERED;
   if (attribute.Length == 0) {
     if (attribute.ValueCount == 0) return VX_EMPTY_VALUE;
     length = 0;
@@ -135,7 +136,7 @@ VX_STATUS value_to_buffer(const TagObj& attribute, uint32_t size, void* buffer, 
 VX_STATUS value_to_function(MsgObj& object, TagObj& attribute, void* user, VX_READER_FUNCTION function) {
   const int32_t vr = attribute.VR;
   if (!is_numeric_vr(vr) && !is_bulk_vr(vr) && vr != VX_VR_UR && vr != VX_VR_UT) return VX_INCOMPATIBLE_VR;
-  if (attribute.Storage == 'C') return read_from_callback(object, attribute, user, function);
+  if (attribute.Storage == Stored::ByCallback) return read_from_callback(object, attribute, user, function);
   if (attribute.Length == 0) return without_data(attribute);
   uint32_t total = 0;
   bool first = true;
@@ -211,7 +212,7 @@ VX_STATUS delete_current_value(MsgObj& object, TagObj& attribute) {
     if (attribute.ValueCount == 0 || attribute.ValueCount < attribute.CursorNumber) return VX_EMPTY_VALUE;
     if (attribute.ValueCount == 1) return VX_NULL_VALUE;
   }
-  if (attribute.Storage == 'F') {
+  if (attribute.Storage == Stored::InFile) {
     const int32_t number = std::max(attribute.CursorNumber, 1);
     const VX_STATUS status = delete_file_block(object, attribute, number);
     if (status == kOk) attribute.CursorNumber = std::max(number - 1, 1);
@@ -238,8 +239,8 @@ VX_STATUS delete_current_value(MsgObj& object, TagObj& attribute) {
 VX_STATUS swap_value(TagObj& attribute) {
   if (attribute.VR == VX_VR_OB) return kOk;
   if (!is_bulk_vr(attribute.VR) || attribute.VR == VX_VR_UN) return VX_INCOMPATIBLE_VR;
-  if (attribute.Storage == 'C') return VX_CALLBACK_REGISTERED;
-  if (attribute.Storage == 'F') return VX_TEMP_FILE_ERROR;
+  if (attribute.Storage == Stored::ByCallback) return VX_CALLBACK_REGISTERED;
+  if (attribute.Storage == Stored::InFile) return VX_TEMP_FILE_ERROR;
   if (attribute.Length == 0) return without_data(attribute);
   const uint32_t width = vr_width(attribute.VR);
   uint8_t* split[8];  // the bytes so far of an element that lies in two pieces or more

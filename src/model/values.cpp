@@ -24,7 +24,7 @@ namespace {
 
 // Numeric values count by number: their cursor has no place in the chain.
 bool counts_by_number(const TagObj& attribute) {
-  return is_numeric_vr(attribute.VR) || attribute.Storage == 'F';
+  return is_numeric_vr(attribute.VR) || attribute.Storage == Stored::InFile;
 }
 
 void free_chain(ValueObj* value) {
@@ -300,7 +300,7 @@ void append_value(TagObj& attribute, ValueObj* value, int32_t count, uint32_t le
 }
 
 VX_STATUS append_null(TagObj& attribute) {
-  if (attribute.Storage == 'F') return append_null_to_file(attribute);
+  if (attribute.Storage == Stored::InFile) return append_null_to_file(attribute);
   ValueObj* value = new_piece(attribute, 0);
   if (value == nullptr) return VX_SYSTEM_ERROR;
   append_value(attribute, value, 1, 0);
@@ -340,7 +340,7 @@ VX_STATUS adopt_item(MsgObj* holder, const TagObj& attribute, MsgObj* item) {
 // --- Clearing and storing ---
 
 void clear_value(MsgObj& object, TagObj& attribute, bool keep_callback, bool free_items) {
-  if (attribute.Storage == 'C') {
+  if (attribute.Storage == Stored::ByCallback) {
     if (config_bool(VX_CFG_USE_FREE_DATA_CALLBACK)) {
       const VX_STATUS status =
           call_value_callback(object, attribute, VX_FREE_DATA, nullptr, nullptr, false, nullptr);
@@ -352,11 +352,11 @@ void clear_value(MsgObj& object, TagObj& attribute, bool keep_callback, bool fre
     }
     if (!keep_callback) {
       drop_binding(object, attribute);
-      attribute.Storage = 'M';
+      attribute.Storage = Stored::InMemory;
     }
-  } else if (attribute.Storage == 'F') {
+  } else if (attribute.Storage == Stored::InFile) {
     release_file_value(attribute);
-    attribute.Storage = 'M';
+    attribute.Storage = Stored::InMemory;
   }
   clear_chain(attribute, free_items);
   if (attribute.Tag == kPixelData && object.EncapsulationState != nullptr &&
@@ -368,8 +368,9 @@ void clear_value(MsgObj& object, TagObj& attribute, bool keep_callback, bool fre
 VX_STATUS store_value(MsgObj& object, TagObj& attribute, const void* data, uint32_t length,
                       StoreFlags flags) {
   if (data == nullptr || length == 0) {
-    if (!flags.last || attribute.Storage == 'M') return kOk;
-    if (attribute.Storage == 'F') return append_to_file(object, attribute, nullptr, 0, false, true);
+    if (!flags.last || attribute.Storage == Stored::InMemory) return kOk;
+    if (attribute.Storage == Stored::InFile)
+      return append_to_file(object, attribute, nullptr, 0, false, true);
     return provide(object, attribute, nullptr, 0, flags.first, true);
   }
   if (attribute.VR == VX_VR_SQ) return VX_INCOMPATIBLE_VR;
@@ -377,12 +378,13 @@ VX_STATUS store_value(MsgObj& object, TagObj& attribute, const void* data, uint3
     return VX_INVALID_LENGTH_FOR_VR;
   }
   if (flags.first) attribute.ValueCount = 0;
-  if (attribute.Storage == 'C') return store_in_callback(object, attribute, data, length, flags);
-  if (flags.first && attribute.Storage == 'M' && goes_to_file(object, attribute, length)) {
+  if (attribute.Storage == Stored::ByCallback)
+    return store_in_callback(object, attribute, data, length, flags);
+  if (flags.first && attribute.Storage == Stored::InMemory && goes_to_file(object, attribute, length)) {
     clear_chain(attribute, false);
     if (VX_STATUS status = begin_file_value(object, attribute); status != kOk) return status;
   }
-  if (attribute.Storage == 'F') return store_in_file(object, attribute, data, length, flags);
+  if (attribute.Storage == Stored::InFile) return store_in_file(object, attribute, data, length, flags);
   void* room = nullptr;
   const VX_STATUS status = reserve_value(object, attribute, length, flags.first, room);
   if (status == kOk) copy_in_order(attribute.VR, room, data, length, flags);
@@ -391,7 +393,7 @@ VX_STATUS store_value(MsgObj& object, TagObj& attribute, const void* data, uint3
 
 VX_STATUS reserve_value(MsgObj& /*object*/, TagObj& attribute, uint32_t length, bool first, void*& data) {
   data = nullptr;
-  if (attribute.Storage != 'M') return VX_SYSTEM_ERROR;
+  if (attribute.Storage != Stored::InMemory) return VX_SYSTEM_ERROR;
   if (first) clear_chain(attribute, false);
   return length == 0 ? kOk : extend_chain(attribute, length, data);
 }

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "frame/log.h"
+#include "frame/text.h"
 #include "model/charset_scan.h"
 #include "model/convert.h"
 #include "model/dictionary.h"
@@ -68,14 +69,8 @@ uint8_t class_of(char byte) {
   return kClasses[static_cast<uint8_t>(byte)];
 }
 
-constexpr bool is_digit(char byte) {
-  return byte >= '0' && byte <= '9';
-}
 constexpr bool is_letter(char byte) {
   return (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z');
-}
-constexpr bool is_hex(char byte) {
-  return is_digit(byte) || (byte >= 'A' && byte <= 'F') || (byte >= 'a' && byte <= 'f');
 }
 // The byte at a position, NUL behind the end.
 char byte_at(std::string_view text, std::size_t position) {
@@ -268,7 +263,7 @@ VX_STATUS check_ur(const Value& value) {
       }
     } else if (byte == '%') {
       if (i + 2 >= text.size()) return kInvalid;
-      if (!is_hex(text[i + 1]) || !is_hex(text[i + 2])) return kBadCharacter;
+      if (hex_digit(text[i + 1]) < 0 || hex_digit(text[i + 2]) < 0) return kBadCharacter;
     }
   }
   return scheme ? kInvalid : kOk;

@@ -398,14 +398,14 @@ class Duplicator {
     to->VMHigh = from.VMHigh;
     to->Template = from.Template;
     to->DecoderMark = from.DecoderMark == kKeptText ? char{} : from.DecoderMark;
-    to->Storage = from.Storage == 'C' ? 'C' : 'M';
+    to->Storage = from.Storage == Stored::ByCallback ? Stored::ByCallback : Stored::InMemory;
     VX_STATUS status = kOk;
     if (from.Tag == kPixelData) {
       status = copy_pixels(from, *to);
       if (status == VX_EMPTY_VALUE) status = kOk;
     } else if (from.VR == VX_VR_SQ) {
       status = copy_items(from, *to);
-    } else if (from.Storage == 'C') {
+    } else if (from.Storage == Stored::ByCallback) {
       status = copy_from_callback(from, *to);
     } else {
       status = copy_chain(from, *to);
@@ -422,7 +422,7 @@ class Duplicator {
   }
 
   VX_STATUS copy_chain(const TagObj& from, TagObj& to) const {
-    if (from.Storage == 'F') return copy_file(from, to);
+    if (from.Storage == Stored::InFile) return copy_file(from, to);
     for (const ValueObj* value = from.FirstValue; value != nullptr; value = value->Next) {
       ValueObj* copy = new_piece(to, value->Length);
       if (copy == nullptr) return VX_SYSTEM_ERROR;
@@ -490,11 +490,11 @@ class Duplicator {
 
   VX_STATUS copy_pixels(TagObj& from, TagObj& to) {
     if (!from_encapsulated_ && !to_encapsulated_) {
-      return from.Storage == 'C' ? copy_from_callback(from, to) : copy_chain(from, to);
+      return from.Storage == Stored::ByCallback ? copy_from_callback(from, to) : copy_chain(from, to);
     }
     if (to_encapsulated_ && source_.TransferSyntax == syntax_ && codecs_.compressor == nullptr) {
       to.VR = VX_VR_OB;
-      return from.Storage == 'C' ? copy_from_callback(from, to) : copy_chain(from, to);
+      return from.Storage == Stored::ByCallback ? copy_from_callback(from, to) : copy_chain(from, to);
     }
     const std::string label =
         from_encapsulated_ ? decompressed_photometric(source_, source_.TransferSyntax) : "";
@@ -562,7 +562,7 @@ class Duplicator {
   VX_STATUS compress_pixels(TagObj& from, TagObj& to, bool to_rgb) {
     to.VR = from.VR;
     FrameFeeder feeder(*target_, to);
-    if (from.Length == 0 && from.Storage != 'C') return copy_chain(from, to);
+    if (from.Length == 0 && from.Storage != Stored::ByCallback) return copy_chain(from, to);
     if (VX_STATUS status = feeder.begin(); status != kOk) return status;
     const uint64_t uneven = from_encapsulated_ ? 0 : uneven_bits(source_);
     uint64_t left =

@@ -151,7 +151,7 @@ bool starts_at_a_byte(MsgObj& object, uint32_t frame) {
 VX_STATUS get_native_frame(MsgObj& object, TagObj& attribute, uint32_t frame, void* user,
                            VX_Get_Encapsulated_Callback callback) {
   if (frame >= frame_count(object)) return VX_NO_MORE_VALUES;
-  if (attribute.Length == 0 && attribute.Storage != 'C') return without_data(attribute);
+  if (attribute.Length == 0 && attribute.Storage != Stored::ByCallback) return without_data(attribute);
   uint64_t bytes = 0;
   if (VX_STATUS status = frame_bytes(object, bytes); status != kOk) return status;
   if (!starts_at_a_byte(object, frame)) return VX_EMPTY_VALUE;

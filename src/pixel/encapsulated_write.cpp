@@ -61,11 +61,11 @@ VX_STATUS write_table_to_file(MsgObj& object, TagObj& attribute, const OffsetTab
 
 VX_STATUS store_first_table(MsgObj& object, TagObj& attribute, const OffsetTable* table) {
   const uint32_t size = kItemHeader + (table != nullptr ? table->Length : 0);
-  if (attribute.Storage == 'C') {
+  if (attribute.Storage == Stored::ByCallback) {
     attribute.Length = 0;
     return provide_table(object, attribute, table, size);
   }
-  if (attribute.Storage == 'F') return write_table_to_file(object, attribute, table, false);
+  if (attribute.Storage == Stored::InFile) return write_table_to_file(object, attribute, table, false);
   void* room = nullptr;
   const VX_STATUS status = reserve_value(object, attribute, size, true, room);
   if (status == kOk) write_table_item(static_cast<uint8_t*>(room), table);
@@ -74,9 +74,9 @@ VX_STATUS store_first_table(MsgObj& object, TagObj& attribute, const OffsetTable
 
 // The first piece of a value in memory holds the table's item and nothing else; it grows by doubling.
 VX_STATUS rewrite_table(MsgObj& object, TagObj& attribute, const OffsetTable* table) {
-  if (attribute.Storage == 'C') return provide_table(object, attribute, table, 4);
+  if (attribute.Storage == Stored::ByCallback) return provide_table(object, attribute, table, 4);
   const uint32_t size = kItemHeader + table->Length;
-  if (attribute.Storage == 'F') {
+  if (attribute.Storage == Stored::InFile) {
     if (file_block_length(attribute, 1) + 4 != size) return VX_SYSTEM_ERROR;
     return write_table_to_file(object, attribute, table, true);
   }
@@ -120,7 +120,7 @@ VX_STATUS store_item(MsgObj& object, TagObj& attribute, const void* data, uint32
     store_tag(bytes, kItemTag, false);
     store32(bytes + 4, size + pad, false);
   };
-  if (attribute.Storage != 'M') {
+  if (attribute.Storage != Stored::InMemory) {
     uint8_t bytes[kItemHeader];
     header(bytes);
     VX_STATUS status = store_value(object, attribute, bytes, sizeof bytes, {.first = false, .last = false});
@@ -229,11 +229,11 @@ class FrameWriter {
         return status;
       }
     }
-    if (attribute_.Storage == 'C') {
+    if (attribute_.Storage == Stored::ByCallback) {
       uint32_t size = length;
       return call_value_callback(object_, attribute_, VX_PROVIDE_LENGTH, &size, nullptr, false, nullptr);
     }
-    if (attribute_.Storage == 'F') return patch_fragment_length(attribute_, length);
+    if (attribute_.Storage == Stored::InFile) return patch_fragment_length(attribute_, length);
     const ValueObj* item = attribute_.FirstValue != nullptr ? attribute_.FirstValue->Next : nullptr;
     if (item == nullptr || item->Length < kItemHeader) return VX_SYSTEM_ERROR;
     store32(static_cast<uint8_t*>(item->Data) + 4, length, false);

@@ -26,8 +26,8 @@ VX_STATUS ValueSource::at(uint32_t position, ValueObj*& piece, uint32_t& piece_s
                           uint32_t& size) {
   data = nullptr;
   size = 0;
-  if (attribute_.Storage == 'C') return from_callback(position, data, size);
-  if (attribute_.Storage == 'F') return from_file(position, data, size);
+  if (attribute_.Storage == Stored::ByCallback) return from_callback(position, data, size);
+  if (attribute_.Storage == Stored::InFile) return from_file(position, data, size);
   if (piece == nullptr || position < piece_start) {
     piece = attribute_.FirstValue;
     piece_start = 0;
@@ -257,7 +257,7 @@ void read_marks(ValueSource& source, uint32_t at, uint32_t length, bool& begins,
 // True if the frame begins and ends with a fragment where the table says so.
 bool table_holds(MsgObj& object, TagObj& attribute, const OFFSET_TABLE_CONTEXT& context, uint32_t frame) {
   const OffsetTable& table = *context.MainTable;
-  if (attribute.Storage == 'C' || frame >= table.count()) return true;
+  if (attribute.Storage == Stored::ByCallback || frame >= table.count()) return true;
   ValueSource source(object, attribute);
   source.begin_at(context.Piece, context.PieceStart);
   const bool last = frame + 1 == table.count();
@@ -280,7 +280,8 @@ bool table_holds(MsgObj& object, TagObj& attribute, const OFFSET_TABLE_CONTEXT& 
 
 VX_STATUS find_fragments(MsgObj& object, TagObj& attribute, OFFSET_TABLE_CONTEXT& context) {
   const uint32_t frames = frame_count(object);
-  if (frames == 1 || attribute.Storage == 'C' || table_in_use(context, frames) != nullptr) return kOk;
+  if (frames == 1 || attribute.Storage == Stored::ByCallback || table_in_use(context, frames) != nullptr)
+    return kOk;
   ValueSource source(object, attribute);
   FoundFrames fragments;
   FoundFrames streams;

@@ -42,7 +42,7 @@ class ValueSource {
   uint32_t block_start_ = 0;
 };
 
-// Where the data of the fragments goes. VX_NORMAL_COMPLETION goes on.
+// Where the data of the fragments goes. kOk goes on.
 struct StripSink {
   VX_Get_Encapsulated_Callback callback;
   void* user;
@@ -57,7 +57,7 @@ class Stripper {
 
   // A new frame starts at the context's position.
   void start_frame();
-  // Walks until VX_END_OF_FRAME, VX_END_OF_DATA (behind the last frame), a failure, or VX_NORMAL_COMPLETION:
+  // Walks until VX_END_OF_FRAME, VX_END_OF_DATA (behind the last frame), a failure, or kOk:
   // the value ended without telling. `emit`: the data goes to the sink.
   VX_STATUS walk(bool emit);
 

@@ -31,32 +31,34 @@ VX_STATUS each_piece(MsgObj& object, TagObj& attribute, Take take) {
       return take(static_cast<const char*>(data), size);
     }
   };
-  VX_STATUS status = VX_NORMAL_COMPLETION;
-  if (attribute.Storage == 'M') {
+  VX_STATUS status = kOk;
+  if (attribute.Storage == Stored::InMemory) {
     for (const ValueObj* piece = attribute.FirstValue; piece != nullptr; piece = piece->Next) {
       const auto* bytes = static_cast<const char*>(piece->Data);
       const std::size_t size = bytes != nullptr ? piece->Length : 0;
-      for (std::size_t at = 0; at < size && status == VX_NORMAL_COMPLETION; at += kStep)
+      for (std::size_t at = 0; at < size && status == kOk; at += kStep)
         status = in_order(bytes + at, std::min(kStep, size - at));
     }
     return status;
   }
   const auto reader = [](int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
-    if (size == 0) return VX_STATUS{VX_NORMAL_COMPLETION};
+    if (size == 0) return VX_STATUS{kOk};
     return no_throw([&] { return (*static_cast<decltype(in_order)*>(user))(data, size); });
   };
   auto work = in_order;
   status = value_to_function(object, attribute, &work, reader);
   // Nothing, or a callback that holds nothing.
-  const bool empty = status == VX_NULL_VALUE || (status == VX_EMPTY_VALUE && attribute.Storage == 'C');
-  return empty ? VX_STATUS{VX_NORMAL_COMPLETION} : status;
+  const bool empty =
+      status == VX_NULL_VALUE || (status == VX_EMPTY_VALUE && attribute.Storage == Stored::ByCallback);
+  return empty ? VX_STATUS{kOk} : status;
 }
 
 }  // namespace
 
 bool wide_integers(const TagObj& attribute, std::string& bytes) {
   const char letter = wide_letter(attribute);
-  if ((letter != 'S' && letter != 'U') || attribute.Storage != 'M' || attribute.Length % kWideWidth != 0)
+  if ((letter != 'S' && letter != 'U') || attribute.Storage != Stored::InMemory ||
+      attribute.Length % kWideWidth != 0)
     return false;
   bytes.clear();
   for (const ValueObj* piece = attribute.FirstValue; piece != nullptr; piece = piece->Next) {
@@ -82,16 +84,17 @@ bool is_in_fragments(MsgObj& object, const TagObj& attribute) {
   if (attribute.Tag != kPixelData) return false;
   VX_TRANSFER_SYNTAX syntax = 0;
   Encoding encoding{};
-  if (get_message_syntax(object, syntax) == VX_NORMAL_COMPLETION &&
-      syntax_encoding(syntax, encoding) == VX_NORMAL_COMPLETION && encoding.encapsulated)
+  if (get_message_syntax(object, syntax) == kOk && syntax_encoding(syntax, encoding) == kOk &&
+      encoding.encapsulated)
     return true;
-  if (attribute.Storage == 'C') return attribute.Length == kUndefinedLength;
+  if (attribute.Storage == Stored::ByCallback) return attribute.Length == kUndefinedLength;
   const auto bytes = [](const ValueObj* piece) {
     return piece != nullptr && piece->Data != nullptr
                ? std::string_view(static_cast<const char*>(piece->Data), piece->Length)
                : std::string_view();
   };
-  return attribute.Storage == 'M' && are_fragments(bytes(attribute.FirstValue), bytes(attribute.LastValue));
+  return attribute.Storage == Stored::InMemory &&
+         are_fragments(bytes(attribute.FirstValue), bytes(attribute.LastValue));
 }
 
 VX_STATUS add_base64(MsgObj& object, TagObj& attribute, TextOutput& output) {

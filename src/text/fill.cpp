@@ -48,8 +48,8 @@ void keep_fragments(FillTarget& item) {
   while (top->holder != nullptr) top = top->holder;
   VX_TRANSFER_SYNTAX syntax = 0;
   Encoding encoding{};
-  if (get_message_syntax(top->object, syntax) != VX_NORMAL_COMPLETION ||
-      syntax_encoding(syntax, encoding) != VX_NORMAL_COMPLETION || !encoding.encapsulated)
+  if (get_message_syntax(top->object, syntax) != kOk || syntax_encoding(syntax, encoding) != kOk ||
+      !encoding.encapsulated)
     return;
   item.object.SyntaxSet = 1;
   item.object.TransferSyntax = syntax;
@@ -102,18 +102,18 @@ std::string_view FillTarget::encoded(uint32_t tag, std::string_view utf8, std::s
 }
 
 VX_STATUS FillTarget::finish() {
-  if (!utf8_untold || set.kind != TextSet::Kind::None) return VX_NORMAL_COMPLETION;
+  if (!utf8_untold || set.kind != TextSet::Kind::None) return kOk;
   TagObj* attribute = find_tag(object, kSpecificCharacterSet);
-  VX_STATUS status = VX_NORMAL_COMPLETION;
+  VX_STATUS status = kOk;
   if (attribute == nullptr) status = add_standard_attribute(object, kSpecificCharacterSet, &attribute);
-  if (status == VX_NORMAL_COMPLETION) status = set_text(object, *attribute, "ISO_IR 192", true, nullptr);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status == kOk) status = set_text(object, *attribute, "ISO_IR 192", true, nullptr);
+  if (status != kOk) return status;
   VX_LOG_INF(function, "(0008,0005) says ISO_IR 192 now, for text beyond ASCII under no character set");
   return status;
 }
 
 bool is_stored(VX_STATUS status, int32_t vr) {
-  return status == VX_NORMAL_COMPLETION ||
+  return status == kOk ||
          (is_text_vr(vr) && (status == VX_INVALID_CHARS_IN_VALUE || status == VX_INVALID_VALUE_FOR_VR));
 }
 
@@ -136,7 +136,7 @@ VX_STATUS append_wide_integer(std::string_view letters, std::string_view text, s
   if (text.empty() || read.ec == std::errc::invalid_argument || read.ptr != end) return VX_INCOMPATIBLE_VALUE;
   if (read.ec != std::errc{}) return VX_VALUE_OUT_OF_RANGE;
   for (unsigned shift = 0; shift < 64; shift += 8) bytes += static_cast<char>((number >> shift) & 0xFFU);
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 void take_vr(FillTarget& target, TagObj& attribute, int32_t vr, std::string_view letters) {
@@ -166,7 +166,7 @@ VX_STATUS fill_text(FillTarget& target, TagObj& attribute, std::string_view utf8
   CharsetCache* charsets = attribute.Tag > kSpecificCharacterSet ? &target.charsets : nullptr;
   const auto set = keeps_stream_form() ? set_text_as_it_is : set_text;
   const VX_STATUS status = set(target.object, attribute, text, first, charsets);
-  return status == VX_NORMAL_COMPLETION && !whole ? VX_STATUS{VX_INVALID_CHARS_IN_VALUE} : status;
+  return status == kOk && !whole ? VX_STATUS{VX_INVALID_CHARS_IN_VALUE} : status;
 }
 
 VX_STATUS fill_tag(FillTarget& target, TagObj& attribute, std::string_view digits, int base, bool first) {
@@ -211,7 +211,7 @@ VX_STATUS fill_bytes(FillTarget& target, TagObj& attribute, std::string& bytes) 
       attribute.Tag == kPixelData && target.holder != nullptr && are_fragments(bytes, bytes);
   const VX_STATUS status =
       value_from_buffer(target.object, attribute, bytes.data(), static_cast<uint32_t>(bytes.size()));
-  if (status != VX_NORMAL_COMPLETION) {
+  if (status != kOk) {
     VX_LOG_ERR(target.function, "Failed to set value for attribute 0x%8.8X, error \"%s\"", attribute.Tag,
                status_text(status));
   } else if (fragments) {

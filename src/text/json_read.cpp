@@ -95,7 +95,7 @@ void JsonReader::pick(std::size_t object, const char* const (&names)[N], std::si
 // By their tags, in the order of the document where these are equal.
 VX_STATUS JsonReader::members(FillTarget& target, std::size_t object) {
   std::vector<Member> members;
-  VX_STATUS result = VX_NORMAL_COMPLETION;
+  VX_STATUS result = kOk;
   for (auto place = text_.inside(object); text_.next(place);) {
     Member member{0, place.value};
     const std::string_view key = text_.string(place.key, string_);
@@ -120,7 +120,7 @@ VX_STATUS JsonReader::members(FillTarget& target, std::size_t object) {
     }
     const std::size_t lost = lost_;
     const VX_STATUS status = member(target, one);
-    if (status == VX_NORMAL_COMPLETION) continue;
+    if (status == kOk) continue;
     result = status;
     if (lost_ == lost) {
       VX_LOG_INF(kFunction, "Attribute '0x%8.8X' is stored as it is: %s", one.tag, status_text(status));
@@ -131,7 +131,7 @@ VX_STATUS JsonReader::members(FillTarget& target, std::size_t object) {
     VX_LOG_ERR(kFunction, "|   at byte %zu of the text", one.value);
   }
   const VX_STATUS finished = target.finish();
-  return finished != VX_NORMAL_COMPLETION ? finished : result;
+  return finished != kOk ? finished : result;
 }
 
 enum { kVr, kInlineBinary, kValue, kBulkDataUri };
@@ -155,13 +155,13 @@ VX_STATUS JsonReader::creator(FillTarget& target, uint32_t tag, const std::size_
     return VX_REQUIRED_VALUE_MISSING;
   std::string name(code);
   const VX_STATUS status = add_private_block(target.object, name, tag_group(tag), nullptr, tag, kFunction);
-  if (status != VX_NORMAL_COMPLETION) {
+  if (status != kOk) {
     VX_LOG_ERR(kFunction, "Unable to add private creator (%.4X,%.4x) \"%s\": %s (ignoring)", tag_group(tag),
                tag_element(tag), name.c_str(), status_text(status));
     return status;
   }
   target.note_creator(tag, std::move(name));
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // The block that the document names may lie elsewhere in the object.
@@ -175,24 +175,24 @@ VX_STATUS JsonReader::find_private(FillTarget& target, uint32_t tag, int32_t vr,
   }
   const auto element = static_cast<uint8_t>(tag & 0xFFU);
   VX_STATUS status = add_private_attribute(target.object, code, tag_group(tag), element, vr);
-  if (status != VX_NORMAL_COMPLETION && status != VX_TAG_ALREADY_EXISTS) {
+  if (status != kOk && status != VX_TAG_ALREADY_EXISTS) {
     VX_LOG_ERR(kFunction, "Unable to add private attribute (%.4X,%.4x) \"%s\": %s (ignoring)", tag_group(tag),
                tag_element(tag), code.c_str(), status_text(status));
     return status;
   }
   uint32_t place = 0;
   status = private_tag(target.object, code, tag_group(tag), element, place);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   attribute = find_tag(target.object, place);
-  return attribute != nullptr ? VX_STATUS{VX_NORMAL_COMPLETION} : VX_STATUS{VX_INVALID_TAG};
+  return attribute != nullptr ? VX_STATUS{kOk} : VX_STATUS{VX_INVALID_TAG};
 }
 
 VX_STATUS JsonReader::find_standard(FillTarget& target, uint32_t tag, int32_t vr, TagObj*& attribute) {
   attribute = find_tag(target.object, tag);
-  if (attribute != nullptr) return VX_NORMAL_COMPLETION;
+  if (attribute != nullptr) return kOk;
   VX_STATUS status = add_standard_attribute(target.object, tag, &attribute);
   if (status == VX_INVALID_TAG) status = add_nonstandard_attribute(target.object, tag, vr, &attribute);
-  if (status != VX_NORMAL_COMPLETION) {
+  if (status != kOk) {
     VX_LOG_ERR(kFunction, "Error adding tag (%4.4x,%4.4x): \"%s\"", tag_group(tag), tag_element(tag),
                status_text(status));
   } else if (attribute == nullptr) {
@@ -219,14 +219,14 @@ VX_STATUS JsonReader::member(FillTarget& target, const Member& member) {
     return VX_INVALID_VR_IN_STREAM;
   }
   // The length of a private group belongs to no block; every writer makes it anew.
-  if (is_private(member.tag) && tag_element(member.tag) == 0) return VX_NORMAL_COMPLETION;
+  if (is_private(member.tag) && tag_element(member.tag) == 0) return kOk;
   TagObj* attribute = nullptr;
   const bool is_creator = is_private_creator(member.tag);
   VX_STATUS status = is_creator               ? creator(target, member.tag, parts)
                      : is_private(member.tag) ? find_private(target, member.tag, vr, attribute)
                                               : find_standard(target, member.tag, vr, attribute);
-  if (status != VX_NORMAL_COMPLETION) ++lost_;
-  if (status != VX_NORMAL_COMPLETION || is_creator) return status;
+  if (status != kOk) ++lost_;
+  if (status != kOk || is_creator) return status;
   take_vr(target, *attribute, vr, vr_name);
   status = value(target, *attribute, parts, vr_name);
   if (vr != VX_VR_SQ && !is_stored(status, vr)) ++lost_;
@@ -260,7 +260,7 @@ VX_STATUS JsonReader::value(FillTarget& target, TagObj& attribute, const std::si
 
 VX_STATUS JsonReader::items(FillTarget& target, TagObj& attribute, std::size_t value) {
   bool first = true;
-  VX_STATUS result = VX_NORMAL_COMPLETION;
+  VX_STATUS result = kOk;
   if (is(value, JsonKind::Array)) {
     for (auto place = text_.inside(value); text_.next(place); first = false) {
       if (target.depth >= kMaxNesting) {
@@ -269,7 +269,7 @@ VX_STATUS JsonReader::items(FillTarget& target, TagObj& attribute, std::size_t v
       }
       MsgObj* item = nullptr;
       VX_STATUS status = open_object(Kind::Item, kNoName, item);
-      if (status != VX_NORMAL_COMPLETION) {
+      if (status != kOk) {
         VX_LOG_ERR(kFunction, "Failed to create a new Item for attribute '0x%8.8X': %s.", attribute.Tag,
                    status_text(status));
         ++lost_;
@@ -277,7 +277,7 @@ VX_STATUS JsonReader::items(FillTarget& target, TagObj& attribute, std::size_t v
       }
       const int32_t id = item->ID;
       status = set_value(target.object, attribute, VX_INT_TYPE, &id, first);
-      if (status != VX_NORMAL_COMPLETION) {
+      if (status != kOk) {
         VX_LOG_ERR(kFunction, "Failed to add item '%d' to sequence attribute '0x%8.8X': %s.", id,
                    attribute.Tag, status_text(status));
         free_item(*item, true);
@@ -289,7 +289,7 @@ VX_STATUS JsonReader::items(FillTarget& target, TagObj& attribute, std::size_t v
       const bool is_item = is(place.value, JsonKind::Object);
       status = is_item ? members(inner, place.value) : VX_INCOMPATIBLE_VALUE;
       if (!is_item) ++lost_;
-      if (status != VX_NORMAL_COMPLETION) result = status;
+      if (status != kOk) result = status;
       if (lost_ != lost) {
         VX_LOG_ERR(kFunction, "Failed to add item '%d' to sequence attribute '0x%8.8X': %s.", id,
                    attribute.Tag, status_text(status));
@@ -309,7 +309,7 @@ VX_STATUS JsonReader::wide_integers(FillTarget& target, TagObj& attribute, std::
     const bool number = is(place.value, JsonKind::Number);
     const VX_STATUS status =
         append_wide_integer(vr, number ? text_.number(place.value) : string(place.value), bytes);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
   }
   return fill_bytes(target, attribute, bytes);
 }
@@ -329,9 +329,9 @@ VX_STATUS JsonReader::binary_numbers(FillTarget& target, TagObj& attribute, std:
     for (uint32_t at = 0; at < length; at += 4) {
       const uint32_t tag = load32(bytes.data() + at, false);
       const VX_STATUS status = set_value(target.object, attribute, VX_UINT_TYPE, &tag, at == 0);
-      if (status != VX_NORMAL_COMPLETION) return status;
+      if (status != kOk) return status;
     }
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   StoreFlags flags;
   flags.from_stream = true;
@@ -430,7 +430,7 @@ VX_STATUS JsonReader::values(FillTarget& target, TagObj& attribute, std::size_t 
     VX_LOG_ERR(kFunction, "Incompatible JSON value type for attribute 0x%8.8X", attribute.Tag);
     return VX_INCOMPATIBLE_VALUE;
   }
-  VX_STATUS result = VX_NORMAL_COMPLETION;
+  VX_STATUS result = kOk;
   bool first = true;
   for (auto place = text_.inside(values); text_.next(place);) {
     const JsonKind kind = text_.kind(place.value);
@@ -443,7 +443,7 @@ VX_STATUS JsonReader::values(FillTarget& target, TagObj& attribute, std::size_t 
     }
     const VX_STATUS status = element(target, attribute, place.value, first);
     first = false;
-    if (status == VX_NORMAL_COMPLETION) continue;
+    if (status == kOk) continue;
     if (!is_stored(status, attribute.VR)) ++lost_;
     result = status;
   }
@@ -459,7 +459,7 @@ VX_STATUS json_to_object(MsgObj& object, int32_t options, void* user, VX_TEXT_IN
     gathered.add(block);
     return true;
   });
-  if (given != VX_NORMAL_COMPLETION) {
+  if (given != kOk) {
     VX_LOG_ERR(kFunction, "JsonCallback failed, unable to read JSON data");
     VX_LOG_ERR(kFunction, "JsonToMessage failed, unable to read JSON data");
     return VX_CALLBACK_CANNOT_COMPLY;
@@ -475,7 +475,7 @@ VX_STATUS json_to_object(MsgObj& object, int32_t options, void* user, VX_TEXT_IN
     return VX_SYSTEM_ERROR;
   }
   const Guard guard(object.Semaphore);
-  if (const VX_STATUS status = decode_all(object); status != VX_NORMAL_COMPLETION) return status;
+  if (const VX_STATUS status = decode_all(object); status != kOk) return status;
   FillTarget target{object, text_set_of(object, TextSet{}), 0, kFunction};
   return JsonReader(text, options).members(target, text.top());
 }

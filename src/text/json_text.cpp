@@ -1,4 +1,5 @@
 #include "text/json_text.h"
+#include "frame/text.h"
 
 #include <algorithm>
 #include <array>
@@ -22,16 +23,6 @@ constexpr std::array<uint8_t, 256> kStringClass = [] {
   classes['\\'] = kBackslash;
   return classes;
 }();
-
-bool is_digit(char c) {
-  return c >= '0' && c <= '9';
-}
-
-int hex_digit(char c) {
-  if (is_digit(c)) return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-}
 
 // Four hexadecimal digits, -1 if they are not.
 int32_t unit_at(std::string_view text, std::size_t at) {

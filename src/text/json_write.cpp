@@ -189,8 +189,8 @@ VX_STATUS JsonWriter::object(MsgObj& object, const TextSet& inherited) {
     }
     whole_ = true;
     if (a->DecoderMark == kKeptText) warn_of_rest(kFunction, *a);
-    if (status == VX_NORMAL_COMPLETION) status = output_.pause();
-    if (status == VX_NORMAL_COMPLETION) continue;
+    if (status == kOk) status = output_.pause();
+    if (status == kOk) continue;
     VX_LOG_ERR(
         kFunction,
         "jsWriteDcmAttribute failed to write DICOM attribute for attribute %4.4X%4.4X to JSON, error \"%s\"",
@@ -198,15 +198,15 @@ VX_STATUS JsonWriter::object(MsgObj& object, const TextSet& inherited) {
     return status;
   }
   close('}');
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS JsonWriter::attribute(MsgObj& object, TagObj& attribute, const TextSet& set) {
   NumberText name;
   key(tag_text(attribute.Tag, name));
   open('{');
-  VX_STATUS status = VX_NORMAL_COMPLETION;
-  const bool held = attribute.Storage == 'C';
+  VX_STATUS status = kOk;
+  const bool held = attribute.Storage == Stored::ByCallback;
   const bool has_value =
       held || (attribute.ValueCount != 0 && !(attribute.ValueCount == 1 && attribute.Length == 0));
   if (!has_value) {
@@ -220,12 +220,12 @@ VX_STATUS JsonWriter::attribute(MsgObj& object, TagObj& attribute, const TextSet
   } else {
     status = values(attribute, set);
   }
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   char letters[2];
   key("vr");
   quoted(stream_letters(attribute, letters));
   close('}');
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS JsonWriter::items(const TagObj& attribute, const TextSet& set) {
@@ -236,24 +236,24 @@ VX_STATUS JsonWriter::items(const TagObj& attribute, const TextSet& set) {
     if (item == nullptr) continue;
     next();
     const VX_STATUS status = object(*item, set);
-    if (status != VX_NORMAL_COMPLETION) {
+    if (status != kOk) {
       VX_LOG_ERR(kFunction, "jsWriteDcmItem failed for attribute %lX, error \"%s\"",
                  static_cast<unsigned long>(attribute.Tag), status_text(status));
       return status;
     }
   }
   close(']');
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS JsonWriter::bulk(MsgObj& object, TagObj& attribute) {
   const bool pixels = attribute.Tag == kPixelData;
   const int32_t wanted = pixels ? VX_JSON_INCLUDE_PIXEL_DATA : VX_JSON_INCLUDE_BULK;
-  if ((options_ & wanted) == 0 && (pixels || attribute.VR != VX_VR_UN)) return VX_NORMAL_COMPLETION;
+  if ((options_ & wanted) == 0 && (pixels || attribute.VR != VX_VR_UN)) return kOk;
   // Encapsulated data has no inline form in the model (PS3.18 section F.2.7).
   if (standard_ && is_in_fragments(object, attribute)) {
     VX_LOG_WARN(kFunction, "Encapsulated Pixel Data has no inline form in JSON and is left out");
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   if (standard_ && wide_integers(attribute, work_)) {
     key("Value");
@@ -265,14 +265,14 @@ VX_STATUS JsonWriter::bulk(MsgObj& object, TagObj& attribute) {
       number.size() <= kExactDigits ? static_cast<void>(out_ += number) : quoted(number);
     }
     close(']');
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   const bool was_fresh = fresh_;
   const std::size_t before = output_.size();
   key("InlineBinary");
   out_ += '"';
   const std::size_t start = output_.size();
-  if (const VX_STATUS status = add_base64(object, attribute, output_); status != VX_NORMAL_COMPLETION) {
+  if (const VX_STATUS status = add_base64(object, attribute, output_); status != kOk) {
     VX_LOG_ERR(kFunction, "VX_Get_Value_To_Function failed for attribute %lX with status %s",
                static_cast<unsigned long>(attribute.Tag), status_text(status));
     return status;
@@ -283,7 +283,7 @@ VX_STATUS JsonWriter::bulk(MsgObj& object, TagObj& attribute) {
   } else {
     out_ += '"';
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // Up to three groups; a last one that is empty is kept, so that the text comes back as it was.
@@ -336,8 +336,7 @@ VX_STATUS JsonWriter::values(const TagObj& attribute, const TextSet& set) {
   cursor_first(attribute, cursor);
   for (int32_t n = 1; n <= attribute.ValueCount; ++n) {
     if (n > 1 && !is_numeric_vr(attribute.VR)) {
-      if (const VX_STATUS status = cursor_next(attribute, cursor); status != VX_NORMAL_COMPLETION)
-        return status;
+      if (const VX_STATUS status = cursor_next(attribute, cursor); status != kOk) return status;
     }
     next();
     if (is_numeric_vr(attribute.VR)) {
@@ -347,13 +346,13 @@ VX_STATUS JsonWriter::values(const TagObj& attribute, const TextSet& set) {
     char scratch[80];
     std::string_view text;
     const VX_STATUS status = view_text(attribute, cursor, scratch, text);
-    if (status != VX_NORMAL_COMPLETION && status != VX_NULL_VALUE) {
+    if (status != kOk && status != VX_NULL_VALUE) {
       VX_LOG_WARN(kFunction, "jsWriteDcmText for attribute 0x%8.8X value[%d] returns \"%s\"", attribute.Tag,
                   n, status_text(status));
       if (n == attribute.ValueCount) return status;
       text = {};
     }
-    const bool is_null = status != VX_NORMAL_COMPLETION || text.empty();
+    const bool is_null = status != kOk || text.empty();
     if (standard_ && is_null) {
       out_ += "null";
     } else if (attribute.VR == VX_VR_PN) {
@@ -366,7 +365,7 @@ VX_STATUS JsonWriter::values(const TagObj& attribute, const TextSet& set) {
     }
   }
   close(']');
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 }  // namespace
@@ -376,15 +375,15 @@ VX_STATUS object_to_json(MsgObj& object, int32_t options, void* user, VX_STREAM_
   const Guard guard(object.Semaphore);
   bool elsewhere = false;
   VX_STATUS status = prepare_for_text(object, elsewhere);
-  if (status == VX_NORMAL_COMPLETION && object.FirstTag == nullptr) {
+  if (status == kOk && object.FirstTag == nullptr) {
     VX_LOG_INF(kFunction, "Message has no attributes.");
     return VX_MESSAGE_EMPTY;
   }
   TextOutput output(object, user, callback, elsewhere);
   JsonWriter json(output, options, indent_setting.load(std::memory_order_relaxed));
-  if (status == VX_NORMAL_COMPLETION) status = json.object(object, TextSet{});
-  if (status == VX_NORMAL_COMPLETION) status = output.finish();
-  if (status != VX_NORMAL_COMPLETION) {
+  if (status == kOk) status = json.object(object, TextSet{});
+  if (status == kOk) status = output.finish();
+  if (status != kOk) {
     VX_LOG_ERR(kFunction, "MessageToJson failed to write DICOM message to JSON, error \"%s\"",
                status_text(status));
   }

@@ -222,8 +222,7 @@ Title Lister::title(MsgObj& object, const TagObj& attribute) {
   if (is_private_creator(tag)) {
     int32_t count = 0;
     const VX_STATUS status = value_count(attribute, count);
-    if (status == VX_NORMAL_COMPLETION && is_text_vr(attribute.VR))
-      return named("Private creator code", 1, 1);
+    if (status == kOk && is_text_vr(attribute.VR)) return named("Private creator code", 1, 1);
     VX_LOG_ERR(kFunction, "Invalid Private Creator Code : %s", status_text(status));
     return own("BAD Private Creator Code");
   }
@@ -239,7 +238,7 @@ Title Lister::title(MsgObj& object, const TagObj& attribute) {
     }
   }
   DictInfo info{};
-  if (dictionary_lookup(tag, creator, info) == VX_NORMAL_COMPLETION) {
+  if (dictionary_lookup(tag, creator, info) == kOk) {
     return named(info.name != nullptr ? info.name : "Group Length", info.vm_low, info.vm_high);
   }
   return own(in_block ? "-- private --" : "Non-standard attribute");
@@ -291,8 +290,8 @@ void Lister::items(MsgObj& object, const TagObj& attribute, const char* indent, 
 void Lister::value(const TagObj& attribute, ValueLines& out) {
   const int32_t vr = attribute.VR;
   if (attribute.ValueCount == 1 && attribute.Length == 0) return out.add("<null>");
-  if (attribute.Storage == 'C') return out.add("<Callback routine>");
-  if (attribute.Storage == 'F') return out.add("<Stored in file>");
+  if (attribute.Storage == Stored::ByCallback) return out.add("<Callback routine>");
+  if (attribute.Storage == Stored::InFile) return out.add("<Stored in file>");
   if (vr >= VX_VR_OB && vr <= VX_VR_OF) return out.add("<OB, OW, OL, OD or OF data>");
   if (vr == VX_VR_UN) {
     if (!config_bool(VX_CFG_LIST_UN_ATTRIBUTES)) return out.add("<UN data>");
@@ -306,7 +305,7 @@ void Lister::value(const TagObj& attribute, ValueLines& out) {
   for (int32_t n = 0; n < attribute.ValueCount && !out.full(); ++n) {
     if (n > 0) {
       out.add("\\");
-      if (cursor_next(attribute, cursor) != VX_NORMAL_COMPLETION) return;
+      if (cursor_next(attribute, cursor) != kOk) return;
     }
     char scratch[80];
     std::string_view text = "<null>";
@@ -317,7 +316,7 @@ void Lister::value(const TagObj& attribute, ValueLines& out) {
       std::memcpy(&tag, data, sizeof tag);
       std::snprintf(scratch, sizeof scratch, "%x,%04x", tag >> 16, tag & 0xFFFFU);
       text = scratch;
-    } else if (view_text(attribute, cursor, scratch, text) != VX_NORMAL_COMPLETION) {
+    } else if (view_text(attribute, cursor, scratch, text) != kOk) {
       text = "<null>";
     }
     out.add(text);

@@ -13,8 +13,8 @@ VX_STATUS TextInput::next(int32_t first, int32_t& last, std::string_view& block)
   void* data = nullptr;
   const Held held(object_, Hold::Table);
   VX_STATUS status = function_(object_.ID, user_, &size, &data, first, &last);
-  if (status == VX_NORMAL_COMPLETION && data == nullptr && size != 0) status = VX_NULL_POINTER_PARM;
-  if (status == VX_NORMAL_COMPLETION) {
+  if (status == kOk && data == nullptr && size != 0) status = VX_NULL_POINTER_PARM;
+  if (status == kOk) {
     block = {static_cast<const char*>(data), size};
   } else {
     failed_first_ = first != 0;

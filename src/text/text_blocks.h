@@ -23,11 +23,11 @@ class TextInput {
     Patience patience;
     for (int32_t first = 1; last == 0; first = 0) {
       std::string_view block;
-      if (const VX_STATUS status = next(first, last, block); status != VX_NORMAL_COMPLETION) return status;
+      if (const VX_STATUS status = next(first, last, block); status != kOk) return status;
       if (last == 0 && patience.ends(block.size())) return VX_CALLBACK_CANNOT_COMPLY;
       if (!block.empty() && !take(block)) return VX_SYSTEM_ERROR;
     }
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   bool failed_first() const { return failed_first_; }
 

@@ -10,18 +10,18 @@ namespace vx {
 
 VX_STATUS prepare_for_text(MsgObj& object, bool& elsewhere, int depth) {
   if (depth > kMaxNesting) return VX_INVALID_VALUE_FOR_VR;
-  if (const VX_STATUS status = decode_all(object); status != VX_NORMAL_COMPLETION) return status;
+  if (const VX_STATUS status = decode_all(object); status != kOk) return status;
   for (const TagObj* a = object.FirstTag; a != nullptr; a = a->Next) {
-    elsewhere = elsewhere || a->Storage != 'M';
+    elsewhere = elsewhere || a->Storage != Stored::InMemory;
     if (a->VR != VX_VR_SQ) continue;
     for (const ValueObj* value = a->FirstValue; value != nullptr; value = value->Next) {
       auto* item = static_cast<MsgObj*>(value->Data);
       if (item == nullptr) continue;
       const VX_STATUS status = prepare_for_text(*item, elsewhere, depth + 1);
-      if (status != VX_NORMAL_COMPLETION) return status;
+      if (status != kOk) return status;
     }
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 void warn_of_rest(const char* function, const TagObj& attribute) {
@@ -38,15 +38,15 @@ TextOutput::TextOutput(const MsgObj& object, void* user, VX_STREAM_OUTPUT callba
 }
 
 VX_STATUS TextOutput::put(const std::string& text) {
-  VX_STATUS status = open_ ? VX_STATUS{VX_NORMAL_COMPLETION} : out_.open();
+  VX_STATUS status = open_ ? VX_STATUS{kOk} : out_.open();
   open_ = true;
-  if (status == VX_NORMAL_COMPLETION) status = out_.put(text.data(), text.size());
+  if (status == kOk) status = out_.put(text.data(), text.size());
   return status == VX_CALLBACK_CANNOT_COMPLY ? VX_STATUS{VX_SYSTEM_ERROR} : status;
 }
 
 VX_STATUS TextOutput::hand_on() {
   before_ += text_.size();
-  VX_STATUS status = VX_NORMAL_COMPLETION;
+  VX_STATUS status = kOk;
   if (wait_) {
     waiting_.push_back(std::move(text_));
     text_ = {};
@@ -71,7 +71,7 @@ VX_STATUS TextOutput::finish() {
   if (size() % 2 != 0) text_ += ' ';
   waiting_.push_back(std::move(text_));
   for (std::string& piece : waiting_) {
-    if (const VX_STATUS status = put(piece); status != VX_NORMAL_COMPLETION) return status;
+    if (const VX_STATUS status = put(piece); status != kOk) return status;
     piece = {};
   }
   const VX_STATUS status = out_.finish();

@@ -29,7 +29,7 @@ class TextOutput {
   // All that was made.
   std::size_t size() const { return before_ + text_.size(); }
   // What was made so far will not change. VX_SYSTEM_ERROR where the callback refuses.
-  VX_STATUS pause() { return text_.size() < kPiece ? VX_STATUS{VX_NORMAL_COMPLETION} : hand_on(); }
+  VX_STATUS pause() { return text_.size() < kPiece ? VX_STATUS{kOk} : hand_on(); }
   // Where values are fetched: what was made so far becomes a piece, to whose end a text can be added later.
   std::size_t cut();
   void amend(std::size_t piece, const std::string& text);

@@ -67,11 +67,11 @@ TextSet text_set_of(MsgObj& object, const TextSet& inherited) {
   cursor_first(*attribute, cursor);
   char scratch[80];
   std::string_view text;
-  if (view_text(*attribute, cursor, scratch, text) == VX_NORMAL_COMPLETION) {
+  if (view_text(*attribute, cursor, scratch, text) == kOk) {
     if (text.find("ISO_IR 192") != std::string_view::npos) set.kind = TextSet::Kind::Utf8;
     set.latin1 = attribute->ValueCount == 1 && text == "ISO_IR 100";
   }
-  if (unicode_enabled() && text_charsets(object, set.sets) != VX_NORMAL_COMPLETION) set.sets = {};
+  if (unicode_enabled() && text_charsets(object, set.sets) != kOk) set.sets = {};
   return set;
 }
 

@@ -241,7 +241,7 @@ VX_STATUS parse_native(MsgObj& object, void* user, VX_TEXT_INPUT callback, XmlTr
     tell();
     return VX_SYSTEM_ERROR;
   }
-  if (status != VX_NORMAL_COMPLETION) {
+  if (status != kOk) {
     if (input.failed_first()) {
       VX_LOG_ERR(kNative, "XMLNativeToMessage failed, UserFunction unable to read XML data");
     } else {
@@ -255,7 +255,7 @@ VX_STATUS parse_native(MsgObj& object, void* user, VX_TEXT_INPUT callback, XmlTr
     tell();
     return VX_SYSTEM_ERROR;
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 namespace {
@@ -456,9 +456,9 @@ VX_STATUS parse_own(MsgObj& object, void* user, VX_TEXT_INPUT callback, XmlTree&
     gathered.add(block);
     return true;
   });
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   OwnScan scan(gathered.text(), tree);
-  if (scan.scan()) return VX_NORMAL_COMPLETION;
+  if (scan.scan()) return kOk;
   VX_LOG_ERR(kOwn, "|   line %zu: the text %s", scan.line(), scan.reason());
   return VX_SYSTEM_ERROR;
 }

@@ -6,6 +6,7 @@
 #include "frame/limits.h"
 #include "frame/lock.h"
 #include "frame/log.h"
+#include "frame/text.h"
 #include "model/attributes.h"
 #include "model/convert.h"
 #include "model/deferred.h"
@@ -73,10 +74,10 @@ class XmlReader {
 VX_STATUS XmlReader::attributes(FillTarget& target, XmlNode holder) {
   for (XmlNode node = holder.child(); !node.none(); node = node.next()) {
     const VX_STATUS status = attribute(target, node);
-    if (status == VX_NORMAL_COMPLETION) continue;
+    if (status == kOk) continue;
     if (!own()) VX_LOG_ERR(function(), "XMLNativeToMessage failed to create DICOM attribute");
     const VX_STATUS finished = target.finish();
-    return finished != VX_NORMAL_COMPLETION ? finished : status;
+    return finished != kOk ? finished : status;
   }
   return target.finish();
 }
@@ -94,12 +95,12 @@ VX_STATUS XmlReader::attribute(FillTarget& target, XmlNode node) {
   if (is_private_creator(tag) && !is_without_block(node, tag)) {
     bool taken = true;
     const VX_STATUS status = creator(target, node, tag, taken);
-    if (status != VX_NORMAL_COMPLETION || taken) return status;
+    if (status != kOk || taken) return status;
   }
   TagObj* attribute = find(target, node, tag, vr);
-  if (attribute == nullptr) return VX_NORMAL_COMPLETION;
+  if (attribute == nullptr) return kOk;
   take_vr(target, *attribute, vr, letters);
-  VX_STATUS status = VX_NORMAL_COMPLETION;
+  VX_STATUS status = kOk;
   if (attribute->VR == VX_VR_SQ) {
     status = items(target, *attribute, node);
   } else if (own()) {
@@ -111,7 +112,7 @@ VX_STATUS XmlReader::attribute(FillTarget& target, XmlNode node) {
     VX_LOG_ERR(function(), "Failed to write attribute '0x%8.8X' value from XML to DICOM format", tag);
   }
   target.filled(*attribute);
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // The native form names an element of a private block without its block, as (gggg,00ee), and its creator
@@ -129,7 +130,7 @@ bool XmlReader::is_without_block(XmlNode node, uint32_t tag) const {
 VX_STATUS XmlReader::creator(FillTarget& target, XmlNode node, uint32_t tag, bool& taken) {
   // As it lies in the file.
   taken = !own() || !is_bulk_vr(vr_of_document(node.field(XmlField::Vr)));
-  if (!taken) return VX_NORMAL_COMPLETION;
+  if (!taken) return kOk;
   std::string name(node.field(XmlField::Creator));
   std::string work;
   bool whole = true;
@@ -139,23 +140,23 @@ VX_STATUS XmlReader::creator(FillTarget& target, XmlNode node, uint32_t tag, boo
   if (const XmlNode binary = node.child(XmlName::InlineBinary); name.empty() && !binary.none())
     name = creator_of_bytes(bytes_of_base64(target, tag, without_blanks(binary.text())));
   taken = !name.empty();
-  if (!taken) return VX_NORMAL_COMPLETION;
+  if (!taken) return kOk;
   VX_STATUS status = VX_REQUIRED_VALUE_MISSING;
   if (name.size() < kMaxCreatorCode)
     status = add_private_block(target.object, name, tag_group(tag), nullptr, tag, function());
-  if (status != VX_NORMAL_COMPLETION) {
+  if (status != kOk) {
     VX_LOG_ERR(function(), "Unable to add private creator (%.4X,%.4x) %s, error \"%s\" (ignoring)",
                tag_group(tag), tag_element(tag), name.c_str(), status_text(status));
-    return own() ? VX_STATUS{VX_NORMAL_COMPLETION} : status;
+    return own() ? VX_STATUS{kOk} : status;
   }
   target.note_creator(tag, std::move(name));
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // The attribute, found or added; null if it can not be had. The block that the document names may lie
 // elsewhere in the object.
 TagObj* XmlReader::find(FillTarget& target, XmlNode node, uint32_t tag, int32_t vr) {
-  VX_STATUS status = VX_NORMAL_COMPLETION;
+  VX_STATUS status = kOk;
   const bool without_block = is_without_block(node, tag);
   if (without_block || (is_private(tag) && tag_element(tag) >= 0x1000)) {
     std::string work;
@@ -170,12 +171,11 @@ TagObj* XmlReader::find(FillTarget& target, XmlNode node, uint32_t tag, int32_t 
               ? add_private_block(target.object, code, tag_group(tag), nullptr,
                                   without_block ? 0 : (tag & 0xFFFF0000U) | ((tag >> 8) & 0xFFU), function())
               : VX_STATUS{VX_VALUE_TOO_LARGE};
-      if (status == VX_NORMAL_COMPLETION)
-        status = add_private_attribute(target.object, code, tag_group(tag), element, vr);
+      if (status == kOk) status = add_private_attribute(target.object, code, tag_group(tag), element, vr);
       uint32_t place = 0;
-      if (status == VX_NORMAL_COMPLETION || status == VX_TAG_ALREADY_EXISTS)
+      if (status == kOk || status == VX_TAG_ALREADY_EXISTS)
         status = private_tag(target.object, code, tag_group(tag), element, place);
-      if (status == VX_NORMAL_COMPLETION) return find_tag(target.object, place);
+      if (status == kOk) return find_tag(target.object, place);
       VX_LOG_ERR(function(), "Unable to add private attribute (%.4X,%.4x) %s, error \"%s\" (ignoring)",
                  tag_group(tag), tag_element(tag), code.c_str(), status_text(status));
       return nullptr;
@@ -189,7 +189,7 @@ TagObj* XmlReader::find(FillTarget& target, XmlNode node, uint32_t tag, int32_t 
   if (attribute != nullptr) return attribute;
   status = add_standard_attribute(target.object, tag, &attribute);
   if (status == VX_INVALID_TAG) status = add_nonstandard_attribute(target.object, tag, vr, &attribute);
-  if (status == VX_NORMAL_COMPLETION) return attribute;
+  if (status == kOk) return attribute;
   VX_LOG_ERR(function(), "Failed to add tag (%4.4x,%4.4x), error \"%s\"", tag_group(tag), tag_element(tag),
              status_text(status));
   return nullptr;
@@ -206,14 +206,14 @@ VX_STATUS XmlReader::items(FillTarget& target, TagObj& attribute, XmlNode node) 
     }
     MsgObj* item = nullptr;
     VX_STATUS status = open_object(Kind::Item, kNoName, item);
-    if (status != VX_NORMAL_COMPLETION) {
+    if (status != kOk) {
       VX_LOG_ERR(function(), "Failed to create a new Item for attribute '0x%8.8X', error \"%s\"",
                  attribute.Tag, status_text(status));
       return status;
     }
     const int32_t id = item->ID;
     status = set_value(target.object, attribute, VX_INT_TYPE, &id, first);
-    if (status != VX_NORMAL_COMPLETION) {
+    if (status != kOk) {
       VX_LOG_ERR(function(), "Failed to add item '%d' to sequence attribute '0x%8.8X', error \"%s\"", id,
                  attribute.Tag, status_text(status));
       free_item(*item, true);
@@ -223,13 +223,7 @@ VX_STATUS XmlReader::items(FillTarget& target, TagObj& attribute, XmlNode node) 
     FillTarget inner{*item, target.set, target.depth + 1, function(), &target};
     attributes(inner, child);
   }
-  return VX_NORMAL_COMPLETION;
-}
-
-int hex_digit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+  return kOk;
 }
 
 // Pairs of digits, with one character between the pairs.
@@ -358,7 +352,7 @@ VX_STATUS XmlReader::native_values(FillTarget& target, TagObj& attribute, XmlNod
     std::string bytes;
     for (const Numbered& one : numbered_) {
       const VX_STATUS status = append_wide_integer(letters, one.node.text(), bytes);
-      if (status != VX_NORMAL_COMPLETION) return status;
+      if (status != kOk) return status;
     }
     return fill_bytes(target, attribute, bytes);
   }
@@ -368,7 +362,7 @@ VX_STATUS XmlReader::native_values(FillTarget& target, TagObj& attribute, XmlNod
     const XmlNode first = numbered_.front().node;
     return bulk(target, attribute, first.text(), first.name() == XmlName::InlineBinary);
   }
-  VX_STATUS result = VX_NORMAL_COMPLETION;
+  VX_STATUS result = kOk;
   std::size_t count = 0;
   for (const Numbered& one : numbered_) {
     for (; count + 1 < one.number; ++count) fill_null(target, attribute, count == 0);
@@ -379,7 +373,7 @@ VX_STATUS XmlReader::native_values(FillTarget& target, TagObj& attribute, XmlNod
       result = status;
     }
   }
-  return count == 0 && result == VX_NORMAL_COMPLETION ? set_null(target.object, attribute) : result;
+  return count == 0 && result == kOk ? set_null(target.object, attribute) : result;
 }
 
 VX_STATUS XmlReader::own_values(FillTarget& target, TagObj& attribute, XmlNode node) {
@@ -392,7 +386,7 @@ VX_STATUS XmlReader::own_values(FillTarget& target, TagObj& attribute, XmlNode n
   if (plain.find('\0') != std::string_view::npos) return VX_INCOMPATIBLE_VALUE;
   if (is_one_value_text(attribute.VR)) return value(target, attribute, plain, true);
   std::string_view rest = plain;
-  VX_STATUS result = VX_NORMAL_COMPLETION;
+  VX_STATUS result = kOk;
   for (bool first = true;;) {
     const std::size_t end = rest.find('\\');
     const VX_STATUS status = value(target, attribute, rest.substr(0, end), first);
@@ -416,24 +410,24 @@ VX_STATUS xml_to_object(MsgObj& object, XmlForm form, void* user, VX_TEXT_INPUT 
   VX_STATUS status =
       own ? parse_own(object, user, callback, tree) : parse_native(object, user, callback, tree, root);
   const XmlNode holder = own ? tree.document() : tree.document().child();
-  if (status == VX_NORMAL_COMPLETION && !own && holder.name() != XmlName::NativeDicomModel) {
+  if (status == kOk && !own && holder.name() != XmlName::NativeDicomModel) {
     VX_LOG_ERR(function, "XMLNativeToMessage failed, wrong XML document type %.64s", root.c_str());
     status = VX_SYSTEM_ERROR;
   }
-  if (status == VX_NORMAL_COMPLETION) {
+  if (status == kOk) {
     if (!own && holder.child().none() && is_blank(holder.text())) {
       VX_LOG_ERR(function, "XMLNativeToMessage failed, empty XML document");
-      return VX_NORMAL_COMPLETION;
+      return kOk;
     }
     const Guard guard(object.Semaphore);
     status = decode_all(object);
-    if (status == VX_NORMAL_COMPLETION) {
+    if (status == kOk) {
       FillTarget target{object, text_set_of(object, TextSet{}), 0, function};
       status = XmlReader(form).attributes(target, holder);
-      if (!own) status = VX_NORMAL_COMPLETION;
+      if (!own) status = kOk;
     }
   }
-  if (status != VX_NORMAL_COMPLETION) {
+  if (status != kOk) {
     VX_LOG_ERR(function, "Failed to convert XML to a DICOM message: %s", status_text(status));
   }
   return status;

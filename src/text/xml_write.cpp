@@ -143,10 +143,10 @@ std::string_view XmlWriter::name_of(const TagObj& attribute, std::string_view cr
                  status_text(VX_NOT_FOUND));
       return "ILLEGAL Private Attribute - No Creator Code";
     }
-    if (dictionary_name(tag, creator, name_, sizeof name_) != VX_NORMAL_COMPLETION) return "Private";
+    if (dictionary_name(tag, creator, name_, sizeof name_) != kOk) return "Private";
   } else if (form_ == XmlForm::Native) {
-    if (dictionary_keyword(tag, name_, sizeof name_) != VX_NORMAL_COMPLETION) return "Unknown";
-  } else if (dictionary_name(tag, {}, name_, sizeof name_) != VX_NORMAL_COMPLETION) {
+    if (dictionary_keyword(tag, name_, sizeof name_) != kOk) return "Unknown";
+  } else if (dictionary_name(tag, {}, name_, sizeof name_) != kOk) {
     return "Non-standard attribute name";
   }
   const std::string_view name(name_);
@@ -165,18 +165,18 @@ VX_STATUS XmlWriter::attributes(const Scope& scope) {
     }
     whole_ = true;
     if (a->DecoderMark == kKeptText) warn_of_rest(function(), *a);
-    if (status == VX_NORMAL_COMPLETION) status = output_.pause();
-    if (status == VX_NORMAL_COMPLETION) continue;
+    if (status == kOk) status = output_.pause();
+    if (status == kOk) continue;
     VX_LOG_ERR(function(), "%s failed to write DICOM attribute for attribute %4.4X%4.4X to XML",
                scope.depth == 0 ? "xmlTextWriteDcmMessage" : "xmlTextWriteDcmItem", tag_group(a->Tag),
                tag_element(a->Tag));
     return status;
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 bool has_value(const TagObj& attribute) {
-  return attribute.Storage == 'C' ||
+  return attribute.Storage == Stored::ByCallback ||
          (attribute.ValueCount != 0 && !(attribute.ValueCount == 1 && attribute.Length == 0));
 }
 
@@ -186,7 +186,7 @@ std::string_view text_of(const TagObj* attribute, char (&scratch)[80]) {
   if (attribute == nullptr || !has_value(*attribute) || !is_text_vr(attribute->VR)) return text;
   ValueCursor cursor;
   cursor_first(*attribute, cursor);
-  return view_text(*attribute, cursor, scratch, text) == VX_NORMAL_COMPLETION ? text : std::string_view();
+  return view_text(*attribute, cursor, scratch, text) == kOk ? text : std::string_view();
 }
 
 VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
@@ -200,14 +200,13 @@ VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
   } else if (bulk && attribute.VR != VX_VR_UN) {
     wanted = has(VX_XML_INCLUDE_BULK);
   }
-  if (!bulk && attribute.Storage == 'C') {
+  if (!bulk && attribute.Storage == Stored::ByCallback) {
     VX_LOG_WARN(function(), "Value of attribute %4.4X%4.4X is held by a callback and left out",
                 tag_group(attribute.Tag), tag_element(attribute.Tag));
     wanted = false;
   }
   const bool own = form_ == XmlForm::Own;
-  if (own && (!wanted || (attribute.ValueCount == 0 && attribute.Storage != 'C')))
-    return VX_NORMAL_COMPLETION;
+  if (own && (!wanted || (attribute.ValueCount == 0 && attribute.Storage != Stored::ByCallback))) return kOk;
   char scratch[80];
   std::string_view creator;
   if (is_private_creator(attribute.Tag)) {
@@ -229,7 +228,7 @@ VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
     const std::size_t start = output_.size();
     ++level_;
     const VX_STATUS status =
-        wanted && has_value(attribute) ? native_content(scope, attribute) : VX_STATUS{VX_NORMAL_COMPLETION};
+        wanted && has_value(attribute) ? native_content(scope, attribute) : VX_STATUS{kOk};
     --level_;
     if (output_.size() == start) {
       out_.back() = '/';
@@ -245,20 +244,20 @@ VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
     out_ += '>';
     if (has_value(attribute)) {
       out_ += '\n';
-      if (const VX_STATUS status = items(scope, attribute); status != VX_NORMAL_COMPLETION) return status;
+      if (const VX_STATUS status = items(scope, attribute); status != kOk) return status;
     }
     out_ += "</Attribute>\n";
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   if (bulk) return own_bulk(scope, attribute);
   // Length stands in front of the text that it counts.
   const std::size_t head = out_.size();
   if (has_value(attribute)) {
-    if (const VX_STATUS status = values(scope, attribute); status != VX_NORMAL_COMPLETION) return status;
+    if (const VX_STATUS status = values(scope, attribute); status != kOk) return status;
   }
   out_.insert(head, " Length=\"" + std::to_string(out_.size() - head) + "\">");
   out_ += "</Attribute>\n";
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS XmlWriter::native_content(const Scope& scope, TagObj& attribute) {
@@ -271,14 +270,14 @@ VX_STATUS XmlWriter::native_content(const Scope& scope, TagObj& attribute) {
       (out_ += '>') += wide_text(attribute, work_.data() + at, digits);
       end("Value");
     }
-    return VX_NORMAL_COMPLETION;
+    return kOk;
   }
   const std::size_t before = output_.size();
   line();
   out_ += "<InlineBinary>";
   const std::size_t start = output_.size();
   const VX_STATUS status = add_base64(scope.object, attribute, output_);
-  if (status != VX_NORMAL_COMPLETION) {
+  if (status != kOk) {
     VX_LOG_ERR(function(), "VX_Get_Value_To_Function failed for attribute 0x%8.8X, error \"%s\"",
                attribute.Tag, status_text(status));
   }
@@ -297,7 +296,7 @@ VX_STATUS XmlWriter::own_bulk(const Scope& scope, TagObj& attribute) {
            std::to_string(length) + "\">";
   };
   // The length of a value that is fetched is known behind it.
-  const bool here = attribute.Storage == 'M';
+  const bool here = attribute.Storage == Stored::InMemory;
   std::size_t length = 0;
   std::size_t place = 0;
   if (here) {
@@ -310,14 +309,14 @@ VX_STATUS XmlWriter::own_bulk(const Scope& scope, TagObj& attribute) {
   length = 0;
   const VX_STATUS status = has(VX_XML_BASE64) ? add_base64_lines(scope.object, attribute, output_, length)
                                               : add_hex(scope.object, attribute, output_, length);
-  if (status != VX_NORMAL_COMPLETION) {
+  if (status != kOk) {
     VX_LOG_ERR(function(), "VX_Get_Value_To_Function failed for tag: %lX with status %s",
                static_cast<unsigned long>(attribute.Tag), status_text(status));
     return status;
   }
   if (!here) output_.amend(place, head(length));
   out_ += "</Attribute>\n";
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS XmlWriter::items(const Scope& scope, const TagObj& attribute) {
@@ -333,12 +332,12 @@ VX_STATUS XmlWriter::items(const Scope& scope, const TagObj& attribute) {
                       scope.depth + 1};
     const VX_STATUS status = attributes(inner);
     --level_;
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
     if (!own) line();
     end("Item");
     if (own) out_ += '\n';
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS XmlWriter::values(const Scope& scope, const TagObj& attribute) {
@@ -354,12 +353,12 @@ VX_STATUS XmlWriter::values(const Scope& scope, const TagObj& attribute) {
     if (numeric) {
       text = number_text(attribute, n, form_, digits);
     } else {
-      VX_STATUS status = VX_NORMAL_COMPLETION;
+      VX_STATUS status = kOk;
       if (n > 1) status = cursor_next(attribute, cursor);
-      if (status == VX_NORMAL_COMPLETION) status = view_text(attribute, cursor, scratch, text);
+      if (status == kOk) status = view_text(attribute, cursor, scratch, text);
       if (status == VX_NULL_VALUE) {
         text = {};
-      } else if (status != VX_NORMAL_COMPLETION) {
+      } else if (status != kOk) {
         return status;
       }
       text = to_utf8(text, scope.set, person_name, work_, whole_);
@@ -383,7 +382,7 @@ VX_STATUS XmlWriter::values(const Scope& scope, const TagObj& attribute) {
     }
     end(element);
   }
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 // Text in parts that have names. What is more than the names stays in the last part. Empty parts are left
@@ -428,11 +427,11 @@ VX_STATUS XmlWriter::native(MsgObj& object) {
   ++level_;
   const VX_STATUS status = attributes({object, text_set_of(object, TextSet{}), 0, 0xFFFFFFFFU, 0});
   --level_;
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   line();
   out_ += "</NativeDicomModel>\n";
   if (replaced_) VX_LOG_WARN(function(), "Characters that XML can not hold were replaced by U+FFFD");
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS XmlWriter::section(const Scope& scope, const char* name, bool data_set) {
@@ -455,10 +454,10 @@ VX_STATUS XmlWriter::section(const Scope& scope, const char* name, bool data_set
     if (!syntax.empty()) field("TransferSyntax", to_utf8(syntax, scope.set, false, work_, whole_));
   }
   out_ += ">\n";
-  if (const VX_STATUS status = attributes(scope); status != VX_NORMAL_COMPLETION) return status;
+  if (const VX_STATUS status = attributes(scope); status != kOk) return status;
   end(name);
   out_ += '\n';
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 VX_STATUS XmlWriter::own(MsgObj& object) {
@@ -471,7 +470,7 @@ VX_STATUS XmlWriter::own(MsgObj& object) {
   const TextSet set = text_set_of(object, TextSet{});
   if (kind == Kind::File) {
     const VX_STATUS status = section({object, set, 0x00020000U, 0x0002FFFFU, 0}, "FileMetaInfo", false);
-    if (status != VX_NORMAL_COMPLETION) return status;
+    if (status != kOk) return status;
   }
   // A directory may be open as a file.
   const uint32_t first = kind == Kind::Dicomdir || kind == Kind::File ? kFirstDirectoryTag : kFirstDataSetTag;
@@ -481,11 +480,11 @@ VX_STATUS XmlWriter::own(MsgObj& object) {
                 tag_element(a->Tag));
   }
   const VX_STATUS status = section({object, set, first, 0xFFFFFFFFU, 0}, "DataSet", true);
-  if (status != VX_NORMAL_COMPLETION) return status;
+  if (status != kOk) return status;
   end(root);
   out_ += '\n';
   if (replaced_) VX_LOG_WARN(function(), "Characters that XML can not hold were replaced by U+FFFD");
-  return VX_NORMAL_COMPLETION;
+  return kOk;
 }
 
 }  // namespace
@@ -496,15 +495,15 @@ VX_STATUS object_to_xml(MsgObj& object, XmlForm form, int32_t options, void* use
   const Guard guard(object.Semaphore);
   bool elsewhere = false;
   VX_STATUS status = prepare_for_text(object, elsewhere);
-  if (status == VX_NORMAL_COMPLETION && object.FirstTag == nullptr) {
+  if (status == kOk && object.FirstTag == nullptr) {
     VX_LOG_INF(function, "Message has no attributes.");
     return VX_MESSAGE_EMPTY;
   }
   TextOutput output(object, user, callback, elsewhere);
   XmlWriter xml(output, form, form == XmlForm::Own ? options & ~VX_XML_INDENT : options);
-  if (status == VX_NORMAL_COMPLETION) status = form == XmlForm::Own ? xml.own(object) : xml.native(object);
-  if (status == VX_NORMAL_COMPLETION) status = output.finish();
-  if (status != VX_NORMAL_COMPLETION) {
+  if (status == kOk) status = form == XmlForm::Own ? xml.own(object) : xml.native(object);
+  if (status == kOk) status = output.finish();
+  if (status != kOk) {
     VX_LOG_ERR(function, "Failed to convert %s to XML : %s", kind_label(object.ObjectKind),
                status_text(status));
   }

@@ -67,7 +67,7 @@ Number to_number(std::string_view text, int base) {
 TagObj* look_up(int32_t object_id, uint32_t tag) {
   MsgObj* object = nullptr;
   TagObj* attribute = nullptr;
-  return find_attribute(object_id, tag, object, attribute) == VX_NORMAL_COMPLETION ? attribute : nullptr;
+  return find_attribute(object_id, tag, object, attribute) == kOk ? attribute : nullptr;
 }
 
 int32_t held_values(int32_t object_id, uint32_t tag) {
@@ -77,7 +77,7 @@ int32_t held_values(int32_t object_id, uint32_t tag) {
 
 int32_t counted_values(int32_t object_id, uint32_t tag) {
   int32_t count = 0;
-  return VX_Get_Value_Count(object_id, tag, &count) == VX_NORMAL_COMPLETION ? count : 0;
+  return VX_Get_Value_Count(object_id, tag, &count) == kOk ? count : 0;
 }
 
 int32_t verb_present(int32_t object_id, uint32_t tag, const Clause&) {
@@ -134,7 +134,7 @@ int32_t any_value_matches(int32_t object_id, uint32_t tag, const Clause& clause)
   char text[kLongTextSize];
   const int32_t size = text_size(tag);
   VX_STATUS status = VX_Get_Value_To_String(object_id, tag, size, text);
-  while (status == VX_NORMAL_COMPLETION) {
+  while (status == kOk) {
     if (matches(clause, text)) return kConditionHolds;
     status = VX_Get_Next_Value_To_String(object_id, tag, size, text);
   }
@@ -147,12 +147,12 @@ int32_t verb_is(int32_t object_id, uint32_t tag, const Clause& clause) {
   const int32_t size = text_size(tag);
   VX_STATUS status = VX_Get_Value_To_String(object_id, tag, size, text);
   const auto goes_on = [&status] {  // behind a value that can't be read there may be others
-    return status == VX_NORMAL_COMPLETION || status == VX_NULL_VALUE || status == VX_BUFFER_TOO_SMALL;
+    return status == kOk || status == VX_NULL_VALUE || status == VX_BUFFER_TOO_SMALL;
   };
   for (int32_t number = 1; number < clause.value_number && goes_on(); ++number) {
     status = VX_Get_Next_Value_To_String(object_id, tag, size, text);
   }
-  return status == VX_NORMAL_COMPLETION ? answer(matches(clause, text)) : kConditionUnknown;
+  return status == kOk ? answer(matches(clause, text)) : kConditionUnknown;
 }
 
 int32_t verb_not(int32_t object_id, uint32_t tag, const Clause& clause) {
@@ -165,7 +165,7 @@ int32_t verb_not(int32_t object_id, uint32_t tag, const Clause& clause) {
 template <class Test>
 int32_t compare_number(int32_t object_id, uint32_t tag, const Clause& clause, Test test) {
   int32_t value = 0;
-  if (VX_Get_Value_To_Int(object_id, tag, &value) != VX_NORMAL_COMPLETION) return kConditionUnknown;
+  if (VX_Get_Value_To_Int(object_id, tag, &value) != kOk) return kConditionUnknown;
   return answer(any_argument(
       clause, [value, test](std::string_view text) { return test(value, to_number<int32_t>(text, 10)); }));
 }
@@ -183,8 +183,8 @@ int32_t verb_unequal(int32_t object_id, uint32_t tag, const Clause& clause) {
 int32_t verb_uneven(int32_t object_id, uint32_t tag, const Clause&) {
   int32_t first = 0;
   int32_t second = 0;
-  if (VX_Get_Value_To_Int(object_id, tag, &first) != VX_NORMAL_COMPLETION ||
-      VX_Get_Next_Value_To_Int(object_id, tag, &second) != VX_NORMAL_COMPLETION) {
+  if (VX_Get_Value_To_Int(object_id, tag, &first) != kOk ||
+      VX_Get_Next_Value_To_Int(object_id, tag, &second) != kOk) {
     return kConditionUnknown;
   }
   return answer(first != 1 || second != 1);
@@ -192,7 +192,7 @@ int32_t verb_uneven(int32_t object_id, uint32_t tag, const Clause&) {
 
 int32_t verb_points(int32_t object_id, uint32_t tag, const Clause& clause) {
   uint32_t value = 0;
-  if (VX_Get_Value_To_ULongInt(object_id, tag, &value) != VX_NORMAL_COMPLETION) return kConditionUnknown;
+  if (VX_Get_Value_To_ULongInt(object_id, tag, &value) != kOk) return kConditionUnknown;
   return answer(any_argument(
       clause, [value](std::string_view text) { return value == to_number<uint32_t>(text, 16); }));
 }
@@ -201,8 +201,8 @@ int32_t verb_lists(int32_t object_id, uint32_t tag, const Clause& clause) {
   const uint32_t wanted = to_number<uint32_t>(clause.arguments, 16);
   uint32_t value = 0;
   VX_STATUS status = VX_Get_Value_To_ULongInt(object_id, tag, &value);
-  if (status != VX_NORMAL_COMPLETION) return kConditionUnknown;
-  while (status == VX_NORMAL_COMPLETION) {
+  if (status != kOk) return kConditionUnknown;
+  while (status == kOk) {
     if (value == wanted) return kConditionHolds;
     status = VX_Get_Next_Value_To_ULongInt(object_id, tag, &value);
   }

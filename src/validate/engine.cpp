@@ -193,12 +193,13 @@ VX_STATUS Walk::check(const Spot& at) {
     }
   }
   if (status == kOk && attribute.VR == VX_VR_UN && filled) status = record(at, kError, VX_INVALID_VR_CODE);
-  if (status != kOk || attribute.Storage == 'C') return status;
+  if (status != kOk || attribute.Storage == Stored::ByCallback) return status;
   if (ruled) {
     status = presence(at);
     if (status == kOk && filled && attribute.VR != VX_VR_SQ) status = multiplicity(at);
   }
-  if (status != kOk || attribute.FirstValue == nullptr || attribute.Storage != 'M') return status;
+  if (status != kOk || attribute.FirstValue == nullptr || attribute.Storage != Stored::InMemory)
+    return status;
   return is_numeric_vr(attribute.VR) ? numeric_values(at) : values(at);
 }
 

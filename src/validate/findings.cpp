@@ -16,7 +16,7 @@ constexpr std::size_t kShown = 30;  // bytes of a value in the log
 std::string_view value_shown(const Finding& finding, char (&scratch)[80]) {
   std::string_view text;
   if (finding.value == nullptr || finding.attribute == nullptr) return text;
-  if (is_bulk_vr(finding.attribute->VR) || finding.attribute->Storage == 'C') return text;
+  if (is_bulk_vr(finding.attribute->VR) || finding.attribute->Storage == Stored::ByCallback) return text;
   if (view_text(*finding.attribute, *finding.value, scratch, text) != kOk) return {};
   return text.substr(0, kShown);
 }

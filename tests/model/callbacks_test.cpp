@@ -82,13 +82,13 @@ class Callbacks : public support::LibraryTest {
     ASSERT_EQ(VX_Register_Application(&app, "CALLBACKS"), VX_NORMAL_COMPLETION);
     ASSERT_EQ(VX_Open_Empty_Message(&id), VX_NORMAL_COMPLETION);
   }
-  char storage(uint32_t tag) { return vx::find_tag(*vx::find_object(id), tag)->Storage; }
+  vx::Stored storage(uint32_t tag) { return vx::find_tag(*vx::find_object(id), tag)->Storage; }
   // Registers `holder` for the pixels and binds it.
   void bind(Holder& holder, VX_VR vr = VX_VR_OW) {
     ASSERT_EQ(vx::new_tag(*vx::find_object(id), kPixels, vr, 1, 1, nullptr), VX_NORMAL_COMPLETION);
     ASSERT_EQ(VX_Register_Callback_Function(app, kPixels, &holder, Holder::plain), VX_NORMAL_COMPLETION);
     ASSERT_EQ(VX_Set_Message_Callbacks(app, id), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(storage(kPixels), 'C');
+    ASSERT_TRUE(storage(kPixels) == vx::Stored::ByCallback);
   }
   int32_t app = -1;
   int32_t id = -1;
@@ -127,10 +127,13 @@ TEST_F(Callbacks, OnlyBulkAttributesWithoutValueAreBound) {
     uint32_t tag;
     VX_VR vr;
     bool has_value;
-    char storage;
-  } kRows[] = {{0x00280010, VX_VR_US, false, 'M'}, {0x00282000, VX_VR_OB, false, 'C'},
-               {0x00282001, VX_VR_OB, true, 'M'},  {0x00282002, VX_VR_UN, false, 'M'},
-               {0x00282003, VX_VR_OF, false, 'C'}, {0x00282004, VX_VR_LO, false, 'M'}};
+    vx::Stored storage;
+  } kRows[] = {{0x00280010, VX_VR_US, false, vx::Stored::InMemory},
+               {0x00282000, VX_VR_OB, false, vx::Stored::ByCallback},
+               {0x00282001, VX_VR_OB, true, vx::Stored::InMemory},
+               {0x00282002, VX_VR_UN, false, vx::Stored::InMemory},
+               {0x00282003, VX_VR_OF, false, vx::Stored::ByCallback},
+               {0x00282004, VX_VR_LO, false, vx::Stored::InMemory}};
   for (const auto& row : kRows) {
     ASSERT_EQ(vx::new_tag(*vx::find_object(id), row.tag, row.vr, 1, 1, nullptr), VX_NORMAL_COMPLETION);
     if (row.has_value) {
@@ -139,14 +142,14 @@ TEST_F(Callbacks, OnlyBulkAttributesWithoutValueAreBound) {
     ASSERT_EQ(VX_Register_Callback_Function(app, row.tag, &holder, Holder::plain), VX_NORMAL_COMPLETION);
   }
   ASSERT_EQ(VX_Set_Message_Callbacks(app, id), VX_NORMAL_COMPLETION);
-  for (const auto& row : kRows) EXPECT_EQ(storage(row.tag), row.storage) << std::hex << row.tag;
+  for (const auto& row : kRows) EXPECT_TRUE(storage(row.tag) == row.storage) << std::hex << row.tag;
   // Bindings outlive their registration; a cleared attribute is free again.
   ASSERT_EQ(VX_Release_Callback_Function(app, 0x00282000), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(storage(0x00282000), 'C');
+  EXPECT_TRUE(storage(0x00282000) == vx::Stored::ByCallback);
   ASSERT_EQ(VX_Set_Value_To_Empty(id, 0x00282000), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(storage(0x00282000), 'M');
+  EXPECT_TRUE(storage(0x00282000) == vx::Stored::InMemory);
   vx::unbind_all(*vx::find_application(app), *vx::find_object(id));
-  EXPECT_EQ(storage(0x00282003), 'M');
+  EXPECT_TRUE(storage(0x00282003) == vx::Stored::InMemory);
   EXPECT_EQ(vx::find_object(id)->Callbacks.Count, 0);
 }
 
@@ -253,8 +256,8 @@ TEST_F(Callbacks, PrivateAttributesAreFoundByTheirCreator) {
             VX_NORMAL_COMPLETION);
   vx::MsgObj& object = *vx::find_object(id);
   for (const uint32_t tag : {0x00091042U, 0x00091142U}) vx::bind_one(app, object, *vx::find_tag(object, tag));
-  EXPECT_EQ(storage(0x00091042), 'M');
-  ASSERT_EQ(storage(0x00091142), 'C');
+  EXPECT_TRUE(storage(0x00091042) == vx::Stored::InMemory);
+  ASSERT_TRUE(storage(0x00091142) == vx::Stored::ByCallback);
   std::string seen;
   EXPECT_EQ(VX_Get_pValue_To_Function(id, "ME", 9, 0x42, &seen, collect), VX_NORMAL_COMPLETION);
   EXPECT_EQ(seen, "^abcd$");

@@ -292,7 +292,7 @@ void session(int32_t app) {
   expect(VX_Add_Private_Attribute(id, "ME", 9, 1, VX_VR_OB));
   expect(VX_Set_Message_Callbacks(app, id));
   vx::TagObj* bound = id < 0 ? nullptr : vx::find_tag(*vx::find_object(id), 0x00091001);
-  if (bound != nullptr && bound->Storage == 'C') {
+  if (bound != nullptr && bound->Storage == vx::Stored::ByCallback) {
     bound->VR = VX_VR_OW;
     expect(
         vx::store_value(*vx::find_object(id), *bound, "wxyz", 4, {.from_stream = true, .big_endian = true}));
