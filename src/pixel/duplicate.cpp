@@ -1,19 +1,20 @@
 // VX_Duplicate_Message: a deep copy of an object, its pixels brought to another transfer syntax.
 #include <algorithm>
 #include <cstring>
-#include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "codec/message_syntax.h"
 #include "config/config.h"
+#include "config/services.h"
 #include "config/transfer_syntax.h"
 #include "frame/limits.h"
 #include "frame/log.h"
 #include "frame/no_throw.h"
 #include "frame/pool.h"
 #include "frame/state.h"
+#include "media/file.h"
 #include "model/attributes.h"
 #include "model/callbacks.h"
 #include "model/convert.h"
@@ -24,6 +25,7 @@
 #include "pixel/compression.h"
 #include "pixel/compression_attributes.h"
 #include "pixel/encapsulated.h"
+#include "pixel/frame_flow.h"
 #include "pixel/image.h"
 
 namespace vx {
@@ -36,252 +38,6 @@ struct Codecs {
   VX_COMPRESSION_CALLBACK compressor;
   VX_COMPRESSION_CALLBACK decompressor;
 };
-
-// --- Frames of single bits ---
-
-// In a native value they follow each other without a gap (PS3.5 section 8.1.1); compressed, and from a
-// decompressor, each begins with a byte.
-class BitFrames {
- public:
-  static constexpr uint64_t kEndless = UINT64_MAX;
-  // Bits of each frame that begins with a byte, in what comes and in what goes.
-  BitFrames(uint64_t in, uint64_t out) : in_(in), out_(out) {}
-  // The bytes that are full after what came, with `last` all of them; valid until the next call.
-  const std::vector<uint8_t>& add(const void* data, uint32_t size, bool last) {
-    bytes_.clear();
-    for (const uint8_t byte : std::span(static_cast<const uint8_t*>(data), size)) {
-      const auto part = static_cast<uint32_t>(std::min<uint64_t>(8, in_left_));
-      held_ |= (byte & ((1U << part) - 1)) << held_bits_;
-      held_bits_ += part;
-      if ((in_left_ -= part) == 0) in_left_ = in_;
-      while (held_bits_ != 0 && held_bits_ >= std::min<uint64_t>(8, out_left_)) give();
-    }
-    if (last && held_bits_ != 0) give();
-    return bytes_;
-  }
-
- private:
-  void give() {
-    const auto part = static_cast<uint32_t>(std::min<uint64_t>({8, out_left_, held_bits_}));
-    bytes_.push_back(static_cast<uint8_t>(held_ & ((1U << part) - 1)));
-    held_ >>= part;
-    held_bits_ -= part;
-    if ((out_left_ -= part) == 0) out_left_ = out_;
-  }
-
-  const uint64_t in_;
-  const uint64_t out_;
-  uint64_t in_left_ = in_;
-  uint64_t out_left_ = out_;
-  uint32_t held_ = 0;
-  uint32_t held_bits_ = 0;
-  std::vector<uint8_t> bytes_;
-};
-
-// Bits of a frame that does not end with a byte, or 0.
-uint64_t uneven_bits(MsgObj& object) {
-  uint64_t bits = 0;
-  return frame_bits(object, bits) == kOk && bits % 8 != 0 ? bits : 0;
-}
-
-// --- Frames into a target ---
-
-// Cuts what comes into frames, compresses each, and appends it to the target's Pixel Data.
-class FrameFeeder {
- public:
-  FrameFeeder(MsgObj& target, TagObj& attribute)
-      : target_(target),
-        attribute_(attribute),
-        codec_(target, target.Compressor),
-        frame_count_(frame_count(target)) {}
-
-  VX_STATUS begin() {
-    clear_value(target_, attribute_, true, false);
-    if (VX_STATUS status = measure_frame(); status != kOk) return status;
-    target_.Started = 0;
-    start_frame();
-    return kOk;
-  }
-
-  VX_STATUS feed(const void* data, uint32_t size, bool last) {
-    if (data == nullptr && size != 0) return VX_CALLBACK_PARM_ERROR;
-    const auto* bytes = static_cast<const uint8_t*>(data);
-    while (size != 0 && frames_done_ < frame_count_) {
-      const uint32_t part = std::min(size, static_cast<uint32_t>(target_.FrameBytesLeft));
-      const bool ends = part == static_cast<uint32_t>(target_.FrameBytesLeft);
-      if (VX_STATUS status = pass_on(bytes, part, ends); status != kOk) return status;
-      target_.FrameBytesLeft -= static_cast<int32_t>(part);
-      bytes += part;
-      size -= part;
-      if (ends) {
-        if (VX_STATUS status = end_frame(); status != kOk) return status;
-      }
-    }
-    extra_bytes_ += size;
-    return last ? finish() : kOk;
-  }
-
- private:
-  VX_STATUS require(uint32_t tag, uint32_t& value, const char* text) {
-    if (read_number(target_, tag, value) == kOk) return kOk;
-    VX_LOG_ERR(kFunction, "%s", text);
-    return VX_CALLBACK_CANNOT_COMPLY;
-  }
-  VX_STATUS measure_frame() {
-    uint32_t bits = 0;
-    uint32_t rows = 0;
-    uint32_t columns = 0;
-    VX_STATUS status = require(kBitsAllocated, bits, "Bits Allocated is required by the compressor\n");
-    if (status == kOk) status = require(kRows, rows, "rows is required by the compressor\n");
-    if (status == kOk) status = require(kColumns, columns, "columns is required by the compressor\n");
-    if (status != kOk) return status;
-    char photometric[21];
-    if (read_text(target_, kPhotometric, photometric, sizeof photometric) != kOk) {
-      VX_LOG_ERR(kFunction, "Photometric Interpretation is required by the compressor\n");
-      return VX_CALLBACK_CANNOT_COMPLY;
-    }
-    uint32_t samples = 0;
-    if (status = read_samples(photometric, samples); status != kOk) return status;
-    if (is_packed_422(photometric)) samples = 2;
-    uint64_t size =
-        uint64_t{bits / 8} * std::min(columns, 0xFFFFU) * std::min(rows, 0xFFFFU) * std::min(samples, 0xFFU);
-    if (bits == 1) frame_bytes(target_, size);
-    if (size == 0 || size > kMaxFrame || bits > 64) return VX_CALLBACK_CANNOT_COMPLY;
-    target_.FrameSize = static_cast<int32_t>(size);
-    return kOk;
-  }
-  VX_STATUS read_samples(std::string_view photometric, uint32_t& samples) {
-    VX_STATUS status = read_number(target_, kSamplesPerPixel, samples);
-    if (status == kOk) return kOk;
-    samples = photometric.starts_with("MONOCHROME") ? 1 : 3;
-    if (status == VX_EMPTY_VALUE || status == VX_NULL_VALUE) {
-      VX_LOG_WARN(kFunction, "Sample Per Pixel has no values default value will be used\n");
-    } else if (status != VX_INVALID_TAG) {
-      return VX_CALLBACK_CANNOT_COMPLY;
-    }
-    TagObj* attribute = nullptr;
-    if (find_or_add_tag(target_, kSamplesPerPixel, "", attribute) != kOk) {
-      VX_LOG_ERR(kFunction, "Failed to add the tag Sample Per Pixel\n");
-      return VX_CALLBACK_CANNOT_COMPLY;
-    }
-    if (set_value(target_, *attribute, VX_UINT_TYPE, &samples, true) != kOk) {
-      VX_LOG_ERR(kFunction, "Failed to set the default value to tag Sample Per Pixel\n");
-      return VX_CALLBACK_CANNOT_COMPLY;
-    }
-    return kOk;
-  }
-  void start_frame() {
-    target_.FrameBytesLeft = target_.FrameSize;
-    target_.FirstOfFrame = 1;
-  }
-  VX_STATUS pass_on(const void* data, uint32_t size, bool last) {
-    if (codec_.present()) {
-      if (VX_STATUS status = codec_.call(data, size, last, data, size); status != kOk) return status;
-    }
-    if (size == 0) return kOk;
-    const VX_STATUS status =
-        store_fragment(target_, attribute_, data, size, {!stored_, target_.FirstOfFrame != 0});
-    stored_ = true;
-    target_.FirstOfFrame = 0;
-    return status;
-  }
-  VX_STATUS end_frame() {
-    ++frames_done_;
-    target_.Started = 1;
-    start_frame();
-    return codec_.finish();
-  }
-  VX_STATUS finish() {
-    codec_.abandon();
-    if (frames_done_ == frame_count_) {
-      if (extra_bytes_ != 0) {
-        VX_LOG_WARN(
-            kFunction,
-            "There are %d bytes more than the current frame size of %d . The padding characters will be "
-            "ignored\n",
-            static_cast<int>(std::min<uint64_t>(extra_bytes_, INT32_MAX)), target_.FrameSize);
-      }
-      return kOk;
-    }
-    const auto missing = static_cast<unsigned long>(target_.FrameBytesLeft);
-    // What is short of the last frame may be so by its pads; a frame of which nothing is there is missing.
-    const bool whole_missing =
-        target_.FrameBytesLeft == target_.FrameSize || frames_done_ + 1 < frame_count_ || frames_done_ == 0;
-    if (whole_missing) {
-      VX_LOG_ERR(
-          kFunction,
-          "Unable to duplicate, size of pixel data too small and not a full frame.  Missing data: %lu bytes "
-          "of %lu bytes in frame.",
-          missing, static_cast<unsigned long>(target_.FrameSize));
-      return VX_CANNOT_COMPLY;
-    }
-    log_line(VX_LOG_T8, kFunction,
-             "When duplicating, size of pixel data was not a multiple of the frame size.  Could be padding.  "
-             "Expected remaining data: %lu",
-             missing);
-    return kOk;
-  }
-
-  MsgObj& target_;
-  TagObj& attribute_;
-  CodecRun codec_;
-  const uint32_t frame_count_;
-  uint32_t frames_done_ = 0;
-  uint64_t extra_bytes_ = 0;
-  bool stored_ = false;
-};
-
-// --- Pixels out of a source ---
-
-// Takes pieces; `last` comes with the last one, which may be empty.
-template <typename Take>
-struct Drain {
-  Take take;
-  uint64_t frame_size = 0;  // 0: no frames
-  uint64_t in_frame = 0;
-  VX_STATUS status = kOk;
-
-  // A decompressor pads a frame of an odd number of bytes: the pad is not part of the image.
-  static VX_STATUS encapsulated(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t,
-                                int32_t last) {
-    auto& drain = *static_cast<Drain*>(user);
-    if (last != 0) {
-      drain.in_frame = 0;
-      return kOk;
-    }
-    const auto part = static_cast<uint32_t>(std::min<uint64_t>(size, drain.frame_size - drain.in_frame));
-    drain.in_frame += part;
-    return drain.status = drain.take(data, part, false);
-  }
-  static VX_STATUS plain(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t last) {
-    auto& drain = *static_cast<Drain*>(user);
-    return drain.status = drain.take(data, size, last != 0);
-  }
-};
-
-template <typename Take>
-VX_STATUS read_plain(MsgObj& source, TagObj& attribute, Take take) {
-  Drain<Take> drain{take};
-  const VX_STATUS status = value_to_function(source, attribute, &drain, &Drain<Take>::plain);
-  return drain.status != kOk ? drain.status : status;
-}
-
-template <typename Take>
-VX_STATUS read_frames(MsgObj& source, TagObj& attribute, bool to_rgb, Take take) {
-  Drain<Take> drain{take};
-  if (VX_STATUS status = frame_bytes(source, drain.frame_size); status != kOk) return status;
-  if (to_rgb) drain.frame_size = drain.frame_size / 2 * 3;
-  OFFSET_TABLE_CONTEXT* context = new_encapsulation(source, false);
-  if (context == nullptr) return VX_SYSTEM_ERROR;
-  context->ToRgb = to_rgb;
-  VX_STATUS status = VX_END_OF_FRAME;
-  for (bool next = false; status == VX_END_OF_FRAME; next = true) {
-    status = get_encapsulated(source, attribute, &drain, &Drain<Take>::encapsulated, next);
-  }
-  if (context = encapsulation(source); context != nullptr) context->ToRgb = false;
-  if (drain.status != kOk) return drain.status;
-  return status == kOk ? take(nullptr, 0, true) : status;
-}
 
 // --- The copy ---
 
@@ -332,14 +88,13 @@ class Duplicator {
     VX_STATUS status = kOk;
     switch (source_.ObjectKind) {
       case Kind::Message:
-        status = VX_Open_Empty_Message(&id);
+        status = open_object(Kind::Message, kNoName, target_);
         break;
       case Kind::Item:
-        status = open_item("MOUSE", target_);
-        id = target_ != nullptr ? target_->ID : -1;
+        status = open_item(kNoName, target_);
         break;
       case Kind::File:
-        status = VX_Create_Empty_File(&id, source_.File != nullptr ? source_.File->FileName : "");
+        status = create_empty_file(source_.File != nullptr ? source_.File->FileName : "", target_);
         break;
       case Kind::Dicomdir:
         VX_LOG_ERR(kFunction, "Unable to duplicate DICOMDIRs!");
@@ -348,8 +103,8 @@ class Duplicator {
         VX_LOG_ERR(kFunction, "Unable to duplicate SR objects!");
         return VX_INVALID_MESSAGE_ID;
     }
-    target_ = status == kOk ? find_object(id) : nullptr;
-    return status == kOk && target_ == nullptr ? static_cast<VX_STATUS>(VX_SYSTEM_ERROR) : status;
+    id = target_ != nullptr ? target_->ID : -1;
+    return status;
   }
 
   VX_STATUS copy_object() {
@@ -606,6 +361,7 @@ VX_STATUS VX_Duplicate_Message(int32_t SourceID, int32_t* DestID, VX_TRANSFER_SY
   VX_REQUIRE_LIBRARY();
   VX_REQUIRE_POINTER(DestID);
   *DestID = -1;
+  vx::end_parked_objects();
   vx::MsgObj* source = vx::find_object(SourceID);
   if (source == nullptr) return VX_INVALID_MESSAGE_ID;
   return vx::no_throw([&] {

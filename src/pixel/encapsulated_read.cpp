@@ -9,6 +9,7 @@
 #include "model/seams.h"
 #include "pixel/encapsulated.h"
 #include "pixel/image.h"
+#include "pixel/offset_table.h"
 #include "pixel/standard.h"
 #include "pixel/strip.h"
 

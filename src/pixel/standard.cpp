@@ -14,6 +14,7 @@
 #include "frame/pool.h"
 #include "frame/state.h"
 #include "model/attributes.h"
+#include "pixel/offset_table.h"
 #include "pixel/rle.h"
 #include "pixel/run.h"
 #include "pixel/standard_checks.h"

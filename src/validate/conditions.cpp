@@ -5,10 +5,14 @@
 #include <cstring>
 #include <iterator>
 #include <optional>
+#include <type_traits>
+#include <utility>
 
 #include "model/attributes.h"
+#include "model/convert.h"
 #include "model/message_info.h"
 #include "model/seams.h"
+#include "model/values.h"
 #include "validate/condition_rules.h"
 #include "vexalkit.h"
 
@@ -64,10 +68,14 @@ Number to_number(std::string_view text, int base) {
 
 // --- Presence ---
 
-TagObj* look_up(int32_t object_id, uint32_t tag) {
+VX_STATUS look_up(int32_t object_id, uint32_t tag, TagObj*& attribute) {
   MsgObj* object = nullptr;
+  attribute = nullptr;
+  return find_attribute(object_id, tag, object, attribute);
+}
+TagObj* look_up(int32_t object_id, uint32_t tag) {
   TagObj* attribute = nullptr;
-  return find_attribute(object_id, tag, object, attribute) == kOk ? attribute : nullptr;
+  return look_up(object_id, tag, attribute) == kOk ? attribute : nullptr;
 }
 
 int32_t held_values(int32_t object_id, uint32_t tag) {
@@ -75,9 +83,14 @@ int32_t held_values(int32_t object_id, uint32_t tag) {
   return attribute != nullptr ? attribute->ValueCount : 0;
 }
 
+VX_STATUS count_values(int32_t object_id, uint32_t tag, int32_t& count) {
+  TagObj* attribute = nullptr;
+  const VX_STATUS status = look_up(object_id, tag, attribute);
+  return status == kOk ? value_count(*attribute, count) : status;
+}
 int32_t counted_values(int32_t object_id, uint32_t tag) {
   int32_t count = 0;
-  return VX_Get_Value_Count(object_id, tag, &count) == kOk ? count : 0;
+  return count_values(object_id, tag, count) == kOk ? count : 0;
 }
 
 int32_t verb_present(int32_t object_id, uint32_t tag, const Clause&) {
@@ -101,7 +114,7 @@ int32_t verb_multivalued(int32_t object_id, uint32_t tag, const Clause&) {
 
 int32_t verb_null(int32_t object_id, uint32_t tag, const Clause&) {
   int32_t count = 0;
-  const VX_STATUS status = VX_Get_Value_Count(object_id, tag, &count);
+  const VX_STATUS status = count_values(object_id, tag, count);
   return answer(status == VX_NULL_VALUE || status == VX_EMPTY_VALUE);
 }
 
@@ -130,29 +143,45 @@ bool matches(const Clause& clause, std::string_view value) {
   });
 }
 
+// Goes through the texts of an attribute, first to last.
+class Texts {
+ public:
+  Texts(int32_t object_id, uint32_t tag)
+      : size_(text_size(tag)), found_(look_up(object_id, tag, attribute_)) {}
+  // The next one into text(); the first call takes the first.
+  VX_STATUS next() {
+    if (found_ != kOk) return found_;
+    return get_text(*attribute_, std::exchange(first_, false), size_, text_, true);
+  }
+  const char* text() const { return text_; }
+
+ private:
+  const int32_t size_;
+  TagObj* attribute_ = nullptr;
+  const VX_STATUS found_;
+  bool first_ = true;
+  char text_[kLongTextSize];
+};
+
 int32_t any_value_matches(int32_t object_id, uint32_t tag, const Clause& clause) {
-  char text[kLongTextSize];
-  const int32_t size = text_size(tag);
-  VX_STATUS status = VX_Get_Value_To_String(object_id, tag, size, text);
-  while (status == kOk) {
-    if (matches(clause, text)) return kConditionHolds;
-    status = VX_Get_Next_Value_To_String(object_id, tag, size, text);
+  Texts texts(object_id, tag);
+  while (texts.next() == kOk) {
+    if (matches(clause, texts.text())) return kConditionHolds;
   }
   return kConditionFails;
 }
 
 int32_t verb_is(int32_t object_id, uint32_t tag, const Clause& clause) {
   if (clause.value_number == 0) return any_value_matches(object_id, tag, clause);
-  char text[kLongTextSize];
-  const int32_t size = text_size(tag);
-  VX_STATUS status = VX_Get_Value_To_String(object_id, tag, size, text);
+  Texts texts(object_id, tag);
+  VX_STATUS status = texts.next();
   const auto goes_on = [&status] {  // behind a value that can't be read there may be others
     return status == kOk || status == VX_NULL_VALUE || status == VX_BUFFER_TOO_SMALL;
   };
   for (int32_t number = 1; number < clause.value_number && goes_on(); ++number) {
-    status = VX_Get_Next_Value_To_String(object_id, tag, size, text);
+    status = texts.next();
   }
-  return status == kOk ? answer(matches(clause, text)) : kConditionUnknown;
+  return status == kOk ? answer(matches(clause, texts.text())) : kConditionUnknown;
 }
 
 int32_t verb_not(int32_t object_id, uint32_t tag, const Clause& clause) {
@@ -162,10 +191,16 @@ int32_t verb_not(int32_t object_id, uint32_t tag, const Clause& clause) {
 
 // --- Numbers and tags ---
 
+template <class Number>
+VX_STATUS read_number(TagObj* attribute, bool first, Number& value) {
+  constexpr VX_DATA_TYPE kType = std::is_signed_v<Number> ? VX_INT_TYPE : VX_ULONGINT_TYPE;
+  return attribute != nullptr ? get_number(*attribute, first, kType, &value) : VX_INVALID_TAG;
+}
+
 template <class Test>
 int32_t compare_number(int32_t object_id, uint32_t tag, const Clause& clause, Test test) {
   int32_t value = 0;
-  if (VX_Get_Value_To_Int(object_id, tag, &value) != kOk) return kConditionUnknown;
+  if (read_number(look_up(object_id, tag), true, value) != kOk) return kConditionUnknown;
   return answer(any_argument(
       clause, [value, test](std::string_view text) { return test(value, to_number<int32_t>(text, 10)); }));
 }
@@ -183,8 +218,8 @@ int32_t verb_unequal(int32_t object_id, uint32_t tag, const Clause& clause) {
 int32_t verb_uneven(int32_t object_id, uint32_t tag, const Clause&) {
   int32_t first = 0;
   int32_t second = 0;
-  if (VX_Get_Value_To_Int(object_id, tag, &first) != kOk ||
-      VX_Get_Next_Value_To_Int(object_id, tag, &second) != kOk) {
+  TagObj* attribute = look_up(object_id, tag);
+  if (read_number(attribute, true, first) != kOk || read_number(attribute, false, second) != kOk) {
     return kConditionUnknown;
   }
   return answer(first != 1 || second != 1);
@@ -192,7 +227,7 @@ int32_t verb_uneven(int32_t object_id, uint32_t tag, const Clause&) {
 
 int32_t verb_points(int32_t object_id, uint32_t tag, const Clause& clause) {
   uint32_t value = 0;
-  if (VX_Get_Value_To_ULongInt(object_id, tag, &value) != kOk) return kConditionUnknown;
+  if (read_number(look_up(object_id, tag), true, value) != kOk) return kConditionUnknown;
   return answer(any_argument(
       clause, [value](std::string_view text) { return value == to_number<uint32_t>(text, 16); }));
 }
@@ -200,11 +235,12 @@ int32_t verb_points(int32_t object_id, uint32_t tag, const Clause& clause) {
 int32_t verb_lists(int32_t object_id, uint32_t tag, const Clause& clause) {
   const uint32_t wanted = to_number<uint32_t>(clause.arguments, 16);
   uint32_t value = 0;
-  VX_STATUS status = VX_Get_Value_To_ULongInt(object_id, tag, &value);
+  TagObj* attribute = look_up(object_id, tag);
+  VX_STATUS status = read_number(attribute, true, value);
   if (status != kOk) return kConditionUnknown;
   while (status == kOk) {
     if (value == wanted) return kConditionHolds;
-    status = VX_Get_Next_Value_To_ULongInt(object_id, tag, &value);
+    status = read_number(attribute, false, value);
   }
   return kConditionFails;
 }
