@@ -127,6 +127,20 @@ void gather(const uint8_t* from, uint32_t stride, uint32_t count, uint8_t* to) {
   for (uint32_t i = 0; i < count; ++i, from += stride) to[i] = *from;
 }
 
+// Bytes, at most `most`, at which nothing is decided: short of a full scratch and of the row's last byte.
+inline uint32_t pass_stretch(const uint8_t* bytes, uint32_t most, uint32_t held, uint32_t& tail,
+                             uint32_t& marked) {
+  uint32_t passed = 0;
+  if (tail == 1) {
+    passed = count_changes(bytes, most);
+    if (passed != 0) marked = 0;
+  } else if (tail > 4 && tail == held) {
+    passed = count_equal(bytes, most);
+    tail += passed;
+  }
+  return passed;
+}
+
 // One row; a run never crosses its end. `held` bytes from `start` on are not written yet: among them `marked`
 // that will be a replicate run, and behind those `tail` equal ones.
 void Packer::row(const uint8_t* bytes, uint32_t size) {
@@ -135,17 +149,9 @@ void Packer::row(const uint8_t* bytes, uint32_t size) {
   uint32_t tail = 0;
   uint32_t marked = 0;
   for (uint32_t i = 0; i < size; ++i) {
-    // Stretches in which nothing is decided, short of a full scratch and of the row's last byte.
     if (i + 1 < size && held < kMaxRun - 1) {
-      const uint32_t most = std::min(kMaxRun - 1 - held, size - 1 - i);
-      uint32_t passed = 0;
-      if (tail == 1) {
-        passed = count_changes(bytes + i, most);
-        if (passed != 0) marked = 0;
-      } else if (tail > 4 && tail == held) {
-        passed = count_equal(bytes + i, most);
-        tail += passed;
-      }
+      const uint32_t passed =
+          pass_stretch(bytes + i, std::min(kMaxRun - 1 - held, size - 1 - i), held, tail, marked);
       held += passed;
       i += passed;
     }

@@ -80,7 +80,10 @@ class XmlWriter {
 
   VX_STATUS attributes(const Scope& scope);
   VX_STATUS attribute(const Scope& scope, TagObj& attribute);
-  VX_STATUS native_content(const Scope& scope, TagObj& attribute);
+  bool wants(const TagObj& attribute) const;
+  VX_STATUS own_content(const Scope& scope, TagObj& attribute);
+  VX_STATUS native_content(const Scope& scope, TagObj& attribute, bool wanted);
+  VX_STATUS native_value(const Scope& scope, TagObj& attribute);
   VX_STATUS own_bulk(const Scope& scope, TagObj& attribute);
   VX_STATUS items(const Scope& scope, const TagObj& attribute);
   VX_STATUS values(const Scope& scope, const TagObj& attribute);
@@ -189,22 +192,21 @@ std::string_view text_of(const TagObj* attribute, char (&scratch)[80]) {
   return view_text(*attribute, cursor, scratch, text) == kOk ? text : std::string_view();
 }
 
-VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
+// If the content of an attribute is to be written.
+bool XmlWriter::wants(const TagObj& attribute) const {
   const bool bulk = is_bulk_vr(attribute.VR);
-  const bool pixels = attribute.Tag == kPixelData;
-  bool wanted = true;
-  if (attribute.VR == VX_VR_SQ) {
-    wanted = !has(VX_XML_EXCLUDE_SEQUENCES);
-  } else if (pixels) {
-    wanted = has(VX_XML_INCLUDE_PIXEL_DATA);
-  } else if (bulk && attribute.VR != VX_VR_UN) {
-    wanted = has(VX_XML_INCLUDE_BULK);
-  }
   if (!bulk && attribute.Storage == Stored::ByCallback) {
     VX_LOG_WARN(function(), "Value of attribute %4.4X%4.4X is held by a callback and left out",
                 tag_group(attribute.Tag), tag_element(attribute.Tag));
-    wanted = false;
+    return false;
   }
+  if (attribute.VR == VX_VR_SQ) return !has(VX_XML_EXCLUDE_SEQUENCES);
+  if (attribute.Tag == kPixelData) return has(VX_XML_INCLUDE_PIXEL_DATA);
+  return !bulk || attribute.VR == VX_VR_UN || has(VX_XML_INCLUDE_BULK);
+}
+
+VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
+  const bool wanted = wants(attribute);
   const bool own = form_ == XmlForm::Own;
   if (own && (!wanted || (attribute.ValueCount == 0 && attribute.Storage != Stored::ByCallback))) return kOk;
   char scratch[80];
@@ -223,22 +225,11 @@ VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
   field(own ? "Name" : "keyword", name_of(attribute, creator));
   if (!creator.empty())
     field(own ? "PCode" : "privateCreator", to_utf8(creator, scope.set, false, work_, whole_));
-  if (!own) {
-    out_ += '>';
-    const std::size_t start = output_.size();
-    ++level_;
-    const VX_STATUS status =
-        wanted && has_value(attribute) ? native_content(scope, attribute) : VX_STATUS{kOk};
-    --level_;
-    if (output_.size() == start) {
-      out_.back() = '/';
-      out_ += '>';
-    } else {
-      line();
-      end("DicomAttribute");
-    }
-    return status;
-  }
+  return own ? own_content(scope, attribute) : native_content(scope, attribute, wanted);
+}
+
+// From the last field of its head to its end, as the two that follow.
+VX_STATUS XmlWriter::own_content(const Scope& scope, TagObj& attribute) {
   if (attribute.VR == VX_VR_SQ) {
     field("Length", std::to_string(attribute.ValueCount));
     out_ += '>';
@@ -249,7 +240,7 @@ VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
     out_ += "</Attribute>\n";
     return kOk;
   }
-  if (bulk) return own_bulk(scope, attribute);
+  if (is_bulk_vr(attribute.VR)) return own_bulk(scope, attribute);
   // Length stands in front of the text that it counts.
   const std::size_t head = out_.size();
   if (has_value(attribute)) {
@@ -260,7 +251,23 @@ VX_STATUS XmlWriter::attribute(const Scope& scope, TagObj& attribute) {
   return kOk;
 }
 
-VX_STATUS XmlWriter::native_content(const Scope& scope, TagObj& attribute) {
+VX_STATUS XmlWriter::native_content(const Scope& scope, TagObj& attribute, bool wanted) {
+  out_ += '>';
+  const std::size_t start = output_.size();
+  ++level_;
+  const VX_STATUS status = wanted && has_value(attribute) ? native_value(scope, attribute) : VX_STATUS{kOk};
+  --level_;
+  if (output_.size() == start) {
+    out_.back() = '/';
+    out_ += '>';
+  } else {
+    line();
+    end("DicomAttribute");
+  }
+  return status;
+}
+
+VX_STATUS XmlWriter::native_value(const Scope& scope, TagObj& attribute) {
   if (attribute.VR == VX_VR_SQ) return items(scope, attribute);
   if (!is_bulk_vr(attribute.VR)) return values(scope, attribute);
   if (wide_integers(attribute, work_)) {
