@@ -54,11 +54,6 @@ std::string_view cut_nuls(std::string_view text) {
   while (!text.empty() && text.back() == '\0') text.remove_suffix(1);
   return text;
 }
-// The VRs that Specific Character Set is about (PS3.5 section 6.1.2.2).
-bool has_free_characters(int32_t vr) {
-  return vr == VX_VR_LO || vr == VX_VR_LT || vr == VX_VR_PN || vr == VX_VR_SH || vr == VX_VR_ST ||
-         vr == VX_VR_UC || vr == VX_VR_UT;
-}
 // Only then a backslash may be part of a character.
 bool may_hold_wide_characters(int32_t vr, std::string_view text) {
   if (vr != VX_VR_LO && vr != VX_VR_PN && vr != VX_VR_SH && vr != VX_VR_UC) return false;
@@ -164,7 +159,7 @@ VX_STATUS Decoder::set_texts_to_keep(Frame& frame, TagObj& attribute, std::strin
   bool splits = false;
   std::string_view text = text_of(bytes.data(), bytes.size(), splits);
   if (text.size() != bytes.size()) {
-    if (has_free_characters(attribute.VR)) {
+    if (has_character_set(attribute.VR)) {
       text = cut_nuls(bytes);
       splits = text.find('\\') != std::string_view::npos;
     } else {

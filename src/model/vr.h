@@ -24,6 +24,11 @@ constexpr bool is_bulk_vr(int32_t vr) {
 constexpr bool is_one_value_text(int32_t vr) {
   return vr == VX_VR_LT || vr == VX_VR_ST || vr == VX_VR_UT || vr == VX_VR_UR;
 }
+// The VRs that Specific Character Set is about (PS3.5 section 6.1.2.2).
+constexpr bool has_character_set(int32_t vr) {
+  return vr == VX_VR_LO || vr == VX_VR_LT || vr == VX_VR_PN || vr == VX_VR_SH || vr == VX_VR_ST ||
+         vr == VX_VR_UC || vr == VX_VR_UT;
+}
 // Bytes of one value of a numeric VR or one element of a bulk VR; 1 for text, SQ 0.
 constexpr uint32_t vr_width(int32_t vr) {
   switch (vr) {

@@ -334,17 +334,12 @@ float rate_of(const CodecSettings& settings, uint64_t bits) {
   return static_cast<float>(static_cast<double>(bits) * 1000 / static_cast<double>(target));
 }
 
-int compress(const ImageAttributes& image, const CodecSettings& settings, const uint8_t* frame,
-             std::vector<uint8_t>& out) try {
-  if (!load_library()) return kCodecNotLoaded;
-  uint32_t precision = image.BitsStored;
-  std::vector<uint16_t> stripped;
-  const bool fits =
-      image.BitsAllocated == 16 ? strip_high_bits(image, frame, stripped) : bytes_fit(image, frame);
-  if (!fits) {
-    if (!settings.lossless) return kCodecHighBits;
-    precision = image.BitsAllocated;
-  }
+bool is_rgb(const ImageAttributes& image) {
+  return image.SamplesPerPixel == 3 && image.photometric().starts_with("RGB");
+}
+
+// The frame as the codec wants it, a plane a sample; null without memory.
+opj_image_t* make_image(const ImageAttributes& image, const uint8_t* frame, uint32_t precision) {
   opj_image_cmptparm_t layout[kMaxSamples]{};
   for (uint32_t i = 0; i < image.SamplesPerPixel; ++i) {
     layout[i].dx = layout[i].dy = 1;
@@ -353,19 +348,17 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
     layout[i].prec = precision;
     layout[i].sgnd = image.PixelRepresentation;
   }
-  const bool rgb = image.SamplesPerPixel == 3 && image.photometric().starts_with("RGB");
-  Handles handles;
-  const OPJ_COLOR_SPACE space = rgb                          ? OPJ_CLRSPC_SRGB
+  const OPJ_COLOR_SPACE space = is_rgb(image)                ? OPJ_CLRSPC_SRGB
                                 : image.SamplesPerPixel == 3 ? OPJ_CLRSPC_SYCC
                                                              : OPJ_CLRSPC_GRAY;
-  handles.image = lib.image_create(image.SamplesPerPixel, layout, space);
-  if (handles.image == nullptr) return kCodecNoMemory;
-  handles.image->x1 = image.Columns;
-  handles.image->y1 = image.Rows;
+  opj_image_t* made = lib.image_create(image.SamplesPerPixel, layout, space);
+  if (made == nullptr) return nullptr;
+  made->x1 = image.Columns;
+  made->y1 = image.Rows;
   const std::size_t pixels = std::size_t{image.Rows} * image.Columns;
   const std::size_t stride = image.SamplesPerPixel;
   for (std::size_t s = 0; s < stride; ++s) {
-    OPJ_INT32* to = handles.image->comps[s].data;
+    OPJ_INT32* to = made->comps[s].data;
     for (std::size_t i = 0; i < pixels; ++i) {
       const std::size_t at = i * stride + s;
       if (image.BitsAllocated == 16) {
@@ -377,11 +370,30 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
       }
     }
   }
+  return made;
+}
+
+int compress(const ImageAttributes& image, const CodecSettings& settings, const uint8_t* frame,
+             std::vector<uint8_t>& out) try {
+  if (!load_library()) return kCodecNotLoaded;
+  uint32_t precision = image.BitsStored;
+  std::vector<uint16_t> stripped;
+  const bool fits =
+      image.BitsAllocated == 16 ? strip_high_bits(image, frame, stripped) : bytes_fit(image, frame);
+  if (!fits) {
+    if (!settings.lossless) return kCodecHighBits;
+    precision = image.BitsAllocated;
+  }
+  const bool rgb = is_rgb(image);
+  Handles handles;
+  handles.image = make_image(image, frame, precision);
+  if (handles.image == nullptr) return kCodecNoMemory;
   opj_cparameters_t parameters;
   lib.default_encoder(&parameters);
   parameters.tcp_numlayers = 1;
   parameters.cp_disto_alloc = 1;
-  parameters.tcp_rates[0] = settings.lossless ? 0 : rate_of(settings, uint64_t{precision} * stride);
+  parameters.tcp_rates[0] =
+      settings.lossless ? 0 : rate_of(settings, uint64_t{precision} * image.SamplesPerPixel);
   parameters.irreversible = settings.lossless ? 0 : 1;
   parameters.tcp_mct = rgb ? 1 : 0;
   // Each resolution halves the image.

@@ -7,6 +7,7 @@
 #include "model/attributes.h"
 #include "model/convert.h"
 #include "model/values.h"
+#include "model/vr.h"
 #include "text/charset.h"
 #include "text/charset_rows.h"
 
@@ -20,11 +21,6 @@ constexpr char kSubstitute = '\x1A';
 VX_STATUS not_ready(const char* function) {
   VX_LOG_ERR(function, "Unicode library not initialized");
   return VX_CANNOT_COMPLY;
-}
-
-bool is_unicode_vr(int32_t vr) {
-  return vr == VX_VR_LO || vr == VX_VR_LT || vr == VX_VR_PN || vr == VX_VR_SH || vr == VX_VR_ST ||
-         vr == VX_VR_UC || vr == VX_VR_UT;
 }
 
 std::u16string_view units_of(const char16_t* text, int32_t length) {
@@ -73,7 +69,7 @@ VX_STATUS set_unicode(int32_t id, uint32_t tag, int32_t length, const char16_t* 
   TagObj* attribute = nullptr;
   VX_STATUS status = find_to_change(*object, tag, attribute);
   if (status != kOk) return status;
-  if (!is_unicode_vr(attribute->VR)) return VX_INCOMPATIBLE_VR;
+  if (!has_character_set(attribute->VR)) return VX_INCOMPATIBLE_VR;
   TextCharsets sets;
   status = text_charsets(*object, sets);
   if (status != kOk) {
@@ -102,7 +98,7 @@ VX_STATUS get_unicode(int32_t id, uint32_t tag, int32_t room, int32_t* length, c
   TagObj* attribute = nullptr;
   VX_STATUS status = find_attribute(id, tag, object, attribute);
   if (status != kOk) return status;
-  if (!is_unicode_vr(attribute->VR)) return VX_INCOMPATIBLE_VR;
+  if (!has_character_set(attribute->VR)) return VX_INCOMPATIBLE_VR;
   TextCharsets sets;
   status = text_charsets(*object, sets);
   if (status != kOk) {

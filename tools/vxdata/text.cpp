@@ -1,14 +1,11 @@
 #include "text.h"
 
-#include <array>
 #include <fstream>
+
+#include "model/vr.h"
 
 namespace vxdata {
 namespace {
-
-constexpr std::array<std::string_view, 31> kVrs = {
-    "AE", "AS", "CS", "DA", "DS", "DT", "IS", "LO", "LT", "PN", "SH", "ST", "TM", "UC", "UR", "UT",
-    "UI", "SS", "US", "AT", "SL", "UL", "FL", "FD", "UN", "OB", "OW", "OL", "OD", "OF", "SQ"};
 
 int hex_digit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -129,14 +126,12 @@ std::string vm_text(Multiplicity vm) {
 }
 
 std::optional<int> vr_code(std::string_view letters) {
-  for (size_t i = 0; i < kVrs.size(); ++i) {
-    if (kVrs[i] == letters) return static_cast<int>(i);
-  }
-  return std::nullopt;
+  const int code = letters.size() == 2 ? vx::vr_from_letters(letters[0], letters[1]) : -1;
+  return code >= 0 ? std::optional(code) : std::nullopt;
 }
 
-std::string_view vr_letters(int code) {
-  return code >= 0 && code < static_cast<int>(kVrs.size()) ? kVrs[static_cast<size_t>(code)] : "??";
+const char* vr_letters(int code) {
+  return vx::vr_letters(code);
 }
 
 bool is_private(uint32_t tag) {

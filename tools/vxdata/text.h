@@ -62,7 +62,7 @@ std::string vm_text(Multiplicity vm);
 inline constexpr int kVrUn = 24;
 inline constexpr int kVrSq = 30;
 std::optional<int> vr_code(std::string_view letters);
-std::string_view vr_letters(int code);
+const char* vr_letters(int code);
 inline bool is_text_vr(int code) {
   return code >= 0 && code <= 16;
 }

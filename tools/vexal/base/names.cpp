@@ -6,6 +6,7 @@
 
 #include "embedded.h"
 #include "tables.h"
+#include "text.h"
 
 namespace vexal {
 namespace {
@@ -151,10 +152,7 @@ std::string describe_uid(const std::string& uid) {
 }
 
 const char* vr_letters(VX_VR vr) {
-  static const char* const kLetters[] = {"AE", "AS", "CS", "DA", "DS", "DT", "IS", "LO", "LT", "PN", "SH",
-                                         "ST", "TM", "UC", "UR", "UT", "UI", "SS", "US", "AT", "SL", "UL",
-                                         "FL", "FD", "UN", "OB", "OW", "OL", "OD", "OF", "SQ"};
-  return vr >= 0 && vr <= VX_VR_SQ ? kLetters[vr] : "??";
+  return vxdata::vr_letters(vr);
 }
 
 std::size_t edit_distance(std::string_view a, std::string_view b, std::size_t limit) {
