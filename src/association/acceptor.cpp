@@ -1,5 +1,6 @@
 #include "association/acceptor.h"
 #include "association/negotiation.h"
+#include "association/seams.h"
 
 #include <unistd.h>
 

@@ -53,7 +53,4 @@ VX_STATUS reject_association(int32_t id, int32_t reason);
 // The peer's extended negotiation data never goes back as it came: the application's takes its place.
 void settle_extended_negotiation(SesObj& session);
 
-// Serves an association that is for verification only, up to its end; the session is gone after it.
-void HandleEchoSession(SesObj* session);
-
 }  // namespace vx

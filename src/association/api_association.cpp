@@ -239,12 +239,9 @@ VX_STATUS VX_Close_Association(int32_t* AssociationID) {
 VX_STATUS VX_Abort_Association(int32_t* AssociationID) {
   VX_REQUIRE_LIBRARY();
   VX_REQUIRE_POINTER(AssociationID);
-  SesObj* session = nullptr;
-  const VX_STATUS status = enter_to_abort(*AssociationID, session);
-  if (status != kOk) return status;
-  *AssociationID = -1;
-  if (session != nullptr) abort_session(session);
-  return kOk;
+  const VX_STATUS status = abort_association(*AssociationID);
+  if (status == kOk) *AssociationID = -1;
+  return status;
 }
 
 VX_STATUS VX_Get_Association_Info(int32_t AssociationID, AssocInfo* Info) {

@@ -171,6 +171,13 @@ VX_STATUS enter_to_abort(int32_t id, SesObj*& out) {
   return kOk;
 }
 
+VX_STATUS abort_association(int32_t id) {
+  SesObj* session = nullptr;
+  const VX_STATUS status = enter_to_abort(id, session);
+  if (session != nullptr) abort_session(session);
+  return status;
+}
+
 void end_sessions(AppObj& app) {
   for (;;) {
     SesObj* session = nullptr;

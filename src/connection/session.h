@@ -123,6 +123,8 @@ bool abort_was_requested(const SesObj& session);
 // The same as enter_session for who wants the session to end: while another thread is inside it is told to
 // abort, and the session given is null.
 VX_STATUS enter_to_abort(int32_t id, SesObj*& out);
+// Aborts the association, here or in the thread that is inside it. VX_INVALID_ASSOCIATION_ID.
+VX_STATUS abort_association(int32_t id);
 // For reports: the session, or null, while the lock is held.
 class SessionReport {
  public:

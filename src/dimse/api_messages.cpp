@@ -8,40 +8,14 @@ using namespace vx;
 
 namespace {
 
-// Enters the session, runs send(session) and leaves it, unless it has gone.
-template <typename Send>
-VX_STATUS send_inside(int32_t id, const char* function, Send send) {
-  SesObj* session = nullptr;
-  VX_STATUS status = enter_session(id, function, session);
-  if (status != kOk) return status;
-  status = no_throw([&] { return send(session); });
-  if (status == VX_ASSOCIATION_ABORTED) return status;
-  const VX_STATUS left = leave_session(session);
-  return left == kOk ? status : left;
-}
-
-MsgObj* find_message(int32_t id) {
-  MsgObj* object = find_object(id);
-  return object != nullptr && object->ObjectKind == Kind::Message ? object : nullptr;
-}
-
-VX_STATUS send_request(int32_t association, int32_t id, const char* service_name) {
-  return send_inside(association, "VXI_Send_Request_Message", [&](SesObj* session) -> VX_STATUS {
-    MsgObj* message = find_message(id);
-    return message != nullptr ? SendMessageTo(session, *message, service_name) : VX_INVALID_MESSAGE_ID;
-  });
-}
-
-VX_STATUS send_from_callback(int32_t association, const char* service_name, void* user,
-                             VX_VALUE_CALLBACK callback) {
+VX_STATUS send_checked(int32_t association, const char* service_name, void* user,
+                       VX_VALUE_CALLBACK callback) {
   VX_REQUIRE_LIBRARY();
   if (callback == nullptr) {
     VX_LOG_ERR("VXI_Send_Request", "Invalid user callback function");
     return VX_NULL_POINTER_PARM;
   }
-  return send_inside(association, "VXI_Send_Request", [&](SesObj* session) {
-    return SendMessageFromCallback(session, service_name, user, callback);
-  });
+  return send_from_callback(association, service_name, user, callback);
 }
 
 VX_STATUS read_into(int32_t association, int32_t timeout, uint32_t stop_tag, int32_t* id,
@@ -75,26 +49,19 @@ VX_STATUS VX_Send_Request_Message_For_Service(int32_t AssociationID, int32_t Msg
 
 VX_STATUS VX_Send_Response_Message(int32_t AssociationID, uint32_t Status, int32_t MsgID) {
   VX_REQUIRE_LIBRARY();
-  return send_inside(AssociationID, "VX_Send_Response_Message", [&](SesObj* session) -> VX_STATUS {
-    MsgObj* message = find_message(MsgID);
-    if (message == nullptr) return VX_INVALID_MESSAGE_ID;
-    const VX_STATUS status = store_command_number(*message, command_tag::kStatus, Status & 0xFFFFU);
-    if (status == kOk) return SendMessageTo(session, *message, nullptr);
-    VX_LOG_ERR("VX_Send_Response_Message", "Error Coding status code field: %s", status_text(status));
-    return VX_SYSTEM_ERROR;
-  });
+  return send_response(AssociationID, Status, MsgID);
 }
 
 VX_STATUS VX_Send_Request(int32_t AssociationID, int32_t Reserved, void* UserInfo,
                           VX_VALUE_CALLBACK Callback) {
   static_cast<void>(Reserved);
-  return send_from_callback(AssociationID, nullptr, UserInfo, Callback);
+  return send_checked(AssociationID, nullptr, UserInfo, Callback);
 }
 
 VX_STATUS VX_Send_Request_For_Service(int32_t AssociationID, const char* ServiceName, int32_t Reserved,
                                       void* UserInfo, VX_VALUE_CALLBACK Callback) {
   static_cast<void>(Reserved);
-  return send_from_callback(AssociationID, ServiceName, UserInfo, Callback);
+  return send_checked(AssociationID, ServiceName, UserInfo, Callback);
 }
 
 VX_STATUS VX_Read_Message(int32_t AssociationID, int32_t Timeout, int32_t* MsgID, const char** ServiceName,

@@ -81,6 +81,12 @@ bool fits_syntax(const MsgObj& message, const AcceptedContext& entry);
 // Stores a number, adding the attribute as US if it is missing.
 VX_STATUS store_command_number(MsgObj& message, uint32_t tag, uint32_t value);
 
+// Messages by their handles; `service_name` may be null.
+VX_STATUS send_request(int32_t association, int32_t message, const char* service_name);
+VX_STATUS send_response(int32_t association, uint32_t status, int32_t message);
+VX_STATUS send_from_callback(int32_t association, const char* service_name, void* user,
+                             VX_VALUE_CALLBACK callback);
+
 // Both take a session that is marked busy. VX_ASSOCIATION_ABORTED: it is gone. A failure before anything was
 // sent leaves it as it was.
 VX_STATUS SendMessageTo(SesObj* session, MsgObj& message, const char* service_name);

@@ -4,10 +4,13 @@
 #include <string>
 
 #include "codec/decode_rest.h"
+#include "codec/message_syntax.h"
 #include "codec/reader.h"
+#include "codec/stream_calls.h"
 #include "codec/stream_input.h"
 #include "config/config.h"
 #include "dimse/receive_parts.h"
+#include "dimse/seams.h"
 #include "frame/log.h"
 #include "frame/no_throw.h"
 #include "frame/text.h"
@@ -210,12 +213,12 @@ VX_STATUS stream_as_file(int32_t association, int32_t& id, const char* file_name
   char made[80];
   std::snprintf(made, sizeof made, "session%dmsg%did%ld", association, id,
                 static_cast<long>(std::time(nullptr)));
-  status = VX_Message_To_File(id, file_name != nullptr ? file_name : made);
+  status = message_to_file(*message, file_name != nullptr ? file_name : made);
   if (status != kOk) return failed("VX_Message_To_File", status);
-  status = VX_Set_Message_Transfer_Syntax(id, syntax);
+  status = set_message_syntax(*message, syntax);
   if (status != kOk) return failed("VX_Set_Message_Transfer_Syntax", status);
   MetaGroup meta{receiver};
-  status = VX_Message_To_Stream(id, 0x00020000U, 0x0002FFFFU, EXPLICIT_LITTLE_ENDIAN, &meta, give_meta);
+  status = message_to_stream(*message, 0x00020000U, 0x0002FFFFU, EXPLICIT_LITTLE_ENDIAN, &meta, give_meta);
   if (status != kOk) return failed("VX_Message_To_Stream", status);
   status = stream_rest(association, id, receiver);
   return status == kOk ? kOk : failed("VX_Continue_Read_Message_To_Stream", status);
@@ -236,11 +239,11 @@ VX_STATUS read_to_stream(int32_t association, int32_t timeout, ReadResult& resul
   result.service = service != nullptr ? service->name : "";
   Receiver receiver{result.message, user, callback};
   status = stream_as_file(association, result.message, file_name, receiver);
-  if (result.message >= 0) {
-    const VX_STATUS freed = VX_Free_Message(&result.message);
-    if (freed != kOk && status == kOk) status = failed("VX_Free_Message", freed);
-  }
-  return status;
+  if (result.message < 0) return status;
+  MsgObj* message = find_object(result.message);
+  const VX_STATUS freed = message != nullptr ? free_object(*message, "VX_Free_Message", VX_INVALID_MESSAGE_ID)
+                                             : VX_INVALID_MESSAGE_ID;
+  return freed != kOk && status == kOk ? failed("VX_Free_Message", freed) : status;
 }
 
 }  // namespace vx

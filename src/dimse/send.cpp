@@ -3,18 +3,22 @@
 #include <cstring>
 #include <string>
 
+#include "codec/message_syntax.h"
 #include "codec/reader.h"
 #include "codec/writer.h"
 #include "config/added.h"
 #include "config/config.h"
 #include "dimse/dimse.h"
 #include "dimse/pdv_writer.h"
+#include "dimse/seams.h"
 #include "frame/log.h"
+#include "frame/no_throw.h"
 #include "frame/patience.h"
 #include "frame/text.h"
 #include "model/attributes.h"
 #include "model/callbacks.h"
 #include "model/convert.h"
+#include "model/seams.h"
 
 namespace vx {
 namespace {
@@ -144,9 +148,7 @@ VX_STATUS read_source(const char*, void* user, uint32_t* size, void** data, int3
 // The front of the stream as a message, freed at the end.
 class Front {
  public:
-  ~Front() {
-    if (id_ >= 0) VX_Free_Message(&id_);
-  }
+  ~Front() { drop(); }
   // The message, in the syntax and with the identity that the stream says.
   VX_STATUS read(const Source& source);
   MsgObj* message() const { return find_object(id_); }
@@ -163,16 +165,17 @@ class Front {
     VX_LOG_ERR(kFromCallback, "%s failed. Error %d (%s)", what, status, status_text(status));
     return status;
   }
-  VX_STATUS text(uint32_t tag, std::string& out) const {
-    char buffer[80];
-    const VX_STATUS status = VX_Get_Value_To_String(id_, tag, sizeof buffer, buffer);
-    out = status == kOk ? buffer : "";
-    return status;
+  void drop();
+  VX_STATUS find(uint32_t tag, TagObj*& attribute) const {
+    MsgObj* object = nullptr;
+    return find_attribute(id_, tag, object, attribute);
   }
+  VX_STATUS text(uint32_t tag, std::string& out) const;
+  VX_STATUS set(uint32_t tag, const std::string& value) const;
   VX_STATUS open(const Source& source, uint32_t last_tag);
   VX_STATUS find_syntax();
-  void take_identity(uint32_t tag, uint32_t command, std::string& uid, const char* get,
-                     const char* set) const;
+  void take_identity(uint32_t tag, uint32_t command, std::string& uid, const char* getting,
+                     const char* setting) const;
 
   int32_t id_ = -1;
   VX_TRANSFER_SYNTAX syntax_ = 0;
@@ -180,8 +183,31 @@ class Front {
   std::string sop_class_;
 };
 
+void Front::drop() {
+  if (MsgObj* object = message()) free_object(*object, kFromCallback, VX_INVALID_MESSAGE_ID);
+  id_ = -1;
+}
+
+VX_STATUS Front::text(uint32_t tag, std::string& out) const {
+  char buffer[80];
+  TagObj* attribute = nullptr;
+  VX_STATUS status = find(tag, attribute);
+  if (status == kOk) status = get_text(*attribute, true, sizeof buffer, buffer, true);
+  out = status == kOk ? buffer : "";
+  return status;
+}
+
+VX_STATUS Front::set(uint32_t tag, const std::string& value) const {
+  MsgObj* object = message();
+  if (object == nullptr) return VX_INVALID_MESSAGE_ID;
+  TagObj* attribute = nullptr;
+  const VX_STATUS status = find_to_change(*object, tag, attribute);
+  return status == kOk ? set_text(*object, *attribute, value, true, nullptr) : status;
+}
+
 VX_STATUS Front::find_syntax() {
-  VX_STATUS status = VX_Get_Message_Transfer_Syntax(id_, &syntax_);
+  MsgObj* object = message();
+  VX_STATUS status = object != nullptr ? get_message_syntax(*object, syntax_) : VX_INVALID_MESSAGE_ID;
   if (status == kOk) return kOk;
   std::string uid;
   status = text(0x00020010U, uid);
@@ -190,30 +216,32 @@ VX_STATUS Front::find_syntax() {
   return status == kOk ? kOk : failed("VXI_ConvertSyntaxToEnum", status);
 }
 
-void Front::take_identity(uint32_t tag, uint32_t command, std::string& uid, const char* get,
-                          const char* set) const {
+void Front::take_identity(uint32_t tag, uint32_t command, std::string& uid, const char* getting,
+                          const char* setting) const {
   if (uid.empty()) {
-    if (const VX_STATUS status = text(tag, uid); status != kOk) failed(get, status);
+    if (const VX_STATUS status = text(tag, uid); status != kOk) failed(getting, status);
   }
   if (uid.empty()) return;
-  if (const VX_STATUS status = VX_Set_Value_From_String(id_, command, uid.c_str()); status != kOk) {
-    failed(set, status);
-  }
+  if (const VX_STATUS status = set(command, uid); status != kOk) failed(setting, status);
 }
 
 VX_STATUS Front::open(const Source& source, uint32_t last_tag) {
-  if (id_ >= 0) VX_Free_File(&id_);
-  VX_STATUS status = VX_Create_Empty_File(&id_, "");
+  drop();
+  MsgObj* file = nullptr;
+  VX_STATUS status = create_empty_file("", file);
   if (status != kOk) return failed("VX_Create_Empty_File", status);
-  status = VX_Open_File_Upto_Tag(state().EchoApplicationID, id_, const_cast<Source*>(&source), last_tag,
-                                 &offset_, read_source);
+  id_ = file->ID;
+  const int32_t own = state().EchoApplicationID;
+  status = find_application(own) != nullptr
+               ? read_file_up_to(*file, own, last_tag, const_cast<Source*>(&source), read_source, offset_)
+               : VX_INVALID_APPLICATION_ID;
   if (status != kOk) return failed("VX_Open_File_Upto_Tag", status);
   return find_syntax();
 }
 
 VX_STATUS Front::read(const Source& source) {
   constexpr uint32_t kLastMetaTag = 0x0002FFFFU;
-  VX_Register_Application(nullptr, nullptr);
+  register_application(nullptr, nullptr);  // the library's own one
   VX_STATUS status = kOk;
   // Where a syntax may be one that was added, the data set is looked at only once it is known not to be.
   if (has_added_syntaxes()) status = open(source, kLastMetaTag);
@@ -225,19 +253,22 @@ VX_STATUS Front::read(const Source& source) {
   if (opaque()) {
     constexpr uint32_t kMetaStart = 144;
     uint32_t length = 0;
-    status = VX_Get_Value_To_UInt(id_, 0x00020000U, &length);
+    TagObj* attribute = nullptr;
+    status = find(0x00020000U, attribute);
+    if (status == kOk) status = get_number(*attribute, true, VX_UINT_TYPE, &length);
     if (status != kOk) return failed("Get (0002,0000)", status);
     offset_ = kMetaStart + length;
   }
   // A message with nothing in it would be sent as one without a data set.
-  if (is_added_syntax(syntax_)) VX_Set_Value_From_String(id_, 0x00080018U, instance.c_str());
-  status = VX_File_To_Message(id_);
+  if (is_added_syntax(syntax_)) set(0x00080018U, instance);
+  MsgObj* object = message();
+  status = object != nullptr ? file_to_message(*object) : VX_INVALID_FILE_ID;
   if (status != kOk) return failed("VX_File_To_Message", status);
   take_identity(0x00080016U, command_tag::kAffectedClass, sop_class_, "Get VX_ATT_SOP_CLASS_UID",
                 "Set VX_ATT_AFFECTED_SOP_CLASS_UID");
   take_identity(0x00080018U, command_tag::kAffectedInstance, instance, "Get VX_ATT_SOP_INSTANCE_UID",
                 "Set VX_ATT_AFFECTED_SOP_INSTANCE_UID");
-  status = VX_Set_Message_Transfer_Syntax(id_, syntax_);
+  status = set_message_syntax(*object, syntax_);
   if (status != kOk) failed("VX_Set_Message_Transfer_Syntax", status);
   return kOk;
 }
@@ -337,6 +368,55 @@ VX_STATUS SendMessageFromCallback(SesObj* session, const char* service_name, voi
     status = SendMessageFromCallbackToStream(*session, writer, *message, plan, front, source);
   }
   return conclude(session, writer, plan, status == kOk ? kOk : VX_SYSTEM_ERROR);
+}
+
+// --- By handles ---
+
+namespace {
+
+// Enters the session, runs send(session) and leaves it, unless it has gone.
+template <typename Send>
+VX_STATUS send_inside(int32_t id, const char* function, Send send) {
+  SesObj* session = nullptr;
+  VX_STATUS status = enter_session(id, function, session);
+  if (status != kOk) return status;
+  status = no_throw([&] { return send(session); });
+  if (status == VX_ASSOCIATION_ABORTED) return status;
+  const VX_STATUS left = leave_session(session);
+  return left == kOk ? status : left;
+}
+
+MsgObj* find_message(int32_t id) {
+  MsgObj* object = find_object(id);
+  return object != nullptr && object->ObjectKind == Kind::Message ? object : nullptr;
+}
+
+}  // namespace
+
+VX_STATUS send_request(int32_t association, int32_t id, const char* service_name) {
+  return send_inside(association, "VXI_Send_Request_Message", [&](SesObj* session) -> VX_STATUS {
+    MsgObj* message = find_message(id);
+    return message != nullptr ? SendMessageTo(session, *message, service_name) : VX_INVALID_MESSAGE_ID;
+  });
+}
+
+VX_STATUS send_response(int32_t association, uint32_t status, int32_t id) {
+  constexpr char kFunction[] = "VX_Send_Response_Message";
+  return send_inside(association, kFunction, [&](SesObj* session) -> VX_STATUS {
+    MsgObj* message = find_message(id);
+    if (message == nullptr) return VX_INVALID_MESSAGE_ID;
+    const VX_STATUS stored = store_command_number(*message, command_tag::kStatus, status & 0xFFFFU);
+    if (stored == kOk) return SendMessageTo(session, *message, nullptr);
+    VX_LOG_ERR(kFunction, "Error Coding status code field: %s", status_text(stored));
+    return VX_SYSTEM_ERROR;
+  });
+}
+
+VX_STATUS send_from_callback(int32_t association, const char* service_name, void* user,
+                             VX_VALUE_CALLBACK callback) {
+  return send_inside(association, "VXI_Send_Request", [&](SesObj* session) {
+    return SendMessageFromCallback(session, service_name, user, callback);
+  });
 }
 
 }  // namespace vx

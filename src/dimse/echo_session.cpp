@@ -1,7 +1,9 @@
 // Associations that are for verification only: the library answers, the application sees nothing.
 #include "association/acceptor.h"
 #include "association/negotiation.h"
+#include "association/seams.h"
 #include "config/config.h"
+#include "dimse/dimse.h"
 #include "frame/log.h"
 #include "model/attributes.h"
 #include "model/object.h"
@@ -11,14 +13,11 @@ namespace {
 
 constexpr char kFunction[] = "HandleEchoSession";
 constexpr int32_t kPatience = 15;  // seconds between two requests
-constexpr uint32_t kMessageIdAnswered = 0x00000120;
 
 // True to go on.
-bool answer_next(int32_t& association, MsgObj& response) {
-  int32_t request = -1;
-  const char* service = nullptr;
-  uint16_t command = 0;
-  VX_STATUS status = VX_Read_Message(association, kPatience, &request, &service, &command);
+bool answer_next(int32_t association, MsgObj& response) {
+  ReadResult request;
+  VX_STATUS status = read_message(association, kPatience, kLastDataTag, request);
   switch (status) {
     case kOk:
       break;
@@ -27,22 +26,22 @@ bool answer_next(int32_t& association, MsgObj& response) {
       return false;
     case VX_TIMEOUT:
       VX_LOG_ERR(kFunction, "Timed out while handling echo response:");
-      VX_Abort_Association(&association);
+      abort_association(association);
       return false;
     default:
       VX_LOG_ERR(kFunction, "Read error while handling echo request:");
       VX_LOG_ERR(kFunction, "|   %s", status_text(status));
-      VX_Abort_Association(&association);
+      abort_association(association);
       return false;
   }
-  VX_Free_Message(&request);
+  if (MsgObj* message = find_object(request.message)) free_object(*message, kFunction, VX_INVALID_MESSAGE_ID);
   // The answer names the request that is open, not the one before.
-  delete_attribute(response, kMessageIdAnswered);
-  status = VX_Send_Response_Message(association, 0, response.ID);
+  delete_attribute(response, command_tag::kRespondedMessageId);
+  status = send_response(association, 0, response.ID);
   if (status == kOk) return true;
   VX_LOG_ERR(kFunction, "Error while sending echo response:");
   VX_LOG_ERR(kFunction, "|   %s", status_text(status));
-  VX_Abort_Association(&association);
+  abort_association(association);
   return false;
 }
 
@@ -74,12 +73,12 @@ void HandleEchoSession(SesObj* session) {
     free_session(session);
     return;
   }
-  int32_t association = open_echo_session(session);
+  const int32_t association = open_echo_session(session);
   if (association < 0) return;
   MsgObj* response = nullptr;
   if (open_message(kEchoServiceName, C_ECHO_RSP, response) != kOk) {
     VX_LOG_ERR(kFunction, "(HandleEchoSession)Unable to open echo response message");
-    VX_Abort_Association(&association);
+    abort_association(association);
     return;
   }
   while (answer_next(association, *response)) {
