@@ -22,7 +22,7 @@ vx::DUL_Association* handle_over(int socket, int state, bool acceptor) {
   vx::DUL_Association* dul = vx::Create_Association_Handle(kMaximum, acceptor, status);
   dul->transport = vx::TL_Create_Transport(nullptr, nullptr);
   dul->transport->socket = socket;
-  dul->state = state;
+  dul->state = static_cast<vx::State>(state);
   return dul;
 }
 

@@ -59,7 +59,7 @@ vx::SesObj* make_session(vx::AppObj& app, std::vector<vx::PdvRecord>& values) {
   session->AcceptedEntryCount = static_cast<int32_t>(std::size(kSyntaxes));
   session->Dul = vx::new_object<vx::DUL_Association>(vx::Pool::AssocObj);
   session->Dul->tag = vx::kAssociationTag;
-  session->Dul->state = 1;
+  session->Dul->state = vx::State::Idle;
   session->Dul->currentMessage = -1;
   session->Dul->pdvList = values.data();
   session->Dul->pdvCount = static_cast<uint32_t>(values.size());

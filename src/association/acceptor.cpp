@@ -156,29 +156,36 @@ int32_t seconds_of(int64_t nanoseconds) {
 // --- The answer ---
 
 struct RejectRow {
-  uint8_t result;
-  uint8_t source;
+  RejectResult result;
+  RejectSource source;
   uint8_t reason;
   const char* text;
 };
 // By the application's reason, from 1; row 0 stands for any other.
 constexpr RejectRow kRejectRows[] = {
-    {1, 1, 1, "Permanent rejection, no reason given"},
-    {2, 1, 1, "Transient rejection, no reason given"},
-    {1, 1, 3, "Permanent rejection, Calling AE title not recognized"},
-    {2, 3, 1, "Transient rejection, temporary congestion"},
-    {2, 3, 2, "Transient rejection, local limit exceeded"},
-    {1, 1, 7, "Permanent rejection, Called AE title not recognized"},
-    {1, 1, 2, "Permanent rejection, Application context name not supported"},
-    {1, 1, 8, "Permanent rejection, Calling AE qualifier not recognized"},
-    {1, 1, 9, "Permanent rejection, Calling AP invocation identifier not recognized"},
-    {1, 1, 10, "Permanent rejection, Calling AE invocation identifier not recognized"},
-    {1, 1, 11, "Permanent rejection, Called AE qualifier not recognized"},
-    {1, 1, 12, "Permanent rejection, Called AP invocation identifier not recognized"},
-    {1, 1, 13, "Permanent rejection, Called AE invocation identifier not recognized"},
-    {1, 3, 3, "Permanent rejection, Called Presentation address unknown"},
-    {1, 3, 4, "Permanent rejection, Presentation protocol version not supported"},
-    {1, 3, 5, "Permanent rejection, No Presentation Service Access Point (SAP) available"},
+    {kRejectedPermanently, kRejectedByUser, 1, "Permanent rejection, no reason given"},
+    {kRejectedTransiently, kRejectedByUser, 1, "Transient rejection, no reason given"},
+    {kRejectedPermanently, kRejectedByUser, 3, "Permanent rejection, Calling AE title not recognized"},
+    {kRejectedTransiently, kRejectedByPresentation, 1, "Transient rejection, temporary congestion"},
+    {kRejectedTransiently, kRejectedByPresentation, 2, "Transient rejection, local limit exceeded"},
+    {kRejectedPermanently, kRejectedByUser, 7, "Permanent rejection, Called AE title not recognized"},
+    {kRejectedPermanently, kRejectedByUser, 2, "Permanent rejection, Application context name not supported"},
+    {kRejectedPermanently, kRejectedByUser, 8, "Permanent rejection, Calling AE qualifier not recognized"},
+    {kRejectedPermanently, kRejectedByUser, 9,
+     "Permanent rejection, Calling AP invocation identifier not recognized"},
+    {kRejectedPermanently, kRejectedByUser, 10,
+     "Permanent rejection, Calling AE invocation identifier not recognized"},
+    {kRejectedPermanently, kRejectedByUser, 11, "Permanent rejection, Called AE qualifier not recognized"},
+    {kRejectedPermanently, kRejectedByUser, 12,
+     "Permanent rejection, Called AP invocation identifier not recognized"},
+    {kRejectedPermanently, kRejectedByUser, 13,
+     "Permanent rejection, Called AE invocation identifier not recognized"},
+    {kRejectedPermanently, kRejectedByPresentation, 3,
+     "Permanent rejection, Called Presentation address unknown"},
+    {kRejectedPermanently, kRejectedByPresentation, 4,
+     "Permanent rejection, Presentation protocol version not supported"},
+    {kRejectedPermanently, kRejectedByPresentation, 5,
+     "Permanent rejection, No Presentation Service Access Point (SAP) available"},
 };
 
 // A session whose request waits for the application's answer, marked busy.
@@ -190,7 +197,7 @@ VX_STATUS enter_pending(int32_t id, const char* function, SesObj*& session) {
 }
 
 bool takes_response(int32_t identity_type) {
-  return identity_type >= 3 && identity_type <= 5;
+  return identity_type >= kKerberosTicket && identity_type <= kJsonWebToken;
 }
 
 VX_STATUS prepare_identity(const char* function, AssociationParameters& parameters,
@@ -205,7 +212,7 @@ VX_STATUS prepare_identity(const char* function, AssociationParameters& paramete
     return kOk;
   }
   const char* wrong = nullptr;
-  if (parameters.userIdentityType == 0) {
+  if (parameters.userIdentityType == kNoIdentity) {
     wrong =
         "Attempting to accept association with user identity information when the association request did "
         "not "
@@ -302,7 +309,8 @@ void settle_extended_negotiation(SesObj& session) {
   const Guard guard(app != nullptr ? app->NegotiationSemaphore : unused);
   for (PresentationContext& context : contexts_of(*session.Parameters)) {
     if (context.extendedNegotiation == nullptr || context.negotiationInfoSet) continue;
-    const SopObj* service = context.result == 0 ? find_service_by_uid(context.abstractSyntax) : nullptr;
+    const SopObj* service =
+        context.result == kAccepted ? find_service_by_uid(context.abstractSyntax) : nullptr;
     const bool known = app != nullptr && service != nullptr;
     const NegotiationRecord* own = known ? find_negotiation_info(*app, service->number) : nullptr;
     if (own == nullptr || own->length > 0xFFFF ||

@@ -116,8 +116,9 @@ VX_STATUS acceptable_service(int32_t id, ServiceInfo* info, bool first) {
     if (first) cursor = 0;
     while (cursor < parameters.contextCount) {
       const PresentationContext& context = parameters.contexts[cursor++];
-      const SopObj* service =
-          context.id != 0 && context.result == 0 ? find_service_by_uid(context.abstractSyntax) : nullptr;
+      const SopObj* service = context.id != 0 && context.result == kAccepted
+                                  ? find_service_by_uid(context.abstractSyntax)
+                                  : nullptr;
       if (service != nullptr && service->name != nullptr)
         return fill_service(session, context, *service, *info);
     }
@@ -274,7 +275,7 @@ VX_STATUS VX_Set_Negotiation_Info_For_Association(int32_t AssociationID, const c
                        return VX_NO_REQUEST_PENDING;
                      }
                      for (PresentationContext& context : contexts_of(parameters)) {
-                       const bool fits = context.id != 0 && context.result == 0 &&
+                       const bool fits = context.id != 0 && context.result == kAccepted &&
                                          context.extendedNegotiation != nullptr &&
                                          has_name(context, ServiceName);
                        if (!fits) continue;

@@ -18,13 +18,13 @@ constexpr int kMostShownBytes = 30;
 
 const char* identity_line(int32_t type) {
   switch (type) {
-    case 1:
+    case kUserName:
       return "|  User Identity Type: Username";
-    case 2:
+    case kNameAndPasscode:
       return "|  User Identity Type: Username and Passcode";
-    case 3:
+    case kKerberosTicket:
       return "|  User Identity Type: Kerberos Service Ticket";
-    case 4:
+    case kSamlAssertion:
       return "|  User Identity Type: SAML Assertion";
     default:
       return nullptr;
@@ -49,7 +49,7 @@ void log_window(const char* name, uint16_t value) {
 
 void log_identity(const AssociationParameters& parameters, bool request) {
   if (request) {
-    if (parameters.userIdentityType == 0) {
+    if (parameters.userIdentityType == kNoIdentity) {
       LINE("|  User Identity: Not Sent");
       return;
     }
@@ -149,10 +149,10 @@ void log_context(const PresentationContext& context, int number, bool request) {
        with_name(context.abstractSyntax, service != nullptr ? service->name : nullptr).c_str());
   if (request) {
     log_proposal(context, number);
-  } else if (context.result == 0) {
+  } else if (context.result == kAccepted) {
     LINE("|  (%d)Result_transfer_syntax: %s", number, syntax_text(context.acceptedTransferSyntax).c_str());
   }
-  if (context.result == 0) log_details(context, number, request);
+  if (context.result == kAccepted) log_details(context, number, request);
   if (!request) LINE("|  (%d)Negotiation Result: %s", number, result_text(context.result).c_str());
 }
 
@@ -186,7 +186,7 @@ void log_association_parameters(const AssociationParameters& parameters, Paramet
 namespace {
 
 bool is_usable(const PresentationContext& context) {
-  return context.id != 0 && context.result == 0;
+  return context.id != 0 && context.result == kAccepted;
 }
 
 void fill_entry(AcceptedContext& entry, const PresentationContext& context, const SopObj& service,

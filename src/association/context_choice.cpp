@@ -11,13 +11,6 @@
 namespace vx {
 namespace {
 
-enum Result : uint8_t {
-  kAccepted = 0,
-  kUserRejection = 1,
-  kAbstractSyntaxNotSupported = 3,
-  kTransferSyntaxNotSupported = 4
-};
-
 constexpr char kStorageServiceClass[] = "1.2.840.10008.4.2";
 
 struct RoleRow {
@@ -119,7 +112,7 @@ bool repeats_earlier(const AssociationParameters& parameters, const Presentation
   return false;
 }
 
-uint8_t answer_context(const SesObj& session, PresentationContext& context) {
+ContextResult answer_context(const SesObj& session, PresentationContext& context) {
   const Roles requested{context.scuRole, context.scpRole};
   context.scuRole = context.scpRole = kRoleAbsent;
   const ServiceEntry* entry = entry_for(*session.Services, context);

@@ -132,11 +132,13 @@ struct IdentityRule {
   const char* text;
 };
 constexpr IdentityRule kIdentityRules[] = {
-    {1, false, "Primary field should only be supplied when USERNAME User Identity specified."},
-    {2, true,
+    {kUserName, false, "Primary field should only be supplied when USERNAME User Identity specified."},
+    {kNameAndPasscode, true,
      "Primary and Secondary fields must be supplied when Username and Passcode User Identity specified."},
-    {3, false, "Primary field should only be supplied when Kerberos Service Ticket User Identity specified."},
-    {4, false, "Primary field should only be supplied when SAML Assertion User Identity specified."},
+    {kKerberosTicket, false,
+     "Primary field should only be supplied when Kerberos Service Ticket User Identity specified."},
+    {kSamlAssertion, false,
+     "Primary field should only be supplied when SAML Assertion User Identity specified."},
 };
 
 VX_STATUS check_identity(const OpenRequest& request) {
@@ -161,7 +163,7 @@ bool copy_field(const void* data, uint16_t length, uint8_t*& out, uint16_t& out_
 
 bool fill_identity(AssociationParameters& parameters, const OpenRequest& request) {
   parameters.userIdentityType = request.identity_type;
-  if (request.identity_type == 0) return true;
+  if (request.identity_type == kNoIdentity) return true;
   parameters.userIdentityResponseRequested = request.response_requested;
   return copy_field(request.primary, request.primary_length, parameters.userIdentityPrimary,
                     parameters.userIdentityPrimaryLength) &&
@@ -303,7 +305,7 @@ bool role_refused(PresentationContext& context, const ServiceEntry& entry) {
   const bool one_sided = entry.scuRole + entry.scpRole == 1;
   if (!one_sided || context.scuRole != 0 || context.scpRole != 0) return false;
   VX_LOG_WARN(kOpen, "%s role not supported by acceptor", entry.scuRole == 1 ? "SCU" : "SCP");
-  context.result = 1;
+  context.result = kUserRejection;
   return true;
 }
 
@@ -312,7 +314,7 @@ void count_contexts(SesObj& session, const ServiceEntry* const* entries) {
     if (context.id == 0) break;
     ++session.ContextCount;
     const ServiceEntry& entry = *entries[&context - session.Parameters->contexts];
-    if (context.result != 0) {
+    if (context.result != kAccepted) {
       log_context_rejection(context);
     } else if (find_service_by_uid(context.abstractSyntax) == nullptr) {
       VX_LOG_ERR(kOpen, "Unexpected Abstract Syntax received:");
@@ -365,41 +367,44 @@ std::string check_answer(SesObj& session, const RemoteApplication& remote,
   }
 }
 
+constexpr int kAnySource = 0;
 struct RejectionLine {
-  int source;  // 0: any
+  int source;
   int value;
   const char* text;
 };
-constexpr RejectionLine kResultLines[] = {{0, 1, "|  Result code %u: Permanent Rejection"},
-                                          {0, 2, "|  Result code %u: Transient Rejection"}};
-constexpr RejectionLine kSourceLines[] = {{0, 1, "|  Result source %u: UL service user"},
-                                          {0, 2, "|  Result source %u: UL service provider (ACSE)"},
-                                          {0, 3, "|  Result source %u: UL service provider (pres)"}};
+constexpr RejectionLine kResultLines[] = {
+    {kAnySource, kRejectedPermanently, "|  Result code %u: Permanent Rejection"},
+    {kAnySource, kRejectedTransiently, "|  Result code %u: Transient Rejection"}};
+constexpr RejectionLine kSourceLines[] = {
+    {kAnySource, kRejectedByUser, "|  Result source %u: UL service user"},
+    {kAnySource, kRejectedByAcse, "|  Result source %u: UL service provider (ACSE)"},
+    {kAnySource, kRejectedByPresentation, "|  Result source %u: UL service provider (pres)"}};
 constexpr RejectionLine kReasonLines[] = {
-    {1, 1, "|  Result reason %u: No reason given"},
-    {1, 2, "|  Result reason %u: Unacceptable application context"},
-    {1, 3, "|  Result reason %u: Unacceptable Calling AP Title"},
-    {1, 7, "|  Result reason %u: Unacceptable Called AP Title"},
-    {1, 8, "|  Result reason %u: Unacceptable Calling AE Qualifier"},
-    {1, 9, "|  Result reason %u: Unacceptable Calling AP Invocation Identifier"},
-    {1, 10, "|  Result reason %u: Unacceptable Calling AE Invocation Identifier"},
-    {1, 11, "|  Result reason %u: Unacceptable Called AE Qualifier"},
-    {1, 12, "|  Result reason %u: Unacceptable Called AP Invocation Identifier"},
-    {1, 13, "|  Result reason %u: Unacceptable Called AE Invocation Identifier"},
-    {2, 1, "|   Result reason %u: No reason given"},
-    {2, 2, "|  Result reason %u: Unacceptable Protocol Version"},
-    {3, 1, "|  Result reason %u: Temporary congestion"},
-    {3, 2, "|  Result reason %u: Local limit exceeded"},
-    {3, 3, "|  Result reason %u: Presentation address unknown"},
-    {3, 4, "|  Result reason %u: Presentation protocol version not supported"},
-    {3, 5, "|  Result reason %u: No Presentation Service Access Point (SAP) available"},
+    {kRejectedByUser, 1, "|  Result reason %u: No reason given"},
+    {kRejectedByUser, 2, "|  Result reason %u: Unacceptable application context"},
+    {kRejectedByUser, 3, "|  Result reason %u: Unacceptable Calling AP Title"},
+    {kRejectedByUser, 7, "|  Result reason %u: Unacceptable Called AP Title"},
+    {kRejectedByUser, 8, "|  Result reason %u: Unacceptable Calling AE Qualifier"},
+    {kRejectedByUser, 9, "|  Result reason %u: Unacceptable Calling AP Invocation Identifier"},
+    {kRejectedByUser, 10, "|  Result reason %u: Unacceptable Calling AE Invocation Identifier"},
+    {kRejectedByUser, 11, "|  Result reason %u: Unacceptable Called AE Qualifier"},
+    {kRejectedByUser, 12, "|  Result reason %u: Unacceptable Called AP Invocation Identifier"},
+    {kRejectedByUser, 13, "|  Result reason %u: Unacceptable Called AE Invocation Identifier"},
+    {kRejectedByAcse, 1, "|   Result reason %u: No reason given"},
+    {kRejectedByAcse, 2, "|  Result reason %u: Unacceptable Protocol Version"},
+    {kRejectedByPresentation, 1, "|  Result reason %u: Temporary congestion"},
+    {kRejectedByPresentation, 2, "|  Result reason %u: Local limit exceeded"},
+    {kRejectedByPresentation, 3, "|  Result reason %u: Presentation address unknown"},
+    {kRejectedByPresentation, 4, "|  Result reason %u: Presentation protocol version not supported"},
+    {kRejectedByPresentation, 5, "|  Result reason %u: No Presentation Service Access Point (SAP) available"},
 };
 
 void log_rejection_line(std::span<const RejectionLine> lines, unsigned source, unsigned value,
                         const char* other) {
   const char* text = other;
   for (const RejectionLine& line : lines) {
-    const bool fits = line.source == 0 || static_cast<unsigned>(line.source) == source;
+    const bool fits = line.source == kAnySource || static_cast<unsigned>(line.source) == source;
     if (fits && static_cast<unsigned>(line.value) == value) text = line.text;
   }
   char line[128];
@@ -415,8 +420,8 @@ void log_rejection(const AssociationParameters& parameters) {
   VX_LOG_WARN("AssocRequest", "Association Rejected");
   VX_LOG_WARN("AssocRequest", "|  Codes: Result 0x%2.2x Source 0x%2.2x Reason 0x%2.2x",
               parameters.rejectResult, source, parameters.rejectReason);
-  log_rejection_line(kResultLines, 0, parameters.rejectResult, "|  Invalid Result code: 0x%2.2x");
-  log_rejection_line(kSourceLines, 0, source, "|  Invalid Result source: 0x%2.2x");
+  log_rejection_line(kResultLines, kAnySource, parameters.rejectResult, "|  Invalid Result code: 0x%2.2x");
+  log_rejection_line(kSourceLines, kAnySource, source, "|  Invalid Result source: 0x%2.2x");
   log_rejection_line(kReasonLines, source, parameters.rejectReason, "|  Invalid Reason code: 0x%2.2x");
 }
 

@@ -12,17 +12,15 @@
 namespace vx {
 namespace {
 
-constexpr int32_t kPermanent = 1;
-
 // Why a request is refused; the first reason's text counts.
 struct Refusal {
   bool failed = false;
-  int32_t source = 1;
-  int32_t reason = 1;
+  RejectSource source = kRejectedByUser;
+  uint8_t reason = kNoReasonGiven;  // one of that source
   char* text;
   std::size_t size;
 
-  __attribute__((format(printf, 3, 4))) void refuse(int32_t why, const char* format, ...) {
+  __attribute__((format(printf, 3, 4))) void refuse(uint8_t why, const char* format, ...) {
     failed = true;
     reason = why;
     va_list values;
@@ -33,14 +31,14 @@ struct Refusal {
 };
 
 void check_protocol(const AssociationParameters& parameters, Refusal& refusal) {
-  constexpr int32_t kProvider = 2;
   if (!config_bool(VX_CFG_ACCEPT_ANY_PROTOCOL_VERSION) && (parameters.protocolVersion & 1) == 0) {
-    refusal.refuse(2, "Unacceptable Protocol Version: %d", parameters.protocolVersion);
-    refusal.source = kProvider;
+    refusal.refuse(kProtocolNotSupported, "Unacceptable Protocol Version: %d", parameters.protocolVersion);
+    refusal.source = kRejectedByAcse;
   }
   if (!config_bool(VX_CFG_ACCEPT_ANY_CONTEXT_NAME) &&
       !equals_ignoring_case(parameters.applicationContextName, config_text(VX_CFG_LOCAL_APPL_CONTEXT_NAME))) {
-    refusal.refuse(2, "Unacceptable Application_context_name: %s", parameters.applicationContextName);
+    refusal.refuse(kContextNameNotSupported, "Unacceptable Application_context_name: %s",
+                   parameters.applicationContextName);
   }
 }
 
@@ -49,11 +47,12 @@ void check_names(const SesObj& session, bool echo, Refusal& refusal) {
   const char* called = parameters.calledTitle;
   if (!refusal.failed && !echo && !config_bool(VX_CFG_ACCEPT_ANY_APPLICATION_TITLE) &&
       std::strcmp(called, session.Application->Title) != 0 && !accepts_title(called)) {
-    refusal.refuse(7, "Unacceptable Called_application_title: %s", called);
+    refusal.refuse(kCalledTitleUnknown, "Unacceptable Called_application_title: %s", called);
   }
   if (!refusal.failed && !config_bool(VX_CFG_ACCEPT_ANY_HOSTNAME) &&
       std::strcmp(parameters.callingHostName, "unknown") == 0) {
-    refusal.refuse(1, "Unable to lookup remote hostname for IP address: %s", parameters.callingAddress);
+    refusal.refuse(kNoReasonGiven, "Unable to lookup remote hostname for IP address: %s",
+                   parameters.callingAddress);
   }
 }
 
@@ -85,10 +84,11 @@ bool VXI_Validate_Association(SesObj& session, bool echo, char (&reason)[128]) {
   check_protocol(parameters, refusal);
   check_names(session, echo, refusal);
   prepare_answer(parameters, *session.Services);
-  if (!refusal.failed && !choose_contexts(session)) refusal.refuse(1, "No acceptable presentation contexts");
+  if (!refusal.failed && !choose_contexts(session))
+    refusal.refuse(kNoReasonGiven, "No acceptable presentation contexts");
   if (!refusal.failed) return true;
   log_association_parameters(parameters, ParameterLog::Response);
-  DUL_associate_reject(session.Dul, kPermanent, refusal.reason, refusal.source);
+  DUL_associate_reject(session.Dul, kRejectedPermanently, refusal.reason, refusal.source);
   DUL_drop_association(session.Dul);
   return false;
 }

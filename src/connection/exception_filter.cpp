@@ -18,6 +18,8 @@ std::atomic<bool> FilterInstalled{false};
 
 namespace {
 
+constexpr uint32_t kStackOverflow = 0xC00000FD;
+
 struct CodeName {
   uint32_t code;
   const char* name;
@@ -42,7 +44,7 @@ constexpr CodeName kCodeNames[] = {
     {0xC0000094, "EXCEPTION_INT_DIVIDE_BY_ZERO"},
     {0xC0000095, "EXCEPTION_INT_OVERFLOW"},
     {0xC0000096, "EXCEPTION_PRIV_INSTRUCTION"},
-    {0xC00000FD, "EXCEPTION_STACK_OVERFLOW"},
+    {kStackOverflow, "EXCEPTION_STACK_OVERFLOW"},
 };
 
 struct SignalCode {
@@ -193,7 +195,7 @@ class FaultStack {
 }  // namespace
 
 uint32_t exception_code(int signal, int signal_code, bool near_stack) {
-  if (signal == SIGSEGV && near_stack) return 0xC00000FD;
+  if (signal == SIGSEGV && near_stack) return kStackOverflow;
   for (const SignalCode& row : kSignalCodes) {
     if (row.signal == signal && (row.signal_code == 0 || row.signal_code == signal_code)) return row.code;
   }

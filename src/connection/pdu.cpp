@@ -177,7 +177,7 @@ void write_common_extended(ItemWriter& out, const PresentationContext& context) 
 }
 
 void write_identity(ItemWriter& out, const AssociationParameters& parameters, PduType type) {
-  if (type == kAssociateRq && parameters.userIdentityType != 0) {
+  if (type == kAssociateRq && parameters.userIdentityType != kNoIdentity) {
     out.item(kUserIdentity, [&] {
       out.u8(static_cast<uint8_t>(parameters.userIdentityType));
       out.u8(parameters.userIdentityResponseRequested);
@@ -330,7 +330,7 @@ void build_pdv_header(uint8_t* header, uint32_t value_length, uint8_t context_id
   store32(header + 2, value_length + 6, true);
   store32(header + 6, value_length + 2, true);
   header[10] = context_id;
-  header[11] = static_cast<uint8_t>((is_data ? 0 : 1) | (is_last ? 2 : 0));
+  header[11] = static_cast<uint8_t>((is_data ? 0 : kCommandBit) | (is_last ? kLastBit : 0));
 }
 
 }  // namespace vx

@@ -21,6 +21,45 @@ enum PduType : uint8_t {
   kAbort = 7
 };
 
+// Of an A-ASSOCIATE-RJ (PS3.8 section 9.3.4). Each source has reasons of its own.
+enum RejectResult : uint8_t { kRejectedPermanently = 1, kRejectedTransiently = 2 };
+enum RejectSource : uint8_t { kRejectedByUser = 1, kRejectedByAcse = 2, kRejectedByPresentation = 3 };
+enum UserRejectReason : uint8_t {
+  kNoReasonGiven = 1,
+  kContextNameNotSupported = 2,
+  kCallingTitleUnknown = 3,
+  kCalledTitleUnknown = 7
+};
+enum AcseRejectReason : uint8_t { kProtocolNotSupported = 2 };
+
+// Of an A-ABORT (PS3.8 section 9.3.8).
+enum AbortSource : uint8_t { kAbortByUser = 0, kAbortByProvider = 2 };
+enum AbortReason : uint8_t { kAbortNoReason = 0, kAbortUnexpectedPdu = 2 };
+
+// Of a presentation context in an A-ASSOCIATE-AC (PS3.8 section 9.3.3.2).
+enum ContextResult : uint8_t {
+  kAccepted = 0,
+  kUserRejection = 1,
+  kProviderRejection = 2,
+  kAbstractSyntaxNotSupported = 3,
+  kTransferSyntaxNotSupported = 4,
+  kNoAnswer = 0xDD  // ours: the peer did not mention it
+};
+
+// Of a user identity (PS3.7 section D.3.3.7).
+enum IdentityType : uint8_t {
+  kNoIdentity = 0,
+  kUserName = 1,
+  kNameAndPasscode = 2,
+  kKerberosTicket = 3,
+  kSamlAssertion = 4,
+  kJsonWebToken = 5
+};
+
+// The message control header of a presentation data value (PS3.8 annex E).
+inline constexpr uint8_t kCommandBit = 1;
+inline constexpr uint8_t kLastBit = 2;
+
 inline constexpr std::size_t kPduHeader = 6;
 inline constexpr std::size_t kShortPdu = 10;
 inline constexpr std::size_t kPdvHeader = 12;  // of a P-DATA-TF with one PDV
@@ -28,7 +67,6 @@ inline constexpr std::size_t kUid = 68;        // room for a UID, of which 64 co
 inline constexpr int kMostContexts = 128;
 inline constexpr int kMostSyntaxes = 26;       // of one context
 inline constexpr int kMostRelatedClasses = 9;  // of one context, received
-inline constexpr uint8_t kNoAnswer = 0xDD;     // result of a context that the peer did not mention
 inline constexpr uint16_t kWindowAbsent = 65535;
 inline constexpr uint8_t kRoleAbsent = 0xFF;
 
@@ -42,7 +80,7 @@ struct PresentationContext {
   char abstractSyntax[kUid];
   int32_t transferSyntaxCount;
   TransferSyntaxEntry* transferSyntaxes;  // owned; proposed, in order
-  uint8_t result;                         // 0 to 4 of PS3.8, or kNoAnswer
+  uint8_t result;                         // a ContextResult, or what else the peer sent
   char acceptedTransferSyntax[kUid];
   VX_TRANSFER_SYNTAX acceptedTransferSyntaxCode;
   uint16_t extendedNegotiationLength;  // in use
@@ -78,7 +116,7 @@ struct AssociationParameters {
   char callingAddress[72];
   char calledHostName[40];
   char calledPort[8];
-  int32_t userIdentityType;  // 0 none, 1 name, 2 name and passcode, 3 Kerberos, 4 SAML, 5 JSON Web Token
+  int32_t userIdentityType;  // an IdentityType, or what else was asked for
   uint8_t userIdentityResponseRequested;
   uint8_t* userIdentityPrimary;  // owned
   uint16_t userIdentityPrimaryLength;
@@ -112,7 +150,7 @@ bool set_related_count(PresentationContext& context, int32_t count);
 
 // --- Building ---
 
-// The wire form of an A-ASSOCIATE-RQ (type 1) or -AC (type 2). False, after a line in the log, if an item
+// The wire form of an A-ASSOCIATE-RQ or -AC. False, after a line in the log, if an item
 // outgrows its length field.
 bool Build_Associate_PDU(const AssociationParameters& parameters, PduType type, std::vector<uint8_t>& pdu);
 // One of the four short PDUs; the bytes of the last three fields.

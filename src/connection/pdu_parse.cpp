@@ -290,7 +290,6 @@ DUL_STATUS parse_common_extended(const ItemImage& item, AssociatePdu& pdu) {
 }
 
 DUL_STATUS parse_identity_fields(const ItemImage& item, AssociatePdu& pdu) {
-  constexpr uint8_t kNameAndPasscode = 2;
   Bytes bytes(item.content);
   const bool whole = bytes.u8(pdu.identityType) && bytes.u8(pdu.identityResponseRequested) &&
                      bytes.counted(pdu.identityPrimary) && bytes.counted(pdu.identitySecondary) &&

@@ -31,9 +31,6 @@ const char* name_of(Event event) {
   return kEventNames[static_cast<std::size_t>(event)];
 }
 
-constexpr uint8_t kServiceUser = 0;  // source of an A-ABORT
-constexpr uint8_t kServiceProvider = 2;
-constexpr uint8_t kUnexpectedPdu = 2;  // reason
 constexpr uint32_t kRejectBody = 128;  // the longest A-ASSOCIATE-RJ body that is looked at
 // The input buffer at first: room for the short PDUs, and no more than most data needs at a time.
 constexpr uint32_t kLeastInput = 4096;
@@ -75,10 +72,10 @@ DUL_STATUS Read_Transport(DUL_Association& dul, void* buffer, uint32_t length, b
 }
 
 DUL_STATUS Read_PDU_Head(DUL_Association& dul) {
-  if (dul.readPhase == 1) {
+  if (dul.readPhase == ReadPhase::Header) {
     const DUL_STATUS status = Read_Transport(dul, dul.pduHeader, kPduHeader);
     if (status != DUL_NORMAL) {
-      if (status != DUL_READ_TIMEOUT && dul.state != 13 && !abort_asked(dul)) {
+      if (status != DUL_READ_TIMEOUT && dul.state != State::AwaitingClose && !abort_asked(dul)) {
         VX_LOG_ERR("Read_PDU_Head", "Error on Read_Transport call");
       }
       return status;
@@ -89,7 +86,7 @@ DUL_STATUS Read_PDU_Head(DUL_Association& dul) {
       return DUL_UNKNOWN_PDU;
     }
     dul.pduLength = load32(dul.pduHeader + 2, true);
-    dul.readPhase = 2;
+    dul.readPhase = ReadPhase::Body;
   }
   return DUL_NORMAL;
 }
@@ -144,14 +141,14 @@ DUL_STATUS Read_PDU_Body(DUL_Association& dul) {
     if (begun && status == DUL_READ_TIMEOUT) status = DUL_TRANSPORT_SHUTDOWN;
     have = step;
   }
-  if (status != DUL_READ_TIMEOUT) dul.readPhase = 1;
+  if (status != DUL_READ_TIMEOUT) dul.readPhase = ReadPhase::Header;
   return status;
 }
 
 DUL_STATUS Read_PDU(DUL_Association& dul) {
   const DUL_STATUS head = Read_PDU_Head(dul);
   if (head != DUL_NORMAL) {
-    if (dul.state != 13) VX_LOG_ERR("Read_PDU", "Error on Read_PDU_Head call");
+    if (dul.state != State::AwaitingClose) VX_LOG_ERR("Read_PDU", "Error on Read_PDU_Head call");
     return head;
   }
   const DUL_STATUS status = Read_PDU_Body(dul);
@@ -220,7 +217,8 @@ DUL_STATUS Read_Pdata(DUL_Association& dul) {
   const bool traced = log_enabled(VX_LOG_T9);
   for (uint32_t i = 0; i < count; ++i) {
     const uint32_t length = load32(next, true);
-    dul.pdvArray[i] = {next + kSmallestPdv, length - 2, next[4], (next[5] & 1) == 0, (next[5] & 2) != 0};
+    dul.pdvArray[i] = {next + kSmallestPdv, length - 2, next[4], (next[5] & kCommandBit) == 0,
+                       (next[5] & kLastBit) != 0};
     if (traced) log_pdu(dul.pduHeader, kPduHeader, next, kSmallestPdv, true);
     next += std::size_t{length} + 4;
   }
@@ -269,7 +267,7 @@ DUL_STATUS send_associate(DUL_Association& dul, Event event, const AssociationPa
 }
 
 // A wish of another thread goes out at once or not at all: the peer may have stopped reading.
-DUL_STATUS send_abort(DUL_Association& dul, Event event, uint8_t source, uint8_t reason) {
+DUL_STATUS send_abort(DUL_Association& dul, Event event, AbortSource source, AbortReason reason) {
   if (!abort_asked(dul)) return send_short(dul, event, kAbort, 0, source, reason);
   uint8_t pdu[kShortPdu];
   build_short_pdu(pdu, kAbort, 0, source, reason);
@@ -294,7 +292,7 @@ void Wait_For_Transport_Close(DUL_Association& dul) {
   constexpr int32_t kDefaultArtim = 10;
   if (dul.artimTimer.timeout < 1) dul.artimTimer.timeout = kDefaultArtim;
   dul.artimTimer.running = true;
-  dul.state = 13;
+  dul.state = State::AwaitingClose;
   if (!abort_asked(dul)) TL_Drain(*dul.transport, dul.artimTimer.timeout);
   run_event(dul, Event::TransportClosed);
 }
@@ -302,12 +300,12 @@ void Wait_For_Transport_Close(DUL_Association& dul) {
 struct Step {
   DUL_Association& dul;
   Event event;
-  uint8_t next;
+  State next;
   const EventData& data;
 };
 
 DUL_STATUS issue_connect(const Step& step) {
-  step.dul.readPhase = 1;
+  step.dul.readPhase = ReadPhase::Header;
   step.dul.state = step.next;
   switch (
       TL_Connect(*step.dul.transport, step.data.host, step.data.port, config_int(VX_CFG_CONNECT_TIMEOUT))) {
@@ -355,7 +353,7 @@ DUL_STATUS confirm_reject(const Step& step) {
 }
 
 DUL_STATUS await_request(const Step& step) {
-  step.dul.readPhase = 1;
+  step.dul.readPhase = ReadPhase::Header;
   step.dul.state = step.next;
   return DUL_NORMAL;
 }
@@ -437,18 +435,18 @@ DUL_STATUS confirm_collision(const Step& step) {
   return read_and(step, DUL_RELEASE_CONFIRMED);
 }
 
-DUL_STATUS abort_as(const Step& step, uint8_t source, uint8_t reason) {
+DUL_STATUS abort_as(const Step& step, AbortSource source, AbortReason reason) {
   send_abort(step.dul, step.event, source, reason);
   Wait_For_Transport_Close(step.dul);
   return step.event == Event::AbortRequest ? DUL_NORMAL : DUL_PROVIDER_ABORTED;
 }
 
 DUL_STATUS abort_as_user(const Step& step) {
-  return abort_as(step, kServiceUser, 0);
+  return abort_as(step, kAbortByUser, kAbortNoReason);
 }
 
 DUL_STATUS abort_as_provider(const Step& step) {
-  return abort_as(step, kServiceProvider, kUnexpectedPdu);
+  return abort_as(step, kAbortByProvider, kAbortUnexpectedPdu);
 }
 
 DUL_STATUS indicate_abort(const Step& step) {
@@ -472,7 +470,7 @@ DUL_STATUS read_and_drop(const Step& step) {
 DUL_STATUS read_and_abort(const Step& step) {
   const DUL_STATUS status = Read_PDU(step.dul);
   if (status != DUL_NORMAL) return status;
-  return send_abort(step.dul, step.event, kServiceProvider, kUnexpectedPdu);
+  return send_abort(step.dul, step.event, kAbortByProvider, kAbortUnexpectedPdu);
 }
 
 DUL_STATUS close_connection(const Step& step) {
@@ -509,15 +507,19 @@ constexpr Event kPduEvents[] = {
     Event::ReleaseRqPdu,   Event::ReleaseRpPdu,   Event::AbortPdu,
 };
 
+bool is_known(State state) {
+  return state >= State::Idle && state <= State::AwaitingClose;
+}
+
 bool is_pdu(Event event) {
   return std::find(std::begin(kPduEvents), std::end(kPduEvents), event) != std::end(kPduEvents);
 }
 
 DUL_STATUS no_action(DUL_Association& dul, Event event) {
-  const bool known = dul.state >= 1 && dul.state <= kStates;
+  const bool known = is_known(dul.state);
   if (known && is_pdu(event) && dul.transport != nullptr) Read_PDU(dul);
   VX_LOG_ERR(name_of(event), known ? "No action defined for state: %d" : "Invalid protocol state: %d",
-             dul.state);
+             static_cast<int>(dul.state));
   return DUL_WRONG_ORDER;
 }
 
@@ -525,19 +527,19 @@ DUL_STATUS no_action(DUL_Association& dul, Event event) {
 
 DUL_STATUS run_event(DUL_Association& dul, Event event, const EventData& data) {
   if (event == Event::TransportClosed && !dul_alive(&dul)) return DUL_PROVIDER_ABORTED;
-  const bool known = dul.state >= 1 && dul.state <= kStates;
-  const Cell cell =
-      known ? kStateTable[static_cast<std::size_t>(event)][static_cast<std::size_t>(dul.state)] : Cell{};
+  const Cell cell = is_known(dul.state)
+                        ? kStateTable[static_cast<std::size_t>(event)][static_cast<std::size_t>(dul.state)]
+                        : Cell{};
   if (cell.action == Action::None) return no_action(dul, event);
-  const uint8_t collision = dul.isAcceptor != 0 ? 10 : 9;
+  const State collision = dul.isAcceptor != 0 ? State::CollidedAcceptor : State::CollidedRequester;
   return kActionFunctions[static_cast<std::size_t>(cell.action)](
-      {dul, event, cell.next == kByRole ? collision : cell.next, data});
+      {dul, event, cell.next == State::ByRole ? collision : cell.next, data});
 }
 
 DUL_STATUS process_PDU(uint8_t type, DUL_Association& dul, AssociationParameters* parameters) {
   EventData data;
   data.parameters = parameters;
-  return run_event(dul, kPduEvents[type - 1], data);
+  return run_event(dul, kPduEvents[type - kAssociateRq], data);
 }
 
 DUL_STATUS VXI_nextPDUtype(DUL_Association& dul, uint8_t& type) {
@@ -558,8 +560,8 @@ DUL_Association* Create_Association_Handle(uint32_t maximum_pdu_length, bool acc
   }
   dul->tag = kAssociationTag;
   dul->isAcceptor = acceptor ? 1 : 0;
-  dul->state = 1;
-  dul->readPhase = 1;
+  dul->state = State::Idle;
+  dul->readPhase = ReadPhase::Header;
   dul->warnDefaultTimeout = true;
   dul->artimTimer.timeout = config_int(VX_CFG_ARTIM_TIMEOUT);
   dul->currentMessage = -1;

@@ -4,6 +4,8 @@
 #include <array>
 #include <cstdint>
 
+#include "connection/upper_layer.h"
+
 namespace vx {
 
 enum class Event : uint8_t {
@@ -28,8 +30,6 @@ enum class Event : uint8_t {
   InvalidPdu,
 };
 inline constexpr int kEvents = static_cast<int>(Event::InvalidPdu) + 1;
-inline constexpr int kStates = 13;
-
 // The actions of PS3.8 tables 9-6 to 9-9, with two of our own: Close ends the connection without an A-ABORT,
 // NotOpen refuses an abort before there is anything to abort.
 // clang-format off
@@ -44,93 +44,92 @@ enum class Action : uint8_t {
 // clang-format on
 inline constexpr int kActions = static_cast<int>(Action::NotOpen) + 1;
 
-inline constexpr uint8_t kByRole = 0xFF;  // 9 on the requesting side, 10 on the accepting side
-
 struct Cell {
   Action action = Action::None;
-  uint8_t next = 0;
+  State next{};
 };
 
-// Rows of runs of states: from, to, action, next state.
+// What a run of states does with an event: from, to, action, next state.
 struct TableRun {
   Event event;
-  uint8_t first;
-  uint8_t last;
+  State first;
+  State last;
   Action action;
-  uint8_t next;
+  State next;
 };
-inline constexpr TableRun kTableRuns[] = {
-    {Event::AssociateRequest, 1, 1, Action::AE1, 4},
-    {Event::TransportConfirm, 4, 4, Action::AE2, 5},
-    {Event::AssociateAcPdu, 2, 2, Action::AA1, 13},
-    {Event::AssociateAcPdu, 3, 3, Action::AA8, 13},
-    {Event::AssociateAcPdu, 5, 5, Action::AE3, 6},
-    {Event::AssociateAcPdu, 6, 12, Action::AA8, 13},
-    {Event::AssociateAcPdu, 13, 13, Action::AA6, 13},
-    {Event::AssociateRjPdu, 2, 2, Action::AA1, 13},
-    {Event::AssociateRjPdu, 3, 3, Action::AA8, 13},
-    {Event::AssociateRjPdu, 5, 5, Action::AE4, 1},
-    {Event::AssociateRjPdu, 6, 12, Action::AA8, 13},
-    {Event::AssociateRjPdu, 13, 13, Action::AA6, 13},
-    {Event::TransportIndication, 1, 1, Action::AE5, 2},
-    {Event::AssociateRqPdu, 2, 2, Action::AE6, 3},
-    {Event::AssociateRqPdu, 3, 3, Action::AA8, 13},
-    {Event::AssociateRqPdu, 5, 12, Action::AA8, 13},
-    {Event::AssociateRqPdu, 13, 13, Action::AA7, 13},
-    {Event::AssociateAccept, 3, 3, Action::AE7, 6},
-    {Event::AssociateReject, 3, 3, Action::AE8, 13},
-    {Event::PDataRequest, 6, 6, Action::DT1, 6},
-    {Event::PDataRequest, 8, 8, Action::AR7, 8},
-    {Event::PDataPdu, 2, 2, Action::AA1, 13},
-    {Event::PDataPdu, 3, 3, Action::AA8, 13},
-    {Event::PDataPdu, 5, 5, Action::AA8, 13},
-    {Event::PDataPdu, 6, 6, Action::DT2, 6},
-    {Event::PDataPdu, 7, 7, Action::AR6, 7},
-    {Event::PDataPdu, 8, 12, Action::AA8, 13},
-    {Event::PDataPdu, 13, 13, Action::AA6, 13},
-    {Event::ReleaseRequest, 6, 6, Action::AR1, 7},
-    {Event::ReleaseRqPdu, 2, 2, Action::AA1, 13},
-    {Event::ReleaseRqPdu, 3, 3, Action::AA8, 13},
-    {Event::ReleaseRqPdu, 5, 5, Action::AA8, 13},
-    {Event::ReleaseRqPdu, 6, 6, Action::AR2, 8},
-    {Event::ReleaseRqPdu, 7, 7, Action::AR8, kByRole},
-    {Event::ReleaseRqPdu, 8, 12, Action::AA8, 13},
-    {Event::ReleaseRqPdu, 13, 13, Action::AA6, 13},
-    {Event::ReleaseRpPdu, 2, 2, Action::AA1, 13},
-    {Event::ReleaseRpPdu, 3, 3, Action::AA8, 13},
-    {Event::ReleaseRpPdu, 5, 6, Action::AA8, 13},
-    {Event::ReleaseRpPdu, 7, 7, Action::AR3, 1},
-    {Event::ReleaseRpPdu, 8, 9, Action::AA8, 13},
-    {Event::ReleaseRpPdu, 10, 10, Action::AR10, 12},
-    {Event::ReleaseRpPdu, 11, 11, Action::AR3, 1},
-    {Event::ReleaseRpPdu, 12, 12, Action::AA8, 13},
-    {Event::ReleaseRpPdu, 13, 13, Action::AA6, 13},
-    {Event::ReleaseResponse, 8, 8, Action::AR4, 13},
-    {Event::ReleaseResponse, 9, 9, Action::AR9, 11},
-    {Event::ReleaseResponse, 12, 12, Action::AR4, 13},
-    {Event::AbortRequest, 1, 1, Action::NotOpen, 1},
-    {Event::AbortRequest, 3, 3, Action::AA1, 13},
-    {Event::AbortRequest, 5, 12, Action::AA1, 13},
-    {Event::AbortPdu, 2, 2, Action::AA2, 1},
-    {Event::AbortPdu, 3, 3, Action::AA3, 1},
-    {Event::AbortPdu, 5, 12, Action::AA3, 1},
-    {Event::AbortPdu, 13, 13, Action::AA2, 1},
-    {Event::TransportClosed, 2, 2, Action::AA5, 1},
-    {Event::TransportClosed, 3, 12, Action::AA4, 1},
-    {Event::TransportClosed, 13, 13, Action::AR5, 1},
-    {Event::ArtimExpired, 2, 2, Action::AA2, 1},
-    {Event::ArtimExpired, 13, 13, Action::AA2, 1},
-    {Event::InvalidPdu, 2, 3, Action::Close, 1},
-    {Event::InvalidPdu, 5, 13, Action::Close, 1},
-};
-
 using StateTable = std::array<std::array<Cell, kStates + 1>, kEvents>;
 
 constexpr StateTable make_state_table() {
+  using enum State;
+  constexpr TableRun kRuns[] = {
+      {Event::AssociateRequest, Idle, Idle, Action::AE1, AwaitingTransport},
+      {Event::TransportConfirm, AwaitingTransport, AwaitingTransport, Action::AE2, AwaitingAnswer},
+      {Event::AssociateAcPdu, AwaitingRequest, AwaitingRequest, Action::AA1, AwaitingClose},
+      {Event::AssociateAcPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
+      {Event::AssociateAcPdu, AwaitingAnswer, AwaitingAnswer, Action::AE3, Established},
+      {Event::AssociateAcPdu, Established, RepliedAcceptor, Action::AA8, AwaitingClose},
+      {Event::AssociateAcPdu, AwaitingClose, AwaitingClose, Action::AA6, AwaitingClose},
+      {Event::AssociateRjPdu, AwaitingRequest, AwaitingRequest, Action::AA1, AwaitingClose},
+      {Event::AssociateRjPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
+      {Event::AssociateRjPdu, AwaitingAnswer, AwaitingAnswer, Action::AE4, Idle},
+      {Event::AssociateRjPdu, Established, RepliedAcceptor, Action::AA8, AwaitingClose},
+      {Event::AssociateRjPdu, AwaitingClose, AwaitingClose, Action::AA6, AwaitingClose},
+      {Event::TransportIndication, Idle, Idle, Action::AE5, AwaitingRequest},
+      {Event::AssociateRqPdu, AwaitingRequest, AwaitingRequest, Action::AE6, AwaitingAccept},
+      {Event::AssociateRqPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
+      {Event::AssociateRqPdu, AwaitingAnswer, RepliedAcceptor, Action::AA8, AwaitingClose},
+      {Event::AssociateRqPdu, AwaitingClose, AwaitingClose, Action::AA7, AwaitingClose},
+      {Event::AssociateAccept, AwaitingAccept, AwaitingAccept, Action::AE7, Established},
+      {Event::AssociateReject, AwaitingAccept, AwaitingAccept, Action::AE8, AwaitingClose},
+      {Event::PDataRequest, Established, Established, Action::DT1, Established},
+      {Event::PDataRequest, ReleaseIndicated, ReleaseIndicated, Action::AR7, ReleaseIndicated},
+      {Event::PDataPdu, AwaitingRequest, AwaitingRequest, Action::AA1, AwaitingClose},
+      {Event::PDataPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
+      {Event::PDataPdu, AwaitingAnswer, AwaitingAnswer, Action::AA8, AwaitingClose},
+      {Event::PDataPdu, Established, Established, Action::DT2, Established},
+      {Event::PDataPdu, AwaitingReleaseReply, AwaitingReleaseReply, Action::AR6, AwaitingReleaseReply},
+      {Event::PDataPdu, ReleaseIndicated, RepliedAcceptor, Action::AA8, AwaitingClose},
+      {Event::PDataPdu, AwaitingClose, AwaitingClose, Action::AA6, AwaitingClose},
+      {Event::ReleaseRequest, Established, Established, Action::AR1, AwaitingReleaseReply},
+      {Event::ReleaseRqPdu, AwaitingRequest, AwaitingRequest, Action::AA1, AwaitingClose},
+      {Event::ReleaseRqPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
+      {Event::ReleaseRqPdu, AwaitingAnswer, AwaitingAnswer, Action::AA8, AwaitingClose},
+      {Event::ReleaseRqPdu, Established, Established, Action::AR2, ReleaseIndicated},
+      {Event::ReleaseRqPdu, AwaitingReleaseReply, AwaitingReleaseReply, Action::AR8, ByRole},
+      {Event::ReleaseRqPdu, ReleaseIndicated, RepliedAcceptor, Action::AA8, AwaitingClose},
+      {Event::ReleaseRqPdu, AwaitingClose, AwaitingClose, Action::AA6, AwaitingClose},
+      {Event::ReleaseRpPdu, AwaitingRequest, AwaitingRequest, Action::AA1, AwaitingClose},
+      {Event::ReleaseRpPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
+      {Event::ReleaseRpPdu, AwaitingAnswer, Established, Action::AA8, AwaitingClose},
+      {Event::ReleaseRpPdu, AwaitingReleaseReply, AwaitingReleaseReply, Action::AR3, Idle},
+      {Event::ReleaseRpPdu, ReleaseIndicated, CollidedRequester, Action::AA8, AwaitingClose},
+      {Event::ReleaseRpPdu, CollidedAcceptor, CollidedAcceptor, Action::AR10, RepliedAcceptor},
+      {Event::ReleaseRpPdu, RepliedRequester, RepliedRequester, Action::AR3, Idle},
+      {Event::ReleaseRpPdu, RepliedAcceptor, RepliedAcceptor, Action::AA8, AwaitingClose},
+      {Event::ReleaseRpPdu, AwaitingClose, AwaitingClose, Action::AA6, AwaitingClose},
+      {Event::ReleaseResponse, ReleaseIndicated, ReleaseIndicated, Action::AR4, AwaitingClose},
+      {Event::ReleaseResponse, CollidedRequester, CollidedRequester, Action::AR9, RepliedRequester},
+      {Event::ReleaseResponse, RepliedAcceptor, RepliedAcceptor, Action::AR4, AwaitingClose},
+      {Event::AbortRequest, Idle, Idle, Action::NotOpen, Idle},
+      {Event::AbortRequest, AwaitingAccept, AwaitingAccept, Action::AA1, AwaitingClose},
+      {Event::AbortRequest, AwaitingAnswer, RepliedAcceptor, Action::AA1, AwaitingClose},
+      {Event::AbortPdu, AwaitingRequest, AwaitingRequest, Action::AA2, Idle},
+      {Event::AbortPdu, AwaitingAccept, AwaitingAccept, Action::AA3, Idle},
+      {Event::AbortPdu, AwaitingAnswer, RepliedAcceptor, Action::AA3, Idle},
+      {Event::AbortPdu, AwaitingClose, AwaitingClose, Action::AA2, Idle},
+      {Event::TransportClosed, AwaitingRequest, AwaitingRequest, Action::AA5, Idle},
+      {Event::TransportClosed, AwaitingAccept, RepliedAcceptor, Action::AA4, Idle},
+      {Event::TransportClosed, AwaitingClose, AwaitingClose, Action::AR5, Idle},
+      {Event::ArtimExpired, AwaitingRequest, AwaitingRequest, Action::AA2, Idle},
+      {Event::ArtimExpired, AwaitingClose, AwaitingClose, Action::AA2, Idle},
+      {Event::InvalidPdu, AwaitingRequest, AwaitingAccept, Action::Close, Idle},
+      {Event::InvalidPdu, AwaitingAnswer, AwaitingClose, Action::Close, Idle},
+  };
   StateTable table{};
-  for (const TableRun& run : kTableRuns) {
-    for (int state = run.first; state <= run.last; ++state) {
-      table[static_cast<std::size_t>(run.event)][static_cast<std::size_t>(state)] = {run.action, run.next};
+  for (const TableRun& run : kRuns) {
+    for (auto state = static_cast<std::size_t>(run.first); state <= static_cast<std::size_t>(run.last);
+         ++state) {
+      table[static_cast<std::size_t>(run.event)][state] = {run.action, run.next};
     }
   }
   return table;

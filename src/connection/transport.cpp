@@ -218,12 +218,12 @@ int32_t secure_read_once(TL_Transport& transport, void* buffer, uint32_t length,
   const int32_t whole = within_deadline(transport, timeout);
   const int64_t end = whole < 0 ? INT64_MAX : monotonic_now() + whole * kSecond;
   for (;;) {
-    if (aborted(&transport)) return 2;
+    if (aborted(&transport)) return kChannelTimedOut;
     got = 0;
     const int32_t tick = whole == 0 ? 0 : 1;
     const int32_t result = transport.secureFunctions->SS_Read(
         transport.secureContext, transport.applicationContext, buffer, length, &got, tick);
-    if (result != 2 || monotonic_now() >= end) return result;
+    if (result != kChannelTimedOut || monotonic_now() >= end) return result;
   }
 }
 
@@ -233,9 +233,9 @@ TL_STATUS read_secure(TL_Transport& transport, uint8_t* buffer, uint32_t length,
     uint32_t got = 0;
     const int32_t result =
         secure_read_once(transport, buffer + count, length - count, got, count == 0 ? first : rest);
-    transport.fellSilent = result == 2 && count != 0 && !aborted(&transport);
-    if (result == 2) return count == 0 ? TL_TIMED_OUT : TL_READ_FAILED;
-    if (result != 0 || got == 0 || got > length - count) return TL_READ_FAILED;
+    transport.fellSilent = result == kChannelTimedOut && count != 0 && !aborted(&transport);
+    if (result == kChannelTimedOut) return count == 0 ? TL_TIMED_OUT : TL_READ_FAILED;
+    if (result != kChannelDone || got == 0 || got > length - count) return TL_READ_FAILED;
     tell_capture(capture_data, transport, false, buffer + count, got);
     count += got;
   }
@@ -325,15 +325,15 @@ TL_STATUS write_secure(const char* caller, TL_Transport& transport, const iovec*
   const int32_t result =
       transport.secureFunctions->SS_Write(transport.secureContext, transport.applicationContext, bytes,
                                           static_cast<uint32_t>(total), &written, timeout);
-  if (result == 0) {
+  if (result == kChannelDone) {
     transport.midWrite.store(false, std::memory_order_relaxed);
     tell_capture(capture_data, transport, true, bytes, static_cast<uint32_t>(total));
   }
   release(copy);
-  if (result == 0) return TL_NORMAL;
-  VX_LOG_ERR(caller,
-             result == 2 ? "TCP init error, timeout in SS_Write()" : "TCP init error, SS_Write() failure");
-  return result == 2 ? TL_WRITE_TIMEOUT : TL_IO_FAILURE;
+  if (result == kChannelDone) return TL_NORMAL;
+  VX_LOG_ERR(caller, result == kChannelTimedOut ? "TCP init error, timeout in SS_Write()"
+                                                : "TCP init error, SS_Write() failure");
+  return result == kChannelTimedOut ? TL_WRITE_TIMEOUT : TL_IO_FAILURE;
 }
 
 // --- Closing ---
@@ -449,17 +449,18 @@ bool TL_Set_Secure_Functions(TL_Transport& transport, const SS_Functions& functi
   return transport.secureFunctions != nullptr;
 }
 
-bool TL_Open_Secure_Channel(TL_Transport& transport, int32_t role) {
+bool TL_Open_Secure_Channel(TL_Transport& transport, ChannelRole role) {
   // What is left until the deadline, or of the time to connect, for whoever makes the channel.
   const int64_t left = transport.deadline != 0
                            ? std::max(transport.deadline - monotonic_now(), kSecond / 1000)
                            : at_least_one(config_int(VX_CFG_CONNECT_TIMEOUT)) * kSecond;
   set_receive_timeout(transport.socket, left);
-  const bool open = transport.secureFunctions->SS_Open(transport.socket, role, transport.applicationContext,
-                                                       &transport.secureContext) == 0;
+  const bool open = transport.secureFunctions->SS_Open(transport.socket, static_cast<int32_t>(role),
+                                                       transport.applicationContext,
+                                                       &transport.secureContext) == kChannelDone;
   set_receive_timeout(transport.socket, 0);
   if (open) return true;
-  VX_LOG_ERR(role == 0 ? "TL_Connect" : "DUL_wait_for_associate_RQ",
+  VX_LOG_ERR(role == ChannelRole::Requester ? "TL_Connect" : "DUL_wait_for_associate_RQ",
              "Unable to establish secure connection on socket %d", transport.socket);
   release(transport.secureFunctions);
   transport.secureFunctions = nullptr;
@@ -488,7 +489,8 @@ TL_STATUS TL_Connect(TL_Transport& transport, const char* host, const char* port
   TL_STATUS status = connect_to_any(transport, host, port, timeout);
   if (status == TL_NORMAL) status = complete_transport(transport, "TL_Connect");
   if (status != TL_NORMAL) return status;
-  if (transport.secureFunctions == nullptr || TL_Open_Secure_Channel(transport, 0)) return TL_NORMAL;
+  if (transport.secureFunctions == nullptr || TL_Open_Secure_Channel(transport, ChannelRole::Requester))
+    return TL_NORMAL;
   close_capture(transport);
   ::close(transport.socket);
   transport.socket = -1;
@@ -532,7 +534,8 @@ void TL_Drain(TL_Transport& transport, int32_t timeout) {
     if (aborted(&transport) || monotonic_now() >= transport.deadline) return;
     if (transport.secureFunctions != nullptr) {
       uint32_t got = 0;
-      if (secure_read_once(transport, scratch, sizeof scratch, got, timeout) != 0 || got == 0) return;
+      if (secure_read_once(transport, scratch, sizeof scratch, got, timeout) != kChannelDone || got == 0)
+        return;
       tell_capture(capture_data, transport, false, scratch, got);
       continue;
     }

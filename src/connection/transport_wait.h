@@ -20,6 +20,9 @@ TL_STATUS complete_transport(TL_Transport& transport, const char* function);
 
 bool TL_Set_Secure_Functions(TL_Transport& transport, const SS_Functions& functions);
 // False, after a line in the log, with the table dropped.
-bool TL_Open_Secure_Channel(TL_Transport& transport, int32_t role);
+enum class ChannelRole : int32_t { Requester = 0, Acceptor = 1 };
+bool TL_Open_Secure_Channel(TL_Transport& transport, ChannelRole role);
+// What the functions of a secure channel answer; all else is a failure.
+enum ChannelResult : int32_t { kChannelDone = 0, kChannelTimedOut = 2 };
 
 }  // namespace vx

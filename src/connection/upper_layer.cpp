@@ -161,7 +161,8 @@ DUL_STATUS receive_request(DUL_Association& dul, AssociationParameters& paramete
   set_deadline(dul, dul.artimTimer.timeout);
   if (functions != nullptr) {
     dul.transport->applicationContext = application_context;
-    if (!TL_Set_Secure_Functions(*dul.transport, *functions) || !TL_Open_Secure_Channel(*dul.transport, 1)) {
+    if (!TL_Set_Secure_Functions(*dul.transport, *functions) ||
+        !TL_Open_Secure_Channel(*dul.transport, ChannelRole::Acceptor)) {
       return DUL_PROVIDER_ABORTED;
     }
   }
@@ -187,9 +188,9 @@ DUL_STATUS receive_request(DUL_Association& dul, AssociationParameters& paramete
 
 // --- Release ---
 
-// Both sides asked: the requester answers first, the acceptor last (PS3.8 states 9 to 12).
+// Both sides asked: the requester answers first, the acceptor last (PS3.8 Sta9 to Sta12).
 void finish_collision(DUL_Association& dul) {
-  if (dul.state == 9) {
+  if (dul.state == State::CollidedRequester) {
     if (run_event(dul, Event::ReleaseResponse) == DUL_NORMAL) next_pdu(dul, nullptr);
   } else if (next_pdu(dul, nullptr) == DUL_RELEASE_CONFIRMED) {
     run_event(dul, Event::ReleaseResponse);
@@ -271,11 +272,13 @@ DUL_STATUS DUL_associate_accept(DUL_Association* dul, AssociationParameters* par
 
 DUL_STATUS DUL_associate_reject(DUL_Association* dul, int32_t result, int32_t reason, int32_t source) {
   if (const DUL_STATUS status = check_handle(dul); status != DUL_NORMAL) return status;
-  if (reason != 1 && reason != 2 && reason != 3 && reason != 7) {
+  constexpr int32_t kReasons[] = {kNoReasonGiven, kContextNameNotSupported, kCallingTitleUnknown,
+                                  kCalledTitleUnknown};
+  if (std::find(std::begin(kReasons), std::end(kReasons), reason) == std::end(kReasons)) {
     VX_LOG_ERR("DUL_associate_reject", "Illegal reject reason");
     return DUL_UNKNOWN_REJECT_REASON;
   }
-  if (result != 1 && result != 2) {
+  if (result != kRejectedPermanently && result != kRejectedTransiently) {
     VX_LOG_ERR("DUL_associate_reject", "Illegal reject reason");
     return DUL_UNKNOWN_REJECT_RESULT;
   }
@@ -353,7 +356,7 @@ DUL_STATUS DUL_write_pdvs(DUL_Association** handle, const PdvToSend* pdv) {
 
 DUL_STATUS DUL_read_pdvs(DUL_Association* dul, int32_t timeout) {
   if (const DUL_STATUS status = check_handle(dul); status != DUL_NORMAL) return status;
-  if (dul->state != 6 && dul->state != 7) return DUL_WRONG_ORDER;
+  if (dul->state != State::Established && dul->state != State::AwaitingReleaseReply) return DUL_WRONG_ORDER;
   before_transfer();
   if (dul->midMessage == 0) {
     start(dul->replyTimer, timeout);

@@ -62,13 +62,38 @@ struct DulTimer {
 
 inline constexpr uint32_t kAssociationTag = 0x41535348U;
 
+// The states of PS3.8 section 9.2, Sta1 to Sta13.
+enum class State : int32_t {
+  Idle = 1,
+  AwaitingRequest,       // the connection stands, an A-ASSOCIATE-RQ is to come
+  AwaitingAccept,        // ours, or our rejection
+  AwaitingTransport,     // our connection is being made
+  AwaitingAnswer,        // to our A-ASSOCIATE-RQ
+  Established,           // data may go both ways
+  AwaitingReleaseReply,  // to our A-RELEASE-RQ
+  ReleaseIndicated,      // the peer's A-RELEASE-RQ is to be answered
+  // Both sides asked for the release. The requester answers first, the acceptor last.
+  CollidedRequester,  // to answer
+  CollidedAcceptor,   // the peer is to answer
+  RepliedRequester,   // the peer is to answer
+  RepliedAcceptor,    // to answer
+  AwaitingClose,      // of the connection, by the peer
+  ByRole = 0xFF       // in the table: CollidedRequester or CollidedAcceptor
+};
+inline constexpr int kStates = 13;
+
+enum class ReadPhase : int32_t {
+  Header = 1,  // the next read takes a PDU header
+  Body = 2     // the header is read, the body is not
+};
+
 // The association handle. The session owns its memory; it is alive while the tag stands.
 struct DUL_Association {
   uint32_t tag;
   std::atomic<int32_t> abortRequested;  // another thread wants the association to end
   int32_t isAcceptor;
-  int32_t state;      // 1 to 13, as PS3.8 numbers them
-  int32_t readPhase;  // 1: the next read takes a PDU header; 2: the header is read, the body is not
+  State state;
+  ReadPhase readPhase;
   uint8_t pduHeader[kPduHeader];
   uint8_t pduType;
   uint32_t pduLength;
@@ -132,7 +157,8 @@ DUL_STATUS DUL_wait_for_associate_RQ(int32_t timeout, int32_t port, const char* 
                                      DUL_Association** handle, int accepted_socket,
                                      const SS_Functions* functions, void* application_context);
 DUL_STATUS DUL_associate_accept(DUL_Association* dul, AssociationParameters* parameters);
-// Reasons 1, 2, 3 and 7, results 1 and 2 only. Waits for the peer to close; the handle is dead after it.
+// Reasons 1, 2, 3 and 7 only, which are those of a service user. Waits for the peer to close; the handle is
+// dead after it.
 DUL_STATUS DUL_associate_reject(DUL_Association* dul, int32_t result, int32_t reason, int32_t source);
 // Sends the A-RELEASE-RQ and waits for the answer. DUL_RELEASE_CONFIRMED, or DUL_RELEASE_REQUESTED after a
 // collision, which is seen through: the handle is dead. DUL_PDATA_ARRIVED counts as an answer and leaves the

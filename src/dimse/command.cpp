@@ -308,9 +308,9 @@ class CommandBuilder {
     const bool own =
         !response() || plan_.matched->Service == nullptr || plan_.matched->Service->uid == nullptr;
     std::string_view uid = own ? plan_.context->SopClassUid : plan_.matched->Service->uid;
-    if (const int family = procedure_step_class(uid); family != 0) {
+    if (const StepClass step = procedure_step_class(uid); step != StepClass::None) {
       const bool find = plan_.command == C_FIND_RQ || plan_.command == C_FIND_RSP;
-      if (find && (family == 1 || family == 4)) return wrong_class(uid);
+      if (find && (step == StepClass::Push || step == StepClass::Event)) return wrong_class(uid);
       if (!find) uid = kProcedureStepPush;
     }
     return store_text(*attribute, uid, "Affected SOP Class");
@@ -323,7 +323,7 @@ class CommandBuilder {
     if (status != kOk) return coding_failed("Requested SOP Class", status);
     if (has_value(attribute)) return kOk;
     std::string_view uid = plan_.context->SopClassUid;
-    if (procedure_step_class(uid) != 0) uid = kProcedureStepPush;
+    if (procedure_step_class(uid) != StepClass::None) uid = kProcedureStepPush;
     return store_text(*attribute, uid, "Requested SOP Class");
   }
 

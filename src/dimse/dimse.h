@@ -45,14 +45,16 @@ constexpr bool is_response(uint16_t command) {
 constexpr bool is_operation(uint16_t command) {
   return !is_response(command) && command != C_CANCEL_RQ;
 }
+inline constexpr uint32_t kPending = 0xFF00;
+inline constexpr uint32_t kPendingWithWarning = 0xFF01;
 // More responses to the same request will follow this one.
 constexpr bool is_pending_response(uint16_t command, uint32_t status) {
   return (command == C_FIND_RSP || command == C_GET_RSP || command == C_MOVE_RSP) &&
-         (status == 0xFF00 || status == 0xFF01);
+         (status == kPending || status == kPendingWithWarning);
 }
-// The Unified Procedure Step classes share their instances (PS3.4 annex CC): the UID of the family that
-// `uid` belongs to, 1 to 4, or 0.
-int procedure_step_class(std::string_view uid);
+// The Unified Procedure Step classes share their instances (PS3.4 annex CC): which of them a UID names.
+enum class StepClass : uint8_t { None, Push, Watch, Pull, Event };
+StepClass procedure_step_class(std::string_view uid);
 inline constexpr char kProcedureStepPush[] = "1.2.840.10008.5.1.4.34.6.1";
 
 // Traces of a message at levels T7 and T2.

@@ -67,7 +67,8 @@ int32_t open_echo_session(SesObj* session) {
 
 void HandleEchoSession(SesObj* session) {
   if (!config_bool(VX_CFG_AUTO_ECHO_SUPPORT)) {
-    if (DUL_associate_reject(session->Dul, 1, 1, 1) != DUL_NORMAL) {
+    if (DUL_associate_reject(session->Dul, kRejectedPermanently, kNoReasonGiven, kRejectedByUser) !=
+        DUL_NORMAL) {
       VX_LOG_ERR(kFunction, "(HandleEchoSession)Unable to reject echo association");
     }
     free_session(session);

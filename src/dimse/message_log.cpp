@@ -68,11 +68,11 @@ void log_message(MsgObj& message, bool received, uint8_t context_id) {
   if (list_object != nullptr) list_object(message.ID, nullptr);
 }
 
-int procedure_step_class(std::string_view uid) {
+StepClass procedure_step_class(std::string_view uid) {
   constexpr std::string_view kFamily = "1.2.840.10008.5.1.4.34.6.";
-  if (uid.size() != kFamily.size() + 1 || !uid.starts_with(kFamily)) return 0;
+  if (uid.size() != kFamily.size() + 1 || !uid.starts_with(kFamily)) return StepClass::None;
   const int number = uid.back() - '0';
-  return number >= 1 && number <= 4 ? number : 0;
+  return number >= 1 && number <= 4 ? static_cast<StepClass>(number) : StepClass::None;
 }
 
 }  // namespace vx

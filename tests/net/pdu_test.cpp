@@ -94,7 +94,7 @@ TEST_F(Pdu, AnAnswerFillsTheProposal) {
                                         item(0x50, role(kCt, 1, 0) + item(0x56, counted(kCt) + "abcdef") +
                                                        item(0x59, counted("ticket"))))),
             DUL_NORMAL);
-  EXPECT_EQ(parameters_->contexts[0].result, 0);
+  EXPECT_EQ(parameters_->contexts[0].result, kAccepted);
   EXPECT_EQ(parameters_->contexts[0].acceptedTransferSyntaxCode, IMPLICIT_LITTLE_ENDIAN);
   EXPECT_EQ(parameters_->contexts[0].scpRole, 0);
   EXPECT_EQ(parameters_->contexts[0].extendedNegotiationLength, 6);
@@ -104,7 +104,7 @@ TEST_F(Pdu, AnAnswerFillsTheProposal) {
   EXPECT_EQ(parameters_->maxOperationsInvoked, kWindowAbsent);
   EXPECT_TRUE(has_log("Unexpected Pres Context ID"));
   // As an acceptor sends it: a refused context has an empty transfer syntax.
-  parameters_->contexts[1].result = 3;
+  parameters_->contexts[1].result = kAbstractSyntaxNotSupported;
   parameters_->sendUserIdentityResponse = true;
   const std::string bytes = build(kAssociateAc);
   EXPECT_NE(bytes.find(item(0x21, std::string("\3\0\3\0", 4) + item(0x40, ""))), std::string::npos);

@@ -175,7 +175,7 @@ class RawPeer {
               DUL_NORMAL);
     parameters->maximumPduLength = maximum;
     for (PresentationContext& context : contexts_of(*parameters)) {
-      context.result = 0;
+      context.result = kAccepted;
       copy_text(context.acceptedTransferSyntax, kUid, context.transferSyntaxes[0].uid);
     }
     if (change) change(*parameters);

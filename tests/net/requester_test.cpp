@@ -91,9 +91,9 @@ TEST_F(RequesterTest, ReportsTellWhatWasNegotiatedUntilTheFirstMessage) {
                               "themselves");  // begins with THEM
                     copy_text(answer.implementationClassUid, kUid, "9.8.7");
                     copy_text(answer.implementationVersion, sizeof answer.implementationVersion, "RAW1");
-                    answer.contexts[0].result = 0;
+                    answer.contexts[0].result = kAccepted;
                     copy_text(answer.contexts[0].acceptedTransferSyntax, kUid, "1.2.840.10008.1.2");
-                    answer.contexts[1].result = 3;
+                    answer.contexts[1].result = kAbstractSyntaxNotSupported;
                     set_extended_negotiation(answer.contexts[0], "\x01\x02", 2);
                   });
                   Pdu last;
@@ -203,7 +203,7 @@ TEST_F(RequesterTest, AnswersThatAreNotAcceptable) {
        [] { set_bool(VX_CFG_ACCEPT_DIFFERENT_IC_UID, false); }},
       {"No Contexts acceptable",
        [](AssociationParameters& a) {
-         for (PresentationContext& context : contexts_of(a)) context.result = 3;
+         for (PresentationContext& context : contexts_of(a)) context.result = kAbstractSyntaxNotSupported;
        },
        [] {}},
       {"A Transfer Syntax was returned that was NOT proposed",

@@ -84,7 +84,7 @@ std::string our_cell(Event event, int state) {
   const Cell& cell = kStateTable[static_cast<std::size_t>(event)][static_cast<std::size_t>(state)];
   if (cell.action == Action::None) return "-";
   return std::string(kNames[static_cast<std::size_t>(cell.action)]) + "/" +
-         (cell.next == kByRole ? "9or10" : std::to_string(cell.next));
+         (cell.next == State::ByRole ? "9or10" : std::to_string(static_cast<int>(cell.next)));
 }
 
 TEST(StateTable, AgreesWithTheStandardCellByCell) {
@@ -143,7 +143,7 @@ TEST_F(StateMachine, DoesInEachStateWithEachPduWhatTheTableSays) {
         const std::string cell = expected_cell(kEventOf[type - 1], state);
         const std::string action = cell.substr(0, cell.find('/'));
         const Effect effect = effect_of(action);
-        connect(state, acceptor);
+        connect(static_cast<State>(state), acceptor);
         peer_.send(pdus[type - 1]);
         peer_.end();
         uint8_t read = 0;
@@ -153,8 +153,8 @@ TEST_F(StateMachine, DoesInEachStateWithEachPduWhatTheTableSays) {
         EXPECT_EQ(alive(), effect.alive);
         if (alive() && action != "-") {
           const int next = action == "AR8" ? (acceptor ? 10 : 9) : std::stoi(cell.substr(cell.find('/') + 1));
-          EXPECT_EQ(dul_->state, next);
-          EXPECT_EQ(dul_->readPhase, 1);
+          EXPECT_EQ(static_cast<int>(dul_->state), next);
+          EXPECT_EQ(dul_->readPhase, ReadPhase::Header);
         }
         EXPECT_EQ(peer_.receive(alive() ? 0 : 200), effect.sent);
       }
@@ -167,7 +167,7 @@ TEST_F(StateMachine, AnInvalidPduClosesWithoutAnAbort) {
        {std::string("\x08\0\0\0\0\4\0\0\0\0", 10), std::string("\0\0\0\0\0\4\0\0\0\0", 10), pdu(4, "abc"),
         pdu(4, ""), pdu(4, be32(1) + std::string("\1\3", 2)),
         pdu(4, be32(0xFFFFFFFF) + std::string("\1\3", 2)), std::string("\x04\0\xFF\xFF\xFF\xFF", 6)}) {
-    connect(6, true);
+    connect(State::Established, true);
     peer_.send(bytes);
     EXPECT_EQ(DUL_read_pdvs(dul_, 5), DUL_PROVIDER_ABORTED) << testing::PrintToString(bytes);
     EXPECT_FALSE(alive());
@@ -177,7 +177,7 @@ TEST_F(StateMachine, AnInvalidPduClosesWithoutAnAbort) {
 
 TEST_F(StateMachine, LocalRequestsInTheWrongStateChangeNothing) {
   for (int state = 1; state <= kStates; ++state) {
-    connect(state, false);
+    connect(static_cast<State>(state), false);
     if (state != 3) {
       EXPECT_EQ(DUL_associate_accept(dul_, parameters_), DUL_WRONG_ORDER) << state;
     }
@@ -197,7 +197,7 @@ TEST_F(StateMachine, LocalRequestsInTheWrongStateChangeNothing) {
       EXPECT_EQ(DUL_abort_request(dul_), DUL_WRONG_ORDER) << state;
     }
     EXPECT_TRUE(alive());
-    EXPECT_EQ(dul_->state, state);
+    EXPECT_EQ(static_cast<int>(dul_->state), state);
     EXPECT_EQ(peer_.receive(0), "");
   }
   EXPECT_EQ(DUL_associate_reject(dul_, 1, 8, 1), DUL_UNKNOWN_REJECT_REASON);

@@ -12,7 +12,7 @@ using namespace wire;
 using UpperLayer = WireTest;
 
 TEST_F(UpperLayer, HandsOutThePdvsOfAPdu) {
-  connect(6, true);
+  connect(State::Established, true);
   peer_.send(pdu(4, pdv(3, 1, "ab") + pdv(3, 3, "") + pdv(3, 0, "wxyz")) + pdu(4, pdv(5, 2, "end")));
   ASSERT_EQ(DUL_read_pdvs(dul_, 5), DUL_PDATA_ARRIVED);
   ASSERT_EQ(dul_->pdvCount, 3U);
@@ -36,7 +36,7 @@ TEST_F(UpperLayer, HandsOutThePdvsOfAPdu) {
 }
 
 TEST_F(UpperLayer, APduOfTheMaximumPassesAndOneByteMoreDoesNot) {
-  connect(6, true, 100);
+  connect(State::Established, true, 100);
   peer_.send(pdu(4, pdv(1, 0, std::string(94, 'x'))));
   EXPECT_EQ(DUL_read_pdvs(dul_, 5), DUL_PDATA_ARRIVED);
   peer_.send(pdu(4, pdv(1, 0, std::string(95, 'x'))));
@@ -63,7 +63,7 @@ TEST_F(UpperLayer, SilenceAfterEachByteOfAMessageEndsInTime) {
     stall.dul = Create_Association_Handle(16384, true, status);
     stall.dul->transport = TL_Create_Transport(nullptr, nullptr);
     stall.dul->transport->socket = ends[0];
-    stall.dul->state = 6;
+    stall.dul->state = State::Established;
     stall.peer = ends[1];
     ASSERT_EQ(::send(stall.peer, message.data(), length, 0), static_cast<ssize_t>(length));
     threads.emplace_back([&stall] {
@@ -85,7 +85,7 @@ TEST_F(UpperLayer, SilenceAfterEachByteOfAMessageEndsInTime) {
     EXPECT_EQ(dul_alive(stall.dul), stall.last == DUL_READ_TIMEOUT);
     EXPECT_EQ(stall.dul->midMessage, length >= 6 ? 1 : 0);
     if (in_pdu == 6) {
-      EXPECT_EQ(stall.dul->readPhase, 2);
+      EXPECT_EQ(stall.dul->readPhase, ReadPhase::Body);
     }
     DUL_free_association(stall.dul);
     ::close(stall.peer);
@@ -93,18 +93,18 @@ TEST_F(UpperLayer, SilenceAfterEachByteOfAMessageEndsInTime) {
 }
 
 TEST_F(UpperLayer, ATimeOutBetweenMessagesChangesNothing) {
-  connect(6, true);
+  connect(State::Established, true);
   EXPECT_EQ(DUL_read_pdvs(dul_, 0), DUL_READ_TIMEOUT);
   EXPECT_EQ(dul_->midMessage, 0);
   peer_.send(pdu(4, pdv(1, 3, "ab")).substr(0, 6));
   EXPECT_EQ(DUL_read_pdvs(dul_, 0), DUL_READ_TIMEOUT);
-  EXPECT_EQ(dul_->readPhase, 2);
+  EXPECT_EQ(dul_->readPhase, ReadPhase::Body);
   peer_.send(pdu(4, pdv(1, 3, "ab")).substr(6));
   EXPECT_EQ(DUL_read_pdvs(dul_, 0), DUL_PDATA_ARRIVED);
 }
 
 TEST_F(UpperLayer, APeerThatDripsIsWaitedForAsLongAsItDrips) {
-  connect(6, true);
+  connect(State::Established, true);
   const std::string bytes = pdu(4, pdv(1, 3, "abcd"));
   std::thread drip([&] {
     for (const char byte : bytes) {
@@ -117,7 +117,7 @@ TEST_F(UpperLayer, APeerThatDripsIsWaitedForAsLongAsItDrips) {
 }
 
 TEST_F(UpperLayer, TheProposalMustBeThereInTimeHoweverItDrips) {
-  connect(2, true);
+  connect(State::AwaitingRequest, true);
   dul_->artimTimer.running = true;
   // As the wait for a request sets it.
   dul_->transport->deadline =
@@ -141,11 +141,11 @@ TEST_F(UpperLayer, TheProposalMustBeThereInTimeHoweverItDrips) {
 }
 
 TEST_F(UpperLayer, AnIntactConnectionThatClosesOrResets) {
-  connect(6, true);
+  connect(State::Established, true);
   peer_.close();
   EXPECT_EQ(DUL_read_pdvs(dul_, 5), DUL_PROVIDER_ABORTED);
   EXPECT_TRUE(has_log("Transport unexpectedly closed"));
-  connect(6, true);
+  connect(State::Established, true);
   peer_.send(short_pdu(7, 0, 0, 0));
   EXPECT_EQ(DUL_read_pdvs(dul_, 5), DUL_PEER_ABORTED);
   EXPECT_FALSE(alive());
@@ -168,7 +168,7 @@ PdvToSend whole_pdv(std::string& buffer, std::string_view value) {
 }
 
 TEST_F(UpperLayer, HeldFragmentsLeaveWithTheNextAndATailWithItsHeader) {
-  connect(6, false);
+  connect(State::Established, false);
   std::string buffer;
   PdvToSend first = whole_pdv(buffer, "command!");
   first.IsData = false;
@@ -193,7 +193,7 @@ TEST_F(UpperLayer, HeldFragmentsLeaveWithTheNextAndATailWithItsHeader) {
 }
 
 TEST_F(UpperLayer, APeerThatStopsReadingEndsAWrite) {
-  connect(6, false);
+  connect(State::Established, false);
   std::string buffer;
   const PdvToSend pdv = whole_pdv(buffer, std::string(8 << 20, 'x'));
   DUL_Association* handle = dul_;
@@ -208,22 +208,22 @@ TEST_F(UpperLayer, APeerThatStopsReadingEndsAWrite) {
 // --- Release ---
 
 TEST_F(UpperLayer, AReleaseIsAskedForAndConfirmed) {
-  connect(6, false);
+  connect(State::Established, false);
   peer_.send(short_pdu(6));
   EXPECT_EQ(DUL_release_request(dul_), DUL_RELEASE_CONFIRMED);
   EXPECT_FALSE(alive());
   EXPECT_EQ(peer_.receive(), short_pdu(5));
 
-  connect(6, false);
+  connect(State::Established, false);
   peer_.send(pdu(4, pdv(1, 3, "late")));
   EXPECT_EQ(DUL_release_request(dul_), DUL_PDATA_ARRIVED);
   EXPECT_TRUE(alive());
 
-  connect(6, false);
+  connect(State::Established, false);
   EXPECT_EQ(DUL_release_request(dul_), DUL_PROVIDER_ABORTED);
   EXPECT_FALSE(alive());
 
-  connect(6, true);
+  connect(State::Established, true);
   peer_.send(short_pdu(5));
   EXPECT_EQ(DUL_read_pdvs(dul_, 5), DUL_RELEASE_REQUESTED);
   peer_.end();
@@ -234,7 +234,7 @@ TEST_F(UpperLayer, AReleaseIsAskedForAndConfirmed) {
 
 TEST_F(UpperLayer, AReleaseCollisionIsSeenThrough) {
   // The requester answers first, then takes the answer to its own request.
-  connect(6, false);
+  connect(State::Established, false);
   peer_.send(short_pdu(5));
   std::thread acceptor([&] {
     EXPECT_EQ(peer_.receive(1000, 20), short_pdu(5) + short_pdu(6));
@@ -244,7 +244,7 @@ TEST_F(UpperLayer, AReleaseCollisionIsSeenThrough) {
   acceptor.join();
   EXPECT_FALSE(alive());
   // The accepting side takes the answer first.
-  connect(6, true);
+  connect(State::Established, true);
   peer_.send(short_pdu(5));
   std::thread requester([&] {
     EXPECT_EQ(peer_.receive(1000, 10), short_pdu(5));
@@ -258,7 +258,7 @@ TEST_F(UpperLayer, AReleaseCollisionIsSeenThrough) {
   requester.join();
   EXPECT_FALSE(alive());
   // A peer that never goes on does not hold it beyond the time-out.
-  connect(6, true);
+  connect(State::Established, true);
   peer_.send(short_pdu(5));
   const auto stalled = Clock::now();
   EXPECT_EQ(DUL_release_request(dul_), DUL_RELEASE_REQUESTED);
@@ -326,17 +326,17 @@ TEST_F(UpperLayer, ARequesterWithoutAProperAnswer) {
 
 TEST_F(UpperLayer, APeerThatFloodsAnEndedAssociationIsLeftInTime) {
   const std::string flood = pdu(4, pdv(1, 0, std::string(10000, 'x')));
-  for (const int state : {3, 6, 8}) {
-    SCOPED_TRACE(state);
+  for (const State state : {State::AwaitingAccept, State::Established, State::ReleaseIndicated}) {
+    SCOPED_TRACE(static_cast<int>(state));
     connect(state, true);
     std::atomic<bool> over{false};
     std::thread sender([&] {
       while (!over) peer_.send(flood);
     });
     const auto begun = Clock::now();
-    if (state == 3) {
+    if (state == State::AwaitingAccept) {
       EXPECT_EQ(DUL_associate_reject(dul_, 1, 1, 1), DUL_NORMAL);
-    } else if (state == 6) {
+    } else if (state == State::Established) {
       EXPECT_EQ(DUL_abort_request(dul_), DUL_NORMAL);
     } else {
       EXPECT_EQ(DUL_release_response(dul_), DUL_PROVIDER_ABORTED);
@@ -358,7 +358,7 @@ void mark(DUL_Association& dul) {
 TEST_F(UpperLayer, AnAbortEndsAReadWithinATickAndLeavesAtABoundary) {
   const std::string part = pdu(4, pdv(1, 3, "abcd")).substr(0, 9);
   for (const std::string& before : {std::string(), part}) {
-    connect(6, true);
+    connect(State::Established, true);
     set_int(VX_CFG_INACTIVITY_TIMEOUT, 30);
     peer_.send(before);
     std::thread other([&] {
@@ -378,7 +378,7 @@ TEST_F(UpperLayer, AnAbortEndsAReadWithinATickAndLeavesAtABoundary) {
 }
 
 TEST_F(UpperLayer, AnAbortEndsABlockedWriteAndCutsNoPdu) {
-  connect(6, false);
+  connect(State::Established, false);
   set_int(VX_CFG_WRITE_TIMEOUT, 30);
   std::string buffer;
   const PdvToSend pdv = whole_pdv(buffer, std::string(8 << 20, 'x'));
@@ -398,7 +398,7 @@ TEST_F(UpperLayer, AnAbortEndsABlockedWriteAndCutsNoPdu) {
 }
 
 TEST_F(UpperLayer, AWriteAfterTheWishDoesNotBegin) {
-  connect(6, false);
+  connect(State::Established, false);
   mark(*dul_);
   std::string buffer;
   const PdvToSend pdv = whole_pdv(buffer, "value!");
@@ -435,7 +435,7 @@ void channel_close(void*, void* context) {
 
 TEST_F(UpperLayer, ASecureChannelCarriesPdusAndSeesAnAbort) {
   const SS_Functions functions{channel_open, channel_read, channel_write, channel_close};
-  connect(6, true);
+  connect(State::Established, true);
   Channel channel;
   channel.socket = dul_->transport->socket;
   TL_Transport* secure = TL_Create_Transport(&functions, &channel);

@@ -152,7 +152,7 @@ class WireTest : public support::LibraryTest {
     parameters_ = nullptr;
   }
   // A handle in a state, its peer in the test's hands.
-  void connect(int state, bool acceptor, uint32_t maximum = 16384) {
+  void connect(vx::State state, bool acceptor, uint32_t maximum = 16384) {
     drop();
     int ends[2];
     connected_pair(ends);
