@@ -18,7 +18,7 @@ void require(bool condition) {
 constexpr uint32_t kMaximum = 4096;
 
 vx::DUL_Association* handle_over(int socket, int state, bool acceptor) {
-  vx::DUL_STATUS status = vx::DUL_NORMAL;
+  vx::DulStatus status = vx::DUL_NORMAL;
   vx::DUL_Association* dul = vx::Create_Association_Handle(kMaximum, acceptor, status);
   dul->transport = vx::TL_Create_Transport(nullptr, nullptr);
   dul->transport->socket = socket;
@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   for (std::size_t pdus = 0; vx::dul_alive(dul); ++pdus) {
     require(pdus <= size);
     uint8_t type = 0;
-    vx::DUL_STATUS status = vx::VXI_nextPDUtype(*dul, type);
+    vx::DulStatus status = vx::VXI_nextPDUtype(*dul, type);
     if (status == vx::DUL_NORMAL) status = vx::process_PDU(type, *dul, parameters);
     if (status == vx::DUL_PDATA_ARRIVED) {
       check_pdvs(*dul);
@@ -57,7 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
       vx::DUL_drop_association(dul);
     }
   }
-  vx::DUL_free_association(dul);
+  vx::free_association(dul);
   vx::free_association_parameters(parameters);
   return 0;
 }

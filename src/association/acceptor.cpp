@@ -67,7 +67,7 @@ VX_STATUS check_wait(const WaitRequest& request, AppObj*& wanted, ServiceList*& 
   return VX_INVALID_SERVICE_LIST_NAME;
 }
 
-VX_STATUS wait_status(DUL_STATUS status) {
+VX_STATUS wait_status(DulStatus status) {
   if (status == DUL_NO_ASSOCIATION) return VX_TIMEOUT;
   if (status == DUL_INTERRUPTED) return VX_SYSTEM_CALL_INTERRUPTED;
   VX_LOG_ERR(kFunction, "DUL_wait_for_associate_RQ error: %s", DUL_Status_Text(status));
@@ -80,7 +80,7 @@ VX_STATUS receive_session(const WaitRequest& request, int32_t timeout, AppObj* w
   AssociationParameters* parameters = new_association_parameters();
   if (parameters == nullptr) return VX_SYSTEM_ERROR;
   DUL_Association* dul = nullptr;
-  const DUL_STATUS status =
+  const DulStatus status =
       DUL_wait_for_associate_RQ(timeout, request.port, request.address, pdu_maximum_length(), parameters,
                                 &dul, request.socket, request.functions, request.application_context);
   if (status != DUL_NORMAL) {
@@ -91,7 +91,7 @@ VX_STATUS receive_session(const WaitRequest& request, int32_t timeout, AppObj* w
   const Recipient recipient = find_recipient(parameters->calledTitle, wanted, otherwise, list);
   session = recipient.app != nullptr ? new_session(*recipient.app, false) : nullptr;
   if (session == nullptr) {
-    DUL_free_association(dul);
+    free_association(dul);
     free_association_parameters(parameters);
     return VX_SYSTEM_ERROR;
   }
@@ -243,7 +243,7 @@ VX_STATUS prepare_identity(const char* function, AssociationParameters& paramete
 VX_STATUS send_acceptance(SesObj* session) {
   settle_extended_negotiation(*session);
   log_association_parameters(*session->Parameters, ParameterLog::Response);
-  const DUL_STATUS status = DUL_associate_accept(session->Dul, session->Parameters);
+  const DulStatus status = DUL_associate_accept(session->Dul, session->Parameters);
   if (status != DUL_NORMAL) {
     VX_LOG_ERR("VX_Accept_Association", "DUL_associate_accept error: %s", DUL_Status_Text(status));
     abort_session(session);
@@ -294,8 +294,8 @@ VX_STATUS wait_for_association(const WaitRequest& request, int32_t& application_
 VX_STATUS wait_for_connection(int32_t timeout, int32_t port, const char* address, int32_t& socket) {
   TL_ListenPortObj* listener = nullptr;
   if (TL_Prepare_Listen_Port(port, address, listener) != TL_NORMAL) return VX_SYSTEM_ERROR;
-  const TL_STATUS status = TL_Wait_For_Socket(socket, timeout, *listener);
-  TL_Release_Listen_Port(listener);
+  const TlStatus status = wait_for_socket(socket, timeout, *listener);
+  release_listen_port(listener);
   if (status == TL_NORMAL) return kOk;
   if (status == TL_TIMED_OUT) return VX_TIMEOUT;
   VX_LOG_ERR("VXI_Wait_For_Connection", "Error on TL_Wait_For_Connection call");
@@ -337,7 +337,7 @@ VX_STATUS reject_association(int32_t id, int32_t reason) {
   const RejectRow& row = kRejectRows[named ? reason : 0];
   log_association_parameters(*session->Parameters, ParameterLog::Response);
   VX_LOG_INF(kName, "User rejecting association: %s", row.text);
-  const DUL_STATUS status = DUL_associate_reject(session->Dul, row.result, row.reason, row.source);
+  const DulStatus status = DUL_associate_reject(session->Dul, row.result, row.reason, row.source);
   if (status != DUL_NORMAL) VX_LOG_ERR(kName, "DUL_associate_reject error %s", DUL_Status_Text(status));
   free_session(session);
   return kOk;

@@ -42,7 +42,7 @@ void initialize(const NetworkCaptureCallbacks& table, int32_t file_size, const c
 
 void warn_of_plaintext() {
   if (g_warned_of_plaintext.exchange(true, std::memory_order_relaxed)) return;
-  VX_LOG_WARN("TL_Open_Secure_Channel", "Network capture records secure traffic in plaintext.");
+  VX_LOG_WARN("open_secure_channel", "Network capture records secure traffic in plaintext.");
 }
 
 }  // namespace

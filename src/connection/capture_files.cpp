@@ -108,7 +108,7 @@ bool is_ours(const CaptureFile& file) {
 
 // Gives nothing after a line in the log. A file of the rotation is unlinked first, so that a connection that
 // writes to it still keeps its records.
-std::shared_ptr<CaptureFile> StartNewCapFile(const std::string& name, bool unlink_first) {
+std::shared_ptr<CaptureFile> start_capture_file(const std::string& name, bool unlink_first) {
   static constexpr char kFunction[] = "VXI_StartNewCapFile";
   auto file = std::make_shared<CaptureFile>();
   file->name = name;
@@ -152,7 +152,7 @@ bool next_file_of_rotation(CaptureStream& stream) {
     VX_LOG_ERR("VXI_CAP_openNextFile", "Unable to open %s", g_base_path.c_str());
     return false;
   }
-  stream.File = StartNewCapFile(path, true);
+  stream.File = start_capture_file(path, true);
   return stream.File != nullptr;
 }
 
@@ -161,13 +161,13 @@ bool open_shared_file(CaptureStream& stream) {
   if (g_shared != nullptr && g_shared_path != g_base_path) g_shared = nullptr;
   if (g_shared == nullptr) {
     g_shared_path = g_base_path;
-    g_shared = StartNewCapFile(g_base_path, false);
+    g_shared = start_capture_file(g_base_path, false);
   }
   stream.File = g_shared;
   return g_shared != nullptr;
 }
 
-bool openNextFile(CaptureStream& stream) {
+bool open_next_file(CaptureStream& stream) {
   const std::string path = config_text(VX_CFG_CAPTURE_FILE);
   const Guard guard(captureSemaphore);
   if (!path.empty()) g_base_path = path;
@@ -271,8 +271,8 @@ int write_record(CaptureStream& stream, const uint8_t* data, int32_t length) {
   return 0;
 }
 
-int writePacketLocked(CaptureStream& stream, CaptureSide& source, CaptureSide& destination, uint8_t flags,
-                      const uint8_t* data, int32_t length) {
+int write_packet_locked(CaptureStream& stream, CaptureSide& source, CaptureSide& destination, uint8_t flags,
+                        const uint8_t* data, int32_t length) {
   static constexpr char kFunction[] = "VXI_CAP_writePacket";
   if (stream.Failed) {
     if (!stream.SharedFile) stream.File = nullptr;
@@ -304,11 +304,11 @@ int writePacketLocked(CaptureStream& stream, CaptureSide& source, CaptureSide& d
   return 0;
 }
 
-int writePacket(CaptureStream& stream, CaptureSide& source, CaptureSide& destination, uint8_t flags,
-                const uint8_t* data = nullptr, int32_t length = 0) {
-  if (!stream.SharedFile) return writePacketLocked(stream, source, destination, flags, data, length);
+int write_packet(CaptureStream& stream, CaptureSide& source, CaptureSide& destination, uint8_t flags,
+                 const uint8_t* data = nullptr, int32_t length = 0) {
+  if (!stream.SharedFile) return write_packet_locked(stream, source, destination, flags, data, length);
   const Guard guard(captureSemaphore);
-  return writePacketLocked(stream, source, destination, flags, data, length);
+  return write_packet_locked(stream, source, destination, flags, data, length);
 }
 
 // --- The table ---
@@ -341,7 +341,7 @@ struct Direction {
   CaptureSide& destination;
 };
 
-Direction getSourceDest(CaptureStream& stream, const sockaddr* sender) {
+Direction direction_from(CaptureStream& stream, const sockaddr* sender) {
   const CaptureSide from = side_of(sender);
   if (from.Address == stream.SideA.Address && from.Port == stream.SideA.Port) {
     return {stream.SideA, stream.SideB};
@@ -358,11 +358,11 @@ constexpr Step kFarewell[] = {{true, kFin | kAck}, {false, kAck}, {false, kFin |
 
 template <std::size_t Count>
 int write_steps(CaptureStream& stream, const sockaddr* sender, const Step (&steps)[Count]) {
-  const Direction way = getSourceDest(stream, sender);
+  const Direction way = direction_from(stream, sender);
   for (const Step& step : steps) {
     CaptureSide& from = step.forth ? way.source : way.destination;
     CaptureSide& to = step.forth ? way.destination : way.source;
-    if (writePacket(stream, from, to, step.flags) != 0) return 1;
+    if (write_packet(stream, from, to, step.flags) != 0) return 1;
   }
   return 0;
 }
@@ -403,7 +403,7 @@ void* open_stream(void*, const sockaddr* begun, const sockaddr* other) {
   stream->SideA = side_of(begun);
   stream->SideB = side_of(other);
   try {
-    stream->Failed = !openNextFile(*stream);
+    stream->Failed = !open_next_file(*stream);
   } catch (const std::bad_alloc&) {
     stream->Failed = true;
   }
@@ -438,11 +438,11 @@ int32_t data_sent(void*, void* handle, const sockaddr* sender, const sockaddr*, 
     VX_LOG_ERR("VXI_CAP_dataSent", "Invalid data length parm: %ld", static_cast<long>(length));
     return fail(*stream);
   }
-  const Direction way = getSourceDest(*stream, sender);
+  const Direction way = direction_from(*stream, sender);
   const auto* bytes = static_cast<const uint8_t*>(data);
   for (int32_t done = 0; done < length;) {
     const int32_t part = std::min(length - done, kMostData);
-    if (writePacket(*stream, way.source, way.destination, kPush | kAck, bytes + done, part) != 0) return 1;
+    if (write_packet(*stream, way.source, way.destination, kPush | kAck, bytes + done, part) != 0) return 1;
     done += part;
   }
   return 0;

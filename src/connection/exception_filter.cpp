@@ -14,7 +14,7 @@
 
 namespace vx {
 
-std::atomic<bool> FilterInstalled{false};
+std::atomic<bool> filter_installed{false};
 
 namespace {
 
@@ -216,7 +216,7 @@ void provide_fault_stack() {
 
 VX_STATUS prepare_exception_filter() {
   const Guard guard(g_lock);
-  if (!config_bool(VX_CFG_ALLOW_LIBRARY_EXCEPTION_HANDLER) || FilterInstalled.load()) return kOk;
+  if (!config_bool(VX_CFG_ALLOW_LIBRARY_EXCEPTION_HANDLER) || filter_installed.load()) return kOk;
   provide_fault_stack();
   struct sigaction action {};
   action.sa_sigaction = on_fault;
@@ -225,13 +225,13 @@ VX_STATUS prepare_exception_filter() {
   for (std::size_t i = 0; i < std::size(kSignals); ++i) {
     if (::sigaction(kSignals[i], &action, &g_former[i]) != 0) return VX_SYSTEM_ERROR;
   }
-  FilterInstalled.store(true);
+  filter_installed.store(true);
   return kOk;
 }
 
 VX_STATUS remove_exception_filter() {
   const Guard guard(g_lock);
-  if (!FilterInstalled.exchange(false)) return kOk;
+  if (!filter_installed.exchange(false)) return kOk;
   VX_STATUS status = kOk;
   for (std::size_t i = 0; i < std::size(kSignals); ++i) {
     struct sigaction present {};

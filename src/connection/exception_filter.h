@@ -14,10 +14,10 @@ void set_transfer_function(void* user, VX_TRANSFER_FUNCTION function);
 
 // A thread that is about to enter the network gets a stack for the handler, so that an overflow of its own is
 // reported as well.
-extern std::atomic<bool> FilterInstalled;
+extern std::atomic<bool> filter_installed;
 void provide_fault_stack();
 inline void before_transfer() {
-  if (FilterInstalled.load(std::memory_order_relaxed)) provide_fault_stack();
+  if (filter_installed.load(std::memory_order_relaxed)) provide_fault_stack();
 }
 
 enum Transfer : int32_t { kWritten = 3, kRead = 4 };

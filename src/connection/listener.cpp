@@ -152,7 +152,7 @@ int bind_first(const addrinfo* head, int32_t port, const char* port_text) {
   return -1;
 }
 
-TL_STATUS TL_Start_Transport_Listener(TL_ListenPortObj& port) {
+TlStatus TL_Start_Transport_Listener(TL_ListenPortObj& port) {
   const Guard guard(port.start_lock);
   if (port.socket >= 0) return TL_NORMAL;
   const std::string number = std::to_string(port.port);
@@ -172,7 +172,7 @@ TL_STATUS TL_Start_Transport_Listener(TL_ListenPortObj& port) {
   const int socket = bind_first(addresses, port.port, number.c_str());
   freeaddrinfo(addresses);
   if (socket < 0) return TL_SOCKET_FAILURE;
-  if (const TL_STATUS status = SetSocketOptions(socket); status != TL_NORMAL) return status;
+  if (const TlStatus status = SetSocketOptions(socket); status != TL_NORMAL) return status;
   if (::listen(socket, config_int(VX_CFG_MAX_PENDING_CONNECTIONS)) != 0) {
     VX_LOG_ERR("TL_Start_Transport_Listener", "TCP listen error: (%d)%s", socket_error_number(errno),
                socket_error_text(errno));
@@ -194,7 +194,7 @@ bool is_passing(int error) {
   return std::find(std::begin(kPassing), std::end(kPassing), error) != std::end(kPassing);
 }
 
-TL_STATUS accept_connection(TL_ListenPortObj& port, int32_t timeout, TL_Transport& transport) {
+TlStatus accept_connection(TL_ListenPortObj& port, int32_t timeout, TL_Transport& transport) {
   const int64_t end = timeout < 0 ? INT64_MAX : monotonic_now() + timeout * kSecond;
   for (;;) {
     const int ready = wait_until(timeout == 0 ? 0 : end, true, nullptr, port.socket);
@@ -221,7 +221,7 @@ TL_STATUS accept_connection(TL_ListenPortObj& port, int32_t timeout, TL_Transpor
   }
 }
 
-TL_STATUS adopt_connection(int accepted, TL_Transport& transport) {
+TlStatus adopt_connection(int accepted, TL_Transport& transport) {
   socklen_t size = sizeof transport.remoteAddressRaw;
   transport.socket = accepted;
   if (getpeername(accepted, reinterpret_cast<sockaddr*>(&transport.remoteAddressRaw), &size) != 0) {
@@ -239,7 +239,7 @@ TL_STATUS adopt_connection(int accepted, TL_Transport& transport) {
 
 }  // namespace
 
-TL_STATUS TL_Prepare_Listen_Port(int32_t number, const char* address, TL_ListenPortObj*& out) {
+TlStatus TL_Prepare_Listen_Port(int32_t number, const char* address, TL_ListenPortObj*& out) {
   out = nullptr;
   {
     const Guard guard(g_lock);
@@ -252,31 +252,31 @@ TL_STATUS TL_Prepare_Listen_Port(int32_t number, const char* address, TL_ListenP
     if (out == nullptr) return TL_NO_MEMORY;
     ++out->holders;
   }
-  const TL_STATUS status = TL_Start_Transport_Listener(*out);
+  const TlStatus status = TL_Start_Transport_Listener(*out);
   if (status == TL_NORMAL) return status;
-  TL_Release_Listen_Port(out);
+  release_listen_port(out);
   out = nullptr;
   return status;
 }
 
-void TL_Release_Listen_Port(TL_ListenPortObj* held) {
+void release_listen_port(TL_ListenPortObj* held) {
   const Guard guard(g_lock);
   if (--held->holders == 0 && held->closed.load()) destroy(held);
 }
 
-TL_STATUS TL_Wait_For_Connection(TL_Transport*& out, int32_t timeout, TL_ListenPortObj* listener,
-                                 int accepted) {
+TlStatus TL_Wait_For_Connection(TL_Transport*& out, int32_t timeout, TL_ListenPortObj* listener,
+                                int accepted) {
   out = TL_Create_Transport(nullptr, nullptr);
   if (out == nullptr) return TL_NO_POOL;
-  const TL_STATUS status =
+  const TlStatus status =
       accepted > 0 ? adopt_connection(accepted, *out) : accept_connection(*listener, timeout, *out);
   return status == TL_NORMAL ? complete_transport(*out, "TL_Wait_For_Connection") : status;
 }
 
-TL_STATUS TL_Wait_For_Socket(int32_t& socket, int32_t timeout, TL_ListenPortObj& listener) {
+TlStatus wait_for_socket(int32_t& socket, int32_t timeout, TL_ListenPortObj& listener) {
   TL_Transport* transport = TL_Create_Transport(nullptr, nullptr);
   if (transport == nullptr) return TL_NO_POOL;
-  TL_STATUS status = accept_connection(listener, timeout, *transport);
+  TlStatus status = accept_connection(listener, timeout, *transport);
   if (status == TL_NORMAL) status = SetSocketOptions(transport->socket);
   if (status == TL_NORMAL) socket = transport->socket;
   TL_Free_Transport(transport);
@@ -305,7 +305,7 @@ VX_STATUS get_default_listen_socket(int32_t& socket) {
   TL_ListenPortObj* port = nullptr;
   if (TL_Prepare_Listen_Port(-1, nullptr, port) != TL_NORMAL) return VX_SYSTEM_ERROR;
   socket = port->socket;
-  TL_Release_Listen_Port(port);
+  release_listen_port(port);
   return kOk;
 }
 

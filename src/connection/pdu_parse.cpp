@@ -31,8 +31,8 @@ struct View {
 struct ContextImage {
   uint8_t id;
   uint8_t result;
-  uint8_t syntaxCount;
-  View abstractSyntax;
+  uint8_t syntax_count;
+  View abstract_syntax;
   View syntaxes[kMostSyntaxes];
 };
 struct RoleImage {
@@ -46,8 +46,8 @@ struct ExtendedImage {
 };
 struct CommonImage {
   View uid;
-  View serviceClass;
-  uint8_t relatedCount;
+  View service_class;
+  uint8_t related_count;
   View related[kMostRelatedClasses];
 };
 
@@ -70,24 +70,24 @@ struct Limited {
 };
 
 struct AssociatePdu {
-  uint16_t protocolVersion;
-  View calledTitle;
-  View callingTitle;
-  View applicationContext;
+  uint16_t protocol_version;
+  View called_title;
+  View calling_title;
+  View application_context;
   Limited<ContextImage, kMostContexts> contexts;
   Limited<RoleImage, kMostItems> roles;
   Limited<ExtendedImage, kMostItems> extended;
   Limited<CommonImage, kMostItems> common;
-  bool hasMaximum, hasClass, hasWindow, hasVersion, hasIdentity, hasResponse;
-  uint32_t maximumLength;
-  View implementationClass;
-  View implementationVersion;
-  uint16_t maxInvoked, maxPerformed;
-  uint8_t identityType, identityResponseRequested;
-  View identityPrimary, identitySecondary, identityResponse;
-  int passedOver;
+  bool has_maximum, has_class, has_window, has_version, has_identity, has_response;
+  uint32_t maximum_length;
+  View implementation_class;
+  View implementation_version;
+  uint16_t max_invoked, max_performed;
+  uint8_t identity_type, identity_response_requested;
+  View identity_primary, identity_secondary, identity_response;
+  int passed_over;
 
-  bool may_log() { return passedOver++ < kMostLines; }
+  bool may_log() { return passed_over++ < kMostLines; }
 };
 static_assert(std::is_trivially_destructible_v<AssociatePdu>);
 
@@ -137,7 +137,7 @@ struct ItemImage {
   View content;
 };
 
-DUL_STATUS deformed() {
+DulStatus deformed() {
   VX_LOG_ERR(kFunction, "Parsing error encountered");
   return DUL_DEFORMED_PDU;
 }
@@ -149,11 +149,11 @@ bool take_item(Bytes& bytes, ItemImage& item) {
 
 // Walks items; `handle` gives a status for each.
 template <typename Handle>
-DUL_STATUS walk_items(Bytes& bytes, Handle&& handle) {
+DulStatus walk_items(Bytes& bytes, Handle&& handle) {
   while (!bytes.empty()) {
     ItemImage item{};
     if (!take_item(bytes, item)) return deformed();
-    if (const DUL_STATUS status = handle(item); status != DUL_NORMAL) return status;
+    if (const DulStatus status = handle(item); status != DUL_NORMAL) return status;
   }
   return DUL_NORMAL;
 }
@@ -170,7 +170,7 @@ bool uid_fits(View view, uint8_t type, const char* what) {
 
 // --- Presentation contexts ---
 
-DUL_STATUS parse_pres_context(const ItemImage& item, AssociatePdu& pdu) {
+DulStatus parse_pres_context(const ItemImage& item, AssociatePdu& pdu) {
   ContextImage& context = pdu.contexts.add("Too many Presentation Context Items");
   Bytes bytes(item.content);
   uint8_t reserved = 0;
@@ -184,11 +184,11 @@ DUL_STATUS parse_pres_context(const ItemImage& item, AssociatePdu& pdu) {
     }
     if (!uid_fits(sub.content, sub.type, "item name")) return DUL_DEFORMED_PDU;
     if (sub.type == 0x30) {
-      context.abstractSyntax = sub.content;
+      context.abstract_syntax = sub.content;
       return DUL_NORMAL;
     }
-    if (context.syntaxCount < kMostSyntaxes) {
-      context.syntaxes[context.syntaxCount++] = sub.content;
+    if (context.syntax_count < kMostSyntaxes) {
+      context.syntaxes[context.syntax_count++] = sub.content;
     } else {
       if (pdu.may_log()) VX_LOG_ERR("parse_pres_context", "Too many transfer syntax subitems");
       context.syntaxes[kMostSyntaxes - 1] = sub.content;
@@ -207,37 +207,37 @@ bool first_time(bool& seen, const char* repeated) {
   return first;
 }
 
-DUL_STATUS parse_maximum_length(const ItemImage& item, AssociatePdu& pdu) {
-  if (!first_time(pdu.hasMaximum, "User Information Item: Maximum Length notification"))
+DulStatus parse_maximum_length(const ItemImage& item, AssociatePdu& pdu) {
+  if (!first_time(pdu.has_maximum, "User Information Item: Maximum Length notification"))
     return DUL_DEFORMED_PDU;
   Bytes bytes(item.content);
-  return bytes.u32(pdu.maximumLength) ? DUL_NORMAL : deformed();
+  return bytes.u32(pdu.maximum_length) ? DUL_NORMAL : deformed();
 }
 
-DUL_STATUS parse_implementation_class(const ItemImage& item, AssociatePdu& pdu) {
-  if (!first_time(pdu.hasClass, "User Information Item: Implementation Class UID")) return DUL_DEFORMED_PDU;
-  pdu.implementationClass = item.content;
+DulStatus parse_implementation_class(const ItemImage& item, AssociatePdu& pdu) {
+  if (!first_time(pdu.has_class, "User Information Item: Implementation Class UID")) return DUL_DEFORMED_PDU;
+  pdu.implementation_class = item.content;
   return uid_fits(item.content, item.type, "Implementation Class UID") ? DUL_NORMAL : DUL_DEFORMED_PDU;
 }
 
-DUL_STATUS parse_window(const ItemImage& item, AssociatePdu& pdu) {
-  if (!first_time(pdu.hasWindow, "User Information Item: Asynchronous Operations Window"))
+DulStatus parse_window(const ItemImage& item, AssociatePdu& pdu) {
+  if (!first_time(pdu.has_window, "User Information Item: Asynchronous Operations Window"))
     return DUL_DEFORMED_PDU;
   Bytes bytes(item.content);
-  return bytes.u16(pdu.maxInvoked) && bytes.u16(pdu.maxPerformed) ? DUL_NORMAL : deformed();
+  return bytes.u16(pdu.max_invoked) && bytes.u16(pdu.max_performed) ? DUL_NORMAL : deformed();
 }
 
-DUL_STATUS parse_version(const ItemImage& item, AssociatePdu& pdu) {
-  if (!first_time(pdu.hasVersion, "A-ASSOCIATE PDU, User Information Item: Implementation Version")) {
+DulStatus parse_version(const ItemImage& item, AssociatePdu& pdu) {
+  if (!first_time(pdu.has_version, "A-ASSOCIATE PDU, User Information Item: Implementation Version")) {
     return DUL_DEFORMED_PDU;
   }
-  pdu.implementationVersion = item.content;
+  pdu.implementation_version = item.content;
   return fits(item.content, kLongestVersion, item.type, "Implementation Version", kLongestVersion)
              ? DUL_NORMAL
              : DUL_DEFORMED_PDU;
 }
 
-DUL_STATUS parse_role(const ItemImage& item, AssociatePdu& pdu) {
+DulStatus parse_role(const ItemImage& item, AssociatePdu& pdu) {
   RoleImage& role = pdu.roles.add("Too many sop roles items");
   Bytes bytes(item.content);
   uint16_t length = 0;
@@ -250,7 +250,7 @@ DUL_STATUS parse_role(const ItemImage& item, AssociatePdu& pdu) {
   return role.scu > 1 || role.scp > 1 ? DUL_DEFORMED_PDU : DUL_NORMAL;
 }
 
-DUL_STATUS parse_extended(const ItemImage& item, AssociatePdu& pdu) {
+DulStatus parse_extended(const ItemImage& item, AssociatePdu& pdu) {
   ExtendedImage& extended = pdu.extended.add("Too many extended sop items");
   Bytes bytes(item.content);
   uint16_t length = 0;
@@ -261,7 +261,7 @@ DUL_STATUS parse_extended(const ItemImage& item, AssociatePdu& pdu) {
   return DUL_NORMAL;
 }
 
-DUL_STATUS parse_related(const ItemImage& item, View list, AssociatePdu& pdu, CommonImage& common) {
+DulStatus parse_related(const ItemImage& item, View list, AssociatePdu& pdu, CommonImage& common) {
   Bytes bytes(list);
   for (int number = 0; !bytes.empty(); ++number) {
     View uid{};
@@ -270,7 +270,7 @@ DUL_STATUS parse_related(const ItemImage& item, View list, AssociatePdu& pdu, Co
     std::snprintf(what, sizeof what, "Related General Class UID[%d]", number);
     if (!uid_fits(uid, item.type, what)) return DUL_DEFORMED_PDU;
     if (number < kMostRelatedClasses) {
-      common.related[common.relatedCount++] = uid;
+      common.related[common.related_count++] = uid;
     } else if (pdu.may_log()) {
       VX_LOG_WARN(kFunction, "Too many related SOP classes contained in association request. Ignoring.");
     }
@@ -278,23 +278,23 @@ DUL_STATUS parse_related(const ItemImage& item, View list, AssociatePdu& pdu, Co
   return DUL_NORMAL;
 }
 
-DUL_STATUS parse_common_extended(const ItemImage& item, AssociatePdu& pdu) {
+DulStatus parse_common_extended(const ItemImage& item, AssociatePdu& pdu) {
   CommonImage& common = pdu.common.add("Too many sop class common extended negotiation items");
   Bytes bytes(item.content);
   View list{};
   if (!bytes.counted(common.uid)) return deformed();
   if (!uid_fits(common.uid, item.type, "SOP Class UID")) return DUL_DEFORMED_PDU;
-  if (!bytes.counted(common.serviceClass)) return deformed();
-  if (!uid_fits(common.serviceClass, item.type, "Service Class UID")) return DUL_DEFORMED_PDU;
+  if (!bytes.counted(common.service_class)) return deformed();
+  if (!uid_fits(common.service_class, item.type, "Service Class UID")) return DUL_DEFORMED_PDU;
   return bytes.counted(list) ? parse_related(item, list, pdu, common) : deformed();
 }
 
-DUL_STATUS parse_identity_fields(const ItemImage& item, AssociatePdu& pdu) {
+DulStatus parse_identity_fields(const ItemImage& item, AssociatePdu& pdu) {
   Bytes bytes(item.content);
-  const bool whole = bytes.u8(pdu.identityType) && bytes.u8(pdu.identityResponseRequested) &&
-                     bytes.counted(pdu.identityPrimary) && bytes.counted(pdu.identitySecondary) &&
+  const bool whole = bytes.u8(pdu.identity_type) && bytes.u8(pdu.identity_response_requested) &&
+                     bytes.counted(pdu.identity_primary) && bytes.counted(pdu.identity_secondary) &&
                      bytes.empty();
-  if (pdu.identityType != kNameAndPasscode && pdu.identitySecondary.size != 0) {
+  if (pdu.identity_type != kNameAndPasscode && pdu.identity_secondary.size != 0) {
     VX_LOG_ERR(
         "parse_user_identity_rq",
         "A-ASSOCIATE PDU - User Identity Secondary-field-length should be 0 for User-Identity-Type of 2.");
@@ -306,17 +306,17 @@ DUL_STATUS parse_identity_fields(const ItemImage& item, AssociatePdu& pdu) {
   return DUL_DEFORMED_PDU;
 }
 
-DUL_STATUS parse_identity(const ItemImage& item, AssociatePdu& pdu) {
-  if (!first_time(pdu.hasIdentity, "User Information Item: User Identity")) return DUL_DEFORMED_PDU;
-  const DUL_STATUS status = parse_identity_fields(item, pdu);
+DulStatus parse_identity(const ItemImage& item, AssociatePdu& pdu) {
+  if (!first_time(pdu.has_identity, "User Information Item: User Identity")) return DUL_DEFORMED_PDU;
+  const DulStatus status = parse_identity_fields(item, pdu);
   if (status != DUL_NORMAL) VX_LOG_ERR("parse_user_info", "Error on parse_user_identity_rq call.");
   return status;
 }
 
-DUL_STATUS parse_identity_response(const ItemImage& item, AssociatePdu& pdu) {
-  if (!first_time(pdu.hasResponse, "User Information Item: User Identity")) return DUL_DEFORMED_PDU;
+DulStatus parse_identity_response(const ItemImage& item, AssociatePdu& pdu) {
+  if (!first_time(pdu.has_response, "User Information Item: User Identity")) return DUL_DEFORMED_PDU;
   Bytes bytes(item.content);
-  if (bytes.counted(pdu.identityResponse) && bytes.empty()) return DUL_NORMAL;
+  if (bytes.counted(pdu.identity_response) && bytes.empty()) return DUL_NORMAL;
   VX_LOG_ERR("parse_user_identity_ac",
              "A-ASSOCIATE PDU - incorrect length or server response length in User Identity.");
   VX_LOG_ERR("parse_user_info", "Error on parse_user_identity_ac call.");
@@ -325,7 +325,7 @@ DUL_STATUS parse_identity_response(const ItemImage& item, AssociatePdu& pdu) {
 
 struct UserItem {
   uint8_t type;
-  DUL_STATUS (*parse)(const ItemImage& item, AssociatePdu& pdu);
+  DulStatus (*parse)(const ItemImage& item, AssociatePdu& pdu);
 };
 constexpr UserItem kUserItems[] = {
     {0x51, parse_maximum_length},
@@ -339,7 +339,7 @@ constexpr UserItem kUserItems[] = {
     {0x59, parse_identity_response},
 };
 
-DUL_STATUS parse_user_info(const ItemImage& item, AssociatePdu& pdu) {
+DulStatus parse_user_info(const ItemImage& item, AssociatePdu& pdu) {
   Bytes bytes(item.content);
   return walk_items(bytes, [&pdu](const ItemImage& sub) {
     for (const UserItem& row : kUserItems) {
@@ -355,13 +355,13 @@ DUL_STATUS parse_user_info(const ItemImage& item, AssociatePdu& pdu) {
 
 // --- The PDU ---
 
-DUL_STATUS parse_top_item(const ItemImage& item, AssociatePdu& pdu) {
-  DUL_STATUS status = DUL_NORMAL;
+DulStatus parse_top_item(const ItemImage& item, AssociatePdu& pdu) {
+  DulStatus status = DUL_NORMAL;
   const char* parser = "";
   switch (item.type) {
     case 0x10:
       parser = "parse_uid_subitem";
-      pdu.applicationContext = item.content;
+      pdu.application_context = item.content;
       if (!uid_fits(item.content, item.type, "item name")) status = DUL_DEFORMED_PDU;
       break;
     case 0x20:
@@ -381,12 +381,12 @@ DUL_STATUS parse_top_item(const ItemImage& item, AssociatePdu& pdu) {
   return status;
 }
 
-DUL_STATUS VXI_parseAssociate(std::span<const uint8_t> received, AssociatePdu& pdu) {
-  pdu.maxInvoked = pdu.maxPerformed = kWindowAbsent;
+DulStatus VXI_parseAssociate(std::span<const uint8_t> received, AssociatePdu& pdu) {
+  pdu.max_invoked = pdu.max_performed = kWindowAbsent;
   if (received.size() < kItemsAt) return deformed();
-  pdu.protocolVersion = load16(&received[6], true);
-  pdu.calledTitle = {&received[10], 16};
-  pdu.callingTitle = {&received[26], 16};
+  pdu.protocol_version = load16(&received[6], true);
+  pdu.called_title = {&received[10], 16};
+  pdu.calling_title = {&received[26], 16};
   const auto items = received.subspan(kItemsAt);
   Bytes bytes({items.data(), static_cast<uint32_t>(items.size())});
   return walk_items(bytes, [&pdu](const ItemImage& item) { return parse_top_item(item, pdu); });
@@ -440,14 +440,14 @@ PresentationContext* named_context(AssociationParameters& parameters, View uid) 
 bool take_common(const AssociatePdu& pdu, PresentationContext& context) {
   for (const CommonImage& common : pdu.common.all()) {
     if (text_of(common.uid) != context.abstractSyntax) continue;
-    copy(context.serviceClassUid, common.serviceClass);
-    if (!set_related_count(context, common.relatedCount)) return false;
-    for (int i = 0; i < common.relatedCount; ++i) copy(context.relatedClasses[i], common.related[i]);
+    copy(context.serviceClassUid, common.service_class);
+    if (!set_related_count(context, common.related_count)) return false;
+    for (int i = 0; i < common.related_count; ++i) copy(context.relatedClasses[i], common.related[i]);
   }
   return true;
 }
 
-DUL_STATUS take_proposal(const AssociatePdu& pdu, AssociationParameters& parameters) {
+DulStatus take_proposal(const AssociatePdu& pdu, AssociationParameters& parameters) {
   const auto images = pdu.contexts.all();
   if (!set_context_count(parameters, static_cast<int32_t>(images.size()))) return DUL_NO_MEMORY;
   for (std::size_t i = 0; i < images.size(); ++i) {
@@ -458,19 +458,19 @@ DUL_STATUS take_proposal(const AssociatePdu& pdu, AssociationParameters& paramet
       return DUL_DEFORMED_PDU;
     }
     context.id = image.id;
-    copy(context.abstractSyntax, image.abstractSyntax);
-    if (!set_syntax_count(context, image.syntaxCount)) return DUL_NO_MEMORY;
-    for (int k = 0; k < image.syntaxCount; ++k) {
+    copy(context.abstractSyntax, image.abstract_syntax);
+    if (!set_syntax_count(context, image.syntax_count)) return DUL_NO_MEMORY;
+    for (int k = 0; k < image.syntax_count; ++k) {
       copy(context.transferSyntaxes[k].uid, image.syntaxes[k]);
       context.transferSyntaxes[k].code = syntax_code(context.transferSyntaxes[k].uid);
     }
     if (!take_common(pdu, context)) return DUL_NO_MEMORY;
   }
-  parameters.userIdentityType = pdu.identityType;
-  parameters.userIdentityResponseRequested = pdu.identityResponseRequested;
-  if (!copy_bytes(pdu.identityPrimary, parameters.userIdentityPrimary,
+  parameters.userIdentityType = pdu.identity_type;
+  parameters.userIdentityResponseRequested = pdu.identity_response_requested;
+  if (!copy_bytes(pdu.identity_primary, parameters.userIdentityPrimary,
                   parameters.userIdentityPrimaryLength) ||
-      !copy_bytes(pdu.identitySecondary, parameters.userIdentitySecondary,
+      !copy_bytes(pdu.identity_secondary, parameters.userIdentitySecondary,
                   parameters.userIdentitySecondaryLength)) {
     VX_LOG_WARN("Retrieve_Associate_Info", "No memory for User Identity info");
   }
@@ -488,12 +488,12 @@ void take_answer(const AssociatePdu& pdu, AssociationParameters& parameters) {
       continue;
     }
     found->result = image.result;
-    copy(found->acceptedTransferSyntax, image.syntaxCount > 0 ? image.syntaxes[0] : View{});
+    copy(found->acceptedTransferSyntax, image.syntax_count > 0 ? image.syntaxes[0] : View{});
     found->acceptedTransferSyntaxCode = syntax_code(found->acceptedTransferSyntax);
   }
-  if (!pdu.hasResponse) return;
+  if (!pdu.has_response) return;
   parameters.receivedUserIdentityResponse = true;
-  if (!copy_bytes(pdu.identityResponse, parameters.userIdentityResponse,
+  if (!copy_bytes(pdu.identity_response, parameters.userIdentityResponse,
                   parameters.userIdentityResponseLength)) {
     VX_LOG_WARN("Retrieve_Associate_Info", "No memory for User Identity info server response");
   }
@@ -532,19 +532,19 @@ void take_extended(const AssociatePdu& pdu, AssociationParameters& parameters) {
   }
 }
 
-DUL_STATUS Retrieve_Associate_Info(const AssociatePdu& pdu, PduType type, AssociationParameters& parameters) {
-  parameters.protocolVersion = pdu.protocolVersion;
-  copy(parameters.applicationContextName, pdu.applicationContext);
-  copy(parameters.calledTitle, pdu.calledTitle);
-  copy(parameters.callingTitle, pdu.callingTitle);
-  parameters.maximumPduLength = pdu.maximumLength;
-  copy(parameters.implementationClassUid, pdu.implementationClass);
-  copy(parameters.implementationVersion, pdu.implementationVersion);
-  parameters.maxOperationsInvoked = pdu.maxInvoked;
-  parameters.maxOperationsPerformed = pdu.maxPerformed;
+DulStatus Retrieve_Associate_Info(const AssociatePdu& pdu, PduType type, AssociationParameters& parameters) {
+  parameters.protocolVersion = pdu.protocol_version;
+  copy(parameters.applicationContextName, pdu.application_context);
+  copy(parameters.calledTitle, pdu.called_title);
+  copy(parameters.callingTitle, pdu.calling_title);
+  parameters.maximumPduLength = pdu.maximum_length;
+  copy(parameters.implementationClassUid, pdu.implementation_class);
+  copy(parameters.implementationVersion, pdu.implementation_version);
+  parameters.maxOperationsInvoked = pdu.max_invoked;
+  parameters.maxOperationsPerformed = pdu.max_performed;
   if (type == kAssociateAc) {
     take_answer(pdu, parameters);
-  } else if (const DUL_STATUS status = take_proposal(pdu, parameters); status != DUL_NORMAL) {
+  } else if (const DulStatus status = take_proposal(pdu, parameters); status != DUL_NORMAL) {
     return status;
   }
   take_roles(pdu, parameters);
@@ -560,7 +560,7 @@ int32_t parse_associate(std::span<const uint8_t> pdu, AssociationParameters& par
     VX_LOG_ERR(kFunction, "Could not malloc assocRQ_PDU buffer");
     return DUL_NO_MEMORY;
   }
-  DUL_STATUS status = VXI_parseAssociate(pdu, *image);
+  DulStatus status = VXI_parseAssociate(pdu, *image);
   if (status == DUL_NORMAL) {
     status = Retrieve_Associate_Info(*image, static_cast<PduType>(pdu[0]), parameters);
   }

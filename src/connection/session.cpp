@@ -68,7 +68,7 @@ void detach(SesObj& session) {
 // The thread inside is to end the association. The caller holds session_lock().
 void mark_abort(SesObj& session) {
   session.AbortRequested = 1;
-  if (is_alive(session)) DUL_mark_abort(*session.Dul);
+  if (is_alive(session)) mark_association_abort(*session.Dul);
 }
 
 void empty_list(RequestList& list) {
@@ -90,7 +90,7 @@ void free_session(SesObj* session) {
     detach(*session);
   }
   // Nobody finds it any more.
-  DUL_free_association(session->Dul);
+  free_association(session->Dul);
   free_association_parameters(session->Parameters);
   release(session->AcceptedEntries);
   release(session->PduBuffer);
@@ -200,7 +200,7 @@ void end_sessions(AppObj& app) {
 namespace {
 
 bool close_socket(const void* object, const void*) {
-  DUL_free_association(static_cast<const SesObj*>(object)->Dul);
+  free_association(static_cast<const SesObj*>(object)->Dul);
   return false;
 }
 

@@ -44,7 +44,7 @@ bool abort_asked(const DUL_Association& dul) {
 // --- Reading ---
 
 // `begun`: bytes in front of these have come already.
-DUL_STATUS Read_Transport(DUL_Association& dul, void* buffer, uint32_t length, bool begun = false) {
+DulStatus Read_Transport(DUL_Association& dul, void* buffer, uint32_t length, bool begun = false) {
   constexpr int32_t kDefaultTimeout = 30;
   int32_t timeout = kDefaultTimeout;
   if (begun) {
@@ -71,9 +71,9 @@ DUL_STATUS Read_Transport(DUL_Association& dul, void* buffer, uint32_t length, b
   }
 }
 
-DUL_STATUS Read_PDU_Head(DUL_Association& dul) {
+DulStatus Read_PDU_Head(DUL_Association& dul) {
   if (dul.readPhase == ReadPhase::Header) {
-    const DUL_STATUS status = Read_Transport(dul, dul.pduHeader, kPduHeader);
+    const DulStatus status = Read_Transport(dul, dul.pduHeader, kPduHeader);
     if (status != DUL_NORMAL) {
       if (status != DUL_READ_TIMEOUT && dul.state != State::AwaitingClose && !abort_asked(dul)) {
         VX_LOG_ERR("Read_PDU_Head", "Error on Read_Transport call");
@@ -112,7 +112,7 @@ bool grow_input_buffer(DUL_Association& dul, uint64_t size) {
   return true;
 }
 
-DUL_STATUS too_large(const DUL_Association& dul) {
+DulStatus too_large(const DUL_Association& dul) {
   if (dul.pduType == kAssociateRq || dul.pduType == kAssociateAc) {
     VX_LOG_ERR(dul.pduType == kAssociateRq ? "A_Associate_RQ_PDU_Event" : "A_Associate_AC_PDU_Event",
                "PDU is too large");
@@ -125,11 +125,11 @@ DUL_STATUS too_large(const DUL_Association& dul) {
 
 // The body, behind its header in the input buffer, which grows with what arrives. A time-out before the first
 // byte leaves the header pending.
-DUL_STATUS Read_PDU_Body(DUL_Association& dul) {
+DulStatus Read_PDU_Body(DUL_Association& dul) {
   const uint64_t whole = uint64_t{dul.pduLength} + kPduHeader;
   if (dul.pduLength > most_body(dul)) return too_large(dul);
   std::memcpy(dul.inputBuffer, dul.pduHeader, kPduHeader);
-  DUL_STATUS status = DUL_NORMAL;
+  DulStatus status = DUL_NORMAL;
   for (uint64_t have = kPduHeader; have < whole && status == DUL_NORMAL;) {
     const bool begun = have != kPduHeader;
     const uint64_t step = std::min(whole, begun ? have * 2 : uint64_t{dul.inputBufferSize});
@@ -145,22 +145,22 @@ DUL_STATUS Read_PDU_Body(DUL_Association& dul) {
   return status;
 }
 
-DUL_STATUS Read_PDU(DUL_Association& dul) {
-  const DUL_STATUS head = Read_PDU_Head(dul);
+DulStatus Read_PDU(DUL_Association& dul) {
+  const DulStatus head = Read_PDU_Head(dul);
   if (head != DUL_NORMAL) {
     if (dul.state != State::AwaitingClose) VX_LOG_ERR("Read_PDU", "Error on Read_PDU_Head call");
     return head;
   }
-  const DUL_STATUS status = Read_PDU_Body(dul);
+  const DulStatus status = Read_PDU_Body(dul);
   if (status == DUL_NORMAL) {
     log_pdu(dul.inputBuffer, dul.pduLength + static_cast<uint32_t>(kPduHeader), nullptr, 0, true);
   }
   return status;
 }
 
-DUL_STATUS retrieve_parameters(DUL_Association& dul, AssociationParameters& parameters) {
+DulStatus retrieve_parameters(DUL_Association& dul, AssociationParameters& parameters) {
   const auto status =
-      static_cast<DUL_STATUS>(parse_associate({dul.inputBuffer, dul.pduLength + kPduHeader}, parameters));
+      static_cast<DulStatus>(parse_associate({dul.inputBuffer, dul.pduLength + kPduHeader}, parameters));
   if (status == DUL_NORMAL) dul.peerMaximumPduLength = parameters.maximumPduLength;
   return status;
 }
@@ -201,8 +201,8 @@ bool reserve_pdvs(DUL_Association& dul, uint32_t count) {
   return true;
 }
 
-DUL_STATUS Read_Pdata(DUL_Association& dul) {
-  DUL_STATUS status = Read_PDU_Body(dul);
+DulStatus Read_Pdata(DUL_Association& dul) {
+  DulStatus status = Read_PDU_Body(dul);
   if (status != DUL_NORMAL) {
     if (status != DUL_READ_TIMEOUT && !abort_asked(dul)) {
       VX_LOG_ERR("Read_Pdata", "Error on Read_PDU_Body call");
@@ -229,7 +229,7 @@ DUL_STATUS Read_Pdata(DUL_Association& dul) {
 
 // --- Sending ---
 
-DUL_STATUS write_pieces(DUL_Association& dul, const char* caller, iovec* pieces, int count) {
+DulStatus write_pieces(DUL_Association& dul, const char* caller, iovec* pieces, int count) {
   switch (TL_Write(caller, *dul.transport, pieces, count, config_int(VX_CFG_WRITE_TIMEOUT))) {
     case TL_NORMAL:
       return DUL_NORMAL;
@@ -240,21 +240,21 @@ DUL_STATUS write_pieces(DUL_Association& dul, const char* caller, iovec* pieces,
   }
 }
 
-DUL_STATUS send_pdu(DUL_Association& dul, const char* caller, uint8_t* pdu, std::size_t size) {
+DulStatus send_pdu(DUL_Association& dul, const char* caller, uint8_t* pdu, std::size_t size) {
   log_pdu(pdu, static_cast<uint32_t>(size), nullptr, 0, false);
   iovec piece{pdu, size};
   return write_pieces(dul, caller, &piece, 1);
 }
 
-DUL_STATUS send_short(DUL_Association& dul, Event event, PduType type, uint8_t b7 = 0, uint8_t b8 = 0,
-                      uint8_t b9 = 0) {
+DulStatus send_short(DUL_Association& dul, Event event, PduType type, uint8_t b7 = 0, uint8_t b8 = 0,
+                     uint8_t b9 = 0) {
   uint8_t pdu[kShortPdu];
   build_short_pdu(pdu, type, b7, b8, b9);
   return send_pdu(dul, name_of(event), pdu, sizeof pdu);
 }
 
-DUL_STATUS send_associate(DUL_Association& dul, Event event, const AssociationParameters& parameters,
-                          PduType type) {
+DulStatus send_associate(DUL_Association& dul, Event event, const AssociationParameters& parameters,
+                         PduType type) {
   try {
     std::vector<uint8_t> pdu;
     if (!Build_Associate_PDU(parameters, type, pdu)) return DUL_UNEXPECTED;
@@ -267,16 +267,16 @@ DUL_STATUS send_associate(DUL_Association& dul, Event event, const AssociationPa
 }
 
 // A wish of another thread goes out at once or not at all: the peer may have stopped reading.
-DUL_STATUS send_abort(DUL_Association& dul, Event event, AbortSource source, AbortReason reason) {
+DulStatus send_abort(DUL_Association& dul, Event event, AbortSource source, AbortReason reason) {
   if (!abort_asked(dul)) return send_short(dul, event, kAbort, 0, source, reason);
   uint8_t pdu[kShortPdu];
   build_short_pdu(pdu, kAbort, 0, source, reason);
   log_pdu(pdu, sizeof pdu, nullptr, 0, false);
-  TL_Write_At_Once(*dul.transport, pdu, sizeof pdu);
+  write_at_once(*dul.transport, pdu, sizeof pdu);
   return DUL_NORMAL;
 }
 
-DUL_STATUS Send_PDV_List(DUL_Association& dul, const PdvToSend& pdv) {
+DulStatus Send_PDV_List(DUL_Association& dul, const PdvToSend& pdv) {
   if (abort_asked(dul)) return DUL_ABORT_REQUESTED;
   build_pdv_header(pdv.FragmentStart, pdv.ValueLength, pdv.ContextId, pdv.IsData, pdv.IsLast);
   log_pdu(pdv.FragmentStart, kPdvHeader, nullptr, 0, false);
@@ -293,7 +293,7 @@ void Wait_For_Transport_Close(DUL_Association& dul) {
   if (dul.artimTimer.timeout < 1) dul.artimTimer.timeout = kDefaultArtim;
   dul.artimTimer.running = true;
   dul.state = State::AwaitingClose;
-  if (!abort_asked(dul)) TL_Drain(*dul.transport, dul.artimTimer.timeout);
+  if (!abort_asked(dul)) drain_transport(*dul.transport, dul.artimTimer.timeout);
   run_event(dul, Event::TransportClosed);
 }
 
@@ -304,7 +304,7 @@ struct Step {
   const EventData& data;
 };
 
-DUL_STATUS issue_connect(const Step& step) {
+DulStatus issue_connect(const Step& step) {
   step.dul.readPhase = ReadPhase::Header;
   step.dul.state = step.next;
   switch (
@@ -320,25 +320,25 @@ DUL_STATUS issue_connect(const Step& step) {
   }
 }
 
-DUL_STATUS send_request(const Step& step) {
+DulStatus send_request(const Step& step) {
   step.dul.state = step.next;
   return send_associate(step.dul, step.event, *step.data.parameters, kAssociateRq);
 }
 
 // Takes an A-ASSOCIATE-RQ or -AC that was read, or was not, into the parameters.
-DUL_STATUS take_parameters(const Step& step, DUL_STATUS read) {
+DulStatus take_parameters(const Step& step, DulStatus read) {
   step.dul.state = step.next;
   if (read == DUL_NORMAL) return retrieve_parameters(step.dul, *step.data.parameters);
   VX_LOG_ERR(name_of(step.event), "Error on Read_PDU call");
   return read;
 }
 
-DUL_STATUS confirm_accept(const Step& step) {
+DulStatus confirm_accept(const Step& step) {
   mark_unanswered(*step.data.parameters);
   return take_parameters(step, Read_PDU(step.dul));
 }
 
-DUL_STATUS confirm_reject(const Step& step) {
+DulStatus confirm_reject(const Step& step) {
   DUL_Association& dul = step.dul;
   const bool whole = dul.pduLength >= 4 && dul.pduLength <= kRejectBody && Read_PDU(dul) == DUL_NORMAL;
   if (whole) {
@@ -352,104 +352,104 @@ DUL_STATUS confirm_reject(const Step& step) {
   return whole ? DUL_PEER_REJECTED : DUL_PROVIDER_ABORTED;
 }
 
-DUL_STATUS await_request(const Step& step) {
+DulStatus await_request(const Step& step) {
   step.dul.readPhase = ReadPhase::Header;
   step.dul.state = step.next;
   return DUL_NORMAL;
 }
 
-DUL_STATUS indicate_request(const Step& step) {
+DulStatus indicate_request(const Step& step) {
   return take_parameters(step, Read_PDU(step.dul));
 }
 
-DUL_STATUS send_accept(const Step& step) {
-  const DUL_STATUS status = send_associate(step.dul, step.event, *step.data.parameters, kAssociateAc);
+DulStatus send_accept(const Step& step) {
+  const DulStatus status = send_associate(step.dul, step.event, *step.data.parameters, kAssociateAc);
   if (status == DUL_NORMAL) step.dul.state = step.next;
   return status;
 }
 
-DUL_STATUS send_reject(const Step& step) {
+DulStatus send_reject(const Step& step) {
   const EventData& data = step.data;
-  const DUL_STATUS status =
+  const DulStatus status =
       send_short(step.dul, step.event, kAssociateRj, data.result, data.source, data.reason);
   if (status == DUL_NORMAL) Wait_For_Transport_Close(step.dul);
   return status;
 }
 
-DUL_STATUS send_data(const Step& step) {
+DulStatus send_data(const Step& step) {
   return Send_PDV_List(step.dul, *step.data.pdv);
 }
 
-DUL_STATUS indicate_data(const Step& step) {
+DulStatus indicate_data(const Step& step) {
   return Read_Pdata(step.dul);
 }
 
-DUL_STATUS send_release(const Step& step) {
+DulStatus send_release(const Step& step) {
   step.dul.state = step.next;
   return send_short(step.dul, step.event, kReleaseRq);
 }
 
 // Reads the PDU, takes the next state and gives `result`.
-DUL_STATUS read_and(const Step& step, DUL_STATUS result) {
-  const DUL_STATUS status = Read_PDU(step.dul);
+DulStatus read_and(const Step& step, DulStatus result) {
+  const DulStatus status = Read_PDU(step.dul);
   if (status != DUL_NORMAL) return status;
   step.dul.state = step.next;
   return result;
 }
 
-DUL_STATUS indicate_release(const Step& step) {
+DulStatus indicate_release(const Step& step) {
   return read_and(step, DUL_RELEASE_REQUESTED);
 }
 
-DUL_STATUS confirm_release(const Step& step) {
-  const DUL_STATUS status = Read_PDU(step.dul);
+DulStatus confirm_release(const Step& step) {
+  const DulStatus status = Read_PDU(step.dul);
   if (status != DUL_NORMAL) return status;
   Destroy_Association_Handle(step.dul);
   return DUL_RELEASE_CONFIRMED;
 }
 
-DUL_STATUS answer_release(const Step& step) {
-  const DUL_STATUS status = send_short(step.dul, step.event, kReleaseRp);
+DulStatus answer_release(const Step& step) {
+  const DulStatus status = send_short(step.dul, step.event, kReleaseRp);
   if (status != DUL_NORMAL) return status;
   Wait_For_Transport_Close(step.dul);
   return DUL_PROVIDER_ABORTED;
 }
 
-DUL_STATUS close_quietly(const Step& step) {
+DulStatus close_quietly(const Step& step) {
   Destroy_Association_Handle(step.dul);
   return DUL_PROVIDER_ABORTED;
 }
 
-DUL_STATUS forget_connection(const Step& step) {
+DulStatus forget_connection(const Step& step) {
   Destroy_Association_Handle(step.dul);
   return DUL_NO_ASSOCIATION;
 }
 
-DUL_STATUS answer_collision(const Step& step) {
-  const DUL_STATUS status = send_short(step.dul, step.event, kReleaseRp);
+DulStatus answer_collision(const Step& step) {
+  const DulStatus status = send_short(step.dul, step.event, kReleaseRp);
   if (status == DUL_NORMAL) step.dul.state = step.next;
   return status;
 }
 
-DUL_STATUS confirm_collision(const Step& step) {
+DulStatus confirm_collision(const Step& step) {
   return read_and(step, DUL_RELEASE_CONFIRMED);
 }
 
-DUL_STATUS abort_as(const Step& step, AbortSource source, AbortReason reason) {
+DulStatus abort_as(const Step& step, AbortSource source, AbortReason reason) {
   send_abort(step.dul, step.event, source, reason);
   Wait_For_Transport_Close(step.dul);
   return step.event == Event::AbortRequest ? DUL_NORMAL : DUL_PROVIDER_ABORTED;
 }
 
-DUL_STATUS abort_as_user(const Step& step) {
+DulStatus abort_as_user(const Step& step) {
   return abort_as(step, kAbortByUser, kAbortNoReason);
 }
 
-DUL_STATUS abort_as_provider(const Step& step) {
+DulStatus abort_as_provider(const Step& step) {
   return abort_as(step, kAbortByProvider, kAbortUnexpectedPdu);
 }
 
-DUL_STATUS indicate_abort(const Step& step) {
+DulStatus indicate_abort(const Step& step) {
   if (step.event == Event::ArtimExpired) return close_quietly(step);
   Read_PDU(step.dul);
   VX_LOG_ERR(name_of(step.event), "Peer aborted Association");
@@ -457,31 +457,31 @@ DUL_STATUS indicate_abort(const Step& step) {
   return DUL_PEER_ABORTED;
 }
 
-DUL_STATUS report_closed(const Step& step) {
+DulStatus report_closed(const Step& step) {
   if (!abort_asked(step.dul)) VX_LOG_ERR(name_of(step.event), "Transport unexpectedly closed");
   Destroy_Association_Handle(step.dul);
   return DUL_PROVIDER_ABORTED;
 }
 
-DUL_STATUS read_and_drop(const Step& step) {
+DulStatus read_and_drop(const Step& step) {
   return read_and(step, DUL_NORMAL);
 }
 
-DUL_STATUS read_and_abort(const Step& step) {
-  const DUL_STATUS status = Read_PDU(step.dul);
+DulStatus read_and_abort(const Step& step) {
+  const DulStatus status = Read_PDU(step.dul);
   if (status != DUL_NORMAL) return status;
   return send_abort(step.dul, step.event, kAbortByProvider, kAbortUnexpectedPdu);
 }
 
-DUL_STATUS close_connection(const Step& step) {
+DulStatus close_connection(const Step& step) {
   return run_event(step.dul, Event::TransportClosed);
 }
 
-DUL_STATUS refuse_abort(const Step&) {
+DulStatus refuse_abort(const Step&) {
   return DUL_TRANSPORT_INIT_ERROR;
 }
 
-using ActionFunction = DUL_STATUS (*)(const Step& step);
+using ActionFunction = DulStatus (*)(const Step& step);
 // clang-format off
 constexpr ActionFunction kActionFunctions[] = {
     nullptr,
@@ -515,7 +515,7 @@ bool is_pdu(Event event) {
   return std::find(std::begin(kPduEvents), std::end(kPduEvents), event) != std::end(kPduEvents);
 }
 
-DUL_STATUS no_action(DUL_Association& dul, Event event) {
+DulStatus no_action(DUL_Association& dul, Event event) {
   const bool known = is_known(dul.state);
   if (known && is_pdu(event) && dul.transport != nullptr) Read_PDU(dul);
   VX_LOG_ERR(name_of(event), known ? "No action defined for state: %d" : "Invalid protocol state: %d",
@@ -525,7 +525,7 @@ DUL_STATUS no_action(DUL_Association& dul, Event event) {
 
 }  // namespace
 
-DUL_STATUS run_event(DUL_Association& dul, Event event, const EventData& data) {
+DulStatus run_event(DUL_Association& dul, Event event, const EventData& data) {
   if (event == Event::TransportClosed && !dul_alive(&dul)) return DUL_PROVIDER_ABORTED;
   const Cell cell = is_known(dul.state)
                         ? kStateTable[static_cast<std::size_t>(event)][static_cast<std::size_t>(dul.state)]
@@ -536,14 +536,14 @@ DUL_STATUS run_event(DUL_Association& dul, Event event, const EventData& data) {
       {dul, event, cell.next == State::ByRole ? collision : cell.next, data});
 }
 
-DUL_STATUS process_PDU(uint8_t type, DUL_Association& dul, AssociationParameters* parameters) {
+DulStatus process_PDU(uint8_t type, DUL_Association& dul, AssociationParameters* parameters) {
   EventData data;
   data.parameters = parameters;
   return run_event(dul, kPduEvents[type - kAssociateRq], data);
 }
 
-DUL_STATUS VXI_nextPDUtype(DUL_Association& dul, uint8_t& type) {
-  const DUL_STATUS status = Read_PDU_Head(dul);
+DulStatus VXI_nextPDUtype(DUL_Association& dul, uint8_t& type) {
+  const DulStatus status = Read_PDU_Head(dul);
   type = dul.pduType;
   if (status != DUL_NORMAL && status != DUL_READ_TIMEOUT && !abort_asked(dul)) {
     VX_LOG_ERR("VXI_nextPDUtype", "Error on Read_PDU_Head call: %s", DUL_Status_Text(status));
@@ -551,7 +551,7 @@ DUL_STATUS VXI_nextPDUtype(DUL_Association& dul, uint8_t& type) {
   return status;
 }
 
-DUL_Association* Create_Association_Handle(uint32_t maximum_pdu_length, bool acceptor, DUL_STATUS& status) {
+DUL_Association* Create_Association_Handle(uint32_t maximum_pdu_length, bool acceptor, DulStatus& status) {
   auto* dul = new_object<DUL_Association>(Pool::AssocObj);
   if (dul == nullptr) {
     VX_LOG_ERR("Create_Association_Handle", "Could not malloc association handle");
@@ -574,7 +574,7 @@ DUL_Association* Create_Association_Handle(uint32_t maximum_pdu_length, bool acc
     return dul;
   }
   VX_LOG_ERR("Create_Association_Handle", "malloc of input buffer failed");
-  DUL_free_association(dul);
+  free_association(dul);
   status = DUL_NO_MEMORY;
   return nullptr;
 }

@@ -18,15 +18,15 @@ struct EventData {
 };
 
 // Does what the table says. DUL_WRONG_ORDER, after a line in the log, where the table is empty.
-DUL_STATUS run_event(DUL_Association& dul, Event event, const EventData& data = {});
+DulStatus run_event(DUL_Association& dul, Event event, const EventData& data = {});
 
 // The event of a PDU whose header has been read.
-DUL_STATUS process_PDU(uint8_t type, DUL_Association& dul, AssociationParameters* parameters);
+DulStatus process_PDU(uint8_t type, DUL_Association& dul, AssociationParameters* parameters);
 // Reads a header if none is pending, and gives the type.
-DUL_STATUS VXI_nextPDUtype(DUL_Association& dul, uint8_t& type);
+DulStatus VXI_nextPDUtype(DUL_Association& dul, uint8_t& type);
 
 // Null after a line in the log.
-DUL_Association* Create_Association_Handle(uint32_t maximum_pdu_length, bool acceptor, DUL_STATUS& status);
+DUL_Association* Create_Association_Handle(uint32_t maximum_pdu_length, bool acceptor, DulStatus& status);
 // Closes the transport and frees the buffers; the tag is cleared.
 void Destroy_Association_Handle(DUL_Association& dul);
 

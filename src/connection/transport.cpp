@@ -94,7 +94,7 @@ class AddressList {
   int result_;
 };
 
-TL_STATUS wait_until_connected(int socket, const char* host, int32_t timeout) {
+TlStatus wait_until_connected(int socket, const char* host, int32_t timeout) {
   const int ready = WaitForSocketEvent(at_least_one(timeout), false, nullptr, socket);
   if (ready == 0) {
     VX_LOG_ERR("TL_Connect", "TCP connection timeout.  Remote system \"%s\" may not be operational.", host);
@@ -109,7 +109,7 @@ TL_STATUS wait_until_connected(int socket, const char* host, int32_t timeout) {
 }
 
 // One attempt; on failure no socket stays open.
-TL_STATUS TL_conAddrInfo(const addrinfo& address, const char* host, int32_t timeout, int& socket) {
+TlStatus TL_conAddrInfo(const addrinfo& address, const char* host, int32_t timeout, int& socket) {
   const auto refused = [host](int error) {
     VX_LOG_ERR(
         "TL_Connect",
@@ -119,7 +119,7 @@ TL_STATUS TL_conAddrInfo(const addrinfo& address, const char* host, int32_t time
   };
   socket = open_socket(address.ai_family, address.ai_socktype, address.ai_protocol);
   if (socket < 0) return refused(errno);
-  TL_STATUS status = TL_NORMAL;
+  TlStatus status = TL_NORMAL;
   if (!make_nonblocking(socket)) {
     VX_LOG_ERR("TL_Connect", "ioctlsocket FIONBIO call failed, errno [%d]", socket_error_number(errno));
     status = TL_IO_FAILURE;
@@ -138,14 +138,14 @@ TL_STATUS TL_conAddrInfo(const addrinfo& address, const char* host, int32_t time
   return status;
 }
 
-TL_STATUS connect_to_any(TL_Transport& transport, const char* host, const char* port, int32_t timeout) {
+TlStatus connect_to_any(TL_Transport& transport, const char* host, const char* port, int32_t timeout) {
   const AddressList addresses(host, port);
   if (addresses.head() == nullptr) {
     VX_LOG_ERR("TL_Connect", "Cannot resolve %s address %s: %s", config_text(VX_CFG_IP_TYPE).c_str(), host,
                addresses.error());
     return TL_UNKNOWN_HOST;
   }
-  TL_STATUS status = TL_CONNECT_FAILED;
+  TlStatus status = TL_CONNECT_FAILED;
   for (const addrinfo* address = addresses.head(); address != nullptr; address = address->ai_next) {
     status = TL_conAddrInfo(*address, host, timeout, transport.socket);
     if (status == TL_NORMAL) {
@@ -167,8 +167,8 @@ TL_STATUS connect_to_any(TL_Transport& transport, const char* host, const char* 
 // with the processor left to others between them, meet a peer that answers at once.
 constexpr int kLooks = 16;
 
-TL_STATUS read_plain(TL_Transport& transport, uint8_t* buffer, uint32_t length, uint32_t& count,
-                     int32_t first, int32_t rest) {
+TlStatus read_plain(TL_Transport& transport, uint8_t* buffer, uint32_t length, uint32_t& count, int32_t first,
+                    int32_t rest) {
   int looks = first != 0 ? kLooks : 0;
   while (count < length) {
     if (aborted(&transport)) return count == 0 ? TL_TIMED_OUT : TL_READ_FAILED;
@@ -227,8 +227,8 @@ int32_t secure_read_once(TL_Transport& transport, void* buffer, uint32_t length,
   }
 }
 
-TL_STATUS read_secure(TL_Transport& transport, uint8_t* buffer, uint32_t length, uint32_t& count,
-                      int32_t first, int32_t rest) {
+TlStatus read_secure(TL_Transport& transport, uint8_t* buffer, uint32_t length, uint32_t& count,
+                     int32_t first, int32_t rest) {
   while (count < length) {
     uint32_t got = 0;
     const int32_t result =
@@ -273,8 +273,7 @@ void use_up(iovec*& pieces, int& count, std::size_t sent) {
   }
 }
 
-TL_STATUS write_plain(const char* caller, TL_Transport& transport, iovec* pieces, int count,
-                      int32_t timeout) {
+TlStatus write_plain(const char* caller, TL_Transport& transport, iovec* pieces, int count, int32_t timeout) {
   use_up(pieces, count, 0);
   while (count > 0) {
     if (aborted(&transport)) return TL_IO_FAILURE;
@@ -305,8 +304,8 @@ TL_STATUS write_plain(const char* caller, TL_Transport& transport, iovec* pieces
 }
 
 // A secure channel takes one piece: more are put together.
-TL_STATUS write_secure(const char* caller, TL_Transport& transport, const iovec* pieces, int count,
-                       int32_t timeout) {
+TlStatus write_secure(const char* caller, TL_Transport& transport, const iovec* pieces, int count,
+                      int32_t timeout) {
   const std::size_t total = total_of(pieces, count);
   const void* bytes = pieces[0].iov_base;
   uint8_t* copy = nullptr;
@@ -380,7 +379,7 @@ int configured_family() {
   return type == "IPV4" ? AF_INET : type == "IPV6" ? AF_INET6 : AF_UNSPEC;
 }
 
-TL_STATUS SetSocketOptions(int socket) {
+TlStatus SetSocketOptions(int socket) {
   const auto buffer_size = [socket](VX_INT_KEY key, int option, const char* key_name,
                                     const char* option_name) {
     const int32_t size = config_int(key);
@@ -436,20 +435,20 @@ TL_Transport* TL_Create_Transport(const SS_Functions* functions, void* applicati
   if (transport == nullptr) return nullptr;
   transport->socket = -1;
   transport->applicationContext = application_context;
-  if (functions != nullptr && !TL_Set_Secure_Functions(*transport, *functions)) {
+  if (functions != nullptr && !set_secure_functions(*transport, *functions)) {
     pool_free(Pool::TCPObj, transport);
     return nullptr;
   }
   return transport;
 }
 
-bool TL_Set_Secure_Functions(TL_Transport& transport, const SS_Functions& functions) {
+bool set_secure_functions(TL_Transport& transport, const SS_Functions& functions) {
   transport.secureFunctions = static_cast<SS_Functions*>(allocate_raw(sizeof(SS_Functions)));
   if (transport.secureFunctions != nullptr) *transport.secureFunctions = functions;
   return transport.secureFunctions != nullptr;
 }
 
-bool TL_Open_Secure_Channel(TL_Transport& transport, ChannelRole role) {
+bool open_secure_channel(TL_Transport& transport, ChannelRole role) {
   // What is left until the deadline, or of the time to connect, for whoever makes the channel.
   const int64_t left = transport.deadline != 0
                            ? std::max(transport.deadline - monotonic_now(), kSecond / 1000)
@@ -467,8 +466,8 @@ bool TL_Open_Secure_Channel(TL_Transport& transport, ChannelRole role) {
   return false;
 }
 
-TL_STATUS complete_transport(TL_Transport& transport, const char* function) {
-  if (const TL_STATUS status = SetSocketOptions(transport.socket); status != TL_NORMAL) {
+TlStatus complete_transport(TL_Transport& transport, const char* function) {
+  if (const TlStatus status = SetSocketOptions(transport.socket); status != TL_NORMAL) {
     transport.socket = -1;
     return status;
   }
@@ -484,12 +483,12 @@ TL_STATUS complete_transport(TL_Transport& transport, const char* function) {
   return TL_NORMAL;
 }
 
-TL_STATUS TL_Connect(TL_Transport& transport, const char* host, const char* port, int32_t timeout) {
+TlStatus TL_Connect(TL_Transport& transport, const char* host, const char* port, int32_t timeout) {
   transport.isRequester = true;
-  TL_STATUS status = connect_to_any(transport, host, port, timeout);
+  TlStatus status = connect_to_any(transport, host, port, timeout);
   if (status == TL_NORMAL) status = complete_transport(transport, "TL_Connect");
   if (status != TL_NORMAL) return status;
-  if (transport.secureFunctions == nullptr || TL_Open_Secure_Channel(transport, ChannelRole::Requester))
+  if (transport.secureFunctions == nullptr || open_secure_channel(transport, ChannelRole::Requester))
     return TL_NORMAL;
   close_capture(transport);
   ::close(transport.socket);
@@ -497,22 +496,22 @@ TL_STATUS TL_Connect(TL_Transport& transport, const char* host, const char* port
   return TL_CONNECT_FAILED;
 }
 
-TL_STATUS TL_Read(TL_Transport& transport, void* buffer, uint32_t length, uint32_t& count, int32_t first,
-                  int32_t rest) {
+TlStatus TL_Read(TL_Transport& transport, void* buffer, uint32_t length, uint32_t& count, int32_t first,
+                 int32_t rest) {
   count = 0;
   auto* bytes = static_cast<uint8_t*>(buffer);
   return transport.secureFunctions != nullptr ? read_secure(transport, bytes, length, count, first, rest)
                                               : read_plain(transport, bytes, length, count, first, rest);
 }
 
-TL_STATUS TL_Write(const char* caller, TL_Transport& transport, iovec* pieces, int piece_count,
-                   int32_t timeout) {
+TlStatus TL_Write(const char* caller, TL_Transport& transport, iovec* pieces, int piece_count,
+                  int32_t timeout) {
   timeout = at_least_one(timeout);
   return transport.secureFunctions != nullptr ? write_secure(caller, transport, pieces, piece_count, timeout)
                                               : write_plain(caller, transport, pieces, piece_count, timeout);
 }
 
-void TL_Write_At_Once(TL_Transport& transport, const void* buffer, uint32_t length) {
+void write_at_once(TL_Transport& transport, const void* buffer, uint32_t length) {
   if (transport.socket < 0 || transport.midWrite.load(std::memory_order_relaxed)) return;
   if (transport.secureFunctions == nullptr) {
     iovec piece{const_cast<void*>(buffer), length};
@@ -526,7 +525,7 @@ void TL_Write_At_Once(TL_Transport& transport, const void* buffer, uint32_t leng
                                       &written, 1);
 }
 
-void TL_Drain(TL_Transport& transport, int32_t timeout) {
+void drain_transport(TL_Transport& transport, int32_t timeout) {
   uint8_t scratch[16 * 1024];
   const int64_t end = monotonic_now() + timeout * kSecond;
   transport.deadline = transport.deadline == 0 ? end : std::min(end, transport.deadline);
@@ -574,7 +573,7 @@ void TL_Free_Transport(TL_Transport* transport) {
   pool_free(Pool::TCPObj, transport);
 }
 
-void TL_Mark_Abort(TL_Transport& transport) {
+void mark_transport_abort(TL_Transport& transport) {
   transport.abortFlag.store(1);
   if (transport.socket >= 0) ::shutdown(transport.socket, SHUT_RD);
 }

@@ -15,7 +15,7 @@
 
 namespace vx {
 
-enum TL_STATUS : int32_t {
+enum TlStatus : int32_t {
   TL_NORMAL = 1,
   TL_TIMED_OUT,       // nothing came within the first time-out, or an abort came during the wait
   TL_SOCKET_FAILURE,  // socket, bind, listen, accept or linger failed
@@ -56,36 +56,36 @@ struct TL_ListenPortObj;
 void TL_Reset();
 
 // Finds or makes the listening port (-1: the default one, which follows TCPIP_LISTEN_PORT) and starts it. On
-// success `out` is held until TL_Release_Listen_Port. TL_NO_MEMORY, TL_SOCKET_FAILURE.
-TL_STATUS TL_Prepare_Listen_Port(int32_t port, const char* address, TL_ListenPortObj*& out);
-void TL_Release_Listen_Port(TL_ListenPortObj* held);
+// success `out` is held until release_listen_port. TL_NO_MEMORY, TL_SOCKET_FAILURE.
+TlStatus TL_Prepare_Listen_Port(int32_t port, const char* address, TL_ListenPortObj*& out);
+void release_listen_port(TL_ListenPortObj* held);
 
 // An unconnected transport, with copies of the secure functions; null if there is no memory.
 TL_Transport* TL_Create_Transport(const SS_Functions* functions, void* application_context);
 // Accepts on the listening port, or adopts `accepted` if it is above 0. `out` may be set on failure as well:
 // close it. TL_TIMED_OUT also when the port is closed meanwhile.
-TL_STATUS TL_Wait_For_Connection(TL_Transport*& out, int32_t timeout, TL_ListenPortObj* listener,
-                                 int accepted);
+TlStatus TL_Wait_For_Connection(TL_Transport*& out, int32_t timeout, TL_ListenPortObj* listener,
+                                int accepted);
 // Accepts a connection for the application, which may hand its socket back later as `accepted`: captured only
 // then.
-TL_STATUS TL_Wait_For_Socket(int32_t& socket, int32_t timeout, TL_ListenPortObj& listener);
+TlStatus wait_for_socket(int32_t& socket, int32_t timeout, TL_ListenPortObj& listener);
 // A time-out below 1 becomes 15 seconds.
-TL_STATUS TL_Connect(TL_Transport& transport, const char* host, const char* port, int32_t timeout);
+TlStatus TL_Connect(TL_Transport& transport, const char* host, const char* port, int32_t timeout);
 
 // Reads exactly `length` bytes: `first` is the time-out for the first one, `rest` for each wait after it.
 // Nothing past them is taken from the socket.
-TL_STATUS TL_Read(TL_Transport& transport, void* buffer, uint32_t length, uint32_t& count, int32_t first,
-                  int32_t rest);
+TlStatus TL_Read(TL_Transport& transport, void* buffer, uint32_t length, uint32_t& count, int32_t first,
+                 int32_t rest);
 // Writes all bytes of up to kMostPieces pieces, in one system call where the socket takes them. The pieces
 // are used up. A time-out below 1 becomes 15 seconds.
 inline constexpr int kMostPieces = 4;
-TL_STATUS TL_Write(const char* caller, TL_Transport& transport, iovec* pieces, int piece_count,
-                   int32_t timeout);
+TlStatus TL_Write(const char* caller, TL_Transport& transport, iovec* pieces, int piece_count,
+                  int32_t timeout);
 
 // Sends what the socket takes at once, without a wait; for the A-ABORT of another thread's wish.
-void TL_Write_At_Once(TL_Transport& transport, const void* buffer, uint32_t length);
+void write_at_once(TL_Transport& transport, const void* buffer, uint32_t length);
 // Reads and drops until the peer closes or the time-out is over.
-void TL_Drain(TL_Transport& transport, int32_t timeout);
+void drain_transport(TL_Transport& transport, int32_t timeout);
 
 // Closes the socket and frees the record. What was sent gets up to a tick to reach the peer.
 void TL_Close_Transport(TL_Transport* transport);
@@ -93,7 +93,7 @@ void TL_Close_Transport(TL_Transport* transport);
 void TL_Free_Transport(TL_Transport* transport);
 
 // Makes another thread's wait end. The caller holds session_lock().
-void TL_Mark_Abort(TL_Transport& transport);
+void mark_transport_abort(TL_Transport& transport);
 
 // "localhost" when the system gives none.
 void TL_Get_Host_Name(char* buffer, std::size_t size);

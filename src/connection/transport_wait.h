@@ -13,15 +13,15 @@ int wait_until(int64_t end, bool for_reading, const TL_Transport* transport, int
 // The address family that IP_TYPE asks for.
 int configured_family();
 // Closes the socket on failure.
-TL_STATUS SetSocketOptions(int socket);
+TlStatus SetSocketOptions(int socket);
 // Options, names and addresses of a connection whose socket and remote address stand. The socket is -1 if it
 // had to be closed.
-TL_STATUS complete_transport(TL_Transport& transport, const char* function);
+TlStatus complete_transport(TL_Transport& transport, const char* function);
 
-bool TL_Set_Secure_Functions(TL_Transport& transport, const SS_Functions& functions);
+bool set_secure_functions(TL_Transport& transport, const SS_Functions& functions);
 // False, after a line in the log, with the table dropped.
 enum class ChannelRole : int32_t { Requester = 0, Acceptor = 1 };
-bool TL_Open_Secure_Channel(TL_Transport& transport, ChannelRole role);
+bool open_secure_channel(TL_Transport& transport, ChannelRole role);
 // What the functions of a secure channel answer; all else is a failure.
 enum ChannelResult : int32_t { kChannelDone = 0, kChannelTimedOut = 2 };
 

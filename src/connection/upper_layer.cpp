@@ -18,7 +18,7 @@ namespace vx {
 namespace {
 
 struct StatusText {
-  DUL_STATUS status;
+  DulStatus status;
   const char* text;
 };
 constexpr StatusText kStatusTexts[] = {
@@ -55,7 +55,7 @@ constexpr StatusText kStatusTexts[] = {
     {DUL_ABORT_REQUESTED, "A request from another thread was received to abort the association"},
 };
 
-DUL_STATUS check_handle(const DUL_Association* dul) {
+DulStatus check_handle(const DUL_Association* dul) {
   if (dul == nullptr) return DUL_NULL_HANDLE;
   return dul_alive(dul) ? DUL_NORMAL : DUL_INVALID_HANDLE;
 }
@@ -64,7 +64,7 @@ bool abort_asked(const DUL_Association& dul) {
   return dul.abortRequested.load(std::memory_order_relaxed) != 0;
 }
 
-bool one_of(DUL_STATUS status, std::initializer_list<DUL_STATUS> list) {
+bool one_of(DulStatus status, std::initializer_list<DulStatus> list) {
   return std::find(list.begin(), list.end(), status) != list.end();
 }
 
@@ -79,19 +79,19 @@ void set_deadline(DUL_Association& dul, int64_t seconds) {
 }
 
 // Reads a header and runs the event of its PDU.
-DUL_STATUS next_pdu(DUL_Association& dul, AssociationParameters* parameters) {
+DulStatus next_pdu(DUL_Association& dul, AssociationParameters* parameters) {
   uint8_t type = 0;
-  const DUL_STATUS status = VXI_nextPDUtype(dul, type);
+  const DulStatus status = VXI_nextPDUtype(dul, type);
   if (status == DUL_UNKNOWN_PDU) return run_event(dul, Event::InvalidPdu);
   return status == DUL_NORMAL ? process_PDU(type, dul, parameters) : status;
 }
 
 // --- Requester ---
 
-DUL_STATUS negotiate(DUL_Association& dul, AssociationParameters& parameters) {
+DulStatus negotiate(DUL_Association& dul, AssociationParameters& parameters) {
   EventData data;
   data.parameters = &parameters;
-  DUL_STATUS status = run_event(dul, Event::TransportConfirm, data);
+  DulStatus status = run_event(dul, Event::TransportConfirm, data);
   if (status != DUL_NORMAL) {
     VX_LOG_ERR("DUL_associate_request", "Transport_Conn_Confirm_Event error: %s", DUL_Status_Text(status));
     run_event(dul, Event::TransportClosed);
@@ -107,14 +107,14 @@ DUL_STATUS negotiate(DUL_Association& dul, AssociationParameters& parameters) {
   return DUL_PROVIDER_ABORTED;
 }
 
-DUL_STATUS request_association(DUL_Association& dul, AssociationParameters& parameters,
-                               const SS_Functions* functions, void* application_context) {
+DulStatus request_association(DUL_Association& dul, AssociationParameters& parameters,
+                              const SS_Functions* functions, void* application_context) {
   dul.transport = TL_Create_Transport(functions, application_context);
   if (dul.transport == nullptr) return DUL_PROVIDER_ABORTED;
   EventData data;
   data.host = parameters.calledHostName;
   data.port = parameters.calledPort;
-  const DUL_STATUS status = run_event(dul, Event::AssociateRequest, data);
+  const DulStatus status = run_event(dul, Event::AssociateRequest, data);
   if (status == DUL_NORMAL) return negotiate(dul, parameters);
   run_event(dul, Event::TransportClosed);
   return status == DUL_TRANSPORT_INIT_ERROR ? DUL_PROVIDER_ABORTED : status;
@@ -122,15 +122,15 @@ DUL_STATUS request_association(DUL_Association& dul, AssociationParameters& para
 
 // --- Acceptor ---
 
-DUL_STATUS wait_for_connection(TL_Transport*& transport, int32_t timeout, int32_t port, const char* address,
-                               int accepted) {
+DulStatus wait_for_connection(TL_Transport*& transport, int32_t timeout, int32_t port, const char* address,
+                              int accepted) {
   TL_ListenPortObj* listener = nullptr;
   if (accepted <= 0) {
-    const TL_STATUS status = TL_Prepare_Listen_Port(port, address, listener);
+    const TlStatus status = TL_Prepare_Listen_Port(port, address, listener);
     if (status != TL_NORMAL) return status == TL_NO_MEMORY ? DUL_NO_MEMORY : DUL_PROVIDER_ABORTED;
   }
-  const TL_STATUS status = TL_Wait_For_Connection(transport, timeout, listener, accepted);
-  if (listener != nullptr) TL_Release_Listen_Port(listener);
+  const TlStatus status = TL_Wait_For_Connection(transport, timeout, listener, accepted);
+  if (listener != nullptr) release_listen_port(listener);
   if (status == TL_NORMAL) return DUL_NORMAL;
   if (transport != nullptr) TL_Close_Transport(transport);
   transport = nullptr;
@@ -155,21 +155,21 @@ bool store_peer_names(const TL_Transport& transport, AssociationParameters& para
 }
 
 // From the connection to the A-ASSOCIATE-RQ everything stands under one deadline.
-DUL_STATUS receive_request(DUL_Association& dul, AssociationParameters& parameters,
-                           const SS_Functions* functions, void* application_context) {
+DulStatus receive_request(DUL_Association& dul, AssociationParameters& parameters,
+                          const SS_Functions* functions, void* application_context) {
   if (!store_peer_names(*dul.transport, parameters)) return DUL_UNKNOWN_HOST;
   set_deadline(dul, dul.artimTimer.timeout);
   if (functions != nullptr) {
     dul.transport->applicationContext = application_context;
-    if (!TL_Set_Secure_Functions(*dul.transport, *functions) ||
-        !TL_Open_Secure_Channel(*dul.transport, ChannelRole::Acceptor)) {
+    if (!set_secure_functions(*dul.transport, *functions) ||
+        !open_secure_channel(*dul.transport, ChannelRole::Acceptor)) {
       return DUL_PROVIDER_ABORTED;
     }
   }
   dul.artimTimer.running = true;
   run_event(dul, Event::TransportIndication);
   uint8_t type = 0;
-  DUL_STATUS status = VXI_nextPDUtype(dul, type);
+  DulStatus status = VXI_nextPDUtype(dul, type);
   if (status == DUL_READ_TIMEOUT) {
     VX_LOG_ERR("DUL_wait_for_associate_RQ",
                "ARTIM timeout before receiving Associate-RQ, association aborted");
@@ -209,13 +209,13 @@ const char* DUL_Status_Text(int32_t status) {
   return unknown;
 }
 
-DUL_STATUS DUL_associate_request(uint32_t maximum_pdu_length, AssociationParameters* parameters,
-                                 DUL_Association** handle, const SS_Functions* functions,
-                                 void* application_context) {
+DulStatus DUL_associate_request(uint32_t maximum_pdu_length, AssociationParameters* parameters,
+                                DUL_Association** handle, const SS_Functions* functions,
+                                void* application_context) {
   if (parameters == nullptr) return DUL_NULL_PARAMETERS;
   if (handle == nullptr) return DUL_NULL_HANDLE;
   *handle = nullptr;
-  DUL_STATUS status = DUL_NORMAL;
+  DulStatus status = DUL_NORMAL;
   DUL_Association* dul = Create_Association_Handle(maximum_pdu_length, false, status);
   if (dul == nullptr) {
     VX_LOG_ERR("DUL_associate_request", "Error on Create_Association_Handle");
@@ -223,7 +223,7 @@ DUL_STATUS DUL_associate_request(uint32_t maximum_pdu_length, AssociationParamet
   }
   status = request_association(*dul, *parameters, functions, application_context);
   if (status != DUL_NORMAL) {
-    DUL_free_association(dul);
+    free_association(dul);
     return status;
   }
   stop_timers(*dul);
@@ -232,15 +232,15 @@ DUL_STATUS DUL_associate_request(uint32_t maximum_pdu_length, AssociationParamet
   return status;
 }
 
-DUL_STATUS DUL_wait_for_associate_RQ(int32_t timeout, int32_t port, const char* address,
-                                     uint32_t maximum_pdu_length, AssociationParameters* parameters,
-                                     DUL_Association** handle, int accepted_socket,
-                                     const SS_Functions* functions, void* application_context) {
+DulStatus DUL_wait_for_associate_RQ(int32_t timeout, int32_t port, const char* address,
+                                    uint32_t maximum_pdu_length, AssociationParameters* parameters,
+                                    DUL_Association** handle, int accepted_socket,
+                                    const SS_Functions* functions, void* application_context) {
   if (handle == nullptr) return DUL_NULL_HANDLE;
   if (parameters == nullptr) return DUL_NULL_PARAMETERS;
   *handle = nullptr;
   TL_Transport* transport = nullptr;
-  DUL_STATUS status = wait_for_connection(transport, timeout, port, address, accepted_socket);
+  DulStatus status = wait_for_connection(transport, timeout, port, address, accepted_socket);
   if (status != DUL_NORMAL) return status;
   DUL_Association* dul = Create_Association_Handle(maximum_pdu_length, true, status);
   if (dul == nullptr) {
@@ -251,7 +251,7 @@ DUL_STATUS DUL_wait_for_associate_RQ(int32_t timeout, int32_t port, const char* 
   dul->transport = transport;
   status = receive_request(*dul, *parameters, functions, application_context);
   if (status != DUL_NORMAL) {
-    DUL_free_association(dul);
+    free_association(dul);
     return status;
   }
   dul->artimTimer.running = false;
@@ -260,18 +260,18 @@ DUL_STATUS DUL_wait_for_associate_RQ(int32_t timeout, int32_t port, const char* 
   return status;
 }
 
-DUL_STATUS DUL_associate_accept(DUL_Association* dul, AssociationParameters* parameters) {
-  if (const DUL_STATUS status = check_handle(dul); status != DUL_NORMAL) return status;
+DulStatus DUL_associate_accept(DUL_Association* dul, AssociationParameters* parameters) {
+  if (const DulStatus status = check_handle(dul); status != DUL_NORMAL) return status;
   if (parameters == nullptr) return DUL_NULL_PARAMETERS;
   EventData data;
   data.parameters = parameters;
-  const DUL_STATUS status = run_event(*dul, Event::AssociateAccept, data);
+  const DulStatus status = run_event(*dul, Event::AssociateAccept, data);
   if (status == DUL_NORMAL || status == DUL_WRONG_ORDER) return status;
   return run_event(*dul, Event::TransportClosed);
 }
 
-DUL_STATUS DUL_associate_reject(DUL_Association* dul, int32_t result, int32_t reason, int32_t source) {
-  if (const DUL_STATUS status = check_handle(dul); status != DUL_NORMAL) return status;
+DulStatus DUL_associate_reject(DUL_Association* dul, int32_t result, int32_t reason, int32_t source) {
+  if (const DulStatus status = check_handle(dul); status != DUL_NORMAL) return status;
   constexpr int32_t kReasons[] = {kNoReasonGiven, kContextNameNotSupported, kCallingTitleUnknown,
                                   kCalledTitleUnknown};
   if (std::find(std::begin(kReasons), std::end(kReasons), reason) == std::end(kReasons)) {
@@ -286,14 +286,14 @@ DUL_STATUS DUL_associate_reject(DUL_Association* dul, int32_t result, int32_t re
   data.result = static_cast<uint8_t>(result);
   data.reason = static_cast<uint8_t>(reason);
   data.source = static_cast<uint8_t>(source);
-  const DUL_STATUS status = run_event(*dul, Event::AssociateReject, data);
+  const DulStatus status = run_event(*dul, Event::AssociateReject, data);
   if (status != DUL_NORMAL && status != DUL_WRONG_ORDER) run_event(*dul, Event::TransportClosed);
   return status;
 }
 
-DUL_STATUS DUL_release_request(DUL_Association* dul) {
-  if (const DUL_STATUS status = check_handle(dul); status != DUL_NORMAL) return status;
-  DUL_STATUS status = run_event(*dul, Event::ReleaseRequest);
+DulStatus DUL_release_request(DUL_Association* dul) {
+  if (const DulStatus status = check_handle(dul); status != DUL_NORMAL) return status;
+  DulStatus status = run_event(*dul, Event::ReleaseRequest);
   if (status != DUL_NORMAL) {
     if (status != DUL_WRONG_ORDER) run_event(*dul, Event::TransportClosed);
     VX_LOG_ERR("DUL_release_request", "Error on A_Release_Request_Event call: %s", DUL_Status_Text(status));
@@ -315,33 +315,33 @@ DUL_STATUS DUL_release_request(DUL_Association* dul) {
   return status;
 }
 
-DUL_STATUS DUL_release_response(DUL_Association* dul) {
-  if (const DUL_STATUS status = check_handle(dul); status != DUL_NORMAL) return status;
-  const DUL_STATUS status = run_event(*dul, Event::ReleaseResponse);
+DulStatus DUL_release_response(DUL_Association* dul) {
+  if (const DulStatus status = check_handle(dul); status != DUL_NORMAL) return status;
+  const DulStatus status = run_event(*dul, Event::ReleaseResponse);
   if (status == DUL_NORMAL || status == DUL_PROVIDER_ABORTED) return status;
   run_event(*dul, Event::TransportClosed);
   VX_LOG_ERR("DUL_release_response", "Error on A_Release_Response_Event call");
   return DUL_NORMAL;
 }
 
-DUL_STATUS DUL_abort_request(DUL_Association* dul) {
-  if (const DUL_STATUS status = check_handle(dul); status != DUL_NORMAL) return status;
-  const DUL_STATUS status = run_event(*dul, Event::AbortRequest);
+DulStatus DUL_abort_request(DUL_Association* dul) {
+  if (const DulStatus status = check_handle(dul); status != DUL_NORMAL) return status;
+  const DulStatus status = run_event(*dul, Event::AbortRequest);
   if (status != DUL_NORMAL) {
     VX_LOG_ERR("DUL_abort_request", "Error on A_Abort_Request_Event call: %s", DUL_Status_Text(status));
   }
   return status;
 }
 
-DUL_STATUS DUL_write_pdvs(DUL_Association** handle, const PdvToSend* pdv) {
+DulStatus DUL_write_pdvs(DUL_Association** handle, const PdvToSend* pdv) {
   if (handle == nullptr || *handle == nullptr) return DUL_NULL_HANDLE;
   if (pdv == nullptr) return DUL_NULL_PDV_LIST;
   DUL_Association* dul = *handle;
-  if (const DUL_STATUS status = check_handle(dul); status != DUL_NORMAL) return status;
+  if (const DulStatus status = check_handle(dul); status != DUL_NORMAL) return status;
   before_transfer();
   EventData data;
   data.pdv = pdv;
-  DUL_STATUS status = run_event(*dul, Event::PDataRequest, data);
+  DulStatus status = run_event(*dul, Event::PDataRequest, data);
   if (status == DUL_NORMAL) after_transfer(kWritten, const_cast<PdvToSend*>(pdv));
   if (status == DUL_NORMAL || status == DUL_WRONG_ORDER) return status;
   *handle = nullptr;
@@ -354,8 +354,8 @@ DUL_STATUS DUL_write_pdvs(DUL_Association** handle, const PdvToSend* pdv) {
   return DUL_ABORT_REQUESTED;
 }
 
-DUL_STATUS DUL_read_pdvs(DUL_Association* dul, int32_t timeout) {
-  if (const DUL_STATUS status = check_handle(dul); status != DUL_NORMAL) return status;
+DulStatus DUL_read_pdvs(DUL_Association* dul, int32_t timeout) {
+  if (const DulStatus status = check_handle(dul); status != DUL_NORMAL) return status;
   if (dul->state != State::Established && dul->state != State::AwaitingReleaseReply) return DUL_WRONG_ORDER;
   before_transfer();
   if (dul->midMessage == 0) {
@@ -364,7 +364,7 @@ DUL_STATUS DUL_read_pdvs(DUL_Association* dul, int32_t timeout) {
     start(dul->inactivityTimer, config_int(VX_CFG_INACTIVITY_TIMEOUT));
   }
   uint8_t type = 0;
-  DUL_STATUS status = VXI_nextPDUtype(*dul, type);
+  DulStatus status = VXI_nextPDUtype(*dul, type);
   if (status == DUL_NORMAL) {
     if (dul->midMessage == 0) {
       dul->midMessage = 1;
@@ -386,21 +386,21 @@ DUL_STATUS DUL_read_pdvs(DUL_Association* dul, int32_t timeout) {
   return status;
 }
 
-DUL_STATUS DUL_drop_association(DUL_Association* dul) {
-  if (const DUL_STATUS status = check_handle(dul); status != DUL_NORMAL) return status;
+DulStatus DUL_drop_association(DUL_Association* dul) {
+  if (const DulStatus status = check_handle(dul); status != DUL_NORMAL) return status;
   Destroy_Association_Handle(*dul);
   return DUL_NORMAL;
 }
 
-void DUL_free_association(DUL_Association* dul) {
+void free_association(DUL_Association* dul) {
   if (dul == nullptr) return;
   if (dul_alive(dul)) Destroy_Association_Handle(*dul);
   pool_free(Pool::AssocObj, dul);
 }
 
-void DUL_mark_abort(DUL_Association& dul) {
+void mark_association_abort(DUL_Association& dul) {
   dul.abortRequested.store(1);
-  if (dul.transport != nullptr) TL_Mark_Abort(*dul.transport);
+  if (dul.transport != nullptr) mark_transport_abort(*dul.transport);
 }
 
 }  // namespace vx

@@ -11,7 +11,7 @@
 
 namespace vx {
 
-enum DUL_STATUS : int32_t {
+enum DulStatus : int32_t {
   DUL_NORMAL = 1,
   DUL_RELEASE_CONFIRMED = 2,
   DUL_NO_ASSOCIATION = 3,
@@ -138,50 +138,51 @@ struct PdvToSend {
 //
 // A result that is neither success nor a wrong call (DUL_NULL_..., DUL_INVALID_HANDLE, DUL_WRONG_ORDER) nor
 // DUL_READ_TIMEOUT has ended the association: the tag is cleared, the transport closed. The memory of the
-// handle stays until DUL_free_association.
+// handle stays until free_association.
 //
-// With an abort asked for (DUL_mark_abort), every failure of a wait, read or write is DUL_ABORT_REQUESTED;
-// after a read the handle is still alive then, and DUL_abort_request and DUL_drop_association end it.
+// With an abort asked for (mark_association_abort), every failure of a wait, read or write is
+// DUL_ABORT_REQUESTED; after a read the handle is still alive then, and DUL_abort_request and
+// DUL_drop_association end it.
 
 // Connects, sends the proposal and reads the answer. The handle is set on success only; it is freed on
 // failure. DUL_PEER_REJECTED (reason in the parameters), DUL_PEER_ABORTED, DUL_UNKNOWN_HOST,
 // DUL_CONNECT_FAILED, or DUL_PROVIDER_ABORTED for the rest. `functions` may be null and is copied.
-DUL_STATUS DUL_associate_request(uint32_t maximum_pdu_length, AssociationParameters* parameters,
-                                 DUL_Association** handle, const SS_Functions* functions,
-                                 void* application_context);
+DulStatus DUL_associate_request(uint32_t maximum_pdu_length, AssociationParameters* parameters,
+                                DUL_Association** handle, const SS_Functions* functions,
+                                void* application_context);
 // Waits on a port (-1: the default one), or takes the accepted socket if it is above 0, and reads the
 // A-ASSOCIATE-RQ into the parameters. The handle is set on success only. DUL_NO_ASSOCIATION on time-out,
 // DUL_INTERRUPTED, DUL_NO_MEMORY, DUL_UNKNOWN_HOST, or DUL_PROVIDER_ABORTED.
-DUL_STATUS DUL_wait_for_associate_RQ(int32_t timeout, int32_t port, const char* address,
-                                     uint32_t maximum_pdu_length, AssociationParameters* parameters,
-                                     DUL_Association** handle, int accepted_socket,
-                                     const SS_Functions* functions, void* application_context);
-DUL_STATUS DUL_associate_accept(DUL_Association* dul, AssociationParameters* parameters);
+DulStatus DUL_wait_for_associate_RQ(int32_t timeout, int32_t port, const char* address,
+                                    uint32_t maximum_pdu_length, AssociationParameters* parameters,
+                                    DUL_Association** handle, int accepted_socket,
+                                    const SS_Functions* functions, void* application_context);
+DulStatus DUL_associate_accept(DUL_Association* dul, AssociationParameters* parameters);
 // Reasons 1, 2, 3 and 7 only, which are those of a service user. Waits for the peer to close; the handle is
 // dead after it.
-DUL_STATUS DUL_associate_reject(DUL_Association* dul, int32_t result, int32_t reason, int32_t source);
+DulStatus DUL_associate_reject(DUL_Association* dul, int32_t result, int32_t reason, int32_t source);
 // Sends the A-RELEASE-RQ and waits for the answer. DUL_RELEASE_CONFIRMED, or DUL_RELEASE_REQUESTED after a
 // collision, which is seen through: the handle is dead. DUL_PDATA_ARRIVED counts as an answer and leaves the
 // handle alive: drop it.
-DUL_STATUS DUL_release_request(DUL_Association* dul);
+DulStatus DUL_release_request(DUL_Association* dul);
 // Answers the peer's release and waits for it to close; the handle is dead after it.
-DUL_STATUS DUL_release_response(DUL_Association* dul);
+DulStatus DUL_release_response(DUL_Association* dul);
 // Sends an A-ABORT. DUL_NORMAL: the handle is dead. DUL_WRONG_ORDER, DUL_TRANSPORT_INIT_ERROR: drop it.
-DUL_STATUS DUL_abort_request(DUL_Association* dul);
+DulStatus DUL_abort_request(DUL_Association* dul);
 // Sends one PDV, or leaves it in the buffer. When the association died, *handle is cleared; its memory stays
 // with the session.
 // DUL_NORMAL, DUL_WRONG_ORDER, DUL_ABORT_REQUESTED, DUL_PROVIDER_ABORTED.
-DUL_STATUS DUL_write_pdvs(DUL_Association** handle, const PdvToSend* pdv);
+DulStatus DUL_write_pdvs(DUL_Association** handle, const PdvToSend* pdv);
 // Reads one PDU. The time-out counts until the first one of a message has begun; from then on
 // INACTIVITY_TIMEOUT does. DUL_PDATA_ARRIVED: pdvList and pdvCount say what came. DUL_RELEASE_REQUESTED: the
 // caller answers with DUL_release_response. DUL_READ_TIMEOUT: nothing came, nothing changed; if midMessage is
 // set the peer fell silent within a message. DUL_PEER_ABORTED, DUL_PROVIDER_ABORTED, DUL_ABORT_REQUESTED.
-DUL_STATUS DUL_read_pdvs(DUL_Association* dul, int32_t timeout);
+DulStatus DUL_read_pdvs(DUL_Association* dul, int32_t timeout);
 // Closes the transport at once, whatever the state.
-DUL_STATUS DUL_drop_association(DUL_Association* dul);
+DulStatus DUL_drop_association(DUL_Association* dul);
 // Drops it if it is alive, and gives the memory back. Null is fine.
-void DUL_free_association(DUL_Association* dul);
+void free_association(DUL_Association* dul);
 // Asks the thread inside the association to end it. The caller holds session_lock().
-void DUL_mark_abort(DUL_Association& dul);
+void mark_association_abort(DUL_Association& dul);
 
 }  // namespace vx

@@ -49,7 +49,7 @@ bool answer_next(int32_t association, MsgObj& response) {
 int32_t open_echo_session(SesObj* session) {
   settle_extended_negotiation(*session);
   log_association_parameters(*session->Parameters, ParameterLog::Response);
-  const DUL_STATUS status = DUL_associate_accept(session->Dul, session->Parameters);
+  const DulStatus status = DUL_associate_accept(session->Dul, session->Parameters);
   if (status != DUL_NORMAL) {
     VX_LOG_ERR(kFunction, "(HandleEchoSession)DUL_associate_accept error: %s", DUL_Status_Text(status));
     abort_session(session);

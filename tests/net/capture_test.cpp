@@ -301,7 +301,7 @@ class CaptureOfTransport : public Capture {
   void TearDown() override {
     if (client_ != nullptr) TL_Close_Transport(client_);
     if (server_ != nullptr) TL_Close_Transport(server_);
-    if (listener_ != nullptr) TL_Release_Listen_Port(listener_);
+    if (listener_ != nullptr) release_listen_port(listener_);
     Capture::TearDown();
   }
   void connect() {

@@ -100,7 +100,7 @@ TEST(StateTable, AgreesWithTheStandardCellByCell) {
 struct Effect {
   std::string sent;
   bool alive;
-  DUL_STATUS status;
+  DulStatus status;
 };
 Effect effect_of(const std::string& action) {
   const std::string user_abort = short_pdu(7, 0, 0, 0);

@@ -21,7 +21,7 @@ class Transport : public WireTest {
     }
   }
   void TearDown() override {
-    if (listener_ != nullptr) TL_Release_Listen_Port(listener_);
+    if (listener_ != nullptr) release_listen_port(listener_);
     WireTest::TearDown();
   }
   TL_ListenPortObj* listener_ = nullptr;
@@ -69,7 +69,7 @@ TEST_F(Transport, AnAddressInsideIpv6IsShownAsItIs) {
 TEST_F(Transport, ARefusedConnectionSaysSo) {
   const int32_t port = listen();
   ASSERT_EQ(close_listen_port(port, nullptr), VX_NORMAL_COMPLETION);
-  TL_Release_Listen_Port(listener_);
+  release_listen_port(listener_);
   listener_ = nullptr;
   TL_Transport* client = TL_Create_Transport(nullptr, nullptr);
   EXPECT_EQ(TL_Connect(*client, "127.0.0.1", std::to_string(port).c_str(), 5), TL_CONNECT_FAILED);
@@ -90,7 +90,7 @@ TEST_F(Transport, ClosingAPortWakesTheThreadsThatWait) {
       TL_Transport* server = nullptr;
       EXPECT_EQ(TL_Wait_For_Connection(server, -1, held, 0), TL_TIMED_OUT);
       TL_Close_Transport(server);
-      TL_Release_Listen_Port(held);
+      release_listen_port(held);
     });
   }
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -102,7 +102,7 @@ TEST_F(Transport, ClosingAPortWakesTheThreadsThatWait) {
   // The port can be had again at once.
   TL_ListenPortObj* again = nullptr;
   ASSERT_EQ(TL_Prepare_Listen_Port(port, "127.0.0.1", again), TL_NORMAL);
-  TL_Release_Listen_Port(again);
+  release_listen_port(again);
 }
 
 TEST_F(Transport, ThreadsOnOnePortTakeAConnectionEach) {
@@ -143,7 +143,7 @@ TEST_F(Transport, TheDefaultPortFollowsItsSetting) {
   set_int(VX_CFG_TCPIP_LISTEN_PORT, port + 2);
   TL_ListenPortObj* held = nullptr;
   ASSERT_EQ(TL_Prepare_Listen_Port(-1, nullptr, held), TL_NORMAL);
-  TL_Release_Listen_Port(held);
+  release_listen_port(held);
   int32_t socket = -1;
   EXPECT_EQ(get_listen_socket(port + 1, socket), VX_INVALID_PORT_NUMBER);
   EXPECT_EQ(get_listen_socket(port + 2, socket), VX_NORMAL_COMPLETION);

@@ -51,14 +51,14 @@ TEST_F(UpperLayer, SilenceAfterEachByteOfAMessageEndsInTime) {
   struct Stall {
     DUL_Association* dul;
     int peer;
-    DUL_STATUS last = DUL_NORMAL;
+    DulStatus last = DUL_NORMAL;
     double seconds = 0;
   };
   std::vector<Stall> stalls(message.size());
   for (std::size_t length = 0; length < message.size(); ++length) {
     int ends[2];
     connected_pair(ends);
-    DUL_STATUS status = DUL_NORMAL;
+    DulStatus status = DUL_NORMAL;
     Stall& stall = stalls[length];
     stall.dul = Create_Association_Handle(16384, true, status);
     stall.dul->transport = TL_Create_Transport(nullptr, nullptr);
@@ -87,7 +87,7 @@ TEST_F(UpperLayer, SilenceAfterEachByteOfAMessageEndsInTime) {
     if (in_pdu == 6) {
       EXPECT_EQ(stall.dul->readPhase, ReadPhase::Body);
     }
-    DUL_free_association(stall.dul);
+    free_association(stall.dul);
     ::close(stall.peer);
   }
 }
@@ -132,7 +132,7 @@ TEST_F(UpperLayer, TheProposalMustBeThereInTimeHoweverItDrips) {
   });
   const auto begun = Clock::now();
   uint8_t type = 0;
-  DUL_STATUS status = VXI_nextPDUtype(*dul_, type);
+  DulStatus status = VXI_nextPDUtype(*dul_, type);
   if (status == DUL_NORMAL) status = process_PDU(type, *dul_, parameters_);
   EXPECT_NE(status, DUL_NORMAL);
   EXPECT_LT(seconds_since(begun), 1.5);
@@ -274,7 +274,7 @@ TEST_F(UpperLayer, ARequesterWithoutAProperAnswer) {
     const char* what;
     std::string answer;
     bool reset, drip;
-    DUL_STATUS expected;
+    DulStatus expected;
   };
   const Case cases[] = {{"silence", "", false, false, DUL_PROVIDER_ABORTED},
                         {"reset", "", true, false, DUL_PROVIDER_ABORTED},
@@ -352,7 +352,7 @@ TEST_F(UpperLayer, APeerThatFloodsAnEndedAssociationIsLeftInTime) {
 
 void mark(DUL_Association& dul) {
   const Guard guard(session_lock());
-  DUL_mark_abort(dul);
+  mark_association_abort(dul);
 }
 
 TEST_F(UpperLayer, AnAbortEndsAReadWithinATickAndLeavesAtABoundary) {

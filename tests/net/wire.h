@@ -146,7 +146,7 @@ class WireTest : public support::LibraryTest {
     LibraryTest::TearDown();
   }
   void drop() {
-    vx::DUL_free_association(dul_);
+    vx::free_association(dul_);
     dul_ = nullptr;
     vx::free_association_parameters(parameters_);
     parameters_ = nullptr;
@@ -156,7 +156,7 @@ class WireTest : public support::LibraryTest {
     drop();
     int ends[2];
     connected_pair(ends);
-    vx::DUL_STATUS status = vx::DUL_NORMAL;
+    vx::DulStatus status = vx::DUL_NORMAL;
     dul_ = vx::Create_Association_Handle(maximum, acceptor, status);
     ASSERT_NE(dul_, nullptr);
     dul_->transport = vx::TL_Create_Transport(nullptr, nullptr);
