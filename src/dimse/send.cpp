@@ -10,11 +10,11 @@
 #include "config/config.h"
 #include "dimse/dimse.h"
 #include "dimse/pdv_writer.h"
-#include "dimse/seams.h"
 #include "frame/log.h"
 #include "frame/no_throw.h"
 #include "frame/patience.h"
 #include "frame/text.h"
+#include "media/file.h"
 #include "model/attributes.h"
 #include "model/callbacks.h"
 #include "model/convert.h"
@@ -232,9 +232,12 @@ VX_STATUS Front::open(const Source& source, uint32_t last_tag) {
   if (status != kOk) return failed("VX_Create_Empty_File", status);
   id_ = file->ID;
   const int32_t own = state().EchoApplicationID;
-  status = find_application(own) != nullptr
-               ? read_file_up_to(*file, own, last_tag, const_cast<Source*>(&source), read_source, offset_)
-               : VX_INVALID_APPLICATION_ID;
+  status = find_application(own) != nullptr ? read_file(*file, {.application_id = own,
+                                                                .user = const_cast<Source*>(&source),
+                                                                .callback = read_source,
+                                                                .last_tag = last_tag,
+                                                                .offset = &offset_})
+                                            : VX_INVALID_APPLICATION_ID;
   if (status != kOk) return failed("VX_Open_File_Upto_Tag", status);
   return find_syntax();
 }

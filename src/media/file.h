@@ -31,9 +31,6 @@ struct FileRead {
   uint32_t* offset = nullptr;  // may be null
 };
 VX_STATUS read_file(MsgObj& object, const FileRead& read);
-// The same up to a tag, for who knows no FileRead.
-VX_STATUS read_file_up_to(MsgObj& object, int32_t application_id, uint32_t last_tag, void* user,
-                          VX_FILE_INPUT callback, uint32_t& offset);
 
 // `application_id` 0: values that are bound already stay so, none is bound.
 VX_STATUS write_file(MsgObj& object, int32_t application_id, int32_t pad, void* user,

@@ -266,15 +266,6 @@ VX_STATUS read_file(MsgObj& object, const FileRead& read) try {
   return VX_SYSTEM_ERROR;
 }
 
-VX_STATUS read_file_up_to(MsgObj& object, int32_t application_id, uint32_t last_tag, void* user,
-                          VX_FILE_INPUT callback, uint32_t& offset) {
-  return read_file(object, {.application_id = application_id,
-                            .user = user,
-                            .callback = callback,
-                            .last_tag = last_tag,
-                            .offset = &offset});
-}
-
 VX_STATUS write_file(MsgObj& object, int32_t application_id, int32_t pad, void* user,
                      VX_FILE_OUTPUT callback) try {
   if (pad < 0 || pad % 2 != 0 || pad > config_int(VX_CFG_WORK_BUFFER_SIZE)) return VX_INVALID_PAD;
