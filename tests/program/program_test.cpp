@@ -9,7 +9,10 @@
 #include <fstream>
 #include <iterator>
 #include <regex>
+#include <sstream>
 #include <string>
+
+#include "support.h"
 
 namespace {
 
@@ -96,40 +99,32 @@ std::string sample() {
   return file;
 }
 
+testing::AssertionResult has(const std::string& text, const std::string& part) {
+  if (text.find(part) == std::string::npos)
+    return testing::AssertionFailure() << part << " is not in\n" << text;
+  return testing::AssertionSuccess() << part << " is in\n" << text;
+}
+
 class Program : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = (fs::temp_directory_path() / "vexal-test-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    folder_ = pattern;
-    write("a.dcm", sample());
-  }
-  void TearDown() override { fs::remove_all(folder_); }
-  std::string path(const std::string& name) const { return (folder_ / name).string(); }
-  void write(const std::string& name, const std::string& bytes) {
-    std::ofstream(path(name), std::ios::binary) << bytes;
-  }
-  std::string read(const std::string& name) {
-    std::ifstream in(path(name), std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  }
+  void SetUp() override { write("a.dcm", sample()); }
+  std::string path(const std::string& name) const { return folder_.path(name); }
+  void write(const std::string& name, const std::string& bytes) const { folder_.write(name, bytes); }
+  std::string read(const std::string& name) const { return folder_.read(name); }
   // The listing of the data set without the lines that say where large values lie.
-  std::string listing(const std::string& name) {
-    std::string text = run("dump " + path(name)).out;
+  std::string listing(const std::string& name) const {
+    std::istringstream lines(run("dump " + path(name)).out);
     std::string kept;
-    std::size_t start = 0;
-    while (start < text.size()) {
-      const std::size_t end = std::min(text.find('\n', start), text.size());
-      const std::string line = text.substr(start, end - start);
-      if (line.rfind("(0002,", 0) != 0 && line.rfind("(7FE0,", 0) != 0) kept += line + "\n";
-      start = end + 1;
+    for (std::string line; std::getline(lines, line);) {
+      if (!line.starts_with("(0002,") && !line.starts_with("(7FE0,")) kept += line + "\n";
     }
     return kept;
   }
   std::size_t files_in_folder() const {
-    return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()));
+    return static_cast<std::size_t>(
+        std::distance(fs::directory_iterator(path("")), fs::directory_iterator()));
   }
-  fs::path folder_;
+  support::TempFolder folder_;
 };
 
 TEST_F(Program, DumpShowsValuesAndPlaces) {
@@ -141,17 +136,16 @@ TEST_F(Program, DumpShowsValuesAndPlaces) {
         "    (0008,1155) UI        5  ReferencedSOPInstanceUID", "(0009,1001) LO        6  Full fidelity",
         "(0028,0010) US        2  Rows                              256",
         "(7FE0,0010) OW   131072  PixelData"}) {
-    EXPECT_NE(all.out.find(expected), std::string::npos) << expected << " in\n" << all.out;
+    EXPECT_TRUE(has(all.out, expected));
   }
   const Outcome one =
       run("dump --tag 'ReferencedImageSequence[0].ReferencedSOPInstanceUID' --tag Rows " + path("a.dcm"));
   EXPECT_EQ(one.exit, 0);
   EXPECT_EQ(std::count(one.out.begin(), one.out.end(), '\n'), 2) << one.out;
   const Outcome json = run("dump --json " + path("a.dcm"));
-  EXPECT_NE(json.out.find(R"({"tag":"00100010","vr":"PN","keyword":"PatientName","value":["Doe^John"]})"),
-            std::string::npos);
-  EXPECT_NE(json.out.find(R"("creator":"GEMS_IDEN_01","value":["secret"])"), std::string::npos);
-  EXPECT_NE(json.out.find(R"("vr":"US","keyword":"Rows","value":[256])"), std::string::npos);
+  EXPECT_TRUE(has(json.out, R"({"tag":"00100010","vr":"PN","keyword":"PatientName","value":["Doe^John"]})"));
+  EXPECT_TRUE(has(json.out, R"("creator":"GEMS_IDEN_01","value":["secret"])"));
+  EXPECT_TRUE(has(json.out, R"("vr":"US","keyword":"Rows","value":[256])"));
 }
 
 // Cyrillic in the data set and a private attribute, Japanese in an item that says so itself.
@@ -178,8 +172,8 @@ std::string charset_sample() {
 TEST_F(Program, DumpShowsTextOfEverySet) {
   const auto shows = [&](const std::string& name, const std::string& options, const std::string& text) {
     const std::string out = run("dump --quiet " + options + " '" + path(name) + "'").out;
-    EXPECT_NE(out.find(text), std::string::npos) << text << " in\n" << out;
-    EXPECT_EQ(out.find('\x1B'), std::string::npos);
+    EXPECT_TRUE(has(out, text));
+    EXPECT_FALSE(has(out, "\x1B"));
   };
   const std::string cyrillic = charset_sample();
   write("c.dcm", cyrillic);
@@ -261,36 +255,34 @@ TEST_F(Program, ConvertsCharacterSets) {
   ASSERT_EQ(run("convert --quiet --charset utf-8 " + path("c.dcm") + " " + path("u.dcm")).exit, 0);
   const std::string utf8 = read("u.dcm");
   for (const char* text : {"Люк^X", "Люк\\plain\\к\x1B[2J", "山田^太郎"}) {
-    EXPECT_NE(utf8.find(text), std::string::npos) << text;
+    EXPECT_TRUE(has(utf8, text));
   }
   const std::string all = run("dump --quiet " + path("u.dcm")).out;
-  EXPECT_EQ(all.find("ISO 2022"), std::string::npos);
+  EXPECT_FALSE(has(all, "ISO 2022"));
 
   // There and back. Each item goes by the sets of the whole.
   const Outcome lost = run("convert --charset ISO_IR\\ 144 " + path("u.dcm") + " " + path("l.dcm"));
   EXPECT_EQ(lost.exit, 1);
-  EXPECT_NE(
-      lost.out.find("(0010,0010) ReferencedImageSequence[0].PatientName \"山田^太郎\": not in the new sets: "
-                    "太 (U+592A) 山 (U+5C71)"),
-      std::string::npos)
-      << lost.out;
+  EXPECT_TRUE(has(lost.out,
+                  "(0010,0010) ReferencedImageSequence[0].PatientName \"山田^太郎\": not in the new sets: "
+                  "太 (U+592A) 山 (U+5C71)"));
   EXPECT_FALSE(fs::exists(path("l.dcm")));
   EXPECT_EQ(run("convert --lossy --charset ISO_IR\\ 144 " + path("u.dcm") + " " + path("l.dcm")).exit, 1);
-  EXPECT_NE(read("l.dcm").find("?\?^?\?"), std::string::npos);
+  EXPECT_TRUE(has(read("l.dcm"), "?\?^?\?"));
   EXPECT_EQ(
       run("convert --quiet --charset 'ISO_IR 144,ISO 2022 IR 87' " + path("u.dcm") + " " + path("m.dcm"))
           .exit,
       0);
-  EXPECT_NE(read("m.dcm").find("ISO 2022 IR 144\\ISO 2022 IR 87"), std::string::npos);
-  EXPECT_NE(read("m.dcm").find("\x1B$B;3ED\x1B(B^\x1B$BB@O:\x1B(B"), std::string::npos);
-  EXPECT_NE(read("m.dcm").find("\xBB\xEE\xDA^X"), std::string::npos);
+  EXPECT_TRUE(has(read("m.dcm"), "ISO 2022 IR 144\\ISO 2022 IR 87"));
+  EXPECT_TRUE(has(read("m.dcm"), "\x1B$B;3ED\x1B(B^\x1B$BB@O:\x1B(B"));
+  EXPECT_TRUE(has(read("m.dcm"), "\xBB\xEE\xDA^X"));
 
   // What is typed goes into the sets of its place.
   const std::string change =
       "modify --set PatientName=Мир --set 'ReferencedImageSequence[0].PatientName=山' ";
   ASSERT_EQ(run(change + path("c.dcm") + " " + path("t.dcm")).exit, 0);
-  EXPECT_NE(read("t.dcm").find("\xBC\xD8\xE0"), std::string::npos);
-  EXPECT_NE(read("t.dcm").find("\x1B$B;3\x1B(B"), std::string::npos);
+  EXPECT_TRUE(has(read("t.dcm"), "\xBC\xD8\xE0"));
+  EXPECT_TRUE(has(read("t.dcm"), "\x1B$B;3\x1B(B"));
   EXPECT_EQ(run("modify --set PatientName=山 " + path("c.dcm") + " " + path("x.dcm")).exit, 2);
 
   // Text that no set is named for.
@@ -303,12 +295,12 @@ TEST_F(Program, ConvertsCharacterSets) {
 }
 
 TEST_F(Program, ConvertsAFolder) {
-  fs::create_directories(folder_ / "in" / "deep");
+  fs::create_directories(path("in/deep"));
   write("in/one.dcm", sample());
   write("in/deep/two.dcm", sample());
   EXPECT_EQ(run("convert --to implicit " + path("in") + " " + path("out")).exit, 0);
-  EXPECT_TRUE(fs::exists(folder_ / "out" / "one.dcm"));
-  EXPECT_TRUE(fs::exists(folder_ / "out" / "deep" / "two.dcm"));
+  EXPECT_TRUE(fs::exists(path("out/one.dcm")));
+  EXPECT_TRUE(fs::exists(path("out/deep/two.dcm")));
 }
 
 TEST_F(Program, ModifySetsAddsClearsAndDeletes) {
@@ -321,25 +313,25 @@ TEST_F(Program, ModifySetsAddsClearsAndDeletes) {
   ASSERT_EQ(outcome.exit, 0) << outcome.out;
   const std::string text = run("dump " + path("b.dcm")).out;
   for (const char* expected : {"Roe^Jane", "ORIGINAL\\PRIMARY\\AXIAL", "2 items", "9.9", "8.8", "open"}) {
-    EXPECT_NE(text.find(expected), std::string::npos) << expected << " in\n" << text;
+    EXPECT_TRUE(has(text, expected));
   }
-  EXPECT_EQ(text.find("PatientBirthDate"), std::string::npos);
-  EXPECT_NE(text.find("(0008,0060) CS        0  Modality"), std::string::npos) << text;
-  EXPECT_NE(text.find("(7FE0,0010) OW   131072"), std::string::npos);
+  EXPECT_FALSE(has(text, "PatientBirthDate"));
+  EXPECT_TRUE(has(text, "(0008,0060) CS        0  Modality"));
+  EXPECT_TRUE(has(text, "(7FE0,0010) OW   131072"));
 }
 
 TEST_F(Program, ARefusedChangeLeavesTheFileAsItWas) {
   const std::string before = read("a.dcm");
   const Outcome bad_value = run("modify --set PatientBirthDate=yesterday " + path("a.dcm"));
   EXPECT_EQ(bad_value.exit, 2);
-  EXPECT_NE(bad_value.out.find("PatientBirthDate"), std::string::npos) << bad_value.out;
+  EXPECT_TRUE(has(bad_value.out, "PatientBirthDate"));
   const Outcome bad_word = run("modify --set PatientNme=X " + path("a.dcm"));
   EXPECT_EQ(bad_word.exit, 2);
-  EXPECT_NE(bad_word.out.find("PatientName"), std::string::npos) << bad_word.out;
+  EXPECT_TRUE(has(bad_word.out, "PatientName"));
   EXPECT_TRUE(read("a.dcm") == before);
   EXPECT_EQ(files_in_folder(), 1U);
   EXPECT_EQ(run("modify --set PatientBirthDate=19800101 " + path("a.dcm")).exit, 0);
-  EXPECT_NE(run("dump " + path("a.dcm")).out.find("19800101"), std::string::npos);
+  EXPECT_TRUE(has(run("dump " + path("a.dcm")).out, "19800101"));
   EXPECT_EQ(files_in_folder(), 1U);
 }
 
@@ -385,23 +377,21 @@ TEST_F(Program, ModifyTakesWhatFitsTheVr) {
   };
   for (const Row& row : rows) {
     std::string set = row.set;
-    if (const std::size_t at = set.find("FOLDER"); at != std::string::npos)
-      set.replace(at, 6, folder_.string());
+    if (const std::size_t at = set.find("FOLDER"); at != std::string::npos) set.replace(at, 6, path(""));
     fs::remove(path("b.dcm"));
     const Outcome outcome = run("modify --set '" + set + "' " + path("a.dcm") + " " + path("b.dcm"));
     EXPECT_EQ(outcome.exit, row.shown != nullptr ? 0 : 2) << set << ": " << outcome.out;
     EXPECT_EQ(fs::exists(path("b.dcm")), row.shown != nullptr) << set;
     if (row.shown == nullptr) continue;
     const std::string text = run("dump " + path("b.dcm")).out;
-    EXPECT_NE(text.find(row.shown), std::string::npos) << set << " in\n" << text;
+    EXPECT_TRUE(has(text, row.shown)) << set;
   }
   // Their letters last, and the values add up.
   ASSERT_EQ(
       run("modify --set '{X}0029,01:SV=-1' --add '{X}0029,01=2' " + path("a.dcm") + " " + path("b.dcm")).exit,
       0);
   ASSERT_EQ(run("convert --to big-endian " + path("b.dcm") + " " + path("c.dcm")).exit, 0);
-  EXPECT_NE(run("dump " + path("c.dcm")).out.find("SV       16  -                                 -1\\2"),
-            std::string::npos);
+  EXPECT_TRUE(has(run("dump " + path("c.dcm")).out, "SV       16  -                                 -1\\2"));
 }
 
 TEST_F(Program, AFileThatIsReplacedHandsOnItsPermissionsAndNoMore) {
@@ -438,7 +428,7 @@ TEST_F(Program, LibrariesAreNotTakenFromTheCurrentFolder) {
     ASSERT_NE(at, std::string::npos) << file;
     const std::string run_path = bytes.c_str() + at + 1;
     EXPECT_FALSE(run_path.ends_with(':')) << run_path;
-    EXPECT_EQ(run_path.find("::"), std::string::npos) << run_path;
+    EXPECT_FALSE(has(run_path, "::")) << run_path;
   }
   EXPECT_EQ(run("--version").exit, 0);
 }
@@ -448,8 +438,8 @@ TEST_F(Program, DamagedAndStrangeFiles) {
   write("cut.dcm", whole.substr(0, whole.size() - 70000));
   const Outcome cut = run("dump " + path("cut.dcm"));
   EXPECT_EQ(cut.exit, 2);
-  EXPECT_NE(cut.out.find("Doe^John"), std::string::npos) << cut.out;
-  EXPECT_NE(cut.out.find("Unexpected end of stream data"), std::string::npos) << cut.out;
+  EXPECT_TRUE(has(cut.out, "Doe^John"));
+  EXPECT_TRUE(has(cut.out, "Unexpected end of stream data"));
   EXPECT_EQ(run("convert --to implicit " + path("cut.dcm") + " " + path("out.dcm")).exit, 2);
   EXPECT_FALSE(fs::exists(path("out.dcm")));
   write("empty", "");
@@ -461,25 +451,24 @@ TEST_F(Program, DamagedAndStrangeFiles) {
   write("bare", whole.substr(whole.find(std::string("\x08\0\x16\0", 4))));
   const Outcome bare = run("dump " + path("bare"));
   EXPECT_EQ(bare.exit, 0) << bare.out;
-  EXPECT_NE(bare.out.find("Doe^John"), std::string::npos);
+  EXPECT_TRUE(has(bare.out, "Doe^John"));
 }
 
 // Rules of the SOP class, findings by severity, paths into sequences, exit status.
 TEST_F(Program, ValidateTellsWhatBreaksTheRules) {
   Outcome outcome = run("validate " + path("a.dcm"));
   EXPECT_EQ(outcome.exit, 1);
-  EXPECT_NE(outcome.out.find("    (0020,000D) StudyInstanceUID: "), std::string::npos) << outcome.out;
-  EXPECT_NE(outcome.out.find("1 file validated, 1 with errors: "), std::string::npos) << outcome.out;
+  EXPECT_TRUE(has(outcome.out, "    (0020,000D) StudyInstanceUID: "));
+  EXPECT_TRUE(has(outcome.out, "1 file validated, 1 with errors: "));
 
   const std::string to = path("b.dcm");
   ASSERT_EQ(run("modify --set 'ReferencedImageSequence[0].Modality=CT' " + path("a.dcm") + " " + to).exit, 0);
   outcome = run("validate --json --attribute ReferencedImageSequence " + to);
   EXPECT_EQ(outcome.exit, 0) << outcome.out;
-  EXPECT_NE(outcome.out.find("{\"severity\":\"warning\",\"tag\":\"00080060\","
-                             "\"path\":\"ReferencedImageSequence[0].Modality\","),
-            std::string::npos)
-      << outcome.out;
-  EXPECT_EQ(outcome.out.find("StudyInstanceUID"), std::string::npos) << outcome.out;
+  EXPECT_TRUE(has(outcome.out,
+                  "{\"severity\":\"warning\",\"tag\":\"00080060\","
+                  "\"path\":\"ReferencedImageSequence[0].Modality\","));
+  EXPECT_FALSE(has(outcome.out, "StudyInstanceUID"));
   EXPECT_EQ(run("validate --level errors --attribute ReferencedImageSequence " + to).exit, 0);
 
   // A SOP class without a service is no finding.
@@ -496,14 +485,14 @@ TEST_F(Program, ValidateChoosesTheRulesOfAMessage) {
       "--delete SOPClassUID --delete PatientName ";
   ASSERT_EQ(run("modify" + changes + path("a.dcm") + " " + query).exit, 0);
   Outcome outcome = run("validate --service STUDY_ROOT_QR_FIND --level all " + query);
-  EXPECT_NE(outcome.out.find("STUDY_ROOT_QR_FIND C_FIND_RQ: 0 errors"), std::string::npos) << outcome.out;
-  EXPECT_EQ(outcome.out.find("StudyInstanceUID"), std::string::npos) << outcome.out;
+  EXPECT_TRUE(has(outcome.out, "STUDY_ROOT_QR_FIND C_FIND_RQ: 0 errors"));
+  EXPECT_FALSE(has(outcome.out, "StudyInstanceUID"));
   outcome = run("validate --service STUDY_ROOT_QR_FIND --command C_FIND_RSP " + query);
-  EXPECT_NE(outcome.out.find("STUDY_ROOT_QR_FIND C_FIND_RSP: "), std::string::npos) << outcome.out;
-  EXPECT_NE(outcome.out.find("StudyInstanceUID: Too many values"), std::string::npos) << outcome.out;
+  EXPECT_TRUE(has(outcome.out, "STUDY_ROOT_QR_FIND C_FIND_RSP: "));
+  EXPECT_TRUE(has(outcome.out, "StudyInstanceUID: Too many values"));
   outcome = run("validate --service STUDY_ROOT_QR_FIND --command N_GET_RQ " + query);
   EXPECT_EQ(outcome.exit, 2);
-  EXPECT_NE(outcome.out.find("no rules for STUDY_ROOT_QR_FIND N_GET_RQ"), std::string::npos) << outcome.out;
+  EXPECT_TRUE(has(outcome.out, "no rules for STUDY_ROOT_QR_FIND N_GET_RQ"));
   EXPECT_EQ(run("validate --command NONSENSE " + query).exit, 2);
 
   const std::string step = path("step.dcm");
@@ -516,7 +505,7 @@ TEST_F(Program, ValidateChoosesTheRulesOfAMessage) {
           .exit,
       0);
   outcome = run("validate " + step);
-  EXPECT_NE(outcome.out.find("PERFORMED_PROCEDURE_STEP N_CREATE_RQ: "), std::string::npos) << outcome.out;
+  EXPECT_TRUE(has(outcome.out, "PERFORMED_PROCEDURE_STEP N_CREATE_RQ: "));
 }
 
 // What the standard asks for stands behind each finding.
@@ -535,15 +524,14 @@ TEST_F(Program, ValidateTellsWhatIsAskedFor) {
         "(0008,0428) TotalNumberOfStudyRecords: VR parameter is invalid [VR UV, which is "
         "carried as UN and loses "
         "nothing]"}) {
-    EXPECT_NE(outcome.out.find(line), std::string::npos) << line << "\n" << outcome.out;
+    EXPECT_TRUE(has(outcome.out, line));
   }
   // A null value in an optional attribute is no more than a remark.
   EXPECT_GT(outcome.out.find("(0008,0008) ImageType: "), outcome.out.find("  remarks\n")) << outcome.out;
   const Outcome json = run("validate --json --attribute PatientSex " + to);
-  EXPECT_NE(json.out.find("\"wanted\":\"M | F | O\",\"vr\":\"CS\",\"vm\":\"1\",\"type\":\"2\",\"values\":"
-                          "[{\"valueNumber\":1,\"enumerated\":true,\"list\":[\"M\",\"F\",\"O\"]}]}"),
-            std::string::npos)
-      << json.out;
+  EXPECT_TRUE(has(json.out,
+                  "\"wanted\":\"M | F | O\",\"vr\":\"CS\",\"vm\":\"1\",\"type\":\"2\",\"values\":"
+                  "[{\"valueNumber\":1,\"enumerated\":true,\"list\":[\"M\",\"F\",\"O\"]}]}"));
 }
 
 // What no template can say: values against each other, against the dictionary, against what is there.
@@ -607,19 +595,19 @@ TEST_F(Program, ValidateComparesValues) {
     write("v.dcm", file);
     const Outcome outcome = run("validate --level errors " + path("v.dcm"));
     EXPECT_EQ(outcome.exit, 1) << row.what << outcome.out;
-    EXPECT_NE(outcome.out.find(row.line), std::string::npos) << row.what << "\n" << outcome.out;
+    EXPECT_TRUE(has(outcome.out, row.line)) << row.what;
   }
   // What is right is no finding, and an item that no rule is known for is none either.
   write("v.dcm", head + pixels + with(0x00720300, "SQ", empty_item) + with(0x7FE00010, "OB", "1234"));
   const Outcome right = run("validate " + path("v.dcm"));
-  EXPECT_EQ(right.out.find("PixelData"), std::string::npos) << right.out;
-  EXPECT_EQ(right.out.find("no item type"), std::string::npos) << right.out;
+  EXPECT_FALSE(has(right.out, "PixelData"));
+  EXPECT_FALSE(has(right.out, "no item type"));
 }
 
 TEST_F(Program, TemplateShowsWhatAClassDemands) {
   Outcome outcome = run("template STANDARD_CT");
   EXPECT_EQ(outcome.exit, 0);
-  EXPECT_NE(outcome.out.find("STANDARD_CT C_STORE_RQ 1.2.840.10008.5.1.4.1.1.2\n"), std::string::npos);
+  EXPECT_TRUE(has(outcome.out, "STANDARD_CT C_STORE_RQ 1.2.840.10008.5.1.4.1.1.2\n"));
   const auto line = [&outcome](const std::string& start) {
     const std::size_t at = outcome.out.find("\n" + start);
     return at == std::string::npos ? "" : outcome.out.substr(at + 1, outcome.out.find('\n', at + 1) - at - 1);
@@ -627,7 +615,7 @@ TEST_F(Program, TemplateShowsWhatAClassDemands) {
   EXPECT_TRUE(std::regex_match(line("(0010,0040)"),
                                std::regex(R"(\(0010,0040\)  2 +CS  1 +PatientSex +M \| F \| O)")))
       << line("(0010,0040)");
-  EXPECT_EQ(outcome.out.find("ReferencedImageSequence."), std::string::npos);
+  EXPECT_FALSE(has(outcome.out, "ReferencedImageSequence."));
   outcome = run("template 1.2.840.10008.5.1.4.1.1.2 --depth 1");
   EXPECT_NE(line("(0008,1155)").find("Sequence.ReferencedSOPInstanceUID"), std::string::npos)
       << line("(0008,1155)");
@@ -637,35 +625,34 @@ TEST_F(Program, TemplateShowsWhatAClassDemands) {
   EXPECT_EQ(
       outcome.out.find("{\"service\":\"STUDY_ROOT_QR_FIND\",\"command\":\"C_FIND_RQ\",\"uid\":\"1.2.840"),
       0U);
-  EXPECT_NE(
-      outcome.out.find(
-          "{\"tag\":\"00080052\",\"path\":\"QueryRetrieveLevel\",\"vr\":\"CS\",\"vm\":\"1\",\"type\":\"1\""),
-      std::string::npos);
+  EXPECT_TRUE(
+      has(outcome.out,
+          "{\"tag\":\"00080052\",\"path\":\"QueryRetrieveLevel\",\"vr\":\"CS\",\"vm\":\"1\",\"type\":\"1\""));
   outcome = run("template STUDY_ROOT_QR_FIND N_GET_RQ");
   EXPECT_EQ(outcome.exit, 1);
-  EXPECT_NE(outcome.out.find("it has: C_FIND_RQ"), std::string::npos) << outcome.out;
+  EXPECT_TRUE(has(outcome.out, "it has: C_FIND_RQ"));
   outcome = run("template STANDRD_CT");
   EXPECT_EQ(outcome.exit, 1);
-  EXPECT_NE(outcome.out.find("near: STANDARD_CT"), std::string::npos) << outcome.out;
+  EXPECT_TRUE(has(outcome.out, "near: STANDARD_CT"));
   // With a profile of the user's the names come from there.
   outcome = run("template --config " VEXAL_BINARY_DIR "/share/vexalkit/vexal.ini STANDARD_CT");
-  EXPECT_NE(outcome.out.find("PatientSex"), std::string::npos) << outcome.out;
+  EXPECT_TRUE(has(outcome.out, "PatientSex"));
   EXPECT_EQ(run("template").exit, 2);
 }
 
 TEST_F(Program, LookupAndConfig) {
-  EXPECT_NE(run("lookup PatientName").out.find("(0010,0010) PN  VM 1  PatientName"), std::string::npos);
-  EXPECT_NE(run("lookup 00280010").out.find("Rows"), std::string::npos);
-  EXPECT_NE(run("lookup 1.2.840.10008.1.2.1").out.find("Explicit VR Little Endian"), std::string::npos);
-  EXPECT_NE(run("lookup STANDARD_CT").out.find("1.2.840.10008.5.1.4.1.1.2"), std::string::npos);
-  EXPECT_NE(run("lookup BEAM_ITEM").out.find("item BEAM_ITEM"), std::string::npos);
+  EXPECT_TRUE(has(run("lookup PatientName").out, "(0010,0010) PN  VM 1  PatientName"));
+  EXPECT_TRUE(has(run("lookup 00280010").out, "Rows"));
+  EXPECT_TRUE(has(run("lookup 1.2.840.10008.1.2.1").out, "Explicit VR Little Endian"));
+  EXPECT_TRUE(has(run("lookup STANDARD_CT").out, "1.2.840.10008.5.1.4.1.1.2"));
+  EXPECT_TRUE(has(run("lookup BEAM_ITEM").out, "item BEAM_ITEM"));
   const Outcome miss = run("lookup PatientNam");
   EXPECT_EQ(miss.exit, 1);
-  EXPECT_NE(miss.out.find("PatientName"), std::string::npos);
+  EXPECT_TRUE(has(miss.out, "PatientName"));
   const Outcome config = run("config LARGE_DATA_SIZE");
   EXPECT_EQ(config.exit, 0);
-  EXPECT_NE(config.out.find("LARGE_DATA_SIZE = 200"), std::string::npos) << config.out;
-  EXPECT_NE(config.out.find("built into the program"), std::string::npos) << config.out;
+  EXPECT_TRUE(has(config.out, "LARGE_DATA_SIZE = 200"));
+  EXPECT_TRUE(has(config.out, "built into the program"));
   const Outcome named = run("config --config " VEXAL_BINARY_DIR "/share/vexalkit/vexal.ini LARGE_DATA_SIZE");
   EXPECT_EQ(named.exit, 0) << named.out;
   EXPECT_EQ(run("config --config /nowhere/vexal.ini").exit, 2);
@@ -674,7 +661,7 @@ TEST_F(Program, LookupAndConfig) {
 // A configuration of a site: its faults in one line each, with file and line; and no log file, whatever it
 // says.
 TEST_F(Program, ConfigurationsSayWhereTheirValuesStand) {
-  fs::copy(VEXAL_BINARY_DIR "/share/vexalkit", folder_ / "site");
+  fs::copy(VEXAL_BINARY_DIR "/share/vexalkit", path("site"));
   const auto change = [&](const std::string& name, const std::string& from, const std::string& to) {
     std::string text = read("site/" + name);
     const std::size_t at = text.find(from);
@@ -685,7 +672,7 @@ TEST_F(Program, ConfigurationsSayWhereTheirValuesStand) {
     return run("config --config " + path("site/vexal.ini") + " " + what);
   };
   const fs::path before = fs::current_path();
-  fs::current_path(folder_);
+  fs::current_path(path(""));
   write("vexal.log", "of somebody else");
   change("vexal.ini", "INFO_MESSAGE = OFF", "INFO_MESSAGE = FILE,SCREEN");
   Outcome outcome = config("LARGE_DATA_SIZE");
@@ -709,7 +696,7 @@ TEST_F(Program, ConfigurationsSayWhereTheirValuesStand) {
   change("vexal.ini", "vexalkit.srv", "none.srv");
   outcome = config("");
   EXPECT_EQ(outcome.exit, 2);
-  EXPECT_NE(outcome.out.find("site/none.srv"), std::string::npos) << outcome.out;
+  EXPECT_TRUE(has(outcome.out, "site/none.srv"));
   EXPECT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 1) << outcome.out;
   fs::current_path(before);
   EXPECT_EQ(read("vexal.log"), "of somebody else");
@@ -720,30 +707,28 @@ TEST_F(Program, HelpAndUsage) {
                               "store", "receive", "find", "get", "move", "mpps", "commit", "serve"}) {
     const Outcome help = run(std::string(command) + " --help");
     EXPECT_EQ(help.exit, 0);
-    EXPECT_NE(help.out.find(std::string("usage: vexal ") + command), std::string::npos);
+    EXPECT_TRUE(has(help.out, std::string("usage: vexal ") + command));
     EXPECT_EQ(run(std::string(command) + " --nonsense").exit, 2);
   }
   EXPECT_EQ(run("").exit, 2);
   EXPECT_EQ(run("nonsense").exit, 2);
 }
 
-// The network subcommands without a peer: 2 for what can not be meant, 3 where nobody answers. Nobody listens
-// on port 1.
 TEST_F(Program, JsonAndBack) {
   const std::string a = path("a.dcm");
   for (const std::string form : {"", "--own "}) {
     const std::string json = path("j.json");
     ASSERT_EQ(run("json " + form + a + " > " + json).exit, 0);
     const std::string text = run("json " + form + a).out;
-    EXPECT_NE(text.find("\"00081155\": {\"Value\": [\"1.2.3\"], \"vr\": \"UI\"}"), std::string::npos);
+    EXPECT_TRUE(has(text, "\"00081155\": {\"Value\": [\"1.2.3\"], \"vr\": \"UI\"}"));
     EXPECT_EQ(run("json --back " + form + json + " " + path("j.dcm")).exit, 0);
     const std::string again = run("json " + form + path("j.dcm")).out;
     EXPECT_EQ(again.substr(again.find("\"0008")), text.substr(text.find("\"0008")));
   }
   EXPECT_EQ(run("json " + a + " " + a).out, run("json " + a).out + run("json " + a).out);
-  EXPECT_EQ(run("json --no-bulk " + a).out.find("InlineBinary"), std::string::npos);
+  EXPECT_FALSE(has(run("json --no-bulk " + a).out, "InlineBinary"));
   const std::string apart = run("json --bulk " + path("bulk") + " " + a).out;
-  EXPECT_EQ(apart.find("InlineBinary"), std::string::npos);
+  EXPECT_FALSE(has(apart, "InlineBinary"));
   const std::size_t uri = apart.find(path("bulk/"));
   ASSERT_NE(uri, std::string::npos) << apart;
   EXPECT_EQ(fs::file_size(apart.substr(uri, apart.find('"', uri) - uri)), 131072U);
@@ -789,8 +774,8 @@ TEST_F(Program, JsonAndBack) {
     EXPECT_EQ(fs::exists(path("u.dcm")), exit == 0);
     if (exit != 0) continue;
     const std::string json = run("json " + path("u.dcm")).out;
-    EXPECT_NE(json.find(R"("00091001": {"InlineBinary": "YWJjAA==")"), std::string::npos) << json;
-    EXPECT_NE(json.find(R"("00420011": {"InlineBinary": "YWJjAA==")"), std::string::npos) << json;
+    EXPECT_TRUE(has(json, R"("00091001": {"InlineBinary": "YWJjAA==")"));
+    EXPECT_TRUE(has(json, R"("00420011": {"InlineBinary": "YWJjAA==")"));
   }
   write("bad.json", "{\"00100020\": {\"vr\": ");
   EXPECT_EQ(run("json --back " + path("bad.json") + " " + path("x.dcm")).exit, 2);
@@ -806,18 +791,20 @@ TEST_F(Program, XmlAndBack) {
     const std::string xml = path("x.xml");
     ASSERT_EQ(run("xml " + form + a + " > " + xml).exit, 0);
     const std::string text = run("xml " + form + a).out;
-    EXPECT_NE(text.find(">1.2.3</"), std::string::npos);
+    EXPECT_TRUE(has(text, ">1.2.3</"));
     EXPECT_EQ(run("xml --back " + form + xml + " " + path("x.dcm")).exit, 0);
     const std::string again = run("xml " + form + path("x.dcm")).out;
     EXPECT_EQ(again.substr(again.find("\"0008")), text.substr(text.find("\"0008")));
   }
-  EXPECT_EQ(run("xml --native --no-bulk " + a).out.find("InlineBinary"), std::string::npos);
+  EXPECT_FALSE(has(run("xml --native --no-bulk " + a).out, "InlineBinary"));
   write("bad.xml", "<NativeDicomModel><DicomAttribute tag='00100020' vr='LO'>");
   EXPECT_EQ(run("xml --native --back " + path("bad.xml") + " " + path("y.dcm")).exit, 2);
   EXPECT_FALSE(fs::exists(path("y.dcm")));
   EXPECT_EQ(run("xml").exit, 2);
 }
 
+// The network subcommands without a peer: 2 for what can not be meant, 3 where nobody answers. Nobody listens
+// on port 1.
 TEST_F(Program, NetworkUsage) {
   struct Row {
     std::string arguments;
@@ -868,7 +855,7 @@ TEST_F(Program, NetworkUsage) {
   for (const Row& row : rows) {
     const Outcome outcome = run(row.arguments);
     EXPECT_EQ(outcome.exit, row.exit) << row.arguments << "\n" << outcome.out;
-    EXPECT_NE(outcome.out.find(row.text), std::string::npos) << row.arguments << "\n" << outcome.out;
+    EXPECT_TRUE(has(outcome.out, row.text)) << row.arguments;
   }
 }
 

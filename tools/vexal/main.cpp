@@ -12,13 +12,6 @@
 namespace vexal {
 namespace {
 
-constexpr Option kCommonOptions[] = {
-    {"--config", "INI", "read this vexal.ini instead of searching for one"},
-    {"--verbose", nullptr, "show information messages of the library too"},
-    {"--quiet", nullptr, "show no warnings"},
-    {"--help", nullptr, "show this help"},
-};
-
 void print_options(std::span<const Option> options) {
   for (const Option& option : options) {
     const std::string left =
@@ -32,7 +25,7 @@ void print_command_help(const Command& command) {
   if (*command.details != '\0') std::printf("\n%s\n", command.details);
   std::printf("\nOptions:\n");
   print_options(command.options);
-  print_options(kCommonOptions);
+  print_options(common_options());
 }
 
 void print_help() {
@@ -59,10 +52,6 @@ int run_command(const Command& command, std::span<char* const> words) {
 }
 
 }  // namespace
-
-std::span<const Option> common_options() {
-  return kCommonOptions;
-}
 
 }  // namespace vexal
 

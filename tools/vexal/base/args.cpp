@@ -11,6 +11,13 @@
 namespace vexal {
 namespace {
 
+constexpr Option kCommonOptions[] = {
+    {"--config", "INI", "read this vexal.ini instead of searching for one"},
+    {"--verbose", nullptr, "show information messages of the library too"},
+    {"--quiet", nullptr, "show no warnings"},
+    {"--help", nullptr, "show this help"},
+};
+
 const Option* find_option(std::span<const Option> options, std::string_view name) {
   for (const Option& option : options) {
     if (name == option.name) return &option;
@@ -29,6 +36,10 @@ std::string shown_line(const char* format, va_list values) {
 }
 
 }  // namespace
+
+std::span<const Option> common_options() {
+  return kCommonOptions;
+}
 
 void complain(const char* format, ...) {
   va_list values;

@@ -1,0 +1,138 @@
+// Objects that arrive become files: whole, under their names, with their mode; or not at all.
+#include "server/storage.h"
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <numeric>
+#include <thread>
+
+#include "../net/peers.h"
+#include "archive.h"
+#include "server/request.h"
+
+namespace vexal::test {
+namespace {
+
+namespace fs = std::filesystem;
+using vx::test::Bytes;
+using vx::test::element;
+
+// Knows one file, and may refuse another.
+struct OneIndex : ObjectIndex {
+  std::string path;
+  std::string refusal;
+  std::span<const uint32_t> wanted() const override {
+    static constexpr uint32_t kTags[] = {0x00080016, 0x00080018, 0x0020000D, 0x0020000E};
+    return kTags;
+  }
+  std::string path_of(const std::string&, std::string& found) override { return found = path, ""; }
+  std::string enter(const StoredObject&, const HeadScan&) override { return refusal; }
+};
+
+class StorageTest : public vx::test::NetTest {
+ protected:
+  // One request over a connection; without `ends`, the peer goes away in the middle of the data set. The
+  // status to answer with, and the files that are there then.
+  std::string store(const StorageOptions& options, const Bytes& data, bool ends) {
+    std::thread peer([&] {
+      auto raw = vx::test::RawPeer::connect(port_);
+      raw.request({kCt}, {IMPLICIT_LITTLE_ENDIAN});
+      raw.send(vx::test::pdu(4, vx::test::pdv(1, false, true, vx::test::store_command(kCt)) +
+                                    vx::test::pdv(1, true, ends, data)));
+      vx::test::Pdu end;
+      if (ends) raw.receive(end);
+    });
+    int32_t association = -1;
+    EXPECT_EQ(VX_Wait_For_Association_On_Port("objects", 20, app_, port_, &association),
+              VX_NORMAL_COMPLETION);
+    EXPECT_EQ(VX_Accept_Association(association), VX_NORMAL_COMPLETION);
+    StoredObject stored;
+    char result[16];
+    std::snprintf(
+        result, sizeof result, "%04X",
+        static_cast<unsigned>(
+            ObjectWriter(options, "RAW").take(association, read(association, 10, 0x00010000).id, stored)));
+    VX_Abort_Association(&association);
+    peer.join();
+    std::vector<std::string> names;
+    for (const auto& entry : fs::recursive_directory_iterator(options.folder)) {
+      if (!entry.is_directory())
+        names.push_back(" " + entry.path().lexically_relative(options.folder).string());
+    }
+    std::sort(names.begin(), names.end());
+    return std::accumulate(names.begin(), names.end(), std::string(result));
+  }
+};
+
+TEST_F(StorageTest, WholeOrNotAtAll) {
+  using Duplicates = StorageOptions::Duplicates;
+  make_list("objects", {{"STANDARD_CT", {IMPLICIT_LITTLE_ENDIAN}}});
+  const Bytes ct = element(0x00080016, kCt);
+  const Bytes head = ct + element(0x00080018, "1.2.3.4");
+  const Bytes odd = head + Bytes("\x10\0\x20\0\3\0\0\0ODD", 11);
+  const Bytes first = head + element(0x0020000D, "9.1") + element(0x0020000E, "9.1.1");
+  const Bytes second = head + element(0x0020000D, "9.2") + element(0x0020000E, "9.2.1");
+  const Bytes linked = head + element(0x0020000D, "9.3");
+  const std::string in = folder().path("in");
+  fs::create_directory(in);
+  fs::create_directory_symlink(folder().path(), in + "/9.3");
+  OneIndex index;
+  const struct {
+    const char* what;
+    Bytes data;
+    const char* result;
+    std::string options = "";
+  } rows[] = {
+      {"no room", head, "A700", "full"},  // before plenty is remembered
+      {"half of one", "", "FFFFFFFF"},
+      {"an object", head, "0000 1.2.3.4.dcm"},
+      {"the same again", head, "0000 1.2.3.4.dcm"},
+      {"other content", odd, "0111 1.2.3.4.dcm"},
+      {"is kept out", odd, "B006 1.2.3.4.dcm", "keep"},
+      {"replaces", odd, "0000 1.2.3.4.dcm", "replace"},
+      {"another instance", ct + element(0x00080018, "1.2.3.5"), "A900 1.2.3.4.dcm"},
+      {"another class", element(0x00080016, "1.2.3"), "A900 1.2.3.4.dcm"},
+      {"no data set", Bytes("\x08\0\5\0\xFF\xFF\xFF\xFF", 8) + head, "C000 1.2.3.4.dcm"},
+      {"too large", head, "A700 1.2.3.4.dcm", "large"},
+      {"a link as folder", linked, "A700 1.2.3.4.dcm", "tree"},
+      {"no study", head, "0000 1.2.3.4.dcm no-study/no-series/1.2.3.4.dcm", "tree"},
+      {"the index refuses", first, "A700 1.2.3.4.dcm no-study/no-series/1.2.3.4.dcm", "tree index refuses"},
+      {"the index takes", first, "0000 1.2.3.4.dcm 9.1/9.1.1/1.2.3.4.dcm no-study/no-series/1.2.3.4.dcm",
+       "tree index"},
+      {"known elsewhere", second, "0111 1.2.3.4.dcm 9.1/9.1.1/1.2.3.4.dcm no-study/no-series/1.2.3.4.dcm",
+       "tree index known"},
+      {"and replaced", second, "0000 1.2.3.4.dcm 9.2/9.2.1/1.2.3.4.dcm no-study/no-series/1.2.3.4.dcm",
+       "tree index known replace"},
+  };
+  testing::internal::CaptureStderr();
+  for (const auto& row : rows) {
+    const auto has = [&](const char* word) { return row.options.find(word) != std::string::npos; };
+    StorageOptions options;
+    options.folder = in;
+    options.mode = 0604;
+    options.duplicates = has("keep")      ? Duplicates::Keep
+                         : has("replace") ? Duplicates::Replace
+                                          : Duplicates::Refuse;
+    options.most_bytes = has("large") ? 40 : 0;
+    options.reserve = has("full") ? INT64_MAX : -1;
+    options.tree = has("tree");
+    options.index = has("index") ? &index : nullptr;
+    index.refusal = has("refuses") ? "index: full" : "";
+    index.path = has("known") ? in + "/9.1/9.1.1/1.2.3.4.dcm" : "";
+    EXPECT_EQ(store(options, row.data.empty() ? odd : row.data, !row.data.empty()), row.result) << row.what;
+  }
+  // Byte by byte behind its meta group: what is odd stays so.
+  EXPECT_TRUE(folder().read("in/1.2.3.4.dcm").ends_with(odd));
+  EXPECT_EQ(folder().read("in/1.2.3.4.dcm").substr(128, 4), "DICM");
+  struct stat status {};
+  ASSERT_EQ(::stat((in + "/1.2.3.4.dcm").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0604U);
+  const std::string told = testing::internal::GetCapturedStderr();
+  for (const char* line : {"is larger than --max-size allows", "the disk is nearly full",
+                           "9.3 is there and no folder", "replaces other content"})
+    EXPECT_NE(told.find(line), std::string::npos) << line << " in " << told;
+}
+
+}  // namespace
+}  // namespace vexal::test
