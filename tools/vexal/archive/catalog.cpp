@@ -15,6 +15,7 @@
 
 #include "base/names.h"
 #include "base/session.h"
+#include "base/tags.h"
 #include "files/charset.h"
 #include "key_match.h"
 
@@ -56,18 +57,17 @@ constexpr Column kColumns[] = {
 };
 constexpr std::size_t kColumnCount = std::size(kColumns);
 
-constexpr uint32_t kCharset = 0x00080005;
-
 constexpr std::size_t column_index(uint32_t tag) {
   for (std::size_t i = 0; i < kColumnCount; ++i) {
     if (kColumns[i].tag == tag) return i;
   }
   return kColumnCount;
 }
-constexpr std::size_t kCharsetColumn = column_index(kCharset);
-static_assert(kCharsetColumn < kColumnCount && column_index(0x00080016) < kColumnCount &&
-              column_index(0x00080018) < kColumnCount && column_index(0x0020000D) < kColumnCount &&
-              column_index(0x0020000E) < kColumnCount);
+constexpr std::size_t kCharsetColumn = column_index(tags::kSpecificCharacterSet);
+static_assert(kCharsetColumn < kColumnCount && column_index(tags::kSOPClassUID) < kColumnCount &&
+              column_index(tags::kSOPInstanceUID) < kColumnCount &&
+              column_index(tags::kStudyInstanceUID) < kColumnCount &&
+              column_index(tags::kSeriesInstanceUID) < kColumnCount);
 
 constexpr auto kTags = [] {
   std::array<uint32_t, kColumnCount> tags{};
@@ -86,14 +86,14 @@ struct Computed {
   const char* expression;
 };
 constexpr Computed kComputed[] = {
-    {0x00080061, "group_concat(DISTINCT Modality)"},
-    {0x00080062, "group_concat(DISTINCT SOPClassUID)"},
-    {0x00201200, "count(DISTINCT StudyInstanceUID)"},
-    {0x00201202, "count(DISTINCT SeriesInstanceUID)"},
-    {0x00201204, "count(*)"},
-    {0x00201206, "count(DISTINCT SeriesInstanceUID)"},
-    {0x00201208, "count(*)"},
-    {0x00201209, "count(*)"},
+    {tags::kModalitiesInStudy, "group_concat(DISTINCT Modality)"},
+    {tags::kSOPClassesInStudy, "group_concat(DISTINCT SOPClassUID)"},
+    {tags::kNumberOfPatientRelatedStudies, "count(DISTINCT StudyInstanceUID)"},
+    {tags::kNumberOfPatientRelatedSeries, "count(DISTINCT SeriesInstanceUID)"},
+    {tags::kNumberOfPatientRelatedInstances, "count(*)"},
+    {tags::kNumberOfStudyRelatedSeries, "count(DISTINCT SeriesInstanceUID)"},
+    {tags::kNumberOfStudyRelatedInstances, "count(*)"},
+    {tags::kNumberOfSeriesRelatedInstances, "count(*)"},
 };
 
 constexpr const char* kGroups[] = {"PatientID", "StudyInstanceUID", "SeriesInstanceUID", "SOPInstanceUID"};
@@ -155,7 +155,8 @@ std::string conditions(const std::vector<CatalogKey>& keys, std::vector<std::str
   std::string sql;
   for (const CatalogKey& key : keys) {
     const Column* column = find_column(key.tag);
-    if (column == nullptr || key.value.empty() || key.value == "*" || key.tag == kCharset) continue;
+    if (column == nullptr || key.value.empty() || key.value == "*" || key.tag == tags::kSpecificCharacterSet)
+      continue;
     sql += sql.empty() ? " WHERE " : " AND ";
     // UIDs go by the index.
     if (key.vr == VX_VR_UI) {
@@ -446,7 +447,7 @@ std::string Catalog::enter(const StoredObject& stored, const HeadScan& scan) {
   file.instance = stored.instance;
   file.syntax = stored.syntax;
   // The library looks at the data set up to (0008,0018).
-  file.whole = scan.first_tag() <= 0x00080018U && stored.bytes % 2 == 0;
+  file.whole = scan.first_tag() <= tags::kSOPInstanceUID && stored.bytes % 2 == 0;
   const MutedWarnings muted;
   Message kept;
   kept.id = scan.make_message();
@@ -472,7 +473,8 @@ std::string Catalog::insert(const std::string& path, const ObjectFile& file, int
     fill(all_text_of);
   }
   // What the meta group says counts where the data set is silent.
-  for (const auto& [tag, uid] : {std::pair{0x00080016U, &file.sop_class}, {0x00080018U, &file.instance}}) {
+  for (const auto& [tag, uid] :
+       {std::pair{tags::kSOPClassUID, &file.sop_class}, {tags::kSOPInstanceUID, &file.instance}}) {
     if (values[column_index(tag)].empty()) values[column_index(tag)] = *uid;
   }
   const std::lock_guard lock(mutex_);

@@ -1,5 +1,7 @@
 #include "identifier.h"
 
+#include "base/attributes.h"
+#include "base/tags.h"
 #include "files/charset.h"
 #include "network/network.h"
 
@@ -24,15 +26,12 @@ bool read_level(const std::string& word, bool patient_root, Level& level) {
 }  // namespace
 
 bool read_identifier(int32_t message, bool patient_root, Level& level, std::vector<CatalogKey>& keys) {
-  if (!read_level(text_of(message, 0x00080052), patient_root, level)) return false;
-  uint32_t tag = 0;
-  VX_VR vr = 0;
-  for (VX_STATUS status = VX_Get_First_Attribute(message, &tag, &vr, nullptr); status == VX_NORMAL_COMPLETION;
-       status = VX_Get_Next_Attribute(message, &tag, &vr, nullptr)) {
-    if (tag > 0x0000FFFFU && tag != 0x00080052U && tag != 0x00080005U && vr != VX_VR_SQ &&
-        (tag >> 16) % 2 == 0)
+  if (!read_level(text_of(message, tags::kQueryRetrieveLevel), patient_root, level)) return false;
+  for_each_attribute(message, [&](uint32_t tag, VX_VR vr, int32_t) {
+    if (tag > tags::kLastOfCommand && tag != tags::kQueryRetrieveLevel &&
+        tag != tags::kSpecificCharacterSet && vr != VX_VR_SQ && (tag >> 16) % 2 == 0)
       keys.push_back({tag, vr, ""});
-  }
+  });
   if (keys.size() > kMostKeys) return false;
   for (CatalogKey& key : keys) {
     key.value = utf8_text_of(message, key.tag);

@@ -7,6 +7,7 @@
 #include "base/commands.h"
 #include "base/session.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "catalog.h"
 #include "identifier.h"
 #include "images/bounded_file.h"
@@ -164,22 +165,22 @@ class Archive {
   }
 
   bool find(const Request& request, int32_t identifier, const Caller&) {
-    const std::string sop_class = text_of(identifier, 0x00000002);
+    const std::string sop_class = text_of(identifier, tags::kAffectedSOPClassUID);
     if (sop_class == kWorklistFind) return find_worklist(request, identifier);
     Level level = Level::Study;
     std::vector<CatalogKey> keys;
     if (!read_identifier(identifier, is_patient_root(sop_class), level, keys))
       return request.finish(kNotMatching);
-    const std::string word = text_of(identifier, 0x00080052);
+    const std::string word = text_of(identifier, tags::kQueryRetrieveLevel);
     Patience patience(acceptor_, request.association);
     const std::string error = catalog_.find(
         level, keys, [&] { return patience.over(); },
         [&](const std::vector<std::string>& values, const std::string& charset) {
           Message answer;
           if (!request.make(answer)) return false;
-          if (!charset.empty()) set_all_text(answer.id, 0x00080005, charset);
-          VX_Set_Value_From_String(answer.id, 0x00080052, word.c_str());
-          VX_Set_Value_From_String(answer.id, 0x00080054, acceptor_.title().c_str());
+          if (!charset.empty()) set_all_text(answer.id, tags::kSpecificCharacterSet, charset);
+          VX_Set_Value_From_String(answer.id, tags::kQueryRetrieveLevel, word.c_str());
+          VX_Set_Value_From_String(answer.id, tags::kRetrieveAETitle, acceptor_.title().c_str());
           for (std::size_t i = 0; i < keys.size(); ++i) set_all_text(answer.id, keys[i].tag, values[i]);
           return send_pending(request, answer, patience);
         });
@@ -226,7 +227,8 @@ class Archive {
     Level level = Level::Study;
     std::vector<CatalogKey> keys;
     answered = true;
-    if (!read_identifier(identifier, is_patient_root(text_of(identifier, 0x00000002)), level, keys))
+    if (!read_identifier(identifier, is_patient_root(text_of(identifier, tags::kAffectedSOPClassUID)), level,
+                         keys))
       return request.finish(kNotMatching);
     // Without a key that narrows it down, it would be the whole archive.
     if (std::none_of(keys.begin(), keys.end(), narrows)) return request.finish(kNotMatching);
@@ -247,10 +249,10 @@ class Archive {
       VX_Set_Value_From_UShortInt(answer.id, tag,
                                   static_cast<uint16_t>(std::min<std::size_t>(value, 0xFFFF)));
     };
-    if (with_remaining) set(0x00001020, counts.remaining);
-    set(0x00001021, counts.completed);
-    set(0x00001022, counts.failed);
-    set(0x00001023, counts.warning);
+    if (with_remaining) set(tags::kNumberOfRemainingSuboperations, counts.remaining);
+    set(tags::kNumberOfCompletedSuboperations, counts.completed);
+    set(tags::kNumberOfFailedSuboperations, counts.failed);
+    set(tags::kNumberOfWarningSuboperations, counts.warning);
   }
 
   bool tell(const Request& request, const Counts& counts, uint16_t status,
@@ -261,8 +263,8 @@ class Archive {
     if (status != kPendingStatus && !failed.empty()) {
       bool first = true;
       for (const std::string& instance : failed) {
-        first ? VX_Set_Value_From_String(answer.id, 0x00080058, instance.c_str())
-              : VX_Set_Next_Value_From_String(answer.id, 0x00080058, instance.c_str());
+        first ? VX_Set_Value_From_String(answer.id, tags::kFailedSOPInstanceUIDList, instance.c_str())
+              : VX_Set_Next_Value_From_String(answer.id, tags::kFailedSOPInstanceUIDList, instance.c_str());
         first = false;
       }
     }
@@ -300,7 +302,7 @@ class Archive {
   }
 
   bool move(const Request& request, int32_t identifier, const Caller& caller) {
-    const std::string destination = text_of(identifier, 0x00000600);
+    const std::string destination = text_of(identifier, tags::kMoveDestination);
     const auto node = nodes_.find(destination);
     if (node == nodes_.end()) return request.finish(kUnknownDestination);
     std::vector<ObjectFile> files;
@@ -366,9 +368,9 @@ class Archive {
       Message answer;
       const char* name = nullptr;
       const MessageWatch watch(acceptor_.timeout());
-      if (VX_Read_Message_To_Tag(association, acceptor_.timeout(), 0x00010000, &answer.id, &name,
+      if (VX_Read_Message_To_Tag(association, acceptor_.timeout(), tags::kBehindCommand, &answer.id, &name,
                                  &answer.command) != VX_NORMAL_COMPLETION ||
-          answer.number(0x00000800, 0x0101) != 0x0101)
+          answer.has_data_set())
         return -1;
       if (answer.command == C_CANCEL_RQ) {
         cancel = true;
@@ -403,14 +405,14 @@ class Archive {
   // N-ACTION of storage commitment: what is here is vouched for, in a report on the same association, or
   // where that is gone, on one to the node of that title.
   bool commit(const Request& request, int32_t message, const Caller& caller) {
-    const std::string transaction = text_of(message, 0x00081195);
+    const std::string transaction = text_of(message, tags::kTransactionUID);
     Message answer;
-    if (text_of(message, 0x00000003) != kCommitment || !request.make(answer)) return false;
+    if (text_of(message, tags::kRequestedSOPClassUID) != kCommitment || !request.make(answer)) return false;
     uint16_t status = transaction.empty() ? kMissingAttribute : kSuccessStatus;
     uint32_t action = 0;
-    VX_Get_Value_To_UInt(message, 0x00001008, &action);
+    VX_Get_Value_To_UInt(message, tags::kActionTypeID, &action);
     if (action != 1) status = kNoSuchAction;
-    VX_Set_Value_From_UShortInt(answer.id, 0x00001008, static_cast<uint16_t>(action));
+    VX_Set_Value_From_UShortInt(answer.id, tags::kActionTypeID, static_cast<uint16_t>(action));
     if (!request.send(answer, status)) return false;
     if (status != kSuccessStatus) return true;
     Message report_message;
@@ -428,23 +430,24 @@ class Archive {
   bool fill_report(Message& out, int32_t request, const std::string& transaction) {
     if (out.make(service_of_class(kCommitment).c_str(), N_EVENT_REPORT_RQ) != VX_NORMAL_COMPLETION)
       return false;
-    VX_STATUS status = VX_Set_Value_From_String(out.id, 0x00081195, transaction.c_str());
+    VX_STATUS status = VX_Set_Value_From_String(out.id, tags::kTransactionUID, transaction.c_str());
     bool all = true;
-    for (const int32_t wanted : sequence_items(request, 0x00081199)) {
-      const std::string sop_class = text_of(wanted, 0x00081150);
-      const std::string instance = text_of(wanted, 0x00081155);
+    for (const int32_t wanted : sequence_items(request, tags::kReferencedSOPSequence)) {
+      const std::string sop_class = text_of(wanted, tags::kReferencedSOPClassUID);
+      const std::string instance = text_of(wanted, tags::kReferencedSOPInstanceUID);
       const uint16_t reason = vouch(sop_class, instance);
       int32_t item = -1;
       if (status == VX_NORMAL_COMPLETION) status = VX_Open_Empty_Item(&item);
       if (status != VX_NORMAL_COMPLETION) return false;
-      VX_Set_Value_From_String(item, 0x00081150, sop_class.c_str());
-      VX_Set_Value_From_String(item, 0x00081155, instance.c_str());
-      if (reason != 0) VX_Set_Value_From_UShortInt(item, 0x00081197, reason);
-      status = VX_Set_Next_Value_From_Int(out.id, reason == 0 ? 0x00081199 : 0x00081198, item);
+      VX_Set_Value_From_String(item, tags::kReferencedSOPClassUID, sop_class.c_str());
+      VX_Set_Value_From_String(item, tags::kReferencedSOPInstanceUID, instance.c_str());
+      if (reason != 0) VX_Set_Value_From_UShortInt(item, tags::kFailureReason, reason);
+      status = VX_Set_Next_Value_From_Int(
+          out.id, reason == 0 ? tags::kReferencedSOPSequence : tags::kFailedSOPSequence, item);
       all = all && reason == 0;
     }
-    VX_Set_Value_From_String(out.id, 0x00001000, "1.2.840.10008.1.20.1.1");
-    VX_Set_Value_From_UShortInt(out.id, 0x00001002, all ? 1 : 2);
+    VX_Set_Value_From_String(out.id, tags::kAffectedSOPInstanceUID, "1.2.840.10008.1.20.1.1");
+    VX_Set_Value_From_UShortInt(out.id, tags::kEventTypeID, all ? 1 : 2);
     return status == VX_NORMAL_COMPLETION;
   }
 
@@ -452,7 +455,7 @@ class Archive {
   uint16_t vouch(const std::string& sop_class, const std::string& instance) {
     std::vector<ObjectFile> files;
     if (instance.empty()) return kNoSuchInstance;
-    const std::string error = catalog_.files({{0x00080018, VX_VR_UI, instance}}, nullptr, files);
+    const std::string error = catalog_.files({{tags::kSOPInstanceUID, VX_VR_UI, instance}}, nullptr, files);
     if (!error.empty()) {
       report("storage commitment", error);
       return kProcessingFailure;
@@ -471,9 +474,9 @@ class Archive {
     const char* name = nullptr;
     uint16_t command = 0;
     const MessageWatch watch(acceptor_.timeout());
-    return VX_Read_Message_To_Tag(association, acceptor_.timeout(), 0x00010000, &answer.id, &name,
+    return VX_Read_Message_To_Tag(association, acceptor_.timeout(), tags::kBehindCommand, &answer.id, &name,
                                   &command) == VX_NORMAL_COMPLETION &&
-           command == N_EVENT_REPORT_RSP && answer.number(0x00000800, 0x0101) == 0x0101;
+           command == N_EVENT_REPORT_RSP && !answer.has_data_set();
   }
 
   bool report_to_node(const std::string& title, const Node& node, const Message& message) const {
@@ -503,7 +506,8 @@ class Archive {
     const uint16_t status = (steps_.*work)(message, instance);
     Message answer;
     if (!request.make(answer)) return false;
-    if (!instance.empty()) VX_Set_Value_From_String(answer.id, 0x00001000, instance.c_str());
+    if (!instance.empty())
+      VX_Set_Value_From_String(answer.id, tags::kAffectedSOPInstanceUID, instance.c_str());
     return request.send(answer, status);
   }
 

@@ -4,8 +4,10 @@
 
 #include <vector>
 
+#include "base/attributes.h"
 #include "base/byte_stream.h"
 #include "base/session.h"
+#include "base/tags.h"
 #include "base/uid.h"
 #include "base/values.h"
 #include "files/files.h"
@@ -14,29 +16,26 @@ namespace vexal {
 namespace {
 
 constexpr char kStepClass[] = "1.2.840.10008.3.1.2.3.3";
-constexpr uint32_t kState = 0x00400252;
 constexpr mode_t kMode = 0640;
 
 // The data set of a message as bytes.
 bool encode(int32_t message, std::string& bytes) {
-  return VX_Message_To_Stream(message, 0x00080000, 0xFFFFFFFF, EXPLICIT_LITTLE_ENDIAN, &bytes,
+  return VX_Message_To_Stream(message, tags::kFirstOfDataSet, tags::kLast, EXPLICIT_LITTLE_ENDIAN, &bytes,
                               append_to_string) == VX_NORMAL_COMPLETION;
 }
 
 bool decode(int32_t object, std::string& bytes) {
   uint32_t tag = 0;
-  return bytes.empty() || VX_Stream_To_Message(object, 0x00080000, 0xFFFFFFFF, EXPLICIT_LITTLE_ENDIAN, &tag,
-                                               &bytes, give_string) == VX_NORMAL_COMPLETION;
+  return bytes.empty() ||
+         VX_Stream_To_Message(object, tags::kFirstOfDataSet, tags::kLast, EXPLICIT_LITTLE_ENDIAN, &tag,
+                              &bytes, give_string) == VX_NORMAL_COMPLETION;
 }
 
 std::vector<uint32_t> tags_of(int32_t object) {
   std::vector<uint32_t> tags;
-  uint32_t tag = 0;
-  VX_VR vr = 0;
-  for (VX_STATUS status = VX_Get_First_Attribute(object, &tag, &vr, nullptr); status == VX_NORMAL_COMPLETION;
-       status = VX_Get_Next_Attribute(object, &tag, &vr, nullptr)) {
-    if (tag > 0x0000FFFFU) tags.push_back(tag);
-  }
+  for_each_attribute(object, [&](uint32_t tag, VX_VR, int32_t) {
+    if (tag > tags::kLastOfCommand) tags.push_back(tag);
+  });
   return tags;
 }
 
@@ -47,13 +46,13 @@ bool is_final(const std::string& state) {
 // Writes a step, whose data set the message is; it becomes a file. False after a line on standard error.
 bool write_step(const std::string& path, const std::string& instance, Message& step) {
   FileSink sink;
-  set_all_text(step.id, 0x00080016, kStepClass);
-  set_all_text(step.id, 0x00080018, instance);
+  set_all_text(step.id, tags::kSOPClassUID, kStepClass);
+  set_all_text(step.id, tags::kSOPInstanceUID, instance);
   std::string error = sink.open(path, kMode);
   if (error.empty()) {
     VX_STATUS status = VX_Message_To_File(step.id, path.c_str());
-    VX_Set_Value_From_String(step.id, 0x00020002, kStepClass);
-    VX_Set_Value_From_String(step.id, 0x00020003, instance.c_str());
+    VX_Set_Value_From_String(step.id, tags::kMediaStorageSOPClassUID, kStepClass);
+    VX_Set_Value_From_String(step.id, tags::kMediaStorageSOPInstanceUID, instance.c_str());
     if (status == VX_NORMAL_COMPLETION)
       status = VX_Set_Message_Transfer_Syntax(step.id, EXPLICIT_LITTLE_ENDIAN);
     if (status == VX_NORMAL_COMPLETION) status = VX_Write_File(step.id, 0, &sink, FileSink::file_output);
@@ -74,10 +73,10 @@ bool copy_of(int32_t object, Message& copy) {
 }  // namespace
 
 uint16_t ProcedureSteps::create(int32_t message, std::string& instance) {
-  instance = text_of(message, 0x00001000);
+  instance = text_of(message, tags::kAffectedSOPInstanceUID);
   if (instance.empty()) instance = new_uid();
   if (!is_safe_name(instance)) return kInvalidValue;
-  const std::string state = text_of(message, kState);
+  const std::string state = text_of(message, tags::kPerformedProcedureStepStatus);
   if (state.empty()) return kMissingAttribute;
   if (state != "IN PROGRESS") return kInvalidValue;
   const std::lock_guard lock(mutex_);
@@ -89,9 +88,9 @@ uint16_t ProcedureSteps::create(int32_t message, std::string& instance) {
 }
 
 uint16_t ProcedureSteps::set(int32_t message, std::string& instance) {
-  instance = text_of(message, 0x00001001);
+  instance = text_of(message, tags::kRequestedSOPInstanceUID);
   if (!is_safe_name(instance)) return kNoSuchInstance;
-  const std::string wanted = text_of(message, kState);
+  const std::string wanted = text_of(message, tags::kPerformedProcedureStepStatus);
   if (!wanted.empty() && wanted != "IN PROGRESS" && !is_final(wanted)) return kInvalidValue;
   const std::lock_guard lock(mutex_);
   struct stat status {};
@@ -102,7 +101,7 @@ uint16_t ProcedureSteps::set(int32_t message, std::string& instance) {
     return kProcessingFailure;
   }
   // One that has ended does not change any more (PS3.4 section F.7.2.2).
-  if (is_final(text_of(there.id(), kState))) return kProcessingFailure;
+  if (is_final(text_of(there.id(), tags::kPerformedProcedureStepStatus))) return kProcessingFailure;
   Message step;
   std::string changes;
   if (there.become_message(service_of_class(kStepClass).c_str(), N_SET_RQ) != VX_NORMAL_COMPLETION ||

@@ -4,8 +4,10 @@
 #include <filesystem>
 #include <vector>
 
+#include "base/attributes.h"
 #include "base/session.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "files/charset.h"
 #include "files/files.h"
 #include "key_match.h"
@@ -25,12 +27,9 @@ struct Attribute {
 // The attributes of an identifier's data set.
 std::vector<Attribute> attributes_of(int32_t object) {
   std::vector<Attribute> attributes;
-  uint32_t tag = 0;
-  VX_VR vr = 0;
-  for (VX_STATUS status = VX_Get_First_Attribute(object, &tag, &vr, nullptr); status == VX_NORMAL_COMPLETION;
-       status = VX_Get_Next_Attribute(object, &tag, &vr, nullptr)) {
-    if (tag > 0x0000FFFFU) attributes.push_back({tag, vr});
-  }
+  for_each_attribute(object, [&](uint32_t tag, VX_VR vr, int32_t) {
+    if (tag > tags::kLastOfCommand) attributes.push_back({tag, vr});
+  });
   // A key without a VR of its own is matched as the dictionary has it.
   for (Attribute& attribute : attributes) {
     char name[128];
@@ -46,7 +45,7 @@ std::vector<Attribute> attributes_of(int32_t object) {
 bool matches(int32_t identifier, int32_t entry, int depth) {
   if (depth > kDeepest) return false;
   for (const auto& [tag, vr] : attributes_of(identifier)) {
-    if (tag == 0x00080005U) continue;
+    if (tag == tags::kSpecificCharacterSet) continue;
     if (vr != VX_VR_SQ) {
       const std::string key = utf8_text_of(identifier, tag);
       if (key.size() > kLongestKey || !matches_key(vr, utf8_text_of(entry, tag), key)) return false;
@@ -109,8 +108,8 @@ void Worklist::find(int32_t identifier, const std::function<bool()>& stop,
     }
     if (!matches(identifier, entry.id(), 0)) continue;
     const bool more = take([&](int32_t answer) {
-      const std::string charset = all_text_of(entry.id(), 0x00080005);
-      if (!charset.empty()) set_all_text(answer, 0x00080005, charset);
+      const std::string charset = all_text_of(entry.id(), tags::kSpecificCharacterSet);
+      if (!charset.empty()) set_all_text(answer, tags::kSpecificCharacterSet, charset);
       copy_wanted(identifier, entry.id(), answer, 0);
     });
     if (!more) return;

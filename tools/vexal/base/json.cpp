@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "hex.h"
 #include "printable.h"
 
 namespace vexal {
@@ -15,9 +16,8 @@ void append_escape(std::string& out, char32_t c) {
   std::u16string units;
   append_utf16(units, c);
   for (const char16_t unit : units) {
-    char escape[8];
-    std::snprintf(escape, sizeof escape, "\\u%04X", static_cast<unsigned>(unit));
-    out += escape;
+    out += "\\u";
+    append_hex(out, unit, 4);
   }
 }
 

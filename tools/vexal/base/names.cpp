@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "embedded.h"
+#include "hex.h"
 #include "tables.h"
 #include "text.h"
 
@@ -81,15 +82,20 @@ bool equals_ignoring_case(std::string_view a, std::string_view b) {
 }  // namespace
 
 std::string format_tag(uint32_t tag) {
-  char text[16];
-  std::snprintf(text, sizeof text, "(%04X,%04X)", tag >> 16, tag & 0xFFFFU);
-  return text;
+  std::string text = "(";
+  append_hex(text, tag >> 16, 4);
+  text += ',';
+  append_hex(text, tag & 0xFFFFU, 4);
+  return text += ')';
 }
 
 std::string tag_key(uint32_t tag) {
-  char text[12];
-  std::snprintf(text, sizeof text, "%08X", static_cast<unsigned>(tag));
-  return text;
+  return hex_of(tag, 8);
+}
+
+std::string tag_name(uint32_t tag) {
+  const std::string_view keyword = tag_keyword(tag);
+  return keyword.empty() ? format_tag(tag) : std::string(keyword);
 }
 
 std::string describe_tag(uint32_t tag) {

@@ -18,6 +18,8 @@ constexpr bool is_private(uint32_t tag) {
   const uint32_t group = tag >> 16;
   return group % 2 != 0 && group > 7 && group != 0xFFFF;
 }
+// "PatientID"; "(0010,0020)" for one without a keyword.
+std::string tag_name(uint32_t tag);
 // "(0010,0020) PatientID".
 std::string describe_tag(uint32_t tag);
 // The keyword of a standard tag, "" if it has none. Groups 50xx and 60xx give the keyword of 5000 and 6000.

@@ -2,9 +2,11 @@
 #pragma once
 
 #include "args.h"
+#include "attributes.h"
 #include "byte_stream.h"
 #include "commands.h"
 #include "embedded.h"
+#include "hex.h"
 #include "json.h"
 #include "names.h"
 #include "parallel.h"
@@ -13,6 +15,7 @@
 #include "settings_source.h"
 #include "tables.h"
 #include "tag_path.h"
+#include "tags.h"
 #include "typed_numbers.h"
 #include "uid.h"
 #include "values.h"

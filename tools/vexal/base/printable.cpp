@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "hex.h"
 #include "vexalkit.h"
 
 namespace vexal {
@@ -101,10 +102,9 @@ void ShownText::add_character(std::string_view utf8, std::size_t columns) {
 }
 
 void ShownText::add_byte(char byte) {
-  static const char kDigits[] = "0123456789ABCDEF";
-  const auto code = static_cast<unsigned char>(byte);
-  const char escape[] = {'\\', 'x', kDigits[code >> 4U], kDigits[code & 15U]};
-  add_character({escape, sizeof escape}, sizeof escape);
+  std::string escape = "\\x";
+  append_hex(escape, static_cast<unsigned char>(byte), 2);
+  add_character(escape, escape.size());
 }
 
 // Takes plain characters off the head of a text. False if it has none.

@@ -2,6 +2,7 @@
 
 #include <charconv>
 
+#include "attributes.h"
 #include "names.h"
 #include "typed_numbers.h"
 
@@ -194,14 +195,21 @@ std::string resolve_path(int32_t object, const std::vector<PathStep>& path, bool
   return "";
 }
 
+bool read_paths(const Args& args, const char* option, std::vector<std::vector<PathStep>>& paths) {
+  for (const std::string& text : args.all(option)) {
+    const std::string error = parse_path(text, paths.emplace_back());
+    if (error.empty()) continue;
+    complain("%s %s: %s", option, text.c_str(), error.c_str());
+    return false;
+  }
+  return true;
+}
+
 std::vector<uint32_t> sequences_of(int32_t object) {
   std::vector<uint32_t> sequences;
-  uint32_t tag = 0;
-  VX_VR vr = 0;
-  VX_STATUS status = VX_Get_First_Attribute(object, &tag, &vr, nullptr);
-  for (; status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Attribute(object, &tag, &vr, nullptr)) {
+  for_each_attribute(object, [&](uint32_t tag, VX_VR vr, int32_t) {
     if (vr == VX_VR_SQ) sequences.push_back(tag);
-  }
+  });
   return sequences;
 }
 

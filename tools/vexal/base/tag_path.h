@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "args.h"
 #include "vexalkit.h"
 
 namespace vexal {
@@ -22,6 +23,9 @@ struct PathStep {
 
 // An error text, empty on success. The last step may have an index too, naming an item.
 std::string parse_path(std::string_view text, std::vector<PathStep>& path);
+
+// Those that an option names, one each time it is given. False after a line on standard error.
+bool read_paths(const Args& args, const char* option, std::vector<std::vector<PathStep>>& paths);
 
 struct Place {
   int32_t object = -1;

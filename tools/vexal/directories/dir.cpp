@@ -6,6 +6,7 @@
 
 #include "base/commands.h"
 #include "base/session.h"
+#include "base/tags.h"
 #include "base/values.h"
 #include "files/file_set.h"
 #include "files/files.h"
@@ -54,7 +55,7 @@ int remove(const Args& args, const std::string& path) {
   const std::string uid = args.get("--uid");
   const auto is_meant = [&](const Record& record) {
     if (file_ids.count(upper(file_id_of(record.id))) != 0) return true;
-    if (!patient.empty() && record.type == "PATIENT" && text_of(record.id, kPatientId) == patient)
+    if (!patient.empty() && record.type == "PATIENT" && text_of(record.id, tags::kPatientID) == patient)
       return true;
     if (uid.empty()) return false;
     return text_of(record.id, uid_tag_of(record.type)) == uid;
@@ -92,8 +93,8 @@ int repair(const Args& args, const std::string& path) {
   if (!args.has("--id")) {
     DicomFile old;
     const MutedWarnings muted;
-    old.open(path, {.last_tag = 0x00041200});
-    if (old.readable()) file_set = text_of(old.id(), 0x00041130);
+    old.open(path, {.last_tag = tags::kOffsetOfTheFirstDirectoryRecordOfTheRootDirectoryEntity});
+    if (old.readable()) file_set = text_of(old.id(), tags::kFileSetID);
   }
   if (!directory.make(path, file_set)) return kUsage;
   std::vector<std::string> files = rest_of(args);

@@ -13,15 +13,6 @@
 
 namespace vexal {
 
-inline constexpr uint32_t kFileId = 0x00041500;
-inline constexpr uint32_t kRecordType = 0x00041430;
-inline constexpr uint32_t kClassInFile = 0x00041510;
-inline constexpr uint32_t kInstanceInFile = 0x00041511;
-inline constexpr uint32_t kSyntaxInFile = 0x00041512;
-inline constexpr uint32_t kPatientId = 0x00100020;
-inline constexpr uint32_t kStudyUid = 0x0020000D;
-inline constexpr uint32_t kSeriesUid = 0x0020000E;
-
 // The first value of a key, without blanks at its end.
 // The UID that tells records of a type apart: of a study, a series or an instance.
 uint32_t uid_tag_of(std::string_view record_type);

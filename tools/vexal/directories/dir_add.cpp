@@ -4,9 +4,11 @@
 #include <set>
 
 #include "base/args.h"
+#include "base/attributes.h"
 #include "base/names.h"
 #include "base/session.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "base/values.h"
 #include "dir.h"
 #include "files/file_set.h"
@@ -53,8 +55,6 @@ std::vector<std::string> file_id_parts(const fs::path& file, const fs::path& fol
   return parts;
 }
 
-constexpr uint32_t kContent = 0x0040A730;
-constexpr uint32_t kVerified = 0x0040A030;
 constexpr uint32_t kLastKey = 0x53FFFFFF;  // nothing in a record comes from behind it
 
 // What records of a type hold beside their references, by the library's templates.
@@ -68,7 +68,8 @@ std::vector<uint32_t> findings_of(int32_t record, VX_STATUS wanted) {
   std::vector<uint32_t> tags;
   ValErrObj* finding = nullptr;
   for (VX_STATUS status = VX_Validate_Message(record, &finding, VX_Errors_Only); finding != nullptr;) {
-    if (finding->Status == wanted && finding->Tag > kSyntaxInFile) tags.push_back(finding->Tag);
+    if (finding->Status == wanted && finding->Tag > tags::kReferencedTransferSyntaxUIDInFile)
+      tags.push_back(finding->Tag);
     status = VX_Get_Next_Validate_Error(record, &finding);
     if (status != VX_NORMAL_COMPLETION) break;
   }
@@ -79,13 +80,12 @@ std::vector<uint32_t> findings_of(int32_t record, VX_STATUS wanted) {
 Keys learn_keys(const std::string& type) {
   Keys keys;
   int32_t record = -1;
-  keys.copied.push_back(0x00080005);
+  keys.copied.push_back(tags::kSpecificCharacterSet);
   if (VX_Open_Item(&record, record_item_name(type).c_str()) == VX_NORMAL_COMPLETION) {
-    uint32_t tag = 0;
-    for (VX_STATUS status = VX_Get_First_Attribute(record, &tag, nullptr, nullptr);
-         status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Attribute(record, &tag, nullptr, nullptr)) {
-      if (tag > kSyntaxInFile && tag != 0x00080005) keys.copied.push_back(tag);
-    }
+    for_each_attribute(record, [&](uint32_t tag, VX_VR, int32_t) {
+      if (tag > tags::kReferencedTransferSyntaxUIDInFile && tag != tags::kSpecificCharacterSet)
+        keys.copied.push_back(tag);
+    });
     for (const uint32_t missing : findings_of(record, VX_REQUIRED_VALUE_MISSING)) {
       keys.required[missing] = true;
       VX_Set_Value_To_NULL(record, missing);
@@ -129,7 +129,7 @@ std::string level_key(int32_t parent, const std::string& type, const std::string
   return std::to_string(parent) + "\n" + type + "\n" + key;
 }
 constexpr std::pair<std::string_view, uint32_t> kLevelKeys[] = {
-    {"PATIENT", kPatientId}, {"STUDY", kStudyUid}, {"SERIES", kSeriesUid}};
+    {"PATIENT", tags::kPatientID}, {"STUDY", tags::kStudyInstanceUID}, {"SERIES", tags::kSeriesInstanceUID}};
 
 void Builder::learn() {
   for (const Record& record : directory_.records()) {
@@ -140,7 +140,7 @@ void Builder::learn() {
     const std::string file_id = file_id_of(record.id);
     if (file_id.empty()) continue;
     files_[upper(file_id)] = record.id;
-    instances_.insert(text_of(record.id, kInstanceInFile));
+    instances_.insert(text_of(record.id, tags::kReferencedSOPInstanceUIDInFile));
   }
 }
 
@@ -168,12 +168,9 @@ bool Builder::fill(int32_t record, const std::string& type, DicomFile& file, std
 // packed.
 void shrink(int32_t directory, int32_t record) {
   std::vector<uint32_t> unfilled;
-  uint32_t tag = 0;
-  int32_t count = 0;
-  for (VX_STATUS status = VX_Get_First_Attribute(record, &tag, nullptr, &count);
-       status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Attribute(record, &tag, nullptr, &count)) {
+  for_each_attribute(record, [&](uint32_t tag, VX_VR, int32_t count) {
     if (count == 0) unfilled.push_back(tag);
-  }
+  });
   for (const uint32_t each : unfilled) VX_Delete_Attribute(record, each);
   VX_Dir_Stream_Directory_Record(directory, record);
 }
@@ -199,42 +196,42 @@ int32_t Builder::level(int32_t parent, const char* type, const std::string& key,
 // The record that the file's own goes below, 0 for the root or, with a reason, none.
 int32_t Builder::place(const std::string& type, DicomFile& file, std::string& reason) {
   if (stands_at_root(type)) return 0;
-  int32_t parent = level(0, "PATIENT", text_of(file.id(), kPatientId), file, reason);
+  int32_t parent = level(0, "PATIENT", text_of(file.id(), tags::kPatientID), file, reason);
   if (parent == 0 || type == "HL7 STRUC DOC") return parent;
-  parent = level(parent, "STUDY", text_of(file.id(), kStudyUid), file, reason);
-  return parent != 0 ? level(parent, "SERIES", text_of(file.id(), kSeriesUid), file, reason) : 0;
+  parent = level(parent, "STUDY", text_of(file.id(), tags::kStudyInstanceUID), file, reason);
+  return parent != 0 ? level(parent, "SERIES", text_of(file.id(), tags::kSeriesInstanceUID), file, reason)
+                     : 0;
 }
 
 // Of the content of a report, a record has what modifies the name of the whole (PS3.3 section F.5); when it
 // was verified stands in the items of those who did it.
 void reduce_report(int32_t file) {
-  const std::vector<int32_t> nodes = sequence_items(file, kContent);
-  VX_Set_Value_To_Empty(file, kContent);
+  const std::vector<int32_t> nodes = sequence_items(file, tags::kContentSequence);
+  VX_Set_Value_To_Empty(file, tags::kContentSequence);
   bool modified = false;
   for (int32_t node : nodes) {
-    if (text_of(node, 0x0040A010) != "HAS CONCEPT MOD") {
+    if (text_of(node, tags::kRelationshipType) != "HAS CONCEPT MOD") {
       VX_Free_Item(&node);
       continue;
     }
-    VX_Set_Next_Value_From_Int(file, kContent, node);
+    VX_Set_Next_Value_From_Int(file, tags::kContentSequence, node);
     modified = true;
   }
-  if (!modified) VX_Delete_Attribute(file, kContent);
-  if (text_of(file, 0x0040A493) != "VERIFIED") return;
+  if (!modified) VX_Delete_Attribute(file, tags::kContentSequence);
+  if (text_of(file, tags::kVerificationFlag) != "VERIFIED") return;
   std::string last;
-  for (const int32_t observer : sequence_items(file, 0x0040A073)) {
-    last = std::max(last, text_of(observer, kVerified));
+  for (const int32_t observer : sequence_items(file, tags::kVerifyingObserverSequence)) {
+    last = std::max(last, text_of(observer, tags::kVerificationDateTime));
   }
-  if (!last.empty()) VX_Set_Value_From_String(file, kVerified, last.c_str());
+  if (!last.empty()) VX_Set_Value_From_String(file, tags::kVerificationDateTime, last.c_str());
 }
 
 // A DICOMDIR has no compressed pixels, and its records may be without an icon.
 void drop_compressed_icon(int32_t file) {
-  constexpr uint32_t kIcon = 0x00880200;
-  for (const int32_t icon : sequence_items(file, kIcon)) {
+  for (const int32_t icon : sequence_items(file, tags::kIconImageSequence)) {
     VX_TRANSFER_SYNTAX syntax = 0;
     if (VX_Get_Message_Transfer_Syntax(icon, &syntax) == VX_NORMAL_COMPLETION && !is_uncompressed(syntax)) {
-      VX_Delete_Attribute(file, kIcon);
+      VX_Delete_Attribute(file, tags::kIconImageSequence);
       return;
     }
   }
@@ -277,13 +274,13 @@ bool Builder::add(const std::string& path) {
   const VX_STATUS status = file.open(path, {.last_tag = kLastKey});
   if (status != VX_NORMAL_COMPLETION) return refuse(file.problem());
   if (!file.has_meta()) return refuse("it has no meta group");
-  const std::string sop_class = text_of(file.id(), 0x00020002);
-  const std::string instance = text_of(file.id(), 0x00020003);
+  const std::string sop_class = text_of(file.id(), tags::kMediaStorageSOPClassUID);
+  const std::string instance = text_of(file.id(), tags::kMediaStorageSOPInstanceUID);
   if (sop_class.empty() || instance.empty()) return refuse("it does not say what it is");
   if (sop_class == kDirectoryClass) return refuse("it is a DICOMDIR itself");
   // The file takes the place of what the directory says of it, once that is known to be possible.
   int32_t& known = files_[upper(file_id)];
-  const std::string old_instance = known != 0 ? text_of(known, kInstanceInFile) : "";
+  const std::string old_instance = known != 0 ? text_of(known, tags::kReferencedSOPInstanceUIDInFile) : "";
   if (instance != old_instance && instances_.count(instance) != 0)
     return refuse("another file holds the same instance");
   if (known != 0 && is_other_file(known, file_id, path))
@@ -293,12 +290,13 @@ bool Builder::add(const std::string& path) {
     return refuse("its record has others below it");
   const int32_t record = describe(record_type_of_class(sop_class), file, reason);
   if (record == 0) return refuse(reason);
-  VX_Set_Value_From_String(record, kFileId, parts[0].c_str());
+  VX_Set_Value_From_String(record, tags::kReferencedFileID, parts[0].c_str());
   for (std::size_t i = 1; i < parts.size(); ++i)
-    VX_Set_Next_Value_From_String(record, kFileId, parts[i].c_str());
-  VX_Set_Value_From_String(record, kClassInFile, sop_class.c_str());
-  VX_Set_Value_From_String(record, kInstanceInFile, instance.c_str());
-  VX_Set_Value_From_String(record, kSyntaxInFile, text_of(file.id(), 0x00020010).c_str());
+    VX_Set_Next_Value_From_String(record, tags::kReferencedFileID, parts[i].c_str());
+  VX_Set_Value_From_String(record, tags::kReferencedSOPClassUIDInFile, sop_class.c_str());
+  VX_Set_Value_From_String(record, tags::kReferencedSOPInstanceUIDInFile, instance.c_str());
+  VX_Set_Value_From_String(record, tags::kReferencedTransferSyntaxUIDInFile,
+                           text_of(file.id(), tags::kTransferSyntaxUID).c_str());
   shrink(directory_.id(), record);
   if (known != 0) VX_Dir_Delete_Record(directory_.id(), known);
   instances_.erase(old_instance);

@@ -8,6 +8,7 @@
 #include "base/printable.h"
 #include "base/session.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "base/values.h"
 #include "dir.h"
 #include "files/file_set.h"
@@ -58,12 +59,14 @@ void Check::check_file(const Record& record, const std::string& file_id) {
   if (fast_) return;
   const CurrentFile current(file.string());
   DicomFile object;
-  if (object.open(file.string(), {.last_tag = 0x0002FFFF}) != VX_NORMAL_COMPLETION) {
+  if (object.open(file.string(), {.last_tag = tags::kLastOfMeta}) != VX_NORMAL_COMPLETION) {
     found(file_id + ": " + object.problem());
     return;
   }
   constexpr std::pair<uint32_t, uint32_t> kPairs[] = {
-      {kClassInFile, 0x00020002}, {kInstanceInFile, 0x00020003}, {kSyntaxInFile, 0x00020010}};
+      {tags::kReferencedSOPClassUIDInFile, tags::kMediaStorageSOPClassUID},
+      {tags::kReferencedSOPInstanceUIDInFile, tags::kMediaStorageSOPInstanceUID},
+      {tags::kReferencedTransferSyntaxUIDInFile, tags::kTransferSyntaxUID}};
   for (const auto& [in_record, in_file] : kPairs) {
     const std::string said = text_of(record.id, in_record);
     const std::string is = text_of(object.id(), in_file);
@@ -77,7 +80,7 @@ void Check::check_record(const Record& record, const std::string& parent_type) {
           (parent_type.empty() ? "at the root" : "below " + parent_type));
   }
   int32_t in_use = 0xFFFF;
-  VX_Get_Value_To_Int(record.id, 0x00041410, &in_use);
+  VX_Get_Value_To_Int(record.id, tags::kRecordInUseFlag, &in_use);
   if (in_use == 0) found("a record of type " + record.type + " is marked as out of use");
   check_uid(record);
   const std::string file_id = file_id_of(record.id);
@@ -87,8 +90,8 @@ void Check::check_record(const Record& record, const std::string& parent_type) {
 // Records that no chain reaches, and files that no record names.
 void Check::check_rest(std::size_t reached) {
   std::size_t all = 0;
-  for (const int32_t id : sequence_items(directory_.id(), 0x00041220)) {
-    if (text_of(id, kRecordType) != "MRDR") ++all;
+  for (const int32_t id : sequence_items(directory_.id(), tags::kDirectoryRecordSequence)) {
+    if (text_of(id, tags::kDirectoryRecordType) != "MRDR") ++all;
   }
   if (all > reached) found(std::to_string(all - reached) + " records are in the file, but in no chain");
   if (fast_) return;
@@ -98,7 +101,7 @@ void Check::check_rest(std::size_t reached) {
     if (listed_.count(file) != 0 || fs::equivalent(file, path_)) continue;
     DicomFile object;
     const MutedWarnings muted;
-    if (object.open(path, {.last_tag = 0x0002FFFF}) == VX_NORMAL_COMPLETION && object.has_meta()) {
+    if (object.open(path, {.last_tag = tags::kLastOfMeta}) == VX_NORMAL_COMPLETION && object.has_meta()) {
       found(file.lexically_relative(directory_.folder()).string() + ": the file has no record");
     }
   }

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "base/session.h"
+#include "base/tags.h"
 #include "base/values.h"
 #include "dir.h"
 #include "files/file_set.h"
@@ -43,15 +44,17 @@ bool is_busy(int error) {
 // --- Keys ---
 
 uint32_t uid_tag_of(std::string_view record_type) {
-  return record_type == "STUDY" ? kStudyUid : record_type == "SERIES" ? kSeriesUid : kInstanceInFile;
+  return record_type == "STUDY"    ? tags::kStudyInstanceUID
+         : record_type == "SERIES" ? tags::kSeriesInstanceUID
+                                   : tags::kReferencedSOPInstanceUIDInFile;
 }
 
 std::string file_id_of(int32_t record) {
   std::string text;
   char part[256];
-  for (VX_STATUS status = VX_Get_Value_To_String(record, kFileId, sizeof part, part);
+  for (VX_STATUS status = VX_Get_Value_To_String(record, tags::kReferencedFileID, sizeof part, part);
        status == VX_NORMAL_COMPLETION;
-       status = VX_Get_Next_Value_To_String(record, kFileId, sizeof part, part)) {
+       status = VX_Get_Next_Value_To_String(record, tags::kReferencedFileID, sizeof part, part)) {
     std::string component = part;
     while (!component.empty() && component.back() == ' ') component.pop_back();
     text += (text.empty() ? "" : "/") + component;
@@ -104,8 +107,8 @@ bool Directory::lock_to_replace(const std::string& path, bool may_be_damaged) {
   // Whatever else has that name is worth more than a DICOMDIR.
   const MutedWarnings muted;
   DicomFile old;
-  old.open(path, {.last_tag = 0x0002FFFF});
-  if (old.readable() && text_of(old.id(), 0x00020002) == kDirectoryClass) return true;
+  old.open(path, {.last_tag = tags::kLastOfMeta});
+  if (old.readable() && text_of(old.id(), tags::kMediaStorageSOPClassUID) == kDirectoryClass) return true;
   if (may_be_damaged && upper(fs::path(path).filename().string()) == "DICOMDIR") return true;
   report(path, "is there and no DICOMDIR: left alone");
   return false;
@@ -125,12 +128,12 @@ bool Directory::make(const std::string& path, const std::string& file_set) {
     report(path, VX_Error_Message(status));
     return false;
   }
-  VX_Set_Value_From_UInt(id_, 0x00041212, 0);
-  VX_Set_Value_From_UInt(id_, 0x00041200, 0);
-  VX_Set_Value_From_UInt(id_, 0x00041202, 0);
-  VX_Set_Value_To_NULL(id_, 0x00041220);
-  if (file_set.empty()) return VX_Set_Value_To_NULL(id_, 0x00041130) == VX_NORMAL_COMPLETION;
-  if (VX_Set_Value_From_String(id_, 0x00041130, file_set.c_str()) == VX_NORMAL_COMPLETION) return true;
+  VX_Set_Value_From_UInt(id_, tags::kFileSetConsistencyFlag, 0);
+  VX_Set_Value_From_UInt(id_, tags::kOffsetOfTheFirstDirectoryRecordOfTheRootDirectoryEntity, 0);
+  VX_Set_Value_From_UInt(id_, tags::kOffsetOfTheLastDirectoryRecordOfTheRootDirectoryEntity, 0);
+  VX_Set_Value_To_NULL(id_, tags::kDirectoryRecordSequence);
+  if (file_set.empty()) return VX_Set_Value_To_NULL(id_, tags::kFileSetID) == VX_NORMAL_COMPLETION;
+  if (VX_Set_Value_From_String(id_, tags::kFileSetID, file_set.c_str()) == VX_NORMAL_COMPLETION) return true;
   complain("--id %s: a File-set ID has up to 16 capital letters, digits, blanks and underscores",
            file_set.c_str());
   return false;
@@ -190,7 +193,8 @@ std::vector<Record> Directory::records() const {
       levels.pop_back();
       continue;
     }
-    const Record record{level.record, level.parent, level.depth, text_of(level.record, kRecordType)};
+    const Record record{level.record, level.parent, level.depth,
+                        text_of(level.record, tags::kDirectoryRecordType)};
     found.push_back(record);
     if (VX_Dir_Next_Record(id_, level.entity, &level.record, &name, &last) != VX_NORMAL_COMPLETION) {
       level.record = 0;

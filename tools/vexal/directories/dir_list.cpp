@@ -5,6 +5,7 @@
 #include "base/json.h"
 #include "base/printable.h"
 #include "base/session.h"
+#include "base/tags.h"
 #include "base/values.h"
 #include "dir.h"
 #include "files/charset.h"
@@ -16,8 +17,9 @@ namespace fs = std::filesystem;
 
 // What tells records of a type apart, for people.
 std::string describe_record(int32_t id, const std::string& type) {
-  constexpr uint32_t kTags[] = {0x00100010, kPatientId, 0x00080020, 0x00081030,
-                                0x00080060, 0x00200011, 0x00200013};
+  constexpr uint32_t kTags[] = {tags::kPatientName,      tags::kPatientID, tags::kStudyDate,
+                                tags::kStudyDescription, tags::kModality,  tags::kSeriesNumber,
+                                tags::kInstanceNumber};
   std::string text;
   for (const uint32_t tag : kTags) {
     const std::string value = utf8_text_of(id, tag);
@@ -41,13 +43,13 @@ void print_record(int32_t id, int depth, const std::string& type, bool json) {
     append_json(line, value);
   };
   member("file", file_id_of(id));
-  member("class", text_of(id, kClassInFile));
-  member("instance", text_of(id, kInstanceInFile));
-  member("syntax", text_of(id, kSyntaxInFile));
-  member("patient", utf8_text_of(id, kPatientId));
-  member("name", utf8_text_of(id, 0x00100010));
-  member("study", text_of(id, kStudyUid));
-  member("series", text_of(id, kSeriesUid));
+  member("class", text_of(id, tags::kReferencedSOPClassUIDInFile));
+  member("instance", text_of(id, tags::kReferencedSOPInstanceUIDInFile));
+  member("syntax", text_of(id, tags::kReferencedTransferSyntaxUIDInFile));
+  member("patient", utf8_text_of(id, tags::kPatientID));
+  member("name", utf8_text_of(id, tags::kPatientName));
+  member("study", text_of(id, tags::kStudyInstanceUID));
+  member("series", text_of(id, tags::kSeriesInstanceUID));
   std::printf("%s}\n", line.c_str());
 }
 
@@ -69,7 +71,7 @@ VX_STATUS Listing::below(int32_t parent, int depth) {
   VX_STATUS status = VX_DDH_Get_First_Lower_Record(parent, &id);
   while (status == VX_NORMAL_COMPLETION && id != 0) {
     if (left_-- == 0) return VX_INVALID_DIRECTORY_RECORD_OFFSET;
-    print_record(id, depth, text_of(id, kRecordType), json_);
+    print_record(id, depth, text_of(id, tags::kDirectoryRecordType), json_);
     status = below(id, depth + 1);
     if (status != VX_NORMAL_COMPLETION) break;
     int32_t next = 0;

@@ -5,9 +5,11 @@
 #include <cstdio>
 #include <set>
 
+#include "base/attributes.h"
 #include "base/names.h"
 #include "base/session.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "base/typed_numbers.h"
 #include "base/values.h"
 
@@ -71,10 +73,10 @@ VX_STATUS read_texts(int32_t id, uint32_t tag, int32_t count, bool decode, std::
 
 std::string first_charset(int32_t id, const std::string& inherited) {
   int32_t count = 0;
-  if (VX_Get_Attribute_Info(id, kSpecificCharacterSet, nullptr, &count) != VX_NORMAL_COMPLETION)
+  if (VX_Get_Attribute_Info(id, tags::kSpecificCharacterSet, nullptr, &count) != VX_NORMAL_COMPLETION)
     return inherited;
   char text[80] = "";
-  VX_Get_Value_To_String(id, kSpecificCharacterSet, sizeof text, text);
+  VX_Get_Value_To_String(id, tags::kSpecificCharacterSet, sizeof text, text);
   std::string name = text;
   name.erase(0, name.find_first_not_of(' '));
   name.erase(name.find_last_not_of(' ') + 1);
@@ -173,22 +175,23 @@ class Conversion {
 
 VX_STATUS set_charset(int32_t id, const std::vector<std::string>& names) {
   if (names.empty()) {
-    const VX_STATUS status = VX_Delete_Attribute(id, kSpecificCharacterSet);
+    const VX_STATUS status = VX_Delete_Attribute(id, tags::kSpecificCharacterSet);
     return status == VX_INVALID_TAG ? VX_NORMAL_COMPLETION : status;
   }
-  VX_STATUS status = names[0].empty() ? VX_Set_Value_To_NULL(id, kSpecificCharacterSet)
-                                      : VX_Set_Value_From_String(id, kSpecificCharacterSet, names[0].c_str());
+  VX_STATUS status = names[0].empty()
+                         ? VX_Set_Value_To_NULL(id, tags::kSpecificCharacterSet)
+                         : VX_Set_Value_From_String(id, tags::kSpecificCharacterSet, names[0].c_str());
   for (std::size_t i = 1; i < names.size() && status == VX_NORMAL_COMPLETION; ++i)
-    status = VX_Set_Next_Value_From_String(id, kSpecificCharacterSet, names[i].c_str());
+    status = VX_Set_Next_Value_From_String(id, tags::kSpecificCharacterSet, names[i].c_str());
   return status;
 }
 
 std::string Conversion::prepare() {
-  if (VX_Get_Attribute_Info(id_, kDirectoryRecords, nullptr, nullptr) == VX_NORMAL_COMPLETION)
+  if (VX_Get_Attribute_Info(id_, tags::kDirectoryRecordSequence, nullptr, nullptr) == VX_NORMAL_COMPLETION)
     return "a directory keeps its character sets: its records lie at places that it names";
   int32_t count = 0;
   if (!from_.empty() &&
-      (VX_Get_Attribute_Info(id_, kSpecificCharacterSet, nullptr, &count) != VX_NORMAL_COMPLETION ||
+      (VX_Get_Attribute_Info(id_, tags::kSpecificCharacterSet, nullptr, &count) != VX_NORMAL_COMPLETION ||
        count == 0)) {
     const VX_STATUS status = set_charset(id_, from_);
     if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
@@ -199,28 +202,22 @@ std::string Conversion::prepare() {
 std::string Conversion::object(int32_t id, const std::string& path, const std::string& inherited, int depth) {
   const std::string charset = first_charset(id, inherited);
   if (depth == 0 ||
-      VX_Get_Attribute_Info(id, kSpecificCharacterSet, nullptr, nullptr) == VX_NORMAL_COMPLETION)
+      VX_Get_Attribute_Info(id, tags::kSpecificCharacterSet, nullptr, nullptr) == VX_NORMAL_COMPLETION)
     holders_.push_back(id);
-  uint32_t tag = 0;
-  VX_VR vr = 0;
-  int32_t count = 0;
-  VX_STATUS status = VX_Get_First_Attribute(id, &tag, &vr, &count);
-  while (status == VX_NORMAL_COMPLETION) {
-    std::string problem;
+  std::string problem;
+  for_each_attribute(id, [&](uint32_t tag, VX_VR vr, int32_t count) {
     if (vr == VX_VR_SQ) {
       const std::vector<int32_t> items = sequence_items(id, tag);
-      const std::string_view keyword = tag_keyword(tag);
-      const std::string name = path + (keyword.empty() ? format_tag(tag) : std::string(keyword));
+      const std::string name = path + tag_name(tag);
       for (std::size_t i = 0; i < items.size() && problem.empty(); ++i)
         problem = object(items[i], name + "[" + std::to_string(i) + "].", charset, depth + 1);
       VX_Get_Attribute_Info(id, tag, nullptr, nullptr);  // the walk goes on behind the sequence
     } else if (has_charset(vr) && (tag >> 16) > 2) {
       problem = attribute(id, tag, vr, count, path, charset);
     }
-    if (!problem.empty()) return problem;
-    status = VX_Get_Next_Attribute(id, &tag, &vr, &count);
-  }
-  return "";
+    return problem.empty();
+  });
+  return problem;
 }
 
 std::string Conversion::attribute(int32_t id, uint32_t tag, VX_VR vr, int32_t count, const std::string& path,
@@ -231,9 +228,7 @@ std::string Conversion::attribute(int32_t id, uint32_t tag, VX_VR vr, int32_t co
   if (status == VX_EMPTY_VALUE || std::all_of(values.begin(), values.end(), is_plain)) return "";
   if (status == VX_NORMAL_COMPLETION) status = read_texts(id, tag, count, true, values);
   if (status != VX_NORMAL_COMPLETION) return describe_tag(tag) + ": " + VX_Error_Message(status);
-  const std::string_view keyword = tag_keyword(tag);
-  const std::string where =
-      format_tag(tag) + " " + path + (keyword.empty() ? format_tag(tag) : std::string(keyword));
+  const std::string where = format_tag(tag) + " " + path + tag_name(tag);
   for (TextValue& value : values) convert(where, vr, charset, value);
   texts_.push_back({id, tag, std::move(values)});
   return "";

@@ -11,8 +11,6 @@
 
 namespace vexal {
 
-inline constexpr uint32_t kSpecificCharacterSet = 0x00080005;
-
 // Nothing but ASCII, and no escape sequence to another set.
 bool is_ascii(std::string_view text);
 // True for the VRs that (0008,0005) speaks of.

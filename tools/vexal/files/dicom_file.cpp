@@ -6,28 +6,30 @@
 #include <iterator>
 #include <mutex>
 
+#include "base/attributes.h"
 #include "base/embedded.h"
 #include "base/names.h"
 #include "base/session.h"
 #include "base/tables.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "files.h"
 
 namespace vexal {
 namespace {
 
 // Of the root, of the last record at the root, of the next record, of those below, of a file of many records.
-constexpr uint32_t kRecordReferences[] = {0x00041200, 0x00041202, 0x00041400, 0x00041420, 0x00041504};
+constexpr uint32_t kRecordReferences[] = {
+    tags::kOffsetOfTheFirstDirectoryRecordOfTheRootDirectoryEntity,
+    tags::kOffsetOfTheLastDirectoryRecordOfTheRootDirectoryEntity, tags::kOffsetOfTheNextDirectoryRecord,
+    tags::kOffsetOfReferencedLowerLevelDirectoryEntity, tags::kMRDRDirectoryRecordOffset};
 
 // Bulk attributes that are worth leaving in the file (PS3.6): pixels, documents, waveforms, spectra, meshes,
 // overlays.
-constexpr uint32_t kPixelData = 0x7FE00010;
-constexpr uint32_t kBulkTags[] = {kPixelData, 0x7FE00008, 0x7FE00009, 0x00420011, 0x54001010, 0x56000020,
+constexpr uint32_t kBulkTags[] = {0x7FE00010, 0x7FE00008, 0x7FE00009, 0x00420011, 0x54001010, 0x56000020,
                                   0x00660016, 0x00660023, 0x00660040, 0x00660041, 0x00640009, 0x00281408};
 
 constexpr std::size_t kPiece = 256 * 1024;
-constexpr uint32_t kUndefined = 0xFFFFFFFF;
-constexpr uint32_t kOffsetTable = 0x7FE00001;  // Extended Offset Table
 
 uint32_t little32(const char* p) {
   uint32_t value = 0;
@@ -118,15 +120,12 @@ bool is_signed_by_pixels(uint32_t tag) {
 
 void make_signed(int32_t id, int depth) {
   if (depth > 128) return;
-  uint32_t tag = 0;
-  VX_VR vr = 0;
   std::vector<uint32_t> sequences;
   std::vector<uint32_t> numbers;
-  for (VX_STATUS status = VX_Get_First_Attribute(id, &tag, &vr, nullptr); status == VX_NORMAL_COMPLETION;
-       status = VX_Get_Next_Attribute(id, &tag, &vr, nullptr)) {
+  for_each_attribute(id, [&](uint32_t tag, VX_VR vr, int32_t) {
     if (vr == VX_VR_SQ) sequences.push_back(tag);
     if (vr == VX_VR_US && is_signed_by_pixels(tag)) numbers.push_back(tag);
-  }
+  });
   for (const uint32_t number : numbers) VX_Set_Value_Representation(id, number, VX_VR_SS);
   for (const uint32_t sequence : sequences) {
     for (const int32_t item : sequence_items(id, sequence)) make_signed(item, depth + 1);
@@ -257,7 +256,8 @@ void DicomFile::find_syntax(VX_TRANSFER_SYNTAX guess) {
   if (VX_Get_Message_Transfer_Syntax(id_, &syntax_) != VX_NORMAL_COMPLETION) syntax_ = guess;
   uint16_t representation = 0;
   const bool implicit = syntax_ == IMPLICIT_LITTLE_ENDIAN || syntax_ == IMPLICIT_BIG_ENDIAN;
-  if (implicit && VX_Get_Value_To_UShortInt(id_, 0x00280103, &representation) == VX_NORMAL_COMPLETION &&
+  if (implicit &&
+      VX_Get_Value_To_UShortInt(id_, tags::kPixelRepresentation, &representation) == VX_NORMAL_COMPLETION &&
       representation == 1) {
     make_signed(id_, 0);
   }
@@ -272,13 +272,13 @@ VX_STATUS DicomFile::open_file(const OpenOptions& options, bool directory) {
     return status;
   }
   uint32_t offset = 0;
-  if (options.last_tag != 0xFFFFFFFFU) {
+  if (options.last_tag != tags::kLast) {
     // Bulk values on the way are handed over, and dropped: but for the pixels of an icon.
     drops_values_ = true;
-    VX_Release_Callback_Function(application_, kPixelData);
+    VX_Release_Callback_Function(application_, tags::kPixelData);
     status =
         VX_Open_File_Upto_Tag(application_, id_, &source_, options.last_tag, &offset, FileSource::file_input);
-    VX_Register_Callback_Function(application_, kPixelData, this, value_callback);
+    VX_Register_Callback_Function(application_, tags::kPixelData, this, value_callback);
     drops_values_ = false;
   } else if (options.keep_values_out) {
     status = VX_Open_File_Bypass_OBOW(application_, id_, &source_, FileSource::file_input);
@@ -326,7 +326,7 @@ void DicomFile::adopt(int32_t id) {
 }
 
 uint64_t DicomFile::kept_size(const KeptValue& value) const {
-  return value.length == kUndefined ? look_at_fragments(value.offset).end - value.offset : value.length;
+  return value.length == kUndefinedLength ? look_at_fragments(value.offset).end - value.offset : value.length;
 }
 
 VX_STATUS DicomFile::become_message(const char* service, uint16_t command) {
@@ -339,14 +339,14 @@ VX_STATUS DicomFile::become_message(const char* service, uint16_t command) {
 }
 
 std::string DicomFile::write_fault(VX_TRANSFER_SYNTAX target) const {
-  const KeptValue* pixels = kept(id_, kPixelData);
-  if (pixels != nullptr && pixels->length != kUndefined && !is_uncompressed(syntax_))
+  const KeptValue* pixels = kept(id_, tags::kPixelData);
+  if (pixels != nullptr && pixels->length != kUndefinedLength && !is_uncompressed(syntax_))
     return "its pixel data is not encapsulated, as its transfer syntax demands";
   const bool fragments = std::any_of(kept_.begin(), kept_.end(),
-                                     [](const auto& row) { return row.second.length == kUndefined; });
+                                     [](const auto& row) { return row.second.length == kUndefinedLength; });
   if (fragments && is_uncompressed(syntax_) && target != syntax_)
     return "its pixel data is encapsulated, which its transfer syntax has no form for";
-  if (sequence_items(id_, kDirectoryRecords).empty()) return "";
+  if (sequence_items(id_, tags::kDirectoryRecordSequence).empty()) return "";
   if (!linked_) return "has directory records, which would lie at other places, and is no DICOMDIR";
   const bool plain = is_uncompressed(target) && target != DEFLATED_EXPLICIT_LITTLE_ENDIAN;
   return plain ? "" : "is a directory, which can not be compressed: its records are found by their places";
@@ -367,7 +367,7 @@ VX_STATUS DicomFile::value_request(int32_t id, uint32_t tag, VX_CALLBACK_REQUEST
       value.offset = offset - std::min<uint64_t>(offset, source_.offset_shift());
       value.length = *size;
       kept_[key_of(id, tag)] = value;
-      if (value.length != 0xFFFFFFFFU) source_.skip(offset, value.length);
+      if (value.length != kUndefinedLength) source_.skip(offset, value.length);
       return VX_NORMAL_COMPLETION;
     }
     case VX_REQUEST_LENGTH: {
@@ -394,7 +394,7 @@ VX_STATUS DicomFile::next_piece(int32_t id, uint32_t tag, uint32_t* size, void**
     reader_.tag = tag;
     reader_.offset = value->offset;
     reader_.end = value->offset + value->length;
-    const bool encapsulated = value->length == kUndefined;
+    const bool encapsulated = value->length == kUndefinedLength;
     if (encapsulated) {
       const Fragments fragments = look_at_fragments(value->offset);
       reader_.end = fragments.end;
@@ -443,13 +443,13 @@ DicomFile::Fragments DicomFile::look_at_fragments(uint64_t offset) const {
   while (source_.read_at(fragments.end, header, sizeof header) == 8) {
     const uint32_t tag = (little16(header) << 16) | little16(header + 2);
     const uint32_t length = little32(header + 4);
-    if (tag == 0xFFFEE0DDU) {
+    if (tag == tags::kSequenceDelimitationItem) {
       fragments.delimited = true;
       fragments.end += 8;
       break;
     }
     const uint64_t end = fragments.end + 8 + length;
-    if (tag != 0xFFFEE000U || end > source_.size()) break;
+    if (tag != tags::kItem || end > source_.size()) break;
     if (fragments.end == offset) fragments.table_length = length;
     if (length % 2 != 0) fragments.odd.emplace_back(fragments.end, length);
     fragments.end = end;
@@ -512,17 +512,18 @@ std::vector<Patch> DicomFile::patches_of(const Fragments& fragments) const {
 }
 
 void DicomFile::prepare_fragments() {
-  const KeptValue* value = kept(id_, kPixelData);
-  if (value == nullptr || value->length != kUndefined ||
-      VX_Get_Attribute_Info(id_, kOffsetTable, nullptr, nullptr) != VX_NORMAL_COMPLETION)
+  const KeptValue* value = kept(id_, tags::kPixelData);
+  if (value == nullptr || value->length != kUndefinedLength ||
+      VX_Get_Attribute_Info(id_, tags::kExtendedOffsetTable, nullptr, nullptr) != VX_NORMAL_COMPLETION)
     return;
   const std::vector<uint64_t> odd = odd_offsets(look_at_fragments(value->offset));
   std::string table;
   if (odd.empty() ||
-      VX_Get_Value_To_Function(id_, kOffsetTable, &table, append_piece) != VX_NORMAL_COMPLETION)
+      VX_Get_Value_To_Function(id_, tags::kExtendedOffsetTable, &table, append_piece) != VX_NORMAL_COMPLETION)
     return;
   move_offsets<uint64_t>(table, odd);
-  VX_Set_Value_From_Buffer(id_, kOffsetTable, table.data(), static_cast<uint32_t>(table.size()));
+  VX_Set_Value_From_Buffer(id_, tags::kExtendedOffsetTable, table.data(),
+                           static_cast<uint32_t>(table.size()));
 }
 
 bool DicomFile::read_kept(const KeptValue& value, bool (*take)(void*, const char*, std::size_t),

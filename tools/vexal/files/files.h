@@ -14,15 +14,17 @@
 #include <utility>
 #include <vector>
 
+#include "base/tags.h"
 #include "vexalkit.h"
 
 namespace vexal {
+
+inline constexpr uint32_t kUndefinedLength = 0xFFFFFFFFU;
 
 // Values below this size are read into memory; larger ones of the known bulk tags stay in the file.
 inline constexpr int32_t kKeepInMemory = 65536;
 
 inline constexpr char kDirectoryClass[] = "1.2.840.10008.1.3.10";
-inline constexpr uint32_t kDirectoryRecords = 0x00041220;
 // The attributes by which directory records refer to each other: by their places in the file.
 bool is_record_reference(uint32_t tag);
 
@@ -39,7 +41,7 @@ struct Patch {
 // A value that was left in its file.
 struct KeptValue {
   uint64_t offset = 0;
-  uint32_t length = 0;  // 0xFFFFFFFF: encapsulated
+  uint32_t length = 0;  // kUndefinedLength: encapsulated
 };
 
 // Bytes that come from elsewhere: not cleared first, so that untouched pages of them cost nothing.
@@ -197,7 +199,7 @@ uint32_t element_width(VX_VR vr);
 // How a file is to be opened.
 struct OpenOptions {
   bool keep_values_out = true;
-  uint32_t last_tag = 0xFFFFFFFFU;  // read no further than this tag, and leave bulk values on the way out
+  uint32_t last_tag = tags::kLast;  // read no further than this tag, and leave bulk values on the way out
   // Of a DICOMDIR, references between records become references between objects, so that it can be written
   // with its records at other places. One whose references lead nowhere can not be opened so.
   bool link_records = false;

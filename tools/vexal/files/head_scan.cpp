@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/byte_stream.h"
+#include "base/tags.h"
 #include "files.h"
 
 namespace vexal {
@@ -13,10 +14,6 @@ namespace {
 constexpr std::size_t kLongestKept = 16 * 1024;  // a longer value is no name, date or identifier
 constexpr std::size_t kDeepest = 128;
 constexpr uint64_t kMostHead = 256U << 20;  // inflated, before what is wanted has come
-constexpr uint32_t kUndefined = 0xFFFFFFFFU;
-constexpr uint32_t kItem = 0xFFFEE000U;
-constexpr uint32_t kItemEnd = 0xFFFEE00DU;
-constexpr uint32_t kSequenceEnd = 0xFFFEE0DDU;
 constexpr std::size_t kPiece = 64 * 1024;
 
 // VRs whose length has four bytes behind two that are reserved (PS3.5 section 7.1.2).
@@ -146,7 +143,7 @@ bool HeadScan::take_header(const char*& data, std::size_t& size) {
                                          : number(header_ + 6, 2);
   if (in_sequence) {
     begin_in_sequence(tag, length);
-  } else if (tag == kItemEnd && !levels_.empty()) {
+  } else if (tag == tags::kItemDelimitationItem && !levels_.empty()) {
     levels_.pop_back();
   } else {
     begin_element(tag, bare ? nullptr : vr, length, header);
@@ -155,11 +152,11 @@ bool HeadScan::take_header(const char*& data, std::size_t& size) {
 }
 
 void HeadScan::begin_in_sequence(uint32_t tag, uint32_t length) {
-  if (tag == kSequenceEnd) {
+  if (tag == tags::kSequenceDelimitationItem) {
     levels_.pop_back();
-  } else if (tag != kItem) {
+  } else if (tag != tags::kItem) {
     state_ = State::Damaged;
-  } else if (length != kUndefined) {
+  } else if (length != kUndefinedLength) {
     left_ = length;
   } else if (levels_.size() >= kDeepest) {
     state_ = State::Damaged;
@@ -174,11 +171,11 @@ void HeadScan::begin_element(uint32_t tag, const char* vr, uint32_t length, std:
     state_ = State::Complete;
     return;
   }
-  if ((tag >> 16) == 0xFFFE || (length == kUndefined && levels_.size() >= kDeepest)) {
+  if ((tag >> 16) == 0xFFFE || (length == kUndefinedLength && levels_.size() >= kDeepest)) {
     state_ = State::Damaged;
     return;
   }
-  if (length == kUndefined) {
+  if (length == kUndefinedLength) {
     // A value of unknown VR without a length is a sequence in implicit VR (PS3.5 section 6.2.2).
     levels_.push_back({true, implicit() || (vr != nullptr && std::memcmp(vr, "UN", 2) == 0)});
     return;
@@ -213,7 +210,7 @@ int32_t HeadScan::make_message() const {
   if (VX_Open_Empty_Message(&id) != VX_NORMAL_COMPLETION) return -1;
   if (bytes.empty()) return id;
   uint32_t failed = 0;
-  if (VX_Stream_To_Message(id, 0x00080000, 0xFFFFFFFF, syntax_, &failed, &bytes, give_string) !=
+  if (VX_Stream_To_Message(id, tags::kFirstOfDataSet, tags::kLast, syntax_, &failed, &bytes, give_string) !=
       VX_NORMAL_COMPLETION) {
     VX_Free_Message(&id);
     id = -1;

@@ -8,6 +8,8 @@
 #include <charconv>
 #include <cstdlib>
 
+#include "base/hex.h"
+
 namespace vexal {
 namespace {
 
@@ -168,7 +170,6 @@ std::string WebAnswer::describe() const {
 }
 
 std::string percent_encoded(std::string_view text) {
-  constexpr char kDigits[] = "0123456789ABCDEF";
   constexpr std::string_view kReserved = "\"#<>&=+%";
   std::string out;
   for (const char c : text) {
@@ -177,8 +178,7 @@ std::string percent_encoded(std::string_view text) {
       out += c;
     } else {
       out += '%';
-      out += kDigits[byte >> 4];
-      out += kDigits[byte & 15U];
+      append_hex(out, byte, 2);
     }
   }
   return out;

@@ -16,6 +16,8 @@
 #include <memory>
 #include <unordered_map>
 
+#include "base/hex.h"
+#include "base/tags.h"
 #include "files/web_client.h"
 #include "text_forms.h"
 
@@ -78,14 +80,13 @@ VX_STATUS to_sink(int32_t, uint32_t, void* user, uint32_t size, void* data, int3
 
 // A path as a reference (RFC 3986 section 4.2).
 std::string uri_of(std::string_view path) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
   std::string uri;
   for (const char c : path) {
     const auto byte = static_cast<unsigned char>(c);
     if ((byte < 0x80 && std::isalnum(byte) != 0) || std::strchr("-._~/", c) != nullptr) {
       uri += c;
     } else {
-      ((uri += '%') += kHex[byte >> 4]) += kHex[byte & 15U];
+      append_hex(uri += '%', byte, 2);
     }
   }
   return uri;
@@ -184,7 +185,7 @@ std::string read_value(int32_t id, uint32_t tag, const json_t* member, const std
   if (name.empty()) return uri + " lies outside the folder of --bulk and is not fetched";
   char syntax[80] = "";
   if (name.ends_with(kFragments) &&
-      VX_Get_Value_To_String(id, 0x00020010, sizeof syntax, syntax) != VX_NORMAL_COMPLETION) {
+      VX_Get_Value_To_String(id, tags::kTransferSyntaxUID, sizeof syntax, syntax) != VX_NORMAL_COMPLETION) {
     return uri + " is compressed pixel data, whose transfer syntax the text does not name; see --own";
   }
   BulkFile file;
@@ -251,7 +252,7 @@ std::string move_bulk(const DicomFile& file, const std::string& folder, bool ind
   std::error_code error;
   fs::create_directories(folder, error);
   char uid[80] = "";
-  VX_Get_Value_To_String(file.id(), 0x00080018, sizeof uid, uid);
+  VX_Get_Value_To_String(file.id(), tags::kSOPInstanceUID, sizeof uid, uid);
   std::string name = uid;
   if (name.empty() || name.find_first_not_of("0123456789.") != std::string::npos)
     name = fs::path(file.path()).filename().string();
@@ -264,7 +265,7 @@ std::string move_bulk(const DicomFile& file, const std::string& folder, bool ind
     if (!is_bulk(vr) || vr == "UN" ||
         VX_Get_Attribute_Info(id, tag, nullptr, &count) != VX_NORMAL_COMPLETION || count == 0)
       return "";
-    const bool fragments = compressed && tag == 0x7FE00010 && id == file.id();
+    const bool fragments = compressed && tag == tags::kPixelData && id == file.id();
     return write_value(id, tag, member, place + (fragments ? std::string(kFragments) : ".bin"));
   };
   const std::string problem = each_member(file.id(), document.get(), folder + "/" + name, write);

@@ -9,6 +9,7 @@
 #include "base/names.h"
 #include "base/session.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "base/typed_numbers.h"
 #include "base/uid.h"
 #include "files/charset.h"
@@ -168,11 +169,11 @@ bool apply(DicomFile& file, const Change& change) {
     return false;
   }
   for (const Place& place : places) {
-    if (place.tag == 0x00020010U) {
+    if (place.tag == tags::kTransferSyntaxUID) {
       report(file.path(), change.text + ": use vexal convert to change the transfer syntax");
       return false;
     }
-    if (is_record_reference(place.tag) || place.tag == kDirectoryRecords) {
+    if (is_record_reference(place.tag) || place.tag == tags::kDirectoryRecordSequence) {
       report(file.path(), change.text + ": the places of directory records follow from what is written");
       return false;
     }

@@ -4,18 +4,17 @@
 #include <filesystem>
 #include <set>
 
+#include "base/attributes.h"
 #include "base/parallel.h"
 #include "base/session.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "base/values.h"
 #include "bulk_files.h"
 #include "images/write_options.h"
 
 namespace vexal {
 namespace {
-
-constexpr uint32_t kPixelDataTag = 0x7FE00010;
-constexpr uint32_t kTransferSyntaxTag = 0x00020010;
 
 // What counts as read: values that break a rule of their VR are stored as they are.
 bool is_stored(VX_STATUS status) {
@@ -76,11 +75,11 @@ struct ValueEnds {
 // can be written in it. An error text, empty on success.
 std::string settle_syntax(DicomFile& file) {
   ValueEnds pixels;
-  VX_Get_Value_To_Function(file.id(), kPixelDataTag, &pixels, ValueEnds::take);
+  VX_Get_Value_To_Function(file.id(), tags::kPixelData, &pixels, ValueEnds::take);
   const bool begins = pixels.head.starts_with(std::string_view("\xFE\xFF\x00\xE0", 4));
   const bool fragments = begins && pixels.tail == std::string_view("\xFE\xFF\xDD\xE0\0\0\0\0", 8);
   char uid[80] = "";
-  VX_Get_Value_To_String(file.id(), kTransferSyntaxTag, sizeof uid, uid);
+  VX_Get_Value_To_String(file.id(), tags::kTransferSyntaxUID, sizeof uid, uid);
   VX_TRANSFER_SYNTAX syntax = 0;
   if (VX_Get_Message_Transfer_Syntax(file.id(), &syntax) != VX_NORMAL_COMPLETION) {
     syntax = EXPLICIT_LITTLE_ENDIAN;
@@ -105,19 +104,18 @@ std::string settle_syntax(DicomFile& file) {
 std::string path_of(const DicomFile& file, const std::string& out, bool folder, std::size_t number) {
   if (!folder) return out;
   char uid[80] = "";
-  VX_Get_Value_To_String(file.id(), 0x00080018, sizeof uid, uid);
+  VX_Get_Value_To_String(file.id(), tags::kSOPInstanceUID, sizeof uid, uid);
   const std::string name = is_safe_name(uid) ? std::string(uid) : "document-" + std::to_string(number);
   return out + "/" + name + ".dcm";
 }
 
 bool has_data_set(int32_t id) {
-  uint32_t tag = 0;
-  VX_VR vr = 0;
-  int32_t count = 0;
-  VX_STATUS status = VX_Get_First_Attribute(id, &tag, &vr, &count);
-  while (status == VX_NORMAL_COMPLETION && tag < 0x00030000)
-    status = VX_Get_Next_Attribute(id, &tag, &vr, &count);
-  return status == VX_NORMAL_COMPLETION;
+  bool found = false;
+  for_each_attribute(id, [&](uint32_t tag, VX_VR, int32_t) {
+    found = tag > tags::kLastOfMeta;
+    return !found;
+  });
+  return found;
 }
 
 // Reads one document. kUsage, told: there is nothing to write.
@@ -132,7 +130,7 @@ int read_document(DicomFile& file, TextDocuments& documents, const std::string& 
     status = form.read(id, documents, problem);
     if (problem.empty() && status != VX_CALLBACK_CANNOT_COMPLY && status != VX_SYSTEM_ERROR) {
       problem = has_data_set(id) ? settle_syntax(file) : "holds no attribute";
-      if (problem.empty() && !sequence_items(id, kDirectoryRecords).empty())
+      if (problem.empty() && !sequence_items(id, tags::kDirectoryRecordSequence).empty())
         problem = "holds the records of a directory, which refer to places in another file; see vexal dir";
       if (problem.empty()) return log.passed() == 0 && is_stored(status) ? kSuccess : kFindings;
     }

@@ -5,6 +5,7 @@
 
 #include "base/names.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "base/values.h"
 
 namespace vexal {
@@ -21,19 +22,20 @@ int32_t add_item(int32_t object, const char* keyword, uint32_t tag, const std::s
 }
 
 bool add_code(int32_t object, const char* keyword, const char* code, const char* meaning) {
-  const int32_t item = add_item(object, keyword, 0x00080100, code);
+  const int32_t item = add_item(object, keyword, tags::kCodeValue, code);
   if (item < 0) return false;
-  set_all_text(item, 0x00080102, "DCM");
-  set_all_text(item, 0x00080104, meaning);
+  set_all_text(item, tags::kCodingSchemeDesignator, "DCM");
+  set_all_text(item, tags::kCodeMeaning, meaning);
   return true;
 }
 
 }  // namespace
 
 bool add_derivation(int32_t id, bool from_compressed) {
-  const int32_t item = add_item(id, "SourceImageSequence", 0x00081150, text_of(id, 0x00080016));
+  const int32_t item =
+      add_item(id, "SourceImageSequence", tags::kReferencedSOPClassUID, text_of(id, tags::kSOPClassUID));
   if (item < 0) return false;
-  set_all_text(item, 0x00081155, text_of(id, 0x00080018));
+  set_all_text(item, tags::kReferencedSOPInstanceUID, text_of(id, tags::kSOPInstanceUID));
   return add_code(
              item, "PurposeOfReferenceCodeSequence", from_compressed ? "121322" : "121320",
              from_compressed ? "Source image for image processing operation" : "Uncompressed predecessor") &&

@@ -1,4 +1,5 @@
 #include "frame_source.h"
+#include "base/tags.h"
 #include "base/values.h"
 
 #include <algorithm>
@@ -8,7 +9,6 @@
 namespace vexal {
 namespace {
 
-constexpr uint32_t kPixelData = 0x7FE00010;
 constexpr uint64_t kLargestFrame = uint64_t{1} << 31;
 
 uint32_t number_of(int32_t id, uint32_t tag, uint32_t otherwise) {
@@ -18,12 +18,13 @@ uint32_t number_of(int32_t id, uint32_t tag, uint32_t otherwise) {
 
 // Bits of one native frame; 0 if the object does not say, or says nonsense.
 uint64_t native_frame_bits(int32_t id) {
-  const uint32_t bits = number_of(id, 0x00280100, 0);
-  const uint32_t rows = number_of(id, 0x00280010, 0);
-  const uint32_t columns = number_of(id, 0x00280011, 0);
+  const uint32_t bits = number_of(id, tags::kBitsAllocated, 0);
+  const uint32_t rows = number_of(id, tags::kRows, 0);
+  const uint32_t columns = number_of(id, tags::kColumns, 0);
   // Two pixels share their colour there (PS3.3 section C.7.6.3.1.2).
-  const uint32_t samples =
-      text_of(id, 0x00280004).starts_with("YBR_FULL_422") ? 2 : number_of(id, 0x00280002, 1);
+  const uint32_t samples = text_of(id, tags::kPhotometricInterpretation).starts_with("YBR_FULL_422")
+                               ? 2
+                               : number_of(id, tags::kSamplesPerPixel, 1);
   if (rows > UINT16_MAX || columns > UINT16_MAX || samples > 255 || bits > 64) return 0;
   if (bits != 1 && bits % 8 != 0) return 0;
   const uint64_t all = uint64_t{rows} * columns * samples * bits;
@@ -90,8 +91,8 @@ bool StoredValue::read_swapped(uint64_t offset, void* buffer, std::size_t length
 std::string FrameSource::open(const DicomFile& file, int32_t object, VX_TRANSFER_SYNTAX syntax) {
   encapsulated_ = !is_uncompressed(syntax);
   video_ = is_video_syntax(uid_of_syntax(syntax));
-  if (std::string problem = value_.open(file, object, kPixelData); !problem.empty()) return problem;
-  uint32_t frames = number_of(object, 0x00280008, 1);
+  if (std::string problem = value_.open(file, object, tags::kPixelData); !problem.empty()) return problem;
+  uint32_t frames = number_of(object, tags::kNumberOfFrames, 1);
   if (frames == 0 || frames > INT32_MAX) frames = 1;
   return encapsulated_ ? find_encapsulated(frames) : find_native(object, frames);
 }

@@ -9,14 +9,12 @@
 #include <string>
 
 #include "base/session.h"
+#include "base/tags.h"
 #include "base/values.h"
 #include "recode.h"
 
 namespace vexal {
 
-inline constexpr uint32_t kPixelData = 0x7FE00010;
-inline constexpr uint32_t kPhotometric = 0x00280004;
-inline constexpr uint32_t kNumberOfFrames = 0x00280008;
 inline constexpr std::size_t kItemHeader = 8;
 inline constexpr char kNoMemory[] = "there is not enough memory";
 inline constexpr uint64_t kMostFrameBits = uint64_t{1} << 34;
@@ -29,16 +27,16 @@ class FrameWorker {
     VX_Open_Empty_Message(&id_);
     VX_Set_Message_Transfer_Syntax(id_, form.decompresses() ? form.decoder : EXPLICIT_LITTLE_ENDIAN);
     for (const auto& [tag, text] : form.attributes) set_all_text(id_, tag, text);
-    set_all_text(id_, kNumberOfFrames, "1");
-    VX_Set_Value_To_Empty(id_, kPixelData);
-    VX_Set_Value_Representation(id_, kPixelData, form.decompresses() ? VX_VR_OB : form.vr);
+    set_all_text(id_, tags::kNumberOfFrames, "1");
+    VX_Set_Value_To_Empty(id_, tags::kPixelData);
+    VX_Set_Value_Representation(id_, tags::kPixelData, form.decompresses() ? VX_VR_OB : form.vr);
     if (form.decompresses()) VX_Register_Compression_Callbacks(id_, nullptr, VX_General_Decompressor);
     if (!form.compresses_alone) return;
     VX_Open_Empty_Message(&compressed_);
     VX_Set_Message_Transfer_Syntax(compressed_, form.to);
     for (const auto& [tag, text] : form.attributes) set_all_text(compressed_, tag, text);
-    VX_Set_Value_To_Empty(compressed_, kPixelData);
-    VX_Set_Value_Representation(compressed_, kPixelData, VX_VR_OB);
+    VX_Set_Value_To_Empty(compressed_, tags::kPixelData);
+    VX_Set_Value_Representation(compressed_, tags::kPixelData, VX_VR_OB);
     VX_Register_Compression_Callbacks(compressed_, compressor_of(form.to), nullptr);
   }
   ~FrameWorker() {
@@ -110,7 +108,7 @@ class FrameWorker {
   std::string decompress(uint32_t frame, void* user, VX_Get_Encapsulated_Callback taker) {
     if (std::string problem = take(frame); !problem.empty()) return problem;
     std::string problem = hand_on(id_, user, taker);
-    VX_Set_Value_To_Empty(id_, kPixelData);
+    VX_Set_Value_To_Empty(id_, tags::kPixelData);
     return problem;
   }
   // Adds the bytes of a frame to `user`, which is a Bytes.
@@ -197,7 +195,7 @@ class FrameWorker {
     VX_Register_Compression_Callbacks(result_, compressor_of(form_.to), nullptr);
     form_.notes->lost = old_frame.empty() || old_frame.size() != new_frame.size() ||
                         std::memcmp(old_frame.data(), new_frame.data(), old_frame.size()) != 0;
-    VX_Set_Value_To_Empty(id_, kPixelData);
+    VX_Set_Value_To_Empty(id_, tags::kPixelData);
     if (before >= 0) VX_Free_Message(&before);
     if (after >= 0) VX_Free_Message(&after);
     return problem;
@@ -209,14 +207,15 @@ class FrameWorker {
         VX_Duplicate_Message(id_, &result_, form_.compresses() ? form_.to : EXPLICIT_LITTLE_ENDIAN,
                              compressor_of(form_.to), nullptr);
     if (frame_was_cut_short()) ++form_.notes->cut_short;
-    VX_Set_Value_To_Empty(id_, kPixelData);
+    VX_Set_Value_To_Empty(id_, tags::kPixelData);
     return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
   }
   // Into the object that takes one compressed frame after the other.
   std::string compress(uint32_t frame) {
     if (std::string problem = take_raw(frame, in_); !problem.empty()) return problem;
     if (in_.size() % 2 != 0) in_.append("", 1);
-    const VX_STATUS status = VX_Set_Encapsulated_Value_From_Function(compressed_, kPixelData, this, give);
+    const VX_STATUS status =
+        VX_Set_Encapsulated_Value_From_Function(compressed_, tags::kPixelData, this, give);
     return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
   }
   static VX_STATUS give(int32_t, uint32_t, int32_t, void* user, uint32_t* size, void** data, int32_t* last) {
@@ -261,7 +260,7 @@ class FrameWorker {
   }
   std::string put() {
     const VX_STATUS status =
-        VX_Set_Value_From_Buffer(id_, kPixelData, in_.data(), static_cast<uint32_t>(in_.size()));
+        VX_Set_Value_From_Buffer(id_, tags::kPixelData, in_.data(), static_cast<uint32_t>(in_.size()));
     Bytes().swap(in_);  // makes room for the codec
     return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
   }

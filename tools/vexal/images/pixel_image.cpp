@@ -4,15 +4,13 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+
+#include "base/tags.h"
 #include "base/values.h"
 
 namespace vexal {
 namespace {
 
-// Integers, and the two kinds of floating point numbers (PS3.3 section C.7.6.24).
-constexpr uint32_t kPixelData = 0x7FE00010;
-constexpr uint32_t kFloatPixels = 0x7FE00008;
-constexpr uint32_t kDoublePixels = 0x7FE00009;
 constexpr uint64_t kLargestFrame = uint64_t{1} << 31;
 
 VX_STATUS append(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
@@ -136,8 +134,10 @@ struct LookupTable {
   }
   // Of a palette the data may be segmented. False: there is none, or not all of it.
   bool read_palette(int32_t id, uint32_t colour, bool signed_first) {
-    if (read(id, 0x00281101 + colour, 0x00281201 + colour, signed_first)) return true;
-    const std::string bytes = bytes_of(id, 0x00281221 + colour);
+    if (read(id, tags::kRedPaletteColorLookupTableDescriptor + colour,
+             tags::kRedPaletteColorLookupTableData + colour, signed_first))
+      return true;
+    const std::string bytes = bytes_of(id, tags::kSegmentedRedPaletteColorLookupTableData + colour);
     if (bytes.empty() || entries.empty()) return false;  // the descriptor has given the number of entries
     const std::size_t count = entries.size();
     const bool expanded = expand_segments(bytes, bits <= 8 ? 1 : 2, count, entries);
@@ -192,7 +192,7 @@ Rgb from_ybr(double y, double cb, double cr) {
 
 std::string PixelImage::open(const std::string& path) {
   if (file_.open(path, {}) != VX_NORMAL_COMPLETION) return file_.problem();
-  for (const uint32_t tag : {kPixelData, kFloatPixels, kDoublePixels}) {
+  for (const uint32_t tag : {tags::kPixelData, tags::kFloatPixelData, tags::kDoubleFloatPixelData}) {
     if (pixels_ == 0 && VX_Get_Attribute_Info(file_.id(), tag, nullptr, nullptr) == VX_NORMAL_COMPLETION)
       pixels_ = tag;
   }
@@ -214,19 +214,19 @@ std::string PixelImage::open(const std::string& path) {
 
 std::string PixelImage::read_description() {
   const int32_t id = file_.id();
-  image_.rows = number_of(id, 0x00280010);
-  image_.columns = number_of(id, 0x00280011);
-  image_.samples = number_of(id, 0x00280002, 1);
-  image_.allocated = number_of(id, 0x00280100);
-  image_.stored = number_of(id, 0x00280101, image_.allocated);
-  image_.high = number_of(id, 0x00280102, image_.stored - 1);
-  image_.is_signed = number_of(id, 0x00280103) == 1;
-  image_.planar = number_of(id, 0x00280006);
-  image_.frames = std::max(number_of(id, 0x00280008, 1), 1U);
-  image_.photometric = text_of(id, 0x00280004);
-  image_.real = pixels_ != kPixelData;
+  image_.rows = number_of(id, tags::kRows);
+  image_.columns = number_of(id, tags::kColumns);
+  image_.samples = number_of(id, tags::kSamplesPerPixel, 1);
+  image_.allocated = number_of(id, tags::kBitsAllocated);
+  image_.stored = number_of(id, tags::kBitsStored, image_.allocated);
+  image_.high = number_of(id, tags::kHighBit, image_.stored - 1);
+  image_.is_signed = number_of(id, tags::kPixelRepresentation) == 1;
+  image_.planar = number_of(id, tags::kPlanarConfiguration);
+  image_.frames = std::max(number_of(id, tags::kNumberOfFrames, 1), 1U);
+  image_.photometric = text_of(id, tags::kPhotometricInterpretation);
+  image_.real = pixels_ != tags::kPixelData;
   if (image_.real) {  // their size is that of the attribute's numbers
-    image_.stored = image_.allocated = pixels_ == kFloatPixels ? 32 : 64;
+    image_.stored = image_.allocated = pixels_ == tags::kFloatPixelData ? 32 : 64;
     image_.high = image_.stored - 1;
   }
   const uint32_t a = image_.allocated;
@@ -332,10 +332,10 @@ double PixelImage::plain_value(const std::string& bytes, std::size_t index) cons
 
 int32_t PixelImage::group_item(uint32_t frame, uint32_t sequence) const {
   const int32_t id = file_.id();
-  if (const int32_t own = item_of(id, 0x52009230, frame); own >= 0) {
+  if (const int32_t own = item_of(id, tags::kPerFrameFunctionalGroupsSequence, frame); own >= 0) {
     if (const int32_t item = item_of(own, sequence); item >= 0) return item;
   }
-  if (const int32_t shared = item_of(id, 0x52009229); shared >= 0) {
+  if (const int32_t shared = item_of(id, tags::kSharedFunctionalGroupsSequence); shared >= 0) {
     if (const int32_t item = item_of(shared, sequence); item >= 0) return item;
   }
   return id;
@@ -346,12 +346,12 @@ std::string PixelImage::grey(uint32_t number, const std::string& bytes, const Re
   const std::size_t pixels = std::size_t{image_.rows} * image_.columns;
   const int32_t id = file_.id();
   LookupTable modality;
-  const int32_t modality_item = item_of(id, 0x00283000);
+  const int32_t modality_item = item_of(id, tags::kModalityLUTSequence);
   const bool by_table = modality_item >= 0 && !image_.real &&
-                        modality.read(modality_item, 0x00283002, 0x00283006, image_.is_signed);
-  const int32_t rescale = group_item(number, 0x00289145);
-  const double slope = real_of(rescale, 0x00281053).value_or(1);
-  const double intercept = real_of(rescale, 0x00281052).value_or(0);
+                        modality.read(modality_item, tags::kLUTDescriptor, tags::kLUTData, image_.is_signed);
+  const int32_t rescale = group_item(number, tags::kPixelValueTransformationSequence);
+  const double slope = real_of(rescale, tags::kRescaleSlope).value_or(1);
+  const double intercept = real_of(rescale, tags::kRescaleIntercept).value_or(0);
   std::vector<double> values(pixels);
   double low = std::numeric_limits<double>::max();
   double high = std::numeric_limits<double>::lowest();
@@ -361,11 +361,11 @@ std::string PixelImage::grey(uint32_t number, const std::string& bytes, const Re
     low = std::min(low, values[i]);
     high = std::max(high, values[i]);
   }
-  const int32_t voi = group_item(number, 0x00289132);
+  const int32_t voi = group_item(number, tags::kFrameVOILUTSequence);
   Window window;
   LookupTable table;
-  const std::optional<double> center = real_of(voi, 0x00281050, options.window);
-  const std::optional<double> width = real_of(voi, 0x00281051, options.window);
+  const std::optional<double> center = real_of(voi, tags::kWindowCenter, options.window);
+  const std::optional<double> width = real_of(voi, tags::kWindowWidth, options.window);
   bool by_voi_table = false;
   if (options.center && options.width) {
     window.center = *options.center;
@@ -373,18 +373,19 @@ std::string PixelImage::grey(uint32_t number, const std::string& bytes, const Re
   } else if (options.window > 0 && center && width && *width >= 1) {
     window.center = *center;
     window.width = *width;
-    const std::string function = text_of(voi, 0x00281056);
+    const std::string function = text_of(voi, tags::kVOILUTFunction);
     if (function == "LINEAR_EXACT") window.form = Window::Form::kExact;
     if (function == "SIGMOID") window.form = Window::Form::kSigmoid;
   } else {
-    const int32_t item = options.window > 0 ? item_of(id, 0x00283010) : -1;
-    by_voi_table = item >= 0 && table.read(item, 0x00283002, 0x00283006, image_.is_signed || intercept < 0);
+    const int32_t item = options.window > 0 ? item_of(id, tags::kVOILUTSequence) : -1;
+    by_voi_table = item >= 0 &&
+                   table.read(item, tags::kLUTDescriptor, tags::kLUTData, image_.is_signed || intercept < 0);
     window.form = Window::Form::kExact;
     window.center = (low + high) / 2;
     window.width = std::max(high - low, 1e-9);
   }
   if (window.form == Window::Form::kLinear && window.width < 1) return "a window has a width of 1 or more";
-  const std::string shape = text_of(id, 0x20500020);
+  const std::string shape = text_of(id, tags::kPresentationLUTShape);
   const bool inverse = (image_.photometric == "MONOCHROME1" || shape == "INVERSE") != options.invert;
   const double top = by_voi_table ? static_cast<double>((1U << table.bits) - 1) : 1;
   picture.samples = 1;

@@ -2,16 +2,16 @@
 
 #include <cstring>
 
+#include "base/tags.h"
+
 namespace vexal {
 namespace {
 
-constexpr uint32_t kPixelData = 0x7FE00010;
-constexpr uint32_t kExtendedOffsets = 0x7FE00001;
-constexpr uint32_t kExtendedLengths = 0x7FE00002;
 constexpr char kNoFrames[] = "the fragments do not tell where frames begin";
 
 bool has_extended(const PixelImage& image) {
-  return VX_Get_Attribute_Info(image.file().id(), kExtendedOffsets, nullptr, nullptr) == VX_NORMAL_COMPLETION;
+  return VX_Get_Attribute_Info(image.file().id(), tags::kExtendedOffsetTable, nullptr, nullptr) ==
+         VX_NORMAL_COMPLETION;
 }
 
 VX_STATUS append(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
@@ -54,9 +54,10 @@ std::string wrong_entry(const Encapsulated& value, const std::vector<Entry>& tab
 std::string extended_fault(const PixelImage& image) {
   const Encapsulated& value = image.fragments();
   if (!value.table.empty()) return "an extended one stands beside it";
-  if (std::string fault = wrong_entry(value, words_of(image.file().id(), kExtendedOffsets)); !fault.empty())
+  if (std::string fault = wrong_entry(value, words_of(image.file().id(), tags::kExtendedOffsetTable));
+      !fault.empty())
     return fault;
-  const std::vector<uint64_t> lengths = words_of(image.file().id(), kExtendedLengths);
+  const std::vector<uint64_t> lengths = words_of(image.file().id(), tags::kExtendedOffsetTableLengths);
   if (lengths.size() != value.starts.size()) {
     return "it has " + std::to_string(lengths.size()) + " lengths for " +
            std::to_string(value.starts.size()) + " frames";
@@ -134,14 +135,14 @@ std::string repair_table(PixelImage& image) {
   append32(bytes, kDelimiter);
   append32(bytes, 0);
   const int32_t id = image.file().id();
-  VX_Delete_Attribute(id, kPixelData);  // it may be one that stayed in its file
+  VX_Delete_Attribute(id, tags::kPixelData);  // it may be one that stayed in its file
   const VX_STATUS status =
-      VX_Set_Value_From_Buffer(id, kPixelData, bytes.data(), static_cast<uint32_t>(bytes.size()));
+      VX_Set_Value_From_Buffer(id, tags::kPixelData, bytes.data(), static_cast<uint32_t>(bytes.size()));
   if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
-  VX_Set_Value_Representation(id, kPixelData, VX_VR_OB);
+  VX_Set_Value_Representation(id, tags::kPixelData, VX_VR_OB);
   if (!extended) return "";
-  std::string problem = put_words(id, kExtendedOffsets, offsets);
-  return problem.empty() ? put_words(id, kExtendedLengths, lengths) : problem;
+  std::string problem = put_words(id, tags::kExtendedOffsetTable, offsets);
+  return problem.empty() ? put_words(id, tags::kExtendedOffsetTableLengths, lengths) : problem;
 }
 
 }  // namespace vexal

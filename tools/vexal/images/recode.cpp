@@ -4,16 +4,13 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cctype>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <mutex>
 #include <new>
 
-#include "base/names.h"
 #include "base/session.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "base/uid.h"
 #include "base/values.h"
 #include "derivation.h"
@@ -22,103 +19,11 @@
 namespace vexal {
 namespace {
 
-constexpr uint32_t kUndefined = 0xFFFFFFFF;
 constexpr std::size_t kPiece = 256 * 1024;
 
-struct SyntaxName {
-  const char* name;
-  VX_TRANSFER_SYNTAX syntax;
-};
-constexpr SyntaxName kNames[] = {
-    {"implicit", IMPLICIT_LITTLE_ENDIAN},
-    {"implicit_little_endian", IMPLICIT_LITTLE_ENDIAN},
-    {"explicit", EXPLICIT_LITTLE_ENDIAN},
-    {"little-endian", EXPLICIT_LITTLE_ENDIAN},
-    {"explicit_little_endian", EXPLICIT_LITTLE_ENDIAN},
-    {"big-endian", EXPLICIT_BIG_ENDIAN},
-    {"explicit_big_endian", EXPLICIT_BIG_ENDIAN},
-    {"deflated", DEFLATED_EXPLICIT_LITTLE_ENDIAN},
-    {"deflated_explicit_little_endian", DEFLATED_EXPLICIT_LITTLE_ENDIAN},
-    {"rle", RLE},
-    {"jpeg", JPEG_BASELINE},
-    {"jpeg-12", JPEG_EXTENDED_2_4},
-    {"jpeg-lossless", JPEG_LOSSLESS_HIER_14},
-    {"jpeg-ls", JPEG_LS_LOSSLESS},
-    {"jpeg-ls-near", JPEG_LS_LOSSY},
-    {"jpeg2000", JPEG_2000_LOSSLESS_ONLY},
-    {"jpeg2000-lossy", JPEG_2000},
-};
-
-// What the program can do with a compressed syntax. Every one that it knows can be decompressed.
-struct Coding {
-  VX_TRANSFER_SYNTAX syntax;
-  VX_COMPRESSION_CALLBACK compressor;  // null: none
-};
-constexpr Coding kCodings[] = {
-    {RLE, VX_General_Compressor},
-    {JPEG_BASELINE, VX_General_Compressor},
-    {JPEG_EXTENDED_2_4, VX_General_Compressor},
-    {JPEG_SPEC_NON_HIER_6_8, nullptr},
-    {JPEG_FULL_PROG_NON_HIER_10_12, nullptr},
-    {JPEG_LOSSLESS_NON_HIER_14, nullptr},
-    {JPEG_LOSSLESS_HIER_14, VX_General_Compressor},
-    {JPEG_LS_LOSSLESS, VX_General_Compressor},
-    {JPEG_LS_LOSSY, VX_General_Compressor},
-    {JPEG_2000_LOSSLESS_ONLY, VX_General_Compressor},
-    {JPEG_2000, VX_General_Compressor},
-};
-// Transfer syntaxes that the library does not know, whose frames one of its codecs takes apart.
-struct Decodable {
-  const char* uid;
-  VX_TRANSFER_SYNTAX decoder;
-};
-constexpr Decodable kDecodable[] = {
-    {"1.2.840.10008.1.2.4.201", JPEG_2000},  // high throughput: other coding of the same blocks
-    {"1.2.840.10008.1.2.4.202", JPEG_2000},
-    {"1.2.840.10008.1.2.4.203", JPEG_2000},
-};
-const Coding* coding_of(VX_TRANSFER_SYNTAX syntax) {
-  const auto* found = std::find_if(std::begin(kCodings), std::end(kCodings),
-                                   [&](const Coding& row) { return row.syntax == syntax; });
-  return found != std::end(kCodings) ? found : nullptr;
-}
-// What codecs look at, or say about their work.
-constexpr uint32_t kImageTags[] = {0x00080008, 0x00082111, 0x00280002, 0x00280004, 0x00280006, 0x00280010,
-                                   0x00280011, 0x00280100, 0x00280101, 0x00280102, 0x00280103, 0x00282110,
-                                   0x00282112, 0x00282114, 0x00480006, 0x00480007};
-constexpr uint32_t kDescriptionTag = 0x00082111;
-constexpr uint32_t kLossyTag = 0x00282110;
-constexpr uint32_t kRatioTag = 0x00282112;
-constexpr uint32_t kMethodTag = 0x00282114;
-// A transfer syntax that the library does not know; the frames of most segmentations fit it well.
-constexpr char kDeflatedFrames[] = "1.2.840.10008.1.2.8.1";
 // Tables of encapsulated data that are made for one form of it.
-constexpr uint32_t kFormTags[] = {0x7FE00001, 0x7FE00002, 0x7FE00003};
-
-uint64_t number(const std::string& text) {
-  return std::strtoull(text.c_str(), nullptr, 10);
-}
-
-// The syntax whose codec takes frames apart; 0 if none does.
-VX_TRANSFER_SYNTAX decoder_of(VX_TRANSFER_SYNTAX syntax) {
-  if (coding_of(syntax) != nullptr) return syntax;
-  const std::string uid = uid_of_syntax(syntax);
-  const auto* found = std::find_if(std::begin(kDecodable), std::end(kDecodable),
-                                   [&](const Decodable& row) { return uid == row.uid; });
-  return found != std::end(kDecodable) ? found->decoder : 0;
-}
-
-// Why frames of this form can not be decompressed; empty if they can.
-std::string decompression_fault(const FrameForm& form) {
-  if (!form.decompresses() || form.decoder != 0) return "";
-  const std::string uid = uid_of_syntax(form.from);
-  return "its pixel data is compressed in a way that this program can not undo" +
-         (uid.empty() ? "; its transfer syntax is not known" : ": " + describe_uid(uid));
-}
-
-bool is_cosine(VX_TRANSFER_SYNTAX syntax) {
-  return syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4;
-}
+constexpr uint32_t kFormTags[] = {tags::kExtendedOffsetTable, tags::kExtendedOffsetTableLengths,
+                                  tags::kEncapsulatedPixelDataValueTotalLength};
 
 // What one more lossy step says stands behind what earlier ones said (PS3.3 section C.7.6.1.1.5).
 std::string behind(const std::string& before, const char* separator, const std::string& text) {
@@ -126,8 +31,9 @@ std::string behind(const std::string& before, const char* separator, const std::
 }
 
 bool has_compressed_pixels(const DicomFile& file, int32_t item) {
-  if (VX_Get_Attribute_Info(item, kPixelData, nullptr, nullptr) != VX_NORMAL_COMPLETION) return false;
-  if (const KeptValue* kept = file.kept(item, kPixelData); kept != nullptr) return kept->length == kUndefined;
+  if (VX_Get_Attribute_Info(item, tags::kPixelData, nullptr, nullptr) != VX_NORMAL_COMPLETION) return false;
+  if (const KeptValue* kept = file.kept(item, tags::kPixelData); kept != nullptr)
+    return kept->length == kUndefinedLength;
   VX_TRANSFER_SYNTAX syntax = 0;
   return VX_Get_Message_Transfer_Syntax(item, &syntax) == VX_NORMAL_COMPLETION && !is_uncompressed(syntax);
 }
@@ -146,25 +52,20 @@ std::string decompress_icon(const DicomFile& file, int32_t item, const FrameForm
     const std::string text = all_text_of(worker.result(), tag);
     if (text != form.stored_text(tag)) set_all_text(item, tag, text);
   }
-  VX_Delete_Attribute(item, kPixelData);
+  VX_Delete_Attribute(item, tags::kPixelData);
   const VX_STATUS status =
-      VX_Set_Value_From_Buffer(item, kPixelData, pixels.data(), static_cast<uint32_t>(pixels.size()));
-  VX_Set_Value_Representation(item, kPixelData, number(form.text(0x00280100)) > 8 ? VX_VR_OW : VX_VR_OB);
+      VX_Set_Value_From_Buffer(item, tags::kPixelData, pixels.data(), static_cast<uint32_t>(pixels.size()));
+  VX_Set_Value_Representation(item, tags::kPixelData,
+                              number_in(form.text(tags::kBitsAllocated)) > 8 ? VX_VR_OW : VX_VR_OB);
   VX_Set_Message_Transfer_Syntax(item, EXPLICIT_LITTLE_ENDIAN);
   return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
 }
 
 // Those in the items of an object, at any depth.
 std::string decompress_icons(const DicomFile& file, int32_t object, const FrameForm& image, int depth) {
-  uint32_t tag = 0;
-  VX_VR vr = 0;
-  std::vector<uint32_t> sequences;
-  for (VX_STATUS status = VX_Get_First_Attribute(object, &tag, &vr, nullptr); status == VX_NORMAL_COMPLETION;
-       status = VX_Get_Next_Attribute(object, &tag, &vr, nullptr)) {
-    if (vr == VX_VR_SQ && depth < 128) sequences.push_back(tag);
-  }
+  if (depth >= 128) return "";
   std::string problem;
-  for (const uint32_t sequence : sequences) {
+  for (const uint32_t sequence : sequences_of(object)) {
     for (const int32_t item : sequence_items(object, sequence)) {
       if (has_compressed_pixels(file, item)) problem = decompress_icon(file, item, image);
       if (problem.empty()) problem = decompress_icons(file, item, image, depth + 1);
@@ -176,77 +77,6 @@ std::string decompress_icons(const DicomFile& file, int32_t object, const FrameF
 
 }  // namespace
 
-FrameForm::FrameForm(VX_TRANSFER_SYNTAX source, VX_TRANSFER_SYNTAX target)
-    : from(source),
-      to(target),
-      decoder(decoder_of(source)),
-      inflates(uid_of_syntax(source) == kDeflatedFrames) {}
-
-void FrameForm::read(int32_t object) {
-  VX_Get_Attribute_Info(object, kPixelData, &vr, nullptr);
-  for (const uint32_t tag : kImageTags) {
-    if (std::string text = all_text_of(object, tag); !text.empty()) stored.emplace_back(tag, text);
-  }
-  attributes = stored;
-  if (!has_half_colour()) return;
-  // The library makes RGB of half colour that its own cosine codecs wrote. What others did comes as it is,
-  // but whole; so does what is to be compressed without loss.
-  char format[16] = "";
-  VX_Get_String_Config_Value(VX_CFG_COMPRESSION_RGB_TRANSFORM_FORMAT, sizeof format, format);
-  const bool becomes_rgb = is_cosine(from) && std::string_view(format) == "YBR_FULL_422";
-  unpacks = is_uncompressed(from) && compresses() && !is_cosine(to);
-  if (unpacks || (decompresses() && !becomes_rgb)) relabel("YBR_FULL");
-}
-
-void FrameForm::relabel(const char* photometric) {
-  for (auto& [tag, text] : attributes) {
-    if (tag == kPhotometric) text = photometric;
-  }
-}
-
-bool FrameForm::has_half_colour() const {
-  return text(kPhotometric).starts_with("YBR_FULL_422");
-}
-
-uint64_t FrameForm::image_bits() const {
-  // Two pixels share their colour where that is not yet compressed (PS3.3 section C.7.6.3.1.2).
-  const bool packed = !decompresses() && has_half_colour();
-  const auto value = [this](uint32_t tag) { return std::min<uint64_t>(number(text(tag)), UINT16_MAX); };
-  return value(0x00280010) * value(0x00280011) * (packed ? 2 : value(0x00280002)) * value(0x00280100);
-}
-
-namespace {
-
-std::string find_text(const FrameForm::Attributes& attributes, uint32_t tag) {
-  for (const auto& [known, text] : attributes) {
-    if (known == tag) return text;
-  }
-  return "";
-}
-
-}  // namespace
-
-std::string FrameForm::text(uint32_t tag) const {
-  return find_text(attributes, tag);
-}
-std::string FrameForm::stored_text(uint32_t tag) const {
-  return find_text(stored, tag);
-}
-
-bool find_syntax(const std::string& text, VX_TRANSFER_SYNTAX& syntax) {
-  std::string name = text;
-  std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
-  for (const SyntaxName& row : kNames) {
-    if (name != row.name) continue;
-    syntax = row.syntax;
-    // The syntax allows both, and the name says which.
-    if (syntax == JPEG_2000) VX_Set_Bool_Config_Value(VX_CFG_COMPRESSION_WHEN_J2K_USE_LOSSY, 1);
-    return true;
-  }
-  std::string uid = text;
-  return !uid.empty() && VX_Get_Enum_From_Transfer_Syntax(uid.data(), &syntax) == VX_NORMAL_COMPLETION;
-}
-
 // The room of one frame serves the next, on whichever thread: frames are large, and giving it back to the
 // system and taking it again costs more than a fast codec.
 void prepare_recoding() {
@@ -254,22 +84,6 @@ void prepare_recoding() {
   ::mallopt(M_TRIM_THRESHOLD, 64 << 20);
   ::mallopt(M_ARENA_MAX, 1);
   prepare_temp_folder();
-}
-
-VX_COMPRESSION_CALLBACK compressor_of(VX_TRANSFER_SYNTAX syntax) {
-  const Coding* coding = coding_of(syntax);
-  return coding != nullptr ? coding->compressor : nullptr;
-}
-
-bool can_decompress(VX_TRANSFER_SYNTAX syntax) {
-  return decoder_of(syntax) != 0;
-}
-
-bool is_lossy(VX_TRANSFER_SYNTAX syntax) {
-  int32_t lossy = 0;
-  VX_Get_Bool_Config_Value(VX_CFG_COMPRESSION_WHEN_J2K_USE_LOSSY, &lossy);
-  return syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4 || syntax == JPEG_LS_LOSSY ||
-         (syntax == JPEG_2000 && lossy != 0);
 }
 
 FrameDecoder::FrameDecoder() = default;
@@ -305,7 +119,7 @@ RecodedPixels::~RecodedPixels() {
 }
 
 bool RecodedPixels::needed(const DicomFile& file, VX_TRANSFER_SYNTAX target) {
-  return VX_Get_Attribute_Info(file.id(), kPixelData, nullptr, nullptr) == VX_NORMAL_COMPLETION &&
+  return VX_Get_Attribute_Info(file.id(), tags::kPixelData, nullptr, nullptr) == VX_NORMAL_COMPLETION &&
          file.syntax() != target && !(is_uncompressed(file.syntax()) && is_uncompressed(target));
 }
 
@@ -322,12 +136,13 @@ std::string RecodedPixels::attach(DicomFile& file, VX_TRANSFER_SYNTAX target, un
   form_.read(file.id());
   // PS3.3 section C.7.6.3.1: Columns of such an image are even. Some writers pad each row, others let pairs
   // run on.
-  if (!form_.decompresses() && form_.stored_text(kPhotometric).starts_with("YBR_FULL_422") &&
-      number(form_.text(0x00280011)) % 2 != 0)
+  if (!form_.decompresses() &&
+      form_.stored_text(tags::kPhotometricInterpretation).starts_with("YBR_FULL_422") &&
+      number_in(form_.text(tags::kColumns)) % 2 != 0)
     return "its pixels share their colour in pairs (YBR_FULL_422) and its number of columns is odd: where "
            "its rows end is not known";
-  joins_ = !form_.compresses() && number(form_.text(0x00280100)) == 1 && form_.image_bits() % 8 != 0 &&
-           source_.count() > 1;
+  joins_ = !form_.compresses() && number_in(form_.text(tags::kBitsAllocated)) == 1 &&
+           form_.image_bits() % 8 != 0 && source_.count() > 1;
   conveyor_ = nullptr;
   if (form_.decompresses()) {
     if (std::string problem = decompress_icons(file, file.id(), form_, 0); !problem.empty()) return problem;
@@ -350,8 +165,8 @@ std::string RecodedPixels::convert_first() {
   for (const uint32_t tag : kImageTags) {
     if (worker.result() < 0) break;
     const std::string text = all_text_of(worker.result(), tag);
-    if (tag == kMethodTag) method_ = text;
-    if (tag == kDescriptionTag) description_ = text;
+    if (tag == tags::kLossyImageCompressionMethod) method_ = text;
+    if (tag == tags::kDerivationDescription) description_ = text;
     if (text != form_.stored_text(tag)) changes_.emplace_back(tag, text);
   }
   form_.compresses_alone = form_.compresses() && !form_.decompresses() && !is_lossy(form_.to) &&
@@ -386,7 +201,7 @@ std::string RecodedPixels::convert_all() {
 std::string RecodedPixels::store(const Bytes& frame, uint32_t number) {
   if (form_.compresses()) {
     offsets_.push_back(static_cast<uint32_t>(spill_.size()));
-    if (spill_.size() > kUndefined) offsets_.clear();
+    if (spill_.size() > kUndefinedLength) offsets_.clear();
   } else if (!has_right_size(frame, number)) {
     return kOtherSize;
   }
@@ -404,26 +219,26 @@ bool RecodedPixels::has_right_size(const Bytes& frame, uint32_t number) const {
 
 std::string RecodedPixels::bring_in_line(DicomFile& file) {
   const int32_t id = file.id();
-  const uint64_t bits = number(form_.text(0x00280100));
+  const uint64_t bits = number_in(form_.text(tags::kBitsAllocated));
   const uint64_t image_bits = form_.image_bits();
   const bool lossy = is_lossy(form_.to) && (form_.to != JPEG_LS_LOSSY || form_.notes->lost);
   if (!form_.compresses()) {
     if (!spilled_) frame_bytes_ = first_frame_.size();
     length_ = joins_ ? (image_bits * source_.count() + 7) / 8 : frame_bytes_ * source_.count();
-    if (length_ > kUndefined - 2) return "its pixel data would have more than 4 GiB";
+    if (length_ > kUndefinedLength - 2) return "its pixel data would have more than 4 GiB";
   }
   for (const auto& [tag, text] : changes_) set_all_text(id, tag, text);
   if (lossy) {
     if (std::string problem = tell_of_loss(id); !problem.empty()) return problem;
   }
   for (const uint32_t tag : kFormTags) VX_Delete_Attribute(id, tag);
-  VX_Set_Value_To_Empty(id, kPixelData);
-  VX_Set_Value_Representation(id, kPixelData, form_.compresses() || bits <= 8 ? VX_VR_OB : VX_VR_OW);
+  VX_Set_Value_To_Empty(id, tags::kPixelData);
+  VX_Set_Value_Representation(id, tags::kPixelData, form_.compresses() || bits <= 8 ? VX_VR_OB : VX_VR_OW);
   static std::atomic<uint32_t> counter{0};
   VX_STATUS status =
       VX_Register_Application(&application_, ("RECODE_" + std::to_string(counter.fetch_add(1))).c_str());
   if (status == VX_NORMAL_COMPLETION)
-    status = VX_Register_Callback_Function(application_, kPixelData, this, callback);
+    status = VX_Register_Callback_Function(application_, tags::kPixelData, this, callback);
   if (status == VX_NORMAL_COMPLETION) status = VX_Set_Message_Callbacks(application_, id);
   return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
 }
@@ -436,15 +251,19 @@ std::string RecodedPixels::tell_of_loss(int32_t id) const {
   const double size = static_cast<double>(head().size() + spill_.size());
   std::snprintf(ratio, sizeof ratio, "%.2f",
                 static_cast<double>(form_.image_bits() / 8 * source_.count()) / size);
-  set_all_text(id, kLossyTag, "01");
-  set_all_text(id, kMethodTag, behind(form_.stored_text(kMethodTag), "\\", near ? "ISO_14495_1" : method_));
-  set_all_text(id, kRatioTag, behind(form_.stored_text(kRatioTag), "\\", ratio));
-  const std::string description = behind(form_.stored_text(kDescriptionTag), "; ", description_);
-  if (!near && description.size() <= kMostDescription) set_all_text(id, kDescriptionTag, description);
+  set_all_text(id, tags::kLossyImageCompression, "01");
+  set_all_text(
+      id, tags::kLossyImageCompressionMethod,
+      behind(form_.stored_text(tags::kLossyImageCompressionMethod), "\\", near ? "ISO_14495_1" : method_));
+  set_all_text(id, tags::kLossyImageCompressionRatio,
+               behind(form_.stored_text(tags::kLossyImageCompressionRatio), "\\", ratio));
+  const std::string description = behind(form_.stored_text(tags::kDerivationDescription), "; ", description_);
+  if (!near && description.size() <= kMostDescription)
+    set_all_text(id, tags::kDerivationDescription, description);
   if (!add_derivation(id, form_.decompresses())) return "can not add what it was made from";
   const std::string uid = new_uid();
-  set_all_text(id, 0x00080018, uid);
-  set_all_text(id, 0x00020003, uid);
+  set_all_text(id, tags::kSOPInstanceUID, uid);
+  set_all_text(id, tags::kMediaStorageSOPInstanceUID, uid);
   return "";
 }
 
@@ -464,8 +283,8 @@ VX_STATUS RecodedPixels::callback(int32_t, uint32_t, void* user, VX_CALLBACK_REQ
   auto& pixels = *static_cast<RecodedPixels*>(user);
   switch (request) {
     case VX_REQUEST_LENGTH:
-      *size =
-          pixels.form_.compresses() ? kUndefined : static_cast<uint32_t>(pixels.length_ + pixels.length_ % 2);
+      *size = pixels.form_.compresses() ? kUndefinedLength
+                                        : static_cast<uint32_t>(pixels.length_ + pixels.length_ % 2);
       return VX_NORMAL_COMPLETION;
     case VX_REQUEST_DATA: {
       bool ended = false;

@@ -2,7 +2,6 @@
 // are several frames, and with the same result on any number of them.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -11,57 +10,17 @@
 
 #include "files/files.h"
 #include "files/temp_folder.h"
+#include "frame_form.h"
 #include "frame_source.h"
 
 namespace vexal {
 
-// A transfer syntax that someone names: a UID, or one of the names that kSyntaxNames lists.
-bool find_syntax(const std::string& text, VX_TRANSFER_SYNTAX& syntax);
-#define VEXAL_SYNTAX_NAMES                                                                                \
-  "a UID, or implicit, explicit, big-endian, deflated, rle, jpeg, jpeg-12, jpeg-lossless, jpeg-ls, jpeg-" \
-  "ls-near, jpeg2000, jpeg2000-lossy"
-
 // Comes before threads and conversions: the temporary folder, and a heap that suits frames.
 void prepare_recoding();
-
-bool can_decompress(VX_TRANSFER_SYNTAX syntax);
-// Null: there is none.
-VX_COMPRESSION_CALLBACK compressor_of(VX_TRANSFER_SYNTAX syntax);
-// Loses something of the image: the result is another instance (PS3.3 section C.7.6.1.1.5).
-bool is_lossy(VX_TRANSFER_SYNTAX syntax);
 
 // What to say of frames whose code stream lacks its end.
 std::string tell_of_cuts(uint32_t frames);
 
-// What all frames of an image have in common.
-struct FrameForm {
-  using Attributes = std::vector<std::pair<uint32_t, std::string>>;
-  // What came of the frames, whichever thread made them.
-  struct Notes {
-    std::atomic<uint32_t> cut_short{0};  // frames whose stream lacks its end
-    std::atomic<bool> lost{false};       // something of the image
-  };
-  VX_TRANSFER_SYNTAX from = 0;
-  VX_TRANSFER_SYNTAX to = 0;
-  VX_TRANSFER_SYNTAX decoder = 0;  // whose codec takes the frames apart
-  VX_VR vr = VX_VR_OB;
-  Attributes stored;      // as the object has them
-  Attributes attributes;  // as the codecs are to see them
-  std::shared_ptr<Notes> notes = std::make_shared<Notes>();
-  FrameForm() = default;
-  FrameForm(VX_TRANSFER_SYNTAX source, VX_TRANSFER_SYNTAX target);
-  void read(int32_t object);
-  void relabel(const char* photometric);
-  bool has_half_colour() const;          // two pixels share a sample of each colour
-  std::string text(uint32_t tag) const;  // of an attribute, "" if it is not there
-  std::string stored_text(uint32_t tag) const;
-  uint64_t image_bits() const;    // of a frame without compression
-  bool inflates = false;          // frames are deflated, each on its own (PS3.5 section 10.20)
-  bool unpacks = false;           // half colour becomes whole on the way to the compressor
-  bool compresses_alone = false;  // frames that are compressed leave all attributes as they are
-  bool decompresses() const { return !is_uncompressed(from) && !inflates; }
-  bool compresses() const { return !is_uncompressed(to); }
-};
 class FrameConveyor;
 class FrameWorker;
 

@@ -1,6 +1,7 @@
 #include "write_options.h"
 
 #include "base/session.h"
+#include "base/tags.h"
 #include "recode.h"
 
 namespace vexal {
@@ -8,7 +9,8 @@ namespace {
 
 // The meta group tells who wrote the file; that is this program now (PS3.10 section 7.1).
 void renew_meta(int32_t id) {
-  for (const uint32_t tag : {0x00020012U, 0x00020013U}) VX_Set_Value_To_Empty(id, tag);
+  for (const uint32_t tag : {tags::kImplementationClassUID, tags::kImplementationVersionName})
+    VX_Set_Value_To_Empty(id, tag);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "base/commands.h"
+#include "base/hex.h"
 #include "base/printable.h"
 #include "base/session.h"
 #include "capture_reader.h"
@@ -66,7 +67,8 @@ void show_event(const CaptureEvent& event, bool phi) {
   const char* suffix = event.command == 0x0FFF ? "" : answer ? "-RSP" : "-RQ";
   std::printf("%s%s id=%u", name_of(kCommandNames, event.command & 0x7FFFU), suffix,
               static_cast<unsigned>(answer || event.command == 0x0FFF ? event.answers : event.id));
-  if (answer && event.status >= 0) std::printf(" status=%04X", static_cast<unsigned>(event.status));
+  if (answer && event.status >= 0)
+    std::printf(" status=%s", hex_of(static_cast<uint16_t>(event.status), 4).c_str());
   if (!event.sop_class.empty()) std::printf(" class=%s", shown(event.sop_class).c_str());
   if (phi && !event.sop_instance.empty()) std::printf(" instance=%s", shown(event.sop_instance).c_str());
   if (event.length > 0) std::printf(" data=%u", event.length);

@@ -1,5 +1,7 @@
 #include "capture_reader.h"
 
+#include "base/tags.h"
+
 namespace vexal {
 namespace {
 
@@ -53,24 +55,24 @@ void read_command(std::string_view command, CaptureEvent& event) {
     const std::string_view value = command.substr(8, length);
     const uint16_t number = length >= 2 ? static_cast<uint16_t>(little(value, 0, 2)) : uint16_t{0};
     switch (tag) {
-      case 0x00000002:
-      case 0x00000003:
+      case tags::kAffectedSOPClassUID:
+      case tags::kRequestedSOPClassUID:
         event.sop_class = trimmed(value);
         break;
-      case 0x00000100:
+      case tags::kCommandField:
         event.command = number;
         break;
-      case 0x00000110:
+      case tags::kMessageID:
         event.id = number;
         break;
-      case 0x00000120:
+      case tags::kMessageIDBeingRespondedTo:
         event.answers = number;
         break;
-      case 0x00000900:
+      case tags::kStatus:
         event.status = number;
         break;
-      case 0x00001000:
-      case 0x00001001:
+      case tags::kAffectedSOPInstanceUID:
+      case tags::kRequestedSOPInstanceUID:
         event.sop_instance = trimmed(value);
         break;
       default:

@@ -9,6 +9,7 @@
 #include "base/json.h"
 #include "base/session.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "base/uid.h"
 #include "files/files.h"
 #include "network.h"
@@ -36,10 +37,10 @@ struct Reference {
 
 std::string look_at(Reference& reference) {
   DicomFile file;
-  if (file.open(reference.path, {true, 0x00080018}) != VX_NORMAL_COMPLETION && !file.readable())
+  if (file.open(reference.path, {true, tags::kSOPInstanceUID}) != VX_NORMAL_COMPLETION && !file.readable())
     return file.problem();
-  reference.sop_class = text_of(file.id(), 0x00080016);
-  reference.instance = text_of(file.id(), 0x00080018);
+  reference.sop_class = text_of(file.id(), tags::kSOPClassUID);
+  reference.instance = text_of(file.id(), tags::kSOPInstanceUID);
   return reference.sop_class.empty() || reference.instance.empty()
              ? "has no SOP Class UID or SOP Instance UID"
              : "";
@@ -47,16 +48,16 @@ std::string look_at(Reference& reference) {
 
 // The request's data set: Transaction UID (0008,1195), Referenced SOP Sequence (0008,1199).
 VX_STATUS fill(Message& request, const std::vector<Reference>& references, const std::string& transaction) {
-  VX_Set_Value_From_String(request.id, 0x00001001, kCommitmentInstance);
-  VX_Set_Value_From_UShortInt(request.id, 0x00001008, 1);
-  VX_STATUS status = VX_Set_Value_From_String(request.id, 0x00081195, transaction.c_str());
+  VX_Set_Value_From_String(request.id, tags::kRequestedSOPInstanceUID, kCommitmentInstance);
+  VX_Set_Value_From_UShortInt(request.id, tags::kActionTypeID, 1);
+  VX_STATUS status = VX_Set_Value_From_String(request.id, tags::kTransactionUID, transaction.c_str());
   for (const Reference& reference : references) {
     int32_t item = -1;
     if (status == VX_NORMAL_COMPLETION) status = VX_Open_Empty_Item(&item);
     if (status != VX_NORMAL_COMPLETION) break;
-    VX_Set_Value_From_String(item, 0x00081150, reference.sop_class.c_str());
-    VX_Set_Value_From_String(item, 0x00081155, reference.instance.c_str());
-    status = VX_Set_Next_Value_From_Int(request.id, 0x00081199, item);
+    VX_Set_Value_From_String(item, tags::kReferencedSOPClassUID, reference.sop_class.c_str());
+    VX_Set_Value_From_String(item, tags::kReferencedSOPInstanceUID, reference.instance.c_str());
+    status = VX_Set_Next_Value_From_Int(request.id, tags::kReferencedSOPSequence, item);
   }
   return status;
 }
@@ -65,11 +66,14 @@ VX_STATUS fill(Message& request, const std::vector<Reference>& references, const
 // its reasons.
 void take_report(int32_t report_id, std::vector<Reference>& references) {
   std::map<std::string, int32_t> told;
-  const auto name = [](int32_t item) { return text_of(item, 0x00081150) + '\\' + text_of(item, 0x00081155); };
-  for (const int32_t item : sequence_items(report_id, 0x00081199)) told[name(item)] = 0;
-  for (const int32_t item : sequence_items(report_id, 0x00081198)) {
+  const auto name = [](int32_t item) {
+    return text_of(item, tags::kReferencedSOPClassUID) + '\\' +
+           text_of(item, tags::kReferencedSOPInstanceUID);
+  };
+  for (const int32_t item : sequence_items(report_id, tags::kReferencedSOPSequence)) told[name(item)] = 0;
+  for (const int32_t item : sequence_items(report_id, tags::kFailedSOPSequence)) {
     uint16_t reason = 0x0110;
-    VX_Get_Value_To_UShortInt(item, 0x00081197, &reason);
+    VX_Get_Value_To_UShortInt(item, tags::kFailureReason, &reason);
     told[name(item)] = reason;
   }
   for (Reference& reference : references) {
@@ -130,12 +134,13 @@ bool ReportWait::listen(const Args& args, const std::string& port) {
 
 // Answers a report. One about another transaction is not ours to acknowledge.
 std::string ReportWait::take(Association& association, Message& message) {
-  const bool ours = message.text(0x00081195) == transaction_;
+  const bool ours = message.text(tags::kTransactionUID) == transaction_;
   if (ours) take_report(message.id, references_);
   Message response;
   VX_STATUS status = response.make(message.service.c_str(), N_EVENT_REPORT_RSP);
-  VX_Set_Value_From_UInt(response.id, 0x00000120, message.number(0x00000110, 0));
-  VX_Set_Value_From_UShortInt(response.id, 0x00001002, static_cast<uint16_t>(message.number(0x00001002, 1)));
+  VX_Set_Value_From_UInt(response.id, tags::kMessageIDBeingRespondedTo, message.number(tags::kMessageID, 0));
+  VX_Set_Value_From_UShortInt(response.id, tags::kEventTypeID,
+                              static_cast<uint16_t>(message.number(tags::kEventTypeID, 1)));
   if (status == VX_NORMAL_COMPLETION)
     status = association.check(
         VX_Send_Response_Message(association.id(), ours ? 0 : kInvalidArgument, response.id));

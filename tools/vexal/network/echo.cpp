@@ -4,6 +4,7 @@
 
 #include "base/commands.h"
 #include "base/json.h"
+#include "base/tags.h"
 #include "network.h"
 
 namespace vexal {
@@ -48,7 +49,7 @@ int run(const Args& args) {
   long done = 0;
   for (; done < count && error.empty(); ++done) {
     // The message keeps the identifier that its first sending gave it; each request has one of its own.
-    if (done != 0) VX_Set_Value_To_Empty(request.id, 0x00000110);
+    if (done != 0) VX_Set_Value_To_Empty(request.id, tags::kMessageID);
     error = echo_once(association, request, peer.timeout);
   }
   const double seconds = std::chrono::duration<double>(Clock::now() - opened).count();

@@ -6,6 +6,7 @@
 #include "base/commands.h"
 #include "base/json.h"
 #include "base/session.h"
+#include "base/tags.h"
 #include "base/uid.h"
 #include "files/files.h"
 #include "images/write_options.h"
@@ -26,14 +27,14 @@ constexpr Option kOptions[] = {
 // The identifier of an answer as a file. An error text, empty on success.
 std::string write_answer(Message& answer, const std::string& sop_class, const std::string& path) {
   // Answers above the level of objects are none: they get a name, and the class that was asked for.
-  const bool object = !answer.text(0x00080016).empty() && !answer.text(0x00080018).empty();
-  VX_Delete_Range(answer.id, 0, 0x0000FFFF);
+  const bool object = !answer.text(tags::kSOPClassUID).empty() && !answer.text(tags::kSOPInstanceUID).empty();
+  VX_Delete_Range(answer.id, 0, tags::kLastOfCommand);
   VX_STATUS status = VX_Message_To_File(answer.id, path.c_str());
   if (status == VX_NORMAL_COMPLETION)
     status = VX_Set_Message_Transfer_Syntax(answer.id, EXPLICIT_LITTLE_ENDIAN);
   if (status == VX_NORMAL_COMPLETION && !object) {
-    VX_Set_Value_From_String(answer.id, 0x00020002, sop_class.c_str());
-    VX_Set_Value_From_String(answer.id, 0x00020003, new_uid().c_str());
+    VX_Set_Value_From_String(answer.id, tags::kMediaStorageSOPClassUID, sop_class.c_str());
+    VX_Set_Value_From_String(answer.id, tags::kMediaStorageSOPInstanceUID, new_uid().c_str());
   }
   FileSink sink;
   std::string error = sink.open(path);

@@ -6,6 +6,7 @@
 
 #include "base/commands.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "base/uid.h"
 #include "files/charset.h"
 #include "files/files.h"
@@ -141,7 +142,8 @@ int run(const Args& args) {
     return kUsage;
   }
   // Affected on a creation, requested on a change.
-  VX_Set_Value_From_String(request.id, create ? 0x00001000 : 0x00001001, uid.c_str());
+  VX_Set_Value_From_String(
+      request.id, create ? tags::kAffectedSOPInstanceUID : tags::kRequestedSOPInstanceUID, uid.c_str());
   Association association;
   if (const int exit = open_with_request(association, peer, {{kStepClass, kPlainSyntaxes}}, list, request);
       exit != kSuccess) {

@@ -1,6 +1,8 @@
 #include "network.h"
 
+#include "base/hex.h"
 #include "base/session.h"
+#include "base/tags.h"
 
 #include <algorithm>
 #include <atomic>
@@ -253,24 +255,26 @@ bool is_alive(int32_t association) {
 }
 
 SentRequest::SentRequest(const Message& request)
-    : command(static_cast<uint16_t>(request.number(0x00000100, 0))),
-      id(static_cast<uint16_t>(request.number(0x00000110, 0))),
-      sop_class(request.text(0x00000002)),
-      instance(request.text(0x00001000)) {
-  if (sop_class.empty()) sop_class = request.text(0x00000003);
-  if (instance.empty()) instance = request.text(0x00001001);
+    : command(static_cast<uint16_t>(request.number(tags::kCommandField, 0))),
+      id(static_cast<uint16_t>(request.number(tags::kMessageID, 0))),
+      sop_class(request.text(tags::kAffectedSOPClassUID)),
+      instance(request.text(tags::kAffectedSOPInstanceUID)) {
+  if (sop_class.empty()) sop_class = request.text(tags::kRequestedSOPClassUID);
+  if (instance.empty()) instance = request.text(tags::kRequestedSOPInstanceUID);
 }
 
 std::string mismatch(const Message& message, const SentRequest& request) {
   if (message.command != (request.command | 0x8000U)) return "the peer sent another message than the answer";
-  if (message.number(0x00000120, 0x10000) != request.id)
+  if (message.number(tags::kMessageIDBeingRespondedTo, 0x10000) != request.id)
     return "the peer's answer has a message ID that is not the request's";
   const auto differs = [&](uint32_t tag, const std::string& wanted) {
     const std::string named = message.text(tag);
     return !named.empty() && !wanted.empty() && named != wanted;
   };
-  if (differs(0x00000002, request.sop_class)) return "the peer's answer is for another SOP class";
-  if (differs(0x00001000, request.instance)) return "the peer's answer is for another SOP instance";
+  if (differs(tags::kAffectedSOPClassUID, request.sop_class))
+    return "the peer's answer is for another SOP class";
+  if (differs(tags::kAffectedSOPInstanceUID, request.instance))
+    return "the peer's answer is for another SOP instance";
   return "";
 }
 
@@ -279,20 +283,12 @@ VX_STATUS Association::open(const Peer& peer, const ServiceListName& list) {
   const LogLines log;
   problem_.clear();
   int32_t port = peer.port;
-  VX_STATUS status = VX_NORMAL_COMPLETION;
-  if (!peer.user.empty()) {
-    status = VX_Open_Association_With_Identity(
-        peer.application, &id_, peer.title.c_str(), &port, peer.host.c_str(), list.name(),
-        peer.tls.on() ? peer.tls.functions() : nullptr, peer.tls.context(), peer.has_passcode ? 2 : 1, 0,
-        peer.user.data(), static_cast<uint16_t>(peer.user.size()),
-        peer.has_passcode ? peer.passcode.data() : nullptr, static_cast<uint16_t>(peer.passcode.size()));
-  } else if (peer.tls.on()) {
-    status = VX_Open_Secure_Association(peer.application, &id_, peer.title.c_str(), &port, peer.host.c_str(),
-                                        list.name(), peer.tls.functions(), peer.tls.context());
-  } else {
-    status = VX_Open_Association(peer.application, &id_, peer.title.c_str(), &port, peer.host.c_str(),
-                                 list.name());
-  }
+  const int32_t identity = peer.user.empty() ? 0 : peer.has_passcode ? 2 : 1;
+  const VX_STATUS status = VX_Open_Association_With_Identity(
+      peer.application, &id_, peer.title.c_str(), &port, peer.host.c_str(), list.name(),
+      peer.tls.on() ? peer.tls.functions() : nullptr, peer.tls.context(), identity, 0, peer.user.data(),
+      static_cast<uint16_t>(peer.user.size()), peer.has_passcode ? peer.passcode.data() : nullptr,
+      static_cast<uint16_t>(peer.passcode.size()));
   accepted_.clear();
   if (status != VX_NORMAL_COMPLETION) {
     id_ = -1;
@@ -328,8 +324,8 @@ VX_STATUS Association::check(VX_STATUS status) {
 VX_STATUS Association::read(int32_t timeout, Message& message, bool head_only) {
   message.reset();
   const char* service = nullptr;
-  const VX_STATUS status = check(VX_Read_Message_To_Tag(id_, timeout, head_only ? 0x00010000 : 0xFFFFFFFF,
-                                                        &message.id, &service, &message.command));
+  const VX_STATUS status = check(VX_Read_Message_To_Tag(
+      id_, timeout, head_only ? tags::kBehindCommand : tags::kLast, &message.id, &service, &message.command));
   message.service = status == VX_NORMAL_COMPLETION ? service : "";
   return status;
 }
@@ -372,6 +368,13 @@ std::string Message::text(uint32_t tag) const {
   return text_of(id, tag);
 }
 
+bool has_data_set(int32_t message) {
+  constexpr uint32_t kNone = 0x0101;
+  uint32_t kind = kNone;
+  return VX_Get_Value_To_UInt(message, tags::kCommandDataSetType, &kind) == VX_NORMAL_COMPLETION &&
+         kind != kNone;
+}
+
 uint32_t Message::number(uint32_t tag, uint32_t otherwise) const {
   uint32_t value = 0;
   return VX_Get_Value_To_UInt(id, tag, &value) == VX_NORMAL_COMPLETION ? value : otherwise;
@@ -386,15 +389,13 @@ bool is_warning(uint16_t status) {
 }
 
 std::string describe_dimse(uint16_t status) {
-  char number[8];
-  std::snprintf(number, sizeof number, "0x%04X", status);
   const auto* row = std::find_if(std::begin(kStatuses), std::end(kStatuses),
                                  [&](const StatusRow& r) { return status >= r.low && status <= r.high; });
-  return std::string(number) + (row != std::end(kStatuses) ? std::string(" (") + row->text + ")" : "");
+  return "0x" + hex_of(status, 4) + (row != std::end(kStatuses) ? std::string(" (") + row->text + ")" : "");
 }
 
 std::string describe_answer(const Message& answer) {
-  const std::string comment = answer.text(0x00000902);
+  const std::string comment = answer.text(tags::kErrorComment);
   return describe_dimse(answer.status()) + (comment.empty() ? "" : ": " + comment);
 }
 

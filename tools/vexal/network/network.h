@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/args.h"
+#include "base/tags.h"
 #include "base/values.h"
 #include "tls.h"
 #include "vexalkit.h"
@@ -97,6 +98,9 @@ std::vector<AcceptedContext> accepted_contexts(int32_t association);
 // False once the library has ended it.
 bool is_alive(int32_t association);
 
+// Whether the command of a message says that a data set follows (PS3.7 section E.1).
+bool has_data_set(int32_t message);
+
 class Message;
 
 // A request that went out, as its answers have to name it (PS3.7 chapters 9 and 10).
@@ -163,8 +167,9 @@ class Message {
   }
   std::string text(uint32_t tag) const;
   uint32_t number(uint32_t tag, uint32_t otherwise) const;
+  bool has_data_set() const { return vexal::has_data_set(id); }
   // (0000,0900).
-  uint16_t status() const { return static_cast<uint16_t>(number(0x00000900, 0xFFFF)); }
+  uint16_t status() const { return static_cast<uint16_t>(number(tags::kStatus, 0xFFFF)); }
 
   int32_t id = -1;
   // Of one that was read:

@@ -6,6 +6,7 @@
 #include <numeric>
 
 #include "base/json.h"
+#include "base/tags.h"
 #include "base/values.h"
 #include "files/charset.h"
 
@@ -140,17 +141,17 @@ bool Query::fill(Message& request, uint16_t command) const {
     complain("%s: %s", service.c_str(), VX_Error_Message(status));
     return false;
   }
-  if (!level_.empty()) VX_Set_Value_From_String(request.id, 0x00080052, level_.c_str());
+  if (!level_.empty()) VX_Set_Value_From_String(request.id, tags::kQueryRetrieveLevel, level_.c_str());
   // Text beyond ASCII goes in UTF-8 unless a key says otherwise, which then has to come first.
   const auto names_charset = [](const QueryKey& key) {
-    return key.path.size() == 1 && key.path[0].tag == kSpecificCharacterSet;
+    return key.path.size() == 1 && key.path[0].tag == tags::kSpecificCharacterSet;
   };
   std::vector<std::size_t> order(keys_.size());
   std::iota(order.begin(), order.end(), std::size_t{0});
   std::stable_partition(order.begin(), order.end(), [&](std::size_t i) { return names_charset(keys_[i]); });
   if (std::none_of(keys_.begin(), keys_.end(), names_charset) &&
       !std::all_of(values_.begin(), values_.end(), [](const std::string& value) { return is_ascii(value); }))
-    VX_Set_Value_From_String(request.id, kSpecificCharacterSet, "ISO_IR 192");
+    VX_Set_Value_From_String(request.id, tags::kSpecificCharacterSet, "ISO_IR 192");
   for (const std::size_t i : order) {
     std::vector<Place> places;
     const std::string error = resolve_path(request.id, keys_[i].path, true, places);

@@ -6,6 +6,7 @@
 
 #include "base/names.h"
 #include "base/session.h"
+#include "base/tags.h"
 #include "base/values.h"
 #include "images/bounded_file.h"
 #include "images/recode.h"
@@ -46,13 +47,14 @@ std::string ObjectFile::look_at() {
     VX_Add_Service(sop_class.c_str());
     // The library looks at the data set up to (0008,0018): one that starts behind it goes out as an object.
     // So does one of odd length, which has values that are to become even.
-    whole = opaque || ((head.first_tag == 0 || head.first_tag <= 0x00080018U) && size % 2 == 0);
+    whole = opaque || ((head.first_tag == 0 || head.first_tag <= tags::kSOPInstanceUID) && size % 2 == 0);
     return "";
   }
   DicomFile file;
-  if (file.open(path, {true, 0x00080018}) != VX_NORMAL_COMPLETION && !file.readable()) return file.problem();
-  sop_class = text_of(file.id(), 0x00080016);
-  instance = text_of(file.id(), 0x00080018);
+  if (file.open(path, {true, tags::kSOPInstanceUID}) != VX_NORMAL_COMPLETION && !file.readable())
+    return file.problem();
+  sop_class = text_of(file.id(), tags::kSOPClassUID);
+  instance = text_of(file.id(), tags::kSOPInstanceUID);
   syntax = file.syntax();
   if (sop_class.empty() || instance.empty()) return "has no SOP Class UID or SOP Instance UID";
   VX_Add_Service(sop_class.c_str());
@@ -167,11 +169,11 @@ VX_STATUS ObjectSender::send_object(int32_t association, const ObjectFile& file,
   status = object.become_message(service_of_class(file.sop_class).c_str(), C_STORE_RQ);
   if (status == VX_NORMAL_COMPLETION) status = VX_Set_Message_Transfer_Syntax(object.id(), syntax);
   if (status == VX_NORMAL_COMPLETION)
-    status = VX_Set_Value_From_String(object.id(), 0x00001000, file.instance.c_str());
+    status = VX_Set_Value_From_String(object.id(), tags::kAffectedSOPInstanceUID, file.instance.c_str());
   if (status != VX_NORMAL_COMPLETION) return status;
   if (!originator_.empty()) {
-    VX_Set_Value_From_String(object.id(), 0x00001030, originator_.c_str());
-    VX_Set_Value_From_UShortInt(object.id(), 0x00001031, originator_id_);
+    VX_Set_Value_From_String(object.id(), tags::kMoveOriginatorApplicationEntityTitle, originator_.c_str());
+    VX_Set_Value_From_UShortInt(object.id(), tags::kMoveOriginatorMessageID, originator_id_);
   }
   status = VX_Send_Request_Message(association, object.id());
   sent_in_part_ = status != VX_NORMAL_COMPLETION && status != VX_UNACCEPTABLE_SERVICE &&

@@ -14,6 +14,7 @@
 #include "base/parallel.h"
 #include "base/session.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "files/file_set.h"
 #include "files/files.h"
 #include "images/recode.h"
@@ -49,13 +50,13 @@ struct Outcome {
 std::string expand_directory(const std::string& path, std::vector<std::string>& files) {
   DicomFile directory;
   if (directory.open(path, {}) != VX_NORMAL_COMPLETION) return directory.problem();
-  for (const int32_t record : sequence_items(directory.id(), 0x00041220)) {
+  for (const int32_t record : sequence_items(directory.id(), tags::kDirectoryRecordSequence)) {
     const std::filesystem::path folder = std::filesystem::path(path).parent_path();
     std::string file_id;
     char part[64];
-    for (VX_STATUS status = VX_Get_Value_To_String(record, 0x00041500, sizeof part, part);
+    for (VX_STATUS status = VX_Get_Value_To_String(record, tags::kReferencedFileID, sizeof part, part);
          status == VX_NORMAL_COMPLETION;
-         status = VX_Get_Next_Value_To_String(record, 0x00041500, sizeof part, part)) {
+         status = VX_Get_Next_Value_To_String(record, tags::kReferencedFileID, sizeof part, part)) {
       std::string word = part;
       while (!word.empty() && word.back() == ' ') word.pop_back();
       if (!is_safe_name(word)) return "refers to a file by a name that is not allowed: " + word;
@@ -283,7 +284,7 @@ class Worker {
       problem_ = std::string(kLost) + ": " + VX_Error_Message(status);
       return false;
     }
-    const uint32_t id = answer.number(0x00000120, 0);
+    const uint32_t id = answer.number(tags::kMessageIDBeingRespondedTo, 0);
     auto found = std::find_if(under_way_.begin(), under_way_.end(),
                               [&](const UnderWay& each) { return each.request.id == id; });
     if (found == under_way_.end()) found = under_way_.begin();
@@ -339,20 +340,8 @@ int send_all(std::vector<Job>& jobs, const Peer& peer, const std::vector<Proposa
   return reached ? kSuccess : kNetwork;
 }
 
-int run(const Args& args) {
-  Peer peer;
-  long associations = 1;
-  long window = 1;
-  long retries = 1;
-  if (!peer.read(args) || !args.number("--associations", 1, 256, associations) ||
-      !args.number("--window", 1, 65534, window) || !args.number("--retries", 0, 100, retries)) {
-    return kUsage;
-  }
-  if (args.paths.size() < 3) {
-    complain("name the files or folders to send; --help tells more");
-    return kUsage;
-  }
-  bool unreadable = false;
+// What the paths hold, each file once; what can not be sent is reported.
+std::vector<Job> collect_jobs(const Args& args, bool& unreadable) {
   std::vector<std::string> paths =
       expand_paths(std::vector<std::string>(args.paths.begin() + 2, args.paths.end()), unreadable);
   std::vector<Job> jobs;
@@ -373,6 +362,43 @@ int run(const Args& args) {
     }
     jobs.push_back(std::move(job));
   }
+  return jobs;
+}
+
+// The next jobs, from `from` on, whose contexts fit into one association, with what they need.
+std::vector<Job> next_round(const std::vector<Job>& jobs, bool convert, std::size_t& from,
+                            std::vector<Proposal>& proposals) {
+  std::vector<Job> round;
+  while (from < jobs.size()) {
+    std::size_t to = from;
+    while (to < jobs.size() && jobs[to].sop_class == jobs[from].sop_class) ++to;
+    std::vector<const ObjectFile*> files;
+    for (std::size_t i = from; i < to; ++i) files.push_back(&jobs[i]);
+    const std::vector<Proposal> more = proposals_for(files, convert);
+    if (!round.empty() && proposals.size() + more.size() > kMostContexts) break;
+    proposals.insert(proposals.end(), more.begin(), more.end());
+    round.insert(round.end(), jobs.begin() + static_cast<std::ptrdiff_t>(from),
+                 jobs.begin() + static_cast<std::ptrdiff_t>(to));
+    from = to;
+  }
+  return round;
+}
+
+int run(const Args& args) {
+  Peer peer;
+  long associations = 1;
+  long window = 1;
+  long retries = 1;
+  if (!peer.read(args) || !args.number("--associations", 1, 256, associations) ||
+      !args.number("--window", 1, 65534, window) || !args.number("--retries", 0, 100, retries)) {
+    return kUsage;
+  }
+  if (args.paths.size() < 3) {
+    complain("name the files or folders to send; --help tells more");
+    return kUsage;
+  }
+  bool unreadable = false;
+  std::vector<Job> jobs = collect_jobs(args, unreadable);
   prepare_recoding();
   if (jobs.empty()) {
     complain("there is nothing to send");
@@ -381,25 +407,11 @@ int run(const Args& args) {
   // Files of one class stay together, so that each round of associations has the contexts it needs.
   std::stable_sort(jobs.begin(), jobs.end(),
                    [](const Job& a, const Job& b) { return a.sop_class < b.sop_class; });
-  const bool convert = !args.has("--no-convert");
   int exit = kSuccess;
   bool any_failed = false;
   for (std::size_t from = 0; from < jobs.size();) {
-    std::vector<Job> round;
     std::vector<Proposal> proposals;
-    while (from < jobs.size()) {
-      std::size_t to = from;
-      while (to < jobs.size() && jobs[to].sop_class == jobs[from].sop_class) ++to;
-      std::vector<Job> group(jobs.begin() + static_cast<std::ptrdiff_t>(from),
-                             jobs.begin() + static_cast<std::ptrdiff_t>(to));
-      std::vector<const ObjectFile*> files;
-      for (const Job& job : group) files.push_back(&job);
-      const std::vector<Proposal> more = proposals_for(files, convert);
-      if (!round.empty() && proposals.size() + more.size() > kMostContexts) break;
-      proposals.insert(proposals.end(), more.begin(), more.end());
-      std::move(group.begin(), group.end(), std::back_inserter(round));
-      from = to;
-    }
+    std::vector<Job> round = next_round(jobs, !args.has("--no-convert"), from, proposals);
     exit = std::max(exit, send_all(round, peer, proposals, args, associations, window, retries, any_failed));
   }
   if (exit != kSuccess) return exit;

@@ -8,6 +8,7 @@
 #include "base/commands.h"
 #include "base/printable.h"
 #include "base/session.h"
+#include "base/tags.h"
 #include "base/values.h"
 #include "sr_document.h"
 #include "sr_rules.h"
@@ -98,9 +99,13 @@ void show_html(const SrDocument& document) {
   constexpr struct {
     const char* label;
     uint32_t tag;
-  } kHead[] = {{"Patient", 0x00100010},     {"Patient ID", 0x00100020}, {"Born", 0x00100030},
-               {"Study", 0x00081030},       {"Date", 0x00080023},       {"Completion", 0x0040A491},
-               {"Verification", 0x0040A493}};
+  } kHead[] = {{"Patient", tags::kPatientName},
+               {"Patient ID", tags::kPatientID},
+               {"Born", tags::kPatientBirthDate},
+               {"Study", tags::kStudyDescription},
+               {"Date", tags::kContentDate},
+               {"Completion", tags::kCompletionFlag},
+               {"Verification", tags::kVerificationFlag}};
   std::printf("<table>\n");
   for (const auto& row : kHead) {
     const std::string text = escaped(text_of(document.id(), row.tag));
@@ -236,7 +241,7 @@ int check(const Args&, const std::string& path) {
   if (!document.open(path)) return kUsage;
   std::size_t found = 0;
   std::size_t nodes = 0;
-  SrRules rules(text_of(document.id(), 0x00080016));
+  SrRules rules(text_of(document.id(), tags::kSOPClassUID));
   document.walk([&](const std::vector<SrNode>& way) {
     const SrNode& node = way.back();
     for (const std::string& fault : rules.faults_of(way)) {

@@ -18,6 +18,7 @@
 #include "base/printable.h"
 #include "base/session.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "base/uid.h"
 #include "base/values.h"
 #include "files/charset.h"
@@ -126,9 +127,10 @@ std::string Builder::build(const json_t* document, const std::string& path) {
   VX_SR_To_Message(root_);
   if (!error.empty()) return error;
   // What has its UID is whole, as show wrote it.
-  const bool whole = !sr_member(attributes, "SOPInstanceUID").empty() || sr_more_has(report, 0x00080018);
+  const bool whole =
+      !sr_member(attributes, "SOPInstanceUID").empty() || sr_more_has(report, tags::kSOPInstanceUID);
   if (!whole) set_defaults(sop_class);
-  VX_Set_Value_From_String(root_, kSpecificCharacterSet, "ISO_IR 192");
+  VX_Set_Value_From_String(root_, tags::kSpecificCharacterSet, "ISO_IR 192");
   error = set_head(attributes, report);
   if (error.empty()) error = sr_add_evidence(root_, referred_, !whole);
   if (!error.empty()) return error;
@@ -189,10 +191,10 @@ std::string Builder::link_node(const Level& level, const json_t* node, int32_t i
     if (!sr_is_bare(node)) return "there is no \"relationship\"";
   } else if (sr_relationship(relationship) < 0) {
     return "\"relationship\": \"" + shown(relationship) + "\" is none";
-  } else if (sr_more_has(node, 0x0040A010)) {
+  } else if (sr_more_has(node, tags::kRelationshipType)) {
     return "\"relationship\" is in \"more\", too";
   } else {
-    VX_Set_Value_From_String(id, 0x0040A010, relationship.c_str());
+    VX_Set_Value_From_String(id, tags::kRelationshipType, relationship.c_str());
   }
   const VX_STATUS status = VX_SR_Add_Child(level.id, id);
   if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
@@ -210,7 +212,7 @@ std::string Builder::settle_references() const {
     for (std::size_t from = 0; !sr_is_bare(reference.node) && from <= target.size(); first = false) {
       const std::size_t end = std::min(target.find('.', from), target.size());
       (first ? VX_Set_Value_From_String : VX_Set_Next_Value_From_String)(
-          reference.item, 0x0040DB73, target.substr(from, end - from).c_str());
+          reference.item, tags::kReferencedContentItemIdentifier, target.substr(from, end - from).c_str());
       from = end + 1;
     }
     int32_t id = 0;
@@ -226,9 +228,10 @@ std::string Builder::settle_references() const {
 void Builder::note_referred(int32_t id, const json_t* node, const std::string& location) {
   const std::string type = sr_member(node, "type");
   if (type != "COMPOSITE" && type != "IMAGE" && type != "WAVEFORM") return;
-  for (const int32_t item : sequence_items(id, 0x00081199)) {
-    referred_.push_back({location, text_of(item, 0x00081150), text_of(item, 0x00081155),
-                         sr_member(node, "study"), sr_member(node, "series")});
+  for (const int32_t item : sequence_items(id, tags::kReferencedSOPSequence)) {
+    referred_.push_back({location, text_of(item, tags::kReferencedSOPClassUID),
+                         text_of(item, tags::kReferencedSOPInstanceUID), sr_member(node, "study"),
+                         sr_member(node, "series")});
   }
 }
 
@@ -242,18 +245,29 @@ void Builder::set_defaults(const std::string& sop_class) {
   std::strftime(date, sizeof date, "%Y%m%d", &local);
   std::strftime(time_text, sizeof time_text, "%H%M%S", &local);
   const std::map<uint32_t, std::string> defaults = {
-      {0x00080016, sop_class},   {0x00080018, new_uid()},
-      {0x00080020, date},        {0x00080023, date},
-      {0x00080030, time_text},   {0x00080033, time_text},
-      {0x00080050, ""},          {0x00080060, sop_class.ends_with(".88.59") ? "KO" : "SR"},
-      {0x00080070, "VexalKit"},  {0x00080090, ""},
-      {0x00081111, ""},          {0x00100010, ""},
-      {0x00100020, ""},          {0x00100030, ""},
-      {0x00100040, ""},          {0x0020000D, new_uid()},
-      {0x0020000E, new_uid()},   {0x00200010, ""},
-      {0x00200011, "1"},         {0x00200013, "1"},
-      {0x0040A372, ""},          {0x0040A491, "PARTIAL"},
-      {0x0040A493, "UNVERIFIED"}};
+      {tags::kSOPClassUID, sop_class},
+      {tags::kSOPInstanceUID, new_uid()},
+      {tags::kStudyDate, date},
+      {tags::kContentDate, date},
+      {tags::kStudyTime, time_text},
+      {tags::kContentTime, time_text},
+      {tags::kAccessionNumber, ""},
+      {tags::kModality, sop_class.ends_with(".88.59") ? "KO" : "SR"},
+      {tags::kManufacturer, "VexalKit"},
+      {tags::kReferringPhysicianName, ""},
+      {tags::kReferencedPerformedProcedureStepSequence, ""},
+      {tags::kPatientName, ""},
+      {tags::kPatientID, ""},
+      {tags::kPatientBirthDate, ""},
+      {tags::kPatientSex, ""},
+      {tags::kStudyInstanceUID, new_uid()},
+      {tags::kSeriesInstanceUID, new_uid()},
+      {tags::kStudyID, ""},
+      {tags::kSeriesNumber, "1"},
+      {tags::kInstanceNumber, "1"},
+      {tags::kPerformedProcedureCodeSequence, ""},
+      {tags::kCompletionFlag, "PARTIAL"},
+      {tags::kVerificationFlag, "UNVERIFIED"}};
   for (const auto& [tag, text] : defaults) {
     if (VX_Get_Attribute_Info(root_, tag, nullptr, nullptr) != VX_NORMAL_COMPLETION)
       set_all_text(root_, tag, text);
@@ -273,7 +287,7 @@ std::string Builder::set_head(const json_t* attributes, const json_t* report) {
     if (sr_more_has(report, tag)) return name + " is in \"more\" of the report, too";
     if (!sr_all_fit(tag, text)) return name + ": \"" + shown(text.substr(0, 80)) + "\" is no value of it";
     // The character set comes last: until then all text is UTF-8.
-    if (tag != kSpecificCharacterSet) set_all_text(root_, tag, text);
+    if (tag != tags::kSpecificCharacterSet) set_all_text(root_, tag, text);
   }
   return {};
 }
@@ -281,9 +295,10 @@ std::string Builder::set_head(const json_t* attributes, const json_t* report) {
 std::string Builder::write(const std::string& path) {
   VX_STATUS status = VX_Message_To_File(root_, path.c_str());
   if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
-  VX_Set_Value_From_String(root_, 0x00020002, text_of(root_, 0x00080016).c_str());
-  VX_Set_Value_From_String(root_, 0x00020003, text_of(root_, 0x00080018).c_str());
-  VX_Set_Value_From_String(root_, 0x00020010, "1.2.840.10008.1.2.1");
+  VX_Set_Value_From_String(root_, tags::kMediaStorageSOPClassUID, text_of(root_, tags::kSOPClassUID).c_str());
+  VX_Set_Value_From_String(root_, tags::kMediaStorageSOPInstanceUID,
+                           text_of(root_, tags::kSOPInstanceUID).c_str());
+  VX_Set_Value_From_String(root_, tags::kTransferSyntaxUID, "1.2.840.10008.1.2.1");
   FileSink sink;
   const std::string error = sink.open(path);
   if (!error.empty()) return error;

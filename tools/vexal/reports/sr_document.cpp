@@ -6,6 +6,7 @@
 #include <span>
 
 #include "base/session.h"
+#include "base/tags.h"
 #include "base/values.h"
 #include "files/charset.h"
 
@@ -36,9 +37,10 @@ int32_t item_of(int32_t object, uint32_t tag) {
 SrCode code_of(int32_t object, uint32_t tag) {
   const int32_t item = item_of(object, tag);
   if (item < 0) return {};
-  SrCode code{text_of(item, 0x00080100), text_of(item, 0x00080102), text_of(item, 0x00080104)};
-  if (code.value.empty()) code.value = text_of(item, 0x00080119);
-  if (code.value.empty()) code.value = text_of(item, 0x00080120);
+  SrCode code{text_of(item, tags::kCodeValue), text_of(item, tags::kCodingSchemeDesignator),
+              text_of(item, tags::kCodeMeaning)};
+  if (code.value.empty()) code.value = text_of(item, tags::kLongCodeValue);
+  if (code.value.empty()) code.value = text_of(item, tags::kURNCodeValue);
   return code;
 }
 
@@ -66,21 +68,21 @@ std::vector<std::string> floats_of(int32_t object, uint32_t tag) {
 }
 
 void read_number(SrNode& node) {
-  const int32_t item = item_of(node.id, 0x0040A300);
+  const int32_t item = item_of(node.id, tags::kMeasuredValueSequence);
   if (item >= 0) {
-    node.value = text_of(item, 0x0040A30A);
-    node.unit = code_of(item, 0x004008EA);
+    node.value = text_of(item, tags::kNumericValue);
+    node.unit = code_of(item, tags::kMeasurementUnitsCodeSequence);
   }
-  node.qualifier = code_of(node.id, 0x0040A301);
+  node.qualifier = code_of(node.id, tags::kNumericValueQualifierCodeSequence);
 }
 
 void read_object(SrNode& node) {
-  const int32_t item = item_of(node.id, 0x00081199);
+  const int32_t item = item_of(node.id, tags::kReferencedSOPSequence);
   if (item < 0) return;
-  node.sop_class = text_of(item, 0x00081150);
-  node.sop_instance = text_of(item, 0x00081155);
-  if (node.type == SRH_IMAGE) node.data = values_of(item, 0x00081160);
-  if (node.type == SRH_WAVEFORM) node.data = values_of(item, 0x0040A0B0);
+  node.sop_class = text_of(item, tags::kReferencedSOPClassUID);
+  node.sop_instance = text_of(item, tags::kReferencedSOPInstanceUID);
+  if (node.type == SRH_IMAGE) node.data = values_of(item, tags::kReferencedFrameNumber);
+  if (node.type == SRH_WAVEFORM) node.data = values_of(item, tags::kReferencedWaveformChannels);
 }
 
 void read_target(SrNode& node) {
@@ -94,26 +96,26 @@ void read_target(SrNode& node) {
 }
 
 void read_content(SrNode& node) {
-  node.concept_name = code_of(node.id, 0x0040A043);
+  node.concept_name = code_of(node.id, tags::kConceptNameCodeSequence);
   if (const uint32_t tag = sr_text_tag(node.type); tag != 0) node.value = text_of(node.id, tag);
   switch (node.type) {
     case SRH_CODE:
-      node.code = code_of(node.id, 0x0040A168);
+      node.code = code_of(node.id, tags::kConceptCodeSequence);
       break;
     case SRH_NUM:
       read_number(node);
       break;
     case SRH_SCOORD3D:
-      node.frame_of_reference = text_of(node.id, 0x30060024);
+      node.frame_of_reference = text_of(node.id, tags::kReferencedFrameOfReferenceUID);
       [[fallthrough]];
     case SRH_SCOORD:
-      node.graphic = text_of(node.id, 0x00700023);
-      node.data = floats_of(node.id, 0x00700022);
+      node.graphic = text_of(node.id, tags::kGraphicType);
+      node.data = floats_of(node.id, tags::kGraphicData);
       break;
     case SRH_TCOORD_D:
     case SRH_TCOORD_O:
     case SRH_TCOORD_R:
-      node.graphic = text_of(node.id, 0x0040A130);
+      node.graphic = text_of(node.id, tags::kTemporalRangeType);
       node.data = values_of(node.id, sr_times_tag(node.type));
       break;
     case SRH_COMPOSITE:
@@ -122,14 +124,14 @@ void read_content(SrNode& node) {
       read_object(node);
       break;
     case SRH_CONTAINER:
-      node.graphic = text_of(node.id, 0x0040A050);
-      node.template_id = text_of(item_of(node.id, 0x0040A504), 0x0040DB00);
+      node.graphic = text_of(node.id, tags::kContinuityOfContent);
+      node.template_id = text_of(item_of(node.id, tags::kContentTemplateSequence), tags::kTemplateIdentifier);
       break;
     case SRH_REFERENCE:
       read_target(node);
       break;
     default:
-      if (node.type < 0) node.other_type = text_of(node.id, 0x0040A040);
+      if (node.type < 0) node.other_type = text_of(node.id, tags::kValueType);
   }
 }
 
@@ -161,24 +163,26 @@ std::string sr_texts_of(int32_t object, uint32_t tag) {
 uint32_t sr_text_tag(int32_t type) {
   switch (type) {
     case SRH_TEXT:
-      return 0x0040A160;
+      return tags::kTextValue;
     case SRH_DATETIME:
-      return 0x0040A120;
+      return tags::kDateTime;
     case SRH_DATE:
-      return 0x0040A121;
+      return tags::kDate;
     case SRH_TIME:
-      return 0x0040A122;
+      return tags::kTime;
     case SRH_UIDREF:
-      return 0x0040A124;
+      return tags::kUID;
     case SRH_PNAME:
-      return 0x0040A123;
+      return tags::kPersonName;
     default:
       return 0;
   }
 }
 
 uint32_t sr_times_tag(int32_t type) {
-  return type == SRH_TCOORD_D ? 0x0040A13A : type == SRH_TCOORD_O ? 0x0040A138 : 0x0040A132;
+  return type == SRH_TCOORD_D   ? tags::kReferencedDateTime
+         : type == SRH_TCOORD_O ? tags::kReferencedTimeOffsets
+                                : tags::kReferencedSamplePositions;
 }
 
 const char* sr_type_name(int32_t type) {
@@ -246,7 +250,7 @@ bool SrDocument::open(const std::string& path) {
     report(path, file_.problem());
     return false;
   }
-  charset_ = sr_texts_of(file_.id(), kSpecificCharacterSet);
+  charset_ = sr_texts_of(file_.id(), tags::kSpecificCharacterSet);
   lost_text_ = make_utf8(file_) != 0;
   status = file_.become_message("SR", C_STORE_RQ);
   if (status == VX_NORMAL_COMPLETION) status = VX_Message_To_SR(file_.id());
@@ -255,7 +259,7 @@ bool SrDocument::open(const std::string& path) {
     return false;
   }
   is_tree_ = true;
-  if (text_of(file_.id(), 0x0040A040).empty()) {
+  if (text_of(file_.id(), tags::kValueType).empty()) {
     report(path, "it is no structured report: there is no (0040,A040) ValueType");
     return false;
   }

@@ -10,12 +10,11 @@
 
 #include "base/names.h"
 #include "base/printable.h"
+#include "base/tags.h"
 #include "sr_document.h"
 
 namespace vexal {
 namespace {
-
-constexpr uint32_t kUrnCodeValue = 0x00080120;
 
 // --- Members of nodes ---
 
@@ -168,9 +167,9 @@ std::string number_fault(int32_t type, const std::string& text) {
     case SRH_SCOORD3D:
       return sr_float(text, coordinate) ? "" : "is no number of single precision";
     case SRH_TCOORD_D:
-      return sr_fits(0x0040A13A, text) ? "" : "is no date and time";
+      return sr_fits(tags::kReferencedDateTime, text) ? "" : "is no date and time";
     case SRH_TCOORD_O:
-      return sr_fits(0x0040A138, text) ? "" : "is no number of up to 16 characters";
+      return sr_fits(tags::kReferencedTimeOffsets, text) ? "" : "is no number of up to 16 characters";
     case SRH_TCOORD_R:
       return sr_unsigned(text, kMostPositions, number) ? "" : "is no position from 0 to 4294967295";
     case SRH_IMAGE:
@@ -186,8 +185,10 @@ namespace {
 
 // Most texts of a report: short, plain and of a few attributes. They need no library to be told good.
 bool is_plain(uint32_t tag, const std::string& text) {
-  constexpr std::pair<uint32_t, std::size_t> kMost[] = {
-      {0x00080100, 16}, {0x00080102, 16}, {0x00080104, 64}, {0x0040A160, 65536}};
+  constexpr std::pair<uint32_t, std::size_t> kMost[] = {{tags::kCodeValue, 16},
+                                                        {tags::kCodingSchemeDesignator, 16},
+                                                        {tags::kCodeMeaning, 64},
+                                                        {tags::kTextValue, 65536}};
   const auto* const row =
       std::find_if(std::begin(kMost), std::end(kMost), [tag](const auto& each) { return each.first == tag; });
   return row != std::end(kMost) && text.size() <= row->second && !text.empty() && text.front() != ' ' &&
@@ -207,7 +208,7 @@ bool sr_fits(uint32_t tag, const std::string& text) {
   if (text.empty()) return false;
   if (is_plain(tag, text)) return true;
   // The library's UR is one with an authority behind "//"; a URN has none.
-  if (tag == kUrnCodeValue) {
+  if (tag == tags::kURNCodeValue) {
     return std::all_of(text.begin(), text.end(), [](char c) { return c > 0x20 && c < 0x7F; }) &&
            text.find_first_of("\"<>\\^`{|}") == std::string::npos;
   }
@@ -236,10 +237,10 @@ bool sr_all_fit(uint32_t tag, const std::string& texts) {
 }
 
 uint32_t sr_code_tag(const std::string& code) {
-  if (!sr_needs_scheme(code)) return kUrnCodeValue;
+  if (!sr_needs_scheme(code)) return tags::kURNCodeValue;
   const auto continues = [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) == 0x80; };
   const auto continued = std::count_if(code.begin(), code.end(), continues);
-  return code.size() - static_cast<std::size_t>(continued) > 16 ? 0x00080119 : 0x00080100;
+  return code.size() - static_cast<std::size_t>(continued) > 16 ? tags::kLongCodeValue : tags::kCodeValue;
 }
 
 bool sr_needs_scheme(const std::string& code) {
@@ -274,8 +275,9 @@ std::string sr_data_fault(int32_t type, const std::vector<std::string>& data) {
 }
 
 bool sr_is_head_text(uint32_t tag, std::string_view vr) {
-  const bool content = tag == 0x0040A010 || tag == 0x0040A040 || tag == 0x0040A050;
-  return tag > 0x0002FFFF && !content && !tag_keyword(tag).empty() &&
+  const bool content =
+      tag == tags::kRelationshipType || tag == tags::kValueType || tag == tags::kContinuityOfContent;
+  return tag > tags::kLastOfMeta && !content && !tag_keyword(tag).empty() &&
          is_listed("AE AS CS DA DS DT IS LO PN SH TM UC UI", vr);
 }
 
@@ -305,9 +307,10 @@ bool sr_more_has(const json_t* node, uint32_t tag) {
 }
 
 bool sr_is_bare(const json_t* node) {
-  if (sr_more_has(node, 0x0040A040)) return true;
+  if (sr_more_has(node, tags::kValueType)) return true;
   if (json_object_get(node, "type") != nullptr || json_object_get(node, "more") == nullptr) return false;
-  return json_object_get(node, "target") == nullptr || sr_more_has(node, 0x0040DB73);
+  return json_object_get(node, "target") == nullptr ||
+         sr_more_has(node, tags::kReferencedContentItemIdentifier);
 }
 
 bool sr_is_reference(const json_t* node) {

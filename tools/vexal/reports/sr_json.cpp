@@ -8,10 +8,12 @@
 #include <initializer_list>
 #include <string_view>
 
+#include "base/attributes.h"
 #include "base/json.h"
 #include "base/names.h"
 #include "base/session.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "base/values.h"
 #include "files/charset.h"
 #include "forms/text_forms.h"
@@ -31,18 +33,6 @@ int32_t only_item(int32_t object, uint32_t tag) {
   return items.size() == 1 ? items[0] : -1;
 }
 
-// Calls visit(tag, vr, count) for each attribute.
-template <typename Visit>
-void for_each_attribute(int32_t object, Visit visit) {
-  uint32_t tag = 0;
-  VX_VR vr = 0;
-  int32_t count = 0;
-  for (VX_STATUS status = VX_Get_First_Attribute(object, &tag, &vr, &count); status == VX_NORMAL_COMPLETION;
-       status = VX_Get_Next_Attribute(object, &tag, &vr, &count)) {
-    visit(tag, vr, count);
-  }
-}
-
 // Whether an item holds these attributes, each with one value, and no others.
 bool holds_just(int32_t item, Tags tags) {
   std::size_t found = 0;
@@ -58,9 +48,11 @@ bool holds_just(int32_t item, Tags tags) {
 bool tells_code(int32_t object, uint32_t tag, const SrCode& code) {
   const int32_t item = only_item(object, tag);
   const uint32_t value = sr_code_tag(code.value);
-  if (!sr_fits(value, code.value) || !sr_fits(0x00080104, code.meaning)) return false;
-  if (code.scheme.empty() && !sr_needs_scheme(code.value)) return holds_just(item, {value, 0x00080104});
-  return sr_fits(0x00080102, code.scheme) && holds_just(item, {value, 0x00080102, 0x00080104});
+  if (!sr_fits(value, code.value) || !sr_fits(tags::kCodeMeaning, code.meaning)) return false;
+  if (code.scheme.empty() && !sr_needs_scheme(code.value))
+    return holds_just(item, {value, tags::kCodeMeaning});
+  return sr_fits(tags::kCodingSchemeDesignator, code.scheme) &&
+         holds_just(item, {value, tags::kCodingSchemeDesignator, tags::kCodeMeaning});
 }
 
 int32_t count_of(int32_t object, uint32_t tag) {
@@ -69,10 +61,13 @@ int32_t count_of(int32_t object, uint32_t tag) {
 }
 
 bool tells_number(const SrNode& node) {
-  if (count_of(node.id, 0x0040A300) >= 0 && sequence_items(node.id, 0x0040A300).empty()) return true;
-  const int32_t item = only_item(node.id, 0x0040A300);
-  return holds_just(item, {0x004008EA, 0x0040A30A}) && sr_fits(0x0040A30A, node.value) &&
-         tells_code(item, 0x004008EA, node.unit);
+  if (count_of(node.id, tags::kMeasuredValueSequence) >= 0 &&
+      sequence_items(node.id, tags::kMeasuredValueSequence).empty())
+    return true;
+  const int32_t item = only_item(node.id, tags::kMeasuredValueSequence);
+  return holds_just(item, {tags::kMeasurementUnitsCodeSequence, tags::kNumericValue}) &&
+         sr_fits(tags::kNumericValue, node.value) &&
+         tells_code(item, tags::kMeasurementUnitsCodeSequence, node.unit);
 }
 
 // All values of an attribute, which build takes.
@@ -82,21 +77,27 @@ bool tells_data(const SrNode& node, int32_t object, uint32_t tag) {
 }
 
 bool tells_object(const SrNode& node, uint32_t numbers) {
-  const int32_t item = only_item(node.id, 0x00081199);
-  if (item < 0 || !sr_fits(0x00081150, node.sop_class) || !sr_fits(0x00081155, node.sop_instance))
+  const int32_t item = only_item(node.id, tags::kReferencedSOPSequence);
+  if (item < 0 || !sr_fits(tags::kReferencedSOPClassUID, node.sop_class) ||
+      !sr_fits(tags::kReferencedSOPInstanceUID, node.sop_instance))
     return false;
-  if (node.data.empty()) return holds_just(item, {0x00081150, 0x00081155});
+  if (node.data.empty())
+    return holds_just(item, {tags::kReferencedSOPClassUID, tags::kReferencedSOPInstanceUID});
   std::size_t others = 0;
   for_each_attribute(item, [&](uint32_t tag, VX_VR, int32_t count) {
-    others += tag != numbers && (count != 1 || (tag != 0x00081150 && tag != 0x00081155)) ? 1 : 0;
+    others += tag != numbers && (count != 1 || (tag != tags::kReferencedSOPClassUID &&
+                                                tag != tags::kReferencedSOPInstanceUID))
+                  ? 1
+                  : 0;
   });
   return others == 0 && tells_data(node, item, numbers);
 }
 
 bool tells_template(const SrNode& node) {
-  const int32_t item = only_item(node.id, 0x0040A504);
-  return holds_just(item, {0x00080105, 0x0040DB00}) && text_of(item, 0x00080105) == "DCMR" &&
-         sr_fits(0x0040DB00, node.template_id);
+  const int32_t item = only_item(node.id, tags::kContentTemplateSequence);
+  return holds_just(item, {tags::kMappingResource, tags::kTemplateIdentifier}) &&
+         text_of(item, tags::kMappingResource) == "DCMR" &&
+         sr_fits(tags::kTemplateIdentifier, node.template_id);
 }
 
 bool tells_kind(const SrNode& node, uint32_t tag) {
@@ -106,36 +107,38 @@ bool tells_kind(const SrNode& node, uint32_t tag) {
 // A way from the root, as numbers that lead to the node whose place is the target; and nothing else of a
 // node.
 bool tells_target(const SrNode& node) {
-  std::string way = sr_texts_of(node.id, 0x0040DB73);
+  std::string way = sr_texts_of(node.id, tags::kReferencedContentItemIdentifier);
   std::replace(way.begin(), way.end(), '\\', '.');
   return !way.empty() && way == node.target && node.concept_name.empty() &&
-         count_of(node.id, 0x0040A730) <= 0;
+         count_of(node.id, tags::kContentSequence) <= 0;
 }
 
 // Whether the node's members tell all of what makes its value.
 bool tells_value(const SrNode& node) {
   switch (node.type) {
     case SRH_CODE:
-      return tells_code(node.id, 0x0040A168, node.code);
+      return tells_code(node.id, tags::kConceptCodeSequence, node.code);
     case SRH_NUM:
       return tells_number(node);
     case SRH_SCOORD3D:
-      if (count_of(node.id, 0x30060024) != 1 || !sr_fits(0x30060024, node.frame_of_reference)) return false;
+      if (count_of(node.id, tags::kReferencedFrameOfReferenceUID) != 1 ||
+          !sr_fits(tags::kReferencedFrameOfReferenceUID, node.frame_of_reference))
+        return false;
       [[fallthrough]];
     case SRH_SCOORD:
-      return tells_kind(node, 0x00700023) && tells_data(node, node.id, 0x00700022);
+      return tells_kind(node, tags::kGraphicType) && tells_data(node, node.id, tags::kGraphicData);
     case SRH_TCOORD_D:
     case SRH_TCOORD_O:
     case SRH_TCOORD_R:
-      return tells_kind(node, 0x0040A130) && tells_data(node, node.id, sr_times_tag(node.type));
+      return tells_kind(node, tags::kTemporalRangeType) && tells_data(node, node.id, sr_times_tag(node.type));
     case SRH_COMPOSITE:
       return tells_object(node, 0);
     case SRH_IMAGE:
-      return tells_object(node, 0x00081160);
+      return tells_object(node, tags::kReferencedFrameNumber);
     case SRH_WAVEFORM:
-      return tells_object(node, 0x0040A0B0);
+      return tells_object(node, tags::kReferencedWaveformChannels);
     case SRH_CONTAINER:
-      return tells_kind(node, 0x0040A050);
+      return tells_kind(node, tags::kContinuityOfContent);
     case SRH_REFERENCE:
       return tells_target(node);
     default: {
@@ -149,26 +152,26 @@ bool tells_value(const SrNode& node) {
 bool makes_value(const SrNode& node, uint32_t tag) {
   switch (node.type) {
     case SRH_CODE:
-      return tag == 0x0040A168;
+      return tag == tags::kConceptCodeSequence;
     case SRH_NUM:
-      return tag == 0x0040A300;
+      return tag == tags::kMeasuredValueSequence;
     case SRH_SCOORD3D:
-      if (tag == 0x30060024) return true;
+      if (tag == tags::kReferencedFrameOfReferenceUID) return true;
       [[fallthrough]];
     case SRH_SCOORD:
-      return tag == 0x00700022 || tag == 0x00700023;
+      return tag == tags::kGraphicData || tag == tags::kGraphicType;
     case SRH_TCOORD_D:
     case SRH_TCOORD_O:
     case SRH_TCOORD_R:
-      return tag == 0x0040A130 || tag == sr_times_tag(node.type);
+      return tag == tags::kTemporalRangeType || tag == sr_times_tag(node.type);
     case SRH_COMPOSITE:
     case SRH_IMAGE:
     case SRH_WAVEFORM:
-      return tag == 0x00081199;
+      return tag == tags::kReferencedSOPSequence;
     case SRH_CONTAINER:
-      return tag == 0x0040A050;
+      return tag == tags::kContinuityOfContent;
     case SRH_REFERENCE:
-      return tag == 0x0040DB73;
+      return tag == tags::kReferencedContentItemIdentifier;
     default:
       return tag != 0 && tag == sr_text_tag(node.type);
   }
@@ -177,17 +180,17 @@ bool makes_value(const SrNode& node, uint32_t tag) {
 // Whether the node's members tell all of an attribute; of a bare node they only repeat what is in "more".
 bool is_told(const SrNode& node, uint32_t tag, int32_t count, bool bare) {
   switch (tag) {
-    case 0x0040A730:  // the nodes below
+    case tags::kContentSequence:  // the nodes below
       return !sequence_items(node.id, tag).empty();
-    case 0x0040A010:
+    case tags::kRelationshipType:
       return count == 1 && node.relationship >= 0;
-    case 0x0040A040:
+    case tags::kValueType:
       return !bare;
-    case 0x0040A043:
+    case tags::kConceptNameCodeSequence:
       return tells_code(node.id, tag, node.concept_name);
-    case 0x0040A301:
+    case tags::kNumericValueQualifierCodeSequence:
       return node.type == SRH_NUM && !bare && tells_code(node.id, tag, node.qualifier);
-    case 0x0040A504:
+    case tags::kContentTemplateSequence:
       return node.type == SRH_CONTAINER && !bare && tells_template(node);
     default:
       return !bare && makes_value(node, tag);
@@ -206,7 +209,7 @@ json_t* to_json(int32_t object, int32_t options) {
 
 bool is_told_in_head(const SrNode& node, uint32_t tag, VX_VR vr) {
   return node.depth == 0 && standard_vr(tag) == vr_letters(vr) && sr_is_head_text(tag, standard_vr(tag)) &&
-         (tag == kSpecificCharacterSet || sr_all_fit(tag, sr_texts_of(node.id, tag)));
+         (tag == tags::kSpecificCharacterSet || sr_all_fit(tag, sr_texts_of(node.id, tag)));
 }
 
 // JSON has no bytes, only characters; those beyond ASCII where a character set counts alone.
@@ -225,7 +228,7 @@ void append_more(std::string& out, const SrNode& node, std::vector<std::string>&
   };
   std::vector<Attribute> all;  // first: a look at one attribute moves the walk
   for_each_attribute(node.id, [&](uint32_t tag, VX_VR vr, int32_t count) {
-    if (tag > 0x0002FFFF) all.push_back({tag, vr, count});
+    if (tag > tags::kLastOfMeta) all.push_back({tag, vr, count});
   });
   std::vector<uint32_t> tags;
   std::vector<uint32_t> sequences;
@@ -336,7 +339,8 @@ void append_attributes(std::string& out, const SrDocument& document) {
     first = false;
     append_json(out, tag_keyword(tag));
     out += ": ";
-    append_json(out, tag == kSpecificCharacterSet ? document.charset() : sr_texts_of(document.id(), tag));
+    append_json(out,
+                tag == tags::kSpecificCharacterSet ? document.charset() : sr_texts_of(document.id(), tag));
   }
 }
 

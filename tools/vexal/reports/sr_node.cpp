@@ -9,6 +9,7 @@
 #include "base/printable.h"
 #include "base/session.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "base/values.h"
 #include "sr_document.h"
 #include "sr_form.h"
@@ -51,7 +52,7 @@ std::string add_more(int32_t id, const json_t* more) {
   const bool stored = status == VX_INVALID_VALUE_FOR_VR || status == VX_INVALID_CHARS_IN_VALUE;
   if (status != VX_NORMAL_COMPLETION && !stored) return std::string("\"more\": ") + VX_Error_Message(status);
   // The reader may name the set of its text; here the report as a whole does.
-  if (json_object_get(more, "00080005") == nullptr) VX_Delete_Attribute(id, 0x00080005);
+  if (json_object_get(more, "00080005") == nullptr) VX_Delete_Attribute(id, tags::kSpecificCharacterSet);
   const char* key = nullptr;
   json_t* attribute = nullptr;
   json_object_foreach(const_cast<json_t*>(more), key, attribute) {
@@ -68,7 +69,8 @@ class Filler {
 
   std::string fill() {
     if (!sr_is_bare(node_) && !sr_is_reference(node_)) fill_content();
-    if (error_.empty() && has("concept") && !sr_more_has(node_, 0x0040A043)) code("concept", 0x0040A043);
+    if (error_.empty() && has("concept") && !sr_more_has(node_, tags::kConceptNameCodeSequence))
+      code("concept", tags::kConceptNameCodeSequence);
     const json_t* more = json_object_get(node_, "more");
     if (error_.empty() && more != nullptr) error_ = add_more(id_, more);
     return error_;
@@ -107,14 +109,14 @@ class Filler {
     const std::string scheme = sr_member(from, "scheme");
     const int32_t item = open_item(member);
     put(member, item, sr_code_tag(value), value);
-    if (!scheme.empty() || sr_needs_scheme(value)) put(member, item, 0x00080102, scheme);
-    put(member, item, 0x00080104, sr_member(from, "meaning"));
+    if (!scheme.empty() || sr_needs_scheme(value)) put(member, item, tags::kCodingSchemeDesignator, scheme);
+    put(member, item, tags::kCodeMeaning, sr_member(from, "meaning"));
     put_item(member, object < 0 ? id_ : object, tag, item);
   }
 
   void fill_content() {
     const std::string type = text("type");
-    VX_Set_Value_From_String(id_, 0x0040A040, type.c_str());
+    VX_Set_Value_From_String(id_, tags::kValueType, type.c_str());
     for (const Row& row : kRows) {
       if (type == row.type) return (this->*row.fill)(row.tag);
     }
@@ -124,7 +126,8 @@ class Filler {
   void coded(uint32_t tag) { code("code", tag); }
 
   void number(uint32_t tag) {
-    if (has("qualifier") && !sr_more_has(node_, 0x0040A301)) code("qualifier", 0x0040A301);
+    if (has("qualifier") && !sr_more_has(node_, tags::kNumericValueQualifierCodeSequence))
+      code("qualifier", tags::kNumericValueQualifierCodeSequence);
     if (!has("value")) {
       if (has("unit")) fail("unit", "there is no \"value\" of it");
       VX_Set_Value_To_NULL(id_, tag);
@@ -132,8 +135,8 @@ class Filler {
     }
     if (!has("unit")) return fail("value", "a number has a \"unit\"");
     const int32_t item = open_item("value");
-    put("value", item, 0x0040A30A, text("value"));
-    code("unit", 0x004008EA, item);
+    put("value", item, tags::kNumericValue, text("value"));
+    code("unit", tags::kMeasurementUnitsCodeSequence, item);
     put_item("value", id_, tag, item);
   }
 
@@ -155,7 +158,7 @@ class Filler {
 
   void region(int32_t type, uint32_t tag) {
     std::vector<std::string> texts;
-    if (!kind(type, 0x00700023) || !data(type, texts)) return;
+    if (!kind(type, tags::kGraphicType) || !data(type, texts)) return;
     for (std::size_t i = 0; i < texts.size(); ++i) {
       float number = 0;
       sr_float(texts[i], number);
@@ -165,7 +168,7 @@ class Filler {
   void plane(uint32_t tag) { region(SRH_SCOORD, tag); }
   void space(uint32_t tag) {
     region(SRH_SCOORD3D, tag);
-    put("frame_of_reference", id_, 0x30060024, text("frame_of_reference"));
+    put("frame_of_reference", id_, tags::kReferencedFrameOfReferenceUID, text("frame_of_reference"));
   }
   void times(uint32_t tag) {
     const std::string by = has("by") ? text("by") : "position";
@@ -184,18 +187,18 @@ class Filler {
 
   void object(int32_t type, uint32_t tag, uint32_t numbers) {
     const int32_t item = open_item("class");
-    put("class", item, 0x00081150, text("class"));
-    put("instance", item, 0x00081155, text("instance"));
+    put("class", item, tags::kReferencedSOPClassUID, text("class"));
+    put("instance", item, tags::kReferencedSOPInstanceUID, text("instance"));
     std::vector<std::string> texts;
     if (has("data") && data(type, texts)) put_all("data", item, numbers, texts);
     put_item("instance", id_, tag, item);
     if (has("study") != has("series")) fail("study", "it goes with \"series\"");
-    if (has("study") && !sr_fits(kStudyUid, text("study"))) fail("study", "it is no UID");
-    if (has("series") && !sr_fits(kSeriesUid, text("series"))) fail("series", "it is no UID");
+    if (has("study") && !sr_fits(tags::kStudyInstanceUID, text("study"))) fail("study", "it is no UID");
+    if (has("series") && !sr_fits(tags::kSeriesInstanceUID, text("series"))) fail("series", "it is no UID");
   }
   void composite(uint32_t tag) { object(SRH_COMPOSITE, tag, 0); }
-  void image(uint32_t tag) { object(SRH_IMAGE, tag, 0x00081160); }
-  void waveform(uint32_t tag) { object(SRH_WAVEFORM, tag, 0x0040A0B0); }
+  void image(uint32_t tag) { object(SRH_IMAGE, tag, tags::kReferencedFrameNumber); }
+  void waveform(uint32_t tag) { object(SRH_WAVEFORM, tag, tags::kReferencedWaveformChannels); }
 
   void container(uint32_t tag) {
     if (has("kind")) {
@@ -203,15 +206,13 @@ class Filler {
     } else {
       put("kind", id_, tag, "SEPARATE");
     }
-    if (!has("template") || sr_more_has(node_, 0x0040A504)) return;
+    if (!has("template") || sr_more_has(node_, tags::kContentTemplateSequence)) return;
     const int32_t item = open_item("template");
-    put("template", item, 0x00080105, "DCMR");
-    put("template", item, 0x0040DB00, text("template"));
-    put_item("template", id_, 0x0040A504, item);
+    put("template", item, tags::kMappingResource, "DCMR");
+    put("template", item, tags::kTemplateIdentifier, text("template"));
+    put_item("template", id_, tags::kContentTemplateSequence, item);
   }
 
-  static constexpr uint32_t kStudyUid = 0x0020000D;
-  static constexpr uint32_t kSeriesUid = 0x0020000E;
   struct Row {
     const char* type;
     void (Filler::*fill)(uint32_t tag);
@@ -225,14 +226,21 @@ class Filler {
 };
 
 const Filler::Row Filler::kRows[15] = {
-    {"TEXT", &Filler::value, 0x0040A160},          {"CODE", &Filler::coded, 0x0040A168},
-    {"NUM", &Filler::number, 0x0040A300},          {"DATETIME", &Filler::value, 0x0040A120},
-    {"DATE", &Filler::value, 0x0040A121},          {"TIME", &Filler::value, 0x0040A122},
-    {"UIDREF", &Filler::value, 0x0040A124},        {"PNAME", &Filler::value, 0x0040A123},
-    {"SCOORD", &Filler::plane, 0x00700022},        {"SCOORD3D", &Filler::space, 0x00700022},
-    {"TCOORD", &Filler::times, 0x0040A130},        {"COMPOSITE", &Filler::composite, 0x00081199},
-    {"IMAGE", &Filler::image, 0x00081199},         {"WAVEFORM", &Filler::waveform, 0x00081199},
-    {"CONTAINER", &Filler::container, 0x0040A050},
+    {"TEXT", &Filler::value, tags::kTextValue},
+    {"CODE", &Filler::coded, tags::kConceptCodeSequence},
+    {"NUM", &Filler::number, tags::kMeasuredValueSequence},
+    {"DATETIME", &Filler::value, tags::kDateTime},
+    {"DATE", &Filler::value, tags::kDate},
+    {"TIME", &Filler::value, tags::kTime},
+    {"UIDREF", &Filler::value, tags::kUID},
+    {"PNAME", &Filler::value, tags::kPersonName},
+    {"SCOORD", &Filler::plane, tags::kGraphicData},
+    {"SCOORD3D", &Filler::space, tags::kGraphicData},
+    {"TCOORD", &Filler::times, tags::kTemporalRangeType},
+    {"COMPOSITE", &Filler::composite, tags::kReferencedSOPSequence},
+    {"IMAGE", &Filler::image, tags::kReferencedSOPSequence},
+    {"WAVEFORM", &Filler::waveform, tags::kReferencedSOPSequence},
+    {"CONTAINER", &Filler::container, tags::kContinuityOfContent},
 };
 
 // --- Members beside "more" ---
@@ -266,18 +274,14 @@ bool is_same(const json_t* asked, const json_t* there) {
 
 // --- Evidence ---
 
-constexpr uint32_t kEvidence = 0x0040A375;
-constexpr uint32_t kOtherEvidence = 0x0040A385;
-constexpr uint32_t kSeries = 0x00081115;
-constexpr uint32_t kObjects = 0x00081199;
-
 std::set<std::string> instances_of_evidence(int32_t root) {
   std::set<std::string> found;
-  for (const uint32_t tag : {kEvidence, kOtherEvidence}) {
+  for (const uint32_t tag :
+       {tags::kCurrentRequestedProcedureEvidenceSequence, tags::kPertinentOtherEvidenceSequence}) {
     for (const int32_t study : sequence_items(root, tag)) {
-      for (const int32_t series : sequence_items(study, kSeries)) {
-        for (const int32_t object : sequence_items(series, kObjects))
-          found.insert(text_of(object, 0x00081155));
+      for (const int32_t series : sequence_items(study, tags::kReferencedSeriesSequence)) {
+        for (const int32_t object : sequence_items(series, tags::kReferencedSOPSequence))
+          found.insert(text_of(object, tags::kReferencedSOPInstanceUID));
       }
     }
   }
@@ -340,11 +344,13 @@ std::string sr_add_evidence(int32_t root, const std::vector<SrReferred>& objects
              shown(object.instance) +
              ": \"study\" and \"series\" do, or (0040,A375) in \"more\" of the report";
     }
-    const int32_t study = item_with(root, kEvidence, 0x0020000D, object.study);
-    const int32_t series = item_with(study, kSeries, 0x0020000E, object.series);
-    const int32_t item = append_item(series, kObjects);
-    VX_Set_Value_From_String(item, 0x00081150, object.sop_class.c_str());
-    VX_Set_Value_From_String(item, 0x00081155, object.instance.c_str());
+    const int32_t study = item_with(root, tags::kCurrentRequestedProcedureEvidenceSequence,
+                                    tags::kStudyInstanceUID, object.study);
+    const int32_t series =
+        item_with(study, tags::kReferencedSeriesSequence, tags::kSeriesInstanceUID, object.series);
+    const int32_t item = append_item(series, tags::kReferencedSOPSequence);
+    VX_Set_Value_From_String(item, tags::kReferencedSOPClassUID, object.sop_class.c_str());
+    VX_Set_Value_From_String(item, tags::kReferencedSOPInstanceUID, object.instance.c_str());
     known.insert(object.instance);
   }
   return {};

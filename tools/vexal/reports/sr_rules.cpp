@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "sr_form.h"
 
 namespace vexal {
@@ -318,14 +319,15 @@ void check_data(const SrNode& node, Faults& faults) {
 }
 
 void check_number(const SrNode& node, Faults& faults) {
-  constexpr uint32_t kMeasuredValue = 0x0040A300;
-  const bool there = VX_Get_Attribute_Info(node.id, kMeasuredValue, nullptr, nullptr) == VX_NORMAL_COMPLETION;
+  const bool there =
+      VX_Get_Attribute_Info(node.id, tags::kMeasuredValueSequence, nullptr, nullptr) == VX_NORMAL_COMPLETION;
   faults.need(there, "(0040,A300) MeasuredValueSequence is missing");
-  const std::size_t values = sequence_items(node.id, kMeasuredValue).size();
+  const std::size_t values = sequence_items(node.id, tags::kMeasuredValueSequence).size();
   if (values == 0) return;  // a number without value
   faults.need(values == 1, "there is more than one measured value");
   faults.need(!node.value.empty(), "the measured value has no (0040,A30A) NumericValue");
-  faults.need(node.value.empty() || sr_fits(0x0040A30A, node.value), "the numeric value is no number");
+  faults.need(node.value.empty() || sr_fits(tags::kNumericValue, node.value),
+              "the numeric value is no number");
   faults.need(!node.unit.value.empty(), "the number has no unit");
 }
 

@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/tags.h"
 #include "lobby.h"
 
 namespace vexal {
@@ -189,7 +190,7 @@ bool send_response(int32_t association, const char* service, uint16_t command, u
                    uint16_t status) {
   Message response;
   if (response.make(service, command) != VX_NORMAL_COMPLETION) return false;
-  VX_Set_Value_From_UInt(response.id, 0x00000120, request_id);
+  VX_Set_Value_From_UInt(response.id, tags::kMessageIDBeingRespondedTo, request_id);
   return VX_Send_Response_Message(association, status, response.id) == VX_NORMAL_COMPLETION;
 }
 
@@ -305,8 +306,8 @@ bool answer_echo(int32_t association, int32_t message) {
   request.id = message;
   char service[64] = "";
   VX_Get_VexalKit_Service(kVerification, service, sizeof service);
-  return request.number(0x00000800, 0x0101) == 0x0101 &&
-         send_response(association, service, C_ECHO_RSP, request.number(0x00000110, 0), 0);
+  return !request.has_data_set() &&
+         send_response(association, service, C_ECHO_RSP, request.number(tags::kMessageID, 0), 0);
 }
 
 }  // namespace
@@ -321,7 +322,7 @@ void Acceptor::serve_messages(int32_t association, const Taker& take) const {
     {
       // Waits in short turns, so that an end of the program is seen.
       const MessageWatch watch(1);
-      status = VX_Read_Message_To_Tag(association, 1, 0x00010000, &message, &service, &command);
+      status = VX_Read_Message_To_Tag(association, 1, tags::kBehindCommand, &message, &service, &command);
     }
     if (status == VX_TIMEOUT) {
       if (stopping() || Clock::now() - last > std::chrono::seconds(idle_)) {

@@ -8,6 +8,7 @@
 #include "acceptor.h"
 #include "base/commands.h"
 #include "base/session.h"
+#include "base/tags.h"
 #include "images/bounded_file.h"
 #include "images/recode.h"
 #include "network/network.h"
@@ -79,7 +80,7 @@ class Receiver {
                                               uint16_t command) {
       const std::string name = service;
       uint32_t request = 0;
-      VX_Get_Value_To_UInt(message, 0x00000110, &request);
+      VX_Get_Value_To_UInt(message, tags::kMessageID, &request);
       if (command != C_STORE_RQ || (caller.rights & kMayStore) == 0) {
         Message owner;
         owner.id = message;

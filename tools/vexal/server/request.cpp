@@ -1,6 +1,7 @@
 #include "request.h"
 
 #include "acceptor.h"
+#include "base/tags.h"
 
 namespace vexal {
 
@@ -13,11 +14,10 @@ PeerSays listen_to(int32_t association) {
   VX_STATUS status = VX_NORMAL_COMPLETION;
   {
     const MessageWatch watch;
-    status = VX_Read_Message_To_Tag(association, 0, 0x00010000, &message.id, &name, &command);
+    status = VX_Read_Message_To_Tag(association, 0, tags::kBehindCommand, &message.id, &name, &command);
   }
   if (status == VX_TIMEOUT) return PeerSays::Nothing;
-  if (status != VX_NORMAL_COMPLETION || command != C_CANCEL_RQ ||
-      message.number(0x00000800, 0x0101) != 0x0101)
+  if (status != VX_NORMAL_COMPLETION || command != C_CANCEL_RQ || message.has_data_set())
     return PeerSays::Gone;
   return PeerSays::Cancel;
 }

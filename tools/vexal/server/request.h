@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "base/tags.h"
 #include "network/network.h"
 
 namespace vexal {
@@ -43,11 +44,11 @@ struct Request {
 
   Request(int32_t on, const char* name, int32_t message, uint16_t command)
       : association(on), service(name), response(static_cast<uint16_t>(command | 0x8000U)) {
-    VX_Get_Value_To_UInt(message, 0x00000110, &id);
+    VX_Get_Value_To_UInt(message, tags::kMessageID, &id);
   }
   bool make(Message& answer) const {
     if (answer.make(service.c_str(), response) != VX_NORMAL_COMPLETION) return false;
-    return VX_Set_Value_From_UInt(answer.id, 0x00000120, id) == VX_NORMAL_COMPLETION;
+    return VX_Set_Value_From_UInt(answer.id, tags::kMessageIDBeingRespondedTo, id) == VX_NORMAL_COMPLETION;
   }
   bool send(Message& answer, uint16_t status) const {
     return VX_Send_Response_Message(association, status, answer.id) == VX_NORMAL_COMPLETION;

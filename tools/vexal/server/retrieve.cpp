@@ -6,6 +6,7 @@
 #include "base/commands.h"
 #include "base/json.h"
 #include "base/session.h"
+#include "base/tags.h"
 #include "network/network.h"
 #include "network/query.h"
 #include "storage.h"
@@ -61,10 +62,10 @@ struct Tally {
 
 // The counts of sub-operations that an answer holds (PS3.7 section 9.1.4).
 void count(const Message& answer, Tally& tally) {
-  tally.remaining = answer.number(0x00001020, tally.remaining);
-  tally.completed = answer.number(0x00001021, tally.completed);
-  tally.failed = answer.number(0x00001022, tally.failed);
-  tally.warning = answer.number(0x00001023, tally.warning);
+  tally.remaining = answer.number(tags::kNumberOfRemainingSuboperations, tally.remaining);
+  tally.completed = answer.number(tags::kNumberOfCompletedSuboperations, tally.completed);
+  tally.failed = answer.number(tags::kNumberOfFailedSuboperations, tally.failed);
+  tally.warning = answer.number(tags::kNumberOfWarningSuboperations, tally.warning);
   tally.status = answer.status();
   tally.text = describe_answer(answer);
 }
@@ -116,7 +117,7 @@ std::string serve_get(Association& association, const Peer& peer, const SentRequ
     VX_STATUS status = association.read(peer.timeout, message, true);
     if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
     if (message.command == C_STORE_RQ) {
-      const uint32_t request = message.number(0x00000110, 0);
+      const uint32_t request = message.number(tags::kMessageID, 0);
       StoredObject stored;
       const int32_t answer = writer.take(association.id(), message.id, stored);
       message.id = -1;
@@ -134,7 +135,7 @@ std::string serve_get(Association& association, const Peer& peer, const SentRequ
       return problem;
     }
     // Its data set, the list of what has failed, is decoded: only a request's can be had as bytes.
-    if (message.number(0x00000800, 0x0101) != 0x0101)
+    if (message.has_data_set())
       status = association.check(VX_Continue_Read_Message(association.id(), &message.id));
     if (status != VX_NORMAL_COMPLETION) return VX_Error_Message(status);
     count(message, tally);
@@ -197,7 +198,7 @@ int run_move(const Args& args) {
   }
   if (!peer.read(args) || !query.read(args, QueryKind::Move) || !query.fill(request, C_MOVE_RQ))
     return kUsage;
-  VX_Set_Value_From_String(request.id, 0x00000600, destination.c_str());
+  VX_Set_Value_From_String(request.id, tags::kMoveDestination, destination.c_str());
   ServiceListName list;
   Association association;
   if (const int exit =

@@ -17,9 +17,11 @@
 
 #include "base/byte_stream.h"
 #include "base/embedded.h"
+#include "base/hex.h"
 #include "base/printable.h"
 #include "base/session.h"
 #include "base/tables.h"
+#include "base/tags.h"
 #include "images/bounded_file.h"
 #include "images/recode.h"
 #include "network/network.h"
@@ -28,11 +30,8 @@
 namespace vexal {
 namespace {
 
-constexpr uint32_t kClass = 0x00080016;
-constexpr uint32_t kInstance = 0x00080018;
-constexpr uint32_t kStudy = 0x0020000D;
-constexpr uint32_t kSeries = 0x0020000E;
-constexpr uint32_t kTreeTags[] = {kClass, kInstance, kStudy, kSeries};
+constexpr uint32_t kTreeTags[] = {tags::kSOPClassUID, tags::kSOPInstanceUID, tags::kStudyInstanceUID,
+                                  tags::kSeriesInstanceUID};
 
 constexpr char kNearlyFull[] = "the disk is nearly full";
 constexpr char kOverMostBytes[] = "is larger than --max-size allows";
@@ -84,18 +83,20 @@ VX_STATUS encode_head(const StoredObject& object, VX_TRANSFER_SYNTAX syntax, con
   if (status != VX_NORMAL_COMPLETION) return status;
   char text[68] = "";
   const unsigned char version[2] = {0, 1};
-  VX_Add_Standard_Attribute(id, 0x00020000);
-  VX_Set_Value_From_Buffer(id, 0x00020001, version, 2);
-  VX_Set_Value_From_String(id, 0x00020002, object.sop_class.c_str());
-  VX_Set_Value_From_String(id, 0x00020003, object.instance.c_str());
-  VX_Set_Value_From_String(id, 0x00020010, uid_of_syntax(syntax).c_str());
+  VX_Add_Standard_Attribute(id, tags::kFileMetaInformationGroupLength);
+  VX_Set_Value_From_Buffer(id, tags::kFileMetaInformationVersion, version, 2);
+  VX_Set_Value_From_String(id, tags::kMediaStorageSOPClassUID, object.sop_class.c_str());
+  VX_Set_Value_From_String(id, tags::kMediaStorageSOPInstanceUID, object.instance.c_str());
+  VX_Set_Value_From_String(id, tags::kTransferSyntaxUID, uid_of_syntax(syntax).c_str());
   VX_Get_String_Config_Value(VX_CFG_IMPLEMENTATION_CLASS_UID, sizeof text, text);
-  VX_Set_Value_From_String(id, 0x00020012, text);
+  VX_Set_Value_From_String(id, tags::kImplementationClassUID, text);
   VX_Get_String_Config_Value(VX_CFG_IMPLEMENTATION_VERSION, sizeof text, text);
-  if (*text != '\0') VX_Set_Value_From_String(id, 0x00020013, text);
-  if (!calling_title.empty()) VX_Set_Value_From_String(id, 0x00020016, calling_title.c_str());
+  if (*text != '\0') VX_Set_Value_From_String(id, tags::kImplementationVersionName, text);
+  if (!calling_title.empty())
+    VX_Set_Value_From_String(id, tags::kSourceApplicationEntityTitle, calling_title.c_str());
   out.clear();
-  status = VX_Message_To_Stream(id, 0x00020000, 0x0002FFFF, EXPLICIT_LITTLE_ENDIAN, &out, append_to_string);
+  status = VX_Message_To_Stream(id, tags::kFileMetaInformationGroupLength, tags::kLastOfMeta,
+                                EXPLICIT_LITTLE_ENDIAN, &out, append_to_string);
   VX_Free_File(&id);
   return status;
 }
@@ -187,11 +188,9 @@ void Journal::write(const std::string& title, const std::string& address, const 
   std::tm parts{};
   ::gmtime_r(&now, &parts);
   std::strftime(head, sizeof head, "%Y-%m-%dT%H:%M:%SZ", &parts);
-  char code[8];
-  std::snprintf(code, sizeof code, "%04X", status);
   std::string line = head;
   for (const std::string& cell :
-       {shown(title), address, std::string(kWords[static_cast<int>(stored.outcome)]), std::string(code),
+       {shown(title), address, std::string(kWords[static_cast<int>(stored.outcome)]), hex_of(status, 4),
         shown(stored.sop_class), shown(stored.instance), std::to_string(stored.bytes), shown(stored.path)})
     line += "\t" + cell;
   line += '\n';
@@ -231,8 +230,8 @@ std::string choose_folder(const std::string& temporary, const StorageOptions& op
     if (!error.empty()) return error;
     scan = &own;
   }
-  stored.study = scan->text(kStudy);
-  stored.series = scan->text(kSeries);
+  stored.study = scan->text(tags::kStudyInstanceUID);
+  stored.series = scan->text(tags::kSeriesInstanceUID);
   // Palettes and the like belong to no study.
   if (!is_safe_name(stored.study)) stored.study = "no-study";
   if (!is_safe_name(stored.series)) stored.series = "no-series";
@@ -386,8 +385,8 @@ std::string ObjectWriter::disagreement(const StoredObject& stored, int32_t& answ
     return "its data set can not be read";
   }
   answer = kNotMatching;
-  const std::string instance = scan_.text(kInstance);
-  const std::string sop_class = scan_.text(kClass);
+  const std::string instance = scan_.text(tags::kSOPInstanceUID);
+  const std::string sop_class = scan_.text(tags::kSOPClassUID);
   // One that is silent contradicts nothing.
   if (!instance.empty() && instance != stored.instance)
     return "its data set has the SOP Instance UID \"" + instance + "\"";
@@ -415,8 +414,8 @@ int32_t ObjectWriter::finish(StoredObject& stored, std::string& error) {
 
 int32_t ObjectWriter::take(int32_t association, int32_t message, StoredObject& stored) {
   stored = {};
-  stored.sop_class = text_of(message, 0x00000002);
-  stored.instance = text_of(message, 0x00001000);
+  stored.sop_class = text_of(message, tags::kAffectedSOPClassUID);
+  stored.instance = text_of(message, tags::kAffectedSOPInstanceUID);
   bytes_ = 0;
   checked_ = 0;
   VX_Get_Message_Transfer_Syntax(message, &stored.syntax);
@@ -479,9 +478,7 @@ VX_STATUS append_identifier(int32_t, void* user, uint32_t size, void* data, int3
 }  // namespace
 
 bool drop_rest(int32_t association, int32_t& message) {
-  uint32_t kind = 0x0101;
-  VX_Get_Value_To_UInt(message, 0x00000800, &kind);
-  if (kind == 0x0101) return true;
+  if (!has_data_set(message)) return true;
   uint64_t dropped = 0;
   const MessageWatch watch;
   return VX_Continue_Read_Message_To_Stream(
@@ -498,9 +495,7 @@ IdentifierRoom::~IdentifierRoom() {
 }
 
 VX_STATUS read_rest(int32_t association, int32_t& message, IdentifierRoom& room) {
-  uint32_t kind = 0x0101;
-  VX_Get_Value_To_UInt(message, 0x00000800, &kind);
-  if (kind == 0x0101) return VX_NORMAL_COMPLETION;
+  if (!has_data_set(message)) return VX_NORMAL_COMPLETION;
   Identifier identifier{room, ""};
   {
     const MessageWatch watch;
@@ -511,7 +506,8 @@ VX_STATUS read_rest(int32_t association, int32_t& message, IdentifierRoom& room)
   VX_TRANSFER_SYNTAX syntax = 0;
   VX_Get_Message_Transfer_Syntax(message, &syntax);
   uint32_t tag = 0;
-  return VX_Stream_To_Message(message, 0x00010000, 0xFFFFFFFF, syntax, &tag, &identifier.bytes, give_string);
+  return VX_Stream_To_Message(message, tags::kBehindCommand, tags::kLast, syntax, &tag, &identifier.bytes,
+                              give_string);
 }
 
 }  // namespace vexal

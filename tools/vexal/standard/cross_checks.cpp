@@ -6,24 +6,15 @@
 #include <map>
 #include <set>
 
+#include "base/attributes.h"
 #include "base/names.h"
 #include "base/tag_path.h"
+#include "base/tags.h"
 #include "base/values.h"
 #include "files/charset.h"
 
 namespace vexal {
 namespace {
-
-constexpr uint32_t kCharacterSet = 0x00080005;
-constexpr uint32_t kImageType = 0x00080008;
-constexpr uint32_t kInstance = 0x00080018;
-constexpr uint32_t kReferencedInstance = 0x00081155;
-constexpr uint32_t kFrames = 0x00280008;
-constexpr uint32_t kDescriptor = 0x00283002;
-constexpr uint32_t kContent = 0x0040A730;
-constexpr uint32_t kPixelData = 0x7FE00010;
-constexpr uint32_t kPerFrame = 0x52009230;
-constexpr uint32_t kUndefined = 0xFFFFFFFFU;
 
 // Attributes for which the standard gives a choice of VR, by the choice.
 constexpr uint32_t kSignedOrNot[] = {0x00189810, 0x00221452, 0x00280071, 0x00280104, 0x00280105, 0x00280106,
@@ -182,38 +173,35 @@ class Checker {
 
   // Whether text may hold more than ASCII: an empty set is none, and so is a word that names none.
   static bool names_charset(int32_t id) {
-    if (!is_present(id, kCharacterSet)) return false;
+    if (!is_present(id, tags::kSpecificCharacterSet)) return false;
     int32_t count = 0;
-    VX_Get_Value_Count(id, kCharacterSet, &count);
-    const std::string first = text_of(id, kCharacterSet);
+    VX_Get_Value_Count(id, tags::kSpecificCharacterSet, &count);
+    const std::string first = text_of(id, tags::kSpecificCharacterSet);
     return count > 1 || first.starts_with("ISO") || first.starts_with("GB");
   }
 
   void object(int32_t id, bool has_charset) {
-    std::vector<std::pair<uint32_t, VX_VR>> attributes;
-    std::vector<int32_t> counts;
-    uint32_t tag = 0;
-    VX_VR vr = 0;
-    int32_t count = 0;
-    VX_STATUS status = VX_Get_First_Attribute(id, &tag, &vr, &count);
-    for (; status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Attribute(id, &tag, &vr, &count)) {
-      attributes.emplace_back(tag, vr);
-      counts.push_back(count);
-    }
-    for (std::size_t i = 0; i < attributes.size(); ++i) {
-      attribute(id, attributes[i].first, attributes[i].second, counts[i], has_charset);
-    }
+    struct Attribute {
+      uint32_t tag;
+      VX_VR vr;
+      int32_t count;
+    };
+    std::vector<Attribute> attributes;
+    for_each_attribute(id, [&](uint32_t tag, VX_VR vr, int32_t count) {
+      attributes.push_back({tag, vr, count});
+    });
+    for (const auto& [tag, vr, count] : attributes) attribute(id, tag, vr, count, has_charset);
     if (!query_) {
       lookup_table(id);
       directions(id);
       reference(id);
       sizes(id);
-      if (is_present(id, kPixelData)) pixels(id);
+      if (is_present(id, tags::kPixelData)) pixels(id);
     }
   }
 
   void attribute(int32_t id, uint32_t tag, VX_VR vr, int32_t count, bool has_charset) {
-    if (tag < 0x00080000) return meta_value(id, tag, vr, count);
+    if (tag < tags::kFirstOfDataSet) return meta_value(id, tag, vr, count);
     if (!is_private(tag)) {
       const std::string_view wanted = dictionary_vr(tag);
       if (!may_have_vr(tag, wanted, vr_letters(vr))) {
@@ -262,8 +250,11 @@ class Checker {
   // ---- The object as a whole ----
 
   void meta_group(int32_t root) {
-    constexpr struct { uint32_t meta, own; } kPairs[] = {{0x00020002, 0x00080016}, {0x00020003, kInstance}};
-    if (is_present(root, 0x00041220)) return;  // a directory has neither
+    constexpr struct {
+      uint32_t meta, own;
+    } kPairs[] = {{tags::kMediaStorageSOPClassUID, tags::kSOPClassUID},
+                  {tags::kMediaStorageSOPInstanceUID, tags::kSOPInstanceUID}};
+    if (is_present(root, tags::kDirectoryRecordSequence)) return;  // a directory has neither
     for (const auto& pair : kPairs) {
       const std::string meta = text_of(root, pair.meta);
       const std::string own = text_of(root, pair.own);
@@ -275,7 +266,8 @@ class Checker {
 
   // What identifies different things is different.
   void identifiers(int32_t root) {
-    constexpr uint32_t kIdentifiers[] = {kInstance, 0x0020000D, 0x0020000E, 0x00200052};
+    constexpr uint32_t kIdentifiers[] = {tags::kSOPInstanceUID, tags::kStudyInstanceUID,
+                                         tags::kSeriesInstanceUID, tags::kFrameOfReferenceUID};
     std::map<std::string, uint32_t> seen;
     for (const uint32_t tag : kIdentifiers) {
       const std::string uid = text_of(root, tag);
@@ -299,42 +291,44 @@ class Checker {
                    {"1.2.840.10008.5.1.4.1.1.13.1.3", 4}};
     std::vector<TextValue> values;
     int32_t count = 0;
-    if (VX_Get_Value_Count(root, kImageType, &count) != VX_NORMAL_COMPLETION ||
-        read_texts(root, kImageType, count, false, values) != VX_NORMAL_COMPLETION) {
+    if (VX_Get_Value_Count(root, tags::kImageType, &count) != VX_NORMAL_COMPLETION ||
+        read_texts(root, tags::kImageType, count, false, values) != VX_NORMAL_COMPLETION) {
       return;
     }
     const std::string& kind = values[0].bytes;
     if (kind != "ORIGINAL" && kind != "DERIVED" && kind != "MIXED" && !kind.empty())
-      add(root, kImageType, VX_NOT_ONE_OF_ENUMERATED_VALUES, "ORIGINAL | DERIVED | MIXED", 1);
+      add(root, tags::kImageType, VX_NOT_ONE_OF_ENUMERATED_VALUES, "ORIGINAL | DERIVED | MIXED", 1);
     if (count > 1 && values[1].bytes != "PRIMARY" && values[1].bytes != "SECONDARY" &&
         !values[1].bytes.empty())
-      add(root, kImageType, VX_NOT_ONE_OF_ENUMERATED_VALUES, "PRIMARY | SECONDARY", 2);
-    const std::string sop_class = text_of(root, 0x00080016);
+      add(root, tags::kImageType, VX_NOT_ONE_OF_ENUMERATED_VALUES, "PRIMARY | SECONDARY", 2);
+    const std::string sop_class = text_of(root, tags::kSOPClassUID);
     if (count > 1 && values[1].bytes == "SECONDARY" && is_class(sop_class, kPrimaryOnly))
-      add(root, kImageType, VX_NOT_ONE_OF_ENUMERATED_VALUES, "PRIMARY", 2);
+      add(root, tags::kImageType, VX_NOT_ONE_OF_ENUMERATED_VALUES, "PRIMARY", 2);
     for (const auto& row : kCounts) {
       if (row.sop_class == sop_class && count < row.values)
-        add(root, kImageType, VX_TOO_FEW_VALUES, std::to_string(row.values) + " values in this class");
+        add(root, tags::kImageType, VX_TOO_FEW_VALUES, std::to_string(row.values) + " values in this class");
     }
   }
 
   void frames(int32_t root) {
-    const std::vector<int32_t> items = sequence_items(root, kPerFrame);
+    const std::vector<int32_t> items = sequence_items(root, tags::kPerFrameFunctionalGroupsSequence);
     int32_t count = 0;
-    if (number_of(root, kFrames, count) && count > 1 && is_class(text_of(root, 0x00080016), kSingleFrame))
-      add(root, kFrames, VX_INCOMPATIBLE_VALUE, "images of this class have one frame", 1);
-    if (!items.empty() && number_of(root, kFrames, count) && count >= 0 &&
+    if (number_of(root, tags::kNumberOfFrames, count) && count > 1 &&
+        is_class(text_of(root, tags::kSOPClassUID), kSingleFrame))
+      add(root, tags::kNumberOfFrames, VX_INCOMPATIBLE_VALUE, "images of this class have one frame", 1);
+    if (!items.empty() && number_of(root, tags::kNumberOfFrames, count) && count >= 0 &&
         static_cast<std::size_t>(count) != items.size()) {
-      add(root, kPerFrame, VX_INCOMPATIBLE_VALUE,
+      add(root, tags::kPerFrameFunctionalGroupsSequence, VX_INCOMPATIBLE_VALUE,
           std::to_string(items.size()) + " items for " + std::to_string(count) + " frames");
     }
-    const std::size_t dimensions = sequence_items(root, 0x00209222).size();
+    const std::size_t dimensions = sequence_items(root, tags::kDimensionIndexSequence).size();
     for (const int32_t item : items) {
-      for (const int32_t content : sequence_items(item, 0x00209111)) {
+      for (const int32_t content : sequence_items(item, tags::kFrameContentSequence)) {
         int32_t values = 0;
-        if (VX_Get_Value_Count(content, 0x00209157, &values) != VX_NORMAL_COMPLETION) continue;
+        if (VX_Get_Value_Count(content, tags::kDimensionIndexValues, &values) != VX_NORMAL_COMPLETION)
+          continue;
         if (dimensions != 0 && static_cast<std::size_t>(values) != dimensions)
-          add(content, 0x00209157, VX_INCOMPATIBLE_VALUE,
+          add(content, tags::kDimensionIndexValues, VX_INCOMPATIBLE_VALUE,
               std::to_string(values) + " values for " + std::to_string(dimensions) + " dimensions");
       }
     }
@@ -343,53 +337,58 @@ class Checker {
   // A reference to frames or segments needs an instance that has them; a long code has no room in a short
   // one.
   void reference(int32_t id) {
-    const std::string sop_class = text_of(id, 0x00081150);
+    const std::string sop_class = text_of(id, tags::kReferencedSOPClassUID);
     const bool no_image = sop_class.starts_with("1.2.840.10008.3.") || sop_class.starts_with(kReports) ||
                           sop_class.starts_with(kPresentationStates);
-    if (is_present(id, 0x00081160) && (no_image || is_class(sop_class, kSingleFrame)))
-      add(id, 0x00081160, VX_VALUE_NOT_ALLOWED,
+    if (is_present(id, tags::kReferencedFrameNumber) && (no_image || is_class(sop_class, kSingleFrame)))
+      add(id, tags::kReferencedFrameNumber, VX_VALUE_NOT_ALLOWED,
           "instances of " + sop_class + " have no frames to choose from");
-    if (is_present(id, 0x0062000B) && sop_class.starts_with("1.2.840.10008.") &&
+    if (is_present(id, tags::kReferencedSegmentNumber) && sop_class.starts_with("1.2.840.10008.") &&
         !is_class(sop_class, kSegmentations))
-      add(id, 0x0062000B, VX_VALUE_NOT_ALLOWED, "instances of " + sop_class + " have no segments");
-    const std::string kind = text_of(id, 0x00089007);
+      add(id, tags::kReferencedSegmentNumber, VX_VALUE_NOT_ALLOWED,
+          "instances of " + sop_class + " have no segments");
+    const std::string kind = text_of(id, tags::kFrameType);
     if (!kind.empty() && kind != "ORIGINAL" && kind != "DERIVED" && kind != "MIXED")
-      add(id, 0x00089007, VX_NOT_ONE_OF_ENUMERATED_VALUES, "ORIGINAL | DERIVED | MIXED", 1);
-    const std::string code = text_of(id, 0x00080119);
+      add(id, tags::kFrameType, VX_NOT_ONE_OF_ENUMERATED_VALUES, "ORIGINAL | DERIVED | MIXED", 1);
+    const std::string code = text_of(id, tags::kLongCodeValue);
     if (!code.empty() && code.size() <= 16)
-      add(id, 0x00080119, VX_INCOMPATIBLE_VALUE, "up to 16 characters are a Code Value (0008,0100)");
+      add(id, tags::kLongCodeValue, VX_INCOMPATIBLE_VALUE,
+          "up to 16 characters are a Code Value (0008,0100)");
   }
 
   // What is above zero, and a ratio of pixels only where no spacing gives it (PS3.3 sections 10.7.1.3,
   // C.7.6.3, C.11.2.1.2).
   void sizes(int32_t id) {
     for (const uint32_t tag :
-         {0x00280030U, 0x00181164U, 0x00182010U, 0x00281051U, 0x60000010U, 0x60000011U}) {
+         {tags::kPixelSpacing, tags::kImagerPixelSpacing, tags::kNominalScannedPixelSpacing,
+          tags::kWindowWidth, tags::kOverlayRows, tags::kOverlayColumns}) {
       if (!is_present(id, tag)) continue;
       const std::vector<double> values = numbers_of(id, tag, 2);
       for (std::size_t i = 0; i < values.size(); ++i) {
         if (values[i] <= 0) add(id, tag, VX_VALUE_OUT_OF_RANGE, "is above 0", static_cast<int32_t>(i) + 1);
       }
     }
-    if (!is_present(id, 0x00280034)) return;
-    for (const uint32_t spacing : {0x00280030U, 0x00181164U, 0x00182010U}) {
+    if (!is_present(id, tags::kPixelAspectRatio)) return;
+    for (const uint32_t spacing :
+         {tags::kPixelSpacing, tags::kImagerPixelSpacing, tags::kNominalScannedPixelSpacing}) {
       if (is_present(id, spacing))
-        return add(id, 0x00280034, VX_VALUE_NOT_ALLOWED, "beside " + describe_tag(spacing));
+        return add(id, tags::kPixelAspectRatio, VX_VALUE_NOT_ALLOWED, "beside " + describe_tag(spacing));
     }
-    const std::vector<double> ratio = numbers_of(id, 0x00280034, 2);
+    const std::vector<double> ratio = numbers_of(id, tags::kPixelAspectRatio, 2);
     if (ratio.size() == 2 && ratio[0] == ratio[1])
-      add(id, 0x00280034, VX_VALUE_NOT_ALLOWED, "a ratio of 1:1 is not given");
+      add(id, tags::kPixelAspectRatio, VX_VALUE_NOT_ALLOWED, "a ratio of 1:1 is not given");
   }
 
   // Every instance that a report's content refers to is listed as evidence (PS3.3 section C.17.2.3).
   void evidence(int32_t root) {
-    if (!is_present(root, kContent)) return;
+    if (!is_present(root, tags::kContentSequence)) return;
     std::set<std::string> listed;
-    for (const uint32_t tag : {0x0040A375U, 0x0040A385U}) {
+    for (const uint32_t tag :
+         {tags::kCurrentRequestedProcedureEvidenceSequence, tags::kPertinentOtherEvidenceSequence}) {
       for (const int32_t study : sequence_items(root, tag)) {
-        for (const int32_t series : sequence_items(study, 0x00081115)) {
-          for (const int32_t instance : sequence_items(series, 0x00081199))
-            listed.insert(text_of(instance, kReferencedInstance));
+        for (const int32_t series : sequence_items(study, tags::kReferencedSeriesSequence)) {
+          for (const int32_t instance : sequence_items(series, tags::kReferencedSOPSequence))
+            listed.insert(text_of(instance, tags::kReferencedSOPInstanceUID));
         }
       }
     }
@@ -397,16 +396,18 @@ class Checker {
   }
 
   void content(int32_t node, const std::set<std::string>& listed) {
-    for (const int32_t reference : sequence_items(node, 0x00081199)) referenced(reference, listed);
-    for (const int32_t child : sequence_items(node, kContent)) content(child, listed);
+    for (const int32_t reference : sequence_items(node, tags::kReferencedSOPSequence))
+      referenced(reference, listed);
+    for (const int32_t child : sequence_items(node, tags::kContentSequence)) content(child, listed);
   }
 
   void referenced(int32_t reference, const std::set<std::string>& listed) {
-    const std::string uid = text_of(reference, kReferencedInstance);
+    const std::string uid = text_of(reference, tags::kReferencedSOPInstanceUID);
     if (!uid.empty() && !listed.contains(uid))
-      add(reference, kReferencedInstance, VX_INCOMPATIBLE_VALUE, "is in no item of the evidence sequences",
-          1);
-    for (const int32_t state : sequence_items(reference, 0x00081199)) referenced(state, listed);
+      add(reference, tags::kReferencedSOPInstanceUID, VX_INCOMPATIBLE_VALUE,
+          "is in no item of the evidence sequences", 1);
+    for (const int32_t state : sequence_items(reference, tags::kReferencedSOPSequence))
+      referenced(state, listed);
   }
 
   // ---- Lengths ----
@@ -415,7 +416,7 @@ class Checker {
   bool length_of(int32_t id, uint32_t tag, uint64_t& length) const {
     if (const KeptValue* kept = file_.kept(id, tag)) {
       length = kept->length;
-      return kept->length != kUndefined;
+      return kept->length != kUndefinedLength;
     }
     uint32_t bytes = 0;
     if (VX_Get_Value_Length(id, tag, 1, &bytes) != VX_NORMAL_COMPLETION) return false;
@@ -431,23 +432,24 @@ class Checker {
     int32_t stored = 0;
     int32_t high = 0;
     int32_t frames = 1;
-    number_of(id, kFrames, frames);
-    const bool depth = number_of(id, 0x00280100, allocated) && number_of(id, 0x00280101, stored);
+    number_of(id, tags::kNumberOfFrames, frames);
+    const bool depth =
+        number_of(id, tags::kBitsAllocated, allocated) && number_of(id, tags::kBitsStored, stored);
     if (depth && stored > allocated)
-      add(id, 0x00280101, VX_INCOMPATIBLE_VALUE, "more bits stored than allocated");
-    if (depth && number_of(id, 0x00280102, high) && high != stored - 1)
-      add(id, 0x00280102, VX_INCOMPATIBLE_VALUE,
+      add(id, tags::kBitsStored, VX_INCOMPATIBLE_VALUE, "more bits stored than allocated");
+    if (depth && number_of(id, tags::kHighBit, high) && high != stored - 1)
+      add(id, tags::kHighBit, VX_INCOMPATIBLE_VALUE,
           "is one less than Bits Stored, " + std::to_string(stored - 1));
-    const bool has_size = number_of(id, 0x00280010, rows) && number_of(id, 0x00280011, columns);
-    if (has_size && rows == 0) add(id, 0x00280010, VX_VALUE_OUT_OF_RANGE, "no image has 0 rows");
-    if (has_size && columns == 0) add(id, 0x00280011, VX_VALUE_OUT_OF_RANGE, "no image has 0 columns");
-    const std::string interpretation = text_of(id, 0x00280004);
-    const bool has_samples = number_of(id, 0x00280002, samples);
+    const bool has_size = number_of(id, tags::kRows, rows) && number_of(id, tags::kColumns, columns);
+    if (has_size && rows == 0) add(id, tags::kRows, VX_VALUE_OUT_OF_RANGE, "no image has 0 rows");
+    if (has_size && columns == 0) add(id, tags::kColumns, VX_VALUE_OUT_OF_RANGE, "no image has 0 columns");
+    const std::string interpretation = text_of(id, tags::kPhotometricInterpretation);
+    const bool has_samples = number_of(id, tags::kSamplesPerPixel, samples);
     if (has_samples) kinds_of_pixels(id, samples, interpretation);
     uint64_t length = 0;
-    const bool measured = length_of(id, kPixelData, length);
+    const bool measured = length_of(id, tags::kPixelData, length);
     if (!is_uncompressed(file_.syntax())) {
-      if (measured && length == 0) add(id, kPixelData, VX_VALUE_MAY_NOT_BE_NULL, "has fragments");
+      if (measured && length == 0) add(id, tags::kPixelData, VX_VALUE_MAY_NOT_BE_NULL, "has fragments");
       return;
     }
     if (!measured || !depth || !has_size || !has_samples || frames <= 0 || allocated <= 0) return;
@@ -457,7 +459,7 @@ class Checker {
         samples == 3 && interpretation == "YBR_FULL_422" ? count * 2 : count * static_cast<uint64_t>(samples);
     const uint64_t bytes = (count * static_cast<uint64_t>(allocated) + 7) / 8;
     if (length != bytes + bytes % 2)
-      add(id, kPixelData, VX_INVALID_LENGTH_FOR_VR,
+      add(id, tags::kPixelData, VX_INVALID_LENGTH_FOR_VR,
           std::to_string(length) + " bytes, not the " + std::to_string(bytes + bytes % 2) +
               " of its description");
   }
@@ -467,13 +469,17 @@ class Checker {
     const bool single = interpretation.starts_with("MONOCHROME") || interpretation == "PALETTE COLOR";
     const bool three = interpretation == "RGB" || interpretation.starts_with("YBR_");
     if ((samples != 1 && samples != 3 && samples != 4) || (single && samples != 1) || (three && samples != 3))
-      add(id, 0x00280002, VX_NOT_ONE_OF_ENUMERATED_VALUES, single ? "1" : three ? "3" : "1 | 3", 1);
-    const std::string syntax = id == file_.id() ? text_of(id, 0x00020010) : "";
+      add(id, tags::kSamplesPerPixel, VX_NOT_ONE_OF_ENUMERATED_VALUES,
+          single  ? "1"
+          : three ? "3"
+                  : "1 | 3",
+          1);
+    const std::string syntax = id == file_.id() ? text_of(id, tags::kTransferSyntaxUID) : "";
     for (const auto& row : kInterpretations) {
       if (syntax != row.syntax || interpretation.empty()) continue;
       if (("|" + std::string(row.interpretations) + "|").find("|" + interpretation + "|") ==
           std::string::npos)
-        add(id, 0x00280004, VX_NOT_ONE_OF_ENUMERATED_VALUES,
+        add(id, tags::kPhotometricInterpretation, VX_NOT_ONE_OF_ENUMERATED_VALUES,
             "in this transfer syntax " + std::string(row.interpretations), 1);
     }
   }
@@ -481,10 +487,10 @@ class Checker {
   void lookup_table(int32_t id) {
     constexpr struct {
       uint32_t descriptor, data;
-    } kTables[] = {{kDescriptor, 0x00283006},
-                   {0x00281101, 0x00281201},
-                   {0x00281102, 0x00281202},
-                   {0x00281103, 0x00281203}};
+    } kTables[] = {{tags::kLUTDescriptor, tags::kLUTData},
+                   {tags::kRedPaletteColorLookupTableDescriptor, tags::kRedPaletteColorLookupTableData},
+                   {tags::kGreenPaletteColorLookupTableDescriptor, tags::kGreenPaletteColorLookupTableData},
+                   {tags::kBluePaletteColorLookupTableDescriptor, tags::kBluePaletteColorLookupTableData}};
     for (const auto& table : kTables) {
       const std::vector<double> described = numbers_of(id, table.descriptor, 3);
       uint64_t length = 0;
@@ -516,7 +522,8 @@ class Checker {
 
   void directions(int32_t id) {
     constexpr double kTolerance = 0.01;
-    for (const uint32_t tag : {0x00200037U, 0x00189089U, 0x00189090U}) {
+    for (const uint32_t tag : {tags::kImageOrientationPatient, tags::kDiffusionGradientOrientation,
+                               tags::kVelocityEncodingDirection}) {
       if (!is_present(id, tag)) continue;
       const std::vector<double> v = numbers_of(id, tag, 6);
       for (std::size_t i = 0; i + 3 <= v.size(); i += 3) {

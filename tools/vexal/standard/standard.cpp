@@ -3,22 +3,20 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/attributes.h"
+#include "base/tags.h"
 #include "base/values.h"
 #include "rules.h"
 
 namespace vexal {
 namespace {
 
-constexpr uint32_t kSopClass = 0x00080016;
-constexpr uint32_t kMediaSopClass = 0x00020002;
-constexpr uint32_t kQueryLevel = 0x00080052;
-constexpr uint32_t kScheduledSteps = 0x00400100;
-
 // An identifier names no SOP class; its level, or what it asks about, tells the service.
 std::string service_of_identifier(int32_t id) {
-  const std::string level = text_of(id, kQueryLevel);
+  const std::string level = text_of(id, tags::kQueryRetrieveLevel);
   if (!level.empty()) return level == "PATIENT" ? "PATIENT_ROOT_QR_FIND" : "STUDY_ROOT_QR_FIND";
-  const bool steps = VX_Get_Attribute_Info(id, kScheduledSteps, nullptr, nullptr) == VX_NORMAL_COMPLETION;
+  const bool steps = VX_Get_Attribute_Info(id, tags::kScheduledProcedureStepSequence, nullptr, nullptr) ==
+                     VX_NORMAL_COMPLETION;
   return steps ? "MODALITY_WORKLIST_FIND" : "";
 }
 
@@ -28,11 +26,9 @@ using Misfits = std::pair<std::size_t, std::size_t>;
 
 Misfits count_misfits(int32_t id, const Rules& rules) {
   Misfits count;
-  uint32_t tag = 0;
-  VX_STATUS status = VX_Get_First_Attribute(id, &tag, nullptr, nullptr);
-  for (; status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Attribute(id, &tag, nullptr, nullptr)) {
-    if (tag >= 0x00080000 && find_rule(rules, tag) == nullptr) ++count.first;
-  }
+  for_each_attribute(id, [&](uint32_t tag, VX_VR, int32_t) {
+    if (tag >= tags::kFirstOfDataSet && find_rule(rules, tag) == nullptr) ++count.first;
+  });
   for (const Rule& rule : rules) {
     if (rule.type != vxdata::kType1 && rule.type != vxdata::kType2) continue;
     if (VX_Get_Attribute_Info(id, rule.tag, nullptr, nullptr) != VX_NORMAL_COMPLETION) ++count.second;
@@ -64,9 +60,9 @@ std::string Standard::title() const {
 
 std::string choose_standard(int32_t id, const Standard& named, Standard& standard) {
   standard.service = named.service;
-  std::string uid = text_of(id, kSopClass);
+  std::string uid = text_of(id, tags::kSOPClassUID);
   const bool identifier = uid.empty();
-  if (identifier) uid = text_of(id, kMediaSopClass);
+  if (identifier) uid = text_of(id, tags::kMediaStorageSOPClassUID);
   if (standard.service.empty()) standard.service = service_of_class(uid);
   if (standard.service.empty() && identifier) standard.service = service_of_identifier(id);
   if (standard.service.empty() && uid.empty()) return "not validated: no SOP class UID; --service names one";

@@ -36,8 +36,7 @@ struct Asked {
 void collect(const Rules& rules, const std::string& front, long depth, std::vector<std::string>& way,
              std::vector<Row>& rows) {
   for (const Rule& rule : rules) {
-    const std::string_view keyword = tag_keyword(rule.tag);
-    const std::string path = front + (keyword.empty() ? format_tag(rule.tag) : std::string(keyword));
+    const std::string path = front + tag_name(rule.tag);
     rows.push_back({rule.tag, path, &rule});
     if (depth == 0 || rule.items.empty()) continue;
     const std::string& name = rule.items.front();

@@ -1,7 +1,6 @@
 // vexal validate: what in a file breaks the rules of its SOP class.
 #include <algorithm>
 #include <cstdio>
-#include <map>
 #include <mutex>
 #include <set>
 #include <shared_mutex>
@@ -14,11 +13,9 @@
 #include "base/printable.h"
 #include "base/session.h"
 #include "base/tag_path.h"
-#include "condition_words.h"
 #include "cross_checks.h"
 #include "files/files.h"
-#include "rules.h"
-#include "standard.h"
+#include "findings.h"
 
 namespace vexal {
 namespace {
@@ -32,22 +29,11 @@ constexpr Option kOptions[] = {
     {"--threads", "N", "files read at once (default: the processors)"},
 };
 
-constexpr std::size_t kShown = 64;  // bytes of a value
-constexpr int kLevels = 3;
-constexpr const char* kSingular[] = {"error", "warning", "remark"};
-constexpr const char* kPlural[] = {"errors", "warnings", "remarks"};
-
 struct ValidateSettings {
   ValidationLevel level = VX_Errors_And_Warnings;
   bool json = false;
   Standard standard;  // what the user names of it
   std::vector<std::vector<PathStep>> paths;
-};
-
-struct Found {
-  ValErrObj what;
-  int severity;        // 0 errors, 1 warnings, 2 remarks
-  std::string reason;  // of what the program has found beside the library: in words
 };
 
 bool same(const ValErrObj& a, const ValErrObj& b) {
@@ -98,115 +84,6 @@ VX_STATUS validate_levels(int32_t id, const ValidateSettings& settings, uint16_t
   return VX_NORMAL_COMPLETION;
 }
 
-// Where the items of an object are, by their IDs.
-class Tree {
- public:
-  explicit Tree(int32_t root) : root_(root) {}
-  void set_standard(const Standard& standard) { standard_ = standard; }
-
-  // Null where no rule is known.
-  const Rule* rule(int32_t object, uint32_t tag) {
-    const Rules* known = rules(object);
-    return known != nullptr ? find_rule(*known, tag) : nullptr;
-  }
-
-  // "SequenceOfItems[0].Attribute".
-  std::string path(int32_t object, uint32_t tag) {
-    std::string text = tag_keyword(tag).empty() ? format_tag(tag) : std::string(tag_keyword(tag));
-    for (const Home* home = find(object); home != nullptr; home = find(home->object)) {
-      text = path_step(*home) + "." + text;
-    }
-    return text;
-  }
-
-  bool lies_under(int32_t object, uint32_t tag, const std::vector<Place>& places) {
-    for (;;) {
-      for (const Place& place : places) {
-        if (place.object == object && place.tag == tag) return true;
-      }
-      const Home* home = find(object);
-      if (home == nullptr) return false;
-      object = home->object;
-      tag = home->tag;
-    }
-  }
-
- private:
-  struct Home {
-    int32_t object;
-    uint32_t tag;
-    std::size_t index;
-  };
-
-  static std::string path_step(const Home& home) {
-    const std::string_view keyword = tag_keyword(home.tag);
-    const std::string name = keyword.empty() ? format_tag(home.tag) : std::string(keyword);
-    return name + "[" + std::to_string(home.index) + "]";
-  }
-
-  // Items go by the first type that their sequence takes.
-  const Rules* rules(int32_t object) {
-    const RuleBook& book = RuleBook::get();
-    const Home* home = find(object);
-    if (home == nullptr) return book.message(standard_.service, standard_.command);
-    const Rule* sequence = rule(home->object, home->tag);
-    return sequence != nullptr && !sequence->items.empty() ? book.item(sequence->items.front()) : nullptr;
-  }
-
-  const Home* find(int32_t object) {
-    if (object == root_) return nullptr;
-    if (homes_.empty()) add(root_);
-    const auto it = homes_.find(object);
-    return it != homes_.end() ? &it->second : nullptr;
-  }
-
-  void add(int32_t object) {
-    for (const uint32_t sequence : sequences_of(object)) {
-      const std::vector<int32_t> items = sequence_items(object, sequence);
-      for (std::size_t i = 0; i < items.size(); ++i) {
-        if (homes_.emplace(items[i], Home{object, sequence, i}).second) add(items[i]);
-      }
-    }
-  }
-
-  int32_t root_;
-  Standard standard_;
-  std::map<int32_t, Home> homes_;
-};
-
-// Reads the texts of values. Findings come in the order of the values, so that the next one is mostly read on
-// from the last.
-class ValueReader {
- public:
-  // The start of it, if it is long.
-  std::string text(const ValErrObj& finding) {
-    const bool on = object_ == finding.MsgItemID && tag_ == finding.Tag && number_ < finding.ValueNumber;
-    char text[kShown + 1] = "";
-    VX_STATUS status = VX_NORMAL_COMPLETION;
-    if (!on) {
-      status = VX_Get_Value_To_String(finding.MsgItemID, finding.Tag, sizeof text, text);
-      number_ = 1;
-    }
-    for (; number_ < finding.ValueNumber; ++number_)
-      status = VX_Get_Next_Value_To_String(finding.MsgItemID, finding.Tag, sizeof text, text);
-    object_ = finding.MsgItemID;
-    tag_ = finding.Tag;
-    if (status == VX_BUFFER_TOO_SMALL) return std::string(text) + "...";
-    return status == VX_NORMAL_COMPLETION ? text : "";
-  }
-
- private:
-  int32_t object_ = -1;
-  uint32_t tag_ = 0;
-  int32_t number_ = 0;
-};
-
-bool is_item_finding(const ValErrObj& finding) {
-  VX_VR vr = 0;
-  return VX_Get_Attribute_Info(finding.MsgItemID, finding.Tag, &vr, nullptr) == VX_NORMAL_COMPLETION &&
-         vr == VX_VR_SQ;
-}
-
 std::string counted(std::size_t count, const char* one, const char* many) {
   return std::to_string(count) + " " + (count == 1 ? one : many);
 }
@@ -219,175 +96,6 @@ std::string counted(const std::size_t (&counts)[kLevels], ValidationLevel level)
     text += counted(counts[i], kSingular[i], kPlural[i]);
   }
   return text;
-}
-
-// Long lists are cut: template shows them whole.
-std::string shorten(std::string text) {
-  constexpr std::size_t kLimit = 160;
-  if (text.size() <= kLimit) return text;
-  return text.substr(0, text.rfind(" | ", kLimit)) + " | ...";
-}
-
-// "type 1C of Patient (C.7-1), required if ...".
-std::string type_text(const Rule& rule, const char* link) {
-  std::string text = "type " + std::string(vxdata::type_text(rule.type));
-  if (const std::size_t space = rule.module.find(' '); space != std::string::npos) {
-    const bool table =
-        rule.module.find('.') < space || rule.module.find('-') < space;  // as the standard has it
-    text += " of " +
-            (table ? rule.module.substr(space + 1) + " (" + rule.module.substr(0, space) + ")" : rule.module);
-  }
-  const std::string words = condition_words(rule.condition);
-  return words.empty() ? text : text + ", " + link + words;
-}
-
-// What stays UN in the library, though the standard has a VR for it.
-bool is_carried_as_un(const ValErrObj& finding) {
-  const std::string_view vr = standard_vr(finding.Tag);
-  return finding.Status == VX_INVALID_VR_CODE && (vr == "OV" || vr == "SV" || vr == "UV");
-}
-
-// The VR that the value was checked by.
-std::string checked_vr(const ValErrObj& finding) {
-  VX_VR vr = 0;
-  if (VX_Get_Attribute_Info(finding.MsgItemID, finding.Tag, &vr, nullptr) == VX_NORMAL_COMPLETION)
-    return vr_letters(vr);
-  return std::string(standard_vr(finding.Tag));
-}
-
-// What the standard asks for where the finding is; empty if there is nothing to tell.
-std::string wanted_text(const Found& found, const Rule* rule) {
-  const ValErrObj& finding = found.what;
-  if (!found.reason.empty()) return found.reason;
-  if (is_carried_as_un(finding))
-    return "VR " + std::string(standard_vr(finding.Tag)) + ", which is carried as UN and loses nothing";
-  switch (finding.Status) {
-    case VX_NON_SERVICE_ATTRIBUTE:
-      return "";
-    case VX_TOO_FEW_VALUES:
-    case VX_TOO_MANY_VALUES:
-      return "VM " + multiplicity_text(finding.Tag);
-    case VX_NOT_ONE_OF_ENUMERATED_VALUES:
-    case VX_NOT_ONE_OF_DEFINED_TERMS:
-      return rule != nullptr ? shorten(values_text(*rule, finding.ValueNumber)) : "";
-    case VX_REQUIRED_ATTRIBUTE_MISSING:
-    case VX_REQUIRED_VALUE_MISSING:
-    case VX_VALUE_MAY_NOT_BE_NULL:
-    case VX_NO_CONDITION_FUNCTION:
-    case VX_UNABLE_TO_CHECK_CONDITION:
-      return rule != nullptr ? type_text(*rule, "required if ") : "";
-    case VX_VALUE_NOT_ALLOWED:
-      return rule != nullptr ? type_text(*rule, "only if ") : "";
-    default: {
-      const std::string vr = checked_vr(finding);
-      return vr.empty() ? "" : "VR " + vr;
-    }
-  }
-}
-
-// A finding as it is printed, with how many of its like there are.
-struct Line {
-  std::string head;  // tag, path, value
-  std::string text;  // status and what is wanted
-  std::size_t count = 1;
-};
-
-// "A[12].B" as "A[].B": what the same finding in other items has in common.
-std::string without_numbers(const std::string& path) {
-  std::string text;
-  bool inside = false;
-  for (const char c : path) {
-    if (!inside || c == ']') text += c;
-    inside = c == '[' || (inside && c != ']');
-  }
-  return text;
-}
-
-std::string finding_head(Tree& tree, const Found& one, ValueReader& values) {
-  const ValErrObj& what = one.what;
-  std::string head = format_tag(what.Tag) + " " + tree.path(what.MsgItemID, what.Tag);
-  if (what.ValueNumber > 0 && is_item_finding(what)) {
-    head += " item " + std::to_string(what.ValueNumber - 1);
-  } else if (what.ValueNumber > 0) {
-    if (what.ValueNumber > 1) head += " value " + std::to_string(what.ValueNumber);
-    head += " \"" + shown(values.text(what)) + "\"";
-  }
-  return head;
-}
-
-// Equal findings make one line, that of the first.
-void append_text(std::string& out, Tree& tree, const std::vector<Found>& found, ValidationLevel level) {
-  ValueReader values;
-  for (int severity = 0; severity < level; ++severity) {
-    std::vector<Line> lines;
-    std::map<std::string, std::size_t> known;
-    for (const Found& one : found) {
-      if (one.severity != severity) continue;
-      const ValErrObj& what = one.what;
-      const std::string wanted = wanted_text(one, tree.rule(what.MsgItemID, what.Tag));
-      const std::string text =
-          std::string(VX_Error_Message(what.Status)) + (wanted.empty() ? "" : " [" + wanted + "]");
-      const std::string key =
-          format_tag(what.Tag) + without_numbers(tree.path(what.MsgItemID, what.Tag)) + "\n" + text;
-      const auto [at, fresh] = known.emplace(key, lines.size());
-      if (fresh) {
-        lines.push_back({finding_head(tree, one, values), text});
-      } else {
-        ++lines[at->second].count;
-      }
-    }
-    if (!lines.empty()) out += "  " + std::string(kPlural[severity]) + "\n";
-    for (const Line& line : lines) {
-      out += "    " + line.head + ": " + line.text;
-      if (line.count > 1) out += " (the first of " + std::to_string(line.count) + ")";
-      out += '\n';
-    }
-  }
-}
-
-void append_wanted(std::string& out, const Found& found, const Rule* rule) {
-  const ValErrObj& finding = found.what;
-  const std::string text = wanted_text(found, rule);
-  if (!text.empty()) {
-    out += ",\"wanted\":";
-    append_json(out, text);
-  }
-  if (const std::string_view vr = standard_vr(finding.Tag); !vr.empty()) {
-    out += ",\"vr\":";
-    append_json(out, vr);
-    out += ",\"vm\":\"" + multiplicity_text(finding.Tag) + "\"";
-  }
-  if (rule != nullptr) append_rule_json(out, *rule);
-}
-
-void append_json_findings(std::string& out, Tree& tree, const std::vector<Found>& found,
-                          ValidationLevel level) {
-  ValueReader values;
-  bool first = true;
-  for (int severity = 0; severity < level; ++severity) {
-    for (const Found& one : found) {
-      if (one.severity != severity) continue;
-      const ValErrObj& what = one.what;
-      out += first ? "{\"severity\":\"" : ",{\"severity\":\"";
-      first = false;
-      out += kSingular[severity];
-      out += "\",\"tag\":\"" + tag_key(what.Tag) + "\",\"path\":";
-      append_json(out, tree.path(what.MsgItemID, what.Tag));
-      if (what.ValueNumber > 0) {
-        const bool item = is_item_finding(what);
-        out += item ? ",\"item\":" : ",\"valueNumber\":";
-        out += std::to_string(item ? what.ValueNumber - 1 : what.ValueNumber);
-        if (!item) {
-          out += ",\"value\":";
-          append_json(out, values.text(what));
-        }
-      }
-      out += ",\"status\":" + std::to_string(what.Status) + ",\"rule\":";
-      append_json(out, std::string_view(VX_Error_Message(what.Status)));
-      append_wanted(out, one, tree.rule(what.MsgItemID, what.Tag));
-      out += '}';
-    }
-  }
 }
 
 struct Totals {
@@ -416,7 +124,7 @@ bool grade_listed(Found& found, const Rule& rule) {
 }
 
 // The library takes the kind of an attribute's last list for all of its values, and UN for a fault.
-void grade(Tree& tree, std::vector<Found>& found) {
+void grade(ItemTree& tree, std::vector<Found>& found) {
   std::erase_if(found, [&](Found& one) {
     if (is_carried_as_un(one.what)) one.severity = 2;
     const VX_STATUS status = one.what.Status;
@@ -448,7 +156,8 @@ void add_cross_checks(const DicomFile& file, uint16_t command, std::vector<Found
 
 // The library passes over an item without attributes where the sequence need not have values; what its rules
 // demand is missing all the same.
-void add_empty_items(int32_t object, Tree& tree, const std::set<int32_t>& told, std::vector<Found>& found) {
+void add_empty_items(int32_t object, ItemTree& tree, const std::set<int32_t>& told,
+                     std::vector<Found>& found) {
   for (const uint32_t sequence : sequences_of(object)) {
     const Rule* rule = tree.rule(object, sequence);
     const bool typed = rule != nullptr && !rule->items.empty();
@@ -466,7 +175,7 @@ void add_empty_items(int32_t object, Tree& tree, const std::set<int32_t>& told, 
   }
 }
 
-std::string examine(const DicomFile& file, const ValidateSettings& settings, Tree& tree,
+std::string examine(const DicomFile& file, const ValidateSettings& settings, ItemTree& tree,
                     std::vector<Found>& found, Standard& standard) {
   std::string problem = choose_standard(file.id(), settings.standard, standard);
   if (!problem.empty()) return problem;
@@ -537,7 +246,7 @@ FileResult validate_file(const std::string& path, const ValidateSettings& settin
   std::string out_of_order;
   if (reader.open(file, path, out_of_order) != VX_NORMAL_COMPLETION)
     return fail(path, file.problem(), totals);
-  Tree tree(file.id());
+  ItemTree tree(file.id());
   std::vector<Found> found;
   Standard standard;
   const std::string problem = examine(file, settings, tree, found, standard);
@@ -612,15 +321,7 @@ int run(const Args& args) {
       return kUsage;
     }
   }
-  for (const std::string& text : args.all("--attribute")) {
-    std::vector<PathStep> path;
-    const std::string error = parse_path(text, path);
-    if (!error.empty()) {
-      complain("--attribute %s: %s", text.c_str(), error.c_str());
-      return kUsage;
-    }
-    settings.paths.push_back(std::move(path));
-  }
+  if (!read_paths(args, "--attribute", settings.paths)) return kUsage;
   if (args.paths.empty()) {
     complain("validate needs a file or folder; --help tells more");
     return kUsage;

@@ -10,6 +10,7 @@
 #include "base/names.h"
 #include "base/parallel.h"
 #include "base/session.h"
+#include "base/tags.h"
 #include "base/uid.h"
 #include "files/files.h"
 #include "files/web_client.h"
@@ -281,8 +282,6 @@ struct FilePart {
 
 // Why the server did not take the one object of a request; empty if it did.
 std::string store_problem(const WebAnswer& answer, bool& warned) {
-  constexpr uint32_t kFailed = 0x00081198;
-  constexpr uint32_t kStored = 0x00081199;
   WebDocument document;
   const bool readable = answer.problem.empty() && document.read(answer.text).empty();
   // (0008,1197) and (0008,1196) of the only item.
@@ -294,12 +293,12 @@ std::string store_problem(const WebAnswer& answer, bool& warned) {
     return document.values_at(0, path);
   };
   const std::string refused = "the server did not store it: ";
-  if (readable && document.items(0, kFailed) > 0) {
-    const std::string reason = code(kFailed, 0x00081197);
+  if (readable && document.items(0, tags::kFailedSOPSequence) > 0) {
+    const std::string reason = code(tags::kFailedSOPSequence, tags::kFailureReason);
     if (reason.empty()) return refused + "it does not say why";
     return refused + describe_dimse(static_cast<uint16_t>(std::strtoul(reason.c_str(), nullptr, 10)));
   }
-  warned = readable && !code(kStored, 0x00081196).empty();
+  warned = readable && !code(tags::kReferencedSOPSequence, tags::kWarningReason).empty();
   return answer.good() ? "" : refused + answer.describe();
 }
 

@@ -1,0 +1,184 @@
+#include "frame_form.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+
+#include "base/names.h"
+#include "base/tags.h"
+#include "base/values.h"
+
+namespace vexal {
+namespace {
+
+struct SyntaxName {
+  const char* name;
+  VX_TRANSFER_SYNTAX syntax;
+};
+constexpr SyntaxName kNames[] = {
+    {"implicit", IMPLICIT_LITTLE_ENDIAN},
+    {"implicit_little_endian", IMPLICIT_LITTLE_ENDIAN},
+    {"explicit", EXPLICIT_LITTLE_ENDIAN},
+    {"little-endian", EXPLICIT_LITTLE_ENDIAN},
+    {"explicit_little_endian", EXPLICIT_LITTLE_ENDIAN},
+    {"big-endian", EXPLICIT_BIG_ENDIAN},
+    {"explicit_big_endian", EXPLICIT_BIG_ENDIAN},
+    {"deflated", DEFLATED_EXPLICIT_LITTLE_ENDIAN},
+    {"deflated_explicit_little_endian", DEFLATED_EXPLICIT_LITTLE_ENDIAN},
+    {"rle", RLE},
+    {"jpeg", JPEG_BASELINE},
+    {"jpeg-12", JPEG_EXTENDED_2_4},
+    {"jpeg-lossless", JPEG_LOSSLESS_HIER_14},
+    {"jpeg-ls", JPEG_LS_LOSSLESS},
+    {"jpeg-ls-near", JPEG_LS_LOSSY},
+    {"jpeg2000", JPEG_2000_LOSSLESS_ONLY},
+    {"jpeg2000-lossy", JPEG_2000},
+};
+
+// What the program can do with a compressed syntax. Every one that it knows can be decompressed.
+struct Coding {
+  VX_TRANSFER_SYNTAX syntax;
+  VX_COMPRESSION_CALLBACK compressor;  // null: none
+};
+constexpr Coding kCodings[] = {
+    {RLE, VX_General_Compressor},
+    {JPEG_BASELINE, VX_General_Compressor},
+    {JPEG_EXTENDED_2_4, VX_General_Compressor},
+    {JPEG_SPEC_NON_HIER_6_8, nullptr},
+    {JPEG_FULL_PROG_NON_HIER_10_12, nullptr},
+    {JPEG_LOSSLESS_NON_HIER_14, nullptr},
+    {JPEG_LOSSLESS_HIER_14, VX_General_Compressor},
+    {JPEG_LS_LOSSLESS, VX_General_Compressor},
+    {JPEG_LS_LOSSY, VX_General_Compressor},
+    {JPEG_2000_LOSSLESS_ONLY, VX_General_Compressor},
+    {JPEG_2000, VX_General_Compressor},
+};
+// Transfer syntaxes that the library does not know, whose frames one of its codecs takes apart.
+struct Decodable {
+  const char* uid;
+  VX_TRANSFER_SYNTAX decoder;
+};
+constexpr Decodable kDecodable[] = {
+    {"1.2.840.10008.1.2.4.201", JPEG_2000},  // high throughput: other coding of the same blocks
+    {"1.2.840.10008.1.2.4.202", JPEG_2000},
+    {"1.2.840.10008.1.2.4.203", JPEG_2000},
+};
+const Coding* coding_of(VX_TRANSFER_SYNTAX syntax) {
+  const auto* found = std::find_if(std::begin(kCodings), std::end(kCodings),
+                                   [&](const Coding& row) { return row.syntax == syntax; });
+  return found != std::end(kCodings) ? found : nullptr;
+}
+// A transfer syntax that the library does not know; the frames of most segmentations fit it well.
+constexpr char kDeflatedFrames[] = "1.2.840.10008.1.2.8.1";
+
+// The syntax whose codec takes frames apart; 0 if none does.
+VX_TRANSFER_SYNTAX decoder_of(VX_TRANSFER_SYNTAX syntax) {
+  if (coding_of(syntax) != nullptr) return syntax;
+  const std::string uid = uid_of_syntax(syntax);
+  const auto* found = std::find_if(std::begin(kDecodable), std::end(kDecodable),
+                                   [&](const Decodable& row) { return uid == row.uid; });
+  return found != std::end(kDecodable) ? found->decoder : 0;
+}
+
+bool is_cosine(VX_TRANSFER_SYNTAX syntax) {
+  return syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4;
+}
+
+std::string find_text(const FrameForm::Attributes& attributes, uint32_t tag) {
+  for (const auto& [known, text] : attributes) {
+    if (known == tag) return text;
+  }
+  return "";
+}
+
+}  // namespace
+
+uint64_t number_in(const std::string& text) {
+  return std::strtoull(text.c_str(), nullptr, 10);
+}
+
+std::string decompression_fault(const FrameForm& form) {
+  if (!form.decompresses() || form.decoder != 0) return "";
+  const std::string uid = uid_of_syntax(form.from);
+  return "its pixel data is compressed in a way that this program can not undo" +
+         (uid.empty() ? "; its transfer syntax is not known" : ": " + describe_uid(uid));
+}
+
+FrameForm::FrameForm(VX_TRANSFER_SYNTAX source, VX_TRANSFER_SYNTAX target)
+    : from(source),
+      to(target),
+      decoder(decoder_of(source)),
+      inflates(uid_of_syntax(source) == kDeflatedFrames) {}
+
+void FrameForm::read(int32_t object) {
+  VX_Get_Attribute_Info(object, tags::kPixelData, &vr, nullptr);
+  for (const uint32_t tag : kImageTags) {
+    if (std::string text = all_text_of(object, tag); !text.empty()) stored.emplace_back(tag, text);
+  }
+  attributes = stored;
+  if (!has_half_colour()) return;
+  // The library makes RGB of half colour that its own cosine codecs wrote. What others did comes as it is,
+  // but whole; so does what is to be compressed without loss.
+  char format[16] = "";
+  VX_Get_String_Config_Value(VX_CFG_COMPRESSION_RGB_TRANSFORM_FORMAT, sizeof format, format);
+  const bool becomes_rgb = is_cosine(from) && std::string_view(format) == "YBR_FULL_422";
+  unpacks = is_uncompressed(from) && compresses() && !is_cosine(to);
+  if (unpacks || (decompresses() && !becomes_rgb)) relabel("YBR_FULL");
+}
+
+void FrameForm::relabel(const char* photometric) {
+  for (auto& [tag, text] : attributes) {
+    if (tag == tags::kPhotometricInterpretation) text = photometric;
+  }
+}
+
+bool FrameForm::has_half_colour() const {
+  return text(tags::kPhotometricInterpretation).starts_with("YBR_FULL_422");
+}
+
+uint64_t FrameForm::image_bits() const {
+  // Two pixels share their colour where that is not yet compressed (PS3.3 section C.7.6.3.1.2).
+  const bool packed = !decompresses() && has_half_colour();
+  const auto value = [this](uint32_t tag) { return std::min<uint64_t>(number_in(text(tag)), UINT16_MAX); };
+  return value(tags::kRows) * value(tags::kColumns) * (packed ? 2 : value(tags::kSamplesPerPixel)) *
+         value(tags::kBitsAllocated);
+}
+
+std::string FrameForm::text(uint32_t tag) const {
+  return find_text(attributes, tag);
+}
+std::string FrameForm::stored_text(uint32_t tag) const {
+  return find_text(stored, tag);
+}
+
+bool find_syntax(const std::string& text, VX_TRANSFER_SYNTAX& syntax) {
+  std::string name = text;
+  std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+  for (const SyntaxName& row : kNames) {
+    if (name != row.name) continue;
+    syntax = row.syntax;
+    // The syntax allows both, and the name says which.
+    if (syntax == JPEG_2000) VX_Set_Bool_Config_Value(VX_CFG_COMPRESSION_WHEN_J2K_USE_LOSSY, 1);
+    return true;
+  }
+  std::string uid = text;
+  return !uid.empty() && VX_Get_Enum_From_Transfer_Syntax(uid.data(), &syntax) == VX_NORMAL_COMPLETION;
+}
+
+VX_COMPRESSION_CALLBACK compressor_of(VX_TRANSFER_SYNTAX syntax) {
+  const Coding* coding = coding_of(syntax);
+  return coding != nullptr ? coding->compressor : nullptr;
+}
+
+bool can_decompress(VX_TRANSFER_SYNTAX syntax) {
+  return decoder_of(syntax) != 0;
+}
+
+bool is_lossy(VX_TRANSFER_SYNTAX syntax) {
+  int32_t lossy = 0;
+  VX_Get_Bool_Config_Value(VX_CFG_COMPRESSION_WHEN_J2K_USE_LOSSY, &lossy);
+  return syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4 || syntax == JPEG_LS_LOSSY ||
+         (syntax == JPEG_2000 && lossy != 0);
+}
+
+}  // namespace vexal
