@@ -8,8 +8,8 @@
 #include <thread>
 
 #include "../net/peers.h"
-#include "archive.h"
-#include "server/request.h"
+#include "base/hex.h"
+#include "base/tags.h"
 
 namespace vexal::test {
 namespace {
@@ -18,12 +18,15 @@ namespace fs = std::filesystem;
 using vx::test::Bytes;
 using vx::test::element;
 
+constexpr char kCt[] = "1.2.840.10008.5.1.4.1.1.2";
+
 // Knows one file, and may refuse another.
 struct OneIndex : ObjectIndex {
   std::string path;
   std::string refusal;
   std::span<const uint32_t> wanted() const override {
-    static constexpr uint32_t kTags[] = {0x00080016, 0x00080018, 0x0020000D, 0x0020000E};
+    static constexpr uint32_t kTags[] = {tags::kSOPClassUID, tags::kSOPInstanceUID, tags::kStudyInstanceUID,
+                                         tags::kSeriesInstanceUID};
     return kTags;
   }
   std::string path_of(const std::string&, std::string& found) override { return found = path, ""; }
@@ -48,11 +51,8 @@ class StorageTest : public vx::test::NetTest {
               VX_NORMAL_COMPLETION);
     EXPECT_EQ(VX_Accept_Association(association), VX_NORMAL_COMPLETION);
     StoredObject stored;
-    char result[16];
-    std::snprintf(
-        result, sizeof result, "%04X",
-        static_cast<unsigned>(
-            ObjectWriter(options, "RAW").take(association, read(association, 10, 0x00010000).id, stored)));
+    const int32_t command = read(association, 10, tags::kBehindCommand).id;
+    const int32_t answer = ObjectWriter(options, "RAW").take(association, command, stored);
     VX_Abort_Association(&association);
     peer.join();
     std::vector<std::string> names;
@@ -61,7 +61,8 @@ class StorageTest : public vx::test::NetTest {
         names.push_back(" " + entry.path().lexically_relative(options.folder).string());
     }
     std::sort(names.begin(), names.end());
-    return std::accumulate(names.begin(), names.end(), std::string(result));
+    return std::accumulate(names.begin(), names.end(),
+                           answer < 0 ? "lost" : hex_of(static_cast<uint32_t>(answer), 4));
   }
 };
 
@@ -85,7 +86,7 @@ TEST_F(StorageTest, WholeOrNotAtAll) {
     std::string options = "";
   } rows[] = {
       {"no room", head, "A700", "full"},  // before plenty is remembered
-      {"half of one", "", "FFFFFFFF"},
+      {"half of one", "", "lost"},
       {"an object", head, "0000 1.2.3.4.dcm"},
       {"the same again", head, "0000 1.2.3.4.dcm"},
       {"other content", odd, "0111 1.2.3.4.dcm"},

@@ -23,7 +23,6 @@ struct DumpSettings {
 // Private creators of the object at hand, by group and block.
 class Creators {
  public:
-  void clear() { known_.clear(); }
   void add(uint32_t tag, const char* code) {
     known_.push_back({(tag & 0xFFFF0000U) | ((tag & 0xFFU) << 8), code});
   }

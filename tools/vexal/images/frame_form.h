@@ -14,7 +14,7 @@
 
 namespace vexal {
 
-// A transfer syntax that someone names: a UID, or one of the names that kSyntaxNames lists.
+// A transfer syntax that someone names: a UID, or one of VEXAL_SYNTAX_NAMES.
 bool find_syntax(const std::string& text, VX_TRANSFER_SYNTAX& syntax);
 #define VEXAL_SYNTAX_NAMES                                                                                \
   "a UID, or implicit, explicit, big-endian, deflated, rle, jpeg, jpeg-12, jpeg-lossless, jpeg-ls, jpeg-" \
