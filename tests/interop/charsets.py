@@ -3,18 +3,18 @@
 
 usage: charsets.py VEXAL SAMPLES
 Every pair of sets meets at every delimiter; every character of the sets of pairs is decoded; every sample goes to UTF-8
-and back. Without vtk-dicom (dicomdump) or the samples, the rest is checked all the same.
+and back, and to JSON and back. Without vtk-dicom (dicomdump) or the samples, the rest is checked all the same.
 """
 import glob
 import itertools
 import json
 import os
 import re
-import struct
 import sys
 import tempfile
 
-from checks import SAMPLES, VEXAL, element, end, fail, has, run
+from checks import SAMPLES, VEXAL, end, fail, has, read, run, write
+from made import element, meta
 
 HAS_PEER = has("dicomdump", "texts by vtk-dicom")
 counts = dict.fromkeys(("texts decoded", "by vtk-dicom", "texts encoded", "for vtk-dicom", "characters", "samples", "texts of samples"), 0)
@@ -42,12 +42,9 @@ def peer_takes(first, second):
     return first in ("6", "100") or second not in LOW_PAIRS + HIGH_PAIRS
 
 
-def write(path, charset, elements):
-    body = element(0x00020010, b"UI", b"1.2.840.10008.1.2.1") + element(0x00080005, b"CS", charset.encode())
-    rest = sorted([(0x00080016, "UI", b"1.2.840.10008.5.1.4.1.1.7\0"), (0x00080018, "UI", b"1.2.3.4\0")] + elements)
-    with open(path, "wb") as out:
-        out.write(bytes(128) + b"DICM" + element(0x00020000, b"UL", struct.pack("<I", 28)) + body)
-        out.write(b"".join(element(tag, vr.encode(), value) for tag, vr, value in rest))
+def make(path, charset, elements):
+    rows = sorted([(0x00080016, "UI", "1.2.840.10008.5.1.4.1.1.7"), (0x00080018, "UI", "1.2.3.4")] + elements, key=lambda row: row[0])
+    write(path, meta("1.2.840.10008.5.1.4.1.1.7", "1.2.3.4") + b"".join(element(*row) for row in [(0x00080005, "CS", charset)] + rows))
 
 
 def listing(paths):
@@ -109,15 +106,15 @@ def pairs(work):
             continue  # not as a first set; the default one needs no second place
         path = os.path.join(work, f"{a[0]}-{b[0]}.dcm")
         values = pair_texts(a, b)
-        write(path, names_of(a, b), [(t, vr, b"".join(p.encode() if isinstance(p, str) else encoded(a, p, p[3]) for p in pieces))
-                                     for t, vr, pieces in values])
+        make(path, names_of(a, b), [(t, vr, b"".join(p.encode() if isinstance(p, str) else encoded(a, p, p[3]) for p in pieces))
+                                    for t, vr, pieces in values])
         files[path] = (a, b, {"%08X" % t: text_of(pieces) for t, _, pieces in values})
     ours = listing(sorted(files))
     for path, (a, b, texts) in files.items():
         peer = peer_listing(path) if HAS_PEER and peer_takes(a[0], b[0]) else None
         # And the other way: UTF-8 into these sets, by vexal.
         source, made = path + ".utf8", path + ".made"
-        write(source, "ISO_IR 192", [(t, vr, text_of(pieces).encode()) for t, vr, pieces in pair_texts(a, b)])
+        make(source, "ISO_IR 192", [(t, vr, text_of(pieces).encode()) for t, vr, pieces in pair_texts(a, b)])
         result = run(VEXAL, "convert", "--quiet", "--charset", names_of(a, b), source, made)
         if result.returncode != 0:
             fail(f"{os.path.basename(path)}: convert: {result.stderr.decode()[:200]}")
@@ -136,77 +133,59 @@ def pairs(work):
 
 
 def characters(work):
-    """Every pair of bytes that Python's codec knows, and what vexal makes of it."""
-    for number, escape, codec, _ in (s for s in SETS if s[0] in LOW_PAIRS + HIGH_PAIRS):
-        high = 0x80 if number in HIGH_PAIRS else 0
-        wanted, lines = [], []
-        for row in range(0x21, 0x7F):
-            known = []
-            for cell in range(0x21, 0x7F):
-                pair = bytes((row | high, cell | high))
+    """Every character of every set that Python's codec knows: vexal reads it, and writes the same bytes again."""
+    for number, escape, codec, _ in SETS[1:]:
+        pairs, high = number in LOW_PAIRS + HIGH_PAIRS, number not in LOW_PAIRS
+        shift, back = (b"", b"") if number not in LOW_PAIRS + HIGH_PAIRS else (b"\x1b" + escape, b"" if high else b"\x1b(B")
+        cells = range(0x21 | 0x80 * high, 0x7F | 0x80 * high) if pairs else range(0xA0, 0x100)
+        lines = []  # of bytes and what they are
+        for row in cells if pairs else (None,):
+            lines.append([])
+            for cell in cells:
+                code = bytes((row, cell)) if pairs else bytes((cell,))
                 try:
-                    known.append((pair, (b"\x1b" + escape + pair + b"\x1b(B" if not high else pair).decode(codec)))
+                    lines[-1].append((code, (code if high else shift + code + back).decode(codec)))
                 except UnicodeDecodeError:
                     continue
-            if known:
-                wanted.append(known)
-                lines.append(b"\x1b" + escape + b"".join(p for p, _ in known) + (b"" if high else b"\x1b(B"))
-        path = os.path.join(work, f"all-{number}.dcm")
-        write(path, "\\ISO 2022 IR " + number, [(ALL, "UT", b"\n".join(lines))])
-        back = []
-        for charset in ("utf-8", "ISO 2022 IR " + number):
-            back.append(path + str(len(back)))
-            result = run(VEXAL, "convert", "--quiet", "--charset", charset, (back[-2:-1] or [path])[0], back[-1])
-            if result.returncode != 0:
-                fail(f"ISO 2022 IR {number} to {charset}: {result.stderr.decode()[:200]}")
-        texts = [text.get("%08X" % ALL) for text in listing([path] + back).values()]
-        if len(texts) != 3 or len(set(texts)) != 1:
-            fail(f"ISO 2022 IR {number}: not the same after there and back")
-        told = texts[0].split("\n")
-        differ = []
-        for known, line in zip(wanted, told):
-            counts["characters"] += len(known)
-            if len(line) != len(known):
-                differ.append(("row", len(line), len(known)))
-            differ += [(pair.hex(), ours, text) for (pair, text), ours in zip(known, line) if ours != text]
-        if differ:
-            fail(f"ISO 2022 IR {number}: {len(differ)} characters differ: {differ[:12]}")
-
-
-def single_bytes(work):
-    """Every character of every set of one byte a character: Python's codec and vexal write and read the same byte."""
-    for number, _, codec, _ in (s for s in SETS if s[0] not in LOW_PAIRS + HIGH_PAIRS + ("6",)):
-        known = {}
-        for byte in range(0xA0, 0x100):
-            try:
-                known[bytes((byte,)).decode(codec)] = byte
-            except UnicodeDecodeError:
-                continue
-        text = "".join(known)
-        counts["characters"] += len(known)
-        for charset in ("ISO_IR " + number, "\\ISO 2022 IR " + number):
-            path = os.path.join(work, "single.dcm")
-            write(path, "ISO_IR 192", [(ALL, "UT", text.encode())])
-            results = [run(VEXAL, "convert", "--quiet", "--charset", charset, path, path + ".set"),
-                       run(VEXAL, "convert", "--quiet", "--charset", "utf-8", path + ".set", path + ".utf8")]
-            for file, wanted in ((path + ".set", bytes(known.values())), (path + ".utf8", text.encode())):
-                with open(file, "rb") as content:
-                    if any(r.returncode for r in results) or wanted not in content.read():
-                        fail(f"{charset}: {os.path.basename(file)} is not what Python's {codec} makes")
+        lines = [line for line in lines if line]
+        wanted = "\n".join("".join(text for _, text in line) for line in lines)
+        for charset in ("\\ISO 2022 IR " + number,) if pairs else ("ISO_IR " + number, "\\ISO 2022 IR " + number):
+            reset = b"" if pairs or charset[0] != "\\" else b"\x1b" + escape
+            value = b"\n".join(shift + reset + b"".join(code for code, _ in line) + back for line in lines)
+            path = os.path.join(work, "all-%s.dcm" % number)
+            make(path, charset, [(ALL, "UT", value)])
+            for to, source, made in (("utf-8", path, path + ".utf8"), (charset, path + ".utf8", path + ".again")):
+                result = run(VEXAL, "convert", "--quiet", "--charset", to, source, made)
+                if result.returncode != 0:
+                    fail(f"{charset} to {to}: {result.stderr.decode()[:200]}")
+            counts["characters"] += sum(map(len, lines))
+            for file, text in listing([path, path + ".utf8", path + ".again"]).items():
+                told = text.get("%08X" % ALL, "")
+                differ = [pair for pair in zip(told, wanted) if pair[0] != pair[1]]
+                if told != wanted:
+                    fail(f"{charset} in {os.path.basename(file)}: {len(told)} characters for {len(wanted)}, other ones: {differ[:12]}")
+            if not pairs and value not in read(path + ".again"):
+                fail(f"{charset}: written in other bytes than Python's {codec} makes")
 
 
 def recorded():
     """Texts recorded beside the samples."""
     texts = {}
     for path in sorted(glob.glob(os.path.join(SAMPLES, "expected", "charset", "*.dcm.json"))):
-        with open(path, encoding="utf-8") as file:
-            of_peer = json.load(file).get("text_utf8", {}).get("vtk_dicom", {})
+        of_peer = json.loads(read(path)).get("text_utf8", {}).get("vtk_dicom", {})
         texts["charset/" + os.path.basename(path)[:-5]] = {t: v.replace("\\134", "\\") for t, v in of_peer.items()
                                                            if t[:4] != "0002" and not v.endswith("...")}
-    with open(os.path.join(SAMPLES, "expected", "made", "charset-intended.json"), encoding="utf-8") as file:
-        for name, of_sample in json.load(file).items():
-            texts["made/" + name] = {t: "\\".join(v) if isinstance(v, list) else v for t, v in of_sample.items()}
+    for name, of_sample in json.loads(read(os.path.join(SAMPLES, "expected", "made", "charset-intended.json"))).items():
+        texts["made/" + name] = {t: "\\".join(v) if isinstance(v, list) else v for t, v in of_sample.items()}
     return texts
+
+
+def json_texts(path, back):
+    """Texts by tag as the standard's JSON tells them, and the file that comes of it."""
+    document = json.loads(run(VEXAL, "json", path).stdout)
+    run(VEXAL, "json", "--back", write(back + ".json", json.dumps(document)), back)
+    groups = lambda v: "=".join(v.get(n, "") for n in ("Alphabetic", "Ideographic", "Phonetic")).rstrip("=") if isinstance(v, dict) else str(v or "")
+    return {tag: "\\".join(map(groups, member.get("Value", []))) for tag, member in document.items() if member["vr"] != "SQ"}
 
 
 def samples(work):
@@ -214,10 +193,9 @@ def samples(work):
     for name, texts in recorded().items():
         path, utf8, back = os.path.join(SAMPLES, name), os.path.join(work, "u.dcm"), os.path.join(work, "b.dcm")
         counts["samples"] += 1
-        with open(path, "rb") as file:
-            whole = file.read()
+        whole = read(path)
         at = whole.index(b"\x08\0\x05\0CS") + 8
-        charset = whole[at:at + struct.unpack("<H", whole[at - 2:at])[0] + 0].decode()
+        charset = whole[at:at + int.from_bytes(whole[at - 2:at], "little")].decode()
         nested = run(VEXAL, "dump", "--json", "--quiet", path).stdout.decode().count('"tag":"00080005"') > 1
         results = [run(VEXAL, "convert", "--quiet", "--charset", "utf-8", path, utf8)]
         if not nested:
@@ -226,11 +204,12 @@ def samples(work):
             fail(f"{name}: {results[-1].stderr.decode()[:200]}")
             continue
         told = listing([path, utf8] + ([] if nested else [back]))
+        for made in (path, os.path.join(work, "j.dcm")):
+            told[made + " in JSON"] = json_texts(made, os.path.join(work, "j.dcm"))
         for tag, text in texts.items():
             for file, of_file in told.items():
                 compare(f"{name} {tag} {os.path.basename(file)}", of_file.get(tag, "").strip("^= "), text.strip("^= "), "texts of samples")
-        with open(utf8, "rb") as file:
-            content = file.read()
+        content = read(utf8)
         for text in texts.values():
             if not nested and text.strip() and text.encode() not in content:
                 fail(f"{name}: {text!r} is not in its UTF-8 form")
@@ -239,6 +218,5 @@ def samples(work):
 with tempfile.TemporaryDirectory() as folder:
     pairs(folder)
     characters(folder)
-    single_bytes(folder)
     samples(folder)
 sys.exit(end({kind: number for kind, number in counts.items() if number}))

@@ -1,11 +1,13 @@
-"""What the scripts beside this one share: the program and the samples that are given to them, counted checks, processes,
-ports and elements."""
+"""What the scripts beside this one share: the program and the samples that are given to them, counted checks, commands,
+servers and files."""
 import atexit
-import importlib
+import contextlib
+import importlib.util
 import os
+import re
 import shutil
+import signal
 import socket
-import struct
 import subprocess
 import sys
 import tempfile
@@ -21,17 +23,17 @@ if SAMPLES and not os.path.exists(SAMPLES):  # files made here stand for them
     atexit.register(shutil.rmtree, SAMPLES, True)
     made.make(SAMPLES, made.SAMPLES)
 os.environ.pop("VEXAL_INI", None)
+SANITIZED = "TSAN_OPTIONS" in os.environ  # slower, and with a thread more
 failures = []
 checks = 0
 
+# ---- Counted checks ----
 
-def need(*programs, samples=False, module="os"):
-    """Skips the script where something is missing: Python's module, real samples, a program."""
+
+def need(*programs, samples=False, modules=()):
+    """Skips the script where something is missing: Python's modules, real samples, a program."""
     missing = [p for p in programs if shutil.which(p) is None] + ([] if not samples or REAL_SAMPLES else ["samples"])
-    try:
-        importlib.import_module(module)
-    except ImportError:
-        missing.append(module)
+    missing += [m for m in modules if importlib.util.find_spec(m) is None]
     if missing:
         left_out("all of " + os.path.basename(sys.argv[0]), *missing)
         sys.exit(77)
@@ -74,9 +76,11 @@ class LeftOut(Exception):
     """What is left of a part can not be done here."""
 
 
-def run_parts(*parts):
-    """Calls each with a folder of its own, and ends."""
+def run_parts(*parts, chosen=()):
+    """Calls each, or those of the chosen names, with a folder of its own; gives what the script exits with."""
     for part in parts:
+        if chosen and part.__name__ not in chosen:
+            continue
         with tempfile.TemporaryDirectory() as folder:
             start = time.monotonic()
             try:
@@ -89,8 +93,82 @@ def run_parts(*parts):
     return end()
 
 
+# ---- Files ----
+
+
+def read(path):
+    with open(path, "rb") as file:
+        return file.read()
+
+
+def write(path, content):
+    """Bytes or a text; gives the path."""
+    os.makedirs(os.path.dirname(path) or ".", exist_ok=True)
+    with open(path, "wb") as file:
+        file.write(content.encode() if isinstance(content, str) else content)
+    return path
+
+
+def paths(folder, *names):
+    """Of files in the folder."""
+    return [os.path.join(folder, name) for name in names]
+
+
+def files_under(folder):
+    return sorted(os.path.join(root, name) for root, _, names in os.walk(folder) for name in names)
+
+
+def data_set_of(path):
+    """The bytes behind the meta group."""
+    content = read(path)
+    return content[144 + int.from_bytes(content[140:144], "little"):] if content[128:132] == b"DICM" else content
+
+
+def meta_text(path, element):
+    """Of the meta group: 2 is the class, 3 the instance, 0x10 the transfer syntax."""
+    with open(path, "rb") as file:
+        content = file.read(4096)
+    at, end = 144, 144 + int.from_bytes(content[140:144], "little") if content[128:132] == b"DICM" else 0
+    while at < end:
+        long = content[at + 4:at + 6] in (b"OB", b"UN")
+        head, length = (12, content[at + 8:at + 12]) if long else (8, content[at + 6:at + 8])
+        behind = at + head + int.from_bytes(length, "little")
+        if int.from_bytes(content[at + 2:at + 4], "little") == element:
+            return content[at + head:behind].strip(b"\0 ").decode("latin-1")
+        at = behind
+    return ""
+
+
+def arrived(folder):
+    """Files by instance."""
+    found = {meta_text(path, 3): path for path in files_under(folder)}
+    return {instance: path for instance, path in found.items() if instance}
+
+
+def valid_samples():
+    """Name and path of the files that the README of the samples calls valid."""
+    rows = [line.split("\t") for line in read(os.path.join(SAMPLES, "README.md")).decode().splitlines()]
+    rows = [row[0] for row in rows if len(row) >= 7 and row[-1].startswith("valid")]
+    return [(name, os.path.join(SAMPLES, name)) for name in rows if os.path.isfile(os.path.join(SAMPLES, name))]
+
+
+# ---- Commands and servers ----
+
+
 def run(*command, timeout=120, **more):
     return subprocess.run([str(c) for c in command], capture_output=True, timeout=timeout, **more)
+
+
+def ended(result, title, status=0, says=""):
+    """Checks that a command ended with a status and, if need be, gave a reason."""
+    told = result.stderr if isinstance(result.stderr, str) else result.stderr.decode(errors="replace")
+    check(result.returncode == status and says in told, "%s: ends with %s: %s" % (title, result.returncode, told[-500:] or result.stdout[-500:]))
+    return result
+
+
+def vexal(*words, status=0, says="", title=None, **more):
+    """Runs the program, which has to end with that status and say that; a title tells of words that name little but paths."""
+    return ended(run(VEXAL, *words, **more), title or "vexal " + " ".join(map(str, words)), status, says)
 
 
 def free_port():
@@ -99,27 +177,101 @@ def free_port():
         return probe.getsockname()[1]
 
 
-def wait_for_listener(process, port):
-    """Until the process listens, ten seconds at most."""
-    for _ in range(200):
+class Server:
+    """A program that listens on a port, which takes the place of {port} in its words, for the length of a with block."""
+
+    def __init__(self, *command, port=None, **more):
+        self.port, self.more = port or free_port(), more
+        self.command = [str(word).replace("{port}", str(self.port)) for word in command]
+
+    def __enter__(self):
+        self.log = tempfile.TemporaryFile()
+        self.process = subprocess.Popen(self.command, stdout=self.log, stderr=self.log, **self.more)
+        end = time.monotonic() + 30
+        while not self.listens():
+            if self.process.poll() is not None or time.monotonic() > end:
+                self.kill()
+                raise RuntimeError("does not listen: %s" % self.command)
+            time.sleep(0.02)
+        return self
+
+    def listens(self):
+        """Looked up, not tried: a connection would be one of those that are counted."""
         try:
-            socket.create_connection(("127.0.0.1", port), timeout=1).close()
-            return process
+            return any(re.search(b":%04X 0+:0000 0A" % self.port, read("/proc/%d/net/%s" % (self.process.pid, name))) for name in ("tcp", "tcp6"))
         except OSError:
+            return False
+
+    def kill(self):
+        self.process.kill()
+        self.process.wait()
+
+    def __exit__(self, *_):
+        if self.process.poll() is None:
+            self.process.send_signal(signal.SIGTERM)
+        try:
+            self.process.wait(timeout=15)
+        except subprocess.TimeoutExpired:
+            self.kill()
+            fail("does not end on SIGTERM: " + self.command[0])
+        self.log.seek(0)
+        self.text = self.log.read().decode("latin-1")
+
+
+class Vexal(Server):
+    """vexal receive or serve into a folder. At its end it is to be as it was at its start, and to end well."""
+
+    def __init__(self, kind, folder, *options, port=None, before=(), **more):
+        super().__init__(*before, VEXAL, kind, "{port}", "--dir", folder, *options, port=port, **more)
+        self.kind, self.folder = kind, folder
+
+    def __enter__(self):
+        super().__enter__()
+        self.before = self.state()
+        return self
+
+    def __exit__(self, *_):
+        super().__exit__()
+        check(self.process.returncode in (0, -signal.SIGKILL), "vexal %s ended with %s: %s" % (self.kind, self.process.returncode, self.text[-500:]))
+
+    def state(self):
+        """How many descriptors, threads and sockets it has; the library opens its log, here nowhere, with the first error."""
+        base = "/proc/%d/" % self.process.pid
+        try:
+            files = [os.readlink(base + "fd/" + name) for name in os.listdir(base + "fd")]
+            return (len([name for name in files if name != "/dev/null"]), len(os.listdir(base + "task")),
+                    sum(name.startswith("socket:") for name in files))
+        except OSError:
+            return -1, -1, -1
+
+    def peak(self):
+        """The most memory that it had."""
+        lines = read("/proc/%d/status" % self.process.pid).decode().splitlines()
+        return next(int(line.split()[1]) * 1024 for line in lines if line.startswith("VmHWM"))
+
+    def settle(self, title, seconds=8):
+        end = time.monotonic() + seconds * (5 if SANITIZED else 1)
+        while not self.settled() and time.monotonic() < end:
             time.sleep(0.05)
-    raise RuntimeError("does not listen: %s" % process.args)
+        check(self.process.poll() is None, title + ": the server has ended")
+        check(self.settled(), "%s: descriptors, threads and sockets were %s, are %s" % (title, self.before, self.state()))
+
+    def settled(self):
+        """As at the start; the database keeps descriptors of its file for the next query."""
+        files, threads, sockets = self.state()
+        threads -= SANITIZED and threads > self.before[1]  # one of its own
+        more = files > self.before[0] and self.kind == "serve" and sockets == self.before[2]
+        return (files == self.before[0] or more) and threads == self.before[1]
 
 
-def element(tag, vr, value):
-    """An element in explicit VR little endian."""
-    value += (b"\0" if vr in (b"UI", b"OB", b"OW") else b" ") * (len(value) % 2)
-    head = struct.pack("<HH", tag >> 16, tag & 0xFFFF) + vr
-    return head + (struct.pack("<xxI" if vr in (b"OB", b"OW", b"SQ", b"UT") else "<H", len(value))) + value
-
-
-def valid_samples():
-    """Name and path of the files that the README of the samples calls valid."""
-    with open(os.path.join(SAMPLES, "README.md"), encoding="utf-8") as readme:
-        rows = [line.rstrip("\n").split("\t") for line in readme]
-    rows = [row[0] for row in rows if len(row) >= 7 and row[-1].startswith("valid")]
-    return [(name, os.path.join(SAMPLES, name)) for name in rows if os.path.isfile(os.path.join(SAMPLES, name))]
+@contextlib.contextmanager
+def small_disk(folder, size):
+    """A file system of its own, for the length of a with block."""
+    mount = os.path.join(folder, "small")
+    os.mkdir(mount)
+    if os.geteuid() != 0 or run("mount", "-t", "tmpfs", "-o", "size=" + size, "none", mount).returncode != 0:
+        raise LeftOut("a small disk, for want of root or tmpfs")
+    try:
+        yield mount
+    finally:
+        run("umount", mount)

@@ -65,15 +65,30 @@ class Writer:
         return self.element(0x7FE00010, "OB", body + self.element(0xFFFEE0DD, ""), UNDEFINED)
 
     def file(self, data_set, sop_class=SECONDARY_CAPTURE, instance=None, syntax=None):
-        plain = Writer(EXPLICIT)
-        meta = (plain.element(0x00020001, "OB", b"\0\1") + plain.text(0x00020002, "UI", sop_class) +
-                plain.text(0x00020003, "UI", instance or self.instance) + plain.text(0x00020010, "UI", syntax or self.syntax) +
-                plain.text(0x00020012, "UI", ROOT + ".1"))
         if self.syntax == DEFLATED:
-            deflate = zlib.compressobj(6, zlib.DEFLATED, -15)
-            data_set = deflate.compress(data_set) + deflate.flush()
+            data_set = deflated(data_set)
             data_set += b"\0" * (len(data_set) % 2)
-        return b"\0" * 128 + b"DICM" + plain.numbers(0x00020000, "UL", len(meta)) + meta + data_set
+        return meta(sop_class, instance or self.instance, syntax or self.syntax) + data_set
+
+
+def element(tag, vr, value):
+    """In explicit VR little endian, of even length."""
+    filler = b"\0" if vr in ("UI", "OB", "OW") else b" "
+    value = value.encode() if isinstance(value, str) else value
+    return Writer().element(tag, vr, value + filler * (len(value) % 2))
+
+
+def meta(sop_class, instance, syntax=EXPLICIT):
+    """What a file begins with: preamble and meta group."""
+    rows = ((0x00020001, "OB", b"\0\1"), (0x00020002, "UI", sop_class), (0x00020003, "UI", instance), (0x00020010, "UI", syntax),
+            (0x00020012, "UI", ROOT + ".1"))
+    group = b"".join(element(*row) for row in rows)
+    return bytes(128) + b"DICM" + element(0x00020000, "UL", struct.pack("<I", len(group))) + group
+
+
+def deflated(*parts, level=6):
+    packer = zlib.compressobj(level, zlib.DEFLATED, -15)
+    return b"".join(packer.compress(part) for part in parts) + packer.flush()
 
 
 numbers_of_objects = itertools.count(10000)
@@ -247,10 +262,10 @@ def rle_frame(frame, samples, allocated):
     return struct.pack("<16I", len(segments), *offsets, *[0] * (15 - len(segments))) + b"".join(segments)
 
 
-def description(w, rows, columns, allocated, stored=None, samples=1, frames=1, signed=0, planar=0):
+def description(w, rows, columns, allocated, stored=None, samples=1, frames=1, signed=0, planar=0, photometric=None):
     """The image pixel module."""
     stored = stored or allocated
-    out = w.numbers(0x00280002, "US", samples) + w.text(0x00280004, "CS", "MONOCHROME2" if samples == 1 else "RGB")
+    out = w.numbers(0x00280002, "US", samples) + w.text(0x00280004, "CS", photometric or ("MONOCHROME2" if samples == 1 else "RGB"))
     if samples > 1:
         out += w.numbers(0x00280006, "US", planar)
     if frames > 1:
@@ -286,7 +301,7 @@ def images():
         for syntax, short in ((IMPLICIT, "implicit"), (EXPLICIT, "explicit"), (BIG, "big")):
             w = Writer(syntax)
             vr = "OW" if allocated > 8 or syntax == IMPLICIT else "OB"
-            bytes_ = value if syntax != BIG or vr == "OB" else swap(value, max(2, allocated // 8) if allocated == 16 else 2)
+            bytes_ = value if syntax != BIG or vr == "OB" else swap(value, 2)
             data = head(w) + tail(w) + description(w, *described) + w.element(0x7FE00010, vr, bytes_)
             yield "pix/%s-%s.dcm" % (name, short), w.file(data), True
         if allocated == 1:

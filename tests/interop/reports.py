@@ -10,13 +10,12 @@ dsrdump agree. EXAMPLE: a program that makes a report, with the configuration IN
 import glob
 import json
 import os
-import subprocess
 import sys
 import tempfile
 
-from checks import SAMPLES, VEXAL, check, end, has, need, run
+from checks import SAMPLES, VEXAL, check, end, ended, has, left_out, need, paths, read, run, vexal, write
 
-need("dsrdump", module="pydicom")
+need("dsrdump", modules=["pydicom"])
 VALIDATORS = [program for program in ("dsrdump", "dciodvfy") if has(program, "reports by it")]
 import pydicom
 from pydicom.dataset import Dataset
@@ -30,10 +29,7 @@ def shown(path):
 
 
 def build(document, path):
-    source = path + ".json"
-    with open(source, "w", encoding="utf-8") as file:
-        json.dump(document, file)
-    return run(VEXAL, "sr", "build", source, path)
+    return run(VEXAL, "sr", "build", write(path + ".json", json.dumps(document)), path)
 
 
 def tree(item):
@@ -69,24 +65,22 @@ def check_sample(path, folder):
     name = os.path.basename(path)
     document, built = shown(path), os.path.join(folder, name)
     check(listed(document["report"]) == tree(pydicom.dcmread(path)), name + ": pydicom")
-    made = build(document, built)
-    check(made.returncode == 0 and not made.stderr, "%s: %s" % (name + ": built", made.stderr))
-    check(pydicom.dcmread(path) == pydicom.dcmread(built), name + ": the same data set")
-    check(run(VEXAL, "sr", "check", built).returncode == 0, name + ": check")
+    made = ended(build(document, built), name + ": built")
+    check(not made.stderr and pydicom.dcmread(path) == pydicom.dcmread(built), name + ": the same data set: %s" % made.stderr)
+    vexal("sr", "check", built, title=name + ": check")
     plain = path
     if "deflated" in name:  # dciodvfy reads no such files
         plain = os.path.join(folder, "plain.dcm")
         run(VEXAL, "convert", "--to", "explicit", path, plain)
-    for program in ("dsrdump", "dciodvfy"):
-        if program in VALIDATORS:
-            before, after = findings(program, plain), findings(program, built)
-            check(before == after, "%s: %s" % (name + ": " + program, after))
+    for program in VALIDATORS:
+        before, after = findings(program, plain), findings(program, built)
+        check(before == after, "%s: %s: %s" % (name, program, after))
     for form in ("--html", "--csv"):
         check(len(run(VEXAL, "sr", "show", form, path).stdout.splitlines()) > len(listed(document["report"])), name + form)
     xml, again = os.path.join(folder, "report.xml"), os.path.join(folder, "again.dcm")
     if findings("dsrdump", built) == ([], 0):
-        check(run("dsr2xml", built, xml).returncode == 0, name + ": dsr2xml")
-        check(run("xml2dsr", xml, again).returncode == 0, name + ": xml2dsr")
+        ended(run("dsr2xml", built, xml), name + ": dsr2xml")
+        ended(run("xml2dsr", xml, again), name + ": xml2dsr")
         check(told(shown(again)["report"]) == told(document["report"]), name + ": the same tree through XML")
 
 
@@ -154,40 +148,6 @@ def check_rule(kind, chain, allowed, folder):
     check(good, "%s: %s" % ("class %s: %s%s" % (kind, "" if allowed else "not ", chain), (made.stderr, ours.stdout, theirs.stderr)))
 
 
-def check_unusual(folder):
-    """What members of the JSON have no room for, in a character set that is not UTF-8."""
-    dataset = pydicom.dcmread(os.path.join(SAMPLES, "comprehensive.dcm"))
-    node = dataset.ContentSequence[1].ContentSequence[0]
-    node.ObservationUID = "1.2.3"
-    node.ConceptNameCodeSequence[0].CodeMeaning = "Größe"
-    node.add_new(0x00091001, "LO", "privé")
-    node.add_new(0x00090010, "LO", "SOMEBODY")
-    node.add_new(0x00091002, "OB", b"\1\2\3\4")
-    table = Dataset()
-    table.RelationshipType, table.ValueType = "CONTAINS", "TABLE"
-    table.NumberOfTableRows = 7
-    empty = Dataset()
-    empty.RelationshipType, empty.ValueType, empty.TextValue = "CONTAINS", "TEXT", ""
-    qualified = Dataset()
-    qualified.RelationshipType, qualified.ValueType = "CONTAINS", "NUM"
-    unit, value, code = Dataset(), Dataset(), Dataset()
-    unit.CodeValue, unit.CodingSchemeDesignator, unit.CodingSchemeVersion, unit.CodeMeaning = "mm", "UCUM", "1.4", "mm"
-    value.MeasurementUnitsCodeSequence, value.NumericValue = Sequence([unit]), "1"
-    code.CodeValue, code.CodingSchemeDesignator, code.CodeMeaning = "114000", "DCM", "Not a number"
-    qualified.MeasuredValueSequence, qualified.NumericValueQualifierCodeSequence = Sequence([value]), Sequence([code])
-    times = Dataset()
-    times.RelationshipType, times.ValueType, times.TemporalRangeType = "CONTAINS", "TCOORD", "NEVER"
-    times.ReferencedSamplePositions, times.ReferencedTimeOffsets = [1, 2], ["1", "2"]
-    dataset.ContentSequence += Sequence([table, empty, qualified, times])
-    path, built = os.path.join(folder, "unusual.dcm"), os.path.join(folder, "unusual-built.dcm")
-    dataset.save_as(path)
-    made = build(shown(path), built)
-    check(made.returncode == 0, "%s: %s" % ("unusual: built", made.stderr))
-    check(pydicom.dcmread(path) == pydicom.dcmread(built), "unusual: the same data set")
-    text = run(VEXAL, "sr", "show", built).stdout.decode()
-    check("Größe" in text and "?TABLE" in text, "unusual: text in UTF-8")
-
-
 # --- What build refuses, and what it makes of the rest ---
 
 UNIT = {"code": "mm", "scheme": "UCUM", "meaning": "mm"}
@@ -240,15 +200,11 @@ REFUSED_DOCUMENTS = [
 
 
 def check_refused(folder):
-    output, source = os.path.join(folder, "refused.dcm"), os.path.join(folder, "refused.json")
+    output = os.path.join(folder, "refused.dcm")
     rows = [(document(node("TEXT", content=[each])), "content 1.1.1: ", name, form) for each, name, form in REFUSED]
     for asked, place, name, form in rows + [(each, "", name, form) for each, name, form in REFUSED_DOCUMENTS]:
-        with open(source, "w", encoding="utf-8") as file:
-            json.dump(asked, file)
-        made = run(VEXAL, "sr", "build", source, output)
-        message = made.stderr.decode()
-        check(made.returncode == 2 and place in message and name in message, "refused: %s: %s" % (json.dumps(asked)[-300:], message))
-        check(not os.path.exists(output), "refused: nothing is written: " + name)
+        message = ended(build(asked, output), "refused: %s" % json.dumps(asked)[-300:], 2, place).stderr.decode()
+        check(name in message and not os.path.exists(output), "refused, nothing is written: %s: %s" % (name, message))
         if SCHEMA is not None:
             check(SCHEMA.is_valid(asked) == (not form), "schema: %s" % json.dumps(asked)[-300:])
 
@@ -279,29 +235,19 @@ def check_values(folder):
     found = [(study.StudyInstanceUID, series.SeriesInstanceUID, [each.ReferencedSOPInstanceUID for each in series.ReferencedSOPSequence])
              for study in dataset.CurrentRequestedProcedureEvidenceSequence for series in study.ReferencedSeriesSequence]
     check(found == [("1.2.1", "1.2.2", ["1.2.3"]), ("1.2.1", "1.2.9", ["1.2.4"]), ("1.3", "1.2.2", ["1.2.5"])], "values: evidence %s" % found)
-    narrow = run(VEXAL, "sr", "build", path + ".json", path + "/none.dcm")
-    check(narrow.returncode == 2, "values: no folder: %s" % narrow.stderr)
-    refused = build(document(node("TEXT", value="\u4e00"), SpecificCharacterSet="ISO_IR 100"), os.path.join(folder, "narrow.dcm"))
-    check(refused.returncode == 2 and b"ISO_IR 100" in refused.stderr and not os.path.exists(os.path.join(folder, "narrow.dcm")),
-          "values: text that the character set has not: %s" % refused.stderr)
-    with open(path, "rb") as file:
-        broken = file.read().replace(b"Gr\xc3\xb6", b"Gr\xf6\xf6").replace(b"ISO_IR 192", b"ISO_IR 6  ")
-    with open(again := os.path.join(folder, "again.dcm"), "wb") as file:
-        file.write(broken)
-    check(run(VEXAL, "sr", "show", again).returncode == 1, "values: text that is none in its character set")
-    with open(path, "rb") as file:
-        broken = file.read().replace(b"Gr\xc3\xb6", b"Gr\xf6\xf6")
-    with open(again, "wb") as file:
-        file.write(broken)
-    check(run(VEXAL, "sr", "show", again).returncode == 1, "values: text that is none in UTF-8")
-    with open(path, "rb") as file:
-        broken = file.read().replace(b"PARTIAL", b"PARTI\xc4L")
-    with open(again, "wb") as file:
-        file.write(broken)
-    odd_bytes = run(VEXAL, "sr", "show", "--json", again)
-    check(odd_bytes.returncode == 1 and b"CompletionFlag" in odd_bytes.stderr, "values: bytes that JSON has not: %s" % odd_bytes.stderr)
-    check(build(shown(path), again).returncode == 0 and pydicom.dcmread(again) == dataset, "values: the same data set")
-    check(run(VEXAL, "sr", "build", path + ".json", path + ".json").returncode == 2 and json.load(open(path + ".json")) == asked, "values: the source stays")
+    narrow, again = paths(folder, "narrow.dcm", "again.dcm")
+    vexal("sr", "build", path + ".json", path + "/none.dcm", status=2, title="values: no folder")
+    ended(build(document(node("TEXT", value="\u4e00"), SpecificCharacterSet="ISO_IR 100"), narrow), "values: text that the set has not", 2, "ISO_IR 100")
+    check(not os.path.exists(narrow), "values: text that the character set has not is written")
+    # Text that is none in its character set, in UTF-8, in JSON; what that holds comes back.
+    for old, new, charset, words, says in ((b"Gr\xc3\xb6", b"Gr\xf6\xf6", b"ISO_IR 6  ", (), ""), (b"Gr\xc3\xb6", b"Gr\xf6\xf6", b"ISO_IR 192", (), ""),
+                                           (b"PARTIAL", b"PARTI\xc4L", b"ISO_IR 192", ("--json",), "CompletionFlag")):
+        write(again, read(path).replace(old, new).replace(b"ISO_IR 192", charset))
+        vexal("sr", "show", *words, again, status=1, says=says)
+    ended(build(shown(path), again), "values: built again")
+    check(pydicom.dcmread(again) == dataset, "values: the same data set")
+    vexal("sr", "build", path + ".json", path + ".json", status=2)
+    check(json.loads(read(path + ".json")) == asked, "values: the source stays")
 
 
 def odd(**more):
@@ -314,7 +260,8 @@ def odd(**more):
 
 def check_odd(folder):
     """What is wrong in the reports of others is shown, told by check where it is content, and made the same again."""
-    code = odd(RelationshipType=None, CodeValue="1", CodingSchemeDesignator="S", CodeMeaning="m")
+    code, unit = (odd(RelationshipType=None, CodeValue="1", CodingSchemeDesignator="S", CodeMeaning="m", **more)
+                  for more in ({}, {"CodingSchemeVersion": "1.4"}))
     value = lambda **more: [odd(RelationshipType=None, **more)]
     number = dict(ValueType="NUM", ConceptNameCodeSequence=[code])
     measured = lambda **more: odd(**number, MeasuredValueSequence=value(**more))
@@ -322,7 +269,9 @@ def check_odd(folder):
     rows = [  # a content item, and what check says of it
         (odd(**number), "(0040,A300)"), (odd(**number, MeasuredValueSequence=[]), ""), (measured(), "(0040,A30A)"),
         (measured(MeasurementUnitsCodeSequence=[code]), "(0040,A30A)"), (measured(NumericValue="1"), "unit"),
-        (measured(NumericValue="1", MeasurementUnitsCodeSequence=[code, code]), ""),
+        (measured(NumericValue="1", MeasurementUnitsCodeSequence=[code, code]), ""), (odd(ValueType="TABLE", NumberOfTableRows=7), ""),
+        (odd(ValueType="NUM", MeasuredValueSequence=value(NumericValue="1", MeasurementUnitsCodeSequence=[unit]), NumericValueQualifierCodeSequence=[code]), ""),
+        (odd(ValueType="TCOORD", TemporalRangeType="NEVER", ReferencedSamplePositions=[1, 2], ReferencedTimeOffsets=["1", "2"]), ""),
         (odd(**number, MeasuredValueSequence=value(NumericValue="1", MeasurementUnitsCodeSequence=[code]) * 2), "more than one"),
         (odd(ValueType="SCOORD", GraphicType="POINT", GraphicData=[float("nan"), 1.0]), "is no number"),
         (odd(ValueType="SCOORD", GraphicType="POINT", GraphicData=[1.0, 2.0, 3.0]), "not whole"), (odd(ValueType="SCOORD"), "not whole"),
@@ -343,31 +292,32 @@ def check_odd(folder):
     for number_of_row, (content, finding) in enumerate(rows):
         dataset = pydicom.dcmread(os.path.join(SAMPLES, "comprehensive3d.dcm"))
         del dataset.ContentSequence[1:]
+        first = dataset.ContentSequence[0]
         dataset.ContentSequence.append(content)
-        dataset.StudyDate, dataset.ImageType = "long ago", ["A", "", "C"]
-        path, built = os.path.join(folder, "odd.dcm"), os.path.join(folder, "built.dcm")
+        dataset.StudyDate, dataset.ImageType, dataset.SpecificCharacterSet = "long ago", ["A", "", "C"], "ISO_IR 100"
+        first.ObservationUID, first.ConceptNameCodeSequence[0].CodeMeaning = "1.2.3", "Größe"
+        for element in ((0x00091001, "LO", "privé"), (0x00090010, "LO", "SOMEBODY"), (0x00091002, "OB", b"\1\2\3\4")):
+            first.add_new(*element)
+        path, built = paths(folder, "odd.dcm", "built.dcm")
         dataset.save_as(path)
         form = shown(path)
-        made = build(form, built)
-        check(made.returncode == 0, "odd %d: built: %s" % (number_of_row, made.stderr))
+        made = ended(build(form, built), "odd %d: built" % number_of_row)
         check(SCHEMA is None or SCHEMA.is_valid(form), "odd %d: schema" % number_of_row)
-        if made.returncode == 0:
-            check(not made.stderr and [str(each) for each in pydicom.dcmread(path)] == [str(each) for each in pydicom.dcmread(built)], "odd %d: the same data set" % number_of_row)
+        check(not made.stderr and [str(each) for each in pydicom.dcmread(path)] == [str(each) for each in pydicom.dcmread(built)], "odd %d: the same data set" % number_of_row)
+        text = run(VEXAL, "sr", "show", built).stdout.decode()
+        check("Größe" in text and ("?TABLE" in text) == (content.get("ValueType") == "TABLE"), "odd %d: text in UTF-8: %s" % (number_of_row, text))
         said = [line for line in run(VEXAL, "sr", "check", path).stdout.decode().splitlines() if ": 1.2 " in line]
         check(any(finding in line for line in said) if finding else not any("no number" in line for line in said), "odd %d: check: %s" % (number_of_row, said))
 
 
 try:
     import jsonschema
-    with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../docs/sr.schema.json"), encoding="utf-8") as file:
-        SCHEMA = jsonschema.Draft202012Validator(json.load(file))
+    SCHEMA = jsonschema.Draft202012Validator(json.loads(read(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../docs/sr.schema.json"))))
 except ImportError:
-    SCHEMA = None
-    print("missing: jsonschema (the form is not held against its schema)")
+    SCHEMA = left_out("the form held against its schema", "jsonschema")
 with tempfile.TemporaryDirectory() as folder:
     for path in sorted(glob.glob(SAMPLES + "/*.dcm")):
         check_sample(path, folder)
-    check_unusual(folder)
     check_refused(folder)
     check_values(folder)
     check_odd(folder)
@@ -375,10 +325,9 @@ with tempfile.TemporaryDirectory() as folder:
         check_rule(*rule, folder)
     if len(sys.argv) > 3:
         path = os.path.join(folder, "example.dcm")
-        made = subprocess.run([sys.argv[3], path], capture_output=True, env=dict(os.environ, VEXAL_INI=sys.argv[4]))
-        check(made.returncode == 0 and b"Length = 23.5 mm" in made.stdout, "%s: %s" % ("example", made.stderr))
-        check(run(VEXAL, "sr", "check", path).returncode == 0, "example: vexal")
-        for program in ("dsrdump", "dciodvfy"):
-            if program in VALIDATORS:
-                check(findings(program, path) == ([], 0), "%s: %s" % ("example: " + program, findings(program, path)))
+        made = ended(run(sys.argv[3], path, env=dict(os.environ, VEXAL_INI=sys.argv[4])), "example")
+        check(b"Length = 23.5 mm" in made.stdout, "example: %s" % made.stdout)
+        vexal("sr", "check", path, title="example")
+        for program in VALIDATORS:
+            check(findings(program, path) == ([], 0), "example: %s: %s" % (program, findings(program, path)))
 sys.exit(end())

@@ -13,12 +13,11 @@ import json
 import multiprocessing
 import os
 import re
-import struct
-import subprocess
 import sys
 import tempfile
 
-from checks import SAMPLES, VEXAL, check, element, end, need, valid_samples
+from checks import SAMPLES, VEXAL, check, end, need, read, run, valid_samples, write
+from made import element, meta
 
 WANTED = 0.90
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -47,8 +46,8 @@ STEP = re.compile(r'/(?:(\w+)\(([0-9a-f]{4}),([0-9a-f]{4})\)|\(([0-9a-f]{4}),([0
 
 def read_differences():
     """[(side, kind, place pattern, text, reason)]"""
-    with open(os.path.join(HERE, "validator_differences.tsv"), encoding="utf-8") as table:
-        return [line.rstrip("\n").split("\t") for line in table if line[0] != "#"][1:]
+    lines = read(os.path.join(HERE, "validator_differences.tsv")).decode().splitlines()
+    return [line.split("\t") for line in lines if line[0] != "#"][1:]
 
 
 DIFFERENCES = read_differences()
@@ -65,9 +64,7 @@ def is_explained(side, kind, place, text):
 
 def ours(paths):
     """{path: (service, {(class, place): text})} of the files whose SOP class has a service."""
-    command = [VEXAL, "validate", "--json", "--level", "errors"] + paths
-    result = subprocess.run(command, capture_output=True, timeout=300)
-    found = {}
+    result, found = run(VEXAL, "validate", "--json", "--level", "errors", *paths, timeout=300), {}
     for line in result.stdout.decode("utf-8", "replace").splitlines():
         entry = json.loads(line)
         if "file" not in entry:
@@ -93,7 +90,7 @@ def their_place(text):
 
 def theirs(path):
     """The file was read and its object definition known, and {(class, place): text}."""
-    result = subprocess.run(["dciodvfy", "-new", path], capture_output=True, timeout=60)
+    result = run("dciodvfy", "-new", path)
     text = (result.stdout + result.stderr).decode("latin-1")
     found = {}
     for match in PLACE.finditer(text):
@@ -112,18 +109,10 @@ def theirs(path):
 
 def bare_objects(folder):
     """A file for each storage service, with SOP class and instance only."""
-    with open(SERVICES, encoding="utf-8") as profile:
-        sections = re.findall(r"NAME = (\S+)\nUID = (\S+)\n((?:[A-Z_]\S* = .*\n)*)", profile.read())
+    sections = re.findall(r"NAME = (\S+)\nUID = (\S+)\n((?:[A-Z_]\S* = .*\n)*)", read(SERVICES).decode())
     for name, uid, rest in sections:
-        if "C_STORE_RQ" not in rest or name == "DICOMDIR":
-            continue
-        uid = uid.encode()
-        meta = b"".join(element(0x00020000 + number, b"UI", text) for number, text in ((2, uid), (3, b"1.2.3.4"), (16, b"1.2.840.10008.1.2.1")))
-        path = os.path.join(folder, name + ".dcm")
-        with open(path, "wb") as out:
-            out.write(bytes(128) + b"DICM" + element(0x00020000, b"UL", struct.pack("<I", len(meta))) + meta)
-            out.write(element(0x00080016, b"UI", uid) + element(0x00080018, b"UI", b"1.2.3.4"))
-        yield path
+        if "C_STORE_RQ" in rest and name != "DICOMDIR":
+            yield write(os.path.join(folder, name + ".dcm"), meta(uid, "1.2.3.4") + element(0x00080016, "UI", uid) + element(0x00080018, "UI", "1.2.3.4"))
 
 
 def compare(title, paths, folder, show):

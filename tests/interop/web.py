@@ -11,21 +11,19 @@ import os
 import re
 import shutil
 import socket
-import subprocess
 import sys
 import threading
 import time
 
-from checks import SAMPLES as FILE, VEXAL, check, free_port, left_out, run_parts
+from checks import SAMPLES as FILE, VEXAL, Server, check, ended, files_under, free_port, left_out, paths, read, run, run_parts, write
 
 PLUGIN = "/usr/share/orthanc/plugins/libOrthancDicomWeb.so"
 ORTHANC = shutil.which("Orthanc", path="/usr/sbin:/usr/bin")
-with open(FILE, "rb") as file:
-    IMAGE = file.read()
+IMAGE = read(FILE)
 
 
-def web(action, url, *words, timeout=60):
-    return subprocess.run([VEXAL, "web", action, url, "--timeout", "3", *map(str, words)], capture_output=True, text=True, timeout=timeout)
+def web(action, url, *words):
+    return run(VEXAL, "web", action, url, "--timeout", "3", *words, timeout=60, text=True)
 
 
 def lines(result):
@@ -33,18 +31,12 @@ def lines(result):
 
 
 def contents(folder):
-    found = {}
-    for root, _, names in os.walk(folder):
-        for name in names:
-            with open(os.path.join(root, name), "rb") as file:
-                found[os.path.relpath(os.path.join(root, name), folder)] = file.read()
-    return found
+    return {os.path.relpath(path, folder): read(path) for path in files_under(folder)}
 
 
 def of_instance(n):
     """The image under another instance of the same length."""
-    old = uid_of(0).encode()
-    return IMAGE.replace(old, uid_of(n).encode())
+    return IMAGE.replace(uid_of(0).encode(), uid_of(n).encode())
 
 
 def uid_of(n):
@@ -56,44 +48,23 @@ def uid_of(n):
 # ---- Orthanc ----
 
 
-class Orthanc:
-    def __init__(self, folder):
-        self.folder, self.port = folder, free_port()
-        with open(os.path.join(folder, "orthanc.json"), "w", encoding="ascii") as file:
-            json.dump({"StorageDirectory": folder, "IndexDirectory": folder, "HttpPort": self.port, "DicomPort": free_port(),
-                       "AuthenticationEnabled": True, "RegisteredUsers": {"user": "secret"}, "Plugins": [PLUGIN]}, file)
-
-    def __enter__(self):
-        self.process = subprocess.Popen([ORTHANC, os.path.join(self.folder, "orthanc.json")], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        for _ in range(300):
-            try:
-                socket.create_connection(("127.0.0.1", self.port)).close()
-                return "http://127.0.0.1:%d/dicom-web" % self.port
-            except OSError:
-                time.sleep(0.1)
-        raise RuntimeError("Orthanc does not listen")
-
-    def __exit__(self, *_):
-        self.process.terminate()
-        self.process.wait()
-
-
 def with_orthanc(folder):
     if ORTHANC is None or not os.path.exists(PLUGIN):
         return left_out("web services of another archive", "orthanc-dicomweb")
-    sources, database = os.path.join(folder, "in"), os.path.join(folder, "db")
-    os.mkdir(sources), os.mkdir(database)
+    (sources, database), port = paths(folder, "in", "db"), free_port()
+    os.mkdir(database)
     for n in range(8):
-        with open(os.path.join(sources, "%d.dcm" % n), "wb") as file:
-            file.write(of_instance(n))
-    with open(os.path.join(sources, "text"), "w", encoding="ascii") as file:
-        file.write("no image")
+        write(os.path.join(sources, "%d.dcm" % n), of_instance(n))
+    write(os.path.join(sources, "text"), "no image")
     login = ("--user", "user:secret")
-    with Orthanc(database) as url:
-        stored = web("store", url, *login, "--json", sources, "--connections", 3)
-        outcomes = lines(stored)
-        check(stored.returncode == 1 and sum(o["stored"] for o in outcomes) == 8 and len(outcomes) == 9, "store: %s" % stored)
-        check(web("store", url, "--user", "user:wrong", FILE).returncode == 1, "store with a wrong password")
+    config = write(os.path.join(folder, "orthanc.json"), json.dumps({
+        "StorageDirectory": database, "IndexDirectory": database, "HttpPort": port, "DicomPort": free_port(),
+        "AuthenticationEnabled": True, "RegisteredUsers": {"user": "secret"}, "Plugins": [PLUGIN]}))
+    with Server(ORTHANC, config, port=port):
+        url = "http://127.0.0.1:%d/dicom-web" % port
+        outcomes = lines(ended(web("store", url, *login, "--json", sources, "--connections", 3), "store", 1))
+        check(sum(o["stored"] for o in outcomes) == 8 and len(outcomes) == 9, "store: %s" % outcomes)
+        ended(web("store", url, "--user", "user:wrong", FILE), "store with a wrong password", 1)
         studies = lines(web("query", url, *login, "--json", "-k", "PatientName=Phantom^*", "-k", "StudyDate=20240101-20241231"))
         check(len(studies) == 1 and studies[0]["PatientName"] == "Phantom^Ramp", "query: %s" % studies)
         check(not lines(web("query", url, *login, "--json", "-k", "PatientName=Nobody*")), "query: too much is found")
@@ -103,10 +74,9 @@ def with_orthanc(folder):
         within = ("-k", "StudyInstanceUID=" + study, "-k", "SeriesInstanceUID=" + series[0]["SeriesInstanceUID"])
         images = lines(web("query", url, *login, "--json", "--level", "image", *within))
         check({i["SOPInstanceUID"] for i in images} == {uid_of(n) for n in range(8)}, "query of images: %s" % images)
-        limited = lines(web("query", url, *login, "--json", "--level", "image", "--limit", 3, *within))
-        check(len(limited) == 3, "query with a limit: %d" % len(limited))
-        table = web("query", url, *login, "--level", "image", *within).stdout
-        check(len(table.splitlines()) == 9, "query as a table: %s" % table)
+        for words, count in (("--json", "--limit", 3), 3), ((), 9):
+            result = web("query", url, *login, "--level", "image", *words, *within)
+            check(len(result.stdout.splitlines()) == count, "query %s: %s" % (words, result))
         for n, words in enumerate(((), ("--series", series[0]["SeriesInstanceUID"]))):
             out = os.path.join(folder, "out%d" % n)
             result = web("retrieve", url, *login, "--study", study, *words, "--dir", out)
@@ -115,8 +85,7 @@ def with_orthanc(folder):
         result = web("retrieve", url, *login, "--study", study, "--series", series[0]["SeriesInstanceUID"], "--instance", uid_of(3), "--tree",
                      "--dir", out)
         check(contents(out) == {"%s/%s/%s.dcm" % (study, series[0]["SeriesInstanceUID"], uid_of(3)): of_instance(3)}, "retrieve one: %s" % result)
-        missing = web("retrieve", url, *login, "--study", "1.2.3", "--dir", out)
-        check(missing.returncode == 3 and "404" in missing.stderr, "retrieve what is not there: %s" % missing)
+        ended(web("retrieve", url, *login, "--study", "1.2.3", "--dir", out), "retrieve what is not there", 3, "404")
 
 
 # ---- A server of our own ----
@@ -156,7 +125,7 @@ class Answer(http.server.BaseHTTPRequestHandler):
         pass
 
 
-class Server(http.server.ThreadingHTTPServer):
+class Own(http.server.ThreadingHTTPServer):
     def handle_error(self, *_):
         """A client that goes away is no news."""
 
@@ -174,24 +143,25 @@ def with_own_server(folder):
     evil = IMAGE.replace(uid_of(0).encode(), b"../../../../../etc/x".ljust(len(uid_of(0)), b"x"))
     whole = parts(*two.values())
     # What comes, the exit status of retrieve, and the files that are there then.
+    of_parts = lambda *words, **more: (200, MULTIPART, parts(*words, **more), None)
     cases = {
         "good": ((200, MULTIPART, whole, None), 0, two),
         "bare": ((200, "application/dicom", of_instance(1), None), 0, first),
-        "no-headers": ((200, MULTIPART, parts(*two.values(), head=b""), None), 0, two),
-        "near-delimiters": ((200, MULTIPART, parts(of_instance(1) + b"\r\n--a=\r\n--a-b\r\n-", of_instance(2)), None), 0,
+        "no-headers": (of_parts(*two.values(), head=b""), 0, two),
+        "near-delimiters": (of_parts(of_instance(1) + b"\r\n--a=\r\n--a-b\r\n-", of_instance(2)), 0,
                             {uid_of(1) + ".dcm": of_instance(1) + b"\r\n--a=\r\n--a-b\r\n-", uid_of(2) + ".dcm": of_instance(2)}),
         "pieces": ((200, MULTIPART, whole, PIECES), 0, two),
         "cut": ((200, MULTIPART, whole, len(whole) - len(IMAGE) // 2), 3, first),
-        "no-end": ((200, MULTIPART, parts(*two.values(), end=b""), None), 3, first),
+        "no-end": (of_parts(*two.values(), end=b""), 3, first),
         "no-parts": ((200, MULTIPART, b"--a=b--", None), 0, {}),
-        "not-dicom": ((200, MULTIPART, parts(b"text", of_instance(1), b""), None), 1, first),
-        "evil-name": ((200, MULTIPART, parts(evil, of_instance(1)), None), 1, first),
-        "long-headers": ((200, MULTIPART, parts(IMAGE, head=b"x" * 100000), None), 3, {}),
+        "not-dicom": (of_parts(b"text", of_instance(1), b""), 1, first),
+        "evil-name": (of_parts(evil, of_instance(1)), 1, first),
+        "long-headers": (of_parts(IMAGE, head=b"x" * 100000), 3, {}),
         "no-boundary": ((200, "multipart/related", whole, None), 3, {}),
         "html": ((200, "text/html", b"<html>", None), 3, {}),
         "broken": ((500, "text/plain", b"out of\r\n\x1b[1m order", None), 3, {}),
     }
-    server = Server(("127.0.0.1", 0), Answer)
+    server = Own(("127.0.0.1", 0), Answer)
     threading.Thread(target=server.serve_forever, daemon=True).start()
     url = "http://127.0.0.1:%d/" % server.server_port
     # Where a server sends requests on to: to itself, to another name, and nowhere.
@@ -203,31 +173,23 @@ def with_own_server(folder):
         Answer.answers[name] = answer
         out = os.path.join(folder, name)
         result = web("retrieve", url + name, "--study", "1.2", "--dir", out)
-        check(result.returncode == status and contents(out) == files, "%s: status %d, files %s: %s" %
-              (name, result.returncode, sorted(contents(out)), result.stderr))
+        check(ended(result, name, status) and contents(out) == files, "%s: files %s: %s" % (name, sorted(contents(out)), result.stderr))
         check("\x1b" not in result.stderr, name + ": the server's text goes to the terminal as it is")
-    queries = {
-        "empty": ((204, "application/dicom+json", b"", None), 0, 0),
-        "array": ((200, "application/dicom+json", b'[{"00100010":{"vr":"PN","Value":[{"Ideographic":"\xe5\xb1\xb1"}]}},{},7]', None), 0, 3),
-        "object": ((200, "application/dicom+json", b'{"00100020":{"vr":"LO","Value":"no array"}}', None), 0, 1),
-        "text": ((200, "text/html", b"<html>", None), 3, 0),
-        "deep": ((200, "application/dicom+json", b"[" * 100000, None), 3, 0),
-        "half": ((200, "application/dicom+json", b"[{}]", 2), 3, 0),
-        "large": ((200, "application/dicom+json", b"[" + b" " * (33 << 20) + b"]", None), 3, 0),
-        "names": ((200, "application/dicom+json", json.dumps([{"00100010": {"vr": "PN", "Value": [
-            {"Alphabetic": "A^B", "Ideographic": "\u5c71", "Phonetic": "C"}, {"Phonetic": "D"}]}}]).encode(), None), 0, 1),
-    }
-    for name, (answer, status, count) in queries.items():
+    of_json = lambda body, sent=None: (200, "application/dicom+json", body, sent)
+    names = [{"00100010": {"vr": "PN", "Value": [{"Alphabetic": "A^B", "Ideographic": "\u5c71", "Phonetic": "C"}, {"Phonetic": "D"}]}}]
+    for name, answer, status, count in (
+            ("empty", (204, "application/dicom+json", b"", None), 0, 0), ("text", (200, "text/html", b"<html>", None), 3, 0),
+            ("array", of_json(b'[{"00100010":{"vr":"PN","Value":[{"Ideographic":"\xe5\xb1\xb1"}]}},{},7]'), 0, 3),
+            ("object", of_json(b'{"00100020":{"vr":"LO","Value":"no array"}}'), 0, 1), ("deep", of_json(b"[" * 100000), 3, 0),
+            ("half", of_json(b"[{}]", 2), 3, 0), ("large", of_json(b"[" + b" " * (33 << 20) + b"]"), 3, 0),
+            ("names", of_json(json.dumps(names).encode()), 0, 1)):
         Answer.answers[name] = answer
-        result = web("query", url + name, "--json")
-        check(result.returncode == status and len(result.stdout.splitlines()) == count, "query %s: %s" % (name, result))
-        if name == "names":
-            check(lines(result)[0]["PatientName"] == "A^B=\u5c71=C\\==D", "groups of names: %s" % result)
+        result = ended(web("query", url + name, "--json"), "query " + name, status)
+        check(len(result.stdout.splitlines()) == count, "query %s: %s" % (name, result))
+    check(lines(result)[0]["PatientName"] == "A^B=\u5c71=C\\==D", "groups of names: %s" % result)
     refused = b'{"00081198":{"vr":"SQ","Value":[{"00081197":{"vr":"US","Value":[42752]}}]}}'
-    for name, answer, status in (("taken", (200, "application/dicom+json", b"{}", None), 0),
-                                 ("moved-store", (307, "/taken/studies", b"", None), 0),
-                                 ("not-moved-store", (302, "/taken/studies", b"", None), 1),
-                                 ("refused", (200, "application/dicom+json", refused, None), 1),
+    for name, answer, status in (("taken", of_json(b"{}"), 0), ("moved-store", (307, "/taken/studies", b"", None), 0),
+                                 ("not-moved-store", (302, "/taken/studies", b"", None), 1), ("refused", of_json(refused), 1),
                                  ("conflict", (409, "application/dicom+json", refused, None), 1),
                                  ("unavailable", (503, "text/plain", b"", None), 1)):
         Answer.answers[name] = answer
@@ -246,13 +208,13 @@ def with_own_server(folder):
     check("without TLS" not in web("query", url + "empty", "--user", "user:hush", "--quiet").stderr, "a warning in spite of --quiet")
     server.shutdown()
     # Nobody there, and somebody who says nothing.
-    check(web("query", "http://127.0.0.1:%d" % free_port()).returncode == 3, "query of nobody")
+    ended(web("query", "http://127.0.0.1:%d" % free_port()), "query of nobody", 3)
     with socket.socket() as silent:
         silent.bind(("127.0.0.1", 0))
         silent.listen(8)
         start = time.monotonic()
-        result = web("query", "http://127.0.0.1:%d" % silent.getsockname()[1])
-        check(result.returncode == 3 and time.monotonic() - start < 10, "query of a silent server: %s" % result)
+        ended(web("query", "http://127.0.0.1:%d" % silent.getsockname()[1]), "query of a silent server", 3)
+        check(time.monotonic() - start < 10, "query of a silent server: took %.1f s" % (time.monotonic() - start))
 
 
 sys.exit(run_parts(with_orthanc, with_own_server))
