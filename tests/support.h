@@ -4,9 +4,12 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <map>
 #include <mutex>
 #include <sstream>
 #include <string>
@@ -17,6 +20,13 @@
 #include "vexalkit.h"
 
 namespace support {
+
+inline std::string read_file(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream content;
+  content << file.rdbuf();
+  return content.str();
+}
 
 // A folder that goes away with the object.
 class TempFolder {
@@ -39,16 +49,18 @@ class TempFolder {
     std::ofstream(path(name), std::ios::binary) << content;
     return path(name);
   }
-  std::string read(std::string_view name) const {
-    std::ifstream file(path(name), std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
-  }
+  std::string read(std::string_view name) const { return read_file(path(name)); }
 
  private:
   std::string path_;
 };
+
+// Real files, where the machine has them.
+inline std::filesystem::path sample_folder() {
+  const char* named = ::getenv("VEXAL_SAMPLES");
+  return named != nullptr ? std::filesystem::path(named)
+                          : std::filesystem::path(VEXAL_SOURCE_DIR) / ".." / "shared" / "samples";
+}
 
 // A binary dictionary, record by record.
 class DictionaryFile {
@@ -75,92 +87,59 @@ class DictionaryFile {
   std::string bytes_;
 };
 
+// A part of the complete dictionary, and attributes of the tests' own.
 inline std::string small_dictionary() {
-  struct Row {
+  static constexpr uint32_t kTags[] = {
+      0x00000000, 0x00000002, 0x00000100, 0x00000110, 0x00000800, 0x00020000, 0x00020001, 0x00020002,
+      0x00020003, 0x00020010, 0x00020012, 0x00020013, 0x00020016, 0x00020100, 0x00020102, 0x00080005,
+      0x00080008, 0x00080016, 0x00080018, 0x00080020, 0x0008002A, 0x00080030, 0x00080050, 0x00080060,
+      0x00080090, 0x00080119, 0x00080120, 0x00081030, 0x00081140, 0x00081150, 0x00081155, 0x00100010,
+      0x00100020, 0x00100030, 0x00100040, 0x00101010, 0x00101030, 0x001021B0, 0x00189306, 0x0020000D,
+      0x0020000E, 0x00200013, 0x00200032, 0x00204000, 0x00280002, 0x00280004, 0x00280008, 0x00280009,
+      0x00280010, 0x00280011, 0x00280030, 0x00280100, 0x00280101, 0x00280102, 0x00280103, 0x00281201,
+      0x0040A160, 0x0040A730, 0x00420011, 0x00660016, 0x00660040, 0x7FE00010, 0xFFFCFFFC};
+  constexpr int kMany = 255;
+  static constexpr struct {
     uint32_t tag;
     VX_VR vr;
-    int low, high;
+    int high;
     const char* name;
-    const char* creator;
+    const char* creator = "";
+  } kOwn[] = {
+      {0x00090001, VX_VR_LO, 1, "Private Text", "ACME 1.0"},
+      {0x00090002, VX_VR_US, kMany, "Private Numbers", "ACME 1.0"},
+      {0x00090003, VX_VR_SQ, 1, "Private Sequence", "ACME 1.0"},
+      {0x00720063, VX_VR_ST, 1, "Test Short Text"},
+      {0x00720073, VX_VR_OD, 1, "Test Doubles"},
+      {0x00720074, VX_VR_FL, kMany, "Test Floats"},
+      {0x00720078, VX_VR_SL, kMany, "Test Signed Longs"},
+      {0x0072007A, VX_VR_SS, kMany, "Test Signed Shorts"},
+      {0x0072007C, VX_VR_UL, kMany, "Test Unsigned Longs"},
   };
-  constexpr int kMany = 255;
-  static constexpr Row kRows[] = {
-      {0x00000000, VX_VR_UL, 1, 1, "Command Group Length", ""},
-      {0x00000002, VX_VR_UI, 1, 1, "Affected SOP Class UID", ""},
-      {0x00000100, VX_VR_US, 1, 1, "Command Field", ""},
-      {0x00000110, VX_VR_US, 1, 1, "Message ID", ""},
-      {0x00000800, VX_VR_US, 1, 1, "Command Data Set Type", ""},
-      {0x00020000, VX_VR_UL, 1, 1, "File Meta Information Group Length", ""},
-      {0x00020001, VX_VR_OB, 1, 1, "File Meta Information Version", ""},
-      {0x00020002, VX_VR_UI, 1, 1, "Media Storage SOP Class UID", ""},
-      {0x00020003, VX_VR_UI, 1, 1, "Media Storage SOP Instance UID", ""},
-      {0x00020010, VX_VR_UI, 1, 1, "Transfer Syntax UID", ""},
-      {0x00020012, VX_VR_UI, 1, 1, "Implementation Class UID", ""},
-      {0x00020013, VX_VR_SH, 1, 1, "Implementation Version Name", ""},
-      {0x00020016, VX_VR_AE, 1, 1, "Source Application Entity Title", ""},
-      {0x00020100, VX_VR_UI, 1, 1, "Private Information Creator UID", ""},
-      {0x00020102, VX_VR_OB, 1, 1, "Private Information", ""},
-      {0x00080005, VX_VR_CS, 1, kMany, "Specific Character Set", ""},
-      {0x00080008, VX_VR_CS, 2, kMany, "Image Type", ""},
-      {0x00080016, VX_VR_UI, 1, 1, "SOP Class UID", ""},
-      {0x00080018, VX_VR_UI, 1, 1, "SOP Instance UID", ""},
-      {0x00080020, VX_VR_DA, 1, 1, "Study Date", ""},
-      {0x0008002A, VX_VR_DT, 1, 1, "Acquisition DateTime", ""},
-      {0x00080030, VX_VR_TM, 1, 1, "Study Time", ""},
-      {0x00080050, VX_VR_SH, 1, 1, "Accession Number", ""},
-      {0x00080060, VX_VR_CS, 1, 1, "Modality", ""},
-      {0x00080090, VX_VR_PN, 1, 1, "Referring Physician's Name", ""},
-      {0x00080119, VX_VR_UC, 1, 1, "Long Code Value", ""},
-      {0x00080120, VX_VR_UR, 1, 1, "URN Code Value", ""},
-      {0x00081030, VX_VR_LO, 1, 1, "Study Description", ""},
-      {0x00081140, VX_VR_SQ, 1, 1, "Referenced Image Sequence", ""},
-      {0x00081150, VX_VR_UI, 1, 1, "Referenced SOP Class UID", ""},
-      {0x00081155, VX_VR_UI, 1, 1, "Referenced SOP Instance UID", ""},
-      {0x00090001, VX_VR_LO, 1, 1, "Private Text", "ACME 1.0"},
-      {0x00090002, VX_VR_US, 1, kMany, "Private Numbers", "ACME 1.0"},
-      {0x00090003, VX_VR_SQ, 1, 1, "Private Sequence", "ACME 1.0"},
-      {0x00100010, VX_VR_PN, 1, 1, "Patient's Name", ""},
-      {0x00100020, VX_VR_LO, 1, 1, "Patient ID", ""},
-      {0x00100030, VX_VR_DA, 1, 1, "Patient's Birth Date", ""},
-      {0x00100040, VX_VR_CS, 1, 1, "Patient's Sex", ""},
-      {0x00101010, VX_VR_AS, 1, 1, "Patient's Age", ""},
-      {0x00101030, VX_VR_DS, 1, 1, "Patient's Weight", ""},
-      {0x001021B0, VX_VR_LT, 1, 1, "Additional Patient History", ""},
-      {0x00189306, VX_VR_FD, 1, 1, "Single Collimation Width", ""},
-      {0x0020000D, VX_VR_UI, 1, 1, "Study Instance UID", ""},
-      {0x0020000E, VX_VR_UI, 1, 1, "Series Instance UID", ""},
-      {0x00200013, VX_VR_IS, 1, 1, "Instance Number", ""},
-      {0x00200032, VX_VR_DS, 3, 3, "Image Position (Patient)", ""},
-      {0x00204000, VX_VR_LT, 1, 1, "Image Comments", ""},
-      {0x00280002, VX_VR_US, 1, 1, "Samples per Pixel", ""},
-      {0x00280004, VX_VR_CS, 1, 1, "Photometric Interpretation", ""},
-      {0x00280008, VX_VR_IS, 1, 1, "Number of Frames", ""},
-      {0x00280009, VX_VR_AT, 1, kMany, "Frame Increment Pointer", ""},
-      {0x00280010, VX_VR_US, 1, 1, "Rows", ""},
-      {0x00280011, VX_VR_US, 1, 1, "Columns", ""},
-      {0x00280030, VX_VR_DS, 2, 2, "Pixel Spacing", ""},
-      {0x00280100, VX_VR_US, 1, 1, "Bits Allocated", ""},
-      {0x00280101, VX_VR_US, 1, 1, "Bits Stored", ""},
-      {0x00280102, VX_VR_US, 1, 1, "High Bit", ""},
-      {0x00280103, VX_VR_US, 1, 1, "Pixel Representation", ""},
-      {0x00281201, VX_VR_OW, 1, 1, "Red Palette Color Lookup Table Data", ""},
-      {0x0040A160, VX_VR_UT, 1, 1, "Text Value", ""},
-      {0x0040A730, VX_VR_SQ, 1, 1, "Content Sequence", ""},
-      {0x00420011, VX_VR_OB, 1, 1, "Encapsulated Document", ""},
-      {0x00660016, VX_VR_OF, 1, 1, "Point Coordinates Data", ""},
-      {0x00660040, VX_VR_OL, 1, 1, "Long Primitive Point Index List", ""},
-      {0x00720063, VX_VR_ST, 1, 1, "Test Short Text", ""},
-      {0x00720073, VX_VR_OD, 1, 1, "Test Doubles", ""},
-      {0x00720074, VX_VR_FL, 1, kMany, "Test Floats", ""},
-      {0x00720078, VX_VR_SL, 1, kMany, "Test Signed Longs", ""},
-      {0x0072007A, VX_VR_SS, 1, kMany, "Test Signed Shorts", ""},
-      {0x0072007C, VX_VR_UL, 1, kMany, "Test Unsigned Longs", ""},
-      {0x7FE00010, VX_VR_OW, 1, 1, "Pixel Data", ""},
-      {0xFFFCFFFC, VX_VR_OB, 1, 1, "Data Set Trailing Padding", ""},
-  };
-  DictionaryFile file;
-  for (const Row& row : kRows) file.add(row.tag, row.vr, row.low, row.high, row.name, row.creator);
-  return file.bytes();
+  static const std::string bytes = [] {
+    std::map<uint32_t, std::string> records;
+    const std::string all = read_file(VEXAL_BINARY_DIR "/share/vexalkit/vexalkit.dct");
+    for (std::size_t at = 0; at < all.size();) {
+      uint32_t tag = 0;
+      for (std::size_t i = 0; i < 4; ++i) tag = tag << 8 | static_cast<unsigned char>(all[at + i]);
+      const bool is_private = (tag >> 16) % 2 == 1 && tag >> 16 > 7 && tag >> 16 != 0xFFFF;
+      const std::size_t end = all.find('\0', at + 8) + 1 + (is_private ? 513 : 0);
+      if (std::find(std::begin(kTags), std::end(kTags), tag) != std::end(kTags)) {
+        records[tag] = all.substr(at, end - at);
+      }
+      at = end;
+    }
+    const std::string signature = DictionaryFile().bytes();
+    for (const auto& row : kOwn) {
+      DictionaryFile file;
+      file.add(row.tag, row.vr, 1, row.high, row.name, row.creator);
+      records[row.tag] = file.bytes().substr(signature.size());
+    }
+    std::string made = signature;
+    for (const auto& [tag, record] : records) made += record;
+    return made;
+  }();
+  return bytes;
 }
 
 inline constexpr char kServices[] = R"([SERVICE_TABLE]
@@ -235,6 +214,17 @@ SYNTAX_LIST_1 = Plain_Syntaxes
 SYNTAX_1 = EXPLICIT_LITTLE_ENDIAN
 SYNTAX_2 = IMPLICIT_LITTLE_ENDIAN
 )";
+
+// The bytes that the library holds.
+struct Memory {
+  uint64_t total = 0, free = 0;
+  uint64_t used() const { return total - free; }
+};
+inline Memory memory() {
+  Memory now;
+  EXPECT_EQ(VX_Report_Memory(&now.total, &now.free), VX_NORMAL_COMPLETION);
+  return now;
+}
 
 // The lines that the library logs, whole.
 class LogCapture {

@@ -16,8 +16,7 @@ constexpr uint32_t kNumbers = 0x0072007C;
 // What the function at hand does at its first call, and what it answers with.
 struct Caller {
   std::function<void()> act;
-  bool nothing_for_ever = false;
-  bool null_buffer = false;
+  bool nothing_for_ever = false, null_buffer = false;
   int calls = 0;
   std::string taken{};
 
@@ -67,6 +66,13 @@ VX_STATUS file_give(const char*, void* user, uint32_t* size, void** data, int32_
 
 class CallerFunctions : public LibraryTest {
  protected:
+  VX_STATUS encode_to(Caller& sink, VX_TRANSFER_SYNTAX syntax = EXPLICIT_LITTLE_ENDIAN) const {
+    return VX_Message_To_Stream(message_, 0x00080000, 0xFFFFFFFF, syntax, &sink, output);
+  }
+  static VX_STATUS decode_from(Caller& source, int32_t id) {
+    uint32_t tag = 0;
+    return VX_Stream_To_Message(id, 0x00080000, 0xFFFFFFFF, EXPLICIT_LITTLE_ENDIAN, &tag, &source, input);
+  }
   void SetUp() override {
     LibraryTest::SetUp();
     ASSERT_EQ(VX_Register_Application(&app_, "CALLER"), VX_NORMAL_COMPLETION);
@@ -99,71 +105,36 @@ class CallerFunctions : public LibraryTest {
          [&](Caller& c) { return VX_Get_Value_To_Function(item_, kNumbers, &c, reader); }, kNumbers},
         {"value callback", [&](Caller& c) { return VX_Get_Value_To_Function(item_, kPixels, &c, reader); },
          kPixels, true, true},
-        {"encoder",
-         [&](Caller& c) {
-           return VX_Message_To_Stream(message_, 0x00080000, 0xFFFFFFFF, EXPLICIT_LITTLE_ENDIAN, &c, output);
-         },
-         0, false},
-        {"encoder, value callback",
-         [&](Caller&) {
-           Caller ignored{};
-           return VX_Message_To_Stream(message_, 0x00080000, 0xFFFFFFFF, EXPLICIT_LITTLE_ENDIAN, &ignored,
-                                       output);
-         },
-         kPixels, false, true},
+        {"encoder", [&](Caller& c) { return encode_to(c); }, 0, false},
+        {"encoder, value callback", [&](Caller&) { return encode_to(ignored_); }, kPixels, false, true},
         {"json", [&](Caller& c) { return VX_Message_To_Json(message_, &c, 0, output); }, 0, false},
         {"xml", [&](Caller& c) { return VX_Message_To_XML(message_, &c, 0, output); }, 0, false},
     };
   }
-  int32_t app_ = -1;
-  int32_t message_ = -1;
-  int32_t item_ = -1;
+  Caller ignored_{};
+  int32_t app_ = -1, message_ = -1, item_ = -1;
 };
 
 TEST_F(CallerFunctions, NothingForEverIsNotWaitedForAndNullIsNotRead) {
   for (const bool for_ever : {true, false}) {
     Caller bad{.act = {}, .nothing_for_ever = for_ever, .null_buffer = !for_ever};
     fill(&bad);
-    int32_t empty = -1;
-    int32_t frames = -1;
-    int32_t file = -1;
+    const Object empty, frames, file(new_file);
     int32_t copy = -1;
-    uint32_t tag = 0;
-    ASSERT_EQ(VX_Open_Empty_Message(&empty), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(VX_Open_Empty_Message(&frames), VX_NORMAL_COMPLETION);
     ASSERT_EQ(VX_Set_Message_Transfer_Syntax(frames, JPEG_BASELINE), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(VX_Create_Empty_File(&file, "x"), VX_NORMAL_COMPLETION);
     const struct {
       const char* name;
       std::function<VX_STATUS()> run;
     } rows[] = {
-        {"encoder",
-         [&] {
-           Caller sink{};
-           return VX_Message_To_Stream(message_, 0x00080000, 0xFFFFFFFF, EXPLICIT_LITTLE_ENDIAN, &sink,
-                                       output);
-         }},
-        {"deflating encoder",
-         [&] {
-           Caller sink{};
-           return VX_Message_To_Stream(message_, 0x00080000, 0xFFFFFFFF, DEFLATED_EXPLICIT_LITTLE_ENDIAN,
-                                       &sink, output);
-         }},
-        {"value callback",
-         [&] {
-           Caller sink{};
-           return VX_Get_Value_To_Function(message_, kPixels, &sink, reader);
-         }},
+        {"encoder", [&] { return encode_to(ignored_); }},
+        {"deflating encoder", [&] { return encode_to(ignored_, DEFLATED_EXPLICIT_LITTLE_ENDIAN); }},
+        {"value callback", [&] { return VX_Get_Value_To_Function(message_, kPixels, &ignored_, reader); }},
         {"copy",
          [&] { return VX_Duplicate_Message(message_, &copy, EXPLICIT_LITTLE_ENDIAN, nullptr, nullptr); }},
         {"writer", [&] { return VX_Set_Value_From_Function(empty, kPixels, &bad, writer); }},
         {"frame",
          [&] { return VX_Set_Encapsulated_Value_From_Function(frames, kPixels, &bad, frame_writer); }},
-        {"stream",
-         [&] {
-           return VX_Stream_To_Message(empty, 0x00080000, 0xFFFFFFFF, EXPLICIT_LITTLE_ENDIAN, &tag, &bad,
-                                       input);
-         }},
+        {"stream", [&] { return decode_from(bad, empty); }},
         {"file", [&] { return VX_Open_File(app_, file, &bad, file_give); }},
         {"text", [&] { return VX_Json_To_Message(empty, &bad, text_input); }},
     };
@@ -191,8 +162,7 @@ TEST_F(CallerFunctions, WhatTheyFreeLivesToTheEndOfTheCall) {
       };
       EXPECT_EQ(road.run(reads), VX_NORMAL_COMPLETION) << road.name;
       EXPECT_EQ(status, VX_NORMAL_COMPLETION) << road.name;
-      int32_t count = 0;
-      EXPECT_EQ(VX_Get_Value_Count(id, kLong, &count), VX_INVALID_MESSAGE_ID) << road.name;
+      EXPECT_EQ(VX_Get_Attribute_Info(id, kLong, nullptr, nullptr), VX_INVALID_MESSAGE_ID) << road.name;
       VX_Free_Message(&message_);
     }
   }
@@ -252,11 +222,9 @@ TEST_F(CallerFunctions, WritersMaySetOtherAttributes) {
   int32_t id = message_;
   Caller frees{.act = [&] { VX_Free_Message(&id); }};
   EXPECT_EQ(VX_Set_Value_From_Function(message_, kPixels, &frees, writer), VX_NORMAL_COMPLETION);
-  uint32_t tag = 0;
   ASSERT_EQ(VX_Open_Empty_Message(&id), VX_NORMAL_COMPLETION);
-  const int32_t read = id;
   frees.calls = 0;
-  VX_Stream_To_Message(read, 0x00080000, 0xFFFFFFFF, EXPLICIT_LITTLE_ENDIAN, &tag, &frees, input);
+  decode_from(frees, id);
   EXPECT_EQ(id, -1);
 }
 

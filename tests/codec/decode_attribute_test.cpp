@@ -19,7 +19,7 @@ class DecodeAttribute : public LibraryTest {
 std::string block(uint32_t creator, const char* code, const char* value,
                   VX_TRANSFER_SYNTAX syntax = EXPLICIT_LITTLE_ENDIAN) {
   const uint32_t tag = (creator & 0xFFFF0000U) | ((creator & 0xFFU) << 8) | 1;
-  return Writer(syntax).element(creator, "LO", code).element(tag, "LO", value).str();
+  return elements({{creator, "LO", code}, {tag, "LO", value}}, syntax);
 }
 
 TEST_F(DecodeAttribute, PrivateBlocksMoveToWhereTheObjectHasRoom) {
@@ -65,55 +65,45 @@ TEST_F(DecodeAttribute, PrivateBlocksMoveToWhereTheObjectHasRoom) {
 }
 
 TEST_F(DecodeAttribute, BothBlocksOfOneCreatorInAStreamMeet) {
-  const std::string stream = Writer()
-                                 .element(0x00090010, "LO", "ACME 1.0")
-                                 .element(0x00090011, "LO", "ACME 1.0")
-                                 .element(0x00091001, "LO", "first ")
-                                 .element(0x00091102, "US", {"\1\0", 2})
-                                 .str();
-  const Object message;
-  ASSERT_EQ(decode(message, stream, EXPLICIT_LITTLE_ENDIAN).status, VX_NORMAL_COMPLETION);
+  const Object message(elements({{0x00090010, "LO", "ACME 1.0"},
+                                 {0x00090011, "LO", "ACME 1.0"},
+                                 {0x00091001, "LO", "first "},
+                                 {0x00091102, "US", {"\1\0", 2}}}));
   EXPECT_EQ(text(message, 0x00091001), "first");
   EXPECT_EQ(text(message, 0x00091002), "1");
   EXPECT_FALSE(has(message, 0x00090011));
 }
 
 TEST_F(DecodeAttribute, PrivateElementsWithoutACreator) {
-  const std::string stream = Writer().element(0x00091001, "LO", "orphan").str();
-  const Object dropped;
-  ASSERT_EQ(decode(dropped, stream, EXPLICIT_LITTLE_ENDIAN).status, VX_NORMAL_COMPLETION);
+  const std::string stream = elements({{0x00091001, "LO", "orphan"}});
+  const Object dropped(stream);
   EXPECT_FALSE(has(dropped, 0x00091001));
   set_bool(VX_CFG_ALLOW_INVALID_PRIVATE_ATTRIBUTES, true);
-  const Object kept;
-  ASSERT_EQ(decode(kept, stream, EXPLICIT_LITTLE_ENDIAN).status, VX_NORMAL_COMPLETION);
+  const Object kept(stream);
   EXPECT_EQ(text(kept, 0x00091001), "orphan");
 }
 
 TEST_F(DecodeAttribute, ItemsOfPrivateSequencesMayLeaveTheCreatorToTheirHolder) {
-  const std::string inner = Writer().element(0x00091001, "UN", "inside").str();
+  const std::string inner = elements({{0x00091001, "UN", "inside"}});
   const std::string items = Writer().item(static_cast<uint32_t>(inner.size())).raw(inner).str();
-  const Object message;
-  const std::string stream =
-      Writer().element(0x00090010, "LO", "ACME 1.0").element(0x00091003, "SQ", items).str();
-  ASSERT_EQ(decode(message, stream, EXPLICIT_LITTLE_ENDIAN).status, VX_NORMAL_COMPLETION);
+  const Object message(elements({{0x00090010, "LO", "ACME 1.0"}, {0x00091003, "SQ", items}}));
   EXPECT_EQ(text(item(message, 0x00091003), 0x00091001), "inside");  // LO by the dictionary
 }
 
 TEST_F(DecodeAttribute, UnknownInAStreamIsReadAsTheDictionarySays) {
-  const std::string id = Writer(IMPLICIT_LITTLE_ENDIAN).element(0x00081155, "", "1.2 ").str();
+  const std::string id = elements({{0x00081155, "", "1.2 "}}, IMPLICIT_LITTLE_ENDIAN);
   const std::string sequence =
       Writer(IMPLICIT_LITTLE_ENDIAN).item(static_cast<uint32_t>(id.size())).raw(id).str();
   const std::string broken = Writer(IMPLICIT_LITTLE_ENDIAN).item(100).raw(id).str();
   for (const VX_TRANSFER_SYNTAX syntax : {EXPLICIT_LITTLE_ENDIAN, EXPLICIT_BIG_ENDIAN}) {
     const Object message;
-    const std::string stream = Writer(syntax)
-                                   .element(0x00081140, "UN", sequence)
-                                   .element(0x00100020, "UN", "A\\B ")
-                                   .element(0x00280010, "UN", {"\1\2", 2})
-                                   .element(0x00281201, "UN", {"\1\2\3\4", 4})
-                                   .element(0x0040A730, "UN", broken)
-                                   .element(0x00990001, "UN", "who?")
-                                   .str();
+    const std::string stream = elements({{0x00081140, "UN", sequence},
+                                         {0x00100020, "UN", "A\\B "},
+                                         {0x00280010, "UN", {"\1\2", 2}},
+                                         {0x00281201, "UN", {"\1\2\3\4", 4}},
+                                         {0x0040A730, "UN", broken},
+                                         {0x00990001, "UN", "who?"}},
+                                        syntax);
     ASSERT_EQ(decode(message, stream, syntax, 2).status, VX_NORMAL_COMPLETION);
     EXPECT_EQ(text(item(message, 0x00081140), 0x00081155), "1.2");
     EXPECT_EQ(text(message, 0x00100020), "A\\B");
@@ -139,14 +129,12 @@ TEST_F(DecodeAttribute, UnknownOfUndefinedLengthIsASequenceOfImplicitItems) {
   for (const VX_TRANSFER_SYNTAX syntax : {EXPLICIT_LITTLE_ENDIAN, EXPLICIT_BIG_ENDIAN}) {
     Writer stream(syntax);
     stream.header(0x00081140, "UN", 0xFFFFFFFFU).raw(items.str()).element(0x00100020, "LO", "ID");
-    const Object message;
-    ASSERT_EQ(decode(message, stream.str(), syntax, 2).status, VX_NORMAL_COMPLETION);
+    const Object message(stream.str(), syntax, 2);
     EXPECT_EQ(vr(message, 0x00081140), VX_VR_SQ);
     EXPECT_EQ(text(item(message, 0x00081140), 0x00081155), "1.3");
     EXPECT_EQ(text(message, 0x00100020), "ID");
     // The same passed over.
-    const Object rest;
-    ASSERT_EQ(decode(rest, stream.str(), syntax, 2, 0x00100000).status, VX_NORMAL_COMPLETION);
+    const Object rest(stream.str(), syntax, 2, 0x00100000);
     EXPECT_EQ(text(rest, 0x00100020), "ID");
   }
   // Explicit items are told from implicit ones.
@@ -157,25 +145,19 @@ TEST_F(DecodeAttribute, UnknownOfUndefinedLengthIsASequenceOfImplicitItems) {
                               .item_end()
                               .sequence_end()
                               .str();
-  const Object message;
-  ASSERT_EQ(decode(message, odd, EXPLICIT_LITTLE_ENDIAN).status, VX_NORMAL_COMPLETION);
+  const Object message(odd);
   EXPECT_EQ(text(item(message, 0x00081140), 0x00081155), "1.4");
 }
 
 TEST_F(DecodeAttribute, DuplicatesReplaceUnlessTheFilterKeepsTheFirst) {
   const std::string items = Writer().item(0).item(0).str();
-  const std::string stream = Writer()
-                                 .element(0x00081140, "SQ", items)
-                                 .element(0x00081140, "SQ", Writer().item(0).str())
-                                 .element(0x00100020, "LO", "one ")
-                                 .element(0x00100020, "LO", "two ")
-                                 .str();
-  const Object message;
-  ASSERT_EQ(decode(message, stream, EXPLICIT_LITTLE_ENDIAN).status, VX_NORMAL_COMPLETION);
+  const std::string one = Writer().item(0);
+  const Object message(elements({{0x00081140, "SQ", items},
+                                 {0x00081140, "SQ", one},
+                                 {0x00100020, "LO", "one "},
+                                 {0x00100020, "LO", "two "}}));
   EXPECT_EQ(text(message, 0x00100020), "two");
-  int32_t count = 0;
-  VX_Get_Value_Count(message, 0x00081140, &count);
-  EXPECT_EQ(count, 1);
+  EXPECT_EQ(count(message, 0x00081140), 1);
   EXPECT_TRUE(has_log("Tag 00100020 is duplicated"));
   EXPECT_TRUE(has_log("Tag 00100020 new value will be used"));
 }
@@ -193,12 +175,7 @@ TEST_F(DecodeAttribute, LengthsThatDoNotFitTheVr) {
 }
 
 TEST_F(DecodeAttribute, TheVrOfTheStreamWins) {
-  const Object message;
-  ASSERT_EQ(decode(message,
-                   Writer().element(0x00100020, "SH", "ab").element(0x00280106, "SS", {"\xFF\xFF", 2}).str(),
-                   EXPLICIT_LITTLE_ENDIAN)
-                .status,
-            VX_NORMAL_COMPLETION);
+  const Object message(elements({{0x00100020, "SH", "ab"}, {0x00280106, "SS", {"\xFF\xFF", 2}}}));
   EXPECT_EQ(vr(message, 0x00100020), VX_VR_SH);
   EXPECT_EQ(text(message, 0x00280106), "-1");
 }
@@ -216,8 +193,7 @@ TEST_F(DecodeAttribute, TheFilterDropsOrKeepsTheFirst) {
                                  .sequence_end()
                                  .element(0x0040A160, "UT", "end ")
                                  .str();
-  const Object message;
-  ASSERT_EQ(decode(message, stream, EXPLICIT_LITTLE_ENDIAN, 2).status, VX_NORMAL_COMPLETION);
+  const Object message(stream, EXPLICIT_LITTLE_ENDIAN, 2);
   EXPECT_EQ(text(message, 0x00100020), "one");
   EXPECT_FALSE(has(message, 0x00280010));
   EXPECT_FALSE(has(message, 0x00281201));

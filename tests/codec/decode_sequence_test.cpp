@@ -10,7 +10,7 @@ class DecodeSequence : public LibraryTest {};
 constexpr uint32_t kSequence = 0x00081140;
 
 std::string nested(int depth, bool defined, VX_TRANSFER_SYNTAX syntax) {
-  std::string inner = Writer(syntax).element(0x00100020, "LO", "ID").str();
+  std::string inner = elements({{0x00100020, "LO", "ID"}}, syntax);
   for (int i = 0; i < depth; ++i) {
     Writer w(syntax);
     if (defined) {
@@ -41,9 +41,9 @@ TEST_F(DecodeSequence, NestingEndsAtItsLimit) {
 }
 
 TEST_F(DecodeSequence, Structure) {
-  const std::string id = Writer().element(0x00100020, "LO", "ID").str();  // 10 bytes
+  const std::string id = elements({{0x00100020, "LO", "ID"}});  // 10 bytes
   const auto open = [](uint32_t length) { return std::move(Writer().header(kSequence, "SQ", length)); };
-  const std::string tail = Writer().element(0x00100020, "LO", "OK").str();
+  const std::string tail = elements({{0x00100020, "LO", "OK"}});
   struct Case {
     const char* what;
     std::string stream;
@@ -90,8 +90,7 @@ TEST_F(DecodeSequence, ItemsOfPrivateSequencesKnowTheirHolder) {
                                  .item(0)
                                  .element(0x00100020, "LO", "ID")
                                  .str();
-  const Object message;
-  ASSERT_EQ(decode(message, stream, EXPLICIT_LITTLE_ENDIAN).status, VX_NORMAL_COMPLETION);
+  const Object message(stream);
   int32_t held = item(message, 0x00091003);
   // The sequence holds the item: freeing its handle leaves it alive.
   int32_t copy = held;

@@ -30,6 +30,14 @@ class Encoder : public LibraryTest {
     EXPECT_EQ(VX_Set_Next_Value_From_Int(id, tag, item), VX_NORMAL_COMPLETION);
     return item;
   }
+  // What a writer makes of an object.
+  static std::string run(vx::StreamWriter& writer, VX_TRANSFER_SYNTAX syntax, int32_t id) {
+    Sink sink;
+    vx::syntax_encoding(syntax, writer.encoding);
+    writer.UserInfo = &sink;
+    EXPECT_EQ(vx::encode_object(writer, *vx::find_object(id), 0, 0xFFFFFFFFU), VX_NORMAL_COMPLETION);
+    return sink.bytes;
+  }
   // An object with everything whose length could go wrong.
   static void fill(int32_t id) {
     set(id, 0x00080008, "A");
@@ -65,28 +73,11 @@ TEST_F(Encoder, BytesOfEachVr) {
   };
   const Case cases[] = {
       {0x00100010, "Doe", {"\x10\0\x10\0PN\4\0Doe ", 12}, {"\0\x10\0\x10PN\0\4Doe ", 12}},
-      {0x00080018,
-       "1.2",
-       {"\x08\0\x18\0UI\4\0"
-        "1.2\0",
-        12},
-       {"\0\x08\0\x18UI\0\4"
-        "1.2\0",
-        12}},
+      {0x00080018, "1.2", {"\10\0\30\0UI\4\0001.2\0", 12}, {"\0\10\0\30UI\0\0041.2\0", 12}},
       {0x00280010, "258", {"\x28\0\x10\0US\2\0\2\1", 10}, {"\0\x28\0\x10US\0\2\1\2", 10}},
       {0x0072007C, "66051", {"\x72\0\x7C\0UL\4\0\3\2\1\0", 12}, {"\0\x72\0\x7CUL\0\4\0\1\2\3", 12}},
-      {0x00280009,
-       "66051",
-       {"\x28\0\x09\0AT\4\0\1\0\3\2", 12},
-       {"\0\x28\0\x09"
-        "AT\0\4\0\1\2\3",
-        12}},
-      {0x00720074,
-       "1",
-       {"\x72\0\x74\0FL\4\0\0\0\x80\x3F", 12},
-       {"\0\x72\0\x74"
-        "FL\0\4\x3F\x80\0\0",
-        12}},
+      {0x00280009, "66051", {"\x28\0\11\0AT\4\0\1\0\3\2", 12}, {"\0\x28\0\11AT\0\4\0\1\2\3", 12}},
+      {0x00720074, "1", {"r\0t\0FL\4\0\0\0\x80\x3F", 12}, {"\0r\0tFL\0\4\x3F\x80\0\0", 12}},
   };
   for (const Case& c : cases) {
     const Object message;
@@ -112,7 +103,7 @@ TEST_F(Encoder, NullEmptyAndNothing) {
   const std::string header = Writer().header(kSequence, "SQ", 0).str();
   EXPECT_EQ(encode(message, EXPLICIT_LITTLE_ENDIAN), header + Writer().header(0x00100020, "LO", 0).str());
   set_bool(VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ, true);
-  EXPECT_EQ(encode(message, EXPLICIT_LITTLE_ENDIAN, VX_NORMAL_COMPLETION, 0, kSequence),
+  EXPECT_EQ(encode_range(message, 0, kSequence),
             Writer().header(kSequence, "SQ", 0xFFFFFFFFU).sequence_end().str());
 }
 
@@ -140,7 +131,7 @@ TEST_F(Encoder, UnknownGoesOutUnderTheLettersOfTheConfiguration) {
   set_text(VX_CFG_UNKNOWN_VR_CODE, "OB");
   const Object message;
   set_bytes(message, 0x00990002, VX_VR_UN, "??");
-  EXPECT_EQ(encode(message, EXPLICIT_LITTLE_ENDIAN), Writer().element(0x00990002, "OB", "??").str());
+  EXPECT_EQ(encode(message, EXPLICIT_LITTLE_ENDIAN), elements({{0x00990002, "OB", "??"}}));
 }
 
 // What nobody has touched goes out as it came in.
@@ -149,8 +140,7 @@ TEST_F(Encoder, AStreamKeepsItsForm) {
   struct Case {
     uint32_t tag;
     const char* vr;
-    std::string value;
-    std::string kept;
+    std::string value, kept;
     std::string texts{};  // as they are read
   };
   const Case cases[] = {
@@ -173,8 +163,7 @@ TEST_F(Encoder, AStreamKeepsItsForm) {
   for (const Case& c : cases) in.element(c.tag, c.vr, c.value);
   for (const Case& c : cases) out.element(c.tag, c.vr, c.kept);
   ASSERT_EQ(VX_Keep_Stream_Form(1), VX_NORMAL_COMPLETION);
-  const Object message;
-  ASSERT_EQ(decode(message, in.str(), EXPLICIT_LITTLE_ENDIAN, 2).status, VX_NORMAL_COMPLETION);
+  const Object message(in.str(), EXPLICIT_LITTLE_ENDIAN, 2);
   for (const Case& c : cases) {
     EXPECT_EQ(c.texts.empty() ? "" : text(message, c.tag), c.texts) << std::hex << c.tag;
   }
@@ -187,17 +176,13 @@ TEST_F(Encoder, AStreamKeepsItsForm) {
   // A value that is set is written by the rules, and so is all in an object that was read by them.
   VX_Set_Next_Value_From_String(message, 0x00081030, "E");
   VX_Set_Value_From_String(message, 0x00081080, "F");
-  EXPECT_EQ(encode(message, EXPLICIT_LITTLE_ENDIAN, VX_NORMAL_COMPLETION, 0x00081030, 0x00081080),
-            Writer().element(0x00081030, "LO", "AB\\CD\\E ").element(0x00081080, "LO", "F ").str());
+  EXPECT_EQ(encode_range(message, 0x00081030, 0x00081080),
+            elements({{0x00081030, "LO", "AB\\CD\\E "}, {0x00081080, "LO", "F "}}));
   ASSERT_EQ(VX_Keep_Stream_Form(0), VX_NORMAL_COMPLETION);
   const Object ruled;
   decode(ruled, out.str(), EXPLICIT_LITTLE_ENDIAN);
-  EXPECT_EQ(encode(ruled, EXPLICIT_LITTLE_ENDIAN, VX_NORMAL_COMPLETION, 0x0008040C, 0x00081080),
-            Writer()
-                .element(0x0008040C, "UN", "12345678")
-                .element(0x00081030, "LO", "AB")
-                .element(0x00081080, "LO", "AB")
-                .str());
+  EXPECT_EQ(encode_range(ruled, 0x0008040C, 0x00081080),
+            elements({{0x0008040C, "UN", "12345678"}, {0x00081030, "LO", "AB"}, {0x00081080, "LO", "AB"}}));
 }
 
 TEST_F(Encoder, LettersOfVrsWithoutACode) {
@@ -212,8 +197,7 @@ TEST_F(Encoder, LettersOfVrsWithoutACode) {
     EXPECT_EQ(VX_Set_VR_Letters(message, 0x00990002, vr), VX_NORMAL_COMPLETION);
     EXPECT_EQ(VX_Get_VR_Letters(message, 0x00990002, letters), VX_NORMAL_COMPLETION);
     EXPECT_STREQ(letters, vr);
-    EXPECT_EQ(encode(message, EXPLICIT_LITTLE_ENDIAN, VX_NORMAL_COMPLETION, 0x00990000),
-              Writer().element(0x00990002, vr, "12345678").str());
+    EXPECT_EQ(encode_range(message, 0x00990000), elements({{0x00990002, vr, "12345678"}}));
   }
   // Those of the standard are known where the stream has none, which the dictionary tells.
   ASSERT_EQ(VX_Keep_Stream_Form(1), VX_NORMAL_COMPLETION);
@@ -224,7 +208,7 @@ TEST_F(Encoder, LettersOfVrsWithoutACode) {
     if (line.empty() || line[0] == '#' || vr != 9) continue;
     const auto tag = static_cast<uint32_t>(std::stoul(line.substr(0, 4) + line.substr(5, 4), nullptr, 16));
     const Object read;
-    decode(read, Writer(IMPLICIT_LITTLE_ENDIAN).element(tag, "", "12345678").str(), IMPLICIT_LITTLE_ENDIAN);
+    decode(read, elements({{tag, "", "12345678"}}, IMPLICIT_LITTLE_ENDIAN), IMPLICIT_LITTLE_ENDIAN);
     EXPECT_EQ(VX_Get_VR_Letters(read, tag, letters), VX_NORMAL_COMPLETION) << line;
     EXPECT_EQ(line.substr(13, 2), letters) << line;
     ++wide;
@@ -265,7 +249,6 @@ TEST_F(Encoder, LengthsAgreeWithTheStreamUnderEveryKey) {
                                    VX_CFG_EXPLICIT_VR_TO_UN_FOR_LENGTH_GT_64K};
   const Object message;
   fill(message);
-  vx::MsgObj& object = *vx::find_object(message);
   for (unsigned keys = 0; keys < 256; ++keys) {
     for (int i = 0; i < 8; ++i) set_bool(kKeys[i], (keys >> i & 1) != 0);
     for (const VX_TRANSFER_SYNTAX syntax : {IMPLICIT_LITTLE_ENDIAN, EXPLICIT_BIG_ENDIAN, RLE}) {
@@ -274,18 +257,16 @@ TEST_F(Encoder, LengthsAgreeWithTheStreamUnderEveryKey) {
         for (const bool undefined : {false, true}) {
           SCOPED_TRACE(testing::Message() << "keys " << keys << " syntax " << syntax << " destination "
                                           << static_cast<int>(destination) << undefined);
-          Sink sink;
           vx::StreamWriter writer;
-          vx::syntax_encoding(syntax, writer.encoding);
           writer.destination = destination;
           writer.UndefinedLengths = undefined;
           writer.MessageCallback = &message_output;
-          writer.UserInfo = &sink;
-          ASSERT_EQ(vx::encode_object(writer, object, 0, 0xFFFFFFFFU), VX_NORMAL_COMPLETION);
+          const std::size_t size = run(writer, syntax, message).size();
           uint64_t length = 0;
           const vx::LengthQuery query{writer.encoding, destination, undefined, 0};
-          ASSERT_EQ(vx::run_length(object, 0, 0xFFFFFFFFU, query, length), VX_NORMAL_COMPLETION);
-          ASSERT_EQ(length, sink.bytes.size());
+          ASSERT_EQ(vx::run_length(*vx::find_object(message), 0, 0xFFFFFFFFU, query, length),
+                    VX_NORMAL_COMPLETION);
+          ASSERT_EQ(length, size);
         }
       }
     }
@@ -322,7 +303,7 @@ TEST_F(Encoder, StreamLengthOfRanges) {
   EXPECT_EQ(VX_Get_Stream_Length(message, 0, 0xFFFFFFFFU, &length, 5), VX_INVALID_TRANSFER_SYNTAX);
   for (const uint32_t last : {0U, 0x0008FFFFU, 0x00091002U, 0xFFFFFFFFU}) {
     EXPECT_EQ(VX_Get_Stream_Length(message, 0, last, &length, EXPLICIT_LITTLE_ENDIAN), VX_NORMAL_COMPLETION);
-    EXPECT_EQ(length, encode(message, EXPLICIT_LITTLE_ENDIAN, VX_NORMAL_COMPLETION, 0, last).size());
+    EXPECT_EQ(length, encode_range(message, 0, last).size());
   }
 }
 
@@ -330,18 +311,13 @@ TEST_F(Encoder, TagListAndGroupLengthsOfADirectory) {
   const Object message;
   fill(message);
   const uint32_t list[] = {0x00080016, kSequence, 0x00180000, 0};
-  Sink sink;
   vx::StreamWriter writer;
-  vx::syntax_encoding(EXPLICIT_LITTLE_ENDIAN, writer.encoding);
   writer.TagList = list;
   writer.NoGroupLengths = true;
   writer.RawCallback = [](void* user, uint32_t, uint32_t size, void* data, int32_t first, int32_t last) {
     return static_cast<Sink*>(user)->take(size, data, first, last);
   };
-  writer.UserInfo = &sink;
-  ASSERT_EQ(vx::encode_object(writer, *vx::find_object(message), 0, 0xFFFFFFFFU), VX_NORMAL_COMPLETION);
-  const Object read;
-  ASSERT_EQ(decode(read, sink.bytes, EXPLICIT_LITTLE_ENDIAN).status, VX_NORMAL_COMPLETION);
+  const Object read(run(writer, EXPLICIT_LITTLE_ENDIAN, message));
   EXPECT_FALSE(has(read, 0x00080000));
   EXPECT_FALSE(has(read, 0x00080008));
   EXPECT_TRUE(has(item(read, kSequence), 0x00081155));
@@ -357,15 +333,11 @@ TEST_F(Encoder, ReferencesOfDirectoryRecordsBecomeOffsets) {
   VX_Set_Value_From_UInt(message, 0x00041420, 0);
   const int32_t table[] = {1234, 396, 77, 500};
   for (const VX_TRANSFER_SYNTAX syntax : {EXPLICIT_LITTLE_ENDIAN, EXPLICIT_BIG_ENDIAN}) {
-    Sink sink;
     vx::StreamWriter writer;
-    vx::syntax_encoding(syntax, writer.encoding);
     writer.OffsetTable = table;
     writer.OffsetCount = 2;
     writer.MessageCallback = &message_output;
-    writer.UserInfo = &sink;
-    ASSERT_EQ(vx::encode_object(writer, *vx::find_object(message), 0, 0xFFFFFFFFU), VX_NORMAL_COMPLETION);
-    EXPECT_EQ(sink.bytes,
+    EXPECT_EQ(run(writer, syntax, message),
               Writer(syntax).header(0x00041400, "UL", 4).u32(396).header(0x00041420, "UL", 4).u32(0).str());
   }
 }

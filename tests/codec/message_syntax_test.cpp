@@ -26,8 +26,7 @@ TEST_F(MessageSyntax, MessagesKeepItAndForgetIt) {
 }
 
 TEST_F(MessageSyntax, FilesHaveItInTheirMetaGroup) {
-  int32_t file = -1;
-  ASSERT_EQ(VX_Create_Empty_File(&file, "x"), VX_NORMAL_COMPLETION);
+  const Object file(new_file);
   VX_TRANSFER_SYNTAX syntax = 0;
   EXPECT_EQ(get(file, syntax), VX_EMPTY_VALUE);
   EXPECT_EQ(VX_Set_Message_Transfer_Syntax(file, RLE), VX_NORMAL_COMPLETION);
@@ -37,7 +36,6 @@ TEST_F(MessageSyntax, FilesHaveItInTheirMetaGroup) {
   EXPECT_EQ(syntax, RLE);
   VX_Set_Value_From_String(file, 0x00020010, "1.2.3.4");
   EXPECT_EQ(get(file, syntax), VX_INVALID_TRANSFER_SYNTAX);
-  VX_Free_File(&file);
 }
 
 TEST_F(MessageSyntax, ItemsOnlyWithPixelsOrInAPrivateSequence) {

@@ -27,15 +27,10 @@ class ProfileNumbers : public support::LibraryTest {
   }
   void check(int32_t app) {
     const std::string document(300000, 'd');
-    const std::string stream =
-        std::string(128, '\0') + "DICM" +
-        Writer().element(0x00020010, "UI", std::string("1.2.840.10008.1.2.1\0", 20)).str() +
-        Writer().element(0x00100020, "LO", "ID").str() + Writer().element(0x00420011, "OB", document).str() +
-        Writer().element(0x00660016, "OF", document).str();
-    int32_t file = -1;
-    ASSERT_EQ(VX_Create_Empty_File(&file, "x"), VX_NORMAL_COMPLETION);
-    Source source{stream, 0};
-    ASSERT_EQ(VX_Open_File(app, file, &source, &file_input), VX_NORMAL_COMPLETION) << line_;
+    const std::string stream = file_of(
+        elements({{0x00100020, "LO", "ID"}, {0x00420011, "OB", document}, {0x00660016, "OF", document}}));
+    const Object file(new_file);
+    ASSERT_EQ(read_file(app, file, stream), VX_NORMAL_COMPLETION) << line_;
     ASSERT_EQ(VX_File_To_Message(file), VX_NORMAL_COMPLETION);
     for (const VX_TRANSFER_SYNTAX syntax :
          {EXPLICIT_LITTLE_ENDIAN, EXPLICIT_BIG_ENDIAN, DEFLATED_EXPLICIT_LITTLE_ENDIAN}) {
@@ -47,10 +42,8 @@ class ProfileNumbers : public support::LibraryTest {
       EXPECT_TRUE(bytes(back, 0x00420011) == document) << line_;
       EXPECT_TRUE(bytes(back, 0x00660016) == document) << line_;
     }
-    VX_Free_Message(&file);
   }
-  std::string line_;
-  std::string store_;
+  std::string line_, store_;
   bool of_log_ = false;
 };
 

@@ -55,7 +55,7 @@ TEST_F(Deflated, ThereAndBackUnderEverySetting) {
         VX_Set_Value_From_String(message, 0x00100020, noise(5 + size).c_str());
         VX_Set_Value_From_String(message, 0x0040A160, noise(40000 + size).c_str());
         const std::string stream = encode(message, kSyntax);
-        EXPECT_EQ(stream.substr(0, 30), Writer().element(0x00020010, "UI", "1.2.840.10008.1.2.1.99").str());
+        EXPECT_EQ(stream.substr(0, 30), elements({{0x00020010, "UI", "1.2.840.10008.1.2.1.99"}}));
         for (const std::size_t block : {0UL, 2UL, 4096UL}) {
           const Object again;
           EXPECT_EQ(read(again, stream, block, size % 2 != 0, 0), VX_NORMAL_COMPLETION);
@@ -69,7 +69,7 @@ TEST_F(Deflated, ThereAndBackUnderEverySetting) {
 TEST_F(Deflated, FromTheFirstByteWhenTheRangeStartsThere) {
   const Object message;
   VX_Set_Value_From_String(message, 0x00100020, "ID");
-  const std::string plain = Writer().element(0x00100020, "LO", "ID").str();
+  const std::string plain = elements({{0x00100020, "LO", "ID"}});
   const std::string stream = encode(message, kSyntax, VX_NORMAL_COMPLETION, 0x00080000);
   EXPECT_EQ(stream.substr(0, 2), raw_deflate(plain).substr(0, 2));
   const Object again;
@@ -103,15 +103,11 @@ TEST_F(Deflated, AValueThatIsPassedOverCostsNoMemory) {
                                              .raw(std::string(64U << 20, '\0'))
                                              .element(0x00720063, "ST", "behind")
                                              .str());
-  uint64_t before = 0;
-  uint64_t after = 0;
-  uint64_t unused = 0;
   const Object message;
-  VX_Report_Memory(&before, &unused);
+  const uint64_t before = support::memory().total;
   EXPECT_EQ(read(message, stream, 4096, false, 0x00500000), VX_NORMAL_COMPLETION);
-  VX_Report_Memory(&after, &unused);
   EXPECT_EQ(text(message, 0x00720063), "behind");
-  EXPECT_LT(after - before, 4U << 20);
+  EXPECT_LT(support::memory().total - before, 4U << 20);
 }
 
 }  // namespace

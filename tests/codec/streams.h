@@ -58,6 +58,7 @@ class Writer {
   Writer& item_end() { return tag(0xFFFEE00DU).u32(0); }
   Writer& sequence_end() { return tag(0xFFFEE0DDU).u32(0); }
   const std::string& str() const { return bytes_; }
+  operator const std::string&() const { return bytes_; }
 
  private:
   static bool is_long(std::string_view vr) {
@@ -66,10 +67,25 @@ class Writer {
                                                   "SL", "SS", "ST", "TM", "UI", "UL", "US"};
     return std::find(std::begin(kShort), std::end(kShort), vr) == std::end(kShort);
   }
-  bool big_;
-  bool explicit_;
+  bool big_, explicit_;
   std::string bytes_;
 };
+
+struct Element {
+  uint32_t tag;
+  std::string_view vr, value;
+};
+inline std::string elements(std::initializer_list<Element> all,
+                            VX_TRANSFER_SYNTAX syntax = EXPLICIT_LITTLE_ENDIAN) {
+  Writer writer(syntax);
+  for (const Element& each : all) writer.element(each.tag, each.vr, each.value);
+  return writer;
+}
+// A file of a data set, its meta group the syntax alone.
+inline std::string file_of(const std::string& data_set, std::string syntax = "1.2.840.10008.1.2.1") {
+  syntax.resize((syntax.size() + 1) & ~std::size_t{1}, '\0');
+  return std::string(128, '\0') + "DICM" + elements({{0x00020010, "UI", syntax}}) + data_set;
+}
 
 // An input of given bytes. A block is copied, so that a pointer kept beyond the next call is found out.
 struct Source {
@@ -95,6 +111,9 @@ struct Source {
 inline VX_STATUS message_input(int32_t, void* user, int32_t, uint32_t* size, void** data, int32_t* last) {
   return static_cast<Source*>(user)->give(size, data, last);
 }
+inline VX_STATUS text_input(int32_t, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
+  return static_cast<Source*>(user)->give(size, data, last);
+}
 inline VX_STATUS file_input(const char*, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
   return static_cast<Source*>(user)->give(size, data, last);
 }
@@ -103,8 +122,7 @@ inline VX_STATUS file_input(const char*, void* user, uint32_t* size, void** data
 struct Sink {
   std::string bytes;
   std::vector<uint32_t> sizes;
-  int firsts = 0;
-  int lasts = 0;
+  int firsts = 0, lasts = 0;
   int refuse_at = -1;  // the call to refuse
 
   VX_STATUS take(uint32_t size, const void* data, int32_t first, int32_t last) {
@@ -129,8 +147,7 @@ inline VX_STATUS file_output(const char*, void* user, uint32_t size, void* data,
 
 struct Decoded {
   VX_STATUS status = 0;
-  uint32_t error_tag = 0;
-  uint32_t offset = 0;
+  uint32_t error_tag = 0, offset = 0;
 };
 inline Decoded decode(int32_t id, std::string bytes, VX_TRANSFER_SYNTAX syntax, std::size_t block = 0,
                       uint32_t first = 0, uint32_t last = 0xFFFFFFFFU) {
@@ -149,17 +166,41 @@ inline std::string encode(int32_t id, VX_TRANSFER_SYNTAX syntax, VX_STATUS expec
   return sink.bytes;
 }
 
-// A message or item that is freed with the scope.
+// Explicit little endian, from one tag to another.
+inline std::string encode_range(int32_t id, uint32_t first, uint32_t last = 0xFFFFFFFFU) {
+  return encode(id, EXPLICIT_LITTLE_ENDIAN, VX_NORMAL_COMPLETION, first, last);
+}
+
+inline VX_STATUS read_file(int32_t app, int32_t id, std::string bytes, std::size_t block = 0) {
+  Source source{std::move(bytes), block};
+  return VX_Open_File(app, id, &source, &file_input);
+}
+inline std::string write_file(int32_t id, int32_t pad = 0, VX_STATUS expected = VX_NORMAL_COMPLETION) {
+  Sink sink;
+  EXPECT_EQ(VX_Write_File(id, pad, &sink, &file_output), expected);
+  return sink.bytes;
+}
+inline VX_STATUS new_file(int32_t* id) {
+  return VX_Create_Empty_File(id, "x");
+}
+
+// A message, or what a function opens, freed with the scope.
 class Object {
  public:
-  explicit Object(bool item = false) {
-    EXPECT_EQ(item ? VX_Open_Empty_Item(&id_) : VX_Open_Empty_Message(&id_), VX_NORMAL_COMPLETION);
+  explicit Object(VX_STATUS (*open)(int32_t*) = VX_Open_Empty_Message) {
+    EXPECT_EQ(open(&id_), VX_NORMAL_COMPLETION);
   }
+  // A message that comes whole out of a stream.
+  explicit Object(const std::string& stream, VX_TRANSFER_SYNTAX syntax = EXPLICIT_LITTLE_ENDIAN,
+                  std::size_t block = 0, uint32_t first = 0)
+      : Object() {
+    EXPECT_EQ(decode(id_, stream, syntax, block, first).status, VX_NORMAL_COMPLETION);
+  }
+  explicit Object(int32_t id) : id_(id) {}
   ~Object() { VX_Free_Message(&id_); }
   Object(const Object&) = delete;
   Object& operator=(const Object&) = delete;
   operator int32_t() const { return id_; }
-  int32_t release() { return std::exchange(id_, -1); }
 
  private:
   int32_t id_ = -1;
@@ -196,6 +237,11 @@ inline int32_t item(int32_t id, uint32_t tag, int number = 0) {
   VX_Get_Value_To_Int(id, tag, &item);
   for (int i = 0; i < number; ++i) VX_Get_Next_Value_To_Int(id, tag, &item);
   return item;
+}
+inline int32_t count(int32_t id, uint32_t tag) {
+  int32_t number = -1;
+  VX_Get_Value_Count(id, tag, &number);
+  return number;
 }
 inline bool has(int32_t id, uint32_t tag) {
   return VX_Get_Attribute_Info(id, tag, nullptr, nullptr) == VX_NORMAL_COMPLETION;

@@ -1,5 +1,4 @@
 // Report trees and their nodes.
-#include <cstdlib>
 #include <functional>
 #include <set>
 
@@ -39,8 +38,7 @@ class Report : public LibraryTest {
   }
   static std::vector<int32_t> children(int32_t id) {
     std::vector<int32_t> ids;
-    int32_t child = 0;
-    int32_t last = 0;
+    int32_t child = 0, last = 0;
     for (VX_STATUS status = VX_SR_Get_First_Child(id, &child, &last); status == kOk && child != 0;
          status = VX_SR_Get_Next_Child(id, &child, &last)) {
       ids.push_back(child);
@@ -60,8 +58,7 @@ TEST_F(Report, PlacesFollowTheTree) {
   EXPECT_EQ(location(below, 5), "1.2.");
   EXPECT_EQ(children(root_), (std::vector<int32_t>{a, b, c}));
   EXPECT_EQ(VX_SR_Add_Child(root_, a), VX_INVALID_ITEM_ID);
-  int32_t id = 1;
-  int32_t last = 0;
+  int32_t id = 1, last = 0;
   EXPECT_EQ(VX_SR_Get_Next_Child(root_, &id, &last), kOk);
   EXPECT_EQ(id, 0);
   EXPECT_EQ(last, 1);
@@ -99,11 +96,7 @@ TEST_F(Report, ManyLevels) {
   EXPECT_EQ(location(ids[38]).size(), 79U);
   EXPECT_EQ(location(ids[39]), "") << "81 characters";
   EXPECT_EQ(location(ids[998]), "");
-  int lines = 0;
-  for (const std::string& line : support::LogCapture::lines()) {
-    lines += line.find("is greater than 80 characters.  Setting to NULL") != std::string::npos ? 1 : 0;
-  }
-  EXPECT_EQ(lines, 1);
+  EXPECT_EQ(count_log("is greater than 80 characters.  Setting to NULL"), 1);
   int32_t id = 0;
   EXPECT_EQ(VX_SR_Get_Root(ids[999], &id), kOk);
   EXPECT_EQ(id, root_);
@@ -150,8 +143,7 @@ TEST_F(Report, MessagesAndTreesAreTheSameData) {
   text(a);
   ASSERT_EQ(VX_SR_To_Message(root_), kOk);
   const std::string before = encode(root_, EXPLICIT_LITTLE_ENDIAN);
-  const Object copy;
-  ASSERT_EQ(decode(copy, before, EXPLICIT_LITTLE_ENDIAN).status, kOk);
+  const Object copy(before);
   ASSERT_EQ(VX_Message_To_SR(copy), kOk);
   EXPECT_EQ(VX_Message_To_SR(copy), VX_INVALID_MESSAGE_ID);
   ASSERT_EQ(children(copy).size(), 1U);
@@ -159,9 +151,7 @@ TEST_F(Report, MessagesAndTreesAreTheSameData) {
   ASSERT_EQ(VX_SR_To_Message(copy), kOk);
   EXPECT_TRUE(encode(copy, EXPLICIT_LITTLE_ENDIAN) == before);
   // A message without content is a root alone.
-  int32_t empty = -1;
-  int32_t child = 1;
-  int32_t last = 0;
+  int32_t empty = -1, child = 1, last = 0;
   ASSERT_EQ(VX_Open_Empty_Message(&empty), kOk);
   ASSERT_EQ(VX_Message_To_SR(empty), kOk);
   EXPECT_EQ(VX_SR_Get_First_Child(empty, &child, &last), kOk);
@@ -170,12 +160,8 @@ TEST_F(Report, MessagesAndTreesAreTheSameData) {
 }
 
 TEST_F(Report, EveryTypeOfNodeGivesBackWhatItTook) {
-  int32_t id = 0;
-  int32_t n = -1;
-  int32_t count = 0;
-  char a[80];
-  char b[80];
-  char c[80];
+  int32_t id = 0, n = -1, count = 0;
+  char a[80], b[80], c[80];
   ASSERT_EQ(VX_SRH_Add_CODE_Child(root_, SRH_HAS_CONCEPT_MOD, "121058", "DCM", "Procedure", "P5-09051", "SRT",
                                   "CT", &id),
             kOk);
@@ -205,8 +191,7 @@ TEST_F(Report, EveryTypeOfNodeGivesBackWhatItTook) {
   ASSERT_EQ(VX_SRH_Add_SCOORD_Child(root_, SRH_CONTAINS, 1, 2, SRH_SPATIAL_POLYLINE, &id), kOk);
   EXPECT_EQ(VX_SRH_Set_SCOORD_Next_Data(id, 3.5F, 4), kOk);
   EXPECT_EQ(VX_SRH_Set_SCOORD3D_Next_Data(id, {1, 2, 3}), VX_INVALID_DATA_TYPE);
-  float x = 0;
-  float y = 0;
+  float x = 0, y = 0;
   EXPECT_EQ(VX_SRH_Get_SCOORD_First_Data(id, &x, &y, &count, &n), kOk);
   EXPECT_TRUE(x == 1 && y == 2 && count == 2 && n == SRH_SPATIAL_POLYLINE);
   EXPECT_EQ(VX_SRH_Get_SCOORD_Next_Data(id, &x, &y), kOk);
@@ -310,9 +295,7 @@ TEST_F(Report, ReferencesLeadBack) {
   EXPECT_EQ(VX_SRH_Add_Reference(a, 7, below), VX_VALUE_NOT_ALLOWED);
   EXPECT_EQ(VX_SRH_Add_Reference(a, SRH_INFERRED_FROM, 1), VX_INVALID_SR_ID);
   EXPECT_EQ(location(below), "1.2.1");
-  int32_t reference = 0;
-  int32_t second = 0;
-  int32_t target = 0;
+  int32_t reference = 0, second = 0, target = 0;
   ASSERT_EQ(VX_Get_Value_To_Int(a, kContent, &reference), kOk);
   EXPECT_EQ(VX_SRH_Get_Reference(reference, &target), kOk);
   EXPECT_EQ(target, below);
@@ -320,9 +303,7 @@ TEST_F(Report, ReferencesLeadBack) {
 
   ASSERT_EQ(VX_SR_To_Message(root_), kOk);
   ASSERT_EQ(VX_Message_To_SR(root_), kOk);
-  int32_t relationship = -1;
-  int32_t type = -1;
-  int32_t last = 0;
+  int32_t relationship = -1, type = -1, last = 0;
   EXPECT_EQ(VX_SRH_Get_First_Child(a, &reference, &relationship, &type, &last), kOk);
   EXPECT_EQ(type, SRH_REFERENCE);
   EXPECT_EQ(relationship, SRH_INFERRED_FROM);
@@ -350,16 +331,12 @@ TEST_F(Report, ReferencesLeadBack) {
 
 // A stream may give the content sequence, and any other, the VR of a text.
 TEST_F(Report, SequencesThatAreNone) {
-  Writer bytes;
-  bytes.element(0x0040A010, "CS", "CONTAINS")
-      .element(0x0040A300, "IS", "100 ")
-      .element(0x0040A730, "UT", "text");
-  bytes.element(0x0040DB73, "UL", std::string("\1\0\0\0\1\0\0\0", 8));
-  const Object message;
-  ASSERT_EQ(decode(message, bytes.str(), EXPLICIT_LITTLE_ENDIAN).status, kOk);
+  const Object message(elements({{0x0040A010, "CS", "CONTAINS"},
+                                 {0x0040A300, "IS", "100 "},
+                                 {0x0040A730, "UT", "text"},
+                                 {0x0040DB73, "UL", {"\1\0\0\0\1\0\0\0", 8}}}));
   ASSERT_EQ(VX_Message_To_SR(message), kOk);
-  int32_t target = 0;
-  int32_t count = 0;
+  int32_t target = 0, count = 0;
   char text[20];
   EXPECT_EQ(VX_SRH_Get_Reference(message, &target), VX_VALUE_OUT_OF_RANGE);
   EXPECT_EQ(VX_SRH_Get_NUM_Data(message, text, 20, &count, text, 20, text, 20, text, 20), VX_INCOMPATIBLE_VR);
@@ -367,9 +344,7 @@ TEST_F(Report, SequencesThatAreNone) {
 }
 
 TEST_F(Report, EverySampleIsATreeAndTheSameDataAgain) {
-  const char* named = std::getenv("VEXAL_SAMPLES");
-  const fs::path folder =
-      (named != nullptr ? fs::path(named) : fs::path(VEXAL_SOURCE_DIR) / "../shared/samples") / "sr";
+  const fs::path folder = support::sample_folder() / "sr";
   if (!fs::is_directory(folder)) GTEST_SKIP() << "no samples in " << folder;
   int32_t app = -1;
   ASSERT_EQ(VX_Register_Application(&app, "REPORTS"), kOk);
@@ -377,15 +352,10 @@ TEST_F(Report, EverySampleIsATreeAndTheSameDataAgain) {
   for (const auto& entry : fs::directory_iterator(folder)) {
     if (entry.path().extension() != ".dcm") continue;
     SCOPED_TRACE(entry.path());
-    std::ifstream file(entry.path(), std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    int32_t id = -1;
-    ASSERT_EQ(VX_Create_Empty_File(&id, "report"), kOk);
-    Source source{content.str()};
-    ASSERT_EQ(VX_Open_File(app, id, &source, &file_input), kOk);
+    const Object id(new_file);
+    ASSERT_EQ(read_file(app, id, support::read_file(entry.path())), kOk);
     ASSERT_EQ(VX_File_To_Message(id), kOk);
-    const std::string before = encode(id, EXPLICIT_LITTLE_ENDIAN, kOk, 0);
+    const std::string before = encode(id, EXPLICIT_LITTLE_ENDIAN);
     ASSERT_EQ(VX_Message_To_SR(id), kOk);
     std::size_t nodes = 0;
     std::function<void(int32_t)> visit = [&](int32_t node) {
@@ -404,8 +374,7 @@ TEST_F(Report, EverySampleIsATreeAndTheSameDataAgain) {
     visit(id);
     EXPECT_GT(nodes, 1U);
     ASSERT_EQ(VX_SR_To_Message(id), kOk);
-    EXPECT_TRUE(encode(id, EXPLICIT_LITTLE_ENDIAN, kOk, 0) == before);
-    EXPECT_EQ(VX_Free_Message(&id), kOk);
+    EXPECT_TRUE(encode(id, EXPLICIT_LITTLE_ENDIAN) == before);
   }
   EXPECT_GE(types.size(), 8U);
 }

@@ -53,8 +53,7 @@ class Charsets : public support::LibraryTest {
 
 struct Case {
   std::vector<std::string_view> names;
-  std::string_view bytes;
-  std::string_view utf8;
+  std::string_view bytes, utf8;
   bool same_bytes = true;  // else an equal text
 };
 const Case kCases[] = {
@@ -204,8 +203,7 @@ TEST_F(Charsets, SpellingsOfOneCharacter) {
   // Where another set has it as it is, that one is taken.
   const std::string_view names[] = {"ISO 2022 IR 100", "ISO 2022 IR 58"};
   const vx::TextCharsets sets = vx::text_charsets(names);
-  std::string bytes;
-  std::string utf8;
+  std::string bytes, utf8;
   EXPECT_EQ(vx::encode_text(sets, "买·", bytes), vx::TextResult::Whole);
   EXPECT_EQ(vx::decode_text(sets, bytes, false, utf8), vx::TextResult::Whole);
   EXPECT_EQ(utf8, "买·");

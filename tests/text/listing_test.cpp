@@ -1,6 +1,7 @@
 #include "text/listing.h"
 
 #include "codec/streams.h"
+#include "objects.h"
 
 namespace {
 
@@ -45,16 +46,10 @@ TEST_F(Listing, AnEmptyMessage) {
 TEST_F(Listing, EveryKindOfValue) {
   const Object message;
   VX_Set_Service_Command(message, "STANDARD_CT", C_STORE_RQ);
-  VX_Set_Value_From_String(message, 0x00080008, "ORIGINAL");
-  VX_Set_Next_Value_To_NULL(message, 0x00080008);
-  VX_Set_Value_To_NULL(message, 0x00100010);
-  VX_Set_Value_From_String(message, 0x00204000, ("one\x01" + std::string(110, 'x')).c_str());
-  VX_Set_Value_From_UInt(message, 0x00280009, 0x00181063);
-  VX_Set_Next_Value_From_UInt(message, 0x00280009, 0x7FE00010);
-  VX_Set_Value_From_Int(message, 0x0072007A, -5);
+  objects::edit(message, "00080008=ORIGINAL\\;00100010=;00204000=one\x01" + std::string(110, 'x') +
+                             ";00280009=00181063\\7FE00010;0072007A=-5");
   VX_Set_Value_From_Buffer(message, 0x7FE00010, "abcd", 4);
-  VX_Add_Nonstandard_Attribute(message, 0x00990011, VX_VR_UN);
-  VX_Set_Value_From_Buffer(message, 0x00990011, "U\xFF", 2);
+  objects::edit(message, "00990011#U\xFF");
   VX_Add_Private_Block(message, "ACME 1.0", 0x0009);
   VX_Add_Private_Attribute(message, "ACME 1.0", 0x0009, 0x02, VX_VR_US);
   VX_Set_pValue_From_Int(message, "ACME 1.0", 0x0009, 0x02, 3);
@@ -98,8 +93,7 @@ TEST_F(Listing, EveryKindOfValue) {
 TEST_F(Listing, SequencesDownToTheirLimit) {
   constexpr int kDepth = 8;  // beyond what the indentation can tell
   const Object message;
-  int32_t holder = message;
-  int32_t first = -1;
+  int32_t holder = message, first = -1;
   for (int depth = 1; depth <= kDepth; ++depth) {
     int32_t item = -1;
     VX_Open_Empty_Item(&item);

@@ -1,14 +1,13 @@
 #include <algorithm>
-#include <cmath>
+#include <regex>
 
 #include "codec/streams.h"
 #include "frame/pool.h"
-#include "text/text_input.h"
+#include "objects.h"
 
 namespace {
 
 using namespace streams;
-using namespace text_input;
 using support::LibraryTest;
 
 constexpr int32_t kAll = VX_XML_INCLUDE_BULK | VX_XML_INCLUDE_PIXEL_DATA;
@@ -25,37 +24,33 @@ class Xml : public LibraryTest {
     return sink.bytes;
   }
   static VX_STATUS read(int32_t id, bool native, std::string xml, std::size_t block = 0) {
-    Text text{std::move(xml), block};
-    return native ? VX_XML_Native_To_Message(id, &text, &give) : VX_XML_To_Message(id, &text, &give);
+    Source text{std::move(xml), block};
+    return native ? VX_XML_Native_To_Message(id, &text, &text_input)
+                  : VX_XML_To_Message(id, &text, &text_input);
   }
   static std::string text(int32_t id, uint32_t tag) {
     char buffer[200] = "";
     return VX_Get_Value_To_String(id, tag, sizeof buffer, buffer) == VX_NORMAL_COMPLETION ? buffer : "?";
   }
-  static std::string native(const std::string& inner) {
+  // A document, "<A 00100020 LO" for an attribute of it and "<V 1>" for a value.
+  static std::string native(std::string inner) {
+    static const std::pair<std::regex, const char*> kShort[] = {
+        {std::regex("<A (\\w{8}) (\\w\\w)"), "<DicomAttribute tag='$1' vr='$2'"},
+        {std::regex("</A>"), "</DicomAttribute>"},
+        {std::regex("<V (\\d+)>"), "<Value number='$1'>"},
+        {std::regex("<(/?)V>"), "<$1Value>"}};
+    for (const auto& [from, to] : kShort) inner = std::regex_replace(inner, from, to);
     return "<?xml version='1.0'?><NativeDicomModel>" + inner + "</NativeDicomModel>";
   }
   // The object as a stream: all that it holds.
-  static std::string stream(int32_t id) {
-    Sink sink;
-    EXPECT_EQ(
-        VX_Message_To_Stream(id, 0x00080000, 0xFFFFFFFF, EXPLICIT_LITTLE_ENDIAN, &sink, &message_output),
-        VX_NORMAL_COMPLETION);
-    return sink.bytes;
-  }
+  static std::string stream(int32_t id) { return encode_range(id, 0x00080000); }
   static void fill(int32_t id) {
-    VX_Set_Value_From_String(id, 0x00080005, "ISO_IR 100");
-    VX_Set_Value_From_String(id, 0x00080008, "ORIGINAL");
-    VX_Set_Next_Value_To_NULL(id, 0x00080008);
-    VX_Set_Value_From_String(id, 0x00100010, "M\xFCller^^A^^^x=^B=");
+    objects::edit(id,
+                  "00080005=ISO_IR 100;00080008=ORIGINAL\\;00100010=M\xFCller^^A^^^x=^B=;00280009=00181063;"
+                  "0072007A=-5\\7;00100020=;00081140=");
     VX_Set_Value_From_String(id, 0x00101001, "==P^Q");
     VX_Set_Next_Value_From_String(id, 0x00101001, "A&B<C^");
     VX_Set_Value_From_String(id, 0x00204000, " a<b>&\"'\\\r\n\t&lt;.");
-    VX_Set_Value_From_UInt(id, 0x00280009, 0x00181063);
-    VX_Set_Value_From_Int(id, 0x0072007A, -5);
-    VX_Set_Next_Value_From_Int(id, 0x0072007A, 7);
-    VX_Set_Value_To_NULL(id, 0x00100020);
-    VX_Set_Value_To_NULL(id, 0x00081140);
     VX_Set_Value_From_Buffer(id, 0x7FE00010, "abcd", 4);
     VX_Add_Private_Block(id, "ACME <1>", 0x0009);
     VX_Add_Private_Attribute(id, "ACME <1>", 0x0009, 0x02, VX_VR_US);
@@ -67,8 +62,7 @@ class Xml : public LibraryTest {
       EXPECT_EQ(VX_Add_Private_Attribute(id, "ACME VR", 0x0099, tag & 0xFFU, vr), VX_NORMAL_COMPLETION);
       const auto element = static_cast<uint8_t>(tag & 0xFFU);
       if (vr == VX_VR_SQ) {
-        int32_t outer = -1;
-        int32_t inner = -1;
+        int32_t outer = -1, inner = -1;
         VX_Open_Empty_Item(&outer);
         VX_Open_Empty_Item(&inner);
         VX_Set_Value_From_String(inner, 0x00100010, "\xC4^\xD6");
@@ -76,26 +70,15 @@ class Xml : public LibraryTest {
         VX_Set_pValue_From_Int(id, "ACME VR", 0x0099, element, outer);
         continue;
       }
-      switch (vr) {
-        case VX_VR_FL:
-          VX_Set_pValue_From_Float(id, "ACME VR", 0x0099, element, 0.1F);
-          break;
-        case VX_VR_FD:
-          VX_Set_pValue_From_Double(id, "ACME VR", 0x0099, element, 1e-310);
-          break;
-        case VX_VR_OB:
-        case VX_VR_OW:
-        case VX_VR_OL:
-        case VX_VR_OD:
-        case VX_VR_OF:
-        case VX_VR_UN: {
-          const std::string bytes(120, static_cast<char>(0x80 + vr));
-          VX_Set_pValue_From_Buffer(id, "ACME VR", 0x0099, element, bytes.data(), 120);
-          break;
-        }
-        default:
-          VX_Set_pValue_From_String(id, "ACME VR", 0x0099, element, "1");
-          break;
+      const std::string bytes(120, static_cast<char>(0x80 + vr));
+      if (vr == VX_VR_FL) {
+        VX_Set_pValue_From_Float(id, "ACME VR", 0x0099, element, 0.1F);
+      } else if (vr == VX_VR_FD) {
+        VX_Set_pValue_From_Double(id, "ACME VR", 0x0099, element, 1e-310);
+      } else if (vr >= VX_VR_UN) {
+        VX_Set_pValue_From_Buffer(id, "ACME VR", 0x0099, element, bytes.data(), 120);
+      } else {
+        VX_Set_pValue_From_String(id, "ACME VR", 0x0099, element, "1");
       }
     }
   }
@@ -178,15 +161,10 @@ TEST_F(Xml, NativeOddities) {
   EXPECT_EQ(read(message, true, native(" \n ")), VX_NORMAL_COMPLETION);
   EXPECT_EQ(read(message, true, "<Other/>"), VX_SYSTEM_ERROR);
   EXPECT_EQ(read(message, true,
-                 native("<DicomAttribute tag='00080008' vr='CS'><Value number='2'>B</Value></DicomAttribute>"
-                        "<DicomAttribute tag='00111002' vr='LO' privateCreator='A&amp;B'><Value>x</Value>"
-                        "</DicomAttribute>"
-                        "<DicomAttribute tag='00990001' vr='UN'/>"
-                        "<DicomAttribute tag='00980002' vr='UV'><Value>258</Value></DicomAttribute>"
-                        "<DicomAttribute tag='00980003' vr='OB'><InlineBinary>%YW\nJj*</InlineBinary>"
-                        "</DicomAttribute>"
-                        "<DicomAttribute vr='LO'/>"
-                        "<DicomAttribute tag='00100020' vr='LO'><Value>late</Value></DicomAttribute>")),
+                 native("<A 00080008 CS><V 2>B</V></A><A 00111002 LO privateCreator='A&amp;B'><V>x</V></A>"
+                        "<A 00990001 UN/><A 00980002 UV><V>258</V></A>"
+                        "<A 00980003 OB><InlineBinary>%YW\nJj*</InlineBinary></A>"
+                        "<DicomAttribute vr='LO'/><A 00100020 LO><V>late</V></A>")),
             VX_NORMAL_COMPLETION);
   const std::string again = write(message, true, kAll);
   EXPECT_NE(again.find("<Value number=\"1\"/><Value number=\"2\">B</Value>"), std::string::npos) << again;
@@ -197,8 +175,7 @@ TEST_F(Xml, NativeOddities) {
   EXPECT_EQ(text(message, 0x00100020), "?");
   // The first item of a document empties a sequence that is filled.
   for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(read(message, true, native("<DicomAttribute tag='00081140' vr='SQ'><Item/></DicomAttribute>")),
-              VX_NORMAL_COMPLETION);
+    EXPECT_EQ(read(message, true, native("<A 00081140 SQ><Item/></A>")), VX_NORMAL_COMPLETION);
   }
   int32_t count = 0;
   EXPECT_EQ(VX_Get_Attribute_Info(message, 0x00081140, nullptr, &count), VX_NORMAL_COMPLETION);
@@ -261,50 +238,29 @@ TEST_F(Xml, NativeFormsOfOthers) {
   };
   static constexpr Row kRows[] = {
       // Elements of private blocks without their block, one of them a number that creators have.
-      {"<DicomAttribute tag='00290010' vr='LO'><Value number='1'>A</Value></DicomAttribute>"
-       "<DicomAttribute tag='00290011' vr='LO'><Value number='1'>B</Value></DicomAttribute>"
-       "<DicomAttribute tag='00290001' vr='US' privateCreator='B'><Value "
-       "number='1'>5</Value></DicomAttribute>"
-       "<DicomAttribute tag='00290010' vr='OB' "
-       "privateCreator='B'><InlineBinary>YWI=</InlineBinary></DicomAttribute>",
+      {"<A 00290010 LO><V 1>A</V></A><A 00290011 LO><V 1>B</V></A>"
+       "<A 00290001 US privateCreator='B'><V 1>5</V></A>"
+       "<A 00290010 OB privateCreator='B'><InlineBinary>YWI=</InlineBinary></A>",
        "<DicomAttribute tag=\"00291101\" vr=\"US\" keyword=\"Private\" privateCreator=\"B\"><Value "
        "number=\"1\">5</Value></DicomAttribute><DicomAttribute tag=\"00291110\" vr=\"OB\"",
        nullptr},
-      {"<DicomAttribute tag='00290001' vr='US' privateCreator='C'><Value "
-       "number='1'>5</Value></DicomAttribute>",
-       "tag=\"00291001\"", nullptr},
-      {"<DicomAttribute tag='00290010' vr='UN'><InlineBinary>QUNNRSA=</InlineBinary></DicomAttribute>"
-       "<DicomAttribute tag='00291001' vr='US'><Value>5</Value></DicomAttribute>",
+      {"<A 00290001 US privateCreator='C'><V 1>5</V></A>", "tag=\"00291001\"", nullptr},
+      {"<A 00290010 UN><InlineBinary>QUNNRSA=</InlineBinary></A><A 00291001 US><V>5</V></A>",
        "privateCreator=\"ACME\"><Value number=\"1\">5<", nullptr},
-      {"<DicomAttribute tag='00290010' vr='UN'><BulkData uri='x'/></DicomAttribute>"
-       "<DicomAttribute tag='00100020' vr='LO'><Value>x</Value></DicomAttribute>",
-       ">x</Value>", "lies elsewhere"},
-      {"<DicomAttribute tag='00080008' vr='CS'><Value number='3'>C</Value><Value "
-       "number='1'>A</Value></DicomAttribute>",
+      {"<A 00290010 UN><BulkData uri='x'/></A><A 00100020 LO><V>x</V></A>", ">x</Value>", "lies elsewhere"},
+      {"<A 00080008 CS><V 3>C</V><V 1>A</V></A>",
        "<Value number=\"1\">A</Value><Value number=\"2\"/><Value number=\"3\">C</Value>", nullptr},
-      {"<DicomAttribute tag='00080008' vr='CS'><Value number='1'>A</Value><Value "
-       "number='1'>B</Value></DicomAttribute>",
-       ">A</Value><Value number=\"2\">B<", "one number"},
-      {"<DicomAttribute tag='00080008' vr='CS'><Value number='0'>A</Value><Value "
-       "number='9999'>B</Value></DicomAttribute>",
-       ">A</Value><Value number=\"2\">B<", "has the number"},
-      {"<DicomAttribute tag='00100010' "
-       "vr='PN'><Value>A^B</Value><PersonName>C^D</PersonName></DicomAttribute>",
-       "<GivenName>D</GivenName>", nullptr},
-      {"<DicomAttribute tag='00100010' "
-       "vr='PN'><PersonName><SingleByte>A</SingleByte></PersonName></DicomAttribute>",
+      {"<A 00080008 CS><V 1>A</V><V 1>B</V></A>", ">A</Value><Value number=\"2\">B<", "one number"},
+      {"<A 00080008 CS><V 0>A</V><V 9999>B</V></A>", ">A</Value><Value number=\"2\">B<", "has the number"},
+      {"<A 00100010 PN><V>A^B</V><PersonName>C^D</PersonName></A>", "<GivenName>D</GivenName>", nullptr},
+      {"<A 00100010 PN><PersonName><SingleByte>A</SingleByte></PersonName></A>",
        "<DicomAttribute tag=\"00100010\"", "parts that are none"},
-      {"<DicomAttribute tag='00100020' vr='LO'><Text>A</Text></DicomAttribute>",
-       "<DicomAttribute tag=\"00100020\"", "none of the form"},
-      {"<DicomAttribute tag='00100020' vr='LO'><Value>A\\B</Value></DicomAttribute>", ">A\\B<", "backslash"},
-      {"<DicomAttribute tag='00100020' vr='LO'><InlineBinary>YWI=</InlineBinary></DicomAttribute>",
-       "tag=\"00100020\"", "Failed to write"},
-      {"<DicomAttribute tag='00280010' vr='US'><Value>x</Value></DicomAttribute>", "tag=\"00280010\"",
-       "Failed to write"},
-      {"<DicomAttribute tag='00080005' vr='CS'><Value>ISO_IR 100</Value></DicomAttribute>"
-       "<DicomAttribute tag='00100020' vr='LO'><Value>ü α</Value></DicomAttribute>",
-       ">ü ?</Value>", "(0010,0020)"},
-      {"<DicomAttribute tag='00100020' vr='LO'><Value>α</Value></DicomAttribute>", "ISO_IR 192", nullptr},
+      {"<A 00100020 LO><Text>A</Text></A>", "<DicomAttribute tag=\"00100020\"", "none of the form"},
+      {"<A 00100020 LO><V>A\\B</V></A>", ">A\\B<", "backslash"},
+      {"<A 00100020 LO><InlineBinary>YWI=</InlineBinary></A>", "tag=\"00100020\"", "Failed to write"},
+      {"<A 00280010 US><V>x</V></A>", "tag=\"00280010\"", "Failed to write"},
+      {"<A 00080005 CS><V>ISO_IR 100</V></A><A 00100020 LO><V>ü α</V></A>", ">ü ?</Value>", "(0010,0020)"},
+      {"<A 00100020 LO><V>α</V></A>", "ISO_IR 192", nullptr},
   };
   ASSERT_EQ(VX_Enable_Unicode_Conversion(1), VX_NORMAL_COMPLETION);
   for (const Row& row : kRows) {
@@ -345,15 +301,16 @@ TEST_F(Xml, MemoryRunsOut) {
     EXPECT_GT(n, 1U);
     const std::string before = stream(message);
     std::string after;
-    Text all{whole.bytes};
+    Source all{whole.bytes};
     const Object filled;
-    const VX_STATUS usual = reader(filled, &all, &give);  // JSON tells of values that are stored as they are
+    const VX_STATUS usual =
+        reader(filled, &all, &text_input);  // JSON tells of values that are stored as they are
     EXPECT_EQ(stream(filled), before);
     for (n = 1; after != before && n < 1000; ++n) {
       const Object copy;
-      Text text{whole.bytes};
+      Source text{whole.bytes};
       vx::fail_allocation_after(n);
-      status = reader(copy, &text, &give);
+      status = reader(copy, &text, &text_input);
       vx::fail_allocation_after(0);
       after = stream(copy);
     }

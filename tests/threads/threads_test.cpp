@@ -2,6 +2,7 @@
 // thread sanitizer, and for a look at how throughput grows. VEXAL_THREAD_SECONDS sets the length of a run.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -9,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "vexalkit.h"
+#include "support.h"
 
 namespace {
 
@@ -18,61 +19,54 @@ double run_seconds() {
   return text != nullptr ? std::atof(text) : 0.5;
 }
 
-struct Bytes {
-  std::string data;
-};
-
 VX_STATUS take(int32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
-  static_cast<Bytes*>(user)->data.append(static_cast<const char*>(data), size);
+  static_cast<std::string*>(user)->append(static_cast<const char*>(data), size);
   return VX_NORMAL_COMPLETION;
 }
 
 VX_STATUS give(int32_t, void* user, int32_t, uint32_t* size, void** data, int32_t* last) {
-  auto& bytes = *static_cast<Bytes*>(user);
-  *size = static_cast<uint32_t>(bytes.data.size());
-  *data = bytes.data.data();
+  auto& bytes = *static_cast<std::string*>(user);
+  *size = static_cast<uint32_t>(bytes.size());
+  *data = bytes.data();
   *last = 1;
   return VX_NORMAL_COMPLETION;
 }
 
+bool fine(std::initializer_list<VX_STATUS> all) {
+  return std::all_of(all.begin(), all.end(), [](VX_STATUS status) { return status == VX_NORMAL_COMPLETION; });
+}
+
 // One round of work; false if anything went wrong.
-bool one_round(uint32_t seed, Bytes& bytes) {
-  int32_t id = -1;
-  const bool templated = seed % 2 == 0;
-  VX_STATUS status = templated ? VX_Open_Message(&id, "STANDARD_CT", C_STORE_RQ) : VX_Open_Empty_Message(&id);
-  if (status != VX_NORMAL_COMPLETION) return false;
+bool one_round(uint32_t seed, std::string& bytes) {
+  const auto syntax = static_cast<VX_TRANSFER_SYNTAX>(IMPLICIT_LITTLE_ENDIAN + seed % 5);
   const std::string patient = "PATIENT " + std::to_string(seed);
-  bool good = VX_Set_Value_From_String(id, 0x00100020, patient.c_str()) == VX_NORMAL_COMPLETION &&
-              VX_Set_Value_From_UShortInt(id, 0x00280010, 512) == VX_NORMAL_COMPLETION &&
-              VX_Set_Value_From_String(id, 0x00080008, "ORIGINAL") == VX_NORMAL_COMPLETION &&
-              VX_Set_Next_Value_From_String(id, 0x00080008, "PRIMARY") == VX_NORMAL_COMPLETION &&
-              VX_Set_Value_From_Double(id, 0x00180050, 1.25) == VX_NORMAL_COMPLETION;
-  for (int i = 0; i < 4 && good; ++i) {
-    int32_t item = -1;
-    good = VX_Open_Empty_Item(&item) == VX_NORMAL_COMPLETION &&
-           VX_Set_Value_From_String(item, 0x00081155, "1.2.3.4") == VX_NORMAL_COMPLETION &&
-           VX_Set_Next_Value_From_Int(id, 0x00081140, item) == VX_NORMAL_COMPLETION;
-  }
-  const std::vector<char> pixels(4096, static_cast<char>(seed));
-  good = good && VX_Set_Value_From_Buffer(id, 0x7FE00010, pixels.data(), 4096) == VX_NORMAL_COMPLETION;
-  bytes.data.clear();
-  const VX_TRANSFER_SYNTAX syntax = static_cast<VX_TRANSFER_SYNTAX>(IMPLICIT_LITTLE_ENDIAN + seed % 5);
-  if (syntax == IMPLICIT_BIG_ENDIAN) {
-    VX_Free_Message(&id);
-    return good;
-  }
-  good =
-      good && VX_Message_To_Stream(id, 0x00080000, 0xFFFFFFFF, syntax, &bytes, take) == VX_NORMAL_COMPLETION;
-  VX_Free_Message(&id);
-  if (!good || VX_Open_Empty_Message(&id) != VX_NORMAL_COMPLETION) return false;
+  const std::string pixels(4096, static_cast<char>(seed));
+  int32_t id = -1, count = 0;
   uint32_t error_tag = 0;
-  good = VX_Stream_To_Message(id, 0x00080000, 0xFFFFFFFF, syntax, &error_tag, &bytes, give) ==
-         VX_NORMAL_COMPLETION;
   char text[64] = "";
-  good = good && VX_Get_Value_To_String(id, 0x00100020, sizeof text, text) == VX_NORMAL_COMPLETION &&
-         patient == text;
-  int32_t count = 0;
-  good = good && VX_Get_Value_Count(id, 0x00081140, &count) == VX_NORMAL_COMPLETION && count == 4;
+  if (!fine({seed % 2 == 0 ? VX_Open_Message(&id, "STANDARD_CT", C_STORE_RQ) : VX_Open_Empty_Message(&id)}))
+    return false;
+  bool good = fine({VX_Set_Value_From_String(id, 0x00100020, patient.c_str()),
+                    VX_Set_Value_From_UShortInt(id, 0x00280010, 512),
+                    VX_Set_Value_From_String(id, 0x00080008, "ORIGINAL"),
+                    VX_Set_Next_Value_From_String(id, 0x00080008, "PRIMARY"),
+                    VX_Set_Value_From_Double(id, 0x00180050, 1.25),
+                    VX_Set_Value_From_Buffer(id, 0x7FE00010, pixels.data(), 4096)});
+  for (int i = 0; i < 4; ++i) {
+    int32_t item = -1;
+    good = good && fine({VX_Open_Empty_Item(&item), VX_Set_Value_From_String(item, 0x00081155, "1.2.3.4"),
+                         VX_Set_Next_Value_From_Int(id, 0x00081140, item)});
+  }
+  bytes.clear();
+  if (syntax != IMPLICIT_BIG_ENDIAN) {
+    good = good && fine({VX_Message_To_Stream(id, 0x00080000, 0xFFFFFFFF, syntax, &bytes, take)});
+    VX_Free_Message(&id);
+    good = good && fine({VX_Open_Empty_Message(&id),
+                         VX_Stream_To_Message(id, 0x00080000, 0xFFFFFFFF, syntax, &error_tag, &bytes, give),
+                         VX_Get_Value_To_String(id, 0x00100020, sizeof text, text),
+                         VX_Get_Value_Count(id, 0x00081140, &count)});
+    good = good && patient == text && count == 4;
+  }
   VX_Free_Message(&id);
   return good;
 }
@@ -85,7 +79,7 @@ double throughput(unsigned threads, double seconds, std::atomic<uint64_t>& failu
   const auto start = std::chrono::steady_clock::now();
   for (unsigned t = 0; t < threads; ++t) {
     workers.emplace_back([&, t] {
-      Bytes bytes;
+      std::string bytes;
       uint64_t mine = 0;
       for (uint32_t seed = t * 1000003U; !stop.load(std::memory_order_relaxed); ++seed, ++mine) {
         if (!one_round(seed, bytes)) failures.fetch_add(1);
@@ -100,15 +94,12 @@ double throughput(unsigned threads, double seconds, std::atomic<uint64_t>& failu
          std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-class Threads : public testing::Test {
+class Threads : public support::LibraryTest {
  protected:
   void SetUp() override {
-    VX_Set_VexalINI((std::string(VEXAL_BINARY_DIR) + "/share/vexalkit/vexal.ini").c_str());
-    ASSERT_EQ(VX_Library_Initialization(nullptr, nullptr, nullptr), VX_NORMAL_COMPLETION);
-    VX_Set_String_Config_Value(VX_CFG_LOG_FILE, "/dev/null");
+    ASSERT_EQ(begin_with_full_data(), VX_NORMAL_COMPLETION);
     for (VX_LOG_KEY key = 0; key < VX_LOG_KEY_COUNT; ++key) VX_Set_Log_Destination(key, VX_LOG_OFF);
   }
-  void TearDown() override { VX_Library_Release(); }
 };
 
 TEST_F(Threads, SixteenWithObjectsOfTheirOwn) {
@@ -126,20 +117,14 @@ TEST_F(Threads, SixteenWithObjectsOfTheirOwn) {
 TEST_F(Threads, MemoryComesBack) {
   std::atomic<uint64_t> failures{0};
   throughput(4, 0.1, failures);
-  uint64_t total_before = 0;
-  uint64_t free_before = 0;
-  Bytes bytes;
+  std::string bytes;
   for (uint32_t seed = 0; seed < 20; ++seed) one_round(seed, bytes);
-  ASSERT_EQ(VX_Report_Memory(&total_before, &free_before), VX_NORMAL_COMPLETION);
+  const uint64_t before = support::memory().total;
   for (uint32_t seed = 0; seed < 2000; ++seed) ASSERT_TRUE(one_round(seed, bytes));
-  uint64_t total = 0;
-  uint64_t free_bytes = 0;
-  ASSERT_EQ(VX_Report_Memory(&total, &free_bytes), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(total, total_before);
+  EXPECT_EQ(support::memory().total, before);
   EXPECT_EQ(failures.load(), 0U);
   ASSERT_EQ(VX_Cleanup_Memory(0), VX_NORMAL_COMPLETION);
-  ASSERT_EQ(VX_Report_Memory(&total, &free_bytes), VX_NORMAL_COMPLETION);
-  EXPECT_LT(total, total_before);
+  EXPECT_LT(support::memory().total, before);
 }
 
 // Readers of settings and log lines while others change them.
@@ -149,12 +134,16 @@ TEST_F(Threads, SettingsMayChangeMeanwhile) {
   std::atomic<uint64_t> failures{0};
   for (int t = 0; t < 3; ++t) {
     workers.emplace_back([&, t] {
-      char text[128];
-      Bytes bytes;
+      char text[256];
+      std::string bytes;
       for (uint32_t i = 0; !stop; ++i) {
-        VX_Set_String_Config_Value(VX_CFG_IMPLEMENTATION_VERSION, i % 2 == 0 ? "ONE" : "ANOTHER");
-        VX_Get_String_Config_Value(VX_CFG_IMPLEMENTATION_VERSION, sizeof text, text);
-        if (std::string(text) != "ONE" && std::string(text) != "ANOTHER") failures.fetch_add(1);
+        // A text of one letter, of any length: two letters would be two texts.
+        const std::string name(1 + i % 200, static_cast<char>('a' + t));
+        VX_Set_String_Config_Value(VX_CFG_INITIATOR_NAME, name.c_str());
+        VX_Get_String_Config_Value(VX_CFG_INITIATOR_NAME, sizeof text, text);
+        if (std::string(text).find_first_not_of(text[0]) != std::string::npos) failures.fetch_add(1);
+        VX_Set_String_Config_Value(VX_CFG_DECODER_TAG_FILTER, i % 2 == 0 ? "" : "G0009,00080050");
+        VX_Set_String_Config_Value(VX_CFG_NULL_TYPE3_VALIDATION, i % 2 == 0 ? "ERR" : "WARN");
         VX_Set_Int_Config_Value(VX_CFG_LARGE_DATA_SIZE, 200 + t);
         VX_Set_Bool_Config_Value(VX_CFG_REMOVE_PADDING_CHARS, static_cast<int32_t>(i % 2));
         VXlog(VX_LOG_WARNING, "line %u", i);
