@@ -1,15 +1,12 @@
 // Values that a callback holds: registration, binding, and the calls that go through it.
 #include "model/callbacks.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "model/attributes.h"
 #include "model/values.h"
-#include "support.h"
+#include "value_fixture.h"
 
 namespace {
 
@@ -68,38 +65,33 @@ struct Holder {
 };
 
 VX_STATUS collect(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t first, int32_t last) {
-  static_cast<std::string*>(user)->append(
-      (first != 0 ? "^" : "") + std::string(static_cast<char*>(data), size) + (last != 0 ? "$" : "|"));
-  return VX_NORMAL_COMPLETION;
+  return support::mark_piece(user, size, data, first, last);
 }
 
 constexpr uint32_t kPixels = 0x7FE00010;
 
-class Callbacks : public support::LibraryTest {
+class Callbacks : public support::ModelTest {
  protected:
   void SetUp() override {
-    ASSERT_EQ(begin_with_full_data(), VX_NORMAL_COMPLETION);
+    ModelTest::SetUp();
     ASSERT_EQ(VX_Register_Application(&app, "CALLBACKS"), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(VX_Open_Empty_Message(&id), VX_NORMAL_COMPLETION);
   }
-  vx::Stored storage(uint32_t tag) { return vx::find_tag(*vx::find_object(id), tag)->Storage; }
+  vx::Stored storage(uint32_t tag) { return find(tag)->Storage; }
   // Registers `holder` for the pixels and binds it.
   void bind(Holder& holder, VX_VR vr = VX_VR_OW) {
-    ASSERT_EQ(vx::new_tag(*vx::find_object(id), kPixels, vr, 1, 1, nullptr), VX_NORMAL_COMPLETION);
+    ASSERT_EQ(vx::new_tag(object(), kPixels, vr, 1, 1, nullptr), VX_NORMAL_COMPLETION);
     ASSERT_EQ(VX_Register_Callback_Function(app, kPixels, &holder, Holder::plain), VX_NORMAL_COMPLETION);
     ASSERT_EQ(VX_Set_Message_Callbacks(app, id), VX_NORMAL_COMPLETION);
     ASSERT_TRUE(storage(kPixels) == vx::Stored::ByCallback);
   }
   int32_t app = -1;
-  int32_t id = -1;
 };
 
 TEST_F(Callbacks, RegistrationAndItsRefusals) {
   Holder holder;
   const std::string too_long(600, 'X');
   const struct {
-    VX_STATUS status;
-    VX_STATUS expected;
+    VX_STATUS status, expected;
   } kRows[] = {
       {VX_Register_Callback_Function(app, kPixels, &holder, nullptr), VX_NULL_POINTER_PARM},
       {VX_Register_Callback_Function(app, 0x00091010, &holder, Holder::plain), VX_INVALID_TAG},
@@ -135,7 +127,7 @@ TEST_F(Callbacks, OnlyBulkAttributesWithoutValueAreBound) {
                {0x00282003, VX_VR_OF, false, vx::Stored::ByCallback},
                {0x00282004, VX_VR_LO, false, vx::Stored::InMemory}};
   for (const auto& row : kRows) {
-    ASSERT_EQ(vx::new_tag(*vx::find_object(id), row.tag, row.vr, 1, 1, nullptr), VX_NORMAL_COMPLETION);
+    ASSERT_EQ(vx::new_tag(object(), row.tag, row.vr, 1, 1, nullptr), VX_NORMAL_COMPLETION);
     if (row.has_value) {
       ASSERT_EQ(VX_Set_Value_From_Buffer(id, row.tag, "abcd", 4), VX_NORMAL_COMPLETION);
     }
@@ -148,9 +140,9 @@ TEST_F(Callbacks, OnlyBulkAttributesWithoutValueAreBound) {
   EXPECT_TRUE(storage(0x00282000) == vx::Stored::ByCallback);
   ASSERT_EQ(VX_Set_Value_To_Empty(id, 0x00282000), VX_NORMAL_COMPLETION);
   EXPECT_TRUE(storage(0x00282000) == vx::Stored::InMemory);
-  vx::unbind_all(*vx::find_application(app), *vx::find_object(id));
+  vx::unbind_all(*vx::find_application(app), object());
   EXPECT_TRUE(storage(0x00282003) == vx::Stored::InMemory);
-  EXPECT_EQ(vx::find_object(id)->Callbacks.Count, 0);
+  EXPECT_EQ(object().Callbacks.Count, 0);
 }
 
 TEST_F(Callbacks, ReadingStopsAtTheLengthOrTheLastPiece) {
@@ -172,16 +164,12 @@ TEST_F(Callbacks, ReadingStopsAtTheLengthOrTheLastPiece) {
     std::string seen;
     EXPECT_EQ(VX_Get_Value_To_Function(id, kPixels, &seen, collect), row.expected);
     EXPECT_EQ(seen, row.seen);
-    uint32_t length = 0;
-    EXPECT_EQ(VX_Get_Value_Length(id, kPixels, 1, &length),
-              row.length == 0 ? VX_EMPTY_VALUE : VX_NORMAL_COMPLETION);
-    EXPECT_EQ(length, row.length);
+    EXPECT_EQ(length(kPixels), row.length == 0 ? -VX_EMPTY_VALUE : static_cast<int32_t>(row.length));
   }
   holder.status = VX_CANNOT_COMPLY;
   std::string seen;
-  uint32_t length = 0;
   EXPECT_EQ(VX_Get_Value_To_Function(id, kPixels, &seen, collect), VX_CALLBACK_CANNOT_COMPLY);
-  EXPECT_EQ(VX_Get_Value_Length(id, kPixels, 1, &length), VX_CALLBACK_CANNOT_COMPLY);
+  EXPECT_EQ(length(kPixels), -VX_CALLBACK_CANNOT_COMPLY);
   EXPECT_EQ(VX_Byte_Swap_OBOW(id, kPixels), VX_CALLBACK_REGISTERED);
 }
 
@@ -203,9 +191,7 @@ TEST_F(Callbacks, WritingGoesToTheCallback) {
   bind(holder);
   EXPECT_EQ(VX_Set_Value_From_Function(id, kPixels, nullptr, two_pieces), VX_NORMAL_COMPLETION);
   EXPECT_EQ(holder.calls, "P^abcdPef$");
-  int32_t count = 0;
-  EXPECT_EQ(VX_Get_Value_Count(id, kPixels, &count), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(count, 1);
+  EXPECT_EQ(count(kPixels), 1);
   holder.calls.clear();
   int more = 1;
   EXPECT_EQ(VX_Set_Value_From_Function(id, kPixels, &more, two_pieces), VX_NORMAL_COMPLETION);
@@ -218,8 +204,8 @@ TEST_F(Callbacks, WritingGoesToTheCallback) {
   holder.calls.clear();
   std::string words;
   for (int i = 0; i < 1100; ++i) words += i % 2 == 0 ? 'a' : 'b';
-  EXPECT_EQ(vx::store_value(*vx::find_object(id), *vx::find_tag(*vx::find_object(id), kPixels), words.data(),
-                            1100, {.from_stream = true, .big_endian = true}),
+  EXPECT_EQ(vx::store_value(object(), *find(kPixels), words.data(), 1100,
+                            {.from_stream = true, .big_endian = true}),
             VX_NORMAL_COMPLETION);
   EXPECT_EQ(holder.calls.size(), 1100 + 4U);
   EXPECT_EQ(holder.calls.substr(0, 6), "P^baba");
@@ -254,15 +240,14 @@ TEST_F(Callbacks, PrivateAttributesAreFoundByTheirCreator) {
             VX_NORMAL_COMPLETION);
   ASSERT_EQ(VX_Register_pCallback_Function(app, "ME ", 9, 0x42, &holder, Holder::by_triple),
             VX_NORMAL_COMPLETION);
-  vx::MsgObj& object = *vx::find_object(id);
-  for (const uint32_t tag : {0x00091042U, 0x00091142U}) vx::bind_one(app, object, *vx::find_tag(object, tag));
+  for (const uint32_t tag : {0x00091042U, 0x00091142U}) vx::bind_one(app, object(), *find(tag));
   EXPECT_TRUE(storage(0x00091042) == vx::Stored::InMemory);
   ASSERT_TRUE(storage(0x00091142) == vx::Stored::ByCallback);
   std::string seen;
   EXPECT_EQ(VX_Get_pValue_To_Function(id, "ME", 9, 0x42, &seen, collect), VX_NORMAL_COMPLETION);
   EXPECT_EQ(seen, "^abcd$");
   EXPECT_EQ(VX_Delete_Private_Block(id, "ME", 9), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(object.Callbacks.Count, 0);
+  EXPECT_EQ(object().Callbacks.Count, 0);
 }
 
 }  // namespace

@@ -12,19 +12,10 @@ constexpr VX_STATUS kOk = VX_NORMAL_COMPLETION;
 
 class Charsets : public support::ValueTest {
  protected:
-  static void set_names(int32_t object, const std::string& names) {
-    ASSERT_EQ(VX_Set_Value_To_Empty(object, 0x00080005), kOk);
-    std::size_t start = 0;
-    while (start <= names.size()) {
-      const std::size_t end = std::min(names.find('\\', start), names.size());
-      VX_Set_Next_Value_From_String(object, 0x00080005, names.substr(start, end - start).c_str());
-      start = end + 1;
-    }
-  }
   vx::CharsetMasks masks(const std::string& names) {
-    set_names(id(), names);
+    set_charset(id, names);
     vx::CharsetMasks result;
-    EXPECT_EQ(vx::charset_masks(*vx::find_object(id()), result), kOk) << names;
+    EXPECT_EQ(vx::charset_masks(object(), result), kOk) << names;
     return result;
   }
 };
@@ -32,8 +23,7 @@ class Charsets : public support::ValueTest {
 TEST_F(Charsets, NamesBecomeMasks) {
   struct Row {
     const char* names;
-    uint32_t values;
-    uint32_t first;
+    uint32_t values, first;
   };
   constexpr Row kRows[] = {
       {"", 1, 1},
@@ -66,21 +56,18 @@ TEST_F(Charsets, SixNamesOfSixteenBytes) {
                   "ISO 2022 IR 144\\ISO 2022 IR 127")
                 .values,
             0x1003FU);
-  set_names(id(), "ISO 2022 IR 10000");
+  set_charset(id, "ISO 2022 IR 10000");
   clear_log();
-  EXPECT_EQ(VX_Set_Value_From_String(id(), 0x00100020, "plain"), VX_VALUE_TOO_LARGE);
+  EXPECT_EQ(VX_Set_Value_From_String(id, 0x00100020, "plain"), VX_VALUE_TOO_LARGE);
   EXPECT_TRUE(has_log("VXI_GetValue failed with status: "));
   EXPECT_TRUE(has_log("VXI_GetSpecificCharSetValue failed with status: "));
   EXPECT_EQ(text(0x00100020), "plain");
-  EXPECT_EQ(VX_Set_Value_From_String(id(), 0x00080060, "CT"), kOk);  // not a text of the character sets
+  EXPECT_EQ(VX_Set_Value_From_String(id, 0x00080060, "CT"), kOk);  // not a text of the character sets
 }
 
 TEST_F(Charsets, ItemsTakeAfterTheirHolders) {
-  int32_t outer = -1;
-  int32_t inner = -1;
-  ASSERT_EQ(VX_Open_Empty_Item(&outer), kOk);
-  ASSERT_EQ(VX_Open_Empty_Item(&inner), kOk);
-  ASSERT_EQ(VX_Set_Value_From_Int(id(), 0x00081140, outer), kOk);
+  const int32_t outer = item(), inner = item();
+  ASSERT_EQ(VX_Set_Value_From_Int(id, 0x00081140, outer), kOk);
   ASSERT_EQ(VX_Set_Value_From_Int(outer, 0x00081140, inner), kOk);
   const auto inner_mask = [&] {
     vx::CharsetMasks result;
@@ -88,22 +75,21 @@ TEST_F(Charsets, ItemsTakeAfterTheirHolders) {
     return result.values;
   };
   EXPECT_EQ(inner_mask(), 1U);
-  set_names(id(), "ISO_IR 192");
+  set_charset(id, "ISO_IR 192");
   EXPECT_EQ(inner_mask(), 0x1000U);
-  set_names(outer, "ISO_IR 100");
+  set_charset(outer, "ISO_IR 100");
   EXPECT_EQ(inner_mask(), 2U);
   ASSERT_EQ(VX_Set_Value_To_Empty(inner, 0x00080005), kOk);
   EXPECT_EQ(inner_mask(), 1U);  // present without a value: the default
 }
 
 TEST_F(Charsets, TheCacheHoldsForOneObject) {
-  vx::MsgObj& object = *vx::find_object(id());
   vx::CharsetCache cache;
   vx::CharsetMasks result;
-  set_names(id(), "ISO_IR 100");
-  ASSERT_EQ(vx::charset_masks(object, &cache, result), kOk);
-  set_names(id(), "ISO_IR 192");
-  ASSERT_EQ(vx::charset_masks(object, &cache, result), kOk);
+  set_charset(id, "ISO_IR 100");
+  ASSERT_EQ(vx::charset_masks(object(), &cache, result), kOk);
+  set_charset(id, "ISO_IR 192");
+  ASSERT_EQ(vx::charset_masks(object(), &cache, result), kOk);
   EXPECT_EQ(result.values, 2U);
 }
 
@@ -132,9 +118,9 @@ TEST_F(Charsets, RealNamesPass) {
   set_bool(VX_CFG_TOLERATE_INVALID_IN_DEFAULT_CHARSET, false);
   for (const Row& row : kRows) {
     SCOPED_TRACE(row.names);
-    set_names(id(), row.names);
+    set_charset(id, row.names);
     clear_log();
-    EXPECT_EQ(VX_Set_Value_From_String(id(), 0x00100010, row.text), kOk);
+    EXPECT_EQ(VX_Set_Value_From_String(id, 0x00100010, row.text), kOk);
     EXPECT_TRUE(log_lines().empty()) << log_lines()[0];
   }
 }
@@ -183,9 +169,9 @@ TEST_F(Charsets, FaultsAreNamed) {
   set_bool(VX_CFG_TOLERATE_INVALID_IN_DEFAULT_CHARSET, false);
   for (const Row& row : kRows) {
     SCOPED_TRACE(testing::Message() << row.names << " " << testing::PrintToString(row.text));
-    set_names(id(), row.names);
+    set_charset(id, row.names);
     clear_log();
-    EXPECT_EQ(VX_Set_Value_From_String(id(), 0x00100010, row.text), row.status);
+    EXPECT_EQ(VX_Set_Value_From_String(id, 0x00100010, row.text), row.status);
     if (row.log == nullptr) {
       EXPECT_TRUE(log_lines().empty()) << log_lines()[0];
     } else {

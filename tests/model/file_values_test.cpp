@@ -9,8 +9,7 @@
 #include <regex>
 
 #include "../codec/streams.h"
-#include "model/attributes.h"
-#include "support.h"
+#include "value_fixture.h"
 
 namespace {
 
@@ -18,11 +17,6 @@ constexpr uint32_t kPixels = 0x7FE00010;
 
 VX_STATUS collect(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
   static_cast<std::vector<std::string>*>(user)->emplace_back(static_cast<char*>(data), size);
-  return VX_NORMAL_COMPLETION;
-}
-
-VX_STATUS gather(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t, int32_t) {
-  if (size != 0) static_cast<std::string*>(user)->append(static_cast<char*>(data), size);
   return VX_NORMAL_COMPLETION;
 }
 
@@ -37,20 +31,16 @@ VX_STATUS feed(int32_t, uint32_t, int32_t, void* user, uint32_t* size, void** da
   return VX_NORMAL_COMPLETION;
 }
 
-class FileValues : public support::LibraryTest {
+class FileValues : public support::ModelTest {
  protected:
   void SetUp() override {
-    ASSERT_EQ(begin_with_full_data(), VX_NORMAL_COMPLETION);
-    VX_Set_String_Config_Value(VX_CFG_LARGE_DATA_STORE, "FILE");
-    VX_Set_String_Config_Value(VX_CFG_TEMP_FILE_DIRECTORY, large_.path().c_str());
-    VX_Set_Int_Config_Value(VX_CFG_LARGE_DATA_SIZE, 200);
-    VX_Set_Int_Config_Value(VX_CFG_OBOW_BUFFER_SIZE, 4096);
-    ASSERT_EQ(VX_Open_Empty_Message(&object_), VX_NORMAL_COMPLETION);
-  }
-  uint32_t add(VX_VR vr) {
-    const uint32_t tag = 0x00991000U + static_cast<uint32_t>(vr);
-    EXPECT_EQ(VX_Add_Nonstandard_Attribute(object_, tag, vr), VX_NORMAL_COMPLETION);
-    return tag;
+    ModelTest::SetUp();
+    set_text(VX_CFG_LARGE_DATA_STORE, "FILE");
+    set_text(VX_CFG_TEMP_FILE_DIRECTORY, large_.path());
+    set_int(VX_CFG_LARGE_DATA_SIZE, 200);
+    set_int(VX_CFG_OBOW_BUFFER_SIZE, 4096);
+    VX_Free_Message(&id);  // an object keeps the settings that it was made under
+    id = message();
   }
   static std::string noise(std::size_t size) {
     std::string bytes(size, '\0');
@@ -58,18 +48,13 @@ class FileValues : public support::LibraryTest {
     for (char& byte : bytes) byte = static_cast<char>((state = state * 1664525U + 1013904223U) >> 24);
     return bytes;
   }
-  VX_STATUS set(uint32_t tag, std::string bytes) {
-    return VX_Set_Value_From_Buffer(object_, tag, bytes.data(), static_cast<uint32_t>(bytes.size()));
+  VX_STATUS set(uint32_t tag, std::string bytes) const {
+    return VX_Set_Value_From_Buffer(id, tag, bytes.data(), static_cast<uint32_t>(bytes.size()));
   }
-  std::vector<std::string> pieces(uint32_t tag) {
+  static std::vector<std::string> pieces(int32_t id, uint32_t tag) {
     std::vector<std::string> out;
-    EXPECT_EQ(VX_Get_Value_To_Function(object_, tag, &out, &collect), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(VX_Get_Value_To_Function(id, tag, &out, &collect), VX_NORMAL_COMPLETION);
     return out;
-  }
-  static std::string joined(const std::vector<std::string>& parts) {
-    std::string all;
-    for (const std::string& part : parts) all += part;
-    return all;
   }
   std::vector<std::string> files() const {
     std::vector<std::string> names;
@@ -80,19 +65,18 @@ class FileValues : public support::LibraryTest {
     return names;
   }
   support::TempFolder large_;
-  int32_t object_ = -1;
 };
 
 TEST_F(FileValues, BulkLiesInBlocksAndGoesWithTheValue) {
-  const uint32_t tag = add(VX_VR_OB);
+  const uint32_t tag = attribute(VX_VR_OB);
   ASSERT_EQ(set(tag, noise(199)), VX_NORMAL_COMPLETION);
   EXPECT_TRUE(files().empty());
   const std::string bytes = noise(10000);
   ASSERT_EQ(set(tag, bytes), VX_NORMAL_COMPLETION);
-  const auto parts = pieces(tag);
+  const auto parts = pieces(id, tag);
   ASSERT_EQ(parts.size(), 3U);
   EXPECT_EQ(parts[2].size(), 1808U);
-  EXPECT_EQ(joined(parts), bytes);
+  EXPECT_EQ(streams::bytes(id, tag), bytes);
   ASSERT_EQ(files().size(), 1U);
   EXPECT_TRUE(std::regex_match(files()[0], std::regex("TID\\d+RND\\d+TAG00991019N1\\.\\d{3,}")))
       << files()[0];
@@ -103,83 +87,77 @@ TEST_F(FileValues, BulkLiesInBlocksAndGoesWithTheValue) {
   EXPECT_EQ(info.st_size, 10000 + 3 * 4);
   // Another value, a damaged file, and the end.
   ASSERT_EQ(set(tag, noise(200)), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(joined(pieces(tag)), noise(200));
+  EXPECT_EQ(streams::bytes(id, tag), noise(200));
   ASSERT_EQ(::truncate((large_.path() + "/" + files()[0]).c_str(), 2), 0);
   std::vector<std::string> none;
-  EXPECT_EQ(VX_Get_Value_To_Function(object_, tag, &none, &collect), VX_EMPTY_VALUE);
-  EXPECT_EQ(VX_Set_Value_To_Empty(object_, tag), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(VX_Get_Value_To_Function(id, tag, &none, &collect), VX_EMPTY_VALUE);
+  EXPECT_EQ(VX_Set_Value_To_Empty(id, tag), VX_NORMAL_COMPLETION);
   EXPECT_TRUE(files().empty());
   ASSERT_EQ(set(tag, noise(300)), VX_NORMAL_COMPLETION);
   EXPECT_EQ(files().size(), 1U);
-  EXPECT_EQ(VX_Free_Message(&object_), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(VX_Free_Message(&id), VX_NORMAL_COMPLETION);
   EXPECT_TRUE(files().empty());
 }
 
 TEST_F(FileValues, AResetAndAReleaseLeaveNothing) {
-  ASSERT_EQ(set(add(VX_VR_OB), noise(5000)), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(set(attribute(VX_VR_OB), noise(5000)), VX_NORMAL_COMPLETION);
   ASSERT_EQ(files().size(), 1U);
   VX_Library_Release();
   EXPECT_TRUE(files().empty());
 }
 
 TEST_F(FileValues, TextsAreOneBlockEachAndCanBeDeleted) {
-  const uint32_t one = add(VX_VR_UT);
-  const std::string text(10000, 'x');
-  ASSERT_EQ(VX_Set_Value_From_String(object_, one, text.c_str()), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(pieces(one).size(), 1U);
-  std::vector<char> buffer(20000);
-  ASSERT_EQ(VX_Get_Value_To_String(object_, one, 20000, buffer.data()), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(buffer.data(), text);
+  const uint32_t one = attribute(VX_VR_UT);
+  const std::string letters(10000, 'x');
+  ASSERT_EQ(VX_Set_Value_From_String(id, one, letters.c_str()), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(pieces(id, one).size(), 1U);
+  EXPECT_EQ(text(one), letters);
 
-  const uint32_t many = add(VX_VR_UC);
+  const uint32_t many = attribute(VX_VR_UC);
   const std::string values[] = {std::string(300, 'a'), std::string(5, 'b'), std::string(400, 'c')};
-  ASSERT_EQ(VX_Set_Value_From_String(object_, many, values[0].c_str()), VX_NORMAL_COMPLETION);
-  for (int i = 1; i < 3; ++i) {
-    ASSERT_EQ(VX_Set_Next_Value_From_String(object_, many, values[i].c_str()), VX_NORMAL_COMPLETION);
+  for (const std::string& value : values) {
+    ASSERT_EQ(VX_Set_Next_Value_From_String(id, many, value.c_str()), VX_NORMAL_COMPLETION);
   }
-  ASSERT_EQ(VX_Get_Value_To_String(object_, many, 20000, buffer.data()), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(buffer.data(), values[0]);
-  ASSERT_EQ(VX_Get_Next_Value_To_String(object_, many, 20000, buffer.data()), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(buffer.data(), values[1]);
-  ASSERT_EQ(VX_Delete_Current_Value(object_, many), VX_NORMAL_COMPLETION);
-  ASSERT_EQ(VX_Get_Next_Value_To_String(object_, many, 20000, buffer.data()), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(buffer.data(), values[2]);
-  EXPECT_EQ(VX_Get_Next_Value_To_String(object_, many, 20000, buffer.data()), VX_NO_MORE_VALUES);
-  int32_t count = 0;
-  EXPECT_EQ(VX_Get_Value_Count(object_, many, &count), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(count, 2);
+  EXPECT_EQ(text(many), values[0]);
+  EXPECT_EQ(next_text(many), values[1]);
+  ASSERT_EQ(VX_Delete_Current_Value(id, many), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(next_text(many), values[2]);
+  EXPECT_EQ(next_text(many), "#" + std::to_string(VX_NO_MORE_VALUES));
+  EXPECT_EQ(count(many), 2);
 }
 
 TEST_F(FileValues, FramesGrowTheirTableOnAFileOfItsOwn) {
-  ASSERT_EQ(VX_Set_Message_Transfer_Syntax(object_, RLE), VX_NORMAL_COMPLETION);
-  VX_Set_Bool_Config_Value(VX_CFG_CREATE_OFFSET_TABLE, 1);
-  VX_Set_Value_From_Int(object_, 0x00280002, 1);
-  VX_Set_Value_From_Int(object_, 0x00280008, 3);
-  VX_Set_Value_From_Int(object_, 0x00280010, 20);
-  VX_Set_Value_From_Int(object_, 0x00280011, 20);
-  VX_Set_Value_From_Int(object_, 0x00280100, 8);
+  ASSERT_EQ(VX_Set_Message_Transfer_Syntax(id, RLE), VX_NORMAL_COMPLETION);
+  set_bool(VX_CFG_CREATE_OFFSET_TABLE, true);
+  for (const auto& [tag, value] : {std::pair{0x00280002U, 1},
+                                   {0x00280008U, 3},
+                                   {0x00280010U, 20},
+                                   {0x00280011U, 20},
+                                   {0x00280100U, 8}}) {
+    VX_Set_Value_From_Int(id, tag, value);
+  }
   Frame frames[3] = {{noise(5000)}, {noise(10)}, {noise(300)}};
   for (int i = 0; i < 3; ++i) {
     const auto store =
         i == 0 ? VX_Set_Encapsulated_Value_From_Function : VX_Set_Next_Encapsulated_Value_From_Function;
-    ASSERT_EQ(store(object_, kPixels, &frames[i], &feed), VX_NORMAL_COMPLETION);
+    ASSERT_EQ(store(id, kPixels, &frames[i], &feed), VX_NORMAL_COMPLETION);
   }
-  ASSERT_EQ(VX_Close_Encapsulated_Value(object_, kPixels), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(VX_Close_Encapsulated_Value(id, kPixels), VX_NORMAL_COMPLETION);
   ASSERT_EQ(files().size(), 2U);
   EXPECT_NE(files()[0].find("N0."), std::string::npos);
   for (int i = 2; i >= 0; --i) {
     std::string bytes;
-    ASSERT_EQ(VX_Get_Frame_To_Function(object_, i, &bytes, &gather), VX_NORMAL_COMPLETION);
+    ASSERT_EQ(VX_Get_Frame_To_Function(id, i, &bytes, &streams::append_piece), VX_NORMAL_COMPLETION);
     EXPECT_EQ(bytes, frames[i].bytes) << i;
   }
-  const std::string value = joined(pieces(kPixels));
+  const std::string value = streams::bytes(id, kPixels);
   EXPECT_EQ(value.substr(4, 4), std::string("\x0C\0\0\0", 4));
   EXPECT_EQ(value.size(), 8 + 12 + 3 * 8 + 5310 + 8);
 }
 
 // A limit on the size of files at every interesting place: a clear status, no file, and the object goes on.
 TEST_F(FileValues, AFullDiskIsAStatusAndTheObjectGoesOn) {
-  const uint32_t tag = add(VX_VR_OB);
+  const uint32_t tag = attribute(VX_VR_OB);
   const std::string bytes = noise(10000);
   const pid_t child = ::fork();
   if (child == 0) {
@@ -190,15 +168,15 @@ TEST_F(FileValues, AFullDiskIsAStatusAndTheObjectGoesOn) {
     for (const rlim_t limit : limits) {
       const rlimit set_limit{limit, RLIM_INFINITY};
       ::setrlimit(RLIMIT_FSIZE, &set_limit);
-      VX_Set_Value_To_Empty(object_, tag);
+      VX_Set_Value_To_Empty(id, tag);
       // A file of another process is what the child may not remove; its own it must.
       const VX_STATUS status = set(tag, bytes);
       const rlimit no_limit{RLIM_INFINITY, RLIM_INFINITY};
       ::setrlimit(RLIMIT_FSIZE, &no_limit);
       if (limit < 10012) {
         if (status != VX_TEMP_FILE_ERROR || !files().empty()) ++failures;
-        if (set(tag, bytes) != VX_NORMAL_COMPLETION || joined(pieces(tag)) != bytes) ++failures;
-      } else if (status != VX_NORMAL_COMPLETION || joined(pieces(tag)) != bytes) {
+        if (set(tag, bytes) != VX_NORMAL_COMPLETION || streams::bytes(id, tag) != bytes) ++failures;
+      } else if (status != VX_NORMAL_COMPLETION || streams::bytes(id, tag) != bytes) {
         ++failures;
       }
     }
@@ -211,24 +189,21 @@ TEST_F(FileValues, AFullDiskIsAStatusAndTheObjectGoesOn) {
 }
 
 TEST_F(FileValues, ThroughAStreamInBothOrders) {
-  constexpr uint32_t words = kPixels;
-  constexpr uint32_t text = 0x0040A160;
-  const std::string bytes = noise(9000);
+  constexpr uint32_t kText = 0x0040A160;
+  const std::string words = noise(9000);
   const std::string letters(5001, 'y');
-  ASSERT_EQ(set(words, bytes), VX_NORMAL_COMPLETION);
-  ASSERT_EQ(VX_Set_Value_From_String(object_, text, letters.c_str()), VX_NORMAL_COMPLETION);
-  VX_Set_Value_From_Int(object_, 0x00280100, 16);
+  ASSERT_EQ(set(kPixels, words), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(VX_Set_Value_From_String(id, kText, letters.c_str()), VX_NORMAL_COMPLETION);
+  VX_Set_Value_From_Int(id, 0x00280100, 16);
   for (const VX_TRANSFER_SYNTAX syntax : {EXPLICIT_LITTLE_ENDIAN, EXPLICIT_BIG_ENDIAN}) {
-    const std::string stream = streams::encode(object_, syntax);
-    int32_t back = -1;
-    ASSERT_EQ(VX_Open_Empty_Message(&back), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(streams::decode(back, stream, syntax, 1000).status, VX_NORMAL_COMPLETION);
-    std::swap(back, object_);
-    EXPECT_TRUE(joined(pieces(words)) == bytes);
-    EXPECT_EQ(joined(pieces(text)).size(), letters.size());
-    EXPECT_EQ(files().size(), 4U);
-    std::swap(back, object_);
-    VX_Free_Message(&back);
+    {
+      const streams::Object back;
+      ASSERT_EQ(streams::decode(back, streams::encode(id, syntax), syntax, 1000).status,
+                VX_NORMAL_COMPLETION);
+      EXPECT_TRUE(streams::bytes(back, kPixels) == words);
+      EXPECT_EQ(streams::bytes(back, kText).size(), letters.size());
+      EXPECT_EQ(files().size(), 4U);
+    }
     EXPECT_EQ(files().size(), 2U);
   }
 }

@@ -11,10 +11,9 @@
 #include "frame/pool.h"
 #include "frame/seams.h"
 #include "info_file.h"
-#include "model/attributes.h"
 #include "model/message_info_file.h"
 #include "model/private_blocks.h"
-#include "support.h"
+#include "value_fixture.h"
 
 namespace {
 
@@ -43,10 +42,10 @@ Body ct_body() {
   return body;
 }
 
-class MessageInfo : public support::LibraryTest {
+class MessageInfo : public support::ValueTest {
  protected:
   void SetUp() override {
-    LibraryTest::SetUp();
+    ValueTest::SetUp();
     InfoBuilder builder;
     builder.service(2, C_STORE_RQ, ct_body());
     builder.item(501, Body().add(0x00081150, "1").add(0x00081155, "1"));
@@ -54,63 +53,46 @@ class MessageInfo : public support::LibraryTest {
   }
   void TearDown() override {
     vx::model_drop();
-    LibraryTest::TearDown();
+    ValueTest::TearDown();
   }
   void install(const std::string& bytes) {
     vx::model_drop();
     clear_log();
     set_text(VX_CFG_MSG_INFO_FILE, folder().write("test.msg", bytes));
   }
-  static std::vector<uint32_t> tags_of(int32_t id, uint32_t from = 0x00080000) {
-    std::vector<uint32_t> tags;
-    uint32_t tag = 0;
-    for (VX_STATUS status = VX_Get_First_Attribute(id, &tag, nullptr, nullptr); status == kOk;
-         status = VX_Get_Next_Attribute(id, &tag, nullptr, nullptr)) {
-      if (tag >= from) tags.push_back(tag);
-    }
-    return tags;
-  }
-  static std::string text(int32_t id, uint32_t tag) {
-    char buffer[128];
-    const VX_STATUS status = VX_Get_Value_To_String(id, tag, sizeof buffer, buffer);
-    return status == kOk ? buffer : "#" + std::to_string(status);
-  }
-  static const vx::TagObj* record(int32_t id, uint32_t tag) {
-    return vx::find_tag(*vx::find_object(id), tag);
-  }
+  static std::string file_of(const Body& body) { return InfoBuilder().service(2, C_STORE_RQ, body).bytes(); }
+  VX_STATUS open_ct() { return VX_Open_Message(&id, "STANDARD_CT", C_STORE_RQ); }
 };
 
 TEST_F(MessageInfo, AMessageOpensWithItsAttributes) {
-  int32_t id = -1;
-  ASSERT_EQ(VX_Open_Message(&id, "STANDARD_CT", C_STORE_RQ), kOk);
+  ASSERT_EQ(open_ct(), kOk);
   const std::vector<uint32_t> expected = {0x00080008, 0x00080016, 0x00081140, 0x00090010,
                                           0x00091001, 0x00091002, 0x00100010, 0x00280100,
                                           0x00290010, 0x00291010, 0x7FE00010};
-  EXPECT_EQ(tags_of(id), expected);
-  EXPECT_EQ(text(id, 0x00090010), "ACME 1.0");
-  EXPECT_EQ(text(id, 0x00290010), "OTHER CODE");
-  EXPECT_EQ(text(id, 0x00280100), "#" + std::to_string(VX_EMPTY_VALUE));  // defaults stay in the template
-  EXPECT_EQ(record(id, 0x00091002)->VR, VX_VR_US);
-  EXPECT_EQ(record(id, 0x00080008)->VMLow, 2);
-  EXPECT_EQ(record(id, 0x00291010)->VR, VX_VR_LT);
-  EXPECT_EQ(record(id, 0x00291010)->VMHigh, 255);
-  EXPECT_EQ(vx::find_object(id)->TemplateApplied, 1);
+  EXPECT_EQ(tags_of(id, 0x00080000), expected);
+  EXPECT_EQ(text(0x00090010), "ACME 1.0");
+  EXPECT_EQ(text(0x00290010), "OTHER CODE");
+  EXPECT_EQ(text(0x00280100), "#" + std::to_string(VX_EMPTY_VALUE));  // defaults stay in the template
+  EXPECT_EQ(find(0x00091002)->VR, VX_VR_US);
+  EXPECT_EQ(find(0x00080008)->VMLow, 2);
+  EXPECT_EQ(find(0x00291010)->VR, VX_VR_LT);
+  EXPECT_EQ(find(0x00291010)->VMHigh, 255);
+  EXPECT_EQ(object().TemplateApplied, 1);
   EXPECT_EQ(VX_Set_Value_From_String(id, 0x00100020, "x"), VX_INVALID_TAG);
   EXPECT_EQ(VX_Set_Value_From_String(id, 0x00100010, "x"), kOk);
   // A required attribute that comes back has its rules again.
   ASSERT_EQ(VX_Delete_Attribute(id, 0x00100010), kOk);
   ASSERT_EQ(VX_Add_Standard_Attribute(id, 0x00100010), kOk);
-  ASSERT_NE(record(id, 0x00100010)->Template, nullptr);
-  EXPECT_EQ(record(id, 0x00100010)->Template->AttributeType, vx::kType2);
-  VX_Free_Message(&id);
+  ASSERT_NE(find(0x00100010)->Template, nullptr);
+  EXPECT_EQ(find(0x00100010)->Template->AttributeType, vx::kType2);
 }
 
 TEST_F(MessageInfo, RulesAreSharedAndReadOnce) {
-  int32_t ids[2] = {-1, -1};
-  ASSERT_EQ(VX_Open_Message(&ids[0], "STANDARD_CT", C_STORE_RQ), kOk);
+  ASSERT_EQ(open_ct(), kOk);
+  const vx::ValTagObj* rules = find(0x00080008)->Template;
   set_text(VX_CFG_MSG_INFO_FILE, folder().path("absent.msg"));
-  ASSERT_EQ(VX_Open_Message(&ids[1], "STANDARD_CT", C_STORE_RQ), kOk);
-  EXPECT_EQ(record(ids[0], 0x00080008)->Template, record(ids[1], 0x00080008)->Template);
+  ASSERT_EQ(open_ct(), kOk);
+  EXPECT_EQ(find(0x00080008)->Template, rules);
   int32_t other = -1;
   EXPECT_EQ(VX_Open_Message(&other, "STANDARD_CT", N_GET_RQ), VX_MSGFILE_ERROR);
   EXPECT_EQ(other, -1);
@@ -119,7 +101,7 @@ TEST_F(MessageInfo, RulesAreSharedAndReadOnce) {
   for (const uint16_t command : {C_STORE_RSP, N_DELETE_RQ, N_DELETE_RSP, C_ECHO_RQ, C_ECHO_RSP}) {
     ASSERT_EQ(VX_Open_Message(&other, "STANDARD_CT", command), kOk) << command;
     EXPECT_EQ(vx::find_object(other)->TemplateApplied, 0);
-    EXPECT_TRUE(tags_of(other).empty());
+    EXPECT_TRUE(tags_of(other, 0x00080000).empty());
   }
 }
 
@@ -157,7 +139,7 @@ TEST_F(MessageInfo, RecordsBecomeRules) {
   Body body;
   body.add(0x00100010, "2", "PN").with(9600, "A^B").with(9600, "<null>");
   body.add(0x00100020, "2").with(9600, "");
-  install(InfoBuilder().service(2, C_STORE_RQ, body).bytes());
+  install(file_of(body));
   ASSERT_EQ(vx::get_template("STANDARD_CT", C_STORE_RQ, found), kOk);
   EXPECT_EQ(found->FirstTag->ValueCount, 1);
   EXPECT_EQ(found->FirstTag->Length, 0U);
@@ -175,60 +157,52 @@ TEST_F(MessageInfo, TypesInLetters) {
 }
 
 TEST_F(MessageInfo, ItemsOpenByName) {
-  int32_t id = -1;
   ASSERT_EQ(VX_Open_Item(&id, "REF_IMAGE"), kOk);
-  EXPECT_EQ(tags_of(id), (std::vector<uint32_t>{0x00081150, 0x00081155}));
+  EXPECT_EQ(tags_of(id, 0x00080000), (std::vector<uint32_t>{0x00081150, 0x00081155}));
   EXPECT_EQ(VX_Open_Item(&id, "PATIENT"), VX_MSGFILE_ERROR);
   EXPECT_TRUE(has_log("This item is not in the info file: PATIENT."));
   EXPECT_EQ(VX_Open_Item(&id, "NO_SUCH_ITEM"), kOk);
 }
 
 TEST_F(MessageInfo, BlocksTakeTheFirstFreePlace) {
-  int32_t id = -1;
-  ASSERT_EQ(VX_Open_Empty_Message(&id), kOk);
-  vx::MsgObj& object = *vx::find_object(id);
   ASSERT_EQ(VX_Add_Private_Block(id, "RESIDENT", 0x0009), kOk);
   ASSERT_EQ(VX_Set_Service_Command(id, "STANDARD_CT", C_STORE_RQ), kOk);
   ASSERT_EQ(VX_Add_Standard_Attribute(id, 0x00100010), kOk);
-  EXPECT_EQ(vx::fill_from_template(object, 0, false), kOk);
-  EXPECT_EQ(text(id, 0x00090010), "RESIDENT");
-  EXPECT_EQ(text(id, 0x00090011), "ACME 1.0");
-  EXPECT_NE(record(id, 0x00091102), nullptr);
-  EXPECT_EQ(record(id, 0x00091002), nullptr);
-  EXPECT_NE(record(id, 0x00100010)->Template, nullptr);  // one that was there takes the rules
+  EXPECT_EQ(vx::fill_from_template(object(), 0, false), kOk);
+  EXPECT_EQ(text(0x00090010), "RESIDENT");
+  EXPECT_EQ(text(0x00090011), "ACME 1.0");
+  EXPECT_NE(find(0x00091102), nullptr);
+  EXPECT_EQ(find(0x00091002), nullptr);
+  EXPECT_NE(find(0x00100010)->Template, nullptr);  // one that was there takes the rules
 }
 
 TEST_F(MessageInfo, ValidationPutsRulesOnWhatIsThere) {
-  int32_t id = -1;
-  ASSERT_EQ(VX_Open_Empty_Message(&id), kOk);
-  vx::MsgObj& object = *vx::find_object(id);
   ASSERT_EQ(VX_Set_Service_Command(id, "STANDARD_CT", C_STORE_RQ), kOk);
   ASSERT_EQ(VX_Set_Value_From_String(id, 0x00100010, "A^B"), kOk);
   ASSERT_EQ(VX_Set_Value_From_Int(id, 0x00280100, 16), kOk);
   // One attribute only.
-  EXPECT_EQ(vx::fill_from_template(object, 0x00280100, true), kOk);
-  EXPECT_NE(record(id, 0x00280100)->Template, nullptr);
-  EXPECT_EQ(record(id, 0x00100010)->Template, nullptr);
+  EXPECT_EQ(vx::fill_from_template(object(), 0x00280100, true), kOk);
+  EXPECT_NE(find(0x00280100)->Template, nullptr);
+  EXPECT_EQ(find(0x00100010)->Template, nullptr);
   // A private block that is not there ends it.
-  EXPECT_EQ(vx::fill_from_template(object, 0, true), VX_NOT_FOUND);
+  EXPECT_EQ(vx::fill_from_template(object(), 0, true), VX_NOT_FOUND);
   ASSERT_EQ(VX_Add_Private_Block(id, "OTHER CODE", 0x0029), kOk);
   ASSERT_EQ(VX_Add_Private_Block(id, "FIRST", 0x0009), kOk);
   ASSERT_EQ(VX_Add_Private_Block(id, "ACME 1.0", 0x0009), kOk);
   ASSERT_EQ(VX_Add_Private_Attribute(id, "ACME 1.0", 0x0009, 2, VX_VR_US), kOk);
-  EXPECT_EQ(vx::fill_from_template(object, 0, true), kOk);
-  EXPECT_EQ(text(id, 0x00100010), "A^B");
-  EXPECT_EQ(record(id, 0x00100010)->Template->AttributeType, vx::kType2);
-  EXPECT_NE(record(id, 0x00091102)->Template, nullptr);
-  EXPECT_EQ(record(id, 0x00080016), nullptr);
-  EXPECT_EQ(object.TemplateApplied, 0);
+  EXPECT_EQ(vx::fill_from_template(object(), 0, true), kOk);
+  EXPECT_EQ(text(0x00100010), "A^B");
+  EXPECT_EQ(find(0x00100010)->Template->AttributeType, vx::kType2);
+  EXPECT_NE(find(0x00091102)->Template, nullptr);
+  EXPECT_EQ(find(0x00080016), nullptr);
+  EXPECT_EQ(object().TemplateApplied, 0);
 }
 
 TEST_F(MessageInfo, FaultsOfTheFileAreNamed) {
-  const std::string good = InfoBuilder().service(2, C_STORE_RQ, Body().add(0x00100010, "2")).bytes();
+  const std::string good = file_of(Body().add(0x00100010, "2"));
   const auto patched = [&](std::size_t at, const std::string& bytes) {
     return std::string(good).replace(at, bytes.size(), bytes);
   };
-  const auto of_body = [](const Body& body) { return InfoBuilder().service(2, C_STORE_RQ, body).bytes(); };
   const struct {
     std::string bytes;
     const char* log;
@@ -246,18 +220,18 @@ TEST_F(MessageInfo, FaultsOfTheFileAreNamed) {
       {InfoBuilder().service(2, N_GET_RQ, Body()).bytes(),
        "Unable to find STANDARD_CT in Info file. Incompatible vexalkit.srv and info.pfl files."},
       {patched(24, number(0xFFFFFFFF, 4)), "Cannot find beginning of message."},
-      {of_body(Body().record(0x00100010, 9999, "4")), "Invalid Cond.Type in message."},
-      {of_body(Body().add(0x00100010, "2", "UN")), "Invalid VR Code in message."},
-      {of_body(Body().add(0x00100010, "2", "ZZ")), "Invalid VR Code in message."},
-      {of_body(Body().add(0x00100010, "2", "L")), "Invalid VR Code in message."},
-      {of_body(Body().add(0x00100010, "2").add(0x00080005, "2")), "Message is not in tag/parm sequence"},
-      {of_body(Body().record(0x00100010, 9500, "PN")), "No type code for tag 0x00100010 in Message File."},
-      {of_body(Body().add(0x00101234, "2")), "No dictionary entry for tag 0x00101234 in Message File."},
-      {of_body(Body().add(0x00091077, "2").with(9700, "ACME 1.0")),
+      {file_of(Body().record(0x00100010, 9999, "4")), "Invalid Cond.Type in message."},
+      {file_of(Body().add(0x00100010, "2", "UN")), "Invalid VR Code in message."},
+      {file_of(Body().add(0x00100010, "2", "ZZ")), "Invalid VR Code in message."},
+      {file_of(Body().add(0x00100010, "2", "L")), "Invalid VR Code in message."},
+      {file_of(Body().add(0x00100010, "2").add(0x00080005, "2")), "Message is not in tag/parm sequence"},
+      {file_of(Body().record(0x00100010, 9500, "PN")), "No type code for tag 0x00100010 in Message File."},
+      {file_of(Body().add(0x00101234, "2")), "No dictionary entry for tag 0x00101234 in Message File."},
+      {file_of(Body().add(0x00091077, "2").with(9700, "ACME 1.0")),
        "No dictionary entry for private tag 0x0009, \"ACME 1.0\", 0x77 in Message File."},
-      {of_body(Body().add(0x00280100, "2", "US").with(1, "word")),
+      {file_of(Body().add(0x00280100, "2", "US").with(1, "word")),
        "Failed to read valid value for tag 0x280100"},
-      {of_body(Body().add(0x00280100, "2", "US").with(9600, "word")),
+      {file_of(Body().add(0x00280100, "2", "US").with(9600, "word")),
        "Failed to read default for tag 0x280100"},
       {good.substr(0, good.size() - 1), "test.msg: Unexpected EOF"},
       {good.substr(0, good.size() - 3), "Error reading message info file."},
@@ -265,20 +239,19 @@ TEST_F(MessageInfo, FaultsOfTheFileAreNamed) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.log);
     install(row.bytes);
-    int32_t id = 5;
-    EXPECT_EQ(VX_Open_Message(&id, "STANDARD_CT", C_STORE_RQ), VX_MSGFILE_ERROR);
+    id = 5;
+    EXPECT_EQ(open_ct(), VX_MSGFILE_ERROR);
     EXPECT_EQ(id, -1);
     EXPECT_TRUE(has_log(row.log)) << testing::PrintToString(log_lines());
   }
   set_text(VX_CFG_MSG_INFO_FILE, "");
-  int32_t id = 5;
-  EXPECT_EQ(VX_Open_Message(&id, "STANDARD_CT", C_STORE_RQ), VX_MSGFILE_ERROR);
+  EXPECT_EQ(open_ct(), VX_MSGFILE_ERROR);
   EXPECT_TRUE(has_log("Could not open message info file, configuration value not set."));
 }
 
 // The dictionary's VR counts; values read for another class of VR must not be taken for items or numbers.
 TEST_F(MessageInfo, TheDictionaryOverridesTheFile) {
-  install(InfoBuilder().service(2, C_STORE_RQ, Body().add(0x00081140, "3", "LO").with(9600, "text")).bytes());
+  install(file_of(Body().add(0x00081140, "3", "LO").with(9600, "text")));
   const vx::MsgTemplate* found = nullptr;
   ASSERT_EQ(vx::get_template("STANDARD_CT", C_STORE_RQ, found), kOk);
   EXPECT_EQ(found->FirstTag->VR, VX_VR_SQ);
@@ -292,18 +265,17 @@ TEST_F(MessageInfo, OpeningWithoutMemory) {
   for (uint64_t allocation = 1; status != kOk; ++allocation) {
     ASSERT_LT(allocation, 1000U);
     vx::model_drop();
-    int32_t id = 5;
+    id = 5;
     vx::fail_allocation_after(allocation);
-    status = VX_Open_Message(&id, "STANDARD_CT", C_STORE_RQ);
+    status = open_ct();
     vx::fail_allocation_after(0);
     if (status == kOk) break;
     ++failures;
     ASSERT_EQ(status, VX_SYSTEM_ERROR) << allocation;
     ASSERT_EQ(id, -1);
-    int32_t next = -1;
-    ASSERT_EQ(VX_Open_Message(&next, "STANDARD_CT", C_STORE_RQ), kOk);
-    ASSERT_EQ(tags_of(next).size(), 11U);
-    VX_Free_Message(&next);
+    ASSERT_EQ(open_ct(), kOk);
+    ASSERT_EQ(tags_of(id, 0x00080000).size(), 11U);
+    VX_Free_Message(&id);
   }
   EXPECT_GT(failures, 50);
 }
@@ -342,15 +314,9 @@ TEST_F(MessageInfo, DamagedFilesEndInAStatus) {
       }
     }
   };
-  const auto used = [] {
-    uint64_t total = 0;
-    uint64_t free_bytes = 0;
-    vx::report_memory(total, free_bytes);
-    return total - free_bytes;
-  };
   read(good);
   EXPECT_EQ(good_reads, 2);
-  const uint64_t used_before = used();
+  const uint64_t used_before = support::memory().used();
   for (std::size_t size = 0; size < good.size(); ++size) read(good.substr(0, size));
   for (std::size_t at = 0; at < good.size(); ++at) {
     for (const char value : {'\0', '\xFF', static_cast<char>(good[at] ^ 1)}) {
@@ -359,7 +325,7 @@ TEST_F(MessageInfo, DamagedFilesEndInAStatus) {
       read(bad);
     }
   }
-  EXPECT_EQ(used(), used_before);
+  EXPECT_EQ(support::memory().used(), used_before);
   ::close(memory);
 }
 

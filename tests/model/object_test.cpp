@@ -2,38 +2,25 @@
 // fails in turn.
 #include "model/object.h"
 
-#include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <cstdlib>
+#include <set>
 #include <string>
-#include <vector>
 
 #include "frame/pool.h"
-#include "model/attributes.h"
 #include "model/message_info.h"
 #include "model/values.h"
-#include "support.h"
+#include "value_fixture.h"
 
 namespace {
 
 constexpr uint32_t kSequence = 0x00081140;
 constexpr uint32_t kOtherSequence = 0x00081115;
 
-class Objects : public support::LibraryTest {
+class Objects : public support::ModelTest {
  protected:
-  void SetUp() override { ASSERT_EQ(begin_with_full_data(), VX_NORMAL_COMPLETION); }
   static bool lives(int32_t id) { return vx::find_object(id) != nullptr; }
-  static int32_t message() {
-    int32_t id = -1;
-    EXPECT_EQ(VX_Open_Empty_Message(&id), VX_NORMAL_COMPLETION);
-    return id;
-  }
-  static int32_t item() {
-    int32_t id = -1;
-    EXPECT_EQ(VX_Open_Empty_Item(&id), VX_NORMAL_COMPLETION);
-    return id;
-  }
   static VX_STATUS hold(int32_t holder, int32_t held, uint32_t tag = kSequence) {
     return VX_Set_Next_Value_From_Int(holder, tag, held);
   }
@@ -41,62 +28,57 @@ class Objects : public support::LibraryTest {
 };
 
 TEST_F(Objects, OpeningAndItsRefusals) {
-  int32_t id = 5;
   EXPECT_EQ(VX_Open_Message(&id, "STANDARD_CT", 0x0002), VX_INVALID_COMMAND);
   EXPECT_EQ(id, -1);
   EXPECT_EQ(VX_Open_Message(&id, nullptr, C_STORE_RQ), VX_NULL_POINTER_PARM);
   EXPECT_EQ(VX_Open_Message(nullptr, "STANDARD_CT", C_STORE_RQ), VX_NULL_POINTER_PARM);
   EXPECT_EQ(VX_Open_Item(&id, nullptr), VX_NULL_POINTER_PARM);
+  const auto service = [this] {
+    const char* name = nullptr;
+    uint16_t command = 0;
+    const VX_STATUS status = VX_Get_Message_Service(id, &name, &command);
+    return status == VX_NORMAL_COMPLETION ? name + (" " + std::to_string(command)) : std::to_string(status);
+  };
   // A service that nobody knows: an open message with the command group.
   ASSERT_EQ(VX_Open_Message(&id, "NO_SUCH_SERVICE", C_STORE_RQ), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(vx::find_object(id)->AttributeCount, 24);
+  EXPECT_EQ(object().AttributeCount, 24);
   EXPECT_EQ(VX_Set_Value_To_NULL(id, 0x00100010), VX_NORMAL_COMPLETION);
-  const char* name = nullptr;
-  uint16_t command = 0;
-  EXPECT_EQ(VX_Get_Message_Service(id, &name, &command), VX_NORMAL_COMPLETION);
-  EXPECT_STREQ(name, "NO_SUCH_SERVICE");
-  EXPECT_EQ(command, C_STORE_RQ);
+  EXPECT_EQ(service(), "NO_SUCH_SERVICE " + std::to_string(C_STORE_RQ));
   EXPECT_EQ(VX_Set_Service_Command(id, "ANOTHER", 3), VX_INVALID_COMMAND);
   EXPECT_EQ(VX_Set_Service_Command(id, nullptr, 3), VX_NULL_POINTER_PARM);
   EXPECT_EQ(VX_Set_Service_Command(id, "ANOTHER", C_ECHO_RSP), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(VX_Get_Message_Service(id, &name, &command), VX_NORMAL_COMPLETION);
-  EXPECT_STREQ(name, "ANOTHER");
-  EXPECT_EQ(command, C_ECHO_RSP);
-  int32_t one = item();
-  EXPECT_EQ(VX_Get_Message_Service(one, &name, &command), VX_INVALID_MESSAGE_ID);
-  ASSERT_EQ(VX_Open_Item(&one, "NO SUCH ITEM"), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(VX_Set_Value_To_NULL(one, 0x00100010), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(service(), "ANOTHER " + std::to_string(C_ECHO_RSP));
+  id = item();
+  EXPECT_EQ(service(), std::to_string(VX_INVALID_MESSAGE_ID));
+  ASSERT_EQ(VX_Open_Item(&id, "NO SUCH ITEM"), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(VX_Set_Value_To_NULL(id, 0x00100010), VX_NORMAL_COMPLETION);
 }
 
 TEST_F(Objects, ATemplateClosesTheTableAndSurvivesEmptying) {
-  int32_t id = -1;
   ASSERT_EQ(VX_Open_Message(&id, "STANDARD_CT", C_STORE_RQ), VX_NORMAL_COMPLETION);
-  const int32_t count = vx::find_object(id)->AttributeCount;
-  EXPECT_GT(count, 50);
+  const int32_t count_before = object().AttributeCount;
+  EXPECT_GT(count_before, 50);
   EXPECT_EQ(VX_Set_Value_To_NULL(id, 0x00540011), VX_INVALID_TAG);
   EXPECT_EQ(VX_Set_Value_From_String(id, 0x00100010, "A^B"), VX_NORMAL_COMPLETION);
   EXPECT_EQ(VX_Empty_Message(id), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(vx::find_object(id)->AttributeCount, count);
-  int32_t values = 0;
-  EXPECT_EQ(VX_Get_Value_Count(id, 0x00100010, &values), VX_EMPTY_VALUE);
-  const vx::ValTagObj* rules = vx::find_tag(*vx::find_object(id), 0x00080060)->Template;
+  EXPECT_EQ(object().AttributeCount, count_before);
+  EXPECT_EQ(count(0x00100010), -VX_EMPTY_VALUE);
+  const vx::ValTagObj* rules = find(0x00080060)->Template;
   ASSERT_NE(rules, nullptr);
   EXPECT_EQ(VX_Delete_Attribute(id, 0x00080060), VX_NORMAL_COMPLETION);
   EXPECT_EQ(VX_Set_Value_To_NULL(id, 0x00080060), VX_INVALID_TAG);
   EXPECT_EQ(VX_Add_Standard_Attribute(id, 0x00080060), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(vx::find_tag(*vx::find_object(id), 0x00080060)->Template, rules);
+  EXPECT_EQ(find(0x00080060)->Template, rules);
 }
 
 TEST_F(Objects, EmptyingDropsCreatorsAsTheSiteSays) {
-  const int32_t id = message();
   for (const bool drop : {false, true}) {
-    VX_Set_Bool_Config_Value(VX_CFG_EMPTY_PRIVATE_CREATOR_CODES, drop ? 1 : 0);
+    set_bool(VX_CFG_EMPTY_PRIVATE_CREATOR_CODES, drop);
     VX_Add_Private_Block(id, "ME", 9);
     VX_Add_Private_Attribute(id, "ME", 9, 1, VX_VR_LO);
     EXPECT_EQ(VX_Empty_Message(id), VX_NORMAL_COMPLETION);
-    int32_t count = 0;
-    EXPECT_EQ(VX_Get_Value_Count(id, 0x00090010, &count), drop ? VX_INVALID_TAG : VX_NORMAL_COMPLETION);
-    EXPECT_EQ(VX_Get_Value_Count(id, 0x00091001, &count), VX_EMPTY_VALUE);
+    EXPECT_EQ(count(0x00090010), drop ? -VX_INVALID_TAG : 1);
+    EXPECT_EQ(count(0x00091001), -VX_EMPTY_VALUE);
   }
 }
 
@@ -119,71 +101,53 @@ TEST_F(Objects, TheLastReferenceFreesAnItem) {
 }
 
 TEST_F(Objects, ReplacingASequenceFreesItsItemsAsTheSiteSays) {
-  const struct {
-    bool release;
-    VX_STATUS (*replace)(int32_t);
-  } kRows[] = {{false, [](int32_t id) { return VX_Set_Value_To_Empty(id, kSequence); }},
-               {true, [](int32_t id) { return VX_Set_Value_To_Empty(id, kSequence); }},
-               {false, [](int32_t id) { return VX_Set_Value_To_NULL(id, kSequence); }},
-               {true, [](int32_t id) { return VX_Set_Value_To_NULL(id, kSequence); }},
-               {false, [](int32_t id) { return VX_Set_Value_From_Int(id, kSequence, item()); }},
-               {true, [](int32_t id) { return VX_Set_Value_From_Int(id, kSequence, item()); }}};
-  for (const auto& row : kRows) {
-    VX_Set_Bool_Config_Value(VX_CFG_RELEASE_SQ_ITEMS, row.release ? 1 : 0);
-    int32_t id = message();
-    int32_t first = item(), second = item();
-    ASSERT_EQ(hold(id, first), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(hold(id, second), VX_NORMAL_COMPLETION);
-    EXPECT_EQ(row.replace(id), VX_NORMAL_COMPLETION);
-    EXPECT_EQ(lives(first), !row.release) << &row - kRows;
-    if (!row.release) {
-      EXPECT_EQ(references(first), 0);
+  using Replace = VX_STATUS (*)(int32_t);
+  for (const Replace replace :
+       {Replace([](int32_t m) { return VX_Set_Value_To_Empty(m, kSequence); }),
+        Replace([](int32_t m) { return VX_Set_Value_To_NULL(m, kSequence); }),
+        Replace([](int32_t m) { return VX_Set_Value_From_Int(m, kSequence, item()); })}) {
+    for (const bool release : {false, true}) {
+      set_bool(VX_CFG_RELEASE_SQ_ITEMS, release);
+      id = message();
+      const int32_t first = item(), second = item();
+      ASSERT_EQ(hold(id, first), VX_NORMAL_COMPLETION);
+      ASSERT_EQ(hold(id, second), VX_NORMAL_COMPLETION);
+      EXPECT_EQ(replace(id), VX_NORMAL_COMPLETION);
+      EXPECT_EQ(lives(first), !release);
+      EXPECT_TRUE(release || references(first) == 0);
+      EXPECT_EQ(VX_Free_Message(&id), VX_NORMAL_COMPLETION);
+      EXPECT_EQ(lives(second), !release);
     }
-    EXPECT_EQ(VX_Free_Message(&id), VX_NORMAL_COMPLETION);
-    EXPECT_EQ(lives(second), !row.release);
   }
 }
 
 TEST_F(Objects, DeletingOneValueOfASequenceFreesItsItem) {
-  const int32_t id = message();
-  std::vector<int32_t> items;
-  for (int i = 0; i < 3; ++i) {
-    items.push_back(item());
-    ASSERT_EQ(hold(id, items.back()), VX_NORMAL_COMPLETION);
-  }
-  int32_t got = 0;
-  VX_Get_Value_To_Int(id, kSequence, &got);
-  VX_Get_Next_Value_To_Int(id, kSequence, &got);
-  EXPECT_EQ(got, items[1]);
+  const int32_t items[] = {item(), item(), item()};
+  for (const int32_t held : items) ASSERT_EQ(hold(id, held), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(text(kSequence), std::to_string(items[0]));
+  EXPECT_EQ(next_text(kSequence), std::to_string(items[1]));
   EXPECT_EQ(VX_Delete_Current_Value(id, kSequence), VX_NORMAL_COMPLETION);
   EXPECT_FALSE(lives(items[1]));
-  EXPECT_EQ(VX_Get_Next_Value_To_Int(id, kSequence, &got), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(got, items[2]);
-  int32_t count = 0;
-  EXPECT_EQ(VX_Get_Value_Count(id, kSequence, &count), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(count, 2);
+  EXPECT_EQ(next_text(kSequence), std::to_string(items[2]));
+  EXPECT_EQ(count(kSequence), 2);
 }
 
 TEST_F(Objects, AForcedFreeTakesTheReferencesAlong) {
-  VX_Set_Bool_Config_Value(VX_CFG_ELIMINATE_ITEM_REFERENCES, 1);
-  const int32_t one = message(), two = message(), held = item(), other = item();
-  for (const int32_t id : {one, two}) {
-    ASSERT_EQ(hold(id, held), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(hold(id, other), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(hold(id, held), VX_NORMAL_COMPLETION);
+  set_bool(VX_CFG_ELIMINATE_ITEM_REFERENCES, true);
+  const int32_t messages[] = {message(), message()}, held = item(), other = item();
+  for (const int32_t one : messages) {
+    for (const int32_t each : {held, other, held}) ASSERT_EQ(hold(one, each), VX_NORMAL_COMPLETION);
   }
   EXPECT_EQ(vx::free_item(*vx::find_object(held), true), VX_NORMAL_COMPLETION);
-  for (const int32_t id : {one, two}) {
-    int32_t count = 0, got = 0;
-    EXPECT_EQ(VX_Get_Value_Count(id, kSequence, &count), VX_NORMAL_COMPLETION);
-    EXPECT_EQ(count, 1);
-    EXPECT_EQ(VX_Get_Value_To_Int(id, kSequence, &got), VX_NORMAL_COMPLETION);
-    EXPECT_EQ(got, other);
+  for (const int32_t one : messages) {
+    id = one;
+    EXPECT_EQ(count(kSequence), 1);
+    EXPECT_EQ(text(kSequence), std::to_string(other));
   }
 }
 
 TEST_F(Objects, AnItemCanNotHoldItself) {
-  const int32_t id = message(), a = item(), b = item(), c = item();
+  const int32_t a = item(), b = item(), c = item();
   ASSERT_EQ(hold(id, a), VX_NORMAL_COMPLETION);
   EXPECT_EQ(hold(a, a), VX_INVALID_VALUE_FOR_VR);
   ASSERT_EQ(hold(a, b), VX_NORMAL_COMPLETION);
@@ -224,7 +188,7 @@ TEST_F(Objects, FreeingADeepNestCostsNoStack) {
 }
 
 TEST_F(Objects, ReportItemsAreNotFreedHere) {
-  int32_t id = item();
+  id = item();
   vx::find_object(id)->ObjectKind = vx::Kind::SrItem;
   EXPECT_EQ(VX_Free_Message(&id), VX_INVALID_MESSAGE_ID);
   EXPECT_EQ(VX_Free_Item(&id), VX_INVALID_ITEM_ID);
@@ -257,12 +221,12 @@ VX_STATUS give_bytes(int32_t, uint32_t, int32_t first, void*, int32_t* size, voi
 // faults.
 void session(int32_t app) {
   const auto expect = [](VX_STATUS status) {
-    const bool fine =
-        status == VX_NORMAL_COMPLETION || status == VX_SYSTEM_ERROR || status == VX_INVALID_TAG ||
-        status == VX_INVALID_MESSAGE_ID || status == VX_EMPTY_VALUE || status == VX_NOT_FOUND ||
-        status == VX_NULL_VALUE || status == VX_INVALID_PRIVATE_CODE || status == VX_MSGFILE_ERROR ||
-        status == VX_INVALID_VALUE_FOR_VR || status == VX_INVALID_ITEM_ID || status == VX_MESSAGE_EMPTY;
-    EXPECT_TRUE(fine) << status << " " << VX_Error_Message(status);
+    static const std::set<VX_STATUS> kFine = {
+        VX_NORMAL_COMPLETION,    VX_SYSTEM_ERROR,         VX_INVALID_TAG,
+        VX_INVALID_MESSAGE_ID,   VX_EMPTY_VALUE,          VX_NOT_FOUND,
+        VX_NULL_VALUE,           VX_INVALID_PRIVATE_CODE, VX_MSGFILE_ERROR,
+        VX_INVALID_VALUE_FOR_VR, VX_INVALID_ITEM_ID,      VX_MESSAGE_EMPTY};
+    EXPECT_EQ(kFine.count(status), 1U) << status << " " << VX_Error_Message(status);
   };
   int32_t id = -1, templated = -1, item = -1, inner = -1;
   expect(VX_Open_Empty_Message(&id));
@@ -337,16 +301,14 @@ TEST_F(FailingAllocation, NeitherCrashesNorLeaks) {
                    int32_t* last) { return hold_nothing(id, 0, user, request, size, data, first, last); }),
             VX_NORMAL_COMPLETION);
   session(app);
-  uint64_t before = 0, after = 0, free_bytes = 0;
-  ASSERT_EQ(VX_Report_Memory(&before, &free_bytes), VX_NORMAL_COMPLETION);
+  const uint64_t before = support::memory().total;
   for (uint64_t n = 1;; ++n) {
     ASSERT_LT(n, 20000U);
     vx::fail_allocation_after(n);
     session(app);
     void* probe = vx::allocate(8);
     vx::release(probe);
-    ASSERT_EQ(VX_Report_Memory(&after, &free_bytes), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(after, before) << "allocation " << n;
+    ASSERT_EQ(support::memory().total, before) << "allocation " << n;
     if (probe == nullptr) break;  // the session needs fewer allocations than this
   }
 }

@@ -1,27 +1,19 @@
 // Private blocks against a plain model, and the functions that reach values through them.
 #include "model/private_blocks.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <map>
 #include <random>
 #include <set>
 #include <string>
 
-#include "model/attributes.h"
-#include "support.h"
+#include "value_fixture.h"
 
 namespace {
 
-class PrivateBlocks : public support::LibraryTest {
+class PrivateBlocks : public support::ModelTest {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(begin_with_full_data(), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(VX_Open_Empty_Message(&id), VX_NORMAL_COMPLETION);
-  }
-  bool has(uint32_t tag) { return VX_Get_Attribute_Info(id, tag, nullptr, nullptr) == VX_NORMAL_COMPLETION; }
-  int32_t id = -1;
+  bool has(uint32_t tag) const { return find(tag) != nullptr; }
 };
 
 // One private group: who sits in which slot, and the elements of each block.
@@ -102,18 +94,14 @@ TEST_F(PrivateBlocks, ARandomSessionAgreesWithAModel) {
       for (const uint8_t element : groups[which].elements[code]) expected.insert(base | slot << 8 | element);
     }
   }
-  std::set<uint32_t> found;
-  for (const vx::TagObj* at = vx::find_object(id)->FirstTag; at != nullptr; at = at->Next)
-    found.insert(at->Tag);
-  EXPECT_EQ(found, expected);
+  EXPECT_EQ(tags_of(id), std::vector<uint32_t>(expected.begin(), expected.end()));
 }
 
 TEST_F(PrivateBlocks, RefusalsComeInTheirOrder) {
   int32_t number = 0;
   char text[16];
   const struct {
-    VX_STATUS status;
-    VX_STATUS expected;
+    VX_STATUS status, expected;
   } kRows[] = {
       {VX_Add_Private_Block(id, nullptr, 9), VX_NULL_POINTER_PARM},
       {VX_Add_Private_Block(-1, "ME", 9), VX_INVALID_MESSAGE_ID},
@@ -152,16 +140,6 @@ TEST_F(PrivateBlocks, RefusalsComeInTheirOrder) {
   EXPECT_TRUE(has(0x00091001));
 }
 
-TEST_F(PrivateBlocks, AFreedSlotIsTakenFirst) {
-  VX_Add_Private_Block(id, "FIRST", 9);
-  VX_Add_Private_Block(id, "SECOND", 9);
-  EXPECT_TRUE(has(0x00090011));
-  VX_Delete_Private_Block(id, "FIRST", 9);
-  EXPECT_FALSE(has(0x00090010));
-  VX_Add_Private_Block(id, "THIRD", 9);
-  EXPECT_TRUE(has(0x00090010));
-}
-
 TEST_F(PrivateBlocks, TwoHundredAndFortyAndNoMore) {
   for (int i = 0; i < 240; ++i) {
     ASSERT_EQ(VX_Add_Private_Block(id, ("B" + std::to_string(i)).c_str(), 0x0011), VX_NORMAL_COMPLETION);
@@ -189,35 +167,31 @@ TEST_F(PrivateBlocks, ACreatorThatCanNotBeSetIsTakenBack) {
 TEST_F(PrivateBlocks, TheSearchLeavesValueCursorsAlone) {
   VX_Add_Private_Block(id, "ONE", 9);
   ASSERT_EQ(VX_Set_Next_Value_From_String(id, 0x00090010, "TWO"), VX_NORMAL_COMPLETION);
-  char text[16];
-  VX_Get_Value_To_String(id, 0x00090010, sizeof text, text);
+  EXPECT_EQ(text(0x00090010), "ONE");
   EXPECT_EQ(VX_Add_Private_Attribute(id, "ONE", 9, 1, VX_VR_LO), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(VX_Get_Next_Value_To_String(id, 0x00090010, sizeof text, text), VX_NORMAL_COMPLETION);
-  EXPECT_STREQ(text, "TWO");
+  EXPECT_EQ(next_text(0x00090010), "TWO");
 }
 
 TEST_F(PrivateBlocks, EmptyBlocksAreTold) {
-  vx::MsgObj& object = *vx::find_object(id);
   VX_Add_Private_Block(id, "ONE", 9);
   VX_Add_Private_Block(id, "TWO", 9);
   VX_Add_Private_Attribute(id, "ONE", 9, 0, VX_VR_LO);
   VX_Add_Private_Attribute(id, "TWO", 9, 0xFF, VX_VR_LO);
-  EXPECT_FALSE(vx::block_has_values(object, "TWO ", 9));
+  EXPECT_FALSE(vx::block_has_values(object(), "TWO ", 9));
   VX_Set_pValue_To_NULL(id, "TWO", 9, 0xFF);
-  EXPECT_TRUE(vx::block_has_values(object, "TWO ", 9));
-  EXPECT_FALSE(vx::block_has_values(object, "ONE", 9));
-  EXPECT_FALSE(vx::block_has_values(object, "NONE", 9));
-  EXPECT_FALSE(vx::block_has_values(object, "TWO", 8));
-  EXPECT_FALSE(vx::block_has_values(object, std::string(514, 'X'), 9));
+  EXPECT_TRUE(vx::block_has_values(object(), "TWO ", 9));
+  EXPECT_FALSE(vx::block_has_values(object(), "ONE", 9));
+  EXPECT_FALSE(vx::block_has_values(object(), "NONE", 9));
+  EXPECT_FALSE(vx::block_has_values(object(), "TWO", 8));
+  EXPECT_FALSE(vx::block_has_values(object(), std::string(514, 'X'), 9));
   VX_Set_Value_From_Int(id, 0x00090000, 4);
-  EXPECT_TRUE(vx::block_has_values(object, "ONE", 9)) << "a group length with a value counts";
+  EXPECT_TRUE(vx::block_has_values(object(), "ONE", 9)) << "a group length with a value counts";
 }
 
 TEST_F(PrivateBlocks, ItemsOfAPrivateSequenceFindTheirCreator) {
   VX_Add_Private_Block(id, "ME", 9);
   VX_Add_Private_Attribute(id, "ME", 9, 1, VX_VR_SQ);
-  int32_t item = -1;
-  VX_Open_Empty_Item(&item);
+  const int32_t item = ModelTest::item();
   VX_Add_Nonstandard_Attribute(item, 0x00091002, VX_VR_LO);
   VX_Add_Nonstandard_Attribute(item, 0x00091102, VX_VR_LO);
   ASSERT_EQ(VX_Set_pValue_From_Int(id, "ME", 9, 1, item), VX_NORMAL_COMPLETION);

@@ -1,8 +1,6 @@
 // Value chains: states, cursors, pieces, and the functions that do not convert.
 #include "model/values.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstring>
 #include <optional>
@@ -10,25 +8,19 @@
 #include <string>
 #include <vector>
 
-#include "model/attributes.h"
-#include "support.h"
+#include "value_fixture.h"
 
 namespace {
 
 constexpr uint32_t kTag = 0x00111010;
 
-class Values : public support::LibraryTest {
+class Values : public support::ModelTest {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(begin_with_full_data(), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(VX_Open_Empty_Message(&id), VX_NORMAL_COMPLETION);
-  }
-  vx::MsgObj& object() { return *vx::find_object(id); }
   // A fresh attribute of a VR.
-  vx::TagObj& make(VX_VR vr, uint32_t tag = kTag) {
-    VX_Delete_Attribute(id, tag);
+  vx::TagObj& make(VX_VR vr) {
+    VX_Delete_Attribute(id, kTag);
     vx::TagObj* attribute = nullptr;
-    EXPECT_EQ(vx::new_tag(object(), tag, vr, 1, 255, &attribute), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(vx::new_tag(object(), kTag, vr, 1, 255, &attribute), VX_NORMAL_COMPLETION);
     return *attribute;
   }
   // Its bytes, whatever the pieces.
@@ -47,59 +39,49 @@ class Values : public support::LibraryTest {
           VX_NORMAL_COMPLETION);
     }
   }
-  int32_t id = -1;
 };
 
 TEST_F(Values, StatesAndTheirCounts) {
-  int32_t count = -1;
-  uint32_t length = 99;
   make(VX_VR_LO);
-  EXPECT_EQ(VX_Get_Value_Count(id, kTag, &count), VX_EMPTY_VALUE);
-  EXPECT_EQ(count, 0);
+  EXPECT_EQ(count(kTag), -VX_EMPTY_VALUE);
   EXPECT_EQ(VX_Set_Value_To_NULL(id, kTag), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(VX_Get_Value_Count(id, kTag, &count), VX_NULL_VALUE);
-  EXPECT_EQ(count, 0);
-  EXPECT_EQ(VX_Get_Value_Length(id, kTag, 1, &length), VX_NULL_VALUE);
-  EXPECT_EQ(length, 0U);
+  EXPECT_EQ(count(kTag), -VX_NULL_VALUE);
+  EXPECT_EQ(length(kTag), -VX_NULL_VALUE);
   EXPECT_EQ(VX_Set_Next_Value_To_NULL(id, kTag), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(VX_Get_Value_Count(id, kTag, &count), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(count, 2);
+  EXPECT_EQ(count(kTag), 2);
   EXPECT_EQ(VX_Set_Value_To_Empty(id, kTag), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(VX_Get_Value_Count(id, kTag, &count), VX_EMPTY_VALUE);
-  EXPECT_EQ(VX_Get_Value_Length(id, kTag, 1, &length), VX_EMPTY_VALUE);
-  EXPECT_EQ(VX_Get_Value_Length(id, kTag, 0, &length), VX_INVALID_VALUE_NUMBER);
-  EXPECT_EQ(VX_Get_Value_Count(id, 0x00100010, &count), VX_INVALID_TAG);
+  EXPECT_EQ(count(kTag), -VX_EMPTY_VALUE);
+  EXPECT_EQ(length(kTag), -VX_EMPTY_VALUE);
+  EXPECT_EQ(length(kTag, 0), -VX_INVALID_VALUE_NUMBER);
+  EXPECT_EQ(count(0x00100010), -VX_INVALID_TAG);
   for (const VX_VR vr : {VX_VR_LT, VX_VR_ST, VX_VR_UR, VX_VR_UT, VX_VR_US, VX_VR_OB, VX_VR_UN, VX_VR_SQ}) {
     make(vr);
     EXPECT_EQ(VX_Set_Next_Value_To_NULL(id, kTag), VX_INCOMPATIBLE_VR) << vr;
     EXPECT_EQ(VX_Set_Value_To_NULL(id, kTag), VX_NORMAL_COMPLETION);
-    EXPECT_EQ(VX_Get_Value_Count(id, kTag, &count), VX_NULL_VALUE);
+    EXPECT_EQ(count(kTag), -VX_NULL_VALUE);
   }
 }
 
 TEST_F(Values, LengthsByClass) {
-  uint32_t length = 0;
-  store_pieces(make(VX_VR_OB), {"abc", "de", "f"});
-  int32_t count = 0;
-  EXPECT_EQ(VX_Get_Value_Count(id, kTag, &count), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(count, 1);
-  EXPECT_EQ(VX_Get_Value_Length(id, kTag, 99, &length), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(length, 6U);
-  store_pieces(make(VX_VR_LO), {"abc", "de", "f"});
-  EXPECT_EQ(VX_Get_Value_Length(id, kTag, 2, &length), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(length, 2U);
-  EXPECT_EQ(VX_Get_Value_Length(id, kTag, 4, &length), VX_INVALID_VALUE_NUMBER);
-  store_pieces(make(VX_VR_FL), {"aaaabbbb", "cccc"});
-  EXPECT_EQ(VX_Get_Value_Length(id, kTag, 3, &length), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(length, 4U);
-  EXPECT_EQ(VX_Get_Value_Length(id, kTag, 4, &length), VX_INVALID_VALUE_NUMBER);
-  // A part of a value at the end counts only where the site allows it.
-  store_pieces(make(VX_VR_UL), {"aaaabb"});
-  EXPECT_EQ(VX_Get_Value_Length(id, kTag, 1, &length), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(length, 4U);
-  VX_Set_Bool_Config_Value(VX_CFG_ALLOW_INVALID_LENGTH_FOR_VR, 1);
-  EXPECT_EQ(VX_Get_Value_Length(id, kTag, 1, &length), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(length, 6U);
+  const std::vector<std::string> three = {"abc", "de", "f"}, wide = {"aaaabbbb", "cccc"};
+  const struct {
+    VX_VR vr;
+    std::vector<std::string> pieces;
+    int32_t count, value, length;
+    bool parts_count = false;  // a part of a value at the end counts only where the site allows it
+  } kRows[] = {{VX_VR_OB, three, 1, 99, 6},
+               {VX_VR_LO, three, 3, 2, 2},
+               {VX_VR_LO, three, 3, 4, -VX_INVALID_VALUE_NUMBER},
+               {VX_VR_FL, wide, 3, 3, 4},
+               {VX_VR_FL, wide, 3, 4, -VX_INVALID_VALUE_NUMBER},
+               {VX_VR_UL, {"aaaabb"}, 1, 1, 4},
+               {VX_VR_UL, {"aaaabb"}, 1, 1, 6, true}};
+  for (const auto& row : kRows) {
+    set_bool(VX_CFG_ALLOW_INVALID_LENGTH_FOR_VR, row.parts_count);
+    store_pieces(make(row.vr), row.pieces);
+    EXPECT_EQ(count(kTag), row.count) << row.vr;
+    EXPECT_EQ(length(kTag, row.value), row.length) << row.vr << " " << row.value;
+  }
 }
 
 TEST_F(Values, BuffersGoInAndOut) {
@@ -140,14 +122,13 @@ TEST_F(Values, BuffersGoInAndOut) {
 }
 
 struct Reader {
-  std::string pieces;  // "piece|piece|", '^' before the first, '$' behind the last
+  std::string pieces;
   int stop_after = 100;
 
   static VX_STATUS take(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t first,
                         int32_t last) {
     auto& self = *static_cast<Reader*>(user);
-    self.pieces +=
-        (first != 0 ? "^" : "") + std::string(static_cast<char*>(data), size) + (last != 0 ? "$" : "|");
+    support::mark_piece(&self.pieces, size, data, first, last);
     return --self.stop_after > 0 ? VX_NORMAL_COMPLETION : VX_CANNOT_COMPLY;
   }
 };
@@ -279,9 +260,7 @@ TEST_F(Values, PiecesEndAnywhereAndNothingIsLostByAnotherVr) {
     };
     store_pieces(make(VX_VR_OF), pieces_of(numbers));
     ASSERT_EQ(VX_Set_Value_Representation(id, kTag, VX_VR_FL), VX_NORMAL_COMPLETION);
-    int32_t count = 0;
-    EXPECT_EQ(VX_Get_Value_Count(id, kTag, &count), VX_NORMAL_COMPLETION);
-    EXPECT_EQ(count, kMany);
+    EXPECT_EQ(count(kTag), kMany);
     float number = -1;
     ASSERT_EQ(VX_Get_Value_To_Float(id, kTag, &number), VX_NORMAL_COMPLETION);
     for (int32_t i = 1; i < kMany; ++i) {
@@ -448,7 +427,7 @@ TEST_F(Values, ARandomTextSessionAgreesWithAVector) {
                   model.length(number, want));
         ASSERT_EQ(got, want);
     }
-    ASSERT_EQ(static_cast<std::size_t>(vx::find_tag(object(), kTag)->ValueCount), model.values.size());
+    ASSERT_EQ(static_cast<std::size_t>(find(kTag)->ValueCount), model.values.size());
   }
 }
 
