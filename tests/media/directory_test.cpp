@@ -3,30 +3,21 @@
 #include <map>
 
 #include "codec/saved_data.h"
-#include "codec/streams.h"
+#include "media/media.h"
 
 namespace {
 
-using namespace streams;
-using support::LibraryTest;
+using namespace media;
 
-class Directory : public LibraryTest {
+class Directory : public MediaTest {
  protected:
   void SetUp() override {
-    LibraryTest::SetUp();
-    ASSERT_EQ(begin_with_full_data(), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(VX_Register_Application(&app_, "DIRECTORIES"), VX_NORMAL_COMPLETION);
-    dir_ = create();
-  }
-  static int32_t create(const char* syntax = "1.2.840.10008.1.2.1") {
-    int32_t id = -1;
-    EXPECT_EQ(VX_Create_File(&id, "DICOMDIR", "DICOMDIR", 1), VX_NORMAL_COMPLETION);
-    VX_Set_Value_From_String(id, 0x00020010, syntax);
-    return id;
+    MediaTest::SetUp();
+    dir_ = new_directory();
+    VX_Set_Value_From_String(dir_, 0x00020010, "1.2.840.10008.1.2.1");
   }
   struct Added {
-    int32_t entity = 0;
-    int32_t record = 0;
+    int32_t entity = 0, record = 0;
   };
   Added add_entity(int32_t parent, const char* name, VX_STATUS expected = VX_NORMAL_COMPLETION) const {
     Added added;
@@ -52,48 +43,7 @@ class Directory : public LibraryTest {
     VX_Set_Value_From_String(images_.record, 0x00200013, "10");
     VX_Set_Value_From_String(image_2_, 0x00200013, "2");
   }
-  static std::string write(int32_t id) {
-    Sink sink;
-    EXPECT_EQ(VX_Write_File(id, 0, &sink, &file_output), VX_NORMAL_COMPLETION);
-    return sink.bytes;
-  }
-  int32_t read(const std::string& bytes, VX_STATUS expected = VX_NORMAL_COMPLETION) const {
-    int32_t id = -1;
-    EXPECT_EQ(VX_Create_File(&id, "DICOMDIR", "DICOMDIR", 1), VX_NORMAL_COMPLETION);
-    Source source{bytes};
-    EXPECT_EQ(VX_Open_File(app_, id, &source, &file_input), expected);
-    return id;
-  }
-  // The tree as text: "PATIENT Zeta(STUDY(...))", by the walking functions alone.
-  static std::string tree(int32_t id) {
-    int32_t entity = 0;
-    int32_t record = 0;
-    int32_t last = 0;
-    const char* name = nullptr;
-    const VX_STATUS status = VX_Dir_Root_Entity(id, &entity, &record, &name, &last);
-    return status == VX_NORMAL_COMPLETION ? entity_text(id, entity, record, name, last) : "no root";
-  }
-  static std::string entity_text(int32_t id, int32_t entity, int32_t record, const char* name, int32_t last) {
-    std::string out;
-    for (int guard = 0; record != 0 && guard < 1000; ++guard) {
-      out += std::string(name).substr(8);
-      for (const uint32_t tag : {0x00100010U, 0x00200013U}) {
-        char value[80] = "";
-        if (VX_Get_Value_To_String(record, tag, sizeof value, value) == VX_NORMAL_COMPLETION)
-          out += std::string(" ") + value;
-      }
-      int32_t below = 0;
-      int32_t first = 0;
-      int32_t is_last = 0;
-      EXPECT_EQ(VX_Dir_Next_Entity(id, record, &below, &first, &name, &is_last), VX_NORMAL_COMPLETION);
-      if (below != 0) out += "(" + entity_text(id, below, first, name, is_last) + ")";
-      const bool was_last = last != 0;
-      EXPECT_EQ(VX_Dir_Next_Record(id, entity, &record, &name, &last), VX_NORMAL_COMPLETION);
-      EXPECT_EQ(was_last, record == 0);
-      if (record != 0) out += ",";
-    }
-    return out;
-  }
+  static std::string tree(int32_t id) { return whole_tree(id); }
   static int32_t reference(int32_t id, uint32_t tag) {
     int32_t value = -1;
     VX_Get_Value_To_Int(id, tag, &value);
@@ -109,7 +59,6 @@ class Directory : public LibraryTest {
     VX_Dir_Root_Count(id, &count);
     return count;
   }
-  int32_t app_ = -1;
   int32_t dir_ = -1;
   Added patients_, studies_, series_, images_;
   int32_t image_2_ = 0, image_3_ = 0, patient_2_ = 0;
@@ -122,8 +71,7 @@ TEST_F(Directory, ANewOneHasNoRoot) {
   EXPECT_EQ(VX_Dir_Root_Count(dir_, &count), VX_UNABLE_TO_GET_ITEM_ID);
   EXPECT_EQ(tree(dir_), "no root");
   EXPECT_EQ(VX_Dir_Sort(dir_), VX_UNABLE_TO_GET_ITEM_ID);
-  int32_t file = -1;
-  VX_Create_Empty_File(&file, "x");
+  const Object file(new_file);
   EXPECT_EQ(VX_Dir_Root_Count(file, &count), VX_INVALID_DICOMDIR_ID);
 }
 
@@ -140,19 +88,14 @@ TEST_F(Directory, WrittenAndReadInEveryForm) {
         set_bool(VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ_IN_DICOMDIR, undefined);
         set_bool(VX_CFG_DICOMDIR_STREAM_STORAGE, packed);
         VX_Set_Value_From_String(dir_, 0x00020010, syntax);
-        const std::string bytes = write(dir_);
-        int32_t again = read(bytes);
+        const std::string bytes = write_file(dir_);
+        const Object again(read(bytes));
         EXPECT_EQ(total(again), 7);
         EXPECT_EQ(records(again), 8);
         const bool same_syntax = std::string_view(syntax) == "1.2.840.10008.1.2.1";
-        if (packed && same_syntax) {
-          EXPECT_EQ(write(again), bytes) << "with the records still packed";
-        }
+        EXPECT_TRUE(!packed || !same_syntax || write_file(again) == bytes) << "with the records still packed";
         EXPECT_EQ(tree(again), kTree);
-        if (!packed) {
-          EXPECT_EQ(write(again), bytes);
-        }
-        VX_Free_File(&again);
+        EXPECT_TRUE(packed || write_file(again) == bytes);
       }
     }
   }
@@ -160,13 +103,13 @@ TEST_F(Directory, WrittenAndReadInEveryForm) {
 
 TEST_F(Directory, RecordsPackedByHandAreTheSame) {
   build();
-  const std::string bytes = write(dir_);
+  const std::string bytes = write_file(dir_);
   for (const int32_t record : {patients_.record, patients_.record, image_2_}) {
     EXPECT_EQ(VX_Dir_Stream_Directory_Record(dir_, record), VX_NORMAL_COMPLETION);
   }
-  EXPECT_EQ(write(dir_), bytes);
+  EXPECT_EQ(write_file(dir_), bytes);
   EXPECT_EQ(tree(dir_), kTree);
-  EXPECT_EQ(write(dir_), bytes);
+  EXPECT_EQ(write_file(dir_), bytes);
 }
 
 TEST_F(Directory, WhatMayLieWhere) {
@@ -219,7 +162,7 @@ TEST_F(Directory, Deleting) {
   EXPECT_EQ(reference(dir_, 0x00041202), 0);
   EXPECT_EQ(tree(dir_), "");
   EXPECT_EQ(total(dir_), 0);
-  const std::string empty = write(dir_);
+  const std::string empty = write_file(dir_);
   EXPECT_EQ(tree(read(empty)), "");
   add(patients_.entity, "DIR_REC_TOPIC");
   EXPECT_EQ(tree(dir_), "TOPIC");
@@ -228,8 +171,7 @@ TEST_F(Directory, Deleting) {
 
 TEST_F(Directory, DeletingUnderTheIterator) {
   build();
-  int32_t record = 0;
-  int32_t last = 0;
+  int32_t record = 0, last = 0;
   const char* name = nullptr;
   VX_Dir_First_Record(dir_, images_.entity, &record, &name, &last);
   VX_Dir_Next_Record(dir_, images_.entity, &record, &name, &last);
@@ -247,8 +189,7 @@ TEST_F(Directory, DeletingUnderTheIterator) {
 
 TEST_F(Directory, RecordsThatOthersReferTo) {
   build();
-  int32_t mrdr = 0;
-  int32_t other = 0;
+  int32_t mrdr = 0, other = 0;
   ASSERT_EQ(VX_Dir_Open_MRDR(dir_, image_2_, "DIR_REC_MRDR", &mrdr), VX_NORMAL_COMPLETION);
   ASSERT_EQ(VX_Dir_Reference_MRDR(dir_, image_3_, mrdr), VX_NORMAL_COMPLETION);
   EXPECT_EQ(VX_Dir_Reference_MRDR(dir_, image_3_, patient_2_), VX_INVALID_MRDR_ID);
@@ -311,7 +252,8 @@ TEST_P(Sorting, ByTypeAndValues) {
     EXPECT_EQ(id, expected[i]) << i;
   }
   add(images_.entity, "DIR_REC_IMAGE");
-  EXPECT_EQ(tree(read(write(dir_))), std::string(sorted).insert(std::string(sorted).size() - 3, ",IMAGE"));
+  EXPECT_EQ(tree(read(write_file(dir_))),
+            std::string(sorted).insert(std::string(sorted).size() - 3, ",IMAGE"));
 }
 
 TEST_F(Directory, MoreEntitiesThanTheCounterHas) {
@@ -330,7 +272,7 @@ TEST_F(Directory, AsDeepAsItIsLong) {
   int32_t parent = 0;
   for (int level = 0; level < kLevels; ++level) parent = add_entity(parent, "DIR_REC_PRIVATE").record;
   EXPECT_EQ(VX_Dir_Sort(dir_), VX_NORMAL_COMPLETION);
-  int32_t again = read(write(dir_));
+  int32_t again = read(write_file(dir_));
   EXPECT_EQ(total(again), kLevels);
   int32_t count = 0;
   const int32_t top = reference(again, 0x00041200);
@@ -342,33 +284,10 @@ TEST_F(Directory, AsDeepAsItIsLong) {
 
 // --- Directories that lie ---
 
-// Puts an offset into a directory's bytes: that of `target`'s item, found by its place in the sequence.
-class Forged {
- public:
-  explicit Forged(std::string bytes) : bytes_(std::move(bytes)) {
-    const std::string item("\xFE\xFF\x00\xE0", 4);
-    for (std::size_t at = bytes_.find(item); at != std::string::npos; at = bytes_.find(item, at + 1))
-      items_.push_back(at);
-  }
-  uint32_t offset(std::size_t record) const { return static_cast<uint32_t>(items_[record]); }
-  void set(std::size_t record, uint32_t tag, uint32_t value) {
-    char head[4];
-    vx::store_tag(head, tag, false);
-    const std::size_t at = bytes_.find(std::string(head, 4), record == kTop ? 132 : items_[record]);
-    vx::store32(bytes_.data() + at + 8, value, false);
-  }
-  const std::string& bytes() const { return bytes_; }
-  static constexpr std::size_t kTop = ~std::size_t{0};
-
- private:
-  std::string bytes_;
-  std::vector<std::size_t> items_;
-};
-
 TEST_F(Directory, OffsetsThatLeadNowhereOrBack) {
   build();
   // In the file: patient, study, series, three images, patient.
-  const std::string good = write(dir_);
+  const std::string good = write_file(dir_);
   struct Case {
     const char* what;
     std::function<void(Forged&)> forge;
@@ -390,12 +309,11 @@ TEST_F(Directory, OffsetsThatLeadNowhereOrBack) {
     SCOPED_TRACE(c.what);
     Forged forged(good);
     c.forge(forged);
-    int32_t id = read(forged.bytes(), c.status);
+    const Object id(read(forged.bytes(), c.status));
     EXPECT_EQ(tree(id), c.tree);
     // What was read can be changed and written.
     EXPECT_EQ(VX_Dir_Sort(id), VX_NORMAL_COMPLETION);
-    EXPECT_EQ(total(read(write(id))), total(id));
-    VX_Free_File(&id);
+    EXPECT_EQ(total(read(write_file(id))), total(id));
   }
   EXPECT_TRUE(has_log("Circular reference in DICOMDIR!"));
   EXPECT_TRUE(has_log("Invalid Directory Record Offset 4"));
@@ -406,21 +324,16 @@ TEST_F(Directory, OffsetsThatLeadNowhereOrBack) {
 
 TEST_F(Directory, RecordsUnderAnotherRepresentation) {
   build();
-  std::string bytes = write(dir_);
-  const std::size_t at = bytes.find(std::string("\4\0\x20\x12SQ", 6));
-  ASSERT_NE(at, std::string::npos);
-  bytes.replace(at + 4, 2, "OB");
-  int32_t id = -1;
-  VX_Create_File(&id, "DICOMDIR", "DICOMDIR", 1);
-  Source source{bytes};
-  VX_Open_File(app_, id, &source, &file_input);
-  int32_t entity = 0;
-  int32_t record = 0;
-  VX_Dir_Add_Entity(id, 0, "DIR_REC_PATIENT", &entity, &record);
+  std::string bytes = write_file(dir_);
+  bytes.replace(bytes.find(std::string("\4\0\x20\x12SQ", 6)) + 4, 2, "OB");
+  const Object id(new_directory());
+  EXPECT_NE(read_file(app_, id, bytes), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(tree(id), "no root");
+  Added added;
+  VX_Dir_Add_Entity(id, 0, "DIR_REC_PATIENT", &added.entity, &added.record);
   VX_Dir_Sort(id);
   Sink sink;
   VX_Write_File(id, 0, &sink, &file_output);
-  VX_Free_File(&id);
 }
 
 TEST_F(Directory, ReferencesChangedByHandEndAWalk) {

@@ -11,25 +11,22 @@
 #include <functional>
 #include <random>
 
-#include "codec/streams.h"
 #include "media/file_op.h"
+#include "media/media.h"
 
 namespace {
 
-using namespace streams;
-using support::LibraryTest;
+using namespace media;
 
-class Handler : public LibraryTest {
+class Handler : public MediaTest {
  protected:
   void SetUp() override {
-    LibraryTest::SetUp();
-    ASSERT_EQ(begin_with_full_data(), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(VX_Register_Application(&app_, "HANDLER"), VX_NORMAL_COMPLETION);
+    MediaTest::SetUp();
     path_ = folder().path("DICOMDIR");
   }
   void TearDown() override {
     vx::fail_file_change_after(0, vx::FileFault::Once);
-    LibraryTest::TearDown();
+    MediaTest::TearDown();
   }
   int32_t create() const {
     int32_t id = -1;
@@ -60,7 +57,7 @@ class Handler : public LibraryTest {
   }
   // Patients A, B and C; A has a study with a series of two images.
   void build() const {
-    int32_t id = create();
+    const Object id(create());
     const int32_t a = add(id, "PATIENT", "A");
     add(id, nullptr, "B");
     const int32_t series = add(add(a, "STUDY"), nullptr);
@@ -68,14 +65,12 @@ class Handler : public LibraryTest {
     add(series, nullptr, "I2");
     add(id, "PATIENT", "C");
     EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
-    VX_Free_File(&id);
   }
   // What a handler sees, by records alone.
   static std::string tree(int32_t parent, int depth = 0) {
     std::string out;
     for (int32_t id = first(parent); id != 0 && depth < 10; id = next(id)) {
-      char type[80] = "";
-      char name[80] = "";
+      char type[80] = "", name[80] = "";
       VX_Get_Value_To_String(id, 0x00041430, sizeof type, type);
       VX_Get_Value_To_String(id, 0x00100010, sizeof name, name);
       out += (out.empty() ? "" : ",") + std::string(type) + (*name != '\0' ? std::string(" ") + name : "");
@@ -84,51 +79,21 @@ class Handler : public LibraryTest {
     }
     return out;
   }
-  // What a reader of the whole file sees, which follows every offset.
+  // What a reader of the whole file sees, which follows every offset. (0004,1202) is the last of the root.
   std::string whole() const {
-    int32_t id = -1;
-    EXPECT_EQ(VX_Create_File(&id, "DICOMDIR", "DICOMDIR", 1), VX_NORMAL_COMPLETION);
-    Source source{folder().read("DICOMDIR")};
-    EXPECT_EQ(VX_Open_File(app_, id, &source, &file_input), VX_NORMAL_COMPLETION);
-    int32_t entity = 0;
-    int32_t record = 0;
+    const Object id(read(bytes()));
     int32_t last = 0;
-    const char* name = nullptr;
-    EXPECT_EQ(VX_Dir_Root_Entity(id, &entity, &record, &name, &last), VX_NORMAL_COMPLETION);
-    std::string out = entity_text(id, entity, record);
-    // (0004,1202) is the last of the root.
-    int32_t stored = -1;
-    VX_Get_Value_To_Int(id, 0x00041202, &stored);
-    int32_t true_last = 0;
-    for (VX_Dir_First_Record(id, entity, &record, &name, &last); record != 0;) {
-      true_last = record;
-      VX_Dir_Next_Record(id, entity, &record, &name, &last);
-    }
-    EXPECT_EQ(stored, true_last);
-    VX_Free_File(&id);
-    return out;
+    const std::string text = whole_tree(id, &last);
+    EXPECT_EQ(streams::text(id, 0x00041202), std::to_string(last));
+    return text;
   }
-  static std::string entity_text(int32_t dir, int32_t entity, int32_t record) {
-    std::string out;
-    int32_t last = 0;
-    const char* item = nullptr;
-    while (record != 0) {
-      char type[80] = "";
-      char name[80] = "";
-      VX_Get_Value_To_String(record, 0x00041430, sizeof type, type);
-      VX_Get_Value_To_String(record, 0x00100010, sizeof name, name);
-      out += (out.empty() ? "" : ",") + std::string(type) + (*name != '\0' ? std::string(" ") + name : "");
-      int32_t below = 0;
-      int32_t lower = 0;
-      EXPECT_EQ(VX_Dir_Next_Entity(dir, record, &below, &lower, &item, &last), VX_NORMAL_COMPLETION);
-      if (below != 0) out += "(" + entity_text(dir, below, lower) + ")";
-      EXPECT_EQ(VX_Dir_Next_Record(dir, entity, &record, &item, &last), VX_NORMAL_COMPLETION);
-    }
-    return out;
+  // A record more, and the update.
+  static VX_STATUS update_with(int32_t id, const char* name) {
+    add(id, "PATIENT", name);
+    return VX_DDH_Update(id);
   }
   std::string bytes() const { return folder().read("DICOMDIR"); }
   bool journal_left() const { return std::filesystem::exists(path_ + ".vxj"); }
-  int32_t app_ = -1;
   std::string path_;
 };
 
@@ -139,15 +104,12 @@ TEST_F(Handler, CreatedFilledAndReadByBoth) {
     set_bool(VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ_IN_DICOMDIR, undefined);
     build();
     EXPECT_EQ(whole(), kTree);
-    int32_t id = open();
+    const Object id(open());
     EXPECT_EQ(tree(id), kTree);
-    char text[80] = "";
-    VX_Get_Value_To_String(id, 0x00020003, sizeof text, text);
-    EXPECT_GE(std::string(text).size(), 60U);
+    EXPECT_GE(text(id, 0x00020003).size(), 60U);
     // A second update moves the end; only one delimiter stands there.
     add(first(first(id)), "SERIES");
-    add(id, "PATIENT", "D");
-    EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(update_with(id, "D"), VX_NORMAL_COMPLETION);
     const char* expected = "PATIENT A(STUDY(SERIES(IMAGE I1,IMAGE I2),SERIES)),PATIENT B,PATIENT C,PATIENT D";
     EXPECT_EQ(tree(id), expected);
     EXPECT_EQ(whole(), expected);
@@ -158,11 +120,8 @@ TEST_F(Handler, CreatedFilledAndReadByBoth) {
     EXPECT_EQ(bytes(), before) << "nothing to do";
     EXPECT_FALSE(journal_left());
     // Whole files are read and written by others.
-    Source source{before};
-    EXPECT_EQ(VX_Open_File(app_, id, &source, &file_input), VX_INVALID_FILE_ID);
-    Sink sink;
-    EXPECT_EQ(VX_Write_File(id, 0, &sink, &file_output), VX_INVALID_FILE_ID);
-    VX_Free_File(&id);
+    EXPECT_EQ(read_file(app_, id, before), VX_INVALID_FILE_ID);
+    EXPECT_EQ(write_file(id, 0, VX_INVALID_FILE_ID), "");
     std::filesystem::remove(path_);
   }
 }
@@ -179,15 +138,13 @@ TEST_F(Handler, TypesAndPlaces) {
   const int32_t overlay = add(series, "OVERLAY");
   EXPECT_EQ(VX_DDH_Add_Record(overlay, "PRIVATE", &record), VX_INVALID_DIR_RECORD_TYPE);
   VX_DIR_RECORD_TYPE type = VX_DIR_PATIENT;
-  EXPECT_EQ(VX_DDH_Get_Record_Type(overlay, &type), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(type, VX_DIR_UNKNOWN);
-  EXPECT_EQ(VX_DDH_Get_Record_Type(add(series, "1.2.840.10008.5.1.4.1.1.88.59"), &type),
-            VX_NORMAL_COMPLETION);
-  EXPECT_EQ(type, VX_DIR_KEY_OBJECT_DOC);
-  // Not in the table, but with pixels.
-  EXPECT_EQ(VX_DDH_Get_Record_Type(add(series, "1.2.840.10008.5.1.4.1.1.77.1.6"), &type),
-            VX_NORMAL_COMPLETION);
-  EXPECT_EQ(type, VX_DIR_IMAGE);
+  for (const auto& [made, expected] : {std::pair{overlay, VX_DIR_UNKNOWN},
+                                       {add(series, "1.2.840.10008.5.1.4.1.1.88.59"), VX_DIR_KEY_OBJECT_DOC},
+                                       // Not in the table, but with pixels.
+                                       {add(series, "1.2.840.10008.5.1.4.1.1.77.1.6"), VX_DIR_IMAGE}}) {
+    EXPECT_EQ(VX_DDH_Get_Record_Type(made, &type), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(type, expected);
+  }
   EXPECT_EQ(VX_DDH_Get_Parent_Record(overlay, &record), VX_NORMAL_COMPLETION);
   EXPECT_EQ(record, series);
   EXPECT_EQ(VX_DDH_Get_Record_Type(id, &type), VX_INVALID_RECORD_ID);
@@ -255,17 +212,15 @@ TEST_F(Handler, DeletingAndReleasing) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     folder().write("DICOMDIR", good);
-    int32_t id = open();
+    const Object id(open());
     c.work(id);
     EXPECT_EQ(bytes(), good) << "nothing is written before the update";
     EXPECT_EQ(tree(id), c.tree);
     EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
     EXPECT_EQ(tree(id), c.tree);
     EXPECT_EQ(whole(), c.tree);
-    add(id, "PATIENT", "Z");
-    EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+    EXPECT_EQ(update_with(id, "Z"), VX_NORMAL_COMPLETION);
     EXPECT_EQ(whole(), std::string(c.tree) + (*c.tree != '\0' ? "," : "") + "PATIENT Z");
-    VX_Free_File(&id);
   }
 }
 
@@ -333,11 +288,9 @@ TEST_F(Handler, AnUpdateIsWholeOrNotDone) {
           vx::fail_file_change_after(1 + n % 4, FileFault::Killed);
           VX_DDH_Open(path_.c_str(), &id);
         });
-        int32_t again = open();
-        EXPECT_EQ(tree(again), kTree);
+        EXPECT_EQ(tree(Object(open())), kTree);
         EXPECT_EQ(bytes(), good);
         EXPECT_FALSE(journal_left());
-        VX_Free_File(&again);
       }
       EXPECT_GT(n, 6);
     }
@@ -353,7 +306,7 @@ TEST_F(Handler, AFullDiskChangesNothing) {
   ::signal(SIGXFSZ, SIG_IGN);
   for (const std::size_t room : {std::size_t{8}, good.size(), good.size() + 40}) {
     folder().write("DICOMDIR", good);
-    int32_t id = open();
+    const Object id(open());
     add(id, "PATIENT", "D");
     const rlimit tight{room, old.rlim_max};
     ::setrlimit(RLIMIT_FSIZE, &tight);
@@ -364,7 +317,6 @@ TEST_F(Handler, AFullDiskChangesNothing) {
     EXPECT_FALSE(journal_left()) << room;
     EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
     EXPECT_EQ(whole(), std::string(kTree) + ",PATIENT D");
-    VX_Free_File(&id);
   }
   ::signal(SIGXFSZ, SIG_DFL);
 }
@@ -374,9 +326,7 @@ TEST_F(Handler, JournalsOfOthers) {
   build();
   const std::string good = bytes();
   const auto number = [](uint64_t value) {
-    std::string text(8, '\0');
-    for (int i = 0; i < 8; ++i) text[static_cast<std::size_t>(i)] = static_cast<char>(value >> (8 * i));
-    return text;
+    return Writer().u32(static_cast<uint32_t>(value)).u32(static_cast<uint32_t>(value >> 32)).str();
   };
   const auto journal = [&](uint64_t size, uint64_t offset, const std::string& old) {
     std::string text = "VXJ1" + number(size) + number(offset) + number(old.size()) + old;
@@ -396,17 +346,15 @@ TEST_F(Handler, JournalsOfOthers) {
   for (std::size_t length = 5; length < proper.size(); length += 3) none.push_back(proper.substr(0, length));
   for (const std::string& text : none) {
     folder().write("DICOMDIR.vxj", text);
-    int32_t id = open();
+    const Object id(open());
     EXPECT_EQ(bytes(), good);
     EXPECT_FALSE(journal_left());
-    VX_Free_File(&id);
   }
   folder().write("DICOMDIR", good + "half a record");
   folder().write("DICOMDIR.vxj", proper);
-  int32_t id = open();
+  const Object id(open());
   EXPECT_EQ(bytes(), "old!" + good.substr(4));
   EXPECT_FALSE(journal_left());
-  VX_Free_File(&id);
 }
 
 // What has been changed, with names, in memory alone.
@@ -432,11 +380,10 @@ TEST_F(Handler, PartlyLinkedUpdatesAgainstAFullReread) {
   for (int round = 0; round < 24; ++round) {
     set_bool(VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ_IN_DICOMDIR, round % 2 != 0);
     std::filesystem::remove(path_);
-    int32_t id = create();
-    VX_Free_File(&id);
+    (void)Object(create());
     Expected root;
     for (int session = 0; session < 4; ++session) {
-      id = open();
+      const Object id(open());
       for (int change = 0; change < 12; ++change) {
         // A way down that reads no further than it must.
         std::vector<Expected*> path = {&root};
@@ -461,14 +408,11 @@ TEST_F(Handler, PartlyLinkedUpdatesAgainstAFullReread) {
           add(ids.back(), nullptr, name.c_str());
           path.back()->below.push_back({std::string(kTypes[path.size() - 1]) + " " + name, {}});
         }
-        if (pick(6) == 0) {
-          EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
-        }
+        EXPECT_TRUE(pick(6) != 0 || VX_DDH_Update(id) == VX_NORMAL_COMPLETION);
       }
       ASSERT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
       ASSERT_EQ(whole(), root.tree()) << round << " " << session;
       ASSERT_EQ(tree(id), root.tree()) << round << " " << session;
-      VX_Free_File(&id);
     }
   }
 }
@@ -476,58 +420,40 @@ TEST_F(Handler, PartlyLinkedUpdatesAgainstAFullReread) {
 TEST_F(Handler, WhatStandsInTheWayOfAnUpdate) {
   build();
   const std::string good = bytes();
-  const auto try_update = [&](VX_STATUS expected) {
-    int32_t id = open();
-    add(id, "PATIENT", "D");
-    EXPECT_EQ(VX_DDH_Update(id), expected);
-    VX_Free_File(&id);
-  };
   // Padding goes, anything else stays and refuses.
-  const std::string padding = Writer().element(0xFFFCFFFC, "OB", std::string(20, '\0')).str();
+  const std::string padding = elements({{0xFFFCFFFC, "OB", std::string(20, '\0')}});
   folder().write("DICOMDIR", good + padding);
-  try_update(VX_NORMAL_COMPLETION);
+  EXPECT_EQ(update_with(Object(open()), "D"), VX_NORMAL_COMPLETION);
   EXPECT_EQ(bytes().find(padding.substr(0, 12)), std::string::npos);
   EXPECT_EQ(whole(), std::string(kTree) + ",PATIENT D");
-  folder().write("DICOMDIR", good + Writer().element(0x00080005, "CS", "ISO_IR 100").str());
-  try_update(VX_INVALID_FILE);
+  folder().write("DICOMDIR", good + elements({{0x00080005, "CS", "ISO_IR 100"}}));
+  EXPECT_EQ(update_with(Object(open()), "D"), VX_INVALID_FILE);
   // Somebody else has changed it, or is doing so.
   folder().write("DICOMDIR", good);
-  int32_t one = open();
-  int32_t other = open();
-  add(one, "PATIENT", "E");
-  add(other, "PATIENT", "F");
-  EXPECT_EQ(VX_DDH_Update(one), VX_NORMAL_COMPLETION);
+  const Object other(open());
+  EXPECT_EQ(update_with(Object(open()), "E"), VX_NORMAL_COMPLETION);
   const std::string after = bytes();
-  EXPECT_EQ(VX_DDH_Update(other), VX_INVALID_FILE);
+  EXPECT_EQ(update_with(other, "F"), VX_INVALID_FILE);
   EXPECT_EQ(bytes(), after);
   // Another file of the same bytes has taken the place, or the length has changed and the size has not.
-  int32_t orphan = open();
-  add(orphan, "PATIENT", "H");
+  const Object orphan(open());
   std::filesystem::copy_file(path_, path_ + ".copy");
   std::filesystem::rename(path_ + ".copy", path_);
-  EXPECT_EQ(VX_DDH_Update(orphan), VX_INVALID_FILE);
+  EXPECT_EQ(update_with(orphan, "H"), VX_INVALID_FILE);
   EXPECT_EQ(bytes(), after);
-  VX_Free_File(&orphan);
-  VX_Free_File(&one);
-  one = open();
+  const Object one(open()), second(open());
   std::string longer = after;
   ++longer[longer.find(std::string("\4\0\x20\x12SQ", 6)) + 8];
-  orphan = open();
-  add(orphan, "PATIENT", "H");
   std::ofstream(path_, std::ios::in | std::ios::binary) << longer;
-  EXPECT_EQ(VX_DDH_Update(orphan), VX_INVALID_FILE);
+  EXPECT_EQ(update_with(second, "H"), VX_INVALID_FILE);
   EXPECT_EQ(bytes(), longer);
   std::ofstream(path_, std::ios::in | std::ios::binary) << after;
-  VX_Free_File(&orphan);
   vx::FileOp* locked = vx::open_file_op(path_.c_str());
   ASSERT_EQ(vx::make_writable(*locked), VX_NORMAL_COMPLETION);
   ASSERT_TRUE(vx::lock_file(*locked, true));
-  add(one, "PATIENT", "G");
-  EXPECT_EQ(VX_DDH_Update(one), VX_CALLBACK_CANNOT_COMPLY);
+  EXPECT_EQ(update_with(one, "G"), VX_CALLBACK_CANNOT_COMPLY);
   vx::free_file_op(locked);
   EXPECT_EQ(VX_DDH_Update(one), VX_NORMAL_COMPLETION);
-  VX_Free_File(&one);
-  VX_Free_File(&other);
 }
 
 // Files that lack something: what can be done without is, the rest stops an update before it changes
@@ -538,8 +464,7 @@ TEST_F(Handler, FilesThatLackElements) {
     uint32_t tag;   // takes another number, so that nothing moves
     bool last;      // the last of its kind, not the first
     int32_t depth;  // of the parent that a record is added to
-    VX_STATUS open;
-    VX_STATUS update;
+    VX_STATUS open, update;
   };
   constexpr VX_STATUS kOk = VX_NORMAL_COMPLETION;
   const Case cases[] = {
@@ -553,49 +478,36 @@ TEST_F(Handler, FilesThatLackElements) {
   const std::string good = bytes();
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
-    char head[4];
-    vx::store_tag(head, c.tag, false);
     std::string bad = good;
-    const std::string tag(head, 4);
+    const std::string tag = Writer().tag(c.tag);
     ++bad[(c.last ? bad.rfind(tag) : bad.find(tag)) + 2];
     folder().write("DICOMDIR", bad);
-    int32_t id = open(c.open);
+    const Object id(open(c.open));
     if (id < 0) continue;
     int32_t parent = id;
-    if (c.depth > 0) {
-      for (int32_t record = first(id); record != 0; record = next(record)) parent = record;
-    }
+    for (int32_t record = c.depth > 0 ? first(id) : 0; record != 0; record = next(record)) parent = record;
     add(parent, nullptr, "D");
     const std::string expected = tree(id);
     EXPECT_EQ(VX_DDH_Update(id), c.update);
     EXPECT_EQ(bytes() == bad, c.update != kOk);
     EXPECT_FALSE(journal_left());
     EXPECT_EQ(tree(id), expected);
-    VX_Free_File(&id);
-    id = open();
-    EXPECT_EQ(tree(id), c.update == kOk ? expected : kTree);
-    VX_Free_File(&id);
+    EXPECT_EQ(tree(Object(open())), c.update == kOk ? expected : kTree);
   }
   // Without its delimiter a sequence ends with the file.
   set_bool(VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ_IN_DICOMDIR, true);
   std::filesystem::remove(path_);
   build();
   folder().write("DICOMDIR", bytes().substr(0, bytes().size() - 8));
-  int32_t id = open();
-  add(id, "PATIENT", "D");
-  EXPECT_EQ(VX_DDH_Update(id), kOk);
+  EXPECT_EQ(update_with(Object(open()), "D"), kOk);
   EXPECT_EQ(whole(), std::string(kTree) + ",PATIENT D");
   EXPECT_TRUE(has_log("No Sequence Delimiter Element found in DICOMDIR"));
-  VX_Free_File(&id);
   // A last record behind the end of the file leads nowhere: nothing is reserved up to there.
   std::string astray = bytes();
   astray.replace(astray.find(std::string("\4\0\2\x12", 4)) + 8, 4, "\xF0\xFF\xFF\xE8");
   folder().write("DICOMDIR", astray);
-  id = open();
-  add(id, "PATIENT", "E");
-  EXPECT_EQ(VX_DDH_Update(id), VX_INVALID_DIRECTORY_RECORD_OFFSET);
+  EXPECT_EQ(update_with(Object(open()), "E"), VX_INVALID_DIRECTORY_RECORD_OFFSET);
   EXPECT_EQ(bytes(), astray);
-  VX_Free_File(&id);
 }
 
 // Offsets have 32 bits: a directory that would grow beyond them stays as it is.
@@ -607,9 +519,8 @@ TEST_F(Handler, NoGrowthBeyondFourGibibytes) {
   vx::store32(head.data() + length, static_cast<uint32_t>(kSize - length - 4), false);
   folder().write("DICOMDIR", head);
   std::filesystem::resize_file(path_, kSize);
-  int32_t id = open();
-  add(id, "PATIENT", "D");
-  EXPECT_EQ(VX_DDH_Update(id), VX_VALUE_TOO_LARGE);
+  const Object id(open());
+  EXPECT_EQ(update_with(id, "D"), VX_VALUE_TOO_LARGE);
   EXPECT_EQ(std::filesystem::file_size(path_), kSize);
   EXPECT_FALSE(journal_left());
   // What needs no room can be done.
@@ -618,7 +529,6 @@ TEST_F(Handler, NoGrowthBeyondFourGibibytes) {
   EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
   EXPECT_EQ(tree(id), "PATIENT B,PATIENT C");
   EXPECT_EQ(std::filesystem::file_size(path_), kSize);
-  VX_Free_File(&id);
 }
 
 int32_t count_record(int32_t, void* user) {
@@ -635,9 +545,7 @@ TEST_F(Handler, Traversing) {
   };
   const auto visit = [](int32_t record, void* user) {
     auto& state = *static_cast<State*>(user);
-    char type[20] = "";
-    VX_Get_Value_To_String(record, 0x00041430, sizeof type, type);
-    state.seen += *type;
+    state.seen += text(record, 0x00041430)[0];
     const char answer = state.script.empty() ? '0' : state.script[0];
     if (!state.script.empty()) state.script.erase(0, 1);
     int32_t parent = 0;
@@ -648,20 +556,24 @@ TEST_F(Handler, Traversing) {
     }
     return answer >= '0' && answer <= '9' ? answer - '0' : 0;
   };
-  const auto walk = [&](const char* script, VX_STATUS expected = VX_NORMAL_COMPLETION) {
-    State state{"", script};
-    EXPECT_EQ(VX_DDH_Traverse_Records(id, &state, visit), expected) << script;
-    return state.seen;
-  };
-  EXPECT_EQ(walk(""), "PSSIIPP");
-  EXPECT_EQ(walk("2"), "PPP");
-  EXPECT_EQ(walk("0001"), "PSSIPP") << "out of the images";
-  EXPECT_EQ(walk("1"), "P");
-  EXPECT_EQ(walk("003"), "PSS");
-  EXPECT_EQ(walk("7", VX_CALLBACK_CANNOT_COMPLY), "P");
-  EXPECT_EQ(walk("xxxxxxx"), "PSSIIPP");
-  EXPECT_EQ(walk("000r"), "PSSIPP") << "the study is let go from below: on behind it";
-  EXPECT_EQ(walk(""), "PSSIIPP");
+  const struct {
+    const char* script;
+    const char* seen;
+    VX_STATUS status = VX_NORMAL_COMPLETION;
+  } rows[] = {{"", "PSSIIPP"},
+              {"2", "PPP"},
+              {"0001", "PSSIPP"},  // out of the images
+              {"1", "P"},
+              {"003", "PSS"},
+              {"7", "P", VX_CALLBACK_CANNOT_COMPLY},
+              {"xxxxxxx", "PSSIIPP"},
+              {"000r", "PSSIPP"},  // the study is let go from below: on behind it
+              {"", "PSSIIPP"}};
+  for (const auto& row : rows) {
+    State state{"", row.script};
+    EXPECT_EQ(VX_DDH_Traverse_Records(id, &state, visit), row.status) << row.script;
+    EXPECT_EQ(state.seen, row.seen) << row.script;
+  }
   const auto update = [](int32_t, void* user) {
     EXPECT_EQ(VX_DDH_Update(*static_cast<int32_t*>(user)), VX_STATE_VIOLATION);
     return 3;
@@ -672,50 +584,37 @@ TEST_F(Handler, Traversing) {
 
 TEST_F(Handler, OffsetsThatLeadAstray) {
   build();
-  const std::string good = bytes();
-  const std::string item("\xFE\xFF\x00\xE0", 4);
-  std::vector<std::size_t> at;  // of the records in the file: images, series, study, A, B, C
-  for (std::size_t i = good.find(item); i != std::string::npos; i = good.find(item, i + 1)) at.push_back(i);
-  ASSERT_EQ(at.size(), 7U);
-  const auto forge = [&](std::size_t record, uint32_t tag, std::size_t value) {
-    std::string bad = good;
-    char head[4];
-    vx::store_tag(head, tag, false);
-    vx::store32(bad.data() + bad.find(std::string(head, 4), at[record]) + 8, static_cast<uint32_t>(value),
-                false);
-    folder().write("DICOMDIR", bad);
-  };
-  struct Case {
+  // In the file: images, series, study, A, B, C.
+  const Forged good(bytes());
+  ASSERT_EQ(good.size(), 7U);
+  const struct {
     const char* what;
     std::size_t record;
-    uint32_t tag;
-    std::size_t value;
+    uint32_t tag, value;
+  } cases[] = {
+      {"loop of one", 6, 0x00041400, good.offset(6)},  {"loop of two", 6, 0x00041400, good.offset(5)},
+      {"below itself", 4, 0x00041420, good.offset(4)}, {"up to the patient", 1, 0x00041420, good.offset(4)},
+      {"odd", 6, 0x00041400, good.offset(5) + 1},      {"into the head", 6, 0x00041400, 132},
+      {"between", 6, 0x00041400, good.offset(5) + 8},  {"behind the end", 6, 0x00041420, 0xFFFFFFFE},
   };
-  const Case cases[] = {
-      {"loop of one", 6, 0x00041400, at[6]},  {"loop of two", 6, 0x00041400, at[5]},
-      {"below itself", 4, 0x00041420, at[4]}, {"up to the patient", 1, 0x00041420, at[4]},
-      {"odd", 6, 0x00041400, at[5] + 1},      {"into the head", 6, 0x00041400, 132},
-      {"between", 6, 0x00041400, at[5] + 8},  {"behind the end", 6, 0x00041420, 0xFFFFFFFE},
-  };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    forge(c.record, c.tag, c.value);
-    int32_t id = open();
+    Forged bad = good;
+    bad.set(c.record, c.tag, c.value);
+    folder().write("DICOMDIR", bad.bytes());
+    const Object id(open());
     int count = 0;
     EXPECT_EQ(VX_DDH_Traverse_Records(id, &count, &count_record), VX_INVALID_DIRECTORY_RECORD_OFFSET);
     EXPECT_LT(count, 20);
     int32_t record = 0;
-    if (c.tag == 0x00041400) {
-      EXPECT_EQ(VX_DDH_Add_Record(id, "PATIENT", &record), VX_INVALID_DIRECTORY_RECORD_OFFSET);
-    }
+    EXPECT_TRUE(c.tag != 0x00041400 ||
+                VX_DDH_Add_Record(id, "PATIENT", &record) == VX_INVALID_DIRECTORY_RECORD_OFFSET);
     EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
-    VX_Free_File(&id);
   }
-  // Many ways to the same records.
-  std::string bytes_of_many;
+  // Many ways to the same records: the second of a level takes what the first one leads to.
+  std::filesystem::remove(path_);
   {
-    std::filesystem::remove(path_);
-    int32_t id = create();
+    const Object id(create());
     int32_t parent = id;
     for (int level = 0; level < 30; ++level) {
       const int32_t left = add(parent, "PRIVATE");
@@ -723,44 +622,29 @@ TEST_F(Handler, OffsetsThatLeadAstray) {
       parent = left;
     }
     EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
-    VX_Free_File(&id);
-    bytes_of_many = bytes();
   }
-  std::vector<std::size_t> places;
-  for (std::size_t i = bytes_of_many.find(item); i != std::string::npos; i = bytes_of_many.find(item, i + 1))
-    places.push_back(i);
-  char head[4];
-  vx::store_tag(head, 0x00041420, false);
-  const auto lower_at = [&](std::size_t record) {
-    return bytes_of_many.find(std::string(head, 4), record) + 8;
-  };
-  for (const std::size_t place : places) {
-    // The second of a level takes what the first one leads to.
-    const uint32_t sibling =
-        vx::load32(bytes_of_many.data() + bytes_of_many.find(std::string("\4\0\0\x14", 4), place) + 8, false);
-    if (sibling != 0)
-      vx::store32(bytes_of_many.data() + lower_at(sibling),
-                  vx::load32(bytes_of_many.data() + lower_at(place), false), false);
+  Forged many(bytes());
+  for (std::size_t record = 0; record < many.size(); ++record) {
+    const uint32_t sibling = many.get(record, 0x00041400);
+    if (sibling != 0) many.set(many.record_at(sibling), 0x00041420, many.get(record, 0x00041420));
   }
-  folder().write("DICOMDIR", bytes_of_many);
-  int32_t id = open();
+  folder().write("DICOMDIR", many.bytes());
   int count = 0;
-  EXPECT_EQ(VX_DDH_Traverse_Records(id, &count, &count_record), VX_INVALID_DIRECTORY_RECORD_OFFSET);
+  EXPECT_EQ(VX_DDH_Traverse_Records(Object(open()), &count, &count_record),
+            VX_INVALID_DIRECTORY_RECORD_OFFSET);
   EXPECT_LT(count, 1000);
-  VX_Free_File(&id);
 }
 
 TEST_F(Handler, AThousandLevels) {
-  int32_t id = create();
-  int32_t parent = id;
-  for (int level = 0; level < 1000; ++level) parent = add(parent, "PRIVATE");
-  EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
-  VX_Free_File(&id);
-  id = open();
+  {
+    const Object id(create());
+    int32_t parent = id;
+    for (int level = 0; level < 1000; ++level) parent = add(parent, "PRIVATE");
+    EXPECT_EQ(VX_DDH_Update(id), VX_NORMAL_COMPLETION);
+  }
   int count = 0;
-  EXPECT_EQ(VX_DDH_Traverse_Records(id, &count, &count_record), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(VX_DDH_Traverse_Records(Object(open()), &count, &count_record), VX_NORMAL_COMPLETION);
   EXPECT_EQ(count, 1000);
-  VX_Free_File(&id);
 }
 
 TEST_F(Handler, FilesThatAreNone) {
@@ -792,43 +676,34 @@ TEST_F(Handler, FilesThatAreNone) {
 }
 
 TEST_F(Handler, CopyingValues) {
-  int32_t file = -1;
-  int32_t message = -1;
-  int32_t target = -1;
-  VX_Create_Empty_File(&file, "file");
-  VX_Set_Value_From_String(file, 0x00020010, "1.2.840.10008.1.2");
-  VX_Set_Value_From_String(file, 0x00020003, "1.2.3");
-  VX_Set_Value_From_String(file, 0x00041130, "OLD");
-  VX_Set_Value_From_String(file, 0x00041141, "README");
-  VX_Set_Value_From_String(file, 0x00100010, "Doe");
-  VX_Set_Value_From_String(file, 0x00100020, "7");
-  VX_Open_Empty_Message(&message);
-  const uint32_t list[] = {0x00100000, 0};
+  const Object file(new_file), message, target(new_file);
+  for (const auto& [tag, value] : {std::pair{0x00020010U, "1.2.840.10008.1.2"},
+                                   {0x00020003U, "1.2.3"},
+                                   {0x00041130U, "OLD"},
+                                   {0x00041141U, "README"},
+                                   {0x00100010U, "Doe"},
+                                   {0x00100020U, "7"}}) {
+    VX_Set_Value_From_String(file, tag, value);
+  }
+  const uint32_t list[] = {0x00100000, 0}, one[] = {0x00100020, 0};
   EXPECT_EQ(VX_DDH_Copy_Values(file, message, list), VX_NORMAL_COMPLETION);
-  const auto text_of = [](int32_t id, uint32_t tag) {
-    char text[80] = "-";
-    VX_Get_Value_To_String(id, tag, sizeof text, text);
-    return std::string(text);
-  };
-  EXPECT_EQ(text_of(message, 0x00100010), "Doe");
-  EXPECT_EQ(text_of(message, 0x00020003), "-");
-  VX_Create_Empty_File(&target, "target");
-  const uint32_t one[] = {0x00100020, 0};
+  EXPECT_EQ(text(message, 0x00100010), "Doe");
+  EXPECT_FALSE(has(message, 0x00020003));
   EXPECT_EQ(VX_DDH_Copy_Values(message, target, one), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(text_of(target, 0x00100020), "7");
-  EXPECT_EQ(text_of(target, 0x00100010), "-");
+  EXPECT_EQ(text(target, 0x00100020), "7");
+  EXPECT_FALSE(has(target, 0x00100010));
   EXPECT_EQ(VX_DDH_Copy_Values(file, target, nullptr), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(text_of(target, 0x00100010), "Doe");
-  EXPECT_EQ(text_of(target, 0x00020010), "1.2.840.10008.1.2");
+  EXPECT_EQ(text(target, 0x00100010), "Doe");
+  EXPECT_EQ(text(target, 0x00020010), "1.2.840.10008.1.2");
   EXPECT_EQ(VX_DDH_Copy_Values(file, 4711, nullptr), VX_INVALID_MESSAGE_ID);
   // A new directory takes over the head of another.
   int32_t id = -1;
   ASSERT_EQ(VX_DDH_Create(path_.c_str(), "NEW", file, &id), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(text_of(id, 0x00041141), "README");
-  EXPECT_EQ(text_of(id, 0x00041130), "NEW");
-  EXPECT_EQ(text_of(id, 0x00020003), "1.2.3");
-  EXPECT_EQ(text_of(id, 0x00020010), "1.2.840.10008.1.2.1");
-  EXPECT_EQ(text_of(id, 0x00100010), "-");
+  EXPECT_EQ(text(id, 0x00041141), "README");
+  EXPECT_EQ(text(id, 0x00041130), "NEW");
+  EXPECT_EQ(text(id, 0x00020003), "1.2.3");
+  EXPECT_EQ(text(id, 0x00020010), "1.2.840.10008.1.2.1");
+  EXPECT_FALSE(has(id, 0x00100010));
 }
 
 }  // namespace

@@ -2,26 +2,20 @@
 #include <cstdlib>
 #include <map>
 
-#include "codec/streams.h"
+#include "media/media.h"
 
 namespace {
 
-using namespace streams;
-using support::LibraryTest;
+using namespace media;
 namespace fs = std::filesystem;
 
-fs::path sample_folder() {
-  const char* named = std::getenv("VEXAL_SAMPLES");
-  return named != nullptr ? fs::path(named) : fs::path(VEXAL_SOURCE_DIR) / ".." / "shared" / "samples";
-}
+using support::sample_folder;
 
-class Samples : public LibraryTest {
+class Samples : public MediaTest {
  protected:
   void SetUp() override {
-    LibraryTest::SetUp();
     if (!fs::is_directory(sample_folder())) GTEST_SKIP() << "no samples in " << sample_folder();
-    ASSERT_EQ(begin_with_full_data(), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(VX_Register_Application(&app_, "SAMPLES"), VX_NORMAL_COMPLETION);
+    MediaTest::SetUp();
     set_bool(VX_CFG_ORVEN_OPEN_FILE, true);
   }
   // The last two columns of the list of files: what is special, and "valid" or what is wrong.
@@ -34,26 +28,10 @@ class Samples : public LibraryTest {
     }
     return states;
   }
-  static std::string load(const std::string& name) {
-    std::ifstream file(sample_folder() / name, std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
+  VX_STATUS open(int32_t id, const std::string& name, std::size_t block = 0) const {
+    return read_file(app_, id, support::read_file(sample_folder() / name), block);
   }
-  VX_STATUS open(int32_t& id, const std::string& stream, std::size_t block = 0) const {
-    EXPECT_EQ(VX_Create_Empty_File(&id, "sample"), VX_NORMAL_COMPLETION);
-    Source source{stream, block};
-    return VX_Open_File(app_, id, &source, &file_input);
-  }
-  static std::string write(int32_t id) {
-    Sink sink;
-    EXPECT_EQ(VX_Write_File(id, 0, &sink, &file_output), VX_NORMAL_COMPLETION);
-    return sink.bytes;
-  }
-  int32_t app_ = -1;
 };
-
-constexpr uint32_t kDataSet = 0x00080000;
 
 TEST_F(Samples, ValidFilesAreReadAndWrittenWithoutLoss) {
   int identical = 0;
@@ -61,38 +39,31 @@ TEST_F(Samples, ValidFilesAreReadAndWrittenWithoutLoss) {
     if (state.substr(0, 5) != "valid" || name.find("/stress-") != std::string::npos) continue;
     if (name == "enc/seg-deflated-frame-unknown-ts.dcm") continue;
     SCOPED_TRACE(name);
-    const std::string stream = load(name);
-    int32_t id = -1;
-    ASSERT_EQ(open(id, stream), VX_NORMAL_COMPLETION);
+    const std::string stream = support::read_file(sample_folder() / name);
+    const Object id(new_file), again(new_file);
+    ASSERT_EQ(read_file(app_, id, stream), VX_NORMAL_COMPLETION);
     // What is written reads back as the same: in the file's syntax, ...
-    const std::string written = write(id);
+    const std::string written = write_file(id);
     identical += written == stream ? 1 : 0;
-    int32_t again = -1;
-    ASSERT_EQ(open(again, written, stream.size() < 100000 ? 1022 : 0), VX_NORMAL_COMPLETION);
-    EXPECT_TRUE(write(again) == written);
-    VX_Free_File(&again);
+    ASSERT_EQ(read_file(app_, again, written, stream.size() < 100000 ? 1022 : 0), VX_NORMAL_COMPLETION);
+    EXPECT_TRUE(write_file(again) == written);
     // ... and in every other that can hold its pixels.
     VX_TRANSFER_SYNTAX own = 0;
     VX_Get_Message_Transfer_Syntax(id, &own);
-    if (own >= RLE) {
-      VX_Free_File(&id);
-      continue;
-    }
+    if (own >= RLE) continue;
     ASSERT_EQ(VX_File_To_Message(id), VX_NORMAL_COMPLETION);
     const std::string plain = encode(id, EXPLICIT_LITTLE_ENDIAN, VX_NORMAL_COMPLETION, 0);
     for (const VX_TRANSFER_SYNTAX syntax : kNative) {
       for (const bool undefined : {false, true}) {
         set_bool(VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ, undefined);
         const std::string encoded = encode(id, syntax, VX_NORMAL_COMPLETION, 0);
-        const Object message;
-        EXPECT_EQ(decode(message, encoded, syntax).status, VX_NORMAL_COMPLETION);
+        const Object message(encoded, syntax);
         EXPECT_TRUE(encode(message, syntax) == encoded) << syntax;
         set_bool(VX_CFG_EXPORT_UNDEFINED_LENGTH_SQ, false);
         const bool explicit_vr = syntax != IMPLICIT_LITTLE_ENDIAN && syntax != IMPLICIT_BIG_ENDIAN;
         EXPECT_TRUE(!explicit_vr || encode(message, EXPLICIT_LITTLE_ENDIAN) == plain) << syntax;
       }
     }
-    VX_Free_Message(&id);
   }
   EXPECT_GT(identical, 60);
 }
@@ -127,20 +98,15 @@ TEST_F(Samples, BrokenFilesEndInTheStatusOfTheirFault) {
   };
   for (const auto& [name, status] : expected) {
     for (const std::size_t block : {0UL, 2UL}) {
-      int32_t id = -1;
-      EXPECT_EQ(open(id, load(name), block), status) << name;
-      VX_Free_File(&id);
+      EXPECT_EQ(open(Object(new_file), name, block), status) << name;
     }
   }
 }
 
 TEST_F(Samples, EveryFileEndsInAStatus) {
   for (const auto& [name, state] : states()) {
-    const std::string stream = load(name);
-    int32_t id = -1;
-    const VX_STATUS status = open(id, stream);
+    const VX_STATUS status = open(Object(new_file), name);
     EXPECT_TRUE(status == VX_NORMAL_COMPLETION || status >= 4000) << name;
-    VX_Free_File(&id);
   }
 }
 
