@@ -18,12 +18,23 @@ class Duplicate : public PixelTest {
     VX_Free_Message(&copy_);
     PixelTest::TearDown();
   }
-  VX_STATUS duplicate(int32_t source, VX_TRANSFER_SYNTAX syntax, bool codecs = true) {
+  VX_STATUS duplicate(int32_t source, VX_TRANSFER_SYNTAX syntax, Codecs codecs) {
     VX_Free_Message(&copy_);
-    const bool rle = syntax == RLE;
-    return VX_Duplicate_Message(source, &copy_, syntax,
-                                codecs ? (rle ? VX_RLE_Compressor : VX_Standard_Compressor) : nullptr,
-                                codecs ? (rle ? VX_RLE_Decompressor : VX_Standard_Decompressor) : nullptr);
+    return VX_Duplicate_Message(source, &copy_, syntax, codecs.compressor, codecs.decompressor);
+  }
+  VX_STATUS duplicate(int32_t source, VX_TRANSFER_SYNTAX syntax) {
+    return duplicate(source, syntax, codecs_of(syntax));
+  }
+  // A copy beside the one at hand; it lives as long as the library.
+  static int32_t copied(int32_t source, VX_TRANSFER_SYNTAX syntax, Codecs codecs) {
+    int32_t copy = -1;
+    EXPECT_EQ(VX_Duplicate_Message(source, &copy, syntax, codecs.compressor, codecs.decompressor),
+              VX_NORMAL_COMPLETION)
+        << syntax;
+    return copy;
+  }
+  static int32_t copied(int32_t source, VX_TRANSFER_SYNTAX syntax) {
+    return copied(source, syntax, codecs_of(syntax));
   }
   // A native message with the frames of an image.
   std::string native(const Image& image, uint32_t seed) {
@@ -59,7 +70,7 @@ TEST_F(Duplicate, EverythingButThePixelsIsCopied) {
   VX_Set_Value_From_String(item_id, 0x00100010, "In^Item");
   VX_Add_Standard_Attribute(id_, 0x0040A730);
   ASSERT_EQ(VX_Set_Value_From_Int(id_, 0x0040A730, item_id), VX_NORMAL_COMPLETION);
-  ASSERT_EQ(duplicate(id_, EXPLICIT_BIG_ENDIAN, false), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(duplicate(id_, EXPLICIT_BIG_ENDIAN, Codecs{}), VX_NORMAL_COMPLETION);
   EXPECT_EQ(value(copy_), value(id_));
   EXPECT_EQ(text(copy_, 0x00080008), "ORIGINAL");
   char buffer[64];
@@ -77,7 +88,7 @@ TEST_F(Duplicate, EverythingButThePixelsIsCopied) {
 TEST_F(Duplicate, CallbacksThatAreNeeded) {
   const Image image{.rows = 4, .columns = 4};
   native(image, 1);
-  EXPECT_EQ(duplicate(id_, RLE, false), VX_COMPRESSOR_REQUIRED);
+  EXPECT_EQ(duplicate(id_, RLE, Codecs{}), VX_COMPRESSOR_REQUIRED);
   EXPECT_EQ(duplicate(id_, 1), VX_INVALID_TRANSFER_SYNTAX);
   EXPECT_TRUE(has_log("Error. "));
   ASSERT_EQ(duplicate(id_, RLE), VX_NORMAL_COMPLETION);
@@ -87,9 +98,7 @@ TEST_F(Duplicate, CallbacksThatAreNeeded) {
             VX_DECOMPRESSOR_REQUIRED);
   EXPECT_EQ(VX_Duplicate_Message(copy_, &second, RLE, VX_RLE_Compressor, nullptr), VX_DECOMPRESSOR_REQUIRED);
   // The same syntax without functions: the items as they are.
-  ASSERT_EQ(VX_Duplicate_Message(copy_, &second, RLE, nullptr, nullptr), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(value(second), value(copy_));
-  VX_Free_Message(&second);
+  EXPECT_EQ(value(copied(copy_, RLE, {})), value(copy_));
 }
 
 TEST_F(Duplicate, LosslessChainsBringBackTheSamePixels) {
@@ -101,25 +110,16 @@ TEST_F(Duplicate, LosslessChainsBringBackTheSamePixels) {
     const std::string pixels = native(image, 7);
     set_bool(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE, true);
     int32_t at = id_;
-    std::vector<int32_t> made;
     for (const VX_TRANSFER_SYNTAX syntax :
          {RLE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, RLE}) {
-      int32_t next = -1;
-      const bool rle = syntax == RLE;
-      ASSERT_EQ(VX_Duplicate_Message(at, &next, syntax, rle ? VX_RLE_Compressor : VX_Standard_Compressor,
-                                     rle ? VX_RLE_Decompressor : VX_Standard_Decompressor),
-                VX_NORMAL_COMPLETION)
-          << syntax;
-      EXPECT_EQ(text(next, 0x00280004),
+      at = copied(at, syntax);
+      EXPECT_EQ(text(at, 0x00280004),
                 syntax == JPEG_2000_LOSSLESS_ONLY && image.samples == 3 ? "YBR_RCT" : image.photometric);
-      made.push_back(next);
-      at = next;
     }
     EXPECT_EQ(text(at, 0x00280004), image.photometric);
     EXPECT_EQ(text(at, 0x00282110), "#" + std::to_string(VX_INVALID_TAG));
-    ASSERT_EQ(duplicate(at, EXPLICIT_LITTLE_ENDIAN, false), VX_NORMAL_COMPLETION);
+    ASSERT_EQ(duplicate(at, EXPLICIT_LITTLE_ENDIAN), VX_NORMAL_COMPLETION);
     EXPECT_TRUE(value(copy_) == pixels);
-    for (int32_t id : made) VX_Free_Message(&id);
   }
 }
 
@@ -129,20 +129,10 @@ TEST_F(Duplicate, SingleBitsFollowWithoutAGapWhereTheyAreNative) {
   VX_Set_Message_Transfer_Syntax(id_, EXPLICIT_LITTLE_ENDIAN);
   for (const std::size_t piece : {1U, 6U}) {
     set_value(id_, bits, piece);
-    VX_Free_Message(&copy_);
-    ASSERT_EQ(VX_Duplicate_Message(id_, &copy_, RLE, VX_General_Compressor, VX_General_Decompressor),
-              VX_NORMAL_COMPLETION);
+    ASSERT_EQ(duplicate(id_, RLE, kGeneral), VX_NORMAL_COMPLETION);
     const char* const frames[] = {"\x5A\x43", "\x33\x1F", "\xC4\x7B"};
-    for (int32_t i = 0; i < 3; ++i) {
-      std::string frame;
-      ASSERT_EQ(get_frame(copy_, i, frame), VX_NORMAL_COMPLETION);
-      EXPECT_EQ(frame, frames[i]) << i;
-    }
-    int32_t back = -1;
-    ASSERT_EQ(VX_Duplicate_Message(copy_, &back, EXPLICIT_LITTLE_ENDIAN, nullptr, nullptr),
-              VX_NORMAL_COMPLETION);
-    EXPECT_EQ(value(back), bits);
-    VX_Free_Message(&back);
+    for (int32_t i = 0; i < 3; ++i) EXPECT_EQ(frame_of(copy_, i), frames[i]) << i;
+    EXPECT_EQ(value(copied(copy_, EXPLICIT_LITTLE_ENDIAN)), bits);
   }
 }
 
@@ -162,7 +152,6 @@ TEST_F(Duplicate, TheLabelFollowsTheBytes) {
     const char* label;
   };
   int32_t at = id_;
-  std::vector<int32_t> made;
   for (const Step& step : {Step{JPEG_2000_LOSSLESS_ONLY, "YBR_RCT"},
                            {JPEG_BASELINE, "YBR_FULL_422"},
                            {JPEG_2000, "YBR_RCT"},
@@ -170,26 +159,13 @@ TEST_F(Duplicate, TheLabelFollowsTheBytes) {
                            {JPEG_LS_LOSSLESS, "RGB"},
                            {JPEG_BASELINE, "YBR_FULL_422"},
                            {EXPLICIT_LITTLE_ENDIAN, "RGB"}}) {
-    int32_t next = -1;
-    const bool plain = step.syntax == EXPLICIT_LITTLE_ENDIAN;
-    ASSERT_EQ(VX_Duplicate_Message(at, &next, step.syntax,
-                                   plain                ? nullptr
-                                   : step.syntax == RLE ? VX_RLE_Compressor
-                                                        : VX_Standard_Compressor,
-                                   plain                ? nullptr
-                                   : step.syntax == RLE ? VX_RLE_Decompressor
-                                                        : VX_Standard_Decompressor),
-              VX_NORMAL_COMPLETION)
-        << step.syntax;
-    EXPECT_EQ(text(next, 0x00280004), step.label) << step.syntax;
-    made.push_back(at = next);
+    at = copied(at, step.syntax);
+    EXPECT_EQ(text(at, 0x00280004), step.label) << step.syntax;
   }
-  std::string frame;
-  ASSERT_EQ(get_frame(at, 0, frame), VX_NORMAL_COMPLETION);
+  const std::string frame = frame_of(at, 0);
   ASSERT_EQ(frame.size(), pixels.size());
   for (std::size_t i = 0; i < frame.size(); ++i)
     ASSERT_LE(std::abs(static_cast<uint8_t>(frame[i]) - static_cast<uint8_t>(pixels[i])), 12) << i;
-  for (int32_t id : made) VX_Free_Message(&id);
 }
 
 TEST_F(Duplicate, PlanesBecomePixelsWhereTheSyntaxWantsThem) {
@@ -197,8 +173,8 @@ TEST_F(Duplicate, PlanesBecomePixelsWhereTheSyntaxWantsThem) {
   const std::string pixels = native(planar, 3);
   ASSERT_EQ(duplicate(id_, JPEG_LS_LOSSLESS), VX_NORMAL_COMPLETION);
   EXPECT_EQ(text(copy_, 0x00280006), "0");
-  std::string frame;
-  ASSERT_EQ(get_frame(copy_, 1, frame), VX_NORMAL_COMPLETION);
+  const std::string frame = frame_of(copy_, 1);
+  ASSERT_EQ(frame.size(), 72U);
   for (std::size_t i = 0; i < 72; ++i) ASSERT_EQ(frame[i], pixels[72 + i % 3 * 24 + i / 3]);
   ASSERT_EQ(duplicate(id_, RLE), VX_NORMAL_COMPLETION);
   EXPECT_EQ(text(copy_, 0x00280006), "1");
@@ -229,25 +205,15 @@ TEST_F(Duplicate, LossyCopiesSaySo) {
   EXPECT_EQ(text(copy_, 0x00082111),
             "JPEG Baseline (Process 1): Luminance Factor: 32, Chrominance Factor: 32");
   for (const VX_TRANSFER_SYNTAX syntax : {EXPLICIT_LITTLE_ENDIAN, JPEG_LS_LOSSLESS}) {
-    int32_t back = -1;
-    const bool native_target = syntax == EXPLICIT_LITTLE_ENDIAN;
-    ASSERT_EQ(VX_Duplicate_Message(copy_, &back, syntax, native_target ? nullptr : VX_Standard_Compressor,
-                                   native_target ? nullptr : VX_Standard_Decompressor),
-              VX_NORMAL_COMPLETION);
+    const int32_t back = copied(copy_, syntax);
     EXPECT_EQ(text(back, 0x00280004), "RGB");
-    std::string frame;
-    ASSERT_EQ(get_frame(back, 0, frame), VX_NORMAL_COMPLETION);
-    EXPECT_EQ(frame.size(), rgb.frame_size());
-    VX_Free_Message(&back);
+    EXPECT_EQ(frame_of(back, 0).size(), rgb.frame_size());
   }
   // Without relabelling the bytes stay packed.
   set_bool(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE, false);
-  int32_t packed = -1;
-  ASSERT_EQ(VX_Duplicate_Message(copy_, &packed, EXPLICIT_LITTLE_ENDIAN, nullptr, nullptr),
-            VX_NORMAL_COMPLETION);
+  const int32_t packed = copied(copy_, EXPLICIT_LITTLE_ENDIAN);
   EXPECT_EQ(text(packed, 0x00280004), "YBR_FULL_422");
   EXPECT_EQ(value(packed).size(), rgb.frame_size() / 3 * 2);
-  VX_Free_Message(&packed);
   ASSERT_EQ(duplicate(id_, JPEG_LS_LOSSY), VX_NORMAL_COMPLETION);
   EXPECT_EQ(text(copy_, 0x00282110).substr(0, 1), "#");
 }
@@ -277,9 +243,7 @@ TEST_F(Duplicate, PixelDataThatDoesNotFitItsFrames) {
   EXPECT_TRUE(has_log("There are 8 bytes more than the current frame size of 16"));
   set_value(id_, pixels.substr(0, 20), 4);
   EXPECT_EQ(duplicate(id_, RLE), VX_NORMAL_COMPLETION);
-  std::string frame;
-  EXPECT_EQ(get_frame(copy_, 0, frame), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(frame, pixels.substr(0, 16));
+  EXPECT_EQ(frame_of(copy_, 0), pixels.substr(0, 16));
   // A frame of which nothing is there is missing, on the way in and on the way out.
   set_value(id_, pixels, 4);
   for (const auto& [size, count] : {std::pair{32, 5}, {20, 3}}) {
@@ -288,13 +252,10 @@ TEST_F(Duplicate, PixelDataThatDoesNotFitItsFrames) {
     EXPECT_EQ(duplicate(id_, RLE), VX_CANNOT_COMPLY) << size;
   }
   native(image, 2);
-  int32_t packed = -1;
-  ASSERT_EQ(VX_Duplicate_Message(id_, &packed, RLE, VX_RLE_Compressor, VX_RLE_Decompressor),
-            VX_NORMAL_COMPLETION);
+  const int32_t packed = copied(id_, RLE);
   VX_Set_Value_From_Int(packed, 0x00280008, 5);
-  EXPECT_EQ(duplicate(packed, EXPLICIT_LITTLE_ENDIAN, false), VX_CANNOT_COMPLY);
+  EXPECT_EQ(duplicate(packed, EXPLICIT_LITTLE_ENDIAN), VX_CANNOT_COMPLY);
   EXPECT_EQ(duplicate(packed, JPEG_LS_LOSSLESS), VX_CANNOT_COMPLY);
-  VX_Free_Message(&packed);
 }
 
 // What the general compressor takes beyond the others, and under which label it comes back.
@@ -320,7 +281,7 @@ TEST_F(Duplicate, TheGeneralCompressorTakesWhatTheFieldHas) {
       const bool taken = syntax == RLE || image.allocated != 32;
       ASSERT_EQ(status, taken ? VX_NORMAL_COMPLETION : VX_CALLBACK_CANNOT_COMPLY);
       if (taken) {
-        ASSERT_EQ(duplicate(packed, EXPLICIT_LITTLE_ENDIAN, false), VX_NORMAL_COMPLETION);
+        ASSERT_EQ(duplicate(packed, EXPLICIT_LITTLE_ENDIAN), VX_NORMAL_COMPLETION);
         EXPECT_EQ(text(copy_, 0x00280004), image.photometric);
         if (image.planar == 1 && syntax != RLE) pixels = by_pixel(pixels, image);
         EXPECT_TRUE(value(copy_) == pixels);
@@ -338,11 +299,7 @@ TEST_F(Duplicate, TheGeneralCompressorTakesWhatTheFieldHas) {
     Image image{.rows = 4, .columns = 6, .photometric = refused.photometric};
     if (refused.syntax == RLE) image.samples = 3;
     native(image, 3);
-    EXPECT_EQ(
-        VX_Duplicate_Message(id_, &copy_, refused.syntax, VX_General_Compressor, VX_General_Decompressor),
-        VX_CALLBACK_CANNOT_COMPLY)
-        << refused.photometric;
-    VX_Free_Message(&copy_);
+    EXPECT_EQ(duplicate(id_, refused.syntax, kGeneral), VX_CALLBACK_CANNOT_COMPLY) << refused.photometric;
   }
 }
 
@@ -359,13 +316,10 @@ TEST_F(Duplicate, ColourThatIsNotSubsampledStaysRgb) {
   // Component identifiers and the marker both say what the samples are.
   EXPECT_NE(value(copy_).find(std::string("Adobe\0d\0\0\0\0\0", 12)), std::string::npos);
   EXPECT_NE(value(copy_).find(std::string("\3R\x11\0G\x11\0B\x11", 10)), std::string::npos);
-  int32_t back = -1;
-  ASSERT_EQ(VX_Duplicate_Message(copy_, &back, EXPLICIT_LITTLE_ENDIAN, nullptr, nullptr),
-            VX_NORMAL_COMPLETION);
+  const int32_t back = copied(copy_, EXPLICIT_LITTLE_ENDIAN);
   EXPECT_EQ(text(back, 0x00280004), "RGB");
   for (std::size_t i = 0; i < 297; ++i)
     EXPECT_LE(std::abs(static_cast<uint8_t>(value(back)[i]) - static_cast<uint8_t>(pixels[i])), 8) << i;
-  VX_Free_Message(&back);
 }
 
 }  // namespace

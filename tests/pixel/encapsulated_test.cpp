@@ -5,6 +5,7 @@
 
 #include <csignal>
 
+#include "codec/holder.h"
 #include "model/callbacks.h"
 #include "model/file_values.h"
 #include "pixels.h"
@@ -14,6 +15,8 @@ namespace {
 using namespace pixels;
 
 const std::string kA = "aaaa", kB = "bbbbbb", kC = "cc";
+const std::vector<std::string> kAll{kA, kB, kC};
+const std::string kNoMore = no_frame(VX_NO_MORE_VALUES);
 
 class Encapsulated : public PixelTest {
  protected:
@@ -22,29 +25,28 @@ class Encapsulated : public PixelTest {
     prepare(RLE, {.rows = 2, .columns = 2, .frames = frames});
     clear_log();
   }
+  // Set one after the other, and closed.
+  void store(const std::vector<Feed>& frames) {
+    for (const Feed& frame : frames) {
+      ASSERT_EQ(set_frame(id_, &frame == frames.data(), frame), VX_NORMAL_COMPLETION);
+    }
+    ASSERT_EQ(VX_Close_Encapsulated_Value(id_, kPixelData), VX_NORMAL_COMPLETION);
+  }
 };
 
 TEST_F(Encapsulated, FramesBecomeItemsAndTheTableGrows) {
   prepare_frames(3);
-  ASSERT_EQ(set_frame(id_, true, {.bytes = kA, .piece = 2}), VX_NORMAL_COMPLETION);
-  ASSERT_EQ(set_frame(id_, false, {.bytes = kB}), VX_NORMAL_COMPLETION);
-  ASSERT_EQ(set_frame(id_, false, {.bytes = kC, .piece = 0, .late_last = true}), VX_NORMAL_COMPLETION);
-  ASSERT_EQ(VX_Close_Encapsulated_Value(id_, kPixelData), VX_NORMAL_COMPLETION);
+  store({{.bytes = kA, .piece = 2}, {.bytes = kB}, {.bytes = kC, .piece = 0, .late_last = true}});
   EXPECT_EQ(value(id_), table({0, 20, 34}) + item("aa") + item("aa") + item(kB) + item(kC) + kDelimiter);
   Taken offsets;
   ASSERT_EQ(VX_Get_Offset_Table_To_Function(id_, &offsets, &take), VX_NORMAL_COMPLETION);
   EXPECT_EQ(offsets.bytes, le32(12) + le32(0) + le32(20) + le32(34));
-
-  std::vector<std::string> frames;
-  EXPECT_EQ(get_frames(id_, frames), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(frames, (std::vector<std::string>{kA, kB, kC}));
+  EXPECT_EQ(all_frames(), kAll);
   Taken more;
   EXPECT_EQ(VX_Get_Next_Encapsulated_Value_To_Function(id_, kPixelData, &more, &take), VX_NO_MORE_VALUES);
 
   set_bool(VX_CFG_CREATE_OFFSET_TABLE, false);
-  ASSERT_EQ(set_frame(id_, true, {.bytes = kA}), VX_NORMAL_COMPLETION);
-  ASSERT_EQ(set_frame(id_, false, {.bytes = kB}), VX_NORMAL_COMPLETION);
-  ASSERT_EQ(VX_Close_Encapsulated_Value(id_, kPixelData), VX_NORMAL_COMPLETION);
+  store({{.bytes = kA}, {.bytes = kB}});
   EXPECT_EQ(value(id_), table({}) + item(kA) + item(kB) + kDelimiter);
   Taken none;
   EXPECT_EQ(VX_Get_Offset_Table_To_Function(id_, &none, &take), VX_EMPTY_VALUE);
@@ -53,15 +55,10 @@ TEST_F(Encapsulated, FramesBecomeItemsAndTheTableGrows) {
 TEST_F(Encapsulated, ALongTableIsRewrittenInPlace) {
   prepare_frames(500);
   std::vector<uint32_t> offsets;
-  for (uint32_t i = 0; i < 500; ++i) {
-    offsets.push_back(i * 10);
-    ASSERT_EQ(set_frame(id_, i == 0, {.bytes = "xy"}), VX_NORMAL_COMPLETION);
-  }
-  ASSERT_EQ(VX_Close_Encapsulated_Value(id_, kPixelData), VX_NORMAL_COMPLETION);
+  for (uint32_t i = 0; i < 500; ++i) offsets.push_back(i * 10);
+  store(std::vector<Feed>(500, {.bytes = "xy"}));
   EXPECT_EQ(value(id_).substr(0, 8 + 2000), table(offsets));
-  std::string bytes;
-  EXPECT_EQ(get_frame(id_, 499, bytes), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(bytes, "xy");
+  EXPECT_EQ(frame(499), "xy");
 }
 
 TEST_F(Encapsulated, RefusalsOfAWriter) {
@@ -102,28 +99,21 @@ TEST_F(Encapsulated, EverySplitOfEveryLayoutGivesTheSameFrames) {
       table({0, 28, 50}) + item("aa") + item("") + item("aa") + item(kB) + item("") + item(kC);
   const std::string odd_fragments =
       table({0, 20, 42}) + item("a") + item("aaa") + item("bbb") + item("bbb") + item("cc");
-  const std::vector<std::string> expected{kA, kB, kC};
   prepare_frames(3);
   for (const std::string& stored : {head + body + kDelimiter, head + body, with_empty_fragments + kDelimiter,
                                     odd_fragments + kDelimiter}) {
     for (std::size_t piece = 1; piece <= stored.size(); ++piece) {
       SCOPED_TRACE(testing::Message() << stored.size() << " bytes in pieces of " << piece);
       set_value(id_, stored, piece);
-      std::vector<std::string> frames;
-      ASSERT_EQ(get_frames(id_, frames), VX_NORMAL_COMPLETION);
-      ASSERT_EQ(frames, expected);
-      for (const int number : {2, 0, 1, 1, 2}) {
-        std::string bytes;
-        ASSERT_EQ(get_frame(id_, number, bytes), VX_NORMAL_COMPLETION);
-        ASSERT_EQ(bytes, expected[static_cast<std::size_t>(number)]);
+      ASSERT_EQ(all_frames(), kAll);
+      for (const int number : {2, 0, 1, 1, 2, 0}) {
+        ASSERT_EQ(frame(number), kAll[static_cast<std::size_t>(number)]);
       }
       // A walk goes on behind the frame that was asked for.
-      std::string bytes;
-      ASSERT_EQ(get_frame(id_, 0, bytes), VX_NORMAL_COMPLETION);
       Taken next;
       ASSERT_EQ(VX_Get_Next_Encapsulated_Value_To_Function(id_, kPixelData, &next, &take), VX_END_OF_FRAME);
       ASSERT_EQ(next.bytes, kB);
-      ASSERT_EQ(get_frame(id_, 3, bytes), VX_NO_MORE_VALUES);
+      ASSERT_EQ(frame(3), kNoMore);
     }
   }
 }
@@ -133,26 +123,16 @@ TEST_F(Encapsulated, WithoutATableEachFragmentIsAFrameAndTheWholeIsOneRun) {
   const std::string stored = table({}) + item(kA) + item(kB) + item(kC) + kDelimiter;
   for (std::size_t piece = 1; piece <= stored.size(); ++piece) {
     set_value(id_, stored, piece);
-    std::string bytes;
-    ASSERT_EQ(get_frame(id_, 1, bytes), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(bytes, kB);
-    ASSERT_EQ(get_frame(id_, 2, bytes), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(bytes, kC);
-    ASSERT_EQ(get_frame(id_, 0, bytes), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(bytes, kA);
-    ASSERT_EQ(get_frame(id_, 3, bytes), VX_NO_MORE_VALUES);
-    std::vector<std::string> frames;
-    ASSERT_EQ(get_frames(id_, frames), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(frames, std::vector<std::string>{kA + kB + kC});
+    for (const int number : {1, 2, 0}) ASSERT_EQ(frame(number), kAll[static_cast<std::size_t>(number)]);
+    ASSERT_EQ(frame(3), kNoMore);
+    ASSERT_EQ(all_frames(), std::vector<std::string>{kA + kB + kC});
   }
   // An image of one frame has it in all its fragments, whatever its table says.
   prepare_frames(1);
   for (const auto& head : {table({}), table({0}), table({0, 12, 999})}) {
     set_value(id_, head + item(kA) + item(kB) + kDelimiter, 7);
-    std::string bytes;
-    ASSERT_EQ(get_frame(id_, 0, bytes), VX_NORMAL_COMPLETION);
-    EXPECT_EQ(bytes, kA + kB);
-    EXPECT_EQ(get_frame(id_, 1, bytes), VX_NO_MORE_VALUES);
+    EXPECT_EQ(frame(0), kA + kB);
+    EXPECT_EQ(frame(1), kNoMore);
   }
 }
 
@@ -162,26 +142,20 @@ TEST_F(Encapsulated, ATableThatDoesNotFitIsPassedOver) {
   for (const auto& offsets : std::vector<std::vector<uint32_t>>{
            {0, 0, 0}, {0, 26, 12}, {0, 12, 4000}, {4, 12, 26}, {0xFFFFFFFFU, 1, 2}}) {
     set_value(id_, table(offsets) + body, 5);
-    std::string bytes;
-    ASSERT_EQ(get_frame(id_, 2, bytes), VX_NORMAL_COMPLETION);
-    EXPECT_EQ(bytes, kC);
+    EXPECT_EQ(frame(2), kC);
     EXPECT_TRUE(has_log("offset table does not fit"));
     clear_log();
   }
   // Inside its value, but between the fragments: noticed before anything is delivered.
-  const std::vector<std::string> expected{kA, kB, kC};
   for (const auto& offsets : std::vector<std::vector<uint32_t>>{{0, 14, 28}, {0, 12, 27}, {0, 11, 26}}) {
     for (const int number : {0, 1, 2}) {
       set_value(id_, table(offsets) + body, 5);
-      std::string bytes;
-      ASSERT_EQ(get_frame(id_, number, bytes), VX_NORMAL_COMPLETION);
-      EXPECT_EQ(bytes, expected[static_cast<std::size_t>(number)]) << offsets[1];
+      EXPECT_EQ(frame(number), kAll[static_cast<std::size_t>(number)]) << offsets[1];
     }
     EXPECT_TRUE(has_log("offset table does not fit")) << offsets[1];
     clear_log();
     set_value(id_, table(offsets) + body, 5);
-    std::vector<std::string> frames;
-    EXPECT_EQ(get_frames(id_, frames), VX_NORMAL_COMPLETION);
+    all_frames();
     EXPECT_TRUE(has_log("offset table does not fit")) << offsets[1];
     clear_log();
   }
@@ -195,12 +169,9 @@ TEST_F(Encapsulated, FragmentsThatOutnumberTheFrames) {
   for (const auto& head : {table({}), table({0, 14}), table({0, 24, 30})}) {
     for (const std::size_t piece : {1, 3, 100}) {
       set_value(id_, head + body, piece);
-      std::string bytes;
-      ASSERT_EQ(get_frame(id_, 1, bytes), VX_NORMAL_COMPLETION);
-      EXPECT_EQ(bytes, begin + "b" + end + '\0');
-      ASSERT_EQ(get_frame(id_, 0, bytes), VX_NORMAL_COMPLETION);
-      EXPECT_EQ(bytes, begin + "aaa" + pad);
-      EXPECT_EQ(get_frame(id_, 2, bytes), VX_NO_MORE_VALUES);
+      EXPECT_EQ(frame(1), begin + "b" + end + '\0');
+      EXPECT_EQ(frame(0), begin + "aaa" + pad);
+      EXPECT_EQ(frame(2), kNoMore);
     }
   }
 }
@@ -211,8 +182,7 @@ TEST_F(Encapsulated, BrokenValues) {
   const auto status_of = [&](const std::string& stored) {
     set_value(id_, stored, 3);
     std::vector<std::string> frames;
-    std::string bytes;
-    get_frame(id_, 1, bytes);
+    frame(1);
     return get_frames(id_, frames);
   };
   EXPECT_EQ(status_of(good.substr(0, 7)), VX_ENCAPSULATED_TOO_SHORT);
@@ -239,70 +209,33 @@ TEST_F(Encapsulated, BrokenValues) {
 TEST_F(Encapsulated, NativeFramesByNumber) {
   VX_Set_Message_Transfer_Syntax(id_, EXPLICIT_LITTLE_ENDIAN);
   describe(id_, {.rows = 2, .columns = 2, .frames = 3});
-  std::string bytes;
   for (std::size_t piece = 1; piece <= 12; ++piece) {
     set_value(id_, "aaaabbbbcccc", piece);
-    EXPECT_EQ(get_frame(id_, 1, bytes), VX_NORMAL_COMPLETION);
-    EXPECT_EQ(bytes, "bbbb");
-    EXPECT_EQ(get_frame(id_, 2, bytes), VX_NORMAL_COMPLETION);
-    EXPECT_EQ(bytes, "cccc");
-    EXPECT_EQ(get_frame(id_, 3, bytes), VX_NO_MORE_VALUES);
-    EXPECT_EQ(get_frame(id_, -1, bytes), VX_EMPTY_VALUE);
+    EXPECT_EQ(frame(1), "bbbb");
+    EXPECT_EQ(frame(2), "cccc");
+    EXPECT_EQ(frame(3), kNoMore);
+    EXPECT_EQ(frame(-1), no_frame(VX_EMPTY_VALUE));
   }
   set_value(id_, "aaaabb", 2);
-  EXPECT_EQ(get_frame(id_, 1, bytes), VX_NO_MORE_VALUES);
+  EXPECT_EQ(frame(1), kNoMore);
 }
-
-// A callback that holds the value: what it was given, and what it gives from an offset on.
-struct Holder {
-  std::string table;
-  std::string body;
-  static VX_STATUS call(int32_t, uint32_t, void* user, VX_CALLBACK_REQUEST request, uint32_t* size,
-                        void** data, int32_t, int32_t*) {
-    auto& holder = *static_cast<Holder*>(user);
-    static std::string given;
-    switch (request) {
-      case VX_PROVIDE_OFFSET_TABLE:
-        holder.table.assign(static_cast<const char*>(*data), *size);
-        break;
-      case VX_PROVIDE_DATA:
-        holder.body.append(static_cast<const char*>(*data), *size);
-        break;
-      case VX_REQUEST_LENGTH:
-        *size = static_cast<uint32_t>(holder.table.size() + holder.body.size());
-        break;
-      case VX_REQUEST_DATA_AT_OFFSET:
-        given = (holder.table + holder.body).substr(*size, 5);
-        *size = static_cast<uint32_t>(given.size());
-        *data = given.data();
-        break;
-      default:
-        break;
-    }
-    return VX_NORMAL_COMPLETION;
-  }
-};
 
 TEST_F(Encapsulated, AValueThatACallbackHolds) {
   prepare_frames(3);
   int32_t app = -1;
-  Holder holder;
+  streams::Holder holder;
+  holder.length = streams::Holder::kWhatIsThere;
+  holder.piece = 5;
   ASSERT_EQ(VX_Register_Application(&app, "PIXELS"), VX_NORMAL_COMPLETION);
-  ASSERT_EQ(VX_Register_Callback_Function(app, kPixelData, &holder, &Holder::call), VX_NORMAL_COMPLETION);
+  ASSERT_EQ(VX_Register_Callback_Function(app, kPixelData, &holder, &streams::Holder::call),
+            VX_NORMAL_COMPLETION);
   VX_Add_Standard_Attribute(id_, kPixelData);
   ASSERT_EQ(VX_Set_Message_Callbacks(app, id_), VX_NORMAL_COMPLETION);
-  ASSERT_EQ(set_frame(id_, true, {.bytes = kA}), VX_NORMAL_COMPLETION);
-  ASSERT_EQ(set_frame(id_, false, {.bytes = kB}), VX_NORMAL_COMPLETION);
-  ASSERT_EQ(set_frame(id_, false, {.bytes = kC}), VX_NORMAL_COMPLETION);
-  ASSERT_EQ(VX_Close_Encapsulated_Value(id_, kPixelData), VX_NORMAL_COMPLETION);
+  store({{.bytes = kA}, {.bytes = kB}, {.bytes = kC}});
   EXPECT_EQ(holder.table, table({0, 12, 26}));
-  EXPECT_EQ(holder.body, item(kA) + item(kB) + item(kC) + kDelimiter);
-  std::vector<std::string> frames;
-  EXPECT_EQ(get_frames(id_, frames), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(frames, (std::vector<std::string>{kA, kB, kC}));
-  std::string bytes;
-  EXPECT_EQ(get_frame(id_, 1, bytes), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(bytes, kB);
+  EXPECT_EQ(holder.data, item(kA) + item(kB) + item(kC) + kDelimiter);
+  EXPECT_EQ(all_frames(), kAll);
+  EXPECT_EQ(frame(1), kB);
 }
 
 // Frames and their growing table on temporary files, the disk full anywhere: each call ends in a status, and
@@ -310,8 +243,8 @@ TEST_F(Encapsulated, AValueThatACallbackHolds) {
 // in that of the table first, and in either file of data that goes on in a second one.
 TEST_F(Encapsulated, TheTableOnFilesWithTheDiskFullAnywhere) {
   support::TempFolder large;
-  VX_Set_String_Config_Value(VX_CFG_LARGE_DATA_STORE, "FILE");
-  VX_Set_String_Config_Value(VX_CFG_TEMP_FILE_DIRECTORY, large.path().c_str());
+  set_text(VX_CFG_LARGE_DATA_STORE, "FILE");
+  set_text(VX_CFG_TEMP_FILE_DIRECTORY, large.path());
   set_int(VX_CFG_LARGE_DATA_SIZE, 200);
   set_int(VX_CFG_OBOW_BUFFER_SIZE, 4096);
   VX_Free_Message(&id_);  // an object keeps the settings that it was made under
@@ -319,8 +252,7 @@ TEST_F(Encapsulated, TheTableOnFilesWithTheDiskFullAnywhere) {
   struct Frames {
     int count;
     std::size_t bytes;
-    rlim_t last_limit;
-    rlim_t step;
+    rlim_t last_limit, step;
     int64_t of_one_file;
   };
   const int64_t real_limit = vx::file_limit;
@@ -329,18 +261,17 @@ TEST_F(Encapsulated, TheTableOnFilesWithTheDiskFullAnywhere) {
                           {30, 300, 6300, 61, 6000}}) {
     vx::file_limit = f.of_one_file;
     prepare_frames(f.count);
-    const std::string frame(f.bytes, 'f');
+    const std::string pixels(f.bytes, 'f');
     const auto write = [&] {
       VX_STATUS status = VX_NORMAL_COMPLETION;
       for (int i = 0; i < f.count && status == VX_NORMAL_COMPLETION; ++i)
-        status = set_frame(id_, i == 0, {.bytes = frame});
+        status = set_frame(id_, i == 0, {.bytes = pixels});
       return status == VX_NORMAL_COMPLETION ? VX_Close_Encapsulated_Value(id_, kPixelData) : status;
     };
     const pid_t child = ::fork();
     if (child == 0) {
       std::signal(SIGXFSZ, SIG_IGN);
-      int failures = 0;
-      int full = 0;
+      int failures = 0, full = 0;
       for (rlim_t limit = 0; limit < f.last_limit; limit += f.step) {
         for (const rlim_t room : {limit, RLIM_INFINITY}) {
           const rlimit now{room, RLIM_INFINITY};
@@ -353,9 +284,7 @@ TEST_F(Encapsulated, TheTableOnFilesWithTheDiskFullAnywhere) {
             failures += status == VX_TEMP_FILE_ERROR && room != RLIM_INFINITY ? 0 : 1;
             continue;
           }
-          std::string bytes;
-          for (const int number : {f.count - 1, 0, f.count / 2})
-            failures += get_frame(id_, number, bytes) == VX_NORMAL_COMPLETION && bytes == frame ? 0 : 1;
+          for (const int number : {f.count - 1, 0, f.count / 2}) failures += frame(number) == pixels ? 0 : 1;
         }
       }
       ::_exit(failures != 0 ? std::min(failures, 100) : full < 10 ? 101 : 0);

@@ -18,13 +18,7 @@ namespace pixels {
 inline constexpr uint32_t kPixelData = 0x7FE00010;
 
 struct Image {
-  int rows = 0;
-  int columns = 0;
-  int samples = 1;
-  int allocated = 8;
-  int stored = 8;
-  int is_signed = 0;
-  int planar = 0;
+  int rows = 0, columns = 0, samples = 1, allocated = 8, stored = 8, is_signed = 0, planar = 0;
   int frames = 1;
   std::string photometric = "MONOCHROME2";
 
@@ -70,8 +64,7 @@ inline VX_STATUS feed(int32_t, uint32_t, int32_t, void* user, uint32_t* size, vo
 // What a delivery brought, and whether its calls were in order.
 struct Taken {
   std::string bytes;
-  int calls = 0;
-  int lasts = 0;
+  int calls = 0, lasts = 0;
 };
 inline VX_STATUS take(int32_t, uint32_t, void* user, uint32_t size, void* data, int32_t first, int32_t last) {
   auto& t = *static_cast<Taken*>(user);
@@ -174,6 +167,21 @@ inline std::string picture(const Image& image, uint32_t seed) {
   return bytes;
 }
 
+struct Codecs {
+  VX_COMPRESSION_CALLBACK compressor = nullptr;
+  VX_COMPRESSION_CALLBACK decompressor = nullptr;
+};
+inline constexpr Codecs kGeneral{VX_General_Compressor, VX_General_Decompressor};
+inline Codecs codecs_of(VX_TRANSFER_SYNTAX syntax) {
+  if (syntax == RLE) return {VX_RLE_Compressor, VX_RLE_Decompressor};
+  return syntax == EXPLICIT_LITTLE_ENDIAN ? Codecs{}
+                                          : Codecs{VX_Standard_Compressor, VX_Standard_Decompressor};
+}
+
+inline std::string no_frame(VX_STATUS status) {
+  return "#" + std::to_string(status);
+}
+
 class PixelTest : public support::LibraryTest {
  protected:
   void SetUp() override {
@@ -181,12 +189,25 @@ class PixelTest : public support::LibraryTest {
     ASSERT_EQ(VX_Open_Empty_Message(&id_), VX_NORMAL_COMPLETION);
   }
   // A message of the syntax with the image's description and the codec pair.
-  void prepare(VX_TRANSFER_SYNTAX syntax, const Image& image, VX_COMPRESSION_CALLBACK compressor = nullptr,
-               VX_COMPRESSION_CALLBACK decompressor = nullptr) {
+  void prepare(VX_TRANSFER_SYNTAX syntax, const Image& image, Codecs codecs = {}) {
     VX_Empty_Message(id_);
     ASSERT_EQ(VX_Set_Message_Transfer_Syntax(id_, syntax), VX_NORMAL_COMPLETION);
     describe(id_, image);
-    ASSERT_EQ(VX_Register_Compression_Callbacks(id_, compressor, decompressor), VX_NORMAL_COMPLETION);
+    ASSERT_EQ(VX_Register_Compression_Callbacks(id_, codecs.compressor, codecs.decompressor),
+              VX_NORMAL_COMPLETION);
+  }
+  // A frame, or no_frame of the status.
+  std::string frame(int32_t number) const { return frame_of(id_, number); }
+  static std::string frame_of(int32_t id, int32_t number) {
+    std::string bytes;
+    const VX_STATUS status = get_frame(id, number, bytes);
+    return status == VX_NORMAL_COMPLETION ? bytes : no_frame(status);
+  }
+  // All of them, one after the other.
+  std::vector<std::string> all_frames() const {
+    std::vector<std::string> frames;
+    EXPECT_EQ(get_frames(id_, frames), VX_NORMAL_COMPLETION);
+    return frames;
   }
   int32_t id_ = -1;
 };

@@ -6,10 +6,9 @@ using namespace pixels;
 
 class Rle : public PixelTest {
  protected:
-  void use(const Image& image) { prepare(RLE, image, VX_RLE_Compressor, VX_RLE_Decompressor); }
   // The segments of one frame, without header.
   std::string compress(const Image& image, const std::string& frame, std::size_t piece = 0) {
-    use(image);
+    prepare(RLE, image, codecs_of(RLE));
     EXPECT_EQ(set_frame(id_, true, {.bytes = frame, .piece = piece}), VX_NORMAL_COMPLETION);
     EXPECT_EQ(VX_Close_Encapsulated_Value(id_, kPixelData), VX_NORMAL_COMPLETION);
     const std::string stored = value(id_);
@@ -27,20 +26,14 @@ TEST_F(Rle, RunsAreCutAsTheRulesSay) {
     return segments({.rows = 1, .columns = columns}, bytes);
   };
   const auto pad = [](std::string s) { return s.size() % 2 == 0 ? s : s + '\0'; };
-  EXPECT_EQ(row(std::string(256, 'A')),
-            "\x81"
-            "A\x81"
-            "A");
+  EXPECT_EQ(row(std::string(256, 'A')), "\201A\201A");
   EXPECT_EQ(row("AAB"), std::string("\xFF") + "A" + '\0' + "B");
   EXPECT_EQ(row("AABCDE"), pad(std::string("\5") + "AABCDE"));
   EXPECT_EQ(row("AAABC"), pad(std::string("\4") + "AAABC"));
   EXPECT_EQ(row("XAABCD"), pad(std::string("\5") + "XAABCD"));
   EXPECT_EQ(row("XYAAAB"), pad(std::string("\1") + "XY" + '\xFE' + "A" + '\0' + "B"));
   EXPECT_EQ(row("WXYZAAAA"), pad(std::string("\3") + "WXYZ" + '\xFD' + "A"));
-  EXPECT_EQ(segments({.rows = 2, .columns = 4}, "AAAAAAAA"),
-            "\xFD"
-            "A\xFD"
-            "A");
+  EXPECT_EQ(segments({.rows = 2, .columns = 4}, "AAAAAAAA"), "\375A\375A");
 }
 
 TEST_F(Rle, SegmentsByByteAndSample) {
@@ -55,14 +48,10 @@ TEST_F(Rle, SegmentsByByteAndSample) {
   EXPECT_EQ(header(grey, 1), 64U);
   EXPECT_EQ(grey.substr(64), "\xFD\2\xFD\1");
   const Image rgb{.rows = 1, .columns = 4, .samples = 3, .photometric = "RGB"};
-  EXPECT_EQ(compress(rgb, "RGBRGBRGBRGB").substr(64),
-            "\xFDR\xFDG\xFD"
-            "B");
+  EXPECT_EQ(compress(rgb, "RGBRGBRGBRGB").substr(64), "\375R\375G\375B");
   Image planar = rgb;
   planar.planar = 1;
-  EXPECT_EQ(compress(planar, "RRRRGGGGBBBB").substr(64),
-            "\xFDR\xFDG\xFD"
-            "B");
+  EXPECT_EQ(compress(planar, "RRRRGGGGBBBB").substr(64), "\375R\375G\375B");
   const std::string odd = compress({.rows = 1, .columns = 2, .samples = 3, .photometric = "RGB"}, "abcdef");
   EXPECT_EQ(header(odd, 2) % 2, 0U);
 }
@@ -83,24 +72,22 @@ TEST_F(Rle, RoundTripsInPiecesOfAnySize) {
       const std::size_t size = image.frame_size();
       std::vector<std::string> frames{picture(image, ++seed), picture(image, ++seed)};
       for (std::string& frame : frames) frame.resize(size + size % 2);
-      use(image);
+      prepare(RLE, image, codecs_of(RLE));
       for (const std::string& frame : frames) {
         ASSERT_EQ(set_frame(id_, &frame == frames.data(), {.bytes = frame, .piece = 6, .late_last = true}),
                   VX_NORMAL_COMPLETION);
       }
       ASSERT_EQ(VX_Close_Encapsulated_Value(id_, kPixelData), VX_NORMAL_COMPLETION);
-      std::vector<std::string> read;
-      ASSERT_EQ(get_frames(id_, read), VX_NORMAL_COMPLETION);
-      ASSERT_TRUE(read == frames);
+      ASSERT_TRUE(all_frames() == frames);
     }
   }
 }
 
 TEST_F(Rle, RefusalsAndBrokenFrames) {
   const Image image{.rows = 3, .columns = 40, .allocated = 16, .stored = 12};
-  const std::string frame = picture(image, 9);
-  std::string good = compress(image, frame);
-  EXPECT_EQ(set_frame(id_, true, {.bytes = frame + "xx"}), VX_CANNOT_COMPLY);
+  const std::string pixels = picture(image, 9);
+  const std::string good = compress(image, pixels);
+  EXPECT_EQ(set_frame(id_, true, {.bytes = pixels + "xx"}), VX_CANNOT_COMPLY);
   EXPECT_TRUE(has_log("buffer overrun on input pixel buffer.  Frame size: 240"));
   const auto status_of = [&](const std::string& stream) {
     set_value(id_, table({}) + item(stream) + kDelimiter, 11);
@@ -117,7 +104,7 @@ TEST_F(Rle, RefusalsAndBrokenFrames) {
             VX_CALLBACK_CANNOT_COMPLY);
   EXPECT_EQ(VX_RLE_Decompressor(id_, &context, 0, nullptr, nullptr, nullptr, 0, 0, 1),
             VX_CALLBACK_CANNOT_COMPLY);
-  prepare(JPEG_BASELINE, {.rows = 2, .columns = 2}, VX_RLE_Compressor);
+  prepare(JPEG_BASELINE, {.rows = 2, .columns = 2}, {VX_RLE_Compressor});
   EXPECT_EQ(set_frame(id_, true, {.bytes = "abcd"}), VX_CALLBACK_CANNOT_COMPLY);
   EXPECT_TRUE(has_log("Compressor called for non RLE transfer syntax."));
 }
@@ -128,10 +115,9 @@ TEST_F(Rle, PlanesThatDoNotFitTheLabel) {
   std::string stream = compress(image, picture(image, 6));
   stream.resize(stream.size() + stream.size() % 2);
   image.photometric = "YBR_FULL_422";
-  prepare(RLE, image, nullptr, VX_General_Decompressor);
+  prepare(RLE, image, kGeneral);
   set_value(id_, table({}) + item(stream) + kDelimiter, 1000);
-  std::string bytes;
-  EXPECT_EQ(get_frame(id_, 0, bytes), VX_COMPRESSION_FAILURE);
+  EXPECT_EQ(frame(0), no_frame(VX_COMPRESSION_FAILURE));
 }
 
 }  // namespace

@@ -1,12 +1,9 @@
 // Real compressed files: every frame decodes to the pixels that other programs recorded beside the file.
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <set>
-#include <sstream>
 
+#include "codec/streams.h"
 #include "pixels.h"
 
 namespace {
@@ -14,17 +11,7 @@ namespace {
 using namespace pixels;
 namespace fs = std::filesystem;
 
-fs::path sample_folder() {
-  const char* named = std::getenv("VEXAL_SAMPLES");
-  return named != nullptr ? fs::path(named) : fs::path(VEXAL_SOURCE_DIR) / ".." / "shared" / "samples";
-}
-
-std::string load(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream content;
-  content << file.rdbuf();
-  return content.str();
-}
+using support::sample_folder;
 
 std::string sha256(const std::string& path, const std::string& content) {
   std::ofstream(path, std::ios::binary) << content;
@@ -35,18 +22,9 @@ std::string sha256(const std::string& path, const std::string& content) {
   return digits;
 }
 
-VX_STATUS give(const char*, void* user, uint32_t* size, void** data, int32_t, int32_t* last) {
-  auto& bytes = *static_cast<std::string*>(user);
-  *size = static_cast<uint32_t>(bytes.size());
-  *data = bytes.data();
-  *last = 1;
-  return VX_NORMAL_COMPLETION;
-}
-
 class PixelSamples : public support::LibraryTest {
  protected:
   void SetUp() override {
-    LibraryTest::SetUp();
     if (!fs::is_directory(sample_folder())) GTEST_SKIP() << "no samples in " << sample_folder();
     ASSERT_EQ(begin_with_full_data(), VX_NORMAL_COMPLETION);
     ASSERT_EQ(VX_Register_Application(&app_, "PIXELS"), VX_NORMAL_COMPLETION);
@@ -55,7 +33,7 @@ class PixelSamples : public support::LibraryTest {
   // The hashes that programs recorded.
   static std::set<std::string> recorded(const std::string& name) {
     std::set<std::string> hashes;
-    const std::string text = load(sample_folder() / "expected" / (name + ".json"));
+    const std::string text = support::read_file(sample_folder() / "expected" / (name + ".json"));
     const std::string key = "\"sha256_planar0\": \"";
     for (std::size_t at = text.find(key); at != std::string::npos; at = text.find(key, at + 1)) {
       hashes.insert(text.substr(at + key.size(), 64));
@@ -72,10 +50,8 @@ class PixelSamples : public support::LibraryTest {
   // All frames of a file, pixel by pixel; the status of the first failure.
   VX_STATUS decode(const std::string& name, std::string& pixels) {
     pixels.clear();
-    std::string bytes = load(sample_folder() / name);
-    int32_t id = -1;
-    VX_Create_Empty_File(&id, "sample");
-    VX_STATUS status = VX_Open_File(app_, id, &bytes, &give);
+    const streams::Object id(streams::new_file);
+    VX_STATUS status = streams::read_file(app_, id, support::read_file(sample_folder() / name));
     VX_TRANSFER_SYNTAX syntax = 0;
     if (status == VX_NORMAL_COMPLETION) status = VX_Get_Message_Transfer_Syntax(id, &syntax);
     if (status == VX_NORMAL_COMPLETION) {
@@ -101,7 +77,6 @@ class PixelSamples : public support::LibraryTest {
       }
       pixels += frame;
     }
-    VX_Free_File(&id);
     return status;
   }
   int32_t app_ = -1;
@@ -115,9 +90,8 @@ TEST_F(PixelSamples, DecodeToTheRecordedPixels) {
       const std::string name = std::string(part) + "/" + entry.path().filename().string();
       const std::set<std::string> hashes = recorded(name);
       if (hashes.empty()) continue;
-      if (load(sample_folder() / "expected" / (name + ".json")).find("\"encapsulated\": {") ==
-          std::string::npos)
-        continue;
+      const std::string facts = support::read_file(sample_folder() / "expected" / (name + ".json"));
+      if (facts.find("\"encapsulated\": {") == std::string::npos) continue;
       std::string pixels;
       const VX_STATUS status = decode(name, pixels);
       if (status == VX_NORMAL_COMPLETION && is_recorded(name, pixels)) {
