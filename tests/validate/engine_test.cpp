@@ -1,5 +1,4 @@
 // The validation as a program sees it: findings of small objects against a small template.
-#include <functional>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -7,12 +6,14 @@
 #include "frame/pool.h"
 #include "frame/seams.h"
 #include "info_file.h"
-#include "support.h"
+#include "objects.h"
 
 namespace {
 
 using support::Body;
 using support::InfoBuilder;
+
+using namespace objects;
 
 constexpr VX_STATUS kOk = VX_NORMAL_COMPLETION;
 constexpr uint32_t kImageType = 0x00080008;
@@ -26,6 +27,14 @@ constexpr uint32_t kSex = 0x00100040;
 constexpr uint32_t kPosition = 0x00200032;
 constexpr uint32_t kSpacing = 0x00280030;
 constexpr uint32_t kBits = 0x00280100;
+constexpr VX_STATUS kMissing = VX_REQUIRED_ATTRIBUTE_MISSING;
+constexpr VX_STATUS kNoValue = VX_REQUIRED_VALUE_MISSING;
+constexpr VX_STATUS kNull = VX_VALUE_MAY_NOT_BE_NULL;
+constexpr VX_STATUS kForbidden = VX_VALUE_NOT_ALLOWED;
+constexpr VX_STATUS kUntold = VX_UNABLE_TO_CHECK_CONDITION;
+constexpr VX_STATUS kForeign = VX_NON_SERVICE_ATTRIBUTE;
+constexpr VX_STATUS kNotListed = VX_NOT_ONE_OF_ENUMERATED_VALUES;
+constexpr VX_STATUS kBadChars = VX_INVALID_CHARS_IN_VALUE;
 
 // Tag, value number, status.
 using Found = std::tuple<uint32_t, int32_t, VX_STATUS>;
@@ -33,24 +42,11 @@ using Findings = std::vector<Found>;
 
 struct Case {
   const char* name;
-  std::function<void(int32_t)> edit;
-  Findings errors;
-  Findings warnings;  // those of the errors left out, in the order of the walk behind them
-  Findings remarks;
+  const char* steps;  // from the complete object
+  Findings errors{};
+  Findings warnings{};  // those of the errors left out, in the order of the walk behind them
+  Findings remarks{};
 };
-
-void set(int32_t id, uint32_t tag, const char* value) {
-  VX_Set_Value_From_String(id, tag, value);  // refused values are stored all the same
-}
-void add(int32_t id, uint32_t tag, const char* value) {
-  VX_Set_Next_Value_From_String(id, tag, value);
-}
-int32_t add_item(int32_t id, uint32_t tag, const char* name) {
-  int32_t item = -1;
-  EXPECT_EQ(name == nullptr ? VX_Open_Empty_Item(&item) : VX_Open_Item(&item, name), kOk);
-  EXPECT_EQ(VX_Set_Next_Value_From_Int(id, tag, item), kOk);
-  return item;
-}
 
 class Engine : public support::LibraryTest {
  protected:
@@ -96,32 +92,21 @@ class Engine : public support::LibraryTest {
     return bytes;
   }
 
-  // An object that validates.
-  static int32_t complete() {
+  static int32_t message(const std::string& steps) {
     int32_t id = -1;
     EXPECT_EQ(VX_Open_Empty_Message(&id), kOk);
     EXPECT_EQ(VX_Set_Service_Command(id, "STANDARD_CT", C_STORE_RQ), kOk);
-    set(id, kImageType, "ORIGINAL");
-    add(id, kImageType, "PRIMARY");
-    add(id, kImageType, "AXIAL");
-    set(id, kSopClass, "1.2.840.10008.5.1.4.1.1.2");
-    set(id, kModality, "CT");
-    set(id, kReferring, "Doe^Jane");
-    const int32_t item = add_item(id, kReferenced, nullptr);
-    set(item, 0x00081150, "1.2.3");
-    set(item, 0x00081155, "1.2.4");
-    set(id, kPatientId, "A1");
-    set(id, kBirthDate, "19700131");
-    set(id, kPosition, "1");
-    add(id, kPosition, "2");
-    add(id, kPosition, "3");
-    EXPECT_EQ(VX_Set_Value_From_Int(id, kBits, 16), kOk);
+    edit(id, steps);
     return id;
   }
-  static int32_t first_item(int32_t id, uint32_t tag) {
-    int32_t item = -1;
-    EXPECT_EQ(VX_Get_Value_To_Int(id, tag, &item), kOk);
-    return item;
+  // An object that validates, and is changed then.
+  static int32_t complete(const std::string& steps = "") {
+    const int32_t id = message(
+        "00080008=ORIGINAL\\PRIMARY\\AXIAL;00080016=1.2.840.10008.5.1.4.1.1.2;00080060=CT;00080090=Doe^Jane;"
+        "00081140*1;00081140/00081150=1.2.3;00081140/00081155=1.2.4;00100020=A1;00100030=19700131;"
+        "00200032=1\\2\\3;00280100=16");
+    edit(id, steps);
+    return id;
   }
   // What is left to read of the findings, from the first one.
   static Findings rest(int32_t id, ValErrObj* finding) {
@@ -145,10 +130,12 @@ class Engine : public support::LibraryTest {
     EXPECT_EQ(status, finding != nullptr ? VX_DOES_NOT_VALIDATE : VX_MESSAGE_VALIDATES);
     return rest(id, finding);
   }
+  static void check(std::initializer_list<Case> rows) {
+    for (const Case& row : rows) check(row);
+  }
   static void check(const Case& row) {
     SCOPED_TRACE(row.name);
-    int32_t id = complete();
-    row.edit(id);
+    int32_t id = complete(row.steps);
     Findings expected = row.errors;
     const auto sorted = [](Findings findings) {
       std::sort(findings.begin(), findings.end());
@@ -164,191 +151,79 @@ class Engine : public support::LibraryTest {
 };
 
 TEST_F(Engine, PresenceAndType) {
-  const Case rows[] = {
-      {"complete", [](int32_t) {}, {}, {}, {}},
-      {"type 1 missing",
-       [](int32_t id) { VX_Delete_Attribute(id, kModality); },
-       {{kModality, 0, VX_REQUIRED_ATTRIBUTE_MISSING}},
-       {},
-       {}},
-      {"type 1 at the end missing",
-       [](int32_t id) { VX_Delete_Attribute(id, kBits); },
-       {{kBits, 0, VX_REQUIRED_ATTRIBUTE_MISSING}},
-       {},
-       {}},
-      {"type 1 null",
-       [](int32_t id) { VX_Set_Value_To_NULL(id, kModality); },
-       {{kModality, 0, VX_VALUE_MAY_NOT_BE_NULL}},
-       {},
-       {}},
-      {"type 1 without a value",
-       [](int32_t id) { VX_Set_Value_To_Empty(id, kModality); },
-       {{kModality, 0, VX_REQUIRED_VALUE_MISSING}},
-       {},
-       {}},
-      {"type 2 missing",
-       [](int32_t id) { VX_Delete_Attribute(id, kReferring); },
-       {{kReferring, 0, VX_REQUIRED_ATTRIBUTE_MISSING}},
-       {},
-       {}},
-      {"type 2 null", [](int32_t id) { VX_Set_Value_To_NULL(id, kReferring); }, {}, {}, {}},
-      {"type 2 without a value",
-       [](int32_t id) { VX_Set_Value_To_Empty(id, kReferring); },
-       {{kReferring, 0, VX_REQUIRED_VALUE_MISSING}},
-       {},
-       {}},
-      {"1C that holds, missing; 2C null",
-       [](int32_t id) {
-         VX_Delete_Attribute(id, kPatientId);
-         VX_Set_Value_To_NULL(id, kBirthDate);
-       },
-       {{kPatientId, 0, VX_REQUIRED_ATTRIBUTE_MISSING}},
-       {},
-       {}},
+  check({
+      {"complete", ""},
+      {"type 1 missing", "-00080060", {{kModality, 0, kMissing}}},
+      {"type 1 at the end missing", "-00280100", {{kBits, 0, kMissing}}},
+      {"type 1 null", "00080060=", {{kModality, 0, kNull}}},
+      {"type 1 without a value", "00080060", {{kModality, 0, kNoValue}}},
+      {"type 2 missing", "-00080090", {{kReferring, 0, kMissing}}},
+      {"type 2 null", "00080090="},
+      {"type 2 without a value", "00080090", {{kReferring, 0, kNoValue}}},
+      {"1C that holds, missing; 2C null", "-00100020;00100030=", {{kPatientId, 0, kMissing}}},
       {"1C that holds, null; 2C without a value",
-       [](int32_t id) {
-         VX_Set_Value_To_NULL(id, kPatientId);
-         VX_Set_Value_To_Empty(id, kBirthDate);
-       },
-       {{kPatientId, 0, VX_VALUE_MAY_NOT_BE_NULL}, {kBirthDate, 0, VX_REQUIRED_VALUE_MISSING}},
-       {},
-       {}},
+       "00100020=;00100030",
+       {{kPatientId, 0, kNull}, {kBirthDate, 0, kNoValue}}},
       {"forbidden, with a value and with a null one",
-       [](int32_t id) {
-         set(id, kImageType, "DERIVED");
-         add(id, kImageType, "PRIMARY");
-         VX_Set_Value_To_NULL(id, kBirthDate);
-       },
-       {{kPatientId, 0, VX_VALUE_NOT_ALLOWED}, {kBirthDate, 0, VX_VALUE_NOT_ALLOWED}},
-       {},
-       {}},
-      {"forbidden, absent or without a value",
-       [](int32_t id) {
-         set(id, kImageType, "DERIVED");
-         add(id, kImageType, "PRIMARY");
-         VX_Delete_Attribute(id, kPatientId);
-         VX_Set_Value_To_Empty(id, kBirthDate);
-       },
-       {},
-       {},
-       {}},
+       "00080008=DERIVED\\PRIMARY;00100030=",
+       {{kPatientId, 0, kForbidden}, {kBirthDate, 0, kForbidden}}},
+      {"forbidden, absent or without a value", "00080008=DERIVED\\PRIMARY;-00100020;00100030"},
       {"condition that can not be told",
-       [](int32_t id) {
-         VX_Delete_Attribute(id, kImageType);
-         VX_Delete_Attribute(id, kPatientId);
-       },
-       {{kImageType, 0, VX_REQUIRED_ATTRIBUTE_MISSING}},
+       "-00080008;-00100020",
+       {{kImageType, 0, kMissing}},
        {},
-       {{kBirthDate, 0, VX_UNABLE_TO_CHECK_CONDITION}}},
+       {{kBirthDate, 0, kUntold}}},
       {"no condition, unknown condition",
-       [](int32_t id) {
-         set(id, kSex, "F");
-         set(id, 0x00101030, "70");
-       },
+       "00100040=F;00101030=70",
        {},
        {},
-       {{kSex, 0, VX_NO_CONDITION_FUNCTION},
-        {kSex, 0, VX_UNABLE_TO_CHECK_CONDITION},
-        {0x00101030, 0, VX_UNABLE_TO_CHECK_CONDITION}}},
-      {"not of the service",
-       [](int32_t id) {
-         set(id, 0x00080030, "101112");
-         VX_Add_Standard_Attribute(id, 0x00080020);  // without a value nobody minds
-       },
+       {{kSex, 0, VX_NO_CONDITION_FUNCTION}, {kSex, 0, kUntold}, {0x00101030, 0, kUntold}}},
+      {"not of the service; without a value nobody minds",
+       "00080030=101112;00080020",
        {},
-       {{0x00080030, 0, VX_NON_SERVICE_ATTRIBUTE}},
-       {}},
+       {{0x00080030, 0, kForeign}}},
       {"VR not known",
-       [](int32_t id) {
-         VX_Add_Nonstandard_Attribute(id, 0x00211234, VX_VR_UN);
-         VX_Set_Value_From_Buffer(id, 0x00211234, "ab", 2);
-         VX_Add_Nonstandard_Attribute(id, 0x00201234, VX_VR_UN);
-         VX_Set_Value_From_Buffer(id, 0x00201234, "ab", 2);
-       },
+       "00211234#ab;00201234#ab",
        {{0x00201234, 0, VX_INVALID_VR_CODE}},
-       {{0x00201234, 0, VX_NON_SERVICE_ATTRIBUTE}},
-       {}},
-      {"group 0 and 2 are let alone", [](int32_t id) { set(id, 0x00020010, "not a UID"); }, {}, {}, {}},
-  };
-  for (const Case& row : rows) check(row);
+       {{0x00201234, 0, kForeign}}},
+      {"group 0 and 2 are let alone", "00020010=not a UID"},
+  });
 }
 
 TEST_F(Engine, ValuesOfAttributes) {
-  const Case rows[] = {
-      {"too few", [](int32_t id) { set(id, kSpacing, "1"); }, {{kSpacing, 0, VX_TOO_FEW_VALUES}}, {}, {}},
+  check({
+      {"too few", "00280030=1", {{kSpacing, 0, VX_TOO_FEW_VALUES}}},
       {"too many",
-       [](int32_t id) {
-         set(id, kSpacing, "1");
-         add(id, kSpacing, "2");
-         add(id, kSpacing, "3");
-         add(id, kModality, "CT");
-       },
-       {{kModality, 0, VX_TOO_MANY_VALUES}, {kSpacing, 0, VX_TOO_MANY_VALUES}},
-       {},
-       {}},
-      {"type 2 null may be few", [](int32_t id) { VX_Set_Value_To_NULL(id, kPosition); }, {}, {}, {}},
+       "00280030=1\\2\\3;00080060=CT\\CT",
+       {{kModality, 0, VX_TOO_MANY_VALUES}, {kSpacing, 0, VX_TOO_MANY_VALUES}}},
+      {"type 2 null may be few", "00200032="},
       {"breaks its VR",
-       [](int32_t id) {
-         set(id, kPosition, "1");
-         add(id, kPosition, "x");
-         add(id, kPosition, "12345678901234567");
-         set(id, kBirthDate, "19701301");
-       },
+       "00200032=1\\x\\12345678901234567;00100030=19701301",
        {{kBirthDate, 1, VX_INVALID_VALUE_FOR_VR},
-        {kPosition, 2, VX_INVALID_CHARS_IN_VALUE},
-        {kPosition, 3, VX_INVALID_VALUE_FOR_VR}},
-       {},
-       {}},
+        {kPosition, 2, kBadChars},
+        {kPosition, 3, VX_INVALID_VALUE_FOR_VR}}},
       {"enumerated, also when it breaks its VR",
-       [](int32_t id) { set(id, kModality, "ct"); },
-       {{kModality, 1, VX_INVALID_CHARS_IN_VALUE}, {kModality, 1, VX_NOT_ONE_OF_ENUMERATED_VALUES}},
-       {},
-       {}},
-      {"blanks do not count", [](int32_t id) { set(id, kModality, " CT  "); }, {}, {}, {}},
+       "00080060=ct",
+       {{kModality, 1, kBadChars}, {kModality, 1, kNotListed}}},
+      {"blanks do not count", "00080060= CT  "},
       {"a list for each value",
-       [](int32_t id) {
-         set(id, 0x00080005, "ISO_IR 6");
-         add(id, 0x00080005, "ISO_IR 101");
-       },
+       "00080005=ISO_IR 6\\ISO_IR 101",
        {},
-       {{0x00080005, 2, VX_NOT_ONE_OF_DEFINED_TERMS}},
-       {}},
+       {{0x00080005, 2, VX_NOT_ONE_OF_DEFINED_TERMS}}},
       {"lists by value number: the last entry tells the kind, the fourth value is free",
-       [](int32_t id) {
-         set(id, kImageType, "ORIGINAL");
-         add(id, kImageType, "AXIAL");
-         add(id, kImageType, "PRIMARY");
-         add(id, kImageType, "ANYTHING");
-       },
-       {{kImageType, 2, VX_NOT_ONE_OF_ENUMERATED_VALUES}, {kImageType, 3, VX_NOT_ONE_OF_ENUMERATED_VALUES}},
-       {},
-       {}},
-      {"numbers",
-       [](int32_t id) { VX_Set_Value_From_Int(id, kBits, 12); },
-       {{kBits, 1, VX_NOT_ONE_OF_ENUMERATED_VALUES}},
-       {},
-       {}},
-      {"repeating groups go by the first",
-       [](int32_t id) {
-         VX_Set_Value_From_Int(id, 0x60000010, 1);
-         VX_Set_Value_From_Int(id, 0x60020010, 3);
-         VX_Set_Value_From_Int(id, 0x601E0010, 2);
-       },
-       {{0x60020010, 1, VX_NOT_ONE_OF_ENUMERATED_VALUES}},
-       {},
-       {}},
-      {"private text",
-       [](int32_t id) {
-         VX_Add_Private_Block(id, "ACME 1.0", 0x0009);
-         VX_Set_pValue_From_String(id, "ACME 1.0", 0x0009, 1, "good");
-         VX_Add_Private_Attribute(id, "ACME 1.0", 0x0009, 0x10, VX_VR_DA);
-         VX_Set_pValue_From_String(id, "ACME 1.0", 0x0009, 0x10, "20261301");
-       },
-       {{0x00091010, 1, VX_INVALID_VALUE_FOR_VR}},
-       {},
-       {}},
-  };
-  for (const Case& row : rows) check(row);
+       "00080008=ORIGINAL\\AXIAL\\PRIMARY\\ANYTHING",
+       {{kImageType, 2, kNotListed}, {kImageType, 3, kNotListed}}},
+      {"numbers", "00280100=12", {{kBits, 1, kNotListed}}},
+      {"repeating groups go by the first", "60000010=1;60020010=3;601E0010=2", {{0x60020010, 1, kNotListed}}},
+  });
+  const int32_t id = complete();
+  VX_Add_Private_Block(id, "ACME 1.0", 0x0009);
+  VX_Set_pValue_From_String(id, "ACME 1.0", 0x0009, 1, "good");
+  VX_Add_Private_Attribute(id, "ACME 1.0", 0x0009, 0x10, VX_VR_DA);
+  VX_Set_pValue_From_String(id, "ACME 1.0", 0x0009, 0x10, "20261301");
+  for (const ValidationLevel level : {VX_Errors_Only, VX_All_Findings}) {
+    EXPECT_EQ(validate(id, level), (Findings{{0x00091010, 1, VX_INVALID_VALUE_FOR_VR}}));
+  }
 }
 
 TEST_F(Engine, NullOptionalValuesAsConfigured) {
@@ -359,61 +234,35 @@ TEST_F(Engine, NullOptionalValuesAsConfigured) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.setting);
     set_text(VX_CFG_NULL_TYPE3_VALIDATION, row.setting);
-    int32_t id = complete();
-    ASSERT_EQ(VX_Add_Standard_Attribute(id, kSpacing), kOk);
-    ASSERT_EQ(VX_Set_Value_To_NULL(id, kSpacing), kOk);
+    const int32_t id = complete("00280030=");
     EXPECT_EQ(validate(id, VX_Errors_Only).size(), row.errors);
     EXPECT_EQ(validate(id, VX_Errors_And_Warnings).size(), row.warnings);
     EXPECT_EQ(validate(id, VX_All_Findings).size(), row.all);
-    VX_Free_Message(&id);
   }
 }
 
 TEST_F(Engine, Sequences) {
-  const Case rows[] = {
-      {"missing inside",
-       [](int32_t id) { VX_Delete_Attribute(first_item(id, kReferenced), 0x00081155); },
-       {{0x00081155, 0, VX_REQUIRED_ATTRIBUTE_MISSING}},
-       {},
-       {}},
+  check({
+      {"missing inside", "00081140/-00081155", {{0x00081155, 0, kMissing}}},
       {"a bad value inside, and one the item does not have",
-       [](int32_t id) {
-         const int32_t item = first_item(id, kReferenced);
-         set(item, 0x00081150, "1.2.x");
-         set(item, kModality, "CT");
-       },
-       {{0x00081150, 1, VX_INVALID_CHARS_IN_VALUE}},
-       {{kModality, 0, VX_NON_SERVICE_ATTRIBUTE}},
-       {}},
-      {"an item without anything in it", [](int32_t id) { add_item(id, kReferenced, nullptr); }, {}, {}, {}},
+       "00081140/00081150=1.2.x;00081140/00080060=CT",
+       {{0x00081150, 1, kBadChars}},
+       {{kModality, 0, kForeign}}},
+      {"an item without anything in it", "00081140*1"},
       {"an item of another type",
-       [](int32_t id) { set(add_item(id, kReferenced, "PATIENT"), kPatientId, "1"); },
-       {{kReferenced, 2, VX_NOT_ONE_OF_DEFINED_TERMS}},
-       {},
-       {}},
+       "00081140*PATIENT;00081140/00100020=1",
+       {{kReferenced, 2, VX_NOT_ONE_OF_DEFINED_TERMS}}},
       {"a sequence without rules: items with a type are looked at",
-       [](int32_t id) {
-         ASSERT_EQ(VX_Add_Standard_Attribute(id, 0x0040A730), kOk);
-         add_item(id, 0x0040A730, nullptr);
-         add_item(id, 0x0040A730, "REF_IMAGE");
-       },
-       {{0x00081150, 0, VX_REQUIRED_VALUE_MISSING}, {0x00081155, 0, VX_REQUIRED_VALUE_MISSING}},
-       {{0x0040A730, 0, VX_NON_SERVICE_ATTRIBUTE}},
-       {}},
-      {"no items",
-       [](int32_t id) { VX_Set_Value_To_Empty(id, kReferenced); },
-       {{kReferenced, 0, VX_REQUIRED_VALUE_MISSING}},
-       {},
-       {}},
-  };
-  for (const Case& row : rows) check(row);
+       "0040A730*1;0040A730*REF_IMAGE",
+       {{0x00081150, 0, kNoValue}, {0x00081155, 0, kNoValue}},
+       {{0x0040A730, 0, kForeign}}},
+      {"no items", "00081140", {{kReferenced, 0, kNoValue}}},
+  });
 }
 
 TEST_F(Engine, FindingsOfItemsNameTheItem) {
-  int32_t id = complete();
-  const int32_t item = first_item(id, kReferenced);
-  set(item, 0x00081150, "bad");
-  set(id, kModality, "MR");
+  const int32_t id = complete("00081140/00081150=bad;00080060=MR");
+  const int32_t item = last_item(id, kReferenced);
   ValErrObj* finding = nullptr;
   ASSERT_EQ(VX_Validate_Message(id, &finding, VX_Errors_Only), VX_DOES_NOT_VALIDATE);
   EXPECT_EQ(finding->Tag, kModality);
@@ -423,27 +272,22 @@ TEST_F(Engine, FindingsOfItemsNameTheItem) {
   EXPECT_EQ(finding->MsgItemID, item);
   // The item has no list of its own until it is asked for.
   EXPECT_EQ(VX_Get_Next_Validate_Error(item, &finding), VX_END_OF_LIST);
-  EXPECT_EQ(validate(item, VX_Errors_Only), (Findings{{0x00081150, 1, VX_INVALID_CHARS_IN_VALUE}}));
+  EXPECT_EQ(validate(item, VX_Errors_Only), (Findings{{0x00081150, 1, kBadChars}}));
   // An item that comes in after a validation takes its type as the first one did.
-  set(add_item(id, kReferenced, nullptr), 0x00081150, "1.2");
-  EXPECT_EQ(validate(id, VX_Errors_Only), (Findings{{kModality, 1, VX_NOT_ONE_OF_ENUMERATED_VALUES},
-                                                    {0x00081150, 1, VX_INVALID_CHARS_IN_VALUE},
-                                                    {0x00081155, 0, VX_REQUIRED_ATTRIBUTE_MISSING}}));
+  edit(id, "00081140*1;00081140/00081150=1.2");
+  EXPECT_EQ(validate(id, VX_Errors_Only),
+            (Findings{{kModality, 1, kNotListed}, {0x00081150, 1, kBadChars}, {0x00081155, 0, kMissing}}));
 }
 
 TEST_F(Engine, OneAttribute) {
-  int32_t id = complete();
-  set(id, kModality, "MR");
-  set(first_item(id, kReferenced), 0x00081150, "bad");
-  VX_Delete_Attribute(id, kBits);
+  const int32_t id = complete("00080060=MR;00081140/00081150=bad;-00280100");
   EXPECT_EQ(validate_attribute(id, kPatientId), Findings{});
-  EXPECT_EQ(validate_attribute(id, kModality), (Findings{{kModality, 1, VX_NOT_ONE_OF_ENUMERATED_VALUES}}));
-  EXPECT_EQ(validate_attribute(id, kReferenced), (Findings{{0x00081150, 1, VX_INVALID_CHARS_IN_VALUE}}));
-  EXPECT_EQ(validate_attribute(id, kBits), (Findings{{kBits, 0, VX_REQUIRED_VALUE_MISSING}}));
+  EXPECT_EQ(validate_attribute(id, kModality), (Findings{{kModality, 1, kNotListed}}));
+  EXPECT_EQ(validate_attribute(id, kReferenced), (Findings{{0x00081150, 1, kBadChars}}));
+  EXPECT_EQ(validate_attribute(id, kBits), (Findings{{kBits, 0, kNoValue}}));
   // A repeating group takes after its base, there or not.
-  ASSERT_EQ(VX_Set_Value_From_Int(id, 0x60000010, 1), kOk);
-  ASSERT_EQ(VX_Set_Value_From_Int(id, 0x60020010, 7), kOk);
-  EXPECT_EQ(validate_attribute(id, 0x60020010), (Findings{{0x60020010, 1, VX_NOT_ONE_OF_ENUMERATED_VALUES}}));
+  edit(id, "60000010=1;60020010=7");
+  EXPECT_EQ(validate_attribute(id, 0x60020010), (Findings{{0x60020010, 1, kNotListed}}));
   EXPECT_EQ(validate_attribute(id, 0x60040010), Findings{});
 
   ValErrObj* finding = nullptr;
@@ -453,23 +297,19 @@ TEST_F(Engine, OneAttribute) {
   int32_t opened = -1;
   ASSERT_EQ(VX_Open_Message(&opened, "STANDARD_CT", C_STORE_RQ), kOk);
   EXPECT_EQ(VX_Validate_Attribute(opened, 0x00080030, &finding, VX_Errors_Only), VX_INVALID_TAG);
-  EXPECT_EQ(validate_attribute(opened, kModality), (Findings{{kModality, 0, VX_REQUIRED_VALUE_MISSING}}));
+  EXPECT_EQ(validate_attribute(opened, kModality), (Findings{{kModality, 0, kNoValue}}));
 }
 
 // What a template asks for is missing in an empty object, and without a value in one that was opened with it.
 TEST_F(Engine, EmptyObjects) {
-  int32_t id = -1;
-  ASSERT_EQ(VX_Open_Empty_Message(&id), kOk);
-  ASSERT_EQ(VX_Set_Service_Command(id, "STANDARD_CT", C_STORE_RQ), kOk);
   int32_t opened = -1;
   ASSERT_EQ(VX_Open_Message(&opened, "STANDARD_CT", C_STORE_RQ), kOk);
-  Findings missing;
-  Findings without;
+  Findings missing, without;
   for (const uint32_t tag : {kImageType, kSopClass, kModality, kReferring, kReferenced, kPosition, kBits}) {
-    missing.emplace_back(tag, 0, VX_REQUIRED_ATTRIBUTE_MISSING);
-    without.emplace_back(tag, 0, VX_REQUIRED_VALUE_MISSING);
+    missing.emplace_back(tag, 0, kMissing);
+    without.emplace_back(tag, 0, kNoValue);
   }
-  EXPECT_EQ(validate(id, VX_All_Findings), missing);
+  EXPECT_EQ(validate(message(""), VX_All_Findings), missing);
   EXPECT_EQ(validate(opened, VX_Errors_Only), without);
 }
 
@@ -480,16 +320,14 @@ TEST_F(Engine, WhatCanNotBeValidated) {
   EXPECT_EQ(finding, nullptr);
   EXPECT_EQ(VX_Validate_Message(-1, nullptr, VX_Errors_Only), VX_NULL_POINTER_PARM);
   EXPECT_EQ(VX_Get_Next_Validate_Error(-1, &finding), VX_INVALID_MESSAGE_ID);
-  int32_t message = -1;
-  int32_t item = -1;
-  int32_t file = -1;
-  ASSERT_EQ(VX_Open_Empty_Message(&message), kOk);
+  int32_t blank = -1, item = -1, file = -1;
+  ASSERT_EQ(VX_Open_Empty_Message(&blank), kOk);
   ASSERT_EQ(VX_Open_Empty_Item(&item), kOk);
   ASSERT_EQ(VX_Create_Empty_File(&file, "x"), kOk);
   const struct {
     int32_t id;
     const char* log;
-  } rows[] = {{message, "Unable to validate, no service and command for message object."},
+  } rows[] = {{blank, "Unable to validate, no service and command for message object."},
               {item, "Unable to validate, no item type for object."},
               {file, "Unable to validate, no service and command for file object."}};
   for (const auto& row : rows) {
@@ -499,36 +337,31 @@ TEST_F(Engine, WhatCanNotBeValidated) {
   }
   // A command without a data set needs no template, a service without one can not do.
   set_text(VX_CFG_MSG_INFO_FILE, folder().path("none.msg"));
-  ASSERT_EQ(VX_Set_Service_Command(message, "STANDARD_CT", C_STORE_RSP), kOk);
-  EXPECT_EQ(validate(message, VX_All_Findings), Findings{});
+  ASSERT_EQ(VX_Set_Service_Command(blank, "STANDARD_CT", C_STORE_RSP), kOk);
+  EXPECT_EQ(validate(blank, VX_All_Findings), Findings{});
   ASSERT_EQ(VX_Set_Service_Command(file, "STANDARD_MR", C_STORE_RQ), kOk);
   EXPECT_EQ(VX_Validate_File(file, &finding, VX_Errors_Only), VX_MSGFILE_ERROR);
   VX_Library_Release();
-  EXPECT_EQ(VX_Validate_Message(message, &finding, VX_Errors_Only), VX_LIBRARY_NOT_INITIALIZED);
+  EXPECT_EQ(VX_Validate_Message(blank, &finding, VX_Errors_Only), VX_LIBRARY_NOT_INITIALIZED);
 }
 
 TEST_F(Engine, FindingsAreLogged) {
   ASSERT_EQ(VX_Set_Log_Destination(VX_CFG_T5_MESSAGE, VX_LOG_TO_MEMORY), kOk);
-  int32_t id = complete();
-  set(id, kModality, "MR");
-  set(id, 0x00081030, "a text of more than thirty characters that also is longer than the sixty-four of LO");
-  set(id, 0x00080030, "101112");
+  const int32_t id = complete(
+      "00080060=MR;00080030=101112;"
+      "00081030=a text of more than thirty characters that also is longer than the sixty-four of LO");
   clear_log();
   validate(id, VX_Errors_Only);
-  EXPECT_TRUE(
-      has_log(std::string("(0008,0060) VE: [MR] ") + VX_Error_Message(VX_NOT_ONE_OF_ENUMERATED_VALUES)));
+  EXPECT_TRUE(has_log(std::string("(0008,0060) VE: [MR] ") + VX_Error_Message(kNotListed)));
   EXPECT_TRUE(has_log("(0008,1030) VE: [a text of more than thirty cha] "));
   EXPECT_FALSE(has_log("(0008,0030)"));
   validate(id, VX_All_Findings);
-  EXPECT_TRUE(has_log(std::string("(0008,0030) VW: ") + VX_Error_Message(VX_NON_SERVICE_ATTRIBUTE)));
+  EXPECT_TRUE(has_log(std::string("(0008,0030) VW: ") + VX_Error_Message(kForeign)));
 }
 
 // The cursor of a value stays where the program left it.
 TEST_F(Engine, ReadingGoesOnBehindAValidation) {
-  int32_t id = complete();
-  set(id, kPosition, "1");
-  add(id, kPosition, "x");
-  add(id, kPosition, "3");
+  const int32_t id = complete("00200032=1\\x\\3");
   char text[16] = "";
   ASSERT_EQ(VX_Get_Value_To_String(id, kPosition, sizeof text, text), kOk);
   ASSERT_EQ(VX_Set_Log_Destination(VX_CFG_T5_MESSAGE, VX_LOG_TO_MEMORY), kOk);
@@ -538,23 +371,15 @@ TEST_F(Engine, ReadingGoesOnBehindAValidation) {
 }
 
 TEST_F(Engine, FindingsAreFreed) {
-  const auto used = [] {
-    uint64_t total = 0;
-    uint64_t free_bytes = 0;
-    vx::report_memory(total, free_bytes);
-    return total - free_bytes;
-  };
   validate(complete(), VX_Errors_Only);  // reads the templates
-  const uint64_t before = used();
-  int32_t id = complete();
-  set(id, kModality, "MR");
-  set(first_item(id, kReferenced), 0x00081150, "bad");
+  const uint64_t before = support::memory().used();
+  int32_t id = complete("00080060=MR;00081140/00081150=bad");
   validate(id, VX_All_Findings);
-  const uint64_t once = used();
+  const uint64_t once = support::memory().used();
   for (int i = 0; i < 100; ++i) validate(id, VX_All_Findings);
-  EXPECT_EQ(used(), once);
+  EXPECT_EQ(support::memory().used(), once);
   VX_Free_Message(&id);
-  EXPECT_EQ(used(), before);
+  EXPECT_EQ(support::memory().used(), before);
 }
 
 // Memory that runs out at any point leaves the findings so far, and a later validation is whole again.
@@ -562,9 +387,7 @@ TEST_F(Engine, WithoutMemory) {
   int failures = 0;
   for (uint64_t allocation = 1;; ++allocation) {
     ASSERT_LT(allocation, 1000U);
-    int32_t id = complete();
-    set(id, kModality, "MR");
-    VX_Delete_Attribute(id, kBits);
+    int32_t id = complete("00080060=MR;-00280100");
     vx::model_drop();
     ValErrObj* finding = nullptr;
     vx::fail_allocation_after(allocation);
@@ -584,57 +407,40 @@ TEST_F(Engine, WithoutMemory) {
 // A place tells what its condition demands and what holds without it; rules of its own look around the
 // object.
 TEST_F(Engine, RulesStandAtThePlace) {
-  Body message;
-  message.add(kImageType, "3");
-  message.add(kReferenced, "3", "SQ").with(1, "REF_IMAGE");
-  message.add(kPatientId, "1C").with(2001, "00080060 is CT").with(2002, "may");
-  message.add(kBirthDate, "2C").with(2001, "00081140>00081150 present & 00080008! is DERIVED");
-  message.add(kSex, "1C").with(2001, "00081140>own absent");
+  Body body;
+  body.add(kImageType, "3");
+  body.add(kReferenced, "3", "SQ").with(1, "REF_IMAGE");
+  body.add(kPatientId, "1C").with(2001, "00080060 is CT").with(2002, "may");
+  body.add(kBirthDate, "2C").with(2001, "00081140>00081150 present & 00080008! is DERIVED");
+  body.add(kSex, "1C").with(2001, "00081140>own absent");
   Body reference;
   reference.add(0x00081150, "1C").with(2001, "^00080060 is CT");
   reference.add(0x00081155, "1C").with(2001, "~00080060? is MR | ^^00080060 absent");
   InfoBuilder builder;
-  builder.service(2, C_STORE_RQ, message).item(501, reference);
+  builder.service(2, C_STORE_RQ, body).item(501, reference);
   vx::model_drop();
   set_text(VX_CFG_MSG_INFO_FILE, folder().write("rules.msg", builder.bytes()));
   const struct {
     const char* name;
-    std::function<void(int32_t message, int32_t item)> edit;
+    const char* steps;
     Findings errors;
   } rows[] = {
-      {"nothing asked", [](int32_t, int32_t) {}, {{kSex, 0, VX_REQUIRED_ATTRIBUTE_MISSING}}},
-      {"may be there", [](int32_t id, int32_t) { set(id, kPatientId, "A"), set(id, kSex, "M"); }, {}},
-      {"but not be null",
-       [](int32_t id, int32_t) { set(id, kSex, "M"), VX_Set_Value_To_NULL(id, kPatientId); },
-       {{kPatientId, 0, VX_VALUE_MAY_NOT_BE_NULL}}},
+      {"nothing asked", "", {{kSex, 0, kMissing}}},
+      {"may be there", "00100020=A;00100040=M", {}},
+      {"but not be null", "00100040=M;00100020=", {{kPatientId, 0, kNull}}},
       {"asked for, in the item too",
-       [](int32_t id, int32_t) { set(id, kModality, "CT"), set(id, kSex, "M"); },
-       {{0x00081150, 0, VX_REQUIRED_ATTRIBUTE_MISSING}, {kPatientId, 0, VX_REQUIRED_ATTRIBUTE_MISSING}}},
-      {"what the message says",
-       [](int32_t id, int32_t) { set(id, kModality, "MR"), set(id, kSex, "M"); },
-       {{0x00081155, 0, VX_REQUIRED_ATTRIBUTE_MISSING}}},
-      {"forbidden by the item",
-       [](int32_t id, int32_t item) {
-         set(id, kSex, "M");
-         set(item, kSex, "M");
-       },
-       {{kSex, 0, VX_VALUE_NOT_ALLOWED}}},
+       "00080060=CT;00100040=M",
+       {{0x00081150, 0, kMissing}, {kPatientId, 0, kMissing}}},
+      {"what the message says", "00080060=MR;00100040=M", {{0x00081155, 0, kMissing}}},
+      {"forbidden by the item", "00100040=M;00081140/00100040=M", {{kSex, 0, kForbidden}}},
       {"open where a clause fails",
-       [](int32_t id, int32_t item) {
-         set(id, kModality, "CT"), set(id, kPatientId, "A"), set(id, kSex, "M"), set(item, 0x00081150, "1.2");
-         set(id, kImageType, "ORIGINAL"), add(id, kImageType, "PRIMARY"), set(id, kBirthDate, "20000101");
-       },
+       "00080060=CT;00100020=A;00100040=M;00081140/00081150=1.2;00080008=ORIGINAL\\PRIMARY;00100030=20000101",
        {}},
   };
   for (const auto& row : rows) {
-    int32_t id = -1;
-    VX_Open_Empty_Message(&id);
-    VX_Set_Service_Command(id, "STANDARD_CT", C_STORE_RQ);
-    const int32_t below = add_item(id, kReferenced, nullptr);
-    set(below, kModality, "OT");  // a blank item would be passed over
-    row.edit(id, below);
+    const int32_t id = message("00081140*1;00081140/00080060=OT");  // a blank item would be passed over
+    edit(id, row.steps);
     EXPECT_EQ(validate(id, VX_Errors_Only), row.errors) << row.name;
-    VX_Free_Message(&id);
   }
 }
 

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -60,33 +61,12 @@ const vx::ValidValueObj* first_listed(const vx::TagObj& rule, int number) {
 }
 
 const char* text_for(int32_t vr) {
-  switch (vr) {
-    case VX_VR_AS:
-      return "030Y";
-    case VX_VR_DA:
-      return "20240131";
-    case VX_VR_DT:
-      return "20240131101010";
-    case VX_VR_TM:
-      return "101010";
-    case VX_VR_UI:
-      return "1.2.3";
-    case VX_VR_UR:
-      return "http://host/path";
-    case VX_VR_PN:
-      return "Doe^Jane";
-    case VX_VR_AE:
-    case VX_VR_CS:
-    case VX_VR_LO:
-    case VX_VR_LT:
-    case VX_VR_SH:
-    case VX_VR_ST:
-    case VX_VR_UC:
-    case VX_VR_UT:
-      return "A";
-    default:
-      return "1";
-  }
+  static const std::map<int32_t, const char*> kTexts = {
+      {VX_VR_AS, "030Y"},     {VX_VR_DA, "20240131"}, {VX_VR_DT, "20240131101010"},
+      {VX_VR_TM, "101010"},   {VX_VR_UI, "1.2.3"},    {VX_VR_UR, "http://host/path"},
+      {VX_VR_PN, "Doe^Jane"}, {VX_VR_DS, "1"},        {VX_VR_IS, "1"}};
+  const auto found = kTexts.find(vr);
+  return found != kTexts.end() ? found->second : "A";
 }
 
 // The template of a message or an item.
@@ -106,10 +86,10 @@ const vx::TagObj* rule_of(int32_t id, uint32_t tag) {
 }
 
 template <class Number>
-Number stored(const vx::ValidValueObj& entry) {
+int32_t stored(const vx::ValidValueObj& entry) {
   Number value = 0;
   std::memcpy(&value, entry.Value, std::min<std::size_t>(sizeof value, entry.Length));
-  return value;
+  return static_cast<int32_t>(value);
 }
 
 VX_STATUS set_number(int32_t id, const vx::TagObj& rule, const vx::ValidValueObj* listed, bool first) {
@@ -118,22 +98,11 @@ VX_STATUS set_number(int32_t id, const vx::TagObj& rule, const vx::ValidValueObj
   }
   int32_t value = 1;
   if (listed != nullptr) {
-    switch (rule.VR) {
-      case VX_VR_SS:
-        value = stored<int16_t>(*listed);
-        break;
-      case VX_VR_US:
-        value = stored<uint16_t>(*listed);
-        break;
-      case VX_VR_FL:
-        value = static_cast<int32_t>(stored<float>(*listed));
-        break;
-      case VX_VR_FD:
-        value = static_cast<int32_t>(stored<double>(*listed));
-        break;
-      default:
-        value = stored<int32_t>(*listed);
-    }
+    value = rule.VR == VX_VR_SS   ? stored<int16_t>(*listed)
+            : rule.VR == VX_VR_US ? stored<uint16_t>(*listed)
+            : rule.VR == VX_VR_FL ? stored<float>(*listed)
+            : rule.VR == VX_VR_FD ? stored<double>(*listed)
+                                  : stored<int32_t>(*listed);
   }
   return (first ? VX_Set_Value_From_Int : VX_Set_Next_Value_From_Int)(id, rule.Tag, value);
 }
