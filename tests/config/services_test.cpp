@@ -20,17 +20,23 @@ class ServicesTest : public support::LibraryTest {
 };
 
 TEST_F(ServicesTest, LookupsByNameUidAndNumber) {
+  constexpr char kCt[] = "1.2.840.10008.5.1.4.1.1.2";
   char name[32] = "?";
-  EXPECT_EQ(VX_Get_VexalKit_Service("1.2.840.10008.5.1.4.1.1.2", name, sizeof name), VX_NORMAL_COMPLETION);
-  EXPECT_STREQ(name, "STANDARD_CT");
-  EXPECT_EQ(VX_Get_VexalKit_Service("1.2.840.10008.5.1.4.1.1.2", name, 5), VX_BUFFER_TOO_SMALL);
-  EXPECT_STREQ(name, "STAN") << "as much as fits";
-  EXPECT_EQ(VX_Get_VexalKit_Service("1.2.840.10008.5.1.4.1.1.2", name, -1), VX_BUFFER_TOO_SMALL);
-  EXPECT_STREQ(name, "STAN");
-  EXPECT_EQ(VX_Get_VexalKit_Service("1.2.3", name, sizeof name), VX_INVALID_SOP_CLASS_UID);
-  EXPECT_STREQ(name, "");
-  EXPECT_EQ(VX_Get_VexalKit_Service("", name, sizeof name), VX_INVALID_SOP_CLASS_UID);
-  EXPECT_EQ(VX_Get_VexalKit_Service(nullptr, name, sizeof name), VX_NULL_POINTER_PARM);
+  const struct {
+    const char* uid;
+    int32_t size;
+    VX_STATUS status;
+    const char* name;  // what is in the buffer then
+  } rows[] = {{kCt, 32, VX_NORMAL_COMPLETION, "STANDARD_CT"},
+              {kCt, 5, VX_BUFFER_TOO_SMALL, "STAN"},  // as much as fits
+              {kCt, -1, VX_BUFFER_TOO_SMALL, "STAN"},
+              {"1.2.3", 32, VX_INVALID_SOP_CLASS_UID, ""},
+              {"", 32, VX_INVALID_SOP_CLASS_UID, ""},
+              {nullptr, 32, VX_NULL_POINTER_PARM, ""}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(VX_Get_VexalKit_Service(row.uid, name, row.size), row.status) << row.size;
+    EXPECT_STREQ(name, row.name) << row.size;
+  }
   EXPECT_EQ(VX_Get_VexalKit_Service("1", nullptr, 3), VX_NULL_POINTER_PARM);
   char uid[64];
   EXPECT_EQ(VX_Get_UID_From_VexalKit_Service("STANDARD_ECHO", uid, 18), VX_NORMAL_COMPLETION);
@@ -60,10 +66,8 @@ TEST_F(ServicesTest, OnlyServicesInUseAreLoaded) {
 // What is added is found like what was loaded, until a reset; bounded, and UIDs only.
 TEST_F(ServicesTest, ClassesAndSyntaxesAreAdded) {
   constexpr char kUid[] = "1.3.6.1.4.1.9999.1";
-  char name[50];
-  char uid[66];
-  VX_TRANSFER_SYNTAX syntax = 0;
-  VX_TRANSFER_SYNTAX again = 0;
+  char name[50], uid[66];
+  VX_TRANSFER_SYNTAX syntax = 0, again = 0;
   const auto known = [&] { return VX_Get_VexalKit_Service(kUid, name, sizeof name); };
   for (int life = 0; life < 2; ++life) {
     EXPECT_EQ(known(), VX_INVALID_SOP_CLASS_UID);
@@ -211,8 +215,7 @@ TEST_F(SyntaxTest, SettingsMoveUids) {
 
 TEST_F(SyntaxTest, PropertiesAndNames) {
   Encoding encoding{};
-  int explicit_vr = 0;
-  int encapsulated = 0;
+  int explicit_vr = 0, encapsulated = 0;
   for (VX_TRANSFER_SYNTAX code = 100; code <= 140; ++code) {
     ASSERT_EQ(syntax_encoding(code, encoding), VX_NORMAL_COMPLETION);
     EXPECT_EQ(encoding.syntax, code);

@@ -41,12 +41,13 @@ class LogTest : public support::LibraryTest {
     return lines;
   }
   // What stands behind the level word of the records.
+  static std::string message(const std::string& record) {
+    const std::size_t at = record.find(" E: ");
+    return at == std::string::npos ? record : record.substr(at + 4);
+  }
   std::vector<std::string> messages() const {
-    std::vector<std::string> texts;
-    for (const std::string& record : records()) {
-      const std::size_t at = record.find(" E: ");
-      texts.push_back(at == std::string::npos ? record : record.substr(at + 4));
-    }
+    std::vector<std::string> texts = records();
+    std::transform(texts.begin(), texts.end(), texts.begin(), message);
     return texts;
   }
   static void log_numbers(int first, int last) {
@@ -233,35 +234,31 @@ TEST_F(LogTest, OneRecordIsEnough) {
 
 TEST_F(LogTest, OldFilesRoll) {
   restart(10, true, true, 3);
-  const auto first_of = [this](const char* name) {
-    const std::string content = folder().read(name);
-    const std::size_t at = content.find(" E: ");
-    return at == std::string::npos ? std::string()
-                                   : content.substr(at + 4, content.find(' ', at + 4) - at - 4);
+  // The first numbers of the log and of the old files, a dash for one that is not there.
+  const auto firsts = [this] {
+    std::string all;
+    for (const char* name : {"test.log", "test.L01", "test.L02", "test.L03", "test.L04"}) {
+      const std::string text = message(folder().read(name));
+      all += exists(folder().path(name)) ? text.substr(0, text.find(' ')) + " " : "- ";
+    }
+    return all;
   };
   log_numbers(1, 11);
-  EXPECT_EQ(first_of("test.L01"), "1");
-  EXPECT_EQ(first_of("test.log"), "11");
+  EXPECT_EQ(firsts(), "11 1 - - - ");
   log_numbers(12, 21);
-  EXPECT_EQ(first_of("test.L02"), "11");
+  EXPECT_EQ(firsts(), "21 1 11 - - ");
   log_numbers(22, 31);  // the third roll: the oldest goes, the others move down
-  EXPECT_EQ(first_of("test.L01"), "11");
-  EXPECT_EQ(first_of("test.L02"), "21");
-  EXPECT_EQ(first_of("test.log"), "31");
-  EXPECT_FALSE(exists(folder().path("test.L03")));
+  EXPECT_EQ(firsts(), "31 11 21 - - ");
   // A gap closes, and the log takes the number behind.
   set_int(VX_CFG_NUM_HISTORICAL_LOG_FILES, 5);
   std::filesystem::rename(folder().path("test.L02"), folder().path("test.L04"));
   log_numbers(32, 41);
-  EXPECT_EQ(first_of("test.L02"), "21");
-  EXPECT_EQ(first_of("test.L03"), "31");
-  EXPECT_FALSE(exists(folder().path("test.L04")));
+  EXPECT_EQ(firsts(), "41 11 21 31 - ");
 }
 
 TEST_F(LogTest, OneOldFileForAHistoryOfOne) {
   restart(10, true, true, 1);
   log_numbers(1, 31);
-  EXPECT_TRUE(exists(folder().path("test.L01")));
   EXPECT_FALSE(exists(folder().path("test.L02")));
   EXPECT_NE(folder().read("test.L01").find(" E: 21 "), std::string::npos);
 }
@@ -293,8 +290,7 @@ TEST_F(LogTest, RecordLengthStaysOnceTheFileIsStarted) {
 
 struct Handed {
   std::vector<std::string> lines;
-  int first = 0;
-  int last = 0;
+  int first = 0, last = 0;
   std::size_t stop_at = 1000;
 };
 Handed g_handed;
@@ -324,13 +320,12 @@ TEST_F(LogTest, RingKeepsTheNewestLinesInOrder) {
   log(1, 2);
   EXPECT_EQ(hand_over(0), VX_NORMAL_COMPLETION);
   EXPECT_EQ(numbers(), "2 ") << "one line by default";
-  EXPECT_EQ(g_handed.first + g_handed.last, 2);
+  EXPECT_TRUE(g_handed.first == 1 && g_handed.last == 1);
   set_int(VX_CFG_LOG_MEMORY_SIZE, 3);
   log(3, 7);
   EXPECT_EQ(hand_over(0), VX_NORMAL_COMPLETION);
   EXPECT_EQ(numbers(), "5 6 7 ");
-  EXPECT_EQ(g_handed.first, 1);
-  EXPECT_EQ(g_handed.last, 1);
+  EXPECT_TRUE(g_handed.first == 1 && g_handed.last == 1);
   g_handed = Handed{};
   g_handed.stop_at = 2;
   EXPECT_EQ(VX_MemoryLog_To_Function(1, take_line), VX_CALLBACK_CANNOT_COMPLY);
@@ -396,11 +391,9 @@ class PduTraceTest : public LogTest {
     LogTest::SetUp();
     VX_Set_Log_Destination(VX_CFG_T9_MESSAGE, VX_LOG_TO_MEMORY);
   }
-  static int trace(const std::vector<uint8_t>& pdu, bool received = true,
-                   const std::vector<uint8_t>& pdv = {}) {
+  static int trace(const std::vector<uint8_t>& pdu, bool received = true) {
     clear_log();
-    return log_pdu(pdu.data(), static_cast<uint32_t>(pdu.size()), pdv.empty() ? nullptr : pdv.data(),
-                   static_cast<uint32_t>(pdv.size()), received);
+    return log_pdu(pdu.data(), static_cast<uint32_t>(pdu.size()), nullptr, 0, received);
   }
 };
 
@@ -409,29 +402,29 @@ TEST_F(PduTraceTest, NamesTheFieldsOfEachPdu) {
   request[0] = 1;
   request[5] = 86;
   request[7] = 1;
-  std::memcpy(&request[10], "CALLED          ", 16);
-  std::memcpy(&request[26], "CALLING         ", 16);
-  std::memcpy(&request[74],
-              "\x10\x00"
-              "ABCDEFGHIJKLMNOP",
-              18);
-  EXPECT_EQ(trace(request, false), 0);
-  EXPECT_TRUE(has_log("PDU Type: 0x01 (Assoc_RQ) Sent"));
-  EXPECT_TRUE(has_log("  PDU length: 0000  0056   (86 bytes)"));
-  EXPECT_TRUE(has_log("CALLING         "));
-  EXPECT_TRUE(has_log(" Offset 0x0000: 1000   A B   C D "));
-  EXPECT_TRUE(has_log(" Offset 0x0010:  O P"));
-  EXPECT_EQ(trace({3, 0, 0, 0, 0, 4, 0, 1, 2, 3}), 0);
-  EXPECT_TRUE(has_log("  Reason: 0x03"));
-  EXPECT_EQ(trace({7, 0, 0, 0, 0, 4, 0, 0, 2, 6}), 0);
-  EXPECT_TRUE(has_log("(Assoc_ABORT) Received"));
-  EXPECT_TRUE(has_log("  Source: 0x02"));
-  EXPECT_EQ(trace({4, 0, 0, 0, 0, 6, 0, 0, 0, 2, 5, 3}, false), 0);
-  EXPECT_TRUE(has_log("  Presentation Context ID: 5 (0x05)"));
-  EXPECT_EQ(trace({4, 0, 0, 0, 0, 6}), 0);
-  EXPECT_TRUE(has_log("  PDV <not received>"));
-  EXPECT_EQ(trace({9}), 4);
-  EXPECT_TRUE(has_log("PDU type not correctly identified [ 9 ]."));
+  std::memcpy(&request[10], "CALLED          CALLING         ", 32);
+  std::memcpy(&request[74], "\020\0ABCDEFGHIJKLMNOP", 18);
+  const struct {
+    std::vector<uint8_t> pdu;
+    bool received;
+    int result;
+    std::vector<const char*> lines;
+  } rows[] = {
+      {request,
+       false,
+       0,
+       {"PDU Type: 0x01 (Assoc_RQ) Sent", "  PDU length: 0000  0056   (86 bytes)", "CALLING         ",
+        " Offset 0x0000: 1000   A B   C D ", " Offset 0x0010:  O P"}},
+      {{3, 0, 0, 0, 0, 4, 0, 1, 2, 3}, true, 0, {"  Reason: 0x03"}},
+      {{7, 0, 0, 0, 0, 4, 0, 0, 2, 6}, true, 0, {"(Assoc_ABORT) Received", "  Source: 0x02"}},
+      {{4, 0, 0, 0, 0, 6, 0, 0, 0, 2, 5, 3}, false, 0, {"  Presentation Context ID: 5 (0x05)"}},
+      {{4, 0, 0, 0, 0, 6}, true, 0, {"  PDV <not received>"}},
+      {{9}, true, 4, {"PDU type not correctly identified [ 9 ]."}},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(trace(row.pdu, row.received), row.result);
+    for (const char* line : row.lines) EXPECT_TRUE(has_log(line)) << line;
+  }
   EXPECT_EQ(log_pdu(nullptr, 0, nullptr, 0, true), 4);
 }
 

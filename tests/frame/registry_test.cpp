@@ -56,8 +56,7 @@ TEST_F(RegistryTest, FailedAllocationYieldsNoId) {
 TEST_F(RegistryTest, SmallIdsWrapAndAreNotGivenTwice) {
   auto registry = std::make_unique<SmallRegistry>();
   registry->set_up(1000);
-  int kept = 0;
-  int passing = 0;
+  int kept = 0, passing = 0;
   EXPECT_EQ(registry->add(&kept), 1000);
   int32_t last = 0;
   for (int i = 0; i < 30000; ++i) {

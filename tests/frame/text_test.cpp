@@ -46,17 +46,18 @@ TEST(Text, IntegersSaturateAndTellWhereTheyEnd) {
 }
 
 TEST(Text, DoublesEndWhereTheViewEnds) {
-  std::string_view rest;
-  EXPECT_EQ(parse_double(std::string_view("1.5e3999", 5), &rest), 1500);
-  EXPECT_EQ(rest, "");
-  EXPECT_EQ(parse_double(" -2,5", &rest), -2);
-  EXPECT_EQ(rest, ",5");
-  EXPECT_EQ(parse_double("abc", &rest), 0);
-  EXPECT_EQ(rest, "abc");
-  EXPECT_TRUE(std::isinf(parse_double("1e999")));
   const std::string longer = std::string(300, '0') + "12.25";
-  EXPECT_EQ(parse_double(longer, &rest), 12.25);
-  EXPECT_EQ(rest, "");
+  const struct {
+    std::string_view text;
+    double number;
+    std::string_view rest;
+  } rows[] = {{{"1.5e3999", 5}, 1500, ""}, {" -2,5", -2, ",5"}, {"abc", 0, "abc"}, {longer, 12.25, ""}};
+  for (const auto& row : rows) {
+    std::string_view rest;
+    EXPECT_EQ(parse_double(row.text, &rest), row.number) << row.text;
+    EXPECT_EQ(rest, row.rest) << row.text;
+  }
+  EXPECT_TRUE(std::isinf(parse_double("1e999")));
 }
 
 TEST(Text, NumbersPrintAsPrintfPrintsThem) {
@@ -74,8 +75,7 @@ TEST(Text, NumbersPrintAsPrintfPrintsThem) {
                            HUGE_VAL};
   for (const double value : values) {
     for (const int precision : {-1, 0, 1, 6, 10, 17, 40}) {
-      char expected[512];
-      char actual[512];
+      char expected[512], actual[512];
       const int length = precision < 0 ? std::snprintf(expected, sizeof expected, "%f", value)
                                        : std::snprintf(expected, sizeof expected, "%.*g", precision, value);
       EXPECT_EQ(format_g(actual, sizeof actual, precision, value), length);

@@ -18,7 +18,7 @@ bool private_tag(uint32_t tag) {
 
 // The rules that the library's reader enforces, and what it would then know.
 std::map<std::pair<uint32_t, std::string>, Entry> read_dictionary(const std::string& path) {
-  Bytes in(slurp(path));
+  Bytes in(read_file(path));
   std::map<std::pair<uint32_t, std::string>, Entry> entries;
   uint32_t previous = 0;
   std::string previous_code;
@@ -96,7 +96,7 @@ TEST(Dictionary, DecompilingAndCompilingGivesTheSameBytes) {
   for (const char* name : {"vexalkit.dct", "vexalkit-full.dct"}) {
     ASSERT_EQ(shop.run("undict " + kShare + name + " -o table").exit, 0);
     ASSERT_EQ(shop.run("dict table -o again").exit, 0);
-    EXPECT_EQ(shop.read("again"), slurp(kShare + name));
+    EXPECT_EQ(shop.read("again"), read_file(kShare + name));
   }
 }
 

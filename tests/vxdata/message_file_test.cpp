@@ -8,8 +8,7 @@
 namespace {
 
 struct Record {
-  uint32_t tag;
-  uint32_t parameter;
+  uint32_t tag, parameter;
   std::string data;
 };
 using Records = std::vector<Record>;
@@ -47,8 +46,7 @@ class MessageFile {
     return body(in_.number(4));
   }
 
-  uint32_t service_count = 0;
-  uint32_t item_count = 0;
+  uint32_t service_count = 0, item_count = 0;
 
  private:
   Records body(uint32_t offset) {
@@ -73,8 +71,7 @@ class MessageFile {
 // What the library would refuse or trip over while it reads a body.
 void expect_readable(const Records& records, const std::string& where) {
   uint32_t tag = 0;
-  bool has_type = true;
-  bool has_vr = false;
+  bool has_type = true, has_vr = false;
   for (const Record& record : records) {
     ASSERT_GE(record.tag, tag) << where;
     if (record.tag != tag) {
@@ -108,7 +105,7 @@ std::string find(const Records& records, uint32_t tag, uint32_t parameter) {
 }
 
 TEST(MessageFile, EveryBodyOfTheShippedFileCanBeRead) {
-  MessageFile file(slurp(kShare + "vexalkit.msg"));
+  MessageFile file(read_file(kShare + "vexalkit.msg"));
   EXPECT_GE(file.service_count, 220u);
   EXPECT_GE(file.item_count, 898u);
   size_t filled = 0;
@@ -136,7 +133,7 @@ TEST(MessageFile, ShippedContentsAgreeWithTheStandard) {
       numbers.emplace(key, static_cast<uint32_t>(std::stoul(value)));
     }
   }
-  MessageFile file(slurp(kShare + "vexalkit.msg"));
+  MessageFile file(read_file(kShare + "vexalkit.msg"));
   const struct {
     const char* service;
     uint32_t command, tag, parameter;
@@ -175,7 +172,7 @@ TEST(MessageFile, DecompilingAndCompilingGivesTheSameBytes) {
   const Workshop shop;
   ASSERT_EQ(shop.run("unmsg" + kTables + kShare + "vexalkit.msg -o text").exit, 0);
   ASSERT_EQ(shop.run("msg" + kTables + "text -o again").exit, 0);
-  EXPECT_EQ(shop.read("again"), slurp(kShare + "vexalkit.msg"));
+  EXPECT_EQ(shop.read("again"), read_file(kShare + "vexalkit.msg"));
 }
 
 constexpr const char* kProfile =

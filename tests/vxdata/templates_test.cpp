@@ -43,8 +43,7 @@ TEST_F(Templates, ModulesAreMergedByTheRulesOfUsage) {
   const std::string allowed = "\t?LOSSY_COMPRESSION_PERFORMED\n";  // may be missing or there, not null
   const struct {
     const char* what;
-    std::string text;
-    std::string expected;
+    std::string text, expected;
   } rows[] = {
       {"mandatory", one + message + "use\ta\tM\n", "0008,0060\t1\tModality\n0028,0010\t2\tRows\n"},
       {"up to the user", one + message + "use\ta\tU\n",

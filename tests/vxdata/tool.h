@@ -6,53 +6,29 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-inline std::string slurp(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+#include "support.h"
+
+using support::read_file;
 
 struct Outcome {
   int exit = -1;
-  std::string out;
-  std::string err;
+  std::string out, err;
 };
 
 class Workshop {
  public:
-  Workshop() {
-    std::string name = (std::filesystem::temp_directory_path() / "vxdataXXXXXX").string();
-    folder_ = mkdtemp(name.data());
-  }
-  ~Workshop() { std::filesystem::remove_all(folder_); }
-  Workshop(const Workshop&) = delete;
-  Workshop& operator=(const Workshop&) = delete;
-
-  void write(const std::string& name, const std::string& text) const {
-    std::ofstream(folder_ / name, std::ios::binary) << text;
-  }
-  std::string read(const std::string& name) const { return slurp(folder_ / name); }
-  bool has(const std::string& name) const { return std::filesystem::exists(folder_ / name); }
-  std::string folder() const { return folder_.string(); }
-  size_t files() const {
-    size_t count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(folder_))
-      count += entry.is_regular_file() ? 1 : 0;
-    return count;
-  }
+  void write(const std::string& name, const std::string& text) const { folder_.write(name, text); }
+  std::string read(const std::string& name) const { return folder_.read(name); }
+  bool has(const std::string& name) const { return std::filesystem::exists(folder_.path(name)); }
+  std::string folder() const { return folder_.path(); }
 
   Outcome run(const std::string& arguments) const {
-    const std::string command = "cd '" + folder_.string() +
-                                "' && '" VEXAL_BINARY_DIR "/tools/vxdata/vxdata' " + arguments +
-                                " >.out 2>.err";
+    const std::string command =
+        "cd '" + folder() + "' && '" VEXAL_BINARY_DIR "/tools/vxdata/vxdata' " + arguments + " >.out 2>.err";
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read(".out"), read(".err")};
   }
@@ -60,7 +36,7 @@ class Workshop {
   // The exit codes of one command over many contents of its input file, named "input" in the command.
   std::vector<int> exits(const std::string& arguments, const std::vector<std::string>& contents) const {
     for (size_t i = 0; i < contents.size(); ++i) write("input" + std::to_string(i), contents[i]);
-    const std::string script = "cd '" + folder_.string() + "' && i=0; while [ $i -lt " +
+    const std::string script = "cd '" + folder() + "' && i=0; while [ $i -lt " +
                                std::to_string(contents.size()) +
                                " ]; do mv input$i input; '" VEXAL_BINARY_DIR "/tools/vxdata/vxdata' " +
                                arguments + " >/dev/null 2>&1; echo $?; i=$((i+1)); done >.exits";
@@ -72,7 +48,7 @@ class Workshop {
   }
 
  private:
-  std::filesystem::path folder_;
+  support::TempFolder folder_;
 };
 
 inline const std::string kData = VEXAL_SOURCE_DIR "/data/";
