@@ -19,11 +19,8 @@ import time
 
 from checks import VEXAL, Vexal, check, files_under, free_port, run, run_parts, small_disk, vexal, write
 from made import meta
-from wire import CT, MEBI, STUDY, data_set, make_files, store_status, stored_objects, uid
+from wire import CT, KINDS, MEBI, STUDY, data_set, make_files, store_status, stored_objects, uid
 
-SEED = int(os.environ.get("VEXAL_SEED", "0")) or random.randrange(1 << 32)
-random.seed(SEED)
-KINDS = ("receive", "serve")
 
 
 def count_objects(folder):
@@ -241,5 +238,4 @@ def networks(folder):
                     check(time.monotonic() - start < 6, "%s: an echo takes %.1f s" % (what, time.monotonic() - start))
 
 
-print("VEXAL_SEED=%d" % SEED)
 sys.exit(run_parts(kills, full_disk, reserve, large_object, networks, chosen=sys.argv[2:]))

@@ -20,15 +20,12 @@ import time
 
 from checks import VEXAL, Vexal, check, has, run, run_parts, vexal
 from made import EXPLICIT, deflated, element
-from wire import (ABORT, CT, ECHO, ECHO_ALONE, MEBI, RELEASE, RELEASED, REQUEST, STUDY, STUDY_FIND, STUDY_GET, VERIFICATION, WITH_ECHO, WITH_FIND,
+from wire import (ABORT, CT, ECHO, ECHO_ALONE, KINDS, MEBI, RELEASE, RELEASED, REQUEST, STUDY, STUDY_FIND, STUDY_GET, VERIFICATION, WITH_ECHO, WITH_FIND,
                   WITH_GET, Liar, Peer, acknowledged, answer_to, associate, at_once, command, data_set, find_message, image_find, item, make_files,
                   message, next_pdu, pdu, pdv, presentation, request, retrieval, store_command, store_message, store_status, stored_objects, uid,
                   user_information)
 
-SEED = int(os.environ.get("VEXAL_SEED", "0")) or random.randrange(1 << 32)
-random.seed(SEED)
 resource.setrlimit(resource.RLIMIT_NOFILE, (min(8192, resource.getrlimit(resource.RLIMIT_NOFILE)[1]),) * 2)
-KINDS = ("receive", "serve")
 GONE = struct.pack("ii", 1, 0)  # of SO_LINGER: a close that is a reset
 
 
@@ -585,6 +582,5 @@ def strange_names(folder):
                 check(not steers(told), "vexal %s: %s" % (words, told[:300]))
 
 
-print("VEXAL_SEED=%d" % SEED)
 sys.exit(run_parts(swelling, large_identifiers, greedy, greedy_over_tls, hostile_requesters, floods, hostile_acceptors, lying_acceptors,
                    lying_destinations, unwanted_objects, shares_of_blame, strange_names, silent_crowd, chosen=sys.argv[2:]))

@@ -150,8 +150,6 @@ def check_rule(kind, chain, allowed, folder):
 
 # --- What build refuses, and what it makes of the rest ---
 
-UNIT = {"code": "mm", "scheme": "UCUM", "meaning": "mm"}
-
 
 def document(*nodes, **head):
     return {"attributes": head, "report": {"type": "CONTAINER", "concept": CODE, "content": list(nodes)}}

@@ -15,11 +15,9 @@ import time
 
 from checks import SANITIZED, VEXAL, Vexal, check, files_under, free_port, read, run, run_parts, vexal, write
 from made import EXPLICIT, IMPLICIT, ROOT, element, meta
-from wire import (ABORT, CANCEL, COMMITMENT, CT, MR, RELEASE, STUDY, STUDY_FIND, VERIFICATION, WITH_FIND, Liar, Peer, answer_to,
+from wire import (ABORT, CANCEL, COMMITMENT, CT, KINDS, MR, RELEASE, STUDY, STUDY_FIND, VERIFICATION, WITH_FIND, Liar, Peer, answer_to,
                   at_once, command, contexts_of, data_set, find_message, image_find, image_query, make_files, message,
                   provider_of, request, store_message, store_status, stored_objects, uid, user_information)
-
-KINDS = ("receive", "serve")
 
 # ---- Objects ----
 

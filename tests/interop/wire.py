@@ -13,6 +13,10 @@ CT, MR, VERIFICATION = "1.2.840.10008.5.1.4.1.1.2", "1.2.840.10008.5.1.4.1.1.4",
 STUDY_FIND, STUDY_GET, COMMITMENT = "1.2.840.10008.5.1.4.1.2.2.1", "1.2.840.10008.5.1.4.1.2.2.3", "1.2.840.10008.1.20.1"
 STUDY = "1.2.3.9"
 MEBI = 1 << 20
+KINDS = ("receive", "serve")
+SEED = int(os.environ.get("VEXAL_SEED", "0")) or random.randrange(1 << 32)
+random.seed(SEED)
+print("VEXAL_SEED=%d" % SEED, flush=True)
 
 # ---- Objects and their files ----
 
