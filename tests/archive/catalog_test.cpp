@@ -150,7 +150,11 @@ class CatalogTest : public support::LibraryTest {
     Level none{};
     std::vector<ObjectFile> files;
     std::string all = catalog.files(keys_of("STUDY", text, none), nullptr, files);
-    for (const ObjectFile& file : files) all += std::filesystem::path(file.path).stem().string();
+    for (const ObjectFile& file : files) {
+      all += std::filesystem::path(file.path).stem().string();
+      EXPECT_EQ(file.size, std::filesystem::file_size(file.path));
+      EXPECT_TRUE(file.whole);
+    }
     return all;
   }
   // A statement on the index, behind the catalog's back.

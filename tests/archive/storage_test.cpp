@@ -10,6 +10,7 @@
 #include "../net/peers.h"
 #include "base/hex.h"
 #include "base/tags.h"
+#include "base/values.h"
 
 namespace vexal::test {
 namespace {
@@ -112,6 +113,7 @@ TEST_F(StorageTest, WholeOrNotAtAll) {
     StorageOptions options;
     options.folder = in;
     options.mode = 0604;
+    ASSERT_EQ(options.journal.open(folder().path("journal"), 0600), "");
     options.duplicates = has("keep")      ? Duplicates::Keep
                          : has("replace") ? Duplicates::Replace
                                           : Duplicates::Refuse;
@@ -125,13 +127,19 @@ TEST_F(StorageTest, WholeOrNotAtAll) {
   }
   // Byte by byte behind its meta group: what is odd stays so.
   EXPECT_TRUE(folder().read("in/1.2.3.4.dcm").ends_with(odd));
-  EXPECT_EQ(folder().read("in/1.2.3.4.dcm").substr(128, 4), "DICM");
+  DicomFile file;
+  file.open(in + "/1.2.3.4.dcm", {.last_tag = tags::kLastOfMeta});
+  for (const auto& [tag, text] : {std::pair{tags::kMediaStorageSOPClassUID, kCt},
+                                  {tags::kMediaStorageSOPInstanceUID, "1.2.3.4"},
+                                  {tags::kSourceApplicationEntityTitle, "RAW"}})
+    EXPECT_EQ(text_of(file.id(), tag), text);
   struct stat status {};
   ASSERT_EQ(::stat((in + "/1.2.3.4.dcm").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0604U);
-  const std::string told = testing::internal::GetCapturedStderr();
+  const std::string told = testing::internal::GetCapturedStderr() + folder().read("journal");
   for (const char* line : {"is larger than --max-size allows", "the disk is nearly full",
-                           "9.3 is there and no folder", "replaces other content"})
+                           "9.3 is there and no folder", "replaces other content", "\tstored\t0000\t",
+                           "\trepeated\t0000\t", "\tkept\tB006\t", "\tfailed\tFFFF\t"})
     EXPECT_NE(told.find(line), std::string::npos) << line << " in " << told;
 }
 

@@ -105,6 +105,17 @@ testing::AssertionResult has(const std::string& text, const std::string& part) {
   return testing::AssertionSuccess() << part << " is in\n" << text;
 }
 
+testing::AssertionResult gives(const std::string& arguments, int exit,
+                               std::initializer_list<const char*> parts) {
+  const Outcome outcome = run(arguments);
+  if (outcome.exit != exit)
+    return testing::AssertionFailure() << arguments << ": " << outcome.exit << "\n" << outcome.out;
+  for (const char* part : parts) {
+    if (const auto found = has(outcome.out, part); !found) return found;
+  }
+  return testing::AssertionSuccess();
+}
+
 class Program : public testing::Test {
  protected:
   void SetUp() override { write("a.dcm", sample()); }
@@ -261,11 +272,9 @@ TEST_F(Program, ConvertsCharacterSets) {
   EXPECT_FALSE(has(all, "ISO 2022"));
 
   // There and back. Each item goes by the sets of the whole.
-  const Outcome lost = run("convert --charset ISO_IR\\ 144 " + path("u.dcm") + " " + path("l.dcm"));
-  EXPECT_EQ(lost.exit, 1);
-  EXPECT_TRUE(has(lost.out,
-                  "(0010,0010) ReferencedImageSequence[0].PatientName \"山田^太郎\": not in the new sets: "
-                  "太 (U+592A) 山 (U+5C71)"));
+  EXPECT_TRUE(gives("convert --charset ISO_IR\\ 144 " + path("u.dcm") + " " + path("l.dcm"), 1,
+                    {"(0010,0010) ReferencedImageSequence[0].PatientName \"山田^太郎\": not in the new sets: "
+                     "太 (U+592A) 山 (U+5C71)"}));
   EXPECT_FALSE(fs::exists(path("l.dcm")));
   EXPECT_EQ(run("convert --lossy --charset ISO_IR\\ 144 " + path("u.dcm") + " " + path("l.dcm")).exit, 1);
   EXPECT_TRUE(has(read("l.dcm"), "?\?^?\?"));
@@ -322,12 +331,8 @@ TEST_F(Program, ModifySetsAddsClearsAndDeletes) {
 
 TEST_F(Program, ARefusedChangeLeavesTheFileAsItWas) {
   const std::string before = read("a.dcm");
-  const Outcome bad_value = run("modify --set PatientBirthDate=yesterday " + path("a.dcm"));
-  EXPECT_EQ(bad_value.exit, 2);
-  EXPECT_TRUE(has(bad_value.out, "PatientBirthDate"));
-  const Outcome bad_word = run("modify --set PatientNme=X " + path("a.dcm"));
-  EXPECT_EQ(bad_word.exit, 2);
-  EXPECT_TRUE(has(bad_word.out, "PatientName"));
+  EXPECT_TRUE(gives("modify --set PatientBirthDate=yesterday " + path("a.dcm"), 2, {"PatientBirthDate"}));
+  EXPECT_TRUE(gives("modify --set PatientNme=X " + path("a.dcm"), 2, {"PatientName"}));
   EXPECT_TRUE(read("a.dcm") == before);
   EXPECT_EQ(files_in_folder(), 1U);
   EXPECT_EQ(run("modify --set PatientBirthDate=19800101 " + path("a.dcm")).exit, 0);
@@ -436,10 +441,7 @@ TEST_F(Program, LibrariesAreNotTakenFromTheCurrentFolder) {
 TEST_F(Program, DamagedAndStrangeFiles) {
   const std::string whole = sample();
   write("cut.dcm", whole.substr(0, whole.size() - 70000));
-  const Outcome cut = run("dump " + path("cut.dcm"));
-  EXPECT_EQ(cut.exit, 2);
-  EXPECT_TRUE(has(cut.out, "Doe^John"));
-  EXPECT_TRUE(has(cut.out, "Unexpected end of stream data"));
+  EXPECT_TRUE(gives("dump " + path("cut.dcm"), 2, {"Doe^John", "Unexpected end of stream data"}));
   EXPECT_EQ(run("convert --to implicit " + path("cut.dcm") + " " + path("out.dcm")).exit, 2);
   EXPECT_FALSE(fs::exists(path("out.dcm")));
   write("empty", "");
@@ -449,21 +451,17 @@ TEST_F(Program, DamagedAndStrangeFiles) {
   EXPECT_EQ(run("dump " + path("nowhere.dcm")).exit, 2);
   // A bare data set, without preamble and meta group.
   write("bare", whole.substr(whole.find(std::string("\x08\0\x16\0", 4))));
-  const Outcome bare = run("dump " + path("bare"));
-  EXPECT_EQ(bare.exit, 0) << bare.out;
-  EXPECT_TRUE(has(bare.out, "Doe^John"));
+  EXPECT_TRUE(gives("dump " + path("bare"), 0, {"Doe^John"}));
 }
 
 // Rules of the SOP class, findings by severity, paths into sequences, exit status.
 TEST_F(Program, ValidateTellsWhatBreaksTheRules) {
-  Outcome outcome = run("validate " + path("a.dcm"));
-  EXPECT_EQ(outcome.exit, 1);
-  EXPECT_TRUE(has(outcome.out, "    (0020,000D) StudyInstanceUID: "));
-  EXPECT_TRUE(has(outcome.out, "1 file validated, 1 with errors: "));
+  EXPECT_TRUE(gives("validate " + path("a.dcm"), 1,
+                    {"    (0020,000D) StudyInstanceUID: ", "1 file validated, 1 with errors: "}));
 
   const std::string to = path("b.dcm");
   ASSERT_EQ(run("modify --set 'ReferencedImageSequence[0].Modality=CT' " + path("a.dcm") + " " + to).exit, 0);
-  outcome = run("validate --json --attribute ReferencedImageSequence " + to);
+  const Outcome outcome = run("validate --json --attribute ReferencedImageSequence " + to);
   EXPECT_EQ(outcome.exit, 0) << outcome.out;
   EXPECT_TRUE(has(outcome.out,
                   "{\"severity\":\"warning\",\"tag\":\"00080060\","
@@ -490,9 +488,8 @@ TEST_F(Program, ValidateChoosesTheRulesOfAMessage) {
   outcome = run("validate --service STUDY_ROOT_QR_FIND --command C_FIND_RSP " + query);
   EXPECT_TRUE(has(outcome.out, "STUDY_ROOT_QR_FIND C_FIND_RSP: "));
   EXPECT_TRUE(has(outcome.out, "StudyInstanceUID: Too many values"));
-  outcome = run("validate --service STUDY_ROOT_QR_FIND --command N_GET_RQ " + query);
-  EXPECT_EQ(outcome.exit, 2);
-  EXPECT_TRUE(has(outcome.out, "no rules for STUDY_ROOT_QR_FIND N_GET_RQ"));
+  EXPECT_TRUE(gives("validate --service STUDY_ROOT_QR_FIND --command N_GET_RQ " + query, 2,
+                    {"no rules for STUDY_ROOT_QR_FIND N_GET_RQ"}));
   EXPECT_EQ(run("validate --command NONSENSE " + query).exit, 2);
 
   const std::string step = path("step.dcm");
@@ -628,15 +625,11 @@ TEST_F(Program, TemplateShowsWhatAClassDemands) {
   EXPECT_TRUE(
       has(outcome.out,
           "{\"tag\":\"00080052\",\"path\":\"QueryRetrieveLevel\",\"vr\":\"CS\",\"vm\":\"1\",\"type\":\"1\""));
-  outcome = run("template STUDY_ROOT_QR_FIND N_GET_RQ");
-  EXPECT_EQ(outcome.exit, 1);
-  EXPECT_TRUE(has(outcome.out, "it has: C_FIND_RQ"));
-  outcome = run("template STANDRD_CT");
-  EXPECT_EQ(outcome.exit, 1);
-  EXPECT_TRUE(has(outcome.out, "near: STANDARD_CT"));
+  EXPECT_TRUE(gives("template STUDY_ROOT_QR_FIND N_GET_RQ", 1, {"it has: C_FIND_RQ"}));
+  EXPECT_TRUE(gives("template STANDRD_CT", 1, {"near: STANDARD_CT"}));
   // With a profile of the user's the names come from there.
-  outcome = run("template --config " VEXAL_BINARY_DIR "/share/vexalkit/vexal.ini STANDARD_CT");
-  EXPECT_TRUE(has(outcome.out, "PatientSex"));
+  EXPECT_TRUE(gives("template --config " VEXAL_BINARY_DIR "/share/vexalkit/vexal.ini STANDARD_CT", 0,
+                    {"PatientSex"}));
   EXPECT_EQ(run("template").exit, 2);
 }
 
@@ -646,15 +639,10 @@ TEST_F(Program, LookupAndConfig) {
   EXPECT_TRUE(has(run("lookup 1.2.840.10008.1.2.1").out, "Explicit VR Little Endian"));
   EXPECT_TRUE(has(run("lookup STANDARD_CT").out, "1.2.840.10008.5.1.4.1.1.2"));
   EXPECT_TRUE(has(run("lookup BEAM_ITEM").out, "item BEAM_ITEM"));
-  const Outcome miss = run("lookup PatientNam");
-  EXPECT_EQ(miss.exit, 1);
-  EXPECT_TRUE(has(miss.out, "PatientName"));
-  const Outcome config = run("config LARGE_DATA_SIZE");
-  EXPECT_EQ(config.exit, 0);
-  EXPECT_TRUE(has(config.out, "LARGE_DATA_SIZE = 200"));
-  EXPECT_TRUE(has(config.out, "built into the program"));
-  const Outcome named = run("config --config " VEXAL_BINARY_DIR "/share/vexalkit/vexal.ini LARGE_DATA_SIZE");
-  EXPECT_EQ(named.exit, 0) << named.out;
+  EXPECT_TRUE(gives("lookup PatientNam", 1, {"PatientName"}));
+  EXPECT_TRUE(gives("config LARGE_DATA_SIZE", 0, {"LARGE_DATA_SIZE = 200", "built into the program"}));
+  EXPECT_TRUE(
+      gives("config --config " VEXAL_BINARY_DIR "/share/vexalkit/vexal.ini LARGE_DATA_SIZE", 0, {"= 200"}));
   EXPECT_EQ(run("config --config /nowhere/vexal.ini").exit, 2);
 }
 
@@ -705,9 +693,8 @@ TEST_F(Program, ConfigurationsSayWhereTheirValuesStand) {
 TEST_F(Program, HelpAndUsage) {
   for (const char* command : {"dump", "convert", "modify", "validate", "template", "lookup", "config", "echo",
                               "store", "receive", "find", "get", "move", "mpps", "commit", "serve"}) {
-    const Outcome help = run(std::string(command) + " --help");
-    EXPECT_EQ(help.exit, 0);
-    EXPECT_TRUE(has(help.out, std::string("usage: vexal ") + command));
+    const std::string usage = std::string("usage: vexal ") + command;
+    EXPECT_TRUE(gives(std::string(command) + " --help", 0, {usage.c_str()}));
     EXPECT_EQ(run(std::string(command) + " --nonsense").exit, 2);
   }
   EXPECT_EQ(run("").exit, 2);
@@ -852,11 +839,7 @@ TEST_F(Program, NetworkUsage) {
       {"serve 11112 --dir /proc/nowhere", 2, "No such file"},
       {"serve 11112 --worklist /nowhere --dir " + path("archive"), 2, "is no folder"},
   };
-  for (const Row& row : rows) {
-    const Outcome outcome = run(row.arguments);
-    EXPECT_EQ(outcome.exit, row.exit) << row.arguments << "\n" << outcome.out;
-    EXPECT_TRUE(has(outcome.out, row.text)) << row.arguments;
-  }
+  for (const Row& row : rows) EXPECT_TRUE(gives(row.arguments, row.exit, {row.text}));
 }
 
 }  // namespace
