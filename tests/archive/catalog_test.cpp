@@ -13,7 +13,7 @@
 #include "base/names.h"
 #include "base/tag_path.h"
 #include "base/values.h"
-#include "support.h"
+#include "objects.h"
 
 namespace vexal::test {
 namespace {
@@ -29,12 +29,6 @@ void fill(int32_t object, const std::string& text) {
     set_all_text(object, tag, word.substr(std::min(equals + 1, word.size())));
   }
 }
-void add_item(int32_t object, uint32_t tag, const std::string& text) {
-  int32_t id = -1;
-  EXPECT_EQ(VX_Open_Empty_Item(&id), VX_NORMAL_COMPLETION);
-  fill(id, text);
-  EXPECT_EQ(VX_Set_Next_Value_From_Int(object, tag, id), VX_NORMAL_COMPLETION);
-}
 
 // A file of this instance; each of the items goes into a sequence.
 void write_object(const std::string& path, const std::string& instance, const std::string& text,
@@ -44,7 +38,7 @@ void write_object(const std::string& path, const std::string& instance, const st
   ASSERT_EQ(VX_Create_Empty_File(&id, path.c_str()), VX_NORMAL_COMPLETION);
   fill(id, "00020002=1.2.840.10008.5.1.4.1.1.2 00080016=1.2.840.10008.5.1.4.1.1.2 00020003=" + instance +
                " 00080018=" + instance + " " + text);
-  for (const std::string& item : items) add_item(id, sequence, item);
+  for (const std::string& item : items) fill(objects::add_item(id, sequence), item);
   ASSERT_EQ(VX_Set_Message_Transfer_Syntax(id, EXPLICIT_LITTLE_ENDIAN), VX_NORMAL_COMPLETION);
   ASSERT_EQ(sink.open(path), "");
   ASSERT_EQ(VX_Write_File(id, 0, &sink, FileSink::file_output), VX_NORMAL_COMPLETION);
@@ -91,11 +85,9 @@ TEST(KeyMatch, EachKindOfMatching) {
   };
   for (const auto& row : rows) {
     for (const bool matches : {true, false}) {
-      std::string values = matches ? row.matching : row.others;
+      const std::string values = matches ? row.matching : row.others;
       if (values == "-") continue;  // there are none
-      std::replace(values.begin(), values.end(), '|', '\n');
-      std::istringstream lines(values + "\n");
-      for (std::string value; std::getline(lines, value);)
+      for (const std::string& value : objects::split(values, '|'))
         EXPECT_EQ(matches_key(row.vr, value, row.key), matches) << value << " by " << row.key;
     }
   }
@@ -281,7 +273,7 @@ TEST_F(CatalogTest, WorklistEntriesMatchByTheirSteps) {
     int32_t identifier = -1;
     ASSERT_EQ(VX_Open_Empty_Message(&identifier), VX_NORMAL_COMPLETION);
     fill(identifier, std::string("SpecificCharacterSet=ISO_IR~192 ") + row.name);
-    add_item(identifier, kSteps, row.step);
+    fill(objects::add_item(identifier, kSteps), row.step);
     std::size_t steps = 0;
     const auto take = [&](const std::function<void(int32_t)>& fill_in) {
       int32_t answer = -1;
