@@ -16,21 +16,6 @@
 namespace vx {
 namespace {
 
-constexpr const char* kEventNames[] = {
-    "A_Associate_Request_Event", "Transport_Conn_Confirm_Event", "A_Associate_AC_PDU_Event",
-    "A_Associate_RJ_PDU_Event",  "Connection_Indication_Event",  "A_Associate_RQ_PDU_Event",
-    "A_Associate_Accept_Event",  "A_Associate_Reject_Event",     "P_DATA_Request_Event",
-    "P_DATA_TF_PDU_Event",       "A_Release_Request_Event",      "A_Release_RQ_PDU_Event",
-    "A_Release_RP_PDU_Event",    "A_Release_Response_Event",     "A_Abort_Request_Event",
-    "A_Abort_PDU_Event",         "Transport_Conn_Closed_Event",  "ARTIM_Timer_Expired_Event",
-    "Invalid_PDU_Event",
-};
-static_assert(std::size(kEventNames) == kEvents);
-
-const char* name_of(Event event) {
-  return kEventNames[static_cast<std::size_t>(event)];
-}
-
 constexpr uint32_t kRejectBody = 128;  // the longest A-ASSOCIATE-RJ body that is looked at
 // The input buffer at first: room for the short PDUs, and no more than most data needs at a time.
 constexpr uint32_t kLeastInput = 4096;

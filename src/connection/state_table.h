@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <iterator>
 
 #include "connection/upper_layer.h"
 
@@ -59,74 +60,77 @@ struct TableRun {
 };
 using StateTable = std::array<std::array<Cell, kStates + 1>, kEvents>;
 
+namespace state_rows {
+using enum State;
+inline constexpr TableRun kRuns[] = {
+    {Event::AssociateRequest, Idle, Idle, Action::AE1, AwaitingTransport},
+    {Event::TransportConfirm, AwaitingTransport, AwaitingTransport, Action::AE2, AwaitingAnswer},
+    {Event::AssociateAcPdu, AwaitingRequest, AwaitingRequest, Action::AA1, AwaitingClose},
+    {Event::AssociateAcPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
+    {Event::AssociateAcPdu, AwaitingAnswer, AwaitingAnswer, Action::AE3, Established},
+    {Event::AssociateAcPdu, Established, RepliedAcceptor, Action::AA8, AwaitingClose},
+    {Event::AssociateAcPdu, AwaitingClose, AwaitingClose, Action::AA6, AwaitingClose},
+    {Event::AssociateRjPdu, AwaitingRequest, AwaitingRequest, Action::AA1, AwaitingClose},
+    {Event::AssociateRjPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
+    {Event::AssociateRjPdu, AwaitingAnswer, AwaitingAnswer, Action::AE4, Idle},
+    {Event::AssociateRjPdu, Established, RepliedAcceptor, Action::AA8, AwaitingClose},
+    {Event::AssociateRjPdu, AwaitingClose, AwaitingClose, Action::AA6, AwaitingClose},
+    {Event::TransportIndication, Idle, Idle, Action::AE5, AwaitingRequest},
+    {Event::AssociateRqPdu, AwaitingRequest, AwaitingRequest, Action::AE6, AwaitingAccept},
+    {Event::AssociateRqPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
+    {Event::AssociateRqPdu, AwaitingAnswer, RepliedAcceptor, Action::AA8, AwaitingClose},
+    {Event::AssociateRqPdu, AwaitingClose, AwaitingClose, Action::AA7, AwaitingClose},
+    {Event::AssociateAccept, AwaitingAccept, AwaitingAccept, Action::AE7, Established},
+    {Event::AssociateReject, AwaitingAccept, AwaitingAccept, Action::AE8, AwaitingClose},
+    {Event::PDataRequest, Established, Established, Action::DT1, Established},
+    {Event::PDataRequest, ReleaseIndicated, ReleaseIndicated, Action::AR7, ReleaseIndicated},
+    {Event::PDataPdu, AwaitingRequest, AwaitingRequest, Action::AA1, AwaitingClose},
+    {Event::PDataPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
+    {Event::PDataPdu, AwaitingAnswer, AwaitingAnswer, Action::AA8, AwaitingClose},
+    {Event::PDataPdu, Established, Established, Action::DT2, Established},
+    {Event::PDataPdu, AwaitingReleaseReply, AwaitingReleaseReply, Action::AR6, AwaitingReleaseReply},
+    {Event::PDataPdu, ReleaseIndicated, RepliedAcceptor, Action::AA8, AwaitingClose},
+    {Event::PDataPdu, AwaitingClose, AwaitingClose, Action::AA6, AwaitingClose},
+    {Event::ReleaseRequest, Established, Established, Action::AR1, AwaitingReleaseReply},
+    {Event::ReleaseRqPdu, AwaitingRequest, AwaitingRequest, Action::AA1, AwaitingClose},
+    {Event::ReleaseRqPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
+    {Event::ReleaseRqPdu, AwaitingAnswer, AwaitingAnswer, Action::AA8, AwaitingClose},
+    {Event::ReleaseRqPdu, Established, Established, Action::AR2, ReleaseIndicated},
+    {Event::ReleaseRqPdu, AwaitingReleaseReply, AwaitingReleaseReply, Action::AR8, ByRole},
+    {Event::ReleaseRqPdu, ReleaseIndicated, RepliedAcceptor, Action::AA8, AwaitingClose},
+    {Event::ReleaseRqPdu, AwaitingClose, AwaitingClose, Action::AA6, AwaitingClose},
+    {Event::ReleaseRpPdu, AwaitingRequest, AwaitingRequest, Action::AA1, AwaitingClose},
+    {Event::ReleaseRpPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
+    {Event::ReleaseRpPdu, AwaitingAnswer, Established, Action::AA8, AwaitingClose},
+    {Event::ReleaseRpPdu, AwaitingReleaseReply, AwaitingReleaseReply, Action::AR3, Idle},
+    {Event::ReleaseRpPdu, ReleaseIndicated, CollidedRequester, Action::AA8, AwaitingClose},
+    {Event::ReleaseRpPdu, CollidedAcceptor, CollidedAcceptor, Action::AR10, RepliedAcceptor},
+    {Event::ReleaseRpPdu, RepliedRequester, RepliedRequester, Action::AR3, Idle},
+    {Event::ReleaseRpPdu, RepliedAcceptor, RepliedAcceptor, Action::AA8, AwaitingClose},
+    {Event::ReleaseRpPdu, AwaitingClose, AwaitingClose, Action::AA6, AwaitingClose},
+    {Event::ReleaseResponse, ReleaseIndicated, ReleaseIndicated, Action::AR4, AwaitingClose},
+    {Event::ReleaseResponse, CollidedRequester, CollidedRequester, Action::AR9, RepliedRequester},
+    {Event::ReleaseResponse, RepliedAcceptor, RepliedAcceptor, Action::AR4, AwaitingClose},
+    {Event::AbortRequest, Idle, Idle, Action::NotOpen, Idle},
+    {Event::AbortRequest, AwaitingAccept, AwaitingAccept, Action::AA1, AwaitingClose},
+    {Event::AbortRequest, AwaitingAnswer, RepliedAcceptor, Action::AA1, AwaitingClose},
+    {Event::AbortPdu, AwaitingRequest, AwaitingRequest, Action::AA2, Idle},
+    {Event::AbortPdu, AwaitingAccept, AwaitingAccept, Action::AA3, Idle},
+    {Event::AbortPdu, AwaitingAnswer, RepliedAcceptor, Action::AA3, Idle},
+    {Event::AbortPdu, AwaitingClose, AwaitingClose, Action::AA2, Idle},
+    {Event::TransportClosed, AwaitingRequest, AwaitingRequest, Action::AA5, Idle},
+    {Event::TransportClosed, AwaitingAccept, RepliedAcceptor, Action::AA4, Idle},
+    {Event::TransportClosed, AwaitingClose, AwaitingClose, Action::AR5, Idle},
+    {Event::ArtimExpired, AwaitingRequest, AwaitingRequest, Action::AA2, Idle},
+    {Event::ArtimExpired, AwaitingClose, AwaitingClose, Action::AA2, Idle},
+    {Event::InvalidPdu, AwaitingRequest, AwaitingAccept, Action::Close, Idle},
+    {Event::InvalidPdu, AwaitingAnswer, AwaitingClose, Action::Close, Idle},
+};
+}  // namespace state_rows
+
 constexpr StateTable make_state_table() {
-  using enum State;
-  constexpr TableRun kRuns[] = {
-      {Event::AssociateRequest, Idle, Idle, Action::AE1, AwaitingTransport},
-      {Event::TransportConfirm, AwaitingTransport, AwaitingTransport, Action::AE2, AwaitingAnswer},
-      {Event::AssociateAcPdu, AwaitingRequest, AwaitingRequest, Action::AA1, AwaitingClose},
-      {Event::AssociateAcPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
-      {Event::AssociateAcPdu, AwaitingAnswer, AwaitingAnswer, Action::AE3, Established},
-      {Event::AssociateAcPdu, Established, RepliedAcceptor, Action::AA8, AwaitingClose},
-      {Event::AssociateAcPdu, AwaitingClose, AwaitingClose, Action::AA6, AwaitingClose},
-      {Event::AssociateRjPdu, AwaitingRequest, AwaitingRequest, Action::AA1, AwaitingClose},
-      {Event::AssociateRjPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
-      {Event::AssociateRjPdu, AwaitingAnswer, AwaitingAnswer, Action::AE4, Idle},
-      {Event::AssociateRjPdu, Established, RepliedAcceptor, Action::AA8, AwaitingClose},
-      {Event::AssociateRjPdu, AwaitingClose, AwaitingClose, Action::AA6, AwaitingClose},
-      {Event::TransportIndication, Idle, Idle, Action::AE5, AwaitingRequest},
-      {Event::AssociateRqPdu, AwaitingRequest, AwaitingRequest, Action::AE6, AwaitingAccept},
-      {Event::AssociateRqPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
-      {Event::AssociateRqPdu, AwaitingAnswer, RepliedAcceptor, Action::AA8, AwaitingClose},
-      {Event::AssociateRqPdu, AwaitingClose, AwaitingClose, Action::AA7, AwaitingClose},
-      {Event::AssociateAccept, AwaitingAccept, AwaitingAccept, Action::AE7, Established},
-      {Event::AssociateReject, AwaitingAccept, AwaitingAccept, Action::AE8, AwaitingClose},
-      {Event::PDataRequest, Established, Established, Action::DT1, Established},
-      {Event::PDataRequest, ReleaseIndicated, ReleaseIndicated, Action::AR7, ReleaseIndicated},
-      {Event::PDataPdu, AwaitingRequest, AwaitingRequest, Action::AA1, AwaitingClose},
-      {Event::PDataPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
-      {Event::PDataPdu, AwaitingAnswer, AwaitingAnswer, Action::AA8, AwaitingClose},
-      {Event::PDataPdu, Established, Established, Action::DT2, Established},
-      {Event::PDataPdu, AwaitingReleaseReply, AwaitingReleaseReply, Action::AR6, AwaitingReleaseReply},
-      {Event::PDataPdu, ReleaseIndicated, RepliedAcceptor, Action::AA8, AwaitingClose},
-      {Event::PDataPdu, AwaitingClose, AwaitingClose, Action::AA6, AwaitingClose},
-      {Event::ReleaseRequest, Established, Established, Action::AR1, AwaitingReleaseReply},
-      {Event::ReleaseRqPdu, AwaitingRequest, AwaitingRequest, Action::AA1, AwaitingClose},
-      {Event::ReleaseRqPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
-      {Event::ReleaseRqPdu, AwaitingAnswer, AwaitingAnswer, Action::AA8, AwaitingClose},
-      {Event::ReleaseRqPdu, Established, Established, Action::AR2, ReleaseIndicated},
-      {Event::ReleaseRqPdu, AwaitingReleaseReply, AwaitingReleaseReply, Action::AR8, ByRole},
-      {Event::ReleaseRqPdu, ReleaseIndicated, RepliedAcceptor, Action::AA8, AwaitingClose},
-      {Event::ReleaseRqPdu, AwaitingClose, AwaitingClose, Action::AA6, AwaitingClose},
-      {Event::ReleaseRpPdu, AwaitingRequest, AwaitingRequest, Action::AA1, AwaitingClose},
-      {Event::ReleaseRpPdu, AwaitingAccept, AwaitingAccept, Action::AA8, AwaitingClose},
-      {Event::ReleaseRpPdu, AwaitingAnswer, Established, Action::AA8, AwaitingClose},
-      {Event::ReleaseRpPdu, AwaitingReleaseReply, AwaitingReleaseReply, Action::AR3, Idle},
-      {Event::ReleaseRpPdu, ReleaseIndicated, CollidedRequester, Action::AA8, AwaitingClose},
-      {Event::ReleaseRpPdu, CollidedAcceptor, CollidedAcceptor, Action::AR10, RepliedAcceptor},
-      {Event::ReleaseRpPdu, RepliedRequester, RepliedRequester, Action::AR3, Idle},
-      {Event::ReleaseRpPdu, RepliedAcceptor, RepliedAcceptor, Action::AA8, AwaitingClose},
-      {Event::ReleaseRpPdu, AwaitingClose, AwaitingClose, Action::AA6, AwaitingClose},
-      {Event::ReleaseResponse, ReleaseIndicated, ReleaseIndicated, Action::AR4, AwaitingClose},
-      {Event::ReleaseResponse, CollidedRequester, CollidedRequester, Action::AR9, RepliedRequester},
-      {Event::ReleaseResponse, RepliedAcceptor, RepliedAcceptor, Action::AR4, AwaitingClose},
-      {Event::AbortRequest, Idle, Idle, Action::NotOpen, Idle},
-      {Event::AbortRequest, AwaitingAccept, AwaitingAccept, Action::AA1, AwaitingClose},
-      {Event::AbortRequest, AwaitingAnswer, RepliedAcceptor, Action::AA1, AwaitingClose},
-      {Event::AbortPdu, AwaitingRequest, AwaitingRequest, Action::AA2, Idle},
-      {Event::AbortPdu, AwaitingAccept, AwaitingAccept, Action::AA3, Idle},
-      {Event::AbortPdu, AwaitingAnswer, RepliedAcceptor, Action::AA3, Idle},
-      {Event::AbortPdu, AwaitingClose, AwaitingClose, Action::AA2, Idle},
-      {Event::TransportClosed, AwaitingRequest, AwaitingRequest, Action::AA5, Idle},
-      {Event::TransportClosed, AwaitingAccept, RepliedAcceptor, Action::AA4, Idle},
-      {Event::TransportClosed, AwaitingClose, AwaitingClose, Action::AR5, Idle},
-      {Event::ArtimExpired, AwaitingRequest, AwaitingRequest, Action::AA2, Idle},
-      {Event::ArtimExpired, AwaitingClose, AwaitingClose, Action::AA2, Idle},
-      {Event::InvalidPdu, AwaitingRequest, AwaitingAccept, Action::Close, Idle},
-      {Event::InvalidPdu, AwaitingAnswer, AwaitingClose, Action::Close, Idle},
-  };
   StateTable table{};
-  for (const TableRun& run : kRuns) {
+  for (const TableRun& run : state_rows::kRuns) {
     for (auto state = static_cast<std::size_t>(run.first); state <= static_cast<std::size_t>(run.last);
          ++state) {
       table[static_cast<std::size_t>(run.event)][state] = {run.action, run.next};
@@ -135,5 +139,20 @@ constexpr StateTable make_state_table() {
   return table;
 }
 inline constexpr StateTable kStateTable = make_state_table();
+
+inline constexpr const char* kEventNames[] = {
+    "A_Associate_Request_Event", "Transport_Conn_Confirm_Event", "A_Associate_AC_PDU_Event",
+    "A_Associate_RJ_PDU_Event",  "Connection_Indication_Event",  "A_Associate_RQ_PDU_Event",
+    "A_Associate_Accept_Event",  "A_Associate_Reject_Event",     "P_DATA_Request_Event",
+    "P_DATA_TF_PDU_Event",       "A_Release_Request_Event",      "A_Release_RQ_PDU_Event",
+    "A_Release_RP_PDU_Event",    "A_Release_Response_Event",     "A_Abort_Request_Event",
+    "A_Abort_PDU_Event",         "Transport_Conn_Closed_Event",  "ARTIM_Timer_Expired_Event",
+    "Invalid_PDU_Event",
+};
+static_assert(std::size(kEventNames) == kEvents);
+
+inline const char* name_of(Event event) {
+  return kEventNames[static_cast<std::size_t>(event)];
+}
 
 }  // namespace vx

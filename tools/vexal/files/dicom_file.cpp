@@ -240,7 +240,7 @@ VX_STATUS DicomFile::open(const std::string& path, const OpenOptions& options) {
   std::string uid = head.syntax_uid;
   if (!uid.empty() && VX_Get_Enum_From_Transfer_Syntax(uid.data(), &syntax) != VX_NORMAL_COMPLETION) {
     adopt_unknown_syntax(uid, false);
-  } else if (syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || syntax == JPIP_REFERENCED_DEFLATE) {
+  } else if (is_deflated(syntax)) {
     effective.keep_values_out = false;
   }
   linked_ = options.link_records && head.sop_class_uid == kDirectoryClass;

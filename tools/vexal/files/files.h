@@ -192,6 +192,12 @@ class FileSink {
 constexpr bool is_uncompressed(VX_TRANSFER_SYNTAX syntax) {
   return syntax >= IMPLICIT_LITTLE_ENDIAN && syntax <= DEFLATED_EXPLICIT_LITTLE_ENDIAN;
 }
+// Those whose whole data set is deflated.
+constexpr bool is_deflated(VX_TRANSFER_SYNTAX syntax) {
+  return syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || syntax == JPIP_REFERENCED_DEFLATE;
+}
+// Behind it are those that the library got to know while it ran, which can only be handed on.
+inline constexpr VX_TRANSFER_SYNTAX kLastKnownSyntax = JPIP_REFERENCED_DEFLATE;
 
 // Bytes of an element of a bulk value, which byte orders turn around (PS3.5 section 7.3).
 uint32_t element_width(VX_VR vr);

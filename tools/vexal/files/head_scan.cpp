@@ -24,10 +24,6 @@ bool is_long(const char* vr) {
                      [&](const char* one) { return std::memcmp(one, vr, 2) == 0; });
 }
 
-bool is_deflated(VX_TRANSFER_SYNTAX syntax) {
-  return syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || syntax == JPIP_REFERENCED_DEFLATE;
-}
-
 }  // namespace
 
 void HeadScan::start(VX_TRANSFER_SYNTAX syntax, std::span<const uint32_t> wanted, uint64_t most_inflated) {

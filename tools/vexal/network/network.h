@@ -10,6 +10,7 @@
 #include "base/args.h"
 #include "base/tags.h"
 #include "base/values.h"
+#include "files/files.h"
 #include "tls.h"
 #include "vexalkit.h"
 
@@ -84,7 +85,7 @@ class ServiceListName {
 
 // One that came to the library while it runs: it can only be handed on.
 inline bool is_unknown_syntax(VX_TRANSFER_SYNTAX syntax) {
-  return syntax > JPIP_REFERENCED_DEFLATE;
+  return syntax > kLastKnownSyntax;
 }
 
 // A class that the peer of an association takes, and how.

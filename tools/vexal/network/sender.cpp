@@ -195,11 +195,10 @@ ObjectSender::Result ObjectSender::send(int32_t association, const std::vector<A
   request_.sop_class = file.sop_class;
   request_.instance = file.instance;
   // The command of what goes out as bytes can not name an originator; a deflated object is not held whole.
-  const bool deflated =
-      file.syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || file.syntax == JPIP_REFERENCED_DEFLATE;
-  const VX_STATUS status = syntax == file.syntax && file.whole && (originator_.empty() || deflated)
-                               ? send_bytes(association, file, problem)
-                               : send_object(association, file, syntax, problem);
+  const VX_STATUS status =
+      syntax == file.syntax && file.whole && (originator_.empty() || is_deflated(file.syntax))
+          ? send_bytes(association, file, problem)
+          : send_object(association, file, syntax, problem);
   if (status == VX_NORMAL_COMPLETION) {
     VX_Get_Sent_Message_ID(association, &request_.id);
     return Result::Sent;

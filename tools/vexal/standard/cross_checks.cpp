@@ -142,11 +142,6 @@ const char* uid_fault(std::string_view uid) {
                                 : nullptr;
 }
 
-bool is_text_of_charset(VX_VR vr) {
-  return vr == VX_VR_SH || vr == VX_VR_LO || vr == VX_VR_ST || vr == VX_VR_LT || vr == VX_VR_UC ||
-         vr == VX_VR_UT || vr == VX_VR_PN;
-}
-
 class Checker {
  public:
   Checker(const DicomFile& file, bool query) : file_(file), query_(query) {}
@@ -180,7 +175,7 @@ class Checker {
     return count > 1 || first.starts_with("ISO") || first.starts_with("GB");
   }
 
-  void object(int32_t id, bool has_charset) {
+  void object(int32_t id, bool charset_named) {
     struct Attribute {
       uint32_t tag;
       VX_VR vr;
@@ -190,7 +185,7 @@ class Checker {
     for_each_attribute(id, [&](uint32_t tag, VX_VR vr, int32_t count) {
       attributes.push_back({tag, vr, count});
     });
-    for (const auto& [tag, vr, count] : attributes) attribute(id, tag, vr, count, has_charset);
+    for (const auto& [tag, vr, count] : attributes) attribute(id, tag, vr, count, charset_named);
     if (!query_) {
       lookup_table(id);
       directions(id);
@@ -200,7 +195,7 @@ class Checker {
     }
   }
 
-  void attribute(int32_t id, uint32_t tag, VX_VR vr, int32_t count, bool has_charset) {
+  void attribute(int32_t id, uint32_t tag, VX_VR vr, int32_t count, bool charset_named) {
     if (tag < tags::kFirstOfDataSet) return meta_value(id, tag, vr, count);
     if (!is_private(tag)) {
       const std::string_view wanted = dictionary_vr(tag);
@@ -212,8 +207,8 @@ class Checker {
       const std::vector<int32_t> items = sequence_items(id, tag);
       if (items.size() > 1 && !query_ && contains(kSingleItem, tag))
         add(id, tag, VX_TOO_MANY_VALUES, std::to_string(items.size()) + " items where there is one");
-      for (const int32_t item : items) object(item, has_charset || names_charset(item));
-    } else if (vr == VX_VR_UI || (vr == VX_VR_DA && !query_) || (is_text_of_charset(vr) && !has_charset)) {
+      for (const int32_t item : items) object(item, charset_named || names_charset(item));
+    } else if (vr == VX_VR_UI || (vr == VX_VR_DA && !query_) || (has_charset(vr) && !charset_named)) {
       text_values(id, tag, vr, count);
     }
   }
