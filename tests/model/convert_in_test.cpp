@@ -176,6 +176,7 @@ TEST_F(ConvertIn, TextBecomesTheFormOfTheVr) {
       {VX_VR_FD, "1e400", VX_VALUE_OUT_OF_RANGE, "#4017"},
       {VX_VR_FL, "1e39", VX_VALUE_OUT_OF_RANGE, "#4017"},
       {VX_VR_FL, "1e-39", VX_VALUE_OUT_OF_RANGE, "#4017"},
+      {VX_VR_FL, "1.1754943508222875e-38", kOk, "1.175494e-38"},
       {VX_VR_FL, "3.4028234663852886e38", kOk, "3.402823e+38"},
       {VX_VR_FL, "-0.0", kOk, "0"},
       {VX_VR_SQ, "12345678", VX_INVALID_VALUE_FOR_VR, "#4017"},

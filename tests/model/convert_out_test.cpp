@@ -131,6 +131,7 @@ TEST_F(ConvertOut, StoredNumbersMeetTheBoundsOfTheType) {
   EXPECT_EQ(get(with_double(VX_VR_FD, std::nan("")), VX_DOUBLE_TYPE, value), kOk);
   EXPECT_TRUE(std::isnan(value));
   EXPECT_EQ(get(with_double(VX_VR_FD, std::nan("")), VX_INT_TYPE, value), kOk);
+  EXPECT_EQ(value, 0);
 }
 
 // The C library is the judge of what a decimal string means.

@@ -44,11 +44,14 @@ class Values : public support::ModelTest {
 TEST_F(Values, StatesAndTheirCounts) {
   make(VX_VR_LO);
   EXPECT_EQ(count(kTag), -VX_EMPTY_VALUE);
+  EXPECT_EQ(VX_Delete_Current_Value(id, kTag), VX_EMPTY_VALUE);
   EXPECT_EQ(VX_Set_Value_To_NULL(id, kTag), VX_NORMAL_COMPLETION);
   EXPECT_EQ(count(kTag), -VX_NULL_VALUE);
   EXPECT_EQ(length(kTag), -VX_NULL_VALUE);
   EXPECT_EQ(VX_Set_Next_Value_To_NULL(id, kTag), VX_NORMAL_COMPLETION);
   EXPECT_EQ(count(kTag), 2);
+  EXPECT_EQ(VX_Delete_Current_Value(id, kTag), VX_NORMAL_COMPLETION) << "one of several without data";
+  EXPECT_EQ(count(kTag), -VX_NULL_VALUE);
   EXPECT_EQ(VX_Set_Value_To_Empty(id, kTag), VX_NORMAL_COMPLETION);
   EXPECT_EQ(count(kTag), -VX_EMPTY_VALUE);
   EXPECT_EQ(length(kTag), -VX_EMPTY_VALUE);
