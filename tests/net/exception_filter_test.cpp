@@ -3,8 +3,10 @@
 
 #include <csignal>
 
+#include <unistd.h>
 #include "connection/exception_filter.h"
-#include "net/wire.h"
+
+#include "support.h"
 
 namespace {
 
@@ -69,19 +71,19 @@ TEST_F(Faults, AreReportedAndEndTheProcessAsBefore) {
 }
 
 TEST_F(Faults, TheFilterIsThereOnlyWhenItIsAskedFor) {
-  struct sigaction before {};
-  ::sigaction(SIGILL, nullptr, &before);
+  const auto handler = [] {
+    struct sigaction now {};
+    ::sigaction(SIGILL, nullptr, &now);
+    return now.sa_handler;
+  };
+  const auto before = handler();
   VX_Set_Library_Exception_Handler(nullptr);
-  struct sigaction now {};
-  ::sigaction(SIGILL, nullptr, &now);
-  EXPECT_EQ(now.sa_handler, before.sa_handler);
+  EXPECT_EQ(handler(), before);
   set_bool(VX_CFG_ALLOW_LIBRARY_EXCEPTION_HANDLER, true);
   VX_Set_Library_Exception_Handler(nullptr);
-  ::sigaction(SIGILL, nullptr, &now);
-  EXPECT_NE(now.sa_handler, before.sa_handler);
+  EXPECT_NE(handler(), before);
   VX_Library_Release();
-  ::sigaction(SIGILL, nullptr, &now);
-  EXPECT_EQ(now.sa_handler, before.sa_handler);
+  EXPECT_EQ(handler(), before);
 }
 
 }  // namespace

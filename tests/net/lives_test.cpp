@@ -2,12 +2,10 @@
 #include <filesystem>
 #include <fstream>
 
-#include "pairs.h"
+#include "net/peers.h"
 
 namespace vx::test {
 namespace {
-
-constexpr char kCt[] = "1.2.840.10008.5.1.4.1.1.2";
 
 int open_handles() {
   int count = 0;
@@ -15,51 +13,41 @@ int open_handles() {
   return count;
 }
 
-VX_STATUS whole_file(const char* name, void*, uint32_t* size, void** data, int32_t, int32_t* last) {
-  static std::string bytes;
-  std::ifstream file(name, std::ios::binary);
-  bytes.assign(std::istreambuf_iterator<char>(file), {});
-  *size = static_cast<uint32_t>(bytes.size());
-  *data = bytes.data();
-  *last = 1;
-  return VX_NORMAL_COMPLETION;
-}
-
-class LivesTest : public PairTest {
+class LivesTest : public NetTest {
  protected:
   static constexpr char kImage[] = VEXAL_SOURCE_DIR "/examples/data/slice.dcm";
 
   void open_files() {
+    std::ifstream stream(kImage, std::ios::binary);
+    Bytes image(std::istreambuf_iterator<char>(stream), {});
     int32_t file = -1;
-    ASSERT_EQ(VX_Create_Empty_File(&file, kImage), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(VX_Open_File(app_, file, nullptr, whole_file), VX_NORMAL_COMPLETION);
+    ASSERT_OK(VX_Create_Empty_File(&file, kImage));
+    ASSERT_OK(VX_Open_File(app_, file, &image, give_whole));
     int32_t part = -1;  // read to a tag in the middle
-    ASSERT_EQ(VX_Create_Empty_File(&part, kImage), VX_NORMAL_COMPLETION);
+    ASSERT_OK(VX_Create_Empty_File(&part, kImage));
     uint32_t offset = 0;
-    ASSERT_EQ(VX_Open_File_Upto_Tag(app_, part, nullptr, 0x00280000, &offset, whole_file),
-              VX_NORMAL_COMPLETION);
+    ASSERT_OK(VX_Open_File_Upto_Tag(app_, part, &image, 0x00280000, &offset, give_whole));
     int32_t copy = -1;  // with its large values on files of their own
     set_text(VX_CFG_LARGE_DATA_STORE, "FILE");
     set_text(VX_CFG_TEMP_FILE_DIRECTORY, folder().path());
-    ASSERT_EQ(VX_Duplicate_Message(file, &copy, EXPLICIT_LITTLE_ENDIAN, nullptr, nullptr),
-              VX_NORMAL_COMPLETION);
+    ASSERT_OK(VX_Duplicate_Message(file, &copy, EXPLICIT_LITTLE_ENDIAN, nullptr, nullptr));
   }
   void open_items_and_directories() {
     int32_t message = -1;
     int32_t item = -1;
-    ASSERT_EQ(VX_Open_Message(&message, "STANDARD_CT", C_STORE_RQ), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(VX_Open_Empty_Item(&item), VX_NORMAL_COMPLETION);
-    ASSERT_EQ(VX_Set_Value_From_Int(message, 0x00081140, item), VX_NORMAL_COMPLETION);
+    ASSERT_OK(VX_Open_Message(&message, "STANDARD_CT", C_STORE_RQ));
+    ASSERT_OK(VX_Open_Empty_Item(&item));
+    ASSERT_OK(VX_Set_Value_From_Int(message, 0x00081140, item));
     ValErrObj* finding = nullptr;
     VX_Validate_Message(message, &finding, VX_All_Findings);
     int32_t directory = -1;
     int32_t record = -1;
     const std::string path = folder().path("DICOMDIR");
     if (!std::filesystem::exists(path)) {
-      ASSERT_EQ(VX_DDH_Create(path.c_str(), "SET", 0, &directory), VX_NORMAL_COMPLETION);
-      ASSERT_EQ(VX_DDH_Add_Record(directory, "PATIENT", &record), VX_NORMAL_COMPLETION);
+      ASSERT_OK(VX_DDH_Create(path.c_str(), "SET", 0, &directory));
+      ASSERT_OK(VX_DDH_Add_Record(directory, "PATIENT", &record));
     } else {
-      ASSERT_EQ(VX_DDH_Open(path.c_str(), &directory), VX_NORMAL_COMPLETION);
+      ASSERT_OK(VX_DDH_Open(path.c_str(), &directory));
     }
   }
   // A message that has come in half, from either side of an association; another that was not answered.
@@ -68,21 +56,22 @@ class LivesTest : public PairTest {
     pair_ = connect("Life");
     ASSERT_GE(pair_.requester, 0);
     ASSERT_GE(pair_.acceptor, 0);
-    int32_t message = new_message("STANDARD_CT", C_STORE_RQ,
-                                  {{0x00001000, "1.2.3.4"}, {0x00080016, kCt}, {0x00100010, "Doe^Jane"}});
-    ASSERT_EQ(VX_Send_Request_Message(pair_.requester, message), VX_NORMAL_COMPLETION);
-    const Read half = read(pair_.acceptor, 10, 0x00100000);
-    ASSERT_EQ(half.status, VX_NORMAL_COMPLETION) << VX_Error_Message(half.status);
+    left_.push_back(new_message("STANDARD_CT", C_STORE_RQ,
+                                {{0x00001000, "1.2.3.4"}, {0x00080016, kCt}, {0x00100010, "Doe^Jane"}}));
+    ASSERT_OK(VX_Send_Request_Message(pair_.requester, left_.back()));
+    Read half = read(pair_.acceptor, 10, 0x00100000);
+    ASSERT_OK(half.status);
+    left_.push_back(std::move(half.id));
     set_int(VX_CFG_ARTIM_TIMEOUT, 1);
     int32_t refused = -1;  // a port that listens, and an association in the middle of its negotiation
     EXPECT_EQ(VX_Wait_For_Association_On_Port("Life", 0, app_, free_port(), &refused), VX_TIMEOUT);
-    raw_ = std::make_unique<RawPeer>(RawPeer::connect(port_));
-    std::thread asks([this] { raw_->send(kReleaseRequest); });
+    raw_ = RawPeer::connect(port_);
+    raw_.send(kReleaseRequest);
     VX_Wait_For_Association_On_Port("Life", 5, app_, port_, &refused);
-    asks.join();
   }
   Pair pair_;
-  std::unique_ptr<RawPeer> raw_;
+  RawPeer raw_;
+  std::vector<Message> left_;  // that nobody frees
 };
 
 TEST_F(LivesTest, EverythingIsOpenAtTheEndOfEach) {
@@ -95,15 +84,15 @@ TEST_F(LivesTest, EverythingIsOpenAtTheEndOfEach) {
     open_items_and_directories();
     if (HasFatalFailure()) return;
     const int32_t requester = pair_.requester;
-    raw_.reset();
+    raw_.close();
     if (life % 2 == 0) {
-      ASSERT_EQ(VX_Library_Reset(), VX_NORMAL_COMPLETION);
+      ASSERT_OK(VX_Library_Reset());
       int32_t gone = requester;
       EXPECT_EQ(VX_Abort_Association(&gone), VX_INVALID_ASSOCIATION_ID);
-      ASSERT_EQ(VX_Register_Application(&app_, "US"), VX_NORMAL_COMPLETION);
+      ASSERT_OK(VX_Register_Application(&app_, "US"));
       open_files();
     }
-    ASSERT_EQ(VX_Library_Release(), VX_NORMAL_COMPLETION);
+    ASSERT_OK(VX_Library_Release());
     EXPECT_LE(open_handles(), handles) << life;
     SetUp();
     if (HasFatalFailure()) return;

@@ -1,10 +1,9 @@
 // Service lists: from the profile, and made at run time.
 #include "association/service_lists.h"
 
-#include "config/config.h"
-#include "support.h"
+#include "net/peers.h"
 
-namespace vx {
+namespace vx::test {
 namespace {
 
 constexpr char kLists[] = R"(
@@ -60,44 +59,37 @@ TEST_F(ServiceListsTest, AListOfTheProfileWithAllItsKeys) {
   const ServiceList* list = VXI_GetServiceNumbers("Full");
   ASSERT_NE(list, nullptr);
   EXPECT_EQ(VXI_GetServiceNumbers("Full"), list) << "kept";
-  EXPECT_EQ(list->count, 3);
-  EXPECT_TRUE(list->hasEcho);
-  EXPECT_EQ(list->maxOperationsInvoked, 65534);
-  EXPECT_EQ(list->maxOperationsPerformed, 4);
+  EXPECT_EQ(joined(list->count, list->hasEcho, list->maxOperationsInvoked, list->maxOperationsPerformed),
+            "3,1,65534,4,");
   const ServiceEntry& ct = list->entries[0];
-  EXPECT_STREQ(ct.service->uid, "1.2.840.10008.5.1.4.1.1.2");
-  ASSERT_EQ(ct.syntaxList->count, 2);
-  EXPECT_EQ(ct.syntaxList->syntaxes[0], RLE);
-  EXPECT_EQ(ct.syntaxList->syntaxes[1], EXPLICIT_LITTLE_ENDIAN);
-  EXPECT_EQ(ct.scuRole, 1);
-  EXPECT_EQ(ct.scpRole, 1);
   ASSERT_EQ(ct.extendedInfoLength, 3U);
-  EXPECT_EQ(std::string(reinterpret_cast<const char*>(ct.extendedInfo), 3), "\x01\x0A\xFF");
-  EXPECT_STREQ(ct.serviceClassUid, "1.2.840.10008.4.2");
-  EXPECT_STREQ(ct.relatedGeneralList, "Others");
+  EXPECT_EQ(
+      joined(ct.service->uid, ct.syntaxList->count, ct.syntaxList->syntaxes[0], ct.syntaxList->syntaxes[1],
+             ct.scuRole, ct.scpRole, std::string(reinterpret_cast<const char*>(ct.extendedInfo), 3),
+             ct.serviceClassUid, ct.relatedGeneralList),
+      joined(kCt, 2, RLE, EXPLICIT_LITTLE_ENDIAN, 1, 1, "\x01\x0A\xFF", "1.2.840.10008.4.2", "Others"));
   const ServiceEntry& echo = list->entries[1];
-  EXPECT_STREQ(echo.syntaxList->name, kDefaultSyntaxList);
-  EXPECT_EQ(echo.scuRole, kNoRole);
+  EXPECT_EQ(joined(echo.syntaxList->name, echo.scuRole), joined(kDefaultSyntaxList, kNoRole));
   EXPECT_EQ(echo.extendedInfo, nullptr) << "one value above FF drops them all";
-  EXPECT_EQ(list->entries[2].scuRole, 0);
-  EXPECT_EQ(list->entries[2].scpRole, 1);
-  EXPECT_TRUE(has_log("Found service STANDARD_MR assigned in list out of range"));
-  EXPECT_TRUE(has_log("Found syntax list Nowhere assigned in list out of range"));
-  EXPECT_TRUE(has_log("Found role SCU assigned in list out of range"));
-  EXPECT_TRUE(has_log("Found an invalid role definition:  'NOBODY'. Role must be SCU, SCP, or BOTH."));
-  EXPECT_TRUE(has_log("Invalid extended negotiation, not using value: 01 100"));
+  EXPECT_EQ(joined(list->entries[2].scuRole, list->entries[2].scpRole), "0,1,");
+  for (const char* line : {"Found service STANDARD_MR assigned in list out of range",
+                           "Found syntax list Nowhere assigned in list out of range",
+                           "Found role SCU assigned in list out of range",
+                           "Found an invalid role definition:  'NOBODY'. Role must be SCU, SCP, or BOTH.",
+                           "Invalid extended negotiation, not using value: 01 100"}) {
+    EXPECT_TRUE(has_log(line)) << line;
+  }
 }
 
 TEST_F(ServiceListsTest, BuiltInLists) {
   const ServiceList* echo = VXI_GetServiceNumbers(kEchoServiceList);
   ASSERT_NE(echo, nullptr);
-  EXPECT_TRUE(echo->hasEcho);
-  EXPECT_EQ(echo->count, 1);
+  EXPECT_EQ(joined(echo->hasEcho, echo->count), "1,1,");
   const auto syntaxes = syntaxes_of(*echo->entries[0].syntaxList);
   const VX_TRANSFER_SYNTAX expected[] = {EXPLICIT_LITTLE_ENDIAN, IMPLICIT_LITTLE_ENDIAN, EXPLICIT_BIG_ENDIAN,
                                          IMPLICIT_BIG_ENDIAN};
   EXPECT_TRUE(std::equal(syntaxes.begin(), syntaxes.end(), std::begin(expected), std::end(expected)));
-  ASSERT_EQ(VX_Library_Reset(), VX_NORMAL_COMPLETION);
+  ASSERT_OK(VX_Library_Reset());
   EXPECT_NE(VXI_GetServiceNumbers(kEchoServiceList), nullptr) << "made anew after a reset";
 }
 
@@ -136,7 +128,7 @@ TEST_F(ServiceListsTest, ListsMadeAtRunTime) {
   const VX_TRANSFER_SYNTAX twice[] = {RLE, RLE, 0};
   const VX_TRANSFER_SYNTAX unknown[] = {99, 0};
   const VX_TRANSFER_SYNTAX none[] = {0};
-  EXPECT_EQ(VX_NewSyntaxList("Mine", two), VX_NORMAL_COMPLETION);
+  EXPECT_OK(VX_NewSyntaxList("Mine", two));
   EXPECT_EQ(VX_NewSyntaxList("Mine", two), VX_DUPLICATE_NAME);
   EXPECT_EQ(VX_NewSyntaxList("Two", two), VX_DUPLICATE_NAME) << "it is in the profile";
   EXPECT_EQ(VX_NewSyntaxList("Other", twice), VX_DUPLICATE_SYNTAX);
@@ -145,12 +137,11 @@ TEST_F(ServiceListsTest, ListsMadeAtRunTime) {
   EXPECT_EQ(VX_NewSyntaxList("1234567890123456789012345678901234", two), VX_SYSTEM_ERROR);
 
   const char info[] = {1, 2, 3};
-  EXPECT_EQ(VX_NewServiceFromName("ct", "STANDARD_CT", "Mine", 1, 0), VX_NORMAL_COMPLETION);
+  EXPECT_OK(VX_NewServiceFromName("ct", "STANDARD_CT", "Mine", 1, 0));
   EXPECT_EQ(VX_NewServiceFromName("ct", "STANDARD_MR", "Mine", 1, 0), VX_DUPLICATE_NAME);
-  EXPECT_EQ(
-      VX_NewServiceWithExtInfoFromUID("find", "1.2.840.10008.5.1.4.1.2.2.1", nullptr, 0xFF, 0xFF, info, 3),
-      VX_NORMAL_COMPLETION);
-  EXPECT_EQ(VX_NewServiceFromUID("echo", "1.2.840.10008.1.1", nullptr, 0xFF, 0xFF), VX_NORMAL_COMPLETION);
+  EXPECT_OK(
+      VX_NewServiceWithExtInfoFromUID("find", "1.2.840.10008.5.1.4.1.2.2.1", nullptr, 0xFF, 0xFF, info, 3));
+  EXPECT_OK(VX_NewServiceFromUID("echo", "1.2.840.10008.1.1", nullptr, 0xFF, 0xFF));
   EXPECT_EQ(VX_NewServiceFromName("x", "NOBODY", nullptr, 0, 0), VX_INVALID_SOP_CLASS_UID);
   EXPECT_EQ(VX_NewServiceFromName("x", "STANDARD_CT", "Nowhere", 0, 0), VX_SYSTEM_ERROR);
   EXPECT_TRUE(has_log("Bad Syntax List Name"));
@@ -166,44 +157,44 @@ TEST_F(ServiceListsTest, ListsMadeAtRunTime) {
   EXPECT_TRUE(has_log("Missing Service gone"));
   EXPECT_EQ(VX_NewProposedServiceList("L", empty), VX_SYSTEM_ERROR);
   EXPECT_EQ(VX_NewProposedServiceList("Full", services), VX_DUPLICATE_NAME);
-  ASSERT_EQ(VX_NewProposedServiceList("L", services), VX_NORMAL_COMPLETION);
-  ASSERT_EQ(VX_NewProposedServiceListAsync("A", services, 1, 2), VX_NORMAL_COMPLETION);
+  ASSERT_OK(VX_NewProposedServiceList("L", services));
+  ASSERT_OK(VX_NewProposedServiceListAsync("A", services, 1, 2));
   EXPECT_EQ(VXI_GetServiceNumbers("L")->maxOperationsInvoked, kNoWindow);
   EXPECT_EQ(VXI_GetServiceNumbers("L")->maxOperationsPerformed, kNoWindow);
   EXPECT_EQ(VXI_GetServiceNumbers("A")->maxOperationsInvoked, 1);
   EXPECT_EQ(VXI_GetServiceNumbers("A")->maxOperationsPerformed, 2);
 
   EXPECT_EQ(VX_FreeSyntaxList("Mine"), VX_SYNTAX_IN_USE);
-  EXPECT_EQ(VX_FreeService("ct"), VX_NORMAL_COMPLETION) << "lists keep their own copy";
-  EXPECT_EQ(VX_FreeService("find"), VX_NORMAL_COMPLETION);
+  EXPECT_OK(VX_FreeService("ct")) << "lists keep their own copy";
+  EXPECT_OK(VX_FreeService("find"));
   EXPECT_EQ(VX_FreeService("find"), VX_INVALID_SERVICE_NAME);
-  EXPECT_EQ(VX_FreeSyntaxList("Mine"), VX_NORMAL_COMPLETION);
+  EXPECT_OK(VX_FreeSyntaxList("Mine"));
   EXPECT_EQ(VX_FreeSyntaxList("Mine"), VX_INVALID_SYNTAX_NAME);
   const ServiceList* list = VXI_GetServiceNumbers("L");
   EXPECT_TRUE(list->hasEcho);
   EXPECT_EQ(list->entries[0].syntaxList->count, 2) << "a syntax list that is still used lives on";
   ASSERT_EQ(list->entries[1].extendedInfoLength, 3U);
   EXPECT_EQ(list->entries[1].extendedInfo[2], 3);
-  EXPECT_EQ(VX_FreeServiceList("L"), VX_NORMAL_COMPLETION);
+  EXPECT_OK(VX_FreeServiceList("L"));
   EXPECT_EQ(VX_FreeServiceList("L"), VX_INVALID_SERVICE_LIST_NAME);
   EXPECT_EQ(VX_FreeServiceList(nullptr), VX_SYSTEM_ERROR);
 }
 
 TEST_F(ServiceListsTest, NegotiationDataOfAnApplication) {
   int32_t id = -1;
-  ASSERT_EQ(VX_Register_Application(&id, "ME"), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(VX_Set_Negotiation_Info(id, "STANDARD_CT", "abc", 3), VX_NORMAL_COMPLETION);
-  EXPECT_EQ(VX_Set_Negotiation_Info(id, "STANDARD_CT", "xy", 2), VX_NORMAL_COMPLETION);
+  ASSERT_OK(VX_Register_Application(&id, "ME"));
+  EXPECT_OK(VX_Set_Negotiation_Info(id, "STANDARD_CT", "abc", 3));
+  EXPECT_OK(VX_Set_Negotiation_Info(id, "STANDARD_CT", "xy", 2));
   EXPECT_EQ(VX_Set_Negotiation_Info(id, "NOBODY", "xy", 2), VX_UNKNOWN_SERVICE);
   EXPECT_EQ(VX_Set_Negotiation_Info(77, "STANDARD_CT", "xy", 2), VX_INVALID_APPLICATION_ID);
   const NegotiationRecord* record = find_negotiation_info(*find_application(id), 2);
   ASSERT_NE(record, nullptr);
   EXPECT_EQ(record->length, 2U);
   EXPECT_EQ(record->data[0], 'x');
-  EXPECT_EQ(VX_Clear_Negotiation_Info(id, "STANDARD_CT"), VX_NORMAL_COMPLETION);
+  EXPECT_OK(VX_Clear_Negotiation_Info(id, "STANDARD_CT"));
   EXPECT_EQ(VX_Clear_Negotiation_Info(id, "STANDARD_CT"), VX_NO_INFO_REGISTERED);
-  EXPECT_EQ(VX_Release_Application(&id), VX_NORMAL_COMPLETION);
+  EXPECT_OK(VX_Release_Application(&id));
 }
 
 }  // namespace
-}  // namespace vx
+}  // namespace vx::test
