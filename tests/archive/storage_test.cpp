@@ -96,6 +96,8 @@ TEST_F(StorageTest, WholeOrNotAtAll) {
       {"another instance", ct + element(0x00080018, "1.2.3.5"), "A900 1.2.3.4.dcm"},
       {"another class", element(0x00080016, "1.2.3"), "A900 1.2.3.4.dcm"},
       {"no data set", Bytes("\x08\0\5\0\xFF\xFF\xFF\xFF", 8) + head, "C000 1.2.3.4.dcm"},
+      {"cut in a head", head + Bytes("\x20\0", 2), "C000 1.2.3.4.dcm"},
+      {"cut in a value", head + element(0x0020000D, "9.1").substr(0, 9), "C000 1.2.3.4.dcm"},
       {"too large", head, "A700 1.2.3.4.dcm", "large"},
       {"a link as folder", linked, "A700 1.2.3.4.dcm", "tree"},
       {"no study", head, "0000 1.2.3.4.dcm no-study/no-series/1.2.3.4.dcm", "tree"},

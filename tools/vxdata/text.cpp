@@ -134,6 +134,14 @@ const char* vr_letters(int code) {
   return vx::vr_letters(code);
 }
 
+bool is_text_vr(int code) {
+  return vx::is_text_vr(code);
+}
+
+bool is_number_vr(int code) {
+  return vx::is_numeric_vr(code);
+}
+
 bool is_private(uint32_t tag) {
   const uint32_t group = tag >> 16;
   return (group & 1) != 0 && group != 1 && group != 3 && group != 5 && group != 7 && group != 0xFFFF;

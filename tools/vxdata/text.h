@@ -63,12 +63,8 @@ inline constexpr int kVrUn = 24;
 inline constexpr int kVrSq = 30;
 std::optional<int> vr_code(std::string_view letters);
 const char* vr_letters(int code);
-inline bool is_text_vr(int code) {
-  return code >= 0 && code <= 16;
-}
-inline bool is_number_vr(int code) {
-  return code >= 17 && code <= 23;
-}
+bool is_text_vr(int code);
+bool is_number_vr(int code);
 
 bool is_private(uint32_t tag);
 

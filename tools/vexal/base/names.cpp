@@ -161,6 +161,14 @@ const char* vr_letters(VX_VR vr) {
   return vxdata::vr_letters(vr);
 }
 
+bool is_text_vr(VX_VR vr) {
+  return vxdata::is_text_vr(vr);
+}
+
+bool is_number_vr(VX_VR vr) {
+  return vxdata::is_number_vr(vr);
+}
+
 std::size_t edit_distance(std::string_view a, std::string_view b, std::size_t limit) {
   if (a.size() > b.size() + limit || b.size() > a.size() + limit) return limit + 1;
   std::vector<std::size_t> row(b.size() + 1);

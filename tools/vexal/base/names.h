@@ -30,6 +30,8 @@ std::string_view standard_vr(uint32_t tag);
 // none.
 bool parse_tag(std::string_view text, uint32_t& tag);
 const char* vr_letters(VX_VR vr);
+bool is_text_vr(VX_VR vr);
+bool is_number_vr(VX_VR vr);
 // "1.2.840.10008.1.2.5 RLE Lossless"; the UID alone where the standard does not have it.
 std::string describe_uid(const std::string& uid);
 // Keywords near a word, best first, at most `limit`.

@@ -68,6 +68,12 @@ HeadScan::State HeadScan::take(const void* data, std::size_t size) {
   return state_;
 }
 
+void HeadScan::end() {
+  if (state_ != State::Reading) return;
+  const bool cut = have_ != 0 || left_ != 0 || !levels_.empty() || inflater_ != nullptr;
+  state_ = cut ? State::Damaged : State::Complete;
+}
+
 void HeadScan::take_deflated(const char* data, std::size_t size) {
   char piece[kPiece];
   inflater_->next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data));

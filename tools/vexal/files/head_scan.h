@@ -29,6 +29,8 @@ class HeadScan {
   // may grow to, looked at to its end; 0: no limit, and its end is left alone.
   void start(VX_TRANSFER_SYNTAX syntax, std::span<const uint32_t> wanted, uint64_t most_inflated = 0);
   State take(const void* data, std::size_t size);
+  // No more comes: what ends within an element or a sequence is damaged.
+  void end();
   State state() const { return state_; }
   // Wants more bytes, if only to see how many there are.
   bool goes_on() const {

@@ -17,13 +17,6 @@
 namespace vexal {
 namespace {
 
-constexpr bool is_text(VX_VR vr) {
-  return vr <= VX_VR_UI;
-}
-constexpr bool is_numeric(VX_VR vr) {
-  return vr >= VX_VR_SS && vr <= VX_VR_FD;
-}
-
 void append_number(std::string& out, uint64_t value) {
   char text[24];
   const auto end = std::to_chars(text, text + sizeof text, value);
@@ -169,9 +162,9 @@ void Dumper::text_attribute(int32_t id, uint32_t tag, VX_VR vr, int32_t count, i
   if (vr == VX_VR_SQ) {
     append_number(value_, static_cast<uint64_t>(count));
     value_ += count == 1 ? " item" : " items";
-  } else if (is_text(vr)) {
+  } else if (is_text_vr(vr)) {
     length = text_value(id, tag, vr, count, creators);
-  } else if (is_numeric(vr) || is_wide_integer(wide)) {
+  } else if (is_number_vr(vr) || is_wide_integer(wide)) {
     length = numeric_value(id, tag, vr, wide);
   } else {
     length = bulk_value(id, tag);
@@ -372,9 +365,9 @@ void Dumper::json_attribute(int32_t id, uint32_t tag, VX_VR vr, int32_t count, C
   }
   if (vr == VX_VR_SQ) {
     json_items(id, tag);
-  } else if (is_text(vr)) {
+  } else if (is_text_vr(vr)) {
     json_texts(id, tag, vr, count, creators);
-  } else if (is_numeric(vr) || is_wide_integer(wide)) {
+  } else if (is_number_vr(vr) || is_wide_integer(wide)) {
     json_numbers(id, tag, vr, wide);
   } else {
     json_bulk(id, tag);

@@ -214,7 +214,7 @@ bool is_told_in_head(const SrNode& node, uint32_t tag, VX_VR vr) {
 
 // JSON has no bytes, only characters; those beyond ASCII where a character set counts alone.
 bool has_odd_bytes(int32_t object, uint32_t tag, VX_VR vr) {
-  if (vr > VX_VR_UI) return false;
+  if (!is_text_vr(vr)) return false;
   const std::string text = sr_texts_of(object, tag);
   return has_charset(vr) ? !is_utf8(text) : !is_ascii(text);
 }

@@ -399,6 +399,7 @@ std::string ObjectWriter::disagreement(const StoredObject& stored, int32_t& answ
 // Gives the object its place. The status to answer with.
 int32_t ObjectWriter::finish(StoredObject& stored, std::string& error) {
   int32_t answer = 0;
+  scan_.end();
   error = disagreement(stored, answer);
   if (!error.empty()) return answer;
   FileSink converted;
