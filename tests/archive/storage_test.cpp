@@ -41,18 +41,22 @@ class StorageTest : public vx::test::NetTest {
   std::string store(const StorageOptions& options, const Bytes& data, bool ends) {
     std::thread peer([&] {
       auto raw = vx::test::RawPeer::connect(port_);
-      raw.request({kCt}, {IMPLICIT_LITTLE_ENDIAN});
-      raw.send(vx::test::pdu(4, vx::test::pdv(1, false, true, vx::test::store_command(kCt)) +
-                                    vx::test::pdv(1, true, ends, data)));
-      vx::test::Pdu end;
-      if (ends) raw.receive(end);
+      raw.send(vx::test::request_for(vx::test::context(1, kCt, {vx::test::kImplicit})));
+      raw.receive();
+      raw.send(vx::test::data_pdu(1, vx::test::kCommand | vx::test::kLast, vx::test::store_command(kCt)) +
+               vx::test::data_pdu(1, ends ? vx::test::kLast : vx::test::kData, data));
+      if (ends) raw.receive();
     });
     int32_t association = -1;
     EXPECT_EQ(VX_Wait_For_Association_On_Port("objects", 20, app_, port_, &association),
               VX_NORMAL_COMPLETION);
     EXPECT_EQ(VX_Accept_Association(association), VX_NORMAL_COMPLETION);
     StoredObject stored;
-    const int32_t command = read(association, 10, tags::kBehindCommand).id;
+    int32_t command = -1;
+    const char* service = nullptr;
+    uint16_t field = 0;
+    EXPECT_EQ(VX_Read_Message_To_Tag(association, 10, tags::kBehindCommand, &command, &service, &field),
+              VX_NORMAL_COMPLETION);
     const int32_t answer = ObjectWriter(options, "RAW").take(association, command, stored);
     VX_Abort_Association(&association);
     peer.join();
