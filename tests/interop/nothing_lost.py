@@ -185,7 +185,7 @@ def listed(name, lines, there, where=""):
         elif vr in NUMBERS:
             wanted = struct.unpack("<%d%s" % (len(element.value) // WIDTHS[vr], NUMBERS[vr]), element.value)
             got = [v + 65536 if vr == "SS" and v < 0 else v for v in got]
-            if got != list(wanted):
+            if struct.pack("<%d%s" % (len(got), NUMBERS[vr]), *got) != element.value:
                 fail(place + "%s, not %s" % (got[:4], wanted[:4]))
         elif vr in ("IS", "DS", "UI", "CS", "DA", "TM", "AE", "AS"):
             plain = lambda v: float(v) if vr in ("IS", "DS") and v else v
