@@ -4,6 +4,7 @@ import atexit
 import contextlib
 import importlib.util
 import os
+import random
 import re
 import shutil
 import signal
@@ -25,6 +26,7 @@ if SAMPLES and not os.path.exists(SAMPLES):  # files made here stand for them
 os.environ.pop("VEXAL_INI", None)
 SANITIZED = "TSAN_OPTIONS" in os.environ  # slower, and with a thread more
 failures = []
+ports = random.Random()  # not of the seed that scripts may set: others run beside them
 checks = 0
 
 # ---- Counted checks ----
@@ -172,28 +174,36 @@ def vexal(*words, status=0, says="", title=None, **more):
 
 
 def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+    """Below those that the system gives to connections, of which there are many here."""
+    while True:
+        with socket.socket() as probe, contextlib.suppress(OSError):
+            port = ports.randrange(12000, 32000)
+            probe.bind(("127.0.0.1", port))
+            return port
 
 
 class Server:
     """A program that listens on a port, which takes the place of {port} in its words, for the length of a with block."""
 
     def __init__(self, *command, port=None, **more):
-        self.port, self.more = port or free_port(), more
-        self.command = [str(word).replace("{port}", str(self.port)) for word in command]
+        self.words, self.fixed, self.port, self.more = command, port is not None, port or free_port(), more
 
     def __enter__(self):
-        self.log = tempfile.TemporaryFile()
-        self.process = subprocess.Popen(self.command, stdout=self.log, stderr=self.log, **self.more)
-        end = time.monotonic() + 30
-        while not self.listens():
-            if self.process.poll() is not None or time.monotonic() > end:
-                self.kill()
-                raise RuntimeError("does not listen: %s" % self.command)
-            time.sleep(0.02)
-        return self
+        for tries_left in (2, 1, 0):
+            self.command = [str(word).replace("{port}", str(self.port)) for word in self.words]
+            self.log = tempfile.TemporaryFile()
+            self.process = subprocess.Popen(self.command, stdout=self.log, stderr=self.log, **self.more)
+            end = time.monotonic() + 30
+            while not self.listens() and self.process.poll() is None and time.monotonic() < end:
+                time.sleep(0.02)
+            if self.process.poll() is None and self.listens():
+                return self
+            self.kill()
+            self.log.seek(0)
+            told = self.log.read().decode(errors="replace")
+            if self.fixed or tries_left == 0 or "in use" not in told:
+                raise RuntimeError("does not listen: %s: %s" % (self.command, told[-300:]))
+            self.port = free_port()  # somebody else was faster
 
     def listens(self):
         """Looked up, not tried: a connection would be one of those that are counted."""
