@@ -53,7 +53,8 @@ void append_json(std::string& out, double value) {
   char text[32];
   const auto result = std::to_chars(text, text + sizeof text, value);
   out.append(text, result.ptr);
-  if (value == 0 && std::signbit(value)) out += ".0";  // readers take -0 for a whole number, which has no sign
+  if (value == 0 && std::signbit(value))
+    out += ".0";  // readers take -0 for a whole number, which has no sign
 }
 
 void append_json(std::string& out, int64_t value) {
