@@ -78,17 +78,12 @@ bool word_matches(const WordRule& rule, std::string_view value, const char* word
   }
 }
 
-// A reader without the lock sees the old constant or the new one.
-void set_text_pointer(VX_STRING_KEY key, const char* text) {
-  std::atomic_ref<const char*>(config().string_values[key]).store(text, std::memory_order_release);
-}
-
-void free_text(VX_STRING_KEY key) {
+// One text in the place of another, at once: a reader without the lock sees the old constant or the new one.
+void replace_text(VX_STRING_KEY key, const char* text, bool owned) {
   ConfigRecord& record = config();
-  const char* old = record.string_values[key];
-  set_text_pointer(key, "");
+  const char* old = std::atomic_ref<const char*>(record.string_values[key]).exchange(text);
   if (record.string_owned[key] == 1) release(const_cast<char*>(old));
-  record.string_owned[key] = 0;
+  record.string_owned[key] = owned ? 1 : 0;
 }
 
 }  // namespace
@@ -139,19 +134,16 @@ const char* pick_word(const WordRule& rule, std::string_view value, bool in_prof
 }
 
 bool store_text(VX_STRING_KEY key, std::string_view text) {
-  free_text(key);
-  if (is_empty_word(text)) return true;
-  auto* copy = static_cast<char*>(allocate_raw(text.size() + 1));
-  if (copy == nullptr) return false;
-  copy_text(copy, text.size() + 1, text);
-  set_text_pointer(key, copy);
-  config().string_owned[key] = 1;
-  return true;
+  char* copy = nullptr;
+  const bool empty = is_empty_word(text);
+  if (!empty) copy = static_cast<char*>(allocate_raw(text.size() + 1));
+  if (copy != nullptr) copy_text(copy, text.size() + 1, text);
+  replace_text(key, copy != nullptr ? copy : "", copy != nullptr);
+  return empty || copy != nullptr;
 }
 
 void store_constant(VX_STRING_KEY key, const char* text) {
-  free_text(key);
-  set_text_pointer(key, text);
+  replace_text(key, text, false);
 }
 
 void push_settings() {
@@ -223,7 +215,7 @@ void config_drop() {
   drop_filter();
   drop_titles();
   for (VX_STRING_KEY key = 0; key < VX_STRING_KEY_COUNT; ++key) {
-    if (config().string_owned[key] == 1) free_text(key);
+    if (config().string_owned[key] == 1) replace_text(key, "", false);
   }
   if (g_record != nullptr && g_record != g_own_record) *g_record = g_supplied_as_it_was;
   g_record = nullptr;

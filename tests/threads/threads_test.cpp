@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "config/config.h"
 #include "support.h"
 
 namespace {
@@ -151,7 +152,18 @@ TEST_F(Threads, SettingsMayChangeMeanwhile) {
       }
     });
   }
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  workers.emplace_back([&] {
+    for (uint32_t i = 0; !stop; ++i)
+      VX_Set_String_Config_Value(VX_CFG_LARGE_DATA_STORE, i % 2 == 0 ? "MEM" : "FILE");
+  });
+  // What is read without a lock is one of the words all the time.
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
+  while (std::chrono::steady_clock::now() < end) {
+    for (int i = 0; i < 1000; ++i) {
+      const char first = vx::config_first_char(VX_CFG_LARGE_DATA_STORE);
+      if (first != 'M' && first != 'F') failures.fetch_add(1);
+    }
+  }
   stop = true;
   for (std::thread& worker : workers) worker.join();
   EXPECT_EQ(failures.load(), 0U);
