@@ -11,6 +11,7 @@
 #include "config/config.h"
 #include "frame/lock.h"
 #include "frame/seams.h"
+#include "frame/text.h"
 
 namespace vx {
 
@@ -82,7 +83,7 @@ class Line {
     char digits[24];
     std::size_t count = 0;
     do {
-      digits[count++] = "0123456789ABCDEF"[value % base];
+      digits[count++] = kHexDigits[value % base];
       value /= base;
     } while (value != 0);
     while (count > 0 && size_ < sizeof bytes_) bytes_[size_++] = digits[--count];

@@ -16,6 +16,7 @@ inline std::string_view trim(std::string_view text) {
 constexpr bool is_digit(char c) {
   return c >= '0' && c <= '9';
 }
+inline constexpr char kHexDigits[] = "0123456789ABCDEF";
 // The number that a hexadecimal digit stands for; -1 if it is none.
 constexpr int hex_digit(char c) {
   if (is_digit(c)) return c - '0';

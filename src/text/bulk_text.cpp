@@ -7,6 +7,7 @@
 #include "config/transfer_syntax.h"
 #include "frame/byte_order.h"
 #include "frame/no_throw.h"
+#include "frame/text.h"
 #include "model/seams.h"
 #include "model/values.h"
 #include "model/vr.h"
@@ -120,13 +121,12 @@ VX_STATUS add_base64_lines(MsgObj& object, TagObj& attribute, TextOutput& output
 
 VX_STATUS add_hex(MsgObj& object, TagObj& attribute, TextOutput& output, std::size_t& length) {
   return each_piece(object, attribute, [&](const char* data, std::size_t size) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
     std::string& out = output.text();
     for (std::size_t i = 0; i < size; ++i) {
       const auto byte = static_cast<uint8_t>(data[i]);
       if (length++ != 0) out += ' ';
-      out += kDigits[byte >> 4];
-      out += kDigits[byte & 15U];
+      out += kHexDigits[byte >> 4];
+      out += kHexDigits[byte & 15U];
     }
     return output.pause();
   });

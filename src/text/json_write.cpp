@@ -8,6 +8,7 @@
 #include "codec/stream_form.h"
 #include "frame/lock.h"
 #include "frame/log.h"
+#include "frame/text.h"
 #include "model/attributes.h"
 #include "model/convert.h"
 #include "model/deferred.h"
@@ -122,7 +123,6 @@ class JsonWriter {
 };
 
 void JsonWriter::string(std::string_view text, const TextSet& set) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
   out_ += '"';
   for (const char c : to_utf8(text, set, false, work_, whole_)) {
     const auto byte = static_cast<uint8_t>(c);
@@ -156,7 +156,7 @@ void JsonWriter::string(std::string_view text, const TextSet& set) {
       if (const void* at = std::memchr(kShort, c, 5); at != nullptr) {
         out_ += kLetters[static_cast<const char*>(at) - kShort];
       } else {
-        const char escape[] = {'u', '0', '0', kHex[byte >> 4], kHex[byte & 15U]};
+        const char escape[] = {'u', '0', '0', kHexDigits[byte >> 4], kHexDigits[byte & 15U]};
         out_.append(escape, sizeof escape);
       }
     }

@@ -1,5 +1,6 @@
 #include "text/number_text.h"
 
+#include "frame/text.h"
 #include "model/vr.h"
 
 namespace vx {
@@ -25,8 +26,7 @@ std::string_view whole_text(const TagObj& attribute, int32_t number, NumberText&
 }
 
 std::string_view tag_text(uint32_t tag, NumberText& text) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
-  for (unsigned i = 0; i < 8; ++i) text[i] = kHex[(tag >> (28 - 4 * i)) & 15U];
+  for (unsigned i = 0; i < 8; ++i) text[i] = kHexDigits[(tag >> (28 - 4 * i)) & 15U];
   return {text, 8};
 }
 
