@@ -60,6 +60,7 @@ def check(good, text):
     if not good:
         failures.append(text)
         print("FAIL", text, flush=True)
+    return good
 
 
 def fail(text):

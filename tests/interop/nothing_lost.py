@@ -19,7 +19,7 @@ import sys
 import tempfile
 import warnings
 
-from checks import REAL_SAMPLES, SAMPLES, VEXAL, check, end, fail, failures, files_under, has, need, read, run, valid_samples, vexal, write
+from checks import REAL_SAMPLES, SAMPLES, VEXAL, Vexal, check, end, fail, failures, files_under, has, need, read, run, valid_samples, vexal, write
 import made
 
 need("dcmdump", "dcmmkdir", modules=["pydicom"])
@@ -63,7 +63,7 @@ ESCAPES = re.compile(rb"\x1b(?:\$[()]?.|[()-].)")
 # Valid, and beyond the limit of nesting, of odd lengths, or of a syntax that pydicom does not inflate.
 UNUSUAL = ("odd/nested-private-sq.dcm", "made/stress-nested-1000-implicit.dcm", "made/stress-nested-1000-undefined.dcm", "made/ts-jpip-deflate-95.dcm")
 HAS_GDCMINFO = has("gdcminfo", "files read by it")
-counts = {"files": 0, "read": 0, "written": 0, "refused": 0, "compressed and back": 0, "streams extracted": 0}
+counts = {"files": 0, "sent": 0, "read": 0, "written": 0, "refused": 0, "compressed and back": 0, "streams extracted": 0}
 
 
 class Element:
@@ -416,6 +416,27 @@ def shown(path):
         check(line in dump, "dump lacks %s:\n%s" % (line, dump.decode(errors="replace")))
 
 
+def over_the_network(files, folder):
+    """store to receive, also with conversion: the files that arrive hold what was sent."""
+    for options in ((), ("--to", "implicit")):
+        arriving = os.path.join(folder, "received" + "".join(options))
+        with Vexal("receive", arriving, "--quiet", *options) as server:
+            for name, path, valid in files:
+                try:
+                    source = Source(name, path, valid)
+                except Exception:
+                    continue  # pydicom can not read it
+                if options and source.syntax not in SYNTAXES.values():
+                    continue  # its pixels are decompressed
+                for known in files_under(arriving):
+                    os.remove(known)  # several samples are of one instance
+                result = run(VEXAL, "store", "127.0.0.1", server.port, "--retries", 0, path)
+                new = files_under(arriving)
+                if result.returncode == 0 and check(len(new) == 1, "%s: store: %d new files" % (name, len(new))):
+                    source.judge("store to " + " ".join(("receive",) + options), result, new[0])
+                    counts["sent"] += 1
+
+
 if __name__ == "__main__":
     totals = dict(counts)
     with tempfile.TemporaryDirectory() as folder:
@@ -436,4 +457,8 @@ if __name__ == "__main__":
         names(folder)
         offset_tables(folder)
         shown(os.path.join(folder, "made", "odd/as-it-came.dcm"))
+        sendable = [file for file in files if file[2] and not file[0].startswith(("dicomdir/DICOMDIR", "ts/"))]
+        over_the_network(sendable[::3], folder)
+        for key, value in counts.items():
+            totals[key] += value
     sys.exit(end(totals))
