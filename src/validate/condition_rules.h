@@ -8,7 +8,7 @@
 // can't be read fails; otherwise the answer is unknown. Arguments are alternatives between slashes.
 // With ! what fails is unknown: the attribute of the condition may be there or not. ? goes first.
 // A tag means the object at hand; with ^ in front the one around it (again for the next), with ~ the message
-// or file. "TAG>" leads into the first item of a sequence.
+// or file. "TAG>" leads into the first item of a sequence, "TAG*>" into whichever fulfils the verb.
 //
 //   present, absent, plural      by what the object holds: a null value is a value
 //   counted, uncounted, multivalued   by the values that an application sees: a null value is none
@@ -16,6 +16,7 @@
 //   is, not                      the value begins with a text; a $ at its end stands for the value's end
 //   =, >, <>                     the value as a number
 //   points, lists                the first value is one of the tags; one of the values is the tag
+//   private                      one of the values is the tag of a private attribute
 //   optional                     not there, or of type 3 in the object's template
 //   uneven                       two numbers that aren't both 1
 #pragma once

@@ -232,17 +232,25 @@ int32_t verb_points(int32_t object_id, uint32_t tag, const Clause& clause) {
       clause, [value](std::string_view text) { return value == to_number<uint32_t>(text, 16); }));
 }
 
-int32_t verb_lists(int32_t object_id, uint32_t tag, const Clause& clause) {
-  const uint32_t wanted = to_number<uint32_t>(clause.arguments, 16);
+template <class Test>
+int32_t any_tag_value(int32_t object_id, uint32_t tag, Test test) {
   uint32_t value = 0;
   TagObj* attribute = look_up(object_id, tag);
   VX_STATUS status = read_number(attribute, true, value);
   if (status != kOk) return kConditionUnknown;
   while (status == kOk) {
-    if (value == wanted) return kConditionHolds;
+    if (test(value)) return kConditionHolds;
     status = read_number(attribute, false, value);
   }
   return kConditionFails;
+}
+
+int32_t verb_lists(int32_t object_id, uint32_t tag, const Clause& clause) {
+  const uint32_t wanted = to_number<uint32_t>(clause.arguments, 16);
+  return any_tag_value(object_id, tag, [wanted](uint32_t value) { return value == wanted; });
+}
+int32_t verb_private(int32_t object_id, uint32_t tag, const Clause&) {
+  return any_tag_value(object_id, tag, [](uint32_t value) { return is_private(value); });
 }
 
 constexpr struct {
@@ -254,7 +262,7 @@ constexpr struct {
     {"=", verb_equal},         {"<>", verb_unequal},          {">", verb_greater},
     {"points", verb_points},   {"lists", verb_lists},         {"multivalued", verb_multivalued},
     {"plural", verb_plural},   {"null", verb_null},           {"optional", verb_optional},
-    {"uneven", verb_uneven},
+    {"uneven", verb_uneven},   {"private", verb_private},
 };
 
 // --- Rules ---
@@ -292,14 +300,17 @@ Clause parse_clause(std::string_view text) {
 
 constexpr int32_t kNoObject = -1;  // holds nothing
 
-int32_t first_item(int32_t object_id, uint32_t sequence) {
+// The items of a sequence, the first one first.
+const ValueObj* first_value(int32_t object_id, uint32_t sequence) {
   const TagObj* attribute = object_id == kNoObject ? nullptr : look_up(object_id, sequence);
-  if (attribute == nullptr || attribute->VR != VX_VR_SQ || attribute->FirstValue == nullptr) return kNoObject;
-  const auto* item = static_cast<const MsgObj*>(attribute->FirstValue->Data);
+  return attribute != nullptr && attribute->VR == VX_VR_SQ ? attribute->FirstValue : nullptr;
+}
+int32_t item_of(const ValueObj* value) {
+  const auto* item = value != nullptr ? static_cast<const MsgObj*>(value->Data) : nullptr;
   return item != nullptr ? item->ID : kNoObject;
 }
 
-// Cuts what leads to another object off a tag. False where the scope does not reach there.
+// Cuts what leads to an object around this one off a tag. False where the scope does not reach there.
 bool find_holder(std::string_view& tag, const Scope* scope, int32_t& object_id) {
   if (tag.starts_with('~')) {
     tag.remove_prefix(1);
@@ -313,18 +324,30 @@ bool find_holder(std::string_view& tag, const Scope* scope, int32_t& object_id) 
     if (scope == nullptr) return false;
   }
   object_id = scope->object_id;
-  for (std::size_t at = tag.find('>'); at != std::string_view::npos; at = tag.find('>')) {
-    object_id = first_item(object_id, to_number<uint32_t>(tag.substr(0, at), 16));
-    tag.remove_prefix(at + 1);
-  }
   return true;
+}
+
+// Follows "SEQUENCE>" into its first item and "SEQUENCE*>" into each, until one of them fulfils the verb.
+int32_t evaluate_path(const Clause& clause, std::string_view path, int32_t object_id, uint32_t own_tag) {
+  const std::size_t at = path.find('>');
+  if (at == std::string_view::npos) {
+    return clause.verb(object_id, path == "own" ? own_tag : to_number<uint32_t>(path, 16), clause);
+  }
+  const std::string_view rest = path.substr(at + 1);
+  const bool each = path[at - 1] == '*';
+  const ValueObj* value = first_value(object_id, to_number<uint32_t>(path.substr(0, at), 16));
+  int32_t result = evaluate_path(clause, rest, item_of(value), own_tag);
+  while (each && result != kConditionHolds && value != nullptr && (value = value->Next) != nullptr) {
+    const int32_t next = evaluate_path(clause, rest, item_of(value), own_tag);
+    if (next != kConditionFails) result = next;
+  }
+  return result;
 }
 
 int32_t evaluate_tag(const Clause& clause, std::string_view text, const Scope& scope, uint32_t own_tag) {
   int32_t object_id = scope.object_id;
-  if (!find_holder(text, &scope, object_id)) return kConditionUnknown;
-  const uint32_t tag = text == "own" ? own_tag : to_number<uint32_t>(text, 16);
-  return clause.verb(object_id, tag, clause);
+  return find_holder(text, &scope, object_id) ? evaluate_path(clause, text, object_id, own_tag)
+                                              : kConditionUnknown;
 }
 
 // Of several tags all, or one, must fulfil the verb; a value that can't be read ends the search.

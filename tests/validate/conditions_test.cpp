@@ -279,6 +279,29 @@ TEST_F(Conditions, ClausesStopAtTheFirstThatDecides) {
          {"A00720304_IS_CINE_AND_AA00720330_NOT_PRESENT", {{"00720304=CINE;00720330=A", 0}}}});
 }
 
+// What only the rules of templates use.
+TEST_F(Conditions, ItemsAndPrivateTags) {
+  const struct {
+    const char* rule;
+    const char* content;
+    int32_t expected;
+  } rows[] = {{"00701801>00080100 is A", "00701801*2;00701801/00080100=A", 2},
+              {"00701801*>00080100 is A", "00701801*2;00701801/00080100=A", 1},
+              {"00701801*>00080100? is A", "00701801*1;00701801/00080100=A;00701801*1", 1},
+              {"00701801*>00080100 is A", "00701801*2;00701801/00080100=B", 2},
+              {"00701801*>00080100? is A", "00701801*2;00701801/00080100=B", 0},
+              {"00701801*>00080100 is A", "", 2},
+              {"00701801*>00701801*>00080100 present",
+               "00701801*2;00701801/00701801*2;00701801/00701801/00080100=A", 1},
+              {"00280009 private", "00280009=00181063\\00291001", 1},
+              {"00280009 private", "00280009=00181063", 0},
+              {"00280009 private", "", 2}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(vx::evaluate_condition(row.rule, vx::Scope{fill(row.content)}, 0), row.expected)
+        << row.rule << " with " << row.content;
+  }
+}
+
 TEST_F(Conditions, QueryLevels) {
   const char* const levels[] = {"STUDY_LEVEL_MOVE_OR_ABOVE", "SERIES_LEVEL_MOVE_OR_ABOVE",
                                 "IMAGE_LEVEL_MOVE_OR_ABOVE", "A00080052_STUDY_OR_BELOW",

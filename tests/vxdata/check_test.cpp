@@ -92,4 +92,48 @@ TEST(Check, PlantedFaultsAreFound) {
   }
 }
 
+// A place for each kind, one of them in two classes; a type 1 of an optional module is no condition.
+TEST(Report, ConditionsOfStorageClassesAreCounted) {
+  const Workshop shop;
+  shop.write("srv",
+             "[SERVICE_TABLE]\nNUMBER_OF_SERVICES_SUPPORTED = 3\nS = 0001\nT = 0002\nD = 0003\n"
+             "[0001]\nNAME = S\nUID = 1.2\nTYPE = BASE\nCOMMAND_1 = C_STORE_RQ\nCOMMAND_2 = C_FIND_RQ\n"
+             "[0002]\nNAME = T\nUID = 1.3\nTYPE = BASE\nCOMMAND_1 = C_STORE_RQ\n"
+             "[0003]\nNAME = D\nUID = 1.2.840.10008.1.3.10\nTYPE = BASE\nCOMMAND_1 = C_STORE_RQ\n"
+             "[ITEM_TABLE]\nNUMBER_OF_ITEMS_SUPPORTED = 1\nI = 0001\n");
+  shop.write("dic",
+             "0008,0060\tCS\t1\tModality\tModality\n0008,1140\tSQ\t1\tReferencedImageSequence\tR\n"
+             "0028,0002\tUS\t1\tSamplesPerPixel\tSamples\n0028,0008\tIS\t1\tNumberOfFrames\tNumber\n"
+             "0028,0010\tUS\t1\tRows\tRows\n0028,0011\tUS\t1\tColumns\tColumns\n");
+  shop.write("c",
+             "x = R\"(A00280008_PRESENT: 00280008 present\nLOSSY_COMPRESSION_PERFORMED: own present\n"
+             "MULTIFRAME_IMAGE\n)\";");
+  shop.write(
+      "t",
+      "module\tm\n0028,0002\t1\tSamplesPerPixel\n"
+      "message\tS\tC_STORE_RQ\nuse\tm\tU\n0008,0060\t1C\tModality\t?A00280008_PRESENT\n"
+      "0008,1140\t3\tReferencedImageSequence\t>I\n0028,0008\t2C\tNumberOfFrames\t!nothing tells\n"
+      "0028,0010\t1C\tRows\t?LOSSY_COMPRESSION_PERFORMED\n"
+      "item\tI\n0008,1140\t3\tReferencedImageSequence\t>I\n0028,0011\t1C\tColumns\t?(00280010 present)\n"
+      "message\tT\tC_STORE_RQ\n0008,1140\t3\tReferencedImageSequence\t>I\n"
+      "message\tS\tC_FIND_RQ\n0028,0010\t1C\tRows\t?MULTIFRAME_IMAGE\n"
+      "message\tD\tC_STORE_RQ\n0028,0010\t1C\tRows\t?MULTIFRAME_IMAGE\n");
+  const struct {
+    const char* list;
+    const char* line;
+  } rows[] = {{"classes",
+               "once a class: 5 of type 1C or 2C, 3 judged (60.0 %), 1 with a reason why not (20.0 %), 1 "
+               "open (20.0 %); 1 of optional modules\n"},
+              {"classes", "\nT: 1 of type 1C or 2C, 1 judged (100.0 %), 0 with"},
+              {"places", "\n1\treason\tt:7\t0028,0008\tNumberOfFrames\tnothing tells\n"},
+              {"places", "\n1\topen\tt:8\t0028,0010\tRows\tLOSSY_COMPRESSION_PERFORMED\n"},
+              {"places", "\n1\tlowered\tt:2\t"}};
+  for (const auto& row : rows) {
+    const Outcome outcome =
+        shop.run(std::string("report --services srv --dict dic --conditions c --list ") + row.list + " t");
+    EXPECT_NE(outcome.out.find(row.line), std::string::npos) << row.line << outcome.out << outcome.err;
+  }
+  EXPECT_EQ(shop.run("report --services srv --dict dic --list names t").exit, 2);
+}
+
 }  // namespace

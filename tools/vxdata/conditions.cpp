@@ -18,9 +18,9 @@ std::optional<uint32_t> bare_tag(std::string_view text) {
   return tag ? std::optional(tag->tag) : std::nullopt;
 }
 
-constexpr std::string_view kVerbs[] = {"is",   "present",  "absent", "counted",    "uncounted", "not",
-                                       "=",    "<>",       ">",      "points",     "lists",     "plural",
-                                       "null", "optional", "uneven", "multivalued"};
+constexpr std::string_view kVerbs[] = {"is",   "present",  "absent", "counted",     "uncounted", "not",
+                                       "=",    "<>",       ">",      "points",      "lists",     "plural",
+                                       "null", "optional", "uneven", "multivalued", "private"};
 
 // "00080008:3 is A/B", "00280002,00280004 absent".
 void read_clause(const std::string& text, bool alternative, Condition& condition) {
@@ -38,7 +38,7 @@ void read_clause(const std::string& text, bool alternative, Condition& condition
     subject.remove_prefix(1);
   }
   if (!alternative) condition.tags.insert(condition.tags.end(), tags.begin(), tags.end());
-  if (subject.starts_with('>')) return;  // an attribute of an item
+  if (subject.starts_with('>') || subject.starts_with("*>")) return;  // an attribute of an item
   if (words.size() < 2 || tags.size() != 1 || (words[1] != "is" && words[1] != "not")) return;
   Clause clause;
   clause.tag = tags.front();
@@ -52,6 +52,7 @@ void read_clause(const std::string& text, bool alternative, Condition& condition
 Condition read_rule(const std::string& rule) {
   Condition condition;
   condition.judged = true;
+  condition.own = rule == "own present";
   std::string rest = rule.substr(0, rule.find(" -> "));
   bool alternative = false;
   for (;;) {

@@ -18,6 +18,7 @@ struct Clause {
 
 struct Condition {
   bool judged = false;
+  bool own = false;            // asks for the attribute's own value alone
   std::string fault;           // of the rule's form
   std::vector<uint32_t> tags;  // read whatever the object holds; alternatives are left out
   std::vector<Clause> clauses;

@@ -20,8 +20,10 @@ constexpr const char* kHelp = R"(usage: vxdata COMMAND ...
   check --services PROFILE --dict TABLE[,TABLE] [--names FILE] [--conditions FILE] TEMPLATES...
                                prove the tables against each other; --names is the source of the
                                exported tables, --conditions the source of the predicate table
-  report --services PROFILE --dict TABLE[,TABLE] TEMPLATES...
-                               count what the templates hold and list what they lack
+  report --services PROFILE --dict TABLE[,TABLE] [--conditions FILE[,FILE]] [--list classes|places]
+         TEMPLATES...          count what the templates hold and list what they lack; with --conditions also
+                               how many conditions of storage classes are judged: --list shows each class, or
+                               each place without a predicate and in how many classes it stands
   embed --dict TABLE[,TABLE] --pro FILE --srv FILE --app FILE [--ini FILE] -o FILE
                                write the dictionary and the profiles as C++ source with the functions
                                vexal_embedded_config and vexal_embedded_dictionary

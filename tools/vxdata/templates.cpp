@@ -116,6 +116,7 @@ void weaken(Body& body, const Reference& use) {
       attribute.type = attribute.type == kType1 ? kType1C : kType2C;
       attribute.condition = use.condition.empty() ? std::string(kMayBePresent) : use.condition;
       attribute.may = !use.condition.empty() && (use.usage == 'U' || use.may);
+      attribute.lowered = use.condition.empty();
     }
   }
 }
@@ -157,6 +158,8 @@ void take_values(Attribute& into, const Attribute& from, bool choice) {
 void take_type(Attribute& into, const Attribute& from) {
   into.type = from.type;
   into.module = from.module;
+  into.lowered = from.lowered;
+  into.untold = from.untold;
   into.place = from.place;
 }
 

@@ -74,6 +74,7 @@ struct Attribute {
   std::string keyword;
   std::string condition;  // a name, or a rule in parentheses
   bool may = false;       // be there where the condition does not hold
+  bool lowered = false;   // of type 1 or 2 in a module that need not be there
   std::string untold;     // why there is no condition
   std::string module;     // title of the module or macro that the type comes from
   std::vector<ValueList> values;

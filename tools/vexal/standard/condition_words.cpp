@@ -33,7 +33,8 @@ constexpr struct {
               {"points", "points to"},
               {"lists", "contains"},
               {"optional", "is not required"},
-              {"uneven", "is not 1\\1"}};
+              {"uneven", "is not 1\\1"},
+              {"private", "is the tag of a private attribute"}};
 
 std::string tag_words(std::string_view text) {
   uint32_t tag = 0;
