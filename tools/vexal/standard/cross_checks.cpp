@@ -39,6 +39,7 @@ constexpr std::string_view kSingleFrame[] = {"1",      "1.1",    "1.1.1",  "1.2"
 constexpr std::string_view kPrimaryOnly[] = {"2.1", "2.2",   "4.1",    "4.2",    "4.3",   "4.4",
                                              "130", "128.1", "13.1.1", "13.1.2", "13.1.3"};
 constexpr std::string_view kSegmentations[] = {"66.4", "66.5", "66.7"};
+constexpr std::string_view kAlwaysWithRatio[] = {"81.1", "82.1"};  // the ratio of pixels is of type 1
 
 // What pixels may stand for in the syntaxes that say so (PS3.5 section 8.2).
 constexpr struct {
@@ -363,7 +364,9 @@ class Checker {
         if (values[i] <= 0) add(id, tag, VX_VALUE_OUT_OF_RANGE, "is above 0", static_cast<int32_t>(i) + 1);
       }
     }
-    if (!is_present(id, tags::kPixelAspectRatio)) return;
+    if (!is_present(id, tags::kPixelAspectRatio) ||
+        is_class(text_of(id, tags::kSOPClassUID), kAlwaysWithRatio))
+      return;
     for (const uint32_t spacing :
          {tags::kPixelSpacing, tags::kImagerPixelSpacing, tags::kNominalScannedPixelSpacing}) {
       if (is_present(id, spacing))
