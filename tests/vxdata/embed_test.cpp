@@ -56,17 +56,22 @@ int main() {
       "' && c++ -std=c++20 -Wall -Wextra -Wconversion -Wshadow -Werror -I" VEXAL_SOURCE_DIR
       "/include -DVEXAL_SHARE_DIR='\"/opt/x\"' main.cpp embedded.cpp -o probe && ./probe >said";
   ASSERT_EQ(std::system(built.c_str()), 0);
+  // Items take the numbers from 1 on, so the last one is their count.
+  const std::string profile = read_file(kData + "vexalkit.srv"), key = "NUMBER_OF_ITEMS_SUPPORTED = ";
+  const size_t at = profile.find(key) + key.size();
+  const std::string count = profile.substr(at, profile.find('\n', at) - at);
   EXPECT_EQ(shop.read("said"),
             "VexalKit, Version 5.3.0|30 -1 64234 1 16|/opt/x/vexalkit.dct||\n"
             "ACQUISITION_CONTEXT_SR 1.2.840.10008.5.1.4.1.1.88.71 3 30 0;"
             "BASIC_GRAYSCALE_PRINT_MANAGEMENT 1.2.840.10008.5.1.1.9 0 20 100;"
             "BASIC_COLOR_PRINT_MANAGEMENT 1.2.840.10008.5.1.1.18 0 20 100;"
             "REFERENCED_GRAYSCALE_PRINT_MANAGEMENT 1.2.840.10008.5.1.1.9.1 0 20 100;"
-            "REFERENCED_COLOR_PRINT_MANAGEMENT 1.2.840.10008.5.1.1.18.1 0 20 100;\n"
-            "906 _2D_DEGREE_OF_FREEDOM 906\n"
-            "[VEXAL_SCP] PORT_NUMBER 11112 1\n"
-            "00100362 7 1 255 Same chain as the one before -;00100010 9 1 1 Patient's \"Name\" \\ -;"
-            "00090001 18 2 255 Speed ACME;");
+            "REFERENCED_COLOR_PRINT_MANAGEMENT 1.2.840.10008.5.1.1.18.1 0 20 100;\n" +
+                count + " _2D_DEGREE_OF_FREEDOM " + count +
+                "\n"
+                "[VEXAL_SCP] PORT_NUMBER 11112 1\n"
+                "00100362 7 1 255 Same chain as the one before -;00100010 9 1 1 Patient's \"Name\" \\ -;"
+                "00090001 18 2 255 Speed ACME;");
 }
 
 }  // namespace
