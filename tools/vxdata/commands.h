@@ -13,5 +13,6 @@ int run_check(int argc, char** argv);
 int run_report(int argc, char** argv);
 int run_embed(int argc, char** argv);
 int run_keywords(int argc, char** argv);
+int run_confidentiality(int argc, char** argv);
 
 }  // namespace vxdata

@@ -27,6 +27,9 @@ constexpr const char* kHelp = R"(usage: vxdata COMMAND ...
   embed --dict TABLE[,TABLE] --pro FILE --srv FILE --app FILE [--ini FILE] -o FILE
                                write the dictionary and the profiles as C++ source with the functions
                                vexal_embedded_config and vexal_embedded_dictionary
+  confidentiality --safe-private TABLE --uids TABLE TABLE -o FILE
+                               write what identifies a patient, what becomes of it and what does not
+                               identify as C++ source
   keywords TABLE...            list attributes whose keyword in the table differs from the one
                                that the library derives from the name
 
@@ -49,6 +52,7 @@ constexpr Command kCommands[] = {
     {"report", vxdata::run_report},
     {"embed", vxdata::run_embed},
     {"keywords", vxdata::run_keywords},
+    {"confidentiality", vxdata::run_confidentiality},
 };
 // clang-format on
 

@@ -11,6 +11,7 @@ extern const Command kConvert;
 extern const Command kJson;
 extern const Command kXml;
 extern const Command kModify;
+extern const Command kDeidentify;
 extern const Command kPixel;
 extern const Command kTemplate;
 extern const Command kLookup;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
@@ -90,8 +91,11 @@ class Directory {
 
 // --- What is done with it ---
 
+// Values of attributes that a record has to have, for files that have none.
+using StandIns = std::map<uint32_t, std::string>;
 // Files and what lies in folders, then saved. The exit code.
-int add_files(Directory& directory, const std::vector<std::string>& paths, bool any_names);
+int add_files(Directory& directory, const std::vector<std::string>& paths, bool any_names,
+              const StandIns& stand_ins = {});
 // Patients, studies and series without anything below.
 std::set<int32_t> empty_records(const Directory& directory);
 // They go, but for those that were there before.

@@ -99,7 +99,8 @@ Keys learn_keys(const std::string& type) {
 
 class Builder {
  public:
-  Builder(Directory& directory, bool any_names) : directory_(directory), any_names_(any_names) {}
+  Builder(Directory& directory, bool any_names, const StandIns& stand_ins)
+      : directory_(directory), any_names_(any_names), stand_ins_(stand_ins) {}
   // Takes over what the directory has.
   void learn();
   bool add(const std::string& path);
@@ -119,6 +120,7 @@ class Builder {
 
   Directory& directory_;
   const bool any_names_;
+  const StandIns& stand_ins_;
   std::map<std::string, Keys> keys_;
   std::map<std::string, int32_t> known_;  // patients, studies and series by parent, type and key
   std::map<std::string, int32_t> files_;  // by upper case File ID
@@ -154,7 +156,13 @@ bool Builder::fill(int32_t record, const std::string& type, DicomFile& file, std
   }
   for (const auto& [tag, may_be_null] : keys.required) {
     int32_t count = 0;
-    if (VX_Get_Value_Count(record, tag, &count) == VX_NORMAL_COMPLETION && count > 0) continue;
+    if (VX_Get_Value_Count(record, tag, &count) == VX_NORMAL_COMPLETION && count > 0 &&
+        (may_be_null || !stand_ins_.contains(tag) || !text_of(record, tag).empty()))
+      continue;
+    if (const auto stand_in = stand_ins_.find(tag); !may_be_null && stand_in != stand_ins_.end()) {
+      set_all_text(record, tag, stand_in->second);
+      continue;
+    }
     if (!may_be_null) {
       reason = "it lacks " + describe_tag(tag) + ", which a record of type " + type + " has to have";
       return false;
@@ -329,10 +337,11 @@ void drop_empty_records(Directory& directory, const std::set<int32_t>& but) {
   }
 }
 
-int add_files(Directory& directory, const std::vector<std::string>& paths, bool any_names) {
+int add_files(Directory& directory, const std::vector<std::string>& paths, bool any_names,
+              const StandIns& stand_ins) {
   bool failed = false;
   bool taken = false;
-  Builder builder(directory, any_names);
+  Builder builder(directory, any_names, stand_ins);
   builder.learn();
   const std::set<int32_t> empty_before = empty_records(directory);
   const fs::path own = fs::absolute(directory.path()).lexically_normal();

@@ -1,3 +1,4 @@
 // DICOMDIR files: the headers of this room that others may include.
 #pragma once
-// None: it offers its subcommands alone.
+
+#include "dir.h"
