@@ -14,6 +14,10 @@ const DictionaryRecord* embedded_dictionary();
 // data/dictionary.tsv and data/uids.tsv as they stand there.
 std::string_view dictionary_table();
 std::string_view uid_table();
+// data/reports/: templates, context groups, and retired codes with those that replaced them.
+std::string_view report_templates_table();
+std::string_view report_groups_table();
+std::string_view report_codes_table();
 // The source of the library's conditions, with a row NAME: RULE for each.
 std::string_view condition_table();
 

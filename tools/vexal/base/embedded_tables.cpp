@@ -17,21 +17,24 @@
 
 VEXAL_EMBED(vexal_dictionary_table, VEXAL_DATA_DIR "/dictionary.tsv");
 VEXAL_EMBED(vexal_uid_table, VEXAL_DATA_DIR "/uids.tsv");
+VEXAL_EMBED(vexal_report_templates_table, VEXAL_DATA_DIR "/reports/templates.tsv");
+VEXAL_EMBED(vexal_report_groups_table, VEXAL_DATA_DIR "/reports/groups.tsv");
+VEXAL_EMBED(vexal_report_codes_table, VEXAL_DATA_DIR "/reports/codes.tsv");
 VEXAL_EMBED(vexal_condition_table, VEXAL_CONDITIONS);
 
 namespace vexal {
 
-std::string_view dictionary_table() {
-  return {vexal_dictionary_table,
-          static_cast<std::size_t>(vexal_dictionary_table_end - vexal_dictionary_table)};
-}
-
-std::string_view uid_table() {
-  return {vexal_uid_table, static_cast<std::size_t>(vexal_uid_table_end - vexal_uid_table)};
-}
-
-std::string_view condition_table() {
-  return {vexal_condition_table, static_cast<std::size_t>(vexal_condition_table_end - vexal_condition_table)};
-}
+#define VEXAL_TABLE(name)                                                               \
+  std::string_view name##_table() {                                                     \
+    return {vexal_##name##_table,                                                       \
+            static_cast<std::size_t>(vexal_##name##_table_end - vexal_##name##_table)}; \
+  }
+VEXAL_TABLE(dictionary)
+VEXAL_TABLE(uid)
+VEXAL_TABLE(report_templates)
+VEXAL_TABLE(report_groups)
+VEXAL_TABLE(report_codes)
+VEXAL_TABLE(condition)
+#undef VEXAL_TABLE
 
 }  // namespace vexal

@@ -16,6 +16,7 @@
 #include "cross_checks.h"
 #include "files/files.h"
 #include "findings.h"
+#include "report_content.h"
 
 namespace vexal {
 namespace {
@@ -187,6 +188,10 @@ std::string examine(const DicomFile& file, const ValidateSettings& settings, Ite
   if (standard.command == C_STORE_RQ) add_empty_items(file.id(), tree, told, found);
   grade(tree, found);
   add_cross_checks(file, standard.command, found);
+  if (standard.command == C_STORE_RQ) {
+    for (ContentFinding& one : check_report_content(file.id()))
+      found.push_back({one.what, one.severity, std::move(one.reason)});
+  }
   std::erase_if(found, [&](const Found& one) { return one.severity >= settings.level; });
   if (settings.paths.empty()) return "";
   std::vector<Place> places;
