@@ -13,6 +13,7 @@
 #include "model/message_info.h"
 #include "model/object.h"
 #include "model/vr.h"
+#include "objects.h"
 #include "support.h"
 
 namespace {
@@ -184,7 +185,7 @@ void satisfy(int32_t id) {
   for (int rounds = 0; rounds < 500; ++rounds) {
     const std::vector<Found> found = validate(id);
     const auto missing = std::find_if(found.begin(), found.end(), [](const Found& one) {
-      return one.status == VX_REQUIRED_ATTRIBUTE_MISSING;
+      return one.status == VX_REQUIRED_ATTRIBUTE_MISSING || one.status == VX_REQUIRED_VALUE_MISSING;
     });
     if (missing == found.end()) return;
     const vx::TagObj* rule = rule_of(missing->object, missing->tag);
@@ -256,6 +257,46 @@ TEST_F(Minimal, ServicesAndItemsOfOneNameHaveRulesOfTheirOwn) {
   ASSERT_EQ(vx::get_template(kName, 0, item), kOk);
   EXPECT_NE(message, item);
   EXPECT_EQ(item->FirstTag->Tag >> 16, 0x0028U);
+}
+
+// An item of an answer or of a query holds what is known or asked for; a newer way of saying it replaces the
+// old one.
+TEST_F(Minimal, PartsMayBeLeftOut) {
+  const struct {
+    const char* service;
+    uint16_t command;
+    const char* added;
+    const char* removed = "";
+  } rows[] = {
+      {"UPS_PULL_SOP", N_GET_RSP, "00741210*UPS_CONTENT_ITEM_GET;00741210/0040A040=TEXT;00741210/0040A160=x"},
+      {"UPS_PULL_SOP", N_GET_RSP, "00741002*UPS_PROGRESS_INFO_GET;00741002/00741004=50"},
+      {"UPS_PUSH_SOP", N_GET_RSP, "00741216*UPS_PERF_PROC_GET;00741216/00404050=20240131",
+       "00741216/-00404051"},
+      {"UPS_WATCH_SOP", N_GET_RSP,
+       "00404070*OUTPUT_DESTINATION_GET;00404070/00404071*DICOM_STORAGE_GET;00404070/00404071/21000140=AE"},
+      {"UPS_QUERY_SOP", C_FIND_RQ, "0040A370*1;0040A370/00080050=7;0040A370/00401001="},
+      {"UPS_WATCH_SOP", C_FIND_RQ,
+       "00404021*UPS_REF_SOP_ACCESS_GET;00404021/0020000D=1.2;00404021/0020000E="},
+      {"UPS_WATCH_SOP", N_ACTION_RQ, "00741204=x;00100020=x"},
+      {"DEFINED_PROTOCOL_FIND", C_FIND_RQ, "00189912*MODEL_SPECIFICATION_KEYS;00189912/00080070=x"},
+      {"STANDARD_RT_STRUCTURE_SET", C_STORE_RQ,
+       "30060039/30060040*CONTOUR_ITEM;30060039/30060040/30060042=CLOSEDPLANAR_XOR;"
+       "30060039/30060040/30060046=1;30060039/30060040/30060050=1\\2\\3"},
+      {"STANDARD_RT_BEAMS_TREAT", C_STORE_RQ,
+       "30080020/300800A3=YES;30080020/300800A1*RT_BEAM_LIMITING_DEVICE_DEFINITION;"
+       "30080020/30080040/300C00F0=0",
+       "30080020/-300800A0"},
+      {"STANDARD_RT_BEAMS_TREAT", C_STORE_RQ, "300A0709=X", "-30080020;-300A00B3;-300A0078"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(row.service) + " " + row.added);
+    int32_t id = build({row.service, row.command});
+    objects::edit(id, row.added);
+    if (*row.removed != '\0') satisfy(id);
+    objects::edit(id, row.removed);
+    for (const Found& found : validate(id)) ADD_FAILURE() << describe(found);
+    VX_Free_Message(&id);
+  }
 }
 
 TEST_F(Minimal, ValidatesAndNotWithoutAnyOfItsAttributes) {
