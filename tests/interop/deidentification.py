@@ -14,10 +14,10 @@ import sys
 import warnings
 
 import checks
-from checks import VEXAL, check, ended, files_under, has, left_out, meta_text, need, paths, read, run, run_parts, valid_samples, vexal, write
+from checks import VEXAL, Vexal, check, data_set_of, ended, files_under, has, left_out, meta_text, need, paths, read, run, run_parts, valid_samples, vexal, write
 import made
 
-need("dcmdump", modules=["pydicom"])
+need("dcmdump", modules=["pydicom", "numpy"])
 import pydicom
 
 warnings.simplefilter("ignore")
@@ -172,6 +172,12 @@ def a_set(folder):
     check(b'"value":"SECRET^NAME"' in read(report), "the report has no values")
 
 
+def document(folder):
+    w = made.Writer()
+    pdf = "1.2.840.10008.5.1.4.1.1.104.1"
+    return write(folder + "/document", w.file(made.head(w, sop_class=pdf) + made.tail(w) + w.element(0x00420011, "OB", b"%PDF SECRET "), sop_class=pdf))
+
+
 def refusals(folder):
     w = made.Writer()
     plain = write(folder + "/plain", w.file(made.head(w) + made.tail(w)))
@@ -180,13 +186,10 @@ def refusals(folder):
                                               w.text(0x00280301, "CS", "YES") + w.element(0x7FE00010, "OB", b"\1\2\3\4")))
     w = made.Writer()
     strange = write(folder + "/strange", w.file(made.head(w, sop_class="1.2.3.4") + made.tail(w), sop_class="1.2.3.4"))
-    w = made.Writer()
-    document = write(folder + "/document", w.file(made.head(w, sop_class="1.2.840.10008.5.1.4.1.1.104.1") + made.tail(w) +
-                                                  w.element(0x00420011, "OB", b"%PDF SECRET "), sop_class="1.2.840.10008.5.1.4.1.1.104.1"))
     out = os.path.join(folder, "out")
     for words, status, says in (
             ([burned], 1, "--burned-in keep"), ([burned, "--burned-in", "keep"], 0, ""), ([strange], 1, "--unknown-class"),
-            ([strange, "--unknown-class", "by-table"], 0, ""), ([document], 1, "--documents"), ([document, "--documents", "replace"], 0, ""),
+            ([strange, "--unknown-class", "by-table"], 0, ""), ([document(folder)], 1, "--documents"), ([document(folder), "--documents", "replace"], 0, ""),
             ([write(folder + "/no", b"no file")], 1, ""), ([plain, "--key", write(folder + "/short", b"short")], 2, "too short"),
             ([plain, "--secret", "short"], 2, "16"), ([plain, "--retain-full-dates", "--shift-dates", "3"], 2, "not both"),
             ([plain, "--blank", "1,2,3"], 2, "X,Y,W,H"), ([plain, "--shift-dates", "0"], 2, "full-dates"), ([folder + "/nowhere"], 2, "")):
@@ -195,5 +198,92 @@ def refusals(folder):
         check((files_under(out) != before) == (status == 0), "%s: files are %s" % (words, files_under(out)))
 
 
+SECRET = ("--secret", "a secret of this test")
+ULTRASOUND = "1.2.840.10008.5.1.4.1.1.6.1"
+ROWS_OF_IMAGE, COLUMNS = 20, 30
+
+
+def image(path, bits=8, samples=1, planes=0, photometric="MONOCHROME2", signed=0, frames=1, regions=(), syntax=made.EXPLICIT):
+    """An image of numbers that are nowhere black."""
+    w = made.Writer(syntax)
+    code = {8: "B", 16: "h" if signed else "H", 32: "I"}[bits]
+    count = ROWS_OF_IMAGE * COLUMNS * samples * frames
+    pixels = struct.pack(w.order + "%d%s" % (count, code), *(1 + i % 100 for i in range(count)))
+    data = made.head(w, sop_class=ULTRASOUND, modality="US" if regions else "OT", name=b"SECRET^NAME")
+    data += w.sequence(0x00186011, [b"".join(w.numbers(0x00186018 + 2 * i, "UL", edge) for i, edge in enumerate(region)) for region in regions]) if regions else b""
+    data += made.tail(w) + w.numbers(0x00280002, "US", samples) + w.text(0x00280004, "CS", photometric)
+    data += (w.numbers(0x00280006, "US", planes) if samples > 1 else b"") + w.text(0x00280008, "IS", str(frames))
+    for tag, value in ((0x00280010, ROWS_OF_IMAGE), (0x00280011, COLUMNS), (0x00280100, bits), (0x00280101, bits), (0x00280102, bits - 1), (0x00280103, signed)):
+        data += w.numbers(tag, "US", value)
+    return write(path, w.file(data + w.element(0x7FE00010, "OB" if bits == 8 else "OW", pixels), sop_class=ULTRASOUND))
+
+
+def pixels_of(path, folder):
+    plain = os.path.join(folder, "plain-pixels")
+    vexal("convert", "--to", "explicit", path, plain)
+    data = pydicom.dcmread(plain)
+    return data.pixel_array.reshape(int(data.NumberOfFrames), ROWS_OF_IMAGE, COLUMNS, -1)
+
+
+def blanked(folder):
+    """The region is black in each frame, and nothing else changes where nothing is lost."""
+    kinds = {"grey": {}, "negative": {"photometric": "MONOCHROME1"}, "signed": {"bits": 16, "signed": 1}, "long": {"bits": 32}, "frames": {"frames": 3},
+             "colour": {"samples": 3, "photometric": "RGB"}, "planes": {"samples": 3, "photometric": "RGB", "planes": 1, "frames": 2},
+             "big": {"bits": 16, "syntax": made.BIG}, "deflated": {"syntax": made.DEFLATED}, "large": {"bits": 32, "frames": 60}}
+    black = {"negative": 255, "signed": -32768}
+    for name, kind in kinds.items():
+        whole = image(os.path.join(folder, name), **kind)
+        forms = {"": whole}
+        for syntax in ("rle", "jpeg-ls", "jpeg2000", "jpeg-lossless") if name in ("grey", "frames", "colour") else ():
+            forms[syntax] = os.path.join(folder, name + syntax)
+            vexal("convert", "--to", syntax, whole, forms[syntax])
+        for syntax, path in forms.items():
+            out = os.path.join(folder, "out-" + name + syntax)
+            vexal("deidentify", path, "-o", out, "--blank", "2,3,5,4", "--blank", "28,18,9,9")
+            result = files_under(out)[0]
+            before, after = pixels_of(path, folder), pixels_of(result, folder)
+            before[:, 3:7, 2:7] = before[:, 18:, 28:] = black.get(name, 0)
+            check((before == after).all(), "%s %s: other pixels are black" % (name, syntax))
+            check(meta_text(result, 0x10) == meta_text(path, 0x10), "%s %s: has another syntax" % (name, syntax))
+            data = pydicom.dcmread(result)
+            check(data.BurnedInAnnotation == "NO" and [c.CodeValue for c in data.DeidentificationMethodCodeSequence] == ["113100", "113101"],
+                  "%s %s: does not tell of it" % (name, syntax))
+    lossy = os.path.join(folder, "lossy.dcm")
+    vexal("convert", "--to", "jpeg", os.path.join(folder, "grey"), lossy)
+    vexal("deidentify", lossy, "-o", folder + "/out-lossy", "--blank", "0,0,16,16", *SECRET)
+    result = files_under(folder + "/out-lossy")[0]
+    data = pydicom.dcmread(result)
+    check(data.LossyImageCompression == "01" and len(data.LossyImageCompressionMethod) == 2, "a second loss is not told")
+    check(pixels_of(result, folder)[0, :8, :8].max() < 5, "a lossy image is not black")
+    vexal("deidentify", lossy, "-o", folder + "/again", "--blank", "0,0,16,16", *SECRET)
+    check(os.listdir(folder + "/again") == os.listdir(folder + "/out-lossy"), "its instance is not what the secret says")
+    regions = image(os.path.join(folder, "regions"), regions=((4, 5, 9, 8), (20, 0, 29, 2)))
+    vexal("deidentify", regions, "-o", folder + "/out-regions", "--blank-ultrasound", "--blank", "4,5,1,1")
+    kept = pixels_of(files_under(folder + "/out-regions")[0], folder)[0, :, :, 0] != 0
+    check(kept.sum() == 6 * 4 + 10 * 3 - 1 and kept[5:9, 4:10].sum() == 23, "ultrasound regions: %d pixels stay" % kept.sum())
+    vexal("deidentify", os.path.join(folder, "grey"), "-o", folder + "/out-other", "--blank-ultrasound")
+    check((pixels_of(files_under(folder + "/out-other")[0], folder) != 0).all(), "what is no ultrasound is blanked")
+
+
+def on_the_way(folder):
+    """store and receive with --deidentify give what deidentify gives."""
+    plain = image(os.path.join(folder, "plain"))
+    vexal("deidentify", plain, "-o", folder + "/right", *SECRET)
+    vexal("deidentify", plain, "-o", folder + "/right-black", "--blank", "0,0,9,9", *SECRET)
+    refused = document(folder)
+    cases = (((), ("--deidentify", *SECRET), "right"), ((), ("--deidentify", "--blank", "0,0,9,9", *SECRET), "right-black"),
+             (("--deidentify", *SECRET), (), "right"), (("--deidentify", "--blank", "0,0,9,9", *SECRET), (), "right-black"))
+    for number, (of_server, of_client, expected) in enumerate(cases):
+        got = os.path.join(folder, "got%d" % number)
+        with Vexal("receive", got, *of_server) as server:
+            vexal("store", "127.0.0.1", server.port, plain, *of_client)
+            vexal("store", "127.0.0.1", server.port, refused, *of_client, status=1)
+        right = files_under(os.path.join(folder, expected))[0]
+        check(os.listdir(got) == [os.path.basename(right)], "%s %s: %s" % (of_server, of_client, os.listdir(got)))
+        check(all(data_set_of(path) == data_set_of(right) and b"SECRET" not in read(path) for path in files_under(got)),
+              "%s %s: another object" % (of_server, of_client))
+    vexal("store", "127.0.0.1", "104", plain, "--blank", "0,0,9,9", status=2, says="--deidentify")
+
+
 if __name__ == "__main__":
-    sys.exit(run_parts(nothing_is_left, beside_others, a_set, refusals, chosen=sys.argv[3:]))
+    sys.exit(run_parts(nothing_is_left, beside_others, a_set, refusals, blanked, on_the_way, chosen=sys.argv[3:]))

@@ -1,6 +1,7 @@
 #include "sender.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 #include <set>
 
@@ -159,17 +160,31 @@ VX_STATUS ObjectSender::send_object(int32_t association, const ObjectFile& file,
   }
   if (status != VX_NORMAL_COMPLETION) return status;
   if (values_were_lost()) problem = "has a value that an object can not hold";
-  if (problem.empty() && syntax != file.syntax) problem = object.write_fault(syntax);
+  if (!problem.empty()) return VX_COMPRESSION_FAILURE;
+  if (deidentifier_ != nullptr) {
+    const std::string beside = std::filesystem::temp_directory_path() / "vexal";
+    problem = deidentifier_->change(object, {syntax, beside}, [&](DicomFile& changed, RecodedPixels& made) {
+      std::string fault = made.finding();
+      if (fault.empty()) status = send_open(association, changed, syntax);
+      return fault;
+    });
+    return problem.empty() ? status : VX_CANNOT_COMPLY;
+  }
+  if (syntax != file.syntax) problem = object.write_fault(syntax);
   // Nothing has gone out when a frame turns out to be broken.
   if (problem.empty() && RecodedPixels::needed(object, syntax))
     problem = pixels.attach(object, syntax, 1, RecodedPixels::When::Ahead);
   if (problem.empty()) problem = pixels.finding();
-  if (!problem.empty()) return VX_COMPRESSION_FAILURE;
+  return problem.empty() ? send_open(association, object, syntax) : VX_COMPRESSION_FAILURE;
+}
+
+VX_STATUS ObjectSender::send_open(int32_t association, DicomFile& object, VX_TRANSFER_SYNTAX syntax) {
   object.prepare_fragments();
-  status = object.become_message(service_of_class(file.sop_class).c_str(), C_STORE_RQ);
+  if (deidentifier_ != nullptr) request_.instance = text_of(object.id(), tags::kSOPInstanceUID);
+  VX_STATUS status = object.become_message(service_of_class(request_.sop_class).c_str(), C_STORE_RQ);
   if (status == VX_NORMAL_COMPLETION) status = VX_Set_Message_Transfer_Syntax(object.id(), syntax);
   if (status == VX_NORMAL_COMPLETION)
-    status = VX_Set_Value_From_String(object.id(), tags::kAffectedSOPInstanceUID, file.instance.c_str());
+    status = VX_Set_Value_From_String(object.id(), tags::kAffectedSOPInstanceUID, request_.instance.c_str());
   if (status != VX_NORMAL_COMPLETION) return status;
   if (!originator_.empty()) {
     VX_Set_Value_From_String(object.id(), tags::kMoveOriginatorApplicationEntityTitle, originator_.c_str());

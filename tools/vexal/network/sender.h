@@ -8,6 +8,7 @@
 
 #include "files/files.h"
 #include "network.h"
+#include "privacy/deidentifier.h"
 
 namespace vexal {
 
@@ -52,6 +53,9 @@ class ObjectSender {
     originator_id_ = message_id;
   }
 
+  // What is sent loses what identifies the patient.
+  void set_deidentifier(const Deidentifier* deidentifier) { deidentifier_ = deidentifier; }
+
   // Opens and reads what will be sent next; never needed, but time that would be spent waiting.
   void prepare(const ObjectFile& file);
 
@@ -63,11 +67,13 @@ class ObjectSender {
   VX_STATUS send_bytes(int32_t association, const ObjectFile& file, std::string& problem);
   VX_STATUS send_object(int32_t association, const ObjectFile& file, VX_TRANSFER_SYNTAX syntax,
                         std::string& problem);
+  VX_STATUS send_open(int32_t association, DicomFile& object, VX_TRANSFER_SYNTAX syntax);
   static VX_STATUS give(int32_t id, uint32_t tag, void* user, VX_CALLBACK_REQUEST request, uint32_t* size,
                         void** data, int32_t first, int32_t* last);
 
   bool convert_;
   bool bounded_;
+  const Deidentifier* deidentifier_ = nullptr;
   std::string originator_;
   uint16_t originator_id_ = 0;
   SentRequest request_;

@@ -30,6 +30,8 @@ constexpr Option kOptions[] = {
     {"--retries", "N", "further tries for a file after a lost association (default 1)"},
     {"--no-convert", nullptr, "send a file in its own transfer syntax or not at all"},
     {"--json", nullptr, "one line of JSON a file, and one for all"},
+    {"--deidentify", nullptr, "send without what identifies the patient; the options that follow tell how"},
+    VEXAL_DEIDENTIFY_OPTIONS,
     VEXAL_PEER_OPTIONS,
 };
 
@@ -184,12 +186,15 @@ struct Settings {
   bool convert;
   uint16_t window;
   long retries;
+  const Deidentifier* deidentifier;
 };
 
 class Worker {
  public:
   Worker(const Settings& settings, Queue& queue)
-      : settings_(settings), queue_(queue), sender_(settings.convert) {}
+      : settings_(settings), queue_(queue), sender_(settings.convert) {
+    sender_.set_deidentifier(settings.deidentifier);
+  }
 
   // False if no association could be had at all. A file is taken when there is one to send it on: where the
   // peer takes fewer associations than were asked for, the others do the work.
@@ -310,7 +315,8 @@ class Worker {
 
 // Sends the jobs, whose contexts fit one association. The exit code.
 int send_all(std::vector<Job>& jobs, const Peer& peer, const std::vector<Proposal>& proposals,
-             const Args& args, long associations, long window, long retries, bool& any_failed) {
+             const Args& args, const Deidentifier* deidentifier, long associations, long window, long retries,
+             bool& any_failed) {
   ServiceListName list;
   std::vector<std::string> unknown;
   if (!list.make(proposals, static_cast<uint16_t>(window), unknown)) {
@@ -318,7 +324,8 @@ int send_all(std::vector<Job>& jobs, const Peer& peer, const std::vector<Proposa
     return kUsage;
   }
   Queue queue(jobs, args.has("--json"));
-  const Settings settings{peer, list, !args.has("--no-convert"), static_cast<uint16_t>(window), retries};
+  const Settings settings{peer,    list,        !args.has("--no-convert"), static_cast<uint16_t>(window),
+                          retries, deidentifier};
   const auto start = std::chrono::steady_clock::now();
   std::atomic<bool> reached{list.empty()};
   if (list.empty()) {
@@ -341,7 +348,7 @@ int send_all(std::vector<Job>& jobs, const Peer& peer, const std::vector<Proposa
 }
 
 // What the paths hold, each file once; what can not be sent is reported.
-std::vector<Job> collect_jobs(const Args& args, bool& unreadable) {
+std::vector<Job> collect_jobs(const Args& args, const Deidentifier* deidentifier, bool& unreadable) {
   std::vector<std::string> paths =
       expand_paths(std::vector<std::string>(args.paths.begin() + 2, args.paths.end()), unreadable);
   std::vector<Job> jobs;
@@ -354,6 +361,11 @@ std::vector<Job> collect_jobs(const Args& args, bool& unreadable) {
     if (error.empty() && job.sop_class == kDirectoryClass) {
       error = expand_directory(job.path, paths);
       if (error.empty()) continue;
+    }
+    if (error.empty() && deidentifier != nullptr) {
+      if (job.opaque) error = "can not be de-identified: nothing but the UID is known of its transfer syntax";
+      job.whole = false;
+      job.instance = deidentifier->uid(job.instance);
     }
     if (!error.empty()) {
       report(job.path, error);
@@ -397,8 +409,10 @@ int run(const Args& args) {
     complain("name the files or folders to send; --help tells more");
     return kUsage;
   }
+  std::unique_ptr<Deidentifier> deidentifier;
+  if (!Deidentifier::read_if_asked(args, deidentifier)) return kUsage;
   bool unreadable = false;
-  std::vector<Job> jobs = collect_jobs(args, unreadable);
+  std::vector<Job> jobs = collect_jobs(args, deidentifier.get(), unreadable);
   prepare_recoding();
   if (jobs.empty()) {
     complain("there is nothing to send");
@@ -412,7 +426,8 @@ int run(const Args& args) {
   for (std::size_t from = 0; from < jobs.size();) {
     std::vector<Proposal> proposals;
     std::vector<Job> round = next_round(jobs, !args.has("--no-convert"), from, proposals);
-    exit = std::max(exit, send_all(round, peer, proposals, args, associations, window, retries, any_failed));
+    exit = std::max(exit, send_all(round, peer, proposals, args, deidentifier.get(), associations, window,
+                                   retries, any_failed));
   }
   if (exit != kSuccess) return exit;
   return unreadable ? kUsage : any_failed ? kFindings : kSuccess;

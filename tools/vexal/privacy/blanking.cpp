@@ -193,10 +193,8 @@ std::string Blanking::blank_copy(DicomFile& copy, const std::string& path) const
              : "its pixels can not be blanked";
 }
 
-std::string Blanking::apply(DicomFile& file, const std::string& beside, unsigned threads,
-                            const Taker& take) const {
-  const bool returns = is_uncompressed(file.syntax()) || compressor_of(file.syntax()) != nullptr;
-  const VX_TRANSFER_SYNTAX syntax = returns ? file.syntax() : EXPLICIT_LITTLE_ENDIAN;
+std::string Blanking::apply(DicomFile& file, VX_TRANSFER_SYNTAX syntax, const std::string& beside,
+                            unsigned threads, const Taker& take) const {
   const std::string instance = text_of(file.id(), tags::kSOPInstanceUID);
   FileSink plain;
   RecodedPixels decompressed;

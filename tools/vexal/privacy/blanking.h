@@ -11,6 +11,8 @@
 
 namespace vexal {
 
+class RecodedPixels;
+
 // In pixels of each frame, from its upper left corner.
 struct Region {
   uint32_t x = 0;
@@ -25,11 +27,12 @@ class Blanking {
   bool read(const Args& args);
   // Whether pixels of the object go.
   bool concerns(int32_t object) const;
-  // Hands a copy of the file to `take`, in the same transfer syntax and with its regions black: once, and
-  // only if that is possible. What is compressed is decompressed and compressed again. The copy lies beside
-  // `beside` for so long. An error text, empty on success.
-  using Taker = std::function<std::string(DicomFile& copy, class RecodedPixels& pixels)>;
-  std::string apply(DicomFile& file, const std::string& beside, unsigned threads, const Taker& take) const;
+  // Hands a copy of the file to `take`, in a transfer syntax and with its regions black: once, and only if
+  // that is possible. What is compressed is decompressed and compressed again. The copy lies beside `beside`
+  // for so long. An error text, empty on success.
+  using Taker = std::function<std::string(DicomFile& copy, RecodedPixels& pixels)>;
+  std::string apply(DicomFile& file, VX_TRANSFER_SYNTAX syntax, const std::string& beside, unsigned threads,
+                    const Taker& take) const;
 
  private:
   std::string mask_of(int32_t object, std::vector<bool>& black) const;

@@ -13,6 +13,7 @@
 #include "base/names.h"
 #include "base/tags.h"
 #include "base/values.h"
+#include "images/recode.h"
 
 namespace vexal {
 namespace {
@@ -78,24 +79,18 @@ std::string read_key(const std::string& path, std::string& key) {
   return "";
 }
 
-struct Change {
-  std::string& lines;
-  const std::string& head;
-  bool values;
-};
-
 VX_STATUS note_change(int32_t object, uint32_t tag, const char* path, char action, void* user) {
-  auto& change = *static_cast<Change*>(user);
-  change.lines += change.head + ",\"path\":\"" + path + "\",\"action\":\"" + action + '"';
+  auto& notes = *static_cast<ChangeNotes*>(user);
+  notes.lines += notes.head + ",\"path\":\"" + path + "\",\"action\":\"" + action + '"';
   VX_VR vr = 0;
-  const bool shown = change.values &&
+  const bool shown = notes.values &&
                      VX_Get_Attribute_Info(object, tag, &vr, nullptr) == VX_NORMAL_COMPLETION &&
                      vr < VX_VR_UN;
   if (shown) {
-    change.lines += ",\"value\":";
-    append_json(change.lines, all_text_of(object, tag));
+    notes.lines += ",\"value\":";
+    append_json(notes.lines, all_text_of(object, tag));
   }
-  change.lines += "}\n";
+  notes.lines += "}\n";
   return VX_NORMAL_COMPLETION;
 }
 
@@ -163,6 +158,21 @@ bool Deidentifier::read(const Args& args) {
   return read_choices(args) && blanking_.read(args) && read_secret(args);
 }
 
+bool Deidentifier::read_if_asked(const Args& args, std::unique_ptr<Deidentifier>& out) {
+  if (args.has("--deidentify")) {
+    out = std::make_unique<Deidentifier>();
+    return out->read(args);
+  }
+  // Nothing goes out as it is because one word was forgotten.
+  constexpr Option kRows[] = {VEXAL_DEIDENTIFY_OPTIONS};
+  for (const Option& row : kRows) {
+    if (!args.has(row.name)) continue;
+    complain("%s needs --deidentify", row.name);
+    return false;
+  }
+  return true;
+}
+
 VX_DEIDENTIFICATION Deidentifier::how(uint32_t more) const {
   return {options_ | more, shift_, secret_.data(), static_cast<uint32_t>(secret_.size()), nullptr, nullptr};
 }
@@ -173,18 +183,41 @@ std::string Deidentifier::uid(const std::string& old) const {
   return VX_Deidentified_UID(&same, old.c_str(), uid) == VX_NORMAL_COMPLETION ? uid : "";
 }
 
-std::string Deidentifier::apply(int32_t object, bool blanked, std::string* changes, const std::string& head,
-                                bool values) const {
+VX_TRANSFER_SYNTAX Deidentifier::own_syntax(const DicomFile& file) const {
+  const bool stays = !blanking_.concerns(file.id()) || is_uncompressed(file.syntax()) ||
+                     compressor_of(file.syntax()) != nullptr;
+  return stays ? file.syntax() : EXPLICIT_LITTLE_ENDIAN;
+}
+
+std::string Deidentifier::change(DicomFile& file, const Target& target, const Blanking::Taker& take) const {
+  const bool blanked = blanking_.concerns(file.id());
+  const auto finish = [&](DicomFile& object, RecodedPixels& pixels) {
+    const std::string problem = apply(object.id(), blanked, target.notes);
+    if (!problem.empty()) return problem;
+    VX_Set_Value_To_Empty(object.id(),
+                          tags::kMediaStorageSOPInstanceUID);  // that of the object is written there
+    return take(object, pixels);
+  };
+  if (blanked) return blanking_.apply(file, target.syntax, target.beside, target.threads, finish);
+  RecodedPixels pixels;
+  std::string problem = file.write_fault(target.syntax);
+  if (problem.empty() && RecodedPixels::needed(file, target.syntax))
+    problem = pixels.attach(file, target.syntax, target.threads, RecodedPixels::When::Ahead);
+  if (problem.empty() && (!file.has_meta() || file.syntax() != target.syntax) &&
+      file.set_syntax(target.syntax) != VX_NORMAL_COMPLETION)
+    problem = "can not be written: its transfer syntax has no UID";
+  return problem.empty() ? finish(file, pixels) : problem;
+}
+
+std::string Deidentifier::apply(int32_t object, bool blanked, ChangeNotes* notes) const {
   const bool has_pixels =
       VX_Get_Attribute_Info(object, tags::kPixelData, nullptr, nullptr) == VX_NORMAL_COMPLETION;
   if (has_pixels && !blanked && !keeps_burned_in_ && text_of(object, kBurnedInAnnotation) == "YES")
     return "it says that its pixels identify the patient: --blank what does, or --burned-in keep";
   VX_DEIDENTIFICATION wanted = how(blanked ? VX_CLEAN_PIXEL_DATA : 0);
-  std::string none;
-  Change change{changes != nullptr ? *changes : none, head, values};
-  if (changes != nullptr) {
+  if (notes != nullptr) {
     wanted.Report = note_change;
-    wanted.UserInfo = &change;
+    wanted.UserInfo = notes;
   }
   const VX_STATUS status = VX_Deidentify_Message(object, &wanted);
   switch (status) {

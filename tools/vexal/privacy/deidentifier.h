@@ -1,6 +1,7 @@
 // De-identification as subcommands offer it: options, the secret, and what is done to one object.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "base/args.h"
@@ -40,20 +41,38 @@ namespace vexal {
     "--blank-ultrasound", nullptr, "make ultrasound images black outside of their regions"                   \
   }
 
+// What is written down of the changes to one object.
+struct ChangeNotes {
+  std::string head;     // what each line begins with: an open JSON object
+  bool values = false;  // the old ones too
+  std::string lines{};
+};
+
 class Deidentifier {
  public:
   // False after a line on standard error.
   bool read(const Args& args);
-  const Blanking& blanking() const { return blanking_; }
-  // Takes out of an open object what identifies. `changes`, if it is there, gets a JSON line for each, which
-  // begins with `head` and has the old values only with `values`. An error text, empty on success; the object
-  // must not be used then.
-  std::string apply(int32_t object, bool blanked, std::string* changes = nullptr,
-                    const std::string& head = "", bool values = false) const;
+  // For subcommands that do it with --deidentify alone: null without that, and then none of the options above
+  // may be there. False after a line on standard error.
+  static bool read_if_asked(const Args& args, std::unique_ptr<Deidentifier>& out);
+
+  // How the result is to be.
+  struct Target {
+    VX_TRANSFER_SYNTAX syntax = 0;
+    std::string beside{};  // a path in a folder where a copy may lie for a while
+    unsigned threads = 1;
+    ChangeNotes* notes = nullptr;
+  };
+  // The file's own syntax, or one without compression where its pixels go and can not be compressed again.
+  VX_TRANSFER_SYNTAX own_syntax(const DicomFile& file) const;
+  // Hands the file, or a copy of it, to `take` without what identifies: once, and only if all of that could
+  // be done. An error text, empty on success; the file must not be used then.
+  std::string change(DicomFile& file, const Target& target, const Blanking::Taker& take) const;
   // What stands for a UID.
   std::string uid(const std::string& old) const;
 
  private:
+  std::string apply(int32_t object, bool blanked, ChangeNotes* notes) const;
   bool read_secret(const Args& args);
   bool read_choices(const Args& args);
   VX_DEIDENTIFICATION how(uint32_t more) const;

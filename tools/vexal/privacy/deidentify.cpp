@@ -50,8 +50,7 @@ class Run {
 
  private:
   FileResult one(const std::string& path, unsigned threads);
-  std::string convert(DicomFile& file, const std::string& path, bool blanked, RecodedPixels& pixels);
-  std::string blank(DicomFile& file, const std::string& path, unsigned threads);
+  std::string convert(DicomFile& file, const std::string& path, unsigned threads);
   std::string choose_name(const std::string& instance);
   std::string note(const std::string& changes);
   int make_directory();
@@ -108,26 +107,31 @@ std::string Run::note(const std::string& changes) {
   return report_.write(changes.data(), changes.size()) ? "" : "the report: " + report_.problem();
 }
 
-// De-identifies what is open and writes it. An error text, empty on success.
-std::string Run::convert(DicomFile& file, const std::string& path, bool blanked, RecodedPixels& pixels) {
+// An error text, empty on success.
+std::string Run::convert(DicomFile& file, const std::string& path, unsigned threads) {
+  if (text_of(file.id(), tags::kMediaStorageSOPClassUID) == kDirectoryClass)
+    return "it is a directory under another name than DICOMDIR";
+  if (values_were_lost()) return "it has a value that an object can not hold";
   const std::string instance = deidentifier_.uid(text_of(file.id(), tags::kSOPInstanceUID));
   if (!is_safe_name(instance)) return "it has no SOP Instance UID";
   const std::string target = choose_name(instance);
-  std::string changes;
-  std::string head = "{\"file\":";
-  append_json(head, target);
-  if (values_) head += ",\"from\":";
-  if (values_) append_json(head, path);
-  std::string problem =
-      deidentifier_.apply(file.id(), blanked, report_path_.empty() ? nullptr : &changes, head, values_);
-  VX_Set_Value_To_Empty(file.id(), tags::kMediaStorageSOPInstanceUID);  // that of the object is written there
-  FileSink sink;
-  if (problem.empty()) problem = sink.open(target);
-  file.prepare_fragments();
-  if (problem.empty()) problem = pixels.write(file, sink, 0);
-  if (problem.empty()) problem = pixels.finding();
-  if (problem.empty()) problem = note(changes);
-  if (problem.empty()) problem = sink.commit();
+  ChangeNotes notes{"{\"file\":", values_};
+  append_json(notes.head, target);
+  if (values_) notes.head += ",\"from\":";
+  if (values_) append_json(notes.head, path);
+  const auto write = [&](DicomFile& object, RecodedPixels& pixels) {
+    FileSink sink;
+    std::string problem = sink.open(target);
+    object.prepare_fragments();
+    if (problem.empty()) problem = pixels.write(object, sink, 0);
+    if (problem.empty()) problem = pixels.finding();
+    if (problem.empty()) problem = note(notes.lines);
+    return problem.empty() ? sink.commit() : problem;
+  };
+  const std::string problem = deidentifier_.change(file,
+                                                   {deidentifier_.own_syntax(file), folder_ + "/blanked",
+                                                    threads, report_path_.empty() ? nullptr : &notes},
+                                                   write);
   if (!problem.empty()) return problem;
   const std::lock_guard lock(mutex_);
   written_.push_back(target);
@@ -136,32 +140,12 @@ std::string Run::convert(DicomFile& file, const std::string& path, bool blanked,
 
 FileResult Run::one(const std::string& path, unsigned threads) {
   const CurrentFile current(path);
-  FileResult result;
-  if (is_directory_name(path)) return result;
-  result.exit = kFindings;
+  if (is_directory_name(path)) return {};
   DicomFile file;
-  if (file.open(path, {}) != VX_NORMAL_COMPLETION) {
-    report(path, file.problem());
-    return result;
-  }
-  std::string problem;
-  if (text_of(file.id(), tags::kMediaStorageSOPClassUID) == kDirectoryClass)
-    problem = "it is a directory under another name than DICOMDIR";
-  if (problem.empty() && values_were_lost()) problem = "it has a value that an object can not hold";
-  if (problem.empty()) problem = file.write_fault(file.syntax());
-  if (problem.empty() && !file.has_meta() && file.set_syntax(file.syntax()) != VX_NORMAL_COMPLETION)
-    problem = "can not be written as a file: its transfer syntax has no UID";
-  if (problem.empty() && deidentifier_.blanking().concerns(file.id())) {
-    problem = deidentifier_.blanking().apply(
-        file, folder_ + "/blanked", threads,
-        [&](DicomFile& copy, RecodedPixels& pixels) { return convert(copy, path, true, pixels); });
-  } else if (problem.empty()) {
-    RecodedPixels none;
-    problem = convert(file, path, false, none);
-  }
-  if (problem.empty()) result.exit = kSuccess;
+  const bool open = file.open(path, {}) == VX_NORMAL_COMPLETION;
+  const std::string problem = open ? convert(file, path, threads) : file.problem();
   if (!problem.empty()) report(path, problem + ": not written");
-  return result;
+  return {"", problem.empty() ? kSuccess : kFindings};
 }
 
 int Run::make_directory() {

@@ -34,6 +34,9 @@ constexpr Option kOptions[] = {
      "run by the shell for each object, with VEXAL_FILE, VEXAL_INSTANCE, VEXAL_CALLER set"},
     {"--on-study", "COMMAND",
      "run for each study when its association ends, with VEXAL_STUDY, VEXAL_DIR set; needs --tree"},
+    {"--deidentify", nullptr,
+     "store without what identifies the patient, or refuse; the options that follow tell how"},
+    VEXAL_DEIDENTIFY_OPTIONS,
     VEXAL_STORAGE_OPTIONS,
     VEXAL_ACCEPTOR_OPTIONS,
 };
@@ -127,8 +130,11 @@ int run(const Args& args) {
                args.get("--to").c_str());
       return kUsage;
     }
-    prepare_bounded_files();
   }
+  std::unique_ptr<Deidentifier> deidentifier;
+  if (!Deidentifier::read_if_asked(args, deidentifier)) return kUsage;
+  storage.deidentifier = deidentifier.get();
+  if (storage.syntax != 0 || deidentifier != nullptr) prepare_bounded_files();
   if (args.has("--on-study") && !storage.tree) {
     complain("--on-study needs --tree");
     return kUsage;

@@ -375,6 +375,29 @@ bool ObjectWriter::convert(FileSink& converted, const StoredObject& stored) {
   return problem.empty() && !there;
 }
 
+// The object without what identifies the patient, under its new name. An error text, empty on success.
+std::string ObjectWriter::deidentify(FileSink& changed, StoredObject& stored) {
+  if (is_unknown_syntax(stored.syntax)) return "nothing but the UID is known of its transfer syntax";
+  std::string problem;
+  const std::string failure = sink_.place([&](const std::string& temporary, std::string&) -> std::string {
+    BoundedFile bounds;
+    DicomFile file;
+    if (bounds.open(file, temporary, problem) != VX_NORMAL_COMPLETION) return problem;
+    if (values_were_lost()) return "it has a value that an object can not hold";
+    const Deidentifier& deidentifier = *options_.deidentifier;
+    const VX_TRANSFER_SYNTAX syntax = options_.syntax != 0 ? options_.syntax : deidentifier.own_syntax(file);
+    return deidentifier.change(
+        file, {syntax, options_.folder + "/blanked"}, [&](DicomFile& object, RecodedPixels& pixels) {
+          stored.instance = text_of(object.id(), tags::kSOPInstanceUID);
+          std::string fault = changed.open(options_.folder + "/" + stored.instance + ".dcm", options_.mode);
+          object.prepare_fragments();
+          if (fault.empty()) fault = pixels.write(object, changed, 0);
+          return fault.empty() ? pixels.finding() : fault;
+        });
+  });
+  return failure;
+}
+
 // Request and data set have to name the same object: the answer counts for the one, what is found later for
 // the other.
 std::string ObjectWriter::disagreement(const StoredObject& stored, int32_t& answer) const {
@@ -403,7 +426,11 @@ int32_t ObjectWriter::finish(StoredObject& stored, std::string& error) {
   error = disagreement(stored, answer);
   if (!error.empty()) return answer;
   FileSink converted;
-  if (options_.syntax != 0 && !is_unknown_syntax(stored.syntax) && convert(converted, stored)) {
+  if (options_.deidentifier != nullptr) {
+    error = deidentify(converted, stored);
+    if (!error.empty()) return kNotUnderstood;
+    error = place_object(converted, options_, stored);
+  } else if (options_.syntax != 0 && !is_unknown_syntax(stored.syntax) && convert(converted, stored)) {
     error = place_object(converted, options_, stored, &scan_);
   } else {
     error = place_object(sink_, options_, stored, &scan_);

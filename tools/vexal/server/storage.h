@@ -11,6 +11,7 @@
 #include "base/args.h"
 #include "files/files.h"
 #include "files/head_scan.h"
+#include "privacy/deidentifier.h"
 #include "vexalkit.h"
 
 namespace vexal {
@@ -92,6 +93,8 @@ struct StorageOptions {
   Duplicates duplicates = Duplicates::Refuse;
   mode_t mode = 0;       // of the files; 0: as the system makes files
   int64_t reserve = -1;  // bytes of the disk that stay free; -1: a share of it
+  const Deidentifier* deidentifier =
+      nullptr;  // objects are stored without what identifies the patient, or not at all
   ObjectIndex* index = nullptr;
   Journal journal;
 };
@@ -117,6 +120,7 @@ class ObjectWriter {
   std::string start(const StoredObject& stored);
   int32_t finish(StoredObject& stored, std::string& error);
   bool convert(FileSink& converted, const StoredObject& stored);
+  std::string deidentify(FileSink& changed, StoredObject& stored);
   std::string disagreement(const StoredObject& stored, int32_t& answer) const;
   static VX_STATUS take_bytes(int32_t id, void* user, uint32_t size, void* data, int32_t first, int32_t last);
 
