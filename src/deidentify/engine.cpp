@@ -10,6 +10,7 @@
 
 #include "config/services.h"
 #include "deidentify/dummies.h"
+#include "deidentify/patient_words.h"
 #include "deidentify/profile.h"
 #include "deidentify/pseudonyms.h"
 #include "frame/limits.h"
@@ -19,6 +20,7 @@
 #include "model/convert.h"
 #include "model/deferred.h"
 #include "model/dictionary.h"
+#include "model/file_values.h"
 #include "model/held.h"
 #include "model/message_info.h"
 #include "model/private_blocks.h"
@@ -48,8 +50,8 @@ std::vector<std::string_view> texts_of(const TagObj& attribute) {
 
 // The first value of a text, without blanks around it; empty if there is none.
 std::string_view first_text(MsgObj& object, uint32_t tag) {
-  const TagObj* attribute = find_tag(object, tag);
-  if (attribute == nullptr || !is_text_vr(attribute->VR) || attribute->Storage != Stored::InMemory) return {};
+  const TagObj* attribute = find_text(object, tag);
+  if (attribute == nullptr) return {};
   const std::vector<std::string_view> texts = texts_of(*attribute);
   return texts.empty() ? std::string_view() : texts[0];
 }
@@ -58,10 +60,10 @@ bool has_value(const TagObj& attribute) {
   return attribute.Storage == Stored::ByCallback || attribute.Length != 0;
 }
 
-// A number, date or UID that is written in other letters than those of its VR is a text of its own.
-bool has_own_letters(const TagObj& attribute) {
+// A number, date or UID that is written in other letters than those of the VR is a text of its own.
+bool has_letters_of(int32_t vr, const TagObj& attribute) {
   std::string_view letters;
-  switch (attribute.VR) {
+  switch (vr) {
     case VX_VR_AS:
       letters = "0123456789DWMY";
       break;
@@ -109,8 +111,10 @@ struct Level {
 
 class Walk {
  public:
-  explicit Walk(const VX_DEIDENTIFICATION& how)
-      : how_(how), pseudonyms_({static_cast<const char*>(how.Secret), how.SecretSize}) {}
+  Walk(const VX_DEIDENTIFICATION& how, MsgObj& root)
+      : how_(how),
+        pseudonyms_({static_cast<const char*>(how.Secret), how.SecretSize}),
+        patient_words_(root) {}
 
   VX_STATUS root(MsgObj& object, const MsgTemplate* rules);
 
@@ -133,9 +137,11 @@ class Walk {
   VX_STATUS report(const Level& level, const TagObj& attribute, Action action);
   VX_STATUS note_safe_blocks(MsgObj& object);
   bool is_safe(const Level& level, const TagObj& attribute);
+  bool names_patient(const Level& level, const TagObj& attribute) const;
 
   const VX_DEIDENTIFICATION& how_;
   Pseudonyms pseudonyms_;
+  PatientWords patient_words_;
   int32_t shift_ = 0;
   std::string path_;  // of the object at hand, with a dot behind it
   struct SafeBlock {
@@ -254,6 +260,9 @@ VX_STATUS Walk::attribute(Level& level, TagObj& attribute) {
   const uint32_t tag = attribute.Tag;
   if (is_private(tag)) return private_attribute(level, attribute);
   if (tag_element(tag) == 0 && tag_group(tag) >= kFirstGroup) return delete_attribute(level.object, tag);
+  if (attribute.Storage == Stored::InFile && is_text_vr(attribute.VR)) {
+    if (const VX_STATUS status = load_file_value(level.object, attribute); status != kOk) return status;
+  }
   DictInfo known{};
   const TagObj* rule = rule_for(level, tag);
   if (dictionary_lookup(tag, {}, known) != kOk) return remove(level, attribute);
@@ -265,10 +274,18 @@ VX_STATUS Walk::attribute(Level& level, TagObj& attribute) {
                       !is_text_vr(known.vr) && has_value(attribute);
   if (misfit || (attribute.VR == VX_VR_UN && known.vr != VX_VR_UN && has_value(attribute)))
     return replace_misfit(level, attribute, rule, known);
-  if (!has_own_letters(attribute)) return act(level, attribute, rule, kNotOfItsKind, 0);
+  const bool fits = has_letters_of(attribute.VR, attribute) && has_letters_of(known.vr, attribute);
+  if (!fits) return act(level, attribute, rule, kNotOfItsKind, 0);
   const ConfidentialityRow* row = confidentiality_of(tag, attribute.VR);
-  return row != nullptr ? act(level, attribute, rule, *row, how_.Options)
-                        : without_row(level, attribute, rule);
+  if (row != nullptr) return act(level, attribute, rule, *row, how_.Options);
+  if (names_patient(level, attribute)) return act(level, attribute, rule, kNotOfItsKind, 0);
+  return without_row(level, attribute, rule);
+}
+
+// In a text that would stay; what a public code means is the same for everyone.
+bool Walk::names_patient(const Level& level, const TagObj& attribute) const {
+  const bool code = level.is_code && level.keeps_code && tag_group(attribute.Tag) == 0x0008;
+  return !code && patient_words_.stand_in(attribute);
 }
 
 // A value that is not of the attribute's VR goes, and what has to be there comes back in the right one.
@@ -308,6 +325,7 @@ VX_STATUS Walk::act(Level& level, TagObj& attribute, const TagObj* rule, const C
   const bool sequence = attribute.VR == VX_VR_SQ;
   switch (action) {
     case Action::Keep:
+      if (names_patient(level, attribute)) return act(level, attribute, rule, kNotOfItsKind, 0);
       return sequence ? items(level, attribute, rule, Mode::Plain) : kOk;
     case Action::Remove:
       return remove(level, attribute);
@@ -365,7 +383,8 @@ VX_STATUS Walk::clean(Level& level, TagObj& attribute, const TagObj* rule, const
 }
 
 VX_STATUS Walk::change_uids(Level& level, TagObj& attribute) {
-  if (!has_value(attribute) || attribute.Storage != Stored::InMemory) return kOk;
+  if (!has_value(attribute)) return kOk;
+  if (attribute.Storage != Stored::InMemory) return remove(level, attribute);
   std::vector<std::string> uids;
   bool changed = false;
   for (const std::string_view old : texts_of(attribute)) {
@@ -450,7 +469,7 @@ VX_STATUS Walk::private_attribute(Level& level, TagObj& attribute) {
   const Action action = action_of(private_confidentiality(), how_.Options, Need::Nothing);
   if (action != Action::Clean) return remove(level, attribute);
   if (!is_private_creator(attribute.Tag)) {
-    if (!is_safe(level, attribute)) return remove(level, attribute);
+    if (!is_safe(level, attribute) || patient_words_.stand_in(attribute)) return remove(level, attribute);
     return attribute.VR == VX_VR_SQ ? items(level, attribute, nullptr, Mode::Dummy) : kOk;
   }
   // The creator stays for those of its block that do.
@@ -543,7 +562,7 @@ VX_STATUS deidentify(MsgObj& object, const VX_DEIDENTIFICATION& how) {
     VX_LOG_ERR(kFunction, "The object holds an encapsulated document.");
     return VX_VALUE_NOT_ALLOWED;
   }
-  status = Walk(how).root(object, rules);
+  status = Walk(how, object).root(object, rules);
   if (status == kOk) status = tell(object, how.Options);
   if (status == kOk && object.File != nullptr)
     std::memset(object.File->Preamble, 0, sizeof object.File->Preamble);

@@ -367,6 +367,11 @@ TEST_F(Deidentify, WhatNoRowNamesGoesByItsKind) {
       {"60020010=8;60023000=x;60024000=SECRET", 0x60020010, "(none)"},
       {"00080060=CT", 0x00080060, "CT"},
       {"00400280=SECRET", 0x00400280, "ANONYMIZED", VX_CLEAN_DESCRIPTORS},
+      // What names the patient is found in other texts; parts of words, short words and public codes are not.
+      {"00100010=Secret^Ann;00281055=so SECRET, no", 0x00281055, "(none)"},
+      {"00100020=AB-47;00281055=of ab-47", 0x00281055, "(none)"},
+      {"00100010=Insecret^Ann;00281055=Insecretly Ann", 0x00281055, "Insecretly Ann"},
+      {"00100010=SECRET^Ann;00181000=a secret;", 0x00181000, "(none)", VX_RETAIN_DEVICE_IDENTITY},
   };
   for (const auto& each : kCases) {
     SCOPED_TRACE(each.steps);
@@ -391,6 +396,22 @@ TEST_F(Deidentify, WhatNoRowNamesGoesByItsKind) {
     EXPECT_EQ(listing(id).find("SECRET"), std::string::npos);
     VX_Free_Message(&id);
   }
+}
+
+TEST_F(Deidentify, TextsOnFilesAndOfOtherVRsAreNotPassedOver) {
+  ASSERT_EQ(VX_Set_String_Config_Value(VX_CFG_LARGE_DATA_STORE, "FILE"), kOk);
+  ASSERT_EQ(VX_Set_Int_Config_Value(VX_CFG_LARGE_DATA_SIZE, 6), kOk);
+  const int32_t id = make(kCtClass);
+  VX_Add_Standard_Attribute(id, 0x00080058);
+  ASSERT_EQ(VX_Set_Value_From_String(id, 0x00080058, "1.2.3.47"), kOk);
+  ASSERT_EQ(VX_Set_Next_Value_From_String(id, 0x00080058, "1.2.3.48"), kOk);
+  ASSERT_EQ(vx::find_tag(*vx::find_object(id), 0x00080058)->Storage, vx::Stored::InFile);
+  vx::new_tag(*vx::find_object(id), 0x00280008, VX_VR_LO, 1, 1, nullptr);
+  ASSERT_EQ(VX_Set_Value_From_String(id, 0x00280008, "SECRET"), kOk);
+  const VX_DEIDENTIFICATION wanted = how(0);
+  ASSERT_EQ(VX_Deidentify_Message(id, &wanted), kOk);
+  EXPECT_EQ(text(id, 0x00080058).substr(0, 5), "2.25.");
+  EXPECT_EQ(text(id, 0x00280008), "(none)");
 }
 
 // Of the content of a report, codes that everyone has and numbers stay.
