@@ -280,13 +280,14 @@ def of_all_types(folder):
         ("RADIOTHERAPY", "481.10", dict(UserContentLabel="X", ContentLabel=None)),
         ("RADIOTHERAPY", "481.20", dict(UserContentLabel="X", ContentCreatorName=None)),
         ("ANNOTATION", "91.1", {}),
+        ("PLAN", "1.2.840.10008.5.1.4.34.7", {}),
         ("IMAGE", "7", dict(IconImageSequence=Sequence([item(**pixels)]), **pixels)),
         ("SR DOCUMENT", "88.11", dict(report, CompletionFlag="PARTIAL", VerificationFlag="VERIFIED", VerifyingObserverSequence=Sequence(
             [item(VerificationDateTime=at) for at in ("20200101", "20210101", "2019")]),
             ContentSequence=Sequence([content("CONTAINS"), modified, content("CONTAINS")]))),
         ("KEY OBJECT DOC", "88.59", dict(report, ContentSequence=Sequence([content("CONTAINS")])))]
     for number, (_, sop_class, more) in enumerate(objects):
-        make(os.path.join(folder, "F%d" % number), CLASS + sop_class, number, **more)
+        make(os.path.join(folder, "F%d" % number), sop_class if "10008" in sop_class else CLASS + sop_class, number, **more)
     directory = os.path.join(folder, "DICOMDIR")
     created = vexal("create", directory, title="all types")
     check(not created.stderr, "all types: create: " + created.stderr)
