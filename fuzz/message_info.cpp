@@ -1,15 +1,18 @@
-// Message Info Files: one message and one item are read from whatever a file holds. The attributes of a
-// template rise, and every valid value has its terminator.
+// Message Info Files: one message and one item are read from whatever a file holds, for objects and for
+// applications. The attributes of a template rise, and every text has its terminator.
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
+#include "frame/pool.h"
 #include "frame/seams.h"
 #include "model/message_info_file.h"
+#include "model/rule_list.h"
 
 namespace {
 
@@ -25,6 +28,20 @@ void walk(const vx::MsgTemplate& message_template) {
     if (creator == nullptr) std::abort();
     previous = at;
   }
+}
+
+void walk_rules(const vx::RuleList& list) {
+  std::size_t length = 0;
+  for (int32_t i = 0; i < list.Count; ++i) {
+    const RuleObj& rule = list.Rules[i];
+    if (i > 0 && rule.Tag <= list.Rules[i - 1].Tag) std::abort();
+    if (vx::find_rule(list, rule.Tag) != &rule) std::abort();
+    for (const char* text :
+         {rule.Condition, rule.ConditionRule, rule.Module, rule.Creator, rule.DefaultValue})
+      length += text == nullptr ? 0 : std::strlen(text);
+    for (int32_t n = 0; n < rule.ValueCount; ++n) length += std::strlen(rule.Values[n].Text);
+  }
+  if (length > static_cast<std::size_t>(list.Count) * 0xFFFF * 1000) std::abort();
 }
 
 // A few attributes, so that the dictionary's word meets the file's.
@@ -56,6 +73,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } else if (status != VX_MSGFILE_ERROR || result.FirstTag != nullptr) {
       std::abort();
     }
+    const vx::TemplateRequest request{path.c_str(), "NAME", command, 1};
+    std::vector<uint16_t> commands;
+    vx::list_commands(request, commands);
+    vx::RuleList rules{};
+    if (vx::read_rules(request, rules) == VX_NORMAL_COMPLETION) {
+      walk_rules(rules);
+    } else if (rules.Rules != nullptr) {
+      std::abort();
+    }
+    vx::release(const_cast<RuleObj*>(rules.Rules));
   }
   return 0;
 }

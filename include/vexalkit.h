@@ -73,6 +73,7 @@
 #include "vexalkit/directories.h"        /* DICOMDIR in memory and on disk */
 #include "vexalkit/validation.h"         /* objects against the rules of their service */
 #include "vexalkit/deidentification.h"    /* objects without what identifies the patient (PS3.15 annex E) */
+#include "vexalkit/rules.h"              /* the rules themselves */
 #include "vexalkit/reports.h"            /* structured reports: the tree of nodes */
 #include "vexalkit/report_content.h"     /* structured reports: the content of nodes */
 #include "vexalkit/text_forms.h"         /* JSON, XML and listings */

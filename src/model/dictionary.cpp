@@ -30,7 +30,7 @@ Table table;
 // many: a program that asks a few times should not pay for a walk over all entries.
 std::atomic<const DictEntry**> table_slots;
 std::atomic<uint32_t> chain_walks;
-constexpr uint32_t kWalksBeforeHash = 64;
+constexpr uint32_t kWalksBeforeHash = 2048;  // the hash takes as long as several thousand walks
 const DictEntry* file_chains[VX_DICTIONARY_CHAINS];
 
 uint32_t first_slot(uint32_t tag, uint32_t code_hash) {

@@ -17,57 +17,15 @@
 #include "model/convert.h"
 #include "model/message_info_file.h"
 #include "model/private_blocks.h"
+#include "model/rule_list.h"
+#include "model/template_shelf.h"
 
 namespace vx {
 namespace {
 
 constexpr char kFunction[] = "VXI_Fill_From_Template";
 
-// A template that has been read. Each bucket is a list, newest first.
-struct Known {
-  MsgTemplate contents;
-  uint32_t hash;
-  Known* next;
-};
-static_assert(std::is_trivially_destructible_v<Known>);
-
-constexpr std::size_t kBuckets = 512;
-Known* buckets[kBuckets];  // guarded by templateSemaphore; the records live in the pools
-
-uint32_t hash_name(const char* name) {
-  uint32_t hash = 2166136261U;
-  for (; *name != '\0'; ++name) hash = (hash ^ static_cast<uint8_t>(*name)) * 16777619U;
-  return hash;
-}
-
-Known* find_known(const char* name, uint32_t hash, uint16_t command) {
-  for (Known* known = buckets[hash % kBuckets]; known != nullptr; known = known->next) {
-    if (known->hash == hash && known->contents.Command == command &&
-        std::strcmp(known->contents.Name, name) == 0) {
-      return known;
-    }
-  }
-  return nullptr;
-}
-
-int32_t template_number(const char* name, uint16_t command) {
-  if (command == 0) return find_item_number(name);
-  const SopObj* service = find_service(name);
-  return service == nullptr ? -1 : service->number;
-}
-
-VX_STATUS read_configured(const char* name, uint16_t command, MsgTemplate& out) try {
-  const std::string configured = config_text(VX_CFG_MSG_INFO_FILE);
-  if (configured.empty()) {
-    VX_LOG_ERR("VXI_Read_Message_Info", "Could not open message info file, configuration value not set.");
-    return VX_MSGFILE_ERROR;
-  }
-  std::string path;
-  if (!expand_path(configured.c_str(), path)) return VX_MSGFILE_ERROR;
-  return read_template({path.c_str(), name, command, template_number(name, command)}, out);
-} catch (const std::bad_alloc&) {
-  return VX_SYSTEM_ERROR;
-}
+Shelf<MsgTemplate> templates;  // guarded by templateSemaphore
 
 struct Filling {
   MsgObj& object;
@@ -185,25 +143,33 @@ int32_t attribute_type_from_text(const char* text, std::size_t length) {
   }
 }
 
-VX_STATUS get_template(const char* name, uint16_t command, const MsgTemplate*& out) {
-  out = nullptr;
-  const uint32_t hash = hash_name(name);
-  const Guard guard(state().templateSemaphore);
-  Known* known = find_known(name, hash, command);
-  if (known == nullptr) {
-    MsgTemplate contents{};
-    const VX_STATUS status = read_configured(name, command, contents);
-    if (status != kOk) return status;
-    known = static_cast<Known*>(allocate(sizeof(Known)));
-    if (known == nullptr) {
-      free_template_parts(contents);
-      return VX_SYSTEM_ERROR;
-    }
-    *known = {contents, hash, buckets[hash % kBuckets]};
-    buckets[hash % kBuckets] = known;
+int32_t template_number(const char* name, uint16_t command) {
+  if (command == 0) return find_item_number(name);
+  const SopObj* service = find_service(name);
+  return service == nullptr ? -1 : service->number;
+}
+
+VX_STATUS info_file_path(std::string& path) {
+  const std::string configured = config_text(VX_CFG_MSG_INFO_FILE);
+  if (configured.empty()) {
+    VX_LOG_ERR("VXI_Read_Message_Info", "Could not open message info file, configuration value not set.");
+    return VX_MSGFILE_ERROR;
   }
-  out = &known->contents;
-  return kOk;
+  return expand_path(configured.c_str(), path) ? kOk : VX_MSGFILE_ERROR;
+}
+
+VX_STATUS get_template(const char* name, uint16_t command, const MsgTemplate*& out) {
+  const Guard guard(state().templateSemaphore);
+  out = templates.find(name, command);
+  if (out != nullptr) return kOk;
+  MsgTemplate contents{};
+  const VX_STATUS status =
+      read_configured(name, command, [&](const TemplateRequest& r) { return read_template(r, contents); });
+  if (status != kOk) return status;
+  out = templates.add(contents);
+  if (out != nullptr) return kOk;
+  free_template_parts(contents);
+  return VX_SYSTEM_ERROR;
 }
 
 const char* template_creator(const MsgTemplate& message_template, const TagObj& attribute) {
@@ -248,7 +214,8 @@ VX_STATUS fill_from_template(MsgObj& object, uint32_t filter, bool for_validatio
 
 void model_drop() {
   release_all_file_values();
-  std::memset(buckets, 0, sizeof buckets);
+  templates.drop();
+  drop_rules();
 }
 
 }  // namespace vx

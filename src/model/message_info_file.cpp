@@ -1,11 +1,8 @@
 #include "model/message_info_file.h"
 
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <string_view>
 
-#include "frame/byte_order.h"
 #include "frame/limits.h"
 #include "frame/log.h"
 #include "frame/pool.h"
@@ -20,182 +17,6 @@ namespace vx {
 namespace {
 
 constexpr char kFunction[] = "VXI_Read_Message_Info";
-constexpr uint32_t kSignature = 0xF003F003;
-constexpr uint32_t kMarker = 0xF002F002;
-constexpr std::size_t kEntrySize = 6;
-constexpr std::size_t kRecordSize = 8;
-constexpr std::size_t kMaxData = 0xFFFF;
-
-enum Parameter : uint16_t {
-  kLastEnumerated = 1000,
-  kLastDefined = 1999,
-  kConditionName = 2000,
-  kConditionRule = 2001,
-  kOtherwise = 2002,
-  kVrLetters = 9500,
-  kDefaultValue = 9600,
-  kCreatorCode = 9700,
-  kAttributeType = 9999,
-};
-
-// The file, read through the C library's buffer: a template is a run of small records.
-class InfoFile {
- public:
-  explicit InfoFile(const char* path) : path_(path), file_(std::fopen(path, "rbe")) {}
-  ~InfoFile() {
-    if (file_ != nullptr) std::fclose(file_);
-  }
-  InfoFile(const InfoFile&) = delete;
-  InfoFile& operator=(const InfoFile&) = delete;
-
-  bool is_open() const { return file_ != nullptr; }
-  const char* path() const { return path_; }
-  // The bytes read; short at the end of the file or on an error.
-  std::size_t read(void* bytes, std::size_t size) {
-    errno = 0;
-    return std::fread(bytes, 1, size, file_);
-  }
-  bool read16(uint16_t& value) {
-    uint8_t bytes[2];
-    if (read(bytes, sizeof bytes) != sizeof bytes) return false;
-    value = load16(bytes, true);
-    return true;
-  }
-  bool read32(uint32_t& value) {
-    uint8_t bytes[4];
-    if (read(bytes, sizeof bytes) != sizeof bytes) return false;
-    value = load32(bytes, true);
-    return true;
-  }
-  bool seek(uint64_t position) { return ::fseeko(file_, static_cast<off_t>(position), SEEK_SET) == 0; }
-  bool skip(long bytes) { return std::fseek(file_, bytes, SEEK_CUR) == 0; }
-  bool at_end() const { return std::feof(file_) != 0; }
-  static const char* error() { return system_error_text(errno); }
-
- private:
-  const char* path_;
-  std::FILE* file_;
-};
-
-struct Directories {
-  uint32_t message_offset = 0;
-  uint16_t message_count = 0;
-  uint32_t command_offset = 0;
-  uint32_t item_offset = 0;
-  uint16_t item_count = 0;
-  uint32_t info_offset = 0;
-};
-
-#define FAIL(...)                       \
-  do {                                  \
-    VX_LOG_ERR(kFunction, __VA_ARGS__); \
-    return false;                       \
-  } while (0)
-
-bool read_signature(InfoFile& file) {
-  uint32_t tag = 0;
-  uint16_t parameter = 0;
-  uint16_t length = 0;
-  const char* missing = nullptr;
-  if (!file.read32(tag)) {
-    missing = "tag";
-  } else if (!file.read16(parameter)) {
-    missing = "parm ID";
-  } else if (!file.read16(length)) {
-    missing = "length";
-  }
-  if (missing != nullptr) {
-    if (file.at_end()) FAIL("End of Info file reached.");
-    FAIL("Error reading file signature %s: %s.", missing, InfoFile::error());
-  }
-  if (tag == kSignature && parameter == 0 && length == 0) return true;
-  FAIL("%s is not a valid VexalKit-3 Message Info file.", file.path());
-}
-
-bool read_preamble(InfoFile& file, Directories& out) {
-  const char* missing = nullptr;
-  if (!file.read32(out.message_offset)) {
-    missing = "msg offset";
-  } else if (!file.read16(out.message_count)) {
-    missing = "msg length";
-  } else if (!file.read32(out.command_offset)) {
-    missing = "cmd offset";
-  } else if (!file.read32(out.item_offset)) {
-    missing = "item offset";
-  } else if (!file.read16(out.item_count)) {
-    missing = "item length";
-  } else if (!file.read32(out.info_offset)) {
-    missing = "info offset";
-  }
-  if (missing == nullptr) return true;
-  VX_LOG_ERR(kFunction, "Error reading preamble %s: %s.", missing, InfoFile::error());
-  FAIL("Unable to read preamble from %s.", file.path());
-}
-
-uint64_t entry_position(uint32_t offset, int32_t number) {
-  return offset + kEntrySize * static_cast<uint64_t>(number - 1);
-}
-
-bool seek_to(InfoFile& file, uint64_t position) {
-  if (file.seek(position)) return true;
-  FAIL("Unable to seek in %s: %s", file.path(), InfoFile::error());
-}
-
-bool locate_command(InfoFile& file, const Directories& directories, const TemplateRequest& request) {
-  for (;;) {
-    uint16_t command = 0;
-    if (!file.read16(command)) FAIL("Unable to read cmd from %s: %s", file.path(), InfoFile::error());
-    if (command == 0) {
-      FAIL("Unable to find %s in Info file. Incompatible vexalkit.srv and info.pfl files.", request.name);
-    }
-    if (command != request.command) {
-      if (!file.skip(4)) FAIL("Unable to seek in %s: %s", file.path(), InfoFile::error());
-      continue;
-    }
-    uint32_t offset = 0;
-    if (!file.read32(offset)) FAIL("Unable to read offset from %s: %s", file.path(), InfoFile::error());
-    return seek_to(file, static_cast<uint64_t>(directories.info_offset) + offset);
-  }
-}
-
-bool locate_service(InfoFile& file, const Directories& directories, const TemplateRequest& request) {
-  if (request.number < 0) FAIL("Cannot find requested service %s.", request.name);
-  if (request.number < 1 || request.number > directories.message_count) {
-    FAIL("This service is not in the info file: %s.", request.name);
-  }
-  if (!seek_to(file, entry_position(directories.message_offset, request.number))) return false;
-  uint16_t number = 0;
-  uint32_t offset = 0;
-  if (!file.read16(number)) FAIL("Unable to read msg from %s: %s", file.path(), InfoFile::error());
-  if (number != request.number) {
-    FAIL("Invalid format to %s: private services numbered incorrectly", file.path());
-  }
-  if (!file.read32(offset)) FAIL("Unable to read msg offset from %s: %s", file.path(), InfoFile::error());
-  if (!seek_to(file, static_cast<uint64_t>(directories.command_offset) + offset)) return false;
-  return locate_command(file, directories, request);
-}
-
-bool locate_item(InfoFile& file, const Directories& directories, const TemplateRequest& request) {
-  if (request.number < 0) FAIL("Unknown Item requested: %s.", request.name);
-  if (request.number < 1 || request.number > directories.item_count) {
-    FAIL("This item is not in the info file: %s.", request.name);
-  }
-  if (!seek_to(file, entry_position(directories.item_offset, request.number))) return false;
-  uint16_t number = 0;
-  uint32_t offset = 0;
-  if (!file.read16(number)) FAIL("Unable to read item from %s: %s", file.path(), InfoFile::error());
-  if (!file.read32(offset)) FAIL("Unable to read item offset from %s: %s", file.path(), InfoFile::error());
-  if (file.seek(static_cast<uint64_t>(directories.info_offset) + offset)) return true;
-  FAIL("Error seeking ITEM %ud in %s: %s", static_cast<unsigned>(request.number), file.path(),
-       InfoFile::error());
-}
-
-bool locate(InfoFile& file, const TemplateRequest& request) {
-  Directories directories;
-  if (!read_signature(file) || !read_preamble(file, directories)) return false;
-  return request.command != 0 ? locate_service(file, directories, request)
-                              : locate_item(file, directories, request);
-}
 
 void free_values(TagObj& attribute) {
   while (attribute.FirstValue != nullptr) {
@@ -223,16 +44,15 @@ void free_attribute(TagObj* attribute) {
 }
 
 // Builds the chain of a template out of the records of a body.
-class Builder {
+class Builder final : public RecordTaker {
  public:
   explicit Builder(MsgTemplate& target) : target_(target) {}
   ~Builder() { free_attribute(current_); }
   Builder(const Builder&) = delete;
   Builder& operator=(const Builder&) = delete;
 
-  // One record; data has room for a NUL behind it, and has one.
-  VX_STATUS record(uint32_t tag, uint16_t parameter, std::string_view data);
-  VX_STATUS finish();
+  VX_STATUS record(uint32_t tag, uint16_t parameter, std::string_view data) override;
+  VX_STATUS finish() override;
 
  private:
   VX_STATUS start(uint32_t tag);
@@ -338,7 +158,7 @@ VX_STATUS Builder::append_text(TagObj& attribute, std::string_view text) {
 
 VX_STATUS Builder::default_value(std::string_view data) {
   if (data.empty()) return kOk;
-  if (data == "<null>") {
+  if (data == kNullDefault) {
     free_values(*current_);
     return append_null(*current_) == kOk ? kOk : VX_SYSTEM_ERROR;
   }
@@ -365,11 +185,7 @@ VX_STATUS Builder::condition(std::string_view data, bool named) {
 }
 
 VX_STATUS Builder::record(uint32_t tag, uint16_t parameter, std::string_view data) {
-  if (current_ != nullptr && tag < current_->Tag) {
-    VX_LOG_ERR(kFunction, "Message is not in tag/parm sequence");
-    return VX_MSGFILE_ERROR;
-  }
-  if (current_ == nullptr || tag > current_->Tag) {
+  if (current_ == nullptr || tag != current_->Tag) {
     const VX_STATUS status = start(tag);
     if (status != kOk) return status;
   }
@@ -384,25 +200,15 @@ VX_STATUS Builder::record(uint32_t tag, uint16_t parameter, std::string_view dat
     case kOtherwise:
       current_->Template->MayBePresent = data == "may";
       return kOk;
-    case kVrLetters: {
-      const int32_t vr = data.size() < 2 ? -1 : vr_from_letters(data[0], data[1]);
-      if (vr < 0 || vr == VX_VR_UN) {
-        VX_LOG_ERR(kFunction, "Invalid VR Code in message.");
-        return VX_MSGFILE_ERROR;
-      }
-      current_->VR = vr;
-      return kOk;
-    }
+    case kVrLetters:
+      return parse_vr(data, current_->VR);
     case kDefaultValue:
       return default_value(data);
     case kCreatorCode:
       copy_text(creator_, sizeof creator_, data);
       return kOk;
     case kAttributeType:
-      current_->Template->AttributeType = attribute_type_from_text(data.data(), data.size());
-      if (current_->Template->AttributeType != kTypeNotSet) return kOk;
-      VX_LOG_ERR(kFunction, "Invalid Cond.Type in message.");
-      return VX_MSGFILE_ERROR;
+      return parse_type(data, current_->Template->AttributeType);
     default:
       return kOk;
   }
@@ -466,54 +272,7 @@ VX_STATUS Builder::finish() {
   return kOk;
 }
 
-struct RecordHeader {
-  uint32_t tag;
-  uint16_t parameter;
-  uint16_t length;
-};
-
-// 1 for a header, 0 at the end of the file, -1 for part of one or an error.
-int read_header(InfoFile& file, RecordHeader& header) {
-  uint8_t bytes[kRecordSize];
-  const std::size_t got = file.read(bytes, sizeof bytes);
-  if (got == 0 && file.at_end()) return 0;
-  if (got != sizeof bytes) return -1;
-  header = {load32(bytes, true), load16(bytes + 4, true), load16(bytes + 6, true)};
-  return 1;
-}
-
-VX_STATUS read_body(InfoFile& file, char* data, MsgTemplate& out) {
-  RecordHeader header{};
-  int got = read_header(file, header);
-  if (got != 1 || header.tag != kMarker || header.parameter != 0 || header.length != 0) {
-    VX_LOG_ERR(kFunction, "Cannot find beginning of message.");
-    return VX_MSGFILE_ERROR;
-  }
-  Builder builder(out);
-  while ((got = read_header(file, header)) == 1 && header.tag != kMarker) {
-    if (file.read(data, header.length) != header.length) {
-      VX_LOG_ERR(kFunction, "%s: Unexpected EOF", file.path());
-      return VX_MSGFILE_ERROR;
-    }
-    data[header.length] = '\0';
-    const VX_STATUS status = builder.record(header.tag, header.parameter, {data, header.length});
-    if (status != kOk) return status;
-  }
-  if (got < 0) {
-    VX_LOG_ERR(kFunction, "Error reading message info file.");
-    return VX_MSGFILE_ERROR;
-  }
-  return builder.finish();
-}
-
-#undef FAIL
-
 }  // namespace
-
-bool has_no_template(uint16_t command) {
-  return command == C_STORE_RSP || command == N_DELETE_RQ || command == N_DELETE_RSP ||
-         command == C_ECHO_RQ || command == C_ECHO_RSP;
-}
 
 void free_template_parts(MsgTemplate& message_template) {
   release(message_template.Name);
@@ -527,22 +286,11 @@ void free_template_parts(MsgTemplate& message_template) {
 
 VX_STATUS read_template(const TemplateRequest& request, MsgTemplate& out) {
   out = MsgTemplate{};
-  InfoFile file(request.path);
-  if (!file.is_open() && !has_no_template(request.command)) {
-    VX_LOG_ERR(kFunction, "Could not open message info file %s: (%d):%s", request.path, errno,
-               InfoFile::error());
-    return VX_MSGFILE_ERROR;
-  }
-  if (file.is_open() && !locate(file, request)) {
-    VX_LOG_ERR(kFunction, "Error getting offset in info file.");
-    return VX_MSGFILE_ERROR;
-  }
   out.Command = request.command;
   out.Name = duplicate_text(request.name);
-  auto* data = static_cast<char*>(allocate_raw(kMaxData + 1));
-  VX_STATUS status = out.Name == nullptr || data == nullptr ? VX_SYSTEM_ERROR : kOk;
-  if (status == kOk && file.is_open()) status = read_body(file, data, out);
-  release(data);
+  if (out.Name == nullptr) return VX_SYSTEM_ERROR;
+  Builder builder(out);
+  const VX_STATUS status = read_records(request, builder);
   if (status != kOk) free_template_parts(out);
   return status;
 }

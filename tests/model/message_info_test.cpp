@@ -13,6 +13,7 @@
 #include "info_file.h"
 #include "model/message_info_file.h"
 #include "model/private_blocks.h"
+#include "model/rule_list.h"
 #include "value_fixture.h"
 
 namespace {
@@ -146,6 +147,87 @@ TEST_F(MessageInfo, RecordsBecomeRules) {
   EXPECT_EQ(found->FirstTag->Next->ValueCount, 0);
 }
 
+// What applications see of a rule.
+std::string line_of(const RuleObj& rule) {
+  const auto text = [](const char* name, const char* value) {
+    return value == nullptr ? std::string() : std::string(" ") + name + "=" + value;
+  };
+  std::string line = vx::attribute_type_text(rule.Type) + std::to_string(rule.VR) + " " +
+                     std::to_string(rule.VMLow) + "-" + std::to_string(rule.VMHigh) +
+                     text("condition", rule.Condition) + text("rule", rule.ConditionRule) +
+                     (rule.MayBePresent != 0 ? " may" : "") + text("module", rule.Module) +
+                     text("creator", rule.Creator) + text("default", rule.DefaultValue);
+  for (int32_t i = 0; i < rule.ValueCount; ++i) {
+    const RuleValueObj& value = rule.Values[i];
+    line += " " + std::to_string(value.ValueNumber) + (value.IsEnumerated != 0 ? "=" : "~") + value.Text;
+  }
+  return line;
+}
+
+TEST_F(MessageInfo, ApplicationsSeeTheRules) {
+  Body body;
+  body.add(0x00080008, "1", "CS").with(1, "ORIGINAL").with(1002, "PRIMARY").with(2003, "C.7-9 General Image");
+  body.add(0x00081140, "1C", "SQ").with(2000, "NOBODY_KNOWS_IT").with(1001, "REF_IMAGE").with(2002, "may");
+  body.add(0x00091002, "2", "LO").with(9700, "ACME 1.0");
+  body.add(0x00100010, "2C").with(2001, "00100020 present").with(2003, "").with(9600, "<null>");
+  body.add(0x00101234, "3");
+  body.add(0x00280100, "1C", "US").with(2000, "A00280002_GREATER_THAN_1").with(1, "8").with(9600, "16");
+  body.add(0x60000010, "3", "US");
+  InfoBuilder builder;
+  builder.service(2, N_SET_RQ, Body()).service(2, C_STORE_RQ, body).item(501, Body().add(0x00081150, "1"));
+  install(builder.service(2, N_CREATE_RQ, Body().add(0x00100010, "1")).bytes());
+
+  const std::string expected[] = {
+      "1 2 2-255 module=C.7-9 General Image 1=ORIGINAL 2~PRIMARY",
+      "1C30 1-1 condition=NOBODY_KNOWS_IT may 1~REF_IMAGE",
+      "2 18 1-255 creator=ACME 1.0",
+      "2C9 1-1 rule=00100020 present default=<null>",
+      "3 24 1-255",
+      "1C18 1-1 condition=A00280002_GREATER_THAN_1 rule=00280002 > 1 default=16 1=8",
+      "3 18 1-255"};
+  const RuleObj* rules = nullptr;
+  int32_t count = 0;
+  ASSERT_EQ(VX_Get_Rules("STANDARD_CT", C_STORE_RQ, &rules, &count), kOk);
+  ASSERT_EQ(count, static_cast<int32_t>(std::size(expected)));
+  for (int32_t i = 0; i < count; ++i) EXPECT_EQ(line_of(rules[i]), expected[i]);
+  const RuleObj* found = nullptr;
+  EXPECT_EQ(VX_Find_Rule("STANDARD_CT", C_STORE_RQ, 0x00100010, &found), kOk);
+  EXPECT_EQ(found, rules + 3);  // read once
+  EXPECT_EQ(VX_Find_Rule("STANDARD_CT", C_STORE_RQ, 0x60020010, &found), kOk);
+  EXPECT_EQ(found, rules + 6);  // of a repeating group
+  EXPECT_EQ(VX_Find_Rule("STANDARD_CT", C_STORE_RQ, 0x60020011, &found), VX_INVALID_TAG);
+  EXPECT_EQ(found, nullptr);
+  ASSERT_EQ(VX_Get_Rules("REF_IMAGE", 0, &rules, &count), kOk);
+  EXPECT_EQ(line_of(*rules), "1 16 1-1");
+
+  uint16_t commands[2] = {};
+  EXPECT_EQ(VX_Get_Rule_Commands("STANDARD_CT", commands, 2, &count),
+            kOk);  // without those that hold nothing
+  EXPECT_EQ(count, 2);
+  EXPECT_EQ(commands[0], C_STORE_RQ);
+  EXPECT_EQ(commands[1], N_CREATE_RQ);
+  EXPECT_EQ(VX_Get_Rule_Commands("STANDARD_CT", commands, 1, &count), VX_BUFFER_TOO_SMALL);
+  EXPECT_EQ(count, 2);
+  EXPECT_EQ(VX_Get_Rule_Commands("NO_SUCH_SERVICE", commands, 2, &count), kOk);
+  EXPECT_EQ(count, 0);
+
+  clear_log();
+  const struct {
+    const char* name;
+    uint16_t command;
+  } unknown[] = {{"STANDARD_CT", N_SET_RQ},   {"STANDARD_CT", N_GET_RQ},       {"STANDARD_CT", C_STORE_RSP},
+                 {"STANDARD_MR", C_STORE_RQ}, {"NO_SUCH_SERVICE", C_STORE_RQ}, {"NO_SUCH_ITEM", 0}};
+  for (const auto& row : unknown) {
+    EXPECT_EQ(VX_Get_Rules(row.name, row.command, &rules, &count), VX_NOT_FOUND) << row.name << row.command;
+    EXPECT_EQ(rules, nullptr);
+    EXPECT_EQ(count, 0);
+  }
+  EXPECT_TRUE(log_lines().empty()) << testing::PrintToString(log_lines());  // to ask is no fault
+  install("no such file");
+  EXPECT_EQ(VX_Get_Rules("STANDARD_CT", C_STORE_RQ, &rules, &count), VX_MSGFILE_ERROR);
+  EXPECT_EQ(VX_Get_Rule_Commands("STANDARD_CT", commands, 2, &count), VX_MSGFILE_ERROR);
+}
+
 TEST_F(MessageInfo, TypesInLetters) {
   for (const int32_t type : {vx::kType1, vx::kType1C, vx::kType2, vx::kType2C, vx::kType3}) {
     EXPECT_EQ(vx::attribute_type_from_text(vx::attribute_type_text(type), 2), type);
@@ -277,6 +359,14 @@ TEST_F(MessageInfo, OpeningWithoutMemory) {
     ASSERT_EQ(tags_of(id, 0x00080000).size(), 11U);
     VX_Free_Message(&id);
   }
+  const RuleObj* rules = nullptr;
+  int32_t count = 0;
+  for (uint64_t allocation = 1; allocation < 4; ++allocation) {
+    vx::fail_allocation_after(allocation);
+    EXPECT_EQ(VX_Get_Rules("STANDARD_CT", C_STORE_RQ, &rules, &count), VX_SYSTEM_ERROR) << allocation;
+    vx::fail_allocation_after(0);
+  }
+  EXPECT_EQ(VX_Get_Rules("STANDARD_CT", C_STORE_RQ, &rules, &count), kOk);
   EXPECT_GT(failures, 50);
 }
 
@@ -312,6 +402,15 @@ TEST_F(MessageInfo, DamagedFilesEndInAStatus) {
       } else {
         EXPECT_EQ(result.FirstTag, nullptr);
       }
+      vx::RuleList rules{};
+      std::vector<uint16_t> commands;
+      vx::list_commands({path.c_str(), "NAME", 0, which}, commands);
+      if (vx::read_rules({path.c_str(), "NAME", static_cast<uint16_t>(command), which}, rules) == kOk) {
+        for (int32_t i = 1; i < rules.Count; ++i) EXPECT_GT(rules.Rules[i].Tag, rules.Rules[i - 1].Tag);
+      } else {
+        EXPECT_EQ(rules.Rules, nullptr);
+      }
+      vx::release(const_cast<RuleObj*>(rules.Rules));
     }
   };
   read(good);

@@ -18,7 +18,5 @@ std::string_view uid_table();
 std::string_view report_templates_table();
 std::string_view report_groups_table();
 std::string_view report_codes_table();
-// The source of the library's conditions, with a row NAME: RULE for each.
-std::string_view condition_table();
 
 }  // namespace vexal

@@ -20,7 +20,6 @@ VEXAL_EMBED(vexal_uid_table, VEXAL_DATA_DIR "/uids.tsv");
 VEXAL_EMBED(vexal_report_templates_table, VEXAL_DATA_DIR "/reports/templates.tsv");
 VEXAL_EMBED(vexal_report_groups_table, VEXAL_DATA_DIR "/reports/groups.tsv");
 VEXAL_EMBED(vexal_report_codes_table, VEXAL_DATA_DIR "/reports/codes.tsv");
-VEXAL_EMBED(vexal_condition_table, VEXAL_CONDITIONS);
 
 namespace vexal {
 
@@ -34,7 +33,6 @@ VEXAL_TABLE(uid)
 VEXAL_TABLE(report_templates)
 VEXAL_TABLE(report_groups)
 VEXAL_TABLE(report_codes)
-VEXAL_TABLE(condition)
 #undef VEXAL_TABLE
 
 }  // namespace vexal

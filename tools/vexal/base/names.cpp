@@ -34,27 +34,32 @@ bool parse_hex(std::string_view digits, uint32_t& value) {
 }
 
 struct Row {
-  uint32_t tag;
+  uint32_t tag = 0;
   std::string_view vr;
   std::string_view keyword;
 };
 
-// Built on first need, ascending by tag.
+// "0010,0020", or "60xx,3000" for a repeating group, with its VR, VM and keyword.
+bool parse_row(std::string_view line, Row& row) {
+  std::string digits(next_cell(line));
+  digits.erase(std::remove(digits.begin(), digits.end(), ','), digits.end());
+  std::replace(digits.begin(), digits.end(), 'x', '0');
+  row.vr = next_cell(line);
+  next_cell(line);
+  row.keyword = next_cell(line);
+  return parse_hex(digits, row.tag);
+}
+
+// Built on first need, ascending by tag: for those who look at all of them.
 const std::vector<Row>& rows() {
   static const std::vector<Row> table = [] {
     std::vector<Row> result;
     result.reserve(5300);
     std::string_view text = dictionary_table();
     std::string_view line;
+    Row row;
     while (next_line(text, line)) {
-      // "0010,0020", or "60xx,3000" for a repeating group.
-      std::string digits(next_cell(line));
-      digits.erase(std::remove(digits.begin(), digits.end(), ','), digits.end());
-      std::replace(digits.begin(), digits.end(), 'x', '0');
-      const std::string_view vr = next_cell(line);
-      next_cell(line);
-      uint32_t tag = 0;
-      if (parse_hex(digits, tag)) result.push_back({tag, vr, next_cell(line)});
+      if (parse_row(line, row)) result.push_back(row);
     }
     return result;
   }();
@@ -67,11 +72,33 @@ uint32_t base_tag(uint32_t tag) {
   return group_class == 0x50 || group_class == 0x60 ? tag & 0xFF00FFFFU : tag;
 }
 
-const Row* find_row(uint32_t tag) {
-  const auto& table = rows();
-  const auto found = std::lower_bound(table.begin(), table.end(), tag,
-                                      [](const Row& row, uint32_t other) { return row.tag < other; });
-  return found != table.end() && found->tag == tag ? &*found : nullptr;
+// One row without reading the others: the table ascends, and its comments stand in front. Empty if there is
+// none.
+Row find_row(uint32_t tag) {
+  std::string_view text = dictionary_table();
+  while (text.starts_with('#')) text.remove_prefix(std::min(text.find('\n') + 1, text.size()));
+  while (!text.empty()) {
+    const std::size_t start = text.rfind('\n', text.size() / 2) + 1;
+    const std::size_t end = std::min(text.find('\n', start), text.size());
+    Row row;
+    if (!parse_row(text.substr(start, end - start), row)) break;
+    if (row.tag == tag) return row;
+    text = row.tag < tag ? text.substr(std::min(end + 1, text.size())) : text.substr(0, start);
+  }
+  return {};
+}
+
+// A flat table of the tags seen last: listings meet the same few hundred tags again and again.
+const Row& known_row(uint32_t tag) {
+  struct Slot {
+    uint32_t tag;
+    bool known;
+    Row row;
+  };
+  static thread_local Slot cache[1024];
+  Slot& slot = cache[(tag ^ (tag >> 13)) & 1023U];
+  if (!slot.known || slot.tag != tag) slot = {tag, true, find_row(tag)};
+  return slot.row;
 }
 
 bool equals_ignoring_case(std::string_view a, std::string_view b) {
@@ -103,28 +130,13 @@ std::string describe_tag(uint32_t tag) {
 }
 
 std::string_view tag_keyword(uint32_t tag) {
-  const uint32_t wanted = base_tag(tag);
-  // A flat table of the tags seen last: listings meet the same few hundred tags again and again.
-  struct Slot {
-    uint32_t tag;
-    bool known;
-    std::string_view keyword;
-  };
-  static thread_local Slot cache[1024];
-  Slot& slot = cache[(wanted ^ (wanted >> 13)) & 1023U];
-  if (slot.known && slot.tag == wanted) return slot.keyword;
-  const Row* found = find_row(wanted);
-  slot = {wanted, true,
-          found != nullptr       ? found->keyword
-          : (tag & 0xFFFFU) == 0 ? "GroupLength"
-                                 : std::string_view()};
-  return slot.keyword;
+  const std::string_view keyword = known_row(base_tag(tag)).keyword;
+  return keyword.empty() && (tag & 0xFFFFU) == 0 ? "GroupLength" : keyword;
 }
 
 std::string_view standard_vr(uint32_t tag) {
-  const Row* found = find_row(base_tag(tag));
-  if (found == nullptr) return "";
-  return found->vr.starts_with("UN/") ? found->vr.substr(3) : found->vr;
+  const std::string_view vr = known_row(base_tag(tag)).vr;
+  return vr.starts_with("UN/") ? vr.substr(3) : vr;
 }
 
 bool parse_tag(std::string_view text, uint32_t& tag) {

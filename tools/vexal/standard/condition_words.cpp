@@ -6,11 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "base/embedded.h"
 #include "base/names.h"
-#include "templates.h"
 #include "text.h"
-#include "vexalkit.h"
 
 namespace vexal {
 namespace {
@@ -115,23 +112,16 @@ std::string rule_words(std::string rule) {
   }
 }
 
-// The rule of a name, out of the library's own table.
-std::string rule_of(const std::string& name) {
-  const std::string_view table = condition_table();
-  const std::string head = "\n" + name + ": ";
-  std::size_t at = table.find(head);
-  if (at == std::string_view::npos) return "";
-  at += head.size();
-  return std::string(table.substr(at, table.find('\n', at) - at));
-}
+// The condition of the library that asks for no more than a value where the attribute is there.
+constexpr std::string_view kMayBePresent = "LOSSY_COMPRESSION_PERFORMED";
 
 }  // namespace
 
-std::string condition_words(const std::string& condition) {
-  if (condition.empty() || condition == vxdata::kMayBePresent) return "";
-  if (vxdata::is_rule(condition)) return rule_words(condition.substr(1, condition.size() - 2));
-  if (const std::string rule = rule_of(condition); !rule.empty()) return rule_words(rule);
-  std::string words = condition;  // prose, in capitals
+std::string condition_words(const RuleObj& rule) {
+  const std::string_view name = rule.Condition != nullptr ? rule.Condition : "";
+  if (name == kMayBePresent) return "";
+  if (rule.ConditionRule != nullptr) return rule_words(rule.ConditionRule);
+  std::string words(name);  // prose, in capitals
   for (char& c : words) c = c == '_' ? ' ' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   return words;
 }

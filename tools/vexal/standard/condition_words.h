@@ -3,10 +3,12 @@
 
 #include <string>
 
+#include "vexalkit.h"
+
 namespace vexal {
 
-// "Image Type (0008,0008) is ORIGINAL or MIXED". `condition`: the name of a predicate, or a rule in
-// parentheses. Empty for one that says nothing but that null is wrong.
-std::string condition_words(const std::string& condition);
+// "Image Type (0008,0008) is ORIGINAL or MIXED". Empty without a condition, and for one that says nothing but
+// that null is wrong.
+std::string condition_words(const RuleObj& rule);
 
 }  // namespace vexal

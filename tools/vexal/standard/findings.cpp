@@ -7,9 +7,13 @@
 
 namespace vexal {
 
-const Rule* ItemTree::rule(int32_t object, uint32_t tag) {
-  const Rules* known = rules(object);
-  return known != nullptr ? find_rule(*known, tag) : nullptr;
+// Items go by the first type that their sequence takes.
+const RuleObj* ItemTree::rule(int32_t object, uint32_t tag) {
+  const Home* home = find(object);
+  if (home == nullptr) return find_rule(standard_.service.c_str(), standard_.command, tag);
+  const RuleObj* sequence = rule(home->object, home->tag);
+  const char* type = sequence != nullptr ? item_type(*sequence) : nullptr;
+  return type != nullptr ? find_rule(type, 0, tag) : nullptr;
 }
 
 std::string ItemTree::path(int32_t object, uint32_t tag) {
@@ -34,15 +38,6 @@ bool ItemTree::lies_under(int32_t object, uint32_t tag, const std::vector<Place>
 
 std::string ItemTree::path_step(const Home& home) {
   return tag_name(home.tag) + "[" + std::to_string(home.index) + "]";
-}
-
-// Items go by the first type that their sequence takes.
-const Rules* ItemTree::rules(int32_t object) {
-  const RuleBook& book = RuleBook::get();
-  const Home* home = find(object);
-  if (home == nullptr) return book.message(standard_.service, standard_.command);
-  const Rule* sequence = rule(home->object, home->tag);
-  return sequence != nullptr && !sequence->items.empty() ? book.item(sequence->items.front()) : nullptr;
 }
 
 const ItemTree::Home* ItemTree::find(int32_t object) {
@@ -106,15 +101,14 @@ std::string shorten(std::string text) {
 }
 
 // "type 1C of Patient (C.7-1), required if ...".
-std::string type_text(const Rule& rule, const char* link) {
-  std::string text = "type " + std::string(vxdata::type_text(rule.type));
-  if (const std::size_t space = rule.module.find(' '); space != std::string::npos) {
-    const bool table =
-        rule.module.find('.') < space || rule.module.find('-') < space;  // as the standard has it
-    text += " of " +
-            (table ? rule.module.substr(space + 1) + " (" + rule.module.substr(0, space) + ")" : rule.module);
+std::string type_text(const RuleObj& rule, const char* link) {
+  std::string text = "type " + std::string(type_letters(rule));
+  const std::string module = rule.Module != nullptr ? rule.Module : "";
+  if (const std::size_t space = module.find(' '); space != std::string::npos) {
+    const bool table = module.find('.') < space || module.find('-') < space;  // as the standard has it
+    text += " of " + (table ? module.substr(space + 1) + " (" + module.substr(0, space) + ")" : module);
   }
-  const std::string words = condition_words(rule.condition);
+  const std::string words = condition_words(rule);
   return words.empty() ? text : text + ", " + link + words;
 }
 
@@ -127,7 +121,7 @@ std::string checked_vr(const ValErrObj& finding) {
 }
 
 // What the standard asks for where the finding is; empty if there is nothing to tell.
-std::string wanted_text(const Found& found, const Rule* rule) {
+std::string wanted_text(const Found& found, const RuleObj* rule) {
   const ValErrObj& finding = found.what;
   if (!found.reason.empty()) return found.reason;
   if (is_carried_as_un(finding))
@@ -186,7 +180,7 @@ std::string finding_head(ItemTree& tree, const Found& one, ValueReader& values) 
   return head;
 }
 
-void append_wanted(std::string& out, const Found& found, const Rule* rule) {
+void append_wanted(std::string& out, const Found& found, const RuleObj* rule) {
   const ValErrObj& finding = found.what;
   const std::string text = wanted_text(found, rule);
   if (!text.empty()) {

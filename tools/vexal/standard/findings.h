@@ -30,7 +30,7 @@ class ItemTree {
   void set_standard(const Standard& standard) { standard_ = standard; }
 
   // Null where no rule is known.
-  const Rule* rule(int32_t object, uint32_t tag);
+  const RuleObj* rule(int32_t object, uint32_t tag);
   // "SequenceOfItems[0].Attribute".
   std::string path(int32_t object, uint32_t tag);
   bool lies_under(int32_t object, uint32_t tag, const std::vector<Place>& places);
@@ -42,7 +42,6 @@ class ItemTree {
     std::size_t index;
   };
   static std::string path_step(const Home& home);
-  const Rules* rules(int32_t object);
   const Home* find(int32_t object);
   void add(int32_t object);
 

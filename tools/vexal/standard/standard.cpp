@@ -6,6 +6,7 @@
 #include "base/attributes.h"
 #include "base/tags.h"
 #include "base/values.h"
+#include "profile.h"
 #include "rules.h"
 
 namespace vexal {
@@ -24,28 +25,27 @@ std::string service_of_identifier(int32_t id) {
 // missing.
 using Misfits = std::pair<std::size_t, std::size_t>;
 
-Misfits count_misfits(int32_t id, const Rules& rules) {
+Misfits count_misfits(int32_t id, const std::string& service, uint16_t command) {
   Misfits count;
   for_each_attribute(id, [&](uint32_t tag, VX_VR, int32_t) {
-    if (tag >= tags::kFirstOfDataSet && find_rule(rules, tag) == nullptr) ++count.first;
+    if (tag >= tags::kFirstOfDataSet && find_rule(service.c_str(), command, tag) == nullptr) ++count.first;
   });
-  for (const Rule& rule : rules) {
-    if (rule.type != vxdata::kType1 && rule.type != vxdata::kType2) continue;
-    if (VX_Get_Attribute_Info(id, rule.tag, nullptr, nullptr) != VX_NORMAL_COMPLETION) ++count.second;
+  for (const RuleObj& rule : rules_of(service.c_str(), command)) {
+    if (rule.Type != VX_RULE_TYPE_1 && rule.Type != VX_RULE_TYPE_2) continue;
+    if (VX_Get_Attribute_Info(id, rule.Tag, nullptr, nullptr) != VX_NORMAL_COMPLETION) ++count.second;
   }
   return count;
 }
 
 // An object does not tell the command that it came with: of the requests the one that it fits best, and of
 // equals the one of the highest number, which puts creations and actions before reports.
-uint16_t fitting_command(int32_t id, const std::string& service) {
-  const RuleBook& book = RuleBook::get();
-  uint16_t best = book.usual_command(service);
+uint16_t fitting_command(int32_t id, const std::string& service, const std::vector<uint16_t>& commands) {
+  uint16_t best = usual_command(commands);
   if (best == 0 || best == C_STORE_RQ) return C_STORE_RQ;
-  Misfits fewest = count_misfits(id, *book.message(service, best));
-  for (const uint16_t command : book.commands(service)) {
+  Misfits fewest = count_misfits(id, service, best);
+  for (const uint16_t command : commands) {
     if (command >= kResponse) continue;
-    const Misfits count = count_misfits(id, *book.message(service, command));
+    const Misfits count = count_misfits(id, service, command);
     if (count < fewest || (count == fewest && command > best)) best = command;
     fewest = std::min(fewest, count);
   }
@@ -68,11 +68,13 @@ std::string choose_standard(int32_t id, const Standard& named, Standard& standar
   if (standard.service.empty() && uid.empty()) return "not validated: no SOP class UID; --service names one";
   if (standard.service.empty())
     return "not validated: no service for SOP class " + uid + "; --service names one";
-  const RuleBook& book = RuleBook::get();
-  standard.command = named.command != 0 ? named.command : fitting_command(id, standard.service);
-  if (book.problem().empty() && !book.has(standard.service, standard.command)) {
+  std::vector<uint16_t> commands;
+  if (const VX_STATUS status = rule_commands(standard.service.c_str(), commands);
+      status != VX_NORMAL_COMPLETION)
+    return standard.service + ": " + VX_Error_Message(status);
+  standard.command = named.command != 0 ? named.command : fitting_command(id, standard.service, commands);
+  if (std::find(commands.begin(), commands.end(), standard.command) == commands.end())
     return "not validated: no rules for " + standard.title();
-  }
   const VX_STATUS status = VX_Set_Service_Command(id, standard.service.c_str(), standard.command);
   return status == VX_NORMAL_COMPLETION ? "" : standard.title() + ": " + VX_Error_Message(status);
 }

@@ -7,6 +7,7 @@
 #include "base/json.h"
 #include "base/names.h"
 #include "condition_words.h"
+#include "profile.h"
 #include "rules.h"
 
 namespace vexal {
@@ -22,28 +23,27 @@ constexpr std::size_t kMaxColumn = 64;
 struct Row {
   uint32_t tag;
   std::string path;
-  const Rule* rule;
+  const RuleObj* rule;
 };
 
 struct Asked {
   std::string name;      // of the service or item
   uint16_t command = 0;  // 0: an item
   std::string uid;
-  const Rules* rules = nullptr;
+  Rules rules;
 };
 
 // An item type is shown once on the way down, since items may hold themselves.
-void collect(const Rules& rules, const std::string& front, long depth, std::vector<std::string>& way,
+void collect(Rules rules, const std::string& front, long depth, std::vector<std::string>& way,
              std::vector<Row>& rows) {
-  for (const Rule& rule : rules) {
-    const std::string path = front + tag_name(rule.tag);
-    rows.push_back({rule.tag, path, &rule});
-    if (depth == 0 || rule.items.empty()) continue;
-    const std::string& name = rule.items.front();
-    const Rules* below = RuleBook::get().item(name);
-    if (below == nullptr || std::find(way.begin(), way.end(), name) != way.end()) continue;
-    way.push_back(name);
-    collect(*below, path + ".", depth - 1, way, rows);
+  for (const RuleObj& rule : rules) {
+    const std::string path = front + tag_name(rule.Tag);
+    rows.push_back({rule.Tag, path, &rule});
+    const char* name = depth != 0 ? item_type(rule) : nullptr;
+    const Rules below = name != nullptr ? rules_of(name, 0) : Rules();
+    if (below.empty() || std::find(way.begin(), way.end(), name) != way.end()) continue;
+    way.emplace_back(name);
+    collect(below, path + ".", depth - 1, way, rows);
     way.pop_back();
   }
 }
@@ -57,11 +57,10 @@ void print_table(const Asked& asked, const std::vector<Row>& rows) {
   std::vector<std::array<std::string, kColumns>> table{
       {"tag", "type", "VR", "VM", "attribute", "condition", "values"}};
   for (const Row& row : rows) {
-    table.push_back(
-        {format_tag(row.tag), std::string(vxdata::type_text(row.rule->type)),
-         representation_text(row.tag, row.rule), multiplicity_text(row.tag), row.path,
-         vxdata::is_rule(row.rule->condition) ? condition_words(row.rule->condition) : row.rule->condition,
-         values_text(*row.rule, 0)});
+    table.push_back({format_tag(row.tag), std::string(type_letters(*row.rule)), vr_letters(row.rule->VR),
+                     multiplicity_text(row.tag), row.path,
+                     row.rule->Condition != nullptr ? row.rule->Condition : condition_words(*row.rule),
+                     values_text(*row.rule, 0)});
   }
   std::size_t widths[kColumns] = {};
   for (const auto& cells : table) {
@@ -93,7 +92,7 @@ void print_json(const Asked& asked, const std::vector<Row>& rows) {
     const Row& row = rows[i];
     out += std::string(i == 0 ? "" : ",") + "{\"tag\":\"" + tag_key(row.tag) + "\",\"path\":";
     append_json(out, row.path);
-    out += ",\"vr\":\"" + representation_text(row.tag, row.rule) + "\",\"vm\":\"" +
+    out += ",\"vr\":\"" + std::string(vr_letters(row.rule->VR)) + "\",\"vm\":\"" +
            multiplicity_text(row.tag) + "\"";
     append_rule_json(out, *row.rule);
     out += '}';
@@ -112,31 +111,32 @@ std::string list_commands(const std::vector<uint16_t>& commands) {
 
 // A service by its name or UID, or an item; the exit status, after a line on standard error.
 int look_up(const Args& args, Asked& asked) {
-  const RuleBook& book = RuleBook::get();
   asked.name = args.paths[0];
   char text[128] = "";
   if (VX_Get_VexalKit_Service(asked.name.c_str(), text, sizeof text) == VX_NORMAL_COMPLETION)
     asked.name = text;
   if (args.paths.size() == 1) {
-    asked.rules = book.item(asked.name);
-    if (asked.rules != nullptr) return kSuccess;
+    VX_STATUS status = VX_NORMAL_COMPLETION;
+    asked.rules = rules_of(asked.name.c_str(), 0, &status);
+    if (status == VX_MSGFILE_ERROR) return kUsage;
+    if (!asked.rules.empty()) return kSuccess;
   }
   char uid[128] = "";
   const bool service =
       VX_Get_UID_From_VexalKit_Service(asked.name.c_str(), uid, sizeof uid) == VX_NORMAL_COMPLETION;
   asked.uid = uid;
-  const std::vector<uint16_t> commands = book.commands(asked.name);
+  std::vector<uint16_t> commands;
+  if (rule_commands(asked.name.c_str(), commands) == VX_MSGFILE_ERROR) return kUsage;
   if (!service && commands.empty()) {
     std::string line = "no service or item is called " + args.paths[0];
-    const std::vector<std::string> near = book.similar(args.paths[0], 8);
+    const std::vector<std::string> near = similar_names(args.paths[0], 8);
     for (std::size_t i = 0; i < near.size(); ++i) line += (i == 0 ? "; near: " : ", ") + near[i];
     complain("%s", line.c_str());
     return kFindings;
   }
-  asked.command =
-      args.paths.size() > 1 ? vxdata::command_value(args.paths[1]) : book.usual_command(asked.name);
-  asked.rules = book.message(asked.name, asked.command);
-  if (asked.rules != nullptr) return kSuccess;
+  asked.command = args.paths.size() > 1 ? vxdata::command_value(args.paths[1]) : usual_command(commands);
+  if (asked.command != 0) asked.rules = rules_of(asked.name.c_str(), asked.command);
+  if (!asked.rules.empty()) return kSuccess;
   if (commands.empty()) {
     complain("nothing is known of what messages of %s hold", asked.name.c_str());
   } else {
@@ -153,16 +153,12 @@ int run(const Args& args) {
   }
   long depth = 0;
   if (!args.number("--depth", 0, 64, depth)) return kUsage;
-  if (const std::string& problem = RuleBook::get().problem(); !problem.empty()) {
-    complain("%s", problem.c_str());
-    return kUsage;
-  }
   Asked asked;
   const int exit = look_up(args, asked);
   if (exit != kSuccess) return exit;
   std::vector<Row> rows;
   std::vector<std::string> way{asked.name};
-  collect(*asked.rules, "", depth, way, rows);
+  collect(asked.rules, "", depth, way, rows);
   args.has("--json") ? print_json(asked, rows) : print_table(asked, rows);
   return kSuccess;
 }

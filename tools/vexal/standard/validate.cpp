@@ -16,6 +16,7 @@
 #include "cross_checks.h"
 #include "files/files.h"
 #include "findings.h"
+#include "profile.h"
 #include "report_content.h"
 
 namespace vexal {
@@ -109,12 +110,11 @@ struct Totals {
 
 // How grave a value outside its lists is, by the lists for its place among the values. False if there are
 // none.
-bool grade_listed(Found& found, const Rule& rule) {
-  const bool by_number = std::any_of(rule.values.begin(), rule.values.end(),
-                                     [](const vxdata::ValueList& list) { return list.number > 1; });
+bool grade_listed(Found& found, const std::vector<ValueList>& lists) {
+  const bool by_number = lists_by_number(lists);
   bool any = false;
   bool closed = true;
-  for (const vxdata::ValueList& list : rule.values) {
+  for (const ValueList& list : lists) {
     if (by_number && list.number != found.what.ValueNumber) continue;
     any = true;
     closed = closed && list.enumerated;
@@ -130,8 +130,9 @@ void grade(ItemTree& tree, std::vector<Found>& found) {
     if (is_carried_as_un(one.what)) one.severity = 2;
     const VX_STATUS status = one.what.Status;
     if (status != VX_NOT_ONE_OF_ENUMERATED_VALUES && status != VX_NOT_ONE_OF_DEFINED_TERMS) return false;
-    const Rule* rule = tree.rule(one.what.MsgItemID, one.what.Tag);
-    return rule != nullptr && !rule->values.empty() && !grade_listed(one, *rule);
+    const RuleObj* rule = tree.rule(one.what.MsgItemID, one.what.Tag);
+    const std::vector<ValueList> lists = rule != nullptr ? value_lists(*rule) : std::vector<ValueList>();
+    return !lists.empty() && !grade_listed(one, lists);
   });
 }
 
@@ -160,15 +161,14 @@ void add_cross_checks(const DicomFile& file, uint16_t command, std::vector<Found
 void add_empty_items(int32_t object, ItemTree& tree, const std::set<int32_t>& told,
                      std::vector<Found>& found) {
   for (const uint32_t sequence : sequences_of(object)) {
-    const Rule* rule = tree.rule(object, sequence);
-    const bool typed = rule != nullptr && !rule->items.empty();
     for (const int32_t item : sequence_items(object, sequence)) {
       uint32_t first = 0;
       const bool empty = VX_Get_First_Attribute(item, &first, nullptr, nullptr) != VX_NORMAL_COMPLETION;
       std::vector<ValErrObj> missing;
       if (!empty) {
         add_empty_items(item, tree, told, found);
-      } else if (typed && !told.contains(item)) {
+      } else if (const RuleObj* rule = told.contains(item) ? nullptr : tree.rule(object, sequence);
+                 rule != nullptr && item_type(*rule) != nullptr) {
         run_validation(item, VX_Errors_Only, missing);
       }
       for (const ValErrObj& one : missing) found.push_back({one, 0, ""});
