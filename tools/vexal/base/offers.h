@@ -13,6 +13,7 @@
 #include "printable.h"
 #include "session.h"
 #include "settings_source.h"
+#include "severity.h"
 #include "tables.h"
 #include "tag_path.h"
 #include "tags.h"

@@ -91,6 +91,7 @@ inline constexpr uint32_t kDerivationDescription = 0x00082111U;
 inline constexpr uint32_t kFrameType = 0x00089007U;
 inline constexpr uint32_t kPatientName = 0x00100010U;
 inline constexpr uint32_t kPatientID = 0x00100020U;
+inline constexpr uint32_t kIssuerOfPatientID = 0x00100021U;
 inline constexpr uint32_t kPatientBirthDate = 0x00100030U;
 inline constexpr uint32_t kPatientSex = 0x00100040U;
 inline constexpr uint32_t kImagerPixelSpacing = 0x00181164U;

@@ -101,6 +101,10 @@ std::set<int32_t> empty_records(const Directory& directory);
 // They go, but for those that were there before.
 void drop_empty_records(Directory& directory, const std::set<int32_t>& but);
 int list_records(const std::string& path, bool json);
+// What does not fit, a line each, and the number of records; `fast`: without looking into the files. False,
+// after a line on standard error, if it can not be read.
+bool directory_faults(const std::string& path, bool fast, std::vector<std::string>& faults,
+                      std::size_t& records);
 int check_directory(const std::string& path, bool fast);
 
 }  // namespace vexal

@@ -21,15 +21,12 @@ namespace fs = std::filesystem;
 
 class Check {
  public:
-  Check(Directory& directory, std::string path, bool fast)
-      : directory_(directory), path_(std::move(path)), fast_(fast) {}
-  int run();
+  Check(Directory& directory, std::string path, bool fast, std::vector<std::string>& faults)
+      : directory_(directory), path_(std::move(path)), fast_(fast), faults_(faults) {}
+  std::size_t run();  // the number of records
 
  private:
-  void found(const std::string& text) {
-    say("%s: %s", path_.c_str(), text.c_str());
-    ++findings_;
-  }
+  void found(std::string text) { faults_.push_back(std::move(text)); }
   void check_record(const Record& record, const std::string& parent_type);
   void check_file(const Record& record, const std::string& file_id);
   void check_uid(const Record& record);
@@ -39,7 +36,7 @@ class Check {
   Directory& directory_;
   const std::string path_;
   const bool fast_;
-  int findings_ = 0;
+  std::vector<std::string>& faults_;
   std::set<std::string> uids_;
   std::set<fs::path> listed_;
 };
@@ -116,7 +113,7 @@ void Check::check_rules() {
   }
 }
 
-int Check::run() {
+std::size_t Check::run() {
   if (!directory_.problem().empty()) found(directory_.problem());
   const std::vector<Record> records = directory_.records();
   std::map<int32_t, std::string> types;
@@ -126,17 +123,27 @@ int Check::run() {
   }
   check_rest(records.size());
   check_rules();
-  say("%s: %zu records, %d findings", path_.c_str(), records.size(), findings_);
-  return findings_ == 0 ? kSuccess : kFindings;
+  return records.size();
 }
 
 }  // namespace
 
-int check_directory(const std::string& path, bool fast) {
+bool directory_faults(const std::string& path, bool fast, std::vector<std::string>& faults,
+                      std::size_t& records) {
   const CurrentFile current(path);
   Directory directory;
-  if (!directory.open(path, true)) return kUsage;
-  return Check(directory, path, fast).run();
+  if (!directory.open(path, true)) return false;
+  records = Check(directory, path, fast, faults).run();
+  return true;
+}
+
+int check_directory(const std::string& path, bool fast) {
+  std::vector<std::string> faults;
+  std::size_t records = 0;
+  if (!directory_faults(path, fast, faults, records)) return kUsage;
+  for (const std::string& fault : faults) say("%s: %s", path.c_str(), fault.c_str());
+  say("%s: %zu records, %zu findings", path.c_str(), records, faults.size());
+  return faults.empty() ? kSuccess : kFindings;
 }
 
 }  // namespace vexal

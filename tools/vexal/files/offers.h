@@ -6,5 +6,6 @@
 #include "files.h"
 #include "fragments.h"
 #include "head_scan.h"
+#include "ordered_reader.h"
 #include "temp_folder.h"
 #include "web_client.h"

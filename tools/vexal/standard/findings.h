@@ -6,16 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "base/severity.h"
 #include "base/tag_path.h"
 #include "rules.h"
 #include "standard.h"
 #include "vexalkit.h"
 
 namespace vexal {
-
-inline constexpr int kLevels = 3;
-inline constexpr const char* kSingular[] = {"error", "warning", "remark"};
-inline constexpr const char* kPlural[] = {"errors", "warnings", "remarks"};
 
 struct Found {
   ValErrObj what;

@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <mutex>
 #include <set>
-#include <shared_mutex>
 #include <tuple>
 
 #include "base/commands.h"
@@ -15,9 +14,11 @@
 #include "base/tag_path.h"
 #include "cross_checks.h"
 #include "files/files.h"
+#include "files/ordered_reader.h"
 #include "findings.h"
 #include "profile.h"
 #include "report_content.h"
+#include "sets/validate_set.h"
 
 namespace vexal {
 namespace {
@@ -27,6 +28,7 @@ constexpr Option kOptions[] = {
     {"--attribute", "PATH", "only what concerns this attribute and what is below it (may be repeated)"},
     {"--service", "NAME", "go by the rules of this service, whatever the SOP class"},
     {"--command", "NAME", "of the service (default: C_STORE_RQ, else the request that fits best)"},
+    {"--set", nullptr, "compare the objects of all files with each other, instead of each with its rules"},
     {"--json", nullptr, "one JSON object a file, one line each, and one for the summary"},
     {"--threads", "N", "files read at once (default: the processors)"},
 };
@@ -84,20 +86,6 @@ VX_STATUS validate_levels(int32_t id, const ValidateSettings& settings, uint16_t
   }
   std::erase_if(found, [command](const Found& one) { return is_uid_list(one.what, command); });
   return VX_NORMAL_COMPLETION;
-}
-
-std::string counted(std::size_t count, const char* one, const char* many) {
-  return std::to_string(count) + " " + (count == 1 ? one : many);
-}
-
-// "2 errors, 1 warning".
-std::string counted(const std::size_t (&counts)[kLevels], ValidationLevel level) {
-  std::string text;
-  for (int i = 0; i < level; ++i) {
-    if (i != 0) text += ", ";
-    text += counted(counts[i], kSingular[i], kPlural[i]);
-  }
-  return text;
 }
 
 struct Totals {
@@ -216,34 +204,6 @@ FileResult fail(const std::string& path, const std::string& problem, Totals& tot
   return {"", kUsage};
 }
 
-// A data set whose tags are out of order is read all the same. The setting for that is the library's, and no
-// other file must be read under it, since its own order would then go unseen.
-class OrderedReader {
- public:
-  // `out_of_order`: the failure of the strict reading, if that is the only one.
-  VX_STATUS open(DicomFile& file, const std::string& path, std::string& out_of_order) {
-    {
-      const std::shared_lock strict(mutex_);
-      const LogLines said;
-      const VX_STATUS status = file.open(path, {});
-      if (status != VX_OUT_OF_ORDER_TAG) {
-        said.show();
-        return status;
-      }
-      const char* where = said.behind("Tags not in ascending order: ");
-      out_of_order = where != nullptr ? where : file.problem();
-    }
-    const std::unique_lock alone(mutex_);
-    VX_Set_Bool_Config_Value(VX_CFG_ALLOW_OUT_OF_ORDER_TAGS, 1);
-    const VX_STATUS status = file.open(path, {});
-    VX_Set_Bool_Config_Value(VX_CFG_ALLOW_OUT_OF_ORDER_TAGS, 0);
-    return status;
-  }
-
- private:
-  std::shared_mutex mutex_;
-};
-
 FileResult validate_file(const std::string& path, const ValidateSettings& settings, Totals& totals) {
   static OrderedReader reader;
   CurrentFile current(path);
@@ -327,12 +287,22 @@ int run(const Args& args) {
     }
   }
   if (!read_paths(args, "--attribute", settings.paths)) return kUsage;
+  for (const char* option : {"--attribute", "--service", "--command"}) {
+    if (args.has("--set") && args.has(option)) {
+      complain("--set goes without %s: objects are compared, not held against rules", option);
+      return kUsage;
+    }
+  }
   if (args.paths.empty()) {
     complain("validate needs a file or folder; --help tells more");
     return kUsage;
   }
   bool failed = false;
   const std::vector<std::string> files = expand_paths(args.paths, failed);
+  if (args.has("--set")) {
+    const int worst = validate_set(files, settings.level, settings.json, static_cast<unsigned>(threads));
+    return failed ? static_cast<int>(kUsage) : worst;
+  }
   Totals totals;
   const int worst = for_each_file(files, static_cast<unsigned>(threads), [&](const std::string& path) {
     return validate_file(path, settings, totals);
