@@ -12,7 +12,7 @@ import sys
 import tempfile
 
 from checks import SAMPLES, VEXAL, check, end, files_under, need, paths, run, vexal, write
-from made import element, meta
+from made import EXPLICIT, element, meta
 
 need("dcentvfy")
 DATA = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "data", "dictionary.tsv")
@@ -38,10 +38,10 @@ def refers(to, sop_class=CT, **around):
     return items(inner + b"".join(element(KEYWORDS[key], "UI", value) for key, value in around.items()))
 
 
-def made_object(**changes):
+def made_object(syntax=EXPLICIT, **changes):
     values = {key: value for key, value in dict(USUAL, **changes).items() if value is not None}
     body = b"".join(element(KEYWORDS[key], REPRESENTATIONS[key], values[key]) for key in sorted(values, key=KEYWORDS.get))
-    return meta(values["SOPClassUID"], values["SOPInstanceUID"]) + body
+    return meta(values["SOPClassUID"], values["SOPInstanceUID"], syntax) + body
 
 
 def put(folder, *objects):
@@ -88,7 +88,9 @@ SETS = [
     ("one UID on two levels", [{}, {"StudyInstanceUID": "1.2.2.2", "SeriesInstanceUID": "1.2.2.1", "FrameOfReferenceUID": None}], 1,
      [("error", "SeriesInstanceUID", "2.dcm", 1, "(0020,000D) StudyInstanceUID of the set")]),
     ("the same object twice", [{}, {"SOPInstanceUID": "1.2.9.1"}], 0, [("warning", "SOPInstanceUID", "2.dcm", 1, "the same object")]),
-    ("two objects of one UID", [{}, {"SOPInstanceUID": "1.2.9.1", "InstanceNumber": "5"}], 1, [("error", "SOPInstanceUID", "2.dcm", 1, "another object in ")]),
+    ("two objects of one UID", [{}, {"SOPInstanceUID": "1.2.9.1", "InstanceNumber": "5"}], 1, [("error", "SOPInstanceUID", "2.dcm", 1, "another object, ")]),
+    ("an object in two syntaxes", [{}, {"SOPInstanceUID": "1.2.9.1", "syntax": "1.2.840.10008.1.2.4.70"}], 0, [
+        ("warning", "SOPInstanceUID", "2.dcm", 1, "another transfer syntax")]),
     ("a reference that leads to its object", [{}, {"ReferencedSeriesSequence": refers("1.2.9.1", SeriesInstanceUID="1.2.3.1")}], 0, []),
     ("a reference of another class", [{}, {"ReferencedSeriesSequence": refers("1.2.9.1", SR)}], 1,
      [("error", "ReferencedSeriesSequence[0].ReferencedSOPSequence[0].ReferencedSOPInstanceUID", "2.dcm", 1, "is of class " + CT)]),

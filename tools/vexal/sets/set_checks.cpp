@@ -156,6 +156,7 @@ SetObject read_set_object(const DicomFile& file) {
                    text_of(root, tags::kFrameOfReferenceUID),
                    {},
                    {},
+                   file.syntax(),
                    {}};
   const std::string patient = utf8_text_of(root, tags::kPatientID);
   if (!patient.empty())
@@ -208,14 +209,14 @@ void ObjectSet::add(std::size_t file, SetObject object) {
   }
   if (object.instance.empty()) return;
   Instance& instance = instances_[object.instance];
-  if (instance.files.empty() || file < instance.files.front()) {
+  if (instance.files.empty() || file < instance.files.front().first) {
     instance.sop_class = object.sop_class;
     instance.study = object.study;
     instance.series = object.series;
     instance.frame = object.frame;
-    instance.files.insert(instance.files.begin(), file);
+    instance.files.emplace(instance.files.begin(), file, object.syntax);
   } else {
-    instance.files.push_back(file);
+    instance.files.emplace_back(file, object.syntax);
   }
 }
 
@@ -244,15 +245,19 @@ void ObjectSet::compare(Entity entity, const std::string& key, const Attributes&
   }
 }
 
-// Objects that bear the UID of another.
+// Objects that bear the UID of another. What is in two transfer syntaxes may well be the same.
 void ObjectSet::check_twins(const std::vector<std::string>& paths, std::vector<SetFinding>& found) const {
   for (const auto& [uid, instance] : instances_) {
-    const std::string& first = paths[instance.files.front()];
+    const auto& [first, syntax] = instance.files.front();
     for (std::size_t i = 1; i < instance.files.size(); ++i) {
-      const bool same = same_data_set(first, paths[instance.files[i]]);
-      found.push_back({instance.files[i], same ? 1 : 0, tags::kSOPInstanceUID, kNotUnique, "", uid,
-                       (same ? "the same object is in " : "another object in ") + shown(first) +
-                           (same ? "" : " has it")});
+      const auto& [file, other_syntax] = instance.files[i];
+      const bool encoded = syntax != other_syntax;
+      const bool same = !encoded && same_data_set(paths[first], paths[file]);
+      const char* what = encoded ? "an object in another transfer syntax, "
+                         : same  ? "the same object, "
+                                 : "another object, ";
+      found.push_back({file, encoded || same ? 1 : 0, tags::kSOPInstanceUID, kNotUnique, "", uid,
+                       what + shown(paths[first]) + ", has it"});
     }
   }
 }
@@ -268,7 +273,7 @@ void ObjectSet::check_reference(const SetReference& reference, const Use& use,
   const auto target = instances_.find(reference.instance);
   if (target != instances_.end()) {
     const Instance& object = target->second;
-    const std::string where = " in " + shown(paths[object.files.front()]);
+    const std::string where = " in " + shown(paths[object.files.front().first]);
     const struct {
       const std::string &said, &is;
       const char* word;
@@ -303,8 +308,8 @@ void ObjectSet::check_levels(std::vector<SetFinding>& found) const {
                                                              {tags::kFrameOfReferenceUID, instance.frame}};
     for (const auto& [tag, name] : named) {
       if (name.empty()) continue;
-      const auto [at, fresh] = uses[name].try_emplace(tag, instance.files.front());
-      if (!fresh) at->second = std::min(at->second, instance.files.front());
+      const auto [at, fresh] = uses[name].try_emplace(tag, instance.files.front().first);
+      if (!fresh) at->second = std::min(at->second, instance.files.front().first);
     }
   }
   for (const auto& [uid, by_tag] : uses) {

@@ -33,6 +33,7 @@ struct SetObject {
   std::string sop_class, instance, study, series, frame;
   std::string keys[kEntityCount];   // of the entities that it belongs to, "" for none
   std::vector<std::string> values;  // of the attributes that entities have, "" where there is none
+  VX_TRANSFER_SYNTAX syntax = 0;
   std::map<SetReference, std::string> references;  // with the path to the first of its like
 };
 SetObject read_set_object(const DicomFile& file);
@@ -70,7 +71,7 @@ class ObjectSet {
   using Attributes = std::vector<Attribute>;  // those of an entity, in the order of the table
   struct Instance {
     std::string sop_class, study, series, frame;
-    std::vector<std::size_t> files;
+    std::vector<std::pair<std::size_t, VX_TRANSFER_SYNTAX>> files;  // the lowest number first
   };
   struct Use {
     std::size_t file;
