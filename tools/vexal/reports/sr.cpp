@@ -12,6 +12,7 @@
 #include "base/values.h"
 #include "sr_document.h"
 #include "sr_rules.h"
+#include "standard/report_templates.h"
 
 namespace vexal {
 namespace {
@@ -278,11 +279,51 @@ int build(const Args& args, const std::string& path) {
   return kUsage;
 }
 
+// --- Templates ---
+
+std::string choice_text(const ContentChoice& choice) {
+  return choice.text.empty() ? "" : " " + std::string(choice.text);
+}
+
+std::string row_text(const TemplateRow& row) {
+  constexpr const char* kNeeds[] = {"M", "MC", "U"};
+  std::string text(static_cast<std::size_t>(row.level) * 2, ' ');
+  const std::string relationship = report_relationships(row.relationships);
+  text += std::string(row.label) + ": " + relationship + (relationship.empty() ? "" : " ");
+  text += row.types == 0 ? "TID " + std::to_string(row.included)
+                         : report_value_types(row.types) + choice_text(row.concept_name);
+  text += ", " + std::to_string(row.least);
+  if (row.most != row.least)
+    text += row.most == TemplateRow::kUnbounded ? "-n" : "-" + std::to_string(row.most);
+  text += std::string(" ") + kNeeds[row.need];
+  if (!row.condition.text.empty()) text += ", if " + std::string(row.condition.text);
+  if (row.types != 0 && !row.value.text.empty()) text += ":" + choice_text(row.value);
+  for (const auto& [name, value] : row.arguments)
+    text += "; " + std::string(name) + " =" + choice_text(value);
+  return text;
+}
+
+int show_template(const Args&, const std::string& number) {
+  const bool digits =
+      !number.empty() && number.size() < 9 && number.find_first_not_of("0123456789") == std::string::npos;
+  const ContentTemplate* of = digits ? ReportTemplates::get().find(std::stoi(number)) : nullptr;
+  if (of == nullptr) {
+    std::string known;
+    for (const auto& [one, row] : ReportTemplates::get().all()) known += " " + std::to_string(one);
+    complain("sr template %s: there is none of this number; known are%s", number.c_str(), known.c_str());
+    return kUsage;
+  }
+  say("TID %d %s%s", of->number, std::string(of->name).c_str(), of->closed ? ", no other content" : "");
+  for (const TemplateRow& row : of->rows) say("%s", row_text(row).c_str());
+  return kSuccess;
+}
+
 struct Action {
   const char* name;
   int (*run)(const Args& args, const std::string& path);
 };
-constexpr Action kActions[] = {{"show", show}, {"build", build}, {"check", check}, {"table", table}};
+constexpr Action kActions[] = {
+    {"show", show}, {"build", build}, {"check", check}, {"table", table}, {"template", show_template}};
 
 int run(const Args& args) {
   if (args.paths.size() < 2) {
@@ -293,7 +334,7 @@ int run(const Args& args) {
   for (const Action& action : kActions) {
     if (args.paths[0] == action.name) return action.run(args, args.paths[1]);
   }
-  complain("sr %s: show, build, check or table", args.paths[0].c_str());
+  complain("sr %s: show, build, check, table or template", args.paths[0].c_str());
   return kUsage;
 }
 
@@ -307,6 +348,9 @@ const Command kSr = {
     "check    what of the content breaks the rules of its value types and of the report's class\n"
     "table    the measurements as tab-separated values, one a line, with what their group says\n"
     "build    makes a report OUTPUT of JSON as show --json writes it; what is of another form is refused\n"
+    "template the rows that validate judges the content by, of the template of PS3.16 of that number (in the "
+    "place of "
+    "FILE)\n"
     "References are shown, not followed.",
     kOptions,
     run};

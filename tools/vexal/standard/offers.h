@@ -1,3 +1,3 @@
 // What the standard asks for: the headers of this room that others may include.
 #pragma once
-// None: it offers its subcommands alone.
+#include "report_templates.h"

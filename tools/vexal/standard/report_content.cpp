@@ -119,7 +119,7 @@ class ContentChecker {
         add(node, tags::kConceptNameCodeSequence, 0, VX_VALUE_NOT_ALLOWED, 0,
             title_of(slot.row->owner) + " has no room for " + slot_text(slot) +
                 " beside the other items here");
-      check_form(node, slot);
+      check_form(node, slot, level.demands(at));
       accept(node, slot);
     }
   }
@@ -148,15 +148,17 @@ class ContentChecker {
         title_of(owner) + " has no row for it" + (closed ? ", and no room for other content" : ""));
   }
 
-  // Relationship and type of an item that has the concept name of a row.
-  void check_form(std::size_t node, const Slot& slot) {
+  // Relationship and type of an item that has the concept name of a row. Of another type it may be content
+  // beside the template, unless that asks for the row.
+  void check_form(std::size_t node, const Slot& slot, bool demanded) {
     const ContentMatch found = match_slot(nodes_[node], slot);
     if (!found.relationship)
       add(node, tags::kRelationshipType, 1, VX_NOT_ONE_OF_ENUMERATED_VALUES, 0,
           title_of(slot.row->owner) + " has it as " + slot_text(slot));
     if (!found.type)
       add(node, nodes_[node].reference ? tags::kReferencedContentItemIdentifier : tags::kValueType, 1,
-          VX_NOT_ONE_OF_ENUMERATED_VALUES, 0, title_of(slot.row->owner) + " has it as " + slot_text(slot));
+          demanded ? VX_NOT_ONE_OF_ENUMERATED_VALUES : VX_NOT_ONE_OF_DEFINED_TERMS, demanded ? 0 : 1,
+          title_of(slot.row->owner) + " has it as " + slot_text(slot));
   }
 
   // What an item of a row holds; what is below it comes later.

@@ -230,6 +230,7 @@ bool ReportTemplates::read_choice(std::string_view text, ContentChoice& choice) 
 
 // "[only] [no] LABEL[=VALUE]", joined by " and " or by " or ".
 bool ReportTemplates::read_condition(std::string_view text, ContentCondition& condition) {
+  condition.text = text;
   if (text.starts_with("only ")) {
     condition.exclusive = true;
     text.remove_prefix(5);

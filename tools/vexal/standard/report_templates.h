@@ -43,6 +43,7 @@ struct ContentTerm {
 struct ContentCondition {
   std::vector<ContentTerm> terms;
   bool one_is_enough = false;
+  std::string_view text;   // as the table has it
   bool exclusive = false;  // without it the row may not be there either
 };
 
