@@ -273,6 +273,16 @@ def check_template(number, folder):
     return valid, defects
 
 
+def check_rows():
+    """Each row of the table can be read by the program."""
+    for number, (_, rows) in TEMPLATES.items():
+        def count(rows):
+            return sum(1 + count(row.children) for row in rows)
+        shown = run(VEXAL, "sr", "template", str(number)).stdout.decode().splitlines()
+        check(len(shown) == 1 + count(rows), "TID %d: %d lines" % (number, len(shown)))
+    check(run(VEXAL, "sr", "template", "99").returncode == 2, "TID 99")
+
+
 def check_names(folder):
     """Key objects, where rows go by the document title: a title, modifiers, and what is found."""
     modifier = [row for row in TEMPLATES[2010][1][0].children if row.label == "2"][0]
@@ -381,6 +391,7 @@ def check_beside(folder):
 chosen = [int(word) for word in sys.argv[3:] if word.isdigit()]
 with tempfile.TemporaryDirectory() as folder:
     counts = collections.Counter()
+    check_rows()
     check_names(folder)
     for number, (flags, _) in sorted(TEMPLATES.items()):
         if "root" in flags and (not chosen or number in chosen):

@@ -101,7 +101,14 @@ class ContentChecker {
     ContentLevel level(nodes_, parent, rows);
     level.assign(
         [&](std::size_t node, const std::vector<std::size_t>& slots) { return choose(node, rows, slots); });
-    for (std::size_t i = 0; i < rows.slots.size(); ++i) check_row(parent, rows, level, i);
+    // Asked once for each row: an answer may cost a look at all items.
+    std::vector<bool> demanded(rows.slots.size());
+    std::vector<bool> forbidden(rows.slots.size());
+    for (std::size_t i = 0; i < rows.slots.size(); ++i) {
+      demanded[i] = level.demands(i);
+      forbidden[i] = level.forbids(i);
+      if (demanded[i]) check_row(parent, rows.slots[i], level, i);
+    }
     std::vector<std::size_t> seen(rows.slots.size());
     for (std::size_t i = 0; i < nodes_[parent].count; ++i) {
       const std::size_t node = nodes_[parent].first + i;
@@ -115,20 +122,18 @@ class ContentChecker {
         add(node, tags::kConceptNameCodeSequence, 0, VX_TOO_MANY_VALUES, 0,
             title_of(slot.row->owner) + " has room for " + slot_text(slot) + " " + times(slot.most) +
                 ", not " + times(level.count(at)));
-      if (level.forbids(at))
+      if (forbidden[at])
         add(node, tags::kConceptNameCodeSequence, 0, VX_VALUE_NOT_ALLOWED, 0,
             title_of(slot.row->owner) + " has no room for " + slot_text(slot) +
                 " beside the other items here");
-      check_form(node, slot, level.demands(at));
+      check_form(node, slot, demanded[at]);
       accept(node, slot);
     }
   }
 
-  void check_row(std::size_t parent, const Expansion& rows, const ContentLevel& level, std::size_t at) {
-    const Slot& slot = rows.slots[at];
+  void check_row(std::size_t parent, const Slot& slot, const ContentLevel& level, std::size_t at) {
     const std::size_t count = level.count(at);
-    if (count >= slot.row->least || slot.row->need == TemplateRow::kOptional) return;
-    if (!level.demands(at) || level.may_be_untold(at)) return;
+    if (count >= slot.row->least || level.may_be_untold(at)) return;
     const std::string wanted = title_of(slot.row->owner) + " asks for " + slot_text(slot);
     if (count == 0) return add(parent, tags::kContentSequence, 0, VX_REQUIRED_VALUE_MISSING, 0, wanted);
     add(parent, tags::kContentSequence, 0, VX_TOO_FEW_VALUES, 0,

@@ -133,33 +133,29 @@ void ReportTemplates::read_retired(std::string_view text) {
 // Number, "closed" or "open", codes parted by blanks.
 void ReportTemplates::read_groups(std::string_view text) {
   for (std::string_view line; next_line(text, line);) {
-    const std::string whole(line);
     int number = 0;
-    const bool good = to_number(next_cell(line), number);
+    if (!to_number(next_cell(line), number)) continue;
     ContentGroup& group = groups_[number];
-    const std::string_view kind = next_cell(line);
-    group.closed = kind == "closed";
+    group.closed = next_cell(line) == "closed";
     while (!line.empty()) group.codes.push_back(intern(next_part(line, " ")));
     std::sort(group.codes.begin(), group.codes.end());
-    if (!good || (!group.closed && kind != "open") || group.codes.empty()) problems_.push_back(whole);
   }
 }
 
 void ReportTemplates::read_templates(std::string_view text) {
   ContentTemplate* current = nullptr;
   for (std::string_view line; next_line(text, line);) {
-    const std::string whole(line);
     if (line.starts_with("TID\t")) {
       next_cell(line);
       int number = 0;
-      if (!to_number(next_cell(line), number)) problems_.push_back(whole);
+      to_number(next_cell(line), number);
       current = &templates_[number];
       current->number = number;
       current->name = next_cell(line);
       current->closed = line.find("closed") != std::string_view::npos;
       current->root = line.find("root") != std::string_view::npos;
-    } else if (current == nullptr || !read_row(line, *current)) {
-      problems_.push_back(whole);
+    } else if (current != nullptr) {
+      read_row(line, *current);
     }
   }
 }

@@ -89,14 +89,13 @@ class ReportTemplates {
   // Of "SCHEME:VALUE"; a retired code has the number of the one that replaced it. -1: in no table.
   int code(std::string_view scheme, std::string_view value) const;
   const std::map<int, ContentTemplate>& all() const { return templates_; }
-  // Lines of the tables that can not be read, for tests.
-  const std::vector<std::string>& problems() const { return problems_; }
 
  private:
   ReportTemplates();
   void read_retired(std::string_view text);
   void read_groups(std::string_view text);
   void read_templates(std::string_view text);
+  // False: the line is not of the form, and left out.
   bool read_row(std::string_view line, ContentTemplate& into);
   bool read_choice(std::string_view text, ContentChoice& choice);
   bool read_condition(std::string_view text, ContentCondition& condition);
@@ -106,7 +105,6 @@ class ReportTemplates {
   int code_count_ = 0;
   std::unordered_map<int, ContentGroup> groups_;
   std::map<int, ContentTemplate> templates_;
-  std::vector<std::string> problems_;
 };
 
 // A designator of codes that others have replaced.
