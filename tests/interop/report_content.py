@@ -361,7 +361,7 @@ def check_judge(number, judge, folder, differences, used):
         check(explained("valid", template, row, text), "%d: valid here: TID %s %s: %s" % (number, template, row, text))
     def told_of(row, found):
         return any(row_code == row.concept.split(" ")[0].split(":")[1] for template, row_code, text in found if (template, row_code, text) not in valid)
-    both = 0
+    both = total = 0
     for kind in STATUSES:
         root, rows = with_defects(number, kind)
         found = judge.findings(write(path, report(number, root)))
@@ -370,9 +370,9 @@ def check_judge(number, judge, folder, differences, used):
             told = told_of(row, found)
             known = not told and explained(kind, str(row.owner), row.concept.split(" ")[0], "")
             told = told or not known and told_of(row, judge.findings(write(path, report(number, with_defects(number, kind, row)[0]))))
-            both += told
+            both, total = both + told, total + 1
             check(told or known, "%d: %s: not found by pixelmed: TID %d %s" % (number, kind, row.owner, row.concept))
-    return both
+    print("TID %d: %d of %d defects found by pixelmed too" % (number, both, total), flush=True)
 
 
 def check_beside(folder):
@@ -382,7 +382,7 @@ def check_beside(folder):
     differences, used = [line.split("\t") for line in read(os.path.join(HERE, "report_differences.tsv")).decode().splitlines() if line[0] != "#"], set()
     judge = Judge()
     for number in (10011, 10001, 1500):
-        print("TID %d: %d defects found by pixelmed too" % (number, check_judge(number, judge, folder, differences, used)), flush=True)
+        check_judge(number, judge, folder, differences, used)
     judge.end()
     for row in differences:
         check(tuple(row) in used, "a row that explains nothing: " + " ".join(row))
