@@ -10,6 +10,7 @@
 #include "archive/identifier.h"
 #include "archive/key_match.h"
 #include "archive/worklist.h"
+#include "base/embedded.h"
 #include "base/names.h"
 #include "base/tag_path.h"
 #include "base/values.h"
@@ -290,6 +291,14 @@ TEST_F(CatalogTest, WorklistEntriesMatchByTheirSteps) {
     EXPECT_EQ(steps, row.steps) << row.name << row.step;
     VX_Free_Message(&identifier);
   }
+}
+
+// Other threads read the record while its tables are asked for again.
+TEST(Embedded, TheConfigurationIsMadeOnce) {
+  ConfigRecord* record = embedded_config();
+  const char* const before = std::exchange(record->string_values[VX_CFG_LARGE_DATA_STORE], "FILE");
+  EXPECT_EQ(embedded_config(), record);
+  EXPECT_STREQ(std::exchange(record->string_values[VX_CFG_LARGE_DATA_STORE], before), "FILE");
 }
 
 }  // namespace

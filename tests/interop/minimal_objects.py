@@ -18,6 +18,7 @@ from made import Writer, meta
 DATA = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "data")
 MISSING = 4073  # status: a required attribute is not there
 NOT_STORED = "1.2.840.10008.1.3.10"  # a directory is no instance
+FEW, OTHER = 4082, 4068  # too few values or items, none of the enumerated values
 ROUNDS = 60
 
 SOP_CLASS, ROWS, COLUMNS, ALLOCATED, STORED, HIGH_BIT, PIXELS, SAMPLES_PER_PIXEL = (
@@ -27,9 +28,16 @@ TEXTS = {"AS": "030Y", "DA": "20240131", "DT": "20240131101010", "TM": "101010",
          "DS": "1", "IS": "1"}
 NUMBERS = {"US": "H", "SS": "h", "UL": "I", "SL": "i", "FL": "f", "FD": "d"}
 BULK = {"OF": 4, "OL": 4, "OD": 8, "OV": 8, "UV": 8, "SV": 8}
-DIRECTIONS = {0x00200037: [1, 0, 0, 0, 1, 0], 0x00189089: [1, 0, 0], 0x00189090: [1, 0, 0]}
+# What agrees with other attributes, or is no thing without meaning.
+FITTING = {
+    0x00200037: [1, 0, 0, 0, 1, 0], 0x00480102: [1, 0, 0, 0, 1, 0], 0x00189089: [1, 0, 0], 0x00189090: [1, 0, 0],
+    0x00189105: [1, 0, 0], 0x00200020: ["A", "F"], 0x00280034: [1, 2], 0x00281052: [0], 0x00700052: [1, 1], 0x00700053: [2, 2],
+    0x00209165: [0x00209056], 0x00209167: [0x00209111], 0x00280009: [0x00181063],  # stack, frame content, frame time
+    0x00281101: [2, 0, 8], 0x00281102: [2, 0, 8], 0x00281103: [2, 0, 8], 0x00283002: [1, 0, 16], 0x00283006: [0xFFFF], 0x00189410: ["UNDEFINED"]}
+LUT_DATA = (0x00281201, 0x00281202, 0x00281203, 0x00283006)
+PREFERRED = ("ORIGINAL", "MONOCHROME2", "8", "16")
 # Colour asks for palettes and the like, which other tests have.
-AVOIDED = re.compile("COLOR|MIXED|PALETTE COLOR|A?RGB|YBR_.*")
+AVOIDED = re.compile("COLOR|MIXED|PALETTE COLOR|A?RGB|YBR_.*|XYB")
 
 
 class Rule:
@@ -98,11 +106,28 @@ class Rules:
 
     def add(self, node, rule):
         if rule.vr == "SQ":
-            item = Node(self.blocks.get(("item", rule.items[0]), {}) if rule.items else {})
-            node.attributes[rule.tag] = [] if rule.type[0] == "2" else [item]
-            self.fill(item)
+            node.attributes[rule.tag] = []
+            if rule.type[0] != "2":
+                self.add_item(node, rule)
         else:
             node.attributes[rule.tag] = b"" if rule.type[0] == "2" else value_of(rule)
+
+    def add_more(self, node, rule):
+        """Another item or value."""
+        if rule.vr == "SQ":
+            self.add_item(node, rule)
+        else:
+            node.attributes[rule.tag] += b"\\NONE"
+
+    def derive(self, node, rule):
+        """Of classes that hold no original images.."""
+        if rule.tag in FRAME_TYPES:
+            node.attributes[rule.tag] = b"DERIVED\\PRIMARY"
+
+    def add_item(self, node, rule):
+        item = Node(self.blocks.get(("item", rule.items[0]), {}) if rule.items else {})
+        node.attributes[rule.tag].append(item)
+        self.fill(item)
 
     def reach(self, node, path):
         """The node that a path of a finding leads to, and the rule of its last attribute."""
@@ -116,26 +141,24 @@ class Rules:
 
 def listed_value(rule, number):
     values = rule.lists.get(number if rule.lists.keys() - {1} else 1, [])
-    return next((v for v in values if v == "ORIGINAL"), next((v for v in values if not AVOIDED.fullmatch(v)), values[0] if values else None))
+    chosen = [v for v in PREFERRED if v in values] + [v for v in values if not AVOIDED.fullmatch(v)] + values
+    return chosen[0] if chosen else None
 
 
 def value_of(rule):
     """A value that fits the VR, the multiplicity and the lists."""
-    count = max([1, rule.low, *rule.lists])
-    if rule.tag in FRAME_TYPES:
-        count = 4
-    count = min(count, rule.high)
+    count = min(max([1, rule.low, *rule.lists]), rule.high)
     listed = [listed_value(rule, number) for number in range(1, count + 1)]
     if rule.tag in FRAME_TYPES:
-        listed = [v or other for v, other in zip(listed, ("ORIGINAL", "PRIMARY", "OTHER", "OTHER"))]
-    if rule.tag in DIRECTIONS:
-        listed = DIRECTIONS[rule.tag]
+        listed = [v or other for v, other in zip(listed, ("ORIGINAL", "PRIMARY", "VOLUME", "NONE"))]
+    elif not rule.lists:
+        listed = FITTING.get(rule.tag, listed)
     if rule.vr in NUMBERS:
         return b"".join(struct.pack("<" + NUMBERS[rule.vr], (float if rule.vr[0] == "F" else int)(1 if v is None else v)) for v in listed)
     if rule.vr == "AT":
-        return struct.pack("<HH", 8, 0x18) * count
+        return b"".join(struct.pack("<HH", *divmod(int(v or 0x00080018), 0x10000)) for v in listed)
     if rule.vr in BULK or rule.vr in ("OB", "OW", "UN"):
-        return bytes(BULK.get(rule.vr, 2))
+        return b"\xFF\xFF" if rule.tag in LUT_DATA else bytes(BULK.get(rule.vr, 2))
     other = "1.2.3.%d" % rule.tag if rule.vr == "UI" else TEXTS.get(rule.vr, "A")
     return "\\".join(str(other if v is None else v) for v in listed).encode()
 
@@ -150,7 +173,7 @@ def agree(node):
     number = lambda tag, other: struct.unpack("<H", values[tag])[0] if values.get(tag) else other
     if ALLOCATED in values and STORED in values:
         stored = number(STORED, 1)
-        if STORED not in node.block or not node.block[STORED].lists:
+        if str(number(ALLOCATED, 8)) in node.block[STORED].lists.get(1, [str(number(ALLOCATED, 8))]):
             stored = number(ALLOCATED, 8)
         values[STORED] = struct.pack("<H", stored)
         if HIGH_BIT in values:
@@ -177,8 +200,9 @@ def encode(node, left_out=None):
 
 def findings_of(folder):
     """Errors by name of the file."""
-    found = {}
-    for line in run(VEXAL, "validate", "--json", "--level", "errors", folder, timeout=600).stdout.decode().splitlines():
+    found, result = {}, run(VEXAL, "validate", "--json", "--level", "errors", folder, timeout=600)
+    check(result.returncode in (0, 1), "validate ends with %d: %s" % (result.returncode, result.stderr[-300:]))
+    for line in result.stdout.decode().splitlines():
         entry = json.loads(line)
         if "file" in entry:
             found[os.path.basename(entry["file"])[:-4]] = entry["findings"]
@@ -212,9 +236,10 @@ def build_all(rules, folder, chosen=()):
             touched = set()  # objects, where one attribute may settle others, and tags that conditions of others name
             for finding in findings:
                 node, rule = rules.reach(objects[name][1], finding["path"])
-                if finding["status"] == MISSING and rule is not None and node not in touched and not touched & named_in(finding):
+                mend = {MISSING: rules.add, FEW: rules.add_more, OTHER: rules.derive}.get(finding["status"])
+                if mend and rule and node not in touched and not touched & named_in(finding):
                     touched |= {node, rule.tag}
-                    rules.add(node, rule)
+                    mend(node, rule)
                     open_names.add(name)
         if not open_names:
             break

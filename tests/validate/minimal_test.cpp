@@ -95,7 +95,8 @@ int32_t stored(const vx::ValidValueObj& entry) {
 
 VX_STATUS set_number(int32_t id, const vx::TagObj& rule, const vx::ValidValueObj* listed, bool first) {
   if (rule.VR == VX_VR_AT) {
-    return (first ? VX_Set_Value_From_ULongInt : VX_Set_Next_Value_From_ULongInt)(id, rule.Tag, 0x00080018);
+    const uint32_t tag = listed != nullptr ? static_cast<uint32_t>(stored<int32_t>(*listed)) : 0x00080018;
+    return (first ? VX_Set_Value_From_ULongInt : VX_Set_Next_Value_From_ULongInt)(id, rule.Tag, tag);
   }
   int32_t value = 1;
   if (listed != nullptr) {

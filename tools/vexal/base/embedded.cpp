@@ -27,10 +27,14 @@ std::string find_templates() {
 }  // namespace
 
 ConfigRecord* embedded_config() {
-  static const std::string templates = find_templates();
-  ConfigRecord* record = vexal_embedded_config();
-  record->string_values[VX_CFG_MSG_INFO_FILE] = templates.c_str();
-  record->string_values[VX_CFG_TEMP_FILE_DIRECTORY] = "/tmp";
+  // Filled once: the library works with this record, in all threads, when its tables are asked for again.
+  static ConfigRecord* const record = [] {
+    static const std::string templates = find_templates();
+    ConfigRecord* made = vexal_embedded_config();
+    made->string_values[VX_CFG_MSG_INFO_FILE] = templates.c_str();
+    made->string_values[VX_CFG_TEMP_FILE_DIRECTORY] = "/tmp";
+    return made;
+  }();
   return record;
 }
 

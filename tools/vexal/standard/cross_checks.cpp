@@ -36,10 +36,25 @@ constexpr std::string_view kPresentationStates = "1.2.840.10008.5.1.4.1.1.11.";
 constexpr std::string_view kSingleFrame[] = {"1",      "1.1",    "1.1.1",  "1.2", "1.2.1", "1.3",
                                              "1.3.1",  "2",      "4",      "6.1", "7",     "77.1.1",
                                              "77.1.2", "77.1.3", "77.1.4", "128"};
-constexpr std::string_view kPrimaryOnly[] = {"2.1", "2.2",   "4.1",    "4.2",    "4.3",   "4.4",
-                                             "130", "128.1", "13.1.1", "13.1.2", "13.1.3"};
+constexpr std::string_view kPrimaryOnly[] = {"2.1",   "2.2",    "4.1",    "4.2",    "4.3",  "4.4",  "130",
+                                             "128.1", "13.1.1", "13.1.2", "13.1.3", "66.4", "66.7", "30"};
+constexpr std::string_view kThreeValues[] = {"2", "4", "12.1", "12.2", "481.1"};  // of Image Type
+constexpr std::string_view kFourValues[] = {"2.1",    "4.1",    "4.3",  "6.2",  "12.1.1", "12.2.1", "13.1.1",
+                                            "13.1.2", "13.1.3", "14.1", "14.2", "20",     "30",     "130"};
+constexpr std::string_view kDerivedOnly[] = {"66.4", "66.7", "30"};
 constexpr std::string_view kSegmentations[] = {"66.4", "66.5", "66.7"};
 constexpr std::string_view kAlwaysWithRatio[] = {"81.1", "82.1"};  // the ratio of pixels is of type 1
+
+// Values that go through as they are: no other intercept and slope than 0 and 1, or no other intercept.
+constexpr std::string_view kIdentityRescale[] = {"1.1", "1.1.1", "1.2", "1.2.1",  "1.3",    "1.3.1",
+                                                 "6.2", "7.2",   "30",  "13.1.3", "13.1.4", "13.1.5"};
+constexpr std::string_view kZeroIntercept[] = {"128"};
+// X-ray images whose shape of the presentation LUT follows from what their pixels stand for.
+constexpr std::string_view kShapeOfPixels[] = {"1.1",   "1.1.1",  "1.2",    "1.2.1",  "1.3",
+                                               "1.3.1", "12.1.1", "12.2.1", "13.1.4", "13.1.5"};
+
+// Sequences that are nothing with a single item.
+constexpr uint32_t kTwoItems[] = {0x00700402, 0x30080160, 0x300A0111, 0x300A02D0, 0x300A03A8};
 
 // What pixels may stand for in the syntaxes that say so (PS3.5 section 8.2).
 constexpr struct {
@@ -190,6 +205,7 @@ class Checker {
     if (!query_) {
       lookup_table(id);
       directions(id);
+      output_values(id);
       reference(id);
       sizes(id);
       if (is_present(id, tags::kPixelData)) pixels(id);
@@ -208,6 +224,8 @@ class Checker {
       const std::vector<int32_t> items = sequence_items(id, tag);
       if (items.size() > 1 && !query_ && contains(kSingleItem, tag))
         add(id, tag, VX_TOO_MANY_VALUES, std::to_string(items.size()) + " items where there is one");
+      if (items.size() == 1 && !query_ && contains(kTwoItems, tag))
+        add(id, tag, VX_TOO_FEW_VALUES, "one item where there are two or more");
       for (const int32_t item : items) object(item, charset_named || names_charset(item));
     } else if (vr == VX_VR_UI || (vr == VX_VR_DA && !query_) || (has_charset(vr) && !charset_named)) {
       text_values(id, tag, vr, count);
@@ -254,6 +272,8 @@ class Checker {
     for (const auto& pair : kPairs) {
       const std::string meta = text_of(root, pair.meta);
       const std::string own = text_of(root, pair.own);
+      if (meta.empty())
+        add(root, pair.meta, VX_REQUIRED_ATTRIBUTE_MISSING, "type 1 of the file meta information");
       if (meta.empty() || meta == own) continue;
       add(root, pair.meta, VX_INCOMPATIBLE_VALUE,
           "the data set has " + (own.empty() ? "no " + describe_tag(pair.own) : own));
@@ -276,15 +296,6 @@ class Checker {
   // Values 1 and 2 are the same for all images (PS3.3 section C.7.6.1.1.2); some classes ask for more of
   // them.
   void image_type(int32_t root) {
-    constexpr struct {
-      std::string_view sop_class;
-      int32_t values;
-    } kCounts[] = {{"1.2.840.10008.5.1.4.1.1.2", 3},     {"1.2.840.10008.5.1.4.1.1.4", 3},
-                   {"1.2.840.10008.5.1.4.1.1.12.1", 3},  {"1.2.840.10008.5.1.4.1.1.12.2", 3},
-                   {"1.2.840.10008.5.1.4.1.1.20", 4},    {"1.2.840.10008.5.1.4.1.1.481.1", 3},
-                   {"1.2.840.10008.5.1.4.1.1.2.1", 4},   {"1.2.840.10008.5.1.4.1.1.4.1", 4},
-                   {"1.2.840.10008.5.1.4.1.1.4.3", 4},   {"1.2.840.10008.5.1.4.1.1.130", 4},
-                   {"1.2.840.10008.5.1.4.1.1.13.1.3", 4}};
     std::vector<TextValue> values;
     int32_t count = 0;
     if (VX_Get_Value_Count(root, tags::kImageType, &count) != VX_NORMAL_COMPLETION ||
@@ -298,12 +309,13 @@ class Checker {
         !values[1].bytes.empty())
       add(root, tags::kImageType, VX_NOT_ONE_OF_ENUMERATED_VALUES, "PRIMARY | SECONDARY", 2);
     const std::string sop_class = text_of(root, tags::kSOPClassUID);
+    if (kind != "DERIVED" && !kind.empty() && is_class(sop_class, kDerivedOnly))
+      add(root, tags::kImageType, VX_NOT_ONE_OF_ENUMERATED_VALUES, "DERIVED", 1);
     if (count > 1 && values[1].bytes == "SECONDARY" && is_class(sop_class, kPrimaryOnly))
       add(root, tags::kImageType, VX_NOT_ONE_OF_ENUMERATED_VALUES, "PRIMARY", 2);
-    for (const auto& row : kCounts) {
-      if (row.sop_class == sop_class && count < row.values)
-        add(root, tags::kImageType, VX_TOO_FEW_VALUES, std::to_string(row.values) + " values in this class");
-    }
+    const int32_t wanted = is_class(sop_class, kFourValues) ? 4 : is_class(sop_class, kThreeValues) ? 3 : 0;
+    if (count < wanted)
+      add(root, tags::kImageType, VX_TOO_FEW_VALUES, std::to_string(wanted) + " values in this class");
   }
 
   void frames(int32_t root) {
@@ -491,6 +503,10 @@ class Checker {
                    {tags::kBluePaletteColorLookupTableDescriptor, tags::kBluePaletteColorLookupTableData}};
     for (const auto& table : kTables) {
       const std::vector<double> described = numbers_of(id, table.descriptor, 3);
+      const bool palette = table.descriptor != tags::kLUTDescriptor;
+      if (described.size() == 3 &&
+          (palette ? described[2] != 8 && described[2] != 16 : described[2] < 8 || described[2] > 16))
+        add(id, table.descriptor, VX_NOT_ONE_OF_ENUMERATED_VALUES, palette ? "8 | 16" : "8 to 16", 3);
       uint64_t length = 0;
       if (described.size() != 3 || !is_present(id, table.data) || !table_length(id, table.data, length))
         continue;
@@ -516,12 +532,39 @@ class Checker {
     return length_of(id, tag, length);
   }
 
+  // Where the class leaves no choice (PS3.3 sections C.8.11.3, C.8.9.4, C.7.6.16.2.9).
+  void output_values(int32_t id) {
+    const std::string sop_class = text_of(file_.id(), tags::kSOPClassUID);
+    const auto fixed = [&](uint32_t tag, double wanted) {
+      if (!is_present(id, tag)) return;
+      const std::vector<double> value = numbers_of(id, tag, 1);
+      if (!value.empty() && value[0] != wanted)
+        add(id, tag, VX_NOT_ONE_OF_ENUMERATED_VALUES, wanted == 0 ? "0" : "1", 1);
+    };
+    const bool identity = is_class(sop_class, kIdentityRescale);
+    if (identity || is_class(sop_class, kZeroIntercept)) fixed(tags::kRescaleIntercept, 0);
+    if (identity) fixed(tags::kRescaleSlope, 1);
+    if (id != file_.id() || !is_class(sop_class, kShapeOfPixels)) return;
+    const std::string shape = text_of(id, tags::kPresentationLUTShape);
+    const std::string pixels = text_of(id, tags::kPhotometricInterpretation);
+    if ((shape == "IDENTITY" && pixels == "MONOCHROME1") || (shape == "INVERSE" && pixels == "MONOCHROME2"))
+      add(id, tags::kPresentationLUTShape, VX_NOT_ONE_OF_ENUMERATED_VALUES,
+          std::string(shape == "INVERSE" ? "IDENTITY" : "INVERSE") + " for " + pixels, 1);
+  }
+
   // ---- Geometry ----
 
   void directions(int32_t id) {
     constexpr double kTolerance = 0.01;
-    for (const uint32_t tag : {tags::kImageOrientationPatient, tags::kDiffusionGradientOrientation,
-                               tags::kVelocityEncodingDirection}) {
+    if (is_present(id, tags::kPatientOrientation)) {
+      std::vector<TextValue> ways;
+      read_texts(id, tags::kPatientOrientation, 2, false, ways);
+      if (ways.size() == 2 && ways[0].bytes == ways[1].bytes && !ways[0].bytes.empty())
+        add(id, tags::kPatientOrientation, VX_INCOMPATIBLE_VALUE, "rows and columns point the same way");
+    }
+    for (const uint32_t tag :
+         {tags::kImageOrientationPatient, tags::kImageOrientationSlide, tags::kSlabOrientation,
+          tags::kDiffusionGradientOrientation, tags::kVelocityEncodingDirection}) {
       if (!is_present(id, tag)) continue;
       const std::vector<double> v = numbers_of(id, tag, 6);
       for (std::size_t i = 0; i + 3 <= v.size(); i += 3) {
