@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """What vexal validate finds, beside what dciodvfy finds: in the valid samples, in an object of each storage class
-that has nothing but its SOP class and so misses all that the class demands, and in one that has just that.
+that has nothing but its SOP class and so misses all that the class demands, in one that has just that, and in what public
+programs write.
 
 usage: validators.py VEXAL SAMPLES VXDATA MESSAGE-INFO-FILE [--list]
 Compares errors place by place and class by class. It fails when vexal finds less than 97 % of what dciodvfy reports or, in
-the last ones, in which vexal finds nothing, where dciodvfy reports more than one an object; and for each error of vexal
+objects in which vexal finds nothing, where dciodvfy reports more than one an object; and for each error of vexal
 that dciodvfy does not have unless validator_differences.tsv gives its reason from the standard.
 --list shows every finding that only one of the two has. Exit 77 (skipped) where the samples or dciodvfy are missing.
 """
@@ -19,6 +20,7 @@ import tempfile
 
 from checks import SAMPLES, VEXAL, check, end, files_under, need, read, run, valid_samples, write
 from made import element, meta
+import writers
 from minimal_objects import Rules, build_all
 
 WANTED = 0.97
@@ -166,6 +168,9 @@ with tempfile.TemporaryDirectory() as folder:
 with tempfile.TemporaryDirectory() as folder:
     build_all(Rules(*sys.argv[3:5]), folder)
     compare("minimal objects", files_under(folder), folder, show)
+with tempfile.TemporaryDirectory() as folder:
+    made = writers.objects(folder)
+    compare("objects of public programs", files_under(made), made, show)
 for row in DIFFERENCES:
     check(row[0] == "theirs" or "\t".join(row) in used, "a row that explains nothing: " + " ".join(row[:4]))
 sys.exit(end())

@@ -546,12 +546,15 @@ TEST_F(Program, ValidateComparesValues) {
                              with(0x00280102, "US", number(7));
   const std::string table = number(4) + number(0) + number(16);
   const std::string empty_item("\xFE\xFF\0\xE0\0\0\0\0", 8);
+  const std::string capture("1.2.840.10008.5.1.4.1.1.7\0", 26);
+  constexpr char kMap[] = "1.2.840.10008.5.1.4.1.1.30";
   std::string many = "x";
   for (int i = 1; i < 30000; ++i) many += "\\x";
   const struct {
     const char* what;
     std::string body;
     const char* line;  // of the report
+    const char* other_class = nullptr;
   } rows[] = {
       {"date", with(0x00080020, "DA", "2012-01-01"),
        "\"2012-01-01\": Invalid value for this tag's VR [a date is"},
@@ -575,6 +578,16 @@ TEST_F(Program, ValidateComparesValues) {
        "SamplesPerPixel \"3\": Value not an enumerated value [1]"},
       {"spacing", with(0x00280030, "DS", "1\\0 "), "[is above 0]"},
       {"ratio", with(0x00280034, "IS", "2\\2 "), "[a ratio of 1:1 is not given]"},
+      {"ways", with(0x00200020, "CS", "L\\L "), "[rows and columns point the same way]"},
+      {"a slide's ways", with(0x00480102, "DS", "1\\0\\0\\0\\2\\0 "), "[direction cosines have length 1]"},
+      {"a palette's bits", with(0x00281101, "US", number(4) + number(0) + number(12)), "[8 | 16]"},
+      {"a table's bits", with(0x00283002, "US", number(4) + number(0) + number(7)), "[8 to 16]"},
+      {"one item", with(0x00700402, "SQ", empty_item), "[one item where there are two or more]"},
+      {"an original map", with(0x00080008, "CS", "ORIGINAL\\PRIMARY "), "not an enumerated value [DERIVED]",
+       kMap},
+      {"a map's kind", with(0x00080008, "CS", "DERIVED\\PRIMARY"), "[4 values in this class]", kMap},
+      {"a map's numbers", with(0x00281052, "DS", "1 "),
+       "RescaleIntercept \"1\": Value not an enumerated value [0]", kMap},
       {"species", with(0x00102201, "LO", "Canis lupus "),
        "PatientBreedCodeSequence: Required attribute not in"},
       {"role", with(0x00102298, "CS", "OWNER "), "[type 1C of Patient (C.7-1), only if Responsible Person"},
@@ -589,6 +602,9 @@ TEST_F(Program, ValidateComparesValues) {
   for (const auto& row : rows) {
     std::string file = head + row.body;
     if (row.body.empty()) file.replace(file.rfind("1.2.3.4"), 7, "1.2.3.5");
+    for (std::size_t at = 0;
+         row.other_class != nullptr && (at = file.find(capture, at)) != std::string::npos;)
+      file.replace(at, capture.size(), row.other_class);
     write("v.dcm", file);
     const Outcome outcome = run("validate --level errors " + path("v.dcm"));
     EXPECT_EQ(outcome.exit, 1) << row.what << outcome.out;

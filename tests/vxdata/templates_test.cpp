@@ -59,8 +59,11 @@ TEST_F(Templates, ModulesAreMergedByTheRulesOfUsage) {
        "module\ta\n0008,0060\t1\tModality\n0028,0010\t1C\tRows\t?A00080060_NOT_PRESENT\n" + message +
            "use\ta\tU\n",
        "0008,0060\t1C\tModality" + allowed + "0028,0010\t1C\tRows" + allowed},
-      {"the stricter type wins", one + message + "use\ta\tU\n0008,0060\t2\tModality\n0028,0010\t3\tRows\n",
-       "0008,0060\t2\tModality\n0028,0010\t2C\tRows" + allowed},
+      {"the stricter type wins", one + message + "use\ta\tM\n0008,0060\t2\tModality\n0028,0010\t3\tRows\n",
+       "0008,0060\t1\tModality\n0028,0010\t2\tRows\n"},
+      {"a module that need not be there demands no values of what is there anyway",
+       one + message + "0008,0060\t2\tModality\nuse\ta\tU\n0028,0010\t3\tRows\n",
+       "0008,0060\t2\tModality\n0028,0010\t3\tRows\n"},
       {"2 is stricter than 1C",
        "module\ta\n0028,0010\t1C\tRows\n" + message + "use\ta\tM\n0028,0010\t2\tRows\n",
        "0028,0010\t2\tRows\n"},

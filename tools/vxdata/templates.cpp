@@ -166,7 +166,14 @@ void take_type(Attribute& into, const Attribute& from) {
 // `choice`: the attribute comes from a module that need not be there.
 void merge(Attribute& into, const Attribute& from, bool choice) {
   take_values(into, from, choice);
-  if (into.overrules && !from.overrules) return;
+  // What only a module demands that need not be there does not count beside one that is there.
+  if ((into.overrules && !from.overrules) || (from.lowered && !into.lowered)) return;
+  if (into.lowered && !from.lowered && !from.overrules) {
+    take_type(into, from);
+    into.condition = from.condition;
+    into.may = from.may;
+    return;
+  }
   if (from.overrules) {
     take_type(into, from);
     into.condition = from.condition;
