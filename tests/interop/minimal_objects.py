@@ -120,7 +120,9 @@ class Rules:
             node.attributes[rule.tag] += b"\\NONE"
 
     def derive(self, node, rule):
-        """Of classes that hold no original images.."""
+        """What classes of derived images, or of masks of one bit, ask for."""
+        if rule.tag == ALLOCATED:
+            node.attributes[ALLOCATED] = struct.pack("<H", 1)
         if rule.tag in FRAME_TYPES:
             node.attributes[rule.tag] = b"DERIVED\\PRIMARY"
 

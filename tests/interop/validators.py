@@ -4,9 +4,10 @@ that has nothing but its SOP class and so misses all that the class demands, in 
 programs write.
 
 usage: validators.py VEXAL SAMPLES VXDATA MESSAGE-INFO-FILE [--list]
-Compares errors place by place and class by class. It fails when vexal finds less than 97 % of what dciodvfy reports or, in
-objects in which vexal finds nothing, where dciodvfy reports more than one an object; and for each error of vexal
-that dciodvfy does not have unless validator_differences.tsv gives its reason from the standard.
+Compares errors place by place and class by class. It fails when vexal finds less than 97 % of what dciodvfy reports, or
+95 % in what public programs write, or where in objects in which vexal finds nothing dciodvfy reports more than one an
+object; and for each error of vexal that dciodvfy does not have unless validator_differences.tsv gives its reason from
+the standard.
 --list shows every finding that only one of the two has. Exit 77 (skipped) where the samples or dciodvfy are missing.
 """
 import collections
@@ -119,7 +120,7 @@ def bare_objects(folder):
             yield write(os.path.join(folder, name + ".dcm"), meta(uid, "1.2.3.4") + element(0x00080016, "UI", uid) + element(0x00080018, "UI", "1.2.3.4"))
 
 
-def compare(title, paths, folder, show):
+def compare(title, paths, folder, show, wanted=WANTED):
     """Prints the agreement, which has to be good enough."""
     mine = ours(paths)
     counts = collections.defaultdict(collections.Counter)
@@ -155,7 +156,7 @@ def compare(title, paths, folder, show):
         print("%-28s %4d of dciodvfy's %4d found (%.1f %%), %d more" % (
             kind, both, both + only_theirs, 100.0 * both / (both + only_theirs), counts[kind]["ours"]))
     both, only_theirs = counts["all"]["both"], counts["all"]["theirs"]
-    good = both >= WANTED * (both + only_theirs) if both else only_theirs <= sum(counts["files"].values())
+    good = both >= wanted * (both + only_theirs) if both else only_theirs <= sum(counts["files"].values())
     check(counts["files"] and good, title + ": less than what is wanted")
 
 
@@ -170,7 +171,7 @@ with tempfile.TemporaryDirectory() as folder:
     compare("minimal objects", files_under(folder), folder, show)
 with tempfile.TemporaryDirectory() as folder:
     made = writers.objects(folder)
-    compare("objects of public programs", files_under(made), made, show)
+    compare("objects of public programs", files_under(made), made, show, 0.95)
 for row in DIFFERENCES:
     check(row[0] == "theirs" or "\t".join(row) in used, "a row that explains nothing: " + " ".join(row[:4]))
 sys.exit(end())

@@ -586,6 +586,8 @@ TEST_F(Program, ValidateComparesValues) {
       {"an original map", with(0x00080008, "CS", "ORIGINAL\\PRIMARY "), "not an enumerated value [DERIVED]",
        kMap},
       {"a map's kind", with(0x00080008, "CS", "DERIVED\\PRIMARY"), "[4 values in this class]", kMap},
+      {"a mask of bytes", pixels + with(0x00620001, "CS", "BINARY"),
+       "BitsAllocated \"8\": Value not an enumerated value [1]"},
       {"a map's numbers", with(0x00281052, "DS", "1 "),
        "RescaleIntercept \"1\": Value not an enumerated value [0]", kMap},
       {"species", with(0x00102201, "LO", "Canis lupus "),

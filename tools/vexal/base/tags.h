@@ -189,6 +189,7 @@ inline constexpr uint32_t kGraphicType = 0x00700023U;
 inline constexpr uint32_t kIconImageSequence = 0x00880200U;
 inline constexpr uint32_t kImageOrientationSlide = 0x00480102U;
 inline constexpr uint32_t kSlabOrientation = 0x00189105U;
+inline constexpr uint32_t kSegmentationType = 0x00620001U;
 inline constexpr uint32_t kPresentationLUTShape = 0x20500020U;
 inline constexpr uint32_t kReferencedFrameOfReferenceUID = 0x30060024U;
 inline constexpr uint32_t kSharedFunctionalGroupsSequence = 0x52009229U;

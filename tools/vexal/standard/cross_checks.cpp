@@ -544,7 +544,9 @@ class Checker {
     const bool identity = is_class(sop_class, kIdentityRescale);
     if (identity || is_class(sop_class, kZeroIntercept)) fixed(tags::kRescaleIntercept, 0);
     if (identity) fixed(tags::kRescaleSlope, 1);
-    if (id != file_.id() || !is_class(sop_class, kShapeOfPixels)) return;
+    if (id != file_.id()) return;
+    if (text_of(id, tags::kSegmentationType) == "BINARY") fixed(tags::kBitsAllocated, 1);
+    if (!is_class(sop_class, kShapeOfPixels)) return;
     const std::string shape = text_of(id, tags::kPresentationLUTShape);
     const std::string pixels = text_of(id, tags::kPhotometricInterpretation);
     if ((shape == "IDENTITY" && pixels == "MONOCHROME1") || (shape == "INVERSE" && pixels == "MONOCHROME2"))
