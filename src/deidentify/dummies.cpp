@@ -81,9 +81,14 @@ VX_STATUS set_empty(MsgObj& object, TagObj& attribute) {
   return append_null(attribute);
 }
 
+VX_STATUS put_text(MsgObj& object, TagObj& attribute, std::string_view text, bool first) {
+  const VX_STATUS status = set_text(object, attribute, text, first, nullptr);
+  return status == VX_SYSTEM_ERROR || status == VX_TEMP_FILE_ERROR ? status : kOk;
+}
+
 VX_STATUS replace_text(MsgObj& object, TagObj& attribute, std::string_view text) {
   clear_value(object, attribute, false, true);
-  return set_text(object, attribute, text, true, nullptr);
+  return put_text(object, attribute, text, true);
 }
 
 VX_STATUS set_dummy(MsgObj& object, TagObj& attribute, const TagObj* rules) {
@@ -102,7 +107,7 @@ VX_STATUS set_dummy(MsgObj& object, TagObj& attribute, const TagObj* rules) {
     if (is_text_vr(attribute.VR)) {
       const std::string_view text = listed != nullptr ? std::string_view(listed->Value, listed->Length)
                                                       : std::string_view(dummy_text(attribute.VR));
-      status = set_text(object, attribute, text, number == 1, nullptr);
+      status = put_text(object, attribute, text, number == 1);
     } else {
       const char zero[8] = {};
       status = store_value(object, attribute, listed != nullptr ? listed->Value : zero,

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,7 +16,6 @@
 #include "frame/log.h"
 #include "frame/text.h"
 #include "model/attributes.h"
-#include "model/convert.h"
 #include "model/deferred.h"
 #include "model/dictionary.h"
 #include "model/file_values.h"
@@ -58,6 +56,10 @@ std::string_view first_text(MsgObj& object, uint32_t tag) {
 
 bool has_value(const TagObj& attribute) {
   return attribute.Storage == Stored::ByCallback || attribute.Length != 0;
+}
+
+constexpr bool is_number_text(int32_t vr) {
+  return vr == VX_VR_DS || vr == VX_VR_IS;
 }
 
 // A number, date or UID that is written in other letters than those of the VR is a text of its own.
@@ -233,9 +235,11 @@ VX_STATUS Walk::items(Level& level, TagObj& attribute, const TagObj* rule, Mode 
       if (status == VX_SYSTEM_ERROR) return status;
       status = kOk;
     }
-    char step[24];
-    std::snprintf(step, sizeof step, "%08X[%d].", attribute.Tag, number++);
-    path_ += step;
+    if (how_.Report != nullptr) {
+      char step[24];
+      std::snprintf(step, sizeof step, "%08X[%d].", attribute.Tag, number++);
+      path_ += step;
+    }
     status = object({item, rules, mode, level.depth + 1, level.patient});
     path_.resize(length);
   }
@@ -312,8 +316,7 @@ VX_STATUS Walk::without_row(Level& level, TagObj& attribute, const TagObj* rule)
   } else if (!stays) {
     const int32_t vr = attribute.VR;
     const bool drawn = level.mode != Mode::Clean && (vr == VX_VR_FL || vr == VX_VR_FD || is_bulk_vr(vr));
-    const bool written =
-        is_text_vr(vr) && vr != VX_VR_CS && vr != VX_VR_DS && vr != VX_VR_IS && vr != VX_VR_UI;
+    const bool written = is_text_vr(vr) && vr != VX_VR_CS && vr != VX_VR_UI && !is_number_text(vr);
     stays = !drawn && !written;
   }
   return stays ? kOk : dummy(level, attribute, rule, level.mode);
@@ -410,8 +413,7 @@ VX_STATUS Walk::set_texts(Level& level, TagObj& attribute, Action action,
   if (status != kOk) return status;
   clear_value(level.object, attribute, false, true);
   for (std::size_t i = 0; i < texts.size() && status == kOk; ++i) {
-    status = texts[i].empty() ? append_null(attribute)
-                              : set_text(level.object, attribute, texts[i], i == 0, nullptr);
+    status = texts[i].empty() ? append_null(attribute) : put_text(level.object, attribute, texts[i], i == 0);
   }
   return status;
 }
@@ -483,15 +485,18 @@ VX_STATUS Walk::private_attribute(Level& level, TagObj& attribute) {
 
 // ---- What the object tells of it ----
 
-VX_STATUS put(MsgObj& object, uint32_t tag, std::string_view text, bool first = true) {
+// Anew, whatever of it was there.
+VX_STATUS renew(MsgObj& object, uint32_t tag, TagObj*& attribute) {
   DictInfo known{};
-  TagObj* attribute = find_tag(object, tag);
-  VX_STATUS status = attribute == nullptr ? dictionary_lookup(tag, {}, known) : kOk;
-  if (status == kOk && attribute == nullptr) {
-    status = new_tag(object, tag, known.vr, known.vm_low, known.vm_high, &attribute);
-  }
-  if (status == kOk && first) clear_value(object, *attribute, false, true);
-  return status == kOk ? set_text(object, *attribute, text, first, nullptr) : status;
+  VX_STATUS status = dictionary_lookup(tag, {}, known);
+  if (status == kOk && find_tag(object, tag) != nullptr) status = delete_attribute(object, tag);
+  return status == kOk ? new_tag(object, tag, known.vr, known.vm_low, known.vm_high, &attribute) : status;
+}
+
+VX_STATUS put(MsgObj& object, uint32_t tag, std::string_view text) {
+  TagObj* attribute = nullptr;
+  const VX_STATUS status = renew(object, tag, attribute);
+  return status == kOk ? put_text(object, *attribute, text, true) : status;
 }
 
 VX_STATUS add_method(MsgObj& object, TagObj& sequence, const MethodCode& method) {
@@ -509,17 +514,15 @@ VX_STATUS add_method(MsgObj& object, TagObj& sequence, const MethodCode& method)
 
 VX_STATUS tell(MsgObj& object, uint32_t options) {
   TagObj* sequence = nullptr;
-  VX_STATUS status = new_tag(object, 0x00120064, VX_VR_SQ, 1, 255, &sequence);
-  if (status != kOk && status != VX_TAG_ALREADY_EXISTS) return status;
-  clear_value(object, *sequence, false, true);
-  status = put(object, 0x00120062, "YES");
-  bool first = true;
+  TagObj* texts = nullptr;
+  VX_STATUS status = put(object, 0x00120062, "YES");
+  if (status == kOk) status = renew(object, 0x00120063, texts);
+  if (status == kOk) status = renew(object, 0x00120064, sequence);
   for (const MethodCode& method : kMethods) {
     if (status != kOk) return status;
     if (method.option != 0 && (options & method.option) == 0) continue;
-    status = put(object, 0x00120063, method.meaning, first);
+    status = put_text(object, *texts, method.meaning, texts->ValueCount == 0);
     if (status == kOk) status = add_method(object, *sequence, method);
-    first = false;
   }
   const bool full = (options & VX_RETAIN_FULL_DATES) != 0;
   const bool modified = (options & VX_RETAIN_MODIFIED_DATES) != 0;

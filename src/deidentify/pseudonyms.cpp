@@ -39,6 +39,26 @@ bool number(std::string_view text, int& value) {
          std::from_chars(text.data(), text.data() + text.size(), value).ec == std::errc();
 }
 
+// What a DT says behind its date (PS3.5 section 6.2): time, fraction, zone.
+bool is_time_and_zone(std::string_view text) {
+  const auto digits = [&text](std::size_t most) {
+    std::size_t count = 0;
+    while (count < most && count < text.size() && is_digit(text[count])) ++count;
+    text.remove_prefix(count);
+    return count;
+  };
+  digits(6);
+  if (text.starts_with('.')) {
+    text.remove_prefix(1);
+    if (digits(6) == 0) return false;
+  }
+  if (text.starts_with('+') || text.starts_with('-')) {
+    text.remove_prefix(1);
+    if (digits(4) != 4) return false;
+  }
+  return text.empty();
+}
+
 }  // namespace
 
 std::string Pseudonyms::uid(std::string_view uid) const {
@@ -73,6 +93,7 @@ std::string shifted_date(std::string_view date, int32_t days) {
   const std::size_t end = date.find_first_not_of("0123456789");
   const std::size_t digits = std::min<std::size_t>(end == std::string_view::npos ? date.size() : end, 8);
   int y = 0, m = 7, d = 1;
+  if (!is_time_and_zone(date.substr(digits))) return "";
   if (digits != 4 && digits != 6 && digits != 8) return "";
   if (!number(date.substr(0, 4), y) || (digits > 4 && !number(date.substr(4, 2), m))) return "";
   if (digits == 6) d = 15;

@@ -205,11 +205,14 @@ TEST(ShiftedDate, KeepsItsPrecisionTimeAndZone) {
                 {"2024", "2023", -200},
                 {"20240301101112.123456+0200", "20240229101112.123456+0200", -1},
                 {"20240230", "", -1},
-                {"2024-03-01", "2023-03-01", -366},
+                {"2024-03-01", "", -366},
                 {"SMITH", "", -1},
                 {"", "", -1},
                 {"00010101", "", -1},
-                {"20240301SMITH", "20240229SMITH", -1}};
+                {"20240301SMITH", "", -1},
+                {"20240301101:12+0100", "", -1},
+                {"2024+0200", "2023+0200", -200},
+                {"20240301+02", "", -1}};
   for (const auto& [date, shifted, days] : kCases) EXPECT_EQ(vx::shifted_date(date, days), shifted) << date;
 }
 
@@ -364,6 +367,8 @@ TEST_F(Deidentify, WhatNoRowNamesGoesByItsKind) {
        0x00091001, "47", VX_RETAIN_SAFE_PRIVATE},
       {"00080300*1;00080300/00080301=9", 0x00090010, "(none)", VX_RETAIN_SAFE_PRIVATE},
       {"00100000=47", 0x00100000, "(none)"},
+      {"00080020=20240301;0008002A=20240301101:12", 0x0008002A, "(none)", VX_RETAIN_MODIFIED_DATES},
+      {"00080005=ISO 2022 IR 999;00400280=SECRET", 0x00400280, "ANONYMIZED", VX_CLEAN_DESCRIPTORS},
       {"60020010=8;60023000=x;60024000=SECRET", 0x60020010, "(none)"},
       {"00080060=CT", 0x00080060, "CT"},
       {"00400280=SECRET", 0x00400280, "ANONYMIZED", VX_CLEAN_DESCRIPTORS},

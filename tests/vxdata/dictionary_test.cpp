@@ -155,6 +155,45 @@ TEST(Dictionary, FaultsNameTheirLine) {
   EXPECT_EQ(shop.read("out"), "old") << "a faulty table replaced a good file";
 }
 
+TEST(Confidentiality, FaultsNameTheirLine) {
+  const std::string good = "0008,0050\tZ\tA\nprivate\tX\t-\nscheme DCM\n";
+  const struct {
+    const char* line;
+    const char* reason;
+  } rows[] = {
+      {"0008,0051", "not a tag, an action"},
+      {"0008,0051\tX/Q\tA", "not a tag, an action"},
+      {"0008,0051\tZZ\tA", "not a tag, an action"},
+      {"0008,005\tX\tA", "not a tag"},
+      {"0009,xx51\tX\tA", "not a tag"},
+      {"0008,0050\tX\tA", "the tag has a row already"},
+      {"also 0008,0050\tX\tA", "the tag has a row already"},
+      {"0008,0051\tX\tA\tretain-uids=Q", "unknown option retain-uids=Q"},
+      {"vr QQ\tX\t-", "no such VR"},
+  };
+  const Workshop shop;
+  shop.write("safe", "@ ACME\n0009,xx01\tSpeed\n");
+  shop.write("uids", "1.2.3\tSOP class\tA\n");
+  const std::string command = "confidentiality --safe-private safe --uids uids table -o out";
+  shop.write("table", good);
+  EXPECT_EQ(shop.run(command).exit, 0);
+  const std::string made = shop.read("out");
+  for (const char* part :
+       {"{0x00080050, 0xFFFFFFFF, kMayZ, 0, 0, false}", "{\"ACME\", 0x0009, 0x01}", "\"1.2.3\""})
+    EXPECT_NE(made.find(part), std::string::npos) << part;
+  for (const auto& row : rows) {
+    shop.write("table", good + row.line + "\n");
+    const Outcome outcome = shop.run(command);
+    EXPECT_EQ(outcome.exit, 1) << row.line;
+    EXPECT_NE(outcome.err.find(std::string("table:4: error: ") + row.reason), std::string::npos)
+        << outcome.err;
+  }
+  shop.write("table", good);
+  shop.write("safe", "0009,xx01\tSpeed\n");
+  EXPECT_NE(shop.run(command).err.find("safe:1: error: not a private attribute"), std::string::npos);
+  EXPECT_EQ(shop.read("out"), made);
+}
+
 TEST(Dictionary, DamagedFilesEndInAnError) {
   const Workshop shop;
   shop.write("t", "0008,0016\tUI\t1\tK\tN\n@ ACME\n0009,xx01\tUS\t1\ta\n");

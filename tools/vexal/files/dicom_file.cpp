@@ -211,6 +211,7 @@ VX_STATUS DicomFile::open(const std::string& path, const OpenOptions& options) {
   path_ = path;
   linked_ = false;
   kept_.clear();
+  covered_.clear();
   free_object();
   values_were_lost();  // of another file
   problem_ = source_.open(path);
@@ -400,6 +401,11 @@ VX_STATUS DicomFile::next_piece(int32_t id, uint32_t tag, uint32_t* size, void**
       reader_.end = fragments.end;
       reader_.patches = patches_of(fragments);
     }
+    for (const Patch& patch : covered_) {
+      if (patch.at >= value->offset && patch.at < reader_.end) reader_.patches.push_back(patch);
+    }
+    std::stable_sort(reader_.patches.begin(), reader_.patches.end(),
+                     [](const Patch& a, const Patch& b) { return a.at < b.at; });
     VX_VR vr = VX_VR_OB;
     VX_Get_Attribute_Info(id, tag, &vr, nullptr);
     const bool big = syntax_ == EXPLICIT_BIG_ENDIAN || syntax_ == IMPLICIT_BIG_ENDIAN;
@@ -493,6 +499,11 @@ std::vector<uint64_t> DicomFile::odd_offsets(const Fragments& fragments) {
 }
 
 // Fragments are of even length (PS3.5 section A.4), and a value that its file breaks off has an end.
+void DicomFile::cover(uint64_t offset, std::string bytes) {
+  const auto length = static_cast<uint32_t>(bytes.size());
+  covered_.push_back({offset, length, std::move(bytes)});
+}
+
 std::vector<Patch> DicomFile::patches_of(const Fragments& fragments) const {
   std::vector<Patch> patches;
   const std::vector<uint64_t> odd = odd_offsets(fragments);

@@ -254,6 +254,8 @@ class DicomFile {
   // Brings the Extended Offset Table in line with fragments of odd length, which go out with a byte more: for
   // the object that is about to be written, with the fragments as they lie in the file.
   void prepare_fragments();
+  // Other bytes go out in place of as many of a kept value, from an offset in the file on.
+  void cover(uint64_t offset, std::string bytes);
 
  private:
   struct Reader {  // state of the library reading a kept value back
@@ -298,6 +300,7 @@ class DicomFile {
   std::string problem_;
   FileSource source_;
   std::unordered_map<uint64_t, KeptValue> kept_;
+  std::vector<Patch> covered_;
   Reader reader_;
   std::vector<char> piece_;
 };

@@ -13,6 +13,7 @@
 #include "base/names.h"
 #include "base/tags.h"
 #include "base/values.h"
+#include "comments.h"
 #include "images/recode.h"
 
 namespace vexal {
@@ -201,6 +202,7 @@ std::string Deidentifier::change(DicomFile& file, const Target& target, const Bl
   if (blanked) return blanking_.apply(file, target.syntax, target.beside, target.threads, finish);
   RecodedPixels pixels;
   std::string problem = file.write_fault(target.syntax);
+  if (problem.empty()) problem = cover_comments(file);
   if (problem.empty() && RecodedPixels::needed(file, target.syntax))
     problem = pixels.attach(file, target.syntax, target.threads, RecodedPixels::When::Ahead);
   if (problem.empty() && (!file.has_meta() || file.syntax() != target.syntax) &&

@@ -32,6 +32,14 @@ bool is_directory_name(const fs::path& path) {
   return upper(path.filename().string()) == "DICOMDIR";
 }
 
+// The results must not take the place of the input, nor become the input of the next run.
+bool lies_in(const fs::path& folder, const fs::path& file) {
+  std::error_code error;
+  const fs::path below =
+      fs::weakly_canonical(file, error).lexically_relative(fs::weakly_canonical(folder, error));
+  return !below.empty() && *below.begin() != "..";
+}
+
 // The name of a file in a file-set: eight letters and digits (PS3.10 section 8.2) that follow from its
 // instance.
 std::string file_id(const std::string& instance, unsigned attempt) {
@@ -166,6 +174,11 @@ int Run::make_directory() {
 int Run::work(const std::vector<std::string>& inputs) {
   bool failed = false;
   const std::vector<std::string> files = expand_paths(inputs, failed);
+  for (const std::string& file : files) {
+    if (!lies_in(folder_, file)) continue;
+    complain("%s lies in the folder of the results", file.c_str());
+    return kUsage;
+  }
   file_set_ = std::any_of(files.begin(), files.end(), is_directory_name);
   std::error_code ignored;
   if (file_set_) fs::create_directories(folder_ + "/IMAGES", ignored);
