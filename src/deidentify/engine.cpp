@@ -90,6 +90,8 @@ bool has_letters_of(int32_t vr, const TagObj& attribute) {
   });
 }
 constexpr ConfidentialityRow kNotOfItsKind{0, 0, kMayX | kMayZ | kMayD, 0, 0, false};
+// Of a text that names the patient a neutral one stays, as others may depend on it.
+constexpr ConfidentialityRow kNamesPatient{0, 0, kMayD, 0, 0, false};
 
 // What a sequence that is dealt with as a whole asks of its items, beyond what their own rows say.
 enum class Mode : uint8_t {
@@ -282,7 +284,7 @@ VX_STATUS Walk::attribute(Level& level, TagObj& attribute) {
   if (!fits) return act(level, attribute, rule, kNotOfItsKind, 0);
   const ConfidentialityRow* row = confidentiality_of(tag, attribute.VR);
   if (row != nullptr) return act(level, attribute, rule, *row, how_.Options);
-  if (names_patient(level, attribute)) return act(level, attribute, rule, kNotOfItsKind, 0);
+  if (names_patient(level, attribute)) return act(level, attribute, rule, kNamesPatient, 0);
   return without_row(level, attribute, rule);
 }
 
@@ -328,7 +330,7 @@ VX_STATUS Walk::act(Level& level, TagObj& attribute, const TagObj* rule, const C
   const bool sequence = attribute.VR == VX_VR_SQ;
   switch (action) {
     case Action::Keep:
-      if (names_patient(level, attribute)) return act(level, attribute, rule, kNotOfItsKind, 0);
+      if (names_patient(level, attribute)) return act(level, attribute, rule, kNamesPatient, 0);
       return sequence ? items(level, attribute, rule, Mode::Plain) : kOk;
     case Action::Remove:
       return remove(level, attribute);

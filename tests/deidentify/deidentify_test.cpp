@@ -373,10 +373,10 @@ TEST_F(Deidentify, WhatNoRowNamesGoesByItsKind) {
       {"00080060=CT", 0x00080060, "CT"},
       {"00400280=SECRET", 0x00400280, "ANONYMIZED", VX_CLEAN_DESCRIPTORS},
       // What names the patient is found in other texts; parts of words, short words and public codes are not.
-      {"00100010=Secret^Ann;00281055=so SECRET, no", 0x00281055, "(none)"},
-      {"00100020=AB-47;00281055=of ab-47", 0x00281055, "(none)"},
+      {"00100010=Secret^Ann;00281055=so SECRET, no", 0x00281055, "ANONYMIZED"},
+      {"00100020=AB-47;00281055=of ab-47", 0x00281055, "ANONYMIZED"},
       {"00100010=Insecret^Ann;00281055=Insecretly Ann", 0x00281055, "Insecretly Ann"},
-      {"00100010=SECRET^Ann;00181000=a secret;", 0x00181000, "(none)", VX_RETAIN_DEVICE_IDENTITY},
+      {"00100010=SECRET^Ann;00181000=a secret;", 0x00181000, "ANONYMIZED", VX_RETAIN_DEVICE_IDENTITY},
   };
   for (const auto& each : kCases) {
     SCOPED_TRACE(each.steps);
