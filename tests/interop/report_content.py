@@ -23,7 +23,7 @@ from made import Writer, head, tail
 HERE = os.path.dirname(os.path.abspath(__file__))
 DATA = os.path.join(HERE, "..", "..", "data", "reports")
 JARS = ["/usr/share/java/%s.jar" % name for name in ("pixelmed", "commons-codec", "slf4j-api", "slf4j-nop")]
-CLASSES = {2010: "59", 10001: "67", 10011: "67", 1500: "34", 5200: "33", 4000: "50", 4100: "65"}
+CLASSES = {2010: "59", 10001: "67", 10011: "67", 1500: "34", 5200: "33", 5220: "33", 4000: "50", 4100: "65"}
 OTHER = "99TEST:1 something"
 
 
@@ -67,7 +67,8 @@ GROUPS = {int(cells[0]): (cells[1] == "closed", cells[2].split(" ")) for cells i
 
 class Item:
     def __init__(self, row, relationship, concept, value, shared):
-        self.row, self.relationship, self.type, self.concept, self.value, self.content = row, relationship, row.types[0], concept, value, []
+        self.row, self.type, self.concept, self.value, self.content = row, row.types[0], concept, value, []
+        self.relationship, self.free = relationship or "CONTAINS", not relationship  # free: the tables leave it open
         self.shared = shared  # other rows of the place have its concept name
 
 
@@ -103,19 +104,19 @@ def concepts_at(rows, depth=0):
     return sum((concepts_at(TEMPLATES[row.included][1], depth + 1) if row.included else collections.Counter([row.concept]) for row in rows), collections.Counter())
 
 
-def items_of(rows, arguments, every, relationship="", name="", depth=0, above=None):
+def items_of(rows, arguments, every, relationship="", name="", depth=0, above=None, around=()):
     found = []
     counts = above if above is not None else concepts_at(rows)
     taken = {concept.split(" ")[0] for concept in counts}
     for row in rows:
         wanted = row.need == "M" or row.need == "MC" and holds(row.condition, found, name)
         optional = row.need[0] == "U" and every and (not row.condition.startswith("only ") or holds(row.condition, found, name))
-        if depth > 24 or not (wanted or optional):
-            continue
+        if depth > 24 or not (wanted or optional) or row.included in around:
+            continue  # what may hold itself does so once
         own = row.relationship or relationship
         if row.included:
             passed = {key: arguments.get(value, "") if value.startswith("$") else value for key, value in row.arguments.items()}
-            found += [(row.label, item) for _, item in items_of(TEMPLATES[row.included][1], passed, every, own, name, depth + 1, counts)]
+            found += [(row.label, item) for _, item in items_of(TEMPLATES[row.included][1], passed, every, own, name, depth + 1, counts, around + (row.included,))]
             continue
         if every and counts[row.concept] > 1 and ":" in row.concept and row.need[0] == "U":
             continue  # of rows that share a name, those that have to be there
@@ -126,7 +127,7 @@ def items_of(rows, arguments, every, relationship="", name="", depth=0, above=No
             if concept:
                 taken.add(concept.split(" ")[0])
             item = Item(row, own, concept, one_of(row.value, arguments), counts[row.concept] > 1)
-            item.content = [below for _, below in items_of(row.children, arguments, every, name=concept or "", depth=depth + 1)]
+            item.content = [below for _, below in items_of(row.children, arguments, every, name=concept or "", depth=depth + 1, around=around)]
             found.append((row.label, item))
     return found
 
@@ -211,7 +212,7 @@ def change(parent, index, kind):
     plain = ":" in row.concept and not item.shared
     if kind == "missing" and row.need == "M":
         del parent.content[index]
-    elif kind == "relationship" and plain:
+    elif kind == "relationship" and plain and not item.free:
         item.relationship = "CONTAINS" if item.relationship == "INFERRED FROM" else "INFERRED FROM"
     elif kind == "type" and plain and item.type != "CONTAINER":
         item.type = "TEXT" if "TEXT" not in row.types else "DATE"
