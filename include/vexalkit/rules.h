@@ -58,10 +58,13 @@ VX_API VX_STATUS VX_Get_Rules(const char* Name, uint16_t Command, const RuleObj*
 
 /**
  * Gives the rule of one attribute.
+ * @param Name  a service, or an item type.
+ * @param Command  of the service; 0 for an item type.
  * @param Tag  the attribute; of a repeating group the rule of the first group holds where it has none itself.
  * @param Rule  [out] the rule, which lives as VX_Get_Rules says.
  * @retval VX_INVALID_TAG  there are rules, but none for the tag.
- * @copydetails VX_Get_Rules
+ * @retval VX_NOT_FOUND  no such service, command or item type, or nothing is known of what it holds.
+ * @retval VX_MSGFILE_ERROR  the file can not be read, or is damaged where the rules stand.
  */
 VX_API VX_STATUS VX_Find_Rule(const char* Name, uint16_t Command, uint32_t Tag, const RuleObj** Rule);
 
