@@ -13,18 +13,13 @@ namespace {
 
 constexpr int kMaxShift = 3652;  // ten years
 
-// The number of big-endian bytes in decimal digits.
+// The number of big-endian bytes, 16 at most, in decimal digits.
 std::string decimal(std::string_view bytes) {
-  std::string digits = "0";  // the last one first
-  for (const char byte : bytes) {
-    int carry = static_cast<unsigned char>(byte);
-    for (char& digit : digits) {
-      carry += (digit - '0') * 256;
-      digit = static_cast<char>('0' + carry % 10);
-      carry /= 10;
-    }
-    for (; carry != 0; carry /= 10) digits += static_cast<char>('0' + carry % 10);
-  }
+  unsigned __int128 number = 0;
+  for (const char byte : bytes) number = number << 8 | static_cast<unsigned char>(byte);
+  std::string digits;
+  for (; number != 0 || digits.empty(); number /= 10)
+    digits += static_cast<char>('0' + static_cast<int>(number % 10));
   std::reverse(digits.begin(), digits.end());
   return digits;
 }

@@ -208,6 +208,10 @@ def a_set(folder):
           "patients and studies are not kept apart: %s" % [o.PatientID for o in objects])
     for path in files_under(folder):
         check(path.startswith(source) or b"SECRET" not in read(path), "SECRET is left in " + path)
+    # Into a folder that has a DICOMDIR: those of before stay in it.
+    vexal("deidentify", source, "-o", first)
+    listed = run(VEXAL, "dir", "list", os.path.join(first, "DICOMDIR")).stdout.decode()
+    check(all(path[-8:] in listed for path in files_under(os.path.join(first, "IMAGES"))) and listed.count("IMAGE ") == 8, "not all are listed: " + listed)
     lines = [json.loads(line) for line in read(report).splitlines()]
     check(any(line["path"] == "00100010" and line["action"] == "D" and "value" not in line for line in lines), "the report: %s" % lines[:2])
     vexal("deidentify", source, "-o", second, "--report", report, "--report-values")
@@ -228,11 +232,19 @@ def refusals(folder):
                                               w.text(0x00280301, "CS", "YES") + w.element(0x7FE00010, "OB", b"\1\2\3\4")))
     w = made.Writer()
     strange = write(folder + "/strange", w.file(made.head(w, sop_class="1.2.3.4") + made.tail(w), sop_class="1.2.3.4"))
+    w = made.Writer()
+    overlaid = write(folder + "/overlaid", w.file(made.head(w) + made.tail(w) + w.numbers(0x00280010, "US", 2) + w.numbers(0x00280011, "US", 2) +
+                                                  w.numbers(0x60020010, "US", 2) + w.numbers(0x60020102, "US", 7) + w.element(0x7FE00010, "OB", b"\1\2\3\4")))
+    w = made.Writer()
+    floating = write(folder + "/floating", w.file(made.head(w) + made.tail(w) + w.element(0x7FE00008, "OF", bytes(16))))
+    misnamed = write(folder + "/misnamed/DICOMDIR", read(plain))
     vexal("deidentify", plain, "-o", folder, status=2, says="lies in the folder")
     out = os.path.join(folder, "out")
     for words, status, says in (
             ([burned], 1, "--burned-in keep"), ([burned, "--burned-in", "keep"], 0, ""), ([strange], 1, "--unknown-class"),
             ([strange, "--unknown-class", "by-table"], 0, ""), ([document(folder)], 1, "--documents"), ([document(folder), "--documents", "replace"], 0, ""),
+            ([overlaid], 1, "an overlay among the bits"), ([overlaid, "--burned-in", "keep"], 0, ""), ([floating, "--blank", "0,0,1,1"], 1, "floating point"),
+            ([image(folder + "/small"), "--blank", "30,0,1,1"], 1, "lies outside"), ([misnamed], 0, ""), ([write(folder + "/broken/DICOMDIR", b"DICM")], 1, ""),
             ([write(folder + "/no", b"no file")], 1, ""), ([plain, "--key", write(folder + "/short", b"short")], 2, "too short"),
             ([plain, "--secret", "short"], 2, "16"), ([plain, "--retain-full-dates", "--shift-dates", "3"], 2, "not both"),
             ([plain, "--blank", "1,2,3"], 2, "X,Y,W,H"), ([plain, "--shift-dates", "0"], 2, "full-dates"), ([folder + "/nowhere"], 2, "")):

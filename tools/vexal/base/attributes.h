@@ -8,6 +8,10 @@
 
 namespace vexal {
 
+inline bool has_attribute(int32_t object, uint32_t tag) {
+  return VX_Get_Attribute_Info(object, tag, nullptr, nullptr) == VX_NORMAL_COMPLETION;
+}
+
 // Calls visit(tag, vr, count) for each attribute, in order of tag; until it gives false, if it gives a bool.
 // Asking the object for an attribute makes the walk go on behind that one.
 template <typename Visit>

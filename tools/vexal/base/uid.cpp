@@ -1,17 +1,28 @@
 #include "uid.h"
 
-#include <fstream>
+#include <sys/random.h>
+
+#include <cerrno>
+#include <stdexcept>
 
 namespace vexal {
 
+std::string random_bytes(std::size_t count) {
+  std::string bytes(count, '\0');
+  for (std::size_t have = 0; have < count;) {
+    const ssize_t got = ::getrandom(bytes.data() + have, count - have, 0);
+    if (got < 0 && errno != EINTR) throw std::runtime_error("the system gives no random numbers");
+    if (got > 0) have += static_cast<std::size_t>(got);
+  }
+  return bytes;
+}
+
 std::string new_uid() {
-  unsigned char bits[16] = {};
-  std::ifstream random("/dev/urandom", std::ios::binary);
-  random.read(reinterpret_cast<char*>(bits), sizeof bits);
-  bits[6] = static_cast<unsigned char>((bits[6] & 0x0FU) | 0x40U);
-  bits[8] = static_cast<unsigned char>((bits[8] & 0x3FU) | 0x80U);
+  std::string bits = random_bytes(16);
+  bits[6] = static_cast<char>((bits[6] & 0x0F) | 0x40);
+  bits[8] = static_cast<char>((bits[8] & 0x3F) | 0x80);
   unsigned __int128 number = 0;
-  for (const unsigned char byte : bits) number = (number << 8) | byte;
+  for (const char byte : bits) number = (number << 8) | static_cast<unsigned char>(byte);
   std::string digits;
   do {
     digits.insert(digits.begin(), static_cast<char>('0' + static_cast<int>(number % 10)));

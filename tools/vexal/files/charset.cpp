@@ -187,7 +187,7 @@ VX_STATUS set_charset(int32_t id, const std::vector<std::string>& names) {
 }
 
 std::string Conversion::prepare() {
-  if (VX_Get_Attribute_Info(id_, tags::kDirectoryRecordSequence, nullptr, nullptr) == VX_NORMAL_COMPLETION)
+  if (has_attribute(id_, tags::kDirectoryRecordSequence))
     return "a directory keeps its character sets: its records lie at places that it names";
   int32_t count = 0;
   if (!from_.empty() &&
@@ -201,9 +201,7 @@ std::string Conversion::prepare() {
 
 std::string Conversion::object(int32_t id, const std::string& path, const std::string& inherited, int depth) {
   const std::string charset = first_charset(id, inherited);
-  if (depth == 0 ||
-      VX_Get_Attribute_Info(id, tags::kSpecificCharacterSet, nullptr, nullptr) == VX_NORMAL_COMPLETION)
-    holders_.push_back(id);
+  if (depth == 0 || has_attribute(id, tags::kSpecificCharacterSet)) holders_.push_back(id);
   std::string problem;
   for_each_attribute(id, [&](uint32_t tag, VX_VR vr, int32_t count) {
     if (vr == VX_VR_SQ) {

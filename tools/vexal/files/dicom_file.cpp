@@ -498,12 +498,12 @@ std::vector<uint64_t> DicomFile::odd_offsets(const Fragments& fragments) {
   return odd;
 }
 
-// Fragments are of even length (PS3.5 section A.4), and a value that its file breaks off has an end.
 void DicomFile::cover(uint64_t offset, std::string bytes) {
   const auto length = static_cast<uint32_t>(bytes.size());
   covered_.push_back({offset, length, std::move(bytes)});
 }
 
+// Fragments are of even length (PS3.5 section A.4), and a value that its file breaks off has an end.
 std::vector<Patch> DicomFile::patches_of(const Fragments& fragments) const {
   std::vector<Patch> patches;
   const std::vector<uint64_t> odd = odd_offsets(fragments);

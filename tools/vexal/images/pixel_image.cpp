@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "base/attributes.h"
 #include "base/tags.h"
 #include "base/values.h"
 
@@ -193,8 +194,7 @@ Rgb from_ybr(double y, double cb, double cr) {
 std::string PixelImage::open(const std::string& path) {
   if (file_.open(path, {}) != VX_NORMAL_COMPLETION) return file_.problem();
   for (const uint32_t tag : {tags::kPixelData, tags::kFloatPixelData, tags::kDoubleFloatPixelData}) {
-    if (pixels_ == 0 && VX_Get_Attribute_Info(file_.id(), tag, nullptr, nullptr) == VX_NORMAL_COMPLETION)
-      pixels_ = tag;
+    if (pixels_ == 0 && has_attribute(file_.id(), tag)) pixels_ = tag;
   }
   if (pixels_ == 0) return "it has no Pixel Data";
   if (!file_.has_meta()) file_.set_syntax(file_.syntax());

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <new>
 
+#include "base/attributes.h"
 #include "base/session.h"
 #include "base/tag_path.h"
 #include "base/tags.h"
@@ -119,8 +120,8 @@ RecodedPixels::~RecodedPixels() {
 }
 
 bool RecodedPixels::needed(const DicomFile& file, VX_TRANSFER_SYNTAX target) {
-  return VX_Get_Attribute_Info(file.id(), tags::kPixelData, nullptr, nullptr) == VX_NORMAL_COMPLETION &&
-         file.syntax() != target && !(is_uncompressed(file.syntax()) && is_uncompressed(target));
+  return has_attribute(file.id(), tags::kPixelData) && file.syntax() != target &&
+         !(is_uncompressed(file.syntax()) && is_uncompressed(target));
 }
 
 std::string RecodedPixels::attach(DicomFile& file, VX_TRANSFER_SYNTAX target, unsigned threads,

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cstring>
 
+#include "base/attributes.h"
 #include "base/session.h"
 #include "base/tag_path.h"
 #include "base/tags.h"
@@ -16,9 +17,9 @@
 namespace vexal {
 namespace {
 
-constexpr uint32_t kUltrasoundRegions = 0x00186011;
-constexpr uint32_t kRegionEdges[] = {0x00186018, 0x0018601A, 0x0018601C,
-                                     0x0018601E};  // left, top, right, bottom
+// Left, top, right, bottom.
+constexpr uint32_t kRegionEdges[] = {tags::kRegionLocationMinX0, tags::kRegionLocationMinY0,
+                                     tags::kRegionLocationMaxX1, tags::kRegionLocationMaxY1};
 
 bool parse_region(const std::string& text, Region& region) {
   const char* at = text.data();
@@ -38,8 +39,8 @@ uint32_t number_of(int32_t object, uint32_t tag, uint32_t otherwise) {
   return VX_Get_Value_To_UInt(object, tag, &value) == VX_NORMAL_COMPLETION ? value : otherwise;
 }
 
-bool has_pixels(int32_t object) {
-  return VX_Get_Attribute_Info(object, tags::kPixelData, nullptr, nullptr) == VX_NORMAL_COMPLETION;
+bool has_float_pixels(int32_t object) {
+  return has_attribute(object, tags::kFloatPixelData) || has_attribute(object, tags::kDoubleFloatPixelData);
 }
 
 // How the pixels of an uncompressed image lie, and what black is among them.
@@ -127,9 +128,16 @@ bool Blanking::read(const Args& args) {
 }
 
 bool Blanking::concerns(int32_t object) const {
-  if (!has_pixels(object)) return false;
-  const bool ultrasound = ultrasound_ && text_of(object, tags::kModality) == "US";
-  return !regions_.empty() || ultrasound;
+  if (!has_attribute(object, tags::kPixelData) && !has_float_pixels(object)) return false;
+  if (!regions_.empty()) return true;
+  if (!blanks_ultrasound(object)) return false;
+  // Where the regions leave nothing outside, nothing goes; what can not be told has to be refused.
+  std::vector<bool> black;
+  return !mask_of(object, black).empty() || std::find(black.begin(), black.end(), true) != black.end();
+}
+
+bool Blanking::blanks_ultrasound(int32_t object) const {
+  return ultrasound_ && text_of(object, tags::kModality) == "US";
 }
 
 // Which pixels of a frame are to be black.
@@ -144,8 +152,8 @@ std::string Blanking::mask_of(int32_t object, std::vector<bool>& black) const {
       for (uint64_t x = region.x; x < right; ++x) black[y * columns + x] = value;
     }
   };
-  if (ultrasound_ && text_of(object, tags::kModality) == "US") {
-    const std::vector<int32_t> items = sequence_items(object, kUltrasoundRegions);
+  if (blanks_ultrasound(object)) {
+    const std::vector<int32_t> items = sequence_items(object, tags::kSequenceOfUltrasoundRegions);
     if (items.empty())
       return "it does not tell its ultrasound regions: outside of which nothing can be blanked";
     std::fill(black.begin(), black.end(), true);
@@ -156,7 +164,12 @@ std::string Blanking::mask_of(int32_t object, std::vector<bool>& black) const {
       fill({edges[0], edges[1], edges[2] - edges[0] + 1, edges[3] - edges[1] + 1}, false);
     }
   }
-  for (const Region& region : regions_) fill(region, true);
+  for (const Region& region : regions_) {
+    if (region.x >= columns || region.y >= rows)
+      return "--blank " + std::to_string(region.x) + "," + std::to_string(region.y) +
+             ",... lies outside of its " + std::to_string(columns) + " x " + std::to_string(rows) + " pixels";
+    fill(region, true);
+  }
   return "";
 }
 
@@ -195,6 +208,7 @@ std::string Blanking::blank_copy(DicomFile& copy, const std::string& path) const
 
 std::string Blanking::apply(DicomFile& file, VX_TRANSFER_SYNTAX syntax, const std::string& beside,
                             unsigned threads, const Taker& take) const {
+  if (has_float_pixels(file.id())) return "pixels that are floating point numbers can not be blanked";
   const std::string instance = text_of(file.id(), tags::kSOPInstanceUID);
   FileSink plain;
   RecodedPixels decompressed;

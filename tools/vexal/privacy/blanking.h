@@ -35,6 +35,7 @@ class Blanking {
                     const Taker& take) const;
 
  private:
+  bool blanks_ultrasound(int32_t object) const;
   std::string mask_of(int32_t object, std::vector<bool>& black) const;
   std::string blank_copy(DicomFile& copy, const std::string& path) const;
 

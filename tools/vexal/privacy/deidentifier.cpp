@@ -8,10 +8,12 @@
 #include <cstring>
 #include <iterator>
 
+#include "base/attributes.h"
 #include "base/hex.h"
 #include "base/json.h"
 #include "base/names.h"
 #include "base/tags.h"
+#include "base/uid.h"
 #include "base/values.h"
 #include "comments.h"
 #include "images/recode.h"
@@ -22,7 +24,6 @@ namespace {
 constexpr std::size_t kShortestSecret = 16;
 constexpr std::size_t kLongestSecret = 4096;
 constexpr std::size_t kNewSecret = 32;  // random bytes
-constexpr uint32_t kBurnedInAnnotation = 0x00280301;
 
 struct ProfileOption {
   const char* name;
@@ -41,20 +42,10 @@ constexpr ProfileOption kProfileOptions[] = {
     {"--clean-structured-content", VX_CLEAN_STRUCTURED_CONTENT},
     {"--clean-graphics", VX_CLEAN_GRAPHICS}};
 
-std::string random_bytes() {
-  std::string bytes(kNewSecret, '\0');
-  const int fd = ::open("/dev/urandom", O_RDONLY | O_CLOEXEC);
-  const bool got =
-      fd >= 0 && read_whole(fd, 0, bytes.data(), bytes.size()) == static_cast<int64_t>(bytes.size());
-  if (fd >= 0) ::close(fd);
-  return got ? bytes : "";
-}
-
 // A new key file, for its owner alone. An error text, empty on success.
 std::string make_key(const std::string& path) {
   std::string text;
-  append_bytes(text, random_bytes());
-  if (text.empty()) return "there are no random numbers";
+  append_bytes(text, random_bytes(kNewSecret));
   text += '\n';
   FileSink sink;
   std::string error = sink.open(path, FileSink::kPrivateMode);
@@ -80,6 +71,17 @@ std::string read_key(const std::string& path, std::string& key) {
   return "";
 }
 
+// One of those that stand in bits that the pixels do not use (PS3.3 section C.9.2, as it was until 2004).
+bool has_overlay_in_pixels(int32_t object) {
+  for (uint32_t group = 0; group < 0x20; group += 2) {
+    const uint32_t shift = group << 16;
+    if (has_attribute(object, tags::kOverlayRows + shift) &&
+        !has_attribute(object, tags::kOverlayData + shift))
+      return true;
+  }
+  return false;
+}
+
 VX_STATUS note_change(int32_t object, uint32_t tag, const char* path, char action, void* user) {
   auto& notes = *static_cast<ChangeNotes*>(user);
   notes.lines += notes.head + ",\"path\":\"" + path + "\",\"action\":\"" + action + '"';
@@ -102,7 +104,7 @@ bool Deidentifier::read_secret(const Args& args) {
     complain("--key and --secret do not go together");
     return false;
   }
-  secret_ = args.has("--secret") ? args.get("--secret") : random_bytes();
+  secret_ = args.has("--secret") ? args.get("--secret") : random_bytes(kNewSecret);
   if (args.has("--key")) {
     const std::string path = args.get("--key");
     std::string error = ::access(path.c_str(), F_OK) != 0 ? make_key(path) : "";
@@ -111,7 +113,7 @@ bool Deidentifier::read_secret(const Args& args) {
     if (!error.empty()) return false;
   }
   if (secret_.size() < kShortestSecret) {
-    complain(args.has("--secret") ? "--secret: give 16 characters or more" : "there are no random numbers");
+    complain("--secret: give 16 characters or more");
     return false;
   }
   return true;
@@ -212,9 +214,10 @@ std::string Deidentifier::change(DicomFile& file, const Target& target, const Bl
 }
 
 std::string Deidentifier::apply(int32_t object, bool blanked, ChangeNotes* notes) const {
-  const bool has_pixels =
-      VX_Get_Attribute_Info(object, tags::kPixelData, nullptr, nullptr) == VX_NORMAL_COMPLETION;
-  if (has_pixels && !blanked && !keeps_burned_in_ && text_of(object, kBurnedInAnnotation) == "YES")
+  const bool has_pixels = has_attribute(object, tags::kPixelData);
+  if (has_pixels && !keeps_burned_in_ && has_overlay_in_pixels(object))
+    return "it has an overlay among the bits of its pixels: --burned-in keep takes it";
+  if (has_pixels && !blanked && !keeps_burned_in_ && text_of(object, tags::kBurnedInAnnotation) == "YES")
     return "it says that its pixels identify the patient: --blank what does, or --burned-in keep";
   VX_DEIDENTIFICATION wanted = how(blanked ? VX_CLEAN_PIXEL_DATA : 0);
   if (notes != nullptr) {

@@ -1,5 +1,6 @@
 // vexal deidentify: files without what identifies the patient.
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <mutex>
 #include <set>
@@ -32,11 +33,11 @@ bool is_directory_name(const fs::path& path) {
   return upper(path.filename().string()) == "DICOMDIR";
 }
 
-// The results must not take the place of the input, nor become the input of the next run.
+// The results must not take the place of the input, nor become the input of the next run. Of a canonical
+// folder.
 bool lies_in(const fs::path& folder, const fs::path& file) {
   std::error_code error;
-  const fs::path below =
-      fs::weakly_canonical(file, error).lexically_relative(fs::weakly_canonical(folder, error));
+  const fs::path below = fs::weakly_canonical(file, error).lexically_relative(folder);
   return !below.empty() && *below.begin() != "..";
 }
 
@@ -72,6 +73,7 @@ class Run {
   FileSink report_;
   std::mutex mutex_;
   std::set<std::string> names_;
+  std::atomic<std::size_t> directories_ = 0;  // among the input
   std::vector<std::string> written_;
 };
 
@@ -117,8 +119,6 @@ std::string Run::note(const std::string& changes) {
 
 // An error text, empty on success.
 std::string Run::convert(DicomFile& file, const std::string& path, unsigned threads) {
-  if (text_of(file.id(), tags::kMediaStorageSOPClassUID) == kDirectoryClass)
-    return "it is a directory under another name than DICOMDIR";
   if (values_were_lost()) return "it has a value that an object can not hold";
   const std::string instance = deidentifier_.uid(text_of(file.id(), tags::kSOPInstanceUID));
   if (!is_safe_name(instance)) return "it has no SOP Instance UID";
@@ -148,10 +148,16 @@ std::string Run::convert(DicomFile& file, const std::string& path, unsigned thre
 
 FileResult Run::one(const std::string& path, unsigned threads) {
   const CurrentFile current(path);
-  if (is_directory_name(path)) return {};
   DicomFile file;
   const bool open = file.open(path, {}) == VX_NORMAL_COMPLETION;
-  const std::string problem = open ? convert(file, path, threads) : file.problem();
+  const bool directory = open && text_of(file.id(), tags::kMediaStorageSOPClassUID) == kDirectoryClass;
+  if (directory && is_directory_name(path)) {
+    ++directories_;
+    return {};
+  }
+  const std::string problem = !open       ? file.problem()
+                              : directory ? "it is a directory under another name than DICOMDIR"
+                                          : convert(file, path, threads);
   if (!problem.empty()) report(path, problem + ": not written");
   return {"", problem.empty() ? kSuccess : kFindings};
 }
@@ -159,14 +165,26 @@ FileResult Run::one(const std::string& path, unsigned threads) {
 int Run::make_directory() {
   if (written_.empty()) return kSuccess;
   // What a record has to have and the objects may be without.
-  const StandIns stand_ins = {
-      {0x00080020, "19000101"},     {0x00080030, "000000"},         {0x00080023, "19000101"},
-      {0x00080033, "000000"},       {tags::kStudyID, "1"},          {tags::kSeriesNumber, "1"},
-      {tags::kInstanceNumber, "1"}, {0x0040A032, "19000101000000"}, {0x00700082, "19000101"},
-      {0x00700083, "000000"},       {0x30060008, "19000101"},       {0x30060009, "000000"}};
+  const StandIns stand_ins = {{tags::kStudyDate, "19000101"},
+                              {tags::kStudyTime, "000000"},
+                              {tags::kContentDate, "19000101"},
+                              {tags::kContentTime, "000000"},
+                              {tags::kStudyID, "1"},
+                              {tags::kSeriesNumber, "1"},
+                              {tags::kInstanceNumber, "1"},
+                              {tags::kObservationDateTime, "19000101000000"},
+                              {tags::kPresentationCreationDate, "19000101"},
+                              {tags::kPresentationCreationTime, "000000"},
+                              {tags::kStructureSetDate, "19000101"},
+                              {tags::kStructureSetTime, "000000"}};
   const std::string path = folder_ + "/DICOMDIR";
   Directory directory;
-  if (!directory.lock_to_replace(path, false) || !directory.make(path, "")) return kFindings;
+  // One of an earlier run keeps what it has.
+  std::error_code ignored;
+  const bool ready = fs::exists(path, ignored)
+                         ? directory.open_to_change(path)
+                         : directory.lock_to_replace(path, false) && directory.make(path, "");
+  if (!ready) return kFindings;
   std::sort(written_.begin(), written_.end());
   return add_files(directory, written_, false, stand_ins) == kSuccess ? kSuccess : kFindings;
 }
@@ -174,13 +192,14 @@ int Run::make_directory() {
 int Run::work(const std::vector<std::string>& inputs) {
   bool failed = false;
   const std::vector<std::string> files = expand_paths(inputs, failed);
+  std::error_code ignored;
+  const fs::path folder = fs::weakly_canonical(folder_, ignored);
   for (const std::string& file : files) {
-    if (!lies_in(folder_, file)) continue;
+    if (!lies_in(folder, file)) continue;
     complain("%s lies in the folder of the results", file.c_str());
     return kUsage;
   }
   file_set_ = std::any_of(files.begin(), files.end(), is_directory_name);
-  std::error_code ignored;
   if (file_set_) fs::create_directories(folder_ + "/IMAGES", ignored);
   const auto at_once =
       std::max<std::size_t>(1, std::min<std::size_t>(files.size(), static_cast<unsigned>(threads_)));
@@ -193,9 +212,7 @@ int Run::work(const std::vector<std::string>& inputs) {
     if (!problem.empty()) report(report_path_, problem);
     if (!problem.empty()) worst = kUsage;
   }
-  say("%zu of %zu files written", written_.size(),
-      static_cast<std::size_t>(
-          std::count_if(files.begin(), files.end(), [](const auto& f) { return !is_directory_name(f); })));
+  say("%zu of %zu files written", written_.size(), files.size() - directories_);
   return failed ? static_cast<int>(kUsage) : worst;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "base/attributes.h"
 #include "base/tag_path.h"
 #include "base/tags.h"
 #include "sr_form.h"
@@ -319,8 +320,7 @@ void check_data(const SrNode& node, Faults& faults) {
 }
 
 void check_number(const SrNode& node, Faults& faults) {
-  const bool there =
-      VX_Get_Attribute_Info(node.id, tags::kMeasuredValueSequence, nullptr, nullptr) == VX_NORMAL_COMPLETION;
+  const bool there = has_attribute(node.id, tags::kMeasuredValueSequence);
   faults.need(there, "(0040,A300) MeasuredValueSequence is missing");
   const std::size_t values = sequence_items(node.id, tags::kMeasuredValueSequence).size();
   if (values == 0) return;  // a number without value

@@ -123,10 +123,6 @@ std::vector<double> numbers_of(int32_t object, uint32_t tag, std::size_t limit) 
   return values;
 }
 
-bool is_present(int32_t object, uint32_t tag) {
-  return VX_Get_Attribute_Info(object, tag, nullptr, nullptr) == VX_NORMAL_COMPLETION;
-}
-
 // ---- Values by themselves ----
 
 // YYYYMMDD, a day that there is.
@@ -184,7 +180,7 @@ class Checker {
 
   // Whether text may hold more than ASCII: an empty set is none, and so is a word that names none.
   static bool names_charset(int32_t id) {
-    if (!is_present(id, tags::kSpecificCharacterSet)) return false;
+    if (!has_attribute(id, tags::kSpecificCharacterSet)) return false;
     int32_t count = 0;
     VX_Get_Value_Count(id, tags::kSpecificCharacterSet, &count);
     const std::string first = text_of(id, tags::kSpecificCharacterSet);
@@ -208,7 +204,7 @@ class Checker {
       output_values(id);
       reference(id);
       sizes(id);
-      if (is_present(id, tags::kPixelData)) pixels(id);
+      if (has_attribute(id, tags::kPixelData)) pixels(id);
     }
   }
 
@@ -268,7 +264,7 @@ class Checker {
       uint32_t meta, own;
     } kPairs[] = {{tags::kMediaStorageSOPClassUID, tags::kSOPClassUID},
                   {tags::kMediaStorageSOPInstanceUID, tags::kSOPInstanceUID}};
-    if (is_present(root, tags::kDirectoryRecordSequence)) return;  // a directory has neither
+    if (has_attribute(root, tags::kDirectoryRecordSequence)) return;  // a directory has neither
     for (const auto& pair : kPairs) {
       const std::string meta = text_of(root, pair.meta);
       const std::string own = text_of(root, pair.own);
@@ -348,10 +344,10 @@ class Checker {
     const std::string sop_class = text_of(id, tags::kReferencedSOPClassUID);
     const bool no_image = sop_class.starts_with("1.2.840.10008.3.") || sop_class.starts_with(kReports) ||
                           sop_class.starts_with(kPresentationStates);
-    if (is_present(id, tags::kReferencedFrameNumber) && (no_image || is_class(sop_class, kSingleFrame)))
+    if (has_attribute(id, tags::kReferencedFrameNumber) && (no_image || is_class(sop_class, kSingleFrame)))
       add(id, tags::kReferencedFrameNumber, VX_VALUE_NOT_ALLOWED,
           "instances of " + sop_class + " have no frames to choose from");
-    if (is_present(id, tags::kReferencedSegmentNumber) && sop_class.starts_with("1.2.840.10008.") &&
+    if (has_attribute(id, tags::kReferencedSegmentNumber) && sop_class.starts_with("1.2.840.10008.") &&
         !is_class(sop_class, kSegmentations))
       add(id, tags::kReferencedSegmentNumber, VX_VALUE_NOT_ALLOWED,
           "instances of " + sop_class + " have no segments");
@@ -370,18 +366,18 @@ class Checker {
     for (const uint32_t tag :
          {tags::kPixelSpacing, tags::kImagerPixelSpacing, tags::kNominalScannedPixelSpacing,
           tags::kWindowWidth, tags::kOverlayRows, tags::kOverlayColumns}) {
-      if (!is_present(id, tag)) continue;
+      if (!has_attribute(id, tag)) continue;
       const std::vector<double> values = numbers_of(id, tag, 2);
       for (std::size_t i = 0; i < values.size(); ++i) {
         if (values[i] <= 0) add(id, tag, VX_VALUE_OUT_OF_RANGE, "is above 0", static_cast<int32_t>(i) + 1);
       }
     }
-    if (!is_present(id, tags::kPixelAspectRatio) ||
+    if (!has_attribute(id, tags::kPixelAspectRatio) ||
         is_class(text_of(id, tags::kSOPClassUID), kAlwaysWithRatio))
       return;
     for (const uint32_t spacing :
          {tags::kPixelSpacing, tags::kImagerPixelSpacing, tags::kNominalScannedPixelSpacing}) {
-      if (is_present(id, spacing))
+      if (has_attribute(id, spacing))
         return add(id, tags::kPixelAspectRatio, VX_VALUE_NOT_ALLOWED, "beside " + describe_tag(spacing));
     }
     const std::vector<double> ratio = numbers_of(id, tags::kPixelAspectRatio, 2);
@@ -391,7 +387,7 @@ class Checker {
 
   // Every instance that a report's content refers to is listed as evidence (PS3.3 section C.17.2.3).
   void evidence(int32_t root) {
-    if (!is_present(root, tags::kContentSequence)) return;
+    if (!has_attribute(root, tags::kContentSequence)) return;
     std::set<std::string> listed;
     for (const uint32_t tag :
          {tags::kCurrentRequestedProcedureEvidenceSequence, tags::kPertinentOtherEvidenceSequence}) {
@@ -508,7 +504,7 @@ class Checker {
           (palette ? described[2] != 8 && described[2] != 16 : described[2] < 8 || described[2] > 16))
         add(id, table.descriptor, VX_NOT_ONE_OF_ENUMERATED_VALUES, palette ? "8 | 16" : "8 to 16", 3);
       uint64_t length = 0;
-      if (described.size() != 3 || !is_present(id, table.data) || !table_length(id, table.data, length))
+      if (described.size() != 3 || !has_attribute(id, table.data) || !table_length(id, table.data, length))
         continue;
       const auto entries = static_cast<uint64_t>(described[0] == 0  ? 65536
                                                  : described[0] < 0 ? described[0] + 65536
@@ -536,7 +532,7 @@ class Checker {
   void output_values(int32_t id) {
     const std::string sop_class = text_of(file_.id(), tags::kSOPClassUID);
     const auto fixed = [&](uint32_t tag, double wanted) {
-      if (!is_present(id, tag)) return;
+      if (!has_attribute(id, tag)) return;
       const std::vector<double> value = numbers_of(id, tag, 1);
       if (!value.empty() && value[0] != wanted)
         add(id, tag, VX_NOT_ONE_OF_ENUMERATED_VALUES, wanted == 0 ? "0" : "1", 1);
@@ -558,7 +554,7 @@ class Checker {
 
   void directions(int32_t id) {
     constexpr double kTolerance = 0.01;
-    if (is_present(id, tags::kPatientOrientation)) {
+    if (has_attribute(id, tags::kPatientOrientation)) {
       std::vector<TextValue> ways;
       read_texts(id, tags::kPatientOrientation, 2, false, ways);
       if (ways.size() == 2 && ways[0].bytes == ways[1].bytes && !ways[0].bytes.empty())
@@ -567,7 +563,7 @@ class Checker {
     for (const uint32_t tag :
          {tags::kImageOrientationPatient, tags::kImageOrientationSlide, tags::kSlabOrientation,
           tags::kDiffusionGradientOrientation, tags::kVelocityEncodingDirection}) {
-      if (!is_present(id, tag)) continue;
+      if (!has_attribute(id, tag)) continue;
       const std::vector<double> v = numbers_of(id, tag, 6);
       for (std::size_t i = 0; i + 3 <= v.size(); i += 3) {
         const double size = std::sqrt(v[i] * v[i] + v[i + 1] * v[i + 1] + v[i + 2] * v[i + 2]);
