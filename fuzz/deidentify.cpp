@@ -6,22 +6,13 @@
 #include <iterator>
 #include <string_view>
 
-#include "vexalkit.h"
+#include "real_library.h"
 
 namespace {
 
-struct Source {
-  std::string_view bytes;
-  bool given = false;
-};
-VX_STATUS input(int32_t, void* user, int32_t, uint32_t* size, void** data, int32_t* last) {
-  auto& source = *static_cast<Source*>(user);
-  *data = const_cast<char*>(source.bytes.data());
-  *size = source.given ? 0 : static_cast<uint32_t>(source.bytes.size());
-  source.given = true;
-  *last = 1;
-  return VX_NORMAL_COMPLETION;
-}
+using fuzz::require;
+using fuzz::Source;
+
 VX_STATUS output(int32_t, void*, uint32_t, void*, int32_t, int32_t) {
   return VX_NORMAL_COMPLETION;
 }
@@ -30,16 +21,10 @@ VX_STATUS report(int32_t object, uint32_t tag, const char* path, char action, vo
   return known && std::strlen(path) >= 8 && std::strchr("XZDUC", action) != nullptr ? VX_NORMAL_COMPLETION
                                                                                     : VX_CANNOT_COMPLY;
 }
-void require(bool condition) {
-  if (!condition) __builtin_trap();
-}
 
 void start_library() {
   static const bool started = [] {
-    VX_Set_VexalINI(VEXAL_FUZZ_INI);
-    require(VX_Library_Initialization(nullptr, nullptr, nullptr) == VX_NORMAL_COMPLETION);
-    VX_Set_String_Config_Value(VX_CFG_LOG_FILE, "/dev/null");
-    for (VX_LOG_KEY key = 0; key < VX_LOG_KEY_COUNT; ++key) VX_Set_Log_Destination(key, VX_LOG_OFF);
+    fuzz::start_real_library();
     return true;
   }();
   require(started);
@@ -81,7 +66,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   uint32_t error_tag = 0;
   require(VX_Open_Empty_Message(&id) == VX_NORMAL_COMPLETION);
   const VX_TRANSFER_SYNTAX syntax = kSyntaxes[data[3] % std::size(kSyntaxes)];
-  VX_Stream_To_Message(id, 0x00080000, 0xFFFFFFFFU, syntax, &error_tag, &source, &input);
+  VX_Stream_To_Message(id, 0x00080000, 0xFFFFFFFFU, syntax, &error_tag, &source, &fuzz::give);
   // A service that is a directory makes the object one, which is refused.
   if (data[2] != 0) VX_Set_Service_Command(id, Services[data[2] % 220], C_STORE_RQ);
   const VX_DEIDENTIFICATION how = {options, 0, "sixteen letters.", 16, report, nullptr};

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "vexalkit.h"
+#include "real_library.h"
 
 namespace {
 
@@ -35,10 +35,7 @@ VX_STATUS output(const char*, void* user, uint32_t size, void* data, int32_t, in
 int32_t application() {
   static int32_t id = [] {
     int32_t app = -1;
-    VX_Set_VexalINI(VEXAL_FUZZ_INI);
-    if (VX_Library_Initialization(nullptr, nullptr, nullptr) != VX_NORMAL_COMPLETION) __builtin_trap();
-    VX_Set_String_Config_Value(VX_CFG_LOG_FILE, "/dev/null");
-    for (VX_LOG_KEY key = 0; key < VX_LOG_KEY_COUNT; ++key) VX_Set_Log_Destination(key, VX_LOG_OFF);
+    fuzz::start_real_library();
     VX_Register_Application(&app, "FUZZ");
     VX_Set_Bool_Config_Value(VX_CFG_ORVEN_OPEN_FILE, 1);
     return app;

@@ -5,32 +5,16 @@
 #include <iterator>
 #include <string_view>
 
-#include "vexalkit.h"
+#include "real_library.h"
 
 namespace {
 
-struct Source {
-  std::string_view bytes;
-  bool given = false;
-};
-VX_STATUS input(int32_t, void* user, int32_t, uint32_t* size, void** data, int32_t* last) {
-  auto& source = *static_cast<Source*>(user);
-  *data = const_cast<char*>(source.bytes.data());
-  *size = source.given ? 0 : static_cast<uint32_t>(source.bytes.size());
-  source.given = true;
-  *last = 1;
-  return VX_NORMAL_COMPLETION;
-}
-void require(bool condition) {
-  if (!condition) __builtin_trap();
-}
+using fuzz::require;
+using fuzz::Source;
 
 void start_library() {
   static const bool started = [] {
-    VX_Set_VexalINI(VEXAL_FUZZ_INI);
-    require(VX_Library_Initialization(nullptr, nullptr, nullptr) == VX_NORMAL_COMPLETION);
-    VX_Set_String_Config_Value(VX_CFG_LOG_FILE, "/dev/null");
-    for (VX_LOG_KEY key = 0; key < VX_LOG_KEY_COUNT; ++key) VX_Set_Log_Destination(key, VX_LOG_OFF);
+    fuzz::start_real_library();
     VX_Set_Log_Destination(VX_CFG_T5_MESSAGE, VX_LOG_TO_FILE);  // the lines about findings are made as well
     return true;
   }();
@@ -70,7 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   int32_t id = -1;
   uint32_t error_tag = 0;
   require(VX_Open_Empty_Message(&id) == VX_NORMAL_COMPLETION);
-  VX_Stream_To_Message(id, 0, 0xFFFFFFFFU, syntax, &error_tag, &source, &input);
+  VX_Stream_To_Message(id, 0, 0xFFFFFFFFU, syntax, &error_tag, &source, &fuzz::give);
   VX_Set_Service_Command(id, service, command);
   ValErrObj* finding = nullptr;
   int before = 0;
