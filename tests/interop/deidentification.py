@@ -350,6 +350,8 @@ def on_the_way(folder):
         with Vexal("receive", got, *of_server) as server:
             vexal("store", "127.0.0.1", server.port, plain, *of_client)
             vexal("store", "127.0.0.1", server.port, refused, *of_client, status=1)
+            if not number:  # nothing has to be laid down for it
+                vexal("store", "127.0.0.1", server.port, plain, *of_client, env={"TMPDIR": folder + "/nowhere"})
         right = files_under(os.path.join(folder, expected))[0]
         check(os.listdir(got) == [os.path.basename(right)], "%s %s: %s" % (of_server, of_client, os.listdir(got)))
         check(all(data_set_of(path) == data_set_of(right) and b"SECRET" not in read(path) for path in files_under(got)),

@@ -117,6 +117,10 @@ void prepare_temp_folder() {
   VX_Set_String_Config_Value(VX_CFG_LARGE_DATA_STORE, "FILE");
 }
 
+const std::string& temp_folder_path() {
+  return temp_folder().path();
+}
+
 Spill::~Spill() {
   if (fd_ >= 0) ::close(fd_);
 }

@@ -11,6 +11,8 @@ namespace vexal {
 // Clears what dead processes left, and makes the folder that belongs to this one; large values of the library
 // go there from now on. A failure shows when the folder is needed.
 void prepare_temp_folder();
+// Where the folder of this process is, which is made; a failure shows when something is put there.
+const std::string& temp_folder_path();
 
 // Bytes laid down to be read again: in memory while they are few, then in a file of that folder, which has no
 // name, so that nothing of it outlives the process.

@@ -1,7 +1,6 @@
 #include "sender.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
 #include <set>
 
@@ -9,6 +8,7 @@
 #include "base/session.h"
 #include "base/tags.h"
 #include "base/values.h"
+#include "files/temp_folder.h"
 #include "images/bounded_file.h"
 #include "images/recode.h"
 
@@ -162,12 +162,12 @@ VX_STATUS ObjectSender::send_object(int32_t association, const ObjectFile& file,
   if (values_were_lost()) problem = "has a value that an object can not hold";
   if (!problem.empty()) return VX_COMPRESSION_FAILURE;
   if (deidentifier_ != nullptr) {
-    const std::string beside = std::filesystem::temp_directory_path() / "vexal";
-    problem = deidentifier_->change(object, {syntax, beside}, [&](DicomFile& changed, RecodedPixels& made) {
-      std::string fault = made.finding();
-      if (fault.empty()) status = send_open(association, changed, syntax);
-      return fault;
-    });
+    problem = deidentifier_->change(object, {syntax, temp_folder_path() + "/blanked"},
+                                    [&](DicomFile& changed, RecodedPixels& made) {
+                                      std::string fault = made.finding();
+                                      if (fault.empty()) status = send_open(association, changed, syntax);
+                                      return fault;
+                                    });
     return problem.empty() ? status : VX_CANNOT_COMPLY;
   }
   if (syntax != file.syntax) problem = object.write_fault(syntax);
