@@ -69,8 +69,8 @@ typedef struct VX_DEIDENTIFICATION {
  * attributes, group lengths, attributes that the data dictionary does not know, values in other letters than
  * those of their VR, what the meta group tells of the sender, and the preamble. Other texts in which the
  * patient's name, IDs, Accession Number or Admission ID stand become neutral. The same UID and the same
- * patient ID become the same wherever the secret is the same. (0012,0062), (0012,0063), (0012,0064) and (0028,0303) tell of it, with
- * VX_CLEAN_PIXEL_DATA (0028,0301) too. Nothing is done to Pixel Data.
+ * patient ID become the same wherever the secret is the same. (0012,0062), (0012,0063), (0012,0064) and
+ * (0028,0303) tell of it, with VX_CLEAN_PIXEL_DATA (0028,0301) too. Nothing is done to Pixel Data.
  *
  * After a failure the object is partly de-identified and should be freed, unless the failure is one of the
  * first four.
