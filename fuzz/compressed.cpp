@@ -31,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   codec.find_end(data + 3, size - 3, from);
   std::vector<uint8_t> frame(image.FrameSize);
   vx::CodecResult result;
-  codec.decompress(image, false, data + 3, size - 3, frame.data(), result);
+  codec.decompress(image, {}, data + 3, size - 3, frame.data(), result);
   // The bytes as samples, which lossless codecs give back.
   for (std::size_t i = 0; i < frame.size(); ++i) frame[i] = data[3 + i % (size - 3)];
   std::vector<uint8_t> stream;
@@ -39,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   vx::CodecSettings settings;
   if (packed || codec.compress(image, settings, frame.data(), stream) != vx::kCodecDone) return 0;
   if (image.TransferSyntax == JPEG_BASELINE) return 0;
-  if (codec.decompress(image, false, stream.data(), stream.size(), back.data(), result) != vx::kCodecDone ||
+  if (codec.decompress(image, {}, stream.data(), stream.size(), back.data(), result) != vx::kCodecDone ||
       back != frame) {
     __builtin_trap();
   }

@@ -237,8 +237,9 @@ enum {
 
 /**
  * Transfer syntaxes that the library knows by a number.
- * The UID of each is a setting, VX_CFG_ and its name and _SYNTAX; one without a UID is not used. Two private
- * syntaxes can be described by settings. The numbers in JPEG names are those of the coding processes.
+ * The UID of each up to 140 is a setting, VX_CFG_ and its name and _SYNTAX; one without a UID is not used. Two
+ * private syntaxes can be described by settings. The numbers in JPEG names are those of the coding processes.
+ * The syntaxes from 200 on have the UIDs of PS3.6 for good; all are explicit little endian and encapsulated.
  */
 typedef int32_t VX_TRANSFER_SYNTAX;
 
@@ -283,7 +284,29 @@ enum {
   MPEG4_AVC_H264_HP_LEVEL_4_2_3D = 137,
   MPEG4_AVC_H264_STEREO_HP_LEVEL_4_2 = 138,
   JPIP_REFERENCED = 139,
-  JPIP_REFERENCED_DEFLATE = 140
+  JPIP_REFERENCED_DEFLATE = 140,
+  HTJ2K_LOSSLESS = 200,
+  HTJ2K_LOSSLESS_RPCL = 201,
+  HTJ2K = 202,
+  JPIP_HTJ2K_REFERENCED = 203,
+  JPIP_HTJ2K_REFERENCED_DEFLATE = 204,
+  JPEG_XL_LOSSLESS = 205,
+  JPEG_XL_RECOMPRESSION = 206,
+  JPEG_XL = 207,
+  ENCAPSULATED_UNCOMPRESSED = 208,
+  DEFLATED_IMAGE_FRAMES = 209,
+  HEVC_H265_MP_LEVEL_5_1 = 210,
+  HEVC_H265_M10P_LEVEL_5_1 = 211,
+  FRAGMENTABLE_MPEG2_MPML = 212,
+  FRAGMENTABLE_MPEG2_MPHL = 213,
+  FRAGMENTABLE_MPEG4_AVC_H264_HP_LEVEL_4_1 = 214,
+  FRAGMENTABLE_MPEG4_AVC_H264_BDC_HP_LEVEL_4_1 = 215,
+  FRAGMENTABLE_MPEG4_AVC_H264_HP_LEVEL_4_2_2D = 216,
+  FRAGMENTABLE_MPEG4_AVC_H264_HP_LEVEL_4_2_3D = 217,
+  FRAGMENTABLE_MPEG4_AVC_H264_STEREO_HP_LEVEL_4_2 = 218,
+  SMPTE_ST_2110_20_PROGRESSIVE = 219,
+  SMPTE_ST_2110_20_INTERLACED = 220,
+  SMPTE_ST_2110_30_AUDIO = 221
 };
 
 /** Byte orders. */

@@ -47,7 +47,9 @@ enum {
   VX_CFG_TCPIP_RECEIVE_BUFFER_SIZE = 24,
   VX_CFG_TCPIP_SEND_BUFFER_SIZE = 25,
   VX_CFG_WORK_BUFFER_SIZE = 26,
-  VX_CFG_WRITE_TIMEOUT = 27
+  VX_CFG_WRITE_TIMEOUT = 27,
+  VX_CFG_COMPRESSION_QUALITY = 28,
+  VX_CFG_COMPRESSION_THREADS = 29
 };
 
 /** Settings that are sizes: in bytes, CAPTURE_FILE_SIZE in kilobytes. */
@@ -232,7 +234,7 @@ enum {
 };
 
 enum {
-  VX_INT_KEY_COUNT = 28,
+  VX_INT_KEY_COUNT = 30,
   VX_LONG_KEY_COUNT = 4,
   VX_BOOL_KEY_COUNT = 78,
   VX_STRING_KEY_COUNT = 63,
@@ -291,6 +293,8 @@ typedef ConfigRecord* (*VX_CONFIG_FUNCTION)(void);
  * - COMPRESSION_CHROM_FACTOR, COMPRESSION_LUM_FACTOR: 0 to 255; above it 32 is stored.
  * - COMPRESSION_J2K_LOSSY_QUALITY: 0 to 10; else 1 is stored.
  * - COMPRESSION_J2K_LOSSY_RATIO: 0 to 400; else 10 is stored.
+ * - COMPRESSION_QUALITY: 1 to 100; else 90 is stored.
+ * - COMPRESSION_THREADS: 0 to 256; above it 256 is stored.
  * - DEFLATE_COMPRESSION_LEVEL: -1 to 9; else -1 is stored.
  * - DESIRED_LAST_PDU_SIZE: 1 or more; an odd number grows by one, above 16 it is 16.
  * - IGNORE_JPEG_BAD_SUFFIX: -1 or more; below it -1 is stored.

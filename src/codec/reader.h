@@ -60,7 +60,8 @@ VX_STATUS decode_object(MsgObj& object, ReadRequest& request);
 
 // True for the syntaxes whose data set is compressed as a whole.
 constexpr bool is_deflated(VX_TRANSFER_SYNTAX syntax) {
-  return syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || syntax == JPIP_REFERENCED_DEFLATE;
+  return syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || syntax == JPIP_REFERENCED_DEFLATE ||
+         syntax == JPIP_HTJ2K_REFERENCED_DEFLATE;
 }
 // The first tag from which a stream that is asked to be deflated is: what comes before stays plain.
 inline constexpr uint32_t kFirstDeflatedTag = 0x00040000U;

@@ -41,6 +41,8 @@ constexpr IntKey kIntKeys[] = {
     {"TCPIP_SEND_BUFFER_SIZE", Section::Transport, 131400},
     {"WORK_BUFFER_SIZE", Section::Message, 28672},
     {"WRITE_TIMEOUT", Section::Dul, 15},
+    {"COMPRESSION_QUALITY", Section::Message, 90},
+    {"COMPRESSION_THREADS", Section::Message, 0},
 };
 
 constexpr IntKey kLongKeys[] = {

@@ -36,6 +36,8 @@ constexpr ReadRule kReadRules[] = {
     {VX_CFG_COMPRESSION_J2K_LOSSY_QUALITY, 0, 10, kDefault, "", "Must be  >= 0 and <= 10: Defaulting to %d."},
     {VX_CFG_COMPRESSION_J2K_LOSSY_RATIO, 0, 400, kDefault, "",
      "|  Must be >= 0 and <= 400: Defaulting to %d."},
+    {VX_CFG_COMPRESSION_QUALITY, 1, 100, kDefault, "", "|  Must be >= 1 and <= 100: Defaulting to %d."},
+    {VX_CFG_COMPRESSION_THREADS, 0, 256, kDefault, "", "|  Must be >= 0 and <= 256: Defaulting to %d."},
     {VX_CFG_DEFLATE_COMPRESSION_LEVEL, -1, 9, kDefault, "",
      "|  Must be -1 or 0 -> 9. Setting to default (%d)."},
     {VX_CFG_DESIRED_LAST_PDU_SIZE, 0, INT_MAX, kDefault, ".", kNonNegative},

@@ -119,6 +119,45 @@ static_assert([] {
   return true;
 }());
 
+// Syntaxes whose UIDs no setting moves: explicit little endian, encapsulated. In the order of their codes.
+struct LaterSyntaxRow {
+  VX_TRANSFER_SYNTAX syntax;
+  const char* name;
+  std::string_view uid;
+  const char* display;
+};
+constexpr LaterSyntaxRow kLaterSyntaxes[] = {
+    {HTJ2K_LOSSLESS, "HTJ2K_LOSSLESS", "1.2.840.10008.1.2.4.201", "High-Throughput JPEG 2000 (Lossless Only)"},
+    {HTJ2K_LOSSLESS_RPCL, "HTJ2K_LOSSLESS_RPCL", "1.2.840.10008.1.2.4.202", "High-Throughput JPEG 2000 with RPCL Options (Lossless Only)"},
+    {HTJ2K, "HTJ2K", "1.2.840.10008.1.2.4.203", "High-Throughput JPEG 2000"},
+    {JPIP_HTJ2K_REFERENCED, "JPIP_HTJ2K_REFERENCED", "1.2.840.10008.1.2.4.204", "JPIP HTJ2K Referenced"},
+    {JPIP_HTJ2K_REFERENCED_DEFLATE, "JPIP_HTJ2K_REFERENCED_DEFLATE", "1.2.840.10008.1.2.4.205", "JPIP HTJ2K Referenced Deflate"},
+    {JPEG_XL_LOSSLESS, "JPEG_XL_LOSSLESS", "1.2.840.10008.1.2.4.110", "JPEG XL Lossless"},
+    {JPEG_XL_RECOMPRESSION, "JPEG_XL_RECOMPRESSION", "1.2.840.10008.1.2.4.111", "JPEG XL JPEG Recompression"},
+    {JPEG_XL, "JPEG_XL", "1.2.840.10008.1.2.4.112", "JPEG XL"},
+    {ENCAPSULATED_UNCOMPRESSED, "ENCAPSULATED_UNCOMPRESSED", "1.2.840.10008.1.2.1.98", "Encapsulated Uncompressed Explicit VR Little Endian"},
+    {DEFLATED_IMAGE_FRAMES, "DEFLATED_IMAGE_FRAMES", "1.2.840.10008.1.2.8.1", "Deflated Image Frame Compression"},
+    {HEVC_H265_MP_LEVEL_5_1, "HEVC_H265_MP_LEVEL_5_1", "1.2.840.10008.1.2.4.107", "HEVC/H.265 Main Profile / Level 5.1"},
+    {HEVC_H265_M10P_LEVEL_5_1, "HEVC_H265_M10P_LEVEL_5_1", "1.2.840.10008.1.2.4.108", "HEVC/H.265 Main 10 Profile / Level 5.1"},
+    {FRAGMENTABLE_MPEG2_MPML, "FRAGMENTABLE_MPEG2_MPML", "1.2.840.10008.1.2.4.100.1", "Fragmentable MPEG2 Main Profile / Main Level"},
+    {FRAGMENTABLE_MPEG2_MPHL, "FRAGMENTABLE_MPEG2_MPHL", "1.2.840.10008.1.2.4.101.1", "Fragmentable MPEG2 Main Profile / High Level"},
+    {FRAGMENTABLE_MPEG4_AVC_H264_HP_LEVEL_4_1, "FRAGMENTABLE_MPEG4_AVC_H264_HP_LEVEL_4_1", "1.2.840.10008.1.2.4.102.1", "Fragmentable MPEG-4 AVC/H.264 High Profile / Level 4.1"},
+    {FRAGMENTABLE_MPEG4_AVC_H264_BDC_HP_LEVEL_4_1, "FRAGMENTABLE_MPEG4_AVC_H264_BDC_HP_LEVEL_4_1", "1.2.840.10008.1.2.4.103.1", "Fragmentable MPEG-4 AVC/H.264 BD-compatible High Profile / Level 4.1"},
+    {FRAGMENTABLE_MPEG4_AVC_H264_HP_LEVEL_4_2_2D, "FRAGMENTABLE_MPEG4_AVC_H264_HP_LEVEL_4_2_2D", "1.2.840.10008.1.2.4.104.1", "Fragmentable MPEG-4 AVC/H.264 High Profile / Level 4.2 For 2D Video"},
+    {FRAGMENTABLE_MPEG4_AVC_H264_HP_LEVEL_4_2_3D, "FRAGMENTABLE_MPEG4_AVC_H264_HP_LEVEL_4_2_3D", "1.2.840.10008.1.2.4.105.1", "Fragmentable MPEG-4 AVC/H.264 High Profile / Level 4.2 For 3D Video"},
+    {FRAGMENTABLE_MPEG4_AVC_H264_STEREO_HP_LEVEL_4_2, "FRAGMENTABLE_MPEG4_AVC_H264_STEREO_HP_LEVEL_4_2", "1.2.840.10008.1.2.4.106.1", "Fragmentable MPEG-4 AVC/H.264 Stereo High Profile / Level 4.2"},
+    {SMPTE_ST_2110_20_PROGRESSIVE, "SMPTE_ST_2110_20_PROGRESSIVE", "1.2.840.10008.1.2.7.1", "SMPTE ST 2110-20 Uncompressed Progressive Active Video"},
+    {SMPTE_ST_2110_20_INTERLACED, "SMPTE_ST_2110_20_INTERLACED", "1.2.840.10008.1.2.7.2", "SMPTE ST 2110-20 Uncompressed Interlaced Active Video"},
+    {SMPTE_ST_2110_30_AUDIO, "SMPTE_ST_2110_30_AUDIO", "1.2.840.10008.1.2.7.3", "SMPTE ST 2110-30 PCM Digital Audio"},
+};
+constexpr VX_TRANSFER_SYNTAX kFirstLater = HTJ2K_LOSSLESS;
+static_assert([] {
+  for (std::size_t i = 0; i < std::size(kLaterSyntaxes); ++i) {
+    if (kLaterSyntaxes[i].syntax != kFirstLater + static_cast<VX_TRANSFER_SYNTAX>(i)) return false;
+  }
+  return true;
+}());
+
 // Settings may give two syntaxes one UID; the first of these has it.
 constexpr VX_TRANSFER_SYNTAX kUidOrder[] = {
     IMPLICIT_LITTLE_ENDIAN,
@@ -178,18 +217,27 @@ constexpr PrivateKeys kPrivateKeys[] = {
 };
 
 const SyntaxRow* find_row(VX_TRANSFER_SYNTAX syntax) {
-  return is_transfer_syntax(syntax) ? &kSyntaxes[syntax - kFirst] : nullptr;
+  return syntax >= kFirst && syntax <= kLast ? &kSyntaxes[syntax - kFirst] : nullptr;
+}
+const LaterSyntaxRow* find_later(VX_TRANSFER_SYNTAX syntax) {
+  const int64_t index = int64_t{syntax} - kFirstLater;
+  return index >= 0 && index < std::ssize(kLaterSyntaxes) ? &kLaterSyntaxes[index] : nullptr;
+}
+// Of a syntax whose UID is no setting; empty for others.
+std::string_view fixed_uid(VX_TRANSFER_SYNTAX syntax) {
+  const LaterSyntaxRow* row = find_later(syntax);
+  return row != nullptr ? row->uid : added_syntax_uid(syntax);
 }
 
 }  // namespace
 
 bool is_transfer_syntax(VX_TRANSFER_SYNTAX syntax) {
-  return syntax >= kFirst && syntax <= kLast;
+  return find_row(syntax) != nullptr || find_later(syntax) != nullptr;
 }
 
 VX_STATUS syntax_encoding(VX_TRANSFER_SYNTAX syntax, Encoding& encoding) {
   const SyntaxRow* row = find_row(syntax);
-  if (row == nullptr && !added_syntax_uid(syntax).empty()) {
+  if (row == nullptr && !fixed_uid(syntax).empty()) {
     encoding = Encoding{syntax, false, true, true};
     return kOk;
   }
@@ -210,14 +258,15 @@ VX_STATUS syntax_encoding(VX_TRANSFER_SYNTAX syntax, Encoding& encoding) {
 std::size_t syntax_uid(VX_TRANSFER_SYNTAX syntax, char* buffer, std::size_t size) {
   const SyntaxRow* row = find_row(syntax);
   if (row != nullptr) return config_text(row->uid, buffer, size);
-  const std::string_view added = added_syntax_uid(syntax);
-  copy_text(buffer, size, added);
-  return added.size();
+  const std::string_view uid = fixed_uid(syntax);
+  copy_text(buffer, size, uid);
+  return uid.size();
 }
 
 const char* syntax_display_name(VX_TRANSFER_SYNTAX syntax) {
-  const SyntaxRow* row = find_row(syntax);
-  return row != nullptr ? row->display : "";
+  if (const SyntaxRow* row = find_row(syntax); row != nullptr) return row->display;
+  const LaterSyntaxRow* later = find_later(syntax);
+  return later != nullptr ? later->display : "";
 }
 
 VX_STATUS syntax_from_uid(std::string_view uid, VX_TRANSFER_SYNTAX& syntax) {
@@ -231,6 +280,11 @@ VX_STATUS syntax_from_uid(std::string_view uid, VX_TRANSFER_SYNTAX& syntax) {
     syntax = candidate;
     return kOk;
   }
+  for (const LaterSyntaxRow& row : kLaterSyntaxes) {
+    if (uid != row.uid) continue;
+    syntax = row.syntax;
+    return kOk;
+  }
   if (const VX_TRANSFER_SYNTAX added = find_added_syntax(uid); added != 0) {
     syntax = added;
     return kOk;
@@ -240,6 +294,11 @@ VX_STATUS syntax_from_uid(std::string_view uid, VX_TRANSFER_SYNTAX& syntax) {
 
 VX_STATUS syntax_from_name(std::string_view name, VX_TRANSFER_SYNTAX& syntax) {
   for (const SyntaxRow& row : kSyntaxes) {
+    if (!equals_ignoring_case(name, row.name)) continue;
+    syntax = row.syntax;
+    return kOk;
+  }
+  for (const LaterSyntaxRow& row : kLaterSyntaxes) {
     if (!equals_ignoring_case(name, row.name)) continue;
     syntax = row.syntax;
     return kOk;

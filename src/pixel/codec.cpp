@@ -38,6 +38,9 @@ constexpr SyntaxCodec kCodecs[] = {
     {JPEG_LOSSLESS_HIER_14, &kJpegLosslessCodec},
     {JPEG_2000_LOSSLESS_ONLY, &kJpeg2000Codec},
     {JPEG_2000, &kJpeg2000Codec},
+    {HTJ2K_LOSSLESS, &kJpeg2000Codec},  // other coding of the same blocks
+    {HTJ2K_LOSSLESS_RPCL, &kJpeg2000Codec},
+    {HTJ2K, &kJpeg2000Codec},
     {JPEG_LS_LOSSLESS, &kJpegLsCodec},
     {JPEG_LS_LOSSY, &kJpegLsCodec},
     {JPEG_SPEC_NON_HIER_6_8, &kJpegCodec},

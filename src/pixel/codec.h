@@ -40,6 +40,14 @@ struct CodecSettings {
   int near = 0;             // JPEG-LS: the largest error
   bool lossless = true;     // JPEG 2000
   uint64_t milli_bits = 0;  // JPEG 2000: target in thousandths of a bit a pixel
+  int quality = 90;         // JPEG XL, High-Throughput JPEG 2000: 1 to 100
+  unsigned threads = 1;     // that may work on the frame
+};
+
+// How a stream is decompressed.
+struct DecodeSettings {
+  bool to_rgb = false;   // a YBR_FULL_422 image comes out as RGB, rows x columns x 3 bytes
+  unsigned threads = 1;  // that may work on the frame
 };
 
 // What the head of a stream says.
@@ -63,10 +71,9 @@ struct Codec {
   // A frame as the image describes it, pixel by pixel, FrameSize bytes.
   int (*compress)(const ImageAttributes& image, const CodecSettings& settings, const uint8_t* frame,
                   std::vector<uint8_t>& out);
-  // Into `frame`, FrameSize bytes. With `to_rgb` a YBR_FULL_422 image comes out as RGB, rows x columns x 3
-  // bytes.
-  int (*decompress)(const ImageAttributes& image, bool to_rgb, const uint8_t* data, std::size_t size,
-                    uint8_t* frame, CodecResult& result);
+  // Into `frame`, FrameSize bytes.
+  int (*decompress)(const ImageAttributes& image, const DecodeSettings& settings, const uint8_t* data,
+                    std::size_t size, uint8_t* frame, CodecResult& result);
   // As jpeg::find_end.
   std::size_t (*find_end)(const uint8_t* data, std::size_t size, std::size_t& from);
 };

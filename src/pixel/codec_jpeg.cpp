@@ -288,7 +288,7 @@ int decode_own(const ImageAttributes& image, const uint8_t* data, std::size_t si
   return shape.ends_well ? kCodecDone : kCodecBadEnd;
 }
 
-int decompress(const ImageAttributes& image, bool to_rgb, const uint8_t* data, std::size_t size,
+int decompress(const ImageAttributes& image, const DecodeSettings& settings, const uint8_t* data, std::size_t size,
                uint8_t* frame, CodecResult& result) try {
   jpeg::Shape shape;
   if (jpeg::Fault fault = jpeg::query(data, size, shape); fault != jpeg::kNone) return status_of(fault);
@@ -297,9 +297,9 @@ int decompress(const ImageAttributes& image, bool to_rgb, const uint8_t* data, s
   if (shape.process == 0xC2 && has_too_many_scans(data, size)) return kCodecUnsupported;
   if (!load_library()) return kCodecNotLoaded;
   const bool packed = is_packed_422(image.photometric());
-  if (packed && !to_rgb && image.Columns % 2 != 0) return kCodecOddColumns;
+  if (packed && !settings.to_rgb && image.Columns % 2 != 0) return kCodecOddColumns;
   std::vector<uint8_t> row(packed ? std::size_t{image.Columns} * 3 : 0);
-  const int status = decode_8bit({image, to_rgb, data, size, frame, row.data(), result});
+  const int status = decode_8bit({image, settings.to_rgb, data, size, frame, row.data(), result});
   const bool decoded = status == kCodecDone || status == kCodecDataShort || status == kCodecBadEnd;
   if (decoded && image.BitsAllocated == 16) widen(frame, image.FrameSize / 2);
   if (decoded) extend_sign(image, frame, 8);

@@ -307,7 +307,7 @@ int decode(const ImageAttributes& image, const CodeStreamHead& head, const uint8
   return kCodecDone;
 }
 
-int decompress(const ImageAttributes& image, bool, const uint8_t* data, std::size_t size, uint8_t* frame,
+int decompress(const ImageAttributes& image, const DecodeSettings&, const uint8_t* data, std::size_t size, uint8_t* frame,
                CodecResult&) try {
   unwrap(data, size);
   CodeStreamHead head;

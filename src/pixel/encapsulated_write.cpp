@@ -18,7 +18,8 @@ namespace vx {
 namespace {
 
 bool is_video(VX_TRANSFER_SYNTAX syntax) {
-  return syntax == MPEG2_MPML || (syntax >= MPEG2_MPHL && syntax <= MPEG4_AVC_H264_STEREO_HP_LEVEL_4_2);
+  return syntax == MPEG2_MPML || (syntax >= MPEG2_MPHL && syntax <= MPEG4_AVC_H264_STEREO_HP_LEVEL_4_2) ||
+         syntax == HEVC_H265_MP_LEVEL_5_1 || syntax == HEVC_H265_M10P_LEVEL_5_1;
 }
 
 std::size_t table_size(uint32_t room) {

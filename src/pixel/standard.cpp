@@ -152,7 +152,7 @@ struct StandardContext final : RunContext {
   std::vector<uint8_t> OutputBuffer;  // a compressed frame
   std::unique_ptr<uint8_t[]> frame;   // a decompressed one, with room for a pad
   std::size_t searched = 0;           // of the stream, for its end
-  bool to_rgb = false;
+  DecodeSettings settings;
   bool tiled = false;  // frames are parts of a larger picture, whose edges need not fill them
   bool delivered = false;
   bool Failed = false;
@@ -177,8 +177,8 @@ VX_STATUS open_run(MsgObj& object, StandardContext& run) {
   }
   if (!direction.compresses) {
     const OFFSET_TABLE_CONTEXT* context = encapsulation(object);
-    run.to_rgb = context != nullptr && context->ToRgb && is_packed_422(image.photometric());
-    if (run.to_rgb) {
+    run.settings.to_rgb = context != nullptr && context->ToRgb && is_packed_422(image.photometric());
+    if (run.settings.to_rgb) {
       const uint64_t bytes = uint64_t{image.Rows} * image.Columns * 3;
       if (bytes > kMaxFrame) return refuse(direction.function, "Failed to get image attributes.");
       image.FrameSize = static_cast<uint32_t>(bytes);
@@ -275,14 +275,14 @@ int decode(const StandardContext& run, const uint8_t* stream, std::size_t length
   CodecHead head;
   if (!run.tiled || run.codec->query(stream, length, head) != kCodecDone || head.rows > image.Rows ||
       head.columns > image.Columns || (head.rows == image.Rows && head.columns == image.Columns)) {
-    return run.codec->decompress(image, run.to_rgb, stream, length, run.frame.get(), result);
+    return run.codec->decompress(image, run.settings, stream, length, run.frame.get(), result);
   }
   ImageAttributes tile = image;
   tile.Rows = head.rows;
   tile.Columns = head.columns;
   tile.FrameSize = image.FrameSize / (image.Rows * image.Columns) * tile.Rows * tile.Columns;
   std::vector<uint8_t> pixels(tile.FrameSize);
-  const int status = run.codec->decompress(tile, run.to_rgb, stream, length, pixels.data(), result);
+  const int status = run.codec->decompress(tile, run.settings, stream, length, pixels.data(), result);
   spread(tile, image, pixels.data(), run.frame.get());
   return status;
 }
@@ -387,6 +387,7 @@ CodecSettings codec_settings(const ImageAttributes& image) {
   settings.chrominance = config_int(VX_CFG_COMPRESSION_CHROM_FACTOR);
   settings.subsample = subsamples_rgb();
   settings.near = image.TransferSyntax == JPEG_LS_LOSSY ? 10 : 0;
+  settings.quality = config_int(VX_CFG_COMPRESSION_QUALITY);
   settings.lossless = !is_lossy_target(image.TransferSyntax);
   if (config_bool(VX_CFG_COMPRESSION_J2K_LOSSY_USE_QUALITY)) {
     const uint64_t bits = image.photometric().starts_with("RGB") ? 24 : image.BitsStored;

@@ -84,7 +84,7 @@ class Victim {
     std::size_t from = 0;
     EXPECT_LE(codec.find_end(data, size, from), size);
     vx::CodecResult result;
-    const int status = codec.decompress(image_, false, data, size, frame_.data(), result);
+    const int status = codec.decompress(image_, {}, data, size, frame_.data(), result);
     EXPECT_STRNE(vx::codec_text(status), "unknown error") << status;
     return status == vx::kCodecDone;
   }

@@ -194,10 +194,11 @@ constexpr bool is_uncompressed(VX_TRANSFER_SYNTAX syntax) {
 }
 // Those whose whole data set is deflated.
 constexpr bool is_deflated(VX_TRANSFER_SYNTAX syntax) {
-  return syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || syntax == JPIP_REFERENCED_DEFLATE;
+  return syntax == DEFLATED_EXPLICIT_LITTLE_ENDIAN || syntax == JPIP_REFERENCED_DEFLATE ||
+         syntax == JPIP_HTJ2K_REFERENCED_DEFLATE;
 }
 // Behind it are those that the library got to know while it ran, which can only be handed on.
-inline constexpr VX_TRANSFER_SYNTAX kLastKnownSyntax = JPIP_REFERENCED_DEFLATE;
+inline constexpr VX_TRANSFER_SYNTAX kLastKnownSyntax = SMPTE_ST_2110_30_AUDIO;
 
 // Bytes of an element of a bulk value, which byte orders turn around (PS3.5 section 7.3).
 uint32_t element_width(VX_VR vr);

@@ -52,34 +52,15 @@ constexpr Coding kCodings[] = {
     {JPEG_LS_LOSSY, VX_General_Compressor},
     {JPEG_2000_LOSSLESS_ONLY, VX_General_Compressor},
     {JPEG_2000, VX_General_Compressor},
-};
-// Transfer syntaxes that the library does not know, whose frames one of its codecs takes apart.
-struct Decodable {
-  const char* uid;
-  VX_TRANSFER_SYNTAX decoder;
-};
-constexpr Decodable kDecodable[] = {
-    {"1.2.840.10008.1.2.4.201", JPEG_2000},  // high throughput: other coding of the same blocks
-    {"1.2.840.10008.1.2.4.202", JPEG_2000},
-    {"1.2.840.10008.1.2.4.203", JPEG_2000},
+    {HTJ2K_LOSSLESS, nullptr},
+    {HTJ2K_LOSSLESS_RPCL, nullptr},
+    {HTJ2K, nullptr},
 };
 const Coding* coding_of(VX_TRANSFER_SYNTAX syntax) {
   const auto* found = std::find_if(std::begin(kCodings), std::end(kCodings),
                                    [&](const Coding& row) { return row.syntax == syntax; });
   return found != std::end(kCodings) ? found : nullptr;
 }
-// A transfer syntax that the library does not know; the frames of most segmentations fit it well.
-constexpr char kDeflatedFrames[] = "1.2.840.10008.1.2.8.1";
-
-// The syntax whose codec takes frames apart; 0 if none does.
-VX_TRANSFER_SYNTAX decoder_of(VX_TRANSFER_SYNTAX syntax) {
-  if (coding_of(syntax) != nullptr) return syntax;
-  const std::string uid = uid_of_syntax(syntax);
-  const auto* found = std::find_if(std::begin(kDecodable), std::end(kDecodable),
-                                   [&](const Decodable& row) { return uid == row.uid; });
-  return found != std::end(kDecodable) ? found->decoder : 0;
-}
-
 bool is_cosine(VX_TRANSFER_SYNTAX syntax) {
   return syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4;
 }
@@ -98,7 +79,7 @@ uint64_t number_in(const std::string& text) {
 }
 
 std::string decompression_fault(const FrameForm& form) {
-  if (!form.decompresses() || form.decoder != 0) return "";
+  if (!form.decompresses() || form.decodable) return "";
   const std::string uid = uid_of_syntax(form.from);
   return "its pixel data is compressed in a way that this program can not undo" +
          (uid.empty() ? "; its transfer syntax is not known" : ": " + describe_uid(uid));
@@ -107,8 +88,8 @@ std::string decompression_fault(const FrameForm& form) {
 FrameForm::FrameForm(VX_TRANSFER_SYNTAX source, VX_TRANSFER_SYNTAX target)
     : from(source),
       to(target),
-      decoder(decoder_of(source)),
-      inflates(uid_of_syntax(source) == kDeflatedFrames) {}
+      decodable(can_decompress(source)),
+      inflates(source == DEFLATED_IMAGE_FRAMES) {}
 
 void FrameForm::read(int32_t object) {
   VX_Get_Attribute_Info(object, tags::kPixelData, &vr, nullptr);
@@ -171,7 +152,7 @@ VX_COMPRESSION_CALLBACK compressor_of(VX_TRANSFER_SYNTAX syntax) {
 }
 
 bool can_decompress(VX_TRANSFER_SYNTAX syntax) {
-  return decoder_of(syntax) != 0;
+  return coding_of(syntax) != nullptr;
 }
 
 bool is_lossy(VX_TRANSFER_SYNTAX syntax) {

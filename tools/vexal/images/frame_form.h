@@ -36,7 +36,7 @@ struct FrameForm {
   };
   VX_TRANSFER_SYNTAX from = 0;
   VX_TRANSFER_SYNTAX to = 0;
-  VX_TRANSFER_SYNTAX decoder = 0;  // whose codec takes the frames apart
+  bool decodable = false;  // the library has a codec that takes the frames apart
   VX_VR vr = VX_VR_OB;
   Attributes stored;      // as the object has them
   Attributes attributes;  // as the codecs are to see them

@@ -31,12 +31,10 @@ uint64_t native_frame_bits(int32_t id) {
   return all <= 8 * kLargestFrame ? all : 0;
 }
 
-// MPEG2, MPEG-4 and HEVC (PS3.6 annex A): 1.2.840.10008.1.2.4.100 to .108, and those with .1 behind.
-bool is_video_syntax(std::string_view uid) {
-  constexpr std::string_view kVideo = "1.2.840.10008.1.2.4.10";
-  if (!uid.starts_with(kVideo) || uid.size() == kVideo.size()) return false;
-  const std::string_view rest = uid.substr(kVideo.size());
-  return rest[0] >= '0' && rest[0] <= '8' && (rest.size() == 1 || rest[1] == '.');
+// MPEG2, MPEG-4 and HEVC.
+bool is_video_syntax(VX_TRANSFER_SYNTAX syntax) {
+  return syntax == MPEG2_MPML || (syntax >= MPEG2_MPHL && syntax <= MPEG4_AVC_H264_STEREO_HP_LEVEL_4_2) ||
+         (syntax >= HEVC_H265_MP_LEVEL_5_1 && syntax <= FRAGMENTABLE_MPEG4_AVC_H264_STEREO_HP_LEVEL_4_2);
 }
 
 }  // namespace
@@ -90,7 +88,7 @@ bool StoredValue::read_swapped(uint64_t offset, void* buffer, std::size_t length
 
 std::string FrameSource::open(const DicomFile& file, int32_t object, VX_TRANSFER_SYNTAX syntax) {
   encapsulated_ = !is_uncompressed(syntax);
-  video_ = is_video_syntax(uid_of_syntax(syntax));
+  video_ = is_video_syntax(syntax);
   if (std::string problem = value_.open(file, object, tags::kPixelData); !problem.empty()) return problem;
   uint32_t frames = number_of(object, tags::kNumberOfFrames, 1);
   if (frames == 0 || frames > INT32_MAX) frames = 1;

@@ -25,7 +25,7 @@ class FrameWorker {
  public:
   FrameWorker(const FrameSource& source, const FrameForm& form) : source_(source), form_(form) {
     VX_Open_Empty_Message(&id_);
-    VX_Set_Message_Transfer_Syntax(id_, form.decompresses() ? form.decoder : EXPLICIT_LITTLE_ENDIAN);
+    VX_Set_Message_Transfer_Syntax(id_, form.decompresses() ? form.from : EXPLICIT_LITTLE_ENDIAN);
     for (const auto& [tag, text] : form.attributes) set_all_text(id_, tag, text);
     set_all_text(id_, tags::kNumberOfFrames, "1");
     VX_Set_Value_To_Empty(id_, tags::kPixelData);

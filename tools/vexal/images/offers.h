@@ -2,5 +2,7 @@
 #pragma once
 
 #include "bounded_file.h"
+#include "frame_form.h"
+#include "frame_source.h"
 #include "recode.h"
 #include "write_options.h"

@@ -9,8 +9,9 @@
 
 #include "files/files.h"
 #include "files/fragments.h"
-#include "frame_source.h"
-#include "recode.h"
+#include "images/frame_source.h"
+#include "images/recode.h"
+#include "picture.h"
 
 namespace vexal {
 
@@ -34,14 +35,6 @@ struct RenderOptions {
   int window = 1;  // which of the image's own; 0: the whole range of its values
   bool invert = false;
   bool overlays = true;
-};
-
-// One picture, 8 bits a sample.
-struct Picture {
-  uint32_t width = 0;
-  uint32_t height = 0;
-  uint32_t samples = 1;
-  std::vector<uint8_t> bytes;
 };
 
 class PixelImage {
@@ -86,8 +79,5 @@ class PixelImage {
   uint32_t pixels_ = 0;                    // the attribute that holds them
   bool compressed_ = false;
 };
-
-// A picture as a PNG file. An error text, empty on success.
-std::string write_png(const Picture& picture, const std::string& path);
 
 }  // namespace vexal

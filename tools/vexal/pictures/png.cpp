@@ -3,7 +3,8 @@
 #include <csetjmp>
 #include <vector>
 
-#include "pixel_image.h"
+#include "files/files.h"
+#include "picture.h"
 
 namespace vexal {
 namespace {

@@ -1,0 +1,102 @@
+// vexal pixel: what an image holds, its frames as bytes or pictures, and the offset table of its fragments.
+#include <algorithm>
+
+#include "base/commands.h"
+#include "images/write_options.h"
+#include "pixel_actions.h"
+
+namespace vexal {
+
+// The frames that are asked for.
+bool chosen(const Args& args, uint32_t frames, bool all, Choice& choice) {
+  long number = 0;
+  if (!args.number("--frame", 1, INT32_MAX, number)) return false;
+  if (number > static_cast<long>(frames)) {
+    complain("--frame %ld: the image has %u", number, frames);
+    return false;
+  }
+  choice = number != 0 ? Choice{static_cast<uint32_t>(number) - 1, 1} : Choice{0, all ? frames : 1};
+  return true;
+}
+
+// What an image whose frames came out of their decoder is worth.
+int judge(const PixelImage& image, const std::string& path, int result) {
+  if (image.cut_short() == 0) return result;
+  report(path, tell_of_cuts(image.cut_short()));
+  return std::max(result, static_cast<int>(kFindings));
+}
+
+namespace {
+
+constexpr Option kOptions[] = {
+    {"--frame", "N", "one frame, from 1 (default: all for extract and sheet, the first for render)"},
+    {"--compressed", nullptr, "extract: frames as their compressed streams"},
+    {"--window", "C,W", "render with this window center and width"},
+    {"--window-number", "N", "which of the image's own windows (default 1); 0: the range of its values"},
+    {"--invert", nullptr, "render light as dark"},
+    {"--no-overlays", nullptr, "render without overlay planes"},
+    {"--columns", "N", "sheet: pictures in a row (default: about a square)"},
+    {"--tile", "N", "sheet: largest side of a picture (default 128)"},
+    {"--repair", "OUT", "offsets: write the object with the right table"},
+    VEXAL_WRITE_OPTIONS,
+};
+
+struct Action {
+  const char* name;
+  bool writes;  // one file, to a name; else any number of files
+  int (*run)(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
+};
+constexpr Action kActions[] = {
+    {"info", false, show_image}, {"extract", true, extract_frames}, {"render", true, render_frame},
+    {"sheet", true, make_sheet}, {"offsets", false, check_offsets},
+};
+
+int run_on(const Action& action, const Args& args, const std::string& path, const std::string& out) {
+  const CurrentFile current(path);
+  PixelImage image;
+  const std::string problem = image.open(path);
+  if (problem.empty()) return action.run(args, image, path, out);
+  report(path, problem);
+  return kUsage;
+}
+
+int run(const Args& args) {
+  const auto* action = std::find_if(std::begin(kActions), std::end(kActions), [&](const Action& a) {
+    return !args.paths.empty() && args.paths[0] == a.name;
+  });
+  if (action == std::end(kActions)) {
+    std::string names;
+    for (const Action& a : kActions) names += (names.empty() ? "" : ", ") + std::string(a.name);
+    complain("pixel needs one of: %s; --help tells more", names.c_str());
+    return kUsage;
+  }
+  if (action->writes ? args.paths.size() != 3 : args.paths.size() < 2) {
+    complain("pixel %s needs %s", action->name,
+             action->writes ? "a file to read and a name to write" : "a file to read");
+    return kUsage;
+  }
+  if (args.has("--repair") && args.paths.size() != 2) {
+    complain("--repair goes with one file");
+    return kUsage;
+  }
+  if (action->writes) return run_on(*action, args, args.paths[1], args.paths[2]);
+  int worst = kSuccess;
+  for (std::size_t i = 1; i < args.paths.size(); ++i)
+    worst = std::max(worst, run_on(*action, args, args.paths[i], ""));
+  return worst;
+}
+
+}  // namespace
+
+const Command kPixel = {
+    "pixel",
+    "info|extract|render|sheet|offsets [OPTION...] FILE... [OUT]",
+    "look at the frames of an image",
+    "info tells what the pixel data is. extract writes frames as bytes, to OUT for one frame and\n"
+    "into the folder OUT for several. render writes one frame as a PNG file: modality and VOI\n"
+    "transformation, palette, colour, overlays. sheet puts all frames on one PNG file. offsets\n"
+    "checks the offset table of compressed pixel data, and repairs it.",
+    kOptions,
+    run};
+
+}  // namespace vexal

@@ -1,0 +1,45 @@
+// What vexal pixel can do, and what its actions share.
+#pragma once
+
+#include <algorithm>
+#include <string>
+
+#include "base/args.h"
+#include "base/session.h"
+#include "pixel_image.h"
+
+namespace vexal {
+
+// Frames of an image, from 0.
+struct Choice {
+  uint32_t first = 0;
+  uint32_t count = 0;
+};
+
+// The frames that are asked for; without --frame `all` or the first. False after a line on standard error.
+bool chosen(const Args& args, uint32_t frames, bool all, Choice& choice);
+
+// What an image whose frames came out of their decoder is worth.
+int judge(const PixelImage& image, const std::string& path, int result);
+
+// Calls work(i) for each chosen frame; one that fails does not end the others.
+template <typename Work>
+int each_frame(const Choice& choice, const std::string& in, Work work) {
+  int result = kSuccess;
+  for (uint32_t i = 0; i < choice.count; ++i) {
+    const std::string problem = work(i);
+    if (problem.empty()) continue;
+    report(in, "frame " + std::to_string(choice.first + i + 1) + ": " + problem);
+    result = kUsage;
+  }
+  return result;
+}
+
+// Actions on one open image. Those that write get the name that they are to write.
+int show_image(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
+int check_offsets(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
+int extract_frames(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
+int render_frame(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
+int make_sheet(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
+
+}  // namespace vexal

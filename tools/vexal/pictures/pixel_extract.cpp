@@ -1,0 +1,61 @@
+// vexal pixel extract: frames as bytes.
+#include <cstdio>
+#include <filesystem>
+
+#include "pixel_actions.h"
+
+namespace vexal {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string write_bytes(const std::string& path, const std::string& bytes) {
+  FileSink sink;
+  if (std::string error = sink.open(path); !error.empty()) return error;
+  if (!sink.write(bytes.data(), bytes.size())) return "it can not be written";
+  return sink.commit();
+}
+
+// Where frame `number` goes: OUT itself for one frame, else a file in the folder OUT.
+std::string frame_path(const std::string& out, uint32_t number, const Choice& choice, const char* suffix) {
+  std::error_code ignored;
+  if (choice.count == 1 && !fs::is_directory(out, ignored)) return out;
+  fs::create_directories(out, ignored);
+  char name[64];
+  std::snprintf(name, sizeof name, "frame-%05u%s", number + 1, suffix);
+  return (fs::path(out) / name).string();
+}
+
+}  // namespace
+
+int extract_frames(const Args& args, PixelImage& image, const std::string& in, const std::string& out) {
+  Choice choice;
+  const bool compressed = args.has("--compressed");
+  if (compressed && !image.compressed()) {
+    report(in, "its frames are not compressed");
+    return kUsage;
+  }
+  uint32_t count = image.description().frames;
+  if (compressed) {
+    if (const std::string problem = image.count_streams(count); !problem.empty()) {
+      report(in, problem);
+      return kUsage;
+    }
+  }
+  if (!chosen(args, count, true, choice)) return kUsage;
+  bool writable = true;  // else no other frame is either
+  const int result = each_frame(choice, in, [&](uint32_t i) -> std::string {
+    if (!writable) return "";
+    const uint32_t number = choice.first + i;
+    std::string bytes;
+    std::string problem = compressed ? image.code_stream(number, bytes) : image.frame(number, bytes);
+    if (!problem.empty()) return problem;
+    const std::string path = frame_path(out, number, choice, compressed ? ".bin" : ".raw");
+    problem = write_bytes(path, bytes);
+    writable = problem.empty();
+    return writable ? "" : path + ": " + problem;
+  });
+  return judge(image, in, result);
+}
+
+}  // namespace vexal
