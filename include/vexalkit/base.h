@@ -237,9 +237,10 @@ enum {
 
 /**
  * Transfer syntaxes that the library knows by a number.
- * The UID of each up to 140 is a setting, VX_CFG_ and its name and _SYNTAX; one without a UID is not used. Two
- * private syntaxes can be described by settings. The numbers in JPEG names are those of the coding processes.
- * The syntaxes from 200 on have the UIDs of PS3.6 for good; all are explicit little endian and encapsulated.
+ * The UID of each up to 140 is a setting, VX_CFG_ and its name and _SYNTAX; one without a UID is not used.
+ * Two private syntaxes can be described by settings. The numbers in JPEG names are those of the coding
+ * processes. The syntaxes from 200 on have the UIDs of PS3.6 for good; all are explicit little endian and
+ * encapsulated.
  */
 typedef int32_t VX_TRANSFER_SYNTAX;
 
