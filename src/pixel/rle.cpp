@@ -1,11 +1,13 @@
 // The RLE codec (PS3.5 annex G): byte planes, each in PackBits.
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <bit>
 #include <cstddef>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <vector>
 
 #include "frame/byte_order.h"
 #include "frame/log.h"
@@ -14,6 +16,7 @@
 #include "pixel/image.h"
 #include "pixel/rle.h"
 #include "pixel/run.h"
+#include "pixel/thread_share.h"
 
 namespace vx {
 namespace {
@@ -66,9 +69,6 @@ class Packer {
   explicit Packer(uint8_t* out) : begin_(out), out_(out) {}
   void row(const uint8_t* bytes, uint32_t size);
   uint32_t size() const { return static_cast<uint32_t>(out_ - begin_); }
-  void pad() {
-    if (size() % 2 != 0) *out_++ = 0;
-  }
 
  private:
   void flush(const uint8_t* bytes, uint32_t literals, uint32_t copies) {
@@ -215,48 +215,106 @@ RowShape rows_of(const ImageAttributes& image) {
   if (bits % 8 != 0) return {1, image.FrameSize};
   return {image.Rows, static_cast<uint32_t>(bits / 8)};
 }
+// A literal run that no replicate run pays for has at least 126 bytes; a row may end with two short runs.
+uint64_t bound_of_row(const RowShape& shape) {
+  return uint64_t{shape.bytes} + shape.bytes / 64 + 4;
+}
 
 }  // namespace
 
 uint64_t rle_bound(const ImageAttributes& image) {
-  // A literal run that no replicate run pays for has at least 126 bytes; a row may end with two short runs.
   const RowShape shape = rows_of(image);
-  const uint64_t row = uint64_t{shape.bytes} + shape.bytes / 64 + 4;
-  return kHeaderBytes + (row * shape.rows + 1) * image.SamplesPerPixel * image.sample_bytes();
+  return kHeaderBytes + (bound_of_row(shape) * shape.rows + 1) * image.SamplesPerPixel * image.sample_bytes();
 }
 
-bool rle_encode(const ImageAttributes& image, const uint8_t* frame, uint8_t* out, uint32_t& size) {
-  Layout layout;
-  if (!make_layout(image, layout)) return false;
-  const RowShape shape = rows_of(image);
+namespace {
+
+// Rows of one segment, packed by one thread.
+struct Band {
+  uint32_t segment;
+  uint32_t first;  // row
+  uint32_t rows;
+  uint64_t place;  // in the output, with room for the most that they can take
+  uint32_t size;   // 0: there was no memory
+};
+
+bool pack_band(const RowShape& shape, const Plane& plane, bool gathers, const uint8_t* frame, Band& band,
+               uint8_t* out) {
+  const std::size_t step = std::size_t{plane.stride} * shape.bytes;
+  const uint8_t* from = frame + plane.start + step * band.first;
   std::unique_ptr<uint8_t[]> row;
-  if (layout.segments > 1) {
+  if (gathers) {
     row.reset(new (std::nothrow) uint8_t[shape.bytes]);
     if (row == nullptr) return false;
   }
+  Packer packer(out);
+  for (uint32_t y = 0; y < band.rows; ++y, from += step) {
+    if (gathers) gather(from, plane.stride, shape.bytes, row.get());
+    packer.row(gathers ? row.get() : from, shape.bytes);
+  }
+  band.size = packer.size();
+  return true;
+}
+
+// As many as keep the threads busy to the end; each but with its segment's others makes the output that one
+// alone would.
+std::vector<Band> make_bands(const Layout& layout, const RowShape& shape, uint64_t row_bound,
+                             unsigned threads) {
+  constexpr uint32_t kBandsOfThread = 4;
+  const uint32_t each =
+      threads <= 1 ? 1
+                   : std::min(shape.rows, (threads * kBandsOfThread + layout.segments - 1) / layout.segments);
+  std::vector<Band> bands;
+  bands.reserve(std::size_t{each} * layout.segments);
+  for (uint32_t segment = 0; segment < layout.segments; ++segment) {
+    const uint64_t start = kHeaderBytes + (row_bound * shape.rows + 1) * segment;
+    for (uint32_t i = 0; i < each; ++i) {
+      const auto first = static_cast<uint32_t>(uint64_t{shape.rows} * i / each);
+      const auto end = static_cast<uint32_t>(uint64_t{shape.rows} * (i + 1) / each);
+      bands.push_back({segment, first, end - first, start + row_bound * first, 0});
+    }
+  }
+  return bands;
+}
+
+}  // namespace
+
+bool rle_encode(const ImageAttributes& image, const uint8_t* frame, unsigned threads, uint8_t* out,
+                uint32_t& size) try {
+  Layout layout;
+  if (!make_layout(image, layout)) return false;
+  const RowShape shape = rows_of(image);
+  std::vector<Band> bands = make_bands(layout, shape, bound_of_row(shape), threads);
   std::memset(out, 0, kHeaderBytes);
   store32(out, layout.segments, false);
-  uint32_t total = kHeaderBytes;
-  for (uint32_t segment = 0; segment < layout.segments; ++segment) {
-    store32(out + 4 + 4 * std::size_t{segment}, total, false);
-    const Plane plane = layout.planes[segment];
-    const uint8_t* from = frame + plane.start;
-    Packer packer(out + total);
-    for (uint32_t y = 0; y < shape.rows; ++y) {
-      if (row == nullptr) {
-        packer.row(from, shape.bytes);
-        from += shape.bytes;
-        continue;
-      }
-      gather(from, plane.stride, shape.bytes, row.get());
-      from += std::size_t{plane.stride} * shape.bytes;
-      packer.row(row.get(), shape.bytes);
-    }
-    packer.pad();
-    total += packer.size();
+  uint64_t total = kHeaderBytes;
+  const auto pack = [&](Band& band, uint64_t place) {
+    return pack_band(shape, layout.planes[band.segment], layout.segments > 1, frame, band, out + place);
+  };
+  if (threads > 1) {
+    std::atomic<bool> failed{false};
+    run_parts(threads, bands.size(), [&](std::size_t i) {
+      if (!pack(bands[i], bands[i].place)) failed = true;
+    });
+    if (failed) return false;
   }
-  size = total;
+  for (std::size_t i = 0; i < bands.size(); ++i) {
+    Band& band = bands[i];
+    if (band.first == 0)
+      store32(out + 4 + 4 * std::size_t{band.segment}, static_cast<uint32_t>(total), false);
+    if (threads > 1) {
+      std::memmove(out + total, out + band.place, band.size);
+    } else if (!pack(band, total)) {
+      return false;
+    }
+    total += band.size;
+    const bool ends = i + 1 == bands.size() || bands[i + 1].first == 0;
+    if (ends && total % 2 != 0) out[total++] = 0;
+  }
+  size = static_cast<uint32_t>(total);
   return true;
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 namespace {
@@ -335,7 +393,8 @@ VX_STATUS compress(RLEContext& context, uint32_t size, const void* data, bool la
              static_cast<unsigned long>(image.FrameSize));
     return VX_CALLBACK_CANNOT_COMPLY;
   }
-  if (!rle_encode(image, frame, context.OutputBuffer, out_size)) {
+  const ThreadShare share(image.FrameSize);
+  if (!rle_encode(image, frame, share.count(), context.OutputBuffer, out_size)) {
     return refuse(kCompressor, kNoSegments);
   }
   out = context.OutputBuffer;
@@ -471,6 +530,31 @@ const char* RleDecoder::take(const uint8_t* data, uint32_t size) {
   return nullptr;
 }
 
+bool RleDecoder::take_whole(const uint8_t* data, uint32_t size, unsigned threads) {
+  const RleDecoder before = *this;
+  if (threads <= 1 || header_read_ || split_ != 0 || size <= kHeaderBytes || read_header(data) != nullptr ||
+      segments_ == 1 || offsets_[segments_ - 1] >= size) {
+    *this = before;
+    return false;
+  }
+  std::atomic<bool> whole{true};
+  run_parts(threads, segments_, [&](std::size_t i) {
+    RleDecoder part = *this;
+    part.position_ = offsets_[i];
+    part.start_segment(static_cast<uint32_t>(i));
+    part.output_ = image_->FrameSize - pixels_;
+    uint32_t used = 0;
+    const char* fault = part.runs(data + offsets_[i], std::min(size, offsets_[i + 1]) - offsets_[i], used);
+    if (fault != nullptr || !part.done()) whole = false;
+  });
+  if (whole) {
+    output_ = image_->FrameSize;
+  } else {
+    *this = before;
+  }
+  return whole;
+}
+
 const char* RleDecoder::missing() const {
   if (done()) return nullptr;
   return split_ != 0 && header_read_ ? "RLE run incomplete" : "RLE frame incomplete";
@@ -501,6 +585,10 @@ Context* run_context(const char* function, const CodecCall& call) {
 
 VX_STATUS decompress(RLEInput& context, uint32_t size, const void* data, bool last, uint32_t& out_size,
                      void*& out) {
+  if (size != 0 && !context.decoder.done()) {
+    const ThreadShare share(size);
+    if (context.decoder.take_whole(static_cast<const uint8_t*>(data), size, share.count())) size = 0;
+  }
   if (size != 0) {
     const char* fault = context.decoder.take(static_cast<const uint8_t*>(data), size);
     if (fault != nullptr) return refuse(kDecompressor, fault);

@@ -11,7 +11,9 @@ namespace vx {
 // The most bytes that a frame can take.
 uint64_t rle_bound(const ImageAttributes& image);
 // A whole frame, into a buffer of rle_bound bytes. False: no memory, or an image that has no such segments.
-bool rle_encode(const ImageAttributes& image, const uint8_t* frame, uint8_t* out, uint32_t& size);
+// The result does not depend on the number of threads.
+bool rle_encode(const ImageAttributes& image, const uint8_t* frame, unsigned threads, uint8_t* out,
+                uint32_t& size);
 
 // A frame that arrives in pieces of any size. Each function gives null, or what is wrong.
 class RleDecoder {
@@ -19,6 +21,9 @@ class RleDecoder {
   // The frame is filled in place; `image` must outlive the decoder.
   const char* begin(const ImageAttributes& image, uint8_t* frame);
   const char* take(const uint8_t* data, uint32_t size);
+  // The segments of a frame that may all be there, side by side. False: nothing has changed but what the
+  // frame holds, and take() will tell what is wrong.
+  bool take_whole(const uint8_t* data, uint32_t size, unsigned threads);
   bool done() const { return output_ == image_->FrameSize; }
   const char* missing() const;
 

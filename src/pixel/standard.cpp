@@ -19,6 +19,7 @@
 #include "pixel/run.h"
 #include "pixel/standard_checks.h"
 #include "pixel/strip.h"
+#include "pixel/thread_share.h"
 
 namespace vx {
 namespace {
@@ -224,7 +225,10 @@ VX_STATUS compress(StandardContext& run, uint32_t size, const void* data, bool l
     }
     frame = run.input.data();
   }
-  const int status = run.codec->compress(image, codec_settings(image), frame, run.OutputBuffer);
+  const ThreadShare share(image.FrameSize);
+  CodecSettings settings = codec_settings(image);
+  settings.threads = share.count();
+  const int status = run.codec->compress(image, settings, frame, run.OutputBuffer);
   if (status != kCodecDone) {
     return refuse(run.direction.function, "Pegasus responded RES_ERR when compressing.  Status = %s",
                   codec_text(status));
@@ -317,6 +321,8 @@ VX_STATUS decompress(StandardContext& run, uint32_t size, const void* data, bool
   run.frame.reset(new uint8_t[std::size_t{frame_size} + 1]);  // each decoder that succeeds has filled it
   run.frame[frame_size] = 0;
   CodecResult result;
+  const ThreadShare share(frame_size);
+  run.settings.threads = share.count();
   const int status = decode(run, stream, end != 0 ? end : length, result);
   if (!accept(run, status, result)) {
     return refuse(kDecompressor, "Pegasus responded RES_ERR when decompressing.  Status = %s",

@@ -49,8 +49,13 @@ class Victim {
     if (image_.TransferSyntax == RLE) {
       uint32_t size = 0;
       out.resize(vx::rle_bound(image_));
-      EXPECT_TRUE(vx::rle_encode(image_, from, out.data(), size));
+      EXPECT_TRUE(vx::rle_encode(image_, from, 1, out.data(), size));
+      std::vector<uint8_t> shared(out.size());
+      uint32_t shared_size = 0;
+      EXPECT_TRUE(vx::rle_encode(image_, from, 3, shared.data(), shared_size));
       out.resize(size);
+      shared.resize(shared_size);
+      EXPECT_EQ(out, shared);
     } else {
       EXPECT_EQ(vx::codec_for(image_.TransferSyntax)->compress(image_, {}, from, out), vx::kCodecDone);
     }
@@ -77,7 +82,12 @@ class Victim {
   bool decode_rle(const uint8_t* data, std::size_t size) {
     vx::RleDecoder decoder;
     EXPECT_EQ(decoder.begin(image_, frame_.data()), nullptr);
-    return decoder.take(data, static_cast<uint32_t>(size)) == nullptr && decoder.done();
+    const bool side_by_side = decoder.take_whole(data, static_cast<uint32_t>(size), 2);
+    const std::vector<uint8_t> shared = frame_;
+    EXPECT_EQ(decoder.begin(image_, frame_.data()), nullptr);
+    const bool done = decoder.take(data, static_cast<uint32_t>(size)) == nullptr && decoder.done();
+    EXPECT_TRUE(!side_by_side || (done && frame_ == shared));
+    return done;
   }
   bool decode_other(const uint8_t* data, std::size_t size) {
     const vx::Codec& codec = *vx::codec_for(image_.TransferSyntax);

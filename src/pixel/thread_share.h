@@ -1,0 +1,28 @@
+// The threads of codecs: how many a run may have, and work that is shared out among them.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+
+namespace vx {
+
+// Threads for one frame while this lives: COMPRESSION_THREADS, shared out among the runs that are under way
+// in the process, so that frames that are worked on side by side take no more than their cores. A small frame
+// has one.
+class ThreadShare {
+ public:
+  explicit ThreadShare(std::size_t frame_bytes);
+  ~ThreadShare();
+  ThreadShare(const ThreadShare&) = delete;
+  ThreadShare& operator=(const ThreadShare&) = delete;
+  unsigned count() const { return count_; }
+
+ private:
+  unsigned count_;
+};
+
+// Calls work(part) for each part below `parts`, on the calling thread and on up to `threads` - 1 others,
+// which have ended when it returns. `work` does not throw.
+void run_parts(unsigned threads, std::size_t parts, const std::function<void(std::size_t)>& work);
+
+}  // namespace vx
