@@ -23,44 +23,10 @@ import numpy
 import pydicom
 import pydicom.encaps
 
+from pictures import picture_of, read_pnm
+
 
 # ---- Pictures ----
-
-
-def read_png(path):
-    """Height by width by samples."""
-    data, at, packed = read(path), 8, b""
-    while at < len(data):
-        size, kind = struct.unpack(">I4s", data[at:at + 8])
-        if kind == b"IHDR":
-            width, height, depth, colour = struct.unpack(">IIBB", data[at + 8:at + 18])
-        packed += data[at + 8:at + 8 + size] if kind == b"IDAT" else b""
-        at += 12 + size
-    assert data[:8] == b"\x89PNG\r\n\x1a\n" and depth == 8
-    step = 3 if colour == 2 else 1
-    raw, rows = zlib.decompress(packed), [bytes(width * step)]
-    for y in range(height):
-        kind, *now = raw[y * (width * step + 1):(y + 1) * (width * step + 1)]
-        for x in range(len(now) if kind else 0):
-            a, b, c = now[x - step] if x >= step else 0, rows[-1][x], rows[-1][x - step] if x >= step else 0
-            nearest = min((abs(b - c), 0, a), (abs(a - c), 1, b), (abs(a + b - 2 * c), 2, c))[2]
-            now[x] = (now[x] + (a, b, (a + b) // 2, nearest)[kind - 1]) & 255
-        rows.append(bytes(now))
-    return numpy.frombuffer(b"".join(rows[1:]), numpy.uint8).reshape(height, width, step)
-
-
-def read_pnm(path):
-    data, fields, at = read(path), [], 0
-    while len(fields) < 4:
-        line, at = data[at:data.index(b"\n", at)], data.index(b"\n", at) + 1
-        fields += [] if line.startswith(b"#") else line.split()
-    return numpy.frombuffer(data[at:], numpy.uint8).reshape(int(fields[2]), int(fields[1]), 3 if fields[0] == b"P6" else 1)
-
-
-def picture_of(path, folder, *options):
-    out = os.path.join(folder, "picture.png")
-    vexal("pixel", "render", "--quiet", *options, path, out)
-    return read_png(out)
 
 
 # Colour that is sampled at half the width: the peer's codec interpolates it, here a pair of pixels shares it.

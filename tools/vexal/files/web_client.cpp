@@ -1,7 +1,6 @@
 #include "web_client.h"
 
 #include <curl/curl.h>
-#include <dlfcn.h>
 
 #include <algorithm>
 #include <cctype>
@@ -9,6 +8,7 @@
 #include <cstdlib>
 
 #include "base/hex.h"
+#include "base/opened_library.h"
 
 namespace vexal {
 namespace {
@@ -39,27 +39,25 @@ struct Curl {
 };
 Curl g_curl;
 
-template <typename Function>
-bool find_symbol(void* library, const char* name, Function& function) {
-  function = reinterpret_cast<Function>(::dlsym(library, name));
-  return function != nullptr;
-}
-
 bool open_curl() {
-  void* library = ::dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL);
   Curl& c = g_curl;
-  if (library == nullptr || !find_symbol(library, "curl_global_init", c.global_init) ||
-      !find_symbol(library, "curl_easy_init", c.init) || !find_symbol(library, "curl_easy_setopt", c.set) ||
-      !find_symbol(library, "curl_easy_perform", c.perform) ||
-      !find_symbol(library, "curl_easy_getinfo", c.info) ||
-      !find_symbol(library, "curl_easy_reset", c.reset) ||
-      !find_symbol(library, "curl_easy_cleanup", c.cleanup) ||
-      !find_symbol(library, "curl_easy_strerror", c.error_text) || !find_symbol(library, "curl_url", c.url) ||
-      !find_symbol(library, "curl_url_set", c.url_set) || !find_symbol(library, "curl_url_get", c.url_get) ||
-      !find_symbol(library, "curl_url_cleanup", c.url_cleanup) ||
-      !find_symbol(library, "curl_free", c.free) || !find_symbol(library, "curl_slist_append", c.append) ||
-      !find_symbol(library, "curl_slist_free_all", c.free_list)) {
-    complain("web services need libcurl: %s", ::dlerror());
+  const SoughtSymbol symbols[] = {{"curl_global_init", c.global_init},
+                                  {"curl_easy_init", c.init},
+                                  {"curl_easy_setopt", c.set},
+                                  {"curl_easy_perform", c.perform},
+                                  {"curl_easy_getinfo", c.info},
+                                  {"curl_easy_reset", c.reset},
+                                  {"curl_easy_cleanup", c.cleanup},
+                                  {"curl_easy_strerror", c.error_text},
+                                  {"curl_url", c.url},
+                                  {"curl_url_set", c.url_set},
+                                  {"curl_url_get", c.url_get},
+                                  {"curl_url_cleanup", c.url_cleanup},
+                                  {"curl_free", c.free},
+                                  {"curl_slist_append", c.append},
+                                  {"curl_slist_free_all", c.free_list}};
+  if (const std::string fault = open_library("libcurl.so.4", symbols); !fault.empty()) {
+    complain("web services need libcurl: %s", fault.c_str());
     return false;
   }
   return c.global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;

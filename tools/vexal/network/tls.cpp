@@ -1,15 +1,9 @@
 #include "tls.h"
 
-#include <dlfcn.h>
+#include "base/opened_library.h"
 
 namespace vexal {
 namespace {
-
-template <typename Function>
-bool find_symbol(void* library, const char* name, Function& function) {
-  function = reinterpret_cast<Function>(::dlsym(library, name));
-  return function != nullptr;
-}
 
 const char* text_or_null(const std::string& text) {
   return text.empty() ? nullptr : text.c_str();
@@ -35,12 +29,12 @@ bool Tls::set_up(const Args& args, bool acceptor, const std::string& host) {
     complain("--tls-profile %s: give bcp195 or bcp195-strict", profile.c_str());
     return false;
   }
-  void* library = ::dlopen(VEXAL_TLS_LIBRARY, RTLD_NOW | RTLD_LOCAL);
   decltype(&vexal_tls_new) make = nullptr;
   decltype(&vexal_tls_functions) table = nullptr;
-  if (library == nullptr || !find_symbol(library, "vexal_tls_new", make) ||
-      !find_symbol(library, "vexal_tls_free", free_) || !find_symbol(library, "vexal_tls_functions", table)) {
-    complain("--tls: %s", ::dlerror());
+  const SoughtSymbol symbols[] = {
+      {"vexal_tls_new", make}, {"vexal_tls_free", free_}, {"vexal_tls_functions", table}};
+  if (const std::string fault = open_library(VEXAL_TLS_LIBRARY, symbols); !fault.empty()) {
+    complain("--tls: %s", fault.c_str());
     return false;
   }
   const std::string certificate = args.get("--tls-cert");

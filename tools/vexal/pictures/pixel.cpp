@@ -35,6 +35,7 @@ constexpr Option kOptions[] = {
     {"--window-number", "N", "which of the image's own windows (default 1); 0: the range of its values"},
     {"--invert", nullptr, "render light as dark"},
     {"--no-overlays", nullptr, "render without overlay planes"},
+    {"--quality", "N", "of a JPEG file, 1 to 100 (default 90)"},
     {"--columns", "N", "sheet: pictures in a row (default: about a square)"},
     {"--tile", "N", "sheet: largest side of a picture (default 128)"},
     {"--repair", "OUT", "offsets: write the object with the right table"},
@@ -93,9 +94,10 @@ const Command kPixel = {
     "info|extract|render|sheet|offsets [OPTION...] FILE... [OUT]",
     "look at the frames of an image",
     "info tells what the pixel data is. extract writes frames as bytes, to OUT for one frame and\n"
-    "into the folder OUT for several. render writes one frame as a PNG file: modality and VOI\n"
-    "transformation, palette, colour, overlays. sheet puts all frames on one PNG file. offsets\n"
-    "checks the offset table of compressed pixel data, and repairs it.",
+    "into the folder OUT for several. render writes one frame as a picture: modality and VOI\n"
+    "transformation, palette, colour, overlays. sheet puts all frames on one picture. A name that ends\n"
+    "in .jpg or .tif gives a JPEG or TIFF file, any other a PNG file. offsets checks the offset table of\n"
+    "compressed pixel data, and repairs it.",
     kOptions,
     run};
 

@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "drawing/picture.h"
 #include "files/files.h"
 #include "files/fragments.h"
 #include "images/frame_source.h"
 #include "images/recode.h"
-#include "picture.h"
 
 namespace vexal {
 

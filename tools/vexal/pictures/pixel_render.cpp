@@ -32,6 +32,13 @@ bool read_rendering(const Args& args, RenderOptions& options) {
   return true;
 }
 
+bool read_quality(const Args& args, int& quality) {
+  long number = PictureForm{}.quality;
+  if (!args.number("--quality", 1, 100, number)) return false;
+  quality = static_cast<int>(number);
+  return true;
+}
+
 // A picture made smaller by averaging, into its place on the sheet, always in colour.
 void place(const Picture& from, Picture& sheet, uint32_t left, uint32_t top, uint32_t tile) {
   const double scale =
@@ -63,7 +70,9 @@ void place(const Picture& from, Picture& sheet, uint32_t left, uint32_t top, uin
 int render_frame(const Args& args, PixelImage& image, const std::string& in, const std::string& out) {
   Choice choice;
   RenderOptions options;
-  if (!chosen(args, image.description().frames, false, choice) || !read_rendering(args, options))
+  int quality = 0;
+  if (!chosen(args, image.description().frames, false, choice) || !read_rendering(args, options) ||
+      !read_quality(args, quality))
     return kUsage;
   Picture picture;
   std::string problem = image.render(choice.first, options, picture);
@@ -71,7 +80,7 @@ int render_frame(const Args& args, PixelImage& image, const std::string& in, con
     report(in, problem);
     return kUsage;
   }
-  problem = write_png(picture, out);
+  problem = write_picture(picture, out, quality);
   if (!problem.empty()) report(out, problem);
   return judge(image, in, problem.empty() ? kSuccess : kUsage);
 }
@@ -81,8 +90,10 @@ int make_sheet(const Args& args, PixelImage& image, const std::string& in, const
   RenderOptions options;
   long tile = 128;
   long columns = 0;
+  int quality = 0;
   if (!chosen(args, image.description().frames, true, choice) || !read_rendering(args, options) ||
-      !args.number("--tile", 8, 4096, tile) || !args.number("--columns", 1, 1024, columns)) {
+      !read_quality(args, quality) || !args.number("--tile", 8, 4096, tile) ||
+      !args.number("--columns", 1, 1024, columns)) {
     return kUsage;
   }
   choice.count = std::min(choice.count, kSheetFrames);
@@ -109,7 +120,7 @@ int make_sheet(const Args& args, PixelImage& image, const std::string& in, const
     return "";
   });
   if (shown == 0) return result;
-  if (const std::string problem = write_png(sheet, out); !problem.empty()) {
+  if (const std::string problem = write_picture(sheet, out, quality); !problem.empty()) {
     report(out, problem);
     result = kUsage;
   }
