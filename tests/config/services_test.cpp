@@ -158,11 +158,11 @@ class SyntaxTest : public support::LibraryTest {};
 
 TEST_F(SyntaxTest, UidsAndCodesLeadToEachOther) {
   std::set<std::string> seen;
-  for (VX_TRANSFER_SYNTAX code = 99; code <= 141; ++code) {
+  for (VX_TRANSFER_SYNTAX code = 99; code <= 222; ++code) {
     char uid[65] = "?";
     const VX_STATUS status = VX_Get_Transfer_Syntax_From_Enum(code, uid, sizeof uid);
-    const bool without = code < 100 || code > 140 || code == IMPLICIT_BIG_ENDIAN ||
-                         code == PRIVATE_SYNTAX_1 || code == PRIVATE_SYNTAX_2;
+    const bool without = code < 100 || (code > 140 && code < 200) || code > 221 ||
+                         code == IMPLICIT_BIG_ENDIAN || code == PRIVATE_SYNTAX_1 || code == PRIVATE_SYNTAX_2;
     ASSERT_EQ(status, without ? VX_INVALID_TRANSFER_SYNTAX : VX_NORMAL_COMPLETION) << code;
     if (without) continue;
     EXPECT_TRUE(seen.insert(uid).second) << uid;
@@ -173,7 +173,7 @@ TEST_F(SyntaxTest, UidsAndCodesLeadToEachOther) {
     EXPECT_EQ(back, code);
     EXPECT_NE(*syntax_display_name(code), '\0');
   }
-  EXPECT_EQ(seen.size(), 38U);
+  EXPECT_EQ(seen.size(), 60U);
   char uid[18];
   EXPECT_EQ(VX_Get_Transfer_Syntax_From_Enum(IMPLICIT_LITTLE_ENDIAN, uid, 17), VX_BUFFER_TOO_SMALL);
   EXPECT_EQ(VX_Get_Transfer_Syntax_From_Enum(IMPLICIT_LITTLE_ENDIAN, uid, 18), VX_NORMAL_COMPLETION);
@@ -201,6 +201,9 @@ TEST_F(SyntaxTest, SettingsMoveUids) {
   EXPECT_EQ(code_of("1.2.3.aBC"), PRIVATE_SYNTAX_1);
   set_text(VX_CFG_PRIVATE_SYNTAX_2_SYNTAX, "1.2.840.10008.1.2");
   EXPECT_EQ(code_of("1.2.840.10008.1.2"), IMPLICIT_LITTLE_ENDIAN) << "the first of the order wins";
+  EXPECT_EQ(code_of("1.2.840.10008.1.2.4.201"), HTJ2K_LOSSLESS);
+  set_text(VX_CFG_PRIVATE_SYNTAX_2_SYNTAX, "1.2.840.10008.1.2.4.201");
+  EXPECT_EQ(code_of("1.2.840.10008.1.2.4.201"), PRIVATE_SYNTAX_2) << "whoever made it a private one keeps it";
   Encoding encoding{};
   EXPECT_EQ(syntax_encoding(PRIVATE_SYNTAX_1, encoding), VX_NORMAL_COMPLETION);
   EXPECT_TRUE(encoding.explicit_vr && !encoding.big_endian && !encoding.encapsulated);
@@ -225,11 +228,17 @@ TEST_F(SyntaxTest, PropertiesAndNames) {
   }
   EXPECT_EQ(explicit_vr, 41 - 2);
   EXPECT_EQ(encapsulated, 41 - 5 - 2);
+  for (VX_TRANSFER_SYNTAX code = 200; code <= 221; ++code) {
+    ASSERT_EQ(syntax_encoding(code, encoding), VX_NORMAL_COMPLETION);
+    EXPECT_TRUE(encoding.explicit_vr && !encoding.big_endian && encoding.encapsulated) << code;
+  }
   EXPECT_EQ(syntax_encoding(0, encoding), VX_INVALID_TRANSFER_SYNTAX);
   EXPECT_TRUE(!encoding.explicit_vr && !encoding.big_endian && !encoding.encapsulated);
   VX_TRANSFER_SYNTAX code = 7;
   EXPECT_EQ(syntax_from_name("jpeg_2000_MC", code), VX_NORMAL_COMPLETION);
   EXPECT_EQ(code, JPEG_2000_MC);
+  EXPECT_EQ(syntax_from_name("jpeg_XL_recompression", code), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(code, JPEG_XL_RECOMPRESSION);
   EXPECT_EQ(syntax_from_name("JPEG_3000", code), VX_INVALID_TRANSFER_SYNTAX);
   EXPECT_EQ(code, 0);
   EXPECT_STREQ(syntax_display_name(JPEG_LS_LOSSY), "JPEG-LS Lossy (Near-Lossless)");

@@ -126,7 +126,8 @@ std::vector<Proposal> storage_services(bool prefer_compressed) {
   std::vector<VX_TRANSFER_SYNTAX> plain = {EXPLICIT_LITTLE_ENDIAN, IMPLICIT_LITTLE_ENDIAN,
                                            EXPLICIT_BIG_ENDIAN, DEFLATED_EXPLICIT_LITTLE_ENDIAN};
   std::vector<VX_TRANSFER_SYNTAX> syntaxes;
-  for (VX_TRANSFER_SYNTAX syntax = RLE; syntax <= kLastKnownSyntax; ++syntax) {
+  // Behind them are those of streams over a network, which hold no objects.
+  for (VX_TRANSFER_SYNTAX syntax = RLE; syntax < SMPTE_ST_2110_20_PROGRESSIVE; ++syntax) {
     if (!uid_of_syntax(syntax).empty()) syntaxes.push_back(syntax);
   }
   syntaxes.insert(prefer_compressed ? syntaxes.end() : syntaxes.begin(), plain.begin(), plain.end());
