@@ -24,6 +24,7 @@ constexpr Row kTexts[] = {
     {kCodecRefused, "the codec refused the data"},
     {kCodecNotLoaded, "the codec's library is not installed"},
     {kCodecOddColumns, "YBR_FULL_422 needs an even number of columns"},
+    {kCodecTrailing, "the data goes on behind the image"},
     {kCodecBadEnd, "the end of image is missing"},
     {kCodecDataShort, "data of the image is missing"},
 };
@@ -46,6 +47,8 @@ constexpr SyntaxCodec kCodecs[] = {
     {JPEG_SPEC_NON_HIER_6_8, &kJpegCodec},
     {JPEG_FULL_PROG_NON_HIER_10_12, &kJpegCodec},
     {JPEG_LOSSLESS_NON_HIER_14, &kJpegLosslessCodec},
+    {ENCAPSULATED_UNCOMPRESSED, &kNativeCodec},
+    {DEFLATED_IMAGE_FRAMES, &kDeflatedCodec},
 };
 
 }  // namespace
@@ -62,6 +65,11 @@ const Codec* codec_for(VX_TRANSFER_SYNTAX syntax) {
     if (row.syntax == syntax) return row.codec;
   }
   return nullptr;
+}
+
+bool keeps_layout(VX_TRANSFER_SYNTAX syntax) {
+  const Codec* codec = codec_for(syntax);
+  return syntax == RLE || (codec != nullptr && codec->keeps_layout);
 }
 
 bool has_end(const uint8_t* data, std::size_t size) {

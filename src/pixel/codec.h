@@ -26,6 +26,7 @@ enum CodecStatus : int {
   kCodecRefused = -11,    // by the library behind the codec
   kCodecNotLoaded = -12,
   kCodecOddColumns = -13,
+  kCodecTrailing = -14,
   kCodecBadEnd = -1008,    // the end of image is missing; the image is there
   kCodecDataShort = -1562  // data of the image is missing; what there was is decoded
 };
@@ -61,6 +62,7 @@ struct CodecHead {
 // What a decode adds to its image.
 struct CodecResult {
   uint32_t missing_bytes = 0;  // with kCodecDataShort
+  std::size_t used = 0;        // bytes of the stream, where only the decode finds its end
 };
 
 struct Codec {
@@ -76,6 +78,8 @@ struct Codec {
                     std::size_t size, uint8_t* frame, CodecResult& result);
   // As jpeg::find_end.
   std::size_t (*find_end)(const uint8_t* data, std::size_t size, std::size_t& from);
+  // Frames stay as native Pixel Data has them: planes, packed colour, samples of any size.
+  bool keeps_layout = false;
 };
 
 // The codec of a transfer syntax, or null.
@@ -85,6 +89,11 @@ extern const Codec kJpegCodec;
 extern const Codec kJpegLosslessCodec;
 extern const Codec kJpegLsCodec;
 extern const Codec kJpeg2000Codec;
+extern const Codec kNativeCodec;
+extern const Codec kDeflatedCodec;
+
+// Frames of this syntax may have their planes apart.
+bool keeps_layout(VX_TRANSFER_SYNTAX syntax);
 
 // FFD9 ends all streams but those of RLE; pads may stand behind it.
 bool has_end(const uint8_t* data, std::size_t size);

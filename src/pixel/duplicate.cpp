@@ -22,6 +22,7 @@
 #include "model/file_values.h"
 #include "model/held.h"
 #include "model/values.h"
+#include "pixel/codec.h"
 #include "pixel/compression.h"
 #include "pixel/compression_attributes.h"
 #include "pixel/encapsulated.h"
@@ -263,11 +264,12 @@ class Duplicator {
                     status_text(status));
       }
     }
-    if (from_encapsulated_ && source_.TransferSyntax != RLE) clear_planar();
+    if (from_encapsulated_ && !keeps_layout(source_.TransferSyntax)) clear_planar();
     if (!to_encapsulated_) return decompress_pixels(from, to, to_rgb);
     const VX_STATUS status = compress_pixels(from, to, to_rgb);
     if (status != kOk) return status;
-    if ((syntax_ >= JPEG_BASELINE && syntax_ <= MPEG2_MPML) || syntax_ > PRIVATE_SYNTAX_2) clear_planar();
+    const bool compressed = (syntax_ >= JPEG_BASELINE && syntax_ <= MPEG2_MPML) || syntax_ > PRIVATE_SYNTAX_2;
+    if (compressed && !keeps_layout(syntax_)) clear_planar();
     return kOk;
   }
 

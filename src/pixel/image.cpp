@@ -168,8 +168,9 @@ VX_STATUS read_image_attributes(MsgObj& object, const char* function, ImageAttri
   if (status != kOk)
     return refuse(function, "Message must contain VX_ATT_BITS_STORED: %s", status_text(status));
   status = read_number(object, kBitsAllocated, image.BitsAllocated);
-  const bool known = image.BitsAllocated == 8 || image.BitsAllocated == 16;
-  if (status != kOk || (!known && (!any || (image.BitsAllocated != 1 && image.BitsAllocated != 32)))) {
+  const uint32_t bits = image.BitsAllocated;
+  const bool known = bits == 8 || bits == 16;
+  if (status != kOk || (!known && (!any || (bits != 1 && (bits % 8 != 0 || bits == 0 || bits > 64))))) {
     return refuse(function, "%s", "Message must contain VX_ATT_BITS_ALLOCATED, and must be 8 or 16");
   }
   for (const NumberRule& rule : kSizes) {

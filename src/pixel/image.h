@@ -62,8 +62,8 @@ struct ImageAttributes {
   std::string_view photometric() const { return PhotometricInterpretation; }
   uint32_t sample_bytes() const { return (BitsAllocated + 7) / 8; }
 };
-// Reads them all; `function` names the caller in the log. With `any` every photometric interpretation and 1,
-// 8, 16 and 32 bits allocated will do. VX_CALLBACK_CANNOT_COMPLY.
+// Reads them all; `function` names the caller in the log. With `any` every photometric interpretation and 1
+// bit and whole bytes up to 64 bits allocated will do. VX_CALLBACK_CANNOT_COMPLY.
 VX_STATUS read_image_attributes(MsgObj& object, const char* function, ImageAttributes& image,
                                 bool any = false);
 

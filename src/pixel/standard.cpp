@@ -155,6 +155,7 @@ struct StandardContext final : RunContext {
   std::size_t searched = 0;           // of the stream, for its end
   DecodeSettings settings;
   bool tiled = false;  // frames are parts of a larger picture, whose edges need not fill them
+  bool only = false;   // frame of its image
   bool delivered = false;
   bool Failed = false;
 };
@@ -164,7 +165,8 @@ VX_STATUS open_run(MsgObj& object, StandardContext& run) {
   ImageAttributes& image = run.image;
   if (read_attributes(object, direction.any, image) != kOk)
     return refuse(direction.function, "Failed to get image attributes.");
-  if (direction.compresses && image.PlanarConfiguration == 1 &&
+  const bool shapes = direction.compresses && !keeps_layout(image.TransferSyntax);
+  if (shapes && image.PlanarConfiguration == 1 &&
       (image.SamplesPerPixel != 3 || (image.BitsAllocated != 8 && !direction.any))) {
     return refuse(
         direction.function,
@@ -173,7 +175,7 @@ VX_STATUS open_run(MsgObj& object, StandardContext& run) {
   if (VX_STATUS status = check_image(direction, direction.function, image); status != kOk) return status;
   run.codec = codec_for(image.TransferSyntax);
   if (VX_STATUS status = load_codec(direction, direction.function, *run.codec); status != kOk) return status;
-  if (direction.compresses && is_packed_422(image.photometric()) && image.FrameSize % 4 != 0) {
+  if (shapes && is_packed_422(image.photometric()) && image.FrameSize % 4 != 0) {
     return refuse(direction.function, "YBR data should be given in a multiple of 4 bytes");
   }
   if (!direction.compresses) {
@@ -185,6 +187,7 @@ VX_STATUS open_run(MsgObj& object, StandardContext& run) {
       image.FrameSize = static_cast<uint32_t>(bytes);
     }
   }
+  run.only = frame_count(object) == 1;
   run.tiled = direction.any && find_tag(object, kTotalColumns) != nullptr;
   run.input.clear();
   run.searched = 0;
@@ -206,7 +209,8 @@ VX_STATUS compress(StandardContext& run, uint32_t size, const void* data, bool l
     return refuse(run.direction.function, "Pegasus responded RES_ERR when executing.  Status = %s",
                   codec_text(kCodecOtherImage));
   }
-  const bool whole = last && run.input.empty() && size >= image.FrameSize && image.PlanarConfiguration == 0;
+  const bool by_planes = image.PlanarConfiguration == 1 && !run.codec->keeps_layout;
+  const bool whole = last && run.input.empty() && size >= image.FrameSize && !by_planes;
   const auto* frame = static_cast<const uint8_t*>(data);
   if (!whole) {
     if (run.input.empty()) run.input.reserve(room);
@@ -217,7 +221,7 @@ VX_STATUS compress(StandardContext& run, uint32_t size, const void* data, bool l
       return refuse(run.direction.function, "Frame size: %ld, bytes processed: %ld",
                     static_cast<long>(image.FrameSize), static_cast<long>(run.input.size()));
     }
-    if (image.PlanarConfiguration == 1) {
+    if (by_planes) {
       std::vector<uint8_t> pixels(run.input.size());
       interleave(run.input.data(), std::size_t{image.Rows} * image.Columns, 3, image.sample_bytes(),
                  pixels.data());
@@ -291,6 +295,20 @@ int decode(const StandardContext& run, const uint8_t* stream, std::size_t length
   return status;
 }
 
+// Where the stream ends in what is there of it, or 0. Native frames of several end by their size.
+std::size_t end_of_stream(StandardContext& run, const uint8_t* stream, std::size_t length, bool last) {
+  if (run.codec != &kNativeCodec) return run.codec->find_end(stream, length, run.searched);
+  return last || run.only || length < run.image.FrameSize ? 0 : run.image.FrameSize;
+}
+
+// What stands behind the end of a stream and is no pad.
+void tell_of_rest(const StandardContext& run, const uint8_t* rest, std::size_t size) {
+  while (size != 0 && (rest[size - 1] == 0 || rest[size - 1] == 0xFF)) --size;
+  if (size == 0) return;
+  VX_LOG_WARN(run.direction.function, "%u bytes behind the end of the code stream are no part of the frame",
+              static_cast<unsigned>(size));
+}
+
 VX_STATUS decompress(StandardContext& run, uint32_t size, const void* data, bool last, uint32_t& out_size,
                      void*& out) {
   if (run.delivered) return kOk;  // pads
@@ -308,7 +326,7 @@ VX_STATUS decompress(StandardContext& run, uint32_t size, const void* data, bool
     }
     return kOk;
   }
-  const std::size_t end = run.codec->find_end(stream, length, run.searched);
+  const std::size_t end = end_of_stream(run, stream, length, last);
   if (end == 0 && !last) {
     if (run.input.empty()) append(run.input, data, size);
     return kOk;
@@ -328,6 +346,8 @@ VX_STATUS decompress(StandardContext& run, uint32_t size, const void* data, bool
     return refuse(kDecompressor, "Pegasus responded RES_ERR when decompressing.  Status = %s",
                   codec_text(status));
   }
+  const std::size_t used = std::max(end, result.used);
+  if (used != 0 && last) tell_of_rest(run, stream + used, length - used);
   out = run.frame.get();
   out_size = frame_size + frame_size % 2;
   run.delivered = true;

@@ -152,6 +152,7 @@ VX_STATUS refuse(const char* function, const char* format, ...) {
 }
 
 VX_STATUS check_image(const Direction& direction, const char* function, const ImageAttributes& image) {
+  if (direction.any && keeps_layout(image.TransferSyntax)) return kOk;
   const Family family = family_of(image.TransferSyntax);
   const bool decodes_any = direction.any && !direction.compresses;
   const bool known = decodes_any ? codec_for(image.TransferSyntax) != nullptr : family != Family::None;

@@ -15,7 +15,7 @@ import tempfile
 import zlib
 
 from checks import REAL_SAMPLES, SAMPLES, VEXAL, check, end, ended, fail, files_under, has, need, paths, read, run, vexal, write
-from made import Writer, description, head, tail
+from made import EXPLICIT, Writer, description, head, tail
 
 RENDERERS = ["dcmj2pnm", "dcml2pnm"]
 need(*RENDERERS, "gdcmconv", "dcmdjpeg", "dcmdjpls", "dcmdrle", modules=["pydicom", "numpy"])
@@ -25,6 +25,8 @@ import pydicom.encaps
 
 from pictures import picture_of, read_pnm
 
+
+ENCAPSULATED, DEFLATED_FRAMES = "1.2.840.10008.1.2.1.98", "1.2.840.10008.1.2.8.1"
 
 # ---- Pictures ----
 
@@ -146,6 +148,8 @@ TARGETS = [
     Target("jpeg-12", [["dcmdjpeg"], GDCM], lambda i: LOSSY(i) and (i.stored == 8 or i.samples == 1 and i.stored in (10, 12)), 1, 3, None),
     Target("jpeg-ls-near", [["dcmdjpls"], GDCM, "ffmpeg"], LOSSY, 0, 0, 10),
     Target("jpeg2000-lossy", [GDCM, "opj"], LOSSY, 1, 1, None),
+    Target("encapsulated", ["items"], lambda i: True),
+    Target("deflated-frames", ["items"], lambda i: True),
 ]
 
 
@@ -213,6 +217,24 @@ def by_pydicom(path, image):
     return numpy.stack(frames).reshape(image.shape)
 
 
+def by_items(path, image, out):
+    """What the items hold is what stands in native pixel data, single bits from a byte on for each frame."""
+    data = pydicom.dcmread(path)
+    frames = list(pydicom.encaps.generate_pixel_data_frame(data.PixelData, image.frames))
+    if data.file_meta.TransferSyntaxUID != ENCAPSULATED:
+        frames = [zlib.decompress(frame, -15) for frame in frames]
+    bits = image.rows * image.columns * image.samples * data.BitsAllocated
+    if data.BitsAllocated == 1:
+        frames = [numpy.unpackbits(numpy.frombuffer(frame, "u1"), bitorder="little")[:bits] for frame in frames]
+        joined = numpy.packbits(numpy.concatenate(frames), bitorder="little").tobytes()
+    else:
+        joined = b"".join(frame[:bits // 8] for frame in frames)
+    data.PixelData, data["PixelData"].is_undefined_length = joined, False
+    data.file_meta.TransferSyntaxUID = EXPLICIT
+    data.save_as(out)
+    return samples_of(out, image)
+
+
 STREAM_DECODERS = {"ffmpeg": by_ffmpeg, "opj": by_opj}
 
 
@@ -223,6 +245,8 @@ def decoded_by(peer, target, taken, packed, streams):
         known = [i for i in taken if i.stored > 1]
         with concurrent.futures.ThreadPoolExecutor(2) as pool:
             yield from zip(known, pool.map(lambda i: decode_by_program(peer, os.path.join(packed, i.name), i, rgb(i)), known))
+    elif peer == "items":
+        yield from ((image, by_items(os.path.join(packed, image.name), image, packed + ".native")) for image in taken)
     elif peer == "pydicom":
         yield from ((image, by_pydicom(os.path.join(packed, image.name), image)) for image in taken)
     elif shutil.which({"opj": "opj_decompress"}.get(peer, peer)):
@@ -512,8 +536,9 @@ def check_high_throughput(folder):
         os.remove(stream)
 
 
-with tempfile.TemporaryDirectory() as work:
-    for part in (check_offsets, check_palettes, check_floats, check_losses, check_lossy_steps, check_odd_colour, check_high_throughput,
-                 check_compressors):
-        part(work)
-    sys.exit(end({"decodings by peers": check_peers(work), "renderings": check_rendering(work)}))
+if __name__ == "__main__":
+    with tempfile.TemporaryDirectory() as work:
+        for part in (check_offsets, check_palettes, check_floats, check_losses, check_lossy_steps, check_odd_colour, check_high_throughput,
+                     check_compressors):
+            part(work)
+        sys.exit(end({"decodings by peers": check_peers(work), "renderings": check_rendering(work)}))

@@ -33,6 +33,8 @@ constexpr SyntaxName kNames[] = {
     {"jpeg-ls-near", JPEG_LS_LOSSY},
     {"jpeg2000", JPEG_2000_LOSSLESS_ONLY},
     {"jpeg2000-lossy", JPEG_2000},
+    {"encapsulated", ENCAPSULATED_UNCOMPRESSED},
+    {"deflated-frames", DEFLATED_IMAGE_FRAMES},
 };
 
 // What the program can do with a compressed syntax. Every one that it knows can be decompressed.
@@ -55,6 +57,8 @@ constexpr Coding kCodings[] = {
     {HTJ2K_LOSSLESS, nullptr},
     {HTJ2K_LOSSLESS_RPCL, nullptr},
     {HTJ2K, nullptr},
+    {ENCAPSULATED_UNCOMPRESSED, VX_General_Compressor},
+    {DEFLATED_IMAGE_FRAMES, VX_General_Compressor},
 };
 const Coding* coding_of(VX_TRANSFER_SYNTAX syntax) {
   const auto* found = std::find_if(std::begin(kCodings), std::end(kCodings),
@@ -86,10 +90,7 @@ std::string decompression_fault(const FrameForm& form) {
 }
 
 FrameForm::FrameForm(VX_TRANSFER_SYNTAX source, VX_TRANSFER_SYNTAX target)
-    : from(source),
-      to(target),
-      decodable(can_decompress(source)),
-      inflates(source == DEFLATED_IMAGE_FRAMES) {}
+    : from(source), to(target), decodable(can_decompress(source)), unwraps(holds_native_frames(source)) {}
 
 void FrameForm::read(int32_t object) {
   VX_Get_Attribute_Info(object, tags::kPixelData, &vr, nullptr);
@@ -103,7 +104,7 @@ void FrameForm::read(int32_t object) {
   char format[16] = "";
   VX_Get_String_Config_Value(VX_CFG_COMPRESSION_RGB_TRANSFORM_FORMAT, sizeof format, format);
   const bool becomes_rgb = is_cosine(from) && std::string_view(format) == "YBR_FULL_422";
-  unpacks = is_uncompressed(from) && compresses() && !is_cosine(to);
+  unpacks = !decompresses() && compresses() && !is_cosine(to) && !holds_native_frames(to);
   if (unpacks || (decompresses() && !becomes_rgb)) relabel("YBR_FULL");
 }
 
@@ -149,6 +150,10 @@ bool find_syntax(const std::string& text, VX_TRANSFER_SYNTAX& syntax) {
 VX_COMPRESSION_CALLBACK compressor_of(VX_TRANSFER_SYNTAX syntax) {
   const Coding* coding = coding_of(syntax);
   return coding != nullptr ? coding->compressor : nullptr;
+}
+
+bool holds_native_frames(VX_TRANSFER_SYNTAX syntax) {
+  return syntax == ENCAPSULATED_UNCOMPRESSED || syntax == DEFLATED_IMAGE_FRAMES;
 }
 
 bool can_decompress(VX_TRANSFER_SYNTAX syntax) {

@@ -18,8 +18,10 @@ namespace vexal {
 bool find_syntax(const std::string& text, VX_TRANSFER_SYNTAX& syntax);
 #define VEXAL_SYNTAX_NAMES                                                                                \
   "a UID, or implicit, explicit, big-endian, deflated, rle, jpeg, jpeg-12, jpeg-lossless, jpeg-ls, jpeg-" \
-  "ls-near, jpeg2000, jpeg2000-lossy"
+  "ls-near, jpeg2000, jpeg2000-lossy, encapsulated, deflated-frames"
 
+// Items hold frames as they are without encapsulation, as such or deflated (PS3.5 annex A).
+bool holds_native_frames(VX_TRANSFER_SYNTAX syntax);
 bool can_decompress(VX_TRANSFER_SYNTAX syntax);
 // Null: there is none.
 VX_COMPRESSION_CALLBACK compressor_of(VX_TRANSFER_SYNTAX syntax);
@@ -49,10 +51,10 @@ struct FrameForm {
   std::string text(uint32_t tag) const;  // of an attribute, "" if it is not there
   std::string stored_text(uint32_t tag) const;
   uint64_t image_bits() const;    // of a frame without compression
-  bool inflates = false;          // frames are deflated, each on its own (PS3.5 section 10.20)
+  bool unwraps = false;           // what its items hold are native frames
   bool unpacks = false;           // half colour becomes whole on the way to the compressor
   bool compresses_alone = false;  // frames that are compressed leave all attributes as they are
-  bool decompresses() const { return !is_uncompressed(from) && !inflates; }
+  bool decompresses() const { return !is_uncompressed(from) && !unwraps; }
   bool compresses() const { return !is_uncompressed(to); }
 };
 

@@ -1,8 +1,6 @@
 // One frame in another form.
 #pragma once
 
-#include <zlib.h>
-
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -17,32 +15,31 @@ namespace vexal {
 
 inline constexpr std::size_t kItemHeader = 8;
 inline constexpr char kNoMemory[] = "there is not enough memory";
-inline constexpr uint64_t kMostFrameBits = uint64_t{1} << 34;
 inline constexpr char kOtherSize[] = "a frame has another size than the first";
 
 // Converts frames one after the other, each as an object of its own; one for each thread.
 class FrameWorker {
  public:
   FrameWorker(const FrameSource& source, const FrameForm& form) : source_(source), form_(form) {
-    VX_Open_Empty_Message(&id_);
-    VX_Set_Message_Transfer_Syntax(id_, form.decompresses() ? form.from : EXPLICIT_LITTLE_ENDIAN);
-    for (const auto& [tag, text] : form.attributes) set_all_text(id_, tag, text);
-    set_all_text(id_, tags::kNumberOfFrames, "1");
-    VX_Set_Value_To_Empty(id_, tags::kPixelData);
-    VX_Set_Value_Representation(id_, tags::kPixelData, form.decompresses() ? VX_VR_OB : form.vr);
-    if (form.decompresses()) VX_Register_Compression_Callbacks(id_, nullptr, VX_General_Decompressor);
+    if (form.decompresses()) {
+      open(id_, form.from, VX_VR_OB, form.attributes);
+      VX_Register_Compression_Callbacks(id_, nullptr, VX_General_Decompressor);
+    } else {
+      open(id_, EXPLICIT_LITTLE_ENDIAN, form.vr, form.attributes);
+    }
+    if (form.unwraps) {
+      open(wrapped_, form.from, VX_VR_OB, form.stored);
+      VX_Register_Compression_Callbacks(wrapped_, nullptr, VX_General_Decompressor);
+    }
     if (!form.compresses_alone) return;
-    VX_Open_Empty_Message(&compressed_);
-    VX_Set_Message_Transfer_Syntax(compressed_, form.to);
-    for (const auto& [tag, text] : form.attributes) set_all_text(compressed_, tag, text);
-    VX_Set_Value_To_Empty(compressed_, tags::kPixelData);
-    VX_Set_Value_Representation(compressed_, tags::kPixelData, VX_VR_OB);
+    open(compressed_, form.to, VX_VR_OB, form.attributes);
     VX_Register_Compression_Callbacks(compressed_, compressor_of(form.to), nullptr);
   }
   ~FrameWorker() {
     free_result();
-    VX_Free_Message(&id_);
-    if (compressed_ >= 0) VX_Free_Message(&compressed_);
+    for (int32_t* id : {&id_, &wrapped_, &compressed_}) {
+      if (*id >= 0) VX_Free_Message(id);
+    }
   }
   FrameWorker(const FrameWorker&) = delete;
   FrameWorker& operator=(const FrameWorker&) = delete;
@@ -51,7 +48,7 @@ class FrameWorker {
   // ends the value. An error text, empty on success.
   std::string convert(uint32_t frame, Bytes& out) try {
     out.clear();
-    if (form_.inflates && !form_.compresses()) {
+    if (form_.unwraps && !form_.compresses()) {
       if (std::string problem = take_raw(frame, out); !problem.empty()) return problem;
     } else {
       const bool alone = form_.compresses_alone;
@@ -86,7 +83,7 @@ class FrameWorker {
   // A frame that is to be raw goes right into its file, where that place is known. An error text, empty on
   // success.
   std::string place(uint32_t frame, FileSink& sink, uint64_t at, uint64_t size) try {
-    if (form_.inflates) {
+    if (form_.unwraps) {
       if (std::string problem = take_raw(frame, in_); !problem.empty()) return problem;
       return in_.size() == size ? sink.patch(at, in_.data(), in_.size()) : kOtherSize;
     }
@@ -124,6 +121,17 @@ class FrameWorker {
   }
 
  private:
+  // An object for one frame.
+  static void open(int32_t& id, VX_TRANSFER_SYNTAX syntax, VX_VR vr,
+                   const FrameForm::Attributes& attributes) {
+    VX_Open_Empty_Message(&id);
+    VX_Set_Message_Transfer_Syntax(id, syntax);
+    for (const auto& [tag, text] : attributes) set_all_text(id, tag, text);
+    set_all_text(id, tags::kNumberOfFrames, "1");
+    VX_Set_Value_To_Empty(id, tags::kPixelData);
+    VX_Set_Value_Representation(id, tags::kPixelData, vr);
+  }
+
   // The way of a frame's bytes to their place in a file.
   struct Placing {
     FileSink& sink;
@@ -151,22 +159,6 @@ class FrameWorker {
       to[1] = to[4] = from[2];
       to[2] = to[5] = from[3];
     }
-  }
-
-  // A raw deflate stream (RFC 1951) that gives so many bytes, and perhaps one of padding.
-  static std::string inflate_frame(const Bytes& packed, std::size_t bytes, Bytes& frame) {
-    z_stream stream{};
-    if (::inflateInit2(&stream, -MAX_WBITS) != Z_OK) return "out of memory";
-    frame.resize(bytes + 1);
-    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(packed.data()));
-    stream.avail_in = static_cast<uInt>(packed.size());
-    stream.next_out = reinterpret_cast<Bytef*>(frame.data());
-    stream.avail_out = static_cast<uInt>(frame.size());
-    const int status = ::inflate(&stream, Z_FINISH);
-    ::inflateEnd(&stream);
-    if (stream.total_out < bytes) return "its deflated data is broken or too short";
-    frame.resize(bytes);
-    return status == Z_STREAM_END ? "" : "its deflated data is broken or too long";
   }
 
   std::string hand_on(int32_t id, void* user, VX_Get_Encapsulated_Callback taker) const {
@@ -229,22 +221,33 @@ class FrameWorker {
     raw.clear();
     if (form_.unpacks) {
       packed_.clear();
-      std::string problem = source_.read(frame, packed_);
+      std::string problem = read_native(frame, packed_);
       unpack(packed_, raw);
       return problem;
     }
-    if (!form_.inflates) return source_.read(frame, raw);
-    if (form_.image_bits() > kMostFrameBits) return "its frames are beyond 2 GiB";
-    Bytes packed;
-    std::string problem = source_.read(frame, packed);
-    return problem.empty() ? inflate_frame(packed, (form_.image_bits() + 7) / 8, raw) : problem;
+    return read_native(frame, raw);
+  }
+  std::string read_native(uint32_t frame, Bytes& raw) {
+    if (!form_.unwraps) return source_.read(frame, raw);
+    std::string problem = wrap(frame);
+    if (problem.empty()) problem = put(wrapped_);
+    if (problem.empty()) problem = hand_on(wrapped_, &raw, append);
+    VX_Set_Value_To_Empty(wrapped_, tags::kPixelData);
+    // Half colour has no pad.
+    if (problem.empty() && !form_.unpacks) raw.resize((form_.image_bits() + 7) / 8);
+    return problem;
   }
   std::string take(uint32_t frame) {
     if (!form_.decompresses()) {
       std::string problem = take_raw(frame, in_);
       if (in_.size() % 2 != 0) in_.append("", 1);
-      return problem.empty() ? put() : problem;
+      return problem.empty() ? put(id_) : problem;
     }
+    std::string problem = wrap(frame);
+    return problem.empty() ? put(id_) : problem;
+  }
+  // The frame as it stands in an encapsulated value of its own, into in_.
+  std::string wrap(uint32_t frame) {
     in_.clear();
     append32(in_, kItem);  // no offset table
     append32(in_, 0);
@@ -256,11 +259,11 @@ class FrameWorker {
     std::memcpy(in_.data() + kItemHeader + 4, &length, sizeof length);
     append32(in_, kDelimiter);
     append32(in_, 0);
-    return put();
+    return "";
   }
-  std::string put() {
+  std::string put(int32_t id) {
     const VX_STATUS status =
-        VX_Set_Value_From_Buffer(id_, tags::kPixelData, in_.data(), static_cast<uint32_t>(in_.size()));
+        VX_Set_Value_From_Buffer(id, tags::kPixelData, in_.data(), static_cast<uint32_t>(in_.size()));
     Bytes().swap(in_);  // makes room for the codec
     return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
   }
@@ -268,6 +271,7 @@ class FrameWorker {
   const FrameSource& source_;
   const FrameForm& form_;
   int32_t id_ = -1;
+  int32_t wrapped_ = -1;  // for native frames in items
   int32_t result_ = -1;
   int32_t compressed_ = -1;
   Bytes in_;

@@ -103,7 +103,7 @@ std::string FrameDecoder::open(const DicomFile& file) {
 std::string FrameDecoder::frame(uint32_t number, Bytes& bytes) try {
   if (!fault_.empty()) return fault_;
   if (number >= source_.count()) return "there is no such frame";
-  if (form_.inflates) return worker_->convert(number, bytes);
+  if (form_.unwraps) return worker_->convert(number, bytes);
   return worker_->decompress(number, &bytes, FrameWorker::append);
 } catch (const std::bad_alloc&) {
   return kNoMemory;

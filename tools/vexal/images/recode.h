@@ -38,6 +38,8 @@ class FrameDecoder {
   std::string frame(uint32_t number, Bytes& bytes);
   // Likewise in its compressed form, which needs no decoder.
   std::string code_stream(uint32_t number, Bytes& bytes) const;
+  // Bits of each frame.
+  uint64_t frame_bits() const { return form_.image_bits(); }
   // All frames are one stream then.
   bool is_video() const { return source_.is_video(); }
   // Frames so far whose code stream lacks its end.

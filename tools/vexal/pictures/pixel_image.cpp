@@ -240,7 +240,8 @@ std::string PixelImage::read_description() {
 }
 
 bool PixelImage::is_planar() const {
-  return image_.samples == 3 && image_.planar == 1 && (!compressed_ || file_.syntax() == RLE);
+  return image_.samples == 3 && image_.planar == 1 &&
+         (!compressed_ || file_.syntax() == RLE || holds_native_frames(file_.syntax()));
 }
 
 std::string PixelImage::find_frames() {
@@ -268,20 +269,20 @@ std::string PixelImage::code_stream(uint32_t number, std::string& bytes) {
 std::string PixelImage::frame(uint32_t number, std::string& bytes) {
   bytes.clear();
   if (number >= image_.frames) return "there is no such frame";
-  const uint64_t pixels = uint64_t{image_.rows} * image_.columns;
-  const bool packed =
-      image_.photometric.starts_with("YBR_FULL_422") || image_.photometric.starts_with("YBR_PARTIAL_422");
-  const uint64_t samples = packed && !compressed_ ? 2 : image_.samples;
-  const uint64_t bits = pixels * samples * image_.allocated;
   if (compressed_) {
     Bytes frame;
     std::string problem = find_frames();
     if (problem.empty()) problem = decoder_->frame(number, frame);
     if (!problem.empty()) return problem;
+    const uint64_t bits = decoder_->frame_bits();
     if (frame.size() < (bits + 7) / 8) return "the frame is too short";
     bytes.assign(frame.data(), (bits + 7) / 8);
     return "";
   }
+  const bool packed =
+      image_.photometric.starts_with("YBR_FULL_422") || image_.photometric.starts_with("YBR_PARTIAL_422");
+  const uint64_t samples = packed ? 2 : image_.samples;
+  const uint64_t bits = uint64_t{image_.rows} * image_.columns * samples * image_.allocated;
   // Frames of single bits follow each other without a gap.
   const uint64_t start = bits * number;
   if ((start + bits + 7) / 8 > value_.size()) return "the value ends before this frame does";
