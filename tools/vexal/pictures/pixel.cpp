@@ -3,6 +3,7 @@
 
 #include "base/commands.h"
 #include "images/write_options.h"
+#include "layers.h"
 #include "pixel_actions.h"
 
 namespace vexal {
@@ -39,6 +40,7 @@ constexpr Option kOptions[] = {
     {"--columns", "N", "sheet: pictures in a row (default: about a square)"},
     {"--tile", "N", "sheet: largest side of a picture (default 128)"},
     {"--repair", "OUT", "offsets: write the object with the right table"},
+    VEXAL_LAYER_OPTIONS,
     VEXAL_WRITE_OPTIONS,
 };
 

@@ -1,8 +1,11 @@
 // vexal pixel info, offsets: what the pixel data is, and the offset table of its fragments.
 #include <cstdio>
 
+#include "base/attributes.h"
 #include "base/names.h"
+#include "base/tags.h"
 #include "images/write_options.h"
+#include "layers.h"
 #include "pixel_actions.h"
 #include "pixel_offsets.h"
 
@@ -34,6 +37,7 @@ int show_image(const Args&, PixelImage& image, const std::string& path, const st
       d.frames == 1 ? "" : "s", d.photometric.c_str(), d.samples, d.samples == 1 ? "" : "s", d.stored,
       d.allocated, d.is_signed ? ", signed" : "", d.samples > 1 && d.planar == 1 ? ", planar" : "");
   say("  transfer syntax %s", describe_uid(uid).c_str());
+  if (has_attribute(image.file().id(), tags::kDoseGridScaling)) say("  %s", describe_dose(image).c_str());
   if (!image.compressed()) {
     std::printf("  %llu bytes\n", static_cast<unsigned long long>(image.value().size()));
     return kSuccess;

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "layers.h"
 #include "pixel_actions.h"
 
 namespace vexal {
@@ -74,15 +75,18 @@ int render_frame(const Args& args, PixelImage& image, const std::string& in, con
   if (!chosen(args, image.description().frames, false, choice) || !read_rendering(args, options) ||
       !read_quality(args, quality))
     return kUsage;
+  Layers layers;
+  if (!layers.open(args, image)) return kUsage;
   Picture picture;
   std::string problem = image.render(choice.first, options, picture);
+  if (problem.empty()) problem = layers.draw(choice.first, picture);
   if (!problem.empty()) {
     report(in, problem);
     return kUsage;
   }
   problem = write_picture(picture, out, quality);
   if (!problem.empty()) report(out, problem);
-  return judge(image, in, problem.empty() ? kSuccess : kUsage);
+  return judge(image, in, layers.judge(problem.empty() ? kSuccess : kUsage));
 }
 
 int make_sheet(const Args& args, PixelImage& image, const std::string& in, const std::string& out) {
@@ -96,6 +100,8 @@ int make_sheet(const Args& args, PixelImage& image, const std::string& in, const
       !args.number("--columns", 1, 1024, columns)) {
     return kUsage;
   }
+  Layers layers;
+  if (!layers.open(args, image)) return kUsage;
   choice.count = std::min(choice.count, kSheetFrames);
   if (columns == 0) columns = static_cast<long>(std::ceil(std::sqrt(choice.count)));
   columns = std::min(columns, static_cast<long>(choice.count));
@@ -114,6 +120,7 @@ int make_sheet(const Args& args, PixelImage& image, const std::string& in, const
   int result = each_frame(choice, in, [&](uint32_t i) -> std::string {
     Picture picture;
     std::string problem = image.render(choice.first + i, options, picture);
+    if (problem.empty()) problem = layers.draw(choice.first + i, picture);
     if (!problem.empty()) return problem;
     place(picture, sheet, i % across * side, i / across * side, side);
     ++shown;
@@ -124,7 +131,7 @@ int make_sheet(const Args& args, PixelImage& image, const std::string& in, const
     report(out, problem);
     result = kUsage;
   }
-  return judge(image, in, result);
+  return judge(image, in, layers.judge(result));
 }
 
 }  // namespace vexal

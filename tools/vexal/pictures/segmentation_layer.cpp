@@ -1,0 +1,363 @@
+// Segmentations (PS3.3 sections A.51 and C.8.20) over the image whose pixels they tell of.
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <map>
+
+#include "base/tags.h"
+#include "base/values.h"
+#include "layers.h"
+
+namespace vexal {
+namespace {
+
+constexpr uint32_t kLabels = 65536;
+constexpr double kSamePlace = 0.01;  // mm
+
+// A value of PCS-CIELab, scaled to 16 bits (PS3.3 section C.10.7.1.1), whose white is D50, in sRGB.
+Colour from_lab(const std::vector<double>& scaled) {
+  const double lightness = scaled[0] / 65535 * 100;
+  const double a = scaled[1] / 65535 * 255 - 128;
+  const double b = scaled[2] / 65535 * 255 - 128;
+  const double middle = (lightness + 16) / 116;
+  const auto whole = [](double t) {
+    return t > 6.0 / 29 ? t * t * t : 3 * (6.0 / 29) * (6.0 / 29) * (t - 4.0 / 29);
+  };
+  const double x = 0.96422 * whole(middle + a / 500);
+  const double y = whole(middle);
+  const double z = 0.82521 * whole(middle - b / 200);
+  // To the primaries of sRGB, its white D65 seen as D50 by the transformation of Bradford.
+  const double linear[] = {3.1338561 * x - 1.6168667 * y - 0.4906146 * z,
+                           -0.9787684 * x + 1.9161415 * y + 0.0334540 * z,
+                           0.0719453 * x - 0.2289914 * y + 1.4052427 * z};
+  Colour colour;
+  for (std::size_t c = 0; c < 3; ++c) {
+    const double part = std::clamp(linear[c], 0.0, 1.0);
+    const double level = part <= 0.0031308 ? 12.92 * part : 1.055 * std::pow(part, 1 / 2.4) - 0.055;
+    colour[c] = static_cast<uint8_t>(std::lround(255 * level));
+  }
+  return colour;
+}
+
+struct Segment {
+  Colour colour{};
+  bool shown = true;
+};
+
+struct SegmentFrame {
+  uint32_t number = 0;   // from 0
+  uint32_t segment = 0;  // of a label map 0
+  std::optional<ImagePlane> plane;
+  double depth = 0;  // of its plane along its normal
+  References references;
+};
+
+// A frame at work: how it is seen from the picture, and the distances from its plane at which it counts.
+struct Placed {
+  const SegmentFrame* frame;
+  Mapping mapping;
+  double low = -1;
+  double high = 1;
+};
+
+class SegmentationLayer : public Layer {
+ public:
+  SegmentationLayer(const Ground& ground, LayerChoices& choices)
+      : ground_(ground), choices_(choices), sources_(ground.instance) {}
+  std::string open(const std::string& path);
+  std::string draw(const Slice& slice, Picture& picture, bool& drawn) override;
+
+ private:
+  std::string read_segments();
+  std::string read_frames();
+  void read_frame(const Planes& planes, SegmentFrame& frame);
+  void read_references(const FunctionalGroups& groups, SegmentFrame& frame);
+  const Segment& segment(uint32_t number);
+  double reach(const ImagePlane& plane, const ImagePlane& ground) const;
+  std::vector<Placed> place(const Slice& slice);
+  void share_out(std::vector<Placed>& placed) const;
+  std::string cover(const Placed& placed, const Picture& picture);
+  std::string show(std::vector<Placed>::const_iterator from, std::vector<Placed>::const_iterator to,
+                   Picture& picture, bool& drawn);
+
+  const Ground& ground_;
+  LayerChoices& choices_;
+  Sources sources_;
+  PixelImage image_;
+  bool label_map_ = false;
+  double most_ = 1;  // the value of a fraction that is all
+  std::map<uint32_t, Segment> segments_;
+  std::vector<SegmentFrame> frames_;  // by segment, then by depth
+  bool same_reference_ = false;       // its places and the image's are in one frame of reference
+  std::string no_place_;              // of a frame, why
+  double spacing_ = 0;                // of its planes, where no frame tells
+  // Of the picture's pixels: how much of a segment is in them, from 0 to 255, and of which label.
+  std::vector<uint8_t> share_;
+  std::vector<uint16_t> label_;
+};
+
+std::string SegmentationLayer::open(const std::string& path) {
+  if (std::string problem = image_.open(path); !problem.empty()) return problem;
+  const int32_t id = image_.file().id();
+  const std::string type = text_of(id, tags::kSegmentationType);
+  label_map_ = type == "LABELMAP";
+  if (!label_map_ && type != "BINARY" && type != "FRACTIONAL")
+    return "it is no segmentation of pixels: its Segmentation Type is \"" + type + "\"";
+  const ImageDescription& d = image_.description();
+  if (d.samples != 1 || d.allocated > 16 || d.real) return "its pixels are none of a segmentation";
+  const std::vector<double> most = reals_of(id, tags::kMaximumFractionalValue);
+  most_ = type == "FRACTIONAL" && !most.empty() && most[0] >= 1 ? most[0] : type == "FRACTIONAL" ? 255 : 1;
+  if (std::string problem = read_segments(); !problem.empty()) return problem;
+  return read_frames();
+}
+
+std::string SegmentationLayer::read_segments() {
+  const int32_t id = image_.file().id();
+  for (const int32_t item : items_of(id, tags::kSegmentSequence)) {
+    const std::vector<double> number = reals_of(item, tags::kSegmentNumber);
+    if (number.empty() || !(number[0] >= 0 && number[0] < kLabels)) {
+      faults.insert("a segment has no number");
+      continue;
+    }
+    const auto key = static_cast<uint32_t>(number[0]);
+    Segment segment;
+    const std::vector<double> lab = reals_of(item, tags::kRecommendedDisplayCIELabValue);
+    segment.colour = lab.size() == 3 ? from_lab(lab) : distinct_colour(key - 1);
+    segment.shown = choices_.segments.takes(key, text_of(item, tags::kSegmentLabel));
+    if (!segments_.emplace(key, segment).second)
+      faults.insert("two segments have the number " + std::to_string(key));
+  }
+  if (segments_.empty()) return "it has no Segment Sequence";
+  // What a label map has where nothing is, if nobody asks for it.
+  const std::vector<double> padding = reals_of(id, tags::kPixelPaddingValue);
+  const uint32_t nothing =
+      !padding.empty() && padding[0] >= 0 && padding[0] < kLabels ? static_cast<uint32_t>(padding[0]) : 0;
+  if (label_map_ && choices_.segments.all()) segments_[nothing].shown = false;
+  return "";
+}
+
+void SegmentationLayer::read_references(const FunctionalGroups& groups, SegmentFrame& frame) {
+  for (const int32_t item : groups.items(frame.number, tags::kDerivationImageSequence))
+    sources_.read(items_of(item, tags::kSourceImageSequence), frame.references);
+}
+
+void SegmentationLayer::read_frame(const Planes& planes, SegmentFrame& frame) {
+  const int32_t identification = planes.groups().item(frame.number, tags::kSegmentIdentificationSequence);
+  const std::vector<double> number = reals_of(identification, tags::kReferencedSegmentNumber);
+  if (!label_map_) {
+    if (!number.empty() && number[0] >= 0 && number[0] < kLabels) {
+      frame.segment = static_cast<uint32_t>(number[0]);
+    } else {
+      frame.segment = segments_.begin()->first;
+      if (segments_.size() > 1)
+        faults.insert("frame " + std::to_string(frame.number + 1) + " names no segment");
+    }
+    segment(frame.segment);  // tells if there is no such segment
+  }
+  read_references(planes.groups(), frame);
+  ImagePlane plane;
+  const std::string fault = planes.read(frame.number, plane);
+  if (fault.empty()) {
+    frame.plane = plane;
+    frame.depth = dot(plane.origin, plane.normal);
+  } else if (no_place_.empty()) {
+    no_place_ = fault;
+  }
+}
+
+std::string SegmentationLayer::read_frames() {
+  const int32_t id = image_.file().id();
+  for (const int32_t series : items_of(id, tags::kReferencedSeriesSequence))
+    sources_.list(items_of(series, tags::kReferencedInstanceSequence));
+  sources_.list(items_of(id, tags::kSourceImageSequence));
+  const Planes planes(id, image_.description().frames);
+  const std::string& own = planes.frame_of_reference();
+  const std::string& grounds = ground_.planes.frame_of_reference();
+  if (!own.empty() && !grounds.empty() && own != grounds)
+    return "its frame of reference is not that of the image";
+  same_reference_ = !own.empty() && own == grounds;
+  frames_.resize(image_.description().frames);
+  for (uint32_t i = 0; i < frames_.size(); ++i) {
+    frames_[i].number = i;
+    read_frame(planes, frames_[i]);
+  }
+  std::stable_sort(frames_.begin(), frames_.end(), [](const SegmentFrame& a, const SegmentFrame& b) {
+    return a.segment != b.segment ? a.segment < b.segment : a.depth < b.depth;
+  });
+  double least = std::numeric_limits<double>::max();
+  for (std::size_t i = 1; i < frames_.size(); ++i) {
+    const double gap = frames_[i].depth - frames_[i - 1].depth;
+    if (frames_[i].segment == frames_[i - 1].segment && gap > kSamePlace) least = std::min(least, gap);
+  }
+  if (least < std::numeric_limits<double>::max()) spacing_ = least;
+  return "";
+}
+
+const Segment& SegmentationLayer::segment(uint32_t number) {
+  const auto found = segments_.find(number);
+  if (found != segments_.end()) return found->second;
+  faults.insert("segment " + std::to_string(number) + " is not described");
+  return segments_.emplace(number, Segment{distinct_colour(number - 1), choices_.segments.takes(number, "")})
+      .first->second;
+}
+
+// How far from a frame's plane its segment goes.
+double SegmentationLayer::reach(const ImagePlane& plane, const ImagePlane& ground) const {
+  double spacing = plane.slice_spacing;
+  for (const double other : {spacing_, plane.thickness}) {
+    if (plane.slice_spacing <= 0 && other > 0) spacing = spacing > 0 ? std::min(spacing, other) : other;
+  }
+  return spacing > 0 ? spacing / 2 : ground.half_slice();
+}
+
+// The frames that may show in a slice, in their order.
+std::vector<Placed> SegmentationLayer::place(const Slice& slice) {
+  const ImageDescription& d = image_.description();
+  std::vector<Placed> placed;
+  for (const SegmentFrame& frame : frames_) {
+    if (!label_map_ && !segment(frame.segment).shown) continue;
+    if (!sources_.allows(frame.references, slice.frame)) continue;
+    Placed one{&frame, {}};
+    if (same_reference_ && slice.plane && frame.plane) {
+      one.mapping = Mapping(*slice.plane, *frame.plane);
+      one.high = reach(*frame.plane, *slice.plane);
+      one.low = -one.high;
+      if (!meets(one.mapping, ground_.width, ground_.height, one.low, one.high)) {
+        if (frame.references.only_here() && frame.references.here(slice.frame))
+          faults.insert("frame " + std::to_string(frame.number + 1) +
+                        " refers to the image, but lies elsewhere");
+        continue;
+      }
+    } else if (!frame.references.here(slice.frame)) {
+      continue;
+    } else if (d.columns != ground_.width || d.rows != ground_.height) {
+      faults.insert("frame " + std::to_string(frame.number + 1) +
+                    " refers to the image, but is of another size, and nothing tells where it lies");
+      continue;
+    }
+    placed.push_back(one);
+  }
+  share_out(placed);
+  return placed;
+}
+
+// Where two planes of a segment are near, each has what is nearer to it.
+void SegmentationLayer::share_out(std::vector<Placed>& placed) const {
+  const auto narrow = [&](std::size_t at, std::size_t other) {
+    const SegmentFrame& a = *placed[at].frame;
+    const SegmentFrame& b = *placed[other].frame;
+    if (!a.plane || !b.plane || dot(a.plane->normal, b.plane->normal) < 0.9999) return;
+    const double middle = (b.depth - a.depth) / 2;
+    if (middle > 0) placed[at].high = std::min(placed[at].high, middle);
+    if (middle < 0) placed[at].low = std::max(placed[at].low, middle);
+  };
+  // Frames at one place stand side by side; next to them are the neighbours that count.
+  const auto apart = [&](std::size_t a, std::size_t b) {
+    return std::abs(placed[a].frame->depth - placed[b].frame->depth) > kSamePlace;
+  };
+  for (std::size_t first = 0; first < placed.size();) {
+    std::size_t behind = first + 1;
+    const auto same = [&](std::size_t a, std::size_t b) {
+      return b < placed.size() && placed[a].frame->segment == placed[b].frame->segment;
+    };
+    while (same(first, behind) && !apart(first, behind)) ++behind;
+    for (std::size_t i = first; i < behind; ++i) {
+      if (same(i, behind)) narrow(i, behind);
+      if (first > 0 && same(first - 1, i)) narrow(i, first - 1);
+    }
+    first = behind;
+  }
+}
+
+// What a frame has of its segment, or of all labels, in the pixels of the picture.
+std::string SegmentationLayer::cover(const Placed& placed, const Picture& picture) {
+  const ImageDescription& d = image_.description();
+  constexpr double kHair = 1e-6;  // so that a grid that is off by a rounding error stays where it is
+  const Box box{{-0.5 + kHair, -0.5 + kHair, placed.low},
+                {d.columns - 0.5 - kHair, d.rows - 0.5 - kHair, placed.high}};
+  std::string bytes;
+  std::string problem;
+  for_each_inside(placed.mapping, picture.width, picture.height, box,
+                  [&](uint32_t column, uint32_t row, const Vector& place) {
+                    if (!problem.empty()) return;
+                    if (bytes.empty()) problem = image_.frame(placed.frame->number, bytes);
+                    if (!problem.empty()) return;
+                    const auto x = static_cast<std::size_t>(place.x + 0.5 + kHair);
+                    const auto y = static_cast<std::size_t>(place.y + 0.5 + kHair);
+                    const std::size_t at = y * d.columns + x;
+                    uint16_t value = 0;
+                    if (d.allocated == 1) {
+                      value = (static_cast<uint8_t>(bytes[at / 8]) >> (at % 8)) & 1U;
+                    } else if (d.allocated == 8) {
+                      value = static_cast<uint8_t>(bytes[at]);
+                    } else {
+                      std::memcpy(&value, bytes.data() + 2 * at, sizeof value);
+                    }
+                    const std::size_t pixel = std::size_t{row} * picture.width + column;
+                    if (label_map_) {
+                      share_[pixel] = 255;
+                      label_[pixel] = value;
+                    } else if (value != 0) {
+                      const auto share =
+                          static_cast<uint8_t>(std::lround(255 * std::min(value / most_, 1.0)));
+                      share_[pixel] = std::max(share_[pixel], share);
+                    }
+                  });
+  return problem.empty() ? "" : "frame " + std::to_string(placed.frame->number + 1) + ": " + problem;
+}
+
+// All frames of one segment, or of a label map.
+std::string SegmentationLayer::show(std::vector<Placed>::const_iterator from,
+                                    std::vector<Placed>::const_iterator to, Picture& picture, bool& drawn) {
+  const std::size_t pixels = std::size_t{picture.width} * picture.height;
+  const uint32_t only = from->frame->segment;
+  share_.assign(pixels, 0);
+  if (label_map_) label_.resize(pixels);
+  for (; from != to; ++from) {
+    if (std::string problem = cover(*from, picture); !problem.empty()) return problem;
+  }
+  uint32_t last = kLabels;
+  Segment look;
+  for (std::size_t i = 0; i < pixels; ++i) {
+    if (share_[i] == 0) continue;
+    const uint32_t number = label_map_ ? label_[i] : only;
+    if (number != last) look = segment(number);
+    last = number;
+    if (!look.shown) continue;
+    drawn = true;
+    blend(picture, i, look.colour, choices_.opacity * share_[i] / 255);
+  }
+  return "";
+}
+
+std::string SegmentationLayer::draw(const Slice& slice, Picture& picture, bool& drawn) {
+  const bool refers = std::any_of(frames_.begin(), frames_.end(), [&](const SegmentFrame& frame) {
+    return frame.references.here(slice.frame);
+  });
+  if (!refers && !sources_.known()) {
+    if (!same_reference_)
+      return "nothing tells that it belongs to the image: neither a reference nor a frame of reference";
+    if (!slice.plane) return "no frame of it refers to the image, and of the image " + slice.no_plane;
+    if (!no_place_.empty()) return no_place_;
+  }
+  const std::vector<Placed> placed = place(slice);
+  for (auto from = placed.begin(); from != placed.end();) {
+    const auto to = std::find_if(
+        from, placed.end(), [&](const Placed& one) { return one.frame->segment != from->frame->segment; });
+    if (std::string problem = show(from, to, picture, drawn); !problem.empty()) return problem;
+    from = to;
+  }
+  return "";
+}
+
+}  // namespace
+
+std::unique_ptr<Layer> open_segmentation(const std::string& path, const Ground& ground, LayerChoices& choices,
+                                         std::string& problem) {
+  auto layer = std::make_unique<SegmentationLayer>(ground, choices);
+  problem = layer->open(path);
+  if (!problem.empty()) return nullptr;
+  return layer;
+}
+
+}  // namespace vexal
