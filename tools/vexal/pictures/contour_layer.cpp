@@ -16,6 +16,8 @@ namespace {
 // Pixels that lines and edges may pass in one picture: a bound for sets made to take for ever.
 constexpr uint64_t kMostSteps = uint64_t{1} << 30;
 
+constexpr uint32_t kMostNumber = INT32_MAX;  // of a region: it is an IS
+
 enum class Form { kClosed, kOpen, kPoint };
 constexpr struct {
   const char* name;
@@ -169,31 +171,29 @@ std::string ContourLayer::open(const std::string& path) {
   };
   std::map<uint32_t, Named> named;
   for (const int32_t item : items_of(id, tags::kStructureSetROISequence)) {
-    const std::vector<double> number = reals_of(item, tags::kROINumber);
-    if (!number.empty() && number[0] >= 0 && number[0] <= INT32_MAX)
-      named[static_cast<uint32_t>(number[0])] = {text_of(item, tags::kROIName),
-                                                 text_of(item, tags::kReferencedFrameOfReferenceUID)};
+    if (const auto number = whole_of(item, tags::kROINumber, kMostNumber))
+      named[*number] = {text_of(item, tags::kROIName), text_of(item, tags::kReferencedFrameOfReferenceUID)};
   }
-  const std::string general = text_of(id, tags::kFrameOfReferenceUID);
+  std::string general = text_of(id, tags::kFrameOfReferenceUID);
+  const std::vector<int32_t> listed = items_of(id, tags::kReferencedFrameOfReferenceSequence);
+  if (listed.size() == 1) general = text_of(listed[0], tags::kFrameOfReferenceUID);
   std::size_t others = 0;
   for (const int32_t item : contours) {
-    const std::vector<double> number = reals_of(item, tags::kReferencedROINumber);
-    const auto key = !number.empty() && number[0] >= 0 && number[0] <= INT32_MAX
-                         ? static_cast<uint32_t>(number[0])
-                         : UINT32_MAX;
-    const auto roi = named.find(key);
-    if (roi == named.end()) faults.insert("contours of a region that the set does not name");
-    const std::string name = roi != named.end() ? roi->second.name : "";
-    if (!choices_.regions.takes(key, name)) continue;
-    std::string place = roi != named.end() ? roi->second.frame_of_reference : "";
-    if (place.empty()) place = general;
-    if (place != ground_.planes.frame_of_reference()) {
-      ++others;
-      faults.insert("region " + std::to_string(key) + " \"" + name +
-                    "\" is not shown: its frame of reference is not that of the image");
+    const auto number = whole_of(item, tags::kReferencedROINumber, kMostNumber);
+    const auto roi = number ? named.find(*number) : named.end();
+    if (roi == named.end()) {
+      fault("contours of a region that the set does not name are not shown");
       continue;
     }
-    read_region(item, name, key);
+    const auto& [name, place] = roi->second;
+    if (!choices_.regions.takes(*number, name)) continue;
+    if ((place.empty() ? general : place) != ground_.planes.frame_of_reference()) {
+      ++others;
+      fault("region " + std::to_string(*number) + " \"" + name +
+            "\" is not shown: its frame of reference is not that of the image");
+      continue;
+    }
+    read_region(item, name, *number);
   }
   return others != 0 && regions_.empty() ? "its frame of reference is not that of the image" : "";
 }
@@ -240,14 +240,14 @@ void ContourLayer::read_region(int32_t item, const std::string& name, uint32_t n
     const auto* form = std::find_if(std::begin(kForms), std::end(kForms),
                                     [&](const auto& known) { return type == known.name; });
     if (form == std::end(kForms)) {
-      faults.insert(place + "a form \"" + type + "\" can not be drawn");
+      fault(place + "a form \"" + type + "\" can not be drawn");
       continue;
     }
     Contour contour;
     contour.form = form->form;
     sources_.read(items_of(one, tags::kContourImageSequence), contour.references);
-    if (const std::string fault = read_points(one, contour); !fault.empty()) {
-      faults.insert(place + fault);
+    if (const std::string problem = read_points(one, contour); !problem.empty()) {
+      fault(place + problem);
       continue;
     }
     region.contours.push_back(std::move(contour));

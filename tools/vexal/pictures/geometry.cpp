@@ -60,6 +60,13 @@ std::vector<double> reals_of(int32_t object, uint32_t tag) {
   return values;
 }
 
+std::optional<uint32_t> whole_of(int32_t object, uint32_t tag, uint32_t most) {
+  const std::vector<double> numbers = reals_of(object, tag);
+  if (numbers.empty() || !(numbers[0] >= 0 && numbers[0] <= most) || std::trunc(numbers[0]) != numbers[0])
+    return std::nullopt;
+  return static_cast<uint32_t>(numbers[0]);
+}
+
 std::vector<int32_t> items_of(int32_t object, uint32_t tag) {
   std::vector<int32_t> items;
   int32_t item = -1;

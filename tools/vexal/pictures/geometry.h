@@ -14,6 +14,8 @@ namespace vexal {
 
 // All numbers of an attribute; those that are none come as NaN, so that their places stay.
 std::vector<double> reals_of(int32_t object, uint32_t tag);
+// A whole number up to `most`, if that is what the first value is.
+std::optional<uint32_t> whole_of(int32_t object, uint32_t tag, uint32_t most);
 // The items of a sequence, or an empty list.
 std::vector<int32_t> items_of(int32_t object, uint32_t tag);
 

@@ -83,6 +83,20 @@ std::vector<std::string> Selection::unmet() const {
   return words;
 }
 
+void Layer::fault(const std::string& text) {
+  constexpr std::size_t kMost = 20;
+  if (faults_.size() < kMost || faults_.contains(text)) {
+    faults_.insert(text);
+  } else {
+    ++untold_;
+  }
+}
+
+void Layer::tell(const std::string& path) const {
+  for (const std::string& text : faults_) report(path, text);
+  if (untold_ != 0) report(path, "and so on, " + std::to_string(untold_) + " times");
+}
+
 void Sources::list(const std::vector<int32_t>& items) {
   for (const int32_t item : items) {
     const std::string instance = text_of(item, tags::kReferencedSOPInstanceUID);
@@ -153,10 +167,8 @@ std::string Layers::draw(uint32_t frame, Picture& picture) {
 
 int Layers::judge(int result) const {
   for (const Opened& opened : layers_) {
-    for (const std::string& fault : opened.layer->faults) {
-      report(opened.path, fault);
-      result = std::max(result, static_cast<int>(kFindings));
-    }
+    opened.layer->tell(opened.path);
+    if (opened.layer->faulty()) result = std::max(result, static_cast<int>(kFindings));
     if (!opened.drawn) report(opened.path, "nothing of it lies in what is shown");
   }
   return result;

@@ -83,8 +83,16 @@ class Layer {
   // Draws what lies in the slice over its picture, which is in colour; true in `drawn` if there was
   // something. An error text, empty on success.
   virtual std::string draw(const Slice& slice, Picture& picture, bool& drawn) = 0;
-  // What of it is not as it should be, each once.
-  std::set<std::string> faults;
+  // Tells what of it is not as it should be, each once, and of many how many.
+  void tell(const std::string& path) const;
+  bool faulty() const { return !faults_.empty(); }
+
+ protected:
+  void fault(const std::string& text);
+
+ private:
+  std::set<std::string> faults_;
+  std::size_t untold_ = 0;
 };
 
 // Null after an error text. The choices and the ground outlive the layer.

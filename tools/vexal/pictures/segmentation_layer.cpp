@@ -114,24 +114,21 @@ std::string SegmentationLayer::open(const std::string& path) {
 std::string SegmentationLayer::read_segments() {
   const int32_t id = image_.file().id();
   for (const int32_t item : items_of(id, tags::kSegmentSequence)) {
-    const std::vector<double> number = reals_of(item, tags::kSegmentNumber);
-    if (number.empty() || !(number[0] >= 0 && number[0] < kLabels)) {
-      faults.insert("a segment has no number");
+    const auto number = whole_of(item, tags::kSegmentNumber, kLabels - 1);
+    if (!number) {
+      fault("a segment has no number");
       continue;
     }
-    const auto key = static_cast<uint32_t>(number[0]);
     Segment segment;
     const std::vector<double> lab = reals_of(item, tags::kRecommendedDisplayCIELabValue);
-    segment.colour = lab.size() == 3 ? from_lab(lab) : distinct_colour(key - 1);
-    segment.shown = choices_.segments.takes(key, text_of(item, tags::kSegmentLabel));
-    if (!segments_.emplace(key, segment).second)
-      faults.insert("two segments have the number " + std::to_string(key));
+    segment.colour = lab.size() == 3 ? from_lab(lab) : distinct_colour(*number - 1);
+    segment.shown = choices_.segments.takes(*number, text_of(item, tags::kSegmentLabel));
+    if (!segments_.emplace(*number, segment).second)
+      fault("two segments have the number " + std::to_string(*number));
   }
   if (segments_.empty()) return "it has no Segment Sequence";
   // What a label map has where nothing is, if nobody asks for it.
-  const std::vector<double> padding = reals_of(id, tags::kPixelPaddingValue);
-  const uint32_t nothing =
-      !padding.empty() && padding[0] >= 0 && padding[0] < kLabels ? static_cast<uint32_t>(padding[0]) : 0;
+  const uint32_t nothing = whole_of(id, tags::kPixelPaddingValue, kLabels - 1).value_or(0);
   if (label_map_ && choices_.segments.all()) segments_[nothing].shown = false;
   return "";
 }
@@ -142,16 +139,12 @@ void SegmentationLayer::read_references(const FunctionalGroups& groups, SegmentF
 }
 
 void SegmentationLayer::read_frame(const Planes& planes, SegmentFrame& frame) {
-  const int32_t identification = planes.groups().item(frame.number, tags::kSegmentIdentificationSequence);
-  const std::vector<double> number = reals_of(identification, tags::kReferencedSegmentNumber);
   if (!label_map_) {
-    if (!number.empty() && number[0] >= 0 && number[0] < kLabels) {
-      frame.segment = static_cast<uint32_t>(number[0]);
-    } else {
-      frame.segment = segments_.begin()->first;
-      if (segments_.size() > 1)
-        faults.insert("frame " + std::to_string(frame.number + 1) + " names no segment");
-    }
+    const int32_t group = planes.groups().item(frame.number, tags::kSegmentIdentificationSequence);
+    const auto number = whole_of(group, tags::kReferencedSegmentNumber, kLabels - 1);
+    if (!number && segments_.size() > 1)
+      fault("frame " + std::to_string(frame.number + 1) + " names no segment");
+    frame.segment = number.value_or(segments_.begin()->first);
     segment(frame.segment);  // tells if there is no such segment
   }
   read_references(planes.groups(), frame);
@@ -196,7 +189,7 @@ std::string SegmentationLayer::read_frames() {
 const Segment& SegmentationLayer::segment(uint32_t number) {
   const auto found = segments_.find(number);
   if (found != segments_.end()) return found->second;
-  faults.insert("segment " + std::to_string(number) + " is not described");
+  fault("segment " + std::to_string(number) + " is not described");
   return segments_.emplace(number, Segment{distinct_colour(number - 1), choices_.segments.takes(number, "")})
       .first->second;
 }
@@ -224,15 +217,14 @@ std::vector<Placed> SegmentationLayer::place(const Slice& slice) {
       one.low = -one.high;
       if (!meets(one.mapping, ground_.width, ground_.height, one.low, one.high)) {
         if (frame.references.only_here() && frame.references.here(slice.frame))
-          faults.insert("frame " + std::to_string(frame.number + 1) +
-                        " refers to the image, but lies elsewhere");
+          fault("frame " + std::to_string(frame.number + 1) + " refers to the image, but lies elsewhere");
         continue;
       }
     } else if (!frame.references.here(slice.frame)) {
       continue;
     } else if (d.columns != ground_.width || d.rows != ground_.height) {
-      faults.insert("frame " + std::to_string(frame.number + 1) +
-                    " refers to the image, but is of another size, and nothing tells where it lies");
+      fault("frame " + std::to_string(frame.number + 1) +
+            " refers to the image, but is of another size, and nothing tells where it lies");
       continue;
     }
     placed.push_back(one);
