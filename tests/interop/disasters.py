@@ -3,13 +3,15 @@
 
 usage: disasters.py VEXAL [PART...]
 kill -9 under load, a full disk, a slow, a stuttering and a cut network, a large object: nothing leaves a partial object under a
-final name, and what was acknowledged is there. Full disks need root, and are left out without it.
+final name, and what was acknowledged is there. Full disks need root, and are left out without it. Too little memory, and folders
+that can not be read: an exit status and a line for each file, whatever the thread.
 """
 import contextlib
 import json
 import os
 import queue
 import random
+import resource
 import socket
 import struct
 import subprocess
@@ -17,9 +19,10 @@ import sys
 import threading
 import time
 
-from checks import VEXAL, Vexal, check, files_under, free_port, run, run_parts, small_disk, vexal, write
+import checks
+from checks import VEXAL, LeftOut, Vexal, check, files_under, free_port, read, run, run_parts, small_disk, vexal, write
 from made import meta
-from wire import CT, KINDS, MEBI, STUDY, data_set, make_files, store_status, stored_objects, uid
+from wire import CT, KINDS, MEBI, STUDY, data_set, element, make_files, store_status, stored_objects, uid
 
 
 
@@ -238,4 +241,66 @@ def networks(folder):
                     check(time.monotonic() - start < 6, "%s: an echo takes %.1f s" % (what, time.monotonic() - start))
 
 
-sys.exit(run_parts(kills, full_disk, reserve, large_object, networks, chosen=sys.argv[2:]))
+def starved(folder):
+    """With less memory than they need, commands that run threads end by themselves, tell why, and leave nothing half done."""
+    if checks.SANITIZED:
+        raise LeftOut("too little memory, as sanitizers need more")
+    source = os.path.join(folder, "in")
+    make_files(source, 12, 3 * MEBI)
+    paths = files_under(source)
+    pixels = random.randbytes(1 << 16) * 128
+    frames = b"".join(element(*row) for row in ((0x00080016, "UI", CT), (0x00080018, "UI", uid(0)), (0x00280002, "US", b"\1\0"), (0x00280004, "CS", "MONOCHROME2"),
+        (0x00280008, "IS", "128"), (0x00280010, "US", b"\0\1"), (0x00280011, "US", b"\0\1"), (0x00280100, "US", b"\x08\0"), (0x00280101, "US", b"\x08\0"),
+        (0x00280102, "US", b"\x07\0"), (0x00280103, "US", b"\0\0"), (0x7FE00010, "OB", pixels)))
+    image = write(folder + "/image.dcm", meta(CT, uid(0)) + frames)
+    commands = {"dump": (), "json": (), "validate": (), "convert": ("--to", "rle"), "deidentify": ("--secret", "a secret of this test")}
+
+    def outcome(command, words, out, limit):
+        os.mkdir(out)
+        into = {"convert": (image, out + "/image.dcm"), "deidentify": (*paths, "-o", out)}.get(command, paths)
+        result = run(VEXAL, command, "--threads", 4, *words, *into, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
+        return result, {os.path.relpath(path, out): read(path) for path in files_under(out)}
+
+    starts = 0
+    for command, words in commands.items():
+        whole, whole_files = outcome(command, words, os.path.join(folder, command), resource.RLIM_INFINITY)
+        failed = 0
+        for number, mebi in enumerate((24, 26, 28, 30, 33, 36, 40, 46, 54, 64, 80, 110)):
+            result, files = outcome(command, words, os.path.join(folder, "%s%d" % (command, number)), mebi * MEBI)
+            title = "%s within %d MiB" % (command, mebi)
+            if b"error while loading shared libraries" in result.stderr:
+                continue  # it has not begun
+            starts += 1
+            failed += result.returncode != whole.returncode
+            ended = 0 <= result.returncode <= 2 or b"Fatal glibc error" in result.stderr  # that nobody can catch
+            check(ended, "%s: ends with %d: %s" % (title, result.returncode, result.stderr[-300:]))
+            check(all(whole_files.get(name) == content for name, content in files.items()), title + ": another file")
+            if result.returncode == whole.returncode:
+                check((result.stdout, files) == (whole.stdout, whole_files), title + ": says or writes something else")
+            else:
+                check(result.stderr != whole.stderr, title + ": does not tell why")
+        print("  %s: %d of the limits were too low" % (command, failed))
+    check(starts > 30, "only %d commands have begun" % starts)
+
+
+def unreadable(folder):
+    """What lies in a folder that may not be looked into is told, and the others are done."""
+    nobody = {"user": 65534} if os.geteuid() == 0 else {}
+    os.chmod(folder, 0o755)
+    if run(VEXAL, "--version", **nobody).returncode != 0:
+        raise LeftOut("folders that can not be read, as nobody may run the program")
+    write(folder + "/in/a/1.dcm", meta(CT, uid(1)) + data_set(uid(1)))
+    write(folder + "/in/b/2.dcm", meta(CT, uid(2)) + data_set(uid(2)))
+    write(folder + "/in/c/3.dcm", meta(CT, uid(3)) + data_set(uid(3)))
+    os.mkdir(folder + "/out")
+    os.chmod(folder + "/out", 0o777)
+    os.chmod(folder + "/in/b", 0)
+    for number, command in enumerate((("dump",), ("validate",), ("json",), ("deidentify", "-o", folder + "/out"))):
+        result = run(VEXAL, *command, folder + "/in", cwd=folder, **nobody)
+        check(result.returncode == 2 and b"/in/b: can not be looked into" in result.stderr,
+              "%s: ends with %d: %s" % (command[0], result.returncode, result.stderr[-300:]))
+    check(len(files_under(folder + "/out")) == 2, "the others are not de-identified: %s" % files_under(folder + "/out"))
+    os.chmod(folder + "/in/b", 0o700)
+
+
+sys.exit(run_parts(starved, unreadable, kills, full_disk, reserve, large_object, networks, chosen=sys.argv[2:]))

@@ -1,11 +1,14 @@
 // The program vexal: one subcommand a task, all on the public interface of the library.
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <string>
 
 #include "base/args.h"
+#include "base/parallel.h"
 #include "base/session.h"
 #include "vexalkit.h"
 
@@ -51,12 +54,27 @@ int run_command(const Command& command, std::span<char* const> words) {
   return command.run(args);
 }
 
+// Of what nothing has caught, where no exception may leave: a line, and no sign of a crash.
+[[noreturn]] void end_at_once() {
+  const char* words = "an internal fault";
+  try {
+    if (const std::exception_ptr thrown = std::current_exception()) std::rethrow_exception(thrown);
+  } catch (const std::bad_alloc&) {
+    words = kNoMemory;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "vexal: %s\n", error.what());
+  }
+  std::fprintf(stderr, "vexal: %s\n", words);
+  std::_Exit(kUsage);
+}
+
 }  // namespace
 
 }  // namespace vexal
 
 int main(int argc, char** argv) {
   using namespace vexal;
+  std::set_terminate(end_at_once);
   std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is a failed write, not the end
   try {
     if (argc < 2) {
@@ -76,8 +94,8 @@ int main(int argc, char** argv) {
       if (name == command.name) return run_command(command, std::span<char* const>(argv + 2, argv + argc));
     }
     complain("unknown command %s; vexal --help lists the commands", name.c_str());
-  } catch (const std::exception& error) {
-    complain("%s", error.what());
+  } catch (const std::exception&) {
+    complain("%s", words_of(std::current_exception()).c_str());
   }
   return kUsage;
 }

@@ -110,12 +110,14 @@ const Computed* find_computed(uint32_t tag) {
 }
 
 // For SQLite: matches_key(value, VR, key).
-void sql_matches(sqlite3_context* context, int, sqlite3_value** values) {
+void sql_matches(sqlite3_context* context, int, sqlite3_value** values) try {
   const auto text = [&](int i) {
     const auto* bytes = sqlite3_value_text(values[i]);
     return bytes != nullptr ? std::string(reinterpret_cast<const char*>(bytes)) : std::string();
   };
   sqlite3_result_int(context, matches_key(sqlite3_value_int(values[1]), text(0), text(2)) ? 1 : 0);
+} catch (const std::exception&) {
+  sqlite3_result_error_nomem(context);
 }
 
 class Statement {

@@ -8,6 +8,7 @@
 #include "base/byte_stream.h"
 #include "base/session.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "base/uid.h"
 #include "base/values.h"
 #include "files/files.h"
@@ -28,7 +29,7 @@ bool decode(int32_t object, std::string& bytes) {
   uint32_t tag = 0;
   return bytes.empty() ||
          VX_Stream_To_Message(object, tags::kFirstOfDataSet, tags::kLast, EXPLICIT_LITTLE_ENDIAN, &tag,
-                              &bytes, give_string) == VX_NORMAL_COMPLETION;
+                              &bytes, guarded<give_string>) == VX_NORMAL_COMPLETION;
 }
 
 std::vector<uint32_t> tags_of(int32_t object) {
@@ -55,7 +56,8 @@ bool write_step(const std::string& path, const std::string& instance, Message& s
     VX_Set_Value_From_String(step.id, tags::kMediaStorageSOPInstanceUID, instance.c_str());
     if (status == VX_NORMAL_COMPLETION)
       status = VX_Set_Message_Transfer_Syntax(step.id, EXPLICIT_LITTLE_ENDIAN);
-    if (status == VX_NORMAL_COMPLETION) status = VX_Write_File(step.id, 0, &sink, FileSink::file_output);
+    if (status == VX_NORMAL_COMPLETION)
+      status = VX_Write_File(step.id, 0, &sink, guarded<FileSink::file_output>);
     error = status == VX_NORMAL_COMPLETION ? sink.commit() : VX_Error_Message(status);
     VX_Free_File(&step.id);
   }

@@ -98,6 +98,7 @@ void Worklist::find(int32_t identifier, const std::function<bool()>& stop,
     if (it->is_regular_file(ignored) && (extension == ".wl" || extension == ".dcm"))
       paths.push_back(it->path().string());
   }
+  if (error) report(folder_, "can not be looked into: " + error.message());
   std::sort(paths.begin(), paths.end());
   for (const std::string& path : paths) {
     if (stop()) return;

@@ -18,6 +18,7 @@
 #include "tables.h"
 #include "tag_path.h"
 #include "tags.h"
+#include "thrown.h"
 #include "typed_numbers.h"
 #include "uid.h"
 #include "values.h"

@@ -8,21 +8,29 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <exception>
 #include <mutex>
 #include <system_error>
+
+#include "session.h"
 
 namespace vexal {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Prints the outputs of so many files in order, each as soon as `result_of` gives it. The worst exit code.
+// Prints the outputs of the files in order, each as soon as `result_of` gives it. The worst exit code.
 template <typename ResultOf>
-int print_all(std::size_t files, ResultOf result_of) {
+int print_all(const std::vector<std::string>& files, ResultOf result_of) {
   int worst = 0;
-  Progress progress(files);
-  for (std::size_t i = 0; i < files; ++i) {
-    const FileResult result = result_of(i);
+  Progress progress(files.size());
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    FileResult result{"", kUsage};
+    try {
+      result = result_of(i);
+    } catch (const std::exception&) {
+      report(files[i], words_of(std::current_exception()));
+    }
     std::fwrite(result.output.data(), 1, result.output.size(), stdout);
     worst = std::max(worst, result.exit);
     progress.step(i + 1);
@@ -37,46 +45,65 @@ int print_all(std::size_t files, ResultOf result_of) {
 class OrderedRun {
  public:
   OrderedRun(const std::vector<std::string>& files, const std::function<FileResult(const std::string&)>& work)
-      : files_(files), work_(work), results_(files.size()), ready_(files.size(), false) {}
+      : files_(files), work_(work), places_(files.size()) {}
 
   void worker() {
     std::unique_lock lock(mutex_);
     while (next_ < files_.size()) {
       const std::size_t mine = next_++;
-      room_.wait(lock, [&] { return mine < printed_ + kAhead; });
+      room_.wait(lock, [&] { return mine < printed_ + kAhead || stopping_; });
+      if (stopping_) return;
       lock.unlock();
-      FileResult result = work_(files_[mine]);
+      Place place{.ready = true};
+      try {
+        place.result = work_(files_[mine]);
+      } catch (...) {
+        place.thrown = std::current_exception();
+      }
       lock.lock();
-      results_[mine] = std::move(result);
-      ready_[mine] = true;
+      places_[mine] = std::move(place);
       done_.notify_one();
     }
   }
 
+  // Nobody prints any more.
+  void stop() {
+    {
+      const std::lock_guard lock(mutex_);
+      stopping_ = true;
+    }
+    room_.notify_all();
+  }
+
   FileResult wait_for(std::size_t file) {
-    FileResult result;
+    Place place;
     {
       std::unique_lock lock(mutex_);
-      done_.wait(lock, [&] { return ready_[file]; });
-      result = std::move(results_[file]);
-      results_[file] = {};
+      done_.wait(lock, [&] { return places_[file].ready; });
+      std::swap(place, places_[file]);
       printed_ = file + 1;
     }
     room_.notify_all();
-    return result;
+    if (place.thrown != nullptr) std::rethrow_exception(place.thrown);
+    return std::move(place.result);
   }
 
  private:
+  struct Place {
+    FileResult result{};
+    std::exception_ptr thrown{};
+    bool ready = false;
+  };
   static constexpr std::size_t kAhead = 64;
   const std::vector<std::string>& files_;
   const std::function<FileResult(const std::string&)>& work_;
-  std::vector<FileResult> results_;
-  std::vector<bool> ready_;
+  std::vector<Place> places_;
   std::mutex mutex_;
   std::condition_variable done_;
   std::condition_variable room_;
   std::size_t next_ = 0;
   std::size_t printed_ = 0;
+  bool stopping_ = false;
 };
 
 // Puts a new thread on the `number`-th processor behind the one of its parent. Left to itself, it may share
@@ -105,8 +132,8 @@ void start_threads(std::vector<std::jthread>& threads, std::size_t number,
     threads.emplace_back(work);
     spread(threads.back().native_handle(), threads.size());
   }
-} catch (const std::system_error&) {
-  // Those that are there do the work.
+} catch (const std::exception&) {
+  // Those that are there do the work: neither threads nor memory are left for more.
 }
 
 Progress::Progress(std::size_t total)
@@ -140,8 +167,13 @@ int for_each_file(const std::vector<std::string>& files, unsigned threads,
   OrderedRun run(files, work);
   std::vector<std::jthread> workers;
   if (count > 1) start_threads(workers, count, [&run] { run.worker(); });
-  if (workers.empty()) return print_all(files.size(), [&](std::size_t file) { return work(files[file]); });
-  return print_all(files.size(), [&run](std::size_t file) { return run.wait_for(file); });
+  if (workers.empty()) return print_all(files, [&](std::size_t file) { return work(files[file]); });
+  // Whatever ends the printing, nobody waits for it.
+  const struct Stop {
+    OrderedRun& run;
+    ~Stop() { run.stop(); }
+  } stop{run};
+  return print_all(files, [&run](std::size_t file) { return run.wait_for(file); });
 }
 
 }  // namespace vexal

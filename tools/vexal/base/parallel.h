@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include "thrown.h"
+
 namespace vexal {
 
 // A line on standard error that tells how far a long work is, once it takes longer than a second. Silent
@@ -31,13 +33,15 @@ struct FileResult {
 };
 
 // Runs `work` for each file on up to `threads` threads and prints the outputs in order, each as soon as it is
-// its turn. Shows progress on a terminal when it takes long. The worst exit code.
+// its turn. Shows progress on a terminal when it takes long. The worst exit code. What `work` throws is
+// reported of its file, and the others go on.
 int for_each_file(const std::vector<std::string>& files, unsigned threads,
                   const std::function<FileResult(const std::string&)>& work);
 
 unsigned default_threads();
 
-// Starts threads until there are `number`, or fewer where the system gives no more.
+// Starts threads until there are `number`, or fewer where the system gives no more. An exception that leaves
+// `work` ends the program: it catches what it can tell of.
 void start_threads(std::vector<std::jthread>& threads, std::size_t number, const std::function<void()>& work);
 
 }  // namespace vexal

@@ -12,6 +12,7 @@
 #include "names.h"
 #include "printable.h"
 #include "settings_source.h"
+#include "thrown.h"
 
 namespace vexal {
 namespace {
@@ -123,7 +124,7 @@ void set_up_log(const Args& args) {
   for (VX_LOG_KEY key = 0; key < VX_LOG_KEY_COUNT; ++key) VX_Set_Log_Destination(key, VX_LOG_OFF);
   quiet = args.has("--quiet");
   verbose = args.has("--verbose");
-  VX_Register_Enhanced_MemoryLog_Function(receive_log);
+  VX_Register_Enhanced_MemoryLog_Function(guarded<receive_log>);
   VX_Set_Log_Destination(VX_CFG_WARNING_MESSAGE, 0);
   if (verbose) VX_Set_Log_Destination(VX_CFG_INFO_MESSAGE, 0);
 }
@@ -137,7 +138,7 @@ Session::~Session() {
 bool Session::start(const Args& args) {
   const std::string named = args.get("--config");
   const std::string ini = find_ini(named);
-  VX_Register_Enhanced_MemoryLog_Function(note_log);
+  VX_Register_Enhanced_MemoryLog_Function(guarded<note_log>);
   VX_STATUS status = VX_NORMAL_COMPLETION;
   embedded = ini.empty();
   if (embedded) {

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "names.h"
+#include "thrown.h"
 
 namespace vexal {
 namespace {
@@ -52,7 +53,7 @@ VX_STATUS gather(int32_t, uint32_t, void* user, uint32_t size, void* data, int32
 
 VX_STATUS set_wide(int32_t object, uint32_t tag, const std::string& letters, uint64_t bits, bool first) {
   std::string bytes;
-  if (!first) VX_Get_Value_To_Function(object, tag, &bytes, gather);
+  if (!first) VX_Get_Value_To_Function(object, tag, &bytes, guarded<gather>);
   char number[sizeof bits];
   std::memcpy(number, &bits, sizeof bits);
   bytes.append(number, sizeof number);

@@ -95,13 +95,15 @@ void Check::check_rest(std::size_t reached) {
   bool failed = false;
   for (const std::string& path : expand_paths({directory_.folder().string()}, failed)) {
     const fs::path file = fs::path(path).lexically_normal();
-    if (listed_.count(file) != 0 || fs::equivalent(file, path_)) continue;
+    std::error_code ignored;
+    if (listed_.count(file) != 0 || fs::equivalent(file, path_, ignored)) continue;
     DicomFile object;
     const MutedWarnings muted;
     if (object.open(path, {.last_tag = tags::kLastOfMeta}) == VX_NORMAL_COMPLETION && object.has_meta()) {
       found(file.lexically_relative(directory_.folder()).string() + ": the file has no record");
     }
   }
+  if (failed) found("not all of its folder can be looked into");
 }
 
 void Check::check_rules() {

@@ -10,6 +10,7 @@
 
 #include "base/session.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "base/values.h"
 #include "dir.h"
 #include "files/file_set.h"
@@ -150,7 +151,7 @@ bool Directory::open(const std::string& path, bool allow_broken) {
   }
   VX_STATUS status = VX_Create_File(&id_, "DICOMDIR", "DICOMDIR", C_STORE_RQ);
   if (status == VX_NORMAL_COMPLETION)
-    status = VX_Open_File(application_, id_, &source, FileSource::file_input);
+    status = VX_Open_File(application_, id_, &source, guarded<FileSource::file_input>);
   if (status != VX_NORMAL_COMPLETION) problem_ = VX_Error_Message(status);
   int32_t count = 0;
   const bool linked = id_ >= 0 && VX_Dir_Root_Count(id_, &count) == VX_NORMAL_COMPLETION;
@@ -166,7 +167,7 @@ bool Directory::save() {
   FileSink sink;
   std::string error = status == VX_NORMAL_COMPLETION ? sink.open(path_) : VX_Error_Message(status);
   if (error.empty()) {
-    status = VX_Write_File(id_, 0, &sink, FileSink::file_output);
+    status = VX_Write_File(id_, 0, &sink, guarded<FileSink::file_output>);
     error = status == VX_NORMAL_COMPLETION ? sink.commit(true) : sink.problem();
     if (status != VX_NORMAL_COMPLETION && error.empty()) error = VX_Error_Message(status);
   }

@@ -13,6 +13,7 @@
 #include "base/tables.h"
 #include "base/tag_path.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "files.h"
 
 namespace vexal {
@@ -184,7 +185,8 @@ uint32_t element_width(VX_VR vr) {
 }
 
 DicomFile::DicomFile() : application_(register_application()) {
-  for (const uint32_t tag : kBulkTags) VX_Register_Callback_Function(application_, tag, this, value_callback);
+  for (const uint32_t tag : kBulkTags)
+    VX_Register_Callback_Function(application_, tag, this, guarded<value_callback>);
 }
 
 void DicomFile::free_object() {
@@ -277,16 +279,16 @@ VX_STATUS DicomFile::open_file(const OpenOptions& options, bool directory) {
     // Bulk values on the way are handed over, and dropped: but for the pixels of an icon.
     drops_values_ = true;
     VX_Release_Callback_Function(application_, tags::kPixelData);
-    status =
-        VX_Open_File_Upto_Tag(application_, id_, &source_, options.last_tag, &offset, FileSource::file_input);
-    VX_Register_Callback_Function(application_, tags::kPixelData, this, value_callback);
+    status = VX_Open_File_Upto_Tag(application_, id_, &source_, options.last_tag, &offset,
+                                   guarded<FileSource::file_input>);
+    VX_Register_Callback_Function(application_, tags::kPixelData, this, guarded<value_callback>);
     drops_values_ = false;
   } else if (options.keep_values_out) {
-    status = VX_Open_File_Bypass_OBOW(application_, id_, &source_, FileSource::file_input);
+    status = VX_Open_File_Bypass_OBOW(application_, id_, &source_, guarded<FileSource::file_input>);
   } else {
     int32_t plain = -1;
     VX_Register_Application(&plain, ("PLAIN_" + std::to_string(application_)).c_str());
-    status = VX_Open_File(plain, id_, &source_, FileSource::file_input);
+    status = VX_Open_File(plain, id_, &source_, guarded<FileSource::file_input>);
     VX_Release_Application(&plain);
   }
   if (status != VX_NORMAL_COMPLETION && problem_.empty()) problem_ = VX_Error_Message(status);
@@ -304,7 +306,7 @@ VX_STATUS DicomFile::open_data_set(VX_TRANSFER_SYNTAX syntax, const OpenOptions&
   uint32_t error_tag = 0;
   uint32_t offset = 0;
   status = VX_Stream_To_Message_With_Offset(id_, 0, options.last_tag, syntax, &error_tag, &offset, &source_,
-                                            FileSource::message_input);
+                                            guarded<FileSource::message_input>);
   if (status != VX_NORMAL_COMPLETION) note_failure(status, error_tag, offset);
   find_syntax(syntax);
   return status;
@@ -529,8 +531,8 @@ void DicomFile::prepare_fragments() {
     return;
   const std::vector<uint64_t> odd = odd_offsets(look_at_fragments(value->offset));
   std::string table;
-  if (odd.empty() ||
-      VX_Get_Value_To_Function(id_, tags::kExtendedOffsetTable, &table, append_piece) != VX_NORMAL_COMPLETION)
+  if (odd.empty() || VX_Get_Value_To_Function(id_, tags::kExtendedOffsetTable, &table,
+                                              guarded<append_piece>) != VX_NORMAL_COMPLETION)
     return;
   move_offsets<uint64_t>(table, odd);
   VX_Set_Value_From_Buffer(id_, tags::kExtendedOffsetTable, table.data(),

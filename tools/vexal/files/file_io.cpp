@@ -363,13 +363,46 @@ VX_STATUS FileSink::file_output(const char*, void* user, uint32_t size, void* da
   return sink.write(data, size) ? VX_NORMAL_COMPLETION : VX_CALLBACK_CANNOT_COMPLY;
 }
 
+namespace {
+
+// The regular files below a folder. False if some of it can not be looked into, after a line for each.
+bool collect_files(const std::string& folder, std::vector<std::string>& files) {
+  namespace fs = std::filesystem;
+  bool complete = true;
+  const auto note = [&complete](const fs::path& path, const std::error_code& error) {
+    report(path.string(), "can not be looked into: " + error.message());
+    complete = false;
+  };
+  std::vector<fs::path> folders = {folder};
+  while (!folders.empty()) {
+    const fs::path here = std::move(folders.back());
+    folders.pop_back();
+    std::error_code error;
+    for (fs::directory_iterator it(here, error), end; !error && it != end; it.increment(error)) {
+      std::error_code fault;  // of links that lead nowhere too, which are passed over
+      if (it->is_directory(fault) && !it->is_symlink(fault)) {
+        folders.push_back(it->path());
+      } else if (it->is_regular_file(fault)) {
+        files.push_back(it->path().string());
+      } else if (fault == std::errc::permission_denied) {
+        note(it->path(), fault);
+      }
+    }
+    if (error) note(here, error);
+  }
+  return complete;
+}
+
+}  // namespace
+
 std::vector<std::string> expand_paths(const std::vector<std::string>& paths, bool& failed) {
   namespace fs = std::filesystem;
   std::vector<std::string> files;
   for (const std::string& path : paths) {
     std::error_code error;
     if (!fs::is_directory(path, error)) {
-      if (error && !fs::exists(path)) {
+      std::error_code ignored;
+      if (error && !fs::exists(path, ignored)) {
         report(path, "can not open: " + error.message());
         failed = true;
       } else {
@@ -378,16 +411,7 @@ std::vector<std::string> expand_paths(const std::vector<std::string>& paths, boo
       continue;
     }
     std::vector<std::string> inside;
-    const auto options = fs::directory_options::skip_permission_denied;
-    for (fs::recursive_directory_iterator it(path, options, error), end; it != end && !error;
-         it.increment(error)) {
-      std::error_code ignored;
-      if (it->is_regular_file(ignored)) inside.push_back(it->path().string());
-    }
-    if (error) {
-      report(path, error.message());
-      failed = true;
-    }
+    if (!collect_files(path, inside)) failed = true;
     std::sort(inside.begin(), inside.end());
     files.insert(files.end(), inside.begin(), inside.end());
   }

@@ -6,6 +6,7 @@
 
 #include "base/byte_stream.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "files.h"
 
 namespace vexal {
@@ -212,8 +213,8 @@ int32_t HeadScan::make_message() const {
   if (VX_Open_Empty_Message(&id) != VX_NORMAL_COMPLETION) return -1;
   if (bytes.empty()) return id;
   uint32_t failed = 0;
-  if (VX_Stream_To_Message(id, tags::kFirstOfDataSet, tags::kLast, syntax_, &failed, &bytes, give_string) !=
-      VX_NORMAL_COMPLETION) {
+  if (VX_Stream_To_Message(id, tags::kFirstOfDataSet, tags::kLast, syntax_, &failed, &bytes,
+                           guarded<give_string>) != VX_NORMAL_COMPLETION) {
     VX_Free_Message(&id);
     id = -1;
   }

@@ -9,6 +9,7 @@
 
 #include "base/hex.h"
 #include "base/opened_library.h"
+#include "base/thrown.h"
 
 namespace vexal {
 namespace {
@@ -206,6 +207,7 @@ struct WebClient::Transfer {
   uint64_t sent = 0;
   WebAnswer answer;
   std::string problem;
+  std::exception_ptr thrown;
 
   bool take(std::string_view bytes) {
     if (answer.status == 0) {
@@ -226,7 +228,13 @@ struct WebClient::Transfer {
   }
 
   static std::size_t on_answer(char* data, std::size_t, std::size_t size, void* user) {
-    return static_cast<Transfer*>(user)->take({data, size}) ? size : CURL_WRITEFUNC_ERROR;
+    auto& transfer = *static_cast<Transfer*>(user);
+    try {
+      if (transfer.take({data, size})) return size;
+    } catch (...) {
+      transfer.thrown = std::current_exception();
+    }
+    return CURL_WRITEFUNC_ERROR;
   }
 
   static std::size_t on_send(char* buffer, std::size_t width, std::size_t count, void* user) {
@@ -324,6 +332,7 @@ WebAnswer WebClient::perform(Transfer& transfer, const std::string& resource, co
     if (code == CURLE_OK) {
       c.info(handle_, CURLINFO_RESPONSE_CODE, &answer.status);
     } else {
+      if (transfer.thrown != nullptr) transfer.problem = words_of(transfer.thrown);
       answer.problem = !transfer.problem.empty() ? transfer.problem
                        : *told != '\0'           ? told
                                                  : c.error_text(code);

@@ -18,6 +18,7 @@
 
 #include "base/hex.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "files/web_client.h"
 #include "text_forms.h"
 
@@ -96,7 +97,7 @@ std::string write_value(int32_t id, uint32_t tag, json_t* member, const std::str
   FileSink sink;
   std::string problem = sink.open(path);
   if (!problem.empty()) return path + ": " + problem;
-  const VX_STATUS status = VX_Get_Value_To_Function(id, tag, &sink, to_sink);
+  const VX_STATUS status = VX_Get_Value_To_Function(id, tag, &sink, guarded<to_sink>);
   if (status == VX_NULL_VALUE || status == VX_EMPTY_VALUE) return "";
   // Another object of this UID may have its value there.
   unsigned number = 1;
@@ -205,7 +206,7 @@ std::string read_value(int32_t id, uint32_t tag, const json_t* member, const std
     if (status == VX_NORMAL_COMPLETION)
       status = VX_Set_Value_From_Buffer(id, tag, all.data(), static_cast<uint32_t>(all.size()));
   } else {
-    status = VX_Set_Value_From_Function(id, tag, &file, BulkFile::give);
+    status = VX_Set_Value_From_Function(id, tag, &file, guarded<BulkFile::give>);
   }
   return status == VX_NORMAL_COMPLETION ? "" : uri + ": " + VX_Error_Message(status);
 }
@@ -302,7 +303,7 @@ VX_STATUS read_with_bulk(int32_t id, TextDocuments& text, int32_t options, const
   char* plain = json_dumps(document.get(), 0);
   if (plain == nullptr) return VX_SYSTEM_ERROR;
   std::string_view rest(plain);
-  const VX_STATUS status = VX_Json_To_Message_With_Options(id, &rest, options, give_string);
+  const VX_STATUS status = VX_Json_To_Message_With_Options(id, &rest, options, guarded<give_string>);
   std::free(plain);
   const auto fetch = [&](int32_t holder, uint32_t tag, json_t* member, const std::string&) -> std::string {
     const auto uri = uris.find(member);

@@ -12,6 +12,7 @@
 #include "base/names.h"
 #include "base/session.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "base/typed_numbers.h"
 
 namespace vexal {
@@ -301,7 +302,7 @@ uint64_t Dumper::numeric_value(int32_t id, uint32_t tag, VX_VR vr, const std::st
   gathered_.bytes.clear();
   gathered_.total = 0;
   gathered_.limit = settings_.width == 0 ? SIZE_MAX : (settings_.width + 1) * width;
-  VX_Get_Value_To_Function(id, tag, &gathered_, gather);
+  VX_Get_Value_To_Function(id, tag, &gathered_, guarded<gather>);
   for (std::size_t at = 0; at + width <= gathered_.bytes.size() && !full(); at += width) {
     if (at != 0) value_ += '\\';
     append_numeric(value_, vr, wide, gathered_.bytes.data() + at);
@@ -319,7 +320,7 @@ uint64_t Dumper::bulk_value(int32_t id, uint32_t tag) {
   gathered_.bytes.clear();
   gathered_.total = 0;
   gathered_.limit = settings_.width == 0 ? SIZE_MAX : settings_.width / 3 + 1;
-  VX_Get_Value_To_Function(id, tag, &gathered_, gather);
+  VX_Get_Value_To_Function(id, tag, &gathered_, guarded<gather>);
   append_bytes(value_, gathered_.bytes, " ");
   if (gathered_.total > gathered_.bytes.size() || full()) {
     if (settings_.width != 0) value_.resize(std::min(value_.size(), settings_.width));
@@ -429,7 +430,7 @@ void Dumper::json_texts(int32_t id, uint32_t tag, VX_VR vr, int32_t count, Creat
 void Dumper::json_numbers(int32_t id, uint32_t tag, VX_VR vr, const std::string& wide) {
   const uint32_t width = numeric_width(vr);
   gathered_ = {"", SIZE_MAX, 0};
-  VX_Get_Value_To_Function(id, tag, &gathered_, gather);
+  VX_Get_Value_To_Function(id, tag, &gathered_, guarded<gather>);
   out_ += ",\"value\":[";
   for (std::size_t at = 0; at + width <= gathered_.bytes.size(); at += width) {
     if (at != 0) out_ += ',';
@@ -468,7 +469,7 @@ void Dumper::json_bulk(int32_t id, uint32_t tag) {
     return;
   }
   gathered_ = {"", settings_.width == 0 ? SIZE_MAX : settings_.width / 2, 0};
-  VX_Get_Value_To_Function(id, tag, &gathered_, gather);
+  VX_Get_Value_To_Function(id, tag, &gathered_, guarded<gather>);
   out_ += ",\"length\":";
   append_number(out_, gathered_.total);
   out_ += ",\"hex\":\"";

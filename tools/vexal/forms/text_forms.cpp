@@ -9,6 +9,7 @@
 #include "base/session.h"
 #include "base/tag_path.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "base/values.h"
 #include "bulk_files.h"
 #include "images/write_options.h"
@@ -75,7 +76,7 @@ struct ValueEnds {
 // can be written in it. An error text, empty on success.
 std::string settle_syntax(DicomFile& file) {
   ValueEnds pixels;
-  VX_Get_Value_To_Function(file.id(), tags::kPixelData, &pixels, ValueEnds::take);
+  VX_Get_Value_To_Function(file.id(), tags::kPixelData, &pixels, guarded<ValueEnds::take>);
   const bool begins = pixels.head.starts_with(std::string_view("\xFE\xFF\x00\xE0", 4));
   const bool fragments = begins && pixels.tail == std::string_view("\xFE\xFF\xDD\xE0\0\0\0\0", 8);
   char uid[80] = "";

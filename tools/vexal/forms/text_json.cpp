@@ -1,5 +1,6 @@
 // vexal json: files as JSON, and JSON as files.
 #include "base/commands.h"
+#include "base/thrown.h"
 #include "bulk_files.h"
 #include "images/write_options.h"
 #include "text_forms.h"
@@ -27,11 +28,11 @@ int run(const Args& args) {
   TextForm form;
   form.end = "\n";
   form.write = [&](int32_t id, TextSink& sink) {
-    return VX_Message_To_Json(id, &sink, options, TextSink::take);
+    return VX_Message_To_Json(id, &sink, options, guarded<TextSink::take>);
   };
   form.documents = TextDocuments::Kind::Objects;
   form.read = [&](int32_t id, TextDocuments& text, std::string& problem) {
-    return bulk.empty() ? VX_Json_To_Message_With_Options(id, &text, options, TextDocuments::give)
+    return bulk.empty() ? VX_Json_To_Message_With_Options(id, &text, options, guarded<TextDocuments::give>)
                         : read_with_bulk(id, text, options, bulk, problem);
   };
   if (!bulk.empty()) {

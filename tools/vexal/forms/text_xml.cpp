@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "base/commands.h"
+#include "base/thrown.h"
 #include "images/write_options.h"
 #include "text_forms.h"
 
@@ -41,13 +42,13 @@ int run(const Args& args) {
   TextForm form;
   form.write = [&](int32_t id, TextSink& sink) {
     const auto write = native ? &VX_Message_To_XML_Native : &VX_Message_To_XML;
-    return write(id, &sink, options, TextSink::take);
+    return write(id, &sink, options, guarded<TextSink::take>);
   };
   form.read = [=](int32_t id, TextDocuments& text, std::string&) {
     const std::string_view root = root_of(text.head());
     const bool ours = root.starts_with("Dcm") || root == "DICOMDIR";
     const bool model = root == "NativeDicomModel" || (native && !ours);
-    return (model ? &VX_XML_Native_To_Message : &VX_XML_To_Message)(id, &text, TextDocuments::give);
+    return (model ? &VX_XML_Native_To_Message : &VX_XML_To_Message)(id, &text, guarded<TextDocuments::give>);
   };
   return run_text_form(args, "xml", form);
 }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -49,7 +50,7 @@ class FrameCrew {
       start_threads(others, std::min(threads_, source_.count() - 1) - 1, [&] { take_part(work); });
       take_part(work);
     }
-    return std::move(problem_);
+    return thrown_ == nullptr ? std::move(problem_) : words_of(thrown_);
   }
 
   void take_part(const Work& work) try {
@@ -58,14 +59,17 @@ class FrameCrew {
     Bytes bytes;
     for (uint32_t mine = taken_++; mine < source_.count() && !failed_; mine = taken_++) {
       const std::string problem = work(worker, mine, bytes);
-      if (!problem.empty()) return fail("frame " + std::to_string(mine + 1) + ": " + problem);
+      if (!problem.empty()) return fail("frame " + std::to_string(mine + 1) + ": " + problem, nullptr);
     }
-  } catch (const std::bad_alloc&) {
-    fail(kNoMemory);
+  } catch (...) {
+    fail({}, std::current_exception());
   }
-  void fail(const std::string& problem) {
+  void fail(std::string problem, std::exception_ptr thrown) {
     const std::lock_guard lock(mutex_);
-    if (!failed_.exchange(true)) problem_ = problem;
+    if (!failed_.exchange(true)) {
+      problem_.swap(problem);
+      thrown_.swap(thrown);
+    }
     room_.notify_all();
   }
 
@@ -103,6 +107,7 @@ class FrameCrew {
   uint32_t handed_ = 1;
   std::vector<Bytes> waiting_;  // frames whose predecessors are in the making
   std::string problem_;
+  std::exception_ptr thrown_;
 };
 
 // Frames come off it in their order, converted by one thread or by several.
@@ -152,8 +157,8 @@ class FrameConveyor {
     {
       std::unique_lock lock(mutex_);
       Slot& slot = slot_of(given_);
-      done_.wait(lock, [&] { return slot.ready || out_of_memory_; });
-      if (out_of_memory_) return kNoMemory;
+      done_.wait(lock, [&] { return slot.ready || thrown_ != nullptr; });
+      if (thrown_ != nullptr) return words_of(thrown_);
       frame.swap(slot.frame);
       problem.swap(slot.problem);
       slot.ready = false;
@@ -182,9 +187,9 @@ class FrameConveyor {
       slot.ready = true;
       done_.notify_one();
     }
-  } catch (const std::bad_alloc&) {
+  } catch (...) {
     const std::lock_guard lock(mutex_);
-    out_of_memory_ = true;
+    thrown_ = std::current_exception();
     done_.notify_one();
   }
 
@@ -199,7 +204,7 @@ class FrameConveyor {
   uint32_t taken_;
   uint32_t given_;
   bool stopping_ = false;
-  bool out_of_memory_ = false;
+  std::exception_ptr thrown_;
   std::vector<std::jthread> workers_;
 };
 

@@ -1,5 +1,6 @@
 #include "frame_source.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "base/values.h"
 
 #include <algorithm>
@@ -58,7 +59,7 @@ std::string StoredValue::open(const DicomFile& file, int32_t object, uint32_t ta
     if (big) width_ = element_width(vr);
     return "";
   }
-  const VX_STATUS status = VX_Get_Value_To_Function(object, tag, this, gather);
+  const VX_STATUS status = VX_Get_Value_To_Function(object, tag, this, guarded<gather>);
   if (!problem_.empty()) return problem_;
   return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
 }

@@ -6,15 +6,16 @@
 #include <new>
 #include <string>
 
+#include "base/parallel.h"
 #include "base/session.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "base/values.h"
 #include "recode.h"
 
 namespace vexal {
 
 inline constexpr std::size_t kItemHeader = 8;
-inline constexpr char kNoMemory[] = "there is not enough memory";
 inline constexpr char kOtherSize[] = "a frame has another size than the first";
 
 // Converts frames one after the other, each as an object of its own; one for each thread.
@@ -61,7 +62,8 @@ class FrameWorker {
         append32(out, kItem);
         append32(out, 0);
       }
-      if (std::string problem = hand_on(alone ? compressed_ : result_, &out, append); !problem.empty())
+      if (std::string problem = hand_on(alone ? compressed_ : result_, &out, guarded<append>);
+          !problem.empty())
         return problem;
     }
     const bool last = frame + 1 == source_.count();
@@ -92,9 +94,9 @@ class FrameWorker {
     if (form_.has_half_colour()) {
       // Half the colour of such an image is there, and the copy of the object has all of it.
       problem = make_object(frame);
-      if (problem.empty()) problem = hand_on(result_, &placing, Placing::take);
+      if (problem.empty()) problem = hand_on(result_, &placing, guarded<Placing::take>);
     } else {
-      problem = decompress(frame, &placing, Placing::take);
+      problem = decompress(frame, &placing, guarded<Placing::take>);
     }
     if (!placing.problem.empty()) return placing.problem;
     return problem.empty() && placing.left != 0 ? kOtherSize : problem;
@@ -181,8 +183,8 @@ class FrameWorker {
     Bytes new_frame;
     if (plain(id_, before) && plain(result_, after)) {
       frame_was_cut_short();  // is noted already
-      problem = hand_on(before, &old_frame, append);
-      if (problem.empty()) problem = hand_on(after, &new_frame, append);
+      problem = hand_on(before, &old_frame, guarded<append>);
+      if (problem.empty()) problem = hand_on(after, &new_frame, guarded<append>);
     }
     VX_Register_Compression_Callbacks(result_, compressor_of(form_.to), nullptr);
     form_.notes->lost = old_frame.empty() || old_frame.size() != new_frame.size() ||
@@ -207,7 +209,7 @@ class FrameWorker {
     if (std::string problem = take_raw(frame, in_); !problem.empty()) return problem;
     if (in_.size() % 2 != 0) in_.append("", 1);
     const VX_STATUS status =
-        VX_Set_Encapsulated_Value_From_Function(compressed_, tags::kPixelData, this, give);
+        VX_Set_Encapsulated_Value_From_Function(compressed_, tags::kPixelData, this, guarded<give>);
     return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
   }
   static VX_STATUS give(int32_t, uint32_t, int32_t, void* user, uint32_t* size, void** data, int32_t* last) {

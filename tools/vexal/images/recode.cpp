@@ -12,6 +12,7 @@
 #include "base/session.h"
 #include "base/tag_path.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "base/uid.h"
 #include "base/values.h"
 #include "derivation.h"
@@ -104,7 +105,7 @@ std::string FrameDecoder::frame(uint32_t number, Bytes& bytes) try {
   if (!fault_.empty()) return fault_;
   if (number >= source_.count()) return "there is no such frame";
   if (form_.unwraps) return worker_->convert(number, bytes);
-  return worker_->decompress(number, &bytes, FrameWorker::append);
+  return worker_->decompress(number, &bytes, guarded<FrameWorker::append>);
 } catch (const std::bad_alloc&) {
   return kNoMemory;
 }
@@ -239,7 +240,7 @@ std::string RecodedPixels::bring_in_line(DicomFile& file) {
   VX_STATUS status =
       VX_Register_Application(&application_, ("RECODE_" + std::to_string(counter.fetch_add(1))).c_str());
   if (status == VX_NORMAL_COMPLETION)
-    status = VX_Register_Callback_Function(application_, tags::kPixelData, this, callback);
+    status = VX_Register_Callback_Function(application_, tags::kPixelData, this, guarded<callback>);
   if (status == VX_NORMAL_COMPLETION) status = VX_Set_Message_Callbacks(application_, id);
   return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
 }
@@ -404,7 +405,7 @@ bool RecodedPixels::place_others(bool& ended) {
 
 std::string RecodedPixels::write(const DicomFile& file, FileSink& sink, int32_t pad) {
   sink_ = &sink;
-  const VX_STATUS status = VX_Write_File(file.id(), pad, &sink, FileSink::file_output);
+  const VX_STATUS status = VX_Write_File(file.id(), pad, &sink, guarded<FileSink::file_output>);
   sink_ = nullptr;
   if (!problem_.empty()) return problem_;
   if (status == VX_NORMAL_COMPLETION) {

@@ -7,6 +7,7 @@
 #include "base/json.h"
 #include "base/session.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "base/uid.h"
 #include "files/files.h"
 #include "images/write_options.h"
@@ -39,7 +40,8 @@ std::string write_answer(Message& answer, const std::string& sop_class, const st
   FileSink sink;
   std::string error = sink.open(path);
   if (!error.empty()) return error;
-  if (status == VX_NORMAL_COMPLETION) status = VX_Write_File(answer.id, 0, &sink, FileSink::file_output);
+  if (status == VX_NORMAL_COMPLETION)
+    status = VX_Write_File(answer.id, 0, &sink, guarded<FileSink::file_output>);
   error = status == VX_NORMAL_COMPLETION ? sink.commit() : VX_Error_Message(status);
   VX_Free_File(&answer.id);
   return error;

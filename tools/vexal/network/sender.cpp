@@ -7,6 +7,7 @@
 #include "base/names.h"
 #include "base/session.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "base/values.h"
 #include "files/temp_folder.h"
 #include "images/bounded_file.h"
@@ -140,7 +141,7 @@ VX_STATUS ObjectSender::send_bytes(int32_t association, const ObjectFile& file, 
   prepared_ = nullptr;
   if (!problem.empty()) return VX_INVALID_FILE;
   const std::string service = service_of_class(file.sop_class);
-  const VX_STATUS status = VX_Send_Request_For_Service(association, service.c_str(), 0, this, give);
+  const VX_STATUS status = VX_Send_Request_For_Service(association, service.c_str(), 0, this, guarded<give>);
   source_.close();
   // Part of a data set may have gone out: nothing else can follow it.
   sent_in_part_ = status == VX_SYSTEM_ERROR;

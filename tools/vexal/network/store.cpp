@@ -8,6 +8,7 @@
 #include <mutex>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include "base/commands.h"
 #include "base/json.h"
@@ -66,7 +67,8 @@ std::string expand_directory(const std::string& path, std::vector<std::string>& 
     }
     if (file_id.empty()) continue;
     const std::filesystem::path file = find_file(folder, file_id);
-    if (file.empty() && std::filesystem::exists(folder / file_id))
+    std::error_code ignored;
+    if (file.empty() && std::filesystem::exists(folder / file_id, ignored))
       return "refers to what is no file of its own: " + file_id;
     files.push_back((file.empty() ? folder / file_id : file).string());
   }
@@ -200,18 +202,23 @@ class Worker {
   // peer takes fewer associations than were asked for, the others do the work.
   bool run() {
     bool reached = false;
-    for (long refusals = 0; queue_.waiting();) {
-      if (association_.open(settings_.peer, settings_.list) != VX_NORMAL_COMPLETION) {
-        if (refusals++ >= settings_.retries) break;
-        std::this_thread::sleep_for(std::chrono::milliseconds(500));
-        continue;
+    long refusals = 0;
+    while (queue_.waiting() && refusals <= settings_.retries) {
+      try {
+        if (association_.open(settings_.peer, settings_.list) == VX_NORMAL_COMPLETION) {
+          refusals = 0;
+          reached = true;
+          work();
+          association_.close();
+          continue;
+        }
+        problem_ = association_.problem();
+      } catch (const std::exception&) {
+        if (give_up(words_of(std::current_exception()))) continue;
       }
-      refusals = 0;
-      reached = true;
-      work();
-      association_.close();
+      if (++refusals <= settings_.retries) std::this_thread::sleep_for(std::chrono::milliseconds(500));
     }
-    queue_.leave(association_.problem());
+    queue_.leave(problem_);
     return reached;
   }
 
@@ -232,22 +239,31 @@ class Worker {
 
   // Sends until the queue is empty or the association is lost.
   void work() {
-    Job* job = queue_.next();
-    while (job != nullptr || !under_way_.empty()) {
-      while (job != nullptr && may_send(*job)) {
-        if (!send(*job)) return;
-        job = queue_.next();
+    next_ = queue_.next();
+    while (next_ != nullptr || !under_way_.empty()) {
+      while (next_ != nullptr && may_send(*next_)) {
+        if (!send(*next_)) return;
+        next_ = queue_.next();
         // The peer is busy with the last one meanwhile.
-        if (job != nullptr) sender_.prepare(*job);
-        if (job != nullptr && !under_way_.empty() && may_send(*job) && !read_answer(0)) return lose(job);
+        if (next_ != nullptr) sender_.prepare(*next_);
+        if (next_ != nullptr && !under_way_.empty() && may_send(*next_) && !read_answer(0)) return lose();
       }
-      if (!under_way_.empty() && !read_answer(settings_.peer.timeout)) return lose(job);
+      if (!under_way_.empty() && !read_answer(settings_.peer.timeout)) return lose();
     }
   }
 
-  // `unsent` has no part in it.
-  void lose(Job* unsent) {
-    if (unsent != nullptr) queue_.put_back(unsent);
+  // Something was thrown. True if the next one had been made ready or sent: it takes the blame.
+  bool give_up(const std::string& problem) {
+    problem_ = problem;
+    Job* job = std::exchange(next_, nullptr);
+    if (job != nullptr) queue_.finish({job, 0xFFFF, problem});
+    lose();
+    return job != nullptr;
+  }
+
+  // What is not sent yet has no part in it.
+  void lose() {
+    if (Job* job = std::exchange(next_, nullptr)) queue_.put_back(job);
     for (const UnderWay& each : under_way_) queue_.give_back(each.job, settings_.retries, problem_);
     under_way_.clear();
     association_.abort();
@@ -274,8 +290,8 @@ class Worker {
     } else {
       problem_ = kLost;
     }
-    under_way_.push_back({&job, {}});
-    lose(nullptr);
+    under_way_.push_back({std::exchange(next_, nullptr), {}});
+    lose();
     return false;
   }
 
@@ -296,9 +312,9 @@ class Worker {
     problem_ = mismatch(answer, found->request);
     if (!problem_.empty()) return false;
     Outcome outcome{found->job, answer.status(), ""};
-    under_way_.erase(found);
     if (outcome.status != 0 && !is_warning(outcome.status))
       outcome.problem = "the peer did not store it: " + describe_answer(answer);
+    under_way_.erase(found);
     queue_.finish(outcome);
     return true;
   }
@@ -308,6 +324,7 @@ class Worker {
   const Settings& settings_;
   Queue& queue_;
   Association association_;
+  Job* next_ = nullptr;              // taken, not sent
   std::vector<UnderWay> under_way_;  // sent, not answered
   std::string problem_;              // of the association
   ObjectSender sender_;
@@ -334,13 +351,15 @@ int send_all(std::vector<Job>& jobs, const Peer& peer, const std::vector<Proposa
   } else {
     const std::size_t count = std::min<std::size_t>(static_cast<std::size_t>(associations), jobs.size());
     queue.set_workers(count);
-    std::vector<std::jthread> workers;
-    for (std::size_t i = 0; i < count; ++i) {
-      workers.emplace_back([&] {
-        Worker worker(settings, queue);
-        if (worker.run()) reached = true;
-      });
-    }
+    const auto work = [&] {
+      Worker worker(settings, queue);
+      if (worker.run()) reached = true;
+    };
+    std::vector<std::jthread> others;
+    start_threads(others, count - 1, work);
+    // One that the system gives no thread for is done.
+    for (std::size_t i = others.size(); i + 1 < count; ++i) queue.leave("");
+    work();
   }
   queue.print_summary(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
   any_failed = any_failed || !queue.all_stored();

@@ -7,6 +7,7 @@
 
 #include "base/attributes.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "base/values.h"
 
 namespace vexal {
@@ -62,7 +63,7 @@ std::vector<int32_t> integers_of(int32_t id, uint32_t tag) {
 
 std::string bytes_of(int32_t id, uint32_t tag) {
   std::string bytes;
-  VX_Get_Value_To_Function(id, tag, &bytes, &append);
+  VX_Get_Value_To_Function(id, tag, &bytes, guarded<append>);
   return bytes;
 }
 

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "base/tags.h"
+#include "base/thrown.h"
 
 namespace vexal {
 namespace {
@@ -20,7 +21,7 @@ VX_STATUS append(int32_t, uint32_t, void* user, uint32_t size, void* data, int32
 }
 std::vector<uint64_t> words_of(int32_t id, uint32_t tag) {
   std::string bytes;
-  VX_Get_Value_To_Function(id, tag, &bytes, &append);
+  VX_Get_Value_To_Function(id, tag, &bytes, guarded<append>);
   std::vector<uint64_t> words(bytes.size() / 8);
   if (!words.empty()) std::memcpy(words.data(), bytes.data(), 8 * words.size());
   return words;

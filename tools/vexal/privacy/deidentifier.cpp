@@ -13,6 +13,7 @@
 #include "base/json.h"
 #include "base/names.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "base/uid.h"
 #include "base/values.h"
 #include "comments.h"
@@ -221,7 +222,7 @@ std::string Deidentifier::apply(int32_t object, bool blanked, ChangeNotes* notes
     return "it says that its pixels identify the patient: --blank what does, or --burned-in keep";
   VX_DEIDENTIFICATION wanted = how(blanked ? VX_CLEAN_PIXEL_DATA : 0);
   if (notes != nullptr) {
-    wanted.Report = note_change;
+    wanted.Report = guarded<note_change>;
     wanted.UserInfo = notes;
   }
   const VX_STATUS status = VX_Deidentify_Message(object, &wanted);

@@ -19,6 +19,7 @@
 #include "base/session.h"
 #include "base/tag_path.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "base/uid.h"
 #include "base/values.h"
 #include "files/charset.h"
@@ -302,7 +303,7 @@ std::string Builder::write(const std::string& path) {
   FileSink sink;
   const std::string error = sink.open(path);
   if (!error.empty()) return error;
-  status = VX_Write_File(root_, 0, &sink, FileSink::file_output);
+  status = VX_Write_File(root_, 0, &sink, guarded<FileSink::file_output>);
   if (status == VX_NORMAL_COMPLETION) return sink.commit();
   return sink.problem().empty() ? VX_Error_Message(status) : sink.problem();
 }

@@ -14,6 +14,7 @@
 #include "base/session.h"
 #include "base/tag_path.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "base/values.h"
 #include "files/charset.h"
 #include "forms/text_forms.h"
@@ -203,7 +204,8 @@ bool is_told(const SrNode& node, uint32_t tag, int32_t count, bool bare) {
 json_t* to_json(int32_t object, int32_t options) {
   std::string text;
   TextSink sink{&text};
-  if (VX_Message_To_Json(object, &sink, options, TextSink::take) != VX_NORMAL_COMPLETION) return nullptr;
+  if (VX_Message_To_Json(object, &sink, options, guarded<TextSink::take>) != VX_NORMAL_COMPLETION)
+    return nullptr;
   return json_loadb(text.data(), text.size(), 0, nullptr);
 }
 

@@ -10,6 +10,7 @@
 #include "base/session.h"
 #include "base/tag_path.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "base/values.h"
 #include "sr_document.h"
 #include "sr_form.h"
@@ -46,7 +47,8 @@ std::string add_more(int32_t id, const json_t* more) {
   JsonText source{json_dumps(more, JSON_COMPACT)};
   if (source.text == nullptr) return "\"more\": out of memory";
   const MutedWarnings quiet(true);  // what stops it is told with the node's place
-  const VX_STATUS status = VX_Json_To_Message_With_Options(id, &source, VX_JSON_STANDARD, &JsonText::give);
+  const VX_STATUS status =
+      VX_Json_To_Message_With_Options(id, &source, VX_JSON_STANDARD, guarded<JsonText::give>);
   std::free(source.text);
   // Values that break a rule of their VR are stored all the same, as they were in the report shown.
   const bool stored = status == VX_INVALID_VALUE_FOR_VR || status == VX_INVALID_CHARS_IN_VALUE;

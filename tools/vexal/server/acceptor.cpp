@@ -11,12 +11,13 @@
 #include <condition_variable>
 #include <csignal>
 #include <cstring>
+#include <exception>
 #include <map>
 #include <mutex>
-#include <system_error>
 #include <thread>
 #include <vector>
 
+#include "base/parallel.h"
 #include "base/tags.h"
 #include "lobby.h"
 
@@ -49,22 +50,25 @@ bool catch_signals() {
 // Threads that serve associations, counted, also by the host of their peer.
 class Crew {
  public:
-  // False if the system has no thread left.
-  bool start(const AddressBytes& host, std::function<void()> work) {
-    {
-      const std::lock_guard lock(mutex_);
-      ++busy_;
-      ++hosts_[host];
-    }
+  // False if the system has no thread or no memory left. `work` throws nothing.
+  template <typename Work>
+  bool start(const AddressBytes& host, Work work) {
+    bool counted = false;
     try {
+      {
+        const std::lock_guard lock(mutex_);
+        ++hosts_[host];
+        ++busy_;
+        counted = true;
+      }
       std::thread([this, host, work = std::move(work)] {
         work();
         // The loop has to look again at connections that wait for a free thread.
         finished(host);
       }).detach();
       return true;
-    } catch (const std::system_error&) {
-      finished(host);
+    } catch (const std::exception&) {
+      if (counted) finished(host);
       return false;
     }
   }
@@ -150,6 +154,21 @@ void set_deadline() {
   const uint64_t seconds = times * static_cast<uint64_t>(message_seconds.load(std::memory_order_relaxed));
   watched->deadline.store(watched_from + seconds_in_ticks(seconds), std::memory_order_relaxed);
 }
+
+// Has one looked at while it lives.
+class Watch {
+ public:
+  explicit Watch(WatchedAssociation& one) : one_(one) { watches.add(one); }
+  ~Watch() {
+    if (watched == &one_) watched = nullptr;
+    watches.remove(one_);
+  }
+  Watch(const Watch&) = delete;
+  Watch& operator=(const Watch&) = delete;
+
+ private:
+  WatchedAssociation& one_;
+};
 
 // What came through the pipe: true if an end was asked for.
 bool drain_pipe() {
@@ -272,9 +291,12 @@ VX_STATUS Acceptor::take_request(int32_t socket, Clock::duration left, const cha
   one.socket = ::fcntl(socket, F_DUPFD_CLOEXEC, 0);
   if (one.socket >= 0) one.deadline = (Clock::now() + left).time_since_epoch().count();
   watches.add(one);
-  const VX_STATUS status = VX_Process_Secure_Association_Request(
-      socket, service_list, &application, &association, tls_.functions(), tls_.context());
-  watches.remove(one);
+  VX_STATUS status = VX_NORMAL_COMPLETION;
+  {
+    const Watch watch(one);
+    status = VX_Process_Secure_Association_Request(socket, service_list, &application, &association,
+                                                   tls_.functions(), tls_.context());
+  }
   if (one.socket >= 0) ::close(one.socket);
   return status;
 }
@@ -282,8 +304,17 @@ VX_STATUS Acceptor::take_request(int32_t socket, Clock::duration left, const cha
 void Acceptor::serve_socket(int32_t socket, Clock::duration left, const std::string& service_list,
                             const Handler& handler) {
   int32_t association = -1;
-  // On failure the library has told why, and closed the connection.
-  if (take_request(socket, left, service_list.c_str(), association) != VX_NORMAL_COMPLETION) return;
+  try {
+    // On failure the library has told why, and closed the connection.
+    if (take_request(socket, left, service_list.c_str(), association) == VX_NORMAL_COMPLETION)
+      serve_association(association, handler);
+  } catch (const std::exception&) {
+    complain("association %d: %s: aborted", association, words_of(std::current_exception()).c_str());
+    VX_Abort_Association(&association);
+  }
+}
+
+void Acceptor::serve_association(int32_t association, const Handler& handler) const {
   Caller caller;
   if (const int32_t reason = refusal(association, caller); reason != 0) {
     VX_Reject_Association(association, reason);
@@ -292,11 +323,9 @@ void Acceptor::serve_socket(int32_t socket, Clock::duration left, const std::str
   if (VX_Accept_Association(association) != VX_NORMAL_COMPLETION) return;
   WatchedAssociation one;
   one.id = association;
-  watches.add(one);
+  const Watch watch(one);
   watched = &one;
   handler(association, caller);
-  watched = nullptr;
-  watches.remove(one);
 }
 
 namespace {
@@ -341,16 +370,33 @@ void Acceptor::serve_messages(int32_t association, const Taker& take) const {
   }
 }
 
+VX_STATUS Acceptor::take_connection(int32_t& socket) const {
+  return address_.empty() ? VX_Wait_For_Connection_On_Port(0, port_, &socket)
+                          : VX_Wait_For_Connection_On_Address(0, port_, address_.c_str(), &socket);
+}
+
+// Not all at once: who comes in this round is not dropped before it was looked at.
+void Acceptor::let_in(Lobby& lobby) const {
+  VX_STATUS status = VX_NORMAL_COMPLETION;
+  for (std::size_t i = 0; i < most_ / 2 + 1 && status == VX_NORMAL_COMPLETION; ++i) {
+    int32_t socket = -1;
+    status = take_connection(socket);
+    if (status == VX_NORMAL_COMPLETION) lobby.add(socket);
+  }
+  if (status == VX_NORMAL_COMPLETION || status == VX_TIMEOUT) return;
+  // No descriptor is left: one that says nothing makes room.
+  if (!lobby.empty()) {
+    lobby.drop_one();
+  } else {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+}
+
 int Acceptor::run(const std::string& service_list, const Handler& handler) {
   if (!catch_signals()) {
     complain("can not set up signals: %s", std::strerror(errno));
     return kNetwork;
   }
-  const char* address = address_.empty() ? nullptr : address_.c_str();
-  auto take_connection = [&](int32_t& socket) {
-    return address != nullptr ? VX_Wait_For_Connection_On_Address(0, port_, address, &socket)
-                              : VX_Wait_For_Connection_On_Port(0, port_, &socket);
-  };
   int32_t socket = -1;
   const VX_STATUS first = take_connection(socket);
   int32_t listener = -1;
@@ -363,12 +409,13 @@ int Acceptor::run(const std::string& service_list, const Handler& handler) {
   Lobby lobby(tls_.on(), std::chrono::seconds(timeout_));
   if (first == VX_NORMAL_COMPLETION) lobby.add(socket);
   std::vector<pollfd> entries;
-  while (!stopping()) {
+  // Waits for peers. False at the end.
+  const auto turn = [&] {
     entries.assign({{wake_pipe[0], POLLIN, 0}, {listener, POLLIN, 0}});
     int wait = lobby.prepare(entries);
     if (crew.busy() != 0) wait = std::min(wait, kLookAfter);
-    if (::poll(entries.data(), entries.size(), wait) < 0 && errno != EINTR) break;
-    if ((entries[0].revents & POLLIN) != 0 && drain_pipe()) break;
+    if (::poll(entries.data(), entries.size(), wait) < 0 && errno != EINTR) return false;
+    if ((entries[0].revents & POLLIN) != 0 && drain_pipe()) return false;
     watches.end_late();
     lobby.look(entries.data() + 2);
     lobby.hand_out([&](int taken, const AddressBytes& host, Clock::duration left) {
@@ -377,20 +424,15 @@ int Acceptor::run(const std::string& service_list, const Handler& handler) {
         ::close(taken);
       return true;
     });
-    if ((entries[1].revents & POLLIN) == 0) continue;
-    // Not all at once: who comes in this round is not dropped before it was looked at.
-    VX_STATUS status = VX_NORMAL_COMPLETION;
-    for (std::size_t i = 0; i < most_ / 2 + 1; ++i) {
-      status = take_connection(socket);
-      if (status != VX_NORMAL_COMPLETION) break;
-      lobby.add(socket);
-    }
-    if (status == VX_NORMAL_COMPLETION || status == VX_TIMEOUT) continue;
-    // No descriptor is left: one that says nothing makes room.
-    if (!lobby.empty()) {
-      lobby.drop_one();
-    } else {
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    if ((entries[1].revents & POLLIN) != 0) let_in(lobby);
+    return true;
+  };
+  while (!stopping()) {
+    try {
+      if (!turn()) break;
+    } catch (const std::bad_alloc&) {
+      complain(kNoMemory);
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
   }
   stopping_ = true;

@@ -16,6 +16,8 @@
 
 namespace vexal {
 
+class Lobby;
+
 // Rows of an option table.
 #define VEXAL_ACCEPTOR_OPTIONS                                                                           \
   {"--aet", "TITLE", "own application entity title (default VEXAL)"},                                    \
@@ -94,6 +96,9 @@ class Acceptor {
  private:
   void serve_socket(int32_t socket, std::chrono::steady_clock::duration left, const std::string& service_list,
                     const Handler& handler);
+  void serve_association(int32_t association, const Handler& handler) const;
+  VX_STATUS take_connection(int32_t& socket) const;
+  void let_in(Lobby& lobby) const;
   VX_STATUS take_request(int32_t socket, std::chrono::steady_clock::duration left, const char* service_list,
                          int32_t& association) const;
   // Why an association is turned away, as VX_Reject_Association counts; 0 if it is welcome.

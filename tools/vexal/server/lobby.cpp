@@ -58,9 +58,12 @@ Lobby::~Lobby() {
   for (const Connection& connection : waiting_) ::close(connection.socket);
 }
 
-void Lobby::add(int socket) {
+void Lobby::add(int socket) try {
   if (waiting_.size() >= most_) drop_one();
   waiting_.push_back({socket, host_of(peer_address(socket)), Clock::now() + patience_});
+} catch (...) {
+  ::close(socket);
+  throw;
 }
 
 void Lobby::drop_one() {

@@ -22,6 +22,7 @@
 #include "base/session.h"
 #include "base/tables.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "images/bounded_file.h"
 #include "images/recode.h"
 #include "network/network.h"
@@ -462,7 +463,7 @@ int32_t ObjectWriter::take(int32_t association, int32_t message, StoredObject& s
   VX_STATUS status = VX_NORMAL_COMPLETION;
   {
     const MessageWatch watch;
-    status = VX_Continue_Read_Message_To_Stream(association, &message, this, take_bytes);
+    status = VX_Continue_Read_Message_To_Stream(association, &message, this, guarded<take_bytes>);
   }
   if (message >= 0) VX_Free_Message(&message);
   stored.bytes = bytes_;
@@ -529,14 +530,14 @@ VX_STATUS read_rest(int32_t association, int32_t& message, IdentifierRoom& room)
   {
     const MessageWatch watch;
     const VX_STATUS status =
-        VX_Continue_Read_Message_To_Stream(association, &message, &identifier, append_identifier);
+        VX_Continue_Read_Message_To_Stream(association, &message, &identifier, guarded<append_identifier>);
     if (status != VX_NORMAL_COMPLETION || room.crowded) return status;
   }
   VX_TRANSFER_SYNTAX syntax = 0;
   VX_Get_Message_Transfer_Syntax(message, &syntax);
   uint32_t tag = 0;
   return VX_Stream_To_Message(message, tags::kBehindCommand, tags::kLast, syntax, &tag, &identifier.bytes,
-                              give_string);
+                              guarded<give_string>);
 }
 
 }  // namespace vexal
