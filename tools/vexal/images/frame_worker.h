@@ -233,7 +233,7 @@ class FrameWorker {
     if (!form_.unwraps) return source_.read(frame, raw);
     std::string problem = wrap(frame);
     if (problem.empty()) problem = put(wrapped_);
-    if (problem.empty()) problem = hand_on(wrapped_, &raw, append);
+    if (problem.empty()) problem = hand_on(wrapped_, &raw, guarded<append>);
     VX_Set_Value_To_Empty(wrapped_, tags::kPixelData);
     // Half colour has no pad.
     if (problem.empty() && !form_.unpacks) raw.resize((form_.image_bits() + 7) / 8);
