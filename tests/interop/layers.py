@@ -454,7 +454,7 @@ def check_slices(folder):
     show("no such region", False, both, "--roi", "5", status=2, says="--roi 5")
     for title, change, drawn, says in (("no contours", lambda c: setattr(c, "ContourData", []), False, "three numbers a point"),
                                        ("two numbers", lambda c: setattr(c, "ContourData", ["1", "2"]), False, "three numbers a point"),
-                                       ("no number", lambda c: c.ContourData.__setitem__(4, "NaN"), False, "a coordinate is no number"),
+                                       ("no number", lambda c: c.ContourData.__setitem__(4, "NaN"), False, "a coordinate is no number of mm"),
                                        ("a form", lambda c: setattr(c, "ContourGeometricType", "SPIRAL"), False, "a form \"SPIRAL\""),
                                        ("a number of points", lambda c: setattr(c, "NumberOfContourPoints", 2147483647), False, "another number of points")):
         broken = made()
@@ -467,10 +467,11 @@ def check_slices(folder):
         else:
             change(contour)
             show(title, drawn, broken, status=1, says=says)
-    far = [(x * 1e15, y * 1e15, 47) for x, y in ((-1, -1), (1, -2), (2, 1), (-3, 2))]
-    filled = made(points=far)
-    save(filled, path)
+    far = [(x * 1e8, y * 1e8, 47) for x, y in ((-1, -1), (1, -2), (2, 1), (-3, 2))]
+    save(made(points=far), path)
     alike("as large as the world", render(folder, image_path, "--contours", path, "--fill"), over(numpy.full((50, 60, 3), GREY), red, numpy.full((50, 60), 0.5)))
+    save(made(points=[(1e300, 1e308, 47), (-1e308, 1, 47), (3, 4, 47)]), path)
+    render(folder, image_path, "--contours", path, "--fill", status=1, says="a coordinate is no number of mm")
     zigzag = [(float(n % 2) * 60 - 31, 12 + (n % 997) * 0.03, 47) for n in range(60000)]
     save(made(points=zigzag), path)
     check(run(VEXAL, "pixel", "render", "--fill", "--contours", path, image_path, folder + "/zigzag.png", timeout=20).returncode == 0, "60000 points")

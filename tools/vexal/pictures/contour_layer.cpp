@@ -215,7 +215,7 @@ std::string ContourLayer::read_points(int32_t item, Contour& contour) const {
   contour.points.reserve(numbers.size() / 3);
   for (std::size_t i = 0; i < numbers.size(); i += 3) {
     const Vector point{numbers[i], numbers[i + 1], numbers[i + 2]};
-    if (!is_finite(point)) return "a coordinate is no number";
+    if (!is_near(point)) return "a coordinate is no number of mm";
     contour.points.push_back(point);
   }
   if (!told.empty() && told[0] != static_cast<double>(contour.points.size()))

@@ -31,7 +31,7 @@ std::string read_scaling(const PixelImage& image, double& scaling) {
   if (d.samples != 1 || d.real || (d.allocated != 16 && d.allocated != 32))
     return "its pixels are none of a dose";
   const std::vector<double> values = reals_of(image.file().id(), tags::kDoseGridScaling);
-  if (values.empty() || !std::isfinite(values[0]) || values[0] <= 0) return "it has no Dose Grid Scaling";
+  if (values.empty() || !(values[0] > 0 && values[0] < 1e30)) return "it has no Dose Grid Scaling";
   scaling = values[0];
   return "";
 }
@@ -116,6 +116,7 @@ std::string DoseLayer::open(const std::string& path) {
   }
   problem = find_most(image_, scaling_, high_);
   low_ = high_ / 10;
+  if (image_.cut_short() != 0) fault(kCutShort);
   return problem.empty() && high_ <= 0 ? "it has no dose above 0" : problem;
 }
 
@@ -141,6 +142,7 @@ std::string DoseLayer::load(uint32_t frame, Doses& doses) {
   doses.frame = UINT32_MAX;
   std::string problem = read_doses(image_, frame, scaling_, doses.values);
   if (problem.empty()) doses.frame = frame;
+  if (image_.cut_short() != 0) fault(kCutShort);
   return problem;
 }
 

@@ -15,7 +15,7 @@ constexpr double kSkew = 0.01;
 std::optional<Vector> vector_of(const std::vector<double>& numbers, std::size_t at) {
   if (numbers.size() < at + 3) return std::nullopt;
   const Vector vector{numbers[at], numbers[at + 1], numbers[at + 2]};
-  return is_finite(vector) ? std::optional(vector) : std::nullopt;
+  return is_near(vector) ? std::optional(vector) : std::nullopt;
 }
 
 // Where an attribute of a group stands: in the group, or in the object itself.
@@ -25,7 +25,7 @@ int32_t holder(int32_t item, int32_t object, uint32_t tag) {
 
 double size_of(int32_t object, uint32_t tag) {
   const std::vector<double> numbers = reals_of(object, tag);
-  return !numbers.empty() && std::isfinite(numbers[0]) ? std::abs(numbers[0]) : 0;
+  return !numbers.empty() && is_near(numbers[0]) ? std::abs(numbers[0]) : 0;
 }
 
 std::string read_directions(const std::vector<double>& numbers, ImagePlane& plane) {
@@ -105,7 +105,7 @@ Planes::Planes(int32_t object, uint32_t frames)
       offsets_(reals_of(object, tags::kGridFrameOffsetVector)) {
   if (offsets_.empty()) return;
   if (offsets_.size() != frames ||
-      !std::all_of(offsets_.begin(), offsets_.end(), [](double offset) { return std::isfinite(offset); })) {
+      !std::all_of(offsets_.begin(), offsets_.end(), [](double offset) { return is_near(offset); })) {
     offsets_fault_ = "its Grid Frame Offset Vector has not a number for each frame";
     return;
   }
@@ -141,7 +141,9 @@ std::string Planes::read(uint32_t frame, ImagePlane& plane) const {
   const int32_t group = groups_.item(frame, tags::kPixelMeasuresSequence);
   const std::vector<double> spacing =
       reals_of(holder(group, object_, tags::kPixelSpacing), tags::kPixelSpacing);
-  if (spacing.size() < 2 || !(spacing[0] > 0 && spacing[1] > 0) || !std::isfinite(spacing[0] + spacing[1]))
+  constexpr double kLeast = 1e-9;
+  if (spacing.size() < 2 || !(spacing[0] > kLeast && spacing[1] > kLeast) || !is_near(spacing[0]) ||
+      !is_near(spacing[1]))
     return "it has no Pixel Spacing";
   plane.row_spacing = spacing[0];
   plane.column_spacing = spacing[1];

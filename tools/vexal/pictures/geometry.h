@@ -37,8 +37,13 @@ constexpr double dot(const Vector& a, const Vector& b) {
 constexpr Vector cross(const Vector& a, const Vector& b) {
   return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
 }
-inline bool is_finite(const Vector& a) {
-  return std::isfinite(a.x) && std::isfinite(a.y) && std::isfinite(a.z);
+// Whether a number of mm can be of a patient: what is farther away, or no number, is damage, and none of the
+// arithmetic behind has to fear it.
+inline bool is_near(double mm) {
+  return std::abs(mm) < 1e9;
+}
+inline bool is_near(const Vector& a) {
+  return is_near(a.x) && is_near(a.y) && is_near(a.z);
 }
 
 // The plane of a frame (PS3.3 section C.7.6.2.1.1), in mm of its frame of reference.
