@@ -1,6 +1,7 @@
 // Streams of every codec, hostile, for an image of the sizes that the first bytes tell. An abort of a library
 // behind a codec counts as a fault of ours.
 #include <cstdint>
+#include <iterator>
 #include <vector>
 
 #include "library.h"
@@ -10,10 +11,12 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   fuzz::start_library();
   if (size < 4) return 0;
-  static constexpr VX_TRANSFER_SYNTAX kSyntaxes[] = {JPEG_BASELINE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS,
-                                                     JPEG_2000};
+  static constexpr VX_TRANSFER_SYNTAX kSyntaxes[] = {
+      JPEG_BASELINE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000, HTJ2K_LOSSLESS, HTJ2K_LOSSLESS_RPCL,
+      HTJ2K,         JPEG_2000_MC};
   vx::ImageAttributes image;
-  image.TransferSyntax = kSyntaxes[data[0] % 4];
+  // Two bits below those of the image and two above.
+  image.TransferSyntax = kSyntaxes[(data[0] % 4 + (data[0] >> 6) * 4) % std::size(kSyntaxes)];
   image.SamplesPerPixel = (data[0] & 4) != 0 ? 3 : 1;
   image.BitsAllocated = (data[0] & 8) != 0 ? 16 : 8;
   image.BitsStored = image.BitsAllocated == 16 ? 12 : 8;

@@ -220,7 +220,7 @@ VX_API VX_STATUS VX_RLE_Decompressor(int32_t MsgID, void** Context, uint32_t Dat
                                      int32_t Release);
 
 /**
- * Compression callback for JPEG, JPEG Lossless, JPEG-LS and JPEG 2000; the object's transfer syntax chooses.
+ * Compression callback for JPEG, JPEG Lossless, JPEG-LS, JPEG 2000 and HTJ2K, by the transfer syntax.
  * JPEG is baseline, or extended with 8, 10 and 12 bits stored; JPEG Lossless is process 14 with selection
  * value 1. The frame comes out at the call with IsLast 1. Settings:
  * - COMPRESSION_LUM_FACTOR, COMPRESSION_CHROM_FACTOR: an entry of a JPEG table is that of ISO/IEC 10918-1
@@ -229,7 +229,7 @@ VX_API VX_STATUS VX_RLE_Decompressor(int32_t MsgID, void** Context, uint32_t Dat
  *   chrominance samples; with "YBR_FULL" it stays RGB, with all its samples.
  * - JPEG_LS_LOSSY is near-lossless with 10, or half the largest sample if that is less; a signed frame with
  *   samples that near to the ends of their range, where an error would turn the sign, is coded without loss.
- * - COMPRESSION_WHEN_J2K_USE_LOSSY: JPEG_2000 is lossy, else lossless.
+ * - COMPRESSION_WHEN_J2K_USE_LOSSY: JPEG_2000 is lossy, else lossless. HTJ2K is lossy, by COMPRESSION_QUALITY.
  * - COMPRESSION_J2K_LOSSY_RATIO: bits allocated over bits written.
  * - COMPRESSION_J2K_LOSSY_QUALITY, with COMPRESSION_J2K_LOSSY_USE_QUALITY: tenths of the bits of a pixel that
  *   are written; 0 writes as little as can be.

@@ -25,6 +25,8 @@ constexpr Row kTexts[] = {
     {kCodecNotLoaded, "the codec's library is not installed"},
     {kCodecOddColumns, "YBR_FULL_422 needs an even number of columns"},
     {kCodecTrailing, "the data goes on behind the image"},
+    {kCodecExtensions, "the stream uses extensions of JPEG 2000 Part 2"},
+    {kCodecCollection, "the stream is a component collection, which holds several frames"},
     {kCodecBadEnd, "the end of image is missing"},
     {kCodecDataShort, "data of the image is missing"},
 };
@@ -39,9 +41,11 @@ constexpr SyntaxCodec kCodecs[] = {
     {JPEG_LOSSLESS_HIER_14, &kJpegLosslessCodec},
     {JPEG_2000_LOSSLESS_ONLY, &kJpeg2000Codec},
     {JPEG_2000, &kJpeg2000Codec},
-    {HTJ2K_LOSSLESS, &kJpeg2000Codec},  // other coding of the same blocks
-    {HTJ2K_LOSSLESS_RPCL, &kJpeg2000Codec},
-    {HTJ2K, &kJpeg2000Codec},
+    {JPEG_2000_MC_LOSSLESS_ONLY, &kJpeg2000Codec},
+    {JPEG_2000_MC, &kJpeg2000Codec},
+    {HTJ2K_LOSSLESS, &kHtj2kCodec},
+    {HTJ2K_LOSSLESS_RPCL, &kHtj2kCodec},
+    {HTJ2K, &kHtj2kCodec},
     {JPEG_LS_LOSSLESS, &kJpegLsCodec},
     {JPEG_LS_LOSSY, &kJpegLsCodec},
     {JPEG_SPEC_NON_HIER_6_8, &kJpegCodec},
@@ -87,21 +91,29 @@ void interleave(const uint8_t* planes, std::size_t pixels, std::size_t samples, 
   }
 }
 
+bool high_bits_repeat(const ImageAttributes& image, const uint8_t* frame) {
+  if (image.BitsStored >= 16) return true;
+  const int shift = 16 - static_cast<int>(image.BitsStored);
+  const bool is_signed = image.PixelRepresentation != 0;
+  uint16_t differing = 0;
+  for (std::size_t i = 0; i < image.FrameSize / 2; ++i) {
+    uint16_t sample;
+    std::memcpy(&sample, frame + 2 * i, 2);
+    const auto raised = static_cast<uint16_t>(sample << shift);
+    const auto back =
+        static_cast<uint16_t>(is_signed ? static_cast<int16_t>(raised) >> shift : raised >> shift);
+    differing |= sample ^ back;
+  }
+  return differing == 0;
+}
+
 bool strip_high_bits(const ImageAttributes& image, const uint8_t* frame, std::vector<uint16_t>& samples) {
-  const std::size_t count = image.FrameSize / 2;
-  samples.resize(count);
-  std::memcpy(samples.data(), frame, count * 2);
+  samples.resize(image.FrameSize / 2);
+  std::memcpy(samples.data(), frame, samples.size() * 2);
   if (image.BitsStored >= 16) return true;
   const auto mask = static_cast<uint16_t>((1U << image.BitsStored) - 1);
-  const auto high = static_cast<uint16_t>(~mask);
-  const auto sign = static_cast<uint16_t>(image.PixelRepresentation != 0 ? (mask >> 1) + 1 : 0);
-  bool fits = true;
-  for (uint16_t& sample : samples) {
-    const uint16_t expected = (sample & sign) != 0 ? high : 0;
-    fits = fits && (sample & high) == expected;
-    sample = sample & mask;
-  }
-  return fits;
+  for (uint16_t& sample : samples) sample = sample & mask;
+  return high_bits_repeat(image, frame);
 }
 
 bool bytes_fit(const ImageAttributes& image, const uint8_t* frame) {

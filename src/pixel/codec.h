@@ -27,6 +27,8 @@ enum CodecStatus : int {
   kCodecNotLoaded = -12,
   kCodecOddColumns = -13,
   kCodecTrailing = -14,
+  kCodecExtensions = -20,  // of JPEG 2000 Part 2
+  kCodecCollection = -21,  // of components, of JPEG 2000 Part 2
   kCodecBadEnd = -1008,    // the end of image is missing; the image is there
   kCodecDataShort = -1562  // data of the image is missing; what there was is decoded
 };
@@ -91,6 +93,7 @@ extern const Codec kJpegLsCodec;
 extern const Codec kJpeg2000Codec;
 extern const Codec kNativeCodec;
 extern const Codec kDeflatedCodec;
+extern const Codec kHtj2kCodec;
 
 // Frames of this syntax may have their planes apart.
 bool keeps_layout(VX_TRANSFER_SYNTAX syntax);
@@ -118,7 +121,9 @@ int decode_to_end(const uint8_t* data, std::size_t size, Decode decode) {
 // Planes of samples of `width` bytes into pixels.
 void interleave(const uint8_t* planes, std::size_t pixels, std::size_t samples, std::size_t width,
                 uint8_t* out);
-// Samples of 16 bits with what stands above Bits Stored taken off. False if that is more than the sign.
+// True if samples of 16 bits have nothing above Bits Stored but the sign.
+bool high_bits_repeat(const ImageAttributes& image, const uint8_t* frame);
+// Samples of 16 bits with what stands above Bits Stored taken off; as high_bits_repeat.
 bool strip_high_bits(const ImageAttributes& image, const uint8_t* frame, std::vector<uint16_t>& samples);
 // Gives samples of a signed image their sign back.
 void extend_sign(const ImageAttributes& image, uint8_t* frame, uint32_t precision);

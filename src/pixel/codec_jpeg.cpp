@@ -288,8 +288,8 @@ int decode_own(const ImageAttributes& image, const uint8_t* data, std::size_t si
   return shape.ends_well ? kCodecDone : kCodecBadEnd;
 }
 
-int decompress(const ImageAttributes& image, const DecodeSettings& settings, const uint8_t* data, std::size_t size,
-               uint8_t* frame, CodecResult& result) try {
+int decompress(const ImageAttributes& image, const DecodeSettings& settings, const uint8_t* data,
+               std::size_t size, uint8_t* frame, CodecResult& result) try {
   jpeg::Shape shape;
   if (jpeg::Fault fault = jpeg::query(data, size, shape); fault != jpeg::kNone) return status_of(fault);
   if (shape.process == 0xC3 || shape.precision == 12) return decode_own(image, data, size, shape, frame);

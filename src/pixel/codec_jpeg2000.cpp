@@ -8,10 +8,10 @@
 
 #include "config/config.h"
 #include "config/shared_library.h"
-#include "frame/byte_order.h"
 #include "frame/limits.h"
 #include "frame/state.h"
-#include "pixel/codec.h"
+#include "pixel/codec_jpeg2000.h"
+#include "pixel/jpeg2000_stream.h"
 
 namespace vx {
 namespace {
@@ -20,6 +20,7 @@ struct Jpeg2000Library {
   decltype(&::opj_create_decompress) create_decompress;
   decltype(&::opj_set_default_decoder_parameters) default_decoder;
   decltype(&::opj_setup_decoder) setup_decoder;
+  decltype(&::opj_codec_set_threads) set_threads;
   decltype(&::opj_read_header) read_header;
   decltype(&::opj_decode) decode;
   decltype(&::opj_destroy_codec) destroy_codec;
@@ -49,6 +50,7 @@ bool load_library() {
         {"opj_create_decompress", at(lib.create_decompress)},
         {"opj_set_default_decoder_parameters", at(lib.default_decoder)},
         {"opj_setup_decoder", at(lib.setup_decoder)},
+        {"opj_codec_set_threads", at(lib.set_threads)},
         {"opj_read_header", at(lib.read_header)},
         {"opj_decode", at(lib.decode)},
         {"opj_destroy_codec", at(lib.destroy_codec)},
@@ -72,105 +74,6 @@ bool load_library() {
     return open_shared_library("libopenjp2.so.7", symbols, std::size(symbols));
   }();
   return loaded;
-}
-
-// --- The code stream (ISO/IEC 15444-1 annex A) ---
-
-constexpr uint16_t kStart = 0xFF4F;
-constexpr uint16_t kSize = 0xFF51;
-constexpr uint16_t kTilePart = 0xFF90;
-constexpr uint16_t kStreamEnd = 0xFFD9;
-constexpr uint32_t kCodeStreamBox = 0x6A703263U;
-
-// Some writers put a whole file around the code stream.
-void unwrap(const uint8_t*& data, std::size_t& size) {
-  static constexpr uint8_t kSignature[] = {0, 0, 0, 12, 'j', 'P', ' ', ' '};
-  if (size < sizeof kSignature || std::memcmp(data, kSignature, sizeof kSignature) != 0) return;
-  std::size_t at = 0;
-  while (size - at >= 8) {
-    const uint64_t length = load32(data + at, true);
-    if (load32(data + at + 4, true) == kCodeStreamBox) {
-      const std::size_t head = length == 1 ? 16 : 8;
-      if (size - at < head) return;
-      data += at + head;
-      size -= at + head;
-      return;
-    }
-    if (length < 8 || length > size - at) return;
-    at += static_cast<std::size_t>(length);
-  }
-}
-
-struct CodeStreamHead {
-  CodecHead image;
-  bool is_signed = false;
-};
-
-int read_size_segment(const uint8_t* data, std::size_t size, CodeStreamHead& head) {
-  if (size < 4 || load16(data, true) != kStart || load16(data + 2, true) != kSize) return kCodecNotAStream;
-  if (size < 4 + 38 + 3) return kCodecShort;
-  const uint8_t* p = data + 4;
-  const uint32_t components = load16(p + 36, true);
-  if (components == 0 || components > kMaxSamples) return kCodecUnsupported;
-  if (size - 4 < 38 + 3 * std::size_t{components}) return kCodecShort;
-  const uint64_t x1 = load32(p + 4, true);
-  const uint64_t y1 = load32(p + 8, true);
-  const uint64_t x0 = load32(p + 12, true);
-  const uint64_t y0 = load32(p + 16, true);
-  const uint64_t tile_x = load32(p + 20, true);
-  const uint64_t tile_y = load32(p + 24, true);
-  if (x1 <= x0 || y1 <= y0 || tile_x == 0 || tile_y == 0) return kCodecBadMarker;
-  if (x1 - x0 > UINT16_MAX || y1 - y0 > UINT16_MAX) return kCodecTooLarge;
-  // The library keeps kilobytes for each tile.
-  const uint64_t tiles = ((x1 + tile_x - 1) / tile_x) * ((y1 + tile_y - 1) / tile_y);
-  if (tiles > 64 && tiles > (x1 - x0) * (y1 - y0) / 1024) return kCodecTooLarge;
-  head.image = {static_cast<uint32_t>(y1 - y0), static_cast<uint32_t>(x1 - x0), components,
-                (p[38] & 0x7FU) + 1U};
-  head.is_signed = (p[38] & 0x80U) != 0;
-  for (std::size_t i = 0; i < components; ++i) {
-    const uint8_t* c = p + 38 + 3 * i;
-    if (c[0] != p[38] || c[1] != 1 || c[2] != 1) return kCodecUnsupported;
-  }
-  return kCodecDone;
-}
-
-int query(const uint8_t* data, std::size_t size, CodecHead& head) {
-  unwrap(data, size);
-  CodeStreamHead found;
-  const int status = read_size_segment(data, size, found);
-  head = found.image;
-  return status;
-}
-
-// From tile part to tile part by their lengths.
-std::size_t find_end(const uint8_t* data, std::size_t size, std::size_t& from) {
-  std::size_t at = from;
-  while (size - at >= 2) {
-    const uint16_t marker = load16(data + at, true);
-    if (marker == kStreamEnd) return at + 2;
-    if (marker == kStart) {
-      at += 2;
-    } else if (marker == kTilePart) {
-      if (size - at < 12) break;
-      const std::size_t length = load32(data + at + 6, true);
-      if (length < 14) {  // unknown, or broken: only the end of the data tells
-        at = size;
-        break;
-      }
-      if (length > size - at) break;
-      at += length;
-    } else if ((marker >> 8) == 0xFF) {
-      if (size - at < 4) break;
-      const std::size_t length = load16(data + at + 2, true);
-      if (length + 2 > size - at) break;
-      at += 2 + length;
-    } else {
-      at = size;
-      break;
-    }
-  }
-  from = at;
-  return 0;
 }
 
 // --- Streams in memory ---
@@ -263,12 +166,25 @@ void pack_bits(const opj_image_t& decoded, std::size_t pixels, uint8_t* frame) {
   }
 }
 
+template <typename Sample, std::size_t kStride>
+void copy_plane(const OPJ_INT32* from, std::size_t pixels, uint8_t* to) {
+  for (std::size_t i = 0; i < pixels; ++i, to += kStride * sizeof(Sample)) {
+    const auto sample = static_cast<Sample>(from[i]);
+    std::memcpy(to, &sample, sizeof sample);
+  }
+}
+
 template <typename Sample>
 void copy_samples(const opj_image_t& decoded, std::size_t pixels, uint8_t* frame) {
   const std::size_t stride = decoded.numcomps;
+  if (stride == 1) return copy_plane<Sample, 1>(decoded.comps[0].data, pixels, frame);
   for (std::size_t s = 0; s < stride; ++s) {
     const OPJ_INT32* from = decoded.comps[s].data;
     uint8_t* to = frame + s * sizeof(Sample);
+    if (stride == 3) {
+      copy_plane<Sample, 3>(from, pixels, to);
+      continue;
+    }
     for (std::size_t i = 0; i < pixels; ++i, to += stride * sizeof(Sample)) {
       const auto sample = static_cast<Sample>(from[i]);
       std::memcpy(to, &sample, sizeof sample);
@@ -276,8 +192,8 @@ void copy_samples(const opj_image_t& decoded, std::size_t pixels, uint8_t* frame
   }
 }
 
-int decode(const ImageAttributes& image, const CodeStreamHead& head, const uint8_t* data, std::size_t size,
-           uint8_t* frame) {
+int decode(const ImageAttributes& image, const jpeg2000::StreamHead& head, unsigned threads,
+           const uint8_t* data, std::size_t size, uint8_t* frame) {
   Memory memory{data, nullptr, size, 0};
   Handles handles;
   handles.codec = lib.create_decompress(OPJ_CODEC_J2K);
@@ -286,6 +202,7 @@ int decode(const ImageAttributes& image, const CodeStreamHead& head, const uint8
   opj_dparameters_t parameters;
   lib.default_decoder(&parameters);
   if (lib.setup_decoder(handles.codec, &parameters) == OPJ_FALSE ||
+      (threads > 1 && lib.set_threads(handles.codec, static_cast<int>(threads)) == OPJ_FALSE) ||
       lib.read_header(handles.stream, handles.codec, &handles.image) == OPJ_FALSE) {
     return kCodecRefused;
   }
@@ -307,11 +224,17 @@ int decode(const ImageAttributes& image, const CodeStreamHead& head, const uint8
   return kCodecDone;
 }
 
-int decompress(const ImageAttributes& image, const DecodeSettings&, const uint8_t* data, std::size_t size, uint8_t* frame,
-               CodecResult&) try {
+}  // namespace
+
+int jpeg2000::decompress(const ImageAttributes& image, const DecodeSettings& settings, const uint8_t* data,
+                         std::size_t size, uint8_t* frame, CodecResult&) try {
   unwrap(data, size);
-  CodeStreamHead head;
+  StreamHead head;
   if (int status = read_size_segment(data, size, head); status != kCodecDone) return status;
+  if (int status = inspect(data, size); status != kCodecDone) return status;
+  const bool collections =
+      image.TransferSyntax == JPEG_2000_MC_LOSSLESS_ONLY || image.TransferSyntax == JPEG_2000_MC;
+  if (collections && head.image.components > image.SamplesPerPixel) return kCodecCollection;
   if (head.image.rows != image.Rows || head.image.columns != image.Columns ||
       head.image.components != image.SamplesPerPixel || head.image.precision > image.BitsAllocated) {
     return kCodecOtherImage;
@@ -320,7 +243,7 @@ int decompress(const ImageAttributes& image, const DecodeSettings&, const uint8_
   if (samples > kMaxFrame / sizeof(OPJ_INT32)) return kCodecTooLarge;  // the library keeps them all so wide
   if (!load_library()) return kCodecNotLoaded;
   return decode_to_end(data, size, [&](const uint8_t* stream, std::size_t length) {
-    return decode(image, head, stream, length, frame);
+    return decode(image, head, settings.threads, stream, length, frame);
   });
 } catch (const std::bad_alloc&) {
   return kCodecNoMemory;
@@ -328,14 +251,21 @@ int decompress(const ImageAttributes& image, const DecodeSettings&, const uint8_
 
 // --- Compression ---
 
+bool jpeg2000::is_rgb(const ImageAttributes& image) {
+  return image.SamplesPerPixel == 3 && image.photometric().starts_with("RGB");
+}
+
+uint32_t jpeg2000::coded_precision(const ImageAttributes& image, bool lossless, const uint8_t* frame) {
+  const bool fits = image.BitsAllocated == 16 ? high_bits_repeat(image, frame) : bytes_fit(image, frame);
+  return fits ? image.BitsStored : lossless ? image.BitsAllocated : 0;
+}
+
+namespace {
+
 // Bits a pixel before, over bits a pixel after.
 float rate_of(const CodecSettings& settings, uint64_t bits) {
   const uint64_t target = std::max<uint64_t>(settings.milli_bits, 1);
   return static_cast<float>(static_cast<double>(bits) * 1000 / static_cast<double>(target));
-}
-
-bool is_rgb(const ImageAttributes& image) {
-  return image.SamplesPerPixel == 3 && image.photometric().starts_with("RGB");
 }
 
 // The frame as the codec wants it, a plane a sample; null without memory.
@@ -348,7 +278,7 @@ opj_image_t* make_image(const ImageAttributes& image, const uint8_t* frame, uint
     layout[i].prec = precision;
     layout[i].sgnd = image.PixelRepresentation;
   }
-  const OPJ_COLOR_SPACE space = is_rgb(image)                ? OPJ_CLRSPC_SRGB
+  const OPJ_COLOR_SPACE space = jpeg2000::is_rgb(image)      ? OPJ_CLRSPC_SRGB
                                 : image.SamplesPerPixel == 3 ? OPJ_CLRSPC_SYCC
                                                              : OPJ_CLRSPC_GRAY;
   opj_image_t* made = lib.image_create(image.SamplesPerPixel, layout, space);
@@ -376,15 +306,9 @@ opj_image_t* make_image(const ImageAttributes& image, const uint8_t* frame, uint
 int compress(const ImageAttributes& image, const CodecSettings& settings, const uint8_t* frame,
              std::vector<uint8_t>& out) try {
   if (!load_library()) return kCodecNotLoaded;
-  uint32_t precision = image.BitsStored;
-  std::vector<uint16_t> stripped;
-  const bool fits =
-      image.BitsAllocated == 16 ? strip_high_bits(image, frame, stripped) : bytes_fit(image, frame);
-  if (!fits) {
-    if (!settings.lossless) return kCodecHighBits;
-    precision = image.BitsAllocated;
-  }
-  const bool rgb = is_rgb(image);
+  const uint32_t precision = jpeg2000::coded_precision(image, settings.lossless, frame);
+  if (precision == 0) return kCodecHighBits;
+  const bool rgb = jpeg2000::is_rgb(image);
   Handles handles;
   handles.image = make_image(image, frame, precision);
   if (handles.image == nullptr) return kCodecNoMemory;
@@ -405,6 +329,8 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
   handles.stream = open_stream(memory, false);
   if (handles.codec == nullptr || handles.stream == nullptr) return kCodecNoMemory;
   if (lib.setup_encoder(handles.codec, &parameters, handles.image) == OPJ_FALSE ||
+      (settings.threads > 1 &&
+       lib.set_threads(handles.codec, static_cast<int>(settings.threads)) == OPJ_FALSE) ||
       lib.start_compress(handles.codec, handles.image, handles.stream) == OPJ_FALSE ||
       lib.encode(handles.codec, handles.stream) == OPJ_FALSE ||
       lib.end_compress(handles.codec, handles.stream) == OPJ_FALSE) {
@@ -417,6 +343,7 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
 
 }  // namespace
 
-const Codec kJpeg2000Codec{"OP_J2KP", "OP_J2KE", load_library, query, compress, decompress, find_end};
+const Codec kJpeg2000Codec{
+    "OP_J2KP", "OP_J2KE", load_library, jpeg2000::query, compress, jpeg2000::decompress, jpeg2000::find_end};
 
 }  // namespace vx

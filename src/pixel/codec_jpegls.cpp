@@ -139,8 +139,8 @@ int decode(const ImageAttributes& image, const CodecHead& head, const uint8_t* d
   return kCodecDone;
 }
 
-int decompress(const ImageAttributes& image, const DecodeSettings&, const uint8_t* data, std::size_t size, uint8_t* frame,
-               CodecResult&) try {
+int decompress(const ImageAttributes& image, const DecodeSettings&, const uint8_t* data, std::size_t size,
+               uint8_t* frame, CodecResult&) try {
   CodecHead head;
   if (int status = read_shape(data, size, head); status != kCodecDone) return status;
   if (head.rows != image.Rows || head.columns != image.Columns || head.components != image.SamplesPerPixel ||

@@ -55,6 +55,8 @@ Entry entry_for(const ImageAttributes& image) {
                 luminance, chrominance);
       break;
     case JPEG_2000_LOSSLESS_ONLY:
+    case HTJ2K_LOSSLESS:
+    case HTJ2K_LOSSLESS_RPCL:
       if (rgb) entry.photometric = "YBR_RCT";
       break;
     case JPEG_2000:
@@ -74,10 +76,21 @@ Entry entry_for(const ImageAttributes& image) {
         entry.description = text;
       }
       break;
+    case HTJ2K:
+      entry.method = "ISO_15444_15";
+      if (rgb) entry.photometric = "YBR_ICT";
+      entry.description = print("High-Throughput JPEG 2000 Lossy: Compression Quality parameter: %d",
+                                config_int(VX_CFG_COMPRESSION_QUALITY), 0);
+      break;
     default:
       break;
   }
   return entry;
+}
+
+bool is_jpeg2000(VX_TRANSFER_SYNTAX syntax) {
+  return syntax == JPEG_2000_LOSSLESS_ONLY || syntax == JPEG_2000 || syntax == HTJ2K_LOSSLESS ||
+         syntax == HTJ2K_LOSSLESS_RPCL || syntax == HTJ2K;
 }
 
 // The first value says that the pixels are no longer those that were acquired.
@@ -150,8 +163,7 @@ std::string decompressed_photometric(MsgObj& source, VX_TRANSFER_SYNTAX syntax) 
   char photometric[21];
   if (read_text(source, kPhotometric, photometric, sizeof photometric) != kOk) return "";
   const std::string_view name = photometric;
-  const bool jpeg2000 = syntax == JPEG_2000_LOSSLESS_ONLY || syntax == JPEG_2000;
-  if (jpeg2000 && (name == "YBR_ICT" || name == "YBR_RCT")) return "RGB";
+  if (is_jpeg2000(syntax) && (name == "YBR_ICT" || name == "YBR_RCT")) return "RGB";
   const bool jpeg = syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4;
   return jpeg && name == "YBR_FULL_422" && subsamples_rgb() ? "RGB" : "";
 }

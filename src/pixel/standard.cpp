@@ -403,7 +403,7 @@ bool subsamples_rgb() {
 }
 
 bool is_lossy_target(VX_TRANSFER_SYNTAX syntax) {
-  return syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4 ||
+  return syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4 || syntax == HTJ2K ||
          (syntax == JPEG_2000 && config_bool(VX_CFG_COMPRESSION_WHEN_J2K_USE_LOSSY));
 }
 

@@ -25,6 +25,9 @@ Family family_of(VX_TRANSFER_SYNTAX syntax) {
       return Family::JpegLs;
     case JPEG_2000_LOSSLESS_ONLY:
     case JPEG_2000:
+    case HTJ2K_LOSSLESS:
+    case HTJ2K_LOSSLESS_RPCL:
+    case HTJ2K:
       return Family::Jpeg2000;
     default:
       return Family::None;

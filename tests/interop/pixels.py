@@ -18,7 +18,8 @@ from checks import REAL_SAMPLES, SAMPLES, VEXAL, check, end, ended, fail, files_
 from made import EXPLICIT, Writer, description, head, tail
 
 RENDERERS = ["dcmj2pnm", "dcml2pnm"]
-need(*RENDERERS, "gdcmconv", "dcmdjpeg", "dcmdjpls", "dcmdrle", modules=["pydicom", "numpy"])
+PEERS = [*RENDERERS, "gdcmconv", "dcmdjpeg", "dcmdjpls", "dcmdrle"] if __name__ == "__main__" else []  # another script brings its own
+need(*PEERS, modules=["pydicom", "numpy"])
 import numpy
 import pydicom
 import pydicom.encaps
@@ -519,26 +520,8 @@ def check_odd_colour(folder):
         check(to == "jpeg" or distance(samples_of(out, image), image.pixels) == 0, "half colour through " + to)
 
 
-def check_high_throughput(folder):
-    """HTJ2K by the encoder of another program."""
-    if not has("ojph_compress", "HTJ2K"):
-        return
-    path, raw, stream, out = paths(folder, "ht", "ht.pgm", "ht.j2c", "ht.out")
-    for stored, rows, columns in ((8, 33, 47), (12, 64, 65), (16, 31, 30)):
-        image = Image(rows, columns, stored)
-        image.write(path)
-        write(raw, b"P5 %d %d %d\n" % (columns, rows, image.high) + image.pixels.astype(">u%d" % image.bytes).tobytes())
-        run("ojph_compress", "-i", raw, "-o", stream, "-reversible", "true")
-        for uid in ("201", "202", "203"):
-            save_frames(pydicom.dcmread(path), [read(stream)], path + ".packed", "1.2.840.10008.1.2.4." + uid)
-            expect(("convert", "--to", "explicit", path + ".packed", out))
-            check(distance(samples_of(out, image), image.pixels) == 0, "HTJ2K of %d bits, .%s" % (stored, uid))
-        os.remove(stream)
-
-
 if __name__ == "__main__":
     with tempfile.TemporaryDirectory() as work:
-        for part in (check_offsets, check_palettes, check_floats, check_losses, check_lossy_steps, check_odd_colour, check_high_throughput,
-                     check_compressors):
+        for part in (check_offsets, check_palettes, check_floats, check_losses, check_lossy_steps, check_odd_colour, check_compressors):
             part(work)
         sys.exit(end({"decodings by peers": check_peers(work), "renderings": check_rendering(work)}))

@@ -111,10 +111,12 @@ TEST_F(Duplicate, LosslessChainsBringBackTheSamePixels) {
     set_bool(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE, true);
     int32_t at = id_;
     for (const VX_TRANSFER_SYNTAX syntax :
-         {RLE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, RLE}) {
+         {RLE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, HTJ2K_LOSSLESS, RLE}) {
       at = copied(at, syntax);
       EXPECT_EQ(text(at, 0x00280004),
-                syntax == JPEG_2000_LOSSLESS_ONLY && image.samples == 3 ? "YBR_RCT" : image.photometric);
+                image.samples == 3 && (syntax == JPEG_2000_LOSSLESS_ONLY || syntax == HTJ2K_LOSSLESS)
+                    ? "YBR_RCT"
+                    : image.photometric);
     }
     EXPECT_EQ(text(at, 0x00280004), image.photometric);
     EXPECT_EQ(text(at, 0x00282110), "#" + std::to_string(VX_INVALID_TAG));
@@ -156,6 +158,8 @@ TEST_F(Duplicate, TheLabelFollowsTheBytes) {
                            {JPEG_BASELINE, "YBR_FULL_422"},
                            {JPEG_2000, "YBR_RCT"},
                            {RLE, "RGB"},
+                           {HTJ2K_LOSSLESS_RPCL, "YBR_RCT"},
+                           {HTJ2K, "YBR_ICT"},
                            {JPEG_LS_LOSSLESS, "RGB"},
                            {JPEG_BASELINE, "YBR_FULL_422"},
                            {EXPLICIT_LITTLE_ENDIAN, "RGB"}}) {
@@ -199,6 +203,10 @@ TEST_F(Duplicate, LossyCopiesSaySo) {
   EXPECT_EQ(text(copy_, 0x00082111), "JPEG 2000 Lossy: Compression Ratio: 10.00:1");
   EXPECT_GT(std::atof(text(copy_, 0x00282112).c_str()), 5);
   EXPECT_EQ(text(copy_, 0x00080008), "DERIVED");
+  ASSERT_EQ(duplicate(id_, HTJ2K), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(text(copy_, 0x00280004), "YBR_ICT");
+  EXPECT_EQ(text(copy_, 0x00282114), "ISO_15444_15");
+  EXPECT_EQ(text(copy_, 0x00082111), "High-Throughput JPEG 2000 Lossy: Compression Quality parameter: 90");
   // Packed colour comes back under the label that its bytes have.
   ASSERT_EQ(duplicate(id_, JPEG_BASELINE), VX_NORMAL_COMPLETION);
   EXPECT_EQ(text(copy_, 0x00280004), "YBR_FULL_422");

@@ -124,7 +124,9 @@ const Case kCases[] = {{RLE, kGrey16},
                        {JPEG_LS_LOSSLESS, kGrey16},
                        {JPEG_LS_LOSSLESS, kColour},
                        {JPEG_2000_LOSSLESS_ONLY, kGrey16},
-                       {JPEG_2000_LOSSLESS_ONLY, kColour}};
+                       {JPEG_2000_LOSSLESS_ONLY, kColour},
+                       {HTJ2K_LOSSLESS, kGrey16},
+                       {HTJ2K_LOSSLESS_RPCL, kColour}};
 
 TEST_F(Hostile, EveryCutAndEveryByteOfEveryCodec) {
   const long before = peak_kib();
@@ -135,7 +137,8 @@ TEST_F(Hostile, EveryCutAndEveryByteOfEveryCodec) {
     ASSERT_TRUE(victim.decode(good));
     for (std::size_t size = 0; size < good.size(); ++size) victim.decode(good.substr(0, size));
     std::string wrong = good;
-    const bool slow = c.syntax == JPEG_2000_LOSSLESS_ONLY && c.image.samples == 3;
+    const bool slow =
+        c.image.samples == 3 && (c.syntax == JPEG_2000_LOSSLESS_ONLY || c.syntax == HTJ2K_LOSSLESS_RPCL);
     for (std::size_t at = 0; at < good.size(); ++at) {
       for (int value = 0; value < 256; value += slow ? 15 : 1) {
         wrong[at] = static_cast<char>(value);
@@ -151,8 +154,8 @@ TEST_F(Hostile, EveryCutAndEveryByteOfEveryCodec) {
 // An image of gigabytes in some hundred bytes, the sizes in the stream agreeing with those of the object.
 TEST_F(Hostile, SizesThatNobodyHas) {
   const Image small{.rows = 64, .columns = 64};
-  for (const VX_TRANSFER_SYNTAX syntax :
-       {RLE, JPEG_BASELINE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY}) {
+  for (const VX_TRANSFER_SYNTAX syntax : {RLE, JPEG_BASELINE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS,
+                                          JPEG_2000_LOSSLESS_ONLY, HTJ2K_LOSSLESS}) {
     std::string stream = Victim(syntax, small).compress(std::string(small.frame_size(), '\0'));
     for (const int side : {12000, 46000, 65535}) {
       const std::string word{static_cast<char>(side >> 8), static_cast<char>(side)};
@@ -162,7 +165,7 @@ TEST_F(Hostile, SizesThatNobodyHas) {
       const std::size_t marker = large.find(std::string("\xFF") + (syntax == JPEG_BASELINE      ? '\xC0'
                                                                    : syntax == JPEG_LS_LOSSLESS ? '\xF7'
                                                                                                 : '\xC3'));
-      if (syntax == JPEG_2000_LOSSLESS_ONLY) {
+      if (syntax == JPEG_2000_LOSSLESS_ONLY || syntax == HTJ2K_LOSSLESS) {
         for (const std::size_t at : {10, 14, 26, 30}) large.replace(at, 2, word);
       } else if (syntax != RLE) {
         large.replace(marker + 5, 4, word + word);

@@ -80,8 +80,8 @@ TEST_F(Standard, RefusesWhatTheSyntaxDoesNotTake) {
 
 TEST_F(Standard, LosslessSyntaxesGiveBackEveryBit) {
   uint32_t seed = 100;
-  for (const VX_TRANSFER_SYNTAX syntax :
-       {JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, JPEG_2000}) {
+  for (const VX_TRANSFER_SYNTAX syntax : {JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY,
+                                          JPEG_2000, HTJ2K_LOSSLESS, HTJ2K_LOSSLESS_RPCL}) {
     std::vector<Image> images{{.stored = 8},
                               {.samples = 3, .photometric = "RGB"},
                               {.samples = 3, .planar = 1, .photometric = "RGB"},
@@ -119,7 +119,8 @@ TEST_F(Standard, BitsAboveTheImageAreKeptOrRefused) {
   const Image image{.rows = 8, .columns = 8, .allocated = 16, .stored = 12};
   std::string frame = picture(image, 5);
   frame[1] = static_cast<char>(frame[1] | 0x40);  // an overlay
-  for (const VX_TRANSFER_SYNTAX syntax : {JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY}) {
+  for (const VX_TRANSFER_SYNTAX syntax :
+       {JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, HTJ2K_LOSSLESS}) {
     use(syntax, image);
     std::string back;
     ASSERT_EQ(there_and_back(frame, 0, back), VX_NORMAL_COMPLETION);
@@ -158,6 +159,10 @@ TEST_F(Standard, LossySyntaxesStayNear) {
       {JPEG_LS_LOSSY, {.rows = 40, .columns = 33, .allocated = 16, .stored = 2}, 1},
       {JPEG_LS_LOSSY, {.rows = 40, .columns = 33, .is_signed = 1}, 0},  // samples at the ends of their range
       {JPEG_2000, {.rows = 40, .columns = 33, .allocated = 16, .stored = 12}, 200},
+      {HTJ2K, {.rows = 40, .columns = 33}, 1.5},
+      {HTJ2K, {.rows = 1, .columns = 34, .samples = 3, .photometric = "RGB"}, 1},
+      {HTJ2K, {.rows = 2, .columns = 33, .allocated = 16, .stored = 12}, 1},
+      {HTJ2K, {.rows = 7, .columns = 2, .allocated = 16, .stored = 16}, 3},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << "syntax " << c.syntax << ' ' << c.image.stored << ' '
@@ -192,7 +197,8 @@ TEST_F(Standard, ASequentialScanIsWholeWhateverItsHeaderSays) {
 // fault.
 TEST_F(Standard, ATileFillsItsFrame) {
   Image tile{.rows = 3, .columns = 4, .samples = 3, .photometric = "RGB"};
-  for (const VX_TRANSFER_SYNTAX syntax : {JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY}) {
+  for (const VX_TRANSFER_SYNTAX syntax :
+       {JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, HTJ2K_LOSSLESS}) {
     prepare(syntax, tile, kGeneral);
     const std::string pixels = picture(tile, 8);
     std::string back;
@@ -218,7 +224,7 @@ TEST_F(Standard, FramesInEveryLayout) {
   Image image{.rows = 50, .columns = 51, .allocated = 16, .stored = 12, .is_signed = 1};
   const std::vector<std::string> frames{picture(image, 1), picture(image, 2)};
   for (const VX_TRANSFER_SYNTAX syntax :
-       {RLE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY}) {
+       {RLE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, HTJ2K_LOSSLESS_RPCL}) {
     std::vector<std::string> streams;
     image.frames = 1;
     for (const std::string& pixels : frames) {
@@ -265,8 +271,9 @@ TEST_F(Standard, FramesInEveryLayout) {
 // The end of a frame may come with no data, and the codec must have had its say by then.
 TEST_F(Standard, ALastCallWithoutData) {
   set_int(VX_CFG_IGNORE_JPEG_BAD_SUFFIX, 1);
-  for (const VX_TRANSFER_SYNTAX syntax : {RLE, JPEG_BASELINE, JPEG_EXTENDED_2_4, JPEG_LOSSLESS_HIER_14,
-                                          JPEG_LS_LOSSLESS, JPEG_LS_LOSSY, JPEG_2000_LOSSLESS_ONLY}) {
+  for (const VX_TRANSFER_SYNTAX syntax :
+       {RLE, JPEG_BASELINE, JPEG_EXTENDED_2_4, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_LS_LOSSY,
+        JPEG_2000_LOSSLESS_ONLY, HTJ2K_LOSSLESS}) {
     SCOPED_TRACE(testing::Message() << "syntax " << syntax);
     const Image image{.rows = 9, .columns = 11};
     const auto [compressor, decompressor] = codecs_of(syntax);

@@ -33,6 +33,9 @@ constexpr SyntaxName kNames[] = {
     {"jpeg-ls-near", JPEG_LS_LOSSY},
     {"jpeg2000", JPEG_2000_LOSSLESS_ONLY},
     {"jpeg2000-lossy", JPEG_2000},
+    {"htj2k", HTJ2K_LOSSLESS},
+    {"htj2k-rpcl", HTJ2K_LOSSLESS_RPCL},
+    {"htj2k-lossy", HTJ2K},
     {"encapsulated", ENCAPSULATED_UNCOMPRESSED},
     {"deflated-frames", DEFLATED_IMAGE_FRAMES},
 };
@@ -54,9 +57,11 @@ constexpr Coding kCodings[] = {
     {JPEG_LS_LOSSY, VX_General_Compressor},
     {JPEG_2000_LOSSLESS_ONLY, VX_General_Compressor},
     {JPEG_2000, VX_General_Compressor},
-    {HTJ2K_LOSSLESS, nullptr},
-    {HTJ2K_LOSSLESS_RPCL, nullptr},
-    {HTJ2K, nullptr},
+    {JPEG_2000_MC_LOSSLESS_ONLY, nullptr},
+    {JPEG_2000_MC, nullptr},
+    {HTJ2K_LOSSLESS, VX_General_Compressor},
+    {HTJ2K_LOSSLESS_RPCL, VX_General_Compressor},
+    {HTJ2K, VX_General_Compressor},
     {ENCAPSULATED_UNCOMPRESSED, VX_General_Compressor},
     {DEFLATED_IMAGE_FRAMES, VX_General_Compressor},
 };
@@ -164,7 +169,7 @@ bool is_lossy(VX_TRANSFER_SYNTAX syntax) {
   int32_t lossy = 0;
   VX_Get_Bool_Config_Value(VX_CFG_COMPRESSION_WHEN_J2K_USE_LOSSY, &lossy);
   return syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4 || syntax == JPEG_LS_LOSSY ||
-         (syntax == JPEG_2000 && lossy != 0);
+         syntax == HTJ2K || (syntax == JPEG_2000 && lossy != 0);
 }
 
 }  // namespace vexal

@@ -18,7 +18,7 @@ namespace vexal {
 bool find_syntax(const std::string& text, VX_TRANSFER_SYNTAX& syntax);
 #define VEXAL_SYNTAX_NAMES                                                                                \
   "a UID, or implicit, explicit, big-endian, deflated, rle, jpeg, jpeg-12, jpeg-lossless, jpeg-ls, jpeg-" \
-  "ls-near, jpeg2000, jpeg2000-lossy, encapsulated, deflated-frames"
+  "ls-near, jpeg2000, jpeg2000-lossy, htj2k, htj2k-rpcl, htj2k-lossy, encapsulated, deflated-frames"
 
 // Items hold frames as they are without encapsulation, as such or deflated (PS3.5 annex A).
 bool holds_native_frames(VX_TRANSFER_SYNTAX syntax);
