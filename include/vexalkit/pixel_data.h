@@ -229,7 +229,7 @@ VX_API VX_STATUS VX_RLE_Decompressor(int32_t MsgID, void** Context, uint32_t Dat
  *   chrominance samples; with "YBR_FULL" it stays RGB, with all its samples.
  * - JPEG_LS_LOSSY is near-lossless with 10, or half the largest sample if that is less; a signed frame with
  *   samples that near to the ends of their range, where an error would turn the sign, is coded without loss.
- * - COMPRESSION_WHEN_J2K_USE_LOSSY: JPEG_2000 is lossy, else lossless. HTJ2K is lossy, by COMPRESSION_QUALITY.
+ * - COMPRESSION_WHEN_J2K_USE_LOSSY: JPEG_2000 is lossy, else lossless. HTJ2K always: COMPRESSION_QUALITY.
  * - COMPRESSION_J2K_LOSSY_RATIO: bits allocated over bits written.
  * - COMPRESSION_J2K_LOSSY_QUALITY, with COMPRESSION_J2K_LOSSY_USE_QUALITY: tenths of the bits of a pixel that
  *   are written; 0 writes as little as can be.
