@@ -90,7 +90,7 @@ def replace(path, old, new):
     write(path, read(path).replace(old, new))
 
 
-def with_pixels(made, pixels, bits=None, stored=None):
+def with_pixels(made, pixels, bits=None):
     """Frames by rows by columns; of single bits, packed without a gap between frames."""
     bits = bits or 8 * pixels.itemsize
     value = numpy.packbits(pixels.ravel() != 0, bitorder="little").tobytes() if bits == 1 else pixels.tobytes()
@@ -330,6 +330,14 @@ def check_references(folder):
     show("references that lead nowhere", images[1], 1, made([[item(ReferencedSOPInstanceUID="1.2.3.%d" % n)] for n in range(3)], **listed))
     between = Grid((-20, -15, 30 + 1.3), spacing=(0.7, 0.9))
     show("the nearer one", classic(between), 1, made())
+    # Places that were rounded are one plane, and what is near is not the distance of planes.
+    rough = made()
+    rough.PerFrameFunctionalGroupsSequence.append(copy.deepcopy(rough.PerFrameFunctionalGroupsSequence[1]))
+    rough.PerFrameFunctionalGroupsSequence[3].PlanePositionSequence[0].ImagePositionPatient[2] += 0.02
+    with_pixels(rough, numpy.concatenate([shown, shown[1:2] * 0]), 1)
+    del rough.SharedFunctionalGroupsSequence[0].PixelMeasuresSequence[0].SpacingBetweenSlices
+    show("rounded places", images[1], 1, rough)
+    show("rounded places, off", classic(Grid((-20, -15, 32.6), spacing=(0.7, 0.9))), 1, rough)
     show("between planes that are far apart", classic(Grid((-20, -15, 60), spacing=(0.7, 0.9))), 3, made(), says="nothing of it lies")
     # What does not fit.
     other = made()
@@ -451,6 +459,13 @@ def check_slices(folder):
     both = structures((1, red, [("CLOSED_PLANAR", outline(grid, square))]), (2, red, []))
     both.StructureSetROISequence[1].ReferencedFrameOfReferenceUID = "1.2.3"
     show("one of two", True, both, status=1, says="region 2 \"region 2\" is not shown")
+    plain = made()
+    del plain.StructureSetROISequence[0].ReferencedFrameOfReferenceUID
+    plain.ReferencedFrameOfReferenceSequence = Sequence([item(FrameOfReferenceUID=plain.FrameOfReferenceUID)])
+    del plain.FrameOfReferenceUID
+    show("the one frame of reference of the set", True, plain)
+    many_faults = structures((1, red, [("SPIRAL", [])] * 1000 + [("CLOSED_PLANAR", outline(grid, square))]))
+    show("a thousand faults", True, many_faults, status=1, says="and so on, 980 times")
     show("no such region", False, both, "--roi", "5", status=2, says="--roi 5")
     for title, change, drawn, says in (("no contours", lambda c: setattr(c, "ContourData", []), False, "three numbers a point"),
                                        ("two numbers", lambda c: setattr(c, "ContourData", ["1", "2"]), False, "three numbers a point"),

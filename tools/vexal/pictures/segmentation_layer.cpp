@@ -12,7 +12,6 @@ namespace vexal {
 namespace {
 
 constexpr uint32_t kLabels = 65536;
-constexpr double kSamePlace = 0.01;  // mm
 
 // A value of PCS-CIELab, scaled to 16 bits (PS3.3 section C.10.7.1.1), whose white is D50, in sRGB.
 Colour from_lab(const std::vector<double>& scaled) {
@@ -51,6 +50,12 @@ struct SegmentFrame {
   double depth = 0;  // of its plane along its normal
   References references;
 };
+
+// Whether two frames, in order of depth, lie in planes of their own: places come rounded.
+bool apart(const SegmentFrame& upper, const SegmentFrame& lower) {
+  if (!upper.plane || !lower.plane) return false;
+  return lower.depth - upper.depth > std::min(upper.plane->row_spacing, upper.plane->column_spacing) / 10;
+}
 
 // A frame at work: how it is seen from the picture, and the distances from its plane at which it counts.
 struct Placed {
@@ -179,8 +184,8 @@ std::string SegmentationLayer::read_frames() {
   });
   double least = std::numeric_limits<double>::max();
   for (std::size_t i = 1; i < frames_.size(); ++i) {
-    const double gap = frames_[i].depth - frames_[i - 1].depth;
-    if (frames_[i].segment == frames_[i - 1].segment && gap > kSamePlace) least = std::min(least, gap);
+    if (frames_[i].segment == frames_[i - 1].segment && apart(frames_[i - 1], frames_[i]))
+      least = std::min(least, frames_[i].depth - frames_[i - 1].depth);
   }
   if (least < std::numeric_limits<double>::max()) spacing_ = least;
   return "";
@@ -244,15 +249,12 @@ void SegmentationLayer::share_out(std::vector<Placed>& placed) const {
     if (middle < 0) placed[at].low = std::max(placed[at].low, middle);
   };
   // Frames at one place stand side by side; next to them are the neighbours that count.
-  const auto apart = [&](std::size_t a, std::size_t b) {
-    return std::abs(placed[a].frame->depth - placed[b].frame->depth) > kSamePlace;
-  };
   for (std::size_t first = 0; first < placed.size();) {
     std::size_t behind = first + 1;
     const auto same = [&](std::size_t a, std::size_t b) {
       return b < placed.size() && placed[a].frame->segment == placed[b].frame->segment;
     };
-    while (same(first, behind) && !apart(first, behind)) ++behind;
+    while (same(first, behind) && !apart(*placed[first].frame, *placed[behind].frame)) ++behind;
     for (std::size_t i = first; i < behind; ++i) {
       if (same(i, behind)) narrow(i, behind);
       if (first > 0 && same(first - 1, i)) narrow(i, first - 1);
