@@ -67,8 +67,8 @@ typedef struct VX_DEIDENTIFICATION {
  * What becomes of an attribute is what table E.1-1 there says; the object's template tells whether the
  * attribute may be missing or empty at its place. Names and dates that no row names go too, as do private
  * attributes, group lengths, attributes that the data dictionary does not know, values in other letters than
- * those of their VR, what the meta group tells of the sender, and the preamble. Other texts in which the
- * patient's name, IDs, Accession Number or Admission ID stand become neutral. The same UID and the same
+ * those of their VR, what the meta group tells of the sender, and the preamble. Other texts that hold a name
+ * of a person or institution, an ID, address or number that goes become neutral. The same UID and the same
  * patient ID become the same wherever the secret is the same. (0012,0062), (0012,0063), (0012,0064) and
  * (0028,0303) tell of it, with VX_CLEAN_PIXEL_DATA (0028,0301) too. Nothing is done to Pixel Data.
  *

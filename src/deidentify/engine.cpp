@@ -118,7 +118,7 @@ class Walk {
   Walk(const VX_DEIDENTIFICATION& how, MsgObj& root)
       : how_(how),
         pseudonyms_({static_cast<const char*>(how.Secret), how.SecretSize}),
-        patient_words_(root) {}
+        patient_words_(root, how.Options) {}
 
   VX_STATUS root(MsgObj& object, const MsgTemplate* rules);
 

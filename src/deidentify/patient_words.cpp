@@ -1,7 +1,9 @@
 #include "deidentify/patient_words.h"
 
 #include <algorithm>
+#include <iterator>
 
+#include "deidentify/profile.h"
 #include "frame/text.h"
 #include "model/attributes.h"
 #include "model/file_values.h"
@@ -10,17 +12,20 @@
 namespace vx {
 namespace {
 
-// Patient's Name, ID, other IDs and names, birth name, Accession Number, Admission ID.
-constexpr uint32_t kNaming[] = {0x00100010, 0x00100020, 0x00101000, 0x00101001,
-                                0x00101005, 0x00080050, 0x00380010};
+// Beside names of people: Accession Number, Institution Name and Address, Patient ID, Other Patient IDs, the
+// patient's address and telephone numbers, Admission ID.
+constexpr uint32_t kNaming[] = {0x00080050, 0x00080080, 0x00080081, 0x00100020,
+                                0x00101000, 0x00101040, 0x00102154, 0x00380010};
+constexpr char kEscape = '\x1B';
 constexpr std::size_t kShortest = 4;  // bytes; what is shorter stands in many texts by chance
 
 char lower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
+// Scripts beyond ASCII may write without spaces.
 bool belongs_to_word(char c) {
   const char small = lower(c);
-  return is_digit(c) || (small >= 'a' && small <= 'z') || static_cast<unsigned char>(c) >= 0x80;
+  return is_digit(c) || (small >= 'a' && small <= 'z');
 }
 
 bool is_prose(int32_t vr) {
@@ -28,19 +33,29 @@ bool is_prose(int32_t vr) {
          vr == VX_VR_UC || vr == VX_VR_UR || vr == VX_VR_PN;
 }
 
-bool holds_word(std::string_view text, const std::string& word) {
-  const auto same = [](char a, char b) { return lower(a) == b; };
-  for (auto from = text.begin();; ++from) {
-    from = std::search(from, text.end(), word.begin(), word.end(), same);
-    if (from == text.end()) return false;
-    const auto behind = from + static_cast<std::ptrdiff_t>(word.size());
-    if ((from == text.begin() || !belongs_to_word(from[-1])) &&
-        (behind == text.end() || !belongs_to_word(*behind)))
-      return true;
-  }
+// The last letter of an escape sequence (ISO 2022) is none of the text.
+bool ends_escape(std::string_view text) {
+  const std::size_t start = text.find_last_of(kEscape);
+  return start != std::string_view::npos && text.size() - start <= 4 && text.size() - start >= 3;
 }
 
 }  // namespace
+
+bool PatientWords::holds(std::string_view text, const Word& word) {
+  const std::string& wanted = word.text;
+  const auto same = [](char a, char b) { return lower(a) == b; };
+  for (auto from = text.begin();; ++from) {
+    from = std::search(from, text.end(), wanted.begin(), wanted.end(), same);
+    if (from == text.end()) return false;
+    if (!word.apart) return true;
+    const std::string_view before(text.begin(), from);
+    const auto behind = from + static_cast<std::ptrdiff_t>(wanted.size());
+    const bool begins = !belongs_to_word(wanted.front()) || before.empty() ||
+                        !belongs_to_word(before.back()) || ends_escape(before);
+    const bool ends = !belongs_to_word(wanted.back()) || behind == text.end() || !belongs_to_word(*behind);
+    if (begins && ends) return true;
+  }
+}
 
 TagObj* find_text(MsgObj& object, uint32_t tag) {
   TagObj* attribute = find_tag(object, tag);
@@ -50,11 +65,13 @@ TagObj* find_text(MsgObj& object, uint32_t tag) {
   return here ? attribute : nullptr;
 }
 
-PatientWords::PatientWords(MsgObj& object) {
-  for (const uint32_t tag : kNaming) {
-    const TagObj* attribute = find_tag(object, tag);
-    if (attribute == nullptr || !is_text_vr(attribute->VR) || attribute->Storage != Stored::InMemory)
-      continue;
+PatientWords::PatientWords(MsgObj& object, uint32_t options) {
+  for (const TagObj* attribute = object.FirstTag; attribute != nullptr; attribute = attribute->Next) {
+    const bool naming = attribute->VR == VX_VR_PN ||
+                        std::binary_search(std::begin(kNaming), std::end(kNaming), attribute->Tag);
+    if (!naming || !is_text_vr(attribute->VR) || attribute->Storage != Stored::InMemory) continue;
+    const ConfidentialityRow* row = confidentiality_of(attribute->Tag, attribute->VR);
+    if (row == nullptr || action_of(*row, options, Need::Nothing) == Action::Keep) continue;
     for (const ValueObj* value = attribute->FirstValue; value != nullptr; value = value->Next) {
       if (value->Data != nullptr) take({static_cast<const char*>(value->Data), value->Length});
     }
@@ -65,11 +82,21 @@ PatientWords::PatientWords(MsgObj& object) {
 void PatientWords::take(std::string_view text) {
   while (!text.empty()) {
     const std::size_t end = std::min(text.find_first_of("^="), text.size());
-    std::string word(trim(text.substr(0, end)));
-    std::transform(word.begin(), word.end(), word.begin(), lower);
-    if (word.size() >= kShortest) words_.push_back(std::move(word));
+    std::string_view word = trim(text.substr(0, end));
+    add(word, true);
+    // Behind the escape sequence that makes its letters, and before the next one, two bytes may be a letter.
+    if (word.starts_with(kEscape) && word.size() > 3) {
+      word.remove_prefix(word[2] >= '(' && word[2] <= ')' ? 4 : 3);
+      add(word.substr(0, word.find(kEscape)), false);
+    }
     text.remove_prefix(std::min(end + 1, text.size()));
   }
+}
+
+void PatientWords::add(std::string_view text, bool apart) {
+  if (text.size() < kShortest) return;
+  Word& word = words_.emplace_back(Word{std::string(text), apart});
+  std::transform(word.text.begin(), word.text.end(), word.text.begin(), lower);
 }
 
 bool PatientWords::stand_in(const TagObj& attribute) const {
@@ -77,7 +104,7 @@ bool PatientWords::stand_in(const TagObj& attribute) const {
   for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
     if (value->Data == nullptr) continue;
     const std::string_view text(static_cast<const char*>(value->Data), value->Length);
-    if (std::any_of(words_.begin(), words_.end(), [&](const auto& word) { return holds_word(text, word); }))
+    if (std::any_of(words_.begin(), words_.end(), [&](const Word& word) { return holds(text, word); }))
       return true;
   }
   return false;

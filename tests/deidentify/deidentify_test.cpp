@@ -406,6 +406,13 @@ TEST_F(Deidentify, WhatNoRowNamesGoesByItsKind) {
       {"00100010=Secret^Ann;00281055=so SECRET, no", 0x00281055, "ANONYMIZED"},
       {"00100020=AB-47;00281055=of ab-47", 0x00281055, "ANONYMIZED"},
       {"00100010=Insecret^Ann;00281055=Insecretly Ann", 0x00281055, "Insecretly Ann"},
+      {"00080090=Secret^Doc;00281055=to SECRET", 0x00281055, "ANONYMIZED"},
+      {"00080080=Secret House;00281055=the secret house", 0x00281055, "ANONYMIZED"},
+      // Scripts without spaces, letters of two bytes, and what an escape sequence ends with.
+      {"00080005=ISO_IR 192;00100010=王^小东;00281055=患者王小东SECRET", 0x00281055, "ANONYMIZED"},
+      {"00080005=\\ISO 2022 IR 87;00100010=SECRET^A;00281055=\x1b$B03\x1b(BSecret", 0x00281055, "ANONYMIZED"},
+      {"00080005=\\ISO 2022 IR 87;00100010=\x1b$BABCD\x1b(B^A;00281055=\x1b$B01ABCD23\x1b(B SECRET",
+       0x00281055, "ANONYMIZED"},
       {"00100010=SECRET^Ann;00181000=a secret;", 0x00181000, "ANONYMIZED", VX_RETAIN_DEVICE_IDENTITY},
   };
   for (const auto& each : kCases) {
