@@ -2,4 +2,5 @@
 #pragma once
 
 #include "bulk_files.h"
+#include "changes.h"
 #include "text_forms.h"
