@@ -2,6 +2,7 @@
 #pragma once
 
 #include "bounded_file.h"
+#include "film.h"
 #include "frame_form.h"
 #include "frame_source.h"
 #include "recode.h"
