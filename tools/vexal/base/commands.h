@@ -13,6 +13,7 @@ extern const Command kXml;
 extern const Command kModify;
 extern const Command kDeidentify;
 extern const Command kPixel;
+extern const Command kMake;
 extern const Command kTemplate;
 extern const Command kLookup;
 extern const Command kConfig;

@@ -1,0 +1,166 @@
+// vexal make --extract: what was put into an object, byte for byte.
+#include <algorithm>
+#include <vector>
+
+#include "base/attributes.h"
+#include "base/session.h"
+#include "base/tags.h"
+#include "base/values.h"
+#include "images/film.h"
+#include "images/frame_form.h"
+#include "images/frame_source.h"
+#include "making.h"
+#include "payload.h"
+
+namespace vexal {
+namespace {
+
+constexpr uint32_t kEncapsulatedDocument = 0x00420011;
+constexpr uint32_t kMimeType = 0x00420012;
+constexpr uint32_t kEncapsulatedDocumentLength = 0x00420015;
+constexpr uint64_t kPiece = 256 * 1024;
+
+constexpr char kNoDocument[] = "has no document: vexal pixel extract and vexal pixel render write its frames";
+
+std::string write_bytes(const ValueReader& read, uint64_t size, const std::string& path) {
+  FileSink sink;
+  if (std::string error = sink.open(path); !error.empty()) return error;
+  std::vector<char> piece(static_cast<std::size_t>(std::min(kPiece, size)));
+  for (uint64_t at = 0; at < size; at += piece.size()) {
+    const auto part = static_cast<std::size_t>(std::min<uint64_t>(piece.size(), size - at));
+    if (!read(at, piece.data(), part)) return "the object is cut short within it";
+    if (!sink.write(piece.data(), part)) return "it can not be written: " + sink.problem();
+  }
+  return sink.commit();
+}
+
+bool ends_in_zero(const ValueReader& read, uint64_t size) {
+  char last = 1;
+  return size != 0 && read(size - 1, &last, 1) && last == 0;
+}
+
+// A document of text, whose last byte is no zero unless it is a pad.
+bool is_text(const std::string& mime) {
+  constexpr const char* kTexts[] = {"application/pdf", "text/XML", "text/xml", "model/obj", "model/mtl"};
+  return std::any_of(std::begin(kTexts), std::end(kTexts), [&](const char* t) { return mime == t; });
+}
+
+// The size of a document that lies in a value of even size; `told` says what could not be known.
+uint64_t document_size(int32_t object, const ValueReader& read, uint64_t size, std::string& told) {
+  const std::string mime = text_of(object, kMimeType);
+  if (const std::string text = text_of(object, kEncapsulatedDocumentLength); !text.empty()) {
+    const uint64_t length = number_in(text);
+    if (length == size || length + 1 == size) return length;
+    told = "Encapsulated Document Length says " + text + " bytes, and there are " + std::to_string(size) +
+           ": all are written";
+    return size;
+  }
+  if (!ends_in_zero(read, size)) return size;
+  uint32_t triangles = 0;
+  if (mime == "model/stl" && size > 84 && read(80, &triangles, sizeof triangles)) {
+    const uint64_t length = 84 + uint64_t{50} * triangles;
+    if (length == size || length + 1 == size) return length;
+  }
+  if (is_text(mime)) return size - 1;
+  told = "its last byte may be a pad: the object does not tell the length of the document";
+  return size;
+}
+
+int finish(const std::string& in, const std::string& out, const std::string& told, const std::string& error) {
+  if (!error.empty()) {
+    report(out, error);
+    return kUsage;
+  }
+  if (told.empty()) return kSuccess;
+  report(in, told);
+  return kFindings;
+}
+
+int extract_value(const DicomFile& file, const std::string& in, const std::string& out) {
+  StoredValue value;
+  std::string problem = value.open(file, file.id(), kEncapsulatedDocument);
+  if (problem.empty() && value.size() == 0) problem = "its document is empty";
+  if (!problem.empty()) {
+    report(in, problem);
+    return kUsage;
+  }
+  const ValueReader read = [&](uint64_t at, void* buffer, std::size_t length) {
+    return value.read_at(at, buffer, length);
+  };
+  std::string told;
+  const uint64_t size = document_size(file.id(), read, value.size(), told);
+  return finish(in, out, told, write_bytes(read, size, out));
+}
+
+// Code streams whose last mark tells their end.
+bool ends_in_mark(VX_TRANSFER_SYNTAX syntax) {
+  return (syntax >= JPEG_BASELINE && syntax <= JPEG_LS_LOSSY) ||
+         (syntax >= HTJ2K_LOSSLESS && syntax <= HTJ2K);
+}
+
+// The size of a stream in fragments, without the pad of the last; `told` says what could not be known.
+uint64_t stream_size(const DicomFile& file, bool video, const ValueReader& read, uint64_t size,
+                     std::string& told) {
+  uint64_t length = 0;
+  StoredValue told_length;
+  if (told_length.open(file, file.id(), tags::kEncapsulatedPixelDataValueTotalLength).empty())
+    told_length.read_at(0, &length, sizeof length);
+  if (length == size || (length != 0 && length + 1 == size)) return length;
+  if (!ends_in_zero(read, size)) return size;
+  unsigned char last[3] = {};
+  if (!video)
+    return size >= 3 && read(size - 3, last, 3) && last[0] == 0xFF && last[1] == 0xD9 ? size - 1 : size;
+  Film film;
+  {
+    const MutedWarnings muted(true);
+    read_film(read, size, film);
+  }
+  if (film.length != 0 && film.length + 1 == size) return film.length;
+  if (film.length != size)
+    told = "its last byte may be a pad: the object does not tell the length of the film";
+  return size;
+}
+
+int extract_stream(const DicomFile& file, const std::string& in, const std::string& out) {
+  FrameSource frames;
+  StoredValue value;
+  std::string problem = frames.open(file, file.id(), file.syntax());
+  if (problem.empty() && !frames.is_video() && (frames.count() != 1 || !ends_in_mark(file.syntax())))
+    problem = kNoDocument;
+  if (problem.empty()) problem = value.open(file, file.id(), tags::kPixelData);
+  if (!problem.empty()) {
+    report(in, problem);
+    return kUsage;
+  }
+  const Encapsulated items = read_items(
+      [&](uint64_t at, void* buffer, std::size_t length) { return value.read_at(at, buffer, length); },
+      value.size());
+  Payload stream;
+  for (const Fragment& fragment : items.fragments)
+    stream.append(Payload::of(value, fragment.data, fragment.length));
+  const ValueReader read = [&](uint64_t at, void* buffer, std::size_t length) {
+    return stream.read_at(at, buffer, length);
+  };
+  std::string told;
+  const uint64_t size = stream_size(file, frames.is_video(), read, stream.size(), told);
+  if (!items.sound) told = "its pixel data breaks off: what is there is written";
+  return finish(in, out, told, write_bytes(read, size, out));
+}
+
+}  // namespace
+
+int extract_document(const std::string& in, const std::string& out) {
+  const CurrentFile current(in);
+  DicomFile file;
+  if (file.open(in, {}) != VX_NORMAL_COMPLETION) {
+    report(in, file.problem());
+    return kUsage;
+  }
+  if (has_attribute(file.id(), kEncapsulatedDocument)) return extract_value(file, in, out);
+  const bool picture = has_attribute(file.id(), tags::kPixelData);
+  if (picture && !is_uncompressed(file.syntax())) return extract_stream(file, in, out);
+  report(in, picture ? kNoDocument : "has no document");
+  return kUsage;
+}
+
+}  // namespace vexal
