@@ -258,8 +258,8 @@ VX_API VX_STATUS VX_Standard_Decompressor(int32_t MsgID, void** Context, uint32_
  * Compression callback for whatever its target takes.
  * It is without the checks of VX_RLE_Compressor and VX_Standard_Compressor on photometric interpretations:
  * palettes and YBR_FULL without loss, YBR_FULL also as JPEG, colour of 16 bits as JPEG Lossless, JPEG-LS and
- * JPEG 2000, 1 and 32 bits allocated as RLE. Colour keeps its label where the codec does not transform it.
- * For programs that compress images of others.
+ * JPEG 2000, 1 and 32 bits allocated as RLE, 32 with up to 24 stored as HTJ2K without loss. Colour keeps its
+ * label where the codec does not transform it. For programs that compress images of others.
  * @copydetails VX_RLE_Compressor
  */
 VX_API VX_STATUS VX_General_Compressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,

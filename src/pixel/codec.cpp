@@ -1,6 +1,7 @@
 #include "pixel/codec.h"
 
 #include <cstring>
+#include <type_traits>
 
 namespace vx {
 namespace {
@@ -55,6 +56,38 @@ constexpr SyntaxCodec kCodecs[] = {
     {DEFLATED_IMAGE_FRAMES, &kDeflatedCodec},
 };
 
+// With the bits above Bits Stored as copies of its highest, where that is a sign, or as zeros.
+template <typename Sample>
+Sample repeated(Sample sample, int shift, bool is_signed) {
+  using Signed = std::make_signed_t<Sample>;
+  const auto raised = static_cast<Sample>(sample << shift);
+  if (is_signed) return static_cast<Sample>(static_cast<Signed>(raised) >> shift);
+  return static_cast<Sample>(raised >> shift);
+}
+
+template <typename Sample>
+bool repeats(const ImageAttributes& image, const uint8_t* frame) {
+  const int shift = static_cast<int>(8 * sizeof(Sample) - image.BitsStored);
+  const bool is_signed = image.PixelRepresentation != 0;
+  uint32_t differing = 0;
+  for (std::size_t i = 0; i < image.FrameSize / sizeof(Sample); ++i) {
+    Sample sample;
+    std::memcpy(&sample, frame + i * sizeof sample, sizeof sample);
+    differing |= sample ^ repeated(sample, shift, is_signed);
+  }
+  return differing == 0;
+}
+
+template <typename Sample>
+void extend(uint8_t* frame, std::size_t size, int shift) {
+  for (std::size_t at = 0; at + sizeof(Sample) <= size; at += sizeof(Sample)) {
+    Sample sample;
+    std::memcpy(&sample, frame + at, sizeof sample);
+    sample = repeated(sample, shift, true);
+    std::memcpy(frame + at, &sample, sizeof sample);
+  }
+}
+
 }  // namespace
 
 const char* codec_text(int status) {
@@ -92,19 +125,8 @@ void interleave(const uint8_t* planes, std::size_t pixels, std::size_t samples, 
 }
 
 bool high_bits_repeat(const ImageAttributes& image, const uint8_t* frame) {
-  if (image.BitsStored >= 16) return true;
-  const int shift = 16 - static_cast<int>(image.BitsStored);
-  const bool is_signed = image.PixelRepresentation != 0;
-  uint16_t differing = 0;
-  for (std::size_t i = 0; i < image.FrameSize / 2; ++i) {
-    uint16_t sample;
-    std::memcpy(&sample, frame + 2 * i, 2);
-    const auto raised = static_cast<uint16_t>(sample << shift);
-    const auto back =
-        static_cast<uint16_t>(is_signed ? static_cast<int16_t>(raised) >> shift : raised >> shift);
-    differing |= sample ^ back;
-  }
-  return differing == 0;
+  if (image.BitsStored >= image.BitsAllocated) return true;
+  return image.BitsAllocated == 32 ? repeats<uint32_t>(image, frame) : repeats<uint16_t>(image, frame);
 }
 
 bool strip_high_bits(const ImageAttributes& image, const uint8_t* frame, std::vector<uint16_t>& samples) {
@@ -127,18 +149,9 @@ bool bytes_fit(const ImageAttributes& image, const uint8_t* frame) {
 void extend_sign(const ImageAttributes& image, uint8_t* frame, uint32_t precision) {
   if (image.PixelRepresentation == 0 || precision == 0 || precision >= image.BitsAllocated) return;
   const int shift = static_cast<int>(image.BitsAllocated - precision);
-  if (image.BitsAllocated == 8) {
-    for (uint32_t i = 0; i < image.FrameSize; ++i) {
-      frame[i] = static_cast<uint8_t>(static_cast<int8_t>(frame[i] << shift) >> shift);
-    }
-    return;
-  }
-  for (uint32_t i = 0; i + 1 < image.FrameSize; i += 2) {
-    uint16_t v;
-    std::memcpy(&v, frame + i, 2);
-    v = static_cast<uint16_t>(static_cast<int16_t>(v << shift) >> shift);
-    std::memcpy(frame + i, &v, 2);
-  }
+  if (image.BitsAllocated == 8) return extend<uint8_t>(frame, image.FrameSize, shift);
+  if (image.BitsAllocated == 32) return extend<uint32_t>(frame, image.FrameSize, shift);
+  extend<uint16_t>(frame, image.FrameSize, shift);
 }
 
 }  // namespace vx

@@ -121,7 +121,7 @@ int decode_to_end(const uint8_t* data, std::size_t size, Decode decode) {
 // Planes of samples of `width` bytes into pixels.
 void interleave(const uint8_t* planes, std::size_t pixels, std::size_t samples, std::size_t width,
                 uint8_t* out);
-// True if samples of 16 bits have nothing above Bits Stored but the sign.
+// True if samples of 16 or 32 bits have nothing above Bits Stored but the sign.
 bool high_bits_repeat(const ImageAttributes& image, const uint8_t* frame);
 // Samples of 16 bits with what stands above Bits Stored taken off; as high_bits_repeat.
 bool strip_high_bits(const ImageAttributes& image, const uint8_t* frame, std::vector<uint16_t>& samples);

@@ -12,6 +12,7 @@
 #include "frame/state.h"
 #include "pixel/codec_jpeg2000.h"
 #include "pixel/jpeg2000_stream.h"
+#include "pixel/thread_share.h"
 
 namespace vx {
 namespace {
@@ -145,6 +146,13 @@ opj_stream_t* open_stream(Memory& memory, bool input) {
   return stream;
 }
 
+// The library's own threads; if the system gives none, the caller's does it all.
+void share_out(opj_codec_t* codec, unsigned threads) {
+  if (threads < 2) return;
+  const SignalsBlocked blocked;
+  lib.set_threads(codec, static_cast<int>(threads));
+}
+
 // --- Decompression ---
 
 bool is_image(const opj_image_t& decoded, const ImageAttributes& image) {
@@ -199,10 +207,10 @@ int decode(const ImageAttributes& image, const jpeg2000::StreamHead& head, unsig
   handles.codec = lib.create_decompress(OPJ_CODEC_J2K);
   handles.stream = open_stream(memory, true);
   if (handles.codec == nullptr || handles.stream == nullptr) return kCodecNoMemory;
+  share_out(handles.codec, threads);
   opj_dparameters_t parameters;
   lib.default_decoder(&parameters);
   if (lib.setup_decoder(handles.codec, &parameters) == OPJ_FALSE ||
-      (threads > 1 && lib.set_threads(handles.codec, static_cast<int>(threads)) == OPJ_FALSE) ||
       lib.read_header(handles.stream, handles.codec, &handles.image) == OPJ_FALSE) {
     return kCodecRefused;
   }
@@ -213,7 +221,9 @@ int decode(const ImageAttributes& image, const jpeg2000::StreamHead& head, unsig
     pack_bits(*handles.image, pixels, frame);
     return kCodecDone;
   }
-  if (image.BitsAllocated == 16) {
+  if (image.BitsAllocated == 32) {
+    copy_samples<uint32_t>(*handles.image, pixels, frame);
+  } else if (image.BitsAllocated == 16) {
     copy_samples<uint16_t>(*handles.image, pixels, frame);
   } else {
     copy_samples<uint8_t>(*handles.image, pixels, frame);
@@ -239,6 +249,7 @@ int jpeg2000::decompress(const ImageAttributes& image, const DecodeSettings& set
       head.image.components != image.SamplesPerPixel || head.image.precision > image.BitsAllocated) {
     return kCodecOtherImage;
   }
+  if (head.image.precision > kMostJpeg2000Bits) return kCodecUnsupported;
   const uint64_t samples = uint64_t{image.Rows} * image.Columns * image.SamplesPerPixel;
   if (samples > kMaxFrame / sizeof(OPJ_INT32)) return kCodecTooLarge;  // the library keeps them all so wide
   if (!load_library()) return kCodecNotLoaded;
@@ -256,8 +267,9 @@ bool jpeg2000::is_rgb(const ImageAttributes& image) {
 }
 
 uint32_t jpeg2000::coded_precision(const ImageAttributes& image, bool lossless, const uint8_t* frame) {
-  const bool fits = image.BitsAllocated == 16 ? high_bits_repeat(image, frame) : bytes_fit(image, frame);
-  return fits ? image.BitsStored : lossless ? image.BitsAllocated : 0;
+  const bool fits = image.BitsAllocated == 8 ? bytes_fit(image, frame) : high_bits_repeat(image, frame);
+  if (fits) return image.BitsStored;
+  return lossless && image.BitsAllocated <= 16 ? image.BitsAllocated : 0;
 }
 
 namespace {
@@ -266,6 +278,21 @@ namespace {
 float rate_of(const CodecSettings& settings, uint64_t bits) {
   const uint64_t target = std::max<uint64_t>(settings.milli_bits, 1);
   return static_cast<float>(static_cast<double>(bits) * 1000 / static_cast<double>(target));
+}
+
+template <typename Sample>
+void fill_plane(const uint8_t* from, std::size_t pixels, std::size_t stride, OPJ_INT32* to) {
+  for (std::size_t i = 0; i < pixels; ++i, from += stride * sizeof(Sample)) {
+    Sample sample;
+    std::memcpy(&sample, from, sizeof sample);
+    to[i] = static_cast<OPJ_INT32>(sample);
+  }
+}
+using PlaneFill = void (*)(const uint8_t*, std::size_t, std::size_t, OPJ_INT32*);
+PlaneFill plane_fill(const ImageAttributes& image) {
+  const bool is_signed = image.PixelRepresentation != 0;
+  if (image.BitsAllocated == 8) return is_signed ? fill_plane<int8_t> : fill_plane<uint8_t>;
+  return is_signed ? fill_plane<int16_t> : fill_plane<uint16_t>;
 }
 
 // The frame as the codec wants it, a plane a sample; null without memory.
@@ -285,21 +312,10 @@ opj_image_t* make_image(const ImageAttributes& image, const uint8_t* frame, uint
   if (made == nullptr) return nullptr;
   made->x1 = image.Columns;
   made->y1 = image.Rows;
-  const std::size_t pixels = std::size_t{image.Rows} * image.Columns;
-  const std::size_t stride = image.SamplesPerPixel;
-  for (std::size_t s = 0; s < stride; ++s) {
-    OPJ_INT32* to = made->comps[s].data;
-    for (std::size_t i = 0; i < pixels; ++i) {
-      const std::size_t at = i * stride + s;
-      if (image.BitsAllocated == 16) {
-        int16_t value;  // with the sign that the object gives it
-        std::memcpy(&value, frame + 2 * at, sizeof value);
-        to[i] = image.PixelRepresentation != 0 ? value : static_cast<uint16_t>(value);
-      } else {
-        to[i] = image.PixelRepresentation != 0 ? static_cast<int8_t>(frame[at]) : frame[at];
-      }
-    }
-  }
+  const PlaneFill fill = plane_fill(image);
+  for (std::size_t s = 0; s < image.SamplesPerPixel; ++s)
+    fill(frame + s * image.sample_bytes(), std::size_t{image.Rows} * image.Columns, image.SamplesPerPixel,
+         made->comps[s].data);
   return made;
 }
 
@@ -328,9 +344,8 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
   handles.codec = lib.create_compress(OPJ_CODEC_J2K);
   handles.stream = open_stream(memory, false);
   if (handles.codec == nullptr || handles.stream == nullptr) return kCodecNoMemory;
+  share_out(handles.codec, settings.threads);
   if (lib.setup_encoder(handles.codec, &parameters, handles.image) == OPJ_FALSE ||
-      (settings.threads > 1 &&
-       lib.set_threads(handles.codec, static_cast<int>(settings.threads)) == OPJ_FALSE) ||
       lib.start_compress(handles.codec, handles.image, handles.stream) == OPJ_FALSE ||
       lib.encode(handles.codec, handles.stream) == OPJ_FALSE ||
       lib.end_compress(handles.codec, handles.stream) == OPJ_FALSE) {

@@ -3,6 +3,13 @@
 
 #include "pixel/codec.h"
 
+namespace vx {
+
+// Samples of more bits overflow in the libraries.
+inline constexpr uint32_t kMostJpeg2000Bits = 24;
+
+}  // namespace vx
+
 namespace vx::jpeg2000 {
 
 int query(const uint8_t* data, std::size_t size, CodecHead& head);

@@ -89,8 +89,9 @@ Entry entry_for(const ImageAttributes& image) {
 }
 
 bool is_jpeg2000(VX_TRANSFER_SYNTAX syntax) {
-  return syntax == JPEG_2000_LOSSLESS_ONLY || syntax == JPEG_2000 || syntax == HTJ2K_LOSSLESS ||
-         syntax == HTJ2K_LOSSLESS_RPCL || syntax == HTJ2K;
+  return syntax == JPEG_2000_LOSSLESS_ONLY || syntax == JPEG_2000 || syntax == JPEG_2000_MC_LOSSLESS_ONLY ||
+         syntax == JPEG_2000_MC || syntax == HTJ2K_LOSSLESS || syntax == HTJ2K_LOSSLESS_RPCL ||
+         syntax == HTJ2K;
 }
 
 // The first value says that the pixels are no longer those that were acquired.

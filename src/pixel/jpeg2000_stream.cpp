@@ -52,7 +52,7 @@ void read_segment(uint16_t marker, const uint8_t* content, std::size_t size, Tra
   } else if (marker == kCodingComponent) {
     // Behind the number of the component, of one byte or two, and the style: levels, block sizes, block
     // style.
-    for (const std::size_t at : {5, 6})
+    for (const std::size_t at : {std::size_t{5}, std::size_t{6}})
       traits.high_throughput =
           traits.high_throughput || (size > at && (content[at] & kHighThroughputBlocks) != 0);
   }

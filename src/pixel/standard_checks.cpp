@@ -4,7 +4,7 @@
 
 #include "config/transfer_syntax.h"
 #include "frame/log.h"
-#include "pixel/codec.h"
+#include "pixel/codec_jpeg2000.h"
 #include "pixel/standard.h"
 
 namespace vx {
@@ -125,8 +125,12 @@ struct GeneralCheck {
   const char* text;
 };
 constexpr GeneralCheck kGeneralChecks[] = {
-    {[](const ImageAttributes& i) { return i.BitsAllocated == 8 || i.BitsAllocated == 16; },
-     "This transfer syntax takes 8 or 16 bits allocated"},
+    {[](const ImageAttributes& i) {
+       const bool wide = i.TransferSyntax == HTJ2K_LOSSLESS || i.TransferSyntax == HTJ2K_LOSSLESS_RPCL;
+       return i.BitsAllocated == 8 || i.BitsAllocated == 16 ||
+              (wide && i.BitsAllocated == 32 && i.BitsStored <= kMostJpeg2000Bits);
+     },
+     "This transfer syntax takes 8 or 16 bits allocated; HTJ2K without loss also 32 with up to 24 stored"},
     {[](const ImageAttributes& i) { return i.BitsStored != 0 && i.BitsStored <= i.BitsAllocated; },
      "Bits Stored must be 1 to Bits Allocated"},
     {[](const ImageAttributes& i) { return i.SamplesPerPixel == 1 || i.SamplesPerPixel == 3; },
@@ -163,7 +167,10 @@ VX_STATUS check_image(const Direction& direction, const char* function, const Im
     return refuse(function, "Transfer syntax unsupported by %s: %s ", direction.function,
                   syntax_display_name(image.TransferSyntax));
   }
-  if (decodes_any) return image.BitsAllocated <= 16 ? kOk : refuse(function, "Bits Allocated is beyond 16");
+  if (decodes_any) {
+    const bool wide = image.BitsAllocated == 32 && family == Family::Jpeg2000;
+    return wide || image.BitsAllocated <= 16 ? kOk : refuse(function, "Bits Allocated is beyond 16");
+  }
   for (const GeneralCheck& check : kGeneralChecks) {
     if (direction.any && !check.passes(image)) return refuse(function, "%s", check.text);
   }

@@ -1,10 +1,7 @@
 #include "pixel/thread_share.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <atomic>
-#include <csignal>
 #include <new>
 #include <system_error>
 #include <thread>
@@ -27,23 +24,16 @@ unsigned most_threads() {
   return wanted == 0 ? cores : wanted;
 }
 
-// Signals are the business of the application's own threads.
-class SignalsBlocked {
- public:
-  SignalsBlocked() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &old_);
-  }
-  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &old_, nullptr); }
-  SignalsBlocked(const SignalsBlocked&) = delete;
-  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
- private:
-  sigset_t old_;
-};
-
 }  // namespace
+
+SignalsBlocked::SignalsBlocked() {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &old_);
+}
+SignalsBlocked::~SignalsBlocked() {
+  pthread_sigmask(SIG_SETMASK, &old_, nullptr);
+}
 
 ThreadShare::ThreadShare(std::size_t frame_bytes) : count_(1) {
   const unsigned runs = ++g_runs;

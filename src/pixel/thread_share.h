@@ -1,6 +1,7 @@
 // The threads of codecs: how many a run may have, and work that is shared out among them.
 #pragma once
 
+#include <csignal>
 #include <cstddef>
 #include <functional>
 
@@ -19,6 +20,18 @@ class ThreadShare {
 
  private:
   unsigned count_;
+};
+
+// While this lives, threads that are started get no signals: these are the business of the application's own.
+class SignalsBlocked {
+ public:
+  SignalsBlocked();
+  ~SignalsBlocked();
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+ private:
+  sigset_t old_;
 };
 
 // Calls work(part) for each part below `parts`, on the calling thread and on up to `threads` - 1 others,
