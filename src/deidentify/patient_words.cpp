@@ -35,26 +35,48 @@ bool is_prose(int32_t vr) {
 
 // The last letter of an escape sequence (ISO 2022) is none of the text.
 bool ends_escape(std::string_view text) {
+  text.remove_prefix(text.size() - std::min<std::size_t>(text.size(), 4));
   const std::size_t start = text.find_last_of(kEscape);
-  return start != std::string_view::npos && text.size() - start <= 4 && text.size() - start >= 3;
+  return start != std::string_view::npos && text.size() - start >= 3;
+}
+
+uint32_t moved_on(uint32_t window, char next) {
+  return window << 8 | static_cast<unsigned char>(lower(next));
+}
+std::size_t slot_of(uint32_t begin) {
+  return begin * 2654435761U >> 20;  // Knuth's multiplier; twelve bits
 }
 
 }  // namespace
 
-bool PatientWords::holds(std::string_view text, const Word& word) {
+bool PatientWords::stands_at(std::string_view text, std::size_t at, const Word& word) {
+  const std::string_view before = text.substr(0, at);
+  text.remove_prefix(at);
   const std::string& wanted = word.text;
-  const auto same = [](char a, char b) { return lower(a) == b; };
-  for (auto from = text.begin();; ++from) {
-    from = std::search(from, text.end(), wanted.begin(), wanted.end(), same);
-    if (from == text.end()) return false;
-    if (!word.apart) return true;
-    const std::string_view before(text.begin(), from);
-    const auto behind = from + static_cast<std::ptrdiff_t>(wanted.size());
-    const bool begins = !belongs_to_word(wanted.front()) || before.empty() ||
-                        !belongs_to_word(before.back()) || ends_escape(before);
-    const bool ends = !belongs_to_word(wanted.back()) || behind == text.end() || !belongs_to_word(*behind);
-    if (begins && ends) return true;
+  const auto same = [](char a, char b) { return a == lower(b); };
+  if (text.size() < wanted.size() || !std::equal(wanted.begin(), wanted.end(), text.begin(), same))
+    return false;
+  if (!word.apart) return true;
+  const bool begins = !belongs_to_word(wanted.front()) || before.empty() || !belongs_to_word(before.back()) ||
+                      ends_escape(before);
+  const bool ends = !belongs_to_word(wanted.back()) || text.size() == wanted.size() ||
+                    !belongs_to_word(text[wanted.size()]);
+  return begins && ends;
+}
+
+// One pass, however many words there are.
+bool PatientWords::stand_in(std::string_view text) const {
+  uint32_t window = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    window = moved_on(window, text[i]);
+    if (i + 1 < kShortest || !beginnings_[slot_of(window)]) continue;
+    auto word = std::lower_bound(words_.begin(), words_.end(), window,
+                                 [](const Word& one, uint32_t begin) { return one.begin < begin; });
+    for (; word != words_.end() && word->begin == window; ++word) {
+      if (stands_at(text, i + 1 - kShortest, *word)) return true;
+    }
   }
+  return false;
 }
 
 TagObj* find_text(MsgObj& object, uint32_t tag) {
@@ -76,6 +98,8 @@ PatientWords::PatientWords(MsgObj& object, uint32_t options) {
       if (value->Data != nullptr) take({static_cast<const char*>(value->Data), value->Length});
     }
   }
+  std::sort(words_.begin(), words_.end());
+  words_.erase(std::unique(words_.begin(), words_.end()), words_.end());
 }
 
 // The components of a name stand for themselves.
@@ -94,17 +118,20 @@ void PatientWords::take(std::string_view text) {
 }
 
 void PatientWords::add(std::string_view text, bool apart) {
-  if (text.size() < kShortest) return;
-  Word& word = words_.emplace_back(Word{std::string(text), apart});
+  constexpr std::size_t kEscapeBytes = 4;  // which are no letters
+  if (text.size() < kShortest || (text.starts_with(kEscape) && text.size() < kShortest + kEscapeBytes))
+    return;
+  Word word{0, std::string(text), apart};
   std::transform(word.text.begin(), word.text.end(), word.text.begin(), lower);
+  for (std::size_t i = 0; i < kShortest; ++i) word.begin = moved_on(word.begin, word.text[i]);
+  beginnings_.set(slot_of(word.begin));
+  words_.push_back(std::move(word));
 }
 
 bool PatientWords::stand_in(const TagObj& attribute) const {
   if (words_.empty() || !is_prose(attribute.VR) || attribute.Storage != Stored::InMemory) return false;
   for (const ValueObj* value = attribute.FirstValue; value != nullptr; value = value->Next) {
-    if (value->Data == nullptr) continue;
-    const std::string_view text(static_cast<const char*>(value->Data), value->Length);
-    if (std::any_of(words_.begin(), words_.end(), [&](const Word& word) { return holds(text, word); }))
+    if (value->Data != nullptr && stand_in({static_cast<const char*>(value->Data), value->Length}))
       return true;
   }
   return false;

@@ -1,6 +1,8 @@
 // What names the patient and others, to be found again in texts that the profile does not ask about.
 #pragma once
 
+#include <bitset>
+#include <compare>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -22,14 +24,18 @@ class PatientWords {
 
  private:
   struct Word {
-    std::string text;
-    bool apart;  // other letters beside it make it another word
+    uint32_t begin;    // its first bytes
+    std::string text;  // in small letters
+    bool apart;        // other letters beside it make it another word
+    auto operator<=>(const Word&) const = default;
   };
   void take(std::string_view text);
   void add(std::string_view text, bool apart);
-  static bool holds(std::string_view text, const Word& word);
+  bool stand_in(std::string_view text) const;
+  static bool stands_at(std::string_view text, std::size_t at, const Word& word);
 
-  std::vector<Word> words_;
+  std::vector<Word> words_;       // ascending
+  std::bitset<4096> beginnings_;  // which first bytes may be of a word
 };
 
 }  // namespace vx
