@@ -231,6 +231,11 @@ def check_streams(folder):
     with open(folder + "/stream", "ab") as file:
         file.write(b"more")
     vexal("make", folder + "/stream", folder + "/out", status=1, says="4 bytes behind")
+    jpeg = read(folder + "/jpeg-8-3.dcm")
+    turned = b"\xFF\xE1\0\x22Exif\0\0MM\0*\0\0\0\x08\0\1\x01\x12\0\3\0\0\0\1\0\6\0\0\0\0\0\0"
+    vexal("make", write(folder + "/turned", b"\xFF\xD8" + turned + jpeg[jpeg.index(b"\xFF\xD8\xFF") + 2:].split(b"\xFF\xD9")[0] + b"\xFF\xD9"), folder + "/out", status=1, says="orientation 6")
+    vexal("make", "--extract", folder + "/out", folder + "/out", status=2, says="itself")
+    vexal("make", back, back, status=2, says="another name")
     several = folder + "/several"
     vexal("make", back, back, several)
     vexal("make", "--extract", several, folder + "/no", status=2, says="vexal pixel extract")

@@ -11,28 +11,40 @@ namespace {
 
 constexpr std::size_t kBlock = 188 * 1394;  // whole packets of a transport stream
 
-class Bytes8 {
+// Numbers of a film of `size` bytes, a block at a time.
+class FilmBytes {
  public:
-  Bytes8(const ValueReader& read, uint64_t at) : read_(read), at_(at) {}
+  FilmBytes(const ValueReader& read, uint64_t at, uint64_t size) : read_(read), at_(at), size_(size) {}
   uint64_t at() const { return at_; }
   bool good() const { return good_; }
   void go_to(uint64_t at) { at_ = at; }
   uint64_t big(int bytes) {
-    unsigned char buffer[8];
-    if (!read_(at_, buffer, static_cast<std::size_t>(bytes))) {
-      good_ = false;
-      return 0;
-    }
-    at_ += static_cast<uint64_t>(bytes);
     uint64_t value = 0;
-    for (int i = 0; i < bytes; ++i) value = value << 8 | buffer[i];
+    for (int i = 0; i < bytes; ++i) value = value << 8 | byte();
     return value;
   }
 
  private:
+  unsigned byte() {
+    if (at_ < begin_ || at_ >= end_) {
+      begin_ = at_;
+      end_ = at_ + std::min<uint64_t>(sizeof block_, size_ - std::min(at_, size_));
+      if (begin_ == end_ || !read_(begin_, block_, static_cast<std::size_t>(end_ - begin_))) {
+        end_ = begin_;
+        good_ = false;
+        return 0;
+      }
+    }
+    return block_[at_++ - begin_];
+  }
+
   const ValueReader& read_;
   uint64_t at_;
+  uint64_t size_;
+  uint64_t begin_ = 0;  // of the block
+  uint64_t end_ = 0;
   bool good_ = true;
+  unsigned char block_[1024];
 };
 
 constexpr uint64_t box_name(const char (&name)[5]) {
@@ -42,6 +54,8 @@ constexpr uint64_t box_name(const char (&name)[5]) {
 }
 
 // --- MP4 (ISO/IEC 14496-12) ---
+
+constexpr uint64_t kMostBoxes = 1000000;
 
 class Mp4 {
  public:
@@ -70,10 +84,11 @@ class Mp4 {
   bool has_movie_ = false;
   bool fragmented_ = false;
   uint64_t cut_at_ = 0;
+  uint64_t boxes_ = 0;
 };
 
 bool Mp4::walk(uint64_t begin, uint64_t end, int depth, Track* track) {
-  Bytes8 bytes(read_, begin);
+  FilmBytes bytes(read_, begin, size_);
   while (bytes.at() + 8 <= end) {
     const uint64_t start = bytes.at();
     uint64_t length = bytes.big(4);
@@ -81,7 +96,7 @@ bool Mp4::walk(uint64_t begin, uint64_t end, int depth, Track* track) {
     if (length == 1) length = bytes.big(8);
     if (length == 0) length = end - start;
     // A last byte of even length is no box.
-    if (!bytes.good() || length < bytes.at() - start || length > end - start) {
+    if (!bytes.good() || length < bytes.at() - start || length > end - start || ++boxes_ > kMostBoxes) {
       cut_at_ = start;
       return false;
     }
@@ -106,7 +121,7 @@ bool Mp4::take(uint64_t name, uint64_t content, uint64_t end, int depth, Track* 
     return whole;
   }
   if (track == nullptr) return true;
-  Bytes8 bytes(read_, content);
+  FilmBytes bytes(read_, content, size_);
   if (name == box_name("mdia") || name == box_name("minf") || name == box_name("stbl"))
     return walk(content, end, depth + 1, track);
   if (name == box_name("mdhd")) {
@@ -125,18 +140,24 @@ bool Mp4::take(uint64_t name, uint64_t content, uint64_t end, int depth, Track* 
 }
 
 void Mp4::read_times(uint64_t content, uint64_t end, Track& track) {
-  Bytes8 bytes(read_, content + 4);
+  FilmBytes bytes(read_, content + 4, size_);
   const uint64_t count = std::min<uint64_t>(bytes.big(4), (end - content) / 8);
   for (uint64_t i = 0; i < count && bytes.good(); ++i) {
     const uint64_t samples = bytes.big(4);
+    const uint64_t each = bytes.big(4);
     track.samples += samples;
-    track.duration += samples * bytes.big(4);
+    track.duration += samples * each;
+    // No more than that is in a file of DICOM, and what follows can be counted.
+    if (track.samples > INT32_MAX || track.duration > INT64_MAX) {
+      track.samples = track.duration = 0;
+      return;
+    }
   }
 }
 
 void Mp4::read_description(uint64_t content, uint64_t end, Track& track) {
   constexpr uint64_t kEntry = 78;  // bytes of a picture's description in front of its boxes
-  Bytes8 bytes(read_, content + 8);
+  FilmBytes bytes(read_, content + 8, size_);
   const uint64_t length = bytes.big(4);
   const uint64_t name = bytes.big(4);
   if (name == box_name("avc1") || name == box_name("avc3")) track.film.codec = FilmCodec::H264;
@@ -150,7 +171,7 @@ void Mp4::read_description(uint64_t content, uint64_t end, Track& track) {
 // The parameters of the stream, which stand beside it.
 void Mp4::read_codec(uint64_t begin, uint64_t end, Track& track) {
   constexpr std::size_t kMost = 4096;
-  Bytes8 bytes(read_, begin);
+  FilmBytes bytes(read_, begin, size_);
   while (bytes.at() + 8 <= end) {
     const uint64_t start = bytes.at();
     const uint64_t length = bytes.big(4);
@@ -184,6 +205,7 @@ std::string Mp4::run() {
   film_.container = FilmContainer::Mp4;
   const bool whole = walk(0, size_, 0, nullptr);
   // What a pad adds to a file is no box.
+  if (boxes_ > kMostBoxes) return "has more than a million boxes";
   if (!whole && film_.length + 1 != size_)
     return "offset " + std::to_string(cut_at_) + ": is cut short: a box ends behind the end of the file";
   if (!has_movie_) return "has no description of its tracks: it is cut short";
@@ -204,7 +226,7 @@ std::string Mp4::run() {
     film_.rate = video->scale * video->samples;
     film_.rate_base = video->duration;
   }
-  return film_.frames != 0 ? "" : "has no frames";
+  return film_.frames != 0 ? "" : "has no frames, or more than can be counted";
 }
 
 // --- Transport and program streams (ISO/IEC 13818-1) ---
@@ -255,7 +277,7 @@ std::string read_transport(const ValueReader& read, uint64_t size, FilmUnits& un
 std::string read_program(const ValueReader& read, uint64_t size, FilmUnits& units, Film& film) {
   film.container = FilmContainer::ProgramStream;
   std::string content;
-  Bytes8 bytes(read, 0);
+  FilmBytes bytes(read, 0, size);
   while (bytes.at() + 4 <= size) {
     const uint64_t start = bytes.at();
     const uint64_t code = bytes.big(4);

@@ -1,5 +1,6 @@
 // vexal make --extract: what was put into an object, byte for byte.
 #include <algorithm>
+#include <filesystem>
 #include <vector>
 
 #include "base/attributes.h"
@@ -151,6 +152,11 @@ int extract_stream(const DicomFile& file, const std::string& in, const std::stri
 
 int extract_document(const std::string& in, const std::string& out) {
   const CurrentFile current(in);
+  std::error_code ignored;
+  if (std::filesystem::equivalent(in, out, ignored)) {
+    report(out, "is the object itself");
+    return kUsage;
+  }
   DicomFile file;
   if (file.open(in, {}) != VX_NORMAL_COMPLETION) {
     report(in, file.problem());

@@ -146,6 +146,10 @@ bool Maker::open_inputs() {
   }
   // A forgotten name must not cost the last of the inputs.
   std::error_code error;
+  for (const Input& input : inputs_) {
+    if (std::filesystem::equivalent(input.path, out_, error))
+      return refuse(out_, "is an input: OUT has to be another name");
+  }
   Input target;
   if (std::filesystem::is_regular_file(out_, error) && open_input(out_, target).empty())
     return refuse(out_, std::string("is there and is no object, but ") + name_of(target.kind) +

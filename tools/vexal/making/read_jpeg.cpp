@@ -23,6 +23,7 @@ struct Stream {
   uint64_t near = 0;
   uint64_t end = 0;
   std::string icc{};
+  uint64_t turned = 1;  // by EXIF; 1: it is upright
 };
 
 constexpr uint32_t kBaseline = 0xC0;
@@ -64,6 +65,27 @@ void read_scan_header(ByteReader& reader, Stream& stream) {
   if (stream.frame_mark == kJpegLs) stream.predictor = second;
 }
 
+// The orientation among the first directory of EXIF, which is a TIFF.
+uint64_t orientation_of(std::string_view tiff) {
+  constexpr uint64_t kOrientation = 0x0112;
+  const bool big = tiff.starts_with("MM");
+  const auto number = [&](std::size_t at, std::size_t size) {
+    uint64_t value = 0;
+    for (std::size_t i = 0; i < size && at + size <= tiff.size(); ++i)
+      value |= static_cast<uint64_t>(static_cast<unsigned char>(tiff[at + i]))
+               << 8 * (big ? size - 1 - i : i);
+    return value;
+  };
+  const uint64_t directory = number(4, 4);
+  if (directory >= tiff.size()) return 1;
+  const uint64_t count = number(directory, 2);
+  for (uint64_t i = 0; i < count && directory + 14 + 12 * i <= tiff.size(); ++i) {
+    const std::size_t entry = directory + 2 + 12 * i;
+    if (number(entry, 2) == kOrientation) return number(entry + 8, 2);
+  }
+  return 1;
+}
+
 void read_application(ByteReader& reader, uint32_t mark, std::size_t length, Stream& stream) {
   constexpr std::size_t kMost = 65533;
   const std::string text = reader.text(std::min(length, kMost));
@@ -71,6 +93,8 @@ void read_application(ByteReader& reader, uint32_t mark, std::size_t length, Str
   if (mark == 0xE0 && text.starts_with("JFIF\0"sv)) stream.jfif = true;
   if (mark == 0xEE && text.starts_with("Adobe") && text.size() >= 12)
     stream.adobe = static_cast<unsigned char>(text[11]);
+  if (mark == 0xE1 && text.starts_with("Exif\0\0"sv))
+    stream.turned = orientation_of(std::string_view(text).substr(6));
   if (mark == 0xE2 && text.starts_with("ICC_PROFILE\0"sv) && text.size() > 14)
     stream.icc.append(text, 14);  // its pieces come in their order
 }
@@ -192,6 +216,10 @@ std::string read_jpeg(const Input& input, Still& still) {
   still.frames.push_back(Payload::of(input.file, 0, stream.end));
   if (stream.end < input.size())
     still.told = std::to_string(input.size() - stream.end) + " bytes behind the picture are left out";
+  if (stream.turned > 1 && stream.turned <= 8)
+    still.told += (still.told.empty() ? "" : "; ") +
+                  std::string("EXIF says that it is to be turned (orientation ") +
+                  std::to_string(stream.turned) + "), which an object does not tell";
   return "";
 }
 

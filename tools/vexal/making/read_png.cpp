@@ -37,10 +37,9 @@ void take(png_structp png, png_bytep data, png_size_t size) {
 }
 void pass_over(png_structp, png_const_charp) {}
 
-void stop(png_structp png, std::string problem) {
-  if (problem.empty()) return;
-  static_cast<Work*>(png_get_error_ptr(png))->problem = std::move(problem);
-  png_longjmp(png, 1);
+// Ends the reading if the work has a problem, which its holder keeps.
+void stop_if_failed(png_structp png, const Work& work) {
+  if (!work.problem.empty()) png_longjmp(png, 1);
 }
 
 void keep_profile(png_structp png, png_infop info, Still& still) {
@@ -58,16 +57,19 @@ void read_rows(png_structp png, Work& work, std::size_t row_bytes, bool interlac
     work.rows.resize(row_bytes);
     for (uint32_t y = 0; y < height; ++y) {
       png_read_row(png, work.rows.data(), nullptr);
-      stop(png, work.sink.row(work.rows.data()));
+      work.problem = work.sink.row(work.rows.data());
+      stop_if_failed(png, work);
     }
     return;
   }
-  if (row_bytes > kMostInterlaced / height) stop(png, "is interlaced and has more than 1 GiB of pixels");
+  if (row_bytes > kMostInterlaced / height) work.problem = "is interlaced and has more than 1 GiB of pixels";
+  stop_if_failed(png, work);
   work.rows.resize(row_bytes * height);
   work.starts.resize(height);
   for (uint32_t y = 0; y < height; ++y) work.starts[y] = work.rows.data() + y * row_bytes;
   png_read_image(png, work.starts.data());
-  for (uint32_t y = 0; y < height; ++y) stop(png, work.sink.row(work.starts[y]));
+  for (uint32_t y = 0; y < height && work.problem.empty(); ++y) work.problem = work.sink.row(work.starts[y]);
+  stop_if_failed(png, work);
 }
 
 // No object with a destructor lives where the library may jump over it.
@@ -83,7 +85,8 @@ bool decode(png_structp png, png_infop info, Work& work) {
   if (png_get_bit_depth(png, info) == 16) png_set_swap(png);
   if (interlaced) png_set_interlace_handling(png);
   png_read_update_info(png, info);
-  stop(png, work.sink.begin(png_get_channels(png, info), png_get_bit_depth(png, info) / 8U));
+  work.problem = work.sink.begin(png_get_channels(png, info), png_get_bit_depth(png, info) / 8U);
+  stop_if_failed(png, work);
   keep_profile(png, info, work.still);
   read_rows(png, work, png_get_rowbytes(png, info), interlaced);
   png_read_end(png, nullptr);
