@@ -21,7 +21,7 @@ void read_input(vexal::Input& input) {
     vexal::StillOptions options;
     options.has_background = true;
     const std::string problem = vexal::read_still(input, options, still);
-    if (problem.empty() != (still.frames.size() == 1)) std::abort();
+    if (problem.empty() && still.frames.size() != 1) std::abort();
   } else if (vexal::is_document(input.kind)) {
     std::vector<std::pair<std::string, std::string>> attributes;
     vexal::read_document(input, attributes);

@@ -33,12 +33,12 @@ Payload Payload::of(std::shared_ptr<const FileSource> file, uint64_t offset, uin
   return payload;
 }
 
-Payload Payload::of(std::shared_ptr<const Spill> spill) {
+Payload Payload::of(std::shared_ptr<const Spill> spill, uint64_t offset, uint64_t length) {
   Payload payload;
-  const uint64_t length = spill->size();
   payload.add(
       {.read = [spill = std::move(spill)](uint64_t at, void* buffer,
                                           std::size_t size) { return spill->read_at(at, buffer, size); },
+       .offset = offset,
        .length = length});
   return payload;
 }

@@ -28,7 +28,7 @@ class Payload {
  public:
   static Payload of(std::string bytes);
   static Payload of(std::shared_ptr<const FileSource> file, uint64_t offset, uint64_t length);
-  static Payload of(std::shared_ptr<const Spill> spill);
+  static Payload of(std::shared_ptr<const Spill> spill, uint64_t offset, uint64_t length);
   static Payload of(const StoredValue& value, uint64_t offset, uint64_t length);  // which outlives it
   void append(const Payload& other);
   uint64_t size() const { return size_; }

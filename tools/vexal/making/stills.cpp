@@ -150,6 +150,7 @@ std::string read_still(const Input& input, const StillOptions& options, Still& s
 std::string RowSink::begin(uint32_t channels, uint32_t bytes) {
   channels_ = channels;
   bytes_ = bytes;
+  start_ = options_.unpacked->size();
   still_.samples = channels >= 3 ? 3 : 1;
   still_.allocated = still_.stored = 8 * bytes;
   still_.photometric = still_.samples == 3 ? "RGB" : "MONOCHROME2";
@@ -184,13 +185,13 @@ bool RowSink::flatten(const uint8_t* data) {
 }
 
 std::string RowSink::row(const uint8_t* data) {
-  if (flat_.empty()) return spill_->append(data, std::size_t{still_.width} * channels_ * bytes_);
+  if (flat_.empty()) return options_.unpacked->append(data, std::size_t{still_.width} * channels_ * bytes_);
   if (!flatten(data)) return "has transparent pixels: --background tells what shines through";
-  return spill_->append(flat_.data(), flat_.size());
+  return options_.unpacked->append(flat_.data(), flat_.size());
 }
 
 void RowSink::end() {
-  still_.frames.push_back(Payload::of(spill_));
+  still_.frames.push_back(Payload::of(options_.unpacked, start_, options_.unpacked->size() - start_));
 }
 
 }  // namespace vexal

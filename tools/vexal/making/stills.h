@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -33,8 +34,9 @@ struct Still {
 struct StillOptions {
   Still raw{};  // how raw pixels lie
   bool has_background = false;
-  uint32_t background[3] = {};  // red, green and blue, to 255
-  bool read(const Args& args);  // false after a line on standard error
+  uint32_t background[3] = {};  // red, green and blue, to 255; grey takes the red
+  std::shared_ptr<Spill> unpacked = std::make_shared<Spill>();  // the pixels of all pictures
+  bool read(const Args& args);                                  // false after a line on standard error
 };
 #define VEXAL_STILL_OPTIONS                                                                                 \
   {"--size", "W,H", "the input is raw pixels, in little endian, sample by sample, frame by frame"},         \
@@ -69,7 +71,7 @@ class RowSink {
   Still& still_;
   uint32_t channels_ = 1;
   uint32_t bytes_ = 1;
-  std::shared_ptr<Spill> spill_ = std::make_shared<Spill>();
+  uint64_t start_ = 0;  // of its frame in what is laid down
   std::vector<uint8_t> flat_{};
 };
 
