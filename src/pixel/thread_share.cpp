@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <new>
 #include <system_error>
 #include <thread>
@@ -54,8 +55,14 @@ ThreadShare::~ThreadShare() {
 
 void run_parts(unsigned threads, std::size_t parts, const std::function<void(std::size_t)>& work) {
   std::atomic<std::size_t> next{0};
-  const auto take_part = [&] {
-    for (std::size_t part = next++; part < parts; part = next++) work(part);
+  std::atomic<bool> failed{false};
+  std::exception_ptr thrown;
+  const auto take_part = [&]() noexcept {
+    try {
+      for (std::size_t part = next++; part < parts && !failed; part = next++) work(part);
+    } catch (...) {
+      if (!failed.exchange(true)) thrown = std::current_exception();
+    }
   };
   std::vector<std::jthread> others;
   if (threads > 1 && parts > 1) {
@@ -69,6 +76,8 @@ void run_parts(unsigned threads, std::size_t parts, const std::function<void(std
     }
   }
   take_part();
+  others.clear();
+  if (thrown != nullptr) std::rethrow_exception(thrown);
 }
 
 }  // namespace vx

@@ -35,7 +35,7 @@ class SignalsBlocked {
 };
 
 // Calls work(part) for each part below `parts`, on the calling thread and on up to `threads` - 1 others,
-// which have ended when it returns. `work` does not throw.
+// which have ended when it returns. What `work` throws first is thrown here.
 void run_parts(unsigned threads, std::size_t parts, const std::function<void(std::size_t)>& work);
 
 }  // namespace vx

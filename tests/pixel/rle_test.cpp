@@ -1,3 +1,7 @@
+#include <atomic>
+#include <stdexcept>
+
+#include "pixel/thread_share.h"
 #include "pixels.h"
 
 namespace {
@@ -18,6 +22,19 @@ class Rle : public PixelTest {
     return compress(image, frame).substr(64);
   }
 };
+
+// On whichever thread.
+TEST(RunParts, WhatAPartThrowsArrives) {
+  for (const std::size_t bad : {0, 3, 15}) {
+    std::atomic<int> done{0};
+    const auto work = [&](std::size_t part) {
+      if (part == bad) throw std::runtime_error("part");
+      ++done;
+    };
+    EXPECT_THROW(vx::run_parts(4, 16, work), std::runtime_error);
+    EXPECT_LT(done, 16);
+  }
+}
 
 TEST_F(Rle, RunsAreCutAsTheRulesSay) {
   const auto row = [&](std::string bytes) {

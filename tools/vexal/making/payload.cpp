@@ -5,6 +5,8 @@
 #include <cstring>
 #include <utility>
 
+#include "base/thrown.h"
+
 namespace vexal {
 namespace {
 
@@ -130,7 +132,7 @@ std::string PayloadValue::bind(int32_t object, uint32_t tag, VX_VR vr) {
   if (status == VX_NORMAL_COMPLETION) {
     VX_Set_Value_To_Empty(object, tag);
     VX_Set_Value_Representation(object, tag, vr);
-    status = VX_Register_Callback_Function(application_, tag, this, callback);
+    status = VX_Register_Callback_Function(application_, tag, this, guarded<callback>);
   }
   if (status == VX_NORMAL_COMPLETION) status = VX_Set_Message_Callbacks(application_, object);
   return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
