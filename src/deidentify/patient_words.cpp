@@ -6,6 +6,7 @@
 #include "deidentify/profile.h"
 #include "frame/text.h"
 #include "model/attributes.h"
+#include "model/dictionary.h"
 #include "model/file_values.h"
 #include "model/values.h"
 
@@ -89,10 +90,13 @@ TagObj* find_text(MsgObj& object, uint32_t tag) {
 
 PatientWords::PatientWords(MsgObj& object, uint32_t options) {
   for (const TagObj* attribute = object.FirstTag; attribute != nullptr; attribute = attribute->Next) {
-    const bool naming = attribute->VR == VX_VR_PN ||
-                        std::binary_search(std::begin(kNaming), std::end(kNaming), attribute->Tag);
-    if (!naming || !is_text_vr(attribute->VR) || attribute->Storage != Stored::InMemory) continue;
-    const ConfidentialityRow* row = confidentiality_of(attribute->Tag, attribute->VR);
+    DictInfo known{};
+    const bool unknown = attribute->VR == VX_VR_UN && dictionary_lookup(attribute->Tag, {}, known) == kOk;
+    const int32_t vr = unknown ? known.vr : attribute->VR;
+    const bool naming =
+        vr == VX_VR_PN || std::binary_search(std::begin(kNaming), std::end(kNaming), attribute->Tag);
+    if (!naming || !is_text_vr(vr) || attribute->Storage != Stored::InMemory) continue;
+    const ConfidentialityRow* row = confidentiality_of(attribute->Tag, vr);
     if (row == nullptr || action_of(*row, options, Need::Nothing) == Action::Keep) continue;
     for (const ValueObj* value = attribute->FirstValue; value != nullptr; value = value->Next) {
       if (value->Data != nullptr) take({static_cast<const char*>(value->Data), value->Length});

@@ -377,6 +377,7 @@ TEST_F(Deidentify, WhatNoRowNamesGoesByItsKind) {
   } kCases[] = {
       {"00280010=47", 0x00280010, "47"},
       {"UN 00100010", 0x00100010, "ANON-"},
+      {"UN 00100010;00281055=of SECRET47", 0x00281055, "ANONYMIZED"},
       {"UN 00180050", 0x00180050, ""},  // nor is it a thickness
       {"00180050=1.5", 0x00180050, "1.5"},
       {"00090010=ACME 1.0;00091001=SECRET", 0x00091001, "(none)"},
@@ -422,10 +423,11 @@ TEST_F(Deidentify, WhatNoRowNamesGoesByItsKind) {
     const std::string steps = each.steps;
     const bool unknown_vr = steps.starts_with("UN ");
     if (unknown_vr) {
-      vx::new_tag(*vx::find_object(id), each.tag, VX_VR_UN, 1, 1, nullptr);
-      VX_Set_Value_From_Buffer(id, each.tag, "SECRET47", 8);
+      const uint32_t tag = objects::to_tag(steps.substr(3, 8));
+      vx::new_tag(*vx::find_object(id), tag, VX_VR_UN, 1, 1, nullptr);
+      VX_Set_Value_From_Buffer(id, tag, "SECRET47", 8);
     }
-    edit(id, kCtClass + (unknown_vr ? "" : steps), [](uint32_t tag) {
+    edit(id, kCtClass + (unknown_vr ? steps.substr(11) : steps), [](uint32_t tag) {
       const bool numeric = tag == 0x70531000 || tag == 0x00091001;
       return static_cast<VX_VR>((tag & 0xFFFF) == 0 ? VX_VR_UL : numeric ? VX_VR_IS : VX_VR_LO);
     });

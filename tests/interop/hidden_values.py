@@ -13,7 +13,7 @@ import re
 import struct
 import sys
 
-from checks import check, data_set_of, files_under, read, run, run_parts, vexal, VEXAL, write
+from checks import check, files_under, read, run, run_parts, vexal, VEXAL, write
 import made
 import minimal_objects
 
