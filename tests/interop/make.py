@@ -161,6 +161,10 @@ def check_pictures(folder):
     vexal("make", one, two, one, several)
     expect(several, t00080016=SECONDARY_CAPTURE + ".2", t00280008=3, t00182001=[1, 2, 3], t00280301="YES")
     check(frames_of(several) == little(rows + rows[::-1] + rows, 1), "three pictures: other pixels")
+    many = [one, two] * 130
+    crowd = folder + "/crowd.dcm"
+    vexal("make", *many, crowd, title="260 pictures", preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (100, 100)))
+    check(frames_of(crowd) == little((rows + rows[::-1]) * 130, 1), "260 pictures: other pixels")
     vexal("make", one, folder + "/rgb8", folder + "/no.dcm", status=2, says="another form")
     vexal("make", one, two, status=2, says="another name")
     check(read(two)[:4] == b"\x89PNG", "a forgotten OUT cost an input")
@@ -239,6 +243,9 @@ def check_streams(folder):
     several = folder + "/several"
     vexal("make", back, back, several)
     vexal("make", "--extract", several, folder + "/no", status=2, says="vexal pixel extract")
+    crowd = folder + "/crowd"
+    vexal("make", *[back] * 260, crowd, title="260 streams", preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (100, 100)))
+    check(frames_of(crowd) == frames_of(out) * 260, "260 streams: other pixels")
     check_other_encoders(folder)
 
 

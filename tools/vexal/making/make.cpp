@@ -77,6 +77,8 @@ class Maker {
   bool choose_class();
   bool take_inputs();
   bool take_stills();
+  // More files than can be kept open: each is, while it is read, and its stream is laid down.
+  bool are_many() const { return args_.paths.size() > 200; }
   bool take_film();
   bool add_frame(const Input& input, Still&& still);
   bool has_class_for_frames();
@@ -143,6 +145,7 @@ bool Maker::open_inputs() {
     if (std::string problem = open_input(args_.paths[i], input); !problem.empty())
       return refuse(args_.paths[i], problem);
     inputs_.push_back(std::move(input));
+    if (are_many()) inputs_.back().file->close();
   }
   // A forgotten name must not cost the last of the inputs.
   std::error_code error;
@@ -243,8 +246,12 @@ bool Maker::take_stills() {
   for (const Input& input : inputs_) {
     const CurrentFile current(input.path);
     Still still;
-    if (std::string problem = read_still(input, still_options_, still); !problem.empty())
-      return refuse(input.path, problem);
+    std::string problem = are_many() ? input.file->open(input.path) : "";
+    if (problem.empty()) problem = read_still(input, still_options_, still);
+    const bool unpacked = input.kind == InputKind::Png || input.kind == InputKind::Bmp;
+    if (problem.empty() && are_many() && !unpacked) problem = lay_down(still, still_options_);
+    if (are_many()) input.file->close();
+    if (!problem.empty()) return refuse(input.path, problem);
     if (!add_frame(input, std::move(still))) return false;
   }
   if (!has_class_for_frames()) return false;

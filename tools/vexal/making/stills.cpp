@@ -147,6 +147,22 @@ std::string read_still(const Input& input, const StillOptions& options, Still& s
   return "";
 }
 
+std::string lay_down(Still& still, const StillOptions& options) {
+  constexpr uint64_t kPiece = 256 * 1024;
+  std::vector<char> piece;
+  for (Payload& frame : still.frames) {
+    const uint64_t start = options.unpacked->size();
+    for (uint64_t at = 0; at < frame.size(); at += piece.size()) {
+      piece.resize(static_cast<std::size_t>(std::min(kPiece, frame.size() - at)));
+      if (!frame.read_at(at, piece.data(), piece.size())) return "can not be read to its end";
+      if (std::string problem = options.unpacked->append(piece.data(), piece.size()); !problem.empty())
+        return problem;
+    }
+    frame = Payload::of(options.unpacked, start, frame.size());
+  }
+  return "";
+}
+
 std::string RowSink::begin(uint32_t channels, uint32_t bytes) {
   channels_ = channels;
   bytes_ = bytes;

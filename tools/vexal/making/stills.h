@@ -49,6 +49,8 @@ struct StillOptions {
 
 // Error texts, empty on success.
 std::string read_still(const Input& input, const StillOptions& options, Still& still);
+// The frames no longer need the file that they lie in.
+std::string lay_down(Still& still, const StillOptions& options);
 std::string read_png(const Input& input, const StillOptions& options, Still& still);
 std::string read_bmp(const Input& input, const StillOptions& options, Still& still);
 std::string read_jpeg(const Input& input, Still& still);
