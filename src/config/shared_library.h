@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <span>
 
 namespace vx {
 
@@ -12,5 +13,7 @@ struct Symbol {
 // Opens a library, from the folder of PEGASUS_OPCODE_PATH if that has it, and finds its symbols. False after
 // a line in the log. It stays open for the life of the process.
 bool open_shared_library(const char* file, const Symbol* symbols, std::size_t count);
+// Likewise the first of several names, of versions that are alike, that the machine has.
+bool open_shared_library(std::span<const char* const> files, const Symbol* symbols, std::size_t count);
 
 }  // namespace vx

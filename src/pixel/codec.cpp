@@ -28,6 +28,8 @@ constexpr Row kTexts[] = {
     {kCodecTrailing, "the data goes on behind the image"},
     {kCodecExtensions, "the stream uses extensions of JPEG 2000 Part 2"},
     {kCodecCollection, "the stream is a component collection, which holds several frames"},
+    {kCodecNoJpeg, "the stream does not hold what a JPEG stream is rebuilt from"},
+    {kCodecOtherProcess, "the stream is of a process that the transfer syntax does not take"},
     {kCodecBadEnd, "the end of image is missing"},
     {kCodecDataShort, "data of the image is missing"},
 };
@@ -47,6 +49,9 @@ constexpr SyntaxCodec kCodecs[] = {
     {HTJ2K_LOSSLESS, &kHtj2kCodec},
     {HTJ2K_LOSSLESS_RPCL, &kHtj2kCodec},
     {HTJ2K, &kHtj2kCodec},
+    {JPEG_XL_LOSSLESS, &kJpegXlCodec},
+    {JPEG_XL_RECOMPRESSION, &kJpegXlCodec},
+    {JPEG_XL, &kJpegXlCodec},
     {JPEG_LS_LOSSLESS, &kJpegLsCodec},
     {JPEG_LS_LOSSY, &kJpegLsCodec},
     {JPEG_SPEC_NON_HIER_6_8, &kJpegCodec},

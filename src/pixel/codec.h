@@ -29,6 +29,8 @@ enum CodecStatus : int {
   kCodecTrailing = -14,
   kCodecExtensions = -20,  // of JPEG 2000 Part 2
   kCodecCollection = -21,  // of components, of JPEG 2000 Part 2
+  kCodecNoJpeg = -22,
+  kCodecOtherProcess = -23,
   kCodecBadEnd = -1008,    // the end of image is missing; the image is there
   kCodecDataShort = -1562  // data of the image is missing; what there was is decoded
 };
@@ -41,7 +43,7 @@ struct CodecSettings {
   int chrominance = 32;  // as above
   bool subsample = true;
   int near = 0;             // JPEG-LS: the largest error
-  bool lossless = true;     // JPEG 2000
+  bool lossless = true;     // JPEG 2000, JPEG XL
   uint64_t milli_bits = 0;  // JPEG 2000: target in thousandths of a bit a pixel
   int quality = 90;         // JPEG XL, High-Throughput JPEG 2000: 1 to 100
   unsigned threads = 1;     // that may work on the frame
@@ -91,6 +93,7 @@ extern const Codec kJpegCodec;
 extern const Codec kJpegLosslessCodec;
 extern const Codec kJpegLsCodec;
 extern const Codec kJpeg2000Codec;
+extern const Codec kJpegXlCodec;
 extern const Codec kNativeCodec;
 extern const Codec kDeflatedCodec;
 extern const Codec kHtj2kCodec;
@@ -98,7 +101,9 @@ extern const Codec kHtj2kCodec;
 // Frames of this syntax may have their planes apart.
 bool keeps_layout(VX_TRANSFER_SYNTAX syntax);
 
-// FFD9 ends all streams but those of RLE; pads may stand behind it.
+// Whether a stream of JPEG XL begins there, bare or in a container.
+bool is_jpegxl(const uint8_t* data, std::size_t size);
+// FFD9 ends all streams but those of RLE and JPEG XL; pads may stand behind it.
 bool has_end(const uint8_t* data, std::size_t size);
 // Decodes a stream by decode(data, size), which wants the end right behind the data. Where it is missing it
 // is put there; what looks like pads may belong to the data. kCodecBadEnd then, if that is all that is wrong.

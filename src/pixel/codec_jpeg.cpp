@@ -240,15 +240,6 @@ int decode_8bit(const DecodeJob& job) {
   return status;
 }
 
-// Each scan of a progressive stream costs the whole image, however few bytes it has.
-bool has_too_many_scans(const uint8_t* data, std::size_t size) {
-  int scans = 0;
-  for (std::size_t i = 0; i + 1 < size; ++i) {
-    if (data[i] == 0xFF && data[i + 1] == 0xDA && ++scans > jpeg::kMaxScans) return true;
-  }
-  return false;
-}
-
 // Samples of 8 bits in an image that gives them 16.
 void widen(uint8_t* frame, std::size_t samples) {
   for (std::size_t i = samples; i-- > 0;) {
@@ -294,7 +285,7 @@ int decompress(const ImageAttributes& image, const DecodeSettings& settings, con
   if (jpeg::Fault fault = jpeg::query(data, size, shape); fault != jpeg::kNone) return status_of(fault);
   if (shape.process == 0xC3 || shape.precision == 12) return decode_own(image, data, size, shape, frame);
   if (shape.process > 0xC2 || shape.precision != 8 || image.BitsAllocated < 8) return kCodecUnsupported;
-  if (shape.process == 0xC2 && has_too_many_scans(data, size)) return kCodecUnsupported;
+  if (shape.process == 0xC2 && jpeg::has_too_many_scans(data, size)) return kCodecUnsupported;
   if (!load_library()) return kCodecNotLoaded;
   const bool packed = is_packed_422(image.photometric());
   if (packed && !settings.to_rgb && image.Columns % 2 != 0) return kCodecOddColumns;

@@ -82,6 +82,12 @@ Entry entry_for(const ImageAttributes& image) {
       entry.description = print("High-Throughput JPEG 2000 Lossy: Compression Quality parameter: %d",
                                 config_int(VX_CFG_COMPRESSION_QUALITY), 0);
       break;
+    case JPEG_XL:
+      if (!is_lossy(image)) break;
+      entry.method = "ISO_18181_1";
+      if (rgb) entry.photometric = "XYB";
+      entry.description = print("JPEG XL Lossy: Quality: %d", config_int(VX_CFG_COMPRESSION_QUALITY), 0);
+      break;
     default:
       break;
   }
@@ -165,7 +171,8 @@ std::string decompressed_photometric(MsgObj& source, VX_TRANSFER_SYNTAX syntax) 
   if (read_text(source, kPhotometric, photometric, sizeof photometric) != kOk) return "";
   const std::string_view name = photometric;
   if (is_jpeg2000(syntax) && (name == "YBR_ICT" || name == "YBR_RCT")) return "RGB";
-  const bool jpeg = syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4;
+  if (syntax == JPEG_XL && name == "XYB") return "RGB";
+  const bool jpeg = syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4 || syntax == JPEG_XL_RECOMPRESSION;
   return jpeg && name == "YBR_FULL_422" && subsamples_rgb() ? "RGB" : "";
 }
 

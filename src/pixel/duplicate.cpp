@@ -28,6 +28,7 @@
 #include "pixel/encapsulated.h"
 #include "pixel/frame_flow.h"
 #include "pixel/image.h"
+#include "pixel/recompression.h"
 
 namespace vx {
 namespace {
@@ -252,6 +253,10 @@ class Duplicator {
       to.VR = VX_VR_OB;
       return from.Storage == Stored::ByCallback ? copy_from_callback(from, to) : copy_chain(from, to);
     }
+    if (keeps_streams()) {
+      to.VR = VX_VR_OB;
+      return recompress_pixels(source_, from, *target_, to);
+    }
     const std::string label =
         from_encapsulated_ ? decompressed_photometric(source_, source_.TransferSyntax) : "";
     char own[21];
@@ -271,6 +276,13 @@ class Duplicator {
     const bool compressed = (syntax_ >= JPEG_BASELINE && syntax_ <= MPEG2_MPML) || syntax_ > PRIVATE_SYNTAX_2;
     if (compressed && !keeps_layout(syntax_)) clear_planar();
     return kOk;
+  }
+
+  // Codecs of the application have their say; the general ones would only make what is there again.
+  bool keeps_streams() const {
+    return keeps_jpeg_streams(source_.TransferSyntax, syntax_) &&
+           codecs_.compressor == VX_General_Compressor &&
+           source_.Decompressor == reinterpret_cast<void*>(VX_General_Decompressor);
   }
 
   void clear_planar() {

@@ -179,6 +179,14 @@ Fault decode(const uint8_t* data, std::size_t size, Shape& shape, bool wide, voi
   return kNone;
 }
 
+bool has_too_many_scans(const uint8_t* data, std::size_t size) {
+  int scans = 0;
+  for (std::size_t i = 0; i + 1 < size; ++i) {
+    if (data[i] == 0xFF && data[i + 1] == 0xDA && ++scans > kMaxScans) return true;
+  }
+  return false;
+}
+
 std::size_t find_end(const uint8_t* data, std::size_t size, std::size_t& from) {
   // Segments have lengths: what looks like a marker inside them is none.
   std::size_t at = from == 0 ? 2 : from;

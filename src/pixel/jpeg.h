@@ -11,6 +11,9 @@ namespace vx::jpeg {
 // Scans of one progressive image that are taken.
 inline constexpr int kMaxScans = 200;
 
+// Each scan of a progressive stream costs the whole image, however few bytes it has.
+bool has_too_many_scans(const uint8_t* data, std::size_t size);
+
 // What goes wrong; 0 is success.
 enum Fault : int {
   kNone = 0,

@@ -8,6 +8,7 @@
 #include "frame/pool.h"
 #include "model/seams.h"
 #include "model/values.h"
+#include "pixel/codec.h"
 #include "pixel/image.h"
 #include "pixel/value_source.h"
 
@@ -148,12 +149,18 @@ struct FoundFrames {
   }
 };
 
-// If a fragment begins a code stream of JPEG, JPEG-LS or JPEG 2000, and if it ends one.
-void read_marks(ValueSource& source, uint32_t at, uint32_t length, bool& begins, bool& ends) {
-  uint8_t first[2] = {};
+// If a fragment begins a code stream of JPEG, JPEG-LS or JPEG 2000, and if it ends one. A stream of JPEG XL
+// has no mark at its end: it goes on to the next beginning.
+void read_marks(ValueSource& source, uint32_t at, uint32_t length, bool is_xl, bool& begins, bool& ends) {
+  uint8_t first[12] = {};
   uint8_t last[3] = {};
-  begins = length >= 2 && source.copy(at, 2, first) == kOk && first[0] == 0xFF &&
-           (first[1] == 0xD8 || first[1] == 0x4F);
+  source.copy(at, std::min<uint32_t>(length, sizeof first), first);
+  if (is_xl) {
+    begins = is_jpegxl(first, sizeof first);
+    ends = true;
+    return;
+  }
+  begins = length >= 2 && first[0] == 0xFF && (first[1] == 0xD8 || first[1] == 0x4F);
   ends = length >= 3 && source.copy(at + length - 3, 3, last) == kOk;
   const uint8_t* end = last[2] == 0 ? last : last + 1;  // a pad may stand behind it
   ends = ends && end[0] == 0xFF && end[1] == 0xD9;
@@ -190,6 +197,8 @@ VX_STATUS find_fragments(MsgObj& object, TagObj& attribute, OFFSET_TABLE_CONTEXT
   ValueSource source(object, attribute);
   FoundFrames fragments;
   FoundFrames streams;
+  VX_TRANSFER_SYNTAX syntax = 0;
+  const bool is_xl = encapsulated_syntax(object, syntax) == kOk && codec_for(syntax) == &kJpegXlCodec;
   bool ended = true;
   VX_STATUS status = kOk;
   for (uint64_t position = context.HeadBytes; position + kItemHeader <= source.length();) {
@@ -202,7 +211,7 @@ VX_STATUS find_fragments(MsgObj& object, TagObj& attribute, OFFSET_TABLE_CONTEXT
     const bool follows_end = ended;
     bool begins = false;
     if (position + length <= source.length())
-      read_marks(source, static_cast<uint32_t>(position), length, begins, ended);
+      read_marks(source, static_cast<uint32_t>(position), length, is_xl, begins, ended);
     if (!fragments.add(offset, frames) || (begins && follows_end && !streams.add(offset, frames))) {
       status = VX_SYSTEM_ERROR;
       break;

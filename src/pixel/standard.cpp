@@ -404,7 +404,14 @@ bool subsamples_rgb() {
 
 bool is_lossy_target(VX_TRANSFER_SYNTAX syntax) {
   return syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4 || syntax == HTJ2K ||
-         (syntax == JPEG_2000 && config_bool(VX_CFG_COMPRESSION_WHEN_J2K_USE_LOSSY));
+         (syntax == JPEG_2000 && config_bool(VX_CFG_COMPRESSION_WHEN_J2K_USE_LOSSY)) ||
+         (syntax == JPEG_XL && config_int(VX_CFG_COMPRESSION_QUALITY) < 100);
+}
+
+bool is_lossy(const ImageAttributes& image) {
+  // The stream knows no signs: an error could make the least sample the largest.
+  const bool turns = image.TransferSyntax == JPEG_XL && image.PixelRepresentation != 0;
+  return !turns && is_lossy_target(image.TransferSyntax);
 }
 
 CodecSettings codec_settings(const ImageAttributes& image) {
@@ -414,7 +421,7 @@ CodecSettings codec_settings(const ImageAttributes& image) {
   settings.subsample = subsamples_rgb();
   settings.near = image.TransferSyntax == JPEG_LS_LOSSY ? 10 : 0;
   settings.quality = config_int(VX_CFG_COMPRESSION_QUALITY);
-  settings.lossless = !is_lossy_target(image.TransferSyntax);
+  settings.lossless = !is_lossy(image);
   if (config_bool(VX_CFG_COMPRESSION_J2K_LOSSY_USE_QUALITY)) {
     const uint64_t bits = image.photometric().starts_with("RGB") ? 24 : image.BitsStored;
     const auto quality = static_cast<uint64_t>(std::max(config_int(VX_CFG_COMPRESSION_J2K_LOSSY_QUALITY), 0));

@@ -13,6 +13,8 @@ void query_image_header_if_wanted(MsgObj& object, TagObj& attribute);
 // What the configuration says of the way a frame is compressed.
 CodecSettings codec_settings(const ImageAttributes& image);
 bool is_lossy_target(VX_TRANSFER_SYNTAX syntax);
+// Whether that holds for this image.
+bool is_lossy(const ImageAttributes& image);
 
 // RGB is written as YCbCr with half the chrominance, and read back as RGB.
 bool subsamples_rgb();

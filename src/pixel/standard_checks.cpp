@@ -10,7 +10,7 @@
 namespace vx {
 namespace {
 
-enum class Family { None, Baseline, Extended, Lossless, JpegLs, Jpeg2000 };
+enum class Family { None, Baseline, Extended, Lossless, JpegLs, Jpeg2000, JpegXl };
 
 Family family_of(VX_TRANSFER_SYNTAX syntax) {
   switch (syntax) {
@@ -29,6 +29,10 @@ Family family_of(VX_TRANSFER_SYNTAX syntax) {
     case HTJ2K_LOSSLESS_RPCL:
     case HTJ2K:
       return Family::Jpeg2000;
+    case JPEG_XL_LOSSLESS:
+    case JPEG_XL_RECOMPRESSION:
+    case JPEG_XL:
+      return Family::JpegXl;
     default:
       return Family::None;
   }
@@ -119,6 +123,11 @@ constexpr ImageCheck kChecks[] = {
      "Unsupported photometric interpretation %s. VX_Standard_Decompressor", true},
 };
 
+// Not those of the standard compressor, whose syntaxes are fixed.
+bool is_general(Family family) {
+  return family == Family::JpegXl;
+}
+
 // What the general compressor asks of an image, beside the checks that it shares.
 struct GeneralCheck {
   bool (*passes)(const ImageAttributes& image);
@@ -135,6 +144,10 @@ constexpr GeneralCheck kGeneralChecks[] = {
      "Bits Stored must be 1 to Bits Allocated"},
     {[](const ImageAttributes& i) { return i.SamplesPerPixel == 1 || i.SamplesPerPixel == 3; },
      "Samples per Pixel must be 1 or 3"},
+    {[](const ImageAttributes& i) { return i.TransferSyntax != JPEG_XL_RECOMPRESSION; },
+     "This transfer syntax keeps JPEG streams: what is none has to become one first"},
+    {[](const ImageAttributes& i) { return family_of(i.TransferSyntax) != Family::JpegXl || !is_packed(i); },
+     "This transfer syntax does not take YBR_FULL_422"},
     {[](const ImageAttributes& i) {
        const bool lossy = is_lossy_target(i.TransferSyntax) || i.TransferSyntax == JPEG_LS_LOSSY;
        return !lossy || !i.photometric().starts_with("PALETTE");
@@ -162,7 +175,8 @@ VX_STATUS check_image(const Direction& direction, const char* function, const Im
   if (direction.any && keeps_layout(image.TransferSyntax)) return kOk;
   const Family family = family_of(image.TransferSyntax);
   const bool decodes_any = direction.any && !direction.compresses;
-  const bool known = decodes_any ? codec_for(image.TransferSyntax) != nullptr : family != Family::None;
+  const bool known = decodes_any ? codec_for(image.TransferSyntax) != nullptr
+                                 : family != Family::None && (direction.any || !is_general(family));
   if (!known) {
     return refuse(function, "Transfer syntax unsupported by %s: %s ", direction.function,
                   syntax_display_name(image.TransferSyntax));

@@ -110,8 +110,8 @@ TEST_F(Duplicate, LosslessChainsBringBackTheSamePixels) {
     const std::string pixels = native(image, 7);
     set_bool(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE, true);
     int32_t at = id_;
-    for (const VX_TRANSFER_SYNTAX syntax :
-         {RLE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, HTJ2K_LOSSLESS, RLE}) {
+    for (const VX_TRANSFER_SYNTAX syntax : {RLE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS,
+                                            JPEG_2000_LOSSLESS_ONLY, HTJ2K_LOSSLESS, JPEG_XL_LOSSLESS, RLE}) {
       at = copied(at, syntax);
       EXPECT_EQ(text(at, 0x00280004),
                 image.samples == 3 && (syntax == JPEG_2000_LOSSLESS_ONLY || syntax == HTJ2K_LOSSLESS)
@@ -172,6 +172,42 @@ TEST_F(Duplicate, TheLabelFollowsTheBytes) {
     ASSERT_LE(std::abs(static_cast<uint8_t>(frame[i]) - static_cast<uint8_t>(pixels[i])), 12) << i;
 }
 
+// Each frame keeps its JPEG stream, and the object all that it says; what is no such stream is refused.
+TEST_F(Duplicate, RecompressionKeepsTheStream) {
+  set_bool(VX_CFG_UPDATE_GROUP_0028_ON_DUPLICATE, true);
+  const std::string refusal = "This transfer syntax keeps JPEG streams";
+  for (const Image& image :
+       {Image{.rows = 19, .columns = 21, .frames = 3},
+        Image{.rows = 19, .columns = 21, .samples = 3, .frames = 2, .photometric = "RGB"}}) {
+    native(image, 5);
+    EXPECT_EQ(duplicate(id_, JPEG_XL_RECOMPRESSION), VX_CALLBACK_CANNOT_COMPLY);
+    EXPECT_TRUE(has_log(refusal));
+    const int32_t jpeg = copied(id_, JPEG_BASELINE, kGeneral);
+    const int32_t xl = copied(jpeg, JPEG_XL_RECOMPRESSION);
+    EXPECT_EQ(text(xl, 0x00280004), text(jpeg, 0x00280004));
+    EXPECT_EQ(text(xl, 0x00282112), text(jpeg, 0x00282112));
+    for (const VX_TRANSFER_SYNTAX syntax : {JPEG_BASELINE, JPEG_EXTENDED_2_4, JPEG_FULL_PROG_NON_HIER_10_12})
+      EXPECT_TRUE(value(copied(xl, syntax, kGeneral)) == value(jpeg)) << syntax;
+    for (const VX_TRANSFER_SYNTAX syntax : {EXPLICIT_LITTLE_ENDIAN, JPEG_LS_LOSSLESS}) {
+      const int32_t a = copied(jpeg, syntax, codecs_of(syntax));
+      const int32_t b = copied(xl, syntax, codecs_of(syntax));
+      EXPECT_TRUE(value(a) == value(b)) << syntax;
+      EXPECT_EQ(text(a, 0x00280004), text(b, 0x00280004));
+    }
+    // Codecs of the application's are asked, and can not do it.
+    VX_Register_Compression_Callbacks(jpeg, nullptr, VX_Standard_Decompressor);
+    EXPECT_EQ(duplicate(jpeg, JPEG_XL_RECOMPRESSION), VX_CALLBACK_CANNOT_COMPLY);
+  }
+  native({.rows = 20, .columns = 20, .allocated = 16, .stored = 12, .frames = 2}, 5);
+  EXPECT_EQ(duplicate(copied(id_, JPEG_EXTENDED_2_4, kGeneral), JPEG_XL_RECOMPRESSION),
+            VX_COMPRESSION_FAILURE);
+  EXPECT_TRUE(has_log("Frame 1 of 2 can not keep its JPEG stream: "));
+  const int32_t bare = copied(id_, JPEG_XL_LOSSLESS);
+  VX_Set_Message_Transfer_Syntax(bare, JPEG_XL_RECOMPRESSION);
+  EXPECT_EQ(duplicate(bare, JPEG_BASELINE, kGeneral), VX_COMPRESSION_FAILURE);
+  EXPECT_TRUE(has_log("does not hold what a JPEG stream is rebuilt from"));
+}
+
 TEST_F(Duplicate, PlanesBecomePixelsWhereTheSyntaxWantsThem) {
   const Image planar{.rows = 4, .columns = 6, .samples = 3, .planar = 1, .frames = 2, .photometric = "RGB"};
   const std::string pixels = native(planar, 3);
@@ -207,6 +243,11 @@ TEST_F(Duplicate, LossyCopiesSaySo) {
   EXPECT_EQ(text(copy_, 0x00280004), "YBR_ICT");
   EXPECT_EQ(text(copy_, 0x00282114), "ISO_15444_15");
   EXPECT_EQ(text(copy_, 0x00082111), "High-Throughput JPEG 2000 Lossy: Compression Quality parameter: 90");
+  ASSERT_EQ(duplicate(id_, JPEG_XL), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(text(copy_, 0x00280004), "XYB");
+  EXPECT_EQ(text(copy_, 0x00282114), "ISO_18181_1");
+  EXPECT_EQ(text(copy_, 0x00082111), "JPEG XL Lossy: Quality: 90");
+  EXPECT_EQ(text(copied(copy_, EXPLICIT_LITTLE_ENDIAN), 0x00280004), "RGB");
   // Packed colour comes back under the label that its bytes have.
   ASSERT_EQ(duplicate(id_, JPEG_BASELINE), VX_NORMAL_COMPLETION);
   EXPECT_EQ(text(copy_, 0x00280004), "YBR_FULL_422");

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "pixel/codec.h"
+#include "pixel/jpegxl.h"
 #include "pixel/rle.h"
 #include "pixels.h"
 
@@ -56,8 +57,13 @@ class Victim {
       out.resize(size);
       shared.resize(shared_size);
       EXPECT_EQ(out, shared);
+    } else if (image_.TransferSyntax == JPEG_XL_RECOMPRESSION) {
+      std::vector<uint8_t> jpeg;
+      EXPECT_EQ(vx::kJpegCodec.compress(image_, {}, from, jpeg), vx::kCodecDone);
+      EXPECT_EQ(vx::jpegxl::from_jpeg(jpeg.data(), jpeg.size(), 1, out), vx::kCodecDone);
     } else {
-      EXPECT_EQ(vx::codec_for(image_.TransferSyntax)->compress(image_, {}, from, out), vx::kCodecDone);
+      const vx::CodecSettings settings{.lossless = image_.TransferSyntax != JPEG_XL};
+      EXPECT_EQ(vx::codec_for(image_.TransferSyntax)->compress(image_, settings, from, out), vx::kCodecDone);
     }
     return {out.begin(), out.end()};
   }
@@ -126,7 +132,11 @@ const Case kCases[] = {{RLE, kGrey16},
                        {JPEG_2000_LOSSLESS_ONLY, kGrey16},
                        {JPEG_2000_LOSSLESS_ONLY, kColour},
                        {HTJ2K_LOSSLESS, kGrey16},
-                       {HTJ2K_LOSSLESS_RPCL, kColour}};
+                       {HTJ2K_LOSSLESS_RPCL, kColour},
+                       {JPEG_XL_LOSSLESS, kGrey16},
+                       {JPEG_XL_LOSSLESS, kColour},
+                       {JPEG_XL, kColour},
+                       {JPEG_XL_RECOMPRESSION, kColour}};
 
 TEST_F(Hostile, EveryCutAndEveryByteOfEveryCodec) {
   const long before = peak_kib();
@@ -138,7 +148,8 @@ TEST_F(Hostile, EveryCutAndEveryByteOfEveryCodec) {
     for (std::size_t size = 0; size < good.size(); ++size) victim.decode(good.substr(0, size));
     std::string wrong = good;
     const bool slow =
-        c.image.samples == 3 && (c.syntax == JPEG_2000_LOSSLESS_ONLY || c.syntax == HTJ2K_LOSSLESS_RPCL);
+        c.syntax >= JPEG_XL_LOSSLESS ||
+        (c.image.samples == 3 && (c.syntax == JPEG_2000_LOSSLESS_ONLY || c.syntax == HTJ2K_LOSSLESS_RPCL));
     for (std::size_t at = 0; at < good.size(); ++at) {
       for (int value = 0; value < 256; value += slow ? 15 : 1) {
         wrong[at] = static_cast<char>(value);

@@ -174,6 +174,7 @@ struct Codecs {
 inline constexpr Codecs kGeneral{VX_General_Compressor, VX_General_Decompressor};
 inline Codecs codecs_of(VX_TRANSFER_SYNTAX syntax) {
   if (syntax == RLE) return {VX_RLE_Compressor, VX_RLE_Decompressor};
+  if (syntax >= HTJ2K_LOSSLESS) return kGeneral;  // of later years
   return syntax == EXPLICIT_LITTLE_ENDIAN ? Codecs{}
                                           : Codecs{VX_Standard_Compressor, VX_Standard_Decompressor};
 }

@@ -11,9 +11,7 @@ using namespace pixels;
 
 class Standard : public PixelTest {
  protected:
-  void use(VX_TRANSFER_SYNTAX syntax, const Image& image) {
-    prepare(syntax, image, codecs_of(JPEG_BASELINE));
-  }
+  void use(VX_TRANSFER_SYNTAX syntax, const Image& image) { prepare(syntax, image, codecs_of(syntax)); }
   // One frame through the compressor and back.
   VX_STATUS there_and_back(const std::string& frame, std::size_t piece, std::string& back) {
     VX_STATUS status = set_frame(id_, true, {.bytes = frame, .piece = piece, .late_last = piece != 0});
@@ -81,7 +79,7 @@ TEST_F(Standard, RefusesWhatTheSyntaxDoesNotTake) {
 TEST_F(Standard, LosslessSyntaxesGiveBackEveryBit) {
   uint32_t seed = 100;
   for (const VX_TRANSFER_SYNTAX syntax : {JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY,
-                                          JPEG_2000, HTJ2K_LOSSLESS, HTJ2K_LOSSLESS_RPCL}) {
+                                          JPEG_2000, HTJ2K_LOSSLESS, HTJ2K_LOSSLESS_RPCL, JPEG_XL_LOSSLESS}) {
     std::vector<Image> images{{.stored = 8},
                               {.samples = 3, .photometric = "RGB"},
                               {.samples = 3, .planar = 1, .photometric = "RGB"},
@@ -90,6 +88,10 @@ TEST_F(Standard, LosslessSyntaxesGiveBackEveryBit) {
                               {.allocated = 16, .stored = 2}};
     for (int stored = 9; stored <= 16; ++stored) {
       for (const int sign : {0, 1}) images.push_back({.allocated = 16, .stored = stored, .is_signed = sign});
+    }
+    if (syntax == JPEG_XL_LOSSLESS) {
+      images.push_back({.samples = 3, .photometric = "YBR_FULL"});
+      images.push_back({.samples = 3, .allocated = 16, .stored = 16, .photometric = "RGB"});
     }
     for (Image image : images) {
       for (const auto& [rows, columns] : {std::pair{1, 1}, {1, 37}, {37, 1}, {33, 31}}) {
@@ -120,7 +122,7 @@ TEST_F(Standard, BitsAboveTheImageAreKeptOrRefused) {
   std::string frame = picture(image, 5);
   frame[1] = static_cast<char>(frame[1] | 0x40);  // an overlay
   for (const VX_TRANSFER_SYNTAX syntax :
-       {JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, HTJ2K_LOSSLESS}) {
+       {JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, HTJ2K_LOSSLESS, JPEG_XL_LOSSLESS}) {
     use(syntax, image);
     std::string back;
     ASSERT_EQ(there_and_back(frame, 0, back), VX_NORMAL_COMPLETION);
@@ -131,9 +133,12 @@ TEST_F(Standard, BitsAboveTheImageAreKeptOrRefused) {
     ASSERT_EQ(there_and_back(low, 0, back), VX_NORMAL_COMPLETION);
     EXPECT_TRUE(back == low);
   }
-  use(JPEG_EXTENDED_2_4, image);
-  EXPECT_EQ(set_frame(id_, true, {.bytes = frame}), VX_CALLBACK_CANNOT_COMPLY);
-  EXPECT_TRUE(has_log("samples have bits above Bits Stored"));
+  for (const VX_TRANSFER_SYNTAX syntax : {JPEG_EXTENDED_2_4, JPEG_XL}) {
+    use(syntax, image);
+    clear_log();
+    EXPECT_EQ(set_frame(id_, true, {.bytes = frame}), VX_CALLBACK_CANNOT_COMPLY);
+    EXPECT_TRUE(has_log("samples have bits above Bits Stored"));
+  }
 }
 
 TEST_F(Standard, LossySyntaxesStayNear) {
@@ -163,6 +168,11 @@ TEST_F(Standard, LossySyntaxesStayNear) {
       {HTJ2K, {.rows = 1, .columns = 34, .samples = 3, .photometric = "RGB"}, 1},
       {HTJ2K, {.rows = 2, .columns = 33, .allocated = 16, .stored = 12}, 1},
       {HTJ2K, {.rows = 7, .columns = 2, .allocated = 16, .stored = 16}, 3},
+      {JPEG_XL, {.rows = 40, .columns = 33}, 5},
+      {JPEG_XL, {.rows = 40, .columns = 33, .allocated = 16, .stored = 12}, 80},
+      {JPEG_XL, {.rows = 40, .columns = 33, .allocated = 16, .stored = 12, .is_signed = 1}, 0},
+      {JPEG_XL, {.rows = 40, .columns = 33, .samples = 3, .photometric = "RGB"}, 25},
+      {JPEG_XL, {.rows = 40, .columns = 33, .samples = 3, .photometric = "YBR_FULL"}, 12},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << "syntax " << c.syntax << ' ' << c.image.stored << ' '
@@ -198,7 +208,7 @@ TEST_F(Standard, ASequentialScanIsWholeWhateverItsHeaderSays) {
 TEST_F(Standard, ATileFillsItsFrame) {
   Image tile{.rows = 3, .columns = 4, .samples = 3, .photometric = "RGB"};
   for (const VX_TRANSFER_SYNTAX syntax :
-       {JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, HTJ2K_LOSSLESS}) {
+       {JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, HTJ2K_LOSSLESS, JPEG_XL_LOSSLESS}) {
     prepare(syntax, tile, kGeneral);
     const std::string pixels = picture(tile, 8);
     std::string back;
@@ -223,8 +233,8 @@ TEST_F(Standard, ATileFillsItsFrame) {
 TEST_F(Standard, FramesInEveryLayout) {
   Image image{.rows = 50, .columns = 51, .allocated = 16, .stored = 12, .is_signed = 1};
   const std::vector<std::string> frames{picture(image, 1), picture(image, 2)};
-  for (const VX_TRANSFER_SYNTAX syntax :
-       {RLE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, HTJ2K_LOSSLESS_RPCL}) {
+  for (const VX_TRANSFER_SYNTAX syntax : {RLE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS,
+                                          JPEG_2000_LOSSLESS_ONLY, HTJ2K_LOSSLESS_RPCL, JPEG_XL_LOSSLESS}) {
     std::vector<std::string> streams;
     image.frames = 1;
     for (const std::string& pixels : frames) {

@@ -21,19 +21,28 @@ bool read_table(const ValueReader& read, uint32_t length, std::vector<uint32_t>&
   return true;
 }
 
-// If the fragment begins a code stream of JPEG or JPEG 2000, or a frame of RLE, and if it ends one.
-void read_marks(const Fragment& fragment, const ValueReader& read, bool& begins, bool& ends, bool& is_rle) {
+// If the fragment begins a code stream of JPEG or JPEG 2000, a frame of RLE, or a stream of JPEG XL, and if
+// it ends one; the latter two have no mark at their end.
+struct Marks {
+  bool begins;
+  bool ends;
+  bool is_rle;
+  bool is_xl;
+};
+Marks read_marks(const Fragment& fragment, const ValueReader& read) {
   uint8_t first[8] = {};
   uint8_t last[3] = {};
   read(fragment.data, first, std::min<std::size_t>(fragment.length, sizeof first));
-  begins = first[0] == 0xFF && (first[1] == 0xD8 || first[1] == 0x4F);
+  const bool begins = first[0] == 0xFF && (first[1] == 0xD8 || first[1] == 0x4F);
+  constexpr uint8_t kContainer[] = {0, 0, 0, 12, 'J', 'X', 'L', ' '};
+  const bool is_xl =
+      (first[0] == 0xFF && first[1] == 0x0A) || std::memcmp(first, kContainer, sizeof first) == 0;
   // The number of segments and the offset of the first one, in little endian.
   constexpr uint8_t kRest[] = {0, 0, 0, 64, 0, 0, 0};
-  is_rle = first[0] >= 1 && first[0] <= 15 && std::memcmp(first + 1, kRest, sizeof kRest) == 0;
-  ends = fragment.length >= 3 && read(fragment.data + fragment.length - 3, last, sizeof last);
-  if (!ends) return;
+  const bool is_rle = first[0] >= 1 && first[0] <= 15 && std::memcmp(first + 1, kRest, sizeof kRest) == 0;
+  const bool has_end = fragment.length >= 3 && read(fragment.data + fragment.length - 3, last, sizeof last);
   const uint8_t* end = last[2] == 0 ? last : last + 1;
-  ends = end[0] == 0xFF && end[1] == 0xD9;
+  return {begins, has_end && end[0] == 0xFF && end[1] == 0xD9, is_rle, is_xl};
 }
 
 }  // namespace
@@ -75,13 +84,12 @@ void find_frames(Encapsulated& value, uint32_t frames, const ValueReader& read) 
     return;
   }
   if (fragments.size() < frames) return;
+  const bool all_xl = read_marks(fragments[0], read).is_xl;
   bool ended = true;
   for (std::size_t i = 0; i < fragments.size(); ++i) {
-    bool begins = false;
-    bool is_rle = false;
-    const bool ended_before = ended;
-    read_marks(fragments[i], read, begins, ended, is_rle);
-    if (is_rle || (begins && ended_before)) starts.push_back(i);
+    const Marks marks = read_marks(fragments[i], read);
+    if (all_xl ? marks.is_xl : marks.is_rle || (marks.begins && ended)) starts.push_back(i);
+    ended = marks.ends;
   }
   // The fragments of one frame are that, unless they tell of more.
   if (frames == 1 && starts.size() < 2) starts = {0};

@@ -38,6 +38,9 @@ constexpr SyntaxName kNames[] = {
     {"htj2k-lossy", HTJ2K},
     {"encapsulated", ENCAPSULATED_UNCOMPRESSED},
     {"deflated-frames", DEFLATED_IMAGE_FRAMES},
+    {"jpeg-xl", JPEG_XL_LOSSLESS},
+    {"jpeg-xl-recompressed", JPEG_XL_RECOMPRESSION},
+    {"jpeg-xl-lossy", JPEG_XL},
 };
 
 // What the program can do with a compressed syntax. Every one that it knows can be decompressed.
@@ -64,6 +67,9 @@ constexpr Coding kCodings[] = {
     {HTJ2K, VX_General_Compressor},
     {ENCAPSULATED_UNCOMPRESSED, VX_General_Compressor},
     {DEFLATED_IMAGE_FRAMES, VX_General_Compressor},
+    {JPEG_XL_LOSSLESS, VX_General_Compressor},
+    {JPEG_XL_RECOMPRESSION, nullptr},  // of JPEG streams only
+    {JPEG_XL, VX_General_Compressor},
 };
 const Coding* coding_of(VX_TRANSFER_SYNTAX syntax) {
   const auto* found = std::find_if(std::begin(kCodings), std::end(kCodings),
@@ -71,7 +77,12 @@ const Coding* coding_of(VX_TRANSFER_SYNTAX syntax) {
   return found != std::end(kCodings) ? found : nullptr;
 }
 bool is_cosine(VX_TRANSFER_SYNTAX syntax) {
-  return syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4;
+  return syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4 || syntax == JPEG_XL_RECOMPRESSION;
+}
+// Their streams of 8 bits can be kept in JPEG XL.
+bool is_jpeg(VX_TRANSFER_SYNTAX syntax) {
+  return syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4 || syntax == JPEG_SPEC_NON_HIER_6_8 ||
+         syntax == JPEG_FULL_PROG_NON_HIER_10_12;
 }
 
 std::string find_text(const FrameForm::Attributes& attributes, uint32_t tag) {
@@ -95,7 +106,12 @@ std::string decompression_fault(const FrameForm& form) {
 }
 
 FrameForm::FrameForm(VX_TRANSFER_SYNTAX source, VX_TRANSFER_SYNTAX target)
-    : from(source), to(target), decodable(can_decompress(source)), unwraps(holds_native_frames(source)) {}
+    : from(source),
+      to(target),
+      decodable(can_decompress(source)),
+      keeps_streams((is_jpeg(source) && target == JPEG_XL_RECOMPRESSION) ||
+                    (source == JPEG_XL_RECOMPRESSION && is_jpeg(target))),
+      unwraps(holds_native_frames(source)) {}
 
 void FrameForm::read(int32_t object) {
   VX_Get_Attribute_Info(object, tags::kPixelData, &vr, nullptr);
@@ -103,7 +119,7 @@ void FrameForm::read(int32_t object) {
     if (std::string text = all_text_of(object, tag); !text.empty()) stored.emplace_back(tag, text);
   }
   attributes = stored;
-  if (!has_half_colour()) return;
+  if (!has_half_colour() || keeps_streams) return;
   // The library makes RGB of half colour that its own cosine codecs wrote. What others did comes as it is,
   // but whole; so does what is to be compressed without loss.
   char format[16] = "";
@@ -129,6 +145,16 @@ uint64_t FrameForm::image_bits() const {
   const auto value = [this](uint32_t tag) { return std::min<uint64_t>(number_in(text(tag)), UINT16_MAX); };
   return value(tags::kRows) * value(tags::kColumns) * (packed ? 2 : value(tags::kSamplesPerPixel)) *
          value(tags::kBitsAllocated);
+}
+
+VX_COMPRESSION_CALLBACK FrameForm::compressor() const {
+  return keeps_streams ? VX_General_Compressor : compressor_of(to);
+}
+
+bool FrameForm::loses() const {
+  // JPEG XL knows no signs, and so the library compresses signed samples without loss.
+  return is_lossy(to) && !keeps_streams &&
+         (to != JPEG_XL || number_in(text(tags::kPixelRepresentation)) == 0);
 }
 
 std::string FrameForm::text(uint32_t tag) const {
@@ -168,8 +194,10 @@ bool can_decompress(VX_TRANSFER_SYNTAX syntax) {
 bool is_lossy(VX_TRANSFER_SYNTAX syntax) {
   int32_t lossy = 0;
   VX_Get_Bool_Config_Value(VX_CFG_COMPRESSION_WHEN_J2K_USE_LOSSY, &lossy);
+  int32_t quality = 0;
+  VX_Get_Int_Config_Value(VX_CFG_COMPRESSION_QUALITY, &quality);
   return syntax == JPEG_BASELINE || syntax == JPEG_EXTENDED_2_4 || syntax == JPEG_LS_LOSSY ||
-         syntax == HTJ2K || (syntax == JPEG_2000 && lossy != 0);
+         syntax == HTJ2K || (syntax == JPEG_2000 && lossy != 0) || (syntax == JPEG_XL && quality < 100);
 }
 
 }  // namespace vexal

@@ -18,7 +18,8 @@ namespace vexal {
 bool find_syntax(const std::string& text, VX_TRANSFER_SYNTAX& syntax);
 #define VEXAL_SYNTAX_NAMES                                                                                \
   "a UID, or implicit, explicit, big-endian, deflated, rle, jpeg, jpeg-12, jpeg-lossless, jpeg-ls, jpeg-" \
-  "ls-near, jpeg2000, jpeg2000-lossy, htj2k, htj2k-rpcl, htj2k-lossy, encapsulated, deflated-frames"
+  "ls-near, jpeg2000, jpeg2000-lossy, htj2k, htj2k-rpcl, htj2k-lossy, jpeg-xl, jpeg-xl-recompressed, "    \
+  "jpeg-xl-lossy, encapsulated, deflated-frames"
 
 // Items hold frames as they are without encapsulation, as such or deflated (PS3.5 annex A).
 bool holds_native_frames(VX_TRANSFER_SYNTAX syntax);
@@ -38,7 +39,8 @@ struct FrameForm {
   };
   VX_TRANSFER_SYNTAX from = 0;
   VX_TRANSFER_SYNTAX to = 0;
-  bool decodable = false;  // the library has a codec that takes the frames apart
+  bool decodable = false;      // the library has a codec that takes the frames apart
+  bool keeps_streams = false;  // frames go between JPEG and JPEG XL without a pixel being touched
   VX_VR vr = VX_VR_OB;
   Attributes stored;      // as the object has them
   Attributes attributes;  // as the codecs are to see them
@@ -50,10 +52,12 @@ struct FrameForm {
   bool has_half_colour() const;          // two pixels share a sample of each colour
   std::string text(uint32_t tag) const;  // of an attribute, "" if it is not there
   std::string stored_text(uint32_t tag) const;
-  uint64_t image_bits() const;    // of a frame without compression
-  bool unwraps = false;           // what its items hold are native frames
-  bool unpacks = false;           // half colour becomes whole on the way to the compressor
-  bool compresses_alone = false;  // frames that are compressed leave all attributes as they are
+  VX_COMPRESSION_CALLBACK compressor() const;  // into `to`; null: there is none
+  bool loses() const;                          // what comes of the frames is another instance
+  uint64_t image_bits() const;                 // of a frame without compression
+  bool unwraps = false;                        // what its items hold are native frames
+  bool unpacks = false;                        // half colour becomes whole on the way to the compressor
+  bool compresses_alone = false;               // frames that are compressed leave all attributes as they are
   bool decompresses() const { return !is_uncompressed(from) && !unwraps; }
   bool compresses() const { return !is_uncompressed(to); }
 };

@@ -34,7 +34,7 @@ class FrameWorker {
     }
     if (!form.compresses_alone) return;
     open(compressed_, form.to, VX_VR_OB, form.attributes);
-    VX_Register_Compression_Callbacks(compressed_, compressor_of(form.to), nullptr);
+    VX_Register_Compression_Callbacks(compressed_, form.compressor(), nullptr);
   }
   ~FrameWorker() {
     free_result();
@@ -178,7 +178,7 @@ class FrameWorker {
       return VX_Duplicate_Message(id, &copy, EXPLICIT_LITTLE_ENDIAN, nullptr, nullptr) ==
              VX_NORMAL_COMPLETION;
     };
-    VX_Register_Compression_Callbacks(result_, compressor_of(form_.to), VX_General_Decompressor);
+    VX_Register_Compression_Callbacks(result_, form_.compressor(), VX_General_Decompressor);
     Bytes old_frame;
     Bytes new_frame;
     if (plain(id_, before) && plain(result_, after)) {
@@ -186,7 +186,7 @@ class FrameWorker {
       problem = hand_on(before, &old_frame, guarded<append>);
       if (problem.empty()) problem = hand_on(after, &new_frame, guarded<append>);
     }
-    VX_Register_Compression_Callbacks(result_, compressor_of(form_.to), nullptr);
+    VX_Register_Compression_Callbacks(result_, form_.compressor(), nullptr);
     form_.notes->lost = old_frame.empty() || old_frame.size() != new_frame.size() ||
                         std::memcmp(old_frame.data(), new_frame.data(), old_frame.size()) != 0;
     VX_Set_Value_To_Empty(id_, tags::kPixelData);
@@ -197,9 +197,8 @@ class FrameWorker {
   std::string make_object(uint32_t frame) {
     if (std::string problem = take(frame); !problem.empty()) return problem;
     free_result();
-    const VX_STATUS status =
-        VX_Duplicate_Message(id_, &result_, form_.compresses() ? form_.to : EXPLICIT_LITTLE_ENDIAN,
-                             compressor_of(form_.to), nullptr);
+    const VX_STATUS status = VX_Duplicate_Message(
+        id_, &result_, form_.compresses() ? form_.to : EXPLICIT_LITTLE_ENDIAN, form_.compressor(), nullptr);
     if (frame_was_cut_short()) ++form_.notes->cut_short;
     VX_Set_Value_To_Empty(id_, tags::kPixelData);
     return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);

@@ -132,8 +132,11 @@ std::string RecodedPixels::attach(DicomFile& file, VX_TRANSFER_SYNTAX target, un
   threads_ = threads;
   path_ = file.path();
   if (std::string fault = decompression_fault(form_); !fault.empty()) return fault;
-  if (form_.compresses() && compressor_of(target) == nullptr)
-    return "there is no compressor for this transfer syntax";
+  if (form_.compresses() && form_.compressor() == nullptr) {
+    return target == JPEG_XL_RECOMPRESSION
+               ? "this transfer syntax keeps JPEG streams, and the pixel data of the file is none"
+               : "there is no compressor for this transfer syntax";
+  }
   if (std::string problem = source_.open(file, file.id(), form_.from); !problem.empty()) return problem;
   form_.read(file.id());
   // PS3.3 section C.7.6.3.1: Columns of such an image are even. Some writers pad each row, others let pairs
@@ -171,7 +174,7 @@ std::string RecodedPixels::convert_first() {
     if (tag == tags::kDerivationDescription) description_ = text;
     if (text != form_.stored_text(tag)) changes_.emplace_back(tag, text);
   }
-  form_.compresses_alone = form_.compresses() && !form_.decompresses() && !is_lossy(form_.to) &&
+  form_.compresses_alone = form_.compresses() && !form_.decompresses() && !form_.loses() &&
                            changes_.empty() && form_.image_bits() % 16 == 0;
   return "";
 }
@@ -181,7 +184,7 @@ std::string RecodedPixels::convert_first() {
 bool RecodedPixels::fits_late_table() const {
   int32_t buffer = 0;
   VX_Get_Int_Config_Value(VX_CFG_WORK_BUFFER_SIZE, &buffer);
-  return form_.compresses() && !is_lossy(form_.to) && source_.count() > 1 &&
+  return form_.compresses() && !form_.loses() && source_.count() > 1 &&
          first_frame_.size() > std::max(65536U, static_cast<uint32_t>(buffer)) &&
          form_.image_bits() / 8 * source_.count() < (uint64_t{1} << 31);
 }
@@ -223,7 +226,7 @@ std::string RecodedPixels::bring_in_line(DicomFile& file) {
   const int32_t id = file.id();
   const uint64_t bits = number_in(form_.text(tags::kBitsAllocated));
   const uint64_t image_bits = form_.image_bits();
-  const bool lossy = is_lossy(form_.to) && (form_.to != JPEG_LS_LOSSY || form_.notes->lost);
+  const bool lossy = form_.loses() && (form_.to != JPEG_LS_LOSSY || form_.notes->lost);
   if (!form_.compresses()) {
     if (!spilled_) frame_bytes_ = first_frame_.size();
     length_ = joins_ ? (image_bits * source_.count() + 7) / 8 : frame_bytes_ * source_.count();
