@@ -6,14 +6,23 @@
 
 #include "library.h"
 #include "pixel/codec.h"
+#include "pixel/jpegxl.h"
 #include "vexalkit.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   fuzz::start_library();
   if (size < 4) return 0;
-  static constexpr VX_TRANSFER_SYNTAX kSyntaxes[] = {
-      JPEG_BASELINE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000, HTJ2K_LOSSLESS, HTJ2K_LOSSLESS_RPCL,
-      HTJ2K,         JPEG_2000_MC};
+  static constexpr VX_TRANSFER_SYNTAX kSyntaxes[] = {JPEG_BASELINE,
+                                                     JPEG_LOSSLESS_HIER_14,
+                                                     JPEG_LS_LOSSLESS,
+                                                     JPEG_2000,
+                                                     HTJ2K_LOSSLESS,
+                                                     HTJ2K_LOSSLESS_RPCL,
+                                                     HTJ2K,
+                                                     JPEG_2000_MC,
+                                                     JPEG_XL_LOSSLESS,
+                                                     JPEG_XL_RECOMPRESSION,
+                                                     JPEG_XL};
   vx::ImageAttributes image;
   // Two bits below those of the image and two above.
   image.TransferSyntax = kSyntaxes[(data[0] % 4 + (data[0] >> 6) * 4) % std::size(kSyntaxes)];
@@ -35,9 +44,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   std::vector<uint8_t> frame(image.FrameSize);
   vx::CodecResult result;
   codec.decompress(image, {}, data + 3, size - 3, frame.data(), result);
+  std::vector<uint8_t> stream;
+  if (image.TransferSyntax == JPEG_XL_RECOMPRESSION && vx::kJpegCodec.query(data + 3, size - 3, head) == 0 &&
+      head.rows <= 256 && head.columns <= 256) {
+    vx::jpegxl::from_jpeg(data + 3, size - 3, 1, stream);
+  }
   // The bytes as samples, which lossless codecs give back.
   for (std::size_t i = 0; i < frame.size(); ++i) frame[i] = data[3 + i % (size - 3)];
-  std::vector<uint8_t> stream;
   std::vector<uint8_t> back(frame.size());
   vx::CodecSettings settings;
   if (packed || codec.compress(image, settings, frame.data(), stream) != vx::kCodecDone) return 0;

@@ -139,6 +139,11 @@ struct Runner {
   Runner& operator=(const Runner&) = delete;
 };
 
+// The library keeps samples as wide as this. Little data for a large image is not to fill gigabytes either.
+bool announces_too_much(uint64_t samples, std::size_t size) {
+  return samples > kMaxFrame / sizeof(float) || (samples > kFreeFrame && samples / kMaxFrameRatio > size);
+}
+
 // --- Reading ---
 
 struct Decoder {
@@ -262,6 +267,7 @@ int decode(const ImageAttributes& image, const DecodeSettings& settings, const u
       image.BitsAllocated < 8 || head.precision > image.BitsAllocated || is_packed_422(image.photometric())) {
     return kCodecOtherImage;
   }
+  if (announces_too_much(uint64_t{head.rows} * head.columns * head.components, size)) return kCodecTooLarge;
   if (int status = read_pixels(decoder, image, frame); status != kCodecDone) return status;
   if (head.precision < image.BitsAllocated) {
     const std::size_t count = image.FrameSize / image.sample_bytes();
@@ -431,11 +437,6 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
   return kCodecDone;
 } catch (const std::bad_alloc&) {
   return kCodecNoMemory;
-}
-
-// Little data for a large image: no decoder is to fill gigabytes for it.
-bool announces_too_much(uint64_t samples, std::size_t size) {
-  return samples > kMaxFrame || (samples > kFreeFrame && samples / kMaxFrameRatio > size);
 }
 
 }  // namespace

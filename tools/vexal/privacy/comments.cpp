@@ -25,12 +25,49 @@ bool is_needed(uint8_t marker, std::size_t length, const char (&begin)[6]) {
          (marker == 0xE8 && std::memcmp(begin, "mrfx", 4) == 0 && length == 7);
 }
 
+// Boxes of a JPEG XL container (ISO/IEC 18181-2) that its image needs.
+bool is_needed_box(const char* type) {
+  static constexpr const char* kNeeded[] = {"JXL ", "ftyp", "jxll", "jxlc", "jxlp", "jxli", "free"};
+  return std::any_of(std::begin(kNeeded), std::end(kNeeded),
+                     [&](const char* needed) { return std::memcmp(type, needed, 4) == 0; });
+}
+
+// The others become room that nobody uses.
+template <typename Read>
+std::string cover_boxes(DicomFile& file, uint64_t start, uint64_t size, Read read) {
+  uint8_t head[16] = {};
+  for (uint64_t at = 0; read(at, head, 8);) {
+    uint64_t length = 0;
+    for (int i = 0; i < 4; ++i) length = length << 8 | head[i];
+    const auto* type = reinterpret_cast<const char*>(head + 4);
+    uint64_t behind = 8;
+    if (length == 1 && read(at, head, sizeof head)) {
+      length = 0;
+      for (int i = 8; i < 16; ++i) length = length << 8 | head[i];
+      behind = 16;
+    }
+    if (length == 0) length = size - at;
+    if (length < behind) return "";
+    if (!is_needed_box(type)) {
+      if (length > size - at) return "a comment in its compressed frames goes from one fragment to the next";
+      file.cover(start + at + 4, "free");
+      file.cover(start + at + behind, std::string(length - behind, '\0'));
+    }
+    if (length > size - at) return "";
+    at += length;
+  }
+  return "";
+}
+
 // The segments of a stream's head, up to its first scan or tile.
 std::string cover_in(DicomFile& file, uint64_t start, uint64_t size) {
   const auto read = [&](uint64_t at, void* to, std::size_t bytes) {
     return at + bytes <= size && file.source().read_at(start + at, to, bytes) == static_cast<int64_t>(bytes);
   };
   uint8_t head[4];
+  char box[4];
+  if (read(4, box, sizeof box) && std::memcmp(box, "JXL ", sizeof box) == 0)
+    return cover_boxes(file, start, size, read);
   if (!read(0, head, 2) || head[0] != 0xFF || (head[1] != kJpegStart && head[1] != kJpeg2000Start)) return "";
   const bool jpeg = head[1] == kJpegStart;
   for (uint64_t at = 2; read(at, head, sizeof head) && head[0] == 0xFF;) {

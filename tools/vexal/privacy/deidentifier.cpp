@@ -188,6 +188,7 @@ std::string Deidentifier::uid(const std::string& old) const {
 }
 
 VX_TRANSFER_SYNTAX Deidentifier::own_syntax(const DicomFile& file) const {
+  if (file.syntax() == JPEG_XL_RECOMPRESSION) return EXPLICIT_LITTLE_ENDIAN;  // nobody sees its comments
   const bool stays = !blanking_.concerns(file.id()) || is_uncompressed(file.syntax()) ||
                      compressor_of(file.syntax()) != nullptr;
   return stays ? file.syntax() : EXPLICIT_LITTLE_ENDIAN;
@@ -205,6 +206,10 @@ std::string Deidentifier::change(DicomFile& file, const Target& target, const Bl
   if (blanked) return blanking_.apply(file, target.syntax, target.beside, target.threads, finish);
   RecodedPixels pixels;
   std::string problem = file.write_fault(target.syntax);
+  // The streams would be taken from the file as it is, or stay it.
+  const bool recompressed = file.syntax() == JPEG_XL_RECOMPRESSION && target.syntax == file.syntax();
+  if (problem.empty() && (recompressed || FrameForm(file.syntax(), target.syntax).keeps_streams))
+    problem = "its JPEG streams would keep comments that nobody sees: another transfer syntax does without";
   if (problem.empty()) problem = cover_comments(file);
   if (problem.empty() && RecodedPixels::needed(file, target.syntax))
     problem = pixels.attach(file, target.syntax, target.threads, RecodedPixels::When::Ahead);
