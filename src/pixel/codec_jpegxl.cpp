@@ -264,7 +264,8 @@ int decode(const ImageAttributes& image, const DecodeSettings& settings, const u
   CodecHead head;
   if (int status = read_head(decoder, head); status != kCodecDone) return status;
   if (head.rows != image.Rows || head.columns != image.Columns || head.components != image.SamplesPerPixel ||
-      image.BitsAllocated < 8 || head.precision > image.BitsAllocated || is_packed_422(image.photometric())) {
+      (image.BitsAllocated != 8 && image.BitsAllocated != 16) || head.precision > image.BitsAllocated ||
+      is_packed_422(image.photometric())) {
     return kCodecOtherImage;
   }
   if (announces_too_much(uint64_t{head.rows} * head.columns * head.components, size)) return kCodecTooLarge;
@@ -397,7 +398,7 @@ constexpr int64_t kLosslessEffort = 3;
 int compress(const ImageAttributes& image, const CodecSettings& settings, const uint8_t* frame,
              std::vector<uint8_t>& out) try {
   if (image.TransferSyntax == JPEG_XL_RECOMPRESSION ||
-      (image.SamplesPerPixel != 1 && image.SamplesPerPixel != 3))
+      (image.SamplesPerPixel != 1 && image.SamplesPerPixel != 3) || image.BitsAllocated > 16)
     return kCodecUnsupported;
   if (!load_library()) return kCodecNotLoaded;
   Samples samples;
