@@ -132,8 +132,8 @@ def reference(image, frame=None):
     return made
 
 
-def segmentation(grid, frames, pixels, kind="BINARY", segments=2, colours=(), sources=None, most=255):
-    """frames: segment and plane of each. sources: for each frame, references."""
+def segmentation(grid, frames, pixels, kind="BINARY", segments=2, colours=(), sources=None, most=255, spacing=1):
+    """frames: segment and plane of each. sources: for each frame, references. spacing: of planes, by what it is."""
     def own(number):
         more = {} if kind == "LABELMAP" else dict(SegmentIdentificationSequence=[item(ReferencedSegmentNumber=frames[number][0])])
         if sources and sources[number]:
@@ -146,6 +146,7 @@ def segmentation(grid, frames, pixels, kind="BINARY", segments=2, colours=(), so
     for segment, colour in zip(made.SegmentSequence, colours):
         segment.RecommendedDisplayCIELabValue = list(colour)
     made.update(groups(grid, [plane for _, plane in frames], own))
+    made.SharedFunctionalGroupsSequence[0].PixelMeasuresSequence[0].SpacingBetweenSlices = spacing * grid.gap
     return with_pixels(made, pixels, 1 if kind == "BINARY" else None)
 
 
@@ -240,17 +241,18 @@ PLANES = [
 def check_geometry(folder):
     """Two segments that overlap; 323 bits a frame end on no byte."""
     image_path, path = folder + "/image", folder + "/seg"
-    for title, image, grid in PLANES:
+    for (title, image, grid), spacing in [(case, 1) for case in PLANES] + [(PLANES[3], 1.7)]:
         save(classic(image), image_path)
         masks = random.integers(0, 2, (2, grid.planes, grid.rows, grid.columns)).astype("u1")
         frames = [(segment + 1, plane) for plane in range(grid.planes) for segment in range(2)]
-        made = segmentation(grid, frames, masks.swapaxes(0, 1).reshape(-1, grid.rows, grid.columns), colours=COLOURS)
+        made = segmentation(grid, frames, masks.swapaxes(0, 1).reshape(-1, grid.rows, grid.columns), colours=COLOURS, spacing=spacing)
         save(made, path)
-        want, sure = numpy.full((image.rows, image.columns, 3), float(GREY)), True
+        depth = grid.seen_from(image)[2]  # beyond the last planes, only what the spacing says tells where they end
+        want, sure = numpy.full((image.rows, image.columns, 3), float(GREY)), (spacing == 1) | (depth > 0) & (depth < grid.planes - 1)
         for mask, colour in zip(masks, COLOURS):
             values, certain = sampled(grid, range(grid.planes), mask, image)
             want, sure = over(want, srgb_of(colour), values * 0.5), sure & certain
-        check(numpy.mean(sure) > 0.9 and numpy.ptp(want) > 20, title + ": a test of little")
+        check(numpy.mean(sure) > 0.6 and numpy.ptp(want) > 20, title + ": a test of little")
         alike(title, render(folder, image_path, "--segmentation", path), want, sure)
 
 
