@@ -282,6 +282,10 @@ def check_kinds(folder):
                 alike("%s of %d bytes, %d %%, %s" % (kind, pixels.itemsize, opacity, os.path.basename(file)), got, want)
         if not most:
             alike("one label", render(folder, image_path, "--segmentation", path, "--segment", str(2 * step)), over(base, srgb_of(COLOURS[1]), parts[1] * 0.5))
+    bare = segmentation(IMAGE, [(0, 0)], (pixels[0:1] // 300).astype("u1"), "LABELMAP", 2, [COLOURS[2]] + COLOURS)
+    del bare.SegmentSequence[0]
+    alike("a background that is not described", render(folder, image_path, "--segmentation", save(bare, folder + "/bare"), "--segment", "2"),
+          over(base, srgb_of(COLOURS[1]), (pixels[0] == 600) * 0.5))
     alike("a label by its name, background too", render(folder, image_path, "--segmentation", path, "--segment", "LABEL 0"),
           over(base, (0, 0, 0), (pixels[0] == 0) * 0.5))
     render(folder, image_path, "--segmentation", path, "--segment", "7", status=2, says="--segment 7")

@@ -132,9 +132,11 @@ std::string SegmentationLayer::read_segments() {
       fault("two segments have the number " + std::to_string(*number));
   }
   if (segments_.empty()) return "it has no Segment Sequence";
-  // What a label map has where nothing is, if nobody asks for it.
+  // What a label map has where nothing is, if nobody asks for it; it need not be described.
+  if (!label_map_) return "";
   const uint32_t nothing = whole_of(id, tags::kPixelPaddingValue, kLabels - 1).value_or(0);
-  if (label_map_ && choices_.segments.all()) segments_[nothing].shown = false;
+  for (const uint32_t number : {nothing, 0U}) segments_.try_emplace(number, Segment{{}, false});
+  if (choices_.segments.all()) segments_[nothing].shown = false;
   return "";
 }
 
