@@ -259,7 +259,10 @@ VX_API VX_STATUS VX_Standard_Decompressor(int32_t MsgID, void** Context, uint32_
  * It is without the checks of VX_RLE_Compressor and VX_Standard_Compressor on photometric interpretations:
  * palettes and YBR_FULL without loss, YBR_FULL also as JPEG, colour of 16 bits as JPEG Lossless, JPEG-LS and
  * JPEG 2000, 1 and 32 bits allocated as RLE, 32 with up to 24 stored as HTJ2K without loss. Colour keeps its
- * label where the codec does not transform it. For programs that compress images of others.
+ * label where the codec does not transform it. JPEG XL: without loss, and JPEG_XL with the loss of
+ * COMPRESSION_QUALITY unless that is 100 or the image is signed; signed samples stand in its stream as two's
+ * complement of Bits Stored bits. JPEG_XL_RECOMPRESSION is refused: VX_Duplicate_Message makes it of JPEG.
+ * For programs that compress images of others.
  * @copydetails VX_RLE_Compressor
  */
 VX_API VX_STATUS VX_General_Compressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
@@ -270,10 +273,10 @@ VX_API VX_STATUS VX_General_Compressor(int32_t MsgID, void** Context, uint32_t D
  * Decompression callback for whatever the codecs can.
  * It is without the checks of VX_RLE_Decompressor and VX_Standard_Decompressor: also JPEG with spectral
  * selection and progressive JPEG, JPEG Lossless with all predictors under its older syntax, every photometric
- * interpretation, RLE with 1 and 32 bits allocated. Colour comes out as the image is labelled, but YBR_ICT
- * and YBR_RCT as RGB. Where the object has Total Pixel Matrix Columns, a stream that is smaller than the
- * frame fills it from its upper left, its last row and column repeated. For programs that show or convert
- * images of others.
+ * interpretation, RLE with 1 and 32 bits allocated, JPEG XL: JPEG_XL_RECOMPRESSION as the JPEG stream that it
+ * was made from. Colour comes out as the image is labelled, but YBR_ICT, YBR_RCT and XYB as RGB. Where the
+ * object has Total Pixel Matrix Columns, a stream that is smaller than the frame fills it from its upper
+ * left, its last row and column repeated. For programs that show or convert images of others.
  * @copydetails VX_RLE_Compressor
  */
 VX_API VX_STATUS VX_General_Decompressor(int32_t MsgID, void** Context, uint32_t DataSize, void* DataBuffer,
@@ -285,7 +288,10 @@ VX_API VX_STATUS VX_General_Decompressor(int32_t MsgID, void** Context, uint32_t
  * Frames go through the decompressor of the source and through Compressor, one at a time. Without Compressor
  * and with the same syntax the value is copied as it is. Pixel Data of items becomes native, but for
  * DUPLICATE_ENCAPSULATED_ICON. With UPDATE_GROUP_0028_ON_DUPLICATE the attributes that tell of compression
- * are brought up to date.
+ * are brought up to date. Where the source has JPEG of 8 bits and the copy JPEG_XL_RECOMPRESSION, or the
+ * other way round, and both functions are the general ones, each frame keeps its JPEG stream, byte by byte,
+ * and the attributes stay; a stream that can not be kept, or that the copy's syntax does not take, is
+ * VX_COMPRESSION_FAILURE.
  * @param SourceID  message, item or file.
  * @param DestID  [out] the copy, an object of the same kind, which the caller frees; after a failure what was
  *     copied so far, for the caller to free too, or -1.

@@ -185,6 +185,7 @@ int read_head(const Decoder& decoder, CodecHead& head) {
 
 int query(const uint8_t* data, std::size_t size, CodecHead& head) {
   if (!is_jpegxl(data, size)) return kCodecNotAStream;
+  if (!load_library()) return kCodecNotLoaded;
   const Decoder decoder;
   if (!decoder.open(data, size, JXL_DEC_BASIC_INFO)) return kCodecNoMemory;
   return read_head(decoder, head);
