@@ -176,7 +176,7 @@ def render(folder, image, *options, status=0, says=""):
     out = folder + "/out.png"
     if os.path.exists(out):
         os.remove(out)
-    vexal("pixel", "render", *options, image, out, status=status, says=says)
+    vexal("pixel", "render", "--no-aspect", *options, image, out, status=status, says=says)
     check(os.path.exists(out) == (status != 2), "a picture with status %d: %s" % (status, " ".join(options)))
     return read_png(out).astype(int) if status != 2 else None
 
@@ -584,7 +584,7 @@ def check_together(folder):
                 numpy.full((many.rows, many.columns), 0.5))
     want[6, 2:9] = want[3:10, 5] = (1, 2, 3)
     alike("all three", got, want, most=2)
-    vexal("pixel", "sheet", "--columns", "3", "--tile", "19", "--segmentation", seg_path, image_path, folder + "/sheet.png")
+    vexal("pixel", "sheet", "--no-aspect", "--columns", "3", "--tile", "19", "--segmentation", seg_path, image_path, folder + "/sheet.png")
     sheet = read_png(folder + "/sheet.png").astype(int)[:17]
     check((sheet[:, :19] == GREY).all() and (sheet[:, 38:] == GREY).all() and (sheet[:, 19:38] != GREY).any(axis=2).all(), "layers on the sheet")
     for path, option in ((seg_path, "--segmentation"), (set_path, "--contours"), (dose_path, "--dose")):

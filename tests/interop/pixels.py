@@ -42,13 +42,13 @@ def check_rendering(folder):
     for path in sorted(glob.glob(SAMPLES + "/pix/*.dcm") + glob.glob(SAMPLES + "/enc/*.dcm") + glob.glob(SAMPLES + "/ts/*.dcm")):
         name = os.path.relpath(path, SAMPLES)
         tries = [(window, renderer) for window in (("+Wi", "1"), ("+Wl", "1"), ("+Wm",)) for renderer in RENDERERS]
-        if os.path.getsize(path) > 3000000:
+        if os.path.getsize(path) > 3000000 or name.startswith("enc/enhct-"):  # the peer leaves out palettes that supplement grey
             continue
         window = next((window for window, renderer in tries if run(renderer, "-O", "+op", *window, "+F", "1", path, theirs).returncode == 0 and
                        os.path.exists(theirs)), None)
         if window is None:
             continue
-        a = picture_of(path, folder, "--no-overlays", "--window-number", "0" if window == ("+Wm",) else "1")
+        a = picture_of(path, folder, "--no-overlays", "--no-icc", "--no-aspect", "--window-number", "0" if window == ("+Wm",) else "1")
         b = read_pnm(theirs)
         os.remove(theirs)
         differences = abs(a.astype(int) - b) if a.shape[:2] == b.shape[:2] else numpy.array([999])
@@ -379,7 +379,7 @@ def check_floats(folder):
         data.BitsAllocated = 32 if code == "f" else 64
         data.add_new(tag, vr, struct.pack("<12" + code, *[i * 1.5 - 4 for i in range(11)], float("nan")))
         data.save_as(path)
-        expected = numpy.array([255 * i / 10 for i in range(11)] + [255 * 4 / 15]).reshape(3, 4, 1)
+        expected = numpy.array([255 * i / 10 for i in range(11)] + [0]).reshape(3, 4, 1)
         check(distance(picture_of(path, folder), expected) <= 1, "floating point pixels: %s" % picture_of(path, folder))
         vexal("pixel", "extract", path, raw)
         check(read(raw) == data[tag].value, "floating point pixels are extracted wrong")

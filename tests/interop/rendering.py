@@ -5,15 +5,18 @@ usage: rendering.py VEXAL
 Exit 77 (skipped) where pydicom or numpy are missing.
 """
 import os
+import struct
 import sys
 
-from checks import check, has, need, paths, run, run_parts, vexal, write
+from checks import check, ended, has, need, paths, run, run_parts, vexal, write
 from made import Writer, description, head, tail
 
 need(modules=["pydicom", "numpy"])
 import numpy
+import pydicom
+from pydicom.dataset import Dataset, FileMetaDataset
 
-from pictures import read_by_ffmpeg, read_png
+from pictures import picture_of, read_by_ffmpeg, read_png, read_pnm
 
 KIND = "1.2.840.10008.5.1.4.1.1.7"
 
@@ -56,4 +59,336 @@ def check_formats(folder):
               "a full disk and %s: %s" % (suffix, result))
 
 
-sys.exit(run_parts(check_formats))
+
+def put(data, attributes):
+    """Tables are unsigned, which pydicom leaves open."""
+    for name, value in attributes.items():
+        if name == "LUTData" or name.endswith("Descriptor"):
+            data.add_new(name, "US", value)
+        else:
+            setattr(data, name, value)
+    return data
+
+
+def changed(path, **attributes):
+    """The image with these attributes."""
+    put(pydicom.dcmread(path), attributes).save_as(path + ".changed")
+    return path + ".changed"
+
+
+def apart(a, b):
+    return 999 if a.shape != numpy.shape(b) else abs(a - b).max()
+
+
+def items(*sets):
+    return [put(Dataset(), values) for values in sets]
+
+
+def level_of(values, form, center, width):
+    if form == "SIGMOID":
+        return 1 / (1 + numpy.exp(numpy.clip(-4 * (values - center) / width, -700, 700)))
+    middle, span = (center - 0.5, width - 1) if form == "LINEAR" else (center, width)
+    return numpy.clip((values - middle) / span + 0.5, 0, 1)
+
+
+def check_grey(folder):
+    """Every depth, sign and window, with tables and without, in 8 and 16 bits; padding is black and has no say."""
+    random = numpy.random.default_rng(2)
+    path = folder + "/image"
+    for stored, kind in [(8, "u1"), (8, "i1"), (12, "<u2"), (16, "<u2"), (16, "<i2"), (13, "<i2"), (20, "<u4")]:
+        low = -(1 << stored - 1) if "i" in kind else 0
+        pixels = random.integers(low, low + (1 << stored), (61, 53)).astype(kind)
+        image(path, pixels, stored=stored)
+        for form in ("LINEAR", "LINEAR_EXACT", "SIGMOID"):
+            shown = dict(RescaleSlope="1.5", RescaleIntercept="-100", WindowCenter="33.5", WindowWidth="77", VOILUTFunction=form)
+            want = level_of(pixels * 1.5 - 100, form, 33.5, 77)
+            for photometric, bits in (("MONOCHROME2", 8), ("MONOCHROME1", 16)):
+                got = picture_of(changed(path, PhotometricInterpretation=photometric, **shown), folder, "--bits", bits)[..., 0]
+                top = (1 << bits) - 1
+                check(apart(got, top * (want if bits == 8 else 1 - want)) <= 0.5001, "%s %d %s: %s apart" % (kind, stored, form, apart(got, top * want)))
+        padded = pixels.copy()
+        padded[:20] = low + 7
+        image(path, padded, stored=stored)
+        data = pydicom.dcmread(path)
+        data.add_new(0x00280120, "SS" if low else "US", (low if stored <= 16 else 0) + 5)
+        data.add_new(0x00280121, "SS" if low else "US", (low if stored <= 16 else 0) + 9)
+        data.save_as(path)
+        inside = padded[20:].astype(int)
+        shown = inside[(inside < low + 5) | (inside > low + 9)]
+        padded = padded.astype(int)
+        want = numpy.where((padded >= low + 5) & (padded <= low + 9), 0, (padded - shown.min()) / (shown.max() - shown.min()))
+        check(apart(picture_of(path, folder)[..., 0], 255 * want) <= 0.5001, "padding of %s %d" % (kind, stored))
+    ramp = numpy.arange(256, dtype="u1").reshape(16, 16)
+    tables = items(*({"LUTDescriptor": [256, 0, 16], "LUTData": [(factor * i) & 65535 for i in range(256)]} for factor in (100, 257)))
+    path = changed(image(path, ramp), VOILUTSequence=tables, WindowCenter="128", WindowWidth="256")
+    for choice, want in (((), ramp), (("--voi-lut", 1), ramp * (100 / 257)), (("--voi-lut", 2), ramp)):
+        check(apart(picture_of(path, folder, *choice)[..., 0], want) <= 1, "VOI LUT %s" % (choice,))
+    vexal("pixel", "render", "--voi-lut", "3", path, folder + "/o.png", status=2, says="VOI LUT")
+    vexal("pixel", "render", "--bits", "9", path, folder + "/o.png", status=2, says="8 or 16")
+
+
+def check_colours(folder):
+    """Palettes that supplement grey; ICC profiles, here one whose red and green are exchanged."""
+    path = folder + "/image"
+    ramp = numpy.arange(256, dtype="u1").reshape(16, 16)
+    tables = {name + "PaletteColorLookupTable" + part: value for n, name in enumerate(("Red", "Green", "Blue")) for part, value in (
+        ("Descriptor", [16, 240, 16]), ("Data", numpy.full(16, n * 0x5000, "<u2").tobytes()))}
+    shown = dict(PixelPresentation="COLOR", WindowCenter="128", WindowWidth="256", **tables)
+    want = numpy.repeat(ramp[..., None], 3, 2).astype(int)
+    want[15] = (0, 0x50, 0xA0)
+    check(apart(picture_of(changed(image(path, ramp), **shown), folder), want) == 0, "a supplemental palette")
+    fixed = lambda *values: b"".join(struct.pack(">i", round(v * 65536)) for v in values)
+    red, green, blue = (0.4361, 0.2225, 0.0139), (0.3851, 0.7169, 0.0971), (0.1431, 0.0606, 0.7141)
+    parts = [(b"wtpt", b"XYZ \0\0\0\0" + fixed(0.9642, 1, 0.8249))]
+    parts += [(name, b"XYZ \0\0\0\0" + fixed(*value)) for name, value in ((b"rXYZ", green), (b"gXYZ", red), (b"bXYZ", blue))]
+    curve = b"para\0\0\0\0\0\3\0\0" + fixed(2.4, 1 / 1.055, 0.055 / 1.055, 1 / 12.92, 0.04045)
+    parts += [(name, curve) for name in (b"rTRC", b"gTRC", b"bTRC")]
+    at, table, body = 132 + 12 * len(parts), b"", b""
+    for name, value in parts:
+        table += name + struct.pack(">II", at + len(body), len(value))
+        body += value + bytes(-len(value) % 4)
+    header = bytes(4) + b"test" + bytes.fromhex("04200000") + b"mntrRGB XYZ " + bytes(12) + b"acsp" + bytes(28) + fixed(0.9642, 1, 0.8249)
+    profile = header + bytes(128 - len(header)) + struct.pack(">I", len(parts)) + table + body
+    profile = struct.pack(">I", len(profile)) + profile[4:]
+    pixels = numpy.random.default_rng(3).integers(0, 256, (33, 31, 3)).astype("u1")
+    path = changed(image(path, pixels, photometric="RGB"), ICCProfile=profile)
+    result = run(sys.argv[1], "pixel", "render", path, folder + "/picture.png")
+    if result.returncode == 1 and b"needs liblcms2" in result.stderr:
+        print("missing: liblcms2 (ICC profiles)")
+        return
+    check(apart(read_png(folder + "/picture.png"), pixels[..., [1, 0, 2]]) <= 2, "a profile: %s" % result)
+    check(apart(picture_of(path, folder, "--no-icc"), pixels) == 0, "--no-icc")
+    for broken in (profile[:200], b"nothing ", profile[:16] + b"CMYK" + profile[20:]):
+        got = picture_of(changed(path, ICCProfile=broken), folder, status=1, says="ICC profile")
+        check(apart(got, pixels) == 0, "a broken profile changes colours")
+
+
+def check_shape(folder):
+    """Pixels come out square, and how large they are is told."""
+    pixels = numpy.repeat(numpy.arange(0, 200, 10, dtype="u1")[None], 7, 0)
+    path = image(folder + "/image", pixels)
+    for attribute, want in (({"PixelAspectRatio": [2, 1]}, (14, 20)), ({"PixelSpacing": [0.5, 1.5]}, (7, 60)), ({"PixelSpacing": [0.5, 0.5]}, (7, 20)),
+                            ({"PixelAspectRatio": [1, 65535]}, (7, 20)), ({"ImagerPixelSpacing": [3, 2]}, (11, 20))):
+        changed_path = changed(path, **attribute)
+        got = picture_of(changed_path, folder, "--window", "128,256")
+        check(got.shape[:2] == want, "%s: %s" % (attribute, got.shape))
+        check(abs(got[0, [0, -1], 0] - [0, 190]).max() == 0 and (numpy.diff(got[..., 0], axis=1) >= 0).all(), "%s: the ramp" % attribute)
+        check(apart(picture_of(changed_path, folder, "--no-aspect", "--window", "128,256"), pixels[..., None]) == 0, "--no-aspect")
+        check((b"pHYs" in open(folder + "/picture.png", "rb").read()) == ("PixelAspectRatio" not in attribute), "%s: size" % attribute)
+
+
+def check_videos(folder):
+    """Films by their names, with the frames in order and at their rate; nothing stays of one that fails."""
+    path, out = folder + "/image", folder + "/films/film"
+    os.makedirs(folder + "/films")
+    stack = numpy.stack([numpy.full((33, 51), 20 * i, "u1") for i in range(10)])
+    image(path, stack.reshape(330, 51))
+    path = changed(path, Rows=33, NumberOfFrames=10, WindowCenter="128", WindowWidth="256")
+    empty = {**os.environ, "PATH": "/nowhere"}
+    vexal("pixel", "video", path, out + ".mp4", status=2, says="apt install ffmpeg", env=empty)
+    vexal("pixel", "video", path, out + ".gif", status=2, says=".webm")
+    vexal("pixel", "video", "--rate", "0", path, out + ".mp4", status=2, says="--rate")
+    if not has("ffmpeg", "videos"):
+        return
+    data = pydicom.dcmread(path)
+    data.PixelData = data.PixelData[:-100]
+    data.save_as(folder + "/short")
+    vexal("pixel", "video", folder + "/short", out + ".mp4", status=2, says="frame 10")
+    vexal("pixel", "video", path, folder + "/nowhere/film.mp4", status=2)
+    check(not os.listdir(folder + "/films"), "a film that failed leaves something")
+    for suffix, more, options, rate in ((".mp4", {}, (), "25/1"), (".webm", {"FrameTime": "100"}, (), "10/1"), (".avi", {"CineRate": "8"}, ("--rate", "5"), "5/1"),
+                                        (".mp4", {"CineRate": "8"}, (), "8/1")):
+        vexal("pixel", "video", *options, changed(path, **more), out + suffix)
+        told = run("ffprobe", "-v", "error", "-show_entries", "stream=width,height,avg_frame_rate", "-of", "csv=p=0", out + suffix).stdout.decode().strip()
+        check(told == "52,34," + rate, "a film in %s: %s" % (suffix, told))
+        shades = read_by_ffmpeg(out + suffix).reshape(-1, 34, 52)[:, 5:25, 5:45].mean((1, 2))
+        check(len(shades) == 10 and abs(shades - numpy.arange(0, 200, 20)).max() < 6, "frames in %s: %s" % (suffix, shades))
+
+
+# ---- Presentation states ----
+
+GREY, COLOUR, PSEUDO = ("1.2.840.10008.5.1.4.1.1.11.%d" % n for n in (1, 2, 3))
+
+
+def state(path, of, kind=GREY, frames=None, **attributes):
+    """A presentation state of an image."""
+    data, source = Dataset(), pydicom.dcmread(of, stop_before_pixels=True)
+    data.file_meta = FileMetaDataset()
+    data.file_meta.TransferSyntaxUID, data.is_little_endian, data.is_implicit_VR = pydicom.uid.ExplicitVRLittleEndian, True, False
+    data.file_meta.MediaStorageSOPClassUID = data.SOPClassUID = kind
+    data.file_meta.MediaStorageSOPInstanceUID = data.SOPInstanceUID = source.SOPInstanceUID + ".1"
+    data.Modality, data.StudyInstanceUID, data.SeriesInstanceUID = "PR", source.StudyInstanceUID, source.SeriesInstanceUID + ".1"
+    data.PatientName, data.PatientID, data.ContentLabel = "Made^State", "1", "STATE"
+    data.InstanceNumber, data.PresentationCreationDate, data.PresentationCreationTime, data.PatientBirthDate = 1, "20260101", "120000", ""
+    data.StudyDate, data.StudyTime, data.StudyID, data.SeriesNumber, data.AccessionNumber = "20260101", "120000", "1", 1, ""
+    data.PatientSex, data.ReferringPhysicianName, data.Manufacturer, data.ContentDescription, data.ContentCreatorName = "", "", "", "", ""
+    reference = {"ReferencedSOPClassUID": source.SOPClassUID, "ReferencedSOPInstanceUID": source.SOPInstanceUID}
+    if frames:
+        reference["ReferencedFrameNumber"] = frames
+    data.ReferencedSeriesSequence = items({"SeriesInstanceUID": source.SeriesInstanceUID, "ReferencedImageSequence": items(reference)})
+    data.DisplayedAreaSelectionSequence = items({"DisplayedAreaTopLeftHandCorner": [1, 1], "PresentationSizeMode": "SCALE TO FIT",
+                                                 "DisplayedAreaBottomRightHandCorner": [source.Columns, source.Rows],
+                                                 "PresentationPixelAspectRatio": [1, 1]})
+    if kind != COLOUR:
+        data.PresentationLUTShape = "IDENTITY"
+    put(data, attributes).save_as(path, write_like_original=False)
+    return path
+
+
+def table(entries, bits, first=0):
+    return {"LUTDescriptor": [len(entries), first, bits], "LUTData": [int(v) for v in entries]}
+
+
+def check_state_shades(folder):
+    """Modality, VOI and presentation transformations, as worked out here and as the peer renders them."""
+    random = numpy.random.default_rng(5)
+    pixels = random.integers(0, 4096, (40, 50)).astype("<u2")
+    path = changed(image(folder + "/image", pixels, stored=12), RescaleSlope="3", RescaleIntercept="5", WindowCenter="1", WindowWidth="2")
+    pixels = pixels.astype(int)
+    peer = has("dcmp2pgm", "presentation states")
+    scale = {"RescaleSlope": "2", "RescaleIntercept": "-100", "RescaleType": "US"}
+    window = {"SoftcopyVOILUTSequence": items({"WindowCenter": "1000", "WindowWidth": "3000"})}
+    voi = [(i * 37) % 256 for i in range(4096)]
+    curve = [int((i / 255) ** 1.3 * 65535) for i in range(256)]
+    full = pixels / 4095
+    cases = [
+        ({}, full), ({"PresentationLUTShape": "INVERSE"}, 1 - full), ({**window}, level_of(pixels, "LINEAR", 1000, 3000)),
+        ({**scale, **window}, level_of(pixels * 2 - 100, "LINEAR", 1000, 3000)),
+        ({"ModalityLUTSequence": items({**table([4095 - i for i in range(4096)], 12), "ModalityLUTType": "US"})}, 1 - full),
+        ({"SoftcopyVOILUTSequence": items({"VOILUTSequence": items(table(voi, 8))})}, numpy.array(voi)[pixels] / 255),
+        ({"PresentationLUTShape": None, "PresentationLUTSequence": items(table(curve, 16))}, (numpy.rint(full * 255) / 255) ** 1.3),
+    ]
+    for number, (attributes, want) in enumerate(cases):
+        made = state(folder + "/state", path, **{k: v for k, v in attributes.items() if v is not None})
+        if attributes.get("PresentationLUTShape", "") is None:
+            data = pydicom.dcmread(made)
+            del data.PresentationLUTShape
+            data.save_as(made)
+        got = picture_of(path, folder, "--presentation", made)[..., 0]
+        check(apart(got, 255 * want) <= 1, "state %d: %s apart" % (number, apart(got, 255 * want)))
+        if peer:
+            ended(run("dcmp2pgm", "-p", made, path, folder + "/peer.pgm"), "dcmp2pgm")
+            theirs = read_pnm(folder + "/peer.pgm")[..., 0].astype(int)
+            check(apart(got, theirs) <= 2, "state %d: %s apart from the peer" % (number, apart(got, theirs)))
+    other = image(folder + "/other", pixels.astype("<u2"), stored=12)
+    made = state(folder + "/state", path)
+    vexal("pixel", "render", "--presentation", made, other, folder + "/o.png", status=2, says="other images")
+    vexal("pixel", "render", "--presentation", state(made, path, frames=[2]), path, folder + "/o.png", status=2, says="other frames")
+    vexal("pixel", "render", "--presentation", state(made, path, COLOUR), path, folder + "/o.png", status=2, says="colour")
+    vexal("pixel", "render", "--presentation", path, path, folder + "/o.png", status=2, says="no presentation state")
+    made = state(made, path, MaskSubtractionSequence=items({"MaskOperation": "AVG_SUB"}))
+    picture_of(path, folder, "--presentation", made, status=1, says="mask")
+    palette = {name + "PaletteColorLookupTable" + part: value for n, name in enumerate(("Red", "Green", "Blue")) for part, value in (
+        ("Descriptor", [256, 0, 16]), ("Data", ((numpy.arange(256) * (n + 1) % 256) * 257).astype("<u2").tobytes()))}
+    got = picture_of(path, folder, "--presentation", state(made, path, PSEUDO, **palette))
+    index = numpy.rint(full * 255)
+    check(apart(got, numpy.stack([index * (n + 1) % 256 for n in range(3)], -1)) <= 1, "pseudo colours")
+
+
+def check_state_places(folder):
+    """Displayed area, turns, shutters and what is drawn, on a picture whose every pixel is known."""
+    pixels = (numpy.arange(24)[:, None] * 8 + numpy.arange(30) % 8).astype("u1")
+    path = image(folder + "/image", pixels)
+    made = folder + "/state"
+    for turn in (0, 90, 180, 270):
+        for flip in "NY":
+            got = picture_of(path, folder, "--presentation", state(made, path, ImageRotation=turn, ImageHorizontalFlip=flip))[..., 0]
+            want = numpy.rot90(pixels, -turn // 90)
+            check(apart(got, want[:, ::-1] if flip == "Y" else want) == 0, "turned by %d, %s" % (turn, flip))
+    area = lambda first, last, **more: {"DisplayedAreaSelectionSequence": items(
+        {"DisplayedAreaTopLeftHandCorner": first, "DisplayedAreaBottomRightHandCorner": last, "PresentationSizeMode": "SCALE TO FIT",
+         "PresentationPixelAspectRatio": [1, 1], **more})}
+    got = picture_of(path, folder, "--presentation", state(made, path, **area([5, 3], [14, 10])))[..., 0]
+    check(apart(got, pixels[2:10, 4:14]) == 0, "a displayed area")
+    got = picture_of(path, folder, "--presentation", state(made, path, **area([-1, 0], [4, 3])))[..., 0]
+    check(apart(got, numpy.pad(pixels[:3, :4], ((1, 0), (2, 0)))) == 0, "an area beyond the image")
+    got = picture_of(path, folder, "--presentation", state(made, path, ImageRotation=180, **area([14, 10], [5, 3])))[..., 0]
+    check(apart(got, pixels[2:10, 4:14][::-1, ::-1]) == 0, "a turned area")
+    got = picture_of(path, folder, "--presentation", state(made, path, **area([1, 1], [30, 24], PresentationPixelAspectRatio=[2, 1])))
+    check(got.shape[:2] == (48, 30), "aspect ratio: %s" % (got.shape,))
+    got = picture_of(path, folder, "--presentation", state(made, path, **area([1, 1], [30, 24], PresentationSizeMode="MAGNIFY",
+                                                                             PresentationPixelMagnificationRatio=3.0)))
+    check(got.shape[:2] == (72, 90) and apart(got[1::3, 1::3, 0], pixels) == 0, "magnification")
+    vexal("pixel", "render", "--presentation", state(made, path, **area([-2000000000, 1], [2000000000, 24])), path, folder + "/o.png", status=2,
+          says="too large")
+    y, x = numpy.mgrid[1:25, 1:31]
+    shutters = [
+        ({"ShutterShape": "RECTANGULAR", "ShutterLeftVerticalEdge": 4, "ShutterRightVerticalEdge": 20, "ShutterUpperHorizontalEdge": 3,
+          "ShutterLowerHorizontalEdge": 9}, (x < 4) | (x > 20) | (y < 3) | (y > 9)),
+        ({"ShutterShape": "CIRCULAR", "CenterOfCircularShutter": [12, 15], "RadiusOfCircularShutter": 7}, (x - 15) ** 2 + (y - 12) ** 2 > 49),
+        ({"ShutterShape": "POLYGONAL", "VerticesOfThePolygonalShutter": [3, 3, 3, 20, 15, 20, 15, 3]}, (x < 3) | (x > 20) | (y < 3) | (y > 15)),
+    ]
+    for attributes, shut in shutters:
+        made = state(made, path, ShutterPresentationValue=0x8080, **attributes)
+        got = picture_of(path, folder, "--presentation", made)[..., 0]
+        check(apart(got, numpy.where(shut, 0x80, pixels)) == 0, "a shutter: %s" % attributes)
+
+
+def check_state_drawings(folder):
+    """Layers in their order and colours; each kind of graphic, where it has to be and nowhere else."""
+    size = 64
+    path = image(folder + "/image", numpy.zeros((size, size), "u1"))
+    made = folder + "/state"
+    layers = {"GraphicLayerSequence": items({"GraphicLayer": "UP", "GraphicLayerOrder": 2, "GraphicLayerRecommendedDisplayGrayscaleValue": 0xFFFF},
+                                            {"GraphicLayer": "DOWN", "GraphicLayerOrder": 1, "GraphicLayerRecommendedDisplayGrayscaleValue": 0x6464})}
+    graphic = lambda kind, data, filled="N", units="PIXEL": {
+        "GraphicAnnotationUnits": units, "GraphicDimensions": 2, "NumberOfGraphicPoints": len(data) // 2, "GraphicData": [float(v) for v in data],
+        "GraphicType": kind, "GraphicFilled": filled}
+    draw = lambda layer, **what: {"GraphicLayer": layer, **{k: items(*v) for k, v in what.items()}}
+    y, x = numpy.mgrid[0:size, 0:size] + 0.5
+    radius = numpy.hypot(x - 32, y - 32)
+    box = lambda left, top, right, bottom: (x > left) & (x < right) & (y > top) & (y < bottom)
+    cases = [  # what must be marked, what may be
+        (graphic("POLYLINE", [10.5, 5.5, 50.5, 5.5]), box(10, 5, 51, 6), box(10, 5, 51, 6)),
+        (graphic("POLYLINE", [10, 10, 40, 10, 40, 30, 10, 30, 10, 10], "Y"), box(10, 10, 40, 30), box(9, 9, 42, 32)),
+        (graphic("POLYLINE", [0.25, 0.25, 0.75, 0.25], "N", "DISPLAY"), box(16, 16, 48, 17), box(16, 16, 49, 17)),
+        (graphic("CIRCLE", [32, 32, 42, 32]), abs(radius - 10) < 0.3, abs(radius - 10) < 1.5),
+        (graphic("CIRCLE", [32, 32, 42, 32], "Y"), radius < 9.5, radius < 11.5),
+        (graphic("ELLIPSE", [12, 32, 52, 32, 32, 22, 32, 42], "Y"), ((x - 32) / 19) ** 2 + ((y - 32) / 9) ** 2 < 1, ((x - 32) / 22) ** 2 + ((y - 32) / 12) ** 2 < 1),
+        (graphic("POINT", [20.5, 30.5]), (abs(x - 20.5) < 0.6) & (abs(y - 30.5) < 0.6), (abs(x - 20.5) < 5) & (abs(y - 30.5) < 5)),
+        (graphic("INTERPOLATED", [10, 40, 30, 10, 50, 40]), (abs(x - 30) < 1) & (abs(y - 10.5) < 1), box(8, 6, 53, 42)),
+    ]
+    for content, must, may in cases:
+        for turn in (0, 90):
+            got = picture_of(path, folder, "--presentation", state(made, path, ImageRotation=turn, **layers, GraphicAnnotationSequence=items(
+                draw("UP", GraphicObjectSequence=[content]))))[..., 0] > 0
+            back = numpy.rot90(got, turn // 90 if content["GraphicAnnotationUnits"] == "PIXEL" else 0)
+            grown = may if not turn else may | numpy.roll(may, 1, 0) | numpy.roll(may, -1, 0) | numpy.roll(may, 1, 1) | numpy.roll(may, -1, 1)
+            misses = (must & ~back).sum() if not turn else 0
+            check(not misses and not (back & ~grown).any() and got.any(), "%s, turned by %d: %d missing, %d too many" % (
+                content["GraphicType"], turn, misses, (back & ~grown).sum()))
+    both = [draw("UP", GraphicObjectSequence=[cases[0][0]]), draw("DOWN", GraphicObjectSequence=[graphic("POLYLINE", [30.5, 1.5, 30.5, 20.5])])]
+    got = picture_of(path, folder, "--presentation", state(made, path, **layers, GraphicAnnotationSequence=items(*both)))[..., 0]
+    check(got[5, 30] == 255 and got[4, 30] == 100 and got[5, 29] == 255, "the order of layers")
+    words = {"UnformattedTextValue": "Ab\r\n\xe9", "BoundingBoxAnnotationUnits": "PIXEL", "BoundingBoxTopLeftHandCorner": [10.0, 20.0],
+             "BoundingBoxBottomRightHandCorner": [40.0, 44.0], "BoundingBoxTextHorizontalJustification": "LEFT", "AnchorPointAnnotationUnits": "PIXEL",
+             "AnchorPoint": [60.0, 60.0], "AnchorPointVisibility": "Y"}
+    data = pydicom.dcmread(state(made, path, **layers, GraphicAnnotationSequence=items(draw("UP", TextObjectSequence=[words]))))
+    got = picture_of(path, folder, "--presentation", made)[..., 0] > 0
+    check(15 < got[20:32, 10:24].sum() < 120 and got[32:44, 10:20].sum() > 8 and not got[:20].any() and not got[:, :10].any() and got[60, 60],
+          "a text: %d %d" % (got[20:32, 10:24].sum(), got[32:44, 10:20].sum()))
+    lab = {"GraphicLayerSequence": items({"GraphicLayer": "UP", "GraphicLayerOrder": 1, "GraphicLayerRecommendedDisplayCIELabValue": [35000, 50000, 45000]})}
+    got = picture_of(path, folder, "--presentation", state(made, path, **lab, GraphicAnnotationSequence=items(draw("UP", GraphicObjectSequence=[cases[0][0]]))))
+    check(got.shape[2] == 3 and got[5, 30, 0] > got[5, 30, 1] + 50, "a layer in colour: %s" % got[5, 30])
+    plane = numpy.zeros((size, size), "u1")
+    plane[7:9, 11:13] = 1
+    data = pydicom.dcmread(path)
+    for element, vr, value in ((0x10, "US", size), (0x11, "US", size), (0x40, "CS", "G"), (0x50, "SS", [1, 1]), (0x100, "US", 1), (0x102, "US", 0),
+                               (0x3000, "OW", numpy.packbits(plane, bitorder="little").tobytes())):
+        data.add_new(0x60000000 + element, vr, value)
+    data.save_as(path)
+    data = pydicom.dcmread(state(made, path, **layers))
+    got = picture_of(path, folder, "--presentation", made)[..., 0]
+    check(not got.any(), "an overlay that is not activated is shown")
+    data.add_new(0x60001001, "CS", "DOWN")
+    data.ImageRotation = 90
+    data.save_as(made)
+    got = picture_of(path, folder, "--presentation", made)[..., 0]
+    check(apart(got, numpy.rot90(plane, -1) * 100) == 0, "an activated overlay")
+    broken = [graphic("POLYLINE", [1, 1, float("nan"), 5, 1e30, -1e30]), graphic("CIRCLE", [1e9, 1e9, -1e9, 0], "Y"), graphic("ELLIPSE", [1, 2]),
+              graphic("POLYLINE", [1, 2, 3, 4], "N", "MATRIX")]
+    picture_of(path, folder, "--presentation", state(made, path, **layers, GraphicAnnotationSequence=items(draw("UP", GraphicObjectSequence=broken))),
+               status=1, says="is not shown")
+
+
+sys.exit(run_parts(check_formats, check_grey, check_colours, check_shape, check_videos, check_state_shades, check_state_places, check_state_drawings))

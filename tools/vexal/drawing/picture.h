@@ -24,6 +24,9 @@ struct Picture {
   uint32_t width = 0;
   uint32_t height = 0;
   uint32_t samples = 1;
+  uint32_t bits = 8;  // or 16, of the machine's order
+  double across = 0;  // mm from pixel to pixel in a row; 0 if it is not known
+  double down = 0;
   std::vector<uint8_t> bytes;
 };
 

@@ -67,6 +67,9 @@ std::string write_picture(const Picture& picture, const std::string& path, int q
   form.width = picture.width;
   form.height = picture.height;
   form.samples = picture.samples;
+  form.bits = picture.bits;
+  form.across = picture.across;
+  form.down = picture.down;
   form.quality = quality;
   writer.open(path, form);
   writer.rows(picture.bytes.data(), picture.height);

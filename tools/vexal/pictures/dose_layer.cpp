@@ -37,7 +37,7 @@ std::string read_scaling(const PixelImage& image, double& scaling) {
 }
 
 template <typename Stored>
-void scale(const std::string& bytes, double scaling, std::vector<double>& doses) {
+void scale(const Bytes& bytes, double scaling, std::vector<double>& doses) {
   for (std::size_t i = 0; i < doses.size(); ++i) {
     Stored value;
     std::memcpy(&value, bytes.data() + i * sizeof value, sizeof value);
@@ -48,7 +48,7 @@ void scale(const std::string& bytes, double scaling, std::vector<double>& doses)
 // The doses of a frame (from 0).
 std::string read_doses(PixelImage& image, uint32_t frame, double scaling, std::vector<double>& doses) {
   const ImageDescription& d = image.description();
-  std::string bytes;
+  Bytes bytes;
   if (std::string problem = image.frame(frame, bytes); !problem.empty())
     return "frame " + std::to_string(frame + 1) + ": " + problem;
   doses.resize(std::size_t{d.rows} * d.columns);

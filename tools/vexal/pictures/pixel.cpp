@@ -22,8 +22,10 @@ bool chosen(const Args& args, uint32_t frames, bool all, Choice& choice) {
 
 // What an image whose frames came out of their decoder is worth.
 int judge(const PixelImage& image, const std::string& path, int result) {
-  if (image.cut_short() == 0) return result;
-  report(path, tell_of_cuts(image.cut_short()));
+  if (image.cut_short() == 0 && image.profile_fault().empty()) return result;
+  if (image.cut_short() != 0) report(path, tell_of_cuts(image.cut_short()));
+  if (!image.profile_fault().empty())
+    report(path, image.profile_fault() + "; its colours are shown as stored");
   return std::max(result, static_cast<int>(kFindings));
 }
 
@@ -34,11 +36,17 @@ constexpr Option kOptions[] = {
     {"--compressed", nullptr, "extract: frames as their compressed streams"},
     {"--window", "C,W", "render with this window center and width"},
     {"--window-number", "N", "which of the image's own windows (default 1); 0: the range of its values"},
+    {"--voi-lut", "N", "render with this table of the image's VOI LUT Sequence"},
     {"--invert", nullptr, "render light as dark"},
     {"--no-overlays", nullptr, "render without overlay planes"},
+    {"--presentation", "FILE", "render as this presentation state wants it"},
+    {"--no-icc", nullptr, "render colours as they are stored, not as their ICC profile means them"},
+    {"--no-aspect", nullptr, "a pixel of the picture for each of the image, though these are not square"},
+    {"--bits", "8|16", "render grey with this many bits (default 8)"},
     {"--quality", "N", "of a JPEG file, 1 to 100 (default 90)"},
     {"--columns", "N", "sheet: pictures in a row (default: about a square)"},
     {"--tile", "N", "sheet: largest side of a picture (default 128)"},
+    {"--rate", "N", "video: frames in a second (default: what the image says, else 25)"},
     {"--repair", "OUT", "offsets: write the object with the right table"},
     VEXAL_LAYER_OPTIONS,
     VEXAL_WRITE_OPTIONS,
@@ -51,7 +59,7 @@ struct Action {
 };
 constexpr Action kActions[] = {
     {"info", false, show_image}, {"extract", true, extract_frames}, {"render", true, render_frame},
-    {"sheet", true, make_sheet}, {"offsets", false, check_offsets},
+    {"sheet", true, make_sheet}, {"video", true, make_video},       {"offsets", false, check_offsets},
 };
 
 int run_on(const Action& action, const Args& args, const std::string& path, const std::string& out) {
@@ -78,6 +86,11 @@ int run(const Args& args) {
              action->writes ? "a file to read and a name to write" : "a file to read");
     return kUsage;
   }
+  for (const char* name : {"--presentation", "--bits"}) {
+    if (!args.has(name) || action->run == render_frame) continue;
+    complain("%s is for vexal pixel render", name);
+    return kUsage;
+  }
   if (args.has("--repair") && args.paths.size() != 2) {
     complain("--repair goes with one file");
     return kUsage;
@@ -93,13 +106,14 @@ int run(const Args& args) {
 
 const Command kPixel = {
     "pixel",
-    "info|extract|render|sheet|offsets [OPTION...] FILE... [OUT]",
+    "info|extract|render|sheet|video|offsets [OPTION...] FILE... [OUT]",
     "look at the frames of an image",
     "info tells what the pixel data is. extract writes frames as bytes, to OUT for one frame and\n"
     "into the folder OUT for several. render writes one frame as a picture: modality and VOI\n"
     "transformation, palette, colour, overlays. sheet puts all frames on one picture. A name that ends\n"
-    "in .jpg or .tif gives a JPEG or TIFF file, any other a PNG file. offsets checks the offset table of\n"
-    "compressed pixel data, and repairs it.",
+    "in .jpg or .tif gives a JPEG or TIFF file, any other a PNG file. video makes a film of all frames, a\n"
+    "file in .mp4, .webm or .avi, by ffmpeg. offsets checks the offset table of compressed pixel data, and\n"
+    "repairs it.",
     kOptions,
     run};
 

@@ -35,11 +35,18 @@ int each_frame(const Choice& choice, const std::string& in, Work work) {
   return result;
 }
 
+// The options of how frames are shown. False after a line on standard error.
+bool read_rendering(const Args& args, RenderOptions& options);
+// The pixels of a frame's picture in their true proportions if they are to be `square`, and how large they
+// are.
+void shape_pixels(const PixelImage& image, uint32_t frame, bool square, Picture& picture);
+
 // Actions on one open image. Those that write get the name that they are to write.
 int show_image(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
 int check_offsets(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
 int extract_frames(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
 int render_frame(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
+int make_video(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
 int make_sheet(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
 
 }  // namespace vexal

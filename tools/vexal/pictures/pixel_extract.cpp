@@ -9,7 +9,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string write_bytes(const std::string& path, const std::string& bytes) {
+std::string write_bytes(const std::string& path, const Bytes& bytes) {
   FileSink sink;
   if (std::string error = sink.open(path); !error.empty()) return error;
   if (!sink.write(bytes.data(), bytes.size())) return "it can not be written";
@@ -47,7 +47,7 @@ int extract_frames(const Args& args, PixelImage& image, const std::string& in, c
   const int result = each_frame(choice, in, [&](uint32_t i) -> std::string {
     if (!writable) return "";
     const uint32_t number = choice.first + i;
-    std::string bytes;
+    Bytes bytes;
     std::string problem = compressed ? image.code_stream(number, bytes) : image.frame(number, bytes);
     if (!problem.empty()) return problem;
     const std::string path = frame_path(out, number, choice, compressed ? ".bin" : ".raw");

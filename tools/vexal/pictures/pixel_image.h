@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,30 +11,10 @@
 #include "files/fragments.h"
 #include "images/frame_source.h"
 #include "images/recode.h"
+#include "rendering/grey.h"
+#include "rendering/image_description.h"
 
 namespace vexal {
-
-struct ImageDescription {
-  uint32_t rows = 0;
-  uint32_t columns = 0;
-  uint32_t samples = 1;
-  uint32_t allocated = 0;
-  uint32_t stored = 0;
-  uint32_t high = 0;
-  bool is_signed = false;
-  uint32_t planar = 0;
-  uint32_t frames = 1;
-  std::string photometric;
-  bool real = false;  // floating point
-};
-
-struct RenderOptions {
-  std::optional<double> center;
-  std::optional<double> width;
-  int window = 1;  // which of the image's own; 0: the whole range of its values
-  bool invert = false;
-  bool overlays = true;
-};
 
 class PixelImage {
  public:
@@ -48,28 +27,29 @@ class PixelImage {
   const Encapsulated& fragments() const { return encapsulated_; }
   const StoredValue& value() const { return value_; }
   // The stored bytes of a frame (from 0), decompressed.
-  std::string frame(uint32_t number, std::string& bytes);
+  std::string frame(uint32_t number, Bytes& bytes);
   // Its compressed form; of a video all of it, as the first.
-  std::string code_stream(uint32_t number, std::string& bytes);
+  std::string code_stream(uint32_t number, Bytes& bytes);
   // Code streams that it has, or an error text.
   std::string count_streams(uint32_t& count);
+  // All its frames are one stream.
+  bool is_video() { return compressed_ && find_frames().empty() && decoder_->is_video(); }
   // Frames so far whose code stream lacks its end.
   uint32_t cut_short() const { return decoder_ != nullptr ? decoder_->cut_short() : 0; }
+  // Whose attributes shape a frame's grey, and what its colours mean.
+  GreySources sources(uint32_t number) const;
+  // A frame by these, its stored bytes beside it.
+  std::string show(uint32_t number, const GreySources& sources, const RenderOptions& options, Bytes& bytes,
+                   Picture& picture);
+  // A frame by its own attributes, with overlays.
   std::string render(uint32_t number, const RenderOptions& options, Picture& picture);
+  // Why the last frame's colours were taken as they stand; empty if all went well.
+  const std::string& profile_fault() const { return profile_fault_; }
 
  private:
   std::string read_description();
   std::string find_frames();
   bool is_planar() const;
-  // The value of a pixel before all transformations, whatever kind of number it is.
-  double plain_value(const std::string& bytes, std::size_t index) const;
-  std::string grey(uint32_t number, const std::string& bytes, const RenderOptions& options, Picture& picture);
-  std::string palette(const std::string& bytes, Picture& picture);
-  std::string colour(const std::string& bytes, Picture& picture);
-  void draw_overlays(uint32_t number, const std::string& bytes, Picture& picture);
-  int32_t stored_value(const std::string& bytes, std::size_t index) const;
-  // The item that holds a frame's part of a functional group, or the object itself.
-  int32_t group_item(uint32_t frame, uint32_t sequence) const;
 
   DicomFile file_;
   ImageDescription image_;
@@ -78,6 +58,7 @@ class PixelImage {
   std::unique_ptr<FrameDecoder> decoder_;  // from the first frame on that is asked for
   uint32_t pixels_ = 0;                    // the attribute that holds them
   bool compressed_ = false;
+  std::string profile_fault_;
 };
 
 }  // namespace vexal

@@ -3,8 +3,11 @@
 #include <cmath>
 #include <cstdio>
 
+#include "drawing/scale.h"
 #include "layers.h"
 #include "pixel_actions.h"
+#include "presentation.h"
+#include "rendering/pixel_shape.h"
 
 namespace vexal {
 namespace {
@@ -12,25 +15,21 @@ namespace {
 constexpr std::size_t kLargestSheet = std::size_t{1} << 28;
 constexpr uint32_t kSheetFrames = 4096;
 
-bool read_rendering(const Args& args, RenderOptions& options) {
-  long window = 1;
-  if (!args.number("--window-number", 0, 1000, window)) return false;
-  options.window = static_cast<int>(window);
-  options.invert = args.has("--invert");
-  options.overlays = !args.has("--no-overlays");
-  if (!args.has("--window")) return true;
-  double center = 0;
-  double width = 0;
-  char rest = 0;
-  if (std::sscanf(args.get("--window").c_str(), "%lf,%lf%c", &center, &width, &rest) != 2 ||
-      !std::isfinite(center) || !std::isfinite(width) || width < 1) {
-    complain("--window %s: give a center and a width of 1 or more, as in 40,400",
-             args.get("--window").c_str());
-    return false;
+// A frame as the state wants it, with layers below what the state draws. An error text, empty on success.
+std::string render_state(const std::string& path, PixelImage& image, uint32_t frame,
+                         const RenderOptions& options, Layers& layers, Picture& picture, int& result) {
+  Presentation state;
+  std::string problem = state.open(path);
+  if (problem.empty()) problem = state.choose(image, frame);
+  if (!problem.empty()) return path + ": " + problem;
+  problem = state.render(image, options, picture);
+  if (problem.empty()) problem = layers.draw(frame, picture);
+  if (problem.empty()) problem = state.display(image, picture);
+  for (const std::string& what : state.left_out()) {
+    report(path, what + " is not shown");
+    result = kFindings;
   }
-  options.center = center;
-  options.width = width;
-  return true;
+  return problem;
 }
 
 bool read_quality(const Args& args, int& quality) {
@@ -68,25 +67,80 @@ void place(const Picture& from, Picture& sheet, uint32_t left, uint32_t top, uin
 
 }  // namespace
 
+bool read_rendering(const Args& args, RenderOptions& options) {
+  long window = 1;
+  if (!args.number("--window-number", 0, 1000, window)) return false;
+  options.window = static_cast<int>(window);
+  options.invert = args.has("--invert");
+  options.overlays = !args.has("--no-overlays");
+  options.icc = !args.has("--no-icc");
+  long table = 0;
+  if (!args.number("--voi-lut", 1, 1000, table)) return false;
+  options.voi_lut = static_cast<int>(table);
+  if (!args.has("--window")) return true;
+  double center = 0;
+  double width = 0;
+  char rest = 0;
+  if (std::sscanf(args.get("--window").c_str(), "%lf,%lf%c", &center, &width, &rest) != 2 ||
+      !std::isfinite(center) || !std::isfinite(width) || width < 1) {
+    complain("--window %s: give a center and a width of 1 or more, as in 40,400",
+             args.get("--window").c_str());
+    return false;
+  }
+  options.center = center;
+  options.width = width;
+  return true;
+}
+
+void shape_pixels(const PixelImage& image, uint32_t frame, bool square, Picture& picture) {
+  const PixelShape shape = pixel_shape(image.file().id(), frame);
+  if (shape.in_mm) {
+    picture.across = shape.across;
+    picture.down = shape.down;
+  }
+  if (square) make_square(picture, shape.across, shape.down);
+}
+
 int render_frame(const Args& args, PixelImage& image, const std::string& in, const std::string& out) {
   Choice choice;
   RenderOptions options;
   int quality = 0;
+  long bits = 8;
+  if (!args.number("--bits", 8, 16, bits)) return kUsage;
+  if (bits != 8 && bits != 16) {
+    complain("--bits %ld: give 8 or 16", bits);
+    return kUsage;
+  }
+  options.bits = static_cast<uint32_t>(bits);
   if (!chosen(args, image.description().frames, false, choice) || !read_rendering(args, options) ||
       !read_quality(args, quality))
     return kUsage;
   Layers layers;
   if (!layers.open(args, image)) return kUsage;
+  if (bits != 8 && !layers.empty()) {
+    complain("--bits 16 is for an image alone");
+    return kUsage;
+  }
   Picture picture;
-  std::string problem = image.render(choice.first, options, picture);
-  if (problem.empty()) problem = layers.draw(choice.first, picture);
+  int result = kSuccess;
+  std::string problem;
+  if (const std::string path = args.get("--presentation"); !path.empty()) {
+    problem = render_state(path, image, choice.first, options, layers, picture, result);
+  } else {
+    problem = image.render(choice.first, options, picture);
+    if (problem.empty()) problem = layers.draw(choice.first, picture);
+    if (problem.empty()) shape_pixels(image, choice.first, !args.has("--no-aspect"), picture);
+  }
   if (!problem.empty()) {
     report(in, problem);
     return kUsage;
   }
   problem = write_picture(picture, out, quality);
-  if (!problem.empty()) report(out, problem);
-  return judge(image, in, layers.judge(problem.empty() ? kSuccess : kUsage));
+  if (!problem.empty()) {
+    report(out, problem);
+    result = kUsage;
+  }
+  return judge(image, in, layers.judge(result));
 }
 
 int make_sheet(const Args& args, PixelImage& image, const std::string& in, const std::string& out) {
@@ -122,6 +176,7 @@ int make_sheet(const Args& args, PixelImage& image, const std::string& in, const
     std::string problem = image.render(choice.first + i, options, picture);
     if (problem.empty()) problem = layers.draw(choice.first + i, picture);
     if (!problem.empty()) return problem;
+    shape_pixels(image, choice.first + i, !args.has("--no-aspect"), picture);
     place(picture, sheet, i % across * side, i / across * side, side);
     ++shown;
     return "";

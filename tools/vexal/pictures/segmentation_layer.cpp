@@ -6,37 +6,13 @@
 
 #include "base/tags.h"
 #include "base/values.h"
+#include "drawing/lab.h"
 #include "layers.h"
 
 namespace vexal {
 namespace {
 
 constexpr uint32_t kLabels = 65536;
-
-// A value of PCS-CIELab, scaled to 16 bits (PS3.3 section C.10.7.1.1), whose white is D50, in sRGB.
-Colour from_lab(const std::vector<double>& scaled) {
-  const double lightness = scaled[0] / 65535 * 100;
-  const double a = scaled[1] / 65535 * 255 - 128;
-  const double b = scaled[2] / 65535 * 255 - 128;
-  const double middle = (lightness + 16) / 116;
-  const auto whole = [](double t) {
-    return t > 6.0 / 29 ? t * t * t : 3 * (6.0 / 29) * (6.0 / 29) * (t - 4.0 / 29);
-  };
-  const double x = 0.96422 * whole(middle + a / 500);
-  const double y = whole(middle);
-  const double z = 0.82521 * whole(middle - b / 200);
-  // To the primaries of sRGB, its white D65 seen as D50 by the transformation of Bradford.
-  const double linear[] = {3.1338561 * x - 1.6168667 * y - 0.4906146 * z,
-                           -0.9787684 * x + 1.9161415 * y + 0.0334540 * z,
-                           0.0719453 * x - 0.2289914 * y + 1.4052427 * z};
-  Colour colour;
-  for (std::size_t c = 0; c < 3; ++c) {
-    const double part = std::clamp(linear[c], 0.0, 1.0);
-    const double level = part <= 0.0031308 ? 12.92 * part : 1.055 * std::pow(part, 1 / 2.4) - 0.055;
-    colour[c] = static_cast<uint8_t>(std::lround(255 * level));
-  }
-  return colour;
-}
 
 struct Segment {
   Colour colour{};
@@ -271,7 +247,7 @@ std::string SegmentationLayer::cover(const Placed& placed, const Picture& pictur
   constexpr double kHair = 1e-6;  // so that a grid that is off by a rounding error stays where it is
   const Box box{{-0.5 + kHair, -0.5 + kHair, placed.low},
                 {d.columns - 0.5 - kHair, d.rows - 0.5 - kHair, placed.high}};
-  std::string bytes;
+  Bytes bytes;
   std::string problem;
   for_each_inside(placed.mapping, picture.width, picture.height, box,
                   [&](uint32_t column, uint32_t row, const Vector& place) {
@@ -283,9 +259,9 @@ std::string SegmentationLayer::cover(const Placed& placed, const Picture& pictur
                     const std::size_t at = y * d.columns + x;
                     uint16_t value = 0;
                     if (d.allocated == 1) {
-                      value = (static_cast<uint8_t>(bytes[at / 8]) >> (at % 8)) & 1U;
+                      value = (static_cast<uint8_t>(bytes.data()[at / 8]) >> (at % 8)) & 1U;
                     } else if (d.allocated == 8) {
-                      value = static_cast<uint8_t>(bytes[at]);
+                      value = static_cast<uint8_t>(bytes.data()[at]);
                     } else {
                       std::memcpy(&value, bytes.data() + 2 * at, sizeof value);
                     }

@@ -1,0 +1,71 @@
+// Presentation states (PS3.3 sections A.33 and C.10 to C.11): how someone wants others to see an image.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "drawing/canvas.h"
+#include "drawing/picture.h"
+#include "files/files.h"
+#include "pixel_image.h"
+
+namespace vexal {
+
+// Where pixels of an image come to lie on what is displayed of it.
+struct DisplayedArea {
+  int64_t left = 0;  // the part of the image, counted from 0; it may reach beyond the image
+  int64_t top = 0;
+  uint32_t width = 0;
+  uint32_t height = 0;
+  double across = 1;  // spacing or proportion of its pixels
+  double down = 1;
+  bool in_mm = false;
+  double magnification = 1;
+  uint32_t turns = 0;  // by 90 degrees, clockwise, before the flip
+  bool flip = false;
+  double scale_x = 1;  // of the picture, before it is turned
+  double scale_y = 1;
+  // From a place in the image, whose first pixel lies between 0 and 1, to one in the picture of this size.
+  Point place(Point image, double picture_width, double picture_height) const;
+};
+
+class Presentation {
+ public:
+  // Each: an error text, empty on success.
+  std::string open(const std::string& path);
+  // From here on it is about one frame (from 0) of an image.
+  std::string choose(const PixelImage& image, uint32_t frame);
+  // The frame on its own pixels, with shutters.
+  std::string render(PixelImage& image, const RenderOptions& options, Picture& picture);
+  // What the state wants displayed of such a picture, with all that is drawn over it.
+  std::string display(const PixelImage& image, Picture& picture);
+  // What of it the picture does not show.
+  const std::vector<std::string>& left_out() const { return left_out_; }
+
+ private:
+  bool applies(int32_t item) const;
+  int32_t applying(uint32_t sequence) const;
+  std::string check_reference() const;
+  void show_pseudo_colour(Picture& picture, std::string& problem) const;
+  void draw_shutters(const PixelImage& image, Picture& picture) const;
+  std::string read_area(const PixelImage& image);
+  void draw_layers(const PixelImage& image, Picture& picture);
+  void draw_overlays(const PixelImage& image, const std::string& layer, const std::array<uint8_t, 3>& colour,
+                     Picture& picture) const;
+  void draw_graphics(int32_t item, const std::array<uint8_t, 3>& colour, Picture& picture);
+  void draw_texts(int32_t item, const std::array<uint8_t, 3>& colour, Picture& picture);
+  // Points of an attribute in the picture; false where their units are none that can be shown.
+  bool places_of(int32_t item, uint32_t tag, uint32_t units, const Picture& picture,
+                 std::vector<Point>& points);
+  void leave_out(const std::string& what);
+
+  DicomFile file_;
+  std::string instance_;  // of the image
+  uint32_t frame_ = 0;
+  Bytes bytes_;  // of the frame
+  DisplayedArea area_;
+  std::vector<std::string> left_out_;
+};
+
+}  // namespace vexal

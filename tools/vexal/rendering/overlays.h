@@ -1,0 +1,51 @@
+// Overlay planes (PS3.3 section C.9.2).
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "files/files.h"
+#include "image_description.h"
+
+namespace vexal {
+
+inline constexpr uint32_t kFirstOverlay = 0x60000000U;
+inline constexpr uint32_t kLastOverlay = 0x601E0000U;
+inline constexpr uint32_t kNextOverlay = 0x00020000U;
+
+// One plane over one frame of an image.
+class Overlay {
+ public:
+  // False where the object has no such plane, or none for this frame. `group` is one of the numbers above;
+  // without `frame` bytes, a plane in the pixels' own bits is not looked for.
+  bool read(int32_t id, uint32_t group, const ImageDescription& image, uint32_t number, const Bytes* frame);
+
+  // Calls visit(column, row) for each pixel of the image that the plane marks.
+  template <typename Visit>
+  void each(Visit visit) const {
+    for (uint32_t y = 0; y < rows_; ++y) {
+      const int64_t row = top_ + y;
+      if (row < 0 || row >= int64_t{image_.rows}) continue;
+      for (uint32_t x = 0; x < columns_; ++x) {
+        const int64_t column = left_ + x;
+        if (column >= 0 && column < int64_t{image_.columns} && marked(x, y, row, column))
+          visit(static_cast<uint32_t>(column), static_cast<uint32_t>(row));
+      }
+    }
+  }
+
+ private:
+  bool marked(uint32_t x, uint32_t y, int64_t row, int64_t column) const;
+
+  ImageDescription image_;
+  uint32_t rows_ = 0;
+  uint32_t columns_ = 0;
+  int64_t top_ = 0;
+  int64_t left_ = 0;
+  uint32_t bit_ = 0;
+  uint64_t skip_ = 0;  // bits of earlier frames
+  std::string plane_;
+  const Bytes* frame_ = nullptr;  // that holds the plane in free bits
+};
+
+}  // namespace vexal

@@ -1,0 +1,28 @@
+#include "pixel_shape.h"
+
+#include "base/tags.h"
+#include "object_values.h"
+#include "picture_tags.h"
+
+namespace vexal {
+
+bool read_shape(int32_t id, uint32_t tag, PixelShape& shape) {
+  const auto down = real_of(id, tag, 1);
+  const auto across = real_of(id, tag, 2);
+  if (!down || !across || *down <= 0 || *across <= 0) return false;
+  shape.down = *down;
+  shape.across = *across;
+  return true;
+}
+
+PixelShape pixel_shape(int32_t id, uint32_t frame) {
+  PixelShape shape;
+  const int32_t measures = group_item(id, frame, tags::kPixelMeasuresSequence);
+  shape.in_mm = read_shape(measures, tags::kPixelSpacing, shape) ||
+                read_shape(id, tags::kImagerPixelSpacing, shape) ||
+                read_shape(id, tags::kNominalScannedPixelSpacing, shape);
+  if (!shape.in_mm) read_shape(id, tags::kPixelAspectRatio, shape);
+  return shape;
+}
+
+}  // namespace vexal
