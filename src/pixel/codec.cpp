@@ -143,6 +143,15 @@ bool strip_high_bits(const ImageAttributes& image, const uint8_t* frame, std::ve
   return high_bits_repeat(image, frame);
 }
 
+bool is_plain(const ImageAttributes& image, const uint8_t* frame) {
+  if (image.BitsAllocated != 16 || reinterpret_cast<std::uintptr_t>(frame) % alignof(uint16_t) != 0)
+    return false;
+  const auto* samples = reinterpret_cast<const uint16_t*>(frame);
+  uint32_t all = 0;
+  for (std::size_t i = 0; i < image.FrameSize / 2; ++i) all |= samples[i];
+  return (all >> image.BitsStored) == 0;
+}
+
 bool bytes_fit(const ImageAttributes& image, const uint8_t* frame) {
   if (image.BitsStored >= 8) return true;
   uint8_t all = 0;

@@ -438,6 +438,8 @@ int compress_lossless(const ImageAttributes& image, const CodecSettings&, const 
   std::vector<uint16_t> samples;
   if (!wide) {
     if (!bytes_fit(image, frame)) source.precision = 8;
+  } else if (is_plain(image, frame)) {
+    source.samples = frame;
   } else if (strip_high_bits(image, frame, samples)) {
     source.samples = samples.data();
   } else {

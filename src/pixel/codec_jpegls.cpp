@@ -1,6 +1,7 @@
 // JPEG-LS through CharLS.
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <new>
 
 #include <charls/charls.h>
@@ -179,11 +180,11 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
   std::vector<uint16_t> samples;
   const void* source = frame;
   bool fits = true;
-  if (image.BitsAllocated == 16) {
+  if (image.BitsAllocated == 16 && !(image.BitsStored > 8 && is_plain(image, frame))) {
     fits = strip_high_bits(image, frame, samples);
     if (!fits) std::memcpy(samples.data(), frame, samples.size() * 2);
     source = samples.data();
-  } else {
+  } else if (image.BitsAllocated != 16) {
     fits = bytes_fit(image, frame);
   }
   if (!fits) {
@@ -212,14 +213,15 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
   if (code == kFine) code = lib.set_interleave_mode(encoder.handle, mode);
   if (code == kFine) code = lib.estimate(encoder.handle, &room);
   if (code != kFine) return status_of(code);
-  out.resize(room + room / 2 + 4096);
-  code = lib.set_destination(encoder.handle, out.data(), out.size());
+  room += room / 2 + 4096;
+  const std::unique_ptr<uint8_t[]> stream(new uint8_t[room]);  // little of it is used, and so takes memory
+  code = lib.set_destination(encoder.handle, stream.get(), room);
   const std::size_t bytes =
       std::size_t{image.Rows} * image.Columns * image.SamplesPerPixel * (precision > 8 ? 2 : 1);
   if (code == kFine) code = lib.encode(encoder.handle, source, bytes, 0);
   if (code == kFine) code = lib.bytes_written(encoder.handle, &written);
   if (code != kFine) return status_of(code);
-  out.resize(written);
+  out.assign(stream.get(), stream.get() + written);
   return kCodecDone;
 } catch (const std::bad_alloc&) {
   return kCodecNoMemory;
