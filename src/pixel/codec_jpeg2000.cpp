@@ -41,6 +41,11 @@ struct Jpeg2000Library {
   decltype(&::opj_start_compress) start_compress;
   decltype(&::opj_encode) encode;
   decltype(&::opj_end_compress) end_compress;
+  decltype(&::opj_image_tile_create) image_tile_create;
+  decltype(&::opj_write_tile) write_tile;
+  decltype(&::opj_set_decode_area) set_decode_area;
+  decltype(&::opj_read_tile_header) read_tile_header;
+  decltype(&::opj_decode_tile_data) decode_tile_data;
 };
 Jpeg2000Library lib;
 
@@ -71,6 +76,11 @@ bool load_library() {
         {"opj_start_compress", at(lib.start_compress)},
         {"opj_encode", at(lib.encode)},
         {"opj_end_compress", at(lib.end_compress)},
+        {"opj_image_tile_create", at(lib.image_tile_create)},
+        {"opj_write_tile", at(lib.write_tile)},
+        {"opj_set_decode_area", at(lib.set_decode_area)},
+        {"opj_read_tile_header", at(lib.read_tile_header)},
+        {"opj_decode_tile_data", at(lib.decode_tile_data)},
     };
     return open_shared_library("libopenjp2.so.7", symbols, std::size(symbols));
   }();
@@ -153,6 +163,121 @@ void share_out(opj_codec_t* codec, unsigned threads) {
   lib.set_threads(codec, static_cast<int>(threads));
 }
 
+// --- Large frames ---
+
+// The library keeps 32 bits of a sample, of an image that it compresses twice. A frame of more samples goes
+// through it by tiles.
+constexpr uint64_t kLargeFrame = uint64_t{1} << 25;
+constexpr uint32_t kTileSide = 2048;
+
+bool is_large(const ImageAttributes& image) {
+  return uint64_t{image.Rows} * image.Columns * image.SamplesPerPixel > kLargeFrame &&
+         (image.BitsAllocated == 8 || image.BitsAllocated == 16);
+}
+
+// A part of the frame; in the library's tiles the samples of a component lie together.
+struct TileArea {
+  uint32_t x, y, width, height;
+};
+
+template <typename Sample, typename Coded>
+void cut_tile(const ImageAttributes& image, const uint8_t* frame, const TileArea& area, uint8_t* tile) {
+  const std::size_t samples = image.SamplesPerPixel;
+  for (std::size_t s = 0; s < samples; ++s) {
+    for (std::size_t y = area.y; y < area.y + area.height; ++y) {
+      const uint8_t* from = frame + ((y * image.Columns + area.x) * samples + s) * sizeof(Sample);
+      for (uint32_t x = 0; x < area.width; ++x, from += samples * sizeof(Sample), tile += sizeof(Coded)) {
+        Sample sample;
+        std::memcpy(&sample, from, sizeof sample);
+        const auto coded = static_cast<Coded>(sample);
+        std::memcpy(tile, &coded, sizeof coded);
+      }
+    }
+  }
+}
+
+template <typename Coded, typename Sample>
+void put_tile(const ImageAttributes& image, const uint8_t* tile, const TileArea& area, uint8_t* frame) {
+  const std::size_t samples = image.SamplesPerPixel;
+  for (std::size_t s = 0; s < samples; ++s) {
+    for (std::size_t y = area.y; y < area.y + area.height; ++y) {
+      uint8_t* to = frame + ((y * image.Columns + area.x) * samples + s) * sizeof(Sample);
+      for (uint32_t x = 0; x < area.width; ++x, to += samples * sizeof(Sample), tile += sizeof(Coded)) {
+        Coded coded;
+        std::memcpy(&coded, tile, sizeof coded);
+        const auto sample = static_cast<Sample>(coded);
+        std::memcpy(to, &sample, sizeof sample);
+      }
+    }
+  }
+}
+
+int write_tiles(const ImageAttributes& image, uint32_t precision, const uint8_t* frame, opj_codec_t* codec,
+                opj_stream_t* stream) {
+  const auto cut = image.BitsAllocated == 8 ? cut_tile<uint8_t, uint8_t>
+                   : precision <= 8         ? cut_tile<uint16_t, uint8_t>
+                                            : cut_tile<uint16_t, uint16_t>;
+  std::vector<uint8_t> tile;
+  uint32_t number = 0;
+  for (uint32_t y = 0; y < image.Rows; y += kTileSide) {
+    for (uint32_t x = 0; x < image.Columns; x += kTileSide) {
+      const TileArea area{x, y, std::min(kTileSide, image.Columns - x), std::min(kTileSide, image.Rows - y)};
+      tile.resize(std::size_t{area.width} * area.height * image.SamplesPerPixel * (precision <= 8 ? 1 : 2));
+      cut(image, frame, area, tile.data());
+      if (lib.write_tile(codec, number++, tile.data(), static_cast<OPJ_UINT32>(tile.size()), stream) ==
+          OPJ_FALSE)
+        return kCodecRefused;
+    }
+  }
+  return kCodecDone;
+}
+
+// The header is read. Each tile must come, as nothing else fills the frame.
+int read_tiles(const ImageAttributes& image, const jpeg2000::StreamHead& head, opj_codec_t* codec,
+               opj_stream_t* stream, const opj_image_t& described, uint8_t* frame) {
+  const bool narrow = head.image.precision <= 8;
+  const auto put = image.BitsAllocated == 8 ? put_tile<uint8_t, uint8_t>
+                   : !narrow                ? put_tile<uint16_t, uint16_t>
+                   : head.is_signed         ? put_tile<int8_t, uint16_t>
+                                            : put_tile<uint8_t, uint16_t>;
+  std::vector<uint8_t> tile;
+  std::vector<bool> seen;
+  uint64_t pixels = 0;
+  for (;;) {
+    OPJ_UINT32 number = 0;
+    OPJ_UINT32 size = 0;
+    OPJ_UINT32 components = 0;
+    OPJ_INT32 x0 = 0;
+    OPJ_INT32 y0 = 0;
+    OPJ_INT32 x1 = 0;
+    OPJ_INT32 y1 = 0;
+    OPJ_BOOL more = OPJ_FALSE;
+    if (lib.read_tile_header(codec, stream, &number, &size, &x0, &y0, &x1, &y1, &components, &more) ==
+        OPJ_FALSE)
+      return kCodecBadCode;
+    if (more == OPJ_FALSE) break;
+    const int64_t left = int64_t{x0} - described.x0;
+    const int64_t top = int64_t{y0} - described.y0;
+    const int64_t width = int64_t{x1} - x0;
+    const int64_t height = int64_t{y1} - y0;
+    if (left < 0 || top < 0 || width <= 0 || height <= 0 || left + width > image.Columns ||
+        top + height > image.Rows || components != image.SamplesPerPixel ||
+        size != static_cast<uint64_t>(width * height) * components * (narrow ? 1 : 2)) {
+      return kCodecOtherImage;
+    }
+    if (number >= seen.size()) seen.resize(std::size_t{number} + 1);
+    if (seen[number]) return kCodecBadCode;
+    seen[number] = true;
+    tile.resize(size);
+    if (lib.decode_tile_data(codec, number, tile.data(), size, stream) == OPJ_FALSE) return kCodecBadCode;
+    const TileArea area{static_cast<uint32_t>(left), static_cast<uint32_t>(top), static_cast<uint32_t>(width),
+                        static_cast<uint32_t>(height)};
+    put(image, tile.data(), area, frame);
+    pixels += static_cast<uint64_t>(width * height);
+  }
+  return pixels == uint64_t{image.Rows} * image.Columns ? kCodecDone : kCodecShort;
+}
+
 // --- Decompression ---
 
 bool is_image(const opj_image_t& decoded, const ImageAttributes& image) {
@@ -200,6 +325,12 @@ void copy_samples(const opj_image_t& decoded, std::size_t pixels, uint8_t* frame
   }
 }
 
+// A stream that does not say so may hold the bits of signed samples all the same.
+void give_sign(const ImageAttributes& image, const jpeg2000::StreamHead& head, uint8_t* frame) {
+  const bool tolerant = library_initialized() && config_bool(VX_CFG_COMPRESSION_J2K_SIGNED_TOLERANCE);
+  if (!head.is_signed && !tolerant) extend_sign(image, frame, head.image.precision);
+}
+
 int decode(const ImageAttributes& image, const jpeg2000::StreamHead& head, unsigned threads,
            const uint8_t* data, std::size_t size, uint8_t* frame) {
   Memory memory{data, nullptr, size, 0};
@@ -213,6 +344,12 @@ int decode(const ImageAttributes& image, const jpeg2000::StreamHead& head, unsig
   if (lib.setup_decoder(handles.codec, &parameters) == OPJ_FALSE ||
       lib.read_header(handles.stream, handles.codec, &handles.image) == OPJ_FALSE) {
     return kCodecRefused;
+  }
+  if (is_large(image) && head.tiles > 1) {
+    if (lib.set_decode_area(handles.codec, handles.image, 0, 0, 0, 0) == OPJ_FALSE) return kCodecRefused;
+    const int status = read_tiles(image, head, handles.codec, handles.stream, *handles.image, frame);
+    if (status == kCodecDone) give_sign(image, head, frame);
+    return status;
   }
   if (lib.decode(handles.codec, handles.stream, handles.image) == OPJ_FALSE) return kCodecBadCode;
   if (!is_image(*handles.image, image)) return kCodecOtherImage;
@@ -228,9 +365,7 @@ int decode(const ImageAttributes& image, const jpeg2000::StreamHead& head, unsig
   } else {
     copy_samples<uint8_t>(*handles.image, pixels, frame);
   }
-  // A stream that does not say so may hold the bits of signed samples all the same.
-  const bool tolerant = library_initialized() && config_bool(VX_CFG_COMPRESSION_J2K_SIGNED_TOLERANCE);
-  if (!head.is_signed && !tolerant) extend_sign(image, frame, head.image.precision);
+  give_sign(image, head, frame);
   return kCodecDone;
 }
 
@@ -295,7 +430,7 @@ PlaneFill plane_fill(const ImageAttributes& image) {
   return is_signed ? fill_plane<int16_t> : fill_plane<uint16_t>;
 }
 
-// The frame as the codec wants it, a plane a sample; null without memory.
+// The frame as the codec wants it, a plane a sample; null without memory. Of a large one only what it is.
 opj_image_t* make_image(const ImageAttributes& image, const uint8_t* frame, uint32_t precision) {
   opj_image_cmptparm_t layout[kMaxSamples]{};
   for (uint32_t i = 0; i < image.SamplesPerPixel; ++i) {
@@ -308,10 +443,13 @@ opj_image_t* make_image(const ImageAttributes& image, const uint8_t* frame, uint
   const OPJ_COLOR_SPACE space = jpeg2000::is_rgb(image)      ? OPJ_CLRSPC_SRGB
                                 : image.SamplesPerPixel == 3 ? OPJ_CLRSPC_SYCC
                                                              : OPJ_CLRSPC_GRAY;
-  opj_image_t* made = lib.image_create(image.SamplesPerPixel, layout, space);
+  const bool large = is_large(image);
+  opj_image_t* made =
+      (large ? lib.image_tile_create : lib.image_create)(image.SamplesPerPixel, layout, space);
   if (made == nullptr) return nullptr;
   made->x1 = image.Columns;
   made->y1 = image.Rows;
+  if (large) return made;
   const PlaneFill fill = plane_fill(image);
   for (std::size_t s = 0; s < image.SamplesPerPixel; ++s)
     fill(frame + s * image.sample_bytes(), std::size_t{image.Rows} * image.Columns, image.SamplesPerPixel,
@@ -339,6 +477,11 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
   // Each resolution halves the image.
   const auto halvings = static_cast<int>(std::bit_width(std::min(image.Rows, image.Columns))) - 1;
   parameters.numresolution = std::min(6, halvings + 1);
+  const bool large = is_large(image);
+  if (large) {
+    parameters.tile_size_on = OPJ_TRUE;
+    parameters.cp_tdx = parameters.cp_tdy = static_cast<int>(kTileSide);
+  }
   out.clear();
   Memory memory{nullptr, &out, 0, 0};
   handles.codec = lib.create_compress(OPJ_CODEC_J2K);
@@ -346,12 +489,16 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
   if (handles.codec == nullptr || handles.stream == nullptr) return kCodecNoMemory;
   share_out(handles.codec, settings.threads);
   if (lib.setup_encoder(handles.codec, &parameters, handles.image) == OPJ_FALSE ||
-      lib.start_compress(handles.codec, handles.image, handles.stream) == OPJ_FALSE ||
-      lib.encode(handles.codec, handles.stream) == OPJ_FALSE ||
-      lib.end_compress(handles.codec, handles.stream) == OPJ_FALSE) {
+      lib.start_compress(handles.codec, handles.image, handles.stream) == OPJ_FALSE) {
     return kCodecRefused;
   }
-  return kCodecDone;
+  if (large) {
+    const int status = write_tiles(image, precision, frame, handles.codec, handles.stream);
+    if (status != kCodecDone) return status;
+  } else if (lib.encode(handles.codec, handles.stream) == OPJ_FALSE) {
+    return kCodecRefused;
+  }
+  return lib.end_compress(handles.codec, handles.stream) == OPJ_FALSE ? kCodecRefused : kCodecDone;
 } catch (const std::bad_alloc&) {
   return kCodecNoMemory;
 }

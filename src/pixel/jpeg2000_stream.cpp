@@ -148,6 +148,7 @@ int jpeg2000::read_size_segment(const uint8_t* data, std::size_t size, StreamHea
   // The library keeps kilobytes for each tile.
   const uint64_t tiles = ((x1 + tile_x - 1) / tile_x) * ((y1 + tile_y - 1) / tile_y);
   if (tiles > 64 && tiles > (x1 - x0) * (y1 - y0) / 1024) return kCodecTooLarge;
+  head.tiles = tiles;
   head.image = {static_cast<uint32_t>(y1 - y0), static_cast<uint32_t>(x1 - x0), components,
                 (p[38] & 0x7FU) + 1U};
   head.is_signed = (p[38] & 0x80U) != 0;

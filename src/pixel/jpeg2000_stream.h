@@ -8,6 +8,7 @@ namespace vx::jpeg2000 {
 struct StreamHead {
   CodecHead image;
   bool is_signed = false;
+  uint64_t tiles = 1;
 };
 
 // Some writers put a whole file around the code stream.

@@ -1,13 +1,9 @@
 // The RLE codec (PS3.5 annex G): byte planes, each in PackBits.
 #include <algorithm>
-#include <array>
 #include <atomic>
-#include <bit>
 #include <cstddef>
 #include <cstring>
-#include <memory>
 #include <new>
-#include <vector>
 
 #include "frame/byte_order.h"
 #include "frame/log.h"
@@ -15,6 +11,7 @@
 #include "frame/state.h"
 #include "pixel/image.h"
 #include "pixel/rle.h"
+#include "pixel/rle_layout.h"
 #include "pixel/run.h"
 #include "pixel/thread_share.h"
 
@@ -24,38 +21,6 @@ namespace {
 constexpr char kCompressor[] = "VX_RLE_Compressor";
 constexpr char kDecompressor[] = "VX_RLE_Decompressor";
 constexpr char kNoSegments[] = "The image's samples do not make the segments that an RLE frame has";
-constexpr uint32_t kHeaderBytes = 64;
-constexpr uint32_t kMaxSegments = 15;
-constexpr uint32_t kMaxRun = 128;
-
-// Where the bytes of a segment lie in the frame.
-struct Plane {
-  uint32_t start;
-  uint32_t stride;
-};
-struct Layout {
-  uint32_t segments;
-  uint32_t pixels;
-  std::array<Plane, kMaxSegments> planes;
-};
-
-// False if the image needs more segments than the header has offsets, or shares samples between pixels.
-bool make_layout(const ImageAttributes& image, Layout& layout) {
-  const uint32_t width = image.sample_bytes();
-  const uint32_t samples = image.SamplesPerPixel;
-  layout.segments = image.BitsAllocated == 1 ? 1 : samples * width;
-  layout.pixels = image.plane_bytes();
-  if (samples == 0 || layout.segments > kMaxSegments) return false;
-  if (uint64_t{layout.segments} * layout.pixels != image.FrameSize) return false;
-  const bool planar = image.PlanarConfiguration != 0;
-  for (uint32_t i = 0; i < layout.segments; ++i) {
-    const uint32_t sample = i / width;
-    const uint32_t byte = width - 1 - i % width;  // the most significant one first
-    layout.planes[i] = planar ? Plane{sample * layout.pixels * width + byte, width}
-                              : Plane{sample * width + byte, samples * width};
-  }
-  return true;
-}
 
 VX_STATUS refuse(const char* function, const char* text) {
   VXlog_Function(function, VX_LOG_ERROR, "%s", text);
@@ -63,261 +28,6 @@ VX_STATUS refuse(const char* function, const char* text) {
 }
 
 // --- Compression ---
-
-class Packer {
- public:
-  explicit Packer(uint8_t* out) : begin_(out), out_(out) {}
-  void row(const uint8_t* bytes, uint32_t size);
-  uint32_t size() const { return static_cast<uint32_t>(out_ - begin_); }
-
- private:
-  void flush(const uint8_t* bytes, uint32_t literals, uint32_t copies) {
-    if (literals != 0) {
-      *out_++ = static_cast<uint8_t>(literals - 1);
-      std::memcpy(out_, bytes, literals);
-      out_ += literals;
-    }
-    if (copies != 0) {
-      *out_++ = static_cast<uint8_t>(257 - copies);
-      *out_++ = bytes[literals];
-    }
-  }
-  uint8_t* begin_;
-  uint8_t* out_;
-};
-
-// How many of the bytes from `p` on, at most `most`, differ from the one before them.
-uint32_t count_changes(const uint8_t* p, uint32_t most) {
-  constexpr uint64_t kLow = 0x0101010101010101U;
-  uint32_t n = 0;
-  while (n + 8 <= most) {
-    uint64_t here;
-    uint64_t before;
-    std::memcpy(&here, p + n, sizeof here);
-    std::memcpy(&before, p + n - 1, sizeof before);
-    const uint64_t difference = here ^ before;
-    const uint64_t equal = (difference - kLow) & ~difference & (kLow << 7);
-    if (equal != 0) return n + static_cast<uint32_t>(std::countr_zero(equal)) / 8;
-    n += 8;
-  }
-  while (n < most && p[n] != p[static_cast<std::ptrdiff_t>(n) - 1]) ++n;
-  return n;
-}
-// How many are equal to the one before `p`.
-uint32_t count_equal(const uint8_t* p, uint32_t most) {
-  uint32_t n = 0;
-  while (n + 8 <= most) {
-    uint64_t here;
-    uint64_t before;
-    std::memcpy(&here, p + n, sizeof here);
-    std::memcpy(&before, p + n - 1, sizeof before);
-    if (here != before) return n + static_cast<uint32_t>(std::countr_zero(here ^ before)) / 8;
-    n += 8;
-  }
-  while (n < most && p[n] == p[-1]) ++n;
-  return n;
-}
-
-// Every `stride`-th byte.
-void gather(const uint8_t* from, uint32_t stride, uint32_t count, uint8_t* to) {
-  if (stride == 2) {  // with a constant step the compiler moves many at once
-    for (uint32_t i = 0; i < count; ++i) to[i] = from[2 * std::size_t{i}];
-    return;
-  }
-  for (uint32_t i = 0; i < count; ++i, from += stride) to[i] = *from;
-}
-
-// Bytes, at most `most`, at which nothing is decided: short of a full scratch and of the row's last byte.
-inline uint32_t pass_stretch(const uint8_t* bytes, uint32_t most, uint32_t held, uint32_t& tail,
-                             uint32_t& marked) {
-  uint32_t passed = 0;
-  if (tail == 1) {
-    passed = count_changes(bytes, most);
-    if (passed != 0) marked = 0;
-  } else if (tail > 4 && tail == held) {
-    passed = count_equal(bytes, most);
-    tail += passed;
-  }
-  return passed;
-}
-
-// One row; a run never crosses its end. `held` bytes from `start` on are not written yet: among them `marked`
-// that will be a replicate run, and behind those `tail` equal ones.
-void Packer::row(const uint8_t* bytes, uint32_t size) {
-  uint32_t start = 0;
-  uint32_t held = 0;
-  uint32_t tail = 0;
-  uint32_t marked = 0;
-  for (uint32_t i = 0; i < size; ++i) {
-    if (i + 1 < size && held < kMaxRun - 1) {
-      const uint32_t passed =
-          pass_stretch(bytes + i, std::min(kMaxRun - 1 - held, size - 1 - i), held, tail, marked);
-      held += passed;
-      i += passed;
-    }
-    bool full = false;
-    ++held;
-    if (held == 1) {
-      tail = 1;
-    } else if (bytes[i] == bytes[i - 1] && tail != 0) {
-      ++tail;
-      full = (tail == 4 && held >= 5) || (tail == 3 && marked > 0);
-    } else {
-      if (tail >= 4 || (tail == 3 && marked != 0)) {
-        marked = tail;
-        full = true;
-      } else if (tail == 3) {
-        marked = 3;
-      } else {
-        marked = tail == 2 && held == 3 && marked == 0 ? 2 : 0;
-      }
-      tail = 1;
-    }
-    if (held == kMaxRun && !full) {
-      if (marked == 0) {
-        if (tail > 2) marked = tail;
-        tail = 0;
-      } else {
-        marked = 0;
-      }
-      full = true;
-    }
-    if (i + 1 == size) {
-      if (tail >= 2) {
-        marked = tail;
-        tail = 0;
-      } else if (marked == 0) {
-        tail = 0;
-      }
-      full = true;
-    }
-    if (!full) continue;
-    flush(bytes + start, held - marked - tail, marked);
-    start += held - tail;
-    held = tail;
-    marked = 0;
-  }
-  if (held != 0) flush(bytes + start, held, 0);
-}
-
-}  // namespace
-
-namespace {
-
-// Rows of single bits need not end at a byte: then the plane is one row.
-struct RowShape {
-  uint32_t rows;
-  uint32_t bytes;  // of each byte plane
-};
-RowShape rows_of(const ImageAttributes& image) {
-  if (image.BitsAllocated != 1) return {image.Rows, image.Columns};
-  const uint64_t bits = uint64_t{image.Columns} * image.SamplesPerPixel;
-  if (bits % 8 != 0) return {1, image.FrameSize};
-  return {image.Rows, static_cast<uint32_t>(bits / 8)};
-}
-// A literal run that no replicate run pays for has at least 126 bytes; a row may end with two short runs.
-uint64_t bound_of_row(const RowShape& shape) {
-  return uint64_t{shape.bytes} + shape.bytes / 64 + 4;
-}
-
-}  // namespace
-
-uint64_t rle_bound(const ImageAttributes& image) {
-  const RowShape shape = rows_of(image);
-  return kHeaderBytes + (bound_of_row(shape) * shape.rows + 1) * image.SamplesPerPixel * image.sample_bytes();
-}
-
-namespace {
-
-// Rows of one segment, packed by one thread.
-struct Band {
-  uint32_t segment;
-  uint32_t first;  // row
-  uint32_t rows;
-  uint64_t place;  // in the output, with room for the most that they can take
-  uint32_t size;   // 0: there was no memory
-};
-
-bool pack_band(const RowShape& shape, const Plane& plane, bool gathers, const uint8_t* frame, Band& band,
-               uint8_t* out) {
-  const std::size_t step = std::size_t{plane.stride} * shape.bytes;
-  const uint8_t* from = frame + plane.start + step * band.first;
-  std::unique_ptr<uint8_t[]> row;
-  if (gathers) {
-    row.reset(new (std::nothrow) uint8_t[shape.bytes]);
-    if (row == nullptr) return false;
-  }
-  Packer packer(out);
-  for (uint32_t y = 0; y < band.rows; ++y, from += step) {
-    if (gathers) gather(from, plane.stride, shape.bytes, row.get());
-    packer.row(gathers ? row.get() : from, shape.bytes);
-  }
-  band.size = packer.size();
-  return true;
-}
-
-// As many as keep the threads busy to the end; each but with its segment's others makes the output that one
-// alone would.
-std::vector<Band> make_bands(const Layout& layout, const RowShape& shape, uint64_t row_bound,
-                             unsigned threads) {
-  constexpr uint32_t kBandsOfThread = 4;
-  const uint32_t each =
-      threads <= 1 ? 1
-                   : std::min(shape.rows, (threads * kBandsOfThread + layout.segments - 1) / layout.segments);
-  std::vector<Band> bands;
-  bands.reserve(std::size_t{each} * layout.segments);
-  for (uint32_t segment = 0; segment < layout.segments; ++segment) {
-    const uint64_t start = kHeaderBytes + (row_bound * shape.rows + 1) * segment;
-    for (uint32_t i = 0; i < each; ++i) {
-      const auto first = static_cast<uint32_t>(uint64_t{shape.rows} * i / each);
-      const auto end = static_cast<uint32_t>(uint64_t{shape.rows} * (i + 1) / each);
-      bands.push_back({segment, first, end - first, start + row_bound * first, 0});
-    }
-  }
-  return bands;
-}
-
-}  // namespace
-
-bool rle_encode(const ImageAttributes& image, const uint8_t* frame, unsigned threads, uint8_t* out,
-                uint32_t& size) try {
-  Layout layout;
-  if (!make_layout(image, layout)) return false;
-  const RowShape shape = rows_of(image);
-  std::vector<Band> bands = make_bands(layout, shape, bound_of_row(shape), threads);
-  std::memset(out, 0, kHeaderBytes);
-  store32(out, layout.segments, false);
-  uint64_t total = kHeaderBytes;
-  const auto pack = [&](Band& band, uint64_t place) {
-    return pack_band(shape, layout.planes[band.segment], layout.segments > 1, frame, band, out + place);
-  };
-  if (threads > 1) {
-    std::atomic<bool> failed{false};
-    run_parts(threads, bands.size(), [&](std::size_t i) {
-      if (!pack(bands[i], bands[i].place)) failed = true;
-    });
-    if (failed) return false;
-  }
-  for (std::size_t i = 0; i < bands.size(); ++i) {
-    Band& band = bands[i];
-    if (band.first == 0)
-      store32(out + 4 + 4 * std::size_t{band.segment}, static_cast<uint32_t>(total), false);
-    if (threads > 1) {
-      std::memmove(out + total, out + band.place, band.size);
-    } else if (!pack(band, total)) {
-      return false;
-    }
-    total += band.size;
-    const bool ends = i + 1 == bands.size() || bands[i + 1].first == 0;
-    if (ends && total % 2 != 0) out[total++] = 0;
-  }
-  size = static_cast<uint32_t>(total);
-  return true;
-} catch (const std::bad_alloc&) {
-  return false;
-}
-
-namespace {
 
 struct RLEContext final : RunContext {
   RLEContext() : RunContext(true) {}
@@ -422,7 +132,7 @@ void put_copies(uint8_t* to, uint32_t stride, uint8_t byte, uint32_t count) {
 }  // namespace
 
 const char* RleDecoder::begin(const ImageAttributes& image, uint8_t* frame) {
-  Layout layout;
+  RleLayout layout;
   if (!make_layout(image, layout)) return kNoSegments;
   *this = {};
   image_ = &image;
@@ -432,25 +142,25 @@ const char* RleDecoder::begin(const ImageAttributes& image, uint8_t* frame) {
 }
 
 const char* RleDecoder::read_header(const uint8_t* header) {
-  Layout layout;
+  RleLayout layout;
   make_layout(*image_, layout);
   segments_ = load32(header, false);
   if (segments_ != layout.segments) return "The RLE header does not have the segments of the image";
   for (uint32_t i = 0; i < segments_; ++i) {
     offsets_[i] = load32(header + 4 + 4 * std::size_t{i}, false);
-    if (i == 0 ? offsets_[0] != kHeaderBytes : offsets_[i] <= offsets_[i - 1]) {
+    if (i == 0 ? offsets_[0] != kRleHeaderBytes : offsets_[i] <= offsets_[i - 1]) {
       return "The offsets of the RLE header do not ascend from 64";
     }
   }
   offsets_[segments_] = UINT32_MAX;
   header_read_ = true;
-  position_ = kHeaderBytes;
+  position_ = kRleHeaderBytes;
   start_segment(0);
   return nullptr;
 }
 
 void RleDecoder::start_segment(uint32_t index) {
-  Layout layout;
+  RleLayout layout;
   make_layout(*image_, layout);
   segment_ = index;
   segment_bytes_ = 0;
@@ -502,12 +212,12 @@ const char* RleDecoder::runs(const uint8_t* data, uint32_t size, uint32_t& used)
 const char* RleDecoder::take(const uint8_t* data, uint32_t size) {
   while (size != 0 && !done()) {
     if (!header_read_) {
-      const uint32_t n = std::min(size, kHeaderBytes - split_);
+      const uint32_t n = std::min(size, kRleHeaderBytes - split_);
       std::memcpy(split_buffer_ + split_, data, n);
       split_ += n;
       data += n;
       size -= n;
-      if (split_ < kHeaderBytes) return nullptr;
+      if (split_ < kRleHeaderBytes) return nullptr;
       split_ = 0;
       if (const char* fault = read_header(split_buffer_); fault != nullptr) return fault;
       continue;
@@ -532,8 +242,8 @@ const char* RleDecoder::take(const uint8_t* data, uint32_t size) {
 
 bool RleDecoder::take_whole(const uint8_t* data, uint32_t size, unsigned threads) {
   const RleDecoder before = *this;
-  if (threads <= 1 || header_read_ || split_ != 0 || size <= kHeaderBytes || read_header(data) != nullptr ||
-      segments_ == 1 || offsets_[segments_ - 1] >= size) {
+  if (threads <= 1 || header_read_ || split_ != 0 || size <= kRleHeaderBytes ||
+      read_header(data) != nullptr || segments_ == 1 || offsets_[segments_ - 1] >= size) {
     *this = before;
     return false;
   }
