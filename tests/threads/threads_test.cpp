@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "config/config.h"
+#include "pixel/pixels.h"
 #include "support.h"
 
 namespace {
@@ -31,6 +32,11 @@ VX_STATUS give(int32_t, void* user, int32_t, uint32_t* size, void** data, int32_
   *data = bytes.data();
   *last = 1;
   return VX_NORMAL_COMPLETION;
+}
+
+VX_STATUS take_value(int32_t id, uint32_t, void* user, uint32_t size, void* data, int32_t first,
+                     int32_t last) {
+  return take(id, user, size, data, first, last);
 }
 
 bool fine(std::initializer_list<VX_STATUS> all) {
@@ -167,6 +173,43 @@ TEST_F(Threads, SettingsMayChangeMeanwhile) {
   stop = true;
   for (std::thread& worker : workers) worker.join();
   EXPECT_EQ(failures.load(), 0U);
+}
+
+// Frames that are large enough for several threads each, side by side, through codecs and back.
+TEST_F(Threads, FramesShareTheCores) {
+  VX_Set_Int_Config_Value(VX_CFG_COMPRESSION_THREADS, 4);
+  const pixels::Image image{.rows = 501, .columns = 700, .allocated = 16, .stored = 12};
+  std::atomic<int> failures{0};
+  const auto convert = [&](VX_TRANSFER_SYNTAX syntax, uint32_t seed) {
+    std::string frame(image.frame_size(), '\0');
+    for (std::size_t i = 0; i < frame.size(); i += 2) {
+      frame[i] = static_cast<char>(i / (3 + seed) + i / 1400);
+      frame[i + 1] = static_cast<char>(i / 60000 % 16);
+    }
+    int32_t plain = -1, packed = -1, back = -1;
+    std::string result;
+    bool good =
+        fine({VX_Open_Empty_Message(&plain), VX_Set_Message_Transfer_Syntax(plain, EXPLICIT_LITTLE_ENDIAN)});
+    pixels::describe(plain, image);
+    good = good &&
+           fine({VX_Set_Value_From_Buffer(plain, pixels::kPixelData, frame.data(),
+                                          static_cast<uint32_t>(frame.size())),
+                 VX_Duplicate_Message(plain, &packed, syntax, VX_General_Compressor, VX_General_Decompressor),
+                 VX_Duplicate_Message(packed, &back, EXPLICIT_LITTLE_ENDIAN, nullptr, nullptr),
+                 VX_Get_Value_To_Function(back, pixels::kPixelData, &result, take_value)});
+    if (!good || result != frame) ++failures;
+    for (int32_t* id : {&plain, &packed, &back}) VX_Free_Message(id);
+  };
+  std::vector<std::thread> workers;
+  for (uint32_t t = 0; t < 3; ++t) {
+    workers.emplace_back([&, t] {
+      for (const VX_TRANSFER_SYNTAX syntax :
+           {RLE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000_LOSSLESS_ONLY, RLE})
+        convert(syntax, t);
+    });
+  }
+  for (std::thread& worker : workers) worker.join();
+  EXPECT_EQ(failures, 0);
 }
 
 // Conversions while another thread turns Unicode on and off: each is right, or says that there is none.

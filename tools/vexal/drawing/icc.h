@@ -7,8 +7,21 @@
 
 namespace vexal {
 
-// Pixels of red, green and blue, as the ICC profile means them, become those of sRGB. An error text, empty on
-// success; the pixels then stay as they are.
-std::string to_srgb(const std::string& profile, uint8_t* pixels, std::size_t count);
+// Pixels of red, green and blue, as an ICC profile means them, become those of sRGB.
+class ToSrgb {
+ public:
+  ToSrgb() = default;
+  ~ToSrgb();
+  ToSrgb(const ToSrgb&) = delete;
+  ToSrgb& operator=(const ToSrgb&) = delete;
+
+  // An error text, empty on success. Without it, all pixels stay as they are.
+  std::string open(const std::string& profile);
+  // Several threads may do so at once.
+  void apply(uint8_t* pixels, std::size_t count) const;
+
+ private:
+  void* transform_ = nullptr;
+};
 
 }  // namespace vexal

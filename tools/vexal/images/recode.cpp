@@ -97,15 +97,26 @@ std::string FrameDecoder::open(const DicomFile& file) {
   form_.read(file.id());
   if (form_.decompresses() && form_.has_half_colour()) form_.relabel("YBR_FULL");
   fault_ = decompression_fault(form_);
-  if (fault_.empty()) worker_ = std::make_unique<FrameWorker>(source_, form_);
   return "";
 }
 
 std::string FrameDecoder::frame(uint32_t number, Bytes& bytes) try {
   if (!fault_.empty()) return fault_;
   if (number >= source_.count()) return "there is no such frame";
-  if (form_.unwraps) return worker_->convert(number, bytes);
-  return worker_->decompress(number, &bytes, guarded<FrameWorker::append>);
+  std::unique_ptr<FrameWorker> worker;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!idle_.empty()) {
+      worker = std::move(idle_.back());
+      idle_.pop_back();
+    }
+  }
+  if (worker == nullptr) worker = std::make_unique<FrameWorker>(source_, form_);
+  std::string problem = form_.unwraps ? worker->convert(number, bytes)
+                                      : worker->decompress(number, &bytes, guarded<FrameWorker::append>);
+  const std::lock_guard lock(mutex_);
+  idle_.push_back(std::move(worker));
+  return problem;
 } catch (const std::bad_alloc&) {
   return kNoMemory;
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,7 +25,7 @@ std::string tell_of_cuts(uint32_t frames);
 class FrameConveyor;
 class FrameWorker;
 
-// The frames of an image, decompressed one by one.
+// The frames of an image, decompressed one by one; several threads may ask for frames at once.
 class FrameDecoder {
  public:
   FrameDecoder();
@@ -49,7 +50,8 @@ class FrameDecoder {
   FrameSource source_;
   FrameForm form_;
   std::string fault_;  // why they can not be decompressed
-  std::unique_ptr<FrameWorker> worker_;
+  std::mutex mutex_;
+  std::vector<std::unique_ptr<FrameWorker>> idle_;  // one for each thread that asks at the same time
 };
 
 // Takes the place of the Pixel Data of a file in what the library writes or sends.

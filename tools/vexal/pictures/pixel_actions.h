@@ -37,6 +37,7 @@ int each_frame(const Choice& choice, const std::string& in, Work work) {
 
 // The options of how frames are shown. False after a line on standard error.
 bool read_rendering(const Args& args, RenderOptions& options);
+bool read_quality(const Args& args, int& quality);
 // The pixels of a frame's picture in their true proportions if they are to be `square`, and how large they
 // are.
 void shape_pixels(const PixelImage& image, uint32_t frame, bool square, Picture& picture);

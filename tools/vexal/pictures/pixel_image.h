@@ -34,6 +34,8 @@ class PixelImage {
   std::string count_streams(uint32_t& count);
   // All its frames are one stream.
   bool is_video() { return compressed_ && find_frames().empty() && decoder_->is_video(); }
+  // The samples of a colour lie together.
+  bool is_planar() const;
   // Frames so far whose code stream lacks its end.
   uint32_t cut_short() const { return decoder_ != nullptr ? decoder_->cut_short() : 0; }
   // Whose attributes shape a frame's grey, and what its colours mean.
@@ -49,7 +51,6 @@ class PixelImage {
  private:
   std::string read_description();
   std::string find_frames();
-  bool is_planar() const;
 
   DicomFile file_;
   ImageDescription image_;

@@ -32,13 +32,6 @@ std::string render_state(const std::string& path, PixelImage& image, uint32_t fr
   return problem;
 }
 
-bool read_quality(const Args& args, int& quality) {
-  long number = PictureForm{}.quality;
-  if (!args.number("--quality", 1, 100, number)) return false;
-  quality = static_cast<int>(number);
-  return true;
-}
-
 // A picture made smaller by averaging, into its place on the sheet, always in colour.
 void place(const Picture& from, Picture& sheet, uint32_t left, uint32_t top, uint32_t tile) {
   const double scale =
@@ -66,6 +59,13 @@ void place(const Picture& from, Picture& sheet, uint32_t left, uint32_t top, uin
 }
 
 }  // namespace
+
+bool read_quality(const Args& args, int& quality) {
+  long number = PictureForm{}.quality;
+  if (!args.number("--quality", 1, 100, number)) return false;
+  quality = static_cast<int>(number);
+  return true;
+}
 
 bool read_rendering(const Args& args, RenderOptions& options) {
   long window = 1;

@@ -105,11 +105,19 @@ void add_supplement(int32_t id, const ImageDescription& image, const Bytes& fram
   });
 }
 
-std::string apply_profile(int32_t id, Picture& picture) {
+std::string profile_of(int32_t id, uint32_t path) {
   std::string profile = bytes_of(id, tags::kICCProfile);
-  if (profile.empty()) profile = bytes_of(item_of(id, tags::kOpticalPathSequence), tags::kICCProfile);
+  return profile.empty() ? bytes_of(item_of(id, tags::kOpticalPathSequence, path), tags::kICCProfile)
+                         : profile;
+}
+
+std::string apply_profile(int32_t id, Picture& picture) {
+  const std::string profile = profile_of(id);
   if (profile.empty() || picture.samples != 3) return "";
-  return to_srgb(profile, picture.bytes.data(), picture.bytes.size() / 3);
+  ToSrgb transform;
+  const std::string problem = transform.open(profile);
+  transform.apply(picture.bytes.data(), picture.bytes.size() / 3);
+  return problem;
 }
 
 }  // namespace vexal

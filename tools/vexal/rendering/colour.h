@@ -23,6 +23,8 @@ void add_supplement(int32_t id, const ImageDescription& image, const Bytes& fram
 // Grey becomes a colour of equal parts.
 void to_colour(Picture& picture);
 
+// The ICC profile of the object, or of one of its optical paths (from 0); empty if there is none.
+std::string profile_of(int32_t id, uint32_t path = 0);
 // Colours as the profile of the object, or of its optical path, means them (PS3.3 section C.11.15). An error
 // text where there is a profile that can not be followed.
 std::string apply_profile(int32_t id, Picture& picture);

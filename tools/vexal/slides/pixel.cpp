@@ -3,31 +3,11 @@
 
 #include "base/commands.h"
 #include "images/write_options.h"
-#include "layers.h"
-#include "pixel_actions.h"
+#include "pictures/layers.h"
+#include "pictures/pixel_actions.h"
+#include "whole_slides.h"
 
 namespace vexal {
-
-// The frames that are asked for.
-bool chosen(const Args& args, uint32_t frames, bool all, Choice& choice) {
-  long number = 0;
-  if (!args.number("--frame", 1, INT32_MAX, number)) return false;
-  if (number > static_cast<long>(frames)) {
-    complain("--frame %ld: the image has %u", number, frames);
-    return false;
-  }
-  choice = number != 0 ? Choice{static_cast<uint32_t>(number) - 1, 1} : Choice{0, all ? frames : 1};
-  return true;
-}
-
-// What an image whose frames came out of their decoder is worth.
-int judge(const PixelImage& image, const std::string& path, int result) {
-  if (image.cut_short() == 0 && image.profile_fault().empty()) return result;
-  if (image.cut_short() != 0) report(path, tell_of_cuts(image.cut_short()));
-  if (!image.profile_fault().empty())
-    report(path, image.profile_fault() + "; its colours are shown as stored");
-  return std::max(result, static_cast<int>(kFindings));
-}
 
 namespace {
 
@@ -47,6 +27,11 @@ constexpr Option kOptions[] = {
     {"--columns", "N", "sheet: pictures in a row (default: about a square)"},
     {"--tile", "N", "sheet: largest side of a picture (default 128)"},
     {"--rate", "N", "video: frames in a second (default: what the image says, else 25)"},
+    {"--matrix", nullptr, "render the tiles of a whole-slide image, or of the parts of one, as one picture"},
+    {"--region", "X,Y,W,H", "of the matrix: so many pixels from there, the first being 0,0"},
+    {"--scale", "N", "of the matrix: N by N pixels become one, their average"},
+    {"--optical-path", "ID", "of the matrix (default: the first)"},
+    {"--focal-plane", "N", "of the matrix, from 1 (default: the first)"},
     {"--repair", "OUT", "offsets: write the object with the right table"},
     VEXAL_LAYER_OPTIONS,
     VEXAL_WRITE_OPTIONS,
@@ -71,13 +56,37 @@ int run_on(const Action& action, const Args& args, const std::string& path, cons
   return kUsage;
 }
 
+constexpr const char* kMatrixOptions[] = {"--region", "--scale", "--optical-path", "--focal-plane"};
+
+// Actions on files that belong together. False: this is none of them.
+bool run_on_all(const Args& args, int& result) {
+  const std::string name = args.paths.empty() ? "" : args.paths[0];
+  if (name == "levels" && args.paths.size() > 1) {
+    result = show_levels({args.paths.begin() + 1, args.paths.end()});
+    return true;
+  }
+  if (name == "render" && args.has("--matrix") && args.paths.size() > 2) {
+    result = render_matrix(args, {args.paths.begin() + 1, args.paths.end() - 1}, args.paths.back());
+    return true;
+  }
+  for (const char* option : kMatrixOptions) {
+    if (!args.has(option) || args.has("--matrix")) continue;
+    complain("%s goes with --matrix", option);
+    result = kUsage;
+    return true;
+  }
+  return false;
+}
+
 int run(const Args& args) {
+  if (int result = kSuccess; run_on_all(args, result)) return result;
   const auto* action = std::find_if(std::begin(kActions), std::end(kActions), [&](const Action& a) {
     return !args.paths.empty() && args.paths[0] == a.name;
   });
   if (action == std::end(kActions)) {
     std::string names;
-    for (const Action& a : kActions) names += (names.empty() ? "" : ", ") + std::string(a.name);
+    for (const Action& a : kActions) names += std::string(a.name) + ", ";
+    names += "levels";
     complain("pixel needs one of: %s; --help tells more", names.c_str());
     return kUsage;
   }
@@ -106,14 +115,15 @@ int run(const Args& args) {
 
 const Command kPixel = {
     "pixel",
-    "info|extract|render|sheet|video|offsets [OPTION...] FILE... [OUT]",
+    "info|extract|render|sheet|video|offsets|levels [OPTION...] FILE... [OUT]",
     "look at the frames of an image",
     "info tells what the pixel data is. extract writes frames as bytes, to OUT for one frame and\n"
     "into the folder OUT for several. render writes one frame as a picture: modality and VOI\n"
     "transformation, palette, colour, overlays. sheet puts all frames on one picture. A name that ends\n"
     "in .jpg or .tif gives a JPEG or TIFF file, any other a PNG file. video makes a film of all frames, a\n"
     "file in .mp4, .webm or .avi, by ffmpeg. offsets checks the offset table of compressed pixel data, and\n"
-    "repairs it.",
+    "repairs it. render --matrix puts the tiles of a whole-slide image together, and levels tells which\n"
+    "pyramids the images of files and folders make.",
     kOptions,
     run};
 
