@@ -26,6 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   vx::ImageAttributes image;
   // Two bits below those of the image and two above.
   image.TransferSyntax = kSyntaxes[(data[0] % 4 + (data[0] >> 6) * 4) % std::size(kSyntaxes)];
+  if (data[1] >= 0xC0) image.TransferSyntax = DEFLATED_IMAGE_FRAMES;
   image.SamplesPerPixel = (data[0] & 4) != 0 ? 3 : 1;
   image.BitsAllocated = (data[0] & 8) != 0 ? 16 : 8;
   image.BitsStored = image.BitsAllocated == 16 ? 12 : 8;

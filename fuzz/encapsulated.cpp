@@ -71,9 +71,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   if (size < 6) return 0;
   int32_t id = -1;
   require(VX_Open_Empty_Message(&id) == VX_NORMAL_COMPLETION);
-  static constexpr VX_TRANSFER_SYNTAX kSyntaxes[] = {RLE, JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS,
-                                                     JPEG_BASELINE};
-  const VX_TRANSFER_SYNTAX syntax = kSyntaxes[(data[0] >> 4) & 3];
+  static constexpr VX_TRANSFER_SYNTAX kSyntaxes[] = {
+      RLE,           JPEG_LOSSLESS_HIER_14,     JPEG_LS_LOSSLESS,
+      JPEG_BASELINE, ENCAPSULATED_UNCOMPRESSED, DEFLATED_IMAGE_FRAMES};
+  const VX_TRANSFER_SYNTAX syntax = kSyntaxes[(data[0] >> 4) % std::size(kSyntaxes)];
   VX_Set_Message_Transfer_Syntax(id, syntax);
   const int samples = (data[0] & 1) != 0 ? 3 : 1;
   const int bits = (data[0] & 2) != 0 ? 16 : 8;

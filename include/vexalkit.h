@@ -66,6 +66,7 @@
 #include "vexalkit/private_attributes.h" /* private blocks and their attributes (PS3.5 section 7.8) */
 #include "vexalkit/streams.h"            /* encoded data sets: transfer syntaxes, encoding, decoding */
 #include "vexalkit/pixel_data.h"         /* encapsulated values, frames and compression */
+#include "vexalkit/code_streams.h"       /* what compressed frames say of their image */
 #include "vexalkit/associations.h"       /* associations: negotiation, requesting, accepting, listening, secure channels */
 #include "vexalkit/capture.h"            /* functions that see every byte of the network */
 #include "vexalkit/messages.h"           /* DIMSE messages on an association (PS3.7) */

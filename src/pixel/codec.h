@@ -61,6 +61,7 @@ struct CodecHead {
   uint32_t columns = 0;
   uint32_t components = 0;
   uint32_t precision = 0;
+  int is_signed = -1;  // -1: it does not say
 };
 
 // What a decode adds to its image.

@@ -176,6 +176,7 @@ int jpeg2000::query(const uint8_t* data, std::size_t size, CodecHead& head) {
   StreamHead found;
   const int status = read_size_segment(data, size, found);
   head = found.image;
+  head.is_signed = found.is_signed ? 1 : 0;
   return status;
 }
 

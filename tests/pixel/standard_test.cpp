@@ -117,6 +117,34 @@ TEST_F(Standard, LosslessSyntaxesGiveBackEveryBit) {
   }
 }
 
+TEST_F(Standard, HeadsTellWhatTheirStreamsHold) {
+  const Image grey{.rows = 5, .columns = 7, .allocated = 16, .stored = 12};
+  Image with_sign = grey;
+  with_sign.is_signed = 1;
+  const Image colour{.rows = 6, .columns = 4, .samples = 3, .photometric = "RGB"};
+  for (const VX_TRANSFER_SYNTAX syntax : {JPEG_LOSSLESS_HIER_14, JPEG_LS_LOSSLESS, JPEG_2000}) {
+    for (const Image& image : {grey, with_sign, colour}) {
+      use(syntax, image);
+      std::string back;
+      ASSERT_EQ(there_and_back(picture(image, 4), 0, back), VX_NORMAL_COMPLETION);
+      const std::string held = stream();
+      CodeStreamObj told{};
+      ASSERT_EQ(VX_Describe_Code_Stream(syntax, held.data(), static_cast<uint32_t>(held.size()), &told),
+                VX_NORMAL_COMPLETION);
+      EXPECT_EQ(told.Rows, image.rows);
+      EXPECT_EQ(told.Columns, image.columns);
+      EXPECT_EQ(told.SamplesPerPixel, image.samples);
+      EXPECT_EQ(told.BitsPerSample, image.stored);
+      EXPECT_EQ(told.IsSigned, syntax == JPEG_2000 ? image.is_signed : -1);
+      EXPECT_EQ(VX_Describe_Code_Stream(syntax, held.data(), 9, &told), VX_COMPRESSION_FAILURE);
+      EXPECT_EQ(VX_Describe_Code_Stream(syntax, held.data(), 9, nullptr), VX_NULL_POINTER_PARM);
+      for (const VX_TRANSFER_SYNTAX silent :
+           {RLE, ENCAPSULATED_UNCOMPRESSED, DEFLATED_IMAGE_FRAMES, MPEG2_MPML})
+        EXPECT_EQ(VX_Describe_Code_Stream(silent, held.data(), 9, &told), VX_INVALID_TRANSFER_SYNTAX);
+    }
+  }
+}
+
 TEST_F(Standard, BitsAboveTheImageAreKeptOrRefused) {
   const Image image{.rows = 8, .columns = 8, .allocated = 16, .stored = 12};
   std::string frame = picture(image, 5);

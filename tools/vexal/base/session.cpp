@@ -23,7 +23,7 @@ bool embedded = false;
 thread_local const std::string* current_file = nullptr;
 thread_local bool warnings_muted = false;
 thread_local bool errors_muted = false;
-thread_local bool cut_short = false;
+thread_local StreamFlaws stream_flaws;
 thread_local bool values_lost = false;
 thread_local LogLines* log_lines = nullptr;
 bool quiet = false;
@@ -55,7 +55,9 @@ void print_log(int type, std::string_view message) {
 // The library's messages become lines on standard error. The receiver runs on the thread that logged.
 void receive_log(const VX_LOG_RECORD* record) {
   const std::string_view message = record->Message;
-  if (message.starts_with("Invalid format of JPEG")) cut_short = true;
+  if (message.starts_with("Invalid format of JPEG")) stream_flaws.cut_short = true;
+  if (message.find("behind the end of the code stream") != std::string_view::npos)
+    stream_flaws.goes_on = true;
   if (message.ends_with(" is duplicated") || message.starts_with("Error adding stream tag"))
     values_lost = true;
   if (log_lines != nullptr && log_lines->take(record->Type, record->FunctionName, record->Message)) return;
@@ -196,8 +198,8 @@ MutedWarnings::~MutedWarnings() {
   errors_muted = errors_before_;
 }
 
-bool frame_was_cut_short() {
-  return std::exchange(cut_short, false);
+StreamFlaws take_stream_flaws() {
+  return std::exchange(stream_flaws, {});
 }
 
 bool values_were_lost() {

@@ -56,9 +56,12 @@ class MutedWarnings {
   const bool errors_before_;
 };
 
-// True if a decoder has met a code stream without its end on this thread since the last call. What was
-// missing of the image was filled up; that nothing was can not be known.
-bool frame_was_cut_short();
+// What decoders have met in code streams on this thread since the last call.
+struct StreamFlaws {
+  bool cut_short = false;  // no end: what was missing of the image, if anything was, was filled up
+  bool goes_on = false;    // behind the end there is more than a pad
+};
+StreamFlaws take_stream_flaws();
 // True if the file opened last on this thread has a tag twice, or an element that no object can hold, so that
 // what is written of it lacks a value; a line on standard error has told which. Once for each file.
 bool values_were_lost();

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <mutex>
 
+#include "absent_pixels.h"
 #include "base/attributes.h"
 #include "base/embedded.h"
 #include "base/names.h"
@@ -342,6 +343,7 @@ VX_STATUS DicomFile::become_message(const char* service, uint16_t command) {
 }
 
 std::string DicomFile::write_fault(VX_TRANSFER_SYNTAX target) const {
+  if (std::string fault = fault_of_absence(id_, syntax_, target); !fault.empty()) return fault;
   const KeptValue* pixels = kept(id_, tags::kPixelData);
   if (pixels != nullptr && pixels->length != kUndefinedLength && !is_uncompressed(syntax_))
     return "its pixel data is not encapsulated, as its transfer syntax demands";

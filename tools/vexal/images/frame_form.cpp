@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "base/names.h"
+#include "base/session.h"
 #include "base/tags.h"
 #include "base/values.h"
 
@@ -94,6 +95,28 @@ std::string find_text(const FrameForm::Attributes& attributes, uint32_t tag) {
 
 }  // namespace
 
+void FrameForm::Notes::take_flaws() {
+  const StreamFlaws flaws = take_stream_flaws();
+  if (flaws.cut_short) ++cut_short;
+  if (flaws.goes_on) ++going_on;
+}
+
+std::string FrameForm::Notes::told() const {
+  std::string text;
+  const auto add = [&text](const std::string& more) { text += (text.empty() ? "" : "; ") + more; };
+  const auto frames = [](uint32_t count, const char* one, const char* several) {
+    return std::to_string(count) + (count == 1 ? one : several);
+  };
+  if (const uint32_t count = cut_short; count != 0)
+    add(frames(count, " frame is", " frames are") +
+        " cut short: the end of its code stream is missing, and what that had of the image was filled up");
+  if (const uint32_t count = going_on; count != 0)
+    add(frames(count, " frame has", " frames have") +
+        " bytes behind the end of its code stream, which are left out");
+  if (!corrected.empty()) add("its attributes contradict its code streams, by which " + corrected);
+  return text;
+}
+
 uint64_t number_in(const std::string& text) {
   return std::strtoull(text.c_str(), nullptr, 10);
 }
@@ -113,12 +136,15 @@ FrameForm::FrameForm(VX_TRANSFER_SYNTAX source, VX_TRANSFER_SYNTAX target)
                     (source == JPEG_XL_RECOMPRESSION && is_jpeg(target))),
       unwraps(holds_native_frames(source)) {}
 
-void FrameForm::read(int32_t object) {
+void FrameForm::read(int32_t object, const FrameSource& source) {
   VX_Get_Attribute_Info(object, tags::kPixelData, &vr, nullptr);
   for (const uint32_t tag : kImageTags) {
     if (std::string text = all_text_of(object, tag); !text.empty()) stored.emplace_back(tag, text);
   }
   attributes = stored;
+  tile = number_in(text(tags::kTotalPixelMatrixColumns)) != 0;
+  if (decompresses() && !keeps_streams) head = describe_frame(source, from, 0);
+  if (head) notes->corrected = follow_stream(from, *head, tile, attributes);
   if (!has_half_colour() || keeps_streams) return;
   // The library makes RGB of half colour that its own cosine codecs wrote. What others did comes as it is,
   // but whole; so does what is to be compressed without loss.
@@ -127,6 +153,12 @@ void FrameForm::read(int32_t object) {
   const bool becomes_rgb = is_cosine(from) && std::string_view(format) == "YBR_FULL_422";
   unpacks = !decompresses() && compresses() && !is_cosine(to) && !holds_native_frames(to);
   if (unpacks || (decompresses() && !becomes_rgb)) relabel("YBR_FULL");
+}
+
+std::string FrameForm::fault_of_stream(const void* data, std::size_t size) const {
+  if (!head) return "";
+  const std::optional<CodeStreamObj> stream = describe_stream(from, data, size);
+  return stream ? stream_fault(*stream, *head, tile) : "";
 }
 
 void FrameForm::relabel(const char* photometric) {

@@ -4,12 +4,14 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "base/tags.h"
 #include "files/files.h"
+#include "stream_head.h"
 #include "vexalkit.h"
 
 namespace vexal {
@@ -31,11 +33,15 @@ bool is_lossy(VX_TRANSFER_SYNTAX syntax);
 
 // What all frames of an image have in common.
 struct FrameForm {
-  using Attributes = std::vector<std::pair<uint32_t, std::string>>;
+  using Attributes = AttributeTexts;
   // What came of the frames, whichever thread made them.
   struct Notes {
     std::atomic<uint32_t> cut_short{0};  // frames whose stream lacks its end
+    std::atomic<uint32_t> going_on{0};   // frames with more than a pad behind it
     std::atomic<bool> lost{false};       // something of the image
+    std::string corrected;               // attributes that the code streams contradict
+    void take_flaws();                   // of the frame that this thread has decoded
+    std::string told() const;            // in words; empty if there is nothing to tell
   };
   VX_TRANSFER_SYNTAX from = 0;
   VX_TRANSFER_SYNTAX to = 0;
@@ -47,7 +53,8 @@ struct FrameForm {
   std::shared_ptr<Notes> notes = std::make_shared<Notes>();
   FrameForm() = default;
   FrameForm(VX_TRANSFER_SYNTAX source, VX_TRANSFER_SYNTAX target);
-  void read(int32_t object);
+  // The attributes of an object, and what the first of its code streams says.
+  void read(int32_t object, const FrameSource& source);
   void relabel(const char* photometric);
   bool has_half_colour() const;          // two pixels share a sample of each colour
   std::string text(uint32_t tag) const;  // of an attribute, "" if it is not there
@@ -58,6 +65,10 @@ struct FrameForm {
   bool unwraps = false;                        // what its items hold are native frames
   bool unpacks = false;                        // half colour becomes whole on the way to the compressor
   bool compresses_alone = false;               // frames that are compressed leave all attributes as they are
+  bool tile = false;                           // frames are parts of a picture whose edges need not fill them
+  std::optional<CodeStreamObj> head;           // of the first code stream
+  // Why this code stream can not belong to the image; empty if it can.
+  std::string fault_of_stream(const void* data, std::size_t size) const;
   bool decompresses() const { return !is_uncompressed(from) && !unwraps; }
   bool compresses() const { return !is_uncompressed(to); }
 };

@@ -168,16 +168,54 @@ std::string FrameSource::find_encapsulated(uint32_t frames) {
          std::to_string(frames) + " frames";
 }
 
-std::string FrameSource::read(uint32_t number, Bytes& bytes) const {
+namespace {
+
+// Where a fragment begins in what all of them hold.
+uint64_t stream_offset(const Encapsulated& items, std::size_t fragment) {
+  constexpr uint64_t kHeader = 8;
+  return items.fragments[fragment].offset - kHeader * fragment;
+}
+
+}  // namespace
+
+uint64_t FrameSource::stream_size() const {
+  const std::size_t count = items_.fragments.size();
+  return count == 0 ? 0 : stream_offset(items_, count - 1) + items_.fragments[count - 1].length;
+}
+
+bool FrameSource::read_stream(uint64_t offset, void* buffer, std::size_t length) const {
+  // The last fragment that does not begin behind the offset.
+  std::size_t low = 0;
+  for (std::size_t high = items_.fragments.size(); high - low > 1;) {
+    const std::size_t middle = low + (high - low) / 2;
+    (stream_offset(items_, middle) <= offset ? low : high) = middle;
+  }
+  auto* to = static_cast<char*>(buffer);
+  for (; length != 0; ++low) {
+    if (low >= items_.fragments.size()) return false;
+    const Fragment& fragment = items_.fragments[low];
+    const uint64_t inside = offset - stream_offset(items_, low);
+    if (inside > fragment.length) return false;
+    const auto part = static_cast<std::size_t>(std::min<uint64_t>(length, fragment.length - inside));
+    if (!value_.read_at(fragment.data + inside, to, part)) return false;
+    to += part;
+    offset += part;
+    length -= part;
+  }
+  return true;
+}
+
+std::string FrameSource::read(uint32_t number, Bytes& bytes, std::size_t most) const {
   const std::size_t before = bytes.size();
   if (!encapsulated_)
     return read_bits(value_, number * frame_bits_, frame_bits_, bytes) ? "" : "can not read";
   for (std::size_t i = items_.starts[number]; i < items_.end_of_frame(number); ++i) {
     const Fragment& fragment = items_.fragments[i];
     const std::size_t at = bytes.size();
-    if (at - before + fragment.length > kLargestFrame) return "its code stream is beyond 2 GiB";
-    bytes.resize(at + fragment.length);
-    if (!value_.read_at(fragment.data, bytes.data() + at, fragment.length)) return "can not read";
+    const std::size_t part = std::min<std::size_t>(fragment.length, most - (at - before));
+    if (at - before + part > kLargestFrame) return "its code stream is beyond 2 GiB";
+    bytes.resize(at + part);
+    if (!value_.read_at(fragment.data, bytes.data() + at, part)) return "can not read";
   }
   return "";
 }

@@ -60,8 +60,11 @@ class FrameSource {
   // A video is one stream, whatever the number of its frames.
   bool is_video() const { return video_; }
   // Adds the stored bytes of a frame; a code stream in several fragments comes in one piece. Several threads
-  // may do so at once. An error text, empty on success.
-  std::string read(uint32_t number, Bytes& bytes) const;
+  // may do so at once. At most the first `most` bytes of a code stream. An error text, empty on success.
+  std::string read(uint32_t number, Bytes& bytes, std::size_t most = SIZE_MAX) const;
+  // All fragments as one stream: its bytes, and a part of them. False if not all of that is there.
+  uint64_t stream_size() const;
+  bool read_stream(uint64_t offset, void* buffer, std::size_t length) const;
 
  private:
   std::string find_native(int32_t object, uint32_t frames);

@@ -165,7 +165,7 @@ class FrameWorker {
 
   std::string hand_on(int32_t id, void* user, VX_Get_Encapsulated_Callback taker) const {
     const VX_STATUS status = VX_Get_Frame_To_Function(id, 0, user, taker);
-    if (frame_was_cut_short()) ++form_.notes->cut_short;
+    form_.notes->take_flaws();
     return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
   }
   // A near-lossless frame may have lost nothing: what comes back tells.
@@ -182,7 +182,7 @@ class FrameWorker {
     Bytes old_frame;
     Bytes new_frame;
     if (plain(id_, before) && plain(result_, after)) {
-      frame_was_cut_short();  // is noted already
+      take_stream_flaws();  // are noted already
       problem = hand_on(before, &old_frame, guarded<append>);
       if (problem.empty()) problem = hand_on(after, &new_frame, guarded<append>);
     }
@@ -199,7 +199,7 @@ class FrameWorker {
     free_result();
     const VX_STATUS status = VX_Duplicate_Message(
         id_, &result_, form_.compresses() ? form_.to : EXPLICIT_LITTLE_ENDIAN, form_.compressor(), nullptr);
-    if (frame_was_cut_short()) ++form_.notes->cut_short;
+    form_.notes->take_flaws();
     VX_Set_Value_To_Empty(id_, tags::kPixelData);
     return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
   }
@@ -255,6 +255,9 @@ class FrameWorker {
     append32(in_, kItem);
     append32(in_, 0);
     if (std::string problem = source_.read(frame, in_); !problem.empty()) return problem;
+    if (std::string fault = form_.fault_of_stream(in_.data() + 2 * kItemHeader, in_.size() - 2 * kItemHeader);
+        !fault.empty())
+      return fault;
     if (in_.size() % 2 != 0) in_.append("", 1);
     const auto length = static_cast<uint32_t>(in_.size() - 2 * kItemHeader);
     std::memcpy(in_.data() + kItemHeader + 4, &length, sizeof length);

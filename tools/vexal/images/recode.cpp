@@ -27,6 +27,11 @@ constexpr std::size_t kPiece = 256 * 1024;
 constexpr uint32_t kFormTags[] = {tags::kExtendedOffsetTable, tags::kExtendedOffsetTableLengths,
                                   tags::kEncapsulatedPixelDataValueTotalLength};
 
+// Values of pixels beside Pixel Data.
+constexpr uint32_t kPixelValueTags[] = {tags::kSmallestImagePixelValue,    tags::kLargestImagePixelValue,
+                                        tags::kSmallestPixelValueInSeries, tags::kLargestPixelValueInSeries,
+                                        tags::kPixelPaddingValue,          tags::kPixelPaddingRangeLimit};
+
 // What one more lossy step says stands behind what earlier ones said (PS3.3 section C.7.6.1.1.5).
 std::string behind(const std::string& before, const char* separator, const std::string& text) {
   return before.empty() ? text : before + separator + text;
@@ -40,19 +45,35 @@ bool has_compressed_pixels(const DicomFile& file, int32_t item) {
   return VX_Get_Message_Transfer_Syntax(item, &syntax) == VX_NORMAL_COMPLETION && !is_uncompressed(syntax);
 }
 
+// What the codecs, or the head of a code stream, say of an image, into its object.
+void change_image(int32_t id, uint32_t tag, const std::string& text) {
+  if (text.empty()) {
+    VX_Delete_Attribute(id, tag);
+    return;
+  }
+  set_all_text(id, tag, text);
+  if (tag != tags::kPixelRepresentation) return;
+  // Values of pixels have the sign of pixels (PS3.5 section 8.2).
+  for (const uint32_t value : kPixelValueTags) {
+    VX_VR vr = VX_VR_UN;
+    if (VX_Get_Attribute_Info(id, value, &vr, nullptr) == VX_NORMAL_COMPLETION && vr == VX_VR_US)
+      VX_Set_Value_Representation(id, value, VX_VR_SS);
+  }
+}
+
 // An icon without its compression, which is right in every transfer syntax (PS3.5 section A.4).
 std::string decompress_icon(const DicomFile& file, int32_t item, const FrameForm& image) {
   FrameSource source;
   if (std::string problem = source.open(file, item, file.syntax()); !problem.empty()) return problem;
   FrameForm form(file.syntax(), EXPLICIT_LITTLE_ENDIAN);
   form.notes = image.notes;
-  form.read(item);
+  form.read(item, source);
   FrameWorker worker(source, form);
   Bytes pixels;
   if (std::string problem = worker.convert(0, pixels); !problem.empty()) return problem;
   for (const uint32_t tag : kImageTags) {
     const std::string text = all_text_of(worker.result(), tag);
-    if (text != form.stored_text(tag)) set_all_text(item, tag, text);
+    if (text != form.stored_text(tag)) change_image(item, tag, text);
   }
   VX_Delete_Attribute(item, tags::kPixelData);
   const VX_STATUS status =
@@ -94,7 +115,7 @@ FrameDecoder::~FrameDecoder() = default;
 std::string FrameDecoder::open(const DicomFile& file) {
   form_ = FrameForm(file.syntax(), EXPLICIT_LITTLE_ENDIAN);
   if (std::string problem = source_.open(file, file.id(), form_.from); !problem.empty()) return problem;
-  form_.read(file.id());
+  form_.read(file.id(), source_);
   if (form_.decompresses() && form_.has_half_colour()) form_.relabel("YBR_FULL");
   fault_ = decompression_fault(form_);
   return "";
@@ -149,7 +170,7 @@ std::string RecodedPixels::attach(DicomFile& file, VX_TRANSFER_SYNTAX target, un
                : "there is no compressor for this transfer syntax";
   }
   if (std::string problem = source_.open(file, file.id(), form_.from); !problem.empty()) return problem;
-  form_.read(file.id());
+  form_.read(file.id(), source_);
   // PS3.3 section C.7.6.3.1: Columns of such an image are even. Some writers pad each row, others let pairs
   // run on.
   if (!form_.decompresses() &&
@@ -243,7 +264,7 @@ std::string RecodedPixels::bring_in_line(DicomFile& file) {
     length_ = joins_ ? (image_bits * source_.count() + 7) / 8 : frame_bytes_ * source_.count();
     if (length_ > kUndefinedLength - 2) return "its pixel data would have more than 4 GiB";
   }
-  for (const auto& [tag, text] : changes_) set_all_text(id, tag, text);
+  for (const auto& [tag, text] : changes_) change_image(id, tag, text);
   if (lossy) {
     if (std::string problem = tell_of_loss(id); !problem.empty()) return problem;
   }
@@ -284,14 +305,9 @@ std::string RecodedPixels::tell_of_loss(int32_t id) const {
 }
 
 std::string RecodedPixels::finding() const {
-  if (const uint32_t cut = form_.notes->cut_short; cut != 0) return tell_of_cuts(cut);
+  if (std::string told = form_.notes->told(); !told.empty()) return told;
   if (source_.surplus() == 0) return "";
   return std::to_string(source_.surplus()) + " bytes behind its last frame are left out";
-}
-
-std::string tell_of_cuts(uint32_t frames) {
-  return std::to_string(frames) + (frames == 1 ? " frame is" : " frames are") +
-         " cut short: the end of its code stream is missing, and what that had of the image was filled up";
 }
 
 VX_STATUS RecodedPixels::callback(int32_t, uint32_t, void* user, VX_CALLBACK_REQUEST request, uint32_t* size,

@@ -19,9 +19,6 @@ namespace vexal {
 // Comes before threads and conversions: the temporary folder, and a heap that suits frames.
 void prepare_recoding();
 
-// What to say of frames whose code stream lacks its end.
-std::string tell_of_cuts(uint32_t frames);
-
 class FrameConveyor;
 class FrameWorker;
 
@@ -39,12 +36,12 @@ class FrameDecoder {
   std::string frame(uint32_t number, Bytes& bytes);
   // Likewise in its compressed form, which needs no decoder.
   std::string code_stream(uint32_t number, Bytes& bytes) const;
+  const FrameForm& form() const { return form_; }
+  const FrameSource& source() const { return source_; }
   // Bits of each frame.
   uint64_t frame_bits() const { return form_.image_bits(); }
   // All frames are one stream then.
   bool is_video() const { return source_.is_video(); }
-  // Frames so far whose code stream lacks its end.
-  uint32_t cut_short() const { return form_.notes->cut_short; }
 
  private:
   FrameSource source_;

@@ -116,7 +116,7 @@ std::string DoseLayer::open(const std::string& path) {
   }
   problem = find_most(image_, scaling_, high_);
   low_ = high_ / 10;
-  if (image_.cut_short() != 0) fault(kCutShort);
+  if (const std::string finding = image_.finding(); !finding.empty()) fault(finding);
   return problem.empty() && high_ <= 0 ? "it has no dose above 0" : problem;
 }
 
@@ -142,7 +142,7 @@ std::string DoseLayer::load(uint32_t frame, Doses& doses) {
   doses.frame = UINT32_MAX;
   std::string problem = read_doses(image_, frame, scaling_, doses.values);
   if (problem.empty()) doses.frame = frame;
-  if (image_.cut_short() != 0) fault(kCutShort);
+  if (const std::string finding = image_.finding(); !finding.empty()) fault(finding);
   return problem;
 }
 

@@ -27,9 +27,6 @@ namespace vexal {
     "--opacity", "PERCENT", "of what lies over the image (default 50)"                                    \
   }
 
-// Of frames whose code stream lacks its end.
-inline constexpr char kCutShort[] = "a frame of it is cut short, and was filled up";
-
 using Colour = std::array<uint8_t, 3>;
 
 // Colours that are told apart well, for what has none of its own.

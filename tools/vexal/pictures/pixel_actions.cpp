@@ -16,8 +16,9 @@ bool chosen(const Args& args, uint32_t frames, bool all, Choice& choice) {
 
 // What an image whose frames came out of their decoder is worth.
 int judge(const PixelImage& image, const std::string& path, int result) {
-  if (image.cut_short() == 0 && image.profile_fault().empty()) return result;
-  if (image.cut_short() != 0) report(path, tell_of_cuts(image.cut_short()));
+  const std::string finding = image.finding();
+  if (finding.empty() && image.profile_fault().empty()) return result;
+  if (!finding.empty()) report(path, finding);
   if (!image.profile_fault().empty())
     report(path, image.profile_fault() + "; its colours are shown as stored");
   return std::max(result, static_cast<int>(kFindings));

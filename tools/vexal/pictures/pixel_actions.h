@@ -46,6 +46,7 @@ void shape_pixels(const PixelImage& image, uint32_t frame, bool square, Picture&
 int show_image(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
 int check_offsets(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
 int extract_frames(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
+int compare_images(const Args& args, PixelImage& image, const std::string& in, const std::string& other);
 int render_frame(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
 int make_video(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
 int make_sheet(const Args& args, PixelImage& image, const std::string& in, const std::string& out);

@@ -3,11 +3,14 @@
 #include <filesystem>
 
 #include "pixel_actions.h"
+#include "video_stream.h"
 
 namespace vexal {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr std::size_t kPiece = 1 << 20;
 
 std::string write_bytes(const std::string& path, const Bytes& bytes) {
   FileSink sink;
@@ -26,9 +29,35 @@ std::string frame_path(const std::string& out, uint32_t number, const Choice& ch
   return (fs::path(out) / name).string();
 }
 
+// A video as the file that it was.
+int extract_video(const PixelImage& image, const std::string& in, const std::string& out) {
+  const FrameSource& source = image.decoder()->source();
+  const VideoStream video = read_video(image);
+  std::error_code ignored;
+  const std::string path = fs::is_directory(out, ignored)
+                               ? (fs::path(out) / (std::string("video") + video_suffix(video))).string()
+                               : out;
+  FileSink sink;
+  std::string problem = sink.open(path);
+  std::string piece(kPiece, '\0');
+  for (uint64_t at = 0; at < video.size && problem.empty(); at += piece.size()) {
+    piece.resize(static_cast<std::size_t>(std::min<uint64_t>(kPiece, video.size - at)));
+    if (!source.read_stream(at, piece.data(), piece.size())) {
+      report(in, "its stream can not be read");
+      return kUsage;
+    }
+    if (!sink.write(piece.data(), piece.size())) problem = "it can not be written";
+  }
+  if (problem.empty()) problem = sink.commit();
+  if (problem.empty()) return kSuccess;
+  report(path, problem);
+  return kUsage;
+}
+
 }  // namespace
 
 int extract_frames(const Args& args, PixelImage& image, const std::string& in, const std::string& out) {
+  if (image.is_video()) return extract_video(image, in, out);
   Choice choice;
   const bool compressed = args.has("--compressed");
   if (compressed && !image.compressed()) {

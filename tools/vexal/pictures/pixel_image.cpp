@@ -5,6 +5,7 @@
 #include "base/attributes.h"
 #include "base/tags.h"
 #include "base/values.h"
+#include "files/absent_pixels.h"
 #include "rendering/colour.h"
 #include "rendering/object_values.h"
 #include "rendering/overlays.h"
@@ -24,6 +25,7 @@ std::string PixelImage::open(const std::string& path) {
   for (const uint32_t tag : {tags::kPixelData, tags::kFloatPixelData, tags::kDoubleFloatPixelData}) {
     if (pixels_ == 0 && has_attribute(file_.id(), tag)) pixels_ = tag;
   }
+  if (std::string absent = absence_of_pixels(file_.id(), file_.syntax()); !absent.empty()) return absent;
   if (pixels_ == 0) return "it has no Pixel Data";
   if (!file_.has_meta()) file_.set_syntax(file_.syntax());
   if (std::string problem = read_description(); !problem.empty()) return problem;
@@ -36,6 +38,7 @@ std::string PixelImage::open(const std::string& path) {
     };
     encapsulated_ = read_items(read, value_.size());
     vexal::find_frames(encapsulated_, image_.frames, read);
+    find_frames();  // what is wrong there is said when a frame is asked for
   }
   return "";
 }
@@ -76,8 +79,25 @@ std::string PixelImage::find_frames() {
   if (decoder_ != nullptr) return "";
   auto decoder = std::make_unique<FrameDecoder>();
   std::string problem = decoder->open(file_);
-  if (problem.empty()) decoder_ = std::move(decoder);
-  return problem;
+  if (!problem.empty()) return problem;
+  decoder_ = std::move(decoder);
+  if (!decoder_->form().notes->corrected.empty()) follow(decoder_->form());
+  return "";
+}
+
+// What the code streams say takes the place of what the object says.
+void PixelImage::follow(const FrameForm& form) {
+  const auto number = [&form](uint32_t tag) { return static_cast<uint32_t>(number_in(form.text(tag))); };
+  image_.rows = number(tags::kRows);
+  image_.columns = number(tags::kColumns);
+  image_.allocated = number(tags::kBitsAllocated);
+  image_.stored = number(tags::kBitsStored);
+  image_.high = number(tags::kHighBit);
+  image_.is_signed = number(tags::kPixelRepresentation) == 1;
+  image_.planar = number(tags::kPlanarConfiguration);
+  if (image_.samples == number(tags::kSamplesPerPixel)) return;
+  image_.samples = number(tags::kSamplesPerPixel);
+  image_.photometric = form.text(tags::kPhotometricInterpretation);
 }
 
 std::string PixelImage::count_streams(uint32_t& count) {

@@ -28,16 +28,18 @@ class PixelImage {
   const StoredValue& value() const { return value_; }
   // The stored bytes of a frame (from 0), decompressed.
   std::string frame(uint32_t number, Bytes& bytes);
+  // Of a compressed image whose frames can be told apart, else null.
+  const FrameDecoder* decoder() const { return decoder_.get(); }
   // Its compressed form; of a video all of it, as the first.
   std::string code_stream(uint32_t number, Bytes& bytes);
   // Code streams that it has, or an error text.
   std::string count_streams(uint32_t& count);
   // All its frames are one stream.
-  bool is_video() { return compressed_ && find_frames().empty() && decoder_->is_video(); }
-  // The samples of a colour lie together.
+  bool is_video() const { return decoder_ != nullptr && decoder_->is_video(); }
+  // What was met in the code streams of its frames so far; empty if there is nothing to tell.
+  std::string finding() const { return decoder_ != nullptr ? decoder_->form().notes->told() : ""; }
+  // Samples of all colours of a plane stand together.
   bool is_planar() const;
-  // Frames so far whose code stream lacks its end.
-  uint32_t cut_short() const { return decoder_ != nullptr ? decoder_->cut_short() : 0; }
   // Whose attributes shape a frame's grey, and what its colours mean.
   GreySources sources(uint32_t number) const;
   // A frame by these, its stored bytes beside it.
@@ -51,6 +53,7 @@ class PixelImage {
  private:
   std::string read_description();
   std::string find_frames();
+  void follow(const FrameForm& form);
 
   DicomFile file_;
   ImageDescription image_;

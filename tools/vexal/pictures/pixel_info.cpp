@@ -1,5 +1,6 @@
 // vexal pixel info, offsets: what the pixel data is, and the offset table of its fragments.
 #include <cstdio>
+#include <optional>
 
 #include "base/attributes.h"
 #include "base/names.h"
@@ -8,6 +9,7 @@
 #include "layers.h"
 #include "pixel_actions.h"
 #include "pixel_offsets.h"
+#include "video_stream.h"
 
 namespace vexal {
 
@@ -27,6 +29,37 @@ int check_offsets(const Args& args, PixelImage& image, const std::string& path, 
   report(path, problem);
   return kUsage;
 }
+
+namespace {
+
+// What the heads of the code streams say, and where that is not what the object says.
+void show_streams(const PixelImage& image) {
+  const FrameDecoder* decoder = image.decoder();
+  if (decoder == nullptr || !decoder->form().head) return;
+  const FrameForm& form = decoder->form();
+  const CodeStreamObj& first = *form.head;
+  say("  code streams of %u x %u, %u sample%s of %u bits%s", first.Columns, first.Rows, first.SamplesPerPixel,
+      first.SamplesPerPixel == 1 ? "" : "s", first.BitsPerSample, first.IsSigned == 1 ? ", signed" : "");
+  if (!form.notes->corrected.empty())
+    say("  contradiction: by its code streams %s", form.notes->corrected.c_str());
+  constexpr uint32_t kMostFaults = 20;
+  uint32_t faults = 0;
+  for (uint32_t i = 1; i < decoder->source().count(); ++i) {
+    const std::optional<CodeStreamObj> stream = describe_frame(decoder->source(), form.from, i);
+    const std::string fault =
+        stream ? stream_fault(*stream, first, form.tile) : "its code stream has no head";
+    if (!fault.empty() && ++faults <= kMostFaults) say("  contradiction: frame %u: %s", i + 1, fault.c_str());
+  }
+  if (faults > kMostFaults) say("  contradiction: %u frames in all", faults);
+}
+
+void show_video(const PixelImage& image) {
+  const VideoStream video = read_video(image);
+  say("  video: %s", describe_video(video).c_str());
+  for (const std::string& fault : video_faults(video, image)) say("  contradiction: %s", fault.c_str());
+}
+
+}  // namespace
 
 int show_image(const Args&, PixelImage& image, const std::string& path, const std::string&) {
   const ImageDescription& d = image.description();
@@ -50,6 +83,11 @@ int show_image(const Args&, PixelImage& image, const std::string& path, const st
               static_cast<unsigned long long>(bytes),
               bytes != 0 ? static_cast<double>(raw) / static_cast<double>(bytes) : 0.0,
               table_verdict(image, fault).c_str());
+  if (image.decoder() != nullptr && image.decoder()->is_video()) {
+    show_video(image);
+  } else {
+    show_streams(image);
+  }
   return kSuccess;
 }
 

@@ -275,7 +275,7 @@ std::string SegmentationLayer::cover(const Placed& placed, const Picture& pictur
                       share_[pixel] = std::max(share_[pixel], share);
                     }
                   });
-  if (image_.cut_short() != 0) fault(kCutShort);
+  if (const std::string finding = image_.finding(); !finding.empty()) fault(finding);
   return problem.empty() ? "" : "frame " + std::to_string(placed.frame->number + 1) + ": " + problem;
 }
 

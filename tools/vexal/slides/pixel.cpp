@@ -12,7 +12,7 @@ namespace vexal {
 namespace {
 
 constexpr Option kOptions[] = {
-    {"--frame", "N", "one frame, from 1 (default: all for extract and sheet, the first for render)"},
+    {"--frame", "N", "one frame, from 1 (default: all for extract, sheet and compare, the first for render)"},
     {"--compressed", nullptr, "extract: frames as their compressed streams"},
     {"--window", "C,W", "render with this window center and width"},
     {"--window-number", "N", "which of the image's own windows (default 1); 0: the range of its values"},
@@ -39,12 +39,17 @@ constexpr Option kOptions[] = {
 
 struct Action {
   const char* name;
-  bool writes;  // one file, to a name; else any number of files
+  const char* second;  // what the name behind one file is for; null: any number of files
   int (*run)(const Args& args, PixelImage& image, const std::string& in, const std::string& out);
 };
 constexpr Action kActions[] = {
-    {"info", false, show_image}, {"extract", true, extract_frames}, {"render", true, render_frame},
-    {"sheet", true, make_sheet}, {"video", true, make_video},       {"offsets", false, check_offsets},
+    {"info", nullptr, show_image},
+    {"extract", "a name to write", extract_frames},
+    {"render", "a name to write", render_frame},
+    {"sheet", "a name to write", make_sheet},
+    {"video", "a name to write", make_video},
+    {"offsets", nullptr, check_offsets},
+    {"compare", "another to compare it with", compare_images},
 };
 
 int run_on(const Action& action, const Args& args, const std::string& path, const std::string& out) {
@@ -90,9 +95,10 @@ int run(const Args& args) {
     complain("pixel needs one of: %s; --help tells more", names.c_str());
     return kUsage;
   }
-  if (action->writes ? args.paths.size() != 3 : args.paths.size() < 2) {
-    complain("pixel %s needs %s", action->name,
-             action->writes ? "a file to read and a name to write" : "a file to read");
+  const bool pair = action->second != nullptr;
+  if (pair ? args.paths.size() != 3 : args.paths.size() < 2) {
+    complain("pixel %s needs a file to read%s%s", action->name, pair ? " and " : "",
+             pair ? action->second : "");
     return kUsage;
   }
   for (const char* name : {"--presentation", "--bits"}) {
@@ -104,7 +110,7 @@ int run(const Args& args) {
     complain("--repair goes with one file");
     return kUsage;
   }
-  if (action->writes) return run_on(*action, args, args.paths[1], args.paths[2]);
+  if (pair) return run_on(*action, args, args.paths[1], args.paths[2]);
   int worst = kSuccess;
   for (std::size_t i = 1; i < args.paths.size(); ++i)
     worst = std::max(worst, run_on(*action, args, args.paths[i], ""));
@@ -115,7 +121,7 @@ int run(const Args& args) {
 
 const Command kPixel = {
     "pixel",
-    "info|extract|render|sheet|video|offsets|levels [OPTION...] FILE... [OUT]",
+    "info|extract|render|sheet|video|offsets|compare|levels [OPTION...] FILE... [OUT]",
     "look at the frames of an image",
     "info tells what the pixel data is. extract writes frames as bytes, to OUT for one frame and\n"
     "into the folder OUT for several. render writes one frame as a picture: modality and VOI\n"
@@ -123,7 +129,8 @@ const Command kPixel = {
     "in .jpg or .tif gives a JPEG or TIFF file, any other a PNG file. video makes a film of all frames, a\n"
     "file in .mp4, .webm or .avi, by ffmpeg. offsets checks the offset table of compressed pixel data, and\n"
     "repairs it. render --matrix puts the tiles of a whole-slide image together, and levels tells which\n"
-    "pyramids the images of files and folders make.",
+    "pyramids the images of files and folders make. compare tells frame by frame whether two images hold\n"
+    "the same values, how far they are apart, and where.",
     kOptions,
     run};
 

@@ -66,9 +66,9 @@ int tell(Slide& slide, const MatrixPainter& painter, const std::string& path) {
   };
   for (const std::string& finding : slide.findings()) note(finding);
   if (!painter.profile_fault().empty()) note(painter.profile_fault());
-  uint32_t cut = 0;
-  for (uint32_t i = 0; i < slide.parts(); ++i) cut += slide.part(i).cut_short();
-  if (cut != 0) note(tell_of_cuts(cut));
+  for (uint32_t i = 0; i < slide.parts(); ++i) {
+    if (const std::string finding = slide.part(i).finding(); !finding.empty()) note(finding);
+  }
   const std::vector<std::string>& failures = painter.failures();
   for (std::size_t i = 0; i < std::min(failures.size(), kMostLines); ++i) complain("%s", failures[i].c_str());
   if (failures.size() > kMostLines) note(std::to_string(failures.size()) + " frames could not be shown");
