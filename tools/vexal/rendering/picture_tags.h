@@ -6,10 +6,7 @@
 namespace vexal::tags {
 
 inline constexpr uint32_t kReferencedImageSequence = 0x00081140U;
-inline constexpr uint32_t kRecommendedDisplayFrameRate = 0x00082144U;
 inline constexpr uint32_t kPixelPresentation = 0x00089205U;
-inline constexpr uint32_t kCineRate = 0x00180040U;
-inline constexpr uint32_t kFrameTime = 0x00181063U;
 inline constexpr uint32_t kShutterShape = 0x00181600U;
 inline constexpr uint32_t kShutterLeftVerticalEdge = 0x00181602U;
 inline constexpr uint32_t kShutterRightVerticalEdge = 0x00181604U;
@@ -21,7 +18,6 @@ inline constexpr uint32_t kVerticesOfThePolygonalShutter = 0x00181620U;
 inline constexpr uint32_t kShutterPresentationValue = 0x00181622U;
 inline constexpr uint32_t kShutterOverlayGroup = 0x00181623U;
 inline constexpr uint32_t kShutterPresentationColorCIELabValue = 0x00181624U;
-inline constexpr uint32_t kPixelPaddingRangeLimit = 0x00280121U;
 inline constexpr uint32_t kFloatPixelPaddingValue = 0x00280122U;
 inline constexpr uint32_t kDoubleFloatPixelPaddingValue = 0x00280123U;
 inline constexpr uint32_t kFloatPixelPaddingRangeLimit = 0x00280124U;
