@@ -16,7 +16,7 @@ typedef struct CodeStreamObj {
   uint32_t Columns;         /* pixels from the left to the right */
   uint32_t SamplesPerPixel; /* components */
   uint32_t BitsPerSample;   /* the precision of the first component */
-  int32_t IsSigned;         /* 1: samples have a sign; 0: they have none; -1: streams of this kind do not say */
+  int32_t IsSigned; /* 1: samples have a sign; 0: they have none; -1: streams of this kind do not say */
 } CodeStreamObj;
 
 /**

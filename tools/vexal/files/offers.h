@@ -1,6 +1,7 @@
 // Files in and out, and what their bytes say: the headers of this room that others may include.
 #pragma once
 
+#include "absent_pixels.h"
 #include "charset.h"
 #include "file_set.h"
 #include "files.h"

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "base/args.h"
-#include "geometry.h"
 #include "pixel_image.h"
+#include "rendering/geometry.h"
 
 namespace vexal {
 
