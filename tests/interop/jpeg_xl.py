@@ -169,9 +169,9 @@ def check_refusals(folder):
     run("cjxl", "-d", "0", picture, alpha)
     other = Image(41, 50, 8)
     run("cjxl", "-d", "0", as_picture(other, picture + ".pgm"), alpha + ".other")
-    for stream in (streams[0][:len(streams[0]) // 2 & ~1], read(alpha), read(alpha + ".other")):
+    for stream, place in ((streams[0][:len(streams[0]) // 2 & ~1], "frame 1"), (read(alpha), "frame 1"), (read(alpha + ".other"), "frame 2")):
         save_frames(data, [stream, *streams[1:]], packed, UIDS["jpeg-xl"])
-        expect(("convert", "--to", "explicit", packed, out), 2, "frame 1")
+        expect(("convert", "--to", "explicit", packed, out), 2, place)
 
 
 def check_comments(folder):
