@@ -42,7 +42,8 @@ void stop_if_failed(png_structp png, const Work& work) {
   if (!work.problem.empty()) png_longjmp(png, 1);
 }
 
-void keep_profile(png_structp png, png_infop info, Still& still) {
+// What is called behind setjmp stays out of its function: strings do not live there.
+[[gnu::noinline]] void keep_profile(png_structp png, png_infop info, Still& still) {
   png_charp name = nullptr;
   int compression = 0;
   png_bytep profile = nullptr;
@@ -51,7 +52,12 @@ void keep_profile(png_structp png, png_infop info, Still& still) {
     still.icc_profile.assign(reinterpret_cast<const char*>(profile), length);
 }
 
-void read_rows(png_structp png, Work& work, std::size_t row_bytes, bool interlaced) {
+[[gnu::noinline]] void begin_rows(png_structp png, png_infop info, Work& work) {
+  work.problem = work.sink.begin(png_get_channels(png, info), png_get_bit_depth(png, info) / 8U);
+  stop_if_failed(png, work);
+}
+
+[[gnu::noinline]] void read_rows(png_structp png, Work& work, std::size_t row_bytes, bool interlaced) {
   const uint32_t height = work.still.height;
   if (!interlaced) {
     work.rows.resize(row_bytes);
@@ -85,8 +91,7 @@ bool decode(png_structp png, png_infop info, Work& work) {
   if (png_get_bit_depth(png, info) == 16) png_set_swap(png);
   if (interlaced) png_set_interlace_handling(png);
   png_read_update_info(png, info);
-  work.problem = work.sink.begin(png_get_channels(png, info), png_get_bit_depth(png, info) / 8U);
-  stop_if_failed(png, work);
+  begin_rows(png, info, work);
   keep_profile(png, info, work.still);
   read_rows(png, work, png_get_rowbytes(png, info), interlaced);
   png_read_end(png, nullptr);
