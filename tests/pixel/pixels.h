@@ -162,7 +162,8 @@ inline std::string picture(const Image& image, uint32_t seed) {
       value += static_cast<int32_t>((state >> 8) % 7) - 3;
     }
     value = std::clamp(value, low, high);
-    std::memcpy(bytes.data() + i * width, &value, width);
+    const int64_t sample = value;
+    std::memcpy(bytes.data() + i * width, &sample, width);
   }
   return bytes;
 }
