@@ -87,11 +87,13 @@ struct ThreadCache {
 [[gnu::tls_model("initial-exec")]] thread_local ThreadCache* t_cache = nullptr;
 [[gnu::tls_model("initial-exec")]] thread_local bool t_cache_gone = false;
 
-// Puts a whole stack back on top of the pool's.
-void return_to_pool(std::size_t index, Slot* stack) {
+// Puts a whole stack back on top of the pool's, unless its generation of blocks has gone meanwhile: a thread
+// may be at its end while another one releases the library.
+void return_to_pool(std::size_t index, Slot* stack, uint64_t epoch) {
   if (stack == nullptr) return;
   PoolRecord& pool = g_pools[index];
   const Guard guard(pool.lock);
+  if (epoch != g_epoch.load(std::memory_order_acquire)) return;
   Slot* last = stack;
   for (Slot* slot = stack; slot != nullptr; slot = slot->next) {
     slot->state.store(kFree, std::memory_order_relaxed);
@@ -114,8 +116,8 @@ void flush_thread_cache(ThreadCache& cache) {
   refresh(cache);
   for (std::size_t index = 0; index < kPoolCount; ++index) {
     Bin& bin = cache.bins[index];
-    return_to_pool(index, std::exchange(bin.older, nullptr));
-    return_to_pool(index, std::exchange(bin.head, nullptr));
+    return_to_pool(index, std::exchange(bin.older, nullptr), cache.epoch);
+    return_to_pool(index, std::exchange(bin.head, nullptr), cache.epoch);
     bin.count = 0;
   }
 }
@@ -289,7 +291,7 @@ inline void* take(std::size_t index, std::size_t size, std::size_t slot_size, bo
     }
     if (bin.limit != 0) {
       if (bin.count >= bin.limit) {
-        return_to_pool(index, bin.older);
+        return_to_pool(index, bin.older, cache->epoch);
         bin.older = std::exchange(bin.head, nullptr);
         bin.count = 0;
       }

@@ -134,6 +134,21 @@ TEST_F(Threads, MemoryComesBack) {
   EXPECT_LT(support::memory().total, before);
 }
 
+// A thread that has done its work may still be giving its slots back when the library goes.
+TEST_F(Threads, OneEndsWhileTheLibraryGoes) {
+  for (uint32_t i = 0; i < 50; ++i) {
+    std::atomic<bool> done{false};
+    std::thread worker([&] {
+      std::string bytes;
+      EXPECT_TRUE(one_round(i, bytes));
+      done = true;
+    });
+    while (!done) std::this_thread::yield();
+    EXPECT_EQ(VX_Library_Reset(), VX_NORMAL_COMPLETION);
+    worker.join();
+  }
+}
+
 // Readers of settings and log lines while others change them.
 TEST_F(Threads, SettingsMayChangeMeanwhile) {
   std::atomic<bool> stop{false};
