@@ -221,6 +221,8 @@ def refusals(folder):
     for option in cases:
         vexal("pixel", "render", "--matrix", *option, file, out, status=2, says=option[0])
     vexal("pixel", "render", "--matrix", plain, out, status=2, says="no total pixel matrix")
+    for option in (("--bits", "16"), ("--presentation", plain), ("--frame", "1"), ("--dose", plain)):
+        vexal("pixel", "render", "--matrix", *option, file, out, status=2, says=option[0] + " does not go with --matrix")
     vexal("pixel", "render", "--region", "0,0,5,5", file, out, status=2, says="--matrix")
     check(not os.path.exists(out), "a refused matrix leaves a picture")
     broken = slide.write(folder + "/broken.dcm", syntax=RLE, cut=3)

@@ -62,6 +62,9 @@ int run_on(const Action& action, const Args& args, const std::string& path, cons
 }
 
 constexpr const char* kMatrixOptions[] = {"--region", "--scale", "--optical-path", "--focal-plane"};
+// Those of single frames.
+constexpr const char* kFrameOptions[] = {"--frame",        "--presentation", "--bits", "--no-aspect",
+                                         "--segmentation", "--contours",     "--dose"};
 
 // Actions on files that belong together. False: this is none of them.
 bool run_on_all(const Args& args, int& result) {
@@ -71,6 +74,12 @@ bool run_on_all(const Args& args, int& result) {
     return true;
   }
   if (name == "render" && args.has("--matrix") && args.paths.size() > 2) {
+    for (const char* option : kFrameOptions) {
+      if (!args.has(option)) continue;
+      complain("%s does not go with --matrix", option);
+      result = kUsage;
+      return true;
+    }
     result = render_matrix(args, {args.paths.begin() + 1, args.paths.end() - 1}, args.paths.back());
     return true;
   }
