@@ -149,7 +149,9 @@ bool is_plain(const ImageAttributes& image, const uint8_t* frame) {
   const auto* samples = reinterpret_cast<const uint16_t*>(frame);
   uint32_t all = 0;
   for (std::size_t i = 0; i < image.FrameSize / 2; ++i) all |= samples[i];
-  return (all >> image.BitsStored) == 0;
+  // Below zero a sample that has no sign above Bits Stored would get one on the way back.
+  const bool keeps_sign = image.PixelRepresentation != 0 && image.BitsStored < 16;
+  return (all >> (image.BitsStored - (keeps_sign ? 1 : 0))) == 0;
 }
 
 bool bytes_fit(const ImageAttributes& image, const uint8_t* frame) {

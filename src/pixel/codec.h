@@ -131,7 +131,8 @@ void interleave(const uint8_t* planes, std::size_t pixels, std::size_t samples, 
 bool high_bits_repeat(const ImageAttributes& image, const uint8_t* frame);
 // Samples of 16 bits with what stands above Bits Stored taken off; as high_bits_repeat.
 bool strip_high_bits(const ImageAttributes& image, const uint8_t* frame, std::vector<uint16_t>& samples);
-// True if such samples have nothing above Bits Stored, and lie where they can be read as they are.
+// True if such samples have nothing above Bits Stored and none needs its sign there, and lie where they can
+// be read as they are.
 bool is_plain(const ImageAttributes& image, const uint8_t* frame);
 // Gives samples of a signed image their sign back.
 void extend_sign(const ImageAttributes& image, uint8_t* frame, uint32_t precision);
