@@ -9,6 +9,7 @@
 #include "hex.h"
 #include "json.h"
 #include "names.h"
+#include "object_values.h"
 #include "opened_library.h"
 #include "parallel.h"
 #include "printable.h"

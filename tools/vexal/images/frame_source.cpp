@@ -1,4 +1,5 @@
 #include "frame_source.h"
+#include "base/object_values.h"
 #include "base/tags.h"
 #include "base/thrown.h"
 #include "base/values.h"
@@ -11,11 +12,6 @@ namespace vexal {
 namespace {
 
 constexpr uint64_t kLargestFrame = uint64_t{1} << 31;
-
-uint32_t number_of(int32_t id, uint32_t tag, uint32_t otherwise) {
-  uint32_t value = 0;
-  return VX_Get_Value_To_UInt(id, tag, &value) == VX_NORMAL_COMPLETION ? value : otherwise;
-}
 
 // Bits of one native frame; 0 if the object does not say, or says nonsense.
 uint64_t native_frame_bits(int32_t id) {

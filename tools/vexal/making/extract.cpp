@@ -16,9 +16,6 @@
 namespace vexal {
 namespace {
 
-constexpr uint32_t kEncapsulatedDocument = 0x00420011;
-constexpr uint32_t kMimeType = 0x00420012;
-constexpr uint32_t kEncapsulatedDocumentLength = 0x00420015;
 constexpr uint64_t kPiece = 256 * 1024;
 
 constexpr char kNoDocument[] = "has no document: vexal pixel extract and vexal pixel render write its frames";
@@ -48,8 +45,8 @@ bool is_text(const std::string& mime) {
 
 // The size of a document that lies in a value of even size; `told` says what could not be known.
 uint64_t document_size(int32_t object, const ValueReader& read, uint64_t size, std::string& told) {
-  const std::string mime = text_of(object, kMimeType);
-  if (const std::string text = text_of(object, kEncapsulatedDocumentLength); !text.empty()) {
+  const std::string mime = text_of(object, tags::kMIMETypeOfEncapsulatedDocument);
+  if (const std::string text = text_of(object, tags::kEncapsulatedDocumentLength); !text.empty()) {
     const uint64_t length = number_in(text);
     if (length == size || length + 1 == size) return length;
     told = "Encapsulated Document Length says " + text + " bytes, and there are " + std::to_string(size) +
@@ -79,7 +76,7 @@ int finish(const std::string& in, const std::string& out, const std::string& tol
 
 int extract_value(const DicomFile& file, const std::string& in, const std::string& out) {
   StoredValue value;
-  std::string problem = value.open(file, file.id(), kEncapsulatedDocument);
+  std::string problem = value.open(file, file.id(), tags::kEncapsulatedDocument);
   if (problem.empty() && value.size() == 0) problem = "its document is empty";
   if (!problem.empty()) {
     report(in, problem);
@@ -162,7 +159,7 @@ int extract_document(const std::string& in, const std::string& out) {
     report(in, file.problem());
     return kUsage;
   }
-  if (has_attribute(file.id(), kEncapsulatedDocument)) return extract_value(file, in, out);
+  if (has_attribute(file.id(), tags::kEncapsulatedDocument)) return extract_value(file, in, out);
   const bool picture = has_attribute(file.id(), tags::kPixelData);
   if (picture && !is_uncompressed(file.syntax())) return extract_stream(file, in, out);
   report(in, picture ? kNoDocument : "has no document");

@@ -22,10 +22,6 @@
 namespace vexal {
 namespace {
 
-constexpr uint32_t kEncapsulatedDocument = 0x00420011;
-constexpr uint32_t kEncapsulatedDocumentLength = 0x00420015;
-constexpr uint32_t kIccProfile = 0x00282000;
-
 constexpr Option kOptions[] = {
     {"--class", "NAME",
      "secondary-capture (usual for pictures), vl-photographic, vl-endoscopic, vl-microscopic; "
@@ -53,9 +49,9 @@ bool is_fixed(uint32_t tag) {
                                  tags::kBitsStored,
                                  tags::kHighBit,
                                  tags::kPixelRepresentation,
-                                 kEncapsulatedDocument,
-                                 0x00420012,
-                                 kEncapsulatedDocumentLength,
+                                 tags::kEncapsulatedDocument,
+                                 tags::kMIMETypeOfEncapsulatedDocument,
+                                 tags::kEncapsulatedDocumentLength,
                                  tags::kPixelData};
   return tag <= tags::kLastOfMeta || std::find(std::begin(kFixed), std::end(kFixed), tag) != std::end(kFixed);
 }
@@ -321,7 +317,8 @@ bool Maker::fill() {
   if (!still_.icc_profile.empty() && still_.samples == 3) {
     std::string& profile = still_.icc_profile;
     if (profile.size() % 2 != 0) profile += '\0';
-    VX_Set_Value_From_Buffer(object, kIccProfile, profile.data(), static_cast<uint32_t>(profile.size()));
+    VX_Set_Value_From_Buffer(object, tags::kICCProfile, profile.data(),
+                             static_cast<uint32_t>(profile.size()));
   }
   if (std::string problem = fill_class(object, *class_); !problem.empty()) return refuse(out_, problem);
   return apply_changes(object);
@@ -335,7 +332,7 @@ bool Maker::write() {
   std::string problem = compressed ? value_.set_items(frames_, (class_->traits & kTakesVideo) == 0)
                                    : value_.set_native(frames_);
   if (problem.empty())
-    problem = value_.bind(file_.id(), document ? kEncapsulatedDocument : tags::kPixelData,
+    problem = value_.bind(file_.id(), document ? tags::kEncapsulatedDocument : tags::kPixelData,
                           !compressed && still_.allocated > 8 ? VX_VR_OW : VX_VR_OB);
   if (!problem.empty()) return refuse(inputs_[0].path, problem);
   problem = write_file(file_, out_, write_options_);

@@ -4,6 +4,8 @@
 #include <cmath>
 
 #include "base/attributes.h"
+#include "base/object_values.h"
+#include "base/tag_path.h"
 #include "base/tags.h"
 #include "base/values.h"
 #include "drawing/lab.h"
@@ -11,9 +13,7 @@
 #include "presentation.h"
 #include "rendering/colour.h"
 #include "rendering/geometry.h"
-#include "rendering/object_values.h"
 #include "rendering/overlays.h"
-#include "rendering/picture_tags.h"
 
 namespace vexal {
 namespace {
@@ -40,7 +40,7 @@ bool is_coloured(const Shade& shade) {
 
 std::vector<GraphicLayer> read_layers(int32_t id) {
   std::vector<GraphicLayer> layers;
-  for (const int32_t item : items_of(id, tags::kGraphicLayerSequence)) {
+  for (const int32_t item : sequence_items(id, tags::kGraphicLayerSequence)) {
     GraphicLayer layer;
     layer.name = text_of(item, tags::kGraphicLayer);
     layer.order = real_of(item, tags::kGraphicLayerOrder).value_or(0);
@@ -67,7 +67,7 @@ std::vector<std::string> lines_of(const std::string& text) {
 
 void Presentation::draw_layers(const PixelImage& image, Picture& picture) {
   std::vector<GraphicLayer> layers = read_layers(file_.id());
-  const std::vector<int32_t> annotations = items_of(file_.id(), tags::kGraphicAnnotationSequence);
+  const std::vector<int32_t> annotations = sequence_items(file_.id(), tags::kGraphicAnnotationSequence);
   for (const int32_t item : annotations) {  // what lies in no layer that is told of comes last
     const std::string name = text_of(item, tags::kGraphicLayer);
     const bool known = std::any_of(layers.begin(), layers.end(),
@@ -128,7 +128,7 @@ bool Presentation::places_of(int32_t item, uint32_t tag, uint32_t units, const P
 }
 
 void Presentation::draw_graphics(int32_t item, const Shade& colour, Picture& picture) {
-  for (const int32_t graphic : items_of(item, tags::kGraphicObjectSequence)) {
+  for (const int32_t graphic : sequence_items(item, tags::kGraphicObjectSequence)) {
     std::vector<Point> points;
     if (!places_of(graphic, tags::kGraphicData, tags::kGraphicAnnotationUnits, picture, points)) continue;
     const std::string kind = text_of(graphic, tags::kGraphicType);
@@ -165,7 +165,7 @@ void Presentation::draw_graphics(int32_t item, const Shade& colour, Picture& pic
 
 // In a box, a text is as large as fits; at an anchor it begins there.
 void Presentation::draw_texts(int32_t item, const Shade& colour, Picture& picture) {
-  for (const int32_t text : items_of(item, tags::kTextObjectSequence)) {
+  for (const int32_t text : sequence_items(item, tags::kTextObjectSequence)) {
     const std::vector<std::string> lines = lines_of(text_of(text, tags::kUnformattedTextValue));
     const double usual = std::max(1.0, std::round(std::min(picture.width, picture.height) / 512.0));
     std::size_t longest = 1;

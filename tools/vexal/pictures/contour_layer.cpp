@@ -5,6 +5,7 @@
 #include <map>
 #include <string_view>
 
+#include "base/tag_path.h"
 #include "base/tags.h"
 #include "base/values.h"
 #include "files/files.h"
@@ -161,7 +162,7 @@ std::string ContourLayer::open(const std::string& path) {
   DicomFile file;
   if (file.open(path, {}) != VX_NORMAL_COMPLETION) return file.problem();
   const int32_t id = file.id();
-  const std::vector<int32_t> contours = items_of(id, tags::kROIContourSequence);
+  const std::vector<int32_t> contours = sequence_items(id, tags::kROIContourSequence);
   if (contours.empty()) return "it has no contours: no ROI Contour Sequence";
   if (ground_.planes.frame_of_reference().empty()) return "the image has no frame of reference";
   read_references(id);
@@ -170,12 +171,12 @@ std::string ContourLayer::open(const std::string& path) {
     std::string frame_of_reference;
   };
   std::map<uint32_t, Named> named;
-  for (const int32_t item : items_of(id, tags::kStructureSetROISequence)) {
+  for (const int32_t item : sequence_items(id, tags::kStructureSetROISequence)) {
     if (const auto number = whole_of(item, tags::kROINumber, kMostNumber))
       named[*number] = {text_of(item, tags::kROIName), text_of(item, tags::kReferencedFrameOfReferenceUID)};
   }
   std::string general = text_of(id, tags::kFrameOfReferenceUID);
-  const std::vector<int32_t> listed = items_of(id, tags::kReferencedFrameOfReferenceSequence);
+  const std::vector<int32_t> listed = sequence_items(id, tags::kReferencedFrameOfReferenceSequence);
   if (listed.size() == 1) general = text_of(listed[0], tags::kFrameOfReferenceUID);
   std::size_t others = 0;
   for (const int32_t item : contours) {
@@ -199,10 +200,10 @@ std::string ContourLayer::open(const std::string& path) {
 }
 
 void ContourLayer::read_references(int32_t id) {
-  for (const int32_t frame : items_of(id, tags::kReferencedFrameOfReferenceSequence)) {
-    for (const int32_t study : items_of(frame, tags::kRTReferencedStudySequence)) {
-      for (const int32_t series : items_of(study, tags::kRTReferencedSeriesSequence))
-        sources_.list(items_of(series, tags::kContourImageSequence));
+  for (const int32_t frame : sequence_items(id, tags::kReferencedFrameOfReferenceSequence)) {
+    for (const int32_t study : sequence_items(frame, tags::kRTReferencedStudySequence)) {
+      for (const int32_t series : sequence_items(study, tags::kRTReferencedSeriesSequence))
+        sources_.list(sequence_items(series, tags::kContourImageSequence));
     }
   }
 }
@@ -232,7 +233,7 @@ void ContourLayer::read_region(int32_t item, const std::string& name, uint32_t n
       region.colour[c] = static_cast<uint8_t>(colour[c] >= 0 ? std::min(colour[c], 255.0) : 0);
   }
   uint32_t count = 0;
-  for (const int32_t one : items_of(item, tags::kContourSequence)) {
+  for (const int32_t one : sequence_items(item, tags::kContourSequence)) {
     ++count;
     const std::string place =
         "region " + std::to_string(number) + " \"" + name + "\", contour " + std::to_string(count) + ": ";
@@ -245,7 +246,7 @@ void ContourLayer::read_region(int32_t item, const std::string& name, uint32_t n
     }
     Contour contour;
     contour.form = form->form;
-    sources_.read(items_of(one, tags::kContourImageSequence), contour.references);
+    sources_.read(sequence_items(one, tags::kContourImageSequence), contour.references);
     if (const std::string problem = read_points(one, contour); !problem.empty()) {
       fault(place + problem);
       continue;

@@ -3,13 +3,12 @@
 #include <algorithm>
 
 #include "base/attributes.h"
+#include "base/object_values.h"
 #include "base/tags.h"
 #include "base/values.h"
 #include "files/absent_pixels.h"
 #include "rendering/colour.h"
-#include "rendering/object_values.h"
 #include "rendering/overlays.h"
-#include "rendering/picture_tags.h"
 
 namespace vexal {
 namespace {
@@ -136,12 +135,21 @@ std::string PixelImage::frame(uint32_t number, Bytes& bytes) {
 
 // --- Rendering ---
 
+const FunctionalGroups& PixelImage::groups() const {
+  if (!groups_) groups_.emplace(file_.id());
+  return *groups_;
+}
+
 GreySources PixelImage::sources(uint32_t number) const {
   const int32_t id = file_.id();
   GreySources sources;
   sources.image = sources.modality = sources.presentation = sources.profile = id;
-  sources.rescale = group_item(id, number, tags::kPixelValueTransformationSequence);
-  sources.voi = group_item(id, number, tags::kFrameVOILUTSequence);
+  const auto group = [&](uint32_t sequence) {
+    const int32_t item = groups().item(number, sequence);
+    return item >= 0 ? item : id;
+  };
+  sources.rescale = group(tags::kPixelValueTransformationSequence);
+  sources.voi = group(tags::kFrameVOILUTSequence);
   sources.voi_table = has_attribute(sources.voi, tags::kVOILUTSequence) ? sources.voi : id;
   sources.light_first = image_.photometric == "MONOCHROME1";
   return sources;

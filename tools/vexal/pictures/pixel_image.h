@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "files/fragments.h"
 #include "images/frame_source.h"
 #include "images/recode.h"
+#include "rendering/functional_groups.h"
 #include "rendering/grey.h"
 #include "rendering/image_description.h"
 
@@ -40,6 +42,7 @@ class PixelImage {
   std::string finding() const { return decoder_ != nullptr ? decoder_->form().notes->told() : ""; }
   // Samples of all colours of a plane stand together.
   bool is_planar() const;
+  const FunctionalGroups& groups() const;
   // Whose attributes shape a frame's grey, and what its colours mean.
   GreySources sources(uint32_t number) const;
   // A frame by these, its stored bytes beside it.
@@ -56,6 +59,7 @@ class PixelImage {
   void follow(const FrameForm& form);
 
   DicomFile file_;
+  mutable std::optional<FunctionalGroups> groups_;  // found when they are asked for
   ImageDescription image_;
   Encapsulated encapsulated_;
   StoredValue value_;

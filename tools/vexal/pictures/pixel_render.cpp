@@ -93,7 +93,7 @@ bool read_rendering(const Args& args, RenderOptions& options) {
 }
 
 void shape_pixels(const PixelImage& image, uint32_t frame, bool square, Picture& picture) {
-  const PixelShape shape = pixel_shape(image.file().id(), frame);
+  const PixelShape shape = pixel_shape(image.file().id(), image.groups(), frame);
   if (shape.in_mm) {
     picture.across = shape.across;
     picture.down = shape.down;

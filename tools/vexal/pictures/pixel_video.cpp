@@ -10,12 +10,12 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/object_values.h"
+#include "base/tags.h"
 #include "files/temp_folder.h"
 #include "layers.h"
 #include "pixel_actions.h"
 #include "rendering/colour.h"
-#include "rendering/object_values.h"
-#include "rendering/picture_tags.h"
 
 extern char** environ;
 

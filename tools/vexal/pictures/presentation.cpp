@@ -5,15 +5,15 @@
 
 #include "base/attributes.h"
 #include "base/names.h"
+#include "base/object_values.h"
+#include "base/tag_path.h"
 #include "base/tags.h"
 #include "base/values.h"
 #include "drawing/lab.h"
 #include "drawing/scale.h"
 #include "rendering/colour.h"
 #include "rendering/geometry.h"
-#include "rendering/object_values.h"
 #include "rendering/overlays.h"
-#include "rendering/picture_tags.h"
 #include "rendering/pixel_shape.h"
 
 namespace vexal {
@@ -103,7 +103,7 @@ std::string Presentation::open(const std::string& path) {
 
 // Whether an item is about the frame: all are that name no images.
 bool Presentation::applies(int32_t item) const {
-  const std::vector<int32_t> images = items_of(item, tags::kReferencedImageSequence);
+  const std::vector<int32_t> images = sequence_items(item, tags::kReferencedImageSequence);
   return images.empty() || std::any_of(images.begin(), images.end(), [this](int32_t image) {
            if (text_of(image, tags::kReferencedSOPInstanceUID) != instance_) return false;
            const std::vector<int32_t> frames = integers_of(image, tags::kReferencedFrameNumber);
@@ -113,7 +113,7 @@ bool Presentation::applies(int32_t item) const {
 }
 
 int32_t Presentation::applying(uint32_t sequence) const {
-  for (const int32_t item : items_of(file_.id(), sequence)) {
+  for (const int32_t item : sequence_items(file_.id(), sequence)) {
     if (applies(item)) return item;
   }
   return -1;
@@ -121,8 +121,8 @@ int32_t Presentation::applying(uint32_t sequence) const {
 
 std::string Presentation::check_reference() const {
   bool other_frames = false;
-  for (const int32_t series : items_of(file_.id(), tags::kReferencedSeriesSequence)) {
-    for (const int32_t image : items_of(series, tags::kReferencedImageSequence)) {
+  for (const int32_t series : sequence_items(file_.id(), tags::kReferencedSeriesSequence)) {
+    for (const int32_t image : sequence_items(series, tags::kReferencedImageSequence)) {
       if (text_of(image, tags::kReferencedSOPInstanceUID) != instance_) continue;
       const std::vector<int32_t> frames = integers_of(image, tags::kReferencedFrameNumber);
       if (frames.empty() ||
@@ -227,7 +227,7 @@ void Presentation::draw_shutters(const PixelImage& image, Picture& picture) cons
     inside.line_through(points);  // the edge is open too
   }
   if ((has("CIRCULAR") && middle.size() == 2) || !mask.bytes.empty()) {
-    const PixelShape shape = pixel_shape(image.file().id(), frame_);
+    const PixelShape shape = pixel_shape(image.file().id(), image.groups(), frame_);
     const auto radius = static_cast<double>(integer(tags::kRadiusOfCircularShutter, 0));
     for (uint32_t y = 0; y < picture.height; ++y) {
       for (uint32_t x = 0; x < picture.width; ++x) {

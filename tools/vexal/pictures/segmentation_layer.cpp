@@ -4,6 +4,7 @@
 #include <limits>
 #include <map>
 
+#include "base/tag_path.h"
 #include "base/tags.h"
 #include "base/values.h"
 #include "drawing/lab.h"
@@ -94,7 +95,7 @@ std::string SegmentationLayer::open(const std::string& path) {
 
 std::string SegmentationLayer::read_segments() {
   const int32_t id = image_.file().id();
-  for (const int32_t item : items_of(id, tags::kSegmentSequence)) {
+  for (const int32_t item : sequence_items(id, tags::kSegmentSequence)) {
     const auto number = whole_of(item, tags::kSegmentNumber, kLabels - 1);
     if (!number) {
       fault("a segment has no number");
@@ -118,7 +119,7 @@ std::string SegmentationLayer::read_segments() {
 
 void SegmentationLayer::read_references(const FunctionalGroups& groups, SegmentFrame& frame) {
   for (const int32_t item : groups.items(frame.number, tags::kDerivationImageSequence))
-    sources_.read(items_of(item, tags::kSourceImageSequence), frame.references);
+    sources_.read(sequence_items(item, tags::kSourceImageSequence), frame.references);
 }
 
 void SegmentationLayer::read_frame(const Planes& planes, SegmentFrame& frame) {
@@ -143,9 +144,9 @@ void SegmentationLayer::read_frame(const Planes& planes, SegmentFrame& frame) {
 
 std::string SegmentationLayer::read_frames() {
   const int32_t id = image_.file().id();
-  for (const int32_t series : items_of(id, tags::kReferencedSeriesSequence))
-    sources_.list(items_of(series, tags::kReferencedInstanceSequence));
-  sources_.list(items_of(id, tags::kSourceImageSequence));
+  for (const int32_t series : sequence_items(id, tags::kReferencedSeriesSequence))
+    sources_.list(sequence_items(series, tags::kReferencedInstanceSequence));
+  sources_.list(sequence_items(id, tags::kSourceImageSequence));
   const Planes planes(id, image_.description().frames);
   const std::string& own = planes.frame_of_reference();
   const std::string& grounds = ground_.planes.frame_of_reference();

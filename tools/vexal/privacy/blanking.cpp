@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "base/attributes.h"
+#include "base/object_values.h"
 #include "base/session.h"
 #include "base/tag_path.h"
 #include "base/tags.h"
@@ -32,11 +33,6 @@ bool parse_region(const std::string& text, Region& region) {
     at = behind;
   }
   return at == end && region.width != 0 && region.height != 0;
-}
-
-uint32_t number_of(int32_t object, uint32_t tag, uint32_t otherwise) {
-  uint32_t value = otherwise;
-  return VX_Get_Value_To_UInt(object, tag, &value) == VX_NORMAL_COMPLETION ? value : otherwise;
 }
 
 bool has_float_pixels(int32_t object) {

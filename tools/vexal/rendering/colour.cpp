@@ -2,11 +2,10 @@
 
 #include <cmath>
 
+#include "base/object_values.h"
 #include "base/tags.h"
 #include "base/values.h"
 #include "drawing/icc.h"
-#include "object_values.h"
-#include "picture_tags.h"
 
 namespace vexal {
 namespace {

@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "base/attributes.h"
+#include "base/tag_path.h"
 #include "base/tags.h"
 #include "base/values.h"
 
@@ -67,34 +68,9 @@ std::optional<uint32_t> whole_of(int32_t object, uint32_t tag, uint32_t most) {
   return static_cast<uint32_t>(numbers[0]);
 }
 
-std::vector<int32_t> items_of(int32_t object, uint32_t tag) {
-  std::vector<int32_t> items;
-  int32_t item = -1;
-  VX_STATUS status = VX_Get_Value_To_Int(object, tag, &item);
-  for (; status == VX_NORMAL_COMPLETION; status = VX_Get_Next_Value_To_Int(object, tag, &item))
-    items.push_back(item);
-  return items;
-}
-
 double ImagePlane::half_slice() const {
   constexpr double kUntold = 1;  // mm
   return (slice_spacing > 0 ? slice_spacing : thickness > 0 ? thickness : kUntold) / 2;
-}
-
-FunctionalGroups::FunctionalGroups(int32_t object)
-    : own_(items_of(object, tags::kPerFrameFunctionalGroupsSequence)),
-      shared_(items_of(object, tags::kSharedFunctionalGroupsSequence)) {}
-
-std::vector<int32_t> FunctionalGroups::items(uint32_t frame, uint32_t group) const {
-  std::vector<int32_t> found;
-  if (frame < own_.size()) found = items_of(own_[frame], group);
-  if (found.empty() && !shared_.empty()) found = items_of(shared_[0], group);
-  return found;
-}
-
-int32_t FunctionalGroups::item(uint32_t frame, uint32_t group) const {
-  const std::vector<int32_t> found = items(frame, group);
-  return found.empty() ? -1 : found[0];
 }
 
 Planes::Planes(int32_t object, uint32_t frames)

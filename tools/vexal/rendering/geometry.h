@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "functional_groups.h"
 #include "vexalkit.h"
 
 namespace vexal {
@@ -16,8 +17,6 @@ namespace vexal {
 std::vector<double> reals_of(int32_t object, uint32_t tag);
 // A whole number up to `most`, if that is what the first value is.
 std::optional<uint32_t> whole_of(int32_t object, uint32_t tag, uint32_t most);
-// The items of a sequence, or an empty list.
-std::vector<int32_t> items_of(int32_t object, uint32_t tag);
 
 struct Vector {
   double x = 0, y = 0, z = 0;
@@ -68,20 +67,6 @@ struct ImagePlane {
   }
   // How far from it a point still belongs to its slice.
   double half_slice() const;
-};
-
-// The frames' parts of functional groups (PS3.3 section C.7.6.16), found once.
-class FunctionalGroups {
- public:
-  explicit FunctionalGroups(int32_t object);
-  // The item that holds a group of a frame (from 0), its own or that of all; -1 if there is none.
-  int32_t item(uint32_t frame, uint32_t group) const;
-  // All items of a group that may have several.
-  std::vector<int32_t> items(uint32_t frame, uint32_t group) const;
-
- private:
-  std::vector<int32_t> own_;
-  std::vector<int32_t> shared_;
 };
 
 // Planes of the frames of an object, by functional groups, by the offsets of a dose grid, or the one of a

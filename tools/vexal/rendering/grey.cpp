@@ -3,10 +3,9 @@
 #include <cmath>
 #include <limits>
 
+#include "base/object_values.h"
 #include "base/tags.h"
 #include "base/values.h"
-#include "object_values.h"
-#include "picture_tags.h"
 
 namespace vexal {
 

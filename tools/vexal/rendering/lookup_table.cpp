@@ -3,9 +3,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "base/object_values.h"
 #include "base/tags.h"
-#include "object_values.h"
-#include "picture_tags.h"
 
 namespace vexal {
 namespace {

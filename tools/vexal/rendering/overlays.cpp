@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "base/attributes.h"
-#include "object_values.h"
+#include "base/object_values.h"
 
 namespace vexal {
 

@@ -1,8 +1,7 @@
 #include "pixel_shape.h"
 
+#include "base/object_values.h"
 #include "base/tags.h"
-#include "object_values.h"
-#include "picture_tags.h"
 
 namespace vexal {
 
@@ -15,9 +14,10 @@ bool read_shape(int32_t id, uint32_t tag, PixelShape& shape) {
   return true;
 }
 
-PixelShape pixel_shape(int32_t id, uint32_t frame) {
+PixelShape pixel_shape(int32_t id, const FunctionalGroups& groups, uint32_t frame) {
   PixelShape shape;
-  const int32_t measures = group_item(id, frame, tags::kPixelMeasuresSequence);
+  const int32_t item = groups.item(frame, tags::kPixelMeasuresSequence);
+  const int32_t measures = item >= 0 ? item : id;
   shape.in_mm = read_shape(measures, tags::kPixelSpacing, shape) ||
                 read_shape(id, tags::kImagerPixelSpacing, shape) ||
                 read_shape(id, tags::kNominalScannedPixelSpacing, shape);

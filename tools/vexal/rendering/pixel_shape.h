@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "functional_groups.h"
+
 namespace vexal {
 
 struct PixelShape {
@@ -13,7 +15,7 @@ struct PixelShape {
 
 // Of a frame (from 0) of an image: by its spacing in the patient, at the detector or on paper, else by its
 // Pixel Aspect Ratio (PS3.3 sections 10.7 and C.7.6.3.1.7); square where nothing tells.
-PixelShape pixel_shape(int32_t id, uint32_t frame);
+PixelShape pixel_shape(int32_t id, const FunctionalGroups& groups, uint32_t frame);
 
 // By a pair of values: from row to row, then from column to column. False where there is none.
 bool read_shape(int32_t id, uint32_t tag, PixelShape& shape);

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <span>
 
+#include "base/object_values.h"
 #include "base/session.h"
 #include "base/tags.h"
 #include "base/values.h"
@@ -27,11 +28,6 @@ constexpr const char* kContinuity[] = {"SEPARATE", "CONTINUOUS"};
 int32_t find(std::span<const char* const> terms, std::string_view text) {
   const auto found = std::find(terms.begin(), terms.end(), text);
   return found == terms.end() ? -1 : static_cast<int32_t>(found - terms.begin());
-}
-
-int32_t item_of(int32_t object, uint32_t tag) {
-  int32_t item = -1;
-  return VX_Get_Value_To_Int(object, tag, &item) == VX_NORMAL_COMPLETION ? item : -1;
 }
 
 SrCode code_of(int32_t object, uint32_t tag) {

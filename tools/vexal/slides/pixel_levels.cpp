@@ -5,22 +5,16 @@
 #include <map>
 
 #include "base/names.h"
+#include "base/object_values.h"
 #include "base/tags.h"
 #include "base/values.h"
 #include "pictures/pixel_actions.h"
-#include "rendering/object_values.h"
 #include "rendering/pixel_shape.h"
 #include "slide.h"
 #include "whole_slides.h"
 
 namespace vexal {
 namespace {
-
-// By their keywords.
-constexpr uint32_t kContainerIdentifier = 0x00400512U;
-constexpr uint32_t kConcatenationUID = 0x00209161U;
-constexpr uint32_t kImagedVolumeWidth = 0x00480001U;
-constexpr uint32_t kImagedVolumeHeight = 0x00480002U;
 
 constexpr uint32_t kBeforePixels = 0x7FDFFFFFU;
 
@@ -61,15 +55,15 @@ bool read_level(const std::string& path, Level& level) {
   if (!read_matrix_form(id, level.form).empty()) return false;
   level.files = {path};
   level.flavor = flavor_of(id);
-  level.slide = text_of(id, kContainerIdentifier);
+  level.slide = text_of(id, tags::kContainerIdentifier);
   if (level.slide.empty()) level.slide = "of series " + text_of(id, tags::kSeriesInstanceUID);
   level.space = text_of(id, tags::kFrameOfReferenceUID);
-  level.concatenation = text_of(id, kConcatenationUID);
+  level.concatenation = text_of(id, tags::kConcatenationUID);
   level.syntax = uid_of_syntax(file.syntax());
   level.frames = number_of(id, tags::kNumberOfFrames, 1);
-  level.pixel = pixel_shape(id, 0);
-  level.width = real_of(id, kImagedVolumeWidth).value_or(0);
-  level.height = real_of(id, kImagedVolumeHeight).value_or(0);
+  level.pixel = pixel_shape(id, FunctionalGroups(id), 0);
+  level.width = real_of(id, tags::kImagedVolumeWidth).value_or(0);
+  level.height = real_of(id, tags::kImagedVolumeHeight).value_or(0);
   return true;
 }
 

@@ -100,7 +100,8 @@ int render_matrix(const Args& args, const std::vector<std::string>& files, const
   }
   PictureForm form{painter.width(), painter.height(), painter.samples()};
   form.quality = quality;
-  if (const PixelShape shape = pixel_shape(slide.part(0).file().id(), 0); shape.in_mm) {
+  if (const PixelShape shape = pixel_shape(slide.part(0).file().id(), slide.part(0).groups(), 0);
+      shape.in_mm) {
     form.across = shape.across * view.scale;
     form.down = shape.down * view.scale;
   }

@@ -5,39 +5,17 @@
 #include <numeric>
 
 #include "base/attributes.h"
+#include "base/object_values.h"
 #include "base/tag_path.h"
 #include "base/tags.h"
 #include "base/values.h"
 #include "drawing/lab.h"
-#include "rendering/object_values.h"
 
 namespace vexal {
 namespace {
 
-// By their keywords.
-constexpr uint32_t kConcatenationUID = 0x00209161U;
-constexpr uint32_t kInConcatenationTotalNumber = 0x00209163U;
-constexpr uint32_t kConcatenationFrameOffsetNumber = 0x00209228U;
-constexpr uint32_t kDimensionOrganizationType = 0x00209311U;
-constexpr uint32_t kZOffsetInSlideCoordinateSystem = 0x0040074AU;
-constexpr uint32_t kRecommendedAbsentPixelCIELabValue = 0x00480015U;
-constexpr uint32_t kOpticalPathSequence = 0x00480105U;
-constexpr uint32_t kOpticalPathIdentifier = 0x00480106U;
-constexpr uint32_t kOpticalPathIdentificationSequence = 0x00480207U;
-constexpr uint32_t kPlanePositionSlideSequence = 0x0048021AU;
-constexpr uint32_t kColumnPositionInTotalImagePixelMatrix = 0x0048021EU;
-constexpr uint32_t kRowPositionInTotalImagePixelMatrix = 0x0048021FU;
-constexpr uint32_t kNumberOfOpticalPaths = 0x00480302U;
-constexpr uint32_t kTotalPixelMatrixFocalPlanes = 0x00480303U;
-
 constexpr uint32_t kMostChannels = 65536;
 constexpr uint64_t kMostTiles = uint64_t{1} << 23;
-
-// Of a functional group: the frame's own, or the one that all frames share.
-int32_t group_of(int32_t own, int32_t shared, uint32_t sequence) {
-  const int32_t item = own >= 0 ? item_of(own, sequence) : -1;
-  return item >= 0 || shared < 0 ? item : item_of(shared, sequence);
-}
 
 std::string count_text(uint64_t number, const char* what) {
   return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
@@ -58,20 +36,20 @@ std::string read_matrix_form(int32_t object, MatrixForm& form) {
   form.tile_rows = number_of(object, tags::kRows, 0);
   if (form.columns > INT32_MAX || form.rows > INT32_MAX) return "its total pixel matrix is too large";
   if (form.tile_columns == 0 || form.tile_rows == 0) return "its tiles have no size";
-  form.planes = std::max(number_of(object, kTotalPixelMatrixFocalPlanes, 1), 1U);
-  for (const int32_t item : sequence_items(object, kOpticalPathSequence))
-    form.paths.push_back(text_of(item, kOpticalPathIdentifier));
-  const uint32_t told = number_of(object, kNumberOfOpticalPaths, static_cast<uint32_t>(form.paths.size()));
+  form.planes = std::max(number_of(object, tags::kTotalPixelMatrixFocalPlanes, 1), 1U);
+  for (const int32_t item : sequence_items(object, tags::kOpticalPathSequence))
+    form.paths.push_back(text_of(item, tags::kOpticalPathIdentifier));
+  const uint32_t told =
+      number_of(object, tags::kNumberOfOpticalPaths, static_cast<uint32_t>(form.paths.size()));
   if (told > kMostChannels ||
       uint64_t{form.planes} * std::max<uint64_t>(told, form.paths.size()) > kMostChannels)
     return "it tells of too many optical paths or focal planes";
   if (form.paths.empty()) form.paths.resize(std::max(told, 1U));
   // Some writers of one frame a tile leave the kind out.
-  const std::string kind = text_of(object, kDimensionOrganizationType);
-  const int32_t frame = item_of(object, tags::kPerFrameFunctionalGroupsSequence);
-  const int32_t shared = item_of(object, tags::kSharedFunctionalGroupsSequence);
-  form.full = kind == "TILED_FULL" ||
-              (kind != "TILED_SPARSE" && group_of(frame, shared, kPlanePositionSlideSequence) < 0);
+  const std::string kind = text_of(object, tags::kDimensionOrganizationType);
+  form.full =
+      kind == "TILED_FULL" ||
+      (kind != "TILED_SPARSE" && FunctionalGroups(object).item(0, tags::kPlanePositionSlideSequence) < 0);
   return "";
 }
 
@@ -104,7 +82,7 @@ std::string Slide::open_part(const std::string& file) {
        before.planes != form_.planes || before.paths != form_.paths)) {
     return "it is no part of the matrix of the files before it";
   }
-  offsets_.push_back(number_of(id, kConcatenationFrameOffsetNumber, 0));
+  offsets_.push_back(number_of(id, tags::kConcatenationFrameOffsetNumber, 0));
   frames_ += image->description().frames;
   if (frames_ > kMostTiles) return "its tiles are too many";
   parts_.push_back(std::move(image));
@@ -114,12 +92,12 @@ std::string Slide::open_part(const std::string& file) {
 // Files of one matrix are the parts of one concatenation, which may lack some.
 std::string Slide::check_parts() {
   const auto object_of = [this](std::size_t i) { return parts_[i]->file().id(); };
-  const std::string uid = text_of(object_of(0), kConcatenationUID);
+  const std::string uid = text_of(object_of(0), tags::kConcatenationUID);
   for (std::size_t i = 1; i < parts_.size(); ++i) {
-    if (uid.empty() || text_of(object_of(i), kConcatenationUID) != uid)
+    if (uid.empty() || text_of(object_of(i), tags::kConcatenationUID) != uid)
       return parts_[i]->file().path() + ": it is no part of the first file's concatenation";
   }
-  const uint32_t total = number_of(object_of(0), kInConcatenationTotalNumber, 0);
+  const uint32_t total = number_of(object_of(0), tags::kInConcatenationTotalNumber, 0);
   if (!uid.empty() && total > parts_.size())
     find(count_text(total - parts_.size(), "part") + " of the concatenation's " + std::to_string(total) +
          (total - parts_.size() == 1 ? " is missing" : " are missing"));
@@ -162,23 +140,25 @@ std::string Slide::lay_full() {
   return "";
 }
 
-std::string Slide::lay_frame(int32_t item, int32_t shared, Placed& placed) const {
-  const int32_t position = group_of(item, shared, kPlanePositionSlideSequence);
+std::string Slide::lay_frame(const FunctionalGroups& groups, Placed& placed) const {
+  const uint32_t frame = placed.tile.frame;
+  const int32_t position = groups.item(frame, tags::kPlanePositionSlideSequence);
   int32_t column = 0;
   int32_t row = 0;
   if (position < 0 ||
-      VX_Get_Value_To_Int(position, kColumnPositionInTotalImagePixelMatrix, &column) !=
+      VX_Get_Value_To_Int(position, tags::kColumnPositionInTotalImagePixelMatrix, &column) !=
           VX_NORMAL_COMPLETION ||
-      VX_Get_Value_To_Int(position, kRowPositionInTotalImagePixelMatrix, &row) != VX_NORMAL_COMPLETION) {
+      VX_Get_Value_To_Int(position, tags::kRowPositionInTotalImagePixelMatrix, &row) !=
+          VX_NORMAL_COMPLETION) {
     return "it does not tell its place in the total pixel matrix";
   }
   if (column == INT32_MIN || row == INT32_MIN) return "it lies nowhere";
   placed.tile.x = column - 1;
   placed.tile.y = row - 1;
-  placed.depth = real_of(position, kZOffsetInSlideCoordinateSystem).value_or(0);
-  const int32_t path = group_of(item, shared, kOpticalPathIdentificationSequence);
+  placed.depth = real_of(position, tags::kZOffsetInSlideCoordinateSystem).value_or(0);
+  const int32_t path = groups.item(frame, tags::kOpticalPathIdentificationSequence);
   if (path < 0) return "";
-  const std::string name = text_of(path, kOpticalPathIdentifier);
+  const std::string name = text_of(path, tags::kOpticalPathIdentifier);
   const auto found = std::find(form_.paths.begin(), form_.paths.end(), name);
   if (found == form_.paths.end()) return "its optical path " + name + " is not described";
   placed.path = static_cast<uint32_t>(found - form_.paths.begin());
@@ -187,12 +167,9 @@ std::string Slide::lay_frame(int32_t item, int32_t shared, Placed& placed) const
 
 std::string Slide::lay_sparse(std::vector<Placed>& placed) {
   for (uint32_t part = 0; part < parts_.size(); ++part) {
-    const int32_t id = parts_[part]->file().id();
-    const std::vector<int32_t> items = sequence_items(id, tags::kPerFrameFunctionalGroupsSequence);
-    const int32_t shared = item_of(id, tags::kSharedFunctionalGroupsSequence);
     for (uint32_t i = 0; i < parts_[part]->description().frames; ++i) {
       Placed one{{0, 0, part, i}, 0, 0};
-      const std::string problem = lay_frame(i < items.size() ? items[i] : -1, shared, one);
+      const std::string problem = lay_frame(parts_[part]->groups(), one);
       if (!problem.empty())
         return parts_[part]->file().path() + ": frame " + std::to_string(i + 1) + ": " + problem;
       placed.push_back(one);
@@ -228,9 +205,9 @@ void Slide::keep(const std::vector<Placed>& placed) {
 std::array<uint8_t, 3> Slide::background() const {
   const int32_t id = parts_[0]->file().id();
   std::vector<double> lab(3);
-  VX_STATUS status = VX_Get_Value_To_Double(id, kRecommendedAbsentPixelCIELabValue, lab.data());
+  VX_STATUS status = VX_Get_Value_To_Double(id, tags::kRecommendedAbsentPixelCIELabValue, lab.data());
   for (std::size_t i = 1; i < 3 && status == VX_NORMAL_COMPLETION; ++i)
-    status = VX_Get_Next_Value_To_Double(id, kRecommendedAbsentPixelCIELabValue, &lab[i]);
+    status = VX_Get_Next_Value_To_Double(id, tags::kRecommendedAbsentPixelCIELabValue, &lab[i]);
   return status == VX_NORMAL_COMPLETION ? from_lab(lab) : std::array<uint8_t, 3>{255, 255, 255};
 }
 

@@ -62,7 +62,7 @@ class Slide {
   std::string check_parts();
   std::string lay_full();
   std::string lay_sparse(std::vector<Placed>& placed);
-  std::string lay_frame(int32_t item, int32_t shared, Placed& placed) const;
+  std::string lay_frame(const FunctionalGroups& groups, Placed& placed) const;
   void keep(const std::vector<Placed>& placed);
   void find(const std::string& what) { findings_.push_back(what); }
 

@@ -1,10 +1,8 @@
 #include "object_values.h"
-#include "picture_tags.h"
 
 #include <cmath>
 
-#include "base/tags.h"
-#include "base/thrown.h"
+#include "thrown.h"
 #include "vexalkit.h"
 
 namespace vexal {
@@ -56,16 +54,6 @@ std::string bytes_of(int32_t id, uint32_t tag) {
   std::string bytes;
   VX_Get_Value_To_Function(id, tag, &bytes, guarded<append>);
   return bytes;
-}
-
-int32_t group_item(int32_t id, uint32_t frame, uint32_t sequence) {
-  if (const int32_t own = item_of(id, tags::kPerFrameFunctionalGroupsSequence, frame); own >= 0) {
-    if (const int32_t item = item_of(own, sequence); item >= 0) return item;
-  }
-  if (const int32_t shared = item_of(id, tags::kSharedFunctionalGroupsSequence); shared >= 0) {
-    if (const int32_t item = item_of(shared, sequence); item >= 0) return item;
-  }
-  return id;
 }
 
 }  // namespace vexal

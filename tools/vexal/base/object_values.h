@@ -15,7 +15,5 @@ std::optional<double> real_of(int32_t id, uint32_t tag, int number = 1);
 int32_t item_of(int32_t id, uint32_t tag, uint32_t number = 0);
 std::vector<int32_t> integers_of(int32_t id, uint32_t tag);
 std::string bytes_of(int32_t id, uint32_t tag);
-// The item that holds a frame's part (from 0) of a functional group, or the object itself.
-int32_t group_item(int32_t id, uint32_t frame, uint32_t sequence);
 
 }  // namespace vexal
