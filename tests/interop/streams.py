@@ -165,17 +165,19 @@ def check_videos(folder):
         video_file(packed, pieces, uid)
         info = vexal("pixel", "info", packed).stdout.decode()
         check(told in info and "contradiction" not in info, "%s: info tells %s" % (told, info))
-        vexal("pixel", "extract", packed, out)
-        if suffix == ".m2v":  # which may have zeros behind it: nobody can tell that one is a pad
+        # Zeros may stand behind MPEG-2: nobody can tell that one is a pad, and that is said.
+        unsure = {"status": 1, "says": "may be a pad"} if suffix == ".m2v" and padded[-1:] == b"\0" else {}
+        vexal("pixel", "extract", packed, out, **unsure)
+        if unsure:
             stream = padded
         check(read(out) == stream, "%s: another stream comes out: %d and %d bytes" % (told, len(read(out)), len(stream)))
         check(probe(out) == probe(film) and probe(out), "%s: a player sees %s" % (told, probe(out)))
         os.makedirs(os.path.join(folder, "into"), exist_ok=True)
-        vexal("pixel", "extract", packed, os.path.join(folder, "into"))
+        vexal("pixel", "extract", packed, os.path.join(folder, "into"), **unsure)
         check(os.path.exists(os.path.join(folder, "into", "video" + suffix)), told + ": no file of its suffix")
         for words in (["convert", "--to", "1.2.840.10008.1.2.4." + uid], ["modify", "--set", "PatientName=Other^Name"]):
             vexal(*words, packed, copy)
-            vexal("pixel", "extract", copy, out)
+            vexal("pixel", "extract", copy, out, **unsure)
             check(read(out) == stream, "%s: %s changes the stream" % (told, words[0]))
         vexal("convert", "--to", "explicit", packed, copy, status=2, says="can not undo")
         video_file(copy, pieces, uid, columns=64, frames=500, time="20")

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "files.h"
+
 namespace vexal {
 namespace {
 
@@ -108,6 +110,19 @@ void find_frames_by_table(Encapsulated& value, uint32_t frames) {
     }
     value.starts.push_back(at);
   }
+}
+
+std::string copy_to_file(const ValueReader& read, uint64_t size, const std::string& path) {
+  constexpr std::size_t kPiece = std::size_t{1} << 20;
+  FileSink sink;
+  if (std::string error = sink.open(path); !error.empty()) return error;
+  Bytes piece;
+  for (uint64_t at = 0; at < size; at += piece.size()) {
+    piece.resize(static_cast<std::size_t>(std::min<uint64_t>(kPiece, size - at)));
+    if (!read(at, piece.data(), piece.size())) return "what is written there can not be read to its end";
+    if (!sink.write(piece.data(), piece.size())) return "it can not be written: " + sink.problem();
+  }
+  return sink.commit();
 }
 
 }  // namespace vexal

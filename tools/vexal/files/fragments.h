@@ -32,6 +32,9 @@ struct Encapsulated {
 // Fills the buffer from the value; false if it ends before.
 using ValueReader = std::function<bool(uint64_t offset, void* buffer, std::size_t length)>;
 
+// The first `size` bytes of a value as a file. An error text, empty on success.
+std::string copy_to_file(const ValueReader& read, uint64_t size, const std::string& path);
+
 // The items of a value of `size` bytes, without their frames.
 Encapsulated read_items(const ValueReader& read, uint64_t size);
 // Tells the frames by the fragments alone: one for each, or by the marks of the code streams.

@@ -7,30 +7,15 @@
 #include "base/session.h"
 #include "base/tags.h"
 #include "base/values.h"
-#include "images/film.h"
 #include "images/frame_form.h"
 #include "images/frame_source.h"
 #include "making.h"
-#include "payload.h"
+#include "pictures/video_stream.h"
 
 namespace vexal {
 namespace {
 
-constexpr uint64_t kPiece = 256 * 1024;
-
 constexpr char kNoDocument[] = "has no document: vexal pixel extract and vexal pixel render write its frames";
-
-std::string write_bytes(const ValueReader& read, uint64_t size, const std::string& path) {
-  FileSink sink;
-  if (std::string error = sink.open(path); !error.empty()) return error;
-  std::vector<char> piece(static_cast<std::size_t>(std::min(kPiece, size)));
-  for (uint64_t at = 0; at < size; at += piece.size()) {
-    const auto part = static_cast<std::size_t>(std::min<uint64_t>(piece.size(), size - at));
-    if (!read(at, piece.data(), part)) return "the object is cut short within it";
-    if (!sink.write(piece.data(), part)) return "it can not be written: " + sink.problem();
-  }
-  return sink.commit();
-}
 
 bool ends_in_zero(const ValueReader& read, uint64_t size) {
   char last = 1;
@@ -87,7 +72,7 @@ int extract_value(const DicomFile& file, const std::string& in, const std::strin
   };
   std::string told;
   const uint64_t size = document_size(file.id(), read, value.size(), told);
-  return finish(in, out, told, write_bytes(read, size, out));
+  return finish(in, out, told, copy_to_file(read, size, out));
 }
 
 // Code streams whose last mark tells their end.
@@ -96,53 +81,42 @@ bool ends_in_mark(VX_TRANSFER_SYNTAX syntax) {
          (syntax >= HTJ2K_LOSSLESS && syntax <= HTJ2K);
 }
 
-// The size of a stream in fragments, without the pad of the last; `told` says what could not be known.
-uint64_t stream_size(const DicomFile& file, bool video, const ValueReader& read, uint64_t size,
-                     std::string& told) {
-  uint64_t length = 0;
-  StoredValue told_length;
-  if (told_length.open(file, file.id(), tags::kEncapsulatedPixelDataValueTotalLength).empty())
-    told_length.read_at(0, &length, sizeof length);
-  if (length == size || (length != 0 && length + 1 == size)) return length;
-  if (!ends_in_zero(read, size)) return size;
+// The size of a code stream in fragments, without the pad of the last.
+uint64_t stream_size(int32_t object, const ValueReader& read, uint64_t size) {
+  const uint64_t told = number_in(text_of(object, tags::kEncapsulatedPixelDataValueTotalLength));
+  if (told != 0 && (told == size || told + 1 == size)) return told;
   unsigned char last[3] = {};
-  if (!video)
-    return size >= 3 && read(size - 3, last, 3) && last[0] == 0xFF && last[1] == 0xD9 ? size - 1 : size;
-  Film film;
-  {
-    const MutedWarnings muted(true);
-    read_film(read, size, film);
-  }
-  if (film.length != 0 && film.length + 1 == size) return film.length;
-  if (film.length != size)
-    told = "its last byte may be a pad: the object does not tell the length of the film";
-  return size;
+  const bool padded = size >= sizeof last && read(size - sizeof last, last, sizeof last) && last[0] == 0xFF &&
+                      last[1] == 0xD9 && last[2] == 0;
+  return padded ? size - 1 : size;
 }
 
-int extract_stream(const DicomFile& file, const std::string& in, const std::string& out) {
-  FrameSource frames;
-  StoredValue value;
-  std::string problem = frames.open(file, file.id(), file.syntax());
-  if (problem.empty() && !frames.is_video() && (frames.count() != 1 || !ends_in_mark(file.syntax())))
+int extract_stream(const std::string& in, const std::string& out) {
+  PixelImage image;
+  std::string problem = image.open(in);
+  const FrameDecoder* frames = image.decoder();
+  if (problem.empty() && frames == nullptr) problem = kNoDocument;
+  if (problem.empty() && !image.is_video() &&
+      (frames->source().count() != 1 || !ends_in_mark(image.file().syntax())))
     problem = kNoDocument;
-  if (problem.empty()) problem = value.open(file, file.id(), tags::kPixelData);
   if (!problem.empty()) {
     report(in, problem);
     return kUsage;
   }
-  const Encapsulated items = read_items(
-      [&](uint64_t at, void* buffer, std::size_t length) { return value.read_at(at, buffer, length); },
-      value.size());
-  Payload stream;
-  for (const Fragment& fragment : items.fragments)
-    stream.append(Payload::of(value, fragment.data, fragment.length));
-  const ValueReader read = [&](uint64_t at, void* buffer, std::size_t length) {
-    return stream.read_at(at, buffer, length);
-  };
   std::string told;
-  const uint64_t size = stream_size(file, frames.is_video(), read, stream.size(), told);
-  if (!items.sound) told = "its pixel data breaks off: what is there is written";
-  return finish(in, out, told, write_bytes(read, size, out));
+  if (!image.fragments().sound) told = "its pixel data breaks off: what is there is written";
+  if (image.is_video()) {
+    const MutedWarnings muted(true);
+    const VideoStream video = read_video(image);
+    if (told.empty()) told = video.doubt;
+    return finish(in, out, told, copy_to_file(video.read, video.size, out));
+  }
+  const FrameSource& source = frames->source();
+  const ValueReader read = [&source](uint64_t at, void* buffer, std::size_t length) {
+    return source.read_stream(at, buffer, length);
+  };
+  const uint64_t size = stream_size(image.file().id(), read, source.stream_size());
+  return finish(in, out, told, copy_to_file(read, size, out));
 }
 
 }  // namespace
@@ -161,7 +135,7 @@ int extract_document(const std::string& in, const std::string& out) {
   }
   if (has_attribute(file.id(), tags::kEncapsulatedDocument)) return extract_value(file, in, out);
   const bool picture = has_attribute(file.id(), tags::kPixelData);
-  if (picture && !is_uncompressed(file.syntax())) return extract_stream(file, in, out);
+  if (picture && !is_uncompressed(file.syntax())) return extract_stream(in, out);
   report(in, picture ? kNoDocument : "has no document");
   return kUsage;
 }

@@ -45,15 +45,6 @@ Payload Payload::of(std::shared_ptr<const Spill> spill, uint64_t offset, uint64_
   return payload;
 }
 
-Payload Payload::of(const StoredValue& value, uint64_t offset, uint64_t length) {
-  Payload payload;
-  payload.add({.read = [&value](uint64_t at, void* buffer,
-                                std::size_t size) { return value.read_at(at, buffer, size); },
-               .offset = offset,
-               .length = length});
-  return payload;
-}
-
 void Payload::add(Stretch stretch) {
   stretch.start = size_;
   size_ += stretch.length;

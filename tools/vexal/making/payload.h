@@ -9,7 +9,6 @@
 #include "files/files.h"
 #include "files/fragments.h"
 #include "files/temp_folder.h"
-#include "images/frame_source.h"
 #include "vexalkit.h"
 
 namespace vexal {
@@ -29,7 +28,6 @@ class Payload {
   static Payload of(std::string bytes);
   static Payload of(std::shared_ptr<const FileSource> file, uint64_t offset, uint64_t length);
   static Payload of(std::shared_ptr<const Spill> spill, uint64_t offset, uint64_t length);
-  static Payload of(const StoredValue& value, uint64_t offset, uint64_t length);  // which outlives it
   void append(const Payload& other);
   uint64_t size() const { return size_; }
   // False if not all of that is there.

@@ -1,5 +1,6 @@
 // vexal pixel extract: frames as bytes.
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 
 #include "pixel_actions.h"
@@ -9,15 +10,6 @@ namespace vexal {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::size_t kPiece = 1 << 20;
-
-std::string write_bytes(const std::string& path, const Bytes& bytes) {
-  FileSink sink;
-  if (std::string error = sink.open(path); !error.empty()) return error;
-  if (!sink.write(bytes.data(), bytes.size())) return "it can not be written";
-  return sink.commit();
-}
 
 // Where frame `number` goes: OUT itself for one frame, else a file in the folder OUT.
 std::string frame_path(const std::string& out, uint32_t number, const Choice& choice, const char* suffix) {
@@ -31,27 +23,18 @@ std::string frame_path(const std::string& out, uint32_t number, const Choice& ch
 
 // A video as the file that it was.
 int extract_video(const PixelImage& image, const std::string& in, const std::string& out) {
-  const FrameSource& source = image.decoder()->source();
   const VideoStream video = read_video(image);
   std::error_code ignored;
   const std::string path = fs::is_directory(out, ignored)
                                ? (fs::path(out) / (std::string("video") + video_suffix(video))).string()
                                : out;
-  FileSink sink;
-  std::string problem = sink.open(path);
-  std::string piece(kPiece, '\0');
-  for (uint64_t at = 0; at < video.size && problem.empty(); at += piece.size()) {
-    piece.resize(static_cast<std::size_t>(std::min<uint64_t>(kPiece, video.size - at)));
-    if (!source.read_stream(at, piece.data(), piece.size())) {
-      report(in, "its stream can not be read");
-      return kUsage;
-    }
-    if (!sink.write(piece.data(), piece.size())) problem = "it can not be written";
+  if (const std::string problem = copy_to_file(video.read, video.size, path); !problem.empty()) {
+    report(path, problem);
+    return kUsage;
   }
-  if (problem.empty()) problem = sink.commit();
-  if (problem.empty()) return kSuccess;
-  report(path, problem);
-  return kUsage;
+  if (video.doubt.empty()) return kSuccess;
+  report(in, video.doubt);
+  return kFindings;
 }
 
 }  // namespace
@@ -80,7 +63,11 @@ int extract_frames(const Args& args, PixelImage& image, const std::string& in, c
     std::string problem = compressed ? image.code_stream(number, bytes) : image.frame(number, bytes);
     if (!problem.empty()) return problem;
     const std::string path = frame_path(out, number, choice, compressed ? ".bin" : ".raw");
-    problem = write_bytes(path, bytes);
+    const auto read = [&](uint64_t at, void* buffer, std::size_t size) {
+      std::memcpy(buffer, bytes.data() + at, size);
+      return true;
+    };
+    problem = copy_to_file(read, bytes.size(), path);
     writable = problem.empty();
     return writable ? "" : path + ": " + problem;
   });

@@ -78,20 +78,28 @@ std::string syntax_fault(const Film& film, VX_TRANSFER_SYNTAX syntax) {
 VideoStream read_video(const PixelImage& image) {
   const FrameSource& source = image.decoder()->source();
   VideoStream video;
+  video.read = [&source](uint64_t at, void* buffer, std::size_t size) {
+    return source.read_stream(at, buffer, size);
+  };
   video.size = source.stream_size();
-  video.fault = read_film(
-      [&source](uint64_t at, void* buffer, std::size_t size) { return source.read_stream(at, buffer, size); },
-      video.size, video.film);
+  video.fault = read_film(video.read, video.size, video.film);
   const uint64_t told = number_in(text_of(image.file().id(), tags::kEncapsulatedPixelDataValueTotalLength));
-  for (const uint64_t length : {video.film.length, told}) {
-    if (length + 1 == video.size) video.size = length;
-  }
-  // Units of the later codecs do not end with a zero; those of MPEG-2 may, but for the code of the end.
-  char end[5] = {};
-  if (video.film.container != FilmContainer::Elementary || !video.fault.empty() || video.size < sizeof end ||
-      !source.read_stream(video.size - sizeof end, end, sizeof end) || end[4] != 0)
+  for (const uint64_t length : {told, video.film.length}) {
+    if (length == 0 || (length != video.size && length + 1 != video.size)) continue;
+    video.size = length;
     return video;
-  if (video.film.codec != FilmCodec::Mpeg2 || std::memcmp(end, "\0\0\1\xB7", 4) == 0) --video.size;
+  }
+  char end[5] = {};
+  if (video.size < sizeof end || !video.read(video.size - sizeof end, end, sizeof end) || end[4] != 0)
+    return video;
+  // Units of the later codecs do not end with a zero; those of MPEG-2 may, but for the code of the end.
+  const bool known = video.fault.empty() && video.film.container == FilmContainer::Elementary &&
+                     (video.film.codec != FilmCodec::Mpeg2 || std::memcmp(end, "\0\0\1\xB7", 4) == 0);
+  if (known) {
+    --video.size;
+  } else {
+    video.doubt = "its last byte may be a pad: the object does not tell the length of the film";
+  }
   return video;
 }
 

@@ -14,6 +14,8 @@ struct VideoStream {
   Film film;
   std::string fault;  // why it is none that is known
   uint64_t size = 0;  // bytes, without a pad behind them
+  std::string doubt;  // why the last of them may be a pad all the same; empty if it is none
+  ValueReader read;   // the bytes; not without the image
 };
 
 // Of an image whose decoder is there.
