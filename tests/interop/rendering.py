@@ -389,6 +389,15 @@ def check_state_drawings(folder):
               graphic("POLYLINE", [1, 2, 3, 4], "N", "MATRIX")]
     picture_of(path, folder, "--presentation", state(made, path, **layers, GraphicAnnotationSequence=items(draw("UP", GraphicObjectSequence=broken))),
                status=1, says="is not shown")
+    plain, told = graphic("POLYLINE", [1, 1, 5, 5]), {"dashes": {"LineDashingStyle": "DASHED"}, "shadows": {"ShadowStyle": "NORMAL"}}
+    for says, style in told.items():
+        styled = dict(plain, LineStyleSequence=items(style))
+        picture_of(path, folder, "--presentation", state(made, path, **layers, GraphicAnnotationSequence=items(draw("UP", GraphicObjectSequence=[styled]))),
+                   status=1, says=says)
+    data = pydicom.dcmread(state(made, path, **layers))
+    data.ImageRotation = 45
+    data.save_as(made)
+    vexal("pixel", "render", path, os.path.join(folder, "none.png"), "--presentation", made, status=2, says="45 degrees")
 
 
 sys.exit(run_parts(check_formats, check_grey, check_colours, check_shape, check_videos, check_state_shades, check_state_places, check_state_drawings))

@@ -127,12 +127,22 @@ bool Presentation::places_of(int32_t item, uint32_t tag, uint32_t units, const P
   return !points.empty();
 }
 
+// What of the style of a graphic or a text the picture does not have.
+void Presentation::look_at_style(int32_t style) {
+  if (text_of(style, tags::kLineDashingStyle) == "DASHED") leave_out("dashes of lines");
+  const std::string shadow = text_of(style, tags::kShadowStyle);
+  if (!shadow.empty() && shadow != "OFF") leave_out("shadows");
+}
+
 void Presentation::draw_graphics(int32_t item, const Shade& colour, Picture& picture) {
   for (const int32_t graphic : sequence_items(item, tags::kGraphicObjectSequence)) {
     std::vector<Point> points;
     if (!places_of(graphic, tags::kGraphicData, tags::kGraphicAnnotationUnits, picture, points)) continue;
     const std::string kind = text_of(graphic, tags::kGraphicType);
     const int32_t style = item_of(graphic, tags::kLineStyleSequence);
+    look_at_style(style);
+    const bool filled = text_of(graphic, tags::kGraphicFilled) == "Y";
+    if (filled && has_attribute(graphic, tags::kFillStyleSequence)) leave_out("styles of fillings");
     const Shade own = lab_of(style, tags::kPatternOnColorCIELabValue, colour);
     if (is_coloured(own) && picture.bits == 8) to_colour(picture);
     const double usual = std::max(1.0, std::round(std::min(picture.width, picture.height) / 512.0));
@@ -158,7 +168,7 @@ void Presentation::draw_graphics(int32_t item, const Shade& colour, Picture& pic
       leave_out("a graphic of type " + (kind.empty() ? "none" : kind));
       continue;
     }
-    if (text_of(graphic, tags::kGraphicFilled) == "Y") canvas.fill(points);
+    if (filled) canvas.fill(points);
     canvas.line_through(points);
   }
 }
@@ -175,6 +185,7 @@ void Presentation::draw_texts(int32_t item, const Shade& colour, Picture& pictur
     std::vector<Point> anchor;
     const bool anchored =
         places_of(text, tags::kAnchorPoint, tags::kAnchorPointAnnotationUnits, picture, anchor);
+    if (has_attribute(text, tags::kTextStyleSequence)) leave_out("styles of texts");
     const bool boxed = places_of(text, tags::kBoundingBoxTopLeftHandCorner, tags::kBoundingBoxAnnotationUnits,
                                  picture, first) &&
                        places_of(text, tags::kBoundingBoxBottomRightHandCorner,

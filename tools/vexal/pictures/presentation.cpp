@@ -250,7 +250,9 @@ void Presentation::draw_shutters(const PixelImage& image, Picture& picture) cons
 // PS3.3 sections C.10.4 and C.10.6. Without an item for the frame, all of it is shown.
 std::string Presentation::read_area(const PixelImage& image) {
   area_ = {};
-  area_.turns = number_of(file_.id(), tags::kImageRotation) / 90 % 4;
+  const uint32_t rotation = number_of(file_.id(), tags::kImageRotation);
+  if (rotation % 90 != 0) return "it turns the image by " + std::to_string(rotation) + " degrees";
+  area_.turns = rotation / 90 % 4;
   area_.flip = text_of(file_.id(), tags::kImageHorizontalFlip) == "Y";
   area_.width = image.description().columns;
   area_.height = image.description().rows;

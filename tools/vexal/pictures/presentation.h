@@ -55,6 +55,7 @@ class Presentation {
                      Picture& picture) const;
   void draw_graphics(int32_t item, const std::array<uint8_t, 3>& colour, Picture& picture);
   void draw_texts(int32_t item, const std::array<uint8_t, 3>& colour, Picture& picture);
+  void look_at_style(int32_t style);
   // Points of an attribute in the picture; false where their units are none that can be shown.
   bool places_of(int32_t item, uint32_t tag, uint32_t units, const Picture& picture,
                  std::vector<Point>& points);
