@@ -286,6 +286,15 @@ def check_kinds(folder):
     del bare.SegmentSequence[0]
     alike("a background that is not described", render(folder, image_path, "--segmentation", save(bare, folder + "/bare"), "--segment", "2"),
           over(base, srgb_of(COLOURS[1]), (pixels[0] == 600) * 0.5))
+    painted = segmentation(IMAGE, [(0, 0)], (pixels[0:1] // 300).astype("u1"), "LABELMAP", 2)
+    palette = random.integers(0, 256, (3, 3)).astype("u1")
+    for name, entries in zip(("Red", "Green", "Blue"), palette.T):
+        painted.update(item(**{name + "PaletteColorLookupTableDescriptor": [3, 0, 8], name + "PaletteColorLookupTableData": entries.tobytes() + b"\0"}))
+    painted.PhotometricInterpretation = "PALETTE COLOR"
+    want = base
+    for label in (1, 2):
+        want = over(want, palette[label], pixels[0] == 300 * label)
+    alike("colours of a palette", render(folder, image_path, "--segmentation", save(painted, folder + "/painted"), "--opacity", "100"), want)
     alike("a label by its name, background too", render(folder, image_path, "--segmentation", path, "--segment", "LABEL 0"),
           over(base, (0, 0, 0), (pixels[0] == 0) * 0.5))
     render(folder, image_path, "--segmentation", path, "--segment", "7", status=2, says="--segment 7")

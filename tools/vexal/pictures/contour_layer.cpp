@@ -1,13 +1,12 @@
 // Contours of RT structure sets (PS3.3 sections A.19, C.8.8.5 and C.8.8.6) over the images that they were
 // drawn on.
 #include <algorithm>
-#include <cstdlib>
 #include <map>
-#include <string_view>
 
 #include "base/tag_path.h"
 #include "base/tags.h"
 #include "base/values.h"
+#include "drawing/canvas.h"
 #include "files/files.h"
 #include "layers.h"
 
@@ -40,101 +39,43 @@ struct Region {
   std::vector<Contour> contours;
 };
 
-struct Spot {  // of a picture: columns and rows from 0, in the middles of pixels
-  double x = 0;
-  double y = 0;
-};
-
-// Lines and areas in a picture, as far as they lie in it.
-class Pen {
+// The area that outlines enclose, as far as it lies in a picture: what an odd number of edges lies left of,
+// so that an outline within another is a hole.
+class Area {
  public:
-  Pen(Picture& picture, const Colour& colour, uint64_t& steps)
-      : picture_(picture), colour_(colour), steps_(steps) {}
-  void line(Spot from, Spot to);
-  void cross(Spot at);
-  // The edge of an area, whose inside fill() gets: what an odd number of edges lies left of.
-  void edge(Spot from, Spot to);
-  void fill(double share);
+  explicit Area(const Picture& picture) : width_(picture.width), height_(picture.height) {}
+  // Gives the number of rows that the edge passes.
+  uint64_t edge(Point from, Point to);
+  void fill(Picture& picture, const Colour& colour, double share) const;
 
  private:
-  void dot(double x, double y);
-  bool clip(Spot& from, Spot& to) const;
-
-  Picture& picture_;
-  const Colour& colour_;
-  uint64_t& steps_;
+  std::size_t width_;
+  std::size_t height_;
   std::vector<bool> changes_;  // pixels at which inside and outside change
 };
 
-void Pen::dot(double x, double y) {
-  const auto column = static_cast<int64_t>(std::lround(x));
-  const auto row = static_cast<int64_t>(std::lround(y));
-  if (column < 0 || row < 0 || column >= picture_.width || row >= picture_.height) return;
-  blend(picture_, static_cast<std::size_t>(row) * picture_.width + static_cast<std::size_t>(column), colour_,
-        1);
-}
-
-// Cuts a line at the borders of the picture; false if nothing is left.
-bool Pen::clip(Spot& from, Spot& to) const {
-  double first = 0;
-  double last = 1;
-  const double dx = to.x - from.x;
-  const double dy = to.y - from.y;
-  const auto cut = [&](double step, double start, double low, double high) {
-    if (step == 0) return start >= low && start <= high;
-    first = std::max(first, std::min((low - start) / step, (high - start) / step));
-    last = std::min(last, std::max((low - start) / step, (high - start) / step));
-    return first <= last;
-  };
-  if (!cut(dx, from.x, -0.5, picture_.width - 0.5) || !cut(dy, from.y, -0.5, picture_.height - 0.5))
-    return false;
-  const Spot start = from;
-  from = {start.x + dx * first, start.y + dy * first};
-  to = {start.x + dx * last, start.y + dy * last};
-  return true;
-}
-
-void Pen::line(Spot from, Spot to) {
-  ++steps_;
-  if (!clip(from, to)) return;
-  const double dx = to.x - from.x;
-  const double dy = to.y - from.y;
-  const double count = std::ceil(std::max({std::abs(dx), std::abs(dy), 1.0}));
-  steps_ += static_cast<uint64_t>(count);
-  for (double i = 0; i <= count && steps_ < kMostSteps; ++i)
-    dot(from.x + dx * i / count, from.y + dy * i / count);
-}
-
-void Pen::cross(Spot at) {
-  constexpr double kArm = 3;
-  line({at.x - kArm, at.y}, {at.x + kArm, at.y});
-  line({at.x, at.y - kArm}, {at.x, at.y + kArm});
-}
-
-void Pen::edge(Spot from, Spot to) {
-  if (changes_.empty()) changes_.resize(std::size_t{picture_.width} * picture_.height);
+uint64_t Area::edge(Point from, Point to) {
+  if (changes_.empty()) changes_.resize(width_ * height_);
   if (from.y > to.y) std::swap(from, to);
-  const double first = std::max(std::ceil(from.y), 0.0);
-  const double behind = std::min(std::ceil(to.y), static_cast<double>(picture_.height));
-  ++steps_;
-  for (double y = first; y < behind && steps_ < kMostSteps; ++y, ++steps_) {
-    const double x = from.x + (to.x - from.x) * (y - from.y) / (to.y - from.y);
-    const double column = std::max(std::ceil(x), 0.0);
-    if (column >= picture_.width) continue;
-    const auto at = static_cast<std::size_t>(y) * picture_.width + static_cast<std::size_t>(column);
+  // Of rows and pixels, the middles count.
+  const double first = std::max(std::ceil(from.y - 0.5), 0.0);
+  const double behind = std::min(std::ceil(to.y - 0.5), static_cast<double>(height_));
+  for (double row = first; row < behind; ++row) {
+    const double x = from.x + (to.x - from.x) * (row + 0.5 - from.y) / (to.y - from.y);
+    const double column = std::max(std::ceil(x - 0.5), 0.0);
+    if (column >= static_cast<double>(width_)) continue;
+    const auto at = static_cast<std::size_t>(row) * width_ + static_cast<std::size_t>(column);
     changes_[at] = !changes_[at];
   }
+  return behind > first ? static_cast<uint64_t>(behind - first) : 0;
 }
 
-void Pen::fill(double share) {
-  for (std::size_t row = 0; row * picture_.width < changes_.size(); ++row) {
-    bool inside = false;
-    for (std::size_t at = row * picture_.width; at < (row + 1) * picture_.width; ++at) {
-      inside ^= changes_[at];
-      if (inside) blend(picture_, at, colour_, share);
-    }
+void Area::fill(Picture& picture, const Colour& colour, double share) const {
+  bool inside = false;
+  for (std::size_t at = 0; at < changes_.size(); ++at) {
+    inside = (inside && at % width_ != 0) != changes_[at];
+    if (inside) blend(picture, at, colour, share);
   }
-  changes_.clear();
 }
 
 class ContourLayer : public Layer {
@@ -268,31 +209,40 @@ bool ContourLayer::shows(const Contour& contour, const Slice& slice) const {
 
 void ContourLayer::draw_region(const Region& region, const Slice& slice, Picture& picture, uint64_t& steps,
                                bool& drawn) const {
-  std::vector<std::pair<const Contour*, std::vector<Spot>>> shown;
+  std::vector<std::pair<Form, std::vector<Point>>> shown;
   for (const Contour& contour : region.contours) {
     if (!shows(contour, slice)) continue;
-    std::vector<Spot>& spots = shown.emplace_back(&contour, std::vector<Spot>()).second;
-    spots.reserve(contour.points.size());
+    std::vector<Point>& points = shown.emplace_back(contour.form, std::vector<Point>()).second;
     for (const Vector& point : contour.points) {
       const Vector at = slice.plane->pixel_of(point);
-      spots.push_back({at.x, at.y});
+      points.push_back({at.x + 0.5, at.y + 0.5});
     }
+    if (contour.form == Form::kClosed && !points.empty()) points.push_back(points.front());
   }
   drawn |= !shown.empty();
-  Pen pen(picture, region.colour, steps);
-  // All edges first, so that a contour within another is a hole.
-  for (const auto& [contour, spots] : shown) {
-    if (!choices_.fill || contour->form != Form::kClosed) continue;
-    for (std::size_t i = 0; i < spots.size(); ++i) pen.edge(spots[i], spots[(i + 1) % spots.size()]);
+  const auto pairs = [&](const std::vector<Point>& points, auto work) {
+    for (std::size_t i = 1; i < points.size() && steps < kMostSteps; ++i) work(points[i - 1], points[i]);
+  };
+  Area area(picture);
+  for (const auto& [form, points] : shown) {
+    if (choices_.fill && form == Form::kClosed)
+      pairs(points, [&](const Point& from, const Point& to) { steps += 1 + area.edge(from, to); });
   }
-  pen.fill(choices_.opacity);
-  for (const auto& [contour, spots] : shown) {
-    if (contour->form == Form::kPoint || spots.size() == 1) {
-      for (const Spot& spot : spots) pen.cross(spot);
-      continue;
+  area.fill(picture, region.colour, choices_.opacity);
+  Canvas canvas(picture, region.colour);
+  for (const auto& [form, points] : shown) {
+    if (form == Form::kPoint || points.size() == 1) {
+      for (const Point& at : points) {
+        constexpr double kArm = 3;
+        canvas.line({at.x - kArm, at.y}, {at.x + kArm, at.y});
+        canvas.line({at.x, at.y - kArm}, {at.x, at.y + kArm});
+      }
     }
-    for (std::size_t i = 1; i < spots.size(); ++i) pen.line(spots[i - 1], spots[i]);
-    if (contour->form == Form::kClosed) pen.line(spots.back(), spots.front());
+    pairs(points, [&](const Point& from, const Point& to) {
+      const double most = 1.0 * picture.width + picture.height;
+      steps += 1 + static_cast<uint64_t>(std::fmin(std::abs(to.x - from.x) + std::abs(to.y - from.y), most));
+      if (form != Form::kPoint) canvas.line(from, to);
+    });
   }
 }
 

@@ -9,6 +9,7 @@
 #include "base/values.h"
 #include "drawing/lab.h"
 #include "layers.h"
+#include "rendering/lookup_table.h"
 
 namespace vexal {
 namespace {
@@ -54,6 +55,8 @@ class SegmentationLayer : public Layer {
   std::string read_frames();
   void read_frame(const Planes& planes, SegmentFrame& frame);
   void read_references(const FunctionalGroups& groups, SegmentFrame& frame);
+  // What a segment without a recommended colour gets.
+  Colour own_colour(uint32_t number) const;
   const Segment& segment(uint32_t number);
   double reach(const ImagePlane& plane, const ImagePlane& ground) const;
   std::vector<Placed> place(const Slice& slice);
@@ -67,7 +70,8 @@ class SegmentationLayer : public Layer {
   Sources sources_;
   PixelImage image_;
   bool label_map_ = false;
-  double most_ = 1;  // the value of a fraction that is all
+  double most_ = 1;                 // the value of a fraction that is all
+  std::optional<Palette> palette_;  // of labels
   std::map<uint32_t, Segment> segments_;
   std::vector<SegmentFrame> frames_;  // by segment, then by depth
   bool same_reference_ = false;       // its places and the image's are in one frame of reference
@@ -89,6 +93,10 @@ std::string SegmentationLayer::open(const std::string& path) {
   if (d.samples != 1 || d.allocated > 16 || d.real) return "its pixels are none of a segmentation";
   const std::vector<double> most = reals_of(id, tags::kMaximumFractionalValue);
   most_ = type == "FRACTIONAL" && !most.empty() && most[0] >= 1 ? most[0] : type == "FRACTIONAL" ? 255 : 1;
+  if (d.photometric.starts_with("PALETTE")) {
+    palette_.emplace();
+    if (!palette_->read(id, d.is_signed)) return "its palette is missing or broken";
+  }
   if (std::string problem = read_segments(); !problem.empty()) return problem;
   return read_frames();
 }
@@ -103,7 +111,7 @@ std::string SegmentationLayer::read_segments() {
     }
     Segment segment;
     const std::vector<double> lab = reals_of(item, tags::kRecommendedDisplayCIELabValue);
-    segment.colour = lab.size() == 3 ? from_lab(lab) : distinct_colour(*number - 1);
+    segment.colour = lab.size() == 3 ? from_lab(lab) : own_colour(*number);
     segment.shown = choices_.segments.takes(*number, text_of(item, tags::kSegmentLabel));
     if (!segments_.emplace(*number, segment).second)
       fault("two segments have the number " + std::to_string(*number));
@@ -170,11 +178,18 @@ std::string SegmentationLayer::read_frames() {
   return "";
 }
 
+Colour SegmentationLayer::own_colour(uint32_t number) const {
+  if (!palette_) return distinct_colour(number - 1);
+  Colour colour;
+  for (std::size_t c = 0; c < 3; ++c) colour[c] = palette_->colours[c].byte(number);
+  return colour;
+}
+
 const Segment& SegmentationLayer::segment(uint32_t number) {
   const auto found = segments_.find(number);
   if (found != segments_.end()) return found->second;
   fault("segment " + std::to_string(number) + " is not described");
-  return segments_.emplace(number, Segment{distinct_colour(number - 1), choices_.segments.takes(number, "")})
+  return segments_.emplace(number, Segment{own_colour(number), choices_.segments.takes(number, "")})
       .first->second;
 }
 
