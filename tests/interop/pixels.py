@@ -457,12 +457,14 @@ def check_losses(folder):
     expect(("convert", "--to", "jpeg-ls", plain, out))
     # What the program can not decode has a name, and its streams can be had all the same.
     data, streams = packed_file(packed, image, "jpeg-ls")
-    for uid, name, count in (("102", "MPEG-4", 1), ("107", "HEVC", 1), ("52", "JPEG Extended", 3)):
+    # Of a film that is none, nobody can tell whether its last zero is a pad.
+    doubt = (1, "may be a pad") if streams[0][-1] == 0 else ()
+    for uid, name, count, words in (("102", "MPEG-4", 1, doubt), ("107", "HEVC", 1, doubt), ("52", "JPEG Extended", 3, ())):
         save_frames(data, streams[:count], other, "1.2.840.10008.1.2.4." + uid)
         expect(("convert", "--to", "explicit", other, out), 2, name)
         shutil.rmtree(frames, ignore_errors=True)
         os.path.exists(frames) and os.remove(frames)
-        expect(("pixel", "extract", "--compressed", other, frames))
+        expect(("pixel", "extract", "--compressed", other, frames), *words)
         check(list(map(read, files_under(frames) or [frames])) == streams[:count], "streams of " + name)
 
 
