@@ -1,5 +1,5 @@
 // What the archive keeps of its objects, and what it finds by it (PS3.4 section C.2.2.2).
-#include "archive/catalog.h"
+#include "holdings/catalog.h"
 
 #include <sqlite3.h>
 
@@ -8,12 +8,12 @@
 #include <sstream>
 
 #include "archive/identifier.h"
-#include "archive/key_match.h"
 #include "archive/worklist.h"
 #include "base/embedded.h"
 #include "base/names.h"
 #include "base/tag_path.h"
 #include "base/values.h"
+#include "holdings/key_match.h"
 #include "objects.h"
 
 namespace vexal::test {

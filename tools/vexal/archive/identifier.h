@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "catalog.h"
+#include "holdings/catalog.h"
 
 namespace vexal {
 

@@ -10,7 +10,7 @@
 #include "base/tags.h"
 #include "files/charset.h"
 #include "files/files.h"
-#include "key_match.h"
+#include "holdings/key_match.h"
 #include "network/network.h"
 
 namespace vexal {
