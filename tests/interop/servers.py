@@ -5,6 +5,7 @@ usage: servers.py VEXAL [PART...]
 Objects of one name, of unknown classes, from peers that may not; an index that is damaged, broken or held by others; long
 queries, many clients at once; reports on storage over associations of their own.
 """
+import json
 import os
 import signal
 import sqlite3
@@ -13,7 +14,7 @@ import sys
 import threading
 import time
 
-from checks import SANITIZED, VEXAL, Vexal, check, files_under, free_port, read, run, run_parts, vexal, write
+from checks import SANITIZED, VEXAL, Vexal, check, files_under, free_port, paths, read, run, run_parts, vexal, write
 from made import EXPLICIT, IMPLICIT, ROOT, element, meta
 from wire import (ABORT, CANCEL, COMMITMENT, CT, KINDS, MR, RELEASE, STUDY, STUDY_FIND, VERIFICATION, WITH_FIND, Liar, Peer, answer_to,
                   at_once, command, contexts_of, data_set, find_message, image_find, image_query, make_files, message,
@@ -356,5 +357,31 @@ def reports_to_nodes(folder):
               "serve: the report to a node: %s" % liar.data)
 
 
+def settings_and_log(folder):
+    """Options from the command line before those of the environment before those of a file; lines that are JSON."""
+    options, wrong = paths(folder, "options", "wrong")
+    write(options, b"# as a unit has them\n\nstrict\r\naet \t FILE\nmax-size 1\nallow NOBODY=store\nallow PEER\n")
+    for kind in KINDS:
+        name = "VEXAL_%s_" % kind.upper()
+        env = dict(os.environ, **{name + "LOG": "json", name + "MAX_SIZE": "2", name + "AET": "ENV", name + "OPTIONS": options})
+        with Vexal(kind, os.path.join(folder, kind), "--max-size", "100000", env=env) as server:
+            for title, answer in (("ENV", 2), ("FILE", 3)):  # the file's --strict counts, not its --aet
+                with Peer(server.port, request((VERIFICATION, EXPLICIT), called=title)) as peer:
+                    check(peer.answer[0] == answer, "%s: the title %s: %s" % (kind, title, peer.answer[:1]))
+            store = request((CT, EXPLICIT), called="ENV")
+            check(store_status(server.port, uid(1), asked=store) == 0, kind + ": --max-size is not that of the command line")
+            check(store_status(server.port, uid(1), data_set(uid(1), b"\1" * 64), store) == 0x0111, kind + ": takes other content")
+        lines = [json.loads(line) for line in server.text.splitlines()]
+        check(any(line.get("peer") == "PEER@127.0.0.1" and int(line["association"]) >= 0 for line in lines), "%s: %s" % (kind, server.text))
+        check(all({"time", "level", "source", "message"} <= set(line) for line in lines), kind + ": lines in JSON lack members")
+        result = run(VEXAL, kind, "--dir", folder, env=dict(env, **{name + "PORT": "none"}))
+        check(result.returncode == 2 and b"none" in result.stderr, "%s: the port of the environment: %s" % (kind, result.stderr))
+        for line, words in (("nonsense 1", "wrong:2: unknown option nonsense"), ("max-size", "wrong:2: max-size needs a value"),
+                            ("strict maybe", "wrong:2: maybe is neither"), ("config x.ini", "wrong:2: unknown option"), ("log xml", "text or json")):
+            write(wrong, b"\n" + line.encode())
+            vexal(kind, "1", "--options", wrong, status=2, says=words)
+
+
 sys.exit(run_parts(duplicates, unknown_objects, rules, damaged_index, broken_index, long_query, busy, second_associations, reports_to_nodes,
+                   settings_and_log,
                    chosen=sys.argv[2:]))

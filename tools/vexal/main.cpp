@@ -48,7 +48,7 @@ int run_command(const Command& command, std::span<char* const> words) {
     }
   }
   Args args;
-  if (!args.parse(command.options, words)) return kUsage;
+  if (!args.parse(command.options, words) || !args.add_sources(command)) return kUsage;
   Session session;
   if (!session.start(args)) return kUsage;
   return command.run(args);

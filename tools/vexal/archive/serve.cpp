@@ -17,6 +17,7 @@ constexpr Option kOptions[] = {
     {"--steps", "DIR", "folder of performed procedure steps, a DICOM file each; without it none are taken"},
     VEXAL_STORAGE_OPTIONS,
     VEXAL_ACCEPTOR_OPTIONS,
+    VEXAL_SERVICE_OPTIONS,
 };
 
 bool is_folder(const Args& args, const char* option) {

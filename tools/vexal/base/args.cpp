@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "log_lines.h"
 #include "printable.h"
 
 namespace vexal {
@@ -25,14 +26,13 @@ const Option* find_option(std::span<const Option> options, std::string_view name
   return nullptr;
 }
 
-// What peers, files and their names say may be in it.
-std::string shown_line(const char* format, va_list values) {
+std::string formatted(const char* format, va_list values) {
   va_list again;
   va_copy(again, values);
   std::string line(static_cast<std::size_t>(std::max(std::vsnprintf(nullptr, 0, format, again), 0)), '\0');
   va_end(again);
   std::vsnprintf(line.data(), line.size() + 1, format, values);
-  return shown(line);
+  return line;
 }
 
 }  // namespace
@@ -44,14 +44,14 @@ std::span<const Option> common_options() {
 void complain(const char* format, ...) {
   va_list values;
   va_start(values, format);
-  std::fprintf(stderr, "vexal: %s\n", shown_line(format, values).c_str());
+  put_line(kErrorLevel, "vexal", formatted(format, values));
   va_end(values);
 }
 
 void say(const char* format, ...) {
   va_list values;
   va_start(values, format);
-  std::printf("%s\n", shown_line(format, values).c_str());
+  std::printf("%s\n", shown(formatted(format, values)).c_str());
   va_end(values);
 }
 
@@ -91,10 +91,20 @@ bool Args::parse(std::span<const Option> options, std::span<char* const> words) 
       complain("%s takes no value", option->name);
       return false;
     }
-    values_[option->name] = std::string(value);
-    in_order_.emplace_back(option->name, std::string(value));
+    set(option->name, value);
   }
   return true;
+}
+
+void Args::set(std::string_view name, std::string_view value) {
+  values_[std::string(name)] = value;
+  in_order_.emplace_back(name, value);
+}
+
+std::set<std::string, std::less<>> Args::names() const {
+  std::set<std::string, std::less<>> names;
+  for (const auto& [name, value] : values_) names.insert(name);
+  return names;
 }
 
 std::string Args::get(std::string_view name, std::string_view otherwise) const {

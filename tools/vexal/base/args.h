@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -19,10 +20,25 @@ struct Option {
   const char* help;
 };
 
+struct Command;
+
+// Rows of the option table of a server.
+#define VEXAL_SERVICE_OPTIONS                                                                          \
+  {"--options", "FILE",                                                                                \
+   "read what the command line and the environment leave out from this file: a line each, an option "  \
+   "without its dashes and its value, the port as 'port'; in the environment, --max-size of serve is " \
+   "VEXAL_SERVE_MAX_SIZE, the port VEXAL_SERVE_PORT"},                                                 \
+  {                                                                                                    \
+    "--log", "FORMAT", "text (default) or json: how lines on standard error are written"               \
+  }
+
 class Args {
  public:
   // False after a line on standard error.
   bool parse(std::span<const Option> options, std::span<char* const> words);
+  // Adds what a command with VEXAL_SERVICE_OPTIONS finds elsewhere: the command line counts before the
+  // environment, that before the file. False after a line on standard error.
+  bool add_sources(const Command& command);
   bool has(std::string_view name) const { return values_.find(name) != values_.end(); }
   // The last value given, or `otherwise`.
   std::string get(std::string_view name, std::string_view otherwise = "") const;
@@ -35,6 +51,12 @@ class Args {
   std::vector<std::string> paths;  // what stands without an option
 
  private:
+  void set(std::string_view name, std::string_view value);
+  std::set<std::string, std::less<>> names() const;
+  bool add(const Option& option, const std::string& place, std::string_view value);
+  bool add_environment(const Command& command);
+  bool add_file(const Command& command, const std::string& path);
+
   std::map<std::string, std::string, std::less<>> values_;
   std::vector<std::pair<std::string, std::string>> in_order_;
 };

@@ -8,6 +8,7 @@
 #include "embedded.h"
 #include "hex.h"
 #include "json.h"
+#include "log_lines.h"
 #include "names.h"
 #include "object_values.h"
 #include "opened_library.h"

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "embedded.h"
+#include "log_lines.h"
 #include "names.h"
 #include "printable.h"
 #include "settings_source.h"
@@ -47,9 +48,8 @@ void print_log(int type, std::string_view message) {
   if (quiet || type > kInfo || (type != 1 ? warnings_muted : errors_muted)) return;
   if (is_one_of(kNoNews, message)) return;
   if (type == 1 && is_one_of(kRemarks, message)) type = 2;
-  const char* level = type == 1 ? "error" : type == 2 ? "warning" : "info";
-  const std::string source = current_file != nullptr ? shown(*current_file) : "vexal";
-  std::fprintf(stderr, "%s: %s: %s\n", source.c_str(), level, shown(message).c_str());
+  const char* level = type == 1 ? kErrorLevel : type == 2 ? kWarningLevel : kInfoLevel;
+  put_line(level, current_file != nullptr ? *current_file : "vexal", message, true);
 }
 
 // The library's messages become lines on standard error. The receiver runs on the thread that logged.
@@ -90,8 +90,7 @@ void note_log(const VX_LOG_RECORD* record) {
 void show_warnings(const SettingPlaces& places) {
   for (const Said& said : said_at_start) {
     const std::string place = places.of_message(said.text, source_text);
-    std::fprintf(stderr, "%s: %s: %s\n", shown(place).c_str(), said.error ? "error" : "warning",
-                 shown(said.text).c_str());
+    put_line(said.error ? kErrorLevel : kWarningLevel, place, said.text, true);
   }
 }
 
@@ -236,7 +235,7 @@ void LogLines::show() const {
 }
 
 void report(const std::string& path, const std::string& text) {
-  std::fprintf(stderr, "%s: %s\n", shown(path).c_str(), shown(text).c_str());
+  put_line(kWarningLevel, path, text);
 }
 
 std::string describe_failure(VX_STATUS status, int64_t offset, uint32_t tag) {

@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/log_lines.h"
 #include "base/parallel.h"
 #include "base/tags.h"
 #include "lobby.h"
@@ -325,6 +326,8 @@ void Acceptor::serve_association(int32_t association, const Handler& handler) co
   one.id = association;
   const Watch watch(one);
   watched = &one;
+  const LogContext peer("peer", caller.calling_title + "@" + caller.address);
+  const LogContext number("association", std::to_string(association));
   handler(association, caller);
 }
 

@@ -39,6 +39,7 @@ constexpr Option kOptions[] = {
     VEXAL_DEIDENTIFY_OPTIONS,
     VEXAL_STORAGE_OPTIONS,
     VEXAL_ACCEPTOR_OPTIONS,
+    VEXAL_SERVICE_OPTIONS,
 };
 
 // Requests that a peer may send ahead of the answers, which come in their order.
