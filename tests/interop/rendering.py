@@ -4,6 +4,7 @@
 usage: rendering.py VEXAL
 Exit 77 (skipped) where pydicom or numpy are missing.
 """
+import colorsys
 import os
 import struct
 import sys
@@ -21,13 +22,15 @@ from pictures import picture_of, read_by_ffmpeg, read_png, read_pnm
 KIND = "1.2.840.10008.5.1.4.1.1.7"
 
 
-def image(path, pixels, *more, photometric="MONOCHROME2", stored=None):
-    """A file of pixels by row and column, and colour; elements of more go in at their places."""
+def image(path, pixels, *more, photometric="MONOCHROME2", stored=None, planar=0, halved=False):
+    """A file of pixels by row and column, and colour, whose differences two pixels may share; elements of more go in at their places."""
     w = Writer()
     stored = stored or 8 * pixels.itemsize
     samples = pixels.shape[2] if pixels.ndim == 3 else 1
-    parts = description(w, *pixels.shape[:2], 8 * pixels.itemsize, stored, samples, 1, int(pixels.dtype.kind == "i"), 0, photometric)
-    value = pixels.tobytes()
+    parts = description(w, *pixels.shape[:2], 8 * pixels.itemsize, stored, samples, 1, int(pixels.dtype.kind == "i"), planar, photometric)
+    if halved:
+        pixels = numpy.concatenate([pixels[:, ::2, :1], pixels[:, 1::2, :1], pixels[:, ::2, 1:]], 2)
+    value = (pixels.transpose(2, 0, 1) if planar else pixels).tobytes()
     value = w.element(0x7FE00010, "OB" if pixels.itemsize == 1 else "OW", value + bytes(len(value) % 2))
     return write(path, w.file(head(w, KIND) + tail(w) + parts + b"".join(more) + value, KIND))
 
@@ -161,6 +164,43 @@ def check_colours(folder):
     for broken in (profile[:200], b"nothing ", profile[:16] + b"CMYK" + profile[20:]):
         got = picture_of(changed(path, ICCProfile=broken), folder, status=1, says="ICC profile")
         check(apart(got, pixels) == 0, "a broken profile changes colours")
+
+
+FORWARD = {  # from red, green and blue, and where zero lies
+    "RGB": (numpy.eye(3), (0, 0, 0)),
+    "YBR_FULL": ([[.299, .587, .114], [-.168736, -.331264, .5], [.5, -.418688, -.081312]], (0, 128, 128)),
+    "YBR_PARTIAL_422": ([[.2568, .5041, .0979], [-.1482, -.2910, .4392], [.4392, -.3678, -.0714]], (16, 128, 128)),
+}
+
+
+def check_colour_spaces(folder):
+    """Each photometric interpretation at each depth and order, by the definitions and beside the peer."""
+    peer = has("dcm2pnm", "colours")
+    rgb = numpy.random.default_rng(4).integers(0, 256, (6, 10, 3)).repeat(2, 1).astype(float)  # so that pairs have one colour
+    rgb[0, :4] = [(0, 0, 0), (0, 0, 0), (255, 255, 255), (255, 255, 255)]
+    high = rgb.max(2)
+    span = high - rgb.min(2)
+    with numpy.errstate(divide="ignore", invalid="ignore"):
+        red, green, blue = (rgb[..., c] for c in range(3))
+        turn = numpy.select([span == 0, high == red, high == green], [0, (green - blue) / span % 6, (blue - red) / span + 2], (red - green) / span + 4)
+        hsv = numpy.stack([turn * 255 / 6, numpy.where(high == 0, 0, span / high * 255), high], 2)
+    for name, stored, planar in [("RGB", 8, 1), ("RGB", 6, 0), ("RGB", 12, 0), ("RGB", 16, 1), ("HSV", 8, 0), ("HSV", 16, 1), ("YBR_FULL", 8, 0), ("YBR_FULL", 8, 1),
+                                 ("YBR_FULL", 12, 0), ("YBR_FULL", 16, 1), ("YBR_FULL_422", 8, 0), ("YBR_PARTIAL_422", 8, 0), ("YBR_PARTIAL_420", 8, 0)]:
+        matrix, zero = FORWARD.get(name.replace("FULL_422", "FULL").replace("420", "422"), (None, None))
+        values = hsv if name == "HSV" else rgb @ numpy.array(matrix).T + zero
+        scale = 2 ** (stored - 8) if "YBR" in name else ((1 << stored) - 1) / 255
+        pixels = (values * scale).round().clip(0, (1 << stored) - 1).astype("u1" if stored <= 8 else "<u2")
+        path = image(folder + "/image", pixels, photometric=name, stored=stored, planar=planar, halved=name.endswith("422"))
+        got = picture_of(path, folder, "--no-aspect")
+        want = rgb
+        if name == "HSV":  # of what rounding has left
+            want = numpy.array([colorsys.hsv_to_rgb(*pixel) for pixel in pixels.reshape(-1, 3) / ((1 << stored) - 1)]).reshape(rgb.shape) * 255
+        far = 1 if name == "HSV" else 2 if stored >= 8 else 3
+        check(apart(got, want) <= far, "%s of %d bits: %s apart" % (name, stored, apart(got, want)))
+        if peer and name != "YBR_PARTIAL_420":
+            ended(run("dcm2pnm", "+op", path, folder + "/peer.pnm"), "dcm2pnm %s %d" % (name, stored))
+            theirs = read_pnm(folder + "/peer.pnm").astype(int)
+            check(apart(got, theirs) <= (5 if name == "HSV" else 2), "%s of %d bits: %s apart from the peer" % (name, stored, apart(got, theirs)))
 
 
 def check_shape(folder):
@@ -318,10 +358,55 @@ def check_state_places(folder):
         ({"ShutterShape": "CIRCULAR", "CenterOfCircularShutter": [12, 15], "RadiusOfCircularShutter": 7}, (x - 15) ** 2 + (y - 12) ** 2 > 49),
         ({"ShutterShape": "POLYGONAL", "VerticesOfThePolygonalShutter": [3, 3, 3, 20, 15, 20, 15, 3]}, (x < 3) | (x > 20) | (y < 3) | (y > 15)),
     ]
-    for attributes, shut in shutters:
-        made = state(made, path, ShutterPresentationValue=0x8080, **attributes)
-        got = picture_of(path, folder, "--presentation", made)[..., 0]
-        check(apart(got, numpy.where(shut, 0x80, pixels)) == 0, "a shutter: %s" % attributes)
+    def with_bitmap(file, shut):
+        data = pydicom.dcmread(file)
+        for element, vr, value in ((0x10, "US", 24), (0x11, "US", 30), (0x40, "CS", "G"), (0x50, "SS", [1, 1]), (0x100, "US", 1), (0x102, "US", 0),
+                                   (0x3000, "OW", numpy.packbits(shut, bitorder="little").tobytes())):
+            data.add_new(0x60020000 + element, vr, value)
+        data.save_as(file)
+        return file
+
+    shutters += [({**shutters[0][0], **shutters[1][0], "ShutterShape": ["RECTANGULAR", "CIRCULAR"]},
+                  shutters[0][1] | shutters[1][1]), ({"ShutterShape": "BITMAP", "ShutterOverlayGroup": 0x6002}, (x + y) % 3 == 0)]
+    for attributes, shut in shutters:  # of a state, of the image, and of its frame
+        made = with_bitmap(state(made, path, ShutterPresentationValue=0x8080, **attributes), shut)
+        want = numpy.where(shut, 0x80, pixels)
+        own = changed(path, ShutterPresentationValue=0x8080, WindowCenter="128", WindowWidth="256", **attributes)
+        if attributes["ShutterShape"] == "BITMAP":
+            with_bitmap(own, shut)
+        check(apart(picture_of(own, folder)[..., 0], want) == 0, "a shutter of the image: %s" % attributes)
+        got = picture_of(own, folder, "--presentation", state(folder + "/bare", path))[..., 0]
+        check(apart(got, pixels) == 0, "a shutter of the image, which the state takes away: %s" % attributes)
+        check(apart(picture_of(own, folder, "--no-shutter", "--no-overlays")[..., 0], pixels) == 0, "--no-shutter: %s" % attributes)
+        check(apart(picture_of(own, folder, "--presentation", made)[..., 0], want) == 0, "a shutter: %s" % attributes)
+        check(apart(picture_of(own, folder, "--presentation", made, "--no-shutter")[..., 0], pixels) == 0, "--no-shutter and a state: %s" % attributes)
+        if attributes["ShutterShape"] != "BITMAP":
+            groups = items({"FrameDisplayShutterSequence": items({"ShutterPresentationValue": 0x8080, **attributes})})
+            own = changed(path, WindowCenter="128", WindowWidth="256", PerFrameFunctionalGroupsSequence=groups)
+            check(apart(picture_of(own, folder)[..., 0], want) == 0, "a shutter of the frame: %s" % attributes)
+
+
+def check_state_frames(folder):
+    """Sheets and films have the frames that the state is about, each as the state wants it; layers lie below what it draws."""
+    stack = numpy.stack([numpy.full((32, 48), 20 * i, "u1") for i in range(8)])
+    path = changed(image(folder + "/image", stack.reshape(256, 48)), Rows=32, NumberOfFrames=8)
+    made = folder + "/state"
+    shut = {"ShutterShape": "RECTANGULAR", "ShutterLeftVerticalEdge": 9, "ShutterRightVerticalEdge": 48, "ShutterUpperHorizontalEdge": 1,
+            "ShutterLowerHorizontalEdge": 32, "ShutterPresentationValue": 0xFFFF}
+    state(made, path, frames=[7, 2, 4, 99], **shut)
+    want = lambda frame: numpy.where(numpy.arange(48) < 8, 255, 20 * frame)[None].repeat(32, 0)
+    vexal("pixel", "sheet", "--columns", "3", "--tile", "48", "--presentation", made, path, folder + "/sheet.png")
+    sheet = read_png(folder + "/sheet.png")[..., 0]
+    check(sheet.shape == (48, 144) and apart(sheet[:32], numpy.concatenate([want(n) for n in (1, 3, 6)], 1)) == 0, "a sheet of a state's frames")
+    check(apart(picture_of(path, folder, "--presentation", made)[..., 0], want(1)) == 0, "the first of a state's frames")
+    for command, out in (("render", "o.png"), ("sheet", "o.png"), ("video", "o.mp4")):
+        vexal("pixel", command, "--presentation", made, "--frame", "3", path, folder + "/" + out, status=2, says="other frames")
+        check(not os.path.exists(folder + "/" + out), command + " leaves something")
+    vexal("pixel", "sheet", "--bits", "16", path, folder + "/o.png", status=2, says="is for vexal pixel render")
+    if has("ffmpeg", "films of presentation states"):
+        vexal("pixel", "video", "--presentation", made, path, folder + "/film.mp4")
+        film = read_by_ffmpeg(folder + "/film.mp4").reshape(-1, 32, 48)
+        check(len(film) == 3 and max(apart(film[i], want(n)) for i, n in enumerate((1, 3, 6))) < 25, "a film of a state's frames")
 
 
 def check_state_drawings(folder):
@@ -400,4 +485,4 @@ def check_state_drawings(folder):
     vexal("pixel", "render", path, os.path.join(folder, "none.png"), "--presentation", made, status=2, says="45 degrees")
 
 
-sys.exit(run_parts(check_formats, check_grey, check_colours, check_shape, check_videos, check_state_shades, check_state_places, check_state_drawings))
+sys.exit(run_parts(check_formats, check_grey, check_colours, check_colour_spaces, check_shape, check_videos, check_state_shades, check_state_places, check_state_frames, check_state_drawings, chosen=sys.argv[3:]))

@@ -15,6 +15,7 @@ from made import Writer, description, head, tail
 
 need("gdcmconv", "dcmj2pnm", modules=["pydicom", "numpy"])
 import numpy
+import pydicom
 
 from pixels import ENCAPSULATED, DEFLATED_FRAMES, Image, distance, packed_file, samples_of, save_frames
 
@@ -120,6 +121,35 @@ def check_comparison(folder):
     GREY8.write(one)
     Image(9, 12, 8, 0, "PALETTE COLOR", frames=2).write(two)
     compare(2, "no transformation is defined")
+    many = Image(3, 5, 12, frames=300)
+    many.write(one)
+    many.pixels = many.pixels.copy()
+    many.pixels[[7, 200], 2, 4, 0] ^= 1
+    many.write(two)
+    lines = vexal("pixel", "compare", one, two, status=1).stdout.decode().splitlines()
+    check([line.split(":")[0] for line in lines] == ["frame %d" % n for n in range(1, 301)], "frames out of their order")
+    check([n for n, line in enumerate(lines) if "row 3, column 5: " in line] == [7, 200], "the frames that differ")
+    short = pydicom.dcmread(two)
+    short.PixelData = short.PixelData[:-40]
+    short.save_as(two)
+    compare(2, "two: frame 299: ")
+    w = Writer()
+    for name, tag, kind in (("float", 0x7FE00008, "<f4"), ("double", 0x7FE00009, "<f8")):
+        numbers = numpy.array([1.5, -2, numpy.nan, numpy.inf, 3e30, 7], kind)
+        for path, values in ((one, numbers), (two, numbers + [0, 0, 0, 0, 0, 0.25]), (packed, numpy.where(numpy.isnan(numbers), 4, numbers))):
+            write(path, w.file(head(w) + tail(w) + description(w, 2, 3, 8 * numbers.itemsize) + w.element(tag, "OF" if name == "float" else "OD", values.astype(kind).tobytes())))
+        compare(0, "equal", b=one)
+        compare(1, "1 of 6 values differ, at most by 0.25 (row 2, column 3: 7 and 7.25)")
+        compare(1, "1 of 6 values differ, at most by inf (row 1, column 3: nan and 4)", b=packed)
+    large = Image(517, 611, 16)
+    large.write(one)
+    large.pixels = large.pixels.copy()
+    large.pixels[0, 500, 600, 0] ^= 0x8000
+    large.pixels[0, 3, 4, 0] ^= 0x0101
+    large.write(two)
+    compare(1, "2 of 315887 values differ, at most by 32768 (row 501, column 601: ")
+    write(one, w.file(head(w) + tail(w) + description(w, 3, 3, 8, 8, 3, photometric="YBR_FULL_422") + w.element(0x7FE00010, "OB", bytes(18))))
+    compare(2, "too short", b=one)
 
 
 # ---- Video ----

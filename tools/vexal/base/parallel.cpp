@@ -19,17 +19,17 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Prints the outputs of the files in order, each as soon as `result_of` gives it. The worst exit code.
+// Prints the outputs in order, each as soon as `result_of` gives it. The worst exit code.
 template <typename ResultOf>
-int print_all(const std::vector<std::string>& files, ResultOf result_of) {
+int print_all(const OrderedWork& all, ResultOf result_of) {
   int worst = 0;
-  Progress progress(files.size());
-  for (std::size_t i = 0; i < files.size(); ++i) {
+  Progress progress(all.count, all.things);
+  for (std::size_t i = 0; i < all.count; ++i) {
     FileResult result{"", kUsage};
     try {
       result = result_of(i);
     } catch (const std::exception&) {
-      report(files[i], words_of(std::current_exception()));
+      report(all.name(i), words_of(std::current_exception()));
     }
     std::fwrite(result.output.data(), 1, result.output.size(), stdout);
     worst = std::max(worst, result.exit);
@@ -44,24 +44,23 @@ int print_all(const std::vector<std::string>& files, ResultOf result_of) {
 // bounded.
 class OrderedRun {
  public:
-  OrderedRun(const std::vector<std::string>& files, const std::function<FileResult(const std::string&)>& work)
-      : files_(files), work_(work), places_(files.size()) {}
+  explicit OrderedRun(const OrderedWork& all) : all_(all), places_(kAhead) {}
 
   void worker() {
     std::unique_lock lock(mutex_);
-    while (next_ < files_.size()) {
+    while (next_ < all_.count) {
       const std::size_t mine = next_++;
       room_.wait(lock, [&] { return mine < printed_ + kAhead || stopping_; });
       if (stopping_) return;
       lock.unlock();
       Place place{.ready = true};
       try {
-        place.result = work_(files_[mine]);
+        place.result = all_.work(mine);
       } catch (...) {
         place.thrown = std::current_exception();
       }
       lock.lock();
-      places_[mine] = std::move(place);
+      places_[mine % kAhead] = std::move(place);
       done_.notify_one();
     }
   }
@@ -75,13 +74,14 @@ class OrderedRun {
     room_.notify_all();
   }
 
-  FileResult wait_for(std::size_t file) {
+  FileResult wait_for(std::size_t number) {
     Place place;
+    Place& waiting = places_[number % kAhead];
     {
       std::unique_lock lock(mutex_);
-      done_.wait(lock, [&] { return places_[file].ready; });
-      std::swap(place, places_[file]);
-      printed_ = file + 1;
+      done_.wait(lock, [&] { return waiting.ready; });
+      std::swap(place, waiting);
+      printed_ = number + 1;
     }
     room_.notify_all();
     if (place.thrown != nullptr) std::rethrow_exception(place.thrown);
@@ -95,9 +95,8 @@ class OrderedRun {
     bool ready = false;
   };
   static constexpr std::size_t kAhead = 64;
-  const std::vector<std::string>& files_;
-  const std::function<FileResult(const std::string&)>& work_;
-  std::vector<Place> places_;
+  const OrderedWork& all_;
+  std::vector<Place> places_;  // of those that are under way or wait, by the rest of their number
   std::mutex mutex_;
   std::condition_variable done_;
   std::condition_variable room_;
@@ -136,8 +135,9 @@ void start_threads(std::vector<std::jthread>& threads, std::size_t number,
   // Those that are there do the work: neither threads nor memory are left for more.
 }
 
-Progress::Progress(std::size_t total)
+Progress::Progress(std::size_t total, const char* things)
     : total_(total),
+      things_(things),
       start_(Clock::now()),
       terminal_(::isatty(STDERR_FILENO) != 0 && ::isatty(STDOUT_FILENO) == 0) {}
 
@@ -148,7 +148,7 @@ void Progress::step(std::size_t done) {
   shown_ = now;
   const double seconds = std::chrono::duration<double>(now - start_).count();
   const double rate = static_cast<double>(done) / seconds;
-  std::fprintf(stderr, "\r%zu of %zu files, %.0f a second, %.0f s left ", done, total_, rate,
+  std::fprintf(stderr, "\r%zu of %zu %s, %.0f a second, %.0f s left ", done, total_, things_, rate,
                static_cast<double>(total_ - done) / std::max(rate, 1e-9));
   drawn_ = true;
 }
@@ -161,19 +161,25 @@ unsigned default_threads() {
   return std::max(1U, std::thread::hardware_concurrency());
 }
 
-int for_each_file(const std::vector<std::string>& files, unsigned threads,
-                  const std::function<FileResult(const std::string&)>& work) {
-  const std::size_t count = std::min<std::size_t>(threads, files.size());
-  OrderedRun run(files, work);
+int for_each_in_order(const OrderedWork& all, unsigned threads) {
+  const std::size_t count = std::min<std::size_t>(threads, all.count);
+  OrderedRun run(all);
   std::vector<std::jthread> workers;
   if (count > 1) start_threads(workers, count, [&run] { run.worker(); });
-  if (workers.empty()) return print_all(files, [&](std::size_t file) { return work(files[file]); });
+  if (workers.empty()) return print_all(all, all.work);
   // Whatever ends the printing, nobody waits for it.
   const struct Stop {
     OrderedRun& run;
     ~Stop() { run.stop(); }
   } stop{run};
-  return print_all(files, [&run](std::size_t file) { return run.wait_for(file); });
+  return print_all(all, [&run](std::size_t number) { return run.wait_for(number); });
+}
+
+int for_each_file(const std::vector<std::string>& files, unsigned threads,
+                  const std::function<FileResult(const std::string&)>& work) {
+  return for_each_in_order({files.size(), [&](std::size_t i) { return work(files[i]); },
+                            [&](std::size_t i) { return files[i]; }, "files"},
+                           threads);
 }
 
 }  // namespace vexal

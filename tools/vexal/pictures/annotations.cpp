@@ -65,7 +65,7 @@ std::vector<std::string> lines_of(const std::string& text) {
 
 }  // namespace
 
-void Presentation::draw_layers(const PixelImage& image, Picture& picture) {
+void Presentation::draw_layers(Picture& picture) {
   std::vector<GraphicLayer> layers = read_layers(file_.id());
   const std::vector<int32_t> annotations = sequence_items(file_.id(), tags::kGraphicAnnotationSequence);
   for (const int32_t item : annotations) {  // what lies in no layer that is told of comes last
@@ -76,7 +76,7 @@ void Presentation::draw_layers(const PixelImage& image, Picture& picture) {
   }
   for (const GraphicLayer& layer : layers) {
     if (is_coloured(layer.colour) && picture.bits == 8) to_colour(picture);
-    draw_overlays(image, layer.name, layer.colour, picture);
+    draw_overlays(layer.name, layer.colour, picture);
     for (const int32_t item : annotations) {
       if (text_of(item, tags::kGraphicLayer) != layer.name || !applies(item)) continue;
       draw_graphics(item, layer.colour, picture);
@@ -87,14 +87,13 @@ void Presentation::draw_layers(const PixelImage& image, Picture& picture) {
 }
 
 // Planes of the state itself or of the image, each pixel as large as one of the image.
-void Presentation::draw_overlays(const PixelImage& image, const std::string& layer, const Shade& colour,
-                                 Picture& picture) const {
+void Presentation::draw_overlays(const std::string& layer, const Shade& colour, Picture& picture) const {
   Canvas canvas(picture, colour);
   for (uint32_t group = kFirstOverlay; group <= kLastOverlay; group += kNextOverlay) {
     if (text_of(file_.id(), group | 0x1001) != layer) continue;
     Overlay overlay;
-    if (!overlay.read(file_.id(), group, image.description(), frame_, nullptr) &&
-        !overlay.read(image.file().id(), group, image.description(), frame_, &bytes_))
+    if (!overlay.read(file_.id(), group, image_->description(), frame_, nullptr) &&
+        !overlay.read(image_->file().id(), group, image_->description(), frame_, &bytes_))
       continue;
     overlay.each([&](uint32_t column, uint32_t row) {
       const double x = column;

@@ -8,6 +8,7 @@
 #include "base/session.h"
 #include "base/tags.h"
 #include "base/values.h"
+#include "rendering/colour.h"
 
 namespace vexal {
 namespace {
@@ -43,16 +44,6 @@ bool met(const char* option, const Selection& selection) {
   const std::vector<std::string> unmet = selection.unmet();
   for (const std::string& word : unmet) complain("%s %s: there is none", option, word.c_str());
   return unmet.empty();
-}
-
-void make_coloured(Picture& picture) {
-  if (picture.samples == 3) return;
-  std::vector<uint8_t> bytes(picture.bytes.size() * 3);
-  for (std::size_t i = 0; i < picture.bytes.size(); ++i) {
-    std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(3 * i), 3, picture.bytes[i]);
-  }
-  picture.bytes = std::move(bytes);
-  picture.samples = 3;
 }
 
 }  // namespace
@@ -149,7 +140,7 @@ std::string Layers::draw(uint32_t frame, Picture& picture) {
   if (layers_.empty()) return "";
   if (picture.width != ground_->width || picture.height != ground_->height)
     return "layers go over whole pictures of the image as it is stored";
-  make_coloured(picture);
+  to_colour(picture);
   Slice slice;
   slice.frame = frame;
   ImagePlane plane;

@@ -17,7 +17,7 @@
 namespace vexal {
 
 #define VEXAL_LAYER_OPTIONS                                                                               \
-  {"--segmentation", "FILE", "render, sheet: show a segmentation over the image (repeated for several)"}, \
+  {"--segmentation", "FILE", "render, sheet, video: show a segmentation over it (repeated for several)"}, \
       {"--segment", "N|LABEL", "only this segment (repeated for several)"},                               \
       {"--contours", "FILE", "show the contours of a structure set (repeated)"},                          \
       {"--roi", "N|NAME", "only this region of interest (repeated)"},                                     \

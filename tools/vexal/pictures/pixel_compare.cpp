@@ -4,8 +4,9 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <tuple>
 
-#include "base/names.h"
+#include "base/parallel.h"
 #include "pixel_actions.h"
 
 namespace vexal {
@@ -59,6 +60,23 @@ struct Difference {
   std::size_t sample = 0;
   double one = 0;  // and what stands there
   double other = 0;
+
+  void take(std::size_t at, std::size_t which, double a, double b) {
+    if (a == b || (std::isnan(a) && std::isnan(b))) return;
+    const double difference = std::abs(a - b);
+    const double apart = std::isnan(difference) ? HUGE_VAL : difference;  // a number and none
+    ++count;
+    sum += apart;
+    if (apart > largest) std::tie(largest, pixel, sample, one, other) = std::tie(apart, at, which, a, b);
+  }
+  // Of pixels behind these.
+  void add(const Difference& behind) {
+    const uint64_t together = count + behind.count;
+    const double all = sum + behind.sum;
+    if (behind.largest > largest) *this = behind;
+    count = together;
+    sum = all;
+  }
 };
 
 // Values of a frame by pixel and sample, whatever their order.
@@ -66,23 +84,12 @@ class Values {
  public:
   Values(const PixelImage& image, const Bytes& frame)
       : samples_(image.description(), frame.data()),
-        count_(image.description().samples),
-        pixels_(image.description().pixels()),
-        planar_(image.is_planar()),
-        packed_(frame.size() < pixels_ * count_ * ((image.description().allocated + 7) / 8) &&
-                image.description().allocated != 1) {}
-  double at(std::size_t pixel, std::size_t sample) const {
-    if (planar_) return samples_.value(sample * pixels_ + pixel);
-    if (!packed_) return samples_.value(count_ * pixel + sample);
-    return samples_.value(pixel / 2 * 4 + (sample == 0 ? pixel % 2 : sample + 1));  // Y Y Cb Cr for two
-  }
+        order_(image.description(), image.is_planar(), frame.size()) {}
+  double at(std::size_t pixel, std::size_t sample) const { return samples_.value(order_.at(pixel, sample)); }
 
  private:
   StoredSamples samples_;
-  std::size_t count_;
-  std::size_t pixels_;
-  bool planar_;
-  bool packed_;
+  SampleOrder order_;
 };
 
 // Frames of equal bytes have equal values then.
@@ -93,37 +100,37 @@ bool have_one_form(const PixelImage& one, const PixelImage& other) {
          a.is_signed == b.is_signed && a.photometric == b.photometric && one.is_planar() == other.is_planar();
 }
 
-Difference find_differences(const PixelImage& a, const Bytes& in_a, const PixelImage& b, const Bytes& in_b) {
-  Difference found;
-  const ImageDescription& d = a.description();
-  const std::size_t pixels = std::size_t{d.rows} * d.columns;
-  const bool transforms = colour_of(d.photometric) != colour_of(b.description().photometric);
+// Of two frames, a band of pixels on each thread.
+Difference find_differences(const PixelImage& a, const Bytes& in_a, const PixelImage& b, const Bytes& in_b,
+                            unsigned threads) {
+  constexpr std::size_t kLeastBand = std::size_t{1} << 16;
+  const std::size_t pixels = a.description().pixels();
+  const std::size_t samples = a.description().samples;
+  const bool transforms = colour_of(a.description().photometric) != colour_of(b.description().photometric);
   const Values values_a(a, in_a);
   const Values values_b(b, in_b);
-  const auto take = [transforms](const PixelImage& image, const Values& from, std::size_t pixel) {
+  const auto read = [&](const PixelImage& image, const Values& from, std::size_t pixel) {
     std::array<double, 3> values{};
     const ImageDescription& description = image.description();
-    for (std::size_t s = 0; s < description.samples; ++s) values[s] = from.at(pixel, s);
+    for (std::size_t s = 0; s < samples; ++s) values[s] = from.at(pixel, s);
     if (transforms && colour_of(description.photometric) == Colour::kYbr) to_rgb(values, description.stored);
     return values;
   };
-  for (std::size_t i = 0; i < pixels; ++i) {
-    const std::array<double, 3> one = take(a, values_a, i);
-    const std::array<double, 3> other = take(b, values_b, i);
-    for (std::size_t s = 0; s < d.samples; ++s) {
-      const double apart = std::abs(one[s] - other[s]);
-      if (apart == 0 || (std::isnan(one[s]) && std::isnan(other[s]))) continue;
-      ++found.count;
-      found.sum += apart;
-      if (apart <= found.largest) continue;
-      found.largest = apart;
-      found.pixel = i;
-      found.sample = s;
-      found.one = one[s];
-      found.other = other[s];
+  std::vector<Difference> bands(std::clamp<std::size_t>(pixels / kLeastBand, 1, threads));
+  struct None {};
+  on_threads<None>(threads, bands.size(), [&](None&, std::size_t band) {
+    Difference found;
+    const std::size_t end = pixels * (band + 1) / bands.size();
+    for (std::size_t i = pixels * band / bands.size(); i < end; ++i) {
+      const std::array<double, 3> one = read(a, values_a, i);
+      const std::array<double, 3> other = read(b, values_b, i);
+      for (std::size_t s = 0; s < samples; ++s) found.take(i, s, one[s], other[s]);
     }
-  }
-  return found;
+    bands[band] = found;
+  });
+  Difference all;
+  for (const Difference& band : bands) all.add(band);
+  return all;
 }
 
 std::string number_text(double value) {
@@ -143,6 +150,30 @@ std::string describe(const Difference& d, const ImageDescription& image) {
          number_text(d.sum / static_cast<double>(samples));
 }
 
+// The line that tells of a frame.
+FileResult compare_frame(PixelImage& image, const std::string& in, PixelImage& second,
+                         const std::string& other, uint32_t number, unsigned threads) {
+  const std::string name = "frame " + std::to_string(number + 1) + ": ";
+  Bytes one;
+  Bytes two;
+  const auto read = [&](PixelImage& from, const std::string& path, Bytes& bytes) {
+    const CurrentFile current(path);
+    std::string problem = from.frame(number, bytes);
+    const ImageDescription& d = from.description();
+    const std::size_t samples = SampleOrder(d, from.is_planar(), bytes.size()).end();
+    if (problem.empty() && samples * d.allocated > bytes.size() * 8) problem = "the frame is too short";
+    if (!problem.empty()) report(path, name + problem);
+    return problem.empty();
+  };
+  if (!read(image, in, one) || !read(second, other, two)) return {"", kUsage};
+  Difference found;
+  const bool same = have_one_form(image, second) && one.size() == two.size() &&
+                    std::memcmp(one.data(), two.data(), one.size()) == 0;
+  if (!same) found = find_differences(image, one, second, two, threads);
+  if (found.count == 0) return {name + "equal\n", kSuccess};
+  return {name + describe(found, image.description()) + "\n", kFindings};
+}
+
 }  // namespace
 
 int compare_images(const Args& args, PixelImage& image, const std::string& in, const std::string& other) {
@@ -158,22 +189,15 @@ int compare_images(const Args& args, PixelImage& image, const std::string& in, c
   }
   Choice choice;
   if (!chosen(args, d.frames, true, choice)) return kUsage;
-  uint32_t different = 0;
-  int result = each_frame(choice, in, [&](uint32_t i) -> std::string {
-    const uint32_t number = choice.first + i;
-    Bytes one;
-    Bytes two;
-    if (std::string problem = image.frame(number, one); !problem.empty()) return problem;
-    if (std::string problem = second.frame(number, two); !problem.empty()) return other + ": " + problem;
-    Difference found;
-    const bool same = have_one_form(image, second) && one.size() == two.size() &&
-                      std::memcmp(one.data(), two.data(), one.size()) == 0;
-    if (!same) found = find_differences(image, one, second, two);
-    if (found.count != 0) ++different;
-    say("frame %u: %s", number + 1, found.count == 0 ? "equal" : describe(found, d).c_str());
-    return "";
-  });
-  if (different != 0) result = std::max(result, static_cast<int>(kFindings));
+  const unsigned threads = default_threads();
+  const unsigned of_frame = std::max(threads / choice.count, 1U);
+  const OrderedWork work{
+      choice.count,
+      [&](std::size_t i) {
+        return compare_frame(image, in, second, other, choice.first + static_cast<uint32_t>(i), of_frame);
+      },
+      [&](std::size_t i) { return in + ": frame " + std::to_string(choice.first + i + 1); }, "frames"};
+  int result = for_each_in_order(work, threads);
   result = judge(image, in, result);
   return judge(second, other, result);
 }

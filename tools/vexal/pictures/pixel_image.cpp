@@ -9,6 +9,7 @@
 #include "files/absent_pixels.h"
 #include "rendering/colour.h"
 #include "rendering/overlays.h"
+#include "rendering/shutters.h"
 
 namespace vexal {
 namespace {
@@ -191,11 +192,18 @@ std::string PixelImage::show(uint32_t number, const GreySources& sources, const 
 std::string PixelImage::render(uint32_t number, const RenderOptions& options, Picture& picture) {
   Bytes bytes;
   std::string problem = show(number, sources(number), options, bytes, picture);
-  if (!problem.empty() || !options.overlays) return problem;
+  if (!problem.empty()) return problem;
+  const int32_t id = file_.id();
+  const int32_t of_frame = groups().item(number, tags::kFrameDisplayShutterSequence);
+  const int32_t shutters = of_frame >= 0 ? of_frame : id;
+  if (options.shutters)
+    draw_shutters({shutters, id, &bytes}, image_, number, pixel_shape(id, groups(), number), picture);
+  if (!options.overlays) return "";
+  const uint32_t shutter = shutter_overlay(shutters);
   const std::size_t pixel_bytes = std::size_t{picture.samples} * picture.bits / 8;
   for (uint32_t group = kFirstOverlay; group <= kLastOverlay; group += kNextOverlay) {
     Overlay overlay;
-    if (!overlay.read(file_.id(), group, image_, number, &bytes)) continue;
+    if (group == shutter || !overlay.read(id, group, image_, number, &bytes)) continue;
     overlay.each([&](uint32_t column, uint32_t row) {
       const std::size_t pixel = std::size_t{row} * picture.width + column;
       std::fill_n(picture.bytes.data() + pixel * pixel_bytes, pixel_bytes, uint8_t{255});

@@ -4,9 +4,8 @@
 #include <cstdio>
 
 #include "drawing/scale.h"
-#include "layers.h"
+#include "frame_painter.h"
 #include "pixel_actions.h"
-#include "presentation.h"
 #include "rendering/pixel_shape.h"
 
 namespace vexal {
@@ -14,23 +13,6 @@ namespace {
 
 constexpr std::size_t kLargestSheet = std::size_t{1} << 28;
 constexpr uint32_t kSheetFrames = 4096;
-
-// A frame as the state wants it, with layers below what the state draws. An error text, empty on success.
-std::string render_state(const std::string& path, PixelImage& image, uint32_t frame,
-                         const RenderOptions& options, Layers& layers, Picture& picture, int& result) {
-  Presentation state;
-  std::string problem = state.open(path);
-  if (problem.empty()) problem = state.choose(image, frame);
-  if (!problem.empty()) return path + ": " + problem;
-  problem = state.render(image, options, picture);
-  if (problem.empty()) problem = layers.draw(frame, picture);
-  if (problem.empty()) problem = state.display(image, picture);
-  for (const std::string& what : state.left_out()) {
-    report(path, what + " is not shown");
-    result = kFindings;
-  }
-  return problem;
-}
 
 // A picture made smaller by averaging, into its place on the sheet, always in colour.
 void place(const Picture& from, Picture& sheet, uint32_t left, uint32_t top, uint32_t tile) {
@@ -73,6 +55,7 @@ bool read_rendering(const Args& args, RenderOptions& options) {
   options.window = static_cast<int>(window);
   options.invert = args.has("--invert");
   options.overlays = !args.has("--no-overlays");
+  options.shutters = !args.has("--no-shutter");
   options.icc = !args.has("--no-icc");
   long table = 0;
   if (!args.number("--voi-lut", 1, 1000, table)) return false;
@@ -102,91 +85,64 @@ void shape_pixels(const PixelImage& image, uint32_t frame, bool square, Picture&
 }
 
 int render_frame(const Args& args, PixelImage& image, const std::string& in, const std::string& out) {
-  Choice choice;
-  RenderOptions options;
+  FramePainter painter;
   int quality = 0;
-  long bits = 8;
-  if (!args.number("--bits", 8, 16, bits)) return kUsage;
-  if (bits != 8 && bits != 16) {
-    complain("--bits %ld: give 8 or 16", bits);
-    return kUsage;
-  }
-  options.bits = static_cast<uint32_t>(bits);
-  if (!chosen(args, image.description().frames, false, choice) || !read_rendering(args, options) ||
-      !read_quality(args, quality))
-    return kUsage;
-  Layers layers;
-  if (!layers.open(args, image)) return kUsage;
-  if (bits != 8 && !layers.empty()) {
-    complain("--bits 16 is for an image alone");
-    return kUsage;
-  }
+  if (!read_quality(args, quality) || !painter.open(args, image, false)) return kUsage;
   Picture picture;
-  int result = kSuccess;
-  std::string problem;
-  if (const std::string path = args.get("--presentation"); !path.empty()) {
-    problem = render_state(path, image, choice.first, options, layers, picture, result);
-  } else {
-    problem = image.render(choice.first, options, picture);
-    if (problem.empty()) problem = layers.draw(choice.first, picture);
-    if (problem.empty()) shape_pixels(image, choice.first, !args.has("--no-aspect"), picture);
-  }
-  if (!problem.empty()) {
+  if (const std::string problem = painter.paint(painter.frames()[0], picture); !problem.empty()) {
     report(in, problem);
     return kUsage;
   }
-  problem = write_picture(picture, out, quality);
-  if (!problem.empty()) {
+  int result = kSuccess;
+  if (const std::string problem = write_picture(picture, out, quality); !problem.empty()) {
     report(out, problem);
     result = kUsage;
   }
-  return judge(image, in, layers.judge(result));
+  return painter.judge(in, result);
 }
 
 int make_sheet(const Args& args, PixelImage& image, const std::string& in, const std::string& out) {
-  Choice choice;
-  RenderOptions options;
+  FramePainter painter;
   long tile = 128;
   long columns = 0;
   int quality = 0;
-  if (!chosen(args, image.description().frames, true, choice) || !read_rendering(args, options) ||
-      !read_quality(args, quality) || !args.number("--tile", 8, 4096, tile) ||
-      !args.number("--columns", 1, 1024, columns)) {
+  if (!read_quality(args, quality) || !args.number("--tile", 8, 4096, tile) ||
+      !args.number("--columns", 1, 1024, columns) || !painter.open(args, image, true)) {
     return kUsage;
   }
-  Layers layers;
-  if (!layers.open(args, image)) return kUsage;
-  choice.count = std::min(choice.count, kSheetFrames);
-  if (columns == 0) columns = static_cast<long>(std::ceil(std::sqrt(choice.count)));
-  columns = std::min(columns, static_cast<long>(choice.count));
+  const std::vector<uint32_t>& frames = painter.frames();
+  const uint32_t count = static_cast<uint32_t>(std::min<std::size_t>(frames.size(), kSheetFrames));
+  if (columns == 0) columns = static_cast<long>(std::ceil(std::sqrt(count)));
+  columns = std::min(columns, static_cast<long>(count));
   const auto across = static_cast<uint32_t>(columns);
   const auto side = static_cast<uint32_t>(tile);
   Picture sheet;
   sheet.samples = 3;
   sheet.width = across * side;
-  sheet.height = (choice.count + across - 1) / across * side;
+  sheet.height = (count + across - 1) / across * side;
   if (std::size_t{sheet.width} * sheet.height > kLargestSheet) {
     complain("the sheet would be too large: take a smaller --tile");
     return kUsage;
   }
   sheet.bytes.assign(std::size_t{sheet.width} * sheet.height * 3, 0);
+  int result = kSuccess;
   uint32_t shown = 0;
-  int result = each_frame(choice, in, [&](uint32_t i) -> std::string {
-    Picture picture;
-    std::string problem = image.render(choice.first + i, options, picture);
-    if (problem.empty()) problem = layers.draw(choice.first + i, picture);
-    if (!problem.empty()) return problem;
-    shape_pixels(image, choice.first + i, !args.has("--no-aspect"), picture);
+  Picture picture;
+  for (uint32_t i = 0; i < count; ++i) {
+    if (const std::string problem = painter.paint(frames[i], picture); !problem.empty()) {
+      report(in, "frame " + std::to_string(frames[i] + 1) + ": " + problem);
+      result = kUsage;
+      continue;
+    }
     place(picture, sheet, i % across * side, i / across * side, side);
     ++shown;
-    return "";
-  });
+  }
   if (shown == 0) return result;
   if (const std::string problem = write_picture(sheet, out, quality); !problem.empty()) {
     report(out, problem);
     result = kUsage;
   }
-  return judge(image, in, layers.judge(result));
+  return painter.judge(in, result);
 }
 
 }  // namespace vexal

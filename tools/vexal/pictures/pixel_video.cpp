@@ -13,7 +13,7 @@
 #include "base/object_values.h"
 #include "base/tags.h"
 #include "files/temp_folder.h"
-#include "layers.h"
+#include "frame_painter.h"
 #include "pixel_actions.h"
 #include "rendering/colour.h"
 
@@ -185,13 +185,9 @@ int make_video(const Args& args, PixelImage& image, const std::string& in, const
     report(in, "its frames are a video already, which vexal pixel extract gives as it is");
     return kUsage;
   }
-  Choice choice;
-  RenderOptions options;
+  FramePainter painter;
   double rate = 0;
-  Layers layers;
-  if (!chosen(args, image.description().frames, true, choice) || !read_rendering(args, options) ||
-      !read_rate(args, image.file().id(), rate) || !layers.open(args, image))
-    return kUsage;
+  if (!read_rate(args, image.file().id(), rate) || !painter.open(args, image, true)) return kUsage;
   std::signal(SIGPIPE, SIG_IGN);  // a film that ends early is an error like others
   const std::string film_path = temp_folder_path() + "/film" + container->suffix;
   Film film(film_path);
@@ -199,14 +195,11 @@ int make_video(const Args& args, PixelImage& image, const std::string& in, const
   uint32_t width = 0;
   uint32_t height = 0;
   std::string problem;
-  for (uint32_t i = 0; i < choice.count && problem.empty(); ++i) {
-    const uint32_t number = choice.first + i;
-    problem = image.render(number, options, picture);
-    if (problem.empty()) problem = layers.draw(number, picture);
+  for (const uint32_t number : painter.frames()) {
+    problem = painter.paint(number, picture);
     if (problem.empty()) {
-      shape_pixels(image, number, !args.has("--no-aspect"), picture);
       to_colour(picture);
-      if (i == 0) {
+      if (width == 0) {
         width = picture.width;
         height = picture.height;
         problem = film.start(*container, width, height, rate);
@@ -215,12 +208,14 @@ int make_video(const Args& args, PixelImage& image, const std::string& in, const
       problem = picture.width == width && picture.height == height ? film.add(picture)
                                                                    : "it is of another size than the first";
     }
-    if (!problem.empty()) problem = "frame " + std::to_string(number + 1) + ": " + problem;
+    if (problem.empty()) continue;
+    problem = "frame " + std::to_string(number + 1) + ": " + problem;
+    break;
   }
   if (problem.empty()) problem = film.finish();
   if (problem.empty()) problem = hand_over(film_path, out);
   if (!problem.empty()) report(in, problem);
-  return judge(image, in, layers.judge(problem.empty() ? kSuccess : kUsage));
+  return painter.judge(in, problem.empty() ? kSuccess : kUsage);
 }
 
 }  // namespace vexal

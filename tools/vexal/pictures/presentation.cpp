@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <set>
 
 #include "base/attributes.h"
 #include "base/names.h"
@@ -9,12 +10,11 @@
 #include "base/tag_path.h"
 #include "base/tags.h"
 #include "base/values.h"
-#include "drawing/lab.h"
 #include "drawing/scale.h"
 #include "rendering/colour.h"
 #include "rendering/geometry.h"
-#include "rendering/overlays.h"
 #include "rendering/pixel_shape.h"
+#include "rendering/shutters.h"
 
 namespace vexal {
 namespace {
@@ -23,6 +23,7 @@ constexpr char kGrey[] = "1.2.840.10008.5.1.4.1.1.11.1";
 constexpr char kColour[] = "1.2.840.10008.5.1.4.1.1.11.2";
 constexpr char kPseudoColour[] = "1.2.840.10008.5.1.4.1.1.11.3";
 constexpr char kAngiography[] = "1.2.840.10008.5.1.4.1.1.11.5";
+constexpr const char* kShown[] = {kGrey, kColour, kPseudoColour, kAngiography};
 constexpr uint64_t kLargestDisplay = uint64_t{1} << 28;
 
 // A part of a picture, black where it reaches beyond.
@@ -92,13 +93,20 @@ void Presentation::leave_out(const std::string& what) {
   if (std::find(left_out_.begin(), left_out_.end(), what) == left_out_.end()) left_out_.push_back(what);
 }
 
-std::string Presentation::open(const std::string& path) {
+std::string Presentation::open(const std::string& path, PixelImage& image) {
+  image_ = &image;
+  instance_ = text_of(image.file().id(), tags::kSOPInstanceUID);
   if (file_.open(path, {}) != VX_NORMAL_COMPLETION) return file_.problem();
   const std::string kind = text_of(file_.id(), tags::kSOPClassUID);
-  for (const char* known : {kGrey, kColour, kPseudoColour, kAngiography}) {
-    if (kind == known) return "";
-  }
-  return describe_uid(kind) + " is no presentation state that can be shown";
+  const bool known =
+      std::any_of(std::begin(kShown), std::end(kShown), [&](const char* one) { return kind == one; });
+  if (!known) return describe_uid(kind) + " is no presentation state that can be shown";
+  if (std::string problem = find_frames(); !problem.empty()) return problem;
+  const bool grey =
+      image.description().samples == 1 && image.description().photometric.starts_with("MONOCHROME");
+  if (grey != (kind != kColour)) return grey ? "it is for images in colour" : "it is for images in grey";
+  if (has_attribute(file_.id(), tags::kMaskSubtractionSequence)) leave_out("the subtraction of a mask");
+  return "";
 }
 
 // Whether an item is about the frame: all are that name no images.
@@ -119,37 +127,38 @@ int32_t Presentation::applying(uint32_t sequence) const {
   return -1;
 }
 
-std::string Presentation::check_reference() const {
-  bool other_frames = false;
+std::string Presentation::find_frames() {
+  const uint32_t count = image_->description().frames;
+  bool about_it = false;
+  std::set<uint32_t> frames;
   for (const int32_t series : sequence_items(file_.id(), tags::kReferencedSeriesSequence)) {
     for (const int32_t image : sequence_items(series, tags::kReferencedImageSequence)) {
       if (text_of(image, tags::kReferencedSOPInstanceUID) != instance_) continue;
-      const std::vector<int32_t> frames = integers_of(image, tags::kReferencedFrameNumber);
-      if (frames.empty() ||
-          std::find(frames.begin(), frames.end(), static_cast<int32_t>(frame_) + 1) != frames.end())
-        return "";
-      other_frames = true;
+      about_it = true;
+      const std::vector<int32_t> numbers = integers_of(image, tags::kReferencedFrameNumber);
+      for (const int32_t number : numbers) {
+        if (number >= 1 && static_cast<uint32_t>(number) <= count)
+          frames.insert(static_cast<uint32_t>(number) - 1);
+      }
+      for (uint32_t i = 0; numbers.empty() && i < count; ++i) frames.insert(frames.end(), i);
     }
   }
-  return other_frames ? "it is about other frames of the image" : "it is about other images";
+  frames_.assign(frames.begin(), frames.end());
+  if (!frames_.empty()) return "";
+  return about_it ? "it is about other frames of the image" : "it is about other images";
 }
 
-std::string Presentation::choose(const PixelImage& image, uint32_t frame) {
-  instance_ = text_of(image.file().id(), tags::kSOPInstanceUID);
+std::string Presentation::choose(uint32_t frame) {
+  if (!std::binary_search(frames_.begin(), frames_.end(), frame))
+    return "it is about other frames of the image";
   frame_ = frame;
-  if (std::string problem = check_reference(); !problem.empty()) return problem;
-  const bool grey =
-      image.description().samples == 1 && image.description().photometric.starts_with("MONOCHROME");
-  const std::string kind = text_of(file_.id(), tags::kSOPClassUID);
-  if (grey != (kind != kColour)) return grey ? "it is for images in colour" : "it is for images in grey";
-  if (has_attribute(file_.id(), tags::kMaskSubtractionSequence)) leave_out("the subtraction of a mask");
-  return read_area(image);
+  return read_area();
 }
 
-std::string Presentation::render(PixelImage& image, const RenderOptions& options, Picture& picture) {
+std::string Presentation::render(const RenderOptions& options, Picture& picture) {
   const int32_t id = file_.id();
   GreySources sources;
-  sources.image = image.file().id();
+  sources.image = image_->file().id();
   sources.modality = sources.rescale = sources.presentation = id;
   sources.voi = sources.voi_table = applying(tags::kSoftcopyVOILUTSequence);
   sources.profile = id;
@@ -157,9 +166,11 @@ std::string Presentation::render(PixelImage& image, const RenderOptions& options
   RenderOptions own = options;
   const bool pseudo = text_of(id, tags::kSOPClassUID) == kPseudoColour;
   if (pseudo) own.bits = 16;
-  std::string problem = image.show(frame_, sources, own, bytes_, picture);
+  std::string problem = image_->show(frame_, sources, own, bytes_, picture);
   if (problem.empty() && pseudo) show_pseudo_colour(picture, problem);
-  if (problem.empty()) draw_shutters(image, picture);
+  if (problem.empty() && options.shutters)
+    draw_shutters({id, id, nullptr}, image_->description(), frame_,
+                  pixel_shape(image_->file().id(), image_->groups(), frame_), picture);
   return problem;
 }
 
@@ -185,77 +196,15 @@ void Presentation::show_pseudo_colour(Picture& picture, std::string& problem) co
   problem = apply_profile(file_.id(), picture);
 }
 
-// What lies outside of any of the shutters has one shade (PS3.3 sections C.7.6.11 and C.7.6.15).
-void Presentation::draw_shutters(const PixelImage& image, Picture& picture) const {
-  const int32_t id = file_.id();
-  const std::string shapes = all_text_of(id, tags::kShutterShape);
-  if (shapes.empty()) return;
-  const auto has = [&](const char* shape) { return shapes.find(shape) != std::string::npos; };
-  const auto shade =
-      static_cast<uint8_t>(std::min(number_of(id, tags::kShutterPresentationValue), 65535U) >> 8);
-  std::array<uint8_t, 3> colour{shade, shade, shade};
-  const std::vector<double> lab = reals_of(id, tags::kShutterPresentationColorCIELabValue);
-  if (lab.size() == 3 && picture.samples == 3) colour = from_lab(lab);
-  Canvas canvas(picture, colour);
-  const auto integer = [&](uint32_t tag, int64_t otherwise) {
-    const std::vector<int32_t> values = integers_of(id, tag);
-    return values.empty() ? otherwise : int64_t{values[0]};
-  };
-  if (has("RECTANGULAR")) {
-    const int64_t left = integer(tags::kShutterLeftVerticalEdge, 1) - 1;
-    const int64_t right = integer(tags::kShutterRightVerticalEdge, picture.width);
-    const int64_t top = integer(tags::kShutterUpperHorizontalEdge, 1) - 1;
-    const int64_t bottom = integer(tags::kShutterLowerHorizontalEdge, picture.height);
-    canvas.box(0, 0, picture.width, top);
-    canvas.box(0, bottom, picture.width, picture.height);
-    canvas.box(0, 0, left, picture.height);
-    canvas.box(right, 0, picture.width, picture.height);
-  }
-  const std::vector<int32_t> middle = integers_of(id, tags::kCenterOfCircularShutter);
-  const std::vector<int32_t> corners = integers_of(id, tags::kVerticesOfThePolygonalShutter);
-  Picture mask;  // of what the polygon leaves open
-  if (has("POLYGONAL") && corners.size() >= 6) {
-    mask.width = picture.width;
-    mask.height = picture.height;
-    mask.bytes.assign(std::size_t{mask.width} * mask.height, 0);
-    std::vector<Point> points;
-    for (std::size_t i = 0; i + 1 < corners.size(); i += 2)
-      points.push_back({corners[i + 1] - 0.5, corners[i] - 0.5});
-    Canvas inside(mask, {1, 1, 1});
-    inside.fill(points);
-    points.push_back(points[0]);
-    inside.line_through(points);  // the edge is open too
-  }
-  if ((has("CIRCULAR") && middle.size() == 2) || !mask.bytes.empty()) {
-    const PixelShape shape = pixel_shape(image.file().id(), image.groups(), frame_);
-    const auto radius = static_cast<double>(integer(tags::kRadiusOfCircularShutter, 0));
-    for (uint32_t y = 0; y < picture.height; ++y) {
-      for (uint32_t x = 0; x < picture.width; ++x) {
-        bool shut = !mask.bytes.empty() && mask.bytes[std::size_t{y} * mask.width + x] == 0;
-        if (has("CIRCULAR") && middle.size() == 2) {
-          const double dx = x + 1.0 - middle[1];
-          const double dy = (y + 1.0 - middle[0]) * shape.down / shape.across;
-          shut = shut || dx * dx + dy * dy > radius * radius;
-        }
-        if (shut) canvas.box(x, y, int64_t{x} + 1, int64_t{y} + 1);
-      }
-    }
-  }
-  Overlay overlay;
-  const uint32_t group = number_of(id, tags::kShutterOverlayGroup) << 16;
-  if (has("BITMAP") && overlay.read(id, group, image.description(), frame_, nullptr))
-    overlay.each([&](uint32_t x, uint32_t y) { canvas.box(x, y, int64_t{x} + 1, int64_t{y} + 1); });
-}
-
 // PS3.3 sections C.10.4 and C.10.6. Without an item for the frame, all of it is shown.
-std::string Presentation::read_area(const PixelImage& image) {
+std::string Presentation::read_area() {
   area_ = {};
   const uint32_t rotation = number_of(file_.id(), tags::kImageRotation);
   if (rotation % 90 != 0) return "it turns the image by " + std::to_string(rotation) + " degrees";
   area_.turns = rotation / 90 % 4;
   area_.flip = text_of(file_.id(), tags::kImageHorizontalFlip) == "Y";
-  area_.width = image.description().columns;
-  area_.height = image.description().rows;
+  area_.width = image_->description().columns;
+  area_.height = image_->description().rows;
   const int32_t item = applying(tags::kDisplayedAreaSelectionSequence);
   const std::vector<int32_t> first = integers_of(item, tags::kDisplayedAreaTopLeftHandCorner);
   const std::vector<int32_t> last = integers_of(item, tags::kDisplayedAreaBottomRightHandCorner);
@@ -284,7 +233,7 @@ std::string Presentation::read_area(const PixelImage& image) {
   return "";
 }
 
-std::string Presentation::display(const PixelImage& image, Picture& picture) {
+void Presentation::display(Picture& picture) {
   picture = cut(picture, area_);
   if (area_.in_mm) {
     picture.across = area_.across;
@@ -300,8 +249,7 @@ std::string Presentation::display(const PixelImage& image, Picture& picture) {
   area_.scale_x = static_cast<double>(picture.width) / area_.width;
   area_.scale_y = static_cast<double>(picture.height) / area_.height;
   picture = turned(picture, area_.turns, area_.flip);
-  draw_layers(image, picture);
-  return "";
+  draw_layers(picture);
 }
 
 }  // namespace vexal

@@ -32,27 +32,27 @@ struct DisplayedArea {
 
 class Presentation {
  public:
-  // Each: an error text, empty on success.
-  std::string open(const std::string& path);
-  // From here on it is about one frame (from 0) of an image.
-  std::string choose(const PixelImage& image, uint32_t frame);
+  // Of an image, which outlives the state. Each: an error text, empty on success.
+  std::string open(const std::string& path, PixelImage& image);
+  // The frames of the image that it is about, from 0 and ascending; there is one at least.
+  const std::vector<uint32_t>& frames() const { return frames_; }
+  // From here on it is about one frame (from 0).
+  std::string choose(uint32_t frame);
   // The frame on its own pixels, with shutters.
-  std::string render(PixelImage& image, const RenderOptions& options, Picture& picture);
+  std::string render(const RenderOptions& options, Picture& picture);
   // What the state wants displayed of such a picture, with all that is drawn over it.
-  std::string display(const PixelImage& image, Picture& picture);
-  // What of it the picture does not show.
+  void display(Picture& picture);
+  // What of it the pictures so far do not show.
   const std::vector<std::string>& left_out() const { return left_out_; }
 
  private:
   bool applies(int32_t item) const;
   int32_t applying(uint32_t sequence) const;
-  std::string check_reference() const;
+  std::string find_frames();
   void show_pseudo_colour(Picture& picture, std::string& problem) const;
-  void draw_shutters(const PixelImage& image, Picture& picture) const;
-  std::string read_area(const PixelImage& image);
-  void draw_layers(const PixelImage& image, Picture& picture);
-  void draw_overlays(const PixelImage& image, const std::string& layer, const std::array<uint8_t, 3>& colour,
-                     Picture& picture) const;
+  std::string read_area();
+  void draw_layers(Picture& picture);
+  void draw_overlays(const std::string& layer, const std::array<uint8_t, 3>& colour, Picture& picture) const;
   void draw_graphics(int32_t item, const std::array<uint8_t, 3>& colour, Picture& picture);
   void draw_texts(int32_t item, const std::array<uint8_t, 3>& colour, Picture& picture);
   void look_at_style(int32_t style);
@@ -62,7 +62,9 @@ class Presentation {
   void leave_out(const std::string& what);
 
   DicomFile file_;
+  PixelImage* image_ = nullptr;
   std::string instance_;  // of the image
+  std::vector<uint32_t> frames_;
   uint32_t frame_ = 0;
   Bytes bytes_;  // of the frame
   DisplayedArea area_;

@@ -1,5 +1,6 @@
 #include "colour.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "base/object_values.h"
@@ -10,31 +11,51 @@
 namespace vexal {
 namespace {
 
-uint8_t clamp8(double value) {
-  return static_cast<uint8_t>(std::lround(std::clamp(value, 0.0, 255.0)));
+uint8_t to_byte(double value) {
+  return static_cast<uint8_t>(std::clamp(value, 0.0, 255.0) + 0.5);
 }
 
 // Luminance and colour differences become red, green and blue (PS3.3 section C.7.6.3.1.2).
-void from_ybr(uint8_t* pixel) {
+void from_full(double* pixel) {
   const double y = pixel[0];
   const double cb = pixel[1] - 128.0;
   const double cr = pixel[2] - 128.0;
-  pixel[0] = clamp8(y + 1.402 * cr);
-  pixel[1] = clamp8(y - 0.344136 * cb - 0.714136 * cr);
-  pixel[2] = clamp8(y + 1.772 * cb);
+  pixel[0] = y + 1.402 * cr;
+  pixel[1] = y - 0.344136 * cb - 0.714136 * cr;
+  pixel[2] = y + 1.772 * cb;
 }
 
-// Two pixels share their colour: Y, Y, Cb, Cr.
-std::string unpack_pairs(const Bytes& frame, std::size_t pixels, uint8_t* to) {
-  for (std::size_t i = 0; i < pixels; ++i, to += 3) {
-    const std::size_t pair = 4 * (i / 2);
-    if (pair + 3 >= frame.size()) return "the frame is too short";
-    to[0] = static_cast<uint8_t>(frame.data()[pair + i % 2]);
-    to[1] = static_cast<uint8_t>(frame.data()[pair + 2]);
-    to[2] = static_cast<uint8_t>(frame.data()[pair + 3]);
-  }
-  return "";
+// Luminance goes from 16 to 235 there, differences from 16 to 240.
+void from_partial(double* pixel) {
+  pixel[0] = (pixel[0] - 16) * (255.0 / 219);
+  for (std::size_t c = 1; c < 3; ++c) pixel[c] = 128 + (pixel[c] - 128) * (255.0 / 224);
+  from_full(pixel);
 }
+
+// The hue's whole range is once around.
+void from_hsv(double* pixel) {
+  const double hue = pixel[0] / 255 * 6;
+  const double light = pixel[2];
+  const double span = light * pixel[1] / 255;
+  const auto part = [&](double offset) {
+    const double k = std::fmod(offset + hue, 6);
+    return light - span * std::clamp(std::min(k, 4 - k), 0.0, 1.0);
+  };
+  pixel[0] = part(5);
+  pixel[1] = part(3);
+  pixel[2] = part(1);
+}
+
+// Colours that are none of red, green and blue; the transformations of JPEG 2000 are undone by its decoder.
+constexpr struct {
+  const char* photometric;
+  void (*to_rgb)(double* pixel);
+  bool differences;  // whose middle is a power of two
+} kSpaces[] = {{"YBR_FULL", from_full, true},
+               {"YBR_FULL_422", from_full, true},
+               {"YBR_PARTIAL_422", from_partial, true},
+               {"YBR_PARTIAL_420", from_partial, true},
+               {"HSV", from_hsv, false}};
 
 }  // namespace
 
@@ -53,24 +74,26 @@ std::string show_palette(int32_t id, const ImageDescription& image, const Bytes&
 
 std::string show_colour(const ImageDescription& image, bool planar, const Bytes& frame, Picture& picture) {
   const std::size_t pixels = image.pixels();
-  const bool packed = frame.size() < pixels * 3 * ((image.allocated + 7) / 8);
-  if (packed && image.allocated != 8) return "its colour can not be shown";
+  const SampleOrder order(image, planar, frame.size());
+  if (frame.size() < order.end() * (image.allocated / 8)) return "the frame is too short";
   picture.samples = 3;
   picture.bytes.resize(3 * pixels);
+  const auto* space = std::find_if(std::begin(kSpaces), std::end(kSpaces),
+                                   [&](const auto& known) { return image.photometric == known.photometric; });
+  const bool rgb = space == std::end(kSpaces);
   uint8_t* to = picture.bytes.data();
-  if (packed) {
-    if (std::string problem = unpack_pairs(frame, pixels, to); !problem.empty()) return problem;
-  } else {
-    const uint32_t shift = image.stored > 8 ? image.stored - 8 : 0;
-    const StoredSamples samples(image, frame.data());
-    samples.each(3 * pixels, [&](std::size_t i, uint32_t bits) {
-      const std::size_t at = planar ? i % pixels * 3 + i / pixels : i;
-      to[at] = static_cast<uint8_t>(bits >> shift);
-    });
+  if (rgb && order.plain() && image.allocated == 8 && image.stored == 8) {
+    std::copy_n(reinterpret_cast<const uint8_t*>(frame.data()), 3 * pixels, to);
+    return "";
   }
-  // The transformations of JPEG 2000 are undone by its decoder.
-  if (image.photometric.starts_with("YBR_FULL") || image.photometric.starts_with("YBR_PARTIAL")) {
-    for (std::size_t i = 0; i < pixels; ++i) from_ybr(to + 3 * i);
+  const double top = std::ldexp(1, static_cast<int>(image.stored));
+  const double scale = !rgb && space->differences ? 256 / top : 255 / (top - 1);
+  const StoredSamples samples(image, frame.data());
+  for (std::size_t i = 0; i < pixels; ++i, to += 3) {
+    double pixel[3];
+    for (std::size_t c = 0; c < 3; ++c) pixel[c] = samples.bits(order.at(i, c)) * scale;
+    if (!rgb) space->to_rgb(pixel);
+    for (std::size_t c = 0; c < 3; ++c) to[c] = to_byte(pixel[c]);
   }
   return "";
 }

@@ -31,8 +31,33 @@ struct RenderOptions {
   int voi_lut = 0;  // which of the image's own is used in place of a window; 0: none if there is a window
   bool invert = false;
   bool overlays = true;
+  bool shutters = true;
   bool icc = true;
   uint32_t bits = 8;  // or 16, of grey
+};
+
+// Which of a frame's samples is which of a pixel's.
+class SampleOrder {
+ public:
+  // `planar`: the samples of a colour lie together. Frames of two thirds of the size have Y, Y, Cb and Cr for
+  // two pixels.
+  SampleOrder(const ImageDescription& image, bool planar, std::size_t frame_bytes)
+      : pixels_(image.pixels()), samples_(image.samples), planar_(planar) {
+    packed_ = samples_ == 3 && image.allocated >= 8 && frame_bytes < pixels_ * 3 * (image.allocated / 8);
+  }
+  std::size_t at(std::size_t pixel, std::size_t sample) const {
+    if (packed_) return pixel / 2 * 4 + (sample == 0 ? pixel % 2 : sample + 1);
+    return planar_ ? sample * pixels_ + pixel : samples_ * pixel + sample;
+  }
+  // The number of samples.
+  std::size_t end() const { return packed_ ? (pixels_ + 1) / 2 * 4 : samples_ * pixels_; }
+  bool plain() const { return !packed_ && (!planar_ || samples_ == 1); }
+
+ private:
+  std::size_t pixels_;
+  std::size_t samples_;
+  bool planar_;
+  bool packed_;
 };
 
 // Samples of a frame as they are stored, by their number.

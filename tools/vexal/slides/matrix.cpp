@@ -15,20 +15,6 @@ namespace {
 // Pixels in the making; a tile that is larger alone takes what it needs.
 constexpr uint64_t kMostBytes = 16 << 20;
 
-// Calls work(i) for each i below `count`, on several threads, each with a state of its own.
-template <typename State, typename Work>
-void on_threads(unsigned threads, std::size_t count, Work work) {
-  std::atomic<std::size_t> next{0};
-  const auto take_part = [&] {
-    State state;
-    for (std::size_t i = next++; i < count; i = next++) work(state, i);
-  };
-  std::vector<std::jthread> others;
-  const std::size_t wanted = std::min<std::size_t>(threads, count);
-  if (wanted > 1) start_threads(others, wanted - 1, take_part);
-  take_part();
-}
-
 }  // namespace
 
 MatrixPainter::MatrixPainter(Slide& slide, const MatrixView& view) : slide_(slide), view_(view) {

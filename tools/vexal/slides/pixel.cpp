@@ -19,7 +19,8 @@ constexpr Option kOptions[] = {
     {"--voi-lut", "N", "render with this table of the image's VOI LUT Sequence"},
     {"--invert", nullptr, "render light as dark"},
     {"--no-overlays", nullptr, "render without overlay planes"},
-    {"--presentation", "FILE", "render as this presentation state wants it"},
+    {"--no-shutter", nullptr, "render what a display shutter hides too"},
+    {"--presentation", "FILE", "render, sheet, video: as this presentation state wants it"},
     {"--no-icc", nullptr, "render colours as they are stored, not as their ICC profile means them"},
     {"--no-aspect", nullptr, "a pixel of the picture for each of the image, though these are not square"},
     {"--bits", "8|16", "render grey with this many bits (default 8)"},
@@ -66,6 +67,12 @@ constexpr const char* kMatrixOptions[] = {"--region", "--scale", "--optical-path
 constexpr const char* kFrameOptions[] = {"--frame",        "--presentation", "--bits", "--no-aspect",
                                          "--segmentation", "--contours",     "--dose"};
 
+// Those of pictures: of one, or of several too.
+constexpr struct {
+  const char* name;
+  bool sheets_too;
+} kPictureOptions[] = {{"--presentation", true}, {"--bits", false}};
+
 // Actions on files that belong together. False: this is none of them.
 bool run_on_all(const Args& args, int& result) {
   const std::string name = args.paths.empty() ? "" : args.paths[0];
@@ -110,9 +117,11 @@ int run(const Args& args) {
              pair ? action->second : "");
     return kUsage;
   }
-  for (const char* name : {"--presentation", "--bits"}) {
-    if (!args.has(name) || action->run == render_frame) continue;
-    complain("%s is for vexal pixel render", name);
+  for (const auto& [name, sheets_too] : kPictureOptions) {
+    const bool fits = action->run == render_frame ||
+                      (sheets_too && (action->run == make_sheet || action->run == make_video));
+    if (fits || !args.has(name)) continue;
+    complain("%s is for vexal pixel render%s", name, sheets_too ? ", sheet and video" : "");
     return kUsage;
   }
   if (args.has("--repair") && args.paths.size() != 2) {
