@@ -180,31 +180,50 @@ struct TileArea {
   uint32_t x, y, width, height;
 };
 
+// Rows of a tile that one thread moves.
+struct Band {
+  uint32_t first, last;
+};
+
+// Calls move(band) for all rows, on several threads.
+template <typename Move>
+void by_bands(unsigned threads, uint32_t rows, Move move) {
+  constexpr uint32_t kBand = 256;
+  run_parts(threads, (rows + kBand - 1) / kBand, [&](std::size_t part) {
+    const auto first = static_cast<uint32_t>(part) * kBand;
+    move(Band{first, std::min(first + kBand, rows)});
+  });
+}
+
 template <typename Sample, typename Coded>
-void cut_tile(const ImageAttributes& image, const uint8_t* frame, const TileArea& area, uint8_t* tile) {
+void cut_tile(const ImageAttributes& image, const uint8_t* frame, const TileArea& area, const Band& band,
+              uint8_t* tile) {
   const std::size_t samples = image.SamplesPerPixel;
   for (std::size_t s = 0; s < samples; ++s) {
-    for (std::size_t y = area.y; y < area.y + area.height; ++y) {
-      const uint8_t* from = frame + ((y * image.Columns + area.x) * samples + s) * sizeof(Sample);
-      for (uint32_t x = 0; x < area.width; ++x, from += samples * sizeof(Sample), tile += sizeof(Coded)) {
+    for (std::size_t y = band.first; y < band.last; ++y) {
+      const uint8_t* from = frame + (((area.y + y) * image.Columns + area.x) * samples + s) * sizeof(Sample);
+      uint8_t* to = tile + (s * area.height + y) * area.width * sizeof(Coded);
+      for (uint32_t x = 0; x < area.width; ++x, from += samples * sizeof(Sample), to += sizeof(Coded)) {
         Sample sample;
         std::memcpy(&sample, from, sizeof sample);
         const auto coded = static_cast<Coded>(sample);
-        std::memcpy(tile, &coded, sizeof coded);
+        std::memcpy(to, &coded, sizeof coded);
       }
     }
   }
 }
 
 template <typename Coded, typename Sample>
-void put_tile(const ImageAttributes& image, const uint8_t* tile, const TileArea& area, uint8_t* frame) {
+void put_tile(const ImageAttributes& image, const uint8_t* tile, const TileArea& area, const Band& band,
+              uint8_t* frame) {
   const std::size_t samples = image.SamplesPerPixel;
   for (std::size_t s = 0; s < samples; ++s) {
-    for (std::size_t y = area.y; y < area.y + area.height; ++y) {
-      uint8_t* to = frame + ((y * image.Columns + area.x) * samples + s) * sizeof(Sample);
-      for (uint32_t x = 0; x < area.width; ++x, to += samples * sizeof(Sample), tile += sizeof(Coded)) {
+    for (std::size_t y = band.first; y < band.last; ++y) {
+      const uint8_t* from = tile + (s * area.height + y) * area.width * sizeof(Coded);
+      uint8_t* to = frame + (((area.y + y) * image.Columns + area.x) * samples + s) * sizeof(Sample);
+      for (uint32_t x = 0; x < area.width; ++x, to += samples * sizeof(Sample), from += sizeof(Coded)) {
         Coded coded;
-        std::memcpy(&coded, tile, sizeof coded);
+        std::memcpy(&coded, from, sizeof coded);
         const auto sample = static_cast<Sample>(coded);
         std::memcpy(to, &sample, sizeof sample);
       }
@@ -212,8 +231,8 @@ void put_tile(const ImageAttributes& image, const uint8_t* tile, const TileArea&
   }
 }
 
-int write_tiles(const ImageAttributes& image, uint32_t precision, const uint8_t* frame, opj_codec_t* codec,
-                opj_stream_t* stream) {
+int write_tiles(const ImageAttributes& image, uint32_t precision, const uint8_t* frame, unsigned threads,
+                opj_codec_t* codec, opj_stream_t* stream) {
   const auto cut = image.BitsAllocated == 8 ? cut_tile<uint8_t, uint8_t>
                    : precision <= 8         ? cut_tile<uint16_t, uint8_t>
                                             : cut_tile<uint16_t, uint16_t>;
@@ -223,7 +242,7 @@ int write_tiles(const ImageAttributes& image, uint32_t precision, const uint8_t*
     for (uint32_t x = 0; x < image.Columns; x += kTileSide) {
       const TileArea area{x, y, std::min(kTileSide, image.Columns - x), std::min(kTileSide, image.Rows - y)};
       tile.resize(std::size_t{area.width} * area.height * image.SamplesPerPixel * (precision <= 8 ? 1 : 2));
-      cut(image, frame, area, tile.data());
+      by_bands(threads, area.height, [&](const Band& band) { cut(image, frame, area, band, tile.data()); });
       if (lib.write_tile(codec, number++, tile.data(), static_cast<OPJ_UINT32>(tile.size()), stream) ==
           OPJ_FALSE)
         return kCodecRefused;
@@ -233,8 +252,8 @@ int write_tiles(const ImageAttributes& image, uint32_t precision, const uint8_t*
 }
 
 // The header is read. Each tile must come, as nothing else fills the frame.
-int read_tiles(const ImageAttributes& image, const jpeg2000::StreamHead& head, opj_codec_t* codec,
-               opj_stream_t* stream, const opj_image_t& described, uint8_t* frame) {
+int read_tiles(const ImageAttributes& image, const jpeg2000::StreamHead& head, unsigned threads,
+               opj_codec_t* codec, opj_stream_t* stream, const opj_image_t& described, uint8_t* frame) {
   const bool narrow = head.image.precision <= 8;
   const auto put = image.BitsAllocated == 8 ? put_tile<uint8_t, uint8_t>
                    : !narrow                ? put_tile<uint16_t, uint16_t>
@@ -272,7 +291,7 @@ int read_tiles(const ImageAttributes& image, const jpeg2000::StreamHead& head, o
     if (lib.decode_tile_data(codec, number, tile.data(), size, stream) == OPJ_FALSE) return kCodecBadCode;
     const TileArea area{static_cast<uint32_t>(left), static_cast<uint32_t>(top), static_cast<uint32_t>(width),
                         static_cast<uint32_t>(height)};
-    put(image, tile.data(), area, frame);
+    by_bands(threads, area.height, [&](const Band& band) { put(image, tile.data(), area, band, frame); });
     pixels += static_cast<uint64_t>(width * height);
   }
   return pixels == uint64_t{image.Rows} * image.Columns ? kCodecDone : kCodecShort;
@@ -307,13 +326,17 @@ void copy_plane(const OPJ_INT32* from, std::size_t pixels, uint8_t* to) {
   }
 }
 
+// Pixels from `first` on.
 template <typename Sample>
-void copy_samples(const opj_image_t& decoded, std::size_t pixels, uint8_t* frame) {
+void copy_samples(const opj_image_t& decoded, std::size_t first, std::size_t pixels, uint8_t* frame) {
   const std::size_t stride = decoded.numcomps;
-  if (stride == 1) return copy_plane<Sample, 1>(decoded.comps[0].data, pixels, frame);
   for (std::size_t s = 0; s < stride; ++s) {
-    const OPJ_INT32* from = decoded.comps[s].data;
-    uint8_t* to = frame + s * sizeof(Sample);
+    const OPJ_INT32* from = decoded.comps[s].data + first;
+    uint8_t* to = frame + (first * stride + s) * sizeof(Sample);
+    if (stride == 1) {
+      copy_plane<Sample, 1>(from, pixels, to);
+      continue;
+    }
     if (stride == 3) {
       copy_plane<Sample, 3>(from, pixels, to);
       continue;
@@ -323,6 +346,18 @@ void copy_samples(const opj_image_t& decoded, std::size_t pixels, uint8_t* frame
       std::memcpy(to, &sample, sizeof sample);
     }
   }
+}
+
+// The frame's pages are new, and the system makes them where they are first written: on each thread some.
+void take_samples(const ImageAttributes& image, unsigned threads, const opj_image_t& decoded,
+                  uint8_t* frame) {
+  const auto copy = image.BitsAllocated == 32   ? copy_samples<uint32_t>
+                    : image.BitsAllocated == 16 ? copy_samples<uint16_t>
+                                                : copy_samples<uint8_t>;
+  by_bands(threads, image.Rows, [&](const Band& band) {
+    const std::size_t columns = image.Columns;
+    copy(decoded, band.first * columns, (band.last - band.first) * columns, frame);
+  });
 }
 
 // A stream that does not say so may hold the bits of signed samples all the same.
@@ -347,24 +382,17 @@ int decode(const ImageAttributes& image, const jpeg2000::StreamHead& head, unsig
   }
   if (is_large(image) && head.tiles > 1) {
     if (lib.set_decode_area(handles.codec, handles.image, 0, 0, 0, 0) == OPJ_FALSE) return kCodecRefused;
-    const int status = read_tiles(image, head, handles.codec, handles.stream, *handles.image, frame);
+    const int status = read_tiles(image, head, threads, handles.codec, handles.stream, *handles.image, frame);
     if (status == kCodecDone) give_sign(image, head, frame);
     return status;
   }
   if (lib.decode(handles.codec, handles.stream, handles.image) == OPJ_FALSE) return kCodecBadCode;
   if (!is_image(*handles.image, image)) return kCodecOtherImage;
-  const std::size_t pixels = std::size_t{image.Rows} * image.Columns;
   if (image.BitsAllocated == 1) {
-    pack_bits(*handles.image, pixels, frame);
+    pack_bits(*handles.image, std::size_t{image.Rows} * image.Columns, frame);
     return kCodecDone;
   }
-  if (image.BitsAllocated == 32) {
-    copy_samples<uint32_t>(*handles.image, pixels, frame);
-  } else if (image.BitsAllocated == 16) {
-    copy_samples<uint16_t>(*handles.image, pixels, frame);
-  } else {
-    copy_samples<uint8_t>(*handles.image, pixels, frame);
-  }
+  take_samples(image, threads, *handles.image, frame);
   give_sign(image, head, frame);
   return kCodecDone;
 }
@@ -430,8 +458,9 @@ PlaneFill plane_fill(const ImageAttributes& image) {
   return is_signed ? fill_plane<int16_t> : fill_plane<uint16_t>;
 }
 
-// The frame as the codec wants it, a plane a sample; null without memory. Of a large one only what it is.
-opj_image_t* make_image(const ImageAttributes& image, const uint8_t* frame, uint32_t precision) {
+// Room for the frame as the codec wants it, a plane a sample; null without memory. Of a large one only what
+// it is.
+opj_image_t* make_image(const ImageAttributes& image, uint32_t precision) {
   opj_image_cmptparm_t layout[kMaxSamples]{};
   for (uint32_t i = 0; i < image.SamplesPerPixel; ++i) {
     layout[i].dx = layout[i].dy = 1;
@@ -443,18 +472,23 @@ opj_image_t* make_image(const ImageAttributes& image, const uint8_t* frame, uint
   const OPJ_COLOR_SPACE space = jpeg2000::is_rgb(image)      ? OPJ_CLRSPC_SRGB
                                 : image.SamplesPerPixel == 3 ? OPJ_CLRSPC_SYCC
                                                              : OPJ_CLRSPC_GRAY;
-  const bool large = is_large(image);
   opj_image_t* made =
-      (large ? lib.image_tile_create : lib.image_create)(image.SamplesPerPixel, layout, space);
+      (is_large(image) ? lib.image_tile_create : lib.image_create)(image.SamplesPerPixel, layout, space);
   if (made == nullptr) return nullptr;
   made->x1 = image.Columns;
   made->y1 = image.Rows;
-  if (large) return made;
-  const PlaneFill fill = plane_fill(image);
-  for (std::size_t s = 0; s < image.SamplesPerPixel; ++s)
-    fill(frame + s * image.sample_bytes(), std::size_t{image.Rows} * image.Columns, image.SamplesPerPixel,
-         made->comps[s].data);
   return made;
+}
+
+void fill_image(const ImageAttributes& image, const uint8_t* frame, unsigned threads, opj_image_t& made) {
+  const PlaneFill fill = plane_fill(image);
+  by_bands(threads, image.Rows, [&](const Band& band) {
+    const std::size_t first = std::size_t{band.first} * image.Columns;
+    const std::size_t pixels = std::size_t{band.last - band.first} * image.Columns;
+    for (std::size_t s = 0; s < image.SamplesPerPixel; ++s)
+      fill(frame + (first * image.SamplesPerPixel + s) * image.sample_bytes(), pixels, image.SamplesPerPixel,
+           made.comps[s].data + first);
+  });
 }
 
 int compress(const ImageAttributes& image, const CodecSettings& settings, const uint8_t* frame,
@@ -464,8 +498,10 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
   if (precision == 0) return kCodecHighBits;
   const bool rgb = jpeg2000::is_rgb(image);
   Handles handles;
-  handles.image = make_image(image, frame, precision);
+  handles.image = make_image(image, precision);
   if (handles.image == nullptr) return kCodecNoMemory;
+  const bool large = is_large(image);
+  if (!large) fill_image(image, frame, settings.threads, *handles.image);
   opj_cparameters_t parameters;
   lib.default_encoder(&parameters);
   parameters.tcp_numlayers = 1;
@@ -477,7 +513,6 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
   // Each resolution halves the image.
   const auto halvings = static_cast<int>(std::bit_width(std::min(image.Rows, image.Columns))) - 1;
   parameters.numresolution = std::min(6, halvings + 1);
-  const bool large = is_large(image);
   if (large) {
     parameters.tile_size_on = OPJ_TRUE;
     parameters.cp_tdx = parameters.cp_tdy = static_cast<int>(kTileSide);
@@ -493,7 +528,7 @@ int compress(const ImageAttributes& image, const CodecSettings& settings, const 
     return kCodecRefused;
   }
   if (large) {
-    const int status = write_tiles(image, precision, frame, handles.codec, handles.stream);
+    const int status = write_tiles(image, precision, frame, settings.threads, handles.codec, handles.stream);
     if (status != kCodecDone) return status;
   } else if (lib.encode(handles.codec, handles.stream) == OPJ_FALSE) {
     return kCodecRefused;

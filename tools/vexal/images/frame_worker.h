@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "base/parallel.h"
 #include "base/session.h"
@@ -51,6 +52,12 @@ class FrameWorker {
     out.clear();
     if (form_.unwraps && !form_.compresses()) {
       if (std::string problem = take_raw(frame, out); !problem.empty()) return problem;
+    } else if (decoder_gives_all()) {
+      if (std::string problem = decompress(frame, &out, guarded<append>); !problem.empty()) return problem;
+      const auto size = static_cast<std::size_t>(form_.image_bits() / 8);
+      if (out.size() < size) return VX_Error_Message(VX_CANNOT_COMPLY);
+      out.resize(size);
+      if (std::string problem = describe(); !problem.empty()) return problem;
     } else {
       const bool alone = form_.compresses_alone;
       if (std::string problem = alone ? compress(frame) : make_object(frame); !problem.empty())
@@ -115,7 +122,8 @@ class FrameWorker {
     static_cast<Bytes*>(user)->append(data, size);
     return VX_NORMAL_COMPLETION;
   }
-  // The object with the last frame.
+  // The object with the last frame, or, where a decoder gives all of a frame, with what becomes of the
+  // attributes.
   int32_t result() const { return result_; }
   void free_result() {
     if (result_ >= 0) VX_Free_Message(&result_);
@@ -150,6 +158,19 @@ class FrameWorker {
       return placing.problem.empty() ? VX_NORMAL_COMPLETION : VX_CANNOT_COMPLY;
     }
   };
+
+  // Frames need not go through an object to become what they are to be.
+  bool decoder_gives_all() const {
+    return form_.decompresses() && !form_.compresses() && !form_.has_half_colour() &&
+           form_.image_bits() % 8 == 0;
+  }
+
+  // The same for all frames: once will do.
+  std::string describe() {
+    if (std::exchange(described_, true)) return "";
+    const VX_STATUS status = VX_Duplicate_Message(id_, &result_, EXPLICIT_LITTLE_ENDIAN, nullptr, nullptr);
+    return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
+  }
 
   // Y Y Cb Cr for two pixels into Y Cb Cr for each.
   static void unpack(const Bytes& packed, Bytes& whole) {
@@ -278,6 +299,7 @@ class FrameWorker {
   int32_t wrapped_ = -1;  // for native frames in items
   int32_t result_ = -1;
   int32_t compressed_ = -1;
+  bool described_ = false;
   Bytes in_;
   Bytes packed_;  // a frame whose colour is half
 };
