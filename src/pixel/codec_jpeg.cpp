@@ -1,14 +1,18 @@
 // JPEG: 8 bits through libjpeg, the other processes through the codec beside this file.
 #include <algorithm>
+#include <atomic>
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
-#include <mutex>
 #include <new>
+#include <utility>
 
 #include "config/shared_library.h"
+#include "frame/byte_order.h"
 #include "pixel/codec.h"
 #include "pixel/jpeg.h"
+#include "pixel/jpeg_strips.h"
+#include "pixel/thread_share.h"
 
 extern "C" {
 #include <jerror.h>
@@ -125,11 +129,18 @@ constexpr JOCTET kEnd[] = {0xFF, JPEG_EOI};
 
 struct Input {
   jpeg_source_mgr base;
+  const uint8_t* rest;  // behind the head of a strip
+  std::size_t rest_size;
   bool exhausted;
 };
 void ignore(j_decompress_ptr) {}
-boolean give_end(j_decompress_ptr info) {
+boolean give_more(j_decompress_ptr info) {
   auto* input = reinterpret_cast<Input*>(info->src);
+  if (input->rest_size != 0) {
+    input->base.next_input_byte = input->rest;
+    input->base.bytes_in_buffer = std::exchange(input->rest_size, 0);
+    return TRUE;
+  }
   input->exhausted = true;
   input->base.next_input_byte = kEnd;
   input->base.bytes_in_buffer = sizeof kEnd;
@@ -138,7 +149,7 @@ boolean give_end(j_decompress_ptr info) {
 void skip(j_decompress_ptr info, long count) {
   if (count <= 0) return;
   if (static_cast<std::size_t>(count) >= info->src->bytes_in_buffer) {
-    give_end(info);
+    give_more(info);
     return;
   }
   info->src->next_input_byte += count;
@@ -177,10 +188,24 @@ struct DecodeJob {
   bool to_rgb;
   const uint8_t* data;
   std::size_t size;
+  const uint8_t* rest;  // of the stream, behind the head of a strip
+  std::size_t rest_size;
+  jpeg::Strip rows;
   uint8_t* frame;
-  uint8_t* row;  // of three components, for packed images
+  uint8_t* row;  // of three components, for packed images and what is skipped
   CodecResult& result;
 };
+
+void read_rows(jpeg_decompress_struct& info, const DecodeJob& job, std::size_t width, bool pack) {
+  const uint32_t columns = job.image.Columns;
+  JSAMPROW row = job.row;
+  for (uint32_t skipped = 0; skipped < job.rows.skipped; ++skipped) lib.read_scanlines(&info, &row, 1);
+  for (std::size_t y = job.rows.first; y < job.rows.first + job.rows.count; ++y) {
+    if (!pack) row = job.frame + y * width;
+    lib.read_scanlines(&info, &row, 1);
+    if (pack) pack_422(job.row, columns, job.frame + y * columns * 2);
+  }
+}
 
 int decode_8bit(const DecodeJob& job) {
   const ImageAttributes& image = job.image;
@@ -195,14 +220,16 @@ int decode_8bit(const DecodeJob& job) {
     return status_of(errors);
   }
   lib.create_decompress(&info, JPEG_LIB_VERSION, sizeof info);
-  input.base = {job.data, job.size, ignore, give_end, skip, lib.resync_to_restart, ignore};
+  input.rest = job.rest;
+  input.rest_size = job.rest_size;
+  input.base = {job.data, job.size, ignore, give_more, skip, lib.resync_to_restart, ignore};
   info.src = &input.base;
   lib.read_header(&info, TRUE);
   const bool packed = is_packed_422(image.photometric());
   const bool colour = packed || image.SamplesPerPixel == 3;
   const int components = colour ? 3 : 1;
   int status = kCodecDone;
-  if (info.image_width != image.Columns || info.image_height != image.Rows ||
+  if (info.image_width != image.Columns || info.image_height != job.rows.height ||
       info.num_components != components || (!colour && image.SamplesPerPixel != 1)) {
     status = kCodecOtherImage;
   } else {
@@ -221,12 +248,7 @@ int decode_8bit(const DecodeJob& job) {
     info.dct_method = JDCT_ISLOW;
     lib.start_decompress(&info);
     const std::size_t width = std::size_t{image.Columns} * static_cast<std::size_t>(components);
-    for (std::size_t y = 0; y < image.Rows; ++y) {
-      const bool pack = packed && !job.to_rgb;
-      JSAMPROW row = pack ? job.row : job.frame + y * width;
-      lib.read_scanlines(&info, &row, 1);
-      if (pack) pack_422(job.row, image.Columns, job.frame + y * image.Columns * 2);
-    }
+    read_rows(info, job, width, packed && !job.to_rgb);
     if (errors.bad_codes) {
       status = kCodecBadCode;
     } else if (errors.ran_out) {
@@ -238,6 +260,30 @@ int decode_8bit(const DecodeJob& job) {
   }
   lib.destroy_decompress(&info);
   return status;
+}
+
+// Strips side by side. False: there are none, or something is wrong with the stream, and a decode of the
+// whole tells what.
+bool decode_strips(const ImageAttributes& image, const DecodeSettings& settings, const uint8_t* data,
+                   std::size_t size, uint8_t* frame) {
+  constexpr unsigned kPerThread = 4;  // as some take longer than others
+  jpeg::Strips cut;
+  if (settings.threads < 2 || !jpeg::find_strips(data, size, kPerThread * settings.threads, cut))
+    return false;
+  std::atomic<bool> good{true};
+  run_parts(settings.threads, cut.strips.size(), [&](std::size_t part) {
+    if (!good) return;
+    const jpeg::Strip& strip = cut.strips[part];
+    std::vector<uint8_t> head = cut.head;
+    store16(head.data() + cut.height_at, static_cast<uint16_t>(strip.height), true);
+    std::vector<uint8_t> row(std::size_t{image.Columns} * 3);
+    CodecResult result;
+    const auto left = static_cast<std::size_t>(data + size - strip.data);
+    if (decode_8bit({image, settings.to_rgb, head.data(), head.size(), strip.data, left, strip, frame,
+                     row.data(), result}) != kCodecDone)
+      good = false;
+  });
+  return good;
 }
 
 // Samples of 8 bits in an image that gives them 16.
@@ -264,14 +310,14 @@ void clamp_to_stored(const ImageAttributes& image, uint8_t* frame) {
   clamp_samples<int16_t>(frame, image.FrameSize, -range / 2, range / 2 - 1);
 }
 
-int decode_own(const ImageAttributes& image, const uint8_t* data, std::size_t size, jpeg::Shape& shape,
-               uint8_t* frame) {
+int decode_own(const ImageAttributes& image, unsigned threads, const uint8_t* data, std::size_t size,
+               jpeg::Shape& shape, uint8_t* frame) {
   if (shape.rows != image.Rows || shape.columns != image.Columns ||
       shape.components != image.SamplesPerPixel || shape.precision > image.BitsAllocated) {
     return kCodecOtherImage;
   }
   const uint32_t precision = shape.precision;
-  const jpeg::Fault fault = jpeg::decode(data, size, shape, image.BitsAllocated == 16, frame);
+  const jpeg::Fault fault = jpeg::decode(data, size, shape, image.BitsAllocated == 16, frame, threads);
   if (fault != jpeg::kNone) return status_of(fault);
   extend_sign(image, frame, precision);
   if (shape.process != 0xC3 && image.BitsStored != 0 && image.BitsStored < precision)
@@ -283,14 +329,19 @@ int decompress(const ImageAttributes& image, const DecodeSettings& settings, con
                std::size_t size, uint8_t* frame, CodecResult& result) try {
   jpeg::Shape shape;
   if (jpeg::Fault fault = jpeg::query(data, size, shape); fault != jpeg::kNone) return status_of(fault);
-  if (shape.process == 0xC3 || shape.precision == 12) return decode_own(image, data, size, shape, frame);
+  if (shape.process == 0xC3 || shape.precision == 12)
+    return decode_own(image, settings.threads, data, size, shape, frame);
   if (shape.process > 0xC2 || shape.precision != 8 || image.BitsAllocated < 8) return kCodecUnsupported;
   if (shape.process == 0xC2 && jpeg::has_too_many_scans(data, size)) return kCodecUnsupported;
   if (!load_library()) return kCodecNotLoaded;
   const bool packed = is_packed_422(image.photometric());
   if (packed && !settings.to_rgb && image.Columns % 2 != 0) return kCodecOddColumns;
-  std::vector<uint8_t> row(packed ? std::size_t{image.Columns} * 3 : 0);
-  const int status = decode_8bit({image, settings.to_rgb, data, size, frame, row.data(), result});
+  int status = kCodecDone;
+  if (shape.rows != image.Rows || !decode_strips(image, settings, data, size, frame)) {
+    std::vector<uint8_t> row(packed ? std::size_t{image.Columns} * 3 : 0);
+    const jpeg::Strip whole{nullptr, image.Rows, 0, 0, image.Rows};
+    status = decode_8bit({image, settings.to_rgb, data, size, nullptr, 0, whole, frame, row.data(), result});
+  }
   const bool decoded = status == kCodecDone || status == kCodecDataShort || status == kCodecBadEnd;
   if (decoded && image.BitsAllocated == 16) widen(frame, image.FrameSize / 2);
   if (decoded) extend_sign(image, frame, 8);

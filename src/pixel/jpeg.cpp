@@ -139,7 +139,7 @@ Fault query(const uint8_t* data, std::size_t size, Shape& shape) {
   return kNone;
 }
 
-Fault decode(const uint8_t* data, std::size_t size, Shape& shape, bool wide, void* out) {
+Fault decode(const uint8_t* data, std::size_t size, Shape& shape, bool wide, void* out, unsigned threads) {
   Head head(data, size);
   if (Fault fault = head.start_of_image(); fault != kNone) return fault;
   uint8_t marker = 0;
@@ -168,7 +168,7 @@ Fault decode(const uint8_t* data, std::size_t size, Shape& shape, bool wide, voi
     Fault fault = kUnsupported;
     if (found.process == 0xC3) {
       if (found.precision < 2 || found.precision > 16 || (!wide && found.precision > 8)) return kUnsupported;
-      fault = decode_lossless(head, wide, out);
+      fault = decode_lossless(head, wide, threads, out);
     } else if (found.process == 0xC1 && found.precision == 12 && wide) {
       fault = decode_extended12(head, out);
     }

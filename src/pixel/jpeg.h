@@ -42,8 +42,9 @@ Fault query(const uint8_t* data, std::size_t size, Shape& shape);
 
 // Decodes SOF3, or SOF1 and SOF2 with 12 bits, into samples of 8 bits (precision up to 8, unless `wide`) or
 // 16 bits in the machine's order, components interleaved. `out` has room for rows x columns x components
-// samples; the shape is what query() gave and the caller agreed to.
-Fault decode(const uint8_t* data, std::size_t size, Shape& shape, bool wide, void* out);
+// samples; the shape is what query() gave and the caller agreed to. Up to `threads` threads work on restart
+// intervals of the lossless process.
+Fault decode(const uint8_t* data, std::size_t size, Shape& shape, bool wide, void* out, unsigned threads = 1);
 
 struct Source {
   uint32_t rows;

@@ -56,7 +56,7 @@ class Head {
   const uint8_t* end_;
 };
 
-Fault decode_lossless(Head& head, bool wide, void* out);
+Fault decode_lossless(Head& head, bool wide, unsigned threads, void* out);
 Fault decode_extended12(Head& head, void* out);
 // All scans, up to and with the end of image.
 Fault decode_progressive12(Head& head, void* out);

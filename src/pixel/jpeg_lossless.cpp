@@ -4,6 +4,8 @@
 #include <new>
 
 #include "pixel/jpeg_head.h"
+#include "pixel/jpeg_strips.h"
+#include "pixel/thread_share.h"
 
 namespace vx::jpeg {
 namespace {
@@ -70,8 +72,8 @@ class DifferenceTable {
 template <typename Sample>
 class LosslessDecoder {
  public:
-  LosslessDecoder(Head& head, Sample* out)
-      : head_(head), out_(out), bits_(head.position(), head.left()), stride_(head.shape.components) {}
+  LosslessDecoder(Head& head, unsigned threads, Sample* out)
+      : head_(head), threads_(threads), out_(out), stride_(head.shape.components) {}
 
   Fault run() {
     const Scan& scan = head_.scan;
@@ -85,42 +87,76 @@ class LosslessDecoder {
     // Only intervals of whole rows are allowed (H.1.1).
     if (head_.restart_interval % columns != 0) return kUnsupported;
     const uint32_t interval = head_.restart_interval / columns;
-    for (uint32_t y = 0; y < head_.shape.rows; ++y) {
-      bool first = y == 0;
-      if (interval != 0 && y != 0 && y % interval == 0) {
-        if (!bits_.restart()) return kShort;
-        first = true;
-      }
-      if (Fault fault = row(y, first); fault != kNone) return fault;
-      if (bits_.overrun()) return kShort;
-    }
-    head_.continue_at(bits_.position());
-    return kNone;
+    if (interval == 0 || threads_ < 2) return one_by_one(interval);
+    // Markers too few or too many: what comes of that is seen one by one.
+    const std::size_t count = (head_.shape.rows + interval - 1) / interval;
+    std::vector<const uint8_t*> begins;
+    find_intervals(head_.position(), head_.position() + head_.left(), count + 1, begins);
+    return begins.size() == count ? side_by_side(begins, interval) : one_by_one(interval);
   }
 
  private:
-  Fault row(uint32_t y, bool first) {
-    if (first) return fill_row<1>(y, true);
+  Fault one_by_one(uint32_t interval) {
+    BitReader bits(head_.position(), head_.left());
+    const uint32_t rows = head_.shape.rows;
+    if (interval == 0) interval = rows;
+    for (uint32_t first = 0; first < rows; first += interval) {
+      if (first != 0 && !bits.restart()) return kShort;
+      if (Fault fault = decode_rows(bits, first, std::min(rows, first + interval)); fault != kNone)
+        return fault;
+    }
+    head_.continue_at(bits.position());
+    return kNone;
+  }
+
+  Fault side_by_side(const std::vector<const uint8_t*>& begins, uint32_t interval) {
+    const uint8_t* const end = head_.position() + head_.left();
+    const uint8_t* position = nullptr;
+    std::vector<Fault> faults(begins.size(), kNone);
+    run_parts(threads_, begins.size(), [&](std::size_t part) {
+      BitReader bits(begins[part], static_cast<std::size_t>(end - begins[part]));
+      const auto first = static_cast<uint32_t>(part) * interval;
+      faults[part] = decode_rows(bits, first, std::min(head_.shape.rows, first + interval));
+      if (part + 1 == begins.size()) position = bits.position();
+    });
+    for (const Fault fault : faults) {
+      if (fault != kNone) return fault;
+    }
+    head_.continue_at(position);
+    return kNone;
+  }
+
+  // An interval.
+  Fault decode_rows(BitReader& bits, uint32_t first, uint32_t last) {
+    for (uint32_t y = first; y < last; ++y) {
+      if (Fault fault = row(bits, y, y == first); fault != kNone) return fault;
+      if (bits.overrun()) return kShort;
+    }
+    return kNone;
+  }
+
+  Fault row(BitReader& bits, uint32_t y, bool first) {
+    if (first) return fill_row<1>(bits, y, true);
     switch (head_.scan.start) {
       case 1:
-        return fill_row<1>(y, false);
+        return fill_row<1>(bits, y, false);
       case 2:
-        return fill_row<2>(y, false);
+        return fill_row<2>(bits, y, false);
       case 3:
-        return fill_row<3>(y, false);
+        return fill_row<3>(bits, y, false);
       case 4:
-        return fill_row<4>(y, false);
+        return fill_row<4>(bits, y, false);
       case 5:
-        return fill_row<5>(y, false);
+        return fill_row<5>(bits, y, false);
       case 6:
-        return fill_row<6>(y, false);
+        return fill_row<6>(bits, y, false);
       default:
-        return fill_row<7>(y, false);
+        return fill_row<7>(bits, y, false);
     }
   }
 
   template <int kSelection>
-  Fault fill_row(uint32_t y, bool first) {
+  Fault fill_row(BitReader& bits, uint32_t y, bool first) {
     const Scan& scan = head_.scan;
     const std::size_t width = std::size_t{head_.shape.columns} * stride_;
     Sample* const line = out_ + y * width;
@@ -132,7 +168,7 @@ class LosslessDecoder {
       for (uint32_t i = 0; i < scan.count; ++i) {
         const std::size_t at = x + scan.component[i];
         int32_t value = 0;
-        if (!tables_[i].next(bits_, value)) return bits_.overrun() ? kShort : kBadCode;
+        if (!tables_[i].next(bits, value)) return bits.overrun() ? kShort : kBadCode;
         int32_t prediction = origin;
         if (x != 0) {
           const int32_t a = line[at - stride_] >> shift;
@@ -151,8 +187,8 @@ class LosslessDecoder {
   }
 
   Head& head_;
+  const unsigned threads_;
   Sample* out_;
-  BitReader bits_;
   std::vector<DifferenceTable> tables_;  // of the components of the scan
   const std::size_t stride_;
 };
@@ -225,9 +261,9 @@ void write_scan(const Source& source, std::vector<uint8_t>& out) {
 
 }  // namespace
 
-Fault decode_lossless(Head& head, bool wide, void* out) try {
-  if (wide) return LosslessDecoder(head, static_cast<uint16_t*>(out)).run();
-  return LosslessDecoder(head, static_cast<uint8_t*>(out)).run();
+Fault decode_lossless(Head& head, bool wide, unsigned threads, void* out) try {
+  if (wide) return LosslessDecoder(head, threads, static_cast<uint16_t*>(out)).run();
+  return LosslessDecoder(head, threads, static_cast<uint8_t*>(out)).run();
 } catch (const std::bad_alloc&) {
   return kMemory;
 }
