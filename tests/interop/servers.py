@@ -5,16 +5,22 @@ usage: servers.py VEXAL [PART...]
 Objects of one name, of unknown classes, from peers that may not; an index that is damaged, broken or held by others; long
 queries, many clients at once; reports on storage over associations of their own.
 """
+import base64
+import contextlib
 import json
 import os
+import re
 import signal
+import socket
 import sqlite3
+import ssl
 import struct
 import sys
 import threading
 import time
+from xml.etree import ElementTree
 
-from checks import SANITIZED, VEXAL, Vexal, check, files_under, free_port, paths, read, run, run_parts, vexal, write
+from checks import SANITIZED, VEXAL, Vexal, check, files_under, free_port, has, paths, read, run, run_parts, vexal, write
 from made import EXPLICIT, IMPLICIT, ROOT, element, meta
 from wire import (ABORT, CANCEL, COMMITMENT, CT, KINDS, MR, RELEASE, STUDY, STUDY_FIND, VERIFICATION, WITH_FIND, Liar, Peer, answer_to,
                   at_once, command, contexts_of, data_set, find_message, image_find, image_query, make_files, message,
@@ -382,6 +388,95 @@ def settings_and_log(folder):
             vexal(kind, "1", "--options", wrong, status=2, says=words)
 
 
+class Repository(threading.Thread):
+    """Takes audit messages on a port: of TLS where it has a certificate, of TCP or of UDP."""
+
+    def __init__(self, kind, port, certificate=None):
+        super().__init__(daemon=True)
+        self.kind, self.certificate, self.lines = kind, certificate, []
+        self.socket = socket.socket(type=socket.SOCK_DGRAM if kind == "udp" else socket.SOCK_STREAM)
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        self.socket.bind(("127.0.0.1", port))
+        self.start()
+
+    def run(self):
+        if self.kind == "udp":
+            while True:
+                self.lines.append(self.socket.recv(65536))
+        self.socket.listen()
+        while True:
+            connection = self.socket.accept()[0]
+            with contextlib.suppress(OSError, ValueError):
+                if self.certificate:
+                    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+                    context.load_cert_chain(*self.certificate)
+                    connection = context.wrap_socket(connection, server_side=True)
+                stream = connection.makefile("rb")
+                while digits := stream.read(1):
+                    while not digits.endswith(b" "):
+                        digits += stream.read(1)
+                    self.lines.append(stream.read(int(digits)))
+
+
+def told_in(line):
+    """What an audit message says: its event, type, outcome, parties, and studies, patients and classes by ID."""
+    head, text = line.split(b"\xEF\xBB\xBF", 1)
+    check(head.startswith(b"<85>1 2") and head.split()[5:] == [b"DICOM+RFC3881", b"-"], "audit: a line begins with %s" % head)
+    root = ElementTree.fromstring(text)
+    event = root.find("EventIdentification")
+    codes = [event.find(name) for name in ("EventID", "EventTypeCode")]
+    check(event.get("EventDateTime").endswith("Z") and root.find("AuditSourceIdentification").get("AuditSourceID") == "VEXAL", "audit: %s" % text)
+    parties = {party.find("RoleIDCode").get("csd-code"): party.get("UserID") for party in root.findall("ActiveParticipant")}
+    objects = {item.get("ParticipantObjectID"): {c.get("UID"): int(c.get("NumberOfInstances")) for c in item.iter("SOPClass")}
+               for item in root.findall("ParticipantObjectIdentification")}
+    queries = [base64.b64decode(query.text) for query in root.iter("ParticipantObjectQuery")]
+    return [code.get("csd-code") for code in codes if code is not None], event.get("EventOutcomeIndicator"), parties, objects, queries
+
+
+def audits(folder):
+    """Who did what with whose objects is told to a repository, also to one that comes late."""
+    source, target = "110153", "110152"
+    key, certificate, path = paths(folder, "key.pem", "cert.pem", "audit.log")
+    secure = has("openssl", "TLS")
+    if secure:
+        run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=localhost", "-addext",
+            "subjectAltName=DNS:localhost", "-keyout", key, "-out", certificate)
+    patient = "P<&1>  \xE9"
+    body = data_set(uid(1)).replace(element(0x00100020, "LO", "ID"), element(0x00100020, "LO", patient.encode("latin-1")))
+    for kind in ("tls", "tcp", "udp", "file") if secure else ("tcp", "udp", "file"):
+        port, lines = free_port(), None
+        url = "file:" + path if kind == "file" else "%s://localhost:%d" % (kind, port)
+        late = kind in ("tls", "tcp")
+        repository = None if late or kind == "file" else Repository(kind, port)
+        with Vexal("serve", os.path.join(folder, kind), "--allow", "PEER", "--audit", url, *(("--audit-ca", certificate) if kind == "tls" else ())) as server:
+            with Peer(server.port, request((VERIFICATION, EXPLICIT), calling="STRANGER")) as peer:
+                check(peer.answer[0] == 3, "audit: a stranger is let in")
+            check(store_status(server.port, uid(1), body) == 0, "audit: an object is not taken")
+            image_find(server.port, uid(1))
+            vexal("get", "127.0.0.1", server.port, "--aet", "PEER", "-k", "StudyInstanceUID=" + STUDY, "--dir", os.path.join(folder, "got"))
+            if late:
+                time.sleep(0.3)
+                repository = Repository(kind, port, (certificate, key) if kind == "tls" else None)
+            lines = repository.lines if repository else []
+            end = time.monotonic() + 15
+            while repository and len(lines) < 5 and time.monotonic() < end:
+                time.sleep(0.05)
+        end = time.monotonic() + 5
+        while repository and len(lines) < 6 and time.monotonic() < end:
+            time.sleep(0.05)
+        lines = lines if repository else read(path).splitlines()
+        told = sorted((told_in(line) for line in lines), key=lambda row: row[0])
+        whose = {STUDY: {CT: 1}, patient.encode("latin-1").decode("utf-8", "replace"): {}}
+        check([row[:3] for row in told] == [(["110100", "110120"], "0", {"110150": "VEXAL"}), (["110100", "110121"], "0", {"110150": "VEXAL"}),
+                                            (["110104"], "0", {source: "PEER", target: "VEXAL"}), (["110104"], "0", {source: "VEXAL", target: "PEER"}),
+                                            (["110112"], "0", {source: "PEER", target: "VEXAL"}),
+                                            (["110113", "110126"], "4", {source: "STRANGER", target: "VEXAL"})], "audit by %s: %s" % (kind, told))
+        check([row[3] for row in told if row[0] == ["110104"]] == [whose] * 2, "audit by %s: transfers of %s" % (kind, told))
+        check([uid(1).encode() in query for row in told for query in row[4]] == [True], "audit by %s: queries %s" % (kind, told))
+    for url in ("", "x", "tls://", "tls://a:b", "tcp://h:99999", "udp://[::1", "file:", "file:/nowhere/at/all", "https://h:1", "tls://u@h"):
+        vexal("serve", "1", "--dir", folder, "--audit", url, status=2, says="--audit")
+
+
 sys.exit(run_parts(duplicates, unknown_objects, rules, damaged_index, broken_index, long_query, busy, second_associations, reports_to_nodes,
-                   settings_and_log,
+                   settings_and_log, audits,
                    chosen=sys.argv[2:]))

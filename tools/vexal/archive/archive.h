@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,12 @@ struct Counts {
   std::size_t warning = 0;
 };
 
+struct Retrieval {
+  std::vector<ObjectFile> files;
+  // Studies and patients of the objects, where that is told of to an audit repository.
+  std::map<std::string, std::pair<std::string, std::string>> owners;
+};
+
 class Archive {
  public:
   Archive(const Args& args, const Acceptor& acceptor, const Nodes& nodes, StorageOptions& storage)
@@ -70,17 +77,19 @@ class Archive {
   bool other(const Request& request, int32_t message, uint16_t command, const Caller& caller);
 
   // Queries.
-  bool find(const Request& request, int32_t identifier, const Caller&);
+  bool find(const Request& request, int32_t identifier, const Caller& caller);
+  void audit_query(int32_t identifier, const std::string& sop_class, const Caller& caller) const;
   bool find_worklist(const Request& request, int32_t identifier);
 
   // Retrievals.
   // The files that a retrieval names. `answered`: the peer has been told why there are none, or has gone.
-  bool files_of(const Request& request, int32_t identifier, std::vector<ObjectFile>& files, bool& answered);
+  bool files_of(const Request& request, int32_t identifier, Retrieval& wanted, bool& answered);
+  void find_owners(std::vector<CatalogKey> keys, Retrieval& wanted);
   bool tell(const Request& request, const Counts& counts, uint16_t status,
             const std::vector<std::string>& failed);
   // Sub-operations one by one: `send_one` gives the DIMSE status of one, or -1 when the way to the
   // destination is lost.
-  bool run_operations(const Request& request, const std::vector<ObjectFile>& files,
+  bool run_operations(const Request& request, const Retrieval& wanted, const AuditParty& to,
                       const std::function<int32_t(const ObjectFile&)>& send_one, Patience& patience);
   bool move(const Request& request, int32_t identifier, const Caller& caller);
   bool get(const Request& request, int32_t identifier, const Caller& caller);

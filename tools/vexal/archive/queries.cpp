@@ -3,8 +3,10 @@
 
 #include <algorithm>
 
+#include "base/byte_stream.h"
 #include "base/session.h"
 #include "base/tags.h"
+#include "base/thrown.h"
 #include "identifier.h"
 
 namespace vexal {
@@ -29,8 +31,26 @@ bool is_patient_root(const std::string& sop_class) {
                      [&](const QueryService& row) { return row.patient_root && sop_class == row.sop_class; });
 }
 
-bool Archive::find(const Request& request, int32_t identifier, const Caller&) {
+void Archive::audit_query(int32_t identifier, const std::string& sop_class, const Caller& caller) const {
+  if (!acceptor_.audit().on()) return;
+  AuditEvent event{audit_events::kQuery,
+                   nullptr,
+                   'E',
+                   true,
+                   "",
+                   {Acceptor::party(caller, audit_roles::kSource), acceptor_.self(audit_roles::kDestination)},
+                   {},
+                   sop_class,
+                   "",
+                   uid_of_syntax(EXPLICIT_LITTLE_ENDIAN)};
+  VX_Message_To_Stream(identifier, tags::kSpecificCharacterSet, 0xFFFFFFFFU, EXPLICIT_LITTLE_ENDIAN,
+                       &event.query, guarded<append_to_string>);
+  acceptor_.audit().tell(event);
+}
+
+bool Archive::find(const Request& request, int32_t identifier, const Caller& caller) {
   const std::string sop_class = text_of(identifier, tags::kAffectedSOPClassUID);
+  audit_query(identifier, sop_class, caller);
   if (sop_class == kWorklistFind) return find_worklist(request, identifier);
   Level level = Level::Study;
   std::vector<CatalogKey> keys;

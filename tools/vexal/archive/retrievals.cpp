@@ -28,8 +28,7 @@ uint16_t final_status(const Counts& counts) {
 }  // namespace
 
 // The files that a retrieval names. `answered`: the peer has been told why there are none, or has gone.
-bool Archive::files_of(const Request& request, int32_t identifier, std::vector<ObjectFile>& files,
-                       bool& answered) {
+bool Archive::files_of(const Request& request, int32_t identifier, Retrieval& wanted, bool& answered) {
   Level level = Level::Study;
   std::vector<CatalogKey> keys;
   answered = true;
@@ -40,7 +39,8 @@ bool Archive::files_of(const Request& request, int32_t identifier, std::vector<O
   if (std::none_of(keys.begin(), keys.end(), narrows)) return request.finish(kNotMatching);
   Patience patience(acceptor_, request.association);
   const std::string error = holdings_.objects(
-      keys, [&] { return patience.over(); }, files);
+      keys, [&] { return patience.over(); }, wanted.files);
+  if (acceptor_.audit().on()) find_owners(keys, wanted);
   if (patience.ended()) return end_query(request, patience);
   if (!error.empty()) {
     report("retrieval", error);
@@ -48,6 +48,19 @@ bool Archive::files_of(const Request& request, int32_t identifier, std::vector<O
   }
   answered = false;
   return true;
+}
+
+// For the audit trail: whose objects these are.
+void Archive::find_owners(std::vector<CatalogKey> keys, Retrieval& wanted) {
+  const std::size_t count = keys.size();
+  for (const uint32_t tag : {tags::kSOPInstanceUID, tags::kStudyInstanceUID, tags::kPatientID})
+    keys.push_back({tag, VX_VR_UI, ""});
+  const std::string error = holdings_.find(
+      Level::Image, keys, nullptr, [&](const std::vector<std::string>& values, const std::string&) {
+        wanted.owners[values[count]] = {values[count + 1], values[count + 2]};
+        return true;
+      });
+  if (!error.empty()) report("audit", error);
 }
 
 bool Archive::tell(const Request& request, const Counts& counts, uint16_t status,
@@ -68,8 +81,10 @@ bool Archive::tell(const Request& request, const Counts& counts, uint16_t status
 
 // Sub-operations one by one: `send_one` gives the DIMSE status of one, or -1 when the way to the
 // destination is lost.
-bool Archive::run_operations(const Request& request, const std::vector<ObjectFile>& files,
+bool Archive::run_operations(const Request& request, const Retrieval& wanted, const AuditParty& to,
                              const std::function<int32_t(const ObjectFile&)>& send_one, Patience& patience) {
+  TransferAudit audit(&acceptor_.audit(), acceptor_.self(audit_roles::kSource), to);
+  const std::vector<ObjectFile>& files = wanted.files;
   Counts counts;
   counts.remaining = files.size();
   std::vector<std::string> failed;
@@ -78,9 +93,12 @@ bool Archive::run_operations(const Request& request, const std::vector<ObjectFil
     if (patience.ended()) return tell(request, counts, kCancelled, failed);
     const int32_t status = send_one(file);
     --counts.remaining;
+    const bool went = status == 0 || (status > 0 && is_warning(static_cast<uint16_t>(status)));
+    if (const auto owner = wanted.owners.find(file.instance); went && owner != wanted.owners.end())
+      audit.add(owner->second.first, owner->second.second, file.sop_class);
     if (status == 0) {
       ++counts.completed;
-    } else if (status > 0 && is_warning(static_cast<uint16_t>(status))) {
+    } else if (went) {
       ++counts.warning;
     } else {
       ++counts.failed;
@@ -95,9 +113,10 @@ bool Archive::move(const Request& request, int32_t identifier, const Caller& cal
   const std::string destination = text_of(identifier, tags::kMoveDestination);
   const auto node = nodes_.find(destination);
   if (node == nodes_.end()) return request.finish(kUnknownDestination);
-  std::vector<ObjectFile> files;
+  Retrieval wanted;
+  const std::vector<ObjectFile>& files = wanted.files;
   bool answered = false;
-  if (const bool good = files_of(request, identifier, files, answered); answered) return good;
+  if (const bool good = files_of(request, identifier, wanted, answered); answered) return good;
   if (files.empty()) return tell(request, {}, kSuccessStatus, {});
   Peer peer;
   fill_peer(peer, destination, node->second);
@@ -121,7 +140,7 @@ bool Archive::move(const Request& request, int32_t identifier, const Caller& cal
   sender.set_originator(caller.calling_title, static_cast<uint16_t>(request.id));
   Patience patience(acceptor_, request.association);
   const bool good = run_operations(
-      request, files,
+      request, wanted, {destination, node->second.host, audit_roles::kDestination, false},
       [&](const ObjectFile& file) -> int32_t {
         patience.look();
         if (!association.is_open()) return -1;
@@ -171,13 +190,13 @@ int32_t Archive::read_store_answer(int32_t association, const SentRequest& reque
 }
 
 bool Archive::get(const Request& request, int32_t identifier, const Caller& caller) {
-  std::vector<ObjectFile> files;
+  Retrieval wanted;
   bool answered = false;
-  if (const bool good = files_of(request, identifier, files, answered); answered) return good;
+  if (const bool good = files_of(request, identifier, wanted, answered); answered) return good;
   ObjectSender sender(true, true);
   Patience patience(acceptor_, request.association);
   return run_operations(
-      request, files,
+      request, wanted, Acceptor::party(caller, audit_roles::kDestination),
       [&](const ObjectFile& file) -> int32_t {
         std::string problem;
         const auto result = sender.send(request.association, caller.contexts, file, problem);

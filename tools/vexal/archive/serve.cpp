@@ -48,6 +48,7 @@ int run(const Args& args) {
   if (!acceptor.read(args) || !read_nodes(args, nodes) || !is_folder(args, "--worklist") ||
       !is_folder(args, "--steps") || !storage.read(args, true))
     return kUsage;
+  storage.tell(acceptor.audit(), acceptor.title());
   prepare_bounded_files();
   Archive archive(args, acceptor, nodes, storage);
   const std::string error = archive.open();

@@ -3,6 +3,7 @@
 
 #include "args.h"
 #include "attributes.h"
+#include "base64.h"
 #include "byte_stream.h"
 #include "commands.h"
 #include "embedded.h"

@@ -231,7 +231,7 @@ bool Acceptor::read(const Args& args) {
   if (!parse_port(args.paths[0], port_) || !args.number("--max-associations", 1, 4096, most) ||
       !args.number("--idle", 1, 86400, idle) || !args.number("--timeout", 1, 86400, timeout) ||
       !args.number("--max-per-address", 1, 4096, most_of_one) || !rules_.read(args) ||
-      !tls_.set_up(args, true, "")) {
+      !tls_.set_up(args, true, "") || !audit_.read(args, title_)) {
     return false;
   }
   most_ = static_cast<std::size_t>(most);
@@ -319,6 +319,16 @@ void Acceptor::serve_association(int32_t association, const Handler& handler) co
   Caller caller;
   if (const int32_t reason = refusal(association, caller); reason != 0) {
     VX_Reject_Association(association, reason);
+    audit_.tell({audit_events::kSecurityAlert,
+                 &audit_types::kNodeAuthentication,
+                 'E',
+                 false,
+                 "an association is rejected",
+                 {self(audit_roles::kDestination), party(caller, audit_roles::kSource)},
+                 {},
+                 "",
+                 "",
+                 ""});
     return;
   }
   if (VX_Accept_Association(association) != VX_NORMAL_COMPLETION) return;
@@ -395,6 +405,11 @@ void Acceptor::let_in(Lobby& lobby) const {
   }
 }
 
+void Acceptor::tell_activity(const AuditCode& type) const {
+  audit_.tell(
+      {audit_events::kActivity, &type, 'E', true, "", {self(audit_roles::kApplication)}, {}, "", "", ""});
+}
+
 int Acceptor::run(const std::string& service_list, const Handler& handler) {
   if (!catch_signals()) {
     complain("can not set up signals: %s", std::strerror(errno));
@@ -408,6 +423,7 @@ int Acceptor::run(const std::string& service_list, const Handler& handler) {
     complain("port %d: can not listen on it: %s", port_, VX_Error_Message(first));
     return kNetwork;
   }
+  tell_activity(audit_types::kStart);
   Crew crew;
   Lobby lobby(tls_.on(), std::chrono::seconds(timeout_));
   if (first == VX_NORMAL_COMPLETION) lobby.add(socket);
@@ -442,6 +458,7 @@ int Acceptor::run(const std::string& service_list, const Handler& handler) {
   VX_Close_Listen_Port(port_);
   while (!crew.wait_for_all(std::chrono::milliseconds(kLookAfter))) watches.end_late();
   if (application_ >= 0) VX_Release_Application(&application_);
+  tell_activity(audit_types::kStop);
   return kSuccess;
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "audit.h"
 #include "base/args.h"
 #include "network/network.h"
 #include "network/tls.h"
@@ -32,7 +33,7 @@ class Lobby;
       {"--timeout", "S",                                                                                 \
        "seconds to wait for a request, and for each message, with as many again for each 256 KiB of it " \
        "(default 30)"},                                                                                  \
-      VEXAL_TLS_OPTIONS
+      VEXAL_AUDIT_OPTIONS, VEXAL_TLS_OPTIONS
 
 // Who is at the other end, as the negotiation told.
 struct Caller {
@@ -75,6 +76,13 @@ class Acceptor {
   // Serves until a signal (INT, TERM) asks for an end; associations under way get to the end of their
   // message. The exit code.
   int run(const std::string& service_list, const Handler& handler);
+  // What is told of to an audit repository; that of the program's start and end is told here.
+  AuditTrail& audit() const { return audit_; }
+  // This side of a transfer, and the other.
+  AuditParty self(AuditCode role) const { return {title_, "", role, false}; }
+  static AuditParty party(const Caller& caller, AuditCode role, bool requestor = true) {
+    return {caller.calling_title, caller.address, role, requestor};
+  }
   // A line on standard error where everyone who reaches the port may do what `what` says.
   void warn_if_open(const char* what) const;
 
@@ -101,6 +109,7 @@ class Acceptor {
   void let_in(Lobby& lobby) const;
   VX_STATUS take_request(int32_t socket, std::chrono::steady_clock::duration left, const char* service_list,
                          int32_t& association) const;
+  void tell_activity(const AuditCode& type) const;
   // Why an association is turned away, as VX_Reject_Association counts; 0 if it is welcome.
   int32_t refusal(int32_t association, Caller& caller) const;
 
@@ -115,6 +124,7 @@ class Acceptor {
   bool strict_ = false;
   bool quiet_ = false;
   Tls tls_;
+  mutable AuditTrail audit_;
   int32_t application_ = -1;
   std::atomic<bool> stopping_{false};
 };

@@ -2,5 +2,6 @@
 #pragma once
 
 #include "acceptor.h"
+#include "audit.h"
 #include "request.h"
 #include "storage.h"

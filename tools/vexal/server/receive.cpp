@@ -125,6 +125,7 @@ int run(const Args& args) {
   if (!acceptor.read(args)) return kUsage;
   StorageOptions storage;
   if (!storage.read(args, true)) return kUsage;
+  storage.tell(acceptor.audit(), acceptor.title());
   if (args.has("--to")) {
     if (!find_syntax(args.get("--to"), storage.syntax) || is_lossy(storage.syntax)) {
       complain("--to %s: give a transfer syntax that loses nothing; --help lists the names",

@@ -31,8 +31,8 @@
 namespace vexal {
 namespace {
 
-constexpr uint32_t kTreeTags[] = {tags::kSOPClassUID, tags::kSOPInstanceUID, tags::kStudyInstanceUID,
-                                  tags::kSeriesInstanceUID};
+constexpr uint32_t kTreeTags[] = {tags::kSOPClassUID, tags::kSOPInstanceUID, tags::kPatientID,
+                                  tags::kStudyInstanceUID, tags::kSeriesInstanceUID};
 
 constexpr char kNearlyFull[] = "the disk is nearly full";
 constexpr char kOverMostBytes[] = "is larger than --max-size allows";
@@ -474,6 +474,8 @@ int32_t ObjectWriter::take(int32_t association, int32_t message, StoredObject& s
     answer = finish(stored, error_);
   }
   sink_.drop();
+  if (!stored.path.empty() && audit_.on())
+    audit_.add(scan_.text(tags::kStudyInstanceUID), scan_.text(tags::kPatientID), stored.sop_class);
   if (!error_.empty()) report(stored.instance, error_);
   options_.journal.write(calling_title_, address_, stored,
                          static_cast<uint16_t>(answer < 0 ? 0xFFFF : answer));

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "acceptor.h"
+#include "audit.h"
 #include "base/args.h"
 #include "files/files.h"
 #include "files/head_scan.h"
@@ -84,6 +85,11 @@ struct StorageOptions {
 
   // --dir, which is made, and --tree; for a server the rows above too. False after a line on standard error.
   bool read(const Args& args, bool server = false);
+  // Objects that come are told of there, as having come to this title.
+  void tell(AuditTrail& trail, const std::string& own_title) {
+    audit = &trail;
+    title = own_title;
+  }
 
   std::string folder;
   bool durable = false;           // on the disk before it is acknowledged
@@ -96,6 +102,8 @@ struct StorageOptions {
   const Deidentifier* deidentifier =
       nullptr;  // objects are stored without what identifies the patient, or not at all
   ObjectIndex* index = nullptr;
+  AuditTrail* audit = nullptr;
+  std::string title;
   Journal journal;
 };
 
@@ -110,7 +118,11 @@ std::string place_object(FileSink& sink, const StorageOptions& options, StoredOb
 class ObjectWriter {
  public:
   ObjectWriter(const StorageOptions& options, std::string calling_title, std::string address = "")
-      : options_(options), calling_title_(std::move(calling_title)), address_(std::move(address)) {}
+      : options_(options),
+        calling_title_(std::move(calling_title)),
+        address_(std::move(address)),
+        audit_(options.audit, {calling_title_, address_, audit_roles::kSource, true},
+               {options.title, "", audit_roles::kDestination, false}) {}
 
   // Reads the data set of the request `message` into a file and frees the message. The DIMSE status to answer
   // with; -1 if the association is lost.
@@ -127,6 +139,7 @@ class ObjectWriter {
   const StorageOptions& options_;
   std::string calling_title_;
   std::string address_;
+  TransferAudit audit_;
   FileSink sink_;
   HeadScan scan_;
   std::string error_;  // what comes is dropped

@@ -1,0 +1,11 @@
+// Bytes as text (RFC 4648 section 4).
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace vexal {
+
+std::string base64(std::string_view bytes);
+
+}  // namespace vexal
