@@ -1,4 +1,4 @@
-// Bytes as text (RFC 4648 section 4).
+// Base64 (RFC 4648), also in the alphabet of URLs.
 #pragma once
 
 #include <string>
@@ -6,6 +6,8 @@
 
 namespace vexal {
 
-std::string base64(std::string_view bytes);
+std::string base64_of(std::string_view bytes);
+// False where the text is none. With `url`, the alphabet of URLs, without padding.
+bool from_base64(std::string_view text, bool url, std::string& bytes);
 
 }  // namespace vexal
