@@ -13,6 +13,7 @@ from checks import REAL_SAMPLES, SAMPLES, VEXAL, check, left_out, need, read, ru
 
 need(modules=["pydicom", "numpy"])
 import numpy
+import pydicom
 from pydicom.dataset import Dataset, FileDataset, FileMetaDataset
 from pydicom.sequence import Sequence
 from pydicom.uid import ExplicitVRLittleEndian
@@ -577,6 +578,199 @@ def check_doses(folder):
         render(folder, image_path, *options, "--dose", path, status=2, says=says)
 
 
+# ---- Blending presentation states ----
+
+
+def check_blending(folder):
+    """An image in the colours of a palette over another, wherever both lie: between four pixels of the nearest plane."""
+    image_path, state_path, above_path = folder + "/image", folder + "/state", folder + "/above"
+    ramps = [numpy.arange(256), 255 - numpy.arange(256), numpy.arange(256) // 2]
+    palette = {name + "PaletteColorLookupTable" + part: value for name, ramp in zip(("Red", "Green", "Blue"), ramps)
+               for part, value in (("Descriptor", [256, 0, 8]), ("Data", ramp.astype("u1").tobytes()))}
+
+    def series(position, images, slope, center, width):
+        return item(BlendingPosition=position, StudyInstanceUID=ROOT + ".1", RescaleSlope=slope, RescaleIntercept=-5, RescaleType="US", ReferencedSeriesSequence=[
+            item(SeriesInstanceUID=ROOT + ".2", ReferencedImageSequence=[reference(image) for image in images])],
+            SoftcopyVOILUTSequence=[item(WindowCenter=center, WindowWidth=width)])
+
+    def save_state(below, above, opacity, **more):
+        made = new("1.2.840.10008.5.1.4.1.1.11.4", Modality="PR", RelativeOpacity=opacity, BlendingSequence=[
+            series("SUPERIMPOSED", above, 2, 300, 601), series("UNDERLYING", [below], 1, 120, 257)], **palette, **more)
+        return save(made, state_path)
+
+    smooth = numpy.fromfunction(lambda z, y, x: 150 + 60 * numpy.sin(x / 2 + z) + 70 * numpy.cos(y / 3 - z / 2), (9, 11, 13))
+    volumes = [(IMAGE, Grid((-20, -15, 26), spacing=(1.3, 1.7), gap=2.5, rows=11, columns=13, planes=9), True),
+               (IMAGE, Grid((-3.3, -16.1, 34.2), FLIPPED, (1.3, 1.7), 2.5, 11, 13, 9), False),
+               (Grid((-19, -15.3, 28.02), turned(20, 30), (0.7, 0.9)), Grid((-21.3, -16.1, 24), spacing=(1.3, 1.7), gap=2.5, rows=11, columns=13, planes=9), True),
+               (Grid((-18.03, -5.01, 35.02), CORONAL, (0.61, 0.83)), Grid((-21.3, -16.1, 27.2), spacing=(2.1, 1.7), gap=1.5, rows=11, columns=13, planes=9), False)]
+    for number, ((image, grid, many), opacity) in enumerate(zip(volumes, (0.4, 1, 0, 0.7))):
+        below = classic(image)
+        pixels = random.integers(0, 256, (image.rows, image.columns)).astype("u2")
+        below.PixelData = pixels.tobytes()
+        values = smooth.astype("u2")
+        above = [with_pixels(enhanced(grid), values)] if many else [with_pixels(classic(grid, plane), values[plane:plane + 1]) for plane in range(9)]
+        files = [save(one, above_path + str(n)) for n, one in enumerate(above)]
+        save(below, image_path)
+        save_state(below, above, opacity)
+        x, y, z = grid.seen_from(image)
+        plane = numpy.rint(z).astype(int)
+        covered = (plane >= 0) & (plane < 9) & (x >= -0.5) & (y >= -0.5) & (x <= 12.5) & (y <= 10.5)
+        x, y, plane = x.clip(0, 12), y.clip(0, 10), plane.clip(0, 8)
+        left, upper = numpy.minimum(x.astype(int), 11), numpy.minimum(y.astype(int), 9)
+        shades = numpy.clip((values * 2.0 - 5 - 299.5) / 600 + 0.5, 0, 1)
+        mixed = sum(shades[plane, upper + b, left + a] * abs(1 - a - x + left) * abs(1 - b - y + upper) for a in (0, 1) for b in (0, 1))
+        colours = numpy.stack([ramp[numpy.rint(mixed * 255).astype(int)] for ramp in ramps], 2)
+        base = numpy.clip((pixels - 5.0 - 119.5) / 256 + 0.5, 0, 1)[..., None].repeat(3, 2) * 255
+        want = base + (colours - base) * opacity * covered[..., None]
+        sure = (abs(z - numpy.floor(z) - 0.5) > 1e-4) & (abs(abs(x - 6) - 6.5) > 1e-4) & (abs(abs(y - 5) - 5.5) > 1e-4)
+        check(0.15 < covered.mean(), "blending %d: a test of little" % number)
+        options = [word for file in files for word in ("--with", file)]
+        alike("blending %d" % number, render(folder, image_path, "--presentation", state_path, *options), want, sure, most=2)
+    render(folder, image_path, "--presentation", state_path, status=2, says="--with")
+    render(folder, files[0], "--presentation", state_path, "--with", image_path, status=2, says="lays the image over others")
+    render(folder, image_path, "--presentation", state_path, "--with", image_path, status=2, says="does not lay it")
+    render(folder, image_path, "--with", image_path, status=2, says="--with goes with --presentation")
+    render(folder, image_path, "--presentation", state_path, "--bits", "16", *options, status=2, says="only grey")
+    above[0].ImagePositionPatient = [0, 0, 500]
+    render(folder, image_path, "--presentation", state_path, "--with", save(above[0], files[0]), status=1, says="none of the images given")
+    above[0].FrameOfReferenceUID = "1.2.3"
+    render(folder, image_path, "--presentation", state_path, "--with", save(above[0], files[0]), status=2, says="frame of reference")
+    for wrong, says in (({"RelativeOpacity": 1.5}, "Relative Opacity"), ({"BlendingSequence": []}, "what lies over what"), ({"RedPaletteColorLookupTableData": b""}, "palette")):
+        made = pydicom.dcmread(save_state(below, above, 0.5))
+        for name, value in wrong.items():
+            setattr(made, name, value)
+        save(made, state_path)
+        render(folder, image_path, "--presentation", state_path, *options, status=2, says=says)
+
+
+# ---- Slides ----
+
+SLIDE = "1.2.840.10008.5.1.4.1.1.77.1.6"
+
+
+class Matrix:
+    """A total pixel matrix: its pixels by row and column, where it begins, its directions and the distance of pixels."""
+
+    def __init__(self, pixels, tile=(16, 13), origin=(1, 2), directions=(0, -1, 0, -1, 0, 0), spacing=0.01):
+        self.pixels, self.tile, self.origin, self.directions, self.spacing = pixels, tile, origin, directions, spacing
+        self.rows, self.columns = pixels.shape[:2]
+
+    def tiles(self, pixels):
+        """Left, top and pixels of each."""
+        across, down = self.tile
+        for y in range(0, self.rows, down):
+            for x in range(0, self.columns, across):
+                part = pixels[y:y + down, x:x + across]
+                yield x, y, numpy.pad(part, ((0, down - part.shape[0]), (0, across - part.shape[1])) + ((0, 0),) * (part.ndim - 2))
+
+    def describe(self, made, full):
+        made.update(item(TotalPixelMatrixColumns=self.columns, TotalPixelMatrixRows=self.rows, ImageOrientationSlide=list(self.directions),
+                         DimensionOrganizationType="TILED_FULL" if full else "TILED_SPARSE",
+                         SharedFunctionalGroupsSequence=[item(PixelMeasuresSequence=[item(PixelSpacing=[self.spacing, self.spacing])])]))
+        if self.origin:
+            made.TotalPixelMatrixOriginSequence = Sequence([item(XOffsetInSlideCoordinateSystem=self.origin[0], YOffsetInSlideCoordinateSystem=self.origin[1])])
+        return made
+
+    def image(self):
+        frames = numpy.stack([tile for _, _, tile in self.tiles(self.pixels)])
+        made = with_pixels(self.describe(new(SLIDE, Modality="SM", WindowCenter=128, WindowWidth=256), True), frames)
+        if frames.ndim == 4:
+            made.SamplesPerPixel, made.PhotometricInterpretation, made.PlanarConfiguration = 3, "RGB", 0
+        return made
+
+    def segmentation(self, masks, kind, full, **more):
+        """A mask of each segment, or one of labels; of a sparse one, tiles that hold nothing are left out."""
+        made = new(LABELS if kind == "LABELMAP" else SEG, Modality="SEG", SegmentationType=kind, MaximumFractionalValue=255, **more)
+        made.SegmentSequence = Sequence([item(SegmentNumber=n, SegmentLabel="label %d" % n) for n in range(1, 3)])
+        for segment, colour in zip(made.SegmentSequence, COLOURS):
+            segment.RecommendedDisplayCIELabValue = list(colour)
+        frames = [(number, x, y, tile) for number, mask in enumerate(masks, 1) for x, y, tile in self.tiles(mask) if full or tile.any()]
+        self.describe(made, full)
+        if not full:
+            made.PerFrameFunctionalGroupsSequence = Sequence([item(
+                PlanePositionSlideSequence=[item(ColumnPositionInTotalImagePixelMatrix=x + 1, RowPositionInTotalImagePixelMatrix=y + 1)],
+                SegmentIdentificationSequence=[item(ReferencedSegmentNumber=number)]) for number, x, y, _ in frames])
+        return with_pixels(made, numpy.stack([tile for *_, tile in frames]), 1 if kind == "BINARY" else None)
+
+    def sampled(self, mask, ground):
+        """Of the ground's pixels, what the nearest pixel here is; places are of corners where both begin at one."""
+        corner = 0.5 if self.origin == ground.origin else 0
+        y, x = numpy.mgrid[:ground.rows, :ground.columns] + corner
+        axes = [numpy.array(m.directions).reshape(2, 3)[:, :2] * m.spacing for m in (ground, self)]
+        points = numpy.array(ground.origin) + x[..., None] * axes[0][0] + y[..., None] * axes[0][1] - self.origin
+        here = points @ numpy.linalg.inv(axes[1]) - corner
+        at = numpy.floor(here + 0.5 + 1e-6).astype(int)
+        inside = (at >= 0).all(2) & (at[..., 0] < self.columns) & (at[..., 1] < self.rows)
+        values = numpy.zeros(inside.shape)
+        values[inside] = mask[at[inside][:, 1], at[inside][:, 0]]
+        return values
+
+
+def check_slides(folder):
+    """Tiled segmentations over slides, full and sparse, coarser and finer, turned, by region and scale, on many threads."""
+    slide_path, path, packed, out = (folder + name for name in ("/slide", "/seg", "/rle", "/out.png"))
+    ground = Matrix(random.integers(0, 256, (61, 83, 3)).astype("u1"))
+    grey = Matrix(random.integers(0, 256, (61, 83)).astype("u1"))
+
+    def show(*options, status=0, says=""):
+        vexal("pixel", "render", "--matrix", *options, slide_path, out, status=status, says=says)
+        return read_png(out).astype(int) if status != 2 else None
+
+    cases = [(ground, Matrix(ground.pixels), "BINARY", True), (grey, Matrix(ground.pixels, (7, 5)), "BINARY", False),
+             (ground, Matrix(ground.pixels[:16, :21], (8, 8), spacing=0.04), "BINARY", True),
+             (ground, Matrix(ground.pixels, (9, 40), (0.82, 1.71), spacing=0.005), "FRACTIONAL", False),
+             (ground, Matrix(ground.pixels[:50, :50], (11, 9), (0.4, 1.2), (1, 0, 0, 0, 1, 0), 0.02), "FRACTIONAL", True),
+             (grey, Matrix(ground.pixels[:40], (16, 8), (0.97, 1.93), tuple(numpy.round([-0.6, -0.8, 0, -0.8, 0.6, 0], 9)), 0.013), "LABELMAP", True)]
+    for number, (below, above, kind, full) in enumerate(cases):
+        save(below.image(), slide_path)
+        shape = above.pixels.shape[:2]
+        top = {"BINARY": 2, "FRACTIONAL": 256, "LABELMAP": 3}[kind]
+        masks = [random.integers(0, top, shape) * (random.random(shape) < 0.7) for _ in range(1 if kind == "LABELMAP" else 2)]
+        masks = [mask.astype("u1") for mask in masks]
+        masks[0][:above.tile[1], :above.tile[0]] = 0
+        save(above.segmentation(masks, kind, full), path)
+        vexal("convert", "--to", "rle", path, packed)
+        want = below.pixels if below.pixels.ndim == 3 else below.pixels[..., None].repeat(3, 2)
+        if kind == "LABELMAP":
+            labels = above.sampled(masks[0], below)
+            shares = [labels == 1, labels == 2]
+        else:
+            shares = [above.sampled(mask, below) / (top - 1) for mask in masks]
+        for share, colour in zip(shares, COLOURS):
+            want = over(want, srgb_of(colour), share * 0.5)
+        check(numpy.mean(sum(shares) > 0) > 0.2, "slide %d: a test of little" % number)
+        for file in (path, packed):
+            alike("slide %d, %s" % (number, file), show("--segmentation", file), want, most=2)
+        for x, y, width, height, scale in ((5, 7, 60, 40, 1), (0, 0, 83, 61, 4), (33, 20, 50, 41, 7)):
+            part = want[y:y + height, x:x + width]
+            part = numpy.array([[part[b:b + scale, a:a + scale].reshape(-1, 3).mean(0) for a in range(0, width, scale)] for b in range(0, height, scale)])
+            alike("slide %d, a region by %d" % (number, scale), show("--segmentation", path, "--region", "%d,%d,%d,%d" % (x, y, width, height), "--scale", str(scale)),
+                  part, most=2)
+        if number == 0:
+            alike("one segment of a slide", show("--segmentation", path, "--segment", "label 2", "--opacity", "100"), over(ground.pixels, srgb_of(COLOURS[1]), shares[1]))
+            show("--segmentation", path, "--segment", "5", status=2, says="--segment 5")
+            show("--contours", path, status=2, says="does not go with --matrix")
+    slide = ground.image()
+    save(slide, slide_path)
+    bare = Matrix(ground.pixels, origin=None)
+    mask = random.integers(0, 2, (61, 83)).astype("u1")
+    refers = {"ReferencedSeriesSequence": [item(SeriesInstanceUID="1.2", ReferencedInstanceSequence=[reference(slide)])]}
+    save(bare.segmentation([mask, mask * 0], "BINARY", True, **refers), path)
+    alike("pixel on pixel", show("--segmentation", path), over(ground.pixels, srgb_of(COLOURS[0]), mask * 0.5))
+    save(bare.segmentation([mask, mask * 0], "BINARY", True), path)
+    show("--segmentation", path, status=2, says="nothing tells where it lies")
+    other = Matrix(ground.pixels).segmentation([mask, mask * 0], "BINARY", True)
+    save(other, path)
+    for cut in range(132, len(read(path)), len(read(path)) // 40):
+        write(packed, read(path)[:cut])
+        done = run(VEXAL, "pixel", "render", "--matrix", "--segmentation", packed, slide_path, folder + "/cut.png", timeout=30)
+        check(done.returncode in (0, 1, 2), "a slide's segmentation cut at %d: %d %s" % (cut, done.returncode, done.stderr))
+    other.FrameOfReferenceUID = "1.2.3"
+    save(other, path)
+    show("--segmentation", path, status=2, says="frame of reference is not that of the slide")
+    show("--segmentation", slide_path, status=2, says="no segmentation")
+
+
 # ---- All together ----
 
 
@@ -610,4 +804,4 @@ def check_together(folder):
 
 
 if __name__ == "__main__":
-    sys.exit(run_parts(check_geometry, check_kinds, check_references, check_contours, check_slices, check_doses, check_together, chosen=sys.argv[3:]))
+    sys.exit(run_parts(check_geometry, check_kinds, check_references, check_contours, check_slices, check_doses, check_blending, check_slides, check_together, chosen=sys.argv[3:]))

@@ -9,7 +9,7 @@ import os
 import struct
 import sys
 
-from checks import check, ended, has, need, paths, run, run_parts, vexal, write
+from checks import check, ended, has, need, paths, read, run, run_parts, vexal, write
 from made import Writer, description, head, tail
 
 need(modules=["pydicom", "numpy"])
@@ -53,6 +53,10 @@ def check_formats(folder):
             want = read_png(png).reshape(-1)
             check((read_by_ffmpeg(tiff, samples) == want).all(), "a TIFF file of %d samples" % samples)
             check(samples == 3 or abs(read_by_ffmpeg(jpeg) - want).max() < 9, "a JPEG file")
+    deep = image(folder + "/deep", random.integers(0, 65536, (37, 301)).astype("<u2"))
+    vexal("pixel", "render", "--bits", "16", "--window-number", "0", deep, png)
+    vexal("pixel", "render", "--bits", "16", "--window-number", "0", deep, tiff)
+    check(not ffmpeg or (read_by_ffmpeg(tiff, 1, 16) == read_png(png).reshape(-1)).all(), "a TIFF file of 16 bits")
     for suffix in ("png", "jpg", "tif"):
         limit = ["bash", "-c", 'ulimit -f 8; trap "" XFSZ; exec "$@"', "bash"]
         target = folder + "/full/o." + suffix
@@ -121,6 +125,21 @@ def check_grey(folder):
         padded = padded.astype(int)
         want = numpy.where((padded >= low + 5) & (padded <= low + 9), 0, (padded - shown.min()) / (shown.max() - shown.min()))
         check(apart(picture_of(path, folder)[..., 0], 255 * want) <= 0.5001, "padding of %s %d" % (kind, stored))
+    for kind, shape in [(kind, shape) for kind in ("<u4", "<i4", "<f4", "<f8", "<i2", "u1") for shape in ((1, 17), (17, 1), (1, 1), (7, 13))]:
+        size = numpy.dtype(kind).itemsize
+        pixels = (random.random(shape) * 2000 - (0 if "u" in kind else 1000)).astype(kind) if size > 1 else random.integers(0, 256, shape).astype(kind)
+        w = Writer()
+        signed, values = int("i" in kind), pixels.tobytes()
+        element = {"<f4": (0x7FE00008, "OF"), "<f8": (0x7FE00009, "OD")}.get(kind, (0x7FE00010, "OW"))
+        parts = description(w, *shape, 8 * size, 8 * size, 1, 1, signed)
+        write(path, w.file(head(w, KIND) + tail(w) + parts + w.element(*element, values + bytes(len(values) % 2)), KIND))
+        for bits in (8, 16):
+            top = (1 << bits) - 1
+            got = picture_of(path, folder, "--window", "100,900", "--bits", bits)[..., 0]
+            check(apart(got, top * level_of(pixels.astype(float), "LINEAR", 100, 900)) <= 0.5001, "%s of %s, %d bits" % (kind, shape, bits))
+            low, high = float(pixels.min()), float(pixels.max())
+            want = (pixels.astype(float) - low) / (high - low) if high > low else numpy.full(shape, 0.5)
+            check(apart(picture_of(path, folder, "--bits", bits)[..., 0], top * want) <= 0.5001 or high == low, "the range of %s of %s, %d bits" % (kind, shape, bits))
     ramp = numpy.arange(256, dtype="u1").reshape(16, 16)
     tables = items(*({"LUTDescriptor": [256, 0, 16], "LUTData": [(factor * i) & 65535 for i in range(256)]} for factor in (100, 257)))
     path = changed(image(path, ramp), VOILUTSequence=tables, WindowCenter="128", WindowWidth="256")
@@ -161,6 +180,22 @@ def check_colours(folder):
         return
     check(apart(read_png(folder + "/picture.png"), pixels[..., [1, 0, 2]]) <= 2, "a profile: %s" % result)
     check(apart(picture_of(path, folder, "--no-icc"), pixels) == 0, "--no-icc")
+    swapped, plain = pixels[..., [1, 0, 2]], image(folder + "/plain", pixels, photometric="RGB")
+    made = state(folder + "/state", plain, COLOUR, ICCProfile=profile)
+    check(apart(picture_of(plain, folder, "--presentation", made), swapped) <= 2, "the profile of a state in colour")
+    ramps = {name + "PaletteColorLookupTable" + part: value for n, name in enumerate(("Red", "Green", "Blue"))
+             for part, value in (("Descriptor", [256, 0, 8]), ("Data", ((ramp.reshape(-1) * (2 * n + 1)) % 256).astype("u1").tobytes()))}
+    grey = image(folder + "/grey", ramp)
+    bare, coloured = (state(folder + "/pseudo%d" % n, grey, PSEUDO, **ramps, **more) for n, more in enumerate(({}, {"ICCProfile": profile})))
+    want = picture_of(grey, folder, "--presentation", bare)
+    check(apart(picture_of(grey, folder, "--presentation", coloured), want[..., [1, 0, 2]]) <= 2, "the profile of a state in pseudo-colours")
+    check(apart(picture_of(grey, folder, "--no-icc", "--presentation", coloured), want) == 0, "--no-icc with a state")
+    two = changed(image(folder + "/two", numpy.concatenate([pixels, pixels]), photometric="RGB"), Rows=33, NumberOfFrames=2, OpticalPathSequence=items(
+        {"OpticalPathIdentifier": "A"}, {"OpticalPathIdentifier": "B", "ICCProfile": profile}))
+    named = changed(two, PerFrameFunctionalGroupsSequence=items(*({"OpticalPathIdentificationSequence": items({"OpticalPathIdentifier": name})} for name in "BA")))
+    for file, wanted in ((two, (pixels, swapped)), (named, (swapped, pixels))):
+        for frame in (1, 2):
+            check(apart(picture_of(file, folder, "--frame", frame), wanted[frame - 1]) <= 2, "the profile of frame %d of %s" % (frame, file))
     for broken in (profile[:200], b"nothing ", profile[:16] + b"CMYK" + profile[20:]):
         got = picture_of(changed(path, ICCProfile=broken), folder, status=1, says="ICC profile")
         check(apart(got, pixels) == 0, "a broken profile changes colours")
@@ -247,7 +282,7 @@ def check_videos(folder):
 
 # ---- Presentation states ----
 
-GREY, COLOUR, PSEUDO = ("1.2.840.10008.5.1.4.1.1.11.%d" % n for n in (1, 2, 3))
+GREY, COLOUR, PSEUDO, ANGIOGRAPHY = ("1.2.840.10008.5.1.4.1.1.11.%d" % n for n in (1, 2, 3, 5))
 
 
 def state(path, of, kind=GREY, frames=None, **attributes):
@@ -349,6 +384,14 @@ def check_state_places(folder):
     got = picture_of(path, folder, "--presentation", state(made, path, **area([1, 1], [30, 24], PresentationSizeMode="MAGNIFY",
                                                                              PresentationPixelMagnificationRatio=3.0)))
     check(got.shape[:2] == (72, 90) and apart(got[1::3, 1::3, 0], pixels) == 0, "magnification")
+    true_size = area([1, 1], [30, 24], PresentationSizeMode="TRUE SIZE", PresentationPixelSpacing=[0.5, 0.5])
+    del true_size["DisplayedAreaSelectionSequence"][0].PresentationPixelAspectRatio
+    for options, times in (((), 1), (("--dpi", "254"), 5), (("--dpi", "102"), 2)):  # 10 and 4 dots in a mm
+        got = picture_of(path, folder, *options, "--presentation", state(made, path, **true_size))
+        check(got.shape[:2] == (round(24 * times), round(30 * times)), "true size %s: %s" % (options, got.shape))
+        size = read(folder + "/picture.png").split(b"pHYs")[1][:8]
+        check(abs(struct.unpack(">I", size[:4])[0] - 2000 * times) <= 20, "true size %s: %s" % (options, size))
+    picture_of(path, folder, "--presentation", state(made, path, **area([1, 1], [30, 24], PresentationSizeMode="TRUE SIZE")), status=1, says="true size")
     vexal("pixel", "render", "--presentation", state(made, path, **area([-2000000000, 1], [2000000000, 24])), path, folder + "/o.png", status=2,
           says="too large")
     y, x = numpy.mgrid[1:25, 1:31]
@@ -384,6 +427,8 @@ def check_state_places(folder):
             groups = items({"FrameDisplayShutterSequence": items({"ShutterPresentationValue": 0x8080, **attributes})})
             own = changed(path, WindowCenter="128", WindowWidth="256", PerFrameFunctionalGroupsSequence=groups)
             check(apart(picture_of(own, folder)[..., 0], want) == 0, "a shutter of the frame: %s" % attributes)
+            made = state(made, path, ANGIOGRAPHY, FrameDisplayShutterSequence=groups[0].FrameDisplayShutterSequence)
+            check(apart(picture_of(path, folder, "--presentation", made)[..., 0], want) == 0, "a state's shutter of the frame: %s" % attributes)
 
 
 def check_state_frames(folder):
@@ -474,15 +519,69 @@ def check_state_drawings(folder):
               graphic("POLYLINE", [1, 2, 3, 4], "N", "MATRIX")]
     picture_of(path, folder, "--presentation", state(made, path, **layers, GraphicAnnotationSequence=items(draw("UP", GraphicObjectSequence=broken))),
                status=1, says="is not shown")
-    plain, told = graphic("POLYLINE", [1, 1, 5, 5]), {"dashes": {"LineDashingStyle": "DASHED"}, "shadows": {"ShadowStyle": "NORMAL"}}
-    for says, style in told.items():
-        styled = dict(plain, LineStyleSequence=items(style))
-        picture_of(path, folder, "--presentation", state(made, path, **layers, GraphicAnnotationSequence=items(draw("UP", GraphicObjectSequence=[styled]))),
-                   status=1, says=says)
     data = pydicom.dcmread(state(made, path, **layers))
     data.ImageRotation = 45
     data.save_as(made)
     vexal("pixel", "render", path, os.path.join(folder, "none.png"), "--presentation", made, status=2, says="45 degrees")
 
 
-sys.exit(run_parts(check_formats, check_grey, check_colours, check_colour_spaces, check_shape, check_videos, check_state_shades, check_state_places, check_state_frames, check_state_drawings, chosen=sys.argv[3:]))
+def check_state_styles(folder):
+    """Dashes, opacities, shadows, patterns and styles of texts; compound graphics by their plain form."""
+    path, made, size = image(folder + "/image", numpy.full((64, 64), 40, "u1")), folder + "/state", 64
+    layers = {"GraphicLayerSequence": items({"GraphicLayer": "UP", "GraphicLayerOrder": 1, "GraphicLayerRecommendedDisplayGrayscaleValue": 0xFFFF})}
+    grey = lambda level: [level * 655, 32896, 32896]  # by its lightness
+    y, x = numpy.mgrid[0:size, 0:size]
+
+    def drawn(status=0, says="", **what):
+        content = {k: items(*v) for k, v in what.items()}
+        state(made, path, **layers, GraphicAnnotationSequence=items({"GraphicLayer": "UP", **content}))
+        return picture_of(path, folder, "--presentation", made, status=status, says=says)[..., 0]
+
+    def line(data, style, **more):
+        return {"GraphicAnnotationUnits": "PIXEL", "GraphicDimensions": 2, "NumberOfGraphicPoints": len(data) // 2, "GraphicData": [float(v) for v in data],
+                "GraphicType": "POLYLINE", "GraphicFilled": "N", "LineStyleSequence": items(style), **more}
+
+    row = [0.5, 10.5, 63.5, 10.5]
+    white, half = {"PatternOnColorCIELabValue": grey(100)}, {"PatternOnColorCIELabValue": grey(100), "PatternOnOpacity": 0.5}
+    dashed = {**white, "LineDashingStyle": "DASHED", "LinePattern": 0xFFC0F000}
+    on = numpy.array([0xFFC0F000 >> (31 - n) & 1 for n in range(32)] * 2)
+    square = [10, 10, 40, 10, 40, 40, 10, 40, 10, 10]
+    inside = (x >= 10) & (x < 40) & (y >= 10) & (y < 40)
+    pattern = numpy.random.default_rng(8).integers(0, 2, (32, 32))
+    stippled = {"FillStyleSequence": items({"FillMode": "STIPPELED", "PatternOnColorCIELabValue": grey(100), "PatternOnOpacity": 1.0, "PatternOffOpacity": 0.5,
+                                            "PatternOffColorCIELabValue": grey(0), "FillPattern": numpy.packbits(pattern).tobytes()}), "GraphicFilled": "Y"}
+    at_row = lambda wanted, values: numpy.where(y == wanted, values, 40)
+    for title, graphic, want, where in (
+            ("dashes", line(row, dashed), at_row(10, numpy.where(on, 255, 40)), y >= 0),
+            ("gaps", line(row, {**dashed, "PatternOffColorCIELabValue": grey(0)}), at_row(10, numpy.where(on, 255, 0)), y >= 0),
+            ("dashes around a corner", line([0.5, 10.5, 20.5, 10.5, 20.5, 60.5], dashed), numpy.where(numpy.roll(on, -20)[(y - 10) % 32], 255, 40), (x == 20) & (y > 10) & (y < 60)),
+            ("half of a line", line(row, half), at_row(10, 148), y >= 0),
+            ("a line over itself", line([0.5, 10.5, 63.5, 10.5, 0.5, 10.5], half), at_row(10, 148), y >= 0),
+            ("a shadow", line(row, {**white, "ShadowStyle": "NORMAL", "ShadowOffsetX": 0.0, "ShadowOffsetY": 5.0, "ShadowColorCIELabValue": grey(0), "ShadowOpacity": 0.5}),
+             numpy.where(y == 15, 20, at_row(10, 255)), y >= 0),
+            ("an outline", line(row, {**white, "ShadowStyle": "OUTLINED", "ShadowColorCIELabValue": grey(0), "ShadowOpacity": 1.0}),
+             numpy.where((y == 9) | (y == 11), 0, at_row(10, 255)), x < 63),
+            ("half of an area", line(square, half, GraphicFilled="Y"), numpy.where(inside, 148, 40), (abs(x - 25) < 13) & (abs(y - 25) < 13) | (x > 42) | (y > 42)),
+            ("a pattern", line(square, white, **stippled), numpy.where(pattern[y % 32, x % 32], 255, 20), (abs(x - 25) < 13) & (abs(y - 25) < 13))):
+        got = drawn(GraphicObjectSequence=[graphic])
+        check(abs(got - want)[where].max() <= 1, "%s: %s" % (title, numpy.argwhere((abs(got - want) > 1) & where)[:3]))
+    text = {"UnformattedTextValue": "II", "BoundingBoxAnnotationUnits": "PIXEL", "BoundingBoxTopLeftHandCorner": [4.0, 4.0],
+            "BoundingBoxBottomRightHandCorner": [60.0, 60.0], "BoundingBoxTextHorizontalJustification": "LEFT"}
+    style = lambda **more: dict(text, TextStyleSequence=items({"TextColorCIELabValue": grey(0), **more}))
+    where = lambda **more: numpy.argwhere(drawn(TextObjectSequence=[style(**more)]) == 0)
+    plain = where()
+    check(len(plain) and plain.min(0)[0] < 12 and plain.min(0)[1] < 16, "a text of its own colour: %s" % plain.min(0))
+    for more, moves in (({"HorizontalAlignment": "RIGHT"}, lambda p: p.max(0)[1] > 50), ({"VerticalAlignment": "BOTTOM"}, lambda p: p.max(0)[0] > 45),
+                        ({"VerticalAlignment": "CENTER", "HorizontalAlignment": "CENTER"}, lambda p: abs(p.mean(0) - 32).max() < 9),
+                        ({"Bold": "Y"}, lambda p: len(p) > 1.5 * len(plain)), ({"Underlined": "Y"}, lambda p: p.max(0)[0] > plain.max(0)[0] + 3),
+                        ({"Italic": "Y"}, lambda p: p.max(0)[1] > plain.max(0)[1] and p.min(0)[1] >= plain.min(0)[1])):
+        check(moves(where(**more)), "a text with %s: %s" % (more, where(**more)[:3]))
+    compound = {"CompoundGraphicInstanceID": 3, "CompoundGraphicUnits": "PIXEL", "CompoundGraphicType": "RULER", "GraphicData": [1.0, 1.0, 9.0, 9.0]}
+    got = drawn(CompoundGraphicSequence=[compound], GraphicObjectSequence=[line(row, white, CompoundGraphicInstanceID=3)])
+    check((got[10] == 255).all(), "the plain form of a compound graphic")
+    drawn(CompoundGraphicSequence=[compound], GraphicObjectSequence=[line(row, white, CompoundGraphicInstanceID=4)], status=1, says="of type RULER is not shown")
+    wild = [line([1e30, 5, -1e30, 6, 3, 4], {**dashed, "LineThickness": 64.0}), line(square, half, GraphicFilled="Y", FillStyleSequence=items({"FillMode": "STIPPLED", "FillPattern": b"ab"}))]
+    drawn(GraphicObjectSequence=wild)
+
+
+sys.exit(run_parts(check_formats, check_grey, check_colours, check_colour_spaces, check_shape, check_videos, check_state_shades, check_state_places, check_state_frames, check_state_drawings, check_state_styles, chosen=sys.argv[3:]))

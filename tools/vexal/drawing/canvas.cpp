@@ -62,20 +62,31 @@ void Canvas::dot(double x, double y) {
   box(left, top, left + side, top + side);
 }
 
-void Canvas::line(Point from, Point to) {
+void Canvas::line(Point from, Point to, double run) {
   if (!is_finite(from) || !is_finite(to)) return;
   const double edge = thickness_;
+  const Point whole = from;
   if (!clip(from, to, {-edge, -edge}, {picture_.width + edge, picture_.height + edge})) return;
   const double steps = std::ceil(std::max(std::abs(to.x - from.x), std::abs(to.y - from.y)));
+  const double round = 32 * unit_;
+  run = std::fmod(run, round) + std::fmod(std::hypot(from.x - whole.x, from.y - whole.y), round);
+  const double length = std::hypot(to.x - from.x, to.y - from.y);
   for (double i = 0; i <= steps; ++i) {
     const double share = steps == 0 ? 0 : i / steps;
+    const auto part = static_cast<uint32_t>(std::fmod(run + share * length, round) / unit_);
+    if (((dashes_ >> (31 - std::min(part, 31U))) & 1U) == 0) continue;
     dot(from.x + share * (to.x - from.x), from.y + share * (to.y - from.y));
   }
 }
 
 void Canvas::line_through(const std::vector<Point>& points) {
   if (points.size() == 1) line(points[0], points[0]);
-  for (std::size_t i = 1; i < points.size(); ++i) line(points[i - 1], points[i]);
+  double run = 0;
+  for (std::size_t i = 1; i < points.size(); ++i) {
+    line(points[i - 1], points[i], run);
+    const double length = std::hypot(points[i].x - points[i - 1].x, points[i].y - points[i - 1].y);
+    if (std::isfinite(length)) run += length;
+  }
 }
 
 void Canvas::fill(const std::vector<Point>& points) {
@@ -99,11 +110,12 @@ void Canvas::fill(const std::vector<Point>& points) {
   }
 }
 
-void Canvas::text(Point at, double unit, std::string_view text) {
+void Canvas::text(Point at, double unit, std::string_view text, double slant) {
   for (const char letter : text) {
     const std::string_view strokes = letter_strokes(letter);
     const auto place = [&](std::size_t k) {
-      return Point{at.x + unit * (strokes[k] - '0' + 0.5), at.y + unit * (strokes[k + 1] - '0' + 0.5)};
+      const double down = strokes[k + 1] - '0';
+      return Point{at.x + unit * (strokes[k] - '0' + 0.5 + slant * (6 - down)), at.y + unit * (down + 0.5)};
     };
     for (std::size_t i = 0; i + 1 < strokes.size();) {
       if (strokes[i] == ' ') {  // lifts the pen
@@ -119,6 +131,24 @@ void Canvas::text(Point at, double unit, std::string_view text) {
 
 double Canvas::text_width(std::string_view text, double unit) {
   return kLetterWidth * unit * static_cast<double>(text.size());
+}
+
+void lay_over(Picture& picture, const Picture& mask, const std::array<uint8_t, 3>& colour, double opacity) {
+  const auto mix = [&](auto* samples, double unit) {
+    using Sample = std::remove_reference_t<decltype(*samples)>;
+    for (std::size_t i = 0; i < mask.bytes.size(); ++i) {
+      if (mask.bytes[i] == 0) continue;
+      for (std::size_t c = 0; c < picture.samples; ++c) {
+        Sample& sample = samples[i * picture.samples + c];
+        sample = static_cast<Sample>(std::lround(sample + (colour[c] * unit - sample) * opacity));
+      }
+    }
+  };
+  if (picture.bits == 8) {
+    mix(picture.bytes.data(), 1);
+  } else {
+    mix(reinterpret_cast<uint16_t*>(picture.bytes.data()), 257);
+  }
 }
 
 std::vector<Point> ellipse_points(Point middle, double long_half, double short_half, double angle) {

@@ -30,12 +30,21 @@ bool FramePainter::open(const Args& args, PixelImage& image, bool all) {
   }
   options_.bits = static_cast<uint32_t>(bits);
   state_path_ = args.get("--presentation");
+  for (const char* name : {"--with", "--dpi"}) {
+    if (!args.has(name) || !state_path_.empty()) continue;
+    complain("%s goes with --presentation", name);
+    return false;
+  }
   if (!state_path_.empty()) {
-    if (const std::string problem = state_.emplace().open(state_path_, image); !problem.empty()) {
+    if (const std::string problem = state_.emplace().open(state_path_, image, args.all("--with"));
+        !problem.empty()) {
       report(state_path_, problem);
       return false;
     }
   }
+  long dpi = 0;
+  if (!args.number("--dpi", 1, 10000, dpi)) return false;
+  if (state_) state_->set_resolution(static_cast<double>(dpi));
   if (!read_rendering(args, options_) || !choose_frames(args, all) || !layers_.open(args, image))
     return false;
   if (bits == 8 || layers_.empty()) return true;
@@ -62,10 +71,12 @@ std::string FramePainter::paint(uint32_t frame, Picture& picture) {
 
 int FramePainter::judge(const std::string& in, int result) const {
   if (state_) {
-    for (const std::string& what : state_->left_out()) {
-      report(state_path_, what + " is not shown");
-      result = std::max(result, static_cast<int>(kFindings));
-    }
+    std::vector<std::string> lines;
+    for (const std::string& what : state_->left_out()) lines.push_back(what + " is not shown");
+    if (!state_->profile_fault().empty())
+      lines.push_back(state_->profile_fault() + "; its colours are shown as stored");
+    for (const std::string& line : lines) report(state_path_, line);
+    if (!lines.empty()) result = std::max(result, static_cast<int>(kFindings));
   }
   return vexal::judge(*image_, in, layers_.judge(result));
 }

@@ -8,8 +8,8 @@
 
 #include "base/args.h"
 #include "layers.h"
-#include "pixel_image.h"
 #include "presentation.h"
+#include "rendering/pixel_image.h"
 
 namespace vexal {
 

@@ -19,7 +19,15 @@ constexpr struct {
   LayerOpener* open;
 } kKinds[] = {{"--dose", open_dose}, {"--segmentation", open_segmentation}, {"--contours", open_contours}};
 
-bool read_choices(const Args& args, LayerChoices& choices) {
+bool met(const char* option, const Selection& selection) {
+  const std::vector<std::string> unmet = selection.unmet();
+  for (const std::string& word : unmet) complain("%s %s: there is none", option, word.c_str());
+  return unmet.empty();
+}
+
+}  // namespace
+
+bool read_layer_choices(const Args& args, LayerChoices& choices) {
   long percent = 50;
   if (!args.number("--opacity", 0, 100, percent)) return false;
   choices.opacity = static_cast<double>(percent) / 100;
@@ -40,13 +48,10 @@ bool read_choices(const Args& args, LayerChoices& choices) {
   return true;
 }
 
-bool met(const char* option, const Selection& selection) {
-  const std::vector<std::string> unmet = selection.unmet();
-  for (const std::string& word : unmet) complain("%s %s: there is none", option, word.c_str());
-  return unmet.empty();
+bool all_met(const LayerChoices& choices) {
+  const bool segments = met("--segment", choices.segments);
+  return met("--roi", choices.regions) && segments;
 }
-
-}  // namespace
 
 Colour distinct_colour(uint32_t number) {
   static constexpr Colour kColours[] = {{230, 25, 75},  {60, 180, 75},   {255, 225, 25},  {0, 130, 200},
@@ -74,17 +79,17 @@ std::vector<std::string> Selection::unmet() const {
   return words;
 }
 
-void Layer::fault(const std::string& text) {
+void Faults::add(const std::string& text) {
   constexpr std::size_t kMost = 20;
-  if (faults_.size() < kMost || faults_.contains(text)) {
-    faults_.insert(text);
+  if (texts_.size() < kMost || texts_.contains(text)) {
+    texts_.insert(text);
   } else {
     ++untold_;
   }
 }
 
-void Layer::tell(const std::string& path) const {
-  for (const std::string& text : faults_) report(path, text);
+void Faults::tell(const std::string& path) const {
+  for (const std::string& text : texts_) report(path, text);
   if (untold_ != 0) report(path, "and so on, " + std::to_string(untold_) + " times");
 }
 
@@ -114,7 +119,7 @@ void Sources::read(const std::vector<int32_t>& items, References& references) {
 }
 
 bool Layers::open(const Args& args, const PixelImage& image) {
-  if (!read_choices(args, choices_)) return false;
+  if (!read_layer_choices(args, choices_)) return false;
   const int32_t id = image.file().id();
   for (const auto& kind : kKinds) {
     for (const std::string& path : args.all(kind.option)) {
@@ -133,7 +138,7 @@ bool Layers::open(const Args& args, const PixelImage& image) {
       layers_.push_back({path, std::move(layer)});
     }
   }
-  return met("--segment", choices_.segments) && met("--roi", choices_.regions);
+  return all_met(choices_);
 }
 
 std::string Layers::draw(uint32_t frame, Picture& picture) {
@@ -158,8 +163,8 @@ std::string Layers::draw(uint32_t frame, Picture& picture) {
 
 int Layers::judge(int result) const {
   for (const Opened& opened : layers_) {
-    opened.layer->tell(opened.path);
-    if (opened.layer->faulty()) result = std::max(result, static_cast<int>(kFindings));
+    opened.layer->faults().tell(opened.path);
+    if (opened.layer->faults().any()) result = std::max(result, static_cast<int>(kFindings));
     if (!opened.drawn) report(opened.path, "nothing of it lies in what is shown");
   }
   return result;

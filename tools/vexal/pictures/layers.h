@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "base/args.h"
-#include "pixel_image.h"
 #include "rendering/geometry.h"
+#include "rendering/pixel_image.h"
 
 namespace vexal {
 
@@ -32,12 +32,13 @@ using Colour = std::array<uint8_t, 3>;
 // Colours that are told apart well, for what has none of its own.
 Colour distinct_colour(uint32_t number);
 
-// The colour over a pixel of a picture in colour, as much of it as `share` says, from 0 to 1.
+// The colour over a pixel of red, green and blue, as much of it as `share` says, from 0 to 1.
+inline void blend(uint8_t* pixel, const Colour& colour, double share) {
+  for (std::size_t c = 0; c < 3; ++c)
+    pixel[c] = static_cast<uint8_t>(pixel[c] + std::lround((colour[c] - pixel[c]) * share));
+}
 inline void blend(Picture& picture, std::size_t pixel, const Colour& colour, double share) {
-  for (std::size_t c = 0; c < 3; ++c) {
-    uint8_t& byte = picture.bytes[3 * pixel + c];
-    byte = static_cast<uint8_t>(byte + std::lround((colour[c] - byte) * share));
-  }
+  blend(picture.bytes.data() + 3 * pixel, colour, share);
 }
 
 // The numbers and names that an option asks for; without it, all.
@@ -70,11 +71,28 @@ struct LayerChoices {
   Selection regions{{}};
 };
 
+// Each false after a line on standard error.
+bool read_layer_choices(const Args& args, LayerChoices& choices);
+// Whether there was all that they name, when the layers are open.
+bool all_met(const LayerChoices& choices);
+
 // The frame that is shown.
 struct Slice {
   uint32_t frame = 0;
   std::optional<ImagePlane> plane;
   std::string no_plane;  // why there is none
+};
+
+// What of an object is not as it should be, each once, and of many how many.
+class Faults {
+ public:
+  void add(const std::string& text);
+  void tell(const std::string& path) const;
+  bool any() const { return !texts_.empty(); }
+
+ private:
+  std::set<std::string> texts_;
+  std::size_t untold_ = 0;
 };
 
 class Layer {
@@ -83,16 +101,11 @@ class Layer {
   // Draws what lies in the slice over its picture, which is in colour; true in `drawn` if there was
   // something. An error text, empty on success.
   virtual std::string draw(const Slice& slice, Picture& picture, bool& drawn) = 0;
-  // Tells what of it is not as it should be, each once, and of many how many.
-  void tell(const std::string& path) const;
-  bool faulty() const { return !faults_.empty(); }
+  const Faults& faults() const { return faults_; }
 
  protected:
-  void fault(const std::string& text);
-
- private:
-  std::set<std::string> faults_;
-  std::size_t untold_ = 0;
+  void fault(const std::string& text) { faults_.add(text); }
+  Faults faults_;
 };
 
 // Null after an error text. The choices and the ground outlive the layer.

@@ -6,7 +6,7 @@
 
 #include "base/args.h"
 #include "base/session.h"
-#include "pixel_image.h"
+#include "rendering/pixel_image.h"
 
 namespace vexal {
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "pixel_image.h"
+#include "rendering/pixel_image.h"
 
 namespace vexal {
 

@@ -2,12 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <set>
 
 #include "base/attributes.h"
 #include "base/names.h"
 #include "base/object_values.h"
-#include "base/tag_path.h"
 #include "base/tags.h"
 #include "base/values.h"
 #include "drawing/scale.h"
@@ -22,8 +20,9 @@ namespace {
 constexpr char kGrey[] = "1.2.840.10008.5.1.4.1.1.11.1";
 constexpr char kColour[] = "1.2.840.10008.5.1.4.1.1.11.2";
 constexpr char kPseudoColour[] = "1.2.840.10008.5.1.4.1.1.11.3";
+constexpr char kBlending[] = "1.2.840.10008.5.1.4.1.1.11.4";
 constexpr char kAngiography[] = "1.2.840.10008.5.1.4.1.1.11.5";
-constexpr const char* kShown[] = {kGrey, kColour, kPseudoColour, kAngiography};
+constexpr const char* kShown[] = {kGrey, kColour, kPseudoColour, kBlending, kAngiography};
 constexpr uint64_t kLargestDisplay = uint64_t{1} << 28;
 
 // A part of a picture, black where it reaches beyond.
@@ -93,59 +92,30 @@ void Presentation::leave_out(const std::string& what) {
   if (std::find(left_out_.begin(), left_out_.end(), what) == left_out_.end()) left_out_.push_back(what);
 }
 
-std::string Presentation::open(const std::string& path, PixelImage& image) {
+std::string Presentation::open(const std::string& path, PixelImage& image,
+                               const std::vector<std::string>& others) {
   image_ = &image;
   instance_ = text_of(image.file().id(), tags::kSOPInstanceUID);
   if (file_.open(path, {}) != VX_NORMAL_COMPLETION) return file_.problem();
-  const std::string kind = text_of(file_.id(), tags::kSOPClassUID);
+  const int32_t id = file_.id();
+  const std::string kind = text_of(id, tags::kSOPClassUID);
   const bool known =
       std::any_of(std::begin(kShown), std::end(kShown), [&](const char* one) { return kind == one; });
   if (!known) return describe_uid(kind) + " is no presentation state that can be shown";
-  if (std::string problem = find_frames(); !problem.empty()) return problem;
+  if (kind == kBlending) {
+    if (std::string problem = fusion_.emplace().open(id, image, others); !problem.empty()) return problem;
+  } else if (!others.empty()) {
+    return "it lays no other images over this one";
+  }
+  bool named = false;
+  frames_ = frames_named(fusion_ ? fusion_->underlying() : id, instance_, image.description().frames, named);
+  if (frames_.empty()) return named ? "it is about other frames of the image" : "it is about other images";
   const bool grey =
       image.description().samples == 1 && image.description().photometric.starts_with("MONOCHROME");
   if (grey != (kind != kColour)) return grey ? "it is for images in colour" : "it is for images in grey";
-  if (has_attribute(file_.id(), tags::kMaskSubtractionSequence)) leave_out("the subtraction of a mask");
+  if (has_attribute(id, tags::kMaskSubtractionSequence)) leave_out("the subtraction of a mask");
+  if (has_attribute(id, tags::kReferencedSpatialRegistrationSequence)) leave_out("a spatial registration");
   return "";
-}
-
-// Whether an item is about the frame: all are that name no images.
-bool Presentation::applies(int32_t item) const {
-  const std::vector<int32_t> images = sequence_items(item, tags::kReferencedImageSequence);
-  return images.empty() || std::any_of(images.begin(), images.end(), [this](int32_t image) {
-           if (text_of(image, tags::kReferencedSOPInstanceUID) != instance_) return false;
-           const std::vector<int32_t> frames = integers_of(image, tags::kReferencedFrameNumber);
-           return frames.empty() ||
-                  std::find(frames.begin(), frames.end(), static_cast<int32_t>(frame_) + 1) != frames.end();
-         });
-}
-
-int32_t Presentation::applying(uint32_t sequence) const {
-  for (const int32_t item : sequence_items(file_.id(), sequence)) {
-    if (applies(item)) return item;
-  }
-  return -1;
-}
-
-std::string Presentation::find_frames() {
-  const uint32_t count = image_->description().frames;
-  bool about_it = false;
-  std::set<uint32_t> frames;
-  for (const int32_t series : sequence_items(file_.id(), tags::kReferencedSeriesSequence)) {
-    for (const int32_t image : sequence_items(series, tags::kReferencedImageSequence)) {
-      if (text_of(image, tags::kReferencedSOPInstanceUID) != instance_) continue;
-      about_it = true;
-      const std::vector<int32_t> numbers = integers_of(image, tags::kReferencedFrameNumber);
-      for (const int32_t number : numbers) {
-        if (number >= 1 && static_cast<uint32_t>(number) <= count)
-          frames.insert(static_cast<uint32_t>(number) - 1);
-      }
-      for (uint32_t i = 0; numbers.empty() && i < count; ++i) frames.insert(frames.end(), i);
-    }
-  }
-  frames_.assign(frames.begin(), frames.end());
-  if (!frames_.empty()) return "";
-  return about_it ? "it is about other frames of the image" : "it is about other images";
 }
 
 std::string Presentation::choose(uint32_t frame) {
@@ -157,24 +127,37 @@ std::string Presentation::choose(uint32_t frame) {
 
 std::string Presentation::render(const RenderOptions& options, Picture& picture) {
   const int32_t id = file_.id();
+  const int32_t shades = fusion_ ? fusion_->underlying() : id;  // whose attributes make them
   GreySources sources;
   sources.image = image_->file().id();
-  sources.modality = sources.rescale = sources.presentation = id;
-  sources.voi = sources.voi_table = applying(tags::kSoftcopyVOILUTSequence);
+  sources.modality = sources.rescale = sources.presentation = shades;
+  sources.voi = sources.voi_table = item_about(shades, tags::kSoftcopyVOILUTSequence, name());
   sources.profile = id;
   sources.by_range = options.window == 0;
   RenderOptions own = options;
   const bool pseudo = text_of(id, tags::kSOPClassUID) == kPseudoColour;
+  if (options.bits != 8 && (pseudo || fusion_)) return "only grey has 16 bits";
   if (pseudo) own.bits = 16;
   std::string problem = image_->show(frame_, sources, own, bytes_, picture);
   if (problem.empty() && pseudo) show_pseudo_colour(picture, problem);
+  if (problem.empty() && fusion_) problem = show_fused(picture);
+  if (problem.empty() && options.icc && (pseudo || fusion_)) profile_fault_ = apply_profile(id, picture);
+  const int32_t of_frame = item_about(id, tags::kFrameDisplayShutterSequence, name());
   if (problem.empty() && options.shutters)
-    draw_shutters({id, id, nullptr}, image_->description(), frame_,
+    draw_shutters({of_frame >= 0 ? of_frame : id, id, nullptr}, image_->description(), frame_,
                   pixel_shape(image_->file().id(), image_->groups(), frame_), picture);
   return problem;
 }
 
-// Shades become entries of the state's palette, from its first to its last.
+std::string Presentation::show_fused(Picture& picture) {
+  bool met = false;
+  std::string problem = fusion_->draw(frame_, picture, met);
+  if (!met)
+    leave_out("what lies over frame " + std::to_string(frame_ + 1) + " (none of the images given does)");
+  return problem;
+}
+
+// Shades become entries of the state's palette.
 void Presentation::show_pseudo_colour(Picture& picture, std::string& problem) const {
   Palette palette;
   if (!palette.read(file_.id(), false)) {
@@ -184,16 +167,13 @@ void Presentation::show_pseudo_colour(Picture& picture, std::string& problem) co
   const std::size_t pixels = std::size_t{picture.width} * picture.height;
   const auto* shades = reinterpret_cast<const uint16_t*>(picture.bytes.data());
   std::vector<uint8_t> colours(3 * pixels);
-  for (std::size_t c = 0; c < 3; ++c) {
-    const LookupTable& table = palette.colours[c];
-    const double step = static_cast<double>(table.entries.size() - 1) / 65535;
-    for (std::size_t i = 0; i < pixels; ++i)
-      colours[3 * i + c] = table.byte(table.first + std::lround(shades[i] * step));
+  for (std::size_t i = 0; i < pixels; ++i) {
+    const std::array<uint8_t, 3> colour = palette_colour(palette, shades[i]);
+    std::copy(colour.begin(), colour.end(), colours.begin() + static_cast<std::ptrdiff_t>(3 * i));
   }
   picture.bytes = std::move(colours);
   picture.samples = 3;
   picture.bits = 8;
-  problem = apply_profile(file_.id(), picture);
 }
 
 // PS3.3 sections C.10.4 and C.10.6. Without an item for the frame, all of it is shown.
@@ -205,7 +185,7 @@ std::string Presentation::read_area() {
   area_.flip = text_of(file_.id(), tags::kImageHorizontalFlip) == "Y";
   area_.width = image_->description().columns;
   area_.height = image_->description().rows;
-  const int32_t item = applying(tags::kDisplayedAreaSelectionSequence);
+  const int32_t item = item_about(file_.id(), tags::kDisplayedAreaSelectionSequence, name());
   const std::vector<int32_t> first = integers_of(item, tags::kDisplayedAreaTopLeftHandCorner);
   const std::vector<int32_t> last = integers_of(item, tags::kDisplayedAreaBottomRightHandCorner);
   if (first.size() == 2 && last.size() == 2) {  // corners of what is displayed: turned, they may change sides
@@ -224,8 +204,18 @@ std::string Presentation::read_area() {
   area_.across = shape.across;
   area_.down = shape.down;
   area_.in_mm = shape.in_mm;
-  if (text_of(item, tags::kPresentationSizeMode) == "MAGNIFY")
+  return read_magnification(item);
+}
+
+// A state in true size is as large as it says where dots are as near as was told; else the picture has a
+// pixel for each of the image, and the file tells how large these are to be.
+std::string Presentation::read_magnification(int32_t item) {
+  const std::string mode = text_of(item, tags::kPresentationSizeMode);
+  if (mode == "MAGNIFY")
     area_.magnification = real_of(item, tags::kPresentationPixelMagnificationRatio).value_or(1);
+  if (mode == "TRUE SIZE" && !area_.in_mm) leave_out("the true size (nothing tells how large pixels are)");
+  if (mode == "TRUE SIZE" && area_.in_mm && dots_per_mm_ > 0)
+    area_.magnification = std::min(area_.across, area_.down) * dots_per_mm_;
   const double pixels =
       static_cast<double>(area_.width) * area_.height * area_.magnification * area_.magnification;
   if (!(area_.magnification > 0) || pixels > static_cast<double>(kLargestDisplay))

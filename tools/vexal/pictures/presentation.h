@@ -2,13 +2,16 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "drawing/canvas.h"
 #include "drawing/picture.h"
 #include "files/files.h"
-#include "pixel_image.h"
+#include "fusion.h"
+#include "rendering/pixel_image.h"
+#include "rendering/state_items.h"
 
 namespace vexal {
 
@@ -32,8 +35,11 @@ struct DisplayedArea {
 
 class Presentation {
  public:
-  // Of an image, which outlives the state. Each: an error text, empty on success.
-  std::string open(const std::string& path, PixelImage& image);
+  // Of an image, which outlives the state, with `others` that it may lay over that. Each: an error text,
+  // empty on success.
+  std::string open(const std::string& path, PixelImage& image, const std::vector<std::string>& others = {});
+  // Dots in an inch of what the picture is for, to make it as large there as a state in true size wants it.
+  void set_resolution(double dpi) { dots_per_mm_ = dpi / 25.4; }
   // The frames of the image that it is about, from 0 and ascending; there is one at least.
   const std::vector<uint32_t>& frames() const { return frames_; }
   // From here on it is about one frame (from 0).
@@ -42,20 +48,22 @@ class Presentation {
   std::string render(const RenderOptions& options, Picture& picture);
   // What the state wants displayed of such a picture, with all that is drawn over it.
   void display(Picture& picture);
+  // Why colours were taken as they stand; empty if they were not.
+  const std::string& profile_fault() const { return profile_fault_; }
   // What of it the pictures so far do not show.
   const std::vector<std::string>& left_out() const { return left_out_; }
 
  private:
-  bool applies(int32_t item) const;
-  int32_t applying(uint32_t sequence) const;
-  std::string find_frames();
+  FrameName name() const { return {instance_, frame_}; }
+  std::string show_fused(Picture& picture);
+  std::string read_magnification(int32_t item);
   void show_pseudo_colour(Picture& picture, std::string& problem) const;
   std::string read_area();
   void draw_layers(Picture& picture);
   void draw_overlays(const std::string& layer, const std::array<uint8_t, 3>& colour, Picture& picture) const;
   void draw_graphics(int32_t item, const std::array<uint8_t, 3>& colour, Picture& picture);
   void draw_texts(int32_t item, const std::array<uint8_t, 3>& colour, Picture& picture);
-  void look_at_style(int32_t style);
+  bool outline(const std::string& kind, double arm, std::vector<std::vector<Point>>& strokes);
   // Points of an attribute in the picture; false where their units are none that can be shown.
   bool places_of(int32_t item, uint32_t tag, uint32_t units, const Picture& picture,
                  std::vector<Point>& points);
@@ -67,7 +75,10 @@ class Presentation {
   std::vector<uint32_t> frames_;
   uint32_t frame_ = 0;
   Bytes bytes_;  // of the frame
+  std::optional<Fusion> fusion_;
+  double dots_per_mm_ = 0;
   DisplayedArea area_;
+  std::string profile_fault_;
   std::vector<std::string> left_out_;
 };
 

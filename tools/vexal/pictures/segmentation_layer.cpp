@@ -1,25 +1,15 @@
 // Segmentations (PS3.3 sections A.51 and C.8.20) over the image whose pixels they tell of.
 #include <algorithm>
-#include <cstring>
 #include <limits>
-#include <map>
 
 #include "base/tag_path.h"
 #include "base/tags.h"
 #include "base/values.h"
-#include "drawing/lab.h"
 #include "layers.h"
-#include "rendering/lookup_table.h"
+#include "segments.h"
 
 namespace vexal {
 namespace {
-
-constexpr uint32_t kLabels = 65536;
-
-struct Segment {
-  Colour colour{};
-  bool shown = true;
-};
 
 struct SegmentFrame {
   uint32_t number = 0;   // from 0
@@ -51,13 +41,9 @@ class SegmentationLayer : public Layer {
   std::string draw(const Slice& slice, Picture& picture, bool& drawn) override;
 
  private:
-  std::string read_segments();
   std::string read_frames();
   void read_frame(const Planes& planes, SegmentFrame& frame);
   void read_references(const FunctionalGroups& groups, SegmentFrame& frame);
-  // What a segment without a recommended colour gets.
-  Colour own_colour(uint32_t number) const;
-  const Segment& segment(uint32_t number);
   double reach(const ImagePlane& plane, const ImagePlane& ground) const;
   std::vector<Placed> place(const Slice& slice);
   void share_out(std::vector<Placed>& placed) const;
@@ -69,10 +55,7 @@ class SegmentationLayer : public Layer {
   LayerChoices& choices_;
   Sources sources_;
   PixelImage image_;
-  bool label_map_ = false;
-  double most_ = 1;                 // the value of a fraction that is all
-  std::optional<Palette> palette_;  // of labels
-  std::map<uint32_t, Segment> segments_;
+  Segments segments_;
   std::vector<SegmentFrame> frames_;  // by segment, then by depth
   bool same_reference_ = false;       // its places and the image's are in one frame of reference
   std::string no_place_;              // of a frame, why
@@ -84,45 +67,9 @@ class SegmentationLayer : public Layer {
 
 std::string SegmentationLayer::open(const std::string& path) {
   if (std::string problem = image_.open(path); !problem.empty()) return problem;
-  const int32_t id = image_.file().id();
-  const std::string type = text_of(id, tags::kSegmentationType);
-  label_map_ = type == "LABELMAP";
-  if (!label_map_ && type != "BINARY" && type != "FRACTIONAL")
-    return "it is no segmentation of pixels: its Segmentation Type is \"" + type + "\"";
-  const ImageDescription& d = image_.description();
-  if (d.samples != 1 || d.allocated > 16 || d.real) return "its pixels are none of a segmentation";
-  const std::vector<double> most = reals_of(id, tags::kMaximumFractionalValue);
-  most_ = type == "FRACTIONAL" && !most.empty() && most[0] >= 1 ? most[0] : type == "FRACTIONAL" ? 255 : 1;
-  if (d.photometric.starts_with("PALETTE")) {
-    palette_.emplace();
-    if (!palette_->read(id, d.is_signed)) return "its palette is missing or broken";
-  }
-  if (std::string problem = read_segments(); !problem.empty()) return problem;
+  if (std::string problem = segments_.open(image_, choices_.segments, faults_); !problem.empty())
+    return problem;
   return read_frames();
-}
-
-std::string SegmentationLayer::read_segments() {
-  const int32_t id = image_.file().id();
-  for (const int32_t item : sequence_items(id, tags::kSegmentSequence)) {
-    const auto number = whole_of(item, tags::kSegmentNumber, kLabels - 1);
-    if (!number) {
-      fault("a segment has no number");
-      continue;
-    }
-    Segment segment;
-    const std::vector<double> lab = reals_of(item, tags::kRecommendedDisplayCIELabValue);
-    segment.colour = lab.size() == 3 ? from_lab(lab) : own_colour(*number);
-    segment.shown = choices_.segments.takes(*number, text_of(item, tags::kSegmentLabel));
-    if (!segments_.emplace(*number, segment).second)
-      fault("two segments have the number " + std::to_string(*number));
-  }
-  if (segments_.empty()) return "it has no Segment Sequence";
-  // What a label map has where nothing is, if nobody asks for it; it need not be described.
-  if (!label_map_) return "";
-  const uint32_t nothing = whole_of(id, tags::kPixelPaddingValue, kLabels - 1).value_or(0);
-  for (const uint32_t number : {nothing, 0U}) segments_.try_emplace(number, Segment{{}, false});
-  if (choices_.segments.all()) segments_[nothing].shown = false;
-  return "";
 }
 
 void SegmentationLayer::read_references(const FunctionalGroups& groups, SegmentFrame& frame) {
@@ -131,13 +78,13 @@ void SegmentationLayer::read_references(const FunctionalGroups& groups, SegmentF
 }
 
 void SegmentationLayer::read_frame(const Planes& planes, SegmentFrame& frame) {
-  if (!label_map_) {
+  if (!segments_.label_map()) {
     const int32_t group = planes.groups().item(frame.number, tags::kSegmentIdentificationSequence);
-    const auto number = whole_of(group, tags::kReferencedSegmentNumber, kLabels - 1);
-    if (!number && segments_.size() > 1)
+    const auto number = whole_of(group, tags::kReferencedSegmentNumber, kSegmentNumbers - 1);
+    if (!number && segments_.count() > 1)
       fault("frame " + std::to_string(frame.number + 1) + " names no segment");
-    frame.segment = number.value_or(segments_.begin()->first);
-    segment(frame.segment);  // tells if there is no such segment
+    frame.segment = number.value_or(segments_.first());
+    segments_.at(frame.segment);  // tells if there is no such segment
   }
   read_references(planes.groups(), frame);
   ImagePlane plane;
@@ -178,21 +125,6 @@ std::string SegmentationLayer::read_frames() {
   return "";
 }
 
-Colour SegmentationLayer::own_colour(uint32_t number) const {
-  if (!palette_) return distinct_colour(number - 1);
-  Colour colour;
-  for (std::size_t c = 0; c < 3; ++c) colour[c] = palette_->colours[c].byte(number);
-  return colour;
-}
-
-const Segment& SegmentationLayer::segment(uint32_t number) {
-  const auto found = segments_.find(number);
-  if (found != segments_.end()) return found->second;
-  fault("segment " + std::to_string(number) + " is not described");
-  return segments_.emplace(number, Segment{own_colour(number), choices_.segments.takes(number, "")})
-      .first->second;
-}
-
 // How far from a frame's plane its segment goes.
 double SegmentationLayer::reach(const ImagePlane& plane, const ImagePlane& ground) const {
   double spacing = plane.slice_spacing;
@@ -207,7 +139,7 @@ std::vector<Placed> SegmentationLayer::place(const Slice& slice) {
   const ImageDescription& d = image_.description();
   std::vector<Placed> placed;
   for (const SegmentFrame& frame : frames_) {
-    if (!label_map_ && !segment(frame.segment).shown) continue;
+    if (!segments_.label_map() && !segments_.at(frame.segment).shown) continue;
     if (!sources_.allows(frame.references, slice.frame)) continue;
     Placed one{&frame, {}};
     if (same_reference_ && slice.plane && frame.plane) {
@@ -273,22 +205,13 @@ std::string SegmentationLayer::cover(const Placed& placed, const Picture& pictur
                     const auto x = static_cast<std::size_t>(place.x + 0.5 + kHair);
                     const auto y = static_cast<std::size_t>(place.y + 0.5 + kHair);
                     const std::size_t at = y * d.columns + x;
-                    uint16_t value = 0;
-                    if (d.allocated == 1) {
-                      value = (static_cast<uint8_t>(bytes.data()[at / 8]) >> (at % 8)) & 1U;
-                    } else if (d.allocated == 8) {
-                      value = static_cast<uint8_t>(bytes.data()[at]);
-                    } else {
-                      std::memcpy(&value, bytes.data() + 2 * at, sizeof value);
-                    }
+                    const uint32_t value = StoredSamples(d, bytes.data()).bits(at);
                     const std::size_t pixel = std::size_t{row} * picture.width + column;
-                    if (label_map_) {
+                    if (segments_.label_map()) {
                       share_[pixel] = 255;
-                      label_[pixel] = value;
+                      label_[pixel] = static_cast<uint16_t>(value);
                     } else if (value != 0) {
-                      const auto share =
-                          static_cast<uint8_t>(std::lround(255 * std::min(value / most_, 1.0)));
-                      share_[pixel] = std::max(share_[pixel], share);
+                      share_[pixel] = std::max(share_[pixel], segments_.share(value));
                     }
                   });
   if (const std::string finding = image_.finding(); !finding.empty()) fault(finding);
@@ -301,16 +224,16 @@ std::string SegmentationLayer::show(std::vector<Placed>::const_iterator from,
   const std::size_t pixels = std::size_t{picture.width} * picture.height;
   const uint32_t only = from->frame->segment;
   share_.assign(pixels, 0);
-  if (label_map_) label_.resize(pixels);
+  if (segments_.label_map()) label_.resize(pixels);
   for (; from != to; ++from) {
     if (std::string problem = cover(*from, picture); !problem.empty()) return problem;
   }
-  uint32_t last = kLabels;
+  uint32_t last = kSegmentNumbers;
   Segment look;
   for (std::size_t i = 0; i < pixels; ++i) {
     if (share_[i] == 0) continue;
-    const uint32_t number = label_map_ ? label_[i] : only;
-    if (number != last) look = segment(number);
+    const uint32_t number = segments_.label_map() ? label_[i] : only;
+    if (number != last) look = segments_.at(number);
     last = number;
     if (!look.shown) continue;
     drawn = true;

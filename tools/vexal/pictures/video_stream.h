@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "images/film.h"
-#include "pixel_image.h"
+#include "rendering/pixel_image.h"
 
 namespace vexal {
 

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
+#include "base/attributes.h"
 #include "base/object_values.h"
+#include "base/tag_path.h"
 #include "base/tags.h"
 #include "base/values.h"
 #include "drawing/icc.h"
@@ -127,14 +129,24 @@ void add_supplement(int32_t id, const ImageDescription& image, const Bytes& fram
   });
 }
 
-std::string profile_of(int32_t id, uint32_t path) {
-  std::string profile = bytes_of(id, tags::kICCProfile);
-  return profile.empty() ? bytes_of(item_of(id, tags::kOpticalPathSequence, path), tags::kICCProfile)
-                         : profile;
+int32_t profile_holder(int32_t image, uint32_t path) {
+  return has_attribute(image, tags::kICCProfile) ? image : item_of(image, tags::kOpticalPathSequence, path);
 }
 
-std::string apply_profile(int32_t id, Picture& picture) {
-  const std::string profile = profile_of(id);
+uint32_t optical_path_of(int32_t image, const FunctionalGroups& groups, uint32_t frames, uint32_t frame) {
+  const std::vector<int32_t> paths = sequence_items(image, tags::kOpticalPathSequence);
+  if (paths.size() < 2) return 0;
+  const int32_t item = groups.item(frame, tags::kOpticalPathIdentificationSequence);
+  const std::string name = text_of(item, tags::kOpticalPathIdentifier);
+  for (uint32_t i = 0; item >= 0 && i < paths.size(); ++i) {
+    if (text_of(paths[i], tags::kOpticalPathIdentifier) == name) return i;
+  }
+  const auto of_path = static_cast<uint32_t>(frames / paths.size());
+  return item < 0 && frames % paths.size() == 0 ? frame / of_path : 0;
+}
+
+std::string apply_profile(int32_t holder, Picture& picture) {
+  const std::string profile = bytes_of(holder, tags::kICCProfile);
   if (profile.empty() || picture.samples != 3) return "";
   ToSrgb transform;
   const std::string problem = transform.open(profile);

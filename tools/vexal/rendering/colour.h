@@ -6,6 +6,7 @@
 
 #include "drawing/picture.h"
 #include "files/files.h"
+#include "functional_groups.h"
 #include "image_description.h"
 #include "lookup_table.h"
 
@@ -23,10 +24,13 @@ void add_supplement(int32_t id, const ImageDescription& image, const Bytes& fram
 // Grey becomes a colour of equal parts.
 void to_colour(Picture& picture);
 
-// The ICC profile of the object, or of one of its optical paths (from 0); empty if there is none.
-std::string profile_of(int32_t id, uint32_t path = 0);
-// Colours as the profile of the object, or of its optical path, means them (PS3.3 section C.11.15). An error
-// text where there is a profile that can not be followed.
-std::string apply_profile(int32_t id, Picture& picture);
+// Whose ICC profile is that of an image: its own, or that of one of its optical paths (from 0).
+int32_t profile_holder(int32_t image, uint32_t path);
+// The optical path that a frame (from 0) of an image was taken by, from 0: as it says, or by its place among
+// those that follow each other over a whole slide.
+uint32_t optical_path_of(int32_t image, const FunctionalGroups& groups, uint32_t frames, uint32_t frame);
+// Colours as the holder's profile means them (PS3.3 section C.11.15). An error text where there is one that
+// can not be followed.
+std::string apply_profile(int32_t holder, Picture& picture);
 
 }  // namespace vexal

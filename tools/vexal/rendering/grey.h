@@ -28,7 +28,7 @@ struct GreySources {
   int32_t voi = -1;           // windows
   int32_t voi_table = -1;     // and tables
   int32_t presentation = -1;  // shape or table
-  int32_t profile = -1;       // of colours
+  int32_t profile = -1;       // of colours: the object or item that holds it
   bool light_first = false;   // the lowest value is white
   bool by_range = true;  // values without window or table: the range that they have, else the one possible
 };

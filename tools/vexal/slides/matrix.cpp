@@ -5,8 +5,10 @@
 #include <set>
 #include <thread>
 
+#include "base/object_values.h"
 #include "base/parallel.h"
 #include "base/session.h"
+#include "base/tags.h"
 #include "rendering/colour.h"
 
 namespace vexal {
@@ -17,7 +19,9 @@ constexpr uint64_t kMostBytes = 16 << 20;
 
 }  // namespace
 
-MatrixPainter::MatrixPainter(Slide& slide, const MatrixView& view) : slide_(slide), view_(view) {
+MatrixPainter::MatrixPainter(Slide& slide, const MatrixView& view,
+                             std::vector<std::unique_ptr<MatrixLayer>>& layers)
+    : slide_(slide), view_(view), layers_(layers) {
   const MatrixForm& form = slide.form();
   std::set<std::pair<int32_t, int32_t>> places;
   for (const Tile& tile : slide.tiles(view.path, view.plane)) {
@@ -37,10 +41,11 @@ std::string MatrixPainter::open() {
   if (d.samples == 1 && d.photometric.starts_with("MONOCHROME")) {
     GreySources sources = image.sources(0);
     sources.by_range = false;  // one for all tiles
-    samples_ = 1;
+    is_grey_ = true;
+    samples_ = layers_.empty() ? 1 : 3;
     if (std::string problem = grey_.read(d, sources, view_.render); !problem.empty()) return problem;
   } else if (view_.render.icc) {
-    const std::string profile = profile_of(image.file().id(), view_.path);
+    const std::string profile = bytes_of(profile_holder(image.file().id(), view_.path), tags::kICCProfile);
     if (!profile.empty()) profile_fault_ = transform_.open(profile);
   }
   for (uint32_t i = 0; i < slide_.parts(); ++i) {
@@ -86,7 +91,7 @@ std::string MatrixPainter::paint(const Taker& take) {
     for (int64_t x = view_.x; x < right;) {
       const int64_t x_end = view_.scale == 1 ? right : cut(x, strip_columns_, form.tile_columns, right);
       Strip strip{x, y, static_cast<uint32_t>(x_end - x), static_cast<uint32_t>(y_end - y), {}};
-      compose(strip);
+      if (std::string problem = compose(strip); !problem.empty()) return problem;
       if (view_.scale == 1) {
         if (std::string problem = take(strip.pixels.data(), strip.height); !problem.empty()) return problem;
       } else {
@@ -105,7 +110,7 @@ std::string MatrixPainter::paint(const Taker& take) {
   return "";
 }
 
-void MatrixPainter::compose(Strip& strip) {
+std::string MatrixPainter::compose(Strip& strip) {
   const MatrixForm& form = slide_.form();
   const std::array<uint8_t, 3> background = slide_.background();
   strip.pixels.resize(std::size_t{strip.width} * strip.height * samples_, background[0]);
@@ -129,6 +134,10 @@ void MatrixPainter::compose(Strip& strip) {
     const std::string problem = draw(*tiles[i], strip, room.bytes, room.picture);
     if (!problem.empty()) fail(*tiles[i], problem);
   });
+  for (const auto& layer : layers_) {
+    if (std::string problem = layer->draw(strip); !problem.empty()) return problem;
+  }
+  return "";
 }
 
 std::string MatrixPainter::draw(const Tile& tile, Strip& strip, Bytes& bytes, Picture& picture) try {
@@ -145,8 +154,9 @@ std::string MatrixPainter::draw(const Tile& tile, Strip& strip, Bytes& bytes, Pi
 
 std::string MatrixPainter::shade(PixelImage& image, const Bytes& bytes, Picture& picture) {
   const ImageDescription& d = image.description();
-  if (samples_ == 1) {
+  if (is_grey_) {
     grey_.apply(bytes, picture);
+    if (samples_ == 3) to_colour(picture);
     return "";
   }
   if (d.samples == 1) {  // a palette is read from the object

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "drawing/icc.h"
+#include "matrix_layer.h"
 #include "rendering/grey.h"
 #include "slide.h"
 
@@ -35,13 +36,14 @@ class MatrixPainter {
   // Takes the next rows of the picture. An error text, empty on success.
   using Taker = std::function<std::string(const uint8_t* bytes, uint32_t rows)>;
 
-  MatrixPainter(Slide& slide, const MatrixView& view);
+  // The slide and the layers outlive it.
+  MatrixPainter(Slide& slide, const MatrixView& view, std::vector<std::unique_ptr<MatrixLayer>>& layers);
   // Finds out how pixels become colours. An error text, empty on success.
   std::string open();
   uint32_t width() const { return (view_.width + view_.scale - 1) / view_.scale; }
   uint32_t height() const { return (view_.height + view_.scale - 1) / view_.scale; }
   uint32_t samples() const { return samples_; }
-  // All rows from the top. An error text of the taker, empty on success.
+  // All rows from the top. An error text of the taker or of a layer, empty on success.
   std::string paint(const Taker& take);
   // Frames that could not be shown, each with its file and what is wrong; the background stands there.
   const std::vector<std::string>& failures() const { return failures_; }
@@ -49,14 +51,8 @@ class MatrixPainter {
   const std::string& profile_fault() const { return profile_fault_; }
 
  private:
-  // A part of the matrix, all of its pixels.
-  struct Strip {
-    int64_t x, y;
-    uint32_t width, height;
-    std::vector<uint8_t> pixels;
-  };
   void choose_sizes();
-  void compose(Strip& strip);
+  std::string compose(Strip& strip);
   std::string draw(const Tile& tile, Strip& strip, Bytes& bytes, Picture& picture);
   std::string shade(PixelImage& image, const Bytes& bytes, Picture& picture);
   void put(const Tile& tile, const Picture& picture, Strip& strip) const;
@@ -66,11 +62,13 @@ class MatrixPainter {
 
   Slide& slide_;
   const MatrixView view_;
+  std::vector<std::unique_ptr<MatrixLayer>>& layers_;
   std::vector<Tile> tiles_;  // that the region shows
   bool overlapping_ = false;
   uint32_t samples_ = 3;
   uint32_t band_rows_ = 1;      // of tiles' pixels at a time
   uint32_t strip_columns_ = 1;  // likewise
+  bool is_grey_ = false;
   GreyScale grey_;
   ToSrgb transform_;
   std::vector<uint32_t> sums_;  // of pixels, for rows of the picture from first_sum_ on

@@ -21,6 +21,8 @@ constexpr Option kOptions[] = {
     {"--no-overlays", nullptr, "render without overlay planes"},
     {"--no-shutter", nullptr, "render what a display shutter hides too"},
     {"--presentation", "FILE", "render, sheet, video: as this presentation state wants it"},
+    {"--with", "FILE", "an image that a blending presentation state lays over this one (repeated)"},
+    {"--dpi", "N", "dots in an inch, for presentation states in true size"},
     {"--no-icc", nullptr, "render colours as they are stored, not as their ICC profile means them"},
     {"--no-aspect", nullptr, "a pixel of the picture for each of the image, though these are not square"},
     {"--bits", "8|16", "render grey with this many bits (default 8)"},
@@ -64,14 +66,14 @@ int run_on(const Action& action, const Args& args, const std::string& path, cons
 
 constexpr const char* kMatrixOptions[] = {"--region", "--scale", "--optical-path", "--focal-plane"};
 // Those of single frames.
-constexpr const char* kFrameOptions[] = {"--frame",        "--presentation", "--bits", "--no-aspect",
-                                         "--segmentation", "--contours",     "--dose"};
+constexpr const char* kFrameOptions[] = {"--frame", "--presentation", "--with",     "--dpi",
+                                         "--bits",  "--no-aspect",    "--contours", "--dose"};
 
 // Those of pictures: of one, or of several too.
 constexpr struct {
   const char* name;
   bool sheets_too;
-} kPictureOptions[] = {{"--presentation", true}, {"--bits", false}};
+} kPictureOptions[] = {{"--presentation", true}, {"--with", true}, {"--dpi", true}, {"--bits", false}};
 
 // Actions on files that belong together. False: this is none of them.
 bool run_on_all(const Args& args, int& result) {

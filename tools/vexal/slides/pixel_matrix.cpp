@@ -57,6 +57,18 @@ bool read_channel(const Args& args, const MatrixForm& form, MatrixView& view) {
   return true;
 }
 
+bool open_layers(const Args& args, const Slide& slide, LayerChoices& choices, unsigned threads,
+                 std::vector<std::unique_ptr<MatrixLayer>>& layers) {
+  for (const std::string& path : args.all("--segmentation")) {
+    layers.push_back(std::make_unique<MatrixLayer>());
+    const std::string problem = layers.back()->open(path, slide, choices, threads);
+    if (problem.empty()) continue;
+    report(path, problem);
+    return false;
+  }
+  return all_met(choices);
+}
+
 // What the picture lacks, and what there is to say of its source.
 int tell(Slide& slide, const MatrixPainter& painter, const std::string& path) {
   int result = kSuccess;
@@ -82,8 +94,9 @@ int render_matrix(const Args& args, const std::vector<std::string>& files, const
   MatrixView view;
   long scale = 1;
   int quality = 0;
+  LayerChoices choices;
   if (!args.number("--scale", 1, MatrixPainter::kMostScale, scale) || !read_rendering(args, view.render) ||
-      !read_quality(args, quality))
+      !read_quality(args, quality) || !read_layer_choices(args, choices))
     return kUsage;
   if (std::string problem = slide.open(files); !problem.empty()) {
     complain("%s", problem.c_str());
@@ -92,7 +105,9 @@ int render_matrix(const Args& args, const std::vector<std::string>& files, const
   if (!read_region(args, slide.form(), view) || !read_channel(args, slide.form(), view)) return kUsage;
   view.scale = static_cast<uint32_t>(scale);
   view.threads = default_threads();
-  MatrixPainter painter(slide, view);
+  std::vector<std::unique_ptr<MatrixLayer>> layers;
+  if (!open_layers(args, slide, choices, view.threads, layers)) return kUsage;
+  MatrixPainter painter(slide, view, layers);
   std::string problem = painter.open();
   if (!problem.empty()) {
     complain("%s", problem.c_str());
@@ -114,7 +129,9 @@ int render_matrix(const Args& args, const std::vector<std::string>& files, const
     report(out, problem);
     return kUsage;
   }
-  return tell(slide, painter, files[0]);
+  int result = tell(slide, painter, files[0]);
+  for (const auto& layer : layers) result = layer->judge(result);
+  return result;
 }
 
 }  // namespace vexal

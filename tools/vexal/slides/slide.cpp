@@ -37,10 +37,16 @@ std::string read_matrix_form(int32_t object, MatrixForm& form) {
   if (form.columns > INT32_MAX || form.rows > INT32_MAX) return "its total pixel matrix is too large";
   if (form.tile_columns == 0 || form.tile_rows == 0) return "its tiles have no size";
   form.planes = std::max(number_of(object, tags::kTotalPixelMatrixFocalPlanes, 1), 1U);
-  for (const int32_t item : sequence_items(object, tags::kOpticalPathSequence))
-    form.paths.push_back(text_of(item, tags::kOpticalPathIdentifier));
-  const uint32_t told =
-      number_of(object, tags::kNumberOfOpticalPaths, static_cast<uint32_t>(form.paths.size()));
+  const std::string segmentation = text_of(object, tags::kSegmentationType);
+  form.segments = !segmentation.empty() && segmentation != "LABELMAP";
+  if (form.segments) {
+    for (const int32_t item : sequence_items(object, tags::kSegmentSequence))
+      form.paths.push_back(text_of(item, tags::kSegmentNumber));
+  } else if (segmentation.empty()) {
+    for (const int32_t item : sequence_items(object, tags::kOpticalPathSequence))
+      form.paths.push_back(text_of(item, tags::kOpticalPathIdentifier));
+  }
+  const uint32_t told = !segmentation.empty() ? 0 : number_of(object, tags::kNumberOfOpticalPaths);
   if (told > kMostChannels ||
       uint64_t{form.planes} * std::max<uint64_t>(told, form.paths.size()) > kMostChannels)
     return "it tells of too many optical paths or focal planes";
@@ -156,11 +162,14 @@ std::string Slide::lay_frame(const FunctionalGroups& groups, Placed& placed) con
   placed.tile.x = column - 1;
   placed.tile.y = row - 1;
   placed.depth = real_of(position, tags::kZOffsetInSlideCoordinateSystem).value_or(0);
-  const int32_t path = groups.item(frame, tags::kOpticalPathIdentificationSequence);
+  const int32_t path = groups.item(frame, form_.segments ? tags::kSegmentIdentificationSequence
+                                                         : tags::kOpticalPathIdentificationSequence);
   if (path < 0) return "";
-  const std::string name = text_of(path, tags::kOpticalPathIdentifier);
+  const std::string name =
+      text_of(path, form_.segments ? tags::kReferencedSegmentNumber : tags::kOpticalPathIdentifier);
   const auto found = std::find(form_.paths.begin(), form_.paths.end(), name);
-  if (found == form_.paths.end()) return "its optical path " + name + " is not described";
+  if (found == form_.paths.end())
+    return std::string("its ") + (form_.segments ? "segment " : "optical path ") + name + " is not described";
   placed.path = static_cast<uint32_t>(found - form_.paths.begin());
   return "";
 }

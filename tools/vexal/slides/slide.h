@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "pictures/pixel_image.h"
+#include "rendering/pixel_image.h"
 
 namespace vexal {
 
@@ -26,8 +26,10 @@ struct MatrixForm {
   uint32_t rows = 0;
   uint32_t tile_columns = 0;
   uint32_t tile_rows = 0;
-  uint32_t planes = 1;               // focal planes
-  std::vector<std::string> paths;    // identifiers of optical paths; one "" where there are none
+  uint32_t planes = 1;  // focal planes
+  // Identifiers of optical paths, or numbers of segments; one "" where there are none.
+  std::vector<std::string> paths;
+  bool segments = false;             // those are what the paths are
   bool full = false;                 // frames follow each other over the matrix; else each says where it lies
   uint64_t frames_expected() const;  // of a full one
   uint32_t tiles_across() const { return (columns + tile_columns - 1) / tile_columns; }

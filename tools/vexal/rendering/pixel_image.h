@@ -10,11 +10,11 @@
 #include "drawing/picture.h"
 #include "files/files.h"
 #include "files/fragments.h"
+#include "functional_groups.h"
+#include "grey.h"
+#include "image_description.h"
 #include "images/frame_source.h"
 #include "images/recode.h"
-#include "rendering/functional_groups.h"
-#include "rendering/grey.h"
-#include "rendering/image_description.h"
 
 namespace vexal {
 

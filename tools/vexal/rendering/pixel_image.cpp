@@ -6,10 +6,10 @@
 #include "base/object_values.h"
 #include "base/tags.h"
 #include "base/values.h"
+#include "colour.h"
 #include "files/absent_pixels.h"
-#include "rendering/colour.h"
-#include "rendering/overlays.h"
-#include "rendering/shutters.h"
+#include "overlays.h"
+#include "shutters.h"
 
 namespace vexal {
 namespace {
@@ -144,7 +144,8 @@ const FunctionalGroups& PixelImage::groups() const {
 GreySources PixelImage::sources(uint32_t number) const {
   const int32_t id = file_.id();
   GreySources sources;
-  sources.image = sources.modality = sources.presentation = sources.profile = id;
+  sources.image = sources.modality = sources.presentation = id;
+  sources.profile = profile_holder(id, optical_path_of(id, groups(), image_.frames, number));
   const auto group = [&](uint32_t sequence) {
     const int32_t item = groups().item(number, sequence);
     return item >= 0 ? item : id;
