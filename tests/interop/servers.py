@@ -363,6 +363,36 @@ def reports_to_nodes(folder):
               "serve: the report to a node: %s" % liar.data)
 
 
+def told_later(folder):
+    """What a node that is away has to be told waits, over restarts too: reports of commitments, and steps in their order."""
+    action = command(of_class=COMMITMENT, kind=0x130, id=1, data=1, of_instance=COMMITMENT + ".1", action=1)
+    here, there, objects, theirs = paths(folder, "here", "there", "objects", "theirs")
+    os.mkdir(here), os.mkdir(there)
+    port, liar_port = free_port(), free_port()
+    words = ("--steps", here, "--mpps-to", "THERE", "--node", "THERE=127.0.0.1:%d" % port, "--node", "PEER=127.0.0.1:%d" % liar_port)
+    with Vexal("serve", objects, *words) as server:
+        peer = ("127.0.0.1", server.port)
+        step = vexal("mpps", *peer, "create", "-k", "PatientID=4711", "-k", "PatientName=M\u00fcller").stdout.decode().strip()
+        vexal("mpps", *peer, "set", "--uid", step, "-k", "Modality=MR")
+        store_status(server.port, uid(0))
+        with Peer(server.port, request((COMMITMENT, EXPLICIT))) as one:
+            check(one.status(message(1, action, commitment("1.2.3.4.5", uid(0)))) == 0, "a commitment is not taken")
+            one.socket.sendall(ABORT)
+        time.sleep(0.2)
+        server.kill()
+    with Vexal("serve", objects, *words) as server, Liar(answer_to, port=liar_port) as liar, Vexal("serve", theirs, "--steps", there, port=port):
+        vexal("mpps", "127.0.0.1", server.port, "complete", "--uid", step)
+        end, path = time.monotonic() + 25, os.path.join(there, step + ".dcm")
+        while time.monotonic() < end and not (os.path.exists(path) and b"COMPLETED" in read(path) and liar.requests):
+            time.sleep(0.1)
+        check(os.path.exists(path) and read(path) == read(os.path.join(here, step + ".dcm")), "a node has another step than its teller")
+        check(b"1.2.3.4.5" in liar.data and [fields[0x1002] for fields in liar.requests] == [b"\1\0"], "a node is told %s" % liar.requests)
+    with sqlite3.connect(os.path.join(objects, "outbox.sqlite")) as outbox:
+        check(outbox.execute("SELECT count(*) FROM outbox").fetchone() == (0,), "what was told is still there")
+    for words, says in ((("--mpps-to", "NOBODY", "--steps", here), "of that title"), (("--mpps-to", "A", "--node", "A=h:1"), "needs --steps")):
+        vexal("serve", "1", "--dir", objects, *words, status=2, says=says)
+
+
 def settings_and_log(folder):
     """Options from the command line before those of the environment before those of a file; lines that are JSON."""
     options, wrong = paths(folder, "options", "wrong")
@@ -478,5 +508,5 @@ def audits(folder):
 
 
 sys.exit(run_parts(duplicates, unknown_objects, rules, damaged_index, broken_index, long_query, busy, second_associations, reports_to_nodes,
-                   settings_and_log, audits,
+                   told_later, settings_and_log, audits,
                    chosen=sys.argv[2:]))

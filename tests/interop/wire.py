@@ -279,11 +279,11 @@ class Liar(threading.Thread):
 
     `reply` gives bytes to send, or None to hang up. What came is in `requests`, and `aborted` tells how each connection ended."""
 
-    def __init__(self, reply, window=None):
+    def __init__(self, reply, window=None, port=0):
         super().__init__(daemon=True)
         self.reply, self.requests, self.aborted, self.data, self.talks = reply, [], [], b"", []
         self.more = user_information() if window is None else user_information(item(0x53, struct.pack(">HH", window, 1)))
-        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.listener = socket.create_server(("127.0.0.1", port))
         self.port = self.listener.getsockname()[1]
         self.start()
 

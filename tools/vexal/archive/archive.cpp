@@ -4,6 +4,8 @@
 
 #include "base/session.h"
 #include "base/tags.h"
+#include "base/thrown.h"
+#include "data_sets.h"
 
 namespace vexal {
 
@@ -54,11 +56,38 @@ bool Archive::change_step(const Request& request, int32_t message, const Caller&
 bool Archive::answer_step(const Request& request, int32_t message,
                           uint16_t (ProcedureSteps::*work)(int32_t, std::string&)) {
   std::string instance;
-  const uint16_t status = (steps_.*work)(message, instance);
+  uint16_t status = (steps_.*work)(message, instance);
+  if (status == kSuccessStatus) status = pass_on_step(request, message, instance);
   Message answer;
   if (!request.make(answer)) return false;
   if (!instance.empty()) VX_Set_Value_From_String(answer.id, tags::kAffectedSOPInstanceUID, instance.c_str());
   return request.send(answer, status);
+}
+
+// What others are to be told of waits where it stays, before it is acknowledged.
+uint16_t Archive::pass_on_step(const Request& request, int32_t message, const std::string& instance) {
+  Parcel parcel{"", kProcedureStep, instance, static_cast<uint16_t>(request.response & 0x7FFFU), 0, ""};
+  if (told_of_steps_.empty()) return kSuccessStatus;
+  std::string error = encode_data_set(message, parcel.data_set) ? "" : kNoMemory;
+  for (const std::string& node : told_of_steps_) {
+    parcel.node = node;
+    if (error.empty()) error = outbox_.add(parcel);
+  }
+  if (error.empty()) return kSuccessStatus;
+  report(instance, "can not be handed on: " + error);
+  if (parcel.command == N_CREATE_RQ) steps_.take_back(instance);
+  return kProcessingFailure;
+}
+
+std::string Archive::open() {
+  std::string error = holdings_.open(storage_);
+  if (error.empty() && (!nodes_.empty()))
+    error = outbox_.open(storage_.folder + "/outbox.sqlite", storage_.mode);
+  if (!error.empty()) return error;
+  std::vector<std::string> titles;
+  for (const auto& [title, node] : nodes_) titles.push_back(title);
+  outbox_.start(titles, [this](const Parcel& parcel) { return deliver(parcel); });
+  return "";
 }
 
 const Archive::Service Archive::kServices[Archive::kServiceCount] = {

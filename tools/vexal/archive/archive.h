@@ -9,6 +9,7 @@
 #include "base/args.h"
 #include "holdings/holdings.h"
 #include "nodes.h"
+#include "outbox.h"
 #include "patience.h"
 #include "server/acceptor.h"
 #include "server/request.h"
@@ -54,13 +55,15 @@ class Archive {
         nodes_(nodes),
         storage_(storage),
         worklist_(args.get("--worklist")),
-        steps_(args.get("--steps")) {
+        steps_(args.get("--steps")),
+        told_of_steps_(args.all("--mpps-to")) {
     storage_.tree = true;
     storage_.index = &holdings_.index();
   }
 
-  // An error text, empty on success.
-  std::string open() { return holdings_.open(storage_); }
+  // Outside of what serve() does, nothing is sent but what waits in the outbox. An error text, empty on
+  // success.
+  std::string open();
   // From the first message of an association to its end; on many threads at once.
   void serve(int32_t association, const Caller& caller);
 
@@ -99,20 +102,22 @@ class Archive {
   int32_t read_store_answer(int32_t association, const SentRequest& request, bool& cancel) const;
 
   // N-ACTION of storage commitment: what is here is vouched for, in a report on the same association, or
-  // where that is gone, on one to the node of that title.
+  // where that is gone, on one to the node of that title, now or once it is there again.
   bool commit(const Request& request, int32_t message, const Caller& caller);
   bool fill_report(Message& out, int32_t request, const std::string& transaction);
   // 0 if the object is here, as it was stored; otherwise a failure reason (PS3.3 section C.14.1.1).
   uint16_t vouch(const std::string& sop_class, const std::string& instance);
   // False if the association did not take it.
   bool send_report(int32_t association, const Message& message) const;
-  bool report_to_node(const std::string& title, const Node& node, const Message& message) const;
+  // A request that waited in the outbox.
+  Delivery deliver(const Parcel& parcel) const;
 
   // Performed procedure steps.
   bool make_step(const Request& request, int32_t message, const Caller&);
   bool change_step(const Request& request, int32_t message, const Caller&);
   bool answer_step(const Request& request, int32_t message,
                    uint16_t (ProcedureSteps::*work)(int32_t, std::string&));
+  uint16_t pass_on_step(const Request& request, int32_t message, const std::string& instance);
 
   const Acceptor& acceptor_;
   const Nodes& nodes_;
@@ -120,6 +125,8 @@ class Archive {
   Holdings holdings_;
   Worklist worklist_;
   ProcedureSteps steps_;
+  std::vector<std::string> told_of_steps_;  // titles of nodes
+  Outbox outbox_;                           // its threads go first
   static constexpr std::size_t kServiceCount = 7;
 };
 

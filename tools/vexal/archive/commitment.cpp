@@ -6,11 +6,18 @@
 #include "base/session.h"
 #include "base/tag_path.h"
 #include "base/tags.h"
+#include "base/thrown.h"
+#include "data_sets.h"
 
 namespace vexal {
+namespace {
+
+constexpr char kCommitmentInstance[] = "1.2.840.10008.1.20.1.1";
+
+}  // namespace
 
 // N-ACTION of storage commitment: what is here is vouched for, in a report on the same association, or
-// where that is gone, on one to the node of that title.
+// where that is gone, on one to the node of that title, now or once it is there again.
 bool Archive::commit(const Request& request, int32_t message, const Caller& caller) {
   const std::string transaction = text_of(message, tags::kTransactionUID);
   Message answer;
@@ -19,19 +26,32 @@ bool Archive::commit(const Request& request, int32_t message, const Caller& call
   uint32_t action = 0;
   VX_Get_Value_To_UInt(message, tags::kActionTypeID, &action);
   if (action != 1) status = kNoSuchAction;
-  VX_Set_Value_From_UShortInt(answer.id, tags::kActionTypeID, static_cast<uint16_t>(action));
-  if (!request.send(answer, status)) return false;
-  if (status != kSuccessStatus) return true;
-  Message report_message;
-  if (!fill_report(report_message, message, transaction)) return false;
-  if (send_report(request.association, report_message)) return true;
-  const auto node = nodes_.find(caller.calling_title);
-  if (node == nodes_.end()) {
-    report(caller.calling_title, "has not taken its storage commitment report, and is no --node");
-  } else if (!report_to_node(node->first, node->second, report_message)) {
-    report(caller.calling_title, "can not be told of its storage commitment");
+  // The report waits where it stays, before its request is answered.
+  Message event;
+  int64_t waiting = 0;
+  const bool known = nodes_.contains(caller.calling_title);
+  if (status == kSuccessStatus && !fill_report(event, message, transaction)) status = kProcessingFailure;
+  if (status == kSuccessStatus && known) {
+    Parcel parcel{caller.calling_title,
+                  kCommitment,
+                  kCommitmentInstance,
+                  N_EVENT_REPORT_RQ,
+                  static_cast<uint16_t>(event.number(tags::kEventTypeID, 0)),
+                  ""};
+    std::string error = encode_data_set(event.id, parcel.data_set) ? "" : kNoMemory;
+    if (error.empty()) error = outbox_.add(parcel, &waiting);
+    if (!error.empty()) report("storage commitment", error);
+    if (!error.empty()) status = kProcessingFailure;
   }
-  return false;  // the association is gone
+  VX_Set_Value_From_UShortInt(answer.id, tags::kActionTypeID, static_cast<uint16_t>(action));
+  const bool answered = request.send(answer, status);
+  if (status != kSuccessStatus) return answered;
+  const bool taken = answered && send_report(request.association, event);
+  if (known)
+    outbox_.finish(waiting, taken);
+  else if (!taken)
+    report(caller.calling_title, "has not taken its storage commitment report, and is no --node");
+  return taken;  // otherwise the association is gone
 }
 
 bool Archive::fill_report(Message& out, int32_t request, const std::string& transaction) {
@@ -53,7 +73,7 @@ bool Archive::fill_report(Message& out, int32_t request, const std::string& tran
         out.id, reason == 0 ? tags::kReferencedSOPSequence : tags::kFailedSOPSequence, item);
     all = all && reason == 0;
   }
-  VX_Set_Value_From_String(out.id, tags::kAffectedSOPInstanceUID, "1.2.840.10008.1.20.1.1");
+  VX_Set_Value_From_String(out.id, tags::kAffectedSOPInstanceUID, kCommitmentInstance);
   VX_Set_Value_From_UShortInt(out.id, tags::kEventTypeID, all ? 1 : 2);
   return status == VX_NORMAL_COMPLETION;
 }
@@ -83,21 +103,6 @@ bool Archive::send_report(int32_t association, const Message& message) const {
   return VX_Read_Message_To_Tag(association, acceptor_.timeout(), tags::kBehindCommand, &answer.id, &name,
                                 &command) == VX_NORMAL_COMPLETION &&
          command == N_EVENT_REPORT_RSP && !answer.has_data_set();
-}
-
-bool Archive::report_to_node(const std::string& title, const Node& node, const Message& message) const {
-  Peer peer;
-  fill_peer(peer, title, node);
-  ServiceListName list;
-  std::vector<std::string> unknown;
-  Association association;
-  // The one who reports is the provider of the service.
-  const bool open = list.make({{kCommitment, kPlainSyntaxes, 0, 1}}, 1, unknown) && !list.empty() &&
-                    association.open(peer, list) == VX_NORMAL_COMPLETION;
-  peer.application = -1;  // the acceptor's
-  const bool sent = open && send_report(association.id(), message);
-  if (sent) association.close();
-  return sent;
 }
 
 }  // namespace vexal

@@ -3,10 +3,9 @@
 
 #include <algorithm>
 
-#include "base/byte_stream.h"
 #include "base/session.h"
 #include "base/tags.h"
-#include "base/thrown.h"
+#include "data_sets.h"
 #include "identifier.h"
 
 namespace vexal {
@@ -43,8 +42,7 @@ void Archive::audit_query(int32_t identifier, const std::string& sop_class, cons
                    sop_class,
                    "",
                    uid_of_syntax(EXPLICIT_LITTLE_ENDIAN)};
-  VX_Message_To_Stream(identifier, tags::kSpecificCharacterSet, 0xFFFFFFFFU, EXPLICIT_LITTLE_ENDIAN,
-                       &event.query, guarded<append_to_string>);
+  encode_data_set(identifier, event.query);
   acceptor_.audit().tell(event);
 }
 

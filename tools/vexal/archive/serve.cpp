@@ -14,6 +14,7 @@ constexpr Option kOptions[] = {
     {"--dir", "DIR", "folder of the objects and their index (default: this one)"},
     {"--worklist", "DIR", "folder of worklist entries, a DICOM file each, for modality worklist queries"},
     {"--node", "TITLE=HOST:PORT", "a node that objects may be moved to; may be repeated"},
+    {"--mpps-to", "TITLE", "tell this --node of procedure steps too, as they come; may be repeated"},
     {"--steps", "DIR", "folder of performed procedure steps, a DICOM file each; without it none are taken"},
     VEXAL_STORAGE_OPTIONS,
     VEXAL_ACCEPTOR_OPTIONS,
@@ -25,6 +26,15 @@ bool is_folder(const Args& args, const char* option) {
   if (!args.has(option) || std::filesystem::is_directory(args.get(option), none)) return true;
   complain("%s %s: is no folder", option, args.get(option).c_str());
   return false;
+}
+
+bool are_nodes(const Args& args, const Nodes& nodes) {
+  for (const std::string& title : args.all("--mpps-to")) {
+    if (nodes.contains(title) && args.has("--steps")) continue;
+    complain("--mpps-to %s: needs --steps, and a --node of that title", title.c_str());
+    return false;
+  }
+  return true;
 }
 
 // Objects go both ways: in by C-STORE, out on the same association by C-GET.
@@ -46,7 +56,7 @@ int run(const Args& args) {
   Nodes nodes;
   StorageOptions storage;
   if (!acceptor.read(args) || !read_nodes(args, nodes) || !is_folder(args, "--worklist") ||
-      !is_folder(args, "--steps") || !storage.read(args, true))
+      !is_folder(args, "--steps") || !are_nodes(args, nodes) || !storage.read(args, true))
     return kUsage;
   storage.tell(acceptor.audit(), acceptor.title());
   prepare_bounded_files();

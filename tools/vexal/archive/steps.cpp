@@ -1,16 +1,17 @@
 #include "steps.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <vector>
 
 #include "base/attributes.h"
-#include "base/byte_stream.h"
 #include "base/session.h"
 #include "base/tags.h"
 #include "base/thrown.h"
 #include "base/uid.h"
 #include "base/values.h"
+#include "data_sets.h"
 #include "files/files.h"
 
 namespace vexal {
@@ -18,19 +19,6 @@ namespace {
 
 constexpr char kStepClass[] = "1.2.840.10008.3.1.2.3.3";
 constexpr mode_t kMode = 0640;
-
-// The data set of a message as bytes.
-bool encode(int32_t message, std::string& bytes) {
-  return VX_Message_To_Stream(message, tags::kFirstOfDataSet, tags::kLast, EXPLICIT_LITTLE_ENDIAN, &bytes,
-                              append_to_string) == VX_NORMAL_COMPLETION;
-}
-
-bool decode(int32_t object, std::string& bytes) {
-  uint32_t tag = 0;
-  return bytes.empty() ||
-         VX_Stream_To_Message(object, tags::kFirstOfDataSet, tags::kLast, EXPLICIT_LITTLE_ENDIAN, &tag,
-                              &bytes, guarded<give_string>) == VX_NORMAL_COMPLETION;
-}
 
 std::vector<uint32_t> tags_of(int32_t object) {
   std::vector<uint32_t> tags;
@@ -68,8 +56,8 @@ bool write_step(const std::string& path, const std::string& instance, Message& s
 // A message with the data set of another object.
 bool copy_of(int32_t object, Message& copy) {
   std::string bytes;
-  return encode(object, bytes) && VX_Open_Empty_Message(&copy.id) == VX_NORMAL_COMPLETION &&
-         decode(copy.id, bytes);
+  return encode_data_set(object, bytes) && VX_Open_Empty_Message(&copy.id) == VX_NORMAL_COMPLETION &&
+         decode_data_set(copy.id, bytes);
 }
 
 }  // namespace
@@ -107,11 +95,17 @@ uint16_t ProcedureSteps::set(int32_t message, std::string& instance) {
   Message step;
   std::string changes;
   if (there.become_message(service_of_class(kStepClass).c_str(), N_SET_RQ) != VX_NORMAL_COMPLETION ||
-      !copy_of(there.id(), step) || !encode(message, changes))
+      !copy_of(there.id(), step) || !encode_data_set(message, changes))
     return kProcessingFailure;
   for (const uint32_t tag : tags_of(message)) VX_Delete_Attribute(step.id, tag);
-  if (!decode(step.id, changes) || !write_step(path_of(instance), instance, step)) return kProcessingFailure;
+  if (!decode_data_set(step.id, changes) || !write_step(path_of(instance), instance, step))
+    return kProcessingFailure;
   return kSuccessStatus;
+}
+
+void ProcedureSteps::take_back(const std::string& instance) {
+  const std::lock_guard lock(mutex_);
+  ::unlink(path_of(instance).c_str());
 }
 
 }  // namespace vexal

@@ -16,6 +16,8 @@ class ProcedureSteps {
   // where a creation names none.
   uint16_t create(int32_t message, std::string& instance);
   uint16_t set(int32_t message, std::string& instance);
+  // A step that was just created is gone again.
+  void take_back(const std::string& instance);
 
  private:
   std::string path_of(const std::string& instance) const { return folder_ + "/" + instance + ".dcm"; }
