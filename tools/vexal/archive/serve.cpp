@@ -5,7 +5,9 @@
 #include "base/commands.h"
 #include "base/session.h"
 #include "images/bounded_file.h"
+#include "mllp.h"
 #include "network/network.h"
+#include "orders.h"
 
 namespace vexal {
 namespace {
@@ -14,6 +16,9 @@ constexpr Option kOptions[] = {
     {"--dir", "DIR", "folder of the objects and their index (default: this one)"},
     {"--worklist", "DIR", "folder of worklist entries, a DICOM file each, for modality worklist queries"},
     {"--node", "TITLE=HOST:PORT", "a node that objects may be moved to; may be repeated"},
+    {"--hl7", "[ADDRESS:]PORT",
+     "take orders (ORM^O01, OMI^O23) by HL7 over MLLP into the worklist; of this machine alone without an "
+     "ADDRESS"},
     {"--mpps-to", "TITLE", "tell this --node of procedure steps too, as they come; may be repeated"},
     {"--steps", "DIR", "folder of performed procedure steps, a DICOM file each; without it none are taken"},
     VEXAL_STORAGE_OPTIONS,
@@ -72,6 +77,19 @@ int run(const Args& args) {
   if (!list.make(services(args), 1, unknown)) {
     complain("the services can not be offered");
     return kUsage;
+  }
+  MllpListener orders_listener;
+  if (args.has("--hl7")) {
+    const Orders orders(args.get("--worklist"));
+    const std::string fault =
+        args.has("--worklist")
+            ? orders_listener.start(args.get("--hl7"),
+                                    [orders](const std::string& message) { return orders.take(message); })
+            : "needs --worklist";
+    if (!fault.empty()) {
+      complain("--hl7 %s: %s", args.get("--hl7").c_str(), fault.c_str());
+      return kUsage;
+    }
   }
   acceptor.warn_if_open("store, query and retrieve");
   return acceptor.run(list.name(),

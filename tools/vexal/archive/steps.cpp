@@ -34,21 +34,9 @@ bool is_final(const std::string& state) {
 
 // Writes a step, whose data set the message is; it becomes a file. False after a line on standard error.
 bool write_step(const std::string& path, const std::string& instance, Message& step) {
-  FileSink sink;
   set_all_text(step.id, tags::kSOPClassUID, kStepClass);
   set_all_text(step.id, tags::kSOPInstanceUID, instance);
-  std::string error = sink.open(path, kMode);
-  if (error.empty()) {
-    VX_STATUS status = VX_Message_To_File(step.id, path.c_str());
-    VX_Set_Value_From_String(step.id, tags::kMediaStorageSOPClassUID, kStepClass);
-    VX_Set_Value_From_String(step.id, tags::kMediaStorageSOPInstanceUID, instance.c_str());
-    if (status == VX_NORMAL_COMPLETION)
-      status = VX_Set_Message_Transfer_Syntax(step.id, EXPLICIT_LITTLE_ENDIAN);
-    if (status == VX_NORMAL_COMPLETION)
-      status = VX_Write_File(step.id, 0, &sink, guarded<FileSink::file_output>);
-    error = status == VX_NORMAL_COMPLETION ? sink.commit() : VX_Error_Message(status);
-    VX_Free_File(&step.id);
-  }
+  const std::string error = write_part10(step, path, {kStepClass, instance, kMode, false});
   if (!error.empty()) report(path, error);
   return error.empty();
 }

@@ -209,7 +209,10 @@ std::string values_at(int32_t object, const std::vector<PathStep>& path) {
   std::string text;
   if (!resolve_path(object, path, false, places).empty()) return text;
   for (const Place& place : places) {
-    const std::string values = utf8_text_of(place.object, place.tag);
+    // Of a sequence as a whole, how many items it has.
+    const std::size_t items = sequence_items(place.object, place.tag).size();
+    const std::string values = items != 0 ? std::to_string(items) + (items == 1 ? " item" : " items")
+                                          : utf8_text_of(place.object, place.tag);
     if (!text.empty() && !values.empty()) text += '\\';
     text += values;
   }
