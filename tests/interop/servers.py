@@ -416,9 +416,6 @@ def settings_and_log(folder):
                             ("strict maybe", "wrong:2: maybe is neither"), ("config x.ini", "wrong:2: unknown option"), ("log xml", "text or json")):
             write(wrong, b"\n" + line.encode())
             vexal(kind, "1", "--options", wrong, status=2, says=words)
-    example = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../examples/service/serve.options")
-    with Vexal("serve", os.path.join(folder, "example"), "--options", example, "--allow", "PEER@127.0.0.1=store") as server:
-        check(store_status(server.port, uid(1)) == 0 and image_find(server.port, uid(1)) is None, "the options of the example")
 
 
 class Repository(threading.Thread):

@@ -64,6 +64,7 @@ class Archive {
   // Outside of what serve() does, nothing is sent but what waits in the outbox. An error text, empty on
   // success.
   std::string open();
+  Holdings& holdings() { return holdings_; }
   // From the first message of an association to its end; on many threads at once.
   void serve(int32_t association, const Caller& caller);
 

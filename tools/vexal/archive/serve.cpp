@@ -4,6 +4,7 @@
 #include "archive.h"
 #include "base/commands.h"
 #include "base/session.h"
+#include "dicomweb/web_service.h"
 #include "images/bounded_file.h"
 #include "mllp.h"
 #include "network/network.h"
@@ -24,6 +25,7 @@ constexpr Option kOptions[] = {
     VEXAL_STORAGE_OPTIONS,
     VEXAL_ACCEPTOR_OPTIONS,
     VEXAL_SERVICE_OPTIONS,
+    VEXAL_WEB_SERVICE_OPTIONS,
 };
 
 bool is_folder(const Args& args, const char* option) {
@@ -66,6 +68,8 @@ int run(const Args& args) {
   storage.tell(acceptor.audit(), acceptor.title());
   prepare_bounded_files();
   Archive archive(args, acceptor, nodes, storage);
+  WebService web(archive.holdings(), storage);
+  if (!web.read(args)) return kUsage;
   const std::string error = archive.open();
   if (!error.empty()) {
     complain("--dir %s: %s", storage.folder.c_str(), error.c_str());
@@ -92,6 +96,7 @@ int run(const Args& args) {
     }
   }
   acceptor.warn_if_open("store, query and retrieve");
+  if (!web.start()) return kNetwork;
   return acceptor.run(list.name(),
                       [&](int32_t association, const Caller& caller) { archive.serve(association, caller); });
 }

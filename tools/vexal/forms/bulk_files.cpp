@@ -16,7 +16,9 @@
 #include <memory>
 #include <unordered_map>
 
+#include "base/base64.h"
 #include "base/hex.h"
+#include "base/object_values.h"
 #include "base/tags.h"
 #include "base/thrown.h"
 #include "files/web_client.h"
@@ -272,6 +274,36 @@ std::string move_bulk(const DicomFile& file, const std::string& folder, bool ind
   const std::string problem = each_member(file.id(), document.get(), folder + "/" + name, write);
   if (!problem.empty()) return problem;
   char* again = json_dumps(document.get(), JSON_SORT_KEYS | (indent ? JSON_INDENT(4) : 0));
+  if (again == nullptr) return "out of memory";
+  text = again;
+  std::free(again);
+  return "";
+}
+
+std::string refer_to_bulk(const DicomFile& file, const std::string& head, std::size_t most,
+                          std::string& text) {
+  const Document document(json_loadb(text.data(), text.size(), 0, nullptr));
+  if (document == nullptr) return "can not take its text apart";
+  const auto refer = [&](int32_t id, uint32_t tag, json_t* member, const std::string& place) -> std::string {
+    const std::string_view vr = string_of(member, "vr");
+    int32_t count = 0;
+    if (!is_bulk(vr) || vr == "UN" ||
+        VX_Get_Attribute_Info(id, tag, nullptr, &count) != VX_NORMAL_COMPLETION || count == 0)
+      return "";
+    if (file.kept(id, tag) == nullptr) {
+      const std::string bytes = bytes_of(id, tag);
+      if (bytes.empty()) return "";
+      if (bytes.size() <= most) {
+        json_object_set_new(member, "InlineBinary", json_string(base64_of(bytes).c_str()));
+        return "";
+      }
+    }
+    json_object_set_new(member, "BulkDataURI", json_string((head + place.substr(1)).c_str()));
+    return "";
+  };
+  const std::string problem = each_member(file.id(), document.get(), "", refer);
+  if (!problem.empty()) return problem;
+  char* again = json_dumps(document.get(), 0);
   if (again == nullptr) return "out of memory";
   text = again;
   std::free(again);

@@ -21,11 +21,12 @@ constexpr uint64_t kMostInflated = 256U << 20;
 std::counting_semaphore<kTurns> turns(kTurns);
 
 // The limit holds for what this thread decodes meanwhile.
-VX_STATUS open_within(uint32_t parts, DicomFile& file, const std::string& path) {
+template <typename Work>
+auto within(uint32_t parts, const Work& work) {
   VX_Limit_Decoder(parts);
-  const VX_STATUS status = file.open(path, {});
+  auto result = work();
   VX_Limit_Decoder(0);
-  return status;
+  return result;
 }
 
 }  // namespace
@@ -40,22 +41,25 @@ BoundedFile::~BoundedFile() {
 }
 
 VX_STATUS BoundedFile::open(DicomFile& file, const std::string& path, std::string& problem) {
+  VX_STATUS status = VX_VALUE_TOO_LARGE;
+  problem = open(path, [&]() -> std::string {
+    status = file.open(path, {});
+    return status == VX_NORMAL_COMPLETION ? "" : file.problem();
+  });
+  return problem.empty() || status != VX_NORMAL_COMPLETION ? status : VX_CANNOT_COMPLY;
+}
+
+std::string BoundedFile::open(const std::string& path, const std::function<std::string()>& work) {
   HeadScan scan;
-  problem = scan_file(path, {}, scan, kMostInflated);
-  if (!problem.empty()) return VX_VALUE_TOO_LARGE;
-  VX_STATUS status = VX_NORMAL_COMPLETION;
+  std::string problem = scan_file(path, {}, scan, kMostInflated);
+  if (!problem.empty()) return problem;
   {
     const MutedWarnings once(true);
-    status = open_within(kFewParts, file, path);
+    problem = within(kFewParts, work);
   }
-  if (status != VX_NORMAL_COMPLETION) {
-    has_turn_ = turns.try_acquire_for(kPatience);
-    if (!has_turn_) problem = "others of many parts are being converted";
-    if (!has_turn_) return VX_CANNOT_COMPLY;
-    status = open_within(kMostParts, file, path);
-  }
-  if (status != VX_NORMAL_COMPLETION) problem = file.problem();
-  return status;
+  if (problem.empty()) return "";
+  has_turn_ = turns.try_acquire_for(kPatience);
+  return has_turn_ ? within(kMostParts, work) : "others of many parts are being converted";
 }
 
 }  // namespace vexal

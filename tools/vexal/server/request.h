@@ -19,6 +19,7 @@ enum DimseStatus : uint16_t {
   kInvalidInstance = 0x0117,
   kClassInstanceConflict = 0x0119,
   kMissingAttribute = 0x0120,
+  kNoSuchClass = 0x0122,
   kNotAuthorized = 0x0124,
   kNoSuchAction = 0x0123,
   kOutOfResources = 0xA700,
@@ -28,6 +29,7 @@ enum DimseStatus : uint16_t {
   kSubOperationsFailed = 0xB000,
   kDiscarded = 0xB006,
   kNotUnderstood = 0xC000,
+  kSyntaxNotSupported = 0xC122,
   kCancelled = 0xFE00,
   kPendingStatus = 0xFF00,
 };

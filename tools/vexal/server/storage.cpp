@@ -35,7 +35,6 @@ constexpr uint32_t kTreeTags[] = {tags::kSOPClassUID, tags::kSOPInstanceUID, tag
                                   tags::kStudyInstanceUID, tags::kSeriesInstanceUID};
 
 constexpr char kNearlyFull[] = "the disk is nearly full";
-constexpr char kOverMostBytes[] = "is larger than --max-size allows";
 constexpr uint64_t kMostPassedOver = 64U << 20;  // of an object that is refused
 constexpr uint64_t kDiskCheck = 16U << 20;       // bytes between two looks at the room that is left
 
@@ -417,6 +416,7 @@ std::string ObjectWriter::disagreement(const StoredObject& stored, int32_t& answ
     return "its data set has the SOP Instance UID \"" + instance + "\"";
   if (!sop_class.empty() && sop_class != stored.sop_class)
     return "its data set has the SOP Class UID \"" + sop_class + "\", the request " + stored.sop_class;
+  if (!study_.empty() && scan_.text(tags::kStudyInstanceUID) != study_) return "it belongs to another study";
   answer = 0;
   return "";
 }
@@ -442,37 +442,25 @@ int32_t ObjectWriter::finish(StoredObject& stored, std::string& error) {
   return error.empty() ? 0 : kOutOfResources;
 }
 
-int32_t ObjectWriter::take(int32_t association, int32_t message, StoredObject& stored) {
-  stored = {};
-  stored.sop_class = text_of(message, tags::kAffectedSOPClassUID);
-  stored.instance = text_of(message, tags::kAffectedSOPInstanceUID);
+// Makes ready for the data set. The status to answer with if it is refused already; the error is noted then.
+int32_t ObjectWriter::begin(StoredObject& stored) {
   bytes_ = 0;
   checked_ = 0;
-  VX_Get_Message_Transfer_Syntax(message, &stored.syntax);
   scan_.start(stored.syntax,
               options_.index != nullptr ? options_.index->wanted() : std::span<const uint32_t>(kTreeTags),
               options_.most_bytes);
-  int32_t answer = kOutOfResources;
-  if (!is_safe_name(stored.instance)) {
-    error_ = "its SOP Instance UID can not be a name: " + stored.instance;
-    answer = kInvalidInstance;
-  } else {
+  if (is_safe_name(stored.instance)) {
     error_ = start(stored);
+    return kOutOfResources;
   }
-  // Whatever the answer will be, the data set has to be read.
-  VX_STATUS status = VX_NORMAL_COMPLETION;
-  {
-    const MessageWatch watch;
-    status = VX_Continue_Read_Message_To_Stream(association, &message, this, guarded<take_bytes>);
-  }
-  if (message >= 0) VX_Free_Message(&message);
+  error_ = "its SOP Instance UID can not be a name: " + stored.instance;
+  return kInvalidInstance;
+}
+
+// What all objects end with. `answer` is of an error; less than 0: the peer has gone.
+int32_t ObjectWriter::conclude(StoredObject& stored, int32_t answer) {
   stored.bytes = bytes_;
-  if (status != VX_NORMAL_COMPLETION) {
-    if (error_ != kOverMostBytes) error_ = VX_Error_Message(status);
-    answer = -1;
-  } else if (error_.empty()) {
-    answer = finish(stored, error_);
-  }
+  if (error_.empty()) answer = finish(stored, error_);
   sink_.drop();
   if (!stored.path.empty() && audit_.on())
     audit_.add(scan_.text(tags::kStudyInstanceUID), scan_.text(tags::kPatientID), stored.sop_class);
@@ -480,6 +468,26 @@ int32_t ObjectWriter::take(int32_t association, int32_t message, StoredObject& s
   options_.journal.write(calling_title_, address_, stored,
                          static_cast<uint16_t>(answer < 0 ? 0xFFFF : answer));
   return answer;
+}
+
+int32_t ObjectWriter::take(int32_t association, int32_t message, StoredObject& stored) {
+  stored = {};
+  stored.sop_class = text_of(message, tags::kAffectedSOPClassUID);
+  stored.instance = text_of(message, tags::kAffectedSOPInstanceUID);
+  VX_Get_Message_Transfer_Syntax(message, &stored.syntax);
+  int32_t answer = begin(stored);
+  // Whatever the answer will be, the data set has to be read.
+  VX_STATUS status = VX_NORMAL_COMPLETION;
+  {
+    const MessageWatch watch;
+    status = VX_Continue_Read_Message_To_Stream(association, &message, this, guarded<take_bytes>);
+  }
+  if (message >= 0) VX_Free_Message(&message);
+  if (status != VX_NORMAL_COMPLETION) {
+    if (error_ != kOverMostBytes) error_ = VX_Error_Message(status);
+    answer = -1;
+  }
+  return conclude(stored, answer);
 }
 
 // ---- Identifiers ----

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "acceptor.h"
 #include "audit.h"
@@ -114,7 +115,7 @@ struct StorageOptions {
 std::string place_object(FileSink& sink, const StorageOptions& options, StoredObject& stored,
                          const HeadScan* scan = nullptr);
 
-// The file side of one association's C-STORE requests. Not for two threads at once.
+// The file side of one peer's objects, of C-STORE requests and of DICOM files. Not for two threads at once.
 class ObjectWriter {
  public:
   ObjectWriter(const StorageOptions& options, std::string calling_title, std::string address = "")
@@ -128,13 +129,25 @@ class ObjectWriter {
   // with; -1 if the association is lost.
   int32_t take(int32_t association, int32_t message, StoredObject& stored);
 
+  // The same for a DICOM file that comes piece by piece, from its preamble on. end_file() gives the status.
+  void begin_file();
+  void take_file(std::string_view piece);
+  int32_t end_file(StoredObject& stored);
+  // Objects of another study are refused from here on; "": of none.
+  void set_study(std::string study) { study_ = std::move(study); }
+
  private:
+  int32_t begin(StoredObject& stored);
+  int32_t conclude(StoredObject& stored, int32_t answer);
+  void open_data_set(std::size_t size);
   std::string start(const StoredObject& stored);
   int32_t finish(StoredObject& stored, std::string& error);
   bool convert(FileSink& converted, const StoredObject& stored);
   std::string deidentify(FileSink& changed, StoredObject& stored);
   std::string disagreement(const StoredObject& stored, int32_t& answer) const;
   static VX_STATUS take_bytes(int32_t id, void* user, uint32_t size, void* data, int32_t first, int32_t last);
+
+  static constexpr char kOverMostBytes[] = "is larger than --max-size allows";
 
   const StorageOptions& options_;
   std::string calling_title_;
@@ -145,6 +158,12 @@ class ObjectWriter {
   std::string error_;  // what comes is dropped
   uint64_t bytes_ = 0;
   uint64_t checked_ = 0;  // bytes that had come when the disk was looked at
+  std::string study_;
+  // Of a file:
+  StoredObject of_file_;
+  int32_t answer_ = 0;
+  std::string head_;  // preamble and meta group, as long as they come
+  bool in_data_set_ = false;
 };
 
 // What the data set of one request takes of the room that all of them share while they are in memory.

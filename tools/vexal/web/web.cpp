@@ -14,7 +14,7 @@
 #include "base/uid.h"
 #include "files/files.h"
 #include "files/web_client.h"
-#include "multipart.h"
+#include "http/multipart.h"
 #include "network/network.h"
 #include "network/query.h"
 #include "server/storage.h"
@@ -122,7 +122,7 @@ class ObjectTaker final : public MultipartReader::Taker {
  public:
   ObjectTaker(const StorageOptions& options, bool json) : options_(options), json_(json) {}
 
-  std::string begin() override {
+  std::string begin(std::string_view /*headers*/) override {
     head_.clear();
     stored_ = {};
     return sink_.open(options_.folder + "/incoming");
@@ -219,7 +219,7 @@ int retrieve(const Args& args, const WebPeer& peer) {
       const std::string boundary = header_parameter(type, "boundary");
       whole = type.starts_with("application/dicom") && type.find("json") == std::string::npos;
       if (!whole && boundary.empty()) return "answers with " + type + " and not with DICOM files";
-      if (whole) error = taker.begin();
+      if (whole) error = taker.begin("");
       if (!whole) parts = std::make_unique<MultipartReader>(boundary, taker);
     }
     if (!error.empty()) return error;

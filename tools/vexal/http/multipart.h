@@ -1,9 +1,13 @@
-// Bodies of several parts, as the web services send them (RFC 2046 section 5.1), read piece by piece.
+// Bodies of several parts, as the web services send them (RFC 2046 section 5.1), read and written piece by
+// piece.
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
+
+#include "http_message.h"
 
 namespace vexal {
 
@@ -20,7 +24,8 @@ class MultipartReader {
     virtual ~Taker() = default;
     Taker(const Taker&) = delete;
     Taker& operator=(const Taker&) = delete;
-    virtual std::string begin() = 0;
+    // `headers`: the lines of the part's headers.
+    virtual std::string begin(std::string_view headers) = 0;
     virtual std::string take(std::string_view bytes) = 0;
     virtual std::string end() = 0;
   };
@@ -43,5 +48,18 @@ class MultipartReader {
   std::size_t position_ = 0;  // in `pending_`
   State state_ = State::Outside;
 };
+
+// The value of a header among lines of headers; "" if it is not there.
+std::string header_in(std::string_view lines, std::string_view name);
+
+struct BodyPart {
+  HttpFields headers{};
+  HttpBody body{};
+};
+// Gives the next part: 1 if there is one, 0 at the end, -1 on a failure.
+using NextPart = std::function<int(BodyPart& part)>;
+
+// A body of the parts, which are asked for one after the other while it is sent.
+HttpBody multipart_body(const std::string& boundary, NextPart next);
 
 }  // namespace vexal

@@ -99,10 +99,80 @@ bool MultipartReader::pass_headers(std::string& error) {
     if (pending_.size() - position_ > kMostHeaders) error = "a part with too long headers";
     return false;
   }
-  position_ = end + 4;
+  const std::string_view headers = std::string_view(pending_).substr(position_, end + 2 - position_);
   state_ = State::Part;
-  error = taker_.begin();
+  error = taker_.begin(headers);
+  position_ = end + 4;
   return error.empty();
+}
+
+std::string header_in(std::string_view lines, std::string_view name) {
+  while (!lines.empty()) {
+    const std::string_view line = lines.substr(0, lines.find("\r\n"));
+    lines.remove_prefix(std::min(line.size() + 2, lines.size()));
+    if (line.size() <= name.size() || line[name.size()] != ':' ||
+        ::strncasecmp(line.data(), name.data(), name.size()) != 0)
+      continue;
+    std::string_view value = line.substr(name.size() + 1);
+    value.remove_prefix(std::min(value.find_first_not_of(" \t"), value.size()));
+    return std::string(value.substr(0, value.find_last_not_of(" \t") + 1));
+  }
+  return "";
+}
+
+namespace {
+
+// Where a body of several parts is at.
+class PartsSource {
+ public:
+  PartsSource(std::string boundary, NextPart next) : boundary_(std::move(boundary)), next_(std::move(next)) {}
+
+  int64_t read(char* buffer, std::size_t size) {
+    for (;;) {
+      if (at_ < text_.size()) {
+        const std::size_t count = text_.copy(buffer, size, at_);
+        at_ += count;
+        return static_cast<int64_t>(count);
+      }
+      if (part_.body.read) {
+        const int64_t got = part_.body.read(buffer, size);
+        if (got != 0) return got;
+        part_ = {};
+        set_text("\r\n");
+        continue;
+      }
+      if (ended_) return 0;
+      const int result = next_(part_);
+      if (result < 0) return -1;
+      ended_ = result == 0;
+      set_text("--" + boundary_ + (ended_ ? "--\r\n" : "\r\n"));
+      for (const auto& [name, value] : part_.headers) text_ += name + ": " + value + "\r\n";
+      if (ended_) continue;
+      text_ += "\r\n";
+      if (!part_.body.read) part_.body = HttpBody::of_text("");
+    }
+  }
+
+ private:
+  void set_text(std::string text) {
+    text_ = std::move(text);
+    at_ = 0;
+  }
+  std::string boundary_;
+  NextPart next_;
+  BodyPart part_;
+  std::string text_;
+  std::size_t at_ = 0;
+  bool ended_ = false;
+};
+
+}  // namespace
+
+HttpBody multipart_body(const std::string& boundary, NextPart next) {
+  HttpBody body;
+  const auto source = std::make_shared<PartsSource>(boundary, std::move(next));
+  body.read = [source](char* buffer, std::size_t size) { return source->read(buffer, size); };
+  return body;
 }
 
 }  // namespace vexal
