@@ -5,6 +5,7 @@
 #include <new>
 
 #include <openjpeg.h>
+#include <sys/mman.h>
 
 #include "config/config.h"
 #include "config/shared_library.h"
@@ -348,15 +349,29 @@ void copy_samples(const opj_image_t& decoded, std::size_t first, std::size_t pix
   }
 }
 
+// Pages of samples that have been taken go back at once: those of the frame then come in their place, not on
+// top of them.
+void give_back(OPJ_INT32* samples, std::size_t count) {
+  constexpr std::uintptr_t kPage = 4096;
+  const auto begin = (reinterpret_cast<std::uintptr_t>(samples) + kPage - 1) / kPage * kPage;
+  const auto end = reinterpret_cast<std::uintptr_t>(samples + count) / kPage * kPage;
+  if (begin < end) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_DONTNEED);
+}
+
 // The frame's pages are new, and the system makes them where they are first written: on each thread some.
 void take_samples(const ImageAttributes& image, unsigned threads, const opj_image_t& decoded,
                   uint8_t* frame) {
   const auto copy = image.BitsAllocated == 32   ? copy_samples<uint32_t>
                     : image.BitsAllocated == 16 ? copy_samples<uint16_t>
                                                 : copy_samples<uint8_t>;
+  // Smaller ones the allocator keeps for the next frame.
+  const bool large = uint64_t{image.Rows} * image.Columns > kLargeFrame / 2;
   by_bands(threads, image.Rows, [&](const Band& band) {
     const std::size_t columns = image.Columns;
-    copy(decoded, band.first * columns, (band.last - band.first) * columns, frame);
+    const std::size_t first = band.first * columns;
+    const std::size_t pixels = (band.last - band.first) * columns;
+    copy(decoded, first, pixels, frame);
+    for (uint32_t s = 0; large && s < decoded.numcomps; ++s) give_back(decoded.comps[s].data + first, pixels);
   });
 }
 

@@ -71,6 +71,10 @@ struct FrameForm {
   std::string fault_of_stream(const void* data, std::size_t size) const;
   bool decompresses() const { return !is_uncompressed(from) && !unwraps; }
   bool compresses() const { return !is_uncompressed(to); }
+  // What a decoder gives is what is to be: no object has to be made of it.
+  bool decodes_alone() const {
+    return decompresses() && !compresses() && !has_half_colour() && image_bits() % 8 == 0;
+  }
 };
 
 // Attributes that codecs look at, or say about their work.

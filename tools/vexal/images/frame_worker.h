@@ -52,7 +52,7 @@ class FrameWorker {
     out.clear();
     if (form_.unwraps && !form_.compresses()) {
       if (std::string problem = take_raw(frame, out); !problem.empty()) return problem;
-    } else if (decoder_gives_all()) {
+    } else if (form_.decodes_alone()) {
       if (std::string problem = decompress(frame, &out, guarded<append>); !problem.empty()) return problem;
       const auto size = static_cast<std::size_t>(form_.image_bits() / 8);
       if (out.size() < size) return VX_Error_Message(VX_CANNOT_COMPLY);
@@ -122,8 +122,15 @@ class FrameWorker {
     static_cast<Bytes*>(user)->append(data, size);
     return VX_NORMAL_COMPLETION;
   }
-  // The object with the last frame, or, where a decoder gives all of a frame, with what becomes of the
-  // attributes.
+  // An object with what becomes of the attributes where frames are decoded alone, which is the same for all.
+  // An error text, empty on success.
+  std::string describe() {
+    if (std::exchange(described_, true)) return "";
+    const VX_STATUS status = VX_Duplicate_Message(id_, &result_, EXPLICIT_LITTLE_ENDIAN, nullptr, nullptr);
+    return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
+  }
+
+  // The object with the last frame, or that of describe().
   int32_t result() const { return result_; }
   void free_result() {
     if (result_ >= 0) VX_Free_Message(&result_);
@@ -158,19 +165,6 @@ class FrameWorker {
       return placing.problem.empty() ? VX_NORMAL_COMPLETION : VX_CANNOT_COMPLY;
     }
   };
-
-  // Frames need not go through an object to become what they are to be.
-  bool decoder_gives_all() const {
-    return form_.decompresses() && !form_.compresses() && !form_.has_half_colour() &&
-           form_.image_bits() % 8 == 0;
-  }
-
-  // The same for all frames: once will do.
-  std::string describe() {
-    if (std::exchange(described_, true)) return "";
-    const VX_STATUS status = VX_Duplicate_Message(id_, &result_, EXPLICIT_LITTLE_ENDIAN, nullptr, nullptr);
-    return status == VX_NORMAL_COMPLETION ? "" : VX_Error_Message(status);
-  }
 
   // Y Y Cb Cr for two pixels into Y Cb Cr for each.
   static void unpack(const Bytes& packed, Bytes& whole) {

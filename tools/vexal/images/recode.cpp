@@ -98,6 +98,13 @@ std::string decompress_icons(const DicomFile& file, int32_t object, const FrameF
   return "";
 }
 
+// A piece of more bytes reaches the file in one block.
+uint64_t largest_buffer() {
+  int32_t buffer = 0;
+  VX_Get_Int_Config_Value(VX_CFG_WORK_BUFFER_SIZE, &buffer);
+  return std::max(65536, buffer);
+}
+
 }  // namespace
 
 // The room of one frame serves the next, on whichever thread: frames are large, and giving it back to the
@@ -184,6 +191,7 @@ std::string RecodedPixels::attach(DicomFile& file, VX_TRANSFER_SYNTAX target, un
   if (form_.decompresses()) {
     if (std::string problem = decompress_icons(file, file.id(), form_, 0); !problem.empty()) return problem;
   }
+  late_frame_ = when == When::AsWritten && fits_late_frame();
   if (std::string problem = convert_first(); !problem.empty()) return problem;
   late_table_ = when == When::AsWritten && fits_late_table();
   if ((form_.compresses() && !late_table_) || when == When::Ahead) {
@@ -197,7 +205,7 @@ std::string RecodedPixels::attach(DicomFile& file, VX_TRANSFER_SYNTAX target, un
 // What the codecs change in its object holds for the whole.
 std::string RecodedPixels::convert_first() {
   FrameWorker worker(source_, form_);
-  const std::string problem = worker.convert(0, first_frame_);
+  const std::string problem = late_frame_ ? worker.describe() : worker.convert(0, first_frame_);
   if (!problem.empty()) return source_.count() == 1 ? problem : "frame 1: " + problem;
   for (const uint32_t tag : kImageTags) {
     if (worker.result() < 0) break;
@@ -214,11 +222,26 @@ std::string RecodedPixels::convert_first() {
 // Compressed frames go right into the file and their offsets later, if nothing in front of them depends on
 // their size, all offsets will fit, and the first piece is large enough to reach the file in one block.
 bool RecodedPixels::fits_late_table() const {
-  int32_t buffer = 0;
-  VX_Get_Int_Config_Value(VX_CFG_WORK_BUFFER_SIZE, &buffer);
   return form_.compresses() && !form_.loses() && source_.count() > 1 &&
-         first_frame_.size() > std::max(65536U, static_cast<uint32_t>(buffer)) &&
+         first_frame_.size() > largest_buffer() &&
          form_.image_bits() / 8 * source_.count() < (uint64_t{1} << 31);
+}
+
+// Where a frame is alone and its bytes stay as they are, what decodes it writes it to its place: it is
+// nowhere else in memory.
+bool RecodedPixels::fits_late_frame() const {
+  return source_.count() == 1 && form_.decodes_alone() && form_.image_bits() % 16 == 0 &&
+         form_.image_bits() / 8 > largest_buffer() &&
+         (form_.to == IMPLICIT_LITTLE_ENDIAN || form_.to == EXPLICIT_LITTLE_ENDIAN);
+}
+
+std::string RecodedPixels::place_late_frame(FileSink& sink) {
+  Bytes().swap(piece_);
+  if (!sink.flush()) return sink.problem();
+  FrameWorker worker(source_, form_);
+  std::string problem = worker.place(0, sink, 0, frame_bytes_);
+  if (!problem.empty() && sink.problem().empty()) problem_ = problem;
+  return problem;
 }
 
 std::string RecodedPixels::convert_all() {
@@ -260,7 +283,7 @@ std::string RecodedPixels::bring_in_line(DicomFile& file) {
   const uint64_t image_bits = form_.image_bits();
   const bool lossy = form_.loses() && (form_.to != JPEG_LS_LOSSY || form_.notes->lost);
   if (!form_.compresses()) {
-    if (!spilled_) frame_bytes_ = first_frame_.size();
+    if (!spilled_) frame_bytes_ = late_frame_ ? image_bits / 8 : first_frame_.size();
     length_ = joins_ ? (image_bits * source_.count() + 7) / 8 : frame_bytes_ * source_.count();
     if (length_ > kUndefinedLength - 2) return "its pixel data would have more than 4 GiB";
   }
@@ -358,6 +381,12 @@ bool RecodedPixels::next_piece(bool first, bool& ended) {
   const uint32_t number = frame_++;
   ended = frame_ == source_.count();
   if (number == 1 && can_place()) return place_others(ended);
+  if (late_frame_ && sink_ != nullptr) {
+    piece_.resize(static_cast<std::size_t>(frame_bytes_));
+    sink_->watch(piece_.data());
+    sink_->leave_out(piece_.data());
+    placed_ = true;
+  }
   if (placed_) return true;  // the piece stands for one more frame
   if (number == 0 && !first_frame_.empty()) {
     piece_.swap(first_frame_);
@@ -440,7 +469,9 @@ std::string RecodedPixels::write(const DicomFile& file, FileSink& sink, int32_t 
   if (!problem_.empty()) return problem_;
   if (status == VX_NORMAL_COMPLETION) {
     // Its bytes are there, wherever the library would have put what it got in their place.
-    if (placed_ && sink.skipped() != length_ - frame_bytes_) return "its frames lie elsewhere";
+    if (placed_ && sink.skipped() != length_ - (late_frame_ ? 0 : frame_bytes_))
+      return "its frames lie elsewhere";
+    if (late_frame_) return place_late_frame(sink);
     if (!late_table_) return "";
     const std::string table = head();
     return sink.flush() ? sink.patch(0, table.data(), table.size()) : sink.problem();

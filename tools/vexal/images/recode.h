@@ -84,6 +84,8 @@ class RecodedPixels {
   std::string bring_in_line(DicomFile& file);
   std::string tell_of_loss(int32_t id) const;
   bool fits_late_table() const;
+  bool fits_late_frame() const;
+  std::string place_late_frame(FileSink& sink);
   std::string head() const;
   void note_item(uint32_t number);
   bool next_piece(bool first, bool& ended);
@@ -101,6 +103,7 @@ class RecodedPixels {
   bool spilled_ = false;  // all is converted and lies in spill_, as in the value behind its offset table
   Spill spill_;
   bool late_table_ = false;        // the offsets are filled in behind the last frame
+  bool late_frame_ = false;        // the only one is decoded when all around it is in the file
   std::vector<uint32_t> offsets_;  // of the frames in the value
   FileSink* sink_ = nullptr;
   FrameForm::Attributes changes_;  // of attributes
