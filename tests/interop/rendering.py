@@ -572,7 +572,7 @@ def check_state_styles(folder):
     plain = where()
     check(len(plain) and plain.min(0)[0] < 12 and plain.min(0)[1] < 16, "a text of its own colour: %s" % plain.min(0))
     for more, moves in (({"HorizontalAlignment": "RIGHT"}, lambda p: p.max(0)[1] > 50), ({"VerticalAlignment": "BOTTOM"}, lambda p: p.max(0)[0] > 45),
-                        ({"VerticalAlignment": "CENTER", "HorizontalAlignment": "CENTER"}, lambda p: abs(p.mean(0) - 32).max() < 9),
+                        ({"VerticalAlignment": "CENTER", "HorizontalAlignment": "CENTER"}, lambda p: abs(p.mean(0) - 32).max() < 5),
                         ({"Bold": "Y"}, lambda p: len(p) > 1.5 * len(plain)), ({"Underlined": "Y"}, lambda p: p.max(0)[0] > plain.max(0)[0] + 3),
                         ({"Italic": "Y"}, lambda p: p.max(0)[1] > plain.max(0)[1] and p.min(0)[1] >= plain.min(0)[1])):
         check(moves(where(**more)), "a text with %s: %s" % (more, where(**more)[:3]))

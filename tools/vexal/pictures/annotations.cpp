@@ -127,6 +127,7 @@ void draw_lines(const std::vector<std::string>& lines, const TextStyle& style, c
   std::size_t longest = 1;
   for (const std::string& line : lines) longest = std::max(longest, line.size());
   const auto rows = static_cast<double>(lines.size());
+  const double room_below = kLineHeight - 8;  // of the last line, whose letters reach down eight units
   double unit = usual;
   if (boxed) {
     const double wide = (high.x - low.x) / (kLetterWidth * static_cast<double>(longest));
@@ -137,8 +138,8 @@ void draw_lines(const std::vector<std::string>& lines, const TextStyle& style, c
     return !boxed ? 0 : where == end ? 1 : where == middle ? 0.5 : 0;
   };
   const double across = share(style.across, "CENTER", "RIGHT");
-  const double top =
-      low.y + share(style.down, "CENTER", "BOTTOM") * (high.y - low.y - kLineHeight * unit * rows);
+  const double top = low.y + share(style.down, "CENTER", "BOTTOM") *
+                                 (high.y - low.y - unit * (kLineHeight * rows - room_below));
   const double thickness = std::max(1.0, std::floor(unit * (style.bold ? 2 : 1)));
   const auto draw = [&](Canvas& canvas, double x, double y) {
     for (std::size_t i = 0; i < lines.size(); ++i) {

@@ -35,7 +35,7 @@ Colour distinct_colour(uint32_t number);
 // The colour over a pixel of red, green and blue, as much of it as `share` says, from 0 to 1.
 inline void blend(uint8_t* pixel, const Colour& colour, double share) {
   for (std::size_t c = 0; c < 3; ++c)
-    pixel[c] = static_cast<uint8_t>(pixel[c] + std::lround((colour[c] - pixel[c]) * share));
+    pixel[c] = static_cast<uint8_t>(pixel[c] + (colour[c] - pixel[c]) * share + 0.5);
 }
 inline void blend(Picture& picture, std::size_t pixel, const Colour& colour, double share) {
   blend(picture.bytes.data() + 3 * pixel, colour, share);

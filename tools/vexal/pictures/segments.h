@@ -2,8 +2,6 @@
 // stored values say of them.
 #pragma once
 
-#include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -30,7 +28,7 @@ class Segments {
   bool label_map() const { return label_map_; }
   // From 0 to 255.
   uint8_t share(uint32_t value) const {
-    return static_cast<uint8_t>(std::lround(255 * std::min(value / most_, 1.0)));
+    return value >= most_ ? 255 : static_cast<uint8_t>(255 * value / most_ + 0.5);
   }
   // One that is not described is a fault.
   const Segment& at(uint32_t number);

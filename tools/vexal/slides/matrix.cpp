@@ -19,8 +19,7 @@ constexpr uint64_t kMostBytes = 16 << 20;
 
 }  // namespace
 
-MatrixPainter::MatrixPainter(Slide& slide, const MatrixView& view,
-                             std::vector<std::unique_ptr<MatrixLayer>>& layers)
+MatrixPainter::MatrixPainter(Slide& slide, const MatrixView& view, MatrixLayers layers)
     : slide_(slide), view_(view), layers_(layers) {
   const MatrixForm& form = slide.form();
   std::set<std::pair<int32_t, int32_t>> places;

@@ -37,7 +37,7 @@ class MatrixPainter {
   using Taker = std::function<std::string(const uint8_t* bytes, uint32_t rows)>;
 
   // The slide and the layers outlive it.
-  MatrixPainter(Slide& slide, const MatrixView& view, std::vector<std::unique_ptr<MatrixLayer>>& layers);
+  MatrixPainter(Slide& slide, const MatrixView& view, MatrixLayers layers = {});
   // Finds out how pixels become colours. An error text, empty on success.
   std::string open();
   uint32_t width() const { return (view_.width + view_.scale - 1) / view_.scale; }
@@ -62,7 +62,7 @@ class MatrixPainter {
 
   Slide& slide_;
   const MatrixView view_;
-  std::vector<std::unique_ptr<MatrixLayer>>& layers_;
+  MatrixLayers layers_;
   std::vector<Tile> tiles_;  // that the region shows
   bool overlapping_ = false;
   uint32_t samples_ = 3;

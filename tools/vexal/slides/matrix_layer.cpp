@@ -142,8 +142,8 @@ std::string MatrixLayer::cover(const Tile& tile, const Strip& strip) try {
   PixelImage& image = slide_.part(0);
   const ImageDescription& d = image.description();
   const MatrixForm& form = slide_.form();
-  const int64_t columns = std::min<int64_t>(d.columns, int64_t{form.columns} - tile.x);
-  const int64_t rows = std::min<int64_t>(d.rows, int64_t{form.rows} - tile.y);
+  const double columns = std::min<double>(d.columns, int64_t{form.columns} - tile.x);
+  const double rows = std::min<double>(d.rows, int64_t{form.rows} - tile.y);
   const Span span = span_of(tile, strip);
   Bytes bytes;
   const CurrentFile current(path_);
@@ -154,11 +154,11 @@ std::string MatrixLayer::cover(const Tile& tile, const Strip& strip) try {
     const Vector start = from_ground_.start + from_ground_.per_row * static_cast<double>(y);
     for (int64_t x = span.left; x < span.right; ++x) {
       const Vector place = start + from_ground_.per_column * static_cast<double>(x);
-      if (!is_near(place)) continue;
-      const auto column = static_cast<int64_t>(std::floor(place.x + 0.5 + kHair)) - tile.x;
-      const auto row = static_cast<int64_t>(std::floor(place.y + 0.5 + kHair)) - tile.y;
-      if (column < 0 || row < 0 || column >= columns || row >= rows) continue;
-      const uint32_t value = samples.bits(static_cast<std::size_t>(row * d.columns + column));
+      const double column = place.x - tile.x + 0.5 + kHair;
+      const double row = place.y - tile.y + 0.5 + kHair;
+      if (!(column >= 0 && row >= 0 && column < columns && row < rows)) continue;
+      const uint32_t value =
+          samples.bits(static_cast<std::size_t>(row) * d.columns + static_cast<std::size_t>(column));
       const auto pixel = static_cast<std::size_t>((y - strip.y) * strip.width + x - strip.x);
       if (segments_.label_map()) {
         share_[pixel] = 255;
@@ -173,18 +173,34 @@ std::string MatrixLayer::cover(const Tile& tile, const Strip& strip) try {
   return "there is not enough memory";
 }
 
-void MatrixLayer::blend_in(uint32_t number, Strip& strip) {
+// True if there was something to see.
+bool MatrixLayer::blend_rows(uint32_t number, Strip& strip, std::size_t first, std::size_t end) {
+  bool drawn = false;
   uint32_t last = kSegmentNumbers;
   Segment look;
-  for (std::size_t i = 0; i < share_.size(); ++i) {
+  for (std::size_t i = first * strip.width; i < end * strip.width; ++i) {
     if (share_[i] == 0) continue;
     const uint32_t own = segments_.label_map() ? label_[i] : number;
     if (own != last) look = segments_.at(own);
     last = own;
     if (!look.shown) continue;
-    drawn_ = true;
+    drawn = true;
     blend(strip.pixels.data() + 3 * i, look.colour, opacity_ * share_[i] / 255);
   }
+  return drawn;
+}
+
+void MatrixLayer::blend_in(uint32_t number, Strip& strip) {
+  constexpr std::size_t kRows = 16;
+  std::atomic<bool> drawn{false};
+  struct None {};
+  // A label may be one that is not described, and is noted then.
+  on_threads<None>(
+      segments_.label_map() ? 1 : threads_, (strip.height + kRows - 1) / kRows, [&](None&, std::size_t i) {
+        if (blend_rows(number, strip, i * kRows, std::min<std::size_t>((i + 1) * kRows, strip.height)))
+          drawn = true;
+      });
+  drawn_ = drawn_ || drawn;
 }
 
 std::string MatrixLayer::draw(Strip& strip) {

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -31,6 +33,7 @@ class MatrixLayer {
   std::vector<const Tile*> tiles_in(const Strip& strip, uint32_t channel) const;
   std::string cover(const Tile& tile, const Strip& strip);
   void blend_in(uint32_t number, Strip& strip);
+  bool blend_rows(uint32_t number, Strip& strip, std::size_t first, std::size_t end);
   // The other matrix's pixels that a tile covers, as a box of whole pixels in the strip.
   struct Span {
     int64_t left, top, right, bottom;  // right and bottom are outside
@@ -51,5 +54,8 @@ class MatrixLayer {
   std::vector<uint8_t> share_;
   std::vector<uint16_t> label_;
 };
+
+// All that lie over a matrix, the first lowest.
+using MatrixLayers = std::span<const std::unique_ptr<MatrixLayer>>;
 
 }  // namespace vexal
