@@ -9,22 +9,23 @@ import base64
 import contextlib
 import hashlib
 import hmac
+import http.client
 import json
 import os
 import shutil
 import socket
+import ssl
 import struct
-import subprocess
 import sys
-import threading
 import time
 import urllib.error
 import urllib.request
+import warnings
 
 import made
 from checks import VEXAL, Server, Vexal, check, ended, files_under, free_port, has, left_out, read, run, run_parts, write
 from made import EXPLICIT, IMPLICIT, RLE, ROOT, Writer
-from wire import store_status, stored_objects
+from wire import at_once, store_status, stored_objects
 
 PLUGIN = "/usr/share/orthanc/plugins/libOrthancDicomWeb.so"
 ORTHANC = shutil.which("Orthanc", path="/usr/sbin:/usr/bin")
@@ -169,6 +170,8 @@ def retrievals(folder):
     content, extra, _ = instance(3, 1, 1, more=b"")
     at = content.index(b"\x28\x00\x02\x00")
     write(os.path.join(folder, extra + ".dcm"), content[:at] + content[at:].replace(b"\xe0\x7f\x10\x00", long + b"\xe0\x7f\x10\x00", 1))
+    broken, lost, _ = instance(4, 1, 1)
+    write(os.path.join(folder, "broken.dcm"), broken[:broken.index(b"\x28\x00\x10\x00")] + b"\x28\x00\x10\x00US\xff\xff")
     with Web(folder) as server:
         def files(path, accept=None, status=200):
             answer = ask(server.web, path, accept)
@@ -211,6 +214,10 @@ def retrievals(folder):
         check(len(metadata) == 6, "metadata of a study: %d" % len(metadata))
         uri = files(study_path(3) + "/metadata").json()[0]["00420011"]["BulkDataURI"]
         check(files(uri[uri.index("/dicom-web"):], "application/octet-stream").body == bytes(range(256)) * 20, "bulk data by its URI")
+        implicit = "application/dicom; transfer-syntax=" + IMPLICIT
+        for resource, accept in (("", implicit), ("", 'multipart/related; type="application/dicom"; transfer-syntax=' + IMPLICIT), ("/metadata", None),
+                                 ("/metadata", 'multipart/related; type="application/dicom+xml"')):
+            check(ask(server.web, study_path(4, 1, lost) + resource, accept).status == 500, "a broken object%s, %s: not 500" % (resource, accept))
         uid = next(iter(objects))
         path = study_path(1, 1, uid)
         for resource, accept, status in (("", "text/plain", 406), ("", "application/dicom; transfer-syntax=1.2.3", 406), ("/metadata", "text/html", 406),
@@ -237,11 +244,8 @@ def large(folder):
         jobs = [lambda p=p, a=a: ask(server.web, path + p, a) for p, a in
                 (("", "application/dicom"), ("/frames/" + ",".join(map(str, range(1, 7))), None), ("/bulkdata/7FE00010", None), ("/metadata", None),
                  ("/rendered", None), ("", 'multipart/related; type="application/dicom"; transfer-syntax=1.2.840.10008.1.2')) * 2]
-        answers = [None] * len(jobs)
-        threads = [threading.Thread(target=lambda i=i: answers.__setitem__(i, jobs[i]())) for i in range(len(jobs))]
-        [thread.start() for thread in threads]
-        [thread.join() for thread in threads]
-        check([answer and answer.status for answer in answers] == [200] * len(jobs), "large: %s" % [answer and answer.status for answer in answers])
+        answers = at_once(jobs)
+        check([answer.status for answer in answers] == [200] * len(jobs), "large: %s" % [answer.status for answer in answers])
         check(answers[0].body == content and answers[2].body == b"".join(frames), "large: other bytes")
         check([body for _, body in answers[1].parts()] == frames, "large: other frames")
         check(server.peak() < 64 << 20, "large: takes %d MB" % (server.peak() >> 20))
@@ -396,6 +400,38 @@ def rights(folder):
         check(ask(server.web, "/dicom-web/studies").status == 200 and post(server.web, body_of(one)).status == 403, "--web-rights read")
 
 
+def secure(folder):
+    """https with the certificate of the associations; older versions and plain http are turned away."""
+    if not has("openssl", "web services over TLS"):
+        return
+    objects = fill(os.path.join(folder, "in"))
+    certificate, key = os.path.join(folder, "cert.pem"), os.path.join(folder, "key.pem")
+    run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", certificate, "-days", "2", "-subj", "/CN=localhost",
+        "-addext", "subjectAltName=IP:127.0.0.1")
+    with Web(os.path.join(folder, "in"), "--tls", "--tls-cert", certificate, "--tls-key", key, "--tls-no-verify") as server:
+        for title, lowest, highest, good in (("any version", None, None, True), ("1.2", None, "TLSv1_2", True), ("1.3", "TLSv1_3", None, True), ("1.1", None, "TLSv1_1", False)):
+            context = ssl.create_default_context(cafile=certificate)
+            with warnings.catch_warnings():
+                warnings.simplefilter("ignore")
+                if lowest:
+                    context.minimum_version = getattr(ssl.TLSVersion, lowest)
+                if highest:
+                    context.minimum_version, context.maximum_version = ssl.TLSVersion.TLSv1, getattr(ssl.TLSVersion, highest)
+                    context.set_ciphers("DEFAULT:@SECLEVEL=0")
+            try:
+                url = "https://127.0.0.1:%d%s" % (server.web, study_path(1))
+                with urllib.request.urlopen(urllib.request.Request(url, headers={"Accept": PARTS}), context=context, timeout=30) as answer:
+                    body = answer.read()
+            except OSError:
+                body = None
+            check((body is not None) == good, "TLS, %s: %s" % (title, "refused" if body is None else "taken"))
+            check(not good or sum(row[0] in (body or b"") for row in objects.values()) == 6, "TLS, %s: other objects" % title)
+        try:
+            check(ask(server.web, "/dicom-web/studies").status >= 400, "plain http is served")
+        except (OSError, http.client.HTTPException):
+            pass
+
+
 # ---- Hostile clients ----
 
 
@@ -434,8 +470,8 @@ def hostile(folder):
             check(any(back.startswith(status) if status else not back for status in statuses) and took < 8, "%s: %s after %.1f s" % (title, back[:80], took))
             check(b"><x>" not in back, title + ": the host comes back as it is")
         dripping = b"POST /dicom-web/studies HTTP/1.1\r\nHost: x\r\nContent-Type: application/dicom\r\nContent-Length: 100000000\r\n\r\n"
-        for title, text, slow in (("a slow head", b"GET /dicom-web", b"x" * 30), ("a slow body", dripping, b"x" * 30), ("silence", b"", b""), ("half a body", dripping + bytes(1000), b"")):
-            back, took = send(text, 6, slow)
+        slow = (("a slow head", b"GET /dicom-web", b"x" * 30), ("a slow body", dripping, b"x" * 30), ("silence", b"", b""), ("half a body", dripping + bytes(1000), b""))
+        for (title, *_), (back, took) in zip(slow, at_once([lambda text=text, drops=drops: send(text, 6, drops) for _, text, drops in slow])):
             check(took < 14 and not back.startswith(b"HTTP/1.1 200"), "%s: %s after %.1f s" % (title, back[:60], took))
         # Who reads nothing does not hold a connection for long, and more than may be are not served at once.
         idle = [socket.create_connection(("127.0.0.1", server.web)) for _ in range(30)]
@@ -488,4 +524,4 @@ def with_orthanc(folder):
         check(len(ask(target.web, "/dicom-web/instances").json()) == len(objects), "Orthanc stored others")
 
 
-sys.exit(run_parts(searches, retrievals, large, stores, rights, hostile, with_orthanc, chosen=sys.argv[2:]))
+sys.exit(run_parts(searches, retrievals, large, stores, rights, secure, hostile, with_orthanc, chosen=sys.argv[2:]))

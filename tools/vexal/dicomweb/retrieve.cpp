@@ -119,21 +119,21 @@ class MetadataSource {
   std::size_t at_ = 0;
 };
 
-HttpBody json_array(const std::shared_ptr<MetadataSource>& source) {
+// `first`: of the first object.
+HttpBody json_array(const std::shared_ptr<MetadataSource>& source, std::shared_ptr<Spill> first) {
   HttpBody body;
   // Text between objects, an object, text, and so on.
-  body.read = [source, text = HttpBody::of_text("["), object = HttpBody(), first = true, ended = false](
+  body.read = [source, text = HttpBody::of_text("["), object = body_of(std::move(first)), ended = false](
                   char* buffer, std::size_t size) mutable -> int64_t {
     for (;;) {
       if (const int64_t got = text.read(buffer, size); got != 0 || ended) return got;
-      if (const int64_t got = object.read ? object.read(buffer, size) : 0; got != 0) return got;
+      if (const int64_t got = object.read(buffer, size); got != 0) return got;
       std::shared_ptr<Spill> next;
       const int result = source->next(false, next);
       if (result < 0) return -1;
       ended = result == 0;
-      text = HttpBody::of_text(ended ? "]\n" : first ? "" : ",\n");
+      text = HttpBody::of_text(ended ? "]\n" : ",\n");
       if (!ended) object = body_of(next);
-      first = false;
     }
   };
   return body;
@@ -167,9 +167,8 @@ HttpResponse retrieve_objects(const WebContext& context) {
     report(items->front().object.path, problem);
     return HttpResponse::problem(500, "The object can not be read or converted.");
   }
-  const std::string boundary = new_boundary();
-  response.with("Content-Type", multipart_type(kDicom, boundary));
-  response.body = multipart_body(boundary, [items, &holdings, at = std::size_t{0}](BodyPart& part) mutable {
+  const unsigned status = response.status;
+  response = answer_of_parts(kDicom, [items, &holdings, at = std::size_t{0}](BodyPart& part) mutable {
     if (at == items->size()) return 0;
     const Item& item = (*items)[at++];
     const std::string problem = object_body(holdings, item.object, item.syntax, part.body);
@@ -177,6 +176,7 @@ HttpResponse retrieve_objects(const WebContext& context) {
     part.headers = {{"Content-Type", type_of_part(item)}};
     return problem.empty() ? 1 : -1;
   });
+  if (response.status == 200) response.status = status;
   return response;
 }
 
@@ -189,19 +189,18 @@ HttpResponse retrieve_metadata(const WebContext& context) {
   HttpResponse response;
   if (!find_objects(context, objects, response)) return response;
   const auto source = std::make_shared<MetadataSource>(context.holdings, std::move(objects), context.root);
-  if (!wants_xml(*found)) {
-    response.with("Content-Type", kDicomJson);
-    response.body = json_array(source);
-    return response;
+  if (wants_xml(*found)) {
+    return answer_of_parts(kDicomXml, [source](BodyPart& part) {
+      std::shared_ptr<Spill> text;
+      const int result = source->next(true, text);
+      if (result > 0) part = {{{"Content-Type", kDicomXml}}, body_of(text)};
+      return result;
+    });
   }
-  const std::string boundary = new_boundary();
-  response.with("Content-Type", multipart_type(kDicomXml, boundary));
-  response.body = multipart_body(boundary, [source](BodyPart& part) {
-    std::shared_ptr<Spill> text;
-    const int result = source->next(true, text);
-    if (result > 0) part = {{{"Content-Type", kDicomXml}}, body_of(text)};
-    return result;
-  });
+  std::shared_ptr<Spill> first;
+  if (source->next(false, first) < 0) return HttpResponse::problem(500, "It can not be read.");
+  response.with("Content-Type", kDicomJson);
+  response.body = json_array(source, first);
   return response;
 }
 

@@ -68,15 +68,29 @@ HttpResponse as_parts(bool parts, const std::string& type, BodyPart part) {
     response.body = std::move(part.body);
     return response;
   }
-  const std::string boundary = new_boundary();
   const auto held = std::make_shared<BodyPart>(std::move(part));
-  response.with("Content-Type", multipart_type(type, boundary));
-  response.body = multipart_body(boundary, [held, given = false](BodyPart& next) mutable {
+  return answer_of_parts(type, [held, given = false](BodyPart& next) mutable {
     if (given) return 0;
     given = true;
     next = std::move(*held);
     return 1;
   });
+}
+
+HttpResponse answer_of_parts(const std::string& type, NextPart next) {
+  const auto first = std::make_shared<BodyPart>();
+  const int result = next(*first);
+  if (result < 0) return HttpResponse::problem(500, "It can not be read or converted.");
+  HttpResponse response;
+  const std::string boundary = new_boundary();
+  response.with("Content-Type", multipart_type(type, boundary));
+  response.body = multipart_body(
+      boundary, [first, result, next = std::move(next), at_first = true](BodyPart& part) mutable {
+        if (!at_first) return next(part);
+        at_first = false;
+        part = std::move(*first);
+        return result;
+      });
   return response;
 }
 

@@ -50,6 +50,10 @@ bool read_count(const std::string& text, uint64_t& number);
 // One part, as it is or as multipart/related of this type.
 HttpResponse as_parts(bool parts, const std::string& type, BodyPart part);
 
+// All parts as multipart/related of this type. The first is asked for at once: where that fails, the answer
+// is a failure.
+HttpResponse answer_of_parts(const std::string& type, NextPart next);
+
 // The keys that the path of a target names.
 std::vector<CatalogKey> keys_of(const WebTarget& target);
 // The instances that a target names. An answer to give where there are none, or they can not be found.

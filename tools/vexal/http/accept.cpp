@@ -55,6 +55,7 @@ bool MediaRange::takes(std::string_view media) const {
 
 std::vector<MediaRange> parse_accept(std::string_view header) {
   std::vector<MediaRange> ranges;
+  const bool silent = trimmed(header).empty();
   while (!header.empty() && ranges.size() < kMostRanges) {
     const std::string_view text = next_range(header);
     MediaRange range;
@@ -66,7 +67,7 @@ std::vector<MediaRange> parse_accept(std::string_view header) {
     if (range.parts && range.type.empty()) range.type = "*/*";
     ranges.push_back(std::move(range));
   }
-  if (ranges.empty() && trimmed(header).empty()) ranges.push_back({false, "*/*", "", 1});
+  if (silent) ranges.push_back({false, "*/*", "", 1});
   std::stable_sort(ranges.begin(), ranges.end(),
                    [](const MediaRange& a, const MediaRange& b) { return a.quality > b.quality; });
   return ranges;
