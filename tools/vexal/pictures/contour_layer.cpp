@@ -238,10 +238,11 @@ void ContourLayer::draw_region(const Region& region, const Slice& slice, Picture
         canvas.line({at.x, at.y - kArm}, {at.x, at.y + kArm});
       }
     }
+    const bool joined = form != Form::kPoint;
     pairs(points, [&](const Point& from, const Point& to) {
       const double most = 1.0 * picture.width + picture.height;
       steps += 1 + static_cast<uint64_t>(std::fmin(std::abs(to.x - from.x) + std::abs(to.y - from.y), most));
-      if (form != Form::kPoint) canvas.line(from, to);
+      if (joined) canvas.line(from, to);
     });
   }
 }
