@@ -238,11 +238,11 @@ def check_streams(folder):
     jpeg = read(folder + "/jpeg-8-3.dcm")
     turned = b"\xFF\xE1\0\x22Exif\0\0MM\0*\0\0\0\x08\0\1\x01\x12\0\3\0\0\0\1\0\6\0\0\0\0\0\0"
     vexal("make", write(folder + "/turned", b"\xFF\xD8" + turned + jpeg[jpeg.index(b"\xFF\xD8\xFF") + 2:].split(b"\xFF\xD9")[0] + b"\xFF\xD9"), folder + "/out", status=1, says="orientation 6")
-    vexal("make", "--extract", folder + "/out", folder + "/out", status=2, says="itself")
+    vexal("make", "--extract", folder + "/out", folder + "/out", status=2, says="is a DICOM object")
     vexal("make", back, back, status=2, says="another name")
     several = folder + "/several"
     vexal("make", back, back, several)
-    vexal("make", "--extract", several, folder + "/no", status=2, says="vexal pixel extract")
+    vexal("make", "--extract", several, folder + "/none", status=2, says="vexal pixel extract")
     crowd = folder + "/crowd"
     vexal("make", *[back] * 260, crowd, title="260 streams", preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (100, 100)))
     check(frames_of(crowd) == frames_of(out) * 260, "260 streams: other pixels")
@@ -366,10 +366,12 @@ def check_subject(folder):
     write(source, meta(SECONDARY_CAPTURE, "1.2.4") + head(w) + tail(w))
     vexal("make", picture, folder + "/plain.dcm", "--from", source)
     check("00080005" not in attributes(folder + "/plain.dcm"), "ASCII has a character set")
-    for words, says in (((("--from", source, "--worklist", entry)), "give one"), (("--worklist", source), "no worklist entry"), (("--from", picture), "no DICOM file"),
+    listing = write(folder + "/listing", meta("1.2.840.10008.1.3.10", "1.2.5") + w.sequence(0x00041220, [w.text(0x00041430, "CS", "PATIENT") + w.text(0x00100010, "PN", "A^B")]))
+    for words, says in (((("--from", source, "--worklist", entry)), "give one"), (("--from", listing), "is a directory"), (("--worklist", source), "no worklist entry"), (("--from", picture), "no DICOM file"),
                         (("--set", "Rows=1"), "follows from"), (("--set", "PatientBirthDate=x"), "Birth"), (("--class", "pdf"), "takes no PNG"), (("--set", "StudyInstanceUID="), "StudyInstanceUID")):
         vexal("make", picture, folder + "/no", *words, status=2, says=says)
     check(not os.path.exists(folder + "/no"), "a file of what was refused")
+    vexal("make", picture, source, "--from", source, status=2, says="is an input")
     check_valid(folder)
 
 

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -11,6 +12,8 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "support.h"
 
@@ -87,6 +90,7 @@ std::string sample() {
   append_element(file, 0x00080018, "UI", "1.2.3.4");
   append_element(file, 0x00080060, "CS", "OT");
   append_element(file, 0x00081140, "SQ", item_header + item);
+  append_element(file, 0x00081200, "SQ", "");
   append_element(file, 0x00090010, "LO", "GEMS_IDEN_01");
   append_element(file, 0x00091001, "LO", "secret");
   append_element(file, 0x00100010, "PN", "Doe^John");
@@ -144,6 +148,7 @@ TEST_F(Program, DumpShowsValuesAndPlaces) {
   for (const char* expected :
        {"(0010,0010) PN        8  PatientName", "Doe^John",
         "(0008,1140) SQ        -  ReferencedImageSequence", "1 item",
+        "StudiesContainingOtherReferencedInstancesSequence  0 items",
         "    (0008,1155) UI        5  ReferencedSOPInstanceUID", "(0009,1001) LO        6  Full fidelity",
         "(0028,0010) US        2  Rows                              256",
         "(7FE0,0010) OW   131072  PixelData"}) {
@@ -327,6 +332,86 @@ TEST_F(Program, ModifySetsAddsClearsAndDeletes) {
   EXPECT_FALSE(has(text, "PatientBirthDate"));
   EXPECT_TRUE(has(text, "(0008,0060) CS        0  Modality"));
   EXPECT_TRUE(has(text, "(7FE0,0010) OW   131072"));
+}
+
+// The meta group follows what names the object in the data set; a file that contradicts itself is put right,
+// and told. What is asked of the meta group by name stays.
+TEST_F(Program, TheMetaGroupFollowsTheDataSet) {
+  ASSERT_EQ(run("modify --set MediaStorageSOPInstanceUID=7.7 --set MediaStorageSOPClassUID=7.8 " +
+                path("a.dcm") + " " + path("other.dcm"))
+                .exit,
+            0);
+  ASSERT_EQ(run("json --own " + path("other.dcm") + " > " + path("other.json")).exit, 0);
+  ASSERT_EQ(run("xml " + path("other.dcm") + " > " + path("other.xml")).exit, 0);
+  const std::string instance = "MediaStorageSOPInstanceUID        ";
+  const std::string sop_class = "MediaStorageSOPClassUID           ";
+  const std::string told =
+      "(0002,0003) MediaStorageSOPInstanceUID was 7.7, but the object has 1.2.3.4: corrected";
+  const struct {
+    const char* command;
+    const char* in;
+    int exit;
+    std::string line;
+    std::string said;
+  } cases[] = {
+      {"modify --set SOPInstanceUID=1.2.3 ", "a.dcm", 0, instance + "1.2.3\n", ""},
+      {"modify --set 0008,0016=1.2.4 ", "a.dcm", 0, sop_class + "1.2.4\n", ""},
+      {"modify --new-uid SOPInstanceUID ", "a.dcm", 0, instance + "2.25.", ""},
+      {"modify --set SOPInstanceUID=1.2.3 ", "other.dcm", 1, instance + "1.2.3\n", "(0002,0002)"},
+      {"modify --set MediaStorageSOPInstanceUID=4.5 --set SOPInstanceUID=1.2.3 ", "a.dcm", 0,
+       instance + "4.5\n", ""},
+      {"modify --set ImplementationVersionName=MINE ", "a.dcm", 0, "ImplementationVersionName         MINE\n",
+       ""},
+      {"modify --set PatientID=X ", "other.dcm", 1, instance + "1.2.3.4\n", told},
+      {"convert --to implicit ", "other.dcm", 1, instance + "1.2.3.4\n", told},
+      {"json --own --back ", "other.json", 1, instance + "1.2.3.4\n", told},
+      {"xml --back ", "other.xml", 1, instance + "1.2.3.4\n", told},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(std::string(row.command) + row.in);
+    EXPECT_TRUE(gives(row.command + path(row.in) + " " + path("x.dcm"), row.exit, {row.said.c_str()}));
+    const std::string dump = run("dump " + path("x.dcm")).out;
+    EXPECT_TRUE(has(dump, row.line));
+    EXPECT_EQ(dump.find("SourceApplicationEntityTitle"), std::string::npos) << dump;
+  }
+  ASSERT_EQ(run("modify --quiet --delete SOPInstanceUID " + path("a.dcm") + " " + path("x.dcm")).exit, 0);
+  EXPECT_FALSE(run("dump " + path("x.dcm")).out.find("(0002,0003)") != std::string::npos);
+}
+
+TEST_F(Program, NothingTakesThePlaceOfWhatItIsMadeOf) {
+  ASSERT_EQ(run("json --own " + path("a.dcm") + " > " + path("a.json")).exit, 0);
+  ASSERT_EQ(run("xml " + path("a.dcm") + " > " + path("a.xml")).exit, 0);
+  constexpr const char* kCommands[][2] = {{"pixel render ", "a.dcm"},
+                                          {"pixel sheet ", "a.dcm"},
+                                          {"pixel extract ", "a.dcm"},
+                                          {"make --extract ", "a.dcm"},
+                                          {"deidentify -o x --report ", "a.dcm"},
+                                          {"pixel video ", "a.dcm"},
+                                          {"pixel render --matrix ", "a.dcm"},
+                                          {"json --own --back ", "a.json"},
+                                          {"xml --back ", "a.xml"}};
+  for (const auto& [command, name] : kCommands) {
+    const std::string before = read(name);
+    EXPECT_TRUE(gives(command + path(name) + " " + path(name), 2, {name, " is "}));
+    EXPECT_TRUE(read(name) == before);
+  }
+}
+
+// Several at once lose nothing of each other, and a link leads where it led.
+TEST_F(Program, ChangesInPlaceComeOneAfterTheOther) {
+  fs::create_symlink("a.dcm", path("link.dcm"));
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([&, i] {
+      const std::string name = path(i % 2 == 0 ? "a.dcm" : "link.dcm");
+      EXPECT_EQ(run("modify --add OtherPatientNames=X" + std::to_string(i) + " " + name).exit, 0);
+    });
+  }
+  threads.clear();
+  EXPECT_TRUE(fs::is_symlink(path("link.dcm")));
+  const std::string names = run("dump --tag OtherPatientNames " + path("a.dcm")).out;
+  EXPECT_EQ(std::count(names.begin(), names.end(), 'X'), 8) << names;
+  EXPECT_EQ(files_in_folder(), 2U);
 }
 
 TEST_F(Program, ARefusedChangeLeavesTheFileAsItWas) {

@@ -39,6 +39,10 @@ inline constexpr uint32_t kTransferSyntaxUID = 0x00020010U;
 inline constexpr uint32_t kImplementationClassUID = 0x00020012U;
 inline constexpr uint32_t kImplementationVersionName = 0x00020013U;
 inline constexpr uint32_t kSourceApplicationEntityTitle = 0x00020016U;
+// What names an object in the meta group, and in its data set.
+inline constexpr struct {
+  uint32_t meta, own;
+} kNamesInMeta[] = {{kMediaStorageSOPClassUID, 0x00080016U}, {kMediaStorageSOPInstanceUID, 0x00080018U}};
 inline constexpr uint32_t kFileSetID = 0x00041130U;
 inline constexpr uint32_t kOffsetOfTheFirstDirectoryRecordOfTheRootDirectoryEntity = 0x00041200U;
 inline constexpr uint32_t kOffsetOfTheLastDirectoryRecordOfTheRootDirectoryEntity = 0x00041202U;

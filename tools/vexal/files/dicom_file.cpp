@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cctype>
 #include <cstring>
+#include <filesystem>
 #include <iterator>
 #include <mutex>
 
@@ -163,6 +164,18 @@ void adopt_unknown_syntax(const std::string& uid, bool encapsulated) {
 bool is_record_reference(uint32_t tag) {
   return std::find(std::begin(kRecordReferences), std::end(kRecordReferences), tag) !=
          std::end(kRecordReferences);
+}
+
+std::string object_in_the_way(const std::string& path, const std::string& in) {
+  FileSource there;
+  char bytes[132];
+  std::error_code ignored;
+  const bool object = std::filesystem::is_regular_file(path, ignored) && there.open(path).empty() &&
+                      there.read_at(0, bytes, sizeof bytes) == sizeof bytes &&
+                      inspect_head(bytes, sizeof bytes).has_preamble;
+  return object || std::filesystem::equivalent(path, in, ignored)
+             ? "is there and is a DICOM object: give another name"
+             : "";
 }
 
 FileHead inspect_head(const char* bytes, std::size_t size) {

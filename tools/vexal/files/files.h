@@ -322,6 +322,9 @@ struct FileHead {
   uint32_t first_tag = 0;           // behind the meta group, if it is seen and not deflated
 };
 FileHead inspect_head(const char* bytes, std::size_t size);
+// Why nothing but an object may be written there: a forgotten name must not cost one, nor the file that is
+// read, `in`. Empty if it may.
+std::string object_in_the_way(const std::string& path, const std::string& in = "");
 
 // The regular files under the paths given, folders walked in order of name; a path that does not exist is
 // reported and sets `failed`.

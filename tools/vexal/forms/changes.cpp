@@ -175,6 +175,21 @@ bool apply_change(int32_t object, const std::string& path, const Change& change)
   return true;
 }
 
+void bring_meta_in_line(int32_t object, const std::vector<Change>& changes, WriteOptions& options) {
+  const auto changed = [&](uint32_t tag) {
+    return std::any_of(changes.begin(), changes.end(), [&](const Change& change) {
+      return change.path.size() == 1 && change.path[0].tag == tag;
+    });
+  };
+  for (const Change& change : changes) {
+    if (change.path.size() == 1 && change.path[0].tag <= tags::kLastOfMeta)
+      options.given.push_back(change.path[0].tag);
+  }
+  for (const auto& pair : tags::kNamesInMeta) {
+    if (changed(pair.own) && !changed(pair.meta)) VX_Set_Value_To_Empty(object, pair.meta);
+  }
+}
+
 std::string set_text_at(const Place& place, const std::string& value) {
   std::string error;
   const VX_STATUS status = set_or_clear(place, value, error);

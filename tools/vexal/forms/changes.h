@@ -7,6 +7,7 @@
 
 #include "base/args.h"
 #include "base/tag_path.h"
+#include "images/write_options.h"
 
 namespace vexal {
 
@@ -25,6 +26,10 @@ bool read_changes(const Args& args, std::vector<Change>& changes);
 // Makes a change in an object; `path` names its file in messages. False after a line that tells why it is
 // refused: values that break the rules of their VR, among others.
 bool apply_change(int32_t object, const std::string& path, const Change& change);
+
+// What names the object in the meta group follows what the changes give the data set, or take from it; what
+// they give the meta group itself stays.
+void bring_meta_in_line(int32_t object, const std::vector<Change>& changes, WriteOptions& options);
 
 // Gives an attribute values from text, parted by backslashes; "" leaves it without one. An error text, empty
 // on success.

@@ -25,6 +25,7 @@ constexpr Option kOptions[] = {
 FileResult convert_file(const std::string& in, const std::string& out, VX_TRANSFER_SYNTAX target,
                         const CharsetChange& charset, const WriteOptions& options, unsigned threads) {
   const CurrentFile current(in);
+  const Turn turn(in, out);
   FileResult result;
   result.exit = kUsage;
   DicomFile file;
@@ -45,12 +46,12 @@ FileResult convert_file(const std::string& in, const std::string& out, VX_TRANSF
   }
   bool write = true;
   const Exit text = charset.apply(file, write);
-  const std::string error = write ? write_file(file, out, options, &pixels) : "";
-  if (!error.empty()) {
-    report(pixels.problem().empty() ? out : in, error);
+  const Written written = write ? write_file(file, turn.path(), options, &pixels) : Written();
+  if (!written.problem.empty()) {
+    report(pixels.problem().empty() ? out : in, written.problem);
     return result;
   }
-  result.exit = values_were_lost() ? std::max<int>(text, kFindings) : text;
+  result.exit = values_were_lost() || written.corrected ? std::max<int>(text, kFindings) : text;
   if (const std::string finding = pixels.finding(); !finding.empty()) {
     report(in, finding);
     result.exit = std::max(result.exit, static_cast<int>(kFindings));

@@ -161,8 +161,10 @@ void Dumper::text_attribute(int32_t id, uint32_t tag, VX_VR vr, int32_t count, i
   uint64_t length = 0;
   value_.clear();
   if (vr == VX_VR_SQ) {
-    append_number(value_, static_cast<uint64_t>(count));
-    value_ += count == 1 ? " item" : " items";
+    // The library counts a value where there is none.
+    const std::size_t items = sequence_items(id, tag).size();
+    append_number(value_, items);
+    value_ += items == 1 ? " item" : " items";
   } else if (is_text_vr(vr)) {
     length = text_value(id, tag, vr, count, creators);
   } else if (is_number_vr(vr) || is_wide_integer(wide)) {

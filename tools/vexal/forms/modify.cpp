@@ -28,6 +28,7 @@ int run(const Args& args) {
   const std::string& in = args.paths[0];
   const std::string& out = args.paths.back();
   CurrentFile current(in);
+  const Turn turn(in, out);
   DicomFile file;
   const VX_STATUS status = file.open(in, {.link_records = true});
   if (status != VX_NORMAL_COMPLETION) {
@@ -45,9 +46,10 @@ int run(const Args& args) {
     report(in, "can not be written as a file: its transfer syntax has no UID");
     return kUsage;
   }
-  const std::string error = write_file(file, out, options);
-  if (error.empty()) return values_were_lost() ? kFindings : kSuccess;
-  report(out, error);
+  bring_meta_in_line(file.id(), changes, options);
+  const Written written = write_file(file, turn.path(), options);
+  if (written.problem.empty()) return values_were_lost() || written.corrected ? kFindings : kSuccess;
+  report(out, written.problem);
   return kUsage;
 }
 

@@ -119,6 +119,19 @@ bool has_data_set(int32_t id) {
   return found;
 }
 
+// Texts also list what the meta group of their file did not have: what is empty there is not written, or
+// filled in.
+void drop_empty_meta(int32_t id) {
+  std::vector<uint32_t> empty;
+  for_each_attribute(id, [&](uint32_t tag, VX_VR, int32_t) {
+    uint32_t length = 0;
+    VX_Get_Value_Length(id, tag, 1, &length);
+    if (tag <= tags::kLastOfMeta && length == 0) empty.push_back(tag);
+    return tag <= tags::kLastOfMeta;
+  });
+  for (const uint32_t tag : empty) VX_Set_Value_To_Empty(id, tag);
+}
+
 // Reads one document. kUsage, told: there is nothing to write.
 int read_document(DicomFile& file, TextDocuments& documents, const std::string& in, const std::string& out,
                   const TextForm& form) {
@@ -130,6 +143,7 @@ int read_document(DicomFile& file, TextDocuments& documents, const std::string& 
     const LogLines log(is_text_function);
     status = form.read(id, documents, problem);
     if (problem.empty() && status != VX_CALLBACK_CANNOT_COMPLY && status != VX_SYSTEM_ERROR) {
+      drop_empty_meta(id);
       problem = has_data_set(id) ? settle_syntax(file) : "holds no attribute";
       if (problem.empty() && !sequence_items(id, tags::kDirectoryRecordSequence).empty())
         problem = "holds the records of a directory, which refer to places in another file; see vexal dir";
@@ -148,6 +162,8 @@ int from_text(const std::string& in, const std::string& out, const WriteOptions&
   std::string problem = source.open(in);
   TextDocuments documents(source, form.documents);
   std::error_code error;
+  if (problem.empty() && fs::equivalent(in, out, error))
+    problem = "is what the object is made of: not replaced";
   bool folder = fs::is_directory(out, error);
   std::set<std::string> written;
   int worst = kSuccess;
@@ -170,8 +186,9 @@ int from_text(const std::string& in, const std::string& out, const WriteOptions&
     }
     // An object without a class, such as a query, has nothing to say in the meta group.
     const MutedWarnings muted(true);
-    problem = write_file(file, path, write);
-    if (!problem.empty()) problem = path + ": " + problem;
+    const Written done = write_file(file, path, write);
+    if (!done.problem.empty()) problem = path + ": " + done.problem;
+    if (done.corrected) worst = std::max<int>(worst, kFindings);
   }
   if (problem.empty()) return worst;
   report(in, problem);

@@ -1,19 +1,69 @@
 #include "write_options.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+
+#include "base/attributes.h"
+#include "base/names.h"
 #include "base/session.h"
 #include "base/tags.h"
+#include "base/values.h"
 #include "recode.h"
 
 namespace vexal {
 namespace {
 
-// The meta group tells who wrote the file; that is this program now (PS3.10 section 7.1).
-void renew_meta(int32_t id) {
-  for (const uint32_t tag : {tags::kImplementationClassUID, tags::kImplementationVersionName})
-    VX_Set_Value_To_Empty(id, tag);
+// The meta group tells who wrote the file, which is this program now, and which object is in it (PS3.10
+// section 7.1): the library fills in what is empty. True if it named another object, which a line tells; an
+// identifier names none.
+bool renew_meta(int32_t id, const std::string& path, const std::vector<uint32_t>& given) {
+  const auto renews = [&](uint32_t tag) { return std::find(given.begin(), given.end(), tag) == given.end(); };
+  for (const uint32_t tag : {tags::kImplementationClassUID, tags::kImplementationVersionName}) {
+    if (renews(tag)) VX_Set_Value_To_Empty(id, tag);
+  }
+  if (has_attribute(id, tags::kDirectoryRecordSequence) || text_of(id, tags::kSOPClassUID).empty() ||
+      text_of(id, tags::kSOPInstanceUID).empty())
+    return false;
+  bool corrected = false;
+  for (const auto& pair : tags::kNamesInMeta) {
+    const std::string meta = text_of(id, pair.meta);
+    const std::string own = text_of(id, pair.own);
+    if (meta.empty() || meta == own || !renews(pair.meta)) continue;
+    report(path, describe_tag(pair.meta) + " was " + meta + ", but the object has " + own + ": corrected");
+    VX_Set_Value_To_Empty(id, pair.meta);
+    corrected = true;
+  }
+  return corrected;
 }
 
 }  // namespace
+
+Turn::Turn(const std::string& in, const std::string& out) : path_(out) {
+  std::error_code error;
+  if (!std::filesystem::equivalent(in, out, error) || !std::filesystem::is_regular_file(in, error)) return;
+  if (in == out && std::filesystem::is_symlink(out, error))
+    path_ = std::filesystem::canonical(out, error).string();
+  struct stat held {};
+  struct stat there {};
+  do {  // until the file that was waited for is not one that went meanwhile
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = ::open(in.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd_ < 0) return;
+    while (::flock(fd_, LOCK_EX) != 0) {
+      if (errno != EINTR) return;
+    }
+  } while (::fstat(fd_, &held) == 0 && ::stat(in.c_str(), &there) == 0 &&
+           (held.st_ino != there.st_ino || held.st_dev != there.st_dev));
+}
+Turn::~Turn() {
+  if (fd_ >= 0) ::close(fd_);
+}
 
 bool WriteOptions::read(const Args& args) {
   long pad_value = 0;
@@ -39,16 +89,18 @@ bool WriteOptions::read(const Args& args) {
   return true;
 }
 
-std::string write_file(DicomFile& file, const std::string& path, const WriteOptions& options,
-                       RecodedPixels* pixels) {
+Written write_file(DicomFile& file, const std::string& path, const WriteOptions& options,
+                   RecodedPixels* pixels) {
   FileSink sink;
-  std::string error = sink.open(path);
-  if (!error.empty()) return error;
-  renew_meta(file.id());
+  Written written;
+  written.problem = sink.open(path);
+  if (!written.problem.empty()) return written;
+  written.corrected = renew_meta(file.id(), path, options.given);
   file.prepare_fragments();
   RecodedPixels none;
-  error = (pixels != nullptr ? *pixels : none).write(file, sink, options.pad);
-  return error.empty() ? sink.commit() : error;
+  written.problem = (pixels != nullptr ? *pixels : none).write(file, sink, options.pad);
+  if (written.problem.empty()) written.problem = sink.commit();
+  return written;
 }
 
 }  // namespace vexal

@@ -1,6 +1,5 @@
 // vexal make --extract: what was put into an object, byte for byte.
 #include <algorithm>
-#include <filesystem>
 #include <vector>
 
 #include "base/attributes.h"
@@ -123,9 +122,8 @@ int extract_stream(const std::string& in, const std::string& out) {
 
 int extract_document(const std::string& in, const std::string& out) {
   const CurrentFile current(in);
-  std::error_code ignored;
-  if (std::filesystem::equivalent(in, out, ignored)) {
-    report(out, "is the object itself");
+  if (const std::string problem = object_in_the_way(out, in); !problem.empty()) {
+    report(out, problem);
     return kUsage;
   }
   DicomFile file;

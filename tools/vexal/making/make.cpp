@@ -145,8 +145,10 @@ bool Maker::open_inputs() {
   }
   // A forgotten name must not cost the last of the inputs.
   std::error_code error;
-  for (const Input& input : inputs_) {
-    if (std::filesystem::equivalent(input.path, out_, error))
+  std::vector<std::string> read = {args_.get("--from"), args_.get("--worklist")};
+  for (const Input& input : inputs_) read.push_back(input.path);
+  for (const std::string& path : read) {
+    if (std::filesystem::equivalent(path, out_, error))
       return refuse(out_, "is an input: OUT has to be another name");
   }
   Input target;
@@ -335,7 +337,8 @@ bool Maker::write() {
     problem = value_.bind(file_.id(), document ? tags::kEncapsulatedDocument : tags::kPixelData,
                           !compressed && still_.allocated > 8 ? VX_VR_OW : VX_VR_OB);
   if (!problem.empty()) return refuse(inputs_[0].path, problem);
-  problem = write_file(file_, out_, write_options_);
+  bring_meta_in_line(file_.id(), changes_, write_options_);
+  problem = write_file(file_, out_, write_options_).problem;
   if (!value_.problem().empty()) return refuse(inputs_[0].path, value_.problem());
   return problem.empty() || refuse(out_, problem);
 }

@@ -111,6 +111,8 @@ std::string take_order(int32_t object) {
 std::string open_subject(const std::string& path, bool order, DicomFile& file) {
   const CurrentFile current(path);
   if (file.open(path, {.last_tag = kLastOfSubject}) != VX_NORMAL_COMPLETION) return file.problem();
+  if (has_attribute(file.id(), tags::kDirectoryRecordSequence))
+    return "is a directory: name one of the objects that it lists";
   if (make_utf8(file) != 0) return "has text that is no text in its character set";
   if (order) {
     for (const uint32_t tag : kOfOrder) VX_Delete_Attribute(file.id(), tag);

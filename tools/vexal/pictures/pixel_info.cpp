@@ -24,8 +24,10 @@ int check_offsets(const Args& args, PixelImage& image, const std::string& path, 
   std::string problem = repair_table(image);
   WriteOptions options;
   if (!options.read(args)) return kUsage;
-  if (problem.empty()) problem = write_file(image.file(), args.get("--repair"), options);
-  if (problem.empty()) return values_were_lost() ? kFindings : kSuccess;
+  Written written;
+  if (problem.empty()) written = write_file(image.file(), args.get("--repair"), options);
+  if (problem.empty()) problem = written.problem;
+  if (problem.empty()) return values_were_lost() || written.corrected ? kFindings : kSuccess;
   report(path, problem);
   return kUsage;
 }

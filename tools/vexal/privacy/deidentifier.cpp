@@ -199,8 +199,8 @@ std::string Deidentifier::change(DicomFile& file, const Target& target, const Bl
   const auto finish = [&](DicomFile& object, RecodedPixels& pixels) {
     const std::string problem = apply(object.id(), blanked, target.notes);
     if (!problem.empty()) return problem;
-    VX_Set_Value_To_Empty(object.id(),
-                          tags::kMediaStorageSOPInstanceUID);  // that of the object is written there
+    // What the object has is written there.
+    for (const auto& pair : tags::kNamesInMeta) VX_Set_Value_To_Empty(object.id(), pair.meta);
     return take(object, pixels);
   };
   if (blanked) return blanking_.apply(file, target.syntax, target.beside, target.threads, finish);

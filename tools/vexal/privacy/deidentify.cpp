@@ -94,7 +94,8 @@ bool Run::read(const Args& args) {
   values_ = args.has("--report-values");
   report_path_ = args.get("--report");
   if (report_path_.empty()) return true;
-  const std::string problem = report_.open(report_path_, FileSink::kPrivateMode);
+  std::string problem = object_in_the_way(report_path_);
+  if (problem.empty()) problem = report_.open(report_path_, FileSink::kPrivateMode);
   if (!problem.empty()) complain("--report %s: %s", report_path_.c_str(), problem.c_str());
   return problem.empty();
 }

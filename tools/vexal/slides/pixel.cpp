@@ -2,6 +2,8 @@
 #include <algorithm>
 
 #include "base/commands.h"
+#include "base/session.h"
+#include "files/files.h"
 #include "images/write_options.h"
 #include "pictures/layers.h"
 #include "pictures/pixel_actions.h"
@@ -57,6 +59,7 @@ constexpr Action kActions[] = {
 
 int run_on(const Action& action, const Args& args, const std::string& path, const std::string& out) {
   const CurrentFile current(path);
+  const Turn turn(path, args.get("--repair"));
   PixelImage image;
   const std::string problem = image.open(path);
   if (problem.empty()) return action.run(args, image, path, out);
@@ -75,6 +78,13 @@ constexpr struct {
   bool sheets_too;
 } kPictureOptions[] = {{"--presentation", true}, {"--with", true}, {"--dpi", true}, {"--bits", false}};
 
+// No picture, film or frame takes the place of an object.
+bool spares_objects(const std::string& in, const std::string& out) {
+  const std::string problem = object_in_the_way(out, in);
+  if (!problem.empty()) report(out, problem);
+  return problem.empty();
+}
+
 // Actions on files that belong together. False: this is none of them.
 bool run_on_all(const Args& args, int& result) {
   const std::string name = args.paths.empty() ? "" : args.paths[0];
@@ -89,7 +99,9 @@ bool run_on_all(const Args& args, int& result) {
       result = kUsage;
       return true;
     }
-    result = render_matrix(args, {args.paths.begin() + 1, args.paths.end() - 1}, args.paths.back());
+    result = spares_objects(args.paths[1], args.paths.back())
+                 ? render_matrix(args, {args.paths.begin() + 1, args.paths.end() - 1}, args.paths.back())
+                 : static_cast<int>(kUsage);
     return true;
   }
   for (const char* option : kMatrixOptions) {
@@ -130,6 +142,7 @@ int run(const Args& args) {
     complain("--repair goes with one file");
     return kUsage;
   }
+  if (pair && action->run != compare_images && !spares_objects(args.paths[1], args.paths[2])) return kUsage;
   if (pair) return run_on(*action, args, args.paths[1], args.paths[2]);
   int worst = kSuccess;
   for (std::size_t i = 1; i < args.paths.size(); ++i)

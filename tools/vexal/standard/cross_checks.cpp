@@ -68,6 +68,12 @@ constexpr struct {
     {"1.2.840.10008.1.2.4.81", "MONOCHROME1|MONOCHROME2|YBR_FULL|RGB"},
     {"1.2.840.10008.1.2.4.90", "MONOCHROME1|MONOCHROME2|PALETTE COLOR|YBR_RCT|YBR_FULL|RGB"},
     {"1.2.840.10008.1.2.4.91", "MONOCHROME1|MONOCHROME2|YBR_RCT|YBR_ICT|YBR_FULL|RGB"},
+    {"1.2.840.10008.1.2.4.110", "MONOCHROME1|MONOCHROME2|PALETTE COLOR|YBR_FULL|RGB|XYB"},
+    {"1.2.840.10008.1.2.4.111", "MONOCHROME1|MONOCHROME2|YBR_FULL_422|RGB"},
+    {"1.2.840.10008.1.2.4.112", "MONOCHROME1|MONOCHROME2|YBR_FULL|RGB|XYB"},
+    {"1.2.840.10008.1.2.4.201", "MONOCHROME1|MONOCHROME2|PALETTE COLOR|YBR_RCT|YBR_FULL|RGB"},
+    {"1.2.840.10008.1.2.4.202", "MONOCHROME1|MONOCHROME2|PALETTE COLOR|YBR_RCT|YBR_FULL|RGB"},
+    {"1.2.840.10008.1.2.4.203", "MONOCHROME1|MONOCHROME2|YBR_RCT|YBR_ICT|YBR_FULL|RGB"},
 };
 
 template <typename List>
@@ -260,12 +266,8 @@ class Checker {
   // ---- The object as a whole ----
 
   void meta_group(int32_t root) {
-    constexpr struct {
-      uint32_t meta, own;
-    } kPairs[] = {{tags::kMediaStorageSOPClassUID, tags::kSOPClassUID},
-                  {tags::kMediaStorageSOPInstanceUID, tags::kSOPInstanceUID}};
     if (has_attribute(root, tags::kDirectoryRecordSequence)) return;  // a directory has neither
-    for (const auto& pair : kPairs) {
+    for (const auto& pair : tags::kNamesInMeta) {
       const std::string meta = text_of(root, pair.meta);
       const std::string own = text_of(root, pair.own);
       if (meta.empty())
