@@ -281,6 +281,14 @@ IMAGES = [  # name, rows, columns, allocated, stored, samples, frames, signed
 ]
 
 
+def video(fragments, uid, columns=96, rows=80, frames=50, time="40"):
+    """A film of VL endoscopy whose transfer syntax ends so."""
+    w, sop_class = Writer(), "1.2.840.10008.5.1.4.1.1.77.1.1.1"
+    body = head(w, sop_class) + w.text(0x00181063, "DS", time) + tail(w)
+    body += description(w, rows, columns, 8, samples=3, frames=frames, photometric="YBR_PARTIAL_420")
+    return w.file(body + w.fragments(fragments), sop_class, syntax="1.2.840.10008.1.2.4." + uid)
+
+
 def pixels(rows, columns, allocated, stored, samples, frames, number):
     """Pixel `number` of frames: a ramp that fills the bits stored; bits are packed without a gap between frames."""
     count = rows * columns * samples

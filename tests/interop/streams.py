@@ -11,7 +11,7 @@ import sys
 import zlib
 
 from checks import VEXAL, check, has, need, paths, read, run, run_parts, vexal, write
-from made import Writer, description, head, tail
+from made import Writer, description, head, tail, video
 
 need("gdcmconv", "dcmj2pnm", modules=["pydicom", "numpy"])
 import numpy
@@ -167,13 +167,6 @@ VIDEOS = [  # suffix, what ffmpeg is told, transfer syntax, words of info
 ]
 
 
-def video_file(path, fragments, uid, columns=96, rows=80, frames=50, time="40"):
-    w = Writer()
-    body = head(w, "1.2.840.10008.5.1.4.1.1.77.1.1.1") + w.text(0x00181063, "DS", time) + tail(w)
-    body += description(w, rows, columns, 8, samples=3, frames=frames, photometric="YBR_PARTIAL_420")
-    write(path, w.file(body + w.fragments(fragments), "1.2.840.10008.5.1.4.1.1.77.1.1.1", syntax="1.2.840.10008.1.2.4." + uid))
-
-
 def probe(path):
     words = ["ffprobe", "-v", "error", "-of", "json", "-count_frames", "-show_entries", "stream=codec_name,width,height,nb_read_frames", path]
     return json.loads(run(*words).stdout or b"{}").get("streams")
@@ -192,7 +185,7 @@ def check_videos(folder):
         padded = stream + b"\0" * (len(stream) % 2)
         cut = (len(stream) // 3) & ~1
         pieces = [padded] if "." not in uid else [padded[:cut], padded[cut:2 * cut], b"", padded[2 * cut:]]
-        video_file(packed, pieces, uid)
+        write(packed, video(pieces, uid))
         info = vexal("pixel", "info", packed).stdout.decode()
         check(told in info and "contradiction" not in info, "%s: info tells %s" % (told, info))
         # Zeros may stand behind MPEG-2: nobody can tell that one is a pad, and that is said.
@@ -210,20 +203,20 @@ def check_videos(folder):
             vexal("pixel", "extract", copy, out, **unsure)
             check(read(out) == stream, "%s: %s changes the stream" % (told, words[0]))
         vexal("convert", "--to", "explicit", packed, copy, status=2, says="can not undo")
-        video_file(copy, pieces, uid, columns=64, frames=500, time="20")
+        write(copy, video(pieces, uid, columns=64, frames=500, time="20"))
         info = vexal("pixel", "info", copy).stdout.decode()
         check("its pictures have 96 columns and 80 rows, the attributes say 64 and 80" in info, "%s: a wrong size: %s" % (told, info))
         check(", 25 frames a second" not in told or "25 frames a second, the attributes say 50" in info, "%s: a wrong rate: %s" % (told, info))
         check("it has 50 frames, the attributes say 500" in info, "%s: a wrong length: %s" % (told, info))
-        video_file(copy, pieces, "107" if "HEVC" not in told else "102")
+        write(copy, video(pieces, "107" if "HEVC" not in told else "102"))
         check("the transfer syntax is for another codec" in vexal("pixel", "info", copy).stdout.decode(), told + ": another codec than the syntax is for")
         for size in [*range(0, 60, 7), *range(60, min(len(stream), 6000), 997)]:  # what is cut or changed ends no program
             broken = bytearray(padded[:size + size % 2] if number % 2 else padded[:8192])
             if broken and number % 2 == 0:
                 broken[size % len(broken)] ^= 0x5F
-            video_file(copy, [bytes(broken)], uid)
+            write(copy, video([bytes(broken)], uid))
             check(run(VEXAL, "pixel", "info", copy).returncode == 0, "%s: info of a stream that is broken at %d" % (told, size))
-    video_file(copy, [read(os.path.join(folder, "film.h264"))], "102")
+    write(copy, video([read(os.path.join(folder, "film.h264"))], "102"))
     check("its level is beyond" in vexal("pixel", "info", copy).stdout.decode(), "a level beyond its transfer syntax")
 
 

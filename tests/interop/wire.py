@@ -277,11 +277,12 @@ def at_once(calls, meanwhile=None):
 class Liar(threading.Thread):
     """Takes every context in its first syntax, and gives to each request what `reply` makes of its context and its fields.
 
-    `reply` gives bytes to send, or None to hang up. What came is in `requests`, and `aborted` tells how each connection ended."""
+    `reply` gives bytes to send, or None to hang up. What came is in `requests`, and `aborted` tells how each connection ended.
+    `takes`: the only syntaxes that it knows; `contexts` then are those that it takes."""
 
-    def __init__(self, reply, window=None, port=0):
+    def __init__(self, reply, window=None, port=0, takes=None):
         super().__init__(daemon=True)
-        self.reply, self.requests, self.aborted, self.data, self.talks = reply, [], [], b"", []
+        self.takes, self.reply, self.requests, self.aborted, self.data, self.talks = takes, reply, [], [], b"", []
         self.more = user_information() if window is None else user_information(item(0x53, struct.pack(">HH", window, 1)))
         self.listener = socket.create_server(("127.0.0.1", port))
         self.port = self.listener.getsockname()[1]
@@ -332,8 +333,11 @@ class Liar(threading.Thread):
 
     def accept(self, body):
         proposed = [(part[0], list(items_of(part[4:]))) for kind, part in items_of(body[68:]) if kind == 0x20]
-        self.contexts = {parts[0][1].decode(): identifier for identifier, parts in proposed}
-        return associate(2, b"".join(presentation(0x21, identifier, 0, item(0x40, parts[1][1])) for identifier, parts in proposed), self.more)
+        known = lambda parts: self.takes is None or parts[1][1].decode() in self.takes
+        self.contexts = {parts[0][1].decode(): identifier for identifier, parts in proposed if known(parts)}
+        self.syntaxes = {identifier: parts[1][1].decode() for identifier, parts in proposed}
+        return associate(2, b"".join(presentation(0x21, identifier, 0 if known(parts) else 4, item(0x40, parts[1][1]))
+                                     for identifier, parts in proposed), self.more)
 
 
 def answer_to(context, fields, **changes):

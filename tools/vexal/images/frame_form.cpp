@@ -128,12 +128,15 @@ std::string decompression_fault(const FrameForm& form) {
          (uid.empty() ? "; its transfer syntax is not known" : ": " + describe_uid(uid));
 }
 
+bool keeps_jpeg_streams(VX_TRANSFER_SYNTAX from, VX_TRANSFER_SYNTAX to) {
+  return (is_jpeg(from) && to == JPEG_XL_RECOMPRESSION) || (from == JPEG_XL_RECOMPRESSION && is_jpeg(to));
+}
+
 FrameForm::FrameForm(VX_TRANSFER_SYNTAX source, VX_TRANSFER_SYNTAX target)
     : from(source),
       to(target),
       decodable(can_decompress(source)),
-      keeps_streams((is_jpeg(source) && target == JPEG_XL_RECOMPRESSION) ||
-                    (source == JPEG_XL_RECOMPRESSION && is_jpeg(target))),
+      keeps_streams(keeps_jpeg_streams(source, target)),
       unwraps(holds_native_frames(source)) {}
 
 void FrameForm::read(int32_t object, const FrameSource& source) {

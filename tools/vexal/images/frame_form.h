@@ -26,6 +26,8 @@ bool find_syntax(const std::string& text, VX_TRANSFER_SYNTAX& syntax);
 // Items hold frames as they are without encapsulation, as such or deflated (PS3.5 annex A).
 bool holds_native_frames(VX_TRANSFER_SYNTAX syntax);
 bool can_decompress(VX_TRANSFER_SYNTAX syntax);
+// Frames go between JPEG and JPEG XL without a pixel being touched.
+bool keeps_jpeg_streams(VX_TRANSFER_SYNTAX from, VX_TRANSFER_SYNTAX to);
 // Null: there is none.
 VX_COMPRESSION_CALLBACK compressor_of(VX_TRANSFER_SYNTAX syntax);
 // Loses something of the image: the result is another instance (PS3.3 section C.7.6.1.1.5).
@@ -46,7 +48,7 @@ struct FrameForm {
   VX_TRANSFER_SYNTAX from = 0;
   VX_TRANSFER_SYNTAX to = 0;
   bool decodable = false;      // the library has a codec that takes the frames apart
-  bool keeps_streams = false;  // frames go between JPEG and JPEG XL without a pixel being touched
+  bool keeps_streams = false;  // keeps_jpeg_streams
   VX_VR vr = VX_VR_OB;
   Attributes stored;      // as the object has them
   Attributes attributes;  // as the codecs are to see them

@@ -83,7 +83,7 @@ std::string describe_rejection(const LogLines& log, const Peer& peer) {
     const char* fault = log.behind("Unacceptable association response: ");
     if (fault == nullptr) return VX_Error_Message(VX_ASSOCIATION_REJECTED);
     return std::string_view(fault) == "No Contexts acceptable"
-               ? "the peer takes none of the services that were asked for"
+               ? kNothingTaken
                : std::string("the peer's answer can not be used: ") + fault;
   }
   std::sscanf(codes, "Result 0x%x Source 0x%x Reason 0x%x", &result, &source, &reason);

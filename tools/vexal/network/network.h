@@ -55,6 +55,8 @@ bool parse_port(const std::string& text, int32_t& port);
 
 // What any uncompressed data set can be sent in.
 extern const std::vector<VX_TRANSFER_SYNTAX> kPlainSyntaxes;
+// The problem of an association whose contexts were all turned down.
+inline constexpr char kNothingTaken[] = "the peer takes none of the services that were asked for";
 
 // One presentation context to propose or to accept.
 struct Proposal {

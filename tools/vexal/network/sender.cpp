@@ -18,10 +18,15 @@ namespace {
 
 constexpr std::size_t kBlock = 1U << 20;
 
-// A syntax that a file can be turned into to suit a peer: what is compressed loses its compression, and
-// nothing is compressed.
+// What a JPEG image in JPEG XL goes out as, and the other way round.
+constexpr VX_TRANSFER_SYNTAX kRecompressed[] = {JPEG_BASELINE, JPEG_EXTENDED_2_4, JPEG_XL_RECOMPRESSION};
+
+// A syntax that a file can be turned into to suit a peer: JPEG and JPEG XL change places, what else is
+// compressed loses its compression, and nothing is compressed.
 bool can_become(VX_TRANSFER_SYNTAX from, VX_TRANSFER_SYNTAX to) {
   if (is_uncompressed(from)) return is_uncompressed(to);
+  if (std::count(std::begin(kRecompressed), std::end(kRecompressed), to) != 0)
+    return keeps_jpeg_streams(from, to);
   return can_decompress(from) && std::count(kPlainSyntaxes.begin(), kPlainSyntaxes.end(), to) != 0;
 }
 
@@ -63,6 +68,11 @@ std::string ObjectFile::look_at() {
   return "";
 }
 
+std::string not_taken(const ObjectFile& file) {
+  return "the peer takes no " + service_or_uid(file.sop_class) + " in " +
+         describe_uid(uid_of_syntax(file.syntax));
+}
+
 std::vector<Proposal> proposals_for(std::span<const ObjectFile* const> files, bool convert) {
   std::map<std::string, std::set<VX_TRANSFER_SYNTAX>> classes;
   for (const ObjectFile* file : files) classes[file->sop_class].insert(file->syntax);
@@ -79,27 +89,38 @@ std::vector<Proposal> proposals_for(std::span<const ObjectFile* const> files, bo
         proposals.push_back({sop_class, {syntax}});
       }
     }
-    if (!plain || !convert) continue;
-    for (const VX_TRANSFER_SYNTAX syntax : kPlainSyntaxes) {
+    if (!convert) continue;
+    const auto add = [&](VX_TRANSFER_SYNTAX syntax) {
       const bool there = std::any_of(proposals.begin(), proposals.end(), [&](const Proposal& p) {
         return p.sop_class == sop_class && p.syntaxes[0] == syntax;
       });
       if (!there) proposals.push_back({sop_class, {syntax}});
+    };
+    for (const VX_TRANSFER_SYNTAX to : kRecompressed) {
+      const auto leads_there = [&](VX_TRANSFER_SYNTAX from) { return can_become(from, to); };
+      if (std::any_of(syntaxes.begin(), syntaxes.end(), leads_there)) add(to);
     }
+    if (plain) std::for_each(kPlainSyntaxes.begin(), kPlainSyntaxes.end(), add);
   }
   return proposals;
 }
 
-VX_TRANSFER_SYNTAX ObjectSender::choose(const std::vector<AcceptedContext>& accepted,
-                                        const ObjectFile& file) const {
+std::vector<VX_TRANSFER_SYNTAX> ObjectSender::choose(const std::vector<AcceptedContext>& accepted,
+                                                     const ObjectFile& file) const {
+  std::vector<VX_TRANSFER_SYNTAX> kept;
   VX_TRANSFER_SYNTAX found = 0;
   for (const AcceptedContext& context : accepted) {
     if (context.sop_class != file.sop_class) continue;
-    if (context.syntax == file.syntax) return file.syntax;
+    if (context.syntax == file.syntax) return {file.syntax};
     if (!convert_ || !can_become(file.syntax, context.syntax)) continue;
-    if (found == 0 || context.syntax == EXPLICIT_LITTLE_ENDIAN) found = context.syntax;
+    if (keeps_jpeg_streams(file.syntax, context.syntax)) {
+      kept.push_back(context.syntax);
+    } else if (found == 0 || context.syntax == EXPLICIT_LITTLE_ENDIAN) {
+      found = context.syntax;
+    }
   }
-  return found;
+  if (found != 0) kept.push_back(found);
+  return kept;
 }
 
 bool ObjectSender::read_block(uint64_t from) {
@@ -169,7 +190,7 @@ VX_STATUS ObjectSender::send_object(int32_t association, const ObjectFile& file,
                                       if (fault.empty()) status = send_open(association, changed, syntax);
                                       return fault;
                                     });
-    return problem.empty() ? status : VX_CANNOT_COMPLY;
+    return problem.empty() ? status : VX_COMPRESSION_FAILURE;
   }
   if (syntax != file.syntax) problem = object.write_fault(syntax);
   // Nothing has gone out when a frame turns out to be broken.
@@ -199,10 +220,9 @@ VX_STATUS ObjectSender::send_open(int32_t association, DicomFile& object, VX_TRA
 
 ObjectSender::Result ObjectSender::send(int32_t association, const std::vector<AcceptedContext>& accepted,
                                         const ObjectFile& file, std::string& problem) {
-  const VX_TRANSFER_SYNTAX syntax = choose(accepted, file);
-  if (syntax == 0) {
-    problem = "the peer takes no " + service_or_uid(file.sop_class) + " in " +
-              describe_uid(uid_of_syntax(file.syntax));
+  const std::vector<VX_TRANSFER_SYNTAX> syntaxes = choose(accepted, file);
+  if (syntaxes.empty()) {
+    problem = not_taken(file);
     return Result::Refused;
   }
   CurrentFile current(file.path);
@@ -210,11 +230,15 @@ ObjectSender::Result ObjectSender::send(int32_t association, const std::vector<A
   request_.command = C_STORE_RQ;
   request_.sop_class = file.sop_class;
   request_.instance = file.instance;
-  // The command of what goes out as bytes can not name an originator; a deflated object is not held whole.
-  const VX_STATUS status =
-      syntax == file.syntax && file.whole && (originator_.empty() || is_deflated(file.syntax))
-          ? send_bytes(association, file, problem)
-          : send_object(association, file, syntax, problem);
+  VX_STATUS status = VX_COMPRESSION_FAILURE;
+  // Not every stream can be kept in each of them: then the next one serves.
+  for (std::size_t i = 0; i < syntaxes.size() && status == VX_COMPRESSION_FAILURE; ++i) {
+    problem.clear();
+    // The command of what goes out as bytes can not name an originator; a deflated object is not held whole.
+    status = syntaxes[i] == file.syntax && file.whole && (originator_.empty() || is_deflated(file.syntax))
+                 ? send_bytes(association, file, problem)
+                 : send_object(association, file, syntaxes[i], problem);
+  }
   if (status == VX_NORMAL_COMPLETION) {
     VX_Get_Sent_Message_ID(association, &request_.id);
     return Result::Sent;

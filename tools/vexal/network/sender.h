@@ -31,6 +31,9 @@ struct ObjectFile {
 // is, and with `convert` the plain ones that a file can be turned into.
 std::vector<Proposal> proposals_for(std::span<const ObjectFile* const> files, bool convert);
 
+// Why a file stays where it is: the peer takes it in no syntax that it can be had in.
+std::string not_taken(const ObjectFile& file);
+
 // Sends C-STORE requests on an association of either side. Not for two threads at once.
 class ObjectSender {
  public:
@@ -60,8 +63,10 @@ class ObjectSender {
   void prepare(const ObjectFile& file);
 
  private:
-  // The syntax in which a file can go out, its own if possible; 0 if there is none.
-  VX_TRANSFER_SYNTAX choose(const std::vector<AcceptedContext>& accepted, const ObjectFile& file) const;
+  // The syntaxes in which a file can go out, the best first: its own, one that keeps its JPEG streams, a
+  // plain one.
+  std::vector<VX_TRANSFER_SYNTAX> choose(const std::vector<AcceptedContext>& accepted,
+                                         const ObjectFile& file) const;
   std::string begin(const ObjectFile& file);
   bool read_block(uint64_t from);
   VX_STATUS send_bytes(int32_t association, const ObjectFile& file, std::string& problem);

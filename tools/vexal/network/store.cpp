@@ -118,7 +118,7 @@ class Queue {
       const std::lock_guard lock(mutex_);
       if (--workers_ != 0) return;
     }
-    while (Job* job = next()) finish({job, 0xFFFF, problem});
+    while (Job* job = next()) finish({job, 0xFFFF, problem == kNothingTaken ? not_taken(*job) : problem});
   }
 
   void finish(const Outcome& outcome) {

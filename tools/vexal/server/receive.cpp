@@ -127,7 +127,12 @@ int run(const Args& args) {
   if (!storage.read(args, true)) return kUsage;
   storage.tell(acceptor.audit(), acceptor.title());
   if (args.has("--to")) {
-    if (!find_syntax(args.get("--to"), storage.syntax) || is_lossy(storage.syntax)) {
+    // JPEG takes what JPEG XL has of it; that its streams may hold comments keeps it from who de-identifies.
+    const bool good =
+        find_syntax(args.get("--to"), storage.syntax) &&
+        (!is_lossy(storage.syntax) ||
+         (keeps_jpeg_streams(JPEG_XL_RECOMPRESSION, storage.syntax) && !args.has("--deidentify")));
+    if (!good) {
       complain("--to %s: give a transfer syntax that loses nothing; --help lists the names",
                args.get("--to").c_str());
       return kUsage;

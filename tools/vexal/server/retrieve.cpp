@@ -33,22 +33,50 @@ constexpr Option kMoveOptions[] = {
 
 constexpr std::size_t kMostContexts = 128;
 
-// Compressed syntaxes that archives keep; a context has room for no more than 26.
-const std::vector<VX_TRANSFER_SYNTAX> kRetrieveSyntaxes = {EXPLICIT_LITTLE_ENDIAN,
-                                                           IMPLICIT_LITTLE_ENDIAN,
-                                                           DEFLATED_EXPLICIT_LITTLE_ENDIAN,
-                                                           JPEG_BASELINE,
-                                                           JPEG_EXTENDED_2_4,
-                                                           JPEG_LOSSLESS_NON_HIER_14,
-                                                           JPEG_LOSSLESS_HIER_14,
-                                                           JPEG_LS_LOSSLESS,
-                                                           JPEG_LS_LOSSY,
-                                                           JPEG_2000_LOSSLESS_ONLY,
-                                                           JPEG_2000,
-                                                           RLE,
-                                                           MPEG2_MPML,
-                                                           MPEG2_MPHL,
-                                                           MPEG4_AVC_H264_HP_LEVEL_4_1};
+// A context has room for no more syntaxes.
+constexpr std::size_t kMostSyntaxes = 26;
+
+// What archives keep, the usual first. Videos, which can not be turned into anything else, stand behind
+// images.
+constexpr VX_TRANSFER_SYNTAX kImageSyntaxes[] = {EXPLICIT_LITTLE_ENDIAN,
+                                                 IMPLICIT_LITTLE_ENDIAN,
+                                                 DEFLATED_EXPLICIT_LITTLE_ENDIAN,
+                                                 JPEG_BASELINE,
+                                                 JPEG_EXTENDED_2_4,
+                                                 JPEG_LOSSLESS_NON_HIER_14,
+                                                 JPEG_LOSSLESS_HIER_14,
+                                                 JPEG_LS_LOSSLESS,
+                                                 JPEG_LS_LOSSY,
+                                                 JPEG_2000_LOSSLESS_ONLY,
+                                                 JPEG_2000,
+                                                 RLE,
+                                                 HTJ2K_LOSSLESS,
+                                                 HTJ2K_LOSSLESS_RPCL,
+                                                 HTJ2K,
+                                                 JPEG_XL_LOSSLESS,
+                                                 JPEG_XL_RECOMPRESSION,
+                                                 JPEG_XL,
+                                                 ENCAPSULATED_UNCOMPRESSED,
+                                                 DEFLATED_IMAGE_FRAMES};
+constexpr VX_TRANSFER_SYNTAX kVideoSyntaxes[] = {MPEG2_MPML,
+                                                 MPEG2_MPHL,
+                                                 MPEG4_AVC_H264_HP_LEVEL_4_1,
+                                                 MPEG4_AVC_H264_BDC_HP_LEVEL_4_1,
+                                                 MPEG4_AVC_H264_HP_LEVEL_4_2_2D,
+                                                 HEVC_H265_MP_LEVEL_5_1,
+                                                 MPEG4_AVC_H264_HP_LEVEL_4_2_3D,
+                                                 MPEG4_AVC_H264_STEREO_HP_LEVEL_4_2,
+                                                 HEVC_H265_M10P_LEVEL_5_1,
+                                                 FRAGMENTABLE_MPEG2_MPML,
+                                                 FRAGMENTABLE_MPEG2_MPHL,
+                                                 FRAGMENTABLE_MPEG4_AVC_H264_HP_LEVEL_4_1,
+                                                 FRAGMENTABLE_MPEG4_AVC_H264_BDC_HP_LEVEL_4_1,
+                                                 FRAGMENTABLE_MPEG4_AVC_H264_HP_LEVEL_4_2_2D,
+                                                 FRAGMENTABLE_MPEG4_AVC_H264_HP_LEVEL_4_2_3D,
+                                                 FRAGMENTABLE_MPEG4_AVC_H264_STEREO_HP_LEVEL_4_2};
+constexpr std::string_view kVideoClasses[] = {"1.2.840.10008.5.1.4.1.1.77.1.1.1",
+                                              "1.2.840.10008.5.1.4.1.1.77.1.2.1",
+                                              "1.2.840.10008.5.1.4.1.1.77.1.4.1"};
 
 struct Tally {
   uint32_t remaining = 0;
@@ -109,6 +137,33 @@ bool wanted_classes(const Args& args, std::vector<std::string>& classes) {
   return true;
 }
 
+// The contexts of the classes. An archive takes one syntax of each: where there is room, each syntax has a
+// context of its own, so that every object can come as it is kept, and at least videos have one.
+std::vector<Proposal> retrieve_contexts(const std::vector<std::string>& classes) {
+  constexpr std::size_t kRoom = kMostContexts - 1;  // beside that of the query
+  std::vector<VX_TRANSFER_SYNTAX> all(std::begin(kImageSyntaxes), std::end(kImageSyntaxes));
+  const std::vector<VX_TRANSFER_SYNTAX> images = all;
+  all.insert(all.end(), std::begin(kVideoSyntaxes), std::end(kVideoSyntaxes));
+  std::vector<Proposal> contexts;
+  const auto add = [&](const std::string& sop_class, std::vector<VX_TRANSFER_SYNTAX> syntaxes) {
+    syntaxes.resize(std::min(syntaxes.size(), kMostSyntaxes));
+    if (contexts.size() < kRoom) contexts.push_back({sop_class, std::move(syntaxes), 0, 1});
+  };
+  for (const std::string& sop_class : classes) {
+    const bool video =
+        std::find(std::begin(kVideoClasses), std::end(kVideoClasses), sop_class) != std::end(kVideoClasses);
+    if (classes.size() * all.size() <= kRoom) {
+      for (const VX_TRANSFER_SYNTAX syntax : all) add(sop_class, {syntax});
+    } else if (video || classes.size() * 2 <= kRoom) {
+      add(sop_class, images);
+      add(sop_class, {std::begin(kVideoSyntaxes), std::end(kVideoSyntaxes)});
+    } else {
+      add(sop_class, all);
+    }
+  }
+  return contexts;
+}
+
 // Objects that arrive and answers to the get, until the last one. An error text, empty on success.
 std::string serve_get(Association& association, const Peer& peer, const SentRequest& asked,
                       ObjectWriter& writer, Tally& tally) {
@@ -164,10 +219,8 @@ int run_get(const Args& args) {
   std::vector<std::string> classes;
   StorageOptions storage;
   if (!wanted_classes(args, classes) || !storage.read(args)) return kUsage;
-  std::vector<Proposal> proposals = {{query.sop_class(), kPlainSyntaxes}};
-  for (const std::string& sop_class : classes) {
-    if (proposals.size() < kMostContexts) proposals.push_back({sop_class, kRetrieveSyntaxes, 0, 1});
-  }
+  std::vector<Proposal> proposals = retrieve_contexts(classes);
+  proposals.insert(proposals.begin(), {query.sop_class(), kPlainSyntaxes});
   ServiceListName list;
   Association association;
   if (const int exit = open_with_request(association, peer, proposals, list, request); exit != kSuccess)

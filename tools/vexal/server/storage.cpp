@@ -361,6 +361,8 @@ bool ObjectWriter::convert(FileSink& converted, const StoredObject& stored) {
     if (values_were_lost()) problem = "it has a value that an object can not hold";
     there = file.syntax() == options_.syntax;
     if (there) return "";
+    if (is_lossy(options_.syntax) && !keeps_jpeg_streams(file.syntax(), options_.syntax))
+      problem = "only JPEG XL JPEG Recompression becomes JPEG without loss";
     if (problem.empty()) problem = file.write_fault(options_.syntax);
     if (problem.empty() && RecodedPixels::needed(file, options_.syntax))
       problem = pixels.attach(file, options_.syntax, 1, RecodedPixels::When::AsWritten);
