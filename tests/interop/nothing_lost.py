@@ -20,7 +20,7 @@ import tempfile
 import warnings
 import zlib
 
-from checks import REAL_SAMPLES, SAMPLES, VEXAL, Vexal, check, end, fail, failures, files_under, has, need, read, run, valid_samples, vexal, write
+from checks import REAL_SAMPLES, SAMPLES, VEXAL, Vexal, check, end, fail, failures, files_under, has, left_out, meta_text, need, read, run, valid_samples, vexal, write
 import made
 
 need("dcmdump", "dcmmkdir", modules=["pydicom"])
@@ -47,8 +47,8 @@ TABLES = {0x7FE00001, 0x7FE00002}  # the Extended Offset Table
 # What else a conversion of pixels may change: how they are described, and where a lossy one came from.
 DESCRIBED = {PIXELS, *TABLES, 0x00280004, 0x00280006}
 DERIVED = {0x00080008, 0x00080018, 0x00082111, 0x00082112, 0x00089215, 0x00282110, 0x00282112, 0x00282114}
-LOSSLESS = ("rle", "jpeg-lossless", "jpeg-ls", "jpeg2000")
-LOSSY = ("jpeg", "jpeg-12", "jpeg-ls-near", "jpeg2000-lossy")
+LOSSLESS = ("rle", "jpeg-lossless", "jpeg-ls", "jpeg2000", "htj2k", "htj2k-rpcl", "jpeg-xl", "encapsulated", "deflated-frames")
+LOSSY = ("jpeg", "jpeg-12", "jpeg-ls-near", "jpeg2000-lossy", "htj2k-lossy", "jpeg-xl-lossy")
 # What has to be said of files with something that can not be kept: file, command, exit status, words.
 TOLD = (
     ("odd/twice.dcm", "", 1, b"00100040"), ("private/creator-7-", "json", 1, b"behind a NUL"), ("private/creator-7-", "xml", 1, b"behind a NUL"),
@@ -64,7 +64,8 @@ ESCAPES = re.compile(rb"\x1b(?:\$[()]?.|[()-].)")
 # Valid, and beyond the limit of nesting, of odd lengths, or of a syntax that pydicom does not inflate.
 UNUSUAL = ("odd/nested-private-sq.dcm", "made/stress-nested-1000-implicit.dcm", "made/stress-nested-1000-undefined.dcm", "made/ts-jpip-deflate-95.dcm")
 HAS_GDCMINFO = has("gdcminfo", "files read by it")
-counts = {"files": 0, "sent": 0, "read": 0, "written": 0, "refused": 0, "compressed and back": 0, "streams extracted": 0}
+counts = {"files": 0, "sent": 0, "read": 0, "written": 0, "refused": 0, "streams extracted": 0,
+          **{"as " + name: 0 for name in LOSSLESS + LOSSY}}
 
 
 class Element:
@@ -235,10 +236,15 @@ class Source:
         if b": error:" in result.stderr:
             fail("%s: an error with status 0: %s" % (text, result.stderr.decode(errors="replace")[-200:].strip()))
         try:
-            found = list(differences(self.before, load(out), ignore, in_text="--back" in what))
+            after = load(out)
+            found = list(differences(self.before, after, ignore, in_text="--back" in what))
             there = str(pydicom.dcmread(out, stop_before_pixels=True).file_meta.TransferSyntaxUID) if syntax else None
         except Exception as error:  # whatever pydicom meets in a damaged file
             return fail("%s: pydicom can not read it: %r" % (text, error))
+        own = [after[tag].value.decode().strip("\0 ") for tag in (0x00080016, 0x00080018) if tag in after]
+        if len(own) == 2 and all(own) and not any(tag >> 16 == 4 for tag in after):
+            names = [meta_text(out, 2), meta_text(out, 3)]
+            check(names == own, "%s: the meta group names %s" % (text, names))
         told = "; ".join(found[:3]) + (" and %d more" % (len(found) - 3) if len(found) > 3 else "")
         check(not found, "%s: %s" % (text, told))
         check(there == syntax, "%s: the transfer syntax is %s" % (text, there))
@@ -335,10 +341,11 @@ def frames(source, plain, out, fresh):
         for target in (LOSSLESS + LOSSY if made_here else LOSSLESS[:1] + LOSSY[:1]):
             result = run(VEXAL, "convert", "--to", target, source.path, fresh())
             source.judge("convert --to " + target, result, out, DESCRIBED | (DERIVED if target in LOSSY else set()), may_refuse=True)
+            if result.returncode == 0:
+                counts["as " + target] += 1
             if result.returncode == 0 and target in LOSSLESS and made_here:
                 back = run(VEXAL, "convert", "--to", "explicit", out, out)
                 source.judge("from " + target, back, out, {0x00280006} if b"RGB" in source.bytes else ())
-                counts["compressed and back"] += 1
     if plain:
         return
     result = run(VEXAL, "convert", "--to", "explicit", source.path, fresh())
@@ -354,6 +361,17 @@ def frames(source, plain, out, fresh):
         there, got = b"".join(fragments(source.before[PIXELS])[1:]), b"".join(map(read, files_under(streams)))
         check(got == there, "%s: pixel extract --compressed: %d bytes, not %d" % (source.name, len(got), len(there)))
         counts["streams extracted"] += 1
+
+
+def in_later_syntaxes(path, folder):
+    """More files; codecs that are not there are left out everywhere."""
+    for name in LOSSLESS + LOSSY:
+        out = os.path.join(folder, "later", name + ".dcm")
+        if b"not installed" in run(VEXAL, "convert", "--to", name, path, write(out, "")).stderr:
+            left_out("conversions to " + name, "its library")
+            counts.pop("as " + name)
+        elif name in LOSSLESS[4:]:
+            yield "later/" + name, out, True
 
 
 def work(one):
@@ -453,9 +471,10 @@ def over_the_network(files, folder):
 
 
 if __name__ == "__main__":
-    totals = dict(counts)
     with tempfile.TemporaryDirectory() as folder:
         files = made.make(os.path.join(folder, "made"))
+        files += in_later_syntaxes(os.path.join(folder, "made", "pix", "rgb-frames-explicit.dcm"), folder)
+        totals = dict(counts)
         if REAL_SAMPLES:
             valid = {path for name, path in valid_samples() if name not in UNUSUAL}
             for path in files_under(SAMPLES):
