@@ -237,18 +237,23 @@ TEST_F(CatalogTest, FollowsItsFiles) {
   write("new", "1.1", "PatientID=P5 StudyInstanceUID=9.5");
   HeadScan scan;
   StoredObject stored;
-  stored.path = folder().path("new.dcm");
-  ASSERT_EQ(scan_file(stored.path, catalog.wanted(), scan), "");
-  EXPECT_EQ(catalog.enter(stored, scan), "");
+  stored.instance = "1.1";
+  stored.key = "new.dcm";
+  ASSERT_EQ(scan_file(folder().path(stored.key), catalog.wanted(), scan), "");
+  using Entered = ObjectIndex::Entered;
+  std::string error;
+  EXPECT_EQ(catalog.enter(stored, scan, "", error), Entered::Conflict);
+  EXPECT_EQ(catalog.enter(stored, scan, "z.dcm", error), Entered::Done) << error;
   EXPECT_EQ(files(catalog, "SOPInstanceUID=1.1"), "new");
   EXPECT_EQ(found(catalog, "STUDY", "StudyInstanceUID=9.9"), "");
 
   // What the index refuses is told, and taken neither for stored nor for empty.
   run("DROP TABLE instance");
-  std::string path;
-  for (const std::string& error : {catalog.enter(stored, scan), found(catalog, "STUDY", "PatientID"),
-                                   files(catalog, "PatientID=P1"), catalog.path_of("1.1", path)})
-    EXPECT_EQ(error, "index: no such table: instance");
+  std::string key;
+  EXPECT_EQ(catalog.enter(stored, scan, "new.dcm", error), Entered::Failed);
+  for (const std::string& text : {error, found(catalog, "STUDY", "PatientID"), files(catalog, "PatientID=P1"),
+                                  catalog.key_of("1.1", key)})
+    EXPECT_EQ(text, "index: no such table: instance");
 }
 
 // The keys of a step match in one item of an entry, which then comes back with what else was asked for.

@@ -5,12 +5,15 @@
 
 #include <filesystem>
 #include <numeric>
+#include <regex>
 #include <thread>
+#include <utility>
 
 #include "../net/peers.h"
 #include "base/hex.h"
 #include "base/tags.h"
 #include "base/values.h"
+#include "holdings/folder_store.h"
 
 namespace vexal::test {
 namespace {
@@ -21,17 +24,23 @@ using vx::test::element;
 
 constexpr char kCt[] = "1.2.840.10008.5.1.4.1.1.2";
 
-// Knows one file, and may refuse another.
+// Knows one object, may refuse another, and may have taken one of another server by then.
 struct OneIndex : ObjectIndex {
-  std::string path;
+  std::string key;
   std::string refusal;
-  std::span<const uint32_t> wanted() const override {
-    static constexpr uint32_t kTags[] = {tags::kSOPClassUID, tags::kSOPInstanceUID, tags::kStudyInstanceUID,
-                                         tags::kSeriesInstanceUID};
-    return kTags;
+  std::string rival;
+  std::span<const uint32_t> wanted() const override { return kTreeTags; }
+  std::string key_of(const std::string&, std::string& found) override { return found = key, ""; }
+  Entered enter(const StoredObject& stored, const HeadScan&, const std::string& expected,
+                std::string& error) override {
+    error = refusal;
+    if (!error.empty()) return Entered::Failed;
+    if (!rival.empty()) key = std::exchange(rival, "");
+    if (expected != key) return Entered::Conflict;
+    key = stored.key;
+    return Entered::Done;
   }
-  std::string path_of(const std::string&, std::string& found) override { return found = path, ""; }
-  std::string enter(const StoredObject&, const HeadScan&) override { return refusal; }
+  std::string drop(const std::string&, const std::string&) override { return ""; }
 };
 
 class StorageTest : public vx::test::NetTest {
@@ -63,7 +72,8 @@ class StorageTest : public vx::test::NetTest {
     std::vector<std::string> names;
     for (const auto& entry : fs::recursive_directory_iterator(options.folder)) {
       if (!entry.is_directory())
-        names.push_back(" " + entry.path().lexically_relative(options.folder).string());
+        names.push_back(" " + std::regex_replace(entry.path().lexically_relative(options.folder).string(),
+                                                 std::regex("-[0-9a-f]{16}\\."), "-*."));
     }
     std::sort(names.begin(), names.end());
     return std::accumulate(names.begin(), names.end(),
@@ -112,6 +122,25 @@ TEST_F(StorageTest, WholeOrNotAtAll) {
        "tree index known"},
       {"and replaced", second, "0000 1.2.3.4.dcm 9.2/9.2.1/1.2.3.4.dcm no-study/no-series/1.2.3.4.dcm",
        "tree index known replace"},
+      {"under a name that is taken", second,
+       "0000 1.2.3.4.dcm 9.2/9.2.1/1.2.3.4-*.dcm 9.2/9.2.1/1.2.3.4.dcm no-study/no-series/1.2.3.4.dcm",
+       "tree index"},
+      {"a row whose object has gone", first,
+       "0000 1.2.3.4.dcm 9.1/9.1.1/1.2.3.4.dcm 9.2/9.2.1/1.2.3.4-*.dcm 9.2/9.2.1/1.2.3.4.dcm "
+       "no-study/no-series/1.2.3.4.dcm",
+       "tree index known"},
+      {"another was faster with the same", first,
+       "0000 1.2.3.4.dcm 9.1/9.1.1/1.2.3.4.dcm 9.2/9.2.1/1.2.3.4-*.dcm 9.2/9.2.1/1.2.3.4.dcm "
+       "no-study/no-series/1.2.3.4.dcm",
+       "tree index rival"},
+      {"with other content", second,
+       "0111 1.2.3.4.dcm 9.1/9.1.1/1.2.3.4.dcm 9.2/9.2.1/1.2.3.4-*.dcm 9.2/9.2.1/1.2.3.4.dcm "
+       "no-study/no-series/1.2.3.4.dcm",
+       "tree index rival"},
+      {"and is replaced", second,
+       "0000 1.2.3.4.dcm 9.2/9.2.1/1.2.3.4-*.dcm 9.2/9.2.1/1.2.3.4-*.dcm 9.2/9.2.1/1.2.3.4.dcm "
+       "no-study/no-series/1.2.3.4.dcm",
+       "tree index rival replace"},
   };
   testing::internal::CaptureStderr();
   for (const auto& row : rows) {
@@ -128,7 +157,10 @@ TEST_F(StorageTest, WholeOrNotAtAll) {
     options.tree = has("tree");
     options.index = has("index") ? &index : nullptr;
     index.refusal = has("refuses") ? "index: full" : "";
-    index.path = has("known") ? in + "/9.1/9.1.1/1.2.3.4.dcm" : "";
+    FolderStore folder_store(in, options.mode, false);
+    options.store = has("index") ? &folder_store : nullptr;
+    index.key = has("known") ? "9.1/9.1.1/1.2.3.4.dcm" : "";
+    index.rival = has("rival") ? "9.1/9.1.1/1.2.3.4.dcm" : "";
     EXPECT_EQ(store(options, row.data.empty() ? odd : row.data, !row.data.empty()), row.result) << row.what;
   }
   // Byte by byte behind its meta group: what is odd stays so.

@@ -79,8 +79,8 @@ uint16_t Archive::pass_on_step(const Request& request, int32_t message, const st
   return kProcessingFailure;
 }
 
-std::string Archive::open() {
-  std::string error = holdings_.open(storage_);
+std::string Archive::open(const Args& args) {
+  std::string error = holdings_.open(args, storage_);
   if (error.empty() && (!nodes_.empty()))
     error = outbox_.open(storage_.folder + "/outbox.sqlite", storage_.mode);
   if (!error.empty()) return error;

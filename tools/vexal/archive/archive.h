@@ -58,12 +58,11 @@ class Archive {
         steps_(args.get("--steps")),
         told_of_steps_(args.all("--mpps-to")) {
     storage_.tree = true;
-    storage_.index = &holdings_.index();
   }
 
   // Outside of what serve() does, nothing is sent but what waits in the outbox. An error text, empty on
   // success.
-  std::string open();
+  std::string open(const Args& args);
   Holdings& holdings() { return holdings_; }
   // From the first message of an association to its end; on many threads at once.
   void serve(int32_t association, const Caller& caller);
@@ -95,6 +94,9 @@ class Archive {
   // destination is lost.
   bool run_operations(const Request& request, const Retrieval& wanted, const AuditParty& to,
                       const std::function<int32_t(const ObjectFile&)>& send_one, Patience& patience);
+  ObjectSender::Result send_object(ObjectSender& sender, int32_t association,
+                                   const std::vector<AcceptedContext>& accepted, const ObjectFile& object,
+                                   std::string& problem);
   bool move(const Request& request, int32_t identifier, const Caller& caller);
   bool get(const Request& request, int32_t identifier, const Caller& caller);
   void fill_peer(Peer& peer, const std::string& title, const Node& node) const;

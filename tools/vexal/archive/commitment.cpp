@@ -1,8 +1,6 @@
 // Storage commitment (PS3.4 annex J).
 #include "archive.h"
 
-#include <filesystem>
-
 #include "base/session.h"
 #include "base/tag_path.h"
 #include "base/tags.h"
@@ -88,8 +86,12 @@ uint16_t Archive::vouch(const std::string& sop_class, const std::string& instanc
     return kProcessingFailure;
   }
   if (files.size() != 1) return kNoSuchInstance;
-  std::error_code failure;
-  if (std::filesystem::file_size(files[0].path, failure) != files[0].size || failure) return kNoSuchInstance;
+  bool there = false;
+  if (const std::string fault = holdings_.look_for(files[0], there); !fault.empty()) {
+    report("storage commitment", fault);
+    return kProcessingFailure;
+  }
+  if (!there) return kNoSuchInstance;
   return files[0].sop_class == sop_class ? 0 : kClassInstanceConflict;
 }
 

@@ -109,6 +109,16 @@ bool Archive::run_operations(const Request& request, const Retrieval& wanted, co
   return tell(request, counts, final_status(counts), failed);
 }
 
+// One that has gone since it was found fails alone.
+ObjectSender::Result Archive::send_object(ObjectSender& sender, int32_t association,
+                                          const std::vector<AcceptedContext>& accepted,
+                                          const ObjectFile& object, std::string& problem) {
+  LocalObject local;
+  problem = holdings_.fetch(object, local);
+  return problem.empty() ? sender.send(association, accepted, local.file(), problem)
+                         : ObjectSender::Result::Refused;
+}
+
 bool Archive::move(const Request& request, int32_t identifier, const Caller& caller) {
   const std::string destination = text_of(identifier, tags::kMoveDestination);
   const auto node = nodes_.find(destination);
@@ -145,7 +155,7 @@ bool Archive::move(const Request& request, int32_t identifier, const Caller& cal
         patience.look();
         if (!association.is_open()) return -1;
         std::string problem;
-        const auto result = sender.send(association.id(), association.accepted(), file, problem);
+        const auto result = send_object(sender, association.id(), association.accepted(), file, problem);
         if (result == ObjectSender::Result::Lost) association.abort();
         if (result != ObjectSender::Result::Sent) {
           report(file.path, problem);
@@ -199,7 +209,7 @@ bool Archive::get(const Request& request, int32_t identifier, const Caller& call
       request, wanted, Acceptor::party(caller, audit_roles::kDestination),
       [&](const ObjectFile& file) -> int32_t {
         std::string problem;
-        const auto result = sender.send(request.association, caller.contexts, file, problem);
+        const auto result = send_object(sender, request.association, caller.contexts, file, problem);
         if (result == ObjectSender::Result::Lost) patience.lose();
         if (result != ObjectSender::Result::Sent) return -1;
         bool cancel = false;

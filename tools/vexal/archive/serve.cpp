@@ -22,6 +22,7 @@ constexpr Option kOptions[] = {
      "ADDRESS"},
     {"--mpps-to", "TITLE", "tell this --node of procedure steps too, as they come; may be repeated"},
     {"--steps", "DIR", "folder of performed procedure steps, a DICOM file each; without it none are taken"},
+    VEXAL_HOLDINGS_OPTIONS,
     VEXAL_STORAGE_OPTIONS,
     VEXAL_ACCEPTOR_OPTIONS,
     VEXAL_SERVICE_OPTIONS,
@@ -70,9 +71,9 @@ int run(const Args& args) {
   Archive archive(args, acceptor, nodes, storage);
   WebService web(archive.holdings(), storage);
   if (!web.read(args)) return kUsage;
-  const std::string error = archive.open();
+  const std::string error = archive.open(args);
   if (!error.empty()) {
-    complain("--dir %s: %s", storage.folder.c_str(), error.c_str());
+    complain("%s", error.c_str());
     return kUsage;
   }
   ServiceListName list;

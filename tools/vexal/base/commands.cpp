@@ -5,10 +5,10 @@
 namespace vexal {
 
 std::span<const Command> commands() {
-  static const std::array kCommands = {kDump,    kValidate, kConvert, kJson,   kXml,     kModify, kDeidentify,
-                                       kPixel,   kMake,     kEcho,    kStore,  kReceive, kServe,  kFind,
-                                       kGet,     kMove,     kMpps,    kCommit, kWeb,     kDir,    kSr,
-                                       kCapture, kTemplate, kLookup,  kConfig};
+  static const std::array kCommands = {kDump,  kValidate, kConvert,  kJson,   kXml,     kModify, kDeidentify,
+                                       kPixel, kMake,     kEcho,     kStore,  kReceive, kServe,  kArchive,
+                                       kFind,  kGet,      kMove,     kMpps,   kCommit,  kWeb,    kDir,
+                                       kSr,    kCapture,  kTemplate, kLookup, kConfig};
   return kCommands;
 }
 

@@ -29,6 +29,7 @@ extern const Command kMpps;
 extern const Command kCommit;
 extern const Command kReceive;
 extern const Command kServe;
+extern const Command kArchive;
 extern const Command kWeb;
 
 }  // namespace vexal

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <stdexcept>
 
+#include "hex.h"
+
 namespace vexal {
 
 std::string random_bytes(std::size_t count) {
@@ -15,6 +17,12 @@ std::string random_bytes(std::size_t count) {
     if (got > 0) have += static_cast<std::size_t>(got);
   }
   return bytes;
+}
+
+std::string random_name() {
+  std::string name;
+  append_bytes(name, random_bytes(8));
+  return name;
 }
 
 std::string new_uid() {

@@ -358,6 +358,23 @@ std::string FileSink::commit_beside(unsigned& number) {
   }
 }
 
+std::string FileSink::commit_new(const std::string& path, bool durable, Naming& naming) {
+  naming = Naming::Done;
+  if (!flush()) return system_text("can not write", error_);
+  if (durable && ::fsync(fd_) != 0) return system_text("can not write", errno);
+  if (!take_free_name(path)) {
+    if (errno != EEXIST && errno != ENOENT) return system_text("can not give it its name", errno);
+    naming = errno == EEXIST ? Naming::Taken : Naming::NoFolder;
+    return "";
+  }
+  temporary_.clear();
+  path_ = path;
+  std::string error = ::close(std::exchange(fd_, -1)) == 0 ? "" : system_text("can not write", errno);
+  if (error.empty() && durable) error = sync_folder(path_);
+  if (!error.empty()) ::unlink(path_.c_str());
+  return error;
+}
+
 VX_STATUS FileSink::file_output(const char*, void* user, uint32_t size, void* data, int32_t, int32_t) {
   auto& sink = *static_cast<FileSink*>(user);
   return sink.write(data, size) ? VX_NORMAL_COMPLETION : VX_CALLBACK_CANNOT_COMPLY;

@@ -141,6 +141,9 @@ class FileSink {
   // Replaces nothing: takes the first of the names STEM.EXT, STEM-2.EXT and so on, from number `number` on,
   // that is free, or whose file has the same bytes already. path() and `number` tell which.
   std::string commit_beside(unsigned& number);
+  // Replaces nothing: the file gets this name, unless something has it, or its folder has gone.
+  enum class Naming { Done, Taken, NoFolder };
+  std::string commit_new(const std::string& path, bool durable, Naming& naming);
   void drop();  // without commit; a new open follows, or nothing
   bool write(const void* data, std::size_t length);
   const std::string& path() const { return path_; }

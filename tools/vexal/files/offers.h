@@ -10,3 +10,4 @@
 #include "ordered_reader.h"
 #include "temp_folder.h"
 #include "web_client.h"
+#include "xml_fields.h"

@@ -40,7 +40,7 @@ struct Curl {
 };
 Curl g_curl;
 
-bool open_curl() {
+std::string open_curl() {
   Curl& c = g_curl;
   const SoughtSymbol symbols[] = {{"curl_global_init", c.global_init},
                                   {"curl_easy_init", c.init},
@@ -57,11 +57,9 @@ bool open_curl() {
                                   {"curl_free", c.free},
                                   {"curl_slist_append", c.append},
                                   {"curl_slist_free_all", c.free_list}};
-  if (const std::string fault = open_library("libcurl.so.4", symbols); !fault.empty()) {
-    complain("web services need libcurl: %s", fault.c_str());
-    return false;
-  }
-  return c.global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+  if (const std::string fault = open_library("libcurl.so.4", symbols); !fault.empty())
+    return "web services need libcurl: " + fault;
+  return c.global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK ? "" : "libcurl can not be used";
 }
 
 // Scheme, host and port of a URL; empty if it is none.
@@ -113,14 +111,23 @@ bool has_proper_port(const std::string& url) {
          authority.find_first_not_of("0123456789", colon + 1) == std::string::npos;
 }
 
-bool tells_a_secret(const std::string& header) {
-  constexpr std::string_view kName = "authorization:";
-  return std::equal(kName.begin(), kName.end(), header.begin(),
-                    header.begin() + static_cast<std::ptrdiff_t>(std::min(kName.size(), header.size())),
+// A header by its name in lower case.
+bool begins_with(std::string_view header, std::string_view name) {
+  return header.size() >= name.size() &&
+         std::equal(name.begin(), name.end(), header.begin(),
                     [](char a, char b) { return a == (b >= 'A' && b <= 'Z' ? b - 'A' + 'a' : b); });
 }
 
+bool tells_a_secret(const std::string& header) {
+  return begins_with(header, "authorization:");
+}
+
 }  // namespace
+
+std::string WebPeer::open_library() {
+  static const std::string fault = open_curl();
+  return fault;
+}
 
 bool WebPeer::read(const Args& args, const std::string& address) {
   url = address;
@@ -153,7 +160,9 @@ bool WebPeer::read(const Args& args, const std::string& address) {
   certificate = args.get("--tls-cert");
   key = args.get("--tls-key");
   verify = !args.has("--tls-no-verify");
-  return open_curl();
+  const std::string fault = open_library();
+  if (!fault.empty()) complain("%s", fault.c_str());
+  return fault.empty();
 }
 
 std::string WebAnswer::describe() const {
@@ -201,9 +210,10 @@ std::string percent_decoded(std::string_view text) {
 
 // One request and its answer, for the callbacks.
 struct WebClient::Transfer {
+  explicit Transfer(const WebRequest& asked) : request(asked) {}
+
+  const WebRequest& request;
   void* handle = nullptr;
-  const WebTaker* taker = nullptr;
-  const WebBody* body = nullptr;
   uint64_t sent = 0;
   WebAnswer answer;
   std::string problem;
@@ -216,8 +226,8 @@ struct WebClient::Transfer {
       if (g_curl.info(handle, CURLINFO_CONTENT_TYPE, &type) == CURLE_OK && type != nullptr)
         answer.content_type = type;
     }
-    if (taker != nullptr && answer.status >= 200 && answer.status < 300) {
-      problem = (*taker)(answer.content_type, bytes);
+    if (request.taker != nullptr && answer.status >= 200 && answer.status < 300) {
+      problem = (*request.taker)(answer.content_type, bytes);
     } else if (bytes.size() > kMostText - answer.text.size()) {
       problem = "the answer is larger than " + std::to_string(kMostText >> 20) +
                 " MiB; ask for less, as with --limit";
@@ -237,9 +247,20 @@ struct WebClient::Transfer {
     return CURL_WRITEFUNC_ERROR;
   }
 
+  static std::size_t on_header(char* data, std::size_t, std::size_t size, void* user) {
+    const std::string_view line(data, size);
+    constexpr std::string_view kTag = "etag:";
+    if (!begins_with(line, kTag)) return size;
+    std::string_view value = line.substr(kTag.size());
+    while (!value.empty() && value.front() == ' ') value.remove_prefix(1);
+    while (!value.empty() && value.back() <= ' ') value.remove_suffix(1);
+    if (value.size() <= kMostTold) static_cast<Transfer*>(user)->answer.tag = value;
+    return size;
+  }
+
   static std::size_t on_send(char* buffer, std::size_t width, std::size_t count, void* user) {
     auto& transfer = *static_cast<Transfer*>(user);
-    const int64_t got = transfer.body->read(transfer.sent, buffer, width * count);
+    const int64_t got = transfer.request.body->read(transfer.sent, buffer, width * count);
     if (got < 0) {
       transfer.problem = "can not be read to its end";
       return CURL_READFUNC_ABORT;
@@ -263,22 +284,19 @@ WebClient::~WebClient() {
 }
 
 WebAnswer WebClient::get(const std::string& resource, const char* accept, const WebTaker& taker) {
-  Transfer transfer;
-  if (taker) transfer.taker = &taker;
-  return perform(transfer, resource, accept);
+  return send({"GET", resource, {"Accept: " + std::string(accept)}, nullptr, taker ? &taker : nullptr});
 }
 
 WebAnswer WebClient::post(const std::string& resource, const char* accept, const WebBody& body) {
-  Transfer transfer;
-  transfer.body = &body;
-  return perform(transfer, resource, accept);
+  return send({"POST", resource, {"Accept: " + std::string(accept), "Expect:"}, &body, nullptr});
 }
 
 // Everything but the address. The list of headers goes to whoever frees it behind the request.
-curl_slist* WebClient::prepare(Transfer& transfer, const char* accept, char* told) {
+curl_slist* WebClient::prepare(Transfer& transfer, char* told) {
   const Curl& c = g_curl;
   c.reset(handle_);  // the connection stays
-  curl_slist* headers = c.append(nullptr, ("Accept: " + std::string(accept)).c_str());
+  curl_slist* headers = nullptr;
+  for (const std::string& header : transfer.request.headers) headers = c.append(headers, header.c_str());
   for (const std::string& header : peer_.headers) headers = c.append(headers, header.c_str());
   c.set(handle_, CURLOPT_PROTOCOLS_STR, "http,https");
   c.set(handle_, CURLOPT_NOSIGNAL, 1L);
@@ -289,9 +307,15 @@ curl_slist* WebClient::prepare(Transfer& transfer, const char* accept, char* tol
   c.set(handle_, CURLOPT_LOW_SPEED_TIME, peer_.timeout);
   c.set(handle_, CURLOPT_WRITEFUNCTION, Transfer::on_answer);
   c.set(handle_, CURLOPT_WRITEDATA, &transfer);
+  c.set(handle_, CURLOPT_HEADERFUNCTION, Transfer::on_header);
+  c.set(handle_, CURLOPT_HEADERDATA, &transfer);
   if (!peer_.credentials.empty()) {
     c.set(handle_, CURLOPT_USERPWD, peer_.credentials.c_str());
-    c.set(handle_, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC));
+    if (peer_.signing.empty()) {
+      c.set(handle_, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC));
+    } else {
+      c.set(handle_, CURLOPT_AWS_SIGV4, peer_.signing.c_str());
+    }
   }
   if (!peer_.authorities.empty()) c.set(handle_, CURLOPT_CAINFO, peer_.authorities.c_str());
   if (!peer_.certificate.empty()) c.set(handle_, CURLOPT_SSLCERT, peer_.certificate.c_str());
@@ -300,37 +324,54 @@ curl_slist* WebClient::prepare(Transfer& transfer, const char* accept, char* tol
     c.set(handle_, CURLOPT_SSL_VERIFYPEER, 0L);
     c.set(handle_, CURLOPT_SSL_VERIFYHOST, 0L);
   }
-  if (transfer.body != nullptr) {
-    headers = c.append(headers, ("Content-Type: " + transfer.body->content_type).c_str());
-    headers = c.append(headers, "Expect:");
-    c.set(handle_, CURLOPT_POST, 1L);
-    c.set(handle_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(transfer.body->size));
-    c.set(handle_, CURLOPT_UPLOAD_BUFFERSIZE, static_cast<long>(kSendBuffer));
-    c.set(handle_, CURLOPT_READFUNCTION, Transfer::on_send);
-    c.set(handle_, CURLOPT_READDATA, &transfer);
-    c.set(handle_, CURLOPT_SEEKFUNCTION, Transfer::on_rewind);
-    c.set(handle_, CURLOPT_SEEKDATA, &transfer);
-  }
+  if (transfer.request.body != nullptr && !transfer.request.body->content_type.empty())
+    headers = c.append(headers, ("Content-Type: " + transfer.request.body->content_type).c_str());
+  prepare_method(transfer);
   c.set(handle_, CURLOPT_HTTPHEADER, headers);
   return headers;
 }
 
-WebAnswer WebClient::perform(Transfer& transfer, const std::string& resource, const char* accept) {
+void WebClient::prepare_method(Transfer& transfer) {
   const Curl& c = g_curl;
+  const std::string_view method = transfer.request.method;
+  if (method == "HEAD") c.set(handle_, CURLOPT_NOBODY, 1L);
+  if (method == "DELETE") c.set(handle_, CURLOPT_CUSTOMREQUEST, "DELETE");
+  const WebBody* body = transfer.request.body;
+  if (body == nullptr) return;
+  const auto size = static_cast<curl_off_t>(body->size);
+  if (method == "PUT") {
+    c.set(handle_, CURLOPT_UPLOAD, 1L);
+    c.set(handle_, CURLOPT_INFILESIZE_LARGE, size);
+  } else {
+    c.set(handle_, CURLOPT_POST, 1L);
+    c.set(handle_, CURLOPT_POSTFIELDSIZE_LARGE, size);
+  }
+  c.set(handle_, CURLOPT_UPLOAD_BUFFERSIZE, static_cast<long>(kSendBuffer));
+  c.set(handle_, CURLOPT_READFUNCTION, Transfer::on_send);
+  c.set(handle_, CURLOPT_READDATA, &transfer);
+  c.set(handle_, CURLOPT_SEEKFUNCTION, Transfer::on_rewind);
+  c.set(handle_, CURLOPT_SEEKDATA, &transfer);
+}
+
+WebAnswer WebClient::send(const WebRequest& request) {
+  const Curl& c = g_curl;
+  Transfer transfer(request);
   if (handle_ == nullptr) {
     transfer.answer.problem = "no memory";
     return transfer.answer;
   }
   transfer.handle = handle_;
   char told[CURL_ERROR_SIZE] = "";
-  curl_slist* headers = prepare(transfer, accept, told);
-  std::string url = peer_.url + resource;
+  curl_slist* headers = prepare(transfer, told);
+  std::string url = peer_.url + request.resource;
   WebAnswer& answer = transfer.answer;
   for (int redirects = 0;; ++redirects) {
     c.set(handle_, CURLOPT_URL, url.c_str());
     const CURLcode code = c.perform(handle_);
     if (code == CURLE_OK) {
+      curl_off_t length = -1;
       c.info(handle_, CURLINFO_RESPONSE_CODE, &answer.status);
+      if (c.info(handle_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length) == CURLE_OK) answer.length = length;
     } else {
       if (transfer.thrown != nullptr) transfer.problem = words_of(transfer.thrown);
       answer.problem = !transfer.problem.empty() ? transfer.problem
@@ -359,7 +400,7 @@ std::string WebClient::redirect(const Transfer& transfer) const {
   const bool same_request = status == 307 || status == 308;
   const bool other = status == 301 || status == 302 || status == 303;
   char* next = nullptr;
-  if (!same_request && (!other || transfer.body != nullptr)) return "";
+  if (!same_request && (!other || transfer.request.body != nullptr)) return "";
   if (g_curl.info(handle_, CURLINFO_REDIRECT_URL, &next) != CURLE_OK || next == nullptr) return "";
   return next;
 }

@@ -30,6 +30,8 @@ namespace vexal {
 struct WebPeer {
   std::string url;  // without a slash at its end, and without a user: it is shown
   std::string credentials;
+  // "aws:amz:REGION:s3": requests are signed with the credentials, which do not go out themselves.
+  std::string signing;
   std::vector<std::string> headers;
   std::string authorities;
   std::string certificate;
@@ -37,6 +39,9 @@ struct WebPeer {
   bool verify = true;
   long timeout = 30;
 
+  // Opens libcurl: to be called before the first client is made where read() is not. An error text, empty on
+  // success.
+  static std::string open_library();
   // False after a line on standard error. Opens libcurl.
   bool read(const Args& args, const std::string& address);
 };
@@ -45,7 +50,9 @@ struct WebAnswer {
   std::string problem;  // why there is no whole answer; empty: `status` is the server's
   long status = 0;
   std::string content_type;
-  std::string text;  // the body that no taker got
+  std::string tag;      // ETag, as it stands
+  int64_t length = -1;  // of the body, where that is told
+  std::string text;     // the body that no taker got
 
   bool good() const { return problem.empty() && status >= 200 && status < 300; }
   // "404: not found", with what the server says.
@@ -63,6 +70,14 @@ struct WebBody {
 // What comes with a good status; an error text ends the transfer.
 using WebTaker = std::function<std::string(const std::string& content_type, std::string_view bytes)>;
 
+struct WebRequest {
+  const char* method = "GET";  // or HEAD, PUT, POST, DELETE
+  std::string resource;        // follows the URL of the peer
+  std::vector<std::string> headers;
+  const WebBody* body = nullptr;  // of PUT and POST
+  const WebTaker* taker = nullptr;
+};
+
 // One connection, kept open between requests. Not for two threads at once.
 class WebClient {
  public:
@@ -71,15 +86,16 @@ class WebClient {
   WebClient(const WebClient&) = delete;
   WebClient& operator=(const WebClient&) = delete;
 
-  // `resource` follows the URL of the peer. Without a taker the body goes into the answer, which may not grow
-  // large. Redirects are followed to the same scheme, host and port only.
+  // Without a taker the body goes into the answer, which may not grow large. Redirects are followed to the
+  // same scheme, host and port only.
+  WebAnswer send(const WebRequest& request);
   WebAnswer get(const std::string& resource, const char* accept, const WebTaker& taker);
   WebAnswer post(const std::string& resource, const char* accept, const WebBody& body);
 
  private:
   struct Transfer;
-  curl_slist* prepare(Transfer& transfer, const char* accept, char* told);
-  WebAnswer perform(Transfer& transfer, const std::string& resource, const char* accept);
+  curl_slist* prepare(Transfer& transfer, char* told);
+  void prepare_method(Transfer& transfer);
   std::string redirect(const Transfer& transfer) const;
 
   const WebPeer& peer_;

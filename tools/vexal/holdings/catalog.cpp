@@ -322,6 +322,9 @@ std::string Catalog::open_index(const std::string& path, bool durable, bool& dam
     form = query.number(0);
   }
   // One of another make is filled anew from the files.
+  if (form != index_form() && form != 0 && !of_files_)
+    return path +
+           ": is of another version; vexal archive check --repair makes it anew where it is taken away";
   if (form != index_form() && (!run("DROP TABLE IF EXISTS instance") ||
                                !run("PRAGMA user_version = " + std::to_string(index_form()))))
     return failed(path);
@@ -340,15 +343,16 @@ std::string Catalog::open_index(const std::string& path, bool durable, bool& dam
   return "";
 }
 
-std::string Catalog::open(const std::string& folder, bool durable, mode_t mode) {
+std::string Catalog::open(const std::string& folder, bool durable, mode_t mode, bool of_files) {
   folder_ = folder;
+  of_files_ = of_files;
   index_path_ = folder + "/index.sqlite";
   // It holds names of patients: nobody sees more of it than of the objects.
   if (const int file = ::open(index_path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, mode); file >= 0)
     ::close(file);
   bool damaged = false;
   std::string error = open_index(index_path_, durable, damaged);
-  if (damaged) {
+  if (damaged && of_files_) {
     report(index_path_, "is damaged and made anew from the files: " + error);
     close();
     for (const char* end : {"", "-wal", "-shm"}) ::unlink((index_path_ + end).c_str());
@@ -356,7 +360,7 @@ std::string Catalog::open(const std::string& folder, bool durable, mode_t mode) 
       ::close(file);
     error = open_index(index_path_, durable, damaged);
   }
-  if (error.empty()) error = synchronise();
+  if (error.empty() && of_files_) error = synchronise();
   if (!error.empty()) return error;
   const Reader readers[kIdleReaders] = {{*this, nullptr}, {*this, nullptr}};
   return readers[0].get() != nullptr ? "" : readers[0].problem();
@@ -427,39 +431,55 @@ std::string Catalog::enter_file(const std::string& name) {
       return whole.problem();
     object = whole.id();
   }
+  file.path = name;
+  if (insert(file, object, "", text) != Entered::Conflict) return text;
   std::string there;
-  text = path_of(file.instance, there);
-  if (!text.empty()) return text;
-  if (!there.empty()) return "has the SOP Instance UID of " + there + ", and can not be found";
-  return insert(name, file, object);
+  text = key_of(file.instance, there);
+  return text.empty() ? "has the SOP Instance UID of " + folder_ + "/" + there + ", and can not be found"
+                      : text;
 }
 
-std::string Catalog::path_of(const std::string& instance, std::string& path) {
+std::string Catalog::key_of(const std::string& instance, std::string& key) {
   const std::lock_guard lock(mutex_);
+  return read_key(instance, key);
+}
+
+std::string Catalog::read_key(const std::string& instance, std::string& key) {
   Statement select(database_, "SELECT path FROM instance WHERE SOPInstanceUID = ?");
   select.bind(1, instance);
-  path = select.next() ? folder_ + "/" + select.text(0) : "";
-  return select.good() || !path.empty() ? "" : problem("index");
+  key = select.next() ? select.text(0) : "";
+  return select.good() || !key.empty() ? "" : problem("index");
 }
 
-std::string Catalog::enter(const StoredObject& stored, const HeadScan& scan) {
+std::string Catalog::drop(const std::string& instance, const std::string& key) {
+  const std::lock_guard lock(mutex_);
+  Statement statement(database_, "DELETE FROM instance WHERE SOPInstanceUID = ? AND path = ?");
+  statement.bind_all({instance, key});
+  statement.next();
+  return statement.good() ? "" : problem("index");
+}
+
+ObjectIndex::Entered Catalog::enter(const StoredObject& stored, const HeadScan& scan,
+                                    const std::string& expected, std::string& error) {
   ObjectFile file;
-  file.path = stored.path;
+  file.path = stored.key;
   file.sop_class = stored.sop_class;
   file.instance = stored.instance;
   file.syntax = stored.syntax;
+  file.size = stored.size;
   // The library looks at the data set up to (0008,0018).
   file.whole = scan.first_tag() <= tags::kSOPInstanceUID && stored.bytes % 2 == 0;
   const MutedWarnings muted;
   Message kept;
   kept.id = scan.make_message();
-  if (kept.id < 0) return "its attributes can not be read";
-  return insert(std::filesystem::path(stored.path).lexically_relative(folder_).string(), file, kept.id);
+  if (kept.id < 0) error = "its attributes can not be read";
+  return error.empty() ? insert(file, kept.id, expected, error) : Entered::Failed;
 }
 
-std::string Catalog::insert(const std::string& path, const ObjectFile& file, int32_t object) {
+ObjectIndex::Entered Catalog::insert(const ObjectFile& file, int32_t object, const std::string& expected,
+                                     std::string& error) {
   struct stat status {};
-  if (::stat(file.path.c_str(), &status) != 0) return "has gone";
+  ::lstat((folder_ + "/" + file.path).c_str(), &status);
   std::array<std::string, kColumnCount> values;
   const auto fill = [&](std::string (*read)(int32_t, uint32_t)) {
     for (std::size_t i = 0; i < kColumnCount; ++i) {
@@ -480,10 +500,14 @@ std::string Catalog::insert(const std::string& path, const ObjectFile& file, int
     if (values[column_index(tag)].empty()) values[column_index(tag)] = *uid;
   }
   const std::lock_guard lock(mutex_);
+  std::string known;
+  error = read_key(file.instance, known);
+  if (!error.empty()) return Entered::Failed;
+  if (known != expected) return Entered::Conflict;
   sqlite3_reset(insert_);
-  sqlite3_bind_text(insert_, 1, path.c_str(), -1, SQLITE_TRANSIENT);
+  sqlite3_bind_text(insert_, 1, file.path.c_str(), -1, SQLITE_TRANSIENT);
   sqlite3_bind_int(insert_, 2, file.syntax);
-  sqlite3_bind_int64(insert_, 3, status.st_size);
+  sqlite3_bind_int64(insert_, 3, static_cast<sqlite3_int64>(file.size));
   sqlite3_bind_int(insert_, 4, file.whole ? 1 : 0);
   sqlite3_bind_int64(insert_, 5, modified(status));
   for (std::size_t i = 0; i < kColumnCount; ++i) {
@@ -491,9 +515,9 @@ std::string Catalog::insert(const std::string& path, const ObjectFile& file, int
                       SQLITE_TRANSIENT);
   }
   const int result = sqlite3_step(insert_);
-  const std::string error = result == SQLITE_DONE ? "" : problem("index");
+  if (result != SQLITE_DONE) error = problem("index");
   sqlite3_reset(insert_);
-  return error;
+  return error.empty() ? Entered::Done : Entered::Failed;
 }
 
 std::string Catalog::find(
@@ -550,15 +574,26 @@ std::string Catalog::find(
 std::string Catalog::files(const std::vector<CatalogKey>& keys, const Stop& stop,
                            std::vector<ObjectFile>& found) {
   std::vector<std::string> bound;
-  const std::string sql =
-      std::string("SELECT ") + kColumnsOfFile + " FROM instance" + conditions(keys, bound) + " ORDER BY path";
+  const std::string where = conditions(keys, bound);
+  return select_files(where + " ORDER BY path", bound, stop, found);
+}
+
+std::string Catalog::rows_behind(const std::string& instance, std::size_t count,
+                                 std::vector<ObjectFile>& found) {
+  found.clear();
+  return select_files(" WHERE SOPInstanceUID > ? ORDER BY SOPInstanceUID LIMIT " + std::to_string(count),
+                      {instance}, nullptr, found);
+}
+
+std::string Catalog::select_files(const std::string& rest, const std::vector<std::string>& bound,
+                                  const Stop& stop, std::vector<ObjectFile>& found) {
   const Reader reader(*this, stop);
-  Statement select(reader.get(), sql);
+  Statement select(reader.get(), std::string("SELECT ") + kColumnsOfFile + " FROM instance" + rest);
   if (!select) return reader.problem();
   select.bind_all(bound);
   while (select.next()) {
     ObjectFile file;
-    file.path = folder_ + "/" + select.text(0);
+    file.path = select.text(0);
     file.sop_class = select.text(1);
     file.instance = select.text(2);
     file.syntax = static_cast<VX_TRANSFER_SYNTAX>(select.number(3));

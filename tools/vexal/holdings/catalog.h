@@ -34,23 +34,28 @@ class Catalog : public ObjectIndex {
   Catalog(const Catalog&) = delete;
   Catalog& operator=(const Catalog&) = delete;
 
-  // Opens or makes the index of a folder and brings it up to date: files without a row are read, rows without
-  // a file go. An index that is damaged is made anew. The index file gets this mode. An error text, empty on
-  // success.
-  std::string open(const std::string& folder, bool durable, mode_t mode);
+  // Opens or makes the index in a folder, whose file gets this mode. Where it is that of the files in this
+  // folder, it is brought up to date: files without a row are read, rows without a file go, and an index that
+  // is damaged is made anew. An error text, empty on success.
+  std::string open(const std::string& folder, bool durable, mode_t mode, bool of_files = true);
 
   // A row that was entered stays whatever becomes of the process.
   std::span<const uint32_t> wanted() const override;
-  std::string path_of(const std::string& instance, std::string& path) override;
-  std::string enter(const StoredObject& stored, const HeadScan& scan) override;
+  std::string key_of(const std::string& instance, std::string& key) override;
+  Entered enter(const StoredObject& stored, const HeadScan& scan, const std::string& expected,
+                std::string& error) override;
+  std::string drop(const std::string& instance, const std::string& key) override;
 
   // Calls `take` for each entity of the level that matches, with a value for each key, until it gives false.
   // No lock is held meanwhile.
   std::string find(
       Level level, const std::vector<CatalogKey>& keys, const Stop& stop,
       const std::function<bool(const std::vector<std::string>& values, const std::string& charset)>& take);
-  // The files of all instances that match.
+  // All instances that match, with their keys as paths.
   std::string files(const std::vector<CatalogKey>& keys, const Stop& stop, std::vector<ObjectFile>& found);
+
+  // The next rows behind that of an instance, in order of instances; "" begins.
+  std::string rows_behind(const std::string& instance, std::size_t count, std::vector<ObjectFile>& found);
 
   // Whether the catalog keeps the value of this attribute.
   static bool keeps(uint32_t tag);
@@ -61,13 +66,18 @@ class Catalog : public ObjectIndex {
   std::string synchronise();
   std::string drop_row(const std::string& path);
   std::string enter_file(const std::string& name);
-  std::string insert(const std::string& path, const ObjectFile& file, int32_t object);
+  // The path of the file is its key.
+  Entered insert(const ObjectFile& file, int32_t object, const std::string& expected, std::string& error);
+  std::string select_files(const std::string& rest, const std::vector<std::string>& bound, const Stop& stop,
+                           std::vector<ObjectFile>& found);
+  std::string read_key(const std::string& instance, std::string& key);
   std::string problem(const std::string& what) const;
   bool run(const std::string& sql);
   void close();
 
   std::string index_path_;
   std::string folder_;
+  bool of_files_ = true;
   std::mutex mutex_;  // over the connection that writes
   sqlite3* database_ = nullptr;
   sqlite3_stmt* insert_ = nullptr;

@@ -3,5 +3,6 @@
 
 #include "acceptor.h"
 #include "audit.h"
+#include "object_store.h"
 #include "request.h"
 #include "storage.h"

@@ -12,8 +12,6 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <functional>
-#include <mutex>
 
 #include "base/byte_stream.h"
 #include "base/embedded.h"
@@ -30,9 +28,6 @@
 
 namespace vexal {
 namespace {
-
-constexpr uint32_t kTreeTags[] = {tags::kSOPClassUID, tags::kSOPInstanceUID, tags::kPatientID,
-                                  tags::kStudyInstanceUID, tags::kSeriesInstanceUID};
 
 constexpr char kNearlyFull[] = "the disk is nearly full";
 constexpr uint64_t kMostPassedOver = 64U << 20;  // of an object that is refused
@@ -198,118 +193,6 @@ void Journal::write(const std::string& title, const std::string& address, const 
   // One write, so that lines of several threads stay whole.
   if (::write(fd_, line.data(), line.size()) != static_cast<ssize_t>(line.size()))
     complain("--journal: can not write: %s", std::strerror(errno));
-}
-
-// ---- Where an object lies ----
-
-namespace {
-
-// Objects of one instance are placed one after the other.
-std::mutex& mutex_of(const std::string& instance) {
-  static std::mutex mutexes[64];
-  return mutexes[std::hash<std::string>()(instance) % std::size(mutexes)];
-}
-
-// A folder of its own below the one of the objects; what lies there in its place, a link included, is not
-// followed.
-std::string make_folder(const std::string& path, mode_t mode) {
-  const mode_t access = mode == 0 ? 0777 : mode | 0700 | ((mode & 0444) >> 2);
-  if (::mkdir(path.c_str(), access) == 0) return "";
-  if (errno != EEXIST) return path + ": " + std::strerror(errno);
-  struct stat status {};
-  return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) ? ""
-                                                                        : path + " is there and no folder";
-}
-
-std::string choose_folder(const std::string& temporary, const StorageOptions& options, StoredObject& stored,
-                          const HeadScan* scan, std::string& folder) {
-  folder = options.folder;
-  if (!options.tree) return "";
-  HeadScan own;
-  if (scan == nullptr) {
-    const std::string error = scan_file(temporary, kTreeTags, own);
-    if (!error.empty()) return error;
-    scan = &own;
-  }
-  stored.study = scan->text(tags::kStudyInstanceUID);
-  stored.series = scan->text(tags::kSeriesInstanceUID);
-  // Palettes and the like belong to no study.
-  if (!is_safe_name(stored.study)) stored.study = "no-study";
-  if (!is_safe_name(stored.series)) stored.series = "no-series";
-  folder += "/" + stored.study;
-  const std::string error = make_folder(folder, options.mode);
-  if (!error.empty()) return error;
-  folder += "/" + stored.series;
-  return make_folder(folder, options.mode);
-}
-
-// What is to be done with an object of which there may be one already.
-std::string compare_with(const std::string& there, const std::string& temporary,
-                         const StorageOptions& options, StoredObject& stored) {
-  struct stat status {};
-  if (there.empty() || ::lstat(there.c_str(), &status) != 0) {
-    stored.outcome = StoredObject::Outcome::Stored;
-    return "";
-  }
-  if (!S_ISREG(status.st_mode)) return there + " is there and no file";
-  if (same_data_set(temporary, there)) {
-    stored.outcome = StoredObject::Outcome::Repeated;
-  } else if (options.duplicates == StorageOptions::Duplicates::Replace) {
-    stored.outcome = StoredObject::Outcome::Replaced;
-    report(stored.instance, "replaces other content in " + there);
-  } else if (options.duplicates == StorageOptions::Duplicates::Keep) {
-    stored.outcome = StoredObject::Outcome::Kept;
-    report(stored.instance, "is there with other content, which is kept: " + there);
-  } else {
-    stored.outcome = StoredObject::Outcome::Refused;
-    return "is there with other content: " + there;
-  }
-  return "";
-}
-
-}  // namespace
-
-std::string place_object(FileSink& sink, const StorageOptions& options, StoredObject& stored,
-                         const HeadScan* scan) {
-  const std::lock_guard lock(mutex_of(stored.instance));
-  std::string known;
-  std::string there;
-  std::string final_name;
-  std::string error = options.index != nullptr ? options.index->path_of(stored.instance, known) : "";
-  if (error.empty()) {
-    error = sink.place([&](const std::string& temporary, std::string& final_path) {
-      std::string folder;
-      std::string failure = choose_folder(temporary, options, stored, scan, folder);
-      if (!failure.empty()) return failure;
-      final_name = folder + "/" + stored.instance + ".dcm";
-      final_path = final_name;
-      there = known.empty() ? final_name : known;
-      return compare_with(there, temporary, options, stored);
-    });
-  }
-  using Outcome = StoredObject::Outcome;
-  if (!error.empty() || stored.outcome == Outcome::Kept) {
-    sink.drop();
-    return error;
-  }
-  if (stored.outcome == Outcome::Repeated) {
-    sink.drop();
-    stored.path = there;
-  } else {
-    error = sink.commit(options.durable);
-    if (!error.empty()) stored.outcome = Outcome::Failed;
-    if (!error.empty()) return error;
-    stored.path = final_name;
-  }
-  if (options.index == nullptr || (stored.outcome == Outcome::Repeated && !known.empty())) return "";
-  error = options.index->enter(stored, *scan);
-  if (error.empty() && stored.outcome == Outcome::Replaced && there != final_name) ::unlink(there.c_str());
-  if (error.empty()) return "";
-  // What can not be found is not kept.
-  if (stored.outcome == Outcome::Stored) ::unlink(final_name.c_str());
-  stored.outcome = Outcome::Failed;
-  stored.path.clear();
-  return error;
 }
 
 // ---- Taking an object ----

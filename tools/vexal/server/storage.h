@@ -11,8 +11,10 @@
 #include "acceptor.h"
 #include "audit.h"
 #include "base/args.h"
+#include "base/tags.h"
 #include "files/files.h"
 #include "files/head_scan.h"
+#include "object_store.h"
 #include "privacy/deidentifier.h"
 #include "vexalkit.h"
 
@@ -39,11 +41,17 @@ std::vector<std::string> storage_classes(bool with_retired);
 // All of them, in every transfer syntax.
 std::vector<Proposal> storage_services(bool prefer_compressed);
 
+// What a tree of folders is made from, and audit messages.
+inline constexpr uint32_t kTreeTags[] = {tags::kSOPClassUID, tags::kSOPInstanceUID, tags::kPatientID,
+                                         tags::kStudyInstanceUID, tags::kSeriesInstanceUID};
+
 // What became of one C-STORE request.
 struct StoredObject {
   enum class Outcome { Failed, Stored, Repeated, Replaced, Kept, Refused };
   Outcome outcome = Outcome::Failed;
-  std::string path;  // where it lies; empty: it is not there
+  std::string path;   // where it lies, for people; empty: it is not there
+  std::string key;    // in the store of an index
+  uint64_t size = 0;  // of the file in it
   std::string sop_class;
   std::string instance;
   std::string study;  // filled with `tree` only
@@ -52,18 +60,25 @@ struct StoredObject {
   uint64_t bytes = 0;
 };
 
-// What finds stored objects by their SOP Instance UID, wherever they lie. Its calls for one instance come one
-// at a time.
+// What finds stored objects by their SOP Instance UID: a row for each, with the key that the object has in
+// its store. Rows that are entered are seen by all servers on the same index. Any thread may call at any
+// time.
 class ObjectIndex {
  public:
+  enum class Entered { Done, Conflict, Failed };
+
   virtual ~ObjectIndex() = default;
   // Tags that it wants to see of each object, in ascending order, (0008,0016), (0008,0018), (0020,000D) and
   // (0020,000E) among them.
   virtual std::span<const uint32_t> wanted() const = 0;
-  // The file of an instance; "" if there is none. An error text, empty on success.
-  virtual std::string path_of(const std::string& instance, std::string& path) = 0;
-  // Takes a file in, in place of an older one of the same instance. An error text, empty on success.
-  virtual std::string enter(const StoredObject& stored, const HeadScan& scan) = 0;
+  // The key of an instance; "" if there is none. An error text, empty on success.
+  virtual std::string key_of(const std::string& instance, std::string& key) = 0;
+  // Takes an object in under its key and size, in place of the row with the key `expected`, or of no row
+  // where that is empty. Conflict: another row is there. Failed: `error` tells why.
+  virtual Entered enter(const StoredObject& stored, const HeadScan& scan, const std::string& expected,
+                        std::string& error) = 0;
+  // Drops the row of an instance, if its object has this key. An error text, empty on success.
+  virtual std::string drop(const std::string& instance, const std::string& key) = 0;
 };
 
 // One line for each object that a peer sent, appended to a file.
@@ -92,7 +107,7 @@ struct StorageOptions {
     title = own_title;
   }
 
-  std::string folder;
+  std::string folder;             // of the objects, or of what becomes objects of the store
   bool durable = false;           // on the disk before it is acknowledged
   bool tree = false;              // STUDY/SERIES/INSTANCE.dcm instead of INSTANCE.dcm
   uint64_t most_bytes = 0;        // of one object; 0: no limit
@@ -101,17 +116,18 @@ struct StorageOptions {
   mode_t mode = 0;       // of the files; 0: as the system makes files
   int64_t reserve = -1;  // bytes of the disk that stay free; -1: a share of it
   const Deidentifier* deidentifier =
-      nullptr;  // objects are stored without what identifies the patient, or not at all
-  ObjectIndex* index = nullptr;
+      nullptr;                   // objects are stored without what identifies the patient, or not at all
+  ObjectIndex* index = nullptr;  // and `store`: both or none
+  ObjectStore* store = nullptr;
   AuditTrail* audit = nullptr;
   std::string title;
   Journal journal;
 };
 
 // Gives a file that is written to its end the final name of its object, and fills in where it is; with `tree`
-// the study and the series too. What is there already is dealt with as the options say. `scan` has seen the
-// data set; without one, the file is looked at where that is needed. An error text, empty if the object is
-// there.
+// the study and the series too. With an index, the object is whole in its store and has its row by then. What
+// is there already is dealt with as the options say. `scan` has seen the data set; without one, the file is
+// looked at where that is needed. An error text, empty if the object is there.
 std::string place_object(FileSink& sink, const StorageOptions& options, StoredObject& stored,
                          const HeadScan* scan = nullptr);
 
