@@ -139,13 +139,13 @@ class CatalogTest : public support::LibraryTest {
         });
     return error.empty() ? all : error;
   }
-  static std::string files(Catalog& catalog, const std::string& text) {
+  std::string files(Catalog& catalog, const std::string& text) {
     Level none{};
     std::vector<ObjectFile> files;
     std::string all = catalog.files(keys_of("STUDY", text, none), nullptr, files);
     for (const ObjectFile& file : files) {
       all += std::filesystem::path(file.path).stem().string();
-      EXPECT_EQ(file.size, std::filesystem::file_size(file.path));
+      EXPECT_EQ(file.size, std::filesystem::file_size(folder().path(file.path)));
       EXPECT_TRUE(file.whole);
     }
     return all;
@@ -239,6 +239,7 @@ TEST_F(CatalogTest, FollowsItsFiles) {
   StoredObject stored;
   stored.instance = "1.1";
   stored.key = "new.dcm";
+  stored.size = std::filesystem::file_size(folder().path(stored.key));
   ASSERT_EQ(scan_file(folder().path(stored.key), catalog.wanted(), scan), "");
   using Entered = ObjectIndex::Entered;
   std::string error;

@@ -122,8 +122,23 @@ std::string head_fault(const std::string& path, std::span<const uint32_t> wanted
   HeadScan scan;
   if (error.empty()) error = scan_file(path, wanted, scan);
   instance = file.instance;
-  const std::string inside = error.empty() ? scan.text(tags::kSOPInstanceUID) : "";
-  return inside.empty() || inside == instance ? error : "names " + inside + " in its data set";
+  if (!error.empty()) return error;
+  scan.end();
+  if (scan.state() == HeadScan::State::Damaged) return "is cut off";
+  const std::string inside = scan.text(tags::kSOPInstanceUID);
+  return inside.empty() || inside == instance ? "" : "names " + inside + " in its data set";
+}
+
+// What can not be read of the rest.
+std::string rest_fault(const std::string& path, VX_TRANSFER_SYNTAX syntax) {
+  // One whose syntax is not known can only be handed on.
+  if (is_unknown_syntax(syntax)) return "";
+  const MutedWarnings muted(true);
+  BoundedFile bounds;
+  DicomFile file;
+  std::string fault;
+  if (bounds.open(file, path, fault) == VX_NORMAL_COMPLETION) return "";
+  return fault.empty() ? file.problem() : fault;
 }
 
 std::string Check::check_size(const ObjectFile& row, uint64_t size) {
@@ -131,8 +146,8 @@ std::string Check::check_size(const ObjectFile& row, uint64_t size) {
   std::string instance;
   std::string error = store_.fetch(row.path, local);
   if (!error.empty()) return error;
-  const std::string fault = head_fault(local.path(), catalog_.wanted(), instance);
-  const bool good = fault.empty() && instance == row.instance;
+  const bool good = head_fault(local.path(), catalog_.wanted(), instance).empty() &&
+                    instance == row.instance && rest_fault(local.path(), row.syntax).empty();
   const std::string what = "has " + std::to_string(size) + " bytes instead of " + std::to_string(row.size);
   if (repair_ && good) enter_file(catalog_, local.path(), row.path, row.path, error);
   if (repair_ && !good) {
@@ -157,15 +172,7 @@ std::string Check::check_content(const ObjectFile& row) {
   std::string fault = head_fault(local.path(), catalog_.wanted(), instance);
   if (fault.empty() && instance != row.instance) fault = "is " + instance;
   const bool aside = !fault.empty();
-  if (fault.empty()) {
-    const MutedWarnings muted(true);
-    BoundedFile bounds;
-    DicomFile file;
-    // One whose syntax is not known can only be handed on.
-    if (!is_unknown_syntax(row.syntax) && bounds.open(file, local.path(), fault) != VX_NORMAL_COMPLETION &&
-        fault.empty())
-      fault = file.problem();
-  }
+  if (fault.empty()) fault = rest_fault(local.path(), row.syntax);
   if (fault.empty()) return "";
   if (repair_ && aside) {
     error = put_aside(row.path, local.path());

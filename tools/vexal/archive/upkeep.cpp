@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 
 #include "base/commands.h"
 #include "base/json.h"
@@ -137,6 +138,10 @@ int run(const Args& args) {
     std::string names;
     for (const Action& a : kActions) names += (names.empty() ? "" : ", ") + std::string(a.name);
     complain("archive needs one of: %s; --help tells more", names.c_str());
+    return kUsage;
+  }
+  if (std::error_code none; !std::filesystem::is_directory(args.get("--dir", "."), none)) {
+    complain("--dir %s: is no folder", args.get("--dir").c_str());
     return kUsage;
   }
   Upkeep upkeep(args);

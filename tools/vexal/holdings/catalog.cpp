@@ -461,12 +461,7 @@ std::string Catalog::drop(const std::string& instance, const std::string& key) {
 
 ObjectIndex::Entered Catalog::enter(const StoredObject& stored, const HeadScan& scan,
                                     const std::string& expected, std::string& error) {
-  ObjectFile file;
-  file.path = stored.key;
-  file.sop_class = stored.sop_class;
-  file.instance = stored.instance;
-  file.syntax = stored.syntax;
-  file.size = stored.size;
+  ObjectFile file{stored.key, stored.sop_class, stored.instance, stored.syntax, false, false, stored.size};
   // The library looks at the data set up to (0008,0018).
   file.whole = scan.first_tag() <= tags::kSOPInstanceUID && stored.bytes % 2 == 0;
   const MutedWarnings muted;
@@ -501,8 +496,7 @@ ObjectIndex::Entered Catalog::insert(const ObjectFile& file, int32_t object, con
   }
   const std::lock_guard lock(mutex_);
   std::string known;
-  error = read_key(file.instance, known);
-  if (!error.empty()) return Entered::Failed;
+  if (error = read_key(file.instance, known); !error.empty()) return Entered::Failed;
   if (known != expected) return Entered::Conflict;
   sqlite3_reset(insert_);
   sqlite3_bind_text(insert_, 1, file.path.c_str(), -1, SQLITE_TRANSIENT);
@@ -514,8 +508,7 @@ ObjectIndex::Entered Catalog::insert(const ObjectFile& file, int32_t object, con
     sqlite3_bind_text(insert_, static_cast<int>(6 + i), values[i].c_str(), static_cast<int>(values[i].size()),
                       SQLITE_TRANSIENT);
   }
-  const int result = sqlite3_step(insert_);
-  if (result != SQLITE_DONE) error = problem("index");
+  if (sqlite3_step(insert_) != SQLITE_DONE) error = problem("index");
   sqlite3_reset(insert_);
   return error.empty() ? Entered::Done : Entered::Failed;
 }

@@ -141,8 +141,8 @@ std::string S3Place::read(const std::string& address) {
   if (const std::string error = check_endpoint(endpoint, host); !error.empty()) return error;
   peer.url = endpoint + "/" + bucket;
   peer.signing = "aws:amz:" + region + ":s3";
-  // What is signed has to be what goes out, port and all.
-  peer.headers = {"Host: " + host};
+  // What is signed has to be what goes out, port and all; bodies are not looked at twice for it.
+  peer.headers = {"Host: " + host, "x-amz-content-sha256: UNSIGNED-PAYLOAD"};
   return read_credentials(peer);
 }
 

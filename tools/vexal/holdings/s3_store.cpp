@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <thread>
@@ -109,6 +110,7 @@ std::string S3Store::open(const std::string& address) {
   if (error.empty()) error = open_xml();
   place_.peer.timeout = kSilence;
   if (!error.empty()) return error;
+  std::signal(SIGPIPE, SIG_IGN);  // TLS on a connection that has ended is an error like others
   const WebAnswer answer = repeat(
       {"GET", resource("", "list-type=2&max-keys=1&prefix=" + encoded(place_.prefix)), {}, nullptr, nullptr});
   return answer.good() ? "" : failure("", answer);
@@ -157,14 +159,28 @@ WebAnswer S3Store::repeat(const WebRequest& request, const std::function<bool()>
   std::unique_ptr<WebClient> client = take_client();
   for (int attempt = 1;; ++attempt, wait *= 2) {
     WebAnswer answer;
-    answer.problem = "can not be prepared";
-    if (before == nullptr || before()) answer = client->send(request);
-    if (!is_passing(answer) || attempt == kAttempts || Clock::now() + wait - start > kNoAttemptAfter) {
+    const bool ready = before == nullptr || before();
+    if (ready)
+      answer = client->send(request);
+    else
+      answer.problem = "can not be done again";
+    if (!ready || !is_passing(answer) || attempt == kAttempts ||
+        Clock::now() + wait - start > kNoAttemptAfter) {
       give_back(std::move(client));
       return answer;
     }
     std::this_thread::sleep_for(wait);
   }
+}
+
+void S3Store::clean_up(const std::string& key, const std::string& upload) {
+  std::unique_ptr<WebClient> client = take_client();
+  bool good = true;
+  if (!upload.empty())
+    good = client->send({"DELETE", resource(key, "uploadId=" + encoded(upload)), {}, nullptr, nullptr})
+               .problem.empty();
+  if (good) client->send({"DELETE", resource(key), {}, nullptr, nullptr});
+  give_back(std::move(client));
 }
 
 std::string S3Store::put(FileSink& sink, const std::string& name, std::string& key) {
@@ -186,8 +202,7 @@ std::string S3Store::put_whole(const std::string& key, int fd, uint64_t size) {
   const WebBody body = body_of(fd, 0, size);
   const WebAnswer answer = repeat({"PUT", resource(key), {}, &body, nullptr});
   if (answer.good()) return "";
-  // What has failed may have arrived.
-  remove(key);
+  clean_up(key);  // it may have arrived all the same
   return failure(key, answer);
 }
 
@@ -208,8 +223,7 @@ std::string S3Store::put_in_parts(const std::string& key, int fd, uint64_t size)
   error = put_parts(key, upload, fd, size, parts);
   if (error.empty()) error = complete(key, upload, parts, size);
   if (error.empty()) return "";
-  repeat({"DELETE", resource(key, "uploadId=" + encoded(upload)), {}, nullptr, nullptr});
-  remove(key);
+  clean_up(key, upload);
   return error;
 }
 

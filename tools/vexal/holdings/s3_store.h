@@ -49,6 +49,8 @@ class S3Store : public ObjectStore {
   // A request that may be repeated without harm, and is where the server or the way to it has a bad moment;
   // `before` prepares for each attempt.
   WebAnswer repeat(const WebRequest& request, const std::function<bool()>& before = nullptr);
+  // Takes away what a failure may have left, as far as one attempt does it.
+  void clean_up(const std::string& key, const std::string& upload = "");
   // Of an object, or with an empty key of the bucket; the query is in order and encoded.
   std::string resource(const std::string& key, const std::string& query = "") const;
   std::string failure(const std::string& key, const WebAnswer& answer) const;

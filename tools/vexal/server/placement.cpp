@@ -7,6 +7,7 @@
 
 #include "base/session.h"
 #include "base/tags.h"
+#include "base/uid.h"
 #include "base/values.h"
 #include "storage.h"
 
@@ -141,6 +142,8 @@ std::string Placement::put() {
     stored_.size = static_cast<uint64_t>(status.st_size);
     return choose_name(temporary, options_, stored_, &scan_, name);
   });
+  // The key of an object that has gone may be about to be dropped: no other gets it.
+  if (name + ".dcm" == known_) name += "-" + random_name();
   if (error.empty()) error = store_.put(sink_, name, stored_.key);
   if (!error.empty()) stored_.key.clear();
   stored_.path = error.empty() ? store_.place_of(stored_.key) : "";
