@@ -2,6 +2,7 @@
 import concurrent.futures
 import os
 import random
+import re
 import socket
 import struct
 import threading
@@ -50,7 +51,7 @@ def stored_objects(folder):
     for path in files_under(folder):
         name = os.path.basename(path)
         if name.endswith(".dcm"):
-            found[name[:-4]] = data_set_of(path)
+            found[re.sub("-[0-9a-f]{16}$", "", name[:-4])] = data_set_of(path)  # where the name was taken, an end makes it another
         elif not name.startswith("index.sqlite"):
             others.append(name)
     return found, others
