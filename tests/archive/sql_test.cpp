@@ -72,6 +72,9 @@ TEST_P(SqlTest, ValuesGoInAndOut) {
       read_number(*database_, "SELECT size FROM a WHERE name = ?", std::vector<SqlValue>{"x"}, number, 7)
           .good());
   EXPECT_EQ(number, 7);
+  const std::string blanks(10000, ' ');  // a statement that is not kept
+  for (const char* name : {"c", "B?"})
+    EXPECT_EQ(asked("SELECT name FROM a" + blanks + "WHERE name = ?", {name}), name);
   for (int i = 0; i < 300; ++i)  // more statements than are kept
     EXPECT_EQ(asked("SELECT " + std::to_string(i) + " FROM a WHERE name = 'c'"), std::to_string(i));
 }

@@ -52,7 +52,7 @@ def stored_objects(folder):
         name = os.path.basename(path)
         if name.endswith(".dcm"):
             found[re.sub("-[0-9a-f]{16}$", "", name[:-4])] = data_set_of(path)  # where the name was taken, an end makes it another
-        elif not name.startswith("index.sqlite"):
+        elif not name.startswith(("index.sqlite", "outbox.sqlite")):
             others.append(name)
     return found, others
 

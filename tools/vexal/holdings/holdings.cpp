@@ -1,6 +1,7 @@
 #include "holdings.h"
 
 #include "folder_store.h"
+#include "object_attributes.h"
 #include "s3_store.h"
 
 namespace vexal {
@@ -41,8 +42,33 @@ std::string Holdings::open(const Args& args, StorageOptions& options, bool upkee
   if (!error.empty()) return "--store: " + error;
   options.index = &catalog_;
   options.store = store_.get();
-  error = catalog_.open(options.folder, options.durable, options.mode, address.empty() && !upkeep);
-  return error.empty() ? "" : "--dir " + options.folder + ": " + error;
+  CatalogOptions index;
+  index.address = args.get("--index");
+  index.folder = options.folder;
+  index.durable = options.durable;
+  index.mode = options.mode;
+  if (!index.address.empty() && !Database::is_server(index.address))
+    return "--index: give postgresql://USER@HOST/DATABASE";
+  // A database that others use is brought up to date by vexal archive check alone.
+  index.follows = address.empty() && index.address.empty() && !upkeep;
+  error = catalog_.open(index);
+  if (error.empty()) return "";
+  return (index.address.empty() ? "--dir " + options.folder : "--index") + ": " + error;
+}
+
+std::string Holdings::find(
+    Level level, const std::vector<CatalogKey>& keys, const Catalog::Stop& stop,
+    const std::function<bool(const std::vector<std::string>& values, const std::string& charset)>& take) {
+  ObjectAttributes more(*this, level, keys);
+  if (!more.needed()) return catalog_.find(level, keys, stop, take);
+  const std::string error = catalog_.find(
+      level, more.keys(), stop, [&](const std::vector<std::string>& found, const std::string& charset) {
+        if (stop && stop()) return false;
+        std::vector<std::string> values = found;
+        std::string set = charset;
+        return more.complete(values, set) ? take(values, set) : more.problem().empty();
+      });
+  return error.empty() ? more.problem() : error;
 }
 
 // The object first: should this end in between, nobody takes what is left for one that has lost its row.

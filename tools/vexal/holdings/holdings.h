@@ -12,6 +12,9 @@ namespace vexal {
 
 // Rows of an option table: where all that is held lies.
 #define VEXAL_HOLDINGS_OPTIONS                                                                               \
+  {"--index", "postgresql://USER@HOST/DATABASE",                                                             \
+   "keep the index in PostgreSQL instead of a file in --dir, for any number of servers; the password as "    \
+   "PGPASSWORD or in the file PGPASSFILE"},                                                                  \
   {                                                                                                          \
     "--store", "s3://BUCKET/PREFIX",                                                                         \
         "keep objects in S3-compatible storage instead of --dir, which then holds the index and what is on " \
@@ -49,11 +52,10 @@ class Holdings {
   ObjectStore& store() { return *store_; }
 
   // Calls `take` for each entity of the level that matches, with a value for each key, until it gives false.
+  // What the index lacks and an object of the entity tells is read from that.
   std::string find(
       Level level, const std::vector<CatalogKey>& keys, const Catalog::Stop& stop,
-      const std::function<bool(const std::vector<std::string>& values, const std::string& charset)>& take) {
-    return catalog_.find(level, keys, stop, take);
-  }
+      const std::function<bool(const std::vector<std::string>& values, const std::string& charset)>& take);
   // All instances that match; their paths are keys of the store, and they are read through fetch().
   std::string objects(const std::vector<CatalogKey>& keys, const Catalog::Stop& stop,
                       std::vector<ObjectFile>& found) {

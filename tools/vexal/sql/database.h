@@ -111,7 +111,7 @@ class Database {
   virtual const char* identity_type() const = 0;  // of a column that numbers its rows
   virtual const char* join_function() const = 0;  // (text, separator) over rows
   virtual const char* row_lock() const = 0;       // behind a SELECT: others wait with these rows
-  // Without the file's or server's own words: for the start of a line.
+  virtual const char* layout_lock() const = 0;    // a statement: others wait with it until the commit
   virtual const std::string& address() const = 0;
 
  protected:
@@ -120,6 +120,17 @@ class Database {
  private:
   virtual const char* begin_statement() const = 0;
 };
+
+// Tables that belong together under a name, with the version of their form.
+struct SqlLayout {
+  const char* name;
+  int64_t version;
+  std::string make;  // statements that make the tables
+  std::string drop;  // those that take away what an older version made; empty: it is refused
+};
+// Makes the tables where there are none, or only older ones; `made` tells it. Newer ones are refused. Any
+// number of processes may call it at once.
+SqlOutcome make_layout(Database& database, const SqlLayout& layout, bool& made);
 
 // The first number of the first row of a statement; `fallback` where there is none.
 SqlOutcome read_number(Database& database, std::string_view sql, std::span<const SqlValue> values,

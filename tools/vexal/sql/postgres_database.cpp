@@ -176,6 +176,7 @@ class PostgresDatabase : public Database {
   const char* identity_type() const override { return "BIGINT GENERATED ALWAYS AS IDENTITY PRIMARY KEY"; }
   const char* join_function() const override { return "string_agg"; }
   const char* row_lock() const override { return " FOR UPDATE"; }
+  const char* layout_lock() const override { return "SELECT pg_advisory_xact_lock(86398541)"; }
   const std::string& address() const override { return address_; }
 
  private:
@@ -251,11 +252,12 @@ SqlOutcome PostgresDatabase::outcome(const PGresult* result) {
   const char* code_text = g_postgres.error_field(result, PG_DIAG_SQLSTATE);
   const std::string reason = one_line(text != nullptr ? text : g_postgres.error_text(connection_));
   const std::string_view code = code_text != nullptr ? code_text : "";
+  // 23503: a row that is referred to is being taken away.
   constexpr struct {
     std::string_view code;  // or its start
     Kind kind;
-  } kKinds[] = {{"23505", Kind::Twice},   {"40", Kind::Busy},  {"55P03", Kind::Busy},
-                {"57014", Kind::Stopped}, {"57P", Kind::Lost}, {"08", Kind::Lost}};
+  } kKinds[] = {{"23505", Kind::Twice},   {"23503", Kind::Busy}, {"40", Kind::Busy}, {"55P03", Kind::Busy},
+                {"57014", Kind::Stopped}, {"57P", Kind::Lost},   {"08", Kind::Lost}};
   Kind kind = g_postgres.status(connection_) == CONNECTION_OK ? Kind::Failed : Kind::Lost;
   for (const auto& row : kKinds) {
     if (code.starts_with(row.code)) kind = row.kind;
@@ -269,15 +271,16 @@ SqlOutcome PostgresDatabase::prepare(std::string_view sql, const char*& name) {
     name = known->second.c_str();
     return {};
   }
-  if (prepared_.size() >= kMostPrepared) {
+  const bool kept = sql.size() <= kLongestPrepared;
+  if (kept && prepared_.size() >= kMostPrepared) {
     const Result result(g_postgres.execute(connection_, "DEALLOCATE ALL"));
     if (const SqlOutcome dropped = outcome(result.handle); !dropped.good()) return dropped;
     prepared_.clear();
   }
-  const std::string fresh = "v" + std::to_string(++names_);
+  const std::string fresh = kept ? "v" + std::to_string(++names_) : "";  // without a name: until the next one
   const Result result(g_postgres.prepare(connection_, fresh.c_str(), numbered(sql).c_str(), 0, nullptr));
   SqlOutcome made = outcome(result.handle);
-  if (made.good()) name = prepared_.emplace(std::move(key), fresh).first->second.c_str();
+  if (made.good()) name = kept ? prepared_.emplace(std::move(key), fresh).first->second.c_str() : "";
   return made;
 }
 
@@ -294,15 +297,14 @@ SqlOutcome PostgresDatabase::wait(const SqlStop& stop, bool& stopped) {
   using Clock = std::chrono::steady_clock;
   const Clock::time_point end = Clock::now() + kSilence;
   while (g_postgres.busy(connection_) != 0) {
-    pollfd socket{g_postgres.socket(connection_), POLLIN, 0};
-    const int ready = ::poll(&socket, 1, stop ? kAsk : 1000);
-    if (ready > 0 && g_postgres.consume(connection_) == 0)
-      return lost(one_line(g_postgres.error_text(connection_)));
-    if (Clock::now() > end) return lost("does not answer");
-    if (ready == 0 && stop && !stopped && stop()) {
+    if (stop && !stopped && stop()) {
       stopped = true;
       cancel();
     }
+    pollfd socket{g_postgres.socket(connection_), POLLIN, 0};
+    if (::poll(&socket, 1, stop ? kAsk : 1000) > 0 && g_postgres.consume(connection_) == 0)
+      return lost(one_line(g_postgres.error_text(connection_)));
+    if (Clock::now() > end) return lost("does not answer");
   }
   return {};
 }
@@ -327,7 +329,8 @@ SqlOutcome PostgresDatabase::take_results(const SqlTaker& take, const SqlStop& s
     }
   }
   if (last.kind == SqlOutcome::Kind::Lost) return lost(last.problem.substr(address_.size() + 2));
-  if (last.kind == SqlOutcome::Kind::Stopped && !wanted && !stopped) return {};
+  if (stopped) return {SqlOutcome::Kind::Stopped, address_ + ": was stopped", 0};
+  if (last.kind == SqlOutcome::Kind::Stopped && !wanted) return {};
   return last;
 }
 

@@ -48,12 +48,13 @@ class SqliteDatabase : public Database {
   const char* identity_type() const override { return "INTEGER PRIMARY KEY"; }
   const char* join_function() const override { return "group_concat"; }
   const char* row_lock() const override { return ""; }  // one writes at a time
+  const char* layout_lock() const override { return "SELECT 1"; }
   const std::string& address() const override { return path_; }
 
  private:
   const char* begin_statement() const override { return "BEGIN IMMEDIATE"; }
   SqlOutcome outcome(int result) const;
-  sqlite3_stmt* prepared(std::string_view sql);
+  sqlite3_stmt* prepared(std::string_view sql, bool kept);
   void forget() {
     for (const auto& [sql, statement] : prepared_) sqlite3_finalize(statement);
     prepared_.clear();
@@ -120,37 +121,46 @@ SqlOutcome SqliteDatabase::open(const DatabaseOptions& options) {
   sqlite3_busy_handler(connection_, wait, nullptr);
   SqlOutcome set = script("PRAGMA foreign_keys = ON");
   if (options.read_only) return set;
-  if (set.good()) set = script("PRAGMA journal_mode = WAL");
+  // The engine does not wait by itself for others that make the same file at the same time.
+  for (int waits = 0; set.good() || set.kind == SqlOutcome::Kind::Busy; ++waits) {
+    set = script("PRAGMA journal_mode = WAL");
+    if (set.kind != SqlOutcome::Kind::Busy || wait(nullptr, waits) == 0) break;
+  }
   if (set.good()) set = script(options.durable ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
   return set;
 }
 
-sqlite3_stmt* SqliteDatabase::prepared(std::string_view sql) {
-  std::string key(sql);
-  if (const auto known = prepared_.find(key); known != prepared_.end()) return known->second;
-  if (prepared_.size() >= kMostPrepared) forget();
+sqlite3_stmt* SqliteDatabase::prepared(std::string_view sql, bool kept) {
+  std::string key;
+  if (kept) {
+    key = sql;
+    if (const auto known = prepared_.find(key); known != prepared_.end()) return known->second;
+    if (prepared_.size() >= kMostPrepared) forget();
+  }
   sqlite3_stmt* statement = nullptr;
-  if (sqlite3_prepare_v3(connection_, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT,
-                         &statement, nullptr) != SQLITE_OK)
+  if (sqlite3_prepare_v3(connection_, sql.data(), static_cast<int>(sql.size()),
+                         kept ? SQLITE_PREPARE_PERSISTENT : 0, &statement, nullptr) != SQLITE_OK)
     return nullptr;
-  prepared_.emplace(std::move(key), statement);
+  if (kept) prepared_.emplace(std::move(key), statement);
   return statement;
 }
 
 SqlOutcome SqliteDatabase::run(std::string_view sql, std::span<const SqlValue> values, const SqlTaker& take,
                                const SqlStop& stop) {
-  sqlite3_stmt* statement = prepared(sql);
+  const bool kept = sql.size() <= kLongestPrepared;
+  sqlite3_stmt* statement = prepared(sql, kept);
   if (statement == nullptr) return outcome(sqlite3_errcode(connection_));
   // Whatever happens, the statement lets go of its locks and of the caller's texts.
   struct Reset {
     sqlite3* connection;
     sqlite3_stmt* statement;
+    bool kept;
     ~Reset() {
       sqlite3_progress_handler(connection, 0, nullptr, nullptr);
       sqlite3_reset(statement);
-      sqlite3_clear_bindings(statement);
+      kept ? sqlite3_clear_bindings(statement) : sqlite3_finalize(statement);
     }
-  } const reset{connection_, statement};
+  } const reset{connection_, statement, kept};
   int at = 0;
   for (const SqlValue& value : values) {
     ++at;
