@@ -6,9 +6,9 @@
 #include <map>
 
 #include "../support.h"
-#include "files/xml_fields.h"
 #include "holdings/folder_store.h"
 #include "holdings/s3_store.h"
+#include "holdings/xml_fields.h"
 
 namespace vexal::test {
 namespace {

@@ -10,4 +10,3 @@
 #include "ordered_reader.h"
 #include "temp_folder.h"
 #include "web_client.h"
-#include "xml_fields.h"

@@ -15,7 +15,7 @@
 #include "base/hex.h"
 #include "base/uid.h"
 #include "files/temp_folder.h"
-#include "files/xml_fields.h"
+#include "xml_fields.h"
 
 namespace vexal {
 namespace {
