@@ -25,7 +25,7 @@ import warnings
 import made
 from checks import VEXAL, Server, Vexal, check, ended, files_under, free_port, has, left_out, read, run, run_parts, write
 from made import EXPLICIT, IMPLICIT, RLE, ROOT, Writer
-from wire import at_once, store_status, stored_objects
+from wire import at_once, data_set, image_find, store_status, stored_objects, uid
 
 PLUGIN = "/usr/share/orthanc/plugins/libOrthancDicomWeb.so"
 ORTHANC = shutil.which("Orthanc", path="/usr/sbin:/usr/bin")
@@ -337,6 +337,36 @@ def token(claims, secret=b"s" * 32, **head):
     return (text + b"." + pack(hmac.new(secret, text, hashlib.sha256).digest())).decode()
 
 
+def operation(folder):
+    """Whether it lives and works, and what it counted, for those who watch it."""
+    def counted():
+        text = ask(server.web, "/metrics").body.decode()
+        check(all(line.startswith("#") or len(line.rsplit(" ", 1)) == 2 and line.rsplit(" ", 1)[1].isdigit() for line in text.splitlines()), text)
+        names = [line.split()[2] for line in text.splitlines() if line.startswith("# TYPE")]
+        check(len(names) == len(set(names)) > 5, "metrics: %s" % names)
+        return {line.rsplit(" ", 1)[0]: int(line.rsplit(" ", 1)[1]) for line in text.splitlines() if not line.startswith("#")}
+
+    with Web(os.path.join(folder, "in")) as server:
+        check([ask(server.web, "/health/" + what).status for what in ("live", "ready", "else")] == [200, 200, 404], "health")
+        before = counted()
+        statuses = [store_status(server.port, uid(1)), store_status(server.port, uid(1)), store_status(server.port, uid(1), data_set(uid(1), b"\1" * 9))]
+        image_find(server.port, uid(1))
+        ask(server.web, "/nothing")
+        after, change = counted(), {}
+        for name, value in after.items():
+            if value != before[name]:
+                change[name] = value - before[name]
+        outcome = 'vexal_objects_received_total{outcome="%s"}'
+        wanted = {outcome % "stored": 1, outcome % "repeated": 1, outcome % "refused": 1, "vexal_queries_total": 1, "vexal_query_answers_total": 1,
+                  'vexal_associations_total{result="accepted"}': 4, 'vexal_web_requests_total{result="done"}': 1,
+                  'vexal_web_requests_total{result="refused"}': 1}
+        change.pop("vexal_associations_open", None)
+        check(statuses == [0, 0, 0x0111] and change.pop("vexal_bytes_received_total", 0) > 500 and change == wanted, "metrics: %s" % change)
+        check(ask(server.web, "/metrics", method="POST", body=b"").status == 405 and ask(server.web, "/health/live", method="DELETE").status == 405, "other methods")
+    with Web(os.path.join(folder, "closed"), "--web-rights", "none") as server:
+        check([ask(server.web, path).status for path in ("/health/ready", "/metrics")] in ([200, 401], [200, 403]), "rights of those who watch")
+
+
 def rights(folder):
     """Users, tokens, roles, pages of other origins; nothing of a secret is told."""
     if not has("openssl", "who may use the web services"):
@@ -524,4 +554,4 @@ def with_orthanc(folder):
         check(len(ask(target.web, "/dicom-web/instances").json()) == len(objects), "Orthanc stored others")
 
 
-sys.exit(run_parts(searches, retrievals, large, stores, rights, secure, hostile, with_orthanc, chosen=sys.argv[2:]))
+sys.exit(run_parts(searches, retrievals, large, stores, operation, rights, secure, hostile, with_orthanc, chosen=sys.argv[2:]))

@@ -7,11 +7,13 @@
 #include "base/tags.h"
 #include "data_sets.h"
 #include "identifier.h"
+#include "server/metrics.h"
 
 namespace vexal {
 namespace {
 
 bool send_pending(const Request& request, Message& answer, Patience& patience) {
+  count(Metric::Answers);
   if (!request.send(answer, kPendingStatus)) {
     patience.lose();
     return false;
@@ -49,6 +51,7 @@ void Archive::audit_query(int32_t identifier, const std::string& sop_class, cons
 bool Archive::find(const Request& request, int32_t identifier, const Caller& caller) {
   const std::string sop_class = text_of(identifier, tags::kAffectedSOPClassUID);
   audit_query(identifier, sop_class, caller);
+  count(Metric::Queries);
   if (sop_class == kWorklistFind) return find_worklist(request, identifier);
   Level level = Level::Study;
   std::vector<CatalogKey> keys;

@@ -6,6 +6,7 @@
 #include "base/session.h"
 #include "base/tags.h"
 #include "identifier.h"
+#include "server/metrics.h"
 
 namespace vexal {
 namespace {
@@ -94,6 +95,7 @@ bool Archive::run_operations(const Request& request, const Retrieval& wanted, co
     const int32_t status = send_one(file);
     --counts.remaining;
     const bool went = status == 0 || (status > 0 && is_warning(static_cast<uint16_t>(status)));
+    count(went ? Metric::ObjectsSent : Metric::ObjectsNotSent);
     if (const auto owner = wanted.owners.find(file.instance); went && owner != wanted.owners.end())
       audit.add(owner->second.first, owner->second.second, file.sop_class);
     if (status == 0) {

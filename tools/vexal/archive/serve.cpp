@@ -8,6 +8,7 @@
 #include "images/bounded_file.h"
 #include "mllp.h"
 #include "network/network.h"
+#include "operation.h"
 #include "orders.h"
 
 namespace vexal {
@@ -59,6 +60,16 @@ std::vector<Proposal> services(const Args& args) {
   return proposals;
 }
 
+bool start_orders(const Args& args, MllpListener& listener) {
+  if (!args.has("--hl7")) return true;
+  const Orders orders(args.get("--worklist"));
+  const auto take = [orders](const std::string& message) { return orders.take(message); };
+  const std::string fault =
+      args.has("--worklist") ? listener.start(args.get("--hl7"), take) : "needs --worklist";
+  if (!fault.empty()) complain("--hl7 %s: %s", args.get("--hl7").c_str(), fault.c_str());
+  return fault.empty();
+}
+
 int run(const Args& args) {
   Acceptor acceptor;
   Nodes nodes;
@@ -83,20 +94,10 @@ int run(const Args& args) {
     complain("the services can not be offered");
     return kUsage;
   }
-  MllpListener orders_listener;
-  if (args.has("--hl7")) {
-    const Orders orders(args.get("--worklist"));
-    const std::string fault =
-        args.has("--worklist")
-            ? orders_listener.start(args.get("--hl7"),
-                                    [orders](const std::string& message) { return orders.take(message); })
-            : "needs --worklist";
-    if (!fault.empty()) {
-      complain("--hl7 %s: %s", args.get("--hl7").c_str(), fault.c_str());
-      return kUsage;
-    }
-  }
+  MllpListener listener;
+  if (!start_orders(args, listener)) return kUsage;
   acceptor.warn_if_open("store, query and retrieve");
+  serve_operation(web, archive.holdings());
   if (!web.start()) return kNetwork;
   return acceptor.run(list.name(),
                       [&](int32_t association, const Caller& caller) { archive.serve(association, caller); });

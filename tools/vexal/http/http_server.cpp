@@ -17,6 +17,7 @@
 #include "base/thrown.h"
 #include "connection_watch.h"
 #include "files/files.h"
+#include "server/metrics.h"
 
 namespace vexal {
 namespace {
@@ -316,6 +317,9 @@ MHD_Result HttpServer::State::serve(MHD_Connection* connection, const char* meth
 
 MHD_Result HttpServer::State::send(MHD_Connection* connection, Exchange& exchange,
                                    HttpResponse response) const {
+  count(response.status < 400   ? Metric::WebRequests
+        : response.status < 500 ? Metric::WebRefusals
+                                : Metric::WebFaults);
   if (exchange.watch != nullptr) exchange.watch->expect_within(options.timeout);
   const bool empty = !response.body.read;
   const uint64_t size = empty ? 0 : response.body.length.value_or(MHD_SIZE_UNKNOWN);

@@ -21,6 +21,7 @@
 #include "base/parallel.h"
 #include "base/tags.h"
 #include "lobby.h"
+#include "metrics.h"
 
 namespace vexal {
 namespace {
@@ -319,6 +320,7 @@ void Acceptor::serve_association(int32_t association, const Handler& handler) co
   Caller caller;
   if (const int32_t reason = refusal(association, caller); reason != 0) {
     VX_Reject_Association(association, reason);
+    count(Metric::AssociationsRejected);
     audit_.tell({audit_events::kSecurityAlert,
                  &audit_types::kNodeAuthentication,
                  'E',
@@ -332,6 +334,8 @@ void Acceptor::serve_association(int32_t association, const Handler& handler) co
     return;
   }
   if (VX_Accept_Association(association) != VX_NORMAL_COMPLETION) return;
+  count(Metric::AssociationsAccepted);
+  const Counted open(Metric::AssociationsOpen);
   WatchedAssociation one;
   one.id = association;
   const Watch watch(one);

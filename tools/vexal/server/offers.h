@@ -3,6 +3,7 @@
 
 #include "acceptor.h"
 #include "audit.h"
+#include "metrics.h"
 #include "object_store.h"
 #include "request.h"
 #include "storage.h"

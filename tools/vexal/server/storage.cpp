@@ -23,6 +23,7 @@
 #include "base/thrown.h"
 #include "images/bounded_file.h"
 #include "images/recode.h"
+#include "metrics.h"
 #include "network/network.h"
 #include "request.h"
 
@@ -50,6 +51,13 @@ bool nearly_full(const StorageOptions& options) {
     plenty_until.store(now + Clock::duration(std::chrono::milliseconds(100)).count(),
                        std::memory_order_relaxed);
   return free < reserve;
+}
+
+void count_object(const StoredObject& stored) {
+  constexpr Metric kOutcomes[] = {Metric::ObjectsFailed,   Metric::ObjectsStored, Metric::ObjectsRepeated,
+                                  Metric::ObjectsReplaced, Metric::ObjectsKept,   Metric::ObjectsRefused};
+  count(kOutcomes[static_cast<int>(stored.outcome)]);
+  count(Metric::BytesReceived, static_cast<int64_t>(stored.bytes));
 }
 
 // --mode; without it, what servers give objects: nothing to others. False after a line on standard error.
@@ -347,6 +355,7 @@ int32_t ObjectWriter::conclude(StoredObject& stored, int32_t answer) {
   stored.bytes = bytes_;
   if (error_.empty()) answer = finish(stored, error_);
   sink_.drop();
+  count_object(stored);
   if (!stored.path.empty() && audit_.on())
     audit_.add(scan_.text(tags::kStudyInstanceUID), scan_.text(tags::kPatientID), stored.sop_class);
   if (!error_.empty()) report(stored.instance, error_);
