@@ -1,13 +1,11 @@
 // What vexal make makes objects of: pictures, code streams, documents and films, told apart by their content.
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdlib>
 
 #include "images/film.h"
 #include "making/documents.h"
 #include "making/stills.h"
+#include "memory_file.h"
 
 namespace {
 
@@ -50,10 +48,8 @@ bool is_modest(const uint8_t* data, std::size_t size) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   if (!is_modest(data, size)) return 0;
-  const int fd = ::memfd_create("input", MFD_CLOEXEC);
-  if (fd < 0 || ::write(fd, data, size) != static_cast<ssize_t>(size)) std::abort();
+  const fuzz::MemoryFile file(data, size);
   vexal::Input input;
-  if (vexal::open_input("/proc/self/fd/" + std::to_string(fd), input).empty()) read_input(input);
-  ::close(fd);
+  if (vexal::open_input(file.path(), input).empty()) read_input(input);
   return 0;
 }

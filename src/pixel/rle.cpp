@@ -129,6 +129,14 @@ void put_copies(uint8_t* to, uint32_t stride, uint8_t byte, uint32_t count) {
   for (uint32_t i = 0; i < count; ++i, to += stride) *to = byte;
 }
 
+// What encoders fill segments up with: zeros, or runs that stand for nothing.
+bool is_pad(uint8_t byte) {
+  return byte == 0 || byte == 0x80 || byte == 0xFF;
+}
+uint64_t count_surplus(const uint8_t* data, std::size_t size) {
+  return size - static_cast<std::size_t>(std::count_if(data, data + size, is_pad));
+}
+
 }  // namespace
 
 const char* RleDecoder::begin(const ImageAttributes& image, uint8_t* frame) {
@@ -174,7 +182,8 @@ const char* RleDecoder::runs(const uint8_t* data, uint32_t size, uint32_t& used)
   while (used < size && output_ < image_->FrameSize) {
     if (position_ == offsets_[segment_ + 1]) start_segment(segment_ + 1);
     const uint8_t control = data[used];
-    if (segment_bytes_ == pixels_) {  // the pad behind a segment
+    if (segment_bytes_ == pixels_) {  // behind its last run
+      if (!is_pad(control)) ++surplus_;
       ++used;
       ++position_;
       continue;
@@ -224,10 +233,12 @@ const char* RleDecoder::take(const uint8_t* data, uint32_t size) {
     }
     uint32_t used = 0;
     if (split_ == 0) {
-      const char* fault = runs(data, size, used);
-      if (fault != nullptr || done()) return fault;
-      split_ = size - used;  // less than a run
-      std::memcpy(split_buffer_, data + used, split_);
+      if (const char* fault = runs(data, size, used); fault != nullptr) return fault;
+      data += used;
+      size -= used;
+      if (done()) break;
+      split_ = size;  // less than a run
+      std::memcpy(split_buffer_, data, split_);
       return nullptr;
     }
     // A run that began in an earlier input grows byte by byte until it is whole.
@@ -237,6 +248,7 @@ const char* RleDecoder::take(const uint8_t* data, uint32_t size) {
     split_ -= used;
     if (used != 0 && split_ != 0) std::memmove(split_buffer_, split_buffer_ + used, split_);
   }
+  if (size != 0) surplus_ += count_surplus(data, size);
   return nullptr;
 }
 
@@ -248,17 +260,21 @@ bool RleDecoder::take_whole(const uint8_t* data, uint32_t size, unsigned threads
     return false;
   }
   std::atomic<bool> whole{true};
+  std::atomic<uint64_t> surplus{0};
   run_parts(threads, segments_, [&](std::size_t i) {
     RleDecoder part = *this;
     part.position_ = offsets_[i];
     part.start_segment(static_cast<uint32_t>(i));
     part.output_ = image_->FrameSize - pixels_;
     uint32_t used = 0;
-    const char* fault = part.runs(data + offsets_[i], std::min(size, offsets_[i + 1]) - offsets_[i], used);
+    const uint32_t length = std::min(size, offsets_[i + 1]) - offsets_[i];
+    const char* fault = part.runs(data + offsets_[i], length, used);
     if (fault != nullptr || !part.done()) whole = false;
+    surplus += count_surplus(data + offsets_[i] + used, length - used);
   });
   if (whole) {
     output_ = image_->FrameSize;
+    surplus_ = surplus;
   } else {
     *this = before;
   }
@@ -306,6 +322,10 @@ VX_STATUS decompress(RLEInput& context, uint32_t size, const void* data, bool la
   if (context.decoder.done()) {
     if (context.delivered) return kOk;
     context.delivered = true;
+    if (const uint64_t surplus = context.decoder.surplus(); surplus != 0) {
+      VX_LOG_WARN(kDecompressor, "%u bytes behind the end of the code stream are no part of the frame",
+                  static_cast<unsigned>(surplus));
+    }
     // Pieces of a value are even.
     context.FrameBuffer[context.image.FrameSize] = 0;
     out = context.FrameBuffer;

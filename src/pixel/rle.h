@@ -25,6 +25,8 @@ class RleDecoder {
   // frame holds, and take() will tell what is wrong.
   bool take_whole(const uint8_t* data, uint32_t size, unsigned threads);
   bool done() const { return output_ == image_->FrameSize; }
+  // Bytes that were passed over behind the last run of a segment and are no pad.
+  uint64_t surplus() const { return surplus_; }
   const char* missing() const;
 
  private:
@@ -42,6 +44,7 @@ class RleDecoder {
   uint32_t segment_bytes_ = 0;
   uint32_t output_ = 0;
   uint32_t position_ = 0;  // in the RLE data
+  uint64_t surplus_ = 0;
   uint32_t offsets_[16] = {};
   uint32_t split_ = 0;  // bytes of a header or run that is split over two inputs
   uint8_t split_buffer_[130] = {};

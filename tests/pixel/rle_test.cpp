@@ -115,6 +115,15 @@ TEST_F(Rle, RefusalsAndBrokenFrames) {
   EXPECT_EQ(status_of(good + std::string(2, '\0')), VX_NORMAL_COMPLETION);
   EXPECT_EQ(status_of(good.substr(0, good.size() - 6)), VX_COMPRESSION_FAILURE);
   EXPECT_TRUE(has_log("RLE frame incomplete") || has_log("RLE run incomplete"));
+  // What no pixel asks for is told, be it behind the last segment or in each of an image that says less rows.
+  EXPECT_EQ(count_log("behind the end of the code stream"), 0);
+  EXPECT_EQ(status_of(good + "runs"), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(count_log("behind the end of the code stream"), 1);
+  Image lower = image;
+  lower.rows = 2;
+  prepare(RLE, lower, codecs_of(RLE));
+  EXPECT_EQ(status_of(good), VX_NORMAL_COMPLETION);
+  EXPECT_EQ(count_log("behind the end of the code stream"), 2);
   // A null context answers, and nothing else happens.
   void* context = nullptr;
   EXPECT_EQ(VX_RLE_Compressor(id_, &context, 0, nullptr, nullptr, nullptr, 0, 0, 1),

@@ -145,8 +145,8 @@ void FrameForm::read(int32_t object, const FrameSource& source) {
     if (std::string text = all_text_of(object, tag); !text.empty()) stored.emplace_back(tag, text);
   }
   attributes = stored;
-  tile = number_in(text(tags::kTotalPixelMatrixColumns)) != 0;
   if (decompresses() && !keeps_streams) head = describe_frame(source, from, 0);
+  tile = number_in(text(tags::kTotalPixelMatrixColumns)) != 0 && (!head || fits_tile(*head));
   if (head) notes->corrected = follow_stream(from, *head, tile, attributes);
   if (!has_half_colour() || keeps_streams) return;
   // The library makes RGB of half colour that its own cosine codecs wrote. What others did comes as it is,
@@ -161,7 +161,22 @@ void FrameForm::read(int32_t object, const FrameSource& source) {
 std::string FrameForm::fault_of_stream(const void* data, std::size_t size) const {
   if (!head) return "";
   const std::optional<CodeStreamObj> stream = describe_stream(from, data, size);
-  return stream ? stream_fault(*stream, *head, tile) : "";
+  return stream ? fault_of_head(*stream) : "";
+}
+
+// The parts at the right and at the bottom need not be whole, but hold what the picture has there.
+bool FrameForm::fits_tile(const CodeStreamObj& stream) const {
+  const auto fits = [this](uint64_t own, uint32_t side_tag, uint32_t total_tag) {
+    const uint64_t side = number_in(text(side_tag));
+    const uint64_t rest = side == 0 ? 0 : number_in(text(total_tag)) % side;
+    return own <= side && own >= (rest == 0 ? side : rest);
+  };
+  return fits(stream.Columns, tags::kColumns, tags::kTotalPixelMatrixColumns) &&
+         fits(stream.Rows, tags::kRows, tags::kTotalPixelMatrixRows);
+}
+
+std::string FrameForm::fault_of_head(const CodeStreamObj& stream) const {
+  return stream_fault(stream, *head, tile && fits_tile(stream));
 }
 
 void FrameForm::relabel(const char* photometric) {

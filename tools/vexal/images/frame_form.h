@@ -71,12 +71,16 @@ struct FrameForm {
   std::optional<CodeStreamObj> head;           // of the first code stream
   // Why this code stream can not belong to the image; empty if it can.
   std::string fault_of_stream(const void* data, std::size_t size) const;
+  std::string fault_of_head(const CodeStreamObj& stream) const;  // likewise, where there is a first one
   bool decompresses() const { return !is_uncompressed(from) && !unwraps; }
   bool compresses() const { return !is_uncompressed(to); }
   // What a decoder gives is what is to be: no object has to be made of it.
   bool decodes_alone() const {
     return decompresses() && !compresses() && !has_half_colour() && image_bits() % 8 == 0;
   }
+
+ private:
+  bool fits_tile(const CodeStreamObj& stream) const;
 };
 
 // Attributes that codecs look at, or say about their work.

@@ -121,9 +121,9 @@ std::string follow_stream(VX_TRANSFER_SYNTAX syntax, const CodeStreamObj& stream
   return image.told();
 }
 
-std::string stream_fault(const CodeStreamObj& stream, const CodeStreamObj& first, bool tile) {
+std::string stream_fault(const CodeStreamObj& stream, const CodeStreamObj& first, bool edge) {
   const bool same_size = stream.Rows == first.Rows && stream.Columns == first.Columns;
-  if ((same_size || tile) && stream.SamplesPerPixel == first.SamplesPerPixel &&
+  if ((same_size || edge) && stream.SamplesPerPixel == first.SamplesPerPixel &&
       stream.IsSigned == first.IsSigned)
     return "";
   return "its code stream is " + shape_of(stream) + ", that of the first frame " + shape_of(first);

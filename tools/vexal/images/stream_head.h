@@ -24,7 +24,8 @@ using AttributeTexts = std::vector<std::pair<uint32_t, std::string>>;
 // picture whose edges need not fill it. What was corrected, or nothing.
 std::string follow_stream(VX_TRANSFER_SYNTAX syntax, const CodeStreamObj& stream, bool tile,
                           AttributeTexts& attributes);
-// Why a frame with this stream is none of the image that the first one's belongs to; empty if it is.
-std::string stream_fault(const CodeStreamObj& stream, const CodeStreamObj& first, bool tile);
+// Why a frame with this stream is none of the image that the first one's belongs to; empty if it is. `edge`:
+// it may have another size.
+std::string stream_fault(const CodeStreamObj& stream, const CodeStreamObj& first, bool edge);
 
 }  // namespace vexal

@@ -117,6 +117,7 @@ std::string DoseLayer::open(const std::string& path) {
   problem = find_most(image_, scaling_, high_);
   low_ = high_ / 10;
   if (const std::string finding = image_.finding(); !finding.empty()) fault(finding);
+  if (!image_.missing_frames().empty()) fault(image_.missing_frames());
   return problem.empty() && high_ <= 0 ? "it has no dose above 0" : problem;
 }
 
@@ -143,6 +144,7 @@ std::string DoseLayer::load(uint32_t frame, Doses& doses) {
   std::string problem = read_doses(image_, frame, scaling_, doses.values);
   if (problem.empty()) doses.frame = frame;
   if (const std::string finding = image_.finding(); !finding.empty()) fault(finding);
+  if (!image_.missing_frames().empty()) fault(image_.missing_frames());
   return problem;
 }
 

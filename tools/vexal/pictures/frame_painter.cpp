@@ -13,9 +13,10 @@ bool FramePainter::choose_frames(const Args& args, bool all) {
     return true;
   }
   Choice choice;
-  if (!chosen(args, image_->description().frames, all, choice)) return false;
+  if (!chosen(args, *image_, all, choice)) return false;
   frames_.resize(choice.count);
   std::iota(frames_.begin(), frames_.end(), choice.first);
+  missing_ = choice.missing;
   return true;
 }
 

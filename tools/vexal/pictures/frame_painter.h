@@ -19,6 +19,8 @@ class FramePainter {
   bool open(const Args& args, PixelImage& image, bool all);
   // Those that are asked for, from 0: one, else all, or the first, that the image has or the state is about.
   const std::vector<uint32_t>& frames() const { return frames_; }
+  // What to say of others that are asked for and not there.
+  const std::string& missing() const { return missing_; }
   // An error text, empty on success.
   std::string paint(uint32_t frame, Picture& picture);
   // Tells what pictures lack, behind the last of them; what the work is worth.
@@ -34,6 +36,7 @@ class FramePainter {
   std::string state_path_;
   std::optional<Presentation> state_;
   std::vector<uint32_t> frames_;
+  std::string missing_;
   bool square_ = true;
 };
 

@@ -3,14 +3,20 @@
 namespace vexal {
 
 // The frames that are asked for.
-bool chosen(const Args& args, uint32_t frames, bool all, Choice& choice) {
+bool chosen(const Args& args, const PixelImage& image, bool all, Choice& choice) {
+  const uint32_t frames = image.is_video() ? 1 : image.description().frames;
   long number = 0;
   if (!args.number("--frame", 1, INT32_MAX, number)) return false;
   if (number > static_cast<long>(frames)) {
     complain("--frame %ld: the image has %u", number, frames);
     return false;
   }
-  choice = number != 0 ? Choice{static_cast<uint32_t>(number) - 1, 1} : Choice{0, all ? frames : 1};
+  if (number != 0) {
+    choice = {static_cast<uint32_t>(number) - 1, 1, ""};
+  } else {
+    all = all && image.decoder_fault().empty();  // it is the same of all frames
+    choice = {0, all ? frames : 1, all ? image.missing_frames() : ""};
+  }
   return true;
 }
 

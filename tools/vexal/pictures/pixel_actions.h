@@ -14,10 +14,11 @@ namespace vexal {
 struct Choice {
   uint32_t first = 0;
   uint32_t count = 0;
+  std::string missing;  // what to say of others that are asked for and not there
 };
 
 // The frames that are asked for; without --frame `all` or the first. False after a line on standard error.
-bool chosen(const Args& args, uint32_t frames, bool all, Choice& choice);
+bool chosen(const Args& args, const PixelImage& image, bool all, Choice& choice);
 
 // What an image whose frames came out of their decoder is worth.
 int judge(const PixelImage& image, const std::string& path, int result);
@@ -32,7 +33,9 @@ int each_frame(const Choice& choice, const std::string& in, Work work) {
     report(in, "frame " + std::to_string(choice.first + i + 1) + ": " + problem);
     result = kUsage;
   }
-  return result;
+  if (choice.missing.empty()) return result;
+  report(in, choice.missing);
+  return kUsage;
 }
 
 // The options of how frames are shown. False after a line on standard error.

@@ -188,7 +188,7 @@ int compare_images(const Args& args, PixelImage& image, const std::string& in, c
     return kUsage;
   }
   Choice choice;
-  if (!chosen(args, d.frames, true, choice)) return kUsage;
+  if (!chosen(args, image, true, choice)) return kUsage;
   const unsigned threads = default_threads();
   const unsigned of_frame = std::max(threads / choice.count, 1U);
   const OrderedWork work{
@@ -198,6 +198,11 @@ int compare_images(const Args& args, PixelImage& image, const std::string& in, c
       },
       [&](std::size_t i) { return in + ": frame " + std::to_string(choice.first + i + 1); }, "frames"};
   int result = for_each_in_order(work, threads);
+  for (const auto& [path, from] : {std::pair(in, &image), std::pair(other, &second)}) {
+    if (args.has("--frame") || from->missing_frames().empty()) continue;
+    report(path, from->missing_frames());
+    result = kUsage;
+  }
   result = judge(image, in, result);
   return judge(second, other, result);
 }

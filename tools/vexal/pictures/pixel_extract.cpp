@@ -47,14 +47,7 @@ int extract_frames(const Args& args, PixelImage& image, const std::string& in, c
     report(in, "its frames are not compressed");
     return kUsage;
   }
-  uint32_t count = image.description().frames;
-  if (compressed) {
-    if (const std::string problem = image.count_streams(count); !problem.empty()) {
-      report(in, problem);
-      return kUsage;
-    }
-  }
-  if (!chosen(args, count, true, choice)) return kUsage;
+  if (!chosen(args, image, true, choice)) return kUsage;
   bool writable = true;  // else no other frame is either
   const int result = each_frame(choice, in, [&](uint32_t i) -> std::string {
     if (!writable) return "";

@@ -48,8 +48,7 @@ void show_streams(const PixelImage& image) {
   uint32_t faults = 0;
   for (uint32_t i = 1; i < decoder->source().count(); ++i) {
     const std::optional<CodeStreamObj> stream = describe_frame(decoder->source(), form.from, i);
-    const std::string fault =
-        stream ? stream_fault(*stream, first, form.tile) : "its code stream has no head";
+    const std::string fault = stream ? form.fault_of_head(*stream) : "its code stream has no head";
     if (!fault.empty() && ++faults <= kMostFaults) say("  contradiction: frame %u: %s", i + 1, fault.c_str());
   }
   if (faults > kMostFaults) say("  contradiction: %u frames in all", faults);
@@ -75,6 +74,9 @@ int show_image(const Args&, PixelImage& image, const std::string& path, const st
   if (has_attribute(image.file().id(), tags::kDoseGridScaling)) say("  %s", describe_dose(image).c_str());
   if (!image.compressed()) {
     std::printf("  %llu bytes\n", static_cast<unsigned long long>(image.value().size()));
+    for (const std::string& fault : {image.missing_frames(), image.finding()}) {
+      if (!fault.empty()) say("  contradiction: %s", fault.c_str());
+    }
     return kSuccess;
   }
   uint64_t bytes = 0;

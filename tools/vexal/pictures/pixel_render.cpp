@@ -126,6 +126,10 @@ int make_sheet(const Args& args, PixelImage& image, const std::string& in, const
   }
   sheet.bytes.assign(std::size_t{sheet.width} * sheet.height * 3, 0);
   int result = kSuccess;
+  if (!painter.missing().empty()) {
+    report(in, painter.missing());
+    result = kUsage;
+  }
   uint32_t shown = 0;
   Picture picture;
   for (uint32_t i = 0; i < count; ++i) {

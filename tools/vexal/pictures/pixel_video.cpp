@@ -212,6 +212,7 @@ int make_video(const Args& args, PixelImage& image, const std::string& in, const
     problem = "frame " + std::to_string(number + 1) + ": " + problem;
     break;
   }
+  if (problem.empty()) problem = painter.missing();
   if (problem.empty()) problem = film.finish();
   if (problem.empty()) problem = hand_over(film_path, out);
   if (!problem.empty()) report(in, problem);

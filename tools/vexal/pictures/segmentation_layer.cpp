@@ -215,6 +215,7 @@ std::string SegmentationLayer::cover(const Placed& placed, const Picture& pictur
                     }
                   });
   if (const std::string finding = image_.finding(); !finding.empty()) fault(finding);
+  if (!image_.missing_frames().empty()) fault(image_.missing_frames());
   return problem.empty() ? "" : "frame " + std::to_string(placed.frame->number + 1) + ": " + problem;
 }
 

@@ -82,7 +82,10 @@ std::string show_colour(const ImageDescription& image, bool planar, const Bytes&
   picture.bytes.resize(3 * pixels);
   const auto* space = std::find_if(std::begin(kSpaces), std::end(kSpaces),
                                    [&](const auto& known) { return image.photometric == known.photometric; });
-  const bool rgb = space == std::end(kSpaces);
+  const bool rgb =
+      image.photometric == "RGB" || image.photometric == "YBR_RCT" || image.photometric == "YBR_ICT";
+  if (!rgb && space == std::end(kSpaces))
+    return "photometric interpretation " + image.photometric + " of 3 samples can not be shown";
   uint8_t* to = picture.bytes.data();
   if (rgb && order.plain() && image.allocated == 8 && image.stored == 8) {
     std::copy_n(reinterpret_cast<const uint8_t*>(frame.data()), 3 * pixels, to);

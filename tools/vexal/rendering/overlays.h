@@ -1,6 +1,7 @@
 // Overlay planes (PS3.3 section C.9.2).
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 
@@ -23,12 +24,11 @@ class Overlay {
   // Calls visit(column, row) for each pixel of the image that the plane marks.
   template <typename Visit>
   void each(Visit visit) const {
-    for (uint32_t y = 0; y < rows_; ++y) {
-      const int64_t row = top_ + y;
-      if (row < 0 || row >= int64_t{image_.rows}) continue;
-      for (uint32_t x = 0; x < columns_; ++x) {
-        const int64_t column = left_ + x;
-        if (column >= 0 && column < int64_t{image_.columns} && marked(x, y, row, column))
+    const int64_t bottom = std::min<int64_t>(top_ + rows_, image_.rows);
+    const int64_t right = std::min<int64_t>(left_ + columns_, image_.columns);
+    for (int64_t row = std::max<int64_t>(top_, 0); row < bottom; ++row) {
+      for (int64_t column = std::max<int64_t>(left_, 0); column < right; ++column) {
+        if (marked(static_cast<uint32_t>(column - left_), static_cast<uint32_t>(row - top_), row, column))
           visit(static_cast<uint32_t>(column), static_cast<uint32_t>(row));
       }
     }

@@ -39,8 +39,30 @@ std::string PixelImage::open(const std::string& path) {
     encapsulated_ = read_items(read, value_.size());
     vexal::find_frames(encapsulated_, image_.frames, read);
     find_frames();  // what is wrong there is said when a frame is asked for
+  } else {
+    count_native_frames();
   }
   return "";
+}
+
+uint64_t PixelImage::native_frame_bits() const {
+  const bool packed =
+      image_.photometric.starts_with("YBR_FULL_422") || image_.photometric.starts_with("YBR_PARTIAL_422");
+  return uint64_t{image_.rows} * image_.columns * (packed ? 2 : image_.samples) * image_.allocated;
+}
+
+// A number of frames is no more than a claim: nothing is made ready for those that are not there.
+void PixelImage::count_native_frames() {
+  const uint64_t bits = native_frame_bits();
+  const auto there = static_cast<uint32_t>(std::clamp<uint64_t>(value_.size() * 8 / bits, 1, image_.frames));
+  const uint64_t used = (bits * there + 7) / 8;
+  if (there < image_.frames)
+    missing_ = "frame " + std::to_string(there + 1) + " of " + std::to_string(image_.frames) +
+               " and what follows it: the value of " + std::to_string(value_.size()) +
+               " bytes ends before it does";
+  else if (value_.size() > used + 1)  // more than a pad
+    surplus_ = "behind its last frame are " + std::to_string(value_.size() - used) + " bytes more";
+  image_.frames = there;
 }
 
 std::string PixelImage::read_description() {
@@ -75,14 +97,16 @@ bool PixelImage::is_planar() const {
          (!compressed_ || file_.syntax() == RLE || holds_native_frames(file_.syntax()));
 }
 
-std::string PixelImage::find_frames() {
-  if (decoder_ != nullptr) return "";
+void PixelImage::find_frames() {
   auto decoder = std::make_unique<FrameDecoder>();
-  std::string problem = decoder->open(file_);
-  if (!problem.empty()) return problem;
+  decoder_fault_ = decoder->open(file_);
+  if (!decoder_fault_.empty()) {  // each frame is a fragment at least
+    const auto most = static_cast<uint32_t>(std::max<std::size_t>(encapsulated_.fragments.size(), 1));
+    image_.frames = std::min(image_.frames, most);
+    return;
+  }
   decoder_ = std::move(decoder);
   if (!decoder_->form().notes->corrected.empty()) follow(decoder_->form());
-  return "";
 }
 
 // What the code streams say takes the place of what the object says.
@@ -100,34 +124,23 @@ void PixelImage::follow(const FrameForm& form) {
   image_.photometric = form.text(tags::kPhotometricInterpretation);
 }
 
-std::string PixelImage::count_streams(uint32_t& count) {
-  std::string problem = find_frames();
-  if (problem.empty()) count = decoder_->is_video() ? 1 : image_.frames;
-  return problem;
-}
-
 std::string PixelImage::code_stream(uint32_t number, Bytes& bytes) {
   bytes.clear();
-  std::string problem = find_frames();
-  return problem.empty() ? decoder_->code_stream(number, bytes) : problem;
+  return decoder_ != nullptr ? decoder_->code_stream(number, bytes) : decoder_fault_;
 }
 
 std::string PixelImage::frame(uint32_t number, Bytes& bytes) {
   bytes.clear();
   if (number >= image_.frames) return "there is no such frame";
   if (compressed_) {
-    std::string problem = find_frames();
-    if (problem.empty()) problem = decoder_->frame(number, bytes);
-    if (!problem.empty()) return problem;
+    if (decoder_ == nullptr) return decoder_fault_;
+    if (std::string problem = decoder_->frame(number, bytes); !problem.empty()) return problem;
     const uint64_t bits = decoder_->frame_bits();
     if (bytes.size() < (bits + 7) / 8) return "the frame is too short";
     bytes.resize((bits + 7) / 8);
     return "";
   }
-  const bool packed =
-      image_.photometric.starts_with("YBR_FULL_422") || image_.photometric.starts_with("YBR_PARTIAL_422");
-  const uint64_t samples = packed ? 2 : image_.samples;
-  const uint64_t bits = uint64_t{image_.rows} * image_.columns * samples * image_.allocated;
+  const uint64_t bits = native_frame_bits();
   // Frames of single bits follow each other without a gap.
   const uint64_t start = bits * number;
   if ((start + bits + 7) / 8 > value_.size()) return "the value ends before this frame does";

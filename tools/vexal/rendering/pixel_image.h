@@ -24,22 +24,25 @@ class PixelImage {
   std::string open(const std::string& path);
   DicomFile& file() { return file_; }
   const DicomFile& file() const { return file_; }
+  // Its frames are those that are there.
   const ImageDescription& description() const { return image_; }
+  // In words, that it says that it has more frames than that; empty if it does not say so.
+  const std::string& missing_frames() const { return missing_; }
   bool compressed() const { return compressed_; }
   const Encapsulated& fragments() const { return encapsulated_; }
   const StoredValue& value() const { return value_; }
   // The stored bytes of a frame (from 0), decompressed.
   std::string frame(uint32_t number, Bytes& bytes);
-  // Of a compressed image whose frames can be told apart, else null.
+  // Of a compressed image whose frames can be told apart, else null, and why there is none.
   const FrameDecoder* decoder() const { return decoder_.get(); }
+  const std::string& decoder_fault() const { return decoder_fault_; }
   // Its compressed form; of a video all of it, as the first.
   std::string code_stream(uint32_t number, Bytes& bytes);
-  // Code streams that it has, or an error text.
-  std::string count_streams(uint32_t& count);
   // All its frames are one stream.
   bool is_video() const { return decoder_ != nullptr && decoder_->is_video(); }
-  // What was met in the code streams of its frames so far; empty if there is nothing to tell.
-  std::string finding() const { return decoder_ != nullptr ? decoder_->form().notes->told() : ""; }
+  // What was met in the code streams of its frames so far, or behind its last native frame; empty if there is
+  // nothing to tell.
+  std::string finding() const { return decoder_ != nullptr ? decoder_->form().notes->told() : surplus_; }
   // Samples of all colours of a plane stand together.
   bool is_planar() const;
   const FunctionalGroups& groups() const;
@@ -55,7 +58,9 @@ class PixelImage {
 
  private:
   std::string read_description();
-  std::string find_frames();
+  void find_frames();
+  uint64_t native_frame_bits() const;
+  void count_native_frames();
   void follow(const FrameForm& form);
 
   DicomFile file_;
@@ -63,9 +68,12 @@ class PixelImage {
   ImageDescription image_;
   Encapsulated encapsulated_;
   StoredValue value_;
-  std::unique_ptr<FrameDecoder> decoder_;  // from the first frame on that is asked for
-  uint32_t pixels_ = 0;                    // the attribute that holds them
+  std::unique_ptr<FrameDecoder> decoder_;
+  uint32_t pixels_ = 0;  // the attribute that holds them
   bool compressed_ = false;
+  std::string decoder_fault_;
+  std::string missing_;
+  std::string surplus_;
   std::string profile_fault_;
 };
 

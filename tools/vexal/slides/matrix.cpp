@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <set>
 #include <thread>
 
 #include "base/object_values.h"
@@ -16,25 +15,43 @@ namespace {
 
 // Pixels in the making; a tile that is larger alone takes what it needs.
 constexpr uint64_t kMostBytes = 16 << 20;
+// And at the least, so that small tiles are not looked through too often.
+constexpr uint64_t kLeastBytes = 1 << 20;
+// A matrix of more pixels is shown where its tiles are this part of it at the least.
+constexpr uint64_t kManyPixels = uint64_t{1} << 32;
+constexpr uint64_t kLeastFilled = 64;
+constexpr uint32_t kMostColumns = 1 << 22;  // of the picture, a row of which is held as a whole
+constexpr std::size_t kMostFailures = 20;
 
 }  // namespace
 
 MatrixPainter::MatrixPainter(Slide& slide, const MatrixView& view, MatrixLayers layers)
     : slide_(slide), view_(view), layers_(layers) {
   const MatrixForm& form = slide.form();
-  std::set<std::pair<int32_t, int32_t>> places;
+  std::vector<std::pair<int32_t, int32_t>> places;
   for (const Tile& tile : slide.tiles(view.path, view.plane)) {
     if (tile.x >= int64_t{view.x} + view.width || tile.x + int64_t{form.tile_columns} <= int64_t{view.x})
       continue;
     if (tile.y >= int64_t{view.y} + view.height || tile.y + int64_t{form.tile_rows} <= int64_t{view.y})
       continue;
-    overlapping_ = overlapping_ || tile.x % int64_t{form.tile_columns} != 0 ||
-                   tile.y % int64_t{form.tile_rows} != 0 || !places.emplace(tile.x, tile.y).second;
+    overlapping_ =
+        overlapping_ || tile.x % int64_t{form.tile_columns} != 0 || tile.y % int64_t{form.tile_rows} != 0;
+    if (!form.full) places.emplace_back(tile.x, tile.y);
     tiles_.push_back(tile);
   }
+  std::sort(places.begin(), places.end());
+  overlapping_ = overlapping_ || std::adjacent_find(places.begin(), places.end()) != places.end();
 }
 
 std::string MatrixPainter::open() {
+  const MatrixForm& form = slide_.form();
+  const uint64_t pixels = uint64_t{view_.width} * view_.height;
+  if (pixels > kManyPixels &&
+      pixels / kLeastFilled > uint64_t{form.tile_columns} * form.tile_rows * tiles_.size())
+    return "its matrix of " + std::to_string(form.columns) + " x " + std::to_string(form.rows) +
+           " pixels is nearly empty: give a --region";
+  if (width() > kMostColumns)
+    return "a picture of " + std::to_string(width()) + " columns is too wide: give a --region or a --scale";
   PixelImage& image = slide_.part(0);
   const ImageDescription& d = image.description();
   if (d.samples == 1 && d.photometric.starts_with("MONOCHROME")) {
@@ -48,11 +65,8 @@ std::string MatrixPainter::open() {
     if (!profile.empty()) profile_fault_ = transform_.open(profile);
   }
   for (uint32_t i = 0; i < slide_.parts(); ++i) {
-    uint32_t streams = 0;
-    PixelImage& part = slide_.part(i);
-    if (!part.compressed()) continue;
-    if (std::string problem = part.count_streams(streams); !problem.empty())
-      return part.file().path() + ": " + problem;
+    const PixelImage& part = slide_.part(i);
+    if (!part.decoder_fault().empty()) return part.file().path() + ": " + part.decoder_fault();
   }
   choose_sizes();
   return "";
@@ -63,7 +77,7 @@ void MatrixPainter::choose_sizes() {
   const MatrixForm& form = slide_.form();
   const uint64_t tile_bytes = uint64_t{form.tile_columns} * form.tile_rows * samples_;
   const uint64_t most = std::max(kMostBytes, 4 * tile_bytes);
-  const uint64_t wanted = std::min(uint64_t{8} * view_.threads * tile_bytes, most);
+  const uint64_t wanted = std::clamp(uint64_t{8} * view_.threads * tile_bytes, kLeastBytes, most);
   strip_columns_ = view_.width;
   if (view_.scale > 1) {  // a picture's row need not be whole then
     const uint64_t tiles = std::max<uint64_t>(most / tile_bytes, 1);
@@ -235,11 +249,10 @@ std::string MatrixPainter::give_averages(uint32_t first, uint32_t end, const Tak
 }
 
 void MatrixPainter::fail(const Tile& tile, const std::string& problem) {
-  std::string text =
-      slide_.part(tile.part).file().path() + ": frame " + std::to_string(tile.frame + 1) + ": " + problem;
   const std::lock_guard lock(mutex_);
-  if (std::find(failures_.begin(), failures_.end(), text) == failures_.end())
-    failures_.push_back(std::move(text));
+  if (!failed_.emplace(tile.part, tile.frame).second || failures_.size() == kMostFailures) return;
+  failures_.push_back(slide_.part(tile.part).file().path() + ": frame " + std::to_string(tile.frame + 1) +
+                      ": " + problem);
 }
 
 }  // namespace vexal

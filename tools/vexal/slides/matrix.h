@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "drawing/icc.h"
@@ -45,7 +47,9 @@ class MatrixPainter {
   uint32_t samples() const { return samples_; }
   // All rows from the top. An error text of the taker or of a layer, empty on success.
   std::string paint(const Taker& take);
-  // Frames that could not be shown, each with its file and what is wrong; the background stands there.
+  // Frames that could not be shown: how many, and of the first ones their file and what is wrong. The
+  // background stands there.
+  std::size_t failed() const { return failed_.size(); }
   const std::vector<std::string>& failures() const { return failures_; }
   // Why colours were taken as they stand; empty if they were not.
   const std::string& profile_fault() const { return profile_fault_; }
@@ -74,6 +78,7 @@ class MatrixPainter {
   std::vector<uint32_t> sums_;  // of pixels, for rows of the picture from first_sum_ on
   uint32_t first_sum_ = 0;
   std::mutex mutex_;
+  std::set<std::pair<uint32_t, uint32_t>> failed_;  // parts and frames
   std::vector<std::string> failures_;
   std::string profile_fault_;
 };

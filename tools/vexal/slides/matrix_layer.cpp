@@ -67,10 +67,7 @@ std::string MatrixLayer::open(const std::string& path, const Slide& ground, Laye
   threads_ = threads;
   if (std::string problem = slide_.open({path}); !problem.empty()) return problem;
   PixelImage& image = slide_.part(0);
-  uint32_t streams = 0;
-  if (image.compressed()) {
-    if (std::string problem = image.count_streams(streams); !problem.empty()) return problem;
-  }
+  if (!image.decoder_fault().empty()) return image.decoder_fault();
   for (const std::string& finding : slide_.findings()) faults_.add(finding);
   if (std::string problem = segments_.open(image, choices.segments, faults_); !problem.empty())
     return problem;

@@ -10,8 +10,6 @@
 namespace vexal {
 namespace {
 
-constexpr std::size_t kMostLines = 20;
-
 bool read_region(const Args& args, const MatrixForm& form, MatrixView& view) {
   view.width = form.columns;
   view.height = form.rows;
@@ -81,10 +79,10 @@ int tell(Slide& slide, const MatrixPainter& painter, const std::string& path) {
   for (uint32_t i = 0; i < slide.parts(); ++i) {
     if (const std::string finding = slide.part(i).finding(); !finding.empty()) note(finding);
   }
-  const std::vector<std::string>& failures = painter.failures();
-  for (std::size_t i = 0; i < std::min(failures.size(), kMostLines); ++i) complain("%s", failures[i].c_str());
-  if (failures.size() > kMostLines) note(std::to_string(failures.size()) + " frames could not be shown");
-  return failures.empty() ? result : static_cast<int>(kUsage);
+  for (const std::string& failure : painter.failures()) complain("%s", failure.c_str());
+  if (painter.failed() > painter.failures().size())
+    note(std::to_string(painter.failed()) + " frames could not be shown");
+  return painter.failed() == 0 ? result : static_cast<int>(kUsage);
 }
 
 }  // namespace
