@@ -197,10 +197,11 @@ def samples(work):
         at = whole.index(b"\x08\0\x05\0CS") + 8
         charset = whole[at:at + int.from_bytes(whole[at - 2:at], "little")].decode()
         nested = run(VEXAL, "dump", "--json", "--quiet", path).stdout.decode().count('"tag":"00080005"') > 1
-        results = [run(VEXAL, "convert", "--quiet", "--charset", "utf-8", path, utf8)]
+        results = [run(VEXAL, "convert", "--charset", "utf-8", path, utf8)]
         if not nested:
             results.append(run(VEXAL, "convert", "--quiet", "--charset", ",".join(n.strip() for n in charset.split("\\")), utf8, back))
-        if any(r.returncode != 0 for r in results):
+        # A meta group that names another object is put right, with a line.
+        if any(r.returncode != 0 and not (r.returncode == 1 and b": corrected" in r.stderr) for r in results):
             fail(f"{name}: {results[-1].stderr.decode()[:200]}")
             continue
         told = listing([path, utf8] + ([] if nested else [back]))

@@ -132,7 +132,7 @@ def check_comparison(folder):
     short = pydicom.dcmread(two)
     short.PixelData = short.PixelData[:-40]
     short.save_as(two)
-    compare(2, "two: frame 299: ")
+    compare(2, "the other 3 rows of 5 with 1 sample, 298 frames")
     w = Writer()
     for name, tag, kind in (("float", 0x7FE00008, "<f4"), ("double", 0x7FE00009, "<f8")):
         numbers = numpy.array([1.5, -2, numpy.nan, numpy.inf, 3e30, 7], kind)

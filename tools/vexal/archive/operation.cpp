@@ -39,7 +39,7 @@ std::unique_ptr<HttpWork> refuse_method() {
 }  // namespace
 
 void serve_operation(WebService& web, Holdings& holdings) {
-  web.serve_also("health", [&holdings](HttpRequest& request) {
+  web.serve_openly("health", [&holdings](HttpRequest& request) {
     return is_reading(request) ? health(request, holdings) : refuse_method();
   });
   web.serve_also("metrics", [](HttpRequest& request) {

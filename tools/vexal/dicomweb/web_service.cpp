@@ -178,8 +178,9 @@ std::string WebService::root_of(const HttpRequest& request) const {
 
 std::unique_ptr<HttpWork> WebService::handle(HttpRequest& request) {
   HttpResponse refusal;
-  if (gate_.stops(request, refusal)) return answer_with(std::move(refusal));
   const std::string segment = request.path.empty() ? "" : request.path[0];
+  if (const auto open = open_.find(segment); open != open_.end()) return open->second(request);
+  if (gate_.stops(request, refusal)) return answer_with(std::move(refusal));
   if (const auto other = others_.find(segment); other != others_.end()) return other->second(request);
   WebTarget target;
   if (segment == kRoot) {

@@ -34,6 +34,8 @@ class WebService {
   // Requests whose path begins with this segment ("": no segment) go to another handler, once the gate has
   // let them pass; it looks at their rights itself. Before start().
   void serve_also(const std::string& segment, HttpHandler handler) { others_[segment] = std::move(handler); }
+  // Likewise for a segment that everyone may ask for: the gate is not asked.
+  void serve_openly(const std::string& segment, HttpHandler handler) { open_[segment] = std::move(handler); }
   // Listens, if it was, and says so where everyone who reaches the port may do everything. False after a line
   // on standard error.
   bool start();
@@ -50,6 +52,7 @@ class WebService {
   HttpServerOptions options_;
   WebGate gate_;
   std::map<std::string, HttpHandler> others_;
+  std::map<std::string, HttpHandler> open_;
   std::string url_;
   bool quiet_ = false;
   HttpServer server_;

@@ -218,7 +218,8 @@ SqlOutcome Catalog::enter_one(Database& database, Entry& entry) {
         return false;
       });
   if (!outcome.good()) return outcome;
-  if (there == entry.file.path) return outcome;  // by a commit of which nobody heard
+  // By a commit of which nobody heard; one that takes its own place is entered anew.
+  if (there == entry.file.path && there != entry.expected) return outcome;
   if (there != entry.expected) {
     entry.result = Entered::Conflict;
     return outcome;
