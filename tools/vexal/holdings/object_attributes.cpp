@@ -34,10 +34,10 @@ constexpr struct {
 };
 
 // What names an entity, from the level of studies down.
-constexpr CatalogKey kNames[] = {{tags::kPatientID, VX_VR_LO, ""},
-                                 {tags::kStudyInstanceUID, VX_VR_UI, ""},
-                                 {tags::kSeriesInstanceUID, VX_VR_UI, ""},
-                                 {tags::kSOPInstanceUID, VX_VR_UI, ""}};
+const CatalogKey kNames[] = {{tags::kPatientID, VX_VR_LO, ""},
+                             {tags::kStudyInstanceUID, VX_VR_UI, ""},
+                             {tags::kSeriesInstanceUID, VX_VR_UI, ""},
+                             {tags::kSOPInstanceUID, VX_VR_UI, ""}};
 
 }  // namespace
 

@@ -102,7 +102,7 @@ std::string decompress_icons(const DicomFile& file, int32_t object, const FrameF
 uint64_t largest_buffer() {
   int32_t buffer = 0;
   VX_Get_Int_Config_Value(VX_CFG_WORK_BUFFER_SIZE, &buffer);
-  return std::max(65536, buffer);
+  return static_cast<uint64_t>(std::max(65536, buffer));
 }
 
 }  // namespace

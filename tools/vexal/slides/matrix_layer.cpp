@@ -109,8 +109,8 @@ MatrixLayer::Span MatrixLayer::span_of(const Tile& tile, const Strip& strip) con
   const MatrixForm& form = slide_.form();
   Vector low{HUGE_VAL, HUGE_VAL, 0};
   Vector high{-HUGE_VAL, -HUGE_VAL, 0};
-  for (const double x : {tile.x - 0.5, tile.x + form.tile_columns - 0.5}) {
-    for (const double y : {tile.y - 0.5, tile.y + form.tile_rows - 0.5}) {
+  for (const double x : {tile.x - 0.5, tile.x - 0.5 + form.tile_columns}) {
+    for (const double y : {tile.y - 0.5, tile.y - 0.5 + form.tile_rows}) {
       const Vector corner = to_ground_.start + to_ground_.per_column * x + to_ground_.per_row * y;
       low = {std::min(low.x, corner.x), std::min(low.y, corner.y), 0};
       high = {std::max(high.x, corner.x), std::max(high.y, corner.y), 0};
@@ -139,8 +139,8 @@ std::string MatrixLayer::cover(const Tile& tile, const Strip& strip) try {
   PixelImage& image = slide_.part(0);
   const ImageDescription& d = image.description();
   const MatrixForm& form = slide_.form();
-  const double columns = std::min<double>(d.columns, int64_t{form.columns} - tile.x);
-  const double rows = std::min<double>(d.rows, int64_t{form.rows} - tile.y);
+  const double columns = std::min<double>(d.columns, static_cast<double>(form.columns) - tile.x);
+  const double rows = std::min<double>(d.rows, static_cast<double>(form.rows) - tile.y);
   const Span span = span_of(tile, strip);
   Bytes bytes;
   const CurrentFile current(path_);
