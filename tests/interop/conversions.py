@@ -285,7 +285,7 @@ def peers(folder):
     found = arrived(unpacked)
     check(meta_text(found.pop("1.2.3.8.2"), 0x10) == LOSSLESS["jpeg-ls"] and "as it came" in server.text, "a broken object is not kept as it came")
     check_plain("receive --to explicit", found, EXPLICIT)
-    vexal("receive", free_port(), "--to", "jpeg", status=2)
+    vexal("receive", free_port(), "--to", "jpeg2000-lossy", status=2)
 
 
 sys.exit(run_parts(memory, looks, threads, icons, kills, full_disks, peers))

@@ -436,7 +436,7 @@ def check_losses(folder):
     save_frames(data, [stream[:len(stream) // 2 & ~1]], cut)
     for words in (["convert", "--to", "explicit"], ["convert", "--to", "rle"], ["pixel", "extract"], ["pixel", "render"], ["pixel", "sheet"],
                   ["convert", "--quiet", "--to", "explicit"]):
-        expect((*words, cut, out), 1, "cut short")
+        expect((*words, cut, out + "." + words[0]), 1, "cut short")
     # One that lacks no more than its end may lack some of its image, which a pad then stands for.
     for to in ("jpeg", "jpeg-12", "jpeg-lossless", "jpeg-ls", "jpeg2000"):
         data, (stream,) = packed_file(packed, Image(33, 47, 8), to)
@@ -502,7 +502,7 @@ def check_odd_colour(folder):
         ended(run(*command, plain, packed), "half colour")
         check(pydicom.dcmread(packed).PhotometricInterpretation == "YBR_FULL_422", "%s made no half colour" % command)
         for words in (["pixel", "render"], ["pixel", "sheet"], ["pixel", "extract"], ["convert", "--to", "rle"], ["convert", "--to", "explicit"]):
-            expect((*words, packed, out))
+            expect((*words, packed, out + ("" if words[0] == "convert" else ".picture")))
         for title, values in (("converted", samples_of(out, image, True)), ("rendered", picture_of(packed, folder)[None])):
             check(distance(values, image.pixels) <= 24, "%s, %s: %s apart" % (command, title, distance(values, image.pixels)))
     # Native half colour goes to what has it, and whole to what has not.
