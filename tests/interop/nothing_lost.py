@@ -217,13 +217,19 @@ class Source:
                 check(result.returncode == status and words in result.stderr,
                       "%s: %s: ends with %d and says %r" % (self.name, what, result.returncode, result.stderr[-200:]))
 
+    def put_right(self, result):
+        """Whether all that was told is that the meta group named another object than the data set does."""
+        lines = result.stderr.strip().splitlines()
+        own = [self.before[tag].value.decode().strip("\0 ") for tag in (0x00080016, 0x00080018) if tag in self.before]
+        return result.returncode == 1 and [meta_text(self.path, 2), meta_text(self.path, 3)] != own and lines and all(b": corrected" in line for line in lines)
+
     def judge(self, what, result, out, ignore=(), may_refuse=False, syntax=None):
         """After a command: either all is there, or it said that it is not."""
         text = "%s: %s" % (self.name, what)
         self.told(what, result)
         if read(self.path) != self.bytes:
             return fail(text + ": the source has changed")
-        if result.returncode != 0:
+        if result.returncode != 0 and not self.put_right(result):
             counts["refused"] += 1
             if result.returncode < 0 or not result.stderr:
                 return fail("%s: ends with %d and says %r" % (text, result.returncode, result.stderr[-100:]))
@@ -302,7 +308,7 @@ def each_command(source, folder):
         copy = os.path.join(folder, "copy.dcm")
         shutil.copyfile(source.path, copy)
         result = run(VEXAL, "modify", "--set", "PatientID=NOTHING LOST", copy)
-        check(result.returncode == 0 and read(copy) == read(out), source.name + ": modify in place differs from modify")
+        check((result.returncode == 0 or source.put_right(result)) and read(copy) == read(out), source.name + ": modify in place differs from modify")
     # Text forms and back.
     forms = [["json", "--own"], ["xml"], ["json"], ["xml", "--native"]]
     if any(element.vr in BULK for element in source.before.values()):
