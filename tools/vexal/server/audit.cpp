@@ -16,7 +16,8 @@ namespace vexal {
 namespace {
 
 constexpr std::size_t kMostWaiting = 10000;
-constexpr std::size_t kMostStudies = 1000;  // in one message
+constexpr std::size_t kMostBytes = 32U << 20;  // of these
+constexpr std::size_t kMostStudies = 1000;     // in one message
 constexpr auto kLastWait = std::chrono::seconds(3);
 
 // Text that XML can hold: what is no UTF-8 or no character of XML becomes U+FFFD.
@@ -152,10 +153,17 @@ class AuditTrail::Sender {
   void add(std::string message) {
     {
       const std::lock_guard lock(mutex_);
-      if (waiting_.size() >= kMostWaiting) {
-        if (lost_++ == 0) complain("--audit: too many messages wait for the repository; more are lost");
+      // One that can never go would hold up all behind it.
+      const char* fault = message.size() > target_->most()
+                              ? "a message is longer than the way to the repository takes"
+                          : waiting_.size() >= kMostWaiting || bytes_ + message.size() > kMostBytes
+                              ? "too many messages wait for the repository"
+                              : nullptr;
+      if (fault != nullptr) {
+        if (lost_++ == 0) complain("--audit: %s: it is lost, as are others to come", fault);
         return;
       }
+      bytes_ += message.size();
       waiting_.push_back(std::move(message));
     }
     changed_.notify_all();
@@ -178,6 +186,7 @@ class AuditTrail::Sender {
       if (error.empty()) {
         if (failed_) complain("--audit: the repository takes messages again");
         failed_ = false;
+        bytes_ -= message.size();
         waiting_.pop_front();
         pause = {};
         continue;
@@ -199,6 +208,7 @@ class AuditTrail::Sender {
   std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<std::string> waiting_;
+  std::size_t bytes_ = 0;  // of what waits
   std::size_t lost_ = 0;
   bool failed_ = false;
   bool ending_ = false;

@@ -86,7 +86,7 @@ class AuditTrail {
   bool read(const Args& args, const std::string& source);
   bool on() const { return sender_ != nullptr; }
   // Tells of an event; does not wait for the repository. What it does not take waits in memory, up to 10,000
-  // messages; what is lost beyond is counted in a line on standard error.
+  // messages and 32 MiB; what is lost beyond is counted in a line on standard error.
   void tell(const AuditEvent& event);
 
  private:

@@ -48,8 +48,8 @@ class LogFile : public SyslogTarget {
 class Datagrams : public SyslogTarget {
  public:
   Datagrams(std::string host, std::string port) : host_(std::move(host)), port_(std::move(port)) {}
+  std::size_t most() const override { return kMostDatagram; }
   std::string send(const std::string& line) override {
-    if (line.size() > kMostDatagram) return "a message is too long for UDP; give tls:// or tcp://";
     addrinfo hints{};
     hints.ai_socktype = SOCK_DGRAM;
     addrinfo* found = nullptr;

@@ -1,6 +1,7 @@
 // Messages of syslog (RFC 5424) to where they are kept.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -12,6 +13,8 @@ std::string syslog_line(const std::string& message, const std::string& time);
 class SyslogTarget {
  public:
   virtual ~SyslogTarget() = default;
+  // The longest line that it can send.
+  virtual std::size_t most() const { return SIZE_MAX; }
   // An error text, empty once the message is on its way. The next call tries again from the start.
   virtual std::string send(const std::string& line) = 0;
 };
