@@ -407,6 +407,22 @@ def upkeep(folder):
         archive("export", "--dir", work, "-k", "PatientID=ID", "--out", out, *more)
         check(sorted(data_set_of(name) for name in files_under(out) if not name.endswith("DICOMDIR")) == sorted(held.values()), "export: other objects")
     vexal("dir", "check", os.path.join(out, "DICOMDIR"))
+    # What lies there with other content stays, and is told.
+    out = os.path.join(folder, "export")
+    other = files_under(out)[0]
+    write(other, read(other)[:-2] + b"!!")
+    precious = read(other)
+    archive("export", "--dir", work, "-k", "PatientID=ID", "--out", out, status=1)
+    check(read(other) == precious and len(files_under(out)) == len(held), "export: takes the place of other content")
+    # A folder that is not mounted costs no row.
+    places = [os.path.join(work, name) for name in (STUDY, "x")]
+    for place in places:
+        os.rename(place, place + ".away")
+        shutil.move(place + ".away", folder)
+    vexal("archive", "check", "--dir", work, "--grace", 0, "--repair", status=2, says="no object lies there at all")
+    for place in places:
+        shutil.move(os.path.join(folder, os.path.basename(place) + ".away"), place)
+    check(archive("check", "--dir", work, "--grace", 0) == [], "rows were dropped")
     vexal("archive", "delete", "--dir", work, "--yes", status=2, says="name the studies")
     for words in (["delete", "-k", "PatientID=ID"], ["quota", "--quota", 1], ["quota", "--keep-days", 30]):
         check([line["study"] for line in archive(*words, "--dir", work)] == [STUDY], "%s: lists other studies" % words)

@@ -108,6 +108,9 @@ std::string Check::check_lost(const ObjectFile& row) {
   std::string known;
   std::string error = catalog_.key_of(row.instance, known);
   if (!error.empty() || known != row.path) return error;  // it was replaced or deleted meanwhile
+  if (repair_ && listed_.empty())
+    return store_.place_of("") +
+           ": no object lies there at all, and no row is dropped: is it the right place?";
   if (repair_) error = catalog_.drop(row.instance, row.path);
   tell("row without object", row.path, row.instance, repair_ ? "row dropped" : "", false);
   return error;
@@ -245,6 +248,9 @@ std::string Check::put_aside(const std::string& key, const std::string& path) {
   std::string name = key;
   std::replace(name.begin(), name.end(), '/', '_');
   if (name.ends_with(".dcm")) name.resize(name.size() - 4);
+  // What was put aside before stays.
+  const std::string stem = name;
+  for (int n = 2; fs::exists(folder / (name + ".lost"), failure); ++n) name = stem + "-" + std::to_string(n);
   FileSink sink;
   std::string error = sink.open(folder / (name + ".lost"), upkeep_.storage.mode);
   if (error.empty()) error = copy_file(path, sink);

@@ -53,12 +53,16 @@ std::string Export::write(const ObjectFile& object, std::size_t number) {
   std::string error = upkeep.holdings.fetch(object, local);
   if (!error.empty()) return error;
   const std::string name = name_of(object, number);
+  const std::string path = out + "/" + name;
+  std::error_code failure;
+  const bool there = std::filesystem::exists(std::filesystem::symlink_status(path, failure));
+  if (there && !same_data_set(local.file().path, path)) return path + ": is there with other content";
   FileSink sink;
-  error = make_folders_of(out, name, 0);
-  if (error.empty()) error = sink.open(out + "/" + name);
-  if (error.empty()) error = copy_file(local.file().path, sink);
-  if (error.empty()) error = sink.commit();
-  if (error.empty() && file_set) paths.push_back(out + "/" + name);
+  if (!there) error = make_folders_of(out, name, 0);
+  if (error.empty() && !there) error = sink.open(path);
+  if (error.empty() && !there) error = copy_file(local.file().path, sink);
+  if (error.empty() && !there) error = sink.commit();
+  if (error.empty() && file_set) paths.push_back(path);
   return error;
 }
 
