@@ -3,6 +3,7 @@
 
 #include "absent_pixels.h"
 #include "charset.h"
+#include "curl_library.h"
 #include "file_set.h"
 #include "files.h"
 #include "fragments.h"

@@ -1,15 +1,13 @@
 #include "web_client.h"
 
-#include <curl/curl.h>
-
 #include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cstdlib>
 
 #include "base/hex.h"
-#include "base/opened_library.h"
 #include "base/thrown.h"
+#include "curl_library.h"
 
 namespace vexal {
 namespace {
@@ -20,51 +18,9 @@ constexpr int kMostRedirects = 5;
 constexpr std::size_t kMostTold = 300;  // of what a server says of a failure
 constexpr std::size_t kSendBuffer = 1U << 20;
 
-// curl_easy_setopt and the like are macros as well, so the names stand in brackets.
-struct Curl {
-  decltype(&curl_global_init) global_init = nullptr;
-  decltype(&curl_easy_init) init = nullptr;
-  decltype(&(curl_easy_setopt)) set = nullptr;
-  decltype(&curl_easy_perform) perform = nullptr;
-  decltype(&(curl_easy_getinfo)) info = nullptr;
-  decltype(&curl_easy_reset) reset = nullptr;
-  decltype(&curl_easy_cleanup) cleanup = nullptr;
-  decltype(&curl_easy_strerror) error_text = nullptr;
-  decltype(&curl_url) url = nullptr;
-  decltype(&curl_url_set) url_set = nullptr;
-  decltype(&curl_url_get) url_get = nullptr;
-  decltype(&curl_url_cleanup) url_cleanup = nullptr;
-  decltype(&curl_free) free = nullptr;
-  decltype(&curl_slist_append) append = nullptr;
-  decltype(&curl_slist_free_all) free_list = nullptr;
-};
-Curl g_curl;
-
-std::string open_curl() {
-  Curl& c = g_curl;
-  const SoughtSymbol symbols[] = {{"curl_global_init", c.global_init},
-                                  {"curl_easy_init", c.init},
-                                  {"curl_easy_setopt", c.set},
-                                  {"curl_easy_perform", c.perform},
-                                  {"curl_easy_getinfo", c.info},
-                                  {"curl_easy_reset", c.reset},
-                                  {"curl_easy_cleanup", c.cleanup},
-                                  {"curl_easy_strerror", c.error_text},
-                                  {"curl_url", c.url},
-                                  {"curl_url_set", c.url_set},
-                                  {"curl_url_get", c.url_get},
-                                  {"curl_url_cleanup", c.url_cleanup},
-                                  {"curl_free", c.free},
-                                  {"curl_slist_append", c.append},
-                                  {"curl_slist_free_all", c.free_list}};
-  if (const std::string fault = open_library("libcurl.so.4", symbols); !fault.empty())
-    return "web services need libcurl: " + fault;
-  return c.global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK ? "" : "libcurl can not be used";
-}
-
 // Scheme, host and port of a URL; empty if it is none.
 std::string origin_of(const char* text) {
-  const Curl& c = g_curl;
+  const Curl& c = curl();
   std::string origin;
   CURLU* url = c.url();
   if (url != nullptr && c.url_set(url, CURLUPART_URL, text, 0) == CURLUE_OK) {
@@ -125,8 +81,8 @@ bool tells_a_secret(const std::string& header) {
 }  // namespace
 
 std::string WebPeer::open_library() {
-  static const std::string fault = open_curl();
-  return fault;
+  const std::string fault = open_curl();
+  return fault.empty() ? "" : "web services need " + fault;
 }
 
 bool WebPeer::read(const Args& args, const std::string& address) {
@@ -222,8 +178,8 @@ struct WebClient::Transfer {
   bool take(std::string_view bytes) {
     if (answer.status == 0) {
       const char* type = nullptr;
-      g_curl.info(handle, CURLINFO_RESPONSE_CODE, &answer.status);
-      if (g_curl.info(handle, CURLINFO_CONTENT_TYPE, &type) == CURLE_OK && type != nullptr)
+      curl().info(handle, CURLINFO_RESPONSE_CODE, &answer.status);
+      if (curl().info(handle, CURLINFO_CONTENT_TYPE, &type) == CURLE_OK && type != nullptr)
         answer.content_type = type;
     }
     if (request.taker != nullptr && answer.status >= 200 && answer.status < 300) {
@@ -277,10 +233,10 @@ struct WebClient::Transfer {
   }
 };
 
-WebClient::WebClient(const WebPeer& peer) : peer_(peer), handle_(g_curl.init()) {}
+WebClient::WebClient(const WebPeer& peer) : peer_(peer), handle_(curl().init()) {}
 
 WebClient::~WebClient() {
-  if (handle_ != nullptr) g_curl.cleanup(handle_);
+  if (handle_ != nullptr) curl().cleanup(handle_);
 }
 
 WebAnswer WebClient::get(const std::string& resource, const char* accept, const WebTaker& taker) {
@@ -293,7 +249,7 @@ WebAnswer WebClient::post(const std::string& resource, const char* accept, const
 
 // Everything but the address. The list of headers goes to whoever frees it behind the request.
 curl_slist* WebClient::prepare(Transfer& transfer, char* told) {
-  const Curl& c = g_curl;
+  const Curl& c = curl();
   c.reset(handle_);  // the connection stays
   curl_slist* headers = nullptr;
   for (const std::string& header : transfer.request.headers) headers = c.append(headers, header.c_str());
@@ -332,7 +288,7 @@ curl_slist* WebClient::prepare(Transfer& transfer, char* told) {
 }
 
 void WebClient::prepare_method(Transfer& transfer) {
-  const Curl& c = g_curl;
+  const Curl& c = curl();
   const std::string_view method = transfer.request.method;
   if (method == "HEAD") c.set(handle_, CURLOPT_NOBODY, 1L);
   if (method == "DELETE") c.set(handle_, CURLOPT_CUSTOMREQUEST, "DELETE");
@@ -354,7 +310,7 @@ void WebClient::prepare_method(Transfer& transfer) {
 }
 
 WebAnswer WebClient::send(const WebRequest& request) {
-  const Curl& c = g_curl;
+  const Curl& c = curl();
   Transfer transfer(request);
   if (handle_ == nullptr) {
     transfer.answer.problem = "no memory";
@@ -401,7 +357,7 @@ std::string WebClient::redirect(const Transfer& transfer) const {
   const bool other = status == 301 || status == 302 || status == 303;
   char* next = nullptr;
   if (!same_request && (!other || transfer.request.body != nullptr)) return "";
-  if (g_curl.info(handle_, CURLINFO_REDIRECT_URL, &next) != CURLE_OK || next == nullptr) return "";
+  if (curl().info(handle_, CURLINFO_REDIRECT_URL, &next) != CURLE_OK || next == nullptr) return "";
   return next;
 }
 

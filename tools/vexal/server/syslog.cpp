@@ -1,6 +1,5 @@
 #include "syslog.h"
 
-#include <curl/curl.h>
 #include <fcntl.h>
 #include <netdb.h>
 #include <poll.h>
@@ -11,7 +10,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "base/opened_library.h"
+#include "files/curl_library.h"
 #include "network/network.h"
 
 namespace vexal {
@@ -72,17 +71,6 @@ class Datagrams : public SyslogTarget {
   std::string port_;
 };
 
-struct Curl {
-  decltype(&curl_global_init) global_init = nullptr;
-  decltype(&curl_easy_init) init = nullptr;
-  decltype(&(curl_easy_setopt)) set = nullptr;
-  decltype(&curl_easy_perform) perform = nullptr;
-  decltype(&(curl_easy_getinfo)) info = nullptr;
-  decltype(&curl_easy_send) send = nullptr;
-  decltype(&curl_easy_cleanup) cleanup = nullptr;
-  decltype(&curl_easy_strerror) error_text = nullptr;
-};
-
 // A connection, plain or over TLS, on which each message has its length in front (RFC 5425 section 4.3,
 // RFC 6587).
 class Stream : public SyslogTarget {
@@ -90,17 +78,6 @@ class Stream : public SyslogTarget {
   Stream(SyslogOptions options, std::string address)
       : options_(std::move(options)), address_(std::move(address)) {}
   ~Stream() override { close(); }
-
-  std::string open() {
-    const SoughtSymbol symbols[] = {
-        {"curl_global_init", curl_.global_init}, {"curl_easy_init", curl_.init},
-        {"curl_easy_setopt", curl_.set},         {"curl_easy_perform", curl_.perform},
-        {"curl_easy_getinfo", curl_.info},       {"curl_easy_send", curl_.send},
-        {"curl_easy_cleanup", curl_.cleanup},    {"curl_easy_strerror", curl_.error_text}};
-    const std::string fault = open_library("libcurl.so.4", symbols);
-    if (!fault.empty()) return "needs libcurl: " + fault;
-    return curl_.global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK ? "" : "libcurl does not start";
-  }
 
   std::string send(const std::string& line) override {
     if (connection_ != nullptr && is_closed()) close();
@@ -115,7 +92,7 @@ class Stream : public SyslogTarget {
 
  private:
   std::string connect() {
-    const Curl& c = curl_;
+    const Curl& c = curl();
     connection_ = c.init();
     if (connection_ == nullptr) return "no memory";
     c.set(connection_, CURLOPT_URL, address_.c_str());
@@ -135,7 +112,7 @@ class Stream : public SyslogTarget {
 
   int descriptor() const {
     curl_socket_t socket = CURL_SOCKET_BAD;
-    curl_.info(connection_, CURLINFO_ACTIVESOCKET, &socket);
+    curl().info(connection_, CURLINFO_ACTIVESOCKET, &socket);
     return socket;
   }
 
@@ -149,10 +126,10 @@ class Stream : public SyslogTarget {
   std::string send_all(std::string_view bytes) {
     while (!bytes.empty()) {
       std::size_t sent = 0;
-      const CURLcode result = curl_.send(connection_, bytes.data(), bytes.size(), &sent);
+      const CURLcode result = curl().send(connection_, bytes.data(), bytes.size(), &sent);
       bytes.remove_prefix(sent);
       if (result == CURLE_OK) continue;
-      if (result != CURLE_AGAIN) return options_.url + ": " + curl_.error_text(result);
+      if (result != CURLE_AGAIN) return options_.url + ": " + curl().error_text(result);
       pollfd entry{descriptor(), POLLOUT, 0};
       if (::poll(&entry, 1, kPatience * 1000) <= 0) return options_.url + ": takes nothing";
     }
@@ -160,13 +137,12 @@ class Stream : public SyslogTarget {
   }
 
   void close() {
-    if (connection_ != nullptr) curl_.cleanup(connection_);
+    if (connection_ != nullptr) curl().cleanup(connection_);
     connection_ = nullptr;
   }
 
   SyslogOptions options_;
   std::string address_;  // as libcurl has it
-  Curl curl_;
   CURL* connection_ = nullptr;
 };
 
@@ -215,9 +191,9 @@ std::unique_ptr<SyslogTarget> open_syslog(const SyslogOptions& options, std::str
       if (host.starts_with('[')) host = host.substr(1, host.size() - 2);
       return std::make_unique<Datagrams>(host, port);
     }
-    auto stream = std::make_unique<Stream>(options, scheme.curl + host + ":" + port);
-    error = stream->open();
-    return error.empty() ? std::unique_ptr<SyslogTarget>(std::move(stream)) : nullptr;
+    error = open_curl();
+    if (!error.empty()) return nullptr;
+    return std::make_unique<Stream>(options, scheme.curl + host + ":" + port);
   }
   error = "give tls://HOST[:PORT], tcp://HOST[:PORT], udp://HOST[:PORT] or file:PATH";
   return nullptr;
