@@ -25,7 +25,7 @@ import warnings
 import made
 from checks import VEXAL, Server, Vexal, check, ended, files_under, free_port, has, left_out, read, run, run_parts, write
 from made import EXPLICIT, IMPLICIT, RLE, ROOT, Writer
-from wire import at_once, data_set, image_find, store_status, stored_objects, uid
+from wire import STUDY, at_once, data_set, image_find, store_status, stored_objects, uid
 
 PLUGIN = "/usr/share/orthanc/plugins/libOrthancDicomWeb.so"
 ORTHANC = shutil.which("Orthanc", path="/usr/sbin:/usr/bin")
@@ -346,7 +346,8 @@ def operation(folder):
         check(len(names) == len(set(names)) > 5, "metrics: %s" % names)
         return {line.rsplit(" ", 1)[0]: int(line.rsplit(" ", 1)[1]) for line in text.splitlines() if not line.startswith("#")}
 
-    with Web(os.path.join(folder, "in")) as server:
+    log = os.path.join(folder, "audit")
+    with Web(os.path.join(folder, "in"), "--audit", "file:" + log) as server:
         check([ask(server.web, "/health/" + what).status for what in ("live", "ready", "else")] == [200, 200, 404], "health")
         before = counted()
         statuses = [store_status(server.port, uid(1)), store_status(server.port, uid(1)), store_status(server.port, uid(1), data_set(uid(1), b"\1" * 9))]
@@ -362,7 +363,15 @@ def operation(folder):
                   'vexal_web_requests_total{result="refused"}': 1}
         change.pop("vexal_associations_open", None)
         check(statuses == [0, 0, 0x0111] and change.pop("vexal_bytes_received_total", 0) > 500 and change == wanted, "metrics: %s" % change)
+        ask(server.web, "/dicom-web/studies?PatientName=Doe%5EJ&limit=3")
+        ask(server.web, "/dicom-web/studies/%s/metadata" % STUDY)
+        ask(server.web, "/dicom-web/studies/%s/metadata" % STUDY, method="HEAD")
         check(ask(server.web, "/metrics", method="POST", body=b"").status == 405 and ask(server.web, "/health/live", method="DELETE").status == 405, "other methods")
+    told = read(log).decode().splitlines()
+    queries = [base64.b64decode(line.split("ParticipantObjectQuery>")[1].split("<")[0]) for line in told if "110112" in line and "/dicom" not in line]
+    check(b"/dicom-web/studies?PatientName=Doe^J&limit=3" in queries, "audit: searches %s" % queries)
+    given = [line for line in told if "110104" in line and 'EventActionCode="R"' in line]
+    check(len(given) == 1 and all('ParticipantObjectID="%s"' % word in given[0] for word in (STUDY, "ID")) and '"127.0.0.1"' in given[0], "audit: %s" % given)
     with Web(os.path.join(folder, "closed"), "--web-rights", "none") as server:
         check([ask(server.web, path).status for path in ("/health/ready", "/metrics")] in ([200, 401], [200, 403]), "rights of those who watch")
 

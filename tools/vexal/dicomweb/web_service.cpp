@@ -9,6 +9,7 @@
 #include "search.h"
 #include "wado_uri.h"
 #include "web_answers.h"
+#include "web_audit.h"
 #include "web_store.h"
 
 namespace vexal {
@@ -203,7 +204,11 @@ std::unique_ptr<HttpWork> WebService::serve(HttpRequest& request, const WebTarge
     const std::string root = root_of(request);
     if (route.answer == nullptr) return store_work(request, storage_, target.study, root);
     const auto context = std::make_shared<WebContext>(WebContext{request, target, holdings_, root});
-    return answer_by([context, &route] { return route.answer(*context); });
+    return answer_by([context, &route, this] {
+      if (storage_.audit != nullptr && context->request.method == "GET")
+        audit_reading(*context, *storage_.audit, storage_.title);
+      return route.answer(*context);
+    });
   }
   HttpResponse answer;
   answer.status = 204;

@@ -122,10 +122,12 @@ std::string audit_message(const AuditEvent& event, const std::string& source, co
   xml += "/>";
   append_studies(xml, event.studies);
   if (!event.query_class.empty()) {
-    std::string inside = "<ParticipantObjectQuery>" + base64_of(event.query) +
-                         "</ParticipantObjectQuery><ParticipantObjectDetail type=\"TransferSyntax\"";
-    append_attribute(inside, "value", base64_of(event.query_syntax));
-    inside += "/>";
+    std::string inside = "<ParticipantObjectQuery>" + base64_of(event.query) + "</ParticipantObjectQuery>";
+    if (!event.query_syntax.empty()) {
+      inside += "<ParticipantObjectDetail type=\"TransferSyntax\"";
+      append_attribute(inside, "value", base64_of(event.query_syntax));
+      inside += "/>";
+    }
     append_object(xml, event.query_class, "2", "3", {"110181", "SOP Class UID"}, "DCM", inside);
   }
   return xml + "</AuditMessage>";

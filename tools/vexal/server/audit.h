@@ -67,8 +67,8 @@ struct AuditEvent {
   std::vector<AuditParty> parties;
   std::map<std::string, AuditStudy> studies;  // by UID
   std::string query_class;                    // SOP Class UID of a query
-  std::string query;                          // its keys, as they are
-  std::string query_syntax;                   // transfer syntax UID of these
+  std::string query;                          // its keys, as they are; of a web client, path and query
+  std::string query_syntax;                   // transfer syntax UID of keys
 };
 
 // The AuditMessage of an event in XML (PS3.15 section A.5.1), `source` naming who tells of it.
