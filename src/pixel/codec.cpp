@@ -31,6 +31,7 @@ constexpr Row kTexts[] = {
     {kCodecNoJpeg, "the stream does not hold what a JPEG stream is rebuilt from"},
     {kCodecOtherProcess, "the stream is of a process that the transfer syntax does not take"},
     {kCodecBadEnd, "the end of image is missing"},
+    {kCodecDamaged, "markers stand among the data of the image"},
     {kCodecDataShort, "data of the image is missing"},
 };
 

@@ -27,6 +27,7 @@ enum CodecStatus : int {
   kCodecNotLoaded = -12,
   kCodecOddColumns = -13,
   kCodecTrailing = -14,
+  kCodecDamaged = -15,     // markers stand among the data of the image, which is decoded
   kCodecExtensions = -20,  // of JPEG 2000 Part 2
   kCodecCollection = -21,  // of components, of JPEG 2000 Part 2
   kCodecNoJpeg = -22,

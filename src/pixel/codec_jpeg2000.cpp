@@ -419,7 +419,8 @@ int jpeg2000::decompress(const ImageAttributes& image, const DecodeSettings& set
   unwrap(data, size);
   StreamHead head;
   if (int status = read_size_segment(data, size, head); status != kCodecDone) return status;
-  if (int status = inspect(data, size); status != kCodecDone) return status;
+  const int state = inspect(data, size);
+  if (state != kCodecDone && state != kCodecDamaged) return state;
   const bool collections =
       image.TransferSyntax == JPEG_2000_MC_LOSSLESS_ONLY || image.TransferSyntax == JPEG_2000_MC;
   if (collections && head.image.components > image.SamplesPerPixel) return kCodecCollection;
@@ -431,9 +432,10 @@ int jpeg2000::decompress(const ImageAttributes& image, const DecodeSettings& set
   const uint64_t samples = uint64_t{image.Rows} * image.Columns * image.SamplesPerPixel;
   if (samples > kMaxFrame / sizeof(OPJ_INT32)) return kCodecTooLarge;  // the library keeps them all so wide
   if (!load_library()) return kCodecNotLoaded;
-  return decode_to_end(data, size, [&](const uint8_t* stream, std::size_t length) {
+  const int status = decode_to_end(data, size, [&](const uint8_t* stream, std::size_t length) {
     return decode(image, head, settings.threads, stream, length, frame);
   });
+  return status == kCodecDone ? state : status;
 } catch (const std::bad_alloc&) {
   return kCodecNoMemory;
 }

@@ -166,7 +166,8 @@ int jpeg2000::inspect(const uint8_t* data, std::size_t size) {
   if (traits.extensions) return kCodecExtensions;
   if (traits.broken) return kCodecBadMarker;
   if (traits.unknown) return kCodecUnsupported;
-  if (!traits.high_throughput) return kCodecDone;
+  // Where packets are marked, stray markers can not be told from others.
+  if (!traits.high_throughput) return traits.markers && !traits.marked_packets ? kCodecDamaged : kCodecDone;
   if (traits.marked_packets || traits.layers) return kCodecUnsupported;
   return traits.markers ? kCodecBadCode : kCodecDone;
 }

@@ -15,7 +15,7 @@ struct StreamHead {
 void unwrap(const uint8_t*& data, std::size_t& size);
 int read_size_segment(const uint8_t* data, std::size_t size, StreamHead& head);
 // Whether the library decodes what the stream holds, or may be given it: kCodecExtensions, kCodecUnsupported,
-// kCodecBadCode.
+// kCodecBadCode. kCodecDamaged: it may, and part of the image will be wrong.
 int inspect(const uint8_t* data, std::size_t size);
 
 }  // namespace vx::jpeg2000

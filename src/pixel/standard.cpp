@@ -259,7 +259,9 @@ bool accept(const StandardContext& run, int status, const CodecResult& result) {
                 static_cast<int>(result.missing_bytes));
     return true;
   }
-  return status == kCodecDone;
+  if (status == kCodecDamaged)
+    VX_LOG_WARN(kDecompressor, "Invalid code stream, image still decompressed: %s.", codec_text(status));
+  return status == kCodecDone || status == kCodecDamaged;
 }
 
 // A tile at the edge of its picture into a whole frame; the last pixel of a row and the last row go on.

@@ -446,6 +446,12 @@ def check_losses(folder):
             result = run(VEXAL, "convert", "--to", "explicit", cut, out)
             check(result.returncode in (1, 2) and (missing or (result.returncode == 1 and b"cut short" in result.stderr)),
                   "%d bytes of %s are missing: %s" % (missing, to, result))
+    # Bytes that no data of an image has, in the middle of it.
+    data, (stream,) = packed_file(packed, Image(64, 64, 8), "jpeg2000")
+    middle = len(stream) * 2 // 3
+    save_frames(data, [stream[:middle] + b"\xFF\x95" + stream[middle + 2:]], cut)
+    for words in (["convert", "--to", "explicit"], ["pixel", "extract"], ["pixel", "render"]):
+        expect((*words, cut, out + ".damaged-" + words[-1]), 1, "damaged")
     # One bad frame among good ones.
     data, streams = packed_file(packed, image, "jpeg-ls")
     save_frames(data, [streams[0], bytes(len(streams[1])), streams[2]], bad)

@@ -56,6 +56,7 @@ void print_log(int type, std::string_view message) {
 void receive_log(const VX_LOG_RECORD* record) {
   const std::string_view message = record->Message;
   if (message.starts_with("Invalid format of JPEG")) stream_flaws.cut_short = true;
+  if (message.starts_with("Invalid code stream")) stream_flaws.damaged = true;
   if (message.find("behind the end of the code stream") != std::string_view::npos)
     stream_flaws.goes_on = true;
   if (message.ends_with(" is duplicated") || message.starts_with("Error adding stream tag"))

@@ -60,6 +60,7 @@ class MutedWarnings {
 struct StreamFlaws {
   bool cut_short = false;  // no end: what was missing of the image, if anything was, was filled up
   bool goes_on = false;    // behind the end there is more than a pad
+  bool damaged = false;    // part of the image is wrong
 };
 StreamFlaws take_stream_flaws();
 // True if the file opened last on this thread has a tag twice, or an element that no object can hold, so that

@@ -99,6 +99,7 @@ void FrameForm::Notes::take_flaws() {
   const StreamFlaws flaws = take_stream_flaws();
   if (flaws.cut_short) ++cut_short;
   if (flaws.goes_on) ++going_on;
+  if (flaws.damaged) ++damaged;
 }
 
 std::string FrameForm::Notes::told() const {
@@ -110,6 +111,9 @@ std::string FrameForm::Notes::told() const {
   if (const uint32_t count = cut_short; count != 0)
     add(frames(count, " frame is", " frames are") +
         " cut short: the end of its code stream is missing, and what that had of the image was filled up");
+  if (const uint32_t count = damaged; count != 0)
+    add(frames(count, " frame is", " frames are") +
+        " damaged: markers stand among the data of the image, part of which is wrong");
   if (const uint32_t count = going_on; count != 0)
     add(frames(count, " frame has", " frames have") +
         " bytes behind the end of its code stream, which are left out");

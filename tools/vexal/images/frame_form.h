@@ -39,6 +39,7 @@ struct FrameForm {
   // What came of the frames, whichever thread made them.
   struct Notes {
     std::atomic<uint32_t> cut_short{0};  // frames whose stream lacks its end
+    std::atomic<uint32_t> damaged{0};    // frames of which part is wrong
     std::atomic<uint32_t> going_on{0};   // frames with more than a pad behind it
     std::atomic<bool> lost{false};       // something of the image
     std::string corrected;               // attributes that the code streams contradict
