@@ -220,10 +220,10 @@ def as_it_came():
 
 
 def texts():
-    """A name in each character set."""
+    """A name in each character set, each in a study of its own, as a study has one patient."""
     w = Writer(EXPLICIT)
-    for name, charset, value, _ in TEXTS:
-        yield "made/charset-%s.dcm" % name, w.file(head(w, name=value, charset=charset) + tail(w)), True
+    for study, (name, charset, value, _) in enumerate(TEXTS, 101):
+        yield "made/charset-%s.dcm" % name, w.file(head(w, name=value, charset=charset) + tail(w, study)), True
 
 
 def odd_texts():

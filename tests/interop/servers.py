@@ -475,7 +475,7 @@ def audits(folder):
     body = data_set(uid(1)).replace(element(0x00100020, "LO", "ID"), element(0x00100020, "LO", patient.encode("latin-1")))
     for kind in ("tls", "tcp", "udp", "file") if secure else ("tcp", "udp", "file"):
         port, lines = free_port(), None
-        url = "file:" + path if kind == "file" else "%s://localhost:%d" % (kind, port)
+        url = "file:" + path if kind == "file" else "%s://%s:%d" % (kind, "localhost" if kind == "tls" else "127.0.0.1", port)
         late = kind in ("tls", "tcp")
         repository = None if late or kind == "file" else Repository(kind, port)
         with Vexal("serve", os.path.join(folder, kind), "--allow", "PEER", "--audit", url, *(("--audit-ca", certificate) if kind == "tls" else ())) as server:
